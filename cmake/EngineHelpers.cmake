@@ -1,0 +1,44 @@
+# engine_glob(VARIABLE PATTERN...): the sources below the calling folder, looked for again at each build.
+function(engine_glob variable)
+    file(GLOB_RECURSE found CONFIGURE_DEPENDS LIST_DIRECTORIES false ${ARGN})
+    set(${variable} ${found} PARENT_SCOPE)
+endfunction()
+
+# engine_ensure_source(VARIABLE NAME): an empty source where a folder holds none yet, since a target must have one.
+function(engine_ensure_source variable name)
+    if(NOT ${variable})
+        set(empty ${CMAKE_CURRENT_BINARY_DIR}/${name}_empty.cpp)
+        file(WRITE ${empty} "extern const int ${name}_empty = 0;\n")
+        set(${variable} ${empty} PARENT_SCOPE)
+    endif()
+endfunction()
+
+# Only marked names leave the library: what the compiler cannot hide (instances of the standard
+# library's templates) the version script does. Calls inside the library need no detour.
+function(engine_link_linux_library target)
+    set(script ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+    target_link_options(${target} PRIVATE -Wl,--version-script=${script} -Wl,-Bsymbolic-functions)
+    if(NOT ENGINE_SANITIZE)
+        target_link_options(${target} PRIVATE -Wl,-z,defs)
+    endif()
+    set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${script})
+endfunction()
+
+# engine_add_program(NAME SOURCES...): an executable with our warnings that needs nothing beside it on Windows.
+function(engine_add_program name)
+    add_executable(${name} ${ARGN})
+    target_link_libraries(${name} PRIVATE engine_warnings)
+    if(WIN32)
+        target_link_options(${name} PRIVATE -static)
+    endif()
+endfunction()
+
+# engine_drop_other_system(VARIABLE): leaves out sources in folders named after the other system.
+function(engine_drop_other_system variable)
+    if(WIN32)
+        list(FILTER ${variable} EXCLUDE REGEX "/posix/")
+    else()
+        list(FILTER ${variable} EXCLUDE REGEX "/windows/")
+    endif()
+    set(${variable} ${${variable}} PARENT_SCOPE)
+endfunction()
