@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+
+namespace platform {
+
+struct CalendarTime {
+    int year = 1601;
+    int month = 1;  // 1 … 12
+    int day = 1;
+    int hour = 0;
+    int minute = 0;
+    int second = 0;
+    int millisecond = 0;
+};
+
+/// File times are 64-bit counts of 100 ns since 1601-01-01.
+std::int64_t now_utc();
+CalendarTime now_local();
+CalendarTime to_calendar(std::int64_t file_time);
+std::int64_t from_calendar(const CalendarTime& time);
+
+/// Through the calendar form, hence in whole milliseconds, by the rule that held on that date; a repeated hour is taken
+/// as standard time.
+std::int64_t utc_to_local(std::int64_t utc);
+std::int64_t local_to_utc(std::int64_t local);
+
+/// Nanoseconds of a steady clock.
+std::uint64_t steady_ns();
+
+}  // namespace platform

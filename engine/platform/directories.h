@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "engine/platform/files.h"
+
+namespace platform {
+
+struct DirectoryItem {
+    const char* name = "";  // as the disk spells it; owned by the listing
+    std::uint16_t length = 0;
+    bool is_directory = false;
+    bool is_link = false;       // a symbolic link or a reparse point (what it leads to decides is_directory)
+    bool is_offline = false;    // Windows: attribute 0x1000
+    bool is_lower_case = true;  // the name holds no upper-case ASCII letter
+};
+
+/// The items of one directory in ascending order of their names folded to lower case (ties by bytes), without "." and
+/// "..", without devices, pipes and sockets, without broken links and, on POSIX, without names that hold a backslash.
+/// Made to be reused: memory is kept between uses.
+class DirectoryListing {
+public:
+    const std::vector<DirectoryItem>& items() const { return items_; }
+    void clear();
+    /// Adds an item whose text is copied into the listing; used by the back ends.
+    void add(const char* name, std::size_t length, bool is_directory, bool is_link, bool is_offline);
+    /// Puts the items in order; used by the back ends when the directory has been read.
+    void sort();
+
+private:
+    char* store(const char* text, std::size_t length);
+
+    struct Block {
+        std::unique_ptr<char[]> bytes;
+        std::size_t size = 0;
+    };
+    std::vector<DirectoryItem> items_;
+    std::vector<Block> blocks_;
+    std::size_t block_ = 0;  // the block being filled
+    std::size_t used_ = 0;   // bytes used in it
+};
+
+/// Reads a directory. False when it cannot be opened or read; `out` then holds what was read before the failure.
+bool list_directory(const PathAt& path, DirectoryListing& out);
+
+/// What tells two directories apart, links followed.
+struct DirectoryId {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    bool operator==(const DirectoryId&) const = default;
+};
+bool get_directory_id(const char* path, DirectoryId& out);
+
+/// Last change of a directory's list of names, 100 ns since 1601 (universal); links followed. False when it has none.
+bool get_directory_time(const PathAt& path, std::int64_t& out);
+
+/// Makes one directory. False with Failure::ALREADY_EXISTS when something of that name (in any case) exists.
+bool create_directory(const char* path);
+/// Removes an empty directory, or a link to one (the link itself).
+bool remove_directory(const char* path);
+/// Whether the last component of `path` is itself a link.
+bool is_link(const char* path);
+
+/// Writes the spelling under which the disk holds `path` (components that do not exist keep the caller's). False when
+/// it does not fit. `out` holds path_buffer_size bytes and may be `path`.
+bool resolve_case(const char* path, char* out);
+
+}  // namespace platform

@@ -1,0 +1,147 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+#include "engine/platform/error.h"
+
+/// The worker's record of one native read in flight; what is in it is the back end's own.
+struct SNativeOverlapped;
+
+namespace platform {
+
+/// A native path is at most this long, on both systems; a longer one is refused, never cut.
+inline constexpr std::size_t max_path_bytes = 259;
+inline constexpr std::size_t path_buffer_size = max_path_bytes + 1;
+
+enum class Access : std::uint8_t { READ, WRITE, READ_WRITE };
+enum class Disposition : std::uint8_t { OPEN_EXISTING, OPEN_ALWAYS, CREATE_ALWAYS, TRUNCATE_EXISTING };
+enum class Sharing : std::uint8_t { READ, NONE };  // what this open lets others do meanwhile
+enum class Origin : std::uint32_t { BEGIN = 0, CURRENT = 1, END = 2 };
+
+struct OpenOptions {
+    Access access = Access::READ;
+    Disposition disposition = Disposition::OPEN_EXISTING;
+    Sharing sharing = Sharing::READ;
+    bool write_through = false;
+    bool unbuffered = false;  // bypass the system's cache where the file system can
+    bool overlapped = false;  // reads only through read_overlapped and read_at
+};
+
+/// A directory kept open so that opening below it walks only the rest of the path. Movable; may be empty.
+/// Where the system has no such thing (Windows) it is always empty and costs nothing.
+class Root {
+public:
+    Root() = default;
+    Root(Root&& other) noexcept;
+    Root& operator=(Root&& other) noexcept;
+    ~Root();
+
+    /// Opens the directory at `path`, resolving its case as every seam call does. Empty on failure.
+    static Root open(const char* path);
+    bool valid() const { return handle_ != -1; }
+    std::intptr_t native() const { return handle_; }
+
+private:
+    std::intptr_t handle_ = -1;
+};
+
+/// A path of the disk in two forms: `full` always, and optionally the part of `full` that lies below `root`.
+/// When the way through `root` finds nothing, the full path is tried.
+struct PathAt {
+    const char* full = "";
+    const Root* root = nullptr;
+    const char* relative = nullptr;  // points into `full`; used only with a valid root
+};
+
+/// An open native file. Movable; closes on destruction. One thread at a time, except read_at, which any may call.
+/// Only regular files open. Within the process, readers share with readers, a writer with nobody (both systems).
+class File {
+public:
+    File() = default;
+    File(File&& other) noexcept;
+    File& operator=(File&& other) noexcept;
+    ~File();
+
+    /// Opens or creates. An invalid File on failure; last_error() says why.
+    static File open(const PathAt& path, const OpenOptions& options);
+    static File open(const char* path, const OpenOptions& options) { return open(PathAt{.full = path}, options); }
+
+    bool valid() const { return handle_ != -1; }
+    void close();
+
+    /// Bytes moved, or all ones when nothing was moved because of a failure. Loops over the system's limits.
+    std::uint64_t read(void* buffer, std::uint64_t size);
+    std::uint64_t write(const void* buffer, std::uint64_t size);
+    /// Reads at an absolute offset without moving the position. Less than `size` only at the end of the file.
+    std::uint64_t read_at(void* buffer, std::uint64_t size, std::uint64_t offset) const;
+
+    bool seek(std::int64_t offset, Origin origin);
+    std::uint64_t tell() const;    // all ones on failure
+    std::uint64_t length() const;  // all ones on failure
+    bool set_end();                // truncates or extends at the position
+    bool sync();                   // waits until what was written is on the disk
+
+    /// Starts a read at the record's offset. 0 pending, 1 done, 2 failed, 3 aborted. `transferred` holds the bytes
+    /// moved when done at once.
+    int read_overlapped(void* buffer, std::uint32_t size, std::uint32_t* transferred, SNativeOverlapped* overlapped);
+    /// Cancels every native read in flight on this file, whoever started it.
+    bool cancel();
+
+    /// A C run-time descriptor over the same file, owned by the caller; this File must outlive it, since it keeps the
+    /// sharing rules. -1 on failure.
+    int duplicate_descriptor(bool for_writing) const;
+
+    /// The system's handle as a number for log lines.
+    std::intptr_t native() const { return handle_; }
+    /// Alignment that unbuffered reads of this file need (offset, size and memory); 1 when buffered.
+    std::uint32_t alignment() const { return alignment_; }
+
+private:
+    std::intptr_t handle_ = -1;
+    std::uint64_t share_device_ = 0;  // key of this file in the table of open files (POSIX)
+    std::uint64_t share_inode_ = 0;
+    std::uint32_t alignment_ = 1;
+    bool exclusive_ = false;
+};
+
+/// The record for read_overlapped, with the event on which its end is waited for.
+SNativeOverlapped* create_overlapped();
+void destroy_overlapped(SNativeOverlapped* overlapped);
+void set_overlapped_offset(SNativeOverlapped* overlapped, std::uint64_t offset);
+/// Waits for the read in flight on `file`. Status as read_overlapped's (1, 2 or 3) and the bytes moved.
+int wait_overlapped(const File& file, SNativeOverlapped* overlapped, std::uint32_t* transferred);
+
+struct Attributes {
+    bool is_directory = false;
+    bool is_read_only = false;
+    std::uint64_t size = 0;
+    std::int64_t write_time = 0;  // 100 ns since 1601-01-01, universal time; so the other two
+    std::int64_t creation_time = 0;
+    std::int64_t access_time = 0;
+};
+
+/// Of a file or directory, links followed. Devices, pipes and sockets have none.
+std::optional<Attributes> get_attributes(const char* path);
+std::optional<Attributes> get_attributes(const PathAt& path);
+
+/// Sets or clears the read-only attribute.
+bool set_read_only(const char* path, bool on);
+/// Sets the last-write time only; refused on a read-only file. Universal time.
+bool set_write_time(const char* path, std::int64_t time);
+/// Sets creation, access and last-write time where the system has them.
+bool set_all_times(const char* path, std::int64_t time);
+
+/// Deletes a file or a link; refused when read-only or open in this process.
+bool remove_file(const char* path);
+/// Renames a file or directory, replacing a file that is neither read-only nor open. A change of case alone works.
+bool rename_path(const char* from, const char* to);
+/// As rename_path onto an existing file, in one step that survives a crash: `to` is either the old or the new content.
+bool replace_file(const char* from, const char* to);
+
+/// Whether Windows could hold this name as one path component: none of < > : " | ? * / \, no control character, no
+/// trailing dot or blank, no device name (CON, NUL, COM1 …), not empty.
+bool is_valid_name(const char* name, std::size_t length);
+
+}  // namespace platform
