@@ -1,0 +1,14 @@
+#pragma once
+
+// The whole exported interface of the engine's file system.
+
+#include <engine/filesystem/access.h>
+#include <engine/filesystem/containers.h>
+#include <engine/filesystem/contract.h>
+#include <engine/filesystem/handles.h>
+#include <engine/filesystem/log.h>
+#include <engine/filesystem/registry.h>
+#include <engine/filesystem/sources.h>
+#include <engine/filesystem/startup.h>
+#include <engine/filesystem/streams.h>
+#include <engine/kernel/ztl.h>

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+
+#include <engine/filesystem/api.h>
+#include <engine/filesystem/contract/file.h>
+#include <engine/kernel/ztl.h>
+
+namespace fs {
+
+/// Opens a file by its virtual name.
+///
+/// READ     the first source, in asking order, that can open the name.
+/// others   the first writable source that opens it in place; a protected source that holds the name ends the open; when
+///          no source opens it, the first source of the list creates it (APPEND too: an empty file). With packs at the
+///          head of the list nothing can be created. With the fallback on, a native path that exists is written there.
+/// Path     "/" or "\\", any case; "." and ".." are resolved.
+/// Returns  the open file, or null (see fs::last_error).
+/// Owns     the caller closes it with fs::close, before its source is removed.
+/// Threads  any; takes the registry lock shared, and exclusive to create.
+ENGINE_FS_API SFsFile* open(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
+
+/// Whether any source, the fallback included, holds the name.
+ENGINE_FS_API bool exists(const char* path);
+/// fs::exists, or a native file of exactly this path.
+ENGINE_FS_API bool does_file_exist(const char* path);
+ENGINE_FS_API bool native_does_file_exist(const char* path);
+/// Whether a native directory of this path exists.
+ENGINE_FS_API bool does_dir_exist(const char* path);
+
+/// The directory of the first source that holds the name; "" when none does.
+ENGINE_FS_API fs::string get_source_name(const char* path);
+/// The native full path, from the first source that holds the name; "" when none does.
+ENGINE_FS_API const fs::string full_path(const char* path);
+/// The path under which that source holds it; "" when none does.
+ENGINE_FS_API const fs::string root_path(const char* path);
+
+/// Works out fs::full_path and keeps nothing.
+ENGINE_FS_API void precache_file(const char* path);
+
+/// Notes, in the order of their first opening, the normalised lower-case names that fs::open opens for reading.
+/// Switching on starts afresh. For laying out a pack in the order in which it will be read.
+ENGINE_FS_API void record_access(bool on);
+/// The names noted so far. Replaces `out`.
+ENGINE_FS_API void get_access_record(ztl::vector<fs::string>& out);
+
+}  // namespace fs
