@@ -62,9 +62,9 @@ TEST_F(LogFilter, PatternsAreAlignedToTheLowEnd) {
         std::uint32_t hit, miss;
     };
     const Case cases[] = {
-        {"VE", code("xxVE"), code("VExx")},     {"VE??", code("xxVE"), code("VExx")},
-        {"ABCD", code("ABCD"), code("ABCE")},   {"A?CD", code("AxCD"), code("BxCD")},
-        {"?BCD", code("xBCD"), code("xBCE")},   {"ABCDEFG", code("ABCD"), code("EFGH")},
+        {"VE", code("xxVE"), code("VExx")},   {"VE??", code("xxVE"), code("VExx")},
+        {"ABCD", code("ABCD"), code("ABCE")}, {"A?CD", code("AxCD"), code("BxCD")},
+        {"?BCD", code("xBCD"), code("xBCE")}, {"ABCDEFG", code("ABCD"), code("EFGH")},
         {"\xC4", 0x123456C4, 0x12345600},
     };
     for (const Case& row : cases) {
@@ -117,7 +117,9 @@ TEST_F(LogFilter, FileMessagesRunTheStartUpUnlessThisThreadMayNot) {
     auto& start_up = logging::state.start_up;
     start_up.run = [] { ++runs; };
     start_up.may_start_now = [] { return allowed; };
-    const auto log_to_file = [] { _CLog(Log::ELevel::INFO, "a", nullptr, 0, CLFilterAction::LOGFILE, CLLineMode::NEW_LINE, "x\n"); };
+    const auto log_to_file = [] {
+        _CLog(Log::ELevel::INFO, "a", nullptr, 0, CLFilterAction::LOGFILE, CLLineMode::NEW_LINE, "x\n");
+    };
     allowed = false;
     log_to_file();
     EXPECT_EQ(runs, 0);

@@ -37,7 +37,8 @@ protected:
     }
 
     /// Writes to the console callback; returns what it received.
-    static std::string write(Log::ELevel::TYPE level, const char* category, CLLineMode::ENUM mode, const std::string& text) {
+    static std::string write(Log::ELevel::TYPE level, const char* category, CLLineMode::ENUM mode,
+                             const std::string& text) {
         _CLog(level, category, nullptr, 0, CLFilterAction::CONSOLE, mode, text);
         return console_lines.back().text;
     }

@@ -45,15 +45,17 @@ TEST_F(LogSettings, CategoriesHaveLevelsOfTheirOwn) {
 
 TEST_F(LogSettings, ANinthCategoryIsRefusedWithAWarning) {
     Settings& settings = Settings::Instance();
-    for (const char* name : {"1", "2", "3", "4", "5", "6", "7", "Logger"}) settings.SetCategoryLevel(name, ELevel::WARN);
+    for (const char* name : {"1", "2", "3", "4", "5", "6", "7", "Logger"})
+        settings.SetCategoryLevel(name, ELevel::WARN);
     settings.SetMessageSource(true);
     settings.SetCategoryLevel("ninth", ELevel::DEBG);
     EXPECT_EQ(settings.GetCategoryLevel("ninth"), ELevel::INFO);
     ASSERT_EQ(console_lines.size(), 1u);
-    EXPECT_EQ(without_time(console_lines[0].text),
-              ">engine/filesystem/logsettings(56): WARN: [Logger] > Maximal explicit logging levels exceeded maximal "
-              "count = 8\r\n>engine/filesystem/logsettings(56): WARN: [Logger] | Logging level for category 'ninth' not "
-              "changed.\r\n");
+    EXPECT_EQ(
+        without_time(console_lines[0].text),
+        ">engine/filesystem/logsettings(56): WARN: [Logger] > Maximal explicit logging levels exceeded maximal "
+        "count = 8\r\n>engine/filesystem/logsettings(56): WARN: [Logger] | Logging level for category 'ninth' not "
+        "changed.\r\n");
     settings.SetCategoryLevel("Logger", ELevel::INFO);
     settings.SetCategoryLevel("ninth", ELevel::DEBG);
     EXPECT_EQ(console_lines.size(), 1u) << "the category holds warnings back";
@@ -83,7 +85,8 @@ std::string recent_lines() {
 }
 
 TEST_F(LogSettings, TheLastLinesAreKeptForCrashReports) {
-    for (int i = 0; i < 1000; ++i) write(ELevel::INFO, "ring", CLLineMode::NEW_LINE, "number " + std::to_string(i) + "\n");
+    for (int i = 0; i < 1000; ++i)
+        write(ELevel::INFO, "ring", CLLineMode::NEW_LINE, "number " + std::to_string(i) + "\n");
     write(ELevel::INFO, "ring", CLLineMode::NEW_LINE, std::string(3000, 'x') + "\nshort\n");
     const std::string all = recent_lines();
     EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), logging::recent_line_count);
@@ -98,7 +101,8 @@ TEST(LogThreads, MayInterleaveButNeverRace) {
     const LogPrintCallback before = LogSetPrintCallback(quiet);
     const auto work = [](const char* category) {
         for (int i = 0; i < 2000; ++i) {
-            _CLog(ELevel::INFO, category, "f", i, CLFilterAction::CONSOLE, CLLineMode::CONTINUE, "%d%s", i, i % 3 ? "\n" : "");
+            _CLog(ELevel::INFO, category, "f", i, CLFilterAction::CONSOLE, CLLineMode::CONTINUE, "%d%s", i,
+                  i % 3 ? "\n" : "");
         }
     };
     std::thread one(work, "one"), two(work, "two");
