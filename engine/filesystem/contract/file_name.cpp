@@ -48,9 +48,9 @@ Parts split(const char* path) {
 
 char* write(char* out, std::string_view text) {
     if (out == nullptr) return nullptr;
-    if (text.size() >= path_capacity) text = {};
-    std::memmove(out, text.data(), text.size());
-    out[text.size()] = '\0';
+    const std::size_t length = text.size() < path_capacity ? text.size() : 0;
+    if (length != 0) std::memmove(out, text.data(), length);
+    out[length] = '\0';
     return out;
 }
 
@@ -70,7 +70,7 @@ class Builder {
             fits_ = false;
             return;
         }
-        std::memcpy(text_ + length_, text.data(), text.size());
+        if (!text.empty()) std::memcpy(text_ + length_, text.data(), text.size());
         length_ += text.size();
     }
     void add_unless_ended_by(char letter) {

@@ -148,7 +148,7 @@ void path::Set(const char* dir, const char* file, bool lower) {
     Scratch dir_text(std::strlen(dir) + 1);
     Scratch file_text(std::strlen(file));
     if (dir_text.text() == nullptr || file_text.text() == nullptr) {
-        assign({}, {}, flags);
+        assign("", "", flags);
         return;
     }
     std::size_t dir_length = normalize(dir_text.text(), dir, !lower).length;
