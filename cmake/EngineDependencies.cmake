@@ -36,7 +36,7 @@ endif()
 
 # miniz writes zip files. Its zlib look-alike names and its stdio are left out: zlib is the real one
 # here, and bytes reach the disk through the library's own handles.
-find_package(miniz CONFIG QUIET)
+find_package(miniz CONFIG QUIET ONLY_CMAKE_FIND_ROOT_PATH)
 if(miniz_FOUND)
     target_link_libraries(engine_dependencies INTERFACE miniz::miniz)
 elseif(EXISTS ${ENGINE_MINIZ_SOURCE_DIR}/miniz.c AND EXISTS ${ENGINE_MINIZ_SOURCE_DIR}/miniz.h)

@@ -33,6 +33,12 @@ function(engine_add_program name)
     endif()
 endfunction()
 
+# engine_private_headers(TARGET SCOPE): "engine/..." is a private header, <engine/...> a public one, also where both
+# have the same name.
+function(engine_private_headers target scope)
+    target_compile_options(${target} ${scope} "SHELL:-iquote ${PROJECT_SOURCE_DIR}")
+endfunction()
+
 # engine_drop_other_system(VARIABLE): leaves out sources in folders named after the other system.
 function(engine_drop_other_system variable)
     if(WIN32)

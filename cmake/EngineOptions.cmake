@@ -1,6 +1,11 @@
 # What may be chosen at configure time, and the compiler settings that follow from it.
 
-option(ENGINE_WERROR "Warnings are errors" OFF)
+if(DEFINED ENV{CI})
+    set(engine_in_ci ON)
+else()
+    set(engine_in_ci OFF)
+endif()
+option(ENGINE_WERROR "Warnings are errors" ${engine_in_ci})
 option(ENGINE_BUILD_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
 option(ENGINE_BUILD_TOOLS "Build the enginefs tool" ON)
 option(ENGINE_BUILD_FUZZERS "Build the fuzz targets (clang only)" OFF)
@@ -29,7 +34,7 @@ endif()
 string(REPLACE "-O3" "-O2" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")
 string(REPLACE "-O3" "-O2" CMAKE_C_FLAGS_RELEASE "${CMAKE_C_FLAGS_RELEASE}")
 
-if(NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER AND NOT DEFINED ENV{CI})
+if(NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER AND NOT engine_in_ci)
     find_program(ENGINE_CCACHE ccache)
     if(ENGINE_CCACHE)
         set(CMAKE_C_COMPILER_LAUNCHER ${ENGINE_CCACHE})

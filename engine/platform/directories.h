@@ -25,7 +25,8 @@ class DirectoryListing {
 public:
     const std::vector<DirectoryItem>& items() const { return items_; }
     void clear();
-    /// Adds an item whose text is copied into the listing; used by the back ends.
+    /// Adds an item whose text is copied into the listing; used by the back ends. Throws std::bad_alloc, as sort() does,
+    /// which list_directory turns into a failure.
     void add(const char* name, std::size_t length, bool is_directory, bool is_link, bool is_offline);
     /// Puts the items in order; used by the back ends when the directory has been read.
     void sort();
@@ -37,7 +38,13 @@ private:
         std::unique_ptr<char[]> bytes;
         std::size_t size = 0;
     };
+    struct Key {
+        std::uint64_t prefix = 0;
+        std::uint32_t index = 0;
+    };
     std::vector<DirectoryItem> items_;
+    std::vector<DirectoryItem> sorted_items_;  // scratch of sort()
+    std::vector<Key> keys_;                    // scratch of sort()
     std::vector<Block> blocks_;
     std::size_t block_ = 0;  // the block being filled
     std::size_t used_ = 0;   // bytes used in it

@@ -32,7 +32,7 @@ struct OpenOptions {
 /// A directory kept open so that opening below it walks only the rest of the path. Movable; may be empty.
 /// Where the system has no such thing (Windows) it is always empty and costs nothing.
 class Root {
-public:
+  public:
     Root() = default;
     Root(Root&& other) noexcept;
     Root& operator=(Root&& other) noexcept;
@@ -43,7 +43,7 @@ public:
     bool valid() const { return handle_ != -1; }
     std::intptr_t native() const { return handle_; }
 
-private:
+  private:
     std::intptr_t handle_ = -1;
 };
 
@@ -58,7 +58,7 @@ struct PathAt {
 /// An open native file. Movable; closes on destruction. One thread at a time, except read_at, which any may call.
 /// Only regular files open. Within the process, readers share with readers, a writer with nobody (both systems).
 class File {
-public:
+  public:
     File() = default;
     File(File&& other) noexcept;
     File& operator=(File&& other) noexcept;
@@ -98,13 +98,18 @@ public:
     /// Alignment that unbuffered reads of this file need (offset, size and memory); 1 when buffered.
     std::uint32_t alignment() const { return alignment_; }
 
-private:
+  private:
     std::intptr_t handle_ = -1;
     std::uint64_t share_device_ = 0;  // key of this file in the table of open files (POSIX)
     std::uint64_t share_inode_ = 0;
+    std::uint64_t position_ = 0;  // where the next read or write goes (Windows, whose reads at an offset would move it)
     std::uint32_t alignment_ = 1;
     bool exclusive_ = false;
+    bool overlapped_ = false;  // opened so (Windows)
 };
+
+/// Closes a descriptor of duplicate_descriptor that nobody took over.
+void close_descriptor(int descriptor);
 
 /// The record for read_overlapped, with the event on which its end is waited for.
 SNativeOverlapped* create_overlapped();

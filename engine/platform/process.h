@@ -15,7 +15,7 @@ const char* command_line();
 /// Ends the process at once with this exit code, without static destructors.
 [[noreturn]] void exit_process(int code);
 
-enum class Answer : std::uint8_t { OK, ABORT, RETRY, IGNORE };
+enum class Answer : std::uint8_t { OK, ABORT, RETRY, CARRY_ON };
 /// Shows a box where someone can see and answer it; otherwise (no desktop) prints it on stderr and answers `fallback`.
 /// Never blocks a machine without a desktop. `style` is the MessageBoxA style.
 Answer show_message(const char* text, const char* caption, std::uint32_t style, Answer fallback);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 namespace platform {
@@ -9,7 +10,7 @@ inline constexpr std::uint32_t wait_forever = 0xFFFFFFFFu;
 /// A slim reader-writer lock: the size of a pointer, zero-initialised, never recursive, no thread owns it.
 /// A waiting writer goes before new readers.
 struct SlimLock {
-    void* state = nullptr;
+    std::atomic<std::uint64_t> state{0};
 };
 void lock_shared(SlimLock& lock);
 void unlock_shared(SlimLock& lock);

@@ -44,16 +44,14 @@ class Tree:
     def resolve(self, path, kind, name):
         beside = os.path.normpath(os.path.join(os.path.dirname(path), name)).replace(os.sep, "/")
         places = ["include/" + name] if kind == "<" else [beside, name, "include/" + name]
-        return [place for place in dict.fromkeys(places) if place in self.known]
+        return next((place for place in places if place in self.known), None)
 
     def edges(self, path):
         found = []
         for line, kind, name in sources.includes(self.root, path):
-            targets = self.resolve(path, kind, name)
-            if len(targets) > 1:
-                self.complaints.append(f"{path}:{line}: {name} may mean {' or '.join(targets)}")
-            if targets:
-                found.append((line, targets[0]))
+            target = self.resolve(path, kind, name)
+            if target:
+                found.append((line, target))
             elif name.startswith("engine/"):
                 self.complaints.append(f"{path}:{line}: {name} is not in the tree")
         return found

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdint>
 
@@ -141,7 +142,21 @@ public:
     void SetCategoryLevel(const char* name, ELevel::TYPE level);
 
 private:
-    // filled in by the log room
+    // Each field is an atomic word; `changes_` is odd while an entry is being changed, so that a reader who met a
+    // change can read again instead of waiting.
+    struct Category {
+        std::atomic<std::uint64_t> name[2] = {};  // 16 bytes, filled up with zeros
+        std::atomic<std::uint32_t> level{0};
+    };
+    struct Lookup;
+    void copy(const Settings& other);
+    void set_locked(const Lookup& wanted, ELevel::TYPE level, bool& refused);
+
+    std::atomic<std::uint32_t> level_{ELevel::INFO};
+    std::atomic<std::uint32_t> count_{0};
+    std::atomic<std::uint32_t> changes_{0};
+    std::atomic<bool> message_source_{false};
+    Category categories_[8];
 };
 
 }  // namespace Log

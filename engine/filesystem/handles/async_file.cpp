@@ -1,0 +1,135 @@
+#include "engine/filesystem/handles/async_file.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/handles/io_queue.h"
+#include "engine/filesystem/handles/queue_slots.h"
+#include "engine/filesystem/handles/request.h"
+
+namespace {
+
+constexpr std::uint64_t failed = ~std::uint64_t{0};
+constexpr std::uint64_t bounce_size = 1u << 20;
+
+struct AlignedFree {
+    std::align_val_t alignment;
+    void operator()(void* memory) const { ::operator delete(memory, alignment); }
+};
+
+}  // namespace
+
+Win32FileHandleAsync* Win32FileHandleAsync::Create(CFSSource* owner, platform::File file, const char* native_path) {
+    auto* const handle = new (std::nothrow) Win32FileHandleAsync(owner, std::move(file), native_path);
+    if (handle != nullptr && handle->own_request_ != nullptr) return handle;
+    delete handle;
+    fs::set_error(EFSError::OUT_OF_MEMORY, native_path, "No memory for an asynchronous file.");
+    return nullptr;
+}
+
+Win32FileHandleAsync::Win32FileHandleAsync(CFSSource* owner, platform::File file, const char* native_path)
+    : queue_(fs::first_queue()),
+      file_(std::move(file)),
+      own_request_(SFsRequest::Create(nullptr, nullptr)),
+      native_path_(native_path) {
+    source = owner;
+    const std::uint64_t length = file_.length();
+    length_ = length == failed ? 0 : length;
+}
+
+Win32FileHandleAsync::~Win32FileHandleAsync() {
+    if (queue_ != nullptr) queue_->Abandon(this);
+    if (own_request_ != nullptr) own_request_->Release();
+}
+
+std::uint64_t Win32FileHandleAsync::read(void* buffer, std::uint64_t size) {
+    if (!file_.valid()) return failed;
+    const std::uint64_t left = position_ < length_ ? length_ - position_ : 0;
+    const std::uint64_t wanted = std::min(size, left);
+    if (wanted == 0) return 0;
+    if (queue_ == nullptr || !queue_->Enqueue(this, position_, wanted, buffer, own_request_, 0)) {
+        fs::set_error(EFSError::NOT_INITIALIZED, NativePath(), "The read queue does not run.");
+        return failed;
+    }
+    own_request_->Wait();
+    if (own_request_->Result() != EFSRequestResult::SUCCESS) {
+        fs::set_error(EFSError::IO, NativePath(), "The queued read failed or was cancelled.");
+        return failed;
+    }
+    position_ += wanted;
+    return wanted;
+}
+
+bool Win32FileHandleAsync::read_async(void* buffer, std::uint64_t offset, std::uint64_t size, SFsRequest* request,
+                                      std::uint32_t priority) {
+    if (size == 0) {
+        if (request == nullptr) return true;
+        Request& record = Request::Of(request);
+        record.FinishEmpty();
+        record.Signal();
+        return true;
+    }
+    if (queue_ == nullptr || !file_.valid()) return false;
+    return queue_->Enqueue(this, offset, size, buffer, request, static_cast<std::int32_t>(priority));
+}
+
+std::uint64_t Win32FileHandleAsync::write(const void*, std::uint64_t) { return failed; }
+
+bool Win32FileHandleAsync::NeedsBounce(const void* buffer, std::uint64_t offset, std::uint64_t size) const {
+    const std::uint64_t mask = file_.alignment() - 1;
+    return ((reinterpret_cast<std::uintptr_t>(buffer) | offset | size) & mask) != 0;
+}
+
+bool Win32FileHandleAsync::ReadBounced(void* buffer, std::uint64_t offset, std::uint64_t size) const {
+    const std::uint64_t alignment = file_.alignment();
+    const std::align_val_t wanted{static_cast<std::size_t>(alignment)};
+    const std::unique_ptr<char, AlignedFree> bounce(
+        static_cast<char*>(::operator new(bounce_size, wanted, std::nothrow)), AlignedFree{wanted});
+    if (bounce == nullptr) return false;
+    std::uint64_t done = 0;
+    while (done < size) {
+        const std::uint64_t skip = (offset + done) % alignment;
+        const std::uint64_t got = file_.read_at(bounce.get(), bounce_size, offset + done - skip);
+        if (got == failed || got <= skip) return done != 0;
+        const std::uint64_t piece = std::min(got - skip, size - done);
+        std::memcpy(static_cast<char*>(buffer) + done, bounce.get() + skip, piece);
+        done += piece;
+        if (got < bounce_size) return true;
+    }
+    return true;
+}
+
+// The position is stored whatever it is; the answer says whether it lies within the file, and a negative one, taken as
+// an unsigned number, does not.
+bool Win32FileHandleAsync::seek(std::int64_t offset, EFSSeek::TYPE origin) {
+    if (!file_.valid() || origin > EFSSeek::END) return false;
+    const auto distance = static_cast<std::uint64_t>(offset);
+    if (origin == EFSSeek::BEGIN) position_ = distance;
+    if (origin == EFSSeek::CURRENT) position_ += distance;
+    if (origin == EFSSeek::END) position_ = length_ + distance;
+    return position_ <= length_;
+}
+
+void Win32FileHandleAsync::cancel_async(SFsRequest* request) {
+    if (request == nullptr) return;
+    if (queue_ != nullptr)
+        queue_->Cancel(this, request);
+    else
+        Request::Of(request).Cancel();
+}
+
+bool Win32FileHandleAsync::cancel_io() { return file_.valid() && file_.cancel(); }
+
+int Win32FileHandleAsync::read_overlapped(void* buffer, std::uint32_t size, std::uint32_t* transferred,
+                                          SNativeOverlapped* overlapped) {
+    if (!file_.valid() || overlapped == nullptr) return 2;
+    std::uint32_t ignored = 0;
+    return file_.read_overlapped(buffer, size, transferred != nullptr ? transferred : &ignored, overlapped);
+}
+
+int Win32FileHandleAsync::WaitOverlapped(SNativeOverlapped* overlapped, std::uint32_t* transferred) {
+    return platform::wait_overlapped(file_, overlapped, transferred);
+}

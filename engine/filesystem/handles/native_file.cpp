@@ -1,0 +1,45 @@
+#include "engine/filesystem/handles/native_file.h"
+
+#include <utility>
+
+#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/log/message.h"
+
+namespace {
+
+constexpr MessageSource messages{"FileSystem", "engine/filesystem/win/win_files"};
+constexpr std::uint64_t failed = ~std::uint64_t{0};
+
+}  // namespace
+
+Win32FileHandle::Win32FileHandle(CFSSource* owner, platform::File file) : file_(std::move(file)) { source = owner; }
+
+std::uint64_t Win32FileHandle::read(void* buffer, std::uint64_t size) {
+    const std::uint64_t done = file_.read(buffer, size);
+    if (done != failed) return done;
+    const platform::Error error = platform::last_error();
+    fs::set_error_from_platform(name, "cannot be read", error);
+    log_message(messages, Log::ELevel::ERRR, __LINE__, "ReadFile failed: file=%p, buffer=%p, size=%u, error=%#x(%d)\n",
+                reinterpret_cast<void*>(file_.native()), buffer, static_cast<unsigned>(size),
+                static_cast<unsigned>(error.os_code), static_cast<int>(error.os_code));
+    return failed;
+}
+
+std::uint64_t Win32FileHandle::write(const void* buffer, std::uint64_t size) {
+    const std::uint64_t done = file_.write(buffer, size);
+    if (done == failed) fs::set_error_from_platform(name, "cannot be written", platform::last_error());
+    return done;
+}
+
+bool Win32FileHandle::seek(std::int64_t offset, EFSSeek::TYPE origin) {
+    return file_.seek(offset, static_cast<platform::Origin>(origin));
+}
+
+std::uint64_t Win32FileHandle::length() { return file_.length(); }
+std::uint64_t Win32FileHandle::tell() { return file_.tell(); }
+
+bool Win32FileHandle::set_eof() {
+    if (file_.set_end()) return true;
+    fs::set_error_from_platform(name, "cannot be cut or extended", platform::last_error());
+    return false;
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <engine/filesystem/contract/file.h>
+
+#include "engine/platform/files.h"
+
+/// A synchronous native file.
+class Win32FileHandle final : public SFsFile {
+  public:
+    Win32FileHandle(CFSSource* owner, platform::File file);
+
+    std::uint64_t read(void* buffer, std::uint64_t size) override;
+    std::uint64_t write(const void* buffer, std::uint64_t size) override;
+    bool seek(std::int64_t offset, EFSSeek::TYPE origin) override;
+    std::uint64_t length() override;
+    std::uint64_t tell() override;
+    bool set_eof() override;
+
+  private:
+    platform::File file_;
+};

@@ -1,0 +1,48 @@
+#include "engine/filesystem/handles/queue_slots.h"
+
+#include <array>
+
+#include <engine/kernel/multithreading.h>
+
+#include "engine/filesystem/handles/io_queue.h"
+
+namespace fs {
+namespace {
+
+struct QueueSlots {
+    mt::CSlimLock lock;  // guards the slots
+    std::array<std::shared_ptr<IOQueue>, 2> queues;
+};
+
+QueueSlots& slots() {
+    // Never destroyed, so that a handle closed late in the process still finds it.
+    static QueueSlots* const instance = new QueueSlots;
+    return *instance;
+}
+
+}  // namespace
+
+void start_queues() {
+    QueueSlots& all = slots();
+    const mt::CExclusiveHold hold(all.lock);
+    if (all.queues[0] == nullptr) all.queues[0] = IOQueue::Create("Main");
+}
+
+void stop_queues() {
+    QueueSlots& all = slots();
+    std::array<std::shared_ptr<IOQueue>, 2> stopped;
+    {
+        const mt::CExclusiveHold hold(all.lock);
+        stopped.swap(all.queues);
+    }
+    for (const std::shared_ptr<IOQueue>& queue : stopped)
+        if (queue != nullptr) queue->Stop();
+}
+
+std::shared_ptr<IOQueue> first_queue() {
+    QueueSlots& all = slots();
+    const mt::CSharedHold hold(all.lock);
+    return all.queues[0];
+}
+
+}  // namespace fs

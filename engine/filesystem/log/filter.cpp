@@ -1,0 +1,149 @@
+// Where a line goes: the filter mode first, then fixed rules for the codes that everybody uses, then the table.
+#include <engine/filesystem/log.h>
+
+#include "engine/filesystem/log/filter_table.h"
+#include "engine/filesystem/log/levels.h"
+#include "engine/filesystem/log/state.h"
+
+namespace {
+
+using logging::code;
+using logging::state;
+
+enum class Kind { ALWAYS_BOTH, FILE_WHEN_VERBOSE, BY_TABLE };
+
+Kind kind_of(std::uint32_t id) {
+    switch (id) {
+        case code("FATL"):
+        case code("INFO"):
+        case code("ERRR"):
+        case code("EXIT"):
+        case code("DXGI"):
+            return Kind::ALWAYS_BOTH;
+        case code("WARN"):
+        case code("DEBG"):
+            return Kind::FILE_WHEN_VERBOSE;
+        default:
+            return Kind::BY_TABLE;
+    }
+}
+
+void count_message(std::uint32_t id) {
+    if (id == code("ERRR") || id == code("EXIT") || id == code("FATL")) {
+        state.errors.fetch_add(1, std::memory_order_relaxed);
+    } else if (id == code("WARN")) {
+        state.warnings.fetch_add(1, std::memory_order_relaxed);
+    }
+}
+
+bool is_verbose_digit(std::uint32_t id) {
+    const std::uint32_t last = id & 0xFF;
+    return (id & 0xFFFFFF00u) == (code("VER0") & 0xFFFFFF00u) && last >= '0' && last <= '9';
+}
+
+std::uint32_t default_action(std::uint32_t id) {
+    switch (id) {
+        case code("VERB"):
+        case code("VERE"):
+        case code("SESE"):
+        case code("SESI"):
+        case code("SESL"):
+        case code("SESW"):
+            return CLFilterAction::CONSOLE;
+        default:
+            return is_verbose_digit(id) ? CLFilterAction::CONSOLE : CLFilterAction::NOWHERE;
+    }
+}
+
+std::uint32_t action_by_rules(std::uint32_t id) {
+    switch (kind_of(id)) {
+        case Kind::ALWAYS_BOTH:
+            return CLFilterAction::BOTH;
+        case Kind::FILE_WHEN_VERBOSE:
+            return state.start_up.verbose.load(std::memory_order_relaxed) ? CLFilterAction::BOTH
+                                                                          : CLFilterAction::CONSOLE;
+        case Kind::BY_TABLE:
+            break;
+    }
+    return default_action(id) | logging::filter_table.actions(id);
+}
+
+/// Value and mask of up to four characters, packed like a multi-character constant.
+struct Pattern {
+    std::uint32_t value = 0;
+    std::uint32_t mask = 0;
+};
+
+Pattern parse_pattern(const char* text) {
+    Pattern pattern;
+    for (int i = 0; i < 4 && text[i] != '\0'; ++i) {
+        if (text[i] == '?') continue;
+        const int shift = 8 * (3 - i);
+        pattern.value |= static_cast<std::uint32_t>(static_cast<unsigned char>(text[i])) << shift;
+        pattern.mask |= 0xFFu << shift;
+    }
+    // Shorter patterns stand at the low end, as 'VE' does; on purpose a wildcard at the end is shifted out too.
+    while (pattern.mask != 0 && (pattern.mask & 0xFF) == 0) {
+        pattern.value >>= 8;
+        pattern.mask >>= 8;
+    }
+    return pattern;
+}
+
+}  // namespace
+
+CLFilterAction::ENUM _CLFilter(std::uint32_t id) {
+    count_message(id);
+    const CLFilterMode::ENUM mode = _CLFilterGetMode();
+    if (mode == CLFilterMode::ALL_CONSOLE) return CLFilterAction::CONSOLE;
+    if (mode == CLFilterMode::ALL_LOGFILE) return CLFilterAction::LOGFILE;
+    if (mode == CLFilterMode::ALL_NOWHERE) return CLFilterAction::NOWHERE;
+    logging::ensure_started();
+    const auto action = static_cast<CLFilterAction::ENUM>(action_by_rules(id));
+    return mode == CLFilterMode::NO_LOGFILE ? action & ~CLFilterAction::LOGFILE : action;
+}
+
+CLFilterMode::ENUM _CLFilterGetMode() { return state.filter_mode.load(std::memory_order_relaxed); }
+void _CLFilterSetMode(CLFilterMode::ENUM mode) { state.filter_mode.store(mode, std::memory_order_relaxed); }
+
+void _CLFilterClear() { logging::filter_table.clear(); }
+
+void _CLFilterAdd(std::uint32_t value, std::uint32_t mask, CLFilterAction::ENUM action) {
+    logging::filter_table.add(value, mask, action);
+}
+
+void _CLFilterAdd(const char* pattern, CLFilterAction::ENUM action) {
+    if (pattern == nullptr) return;
+    const Pattern parsed = parse_pattern(pattern);
+    if (parsed.value != 0) _CLFilterAdd(parsed.value, parsed.mask, action);
+}
+
+CLFilterAction::ENUM _CLFilterUpdate(std::uint32_t value, CLFilterAction::ENUM action) {
+    return static_cast<CLFilterAction::ENUM>(logging::filter_table.update(value, action));
+}
+
+Log::ELevel::TYPE _CLogLevelFromId(std::uint32_t id) {
+    switch (id) {
+        case code("ERRR"):
+            return Log::ELevel::ERRR;
+        case code("EXIT"):
+            return Log::ELevel::FATL;
+        case code("INFO"):
+            return Log::ELevel::INFO;
+        case code("LLOG"):
+            return Log::ELevel::VERB;
+        case code("WARN"):
+            return Log::ELevel::WARN;
+        default:
+            return Log::ELevel::DEBG;
+    }
+}
+
+ztl::string_base<char> _CLogCategoryFromLabel(std::uint32_t id) {
+    ztl::string_base<char> label(4, '_');
+    for (int i = 0; i < 4; ++i) {
+        const char c = static_cast<char>(id >> 8 * (3 - i) & 0xFF);
+        if (logging::is_label_character(c)) label[static_cast<std::size_t>(i)] = c;
+    }
+    return label;
+}

@@ -1,0 +1,114 @@
+#include <algorithm>
+#include <cstring>
+
+#include "engine/platform/directories.h"
+#include "engine/platform/folding.h"
+
+// A listing is put in order on eight bytes of each folded name, taken from where the names begin to differ: names of
+// one directory share long beginnings ("texture_0001"), and eight bytes that are all alike would decide nothing.
+
+namespace platform {
+namespace {
+
+constexpr std::size_t block_size = 64 * 1024;
+constexpr std::size_t key_bytes = 8;
+
+/// The eight folded bytes from `name + skip`, most significant first, zero beyond the end. Reads up to eight bytes
+/// past the name, which `store` keeps readable.
+std::uint64_t key_of(const DirectoryItem& item, std::size_t skip) {
+    if (skip >= item.length) return 0;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(item.name) + skip;
+    std::uint64_t word = 0;
+    for (std::size_t i = 0; i < key_bytes; ++i) word = word << 8 | bytes[i];
+    const std::size_t left = item.length - skip;
+    if (left < key_bytes) word &= ~std::uint64_t{0} << (8 * (key_bytes - left));
+    return fold_word(word);
+}
+
+int compare_folded(const DirectoryItem& a, const DirectoryItem& b, std::size_t skip) {
+    const std::size_t common = std::min(a.length, b.length);
+    for (std::size_t i = skip; i < common; ++i) {
+        const int difference =
+            static_cast<unsigned char>(fold(a.name[i])) - static_cast<unsigned char>(fold(b.name[i]));
+        if (difference != 0) return difference;
+    }
+    return a.length - b.length;
+}
+
+/// `skip` bytes are known to be alike under folding.
+bool goes_before(const DirectoryItem& a, const DirectoryItem& b, std::size_t skip) {
+    const int order = compare_folded(a, b, skip);
+    if (order != 0) return order < 0;
+    return std::memcmp(a.name, b.name, a.length) < 0;
+}
+
+std::size_t common_beginning(const std::vector<DirectoryItem>& items) {
+    const DirectoryItem& first = items.front();
+    std::size_t common = first.length;
+    for (const DirectoryItem& item : items) {
+        common = std::min<std::size_t>(common, item.length);
+        if (std::memcmp(first.name, item.name, common) == 0) continue;
+        std::size_t same = 0;
+        while (same < common && fold(first.name[same]) == fold(item.name[same])) ++same;
+        common = same;
+        if (common == 0) break;
+    }
+    return common;
+}
+
+}  // namespace
+
+void DirectoryListing::clear() {
+    items_.clear();
+    block_ = 0;
+    used_ = 0;
+}
+
+char* DirectoryListing::store(const char* text, std::size_t length) {
+    const std::size_t needed = length + 1 + key_bytes;
+    while (block_ < blocks_.size() && blocks_[block_].size - used_ < needed) {
+        ++block_;
+        used_ = 0;
+    }
+    if (block_ == blocks_.size()) {
+        const std::size_t size = std::max(block_size, needed);
+        blocks_.push_back(Block{.bytes = std::unique_ptr<char[]>(new char[size]), .size = size});
+        used_ = 0;
+    }
+    char* const copy = blocks_[block_].bytes.get() + used_;
+    std::memcpy(copy, text, length);
+    copy[length] = '\0';
+    used_ += length + 1;
+    return copy;
+}
+
+void DirectoryListing::add(const char* name, std::size_t length, bool is_directory, bool is_link, bool is_offline) {
+    items_.push_back(DirectoryItem{.name = store(name, length),
+                                   .length = static_cast<std::uint16_t>(length),
+                                   .is_directory = is_directory,
+                                   .is_link = is_link,
+                                   .is_offline = is_offline,
+                                   .is_lower_case = !has_upper_case(name, length)});
+}
+
+void DirectoryListing::sort() {
+    if (items_.size() < 2) return;
+    const std::size_t skip = common_beginning(items_);
+    keys_.resize(items_.size());
+    bool sorted = true;
+    for (std::size_t i = 0; i < items_.size(); ++i) {
+        keys_[i] = Key{.prefix = key_of(items_[i], skip), .index = static_cast<std::uint32_t>(i)};
+        if (!sorted || i == 0 || keys_[i - 1].prefix < keys_[i].prefix) continue;
+        sorted = keys_[i - 1].prefix == keys_[i].prefix && !goes_before(items_[i], items_[i - 1], skip);
+    }
+    if (sorted) return;
+    std::sort(keys_.begin(), keys_.end(), [&](const Key& a, const Key& b) {
+        if (a.prefix != b.prefix) return a.prefix < b.prefix;
+        return goes_before(items_[a.index], items_[b.index], skip);
+    });
+    sorted_items_.resize(items_.size());
+    for (std::size_t i = 0; i < keys_.size(); ++i) sorted_items_[i] = items_[keys_[i].index];
+    items_.swap(sorted_items_);
+}
+
+}  // namespace platform

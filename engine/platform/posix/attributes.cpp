@@ -1,0 +1,76 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "engine/platform/faults.h"
+#include "engine/platform/files.h"
+#include "engine/platform/posix/file_time.h"
+#include "engine/platform/posix/spelling.h"
+
+namespace platform {
+namespace {
+
+bool stat_at(const PathAt& path, struct stat& status) {
+    const auto ask = [&](int directory, const char* text) { return ::fstatat(directory, text, &status, 0); };
+    return call_at(path, ask) == 0 || fail_os(errno);
+}
+
+bool set_times(const char* path, const timespec& access, std::int64_t write_time) {
+    if (write_time < 0) return fail(Failure::OTHER, EINVAL);
+    // Opened for writing, and so refused on a read-only file and on one that is in use.
+    const File file = File::open(path, OpenOptions{.access = Access::WRITE});
+    if (!file.valid()) return false;
+    const timespec times[2] = {access, from_file_time(write_time)};
+    return ::futimens(static_cast<int>(file.native()), times) == 0 || fail_os(errno);
+}
+
+}  // namespace
+
+std::optional<Attributes> get_attributes(const PathAt& path) {
+    if (!check_path(path.full)) return std::nullopt;
+    if (const auto fault = fault_at(FaultPoint::STAT)) {
+        fail(*fault);
+        return std::nullopt;
+    }
+    struct stat status;
+    if (!stat_at(path, status)) return std::nullopt;
+    const bool is_directory = S_ISDIR(status.st_mode);
+    if (!is_directory && !S_ISREG(status.st_mode)) {
+        fail(Failure::NOT_REGULAR);
+        return std::nullopt;
+    }
+    const std::int64_t write_time = to_file_time(status.st_mtim);
+    return Attributes{.is_directory = is_directory,
+                      .is_read_only = (status.st_mode & S_IWUSR) == 0,
+                      .size = is_directory ? 0 : static_cast<std::uint64_t>(status.st_size),
+                      .write_time = write_time,
+                      // There is no time of creation that can be set; the earlier of the two changes stands for it.
+                      .creation_time = std::min(write_time, to_file_time(status.st_ctim)),
+                      .access_time = to_file_time(status.st_atim)};
+}
+
+std::optional<Attributes> get_attributes(const char* path) { return get_attributes(PathAt{.full = path}); }
+
+bool set_read_only(const char* path, bool on) {
+    if (!check_path(path)) return false;
+    const PathAt at{.full = path};
+    struct stat status;
+    if (!stat_at(at, status)) return false;
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return fail(Failure::NOT_REGULAR);
+    constexpr mode_t all_write = S_IWUSR | S_IWGRP | S_IWOTH;
+    const mode_t old = status.st_mode & 07777;
+    const mode_t changed = on ? old & ~all_write : old | S_IWUSR;
+    if (changed == old) return true;
+    const auto change = [&](int directory, const char* text) { return ::fchmodat(directory, text, changed, 0); };
+    return call_at(at, change) == 0 || fail_os(errno);
+}
+
+bool set_write_time(const char* path, std::int64_t time) {
+    return set_times(path, timespec{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, time);
+}
+
+bool set_all_times(const char* path, std::int64_t time) { return set_times(path, from_file_time(time), time); }
+
+}  // namespace platform

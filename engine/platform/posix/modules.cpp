@@ -1,0 +1,35 @@
+#include "engine/platform/modules.h"
+
+#include <dlfcn.h>
+
+#include <cstdio>
+
+#include "engine/platform/process.h"
+
+namespace platform {
+
+// A Module is the loader's own handle: there is no object of this type.
+
+namespace {
+
+constexpr int longest_path = 4096;
+
+Module* open_module(const char* directory, const char* name) {
+    char path[longest_path];
+    const int length = std::snprintf(path, sizeof path, "%slib%s.so", directory, name);
+    if (length < 0 || length >= longest_path) return nullptr;
+    return static_cast<Module*>(dlopen(path, RTLD_NOW | RTLD_LOCAL));
+}
+
+}  // namespace
+
+Module* load_module(const char* name) {
+    Module* const beside = open_module(executable_directory(), name);
+    return beside != nullptr ? beside : open_module("", name);
+}
+
+void* find_symbol(Module* module, const char* name) { return dlsym(module, name); }
+
+void unload_module(Module* module) { dlclose(module); }
+
+}  // namespace platform

@@ -1,0 +1,88 @@
+// A small host: it mounts a folder of its game data and a folder of changes, lists, reads and writes
+// through the library, and records what it read, so that `enginefs pack --order` can lay a pack out
+// in the order in which the game needs it.
+#include <engine/filesystem.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace {
+
+constexpr auto mount_flags = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES;
+
+void put(const std::filesystem::path& file, const std::string& text) {
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary) << text;
+}
+
+int failures = 0;
+
+void expect(bool good, const char* what) {
+    std::printf("%s %s\n", good ? "ok  " : "FAIL", what);
+    if (good) return;
+    ++failures;
+    std::printf("     %s\n", fs::last_error().text.c_str());
+}
+
+void list_levels() {
+    FS_NAME* const names = fs::search("levels", "*.txt", true, false);
+    int count = 0;
+    for (const FS_NAME* name = names; name != nullptr; name = name->next, ++count) std::printf("     %s\n", name->name);
+    fs::free_names(names);
+    expect(count == 3, "the levels of both folders are listed as one");
+}
+
+void read_levels() {
+    fs::record_access(true);
+    fs::string text;
+    expect(fs::load_text_file(text, "levels/two.txt") && text == "two, changed",
+           "the folder asked first shadows the other");
+    expect(fs::load_text_file(text, "Levels\\One.txt") && text == "one", "case and the kind of slash do not matter");
+
+    ztl::vector<fs::string> opened;
+    fs::get_access_record(opened);
+    fs::record_access(false);
+    expect(opened.size() == 2 && opened[0] == "levels/two.txt" && opened[1] == "levels/one.txt",
+           "what was read is on record");
+}
+
+void write_progress() {
+    expect(fs::save_text_file(fs::string("level two"), "saves/progress.txt"),
+           "a new file is created in the first source");
+
+    SFsFile* const file = fs::open("saves/progress.txt", EFSMode::READ, FFSOpenFlags::NONE);
+    char bytes[16] = {};
+    const bool good = fs::read(file, bytes, sizeof(bytes)) == 9 && std::string(bytes) == "level two";
+    fs::close(file);
+    expect(good, "and reads back");
+}
+
+void run(const std::filesystem::path& folder) {
+    put(folder / "data/levels/one.txt", "one");
+    put(folder / "data/levels/two.txt", "two");
+    put(folder / "changes/levels/two.txt", "two, changed");
+    put(folder / "changes/levels/three.txt", "three");
+
+    const std::string changes = (folder / "changes").generic_string();
+    const std::string data = (folder / "data").generic_string();
+    if (!fs::init(changes.c_str(), mount_flags, "", false, false, nullptr)) return expect(false, "fs::init");
+    expect(fs::add_source(data.c_str(), mount_flags), "a second folder is mounted below the first");
+    list_levels();
+    read_levels();
+    write_progress();
+    fs::shutdown();
+    expect(std::filesystem::exists(folder / "changes/saves/progress.txt"), "on the disk it lies where it belongs");
+}
+
+}  // namespace
+
+int main() {
+    const std::filesystem::path folder = std::filesystem::temp_directory_path() / "Engine_Host_Example";
+    std::filesystem::remove_all(folder);
+    run(folder);
+    std::filesystem::remove_all(folder);
+    return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+}

@@ -1,0 +1,46 @@
+# Installs a build to a fresh prefix, and builds and runs the host against it as an outside project would.
+set(prefix ${ENGINE_BUILD_DIR}/host_test/prefix)
+set(build ${ENGINE_BUILD_DIR}/host_test/build)
+file(REMOVE_RECURSE ${ENGINE_BUILD_DIR}/host_test)
+
+function(run)
+    execute_process(COMMAND ${ARGN} RESULT_VARIABLE result)
+    if(NOT result EQUAL 0)
+        string(REPLACE ";" " " command "${ARGN}")
+        message(FATAL_ERROR "failed (${result}): ${command}")
+    endif()
+endfunction()
+
+set(options -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_BUILD_TYPE=Release)
+if(ENGINE_TOOLCHAIN)
+    list(APPEND options -DCMAKE_TOOLCHAIN_FILE=${ENGINE_TOOLCHAIN})
+else()
+    list(APPEND options -DCMAKE_CXX_COMPILER=${ENGINE_CXX_COMPILER})
+endif()
+if(ENGINE_SANITIZE)
+    list(APPEND options "-DCMAKE_CXX_FLAGS=-fsanitize=${ENGINE_SANITIZE}")
+endif()
+
+run(${CMAKE_COMMAND} --install ${ENGINE_BUILD_DIR} --prefix ${prefix})
+run(${CMAKE_COMMAND} -S ${ENGINE_SOURCE_DIR}/examples/host -B ${build} -G ${ENGINE_GENERATOR} ${options})
+run(${CMAKE_COMMAND} --build ${build})
+run(${ENGINE_EMULATOR} ${build}/host${ENGINE_SUFFIX})
+
+# The installed tool finds the installed library by itself.
+if(EXISTS ${prefix}/bin/enginefs${ENGINE_SUFFIX})
+    run(${ENGINE_EMULATOR} ${prefix}/bin/enginefs${ENGINE_SUFFIX} --help)
+endif()
+
+# pkg-config gives the same, from wherever the tree was put.
+find_program(pkg_config pkg-config)
+if(pkg_config AND NOT ENGINE_TOOLCHAIN AND NOT ENGINE_SANITIZE)
+    file(GLOB_RECURSE found ${prefix}/*/engine_filesystem.pc)
+    get_filename_component(folder ${found} DIRECTORY)
+    execute_process(COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${folder} ${pkg_config} --cflags --libs engine_filesystem
+        OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    separate_arguments(flags UNIX_COMMAND ${flags})
+    get_filename_component(library_folder ${folder} DIRECTORY)
+    run(${ENGINE_CXX_COMPILER} ${ENGINE_SOURCE_DIR}/examples/host/main.cpp -o ${build}/host_by_pkg_config ${flags}
+        -Wl,-rpath,${library_folder})
+    run(${build}/host_by_pkg_config)
+endif()

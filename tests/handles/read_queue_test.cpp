@@ -1,0 +1,281 @@
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <engine/filesystem/handles.h>
+#include <engine/kernel/multithreading.h>
+
+#include "engine/filesystem/handles/queue_slots.h"
+#include "tests/support/temp_directory.h"
+
+namespace {
+
+constexpr std::uint32_t long_wait_ms = 20000;
+
+struct CloseFile {
+    void operator()(SFsFile* file) const { fs::close(file); }
+};
+using FilePtr = std::unique_ptr<SFsFile, CloseFile>;
+struct ReleaseRequest {
+    void operator()(SFsRequest* request) const { request->Release(); }
+};
+using RequestPtr = std::unique_ptr<SFsRequest, ReleaseRequest>;
+
+/// What callbacks of one test tell, in their order; `gate` holds the worker inside the first callback.
+struct Record {
+    mt::CEvent entered{true};
+    mt::CEvent gate{true};
+    mt::CSemaphore called{0, 1000000};
+    mt::CSlimLock lock;  // guards order
+    std::vector<SFsRequest*> order;
+};
+
+void note(SFsRequest* request, void* user) {
+    auto& record = *static_cast<Record*>(user);
+    {
+        const mt::CExclusiveHold hold(record.lock);
+        record.order.push_back(request);
+    }
+    record.called.Release();
+}
+
+void hold_worker(SFsRequest*, void* user) {
+    auto& record = *static_cast<Record*>(user);
+    record.entered.Set();
+    record.gate.Wait(long_wait_ms);
+}
+
+class ReadQueue : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        fs::start_queues();
+        content_.resize(100000);
+        for (std::size_t i = 0; i < content_.size(); ++i) content_[i] = static_cast<char>(i * 7 + i / 251);
+        path_ = directory_.write("data.bin", content_);
+        file_ = Open(FFSOpenFlags::ASYNC);
+        ASSERT_NE(file_, nullptr);
+    }
+    void TearDown() override {
+        record_.gate.Set();
+        file_.reset();
+        fs::stop_queues();
+    }
+
+    FilePtr Open(FFSOpenFlags::FLAGS flags) {
+        return FilePtr(fs::open_native(nullptr, path_.c_str(), EFSMode::READ, flags));
+    }
+    RequestPtr NewRequest(SFsRequest::Callback callback = note) {
+        return RequestPtr(SFsRequest::Create(callback, &record_));
+    }
+    bool Queue(const RequestPtr& request, std::uint32_t priority = 0, std::uint64_t offset = 0,
+               std::uint64_t size = 8) {
+        return file_->read_async(sink_, offset, size, request.get(), priority);
+    }
+    /// Queues a request whose callback keeps the worker until the gate opens.
+    RequestPtr HoldWorker() {
+        RequestPtr request = NewRequest(hold_worker);
+        EXPECT_TRUE(file_->read_async(held_sink_, 0, 4, request.get(), 1000));
+        EXPECT_TRUE(record_.entered.Wait(long_wait_ms));
+        return request;
+    }
+
+    TempDirectory directory_;
+    std::string content_;
+    std::string path_;
+    Record record_;
+    char sink_[64] = {};
+    char held_sink_[4] = {};
+    FilePtr file_;
+};
+
+TEST_F(ReadQueue, ReadsTheBytesAtTheOffset) {
+    std::vector<char> got(5000);
+    const RequestPtr request = NewRequest();
+    ASSERT_TRUE(file_->read_async(got.data(), 777, got.size(), request.get(), 0));
+    ASSERT_TRUE(request->Wait(long_wait_ms));
+    EXPECT_EQ(request->State(), EFSRequestState::FINISHED);
+    EXPECT_EQ(request->Result(), EFSRequestResult::SUCCESS);
+    EXPECT_EQ(request->Transferred(), got.size());
+    EXPECT_EQ(0, std::memcmp(got.data(), content_.data() + 777, got.size()));
+}
+
+TEST_F(ReadQueue, ServesHigherPrioritiesFirstAndEqualsInTheirOrder) {
+    const RequestPtr held = HoldWorker();
+    const std::int32_t priorities[] = {0, 5, 0, -3, 5, 7, -3, 0};
+    const std::size_t expected[] = {5, 1, 4, 0, 2, 7, 3, 6};
+    std::vector<RequestPtr> requests;
+    for (const std::int32_t priority : priorities) {
+        requests.push_back(NewRequest());
+        ASSERT_TRUE(Queue(requests.back(), static_cast<std::uint32_t>(priority)));
+        EXPECT_EQ(requests.back()->State(), EFSRequestState::QUEUED);
+    }
+    record_.gate.Set();
+    for (const RequestPtr& request : requests) ASSERT_TRUE(request->Wait(long_wait_ms));
+    for (std::size_t i = 0; i < requests.size(); ++i) ASSERT_TRUE(record_.called.Wait(long_wait_ms));
+    for (std::size_t i = 0; i < std::size(expected); ++i) EXPECT_EQ(record_.order[i], requests[expected[i]].get()) << i;
+}
+
+TEST_F(ReadQueue, ACancelledQueuedReadCallsBackOnceAndNeverReads) {
+    const RequestPtr held = HoldWorker();
+    const RequestPtr cancelled = NewRequest();
+    const RequestPtr after = NewRequest();
+    ASSERT_TRUE(Queue(cancelled));
+    char other[8] = {};
+    ASSERT_TRUE(file_->read_async(other, 16, 8, after.get(), 0));
+    EXPECT_FALSE(Queue(cancelled)) << "a request on its way cannot be queued a second time";
+    file_->cancel_async(cancelled.get());
+    EXPECT_EQ(cancelled->State(), EFSRequestState::FINISHED);
+    EXPECT_EQ(cancelled->Result(), EFSRequestResult::CANCELLED);
+    EXPECT_TRUE(cancelled->Wait(0));
+    record_.gate.Set();
+    ASSERT_TRUE(after->Wait(long_wait_ms));
+    ASSERT_TRUE(record_.called.Wait(long_wait_ms) && record_.called.Wait(long_wait_ms));
+    EXPECT_EQ(record_.order, (std::vector<SFsRequest*>{cancelled.get(), after.get()}));
+    EXPECT_EQ(std::string(sink_, 8), std::string(8, '\0'));
+    EXPECT_EQ(std::string(other, 8), content_.substr(16, 8));
+}
+
+TEST_F(ReadQueue, ReadsThatCannotBeDoneFailWithNothingTransferred) {
+    const RequestPtr request = NewRequest();
+    ASSERT_TRUE(Queue(request, 0, content_.size() + 5));
+    ASSERT_TRUE(request->Wait(long_wait_ms));
+    EXPECT_EQ(request->Result(), EFSRequestResult::FAILED);
+    EXPECT_EQ(request->Transferred(), 0u);
+    ASSERT_TRUE(Queue(request, 0, 0)) << "a finished request serves again";
+    ASSERT_TRUE(request->Wait(long_wait_ms));
+    EXPECT_EQ(request->Result(), EFSRequestResult::SUCCESS);
+}
+
+TEST_F(ReadQueue, AReadOfNothingFinishesOnTheSpot) {
+    const RequestPtr request = NewRequest();
+    ASSERT_TRUE(Queue(request, 0, 0, 0));
+    EXPECT_EQ(request->State(), EFSRequestState::FINISHED);
+    EXPECT_EQ(request->Result(), EFSRequestResult::SUCCESS);
+    EXPECT_TRUE(request->Wait(0));
+    EXPECT_EQ(record_.order.size(), 1u);
+}
+
+TEST_F(ReadQueue, StoppingCancelsWhatIsQueuedOnceAndAnswersFalseAfterwards) {
+    const RequestPtr held = HoldWorker();
+    std::vector<RequestPtr> requests;
+    constexpr std::size_t depth = 100001;
+    for (std::size_t i = 0; i < depth; ++i) {
+        requests.push_back(NewRequest());
+        ASSERT_TRUE(Queue(requests.back(), static_cast<std::uint32_t>(i % 17)));
+    }
+    std::thread opener([this] {
+        for (std::size_t i = 0; i < depth; ++i) record_.called.Wait(long_wait_ms);
+        record_.gate.Set();
+    });
+    fs::stop_queues();
+    opener.join();
+    for (const RequestPtr& request : requests) ASSERT_EQ(request->Result(), EFSRequestResult::CANCELLED);
+    EXPECT_EQ(record_.order.size(), depth);
+    EXPECT_EQ(held->Result(), EFSRequestResult::SUCCESS);
+    EXPECT_FALSE(Queue(requests[0]));
+    EXPECT_EQ(file_->read(sink_, 8), ~std::uint64_t{0});
+}
+
+TEST_F(ReadQueue, ServesEveryOneOfMoreRequestsThanAnySemaphoreCounts) {
+    const RequestPtr held = HoldWorker();
+    std::vector<RequestPtr> requests;
+    for (std::size_t i = 0; i < 100001; ++i) {
+        requests.push_back(NewRequest(nullptr));
+        ASSERT_TRUE(Queue(requests.back(), static_cast<std::uint32_t>(i * 7919 % 1000)));
+    }
+    for (std::size_t i = 0; i < requests.size(); i += 3) file_->cancel_async(requests[i].get());
+    record_.gate.Set();
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+        ASSERT_TRUE(requests[i]->Wait(long_wait_ms));
+        ASSERT_EQ(requests[i]->Result(), i % 3 == 0 ? EFSRequestResult::CANCELLED : EFSRequestResult::SUCCESS);
+    }
+}
+
+struct Chain {
+    SFsFile* file;
+    std::atomic<int> left{50};
+    char sink[8];
+    mt::CEvent done{true};
+};
+
+TEST_F(ReadQueue, ACallbackMayQueueTheNextRead) {
+    Chain chain{.file = file_.get(), .sink = {}};
+    const auto next = [](SFsRequest* request, void* user) {
+        auto& all = *static_cast<Chain*>(user);
+        if (all.left.fetch_sub(1) > 1)
+            EXPECT_TRUE(all.file->read_async(all.sink, 0, 8, request, 0));
+        else
+            all.done.Set();
+    };
+    const RequestPtr request(SFsRequest::Create(next, &chain));
+    ASSERT_TRUE(file_->read_async(chain.sink, 0, 8, request.get(), 0));
+    EXPECT_TRUE(chain.done.Wait(long_wait_ms));
+}
+
+TEST_F(ReadQueue, ClosingAFileCancelsItsQueuedReadsAndLeavesTheOthers) {
+    const RequestPtr held = HoldWorker();
+    FilePtr other = Open(FFSOpenFlags::ASYNC);
+    ASSERT_NE(other, nullptr);
+    const RequestPtr of_other = NewRequest();
+    const RequestPtr of_file = NewRequest();
+    ASSERT_TRUE(other->read_async(sink_, 0, 8, of_other.get(), 3));
+    ASSERT_TRUE(Queue(of_file));
+    other.reset();
+    EXPECT_EQ(of_other->Result(), EFSRequestResult::CANCELLED);
+    record_.gate.Set();
+    ASSERT_TRUE(of_file->Wait(long_wait_ms));
+    EXPECT_EQ(of_file->Result(), EFSRequestResult::SUCCESS);
+}
+
+TEST_F(ReadQueue, CancellingRacesCompletionWithoutLosingACallback) {
+    constexpr int rounds = 3000;
+    std::atomic<int> called{0};
+    const auto count = [](SFsRequest*, void* user) { static_cast<std::atomic<int>*>(user)->fetch_add(1); };
+    const auto race = [&] {
+        char sink[16];
+        for (int i = 0; i < rounds; ++i) {
+            const RequestPtr request(SFsRequest::Create(count, &called));
+            EXPECT_TRUE(file_->read_async(sink, static_cast<std::uint64_t>(i), 16, request.get(), 0));
+            if (i % 4 != 0) file_->cancel_async(request.get());
+            EXPECT_TRUE(request->Wait(long_wait_ms));
+        }
+    };
+    std::thread first(race);
+    std::thread second(race);
+    first.join();
+    second.join();
+    file_.reset();  // waits for the read in hand, hence for its callback
+    fs::stop_queues();
+    EXPECT_EQ(called.load(), 2 * rounds);
+}
+
+TEST_F(ReadQueue, SynchronousReadsAndSeeksKeepToTheLengthAtOpening) {
+    for (const FFSOpenFlags::FLAGS flags : {FFSOpenFlags::ASYNC, FFSOpenFlags::ASYNC_UNBUFFERED}) {
+        SCOPED_TRACE(flags);
+        const FilePtr file = Open(flags);
+        ASSERT_NE(file, nullptr);
+        EXPECT_EQ(file->length(), content_.size());
+        EXPECT_TRUE(file->seek(1003, EFSSeek::BEGIN));
+        std::string got(60000, '\0');
+        EXPECT_EQ(file->read(got.data(), got.size()), got.size());
+        EXPECT_TRUE(got == content_.substr(1003, got.size()));
+        EXPECT_TRUE(file->seek(-10, EFSSeek::END));
+        EXPECT_EQ(file->read(got.data(), 100), 10u);
+        EXPECT_EQ(got.substr(0, 10), content_.substr(content_.size() - 10));
+        EXPECT_EQ(file->read(got.data(), 100), 0u);
+        EXPECT_TRUE(file->seek(0, EFSSeek::END));
+        EXPECT_FALSE(file->seek(1, EFSSeek::END));
+        EXPECT_EQ(file->tell(), content_.size() + 1);
+        EXPECT_EQ(file->read(got.data(), 1), 0u);
+        EXPECT_FALSE(file->seek(-1, EFSSeek::BEGIN));
+        EXPECT_EQ(file->write("x", 1), ~std::uint64_t{0});
+        EXPECT_FALSE(file->set_eof());
+    }
+}
+
+}  // namespace

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+/// A directory of a test's own, removed with everything in it at the end. Its path is full, lower-case and
+/// "/"-separated.
+class TempDirectory {
+  public:
+    TempDirectory() {
+        static std::atomic<unsigned> serial{0};
+        const auto base = std::filesystem::current_path();
+        do path_ = base / ("t" + std::to_string(serial.fetch_add(1)));
+        while (!std::filesystem::create_directory(path_));
+        text_ = path_.generic_string();
+    }
+    TempDirectory(const TempDirectory&) = delete;
+    TempDirectory& operator=(const TempDirectory&) = delete;
+    ~TempDirectory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+
+    /// Without a trailing "/".
+    const std::string& path() const { return text_; }
+    std::string operator/(std::string_view name) const { return text_ + "/" + std::string(name); }
+
+    /// Makes a file with its directories; returns its full path.
+    std::string write(std::string_view name, std::string_view bytes) const {
+        const std::string full = *this / name;
+        std::filesystem::create_directories(std::filesystem::path(full).parent_path());
+        std::ofstream(full, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        return full;
+    }
+    std::string read(std::string_view name) const {
+        std::ifstream in(*this / name, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    }
+    bool exists(std::string_view name) const { return std::filesystem::exists(*this / name); }
+
+  private:
+    std::filesystem::path path_;
+    std::string text_;
+};
