@@ -37,7 +37,7 @@ constexpr std::uint64_t waiting_writers = ~held & ~readers_sleep;
 
 // Holds and hand-overs are short: some looks cost less than a sleep and the call that ends it.
 constexpr int looks_before_sleep = 100;
-constexpr int looks_for_signal = 300;
+constexpr int looks_for_signal = 1000;  // longer than a woken thread takes to answer, or both sides keep sleeping
 
 void pause_briefly() { __builtin_ia32_pause(); }
 
