@@ -1,7 +1,8 @@
 #include "engine/platform/faults.h"
 
 #include <array>
-#include <mutex>
+
+#include "engine/platform/sync.h"
 
 namespace platform {
 namespace {
@@ -13,11 +14,19 @@ struct Order {
 };
 
 struct Faults {
-    std::mutex lock;  // guards what follows
+    SlimLock lock;  // guards what follows
     std::array<Order, fault_point_count> order{};
     std::uint32_t hits = 0;
 };
 constinit Faults faults;
+
+class Hold {
+public:
+    Hold() { lock_exclusive(faults.lock); }
+    Hold(const Hold&) = delete;
+    Hold& operator=(const Hold&) = delete;
+    ~Hold() { unlock_exclusive(faults.lock); }
+};
 
 Order& order_of(FaultPoint point) { return faults.order[static_cast<std::size_t>(point)]; }
 
@@ -34,7 +43,7 @@ namespace faults_detail {
 constinit std::atomic<std::uint32_t> orders{0};
 
 std::optional<Failure> strike(FaultPoint point) {
-    const std::lock_guard hold(faults.lock);
+    const Hold hold;
     Order& order = order_of(point);
     if (order.calls_left == 0) return std::nullopt;
     if (order.calls_left > 1) {
@@ -50,7 +59,7 @@ std::optional<Failure> strike(FaultPoint point) {
 }  // namespace faults_detail
 
 void inject_fault(FaultPoint point, std::uint32_t nth, Failure failure, bool from_then_on) {
-    const std::lock_guard hold(faults.lock);
+    const Hold hold;
     Order& order = order_of(point);
     forget(order);
     if (nth == 0) return;
@@ -59,13 +68,13 @@ void inject_fault(FaultPoint point, std::uint32_t nth, Failure failure, bool fro
 }
 
 void clear_faults() {
-    const std::lock_guard hold(faults.lock);
+    const Hold hold;
     for (Order& order : faults.order) forget(order);
     faults.hits = 0;
 }
 
 std::uint32_t fault_hits() {
-    const std::lock_guard hold(faults.lock);
+    const Hold hold;
     return faults.hits;
 }
 

@@ -102,8 +102,10 @@ class File {
     std::intptr_t handle_ = -1;
     std::uint64_t share_device_ = 0;  // key of this file in the table of open files (POSIX)
     std::uint64_t share_inode_ = 0;
+    std::uint64_t position_ = 0;  // where the next read or write goes (Windows, whose reads at an offset would move it)
     std::uint32_t alignment_ = 1;
     bool exclusive_ = false;
+    bool overlapped_ = false;  // opened so (Windows)
 };
 
 /// Closes a descriptor of duplicate_descriptor that nobody took over.

@@ -191,6 +191,8 @@ def main(root, library):
     if "--list" in sys.argv:
         print("\n".join(sorted(names)))
         return
+    if not os.path.isfile(library):
+        sources.finish("exported_names", [f"{library} is not built"])
     symbols = run("c++filt", data="\n".join(exported_symbols(library))).splitlines()
     sources.finish("exported_names", compare(names, classes, read_list(root), symbols))
 

@@ -61,10 +61,10 @@ ENGINE_FS_API void create_backup_copy(const char* path);
 
 /// What calc_file_crc is told and tells.
 struct CrcCalcArgs {
-    const char* path = nullptr;       // virtual name of the file
-    std::uint32_t buffer_size = 0;    // bytes read at a time; 0: 256 KiB
-    std::uint32_t crc = 0;            // result: CRC-32 (RFC 1952) of the whole file
-    std::uint64_t size = 0;           // result: bytes that went into it
+    const char* path = nullptr;     // virtual name of the file
+    std::uint32_t buffer_size = 0;  // bytes read at a time; 0: 256 KiB
+    std::uint32_t crc = 0;          // result: CRC-32 (RFC 1952) of the whole file
+    std::uint64_t size = 0;         // result: bytes that went into it
     bool (*progress)(std::uint64_t done, std::uint64_t total, void* user) = nullptr;  // false stops the work
     void* user = nullptr;
 };

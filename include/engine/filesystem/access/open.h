@@ -11,7 +11,8 @@ namespace fs {
 /// Opens a file by its virtual name.
 ///
 /// READ     the first source, in asking order, that can open the name.
-/// others   the first writable source that opens it in place; a protected source that holds the name ends the open; when
+/// others   the first writable source that opens it in place; a protected source that holds the name ends the open;
+/// when
 ///          no source opens it, the first source of the list creates it (APPEND too: an empty file). With packs at the
 ///          head of the list nothing can be created. With the fallback on, a native path that exists is written there.
 /// Path     "/" or "\\", any case; "." and ".." are resolved.

@@ -15,15 +15,15 @@ struct EFSError {
         ALREADY_EXISTS,  // also: a source of that path is registered
         READ_ONLY,       // a read-only file or source
         DISK_FULL,
-        INVALID_NAME,    // empty, too long, climbing, or what Windows cannot hold
+        INVALID_NAME,  // empty, too long, climbing, or what Windows cannot hold
         INVALID_ARGUMENT,
         NOT_INITIALIZED,
-        BAD_FORMAT,      // the bytes are not what they should be
-        UNSUPPORTED,     // well-formed, but not in the form that this library holds
+        BAD_FORMAT,   // the bytes are not what they should be
+        UNSUPPORTED,  // well-formed, but not in the form that this library holds
         TOO_LARGE,
         OUT_OF_MEMORY,
         CANCELLED,
-        IO,              // the system failed to read or write
+        IO,  // the system failed to read or write
     };
 };
 

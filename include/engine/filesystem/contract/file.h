@@ -15,7 +15,7 @@ struct SNativeOverlapped;  // opaque: the read queue's record of one native read
 /// Threads  one thread at a time; read_async, cancel_async and the request may be used from any.
 /// Failure  all bits set from the operations that return a size, false from the others; nothing throws.
 class ENGINE_FS_API SFsFile {
-public:
+  public:
     SFsFile();
     virtual ~SFsFile();  // frees `name`
     SFsFile(const SFsFile&) = delete;
@@ -54,12 +54,12 @@ namespace fs {
 // The same operations as free functions that accept a null file.
 
 ENGINE_FS_API void close(SFsFile* file);
-ENGINE_FS_API std::uint64_t read(SFsFile* file, void* buffer, std::uint64_t size);          // null: all bits set
-ENGINE_FS_API std::uint64_t write(SFsFile* file, const void* buffer, std::uint64_t size);   // null: all bits set
-ENGINE_FS_API std::uint64_t length(SFsFile* file);                                          // null: all bits set
-ENGINE_FS_API std::uint64_t tell(SFsFile* file);                                            // null: all bits set
-ENGINE_FS_API bool seek(SFsFile* file, std::int64_t offset, EFSSeek::TYPE origin);          // null: false
-ENGINE_FS_API bool set_eof(SFsFile* file);                                                  // null: false
+ENGINE_FS_API std::uint64_t read(SFsFile* file, void* buffer, std::uint64_t size);         // null: all bits set
+ENGINE_FS_API std::uint64_t write(SFsFile* file, const void* buffer, std::uint64_t size);  // null: all bits set
+ENGINE_FS_API std::uint64_t length(SFsFile* file);                                         // null: all bits set
+ENGINE_FS_API std::uint64_t tell(SFsFile* file);                                           // null: all bits set
+ENGINE_FS_API bool seek(SFsFile* file, std::int64_t offset, EFSSeek::TYPE origin);         // null: false
+ENGINE_FS_API bool set_eof(SFsFile* file);                                                 // null: false
 /// The file's name, "" when it has none; null for a null file.
 ENGINE_FS_API const char* file_name(SFsFile* file);
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
+#include <cstdint>
 
 #include <engine/filesystem/api.h>
 
@@ -23,13 +23,13 @@ using search_callback = void (*)(const char* dir, const char* name);
 /// A directory of the name index, to read. Valid until the index is next emptied (fs::rem_source, fs::refresh,
 /// fs::shutdown).
 class idir {
-public:
+  public:
     virtual const char* name() const = 0;
     virtual const idir* parent() const = 0;
     virtual const idir* first_child() const = 0;
     virtual const idir* next_sibling() const = 0;
 
-protected:
+  protected:
     ~idir() = default;
 };
 
@@ -37,8 +37,8 @@ protected:
 ///
 /// Owns     a node owns its children.
 /// Threads  changed by one thread while no other reads.
-class ENGINE_FS_API dir : public idir {
-public:
+class ENGINE_FS_API dir final : public idir {
+  public:
     dir();
     ~dir();
     dir(const dir&) = delete;
@@ -65,17 +65,28 @@ public:
     /// A child of exactly this name, made when it is missing.
     dir* add_child(const char* name, std::size_t length);
 
-private:
-    struct Children;
-
+  private:
     dir* find_child(const char* name, std::size_t length) const;
+    dir* find_indexed(const char* name, std::size_t length, std::uint32_t hash) const;
+    dir* append_child(const char* name, std::size_t length);
+    void unlink();
+    void index_child(dir* child);
+    void unindex_child(dir* child);
+    void build_index(std::size_t bucket_count);
+    void drop_index();
 
     char* name_ = nullptr;
     dir* parent_ = nullptr;
     dir* first_child_ = nullptr;
     dir* last_child_ = nullptr;
+    dir* previous_sibling_ = nullptr;
     dir* next_sibling_ = nullptr;
-    Children* children_ = nullptr;  // finds a child by name once there are many
+    dir** buckets_ = nullptr;         // finds a child by name; null while there are few
+    dir* next_in_bucket_ = nullptr;   // in the parent's buckets
+    std::uint32_t bucket_count_ = 0;  // a power of two
+    std::uint32_t child_count_ = 0;
+    std::uint32_t name_length_ = 0;
+    std::uint32_t name_hash_ = 0;
 };
 
 }  // namespace fs

@@ -18,9 +18,10 @@ inline constexpr std::size_t path_capacity = 260;
 /// copies the text. A new path is marked as installed.
 /// Threads  a value: one thread changes it, or any number read it.
 class ENGINE_FS_API path {
-public:
+  public:
     path();
-    /// Normalises `text` (lower-cased when `lower`) and splits it at its last "/". Null is the empty path.
+    /// Normalises `text` (lower-cased when `lower`) and splits it at its last "/". Null is the empty path, and so is a
+    /// text that memory cannot be had for.
     path(const char* text, bool lower);
     path(const path& other);
     path(path&& other) noexcept;
@@ -33,22 +34,28 @@ public:
     /// Empties both parts and gives back their memory.
     void Release();
 
-    bool Empty() const;
-    bool EmptyFile() const;
-    bool EmptyPath() const;
+    bool Empty() const { return EmptyFile() && EmptyPath(); }
+    bool EmptyFile() const { return FileNameView().empty(); }
+    bool EmptyPath() const { return PathNameView().empty(); }
 
     /// The file name, without a separator; "" when there is none. Valid until the path changes.
-    const char* FileName() const;
+    const char* FileName() const { return FileNameView().data(); }
     /// The directory, ending in "/"; "" when there is none. Valid until the path changes.
-    const char* PathName() const;
+    const char* PathName() const { return PathNameView().data(); }
     /// The same two texts with their lengths.
-    std::string_view FileNameView() const;
-    std::string_view PathNameView() const;
+    std::string_view FileNameView() const {
+        if ((flags_ & file_on_heap) != 0) return {file_.heap.text, file_.heap.length};
+        return {file_.inline_text, file_length_};
+    }
+    std::string_view PathNameView() const {
+        if ((flags_ & dir_on_heap) != 0) return {dir_.heap.text, dir_.heap.length};
+        return {dir_.inline_text, dir_length_};
+    }
 
-    bool IsInstalled() const;
+    bool IsInstalled() const { return (flags_ & installed) != 0; }
     void SetInstalled(bool on);
     /// Whether the text is known to be lower-cased.
-    bool IsLowercase() const;
+    bool IsLowercase() const { return (flags_ & lowercase) != 0; }
     /// Lower-cases both parts (ASCII letters) once.
     void Lowercase();
 
@@ -58,39 +65,46 @@ public:
 
     /// From the last "." of the file name on; "" when there is none. Points into the path.
     const char* Ext() const;
-    /// Puts `ext` (with its ".") in place of the extension, or appends it when there is none.
+    /// Puts `ext` ("x" and ".x" are the same) in place of the extension, or appends it when there is none. Null or ""
+    /// takes the extension away.
     void ExtReplace(const char* ext);
 
     /// Both parts equal, byte by byte.
-    bool operator==(const path& other) const;
+    bool operator==(const path& other) const {
+        return FileNameView() == other.FileNameView() && PathNameView() == other.PathNameView();
+    }
 
     /// Bytes that the value holds and does not use, and bytes that it uses, heap blocks included.
     std::uint64_t calc_wasted_space() const;
     std::uint64_t calc_occupied_space() const;
 
-private:
+  private:
     static constexpr std::size_t inline_capacity = 32;
+    static constexpr std::uint8_t file_on_heap = 1;
+    static constexpr std::uint8_t dir_on_heap = 2;
+    static constexpr std::uint8_t lowercase = 4;
+    static constexpr std::uint8_t installed = 8;
 
-    /// One part: text in the inline buffer or on the heap, as the owner's flag says.
+    /// One part: up to 31 characters in place, a longer text in a block of the C allocator, as the flag says.
     union Text {
         char inline_text[inline_capacity];
         struct {
             char* text;
+            std::uint32_t length;
             std::uint32_t capacity;
         } heap;
     };
 
-    char* file_text();
-    char* dir_text();
-    char* prepare(Text& part, std::uint16_t& length, std::uint8_t heap_flag, std::size_t size, std::size_t inline_limit);
-    void release_part(Text& part, std::uint16_t& length, std::uint8_t heap_flag);
-    void copy_from(const path& other);
+    void reset(std::uint8_t flags);
+    bool store(Text& part, std::uint8_t& length, std::uint8_t heap_flag, std::string_view text);
+    void assign(std::string_view dir, std::string_view file, std::uint8_t flags);
+    void release_part(Text& part, std::uint8_t& length, std::uint8_t heap_flag);
     void take_from(path& other);
 
     Text file_;
     Text dir_;
-    std::uint16_t file_length_;
-    std::uint16_t dir_length_;
+    std::uint8_t file_length_;  // of a text in place
+    std::uint8_t dir_length_;
     std::uint8_t flags_;
 };
 

@@ -15,14 +15,14 @@ class dir_listing;  // opaque: a recorded listing of a directory source
 
 }  // namespace fs
 
-/// A place that files come from. The order of the virtual operations is part of the contract; a caller's own class plugs
-/// in by fs::add_source(CFSSource*, flags).
+/// A place that files come from. The order of the virtual operations is part of the contract; a caller's own class
+/// plugs in by fs::add_source(CFSSource*, flags).
 ///
 /// Paths    relative to the source, normalised and lower-cased, except where creation keeps the caller's case.
 /// Threads  called under the registry's lock: shared for questions and opens, exclusive for what changes tables. A
 ///          source must not call the registry's changing operations. init runs outside the lock.
 class ENGINE_FS_API CFSSource {
-public:
+  public:
     CFSSource();
     virtual ~CFSSource();
     CFSSource(const CFSSource&) = delete;

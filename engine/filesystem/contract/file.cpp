@@ -1,0 +1,53 @@
+#include <engine/filesystem/contract/file.h>
+
+#include <cstdlib>
+
+namespace {
+
+constexpr std::uint64_t failed = ~std::uint64_t{0};
+constexpr int overlapped_failed = 2;
+
+}  // namespace
+
+SFsFile::SFsFile() = default;
+
+SFsFile::~SFsFile() {
+    std::free(name);
+    name = nullptr;
+}
+
+bool SFsFile::read_async(void*, std::uint64_t, std::uint64_t, SFsRequest*, std::uint32_t) { return false; }
+bool SFsFile::write_async(const void*, std::uint64_t, std::uint64_t, SFsRequest*, std::uint32_t) { return false; }
+bool SFsFile::set_eof() { return false; }
+void SFsFile::cancel_async(SFsRequest*) {}
+bool SFsFile::cancel_io() { return false; }
+int SFsFile::read_overlapped(void*, std::uint32_t, std::uint32_t*, SNativeOverlapped*) { return overlapped_failed; }
+int SFsFile::write_overlapped(void*, std::uint32_t, std::uint32_t*, SNativeOverlapped*) { return overlapped_failed; }
+
+namespace fs {
+
+void close(SFsFile* file) { delete file; }
+
+std::uint64_t read(SFsFile* file, void* buffer, std::uint64_t size) {
+    return file != nullptr ? file->read(buffer, size) : failed;
+}
+
+std::uint64_t write(SFsFile* file, const void* buffer, std::uint64_t size) {
+    return file != nullptr ? file->write(buffer, size) : failed;
+}
+
+std::uint64_t length(SFsFile* file) { return file != nullptr ? file->length() : failed; }
+std::uint64_t tell(SFsFile* file) { return file != nullptr ? file->tell() : failed; }
+
+bool seek(SFsFile* file, std::int64_t offset, EFSSeek::TYPE origin) {
+    return file != nullptr && file->seek(offset, origin);
+}
+
+bool set_eof(SFsFile* file) { return file != nullptr && file->set_eof(); }
+
+const char* file_name(SFsFile* file) {
+    if (file == nullptr) return nullptr;
+    return file->name != nullptr ? file->name : "";
+}
+
+}  // namespace fs

@@ -1,0 +1,255 @@
+#include <engine/filesystem/contract/path.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "engine/filesystem/contract/normalize.h"
+
+// File names taken apart and put together by the rules of the C run-time: the directory ends with the last separator
+// of either kind, the extension begins with the last "." behind it. Answers may overwrite the text that they come
+// from, and one that does not fit into path_capacity bytes is "".
+
+namespace fs {
+
+namespace {
+
+#if defined(_WIN32)
+constexpr bool knows_drives = true;
+#else
+constexpr bool knows_drives = false;
+#endif
+
+struct Parts {
+    std::string_view drive;
+    std::string_view dir;
+    std::string_view name;
+    std::string_view ext;
+
+    /// Parts stand side by side in the text that they were taken from.
+    std::string_view drive_and_dir() const { return {drive.data(), drive.size() + dir.size()}; }
+    std::string_view name_and_ext() const { return {name.data(), name.size() + ext.size()}; }
+};
+
+Parts split(const char* path) {
+    std::string_view rest(path != nullptr ? path : "");
+    Parts parts;
+    const bool has_drive = knows_drives && rest.size() >= 2 && rest[1] == ':';
+    parts.drive = rest.substr(0, has_drive ? 2 : 0);
+    rest.remove_prefix(parts.drive.size());
+    const std::size_t separator = rest.find_last_of("/\\");
+    parts.dir = rest.substr(0, separator == std::string_view::npos ? 0 : separator + 1);
+    rest.remove_prefix(parts.dir.size());
+    const std::size_t dot = rest.rfind('.');
+    parts.name = rest.substr(0, dot);
+    parts.ext = rest.substr(parts.name.size());
+    return parts;
+}
+
+char* write(char* out, std::string_view text) {
+    if (out == nullptr) return nullptr;
+    const std::size_t length = text.size() < path_capacity ? text.size() : 0;
+    if (length != 0) std::memmove(out, text.data(), length);
+    out[length] = '\0';
+    return out;
+}
+
+fs::string to_string(std::string_view text) {
+    try {
+        return text.size() < path_capacity ? fs::string(text) : fs::string();
+    } catch (...) {
+        return {};
+    }
+}
+
+/// Puts a path together in a buffer of its own, so that the answer may go where a part came from.
+class Builder {
+  public:
+    void add(std::string_view text) {
+        if (text.size() >= path_capacity - length_) {
+            fits_ = false;
+            return;
+        }
+        if (!text.empty()) std::memcpy(text_ + length_, text.data(), text.size());
+        length_ += text.size();
+    }
+    void add_unless_ended_by(char letter) {
+        if (length_ == 0 || text_[length_ - 1] != letter) add({&letter, 1});
+    }
+    bool ends_in_separator() const { return length_ != 0 && is_separator(text_[length_ - 1]); }
+    std::string_view view() const { return {text_, fits_ ? length_ : 0}; }
+    char* write_to(char* out) const { return write(out, view()); }
+
+  private:
+    char text_[path_capacity];
+    std::size_t length_ = 0;
+    bool fits_ = true;
+};
+
+std::string_view text_of(const char* text) { return text != nullptr ? text : ""; }
+
+void add_extension(Builder& builder, std::string_view ext) {
+    if (ext.empty()) return;
+    if (ext.front() != '.') builder.add(".");
+    builder.add(ext);
+}
+
+/// One more component behind the ones before it, with one "/" between them.
+void join(Builder& builder, std::string_view component) {
+    if (!builder.view().empty()) {
+        while (!component.empty() && is_separator(component.front())) component.remove_prefix(1);
+    }
+    if (component.empty()) return;
+    if (!builder.view().empty() && !builder.ends_in_separator()) builder.add("/");
+    builder.add(component);
+}
+
+Builder join_all(const char* first, va_list components) {
+    Builder builder;
+    for (const char* component = first; component != nullptr; component = va_arg(components, const char*)) {
+        join(builder, component);
+    }
+    return builder;
+}
+
+/// Hexadecimal digits as "%x" reads them; 0 when there are none.
+std::uint32_t parse_flags(std::string_view text) {
+    std::uint32_t flags = 0;
+    for (const char letter : text) {
+        const char digit = fold(letter);
+        if (digit >= '0' && digit <= '9') {
+            flags = flags * 16 + static_cast<std::uint32_t>(digit - '0');
+        } else if (digit >= 'a' && digit <= 'f') {
+            flags = flags * 16 + static_cast<std::uint32_t>(digit - 'a' + 10);
+        } else {
+            break;
+        }
+    }
+    return flags;
+}
+
+bool copy_part(char* out, std::string_view part) {
+    return out == nullptr || write(out, part)[0] != '\0' || part.empty();
+}
+
+}  // namespace
+
+char* filename_get_ext(char* out, const char* path) { return write(out, split(path).ext); }
+char* filename_get_name(char* out, const char* path) { return write(out, split(path).name); }
+char* filename_get_path(char* out, const char* path) { return write(out, split(path).drive_and_dir()); }
+char* filename_get_fname(char* out, const char* path) { return write(out, split(path).name_and_ext()); }
+
+fs::string filename_get_ext(const fs::string& path) { return to_string(split(path.c_str()).ext); }
+fs::string filename_get_name(const fs::string& path) { return to_string(split(path.c_str()).name); }
+fs::string filename_get_path(const fs::string& path) { return to_string(split(path.c_str()).drive_and_dir()); }
+fs::string filename_get_fname(const fs::string& path) { return to_string(split(path.c_str()).name_and_ext()); }
+
+char* filename_change_extension_inplace(char* path, const char* ext) {
+    const Parts parts = split(path);
+    Builder builder;
+    builder.add(parts.drive_and_dir());
+    builder.add(parts.name);
+    add_extension(builder, text_of(ext));
+    return builder.write_to(path);
+}
+
+char* remove_slash(char* path) {
+    const std::size_t length = text_of(path).size();
+    if (length != 0 && path[length - 1] == '/') path[length - 1] = '\0';
+    return path;
+}
+
+char* append_slash(char* path, std::uint32_t capacity) {
+    const std::size_t length = text_of(path).size();
+    // The last character is lost on purpose: callers rely on the length staying as it is.
+    if (length != 0 && path[length - 1] != '/' && length + 1 < capacity) path[length - 1] = '/';
+    return path;
+}
+
+char* filename_build_path(char* out, const char* drive, const char* dir, const char* name, const char* ext) {
+    Builder builder;
+    builder.add(text_of(drive));
+    if (!builder.view().empty()) builder.add_unless_ended_by(':');
+    const std::string_view directory = text_of(dir);
+    builder.add(directory);
+    if (!directory.empty() && !builder.ends_in_separator()) builder.add("/");
+    builder.add(text_of(name));
+    add_extension(builder, text_of(ext));
+    return builder.write_to(out);
+}
+
+char* filename_build_path_v(char* out, const char* first, ...) {
+    va_list components;
+    va_start(components, first);
+    const Builder builder = join_all(first, components);
+    va_end(components);
+    return builder.write_to(out);
+}
+
+char* filename_build_path_vq(char* out, const char* first, ...) {
+    va_list components;
+    va_start(components, first);
+    const Builder builder = join_all(first, components);
+    va_end(components);
+    if (builder.view().find(' ') == std::string_view::npos) return builder.write_to(out);
+    Builder quoted;
+    quoted.add("\"");
+    quoted.add(builder.view());
+    quoted.add("\"");
+    return quoted.write_to(out);
+}
+
+bool decompose_path(const char* path, char* drive, char* dir, char* name, char* ext) {
+    Builder copy;  // the parts may go where the path lies
+    copy.add(text_of(path));
+    char text[path_capacity];
+    const Parts parts = split(copy.write_to(text));
+    const bool fits = copy.view().size() == text_of(path).size();
+    copy_part(drive, parts.drive);
+    copy_part(dir, parts.dir);
+    copy_part(name, parts.name);
+    copy_part(ext, parts.ext);
+    return fits;
+}
+
+fs::string extract_path(const char* path) { return to_string(split(path).drive_and_dir()); }
+
+char* mangle_file_name(char* out, const char* path, std::uint32_t flags) {
+    const Parts parts = split(path);
+    char suffix[16];
+    std::snprintf(suffix, sizeof(suffix), "&%04x", static_cast<unsigned>(flags));
+    Builder builder;
+    builder.add(parts.drive_and_dir());
+    builder.add(parts.name);
+    builder.add(suffix);
+    builder.add(parts.ext);
+    return builder.write_to(out);
+}
+
+char* unmangle_file_name(const char* path, char* out, std::uint32_t& flags) {
+    const Parts parts = split(path);
+    const std::size_t mark = parts.name.rfind('&');
+    const bool mangled = mark != std::string_view::npos;
+    flags = mangled ? parse_flags(parts.name.substr(mark + 1)) : 0;
+    Builder builder;
+    builder.add(parts.drive_and_dir());
+    builder.add(parts.name.substr(0, mark));
+    builder.add(parts.ext);
+    builder.write_to(out);
+    return mangled ? out : nullptr;
+}
+
+char* unmangle_file_name_nameonly(const char* path, char* out) {
+    std::uint32_t flags = 0;
+    unmangle_file_name(path, out, flags);
+    return out;
+}
+
+std::uint32_t unmangle_file_name_flagsonly(const char* path) {
+    char name[path_capacity];
+    std::uint32_t flags = 0;
+    unmangle_file_name(path, name, flags);
+    return flags;
+}
+
+}  // namespace fs

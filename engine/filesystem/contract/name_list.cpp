@@ -1,0 +1,83 @@
+#include "engine/filesystem/contract/name_list.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "engine/filesystem/contract/normalize.h"
+
+namespace fs {
+
+FS_NAME* new_name(std::string_view dir, std::string_view name, FS_NAME* next) {
+    auto* const node = static_cast<FS_NAME*>(std::malloc(sizeof(FS_NAME)));
+    auto* const text = static_cast<char*>(std::malloc(dir.size() + name.size() + 1));
+    if (node == nullptr || text == nullptr) {
+        std::free(node);
+        std::free(text);
+        return nullptr;
+    }
+    std::memcpy(text, dir.data(), dir.size());
+    std::memcpy(text + dir.size(), name.data(), name.size());
+    text[dir.size() + name.size()] = '\0';
+    *node = {.name = text, .next = next};
+    return node;
+}
+
+void free_names(FS_NAME* names) {
+    while (names != nullptr) {
+        FS_NAME* const next = names->next;
+        std::free(names->name);
+        std::free(names);
+        names = next;
+    }
+}
+
+bool NameCollector::append(std::string_view dir, std::string_view name) {
+    FS_NAME* const node = new_name(dir, name, nullptr);
+    if (node == nullptr) return false;
+    *tail_ = node;
+    tail_ = &node->next;
+    return true;
+}
+
+FS_NAME* NameCollector::release() {
+    FS_NAME* const head = head_;
+    head_ = nullptr;
+    tail_ = &head_;
+    return head;
+}
+
+bool name_matches(std::string_view name, const char* mask) {
+    if (mask == nullptr || mask[0] == '\0') return true;
+    // Only the latest "*" is ever tried again with a longer run: if an earlier one could help, so could this.
+    const char* after_star = nullptr;
+    std::size_t resume = 0;
+    std::size_t at = 0;
+    while (at < name.size()) {
+        if (*mask == '*') {
+            after_star = ++mask;
+            resume = at;
+        } else if (*mask != '\0' && (*mask == '?' || fold(*mask) == fold(name[at]))) {
+            ++mask;
+            ++at;
+        } else if (after_star != nullptr) {
+            mask = after_star;
+            at = ++resume;
+        } else {
+            return false;
+        }
+    }
+    while (*mask == '*') ++mask;
+    return *mask == '\0';
+}
+
+bool directory_answers(std::string_view held, const char* dir, bool below) {
+    if (dir == nullptr) return true;
+    std::string_view wanted(dir);
+    if (!wanted.empty() && wanted.back() == '/') wanted.remove_suffix(1);
+    if (wanted.empty()) return below || held.empty();
+    if (held.size() <= wanted.size() || held.substr(0, wanted.size()) != wanted || held[wanted.size()] != '/')
+        return false;
+    return below || held.size() == wanted.size() + 1;
+}
+
+}  // namespace fs

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string_view>
+
+#include <engine/filesystem/contract/names.h>
+
+namespace fs {
+
+/// A new node that holds `dir` followed by `name`, linked before `next`. Null when memory cannot be had.
+FS_NAME* new_name(std::string_view dir, std::string_view name, FS_NAME* next);
+
+/// Collects names in their order. The list belongs to the collector until it is released.
+class NameCollector {
+  public:
+    NameCollector() = default;
+    ~NameCollector() { free_names(head_); }
+    NameCollector(const NameCollector&) = delete;
+    NameCollector& operator=(const NameCollector&) = delete;
+
+    /// False when memory cannot be had; the names so far stay.
+    bool append(std::string_view dir, std::string_view name);
+    /// Hands the list over; null when it is empty.
+    FS_NAME* release();
+
+  private:
+    FS_NAME* head_ = nullptr;
+    FS_NAME** tail_ = &head_;
+};
+
+/// Whether the whole of `name` matches `mask`: "*" any run of characters, "?" any one; ASCII letters in any case. A
+/// null or empty mask matches every name.
+bool name_matches(std::string_view name, const char* mask);
+
+/// Whether a file of directory `held` (ending in "/" or empty) answers a search in `dir`: null any; else without regard
+/// to one trailing "/" in `dir`, `held` must be that directory or, with `below`, lie below it. Bytes are compared.
+bool directory_answers(std::string_view held, const char* dir, bool below);
+
+}  // namespace fs

@@ -1,0 +1,142 @@
+#include "engine/platform/directories.h"
+#include "engine/platform/faults.h"
+#include "engine/platform/files.h"
+#include "engine/platform/windows/native_path.h"
+
+// Asking about files, and changing what is written about them: attributes, times, names.
+
+namespace platform {
+
+namespace {
+
+bool meets_fault(FaultPoint point) {
+    const auto fault = fault_at(point);
+    return fault && !fail(*fault);
+}
+
+// Both records of the system have these fields under the same names.
+template <typename Record>
+Attributes to_attributes(const Record& record) {
+    return {.is_directory = has_bits(record.dwFileAttributes, FILE_ATTRIBUTE_DIRECTORY),
+            .is_read_only = has_bits(record.dwFileAttributes, FILE_ATTRIBUTE_READONLY),
+            .size = std::uint64_t{record.nFileSizeHigh} << 32 | record.nFileSizeLow,
+            .write_time = to_file_time(record.ftLastWriteTime),
+            .creation_time = to_file_time(record.ftCreationTime),
+            .access_time = to_file_time(record.ftLastAccessTime)};
+}
+
+// Of what a link leads to: the quick question answers about the link itself.
+std::optional<Attributes> attributes_behind_link(const char* path) {
+    BY_HANDLE_FILE_INFORMATION record{};
+    const Handle handle(open_for_query(path));
+    if (handle.valid() && GetFileInformationByHandle(handle.get(), &record)) return to_attributes(record);
+    fail_last();
+    return std::nullopt;
+}
+
+// Opened for writing, so that a read-only file and one that is open refuse.
+bool set_times(const char* path, std::int64_t time, bool all) {
+    if (time < 0)
+        return fail(Failure::OTHER, ERROR_INVALID_PARAMETER);  // the system gives these a meaning of their own
+    const File file = File::open(path, {.access = Access::WRITE});
+    if (!file.valid()) return false;
+    const FILETIME value{.dwLowDateTime = static_cast<DWORD>(time),
+                         .dwHighDateTime = static_cast<DWORD>(static_cast<std::uint64_t>(time) >> 32)};
+    const FILETIME* const others = all ? &value : nullptr;
+    return SetFileTime(reinterpret_cast<HANDLE>(file.native()), others, others, &value) || fail_last();
+}
+
+bool is_directory(DWORD attributes) { return has_bits(attributes, FILE_ATTRIBUTE_DIRECTORY); }
+
+bool refuse_read_only(DWORD attributes) {
+    if (!has_bits(attributes, FILE_ATTRIBUTE_READONLY) || is_directory(attributes)) return true;
+    return fail(Failure::READ_ONLY, ERROR_ACCESS_DENIED);
+}
+
+bool is_same_file(const char* a, const char* b) {
+    BY_HANDLE_FILE_INFORMATION first{};
+    BY_HANDLE_FILE_INFORMATION second{};
+    const Handle first_handle(open_for_query(a));
+    const Handle second_handle(open_for_query(b));
+    return first_handle.valid() && second_handle.valid() && GetFileInformationByHandle(first_handle.get(), &first) &&
+           GetFileInformationByHandle(second_handle.get(), &second) &&
+           first.dwVolumeSerialNumber == second.dwVolumeSerialNumber && first.nFileIndexHigh == second.nFileIndexHigh &&
+           first.nFileIndexLow == second.nFileIndexLow;
+}
+
+// A file gives way to a file; nothing gives way to a directory, and no directory to anything.
+bool may_take_place(const char* from, const char* to) {
+    const DWORD target = attribute_bits(to);
+    if (target == INVALID_FILE_ATTRIBUTES || is_same_file(from, to)) return true;
+    if (is_directory(target) || is_directory(attribute_bits(from))) return fail(Failure::ALREADY_EXISTS);
+    return refuse_read_only(target);
+}
+
+bool move_path(const char* from, const char* to, DWORD flags) {
+    const NativePath source(from);
+    if (!source.valid()) return false;
+    const NativePath target(to, NativePath::Use::NEW);
+    if (!target.valid() || meets_fault(FaultPoint::RENAME) || !may_take_place(source.text(), target.text())) {
+        return false;
+    }
+    return MoveFileExA(source.text(), target.text(), flags) || fail_last();
+}
+
+// The content must be on the disk before the name is. A read-only file has been closed by its writer long ago, and the
+// system flushes nothing that is not open for writing.
+bool sync_file(const char* path) {
+    if (has_bits(attribute_bits(path), FILE_ATTRIBUTE_READONLY)) return true;
+    const Handle handle(
+        CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ, nullptr, windows_api::open_existing, 0, nullptr));
+    return (handle.valid() && FlushFileBuffers(handle.get())) || fail_last();
+}
+
+}  // namespace
+
+std::optional<Attributes> get_attributes(const PathAt& path) {
+    const NativePath native(path.full);
+    if (!native.valid() || meets_fault(FaultPoint::STAT)) return std::nullopt;
+    WIN32_FILE_ATTRIBUTE_DATA record{};
+    if (!GetFileAttributesExA(native.text(), GetFileExInfoStandard, &record)) {
+        fail_last();
+        return std::nullopt;
+    }
+    if (has_bits(record.dwFileAttributes, FILE_ATTRIBUTE_REPARSE_POINT)) return attributes_behind_link(native.text());
+    return to_attributes(record);
+}
+
+std::optional<Attributes> get_attributes(const char* path) { return get_attributes(PathAt{.full = path}); }
+
+bool set_read_only(const char* path, bool on) {
+    const NativePath native(path);
+    if (!native.valid()) return false;
+    const DWORD attributes = attribute_bits(native.text());
+    if (attributes == INVALID_FILE_ATTRIBUTES) return fail_last();
+    const DWORD others = attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY);
+    return SetFileAttributesA(native.text(), on ? others | FILE_ATTRIBUTE_READONLY : others) || fail_last();
+}
+
+bool set_write_time(const char* path, std::int64_t time) { return set_times(path, time, false); }
+
+bool set_all_times(const char* path, std::int64_t time) { return set_times(path, time, true); }
+
+bool remove_file(const char* path) {
+    const NativePath native(path);
+    if (!native.valid() || meets_fault(FaultPoint::REMOVE)) return false;
+    const DWORD attributes = attribute_bits(native.text());
+    if (is_directory(attributes) && is_link(path)) return RemoveDirectoryA(native.text()) || fail_last();
+    if (is_directory(attributes)) return fail(Failure::NOT_REGULAR, ERROR_ACCESS_DENIED);
+    return refuse_read_only(attributes) && (DeleteFileA(native.text()) || fail_last());
+}
+
+bool rename_path(const char* from, const char* to) { return move_path(from, to, MOVEFILE_REPLACE_EXISTING); }
+
+bool replace_file(const char* from, const char* to) {
+    const NativePath source(from);
+    if (!source.valid()) return false;
+    if (is_directory(attribute_bits(source.text()))) return fail(Failure::NOT_REGULAR);
+    if (!sync_file(source.text())) return false;
+    return move_path(from, to, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
+}
+
+}  // namespace platform

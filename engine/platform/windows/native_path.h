@@ -1,0 +1,58 @@
+#pragma once
+
+#include "engine/platform/files.h"
+#include "engine/platform/windows/system_error.h"
+#include "engine/platform/windows/windows_api.h"
+
+namespace platform {
+
+/// A caller's path made ready for the system: checked, and without slashes at its end (but "/" and "c:/" stay).
+///
+/// The system takes much for a file that is none: devices ("nul.txt", "//./x"), streams ("a:b"), names whose trailing
+/// dots and blanks it drops. Nothing of that is ever handed to it, so a path means the same on both systems.
+class NativePath {
+public:
+    enum class Use { EXISTING, NEW };  // a name that cannot be is "not found", or invalid for a new file
+
+    /// Not valid, with the failure recorded, when the system could hold no such path.
+    explicit NativePath(const char* path, Use use = Use::EXISTING);
+
+    bool valid() const { return length_ != 0; }
+    const char* text() const { return text_; }
+    std::size_t length() const { return length_; }
+
+private:
+    char text_[path_buffer_size];
+    std::size_t length_ = 0;
+};
+
+/// An owned handle of the system.
+class Handle {
+public:
+    explicit Handle(HANDLE handle) : handle_(handle == INVALID_HANDLE_VALUE ? nullptr : handle) {}
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+    ~Handle() {
+        if (handle_ != nullptr) CloseHandle(handle_);
+    }
+    bool valid() const { return handle_ != nullptr; }
+    HANDLE get() const { return handle_; }
+
+private:
+    HANDLE handle_;
+};
+
+/// Opens a file or directory for asking about it alone, links followed; it shares with everybody.
+HANDLE open_for_query(const char* path);
+
+/// The attributes of what a path leads to; INVALID_FILE_ATTRIBUTES when nothing is there. Links are not followed.
+inline DWORD attribute_bits(const char* path) { return GetFileAttributesA(path); }
+inline bool has_bits(DWORD attributes, DWORD bits) {
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & bits) != 0;
+}
+
+inline std::int64_t to_file_time(const FILETIME& time) {
+    return static_cast<std::int64_t>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
+}
+
+}  // namespace platform

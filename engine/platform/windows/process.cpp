@@ -1,0 +1,135 @@
+#include "engine/platform/process.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+
+namespace platform {
+
+namespace {
+
+// Where this program lies. Read when first asked for and never freed: whoever runs at the very end of the process may
+// still use it.
+struct ProcessFacts {
+    std::once_flag once;
+    char path[4096] = "";
+    char directory[4096] = "./";
+};
+
+void read_paths(ProcessFacts& out) {
+    const DWORD length = GetModuleFileNameA(nullptr, out.path, sizeof out.path);
+    if (length == 0 || length >= sizeof out.path) {
+        out.path[0] = '\0';
+        return;
+    }
+    std::replace(out.path, out.path + length, '\\', '/');
+    const char* const slash = std::strrchr(out.path, '/');
+    if (slash == nullptr) return;
+    const auto directory_length = static_cast<std::size_t>(slash - out.path) + 1;
+    std::memcpy(out.directory, out.path, directory_length);
+    out.directory[directory_length] = '\0';
+}
+
+ProcessFacts& facts() {
+    static constinit ProcessFacts process_facts;
+    std::call_once(process_facts.once, read_paths, process_facts);
+    return process_facts;
+}
+
+bool is_set(const char* variable) { return GetEnvironmentVariableA(variable, nullptr, 0) > 1; }
+
+// Services have no visible window station. A compatibility layer has one even without a screen, and its boxes would
+// be answered by nobody.
+bool has_desktop() {
+    USEROBJECTFLAGS flags{};
+    const HWINSTA station = GetProcessWindowStation();
+    if (station == nullptr || !GetUserObjectInformationA(station, UOI_FLAGS, &flags, sizeof flags, nullptr)) {
+        return false;
+    }
+    if ((flags.dwFlags & WSF_VISIBLE) == 0) return false;
+    const bool emulated = GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;
+    return !emulated || is_set("DISPLAY") || is_set("WAYLAND_DISPLAY");
+}
+
+Answer to_answer(int button, Answer otherwise) {
+    switch (button) {
+        case IDOK:
+            return Answer::OK;
+        case IDABORT:
+            return Answer::ABORT;
+        case IDRETRY:
+            return Answer::RETRY;
+        case IDIGNORE:
+            return Answer::CARRY_ON;
+        default:
+            return otherwise;
+    }
+}
+
+// `write` moves up to so many bytes and answers how many, 0 for a failure.
+template <typename Write>
+void write_all(const char* text, std::size_t length, Write write) {
+    constexpr std::size_t largest_piece = 16 * 1024;  // older consoles take no more at once
+    while (length != 0) {
+        const DWORD written = write(text, static_cast<DWORD>(std::min(length, largest_piece)));
+        if (written == 0) return;
+        text += written;
+        length -= written;
+    }
+}
+
+DWORD write_to_screen(HANDLE console, const char* text, DWORD length) {
+    DWORD written = 0;
+    return WriteConsoleA(console, text, length, &written, nullptr) ? written : 0;
+}
+
+DWORD write_to_file(HANDLE file, const char* text, DWORD length) {
+    DWORD written = 0;
+    return WriteFile(file, text, length, &written, nullptr) ? written : 0;
+}
+
+}  // namespace
+
+const char* executable_path() { return facts().path; }
+
+const char* executable_directory() { return facts().directory; }
+
+const char* command_line() {
+    const char* const line = GetCommandLineA();
+    return line == nullptr ? "" : line;
+}
+
+void exit_process(int code) { ExitProcess(static_cast<UINT>(code)); }
+
+Answer show_message(const char* text, const char* caption, std::uint32_t style, Answer fallback) {
+    const int button = has_desktop() ? MessageBoxA(nullptr, text, caption, style) : 0;
+    if (button != 0) return to_answer(button, fallback);
+    std::fprintf(stderr, "%s: %s\n", caption, text);
+    std::fflush(stderr);
+    return fallback;
+}
+
+void* standard_output() {
+    const HANDLE output = GetStdHandle(STD_OUTPUT_HANDLE);
+    return output == INVALID_HANDLE_VALUE ? nullptr : output;
+}
+
+void write_console(void* console, const char* text, std::size_t length) {
+    if (console == nullptr) return;
+    DWORD mode = 0;
+    const auto write = GetConsoleMode(console, &mode) ? write_to_screen : write_to_file;
+    write_all(text, length, [&](const char* piece, DWORD size) { return write(console, piece, size); });
+}
+
+bool is_debugger_present() { return IsDebuggerPresent() != 0; }
+
+std::uint32_t process_id() { return GetCurrentProcessId(); }
+
+std::uint32_t processor_count() { return std::max<DWORD>(GetActiveProcessorCount(ALL_PROCESSOR_GROUPS), 1); }
+
+void trim_heap() { HeapCompact(GetProcessHeap(), 0); }
+
+}  // namespace platform

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include <engine/filesystem/log.h>
+
+#include "engine/filesystem/log/filter_table.h"
+#include "engine/filesystem/log/state.h"
+
+/// Starts each test from an untouched log core without a crash start-up, and records what the callbacks receive.
+class LogTest : public testing::Test {
+protected:
+    struct Line {
+        Log::ELevel::TYPE level;
+        std::string category;
+        std::string text;
+    };
+
+    LogTest() {
+        reset();
+        run_ = logging::state.start_up.run.exchange(nullptr);
+        LogSetPrintCallback([](Log::ELevel::TYPE level, const char* category, const char* text) {
+            console_lines.push_back({level, category, text});
+        });
+        CrashSetPrintCallback([](Log::ELevel::TYPE level, const char* category, const char* text) {
+            file_lines.push_back({level, category, text});
+        });
+    }
+    ~LogTest() override {
+        LogSetPrintCallback(nullptr);
+        CrashSetPrintCallback(nullptr);
+        logging::state.start_up.run.store(run_);
+        reset();
+    }
+
+    /// Writes to the console callback; returns what it received.
+    static std::string write(Log::ELevel::TYPE level, const char* category, CLLineMode::ENUM mode,
+                             const std::string& text) {
+        _CLog(level, category, nullptr, 0, CLFilterAction::CONSOLE, mode, text);
+        return console_lines.back().text;
+    }
+    /// The text with each "{hh:mm:ss.mmm} " taken out, so that it can be compared.
+    static std::string without_time(std::string text) {
+        for (std::size_t at = text.find('{'); at != std::string::npos; at = text.find('{', at)) text.erase(at, 15);
+        return text;
+    }
+
+    static inline std::vector<Line> console_lines;
+    static inline std::vector<Line> file_lines;
+
+private:
+    static void reset() {
+        auto& state = logging::state;
+        state.filter_mode = CLFilterMode::NORMAL;
+        state.previous_level = 0;
+        state.previous_category[0] = 0;
+        state.previous_category[1] = 0;
+        state.widest_header = 0;
+        state.line_open = false;
+        state.start_up.verbose = false;
+        _CLFilterClear();
+        Log::Settings::Instance() = Log::Settings();
+        console_lines.clear();
+        file_lines.clear();
+    }
+
+    void (*run_)() = nullptr;
+};

@@ -1,0 +1,115 @@
+#include <thread>
+
+#include "engine/filesystem/log/message.h"
+#include "engine/filesystem/log/recent.h"
+#include "tests/log/log_fixture.h"
+
+namespace {
+
+using Log::ELevel;
+using Log::Settings;
+
+class LogSettings : public LogTest {};
+
+TEST_F(LogSettings, InformationPassesAndWarningsDoNotAtFirst) {
+    EXPECT_EQ(Settings::MAX_CATEGORIES_COUNT, 8u);
+    EXPECT_EQ(Settings::MAX_CATEGORY_NAME_LEN, 16u);
+    constexpr MessageSource source{"any", "some/file"};
+    log_message(source, ELevel::WARN, 1, "no\n");
+    EXPECT_TRUE(console_lines.empty());
+    log_message(source, ELevel::INFO, 1, "yes %d\n", 5);
+    ASSERT_EQ(console_lines.size(), 1u);
+    EXPECT_EQ(without_time(console_lines[0].text), "INFO: [any] > yes 5\r\n");
+    EXPECT_EQ(file_lines.size(), 1u);
+}
+
+TEST_F(LogSettings, CategoriesHaveLevelsOfTheirOwn) {
+    Settings& settings = Settings::Instance();
+    settings.SetCategoryLevel("a", ELevel::ERRR);
+    settings.SetCategoryLevel("b", ELevel::VERB);
+    settings.SetCategoryLevel("c", ELevel::VERE);
+    settings.SetCategoryLevel("unknown", ELevel::NONE);
+    EXPECT_EQ(settings.GetCategoryLevel("b"), ELevel::VERB);
+    EXPECT_EQ(settings.GetCategoryLevel("B"), ELevel::INFO) << "case counts";
+    EXPECT_EQ(settings.GetCategoryLevel(nullptr), ELevel::INFO);
+    settings.SetCategoryLevel("a", ELevel::NONE);
+    EXPECT_EQ(settings.GetCategoryLevel("a"), ELevel::INFO);
+    EXPECT_EQ(settings.GetCategoryLevel("c"), ELevel::VERE) << "moved into the free place";
+    settings.SetCategoryLevel("b", ELevel::FATL);
+    EXPECT_EQ(settings.GetCategoryLevel("b"), ELevel::FATL);
+    settings.SetCategoryLevel("0123456789abcdef-one", ELevel::DEBG);
+    EXPECT_EQ(settings.GetCategoryLevel("0123456789abcdef-two"), ELevel::DEBG) << "compared over 16 bytes";
+    settings.SetLevel(ELevel::WARN);
+    EXPECT_EQ(settings.GetCategoryLevel("other"), ELevel::WARN);
+}
+
+TEST_F(LogSettings, ANinthCategoryIsRefusedWithAWarning) {
+    Settings& settings = Settings::Instance();
+    for (const char* name : {"1", "2", "3", "4", "5", "6", "7", "Logger"})
+        settings.SetCategoryLevel(name, ELevel::WARN);
+    settings.SetMessageSource(true);
+    settings.SetCategoryLevel("ninth", ELevel::DEBG);
+    EXPECT_EQ(settings.GetCategoryLevel("ninth"), ELevel::INFO);
+    ASSERT_EQ(console_lines.size(), 1u);
+    EXPECT_EQ(
+        without_time(console_lines[0].text),
+        ">engine/filesystem/logsettings(56): WARN: [Logger] > Maximal explicit logging levels exceeded maximal "
+        "count = 8\r\n>engine/filesystem/logsettings(56): WARN: [Logger] | Logging level for category 'ninth' not "
+        "changed.\r\n");
+    settings.SetCategoryLevel("Logger", ELevel::INFO);
+    settings.SetCategoryLevel("ninth", ELevel::DEBG);
+    EXPECT_EQ(console_lines.size(), 1u) << "the category holds warnings back";
+    settings.SetCategoryLevel("7", ELevel::VERB);
+    EXPECT_EQ(settings.GetCategoryLevel("7"), ELevel::VERB) << "entries that exist still change";
+}
+
+TEST_F(LogSettings, CopiesCarryEverything) {
+    Settings first;
+    first.SetLevel(ELevel::VERB);
+    first.SetMessageSource(true);
+    first.SetCategoryLevel("a", ELevel::DEBG);
+    Settings second(first);
+    Settings third;
+    third = std::move(second);
+    EXPECT_EQ(third.GetLevel(), ELevel::VERB);
+    EXPECT_TRUE(third.IsMessageSource());
+    EXPECT_EQ(third.GetCategoryLevel("a"), ELevel::DEBG);
+}
+
+std::string recent_lines() {
+    std::string all;
+    logging::write_recent_lines(
+        [](const char* text, std::size_t length, void* user) { static_cast<std::string*>(user)->append(text, length); },
+        &all);
+    return all;
+}
+
+TEST_F(LogSettings, TheLastLinesAreKeptForCrashReports) {
+    for (int i = 0; i < 1000; ++i)
+        write(ELevel::INFO, "ring", CLLineMode::NEW_LINE, "number " + std::to_string(i) + "\n");
+    write(ELevel::INFO, "ring", CLLineMode::NEW_LINE, std::string(3000, 'x') + "\nshort\n");
+    const std::string all = recent_lines();
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), logging::recent_line_count);
+    EXPECT_NE(all.find("number 999\r\n"), std::string::npos);
+    EXPECT_EQ(all.find("number 801\r\n"), std::string::npos);
+    EXPECT_NE(all.find("xxx\r\n"), std::string::npos) << "long lines lose their end, not their line";
+    EXPECT_TRUE(all.ends_with("short\r\n"));
+}
+
+TEST(LogThreads, MayInterleaveButNeverRace) {
+    const auto quiet = [](ELevel::TYPE, const char*, const char*) {};
+    const LogPrintCallback before = LogSetPrintCallback(quiet);
+    const auto work = [](const char* category) {
+        for (int i = 0; i < 2000; ++i) {
+            _CLog(ELevel::INFO, category, "f", i, CLFilterAction::CONSOLE, CLLineMode::CONTINUE, "%d%s", i,
+                  i % 3 ? "\n" : "");
+        }
+    };
+    std::thread one(work, "one"), two(work, "two");
+    for (int i = 0; i < 50; ++i) EXPECT_FALSE(recent_lines().size() > 200'000u);
+    one.join();
+    two.join();
+    EXPECT_EQ(LogSetPrintCallback(before), static_cast<LogPrintCallback>(quiet));
+}
+
+}  // namespace

@@ -1,0 +1,64 @@
+// enginefs: what content and build people do every day with the engine's file system, over its exported interface.
+
+#include <CLI/CLI.hpp>
+
+#include <engine/filesystem.h>
+
+#include "commands.h"
+#include "report.h"
+#include "session.h"
+#include "terminal.h"
+
+namespace {
+
+void add_session_options(CLI::App& app, SessionOptions& options) {
+    app.add_option("--root", options.root,
+                   "Directory that is asked after packs and written to (default: the current one)")
+        ->type_name("DIR");
+    app.add_option("--add", options.sources,
+                   "Further source: a directory, or a pack (.pak, .mpak), which is asked before the root; repeatable, "
+                   "earlier ones win")
+        ->type_name("PATH")
+        ->take_all()
+        ->expected(1);
+    app.add_flag("!--no-fallback", options.fallback, "Do not look on the disk for names that no source holds");
+    app.add_option("--log", options.log_level,
+                   "Show the library's messages on standard error: none, fatal, error, info, "
+                   "warn, debug, verbose or all")
+        ->type_name("LEVEL");
+}
+
+int run(const SessionOptions& options, const Command& command) {
+    // Messages go to the callback alone: a tool leaves no log files in the trees that it looks at.
+    _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
+    if (!options.log_level.empty() && !show_messages(options.log_level)) {
+        fail(options.log_level, "this is no level; give none, fatal, error, info, warn, debug, verbose or all");
+        return exit_usage;
+    }
+    Session session;
+    if (command.needs_mount && !session.mount(options)) return exit_failed;
+    fs::clear_error();
+    return finish_output(command.run());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    use_binary_output();
+    CLI::App app("Lists, reads, explains and changes what the engine's file system sees.", "enginefs");
+    app.footer("Names use \"/\" and any case. Exit status: 0 done, 1 not found or failed, 2 wrong command line.");
+    app.require_subcommand(1);
+    app.option_defaults()->always_capture_default(false);
+    SessionOptions options;
+    Command command;
+    add_session_options(app, options);
+    add_listing_commands(app, command);
+    add_content_commands(app, command);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        const int status = app.exit(error);
+        return status == 0 ? finish_output(exit_ok) : exit_usage;
+    }
+    return run(options, command);
+}

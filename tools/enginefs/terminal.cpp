@@ -1,0 +1,74 @@
+#include "terminal.h"
+
+#include <chrono>
+#include <cstdio>
+
+// Two calls of the C run-time that its standard headers do not declare.
+extern "C" {
+int isatty(int descriptor);
+#if defined(_WIN32)
+int _setmode(int descriptor, int mode);
+#endif
+}
+
+namespace {
+
+constexpr std::uint64_t first_drawing_ms = 500;  // quick work shows nothing
+constexpr std::uint64_t redraw_ms = 100;
+
+std::uint64_t now_ms() {
+    const auto since = std::chrono::steady_clock::now().time_since_epoch();
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
+}
+
+}  // namespace
+
+void use_binary_output() {
+#if defined(_WIN32)
+    constexpr int binary = 0x8000;
+    _setmode(1, binary);
+#endif
+}
+
+bool is_terminal_watched() { return isatty(2) != 0; }
+
+Progress::Progress(std::string label, std::uint64_t total, bool bytes)
+    : label_(std::move(label)), total_(total), bytes_(bytes), watched_(is_terminal_watched()), start_ms_(now_ms()) {}
+
+Progress::~Progress() {
+    if (drawn_) std::fprintf(stderr, "\r%79s\r", "");
+}
+
+void Progress::add(std::uint64_t amount) {
+    done_ += amount;
+    if (!watched_) return;
+    const std::uint64_t now = now_ms();
+    if (now - start_ms_ < first_drawing_ms || now - drawn_ms_ < redraw_ms) return;
+    drawn_ms_ = now;
+    draw(now);
+}
+
+void Progress::draw(std::uint64_t now) {
+    const double seconds = static_cast<double>(now - start_ms_) / 1000.0;
+    const double rate = static_cast<double>(done_) / seconds;
+    std::string line = label_ + ": " + amount_text(static_cast<double>(done_));
+    if (total_ != 0) line += " of " + amount_text(static_cast<double>(total_));
+    line += ", " + amount_text(rate) + "/s";
+    if (total_ > done_ && rate > 0) {
+        const auto left = static_cast<std::uint64_t>(static_cast<double>(total_ - done_) / rate + 0.5);
+        line += ", " + std::to_string(left) + " s left";
+    }
+    std::fprintf(stderr, "\r%-79.79s", line.c_str());
+    drawn_ = true;
+}
+
+std::string Progress::amount_text(double amount) const {
+    char text[40];
+    if (!bytes_)
+        std::snprintf(text, sizeof text, "%.0f", amount);
+    else if (amount < 1024.0 * 1024.0)
+        std::snprintf(text, sizeof text, "%.0f KiB", amount / 1024.0);
+    else
+        std::snprintf(text, sizeof text, "%.1f MiB", amount / (1024.0 * 1024.0));
+    return text;
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+/// Makes standard output carry bytes as they are (Windows would turn "\n" into "\r\n").
+void use_binary_output();
+
+/// Whether somebody watches standard error on a terminal.
+bool is_terminal_watched();
+
+/// Shows how far long work has come, on a terminal only; cleared when it ends.
+class Progress {
+public:
+    /// `total` 0: not known. Counts bytes when `bytes`, else items.
+    Progress(std::string label, std::uint64_t total, bool bytes);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void add(std::uint64_t amount);
+
+private:
+    void draw(std::uint64_t now_ms);
+    std::string amount_text(double amount) const;
+
+    const std::string label_;
+    const std::uint64_t total_;
+    const bool bytes_;
+    const bool watched_;
+    const std::uint64_t start_ms_;
+    std::uint64_t done_ = 0;
+    std::uint64_t drawn_ms_ = 0;
+    bool drawn_ = false;
+};
