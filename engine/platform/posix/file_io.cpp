@@ -154,6 +154,8 @@ int File::duplicate_descriptor(bool /*for_writing*/) const {
     return copy;
 }
 
+void close_descriptor(int descriptor) { ::close(descriptor); }
+
 SNativeOverlapped* create_overlapped() { return new (std::nothrow) SNativeOverlapped; }
 
 void destroy_overlapped(SNativeOverlapped* overlapped) { delete overlapped; }

@@ -297,4 +297,6 @@ int File::duplicate_descriptor(bool for_writing) const {
     return -1;
 }
 
+void close_descriptor(int descriptor) { _close(descriptor); }
+
 }  // namespace platform

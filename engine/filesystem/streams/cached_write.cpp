@@ -1,0 +1,166 @@
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include <engine/filesystem/streams/cached.h>
+
+namespace fs {
+
+namespace {
+
+constexpr std::uint64_t failure = UINT64_MAX;
+
+std::uint8_t* allocate(std::uint64_t size) {
+    if (size == 0 || size > SIZE_MAX) return nullptr;
+    return static_cast<std::uint8_t*>(std::malloc(static_cast<std::size_t>(size)));
+}
+
+void copy(std::uint8_t* to, const void* from, std::uint64_t size) {
+    if (size == 4) {  // what typed values are made of: a copy of fixed size needs no call
+        std::memcpy(to, from, 4);
+    } else if (size != 0) {
+        std::memcpy(to, from, static_cast<std::size_t>(size));
+    }
+}
+
+}  // namespace
+
+cachedwrnoseekfile::cachedwrnoseekfile(unsigned buffer_size) : buffer_size_(buffer_size) { reallocate(); }
+
+cachedwrnoseekfile::~cachedwrnoseekfile() {
+    flush();
+    releasebuffer();
+}
+
+void cachedwrnoseekfile::reallocate() {
+    releasebuffer();
+    buffer_ = allocate(buffer_size_);
+    if (buffer_ == nullptr) buffer_size_ = 0;
+}
+
+void cachedwrnoseekfile::releasebuffer() {
+    std::free(buffer_);
+    buffer_ = nullptr;
+}
+
+void cachedwrnoseekfile::flush() {
+    if (used_ != 0 && handle != nullptr) handle->write(buffer_, used_);
+    used_ = 0;
+}
+
+void cachedwrnoseekfile::close() {
+    flush();
+    file::close();
+}
+
+std::uint64_t cachedwrnoseekfile::tell() { return fs::tell(handle) + used_; }
+
+bool cachedwrnoseekfile::seek(std::int64_t, EFSSeek::TYPE) { return false; }
+
+std::uint64_t cachedwrnoseekfile::write(const void* data, std::uint64_t size) {
+    if (size >= buffer_size_ - used_) return write_blocks(static_cast<const std::uint8_t*>(data), size);
+    copy(buffer_ + used_, data, size);
+    used_ += static_cast<std::uint32_t>(size);
+    return size;
+}
+
+std::uint64_t cachedwrnoseekfile::write_blocks(const std::uint8_t* data, std::uint64_t size) {
+    if (buffer_size_ == 0) return size == 0 ? 0 : failure;  // no buffer, nothing to collect in
+    std::uint64_t done = 0;
+    while (done < size) {
+        const auto now = static_cast<std::uint32_t>(std::min<std::uint64_t>(size - done, buffer_size_ - used_));
+        std::memcpy(buffer_ + used_, data + done, now);
+        used_ += now;
+        done += now;
+        if (used_ == buffer_size_) flush();
+    }
+    return size;
+}
+
+cachedwrfile::cachedwrfile(std::uint64_t grow_step) : grow_step_(grow_step) { reallocate(); }
+
+cachedwrfile::~cachedwrfile() {
+    flush();
+    releasebuffer();
+}
+
+bool cachedwrfile::reallocate() { return grow_step_ <= UINT64_MAX - capacity_ && grow_to(capacity_ + grow_step_); }
+
+void cachedwrfile::releasebuffer() {
+    std::free(buffer_);
+    buffer_ = nullptr;
+    capacity_ = allocated_ = 0;
+}
+
+/// The image counts in steps, but the memory behind it grows in proportion to its size: growing by a fixed step would
+/// copy a large image over and over. New bytes are zeros, since a seek may leave some of them unwritten.
+bool cachedwrfile::grow_to(std::uint64_t capacity) {
+    if (capacity > allocated_) {
+        const std::uint64_t generous = std::max(capacity, allocated_ + allocated_ / 2);
+        if (generous > SIZE_MAX) return false;
+        auto* const larger = static_cast<std::uint8_t*>(std::realloc(buffer_, static_cast<std::size_t>(generous)));
+        if (larger == nullptr) return false;
+        buffer_ = larger;
+        allocated_ = generous;
+    }
+    if (capacity > capacity_) std::memset(buffer_ + capacity_, 0, static_cast<std::size_t>(capacity - capacity_));
+    capacity_ = capacity;
+    return true;
+}
+
+void cachedwrfile::flush() {
+    const std::uint64_t size = std::min(pos_, capacity_);
+    if (size != 0 && handle != nullptr) handle->write(buffer_, size);
+    pos_ = 0;
+}
+
+void cachedwrfile::close() {
+    flush();
+    file::close();
+}
+
+std::uint64_t cachedwrfile::tell() { return pos_; }
+
+bool cachedwrfile::seek(std::int64_t offset, EFSSeek::TYPE origin) {
+    const auto distance = static_cast<std::uint64_t>(offset);
+    switch (origin) {
+        case EFSSeek::BEGIN:
+            pos_ = distance;
+            return true;
+        case EFSSeek::CURRENT:
+            if (offset > 0 && pos_ <= capacity_ && distance > capacity_ - pos_) {
+                if (grow_step_ == 0) return false;
+                const std::uint64_t steps = (distance - (capacity_ - pos_) - 1) / grow_step_ + 1;
+                if (steps > (UINT64_MAX - capacity_) / grow_step_) return false;
+                if (!grow_to(capacity_ + steps * grow_step_)) return false;
+            }
+            pos_ += distance;
+            return true;
+        case EFSSeek::END:
+            pos_ = capacity_ + distance;
+            return true;
+    }
+    return true;
+}
+
+std::uint64_t cachedwrfile::write(const void* data, std::uint64_t size) {
+    if (pos_ > capacity_ || size >= capacity_ - pos_)
+        return write_growing(static_cast<const std::uint8_t*>(data), size);
+    copy(buffer_ + pos_, data, size);
+    pos_ += size;
+    return size;
+}
+
+/// Grows as soon as the image is full. What can't be held is refused: all bits set when that is everything.
+std::uint64_t cachedwrfile::write_growing(const std::uint8_t* data, std::uint64_t size) {
+    if (size == 0) return 0;
+    if (pos_ > capacity_ || grow_step_ == 0) return failure;
+    const std::uint64_t steps = (size - std::min(size, capacity_ - pos_)) / grow_step_ + 1;
+    const bool fits = steps <= (UINT64_MAX - capacity_) / grow_step_ && grow_to(capacity_ + steps * grow_step_);
+    const std::uint64_t taken = fits ? size : std::min(size, capacity_ - pos_);
+    copy(buffer_ + pos_, data, taken);
+    pos_ += taken;
+    return taken == 0 ? failure : taken;
+}
+
+}  // namespace fs

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include <zlib.h>
+
+#if defined(ENGINE_HAS_LIBDEFLATE)
+#include <libdeflate.h>
+#endif
+
+#include <engine/filesystem/streams/zipped_buffer.h>
+
+namespace fs {
+
+/// One gzip member being read or written.
+struct izipped_buffer_file::State {
+    static constexpr std::uint32_t buffer_size = 4096;
+
+    explicit State(bool for_writing) : writing(for_writing) {}
+    ~State() { end(); }
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+
+    bool begin();
+    /// zlib's verdict on giving the stream back; Z_OK when there is none.
+    int end();
+    /// Whether nothing more can be read.
+    bool stopped() const { return z_err == Z_DATA_ERROR || z_err == Z_ERRNO || z_err == Z_STREAM_END; }
+    bool broken() const { return z_err == Z_DATA_ERROR || z_err == Z_ERRNO; }
+    void add_to_crc(const void* data, std::size_t size);
+
+    z_stream stream = {};
+    int z_err = Z_OK;    // zlib's last result; Z_ERRNO also at the end of the storage, Z_DATA_ERROR also for our checks
+    bool z_eof = false;  // the storage is exhausted
+    bool begun = false;
+    const bool writing;
+    std::uint32_t crc = 0;            // of the plain bytes so far
+    std::uint64_t total = 0;          // plain bytes so far; zlib's own count has 32 bits on Windows
+    std::uint64_t start = 0;          // raw position behind the header
+    Bytef buffer[buffer_size];        // compressed bytes: not yet inflated, or not yet written
+    Bytef scratch[buffer_size] = {};  // what seeks discard, or zeros to fill with
+};
+
+}  // namespace fs

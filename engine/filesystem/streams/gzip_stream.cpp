@@ -1,0 +1,281 @@
+// One gzip member over six storage operations. zlib does the raw deflate data; header, checksum and trailer are ours.
+//
+// All compressed bytes pass through one buffer of 4096 bytes, so the raw position of a reader is always behind what has
+// been decoded, by up to that much. The plain bytes go straight between zlib and the caller, in slices that are still
+// in the processor's cache when their checksum is taken.
+#include <algorithm>
+#include <new>
+
+#include "engine/filesystem/streams/gzip_state.h"
+
+namespace fs {
+
+namespace {
+
+constexpr std::uint64_t slice_size = 128 * 1024;
+constexpr std::int64_t crc_step = 0x200000;
+
+}  // namespace
+
+const unsigned char izipped_buffer_file::gz_magic[2] = {0x1F, 0x8B};
+
+izipped_buffer_file::izipped_buffer_file() = default;
+
+izipped_buffer_file::~izipped_buffer_file() { delete zip_; }
+
+bool izipped_buffer_file::open(const char*, EFSMode::TYPE, FFSOpenFlags::FLAGS) { return false; }
+
+void izipped_buffer_file::close() {
+    if (zipped_) {
+        finish();
+        destroy_zip_stream();
+    }
+    if (has_to_delete_buffer() != 0) delete_buffer();
+}
+
+std::uint64_t izipped_buffer_file::length() { return get_size(); }
+
+std::uint64_t izipped_buffer_file::tell() {
+    return zipped_ ? static_cast<std::uint64_t>(tell_zipped()) : get_current_pos();
+}
+
+bool izipped_buffer_file::seek(std::int64_t offset, EFSSeek::TYPE origin) {
+    if (zipped_) return seek_zipped(offset, origin) != -1;
+    const auto distance = static_cast<std::uint64_t>(offset);
+    switch (origin) {
+        case EFSSeek::BEGIN:
+            return set_current_pos(offset);
+        case EFSSeek::CURRENT:
+            return set_current_pos(static_cast<std::int64_t>(get_current_pos() + distance));
+        case EFSSeek::END:
+            return set_current_pos(static_cast<std::int64_t>(get_size() + distance));
+    }
+    return false;
+}
+
+void izipped_buffer_file::set_eof() {
+    if (!zipped_) set_size(get_current_pos());
+}
+
+const char* izipped_buffer_file::name() const { return nullptr; }
+
+bool izipped_buffer_file::init(EFSMode::TYPE mode, bool zip) {
+    if (mode != EFSMode::READ && mode != EFSMode::WRITE) return false;
+    use_zip(zip);
+    if (!zip || init_zip_stream(mode)) return true;
+    use_zip(false);
+    return false;
+}
+
+std::uint64_t izipped_buffer_file::length_zipped() {
+    if (!zipped_) return length();
+    return zip_ == nullptr ? 0 : get_current_pos();
+}
+
+bool izipped_buffer_file::is_zipped() { return zipped_; }
+
+void izipped_buffer_file::use_zip(bool on) { zipped_ = on; }
+
+std::uint64_t izipped_buffer_file::has_to_delete_buffer() { return 0; }
+
+void izipped_buffer_file::delete_buffer() {}
+
+bool izipped_buffer_file::init_zip_stream(EFSMode::TYPE mode) {
+    if (!zipped_) return false;
+    const bool writing = mode == EFSMode::WRITE;
+    if (zip_ != nullptr) return zip_->writing == writing;
+    zip_ = new (std::nothrow) State(writing);
+    if (zip_ != nullptr && zip_->begin() && (writing ? begin_writing() : begin_reading())) return true;
+    destroy_zip_stream();
+    set_current_pos(0);
+    return false;
+}
+
+bool izipped_buffer_file::destroy_zip_stream() {
+    if (zip_ == nullptr) return false;
+    const bool good = zip_->z_err >= 0;
+    const bool ended = zip_->end() == Z_OK;
+    delete zip_;
+    zip_ = nullptr;
+    use_zip(false);
+    return good && ended;
+}
+
+bool izipped_buffer_file::begin_writing() {
+    finished_ = false;
+    const unsigned char header[10] = {gz_magic[0], gz_magic[1], Z_DEFLATED, 0, 0, 0, 0, 0, 0, 11};
+    zip_->start = sizeof(header);
+    if (write_data(header, sizeof(header)) != sizeof(header)) zip_->z_err = Z_ERRNO;
+    return true;
+}
+
+std::uint64_t izipped_buffer_file::write(const void* data, std::uint64_t size) {
+    if (!zipped_) return write_data(data, size);
+    if (!init_zip_stream(EFSMode::WRITE) || zip_->broken()) return 0;
+    const auto* in = static_cast<const Bytef*>(data);
+    std::uint64_t done = 0;
+    while (done < size) {
+        const std::uint64_t slice = std::min(size - done, slice_size);
+        const std::uint64_t consumed = deflate_slice(in + done, static_cast<std::uint32_t>(slice));
+        done += consumed;
+        if (consumed != slice) break;
+    }
+    return done;
+}
+
+/// Bytes that the compressor took; all of them unless it or the storage failed.
+std::uint32_t izipped_buffer_file::deflate_slice(const unsigned char* data, std::uint32_t size) {
+    z_stream& stream = zip_->stream;
+    stream.next_in = const_cast<Bytef*>(data);  // zlib reads only
+    stream.avail_in = size;
+    while (stream.avail_in != 0) {
+        if (stream.avail_out == 0 && !write_pending()) break;
+        zip_->z_err = deflate(&stream, Z_NO_FLUSH);
+        if (zip_->z_err != Z_OK) break;
+    }
+    const std::uint32_t consumed = size - stream.avail_in;
+    zip_->add_to_crc(data, consumed);
+    zip_->total += consumed;
+    return consumed;
+}
+
+/// Hands the output so far to the storage, which fails the stream by taking less.
+bool izipped_buffer_file::write_pending() {
+    z_stream& stream = zip_->stream;
+    const std::uint32_t size = State::buffer_size - stream.avail_out;
+    if (write_data(zip_->buffer, size) != size) {
+        zip_->z_err = Z_ERRNO;
+        return false;
+    }
+    stream.next_out = zip_->buffer;
+    stream.avail_out = State::buffer_size;
+    return true;
+}
+
+void izipped_buffer_file::flush() {
+    if (zipped_ && zip_ != nullptr && zip_->writing) flush_zip_stream();
+}
+
+bool izipped_buffer_file::flush_zip_stream() {
+    if (zip_ == nullptr || !zip_->writing || zip_->broken()) return false;
+    z_stream& stream = zip_->stream;
+    stream.avail_in = 0;
+    bool last = false;
+    for (;;) {
+        const bool pending = stream.avail_out != State::buffer_size;
+        if (pending && !write_pending()) return false;
+        if (last) break;
+        zip_->z_err = deflate(&stream, Z_FINISH);
+        if (!pending && zip_->z_err == Z_BUF_ERROR) zip_->z_err = Z_OK;
+        last = stream.avail_out != 0 || zip_->z_err == Z_STREAM_END;
+        if (zip_->z_err != Z_OK && zip_->z_err != Z_STREAM_END) break;
+    }
+    return zip_->z_err == Z_STREAM_END;
+}
+
+bool izipped_buffer_file::finish() {
+    if (!zipped_) return false;
+    if (zip_ != nullptr && zip_->writing && !finished_ && flush_zip_stream()) {
+        put_long(zip_->crc);
+        put_long(static_cast<std::uint32_t>(zip_->total));
+        finished_ = true;
+    }
+    return true;
+}
+
+void izipped_buffer_file::put_long(std::uint32_t value) {
+    const unsigned char bytes[4] = {static_cast<unsigned char>(value), static_cast<unsigned char>(value >> 8),
+                                    static_cast<unsigned char>(value >> 16), static_cast<unsigned char>(value >> 24)};
+    write_data(bytes, sizeof(bytes));
+}
+
+std::uint64_t izipped_buffer_file::read(void* buffer, std::uint64_t size) {
+    if (!zipped_) return read_data(buffer, size);
+    if (!init_zip_stream(EFSMode::READ) || zip_->stopped()) return 0;
+    auto* out = static_cast<Bytef*>(buffer);
+    std::uint64_t done = 0;
+    while (done < size && zip_->z_err == Z_OK && !zip_->z_eof)
+        done += inflate_slice(out + done, static_cast<std::uint32_t>(std::min(size - done, slice_size)));
+    return done;
+}
+
+/// Bytes produced; fewer than asked for at the end of the member and after a failure.
+std::uint32_t izipped_buffer_file::inflate_slice(unsigned char* out, std::uint32_t size) {
+    z_stream& stream = zip_->stream;
+    stream.next_out = out;
+    stream.avail_out = size;
+    while (zip_->z_err == Z_OK && stream.avail_out != 0) {
+        if (stream.avail_in == 0 && !refill()) break;
+        zip_->z_err = inflate(&stream, Z_NO_FLUSH);
+    }
+    const std::uint32_t produced = size - stream.avail_out;
+    zip_->add_to_crc(out, produced);
+    zip_->total += produced;
+    if (zip_->z_err == Z_STREAM_END) check_trailer();
+    return produced;
+}
+
+/// The length behind the checksum is read and not compared.
+void izipped_buffer_file::check_trailer() {
+    const bool same = get_long() == zip_->crc;
+    get_long();
+    if (!same) zip_->z_err = Z_DATA_ERROR;
+}
+
+std::int64_t izipped_buffer_file::seek_zipped(std::int64_t offset, EFSSeek::TYPE origin) {
+    if (zip_ == nullptr || zip_->broken()) return -1;
+    if (origin != EFSSeek::BEGIN && origin != EFSSeek::CURRENT) return -1;
+    return zip_->writing ? seek_writing(offset, origin) : seek_reading(offset, origin);
+}
+
+std::int64_t izipped_buffer_file::tell_zipped() { return seek_zipped(0, EFSSeek::CURRENT); }
+
+std::int64_t izipped_buffer_file::seek_writing(std::int64_t offset, EFSSeek::TYPE origin) {
+    if (offset < 0) return -1;
+    auto gap = static_cast<std::uint64_t>(offset);
+    if (origin == EFSSeek::BEGIN) {
+        if (gap < zip_->total) return -1;
+        gap -= zip_->total;
+    }
+    while (gap != 0) {
+        const std::uint64_t written = write(zip_->scratch, std::min<std::uint64_t>(gap, State::buffer_size));
+        if (written == 0) return -1;
+        gap -= written;
+    }
+    return static_cast<std::int64_t>(zip_->total);
+}
+
+std::int64_t izipped_buffer_file::seek_reading(std::int64_t offset, EFSSeek::TYPE origin) {
+    const auto distance = static_cast<std::uint64_t>(offset);
+    const auto target = static_cast<std::int64_t>(origin == EFSSeek::CURRENT ? zip_->total + distance : distance);
+    if (target < 0) return -1;
+    const auto wanted = static_cast<std::uint64_t>(target);
+    if (wanted < zip_->total && zip_rewind() < 0) return -1;
+    while (zip_->total < wanted) {
+        const std::uint64_t now = std::min<std::uint64_t>(wanted - zip_->total, State::buffer_size);
+        if (read(zip_->scratch, now) == 0) return -1;
+    }
+    return static_cast<std::int64_t>(zip_->total);
+}
+
+std::int64_t izipped_buffer_file::zip_rewind() {
+    if (!zipped_ || zip_ == nullptr || zip_->writing) return -1;
+    zip_->z_err = Z_OK;
+    zip_->z_eof = false;
+    zip_->stream.avail_in = 0;
+    zip_->crc = 0;
+    zip_->total = 0;
+    inflateReset(&zip_->stream);
+    return set_current_pos(static_cast<std::int64_t>(zip_->start)) ? 0 : -1;
+}
+
+bool izipped_buffer_file::check_zip_crc() {
+    if (!zipped_ || zip_ == nullptr || zip_->writing) return false;
+    const std::uint64_t here = tell();
+    while (zip_->z_err == Z_OK) seek(crc_step, EFSSeek::CURRENT);
+    const bool whole = zip_->z_err == Z_STREAM_END;
+    seek(static_cast<std::int64_t>(here), EFSSeek::BEGIN);
+    return whole;
+}
+
+}  // namespace fs

@@ -1,0 +1,47 @@
+#include "engine/filesystem/streams/wide_units.h"
+
+namespace fs {
+
+namespace {
+
+constexpr std::uint32_t high_surrogates = 0xD800;
+constexpr std::uint32_t low_surrogates = 0xDC00;
+constexpr std::uint32_t replacement = 0xFFFD;
+
+bool is_pair(std::uint32_t first, std::uint32_t second) {
+    return (first & 0xFC00) == high_surrogates && (second & 0xFC00) == low_surrogates;
+}
+
+}  // namespace
+
+std::uint64_t count_units(const wchar_t* text, std::size_t length) {
+    if constexpr (sizeof(wchar_t) == 2) return length;
+    std::uint64_t units = 0;
+    for (std::size_t i = 0; i < length; ++i) units += units_of(text[i]);
+    return units;
+}
+
+std::uint16_t UnitReader::next() {
+    if (low_surrogate_ != 0) {
+        const std::uint16_t unit = low_surrogate_;
+        low_surrogate_ = 0;
+        return unit;
+    }
+    const auto code = static_cast<std::uint32_t>(*text_);
+    const std::uint32_t units = units_of(*text_++);
+    if (units == 1) return static_cast<std::uint16_t>(code <= 0xFFFF ? code : replacement);
+    low_surrogate_ = static_cast<std::uint16_t>(low_surrogates | (code & 0x3FF));
+    return static_cast<std::uint16_t>(high_surrogates | ((code - 0x10000) >> 10));
+}
+
+void CharacterWriter::add(std::uint16_t unit) {
+    if (sizeof(wchar_t) > 2 && is_pair(previous_, unit)) {
+        out_[count_ - 1] = static_cast<wchar_t>(0x10000u + ((previous_ & 0x3FFu) << 10) + (unit & 0x3FFu));
+        previous_ = 0;
+        return;
+    }
+    out_[count_++] = static_cast<wchar_t>(unit);
+    previous_ = unit;
+}
+
+}  // namespace fs

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#include <engine/filesystem/api.h>
+#include <engine/filesystem/streams/file.h>
+
+namespace fs {
+
+/// Reads an open file in blocks of `buffer_size` bytes into memory aligned for unbuffered handles. READ only.
+///
+/// The next block is fetched as soon as one is used up, never past the length that the file had when it was opened. A
+/// block that cannot be read makes the read that needs it return what it got before, or all bits set.
+class ENGINE_FS_API cachedrdfile : public file {
+  public:
+    explicit cachedrdfile(unsigned buffer_size);
+    ~cachedrdfile() override;
+
+    bool open(const char* name, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE) override;
+    void close() override;
+    std::uint64_t tell() override;
+    /// False at or past the end, which then is the position. END counts back from the end whatever the sign of
+    /// `offset`.
+    bool seek(std::int64_t offset, EFSSeek::TYPE origin) override;
+    std::uint64_t read(void* buffer, std::uint64_t size) override;
+    /// Also reads the first block; false when that fails.
+    bool open_from_handle(SFsFile* handle) override;
+
+  private:
+    bool fetch();
+    void releasebuffer();
+    void reallocate();
+    void forget_block();
+    bool move_to(std::uint64_t position);
+    std::uint64_t read_blocks(std::uint8_t* out, std::uint64_t size);
+
+    std::uint8_t* buffer_ = nullptr;
+    const std::uint8_t* cursor_ = nullptr;  // next byte of the block
+    const std::uint8_t* end_ = nullptr;     // behind its last byte
+    std::uint64_t block_position_ = 0;      // of the block's first byte in the file
+    std::uint64_t file_length_ = 0;
+    std::uint32_t buffer_size_;
+    bool failed_ = false;  // the block could not be read
+};
+
+/// Collects what is written and hands it to the file each time `buffer_size` bytes are there, and at close. No seeking.
+/// Results of the file's writes are not looked at.
+class ENGINE_FS_API cachedwrnoseekfile : public file {
+  public:
+    explicit cachedwrnoseekfile(unsigned buffer_size);
+    ~cachedwrnoseekfile() override;
+
+    void close() override;
+    std::uint64_t tell() override;
+    bool seek(std::int64_t offset, EFSSeek::TYPE origin) override;
+    std::uint64_t write(const void* data, std::uint64_t size) override;
+
+  private:
+    void flush();
+    void releasebuffer();
+    void reallocate();
+    std::uint64_t write_blocks(const std::uint8_t* data, std::uint64_t size);
+
+    std::uint8_t* buffer_ = nullptr;
+    std::uint32_t buffer_size_;
+    std::uint32_t used_ = 0;
+};
+
+/// Keeps all that is written in memory and hands it to the file in one piece at close: the file then ends at the
+/// position, so bytes behind a position that was moved back are dropped, on purpose.
+///
+/// The image grows by `grow_step` bytes at a time; END counts from its capacity, not from what was written. A write
+/// outside the image is refused.
+class ENGINE_FS_API cachedwrfile : public file {
+  public:
+    explicit cachedwrfile(std::uint64_t grow_step);
+    ~cachedwrfile() override;
+
+    void close() override;
+    std::uint64_t tell() override;
+    bool seek(std::int64_t offset, EFSSeek::TYPE origin) override;
+    std::uint64_t write(const void* data, std::uint64_t size) override;
+
+  private:
+    void flush();
+    void releasebuffer();
+    bool reallocate();
+    bool grow_to(std::uint64_t capacity);
+    std::uint64_t write_growing(const std::uint8_t* data, std::uint64_t size);
+
+    std::uint8_t* buffer_ = nullptr;
+    std::uint64_t capacity_ = 0;   // what the stream counts with: a multiple of the step
+    std::uint64_t allocated_ = 0;  // what the buffer holds
+    std::uint64_t pos_ = 0;
+    std::uint64_t grow_step_;
+};
+
+}  // namespace fs
