@@ -1,1 +1,6 @@
 #pragma once
+
+// File formats that hold many blobs.
+
+#include <engine/filesystem/containers/pack_writer.h>
+#include <engine/filesystem/containers/zip.h>
