@@ -4,3 +4,5 @@
 
 #include <engine/filesystem/sources/directory.h>
 #include <engine/filesystem/sources/fallback.h>
+#include <engine/filesystem/sources/memory_archive.h>
+#include <engine/filesystem/sources/pack.h>
