@@ -9,7 +9,7 @@
 #include <limits>
 #include <new>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/set_error.h"
 #include "engine/platform/files.h"
 
 namespace fs {
