@@ -156,7 +156,8 @@ SFsFile* CWin32_fallback::open_read_write(const fs::path& p, FFSOpenFlags::FLAGS
 void CWin32_fallback::rem_dir(const fs::path& p) {
     const std::string dir(p.PathNameView());
     if (dir.size() <= fs::fixed_prefix_length(dir) || fs::climbs(dir)) {
-        refuse(dir.c_str(), EFSError::INVALID_NAME, "The directory to remove is a root or leads out of the current one.");
+        refuse(dir.c_str(), EFSError::INVALID_NAME,
+               "The directory to remove is a root or leads out of the current one.");
         return;
     }
     platform::DirectoryListing items;
