@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstring>
 #include <fstream>
 #include <string>
 

@@ -8,7 +8,7 @@
 #include "engine/filesystem/access/file_copy.h"
 #include "engine/filesystem/access/holder.h"
 #include "engine/filesystem/access/whole_file_parts.h"
-#include "engine/filesystem/contract/native_source.h"
+#include <engine/filesystem/contract/native_source.h>
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/platform/files.h"
@@ -72,8 +72,7 @@ bool is_native_directory(const char* root, const fs::path& directory) {
 
 /// Whether the source has this directory: in its tree, or on the disk where it stands on one.
 bool has_directory(const State& state, CFSSource& source, const fs::path& directory) {
-    fs::dir* const tree = source.dir_tree();
-    if (tree != nullptr && tree->find(directory.PathName()) != nullptr) return true;
+    if (registry::find_directory(source, directory.PathName()) != nullptr) return true;
     if (state.end_marker != nullptr && state.end_marker->source == &source) return is_native_directory("", directory);
     if (source.root_dir()[0] == '\0' || is_full_path(directory.PathName())) return false;
     return is_native_directory(source.root_dir(), directory);

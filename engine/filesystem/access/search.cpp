@@ -70,8 +70,7 @@ void refresh_if_concerned(CFSSource& source, const NormalText& path, const fs::p
         return;
     }
     const char* const inner = below_root(source, path.view());
-    fs::dir* const tree = inner != nullptr ? source.dir_tree() : nullptr;
-    if (tree != nullptr && tree->find(inner) != nullptr) source.refresh_dir(inner);
+    if (inner != nullptr && registry::find_directory(source, inner) != nullptr) source.refresh_dir(inner);
 }
 
 }  // namespace

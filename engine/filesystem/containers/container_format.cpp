@@ -14,7 +14,12 @@ constexpr std::size_t checksum_place = commit_size - 4;
 }  // namespace
 
 std::uint32_t checksum(const void* data, std::size_t size) {
-#if defined(ENGINE_HAS_LIBDEFLATE)
+#if defined(FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION)
+    // A fuzzer cannot guess checksums; without them it gets to what lies behind.
+    static_cast<void>(data);
+    static_cast<void>(size);
+    return 0;
+#elif defined(ENGINE_HAS_LIBDEFLATE)
     return libdeflate_crc32(0, data, size);
 #else
     return static_cast<std::uint32_t>(crc32_z(0, static_cast<const unsigned char*>(data), size));

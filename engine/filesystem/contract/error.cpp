@@ -102,6 +102,16 @@ ErrorScope::ErrorScope() : outer_found_(scope.found), outer_open_(scope.open) { 
 ErrorScope::~ErrorScope() { scope = {.open = outer_open_, .found = outer_found_ || scope.found}; }
 bool ErrorScope::has_error() const { return scope.found; }
 
+ErrorKeeper::ErrorKeeper()
+    : kept_(std::exchange(thread_error(), {})), scope_open_(scope.open), scope_found_(scope.found) {
+    scope = {};
+}
+
+ErrorKeeper::~ErrorKeeper() {
+    thread_error() = std::move(kept_);
+    scope = {.open = scope_open_, .found = scope_found_};
+}
+
 void set_error_from_platform(const char* path, const char* action, const platform::Error& error) {
     std::string text;
     try {

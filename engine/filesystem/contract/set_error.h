@@ -33,4 +33,19 @@ private:
     bool outer_open_;
 };
 
+/// Work that is done in passing, such as a log line on its way to the file: what fails within it is forgotten, and what
+/// was stored before stays.
+class ErrorKeeper {
+public:
+    ErrorKeeper();
+    ~ErrorKeeper();
+    ErrorKeeper(const ErrorKeeper&) = delete;
+    ErrorKeeper& operator=(const ErrorKeeper&) = delete;
+
+private:
+    SFsError kept_;
+    bool scope_open_;
+    bool scope_found_;
+};
+
 }  // namespace fs

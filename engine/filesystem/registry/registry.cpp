@@ -1,6 +1,7 @@
 #include "engine/filesystem/registry/registry.h"
 
 #include <new>
+#include <string_view>
 
 // The list of sources and the index of their directories, under one reader-writer lock.
 //
@@ -38,11 +39,17 @@ Node* link_before(State& state, CFSSource& source, Node* next) {
 
 bool has_name(const fs::dir& directory) { return directory.name()[0] != '\0'; }
 
+/// What leads every name of a source that was mounted with its parent: its tree's own name. "" for all others.
+std::string_view leading_directory(CFSSource& source, const fs::dir& tree) {
+    return (source.flags() & FFSAddSourceFlags::MOUNT_PARENT) != 0 ? tree.name() : "";
+}
+
 void merge_tree(State& state, CFSSource& source) {
     const fs::dir* const tree = source.dir_tree();
     if (tree == nullptr) return;
     if (!has_name(state.index)) state.index.set_name(tree->name());
-    state.index.merge(*tree);
+    fs::dir* const place = state.index.add_path(leading_directory(source, *tree).data());
+    if (place != nullptr) place->merge(*tree);
 }
 
 }  // namespace
@@ -127,6 +134,16 @@ void destroy_all(State& state) {
     state.head = state.tail = state.end_marker = nullptr;
     state.count = 0;
     empty_index(state);
+}
+
+fs::dir* find_directory(CFSSource& source, const char* dir) {
+    fs::dir* const tree = source.dir_tree();
+    if (tree == nullptr) return nullptr;
+    const std::string_view lead = leading_directory(source, *tree);
+    if (!std::string_view(dir).starts_with(lead)) return nullptr;
+    dir += lead.size();
+    if (!lead.empty() && *dir != '\0' && *dir != '/') return nullptr;
+    return tree->find(dir);
 }
 
 const char* type_name(EFSSourceType::TYPE type) {

@@ -90,6 +90,9 @@ void rebuild_index(State& state);
 /// Destroys every source, the fallback too, and empties list and index.
 void destroy_all(State& state);
 
+/// The directory `dir` (as names of the source spell it) in the source's tree; null when it has none of that name.
+fs::dir* find_directory(CFSSource& source, const char* dir);
+
 /// "TYPE_PLS" and so on; "" for a number that is no type.
 const char* type_name(EFSSourceType::TYPE type);
 
