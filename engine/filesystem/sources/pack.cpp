@@ -43,11 +43,13 @@ bool CZip_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir
     path_ = root;
     char full_name[fs::path_capacity];
     if (!root.FullName(full_name, sizeof full_name)) {
-        fs::set_error(EFSError::INVALID_NAME, root.PathName(), "The pack source refuses a path of more than 259 bytes.");
+        fs::set_error(EFSError::INVALID_NAME, root.PathName(),
+                      "The pack source refuses a path of more than 259 bytes.");
         return false;
     }
     if (std::string_view(full_name).find(".edat") != std::string_view::npos) {
-        fs::set_error(EFSError::UNSUPPORTED, full_name, "The pack source never serves a file with \".edat\" in its name.");
+        fs::set_error(EFSError::UNSUPPORTED, full_name,
+                      "The pack source never serves a file with \".edat\" in its name.");
         return false;
     }
     const bool in_memory = (flags & FFSAddSourceFlags::PACK_IN_MEMORY) != 0;

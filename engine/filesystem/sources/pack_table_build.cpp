@@ -132,14 +132,15 @@ void PackTable::place_entries(const PackDirectory& directory, const std::vector<
         const std::string_view name(directory.names.data() + record.name_offset, record.name_length);
         const bool same = !entries_.empty() && name == last;
         if (same) entries_.back().state |= PackEntry::same_name;
-        entries_.push_back({.dir_offset = dir_offsets[record.dir],
-                            .name_offset = same ? entries_.back().name_offset : static_cast<std::uint32_t>(names_.size()),
-                            .dir_length = static_cast<std::uint16_t>(directory.dirs[record.dir].size()),
-                            .name_length = record.name_length,
-                            .header_offset = record.header_offset,
-                            .size = record.size,
-                            .packed_size = record.packed_size,
-                            .state = 0});
+        entries_.push_back(
+            {.dir_offset = dir_offsets[record.dir],
+             .name_offset = same ? entries_.back().name_offset : static_cast<std::uint32_t>(names_.size()),
+             .dir_length = static_cast<std::uint16_t>(directory.dirs[record.dir].size()),
+             .name_length = record.name_length,
+             .header_offset = record.header_offset,
+             .size = record.size,
+             .packed_size = record.packed_size,
+             .state = 0});
         if (!same) names_.append(name.empty() ? std::string_view("", 1) : name);
         last = name;
     }
