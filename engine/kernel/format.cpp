@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 namespace kernel {
 
@@ -11,7 +12,20 @@ namespace {
 
 constexpr std::size_t rewritten_capacity = 4096;
 
-bool is_modifier(char c) { return std::strchr("-+ #0123456789.*hlLjzt'", c) != nullptr; }
+constexpr bool is_modifier(char c) {
+    constexpr std::string_view modifiers = "-+ #0123456789.*hlLjzt'";
+    return modifiers.find(c) != std::string_view::npos;
+}
+
+/// May say yes to "%%p", where nothing will be rewritten. Nearly every format is told by its letters 'p' alone.
+bool has_pointer(const char* format) {
+    for (const char* p = std::strchr(format, 'p'); p != nullptr; p = std::strchr(p + 1, 'p')) {
+        const char* before = p;
+        while (before > format && is_modifier(before[-1])) --before;
+        if (before > format && before[-1] == '%') return true;
+    }
+    return false;
+}
 
 /// The conversion that starts at `percent` (a '%'): one past its last character, or its terminator.
 const char* conversion_end(const char* percent) {
@@ -21,7 +35,7 @@ const char* conversion_end(const char* percent) {
 }
 
 class Rewriter {
-  public:
+public:
     Rewriter(char* out, std::size_t capacity) : out_(out), left_(capacity - 1) {}
 
     void add(const char* text, std::size_t length) {
@@ -43,7 +57,7 @@ class Rewriter {
         return ok_;
     }
 
-  private:
+private:
     char* out_;
     std::size_t left_;
     bool ok_ = true;
@@ -75,7 +89,7 @@ int format_checked(char* out, std::size_t capacity, const char* format, va_list 
 }  // namespace
 
 int format_text(char* out, std::size_t capacity, const char* format, va_list args) {
-    if (std::strchr(format, 'p') == nullptr) return format_checked(out, capacity, format, args);
+    if (!has_pointer(format)) return format_checked(out, capacity, format, args);
     char rewritten[rewritten_capacity];
     const bool fits = rewrite_pointers(format, rewritten);
     return format_checked(out, capacity, fits ? rewritten : format, args);

@@ -3,6 +3,7 @@
 
 usage: dll_needs.py FILE...
 """
+import os
 import re
 import subprocess
 import sys
@@ -16,6 +17,9 @@ WINDOWS = {"kernel32.dll", "msvcrt.dll", "user32.dll", "advapi32.dll", "shell32.
 def main(files):
     complaints = []
     for file in files:
+        if not os.path.isfile(file):
+            complaints.append(f"{file} is not built")
+            continue
         table = subprocess.run(["x86_64-w64-mingw32-objdump", "-p", file], capture_output=True, check=True, text=True).stdout
         needed = {name.lower() for name in re.findall(r"DLL Name: (\S+)", table)}
         for name in sorted(needed - WINDOWS - {"engine_filesystem.dll"}):

@@ -183,7 +183,7 @@ void dir::unlink() {
 
 /// Called when `child` has joined the list. Without memory for buckets each child is looked at, which is only slower.
 void dir::index_child(dir* child) {
-    if (child_count_ <= few_children) return;
+    if (buckets_ == nullptr && child_count_ <= few_children) return;
     if (buckets_ == nullptr || child_count_ > bucket_count_) {
         build_index(buckets_ == nullptr ? few_children * 4 : std::size_t{bucket_count_} * 4);
         return;

@@ -48,9 +48,9 @@ Parts split(const char* path) {
 
 char* write(char* out, std::string_view text) {
     if (out == nullptr) return nullptr;
-    if (text.size() >= path_capacity) text = {};
-    std::memmove(out, text.data(), text.size());
-    out[text.size()] = '\0';
+    const std::size_t length = text.size() < path_capacity ? text.size() : 0;
+    if (length != 0) std::memmove(out, text.data(), length);
+    out[length] = '\0';
     return out;
 }
 
@@ -64,13 +64,13 @@ fs::string to_string(std::string_view text) {
 
 /// Puts a path together in a buffer of its own, so that the answer may go where a part came from.
 class Builder {
-  public:
+public:
     void add(std::string_view text) {
         if (text.size() >= path_capacity - length_) {
             fits_ = false;
             return;
         }
-        std::memcpy(text_ + length_, text.data(), text.size());
+        if (!text.empty()) std::memcpy(text_ + length_, text.data(), text.size());
         length_ += text.size();
     }
     void add_unless_ended_by(char letter) {
@@ -80,7 +80,7 @@ class Builder {
     std::string_view view() const { return {text_, fits_ ? length_ : 0}; }
     char* write_to(char* out) const { return write(out, view()); }
 
-  private:
+private:
     char text_[path_capacity];
     std::size_t length_ = 0;
     bool fits_ = true;

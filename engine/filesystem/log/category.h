@@ -1,10 +1,12 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace logging {
 
-inline constexpr int category_name_length = 16;
+inline constexpr std::size_t category_name_length = 16;
 
 /// The first 16 bytes of a category's name, zeros after its end: how categories are stored and compared.
 struct CategoryKey {
@@ -12,11 +14,19 @@ struct CategoryKey {
     bool operator==(const CategoryKey&) const = default;
 };
 
+/// Runs for every message, hence a few whole loads instead of a loop over characters.
 inline CategoryKey category_key(const char* name) {
     CategoryKey key;
     if (name == nullptr) return key;
-    for (int i = 0; i < category_name_length && name[i] != '\0'; ++i) {
-        key.words[i / 8] |= static_cast<std::uint64_t>(static_cast<unsigned char>(name[i])) << (i % 8 * 8);
+    const std::size_t length = strnlen(name, category_name_length);
+    if (length > 8) {
+        std::memcpy(&key.words[0], name, 8);
+        std::memcpy(&key.words[1], name + length - 8, 8);
+        key.words[1] >>= 8 * (16 - length);  // what stands in the first word already is shifted out
+        return key;
+    }
+    for (std::size_t i = 0; i < length; ++i) {
+        key.words[0] |= static_cast<std::uint64_t>(static_cast<unsigned char>(name[i])) << i * 8;
     }
     return key;
 }

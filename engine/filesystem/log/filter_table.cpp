@@ -18,13 +18,13 @@ std::uint32_t next_capacity(std::uint32_t capacity, std::uint32_t needed) {
 }
 
 class ExclusiveLock {
-  public:
+public:
     explicit ExclusiveLock(platform::SlimLock& lock) : lock_(lock) { platform::lock_exclusive(lock_); }
     ~ExclusiveLock() { platform::unlock_exclusive(lock_); }
     ExclusiveLock(const ExclusiveLock&) = delete;
     ExclusiveLock& operator=(const ExclusiveLock&) = delete;
 
-  private:
+private:
     platform::SlimLock& lock_;
 };
 

@@ -12,7 +12,7 @@ namespace logging {
 /// Storage that was outgrown is kept, since a reader may still be walking it. It grows by a quarter at a time, so all
 /// of it together stays within a few times the largest table ever needed. A table lives as long as the process.
 class FilterTable {
-  public:
+public:
     void clear();
     /// Passed over when there is no memory for it.
     void add(std::uint32_t value, std::uint32_t mask, std::uint32_t action);
@@ -21,7 +21,7 @@ class FilterTable {
     /// The actions of all entries that match `id`, joined.
     std::uint32_t actions(std::uint32_t id) const;
 
-  private:
+private:
     struct Entry {
         std::atomic<std::uint32_t> mask;
         std::atomic<std::uint32_t> value;

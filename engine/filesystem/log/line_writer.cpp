@@ -53,7 +53,7 @@ char* put_category(char* out, const char* category) {
     *out++ = ':';
     *out++ = ' ';
     *out++ = '[';
-    for (int i = 0; i < category_name_length && category[i] != '\0'; ++i) {
+    for (std::size_t i = 0; i < category_name_length && category[i] != '\0'; ++i) {
         *out++ = label_table[static_cast<unsigned char>(category[i])];
     }
     *out++ = ']';

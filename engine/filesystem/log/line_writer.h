@@ -36,7 +36,7 @@ inline constexpr std::size_t output_capacity = message_limit + header_limit + 8;
 
 /// Turns the text of one message into output lines in a buffer of the caller.
 class LineWriter {
-  public:
+public:
     /// `state` is the line before this message; the writer works on its own copy.
     LineWriter(const Message& message, const LineState& state, char* output, std::size_t capacity);
 
@@ -46,7 +46,7 @@ class LineWriter {
     std::size_t size() const { return size_; }
     const LineState& state() const { return state_; }
 
-  private:
+private:
     bool fits(std::size_t count) const { return count < capacity_ - size_; }
     std::size_t limit() const { return message_limit - (state_.widest_header + 4); }
     void put(const char* text, std::size_t length);

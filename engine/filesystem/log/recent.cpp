@@ -20,14 +20,18 @@ struct Ring {
 };
 constinit Ring ring{};
 
+void store_word(std::uint64_t at, const char* text, std::size_t length) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, text, length);
+    ring.words[at % word_count].store(word, std::memory_order_relaxed);
+}
+
 void remember_piece(const char* text, std::size_t length) {
-    const std::size_t count = (length + 7) / 8;
-    const std::uint64_t first = ring.next.fetch_add(count, std::memory_order_relaxed);
-    for (std::size_t i = 0; i < count; ++i) {
-        std::uint64_t word = 0;
-        std::memcpy(&word, text + i * 8, std::min<std::size_t>(8, length - i * 8));
-        ring.words[(first + i) % word_count].store(word, std::memory_order_relaxed);
-    }
+    const std::size_t whole = length / 8;
+    const std::size_t rest = length % 8;
+    const std::uint64_t first = ring.next.fetch_add(whole + (rest != 0), std::memory_order_relaxed);
+    for (std::size_t i = 0; i < whole; ++i) store_word(first + i, text + i * 8, 8);
+    if (rest != 0) store_word(first + whole, text + whole * 8, rest);
 }
 
 /// Calls `use` for each character of the ring from the word `first` on, zeros left out.

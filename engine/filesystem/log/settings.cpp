@@ -19,7 +19,7 @@ constexpr int read_attempts = 64;
 platform::SlimLock change_lock;  // one changer at a time, of any Settings object
 
 class ChangeLock {
-  public:
+public:
     ChangeLock() { platform::lock_exclusive(change_lock); }
     ~ChangeLock() { platform::unlock_exclusive(change_lock); }
     ChangeLock(const ChangeLock&) = delete;

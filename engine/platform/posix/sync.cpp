@@ -35,8 +35,11 @@ constexpr std::uint64_t one_waiting_writer = std::uint64_t{1} << 32;
 constexpr std::uint64_t readers_sleep = std::uint64_t{1} << 63;
 constexpr std::uint64_t waiting_writers = ~held & ~readers_sleep;
 
-// Holds are short: a few looks cost less than a sleep.
+// Holds and hand-overs are short: some looks cost less than a sleep and the call that ends it.
 constexpr int looks_before_sleep = 100;
+constexpr int looks_for_signal = 1000;  // longer than a woken thread takes to answer, or both sides keep sleeping
+
+void pause_briefly() { __builtin_ia32_pause(); }
 
 bool shuts_readers_out(std::uint64_t state) { return (state & (writer_holds | waiting_writers)) != 0; }
 
@@ -137,22 +140,41 @@ bool try_enter(CriticalSection* section) { return section->mutex.try_lock(); }
 void leave(CriticalSection* section) { section->mutex.unlock(); }
 
 struct Event {
-    std::atomic<std::uint32_t> signalled{0};
+    std::atomic<std::uint32_t> state{0};  // unset, set, or unset and somebody may sleep
     const bool manual_reset;
 };
 
 namespace {
 
-bool take_signal(Event& event) {
-    if (event.manual_reset) return event.signalled.load(std::memory_order_acquire) != 0;
-    std::uint32_t on = 1;
-    return event.signalled.compare_exchange_strong(on, 0, std::memory_order_acquire, std::memory_order_relaxed);
+constexpr std::uint32_t unset = 0;
+constexpr std::uint32_t set = 1;
+constexpr std::uint32_t awaited = 2;
+
+// `after` is what an automatic reset leaves: whoever has slept cannot know whether others still do.
+bool take_signal(Event& event, std::uint32_t after) {
+    if (event.manual_reset) return event.state.load(std::memory_order_acquire) == set;
+    std::uint32_t on = set;
+    return event.state.compare_exchange_strong(on, after, std::memory_order_acquire, std::memory_order_relaxed);
+}
+
+bool look_for_signal(Event& event) {
+    for (int look = 0; look < looks_for_signal; ++look) {
+        if (take_signal(event, unset)) return true;
+        pause_briefly();
+    }
+    return false;
+}
+
+// Says that somebody sleeps, so that only then setting costs a call of the kernel. False when the event is set.
+bool announce_sleeper(Event& event) {
+    std::uint32_t off = unset;
+    return event.state.compare_exchange_strong(off, awaited, std::memory_order_relaxed) || off == awaited;
 }
 
 }  // namespace
 
 Event* create_event(bool manual_reset, bool signalled) {
-    return new (std::nothrow) Event{.signalled = signalled ? 1u : 0u, .manual_reset = manual_reset};
+    return new (std::nothrow) Event{.state = signalled ? set : unset, .manual_reset = manual_reset};
 }
 
 void destroy_event(Event* event) { delete event; }
@@ -160,20 +182,25 @@ void destroy_event(Event* event) { delete event; }
 void set_event(Event* event) {
     // A waiter may see the signal and destroy the event at once: after the exchange only the address is used.
     const bool all = event->manual_reset;
-    const void* const word = &event->signalled;
-    if (event->signalled.exchange(1, std::memory_order_release) == 0) futex_wake(word, all ? futex_all : 1);
+    const void* const word = &event->state;
+    if (event->state.exchange(set, std::memory_order_release) == awaited) futex_wake(word, all ? futex_all : 1);
 }
 
-void reset_event(Event* event) { event->signalled.store(0, std::memory_order_relaxed); }
+void reset_event(Event* event) {
+    std::uint32_t on = set;
+    event->state.compare_exchange_strong(on, unset, std::memory_order_relaxed);
+}
 
 bool wait_event(Event* event, std::uint32_t timeout_ms) {
-    if (take_signal(*event)) return true;
+    if (take_signal(*event, unset)) return true;
     if (timeout_ms == 0) return false;
+    if (look_for_signal(*event)) return true;
     const std::uint64_t deadline = deadline_after(timeout_ms);
-    while (futex_wait(&event->signalled, 0, deadline)) {
-        if (take_signal(*event)) return true;
+    for (bool in_time = true; in_time;) {
+        if (announce_sleeper(*event)) in_time = futex_wait(&event->state, awaited, deadline);
+        if (take_signal(*event, awaited)) return true;
     }
-    return take_signal(*event);
+    return false;
 }
 
 // The low half counts what may be taken, the high half those who wait for it.

@@ -1,0 +1,105 @@
+#include "engine/filesystem/containers/pack_writer_format.h"
+
+#include <algorithm>
+
+#include <engine/filesystem/contract/path.h>
+
+#include "engine/filesystem/contract/normalize.h"
+#include "engine/platform/clock.h"
+
+namespace fs {
+
+namespace {
+
+constexpr std::uint16_t flag_utf8 = 0x0800;
+constexpr std::uint16_t made_on_unix = 3 << 8;
+constexpr std::uint32_t regular_file_mode = 0100644;  // what unpackers give the file
+
+void append_u16(std::string& out, std::uint32_t value) {
+    out.push_back(static_cast<char>(value & 0xFF));
+    out.push_back(static_cast<char>(value >> 8 & 0xFF));
+}
+
+void append_u32(std::string& out, std::uint32_t value) {
+    append_u16(out, value);
+    append_u16(out, value >> 16);
+}
+
+/// The fields that both headers have in the same order.
+void append_common(std::string& out, const PackedEntry& entry) {
+    const auto is_plain = [](char letter) { return static_cast<unsigned char>(letter) < 0x80; };
+    const bool plain = std::all_of(entry.name.begin(), entry.name.end(), is_plain);
+    append_u16(out, entry.stored ? 10 : 20);  // version of the format that a reader needs
+    append_u16(out, plain ? 0 : flag_utf8);
+    append_u16(out, entry.stored ? 0 : 8);
+    append_u16(out, entry.dos_time);
+    append_u16(out, entry.dos_date);
+    append_u32(out, entry.crc);
+    append_u32(out, entry.packed_size);
+    append_u32(out, entry.size);
+    append_u16(out, static_cast<std::uint32_t>(entry.name.size()));
+    append_u16(out, 0);  // no extra field
+}
+
+}  // namespace
+
+void append_local_header(std::string& out, const PackedEntry& entry) {
+    append_u32(out, 0x04034B50);
+    append_common(out, entry);
+    out.append(entry.name);
+}
+
+void append_central_header(std::string& out, const PackedEntry& entry) {
+    append_u32(out, 0x02014B50);
+    append_u16(out, made_on_unix | 20);
+    append_common(out, entry);
+    append_u16(out, 0);  // no comment
+    append_u16(out, 0);  // first disk
+    append_u16(out, 0);  // internal attributes
+    append_u32(out, regular_file_mode << 16);
+    append_u32(out, entry.header_offset);
+    out.append(entry.name);
+}
+
+void append_end_record(std::string& out, std::uint32_t entries, std::uint32_t directory_offset,
+                       std::uint32_t directory_size) {
+    append_u32(out, 0x06054B50);
+    append_u32(out, 0);  // this disk, and the one of the directory
+    append_u16(out, entries);
+    append_u16(out, entries);
+    append_u32(out, directory_size);
+    append_u32(out, directory_offset);
+    append_u16(out, 0);  // no comment
+}
+
+void to_dos_time(std::int64_t file_time, std::uint16_t& dos_date, std::uint16_t& dos_time) {
+    const platform::CalendarTime time = platform::to_calendar(std::max<std::int64_t>(0, file_time));
+    if (time.year < 1980) {
+        dos_date = 1 << 5 | 1;
+        dos_time = 0;
+    } else if (time.year > 2107) {
+        dos_date = 127 << 9 | 12 << 5 | 31;
+        dos_time = 23 << 11 | 59 << 5 | 29;
+    } else {
+        dos_date = static_cast<std::uint16_t>((time.year - 1980) << 9 | time.month << 5 | time.day);
+        dos_time = static_cast<std::uint16_t>(time.hour << 11 | time.minute << 5 | time.second / 2);
+    }
+}
+
+const char* refuse_entry_name(std::string_view name) {
+    if (name.empty()) return "is empty";
+    if (name.size() >= path_capacity) return "is longer than 259 bytes";
+    if (name.find('\0') != std::string_view::npos) return "holds a zero byte";
+    if (name.back() == '/' || name.back() == '\\') return "is that of a directory";
+    char normal[path_capacity];
+    name.copy(normal, name.size());
+    normal[name.size()] = '\0';
+    if (is_full_path(normal)) return "is a full path";
+    const Normalized normalized = normalize(normal, normal, true);
+    if (std::string_view(normal, normalized.length) != name) return "is not in normal form";
+    if (name == ".." || name.starts_with("../")) return "climbs above the pack";
+    if (name.find("/#") != std::string_view::npos) return "would be hidden: it has a component that begins with \"#\"";
+    return nullptr;
+}
+
+}  // namespace fs

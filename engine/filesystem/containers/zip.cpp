@@ -1,0 +1,139 @@
+// Zip files by miniz's writer. It gets its bytes to the disk through a file of ours, opened at the native path that the
+// virtual one leads to.
+//
+// A handle is a number in disguise that is never given out twice, so that closing it again, by a copy of an Archive or
+// by mistake, finds nothing instead of a freed or somebody else's archive.
+
+#include <engine/filesystem/containers/zip.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <unordered_map>
+
+#include <miniz.h>
+
+#include <engine/filesystem/access/open.h>
+
+#include "engine/filesystem/containers/zip_output.h"
+#include "engine/filesystem/contract/set_error.h"
+
+namespace MiniZ {
+
+namespace {
+
+constexpr mz_uint deflate_level = 6;
+
+struct Writer {
+    mz_zip_archive zip{};
+    fs::ZipOutput output;
+
+    ~Writer() { mz_zip_writer_end(&zip); }
+};
+
+/// The archives under way. Never destroyed, so that an Archive of static storage can be closed at exit.
+struct Writers {
+    std::mutex lock;  // guards both
+    std::unordered_map<std::uintptr_t, std::unique_ptr<Writer>> open;
+    std::uintptr_t last_handle = 0;
+};
+
+Writers& writers() {
+    static Writers& all = *new Writers;
+    return all;
+}
+
+size_t write_to_output(void* output, mz_uint64 offset, const void* data, size_t size) {
+    return static_cast<fs::ZipOutput*>(output)->write_at(offset, data, size) ? size : 0;
+}
+
+/// Makes sure that the file exists, is empty and can be found again, by the rules of the sources.
+bool create_file(const char* path) {
+    SFsFile* file = fs::open(path, EFSMode::WRITE, FFSOpenFlags::CREATE);
+    if (!file) return false;
+    fs::close(file);
+    return true;
+}
+
+bool start(Writer& writer, const char* path) {
+    const fs::string native_path = fs::full_path(path);
+    if (!writer.output.open(native_path.c_str())) {
+        fs::set_error_from_platform(native_path.c_str(), "cannot be opened for a zip file", platform::last_error());
+        return false;
+    }
+    writer.zip.m_pWrite = write_to_output;
+    writer.zip.m_pIO_opaque = &writer.output;
+    return mz_zip_writer_init(&writer.zip, 0) != MZ_FALSE;
+}
+
+void* hand_out(std::unique_ptr<Writer> writer) {
+    Writers& all = writers();
+    const std::lock_guard guard(all.lock);
+    const std::uintptr_t handle = ++all.last_handle;
+    all.open.emplace(handle, std::move(writer));
+    return reinterpret_cast<void*>(handle);
+}
+
+Writer* find(void* handle) {
+    Writers& all = writers();
+    const std::lock_guard guard(all.lock);
+    const auto found = all.open.find(reinterpret_cast<std::uintptr_t>(handle));
+    return found == all.open.end() ? nullptr : found->second.get();
+}
+
+std::unique_ptr<Writer> take_back(void* handle) {
+    Writers& all = writers();
+    const std::lock_guard guard(all.lock);
+    auto found = all.open.extract(reinterpret_cast<std::uintptr_t>(handle));
+    return found.empty() ? nullptr : std::move(found.mapped());
+}
+
+}  // namespace
+
+void* ZipCreate(const char* path) {
+    try {
+        auto writer = std::make_unique<Writer>();
+        if (!path || !create_file(path) || !start(*writer, path)) return nullptr;
+        return hand_out(std::move(writer));
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+bool ZipAddData(void* handle, const char* name, const void* data, unsigned int size) {
+    if (!handle || !name || *name == '\0' || !data || size == 0) return false;
+    Writer* writer = find(handle);
+    return writer && mz_zip_writer_add_mem(&writer->zip, name, data, size, deflate_level) != MZ_FALSE;
+}
+
+void ZipClose(void* handle) {
+    if (!handle) return;
+    const std::unique_ptr<Writer> writer = take_back(handle);
+    if (!writer) return;
+    mz_zip_writer_finalize_archive(&writer->zip);
+    writer->output.flush();
+}
+
+Archive::Archive() = default;
+Archive::Archive(const char* path) : handle_(ZipCreate(path)) {}
+Archive::Archive(const Archive& other) = default;
+Archive& Archive::operator=(const Archive& other) = default;
+Archive::~Archive() { ZipClose(handle_); }
+
+bool Archive::Create(const char* path) {
+    ZipClose(handle_);
+    handle_ = ZipCreate(path);
+    return handle_ != nullptr;
+}
+
+bool Archive::AddData(const char* name, const void* data, unsigned int size) {
+    return ZipAddData(handle_, name, data, size);
+}
+
+bool Archive::AddData(const char* name, const ztl::string_base<char>& text) {
+    if (text.size() > 0xFFFFFFFFu) return false;
+    return ZipAddData(handle_, name, text.data(), static_cast<unsigned int>(text.size()));
+}
+
+}  // namespace MiniZ

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+#include <engine/filesystem/contract/path.h>
+
+#include "engine/platform/files.h"
+
+namespace fs {
+
+/// The native root of a directory source as the disk spells it, and kept open.
+struct NativeRoot {
+    char text[platform::path_buffer_size] = "";  // ends in "/" unless empty
+    std::size_t length = 0;
+    platform::Root handle;
+
+    std::string_view view() const { return {text, length}; }
+};
+
+/// A native path, and how much of it is the root that is kept open.
+struct NativePath {
+    char text[platform::path_buffer_size];
+    std::size_t length = 0;
+    std::size_t root_length = 0;  // 0 when it does not lie below the root
+
+    std::string_view view() const { return {text, length}; }
+    platform::PathAt at(const NativeRoot& root) const {
+        if (root_length == 0 || root_length == length || !root.handle.valid()) return {.full = text};
+        return {.full = text, .root = &root.handle, .relative = text + root_length};
+    }
+};
+
+/// Root, directory and name put together; a directory that begins with the root is not put below it twice, and one that
+/// is full by itself stands alone. False when it does not fit.
+[[nodiscard]] bool build_native_path(const NativeRoot& root, std::string_view dir, std::string_view name,
+                                     NativePath& out);
+
+bool equal_folded(std::string_view a, std::string_view b);
+
+/// What stands before the first component that could be made: a drive, a network server or the leading "/".
+std::size_t fixed_prefix_length(std::string_view path);
+/// Whether a component is ".." (normalising has left only those that lead out).
+bool climbs(std::string_view path);
+/// Whether there is something to create and every component is a name that both systems can hold.
+bool is_creatable(std::string_view path);
+
+/// Makes every directory of `path` that is missing (the text after its last "/" is none). False, with the error set,
+/// when the disk refuses one.
+bool create_directories(const char* path);
+
+}  // namespace fs

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "engine/filesystem/sources/file_table_array.h"
+
+namespace fs {
+
+/// A quick hash of a text, eight bytes at a time. It stays inside the process and never reaches a file.
+inline std::uint64_t hash_text(const char* text, std::size_t length) {
+    constexpr std::uint64_t factor = 0x9E3779B97F4A7C15u;
+    std::uint64_t hash = length * factor;
+    const auto mix = [&hash](std::uint64_t word) {
+        hash = (hash ^ word) * factor;
+        hash ^= hash >> 32;
+    };
+    std::uint64_t word = 0;
+    if (length < 8) {
+        for (std::size_t i = 0; i < length; ++i) word = word << 8 | static_cast<unsigned char>(text[i]);
+        mix(word);
+    } else {
+        for (std::size_t i = 0; i + 8 < length; i += 8) {
+            std::memcpy(&word, text + i, 8);
+            mix(word);
+        }
+        std::memcpy(&word, text + length - 8, 8);  // overlaps the word before it
+        mix(word);
+    }
+    hash *= factor;
+    return hash ^ hash >> 29;
+}
+
+/// Finds 32-bit values by hash: open addressing over groups of eight slots. Each slot has a byte that is empty, erased
+/// or seven bits of its value's hash, so that a miss reads one line of these bytes and nothing else.
+class NameIndex {
+public:
+    /// The slot of the value that `matches`, or null. A changed value must have the same hash.
+    template <class Matches>
+    std::uint32_t* find(std::uint64_t hash, Matches&& matches) const {
+        if (values_.size() == 0) return nullptr;
+        const std::uint64_t wanted = low_bits * tag(hash);
+        for (std::size_t group = first_group(hash);; group = (group + 1) & group_mask_) {
+            const std::uint64_t bytes = load_group(group);
+            const std::uint64_t differing = bytes ^ wanted;
+            std::uint64_t hits = (differing - low_bits) & ~differing & high_bits;
+            for (; hits != 0; hits &= hits - 1) {
+                const std::uint32_t* slot = values_.data() + group * group_size + first_byte(hits);
+                if (matches(*slot)) return const_cast<std::uint32_t*>(slot);
+            }
+            if ((bytes & ~bytes << 6 & high_bits) != 0) return nullptr;  // an empty slot ends every chain
+        }
+    }
+
+    /// Whether the next insert needs start_over first.
+    bool is_full() const { return used_ >= limit_; }
+    std::size_t size() const { return size_; }
+    /// Empties the index and makes room for at least `count` values. False, with nothing changed, without memory.
+    [[nodiscard]] bool start_over(std::size_t count);
+    /// Adds a value that is not there yet; there must be room.
+    void insert(std::uint64_t hash, std::uint32_t value);
+    void erase(const std::uint32_t* slot);
+    void clear();
+    std::size_t bytes() const { return tags_.bytes() + values_.bytes(); }
+
+private:
+    static constexpr std::size_t group_size = 8;
+    static constexpr std::uint64_t low_bits = 0x0101010101010101u;
+    static constexpr std::uint64_t high_bits = 0x8080808080808080u;
+    static constexpr std::uint8_t empty_tag = 0x80;
+    static constexpr std::uint8_t erased_tag = 0xFE;
+
+    static std::uint64_t tag(std::uint64_t hash) { return hash & 0x7F; }
+    static std::size_t first_byte(std::uint64_t bits) { return static_cast<std::size_t>(std::countr_zero(bits)) / 8; }
+    std::size_t first_group(std::uint64_t hash) const { return static_cast<std::size_t>(hash >> 7) & group_mask_; }
+    std::uint64_t load_group(std::size_t group) const {
+        std::uint64_t bytes = 0;
+        std::memcpy(&bytes, tags_.data() + group * group_size, group_size);
+        return bytes;
+    }
+
+    PodArray<std::uint8_t> tags_;
+    PodArray<std::uint32_t> values_;
+    std::size_t group_mask_ = 0;
+    std::size_t size_ = 0;
+    std::size_t used_ = 0;   // slots that are not empty; erased ones count until start_over
+    std::size_t limit_ = 0;  // at most seven slots in eight are used, so that chains stay short
+};
+
+}  // namespace fs

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+
+#include "engine/platform/files.h"
+
+namespace fs {
+
+/// The bytes of one pack: an open file, which nobody else may open meanwhile, or a copy of it in memory.
+/// Threads  reading from any number of threads at once, without a lock: every read names its own offset.
+class PackStore {
+public:
+    PackStore() = default;
+
+    /// Opens `native_path` and tells the monitor of it; with `in_memory` reads it whole and closes it again. When the
+    /// memory for that cannot be had, the file stays open instead. False, with fs::last_error set, on failure.
+    bool open(const char* native_path, bool in_memory);
+
+    std::uint64_t length() const { return length_; }
+    /// Bytes read: less than `size` where the pack ends, or ended since it was opened; 0 on failure.
+    std::uint64_t read(std::uint64_t offset, void* buffer, std::uint64_t size) const;
+    /// The bytes themselves when the pack is in memory and holds them all; else null.
+    const std::uint8_t* view(std::uint64_t offset, std::uint64_t size) const;
+
+private:
+    struct Free {
+        void operator()(std::uint8_t* bytes) const { std::free(bytes); }
+    };
+
+    bool load();
+
+    platform::File file_;
+    std::unique_ptr<std::uint8_t, Free> memory_;
+    std::uint64_t length_ = 0;
+};
+
+}  // namespace fs

@@ -1,0 +1,110 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include <engine/filesystem/api.h>
+#include <engine/filesystem/contract/source.h>
+#include <engine/kernel/ztl.h>
+
+namespace fs {
+
+/// Named blobs, each a zlib stream that the caller compressed, packed without gaps into one block of the caller's
+/// memory. Names are compared in lower case.
+///
+/// Ignored names are reported missing by GetEntry, ReadEntryAsZippedData and EntryExists, though they may be held.
+/// Owns     nothing of the memory, which must outlive the binding.
+/// Threads  every operation takes the archive's lock.
+class ENGINE_FS_API ZippedDataArchive {
+public:
+    ZippedDataArchive();
+    ~ZippedDataArchive();
+    ZippedDataArchive(const ZippedDataArchive&) = delete;
+    ZippedDataArchive& operator=(const ZippedDataArchive&) = delete;
+
+    /// False when `memory` is null or some is bound already.
+    bool BindArchiveToMemory(void* memory, std::uint64_t capacity);
+    /// Forgets every entry and the memory; what was used of it stays counted. False when none was bound.
+    bool UnbindArchiveFromMemory();
+    bool IsMemoryBound();
+    /// Forgets every entry. What was used of the memory stays counted, so new entries go behind the old ones.
+    void ResetEntryMap();
+
+    /// Copies `size` bytes in. False when the name is held already (and is not ignored), or when they would fill the
+    /// memory to its last byte.
+    bool AddEntry(const char* name, const void* data, std::uint64_t size, std::uint64_t unzipped_length);
+    /// The stored bytes, valid until an entry is removed or the memory is unbound. False when the name is missing.
+    bool GetEntry(const char* name, const void** data, std::uint64_t* size);
+    /// As AddEntry was told; 0 when the name is missing.
+    std::uint64_t GetEntryUnzippedLength(const char* name);
+    /// Decompresses the entry into `buffer`. False when it is missing, damaged, or longer than `capacity`.
+    bool ReadEntryAsZippedData(const char* name, void* buffer, std::uint64_t capacity, std::uint32_t* length);
+    /// Takes the entry out and closes the gap. False when the name is not held.
+    bool RemoveEntry(const char* name);
+    bool EntryExists(const char* name);
+    /// The names held, in the order in which they were added. Replaces `names`.
+    void GetAllFilenames(ztl::list<fs::string>& names);
+
+    void AddIgnoredFile(const char* name);
+    void RemoveIgnoredFile(const char* name);
+    bool IsIgnoredFile(const char* name);
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+/// Shows an archive's entries, decompressed, as files that can be read. They are found by file name alone; the
+/// directory that is asked for plays no part.
+///
+/// Owns     not the archive, which must outlive the source. Open files hold copies of their own.
+class ENGINE_FS_API CMemZip_dir : public CFSSource {
+public:
+    explicit CMemZip_dir(ZippedDataArchive* archive = nullptr, EFSSourceType::TYPE type = EFSSourceType::PLS);
+    ~CMemZip_dir() override;
+
+    bool init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir_listing* listing) override;
+    void clear() override;
+    const fs::path& path() override;
+    FFSAddSourceFlags::ENUM flags() override;
+    void refresh_dir(const char* dir) override;
+    void refresh() override;
+    bool writable() override;
+    EFSSourceType::TYPE type() override;
+    bool exists(const fs::path& p) override;
+    void full_path(fs::path& out, const fs::path& p) override;  // the path itself
+    void root_path(fs::path& out, const fs::path& p) override;  // always empty
+    std::int64_t write_time(const fs::path& p) override;
+    bool set_write_time(const fs::path& p, std::int64_t time) override;
+    bool is_protected() override;
+    bool read_only(const fs::path& p) override;
+    bool set_read_only(const fs::path& p, bool on) override;
+    SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
+    SFsFile* open_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
+    SFsFile* open_append(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
+    SFsFile* open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
+    SFsFile* create_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
+    SFsFile* create_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
+    bool mkdir(const fs::path& p) override;
+    void rem_dir(const fs::path& p) override;
+    bool rem_file(const fs::path& p) override;
+    FS_NAME* get_file_list(const char* dir, const char* mask, bool flag) override;
+    FS_NAME* search_substring(const char* text) override;
+    fs::dir* dir_tree() override;
+
+private:
+    ZippedDataArchive* archive_;
+    EFSSourceType::TYPE type_;
+    FFSAddSourceFlags::ENUM flags_ = FFSAddSourceFlags::NONE;
+    fs::path path_;
+};
+
+/// The process's server archive, made at the first call over `memory` (null: none yet) and mounted ahead of every other
+/// source; later calls return the same one and ignore their arguments. fs::shutdown destroys it.
+///
+/// Threads  any; takes the registry lock exclusive.
+ENGINE_FS_API ZippedDataArchive* create_server_archive(void* memory, std::uint64_t capacity);
+/// The server archive, or null.
+ENGINE_FS_API ZippedDataArchive* get_server_archive();
+
+}  // namespace fs

@@ -1,0 +1,150 @@
+#include <engine/filesystem/contract/path.h>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+namespace {
+
+#if defined(_WIN32)
+constexpr bool knows_drives = true;
+#else
+constexpr bool knows_drives = false;
+#endif
+
+std::string call(char* (*function)(char*, const char*), const char* path) {
+    char out[fs::path_capacity] = "junk";
+    EXPECT_EQ(function(out, path), out);
+    char place[fs::path_capacity] = "";
+    if (path != nullptr && std::strlen(path) < sizeof(place)) {
+        std::strcpy(place, path);
+        EXPECT_STREQ(function(place, place), out) << "in place, of " << path;
+    }
+    return out;
+}
+
+TEST(FileNames, AreTakenApartAsTheRunTimeDoes) {
+    const struct {
+        const char* path;
+        const char* dir;
+        const char* name;
+        const char* ext;
+    } rows[] = {
+        {"", "", "", ""},           {nullptr, "", "", ""},
+        {"name", "", "name", ""},   {"a/b\\c.d.e", "a/b\\", "c.d", ".e"},
+        {"a.b/c", "a.b/", "c", ""}, {"a/.cfg", "a/", "", ".cfg"},
+        {"a/..", "a/", ".", "."},   {"x.", "", "x", "."},
+        {"dir/", "dir/", "", ""},   {"/root.x", "/", "root", ".x"},
+    };
+    for (const auto& row : rows) {
+        const char* shown = row.path != nullptr ? row.path : "(null)";
+        EXPECT_EQ(call(fs::filename_get_path, row.path), row.dir) << shown;
+        EXPECT_EQ(call(fs::filename_get_name, row.path), row.name) << shown;
+        EXPECT_EQ(call(fs::filename_get_ext, row.path), row.ext) << shown;
+        EXPECT_EQ(call(fs::filename_get_fname, row.path), std::string(row.name) + row.ext) << shown;
+        const fs::string text = row.path != nullptr ? row.path : "";
+        EXPECT_EQ(fs::filename_get_path(text), row.dir) << shown;
+        EXPECT_EQ(fs::filename_get_name(text), row.name) << shown;
+        EXPECT_EQ(fs::filename_get_ext(text), row.ext) << shown;
+        EXPECT_EQ(fs::filename_get_fname(text), std::string(row.name) + row.ext) << shown;
+        EXPECT_EQ(fs::extract_path(row.path), row.dir) << shown;
+        char drive[fs::path_capacity], dir[fs::path_capacity], name[fs::path_capacity], ext[fs::path_capacity];
+        EXPECT_TRUE(fs::decompose_path(row.path, drive, dir, name, ext)) << shown;
+        EXPECT_EQ(std::string(drive) + dir + name + ext, text) << shown;
+    }
+    EXPECT_EQ(call(fs::filename_get_path, "c:x"), knows_drives ? "c:" : "");
+    EXPECT_EQ(call(fs::filename_get_name, "c:x"), knows_drives ? "x" : "c:x");
+}
+
+TEST(FileNames, AnAnswerThatDoesNotFitIsEmpty) {
+    const std::string fits(fs::path_capacity - 1, 'n');
+    const std::string too_long(fs::path_capacity, 'n');
+    EXPECT_EQ(call(fs::filename_get_name, fits.c_str()), fits);
+    EXPECT_EQ(call(fs::filename_get_name, too_long.c_str()), "");
+    EXPECT_EQ(fs::filename_get_fname(too_long), "");
+    EXPECT_EQ(call(fs::filename_get_ext, (too_long + ".x").c_str()), ".x");
+    EXPECT_FALSE(fs::decompose_path(too_long.c_str(), nullptr, nullptr, nullptr, nullptr));
+    char out[fs::path_capacity];
+    EXPECT_STREQ(fs::mangle_file_name(out, fits.c_str(), 1), "");
+    EXPECT_STREQ(fs::filename_build_path(out, nullptr, fits.c_str(), "x", nullptr), "");
+    EXPECT_STREQ(fs::filename_build_path_v(out, fits.c_str(), "x", static_cast<const char*>(nullptr)), "");
+    std::strcpy(out, fits.c_str());
+    EXPECT_STREQ(fs::filename_change_extension_inplace(out, ".x"), "");
+}
+
+TEST(FileNames, ChangeTheirExtensionInPlace) {
+    const struct {
+        const char* path;
+        const char* ext;
+        const char* out;
+    } rows[] = {
+        {"a.b/c.d", ".x", "a.b/c.x"}, {"a/c.d", "x", "a/c.x"}, {"a.b/c", "x", "a.b/c.x"}, {"c.d", "", "c"},
+        {"c.d", nullptr, "c"},        {"", "x", ".x"},
+    };
+    for (const auto& row : rows) {
+        char path[fs::path_capacity];
+        std::strcpy(path, row.path);
+        EXPECT_STREQ(fs::filename_change_extension_inplace(path, row.ext), row.out) << row.path;
+    }
+    EXPECT_EQ(fs::filename_change_extension_inplace(nullptr, "x"), nullptr);
+}
+
+TEST(FileNames, SlashesAreTakenAndPut) {
+    char path[] = "dir//";
+    EXPECT_STREQ(fs::remove_slash(path), "dir/");
+    char back[] = "dir\\";
+    EXPECT_STREQ(fs::remove_slash(back), "dir\\");
+    char name[] = "abc";
+    EXPECT_STREQ(fs::append_slash(name, 4), "abc");  // 3 + 1 is not below 4
+    EXPECT_STREQ(fs::append_slash(name, 5), "ab/");  // over the last character
+    EXPECT_STREQ(fs::append_slash(name, 5), "ab/");
+    char empty[] = "";
+    EXPECT_STREQ(fs::append_slash(empty, 5), "");
+    EXPECT_EQ(fs::remove_slash(nullptr), nullptr);
+    EXPECT_EQ(fs::append_slash(nullptr, 5), nullptr);
+}
+
+TEST(FileNames, CarryFlagsBehindAnAmpersand) {
+    const struct {
+        const char* plain;
+        std::uint32_t flags;
+        const char* mangled;
+    } rows[] = {
+        {"x.dds", 0x12, "x&0012.dds"},
+        {"a.b/x", 0, "a.b/x&0000"},
+        {"a&b.dds", 0xDEADBEEF, "a&b&deadbeef.dds"},
+    };
+    for (const auto& row : rows) {
+        char out[fs::path_capacity];
+        EXPECT_STREQ(fs::mangle_file_name(out, row.plain, row.flags), row.mangled);
+        std::uint32_t flags = 99;
+        char back[fs::path_capacity];
+        EXPECT_EQ(fs::unmangle_file_name(out, back, flags), back);
+        EXPECT_STREQ(back, row.plain);
+        EXPECT_EQ(flags, row.flags);
+        EXPECT_STREQ(fs::unmangle_file_name_nameonly(out, out), row.plain);
+        EXPECT_EQ(fs::unmangle_file_name_flagsonly(row.mangled), row.flags);
+    }
+    std::uint32_t flags = 99;
+    char out[fs::path_capacity];
+    EXPECT_EQ(fs::unmangle_file_name("a&1/plain.x", out, flags), nullptr);
+    EXPECT_STREQ(out, "a&1/plain.x");
+    EXPECT_EQ(flags, 0u);
+    EXPECT_EQ(fs::unmangle_file_name("bare&.x", out, flags), out);
+    EXPECT_STREQ(out, "bare.x");
+}
+
+TEST(FileNames, AreBuiltFromTheirParts) {
+    const char* const end = nullptr;
+    char out[fs::path_capacity];
+    EXPECT_STREQ(fs::filename_build_path(out, "c", "dir", "name", "ext"), "c:dir/name.ext");
+    EXPECT_STREQ(fs::filename_build_path(out, "c:", "dir\\", "name", ".ext"), "c:dir\\name.ext");
+    EXPECT_STREQ(fs::filename_build_path(out, nullptr, nullptr, nullptr, nullptr), "");
+    EXPECT_STREQ(fs::filename_build_path_v(out, "/a/", "/b", "", "c/", end), "/a/b/c/");
+    EXPECT_STREQ(fs::filename_build_path_v(out, end), "");
+    EXPECT_STREQ(fs::filename_build_path_vq(out, "a b", "c", end), "\"a b/c\"");
+    EXPECT_STREQ(fs::filename_build_path_vq(out, "a", "c", end), "a/c");
+}
+
+}  // namespace

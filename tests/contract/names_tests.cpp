@@ -1,0 +1,163 @@
+#include <engine/filesystem/contract/names.h>
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "engine/filesystem/contract/name_list.h"
+
+namespace {
+
+/// Every directory below `node`, in order, as a path.
+std::vector<std::string> paths_below(const fs::idir& node, const std::string& lead = "") {
+    std::vector<std::string> out;
+    for (const fs::idir* child = node.first_child(); child != nullptr; child = child->next_sibling()) {
+        EXPECT_EQ(child->parent(), &node);
+        out.push_back(lead + child->name());
+        for (const std::string& path : paths_below(*child, lead + child->name() + "/")) out.push_back(path);
+    }
+    return out;
+}
+
+TEST(Dir, AddsWhatIsMissingAndKeepsTheOrder) {
+    fs::dir root;
+    fs::dir* const b = root.add_path("b/x/");
+    fs::dir* const a = root.add_path("a");
+    EXPECT_EQ(root.find("a/"), a);
+    EXPECT_EQ(root.add_path("//b//x"), b);
+    EXPECT_EQ(root.add_path(""), &root);
+    EXPECT_EQ(root.add_path(nullptr), &root);
+    EXPECT_EQ(root.find(nullptr), &root);
+    EXPECT_EQ(root.find("b/y"), nullptr);
+    EXPECT_EQ(root.find("B"), nullptr);
+    EXPECT_EQ(paths_below(root), (std::vector<std::string>{"b", "b/x", "a"}));
+    root.set_name("data");
+    root.clear();
+    EXPECT_STREQ(root.name(), "data");
+    EXPECT_EQ(root.first_child(), nullptr);
+    root.set_name(nullptr);
+    EXPECT_STREQ(root.name(), "");
+}
+
+TEST(Dir, MergesEveryDirectoryOnce) {
+    fs::dir one, other;
+    one.add_path("a/b");
+    for (const char* path : {"a/c/d", "e", "a/b/f/g"}) other.add_path(path);
+    one.merge(other);
+    one.merge(other);
+    one.merge(one);
+    EXPECT_EQ(paths_below(one), (std::vector<std::string>{"a", "a/b", "a/b/f", "a/b/f/g", "a/c", "a/c/d", "e"}));
+    one.find("a")->merge(one);  // its own ancestor: refused, since it would never end
+    EXPECT_EQ(paths_below(one).size(), 7u);
+}
+
+TEST(Dir, AgreesWithASetOfPathsThroughManyChanges) {
+    std::mt19937 random(7);
+    fs::dir root;
+    std::set<std::string> model;
+    for (int round = 0; round < 20000; ++round) {
+        const std::string top = "t" + std::to_string(random() % 60);
+        const std::string path = top + "/s" + std::to_string(random() % 40);
+        if (random() % 4 != 0) {
+            root.add_path(path.c_str());
+            model.insert({top, path});
+        } else if (random() % 8 != 0) {
+            root.remove(path.c_str());
+            model.erase(path);
+        } else {
+            root.remove(top.c_str());
+            std::erase_if(model, [&](const std::string& held) { return held == top || held.starts_with(top + "/"); });
+        }
+        const std::string asked = "t" + std::to_string(random() % 60) + "/s" + std::to_string(random() % 40);
+        ASSERT_EQ(root.find(asked.c_str()) != nullptr, model.contains(asked)) << round;
+    }
+    const std::vector<std::string> held = paths_below(root);
+    EXPECT_EQ(std::set<std::string>(held.begin(), held.end()), model);
+    EXPECT_EQ(held.size(), model.size());
+}
+
+TEST(Dir, RenamedChildrenAreFoundUnderTheirNewName) {
+    fs::dir root;
+    for (int i = 0; i < 100; ++i) root.add_path(("d" + std::to_string(i)).c_str());
+    root.find("d50")->set_name("new");
+    EXPECT_EQ(root.find("d50"), nullptr);
+    EXPECT_NE(root.find("new"), nullptr);
+    root.add_path("more");
+    EXPECT_NE(root.find("new"), nullptr);
+    EXPECT_NE(root.find("d99"), nullptr);
+}
+
+TEST(Dir, HoldsHugeAndDeepTrees) {
+    fs::dir wide;
+    for (int i = 0; i < 100000; ++i) wide.add_path(std::to_string(i).c_str());
+    EXPECT_STREQ(wide.find("99999")->name(), "99999");
+    std::string path;
+    for (int i = 0; i < 200000; ++i) path += "d/";
+    fs::dir deep, copy;
+    deep.add_path(path.c_str());
+    copy.merge(deep);
+    EXPECT_NE(copy.find(path.c_str()), nullptr);
+}
+
+TEST(NameMatches, FollowsStarsAndQuestionMarks) {
+    const struct {
+        const char* name;
+        const char* mask;
+        bool matches;
+    } rows[] = {
+        {"a.txt", nullptr, true}, {"a.txt", "", true},        {"a.txt", "*", true},       {"", "*", true},
+        {"", "?", false},         {"A.TXT", "*.txt", true},   {"a.txt", "*.TX?", true},   {"a.txt", "*.tx", false},
+        {"a.txt", "?.txt", true}, {"ab.txt", "?.txt", false}, {"a.b.c", "*.*.c", true},   {"noext", "*.*", false},
+        {"abcabd", "*abd", true}, {"abcabd", "a*b*d", true},  {"abcabd", "a*x*d", false}, {"a", "a**", true},
+        {"a*b", "a?b", true},     {"abc", "abcd", false},     {"abcd", "abc", false},     {"\xFF", "?", true},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(fs::name_matches(row.name, row.mask), row.matches)
+            << row.name << " against " << (row.mask != nullptr ? row.mask : "(null)");
+    }
+}
+
+TEST(NameMatches, EndsOnManyStars) {
+    const std::string name(5000, 'a');
+    std::string mask;
+    for (int i = 0; i < 200; ++i) mask += "*a";
+    EXPECT_FALSE(fs::name_matches(name, (mask + "b").c_str()));
+    EXPECT_TRUE(fs::name_matches(name, mask.c_str()));
+}
+
+TEST(DirectoryAnswers, ChoosesByDirectoryAndDepth) {
+    const struct {
+        const char* held;
+        const char* dir;
+        bool here;
+        bool below;
+    } rows[] = {
+        {"", nullptr, true, true},  {"a/b/", nullptr, true, true}, {"", "", true, true},
+        {"a/", "", false, true},    {"a/", "a", true, true},       {"a/", "a/", true, true},
+        {"a/b/", "a", false, true}, {"ab/", "a", false, false},    {"a/", "a/b", false, false},
+        {"", "a", false, false},    {"x/a/", "a", false, false},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(fs::directory_answers(row.held, row.dir, false), row.here) << row.held;
+        EXPECT_EQ(fs::directory_answers(row.held, row.dir, true), row.below) << row.held;
+    }
+}
+
+TEST(NameCollector, HandsOverItsListInOrder) {
+    fs::NameCollector names;
+    EXPECT_EQ(names.release(), nullptr);
+    EXPECT_TRUE(names.append("a/", "b"));
+    EXPECT_TRUE(names.append("", "c"));
+    FS_NAME* const list = names.release();
+    EXPECT_STREQ(list->name, "a/b");
+    EXPECT_STREQ(list->next->name, "c");
+    EXPECT_EQ(list->next->next, nullptr);
+    fs::free_names(list);
+    fs::free_names(nullptr);
+    names.append("left", "behind");  // freed by the collector
+}
+
+}  // namespace

@@ -1,0 +1,267 @@
+#include <engine/filesystem/contract/path.h>
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+/// Normalises into exact heap blocks, so that a sanitizer sees any byte too many, and in place; both must agree.
+std::string normalized(const std::string& in, bool keep_case = false) {
+    std::vector<char> apart(in.size() + 1, '\x7f');
+    fs::path_normalize(apart.data(), in.c_str(), keep_case);
+    std::vector<char> place(in.c_str(), in.c_str() + in.size() + 1);
+    fs::path_normalize(place.data(), place.data(), keep_case);
+    EXPECT_STREQ(apart.data(), place.data()) << "in place, of \"" << in << '"';
+    return apart.data();
+}
+
+bool is_separator(char c) { return c == '/' || c == '\\'; }
+
+/// The rules told once more, as slowly as one would by hand: components in a list.
+std::string model(const std::string& in) {
+    const auto at = [&](std::size_t i) { return i < in.size() ? in[i] : '\0'; };
+    const auto word_end = [&](std::size_t i) {
+        while (i < in.size() && !is_separator(in[i])) ++i;
+        return i;
+    };
+    std::string prefix;
+    std::size_t pos = 0;
+    const std::size_t server_end = word_end(2);
+    const std::size_t colon = in.find_first_of("/\\:");
+    if (is_separator(at(0)) && is_separator(at(1)) && server_end > 2 && server_end < in.size() &&
+        !is_separator(at(server_end + 1))) {
+        pos = word_end(server_end + 1);
+        prefix = "//" + in.substr(2, server_end - 2) + "/" + in.substr(server_end + 1, pos - server_end - 1);
+    } else if (colon != std::string::npos && colon != 0 && in[colon] == ':') {
+        pos = colon + 1;
+        prefix = in.substr(0, pos);
+    }
+    const bool rooted = is_separator(at(pos));
+    std::vector<std::string> parts;
+    while (pos < in.size()) {
+        const std::size_t end = word_end(pos);
+        const std::string part = in.substr(pos, end - pos);
+        pos = end == in.size() ? end : end + 1;
+        if (part.empty() || part == ".") continue;
+        if (part != "..") {
+            parts.push_back(part);
+        } else if (!parts.empty() && parts.back() != "..") {
+            parts.pop_back();
+        } else if (!parts.empty() || !rooted) {
+            parts.push_back(part);
+        }
+    }
+    std::string out = prefix + (rooted ? "/" : "");
+    for (std::size_t i = 0; i < parts.size(); ++i) out += (i != 0 ? "/" : "") + parts[i];
+    if (!parts.empty() && is_separator(in.back())) out += '/';
+    for (char& c : out) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+    return out;
+}
+
+TEST(PathNormalize, FollowsItsRules) {
+    const struct {
+        const char* in;
+        const char* out;
+    } rows[] = {
+        {"", ""},
+        {"Data", "data"},
+        {"C:\\Data\\.\\Maps\\..\\x.bin", "c:/data/x.bin"},
+        {"a/../../b", "../b"},
+        {"/../a", "/a"},
+        {"a//b/", "a/b/"},
+        {"\\\\srv\\share\\dir", "//srv/share/dir"},
+        {"//SRV/Share/../x", "//srv/share/x"},
+        {"//server/", "//server/"},
+        {"//server", "/server"},
+        {"//server//x", "/server/x"},
+        {"///server/x", "/server/x"},
+        {"..", ".."},
+        {"../", "../"},
+        {"../..", "../.."},
+        {"a/..", ""},
+        {"a/../", ""},
+        {"///", "/"},
+        {"/", "/"},
+        {".", ""},
+        {"./", ""},
+        {"./x", "x"},
+        {"x/.", "x"},
+        {"x/./", "x/"},
+        {"x/..y", "x/..y"},
+        {".git/..hidden/...", ".git/..hidden/..."},
+        {"c:", "c:"},
+        {"c:x", "c:x"},
+        {"c:..\\x", "c:../x"},
+        {"c:/..", "c:/"},
+        {"pack:a/../b", "pack:b"},
+        {":x", ":x"},
+        {":a:b/../c", "c"},
+        {"a/b:c", "a/b:c"},
+        {"\xC4\x80/\xFF", "\xC4\x80/\xFF"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(normalized(row.in), row.out) << row.in;
+    EXPECT_EQ(normalized("A\\B/./C", true), "A/B/C");
+    char out[8] = "before";
+    fs::path_normalize(out, nullptr, false);
+    EXPECT_STREQ(out, "");
+    fs::path_normalize(nullptr, "x", false);
+}
+
+TEST(PathNormalize, AgreesWithASlowModelOnRandomText) {
+    std::mt19937 random(20240229);
+    const std::string letters = "aB/\\..:x/";
+    for (int round = 0; round < 200000; ++round) {
+        std::string in(random() % 14, '\0');
+        for (char& c : in) c = letters[random() % letters.size()];
+        const std::string out = normalized(in);
+        ASSERT_EQ(out, model(in)) << in;
+        ASSERT_LE(out.size(), in.size()) << in;
+        if (in.find(':') == std::string::npos) {
+            ASSERT_EQ(normalized(out), out) << in;
+        }
+    }
+}
+
+TEST(PathNormalize, TakesTextOfAnyLength) {
+    std::string in;
+    for (int i = 0; i < 30000; ++i) in += "up/../";
+    in += "END";
+    EXPECT_EQ(normalized(in), "end");
+    EXPECT_EQ(normalized(std::string(200000, 'A')), std::string(200000, 'a'));
+}
+
+TEST(IsFullPath, KnowsRootsAndPrefixes) {
+    for (const char* full : {"/", "\\x", "c:", "c:/x", "pack:x"}) EXPECT_TRUE(fs::is_full_path(full)) << full;
+    for (const char* part : {"", "x", "x/c:", ":x", "../c"}) EXPECT_FALSE(fs::is_full_path(part)) << part;
+    EXPECT_FALSE(fs::is_full_path(nullptr));
+}
+
+struct Split {
+    std::string dir;
+    std::string file;
+    bool operator==(const Split&) const = default;
+};
+std::ostream& operator<<(std::ostream& out, const Split& split) { return out << split.dir << '|' << split.file; }
+Split split_of(const fs::path& path) { return {path.PathName(), path.FileName()}; }
+
+TEST(Path, SplitsAtTheLastSeparator) {
+    const struct {
+        const char* in;
+        Split out;
+    } rows[] = {
+        {"", {"", ""}},
+        {"File.TXT", {"", "file.txt"}},
+        {"A\\B\\c", {"a/b/", "c"}},
+        {"a/b/", {"a/b/", ""}},
+        {"a/..", {"", ""}},
+        {"../x", {"../", "x"}},
+        {"/x", {"/", "x"}},
+        {"c:/x", {"c:/", "x"}},
+        {"c:x", {"", "c:x"}},
+        {"//srv/share/x", {"//srv/share/", "x"}},
+        {"a/c:..", {"a/", "c:.."}},
+        {"a/c:./", {"a/c:./", ""}},
+        {"a/c:.", {"a/", "c:"}},  // each part is normalised on its own
+    };
+    for (const auto& row : rows) EXPECT_EQ(split_of(fs::path(row.in, true)), row.out) << row.in;
+    EXPECT_TRUE(fs::path(nullptr, true).Empty());
+    EXPECT_EQ(split_of(fs::path("Maps/Big", false)), (Split{"Maps/", "Big"}));
+}
+
+TEST(Path, MarksAreThoseOfTheLatestText) {
+    fs::path path;
+    EXPECT_TRUE(path.IsInstalled());
+    EXPECT_FALSE(path.IsLowercase());
+    path.SetInstalled(false);
+    path.Set("A", "B", false);
+    EXPECT_TRUE(path.IsInstalled());
+    EXPECT_FALSE(path.IsLowercase());
+    path.Lowercase();
+    EXPECT_TRUE(path.IsLowercase());
+    EXPECT_EQ(split_of(path), (Split{"a/", "b"}));
+    EXPECT_TRUE(fs::path("X", true).IsLowercase());
+    EXPECT_FALSE(fs::path("X", false).IsLowercase());
+    path.SetInstalled(false);
+    const fs::path copy = path;
+    EXPECT_FALSE(copy.IsInstalled());
+    EXPECT_TRUE(copy.IsLowercase());
+}
+
+TEST(Path, KeepsItsTextWhereverItIsCopied) {
+    for (const std::size_t length : {0, 1, 29, 30, 31, 32, 33, 255, 300, 70000}) {
+        const std::string word(length, 'w');
+        fs::path path;
+        path.Set(word.c_str(), word.c_str(), true);
+        const Split expected{word.empty() ? "" : word + "/", word};
+        fs::path copy(path);
+        const fs::path& same = copy;
+        copy = same;  // onto itself
+        EXPECT_EQ(split_of(copy), expected) << length;
+        copy = std::move(path);
+        EXPECT_EQ(split_of(copy), expected) << length;
+        EXPECT_TRUE(path.Empty()) << length;
+        fs::path moved(std::move(copy));
+        EXPECT_EQ(split_of(moved), expected) << length;
+        moved.Set(moved.FileName(), moved.FileName(), true);  // its own text
+        EXPECT_EQ(split_of(moved), expected) << length;
+        moved = fs::path("short", true);
+        EXPECT_EQ(split_of(moved), (Split{"", "short"})) << length;
+        copy = moved;
+        EXPECT_TRUE(copy == moved);
+        moved.Release();
+        EXPECT_TRUE(moved.Empty() && !(copy == moved));
+    }
+}
+
+TEST(Path, GivesTheFullNameOnlyWhenItFits) {
+    const fs::path path("dir/name.ext", true);
+    char out[16] = "";
+    EXPECT_TRUE(path.FullName(out, 13));
+    EXPECT_STREQ(out, "dir/name.ext");
+    EXPECT_FALSE(path.FullName(out, 12));
+    EXPECT_STREQ(out, "");
+    EXPECT_FALSE(path.FullName(out, 0));
+    EXPECT_FALSE(path.FullName(nullptr, 5));
+    fs::string text = "old";
+    path.FullName(text);
+    EXPECT_EQ(text, "dir/name.ext");
+}
+
+TEST(Path, ReplacesTheExtensionOfTheFileNameAlone) {
+    const struct {
+        const char* path;
+        const char* ext;
+        const char* old_ext;
+        const char* file;
+    } rows[] = {
+        {"a.b/name", ".x", "", "name.x"},
+        {"a/n.tar.gz", ".x", ".gz", "n.tar.x"},
+        {"a/n.tar.gz", "x", ".gz", "n.tar.x"},
+        {"a/n.txt", "", ".txt", "n"},
+        {"a/n.txt", nullptr, ".txt", "n"},
+        {"a/.cfg", ".INI", ".cfg", ".ini"},
+        {"a/x.dds", ".0123456789012345678901234567890", ".dds", "x.0123456789012345678901234567890"},
+    };
+    for (const auto& row : rows) {
+        fs::path path(row.path, true);
+        EXPECT_STREQ(path.Ext(), row.old_ext) << row.path;
+        path.ExtReplace(row.ext);
+        EXPECT_STREQ(path.FileName(), row.file) << row.path;
+    }
+    fs::path own("dir/name.ext", true);
+    own.ExtReplace(own.FileName());
+    EXPECT_STREQ(own.FileName(), "name.name.ext");
+}
+
+TEST(Path, AccountsForItsMemory) {
+    const fs::path small("a/b", true);
+    EXPECT_EQ(small.calc_occupied_space() + small.calc_wasted_space(), sizeof(fs::path));
+    const fs::path large((std::string(100, 'd') + "/" + std::string(50, 'f')).c_str(), true);
+    EXPECT_GE(large.calc_occupied_space(), 101u + 1 + 50 + 1);
+    EXPECT_GT(large.calc_wasted_space(), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,99 @@
+#include "engine/platform/clock.h"
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <limits>
+#include <tuple>
+
+namespace platform {
+
+static auto fields(const CalendarTime& t) {
+    return std::tuple(t.year, t.month, t.day, t.hour, t.minute, t.second, t.millisecond);
+}
+
+namespace {
+
+constexpr std::int64_t ticks_per_ms = 10'000;
+constexpr std::int64_t ticks_per_second = 1000 * ticks_per_ms;
+constexpr std::int64_t ticks_per_day = 86'400 * ticks_per_second;
+constexpr std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
+constexpr std::int64_t highest = std::numeric_limits<std::int64_t>::max();
+
+TEST(Calendar, AgreesWithKnownMoments) {
+    const struct {
+        const char* label;
+        std::int64_t time;
+        CalendarTime calendar;
+    } rows[] = {
+        {"the beginning", 0, {1601, 1, 1, 0, 0, 0, 0}},
+        {"a moment before it", -1, {1600, 12, 31, 23, 59, 59, 999}},
+        {"1970", 116'444'736'000'000'000, {1970, 1, 1, 0, 0, 0, 0}},
+        {"a leap day", 125'963'012'967'890'000, {2000, 2, 29, 12, 34, 56, 789}},
+        {"the last moment", highest, {30828, 9, 14, 2, 48, 5, 477}},
+        {"the first moment", lowest, {-27627, 4, 19, 21, 11, 54, 522}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        EXPECT_EQ(fields(to_calendar(row.time)), fields(row.calendar));
+    }
+}
+
+TEST(Calendar, NamesEveryDayOfAThousandYearsAndFindsItAgain) {
+    using namespace std::chrono;
+    const sys_days first = year(1500) / January / 1;
+    const sys_days start = year(1601) / January / 1;
+    for (sys_days day = first; day < sys_days(year(2500) / January / 1); day += days(1)) {
+        const year_month_day expected(day);
+        const std::int64_t time = (day - start).count() * ticks_per_day + 12'345'678 * ticks_per_ms;
+        const CalendarTime calendar = to_calendar(time);
+        ASSERT_EQ(calendar.year, int(expected.year()));
+        ASSERT_EQ(unsigned(calendar.month), unsigned(expected.month()));
+        ASSERT_EQ(unsigned(calendar.day), unsigned(expected.day()));
+        ASSERT_EQ(from_calendar(calendar), time);
+    }
+}
+
+TEST(LocalTime, ComesBackToTheMillisecond) {
+    // Noon of the first of each month for a hundred years: no clock is put back at noon.
+    for (int month = 0; month < 100 * 12; ++month) {
+        const CalendarTime noon{.year = 1950 + month / 12, .month = 1 + month % 12, .hour = 12, .millisecond = 345};
+        const std::int64_t local = from_calendar(noon);
+        const std::int64_t utc = local_to_utc(local);
+        ASSERT_EQ(utc_to_local(utc), local) << noon.year << '-' << noon.month;
+        ASSERT_LE(std::abs(utc - local), ticks_per_day) << noon.year << '-' << noon.month;
+        ASSERT_EQ(utc_to_local(utc + ticks_per_ms - 1), local) << "parts of a millisecond are cut";
+    }
+}
+
+TEST(LocalTime, AnswersForAnyTime) {
+    for (const std::int64_t time : {lowest, lowest + 1, -ticks_per_day, std::int64_t{-1}, std::int64_t{0},
+                                    from_calendar({.year = 30'827, .month = 12, .day = 31}), highest - 1, highest}) {
+        SCOPED_TRACE(time);
+        EXPECT_NEAR(static_cast<double>(utc_to_local(time)), static_cast<double>(time), 1.0 * ticks_per_day);
+        EXPECT_NEAR(static_cast<double>(local_to_utc(time)), static_cast<double>(time), 1.0 * ticks_per_day);
+    }
+}
+
+TEST(LocalTime, IsWhatTheClockOnTheWallShows) {
+    const std::int64_t before = utc_to_local(now_utc());
+    const std::int64_t wall = from_calendar(now_local());
+    const std::int64_t after = utc_to_local(now_utc());
+    // The two clocks of a system may differ by one of its ticks.
+    EXPECT_GE(wall, before - 100 * ticks_per_ms);
+    EXPECT_LE(wall, after + 100 * ticks_per_ms);
+    EXPECT_GT(to_calendar(before).year, 2020);
+}
+
+TEST(SteadyClock, NeverGoesBack) {
+    std::uint64_t last = steady_ns();
+    const std::int64_t start = now_utc();
+    while (now_utc() - start < 20 * ticks_per_ms) {
+        const std::uint64_t now = steady_ns();
+        ASSERT_GE(now, last);
+        last = now;
+    }
+}
+
+}  // namespace
+}  // namespace platform
