@@ -22,7 +22,8 @@ bool is_emitted(const char* category, ELevel::TYPE level) {
 
 void fill_categories(int count) {
     Settings::Instance() = Settings();
-    const char* const names[] = {"Renderer", "Physics", "Network", "Audio", "Scripting", "Streaming", "Input", "Editor"};
+    const char* const names[] = {"Renderer",  "Physics",   "Network", "Audio",
+                                 "Scripting", "Streaming", "Input",   "Editor"};
     for (int i = 0; i < count; ++i) Settings::Instance().SetCategoryLevel(names[i], ELevel::ERRR);
 }
 

@@ -11,4 +11,5 @@
 #include <engine/filesystem/sources.h>
 #include <engine/filesystem/startup.h>
 #include <engine/filesystem/streams.h>
+#include <engine/kernel/multithreading.h>
 #include <engine/kernel/ztl.h>

@@ -57,7 +57,8 @@ NaiveFile as_naive(const FileTable& table, std::uint32_t file) {
     return {std::string(table.dir(file)), std::string(table.name(file))};
 }
 
-void expect_same_answer(const FileTable& table, const NaiveTable& naive, const std::string& dir, const std::string& name) {
+void expect_same_answer(const FileTable& table, const NaiveTable& naive, const std::string& dir,
+                        const std::string& name) {
     const NaiveFile* expected = naive.find(dir, name);
     EXPECT_EQ(as_naive(table, table.find(dir, name)), expected ? *expected : (NaiveFile{"none", "none"}))
         << "query " << dir << name;
@@ -97,8 +98,7 @@ TEST(FileTable, FindsExactlyOneDirectoryWhereOthersMatchBySuffix) {
     ASSERT_TRUE(table.set_root("/root/"));
     for (const int count : {1, 20}) {  // few of one name, then many
         for (int i = 0; i < count; ++i) table.add(table.intern_dir("x" + std::to_string(i) + "/b/"), "f", true);
-        const std::uint32_t inner = table.add(table.intern_dir("b/"), "f", true);
-        EXPECT_EQ(table.find_exact("b/", "f"), count == 1 ? inner : table.find_exact("b/", "f"));
+        table.add(table.intern_dir("b/"), "f", true);
         EXPECT_EQ(table.dir(table.find_exact("b/", "f")), "b/");
         EXPECT_EQ(table.dir(table.find("b/", "f")), "x0/b/") << "the first inserted wins";
         EXPECT_EQ(table.find_exact("/b/", "f"), FileTable::none);

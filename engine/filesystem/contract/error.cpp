@@ -11,6 +11,31 @@ SFsError& thread_error() {
     return error;
 }
 
+/// What the thread's innermost ErrorScope knows.
+struct ScopeState {
+    bool open = false;
+    bool found = false;  // a failure was stored within it
+};
+thread_local ScopeState scope;
+
+/// Whether a failure of this kind may take the place of what is stored.
+bool says_more(EFSError::TYPE code) {
+    return !(scope.open && scope.found && code == EFSError::NOT_FOUND && thread_error().code != EFSError::NOT_FOUND);
+}
+
+void store_kind(EFSError::TYPE code, const char* path, std::int32_t os_code) {
+    SFsError& error = thread_error();
+    scope.found = true;
+    error.code = code;
+    error.os_code = os_code;
+    // The words may be lost for want of memory; that there was a failure, and of which kind, is not.
+    try {
+        error.path.assign(path != nullptr ? path : "");
+    } catch (...) {
+        error.path.clear();
+    }
+}
+
 const char* reason(platform::Failure failure) {
     switch (failure) {
         case platform::Failure::NONE:
@@ -58,16 +83,33 @@ void clear_error() {
 }
 
 void set_error(EFSError::TYPE code, const char* path, std::string text, std::int32_t os_code) {
-    SFsError& error = thread_error();
-    error.code = code;
-    error.os_code = os_code;
-    error.text = std::move(text);
-    // The words may be lost for want of memory; that there was a failure, and of which kind, is not.
+    if (!says_more(code)) return;
+    store_kind(code, path, os_code);
+    thread_error().text = std::move(text);
+}
+
+void set_error(EFSError::TYPE code, const char* path, const char* text, std::int32_t os_code) noexcept {
+    if (!says_more(code)) return;
+    store_kind(code, path, os_code);
     try {
-        error.path.assign(path != nullptr ? path : "");
+        thread_error().text.assign(text);
     } catch (...) {
-        error.path.clear();
+        thread_error().text.clear();
     }
+}
+
+ErrorScope::ErrorScope() : outer_found_(scope.found), outer_open_(scope.open) { scope = {.open = true}; }
+ErrorScope::~ErrorScope() { scope = {.open = outer_open_, .found = outer_found_ || scope.found}; }
+bool ErrorScope::has_error() const { return scope.found; }
+
+ErrorKeeper::ErrorKeeper()
+    : kept_(std::exchange(thread_error(), {})), scope_open_(scope.open), scope_found_(scope.found) {
+    scope = {};
+}
+
+ErrorKeeper::~ErrorKeeper() {
+    thread_error() = std::move(kept_);
+    scope = {.open = scope_open_, .found = scope_found_};
 }
 
 void set_error_from_platform(const char* path, const char* action, const platform::Error& error) {

@@ -64,7 +64,7 @@ fs::string to_string(std::string_view text) {
 
 /// Puts a path together in a buffer of its own, so that the answer may go where a part came from.
 class Builder {
-  public:
+public:
     void add(std::string_view text) {
         if (text.size() >= path_capacity - length_) {
             fits_ = false;
@@ -80,7 +80,7 @@ class Builder {
     std::string_view view() const { return {text_, fits_ ? length_ : 0}; }
     char* write_to(char* out) const { return write(out, view()); }
 
-  private:
+private:
     char text_[path_capacity];
     std::size_t length_ = 0;
     bool fits_ = true;

@@ -11,7 +11,7 @@ FS_NAME* new_name(std::string_view dir, std::string_view name, FS_NAME* next);
 
 /// Collects names in their order. The list belongs to the collector until it is released.
 class NameCollector {
-  public:
+public:
     NameCollector() = default;
     ~NameCollector() { free_names(head_); }
     NameCollector(const NameCollector&) = delete;
@@ -22,7 +22,7 @@ class NameCollector {
     /// Hands the list over; null when it is empty.
     FS_NAME* release();
 
-  private:
+private:
     FS_NAME* head_ = nullptr;
     FS_NAME** tail_ = &head_;
 };

@@ -2,9 +2,8 @@
 
 #include <array>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
-
-#include <engine/filesystem/contract/path.h>
 
 // Every name that enters the file system is normalised here, so the usual name must cost next to nothing: one pass
 // copies and folds it and stops at the first sign of work ("." and ".." components, runs of separators, prefixes).
@@ -84,7 +83,7 @@ bool copy_normal(char* out, const char* in, const char* folded, Normalized& resu
 
 /// The whole rule. The output position never overtakes the input position, so both may be in one buffer.
 class Rule {
-  public:
+public:
     Rule(char* out, const char* in, const char* folded) : out_(out), in_(in), folded_(folded) {}
 
     std::size_t apply() {
@@ -99,7 +98,7 @@ class Rule {
         return out_at_;
     }
 
-  private:
+private:
     void copy_until(std::size_t end) {
         while (in_at_ < end) out_[out_at_++] = folded_[index_of(in_[in_at_++])];
     }
@@ -197,6 +196,24 @@ bool is_full_path(const char* path) {
     while (!ends_component(path[end]) && path[end] != ':') ++end;
     return end != 0 && path[end] == ':';
 }
+
+ScratchText::ScratchText(std::size_t length) {
+    if (length >= sizeof(inline_)) text_ = static_cast<char*>(std::malloc(length + 1));
+}
+
+ScratchText::~ScratchText() {
+    if (text_ != inline_) std::free(text_);
+}
+
+NormalText::NormalText(const char* path, bool keep_case) : scratch_(path != nullptr ? std::strlen(path) : 0) {
+    if (path != nullptr && scratch_.text() != nullptr) length_ = normalize(scratch_.text(), path, keep_case).length;
+}
+
+void NormalText::drop_trailing_slash() {
+    if (length_ != 0 && scratch_.text()[length_ - 1] == '/') scratch_.text()[--length_] = '\0';
+}
+
+bool NormalText::climbs() const { return view() == ".." || view().starts_with("../"); }
 
 char fold(char letter) { return tables.lower[index_of(letter)]; }
 

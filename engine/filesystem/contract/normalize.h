@@ -1,6 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
+
+#include <engine/filesystem/contract/path.h>
 
 namespace fs {
 
@@ -14,7 +17,41 @@ struct Normalized {
 /// fs::path_normalize with its by-products. `in` is not null; `out` may be `in`.
 Normalized normalize(char* out, const char* in, bool keep_case);
 
-/// The text with ASCII letters in lower case; other bytes stay.
+/// Room for one text: in place for every path that the system could hold, on the heap for longer ones.
+class ScratchText {
+public:
+    explicit ScratchText(std::size_t length);
+    ~ScratchText();
+    ScratchText(const ScratchText&) = delete;
+    ScratchText& operator=(const ScratchText&) = delete;
+
+    char* text() { return text_; }  // null when memory cannot be had
+
+private:
+    char inline_[path_capacity];
+    char* text_ = inline_;
+};
+
+/// A path in normal form. Null is the empty path, and so is one that memory cannot be had for.
+class NormalText {
+public:
+    NormalText(const char* path, bool keep_case);
+
+    const char* c_str() const { return length_ != 0 ? scratch_.text() : ""; }
+    std::string_view view() const { return {c_str(), length_}; }
+    bool empty() const { return length_ == 0; }
+    void drop_trailing_slash();
+    /// Whether it names nothing below a source: empty, or separators alone.
+    bool names_nothing() const { return view().find_first_not_of('/') == std::string_view::npos; }
+    /// Whether it begins above the source.
+    bool climbs() const;
+
+private:
+    mutable ScratchText scratch_;
+    std::size_t length_ = 0;
+};
+
+/// ASCII letters in lower case; other bytes stay.
 char fold(char letter);
 void fold_text(char* text, std::size_t length);
 

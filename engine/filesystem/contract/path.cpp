@@ -14,25 +14,6 @@ namespace {
 
 constexpr std::size_t longest_part = 0x7FFFFFFF;  // lengths are kept in 32 bits; nothing near this is a name
 
-/// A buffer for one text: in place for every path that the system could hold, on the heap for longer ones.
-class Scratch {
-  public:
-    explicit Scratch(std::size_t length) {
-        if (length >= sizeof(inline_)) text_ = static_cast<char*>(std::malloc(length + 1));
-    }
-    ~Scratch() {
-        if (text_ != inline_) std::free(text_);
-    }
-    Scratch(const Scratch&) = delete;
-    Scratch& operator=(const Scratch&) = delete;
-
-    char* text() { return text_; }  // null when memory cannot be had
-
-  private:
-    char inline_[path_capacity];
-    char* text_ = inline_;
-};
-
 /// Bytes that a part holds beyond the text and its terminator.
 std::uint64_t unused_bytes(std::size_t held, std::string_view text) { return held - (text.size() + 1); }
 
@@ -44,7 +25,7 @@ path::path(const char* text, bool lower) {
     const std::uint8_t flags = static_cast<std::uint8_t>(installed | (lower ? lowercase : 0));
     reset(flags);
     if (text == nullptr || text[0] == '\0') return;
-    Scratch scratch(std::strlen(text));
+    ScratchText scratch(std::strlen(text));
     char* const normal = scratch.text();
     if (normal == nullptr) return;
     const Normalized found = normalize(normal, text, !lower);
@@ -53,7 +34,7 @@ path::path(const char* text, bool lower) {
         assign(whole.substr(0, found.split), whole.substr(found.split), flags);
         return;
     }
-    Scratch dir(found.split);
+    ScratchText dir(found.split);
     if (dir.text() == nullptr) return;
     std::memcpy(dir.text(), normal, found.split);
     dir.text()[found.split] = '\0';
@@ -145,8 +126,8 @@ void path::Set(const char* dir, const char* file, bool lower) {
     if (dir == nullptr) dir = "";
     if (file == nullptr) file = "";
     // Both are copied before anything is stored, so either may lie in this path.
-    Scratch dir_text(std::strlen(dir) + 1);
-    Scratch file_text(std::strlen(file));
+    ScratchText dir_text(std::strlen(dir) + 1);
+    ScratchText file_text(std::strlen(file));
     if (dir_text.text() == nullptr || file_text.text() == nullptr) {
         assign("", "", flags);
         return;
@@ -203,7 +184,7 @@ void path::ExtReplace(const char* ext) {
     const std::size_t ext_length = std::strlen(ext);
     const std::size_t dot = ext_length != 0 && ext[0] != '.' ? 1 : 0;
     // The old text may lie in the very place of the new one, and `ext` in this path.
-    Scratch scratch(base + dot + ext_length);
+    ScratchText scratch(base + dot + ext_length);
     char* const text = scratch.text();
     if (text == nullptr) return;
     std::memcpy(text, FileName(), base);

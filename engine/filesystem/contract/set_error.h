@@ -10,8 +10,42 @@ namespace fs {
 
 /// Stores the calling thread's failure. Only failing paths call these, so that good ones pay nothing.
 void set_error(EFSError::TYPE code, const char* path, std::string text, std::int32_t os_code = 0);
+/// The same for words that are known beforehand; never throws.
+void set_error(EFSError::TYPE code, const char* path, const char* text, std::int32_t os_code = 0) noexcept;
 /// The same from the seam's own account of what went wrong; `action` is a phrase like "cannot be opened".
 void set_error_from_platform(const char* path, const char* action, const platform::Error& error);
 EFSError::TYPE error_from_platform(platform::Failure failure);
+
+/// Spans a walk over sources of which each may fail in its own way. Within it a NOT_FOUND does not take the place of a
+/// failure that says more: that one source was in use is why the open failed, not that the next one lacks the name.
+class ErrorScope {
+public:
+    ErrorScope();
+    ~ErrorScope();
+    ErrorScope(const ErrorScope&) = delete;
+    ErrorScope& operator=(const ErrorScope&) = delete;
+
+    /// Whether a failure was stored since the scope began.
+    bool has_error() const;
+
+private:
+    bool outer_found_;  // what was known of the scope around this one
+    bool outer_open_;
+};
+
+/// Work that is done in passing, such as a log line on its way to the file: what fails within it is forgotten, and what
+/// was stored before stays.
+class ErrorKeeper {
+public:
+    ErrorKeeper();
+    ~ErrorKeeper();
+    ErrorKeeper(const ErrorKeeper&) = delete;
+    ErrorKeeper& operator=(const ErrorKeeper&) = delete;
+
+private:
+    SFsError kept_;
+    bool scope_open_;
+    bool scope_found_;
+};
 
 }  // namespace fs

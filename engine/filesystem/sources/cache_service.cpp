@@ -40,11 +40,20 @@ protected:
 enum Entry : std::size_t { CREATE_MOUNT_POINT = 0, INIT = 8, IS_SERVICE_RUNNING = 12, ENTRY_COUNT = 14 };
 
 // A module that lacks any of them is of another version, and is not used.
-constexpr std::array<const char*, ENTRY_COUNT> entry_names = {
-    "fscCreateMountPoint", "fscDestroyMountPoint", "fscGetNumMountPoints", "fscGetMountPoint",
-    "fscCreateMountPointsChangedSemaphore", "fscNotifyAdd", "fscNotifyRemove", "fscNotifyRename",
-    "fscInit", "fscGetMemStats", "fscCompact", "fscDumpBlocks",
-    "fscIsServiceRunning", "fscServiceRunning"};
+constexpr std::array<const char*, ENTRY_COUNT> entry_names = {"fscCreateMountPoint",
+                                                              "fscDestroyMountPoint",
+                                                              "fscGetNumMountPoints",
+                                                              "fscGetMountPoint",
+                                                              "fscCreateMountPointsChangedSemaphore",
+                                                              "fscNotifyAdd",
+                                                              "fscNotifyRemove",
+                                                              "fscNotifyRename",
+                                                              "fscInit",
+                                                              "fscGetMemStats",
+                                                              "fscCompact",
+                                                              "fscDumpBlocks",
+                                                              "fscIsServiceRunning",
+                                                              "fscServiceRunning"};
 
 class CacheService {
 public:

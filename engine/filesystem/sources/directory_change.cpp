@@ -112,7 +112,8 @@ bool is_on_disk(const char* path) { return platform::get_attributes(path).has_va
 bool CWin32_dir::mkdir(const fs::path& p) {
     NativePath native;
     if (p.EmptyPath() || !build_native_path(state_->native_root, p.PathNameView(), {}, native)) {
-        return refuse(p.PathName(), EFSError::INVALID_NAME, "The directory has no name, or its native path is too long.");
+        return refuse(p.PathName(), EFSError::INVALID_NAME,
+                      "The directory has no name, or its native path is too long.");
     }
     if (fs::climbs(p.PathNameView()) || !fs::is_creatable(native.view().substr(native.root_length))) {
         return refuse(native.text, EFSError::INVALID_NAME,
@@ -157,8 +158,9 @@ bool CWin32_dir::rename_file(const fs::path& from, const fs::path& to) {
     const bool fits = !to.EmptyFile() && state_->native_path(to, native_to);
     if (!fits || fs::climbs(from.PathNameView()) || fs::climbs(to.PathNameView()) ||
         !fs::is_creatable(native_to.view().substr(native_to.root_length))) {
-        return refuse(to.FileName(), EFSError::INVALID_NAME,
-                      "The new name is empty, too long, leads out of the source or is one that not every system can hold.");
+        return refuse(
+            to.FileName(), EFSError::INVALID_NAME,
+            "The new name is empty, too long, leads out of the source or is one that not every system can hold.");
     }
     if (!fs::equal_folded(native_from.view(), native_to.view()) && is_on_disk(native_to.text)) {
         return refuse(native_to.text, EFSError::ALREADY_EXISTS, "There is a file of the new name.");

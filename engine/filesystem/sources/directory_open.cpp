@@ -88,7 +88,8 @@ SFsFile* CWin32_dir::open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flag
 SFsFile* CWin32_dir::create(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
     NativePath native;
     if (p.EmptyFile() || !state_->native_path(p, native)) {
-        return refuse(p.FileName(), EFSError::INVALID_NAME, "There is no name to create, or its native path is too long.");
+        return refuse(p.FileName(), EFSError::INVALID_NAME,
+                      "There is no name to create, or its native path is too long.");
     }
     if (fs::climbs(p.PathNameView()) || !fs::is_creatable(native.view().substr(native.root_length))) {
         return refuse(native.text, EFSError::INVALID_NAME,

@@ -17,10 +17,7 @@ bool stands_alone(std::string_view dir) { return dir.size() > 1 && dir[1] == ':'
 bool stands_alone(std::string_view dir) { return !dir.empty() && dir[0] == '/'; }
 #endif
 
-char* put(char* out, std::string_view text) {
-    std::memcpy(out, text.data(), text.size());
-    return out + text.size();
-}
+char* put(char* out, std::string_view text) { return out + text.copy(out, text.size()); }
 
 template <class Check>
 bool all_components(std::string_view path, Check&& check) {

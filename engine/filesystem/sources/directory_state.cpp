@@ -45,14 +45,14 @@ void DirectoryState::forget_directory(std::string_view lower_dir) {
     tree.remove(path.c_str());
 }
 
-void DirectoryState::enter_created(const fs::path& p, const NativePath& native, bool installed) {
+void DirectoryState::enter_created(const fs::path& p, const NativePath& made, bool installed) {
     fs::path lower(p);
     lower.Lowercase();
     char spelled[platform::path_buffer_size];
-    if (!platform::resolve_case(native.text, spelled)) return;
+    if (!platform::resolve_case(made.text, spelled)) return;
     const std::size_t name_length = lower.FileNameView().size();
     const std::size_t dir_length = lower.PathNameView().size();
-    const std::string_view full(spelled, native.length);
+    const std::string_view full(spelled, made.length);
     const std::string_view name = full.substr(full.size() - name_length);
     std::string_view dir(lower.PathNameView());
     if (dir_length + name_length <= full.size()) dir = full.substr(full.size() - name_length - dir_length, dir_length);

@@ -46,7 +46,7 @@ struct DirectoryState {
     void forget_directory(std::string_view lower_dir);
     /// Enters a file that was made just now under `p`. Its spelling is asked of the disk, which may have held parts of the
     /// path before. Without memory it stays unknown until the next refresh.
-    void enter_created(const fs::path& p, const NativePath& native, bool installed);
+    void enter_created(const fs::path& p, const NativePath& made, bool installed);
 };
 
 /// Reads the directory `dir` (as the disk spells it), and those below it when `recursive`, into table and tree, under the

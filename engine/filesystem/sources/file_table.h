@@ -57,16 +57,14 @@ public:
     std::uint32_t next(std::uint32_t file) const { return skip_removed(file + record_words(record(file))); }
     std::uint32_t size() const { return count_; }
     /// The next file of the same name, or none.
-    std::uint32_t next_of_name(std::uint32_t file) const {
-        return record(file).next > file ? record(file).next : none;
-    }
+    std::uint32_t next_of_name(std::uint32_t file) const { return record(file).next > file ? record(file).next : none; }
     /// The bucket that the table's order is told by.
     static std::uint32_t bucket(std::string_view name);
     /// Memory held, in bytes.
     std::size_t bytes() const;
 
 private:
-    struct Record {  // the name follows, and the disk's spelling of it when it differs
+    struct Record {          // the name follows, and the disk's spelling of it when it differs
         std::uint32_t next;  // files of the same name form a ring in the order of insertion
         std::uint32_t previous;
         std::uint32_t dir;
@@ -93,7 +91,9 @@ private:
     static const char* text_of(const Record& file) { return reinterpret_cast<const char*>(&file + 1); }
     static std::uint32_t record_words(const Record& file);
     std::uint32_t skip_removed(std::uint32_t file) const;
-    std::uint32_t last_of(std::uint32_t value) const { return value & many_bit ? many_[value ^ many_bit]->last : value; }
+    std::uint32_t last_of(std::uint32_t value) const {
+        return value & many_bit ? many_[value ^ many_bit]->last : value;
+    }
     std::uint32_t* find_name(std::string_view name, std::uint64_t hash) const;
     std::uint32_t find_in_ring(std::uint32_t last, std::string_view dir) const;
     std::uint32_t store(std::uint32_t dir, std::string_view spelled_name, bool installed);

@@ -24,9 +24,7 @@ public:
         return {text_.data() + dirs_[dir].offset + (dirs_[dir].is_spelled ? dirs_[dir].length : 0), dirs_[dir].length};
     }
     /// The text that look-ups compare: its own, or the root's when it is empty.
-    std::string_view compared(std::uint32_t dir) const {
-        return dirs_[dir].length != 0 ? lower(dir) : root();
-    }
+    std::string_view compared(std::uint32_t dir) const { return dirs_[dir].length != 0 ? lower(dir) : root(); }
     std::string_view root() const { return {text_.data() + root_offset_, root_length_}; }
     std::uint32_t compared_offset(std::uint32_t dir) const {
         return dirs_[dir].length != 0 ? dirs_[dir].offset : root_offset_;

@@ -18,7 +18,8 @@ void put_number(unsigned char* out, std::uint64_t value, int bytes) {
 }
 
 bool is_name(std::string_view text) {
-    return !text.empty() && text != "." && text != ".." && text.find_first_of(std::string_view("/\\\0", 3)) == text.npos;
+    return !text.empty() && text != "." && text != ".." &&
+           text.find_first_of(std::string_view("/\\\0", 3)) == text.npos;
 }
 
 bool is_directory(std::string_view text) {

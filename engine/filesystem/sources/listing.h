@@ -39,7 +39,8 @@ private:
 /// Reads recorded bytes from the front, each length held against what is left.
 class ListingReader {
 public:
-    explicit ListingReader(const dir_listing& listing) : ListingReader(listing.bytes().data(), listing.bytes().size()) {}
+    explicit ListingReader(const dir_listing& listing)
+        : ListingReader(listing.bytes().data(), listing.bytes().size()) {}
     ListingReader(const unsigned char* bytes, std::size_t size) : next_(bytes), end_(bytes + size) {}
 
     struct Directory {

@@ -67,8 +67,8 @@ std::uint32_t SuffixTree::split(std::uint32_t child, std::size_t length) {
     if (!grow_slots()) return none;
     const auto upper = static_cast<std::uint32_t>(nodes_.size());
     const Node old = nodes_[child];
-    if (!nodes_.push({old.text_end, static_cast<std::uint16_t>(length), old.first, false, none, old.least, old.parent, child,
-                      old.next_sibling})) {
+    if (!nodes_.push({old.text_end, static_cast<std::uint16_t>(length), old.first, false, none, old.least, old.parent,
+                      child, old.next_sibling})) {
         return none;
     }
     slots_[slot_of(old.parent, old.first)] = upper;

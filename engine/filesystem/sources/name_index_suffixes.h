@@ -54,8 +54,8 @@ private:
     std::uint32_t find_node(std::string_view dir) const;
 
     const PodArray<char>* text_;
-    PodArray<Node> nodes_;            // the first is the root
-    PodArray<std::uint32_t> slots_;   // nodes by parent and first character, open addressing
+    PodArray<Node> nodes_;           // the first is the root
+    PodArray<std::uint32_t> slots_;  // nodes by parent and first character, open addressing
 };
 
 }  // namespace fs

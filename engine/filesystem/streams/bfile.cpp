@@ -222,7 +222,7 @@ std::uint64_t bfile_win32::fetch(std::uint8_t* out, std::uint64_t size) {
         set_error_from_platform(name_.c_str(), "cannot be read", platform::last_error());
         return failure;
     }
-    length_ = std::max(length_, pos_ + got);
+    if (got != 0) length_ = std::max(length_, pos_ + got);
     if (direct || got == 0) return got;
     valid_ = static_cast<std::uint32_t>(got);
     return window_filled;

@@ -4,16 +4,13 @@
 
 #include <engine/filesystem/streams/cached.h>
 
+#include "engine/filesystem/streams/memory_limit.h"
+
 namespace fs {
 
 namespace {
 
 constexpr std::uint64_t failure = UINT64_MAX;
-
-std::uint8_t* allocate(std::uint64_t size) {
-    if (size == 0 || size > SIZE_MAX) return nullptr;
-    return static_cast<std::uint8_t*>(std::malloc(static_cast<std::size_t>(size)));
-}
 
 void copy(std::uint8_t* to, const void* from, std::uint64_t size) {
     if (size == 4) {  // what typed values are made of: a copy of fixed size needs no call
@@ -34,7 +31,7 @@ cachedwrnoseekfile::~cachedwrnoseekfile() {
 
 void cachedwrnoseekfile::reallocate() {
     releasebuffer();
-    buffer_ = allocate(buffer_size_);
+    buffer_ = buffer_size_ == 0 ? nullptr : static_cast<std::uint8_t*>(std::malloc(buffer_size_));
     if (buffer_ == nullptr) buffer_size_ = 0;
 }
 
@@ -95,9 +92,9 @@ void cachedwrfile::releasebuffer() {
 /// The image counts in steps, but the memory behind it grows in proportion to its size: growing by a fixed step would
 /// copy a large image over and over. New bytes are zeros, since a seek may leave some of them unwritten.
 bool cachedwrfile::grow_to(std::uint64_t capacity) {
+    if (capacity > memory_limit) return false;
     if (capacity > allocated_) {
         const std::uint64_t generous = std::max(capacity, allocated_ + allocated_ / 2);
-        if (generous > SIZE_MAX) return false;
         auto* const larger = static_cast<std::uint8_t*>(std::realloc(buffer_, static_cast<std::size_t>(generous)));
         if (larger == nullptr) return false;
         buffer_ = larger;

@@ -3,6 +3,8 @@
 #include <engine/filesystem/log.h>
 #include <engine/filesystem/streams/zipped_buffer.h>
 
+#include "engine/filesystem/log/levels.h"
+
 namespace fs {
 
 namespace {
@@ -10,7 +12,7 @@ namespace {
 // Known to those who read and filter logs; not a place in this tree.
 constexpr const char* log_source = "engine/filesystem/chunk";
 constexpr int log_line = 56;
-constexpr std::uint32_t error_id = 0x45525252;  // "ERRR"
+constexpr std::uint32_t error_id = logging::code("ERRR");
 
 constexpr std::uint32_t header_size = 12;
 constexpr std::int64_t size_field = 4;

@@ -4,6 +4,8 @@
 
 #include <engine/filesystem/streams/file.h>
 
+#include "engine/filesystem/log/levels.h"
+
 namespace fs {
 
 namespace {
@@ -14,21 +16,12 @@ constexpr int log_line = 314;
 
 constexpr std::uint64_t stack_text_size = 4097;
 
-constexpr std::uint32_t filter_id(const char (&tag)[5]) {
-    return static_cast<std::uint32_t>(tag[0]) << 24 | static_cast<std::uint32_t>(tag[1]) << 16 |
-           static_cast<std::uint32_t>(tag[2]) << 8 | static_cast<std::uint32_t>(tag[3]);
-}
-
-constexpr std::uint32_t filter_ids[] = {filter_id("NONE"), filter_id("FATL"), filter_id("ERRR"),
-                                        filter_id("INFO"), filter_id("WARN"), filter_id("DEBG")};
-static_assert(sizeof(filter_ids) / sizeof(filter_ids[0]) == Log::ELevel::VERB);
-
 struct FreeBlock {
     void operator()(char* block) const { std::free(block); }
 };
 
 void log_text(Log::ELevel::TYPE level, const char* category, const char* text) {
-    _CLog(level, category, log_source, log_line, _CLFilter(filter_ids[level]), CLLineMode::NEW_LINE, "%s", text);
+    _CLog(level, category, log_source, log_line, _CLFilter(logging::level_id(level)), CLLineMode::NEW_LINE, "%s", text);
 }
 
 }  // namespace

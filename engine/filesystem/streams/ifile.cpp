@@ -129,7 +129,7 @@ bool read_into_string(ifile& stream, ztl::string_base<Char>& text) {
 
 /// Gathers small pieces, so that a vector of short texts costs few calls of the stream's write.
 class Gatherer {
-  public:
+public:
     explicit Gatherer(ifile& stream) : stream_(stream) {}
     ~Gatherer() { flush(); }
     Gatherer(const Gatherer&) = delete;
@@ -145,7 +145,7 @@ class Gatherer {
         used_ += size;
     }
 
-  private:
+private:
     void flush() {
         if (used_ != 0) stream_.write(bytes_, used_);
         used_ = 0;
@@ -153,7 +153,7 @@ class Gatherer {
 
     ifile& stream_;
     std::size_t used_ = 0;
-    std::uint8_t bytes_[8 * scratch_size];
+    std::uint8_t bytes_[4 * scratch_size] = {};
 };
 
 }  // namespace

@@ -1,11 +1,12 @@
 #include <engine/filesystem/streams/ifile.h>
 
 #include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <limits>
 #include <memory>
 #include <new>
+
+#include "engine/kernel/format.h"
 
 namespace fs {
 
@@ -22,7 +23,7 @@ constexpr std::size_t last_retry_size = 1024 * 1024;
 int format_into(char* out, std::size_t capacity, const char* format, va_list args) {
     va_list again;
     va_copy(again, args);
-    const int length = std::vsnprintf(out, capacity, format, again);
+    const int length = kernel::format_text(out, capacity, format, again);
     va_end(again);
     return length;
 }

@@ -1,11 +1,12 @@
 #include <engine/filesystem/streams/memory.h>
 
+#include "engine/filesystem/streams/memory_limit.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <new>
-#include <stdexcept>
 
 namespace fs {
 
@@ -59,23 +60,21 @@ bool memfile::set_current_pos(std::int64_t position) {
 namespace {
 
 bool resize(ztl::vector<unsigned char>& vector, std::uint64_t size) {
+    if (size > memory_limit) return false;
     try {
         vector.resize(static_cast<std::size_t>(size));
         return true;
     } catch (const std::bad_alloc&) {
         return false;
-    } catch (const std::length_error&) {
-        return false;
     }
 }
 
 bool append(ztl::vector<unsigned char>& vector, const unsigned char* data, std::uint64_t size) {
+    if (size > memory_limit) return false;
     try {
         vector.insert(vector.end(), data, data + size);
         return true;
     } catch (const std::bad_alloc&) {
-        return false;
-    } catch (const std::length_error&) {
         return false;
     }
 }

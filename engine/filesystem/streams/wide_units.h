@@ -21,24 +21,24 @@ std::uint64_t count_units(const wchar_t* text, std::size_t length);
 
 /// Hands out the units of a text one by one.
 class UnitReader {
-  public:
+public:
     explicit UnitReader(const wchar_t* text) : text_(text) {}
     /// The next unit; call it no more often than the text has units.
     std::uint16_t next();
 
-  private:
+private:
     const wchar_t* text_;
     std::uint16_t low_surrogate_ = 0;  // waiting to be handed out, 0 when there is none
 };
 
 /// Turns units, handed in one by one, into characters; at most as many.
 class CharacterWriter {
-  public:
+public:
     explicit CharacterWriter(wchar_t* out) : out_(out) {}
     void add(std::uint16_t unit);
     std::size_t count() const { return count_; }
 
-  private:
+private:
     wchar_t* out_;
     std::size_t count_ = 0;
     std::uint16_t previous_ = 0;  // a high surrogate that may still become half of a pair, else 0

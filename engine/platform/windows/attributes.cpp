@@ -1,6 +1,11 @@
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
 #include "engine/platform/directories.h"
 #include "engine/platform/faults.h"
 #include "engine/platform/files.h"
+#include "engine/platform/folding.h"
 #include "engine/platform/windows/native_path.h"
 
 // Asking about files, and changing what is written about them: attributes, times, names.
@@ -36,8 +41,8 @@ std::optional<Attributes> attributes_behind_link(const char* path) {
 
 // Opened for writing, so that a read-only file and one that is open refuse.
 bool set_times(const char* path, std::int64_t time, bool all) {
-    if (time < 0)
-        return fail(Failure::OTHER, ERROR_INVALID_PARAMETER);  // the system gives these a meaning of their own
+    // The system gives these a meaning of its own.
+    if (time < 0) return fail(Failure::OTHER, ERROR_INVALID_PARAMETER);
     const File file = File::open(path, {.access = Access::WRITE});
     if (!file.valid()) return false;
     const FILETIME value{.dwLowDateTime = static_cast<DWORD>(time),
@@ -64,10 +69,43 @@ bool is_same_file(const char* a, const char* b) {
            first.nFileIndexLow == second.nFileIndexLow;
 }
 
+const char* last_component(const char* path) {
+    const char* const slash = std::max(std::strrchr(path, '/'), std::strrchr(path, '\\'));
+    return slash == nullptr ? path : slash + 1;
+}
+
+bool is_spelled(const char* path) {
+    WIN32_FIND_DATAA item{};
+    return find_item(path, item) && std::strcmp(item.cFileName, last_component(path)) == 0;
+}
+
+// Whether two paths are one name of one file or directory.
+bool is_other_case(const char* from, const char* to) {
+    const char* const old_name = last_component(from);
+    const char* const new_name = last_component(to);
+    const std::size_t length = std::strlen(old_name);
+    return length == std::strlen(new_name) && equal_folded(old_name, new_name, length) && is_same_file(from, to);
+}
+
+// Some systems take a change of case for no change at all; they are led there by way of a third name.
+bool change_case(const char* from, const char* to, DWORD flags) {
+    if (!MoveFileExA(from, to, flags)) return fail_last();
+    if (is_spelled(to)) return true;
+    char between[path_buffer_size];
+    const auto kept = static_cast<int>(last_component(from) - from);
+    const int length = std::snprintf(between, sizeof between, "%.*s~%08lx.tmp", kept, from, GetTickCount());
+    if (length < 0 || static_cast<std::size_t>(length) > max_path_bytes) return fail(Failure::PATH_TOO_LONG);
+    if (!MoveFileExA(from, between, 0)) return fail_last();
+    if (MoveFileExA(between, to, 0)) return true;
+    fail_last();
+    MoveFileExA(between, from, 0);
+    return false;
+}
+
 // A file gives way to a file; nothing gives way to a directory, and no directory to anything.
 bool may_take_place(const char* from, const char* to) {
     const DWORD target = attribute_bits(to);
-    if (target == INVALID_FILE_ATTRIBUTES || is_same_file(from, to)) return true;
+    if (target == INVALID_FILE_ATTRIBUTES) return true;
     if (is_directory(target) || is_directory(attribute_bits(from))) return fail(Failure::ALREADY_EXISTS);
     return refuse_read_only(target);
 }
@@ -76,9 +114,9 @@ bool move_path(const char* from, const char* to, DWORD flags) {
     const NativePath source(from);
     if (!source.valid()) return false;
     const NativePath target(to, NativePath::Use::NEW);
-    if (!target.valid() || meets_fault(FaultPoint::RENAME) || !may_take_place(source.text(), target.text())) {
-        return false;
-    }
+    if (!target.valid() || meets_fault(FaultPoint::RENAME)) return false;
+    if (is_other_case(source.text(), target.text())) return change_case(source.text(), target.text(), flags);
+    if (!may_take_place(source.text(), target.text())) return false;
     return MoveFileExA(source.text(), target.text(), flags) || fail_last();
 }
 

@@ -98,14 +98,6 @@ bool read_items(const NativePath& directory, DirectoryListing& out) {
     return GetLastError() == ERROR_NO_MORE_FILES || fail_last();
 }
 
-// The record of one item itself, not of what it leads to.
-bool find_item(const char* path, WIN32_FIND_DATAA& item) {
-    const HANDLE search = FindFirstFileA(path, &item);
-    if (search == INVALID_HANDLE_VALUE) return false;
-    FindClose(search);
-    return true;
-}
-
 std::optional<BY_HANDLE_FILE_INFORMATION> query_directory(const char* path) {
     const NativePath native(path);
     if (!native.valid()) return std::nullopt;
@@ -234,6 +226,7 @@ bool resolve_case(const char* path, char* out) {
         spelled.append(rest.substr(end, 1));
         rest.remove_prefix(std::min(end + 1, rest.size()));
     }
+    spelled.append(path + native.length());  // slashes at the end stay
     if (!spelled.fits()) return fail(Failure::PATH_TOO_LONG);
     std::memcpy(out, spelled.text(), spelled.length() + 1);
     return true;

@@ -189,7 +189,7 @@ void File::close() {
 File File::open(const PathAt& path, const OpenOptions& options) {
     File file;
     std::uint64_t whole = 0;
-    if (ends_in_slash(path.full) && fail(Failure::INVALID_NAME)) return file;
+    if (ends_in_slash(path.full) && !fail(Failure::INVALID_NAME)) return file;
     const NativePath native(path.full, creates(options.disposition) ? NativePath::Use::NEW : NativePath::Use::EXISTING);
     if (!native.valid() || meets_fault(FaultPoint::OPEN, whole)) return file;
 

@@ -61,4 +61,11 @@ HANDLE open_for_query(const char* path) {
                        FILE_FLAG_BACKUP_SEMANTICS, nullptr);
 }
 
+bool find_item(const char* path, WIN32_FIND_DATAA& item) {
+    const HANDLE search = FindFirstFileA(path, &item);
+    if (search == INVALID_HANDLE_VALUE) return false;
+    FindClose(search);
+    return true;
+}
+
 }  // namespace platform

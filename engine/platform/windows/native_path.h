@@ -45,7 +45,10 @@ private:
 /// Opens a file or directory for asking about it alone, links followed; it shares with everybody.
 HANDLE open_for_query(const char* path);
 
-/// The attributes of what a path leads to; INVALID_FILE_ATTRIBUTES when nothing is there. Links are not followed.
+/// The record of one item of a directory: its spelling, and the item itself where it is a link.
+bool find_item(const char* path, WIN32_FIND_DATAA& item);
+
+/// The attributes of a path; INVALID_FILE_ATTRIBUTES when nothing is there. Links are not followed.
 inline DWORD attribute_bits(const char* path) { return GetFileAttributesA(path); }
 inline bool has_bits(DWORD attributes, DWORD bits) {
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & bits) != 0;

@@ -81,6 +81,7 @@ int wait_overlapped(const File& file, SNativeOverlapped* overlapped, std::uint32
 }
 
 bool File::cancel() {
+    if (!valid()) return fail(Failure::INVALID_HANDLE);
     const HANDLE handle = to_handle(handle_);
     if (CancelIoEx(handle, nullptr) || GetLastError() == ERROR_NOT_FOUND) return true;  // nothing was in flight
     return CancelIo(handle) || fail_last();

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include <engine/filesystem/api.h>
+#include <engine/filesystem/log/assert.h>
 #include <engine/kernel/ztl.h>
 
 namespace Log {

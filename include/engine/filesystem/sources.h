@@ -1,6 +1,6 @@
 #pragma once
 
-// The kinds of source: directories, the disk itself, packs, archives in memory.
+// Where files come from: the kinds of source that the library brings along.
 
 #include <engine/filesystem/sources/directory.h>
 #include <engine/filesystem/sources/fallback.h>

@@ -7,7 +7,7 @@ namespace fs {
 /// What a source over the disk can do beyond the operations that every source has. A source class derives from it
 /// besides CFSSource; who needs it asks with dynamic_cast.
 class NativeSource {
-  public:
+public:
     /// Renames a file that the source holds, making the directories of `to`; its table and tree follow. `from` is
     /// lower-cased, `to` keeps the caller's case. False, with fs::last_error set, when the disk or the names refuse.
     /// Threads  called under the registry's exclusive lock.
@@ -17,7 +17,7 @@ class NativeSource {
     /// `capacity` bytes.
     virtual bool native_path(const fs::path& p, char* out, std::size_t capacity) = 0;
 
-  protected:
+protected:
     ~NativeSource() = default;
 };
 

@@ -1,0 +1,73 @@
+// Mounting a tree: the directory source's scan beside a bare walk that reads every directory and does nothing else.
+#include <dirent.h>
+
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include <benchmark/benchmark.h>
+
+#include <engine/filesystem/sources/directory.h>
+
+#include "bench/support/paired.h"
+#include "bench/support/tree.h"
+
+namespace {
+
+std::size_t walk(std::string& path) {
+    DIR* dir = opendir(path.c_str());
+    if (!dir) return 0;
+    std::size_t count = 0;
+    while (const dirent* item = readdir(dir)) {
+        if (std::strcmp(item->d_name, ".") == 0 || std::strcmp(item->d_name, "..") == 0) continue;
+        if (item->d_type != DT_DIR) {
+            ++count;
+            continue;
+        }
+        const std::size_t length = path.size();
+        path.append("/").append(item->d_name);
+        count += walk(path);
+        path.resize(length);
+    }
+    closedir(dir);
+    return count;
+}
+
+std::unique_ptr<CWin32_dir> mount(const std::string& root) {
+    auto source = std::make_unique<CWin32_dir>(EFSSourceType::DIR);
+    fs::path path;
+    path.Set(root.c_str(), "", true);
+    source->init(path, FFSAddSourceFlags::RECURSIVE, nullptr);
+    return source;
+}
+
+void MountBesideABareWalk(benchmark::State& state) {
+    const auto directories = static_cast<std::size_t>(state.range(0));
+    const BenchTree& tree = bench_tree(directories, directories <= 2000);
+    std::size_t walked = 0;
+    std::unique_ptr<CWin32_dir> source;
+    const std::size_t before = resident_bytes();
+    source = mount(tree.root);
+    const std::size_t held = resident_bytes() - before;
+    source.reset();
+    paired::compare(
+        state, tree.names.size(), 11,
+        [&] {
+            source.reset();
+            source = mount(tree.root);
+        },
+        [&] {
+            std::string path = tree.root;
+            walked = walk(path);
+        });
+    if (walked != tree.names.size() || !source->exists(fs::path(tree.names[0].c_str(), true))) {
+        state.SkipWithError("the tree is not what it should be");
+    }
+    state.counters["resident_bytes_per_file"] = static_cast<double>(held) / static_cast<double>(tree.names.size());
+}
+BENCHMARK(MountBesideABareWalk)->Arg(2000)->Arg(20000)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();

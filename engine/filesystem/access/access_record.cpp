@@ -1,0 +1,72 @@
+#include "engine/filesystem/access/access_record.h"
+
+#include <atomic>
+#include <new>
+#include <unordered_set>
+#include <utility>
+
+#include <engine/filesystem/access/open.h>
+#include <engine/kernel/multithreading.h>
+
+#include "engine/filesystem/contract/set_error.h"
+
+namespace fs {
+
+namespace {
+
+struct AccessRecord {
+    std::atomic<bool> on{false};
+    mt::CSlimLock lock;  // guards what follows
+    ztl::vector<fs::string> names;
+    std::unordered_set<fs::string> noted;
+};
+
+AccessRecord& access_record_state() {
+    alignas(AccessRecord) static std::byte storage[sizeof(AccessRecord)];
+    static AccessRecord* const instance = new (storage) AccessRecord;
+    return *instance;
+}
+
+void note(AccessRecord& record, const fs::path& name) {
+    fs::string text;
+    name.FullName(text);
+    const mt::CExclusiveHold hold(record.lock);
+    if (!record.on.load(std::memory_order_relaxed)) return;  // switched off meanwhile
+    const auto [place, is_new] = record.noted.insert(std::move(text));
+    if (is_new) record.names.push_back(*place);
+}
+
+}  // namespace
+
+void note_access(const fs::path& name) {
+    AccessRecord& record = access_record_state();
+    if (!record.on.load(std::memory_order_relaxed)) return;
+    try {
+        note(record, name);
+    } catch (...) {
+        // A name is lost from the record for want of memory; the open that it tells of has succeeded.
+    }
+}
+
+void record_access(bool on) {
+    AccessRecord& record = access_record_state();
+    const mt::CExclusiveHold hold(record.lock);
+    if (on) {
+        record.names.clear();
+        record.noted.clear();
+    }
+    record.on.store(on, std::memory_order_relaxed);
+}
+
+void get_access_record(ztl::vector<fs::string>& out) {
+    AccessRecord& record = access_record_state();
+    const mt::CSharedHold hold(record.lock);
+    try {
+        out = record.names;
+    } catch (...) {
+        out.clear();
+        set_error(EFSError::OUT_OF_MEMORY, nullptr, "There is no memory for the list of names.");
+    }
+}
+
+}  // namespace fs

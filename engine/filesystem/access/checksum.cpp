@@ -1,0 +1,82 @@
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+
+#include <engine/filesystem/access/manage.h>
+#include <engine/filesystem/access/open.h>
+
+#include "engine/filesystem/access/whole_file_parts.h"
+#include "engine/filesystem/contract/set_error.h"
+
+#if defined(ENGINE_HAS_LIBDEFLATE)
+#include <libdeflate.h>
+#else
+#include <zlib.h>
+#endif
+
+namespace fs {
+
+namespace {
+
+constexpr std::uint32_t default_buffer_size = 256 * 1024;
+constexpr std::uint64_t failed = ~std::uint64_t{0};
+
+std::uint32_t update_crc(std::uint32_t crc, const void* data, std::size_t size) {
+#if defined(ENGINE_HAS_LIBDEFLATE)
+    return libdeflate_crc32(crc, data, size);
+#else
+    return static_cast<std::uint32_t>(crc32_z(crc, static_cast<const Bytef*>(data), size));
+#endif
+}
+
+bool read_piece(SFsFile& file, void* buffer, std::uint64_t size, const char* path) {
+    const ErrorScope scope;
+    if (file.read(buffer, size) == size) return true;
+    if (!scope.has_error()) set_error(EFSError::IO, path, "The file gave fewer bytes than its length promised.");
+    return false;
+}
+
+bool may_go_on(const CrcCalcArgs& args, std::uint64_t done, std::uint64_t total) {
+    if (args.progress == nullptr || args.progress(done, total, args.user)) return true;
+    set_error(EFSError::CANCELLED, args.path, "The caller stopped the checksum.");
+    return false;
+}
+
+bool add_content(SFsFile& file, std::uint64_t length, CrcCalcArgs& args) {
+    const std::uint32_t wanted = args.buffer_size != 0 ? args.buffer_size : default_buffer_size;
+    const std::uint64_t piece = std::min<std::uint64_t>(wanted, length);
+    const std::unique_ptr<void, decltype(&std::free)> buffer(allocate(piece, args.path), &std::free);
+    if (!buffer) return false;
+    while (args.size < length) {
+        const std::uint64_t size = std::min(piece, length - args.size);
+        if (!read_piece(file, buffer.get(), size, args.path)) return false;
+        args.crc = update_crc(args.crc, buffer.get(), static_cast<std::size_t>(size));
+        args.size += size;
+        if (!may_go_on(args, args.size, length)) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool calc_file_crc(CrcCalcArgs& args) {
+    args.crc = 0;
+    args.size = 0;
+    const FileHold file(open(args.path, EFSMode::READ));
+    const std::uint64_t length = file ? known_length(*file, args.path) : failed;
+    if (length == failed) return false;
+    if (add_content(*file, length, args)) return true;
+    args.crc = 0;
+    args.size = 0;
+    return false;
+}
+
+bool calc_file_crc(const char* path, std::uint32_t& crc) {
+    CrcCalcArgs args;
+    args.path = path;
+    const bool whole = calc_file_crc(args);
+    crc = args.crc;
+    return whole;
+}
+
+}  // namespace fs

@@ -1,0 +1,136 @@
+#include <engine/filesystem/access/whole_file.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <engine/filesystem/access/open.h>
+#include <engine/filesystem/contract/path.h>
+
+#include "engine/filesystem/access/whole_file_parts.h"
+#include "engine/filesystem/contract/set_error.h"
+#include "engine/platform/clock.h"
+
+namespace fs {
+
+namespace {
+
+constexpr std::uint64_t failed = ~std::uint64_t{0};
+
+bool write_whole(const char* path, const void* data, std::uint64_t size) {
+    const FileHold file(open(path, EFSMode::WRITE));
+    return file && write_checked(*file, path, data, size);
+}
+
+}  // namespace
+
+void CloseFile::operator()(SFsFile* file) const { close(file); }
+
+std::uint64_t known_length(SFsFile& file, const char* path) {
+    const std::uint64_t length = file.length();
+    if (length == failed) set_error(EFSError::UNSUPPORTED, path, "The file does not tell its length.");
+    return length;
+}
+
+void read_filled(SFsFile& file, void* buffer, std::uint64_t size) {
+    const std::uint64_t read = size != 0 ? file.read(buffer, size) : 0;
+    const std::uint64_t got = read <= size ? read : 0;
+    // A short read is not reported; what did not come reads as zeros, never as what the memory held before.
+    std::memset(static_cast<char*>(buffer) + got, 0, static_cast<std::size_t>(size - got));
+}
+
+void* allocate(std::uint64_t size, const char* path) {
+    void* const block = size < SIZE_MAX ? std::malloc(size != 0 ? static_cast<std::size_t>(size) : 1) : nullptr;
+    if (block == nullptr) set_error(EFSError::OUT_OF_MEMORY, path, "There is no memory for the whole file.");
+    return block;
+}
+
+bool write_checked(SFsFile& file, const char* path, const void* data, std::uint64_t size) {
+    if (size == 0) return true;
+    const ErrorScope scope;
+    if (file.write(data, size) == size) return true;
+    if (!scope.has_error()) set_error(EFSError::IO, path, "The file took fewer bytes than it was given.");
+    return false;
+}
+
+void* read(const char* path, std::uint64_t* size) {
+    void* data = nullptr;
+    std::uint64_t length = 0;
+    load_binary_file(&data, &length, path);
+    if (size != nullptr) *size = length;
+    return data;
+}
+
+void read(void* buffer, const char* path, std::uint64_t* size) {
+    const FileHold file(open(path, EFSMode::READ));
+    const std::uint64_t length = file ? known_length(*file, path) : failed;
+    if (length == failed) return;
+    if (size != nullptr) *size = length;
+    // The buffer's capacity is the caller's word: it must hold the whole file.
+    if (buffer != nullptr) file->read(buffer, length);
+}
+
+std::uint64_t read(std::nullptr_t, void*, std::uint64_t) { return failed; }
+
+void* read(std::nullptr_t, std::uint64_t* size) {
+    if (size != nullptr) *size = 0;
+    return nullptr;
+}
+
+bool load_text_file(fs::string& out, const char* path) {
+    const FileHold file(open(path, EFSMode::READ));
+    const std::uint64_t length = file ? known_length(*file, path) : failed;
+    if (length == failed) return false;
+    if (length == 0) return true;
+    try {
+        out.resize(length);
+    } catch (...) {
+        set_error(EFSError::OUT_OF_MEMORY, path, "There is no memory for the whole file.");
+        return false;
+    }
+    read_filled(*file, out.data(), length);
+    return true;
+}
+
+bool save_text_file(const fs::string& text, const char* path) { return write_whole(path, text.data(), text.size()); }
+
+bool save_text_file(const fs::string& text, const char* name, const char* ext, const char* dir) {
+    const platform::CalendarTime now = platform::now_local();
+    char path[path_capacity];
+    const int length = std::snprintf(path, sizeof(path), "%s/%s_%04d%02d%02d_%02d%02d%02d.%s",
+                                     dir != nullptr ? dir : "", name != nullptr ? name : "", now.year, now.month,
+                                     now.day, now.hour, now.minute, now.second, ext != nullptr ? ext : "");
+    if (length < 0 || static_cast<std::size_t>(length) >= sizeof(path)) {
+        set_error(EFSError::INVALID_NAME, dir, "The path of the new file is longer than 259 bytes.");
+        return false;
+    }
+    return save_text_file(text, path);
+}
+
+bool load_binary_file(void** data, std::uint64_t* size, const char* path) {
+    std::uint64_t unused = 0;
+    if (size == nullptr) size = &unused;
+    *size = 0;
+    if (data == nullptr) return false;
+    *data = nullptr;
+    const FileHold file(open(path, EFSMode::READ));
+    const std::uint64_t length = file ? known_length(*file, path) : failed;
+    if (length == failed) return false;
+    void* const block = allocate(length, path);
+    if (block == nullptr) return false;
+    read_filled(*file, block, length);
+    *data = block;
+    *size = length;
+    return true;
+}
+
+bool save_binary_file(const void* data, std::uint64_t size, const char* path) {
+    if (data == nullptr && size != 0) {
+        set_error(EFSError::INVALID_ARGUMENT, path, "There are no bytes to write.");
+        return false;
+    }
+    return write_whole(path, data, size);
+}
+
+}  // namespace fs

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include <engine/filesystem/contract/file.h>
+
+namespace fs {
+
+struct CloseFile {
+    void operator()(SFsFile* file) const;
+};
+/// An open file that is closed at the end.
+using FileHold = std::unique_ptr<SFsFile, CloseFile>;
+
+/// The file's length; all bits set, with the failure stored, when it does not tell.
+std::uint64_t known_length(SFsFile& file, const char* path);
+/// Reads `size` bytes; what does not come is filled with zeros.
+void read_filled(SFsFile& file, void* buffer, std::uint64_t size);
+/// A block of the C allocator, of one byte when `size` is 0. Null, with the failure stored, without memory.
+void* allocate(std::uint64_t size, const char* path);
+/// Writes all of it, or stores the failure and answers false.
+bool write_checked(SFsFile& file, const char* path, const void* data, std::uint64_t size);
+
+}  // namespace fs

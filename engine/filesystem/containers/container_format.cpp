@@ -1,0 +1,60 @@
+#include "engine/filesystem/containers/container_format.h"
+
+#if defined(ENGINE_HAS_LIBDEFLATE)
+#include <libdeflate.h>
+#else
+#include <zlib.h>
+#endif
+
+namespace container {
+namespace {
+
+constexpr std::size_t checksum_place = commit_size - 4;
+
+}  // namespace
+
+std::uint32_t checksum(const void* data, std::size_t size) {
+#if defined(FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION)
+    // A fuzzer cannot guess checksums; without them it gets to what lies behind.
+    static_cast<void>(data);
+    static_cast<void>(size);
+    return 0;
+#elif defined(ENGINE_HAS_LIBDEFLATE)
+    return libdeflate_crc32(0, data, size);
+#else
+    return static_cast<std::uint32_t>(crc32_z(0, static_cast<const unsigned char*>(data), size));
+#endif
+}
+
+CommitBytes encode(const Commit& commit) {
+    CommitBytes bytes{};
+    put_u64(bytes.data(), commit.sequence);
+    put_u64(bytes.data() + 8, commit.index_offset);
+    put_u64(bytes.data() + 16, commit.index_size);
+    put_u64(bytes.data() + 24, commit.directory_size);
+    put_u32(bytes.data() + 32, commit.directory_checksum);
+    put_u32(bytes.data() + checksum_place, checksum(bytes.data(), checksum_place));
+    return bytes;
+}
+
+std::optional<Commit> decode(const unsigned char* bytes, std::uint64_t file_length) {
+    if (get_u32(bytes + checksum_place) != checksum(bytes, checksum_place)) return std::nullopt;
+    const Commit commit{.sequence = get_u64(bytes),
+                        .index_offset = get_u64(bytes + 8),
+                        .index_size = get_u64(bytes + 16),
+                        .directory_size = get_u64(bytes + 24),
+                        .directory_checksum = get_u32(bytes + 32)};
+    const bool inside = commit.index_offset >= data_offset && commit.index_offset <= file_length &&
+                        commit.index_size <= file_length - commit.index_offset &&
+                        commit.directory_size <= commit.index_size;
+    return inside ? std::optional(commit) : std::nullopt;
+}
+
+std::optional<Commit> newest_commit(const unsigned char* bytes, std::uint64_t file_length) {
+    const std::optional<Commit> first = decode(bytes + commit_offset, file_length);
+    const std::optional<Commit> second = decode(bytes + commit_offset + commit_size, file_length);
+    if (!first || !second) return first ? first : second;
+    return first->sequence > second->sequence ? first : second;
+}
+
+}  // namespace container

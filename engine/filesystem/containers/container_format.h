@@ -1,0 +1,68 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+
+// The bytes of a multi-container file. All numbers have their least significant byte first.
+//
+// A file is: magic, two commit records, then blobs and indexes in the order in which they were written. A commit record
+// points to the index that counts; the two take turns, so that one of them is whole whatever happens to the other.
+
+namespace container {
+
+inline constexpr std::array<unsigned char, 8> magic = {0x89, 'E', 'H', 'M', 'C', '\r', '\n', 1};
+inline constexpr std::uint64_t commit_offset = 64;  // the first of two
+inline constexpr std::uint64_t commit_size = 64;
+inline constexpr std::uint64_t data_offset = commit_offset + 2 * commit_size;
+
+/// Bytes that one blob takes in a container's part of the index: hash, offset, stored size, size, checksum.
+inline constexpr std::uint64_t entry_size = 4 + 8 + 4 + 4 + 4;
+/// Bit of an entry's offset: the blob is deflated (RFC 1950).
+inline constexpr std::uint64_t deflated_bit = std::uint64_t{1} << 63;
+
+inline std::uint32_t get_u16(const unsigned char* bytes) {
+    return static_cast<std::uint32_t>(bytes[0]) | static_cast<std::uint32_t>(bytes[1]) << 8;
+}
+inline std::uint32_t get_u32(const unsigned char* bytes) { return get_u16(bytes) | get_u16(bytes + 2) << 16; }
+inline std::uint64_t get_u64(const unsigned char* bytes) {
+    return get_u32(bytes) | static_cast<std::uint64_t>(get_u32(bytes + 4)) << 32;
+}
+inline void put_u16(unsigned char* bytes, std::uint32_t value) {
+    bytes[0] = static_cast<unsigned char>(value);
+    bytes[1] = static_cast<unsigned char>(value >> 8);
+}
+inline void put_u32(unsigned char* bytes, std::uint32_t value) {
+    put_u16(bytes, value);
+    put_u16(bytes + 2, value >> 16);
+}
+inline void put_u64(unsigned char* bytes, std::uint64_t value) {
+    put_u32(bytes, static_cast<std::uint32_t>(value));
+    put_u32(bytes + 4, static_cast<std::uint32_t>(value >> 32));
+}
+
+/// CRC-32 as RFC 1952 has it.
+std::uint32_t checksum(const void* data, std::size_t size);
+
+/// Points to the index that counts.
+struct Commit {
+    std::uint64_t sequence = 0;
+    std::uint64_t index_offset = 0;
+    std::uint64_t index_size = 0;
+    std::uint64_t directory_size = 0;  // the index's first bytes: names, counts and places of the parts
+    std::uint32_t directory_checksum = 0;
+
+    std::uint64_t end() const { return index_offset + index_size; }
+    std::uint64_t place() const { return commit_offset + (sequence & 1) * commit_size; }
+};
+
+using CommitBytes = std::array<unsigned char, commit_size>;
+CommitBytes encode(const Commit& commit);
+/// Nothing when the record is damaged or points outside a file of this length.
+std::optional<Commit> decode(const unsigned char* bytes, std::uint64_t file_length);
+/// The newer one of the two records that are whole; `bytes` are the file's first data_offset ones.
+std::optional<Commit> newest_commit(const unsigned char* bytes, std::uint64_t file_length);
+
+}  // namespace container

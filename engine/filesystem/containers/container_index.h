@@ -1,0 +1,111 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/filesystem/containers/container_format.h"
+#include "engine/filesystem/containers/hash_table.h"
+
+namespace container {
+
+/// Where a blob lies and what it is.
+struct Entry {
+    std::uint64_t offset = 0;
+    std::uint32_t stored_size = 0;
+    std::uint32_t size = 0;
+    std::uint32_t checksum = 0;
+    bool deflated = false;
+};
+
+/// A container's part of a saved index, used as it lies in memory: ascending hashes, then the other columns.
+class SavedPart {
+public:
+    SavedPart() = default;
+    SavedPart(const unsigned char* bytes, std::uint32_t count) : bytes_(bytes), count_(count) {}
+
+    std::uint32_t count() const { return count_; }
+    std::uint64_t size() const { return count_ * entry_size; }
+    const unsigned char* bytes() const { return bytes_; }
+    std::uint32_t hash(std::uint32_t i) const { return get_u32(bytes_ + std::uint64_t{4} * i); }
+    Entry entry(std::uint32_t i) const;
+    std::optional<std::uint32_t> find(std::uint32_t hash) const;
+    /// Whether the hashes ascend and every blob lies between the file's head and `limit`.
+    bool is_sound(std::uint64_t limit) const;
+
+private:
+    const unsigned char* bytes_ = nullptr;
+    std::uint32_t count_ = 0;
+};
+
+/// One named container: what was saved, and what has changed since.
+class Container {
+public:
+    Container() = default;
+    Container(SavedPart saved, std::uint32_t checksum, std::uint64_t limit)
+        : saved_(saved), checksum_(checksum), limit_(limit) {}
+
+    /// Checks the saved part on its first use; false when it is damaged, from then on always.
+    bool IsSound() const;
+    std::optional<Entry> Find(std::uint32_t hash) const;
+    void Put(std::uint32_t hash, const Entry& entry);
+    void Remove(std::uint32_t hash);
+    /// Calls `visit(hash, entry)` for every blob by ascending hash.
+    template <class Visit>
+    void ForEach(Visit&& visit) const;
+
+private:
+    std::vector<HashTable<Entry>::Item> SortedChanges() const;
+
+    SavedPart saved_;
+    std::uint32_t checksum_ = 0;
+    std::uint64_t limit_ = 0;
+    mutable std::atomic<int> soundness_{0};  // 0 not looked at yet, 1 sound, 2 damaged
+    HashTable<Entry> changes_;               // an entry of offset 0 marks a removed blob
+};
+
+/// All containers of a file.
+class Index {
+public:
+    /// Takes over the bytes of a saved index. False when its directory is damaged.
+    bool Load(std::unique_ptr<unsigned char[]> bytes, const Commit& commit);
+    /// The bytes of the index as it is now, and the record that will point to it. Nothing when a container's saved part is
+    /// damaged: saving would give it a good checksum.
+    std::optional<std::vector<unsigned char>> Encode(Commit& commit) const;
+
+    const Container* Find(std::string_view name) const;
+    Container& FindOrAdd(std::string_view name);
+    bool Remove(std::string_view name);
+    const std::map<std::string, std::unique_ptr<Container>, std::less<>>& all() const { return containers_; }
+
+private:
+    bool LoadDirectory(const Commit& commit);
+
+    std::unique_ptr<unsigned char[]> bytes_;
+    std::map<std::string, std::unique_ptr<Container>, std::less<>> containers_;
+};
+
+template <class Visit>
+void Container::ForEach(Visit&& visit) const {
+    const std::vector<HashTable<Entry>::Item> changes = SortedChanges();
+    std::uint32_t saved = 0;
+    const auto visit_saved_below = [&](std::uint64_t limit) {
+        while (saved < saved_.count() && saved_.hash(saved) < limit) {
+            visit(saved_.hash(saved), saved_.entry(saved));
+            ++saved;
+        }
+    };
+    for (const HashTable<Entry>::Item& change : changes) {
+        visit_saved_below(change.key);
+        if (saved < saved_.count() && saved_.hash(saved) == change.key) ++saved;
+        if (change.value.offset != 0) visit(change.key, change.value);
+    }
+    visit_saved_below(std::uint64_t{1} << 32);
+}
+
+}  // namespace container

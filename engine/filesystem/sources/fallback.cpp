@@ -1,0 +1,211 @@
+#include <engine/filesystem/sources/fallback.h>
+
+#include <cstring>
+#include <string>
+
+#include "engine/filesystem/access/notify_monitor.h"
+#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/handles/native_open.h"
+#include "engine/filesystem/sources/directory_paths.h"
+#include "engine/platform/directories.h"
+#include "engine/platform/process.h"
+
+// The last source: what no other source holds is asked of the disk itself, under the path as it is given. It keeps nothing
+// between calls, so it is never stale and never knows a listing.
+
+namespace {
+
+using Path = char[platform::path_buffer_size];
+
+// Directory and name of a request. False when they are empty or do not fit.
+bool full_name(const fs::path& p, Path& out) { return p.FullName(out, sizeof out) && *out != '\0'; }
+
+// The same, with a refusal noted.
+bool name_or_refuse(const fs::path& p, Path& out) {
+    if (full_name(p, out)) return true;
+    fs::set_error(EFSError::INVALID_NAME, p.FileName(), "The native path is empty or too long.");
+    return false;
+}
+
+bool refuse(const char* path, EFSError::TYPE code, const char* why) {
+    fs::set_error(code, path, why);
+    return false;
+}
+
+bool refuse_by_disk(const char* path, const char* action) {
+    fs::set_error_from_platform(path, action, platform::last_error());
+    return false;
+}
+
+SFsFile* open_for_change(CFSSource* source, const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
+    Path path;
+    if (!full_name(p, path)) return nullptr;
+    if (!fs::is_valid_open(mode, flags)) {
+        refuse(path, EFSError::INVALID_ARGUMENT, "Mode and flags of the open exclude each other.");
+        return nullptr;
+    }
+    const bool create = mode == EFSMode::READ_WRITE && (flags & FFSOpenFlags::CREATE) != FFSOpenFlags::NONE;
+    const platform::OpenOptions options{
+        .access = mode == EFSMode::APPEND ? platform::Access::WRITE : platform::Access::READ_WRITE,
+        .disposition = create ? platform::Disposition::CREATE_ALWAYS : platform::Disposition::OPEN_ALWAYS,
+        .write_through = (flags & FFSOpenFlags::WRITE_THROUGH) != FFSOpenFlags::NONE};
+    SFsFile* file = fs::open_handle(source, {.full = path}, options, path);
+    if (!file) return nullptr;
+    if (mode == EFSMode::APPEND) file->seek(0, EFSSeek::END);
+    fs::notify_monitor(path, mode, flags);
+    return file;
+}
+
+SFsFile* open_plain(CFSSource* source, const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
+    // The question came through the virtual file system already; asking it again would take its lock twice.
+    return fs::open_native_at(source, {.full = path}, mode, flags & ~FFSOpenFlags::THROUGH_VFS, path);
+}
+
+// Puts the directory of the running executable before a relative path.
+bool beside_executable(Path& path) {
+    if (fs::is_full_path(path)) return true;
+    const std::string full = std::string(platform::executable_directory()) + path;
+    if (full.size() >= sizeof path) return refuse(path, EFSError::INVALID_NAME, "The native path is too long.");
+    std::memcpy(path, full.c_str(), full.size() + 1);
+    return true;
+}
+
+}  // namespace
+
+CWin32_fallback::CWin32_fallback() = default;
+CWin32_fallback::~CWin32_fallback() = default;
+
+bool CWin32_fallback::init(const fs::path&, FFSAddSourceFlags::ENUM flags, fs::dir_listing*) {
+    flags_ = flags;
+    return true;
+}
+
+const fs::path& CWin32_fallback::path() { return root_; }
+FFSAddSourceFlags::ENUM CWin32_fallback::flags() { return flags_; }
+bool CWin32_fallback::writable() { return true; }
+EFSSourceType::TYPE CWin32_fallback::type() { return EFSSourceType::SPECIAL; }
+bool CWin32_fallback::is_protected() { return false; }
+
+// What has no table has nothing to forget, to read again, to list or to create.
+void CWin32_fallback::clear() {}
+void CWin32_fallback::refresh_dir(const char*) {}
+void CWin32_fallback::refresh() {}
+SFsFile* CWin32_fallback::create_write(const fs::path&, FFSOpenFlags::FLAGS) { return nullptr; }
+SFsFile* CWin32_fallback::create_read_write(const fs::path&, FFSOpenFlags::FLAGS) { return nullptr; }
+bool CWin32_fallback::mkdir(const fs::path&) { return false; }
+FS_NAME* CWin32_fallback::get_file_list(const char*, const char*, bool) { return nullptr; }
+FS_NAME* CWin32_fallback::search_substring(const char*) { return nullptr; }
+fs::dir* CWin32_fallback::dir_tree() { return nullptr; }
+
+bool CWin32_fallback::exists(const fs::path& p) {
+    Path path;
+    return full_name(p, path) && platform::get_attributes(path).has_value();
+}
+
+void CWin32_fallback::full_path(fs::path& out, const fs::path& p) { out = p; }
+void CWin32_fallback::root_path(fs::path& out, const fs::path& p) { out = p; }
+
+std::int64_t CWin32_fallback::write_time(const fs::path& p) {
+    Path path;
+    if (!full_name(p, path)) return -1;
+    const std::optional<platform::Attributes> attributes = platform::get_attributes(path);
+    return attributes ? attributes->write_time : -1;
+}
+
+bool CWin32_fallback::set_write_time(const fs::path& p, std::int64_t time) {
+    Path path;
+    if (!name_or_refuse(p, path)) return false;
+    // The answer does not depend on the disk: a file that cannot be opened keeps its times, and this is true all the same.
+    if (!platform::set_all_times(path, time)) refuse_by_disk(path, "keeps its times");
+    return true;
+}
+
+bool CWin32_fallback::read_only(const fs::path& p) {
+    Path path;
+    if (!full_name(p, path)) return false;
+    const std::optional<platform::Attributes> attributes = platform::get_attributes(path);
+    return attributes && attributes->is_read_only;
+}
+
+bool CWin32_fallback::set_read_only(const fs::path& p, bool on) {
+    Path path;
+    if (!name_or_refuse(p, path)) return false;
+    return platform::set_read_only(path, on) || refuse_by_disk(path, "keeps its read-only attribute");
+}
+
+SFsFile* CWin32_fallback::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    Path path;
+    if (!full_name(p, path)) return nullptr;
+    if ((flags & FFSOpenFlags::GZIP) != FFSOpenFlags::NONE && !beside_executable(path)) return nullptr;
+    return open_plain(this, path, EFSMode::READ, flags);
+}
+
+SFsFile* CWin32_fallback::open_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    Path path;
+    return full_name(p, path) ? open_plain(this, path, EFSMode::WRITE, flags) : nullptr;
+}
+
+SFsFile* CWin32_fallback::open_append(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    return open_for_change(this, p, EFSMode::APPEND, flags);
+}
+
+SFsFile* CWin32_fallback::open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    return open_for_change(this, p, EFSMode::READ_WRITE, flags);
+}
+
+void CWin32_fallback::rem_dir(const fs::path& p) {
+    const std::string dir(p.PathNameView());
+    if (dir.size() <= fs::fixed_prefix_length(dir) || fs::climbs(dir)) {
+        refuse(dir.c_str(), EFSError::INVALID_NAME,
+               "The directory to remove is a root or leads out of the current one.");
+        return;
+    }
+    platform::DirectoryListing items;
+    if (!platform::list_directory({.full = dir.c_str()}, items)) {
+        refuse_by_disk(dir.c_str(), "cannot be listed");
+        return;
+    }
+    for (const platform::DirectoryItem& item : items.items()) {
+        if (item.is_offline || item.name[0] == '#') continue;
+        const std::string full = dir + item.name;
+        if (!item.is_directory) {
+            platform::remove_file(full.c_str());
+        } else if (item.is_link) {
+            platform::remove_directory(full.c_str());
+        } else {
+            fs::path below;
+            below.Set(full.c_str(), "", false);  // as the disk spells it
+            rem_dir(below);
+        }
+    }
+    if (!platform::remove_directory(dir.c_str())) refuse_by_disk(dir.c_str(), "cannot be removed");
+}
+
+bool CWin32_fallback::rem_file(const fs::path& p) {
+    Path path;
+    if (!name_or_refuse(p, path)) return false;
+    if (fs::climbs(path)) return refuse(path, EFSError::INVALID_NAME, "The path leads out of the current directory.");
+    return platform::remove_file(path) || refuse_by_disk(path, "cannot be deleted");
+}
+
+bool CWin32_fallback::rename_file(const fs::path& from, const fs::path& to) {
+    Path old_path;
+    Path new_path;
+    if (!name_or_refuse(from, old_path) || !name_or_refuse(to, new_path)) return false;
+    if (fs::climbs(old_path) || to.EmptyFile() || !fs::is_creatable(new_path)) {
+        return refuse(new_path, EFSError::INVALID_NAME,
+                      "The new name leads out of the current directory or is one that not every system can hold.");
+    }
+    if (!fs::equal_folded(old_path, new_path) && platform::get_attributes(new_path)) {
+        return refuse(new_path, EFSError::ALREADY_EXISTS, "There is a file of the new name.");
+    }
+    if (!fs::create_directories(new_path)) return false;
+    return platform::rename_path(old_path, new_path) || refuse_by_disk(old_path, "cannot be renamed");
+}
+
+bool CWin32_fallback::native_path(const fs::path& p, char* out, std::size_t capacity) {
+    Path path;
+    if (!full_name(p, path) || std::strlen(path) >= capacity) return false;
+    std::memcpy(out, path, std::strlen(path) + 1);
+    return true;
+}

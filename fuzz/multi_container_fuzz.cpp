@@ -1,0 +1,26 @@
+// Opening a multi-container file of any bytes, and everything that can be asked of it.
+#include <cstdint>
+#include <string>
+
+#include <engine/filesystem/containers/multi_container.h>
+#include <engine/filesystem/registry.h>
+
+#include "tests/support/memory_source.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static test::MemorySource* const source = test::mount_memory("/fuzz/");
+    source->add("fuzz.mc", std::string(reinterpret_cast<const char*>(data), size));
+    CFileHashMultiContainer file;
+    if (!file.Open("fuzz.mc", false)) return 0;
+    ztl::vector<fs::string> report;
+    file.Verify(report);
+    ztl::vector<fs::string> names;
+    file.ListContainers(names);
+    for (const fs::string& name : names) {
+        ztl::vector<SBlobInfo> blobs;
+        ztl::vector<unsigned char> bytes;
+        if (!file.ListBlobs(name.c_str(), blobs)) continue;
+        for (const SBlobInfo& blob : blobs) file.Fetch(name.c_str(), blob.hash, bytes);
+    }
+    return 0;
+}

@@ -1,0 +1,355 @@
+#include <engine/filesystem/access.h>
+#include <engine/filesystem/log.h>
+#include <engine/filesystem/registry.h>
+
+#include <gmock/gmock.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/registry/registry.h"
+#include "tests/support/memory_source.h"
+
+namespace {
+
+using test::MemorySource;
+using test::mount_memory;
+using testing::ElementsAre;
+
+constexpr const char* nothing[] = {"", ".", "/", "a/..", "..", "../x", nullptr};
+
+class Manage : public testing::Test {
+protected:
+    void SetUp() override {
+        second_ = mount_memory("/second/");
+        first_ = mount_memory("/first/");
+        fs::clear_error();
+    }
+    void TearDown() override { test::unmount_all(); }
+
+    MemorySource* first_ = nullptr;
+    MemorySource* second_ = nullptr;
+};
+
+TEST_F(Manage, CopiesInPiecesOfAnySize) {
+    const std::string large(100000, 'q');
+    second_->add("from.txt", large);
+    for (const std::uint32_t size : {0u, 1000u, 32768u, 1u << 30}) {
+        EXPECT_TRUE(fs::copy("FROM.txt", "To/Copy.txt", size)) << size;
+        EXPECT_EQ(first_->content("to/copy.txt"), large) << size;
+    }
+    EXPECT_EQ(first_->made[0], "create_write To/Copy.txt");
+    second_->add("empty.txt", "");
+    EXPECT_TRUE(fs::copy("empty.txt", "to/copy.txt", 0));
+    EXPECT_EQ(first_->content("to/copy.txt"), "");
+}
+
+TEST_F(Manage, AFailedCopySaysWhichFileItWas) {
+    second_->add("from.txt", "text");
+    const Log::ELevel::TYPE level = Log::Settings::Instance().GetLevel();
+    static std::string logged;
+    LogSetPrintCallback([](Log::ELevel::TYPE, const char*, const char* text) { logged += text; });
+    EXPECT_FALSE(fs::copy("missing.txt", "to.txt", 0));
+    EXPECT_THAT(logged, testing::HasSubstr("ERROR [fs::copy] failed to open source file missing.txt -> to.txt"));
+    logged.clear();
+    EXPECT_FALSE(fs::copy("from.txt", "../up.txt", 0));
+    EXPECT_THAT(logged, testing::HasSubstr("ERROR [fs::copy] failed to open destination file from.txt -> ../up.txt"));
+    LogSetPrintCallback(nullptr);
+    EXPECT_EQ(Log::Settings::Instance().GetLevel(), level);
+    for (const char* empty : {"", static_cast<const char*>(nullptr)}) {
+        EXPECT_FALSE(fs::copy(empty, "to.txt", 0));
+        EXPECT_FALSE(fs::copy("from.txt", empty, 0));
+    }
+}
+
+TEST_F(Manage, AFileCopiedOntoItselfStaysWhole) {
+    second_->add("dir/x.txt", "precious");
+    EXPECT_FALSE(fs::copy("dir/x.txt", "DIR\\X.txt", 0));
+    EXPECT_EQ(second_->content("dir/x.txt"), "precious");
+    EXPECT_TRUE(first_->made.empty());
+    second_->is_writable = false;  // out of a source that is only read it may be copied under its own name
+    EXPECT_TRUE(fs::copy("dir/x.txt", "dir/x.txt", 0));
+    EXPECT_EQ(first_->content("dir/x.txt"), "precious");
+}
+
+TEST_F(Manage, ACopyOntoAFullDiskFailsAndLeavesTheSource) {
+    second_->add("from.txt", "five!");
+    first_->file_capacity = 4;
+    EXPECT_FALSE(fs::copy("from.txt", "to.txt", 2));
+    EXPECT_EQ(second_->content("from.txt"), "five!");
+    EXPECT_EQ(fs::last_error().code, EFSError::IO);
+}
+
+TEST_F(Manage, CopiesADirectoryWithWhatIsBelow) {
+    second_->add("d/a.txt", "1");
+    second_->add("d/sub/b.txt", "2");
+    second_->add("dx/c.txt", "3");
+    EXPECT_TRUE(fs::copy_dir("D/", "Out"));
+    EXPECT_EQ(first_->content("out/a.txt"), "1");
+    EXPECT_EQ(first_->content("out/sub/b.txt"), "2");
+    EXPECT_EQ(first_->made.size(), 2u);
+    EXPECT_FALSE(fs::copy_dir("none", "out"));
+    for (const char* empty : {"", "/", static_cast<const char*>(nullptr)}) {
+        EXPECT_FALSE(fs::copy_dir(empty, "out"));
+        EXPECT_FALSE(fs::copy_dir("d", empty));
+    }
+}
+
+TEST_F(Manage, ComparesTimesWithinATolerance) {
+    const struct {
+        std::int64_t a;
+        std::int64_t b;
+        std::uint32_t ms;
+        int answer;
+    } rows[] = {
+        {0, 10000, 1, 0},
+        {0, 10001, 1, -1},
+        {10001, 0, 1, 1},
+        {5, 5, 0, 0},
+        {INT64_MAX, INT64_MIN, 0xFFFFFFFF, 1},
+        {INT64_MIN, INT64_MAX, 0xFFFFFFFF, -1},
+    };
+    for (const auto& row : rows) EXPECT_EQ(fs::compare_time(row.a, row.b, row.ms), row.answer) << row.a << ' ' << row.b;
+}
+
+TEST_F(Manage, MakesADirectoryInTheFirstSourceUnlessItIsIndexed) {
+    auto* const indexed = new MemorySource("/indexed/", EFSSourceType::DIR, FFSAddSourceFlags::INDEX_NAMES);
+    indexed->add("known/deep/x.txt", "");
+    indexed->tree.set_name("data");
+    fs::add_source(indexed, FFSAddSourceFlags::INDEX_NAMES | FFSAddSourceFlags::AFTER_SAME_TYPE);
+    for (const char* known : {"data", "known", "Known\\Deep"}) EXPECT_TRUE(fs::mkdir(known)) << known;
+    EXPECT_TRUE(first_->made.empty());
+    EXPECT_TRUE(fs::mkdir("New/Dir"));
+    EXPECT_THAT(first_->made, ElementsAre("mkdir New/Dir/"));
+    first_->is_writable = false;
+    EXPECT_FALSE(fs::mkdir("other"));
+    for (const char* path : nothing) EXPECT_FALSE(fs::mkdir(path));
+    test::unmount_all();
+    EXPECT_FALSE(fs::mkdir("x"));
+}
+
+TEST_F(Manage, RemovesAFileFromItsFirstHolderAlone) {
+    first_->add("x.txt", "1");
+    second_->add("x.txt", "2");
+    EXPECT_TRUE(fs::rem_file("X.txt"));
+    EXPECT_EQ(first_->content("x.txt"), "(none)");
+    EXPECT_EQ(second_->content("x.txt"), "2");
+    second_->is_writable = false;
+    EXPECT_FALSE(fs::rem_file("x.txt"));
+    EXPECT_EQ(fs::last_error().code, EFSError::READ_ONLY);
+    EXPECT_FALSE(fs::rem_file("missing.txt"));
+    for (const char* path : nothing) EXPECT_FALSE(fs::rem_file(path));
+    EXPECT_EQ(second_->content("x.txt"), "2");
+}
+
+TEST_F(Manage, RemovesADirectoryFromTheFirstWritableSourceThatHasIt) {
+    second_->add("d/x.txt", "");
+    second_->add("e/x.txt", "");
+    fs::rem_dir("D\\");
+    EXPECT_EQ(second_->content("d/x.txt"), "(none)");
+    EXPECT_EQ(second_->content("e/x.txt"), "");
+    for (const char* path : nothing) fs::rem_dir(path);
+    second_->is_writable = false;
+    fs::rem_dir("e");
+    EXPECT_EQ(second_->content("e/x.txt"), "");
+    EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
+}
+
+TEST_F(Manage, RenamesWithinTheSourceThatHoldsTheFile) {
+    second_->add("old.txt", "text");
+    second_->add("taken.txt", "other");
+    EXPECT_TRUE(fs::rename("OLD.txt", "Sub/New.txt"));
+    EXPECT_EQ(second_->content("sub/new.txt"), "text");
+    EXPECT_EQ(second_->content("old.txt"), "(none)");
+    EXPECT_NE(fs::search_dir("sub"), nullptr);
+    EXPECT_FALSE(fs::rename("sub/new.txt", "taken.txt"));
+    EXPECT_EQ(fs::last_error().code, EFSError::ALREADY_EXISTS);
+    EXPECT_TRUE(fs::rename("sub/new.txt", "SUB/NEW.TXT"));
+    EXPECT_FALSE(fs::rename("missing.txt", "x.txt"));
+    for (const char* name : {"a?b", "con", "dot.", "sub/", "a|b"}) {
+        EXPECT_FALSE(fs::rename("sub/new.txt", name)) << name;
+        EXPECT_EQ(fs::last_error().code, EFSError::INVALID_NAME) << name;
+    }
+    for (const char* path : nothing) {
+        EXPECT_FALSE(fs::rename(path, "x.txt"));
+        EXPECT_FALSE(fs::rename("sub/new.txt", path));
+    }
+    second_->file_capacity = 2;
+    EXPECT_FALSE(fs::rename("sub/new.txt", "x.txt"));
+    EXPECT_EQ(second_->content("sub/new.txt"), "text");
+    EXPECT_EQ(second_->content("x.txt"), "(none)");
+    second_->is_writable = false;
+    EXPECT_FALSE(fs::rename("sub/new.txt", "y.txt"));
+}
+
+TEST_F(Manage, AttributesAreThoseOfTheFirstHolder) {
+    second_->add("x.txt", "");
+    second_->is_shielding = true;
+    EXPECT_TRUE(fs::set_write_time("X.txt", 1234));
+    EXPECT_EQ(fs::write_time("x.txt"), 1234);
+    EXPECT_TRUE(fs::is_protected("x.txt"));
+    EXPECT_FALSE(fs::read_only("x.txt"));
+    EXPECT_TRUE(fs::read_only_set("x.txt"));
+    EXPECT_TRUE(fs::read_only("x.txt"));
+    EXPECT_TRUE(fs::read_only_remove("x.txt"));
+    EXPECT_FALSE(fs::read_only("x.txt"));
+    for (const char* missing : {"y.txt", "", static_cast<const char*>(nullptr)}) {
+        EXPECT_EQ(fs::write_time(missing), -1);
+        EXPECT_FALSE(fs::set_write_time(missing, 1));
+        EXPECT_FALSE(fs::is_protected(missing) || fs::read_only(missing));
+        EXPECT_FALSE(fs::read_only_set(missing) || fs::read_only_remove(missing));
+    }
+}
+
+TEST_F(Manage, WritesATimeAsItsCalendarForm) {
+    EXPECT_EQ(fs::get_time_as_str(0), "1601-01-01 00:00:00");
+    EXPECT_EQ(fs::get_time_as_str(133536384000000000), "2024-02-29 00:00:00");
+    EXPECT_EQ(fs::get_time_as_str(133536384000000000 + 864000000000 - 1), "2024-02-29 23:59:59");
+    EXPECT_EQ(fs::get_time_as_str(-1), "");
+    EXPECT_EQ(fs::get_time_as_str(INT64_MIN), "");
+    EXPECT_EQ(fs::get_time_as_str(INT64_MAX), "");
+}
+
+TEST_F(Manage, ANameIsInstalledUnlessKnownAsMissing) {
+    first_->add("x.txt", "");
+    second_->add("x.txt", "");
+    EXPECT_TRUE(fs::is_installed("unknown.txt"));
+    EXPECT_TRUE(fs::is_installed("X.txt"));
+    fs::mark_installed("x.TXT", false);
+    EXPECT_FALSE(fs::is_installed("x.txt"));
+    second_->mark_installed(fs::path("x.txt", true), true);
+    EXPECT_TRUE(fs::is_installed("x.txt"));  // a later source has it
+    fs::mark_installed(false);
+    EXPECT_FALSE(fs::is_installed("x.txt"));
+    fs::mark_installed(true);
+    EXPECT_TRUE(fs::is_installed("x.txt"));
+    EXPECT_TRUE(fs::is_installed(nullptr));
+    fs::mark_installed(nullptr, false);
+}
+
+TEST_F(Manage, ChecksumsAWholeFile) {
+    second_->add("x.txt", "123456789");
+    std::uint32_t crc = 7;
+    EXPECT_TRUE(fs::calc_file_crc("x.txt", crc));
+    EXPECT_EQ(crc, 0xCBF43926u);
+    second_->add("empty.txt", "");
+    EXPECT_TRUE(fs::calc_file_crc("empty.txt", crc));
+    EXPECT_EQ(crc, 0u);
+    crc = 7;
+    EXPECT_FALSE(fs::calc_file_crc("missing.txt", crc));
+    EXPECT_EQ(crc, 0u);
+
+    std::vector<std::uint64_t> steps;
+    fs::CrcCalcArgs args;
+    args.path = "x.txt";
+    args.buffer_size = 4;
+    args.user = &steps;
+    args.progress = [](std::uint64_t done, std::uint64_t, void* user) {
+        static_cast<std::vector<std::uint64_t>*>(user)->push_back(done);
+        return true;
+    };
+    EXPECT_TRUE(fs::calc_file_crc(args));
+    EXPECT_EQ(args.crc, 0xCBF43926u);
+    EXPECT_EQ(args.size, 9u);
+    EXPECT_THAT(steps, ElementsAre(4, 8, 9));
+    args.progress = [](std::uint64_t, std::uint64_t, void*) { return false; };
+    EXPECT_FALSE(fs::calc_file_crc(args));
+    EXPECT_EQ(args.size, 0u);
+    EXPECT_EQ(fs::last_error().code, EFSError::CANCELLED);
+}
+
+TEST_F(Manage, DirectoriesBelowTheCacheDirectoryStandOnTheDisk) {
+    const std::string home = std::filesystem::current_path().generic_string() + "/cache_home/";
+    ASSERT_LT(home.size(), fs::registry::cache_dir_capacity);
+    std::strcpy(fs::registry::state().cache_dir, home.c_str());
+    EXPECT_FALSE(fs::does_cache_dir_exist(nullptr));
+    EXPECT_TRUE(fs::mkdir_cache("a/b"));
+    EXPECT_TRUE(fs::mkdir_cache("a/b/"));
+    EXPECT_TRUE(fs::does_cache_dir_exist("") && fs::does_cache_dir_exist("a") && fs::does_cache_dir_exist("a\\b\\"));
+    EXPECT_FALSE(fs::does_cache_dir_exist("c"));
+    for (const char* path : {"", "/", "../up", static_cast<const char*>(nullptr)}) EXPECT_FALSE(fs::mkdir_cache(path));
+    EXPECT_FALSE(fs::does_cache_dir_exist(".."));
+    EXPECT_FALSE(fs::mkdir_cache(std::string(300, 'l').c_str()));
+    fs::registry::state().cache_dir[0] = '\0';
+}
+
+class Backup : public Manage {
+protected:
+    /// The file and its generations, "-" for one that is not there.
+    std::string generations() const {
+        std::string out;
+        for (const char* name : {"x", "x.bak", "x.ba1", "x.ba2", "x.ba3"}) {
+            const std::string held = first_->content(name);
+            out += held == "(none)" ? "-" : held;
+        }
+        return out;
+    }
+};
+
+TEST_F(Backup, MovesEveryGenerationOneStepBack) {
+    const char* const expected[] = {"-1---", "-21--", "-321-", "-4321", "-5432"};
+    for (int i = 0; i < 5; ++i) {
+        first_->add("x", std::to_string(i + 1));
+        fs::create_backup_copy("X");
+        EXPECT_EQ(generations(), expected[i]);
+    }
+}
+
+TEST_F(Backup, LeavesAGapWhereItIs) {
+    first_->add("x", "5");
+    first_->add("x.bak", "4");
+    first_->add("x.ba2", "2");
+    fs::create_backup_copy("x");
+    EXPECT_EQ(generations(), "-542-");
+}
+
+TEST_F(Backup, TouchesNothingWithoutAFile) {
+    first_->add("x.bak", "4");
+    for (const char* path : {"x", "", static_cast<const char*>(nullptr)}) fs::create_backup_copy(path);
+    EXPECT_EQ(generations(), "-4---");
+    const std::string longest(257, 'n');
+    first_->add(longest, "kept");
+    fs::create_backup_copy(longest.c_str());
+    EXPECT_EQ(first_->content(longest), "kept");
+}
+
+TEST_F(Backup, StopsBeforeItWouldLoseAGeneration) {
+    for (const char* generation : {"x5", "x.bak4", "x.ba13", "x.ba22"}) {
+        const std::string text = generation;
+        first_->add(text.substr(0, text.size() - 1), text.substr(text.size() - 1));
+    }
+    first_->file_capacity = 0;  // the disk is full
+    fs::create_backup_copy("x");
+    EXPECT_EQ(generations(), "5432-");
+    EXPECT_NE(fs::last_error().code, EFSError::NONE);
+    first_->file_capacity = 10;
+    first_->set_read_only(fs::path("x.ba1", true), true);  // it can be copied, not moved
+    fs::create_backup_copy("x");
+    EXPECT_EQ(generations(),
+              "543"
+              "32");
+}
+
+TEST(ErrorScope, ANameNotFoundDoesNotHideABetterReason) {
+    fs::set_error(EFSError::IO, "before", "An older failure.");
+    {
+        const fs::ErrorScope scope;
+        EXPECT_FALSE(scope.has_error());
+        fs::set_error(EFSError::NOT_FOUND, "a", "Not here.");
+        EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
+        fs::set_error(EFSError::IN_USE, "b", std::string("In use."), 32);
+        fs::set_error(EFSError::NOT_FOUND, "c", "Not here either.");
+        EXPECT_TRUE(scope.has_error());
+        EXPECT_EQ(fs::last_error().code, EFSError::IN_USE);
+        EXPECT_EQ(fs::last_error().os_code, 32);
+        EXPECT_EQ(fs::last_error().path, "b");
+    }
+    fs::set_error(EFSError::NOT_FOUND, "d", "Not here.");
+    EXPECT_EQ(fs::last_error().path, "d");
+    fs::clear_error();
+    EXPECT_EQ(fs::last_error().code, EFSError::NONE);
+}
+
+}  // namespace

@@ -1,0 +1,215 @@
+#include <engine/filesystem/access.h>
+#include <engine/filesystem/registry.h>
+
+#include <gmock/gmock.h>
+
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include "engine/filesystem/registry/registry.h"
+#include "tests/support/memory_source.h"
+
+namespace {
+
+using test::MemorySource;
+using test::mount_memory;
+using testing::ElementsAre;
+using Flags = FFSOpenFlags;
+
+std::string read_all(const char* path) {
+    fs::string text = "(none)";
+    fs::load_text_file(text, path);
+    return text;
+}
+
+class Open : public testing::Test {
+protected:
+    void SetUp() override { fs::clear_error(); }
+    void TearDown() override { test::unmount_all(); }
+
+    /// Opens, writes `text` and closes; false when the open failed.
+    static bool write(const char* path, EFSMode::TYPE mode, const std::string& text, Flags::FLAGS flags = Flags::NONE) {
+        SFsFile* const file = fs::open(path, mode, flags);
+        if (file == nullptr) return false;
+        EXPECT_EQ(fs::write(file, text.data(), text.size()), text.size());
+        fs::close(file);
+        return true;
+    }
+};
+
+TEST_F(Open, IsRefusedWithoutSourcesOrName) {
+    for (int mode = 0; mode < 4; ++mode) EXPECT_EQ(fs::open("x", static_cast<EFSMode::TYPE>(mode)), nullptr);
+    EXPECT_EQ(fs::last_error().code, EFSError::NOT_INITIALIZED);
+    MemorySource* const source = mount_memory("/a/");
+    for (const char* path : {"", ".", "a/..", static_cast<const char*>(nullptr)}) {
+        for (int mode = 0; mode < 4; ++mode) {
+            EXPECT_EQ(fs::open(path, static_cast<EFSMode::TYPE>(mode)), nullptr);
+            EXPECT_EQ(fs::last_error().code, EFSError::INVALID_NAME);
+        }
+    }
+    for (const char* path : {"..", "../x", "../../x", "dir/"}) {
+        EXPECT_EQ(fs::open(path, EFSMode::WRITE), nullptr) << path;
+    }
+    EXPECT_TRUE(source->made.empty());
+}
+
+TEST_F(Open, IsRefusedWhenModeAndFlagsExcludeEachOther) {
+    MemorySource* const source = mount_memory("/a/");
+    source->add("x", "");
+    const struct {
+        EFSMode::TYPE mode;
+        Flags::FLAGS flags;
+        bool opens;
+    } rows[] = {
+        {EFSMode::WRITE, Flags::GZIP_LEVEL9, true},
+        {EFSMode::READ, Flags::GZIP, true},
+        {EFSMode::APPEND, Flags::GZIP_LEVEL1, false},
+        {EFSMode::APPEND, Flags::GZIP_LEVEL5, false},
+        {EFSMode::READ_WRITE, Flags::GZIP_LEVEL9, false},
+        {EFSMode::READ_WRITE, Flags::CREATE | Flags::GZIP, false},
+        {EFSMode::READ_WRITE, Flags::GZIP, true},
+        {EFSMode::READ_WRITE, Flags::CREATE, true},
+        {EFSMode::APPEND, Flags::CREATE | Flags::GZIP, true},
+        {static_cast<EFSMode::TYPE>(4), Flags::NONE, false},
+        {static_cast<EFSMode::TYPE>(~0u), Flags::NONE, false},
+    };
+    for (const auto& row : rows) {
+        source->open_flags.clear();
+        SFsFile* const file = fs::open("x", row.mode, row.flags);
+        EXPECT_EQ(file != nullptr, row.opens) << row.mode << ' ' << row.flags;
+        if (!row.opens) {
+            EXPECT_TRUE(source->open_flags.empty());
+            EXPECT_EQ(fs::last_error().code, EFSError::INVALID_ARGUMENT);
+        }
+        fs::close(file);
+    }
+}
+
+TEST_F(Open, ReadsFromTheFirstSourceThatCanOpenTheName) {
+    MemorySource* const second = mount_memory("/second/");
+    second->add("dir/x.txt", "second");
+    MemorySource* const first = mount_memory("/first/");
+    first->add("dir/x.txt", "first");
+    EXPECT_EQ(read_all("DIR\\.\\X.txt"), "first");
+    first->refuses_to_open = true;  // holding a name is not enough
+    EXPECT_EQ(read_all("dir/x.txt"), "second");
+    second->refuses_to_open = true;
+    EXPECT_EQ(fs::open("dir/x.txt", EFSMode::READ), nullptr);
+    EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
+    EXPECT_EQ(fs::last_error().path, "dir/x.txt");
+    EXPECT_FALSE(fs::last_error().text.empty());
+}
+
+TEST_F(Open, WritesWhereTheNameIsAndElseCreatesInTheFirstSource) {
+    MemorySource* const second = mount_memory("/second/");
+    second->add("old.txt", "old");
+    MemorySource* const first = mount_memory("/first/");
+    EXPECT_TRUE(write("Old.TXT", EFSMode::WRITE, "new"));
+    EXPECT_EQ(second->content("old.txt"), "new");
+    EXPECT_TRUE(write("old.txt", EFSMode::APPEND, "er"));
+    EXPECT_EQ(second->content("old.txt"), "newer");
+    EXPECT_TRUE(write("old.txt", EFSMode::READ_WRITE, "N"));
+    EXPECT_EQ(second->content("old.txt"), "Newer");
+    EXPECT_TRUE(first->made.empty());
+
+    EXPECT_TRUE(write("Sub\\Made.txt", EFSMode::WRITE, "1"));
+    EXPECT_TRUE(write("Sub/Appended.txt", EFSMode::APPEND, "2"));
+    EXPECT_TRUE(write("Sub/Both.txt", EFSMode::READ_WRITE, "3"));
+    EXPECT_THAT(first->made, ElementsAre("create_write Sub/Made.txt", "create_write Sub/Appended.txt",
+                                         "create_read_write Sub/Both.txt"));
+    EXPECT_EQ(first->content("sub/appended.txt"), "2");
+    EXPECT_NE(fs::search_dir("sub"), nullptr);  // the directory joined the index, the file did not
+    EXPECT_EQ(fs::search_dir("sub/made.txt"), nullptr);
+}
+
+TEST_F(Open, AProtectedSourceShieldsTheNamesThatItHolds) {
+    MemorySource* const last = mount_memory("/last/");
+    last->add("shielded.txt", "stays");
+    MemorySource* const shield = mount_memory("/shield/");
+    shield->add("shielded.txt", "");
+    shield->is_writable = false;
+    shield->is_shielding = true;
+    for (const EFSMode::TYPE mode : {EFSMode::WRITE, EFSMode::APPEND, EFSMode::READ_WRITE}) {
+        EXPECT_FALSE(write("shielded.txt", mode, "x"));
+        EXPECT_EQ(fs::last_error().code, EFSError::ACCESS_DENIED);
+    }
+    EXPECT_EQ(last->content("shielded.txt"), "stays");
+    shield->is_shielding = false;  // not writable alone is passed over
+    EXPECT_TRUE(write("shielded.txt", EFSMode::WRITE, "written"));
+    EXPECT_EQ(last->content("shielded.txt"), "written");
+    EXPECT_FALSE(write("new.txt", EFSMode::WRITE, "x"));  // the head creates, and cannot
+    EXPECT_THAT(shield->made, ElementsAre("create_write new.txt"));
+    EXPECT_EQ(last->content("new.txt"), "(none)");
+}
+
+TEST_F(Open, PrefixesTheCacheDirectoryWhenAsked) {
+    MemorySource* const source = mount_memory("/a/");
+    std::strcpy(fs::registry::state().cache_dir, "/cache/");
+    source->add("/cache/x.txt", "cached");
+    SFsFile* const file = fs::open("x.txt", EFSMode::READ, Flags::IN_CACHE_DIR);
+    EXPECT_STREQ(fs::file_name(file), "/cache/x.txt");
+    fs::close(file);
+    EXPECT_EQ(fs::open("x.txt", EFSMode::READ), nullptr);
+    fs::registry::state().cache_dir[0] = '\0';
+}
+
+TEST_F(Open, ALongPathIsLookedUpLikeAnyOther) {
+    const std::string longest(70000, 'n');
+    MemorySource* const source = mount_memory("/a/");
+    source->add(longest, "found");
+    EXPECT_EQ(read_all(longest.c_str()), "found");
+    EXPECT_EQ(read_all((longest + "x").c_str()), "(none)");
+    EXPECT_FALSE(fs::native_does_file_exist(longest.c_str()));
+}
+
+TEST_F(Open, RecordsWhatWasOpenedForReadingOnceAndInOrder) {
+    MemorySource* const source = mount_memory("/a/");
+    for (const char* name : {"x.txt", "dir/y.txt", "z.txt"}) source->add(name, "");
+    ztl::vector<fs::string> names;
+    read_all("x.txt");
+    fs::record_access(true);
+    for (const char* path : {"DIR/y.txt", "missing.txt", "x.txt", "dir\\Y.txt"}) read_all(path);
+    write("z.txt", EFSMode::WRITE, "");
+    fs::record_access(false);
+    read_all("z.txt");
+    fs::get_access_record(names);
+    EXPECT_THAT(names, ElementsAre("dir/y.txt", "x.txt"));
+    fs::record_access(true);
+    fs::record_access(false);
+    fs::get_access_record(names);
+    EXPECT_TRUE(names.empty());
+}
+
+TEST_F(Open, LookUpsAnswerFromTheFirstHolder) {
+    mount_memory("/b/")->add("dir/x.txt", "");
+    mount_memory("/a/")->add("dir/x.txt", "");
+    EXPECT_TRUE(fs::exists("Dir\\X.txt"));
+    EXPECT_EQ(fs::get_source_name("dir/x.txt"), "/a/");
+    EXPECT_EQ(fs::full_path("dir/x.txt"), "/a/dir/x.txt");
+    EXPECT_EQ(fs::root_path("dir/x.txt"), "dir/x.txt");
+    for (const char* missing : {"dir/y.txt", "", static_cast<const char*>(nullptr)}) {
+        EXPECT_FALSE(fs::exists(missing));
+        EXPECT_EQ(fs::get_source_name(missing), "");
+        EXPECT_EQ(fs::full_path(missing), "");
+        EXPECT_EQ(fs::root_path(missing), "");
+        EXPECT_FALSE(fs::does_file_exist(missing));
+        fs::precache_file(missing);
+    }
+}
+
+TEST_F(Open, NativeQuestionsAskTheDiskAsGiven) {
+    std::ofstream("native.txt") << "x";
+    EXPECT_TRUE(fs::does_file_exist("native.txt"));
+    EXPECT_TRUE(fs::native_does_file_exist("native.txt"));
+    EXPECT_FALSE(fs::exists("native.txt"));
+    EXPECT_TRUE(fs::does_dir_exist("."));
+    EXPECT_FALSE(fs::does_dir_exist("native.txt"));
+    EXPECT_FALSE(fs::native_does_file_exist("."));
+    for (const char* nothing : {"", static_cast<const char*>(nullptr)}) {
+        EXPECT_FALSE(fs::native_does_file_exist(nothing));
+        EXPECT_FALSE(fs::does_dir_exist(nothing));
+    }
+}
+
+}  // namespace

@@ -1,0 +1,140 @@
+#include <engine/filesystem/access.h>
+#include <engine/filesystem/registry.h>
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "engine/filesystem/access/sort_names.h"
+#include "engine/filesystem/contract/name_list.h"
+#include "tests/support/memory_source.h"
+
+namespace {
+
+using test::MemorySource;
+using test::mount_memory;
+using test::take_names;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Flags = FFSAddSourceFlags;
+
+class Search : public testing::Test {
+protected:
+    void TearDown() override { test::unmount_all(); }
+};
+
+TEST_F(Search, JoinsEverySourceIntoSortedUniqueNames) {
+    EXPECT_EQ(fs::search(nullptr, nullptr, true, false), nullptr);
+    MemorySource* const one = mount_memory("/one/");
+    for (const char* name : {"b.txt", "maps/a.txt", "maps/deep/c.txt", "maps/x.bin"}) one->add(name, "");
+    one->lists_twice = true;
+    MemorySource* const two = mount_memory("/two/", EFSSourceType::DIR, Flags::INDEX_NAMES);
+    for (const char* name : {"maps/a.txt", "maps/z.txt", "\xE4.txt"}) two->add(name, "");
+    EXPECT_THAT(take_names(fs::search(nullptr, nullptr, false, false)),
+                ElementsAre("b.txt", "maps/a.txt", "maps/deep/c.txt", "maps/x.bin", "maps/z.txt", "\xE4.txt"));
+    EXPECT_THAT(take_names(fs::search("Maps\\", "*.TXT", false, false)), ElementsAre("maps/a.txt", "maps/z.txt"));
+    EXPECT_THAT(take_names(fs::search("maps", "?.txt", true, false)),
+                ElementsAre("maps/a.txt", "maps/deep/c.txt", "maps/z.txt"));
+    EXPECT_THAT(take_names(fs::search("", "", false, false)), ElementsAre("b.txt", "\xE4.txt"));
+    EXPECT_THAT(take_names(fs::search("maps", nullptr, false, true)), ElementsAre("maps/a.txt", "maps/z.txt"));
+    EXPECT_EQ(fs::search("maps", "*.none", true, false), nullptr);
+    EXPECT_EQ(fs::search(std::string(5000, 'd').c_str(), nullptr, true, false), nullptr);
+}
+
+TEST_F(Search, FindsDirectoriesByAPartOfTheirName) {
+    mount_memory("/one/")->add("textures/stone/a.dds", "");
+    mount_memory("/two/")->add("textures/wood/b.dds", "");
+    EXPECT_THAT(take_names(fs::search_substring("TEXT")), ElementsAre("textures/stone/a.dds", "textures/wood/b.dds"));
+    EXPECT_THAT(take_names(fs::search_substring("stone")), ElementsAre("textures/stone/a.dds"));
+    EXPECT_EQ(fs::search_substring(nullptr), nullptr);
+}
+
+TEST_F(Search, SortsRandomListsLikeASet) {
+    std::mt19937 random(3);
+    for (int round = 0; round < 300; ++round) {
+        std::set<std::string> expected;
+        FS_NAME* merged = nullptr;
+        for (int source = 0; source < 3; ++source) {
+            FS_NAME* names = nullptr;
+            for (unsigned i = random() % 40; i != 0; --i) {
+                const std::string name(1 + random() % 2, static_cast<char>(random() % 200 + 1));
+                names = fs::new_name("", name, names);
+                expected.insert(name);
+            }
+            merged = fs::merge_names(merged, fs::sort_names(names));
+        }
+        std::vector<std::string> sorted(expected.begin(), expected.end());
+        std::sort(sorted.begin(), sorted.end(), [](const std::string& a, const std::string& b) {
+            return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
+                return static_cast<unsigned char>(x) < static_cast<unsigned char>(y);
+            });
+        });
+        ASSERT_EQ(take_names(merged), sorted) << round;
+    }
+}
+
+TEST_F(Search, ListsTheNativeNamesSourceBySource) {
+    mount_memory("/two/")->add("b.txt", "");
+    MemorySource* const one = mount_memory("/one/");
+    for (const char* name : {"dir/b.txt", "a.txt"}) one->add(name, "");
+    one->add(std::string(258, 'n'), "");
+    ztl::vector<fs::string> names = {"kept"};
+    fs::get_file_list(names);
+    EXPECT_THAT(names, ElementsAre("kept", "/one/a.txt", "/one/dir/b.txt", "", "/two/b.txt"));
+}
+
+TEST_F(Search, RefreshAsksEverySourceAndRebuildsTheIndex) {
+    MemorySource* const source = mount_memory("/one/", EFSSourceType::DIR, Flags::INDEX_NAMES);
+    MemorySource* const other = mount_memory("/two/");
+    source->add("late/x.txt", "");
+    EXPECT_EQ(fs::search_dir("late"), nullptr);
+    fs::refresh();
+    EXPECT_NE(fs::search_dir("late"), nullptr);
+    EXPECT_EQ(source->refreshes + other->refreshes, 2);
+}
+
+TEST_F(Search, RefreshOfAPathAsksTheSourcesConcerned) {
+    MemorySource* const one = mount_memory("/data/one/", EFSSourceType::DIR, Flags::INDEX_NAMES);
+    one->add("maps/x.txt", "");
+    MemorySource* const pack = mount_memory("/data/p.pak", EFSSourceType::PACK);
+    pack->has_tree = false;
+    fs::refresh("/Data\\ONE/");
+    EXPECT_EQ(one->refreshes, 1);
+    EXPECT_EQ(pack->refreshes, 0);
+    fs::refresh("/data/p.pak");
+    EXPECT_EQ(pack->refreshes, 1);
+    fs::refresh("Maps/");
+    EXPECT_THAT(one->refreshed_dirs, ElementsAre("maps"));
+    for (const char* nobody : {"none", "", "/", "..", static_cast<const char*>(nullptr)}) fs::refresh(nobody);
+    EXPECT_EQ(one->refreshes + pack->refreshes, 2);
+    EXPECT_THAT(one->refreshed_dirs, ElementsAre("maps"));
+}
+
+TEST_F(Search, TellsOfNamesThatMissTheirOverride) {
+    MemorySource* const base = mount_memory("/base/");
+    for (const char* name : {"a/x.dds", "a/y.dds", "b/z.txt"}) base->add(name, "");
+    MemorySource* const patch = mount_memory("/patch/");
+    for (const char* name : {"a/x.dds", "wrong/y.dds", "wrong/z.txt"}) patch->add(name, "");
+    ztl::vector<fs::string> lines;
+    fs::find_duplicates(lines, ".dds");
+    EXPECT_THAT(
+        lines, ElementsAre("0. wrong/y.dds", "1. a/y.dds (different path when overriding in other filesystem source)"));
+    lines.clear();
+    fs::find_duplicates(lines, nullptr);
+    EXPECT_EQ(lines.size(), 4u);
+}
+
+void note_hit(const char*, const char*) {}
+
+TEST_F(Search, KeepsTheCallback) {
+    EXPECT_EQ(fs::get_search_callback(), nullptr);
+    fs::set_search_callback(note_hit);
+    EXPECT_EQ(fs::get_search_callback(), note_hit);
+    fs::set_search_callback(nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,155 @@
+#include <engine/filesystem/access.h>
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "tests/support/memory_source.h"
+
+namespace {
+
+using test::MemorySource;
+
+class WholeFile : public testing::Test {
+protected:
+    void SetUp() override { source_ = test::mount_memory("/a/"); }
+    void TearDown() override { test::unmount_all(); }
+
+    static std::wstring load_wide(const char* path) {
+        wchar_t* const text = fs::load_wide_string(path);
+        if (text == nullptr) return L"(none)";
+        std::wstring out = text;
+        std::free(text);
+        return out;
+    }
+
+    MemorySource* source_ = nullptr;
+};
+
+TEST_F(WholeFile, IsReadIntoANewBlock) {
+    source_->add("x", std::string("a\0b", 3));
+    source_->add("empty", "");
+    std::uint64_t size = 99;
+    void* data = fs::read("X", &size);
+    EXPECT_EQ(std::string(static_cast<char*>(data), size), std::string("a\0b", 3));
+    std::free(data);
+    data = fs::read("empty", &size);
+    EXPECT_NE(data, nullptr);
+    EXPECT_EQ(size, 0u);
+    std::free(data);
+    std::free(fs::read("x", nullptr));
+    for (const char* missing : {"missing", static_cast<const char*>(nullptr)}) {
+        size = 99;
+        EXPECT_EQ(fs::read(missing, &size), nullptr);
+        EXPECT_EQ(size, 0u);
+    }
+    EXPECT_EQ(fs::read(nullptr, &size), nullptr);
+    EXPECT_EQ(fs::read(nullptr, &size, std::uint64_t{1}), ~std::uint64_t{0});
+}
+
+TEST_F(WholeFile, IsReadIntoTheCallersBuffer) {
+    source_->add("x", "abc");
+    char buffer[8] = "-------";
+    std::uint64_t size = 99;
+    fs::read(buffer, "missing", &size);
+    EXPECT_EQ(size, 99u);
+    EXPECT_STREQ(buffer, "-------");
+    fs::read(buffer, "x", &size);
+    EXPECT_EQ(size, 3u);
+    EXPECT_STREQ(buffer, "abc----");
+    fs::read(static_cast<void*>(nullptr), "x", &size);
+    fs::read(buffer, "x", static_cast<std::uint64_t*>(nullptr));
+}
+
+TEST_F(WholeFile, TextComesBackAsItWasSaved) {
+    fs::string text = "kept";
+    EXPECT_TRUE(fs::save_text_file("", "empty.txt"));
+    EXPECT_TRUE(fs::load_text_file(text, "empty.txt"));
+    EXPECT_EQ(text, "kept");
+    EXPECT_TRUE(fs::save_text_file("one\r\ntwo", "T.txt"));
+    EXPECT_TRUE(fs::load_text_file(text, "t.txt"));
+    EXPECT_EQ(text, "one\r\ntwo");
+    EXPECT_FALSE(fs::load_text_file(text, "missing"));
+    EXPECT_EQ(text, "one\r\ntwo");
+    EXPECT_FALSE(fs::save_text_file("x", ""));
+}
+
+TEST_F(WholeFile, TextIsSavedUnderTheTimeOfDay) {
+    EXPECT_TRUE(fs::save_text_file("dated", "Log", "TXT", "Out"));
+    ASSERT_EQ(source_->made.size(), 1u);
+    EXPECT_THAT(source_->made[0], testing::MatchesRegex("create_write Out/Log_20......_......\\.TXT"));
+    EXPECT_FALSE(fs::save_text_file("x", std::string(300, 'n').c_str(), "txt", "out"));
+    EXPECT_TRUE(fs::save_text_file("x", nullptr, nullptr, "d"));
+}
+
+TEST_F(WholeFile, BinaryComesBackAsItWasSaved) {
+    const char bytes[] = {0, 1, 2};
+    EXPECT_TRUE(fs::save_binary_file(bytes, 3, "b.bin"));
+    void* data = source_;
+    std::uint64_t size = 99;
+    EXPECT_FALSE(fs::load_binary_file(&data, &size, "missing"));
+    EXPECT_EQ(data, nullptr);
+    EXPECT_EQ(size, 0u);
+    EXPECT_TRUE(fs::load_binary_file(&data, &size, "b.bin"));
+    EXPECT_EQ(std::string(static_cast<char*>(data), size), std::string(bytes, 3));
+    std::free(data);
+    EXPECT_TRUE(fs::save_binary_file(nullptr, 0, "b.bin"));
+    EXPECT_EQ(source_->content("b.bin"), "");
+    EXPECT_FALSE(fs::save_binary_file(nullptr, 5, "b.bin"));
+    EXPECT_FALSE(fs::load_binary_file(nullptr, &size, "b.bin"));
+}
+
+TEST_F(WholeFile, AFullDiskIsNotTakenForSuccess) {
+    source_->file_capacity = 4;
+    EXPECT_FALSE(fs::save_text_file("five!", "t.txt"));
+    EXPECT_NE(fs::last_error().code, EFSError::NONE);
+    EXPECT_FALSE(fs::save_binary_file("five!", 5, "b.bin"));
+    EXPECT_FALSE(fs::save_wide_string(L"ab", "w.txt"));
+    EXPECT_TRUE(fs::save_text_file("four", "t.txt"));
+}
+
+TEST_F(WholeFile, WideTextIsMarkedUnitsOrNarrowText) {
+    const struct {
+        std::string bytes;
+        std::wstring text;
+    } rows[] = {
+        {"", L""},
+        {"x", L""},  // a file of one byte is not looked at
+        {"\xFF\xFE", L""},
+        {std::string("\xFF\xFE"
+                     "a\0b\0",
+                     6),
+         L"ab"},
+        {std::string("\xFF\xFE"
+                     "a\0b",
+                     5),
+         L"a"},  // half a unit is none
+        {std::string("\xFF\xFE\x3D\xD8\x00\xDE", 6), L"\U0001F600"},
+        {std::string("\xFF\xFE\x3D\xD8"
+                     "a\0",
+                     6),
+         std::wstring(1, static_cast<wchar_t>(0xD83D)) + L"a"},
+        {std::string("\xFF\xFE\x00\xDE", 4), std::wstring(1, static_cast<wchar_t>(0xDE00))},
+        {"narrow", L"narrow"},
+    };
+    for (const auto& row : rows) {
+        source_->add("w.txt", row.bytes);
+        EXPECT_EQ(load_wide("w.txt"), row.text) << testing::PrintToString(row.bytes);
+    }
+    EXPECT_EQ(load_wide("missing"), L"(none)");
+}
+
+TEST_F(WholeFile, WideTextIsSavedAsUnits) {
+    EXPECT_TRUE(fs::save_wide_string(L"a\u20AC\U0001F600", "w.txt"));
+    EXPECT_EQ(source_->content("w.txt"), std::string("\xFF\xFE"
+                                                     "a\0"
+                                                     "\xAC\x20"
+                                                     "\x3D\xD8\x00\xDE",
+                                                     10));
+    EXPECT_TRUE(fs::save_wide_string(L"", "w.txt"));
+    EXPECT_EQ(source_->content("w.txt"), "\xFF\xFE");
+    EXPECT_FALSE(fs::save_wide_string(L"x", nullptr));
+}
+
+}  // namespace

@@ -1,0 +1,299 @@
+#include <cstring>
+#include <map>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <engine/filesystem/access/open.h>
+#include <engine/filesystem/containers/multi_container.h>
+#include <engine/filesystem/contract/error.h>
+#include <engine/filesystem/registry.h>
+#include <engine/filesystem/startup.h>
+
+#include "engine/filesystem/containers/container_format.h"
+#include "tests/support/memory_source.h"
+#include "tests/support/temp_directory.h"
+
+namespace {
+
+using Blobs = std::map<std::pair<std::string, std::uint32_t>, std::string>;
+
+/// One write as the disk would see it.
+struct Write {
+    std::uint64_t offset;
+    std::string bytes;
+};
+
+/// Passes everything on and notes the writes.
+class NotingFile : public SFsFile {
+public:
+    NotingFile(SFsFile* inner, std::vector<Write>& writes) : inner_(inner), writes_(writes) {}
+    ~NotingFile() override { fs::close(inner_); }
+    std::uint64_t read(void* buffer, std::uint64_t size) override { return inner_->read(buffer, size); }
+    std::uint64_t write(const void* buffer, std::uint64_t size) override {
+        writes_.push_back({inner_->tell(), std::string(static_cast<const char*>(buffer), size)});
+        return inner_->write(buffer, size);
+    }
+    bool seek(std::int64_t offset, EFSSeek::TYPE origin) override { return inner_->seek(offset, origin); }
+    std::uint64_t length() override { return inner_->length(); }
+    std::uint64_t tell() override { return inner_->tell(); }
+
+private:
+    SFsFile* inner_;
+    std::vector<Write>& writes_;
+};
+
+class NotingSource : public test::MemorySource {
+public:
+    NotingSource() : MemorySource("/noting/") {}
+    SFsFile* open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override {
+        return wrap(MemorySource::open_read_write(p, flags));
+    }
+    SFsFile* create_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override {
+        return wrap(MemorySource::create_read_write(p, flags));
+    }
+    std::vector<Write> writes;
+
+private:
+    SFsFile* wrap(SFsFile* file) { return file != nullptr ? new NotingFile(file, writes) : nullptr; }
+};
+
+std::string fetch(const CFileHashMultiContainer& file, const std::string& container, std::uint32_t hash) {
+    ztl::vector<unsigned char> bytes;
+    if (!file.Fetch(container.c_str(), hash, bytes)) return "(none)";
+    return {bytes.begin(), bytes.end()};
+}
+
+bool put(CFileHashMultiContainer& file, const std::string& container, std::uint32_t hash, const std::string& text,
+         bool deflate = false) {
+    return file.Put(container.c_str(), hash, text.data(), text.size(), deflate);
+}
+
+Blobs everything(const CFileHashMultiContainer& file) {
+    Blobs all;
+    ztl::vector<fs::string> names;
+    file.ListContainers(names);
+    for (const fs::string& name : names) {
+        ztl::vector<SBlobInfo> blobs;
+        EXPECT_TRUE(file.ListBlobs(name.c_str(), blobs));
+        for (const SBlobInfo& blob : blobs) all[{name, blob.hash}] = fetch(file, name, blob.hash);
+    }
+    return all;
+}
+
+Blobs opened(const char* name, bool& ok) {
+    CFileHashMultiContainer file;
+    ok = file.Open(name, false);
+    return ok ? everything(file) : Blobs{};
+}
+
+class MultiContainer : public ::testing::Test {
+protected:
+    void SetUp() override {
+        source_ = new NotingSource;
+        fs::add_source(source_, FFSAddSourceFlags::NONE);
+    }
+    void TearDown() override { test::unmount_all(); }
+
+    NotingSource* source_ = nullptr;
+};
+
+TEST_F(MultiContainer, KeepsWhatARandomModelKeepsAcrossSavesAndReopening) {
+    Blobs model;
+    std::mt19937 random(7);
+    auto file = std::make_unique<CFileHashMultiContainer>();
+    ASSERT_TRUE(file->Create("a.mc"));
+    for (int step = 0; step < 3000; ++step) {
+        const std::string name = "c" + std::to_string(random() % 5);
+        const std::uint32_t hash = random() % 4 == 0 ? random() : random() % 40;
+        const std::string text(random() % 300, static_cast<char>('a' + random() % 26));
+        switch (random() % 8) {
+            case 0:
+                EXPECT_EQ(file->Remove(name.c_str(), hash), model.erase({name, hash}) != 0);
+                break;
+            case 1:
+                EXPECT_TRUE(file->Save());
+                break;
+            case 2:
+                if (random() % 20 != 0) break;
+                ASSERT_TRUE(file->Save());
+                file = std::make_unique<CFileHashMultiContainer>();
+                ASSERT_TRUE(file->Open("A.MC", true));
+                break;
+            default:
+                EXPECT_TRUE(put(*file, name, hash, text, random() % 2 == 0));
+                model[{name, hash}] = text;
+        }
+    }
+    EXPECT_EQ(everything(*file), model);
+    ASSERT_TRUE(file->Save());
+    file.reset();
+    bool ok = false;
+    EXPECT_EQ(opened("a.mc", ok), model);
+    EXPECT_TRUE(ok);
+}
+
+TEST_F(MultiContainer, ASaveCutOffAtAnyByteLeavesTheOldStateOrTheNew) {
+    CFileHashMultiContainer file;
+    ASSERT_TRUE(file.Create("a.mc"));
+    for (int save = 0; save < 3; ++save) {  // both commit records take their turn
+        put(file, "kept", 1, "one");
+        put(file, "changed", 2, "before " + std::to_string(save));
+        ASSERT_TRUE(file.Save());
+        const Blobs before = everything(file);
+        std::string disk = source_->content("a.mc");
+        source_->writes.clear();
+        put(file, "changed", 2, "after " + std::to_string(save));
+        put(file, "added", 3, std::string(50, 'x'), true);
+        file.Remove("kept", 1);
+        const Blobs after = everything(file);
+        ASSERT_TRUE(file.Save());
+        ASSERT_GE(source_->writes.size(), 2u);
+        int seen_after = 0;
+        for (const Write& write : source_->writes) {
+            for (std::size_t cut = 0; cut <= write.bytes.size(); ++cut) {
+                std::string state = disk;
+                if (state.size() < write.offset + cut) state.resize(write.offset + cut);
+                state.replace(write.offset, cut, write.bytes, 0, cut);
+                source_->add("cut.mc", state);
+                bool ok = false;
+                const Blobs found = opened("cut.mc", ok);
+                ASSERT_TRUE(ok && (found == before || found == after))
+                    << "write at " << write.offset << ", cut at " << cut;
+                if (found == after) ++seen_after;
+                if (cut == write.bytes.size()) disk = state;
+            }
+        }
+        EXPECT_EQ(seen_after, 1) << "only the whole of the last write brings the new state";
+    }
+}
+
+TEST_F(MultiContainer, NoDamagedByteGivesWrongBytesOut) {
+    CFileHashMultiContainer file;
+    ASSERT_TRUE(file.Create("a.mc"));
+    for (std::uint32_t i = 0; i < 6; ++i)
+        put(file, i % 2 == 0 ? "even" : "odd", i * 1000003, std::string(20 + i, 'p'), i > 3);
+    ASSERT_TRUE(file.Save());
+    const Blobs good = everything(file);
+    const std::string whole = source_->content("a.mc");
+    for (std::size_t at = 0; at < whole.size(); ++at) {
+        std::string damaged = whole;
+        damaged[at] = static_cast<char>(damaged[at] ^ 0x41);
+        source_->add("bad.mc", damaged);
+        CFileHashMultiContainer bad;
+        if (!bad.Open("bad.mc", false)) continue;
+        for (const auto& [key, text] : good) {
+            const std::string got = fetch(bad, key.first, key.second);
+            ASSERT_TRUE(got == text || got == "(none)") << "byte " << at;
+        }
+        ztl::vector<fs::string> report;
+        const bool fine = bad.Verify(report);
+        EXPECT_EQ(fine, report.empty());
+        if (at >= container::data_offset) EXPECT_FALSE(fine) << "byte " << at;
+    }
+    for (std::size_t length = 0; length < whole.size(); ++length) {
+        source_->add("bad.mc", whole.substr(0, length));
+        CFileHashMultiContainer bad;
+        ASSERT_FALSE(bad.Open("bad.mc", false)) << length;
+    }
+}
+
+TEST_F(MultiContainer, SayWhyTheyRefuse) {
+    struct Row {
+        const char* label;
+        EFSError::TYPE code;
+        bool (*run)(CFileHashMultiContainer&);
+    };
+    static ztl::vector<unsigned char> out;
+    static std::uint64_t size;
+    static char buffer[2];
+    const Row rows[] = {
+        {"no such file", EFSError::NOT_FOUND, [](auto& f) { return f.Open("none.mc", false); }},
+        {"null path", EFSError::NOT_FOUND, [](auto& f) { return f.Open(nullptr, true); }},
+        {"no container file", EFSError::BAD_FORMAT, [](auto& f) { return f.Open("text.txt", true); }},
+        {"nothing open", EFSError::INVALID_ARGUMENT, [](auto& f) { return f.Fetch("c", 1, out); }},
+        {"nothing open to save", EFSError::INVALID_ARGUMENT, [](auto& f) { return f.Save(); }},
+        {"not for writing", EFSError::READ_ONLY,
+         [](auto& f) { return f.Open("a.mc", false) && f.Put("c", 1, "x", 1); }},
+        {"no such container", EFSError::NOT_FOUND,
+         [](auto& f) { return f.Open("a.mc", false) && f.Fetch("d", 1, out); }},
+        {"no such blob", EFSError::NOT_FOUND, [](auto& f) { return f.Open("a.mc", false) && f.Fetch("c", 9, out); }},
+        {"small buffer", EFSError::INVALID_ARGUMENT,
+         [](auto& f) { return f.Open("a.mc", false) && f.Fetch("c", 1, buffer, sizeof buffer, size); }},
+        {"null data", EFSError::INVALID_ARGUMENT,
+         [](auto& f) { return f.Open("a.mc", true) && f.Put("c", 1, nullptr, 1); }},
+        {"long name", EFSError::INVALID_ARGUMENT,
+         [](auto& f) { return f.Open("a.mc", true) && f.Put(std::string(65536, 'n').c_str(), 1, "x", 1); }},
+        {"no place on the disk", EFSError::UNSUPPORTED, [](auto& f) { return f.Open("a.mc", true) && f.Compact(); }},
+    };
+    source_->add("text.txt", std::string(1000, 't'));
+    CFileHashMultiContainer made;
+    ASSERT_TRUE(made.Create("a.mc") && put(made, "c", 1, "text") && made.Save());
+    made.Close();
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        fs::clear_error();
+        CFileHashMultiContainer file;
+        EXPECT_FALSE(row.run(file));
+        EXPECT_EQ(fs::last_error().code, row.code);
+        EXPECT_NE(fs::last_error().text, "");
+    }
+    EXPECT_EQ(size, 4u);
+}
+
+TEST_F(MultiContainer, AFullDiskFailsTheSaveAndKeepsTheOldState) {
+    CFileHashMultiContainer made;
+    ASSERT_TRUE(made.Create("a.mc") && put(made, "c", 1, "old") && made.Save());
+    made.Close();
+    source_->file_capacity = source_->content("a.mc").size() + 100;
+    CFileHashMultiContainer file;
+    ASSERT_TRUE(file.Open("a.mc", true));
+    EXPECT_TRUE(put(file, "c", 1, std::string(1000, 'n')));
+    EXPECT_FALSE(file.Save());
+    EXPECT_EQ(fetch(file, "c", 1), std::string(1000, 'n')) << "what was put can still be fetched";
+    file.Close();
+    bool ok = false;
+    EXPECT_EQ(opened("a.mc", ok), (Blobs{{{"c", 1}, "old"}}));
+}
+
+TEST(MultiContainerOnDisk, CompactingGivesBackSpaceAndManyReadersShare) {
+    const TempDirectory directory;
+    ASSERT_TRUE(fs::init(directory.path().c_str(), FFSAddSourceFlags::RECURSIVE, "", false, false, nullptr));
+    CFileHashMultiContainer file;
+    ASSERT_TRUE(file.Create("sub/a.mc"));
+    for (std::uint32_t round = 0; round < 4; ++round) {
+        for (std::uint32_t i = 0; i < 500; ++i)
+            put(file, "c" + std::to_string(i % 3), i, std::string(200, static_cast<char>('a' + round)));
+        ASSERT_TRUE(file.Save());
+    }
+    for (std::uint32_t i = 0; i < 100; ++i) file.Remove("c0", i);
+    const Blobs before = everything(file);
+    SMultiContainerStats stats;
+    ASSERT_TRUE(file.Compact());
+    ASSERT_TRUE(file.GetStats(stats));
+    EXPECT_EQ(stats.wasted_bytes, 0u);
+    EXPECT_EQ(stats.blobs, before.size());
+    EXPECT_EQ(everything(file), before);
+    EXPECT_TRUE(put(file, "c9", 1, "goes on") && file.Save());
+    EXPECT_FALSE(directory.exists("sub/a.mc.new"));
+    file.Close();
+    CFileHashMultiContainer shared;
+    ASSERT_TRUE(shared.Open("sub/a.mc", false));
+    const auto read_all = [&] {
+        for (int i = 0; i < 20; ++i)
+            for (const auto& [key, text] : before) ASSERT_EQ(fetch(shared, key.first, key.second), text);
+    };
+    std::thread first(read_all);
+    std::thread second(read_all);
+    first.join();
+    second.join();
+    shared.Close();
+    fs::shutdown();
+}
+
+}  // namespace

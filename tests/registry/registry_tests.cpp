@@ -1,0 +1,213 @@
+#include <engine/filesystem/access.h>
+#include <engine/filesystem/registry.h>
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <atomic>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "engine/filesystem/registry/registry.h"
+#include "tests/support/memory_source.h"
+
+namespace {
+
+using test::MemorySource;
+using test::mount_memory;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Flags = FFSAddSourceFlags;
+
+class Registry : public testing::Test {
+protected:
+    void TearDown() override { test::unmount_all(); }
+
+    static std::vector<std::string> order() {
+        ztl::vector<SFsSourceInfo> infos;
+        fs::get_sources(infos);
+        std::vector<std::string> out;
+        for (const SFsSourceInfo& info : infos) out.push_back(info.path_name + info.file_name);
+        return out;
+    }
+};
+
+TEST_F(Registry, AsksSourcesByTypeAndTheNewestOfATypeFirst) {
+    mount_memory("/dir1/", EFSSourceType::DIR);
+    mount_memory("/root/", EFSSourceType::SPECIAL);
+    mount_memory("/a.pak", EFSSourceType::PACK);
+    mount_memory("/b.pak", EFSSourceType::PACK);
+    mount_memory("/late.pak", EFSSourceType::PACK, Flags::AFTER_SAME_TYPE);
+    mount_memory("/dir2/", EFSSourceType::DIR);
+    mount_memory("/pls/", EFSSourceType::PLS);
+    EXPECT_THAT(order(), ElementsAre("/pls/", "/b.pak", "/a.pak", "/late.pak", "/root/", "/dir2/", "/dir1/"));
+    EXPECT_STREQ(fs::write_path(), "/pls/");
+}
+
+TEST_F(Registry, NothingIsPutBehindTheEndMarker) {
+    fs::registry::State& state = fs::registry::state();
+    {
+        const fs::registry::ExclusiveHold hold(state);
+        state.end_marker = fs::registry::append(state, *new MemorySource("/fallback/", EFSSourceType::SPECIAL));
+    }
+    mount_memory("/dir/", EFSSourceType::DIR);
+    mount_memory("/root/", EFSSourceType::SPECIAL, Flags::AFTER_SAME_TYPE);
+    EXPECT_THAT(order(), ElementsAre("/root/", "/dir/", "/fallback/"));
+    EXPECT_FALSE(fs::source_exists("/fallback/"));
+    EXPECT_FALSE(fs::rem_source(state.end_marker->source));
+}
+
+TEST_F(Registry, FindsSourcesByDirectoryInAnyCaseAsWritten) {
+    mount_memory("/Data/Maps/");
+    for (const char* held : {"/data/maps/", "/DATA/Maps/"}) EXPECT_TRUE(fs::source_exists(held)) << held;
+    for (const char* other : {"/data/maps", "\\data\\maps\\", "/data/maps/.", "", "/data/"}) {
+        EXPECT_FALSE(fs::source_exists(other)) << other;
+    }
+    EXPECT_FALSE(fs::source_exists(nullptr));
+}
+
+TEST_F(Registry, GivesASourceBackWithoutDestroyingIt) {
+    bool destroyed = false;
+    auto* const source = new MemorySource("/x/", EFSSourceType::DIR, Flags::NONE, &destroyed);
+    EXPECT_FALSE(fs::rem_source(source));
+    fs::add_source(source, Flags::NONE);
+    fs::add_source(source, Flags::NONE);  // once is enough: it could not be destroyed twice
+    EXPECT_TRUE(fs::rem_source(source));
+    EXPECT_FALSE(fs::rem_source(source));
+    EXPECT_FALSE(fs::rem_source(nullptr));
+    EXPECT_FALSE(destroyed);
+    EXPECT_THAT(order(), IsEmpty());
+    delete source;
+    fs::add_source(static_cast<CFSSource*>(nullptr), Flags::NONE);
+    EXPECT_STREQ(fs::write_path(), "");
+}
+
+TEST_F(Registry, IndexesTheTreesOfSourcesThatAskForIt) {
+    auto* const one = new MemorySource("/one/", EFSSourceType::DIR, Flags::INDEX_NAMES);
+    one->tree.set_name("one");
+    one->add("maps/big/a.txt", "");
+    fs::add_source(one, Flags::INDEX_NAMES);
+    auto* const hidden = new MemorySource("/hidden/");
+    hidden->add("secret/a.txt", "");
+    fs::add_source(hidden, Flags::NONE);
+    ASSERT_NE(fs::search_dir("Maps\\BIG"), nullptr);
+    EXPECT_STREQ(fs::search_dir("Maps\\BIG")->name(), "big");
+    EXPECT_EQ(fs::search_dir("secret"), nullptr);
+    EXPECT_EQ(fs::search_dir(nullptr), nullptr);
+    EXPECT_STREQ(fs::search_dir("")->name(), "one");  // an index without a name takes the first tree's
+
+    EXPECT_TRUE(fs::rem_source(one));
+    EXPECT_EQ(fs::search_dir("maps"), nullptr);
+    EXPECT_STREQ(fs::search_dir("")->name(), "");
+    delete one;
+}
+
+TEST_F(Registry, TellsWhoHoldsAName) {
+    mount_memory("/a/")->add("x/y.txt", "");
+    MemorySource* const shield = mount_memory("/b/", EFSSourceType::SPECIAL, Flags::PROTECTED);
+    shield->add("x/y.txt", "");
+    shield->is_writable = false;
+    shield->is_shielding = true;
+    mount_memory("/c/");
+    ztl::vector<SFsSourceInfo> holders(3);
+    fs::find_holders("X\\Y.txt", holders);
+    ASSERT_EQ(holders.size(), 2u);
+    EXPECT_EQ(holders[0].path_name, "/b/");
+    EXPECT_EQ(holders[0].type, EFSSourceType::SPECIAL);
+    EXPECT_EQ(holders[0].flags, Flags::PROTECTED);
+    EXPECT_TRUE(holders[0].is_protected && !holders[0].writable);
+    EXPECT_EQ(holders[1].path_name, "/a/");
+    fs::find_holders(nullptr, holders);
+    EXPECT_EQ(holders.size(), 0u);
+}
+
+TEST_F(Registry, KnowsWhetherThisThreadHoldsItsLock) {
+    fs::registry::State& state = fs::registry::state();
+    EXPECT_FALSE(fs::registry::this_thread_holds_lock());
+    {
+        const fs::registry::SharedHold hold(state);
+        EXPECT_TRUE(fs::registry::this_thread_holds_lock());
+        bool elsewhere = true;
+        std::thread([&] { elsewhere = fs::registry::this_thread_holds_lock(); }).join();
+        EXPECT_FALSE(elsewhere);
+    }
+    EXPECT_FALSE(fs::registry::this_thread_holds_lock());
+}
+
+TEST_F(Registry, KeepsTheHostsSwitch) {
+    EXPECT_FALSE(fs::is_read_membuffer_enabled());
+    fs::enable_read_membuffer(true);
+    EXPECT_TRUE(fs::is_read_membuffer_enabled());
+    fs::enable_read_membuffer(false);
+}
+
+TEST_F(Registry, KeepsItsOrderThroughManyChanges) {
+    std::mt19937 random(11);
+    std::vector<MemorySource*> model;  // in asking order
+    for (int round = 0; round < 3000; ++round) {
+        if (model.size() > 12 || (!model.empty() && random() % 3 == 0)) {
+            const auto victim = model.begin() + static_cast<std::ptrdiff_t>(random() % model.size());
+            ASSERT_TRUE(fs::rem_source(*victim));
+            delete *victim;
+            model.erase(victim);
+        } else {
+            const auto type = static_cast<EFSSourceType::TYPE>(random() % 4);
+            const bool after = random() % 2 == 0;
+            const std::string name = "/s" + std::to_string(round) + "/";
+            auto* const source = mount_memory(name.c_str(), type, after ? Flags::AFTER_SAME_TYPE : Flags::NONE);
+            const auto place = std::find_if(model.begin(), model.end(), [&](MemorySource* other) {
+                return after ? other->type() > type : other->type() >= type;
+            });
+            model.insert(place, source);
+        }
+        std::vector<std::string> expected;
+        for (MemorySource* source : model) expected.push_back(source->path().PathName());
+        ASSERT_EQ(order(), expected) << round;
+    }
+}
+
+TEST_F(Registry, TwoThreadsChangeSourcesWhileTwentyRead) {
+    mount_memory("/base/")->add("dir/base.txt", "base");
+    std::atomic<bool> stop{false};
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 20; ++i) {
+        readers.emplace_back([&] {
+            while (!stop) {
+                if (!fs::exists("dir/base.txt")) ++wrong;
+                SFsFile* const file = fs::open("dir/base.txt", EFSMode::READ);
+                if (file == nullptr || fs::length(file) != 4) ++wrong;
+                fs::close(file);
+                if (test::take_names(fs::search("dir", "*.txt", true, false)).empty()) ++wrong;
+                fs::search_dir("dir");
+                ztl::vector<SFsSourceInfo> infos;
+                fs::get_sources(infos);
+                if (infos.empty()) ++wrong;
+                fs::find_holders("dir/base.txt", infos);
+            }
+        });
+    }
+    std::vector<std::thread> writers;
+    for (int w = 0; w < 2; ++w) {
+        writers.emplace_back([&, w] {
+            const std::string root = "/w" + std::to_string(w) + "/";
+            const std::string file = "dir/extra" + std::to_string(w) + ".txt";
+            for (int i = 0; i < 300; ++i) {
+                auto* const source = new MemorySource(root.c_str(), EFSSourceType::PACK, Flags::INDEX_NAMES);
+                source->add(file, "x");
+                fs::add_source(source, Flags::INDEX_NAMES);
+                if (!fs::exists(file.c_str())) ++wrong;
+                if (!fs::rem_source(source)) ++wrong;
+                delete source;
+            }
+        });
+    }
+    for (std::thread& writer : writers) writer.join();
+    stop = true;
+    for (std::thread& reader : readers) reader.join();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_THAT(order(), ElementsAre("/base/"));
+}
+
+}  // namespace

@@ -1,0 +1,98 @@
+#include <engine/filesystem/sources/directory.h>
+#include <engine/filesystem/sources/fallback.h>
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/support/temp_directory.h"
+
+namespace {
+
+using testing::UnorderedElementsAre;
+
+fs::path as_dir(const std::string& text) {
+    fs::path dir;
+    dir.Set(text.c_str(), "", true);
+    return dir;
+}
+
+std::vector<std::string> all(CFSSource& source) {
+    std::vector<std::string> names;
+    FS_NAME* list = source.get_file_list(nullptr, nullptr, true);
+    for (const FS_NAME* name = list; name; name = name->next) names.emplace_back(name->name);
+    fs::free_names(list);
+    return names;
+}
+
+TEST(DirectorySourceLinks, AreFollowedButNotRoundInACircle) {
+    TempDirectory disk;
+    disk.write("a/f", "1");
+    std::filesystem::create_directory_symlink(disk.path(), disk / "a/up");
+    std::filesystem::create_directory_symlink(disk / "a", disk / "a/self");
+    std::filesystem::create_directory_symlink(disk / "a", disk / "twin");
+    std::filesystem::create_symlink(disk / "a/f", disk / "file");
+    std::filesystem::create_symlink(disk / "nowhere", disk / "broken");
+    CWin32_dir source(EFSSourceType::DIR);
+    ASSERT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
+    EXPECT_THAT(all(source), UnorderedElementsAre("a/f", "twin/f", "file"));
+}
+
+TEST(DirectorySourceLinks, AreRemovedThemselvesWithATree) {
+    TempDirectory disk;
+    disk.write("target/f", "1");
+    disk.write("tree/own", "1");
+    std::filesystem::create_directory_symlink(disk / "target", disk / "tree/link");
+    CWin32_dir source(EFSSourceType::DIR);
+    ASSERT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
+    source.rem_dir(as_dir("tree"));
+    EXPECT_FALSE(disk.exists("tree"));
+    EXPECT_TRUE(disk.exists("target/f"));
+    EXPECT_THAT(all(source), UnorderedElementsAre("target/f"));
+
+    disk.write("tree/own", "1");
+    std::filesystem::create_directory_symlink(disk / "target", disk / "tree/link");
+    CWin32_fallback fallback;
+    fallback.rem_dir(as_dir(disk / "tree"));
+    EXPECT_FALSE(disk.exists("tree"));
+    EXPECT_TRUE(disk.exists("target/f"));
+}
+
+TEST(DirectorySourceLinks, NamesWithABackslashArePassedOver) {
+    TempDirectory disk;
+    disk.write("..\\..\\x", "1");
+    disk.write("b", "1");
+    CWin32_dir source(EFSSourceType::DIR);
+    ASSERT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
+    EXPECT_THAT(all(source), UnorderedElementsAre("b"));
+}
+
+TEST(DirectorySourceLinks, TwoSpellingsOfOneNameAreTwoFilesOfWhichTheFirstIsFound) {
+    TempDirectory disk;
+    disk.write("d/FILE", "upper");
+    disk.write("d/file", "lower");
+    CWin32_dir source(EFSSourceType::DIR);
+    ASSERT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
+    EXPECT_THAT(all(source), UnorderedElementsAre("d/file", "d/file"));
+    SFsFile* file = source.open_read(fs::path("d/file", true), FFSOpenFlags::NONE);
+    ASSERT_NE(file, nullptr);
+    char bytes[5];
+    EXPECT_EQ(fs::read(file, bytes, 5), 5u);
+    EXPECT_EQ(std::string(bytes, 5), "upper");
+    fs::close(file);
+}
+
+TEST(DirectorySourceLinks, AnUnreadableDirectoryContributesNothing) {
+    TempDirectory disk;
+    disk.write("open/f", "1");
+    disk.write("shut/f", "1");
+    std::filesystem::permissions(disk / "shut", std::filesystem::perms::none);
+    CWin32_dir source(EFSSourceType::DIR);
+    EXPECT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
+    EXPECT_TRUE(source.exists(fs::path("open/f", true)));
+    std::filesystem::permissions(disk / "shut", std::filesystem::perms::owner_all);
+}
+
+}  // namespace

@@ -1,0 +1,104 @@
+#include <gmock/gmock.h>
+
+#include <engine/filesystem/streams/chunk.h>
+#include <engine/filesystem/streams/memory.h>
+
+#include "../log/log_fixture.h"
+#include "engine/filesystem/log/state.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+constexpr unsigned data_id = 0x64617461;  // "data"
+constexpr unsigned tree_id = 0x54524545;  // "TREE"
+
+struct Chunks : LogTest {
+    Chunks() { stream.open_from_memory(EFSMode::WRITE, &bytes, false); }
+    void start_reading(const std::string& from) {
+        bytes.assign(from.begin(), from.end());
+        stream.open_from_memory(EFSMode::READ, &bytes, false);
+    }
+    std::string written() const { return {bytes.begin(), bytes.end()}; }
+    ztl::vector<unsigned char> bytes;
+    fs::vectorfile stream;
+};
+
+TEST_F(Chunks, NestAndKnowTheirSize) {
+    {
+        fs::chunk_save outer(stream, tree_id, 1);
+        fs::chunk_save inner(stream, data_id, 3);
+        stream.write("12345", 5);
+    }
+    { fs::chunk_save empty(stream, data_id, 3); }
+    EXPECT_EQ(written(),
+              "TREE\1\0\0\0\x11\0\0\0data\3\0\0\0\5\0\0\0"
+              "12345data\3\0\0\0\0\0\0\0"s);
+    EXPECT_EQ(stream.tell(), 41u);
+
+    stream.seek(0, EFSSeek::BEGIN);
+    {
+        fs::chunk_load outer(stream);
+        EXPECT_TRUE(outer.match(tree_id, 1, "test"));
+        EXPECT_FALSE(outer.is_data_chunk());
+        EXPECT_EQ(outer.size, 17u);
+        fs::chunk_load inner(stream);
+        EXPECT_TRUE(inner.is_data_chunk());
+        EXPECT_EQ(inner.version, 3u);
+    }
+    EXPECT_EQ(stream.tell(), 29u) << "behind the chunk, however little of it was read";
+    {
+        fs::chunk_load again(stream);
+        again.rewind();
+    }
+    EXPECT_EQ(stream.tell(), 29u);
+}
+
+TEST_F(Chunks, ReportAMismatchWithTheVersionAskedFor) {
+    start_reading("data\3\0\0\0\0\0\0\0"s);
+    fs::chunk_load chunk(stream);
+    EXPECT_FALSE(chunk.match(data_id, 4, nullptr));
+    EXPECT_TRUE(console_lines.empty());
+    const std::uint32_t errors = logging::state.errors;
+    _CLFilterSetMode(CLFilterMode::ALL_NOWHERE);
+    EXPECT_FALSE(chunk.match(data_id, 4, "silent"));
+    _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
+    EXPECT_FALSE(chunk.match(tree_id, 9, "loader"));
+    EXPECT_EQ(logging::state.errors, errors + 2) << "a silenced message counts too";
+    ASSERT_FALSE(console_lines.empty());
+    EXPECT_EQ(console_lines.back().level, Log::ELevel::ERRR);
+    EXPECT_EQ(console_lines.back().category, "ERRR");
+    EXPECT_THAT(console_lines.back().text, testing::HasSubstr("loader Unknown data chunk data_9\r\n"));
+}
+
+TEST_F(Chunks, DamagedSizesCostNoMemoryAndNoRunawayPosition) {
+    start_reading(
+        "data\3\0\0\0\xFF\xFF\xFF\x7F"
+        "abc"s);
+    { fs::chunk_load chunk(stream); }
+    EXPECT_EQ(stream.tell(), 15u);
+    EXPECT_EQ(bytes.size(), 15u);
+    for (std::size_t cut = 0; cut < 12; ++cut) {
+        start_reading("data\3\0\0\0\1\0\0\0"s.substr(0, cut));
+        { fs::chunk_load chunk(stream); }
+        EXPECT_EQ(bytes.size(), cut);
+    }
+}
+
+TEST_F(Chunks, LeaveTheDataAloneWhereTheStreamCannotGoBack) {
+    fs::vectorfile zipped;
+    ztl::vector<unsigned char> packed;
+    zipped.open_from_memory(EFSMode::WRITE, &packed, true);
+    {
+        fs::chunk_save chunk(zipped, data_id, 1);
+        zipped.write("abc", 3);
+    }
+    zipped.close();
+    zipped.open_from_memory(EFSMode::READ, &packed, true);
+    char plain[32];
+    EXPECT_EQ(std::string(plain, zipped.read(plain, sizeof(plain))),
+              "data\1\0\0\0\0\0\0\0"
+              "abc"s);
+}
+
+}  // namespace

@@ -1,0 +1,91 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <engine/filesystem/streams/memory.h>
+
+namespace {
+
+TEST(MemoryStream, DropsWhatDoesNotFit) {
+    unsigned char block[4];
+    fs::memfile stream;
+    ASSERT_TRUE(stream.open_from_memory(EFSMode::WRITE, block, sizeof(block), false));
+    EXPECT_EQ(stream.length(), 0u);
+    EXPECT_EQ(stream.write("abcdef", 6), 4u);
+    EXPECT_EQ(stream.write("g", 1), 0u);
+    EXPECT_EQ(stream.length(), 4u);
+    EXPECT_TRUE(stream.seek(-2, EFSSeek::END));
+    stream.set_eof();
+    EXPECT_EQ(stream.length(), 2u);
+    EXPECT_TRUE(stream.set_size(100));
+    EXPECT_EQ(stream.length(), 4u) << "no more than the block holds";
+    EXPECT_FALSE(stream.seek(5, EFSSeek::BEGIN));
+    EXPECT_FALSE(stream.seek(-1, EFSSeek::BEGIN));
+    EXPECT_EQ(stream.tell(), 2u);
+    EXPECT_FALSE(stream.seek(0, static_cast<EFSSeek::TYPE>(3)));
+}
+
+TEST(MemoryStream, SeeksByTheSizeAsASigned32BitNumber) {
+    unsigned char byte = 0;
+    fs::memfile stream;
+    stream.open_from_memory(EFSMode::READ, &byte, 0x100000005ull, false);
+    EXPECT_TRUE(stream.set_current_pos(5));
+    EXPECT_FALSE(stream.set_current_pos(6));
+}
+
+TEST(MemoryStream, WithoutMemoryIsEmpty) {
+    fs::memfile block;
+    block.open_from_memory(EFSMode::READ, nullptr, 100, false);
+    fs::vectorfile vector;
+    vector.open_from_memory(EFSMode::WRITE, nullptr, false);
+    for (fs::izipped_buffer_file* stream :
+         {static_cast<fs::izipped_buffer_file*>(&block), static_cast<fs::izipped_buffer_file*>(&vector)}) {
+        char buffer[4];
+        EXPECT_EQ(stream->read(buffer, 4), 0u);
+        EXPECT_EQ(stream->write("x", 1), 0u);
+        EXPECT_TRUE(stream->seek(0, EFSSeek::END));
+        EXPECT_FALSE(stream->seek(1, EFSSeek::BEGIN));
+    }
+    EXPECT_FALSE(vector.set_size(1));
+}
+
+TEST(VectorStream, KeepsTheContentsAndGrows) {
+    ztl::vector<unsigned char> bytes = {'a', 'b'};
+    fs::vectorfile stream;
+    stream.open_from_memory(EFSMode::WRITE, &bytes, false);
+    EXPECT_TRUE(stream.seek(10, EFSSeek::BEGIN));
+    EXPECT_EQ(bytes.size(), 10u);
+    EXPECT_EQ(bytes[9], 0);
+    EXPECT_TRUE(stream.seek(1, EFSSeek::BEGIN));
+    const std::string text(20, 'x');
+    EXPECT_EQ(stream.write(text.data(), 20), 20u);
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "a" + text) << "over the end in one write";
+    bytes.resize(5);
+    EXPECT_EQ(stream.write("y", 1), 1u) << "also after the owner shortened the vector";
+    EXPECT_EQ(bytes.size(), 22u);
+    EXPECT_FALSE(stream.set_current_pos(-1));
+    EXPECT_FALSE(stream.set_current_pos(0x80000000ll));
+    EXPECT_FALSE(stream.set_size(UINT64_MAX));
+    EXPECT_EQ(stream.tell(), 22u);
+}
+
+TEST(InMemoryFile, ServesItsBlock) {
+    void* const block = std::malloc(5);
+    std::memcpy(block, "abcde", 5);
+    const std::unique_ptr<SFsFile> file(FileInMemory::create(block, 5));
+    char buffer[8];
+    EXPECT_TRUE(file->seek(-3, EFSSeek::END));
+    EXPECT_EQ(file->read(buffer, 8), 3u);
+    EXPECT_EQ(std::string(buffer, 3), "cde");
+    EXPECT_EQ(file->read(buffer, 8), 0u);
+    EXPECT_EQ(file->tell(), 5u);
+    EXPECT_EQ(file->length(), 5u);
+    EXPECT_FALSE(file->seek(1, EFSSeek::CURRENT));
+    EXPECT_EQ(file->write("x", 1), UINT64_MAX);
+    EXPECT_FALSE(file->set_eof());
+    EXPECT_EQ(FileInMemory(nullptr, 0).read(buffer, 1), UINT64_MAX);
+}
+
+}  // namespace
