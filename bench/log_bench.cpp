@@ -44,6 +44,8 @@ void BelowLevel(benchmark::State& state) {
 }
 BENCHMARK(BelowLevel)->Arg(0)->Arg(8)->ArgName("categories");
 
+constexpr std::uint32_t info_id = 0x494E464F;  // "INFO"
+
 std::size_t received = 0;
 char memory[4096];
 
@@ -57,7 +59,7 @@ void Emitted(benchmark::State& state) {
     int number = 0;
     for (auto _ : state) {
         if (!is_emitted("FileSystem", ELevel::INFO)) break;
-        _CLog(ELevel::INFO, "FileSystem", __FILE__, __LINE__, _CLFilter('INFO'), CLLineMode::NEW_LINE,
+        _CLog(ELevel::INFO, "FileSystem", __FILE__, __LINE__, _CLFilter(info_id), CLLineMode::NEW_LINE,
               "Adding source '%s' of type %d.\n", "data/textures", ++number);
     }
     LogSetPrintCallback(nullptr);

@@ -1,5 +1,6 @@
 #include <engine/filesystem/startup/crash.h>
 
+#include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/startup/crash_config.h"
 #include "engine/filesystem/startup/crash_switches.h"
 #include "engine/filesystem/startup/time_stamp.h"
@@ -64,8 +65,8 @@ TEST_F(CrashConfigurationText, SetsLevelsFiltersAndPositions) {
     EXPECT_EQ(settings.GetCategoryLevel("Net"), Log::ELevel::VER3);
     EXPECT_TRUE(settings.IsMessageSource());
     EXPECT_EQ(_CLFilter(0x00004142), 1u);
-    EXPECT_EQ(_CLFilter('CDEF'), 3u);
-    EXPECT_EQ(_CLFilter('GHIJ'), 2u);
+    EXPECT_EQ(_CLFilter(logging::code("CDEF")), 3u);
+    EXPECT_EQ(_CLFilter(logging::code("GHIJ")), 2u);
 }
 
 TEST_F(CrashConfigurationText, ACommandWithoutItsParametersReadsZeroOrNothing) {

@@ -13,6 +13,7 @@
 #include <engine/filesystem/startup.h>
 
 #include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/platform/faults.h"
 #include "engine/platform/process.h"
@@ -37,7 +38,8 @@ void show_settings() {
     std::printf("log=%s\n", name == nullptr ? "none" : name);
     std::printf("level=%u Net=%u\n", Log::Settings::Instance().GetLevel(),
                 Log::Settings::Instance().GetCategoryLevel("Net"));
-    std::printf("LLOG=%u CLOG=%u WARN=%u\n", _CLFilter('LLOG'), _CLFilter('CLOG'), _CLFilter('WARN'));
+    std::printf("LLOG=%u CLOG=%u WARN=%u\n", _CLFilter(logging::code("LLOG")), _CLFilter(logging::code("CLOG")),
+                _CLFilter(logging::code("WARN")));
     std::fflush(stdout);
 }
 
@@ -129,8 +131,9 @@ TEST(CrashChildren, DISABLED_FullDisk) {
 TEST(CrashChildren, DISABLED_FatalExit) {
     ASSERT_TRUE(start_file_system());
     CrashInit();
-    _CLog(Log::ELevel::FATL, "EXITS", nullptr, 0, _CLFilter('FATL'), CLLineMode::NEW_LINE, "goes on\n");
-    _CLog(Log::ELevel::FATL, "EXIT", nullptr, 0, _CLFilter('FATL'), CLLineMode::NEW_LINE, "the reason is %d\n", 42);
+    _CLog(Log::ELevel::FATL, "EXITS", nullptr, 0, _CLFilter(logging::code("FATL")), CLLineMode::NEW_LINE, "goes on\n");
+    _CLog(Log::ELevel::FATL, "EXIT", nullptr, 0, _CLFilter(logging::code("FATL")), CLLineMode::NEW_LINE,
+          "the reason is %d\n", 42);
     std::printf("still here\n");
 }
 
