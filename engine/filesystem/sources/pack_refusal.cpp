@@ -51,11 +51,17 @@ bool refuse_long_names(const char* path) {
     return false;
 }
 
+bool has_comment(const PackStore& store) { return find_ending(store) == Ending::WITH_COMMENT; }
+
+bool refuse_comment(const char* path) {
+    set_error(EFSError::UNSUPPORTED, path, "The pack source refuses a zip file that has a comment.");
+    return false;
+}
+
 bool refuse_pack(const PackStore& store, const char* path, std::uint32_t index, std::uint32_t count) {
     switch (find_ending(store)) {
         case Ending::WITH_COMMENT:
-            set_error(EFSError::UNSUPPORTED, path, "The pack source refuses a zip file that has a comment.");
-            return false;
+            return refuse_comment(path);
         case Ending::ZIP64:
             set_error(EFSError::UNSUPPORTED, path, "The pack source refuses a zip64 file.");
             return false;

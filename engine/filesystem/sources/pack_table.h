@@ -66,7 +66,7 @@ private:
 class PackTable {
 public:
     /// May throw std::bad_alloc. `dir_ranks` gives, for each directory, its place among all directories in their order.
-    void build(PackDirectory& directory, const std::vector<std::uint32_t>& dir_ranks);
+    void build(const PackDirectory& directory, const std::vector<std::uint32_t>& dir_ranks);
 
     /// Among the files of that name the first, in table order, whose directory ends in `dir` or is the end of `dir`;
     /// the first of all for an empty `dir`. Both texts are in lower case.

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <utility>
 
 #include "engine/filesystem/sources/pack_bytes.h"
 #include "engine/filesystem/sources/pack_directory.h"
@@ -101,8 +100,9 @@ private:
 
 }  // namespace
 
-void PackTable::build(PackDirectory& directory, const std::vector<std::uint32_t>& dir_ranks) {
+void PackTable::build(const PackDirectory& directory, const std::vector<std::uint32_t>& dir_ranks) {
     const auto count = static_cast<std::uint32_t>(directory.records.size());
+    dirs_ = directory.dir_text;
     const auto rank_of = [&](std::uint32_t i) { return dir_ranks[directory.records[i].dir]; };
     std::vector<std::uint32_t> order = order_by_rank(count, directory.dirs.size(), rank_of);
     std::vector<std::string_view> names;
@@ -115,7 +115,6 @@ void PackTable::build(PackDirectory& directory, const std::vector<std::uint32_t>
     const std::size_t crowded = mark_groups();
     index_names(crowded);
     if (crowded != 0) choose_winners(directory, order);
-    dirs_ = std::move(directory.dir_text);
 }
 
 void PackTable::place_entries(const PackDirectory& directory, const std::vector<std::uint32_t>& order) {
