@@ -10,7 +10,7 @@
 
 namespace {
 
-bool runs(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }
+bool runs(const std::string& command) { return std::system(("{ " + command + "\n} >/dev/null 2>&1").c_str()) == 0; }
 
 std::string text_and_noise() {
     std::string text;
