@@ -22,9 +22,9 @@ struct CrashContext;
 using TextSink = void (*)(const char* text, std::size_t length, void* user);
 
 struct DumpRequest {
-    const char* path = "";                  // of the file to be made, native
-    bool full = false;                      // with all memory (Windows), with all mappings (Linux)
-    const CrashContext* crash = nullptr;    // null: the process as it is, seen from the calling thread
+    const char* path = "";                // of the file to be made, native
+    bool full = false;                    // with all memory (Windows), with all mappings (Linux)
+    const CrashContext* crash = nullptr;  // null: the process as it is, seen from the calling thread
     void (*write_log)(TextSink write, void* user) = nullptr;  // hands over the last log lines; may be null
 };
 /// Writes an account of the process: a minidump on Windows, a readable report on Linux. False when it cannot be made;

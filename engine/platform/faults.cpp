@@ -20,14 +20,6 @@ struct Faults {
 };
 constinit Faults faults;
 
-class Hold {
-public:
-    Hold() { lock_exclusive(faults.lock); }
-    Hold(const Hold&) = delete;
-    Hold& operator=(const Hold&) = delete;
-    ~Hold() { unlock_exclusive(faults.lock); }
-};
-
 Order& order_of(FaultPoint point) { return faults.order[static_cast<std::size_t>(point)]; }
 
 void forget(Order& order) {
@@ -43,7 +35,7 @@ namespace faults_detail {
 constinit std::atomic<std::uint32_t> orders{0};
 
 std::optional<Failure> strike(FaultPoint point) {
-    const Hold hold;
+    const ExclusiveHold hold(faults.lock);
     Order& order = order_of(point);
     if (order.calls_left == 0) return std::nullopt;
     if (order.calls_left > 1) {
@@ -59,7 +51,7 @@ std::optional<Failure> strike(FaultPoint point) {
 }  // namespace faults_detail
 
 void inject_fault(FaultPoint point, std::uint32_t nth, Failure failure, bool from_then_on) {
-    const Hold hold;
+    const ExclusiveHold hold(faults.lock);
     Order& order = order_of(point);
     forget(order);
     if (nth == 0) return;
@@ -68,13 +60,13 @@ void inject_fault(FaultPoint point, std::uint32_t nth, Failure failure, bool fro
 }
 
 void clear_faults() {
-    const Hold hold;
+    const ExclusiveHold hold(faults.lock);
     for (Order& order : faults.order) forget(order);
     faults.hits = 0;
 }
 
 std::uint32_t fault_hits() {
-    const Hold hold;
+    const ExclusiveHold hold(faults.lock);
     return faults.hits;
 }
 

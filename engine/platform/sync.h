@@ -18,6 +18,28 @@ void lock_exclusive(SlimLock& lock);
 void unlock_exclusive(SlimLock& lock);
 bool try_lock_exclusive(SlimLock& lock);
 
+/// Holds a slim lock for as long as it lives.
+class SharedHold {
+public:
+    explicit SharedHold(SlimLock& lock) : lock_(lock) { lock_shared(lock_); }
+    SharedHold(const SharedHold&) = delete;
+    SharedHold& operator=(const SharedHold&) = delete;
+    ~SharedHold() { unlock_shared(lock_); }
+
+private:
+    SlimLock& lock_;
+};
+class ExclusiveHold {
+public:
+    explicit ExclusiveHold(SlimLock& lock) : lock_(lock) { lock_exclusive(lock_); }
+    ExclusiveHold(const ExclusiveHold&) = delete;
+    ExclusiveHold& operator=(const ExclusiveHold&) = delete;
+    ~ExclusiveHold() { unlock_exclusive(lock_); }
+
+private:
+    SlimLock& lock_;
+};
+
 /// Recursive mutual exclusion. The object is created and destroyed through these calls and never null.
 struct CriticalSection;
 CriticalSection* create_critical_section();

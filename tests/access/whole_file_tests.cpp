@@ -86,7 +86,7 @@ TEST_F(WholeFile, TextIsSavedUnderTheTimeOfDay) {
 TEST_F(WholeFile, BinaryComesBackAsItWasSaved) {
     const char bytes[] = {0, 1, 2};
     EXPECT_TRUE(fs::save_binary_file(bytes, 3, "b.bin"));
-    void* data = bytes + 0 == nullptr ? nullptr : const_cast<char*>(bytes);
+    void* data = source_;
     std::uint64_t size = 99;
     EXPECT_FALSE(fs::load_binary_file(&data, &size, "missing"));
     EXPECT_EQ(data, nullptr);

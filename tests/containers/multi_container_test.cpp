@@ -229,7 +229,7 @@ TEST_F(MultiContainer, SayWhyTheyRefuse) {
          [](auto& f) { return f.Open("a.mc", true) && f.Put("c", 1, nullptr, 1); }},
         {"long name", EFSError::INVALID_ARGUMENT,
          [](auto& f) { return f.Open("a.mc", true) && f.Put(std::string(65536, 'n').c_str(), 1, "x", 1); }},
-        {"no place on the disk", EFSError::UNSUPPORTED, [](auto& f) { return f.Open("a.mc", true) && f.Compact(); }},
+        {"no place on the disk", EFSError::NOT_FOUND, [](auto& f) { return f.Open("a.mc", true) && f.Compact(); }},
     };
     source_->add("text.txt", std::string(1000, 't'));
     CFileHashMultiContainer made;

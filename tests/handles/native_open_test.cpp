@@ -74,7 +74,7 @@ TEST(NativeOpen, RefusesWhatIsNoPathOfAFile) {
     const TempDirectory directory;
     const std::string too_long = directory / std::string(260, 'x');
     EXPECT_EQ(fs::open_native(nullptr, nullptr, EFSMode::READ, FFSOpenFlags::NONE), nullptr);
-    EXPECT_EQ(open("", EFSMode::READ), nullptr);
+    EXPECT_EQ(open(std::string(), EFSMode::READ), nullptr);
     EXPECT_EQ(open(directory.path(), EFSMode::READ), nullptr);
     EXPECT_EQ(open(too_long, EFSMode::WRITE, 0x20), nullptr);
     EXPECT_EQ(open(directory / "con", EFSMode::WRITE, 0x20), nullptr);

@@ -70,7 +70,9 @@ TEST_F(TypedStream, EncodesWideTextsAs16BitUnits) {
     const std::wstring beyond = L"x\xD83D\xDE00y";
 #endif
     stream << beyond;
-    const std::string expected = "\2\0a\0\xAC\x20\0\0\1\0\x3D\xD8\4\0x\0\x3D\xD8\0\xDE""y\0"s;
+    const std::string expected =
+        "\2\0a\0\xAC\x20\0\0\1\0\x3D\xD8\4\0x\0\x3D\xD8\0\xDE"
+        "y\0"s;
     EXPECT_EQ(written(), expected);
 
     start_reading(expected);

@@ -16,3 +16,4 @@ struct Command {
 // Each of these adds the commands of one topic to the parser; the parser fills `chosen` when one of them is named.
 void add_listing_commands(CLI::App& app, Command& chosen);
 void add_content_commands(CLI::App& app, Command& chosen);
+void add_packing_commands(CLI::App& app, Command& chosen);

@@ -136,7 +136,7 @@ int which(const std::string& name, bool all) {
     return exit_ok;
 }
 
-int stat(const std::string& name) {
+int show_file(const std::string& name) {
     ztl::vector<SFsSourceInfo> holders;
     fs::find_holders(name.c_str(), holders);
     if (holders.empty()) return fail(name, "no source holds it");
@@ -190,6 +190,6 @@ void add_listing_commands(CLI::App& app, Command& chosen) {
     });
     add_ls(app, chosen);
     add_name_command(app, chosen, "find", "Find the names that contain a text", "TEXT", find);
-    add_name_command(app, chosen, "stat", "Show what is known of a file", "NAME", stat);
+    add_name_command(app, chosen, "stat", "Show what is known of a file", "NAME", show_file);
     add_which(app, chosen);
 }

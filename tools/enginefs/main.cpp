@@ -21,7 +21,9 @@ void add_session_options(CLI::App& app, SessionOptions& options) {
         ->type_name("PATH")
         ->take_all()
         ->expected(1);
-    app.add_flag("!--no-fallback", options.fallback, "Do not look on the disk for names that no source holds");
+    app.add_flag_callback(
+        "--no-fallback", [&options] { options.fallback = false; },
+        "Do not look on the disk for names that no source holds");
     app.add_option("--log", options.log_level,
                    "Show the library's messages on standard error: none, fatal, error, info, "
                    "warn, debug, verbose or all")
@@ -54,6 +56,7 @@ int main(int argc, char** argv) {
     add_session_options(app, options);
     add_listing_commands(app, command);
     add_content_commands(app, command);
+    add_packing_commands(app, command);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -6,9 +6,9 @@
 /// What the options before the command say.
 struct SessionOptions {
     std::string root;  // "": the current directory
-    std::vector<std::string> sources;
+    std::vector<std::string> sources{};
     bool fallback = true;
-    std::string log_level;  // "": no messages
+    std::string log_level{};  // "": no messages
 };
 
 /// The mounted file system, for as long as it lives.

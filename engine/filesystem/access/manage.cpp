@@ -4,11 +4,11 @@
 
 #include <engine/filesystem/access/open.h>
 
+#include <engine/filesystem/contract/native_source.h>
 #include "engine/filesystem/access/cache_path.h"
 #include "engine/filesystem/access/file_copy.h"
 #include "engine/filesystem/access/holder.h"
 #include "engine/filesystem/access/whole_file_parts.h"
-#include <engine/filesystem/contract/native_source.h>
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/platform/files.h"

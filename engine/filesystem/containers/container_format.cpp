@@ -37,22 +37,23 @@ CommitBytes encode(const Commit& commit) {
     return bytes;
 }
 
-std::optional<Commit> decode(const unsigned char* bytes, std::uint64_t file_length) {
+std::optional<Commit> decode(const unsigned char* bytes) {
     if (get_u32(bytes + checksum_place) != checksum(bytes, checksum_place)) return std::nullopt;
-    const Commit commit{.sequence = get_u64(bytes),
-                        .index_offset = get_u64(bytes + 8),
-                        .index_size = get_u64(bytes + 16),
-                        .directory_size = get_u64(bytes + 24),
-                        .directory_checksum = get_u32(bytes + 32)};
-    const bool inside = commit.index_offset >= data_offset && commit.index_offset <= file_length &&
-                        commit.index_size <= file_length - commit.index_offset &&
-                        commit.directory_size <= commit.index_size;
-    return inside ? std::optional(commit) : std::nullopt;
+    return Commit{.sequence = get_u64(bytes),
+                  .index_offset = get_u64(bytes + 8),
+                  .index_size = get_u64(bytes + 16),
+                  .directory_size = get_u64(bytes + 24),
+                  .directory_checksum = get_u32(bytes + 32)};
 }
 
-std::optional<Commit> newest_commit(const unsigned char* bytes, std::uint64_t file_length) {
-    const std::optional<Commit> first = decode(bytes + commit_offset, file_length);
-    const std::optional<Commit> second = decode(bytes + commit_offset + commit_size, file_length);
+bool Commit::is_inside(std::uint64_t file_length) const {
+    return index_offset >= data_offset && index_offset <= file_length && index_size <= file_length - index_offset &&
+           directory_size <= index_size;
+}
+
+std::optional<Commit> newest_commit(const unsigned char* bytes) {
+    const std::optional<Commit> first = decode(bytes + commit_offset);
+    const std::optional<Commit> second = decode(bytes + commit_offset + commit_size);
     if (!first || !second) return first ? first : second;
     return first->sequence > second->sequence ? first : second;
 }

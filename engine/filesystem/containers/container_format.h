@@ -55,14 +55,16 @@ struct Commit {
     std::uint32_t directory_checksum = 0;
 
     std::uint64_t end() const { return index_offset + index_size; }
+    bool is_inside(std::uint64_t file_length) const;
     std::uint64_t place() const { return commit_offset + (sequence & 1) * commit_size; }
 };
 
 using CommitBytes = std::array<unsigned char, commit_size>;
 CommitBytes encode(const Commit& commit);
-/// Nothing when the record is damaged or points outside a file of this length.
-std::optional<Commit> decode(const unsigned char* bytes, std::uint64_t file_length);
-/// The newer one of the two records that are whole; `bytes` are the file's first data_offset ones.
-std::optional<Commit> newest_commit(const unsigned char* bytes, std::uint64_t file_length);
+/// Nothing when the record is damaged.
+std::optional<Commit> decode(const unsigned char* bytes);
+/// The newer one of the two records that are whole; `bytes` are the file's first data_offset ones. When it points beyond
+/// the end, the file has lost bytes: what it points to was written before it.
+std::optional<Commit> newest_commit(const unsigned char* bytes);
 
 }  // namespace container

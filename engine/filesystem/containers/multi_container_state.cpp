@@ -26,8 +26,9 @@ bool CFileHashMultiContainer::State::Load() {
     if (length == ~std::uint64_t{0} || length < sizeof head || !file.Read(head, sizeof head, 0) ||
         std::memcmp(head, container::magic.data(), container::magic.size()) != 0)
         return Fail(EFSError::BAD_FORMAT, "This is no multi-container file.");
-    const std::optional<Commit> found = container::newest_commit(head, length);
+    const std::optional<Commit> found = container::newest_commit(head);
     if (!found) return Fail(EFSError::BAD_FORMAT, "Both commit records of the multi-container are damaged.");
+    if (!found->is_inside(length)) return Fail(EFSError::BAD_FORMAT, "The multi-container has lost its end.");
     commit = *found;
     std::unique_ptr<unsigned char[]> bytes(new (std::nothrow) unsigned char[commit.index_size + 1]);
     if (bytes == nullptr) return Fail(EFSError::OUT_OF_MEMORY, "No memory for the multi-container's index.");

@@ -81,7 +81,8 @@ bool pack_writer::State::begin(const char* native_path) {
 bool pack_writer::State::check(const PackedEntry& entry) const {
     const std::string name(entry.name);
     if (const char* reason = refuse_entry_name(entry.name)) {
-        return fail(EFSError::INVALID_NAME, name, std::string("The pack writer refuses the entry: the name ") + reason + ".");
+        return fail(EFSError::INVALID_NAME, name,
+                    std::string("The pack writer refuses the entry: the name ") + reason + ".");
     }
     if (names.contains(name)) return fail(EFSError::ALREADY_EXISTS, name, "The pack writer has an entry of that name.");
     if (names.size() >= most_entries) {
@@ -90,7 +91,8 @@ bool pack_writer::State::check(const PackedEntry& entry) const {
     const std::uint64_t entry_bytes = local_header_size + name.size() + entry.packed_size;
     const std::uint64_t end_bytes = directory.size() + central_header_size + name.size() + end_record_size;
     if (offset + entry_bytes + end_bytes > most_bytes) {
-        return fail(EFSError::TOO_LARGE, target, "The pack writer refuses the entry: a pack holds at most 4 GiB in all.");
+        return fail(EFSError::TOO_LARGE, target,
+                    "The pack writer refuses the entry: a pack holds at most 4 GiB in all.");
     }
     return true;
 }
@@ -159,7 +161,8 @@ bool pack_writer::add(const char* name, const void* data, std::uint64_t size, in
     try {
         PackedEntry entry{.name = name ? name : "", .size = static_cast<std::uint32_t>(size), .stored = true};
         if (size > most_bytes) {
-            return fail(EFSError::TOO_LARGE, std::string(entry.name), "The pack writer refuses an entry of 4 GiB or more.");
+            return fail(EFSError::TOO_LARGE, std::string(entry.name),
+                        "The pack writer refuses an entry of 4 GiB or more.");
         }
         entry.crc = crc32_of(size != 0 ? data : "", static_cast<std::size_t>(size));
         entry.packed_size = entry.size;
@@ -182,7 +185,8 @@ bool pack_writer::add_deflated(const char* name, const void* packed, std::uint64
     try {
         PackedEntry entry{.name = name ? name : "", .crc = crc};
         if (size > most_bytes || packed_size > most_bytes) {
-            return fail(EFSError::TOO_LARGE, std::string(entry.name), "The pack writer refuses an entry of 4 GiB or more.");
+            return fail(EFSError::TOO_LARGE, std::string(entry.name),
+                        "The pack writer refuses an entry of 4 GiB or more.");
         }
         entry.packed_size = static_cast<std::uint32_t>(packed_size);
         entry.size = static_cast<std::uint32_t>(size);

@@ -109,6 +109,10 @@ CFSSource* unlink(State& state, Node* node) {
     return source;
 }
 
+void index_source(State& state, CFSSource& source) {
+    if ((source.flags() & FFSAddSourceFlags::INDEX_NAMES) != 0) merge_tree(state, source);
+}
+
 void empty_index(State& state) {
     state.index.clear();
     state.index.set_name(nullptr);
@@ -116,9 +120,7 @@ void empty_index(State& state) {
 
 void rebuild_index(State& state) {
     empty_index(state);
-    for_each_source(state, [&](CFSSource& source) {
-        if ((source.flags() & FFSAddSourceFlags::INDEX_NAMES) != 0) merge_tree(state, source);
-    });
+    for_each_source(state, [&](CFSSource& source) { index_source(state, source); });
 }
 
 void destroy_all(State& state) {

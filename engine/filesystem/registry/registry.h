@@ -80,6 +80,8 @@ void for_each_source(const State& state, Visitor visit) {
 bool insert(State& state, CFSSource& source, FFSAddSourceFlags::ENUM flags);
 /// Puts a source at the very end, whatever its type. Null without memory.
 Node* append(State& state, CFSSource& source);
+/// Merges the source's tree into the index when its own flags hold INDEX_NAMES.
+void index_source(State& state, CFSSource& source);
 /// The node, before the end marker, of the source whose path equals `path`; null when there is none.
 Node* find(const State& state, const fs::path& path);
 /// Takes the node out and frees it; the source stays.

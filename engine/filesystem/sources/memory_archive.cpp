@@ -67,7 +67,9 @@ struct ZippedDataArchive::State {
     std::uint64_t used = 0;
 
     bool bound() const { return base != nullptr && capacity != 0; }
-    bool ignores(const std::string& key) const { return std::find(ignored.begin(), ignored.end(), key) != ignored.end(); }
+    bool ignores(const std::string& key) const {
+        return std::find(ignored.begin(), ignored.end(), key) != ignored.end();
+    }
     Entry* find(const std::string& key) {
         const auto found = by_name.find(key);
         return found == by_name.end() ? nullptr : &*found->second;
@@ -137,7 +139,8 @@ void ZippedDataArchive::ResetEntryMap() {
     state_->reset();
 }
 
-bool ZippedDataArchive::AddEntry(const char* name, const void* data, std::uint64_t size, std::uint64_t unzipped_length) {
+bool ZippedDataArchive::AddEntry(const char* name, const void* data, std::uint64_t size,
+                                 std::uint64_t unzipped_length) {
     const std::lock_guard guard(state_->lock);
     State& state = *state_;
     if (!state.bound() || (!data && size != 0)) return false;

@@ -30,6 +30,11 @@ std::optional<std::uint32_t> find(fs::PackArchive& archive, const fs::path& p) {
     return archive.table().find(folded(p.PathNameView()), folded(p.FileNameView()));
 }
 
+/// What would not fit into a host's buffers of 260 bytes is not listed, though it can be opened.
+bool fits_host_buffers(const fs::PackTable& table, std::uint32_t entry) {
+    return table.dir(entry).size() + table.name(entry).size() < fs::path_capacity;
+}
+
 }  // namespace
 
 CZip_dir::CZip_dir() = default;
@@ -43,11 +48,13 @@ bool CZip_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir
     path_ = root;
     char full_name[fs::path_capacity];
     if (!root.FullName(full_name, sizeof full_name)) {
-        fs::set_error(EFSError::INVALID_NAME, root.PathName(), "The pack source refuses a path of more than 259 bytes.");
+        fs::set_error(EFSError::INVALID_NAME, root.PathName(),
+                      "The pack source refuses a path of more than 259 bytes.");
         return false;
     }
     if (std::string_view(full_name).find(".edat") != std::string_view::npos) {
-        fs::set_error(EFSError::UNSUPPORTED, full_name, "The pack source never serves a file with \".edat\" in its name.");
+        fs::set_error(EFSError::UNSUPPORTED, full_name,
+                      "The pack source never serves a file with \".edat\" in its name.");
         return false;
     }
     const bool in_memory = (flags & FFSAddSourceFlags::PACK_IN_MEMORY) != 0;
@@ -91,6 +98,7 @@ FS_NAME* CZip_dir::get_file_list(const char* dir, const char* mask, bool flag) {
     const fs::PackTable& table = archive_->table();
     fs::NameCollector names;
     for (std::uint32_t i = table.count(); i-- > 0;) {
+        if (!fits_host_buffers(table, i)) continue;
         if (!fs::directory_answers(table.dir(i), dir ? folded_dir.c_str() : nullptr, flag)) continue;
         if (fs::name_matches(table.name(i), folded_mask.c_str())) names.append(table.dir(i), table.name(i));
     }
@@ -103,6 +111,7 @@ FS_NAME* CZip_dir::search_substring(const char* text) {
     const fs::PackTable& table = archive_->table();
     fs::NameCollector names;
     for (std::uint32_t i = table.count(); i-- > 0;) {
+        if (!fits_host_buffers(table, i)) continue;
         const std::string_view dir = table.dir(i);
         if (dir.substr(0, dir.empty() ? 0 : dir.size() - 1).find(wanted) == std::string_view::npos) continue;
         names.append(dir, table.name(i));

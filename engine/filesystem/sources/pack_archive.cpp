@@ -73,7 +73,8 @@ bool PackArchive::locate(std::uint32_t index) {
     const std::uint32_t texts = std::uint32_t{get_u16(header + 26)} + get_u16(header + 28);
     const std::uint32_t method = get_u16(header + 8) == 0 ? PackEntry::stored : 0;
     // Two threads may both come here; they read the same header and set the same bits.
-    std::atomic_ref<std::uint32_t>(entry.state).fetch_or(PackEntry::located | method | texts, std::memory_order_relaxed);
+    std::atomic_ref<std::uint32_t>(entry.state)
+        .fetch_or(PackEntry::located | method | texts, std::memory_order_relaxed);
     return true;
 }
 

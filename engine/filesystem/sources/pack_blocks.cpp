@@ -6,7 +6,9 @@ namespace fs {
 
 namespace {
 
-std::uint32_t block_of(std::uint64_t position) { return static_cast<std::uint32_t>(position / BlockReader::block_size); }
+std::uint32_t block_of(std::uint64_t position) {
+    return static_cast<std::uint32_t>(position / BlockReader::block_size);
+}
 std::uint32_t place_in_block(std::uint64_t position) {
     return static_cast<std::uint32_t>(position % BlockReader::block_size);
 }
@@ -88,7 +90,8 @@ std::uint64_t BlockReader::decode(std::uint8_t* buffer, std::uint64_t count) {
     std::uint64_t delivered = 0;
     for (;;) {
         Block& held = blocks_[current_];
-        const auto ready = static_cast<std::uint32_t>(std::min<std::uint64_t>(held.fill - held.read, count - delivered));
+        const auto ready =
+            static_cast<std::uint32_t>(std::min<std::uint64_t>(held.fill - held.read, count - delivered));
         if (ready != 0) deliver(current_, buffer ? buffer + delivered : nullptr, ready);
         held.read += ready;
         delivered += ready;

@@ -173,6 +173,7 @@ bool read_pack_directory(const PackStore& store, const char* pack_path, PackDire
         return refuse_short_pack(pack_path, store.length());
     }
     const std::uint32_t count = get_u16(end + 8);
+    if (count == 0 && has_comment(store)) return refuse_comment(pack_path);
     Window window(store, get_u32(end + 16));
     Entries entries(out);
     out.records.reserve(count);

@@ -31,7 +31,7 @@ public:
 private:
     struct Snapshot;
 
-    std::mutex lock_;  // guards snapshots_
+    std::mutex lock_;                                   // guards snapshots_
     std::vector<std::unique_ptr<Snapshot>> snapshots_;  // by block number / interval_; null where none was taken
     std::atomic<std::uint64_t>& total_;
     const std::uint32_t entry_;
@@ -52,7 +52,7 @@ private:
     void make_room();
 
     std::atomic<std::uint64_t> total_{0};
-    std::mutex lock_;  // guards sets_
+    std::mutex lock_;                                    // guards sets_
     std::vector<std::shared_ptr<EntrySnapshots>> sets_;  // the latest used last
 };
 

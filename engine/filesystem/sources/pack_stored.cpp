@@ -36,7 +36,8 @@ void StoredReader::flush() {
 }
 
 void StoredReader::fetch(std::uint32_t offset, std::uint8_t* buffer, std::uint64_t size) {
-    if (size >= input_size || archive_.store().view(data_.offset + offset, size)) return fill_from_pack(offset, buffer, size);
+    if (size >= input_size || archive_.store().view(data_.offset + offset, size))
+        return fill_from_pack(offset, buffer, size);
     const bool held = offset >= window_start_ && offset - window_start_ <= window_size_ &&
                       size <= window_size_ - (offset - window_start_);
     if (!held && !load_window(offset)) return fill_from_pack(offset, buffer, size);

@@ -37,8 +37,8 @@ private:
 
     PackArchive& archive_;
     const PackedData data_;
-    std::uint32_t consumed_ = 0;       // input that went into blocks
-    std::uint32_t origins_[2] = {};    // where each block's bytes begin in the input
+    std::uint32_t consumed_ = 0;          // input that went into blocks
+    std::uint32_t origins_[2] = {};       // where each block's bytes begin in the input
     std::uint8_t* run_buffer_ = nullptr;  // what `deliver` has put together and `flush` fetches
     std::uint32_t run_offset_ = 0;
     std::uint64_t run_size_ = 0;

@@ -25,13 +25,16 @@ bool ends_match(std::string_view a, std::string_view b) {
     return std::memcmp(a.data() + (a.size() - length), b.data() + (b.size() - length), length) == 0;
 }
 
-bool ends_with(std::string_view text, std::string_view end) { return text.size() >= end.size() && ends_match(text, end); }
+bool ends_with(std::string_view text, std::string_view end) {
+    return text.size() >= end.size() && ends_match(text, end);
+}
 
 /// Which of two texts, read backwards, comes first: below 0, 0 or above 0. `a` counts as equal when `b` is its end.
 int compare_backwards(std::string_view a, std::string_view b) {
     for (std::size_t i = 1; i <= b.size(); ++i) {
         if (i > a.size()) return -1;
-        const int difference = static_cast<unsigned char>(a[a.size() - i]) - static_cast<unsigned char>(b[b.size() - i]);
+        const int difference =
+            static_cast<unsigned char>(a[a.size() - i]) - static_cast<unsigned char>(b[b.size() - i]);
         if (difference != 0) return difference;
     }
     return 0;
@@ -58,7 +61,9 @@ bool PackTable::has(std::uint32_t index, std::uint32_t bit) const {
 }
 
 std::uint32_t PackTable::group_end(std::uint32_t first) const {
-    const auto same = [this, first](const PackEntry& entry) { return entry.name_offset == entries_[first].name_offset; };
+    const auto same = [this, first](const PackEntry& entry) {
+        return entry.name_offset == entries_[first].name_offset;
+    };
     return static_cast<std::uint32_t>(std::partition_point(entries_.begin() + first, entries_.end(), same) -
                                       entries_.begin());
 }

@@ -14,11 +14,11 @@ struct PackDirectory;
 struct PackEntry {
     // Bits of `state` beside the length of the local header's two texts, which takes the lowest 17.
     static constexpr std::uint32_t texts_mask = 0x1FFFF;
-    static constexpr std::uint32_t located = 1u << 17;      // the local header was read: texts and `stored` hold
-    static constexpr std::uint32_t stored = 1u << 18;       // else deflated
-    static constexpr std::uint32_t same_name = 1u << 19;    // the next entry of the table has the same name
-    static constexpr std::uint32_t many = 1u << 20;         // its name has more entries than are walked through
-    static constexpr std::uint32_t overruled = 1u << 21;    // another entry answers to its full name: see winners_
+    static constexpr std::uint32_t located = 1u << 17;    // the local header was read: texts and `stored` hold
+    static constexpr std::uint32_t stored = 1u << 18;     // else deflated
+    static constexpr std::uint32_t same_name = 1u << 19;  // the next entry of the table has the same name
+    static constexpr std::uint32_t many = 1u << 20;       // its name has more entries than are walked through
+    static constexpr std::uint32_t overruled = 1u << 21;  // another entry answers to its full name: see winners_
 
     std::uint32_t dir_offset;
     std::uint32_t name_offset;
@@ -66,7 +66,7 @@ private:
 class PackTable {
 public:
     /// May throw std::bad_alloc. `dir_ranks` gives, for each directory, its place among all directories in their order.
-    void build(PackDirectory& directory, const std::vector<std::uint32_t>& dir_ranks);
+    void build(const PackDirectory& directory, const std::vector<std::uint32_t>& dir_ranks);
 
     /// Among the files of that name the first, in table order, whose directory ends in `dir` or is the end of `dir`;
     /// the first of all for an empty `dir`. Both texts are in lower case.
@@ -81,7 +81,9 @@ public:
     std::size_t memory() const;
 
 private:
-    std::string_view dir_of(const PackEntry& entry) const { return {dirs_.data() + entry.dir_offset, entry.dir_length}; }
+    std::string_view dir_of(const PackEntry& entry) const {
+        return {dirs_.data() + entry.dir_offset, entry.dir_length};
+    }
     std::string_view name_of(const PackEntry& entry) const {
         return {names_.data() + entry.name_offset, entry.name_length};
     }
@@ -101,8 +103,8 @@ private:
     std::vector<PackEntry> entries_;
     std::string names_;  // each file name once, so that its offset tells it from all others
     std::string dirs_;
-    PackIndex by_name_;   // the first entry of each name
-    PackIndex by_full_;   // entries whose name has many, under their full name
+    PackIndex by_name_;                   // the first entry of each name
+    PackIndex by_full_;                   // entries whose name has many, under their full name
     std::vector<std::uint16_t> by_end_;   // within each group of many: its entries by their directories read backwards
     std::vector<std::uint16_t> winners_;  // who answers to an entry's full name; empty when all answer themselves
     std::uint32_t longest_dir_ = 0;

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <utility>
 
 #include "engine/filesystem/sources/pack_bytes.h"
 #include "engine/filesystem/sources/pack_directory.h"
@@ -101,8 +100,9 @@ private:
 
 }  // namespace
 
-void PackTable::build(PackDirectory& directory, const std::vector<std::uint32_t>& dir_ranks) {
+void PackTable::build(const PackDirectory& directory, const std::vector<std::uint32_t>& dir_ranks) {
     const auto count = static_cast<std::uint32_t>(directory.records.size());
+    dirs_ = directory.dir_text;
     const auto rank_of = [&](std::uint32_t i) { return dir_ranks[directory.records[i].dir]; };
     std::vector<std::uint32_t> order = order_by_rank(count, directory.dirs.size(), rank_of);
     std::vector<std::string_view> names;
@@ -115,7 +115,6 @@ void PackTable::build(PackDirectory& directory, const std::vector<std::uint32_t>
     const std::size_t crowded = mark_groups();
     index_names(crowded);
     if (crowded != 0) choose_winners(directory, order);
-    dirs_ = std::move(directory.dir_text);
 }
 
 void PackTable::place_entries(const PackDirectory& directory, const std::vector<std::uint32_t>& order) {
@@ -132,14 +131,15 @@ void PackTable::place_entries(const PackDirectory& directory, const std::vector<
         const std::string_view name(directory.names.data() + record.name_offset, record.name_length);
         const bool same = !entries_.empty() && name == last;
         if (same) entries_.back().state |= PackEntry::same_name;
-        entries_.push_back({.dir_offset = dir_offsets[record.dir],
-                            .name_offset = same ? entries_.back().name_offset : static_cast<std::uint32_t>(names_.size()),
-                            .dir_length = static_cast<std::uint16_t>(directory.dirs[record.dir].size()),
-                            .name_length = record.name_length,
-                            .header_offset = record.header_offset,
-                            .size = record.size,
-                            .packed_size = record.packed_size,
-                            .state = 0});
+        entries_.push_back(
+            {.dir_offset = dir_offsets[record.dir],
+             .name_offset = same ? entries_.back().name_offset : static_cast<std::uint32_t>(names_.size()),
+             .dir_length = static_cast<std::uint16_t>(directory.dirs[record.dir].size()),
+             .name_length = record.name_length,
+             .header_offset = record.header_offset,
+             .size = record.size,
+             .packed_size = record.packed_size,
+             .state = 0});
         if (!same) names_.append(name.empty() ? std::string_view("", 1) : name);
         last = name;
     }

@@ -31,7 +31,8 @@ std::uint64_t load_prefix(std::string_view text, std::size_t depth) {
         for (std::size_t i = 0; i < 8; ++i) prefix = prefix << 8 | static_cast<unsigned char>(bytes[i]);
         return prefix;
     }
-    for (std::size_t i = 0; i < left; ++i) prefix |= std::uint64_t{static_cast<unsigned char>(bytes[i])} << (56 - 8 * i);
+    for (std::size_t i = 0; i < left; ++i)
+        prefix |= std::uint64_t{static_cast<unsigned char>(bytes[i])} << (56 - 8 * i);
     return prefix;
 }
 
@@ -45,8 +46,8 @@ void sort_run(std::vector<Key>& keys, const Run& run, const std::vector<std::str
         all_equal = all_equal && keys[i].prefix == keys[run.first].prefix;
     }
     if (!all_equal) {
-        std::sort(keys.begin() + static_cast<std::ptrdiff_t>(run.first), keys.begin() + static_cast<std::ptrdiff_t>(run.last),
-                  before);
+        std::sort(keys.begin() + static_cast<std::ptrdiff_t>(run.first),
+                  keys.begin() + static_cast<std::ptrdiff_t>(run.last), before);
     }
 }
 

@@ -1,10 +1,11 @@
 #include "engine/filesystem/sources/server_archive.h"
 
-#include <mutex>
 #include <new>
 
 #include <engine/filesystem/registry.h>
 #include <engine/filesystem/sources/memory_archive.h>
+
+#include "engine/platform/sync.h"
 
 namespace fs {
 
@@ -12,7 +13,7 @@ namespace {
 
 /// There is one server archive at most; it is null before its making and after a shutdown.
 struct ServerArchive {
-    std::mutex lock;  // guards `archive`; taken before the registry's lock
+    platform::SlimLock lock;  // guards `archive`; taken before the registry's lock
     ZippedDataArchive* archive = nullptr;
 };
 
@@ -21,7 +22,7 @@ constinit ServerArchive server;
 }  // namespace
 
 ZippedDataArchive* create_server_archive(void* memory, std::uint64_t capacity) {
-    const std::lock_guard guard(server.lock);
+    const platform::ExclusiveHold hold(server.lock);
     if (server.archive) return server.archive;
     try {
         auto archive = std::make_unique<ZippedDataArchive>();
@@ -36,12 +37,12 @@ ZippedDataArchive* create_server_archive(void* memory, std::uint64_t capacity) {
 }
 
 ZippedDataArchive* get_server_archive() {
-    const std::lock_guard guard(server.lock);
+    const platform::ExclusiveHold hold(server.lock);
     return server.archive;
 }
 
 void destroy_server_archive() {
-    const std::lock_guard guard(server.lock);
+    const platform::ExclusiveHold hold(server.lock);
     delete server.archive;
     server.archive = nullptr;
 }

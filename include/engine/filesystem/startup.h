@@ -6,6 +6,7 @@
 
 #include <engine/filesystem/api.h>
 #include <engine/filesystem/contract/flags.h>
+#include <engine/filesystem/startup/crash.h>
 
 namespace fs {
 

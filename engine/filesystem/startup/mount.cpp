@@ -1,0 +1,116 @@
+#include <engine/filesystem/startup.h>
+
+#include <memory>
+#include <new>
+
+#include <engine/filesystem/registry.h>
+#include <engine/filesystem/sources/directory.h>
+#include <engine/filesystem/sources/pack.h>
+
+#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/log/message.h"
+#include "engine/filesystem/registry/registry.h"
+#include "engine/filesystem/startup/listing_cache.h"
+#include "engine/filesystem/startup/prepared_path.h"
+
+// Mounting by path. The path decides the kind of source. Mounting reads the disk and may take long, so it runs outside
+// the registry lock; two threads that add one path at once may therefore both pass the check for a source of that path.
+
+namespace fs {
+
+namespace {
+
+using registry::ExclusiveHold;
+using registry::SharedHold;
+using registry::State;
+
+constexpr MessageSource log_source{"FileSystem", "engine/filesystem/filesystem"};
+
+bool refuse(EFSError::TYPE code, const char* path, const char* text) {
+    set_error(code, path, text);
+    return false;
+}
+
+template <typename Source>
+std::unique_ptr<CFSSource> with_spelling(Source* source, const char* spelling) {
+    if (source != nullptr) source->set_native_spelling(spelling);
+    return std::unique_ptr<CFSSource>(source);
+}
+
+/// The caller's own spelling of the path is handed on, since the prepared one is lower case.
+std::unique_ptr<CFSSource> new_source(bool is_pack, const char* spelling) {
+    if (is_pack) return with_spelling(new (std::nothrow) CZip_dir, spelling);
+    return with_spelling(new (std::nothrow) CWin32_dir(EFSSourceType::DIR), spelling);
+}
+
+bool is_registered(const fs::path& path) {
+    State& state = registry::state();
+    const SharedHold hold(state);
+    return registry::find(state, path) != nullptr;
+}
+
+bool mount(CFSSource& source, const fs::path& path, FFSAddSourceFlags::ENUM flags, ListingCache* cache) {
+    const ErrorScope scope;
+    if (source.init(path, flags, cache != nullptr ? cache->listing() : nullptr)) return true;
+    if (!scope.has_error()) set_error(EFSError::NOT_FOUND, path.PathName(), "The source could not be mounted.");
+    return false;
+}
+
+bool check_key(const char* path, const fs::path& key, FFSAddSourceFlags::ENUM flags) {
+    if (key.Empty()) {
+        log_message(log_source, Log::ELevel::ERRR, __LINE__, "Invalid key for source '%s'.\n", path);
+        return refuse(EFSError::INVALID_NAME, path, "The path names no source.");
+    }
+    if ((flags & FFSAddSourceFlags::ALLOW_DUPLICATE) == 0 && is_registered(key)) {
+        log_message(log_source, Log::ELevel::ERRR, __LINE__, "Source from path '%s' already added.\n", path);
+        return refuse(EFSError::ALREADY_EXISTS, path, "A source of this path is registered already.");
+    }
+    return true;
+}
+
+/// Destroys the source of this path and tells its type; false when there is none.
+bool destroy_source(const fs::path& path, EFSSourceType::TYPE& type) {
+    State& state = registry::state();
+    const ExclusiveHold hold(state);
+    registry::Node* const node = registry::find(state, path);
+    if (node == nullptr) return false;
+    type = node->source->type();
+    delete registry::unlink(state, node);
+    registry::rebuild_index(state);
+    return true;
+}
+
+}  // namespace
+
+bool add_source(const char* path, FFSAddSourceFlags::ENUM flags) {
+    if (path == nullptr) path = "";
+    const PreparedPath prepared(path);
+    if (!prepared.is_full()) {
+        log_message(log_source, Log::ELevel::WARN, __LINE__, "Cannot add source '%s'. It is not full path.\n", path);
+        return refuse(EFSError::INVALID_NAME, path, "The path is no full path, or longer than 259 bytes.");
+    }
+    const std::unique_ptr<ListingCache> cache = ListingCache::open(prepared.c_str(), flags);
+    std::unique_ptr<CFSSource> source = new_source(prepared.names_pack(), path);
+    if (!source) {
+        log_message(log_source, Log::ELevel::ERRR, __LINE__, "Can not allocate memory for source '%s'.\n", path);
+        return refuse(EFSError::OUT_OF_MEMORY, path, "There is no memory for one more source.");
+    }
+    const fs::path key = prepared.as_source_path();
+    if (!check_key(path, key, flags) || !mount(*source, key, flags, cache.get())) return false;
+    add_source(source.release(), flags);
+    if (cache) cache->finish(prepared.c_str());
+    return true;
+}
+
+bool rem_source(const char* path) {
+    const PreparedPath prepared(path);
+    if (!prepared.is_full()) return refuse(EFSError::INVALID_NAME, path, "The path is no full path.");
+    const fs::path key = prepared.as_source_path();
+    EFSSourceType::TYPE type = EFSSourceType::DIR;
+    if (!destroy_source(key, type)) return refuse(EFSError::NOT_FOUND, path, "No source of this path is registered.");
+    log_message(log_source, Log::ELevel::DEBG, __LINE__, "Removing source '%s%s' of type %s(%i).\n", key.PathName(),
+                key.FileName(), registry::type_name(type), static_cast<int>(type));
+    return true;
+}
+
+}  // namespace fs

@@ -1,0 +1,39 @@
+#include "engine/filesystem/startup/prepared_path.h"
+
+#include <cstring>
+#include <string_view>
+
+#include "engine/filesystem/contract/normalize.h"
+
+namespace fs {
+
+PreparedPath::PreparedPath(const char* path) : text_{} {
+    const std::size_t length = path != nullptr ? std::strlen(path) : 0;
+    if (length + 1 >= sizeof(text_)) return;  // the "/" that may follow must fit too
+    std::memcpy(text_, path != nullptr ? path : "", length + 1);
+    if (length > 1 && is_separator(text_[length - 1])) text_[length - 1] = '\0';
+    path_normalize(text_, text_, false);
+}
+
+void PreparedPath::append_slash() {
+    const std::size_t length = std::strlen(text_);
+    if (length + 1 >= sizeof(text_)) return;
+    text_[length] = '/';
+    text_[length + 1] = '\0';
+}
+
+bool PreparedPath::names_pack() const {
+    const std::string_view text(text_);
+    const std::size_t dot = text.rfind('.');
+    const std::string_view ext = dot != std::string_view::npos ? text.substr(dot) : "";
+    return ext == ".pak" || ext == ".mpak";
+}
+
+fs::path PreparedPath::as_source_path() const {
+    if (names_pack()) return fs::path(text_, true);
+    fs::path directory;
+    directory.Set(text_, nullptr, true);
+    return directory;
+}
+
+}  // namespace fs

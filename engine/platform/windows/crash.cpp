@@ -1,0 +1,136 @@
+// Crashes on Windows: the system's own dump library writes the minidump, loaded when it is needed. The exception filter
+// calls whatever filter was there before, and never claims to have handled anything.
+#include "engine/platform/crash.h"
+
+#include <windows.h>
+// After windows.h, which it needs.
+#include <dbghelp.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+
+namespace platform {
+
+struct CrashContext {
+    EXCEPTION_POINTERS* pointers = nullptr;
+};
+
+namespace {
+
+struct HandlerState {
+    std::atomic<CrashHandler> handler{nullptr};
+    std::atomic<bool> reported{false};
+    LPTOP_LEVEL_EXCEPTION_FILTER previous = nullptr;
+};
+constinit HandlerState state;
+
+/// The last log lines as the minidump's comment. A static block, since the process may be out of memory and stack.
+struct Comment {
+    char text[128 * 1024];
+    std::size_t length = 0;
+
+    static void add(const char* text, std::size_t length, void* user) {
+        Comment& comment = *static_cast<Comment*>(user);
+        const std::size_t room = sizeof(comment.text) - 1 - comment.length;
+        if (length > room) length = room;
+        std::memcpy(comment.text + comment.length, text, length);
+        comment.length += length;
+    }
+};
+Comment comment;
+std::atomic_flag comment_taken;
+
+LONG WINAPI on_exception(EXCEPTION_POINTERS* pointers) {
+    if (!state.reported.exchange(true)) {
+        const CrashContext crash{.pointers = pointers};
+        if (const CrashHandler handler = state.handler.load()) handler(&crash);
+    }
+    return state.previous != nullptr ? state.previous(pointers) : EXCEPTION_CONTINUE_SEARCH;
+}
+
+template <class Function>
+Function find_dump_function(HMODULE library, const char* name) {
+    return library == nullptr ? nullptr
+                              : reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+}
+
+using WriteDumpFunction = decltype(&MiniDumpWriteDump);
+
+MINIDUMP_TYPE dump_type(bool full) {
+    if (!full) return static_cast<MINIDUMP_TYPE>(MiniDumpNormal | MiniDumpWithThreadInfo);
+    return static_cast<MINIDUMP_TYPE>(MiniDumpWithFullMemory | MiniDumpWithFullMemoryInfo | MiniDumpWithHandleData |
+                                      MiniDumpWithThreadInfo);
+}
+
+bool write_to(HANDLE file, WriteDumpFunction write, const DumpRequest& request) {
+    MINIDUMP_EXCEPTION_INFORMATION exception{};
+    exception.ThreadId = GetCurrentThreadId();
+    exception.ExceptionPointers = request.crash == nullptr ? nullptr : request.crash->pointers;
+    comment.length = 0;
+    if (request.write_log != nullptr) request.write_log(Comment::add, &comment);
+    comment.text[comment.length] = '\0';
+    MINIDUMP_USER_STREAM stream{CommentStreamA, static_cast<ULONG>(comment.length + 1), comment.text};
+    MINIDUMP_USER_STREAM_INFORMATION streams{1, &stream};
+    return write(GetCurrentProcess(), GetCurrentProcessId(), file, dump_type(request.full),
+                 request.crash == nullptr ? nullptr : &exception, &streams, nullptr) != FALSE;
+}
+
+}  // namespace
+
+void break_into_debugger() { DebugBreak(); }
+
+[[gnu::noinline]] int capture_stack(void** frames, int capacity, int skip) {
+    return RtlCaptureStackBackTrace(static_cast<ULONG>(skip + 1), static_cast<ULONG>(capacity), frames, nullptr);
+}
+
+void describe_frame(const void* frame, char* out, std::size_t capacity) {
+    HMODULE module = nullptr;
+    char path[MAX_PATH] = "";
+    constexpr DWORD by_address = GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
+    if (GetModuleHandleExA(by_address, static_cast<LPCSTR>(frame), &module) != FALSE) {
+        GetModuleFileNameA(module, path, sizeof(path));
+    }
+    const char* const separator = std::strrchr(path, '\\');
+    const auto address = reinterpret_cast<std::uintptr_t>(frame);
+    std::snprintf(out, capacity, "0x%016llx %s+0x%llx", static_cast<unsigned long long>(address),
+                  separator == nullptr ? path : separator + 1,
+                  static_cast<unsigned long long>(address - reinterpret_cast<std::uintptr_t>(module)));
+}
+
+bool write_dump(const DumpRequest& request) {
+    if (comment_taken.test_and_set()) return false;  // another thread writes one at this moment
+    const HMODULE library = LoadLibraryA("dbghelp.dll");
+    const auto write = find_dump_function<WriteDumpFunction>(library, "MiniDumpWriteDump");
+    bool is_written = false;
+    if (write != nullptr) {
+        const HANDLE file = CreateFileA(request.path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr);
+        if (file != INVALID_HANDLE_VALUE) {
+            is_written = write_to(file, write, request);
+            CloseHandle(file);
+            if (!is_written) DeleteFileA(request.path);
+        }
+    }
+    comment_taken.clear();
+    return is_written;
+}
+
+const char* dump_ending() { return ".dmp"; }
+
+bool install_crash_handler(CrashHandler handler) {
+    CrashHandler none = nullptr;
+    if (handler == nullptr || !state.handler.compare_exchange_strong(none, handler)) return false;
+    state.reported.store(false);
+    state.previous = SetUnhandledExceptionFilter(on_exception);
+    return true;
+}
+
+void remove_crash_handler() {
+    if (state.handler.exchange(nullptr) == nullptr) return;
+    // Whoever installed a filter since keeps it: it may call ours, which then does nothing but call the one before.
+    const LPTOP_LEVEL_EXCEPTION_FILTER current = SetUnhandledExceptionFilter(state.previous);
+    if (current != on_exception) SetUnhandledExceptionFilter(current);
+}
+
+}  // namespace platform
