@@ -18,7 +18,7 @@ namespace fs {
 /// Close    close() writes what is pending and the trailer. Destruction frees memory and writes nothing, since the
 ///          storage may be gone by then.
 class ENGINE_FS_API izipped_buffer_file : public ifile {
-  public:
+public:
     static const unsigned char gz_magic[2];  // how a gzip member begins
 
     izipped_buffer_file();
@@ -50,7 +50,7 @@ class ENGINE_FS_API izipped_buffer_file : public ifile {
     /// Reads on to the end of the member and comes back. True when the member was whole.
     virtual bool check_zip_crc();
 
-  protected:
+protected:
     virtual bool check_header();
     virtual std::int64_t zip_rewind();
     virtual std::int64_t seek_zipped(std::int64_t offset, EFSSeek::TYPE origin);
@@ -65,7 +65,7 @@ class ENGINE_FS_API izipped_buffer_file : public ifile {
     virtual std::uint64_t has_to_delete_buffer();
     virtual void delete_buffer();
 
-  public:
+public:
     // The raw storage.
     virtual std::uint64_t write_data(const void* data, std::uint64_t size) = 0;
     virtual std::uint64_t read_data(void* buffer, std::uint64_t size) = 0;
@@ -74,7 +74,7 @@ class ENGINE_FS_API izipped_buffer_file : public ifile {
     virtual std::uint64_t get_current_pos() = 0;
     virtual bool set_current_pos(std::int64_t position) = 0;
 
-  private:
+private:
     struct State;
 
     bool begin_reading();
