@@ -170,6 +170,7 @@ File::File(File&& other) noexcept
     : handle_(std::exchange(other.handle_, -1)),
       share_device_(other.share_device_),
       share_inode_(other.share_inode_),
+      position_(other.position_),
       alignment_(other.alignment_),
       exclusive_(other.exclusive_) {}
 
@@ -179,6 +180,7 @@ File& File::operator=(File&& other) noexcept {
     handle_ = std::exchange(other.handle_, -1);
     share_device_ = other.share_device_;
     share_inode_ = other.share_inode_;
+    position_ = other.position_;
     alignment_ = other.alignment_;
     exclusive_ = other.exclusive_;
     return *this;
