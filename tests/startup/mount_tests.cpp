@@ -35,11 +35,13 @@ protected:
         disk::remove_all(home_);
         logged.clear();
         LogSetPrintCallback(note_line);
+        _CLFilterSetMode(CLFilterMode::NO_LOGFILE);  // or the first message would open a log file below the root
         Log::Settings::Instance().SetCategoryLevel("FileSystem", Log::ELevel::DEBG);
     }
     void TearDown() override {
         fs::shutdown();
         LogSetPrintCallback(nullptr);
+        _CLFilterSetMode(CLFilterMode::NORMAL);
         Log::Settings::Instance().SetCategoryLevel("FileSystem", Log::ELevel::NONE);
         disk::remove_all(home_);
     }
