@@ -84,8 +84,12 @@ Opened create_new(const PathAt& path, int flags) {
     opened.descriptor =
         retry_interrupted([&] { return open_or_without_direct(AT_FDCWD, creation.path(), opened.flags); });
     opened.created = opened.descriptor >= 0;
-    if (!opened.created) opened.os_code = errno;
-    opened.again = opened.os_code == EEXIST && !opened.created;
+    if (opened.created) {
+        creation.done();
+        return opened;
+    }
+    opened.os_code = errno;
+    opened.again = opened.os_code == EEXIST;
     return opened;
 }
 

@@ -1,0 +1,151 @@
+#include <gmock/gmock.h>
+#include <zlib.h>
+
+#include <engine/filesystem/containers/pack_writer.h>
+#include <engine/filesystem/contract/error.h>
+
+#include "engine/platform/clock.h"
+#include "engine/platform/files.h"
+#include "tests/sources/pack_fixture.h"
+#include "tests/support/temp_directory.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+const std::int64_t noon = platform::from_calendar({.year = 2024, .month = 2, .day = 29, .hour = 12});
+
+class PackWriter : public testing::Test {
+protected:
+    bool exists(const char* name) { return platform::get_attributes((dir_ / name).c_str()).has_value(); }
+    std::string entry(const char* name) {
+        CZip_dir pack;
+        const std::string path = dir_ / "out.pak";
+        pack.set_native_spelling(path.c_str());
+        if (!pack.init(fs::path(path.c_str(), true), FFSAddSourceFlags::PACK_IN_MEMORY, nullptr)) return "(no pack)";
+        return packs::content(pack, name);
+    }
+    bool add(const std::string& name, const std::string& data, int level = 6) {
+        return writer_.add(name.c_str(), data.data(), data.size(), level, noon);
+    }
+
+    const TempDirectory dir_;
+    fs::pack_writer writer_;
+    const std::string target_ = dir_ / "out.pak";
+};
+
+TEST_F(PackWriter, WritesEntriesThatReadBackTheSame) {
+    const std::string large = packs::noise(500000, 1);
+    const std::string deflated = packs::deflated(large, 9);
+    const auto crc = static_cast<std::uint32_t>(crc32(0, reinterpret_cast<const Bytef*>(large.data()), 500000));
+    ASSERT_TRUE(writer_.open(target_.c_str()));
+    EXPECT_TRUE(add("Dir/Deflated.txt", large));
+    EXPECT_TRUE(add("dir/stored.txt", large, 0));
+    EXPECT_TRUE(add("empty", ""));
+    EXPECT_TRUE(add("one", "1", 12));
+    EXPECT_TRUE(writer_.add_deflated("given", deflated.data(), deflated.size(), large.size(), crc, noon));
+    EXPECT_FALSE(exists("out.pak")) << "not before it is finished";
+    ASSERT_TRUE(writer_.finish());
+    EXPECT_FALSE(exists("out.pak.part"));
+    for (const char* name : {"dir/deflated.txt", "dir/stored.txt", "given"}) EXPECT_EQ(entry(name), large) << name;
+    EXPECT_EQ(entry("empty"), "");
+    EXPECT_EQ(entry("one"), "1");
+    const std::string bytes = packs::read_file(target_);
+    EXPECT_LT(bytes.size(), 2 * deflated.size() + large.size() + 2000);
+    EXPECT_THAT(bytes, HasSubstr(std::string("\x00\x60\x5D\x58", 4))) << "29 February 2024, 12:00";
+}
+
+TEST_F(PackWriter, LeavesTheTargetAloneUntilItIsFinished) {
+    dir_.write("out.pak", "precious");
+    ASSERT_TRUE(writer_.open(target_.c_str()));
+    ASSERT_TRUE(add("a", "1"));
+    writer_.cancel();
+    EXPECT_FALSE(add("a", "1"));
+    EXPECT_FALSE(writer_.finish());
+    {
+        fs::pack_writer forgotten;
+        ASSERT_TRUE(forgotten.open(target_.c_str()));
+    }
+    EXPECT_EQ(dir_.read("out.pak"), "precious");
+    EXPECT_FALSE(exists("out.pak.part"));
+    ASSERT_TRUE(writer_.open(target_.c_str()));
+    ASSERT_TRUE(add("a", "1"));
+    ASSERT_TRUE(writer_.finish());
+    EXPECT_EQ(entry("a"), "1");
+}
+
+TEST_F(PackWriter, GivesTheSameBytesForTheSameCalls) {
+    std::string bytes[2];
+    for (std::string& made : bytes) {
+        ASSERT_TRUE(writer_.open(target_.c_str()));
+        ASSERT_TRUE(add("a", packs::noise(5000, 1)));
+        ASSERT_TRUE(writer_.finish());
+        made = packs::read_file(target_);
+    }
+    EXPECT_EQ(bytes[0], bytes[1]);
+}
+
+TEST_F(PackWriter, RefusesNamesThatAPackCannotShow) {
+    ASSERT_TRUE(writer_.open(target_.c_str()));
+    ASSERT_TRUE(add("held", "1"));
+    const std::pair<std::string, const char*> rows[] = {
+        {"", "is empty"},
+        {"dir/", "directory"},
+        {"/root", "full path"},
+        {"c:/x", "full path"},
+        {"../up", "climbs"},
+        {"a\\b", "normal form"},
+        {"a//b", "normal form"},
+        {"./a", "normal form"},
+        {"a/../b", "normal"},
+        {"a/#b/c", "hidden"},
+        {std::string(260, 'n'), "longer"},
+        {"held", "of that name"},
+    };
+    for (const auto& [name, reason] : rows) {
+        EXPECT_FALSE(add(name, "2")) << name;
+        EXPECT_THAT(fs::last_error().text, HasSubstr(reason)) << name;
+    }
+    EXPECT_FALSE(writer_.add("huge", "x", std::uint64_t{1} << 32, 0, noon));
+    EXPECT_EQ(fs::last_error().code, EFSError::TOO_LARGE);
+    EXPECT_FALSE(writer_.add_deflated("huge", "x", 1, std::uint64_t{1} << 32, 0, noon));
+    EXPECT_FALSE(writer_.add("null", nullptr, 1, 0, noon));
+    ASSERT_TRUE(writer_.finish());
+    EXPECT_EQ(entry("held"), "1") << "refused entries leave no trace";
+}
+
+TEST_F(PackWriter, HoldsAsManyEntriesAsTheFormatCounts) {
+    ASSERT_TRUE(writer_.open(target_.c_str()));
+    for (int i = 0; i < 65535; ++i) ASSERT_TRUE(add(std::to_string(i), "x", 0)) << i;
+    EXPECT_FALSE(add("one more", "x", 0));
+    EXPECT_THAT(fs::last_error().text, HasSubstr("at most 65535"));
+    ASSERT_TRUE(writer_.finish());
+    EXPECT_EQ(entry("65534"), "x");
+}
+
+TEST_F(PackWriter, RefusesTargetsThatItCannotReplace) {
+    EXPECT_FALSE(writer_.open(nullptr));
+    EXPECT_FALSE(writer_.open((dir_ / "missing/out.pak").c_str()));
+    EXPECT_FALSE(writer_.open(dir_.path().c_str()));
+    EXPECT_THAT(fs::last_error().text, HasSubstr("directory"));
+    EXPECT_FALSE(writer_.open(std::string(255, 'n').c_str()));
+    dir_.write("out.pak", "precious");
+    ASSERT_TRUE(platform::set_read_only(target_.c_str(), true));
+    EXPECT_FALSE(writer_.open(target_.c_str()));
+    EXPECT_EQ(fs::last_error().code, EFSError::READ_ONLY);
+    platform::set_read_only(target_.c_str(), false);
+}
+
+// Times are written as they are: what a pack says must not depend on where it was made.
+TEST_F(PackWriter, TakesTheNearestTimeThatTheFormatHas) {
+    for (const std::int64_t time : {std::int64_t{0}, std::int64_t{-1}, std::int64_t{1} << 60}) {
+        ASSERT_TRUE(writer_.open(target_.c_str()));
+        EXPECT_TRUE(writer_.add("a", "1", 1, 0, time)) << time;
+        ASSERT_TRUE(writer_.finish());
+        const bool late = time > noon;
+        EXPECT_EQ(packs::read_file(target_).substr(10, 4),
+                  late ? std::string("\x7D\xBF\x9F\xFF") : std::string("\0\0\x21\0", 4));
+    }
+}
+
+}  // namespace

@@ -1,0 +1,88 @@
+#include <memory>
+#include <optional>
+
+#include <gtest/gtest.h>
+
+#include <engine/filesystem/access/open.h>
+#include <engine/filesystem/access/whole_file.h>
+#include <engine/filesystem/containers/zip.h>
+#include <engine/filesystem/startup.h>
+
+#include "tests/sources/pack_fixture.h"
+#include "tests/support/temp_directory.h"
+
+namespace {
+
+class Zip : public testing::Test {
+protected:
+    Zip() { EXPECT_TRUE(fs::init(root_.path().c_str(), FFSAddSourceFlags::NONE, "", false, false, nullptr)); }
+    ~Zip() override { fs::shutdown(); }
+
+    /// The entry's content, "(absent)" when it is not there, "(no pack)" when the file cannot be mounted.
+    std::string entry(const char* file, const char* name) {
+        CZip_dir pack;
+        const std::string path = root_ / file;
+        pack.set_native_spelling(path.c_str());
+        if (!pack.init(fs::path(path.c_str(), true), FFSAddSourceFlags::PACK_IN_MEMORY, nullptr)) return "(no pack)";
+        return packs::content(pack, name);
+    }
+
+    const TempDirectory root_;
+};
+
+TEST_F(Zip, WritesAnArchiveThatIsAPack) {
+    const std::string large = packs::noise(300000, 1);
+    void* zip = MiniZ::ZipCreate("Out/New.pak");
+    ASSERT_TRUE(zip);
+    EXPECT_TRUE(MiniZ::ZipAddData(zip, "Dir/Large.bin", large.data(), static_cast<unsigned>(large.size())));
+    EXPECT_TRUE(MiniZ::ZipAddData(zip, "x", "abc", 3));
+    EXPECT_FALSE(MiniZ::ZipAddData(zip, "", "abc", 3));
+    EXPECT_FALSE(MiniZ::ZipAddData(zip, nullptr, "abc", 3));
+    EXPECT_FALSE(MiniZ::ZipAddData(zip, "y", "abc", 0));
+    EXPECT_FALSE(MiniZ::ZipAddData(zip, "y", nullptr, 3));
+    EXPECT_FALSE(MiniZ::ZipAddData(zip, "/refused", "abc", 3));
+    EXPECT_TRUE(MiniZ::ZipAddData(zip, "y", "still usable", 12));
+    MiniZ::ZipClose(zip);
+    MiniZ::ZipClose(zip);
+    MiniZ::ZipClose(nullptr);
+    EXPECT_FALSE(MiniZ::ZipAddData(zip, "z", "abc", 3));
+    EXPECT_FALSE(MiniZ::ZipAddData(nullptr, "z", "abc", 3));
+    EXPECT_EQ(entry("out/new.pak", "dir/large.bin"), large);
+    EXPECT_EQ(entry("out/new.pak", "x"), "abc");
+    EXPECT_EQ(entry("out/new.pak", "y"), "still usable");
+    EXPECT_EQ(entry("out/new.pak", "z"), "(absent)");
+}
+
+TEST_F(Zip, CreateFailsWhereTheFileCannotBeMade) {
+    root_.write("plain", "");
+    EXPECT_EQ(MiniZ::ZipCreate("plain/below.pak"), nullptr);
+    EXPECT_EQ(MiniZ::ZipCreate(""), nullptr);
+    EXPECT_EQ(MiniZ::ZipCreate(nullptr), nullptr);
+}
+
+TEST_F(Zip, ArchiveClosesTheOldOneBeforeTheNewEvenWhenThatFails) {
+    MiniZ::Archive archive;
+    EXPECT_FALSE(archive.AddData("a", "1", 1));
+    ASSERT_TRUE(archive.Create("one.pak"));
+    EXPECT_TRUE(archive.AddData("a", fs::string("text")));
+    EXPECT_FALSE(archive.AddData("b", fs::string()));
+    EXPECT_EQ(entry("one.pak", "a"), "(no pack)") << "not finished yet";
+    EXPECT_FALSE(archive.Create(""));
+    EXPECT_EQ(entry("one.pak", "a"), "text");
+    EXPECT_FALSE(archive.AddData("a", "1", 1));
+}
+
+// Both ends of a copied archive used to close it.
+TEST_F(Zip, CopiesReferToOneArchiveThatIsClosedOnce) {
+    {
+        MiniZ::Archive first("copied.pak");
+        MiniZ::Archive second;
+        second = first;
+        EXPECT_TRUE(first.AddData("a", "1", 1));
+        EXPECT_TRUE(second.AddData("b", "2", 1));
+    }
+    EXPECT_EQ(entry("copied.pak", "a"), "1");
+    EXPECT_EQ(entry("copied.pak", "b"), "2");
+}
+
+}  // namespace
