@@ -8,6 +8,7 @@ namespace fs {
 
 bool DirectoryNames::set_root(std::string_view root) {
     const std::size_t words = (root.size() + 3) / 4;
+    text_.resize_down(0);
     char* text = text_.extend(words * 4 + 4);
     if (!text) return false;
     root_offset_ = 0;

@@ -17,7 +17,7 @@ public:
 
     /// The number of a directory ("" or ending in "/"), made when it is new; none when memory cannot be had.
     std::uint32_t intern(std::string_view spelled);
-    /// What an empty directory is compared as.
+    /// What an empty directory is compared as; called, perhaps again, before the first directory.
     [[nodiscard]] bool set_root(std::string_view root);
 
     std::string_view lower(std::uint32_t dir) const { return {text_.data() + offset(dir), head(dir).length}; }
@@ -27,7 +27,9 @@ public:
     std::string_view root() const { return {text_.data() + root_offset_, root_length_}; }
     /// The text that look-ups compare: its own, or the root's when it is empty.
     std::string_view compared(std::uint32_t dir) const { return head(dir).length != 0 ? lower(dir) : root(); }
-    std::uint32_t compared_offset(std::uint32_t dir) const { return head(dir).length != 0 ? offset(dir) : root_offset_; }
+    std::uint32_t compared_offset(std::uint32_t dir) const {
+        return head(dir).length != 0 ? offset(dir) : root_offset_;
+    }
     /// The store that these offsets count in.
     const PodArray<char>& text() const { return text_; }
     std::size_t bytes() const { return text_.bytes() + index_.bytes(); }

@@ -58,6 +58,10 @@ public:
         }
     }
 
+    /// Reads the group of a hash that will soon be looked for, so that several waits for memory overlap.
+    void touch(std::uint64_t hash) const {
+        if (groups_) static_cast<void>(*static_cast<const volatile std::uint8_t*>(groups_[first_group(hash)].tags));
+    }
     /// Whether the next insert needs start_over first.
     bool is_full() const { return used_ >= limit_; }
     std::size_t size() const { return size_; }
