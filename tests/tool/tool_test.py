@@ -161,7 +161,7 @@ def chunk_trees(tool):
         tool.write(f"root/{name}.chk", data)
         tool.run(f"chunks {name}.chk", 1, holds("" if offset == 0 else "^TREE  version 1  offset 0  size 41\n"),
                  err=f"enginefs: {name}.chk: it makes no sense from offset {offset} on: ")
-    tool.run("chunks zebra.chk", 1, err="no")
+    tool.run("chunks zebra.chk", 1, err="enginefs: zebra.chk: ")
 
 
 def managing(tool):
@@ -207,8 +207,8 @@ def duplicates(tool):
     same = "equal content, 8 bytes, crc %08x:\n    a/one.bin\n    b/two.bin\n" % zlib.crc32(b"the same")
     for options, wanted in (("", holds(r"(?s)^held by 2 sources: a/one.bin\n.*" + re.escape(same) + "$")),
                             ("--content", same), ("--names", holds(r"dup2/? \(shadowed\)\n$"))):
-        tool.run(f"--root dup --add dup2 duplicates {options}", 0, wanted)
-    tool.run("duplicates --names --content", 2, err="excludes")
+        tool.run(f"--root dup --add dup2 --no-fallback duplicates {options}", 0, wanted)
+    tool.run("duplicates --names --content", 2, err="--help")
 
 
 def containers(tool):
@@ -245,31 +245,31 @@ def log_configurations(tool):
     tool.write("root/good.cfg", b"!BrenixLogLevel(WARNING) // a comment\r\n!Permit(\"ERRR\", 1, 1)\n"
                                 b"!BrenixLogCategoryLevel(FileSystem, verbose3)\n!BrenixLogMessageSource(1)\n")
     tool.run("log-check good.cfg", 0,
-             "good.cfg:1:1: the level: warn\n"
-             "good.cfg:2:1: messages \"ERRR\" go to the console and log file\n"
-             "good.cfg:3:1: the level of category \"FileSystem\": verbose 3\n"
-             "good.cfg:4:1: source positions in messages: on\n")
+             "good.cfg:1:2: the level: warn\n"
+             "good.cfg:2:2: messages \"ERRR\" go to the console and log file\n"
+             "good.cfg:3:2: the level of category \"FileSystem\": verbose 3\n"
+             "good.cfg:4:2: source positions in messages: on\n")
     for line, reason in ((b"!BrenixLogLevel(loud)", "\"loud\" is no level"), (b"!BrenixLogLevel()", "is missing"),
                          (b"!Permit(ERRR, 1)", "parameter 3 of Permit is missing"), (b"!Nonsense(1)", "not known"),
                          (b"!Permit(\"????\", 1, 1)", "names no message"), (b"!BrenixLogMessageSource(x)", "integer"),
                          (b"!include(\"zebra.cfg\")", "cannot be read")):
         tool.write("root/bad.cfg", b"// first line\n  " + line + b"\n!BrenixLogLevel(info)\n")
-        tool.run("log-check bad.cfg", 1, holds(r"^bad.cfg:3:1: the level: info\n$"), err="enginefs: bad.cfg:2:")
+        tool.run("log-check bad.cfg", 1, holds(r"^bad.cfg:3:2: the level: info\n$"), err="enginefs: bad.cfg:2:")
         tool.run("log-check bad.cfg", 1, holds(""), err=reason)
     tool.write("root/many.cfg", b"".join(b"!BrenixLogCategoryLevel(C%d, info)\n" % i for i in range(9)))
-    tool.run("log-check many.cfg", 1, holds(r"many.cfg:8:1"), err="many.cfg:9:1: there is room for 8 categories")
+    tool.run("log-check many.cfg", 1, holds(r"many.cfg:8:2"), err="many.cfg:9:2: there is room for 8 categories")
     tool.run("log-check zebra.cfg", 1, err="enginefs: zebra.cfg: ")
 
 
 def command_lines(tool):
     tool.run("", 2, err="subcommand")
-    tool.run("frobnicate", 2, err="frobnicate")
+    tool.run("frobnicate", 2, err="--help")
     tool.run("--log shouting ls", 2, err="this is no level")
     tool.run("--root nowhere ls", 1, err="there is no such directory")
     tool.run("--add nowhere ls", 1, err="enginefs: nowhere: there is no such directory")
     for command in ("gzip", "gunzip", "chunks", "rm", "mkdir", "mv", "backup", "crc", "touch", "duplicates", "container",
                     "container put", "cache", "log-check", "pack"):
-        tool.run(f"{command} --help", 0, holds(r"Usage: |\w"))
+        tool.run(f"{command} --help", 0, holds("Usage: "))
 
 
 def main(program, *emulator):
@@ -278,10 +278,11 @@ def main(program, *emulator):
     plain = [*[part for part in emulator if part], program]
     tool = Tool([*plain, "--root", "root", "--no-fallback"], where)
     try:
-        for part in (listing, content, packs, gzip_members, chunk_trees, managing, duplicates, containers, caches,
+        for part in (listing, content, packs, gzip_members, chunk_trees, managing, containers, caches,
                      log_configurations):
             part(tool)
         tool.command = plain
+        duplicates(tool)
         command_lines(tool)
     finally:
         shutil.rmtree(where, ignore_errors=True)
