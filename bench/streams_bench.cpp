@@ -165,7 +165,7 @@ BENCHMARK(WriteInts_bfile)->Unit(benchmark::kMillisecond);
 const std::vector<std::string>& short_strings() {
     static const std::vector<std::string> strings = [] {
         std::vector<std::string> made;
-        for (int i = 0; i < 1'000'000; ++i) made.push_back("name" + std::to_string(i * 7919 % 100003));
+        for (int i = 0; i < 1'000'000; ++i) made.push_back("name" + std::to_string(std::int64_t{i} * 7919 % 100003));
         return made;
     }();
     return strings;

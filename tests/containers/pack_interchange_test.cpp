@@ -37,7 +37,7 @@ struct Tool {
 
 class PackInterchange : public testing::TestWithParam<Tool> {
 protected:
-    int in_directory(const char* command) { return run("cd " + dir_.path() + " && " + command); }
+    int in_directory(const char* command) { return run("(cd " + dir_.path() + " && " + command + ")"); }
 
     const TempDirectory dir_;
 };

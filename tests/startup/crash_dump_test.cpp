@@ -25,7 +25,8 @@ constexpr bool is_minidump = true;
 constexpr bool is_minidump = false;
 #endif
 
-volatile int* nowhere = nullptr;
+// Not null, which the undefined-behaviour sanitizer would end the process for before the system does.
+volatile int* volatile nowhere = reinterpret_cast<volatile int*>(16);
 
 [[gnu::noinline]] void crash_on_purpose() {
     *nowhere = 1;
@@ -42,6 +43,15 @@ TEST(CrashDumpChildren, DISABLED_Crash) {
     start_logging();
     ASSERT_TRUE(CrashCatchExceptions(true));
     crash_on_purpose();
+}
+
+EAssertionResult::TYPE always_abort(const smart_assert_data&) { return EAssertionResult::ABORT; }
+
+TEST(CrashDumpChildren, DISABLED_AssertionAborts) {
+    start_logging();
+    ASSERT_TRUE(CrashCatchExceptions(true));
+    SetAssertFunc(always_abort);
+    SMART_ASSERT(1 == 2);
 }
 
 TEST(CrashDumpChildren, DISABLED_CrashUncaught) {
@@ -127,6 +137,15 @@ TEST_F(CrashDump, ACrashLeavesAnAccountAndEndsTheProcessAllTheSame) {
     EXPECT_LT(at("libc.so"), at("Last log lines"));
     EXPECT_THAT(found[0], HasSubstr("[Test] > the last line\r\n"));
     EXPECT_THAT(found[0], testing::EndsWith("End of report\n"));
+}
+
+TEST_F(CrashDump, AnAbortLeavesOneToo) {
+    const ChildResult result = run_child("CrashDumpChildren.DISABLED_AssertionAborts", root_);
+    EXPECT_NE(result.exit_code, 0);
+    const auto found = dumps(root_);
+    ASSERT_EQ(found.size(), 1u) << result.output;
+    if (is_minidump) EXPECT_THAT(minidump_streams(found[0]), testing::Contains(exception));
+    if (!is_minidump) EXPECT_THAT(found[0], HasSubstr("SIGABRT"));
 }
 
 TEST_F(CrashDump, IsOptional) {

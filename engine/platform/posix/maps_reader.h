@@ -40,7 +40,6 @@ public:
         out.offset = take_hex(at);
         skip_field(at);  // device
         skip_field(at);  // inode
-        while (*at == ' ') ++at;
         out.path = at;
         return true;
     }

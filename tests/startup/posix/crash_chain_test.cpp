@@ -48,6 +48,7 @@ TEST(CrashChainChildren, DISABLED_Break) {
 }
 
 [[gnu::noinline]] int use_up_stack(int depth) {
+    if (depth < 0) return 0;
     volatile char block[4096];
     block[0] = static_cast<char>(depth);
     return use_up_stack(depth + 1) + block[0];
