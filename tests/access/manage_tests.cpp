@@ -49,7 +49,7 @@ TEST_F(Manage, CopiesInPiecesOfAnySize) {
 TEST_F(Manage, AFailedCopySaysWhichFileItWas) {
     second_->add("from.txt", "text");
     static std::string logged;
-    _CLFilterSetMode(CLFilterMode::NO_LOGFILE);
+    _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
     LogSetPrintCallback([](Log::ELevel::TYPE, const char*, const char* text) { logged += text; });
     EXPECT_FALSE(fs::copy("missing.txt", "to.txt", 0));
     EXPECT_THAT(logged, testing::HasSubstr("ERROR [fs::copy] failed to open source file missing.txt -> to.txt"));

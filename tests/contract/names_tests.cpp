@@ -127,7 +127,7 @@ TEST(DumpDirectories, WritesATreeWithDuplicatesMarked) {
     one.next = &two;
     dumped.clear();
     LogSetPrintCallback(note_dump);
-    _CLFilterSetMode(CLFilterMode::NO_LOGFILE);
+    _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
     DumpDirectories(&root, 1);
     DumpDirectories(nullptr, 1);
     fs::dir deep;

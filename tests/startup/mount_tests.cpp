@@ -35,7 +35,7 @@ protected:
         disk::remove_all(home_);
         logged.clear();
         LogSetPrintCallback(note_line);
-        _CLFilterSetMode(CLFilterMode::NO_LOGFILE);  // or the first message would open a log file below the root
+        _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);  // or the first message would open a log file below the root
         Log::Settings::Instance().SetCategoryLevel("FileSystem", Log::ELevel::DEBG);
     }
     void TearDown() override {
