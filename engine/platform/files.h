@@ -32,7 +32,7 @@ struct OpenOptions {
 /// A directory kept open so that opening below it walks only the rest of the path. Movable; may be empty.
 /// Where the system has no such thing (Windows) it is always empty and costs nothing.
 class Root {
-  public:
+public:
     Root() = default;
     Root(Root&& other) noexcept;
     Root& operator=(Root&& other) noexcept;
@@ -43,7 +43,7 @@ class Root {
     bool valid() const { return handle_ != -1; }
     std::intptr_t native() const { return handle_; }
 
-  private:
+private:
     std::intptr_t handle_ = -1;
 };
 
@@ -58,7 +58,7 @@ struct PathAt {
 /// An open native file. Movable; closes on destruction. One thread at a time, except read_at, which any may call.
 /// Only regular files open. Within the process, readers share with readers, a writer with nobody (both systems).
 class File {
-  public:
+public:
     File() = default;
     File(File&& other) noexcept;
     File& operator=(File&& other) noexcept;
@@ -98,7 +98,7 @@ class File {
     /// Alignment that unbuffered reads of this file need (offset, size and memory); 1 when buffered.
     std::uint32_t alignment() const { return alignment_; }
 
-  private:
+private:
     std::intptr_t handle_ = -1;
     std::uint64_t share_device_ = 0;  // key of this file in the table of open files (POSIX)
     std::uint64_t share_inode_ = 0;

@@ -126,7 +126,7 @@ TEST(NativeOpen, GzipLevelsWriteWhatGzipReadsAndDamageIsReported) {
 }
 
 class RecordingMonitor : public fs::IFsMonitor {
-  public:
+public:
     void touch_file(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) override {
         heard += std::string(path) + " " + std::to_string(mode) + " " + std::to_string(flags) + "\n";
     }

@@ -51,7 +51,7 @@ void hold_worker(SFsRequest*, void* user) {
 }
 
 class ReadQueue : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override {
         fs::start_queues();
         content_.resize(100000);

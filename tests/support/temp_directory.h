@@ -11,7 +11,7 @@
 /// A directory of a test's own, removed with everything in it at the end. Its path is full, lower-case and
 /// "/"-separated.
 class TempDirectory {
-  public:
+public:
     TempDirectory() {
         static std::atomic<unsigned> serial{0};
         const auto base = std::filesystem::current_path();
@@ -44,7 +44,7 @@ class TempDirectory {
     }
     bool exists(std::string_view name) const { return std::filesystem::exists(*this / name); }
 
-  private:
+private:
     static std::string lower_case(std::string text) {
         for (char& c : text) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
         return text;

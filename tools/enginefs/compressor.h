@@ -11,7 +11,7 @@
 
 /// A file on its way into a pack.
 struct PackedFile {
-    std::string error;        // not "": why it cannot be packed
+    std::string error;          // not "": why it cannot be packed
     std::vector<char> plain{};  // kept only when it is to be stored
     std::vector<char> packed{};
     std::uint64_t size = 0;

@@ -15,7 +15,7 @@ class Request;
 /// The file and the buffers of its reads outlive their requests; closing it all the same cancels what is queued and
 /// waits for the read in hand.
 class Win32FileHandleAsync final : public SFsFile {
-  public:
+public:
     /// Null, with the error set, when the request of its own cannot be had.
     static Win32FileHandleAsync* Create(CFSSource* owner, platform::File file, const char* native_path);
     ~Win32FileHandleAsync() override;
@@ -40,7 +40,7 @@ class Win32FileHandleAsync final : public SFsFile {
     bool ReadBounced(void* buffer, std::uint64_t offset, std::uint64_t size) const;
     const char* NativePath() const { return native_path_.c_str(); }
 
-  private:
+private:
     Win32FileHandleAsync(CFSSource* owner, platform::File file, const char* native_path);
 
     const std::shared_ptr<IOQueue> queue_;  // null when none ran at opening

@@ -8,7 +8,7 @@ struct gzFile_s;
 
 /// A gzip file read or written through zlib's gz layer. A file that is not gzip is read as it stands.
 class FileGzipped final : public SFsFile {
-  public:
+public:
     /// Puts the gz layer over an open file; `mode` is "rb", "wb1", "wb5" or "wb9". Null on failure.
     static FileGzipped* Create(CFSSource* owner, platform::File file, const char* mode);
     ~FileGzipped() override;  // flushes a writer
@@ -19,7 +19,7 @@ class FileGzipped final : public SFsFile {
     std::uint64_t length() override;  // not known
     std::uint64_t tell() override;
 
-  private:
+private:
     FileGzipped(CFSSource* owner, platform::File file, gzFile_s* gz);
     bool ReportReadFailure(const void* buffer, std::uint64_t size, int result);
 

@@ -38,7 +38,7 @@ struct IOQueueBucket {
 ///
 /// A request moves from QUEUED on only under lock_, so that a canceller and the worker never both own it.
 class IOQueue : public std::enable_shared_from_this<IOQueue> {
-  public:
+public:
     /// Starts the worker, named "IO " and `name`. Null when memory or a thread cannot be had.
     static std::shared_ptr<IOQueue> Create(const char* name);
     ~IOQueue();
@@ -57,7 +57,7 @@ class IOQueue : public std::enable_shared_from_this<IOQueue> {
     /// The worker finishes the read in hand and ends; every queued request becomes CANCELLED. Later calls do nothing.
     void Stop();
 
-  private:
+private:
     IOQueue() = default;
 
     static void Run(void* self);

@@ -6,7 +6,7 @@
 
 /// A synchronous native file.
 class Win32FileHandle final : public SFsFile {
-  public:
+public:
     Win32FileHandle(CFSSource* owner, platform::File file);
 
     std::uint64_t read(void* buffer, std::uint64_t size) override;
@@ -16,6 +16,6 @@ class Win32FileHandle final : public SFsFile {
     std::uint64_t tell() override;
     bool set_eof() override;
 
-  private:
+private:
     platform::File file_;
 };

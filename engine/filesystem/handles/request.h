@@ -11,7 +11,7 @@ struct IOQueueItem;
 /// The layout behind SFsRequest. State and result change together, in one atomic word, so that whoever sees FINISHED
 /// sees the result that goes with it.
 class Request final : public SFsRequest {
-  public:
+public:
     Request(Callback callback, void* user);
 
     static Request& Of(SFsRequest* request) { return *static_cast<Request*>(request); }
@@ -41,7 +41,7 @@ class Request final : public SFsRequest {
 
     IOQueueItem* queued_item = nullptr;  // guarded by the queue's lock; null unless QUEUED
 
-  private:
+private:
     ~Request() = default;
 
     const Callback callback_;

@@ -40,7 +40,7 @@ struct SFsRequest {
     SFsRequest(const SFsRequest&) = delete;
     SFsRequest& operator=(const SFsRequest&) = delete;
 
-  protected:
+protected:
     SFsRequest() = default;   // only Create makes one
     ~SFsRequest() = default;  // only Release destroys one
 };

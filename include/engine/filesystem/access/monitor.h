@@ -8,10 +8,10 @@ namespace fs {
 /// Hears of every native open. Called under the registry's shared lock: it may read its arguments and call nothing of
 /// fs::.
 class IFsMonitor {
-  public:
+public:
     virtual void touch_file(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) = 0;
 
-  protected:
+protected:
     ~IFsMonitor() = default;
 };
 

@@ -15,7 +15,7 @@ struct SNativeOverlapped;  // opaque: the read queue's record of one native read
 /// Threads  one thread at a time; read_async, cancel_async and the request may be used from any.
 /// Failure  all bits set from the operations that return a size, false from the others; nothing throws.
 class ENGINE_FS_API SFsFile {
-  public:
+public:
     SFsFile();
     virtual ~SFsFile();  // frees `name`
     SFsFile(const SFsFile&) = delete;

@@ -23,13 +23,13 @@ using search_callback = void (*)(const char* dir, const char* name);
 /// A directory of the name index, to read. Valid until the index is next emptied (fs::rem_source, fs::refresh,
 /// fs::shutdown).
 class idir {
-  public:
+public:
     virtual const char* name() const = 0;
     virtual const idir* parent() const = 0;
     virtual const idir* first_child() const = 0;
     virtual const idir* next_sibling() const = 0;
 
-  protected:
+protected:
     ~idir() = default;
 };
 
@@ -38,7 +38,7 @@ class idir {
 /// Owns     a node owns its children.
 /// Threads  changed by one thread while no other reads.
 class ENGINE_FS_API dir final : public idir {
-  public:
+public:
     dir();
     ~dir();
     dir(const dir&) = delete;
@@ -65,7 +65,7 @@ class ENGINE_FS_API dir final : public idir {
     /// A child of exactly this name, made when it is missing.
     dir* add_child(const char* name, std::size_t length);
 
-  private:
+private:
     dir* find_child(const char* name, std::size_t length) const;
     dir* find_indexed(const char* name, std::size_t length, std::uint32_t hash) const;
     dir* append_child(const char* name, std::size_t length);

@@ -18,7 +18,7 @@ inline constexpr std::size_t path_capacity = 260;
 /// copies the text. A new path is marked as installed.
 /// Threads  a value: one thread changes it, or any number read it.
 class ENGINE_FS_API path {
-  public:
+public:
     path();
     /// Normalises `text` (lower-cased when `lower`) and splits it at its last "/". Null is the empty path, and so is a
     /// text that memory cannot be had for.
@@ -78,7 +78,7 @@ class ENGINE_FS_API path {
     std::uint64_t calc_wasted_space() const;
     std::uint64_t calc_occupied_space() const;
 
-  private:
+private:
     static constexpr std::size_t inline_capacity = 32;
     static constexpr std::uint8_t file_on_heap = 1;
     static constexpr std::uint8_t dir_on_heap = 2;

@@ -22,7 +22,7 @@ class dir_listing;  // opaque: a recorded listing of a directory source
 /// Threads  called under the registry's lock: shared for questions and opens, exclusive for what changes tables. A
 ///          source must not call the registry's changing operations. init runs outside the lock.
 class ENGINE_FS_API CFSSource {
-  public:
+public:
     CFSSource();
     virtual ~CFSSource();
     CFSSource(const CFSSource&) = delete;
