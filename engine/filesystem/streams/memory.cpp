@@ -64,7 +64,7 @@ bool resize(ztl::vector<unsigned char>& vector, std::uint64_t size) {
     try {
         vector.resize(static_cast<std::size_t>(size));
         return true;
-    } catch (const std::bad_alloc&) {
+    } catch (...) {  // no memory
         return false;
     }
 }
@@ -74,7 +74,7 @@ bool append(ztl::vector<unsigned char>& vector, const unsigned char* data, std::
     try {
         vector.insert(vector.end(), data, data + size);
         return true;
-    } catch (const std::bad_alloc&) {
+    } catch (...) {  // no memory
         return false;
     }
 }
