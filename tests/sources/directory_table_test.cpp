@@ -75,7 +75,7 @@ TEST(FileTable, AnswersAsTheLinearRuleDoesWhateverIsAddedAndRemoved) {
         for (int step = 0; step < 1500; ++step) {
             const std::string dir = random_dir(random, 4);
             const std::string name = "n" + std::to_string(random() % names);
-            if (random() % 4 != 0) {
+            if (seed % 5 == 0 || random() % 4 != 0) {  // some tables only grow
                 ASSERT_NE(table->add(table->intern_dir(dir), name, true), FileTable::none);
                 naive.add({dir, name});
             } else if (const std::uint32_t file = table->find(dir, name); file != FileTable::none) {

@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -12,6 +11,7 @@
 
 #include "engine/platform/faults.h"
 #include "engine/platform/files.h"
+#include "tests/sources/age_directory.h"
 #include "tests/support/temp_directory.h"
 
 namespace {
@@ -45,13 +45,9 @@ protected:
         ASSERT_TRUE(fs::init((home_ / "root").c_str(), flags, (home_ / "cache").c_str(), false, true, nullptr));
     }
 
-    // Lets every directory look as if it had not changed for an hour.
-    void age(const std::string& dir) {
-        disk::last_write_time(dir, disk::file_time_type::clock::now() - std::chrono::hours(1));
-    }
     void age_all() {
-        age(home_ / "data");
-        for (const char* dir : {"data/Maps", "data/Maps/Deep"}) age(home_ / dir);
+        age_directory(home_ / "data");
+        for (const char* dir : {"data/Maps", "data/Maps/Deep"}) age_directory(home_ / dir);
     }
 
     bool mount(FFSAddSourceFlags::ENUM with = flags) { return fs::add_source((home_ / "data").c_str(), with); }

@@ -2,38 +2,16 @@
 #include <cstddef>
 #include <string>
 
+#include "engine/filesystem/sources/cache_service.h"
 #include "engine/filesystem/sources/directory_state.h"
 #include "engine/platform/modules.h"
 
 // A companion module may keep listings of whole trees in memory and serve a mount from them. Everything about it is
 // optional and silent: whatever is missing or refused means that the mount is not served and the disk is scanned.
-//
-// The module's objects are tables of operations in a fixed order, and are destroyed by their first operation.
 
 namespace fs {
 
 namespace {
-
-class IItems {
-public:
-    virtual void release() = 0;
-    virtual void next() = 0;
-    virtual bool valid() = 0;
-    virtual void unused() = 0;
-    virtual const char* item_name() = 0;  // relative to the mount point
-
-protected:
-    ~IItems() = default;
-};
-
-class IMountPoint {
-public:
-    virtual void release() = 0;
-    virtual IItems* enumerate() = 0;
-
-protected:
-    ~IMountPoint() = default;
-};
 
 enum Entry : std::size_t { CREATE_MOUNT_POINT = 0, INIT = 8, IS_SERVICE_RUNNING = 12, ENTRY_COUNT = 14 };
 
@@ -67,8 +45,8 @@ public:
     bool is_running() const {
         return is_complete_ && call<bool (*)()>(INIT)() && call<bool (*)()>(IS_SERVICE_RUNNING)();
     }
-    IMountPoint* create_mount_point(const char* path) const {
-        return call<IMountPoint* (*)(const char*, int)>(CREATE_MOUNT_POINT)(path, 1);
+    ICacheServiceMountPoint* create_mount_point(const char* path) const {
+        return call<ICacheServiceMountPoint* (*)(const char*, int)>(CREATE_MOUNT_POINT)(path, 1);
     }
 
 private:
@@ -105,9 +83,9 @@ __attribute__((no_sanitize("vptr"))) bool fill_from_cache_service(DirectoryState
     const CacheService service(module);
     if (!service.is_running()) return false;
     const std::string path = state.native_root.text + state.start;
-    IMountPoint* mount_point = service.create_mount_point(path.c_str());
+    ICacheServiceMountPoint* mount_point = service.create_mount_point(path.c_str());
     if (!mount_point) return false;
-    IItems* items = mount_point->enumerate();
+    ICacheServiceItems* items = mount_point->enumerate();
     for (; items && items->valid(); items->next()) enter_item(state, items->item_name());
     if (items) items->release();
     mount_point->release();

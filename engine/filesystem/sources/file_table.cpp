@@ -58,9 +58,12 @@ void FileTable::set_installed(std::uint32_t file, bool on) {
     flags = static_cast<std::uint16_t>(on ? flags | installed_flag : flags & ~installed_flag);
 }
 
-std::uint32_t* FileTable::find_name(std::string_view name, std::uint64_t hash) const {
-    return index_.find(hash, [&](std::uint32_t value) {
+// `dir_length` is that of the directory that will be compared, so that it can be fetched together with the name.
+std::uint32_t* FileTable::find_name(std::string_view name, std::size_t dir_length) const {
+    return index_.find(hash_text(name.data(), name.size()), [&](std::uint32_t value, std::uint32_t dir) {
         const Record& found = record(last_of(value));
+        if (dir_length != 0) dirs_.expect(dir, dir_length);
+        fetch(text_of(found) + name.size());
         return found.length == name.size() && std::memcmp(text_of(found), name.data(), name.size()) == 0;
     });
 }
@@ -72,19 +75,28 @@ std::uint32_t FileTable::find_in_ring(std::uint32_t last, std::string_view dir) 
     }
 }
 
-std::uint32_t FileTable::find(std::string_view dir, std::string_view name) const {
-    const std::uint32_t* slot = find_name(name, hash_text(name.data(), name.size()));
-    if (!slot) return none;
-    const std::uint32_t last = last_of(*slot);
-    if (dir.empty()) return record(last).next;
-    if ((*slot & many_bit) != 0 && many_[*slot ^ many_bit]->tree_is_whole) {
-        return many_[*slot ^ many_bit]->tree.find(dir);
+std::uint32_t FileTable::find_among_many(const ManyOfOneName& many, std::string_view dir) const {
+    if (!many.tree_is_whole) return find_in_ring(many.last, dir);
+    if (many.has_answers) {
+        const std::uint32_t* slot = many.answer_index.find(hash_text(dir.data(), dir.size()),
+                                                           [&](std::uint32_t answer, std::uint32_t dir_number) {
+                                                               fetch(many.answers.data() + answer);
+                                                               return dirs_.compared(dir_number) == dir;
+                                                           });
+        if (slot) return many.answers[*slot].file;
     }
-    return find_in_ring(last, dir);
+    return many.tree.find(dir);
+}
+
+std::uint32_t FileTable::find(std::string_view dir, std::string_view name) const {
+    const std::uint32_t* slot = find_name(name, dir.size());
+    if (!slot) return none;
+    if (dir.empty()) return record(last_of(*slot)).next;
+    return *slot & many_bit ? find_among_many(*many_[*slot ^ many_bit], dir) : find_in_ring(*slot, dir);
 }
 
 std::uint32_t FileTable::find_exact(std::string_view dir, std::string_view name) const {
-    const std::uint32_t* slot = find_name(name, hash_text(name.data(), name.size()));
+    const std::uint32_t* slot = find_name(name, dir.size());
     if (!slot) return none;
     const std::uint32_t last = last_of(*slot);
     if ((*slot & many_bit) != 0 && many_[*slot ^ many_bit]->tree_is_whole && !dir.empty()) {
@@ -123,14 +135,13 @@ std::uint32_t FileTable::add(std::uint32_t dir, std::string_view spelled_name, b
     const std::uint32_t file = store(dir, spelled_name, installed);
     if (file == none) return none;
     const std::string_view lower = name(file);
-    const std::uint64_t hash = hash_text(lower.data(), lower.size());
-    if (std::uint32_t* slot = find_name(lower, hash)) {
+    if (std::uint32_t* slot = find_name(lower, 0)) {
         append(slot, file);
     } else {
         Record& made = record(file);
         made.next = made.previous = file;
         made.flags |= indexed_flag;
-        index_.insert(hash, file);
+        index_.insert(hash_text(lower.data(), lower.size()), file, dir);
     }
     ++count_;
     return file;
@@ -183,6 +194,28 @@ void FileTable::add_to_tree(ManyOfOneName& many, std::uint32_t file) const {
     const std::size_t length = dirs_.compared(dir).size();
     if (!many.tree_is_whole || length == 0) return;  // an empty text matches no query that reaches the tree
     many.tree_is_whole = many.tree.insert(dirs_.compared_offset(dir), length, file);
+    if (many.tree_is_whole && many.has_answers) remember_answer(many, file);
+}
+
+bool FileTable::grow_answers(ManyOfOneName& many) const {
+    if (!many.answer_index.start_over(many.answers.size() * 2 + 1)) return false;
+    for (std::uint32_t i = 0; i < many.answers.size(); ++i) {
+        const std::string_view dir = dirs_.compared(many.answers[i].dir);
+        many.answer_index.insert(hash_text(dir.data(), dir.size()), i, many.answers[i].dir);
+    }
+    return true;
+}
+
+void FileTable::remember_answer(ManyOfOneName& many, std::uint32_t file) const {
+    const std::uint32_t number = record(file).dir;
+    const std::string_view dir = dirs_.compared(number);
+    const std::uint64_t hash = hash_text(dir.data(), dir.size());
+    const auto is_same = [&](std::uint32_t, std::uint32_t other) { return dirs_.compared(other) == dir; };
+    if (many.answer_index.find(hash, is_same)) return;
+    const auto place = static_cast<std::uint32_t>(many.answers.size());
+    many.has_answers =
+        (!many.answer_index.is_full() || grow_answers(many)) && many.answers.push({number, many.tree.find(dir)});
+    if (many.has_answers) many.answer_index.insert(hash, place, number);
 }
 
 std::uint32_t FileTable::next_of_same_dir(std::uint32_t file, std::uint32_t last) const {
@@ -200,6 +233,7 @@ void FileTable::unlink(std::uint32_t* slot, std::uint32_t file) {
     const bool is_many = (*slot & many_bit) != 0;
     const std::uint32_t last = last_of(*slot);
     if (is_many && many_[*slot ^ many_bit]->tree_is_whole) {
+        many_[*slot ^ many_bit]->has_answers = false;
         SuffixTree& tree = many_[*slot ^ many_bit]->tree;
         const std::string_view dir = dirs_.compared(gone.dir);
         tree.remove(dir, file, tree.is_shared(dir) ? next_of_same_dir(file, last) : none);
@@ -216,8 +250,7 @@ void FileTable::unlink(std::uint32_t* slot, std::uint32_t file) {
 }
 
 void FileTable::remove(std::uint32_t file) {
-    const std::string_view lower = name(file);
-    std::uint32_t* slot = find_name(lower, hash_text(lower.data(), lower.size()));
+    std::uint32_t* slot = find_name(name(file), 0);
     if (record(file).next == file) {
         if ((*slot & many_bit) != 0) many_[*slot ^ many_bit].reset();
         index_.erase(slot);
@@ -234,12 +267,12 @@ bool FileTable::grow_index() {
     for (std::uint32_t file = first(); file != none; file = next(file)) {
         if ((record(file).flags & indexed_flag) == 0) continue;
         const std::string_view text = name(file);
-        index_.insert(hash_text(text.data(), text.size()), file);
+        index_.insert(hash_text(text.data(), text.size()), file, record(file).dir);
     }
     for (std::uint32_t i = 0; i < many_.size(); ++i) {
         if (!many_[i]) continue;
         const std::string_view text = name(many_[i]->last);
-        index_.insert(hash_text(text.data(), text.size()), many_bit | i);
+        index_.insert(hash_text(text.data(), text.size()), many_bit | i, 0);
     }
     return true;
 }
@@ -263,7 +296,10 @@ void FileTable::compact(std::unique_ptr<FileTable>& table) {
 
 std::size_t FileTable::bytes() const {
     std::size_t sum = dirs_.bytes() + store_.bytes() + index_.bytes() + many_.capacity() * sizeof(void*);
-    for (const auto& many : many_) sum += many ? sizeof(ManyOfOneName) + many->tree.bytes() : 0;
+    for (const auto& many : many_) {
+        if (many)
+            sum += sizeof(ManyOfOneName) + many->tree.bytes() + many->answers.bytes() + many->answer_index.bytes();
+    }
     return sum;
 }
 

@@ -35,7 +35,7 @@ public:
     /// Appends a file. Its number, or none when memory cannot be had.
     std::uint32_t add(std::uint32_t dir, std::string_view spelled_name, bool installed);
     /// Tells of a lower-case name that will soon be added; adding many in a row then waits less for memory.
-    void expect(std::string_view name) const { index_.touch(hash_text(name.data(), name.size())); }
+    void expect(std::string_view name) const { index_.expect(hash_text(name.data(), name.size())); }
     void remove(std::uint32_t file);
     /// Gives back the room of removed files once they are the greater part; `table` is replaced, numbers change.
     static void compact(std::unique_ptr<FileTable>& table);
@@ -78,6 +78,15 @@ private:
         std::uint32_t last = none;
         bool tree_is_whole = true;  // false when memory ran out: then the ring is searched
         SuffixTree tree;
+        // What the tree answers for each directory that it holds. Later files have larger numbers and change no answer; a
+        // removal may change any, and ends the use of this.
+        struct Answer {
+            std::uint32_t dir;
+            std::uint32_t file;
+        };
+        bool has_answers = true;
+        PodArray<Answer> answers;
+        NameIndex answer_index;  // by the text of the directory
     };
 
     static constexpr std::uint16_t installed_flag = 1;
@@ -96,7 +105,10 @@ private:
     std::uint32_t last_of(std::uint32_t value) const {
         return value & many_bit ? many_[value ^ many_bit]->last : value;
     }
-    std::uint32_t* find_name(std::string_view name, std::uint64_t hash) const;
+    std::uint32_t* find_name(std::string_view name, std::size_t dir_length) const;
+    std::uint32_t find_among_many(const ManyOfOneName& many, std::string_view dir) const;
+    void remember_answer(ManyOfOneName& many, std::uint32_t file) const;
+    bool grow_answers(ManyOfOneName& many) const;
     std::uint32_t find_in_ring(std::uint32_t last, std::string_view dir) const;
     std::uint32_t store(std::uint32_t dir, std::string_view spelled_name, bool installed);
     void append(std::uint32_t* slot, std::uint32_t file);

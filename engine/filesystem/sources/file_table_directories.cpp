@@ -21,12 +21,13 @@ bool DirectoryNames::set_root(std::string_view root) {
 
 std::uint32_t DirectoryNames::intern(std::string_view wanted) {
     const std::uint64_t hash = hash_text(wanted.data(), wanted.size());
-    if (const std::uint32_t* found = index_.find(hash, [&](std::uint32_t dir) { return spelled(dir) == wanted; })) {
+    if (const std::uint32_t* found =
+            index_.find(hash, [&](std::uint32_t dir, std::uint32_t) { return spelled(dir) == wanted; })) {
         return *found;
     }
     if (index_.is_full() && !grow_index()) return none;
     const std::uint32_t dir = store(wanted);
-    if (dir != none) index_.insert(hash, dir);
+    if (dir != none) index_.insert(hash, dir, 0);
     return dir;
 }
 
@@ -57,7 +58,7 @@ bool DirectoryNames::grow_index() {
     for (std::uint32_t dir = first_; dir < text_.size() / 4;
          dir += size_in_words(head(dir).length, head(dir).is_spelled != 0)) {
         const std::string_view text = spelled(dir);
-        index_.insert(hash_text(text.data(), text.size()), dir);
+        index_.insert(hash_text(text.data(), text.size()), dir, 0);
     }
     return true;
 }

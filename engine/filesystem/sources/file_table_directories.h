@@ -30,6 +30,11 @@ public:
     std::uint32_t compared_offset(std::uint32_t dir) const {
         return head(dir).length != 0 ? offset(dir) : root_offset_;
     }
+    /// Asks for a directory that will soon be read.
+    void expect(std::uint32_t dir, std::size_t length) const {
+        fetch(text_.data() + std::size_t{dir} * 4);
+        fetch(text_.data() + std::size_t{dir} * 4 + length);
+    }
     /// The store that these offsets count in.
     const PodArray<char>& text() const { return text_; }
     std::size_t bytes() const { return text_.bytes() + index_.bytes(); }

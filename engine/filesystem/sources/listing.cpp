@@ -18,8 +18,9 @@ void put_number(unsigned char* out, std::uint64_t value, int bytes) {
 }
 
 bool is_name(std::string_view text) {
-    return !text.empty() && text != "." && text != ".." &&
-           text.find_first_of(std::string_view("/\\\0", 3)) == text.npos;
+    bool has_separator = false;
+    for (const char c : text) has_separator |= c == '/' || c == '\\' || c == '\0';
+    return !has_separator && !text.empty() && text != "." && text != "..";
 }
 
 bool is_directory(std::string_view text) {
@@ -103,10 +104,10 @@ bool ListingReader::read_directory(Directory& out) {
     if (left() < directory_head) return false;
     out.time = static_cast<std::int64_t>(take(8));
     out.files = static_cast<std::uint32_t>(take(4));
-    return read_text(out.dir) && is_directory(out.dir);
+    return read_text(out.dir) && (is_checked_ || is_directory(out.dir));
 }
 
-bool ListingReader::read_file(std::string_view& out) { return read_text(out) && is_name(out); }
+bool ListingReader::read_file(std::string_view& out) { return read_text(out) && (is_checked_ || is_name(out)); }
 
 bool ListingReader::skip_files(std::uint32_t count) {
     std::string_view name;

@@ -40,9 +40,10 @@ private:
 /// Reads recorded bytes from the front, each length held against what is left.
 class ListingReader {
 public:
+    /// What a listing holds was checked when it came in.
     explicit ListingReader(const dir_listing& listing)
-        : ListingReader(listing.bytes().data(), listing.bytes().size()) {}
-    ListingReader(const unsigned char* bytes, std::size_t size) : next_(bytes), end_(bytes + size) {}
+        : ListingReader(listing.bytes().data(), listing.bytes().size(), true) {}
+    ListingReader(const unsigned char* bytes, std::size_t size) : ListingReader(bytes, size, false) {}
 
     struct Directory {
         std::string_view dir;
@@ -57,12 +58,16 @@ public:
     [[nodiscard]] bool skip_files(std::uint32_t count);
 
 private:
+    ListingReader(const unsigned char* bytes, std::size_t size, bool is_checked)
+        : next_(bytes), end_(bytes + size), is_checked_(is_checked) {}
+
     std::size_t left() const { return static_cast<std::size_t>(end_ - next_); }
     std::uint64_t take(int bytes);
     bool read_text(std::string_view& out);
 
     const unsigned char* next_;
     const unsigned char* end_;
+    bool is_checked_;
 };
 
 }  // namespace fs

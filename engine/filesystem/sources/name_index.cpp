@@ -11,7 +11,7 @@ bool NameIndex::start_over(std::size_t count) {
     if (!made) return false;
     for (std::size_t i = 0; i < groups; ++i) {
         std::memset(made[i].tags, empty_tag, group_size);
-        std::memset(made[i].tags + group_size, no_slot_tag, sizeof made[i].tags - group_size);
+        made[i].tags[group_size] = no_slot_tag;
     }
     groups_ = std::move(made);
     group_mask_ = groups - 1;
@@ -20,7 +20,7 @@ bool NameIndex::start_over(std::size_t count) {
     return true;
 }
 
-void NameIndex::insert(std::uint64_t hash, std::uint32_t value) {
+void NameIndex::insert(std::uint64_t hash, std::uint32_t value, std::uint32_t hint) {
     for (std::size_t at = first_group(hash);; at = (at + 1) & group_mask_) {
         Group& group = groups_[at];
         std::size_t slot = 0;
@@ -29,6 +29,7 @@ void NameIndex::insert(std::uint64_t hash, std::uint32_t value) {
         if (group.tags[slot] == empty_tag) ++used_;
         group.tags[slot] = static_cast<std::uint8_t>(tag(hash));
         group.values[slot] = value;
+        group.hints[slot] = hint;
         ++size_;
         return;
     }
