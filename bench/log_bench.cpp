@@ -1,10 +1,16 @@
-// Log messages: held back by their level, and written to a callback, beside spdlog's synchronous logger that formats
-// its default pattern into memory.
+// Log messages: held back by their level; written to a callback, beside spdlog's synchronous logger that formats its
+// default pattern into memory; and written to the log file, beside the bare system call. And an assertion that holds.
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <string>
 
 #include <engine/filesystem/log.h>
+#include <engine/filesystem/startup.h>
 
 #ifdef HAVE_SPDLOG
 #include <spdlog/sinks/base_sink.h>
@@ -38,6 +44,8 @@ void BelowLevel(benchmark::State& state) {
 }
 BENCHMARK(BelowLevel)->Arg(0)->Arg(8)->ArgName("categories");
 
+constexpr std::uint32_t info_id = 0x494E464F;  // "INFO"
+
 std::size_t received = 0;
 char memory[4096];
 
@@ -51,7 +59,7 @@ void Emitted(benchmark::State& state) {
     int number = 0;
     for (auto _ : state) {
         if (!is_emitted("FileSystem", ELevel::INFO)) break;
-        _CLog(ELevel::INFO, "FileSystem", __FILE__, __LINE__, _CLFilter('INFO'), CLLineMode::NEW_LINE,
+        _CLog(ELevel::INFO, "FileSystem", __FILE__, __LINE__, _CLFilter(info_id), CLLineMode::NEW_LINE,
               "Adding source '%s' of type %d.\n", "data/textures", ++number);
     }
     LogSetPrintCallback(nullptr);
@@ -79,6 +87,60 @@ void EmittedBySpdlog(benchmark::State& state) {
 BENCHMARK(EmittedBySpdlog);
 #endif
 
+// One line of 80 characters, header and line end included.
+constexpr const char* line_text = "0123456789012345678901234567890123456\n";
+
+std::filesystem::path make_root() {
+    std::string name = (std::filesystem::temp_directory_path() / "log_bench_XXXXXX").string();
+    return mkdtemp(name.data()) == nullptr ? std::filesystem::path() : std::filesystem::path(name);
+}
+
+std::filesystem::path root;
+
+void LineToFile(benchmark::State& state) {
+    if (CrashGetLogFileName() == nullptr) return state.SkipWithError("there is no log file");
+    for (auto _ : state) {
+        _CLog(ELevel::INFO, "FileSystem", nullptr, 0, CLFilterAction::LOGFILE, CLLineMode::NEW_LINE, "%s", line_text);
+    }
+}
+BENCHMARK(LineToFile)->Iterations(300000);
+
+/// In the same process, beside the file system's read thread: with a second thread the system itself takes longer.
+void RawWrite(benchmark::State& state) {
+    const int file = open((root / "raw").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    const std::string line(80, 'x');
+    for (auto _ : state) {
+        if (write(file, line.data(), line.size()) != 80) return state.SkipWithError("the disk refuses");
+    }
+    close(file);
+}
+BENCHMARK(RawWrite)->Iterations(300000);
+
+void PassingAssertion(benchmark::State& state) {
+    int number = 1;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(number);
+        SMART_ASSERT(number > 0, "number %d", number);
+    }
+}
+BENCHMARK(PassingAssertion);
+
+void NoAssertion(benchmark::State& state) {
+    int number = 1;
+    for (auto _ : state) benchmark::DoNotOptimize(number);
+}
+BENCHMARK(NoAssertion);
+
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    root = make_root();
+    if (!fs::init(root.c_str(), FFSAddSourceFlags::RECURSIVE, "", false, false, nullptr)) return 1;
+    CrashInit();
+    benchmark::RunSpecifiedBenchmarks();
+    fs::shutdown();
+    CrashClose();
+    std::filesystem::remove_all(root);
+    return 0;
+}

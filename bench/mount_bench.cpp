@@ -1,6 +1,7 @@
 // Mounting a tree: the directory source's scan beside a bare walk that reads every directory and does nothing else.
 #include <dirent.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -8,7 +9,10 @@
 
 #include <benchmark/benchmark.h>
 
+#include <engine/filesystem/access/open.h>
+#include <engine/filesystem/registry.h>
 #include <engine/filesystem/sources/directory.h>
+#include <engine/filesystem/startup.h>
 
 #include "bench/support/paired.h"
 #include "bench/support/tree.h"
@@ -67,6 +71,32 @@ void MountBesideABareWalk(benchmark::State& state) {
     state.counters["resident_bytes_per_file"] = static_cast<double>(held) / static_cast<double>(tree.names.size());
 }
 BENCHMARK(MountBesideABareWalk)->Arg(2000)->Arg(20000)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+// The same tree from its stored listing, start-up and all, beside the scan.
+void MountFromStoredListingBesideTheScan(benchmark::State& state) {
+    const BenchTree& tree = bench_tree(2000, true);
+    const std::filesystem::path cache = tree.root + ".cache";
+#if defined(_WIN32)
+    std::filesystem::create_directories(cache / "filesystem/windows_x64");
+#else
+    std::filesystem::create_directories(cache / "filesystem/linux_x64");
+#endif
+    const std::string empty_root = cache.generic_string() + "/filesystem";
+    if (!fs::init(empty_root.c_str(), FFSAddSourceFlags::NONE, cache.generic_string().c_str(), false, false, nullptr)) {
+        state.SkipWithError("the file system does not start");
+        return;
+    }
+    const auto add = [&tree](FFSAddSourceFlags::ENUM flags) {
+        fs::rem_source(tree.root.c_str());
+        if (!fs::add_source(tree.root.c_str(), FFSAddSourceFlags::RECURSIVE | flags)) std::abort();
+    };
+    paired::compare(
+        state, tree.names.size(), 11, [&] { add(FFSAddSourceFlags::NONE); },
+        [&] { add(FFSAddSourceFlags::SKIP_LISTING_CACHE); });
+    if (!fs::exists(tree.names[0].c_str())) state.SkipWithError("the tree is not what it should be");
+    fs::shutdown();
+}
+BENCHMARK(MountFromStoredListingBesideTheScan)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

@@ -165,7 +165,7 @@ BENCHMARK(WriteInts_bfile)->Unit(benchmark::kMillisecond);
 const std::vector<std::string>& short_strings() {
     static const std::vector<std::string> strings = [] {
         std::vector<std::string> made;
-        for (int i = 0; i < 1'000'000; ++i) made.push_back("name" + std::to_string(i * 7919 % 100003));
+        for (int i = 0; i < 1'000'000; ++i) made.push_back("name" + std::to_string(std::int64_t{i} * 7919 % 100003));
         return made;
     }();
     return strings;
@@ -207,9 +207,10 @@ void WriteStrings_file(benchmark::State& state) {
 }
 
 void ReadStrings_ifstream(benchmark::State& state) {
+    std::vector<std::string> strings;
     for (auto _ : state) {
+        strings = {};
         std::ifstream in(work_path("streams_bench_strings"), std::ios::binary);
-        std::vector<std::string> strings;
         std::uint32_t count = 0;
         in.read(reinterpret_cast<char*>(&count), 4);
         for (std::uint32_t i = 0; i < count; ++i) {
@@ -219,18 +220,19 @@ void ReadStrings_ifstream(benchmark::State& state) {
             in.read(text.data(), length);
             strings.push_back(std::move(text));
         }
-        if (strings != short_strings()) state.SkipWithError("wrong strings");
     }
+    if (strings != short_strings()) state.SkipWithError("wrong strings");
 }
 
 void ReadStrings_cachedrdfile(benchmark::State& state) {
+    std::vector<std::string> strings;
     for (auto _ : state) {
+        strings = {};
         fs::cachedrdfile stream(block_size);
         stream.open_from_handle(open_native(work_path("streams_bench_strings"), EFSMode::READ));
-        std::vector<std::string> strings;
         stream >> strings;
-        if (strings != short_strings()) state.SkipWithError("wrong strings");
     }
+    if (strings != short_strings()) state.SkipWithError("wrong strings");
 }
 
 BENCHMARK(WriteStrings_ofstream)->Unit(benchmark::kMillisecond);

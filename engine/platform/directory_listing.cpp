@@ -13,32 +13,32 @@ namespace {
 constexpr std::size_t block_size = 64 * 1024;
 constexpr std::size_t key_bytes = 8;
 
+std::uint64_t load_big_endian(const char* text) {
+    const auto* b = reinterpret_cast<const unsigned char*>(text);
+    return std::uint64_t{b[0]} << 56 | std::uint64_t{b[1]} << 48 | std::uint64_t{b[2]} << 40 |
+           std::uint64_t{b[3]} << 32 | std::uint64_t{b[4]} << 24 | std::uint64_t{b[5]} << 16 |
+           std::uint64_t{b[6]} << 8 | std::uint64_t{b[7]};
+}
+
 /// The eight folded bytes from `name + skip`, most significant first, zero beyond the end. Reads up to eight bytes
 /// past the name, which `store` keeps readable.
 std::uint64_t key_of(const DirectoryItem& item, std::size_t skip) {
     if (skip >= item.length) return 0;
-    const auto* bytes = reinterpret_cast<const unsigned char*>(item.name) + skip;
-    std::uint64_t word = 0;
-    for (std::size_t i = 0; i < key_bytes; ++i) word = word << 8 | bytes[i];
+    std::uint64_t word = load_big_endian(item.name + skip);
     const std::size_t left = item.length - skip;
     if (left < key_bytes) word &= ~std::uint64_t{0} << (8 * (key_bytes - left));
     return fold_word(word);
 }
 
-int compare_folded(const DirectoryItem& a, const DirectoryItem& b, std::size_t skip) {
-    const std::size_t common = std::min(a.length, b.length);
-    for (std::size_t i = skip; i < common; ++i) {
-        const int difference =
-            static_cast<unsigned char>(fold(a.name[i])) - static_cast<unsigned char>(fold(b.name[i]));
-        if (difference != 0) return difference;
-    }
-    return a.length - b.length;
-}
-
-/// `skip` bytes are known to be alike under folding.
+/// `skip` bytes are known to be alike under folding. No name holds a zero byte, so the zeros beyond an end put the
+/// shorter name first.
 bool goes_before(const DirectoryItem& a, const DirectoryItem& b, std::size_t skip) {
-    const int order = compare_folded(a, b, skip);
-    if (order != 0) return order < 0;
+    const std::size_t end = std::max(a.length, b.length);
+    for (std::size_t at = skip; at < end; at += key_bytes) {
+        const std::uint64_t key_a = key_of(a, at);
+        const std::uint64_t key_b = key_of(b, at);
+        if (key_a != key_b) return key_a < key_b;
+    }
     return std::memcmp(a.name, b.name, a.length) < 0;
 }
 
@@ -104,7 +104,7 @@ void DirectoryListing::sort() {
     if (sorted) return;
     std::sort(keys_.begin(), keys_.end(), [&](const Key& a, const Key& b) {
         if (a.prefix != b.prefix) return a.prefix < b.prefix;
-        return goes_before(items_[a.index], items_[b.index], skip);
+        return goes_before(items_[a.index], items_[b.index], skip + key_bytes);
     });
     sorted_items_.resize(items_.size());
     for (std::size_t i = 0; i < keys_.size(); ++i) sorted_items_[i] = items_[keys_[i].index];

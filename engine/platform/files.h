@@ -102,7 +102,7 @@ class File {
     std::intptr_t handle_ = -1;
     std::uint64_t share_device_ = 0;  // key of this file in the table of open files (POSIX)
     std::uint64_t share_inode_ = 0;
-    std::uint64_t position_ = 0;  // where the next read or write goes (Windows, whose reads at an offset would move it)
+    std::uint64_t position_ = 0;  // where the next read or write goes
     std::uint32_t alignment_ = 1;
     bool exclusive_ = false;
     bool overlapped_ = false;  // opened so (Windows)

@@ -157,6 +157,10 @@ def owner(name, known):
     return None
 
 
+def is_stray_type(symbol, names):
+    return symbol.startswith("typeinfo for ") and owner(plain(symbol), names) is None
+
+
 def read_list(root):
     path = os.path.join(root, "tests", "checks", "exported_names.txt")
     with open(path, encoding="utf-8") as text:
@@ -194,6 +198,10 @@ def main(root, library):
     if not os.path.isfile(library):
         sources.finish("exported_names", [f"{library} is not built"])
     symbols = run("c++filt", data="\n".join(exported_symbols(library))).splitlines()
+    if library.endswith(".dll"):
+        # MinGW's compiler exports the type information of some classes that no one marked: bases and children of
+        # marked ones, and what is caught beside them. A caller cannot name it, and nothing turns it off.
+        symbols = [symbol for symbol in symbols if not is_stray_type(symbol, names)]
     sources.finish("exported_names", compare(names, classes, read_list(root), symbols))
 
 

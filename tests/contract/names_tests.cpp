@@ -1,4 +1,5 @@
 #include <engine/filesystem/contract/names.h>
+#include <engine/filesystem/log.h>
 
 #include <gtest/gtest.h>
 
@@ -100,6 +101,45 @@ TEST(Dir, HoldsHugeAndDeepTrees) {
     deep.add_path(path.c_str());
     copy.merge(deep);
     EXPECT_NE(copy.find(path.c_str()), nullptr);
+}
+
+std::string dumped;
+void note_dump(Log::ELevel::TYPE, const char*, const char* text) { dumped += text; }
+
+/// A directory of somebody else's making, with children of one name.
+class TwinDirectory final : public fs::idir {
+public:
+    explicit TwinDirectory(int depth) : depth_(depth) {}
+    const char* name() const override { return depth_ == 0 ? "root" : "twin"; }
+    const fs::idir* parent() const override { return nullptr; }
+    const fs::idir* first_child() const override { return first; }
+    const fs::idir* next_sibling() const override { return next; }
+    const fs::idir* first = nullptr;
+    const fs::idir* next = nullptr;
+
+private:
+    int depth_;
+};
+
+TEST(DumpDirectories, WritesATreeWithDuplicatesMarked) {
+    TwinDirectory root(0), one(1), two(1);
+    root.first = &one;
+    one.next = &two;
+    dumped.clear();
+    LogSetPrintCallback(note_dump);
+    _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
+    DumpDirectories(&root, 1);
+    DumpDirectories(nullptr, 1);
+    fs::dir deep;
+    std::string path;
+    for (int i = 0; i < 3000; ++i) path += "d/";
+    deep.add_path(path.c_str());
+    DumpDirectories(&deep, -5);
+    _CLFilterSetMode(CLFilterMode::NORMAL);
+    LogSetPrintCallback(nullptr);
+    EXPECT_NE(dumped.find("  root"), std::string::npos);
+    EXPECT_NE(dumped.find("    twin\r\n"), std::string::npos);
+    EXPECT_NE(dumped.find("    twin (duplicated resource in the same filesystem source)"), std::string::npos);
 }
 
 TEST(NameMatches, FollowsStarsAndQuestionMarks) {

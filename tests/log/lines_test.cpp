@@ -174,6 +174,11 @@ TEST(FormatText, PrintsPointersAlikeOnEverySystem) {
     void* const pointer = reinterpret_cast<void*>(0xBEEF);
     EXPECT_EQ(formatted("%p|%p|100%%p|%s", pointer, static_cast<void*>(nullptr), "p%p"), "0xbeef|0x0|100%p|p%p");
     EXPECT_EQ(formatted("[%10p][%-10p]", pointer, pointer), "[    0xbeef][0xbeef    ]");
+    EXPECT_EQ(formatted("%d %i %u %x %% %s", -2147483647 - 1, 7, 4294967295u, 0xABCu, "s"),
+              "-2147483648 7 4294967295 abc % s");
+    EXPECT_EQ(formatted("%s|%05d|%s", "a", 42, "b"), "a|00042|b") << "what is not plain starts from the beginning";
+    const std::string longer(300, 'x');
+    EXPECT_EQ(formatted("%s", longer.c_str()), longer.substr(0, 199)) << "cut, as the C library does";
     EXPECT_EQ(formatted("%zu %lld %5.2f %x p", std::size_t{7}, -8LL, 1.5, 255u), "7 -8  1.50 ff p");
 }
 

@@ -190,6 +190,25 @@ TEST_F(Files, AreCreatedInTheCallersCaseUnlessThere) {
     EXPECT_THAT(disk::names_in("Sub"), ElementsAre("New.Txt"));
 }
 
+// What is remembered of a directory is carried on over our own changes; it must neither hide what others do in between
+// nor keep what was renamed away.
+TEST_F(Files, AreCreatedOnceInADirectoryThatChangesAllTheTime) {
+    for (int i = 0; i < 200; ++i) {
+        const std::string number = std::to_string(i);
+        EXPECT_EQ(try_open(("own" + number).c_str(), for_creating), Failure::NONE);
+        disk::put("Other" + number, "");
+        EXPECT_EQ(try_open(("other" + number).c_str(), for_creating), Failure::NONE);
+        EXPECT_EQ(try_open(("OWN" + number).c_str(), for_creating), Failure::NONE);
+        EXPECT_TRUE(rename_path(("own" + number).c_str(), ("kept" + number).c_str()));
+        EXPECT_EQ(try_open(("Own" + number).c_str(), for_reading), Failure::NOT_FOUND);
+        EXPECT_EQ(try_open(("Own" + number).c_str(), for_creating), Failure::NONE);
+        EXPECT_FALSE(create_directory(("OWN" + number).c_str()));
+        EXPECT_TRUE(remove_file(("own" + number).c_str()));
+        EXPECT_EQ(try_open(("KEPT" + number).c_str(), for_creating), Failure::NONE);
+    }
+    EXPECT_EQ(disk::names_in(".").size(), 400u) << "for each number one \"Other\" and one \"kept\"";
+}
+
 TEST_F(Files, ChangeNamesAndOnlyTheirCaseToo) {
     disk::put("one", "1");
     disk::put("Two", "2");

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -410,7 +411,8 @@ TEST_F(DirectorySource, GivesFullPathsInLowerCase) {
     EXPECT_TRUE(out.Empty());
     char native[260];
     EXPECT_TRUE(source_.native_path(as_path("file"), native, sizeof native));
-    EXPECT_EQ(std::string(native), disk_.path() + "/Sub/File");
+    EXPECT_THAT(native, testing::EndsWith("/Sub/File"));
+    EXPECT_EQ(std::strlen(native), (disk_.path() + "/Sub/File").size());
     EXPECT_FALSE(source_.native_path(as_path("file"), native, 5));
 }
 

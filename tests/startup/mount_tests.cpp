@@ -35,11 +35,13 @@ protected:
         disk::remove_all(home_);
         logged.clear();
         LogSetPrintCallback(note_line);
+        _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);  // or the first message would open a log file below the root
         Log::Settings::Instance().SetCategoryLevel("FileSystem", Log::ELevel::DEBG);
     }
     void TearDown() override {
         fs::shutdown();
         LogSetPrintCallback(nullptr);
+        _CLFilterSetMode(CLFilterMode::NORMAL);
         Log::Settings::Instance().SetCategoryLevel("FileSystem", Log::ELevel::NONE);
         disk::remove_all(home_);
     }
@@ -152,7 +154,7 @@ TEST_F(StartUp, AsksTheRootThenDirectoriesThenTheFallback) {
     EXPECT_TRUE(fs::save_text_file("changed", "sub/only.txt"));
     EXPECT_EQ(held_on_disk("more/sub/only.txt"), "changed");
     EXPECT_EQ(fs::full_path("sub/only.txt"), lower(path("more/sub/only.txt")));
-    EXPECT_EQ(fs::getOutLocationDebugHelper("Fresh.txt"), path("root/Fresh.txt"));
+    EXPECT_THAT(fs::getOutLocationDebugHelper("Fresh.txt"), testing::StrCaseEq(path("root/Fresh.txt")));
 }
 
 TEST_F(StartUp, KeepsTheCallersSpellingForTheDisk) {
@@ -272,7 +274,9 @@ TEST_F(StartUp, ManagesFilesOnTheDisk) {
     EXPECT_FALSE(fs::rem_file("dir/taken.txt"));
     EXPECT_TRUE(fs::read_only_remove("dir/taken.txt"));
     fs::create_backup_copy("dir/taken.txt");
-    EXPECT_EQ(held_on_disk("root/Dir/taken.txt.bak") + held_on_disk("root/Dir/Taken.txt.bak"), "taken");
+    // Under either spelling; a disk that knows no case has both.
+    EXPECT_THAT((std::vector{held_on_disk("root/Dir/taken.txt.bak"), held_on_disk("root/Dir/Taken.txt.bak")}),
+                testing::Contains("taken"));
     EXPECT_FALSE(fs::exists("dir/taken.txt"));
     fs::rem_dir("Dir");
     EXPECT_FALSE(disk::exists(home_ / "root/Dir"));

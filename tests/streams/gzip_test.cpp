@@ -1,5 +1,8 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <random>
+
 #include <engine/filesystem/streams/memory.h>
 
 #include "recording_file.h"
@@ -132,6 +135,54 @@ TEST_F(GzipReader, ReadsInPiecesOfAnySizeAndSeeksBothWays) {
     EXPECT_TRUE(stream.seek(77, EFSSeek::BEGIN));
     EXPECT_TRUE(stream.check_zip_crc());
     EXPECT_EQ(stream.tell(), 77u) << "checking comes back to where it was";
+}
+
+/// A storage of which nothing is known, so that it is read block by block.
+struct BlockByBlock : fs::izipped_buffer_file {
+    explicit BlockByBlock(const Bytes& bytes) : bytes_(bytes) {}
+    std::uint64_t write_data(const void*, std::uint64_t) override { return 0; }
+    std::uint64_t read_data(void* buffer, std::uint64_t size) override {
+        const std::uint64_t there = std::min<std::uint64_t>(size, bytes_.size() - at_);
+        std::copy_n(bytes_.begin() + static_cast<std::ptrdiff_t>(at_), there, static_cast<unsigned char*>(buffer));
+        at_ += there;
+        return there;
+    }
+    std::uint64_t get_size() override { return bytes_.size(); }
+    bool set_size(std::uint64_t) override { return false; }
+    std::uint64_t get_current_pos() override { return at_; }
+    bool set_current_pos(std::int64_t position) override {
+        at_ = static_cast<std::uint64_t>(position);
+        return true;
+    }
+
+private:
+    const Bytes& bytes_;
+    std::uint64_t at_ = 0;
+};
+
+TEST_F(GzipReader, LeavesTheRawPositionAsIfItReadBlockByBlock) {
+    const std::string packed = to_string(member_of(mixed_text(3000000)));
+    std::string damaged = packed;
+    damaged[packed.size() / 2] ^= 0x55;
+    for (const std::string& raw :
+         {packed + sample_bytes(100000), packed, packed.substr(0, packed.size() - 3), damaged}) {
+        open(raw);
+        BlockByBlock plain_way(member);
+        ASSERT_TRUE(plain_way.init(EFSMode::READ, true));
+        std::mt19937 random(5);
+        for (int step = 0; step < 60; ++step) {
+            std::string one(random() % (step % 3 == 0 ? 900000 : 40000), '\0');
+            std::string other = one;
+            if (step % 20 == 19) {
+                EXPECT_EQ(stream.seek(1000, EFSSeek::BEGIN), plain_way.seek(1000, EFSSeek::BEGIN));
+            }
+            ASSERT_EQ(stream.read(one.data(), one.size()), plain_way.read(other.data(), other.size()));
+            ASSERT_TRUE(one == other);
+            ASSERT_EQ(stream.length_zipped(), plain_way.length_zipped()) << step;
+            ASSERT_EQ(stream.tell(), plain_way.tell());
+        }
+        stream.close();
+    }
 }
 
 TEST_F(GzipReader, PassesOverEveryHeaderField) {

@@ -17,7 +17,8 @@ class TempDirectory {
         const auto base = std::filesystem::current_path();
         do path_ = base / ("t" + std::to_string(serial.fetch_add(1)));
         while (!std::filesystem::create_directory(path_));
-        text_ = path_.generic_string();
+        text_ = lower_case(path_.generic_string());
+        if (!std::filesystem::exists(text_)) text_ = path_.generic_string();
     }
     TempDirectory(const TempDirectory&) = delete;
     TempDirectory& operator=(const TempDirectory&) = delete;
@@ -44,6 +45,11 @@ class TempDirectory {
     bool exists(std::string_view name) const { return std::filesystem::exists(*this / name); }
 
   private:
+    static std::string lower_case(std::string text) {
+        for (char& c : text) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+        return text;
+    }
+
     std::filesystem::path path_;
     std::string text_;
 };

@@ -7,6 +7,8 @@ namespace CLI {
 class App;
 }
 
+struct SessionOptions;
+
 /// The command that was chosen on the command line.
 struct Command {
     std::function<int()> run;  // returns the exit status
@@ -17,3 +19,11 @@ struct Command {
 void add_listing_commands(CLI::App& app, Command& chosen);
 void add_content_commands(CLI::App& app, Command& chosen);
 void add_packing_commands(CLI::App& app, Command& chosen);
+void add_stream_commands(CLI::App& app, Command& chosen);
+void add_chunk_commands(CLI::App& app, Command& chosen);
+void add_manage_commands(CLI::App& app, Command& chosen);
+void add_duplicates_command(CLI::App& app, Command& chosen);
+void add_container_commands(CLI::App& app, Command& chosen);
+void add_log_commands(CLI::App& app, Command& chosen);
+/// `options` are those of the session; they are full when a command runs.
+void add_cache_commands(CLI::App& app, Command& chosen, const SessionOptions& options);

@@ -24,6 +24,9 @@ void add_session_options(CLI::App& app, SessionOptions& options) {
     app.add_flag_callback(
         "--no-fallback", [&options] { options.fallback = false; },
         "Do not look on the disk for names that no source holds");
+    app.add_option("--cache", options.cache_dir,
+                   "Cache directory, which holds recorded listings (see the command \"cache\")")
+        ->type_name("DIR");
     app.add_option("--log", options.log_level,
                    "Show the library's messages on standard error: none, fatal, error, info, "
                    "warn, debug, verbose or all")
@@ -57,6 +60,13 @@ int main(int argc, char** argv) {
     add_listing_commands(app, command);
     add_content_commands(app, command);
     add_packing_commands(app, command);
+    add_stream_commands(app, command);
+    add_chunk_commands(app, command);
+    add_manage_commands(app, command);
+    add_duplicates_command(app, command);
+    add_container_commands(app, command);
+    add_cache_commands(app, command, options);
+    add_log_commands(app, command);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -21,6 +21,8 @@ int fail_with_last_error(const std::string& name, const std::string& otherwise) 
     return fail(name, error.code == EFSError::NONE || error.text.empty() ? otherwise : error.text);
 }
 
+void note(const std::string& name, const std::string& text) { fail(name, text); }
+
 void print(const std::string& text) { print_bytes(text.data(), text.size()); }
 
 void print_bytes(const void* data, std::uint64_t size) {

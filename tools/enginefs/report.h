@@ -14,6 +14,9 @@ int fail(const std::string& name, const std::string& reason);
 /// The same with the library's own account of the thread's last failure, or `otherwise` when it gave none.
 int fail_with_last_error(const std::string& name, const std::string& otherwise);
 
+/// Says something on standard error that is no failure.
+void note(const std::string& name, const std::string& text);
+
 /// Prints to standard output; what cannot be written is remembered for finish_output.
 void print(const std::string& text);
 void print_bytes(const void* data, std::uint64_t size);

@@ -8,6 +8,7 @@ struct SessionOptions {
     std::string root;  // "": the current directory
     std::vector<std::string> sources{};
     bool fallback = true;
+    std::string cache_dir{};  // "": none
     std::string log_level{};  // "": no messages
 };
 

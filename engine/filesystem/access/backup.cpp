@@ -1,4 +1,5 @@
-#include <cstring>
+#include <cstdio>
+#include <string_view>
 
 #include <engine/filesystem/access/manage.h>
 #include <engine/filesystem/access/open.h>
@@ -24,11 +25,11 @@ struct GenerationNames {
 
 /// False when the names do not fit.
 bool build_names(const fs::string& file, GenerationNames& out) {
-    if (file.size() + std::strlen(".bak") >= path_capacity) return false;
+    constexpr std::string_view ending = ".bak";
+    if (file.size() + ending.size() >= path_capacity) return false;
     for (int g = 0; g < generations; ++g) {
-        std::memcpy(out.name[g], file.data(), file.size());
-        std::memcpy(out.name[g] + file.size(), ".bak", sizeof(".bak"));
-        if (g != 0) out.name[g][file.size() + 3] = static_cast<char>('0' + g);
+        std::snprintf(out.name[g], path_capacity, "%s%s", file.c_str(), ending.data());
+        if (g != 0) out.name[g][file.size() + ending.size() - 1] = static_cast<char>('0' + g);
     }
     return true;
 }

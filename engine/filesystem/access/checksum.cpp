@@ -1,6 +1,4 @@
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 
 #include <engine/filesystem/access/manage.h>
 #include <engine/filesystem/access/open.h>
@@ -45,12 +43,12 @@ bool may_go_on(const CrcCalcArgs& args, std::uint64_t done, std::uint64_t total)
 bool add_content(SFsFile& file, std::uint64_t length, CrcCalcArgs& args) {
     const std::uint32_t wanted = args.buffer_size != 0 ? args.buffer_size : default_buffer_size;
     const std::uint64_t piece = std::min<std::uint64_t>(wanted, length);
-    const std::unique_ptr<void, decltype(&std::free)> buffer(allocate(piece, args.path), &std::free);
-    if (!buffer) return false;
+    const PieceBuffer buffer(piece, args.path);
+    if (buffer.data() == nullptr) return false;
     while (args.size < length) {
         const std::uint64_t size = std::min(piece, length - args.size);
-        if (!read_piece(file, buffer.get(), size, args.path)) return false;
-        args.crc = update_crc(args.crc, buffer.get(), static_cast<std::size_t>(size));
+        if (!read_piece(file, buffer.data(), size, args.path)) return false;
+        args.crc = update_crc(args.crc, buffer.data(), static_cast<std::size_t>(size));
         args.size += size;
         if (!may_go_on(args, args.size, length)) return false;
     }

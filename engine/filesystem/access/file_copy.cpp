@@ -1,8 +1,6 @@
 #include "engine/filesystem/access/file_copy.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 
 #include <engine/filesystem/access/manage.h>
 #include <engine/filesystem/access/open.h>
@@ -63,11 +61,11 @@ bool copy_content(SFsFile& from, SFsFile& to, std::uint32_t buffer_size, const c
     if (length == failed) return false;
     const std::uint64_t piece = std::min<std::uint64_t>(buffer_size != 0 ? buffer_size : default_buffer_size, length);
     if (piece == 0) return true;
-    const std::unique_ptr<void, decltype(&std::free)> buffer(allocate(piece, path), &std::free);
-    if (!buffer) return false;
+    const PieceBuffer buffer(piece, path);
+    if (buffer.data() == nullptr) return false;
     for (std::uint64_t left = length; left != 0;) {
         const std::uint64_t size = std::min(piece, left);
-        if (!move_piece(from, to, buffer.get(), size, path)) return false;
+        if (!move_piece(from, to, buffer.data(), size, path)) return false;
         left -= size;
     }
     return true;

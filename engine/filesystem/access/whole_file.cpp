@@ -46,6 +46,15 @@ void* allocate(std::uint64_t size, const char* path) {
     return block;
 }
 
+PieceBuffer::PieceBuffer(std::uint64_t size, const char* path) : block_(nullptr, &std::free) {
+    constexpr std::uint64_t page = 4096;
+    block_.reset(size < SIZE_MAX - page ? allocate(size + page, path) : nullptr);
+    if (!block_) return;
+    void* place = block_.get();
+    std::size_t space = static_cast<std::size_t>(size + page);
+    data_ = std::align(page, static_cast<std::size_t>(size), place, space);
+}
+
 bool write_checked(SFsFile& file, const char* path, const void* data, std::uint64_t size) {
     if (size == 0) return true;
     const ErrorScope scope;

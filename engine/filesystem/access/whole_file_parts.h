@@ -19,6 +19,20 @@ std::uint64_t known_length(SFsFile& file, const char* path);
 void read_filled(SFsFile& file, void* buffer, std::uint64_t size);
 /// A block of the C allocator, of one byte when `size` is 0. Null, with the failure stored, without memory.
 void* allocate(std::uint64_t size, const char* path);
+
+/// A buffer that pieces of files pass through. It begins at a page, since the system copies whole pages into and out of
+/// its cache fastest that way.
+class PieceBuffer {
+public:
+    PieceBuffer(std::uint64_t size, const char* path);
+
+    void* data() const { return data_; }  // null, with the failure stored, without memory
+
+private:
+    std::unique_ptr<void, void (*)(void*)> block_;
+    void* data_ = nullptr;
+};
+
 /// Writes all of it, or stores the failure and answers false.
 bool write_checked(SFsFile& file, const char* path, const void* data, std::uint64_t size);
 

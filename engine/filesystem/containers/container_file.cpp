@@ -45,8 +45,8 @@ bool File::CreateNative(const char* path) {
     Close();
     path_ = path;
     writable_ = true;
-    constexpr auto flags = FFSOpenFlags::CREATE | FFSOpenFlags::WRITE_THROUGH;
-    main_.reset(fs::open_native(nullptr, path, EFSMode::READ_WRITE, flags));
+    // Nobody sees this file before it is put in place, and that waits for the disk.
+    main_.reset(fs::open_native(nullptr, path, EFSMode::READ_WRITE, FFSOpenFlags::CREATE));
     return main_ != nullptr;
 }
 

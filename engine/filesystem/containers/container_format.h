@@ -18,9 +18,12 @@ inline constexpr std::uint64_t commit_offset = 64;  // the first of two
 inline constexpr std::uint64_t commit_size = 64;
 inline constexpr std::uint64_t data_offset = commit_offset + 2 * commit_size;
 
-/// Bytes that one blob takes in a container's part of the index: hash, offset, stored size, size, checksum.
-inline constexpr std::uint64_t entry_size = 4 + 8 + 4 + 4 + 4;
-/// Bit of an entry's offset: the blob is deflated (RFC 1950).
+/// A container's part of the index: the ascending hashes of all blobs, then a row for each: offset, stored size, size and
+/// checksum. A look-up so touches one place among the hashes and one among the rows.
+inline constexpr std::uint64_t hash_size = 4;
+inline constexpr std::uint64_t row_size = 8 + 4 + 4 + 4;
+inline constexpr std::uint64_t entry_size = hash_size + row_size;
+/// Bit of a row's offset: the blob is deflated (RFC 1950).
 inline constexpr std::uint64_t deflated_bit = std::uint64_t{1} << 63;
 
 inline std::uint32_t get_u16(const unsigned char* bytes) {

@@ -8,7 +8,6 @@ namespace {
 // A directory record: name length (16 bits), name, blob count, checksum of the part. The parts follow the directory in
 // the same order.
 constexpr std::uint64_t record_tail = 4 + 4;
-constexpr std::uint64_t columns_after_hash = entry_size - 4;
 
 /// Walks the records of a directory; `ok` stays false once a record does not fit.
 struct DirectoryReader {
@@ -27,36 +26,25 @@ struct DirectoryReader {
     }
 };
 
-struct Columns {
-    unsigned char* hashes;
-    unsigned char* offsets;
-    unsigned char* stored;
-    unsigned char* sizes;
-    unsigned char* checksums;
-
-    Columns(unsigned char* part, std::uint64_t count)
-        : hashes(part),
-          offsets(hashes + count * 4),
-          stored(offsets + count * 8),
-          sizes(stored + count * 4),
-          checksums(sizes + count * 4) {}
-
-    void put(std::uint64_t i, std::uint32_t hash, const Entry& entry) const {
-        put_u32(hashes + i * 4, hash);
-        put_u64(offsets + i * 8, entry.offset | (entry.deflated ? deflated_bit : 0));
-        put_u32(stored + i * 4, entry.stored_size);
-        put_u32(sizes + i * 4, entry.size);
-        put_u32(checksums + i * 4, entry.checksum);
-    }
-};
+void put_row(unsigned char* row, const Entry& entry) {
+    put_u64(row, entry.offset | (entry.deflated ? deflated_bit : 0));
+    put_u32(row + 8, entry.stored_size);
+    put_u32(row + 12, entry.size);
+    put_u32(row + 16, entry.checksum);
+}
 
 std::vector<unsigned char> encode_part(const Container& container, std::uint32_t& count) {
     std::uint64_t blobs = 0;
     container.ForEach([&blobs](std::uint32_t, const Entry&) { ++blobs; });
     std::vector<unsigned char> part(blobs * entry_size);
-    const Columns columns(part.data(), blobs);
-    std::uint64_t i = 0;
-    container.ForEach([&](std::uint32_t hash, const Entry& entry) { columns.put(i++, hash, entry); });
+    unsigned char* hashes = part.data();
+    unsigned char* rows = part.data() + blobs * hash_size;
+    container.ForEach([&](std::uint32_t hash, const Entry& entry) {
+        put_u32(hashes, hash);
+        put_row(rows, entry);
+        hashes += hash_size;
+        rows += row_size;
+    });
     count = static_cast<std::uint32_t>(blobs);
     return part;
 }
@@ -81,13 +69,12 @@ bool is_possible_size(const Entry& entry) {
 }  // namespace
 
 Entry SavedPart::entry(std::uint32_t i) const {
-    const std::uint64_t n = count_;
-    const unsigned char* const columns = bytes_ + n * 4;
-    const std::uint64_t offset = get_u64(columns + std::uint64_t{8} * i);
+    const unsigned char* const row = bytes_ + count_ * hash_size + i * row_size;
+    const std::uint64_t offset = get_u64(row);
     return {.offset = offset & ~deflated_bit,
-            .stored_size = get_u32(columns + n * 8 + std::uint64_t{4} * i),
-            .size = get_u32(columns + n * 12 + std::uint64_t{4} * i),
-            .checksum = get_u32(columns + n * 16 + std::uint64_t{4} * i),
+            .stored_size = get_u32(row + 8),
+            .size = get_u32(row + 12),
+            .checksum = get_u32(row + 16),
             .deflated = (offset & deflated_bit) != 0};
 }
 

@@ -23,7 +23,7 @@ struct Entry {
     bool deflated = false;
 };
 
-/// A container's part of a saved index, used as it lies in memory: ascending hashes, then the other columns.
+/// A container's part of a saved index, used as it lies in memory: ascending hashes, then rows.
 class SavedPart {
 public:
     SavedPart() = default;
@@ -32,7 +32,7 @@ public:
     std::uint32_t count() const { return count_; }
     std::uint64_t size() const { return count_ * entry_size; }
     const unsigned char* bytes() const { return bytes_; }
-    std::uint32_t hash(std::uint32_t i) const { return get_u32(bytes_ + std::uint64_t{4} * i); }
+    std::uint32_t hash(std::uint32_t i) const { return get_u32(bytes_ + i * hash_size); }
     Entry entry(std::uint32_t i) const;
     std::optional<std::uint32_t> find(std::uint32_t hash) const;
     /// Whether the hashes ascend and every blob lies between the file's head and `limit`.

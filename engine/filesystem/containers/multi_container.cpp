@@ -200,10 +200,11 @@ bool CFileHashMultiContainer::Verify(ztl::vector<fs::string>& report) const {
             report.push_back("container \"" + name + "\": its index is damaged");
             continue;
         }
-        found->ForEach([&](std::uint32_t hash, const Entry& entry) {
+        found->ForEach([&, &container = name](std::uint32_t hash, const Entry& entry) {
             blob.resize(entry.size);
             if (state_->ReadBlob(entry, blob.data())) return;
-            report.push_back("container \"" + name + "\", blob " + std::to_string(hash) + ": " + fs::last_error().text);
+            report.push_back("container \"" + container + "\", blob " + std::to_string(hash) + ": " +
+                             fs::last_error().text);
         });
     }
     return report.size() == before;

@@ -18,9 +18,13 @@ struct ScopeState {
 };
 thread_local ScopeState scope;
 
+/// How many ErrorKeepers stand on the thread's stack.
+thread_local int keepers = 0;
+
 /// Whether a failure of this kind may take the place of what is stored.
 bool says_more(EFSError::TYPE code) {
-    return !(scope.open && scope.found && code == EFSError::NOT_FOUND && thread_error().code != EFSError::NOT_FOUND);
+    return keepers == 0 &&
+           !(scope.open && scope.found && code == EFSError::NOT_FOUND && thread_error().code != EFSError::NOT_FOUND);
 }
 
 void store_kind(EFSError::TYPE code, const char* path, std::int32_t os_code) {
@@ -102,15 +106,8 @@ ErrorScope::ErrorScope() : outer_found_(scope.found), outer_open_(scope.open) { 
 ErrorScope::~ErrorScope() { scope = {.open = outer_open_, .found = outer_found_ || scope.found}; }
 bool ErrorScope::has_error() const { return scope.found; }
 
-ErrorKeeper::ErrorKeeper()
-    : kept_(std::exchange(thread_error(), {})), scope_open_(scope.open), scope_found_(scope.found) {
-    scope = {};
-}
-
-ErrorKeeper::~ErrorKeeper() {
-    thread_error() = std::move(kept_);
-    scope = {.open = scope_open_, .found = scope_found_};
-}
+ErrorKeeper::ErrorKeeper() { ++keepers; }
+ErrorKeeper::~ErrorKeeper() { --keepers; }
 
 void set_error_from_platform(const char* path, const char* action, const platform::Error& error) {
     std::string text;

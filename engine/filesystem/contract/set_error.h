@@ -33,7 +33,7 @@ private:
     bool outer_open_;
 };
 
-/// Work that is done in passing, such as a log line on its way to the file: what fails within it is forgotten, and what
+/// Work that is done in passing, such as a log line on its way to the file: no failure within it is stored, so that what
 /// was stored before stays.
 class ErrorKeeper {
 public:
@@ -41,11 +41,6 @@ public:
     ~ErrorKeeper();
     ErrorKeeper(const ErrorKeeper&) = delete;
     ErrorKeeper& operator=(const ErrorKeeper&) = delete;
-
-private:
-    SFsError kept_;
-    bool scope_open_;
-    bool scope_found_;
 };
 
 }  // namespace fs

@@ -217,7 +217,6 @@ bool IOQueue::TakeNext(IOQueueItem& item, EFSRequestState::TYPE& found) {
                 FreeItem(first);
                 found = item.request != nullptr ? item.request->BeginProgress() : EFSRequestState::IDLE;
                 reading_ = item.file;
-                PrefetchNext(item.bucket);
                 return true;
             }
             worker_sleeps_ = true;
@@ -244,13 +243,6 @@ void IOQueue::Serve(const IOQueueItem& item, EFSRequestState::TYPE found, SNativ
     else
         end_failed(*item.request);
     item.request->ReleaseReference();
-}
-
-/// Brings the request that is likely next near while this one is read: deep queues do not fit into the caches.
-void IOQueue::PrefetchNext(const IOQueueBucket* bucket) {
-    if (bucket != last_bucket_ || bucket->head == nullptr) return;
-    __builtin_prefetch(bucket->head->request, 1);
-    __builtin_prefetch(bucket->head->next);
 }
 
 IOQueueItem* IOQueue::NewItem() {

@@ -74,7 +74,6 @@ class IOQueue : public std::enable_shared_from_this<IOQueue> {
     void Link(IOQueueItem* item, IOQueueBucket* bucket);
     void Unlink(IOQueueItem* item);
     void EndReadInHand();
-    void PrefetchNext(const IOQueueBucket* bucket);
     template <class Wanted>
     std::vector<Request*> CancelQueued(Wanted wanted);
 

@@ -3,6 +3,7 @@
 #include <engine/filesystem/log.h>
 
 #include <cstring>
+#include <string_view>
 
 #include "engine/filesystem/log/line_writer.h"
 #include "engine/filesystem/log/recent.h"
@@ -64,31 +65,57 @@ void end_process_if_asked(const Message& message, const char* text) {
     platform::exit_process(-1);
 }
 
-/// Lays out and routes a text. False when `output` is too small; nothing has happened then.
-bool emit(const Message& message, const char* text, char* output, std::size_t capacity) {
+/// Lays out and routes a text, which a terminator follows. False when `output` is too small; nothing has happened then.
+bool emit(const Message& message, std::string_view text, char* output, std::size_t capacity) {
     LineWriter writer(message, load_line_state(), output, capacity);
-    if (!writer.write(text, std::strlen(text))) return false;
+    if (!writer.write(text.data(), text.size())) return false;
     store_line_state(writer.state());
     logging::remember_output(output, writer.size());
     if ((message.action & CLFilterAction::LOGFILE) != 0) write_to_file(message, output, writer.size());
     if ((message.action & CLFilterAction::CONSOLE) != 0) write_to_console(message, output, writer.size());
-    end_process_if_asked(message, text);
+    end_process_if_asked(message, text.data());
     return true;
 }
 
-bool emit_small(const Message& message, const char* format, va_list args) {
-    char text[small_text_capacity];
-    const int length = kernel::format_text(text, sizeof(text), format, args);
-    if (length >= static_cast<int>(sizeof(text))) return false;
+bool emit_small(const Message& message, std::string_view text) {
     char output[small_output_capacity];
     return emit(message, text, output, sizeof(output));
 }
 
-[[gnu::noinline]] void emit_large(const Message& message, const char* format, va_list args) {
-    char text[logging::message_limit];
+[[gnu::noinline]] void emit_large(const Message& message, std::string_view text) {
     char output[logging::output_capacity];
-    kernel::format_text(text, sizeof(text), format, args);
     emit(message, text, output, sizeof(output));
+}
+
+/// A text that needs no formatting, and hence no copy; longer ones than a message may be are cut by being copied.
+bool emit_plain(const Message& message, const char* text) {
+    if (text == nullptr) text = "(null)";
+    const std::size_t length = strnlen(text, logging::message_limit);
+    if (length == logging::message_limit) return false;
+    if (length >= small_text_capacity || !emit_small(message, {text, length})) emit_large(message, {text, length});
+    return true;
+}
+
+bool format_small(const Message& message, const char* format, va_list args) {
+    char text[small_text_capacity];
+    const int length = kernel::format_text(text, sizeof(text), format, args);
+    return length < static_cast<int>(sizeof(text)) && emit_small(message, text);
+}
+
+[[gnu::noinline]] void format_large(const Message& message, const char* format, va_list args) {
+    char text[logging::message_limit];
+    kernel::format_text(text, sizeof(text), format, args);
+    emit_large(message, text);
+}
+
+void format_message(const Message& message, const char* format, va_list args) {
+    va_list again;
+    va_copy(again, args);
+    const bool is_plain = std::strcmp(format, "%s") == 0;
+    const bool is_done =
+        is_plain ? emit_plain(message, va_arg(args, const char*)) : format_small(message, format, args);
+    if (!is_done) format_large(message, format, again);
+    va_end(again);
 }
 
 }  // namespace
@@ -101,11 +128,7 @@ void _CLogV(Log::ELevel::TYPE level, const char* category, const char* file, int
                           .line = line,
                           .action = action,
                           .mode = mode};
-    if (format == nullptr) format = "";
-    va_list again;
-    va_copy(again, args);
-    if (!emit_small(message, format, args)) emit_large(message, format, again);
-    va_end(again);
+    format_message(message, format == nullptr ? "" : format, args);
 }
 
 void _CLog(Log::ELevel::TYPE level, const char* category, const char* file, int line, CLFilterAction::ENUM action,

@@ -1,6 +1,6 @@
 #include <array>
 #include <cstddef>
-#include <cstring>
+#include <string>
 
 #include "engine/filesystem/sources/directory_state.h"
 #include "engine/platform/modules.h"
@@ -13,8 +13,6 @@
 namespace fs {
 
 namespace {
-
-constexpr const char* module_name = "FileSystemCache_x64";
 
 class IItems {
 public:
@@ -57,7 +55,9 @@ constexpr std::array<const char*, ENTRY_COUNT> entry_names = {"fscCreateMountPoi
 
 class CacheService {
 public:
-    CacheService() : module_(platform::load_module(module_name)) { is_complete_ = module_ && resolve(); }
+    explicit CacheService(const char* module) : module_(platform::load_module(module)) {
+        is_complete_ = module_ && resolve();
+    }
     CacheService(const CacheService&) = delete;
     CacheService& operator=(const CacheService&) = delete;
     ~CacheService() {
@@ -100,8 +100,9 @@ void enter_item(DirectoryState& state, const char* name) {
 
 }  // namespace
 
-bool fill_from_cache_service(DirectoryState& state) {
-    const CacheService service;
+// The module's objects are known by the order of their operations alone, so a check of their C++ type would fail.
+__attribute__((no_sanitize("vptr"))) bool fill_from_cache_service(DirectoryState& state, const char* module) {
+    const CacheService service(module);
     if (!service.is_running()) return false;
     const std::string path = state.native_root.text + state.start;
     IMountPoint* mount_point = service.create_mount_point(path.c_str());

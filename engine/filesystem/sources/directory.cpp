@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
 
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
@@ -32,29 +31,14 @@ bool is_directory(const char* path) {
     return attributes && attributes->is_directory;
 }
 
-// Where the last component of a root begins; 0 when it has no parent.
-std::size_t start_of_last_component(std::string_view root) {
-    if (root.size() < 2) return 0;
-    const std::size_t separator = root.rfind('/', root.size() - 2);
-    return separator == std::string_view::npos ? 0 : separator + 1;
-}
-
 bool choose_roots(fs::DirectoryState& state) {
-    std::string_view given = state.root.PathNameView();
-    if (given.size() > platform::max_path_bytes) return false;
-    char spelled[platform::path_buffer_size];
-    const std::string wanted(fs::equal_folded(state.spelling, given) ? std::string_view(state.spelling) : given);
-    if (!platform::resolve_case(wanted.c_str(), spelled)) return false;
     const bool parent = has(state.flags, FFSAddSourceFlags::MOUNT_PARENT);
-    const std::size_t split = parent ? start_of_last_component(given) : 0;
-    state.start = split == 0 ? "" : spelled + split;
-    fs::NativeRoot& root = state.native_root;
-    root.length = split == 0 ? given.size() : split;
-    std::memcpy(root.text, spelled, root.length);
-    root.text[root.length] = '\0';
-    state.native.Set(std::string(given.substr(0, root.length)).c_str(), state.root.FileName(), false);
-    root.handle = platform::Root::open(root.text);
-    return state.table->set_root(root.view());
+    if (!fs::open_native_root(state.root.PathNameView(), state.spelling, parent, state.native_root, state.start)) {
+        return false;
+    }
+    const std::string native(state.root.PathNameView().substr(0, state.native_root.length));
+    state.native.Set(native.c_str(), state.root.FileName(), false);
+    return state.table->set_root(state.native_root.view());
 }
 
 void name_tree(fs::DirectoryState& state) {
@@ -92,7 +76,11 @@ CWin32_dir::CWin32_dir(EFSSourceType::TYPE type, const char* const* include)
 
 CWin32_dir::~CWin32_dir() = default;
 
-void CWin32_dir::set_native_spelling(const char* root) { state_->spelling = root ? root : ""; }
+void CWin32_dir::set_native_spelling(const char* root) {
+    fs::path spelling;
+    spelling.Set(root, "", false);
+    state_->spelling = spelling.PathName();
+}
 
 bool CWin32_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir_listing* listing) {
     fs::DirectoryState& state = *state_;

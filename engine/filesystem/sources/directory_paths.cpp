@@ -29,7 +29,28 @@ bool all_components(std::string_view path, Check&& check) {
     return true;
 }
 
+// Where the last component of a root begins; 0 when it has no parent.
+std::size_t start_of_last_component(std::string_view root) {
+    if (root.size() < 2) return 0;
+    const std::size_t separator = root.rfind('/', root.size() - 2);
+    return separator == std::string_view::npos ? 0 : separator + 1;
+}
+
 }  // namespace
+
+bool open_native_root(std::string_view given, std::string_view spelling, bool parent, NativeRoot& root,
+                      std::string& start) {
+    if (given.size() > platform::max_path_bytes) return false;
+    char spelled[platform::path_buffer_size];
+    const std::string wanted(equal_folded(spelling, given) ? spelling : given);
+    if (!platform::resolve_case(wanted.c_str(), spelled)) return false;
+    const std::size_t split = parent ? start_of_last_component(given) : 0;
+    start = split == 0 ? "" : spelled + split;
+    root.length = split == 0 ? given.size() : split;
+    *put(root.text, {spelled, root.length}) = '\0';
+    root.handle = platform::Root::open(root.text);
+    return true;
+}
 
 bool equal_folded(std::string_view a, std::string_view b) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return fold(x) == fold(y); });

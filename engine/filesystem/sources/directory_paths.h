@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 #include <engine/filesystem/contract/path.h>
@@ -17,6 +18,12 @@ struct NativeRoot {
 
     std::string_view view() const { return {text, length}; }
 };
+
+/// Opens the root of a directory source. `given` is its path; `spelling` is used instead where it is the same path in
+/// another case. With `parent` the last component, if it has a parent, becomes `start`, the relative directory in which
+/// every name lies, and the root is what stands before it. False when the path is too long.
+[[nodiscard]] bool open_native_root(std::string_view given, std::string_view spelling, bool parent, NativeRoot& root,
+                                    std::string& start);
 
 /// A native path, and how much of it is the root that is kept open.
 struct NativePath {

@@ -65,8 +65,10 @@ void Scan::record_directory() {
 
 bool Scan::scan(fs::dir* node) {
     if (listing_) record_directory();
-    // What could be read is used: a directory that cannot be listed, or not to its end, is no error.
-    platform::list_directory(path_.at(state_.native_root), items_);
+    // What could be read is used: a directory that cannot be listed, or not to its end, is no error. But a record of it
+    // would make a passing failure last.
+    const bool listed = platform::list_directory(path_.at(state_.native_root), items_);
+    if (!listed && listing_) listing_->spoil();
     const std::uint32_t dir_number = state_.table->intern_dir(dir());
     const std::size_t first_waiting = waiting_.size();
     if (dir_number == DirectoryNames::none || !enter_items(dir_number)) return false;
@@ -79,6 +81,7 @@ bool Scan::scan(fs::dir* node) {
 }
 
 bool Scan::enter_items(std::uint32_t dir_number) {
+    for (const platform::DirectoryItem& item : items_.items()) state_.table->expect({item.name, item.length});
     for (const platform::DirectoryItem& item : items_.items()) {
         if (item.name[0] == '#' || item.is_offline) continue;
         if (!item.is_directory) {
@@ -139,6 +142,19 @@ bool Scan::is_on_chain() {
     });
 }
 
+bool replay_files(DirectoryState& state, ListingReader& reader, std::uint32_t count, std::uint32_t dir_number) {
+    std::string_view name;
+    ListingReader ahead = reader;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        if (!ahead.read_file(name)) return false;
+        state.table->expect(name);
+    }
+    for (std::uint32_t i = 0; i < count; ++i) {
+        if (!reader.read_file(name) || !state.enter(dir_number, name)) return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 bool scan_directory(DirectoryState& state, std::string_view dir, fs::dir* node, bool recursive, dir_listing* listing) {
@@ -155,10 +171,7 @@ bool replay_listing(DirectoryState& state, const dir_listing& listing) {
         std::string lower(directory.dir);
         fold_text(lower.data(), lower.size());
         if (!state.tree_node(lower, true)) return false;
-        std::string_view name;
-        for (std::uint32_t i = 0; i < directory.files; ++i) {
-            if (!reader.read_file(name) || !state.enter(dir_number, name)) return false;
-        }
+        if (!replay_files(state, reader, directory.files, dir_number)) return false;
     }
     return true;
 }

@@ -55,7 +55,7 @@ struct DirectoryState {
                                   dir_listing* listing);
 /// Fills table and tree from a recorded listing. False when memory ran out or the listing is damaged.
 [[nodiscard]] bool replay_listing(DirectoryState& state, const dir_listing& listing);
-/// Fills the table from the cache service. False when it does not serve this mount.
-bool fill_from_cache_service(DirectoryState& state);
+/// Fills the table from the cache service in a companion module. False when it does not serve this mount.
+bool fill_from_cache_service(DirectoryState& state, const char* module = "FileSystemCache_x64");
 
 }  // namespace fs

@@ -34,6 +34,8 @@ public:
     std::string_view dir_text(std::uint32_t dir) const { return dirs_.lower(dir); }
     /// Appends a file. Its number, or none when memory cannot be had.
     std::uint32_t add(std::uint32_t dir, std::string_view spelled_name, bool installed);
+    /// Tells of a lower-case name that will soon be added; adding many in a row then waits less for memory.
+    void expect(std::string_view name) const { index_.touch(hash_text(name.data(), name.size())); }
     void remove(std::uint32_t file);
     /// Gives back the room of removed files once they are the greater part; `table` is replaced, numbers change.
     static void compact(std::unique_ptr<FileTable>& table);

@@ -63,7 +63,7 @@ void dir_listing::add_directory(std::string_view dir, std::int64_t time) {
 
 void dir_listing::add_file(std::string_view name) {
     put_text(name);
-    if (!is_whole_) return;
+    if (bytes_.size() == 0) return;
     unsigned char* count = bytes_.data() + count_at_;
     std::uint32_t value = 0;
     for (int i = 0; i < 4; ++i) value |= static_cast<std::uint32_t>(count[i]) << 8 * i;

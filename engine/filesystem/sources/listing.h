@@ -16,8 +16,9 @@ public:
     static constexpr std::int64_t untrusted_time = -1;
 
     bool is_empty() const { return bytes_.size() == 0; }
-    /// False once memory has run out while recording; the record is then incomplete.
+    /// False once something could not be recorded.
     bool is_whole() const { return is_whole_; }
+    void spoil() { is_whole_ = false; }
     void clear();
 
     /// Begins a directory; the files that follow are its own.

@@ -9,6 +9,7 @@
 #include <engine/filesystem/access.h>
 #include <engine/filesystem/contract.h>
 #include <engine/filesystem/registry.h>
+#include <engine/filesystem/startup/crash.h>
 #include <engine/kernel/parser.h>
 
 #include "engine/platform/directories.h"
@@ -156,3 +157,6 @@ bool read_configuration(const std::string& name) try {
 }
 
 }  // namespace crash
+
+const char* CrashConfigKeywords() { return crash::keywords; }
+Log::ELevel::TYPE CrashLevelFromName(const char* name) { return crash::level_from_name(name == nullptr ? "" : name); }

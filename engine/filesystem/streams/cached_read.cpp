@@ -77,20 +77,15 @@ bool cachedrdfile::fetch() {
 
 std::uint64_t cachedrdfile::tell() { return block_position_ + static_cast<std::uint64_t>(cursor_ - buffer_); }
 
-std::uint64_t cachedrdfile::read(void* out, std::uint64_t size) {
-    if (size < static_cast<std::uint64_t>(end_ - cursor_)) {
-        // The commonest sizes are spelled out, because a copy of fixed size needs no call.
-        if (size == 4) {
-            std::memcpy(out, cursor_, 4);
-        } else if (size == 2) {
-            std::memcpy(out, cursor_, 2);
-        } else {
-            std::memcpy(out, cursor_, static_cast<std::size_t>(size));
-        }
-        cursor_ += size;
-        return size;
+std::uint64_t cachedrdfile::read_any(std::uint8_t* out, std::uint64_t size) {
+    if (size >= static_cast<std::uint64_t>(end_ - cursor_)) return read_blocks(out, size);
+    if (size == 2) {  // the length of a text
+        std::memcpy(out, cursor_, 2);
+    } else {
+        std::memcpy(out, cursor_, static_cast<std::size_t>(size));
     }
-    return read_blocks(static_cast<std::uint8_t*>(out), size);
+    cursor_ += size;
+    return size;
 }
 
 /// Also when the block is just used up: the next one is fetched at once.

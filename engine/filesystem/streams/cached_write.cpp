@@ -12,12 +12,8 @@ namespace {
 
 constexpr std::uint64_t failure = UINT64_MAX;
 
-void copy(std::uint8_t* to, const void* from, std::uint64_t size) {
-    if (size == 4) {  // what typed values are made of: a copy of fixed size needs no call
-        std::memcpy(to, from, 4);
-    } else if (size != 0) {
-        std::memcpy(to, from, static_cast<std::size_t>(size));
-    }
+void copy(std::uint8_t* to, const std::uint8_t* from, std::uint64_t size) {
+    if (size != 0) std::memcpy(to, from, static_cast<std::size_t>(size));
 }
 
 }  // namespace
@@ -54,13 +50,6 @@ std::uint64_t cachedwrnoseekfile::tell() { return fs::tell(handle) + used_; }
 
 bool cachedwrnoseekfile::seek(std::int64_t, EFSSeek::TYPE) { return false; }
 
-std::uint64_t cachedwrnoseekfile::write(const void* data, std::uint64_t size) {
-    if (size >= buffer_size_ - used_) return write_blocks(static_cast<const std::uint8_t*>(data), size);
-    copy(buffer_ + used_, data, size);
-    used_ += static_cast<std::uint32_t>(size);
-    return size;
-}
-
 std::uint64_t cachedwrnoseekfile::write_blocks(const std::uint8_t* data, std::uint64_t size) {
     if (buffer_size_ == 0) return size == 0 ? 0 : failure;  // no buffer, nothing to collect in
     std::uint64_t done = 0;
@@ -86,11 +75,11 @@ bool cachedwrfile::reallocate() { return grow_step_ <= UINT64_MAX - capacity_ &&
 void cachedwrfile::releasebuffer() {
     std::free(buffer_);
     buffer_ = nullptr;
-    capacity_ = allocated_ = 0;
+    capacity_ = allocated_ = written_ = 0;
 }
 
 /// The image counts in steps, but the memory behind it grows in proportion to its size: growing by a fixed step would
-/// copy a large image over and over. New bytes are zeros, since a seek may leave some of them unwritten.
+/// copy a large image over and over.
 bool cachedwrfile::grow_to(std::uint64_t capacity) {
     if (capacity > memory_limit) return false;
     if (capacity > allocated_) {
@@ -100,15 +89,22 @@ bool cachedwrfile::grow_to(std::uint64_t capacity) {
         buffer_ = larger;
         allocated_ = generous;
     }
-    if (capacity > capacity_) std::memset(buffer_ + capacity_, 0, static_cast<std::size_t>(capacity - capacity_));
     capacity_ = capacity;
     return true;
 }
 
+/// A seek may have left bytes below `end` (within the image) unwritten: they become zeros.
+void cachedwrfile::fill_gap(std::uint64_t end) {
+    if (end <= written_) return;
+    std::memset(buffer_ + written_, 0, static_cast<std::size_t>(end - written_));
+    written_ = end;
+}
+
 void cachedwrfile::flush() {
     const std::uint64_t size = std::min(pos_, capacity_);
+    fill_gap(size);
     if (size != 0 && handle != nullptr) handle->write(buffer_, size);
-    pos_ = 0;
+    pos_ = written_ = 0;
 }
 
 void cachedwrfile::close() {
@@ -140,23 +136,20 @@ bool cachedwrfile::seek(std::int64_t offset, EFSSeek::TYPE origin) {
     return true;
 }
 
-std::uint64_t cachedwrfile::write(const void* data, std::uint64_t size) {
-    if (pos_ > capacity_ || size >= capacity_ - pos_)
-        return write_growing(static_cast<const std::uint8_t*>(data), size);
-    copy(buffer_ + pos_, data, size);
-    pos_ += size;
-    return size;
-}
-
 /// Grows as soon as the image is full. What can't be held is refused: all bits set when that is everything.
-std::uint64_t cachedwrfile::write_growing(const std::uint8_t* data, std::uint64_t size) {
+std::uint64_t cachedwrfile::write_any(const std::uint8_t* data, std::uint64_t size) {
     if (size == 0) return 0;
     if (pos_ > capacity_ || grow_step_ == 0) return failure;
-    const std::uint64_t steps = (size - std::min(size, capacity_ - pos_)) / grow_step_ + 1;
-    const bool fits = steps <= (UINT64_MAX - capacity_) / grow_step_ && grow_to(capacity_ + steps * grow_step_);
-    const std::uint64_t taken = fits ? size : std::min(size, capacity_ - pos_);
+    std::uint64_t taken = std::min(size, capacity_ - pos_);
+    if (taken == capacity_ - pos_) {
+        const std::uint64_t steps = (size - taken) / grow_step_ + 1;
+        const bool fits = steps <= (UINT64_MAX - capacity_) / grow_step_ && grow_to(capacity_ + steps * grow_step_);
+        if (fits) taken = size;
+    }
+    fill_gap(pos_);
     copy(buffer_ + pos_, data, taken);
     pos_ += taken;
+    written_ = std::max(written_, pos_);
     return taken == 0 ? failure : taken;
 }
 

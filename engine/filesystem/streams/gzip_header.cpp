@@ -1,3 +1,5 @@
+#include <new>
+
 #include "engine/filesystem/streams/gzip_state.h"
 
 namespace fs {
@@ -10,22 +12,30 @@ enum HeaderFlag : unsigned char { HEADER_CRC = 2, EXTRA_FIELD = 4, FILE_NAME = 8
 
 }  // namespace
 
-bool izipped_buffer_file::refill() {
+/// Reads up to `blocks` blocks. False, with the failure noted, when not a byte is left.
+bool izipped_buffer_file::refill(std::uint32_t blocks) {
     if (zip_->z_eof) return false;
-    const std::uint64_t got = read_data(zip_->buffer, State::buffer_size);
-    if (got == 0 || got > State::buffer_size) {  // a storage of the caller's may answer anything
-        zip_->z_eof = true;
-        zip_->z_err = Z_ERRNO;
-        return false;
+    if (blocks > 1 && zip_->ahead == nullptr)
+        zip_->ahead = new (std::nothrow) Bytef[std::size_t{State::most_blocks} * State::buffer_size];
+    if (zip_->ahead == nullptr) blocks = 1;
+    Bytef* const into = blocks > 1 ? zip_->ahead : zip_->buffer;
+    std::uint32_t total = 0;
+    for (std::uint32_t block = 0; block < blocks && total == block * State::buffer_size; ++block) {
+        const std::uint64_t got = read_data(into + total, State::buffer_size);
+        if (got <= State::buffer_size) total += static_cast<std::uint32_t>(got);  // a caller's storage may say anything
     }
-    zip_->stream.next_in = zip_->buffer;
-    zip_->stream.avail_in = static_cast<uInt>(got);
-    return true;
+    zip_->gathered = total;
+    zip_->stream.next_in = into;
+    zip_->stream.avail_in = total;
+    if (total != 0) return true;
+    zip_->z_eof = true;
+    zip_->z_err = Z_ERRNO;
+    return false;
 }
 
 unsigned char izipped_buffer_file::get_byte() {
     if (zip_ == nullptr || zip_->writing || zip_->z_eof) return end_byte;
-    if (zip_->stream.avail_in == 0 && !refill()) return end_byte;
+    if (zip_->stream.avail_in == 0 && !refill(1)) return end_byte;
     --zip_->stream.avail_in;
     return *zip_->stream.next_in++;
 }

@@ -16,9 +16,13 @@ namespace fs {
 /// One gzip member being read or written.
 struct izipped_buffer_file::State {
     static constexpr std::uint32_t buffer_size = 4096;
+    static constexpr std::uint32_t most_blocks = 16;  // read ahead at a time, see gzip_stream.cpp
 
     explicit State(bool for_writing) : writing(for_writing) {}
-    ~State() { end(); }
+    ~State() {
+        end();
+        delete[] ahead;
+    }
     State(const State&) = delete;
     State& operator=(const State&) = delete;
 
@@ -38,6 +42,8 @@ struct izipped_buffer_file::State {
     std::uint32_t crc = 0;            // of the plain bytes so far
     std::uint64_t total = 0;          // plain bytes so far; zlib's own count has 32 bits on Windows
     std::uint64_t start = 0;          // raw position behind the header
+    std::uint32_t gathered = 0;       // bytes of the blocks last read
+    Bytef* ahead = nullptr;           // room for most_blocks, made when first needed
     Bytef buffer[buffer_size];        // compressed bytes: not yet inflated, or not yet written
     Bytef scratch[buffer_size] = {};  // what seeks discard, or zeros to fill with
 };

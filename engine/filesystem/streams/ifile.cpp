@@ -127,6 +127,16 @@ bool read_into_string(ifile& stream, ztl::string_base<Char>& text) {
     return whole;
 }
 
+/// How many elements to make room for. The count comes from outside: no more than the stream has room for lengths, and
+/// no more than is worth the trouble.
+std::uint32_t credible_elements(ifile& stream, std::uint32_t count) {
+    constexpr std::uint32_t enough = 1 << 20;
+    const std::uint64_t length = stream.length();
+    const std::uint64_t position = stream.tell();
+    if (length == UINT64_MAX || position >= length) return 0;
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>({count, (length - position) / 2, enough}));
+}
+
 /// Gathers small pieces, so that a vector of short texts costs few calls of the stream's write.
 class Gatherer {
 public:
@@ -258,13 +268,13 @@ ifile& ifile::operator>>(ztl::string_base<wchar_t>& text) {
 }
 
 ifile& ifile::operator>>(ztl::vector<ztl::string_base<char>>& texts) {
-    // The count comes from outside: nothing is allocated for an element before its length was there.
     const std::uint32_t elements = get_uint();
     try {
+        texts.reserve(texts.size() + credible_elements(*this, elements));
         for (std::uint32_t i = 0; i < elements; ++i) {
-            ztl::string_base<char> text;
-            if (!read_into_string(*this, text)) return *this;
-            texts.push_back(std::move(text));
+            if (read_into_string(*this, texts.emplace_back())) continue;
+            texts.pop_back();
+            break;
         }
     } catch (const std::bad_alloc&) {
         return *this;

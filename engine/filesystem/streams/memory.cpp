@@ -10,7 +10,7 @@
 
 namespace fs {
 
-memfile::memfile() = default;
+memfile::memfile() { gives_back_ = true; }
 
 memfile::~memfile() = default;
 
@@ -81,7 +81,7 @@ bool append(ztl::vector<unsigned char>& vector, const unsigned char* data, std::
 
 }  // namespace
 
-vectorfile::vectorfile() = default;
+vectorfile::vectorfile() { gives_back_ = true; }
 
 vectorfile::~vectorfile() = default;
 

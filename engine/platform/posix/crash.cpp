@@ -99,8 +99,13 @@ void break_into_debugger() { raise(SIGTRAP); }
     constexpr int most_frames = 128;
     void* all[most_frames];
     const int count = backtrace(all, most_frames);
+    // Tools that stand between us and the system add frames of their own; ours end where this function returns to.
+    int first = 1;
+    for (int i = 0; i < count; ++i) {
+        if (all[i] == __builtin_return_address(0)) first = i;
+    }
     int used = 0;
-    for (int i = skip + 1; i < count && used < capacity; ++i) frames[used++] = all[i];
+    for (int i = first + skip; i < count && used < capacity; ++i) frames[used++] = all[i];
     return used;
 }
 

@@ -20,9 +20,14 @@ public:
     const char* path() const { return path_; }
     /// Whether Windows, too, could hold the name. Records the failure.
     bool check_name() const;
+    /// To be called once the name is there. Answers true.
+    bool done() const;
 
 private:
+    bool is_gone() const;
+
     char path_[path_buffer_size];
+    DirectoryStamp directory_;
     Spelling spelling_ = Spelling::MISSING;
 };
 

@@ -93,7 +93,8 @@ bool create_directory(const char* path) {
     const Creation creation(path);
     if (creation.spelling() == Spelling::EXISTS) return fail(Failure::ALREADY_EXISTS, EEXIST);
     if (creation.spelling() == Spelling::MISSING) return fail(Failure::NOT_FOUND, ENOENT);
-    return creation.check_name() && (::mkdir(creation.path(), 0777) == 0 || fail_os(errno));
+    if (!creation.check_name()) return false;
+    return ::mkdir(creation.path(), 0777) == 0 ? creation.done() : fail_os(errno);
 }
 
 bool remove_directory(const char* path) {

@@ -18,17 +18,6 @@
 namespace platform {
 namespace {
 
-/// The directory that holds a path's last name.
-struct DirectoryPath {
-    char text[path_buffer_size] = ".";
-    explicit DirectoryPath(const char* path) {
-        const auto length = static_cast<std::size_t>(last_component(path) - path);
-        if (length == 0) return;
-        std::memcpy(text, path, length);
-        text[length] = '\0';
-    }
-};
-
 /// Directories change for good only when they are synced themselves; a crash may bring the old name back before.
 bool sync_directory_of(const char* path) {
     const Descriptor opened(::open(DirectoryPath(path).text, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -85,7 +74,9 @@ bool move_entry(const Entry& source, const char* to) {
     if (!hold_source.acquire(source.status)) return fail(Failure::IN_USE);
     const Creation creation(to);
     if (creation.spelling() == Spelling::MISSING) return fail(Failure::NOT_FOUND, ENOENT);
-    if (creation.spelling() == Spelling::NEW) return creation.check_name() && rename_entry(source, creation.path());
+    if (creation.spelling() == Spelling::NEW) {
+        return creation.check_name() && rename_entry(source, creation.path()) && creation.done();
+    }
 
     Entry target;
     std::memcpy(target.path, creation.path(), path_buffer_size);

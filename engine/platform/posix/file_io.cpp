@@ -20,6 +20,7 @@ namespace platform {
 namespace {
 
 constexpr std::uint64_t all_ones = ~std::uint64_t{0};
+constexpr std::uint64_t largest_position = 0x7FFFFFFFFFFFFFFF;
 constexpr std::uint64_t largest_step = 0x40000000;  // the kernel moves at most 2 GiB less a page in one call
 
 int number_of(std::intptr_t handle) { return static_cast<int>(handle); }
@@ -69,18 +70,20 @@ std::uint64_t read_positioned(int descriptor, std::uint32_t alignment, void* buf
 
 std::uint64_t File::read(void* buffer, std::uint64_t size) {
     if (!valid()) return no_handle();
-    if (!pass_fault(FaultPoint::READ, size)) return all_ones;
-    return move_all(size, alignment_, [&](std::uint64_t done, std::size_t count) {
-        return ::read(number_of(handle_), static_cast<char*>(buffer) + done, count);
-    });
+    const std::uint64_t moved = read_positioned(number_of(handle_), alignment_, buffer, size, position_);
+    if (moved != all_ones) position_ += moved;
+    return moved;
 }
 
 std::uint64_t File::write(const void* buffer, std::uint64_t size) {
     if (!valid()) return no_handle();
     if (!pass_fault(FaultPoint::WRITE, size)) return all_ones;
-    return move_all(size, 1, [&](std::uint64_t done, std::size_t count) {
-        return ::write(number_of(handle_), static_cast<const char*>(buffer) + done, count);
+    const std::uint64_t moved = move_all(size, 1, [&](std::uint64_t done, std::size_t count) {
+        const char* const from = static_cast<const char*>(buffer) + done;
+        return ::pwrite(number_of(handle_), from, count, static_cast<off_t>(position_ + done));
     });
+    if (moved != all_ones) position_ += moved;
+    return moved;
 }
 
 std::uint64_t File::read_at(void* buffer, std::uint64_t size, std::uint64_t offset) const {
@@ -88,20 +91,19 @@ std::uint64_t File::read_at(void* buffer, std::uint64_t size, std::uint64_t offs
     return read_positioned(number_of(handle_), alignment_, buffer, size, offset);
 }
 
+// The position is ours: seeking costs no call of the kernel, and reading behind a seek costs one.
 bool File::seek(std::int64_t offset, Origin origin) {
     if (!valid()) return fail(Failure::INVALID_HANDLE);
-    constexpr int origins[] = {SEEK_SET, SEEK_CUR, SEEK_END};
-    const auto position = ::lseek(number_of(handle_), offset, origins[static_cast<std::uint32_t>(origin)]);
-    return position >= 0 || fail_os(errno);
+    std::uint64_t base = 0;
+    if (origin == Origin::CURRENT) base = position_;
+    if (origin == Origin::END && (base = length()) == all_ones) return false;
+    const std::uint64_t target = base + static_cast<std::uint64_t>(offset);  // wraps where it cannot be a position
+    if (target > largest_position) return fail_os(EINVAL);
+    position_ = target;
+    return true;
 }
 
-std::uint64_t File::tell() const {
-    if (!valid()) return no_handle();
-    const auto position = ::lseek(number_of(handle_), 0, SEEK_CUR);
-    if (position >= 0) return static_cast<std::uint64_t>(position);
-    fail_os(errno);
-    return all_ones;
-}
+std::uint64_t File::tell() const { return valid() ? position_ : no_handle(); }
 
 std::uint64_t File::length() const {
     if (!valid()) return no_handle();
@@ -113,9 +115,9 @@ std::uint64_t File::length() const {
 
 bool File::set_end() {
     if (const auto fault = fault_at(FaultPoint::SET_END)) return fail(*fault);
-    const std::uint64_t position = tell();
-    if (position == all_ones) return false;
-    const int result = retry_interrupted([&] { return ::ftruncate(number_of(handle_), static_cast<off_t>(position)); });
+    if (!valid()) return fail(Failure::INVALID_HANDLE);
+    const int result =
+        retry_interrupted([&] { return ::ftruncate(number_of(handle_), static_cast<off_t>(position_)); });
     if (result == 0) return true;
     // What ftruncate calls invalid is a descriptor that was not opened for writing.
     return errno == EINVAL ? fail(Failure::ACCESS_DENIED, EINVAL) : fail_os(errno);
@@ -151,6 +153,7 @@ int File::duplicate_descriptor(bool /*for_writing*/) const {
     }
     const int copy = ::fcntl(number_of(handle_), F_DUPFD_CLOEXEC, 0);
     if (copy < 0) fail_os(errno);
+    if (copy >= 0) ::lseek(copy, static_cast<off_t>(position_), SEEK_SET);
     return copy;
 }
 

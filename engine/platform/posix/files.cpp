@@ -84,8 +84,12 @@ Opened create_new(const PathAt& path, int flags) {
     opened.descriptor =
         retry_interrupted([&] { return open_or_without_direct(AT_FDCWD, creation.path(), opened.flags); });
     opened.created = opened.descriptor >= 0;
-    if (!opened.created) opened.os_code = errno;
-    opened.again = opened.os_code == EEXIST && !opened.created;
+    if (opened.created) {
+        creation.done();
+        return opened;
+    }
+    opened.os_code = errno;
+    opened.again = opened.os_code == EEXIST;
     return opened;
 }
 
@@ -166,6 +170,7 @@ File::File(File&& other) noexcept
     : handle_(std::exchange(other.handle_, -1)),
       share_device_(other.share_device_),
       share_inode_(other.share_inode_),
+      position_(other.position_),
       alignment_(other.alignment_),
       exclusive_(other.exclusive_) {}
 
@@ -175,6 +180,7 @@ File& File::operator=(File&& other) noexcept {
     handle_ = std::exchange(other.handle_, -1);
     share_device_ = other.share_device_;
     share_inode_ = other.share_inode_;
+    position_ = other.position_;
     alignment_ = other.alignment_;
     exclusive_ = other.exclusive_;
     return *this;

@@ -1,20 +1,27 @@
 #include "engine/platform/posix/folded_directory.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
+#include <array>
+#include <atomic>
+#include <cstring>
 #include <ctime>
 #include <list>
 #include <mutex>
 #include <new>
 #include <unordered_map>
+#include <utility>
 
-#include "engine/platform/folding.h"
 #include "engine/platform/posix/descriptor.h"
-#include "engine/platform/posix/directory_reader.h"
+#include "engine/platform/posix/system_error.h"
 
 // Folded listings are kept, since a name that the disk does not hold is asked for again and again. A kept listing is
-// used only while the directory's change time is the one it was read under, and it is kept only when that time lay far
-// enough back: time stamps move in ticks, so what changes within the tick in which we read leaves no trace.
+// used only while the directory's change time is the one it was read under, and it is kept only when a later change
+// must show in that time. On older kernels time moves in ticks, and what changes within the tick in which we read leaves
+// no trace: there the stamp must lie a few ticks back. Newer ones give the change after somebody looked a finer time of
+// its own; a file system shows that it does so by a stamp that lies ahead of the clock of ticks.
 
 namespace platform {
 namespace {
@@ -25,42 +32,28 @@ constexpr std::size_t cache_listings = 4096;
 constexpr std::int64_t settle_time_ns = 40'000'000;
 // Stamps without a fraction come from file systems that count whole or even pairs of seconds.
 constexpr std::int64_t coarse_settle_time_ns = 2'100'000'000;
-
-std::uint32_t folded_hash(const char* name, std::size_t length) {
-    std::uint64_t hash = length;
-    std::size_t i = 0;
-    std::uint64_t word = 0;
-    for (; i + 8 <= length; i += 8) {
-        std::memcpy(&word, name + i, 8);
-        hash = (hash ^ fold_word(word)) * 0x9E3779B97F4A7C15u;
-        hash ^= hash >> 29;
-    }
-    word = 0;
-    std::memcpy(&word, name + i, length - i);
-    hash = (hash ^ fold_word(word)) * 0x9E3779B97F4A7C15u;
-    return static_cast<std::uint32_t>(hash >> 32);
-}
-
-/// Whether `a` stands for a folded name rather than `b`, neither being the exact spelling.
-bool is_preferred(const char* a, const char* b, std::size_t length) {
-    const bool a_lower = !has_upper_case(a, length);
-    if (a_lower != !has_upper_case(b, length)) return a_lower;
-    return std::memcmp(a, b, length) < 0;
-}
+// Where only ticks are told, a directory that changes all the time and takes this long to read is believed without trust
+// for a while, so that reading it takes at most a fiftieth of the time. Else creating n files in it would take n * n.
+constexpr std::int64_t long_reading_ns = 1'000'000;
+constexpr std::int64_t readings_apart = 50;
 
 struct Kept {
     DirectoryStamp stamp;
-    std::shared_ptr<const FoldedDirectory> names;
+    FoldedDirectory names;
+    std::int64_t read_at_ns = 0;  // of the steady clock
+    std::int64_t reading_ns = 0;  // how long reading took
+    bool provisional = false;     // the stamp is not trusted
+    std::size_t counted = 0;      // bytes of `names` within the cache's sum
 };
+
+using Id = std::pair<std::uint64_t, std::uint64_t>;
 struct IdHash {
-    std::size_t operator()(const std::pair<std::uint64_t, std::uint64_t>& id) const {
-        return (id.first << 32 ^ id.second) * 0x9E3779B97F4A7C15u;
-    }
+    std::size_t operator()(const Id& id) const { return (id.first << 32 ^ id.second) * 0x9E3779B97F4A7C15u; }
 };
 
 struct Cache {
     std::list<Kept> kept;  // most recently used first
-    std::unordered_map<std::pair<std::uint64_t, std::uint64_t>, std::list<Kept>::iterator, IdHash> by_id;
+    std::unordered_map<Id, std::list<Kept>::iterator, IdHash> by_id;
     std::size_t size_bytes = 0;
 };
 
@@ -70,133 +63,162 @@ struct CacheHolder {
 };
 constinit CacheHolder holder;
 
-void drop(Cache& cache, std::list<Kept>::iterator entry) {
-    cache.size_bytes -= entry->names->size_bytes();
-    cache.by_id.erase({entry->stamp.device, entry->stamp.inode});
-    cache.kept.erase(entry);
-}
+/// Devices whose file system was seen to stamp finer than in ticks. When all places are taken the rest waits for ticks.
+constinit std::array<std::atomic<std::uint64_t>, 16> fine_devices{};
 
-std::shared_ptr<const FoldedDirectory> recall(const DirectoryStamp& stamp) {
-    const std::lock_guard hold(holder.lock);
-    if (holder.cache == nullptr) return nullptr;
-    Cache& cache = *holder.cache;
-    const auto found = cache.by_id.find({stamp.device, stamp.inode});
-    if (found == cache.by_id.end()) return nullptr;
-    if (!found->second->stamp.same(stamp)) {
-        drop(cache, found->second);
-        return nullptr;
+bool is_fine(std::uint64_t device) {
+    for (const auto& known : fine_devices) {
+        const std::uint64_t value = known.load(std::memory_order_relaxed);
+        if (value == device + 1) return true;
+        if (value == 0) return false;
     }
-    cache.kept.splice(cache.kept.begin(), cache.kept, found->second);
-    return found->second->names;
+    return false;
 }
 
-void keep(const DirectoryStamp& stamp, const std::shared_ptr<const FoldedDirectory>& names) try {
-    const std::lock_guard hold(holder.lock);
-    if (holder.cache == nullptr) holder.cache = new Cache;
-    Cache& cache = *holder.cache;
-    const std::pair id{stamp.device, stamp.inode};
-    if (const auto old = cache.by_id.find(id); old != cache.by_id.end()) drop(cache, old->second);
-    cache.kept.push_front(Kept{.stamp = stamp, .names = names});
-    cache.size_bytes += names->size_bytes();
-    cache.by_id.emplace(id, cache.kept.begin());
-    while (cache.kept.size() > 1 && (cache.kept.size() > cache_listings || cache.size_bytes > cache_size_bytes)) {
-        drop(cache, std::prev(cache.kept.end()));
+void learn_fine(std::uint64_t device) {
+    for (auto& known : fine_devices) {
+        std::uint64_t value = 0;
+        if (known.compare_exchange_strong(value, device + 1, std::memory_order_relaxed) || value == device + 1) return;
     }
-} catch (const std::bad_alloc&) {
-    // Then the listing is read again next time.
 }
 
-std::int64_t nanoseconds_of(const timespec& time) {
-    return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+std::int64_t clock_ns(clockid_t clock) {
+    timespec now{};
+    clock_gettime(clock, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
 }
 
-/// `now` was read before the directory was.
-DirectoryStamp stamp_of(const struct stat& status, const timespec& now) {
+/// `before` is the clock of ticks (which stamps files) as it was before the directory was looked at.
+DirectoryStamp stamp_of(const struct stat& status, std::int64_t before) {
     const timespec& change = status.st_ctim;
+    const std::int64_t change_ns = static_cast<std::int64_t>(change.tv_sec) * 1'000'000'000 + change.tv_nsec;
     const std::int64_t needed = change.tv_nsec == 0 ? coarse_settle_time_ns : settle_time_ns;
+    bool trusted = before - change_ns >= needed;
+    if (!trusted) {
+        // Only a disk of this machine is stamped by the clock that we ask.
+        const bool ahead_of_ticks = change_ns > clock_ns(CLOCK_REALTIME_COARSE);
+        if (ahead_of_ticks && major(status.st_dev) != 0) learn_fine(status.st_dev);
+        trusted = is_fine(status.st_dev);
+    }
     return DirectoryStamp{.device = status.st_dev,
                           .inode = status.st_ino,
                           .seconds = change.tv_sec,
                           .nanoseconds = change.tv_nsec,
-                          .settled = nanoseconds_of(now) - nanoseconds_of(change) >= needed};
+                          .trusted = trusted};
 }
 
-timespec coarse_now() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME_COARSE, &now);  // the clock that stamps files
-    return now;
+void drop(Cache& cache, std::list<Kept>::iterator entry) {
+    cache.size_bytes -= entry->counted;
+    cache.by_id.erase({entry->stamp.device, entry->stamp.inode});
+    cache.kept.erase(entry);
+}
+
+void count(Cache& cache, Kept& entry) {
+    cache.size_bytes += entry.names.size_bytes() - entry.counted;
+    entry.counted = entry.names.size_bytes();
+}
+
+/// What is kept of the directory under exactly this stamp; null, and dropped, when it is out of date.
+Kept* recall(const DirectoryStamp& stamp) {
+    if (holder.cache == nullptr) return nullptr;
+    Cache& cache = *holder.cache;
+    const auto found = cache.by_id.find({stamp.device, stamp.inode});
+    if (found == cache.by_id.end()) return nullptr;
+    const auto entry = found->second;
+    const bool stale =
+        entry->provisional && clock_ns(CLOCK_MONOTONIC) - entry->read_at_ns > readings_apart * entry->reading_ns;
+    if (stale || !entry->stamp.same(stamp)) {
+        drop(cache, entry);
+        return nullptr;
+    }
+    if (entry != cache.kept.begin()) cache.kept.splice(cache.kept.begin(), cache.kept, entry);
+    return &*entry;
+}
+
+void keep(Kept&& kept) {
+    const std::lock_guard hold(holder.lock);
+    if (holder.cache == nullptr) holder.cache = new Cache;
+    Cache& cache = *holder.cache;
+    const Id id{kept.stamp.device, kept.stamp.inode};
+    if (const auto old = cache.by_id.find(id); old != cache.by_id.end()) drop(cache, old->second);
+    cache.kept.push_front(std::move(kept));
+    count(cache, cache.kept.front());
+    cache.by_id.emplace(id, cache.kept.begin());
+    while (cache.kept.size() > 1 && (cache.kept.size() > cache_listings || cache.size_bytes > cache_size_bytes)) {
+        drop(cache, std::prev(cache.kept.end()));
+    }
+}
+
+/// Copies the spelling over `name`.
+bool answer(const FoldedDirectory& names, char* name, std::size_t length) {
+    const char* const held = names.find(name, length);
+    if (held == nullptr) return false;
+    std::memcpy(name, held, length);
+    return true;
+}
+
+std::optional<Kept> read_listing(const char* path) {
+    const Descriptor directory(
+        retry_interrupted([&] { return ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK); }));
+    if (!directory.valid()) return std::nullopt;
+    const std::int64_t before = clock_ns(CLOCK_REALTIME_COARSE);
+    const std::int64_t start = clock_ns(CLOCK_MONOTONIC);
+    struct stat status;
+    if (::fstat(directory.number(), &status) != 0) return std::nullopt;
+    auto names = FoldedDirectory::read(directory.number());
+    if (!names) return std::nullopt;
+    const std::int64_t end = clock_ns(CLOCK_MONOTONIC);
+    return Kept{
+        .stamp = stamp_of(status, before), .names = std::move(*names), .read_at_ns = end, .reading_ns = end - start};
 }
 
 }  // namespace
 
-std::shared_ptr<const FoldedDirectory> FoldedDirectory::read(int directory) try {
-    const auto names = std::make_shared<FoldedDirectory>();
-    if (!read_directory(directory, [&](const DirectoryRecord&, const char* name) { names->add(name); })) return nullptr;
-    names->index();
-    return names;
-} catch (const std::bad_alloc&) {
-    errno = ENOMEM;
-    return nullptr;
-}
-
-void FoldedDirectory::add(const char* name) {
-    const std::size_t length = std::strlen(name);  // at most 255 bytes, says the kernel
-    if (length > 255 || text_.size() > UINT32_MAX - 2 * 256) return;
-    text_.push_back(static_cast<char>(length));
-    text_.insert(text_.end(), name, name + length);
-    ++count_;
-}
-
-void FoldedDirectory::index() {
-    text_.shrink_to_fit();
-    std::size_t slots = 16;
-    while (slots < count_ * 2) slots *= 2;
-    slots_.assign(slots, 0);
-    for (std::size_t at = 0; at < text_.size();) {
-        const std::size_t length = static_cast<unsigned char>(text_[at]);
-        std::size_t slot = folded_hash(text_.data() + at + 1, length) & (slots - 1);
-        while (slots_[slot] != 0) slot = (slot + 1) & (slots - 1);
-        slots_[slot] = static_cast<std::uint32_t>(at + 1);
-        at += 1 + length;
-    }
-}
-
-const char* FoldedDirectory::find(const char* name, std::size_t length) const {
-    if (slots_.empty()) return nullptr;
-    const char* best = nullptr;
-    const std::size_t mask = slots_.size() - 1;
-    for (std::size_t slot = folded_hash(name, length) & mask; slots_[slot] != 0; slot = (slot + 1) & mask) {
-        const char* const held = text_.data() + slots_[slot];
-        if (static_cast<unsigned char>(held[-1]) != length || !equal_folded(held, name, length)) continue;
-        if (std::memcmp(held, name, length) == 0) return held;
-        if (best == nullptr || is_preferred(held, best, length)) best = held;
-    }
-    return best;
-}
-
 bool stamp_directory(const char* path, DirectoryStamp& out) {
-    const timespec now = coarse_now();
+    const std::int64_t before = clock_ns(CLOCK_REALTIME_COARSE);
     struct stat status;
     if (::stat(path, &status) != 0) return false;
-    out = stamp_of(status, now);
+    out = stamp_of(status, before);
     if (S_ISDIR(status.st_mode)) return true;
     errno = ENOTDIR;
     return false;
 }
 
-std::shared_ptr<const FoldedDirectory> folded_directory(const char* path, DirectoryStamp& stamp) {
-    if (stamp.inode == 0 && !stamp_directory(path, stamp)) return nullptr;
-    if (auto names = recall(stamp); names != nullptr) return names;
-    const Descriptor directory(
-        retry_interrupted([&] { return ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK); }));
-    if (!directory.valid()) return nullptr;
-    const timespec now = coarse_now();
-    struct stat status;
-    if (::fstat(directory.number(), &status) != 0) return nullptr;
-    stamp = stamp_of(status, now);
-    auto names = FoldedDirectory::read(directory.number());
-    if (names != nullptr && stamp.settled) keep(stamp, names);
-    return names;
+bool find_spelling(const char* path, DirectoryStamp& stamp, char* name, std::size_t length) {
+    if (stamp.inode == 0 && !stamp_directory(path, stamp)) return false;
+    {
+        const std::lock_guard hold(holder.lock);
+        if (const Kept* const kept = recall(stamp); kept != nullptr) return answer(kept->names, name, length);
+    }
+    auto listing = read_listing(path);
+    if (!listing) return false;
+    stamp = listing->stamp;
+    const bool found = answer(listing->names, name, length);
+    listing->provisional = !stamp.trusted;
+    if (stamp.trusted || listing->reading_ns >= long_reading_ns) keep(std::move(*listing));
+    return found;
+}
+
+void note_created(const char* path, const DirectoryStamp& before, const char* name) try {
+    DirectoryStamp after;
+    if (!stamp_directory(path, after)) return;
+    const std::lock_guard hold(holder.lock);
+    Kept* const kept = recall(before);
+    if (kept == nullptr) return;
+    if (!after.trusted && kept->reading_ns < long_reading_ns) return;
+    kept->names.add(name, std::strlen(name));
+    count(*holder.cache, *kept);
+    kept->stamp = after;
+    kept->provisional = !after.trusted;
+} catch (const std::bad_alloc&) {
+    forget_directory(before);
+}
+
+void forget_directory(const DirectoryStamp& stamp) {
+    const std::lock_guard hold(holder.lock);
+    if (holder.cache == nullptr) return;
+    const auto found = holder.cache->by_id.find({stamp.device, stamp.inode});
+    if (found != holder.cache->by_id.end()) drop(*holder.cache, found->second);
 }
 
 }  // namespace platform

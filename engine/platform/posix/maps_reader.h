@@ -37,11 +37,9 @@ public:
         out.end = take_hex(at);
         out.is_executable = std::strlen(at) > 4 && at[3] == 'x';
         skip_field(at);
-        skip_field(at);
         out.offset = take_hex(at);
         skip_field(at);  // device
         skip_field(at);  // inode
-        while (*at == ' ') ++at;
         out.path = at;
         return true;
     }

@@ -9,8 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "engine/platform/posix/folded_directory.h"
-
 // A path that does not exist as given is resolved in two steps: its directory, then its last name in that directory's
 // folded listing. The directory mostly exists as given, which one look at it tells. Where it does not, its components
 // are resolved from the deepest part that exists; the outcome is remembered together with the stamps of the listings
@@ -72,18 +70,6 @@ bool is_dots(const char* name, std::size_t length) {
     return (length == 1 && name[0] == '.') || (length == 2 && name[0] == '.' && name[1] == '.');
 }
 
-/// Spells the component [begin, end) as the directory before it holds it. `witness.stamp` may hold what was just seen of
-/// that directory.
-bool spell_component(char* path, std::size_t begin, std::size_t end, Witness& witness) {
-    const auto names = folded_directory(Prefix(path, begin).text, witness.stamp);
-    witness.end = begin;
-    if (names == nullptr) return false;
-    const char* const held = names->find(path + begin, end - begin);
-    if (held == nullptr) return false;
-    std::memcpy(path + begin, held, end - begin);
-    return true;
-}
-
 /// Spells the components of [begin, end), which ends after a slash, from the left. Answers how much of it exists.
 std::size_t spell_onwards(char* path, std::size_t begin, std::size_t end, std::vector<Witness>& witnesses) {
     while (begin < end) {
@@ -91,7 +77,8 @@ std::size_t spell_onwards(char* path, std::size_t begin, std::size_t end, std::v
         while (path[stop] != '/') ++stop;
         if (stop > begin && !is_dots(path + begin, stop - begin)) {
             Witness witness;
-            const bool held = spell_component(path, begin, stop, witness);
+            witness.end = begin;
+            const bool held = find_spelling(Prefix(path, begin).text, witness.stamp, path + begin, stop - begin);
             witnesses.push_back(witness);
             if (!held) return begin;
         }
@@ -123,7 +110,7 @@ bool recall(char* path, std::size_t length, std::size_t& known) {
 
 void remember(const std::string& asked, const char* resolved, std::size_t known, std::vector<Witness> witnesses) {
     for (const Witness& witness : witnesses) {
-        if (!witness.stamp.settled) return;
+        if (!witness.stamp.trusted) return;
     }
     const std::lock_guard hold(memories.lock);
     if (memories.slots == nullptr) memories.slots = new std::array<Memory, memory_slots>;
@@ -153,13 +140,15 @@ std::size_t spell_directory(char* path, std::size_t length, DirectoryStamp& stam
 
 }  // namespace
 
-Spelling spell_path(char* path) try {
+Spelling spell_path(char* path, DirectoryStamp* directory) try {
     const std::size_t length = std::strlen(path);
     const std::size_t name = start_of_last(path, length);
-    Witness witness;
-    if (spell_directory(path, name, witness.stamp) < name) return Spelling::MISSING;
+    DirectoryStamp stamp;
+    if (spell_directory(path, name, stamp) < name) return Spelling::MISSING;
     if (name == length || is_dots(path + name, length - name)) return Spelling::EXISTS;
-    return spell_component(path, name, length, witness) ? Spelling::EXISTS : Spelling::NEW;
+    const bool held = find_spelling(Prefix(path, name).text, stamp, path + name, length - name);
+    if (directory != nullptr) *directory = stamp;
+    return held ? Spelling::EXISTS : Spelling::NEW;
 } catch (const std::bad_alloc&) {
     return Spelling::MISSING;
 }
@@ -180,5 +169,12 @@ bool copy_path(const char* path, char (&out)[path_buffer_size]) {
 }
 
 const char* last_component(const char* path) { return path + start_of_last(path, std::strlen(path)); }
+
+DirectoryPath::DirectoryPath(const char* path) {
+    const std::size_t length = start_of_last(path, std::strlen(path));
+    if (length == 0) return;
+    std::memcpy(text, path, length);
+    text[length] = '\0';
+}
 
 }  // namespace platform

@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "engine/platform/files.h"
+#include "engine/platform/posix/folded_directory.h"
 #include "engine/platform/posix/system_error.h"
 
 /// Finding what a path means on a disk that knows case, for callers who do not.
@@ -18,8 +19,9 @@ enum class Spelling : std::uint8_t {
 };
 
 /// Gives each component of `path` the spelling that the disk holds, as far as there is one. Folding ASCII letters keeps
-/// the length, so it is done in place. No trailing slash.
-Spelling spell_path(char* path);
+/// the length, so it is done in place. No trailing slash. `directory`, where given, receives the stamp of the directory
+/// that the last name was looked for in.
+Spelling spell_path(char* path, DirectoryStamp* directory = nullptr);
 
 /// Copies a caller's path without its trailing slashes. False, with the failure recorded, when it is empty or too long.
 bool copy_path(const char* path, char (&out)[path_buffer_size]);
@@ -28,6 +30,12 @@ bool check_path(const char* path);
 
 /// The last component of a path without trailing slashes.
 const char* last_component(const char* path);
+
+/// The directory that holds a path's last name.
+struct DirectoryPath {
+    char text[path_buffer_size] = ".";
+    explicit DirectoryPath(const char* path);
+};
 
 /// Makes a system call on a path: as given, then as the disk spells it. `call(directory, text)` answers as system calls
 /// do; so does this.

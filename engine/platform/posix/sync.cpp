@@ -5,6 +5,8 @@
 // A word of 64 bits sleeps on one of its halves, which keeps those who wait for different things apart.
 #include "engine/platform/sync.h"
 
+#include <immintrin.h>
+
 #include <bit>
 #include <mutex>
 #include <new>
@@ -37,9 +39,12 @@ constexpr std::uint64_t waiting_writers = ~held & ~readers_sleep;
 
 // Holds and hand-overs are short: some looks cost less than a sleep and the call that ends it.
 constexpr int looks_before_sleep = 100;
-constexpr int looks_for_signal = 1000;  // longer than a woken thread takes to answer, or both sides keep sleeping
+// A signal that stays is waited for a little longer than a sleeping thread takes to answer; one that a worker takes, only
+// as long as whoever keeps it busy needs to come back, since a worker that looks may keep that one from running.
+constexpr int looks_for_manual_signal = 300;
+constexpr int looks_for_automatic_signal = 50;
 
-void pause_briefly() { __builtin_ia32_pause(); }
+void pause_briefly() { _mm_pause(); }
 
 bool shuts_readers_out(std::uint64_t state) { return (state & (writer_holds | waiting_writers)) != 0; }
 
@@ -158,7 +163,8 @@ bool take_signal(Event& event, std::uint32_t after) {
 }
 
 bool look_for_signal(Event& event) {
-    for (int look = 0; look < looks_for_signal; ++look) {
+    const int looks = event.manual_reset ? looks_for_manual_signal : looks_for_automatic_signal;
+    for (int look = 0; look < looks; ++look) {
         if (take_signal(event, unset)) return true;
         pause_briefly();
     }

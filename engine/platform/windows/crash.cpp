@@ -7,6 +7,7 @@
 #include <dbghelp.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -22,6 +23,7 @@ struct HandlerState {
     std::atomic<CrashHandler> handler{nullptr};
     std::atomic<bool> reported{false};
     LPTOP_LEVEL_EXCEPTION_FILTER previous = nullptr;
+    void (*previous_abort)(int) = SIG_DFL;
 };
 constinit HandlerState state;
 
@@ -41,12 +43,30 @@ struct Comment {
 Comment comment;
 std::atomic_flag comment_taken;
 
+void report(EXCEPTION_POINTERS* pointers) {
+    if (state.reported.exchange(true)) return;
+    const CrashContext crash{.pointers = pointers};
+    if (const CrashHandler handler = state.handler.load()) handler(&crash);
+}
+
 LONG WINAPI on_exception(EXCEPTION_POINTERS* pointers) {
-    if (!state.reported.exchange(true)) {
-        const CrashContext crash{.pointers = pointers};
-        if (const CrashHandler handler = state.handler.load()) handler(&crash);
-    }
+    report(pointers);
     return state.previous != nullptr ? state.previous(pointers) : EXCEPTION_CONTINUE_SEARCH;
+}
+
+/// std::abort raises no exception: it is described as one, and goes on ending the process.
+void on_abort(int signal_number) {
+    constexpr DWORD gave_up = 0x40000015;  // STATUS_FATAL_APP_EXIT
+    CONTEXT context{};
+    RtlCaptureContext(&context);
+    EXCEPTION_RECORD record{};
+    record.ExceptionCode = gave_up;
+    record.ExceptionFlags = EXCEPTION_NONCONTINUABLE;
+    record.ExceptionAddress = reinterpret_cast<void*>(context.Rip);
+    EXCEPTION_POINTERS pointers{&record, &context};
+    report(&pointers);
+    const auto previous = state.previous_abort;
+    if (previous != SIG_DFL && previous != SIG_IGN && previous != SIG_ERR) previous(signal_number);
 }
 
 template <class Function>
@@ -123,6 +143,7 @@ bool install_crash_handler(CrashHandler handler) {
     if (handler == nullptr || !state.handler.compare_exchange_strong(none, handler)) return false;
     state.reported.store(false);
     state.previous = SetUnhandledExceptionFilter(on_exception);
+    state.previous_abort = std::signal(SIGABRT, on_abort);
     return true;
 }
 
@@ -131,6 +152,8 @@ void remove_crash_handler() {
     // Whoever installed a filter since keeps it: it may call ours, which then does nothing but call the one before.
     const LPTOP_LEVEL_EXCEPTION_FILTER current = SetUnhandledExceptionFilter(state.previous);
     if (current != on_exception) SetUnhandledExceptionFilter(current);
+    const auto current_abort = std::signal(SIGABRT, state.previous_abort);
+    if (current_abort != on_abort) std::signal(SIGABRT, current_abort);
 }
 
 }  // namespace platform

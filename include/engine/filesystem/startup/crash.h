@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include <engine/filesystem/api.h>
+#include <engine/filesystem/log.h>
 #include <engine/kernel/ztl.h>
 
 /// Prepares the log: reads the command line's switches and the configuration file, and opens the log file as soon as the
@@ -20,6 +21,11 @@ ENGINE_FS_API void CrashInit();
 /// Closes the log file, and removes it when it is empty. Afterwards file messages reach the crash print callback alone,
 /// and CrashInit does nothing.
 ENGINE_FS_API void CrashClose();
+
+/// For tools that check a logging configuration: its keyword table (see engine/kernel/parser.h), and the level that a name
+/// in it stands for, NONE for one that is none.
+ENGINE_FS_API const char* CrashConfigKeywords();
+ENGINE_FS_API Log::ELevel::TYPE CrashLevelFromName(const char* name);
 
 /// Console lines go to standard output from now on, or nowhere.
 ENGINE_FS_API void CrashInitOutToConsole();

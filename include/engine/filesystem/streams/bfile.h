@@ -16,7 +16,7 @@ namespace fs {
 /// what
 ///          it took, or all bits set when that is nothing. failed() tells the same, also after close.
 class ENGINE_FS_API bfile_win32 : public ifile {
-  public:
+public:
     static constexpr std::uint32_t default_buffer_size = 64 * 1024;
 
     explicit bfile_win32(std::uint32_t buffer_size = default_buffer_size);
@@ -44,7 +44,7 @@ class ENGINE_FS_API bfile_win32 : public ifile {
     /// Whether bytes could not be written, and still are not; or were not when the file was closed.
     bool failed() const { return failed_; }
 
-  private:
+private:
     struct Native;
 
     static constexpr std::uint64_t window_filled = UINT64_MAX - 1;
@@ -53,9 +53,9 @@ class ENGINE_FS_API bfile_win32 : public ifile {
     void release();
     void move_window(std::uint64_t base);
     std::uint64_t write_native(const std::uint8_t* data, std::uint64_t size, std::uint64_t offset);
-    std::uint64_t read_on(std::uint8_t* out, std::uint64_t size);
+    [[gnu::noinline]] std::uint64_t read_on(std::uint8_t* out, std::uint64_t size);
     std::uint64_t fetch(std::uint8_t* out, std::uint64_t size);
-    std::uint64_t write_on(const std::uint8_t* data, std::uint64_t size);
+    [[gnu::noinline]] std::uint64_t write_on(const std::uint8_t* data, std::uint64_t size);
     void put(const std::uint8_t* data, std::uint32_t size);
 
     Native* native_ = nullptr;

@@ -8,12 +8,15 @@
 
 namespace fs {
 
+// read and write of these classes are in the header because typed values of four bytes are what they exist for: where
+// the compiler knows the class, such a value costs a comparison and a copy.
+
 /// Reads an open file in blocks of `buffer_size` bytes into memory aligned for unbuffered handles. READ only.
 ///
 /// The next block is fetched as soon as one is used up, never past the length that the file had when it was opened. A
 /// block that cannot be read makes the read that needs it return what it got before, or all bits set.
 class ENGINE_FS_API cachedrdfile : public file {
-  public:
+public:
     explicit cachedrdfile(unsigned buffer_size);
     ~cachedrdfile() override;
 
@@ -23,16 +26,23 @@ class ENGINE_FS_API cachedrdfile : public file {
     /// False at or past the end, which then is the position. END counts back from the end whatever the sign of
     /// `offset`.
     bool seek(std::int64_t offset, EFSSeek::TYPE origin) override;
-    std::uint64_t read(void* buffer, std::uint64_t size) override;
+    std::uint64_t read(void* buffer, std::uint64_t size) override {
+        const std::uint8_t* const from = cursor_;
+        if (size != 4 || end_ - from <= 4) return read_any(static_cast<std::uint8_t*>(buffer), size);
+        std::memcpy(buffer, from, 4);
+        cursor_ = from + 4;
+        return 4;
+    }
     /// Also reads the first block; false when that fails.
     bool open_from_handle(SFsFile* handle) override;
 
-  private:
+private:
     bool fetch();
     void releasebuffer();
     void reallocate();
     void forget_block();
     bool move_to(std::uint64_t position);
+    [[gnu::noinline]] std::uint64_t read_any(std::uint8_t* out, std::uint64_t size);
     std::uint64_t read_blocks(std::uint8_t* out, std::uint64_t size);
 
     std::uint8_t* buffer_ = nullptr;
@@ -47,20 +57,26 @@ class ENGINE_FS_API cachedrdfile : public file {
 /// Collects what is written and hands it to the file each time `buffer_size` bytes are there, and at close. No seeking.
 /// Results of the file's writes are not looked at.
 class ENGINE_FS_API cachedwrnoseekfile : public file {
-  public:
+public:
     explicit cachedwrnoseekfile(unsigned buffer_size);
     ~cachedwrnoseekfile() override;
 
     void close() override;
     std::uint64_t tell() override;
     bool seek(std::int64_t offset, EFSSeek::TYPE origin) override;
-    std::uint64_t write(const void* data, std::uint64_t size) override;
+    std::uint64_t write(const void* data, std::uint64_t size) override {
+        const std::uint32_t at = used_;
+        if (size != 4 || buffer_size_ - at <= 4) return write_blocks(static_cast<const std::uint8_t*>(data), size);
+        std::memcpy(buffer_ + at, data, 4);
+        used_ = at + 4;
+        return 4;
+    }
 
-  private:
+private:
     void flush();
     void releasebuffer();
     void reallocate();
-    std::uint64_t write_blocks(const std::uint8_t* data, std::uint64_t size);
+    [[gnu::noinline]] std::uint64_t write_blocks(const std::uint8_t* data, std::uint64_t size);
 
     std::uint8_t* buffer_ = nullptr;
     std::uint32_t buffer_size_;
@@ -73,26 +89,35 @@ class ENGINE_FS_API cachedwrnoseekfile : public file {
 /// The image grows by `grow_step` bytes at a time; END counts from its capacity, not from what was written. A write
 /// outside the image is refused.
 class ENGINE_FS_API cachedwrfile : public file {
-  public:
+public:
     explicit cachedwrfile(std::uint64_t grow_step);
     ~cachedwrfile() override;
 
     void close() override;
     std::uint64_t tell() override;
     bool seek(std::int64_t offset, EFSSeek::TYPE origin) override;
-    std::uint64_t write(const void* data, std::uint64_t size) override;
+    std::uint64_t write(const void* data, std::uint64_t size) override {
+        const std::uint64_t at = pos_;
+        if (size != 4 || at != written_ || capacity_ - at <= 4)
+            return write_any(static_cast<const std::uint8_t*>(data), size);
+        std::memcpy(buffer_ + at, data, 4);
+        pos_ = written_ = at + 4;
+        return 4;
+    }
 
-  private:
+private:
     void flush();
     void releasebuffer();
     bool reallocate();
     bool grow_to(std::uint64_t capacity);
-    std::uint64_t write_growing(const std::uint8_t* data, std::uint64_t size);
+    void fill_gap(std::uint64_t end);
+    [[gnu::noinline]] std::uint64_t write_any(const std::uint8_t* data, std::uint64_t size);
 
     std::uint8_t* buffer_ = nullptr;
     std::uint64_t capacity_ = 0;   // what the stream counts with: a multiple of the step
     std::uint64_t allocated_ = 0;  // what the buffer holds
     std::uint64_t pos_ = 0;
+    std::uint64_t written_ = 0;  // up to here the image has been written
     std::uint64_t grow_step_;
 };
 

@@ -10,7 +10,7 @@ namespace fs {
 /// Brackets what is written to a stream during its life with a chunk header; chunks nest. Layout: docs/formats.md,
 /// "Chunk layout". The stream must be able to seek back; where it cannot, the size stays 0.
 class ENGINE_FS_API chunk_save {
-  public:
+public:
     /// `id` is four characters, the first one most significant.
     chunk_save(ifile& file, unsigned id, unsigned version);
     /// Fills the size in, and goes back to where the writing had reached.
@@ -18,7 +18,7 @@ class ENGINE_FS_API chunk_save {
     chunk_save(const chunk_save&) = delete;
     chunk_save& operator=(const chunk_save&) = delete;
 
-  private:
+private:
     ifile* file_;
     std::uint64_t start_;  // of the data
 };
@@ -28,7 +28,7 @@ class ENGINE_FS_API chunk_save {
 /// Nothing is checked but by match: a truncated header reads as what the stream delivered, the rest 0. A memory stream
 /// that is shorter than the chunk claims is left at its end.
 class ENGINE_FS_API chunk_load {
-  public:
+public:
     explicit chunk_load(ifile& file);
     ~chunk_load();
     chunk_load(const chunk_load&) = delete;
@@ -46,7 +46,7 @@ class ENGINE_FS_API chunk_load {
     std::uint32_t size;  // of the data, in bytes
     std::uint64_t end;   // stream position behind the data
 
-  private:
+private:
     ifile* file_;
 };
 

@@ -16,7 +16,7 @@ namespace fs {
 ///          without closing it: close first.
 /// Closed   sizes are all bits set, answers false, name() null.
 class ENGINE_FS_API file : public ifile {
-  public:
+public:
     file();
     explicit file(SFsFile* handle);
     ~file() override;
@@ -38,13 +38,13 @@ class ENGINE_FS_API file : public ifile {
 
     bool is_handle_valid() const { return handle != nullptr; }
 
-  protected:
+protected:
     SFsFile* handle = nullptr;
 };
 
 /// The same over a native path: no source is asked.
 class ENGINE_FS_API file_native : public file {
-  public:
+public:
     using file::file;
 
     bool open(const char* name, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE) override;
@@ -52,7 +52,7 @@ class ENGINE_FS_API file_native : public file {
 
 /// Turns each write into one log message of a level and category. Levels VERB and above are never written.
 class ENGINE_FS_API file_dbgoutput : public file {
-  public:
+public:
     /// Level DEBG. A null category is "".
     explicit file_dbgoutput(const char* category);
     file_dbgoutput(Log::ELevel::TYPE level, const char* category);
@@ -63,7 +63,7 @@ class ENGINE_FS_API file_dbgoutput : public file {
 
     void set_level_category(Log::ELevel::TYPE level, const char* category);
 
-  private:
+private:
     Log::ELevel::TYPE level_;
     ztl::string_base<char> category_;
 };

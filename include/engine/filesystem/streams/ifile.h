@@ -17,7 +17,7 @@ namespace fs {
 /// Typed    reading checks no byte counts: a short stream leaves the rest of the value as it was. Whoever must know
 ///          compares tell() with what was expected.
 class ENGINE_FS_API ifile {
-  public:
+public:
     virtual ~ifile();
 
     virtual bool open(const char* name, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE) = 0;
@@ -41,9 +41,8 @@ class ENGINE_FS_API ifile {
     }
     void put_int(int value) { put_uint(static_cast<unsigned>(value)); }
     void put_uint(unsigned value) {
-        const std::uint8_t bytes[4] = {static_cast<std::uint8_t>(value), static_cast<std::uint8_t>(value >> 8),
-                                       static_cast<std::uint8_t>(value >> 16), static_cast<std::uint8_t>(value >> 24)};
-        write(bytes, sizeof(bytes));
+        const std::uint32_t stored = swap_unless_little(value);
+        write(&stored, sizeof(stored));
     }
     void put_float(float value) { put_uint(std::bit_cast<std::uint32_t>(value)); }
 
@@ -55,10 +54,9 @@ class ENGINE_FS_API ifile {
     }
     int get_int() { return static_cast<int>(get_uint()); }
     unsigned get_uint() {
-        std::uint8_t bytes[4] = {};
-        read(bytes, sizeof(bytes));
-        return static_cast<unsigned>(bytes[0]) | static_cast<unsigned>(bytes[1]) << 8 |
-               static_cast<unsigned>(bytes[2]) << 16 | static_cast<unsigned>(bytes[3]) << 24;
+        std::uint32_t stored = 0;
+        read(&stored, sizeof(stored));
+        return swap_unless_little(stored);
     }
     float get_float() { return std::bit_cast<float>(static_cast<std::uint32_t>(get_uint())); }
 
@@ -96,6 +94,13 @@ class ENGINE_FS_API ifile {
     int printf(const char* format, ...);
     /// `text` is the format: "%%" writes "%". -1, with nothing written, when it would need an argument.
     int printf(const ztl::string_base<char>& text);
+
+private:
+    // One 4-byte value, not four bytes: the stream's copy of it must not wait for four stores to meet.
+    static constexpr std::uint32_t swap_unless_little(std::uint32_t value) {
+        if constexpr (std::endian::native == std::endian::little) return value;
+        return value >> 24 | (value >> 8 & 0xFF00) | (value << 8 & 0xFF0000) | value << 24;
+    }
 };
 
 }  // namespace fs

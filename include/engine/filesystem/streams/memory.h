@@ -12,7 +12,7 @@ namespace fs {
 /// A stream over a block of the caller's memory, which must outlive it. What does not fit is dropped, and the count
 /// says so.
 class ENGINE_FS_API memfile : public izipped_buffer_file {
-  public:
+public:
     memfile();
     ~memfile() override;
 
@@ -26,7 +26,7 @@ class ENGINE_FS_API memfile : public izipped_buffer_file {
     std::uint64_t get_current_pos() override;
     bool set_current_pos(std::int64_t position) override;
 
-  private:
+private:
     unsigned char* buffer_ = nullptr;
     std::uint64_t size_ = 0;
     std::uint64_t capacity_ = 0;
@@ -36,7 +36,7 @@ class ENGINE_FS_API memfile : public izipped_buffer_file {
 /// A stream over a vector of the caller's, which must outlive it and grows as needed. Its contents are kept, for WRITE
 /// too. Seeking past the end extends it with zeros.
 class ENGINE_FS_API vectorfile : public izipped_buffer_file {
-  public:
+public:
     vectorfile();
     ~vectorfile() override;
 
@@ -49,7 +49,7 @@ class ENGINE_FS_API vectorfile : public izipped_buffer_file {
     std::uint64_t get_current_pos() override;
     bool set_current_pos(std::int64_t position) override;
 
-  private:
+private:
     ztl::vector<unsigned char>* vector_ = nullptr;
     std::uint64_t pos_ = 0;
 };
@@ -60,7 +60,7 @@ class ENGINE_FS_API vectorfile : public izipped_buffer_file {
 ///
 /// Owns     `buffer`, a block of the C allocator, from construction on. Writes are refused.
 class ENGINE_FS_API FileInMemory : public SFsFile {
-  public:
+public:
     FileInMemory(void* buffer, std::uint64_t size);
     ~FileInMemory() override;
 
@@ -73,7 +73,7 @@ class ENGINE_FS_API FileInMemory : public SFsFile {
     std::uint64_t length() override;
     std::uint64_t tell() override;
 
-  private:
+private:
     void* buffer_;
     fs::memfile stream_;
 };

@@ -18,7 +18,7 @@ namespace fs {
 /// Close    close() writes what is pending and the trailer. Destruction frees memory and writes nothing, since the
 ///          storage may be gone by then.
 class ENGINE_FS_API izipped_buffer_file : public ifile {
-  public:
+public:
     static const unsigned char gz_magic[2];  // how a gzip member begins
 
     izipped_buffer_file();
@@ -50,7 +50,7 @@ class ENGINE_FS_API izipped_buffer_file : public ifile {
     /// Reads on to the end of the member and comes back. True when the member was whole.
     virtual bool check_zip_crc();
 
-  protected:
+protected:
     virtual bool check_header();
     virtual std::int64_t zip_rewind();
     virtual std::int64_t seek_zipped(std::int64_t offset, EFSSeek::TYPE origin);
@@ -65,7 +65,7 @@ class ENGINE_FS_API izipped_buffer_file : public ifile {
     virtual std::uint64_t has_to_delete_buffer();
     virtual void delete_buffer();
 
-  public:
+public:
     // The raw storage.
     virtual std::uint64_t write_data(const void* data, std::uint64_t size) = 0;
     virtual std::uint64_t read_data(void* buffer, std::uint64_t size) = 0;
@@ -74,14 +74,16 @@ class ENGINE_FS_API izipped_buffer_file : public ifile {
     virtual std::uint64_t get_current_pos() = 0;
     virtual bool set_current_pos(std::int64_t position) = 0;
 
-  private:
+private:
     struct State;
 
     bool begin_reading();
     bool begin_writing();
-    bool refill();
+    bool refill(std::uint32_t blocks);
+    std::uint32_t blocks_worth_reading(std::uint64_t wanted);
+    void give_back_blocks();
     std::uint32_t deflate_slice(const unsigned char* data, std::uint32_t size);
-    std::uint32_t inflate_slice(unsigned char* out, std::uint32_t size);
+    std::uint32_t inflate_slice(unsigned char* out, std::uint32_t size, std::uint64_t wanted);
     void check_trailer();
     void skip_bytes(std::uint32_t count);
     void skip_text();
@@ -89,6 +91,9 @@ class ENGINE_FS_API izipped_buffer_file : public ifile {
     std::int64_t seek_writing(std::int64_t offset, EFSSeek::TYPE origin);
     std::int64_t seek_reading(std::int64_t offset, EFSSeek::TYPE origin);
 
+    friend class memfile;
+    friend class vectorfile;
+    bool gives_back_ = false;  // the storage seeks at no cost, so that reading ahead can be undone
     bool zipped_ = false;
     bool finished_ = false;  // the trailer has been written
     State* zip_ = nullptr;   // null while no member is open

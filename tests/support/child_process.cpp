@@ -1,0 +1,54 @@
+#include "tests/support/child_process.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include "engine/platform/process.h"
+
+namespace {
+
+constexpr const char* root_variable = "ENGINE_TEST_CHILD_ROOT";
+
+void set_variable(const char* name, const std::string& value) {
+#ifdef _WIN32
+    _putenv_s(name, value.c_str());
+#else
+    setenv(name, value.c_str(), 1);
+#endif
+}
+
+int run(const std::string& program, const std::string& rest) {
+#ifdef _WIN32
+    return std::system(
+        ("\"\"" + std::filesystem::path(program).make_preferred().string() + "\"" + rest + "\"").c_str());
+#else
+    const int status = std::system(("\"" + program + "\"" + rest).c_str());
+    return (status & 0x7F) == 0 ? status >> 8 & 0xFF : 128 + (status & 0x7F);
+#endif
+}
+
+}  // namespace
+
+ChildResult run_child(const std::string& name, const std::filesystem::path& root, const std::string& arguments) {
+    const std::string absolute = std::filesystem::absolute(root).generic_string();
+    const std::string output = absolute + ".output";
+    set_variable(root_variable, absolute);
+    // A child that crashes leaves its own temporary folder behind: inside ours.
+    set_variable("TMPDIR", std::filesystem::current_path().string());
+    set_variable("TMP", std::filesystem::current_path().string());
+    ChildResult result;
+    result.exit_code = run(platform::executable_path(), " --gtest_filter=" + name +
+                                                            " --gtest_also_run_disabled_tests --gtest_brief=1 " +
+                                                            arguments + " > \"" + output + "\" 2>&1");
+    std::ostringstream text;
+    text << std::ifstream(output, std::ios::binary).rdbuf();
+    result.output = text.str();
+    set_variable(root_variable, "");
+    return result;
+}
+
+std::string child_root() {
+    const char* const root = std::getenv(root_variable);
+    return root == nullptr ? "" : root;
+}

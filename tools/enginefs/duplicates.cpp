@@ -1,0 +1,137 @@
+// duplicates: names that several sources hold, and files of equal content.
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include <engine/filesystem.h>
+
+#include "commands.h"
+#include "names.h"
+#include "report.h"
+#include "terminal.h"
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+constexpr std::uint64_t failed = ~std::uint64_t{0};
+constexpr std::size_t piece_size = 1u << 18;
+
+void show_shadowed(const Names& names) {
+    Progress progress("duplicates: names", names.size(), false);
+    ztl::vector<SFsSourceInfo> holders;
+    for (const std::string& name : names) {
+        progress.add(1);
+        fs::find_holders(name.c_str(), holders);
+        // The disk itself shows what lies below the current directory: that is no second file.
+        std::erase_if(holders,
+                      [](const SFsSourceInfo& holder) { return holder.path_name.empty() && holder.file_name.empty(); });
+        if (holders.size() < 2) continue;
+        print("held by " + std::to_string(holders.size()) + " sources: " + name + "\n");
+        for (std::size_t i = 0; i < holders.size(); ++i)
+            print("    " + holders[i].path_name + holders[i].file_name + (i == 0 ? "\n" : " (shadowed)\n"));
+    }
+}
+
+/// Sizes first: a file whose size is its own is not read at all.
+std::map<std::uint64_t, Names> group_by_size(const Names& names, int& status) {
+    Progress progress("duplicates: sizes", names.size(), false);
+    std::map<std::uint64_t, Names> groups;
+    for (const std::string& name : names) {
+        progress.add(1);
+        fs::clear_error();
+        const FilePtr file(fs::open(name.c_str(), EFSMode::READ));
+        const std::uint64_t size = fs::length(file.get());
+        if (file == nullptr || size == failed)
+            status = fail_with_last_error(name, "it cannot be opened");
+        else
+            groups[size].push_back(name);
+    }
+    std::erase_if(groups, [](const auto& group) { return group.second.size() < 2; });
+    return groups;
+}
+
+bool same_bytes(const std::string& a, const std::string& b) {
+    const FilePtr first(fs::open(a.c_str(), EFSMode::READ));
+    const FilePtr second(fs::open(b.c_str(), EFSMode::READ));
+    if (first == nullptr || second == nullptr) return false;
+    std::vector<char> one(piece_size), other(piece_size);
+    for (;;) {
+        const std::uint64_t got = fs::read(first.get(), one.data(), piece_size);
+        if (got == failed || fs::read(second.get(), other.data(), piece_size) != got) return false;
+        if (got == 0) return true;
+        if (std::memcmp(one.data(), other.data(), static_cast<std::size_t>(got)) != 0) return false;
+    }
+}
+
+/// Files of one size and checksum, put together as their bytes say.
+std::vector<Names> split_by_bytes(const Names& names) {
+    std::vector<Names> classes;
+    for (const std::string& name : names) {
+        const auto same =
+            std::find_if(classes.begin(), classes.end(), [&](const Names& all) { return same_bytes(all[0], name); });
+        if (same == classes.end())
+            classes.push_back({name});
+        else
+            same->push_back(name);
+    }
+    return classes;
+}
+
+void show_group(std::uint64_t size, std::uint32_t crc, const Names& names) {
+    if (names.size() < 2) return;
+    char text[96];
+    std::snprintf(text, sizeof text, "equal content, %" PRIu64 " bytes, crc %08" PRIx32 ":\n", size, crc);
+    print(text);
+    for (const std::string& name : names) print("    " + name + "\n");
+}
+
+int show_equal(const Names& names) {
+    int status = exit_ok;
+    const std::map<std::uint64_t, Names> sizes = group_by_size(names, status);
+    std::uint64_t total = 0;
+    for (const auto& [size, group] : sizes) total += size * group.size();
+    Progress progress("duplicates: content", total, true);
+    for (auto group = sizes.rbegin(); group != sizes.rend(); ++group) {
+        std::map<std::uint32_t, Names> checksums;
+        for (const std::string& name : group->second) {
+            std::uint32_t crc = 0;
+            fs::clear_error();
+            if (fs::calc_file_crc(name.c_str(), crc))
+                checksums[crc].push_back(name);
+            else
+                status = fail_with_last_error(name, "it cannot be read");
+            progress.add(group->first);
+        }
+        for (const auto& [crc, files] : checksums)
+            if (files.size() > 1)
+                for (const Names& same : split_by_bytes(files)) show_group(group->first, crc, same);
+    }
+    return status;
+}
+
+int duplicates(bool names_only, bool content_only) {
+    Names names = list_everything();
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    if (!content_only) show_shadowed(names);
+    return names_only ? exit_ok : show_equal(names);
+}
+
+}  // namespace
+
+void add_duplicates_command(CLI::App& app, Command& chosen) {
+    CLI::App* const sub = app.add_subcommand(
+        "duplicates", "Show the names that several sources hold, and the files of equal content, the largest first");
+    auto names = std::make_shared<bool>(false);
+    auto content = std::make_shared<bool>(false);
+    CLI::Option* const names_only = sub->add_flag("--names", *names, "Only the names, which costs no reading");
+    sub->add_flag("--content", *content, "Only the content")->excludes(names_only);
+    sub->callback([=, &chosen] { chosen.run = [=] { return duplicates(*names, *content); }; });
+}
