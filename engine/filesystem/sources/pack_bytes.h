@@ -12,6 +12,18 @@ inline std::uint32_t get_u32(const std::uint8_t* bytes) {
     return bytes[0] | std::uint32_t{bytes[1]} << 8 | std::uint32_t{bytes[2]} << 16 | std::uint32_t{bytes[3]} << 24;
 }
 
+// Written out, so that compilers make one load of each.
+inline std::uint64_t get_u64(const std::uint8_t* bytes) {
+    return std::uint64_t{bytes[0]} | std::uint64_t{bytes[1]} << 8 | std::uint64_t{bytes[2]} << 16 |
+           std::uint64_t{bytes[3]} << 24 | std::uint64_t{bytes[4]} << 32 | std::uint64_t{bytes[5]} << 40 |
+           std::uint64_t{bytes[6]} << 48 | std::uint64_t{bytes[7]} << 56;
+}
+inline std::uint64_t get_u64_highest_first(const std::uint8_t* bytes) {
+    return std::uint64_t{bytes[7]} | std::uint64_t{bytes[6]} << 8 | std::uint64_t{bytes[5]} << 16 |
+           std::uint64_t{bytes[4]} << 24 | std::uint64_t{bytes[3]} << 32 | std::uint64_t{bytes[2]} << 40 |
+           std::uint64_t{bytes[1]} << 48 | std::uint64_t{bytes[0]} << 56;
+}
+
 /// Eight bytes at a time; never kept on disk, so it may differ from one machine to the next.
 inline std::uint64_t hash_text(std::string_view text, std::uint64_t seed = 0) {
     constexpr std::uint64_t factor = 0x9E3779B97F4A7C15u;
@@ -22,7 +34,7 @@ inline std::uint64_t hash_text(std::string_view text, std::uint64_t seed = 0) {
         hash = (hash ^ word) * factor;
         hash ^= hash >> 32;
     };
-    for (; left >= 8; left -= 8, bytes += 8) mix(get_u32(bytes) | std::uint64_t{get_u32(bytes + 4)} << 32);
+    for (; left >= 8; left -= 8, bytes += 8) mix(get_u64(bytes));
     if (left >= 4) mix(get_u32(bytes) | std::uint64_t{get_u32(bytes + left - 4)} << 32);
     if (left > 0 && left < 4) mix(bytes[0] | bytes[left / 2] << 8 | bytes[left - 1] << 16);
     hash = hash * factor;

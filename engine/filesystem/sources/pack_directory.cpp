@@ -1,6 +1,7 @@
 #include "engine/filesystem/sources/pack_directory.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include <engine/filesystem/contract/path.h>
@@ -131,6 +132,32 @@ bool is_visible(std::string_view name) {
     return (name.empty() || name.back() != '/') && name.find("/#") == std::string_view::npos;
 }
 
+/// What the bytes of a name ask for when it is looked through.
+enum NameByte : std::uint8_t { PLAIN, SLASH, AFTER_SLASH, OTHER };
+
+constexpr std::array<std::uint8_t, 256> make_name_bytes() {
+    std::array<std::uint8_t, 256> kinds{};
+    for (std::size_t byte = 'A'; byte <= 'Z'; ++byte) kinds[byte] = OTHER;
+    for (const char byte : {'\0', '\\', ':'}) kinds[static_cast<std::uint8_t>(byte)] = OTHER;
+    for (const char byte : {'.', '#'}) kinds[static_cast<std::uint8_t>(byte)] = AFTER_SLASH;
+    kinds['/'] = SLASH;
+    return kinds;
+}
+constexpr std::array<std::uint8_t, 256> name_bytes = make_name_bytes();
+
+/// Whether a name, as most do, stands in normal form and is visible; `split` is then just past its last "/". Says no to
+/// whatever needs a closer look: a first byte, or one behind a "/", that is ".", "#" or "/".
+bool is_plain(const std::uint8_t* name, std::uint32_t length, std::uint32_t& split) {
+    split = 0;
+    for (std::uint32_t i = 0; i < length; ++i) {
+        const std::uint8_t kind = name_bytes[name[i]];
+        if (kind == PLAIN || (kind == AFTER_SLASH && i != split)) continue;
+        if (kind != SLASH || i == split) return false;
+        split = i + 1;
+    }
+    return split != length;
+}
+
 /// Takes the entries one by one.
 class Entries {
 public:
@@ -138,17 +165,27 @@ public:
 
     /// False when offsets would no longer fit into 32 bits.
     bool add(const std::uint8_t* header, const std::uint8_t* raw_name, std::uint32_t raw_length) {
+        std::uint32_t split = 0;
+        if (is_plain(raw_name, raw_length, split)) {
+            return record(header, {reinterpret_cast<const char*>(raw_name), raw_length}, split);
+        }
         name_.resize(raw_length + std::size_t{1});
         std::memcpy(name_.data(), raw_name, raw_length);
         name_[raw_length] = '\0';
         const Normalized normal = normalize(name_.data(), name_.data(), false);
         const std::string_view name(name_.data(), normal.length);
-        if (!is_visible(name)) return true;
-        const std::string_view file = name.substr(normal.split);
+        return !is_visible(name) || record(header, name, normal.split);
+    }
+
+    void finish() { dirs_.release(out_); }
+
+private:
+    bool record(const std::uint8_t* header, std::string_view name, std::size_t split) {
+        const std::string_view file = name.substr(split);
         if (out_.names.size() > 0xFFFFFFFFu - 2 * name.size()) return false;
         out_.records.push_back({.name_offset = static_cast<std::uint32_t>(out_.names.size()),
                                 .name_length = static_cast<std::uint16_t>(file.size()),
-                                .dir = dirs_.number_of(name.substr(0, normal.split)),
+                                .dir = dirs_.number_of(name.substr(0, split)),
                                 .header_offset = get_u32(header + 42),
                                 .size = get_u32(header + 24),
                                 .packed_size = get_u32(header + 20)});
@@ -156,9 +193,6 @@ public:
         return true;
     }
 
-    void finish() { dirs_.release(out_); }
-
-private:
     PackDirectory& out_;
     DirectoryNumbers dirs_;
     std::vector<char> name_;
@@ -177,6 +211,7 @@ bool read_pack_directory(const PackStore& store, const char* pack_path, PackDire
     Window window(store, get_u32(end + 16));
     Entries entries(out);
     out.records.reserve(count);
+    out.names.reserve(std::size_t{count} * 16);
     for (std::uint32_t i = 0; i < count; ++i) {
         const std::uint8_t* found = window.take(header_size);
         if (!found || get_u32(found) != header_signature) return refuse_pack(store, pack_path, i, count);

@@ -4,21 +4,21 @@
 #include <cstdlib>
 #include <memory>
 
-#include <zlib.h>
-
 #include "engine/filesystem/sources/pack_archive.h"
 #include "engine/filesystem/sources/pack_blocks.h"
+#include "engine/filesystem/sources/pack_exact_inflate.h"
+#include "engine/filesystem/sources/pack_ring_inflate.h"
 
 namespace fs {
 
-/// Reads a deflated entry.
+/// Reads a deflated entry. A good one is decoded by RingInflate; once that refuses, the entry is decoded again by zlib,
+/// step by step as the reader is defined, because where a damaged entry stops giving bytes depends on its steps.
 class InflateReader final : public BlockReader {
 public:
-    InflateReader(PackArchive& archive, std::uint32_t entry, const PackedData& data);
-    ~InflateReader() override;
+    /// `memory` holds memory_size(data) bytes and becomes the reader's own.
+    InflateReader(PackArchive& archive, std::uint32_t entry, const PackedData& data, std::uint8_t* memory);
 
-    /// Whether the memory for input and blocks could be had.
-    bool valid() const { return memory_ != nullptr; }
+    static std::size_t memory_size(const PackedData& data);
 
 protected:
     void restart() override;
@@ -32,20 +32,18 @@ private:
         void operator()(std::uint8_t* bytes) const { std::free(bytes); }
     };
 
-    std::uint8_t* block_bytes(int index) { return memory_.get() + static_cast<std::size_t>(index) * block_size; }
-    void end_stream();
-    void refill();
-    std::uint8_t* find_input(std::uint32_t consumed, std::uint32_t wanted);
+    /// Odd blocks are decoded into the second half of the ring.
+    std::uint8_t* block_bytes(int index) const {
+        return memory_.get() + std::size_t{blocks_[index].number % 2} * block_size;
+    }
+    Step decode_exactly(int index);
+    bool become_exact(std::uint32_t number);
 
-    PackArchive& archive_;
-    const PackedData data_;
-    std::shared_ptr<EntrySnapshots> snapshots_;
-    std::unique_ptr<std::uint8_t, Free> memory_;  // two blocks, then the input window
-    std::uint32_t window_capacity_;
-    std::uint32_t window_start_ = 0;  // offset in the packed bytes of the window's first one
-    std::uint32_t window_size_ = 0;
-    z_stream stream_{};
-    bool stream_open_ = false;
+    const std::unique_ptr<std::uint8_t, Free> memory_;  // the ring, then the window over the packed bytes
+    const PackedInput input_;
+    std::shared_ptr<EntrySnapshots> snapshots_;  // null for a small entry
+    RingInflate ring_;
+    std::unique_ptr<ExactInflate> exact_;  // null until the ring has refused
 };
 
 }  // namespace fs

@@ -9,10 +9,10 @@ namespace fs {
 
 namespace {
 
-// zlib's own state and its window, each rounded up to what an allocator takes for it.
-constexpr std::uint64_t snapshot_bytes = 40 * 1024 + 512;
+constexpr std::uint64_t snapshot_bytes = sizeof(RingInflate::Snapshot) + 32;  // and what an allocator adds
 constexpr std::uint64_t most_bytes = 16 * 1024 * 1024;
-constexpr std::uint32_t shortest_interval = 64;  // 2 MiB: closer together they would be more than 2 % of the entry
+constexpr std::uint32_t shortest_interval = 54;  // 1.7 MiB: closer together they would be more than 2 % of the entry
+static_assert(snapshot_bytes * 50 <= shortest_interval * BlockReader::block_size);
 
 std::uint32_t interval_for(std::uint32_t size) {
     const std::uint64_t blocks = size / BlockReader::block_size;
@@ -21,18 +21,6 @@ std::uint32_t interval_for(std::uint32_t size) {
 }
 
 }  // namespace
-
-struct EntrySnapshots::Snapshot {
-    z_stream stream{};
-    bool valid = false;
-
-    explicit Snapshot(z_stream& source) { valid = inflateCopy(&stream, &source) == Z_OK; }
-    ~Snapshot() {
-        if (valid) inflateEnd(&stream);
-    }
-    Snapshot(const Snapshot&) = delete;
-    Snapshot& operator=(const Snapshot&) = delete;
-};
 
 EntrySnapshots::EntrySnapshots(std::uint32_t entry, std::uint32_t size, std::atomic<std::uint64_t>& total)
     : total_(total), entry_(entry), interval_(interval_for(size)) {
@@ -48,15 +36,16 @@ bool EntrySnapshots::wants(std::uint32_t number) {
     return taken_ < allowed_ && !snapshots_[number / interval_];
 }
 
-void EntrySnapshots::add(std::uint32_t number, z_stream& stream) {
+void EntrySnapshots::add(std::uint32_t number, const RingInflate& decoder) {
     if (total_.fetch_add(snapshot_bytes) + snapshot_bytes > most_bytes) {
         total_ -= snapshot_bytes;
         return;
     }
-    std::unique_ptr<Snapshot> snapshot(new (std::nothrow) Snapshot(stream));
+    std::unique_ptr<RingInflate::Snapshot> snapshot(new (std::nothrow) RingInflate::Snapshot);
+    if (snapshot) decoder.save(*snapshot);
     const std::lock_guard guard(lock_);
-    std::unique_ptr<Snapshot>& place = snapshots_[number / interval_];
-    if (!snapshot || !snapshot->valid || place || taken_ >= allowed_) {
+    std::unique_ptr<RingInflate::Snapshot>& place = snapshots_[number / interval_];
+    if (!snapshot || place || taken_ >= allowed_) {
         total_ -= snapshot_bytes;
         return;
     }
@@ -64,16 +53,14 @@ void EntrySnapshots::add(std::uint32_t number, z_stream& stream) {
     ++taken_;
 }
 
-std::uint32_t EntrySnapshots::find(std::uint32_t number, z_stream*& stream) {
-    stream = nullptr;
+const RingInflate::Snapshot* EntrySnapshots::find(std::uint32_t number, std::uint32_t& found) {
     const std::lock_guard guard(lock_);
-    const std::size_t last = std::min<std::size_t>(number / interval_, snapshots_.size() - 1);
-    for (std::size_t i = last; i > 0; --i) {
+    for (std::size_t i = std::min<std::size_t>(number / interval_, snapshots_.size() - 1); i > 0; --i) {
         if (!snapshots_[i]) continue;
-        stream = &snapshots_[i]->stream;
-        return static_cast<std::uint32_t>(i) * interval_;
+        found = static_cast<std::uint32_t>(i) * interval_;
+        return snapshots_[i].get();
     }
-    return 0;
+    return nullptr;
 }
 
 std::shared_ptr<EntrySnapshots> PackSnapshots::of(std::uint32_t entry, std::uint32_t size) {

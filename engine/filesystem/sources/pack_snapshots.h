@@ -6,11 +6,11 @@
 #include <mutex>
 #include <vector>
 
-#include <zlib.h>
+#include "engine/filesystem/sources/pack_ring_inflate.h"
 
 namespace fs {
 
-/// States of one entry's inflate stream at the beginnings of some of its blocks, from which decoding can go on. They
+/// States of one entry's decoding at the beginnings of some of its blocks, from which decoding can go on. They
 /// are taken as decoding passes and shared by the open files of the entry.
 /// Threads  any; a state, once here, neither changes nor goes before the set does.
 class EntrySnapshots {
@@ -23,16 +23,15 @@ public:
     std::uint32_t entry() const { return entry_; }
     /// Whether block `number` is one whose beginning is kept and not known yet.
     bool wants(std::uint32_t number);
-    /// Keeps a copy of `stream`, which stands at the beginning of block `number`, if there is room for it.
-    void add(std::uint32_t number, z_stream& stream);
-    /// The latest state at or before block `number`: its block, and itself in `stream`. 0 and null when there is none.
-    std::uint32_t find(std::uint32_t number, z_stream*& stream);
+    /// Keeps the state of `decoder`, which stands at the beginning of block `number`, if there is room for it.
+    void add(std::uint32_t number, const RingInflate& decoder);
+    /// The latest state at or before block `number`, and in `found` its block. Null when there is none.
+    const RingInflate::Snapshot* find(std::uint32_t number, std::uint32_t& found);
 
 private:
-    struct Snapshot;
-
-    std::mutex lock_;                                   // guards snapshots_
-    std::vector<std::unique_ptr<Snapshot>> snapshots_;  // by block number / interval_; null where none was taken
+    std::mutex lock_;  // guards snapshots_
+    std::vector<std::unique_ptr<RingInflate::Snapshot>>
+        snapshots_;  // by block number / interval_; null where none was taken
     std::atomic<std::uint64_t>& total_;
     const std::uint32_t entry_;
     std::uint32_t interval_;  // in blocks

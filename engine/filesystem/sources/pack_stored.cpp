@@ -62,9 +62,11 @@ bool StoredReader::load_window(std::uint32_t offset) {
 
 std::unique_ptr<BlockReader> BlockReader::create(PackArchive& archive, std::uint32_t entry, const PackedData& data) {
     if (data.stored) return std::unique_ptr<BlockReader>(new (std::nothrow) StoredReader(archive, data));
-    std::unique_ptr<InflateReader> reader(new (std::nothrow) InflateReader(archive, entry, data));
-    if (!reader || !reader->valid()) return nullptr;
-    return reader;
+    auto* memory = static_cast<std::uint8_t*>(std::malloc(InflateReader::memory_size(data)));
+    if (!memory) return nullptr;
+    auto* reader = new (std::nothrow) InflateReader(archive, entry, data, memory);
+    if (!reader) std::free(memory);
+    return std::unique_ptr<BlockReader>(reader);
 }
 
 }  // namespace fs

@@ -5,9 +5,9 @@
 #include "engine/filesystem/sources/pack_table.h"
 #include "engine/filesystem/sources/pack_text_sort.h"
 
-// How a table comes about: entries in the order of their directories (by counting), then, keeping that order between
-// equals, by their names. Both indices and, for names of many entries, the winners follow. All of it is linear in the
-// entries but for the sorting of texts, of which each is looked at once.
+// How a table comes about: entries in the order of their names, equal names in that of their directories. Both indices
+// and, for names of many entries, the winners follow. All of it is linear in the entries but for the sorting of texts,
+// of which each is looked at once.
 
 namespace fs {
 
@@ -15,14 +15,24 @@ namespace {
 
 constexpr std::uint32_t walked = 4;  // a group of so many entries is walked through in less time than an index takes
 
-/// Indices of `ranks`' owners in the order of their ranks; equal ranks keep their order.
+/// Puts the indices from `first` to `last`, which stand in their own order, into that of their ranks (all below
+/// `ranks`); equal ranks keep their order.
 template <class RankOf>
-std::vector<std::uint32_t> order_by_rank(std::uint32_t count, std::size_t ranks, RankOf rank_of) {
+void order_by_rank(std::uint32_t* first, std::uint32_t* last, std::size_t ranks, RankOf rank_of) {
+    if (static_cast<std::size_t>(last - first) * 8 < ranks) {
+        std::stable_sort(first, last, [&](std::uint32_t a, std::uint32_t b) { return rank_of(a) < rank_of(b); });
+        return;
+    }
     std::vector<std::uint32_t> starts(ranks + 1, 0);
-    for (std::uint32_t i = 0; i < count; ++i) ++starts[rank_of(i) + 1];
+    for (const std::uint32_t* i = first; i < last; ++i) ++starts[rank_of(*i) + 1];
     for (std::size_t rank = 1; rank <= ranks; ++rank) starts[rank] += starts[rank - 1];
+    const std::vector<std::uint32_t> before(first, last);
+    for (const std::uint32_t i : before) first[starts[rank_of(i)]++] = i;
+}
+
+std::vector<std::uint32_t> count_up(std::uint32_t count) {
     std::vector<std::uint32_t> order(count);
-    for (std::uint32_t i = 0; i < count; ++i) order[starts[rank_of(i)]++] = i;
+    for (std::uint32_t i = 0; i < count; ++i) order[i] = i;
     return order;
 }
 
@@ -43,8 +53,7 @@ Ends rank_ends(const std::vector<std::string_view>& dirs) {
         text.append(dir.rbegin(), dir.rend());
         backwards.emplace_back(text.data() + start, dir.size());
     }
-    std::vector<std::uint32_t> order(dirs.size());
-    for (std::uint32_t i = 0; i < order.size(); ++i) order[i] = i;
+    std::vector<std::uint32_t> order = count_up(static_cast<std::uint32_t>(dirs.size()));
     sort_by_text(order, backwards);
     Ends ends{std::vector<std::uint32_t>(dirs.size()), std::vector<std::uint32_t>(dirs.size())};
     std::vector<std::uint32_t> open;  // ranks of which the present one is a continuation
@@ -103,14 +112,20 @@ private:
 void PackTable::build(const PackDirectory& directory, const std::vector<std::uint32_t>& dir_ranks) {
     const auto count = static_cast<std::uint32_t>(directory.records.size());
     dirs_ = directory.dir_text;
-    const auto rank_of = [&](std::uint32_t i) { return dir_ranks[directory.records[i].dir]; };
-    std::vector<std::uint32_t> order = order_by_rank(count, directory.dirs.size(), rank_of);
     std::vector<std::string_view> names;
     names.reserve(count);
     for (const PackRecord& record : directory.records) {
         names.emplace_back(directory.names.data() + record.name_offset, record.name_length);
     }
+    std::vector<std::uint32_t> order = count_up(count);
     sort_by_text(order, names);
+    const auto rank_of = [&](std::uint32_t i) { return dir_ranks[directory.records[i].dir]; };
+    for (std::uint32_t first = 0, last = 0; first < count; first = last) {
+        while (last < count && names[order[last]] == names[order[first]]) ++last;
+        if (last - first > 1) {
+            order_by_rank(order.data() + first, order.data() + last, directory.dirs.size(), rank_of);
+        }
+    }
     place_entries(directory, order);
     const std::size_t crowded = mark_groups();
     index_names(crowded);
@@ -188,7 +203,9 @@ void PackTable::choose_winners(const PackDirectory& directory, const std::vector
         places[i] = i;
     }
     by_end_.resize(count());
-    for (const std::uint32_t i : order_by_rank(count(), directory.dirs.size(), rank_of)) {
+    std::vector<std::uint32_t> by_rank = count_up(count());
+    order_by_rank(by_rank.data(), by_rank.data() + count(), directory.dirs.size(), rank_of);
+    for (const std::uint32_t i : by_rank) {
         by_end_[places[firsts[i]]++] = static_cast<std::uint16_t>(i);
     }
     winners_.resize(count());

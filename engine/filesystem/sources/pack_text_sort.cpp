@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "engine/filesystem/sources/pack_bytes.h"
+
 // Names of a pack share long beginnings, and comparing them byte by byte from the start again and again is most of the
 // cost of sorting them. So texts are sorted by eight bytes at a time, held as one number beside the index; only runs of
 // equal numbers go on to the next eight bytes.
@@ -17,6 +19,8 @@ struct Key {
     std::uint32_t text;
 };
 
+constexpr std::size_t fewest_for_passes = 200;
+
 struct Run {
     std::size_t first;
     std::size_t last;
@@ -24,30 +28,50 @@ struct Run {
 };
 
 std::uint64_t load_prefix(std::string_view text, std::size_t depth) {
-    const char* bytes = text.data() + depth;
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data()) + depth;
     const std::size_t left = text.size() - depth;
+    if (left >= 8) return get_u64_highest_first(bytes);
     std::uint64_t prefix = 0;
-    if (left >= 8) {
-        for (std::size_t i = 0; i < 8; ++i) prefix = prefix << 8 | static_cast<unsigned char>(bytes[i]);
-        return prefix;
-    }
-    for (std::size_t i = 0; i < left; ++i)
-        prefix |= std::uint64_t{static_cast<unsigned char>(bytes[i])} << (56 - 8 * i);
+    for (std::size_t i = 0; i < left; ++i) prefix |= std::uint64_t{bytes[i]} << (56 - 8 * i);
     return prefix;
 }
 
 bool before(const Key& a, const Key& b) { return a.prefix != b.prefix ? a.prefix < b.prefix : a.rank < b.rank; }
 
-/// Sorts one run by its next eight bytes.
-void sort_run(std::vector<Key>& keys, const Run& run, const std::vector<std::string_view>& texts) {
-    bool all_equal = true;
-    for (std::size_t i = run.first; i < run.last; ++i) {
-        keys[i].prefix = load_prefix(texts[keys[i].text], run.depth);
-        all_equal = all_equal && keys[i].prefix == keys[run.first].prefix;
+/// Sorts by the bytes of the prefix that differ at all, the last one first; each pass keeps the order of equals.
+void sort_by_bytes(Key* first, Key* last, std::uint64_t differing, std::vector<Key>& spare) {
+    const auto count = static_cast<std::size_t>(last - first);
+    if (spare.size() < count) spare.resize(count);
+    Key* from = first;
+    Key* to = spare.data();
+    for (std::uint32_t shift = 0; shift < 64; shift += 8) {
+        if ((differing >> shift & 0xFF) == 0) continue;
+        std::uint32_t starts[257] = {};
+        for (std::size_t i = 0; i < count; ++i) ++starts[(from[i].prefix >> shift & 0xFF) + 1];
+        for (std::size_t byte = 1; byte < 256; ++byte) starts[byte] += starts[byte - 1];
+        for (std::size_t i = 0; i < count; ++i) to[starts[from[i].prefix >> shift & 0xFF]++] = from[i];
+        std::swap(from, to);
     }
-    if (!all_equal) {
-        std::sort(keys.begin() + static_cast<std::ptrdiff_t>(run.first),
-                  keys.begin() + static_cast<std::ptrdiff_t>(run.last), before);
+    if (from != first) std::copy(from, from + count, first);
+}
+
+/// Sorts one run by its next eight bytes.
+void sort_run(std::vector<Key>& keys, const Run& run, const std::vector<std::string_view>& texts,
+              std::vector<Key>& spare) {
+    Key* first = keys.data() + run.first;
+    Key* last = keys.data() + run.last;
+    std::uint64_t differing = 0;
+    bool in_order = true;
+    for (Key* key = first; key < last; ++key) {
+        key->prefix = load_prefix(texts[key->text], run.depth);
+        differing |= key->prefix ^ first->prefix;
+        in_order = in_order && (key == first || key[-1].prefix <= key->prefix);
+    }
+    if (in_order) return;
+    if (run.last - run.first < fewest_for_passes) {
+        std::sort(first, last, before);
+    } else {
+        sort_by_bytes(first, last, differing, spare);
     }
 }
 
@@ -69,11 +93,12 @@ void sort_by_text(std::vector<std::uint32_t>& order, const std::vector<std::stri
     std::vector<Key> keys(order.size());
     for (std::size_t i = 0; i < order.size(); ++i) keys[i] = {0, static_cast<std::uint32_t>(i), order[i]};
     std::vector<Run> todo;
+    std::vector<Key> spare;
     if (keys.size() > 1) todo.push_back({0, keys.size(), 0});
     while (!todo.empty()) {
         const Run run = todo.back();
         todo.pop_back();
-        sort_run(keys, run, texts);
+        sort_run(keys, run, texts, spare);
         push_undecided(keys, run, todo);
     }
     for (std::size_t i = 0; i < order.size(); ++i) order[i] = keys[i].text;
