@@ -25,7 +25,7 @@ CConfigText* CConfigText::Parse(const char* keywords, const Source& source) try 
     config::FileParser(session, text, file, nullptr).parse();
     result.link_values();
     auto* const parsed = new CConfigText(data.get());
-    data.release();
+    static_cast<void>(data.release());
     return parsed;
 } catch (const std::bad_alloc&) {
     return nullptr;

@@ -63,10 +63,11 @@ struct LsOptions {
 
 std::vector<std::string> subdirectories(const std::string& dir) {
     std::set<std::string> names;
+    const std::string prefix = dir.empty() ? "" : dir + "/";
     const fs::idir* const node = fs::search_dir(dir.c_str());
     for (const fs::idir* child = node != nullptr ? node->first_child() : nullptr; child != nullptr;
          child = child->next_sibling())
-        names.insert(std::string(child->name()));
+        names.insert(prefix + child->name());
     return {names.begin(), names.end()};
 }
 
@@ -107,8 +108,7 @@ int list(const LsOptions& options) {
     const std::string clean = !dir.empty() && dir.back() == '/' ? dir.substr(0, dir.size() - 1) : dir;
     const std::vector<std::string> files = list_files(clean, options.mask, options.recursive);
     std::vector<std::string> dirs;
-    if (!options.recursive && options.mask.empty())
-        for (const std::string& name : subdirectories(clean)) dirs.push_back(clean.empty() ? name : clean + "/" + name);
+    if (!options.recursive && options.mask.empty()) dirs = subdirectories(clean);
     if (files.empty() && dirs.empty() && fs::search_dir(clean.c_str()) == nullptr && !clean.empty())
         return fail(options.dir, "no source has such a directory");
     if (files.empty() && !options.mask.empty()) return fail(options.mask, "no file matches");

@@ -1,6 +1,7 @@
 #include "terminal.h"
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 
 // Two calls of the C run-time that its standard headers do not declare.
@@ -55,7 +56,7 @@ void Progress::draw(std::uint64_t now) {
     if (total_ != 0) line += " of " + amount_text(static_cast<double>(total_));
     line += ", " + amount_text(rate) + "/s";
     if (total_ > done_ && rate > 0) {
-        const auto left = static_cast<std::uint64_t>(static_cast<double>(total_ - done_) / rate + 0.5);
+        const auto left = std::lround(static_cast<double>(total_ - done_) / rate);
         line += ", " + std::to_string(left) + " s left";
     }
     std::fprintf(stderr, "\r%-79.79s", line.c_str());

@@ -12,7 +12,6 @@
 
 namespace {
 
-using fs::DirectoryState;
 using fs::FileTable;
 
 // Files in the order of the buckets, and within a bucket in that of insertion.

@@ -41,7 +41,8 @@ void DirectoryState::forget_directory(std::string_view lower_dir) {
     const fs::dir* node = tree_node(lower_dir, false);
     if (!node || !node->parent()) return;
     std::string path;
-    for (const fs::idir* part = node; part->parent(); part = part->parent()) path = part->name() + ('/' + path);
+    for (const fs::idir* part = node; part->parent(); part = part->parent())
+        path.insert(0, 1, '/').insert(0, part->name());
     tree.remove(path.c_str());
 }
 

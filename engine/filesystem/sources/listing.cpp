@@ -26,7 +26,7 @@ bool is_name(std::string_view text) {
 bool is_directory(std::string_view text) {
     while (!text.empty()) {
         const std::size_t end = text.find('/');
-        if (end == text.npos || !is_name(text.substr(0, end))) return false;
+        if (end == std::string_view::npos || !is_name(text.substr(0, end))) return false;
         text.remove_prefix(end + 1);
     }
     return true;

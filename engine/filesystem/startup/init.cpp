@@ -53,7 +53,7 @@ bool register_sources(State& state, std::unique_ptr<CWin32_dir> root, std::uniqu
     state.end_marker = nullptr;
     if (!fallback) return true;
     state.end_marker = registry::append(state, *fallback);
-    if (state.end_marker != nullptr) fallback.release();
+    if (state.end_marker != nullptr) static_cast<void>(fallback.release());
     return true;
 }
 

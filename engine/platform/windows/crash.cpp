@@ -101,7 +101,7 @@ bool write_to(HANDLE file, WriteDumpFunction write, const DumpRequest& request) 
 void break_into_debugger() { DebugBreak(); }
 
 [[gnu::noinline]] int capture_stack(void** frames, int capacity, int skip) {
-    return RtlCaptureStackBackTrace(static_cast<ULONG>(skip + 1), static_cast<ULONG>(capacity), frames, nullptr);
+    return RtlCaptureStackBackTrace(static_cast<ULONG>(skip) + 1, static_cast<ULONG>(capacity), frames, nullptr);
 }
 
 void describe_frame(const void* frame, char* out, std::size_t capacity) {
