@@ -147,7 +147,7 @@ void LineWriter::write_header() {
 }
 
 void LineWriter::end_line(bool has_return) {
-    put("\r\n" + (has_return ? 1 : 0), has_return ? 1 : 2);
+    has_return ? put("\n", 1) : put("\r\n", 2);
     state_.open = false;
     first_line_ = false;
 }
