@@ -1,13 +1,24 @@
 #include <algorithm>
 #include <cstdlib>
-#include <limits>
 
 #include <engine/filesystem/sources/memory_archive.h>
 #include <engine/filesystem/streams/memory.h>
 
 #include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/sources/pack_bytes.h"
 
 namespace fs {
+
+namespace {
+
+constexpr std::uint64_t best_ratio = 1032;  // deflate makes no more than this of a byte: a longer length is a lie
+
+SFsFile* refuse(const fs::path& p, EFSError::TYPE code) {
+    set_error(code, p.FileName(), "The memory archive cannot decompress the entry into its recorded length.");
+    return nullptr;
+}
+
+}  // namespace
 
 CMemZip_dir::CMemZip_dir(ZippedDataArchive* archive, EFSSourceType::TYPE type) : archive_(archive), type_(type) {}
 CMemZip_dir::~CMemZip_dir() = default;
@@ -25,20 +36,21 @@ void CMemZip_dir::full_path(fs::path& out, const fs::path& p) {
 void CMemZip_dir::root_path(fs::path& out, const fs::path& /*p*/) { out.Release(); }
 
 SFsFile* CMemZip_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS /*flags*/) {
-    if (!exists(p)) return nullptr;
+    std::uint64_t packed_size = 0;
+    if (!archive_ || !archive_->GetEntry(p.FileName(), nullptr, &packed_size)) return nullptr;
     const std::uint64_t size = archive_->GetEntryUnzippedLength(p.FileName());
-    if (size > std::numeric_limits<std::size_t>::max()) return nullptr;
+    if (size / best_ratio > packed_size) return refuse(p, EFSError::BAD_FORMAT);
     // Zeros: a recorded length that is too large must not show what lay in the memory before.
     void* buffer = std::calloc(std::max<std::size_t>(1, static_cast<std::size_t>(size)), 1);
     std::uint32_t length = 0;
     if (!buffer || !archive_->ReadEntryAsZippedData(p.FileName(), buffer, size, &length)) {
         std::free(buffer);
-        set_error(buffer ? EFSError::BAD_FORMAT : EFSError::OUT_OF_MEMORY, p.FileName(),
-                  "The memory archive cannot decompress the entry into its recorded length.");
-        return nullptr;
+        return refuse(p, buffer ? EFSError::BAD_FORMAT : EFSError::OUT_OF_MEMORY);
     }
     FileInMemory* file = FileInMemory::create(buffer, size);
-    if (file) file->source = this;
+    if (!file) return nullptr;
+    file->source = this;
+    file->name = join_name(p.PathNameView(), p.FileNameView());
     return file;
 }
 

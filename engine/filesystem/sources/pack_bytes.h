@@ -1,9 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 #include <string_view>
 
-// The pack's numbers, least significant byte first, and the hash of its names.
+// The pack's numbers, least significant byte first, and what is done with names.
 
 namespace fs {
 
@@ -39,6 +40,16 @@ inline std::uint64_t hash_text(std::string_view text, std::uint64_t seed = 0) {
     if (left > 0 && left < 4) mix(bytes[0] | bytes[left / 2] << 8 | bytes[left - 1] << 16);
     hash = hash * factor;
     return hash ^ hash >> 29;
+}
+
+/// `dir` followed by `name` in a block of the C allocator, as an open file holds its name; null without memory.
+inline char* join_name(std::string_view dir, std::string_view name) {
+    auto* text = static_cast<char*>(std::malloc(dir.size() + name.size() + 1));
+    if (!text) return nullptr;
+    dir.copy(text, dir.size());
+    name.copy(text + dir.size(), name.size());
+    text[dir.size() + name.size()] = '\0';
+    return text;
 }
 
 }  // namespace fs

@@ -1,6 +1,4 @@
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
 #include <utility>
 
 #include <engine/filesystem/sources/pack.h>
@@ -8,24 +6,12 @@
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/sources/pack_archive.h"
 #include "engine/filesystem/sources/pack_blocks.h"
-
-namespace {
-
-char* join(std::string_view dir, std::string_view name) {
-    auto* text = static_cast<char*>(std::malloc(dir.size() + name.size() + 1));
-    if (!text) return nullptr;
-    dir.copy(text, dir.size());
-    name.copy(text + dir.size(), name.size());
-    text[dir.size() + name.size()] = '\0';
-    return text;
-}
-
-}  // namespace
+#include "engine/filesystem/sources/pack_bytes.h"
 
 SZipFile::SZipFile(CFSSource* owner, std::shared_ptr<fs::PackArchive> archive, std::uint32_t entry)
     : archive_(std::move(archive)), entry_(entry) {
     source = owner;
-    name = join(archive_->table().dir(entry), archive_->table().name(entry));
+    name = fs::join_name(archive_->table().dir(entry), archive_->table().name(entry));
     size_ = archive_->table().entry(entry).size;
 }
 

@@ -72,7 +72,7 @@ private:
 };
 
 /// An open entry of a pack, decoded in blocks of 32 KiB as it is read. Seeking back within the last two blocks is free,
-/// and to what was decoded before it costs at most some 2 MiB of decoding.
+/// and to what was decoded before it costs at most 2 MiB of decoding.
 ///
 /// A stored entry is for forward reading: after a seek behind the last two blocks its reading goes on from the input
 /// that comes next, not from the position.
