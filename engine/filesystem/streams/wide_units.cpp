@@ -27,7 +27,7 @@ std::uint16_t UnitReader::next() {
         low_surrogate_ = 0;
         return unit;
     }
-    const auto code = static_cast<std::uint32_t>(*text_);
+    const std::uint32_t code = code_of(*text_);
     const std::uint32_t units = units_of(*text_++);
     if (units == 1) return static_cast<std::uint16_t>(code <= 0xFFFF ? code : replacement);
     low_surrogate_ = static_cast<std::uint16_t>(low_surrogates | (code & 0x3FF));

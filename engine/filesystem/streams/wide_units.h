@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 namespace fs {
 
@@ -9,10 +10,13 @@ namespace fs {
 // wchar_t is wider, pairs of surrogates become one character and back; a lone one passes as it is, and what no pair can
 // say becomes U+FFFD.
 
+/// The character as a number; wchar_t is signed on some systems.
+inline std::uint32_t code_of(wchar_t character) { return static_cast<std::make_unsigned_t<wchar_t>>(character); }
+
 /// Units that one character takes in a file: 1 or 2.
 inline std::uint32_t units_of(wchar_t character) {
     if constexpr (sizeof(wchar_t) == 2) return 1;
-    const auto code = static_cast<std::uint32_t>(character);
+    const std::uint32_t code = code_of(character);
     return code >= 0x10000 && code <= 0x10FFFF ? 2 : 1;
 }
 
