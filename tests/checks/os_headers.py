@@ -22,7 +22,7 @@ typeindex typeinfo unordered_map unordered_set utility valarray variant vector v
 assert.h ctype.h errno.h float.h inttypes.h limits.h math.h stdarg.h stddef.h stdint.h stdio.h stdlib.h string.h time.h
 wchar.h wctype.h
 """.split())
-INTRINSICS = {"immintrin.h", "emmintrin.h", "smmintrin.h", "nmmintrin.h", "wmmintrin.h", "x86intrin.h"}
+INTRINSICS = {"immintrin.h", "xmmintrin.h", "emmintrin.h", "smmintrin.h", "nmmintrin.h", "wmmintrin.h", "x86intrin.h"}
 LIBRARIES = {"engine/": ("zlib.h", "miniz.h", "libdeflate.h"), "tools/": ("CLI/", "nlohmann/", "zlib.h", "libdeflate.h")}
 SYSTEM_FOLDERS = ("engine/platform/posix/", "engine/platform/windows/")
 

@@ -15,10 +15,12 @@ constexpr std::size_t collect_size = 4u << 20;
 constexpr std::size_t most_idle_readers = 16;
 
 bool read_at(SFsFile& file, void* buffer, std::uint64_t size, std::uint64_t offset) {
+    if (size == 0) return true;
     return file.seek(static_cast<std::int64_t>(offset), EFSSeek::BEGIN) && file.read(buffer, size) == size;
 }
 
 bool write_at(SFsFile& file, const void* data, std::uint64_t size, std::uint64_t offset) {
+    if (size == 0) return true;
     return file.seek(static_cast<std::int64_t>(offset), EFSSeek::BEGIN) && file.write(data, size) == size;
 }
 

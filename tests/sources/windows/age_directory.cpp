@@ -14,8 +14,8 @@ void age_directory(const std::string& path) {
     count.QuadPart -= 36'000'000'000u;
     time.dwLowDateTime = count.LowPart;
     time.dwHighDateTime = count.HighPart;
-    HANDLE const directory = CreateFileA(path.c_str(), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                         OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    HANDLE const directory = CreateFileA(path.c_str(), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                         nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
     EXPECT_NE(directory, INVALID_HANDLE_VALUE) << path;
     EXPECT_TRUE(SetFileTime(directory, nullptr, nullptr, &time)) << path;
     CloseHandle(directory);
