@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "engine/platform/process.h"
+#include "engine/platform/sync.h"
 
 namespace platform {
 
@@ -13,6 +14,9 @@ namespace platform {
 namespace {
 
 constexpr int longest_path = 4096;
+
+// One thread at a time is in the loader. It has a lock of its own, but one that race detectors do not see.
+SlimLock loader_lock;
 
 Module* open_module(const char* directory, const char* name) {
     char path[longest_path];
@@ -24,12 +28,16 @@ Module* open_module(const char* directory, const char* name) {
 }  // namespace
 
 Module* load_module(const char* name) {
+    const ExclusiveHold hold(loader_lock);
     Module* const beside = open_module(executable_directory(), name);
     return beside != nullptr ? beside : open_module("", name);
 }
 
 void* find_symbol(Module* module, const char* name) { return dlsym(module, name); }
 
-void unload_module(Module* module) { dlclose(module); }
+void unload_module(Module* module) {
+    const ExclusiveHold hold(loader_lock);
+    dlclose(module);
+}
 
 }  // namespace platform
