@@ -6,16 +6,14 @@
 #include <engine/filesystem/access/monitor.h>
 #include <engine/filesystem/handles.h>
 
+#include "engine/filesystem/contract/file_ptr.h"
 #include "tests/support/temp_directory.h"
 
 namespace {
 
 constexpr std::uint64_t failed = ~std::uint64_t{0};
 
-struct CloseFile {
-    void operator()(SFsFile* file) const { fs::close(file); }
-};
-using FilePtr = std::unique_ptr<SFsFile, CloseFile>;
+using fs::FilePtr;
 
 constexpr FFSOpenFlags::FLAGS flags_of(std::uint32_t bits) { return static_cast<FFSOpenFlags::FLAGS>(bits); }
 

@@ -10,6 +10,7 @@
 #include <engine/filesystem/handles.h>
 #include <engine/kernel/multithreading.h>
 
+#include "engine/filesystem/contract/file_ptr.h"
 #include "engine/filesystem/handles/queue_slots.h"
 #include "tests/support/temp_directory.h"
 
@@ -17,10 +18,8 @@ namespace {
 
 constexpr std::uint32_t long_wait_ms = 20000;
 
-struct CloseFile {
-    void operator()(SFsFile* file) const { fs::close(file); }
-};
-using FilePtr = std::unique_ptr<SFsFile, CloseFile>;
+using fs::FilePtr;
+
 struct ReleaseRequest {
     void operator()(SFsRequest* request) const { request->Release(); }
 };

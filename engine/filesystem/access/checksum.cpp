@@ -60,7 +60,7 @@ bool add_content(SFsFile& file, std::uint64_t length, CrcCalcArgs& args) {
 bool calc_file_crc(CrcCalcArgs& args) {
     args.crc = 0;
     args.size = 0;
-    const FileHold file(open(args.path, EFSMode::READ));
+    const FilePtr file(open(args.path, EFSMode::READ));
     const std::uint64_t length = file ? known_length(*file, args.path) : failed;
     if (length == failed) return false;
     if (add_content(*file, length, args)) return true;

@@ -74,13 +74,13 @@ bool copy_content(SFsFile& from, SFsFile& to, std::uint32_t buffer_size, const c
 bool copy(const char* from, const char* to, std::uint32_t buffer_size) {
     if (is_empty(from) || is_empty(to)) return refuse_empty(is_empty(from) ? from : to);
     const NormalText source_name(from, false);
-    const FileHold source(open(source_name.c_str(), EFSMode::READ));
+    const FilePtr source(open(source_name.c_str(), EFSMode::READ));
     if (!source) {
         log_message(log_source, Log::ELevel::ERRR, __LINE__, "ERROR [fs::copy] failed to open source file %s -> %s\n",
                     from, to);
         return false;
     }
-    const FileHold destination(open_destination(from, to));
+    const FilePtr destination(open_destination(from, to));
     if (!destination) {
         log_message(log_source, Log::ELevel::ERRR, __LINE__,
                     "ERROR [fs::copy] failed to open destination file %s -> %s\n", from, to);

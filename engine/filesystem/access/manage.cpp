@@ -79,9 +79,9 @@ bool has_directory(const State& state, CFSSource& source, const fs::path& direct
 }
 
 bool move_content(CFSSource& source, const fs::path& from, const fs::path& to, const char* path) {
-    const FileHold old_file(source.open_read(from, FFSOpenFlags::NONE));
+    const FilePtr old_file(source.open_read(from, FFSOpenFlags::NONE));
     if (!old_file) return false;
-    const FileHold new_file(source.create_write(to, FFSOpenFlags::NONE));
+    const FilePtr new_file(source.create_write(to, FFSOpenFlags::NONE));
     return new_file && copy_content(*old_file, *new_file, 0, path);
 }
 

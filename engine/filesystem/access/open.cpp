@@ -4,6 +4,7 @@
 
 #include "engine/filesystem/access/access_record.h"
 #include "engine/filesystem/access/cache_path.h"
+#include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/registry/registry.h"
 
@@ -26,19 +27,9 @@ using registry::Node;
 using registry::SharedHold;
 using registry::State;
 
-constexpr FFSOpenFlags::FLAGS gzip_write =
-    FFSOpenFlags::GZIP_LEVEL1 | FFSOpenFlags::GZIP_LEVEL5 | FFSOpenFlags::GZIP_LEVEL9;
-constexpr FFSOpenFlags::FLAGS gzip_create = FFSOpenFlags::GZIP | FFSOpenFlags::CREATE;
-
 bool has_sources(State& state) {
     const SharedHold hold(state);
     return state.count != 0;
-}
-
-bool go_together(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    if (mode == EFSMode::READ || mode == EFSMode::WRITE) return true;
-    if ((flags & gzip_write) != 0) return false;
-    return mode == EFSMode::APPEND || (flags & gzip_create) != gzip_create;
 }
 
 SFsFile* open_in_place(CFSSource& source, const fs::path& name, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
@@ -140,7 +131,7 @@ SFsFile* open(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
         set_error(EFSError::NOT_INITIALIZED, path, "No source is registered.");
         return nullptr;
     }
-    if (mode > EFSMode::READ_WRITE || !go_together(mode, flags)) {
+    if (!is_valid_open(mode, flags)) {
         set_error(EFSError::INVALID_ARGUMENT, path, "Mode and flags of the open exclude each other.");
         return nullptr;
     }

@@ -19,13 +19,11 @@ namespace {
 constexpr std::uint64_t failed = ~std::uint64_t{0};
 
 bool write_whole(const char* path, const void* data, std::uint64_t size) {
-    const FileHold file(open(path, EFSMode::WRITE));
+    const FilePtr file(open(path, EFSMode::WRITE));
     return file && write_checked(*file, path, data, size);
 }
 
 }  // namespace
-
-void CloseFile::operator()(SFsFile* file) const { close(file); }
 
 std::uint64_t known_length(SFsFile& file, const char* path) {
     const std::uint64_t length = file.length();
@@ -72,7 +70,7 @@ void* read(const char* path, std::uint64_t* size) {
 }
 
 void read(void* buffer, const char* path, std::uint64_t* size) {
-    const FileHold file(open(path, EFSMode::READ));
+    const FilePtr file(open(path, EFSMode::READ));
     const std::uint64_t length = file ? known_length(*file, path) : failed;
     if (length == failed) return;
     if (size != nullptr) *size = length;
@@ -88,7 +86,7 @@ void* read(std::nullptr_t, std::uint64_t* size) {
 }
 
 bool load_text_file(fs::string& out, const char* path) {
-    const FileHold file(open(path, EFSMode::READ));
+    const FilePtr file(open(path, EFSMode::READ));
     const std::uint64_t length = file ? known_length(*file, path) : failed;
     if (length == failed) return false;
     if (length == 0) return true;
@@ -123,7 +121,7 @@ bool load_binary_file(void** data, std::uint64_t* size, const char* path) {
     *size = 0;
     if (data == nullptr) return false;
     *data = nullptr;
-    const FileHold file(open(path, EFSMode::READ));
+    const FilePtr file(open(path, EFSMode::READ));
     const std::uint64_t length = file ? known_length(*file, path) : failed;
     if (length == failed) return false;
     void* const block = allocate(length, path);

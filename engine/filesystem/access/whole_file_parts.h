@@ -5,13 +5,9 @@
 
 #include <engine/filesystem/contract/file.h>
 
-namespace fs {
+#include "engine/filesystem/contract/file_ptr.h"
 
-struct CloseFile {
-    void operator()(SFsFile* file) const;
-};
-/// An open file that is closed at the end.
-using FileHold = std::unique_ptr<SFsFile, CloseFile>;
+namespace fs {
 
 /// The file's length; all bits set, with the failure stored, when it does not tell.
 std::uint64_t known_length(SFsFile& file, const char* path);

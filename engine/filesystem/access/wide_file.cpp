@@ -83,7 +83,7 @@ wchar_t* load_text(SFsFile& file, std::uint64_t length, const char* path) {
 }  // namespace
 
 wchar_t* load_wide_string(const char* path) {
-    const FileHold file(open(path, EFSMode::READ));
+    const FilePtr file(open(path, EFSMode::READ));
     const std::uint64_t length = file ? known_length(*file, path) : failed;
     if (length == failed) return nullptr;
     if (length > largest_text) {
@@ -103,7 +103,7 @@ bool save_wide_string(const ztl::string_base<wchar_t>& text, const char* path) {
         set_error(EFSError::OUT_OF_MEMORY, path, "There is no memory for the encoded text.");
         return false;
     }
-    const FileHold file(open(path, EFSMode::WRITE));
+    const FilePtr file(open(path, EFSMode::WRITE));
     return file && write_checked(*file, path, bytes.data(), bytes.size());
 }
 

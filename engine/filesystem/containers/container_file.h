@@ -8,12 +8,11 @@
 #include <engine/filesystem/contract/file.h>
 #include <engine/kernel/multithreading.h>
 
+#include "engine/filesystem/contract/file_ptr.h"
+
 namespace container {
 
-struct CloseFile {
-    void operator()(SFsFile* file) const { fs::close(file); }
-};
-using FilePtr = std::unique_ptr<SFsFile, CloseFile>;
+using fs::FilePtr;
 
 /// The open file under a multi-container: reads from any thread, writes collected at its end.
 class File {

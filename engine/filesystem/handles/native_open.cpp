@@ -10,6 +10,7 @@
 #include <engine/filesystem/access/open.h>
 
 #include "engine/filesystem/access/notify_monitor.h"
+#include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/async_file.h"
 #include "engine/filesystem/handles/gzip_file.h"
@@ -18,20 +19,18 @@
 namespace fs {
 namespace {
 
-bool has(FFSOpenFlags::FLAGS flags, FFSOpenFlags::FLAGS bits) { return (flags & bits) != FFSOpenFlags::NONE; }
-
 /// The gz layer's mode, or null for a file that is not gzip.
 const char* gzip_mode(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    if (mode == EFSMode::READ) return has(flags, FFSOpenFlags::GZIP) ? "rb" : nullptr;
+    if (mode == EFSMode::READ) return has_any(flags, FFSOpenFlags::GZIP) ? "rb" : nullptr;
     if (mode != EFSMode::WRITE) return nullptr;
-    if (has(flags, FFSOpenFlags::GZIP_LEVEL1)) return "wb1";
-    if (has(flags, FFSOpenFlags::GZIP_LEVEL5)) return "wb5";
-    return has(flags, FFSOpenFlags::GZIP_LEVEL9) ? "wb9" : nullptr;
+    if (has_any(flags, FFSOpenFlags::GZIP_LEVEL1)) return "wb1";
+    if (has_any(flags, FFSOpenFlags::GZIP_LEVEL5)) return "wb5";
+    return has_any(flags, FFSOpenFlags::GZIP_LEVEL9) ? "wb9" : nullptr;
 }
 
 bool is_async(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    return mode == EFSMode::READ && has(flags, FFSOpenFlags::ASYNC | FFSOpenFlags::ASYNC_UNBUFFERED) &&
-           !has(flags, FFSOpenFlags::GZIP);
+    return mode == EFSMode::READ && has_any(flags, FFSOpenFlags::ASYNC | FFSOpenFlags::ASYNC_UNBUFFERED) &&
+           !has_any(flags, FFSOpenFlags::GZIP);
 }
 
 platform::Access access_of(EFSMode::TYPE mode) {
@@ -41,7 +40,7 @@ platform::Access access_of(EFSMode::TYPE mode) {
 
 platform::Disposition disposition_of(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
     const bool writes = mode == EFSMode::WRITE || mode == EFSMode::READ_WRITE;
-    if (writes && has(flags, FFSOpenFlags::CREATE)) return platform::Disposition::CREATE_ALWAYS;
+    if (writes && has_any(flags, FFSOpenFlags::CREATE)) return platform::Disposition::CREATE_ALWAYS;
     if (gzip_mode(mode, flags) != nullptr && mode == EFSMode::WRITE) return platform::Disposition::CREATE_ALWAYS;
     return mode == EFSMode::WRITE ? platform::Disposition::TRUNCATE_EXISTING : platform::Disposition::OPEN_EXISTING;
 }
@@ -50,8 +49,8 @@ platform::OpenOptions options_of(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) 
     const bool async = is_async(mode, flags);
     return {.access = access_of(mode),
             .disposition = disposition_of(mode, flags),
-            .write_through = has(flags, FFSOpenFlags::WRITE_THROUGH),
-            .unbuffered = async && has(flags, FFSOpenFlags::ASYNC_UNBUFFERED),
+            .write_through = has_any(flags, FFSOpenFlags::WRITE_THROUGH),
+            .unbuffered = async && has_any(flags, FFSOpenFlags::ASYNC_UNBUFFERED),
             .overlapped = async};
 }
 
@@ -82,13 +81,6 @@ SFsFile* finish(SFsFile* file, const char* path, std::string_view name) {
 
 }  // namespace
 
-bool is_valid_open(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    if (mode > EFSMode::READ_WRITE) return false;
-    if (mode != EFSMode::APPEND && mode != EFSMode::READ_WRITE) return true;
-    if (has(flags, gzip_write_flags)) return false;
-    return mode == EFSMode::APPEND || !has(flags, FFSOpenFlags::CREATE) || !has(flags, FFSOpenFlags::GZIP);
-}
-
 SFsFile* open_native(CFSSource* source, const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
     return open_native_at(source, platform::PathAt{.full = path != nullptr ? path : ""}, mode, flags, {});
 }
@@ -99,7 +91,7 @@ SFsFile* open_native_at(CFSSource* source, const platform::PathAt& path, EFSMode
         set_error(EFSError::INVALID_ARGUMENT, path.full, "Mode and flags of the open exclude each other.");
         return nullptr;
     }
-    if (mode == EFSMode::READ && has(flags, FFSOpenFlags::THROUGH_VFS))
+    if (mode == EFSMode::READ && has_any(flags, FFSOpenFlags::THROUGH_VFS))
         return open(path.full, mode, flags & ~FFSOpenFlags::THROUGH_VFS);
     platform::File file = platform::File::open(path, options_of(mode, flags));
     if (!file.valid()) {
@@ -119,6 +111,20 @@ SFsFile* open_handle(CFSSource* source, const platform::PathAt& path, const plat
         return nullptr;
     }
     return finish(new (std::nothrow) Win32FileHandle(source, std::move(file)), path.full, name);
+}
+
+SFsFile* open_for_change(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
+                         std::string_view name) {
+    const bool create = mode == EFSMode::READ_WRITE && has_any(flags, FFSOpenFlags::CREATE);
+    const platform::OpenOptions options{
+        .access = access_of(mode),
+        .disposition = create ? platform::Disposition::CREATE_ALWAYS : platform::Disposition::OPEN_ALWAYS,
+        .write_through = has_any(flags, FFSOpenFlags::WRITE_THROUGH)};
+    SFsFile* const file = open_handle(source, path, options, name);
+    if (file == nullptr) return nullptr;
+    if (mode == EFSMode::APPEND) file->seek(0, EFSSeek::END);
+    notify_monitor(path.full, mode, flags);
+    return file;
 }
 
 }  // namespace fs

@@ -17,11 +17,9 @@ SFsFile* open_native_at(CFSSource* source, const platform::PathAt& path, EFSMode
 SFsFile* open_handle(CFSSource* source, const platform::PathAt& path, const platform::OpenOptions& options,
                      std::string_view name);
 
-/// Any of these takes an append or read-write open out of question.
-inline constexpr FFSOpenFlags::FLAGS gzip_write_flags =
-    FFSOpenFlags::GZIP_LEVEL1 | FFSOpenFlags::GZIP_LEVEL5 | FFSOpenFlags::GZIP_LEVEL9;
-
-/// Whether mode and flags go together at all.
-bool is_valid_open(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags);
+/// An append, or a read-write open, of a file that a source serves: made when it is missing, cut with CREATE and
+/// READ_WRITE, and positioned at its end for APPEND. Tells the monitor. The caller has asked is_valid_open.
+SFsFile* open_for_change(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
+                         std::string_view name);
 
 }  // namespace fs

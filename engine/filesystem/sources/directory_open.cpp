@@ -1,6 +1,6 @@
 #include <engine/filesystem/sources/directory.h>
 
-#include "engine/filesystem/access/notify_monitor.h"
+#include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/native_open.h"
 #include "engine/filesystem/sources/directory_state.h"
@@ -10,27 +10,10 @@ namespace {
 using fs::FileTable;
 using fs::NativePath;
 
-bool has(FFSOpenFlags::FLAGS flags, FFSOpenFlags::FLAGS bits) { return (flags & bits) != FFSOpenFlags::NONE; }
-
-// An append or read-write open; it is told to the monitor here, since the plain opener tells nothing.
-SFsFile* open_for_change(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
-                         std::string_view name) {
-    const bool create = mode == EFSMode::READ_WRITE && has(flags, FFSOpenFlags::CREATE);
-    const platform::OpenOptions options{
-        .access = mode == EFSMode::APPEND ? platform::Access::WRITE : platform::Access::READ_WRITE,
-        .disposition = create ? platform::Disposition::CREATE_ALWAYS : platform::Disposition::OPEN_ALWAYS,
-        .write_through = has(flags, FFSOpenFlags::WRITE_THROUGH)};
-    SFsFile* file = fs::open_handle(source, path, options, name);
-    if (!file) return nullptr;
-    if (mode == EFSMode::APPEND) file->seek(0, EFSSeek::END);
-    fs::notify_monitor(path.full, mode, flags);
-    return file;
-}
-
 SFsFile* open_path(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
                    std::string_view name) {
     if (mode == EFSMode::APPEND || mode == EFSMode::READ_WRITE) {
-        return open_for_change(source, path, mode, flags, name);
+        return fs::open_for_change(source, path, mode, flags, name);
     }
     // The question came through the virtual file system already; asking it again would take its lock twice.
     return fs::open_native_at(source, path, mode, flags & ~FFSOpenFlags::THROUGH_VFS, name);

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <string>
 
-#include "engine/filesystem/access/notify_monitor.h"
+#include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/native_open.h"
 #include "engine/filesystem/sources/directory_paths.h"
@@ -44,16 +44,7 @@ SFsFile* open_for_change(CFSSource* source, const fs::path& p, EFSMode::TYPE mod
         refuse(path, EFSError::INVALID_ARGUMENT, "Mode and flags of the open exclude each other.");
         return nullptr;
     }
-    const bool create = mode == EFSMode::READ_WRITE && (flags & FFSOpenFlags::CREATE) != FFSOpenFlags::NONE;
-    const platform::OpenOptions options{
-        .access = mode == EFSMode::APPEND ? platform::Access::WRITE : platform::Access::READ_WRITE,
-        .disposition = create ? platform::Disposition::CREATE_ALWAYS : platform::Disposition::OPEN_ALWAYS,
-        .write_through = (flags & FFSOpenFlags::WRITE_THROUGH) != FFSOpenFlags::NONE};
-    SFsFile* file = fs::open_handle(source, {.full = path}, options, path);
-    if (!file) return nullptr;
-    if (mode == EFSMode::APPEND) file->seek(0, EFSSeek::END);
-    fs::notify_monitor(path, mode, flags);
-    return file;
+    return fs::open_for_change(source, {.full = path}, mode, flags, path);
 }
 
 SFsFile* open_plain(CFSSource* source, const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
@@ -136,7 +127,7 @@ bool CWin32_fallback::set_read_only(const fs::path& p, bool on) {
 SFsFile* CWin32_fallback::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
     Path path;
     if (!full_name(p, path)) return nullptr;
-    if ((flags & FFSOpenFlags::GZIP) != FFSOpenFlags::NONE && !beside_executable(path)) return nullptr;
+    if (fs::has_any(flags, FFSOpenFlags::GZIP) && !beside_executable(path)) return nullptr;
     return open_plain(this, path, EFSMode::READ, flags);
 }
 

@@ -12,6 +12,7 @@
 #include <engine/filesystem/startup/crash.h>
 #include <engine/kernel/parser.h>
 
+#include "engine/filesystem/contract/file_ptr.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/files.h"
 #include "engine/platform/process.h"
@@ -33,13 +34,12 @@ ELevel::TYPE verbose_level(char c, bool letter_e_counts) {
     return c == '9' || (letter_e_counts && upper(c) == 'E') ? ELevel::VERE : ELevel::VERB;
 }
 
-struct CloseFile {
-    void operator()(SFsFile* file) const { fs::close(file); }
+struct CloseText {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
 std::optional<std::string> read_through_file_system(const std::string& name) {
-    const std::unique_ptr<SFsFile, CloseFile> file(fs::open(name.c_str(), EFSMode::READ));
+    const fs::FilePtr file(fs::open(name.c_str(), EFSMode::READ));
     if (file == nullptr) return std::nullopt;
     const std::uint64_t length = fs::length(file.get());
     if (length > largest_configuration) return std::nullopt;
@@ -54,7 +54,7 @@ std::optional<std::string> read_through_file_system(const std::string& name) {
 std::optional<std::string> read_from_disk(const std::string& name) {
     char path[platform::path_buffer_size];
     if (!platform::resolve_case(name.c_str(), path)) return std::nullopt;
-    const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path, "rt"));
+    const std::unique_ptr<std::FILE, CloseText> file(std::fopen(path, "rt"));
     if (file == nullptr) return std::nullopt;
     std::string text;
     char piece[16384];
