@@ -23,10 +23,10 @@ inline void put_u32(std::string& out, std::uint32_t value) {
     put_u16(out, value >> 16);
 }
 
-inline std::string deflated(const std::string& data, int level = 6) {
+inline std::string deflated(const std::string& data, int level = 6, int strategy = Z_DEFAULT_STRATEGY) {
     z_stream stream{};
-    deflateInit2(&stream, level, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
-    std::string out(deflateBound(&stream, static_cast<uLong>(data.size())), '\0');
+    deflateInit2(&stream, level, Z_DEFLATED, -MAX_WBITS, 8, strategy);
+    std::string out(deflateBound(&stream, static_cast<uLong>(data.size())) + 100, '\0');
     stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
     stream.avail_in = static_cast<uInt>(data.size());
     stream.next_out = reinterpret_cast<Bytef*>(out.data());

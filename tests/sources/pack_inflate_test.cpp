@@ -44,20 +44,6 @@ std::string sample(std::uint32_t seed) {
     return out;
 }
 
-std::string packed_with(const std::string& data, int level, int strategy) {
-    z_stream stream{};
-    deflateInit2(&stream, level, Z_DEFLATED, -MAX_WBITS, 8, strategy);
-    std::string out(deflateBound(&stream, static_cast<uLong>(data.size())) + 100, '\0');
-    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
-    stream.avail_in = static_cast<uInt>(data.size());
-    stream.next_out = reinterpret_cast<Bytef*>(out.data());
-    stream.avail_out = static_cast<uInt>(out.size());
-    deflate(&stream, Z_FINISH);
-    out.resize(stream.total_out);
-    deflateEnd(&stream);
-    return out;
-}
-
 /// By zlib, all at once. False when it refuses the stream or needs more bytes.
 bool by_zlib(const std::string& packed, std::string& out) {
     out.resize(most_output);
@@ -115,7 +101,7 @@ TEST(PackInflate, GivesTheBytesThatZlibGives) {
     for (std::uint32_t seed = 0; seed < 40; ++seed) {
         for (const int strategy : {Z_DEFAULT_STRATEGY, Z_HUFFMAN_ONLY, Z_FIXED}) {
             const std::string label = "seed " + std::to_string(seed) + " strategy " + std::to_string(strategy);
-            compare(packed_with(sample(seed), static_cast<int>(seed % 10), strategy), true, label);
+            compare(packs::deflated(sample(seed), static_cast<int>(seed % 10), strategy), true, label);
         }
     }
 }
@@ -124,7 +110,7 @@ TEST(PackInflate, RefusesWhateverZlibRefuses) {
     for (std::uint32_t seed = 0; seed < 300; ++seed) {
         std::mt19937 random(seed);
         std::string packed =
-            packed_with(sample(seed % 40), static_cast<int>(random() % 10), static_cast<int>(random() % 5));
+            packs::deflated(sample(seed % 40), static_cast<int>(random() % 10), static_cast<int>(random() % 5));
         const std::size_t where = seed % 2 == 0 ? std::min<std::size_t>(packed.size(), 200) : packed.size();
         for (int flips = 0; flips < 2; ++flips) packed[random() % where] ^= static_cast<char>(1 << random() % 8);
         if (seed % 7 == 0) packed.resize(random() % packed.size());

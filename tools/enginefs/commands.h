@@ -15,6 +15,10 @@ struct Command {
     bool needs_mount = true;   // whether it works on the mounted file system
 };
 
+/// Adds a command that takes one name or text and nothing else.
+void add_name_command(CLI::App& app, Command& chosen, const char* command, const char* help, const char* argument,
+                      int (*run)(const std::string&));
+
 // Each of these adds the commands of one topic to the parser; the parser fills `chosen` when one of them is named.
 void add_listing_commands(CLI::App& app, Command& chosen);
 void add_content_commands(CLI::App& app, Command& chosen);

@@ -165,14 +165,6 @@ void add_ls(CLI::App& app, Command& chosen) {
     ls->callback([options, &chosen] { chosen.run = [options] { return list(*options); }; });
 }
 
-void add_name_command(CLI::App& app, Command& chosen, const char* command, const char* help, const char* argument,
-                      int (*run)(const std::string&)) {
-    CLI::App* const sub = app.add_subcommand(command, help);
-    auto text = std::make_shared<std::string>();
-    sub->add_option(argument, *text)->required();
-    sub->callback([text, run, &chosen] { chosen.run = [text, run] { return run(*text); }; });
-}
-
 void add_which(CLI::App& app, Command& chosen) {
     CLI::App* const sub = app.add_subcommand("which", "Show the source that a name is read from");
     auto name = std::make_shared<std::string>();

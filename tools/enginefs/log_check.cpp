@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr const char* keywords =
-    "!Permit(s,i,i)\r\n!BrenixLogLevel(s)\r\n!BrenixLogCategoryLevel(s,s)\r\n!BrenixLogMessageSource(i)";
 constexpr std::uint64_t largest = 64u << 20;  // what the library reads
 
 bool read_text(const char* name, std::string& out, void*) {
@@ -32,35 +30,15 @@ struct ReleaseText {
     void operator()(kernel::CConfigText* text) const { text->Release(); }
 };
 
-/// The name of the level that a text stands for, by its first letter and, for verbose ones, its digit. "" for a text
-/// that stands for none.
-std::string level_name(std::string_view text) {
-    if (text.empty()) return "";
-    const char digit = text.size() == 2 ? text[1] : text.size() >= 8 ? text[7] : '0';
-    switch (text[0] & ~0x20) {
-        case 'A':
-        case 'X':
-            return "everything";
-        case 'D':
-            return "debug";
-        case 'E':
-            return "error";
-        case 'F':
-            return "fatal";
-        case 'I':
-            return "info";
-        case 'N':
-            return "none";
-        case 'W':
-            return "warn";
-        case 'V':
-            break;
-        default:
-            return "";
-    }
-    if (digit >= '1' && digit <= '8') return std::string("verbose ") + digit;
-    const bool all = digit == '9' || (text.size() >= 8 && (digit & ~0x20) == 'E');
-    return all ? "everything" : "verbose";
+/// What a level is called here. "" for a text that stands for none; one that begins with "n" asks for NONE.
+std::string level_name(const char* text) {
+    const Log::ELevel::TYPE level = CrashLevelFromName(text);
+    if (level > Log::ELevel::VERB && level < Log::ELevel::VERE)
+        return "verbose " + std::to_string(level - Log::ELevel::VERB);
+    if (level == Log::ELevel::VERE) return "everything";
+    if (level == Log::ELevel::NONE) return text[0] == 'n' || text[0] == 'N' ? "none" : "";
+    constexpr const char* names[] = {"none", "fatal", "error", "info", "warn", "debug", "verbose"};
+    return names[level];
 }
 
 /// Goes through the commands in their order, as the library does when it applies them.
@@ -157,7 +135,7 @@ int log_check(const std::string& name) {
     if (!read_text(name.c_str(), text, nullptr))
         return fail_with_last_error(name, "it cannot be read, or is larger than 64 MiB");
     const std::unique_ptr<kernel::CConfigText, ReleaseText> parsed(kernel::CConfigText::Parse(
-        keywords,
+        CrashConfigKeywords(),
         {.text = text.data(), .length = text.size(), .file = name.c_str(), .reader = read_text, .user = nullptr}));
     if (parsed == nullptr) return fail(name, "there is no memory to read it");
     return Checker(name).check(*parsed);

@@ -157,14 +157,6 @@ void add_mv(CLI::App& app, Command& chosen) {
     sub->callback([=, &chosen] { chosen.run = [=] { return mv(*from, *to); }; });
 }
 
-void add_name_command(CLI::App& app, Command& chosen, const char* command, const char* help, const char* argument,
-                      int (*run)(const std::string&)) {
-    CLI::App* const sub = app.add_subcommand(command, help);
-    auto text = std::make_shared<std::string>();
-    sub->add_option(argument, *text)->required();
-    sub->callback([text, run, &chosen] { chosen.run = [text, run] { return run(*text); }; });
-}
-
 void add_crc(CLI::App& app, Command& chosen) {
     CLI::App* const sub = app.add_subcommand("crc", "Print CRC-32, size and name of files");
     auto names = std::make_shared<std::vector<std::string>>();
