@@ -15,7 +15,7 @@
 
 #include "bench/support/paired.h"
 #include "bench/support/tree.h"
-#include "engine/filesystem/sources/file_table.h"
+#include "engine/filesystem/sources/directory/file_table.h"
 
 #if HAVE_PHYSFS
 #include <physfs.h>

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "engine/filesystem/containers/pack_writer_deflate.h"
-#include "engine/filesystem/sources/directory_state.h"
-#include "engine/filesystem/sources/listing.h"
-#include "engine/filesystem/sources/listing_file.h"
+#include "engine/filesystem/sources/directory/state.h"
+#include "engine/filesystem/sources/listing/listing.h"
+#include "engine/filesystem/sources/listing/listing_file.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 
 #include <zlib.h>
 
-#include "engine/filesystem/sources/pack_ring_inflate.h"
-#include "engine/filesystem/sources/pack_store.h"
+#include "engine/filesystem/sources/pack/ring_inflate.h"
+#include "engine/filesystem/sources/pack/store.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include <engine/filesystem/containers/pack_writer.h>
 
-#include "tests/sources/pack_fixture.h"
+#include "tests/sources/pack/fixture.h"
 #include "tests/support/temp_directory.h"
 
 namespace {

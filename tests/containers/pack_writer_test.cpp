@@ -6,7 +6,7 @@
 
 #include "engine/platform/clock.h"
 #include "engine/platform/files.h"
-#include "tests/sources/pack_fixture.h"
+#include "tests/sources/pack/fixture.h"
 #include "tests/support/temp_directory.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <engine/filesystem/containers/zip.h>
 #include <engine/filesystem/startup.h>
 
-#include "tests/sources/pack_fixture.h"
+#include "tests/sources/pack/fixture.h"
 #include "tests/support/temp_directory.h"
 
 namespace {

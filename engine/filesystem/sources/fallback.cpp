@@ -6,7 +6,7 @@
 #include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/native_open.h"
-#include "engine/filesystem/sources/directory_paths.h"
+#include "engine/filesystem/sources/directory/paths.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/process.h"
 

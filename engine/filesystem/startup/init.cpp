@@ -12,7 +12,7 @@
 #include "engine/filesystem/handles/queue_slots.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
-#include "engine/filesystem/sources/server_archive.h"
+#include "engine/filesystem/sources/memory/server_archive.h"
 #include "engine/filesystem/startup/prepared_path.h"
 
 // Starting and stopping. The root directory is the first source and the one that is written to; the fallback, when it is

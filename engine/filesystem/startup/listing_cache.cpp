@@ -9,9 +9,9 @@
 
 #include <engine/filesystem/registry.h>
 
-#include "engine/filesystem/sources/directory_paths.h"
-#include "engine/filesystem/sources/listing.h"
-#include "engine/filesystem/sources/listing_file.h"
+#include "engine/filesystem/sources/directory/paths.h"
+#include "engine/filesystem/sources/listing/listing.h"
+#include "engine/filesystem/sources/listing/listing_file.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/files.h"
 #include "engine/platform/process.h"

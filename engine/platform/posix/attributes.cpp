@@ -7,7 +7,7 @@
 #include "engine/platform/faults.h"
 #include "engine/platform/files.h"
 #include "engine/platform/posix/file_time.h"
-#include "engine/platform/posix/spelling.h"
+#include "engine/platform/posix/spelling/spelling.h"
 
 namespace platform {
 namespace {

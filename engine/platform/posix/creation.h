@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/platform/posix/spelling.h"
+#include "engine/platform/posix/spelling/spelling.h"
 
 namespace platform {
 

@@ -2,7 +2,7 @@
 
 #include <sys/stat.h>
 
-#include "engine/platform/posix/spelling.h"
+#include "engine/platform/posix/spelling/spelling.h"
 
 namespace platform {
 

@@ -11,7 +11,7 @@
 #include "engine/platform/posix/creation.h"
 #include "engine/platform/posix/descriptor.h"
 #include "engine/platform/posix/sharing.h"
-#include "engine/platform/posix/spelling.h"
+#include "engine/platform/posix/spelling/spelling.h"
 
 // Opening. POSIX lets one open, truncate and share what Windows would not, so an open goes in steps: find the file under
 // any spelling and open it without touching its content; see that it is a regular file and not read-only; enter it in

@@ -9,7 +9,7 @@
 #include <engine/filesystem/startup.h>
 
 #include "engine/platform/crash.h"
-#include "engine/platform/posix/crash_symbols.h"
+#include "engine/platform/posix/crash/symbols.h"
 #include "tests/support/child_process.h"
 
 namespace {

@@ -1,0 +1,306 @@
+#include "engine/filesystem/sources/directory/file_table.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "engine/filesystem/contract/normalize.h"
+
+// Words: a *record* is one file, with its name right behind it, so that a look-up reads one place. Records are stored in
+// the order of insertion and never move, hence a smaller number is an earlier file. Files of one name form a *ring*; the
+// index finds the ring by the hash of the name and points at its last file, whose next is the first. A name with more
+// than a few files gets a tree over their directories, since asking each would make a look-up as slow as the number of
+// files that share its name.
+//
+// The invariant behind every answer: of the files that match, the one with the least number wins, which is the one that a
+// walk through the bucket from its front would meet first.
+
+namespace fs {
+
+namespace {
+
+// The number of files of one name up to which the ring is simply walked.
+constexpr std::uint16_t few = 8;
+constexpr std::uint16_t position_shift = 8;
+
+bool is_suffix_of_other(std::string_view a, std::string_view b) {
+    if (a.empty() || b.empty()) return a.empty() && b.empty();
+    const std::size_t length = std::min(a.size(), b.size());
+    return std::memcmp(a.data() + a.size() - length, b.data() + b.size() - length, length) == 0;
+}
+
+}  // namespace
+
+std::uint32_t FileTable::bucket(std::string_view name) {
+    std::uint32_t hash = 0x100001;
+    for (const char c : name) hash = hash * 33 ^ static_cast<std::uint32_t>(static_cast<signed char>(c));
+    return hash & 0xFFFF;
+}
+
+std::uint32_t FileTable::record_words(const Record& file) {
+    const std::uint32_t text = file.flags & spelled_flag ? file.length * 2u : file.length;
+    return static_cast<std::uint32_t>(sizeof(Record) / 4) + (text + 3) / 4;
+}
+
+std::uint32_t FileTable::skip_removed(std::uint32_t file) const {
+    const std::size_t end = store_.size() / 4;
+    while (file < end && (record(file).flags & removed_flag) != 0) file += record_words(record(file));
+    return file < end ? file : none;
+}
+
+std::string_view FileTable::spelled_name(std::uint32_t file) const {
+    const Record& found = record(file);
+    return {text_of(found) + (found.flags & spelled_flag ? found.length : 0), found.length};
+}
+
+void FileTable::set_installed(std::uint32_t file, bool on) {
+    std::uint16_t& flags = record(file).flags;
+    flags = static_cast<std::uint16_t>(on ? flags | installed_flag : flags & ~installed_flag);
+}
+
+// `dir_length` is that of the directory that will be compared, so that it can be fetched together with the name.
+std::uint32_t* FileTable::find_name(std::string_view name, std::size_t dir_length) const {
+    return index_.find(hash_text(name.data(), name.size()), [&](std::uint32_t value, std::uint32_t dir) {
+        const Record& found = record(last_of(value));
+        if (dir_length != 0) dirs_.expect(dir, dir_length);
+        fetch(text_of(found) + name.size());
+        return found.length == name.size() && std::memcmp(text_of(found), name.data(), name.size()) == 0;
+    });
+}
+
+std::uint32_t FileTable::find_in_ring(std::uint32_t last, std::string_view dir) const {
+    for (std::uint32_t file = record(last).next;; file = record(file).next) {
+        if (is_suffix_of_other(dir, dirs_.compared(record(file).dir))) return file;
+        if (file == last) return none;
+    }
+}
+
+std::uint32_t FileTable::find_among_many(const ManyOfOneName& many, std::string_view dir) const {
+    if (!many.tree_is_whole) return find_in_ring(many.last, dir);
+    if (many.has_answers) {
+        const std::uint32_t* slot = many.answer_index.find(hash_text(dir.data(), dir.size()),
+                                                           [&](std::uint32_t answer, std::uint32_t dir_number) {
+                                                               fetch(many.answers.data() + answer);
+                                                               return dirs_.compared(dir_number) == dir;
+                                                           });
+        if (slot) return many.answers[*slot].file;
+    }
+    return many.tree.find(dir);
+}
+
+std::uint32_t FileTable::find(std::string_view dir, std::string_view name) const {
+    const std::uint32_t* slot = find_name(name, dir.size());
+    if (!slot) return none;
+    if (dir.empty()) return record(last_of(*slot)).next;
+    return *slot & many_bit ? find_among_many(*many_[*slot ^ many_bit], dir) : find_in_ring(*slot, dir);
+}
+
+std::uint32_t FileTable::find_exact(std::string_view dir, std::string_view name) const {
+    const std::uint32_t* slot = find_name(name, dir.size());
+    if (!slot) return none;
+    const std::uint32_t last = last_of(*slot);
+    if ((*slot & many_bit) != 0 && many_[*slot ^ many_bit]->tree_is_whole && !dir.empty()) {
+        const std::uint32_t file = many_[*slot ^ many_bit]->tree.find_exact(dir);
+        // A file of the empty directory is in the tree under the root's text; look on behind it.
+        if (file == none || !dirs_.lower(record(file).dir).empty()) return file;
+    }
+    for (std::uint32_t file = record(last).next;; file = record(file).next) {
+        if (dirs_.lower(record(file).dir) == dir) return file;
+        if (file == last) return none;
+    }
+}
+
+// Writes the record; it is in no ring yet.
+std::uint32_t FileTable::store(std::uint32_t dir, std::string_view spelled_name, bool installed) {
+    const std::size_t length = spelled_name.size();
+    if (length > 0xFFFF || store_.size() / 4 >= many_bit - 0x10000) return none;
+    const bool is_spelled =
+        std::any_of(spelled_name.begin(), spelled_name.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
+    const int flags = (installed ? installed_flag : 0) | (is_spelled ? spelled_flag : 0);
+    Record made{none, none, dir, static_cast<std::uint16_t>(length), static_cast<std::uint16_t>(flags)};
+    const auto file = static_cast<std::uint32_t>(store_.size() / 4);
+    unsigned char* place = store_.extend(std::size_t{record_words(made)} * 4);
+    if (!place) return none;
+    std::memcpy(place, &made, sizeof made);
+    char* text = reinterpret_cast<char*>(place) + sizeof made;
+    std::copy(spelled_name.begin(), spelled_name.end(), text);
+    if (!is_spelled) return file;
+    std::copy(spelled_name.begin(), spelled_name.end(), text + length);
+    fold_text(text, length);
+    return file;
+}
+
+std::uint32_t FileTable::add(std::uint32_t dir, std::string_view spelled_name, bool installed) {
+    if (dir == DirectoryNames::none || (index_.is_full() && !grow_index())) return none;
+    const std::uint32_t file = store(dir, spelled_name, installed);
+    if (file == none) return none;
+    const std::string_view lower = name(file);
+    if (std::uint32_t* slot = find_name(lower, 0)) {
+        append(slot, file);
+    } else {
+        Record& made = record(file);
+        made.next = made.previous = file;
+        made.flags |= indexed_flag;
+        index_.insert(hash_text(lower.data(), lower.size()), file, dir);
+    }
+    ++count_;
+    return file;
+}
+
+void FileTable::append(std::uint32_t* slot, std::uint32_t file) {
+    const std::uint32_t last = last_of(*slot);
+    Record& made = record(file);
+    Record& before = record(last);
+    made.previous = last;
+    made.next = before.next;
+    record(before.next).previous = file;
+    before.next = file;
+    if ((*slot & many_bit) != 0) {
+        many_[*slot ^ many_bit]->last = file;
+        add_to_tree(*many_[*slot ^ many_bit], file);
+        return;
+    }
+    const int position = (before.flags >> position_shift) + 1;
+    before.flags = static_cast<std::uint16_t>(before.flags & ~indexed_flag);
+    made.flags = static_cast<std::uint16_t>(made.flags | indexed_flag | position << position_shift);
+    *slot = file;
+    if (position >= few) make_many(slot, file);
+}
+
+// Gives a name its tree. Without memory for it the ring is walked on, and the next file of the name tries again.
+void FileTable::make_many(std::uint32_t* slot, std::uint32_t last) {
+    record(last).flags = static_cast<std::uint16_t>((record(last).flags & 0xFF) | (few - 1) << position_shift);
+    if (many_.size() == many_.capacity()) {
+        try {
+            many_.reserve(many_.size() * 2 + 8);
+        } catch (const std::bad_alloc&) {
+            return;
+        }
+    }
+    std::unique_ptr<ManyOfOneName> many(new (std::nothrow) ManyOfOneName(dirs_.text()));
+    if (!many) return;
+    many->last = last;
+    for (std::uint32_t file = record(last).next;; file = record(file).next) {
+        add_to_tree(*many, file);
+        if (file == last) break;
+    }
+    record(last).flags = static_cast<std::uint16_t>(record(last).flags & ~indexed_flag);
+    *slot = many_bit | static_cast<std::uint32_t>(many_.size());
+    many_.push_back(std::move(many));
+}
+
+void FileTable::add_to_tree(ManyOfOneName& many, std::uint32_t file) const {
+    const std::uint32_t dir = record(file).dir;
+    const std::size_t length = dirs_.compared(dir).size();
+    if (!many.tree_is_whole || length == 0) return;  // an empty text matches no query that reaches the tree
+    many.tree_is_whole = many.tree.insert(dirs_.compared_offset(dir), length, file);
+    if (many.tree_is_whole && many.has_answers) remember_answer(many, file);
+}
+
+bool FileTable::grow_answers(ManyOfOneName& many) const {
+    if (!many.answer_index.start_over(many.answers.size() * 2 + 1)) return false;
+    for (std::uint32_t i = 0; i < many.answers.size(); ++i) {
+        const std::string_view dir = dirs_.compared(many.answers[i].dir);
+        many.answer_index.insert(hash_text(dir.data(), dir.size()), i, many.answers[i].dir);
+    }
+    return true;
+}
+
+void FileTable::remember_answer(ManyOfOneName& many, std::uint32_t file) const {
+    const std::uint32_t number = record(file).dir;
+    const std::string_view dir = dirs_.compared(number);
+    const std::uint64_t hash = hash_text(dir.data(), dir.size());
+    const auto is_same = [&](std::uint32_t, std::uint32_t other) { return dirs_.compared(other) == dir; };
+    if (many.answer_index.find(hash, is_same)) return;
+    const auto place = static_cast<std::uint32_t>(many.answers.size());
+    many.has_answers =
+        (!many.answer_index.is_full() || grow_answers(many)) && many.answers.push({number, many.tree.find(dir)});
+    if (many.has_answers) many.answer_index.insert(hash, place, number);
+}
+
+std::uint32_t FileTable::next_of_same_dir(std::uint32_t file, std::uint32_t last) const {
+    const std::string_view dir = dirs_.compared(record(file).dir);
+    for (std::uint32_t other = file; other != last;) {
+        other = record(other).next;
+        if (dirs_.compared(record(other).dir) == dir) return other;
+    }
+    return none;
+}
+
+// Takes the file out of its ring and its tree.
+void FileTable::unlink(std::uint32_t* slot, std::uint32_t file) {
+    Record& gone = record(file);
+    const bool is_many = (*slot & many_bit) != 0;
+    const std::uint32_t last = last_of(*slot);
+    if (is_many && many_[*slot ^ many_bit]->tree_is_whole) {
+        many_[*slot ^ many_bit]->has_answers = false;
+        SuffixTree& tree = many_[*slot ^ many_bit]->tree;
+        const std::string_view dir = dirs_.compared(gone.dir);
+        tree.remove(dir, file, tree.is_shared(dir) ? next_of_same_dir(file, last) : none);
+    }
+    record(gone.previous).next = gone.next;
+    record(gone.next).previous = gone.previous;
+    if (file != last) return;
+    if (is_many) {
+        many_[*slot ^ many_bit]->last = gone.previous;
+        return;
+    }
+    record(gone.previous).flags |= indexed_flag;
+    *slot = gone.previous;
+}
+
+void FileTable::remove(std::uint32_t file) {
+    std::uint32_t* slot = find_name(name(file), 0);
+    if (record(file).next == file) {
+        if ((*slot & many_bit) != 0) many_[*slot ^ many_bit].reset();
+        index_.erase(slot);
+    } else {
+        unlink(slot, file);
+    }
+    record(file).flags |= removed_flag;
+    removed_words_ += record_words(record(file));
+    --count_;
+}
+
+bool FileTable::grow_index() {
+    if (!index_.start_over(index_.size() * 2 + 1)) return false;
+    for (std::uint32_t file = first(); file != none; file = next(file)) {
+        if ((record(file).flags & indexed_flag) == 0) continue;
+        const std::string_view text = name(file);
+        index_.insert(hash_text(text.data(), text.size()), file, record(file).dir);
+    }
+    for (std::uint32_t i = 0; i < many_.size(); ++i) {
+        if (!many_[i]) continue;
+        const std::string_view text = name(many_[i]->last);
+        index_.insert(hash_text(text.data(), text.size()), many_bit | i, 0);
+    }
+    return true;
+}
+
+bool FileTable::copy_to(FileTable& copy) const {
+    const std::string_view root = dirs_.root();
+    if (!copy.set_root(root)) return false;
+    for (std::uint32_t file = first(); file != none; file = next(file)) {
+        const std::uint32_t dir = copy.intern_dir(spelled_dir(file));
+        if (copy.add(dir, spelled_name(file), is_installed(file)) == none) return false;
+    }
+    return true;
+}
+
+void FileTable::compact(std::unique_ptr<FileTable>& table) {
+    constexpr std::size_t worthwhile_words = 16384;
+    if (table->removed_words_ < worthwhile_words || table->removed_words_ < table->store_.size() / 8) return;
+    std::unique_ptr<FileTable> copy(new (std::nothrow) FileTable);
+    if (copy && table->copy_to(*copy)) table = std::move(copy);
+}
+
+std::size_t FileTable::bytes() const {
+    std::size_t sum = dirs_.bytes() + store_.bytes() + index_.bytes() + many_.capacity() * sizeof(void*);
+    for (const auto& many : many_) {
+        if (many)
+            sum += sizeof(ManyOfOneName) + many->tree.bytes() + many->answers.bytes() + many->answer_index.bytes();
+    }
+    return sum;
+}
+
+}  // namespace fs

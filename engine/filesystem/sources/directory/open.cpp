@@ -1,0 +1,97 @@
+#include <engine/filesystem/sources/directory.h>
+
+#include "engine/filesystem/contract/open_rules.h"
+#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/handles/native_open.h"
+#include "engine/filesystem/sources/directory/state.h"
+
+namespace {
+
+using fs::FileTable;
+using fs::NativePath;
+
+SFsFile* open_path(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
+                   std::string_view name) {
+    if (mode == EFSMode::APPEND || mode == EFSMode::READ_WRITE) {
+        return fs::open_for_change(source, path, mode, flags, name);
+    }
+    // The question came through the virtual file system already; asking it again would take its lock twice.
+    return fs::open_native_at(source, path, mode, flags & ~FFSOpenFlags::THROUGH_VFS, name);
+}
+
+// Directory and name of a file in one buffer, for the handle.
+struct EntryName {
+    char text[platform::path_buffer_size];
+    std::size_t length = 0;
+
+    EntryName(const FileTable& table, std::uint32_t file) {
+        const std::string_view dir = table.dir(file);
+        const std::string_view name = table.name(file);
+        if (dir.size() + name.size() > platform::max_path_bytes) return;
+        dir.copy(text, dir.size());
+        name.copy(text + dir.size(), name.size());
+        length = dir.size() + name.size();
+    }
+    std::string_view view() const { return {text, length}; }
+};
+
+SFsFile* refuse(const char* path, EFSError::TYPE code, const char* why) {
+    fs::set_error(code, path, why);
+    return nullptr;
+}
+
+}  // namespace
+
+SFsFile* CWin32_dir::open_existing(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
+    const std::uint32_t file = state_->find(p);
+    if (file == FileTable::none) return nullptr;
+    if (!fs::is_valid_open(mode, flags)) {
+        return refuse(p.FileName(), EFSError::INVALID_ARGUMENT, "Mode and flags of the open exclude each other.");
+    }
+    NativePath native;
+    if (!state_->native_path(file, native)) {
+        return refuse(p.FileName(), EFSError::INVALID_NAME, "The native path of the file is too long.");
+    }
+    return open_path(this, native.at(state_->native_root), mode, flags, EntryName(*state_->table, file).view());
+}
+
+SFsFile* CWin32_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    return open_existing(p, EFSMode::READ, flags);
+}
+SFsFile* CWin32_dir::open_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    return open_existing(p, EFSMode::WRITE, flags);
+}
+SFsFile* CWin32_dir::open_append(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    return open_existing(p, EFSMode::APPEND, flags);
+}
+SFsFile* CWin32_dir::open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    return open_existing(p, EFSMode::READ_WRITE, flags);
+}
+
+SFsFile* CWin32_dir::create(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
+    NativePath native;
+    if (p.EmptyFile() || !state_->native_path(p, native)) {
+        return refuse(p.FileName(), EFSError::INVALID_NAME,
+                      "There is no name to create, or its native path is too long.");
+    }
+    if (fs::climbs(p.PathNameView()) || !fs::is_creatable(native.view().substr(native.root_length))) {
+        return refuse(native.text, EFSError::INVALID_NAME,
+                      "The name leads out of the source or is one that not every system can hold.");
+    }
+    if (!fs::create_directories(native.text)) return nullptr;
+    fs::path lower(p);
+    lower.Lowercase();
+    state_->tree_node(lower.PathNameView(), true);
+    fs::string name;
+    lower.FullName(name);
+    SFsFile* file = open_path(this, native.at(state_->native_root), mode, flags | FFSOpenFlags::CREATE, name);
+    if (file) state_->enter_created(lower, native, true);
+    return file;
+}
+
+SFsFile* CWin32_dir::create_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    return create(p, EFSMode::WRITE, flags);
+}
+SFsFile* CWin32_dir::create_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    return create(p, EFSMode::READ_WRITE, flags);
+}

@@ -1,0 +1,132 @@
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <engine/filesystem/sources/directory.h>
+
+#include "engine/filesystem/sources/directory/paths.h"
+#include "engine/filesystem/sources/directory/state.h"
+#include "engine/platform/faults.h"
+#include "engine/platform/modules.h"
+#include "tests/modules/cache_service_control.h"
+#include "tests/support/temp_directory.h"
+
+namespace {
+
+using testing::UnorderedElementsAre;
+
+constexpr const char* items[] = {"Served.TXT", "Dir\\Two", "a/../b/./three", "", "../out", "dir/"};
+
+std::vector<std::string> names_of(CFSSource& source) {
+    std::vector<std::string> names;
+    FS_NAME* list = source.get_file_list(nullptr, nullptr, true);
+    for (const FS_NAME* name = list; name; name = name->next) names.emplace_back(name->name);
+    fs::free_names(list);
+    return names;
+}
+
+// Holds a companion module, so that what it is told lasts from one mount to the next.
+class Companion {
+public:
+    explicit Companion(const char* name) : module_(platform::load_module(name)) {
+        if (!module_) return;
+        control_ = reinterpret_cast<CacheServiceControl* (*)()>(platform::find_symbol(module_, "fscTestControl"))();
+        *control_ = {.inits = true, .is_running = true, .items = items, .item_count = 6};
+    }
+    ~Companion() {
+        if (control_) *control_ = {};
+        if (module_) platform::unload_module(module_);
+    }
+    bool is_loaded() const { return module_ != nullptr; }
+    CacheServiceControl& control() { return *control_; }
+
+private:
+    platform::Module* module_;
+    CacheServiceControl* control_ = nullptr;
+};
+
+class CacheService : public testing::Test {
+protected:
+    CacheService() {
+        disk_.write("Dir/Two", "2");
+        disk_.write("on_disk", "1");
+    }
+    ~CacheService() override { platform::clear_faults(); }
+    bool mount(fs::dir_listing* listing = nullptr) {
+        fs::path root;
+        root.Set(disk_.path().c_str(), "", true);
+        return source_.init(root, FFSAddSourceFlags::RECURSIVE, listing);
+    }
+
+    TempDirectory disk_;
+    CWin32_dir source_{EFSSourceType::DIR};
+};
+
+TEST_F(CacheService, ServesAMountWithoutTouchingADirectory) {
+    Companion companion("FileSystemCache_x64");
+    ASSERT_TRUE(companion.is_loaded());
+    platform::inject_fault(platform::FaultPoint::LIST, 1, platform::Failure::ACCESS_DENIED, true);
+    ASSERT_TRUE(mount());
+    EXPECT_EQ(platform::fault_hits(), 0u);
+    EXPECT_THAT(names_of(source_), UnorderedElementsAre("served.txt", "dir/two", "b/three"));
+    EXPECT_EQ(source_.dir_tree()->first_child(), nullptr);
+    EXPECT_TRUE(fs::equal_folded(companion.control().path, disk_.path() + "/")) << companion.control().path;
+    EXPECT_EQ(companion.control().second, 1);
+    EXPECT_EQ(companion.control().items_released, 1);
+    EXPECT_EQ(companion.control().mount_points_released, 1);
+    SFsFile* file = source_.open_read(fs::path("dir/two", true), FFSOpenFlags::NONE);
+    EXPECT_NE(file, nullptr) << "names keep the spelling of the service";
+    fs::close(file);
+}
+
+TEST_F(CacheService, PutsTheStartBeforeEachNameWhenTheParentIsMounted) {
+    Companion companion("FileSystemCache_x64");
+    ASSERT_TRUE(companion.is_loaded());
+    companion.control().item_count = 1;
+    fs::path root;
+    root.Set((disk_ / "dir").c_str(), "", true);
+    ASSERT_TRUE(source_.init(root, FFSAddSourceFlags::MOUNT_PARENT, nullptr));
+    EXPECT_THAT(names_of(source_), UnorderedElementsAre("dir/served.txt"));
+    EXPECT_TRUE(fs::equal_folded(companion.control().path, disk_.path() + "/Dir/")) << companion.control().path;
+}
+
+TEST_F(CacheService, ServesAnEmptyListingAsAnEmptyMount) {
+    Companion companion("FileSystemCache_x64");
+    ASSERT_TRUE(companion.is_loaded());
+    companion.control().item_count = 0;
+    ASSERT_TRUE(mount());
+    EXPECT_TRUE(names_of(source_).empty());
+}
+
+TEST_F(CacheService, LeavesTheMountToTheDiskWhenItRefuses) {
+    Companion companion("FileSystemCache_x64");
+    ASSERT_TRUE(companion.is_loaded());
+    for (bool CacheServiceControl::*refusal :
+         {&CacheServiceControl::inits, &CacheServiceControl::is_running, &CacheServiceControl::refuses_mount}) {
+        companion.control().*refusal = !(companion.control().*refusal);
+        ASSERT_TRUE(mount());
+        EXPECT_THAT(names_of(source_), UnorderedElementsAre("on_disk", "dir/two"));
+        companion.control().*refusal = !(companion.control().*refusal);
+    }
+    EXPECT_EQ(companion.control().mount_points_released, 0);
+}
+
+TEST_F(CacheService, IsNeverUsedWhenAnyEntryPointIsMissing) {
+    for (int missing = 1; missing <= 14; ++missing) {
+        const std::string name = "FileSystemCache_without_" + std::to_string(missing);
+        Companion companion(name.c_str());
+        ASSERT_TRUE(companion.is_loaded()) << name;
+        fs::DirectoryState state;
+        state.table = std::make_unique<fs::FileTable>();
+        EXPECT_FALSE(fs::fill_from_cache_service(state, name.c_str())) << name;
+        EXPECT_EQ(state.table->size(), 0u);
+    }
+    fs::DirectoryState state;
+    state.table = std::make_unique<fs::FileTable>();
+    EXPECT_FALSE(fs::fill_from_cache_service(state, "FileSystemCache_absent"));
+    EXPECT_FALSE(fs::fill_from_cache_service(state)) << "whole, but not running";
+}
+
+}  // namespace

@@ -1,0 +1,8 @@
+#include "tests/sources/listing/age_directory.h"
+
+#include <chrono>
+#include <filesystem>
+
+void age_directory(const std::string& path) {
+    std::filesystem::last_write_time(path, std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
+}

@@ -1,0 +1,200 @@
+// Which files are packs, and what is seen of them.
+#include <cstring>
+
+#include <gmock/gmock.h>
+
+#include <engine/filesystem/access/monitor.h>
+#include <engine/filesystem/contract/error.h>
+
+#include "fixture.h"
+
+namespace {
+
+using packs::content;
+using packs::deflated_entry;
+using packs::Entry;
+using packs::stored_entry;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+fs::path lower(const char* text) { return fs::path(text, true); }
+
+std::string full_name(CZip_dir& source, const char* text) {
+    fs::path found;
+    source.root_path(found, lower(text));
+    fs::path same;
+    source.full_path(same, lower(text));
+    EXPECT_TRUE(found == same);
+    return std::string(found.PathName()) + found.FileName();
+}
+
+TEST(PackMount, ShowsFilesByNameWithAnyEndOfTheirDirectory) {
+    const auto source = packs::mount(packs::build({
+        stored_entry("B/c.txt", "1"),
+        deflated_entry("A\\B\\c.txt", "2"),
+        stored_entry("top.txt", "3"),
+        stored_entry("dir/", ""),
+        stored_entry("x/#hidden/f.txt", "4"),
+        stored_entry("x/y/../z/./deep.txt", "5"),
+        stored_entry("#open/f2.txt", "6"),
+        stored_entry("\xC3\x89tat.txt", "7"),
+    }));
+    ASSERT_TRUE(source);
+    const std::pair<const char*, const char*> rows[] = {
+        {"c.txt", "a/b/c.txt"},
+        {"b/c.txt", "a/b/c.txt"},
+        {"a/b/c.txt", "a/b/c.txt"},
+        {"z/b/c.txt", "b/c.txt"},
+        {"q/c.txt", ""},
+        {"top.txt", "top.txt"},
+        {"q/top.txt", ""},
+        {"dir", ""},
+        {"f.txt", ""},
+        {"x/z/deep.txt", "x/z/deep.txt"},
+        {"f2.txt", "#open/f2.txt"},
+        {"C.TXT", "a/b/c.txt"},
+        {"\xC3\x89tat.txt", "\xC3\x89tat.txt"},
+        {"\xC3\xA9tat.txt", ""},
+    };
+    for (const auto& [asked, found] : rows) {
+        EXPECT_EQ(full_name(*source, asked), found) << asked;
+        EXPECT_EQ(source->exists(lower(asked)), *found != '\0') << asked;
+    }
+    EXPECT_TRUE(source->exists(fs::path("A/B/C.Txt", false)));
+    EXPECT_EQ(content(*source, "a/b/c.txt"), "2");
+    EXPECT_EQ(content(*source, "z/b/c.txt"), "1");
+}
+
+TEST(PackMount, ListsBackwardsByDirectoryAndMask) {
+    const auto source = packs::mount(packs::build({stored_entry("a/x.txt", ""), stored_entry("a/b/Y.txt", ""),
+                                                   stored_entry("z.bin", ""), stored_entry("ab/w.txt", "")}));
+    ASSERT_TRUE(source);
+    const auto list = [&](const char* dir, const char* mask, bool flag) {
+        return packs::take_names(source->get_file_list(dir, mask, flag));
+    };
+    EXPECT_THAT(list(nullptr, nullptr, true), ElementsAre("z.bin", "a/b/y.txt", "a/x.txt", "ab/w.txt"));
+    EXPECT_THAT(list("", "", false), ElementsAre("z.bin"));
+    EXPECT_THAT(list("A", "*.TXT", false), ElementsAre("a/x.txt"));
+    EXPECT_THAT(list("a/", "?.txt", true), ElementsAre("a/b/y.txt", "a/x.txt"));
+    EXPECT_THAT(list("q", nullptr, true), ElementsAre());
+    EXPECT_THAT(packs::take_names(source->search_substring("B")), ElementsAre("a/b/y.txt", "ab/w.txt"));
+    EXPECT_THAT(packs::take_names(source->search_substring("/b")), ElementsAre("a/b/y.txt"));
+    EXPECT_EQ(source->search_substring(""), nullptr);
+    EXPECT_EQ(source->search_substring(nullptr), nullptr);
+    ASSERT_TRUE(source->dir_tree());
+    for (const char* dir : {"a", "a/b", "ab"}) EXPECT_TRUE(source->dir_tree()->find(dir)) << dir;
+    EXPECT_FALSE(source->dir_tree()->find("b"));
+}
+
+TEST(PackMount, IsReadOnlyAndForgetsEverythingWhenCleared) {
+    const auto source = packs::mount(packs::build({stored_entry("a/x", "1")}), FFSAddSourceFlags::INDEX_NAMES);
+    ASSERT_TRUE(source);
+    const fs::path x = lower("a/x");
+    EXPECT_EQ(source->type(), EFSSourceType::PACK);
+    EXPECT_EQ(source->flags(), FFSAddSourceFlags::INDEX_NAMES);
+    EXPECT_STREQ(source->path().FileName(), "test.pak");
+    EXPECT_FALSE(source->writable() || source->is_protected() || source->set_write_time(x, 1) || source->rem_file(x));
+    EXPECT_FALSE(source->set_read_only(x, false) || source->mkdir(x));
+    EXPECT_TRUE(source->read_only(x));
+    EXPECT_EQ(source->write_time(x), 0);
+    EXPECT_EQ(source->is_installed(x), 0);
+    EXPECT_STREQ(source->root_dir(), "");
+    for (const auto open : {&CZip_dir::open_write, &CZip_dir::open_append, &CZip_dir::open_read_write,
+                            &CZip_dir::create_write, &CZip_dir::create_read_write}) {
+        EXPECT_EQ(((*source).*open)(x, FFSOpenFlags::NONE), nullptr);
+    }
+    source->clear();
+    EXPECT_FALSE(source->exists(x));
+    EXPECT_EQ(source->get_file_list(nullptr, nullptr, true), nullptr);
+    EXPECT_EQ(source->dir_tree()->first_child(), nullptr);
+}
+
+TEST(PackMount, TellsWhyItRefusesAFile) {
+    const std::string good = packs::build({stored_entry("a", "1"), stored_entry("b", "2")});
+    std::string commented = good;
+    commented[commented.size() - 2] = 5;
+    commented += "hello";
+    std::string zip64 = good.substr(0, good.size() - 22);
+    packs::put_u32(zip64, 0x07064B50);
+    zip64 += std::string(16, '\0') + good.substr(good.size() - 22);
+    std::memset(&zip64[zip64.size() - 14], 0xFF, 12);
+    std::string damaged = good;
+    damaged[good.rfind("PK\x01\x02")] = 'Q';
+    const std::pair<std::string, const char*> rows[] = {
+        {commented, "has a comment"},
+        {zip64, "zip64"},
+        {damaged, "damaged at entry 2 of 2"},
+        {"no zip at all, but long enough", "does not end in"},
+        {"", "of 0 bytes"},
+        {good.substr(0, 21), "of 21 bytes"},
+    };
+    for (const auto& [bytes, reason] : rows) {
+        fs::clear_error();
+        EXPECT_FALSE(packs::mount(bytes)) << reason;
+        EXPECT_THAT(fs::last_error().text, HasSubstr(reason));
+        EXPECT_THAT(fs::last_error().path, HasSubstr("test.pak"));
+    }
+    CZip_dir source;
+    packs::write_file("a.edat.pak", good);
+    EXPECT_FALSE(source.init(lower("a.edat.pak"), FFSAddSourceFlags::NONE, nullptr));
+    EXPECT_FALSE(source.init(lower("missing.pak"), FFSAddSourceFlags::NONE, nullptr));
+    EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
+    EXPECT_FALSE(source.init(fs::path(), FFSAddSourceFlags::NONE, nullptr));
+}
+
+// The last 22 bytes are taken for the end record whatever they are.
+TEST(PackMount, TakesAFileThatCountsNoEntriesForAnEmptyPack) {
+    const auto source = packs::mount(std::string(30, '\0'));
+    ASSERT_TRUE(source);
+    EXPECT_EQ(source->get_file_list(nullptr, nullptr, true), nullptr);
+}
+
+TEST(PackMount, UsesTheLocalHeaderForPlaceAndMethodAlone) {
+    Entry entry = deflated_entry("a", "some text, some text");
+    entry.local_extra = std::string(300, 'e');
+    entry.central_extra = std::string(20, 'c');
+    entry.comment = "not the pack's";
+    std::string bytes = packs::build({entry, stored_entry("b", "2")});
+    std::memset(bytes.data(), 0xAA, 8);        // signature, version, flags
+    std::memset(bytes.data() + 10, 0xAA, 16);  // times, checksum, sizes
+    const auto source = packs::mount(bytes);
+    ASSERT_TRUE(source);
+    EXPECT_EQ(content(*source, "a"), "some text, some text");
+    EXPECT_EQ(content(*source, "b"), "2");
+}
+
+struct Hearing : fs::IFsMonitor {
+    void touch_file(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) override {
+        heard += std::string(path) + " " + std::to_string(mode) + " " + std::to_string(flags) + "\n";
+    }
+    std::string heard;
+};
+
+TEST(PackMount, TellsTheMonitorAndSharesThePackWithNobody) {
+    Hearing monitor;
+    fs::set_monitor(&monitor);
+    const auto source = packs::mount(packs::build({stored_entry("a", "1")}));
+    fs::set_monitor(nullptr);
+    ASSERT_TRUE(source);
+    EXPECT_EQ(monitor.heard, "test.pak 0 0\n");
+    CZip_dir second;
+    EXPECT_FALSE(second.init(lower("test.pak"), FFSAddSourceFlags::NONE, nullptr));
+    EXPECT_EQ(fs::last_error().code, EFSError::IN_USE);
+    const auto in_memory = packs::build({stored_entry("a", "1")});
+    packs::write_file("memory.pak", in_memory);
+    CZip_dir third;
+    CZip_dir fourth;
+    EXPECT_TRUE(third.init(lower("memory.pak"), FFSAddSourceFlags::PACK_IN_MEMORY, nullptr));
+    EXPECT_TRUE(fourth.init(lower("memory.pak"), FFSAddSourceFlags::PACK_IN_MEMORY, nullptr));
+}
+
+TEST(PackMount, OpensThePackByItsNativeSpelling) {
+    packs::write_file("Mixed.PAK", packs::build({stored_entry("a", "1")}));
+    CZip_dir source;
+    source.set_native_spelling("Mixed.PAK");
+    ASSERT_TRUE(source.init(lower("Mixed.PAK"), FFSAddSourceFlags::NONE, nullptr));
+    EXPECT_STREQ(source.path().FileName(), "mixed.pak");
+    EXPECT_EQ(content(source, "a"), "1");
+}
+
+}  // namespace

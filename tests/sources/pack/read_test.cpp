@@ -1,0 +1,184 @@
+// Reading entries: positions, seeks, damage. Most of it is held against pack_block_model.h.
+#include <cstring>
+#include <thread>
+
+#include "block_model.h"
+#include "fixture.h"
+
+namespace {
+
+using packs::BlockModel;
+using packs::Entry;
+
+/// Random reads and seeks of a kind that hits block ends, neighbours and far places.
+void compare_by_chance(SFsFile& file, BlockModel& model, std::uint32_t size, std::uint32_t seed, int steps) {
+    std::mt19937 random(seed);
+    std::string expected(200000, '\0');
+    std::string found(200000, '\0');
+    for (int step = 0; step < steps; ++step) {
+        if (random() % 3 == 0) {
+            const auto around = static_cast<std::int64_t>(random() % (size + 40000));
+            const std::int64_t offset =
+                random() % 2 == 0 ? around / 32768 * 32768 - 3 + static_cast<int>(random() % 6) : around;
+            const int origin = static_cast<int>(random() % 3);
+            const std::int64_t target = origin == 0 ? offset : origin == 1 ? offset / 8 - size / 16 : -offset;
+            EXPECT_TRUE(file.seek(target, static_cast<EFSSeek::TYPE>(origin)));
+            model.seek(target, origin);
+        }
+        const std::uint64_t lengths[] = {0, 1, 100, 16384, 32768, 70000, 190000};
+        const std::uint64_t length = lengths[random() % 7];
+        std::fill(expected.begin(), expected.end(), '!');
+        std::fill(found.begin(), found.end(), '!');
+        const std::uint64_t wanted = model.read(expected.data(), length);
+        ASSERT_EQ(file.read(found.data(), length), wanted) << "seed " << seed << " step " << step;
+        ASSERT_EQ(std::memcmp(found.data(), expected.data(), wanted), 0) << "seed " << seed << " step " << step;
+        ASSERT_EQ(file.tell(), model.position()) << "seed " << seed << " step " << step;
+    }
+}
+
+struct Case {
+    const char* label;
+    Entry entry;
+};
+
+std::vector<Case> entries_good_and_bad() {
+    const std::string data = packs::noise(300000, 1);
+    std::vector<Case> cases = {{"deflated", packs::deflated_entry("x", data)},
+                               {"stored", packs::stored_entry("x", data)},
+                               {"deflated, empty", packs::deflated_entry("x", "")},
+                               {"stored, one block", packs::stored_entry("x", data.substr(0, 32768))},
+                               {"deflated, larger than recorded", packs::deflated_entry("x", data)},
+                               {"deflated, smaller than recorded", packs::deflated_entry("x", data)},
+                               {"stored, larger than recorded", packs::stored_entry("x", data)},
+                               {"stored, smaller than recorded", packs::stored_entry("x", data)},
+                               {"deflated, cut", packs::deflated_entry("x", data)},
+                               {"deflated, damaged", packs::deflated_entry("x", data)},
+                               {"deflated, damaged at once", packs::deflated_entry("x", data.substr(0, 5000))}};
+    cases[4].entry.size = cases[6].entry.size = 200000;
+    cases[5].entry.size = cases[7].entry.size = 400000;
+    cases[8].entry.packed.resize(90000);
+    cases[8].entry.packed_size = 90000;
+    std::memset(&cases[9].entry.packed[80000], 0xFF, 2000);
+    std::memset(&cases[10].entry.packed[10], 0xFF, 200);
+    return cases;
+}
+
+TEST(PackRead, CannotBeToldFromTheBlockModel) {
+    for (const Case& one : entries_good_and_bad()) {
+        SCOPED_TRACE(one.label);
+        for (const bool in_memory : {false, true}) {
+            const auto source = packs::mount(packs::build({one.entry}),
+                                             in_memory ? FFSAddSourceFlags::PACK_IN_MEMORY : FFSAddSourceFlags::NONE);
+            ASSERT_TRUE(source);
+            for (std::uint32_t seed = 0; seed < 8; ++seed) {
+                const std::unique_ptr<SFsFile> file(packs::open(*source, "x"));
+                BlockModel model(one.entry.packed, one.entry.size, one.entry.method == 0);
+                compare_by_chance(*file, model, one.entry.size, seed, 60);
+                if (HasFatalFailure()) return;
+            }
+        }
+    }
+}
+
+// Whole reads take another way than reading by blocks. Damage must not show which one was taken.
+TEST(PackRead, WholeReadsOfEverySingleByteDamageAnswerLikeTheBlockModel) {
+    const std::string data = packs::noise(600, 7) + std::string(300, 'z') + packs::noise(100, 8);
+    const Entry good = packs::deflated_entry("x", data);
+    for (std::size_t at = 0; at < good.packed.size(); ++at) {
+        Entry bad = good;
+        bad.packed[at] = static_cast<char>(bad.packed[at] ^ 0x55);
+        const auto source = packs::mount(packs::build({bad}), FFSAddSourceFlags::PACK_IN_MEMORY);
+        ASSERT_TRUE(source);
+        const std::unique_ptr<SFsFile> file(packs::open(*source, "x"));
+        BlockModel model(bad.packed, bad.size, false);
+        for (const std::uint64_t length : {bad.size, 10u, 1000u}) {
+            std::string expected(1000, '!');
+            std::string found(1000, '!');
+            const std::uint64_t wanted = model.read(expected.data(), length);
+            ASSERT_EQ(file->read(found.data(), length), wanted) << "byte " << at;
+            ASSERT_EQ(found.substr(0, wanted), expected.substr(0, wanted)) << "byte " << at;
+        }
+    }
+}
+
+TEST(PackRead, SeeksInALargeEntryGiveTheRightBytesFromSeveralThreads) {
+    const std::string data = packs::noise(12 << 20, 3);
+    const auto source = packs::mount(packs::build({packs::deflated_entry("big", data)}));
+    ASSERT_TRUE(source);
+    const auto work = [&](std::uint32_t seed) {
+        std::mt19937 random(seed);
+        const std::unique_ptr<SFsFile> file(packs::open(*source, "big"));
+        std::string found(4096, '\0');
+        for (int step = 0; step < 40; ++step) {
+            const std::uint64_t at = random() % (data.size() - found.size());
+            file->seek(static_cast<std::int64_t>(at), EFSSeek::BEGIN);
+            EXPECT_EQ(file->read(found.data(), found.size()), found.size());
+            EXPECT_EQ(found, data.substr(at, found.size())) << "at " << at;
+        }
+    };
+    std::thread other(work, 1);
+    work(2);
+    other.join();
+}
+
+TEST(PackRead, ManyThreadsOpenAndReadTheSameSmallEntries) {
+    std::vector<Entry> entries;
+    for (int i = 0; i < 50; ++i) {
+        const std::string data = packs::noise(3000 + 700 * static_cast<std::size_t>(i), static_cast<std::uint32_t>(i));
+        const std::string name = "d/" + std::to_string(i);
+        entries.push_back(i % 2 == 0 ? packs::deflated_entry(name, data) : packs::stored_entry(name, data));
+    }
+    const auto source = packs::mount(packs::build(entries));
+    ASSERT_TRUE(source);
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([&source] {
+            for (int i = 0; i < 50; ++i) {
+                const std::string expected =
+                    packs::noise(3000 + 700 * static_cast<std::size_t>(i), static_cast<std::uint32_t>(i));
+                EXPECT_EQ(packs::content(*source, "d/" + std::to_string(i)), expected);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+}
+
+TEST(PackRead, TellsLengthAndPositionAndRefusesToWrite) {
+    const auto source = packs::mount(packs::build({packs::deflated_entry("Dir/A.txt", "0123456789")}));
+    ASSERT_TRUE(source);
+    const std::unique_ptr<SFsFile> file(packs::open(*source, "dir/a.txt"));
+    ASSERT_TRUE(file);
+    char buffer[16] = {};
+    EXPECT_STREQ(fs::file_name(file.get()), "dir/a.txt");
+    EXPECT_EQ(file->source, source.get());
+    EXPECT_EQ(file->length(), 10u);
+    EXPECT_EQ(file->write("x", 1), 0u);
+    EXPECT_FALSE(file->set_eof());
+    EXPECT_TRUE(file->seek(-3, EFSSeek::END));
+    EXPECT_EQ(file->read(buffer, 16), 3u);
+    EXPECT_STREQ(buffer, "789");
+    EXPECT_EQ(file->read(buffer, 16), 0u);
+    for (const std::int64_t outside : {std::int64_t{11}, std::int64_t{-1}, std::int64_t{1} << 40}) {
+        EXPECT_TRUE(file->seek(outside, EFSSeek::BEGIN));
+        EXPECT_EQ(file->tell(), static_cast<std::uint64_t>(outside));
+        EXPECT_EQ(file->read(buffer, 16), 0u) << outside;
+    }
+}
+
+// An open file used to be of no use once its source was gone.
+TEST(PackRead, OpenFilesOutliveTheSource) {
+    const std::string data = packs::noise(100000, 4);
+    auto source = packs::mount(packs::build({packs::deflated_entry("a", data), packs::stored_entry("b", data)}));
+    ASSERT_TRUE(source);
+    const std::unique_ptr<SFsFile> a(packs::open(*source, "a"));
+    const std::unique_ptr<SFsFile> b(packs::open(*source, "b"));
+    source.reset();
+    std::string found(data.size(), '\0');
+    EXPECT_EQ(a->read(found.data(), 50000), 50000u);
+    EXPECT_EQ(a->read(found.data() + 50000, 50000), 50000u);
+    EXPECT_EQ(found, data);
+    EXPECT_EQ(b->read(found.data(), data.size()), data.size());
+    EXPECT_EQ(found, data);
+}
+
+}  // namespace
