@@ -96,7 +96,9 @@ bool CWin32_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::d
         return refuse(text, EFSError::NOT_FOUND, "The root of the source must exist and is not a directory.");
     }
     if (!choose_roots(state)) return refuse(text, EFSError::INVALID_NAME, "The root of the source is too long.");
-    if (fill(state, listing)) return true;
+    const bool filled = fill(state, listing);
+    state.table->settle();
+    if (filled) return true;
     return refuse(text, EFSError::OUT_OF_MEMORY, "There is no memory for the names of the source.");
 }
 

@@ -72,6 +72,16 @@ public:
     /// Adds a value that is not there yet; there must be room.
     void insert(std::uint64_t hash, std::uint32_t value, std::uint32_t hint);
     void erase(const std::uint32_t* slot);
+    std::size_t groups() const { return groups_ ? group_mask_ + 1 : 0; }
+    /// The group in which the search for a hash begins.
+    std::size_t first_group(std::uint64_t hash) const { return static_cast<std::size_t>(hash >> 7) & group_mask_; }
+    /// Visits the values of one group; what is changed must keep its hash.
+    template <class Visit>
+    void for_each_of_group(std::size_t group, Visit&& visit) {
+        for (std::size_t slot = 0; slot < group_size; ++slot) {
+            if ((groups_[group].tags[slot] & 0x80) == 0) visit(groups_[group].values[slot]);
+        }
+    }
     std::size_t bytes() const { return groups_ ? (group_mask_ + 1) * sizeof(Group) : 0; }
 
 private:
@@ -94,7 +104,6 @@ private:
         const std::uint64_t differing = bytes ^ wanted;
         return (differing - low_bits) & ~differing & high_bits;
     }
-    std::size_t first_group(std::uint64_t hash) const { return static_cast<std::size_t>(hash >> 7) & group_mask_; }
 
     std::unique_ptr<Group[]> groups_;
     std::size_t group_mask_ = 0;
