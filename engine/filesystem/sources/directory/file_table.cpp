@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 #include "engine/filesystem/contract/normalize.h"
@@ -67,7 +68,6 @@ void FileTable::set_installed(std::uint32_t file, bool on) {
 std::uint32_t* FileTable::find_name(std::string_view name, std::size_t dir_length) const {
     const std::uint64_t hash = hash_text(name.data(), name.size());
     index_.expect(hash);
-    // Not a function of its own: compilers take one that only fetches for one that does nothing, and drop the call.
     const unsigned char* const page = store_.data() + pages_begin_ + index_.first_group(hash) * page_bytes_;
     for (std::size_t at = 0; at < page_bytes_; at += cache_line) fetch(page + at);
     return index_.find(hash, [&](std::uint32_t value, std::uint32_t dir) {
@@ -282,18 +282,45 @@ void FileTable::remove(std::uint32_t file) {
     --count_;
 }
 
+// Puts ring ends into an index that is larger than the cache: the places of some are fetched before the first is written.
+class FileTable::IndexFiller {
+public:
+    explicit IndexFiller(NameIndex& index) : index_(index) {}
+    ~IndexFiller() { flush(); }
+    IndexFiller(const IndexFiller&) = delete;
+    IndexFiller& operator=(const IndexFiller&) = delete;
+
+    void insert(std::string_view name, std::uint32_t value, std::uint32_t dir) {
+        if (count_ == std::size(waiting_)) flush();
+        waiting_[count_] = {hash_text(name.data(), name.size()), value, dir};
+        index_.expect(waiting_[count_++].hash);
+    }
+
+private:
+    void flush() {
+        for (std::size_t i = 0; i < count_; ++i) index_.insert(waiting_[i].hash, waiting_[i].value, waiting_[i].dir);
+        count_ = 0;
+    }
+
+    struct Waiting {
+        std::uint64_t hash;
+        std::uint32_t value;
+        std::uint32_t dir;
+    };
+    NameIndex& index_;
+    Waiting waiting_[32];
+    std::size_t count_ = 0;
+};
+
 bool FileTable::grow_index() {
     if (!index_.start_over(index_.size() * 2)) return false;
     page_bytes_ = 0;
+    IndexFiller filler(index_);
     for (std::uint32_t file = first(); file != none; file = next(file)) {
-        if ((record(file).flags & indexed_flag) == 0) continue;
-        const std::string_view text = name(file);
-        index_.insert(hash_text(text.data(), text.size()), file, record(file).dir);
+        if ((record(file).flags & indexed_flag) != 0) filler.insert(name(file), file, record(file).dir);
     }
     for (std::uint32_t i = 0; i < many_.size(); ++i) {
-        if (!many_[i]) continue;
-        const std::string_view text = name(many_[i]->last);
-        index_.insert(hash_text(text.data(), text.size()), many_bit | i, 0);
+        if (many_[i]) filler.insert(name(many_[i]->last), many_bit | i, 0);
     }
     return true;
 }

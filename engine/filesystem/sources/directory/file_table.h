@@ -132,6 +132,7 @@ private:
     void add_to_tree(ManyOfOneName& many, std::uint32_t file) const;
     std::uint32_t next_of_same_dir(std::uint32_t file, std::uint32_t last) const;
     void unlink(std::uint32_t* slot, std::uint32_t file);
+    class IndexFiller;
     bool grow_index();
     std::size_t ring_bytes(std::uint32_t last) const;
     bool prepare(Settled& to) const;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -35,7 +36,11 @@ inline std::uint64_t hash_text(const char* text, std::size_t length) {
 }
 
 /// Asks the processor for a place in memory that will soon be read.
-inline void fetch(const void* place) { _mm_prefetch(static_cast<const char*>(place), _MM_HINT_T0); }
+inline void fetch(const void* place) {
+    _mm_prefetch(static_cast<const char*>(place), _MM_HINT_T0);
+    // Without this the compiler takes a function that only fetches for one that does nothing, and drops the call.
+    std::atomic_signal_fence(std::memory_order_acq_rel);
+}
 
 /// Finds 32-bit values by hash: open addressing over groups of seven slots. A group is one line of the processor's cache:
 /// for each slot a byte that is empty, erased or seven bits of its value's hash, and behind these bytes the values; a miss
