@@ -262,6 +262,10 @@ def log_configurations(tool):
              "good.cfg:2:2: messages \"ERRR\" go to the console and log file\n"
              "good.cfg:3:2: the level of category \"FileSystem\": verbose 3\n"
              "good.cfg:4:2: source positions in messages: on\n")
+    tool.write("root/quiet.cfg", b"!BrenixLogLevel(E)\n!BrenixLogCategoryLevel(Net, E)\n")
+    tool.run("log-check quiet.cfg", 0,
+             "quiet.cfg:1:2: the level: error, raised to info when the log file is opened\n"
+             "quiet.cfg:2:2: the level of category \"Net\": error\n")
     for line, reason in ((b"!BrenixLogLevel(loud)", "\"loud\" is no level"), (b"!BrenixLogLevel()", "is missing"),
                          (b"!Permit(ERRR, 1)", "parameter 3 of Permit is missing"), (b"!Nonsense(1)", "not known"),
                          (b"!Permit(\"????\", 1, 1)", "names no message"), (b"!BrenixLogMessageSource(x)", "integer"),
