@@ -91,7 +91,9 @@ bool CWin32_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::d
         return fs::refuse(EFSError::NOT_FOUND, text, "The root of the source must exist and is not a directory.");
     }
     if (!choose_roots(state)) return fs::refuse(EFSError::INVALID_NAME, text, "The root of the source is too long.");
-    if (fill(state, listing)) return true;
+    const bool filled = fill(state, listing);
+    state.table->settle();
+    if (filled) return true;
     return fs::refuse(EFSError::OUT_OF_MEMORY, text, "There is no memory for the names of the source.");
 }
 
