@@ -297,6 +297,32 @@ TEST_F(StartUp, ManagesFilesOnTheDisk) {
     EXPECT_TRUE(disk::exists(home_ / "root/Copies/One.txt"));
 }
 
+TEST_F(StartUp, NewFilesAreMadeInTheFirstSourceWhateverModeAndFlagsSay) {
+    put("root/x", "");
+    ASSERT_TRUE(start("root", whole_tree, true));
+    using Open = FFSOpenFlags;
+    const struct {
+        EFSMode::TYPE mode;
+        Open::FLAGS flags;
+    } rows[] = {{EFSMode::WRITE, Open::NONE},        {EFSMode::WRITE, Open::CREATE},
+                {EFSMode::APPEND, Open::NONE},       {EFSMode::READ_WRITE, Open::CREATE},
+                {EFSMode::READ_WRITE, Open::NONE},   {EFSMode::WRITE, Open::GZIP_LEVEL1},
+                {EFSMode::WRITE, Open::GZIP_LEVEL5}, {EFSMode::WRITE, Open::GZIP_LEVEL9}};
+    for (const auto& row : rows) {
+        const std::string name = "made_" + std::to_string(row.mode) + "_" + std::to_string(row.flags);
+        fs::close(fs::open(name.c_str(), row.mode, row.flags));
+        EXPECT_TRUE(disk::exists(home_ / "root" / name)) << name;
+        EXPECT_FALSE(disk::exists(name)) << name;
+    }
+    put("outside/old", "old");
+    SFsFile* const old = fs::open(path("outside/old").c_str(), EFSMode::APPEND);
+    EXPECT_EQ(fs::write(old, "er", 2), 2u);
+    fs::close(old);
+    EXPECT_EQ(held_on_disk("outside/old"), "older");
+    fs::close(fs::open(path("outside/new").c_str(), EFSMode::WRITE, Open::CREATE));
+    EXPECT_TRUE(disk::exists(home_ / "outside/new"));
+}
+
 TEST_F(StartUp, WhatFailedOnTheWayToASuccessIsForgotten) {
     put("root/x.txt", "root");
     put("more/x.txt", "more");

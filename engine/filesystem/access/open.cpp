@@ -13,7 +13,8 @@
 // Reading takes the first source that can open the name; one that holds it and fails is passed over like one that does
 // not. Writing takes the first writable source that opens it in place; a protected source that holds the name ends the
 // search, so that what it shields is not written anywhere else. What nobody opened in place the first source of the
-// list creates, whatever kind it is.
+// list creates, whatever kind it is; only what a full path names is made by the fallback, where a mode or a flag makes
+// files.
 //
 // The lock is held shared while sources are asked and exclusive while one creates. Between the two another thread may
 // create the same file; the creating source copes by creating always.
@@ -61,6 +62,12 @@ SFsFile* open_to_read(registry::State& state, const fs::path& name, const char* 
     return file;
 }
 
+/// Whether the source is the fallback, asked for a file that is yet to be made: one that is not named by a full path is
+/// made in the first source, never in whichever directory the process happens to stand.
+bool would_make_elsewhere(const registry::State& state, const registry::Node* node, const fs::path& name) {
+    return node == state.end_marker && !is_full_path(name.PathName()) && !node->source->exists(name);
+}
+
 enum class Found { FILE, SHIELDED, NOTHING };
 
 /// Looks for a source that opens the name in place; `file` is set for FILE alone.
@@ -73,6 +80,7 @@ Found find_to_write(registry::State& state, const fs::path& name, EFSMode::TYPE 
             if (source.is_protected() && source.exists(name)) return Found::SHIELDED;
             continue;
         }
+        if (would_make_elsewhere(state, node, name)) continue;
         file = open_in_place(source, name, mode, flags);
         if (file != nullptr) return Found::FILE;
     }

@@ -41,8 +41,11 @@ bool is_registered(const fs::path& path) {
 }
 
 bool mount(CFSSource& source, const fs::path& path, FFSAddSourceFlags::ENUM flags, ListingCache* cache) {
-    const ErrorScope scope;
-    if (source.init(path, flags, cache != nullptr ? cache->listing() : nullptr)) return true;
+    ErrorScope scope;
+    if (source.init(path, flags, cache != nullptr ? cache->listing() : nullptr)) {
+        scope.forget();
+        return true;
+    }
     if (!scope.has_error()) set_error(EFSError::NOT_FOUND, path.PathName(), "The source could not be mounted.");
     return false;
 }
