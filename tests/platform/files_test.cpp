@@ -82,6 +82,8 @@ TEST_F(Files, RefuseWhatIsNoPathOfAFile) {
     disk::put("file", "");
     EXPECT_NE(try_open("file/", for_reading), Failure::NONE);
     EXPECT_NE(try_open("FILE/", for_reading), Failure::NONE);
+    EXPECT_FALSE(get_attributes("file/").has_value());
+    EXPECT_TRUE(get_attributes("folder/").has_value());
 }
 
 TEST_F(Files, ShareAmongReadersOnly) {
@@ -131,7 +133,7 @@ TEST_F(Files, KeepTheirNameWhileOpen) {
         EXPECT_FALSE(remove_file("file"));
         EXPECT_FALSE(rename_path("file", "new"));
         EXPECT_FALSE(rename_path("file", "FILE"));
-        EXPECT_FALSE(rename_path("other", "file"));
+        EXPECT_EQ(outcome(rename_path("other", "file")), Failure::IN_USE);
         EXPECT_FALSE(replace_file("other", "file"));
         EXPECT_FALSE(set_write_time("file", 130000000000000000));
     }
@@ -291,6 +293,9 @@ TEST_F(Files, KeepTimesTo100Nanoseconds) {
     }
     EXPECT_FALSE(set_write_time("missing", 133000000001234567));
     EXPECT_FALSE(set_write_time("file", -1));
+    const std::int64_t before = get_attributes("file")->write_time;
+    EXPECT_TRUE(set_write_time("file", 0) && set_all_times("file", 0));
+    EXPECT_EQ(get_attributes("file")->write_time, before) << "0 is no time";
 }
 
 TEST_F(Files, MoveAndEndWhereTold) {
@@ -302,9 +307,17 @@ TEST_F(Files, MoveAndEndWhereTold) {
         bool works;
         std::uint64_t position;
     } rows[] = {
-        {3, Origin::BEGIN, true, 3},     {2, Origin::CURRENT, true, 5}, {-4, Origin::CURRENT, true, 1},
-        {-2, Origin::CURRENT, false, 1}, {-1, Origin::BEGIN, false, 1}, {-10, Origin::END, true, 0},
-        {-11, Origin::END, false, 0},    {5, Origin::END, true, 15},    {0x200000000, Origin::BEGIN, true, 0x200000000},
+        {3, Origin::BEGIN, true, 3},
+        {2, Origin::CURRENT, true, 5},
+        {-4, Origin::CURRENT, true, 1},
+        {-2, Origin::CURRENT, false, 1},
+        {-1, Origin::BEGIN, false, 1},
+        {-10, Origin::END, true, 0},
+        {-11, Origin::END, false, 0},
+        {5, Origin::END, true, 15},
+        {0x200000000, Origin::BEGIN, true, 0x200000000},
+        {0x7FFFFFFFFFFFFFFF, Origin::BEGIN, true, 0x7FFFFFFFFFFFFFFF},
+        {1, Origin::CURRENT, false, 0x7FFFFFFFFFFFFFFF},
         {4, Origin::BEGIN, true, 4},
     };
     for (const auto& row : rows) {

@@ -16,8 +16,8 @@ void add_session_options(CLI::App& app, SessionOptions& options) {
                    "Directory that is asked after packs and written to (default: the current one)")
         ->type_name("DIR");
     app.add_option("--add", options.sources,
-                   "Further source: a directory, or a pack (.pak, .mpak), which is asked before the root; repeatable, "
-                   "earlier ones win")
+                   "Further source: a pack (.pak, .mpak), which is asked before the root, or a directory, which is "
+                   "asked after it; repeatable, of each kind the earlier ones win")
         ->type_name("PATH")
         ->take_all()
         ->expected(1);
@@ -51,7 +51,14 @@ int run(const SessionOptions& options, const Command& command) {
 int main(int argc, char** argv) {
     use_binary_output();
     CLI::App app("Lists, reads, explains and changes what the engine's file system sees.", "enginefs");
-    app.footer("Names use \"/\" and any case. Exit status: 0 done, 1 not found or failed, 2 wrong command line.");
+    app.footer(
+        "Names use \"/\" and any case; a name that begins with \"-\" stands behind \"--\". A file is also found by the "
+        "end "
+        "of its name (\"one.txt\" for \"levels/one.txt\"), but only changed by the whole of it. Exit status: 0 done, 1 "
+        "not found or failed, 2 wrong command line.");
+    app.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return "enginefs: " + std::string(error.what()) + "\nRun with --help for more information.\n";
+    });
     app.require_subcommand(1);
     app.option_defaults()->always_capture_default(false);
     SessionOptions options;

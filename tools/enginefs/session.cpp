@@ -59,11 +59,12 @@ std::string full_native_path(const std::string& path) {
 
 bool Session::mount(const SessionOptions& options) {
     const std::string root = full_native_path(options.root.empty() ? "." : options.root);
-    if (!fs::does_dir_exist(root.c_str())) return fail(options.root, "there is no such directory to be the root") == 0;
+    const std::string& told = options.root.empty() ? root : options.root;
+    if (!fs::does_dir_exist(root.c_str())) return fail(told, "there is no such directory to be the root") == 0;
     fs::clear_error();
     const std::string cache_dir = options.cache_dir.empty() ? "" : full_native_path(options.cache_dir);
     mounted_ = fs::init(root.c_str(), mount_flags, cache_dir.c_str(), options.fallback, false, nullptr);
-    if (!mounted_) return fail_with_last_error(options.root, "it cannot be the root") == 0;
+    if (!mounted_) return fail_with_last_error(told, "it cannot be the root") == 0;
     for (const std::string& path : options.sources)
         if (!add(path)) return false;
     return true;

@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "engine/platform/windows/crash_stack.h"
+
 namespace platform {
 
 struct CrashContext {
@@ -98,6 +100,11 @@ bool write_to(HANDLE file, WriteDumpFunction write, const DumpRequest& request) 
 
 }  // namespace
 
+void reserve_stack_for_crash() {
+    ULONG size = 128 * 1024;  // the dump library asks for much
+    SetThreadStackGuarantee(&size);
+}
+
 void break_into_debugger() { DebugBreak(); }
 
 [[gnu::noinline]] int capture_stack(void** frames, int capacity, int skip) {
@@ -142,6 +149,7 @@ bool install_crash_handler(CrashHandler handler) {
     CrashHandler none = nullptr;
     if (handler == nullptr || !state.handler.compare_exchange_strong(none, handler)) return false;
     state.reported.store(false);
+    reserve_stack_for_crash();
     state.previous = SetUnhandledExceptionFilter(on_exception);
     state.previous_abort = std::signal(SIGABRT, on_abort);
     return true;

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <utility>
 
 #include "engine/platform/faults.h"
@@ -19,8 +18,9 @@ namespace platform {
 namespace {
 
 constexpr std::uint64_t all_ones = ~std::uint64_t{0};  // nothing moved, or not known
-constexpr std::uint64_t largest_piece = 0x4000'0000;   // a multiple of any alignment below the system's 32 bits
-constexpr std::uint32_t unbuffered_alignment = 4096;   // a multiple of what any disk asks for
+constexpr std::uint64_t largest_position = 0x7FFF'FFFF'FFFF'FFFF;
+constexpr std::uint64_t largest_piece = 0x4000'0000;  // a multiple of any alignment below the system's 32 bits
+constexpr std::uint32_t unbuffered_alignment = 4096;  // a multiple of what any disk asks for
 
 HANDLE to_handle(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
 
@@ -91,11 +91,6 @@ void record_open_failure(const char* path, bool writes, DWORD code) {
     } else {
         fail_os(code);
     }
-}
-
-bool ends_in_slash(const char* path) {
-    const std::size_t length = std::strlen(path);
-    return length != 0 && (path[length - 1] == '/' || path[length - 1] == '\\');
 }
 
 std::uint64_t no_handle() {
@@ -244,18 +239,15 @@ std::uint64_t File::write(const void* buffer, std::uint64_t size) {
     return done;
 }
 
+// Seeking asks the system for nothing but, perhaps, the length.
 bool File::seek(std::int64_t offset, Origin origin) {
-    LARGE_INTEGER target{};
-    target.QuadPart = offset;
-    if (origin == Origin::CURRENT) {
-        const auto position = static_cast<std::int64_t>(position_);
-        if (offset > std::numeric_limits<std::int64_t>::max() - position) return fail_os(ERROR_NEGATIVE_SEEK);
-        target.QuadPart = position + offset;
-    }
-    LARGE_INTEGER position{};
-    const DWORD method = origin == Origin::END ? FILE_END : FILE_BEGIN;
-    if (!SetFilePointerEx(to_handle(handle_), target, &position, method)) return fail_last();
-    position_ = static_cast<std::uint64_t>(position.QuadPart);
+    if (!valid()) return fail(Failure::INVALID_HANDLE);
+    std::uint64_t base = 0;
+    if (origin == Origin::CURRENT) base = position_;
+    if (origin == Origin::END && (base = length()) == all_ones) return false;
+    const std::uint64_t target = base + static_cast<std::uint64_t>(offset);  // wraps where it cannot be a position
+    if (target > largest_position) return fail_os(ERROR_NEGATIVE_SEEK);
+    position_ = target;
     return true;
 }
 

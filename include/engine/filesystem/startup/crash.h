@@ -56,6 +56,7 @@ ENGINE_FS_API bool GenerateDump(const char* native_path = nullptr);
 /// The same with all that the system can tell: every byte of memory on Windows, every mapping on Linux.
 ENGINE_FS_API bool WriteFullDump(const char* native_path = nullptr);
 
-/// Whether a crash of this process leaves a dump beside the log file (call it after CrashInit); off at first. Whatever handled crashes before
-/// still does so afterwards, and the process ends as it would have. False when the system refuses.
+/// Whether a crash of this process leaves a dump beside the log file (call it after CrashInit); off at first. Whatever
+/// handled crashes before still does so afterwards, and the process ends as it would have. A stack that is used up is
+/// reported on the calling thread and on those of mt::CThread. False when the system refuses.
 ENGINE_FS_API bool CrashCatchExceptions(bool on);
