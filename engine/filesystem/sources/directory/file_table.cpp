@@ -43,11 +43,6 @@ std::uint32_t FileTable::bucket(std::string_view name) {
     return hash & 0xFFFF;
 }
 
-std::uint32_t FileTable::record_words(const Record& file) {
-    const std::uint32_t text = file.flags & spelled_flag ? file.length * 2u : file.length;
-    return static_cast<std::uint32_t>(sizeof(Record) / 4) + (text + 3) / 4;
-}
-
 std::uint32_t FileTable::at_or_after(std::uint32_t order) const {
     const std::size_t end = by_order_.size();
     while (order < end && by_order_[order] == none) ++order;

@@ -115,7 +115,10 @@ private:
         return *reinterpret_cast<const Record*>(store_.data() + std::size_t{file} * 4);
     }
     static const char* text_of(const Record& file) { return reinterpret_cast<const char*>(&file + 1); }
-    static std::uint32_t record_words(const Record& file);
+    static std::uint32_t record_words(const Record& file) {
+        const std::uint32_t text = file.flags & spelled_flag ? file.length * 2u : file.length;
+        return static_cast<std::uint32_t>(sizeof(Record) / 4) + (text + 3) / 4;
+    }
     std::uint32_t at_or_after(std::uint32_t order) const;
     // What a value of the index stands for.
     ManyOfOneName* many_of(std::uint32_t value) const {
