@@ -33,7 +33,7 @@ void add_session_options(CLI::App& app, SessionOptions& options) {
         ->type_name("LEVEL");
 }
 
-int run(const SessionOptions& options, const Command& command) {
+int run_command(const SessionOptions& options, const Command& command) {
     // Messages go to the callback alone: a tool leaves no log files in the trees that it looks at.
     _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
     if (!options.log_level.empty() && !show_messages(options.log_level)) {
@@ -49,7 +49,7 @@ int run(const SessionOptions& options, const Command& command) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    use_binary_output();
+    prepare_streams();
     CLI::App app("Lists, reads, explains and changes what the engine's file system sees.", "enginefs");
     app.footer(
         "Names use \"/\" and any case; a name that begins with \"-\" stands behind \"--\". A file is also found by the "
@@ -80,5 +80,5 @@ int main(int argc, char** argv) {
         const int status = app.exit(error);
         return status == 0 ? finish_output(exit_ok) : exit_usage;
     }
-    return run(options, command);
+    return run_command(options, command);
 }

@@ -3,21 +3,16 @@
 #include <cstring>
 
 #include "engine/platform/directories.h"
-#include "engine/platform/faults.h"
 #include "engine/platform/files.h"
 #include "engine/platform/folding.h"
 #include "engine/platform/windows/native_path.h"
+#include "engine/platform/windows/ordered_fault.h"
 
 // Asking about files, and changing what is written about them: attributes, times, names.
 
 namespace platform {
 
 namespace {
-
-bool meets_fault(FaultPoint point) {
-    const auto fault = fault_at(point);
-    return fault && !fail(*fault);
-}
 
 // Both records of the system have these fields under the same names.
 template <typename Record>

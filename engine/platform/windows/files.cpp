@@ -7,8 +7,8 @@
 #include <cstring>
 #include <utility>
 
-#include "engine/platform/faults.h"
 #include "engine/platform/windows/native_path.h"
+#include "engine/platform/windows/ordered_fault.h"
 
 // The position of a file is kept here, and every read and write names its offset: the system's own position moves with
 // whoever reads, and is only set where the system uses it (the end mark, descriptors of the C run-time).
@@ -98,18 +98,6 @@ std::uint64_t no_handle() {
     return all_ones;
 }
 
-// False where the call may go on. A fault that is no failure halves `size`.
-bool meets_fault(FaultPoint point, std::uint64_t& size) {
-    const auto fault = fault_at(point);
-    if (!fault) return false;
-    if (*fault == Failure::NONE) {
-        size /= 2;
-        return false;
-    }
-    fail(*fault);
-    return true;
-}
-
 OVERLAPPED at_offset(std::uint64_t offset, HANDLE event) {
     OVERLAPPED record{};
     record.Offset = static_cast<DWORD>(offset);
@@ -183,10 +171,9 @@ void File::close() {
 
 File File::open(const PathAt& path, const OpenOptions& options) {
     File file;
-    std::uint64_t whole = 0;
     if (ends_in_slash(path.full) && !fail(Failure::INVALID_NAME)) return file;
     const NativePath native(path.full, creates(options.disposition) ? NativePath::Use::NEW : NativePath::Use::EXISTING);
-    if (!native.valid() || meets_fault(FaultPoint::OPEN, whole)) return file;
+    if (!native.valid() || meets_fault(FaultPoint::OPEN)) return file;
 
     const bool writes = (access_of(options) & GENERIC_WRITE) != 0;
     // Where the caller may do everything, some systems let the attribute bind nobody.
@@ -261,8 +248,7 @@ std::uint64_t File::length() const {
 }
 
 bool File::set_end() {
-    std::uint64_t whole = 0;
-    if (meets_fault(FaultPoint::SET_END, whole)) return false;
+    if (meets_fault(FaultPoint::SET_END)) return false;
     LARGE_INTEGER position{};
     position.QuadPart = static_cast<LONGLONG>(position_);
     const HANDLE handle = to_handle(handle_);

@@ -14,8 +14,8 @@
 // to init, or its parent when the last component of the root leads every name; that component is then the *start*, where
 // the scan begins. The *spelling* of a name is how the disk writes it; all else is lower case.
 //
-// The class is spread over files by what its operations do: directory.cpp mounts and answers, directory_open.cpp opens
-// and creates, directory_change.cpp makes and removes, directory_search.cpp lists.
+// The class is spread over files by what its operations do: directory.cpp mounts and answers, open.cpp opens and creates,
+// change.cpp makes and removes, search.cpp lists.
 //
 // Invariant: each file of the table was seen on the disk, or made by this source, under the native path that its
 // directory and spelling give; nothing asks the disk whether it is still there.
@@ -91,7 +91,9 @@ bool CWin32_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::d
         return fs::refuse(EFSError::NOT_FOUND, text, "The root of the source must exist and is not a directory.");
     }
     if (!choose_roots(state)) return fs::refuse(EFSError::INVALID_NAME, text, "The root of the source is too long.");
-    if (fill(state, listing)) return true;
+    const bool filled = fill(state, listing);
+    state.table->settle();
+    if (filled) return true;
     return fs::refuse(EFSError::OUT_OF_MEMORY, text, "There is no memory for the names of the source.");
 }
 
