@@ -53,6 +53,13 @@ PieceBuffer::PieceBuffer(std::uint64_t size, const char* path) : block_(nullptr,
     data_ = std::align(page, static_cast<std::size_t>(size), place, space);
 }
 
+bool read_checked(SFsFile& file, const char* path, void* buffer, std::uint64_t size) {
+    const ErrorScope scope;
+    if (file.read(buffer, size) == size) return true;
+    if (!scope.has_error()) set_error(EFSError::IO, path, "The file gave fewer bytes than its length promised.");
+    return false;
+}
+
 bool write_checked(SFsFile& file, const char* path, const void* data, std::uint64_t size) {
     if (size == 0) return true;
     const ErrorScope scope;

@@ -28,11 +28,13 @@ constexpr MessageSource exit_source{"EXIT", "engine/filesystem/filesystem"};
 
 /// Null when it does not mount.
 std::unique_ptr<CWin32_dir> mount_root(const PreparedPath& built, const char* spelling, FFSAddSourceFlags::ENUM flags,
-                                       const char** names) {
+                                       const char** names) try {
     std::unique_ptr<CWin32_dir> root(new (std::nothrow) CWin32_dir(EFSSourceType::SPECIAL, names));
     if (!root) return nullptr;
     root->set_native_spelling(spelling);
     return root->init(fs::path(built.c_str(), true), flags, nullptr) ? std::move(root) : nullptr;
+} catch (const std::bad_alloc&) {
+    return nullptr;
 }
 
 std::unique_ptr<CWin32_fallback> mount_fallback() {

@@ -28,10 +28,12 @@ std::unique_ptr<CFSSource> with_spelling(Source* source, const char* spelling) {
     return std::unique_ptr<CFSSource>(source);
 }
 
-/// The caller's own spelling of the path is handed on, since the prepared one is lower case.
-std::unique_ptr<CFSSource> new_source(bool is_pack, const char* spelling) {
+/// The caller's own spelling of the path is handed on, since the prepared one is lower case. Null without memory.
+std::unique_ptr<CFSSource> new_source(bool is_pack, const char* spelling) try {
     if (is_pack) return with_spelling(new (std::nothrow) CZip_dir, spelling);
     return with_spelling(new (std::nothrow) CWin32_dir(EFSSourceType::DIR), spelling);
+} catch (const std::bad_alloc&) {
+    return nullptr;
 }
 
 bool is_registered(const fs::path& path) {
@@ -40,7 +42,7 @@ bool is_registered(const fs::path& path) {
     return registry::find(state, path) != nullptr;
 }
 
-bool mount(CFSSource& source, const fs::path& path, FFSAddSourceFlags::ENUM flags, ListingCache* cache) {
+bool mount(CFSSource& source, const fs::path& path, FFSAddSourceFlags::ENUM flags, ListingCache* cache) try {
     ErrorScope scope;
     if (source.init(path, flags, cache != nullptr ? cache->listing() : nullptr)) {
         scope.forget();
@@ -48,6 +50,8 @@ bool mount(CFSSource& source, const fs::path& path, FFSAddSourceFlags::ENUM flag
     }
     if (!scope.has_error()) set_error(EFSError::NOT_FOUND, path.PathName(), "The source could not be mounted.");
     return false;
+} catch (const std::bad_alloc&) {
+    return refuse(EFSError::OUT_OF_MEMORY, path.PathName(), "There is no memory for the names of the source.");
 }
 
 bool check_key(const char* path, const fs::path& key, FFSAddSourceFlags::ENUM flags) {
