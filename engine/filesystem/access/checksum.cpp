@@ -36,8 +36,7 @@ bool read_piece(SFsFile& file, void* buffer, std::uint64_t size, const char* pat
 
 bool may_go_on(const CrcCalcArgs& args, std::uint64_t done, std::uint64_t total) {
     if (args.progress == nullptr || args.progress(done, total, args.user)) return true;
-    set_error(EFSError::CANCELLED, args.path, "The caller stopped the checksum.");
-    return false;
+    return refuse(EFSError::CANCELLED, args.path, "The caller stopped the checksum.");
 }
 
 bool add_content(SFsFile& file, std::uint64_t length, CrcCalcArgs& args) {

@@ -22,10 +22,7 @@ constexpr std::uint64_t failed = ~std::uint64_t{0};
 
 bool is_empty(const char* path) { return path == nullptr || path[0] == '\0'; }
 
-bool refuse_empty(const char* path) {
-    set_error(EFSError::INVALID_NAME, path, "An empty path names no file.");
-    return false;
-}
+bool refuse_empty(const char* path) { return refuse(EFSError::INVALID_NAME, path, "An empty path names no file."); }
 
 bool move_piece(SFsFile& from, SFsFile& to, void* buffer, std::uint64_t size, const char* path) {
     const ErrorScope scope;

@@ -20,16 +20,7 @@ namespace fs {
 
 namespace {
 
-using registry::ExclusiveHold;
-using registry::SharedHold;
-using registry::State;
-
 constexpr MessageSource log_source{"FileSystem", "engine/filesystem/filesystem"};
-
-bool refuse(EFSError::TYPE code, const char* path, const char* text) {
-    set_error(code, path, text);
-    return false;
-}
 
 template <typename Source>
 std::unique_ptr<CFSSource> with_spelling(Source* source, const char* spelling) {
@@ -44,14 +35,17 @@ std::unique_ptr<CFSSource> new_source(bool is_pack, const char* spelling) {
 }
 
 bool is_registered(const fs::path& path) {
-    State& state = registry::state();
-    const SharedHold hold(state);
+    registry::State& state = registry::state();
+    const registry::SharedHold hold(state);
     return registry::find(state, path) != nullptr;
 }
 
 bool mount(CFSSource& source, const fs::path& path, FFSAddSourceFlags::ENUM flags, ListingCache* cache) {
-    const ErrorScope scope;
-    if (source.init(path, flags, cache != nullptr ? cache->listing() : nullptr)) return true;
+    ErrorScope scope;
+    if (source.init(path, flags, cache != nullptr ? cache->listing() : nullptr)) {
+        scope.forget();
+        return true;
+    }
     if (!scope.has_error()) set_error(EFSError::NOT_FOUND, path.PathName(), "The source could not be mounted.");
     return false;
 }
@@ -70,8 +64,8 @@ bool check_key(const char* path, const fs::path& key, FFSAddSourceFlags::ENUM fl
 
 /// Destroys the source of this path and tells its type; false when there is none.
 bool destroy_source(const fs::path& path, EFSSourceType::TYPE& type) {
-    State& state = registry::state();
-    const ExclusiveHold hold(state);
+    registry::State& state = registry::state();
+    const registry::ExclusiveHold hold(state);
     registry::Node* const node = registry::find(state, path);
     if (node == nullptr) return false;
     type = node->source->type();

@@ -1,8 +1,10 @@
 // The ring decoder beside zlib: it may refuse what zlib takes only where nobody writes such streams, and never gives
 // other bytes.
+#include <atomic>
 #include <cstring>
 
 #include "engine/filesystem/sources/pack/ring_inflate.h"
+#include "engine/filesystem/sources/pack/snapshots.h"
 #include "engine/filesystem/sources/pack/store.h"
 #include "fixture.h"
 
@@ -115,6 +117,58 @@ TEST(PackInflate, RefusesWhateverZlibRefuses) {
         for (int flips = 0; flips < 2; ++flips) packed[random() % where] ^= static_cast<char>(1 << random() % 8);
         if (seed % 7 == 0) packed.resize(random() % packed.size());
         compare(packed, false, "seed " + std::to_string(seed));
+    }
+}
+
+TEST(PackSnapshots, CoverAnEntryEvenlyWhateverRoomThereIs) {
+    constexpr std::uint32_t blocks = 640;
+    std::string plain;
+    while (plain.size() < blocks * std::size_t{RingInflate::block_size}) {
+        plain += std::to_string(plain.size() * 7919) + " word ";
+    }
+    plain.resize(blocks * std::size_t{RingInflate::block_size});
+    packs::write_file("stream", packs::deflated(plain, 1));
+    fs::PackStore store;
+    ASSERT_TRUE(store.open("stream", true));
+    std::vector<std::uint8_t> memory(RingInflate::ring_size + 8);
+    const fs::PackedInput input{store, 0, static_cast<std::uint32_t>(store.length()), nullptr, 0};
+    const struct {
+        std::uint64_t most;
+        std::uint32_t shortest;  // of the intervals that may be left at the end; 0: no snapshot is
+        std::uint32_t longest;
+    } rows[] = {{16 << 20, 54, 54}, {300000, 63, 63}, {60000, 126, 252}, {1000, 0, 0}};
+    for (const auto& row : rows) {
+        std::atomic<std::uint64_t> total{0};
+        {
+            auto ring = std::make_unique<RingInflate>(input, memory.data());
+            fs::EntrySnapshots snapshots(0, static_cast<std::uint32_t>(plain.size()), total, row.most);
+            ring->start();
+            for (std::uint32_t block = 0; block < blocks; ++block) {
+                std::uint32_t produced = 0;
+                if (snapshots.wants(block)) snapshots.add(block, *ring);
+                ASSERT_TRUE(ring->decode_block(produced));
+                ASSERT_LE(total, row.most);
+            }
+            std::uint32_t interval = 0;
+            for (std::uint32_t block = 0; block < blocks && interval == 0; ++block) snapshots.find(block, 0, interval);
+            EXPECT_GE(interval, row.shortest) << row.most;
+            EXPECT_LE(interval, row.longest) << row.most;
+            for (std::uint32_t block = 0; block < blocks; block += 29) {
+                std::uint32_t found = 0;
+                const auto snapshot = snapshots.find(block, 0, found);
+                const std::uint32_t expected = interval == 0 ? 0 : block / interval * interval;
+                ASSERT_EQ(snapshot ? found : 0, expected) << row.most << " block " << block;
+                EXPECT_EQ(snapshots.find(block, expected, found), nullptr) << "only what lies behind is asked for";
+                if (!snapshot) continue;
+                ring->restore(*snapshot);
+                std::uint32_t produced = 0;
+                ASSERT_TRUE(ring->decode_block(produced));
+                EXPECT_EQ(std::memcmp(memory.data() + found % 2 * RingInflate::block_size,
+                                      plain.data() + std::size_t{found} * RingInflate::block_size, produced),
+                          0);
+            }
+        }
+        EXPECT_EQ(total, 0u);
     }
 }
 

@@ -42,7 +42,7 @@ public:
         for (const File& file : files) {
             if (std::find(dirs.begin(), dirs.end(), file.dir) == dirs.end()) dirs.push_back(file.dir);
         }
-        for (const std::string& dir : dirs) directory_.dir_text += dir;
+        for (const std::string& dir : dirs) append(directory_.dir_text, dir);
         std::size_t at = 0;
         for (const std::string& dir : dirs) {
             directory_.dirs.emplace_back(directory_.dir_text.data() + at, dir.size());
@@ -53,15 +53,10 @@ public:
             record.name_offset = static_cast<std::uint32_t>(directory_.names.size());
             record.name_length = static_cast<std::uint16_t>(file.name.size());
             record.dir = static_cast<std::uint16_t>(std::find(dirs.begin(), dirs.end(), file.dir) - dirs.begin());
-            directory_.names += file.name;
+            append(directory_.names, file.name.empty() ? std::string(1, '\0') : file.name);
             directory_.records.push_back(record);
         }
-        std::vector<std::uint32_t> order(dirs.size());
-        for (std::uint32_t i = 0; i < order.size(); ++i) order[i] = i;
-        fs::sort_by_text(order, directory_.dirs);
-        std::vector<std::uint32_t> ranks(dirs.size());
-        for (std::uint32_t rank = 0; rank < order.size(); ++rank) ranks[order[rank]] = rank;
-        table_.build(directory_, ranks);
+        table_.build(std::move(directory_));
     }
 
     std::string find(const std::string& dir, const std::string& name) const {
@@ -71,6 +66,10 @@ public:
     const fs::PackTable& operator*() const { return table_; }
 
 private:
+    static void append(std::vector<char>& all, const std::string& text) {
+        all.insert(all.end(), text.begin(), text.end());
+    }
+
     fs::PackDirectory directory_;
     fs::PackTable table_;
 };
@@ -107,12 +106,19 @@ TEST(PackTable, AnswersLikeAWalkThroughTheSortedFiles) {
 TEST(PackTable, SortsByBytesAndKeepsTheOrderOfEquals) {
     const Strings texts = {"b", "a", "abcdefgh", "abcdefghi", "\x80", "abcdefgh", "", "abcdefg\xFF", "a", "B"};
     std::vector<std::string_view> views(texts.begin(), texts.end());
-    std::vector<std::uint32_t> order(texts.size());
-    for (std::uint32_t i = 0; i < order.size(); ++i) order[i] = i;
-    std::vector<std::uint32_t> expected = order;
+    std::vector<std::uint32_t> expected(texts.size());
+    for (std::uint32_t i = 0; i < expected.size(); ++i) expected[i] = i;
     std::stable_sort(expected.begin(), expected.end(), [&](auto a, auto b) { return texts[a] < texts[b]; });
-    fs::sort_by_text(order, views);
+    std::vector<fs::TextRun> equal;
+    const std::vector<std::uint32_t> order = fs::sorted_by_text(views, &equal);
     EXPECT_EQ(order, expected);
+    std::set<std::string> repeated;
+    for (const fs::TextRun& run : equal) {
+        EXPECT_EQ(run.last - run.first, 2u);
+        repeated.insert(texts[order[run.first]]);
+        EXPECT_EQ(texts[order[run.first]], texts[order[run.first + 1]]);
+    }
+    EXPECT_EQ(repeated, (std::set<std::string>{"a", "abcdefgh"}));
 }
 
 TEST(PackTable, HoldsAtMostFortyBytesAnEntryBesideItsNames) {

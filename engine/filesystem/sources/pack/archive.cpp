@@ -3,14 +3,13 @@
 #include <atomic>
 #include <new>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include <engine/filesystem/contract/names.h>
 
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/sources/pack/bytes.h"
 #include "engine/filesystem/sources/pack/directory.h"
-#include "engine/filesystem/sources/pack/text_sort.h"
 
 namespace fs {
 
@@ -22,30 +21,13 @@ std::uint32_t state_of(PackEntry& entry) {
     return std::atomic_ref<std::uint32_t>(entry.state).load(std::memory_order_relaxed);
 }
 
-/// Places of the directories in their order, and each of them put into the tree.
-std::vector<std::uint32_t> rank_directories(const std::vector<std::string_view>& dirs, fs::dir& tree) {
-    std::vector<std::uint32_t> order(dirs.size());
-    for (std::uint32_t i = 0; i < order.size(); ++i) order[i] = i;
-    sort_by_text(order, dirs);
-    std::vector<std::uint32_t> ranks(dirs.size());
-    std::string path;
-    for (std::uint32_t rank = 0; rank < order.size(); ++rank) {
-        ranks[order[rank]] = rank;
-        path.assign(dirs[order[rank]]);
-        if (path.empty()) continue;
-        path.pop_back();
-        if (!tree.add_path(path.c_str())) throw std::bad_alloc();
-    }
-    return ranks;
-}
-
 }  // namespace
 
-std::shared_ptr<PackArchive> PackArchive::mount(const char* native_path, bool in_memory, fs::dir& tree) {
+std::shared_ptr<PackArchive> PackArchive::mount(const char* native_path, bool in_memory) {
     try {
         auto archive = std::make_shared<PackArchive>();
         if (!archive->store_.open(native_path, in_memory)) return nullptr;
-        if (!archive->read_directory(native_path, tree)) return nullptr;
+        if (!archive->read_directory(native_path)) return nullptr;
         return archive;
     } catch (const std::bad_alloc&) {
         set_error(EFSError::OUT_OF_MEMORY, native_path, "The pack source has no memory for the pack's directory.");
@@ -53,12 +35,24 @@ std::shared_ptr<PackArchive> PackArchive::mount(const char* native_path, bool in
     }
 }
 
-bool PackArchive::read_directory(const char* native_path, fs::dir& tree) {
+bool PackArchive::read_directory(const char* native_path) {
     PackDirectory directory;
     if (!read_pack_directory(store_, native_path, directory)) return false;
-    const std::vector<std::uint32_t> ranks = rank_directories(directory.dirs, tree);
-    table_.build(directory, ranks);
+    table_.build(std::move(directory));
     return true;
+}
+
+bool PackArchive::fill_tree(dir& tree) const {
+    try {
+        std::string path;
+        for (const std::string_view directory : table_.directories()) {
+            path.assign(directory.substr(0, directory.size() - 1));
+            if (!tree.add_path(path.c_str())) return false;
+        }
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 bool PackArchive::locate(std::uint32_t index) {

@@ -25,8 +25,10 @@ struct PackedData {
 /// Threads  any number at once; what changes has its own lock or is atomic.
 class PackArchive {
 public:
-    /// Opens and reads the pack, and adds its directories to `tree`. Null, with fs::last_error set, on failure.
-    static std::shared_ptr<PackArchive> mount(const char* native_path, bool in_memory, fs::dir& tree);
+    /// Opens and reads the pack. Null, with fs::last_error set, on failure.
+    static std::shared_ptr<PackArchive> mount(const char* native_path, bool in_memory);
+    /// Adds the pack's directories. False when memory for some of them cannot be had.
+    bool fill_tree(dir& tree) const;
 
     const PackStore& store() const { return store_; }
     PackTable& table() { return table_; }
@@ -39,7 +41,7 @@ public:
     PackedData data_of(std::uint32_t index);
 
 private:
-    bool read_directory(const char* native_path, fs::dir& tree);
+    bool read_directory(const char* native_path);
 
     PackStore store_;
     PackTable table_;

@@ -80,8 +80,8 @@ void InflateReader::begin_block(int index) {
 std::uint32_t InflateReader::jump(std::uint32_t number, std::uint32_t after) {
     if (!snapshots_ || exact_) return no_block;
     std::uint32_t found = 0;
-    const RingInflate::Snapshot* snapshot = snapshots_->find(number, found);
-    if (!snapshot || (after != no_block && found <= after + 1)) return no_block;
+    const auto snapshot = snapshots_->find(number, after == no_block ? 0 : after + 1, found);
+    if (!snapshot) return no_block;
     ring_.restore(*snapshot);
     return found;
 }

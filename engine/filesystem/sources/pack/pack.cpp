@@ -7,6 +7,7 @@
 
 #include <engine/filesystem/sources/pack.h>
 
+#include <mutex>
 #include <new>
 #include <optional>
 #include <string>
@@ -59,8 +60,8 @@ bool CZip_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir
     }
     const bool in_memory = (flags & FFSAddSourceFlags::PACK_IN_MEMORY) != 0;
     const char* native_path = native_spelling_.empty() ? full_name : native_spelling_.c_str();
-    archive_ = fs::PackArchive::mount(native_path, in_memory, tree_);
-    if (!archive_) tree_.clear();
+    archive_ = fs::PackArchive::mount(native_path, in_memory);
+    if (archive_ && tree_wanted_) archive_->fill_tree(tree_);
     return archive_ != nullptr;
 }
 
@@ -72,7 +73,15 @@ void CZip_dir::clear() {
 const fs::path& CZip_dir::path() { return path_; }
 FFSAddSourceFlags::ENUM CZip_dir::flags() { return flags_; }
 EFSSourceType::TYPE CZip_dir::type() { return EFSSourceType::PACK; }
-fs::dir* CZip_dir::dir_tree() { return &tree_; }
+
+/// Few ask for the tree, and for a pack with many directories it is a large part of mounting: so it is made for the first
+/// who does, and from then on by init, since a caller may have kept it.
+fs::dir* CZip_dir::dir_tree() {
+    const std::lock_guard guard(tree_lock_);
+    if (!tree_wanted_ && archive_) archive_->fill_tree(tree_);
+    tree_wanted_ = true;
+    return &tree_;
+}
 
 bool CZip_dir::exists(const fs::path& p) { return archive_ && find(*archive_, p); }
 

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "engine/filesystem/sources/pack/bytes.h"
+#include "engine/filesystem/sources/pack/text_sort.h"
 
 // A group is all entries of one file name; they lie side by side. An answer is the group's first entry, in table order,
 // whose directory and the one asked for are equal as far back as the shorter of them reaches. So even a full name may
@@ -109,6 +110,20 @@ std::optional<std::uint32_t> PackTable::find_by_end(std::uint32_t first, std::st
     }
     if (best == count()) return std::nullopt;
     return best;
+}
+
+std::vector<std::string_view> PackTable::directories() const {
+    std::vector<bool> seen(dirs_.size());
+    std::vector<std::string_view> found;
+    for (const PackEntry& entry : entries_) {
+        if (entry.dir_length == 0 || seen[entry.dir_offset]) continue;
+        seen[entry.dir_offset] = true;
+        found.push_back(dir_of(entry));
+    }
+    std::vector<std::string_view> sorted;
+    sorted.reserve(found.size());
+    for (const std::uint32_t i : sorted_by_text(found)) sorted.push_back(found[i]);
+    return sorted;
 }
 
 std::size_t PackTable::memory() const {

@@ -2,13 +2,13 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <string_view>
 #include <vector>
 
 namespace fs {
 
 struct PackDirectory;
+struct TextRun;
 
 /// One file of a pack. 28 bytes; a pack of 60,000 files holds as many of them.
 struct PackEntry {
@@ -65,8 +65,8 @@ private:
 /// entries' states changes after `build`.
 class PackTable {
 public:
-    /// May throw std::bad_alloc. `dir_ranks` gives, for each directory, its place among all directories in their order.
-    void build(const PackDirectory& directory, const std::vector<std::uint32_t>& dir_ranks);
+    /// May throw std::bad_alloc.
+    void build(PackDirectory&& directory);
 
     /// Among the files of that name the first, in table order, whose directory ends in `dir` or is the end of `dir`;
     /// the first of all for an empty `dir`. Both texts are in lower case.
@@ -76,6 +76,8 @@ public:
     PackEntry& entry(std::uint32_t index) { return entries_[index]; }
     std::string_view dir(std::uint32_t index) const { return dir_of(entries_[index]); }
     std::string_view name(std::uint32_t index) const { return name_of(entries_[index]); }
+    /// Each directory once, without the root, in the order of their texts. May throw std::bad_alloc.
+    std::vector<std::string_view> directories() const;
 
     /// Bytes that the table holds beside its texts.
     std::size_t memory() const;
@@ -96,13 +98,14 @@ private:
     std::optional<std::uint32_t> find_by_end(std::uint32_t first, std::string_view dir) const;
 
     void place_entries(const PackDirectory& directory, const std::vector<std::uint32_t>& order);
-    std::size_t mark_groups();
-    void index_names(std::size_t crowded);
+    void mark_groups(const std::vector<TextRun>& groups);
+    void index_names(const std::vector<TextRun>& groups);
+    void index_full_names(const std::vector<TextRun>& groups);
     void choose_winners(const PackDirectory& directory, const std::vector<std::uint32_t>& order);
 
     std::vector<PackEntry> entries_;
-    std::string names_;  // each file name once, so that its offset tells it from all others
-    std::string dirs_;
+    std::vector<char> names_;  // entries of one name have one offset, so that it tells them from all others
+    std::vector<char> dirs_;
     PackIndex by_name_;                   // the first entry of each name
     PackIndex by_full_;                   // entries whose name has many, under their full name
     std::vector<std::uint16_t> by_end_;   // within each group of many: its entries by their directories read backwards

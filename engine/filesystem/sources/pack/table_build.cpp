@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <string>
+#include <utility>
 
 #include "engine/filesystem/sources/pack/bytes.h"
 #include "engine/filesystem/sources/pack/directory.h"
@@ -30,6 +32,19 @@ void order_by_rank(std::uint32_t* first, std::uint32_t* last, std::size_t ranks,
     for (const std::uint32_t i : before) first[starts[rank_of(i)]++] = i;
 }
 
+/// Puts the entries of each group, which have one name, into the order of their directories.
+void order_groups(const PackDirectory& directory, const std::vector<TextRun>& groups,
+                  std::vector<std::uint32_t>& order) {
+    if (groups.empty()) return;
+    const std::vector<std::uint32_t> sorted_dirs = sorted_by_text(directory.dirs);
+    std::vector<std::uint32_t> ranks(sorted_dirs.size());
+    for (std::uint32_t rank = 0; rank < ranks.size(); ++rank) ranks[sorted_dirs[rank]] = rank;
+    for (const TextRun& group : groups) {
+        order_by_rank(order.data() + group.first, order.data() + group.last, ranks.size(),
+                      [&](std::uint32_t i) { return ranks[directory.records[i].dir]; });
+    }
+}
+
 std::vector<std::uint32_t> count_up(std::uint32_t count) {
     std::vector<std::uint32_t> order(count);
     for (std::uint32_t i = 0; i < count; ++i) order[i] = i;
@@ -53,8 +68,7 @@ Ends rank_ends(const std::vector<std::string_view>& dirs) {
         text.append(dir.rbegin(), dir.rend());
         backwards.emplace_back(text.data() + start, dir.size());
     }
-    std::vector<std::uint32_t> order = count_up(static_cast<std::uint32_t>(dirs.size()));
-    sort_by_text(order, backwards);
+    const std::vector<std::uint32_t> order = sorted_by_text(backwards);
     Ends ends{std::vector<std::uint32_t>(dirs.size()), std::vector<std::uint32_t>(dirs.size())};
     std::vector<std::uint32_t> open;  // ranks of which the present one is a continuation
     for (std::uint32_t rank = 0; rank < order.size(); ++rank) {
@@ -109,86 +123,82 @@ private:
 
 }  // namespace
 
-void PackTable::build(const PackDirectory& directory, const std::vector<std::uint32_t>& dir_ranks) {
+void PackTable::build(PackDirectory&& directory) {
     const auto count = static_cast<std::uint32_t>(directory.records.size());
-    dirs_ = directory.dir_text;
     std::vector<std::string_view> names;
     names.reserve(count);
     for (const PackRecord& record : directory.records) {
         names.emplace_back(directory.names.data() + record.name_offset, record.name_length);
     }
-    std::vector<std::uint32_t> order = count_up(count);
-    sort_by_text(order, names);
-    const auto rank_of = [&](std::uint32_t i) { return dir_ranks[directory.records[i].dir]; };
-    for (std::uint32_t first = 0, last = 0; first < count; first = last) {
-        while (last < count && names[order[last]] == names[order[first]]) ++last;
-        if (last - first > 1) {
-            order_by_rank(order.data() + first, order.data() + last, directory.dirs.size(), rank_of);
-        }
-    }
+    std::vector<TextRun> groups;
+    std::vector<std::uint32_t> order = sorted_by_text(names, &groups);
+    order_groups(directory, groups, order);
     place_entries(directory, order);
-    const std::size_t crowded = mark_groups();
-    index_names(crowded);
-    if (crowded != 0) choose_winners(directory, order);
+    names_ = std::move(directory.names);
+    dirs_ = std::move(directory.dir_text);  // `directory.dirs` still points into it
+    mark_groups(groups);
+    index_names(groups);
+    std::erase_if(groups, [](const TextRun& group) { return group.last - group.first <= walked; });
+    if (!groups.empty()) {
+        index_full_names(groups);
+        choose_winners(directory, order);
+    }
+    names_.shrink_to_fit();
+    dirs_.shrink_to_fit();
 }
 
 void PackTable::place_entries(const PackDirectory& directory, const std::vector<std::uint32_t>& order) {
-    entries_.reserve(order.size());
     std::vector<std::uint32_t> dir_offsets;
     dir_offsets.reserve(directory.dirs.size());
     for (const std::string_view dir : directory.dirs) {
         dir_offsets.push_back(dir.empty() ? 0 : static_cast<std::uint32_t>(dir.data() - directory.dir_text.data()));
         longest_dir_ = std::max(longest_dir_, static_cast<std::uint32_t>(dir.size()));
     }
-    std::string_view last;
+    entries_.reserve(order.size());
     for (const std::uint32_t i : order) {
         const PackRecord& record = directory.records[i];
-        const std::string_view name(directory.names.data() + record.name_offset, record.name_length);
-        const bool same = !entries_.empty() && name == last;
-        if (same) entries_.back().state |= PackEntry::same_name;
-        entries_.push_back(
-            {.dir_offset = dir_offsets[record.dir],
-             .name_offset = same ? entries_.back().name_offset : static_cast<std::uint32_t>(names_.size()),
-             .dir_length = static_cast<std::uint16_t>(directory.dirs[record.dir].size()),
-             .name_length = record.name_length,
-             .header_offset = record.header_offset,
-             .size = record.size,
-             .packed_size = record.packed_size,
-             .state = 0});
-        if (!same) names_.append(name.empty() ? std::string_view("", 1) : name);
-        last = name;
+        entries_.push_back({.dir_offset = dir_offsets[record.dir],
+                            .name_offset = record.name_offset,
+                            .dir_length = static_cast<std::uint16_t>(directory.dirs[record.dir].size()),
+                            .name_length = record.name_length,
+                            .header_offset = record.header_offset,
+                            .size = record.size,
+                            .packed_size = record.packed_size,
+                            .state = 0});
     }
-    names_.shrink_to_fit();
 }
 
-/// Marks the groups of many; how many entries lie in them.
-std::size_t PackTable::mark_groups() {
-    std::size_t crowded = 0;
-    for (std::uint32_t first = 0, end = 0; first < count(); first = end) {
-        end = first + 1;
-        while ((entries_[end - 1].state & PackEntry::same_name) != 0) ++end;
-        if (end - first <= walked) continue;
-        crowded += end - first;
-        for (std::uint32_t i = first; i < end; ++i) entries_[i].state |= PackEntry::many;
+void PackTable::mark_groups(const std::vector<TextRun>& groups) {
+    for (const TextRun& group : groups) {
+        const std::uint32_t many = group.last - group.first > walked ? PackEntry::many : 0;
+        for (std::uint32_t i = group.first; i < group.last; ++i) {
+            entries_[i].state = many | (i + 1 < group.last ? PackEntry::same_name : 0);
+            entries_[i].name_offset = entries_[group.first].name_offset;
+        }
     }
-    return crowded;
 }
 
-void PackTable::index_names(std::size_t crowded) {
-    std::size_t groups = 0;
-    for (const PackEntry& entry : entries_) groups += (entry.state & PackEntry::same_name) == 0;
-    by_name_.reserve(groups);
-    by_full_.reserve(crowded);
+void PackTable::index_names(const std::vector<TextRun>& groups) {
+    std::size_t names = entries_.size();
+    for (const TextRun& group : groups) names -= group.last - group.first - 1;
+    by_name_.reserve(names);
     bool begins_group = true;
     for (std::uint32_t i = 0; i < count(); ++i) {
-        if (begins_group) by_name_.insert(hash_text(name_of(entries_[i])), static_cast<std::uint16_t>(i));
+        if (begins_group) by_name_.insert(hash_text(name(i)), static_cast<std::uint16_t>(i));
         begins_group = (entries_[i].state & PackEntry::same_name) == 0;
     }
-    for (std::uint32_t i = 0; i < count(); ++i) {
-        const PackEntry& entry = entries_[i];
-        if ((entry.state & PackEntry::many) == 0) continue;
-        const bool repeats = i > 0 && entries_[i - 1].name_offset == entry.name_offset && dir(i - 1) == dir(i);
-        if (!repeats) by_full_.insert(hash_full(entry.name_offset, dir(i)), static_cast<std::uint16_t>(i));
+}
+
+/// Of equal full names, which lie side by side, the first.
+void PackTable::index_full_names(const std::vector<TextRun>& groups) {
+    std::size_t crowded = 0;
+    for (const TextRun& group : groups) crowded += group.last - group.first;
+    by_full_.reserve(crowded);
+    for (const TextRun& group : groups) {
+        for (std::uint32_t i = group.first; i < group.last; ++i) {
+            if (i > group.first && dir(i - 1) == dir(i)) continue;
+            by_full_.insert(hash_full(entries_[i].name_offset, dir(i)), static_cast<std::uint16_t>(i));
+        }
     }
 }
 

@@ -15,7 +15,6 @@ namespace {
 
 struct Key {
     std::uint64_t prefix;  // eight bytes of the text, the first one highest, zeros behind its end
-    std::uint32_t rank;    // place before sorting: decides between equal texts
     std::uint32_t text;
 };
 
@@ -36,7 +35,7 @@ std::uint64_t load_prefix(std::string_view text, std::size_t depth) {
     return prefix;
 }
 
-bool before(const Key& a, const Key& b) { return a.prefix != b.prefix ? a.prefix < b.prefix : a.rank < b.rank; }
+bool before(const Key& a, const Key& b) { return a.prefix != b.prefix ? a.prefix < b.prefix : a.text < b.text; }
 
 /// Sorts by the bytes of the prefix that differ at all, the last one first; each pass keeps the order of equals.
 void sort_by_bytes(Key* first, Key* last, std::uint64_t differing, std::vector<Key>& spare) {
@@ -75,23 +74,26 @@ void sort_run(std::vector<Key>& keys, const Run& run, const std::vector<std::str
     }
 }
 
-/// Remembers the runs inside `run` that are still undecided: equal prefixes whose texts go on.
-void push_undecided(const std::vector<Key>& keys, const Run& run, std::vector<Run>& todo) {
+/// Remembers the runs of equal prefixes inside `run`: those still undecided, whose texts go on, and those decided.
+void push_runs(const std::vector<Key>& keys, const Run& run, std::vector<Run>& todo, std::vector<TextRun>* equal) {
     std::size_t first = run.first;
     while (first < run.last) {
         std::size_t last = first + 1;
         while (last < run.last && keys[last].prefix == keys[first].prefix) ++last;
         const bool goes_on = (keys[first].prefix & 0xFF) != 0;
         if (last - first > 1 && goes_on) todo.push_back({first, last, run.depth + 8});
+        if (last - first > 1 && !goes_on && equal) {
+            equal->push_back({static_cast<std::uint32_t>(first), static_cast<std::uint32_t>(last)});
+        }
         first = last;
     }
 }
 
 }  // namespace
 
-void sort_by_text(std::vector<std::uint32_t>& order, const std::vector<std::string_view>& texts) {
-    std::vector<Key> keys(order.size());
-    for (std::size_t i = 0; i < order.size(); ++i) keys[i] = {0, static_cast<std::uint32_t>(i), order[i]};
+std::vector<std::uint32_t> sorted_by_text(const std::vector<std::string_view>& texts, std::vector<TextRun>* equal) {
+    std::vector<Key> keys(texts.size());
+    for (std::uint32_t i = 0; i < keys.size(); ++i) keys[i].text = i;
     std::vector<Run> todo;
     std::vector<Key> spare;
     if (keys.size() > 1) todo.push_back({0, keys.size(), 0});
@@ -99,9 +101,11 @@ void sort_by_text(std::vector<std::uint32_t>& order, const std::vector<std::stri
         const Run run = todo.back();
         todo.pop_back();
         sort_run(keys, run, texts, spare);
-        push_undecided(keys, run, todo);
+        push_runs(keys, run, todo, equal);
     }
+    std::vector<std::uint32_t> order(keys.size());
     for (std::size_t i = 0; i < order.size(); ++i) order[i] = keys[i].text;
+    return order;
 }
 
 }  // namespace fs

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 
 #include <engine/filesystem/api.h>
 #include <engine/filesystem/contract/file.h>
@@ -68,7 +69,9 @@ private:
     fs::path path_;
     fs::string native_spelling_;
     FFSAddSourceFlags::ENUM flags_ = FFSAddSourceFlags::NONE;
+    std::mutex tree_lock_;  // guards the first filling of tree_
     fs::dir tree_;
+    bool tree_wanted_ = false;  // dir_tree was asked for
 };
 
 /// An open entry of a pack, decoded in blocks of 32 KiB as it is read. Seeking back within the last two blocks is free,
