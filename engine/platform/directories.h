@@ -61,8 +61,14 @@ struct DirectoryId {
 };
 bool get_directory_id(const char* path, DirectoryId& out);
 
-/// Last change of a directory's list of names, 100 ns since 1601 (universal); links followed. False when it has none.
-bool get_directory_time(const PathAt& path, std::int64_t& out);
+/// When a directory last changed, 100 ns since 1601 (universal).
+struct DirectoryTimes {
+    std::int64_t written = 0;  // its list of names; programs may set it to any time
+    std::int64_t changed = 0;  // anything about it, `written` too; nobody sets it. 0 where the file system has none
+    bool operator==(const DirectoryTimes&) const = default;
+};
+/// Links are followed. False when it is no directory or cannot be asked.
+bool get_directory_times(const PathAt& path, DirectoryTimes& out);
 
 /// Makes one directory. False with Failure::ALREADY_EXISTS when something of that name (in any case) exists.
 bool create_directory(const char* path);

@@ -1,10 +1,6 @@
-#include <cstring>
-#include <map>
 #include <memory>
 #include <random>
 #include <string>
-#include <thread>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -13,15 +9,18 @@
 #include <engine/filesystem/containers/multi_container.h>
 #include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/registry.h>
-#include <engine/filesystem/startup.h>
 
 #include "engine/filesystem/containers/container_format.h"
+#include "tests/containers/multi_container_support.h"
 #include "tests/support/memory_source.h"
-#include "tests/support/temp_directory.h"
 
 namespace {
 
-using Blobs = std::map<std::pair<std::string, std::uint32_t>, std::string>;
+using test::Blobs;
+using test::everything;
+using test::fetch;
+using test::opened;
+using test::put;
 
 /// One write as the disk would see it.
 struct Write {
@@ -62,35 +61,6 @@ public:
 private:
     SFsFile* wrap(SFsFile* file) { return file != nullptr ? new NotingFile(file, writes) : nullptr; }
 };
-
-std::string fetch(const CFileHashMultiContainer& file, const std::string& container, std::uint32_t hash) {
-    ztl::vector<unsigned char> bytes;
-    if (!file.Fetch(container.c_str(), hash, bytes)) return "(none)";
-    return {bytes.begin(), bytes.end()};
-}
-
-bool put(CFileHashMultiContainer& file, const std::string& container, std::uint32_t hash, const std::string& text,
-         bool deflate = false) {
-    return file.Put(container.c_str(), hash, text.data(), text.size(), deflate);
-}
-
-Blobs everything(const CFileHashMultiContainer& file) {
-    Blobs all;
-    ztl::vector<fs::string> names;
-    file.ListContainers(names);
-    for (const fs::string& name : names) {
-        ztl::vector<SBlobInfo> blobs;
-        EXPECT_TRUE(file.ListBlobs(name.c_str(), blobs));
-        for (const SBlobInfo& blob : blobs) all[{name, blob.hash}] = fetch(file, name, blob.hash);
-    }
-    return all;
-}
-
-Blobs opened(const char* name, bool& ok) {
-    CFileHashMultiContainer file;
-    ok = file.Open(name, false);
-    return ok ? everything(file) : Blobs{};
-}
 
 class MultiContainer : public ::testing::Test {
 protected:
@@ -138,6 +108,27 @@ TEST_F(MultiContainer, KeepsWhatARandomModelKeepsAcrossSavesAndReopening) {
     EXPECT_TRUE(ok);
 }
 
+/// Lets the writes that were noted reach a disk byte by byte; how often the state is `after` in the end. Any other than
+/// `before` and `after` is a failure.
+int states_after(test::MemorySource& source, std::string disk, const std::vector<Write>& writes, const Blobs& before,
+                 const Blobs& after) {
+    int seen_after = 0;
+    for (const Write& write : writes) {
+        for (std::size_t cut = 0; cut <= write.bytes.size(); ++cut) {
+            std::string state = disk;
+            if (state.size() < write.offset + cut) state.resize(write.offset + cut);
+            state.replace(write.offset, cut, write.bytes, 0, cut);
+            source.add("cut.mc", state);
+            bool ok = false;
+            const Blobs found = opened("cut.mc", ok);
+            EXPECT_TRUE(ok && (found == before || found == after)) << "write at " << write.offset << ", cut at " << cut;
+            if (found == after) ++seen_after;
+            if (cut == write.bytes.size()) disk = state;
+        }
+    }
+    return seen_after;
+}
+
 TEST_F(MultiContainer, ASaveCutOffAtAnyByteLeavesTheOldStateOrTheNew) {
     CFileHashMultiContainer file;
     ASSERT_TRUE(file.Create("a.mc"));
@@ -146,31 +137,44 @@ TEST_F(MultiContainer, ASaveCutOffAtAnyByteLeavesTheOldStateOrTheNew) {
         put(file, "changed", 2, "before " + std::to_string(save));
         ASSERT_TRUE(file.Save());
         const Blobs before = everything(file);
-        std::string disk = source_->content("a.mc");
+        const std::string disk = source_->content("a.mc");
         source_->writes.clear();
         put(file, "changed", 2, "after " + std::to_string(save));
         put(file, "added", 3, std::string(50, 'x'), true);
         file.Remove("kept", 1);
         const Blobs after = everything(file);
         ASSERT_TRUE(file.Save());
-        ASSERT_GE(source_->writes.size(), 2u);
-        int seen_after = 0;
-        for (const Write& write : source_->writes) {
-            for (std::size_t cut = 0; cut <= write.bytes.size(); ++cut) {
-                std::string state = disk;
-                if (state.size() < write.offset + cut) state.resize(write.offset + cut);
-                state.replace(write.offset, cut, write.bytes, 0, cut);
-                source_->add("cut.mc", state);
-                bool ok = false;
-                const Blobs found = opened("cut.mc", ok);
-                ASSERT_TRUE(ok && (found == before || found == after))
-                    << "write at " << write.offset << ", cut at " << cut;
-                if (found == after) ++seen_after;
-                if (cut == write.bytes.size()) disk = state;
-            }
-        }
-        EXPECT_EQ(seen_after, 1) << "only the whole of the last write brings the new state";
+        ASSERT_EQ(source_->writes.size(), 3u) << "blobs, index, and what makes them count";
+        EXPECT_LT(source_->writes[0].offset, source_->writes[1].offset);
+        EXPECT_LT(source_->writes[2].offset, container::data_offset);
+        EXPECT_EQ(states_after(*source_, disk, source_->writes, before, after), 1)
+            << "only the whole of the last write brings the new state";
     }
+    for (const FFSOpenFlags::FLAGS flags : source_->open_flags)
+        EXPECT_NE(flags & FFSOpenFlags::WRITE_THROUGH, FFSOpenFlags::NONE)
+            << "the writes reach the disk in their order";
+}
+
+// The source is no disk, so nothing can take the file's place.
+TEST_F(MultiContainer, ACompactionWithinTheFileCutOffAtAnyByteLosesNothing) {
+    CFileHashMultiContainer file;
+    ASSERT_TRUE(file.Create("a.mc"));
+    for (std::uint32_t i = 0; i < 12; ++i) put(file, i % 2 == 0 ? "even" : "odd", i, std::string(30 + i, 'p'), i > 8);
+    ASSERT_TRUE(file.Save());
+    for (std::uint32_t i = 0; i < 12; i += 3) file.Remove(i % 2 == 0 ? "even" : "odd", i);
+    ASSERT_TRUE(file.Save());
+    const Blobs before = everything(file);
+    const std::string disk = source_->content("a.mc");
+    source_->writes.clear();
+    ASSERT_TRUE(file.Compact());
+    EXPECT_GE(states_after(*source_, disk, source_->writes, before, before), 4);
+    EXPECT_EQ(everything(file), before);
+    SMultiContainerStats stats;
+    ASSERT_TRUE(file.GetStats(stats));
+    EXPECT_EQ(stats.wasted_bytes, 0u);
+    EXPECT_TRUE(put(file, "odd", 1, "goes on") && file.Save());
+    bool ok = false;
+    EXPECT_EQ(opened("a.mc", ok).at({"odd", 1}), "goes on");
 }
 
 TEST_F(MultiContainer, NoDamagedByteGivesWrongBytesOut) {
@@ -229,7 +233,9 @@ TEST_F(MultiContainer, SayWhyTheyRefuse) {
          [](auto& f) { return f.Open("a.mc", true) && f.Put("c", 1, nullptr, 1); }},
         {"long name", EFSError::INVALID_ARGUMENT,
          [](auto& f) { return f.Open("a.mc", true) && f.Put(std::string(65536, 'n').c_str(), 1, "x", 1); }},
-        {"no place on the disk", EFSError::NOT_FOUND, [](auto& f) { return f.Open("a.mc", true) && f.Compact(); }},
+        {"not for compacting", EFSError::READ_ONLY, [](auto& f) { return f.Open("a.mc", false) && f.Compact(); }},
+        {"null buffer", EFSError::INVALID_ARGUMENT,
+         [](auto& f) { return f.Open("a.mc", false) && f.Fetch("c", 1, nullptr, 9, size); }},
     };
     source_->add("text.txt", std::string(1000, 't'));
     CFileHashMultiContainer made;
@@ -259,41 +265,6 @@ TEST_F(MultiContainer, AFullDiskFailsTheSaveAndKeepsTheOldState) {
     file.Close();
     bool ok = false;
     EXPECT_EQ(opened("a.mc", ok), (Blobs{{{"c", 1}, "old"}}));
-}
-
-TEST(MultiContainerOnDisk, CompactingGivesBackSpaceAndManyReadersShare) {
-    const TempDirectory directory;
-    ASSERT_TRUE(fs::init(directory.path().c_str(), FFSAddSourceFlags::RECURSIVE, "", false, false, nullptr));
-    CFileHashMultiContainer file;
-    ASSERT_TRUE(file.Create("sub/a.mc"));
-    for (std::uint32_t round = 0; round < 4; ++round) {
-        for (std::uint32_t i = 0; i < 500; ++i)
-            put(file, "c" + std::to_string(i % 3), i, std::string(200, static_cast<char>('a' + round)));
-        ASSERT_TRUE(file.Save());
-    }
-    for (std::uint32_t i = 0; i < 100; ++i) file.Remove("c0", i);
-    const Blobs before = everything(file);
-    SMultiContainerStats stats;
-    ASSERT_TRUE(file.Compact());
-    ASSERT_TRUE(file.GetStats(stats));
-    EXPECT_EQ(stats.wasted_bytes, 0u);
-    EXPECT_EQ(stats.blobs, before.size());
-    EXPECT_EQ(everything(file), before);
-    EXPECT_TRUE(put(file, "c9", 1, "goes on") && file.Save());
-    EXPECT_FALSE(directory.exists("sub/a.mc.new"));
-    file.Close();
-    CFileHashMultiContainer shared;
-    ASSERT_TRUE(shared.Open("sub/a.mc", false));
-    const auto read_all = [&] {
-        for (int i = 0; i < 20; ++i)
-            for (const auto& [key, text] : before) ASSERT_EQ(fetch(shared, key.first, key.second), text);
-    };
-    std::thread first(read_all);
-    std::thread second(read_all);
-    first.join();
-    second.join();
-    shared.Close();
-    fs::shutdown();
 }
 
 }  // namespace

@@ -104,9 +104,9 @@ TEST_F(Directories, ListAndOpenThroughARoot) {
     const std::string base = path_to("Base/");
     ASSERT_TRUE(list_directory(PathAt{base.c_str(), &root, base.c_str() + base.size()}, listing));
     EXPECT_THAT(names_of(listing), ElementsAre("Sub"));
-    std::int64_t time = 0;
-    EXPECT_TRUE(get_directory_time(PathAt{base.c_str(), &root, base.c_str() + base.size()}, time));
-    EXPECT_GT(time, 0);
+    DirectoryTimes times;
+    EXPECT_TRUE(get_directory_times(PathAt{base.c_str(), &root, base.c_str() + base.size()}, times));
+    EXPECT_GT(times.written, 0);
     EXPECT_FALSE(Root::open("missing").valid());
 }
 
@@ -167,16 +167,18 @@ TEST_F(Directories, AreToldApartByIdAndDatedByTheirNames) {
     EXPECT_EQ(one, again);
     EXPECT_FALSE(one == two);
     EXPECT_FALSE(get_directory_id("file", one));
-    std::int64_t before = 0;
-    std::int64_t after = 0;
-    EXPECT_FALSE(get_directory_time({"missing"}, before));
-    ASSERT_TRUE(get_directory_time({"one"}, before));
-    for (int i = 0; i < 1000 && after <= before; ++i) {  // until the file system's clock ticks
+    DirectoryTimes before;
+    DirectoryTimes after;
+    EXPECT_FALSE(get_directory_times({"missing"}, before));
+    EXPECT_FALSE(get_directory_times({"file"}, before));
+    ASSERT_TRUE(get_directory_times({"one"}, before));
+    for (int i = 0; i < 1000 && (after.written <= before.written || after.changed <= before.changed); ++i) {  // until the file system's clock ticks
         disk::put("one/file" + std::to_string(i), "");
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        ASSERT_TRUE(get_directory_time({"One"}, after));
+        ASSERT_TRUE(get_directory_times({"One"}, after));
     }
-    EXPECT_GT(after, before);
+    EXPECT_GT(after.written, before.written);
+    EXPECT_GT(after.changed, before.changed);
 }
 
 // Listings are remembered so that misses are cheap; what changes behind the library's back must show at once all the

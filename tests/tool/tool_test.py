@@ -246,12 +246,77 @@ def containers(tool):
     tool.check(tool.read("root/Readme.txt") == b"hello\n", "container put: another file was written over")
     tool.run("container ls zebra.mc", 1, err="enginefs: zebra.mc: ")
     tool.run("container", 2, err="subcommand")
+    damaged_containers(tool)
+
+
+def damaged_containers(tool):
+    for number in range(1, 4):
+        tool.run(f"container put d.mc Blobs {number} readme.txt", 0)
+    whole = tool.read("root/d.mc")
+    rotten = bytearray(whole)
+    rotten[whole.index(b"hello")] ^= 1
+    part = bytearray(whole)
+    part[-1] ^= 1
+    for name, data, reason in (("cut", whole[:-1], "has lost its end"), ("short", whole[:50], "no multi-container"),
+                               ("records", whole[:64] + bytes(128) + whole[192:], "commit records")):
+        tool.write(f"root/{name}.mc", data)
+        for command in ("ls", "verify", "compact", "get C 1", "put C 1 readme.txt", "rm C"):
+            words = command.split()
+            tool.run(" ".join(["container", words[0], f"{name}.mc", *words[1:]]), 1, err=reason)
+        tool.check(tool.read(f"root/{name}.mc") == data, f"{name}.mc: a refused file was changed")
+    tool.write("root/rotten.mc", bytes(rotten))
+    tool.run("container verify rotten.mc", 1, err="container \"Blobs\", blob 0x00000001: A blob's checksum is wrong.")
+    tool.run("container get rotten.mc Blobs 1", 1, err="checksum")
+    tool.run("container get rotten.mc Blobs 2", 0, "hello\n")
+    tool.run("container compact rotten.mc", 0, holds("bytes regained"))
+    tool.run("container verify rotten.mc", 1, err="blob 0x00000001: A blob's checksum is wrong.")
+    tool.run("container rm rotten.mc Blobs 1", 0)
+    tool.run("container verify rotten.mc", 0, "rotten.mc: 2 blobs, all good\n")
+    tool.write("root/part.mc", bytes(part))
+    tool.run("container verify part.mc", 1, err="container \"Blobs\": its index is damaged")
+    for command in ("get part.mc Blobs 1", "rm part.mc Blobs 1", "put part.mc Blobs 9 readme.txt", "compact part.mc"):
+        tool.run(f"container {command}", 1, err="damaged")
 
 
 def caches(tool):
     tool.run("cache show", 2, err="--cache DIR")
     tool.run("--cache work/cache cache show", 1, err="there is no such directory")
     tool.run("--cache work/cache cache build", 2, err="--add")
+    tool.write("data/Maps/One", b"1")
+    tool.write("data/Two", b"2")
+
+    def age():
+        for name in ("data", "data/Maps"):
+            os.utime(tool.path(name), (1600000000, 1600000000))
+
+    def recorded():
+        found = [entry for place in os.scandir(tool.path("work/cache/filesystem")) for entry in os.scandir(place.path)]
+        return [(entry.name, entry.stat().st_mtime_ns, entry.stat().st_ino) for entry in found]
+
+    age()
+    line = holds(r"^\d+  .*/filesystem/\w+_x64/[0-9a-f]{16}\.fsc\n$")
+    tool.run("--cache work/cache --add data cache build", 0, line)
+    tool.run("--cache work/cache cache show", 0, line)
+    first = recorded()
+    tool.run("--cache work/cache --add data ls -r maps", 0, "maps/one\n")
+    tool.check(recorded() == first, "cache: a tree that did not change was recorded again")
+    tool.write("data/Maps/Three", b"3")
+    tool.run("--cache work/cache --add data ls -r maps", 0, "maps/one\nmaps/three\n")
+    tool.check(recorded() != first, "cache: a tree that changed was not recorded again")
+    age()
+    tool.run("--cache work/cache --add data cache build", 0, line)
+    name = os.path.join("work/cache/filesystem", os.listdir(tool.path("work/cache/filesystem"))[0], recorded()[0][0])
+    whole = tool.read(name)
+    for data in (whole[:-1], b"", b"something else", whole[:40] + b"?" + whole[41:]):
+        tool.write(name, data)
+        tool.run("--cache work/cache --add data ls -r maps", 0, "maps/one\nmaps/three\n")
+        tool.check(tool.read(name) == whole, f"cache: a file of {len(data)} damaged bytes was not written anew")
+    tool.write(name + ".17.0", b"left behind")
+    tool.run("--cache work/cache cache drop", 0)
+    tool.check(not recorded(), "cache drop: something is left")
+    tool.run("--cache work/cache cache show", 0)
+    tool.run("--cache root/Readme.txt --add data cache build", 1, err="cannot be made a directory")
+    tool.run("--cache work/cache --add work/made.pak cache build", 1, err="recorded no listing")
 
 
 def log_configurations(tool):

@@ -18,12 +18,6 @@ namespace {
 
 namespace stdfs = std::filesystem;
 
-#if defined(_WIN32)
-constexpr const char* listings_dir = "filesystem/windows_x64";
-#else
-constexpr const char* listings_dir = "filesystem/linux_x64";
-#endif
-
 struct Listing {
     std::string path;
     std::uint64_t size = 0;
@@ -31,16 +25,19 @@ struct Listing {
 
 /// The directory of the listings; "", with a message, without --cache.
 std::string directory_of(const SessionOptions& options) {
-    if (!options.cache_dir.empty()) return full_native_path(options.cache_dir) + "/" + listings_dir;
+    if (!options.cache_dir.empty()) return full_native_path(options.cache_dir) + "/" + fs::listing_cache_folder;
     fail("cache", "give the cache directory, as in: enginefs --cache DIR cache show");
     return "";
 }
 
-std::vector<Listing> listings_in(const std::string& dir) {
+/// With `partial` also what a writer that was stopped has left beside a listing: its name and two numbers.
+std::vector<Listing> listings_in(const std::string& dir, bool partial = false) {
     std::vector<Listing> found;
     std::error_code error;
     for (stdfs::directory_iterator walk(dir, error), end; !error && walk != end; walk.increment(error)) {
-        if (walk->path().extension() != ".fsc" || !walk->is_regular_file(error)) continue;
+        const stdfs::path name = walk->path().filename();
+        const bool is_partial = partial && name.stem().stem().extension() == ".fsc";
+        if ((name.extension() != ".fsc" && !is_partial) || !walk->is_regular_file(error)) continue;
         found.push_back({walk->path().generic_string(), walk->file_size(error)});
     }
     std::sort(found.begin(), found.end(), [](const Listing& a, const Listing& b) { return a.path < b.path; });
@@ -63,7 +60,8 @@ int build(const SessionOptions& options) {
     Session session;
     if (!session.mount(options)) return exit_failed;
     const std::vector<Listing> listings = listings_in(dir);
-    return listings.empty() ? fail(dir, "mounting recorded no listing there") : show_listings(listings);
+    return listings.empty() ? fail(dir, "mounting recorded no listing there; only directories have one")
+                            : show_listings(listings);
 }
 
 int show(const SessionOptions& options) {
@@ -78,7 +76,7 @@ int drop(const SessionOptions& options) {
     const std::string dir = directory_of(options);
     if (dir.empty()) return exit_usage;
     int status = exit_ok;
-    for (const Listing& listing : listings_in(dir)) {
+    for (const Listing& listing : listings_in(dir, true)) {
         std::error_code error;
         if (!stdfs::remove(listing.path, error))
             status = fail(listing.path, "it cannot be removed: " + error.message());

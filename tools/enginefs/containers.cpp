@@ -54,8 +54,13 @@ bool open(CFileHashMultiContainer& all, const std::string& file, bool writable) 
     return all.Open(file.c_str(), writable) || fail_with_last_error(file, "it cannot be opened") == exit_ok;
 }
 
-int no_such(const Arguments& given, const std::string& what) {
-    return fail(given.file, "there is no " + what + " in container \"" + given.container + "\"");
+/// Says so where the blob is missing, and why where it cannot even be looked for.
+bool has_blob(const CFileHashMultiContainer& all, const Arguments& given, std::uint32_t hash) {
+    fs::clear_error();
+    if (all.Exists(given.container.c_str(), hash)) return true;
+    const std::string missing = "there is no blob " + hash_text(hash) + " in container \"" + given.container + "\"";
+    if (fs::last_error().code == EFSError::NOT_FOUND) return fail(given.file, missing) == exit_ok;
+    return fail_with_last_error(given.file, missing) == exit_ok;
 }
 
 void print_blob(const SBlobInfo& blob) {
@@ -103,7 +108,7 @@ int get(const Arguments& given) {
     if (!hash) return refuse_hash(given.hash);
     CFileHashMultiContainer all;
     if (!open(all, given.file, false)) return exit_failed;
-    if (!all.Exists(given.container.c_str(), *hash)) return no_such(given, "blob " + hash_text(*hash));
+    if (!has_blob(all, given, *hash)) return exit_failed;
     ztl::vector<unsigned char> blob;
     if (!all.Fetch(given.container.c_str(), *hash, blob))
         return fail_with_last_error(given.file, "blob " + hash_text(*hash) + " cannot be fetched");
@@ -147,7 +152,7 @@ int remove(const Arguments& given) {
     if (!given.hash.empty() && !hash) return refuse_hash(given.hash);
     CFileHashMultiContainer all;
     if (!open(all, given.file, true)) return exit_failed;
-    if (hash && !all.Exists(given.container.c_str(), *hash)) return no_such(given, "blob " + hash_text(*hash));
+    if (hash && !has_blob(all, given, *hash)) return exit_failed;
     if (!remove_from(all, given, hash))
         return fail_with_last_error(given.file, "there is no container \"" + given.container + "\"");
     return all.Save() ? exit_ok : fail_with_last_error(given.file, "it cannot be saved");

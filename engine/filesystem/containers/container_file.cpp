@@ -1,5 +1,6 @@
 #include "engine/filesystem/containers/container_file.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -11,7 +12,7 @@
 namespace container {
 namespace {
 
-constexpr std::size_t collect_size = 4u << 20;
+constexpr std::uint64_t collect_size = 4u << 20;
 constexpr std::size_t most_idle_readers = 16;
 
 bool read_at(SFsFile& file, void* buffer, std::uint64_t size, std::uint64_t offset) {
@@ -49,6 +50,14 @@ bool File::CreateNative(const char* path) {
     writable_ = true;
     // Nobody sees this file before it is put in place, and that waits for the disk.
     main_.reset(fs::open_native(nullptr, path, EFSMode::READ_WRITE, FFSOpenFlags::CREATE));
+    return main_ != nullptr;
+}
+
+bool File::OpenNative(const char* path) {
+    Close();
+    path_ = path;
+    writable_ = true;
+    main_.reset(fs::open_native(nullptr, path, EFSMode::READ_WRITE, FFSOpenFlags::WRITE_THROUGH));
     return main_ != nullptr;
 }
 
@@ -103,24 +112,29 @@ void File::GiveBack(FilePtr reader) const {
 }
 
 bool File::Append(const void* data, std::uint64_t size) {
-    if (pending_.size() + size > collect_size && !Flush()) return false;
+    if (size > collect_size - std::min<std::uint64_t>(collect_size, pending_.size()) && !Flush()) return false;
+    if (size >= collect_size) return AppendAtOnce(data, size);
     const auto* const bytes = static_cast<const unsigned char*>(data);
-    if (size >= collect_size) {
-        if (!WriteAt(data, size, flushed_)) return false;
-        flushed_ += size;
-        return true;
-    }
     if (pending_.capacity() < collect_size) pending_.reserve(collect_size);
     pending_.insert(pending_.end(), bytes, bytes + size);
     return true;
 }
 
+bool File::AppendAtOnce(const void* data, std::uint64_t size) {
+    if (!WriteAt(data, size, flushed_)) return false;
+    flushed_ += size;
+    return true;
+}
+
 bool File::Flush() {
-    if (pending_.empty()) return true;
-    if (!WriteAt(pending_.data(), pending_.size(), flushed_)) return false;
-    flushed_ += pending_.size();
+    if (!AppendAtOnce(pending_.data(), pending_.size())) return false;
     pending_.clear();
     return true;
+}
+
+void File::CutAtEnd() {
+    const mt::CExclusiveHold hold(readers_lock_);
+    if (main_->seek(static_cast<std::int64_t>(flushed_), EFSSeek::BEGIN)) main_->set_eof();
 }
 
 bool File::WriteAt(const void* data, std::uint64_t size, std::uint64_t offset) {

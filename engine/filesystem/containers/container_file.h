@@ -24,10 +24,12 @@ public:
     bool Create(const char* path);
     /// Writes to a native path, for a file that is put in another's place later.
     bool CreateNative(const char* path);
+    /// Opens a file of the disk for reading and writing in place; unlike Open it never makes one.
+    bool OpenNative(const char* path);
     void Close();
 
     bool IsOpen() const { return main_ != nullptr; }
-    bool IsWritable() const { return writable_; }
+    bool IsWritable() const { return main_ != nullptr && writable_; }
     std::uint64_t Length();
 
     /// Exactly `size` bytes at `offset`, written or still collected. False when they are not there.
@@ -39,8 +41,12 @@ public:
     void SetEnd(std::uint64_t end);
     /// Collects bytes behind the end. False, with nothing appended, when what is collected cannot be written.
     bool Append(const void* data, std::uint64_t size);
+    /// Writes at the end, where nothing is collected.
+    bool AppendAtOnce(const void* data, std::uint64_t size);
     /// Writes what is collected.
     bool Flush();
+    /// Cuts the file behind the end, where its source can.
+    void CutAtEnd();
     /// Writes at once at an offset before the end.
     bool WriteAt(const void* data, std::uint64_t size, std::uint64_t offset);
 

@@ -37,33 +37,6 @@ void put_row(unsigned char* row, const Entry& entry) {
     put_u32(row + 16, entry.checksum);
 }
 
-std::vector<unsigned char> encode_part(const Container& container, std::uint32_t& count) {
-    std::uint64_t blobs = 0;
-    container.ForEach([&blobs](std::uint32_t, const Entry&) { ++blobs; });
-    std::vector<unsigned char> part(blobs * entry_size);
-    unsigned char* hashes = part.data();
-    unsigned char* rows = part.data() + blobs * hash_size;
-    container.ForEach([&](std::uint32_t hash, const Entry& entry) {
-        put_u32(hashes, hash);
-        put_row(rows, entry);
-        hashes += hash_size;
-        rows += row_size;
-    });
-    count = static_cast<std::uint32_t>(blobs);
-    return part;
-}
-
-void append_record(std::vector<unsigned char>& directory, const std::string& name, std::uint32_t count,
-                   std::uint32_t part_checksum) {
-    const std::size_t start = directory.size();
-    directory.resize(start + 2 + name.size() + record_tail);
-    unsigned char* const record = directory.data() + start;
-    put_u16(record, static_cast<std::uint32_t>(name.size()));
-    std::memcpy(record + 2, name.data(), name.size());
-    put_u32(record + 2 + name.size(), count);
-    put_u32(record + 2 + name.size() + 4, part_checksum);
-}
-
 /// Deflate packs at most 1032 to 1: a size beyond that is a lie that would cost memory.
 bool is_possible_size(const Entry& entry) {
     if (!entry.deflated) return entry.stored_size == entry.size;
@@ -170,6 +143,41 @@ std::vector<HashTable<Entry>::Item> Container::SortedChanges() const {
     return items;
 }
 
+void IndexWriter::Begin(std::string_view name, std::uint64_t blobs) {
+    EndPart();
+    const std::size_t start = directory_.size();
+    directory_.resize(start + 2 + name.size() + record_tail);
+    unsigned char* const record = directory_.data() + start;
+    put_u16(record, static_cast<std::uint32_t>(name.size()));
+    name.copy(reinterpret_cast<char*>(record + 2), name.size());
+    put_u32(record + 2 + name.size(), static_cast<std::uint32_t>(blobs));
+    part_ = next_hash_ = parts_.size();
+    next_row_ = next_hash_ + blobs * hash_size;
+    parts_.resize(part_ + blobs * entry_size);
+}
+
+void IndexWriter::Add(std::uint32_t hash, const Entry& entry) {
+    put_u32(parts_.data() + next_hash_, hash);
+    put_row(parts_.data() + next_row_, entry);
+    next_hash_ += hash_size;
+    next_row_ += row_size;
+}
+
+/// The record of the part that is done gets its checksum.
+void IndexWriter::EndPart() {
+    if (directory_.empty()) return;
+    put_u32(directory_.data() + directory_.size() - 4, checksum(parts_.data() + part_, parts_.size() - part_));
+}
+
+std::vector<unsigned char> IndexWriter::Finish(Commit& commit) {
+    EndPart();
+    commit.directory_size = directory_.size();
+    commit.directory_checksum = checksum(directory_.data(), directory_.size());
+    commit.index_size = directory_.size() + parts_.size();
+    directory_.insert(directory_.end(), parts_.begin(), parts_.end());
+    return std::move(directory_);
+}
+
 bool Index::Load(std::unique_ptr<unsigned char[]> bytes, const Commit& commit) {
     bytes_ = std::move(bytes);
     containers_.clear();
@@ -194,23 +202,15 @@ bool Index::LoadDirectory(const Commit& commit) {
     return true;
 }
 
-std::optional<std::vector<unsigned char>> Index::Encode(Commit& commit) const {
-    std::vector<unsigned char> directory;
-    std::vector<std::vector<unsigned char>> parts;
-    std::uint64_t size = 0;
+bool Index::Encode(IndexWriter& writer) const {
     for (const auto& [name, container] : containers_) {
-        if (!container->IsSound()) return std::nullopt;
-        std::uint32_t count = 0;
-        parts.push_back(encode_part(*container, count));
-        append_record(directory, name, count, checksum(parts.back().data(), parts.back().size()));
-        size += parts.back().size();
+        if (!container->IsSound()) return false;
+        std::uint64_t blobs = 0;
+        container->ForEach([&blobs](std::uint32_t, const Entry&) { ++blobs; });
+        writer.Begin(name, blobs);
+        container->ForEach([&writer](std::uint32_t hash, const Entry& entry) { writer.Add(hash, entry); });
     }
-    commit.directory_size = directory.size();
-    commit.directory_checksum = checksum(directory.data(), directory.size());
-    commit.index_size = directory.size() + size;
-    directory.reserve(commit.index_size);
-    for (const std::vector<unsigned char>& part : parts) directory.insert(directory.end(), part.begin(), part.end());
-    return directory;
+    return true;
 }
 
 const Container* Index::Find(std::string_view name) const {

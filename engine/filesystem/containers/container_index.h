@@ -79,14 +79,32 @@ private:
     HashTable<Entry> changes_;  // an entry of offset 0 marks a removed blob
 };
 
+/// Makes the bytes of an index, container by container in the order of their names.
+class IndexWriter {
+public:
+    void Begin(std::string_view name, std::uint64_t blobs);
+    /// Of as many blobs as were announced, by ascending hash.
+    void Add(std::uint32_t hash, const Entry& entry);
+    /// The bytes, and the record that will point to them.
+    std::vector<unsigned char> Finish(Commit& commit);
+
+private:
+    void EndPart();
+
+    std::vector<unsigned char> directory_;
+    std::vector<unsigned char> parts_;
+    std::size_t part_ = 0;       // where the current one begins
+    std::size_t next_hash_ = 0;  // both in parts_
+    std::size_t next_row_ = 0;
+};
+
 /// All containers of a file.
 class Index {
 public:
     /// Takes over the bytes of a saved index. False when its directory is damaged.
     bool Load(std::unique_ptr<unsigned char[]> bytes, const Commit& commit);
-    /// The bytes of the index as it is now, and the record that will point to it. Nothing when a container's saved part is
-    /// damaged: saving would give it a good checksum.
-    std::optional<std::vector<unsigned char>> Encode(Commit& commit) const;
+    /// Writes all containers. False when the saved part of one is damaged: saving would give it a good checksum.
+    bool Encode(IndexWriter& writer) const;
 
     const Container* Find(std::string_view name) const;
     Container& FindOrAdd(std::string_view name);

@@ -1,5 +1,7 @@
 #include <engine/filesystem/containers/multi_container.h>
 
+#include <cinttypes>
+#include <cstdio>
 #include <limits>
 #include <new>
 #include <utility>
@@ -29,35 +31,47 @@ std::vector<unsigned char> deflated(const void* data, std::uint64_t size) {
     return packed;
 }
 
+/// As the command-line tool writes and takes it.
+std::string hash_text(std::uint32_t hash) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08" PRIx32, hash);
+    return text;
+}
+
 }  // namespace
 
 CFileHashMultiContainer::CFileHashMultiContainer() : state_(std::make_unique<State>()) {}
 CFileHashMultiContainer::~CFileHashMultiContainer() = default;
 
-bool CFileHashMultiContainer::Open(const char* path, bool writable) {
+bool CFileHashMultiContainer::Open(const char* path, bool writable) try {
     const mt::CExclusiveHold hold(state_->lock);
+    state_->Close();
     state_->path = path != nullptr ? path : "";
     // Asked first, because opening for writing would create a file in some sources.
     if (!fs::exists(path)) return state_->Fail(EFSError::NOT_FOUND, "There is no such multi-container file.");
-    if (state_->file.Open(path, writable) && state_->Load()) return true;
-    state_->file.Close();
+    if (state_->file.Open(state_->path.c_str(), writable) && state_->Load()) return true;
+    state_->Close();
     return false;
+} catch (const std::bad_alloc&) {
+    state_->Close();
+    return state_->FailWithoutMemory();
 }
 
-bool CFileHashMultiContainer::Create(const char* path) {
+bool CFileHashMultiContainer::Create(const char* path) try {
     const mt::CExclusiveHold hold(state_->lock);
+    state_->Close();
     state_->path = path != nullptr ? path : "";
-    state_->index = container::Index();
-    state_->changed = false;
     if (state_->file.Create(state_->path.c_str()) && state_->Initialise()) return true;
-    state_->file.Close();
+    state_->Close();
     return false;
+} catch (const std::bad_alloc&) {
+    state_->Close();
+    return state_->FailWithoutMemory();
 }
 
 void CFileHashMultiContainer::Close() {
     const mt::CExclusiveHold hold(state_->lock);
-    state_->file.Close();
-    state_->index = container::Index();
+    state_->Close();
 }
 
 bool CFileHashMultiContainer::IsOpen() const {
@@ -66,7 +80,7 @@ bool CFileHashMultiContainer::IsOpen() const {
 }
 
 bool CFileHashMultiContainer::Put(const char* name, std::uint32_t hash, const void* data, std::uint64_t size,
-                                  bool deflate) {
+                                  bool deflate) try {
     const std::string_view wanted = name != nullptr ? name : "";
     if (size > largest_blob || wanted.size() > longest_name || (data == nullptr && size != 0))
         return state_->Fail(EFSError::INVALID_ARGUMENT, "A blob is too large, its container's name too long, or null.");
@@ -74,36 +88,29 @@ bool CFileHashMultiContainer::Put(const char* name, std::uint32_t hash, const vo
     if (deflate && size <= largest_deflated) packed = deflated(data, size);
     const void* const stored = packed.empty() ? data : packed.data();
     const std::uint64_t stored_size = packed.empty() ? size : packed.size();
-    Entry entry{.stored_size = static_cast<std::uint32_t>(stored_size),
-                .size = static_cast<std::uint32_t>(size),
-                .checksum = container::checksum(stored, stored_size),
-                .deflated = !packed.empty()};
+    const Entry entry{.stored_size = static_cast<std::uint32_t>(stored_size),
+                      .size = static_cast<std::uint32_t>(size),
+                      .checksum = container::checksum(stored, stored_size),
+                      .deflated = !packed.empty()};
     const mt::CExclusiveHold hold(state_->lock);
-    if (!state_->file.IsOpen() || !state_->file.IsWritable())
-        return state_->Fail(EFSError::READ_ONLY, "The multi-container is not open for writing.");
-    container::Container& target = state_->index.FindOrAdd(wanted);
-    if (!target.IsSound()) return state_->Fail(EFSError::BAD_FORMAT, "The index of the container is damaged.");
-    entry.offset = state_->file.End();
-    if (!state_->file.Append(stored, stored_size)) return false;
-    target.Put(hash, entry);
-    state_->changed = true;
-    return true;
+    return state_->Put(wanted, hash, entry, stored);
+} catch (const std::bad_alloc&) {
+    return state_->FailWithoutMemory();
 }
 
-bool CFileHashMultiContainer::Remove(const char* name, std::uint32_t hash) {
+bool CFileHashMultiContainer::Remove(const char* name, std::uint32_t hash) try {
     const mt::CExclusiveHold hold(state_->lock);
-    if (!state_->file.IsWritable())
-        return state_->Fail(EFSError::READ_ONLY, "The multi-container is not open for writing.");
-    if (!state_->FindBlob(name, hash)) return false;
+    if (!state_->IsWritable() || !state_->FindBlob(name, hash)) return false;
     state_->index.FindOrAdd(name != nullptr ? name : "").Remove(hash);
     state_->changed = true;
     return true;
+} catch (const std::bad_alloc&) {
+    return state_->FailWithoutMemory();
 }
 
 bool CFileHashMultiContainer::RemoveContainer(const char* name) {
     const mt::CExclusiveHold hold(state_->lock);
-    if (!state_->file.IsOpen() || !state_->file.IsWritable())
-        return state_->Fail(EFSError::READ_ONLY, "The multi-container is not open for writing.");
+    if (!state_->IsWritable()) return false;
     if (!state_->index.Remove(name != nullptr ? name : ""))
         return state_->Fail(EFSError::NOT_FOUND, "The multi-container has no container of this name.");
     state_->changed = true;
@@ -115,47 +122,53 @@ bool CFileHashMultiContainer::Exists(const char* name, std::uint32_t hash) const
     return GetSize(name, hash, size);
 }
 
-bool CFileHashMultiContainer::GetSize(const char* name, std::uint32_t hash, std::uint64_t& size) const {
+bool CFileHashMultiContainer::GetSize(const char* name, std::uint32_t hash, std::uint64_t& size) const try {
     const mt::CSharedHold hold(state_->lock);
     const std::optional<Entry> entry = state_->FindBlob(name, hash);
     size = entry ? entry->size : 0;
     return entry.has_value();
+} catch (const std::bad_alloc&) {
+    return state_->FailWithoutMemory();
 }
 
-bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, ztl::vector<unsigned char>& out) const {
+bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, ztl::vector<unsigned char>& out) const try {
     out.clear();
     const mt::CSharedHold hold(state_->lock);
     const std::optional<Entry> entry = state_->FindBlob(name, hash);
     if (!entry) return false;
-    try {
-        out.resize(entry->size);
-    } catch (const std::bad_alloc&) {
-        return state_->Fail(EFSError::OUT_OF_MEMORY, "No memory for a blob.");
-    }
+    out.resize(entry->size);
     if (state_->ReadBlob(*entry, out.data())) return true;
     out.clear();
     return false;
+} catch (const std::bad_alloc&) {
+    out.clear();
+    return state_->FailWithoutMemory();
 }
 
 bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, void* buffer, std::uint64_t capacity,
-                                    std::uint64_t& size) const {
+                                    std::uint64_t& size) const try {
     size = 0;
     const mt::CSharedHold hold(state_->lock);
     const std::optional<Entry> entry = state_->FindBlob(name, hash);
     if (!entry) return false;
     size = entry->size;
-    if (capacity < entry->size)
-        return state_->Fail(EFSError::INVALID_ARGUMENT, "The buffer is too small for the blob.");
+    if (capacity < entry->size || (buffer == nullptr && entry->size != 0))
+        return state_->Fail(EFSError::INVALID_ARGUMENT, "The buffer is too small for the blob, or null.");
     return state_->ReadBlob(*entry, static_cast<unsigned char*>(buffer));
+} catch (const std::bad_alloc&) {
+    return state_->FailWithoutMemory();
 }
 
-void CFileHashMultiContainer::ListContainers(ztl::vector<fs::string>& out) const {
+void CFileHashMultiContainer::ListContainers(ztl::vector<fs::string>& out) const try {
     out.clear();
     const mt::CSharedHold hold(state_->lock);
     for (const auto& [name, found] : state_->index.all()) out.push_back(name);
+} catch (const std::bad_alloc&) {
+    out.clear();
+    state_->FailWithoutMemory();
 }
 
-bool CFileHashMultiContainer::ListBlobs(const char* name, ztl::vector<SBlobInfo>& out) const {
+bool CFileHashMultiContainer::ListBlobs(const char* name, ztl::vector<SBlobInfo>& out) const try {
     out.clear();
     const mt::CSharedHold hold(state_->lock);
     const container::Container* const found = state_->FindSound(name);
@@ -164,33 +177,28 @@ bool CFileHashMultiContainer::ListBlobs(const char* name, ztl::vector<SBlobInfo>
         out.push_back({.hash = hash, .size = entry.size, .stored_size = entry.stored_size, .deflated = entry.deflated});
     });
     return true;
+} catch (const std::bad_alloc&) {
+    return state_->FailWithoutMemory();
 }
 
-bool CFileHashMultiContainer::GetStats(SMultiContainerStats& stats) const {
+bool CFileHashMultiContainer::GetStats(SMultiContainerStats& stats) const try {
     stats = {};
     const mt::CSharedHold hold(state_->lock);
     if (!state_->file.IsOpen()) return state_->Fail(EFSError::INVALID_ARGUMENT, "No multi-container file is open.");
-    for (const auto& [name, found] : state_->index.all()) {
-        if (state_->FindSound(name.c_str()) == nullptr) return false;
-        ++stats.containers;
-        found->ForEach([&stats](std::uint32_t, const Entry& entry) {
-            ++stats.blobs;
-            stats.live_bytes += entry.stored_size;
-        });
-    }
-    const std::uint64_t needed = container::data_offset + stats.live_bytes + state_->commit.index_size;
-    const std::uint64_t end = state_->file.End();
-    stats.wasted_bytes = end > needed ? end - needed : 0;
-    return true;
+    return state_->CountLive(stats);
+} catch (const std::bad_alloc&) {
+    return state_->FailWithoutMemory();
 }
 
-bool CFileHashMultiContainer::Save() {
+bool CFileHashMultiContainer::Save() try {
     const mt::CExclusiveHold hold(state_->lock);
     if (!state_->file.IsOpen()) return state_->Fail(EFSError::INVALID_ARGUMENT, "No multi-container file is open.");
     return state_->Save();
+} catch (const std::bad_alloc&) {
+    return state_->FailWithoutMemory();
 }
 
-bool CFileHashMultiContainer::Verify(ztl::vector<fs::string>& report) const {
+bool CFileHashMultiContainer::Verify(ztl::vector<fs::string>& report) const try {
     const mt::CSharedHold hold(state_->lock);
     if (!state_->file.IsOpen()) return state_->Fail(EFSError::INVALID_ARGUMENT, "No multi-container file is open.");
     const std::size_t before = report.size();
@@ -203,9 +211,10 @@ bool CFileHashMultiContainer::Verify(ztl::vector<fs::string>& report) const {
         found->ForEach([&, &container = name](std::uint32_t hash, const Entry& entry) {
             blob.resize(entry.size);
             if (state_->ReadBlob(entry, blob.data())) return;
-            report.push_back("container \"" + container + "\", blob " + std::to_string(hash) + ": " +
-                             fs::last_error().text);
+            report.push_back("container \"" + container + "\", blob " + hash_text(hash) + ": " + fs::last_error().text);
         });
     }
     return report.size() == before;
+} catch (const std::bad_alloc&) {
+    return state_->FailWithoutMemory();
 }

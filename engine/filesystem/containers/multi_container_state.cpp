@@ -20,6 +20,10 @@ bool CFileHashMultiContainer::State::Fail(EFSError::TYPE code, const char* text)
     return false;
 }
 
+bool CFileHashMultiContainer::State::FailWithoutMemory() const {
+    return Fail(EFSError::OUT_OF_MEMORY, "There is no memory for the multi-container's index or blob.");
+}
+
 bool CFileHashMultiContainer::State::Load() {
     const std::uint64_t length = file.Length();
     unsigned char head[container::data_offset];
@@ -52,21 +56,49 @@ bool CFileHashMultiContainer::State::Initialise() {
     return file.WriteAt(head, sizeof head, 0);
 }
 
+bool CFileHashMultiContainer::State::IsWritable() const {
+    return file.IsWritable() || Fail(EFSError::READ_ONLY, "The multi-container is not open for writing.");
+}
+
+bool CFileHashMultiContainer::State::Put(std::string_view name, std::uint32_t hash, Entry entry, const void* stored) {
+    if (!IsWritable()) return false;
+    const container::Container* const known = index.Find(name);
+    if (known != nullptr && !known->IsSound())
+        return Fail(EFSError::BAD_FORMAT, "The index of the container is damaged.");
+    entry.offset = file.End();
+    if (!file.Append(stored, entry.stored_size)) return false;
+    index.FindOrAdd(name).Put(hash, entry);
+    changed = true;
+    return true;
+}
+
 bool CFileHashMultiContainer::State::Save() {
     if (!changed) return true;
+    container::IndexWriter writer;
+    if (!index.Encode(writer))
+        return Fail(EFSError::BAD_FORMAT, "A container of the file is damaged; saving would hide it.");
+    if (!file.Flush() || !WriteIndex(writer)) return false;
+    changed = false;
+    return true;
+}
+
+bool CFileHashMultiContainer::State::WriteIndex(container::IndexWriter& writer) {
     Commit next{.sequence = commit.sequence + 1};
-    const std::optional<std::vector<unsigned char>> bytes = index.Encode(next);
-    if (!bytes) return Fail(EFSError::BAD_FORMAT, "A container of the file is damaged; saving would hide it.");
-    if (!file.Flush()) return false;
+    const std::vector<unsigned char> bytes = writer.Finish(next);
     next.index_offset = file.End();
     const container::CommitBytes record = container::encode(next);
-    if (!file.WriteAt(bytes->data(), bytes->size(), next.index_offset) ||
+    if (!file.WriteAt(bytes.data(), bytes.size(), next.index_offset) ||
         !file.WriteAt(record.data(), record.size(), next.place()))
         return false;
     commit = next;
     file.SetEnd(next.end());
-    changed = false;
     return true;
+}
+
+void CFileHashMultiContainer::State::Close() {
+    file.Close();
+    index = container::Index();
+    changed = false;
 }
 
 const container::Container* CFileHashMultiContainer::State::FindSound(const char* name) const {

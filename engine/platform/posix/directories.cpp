@@ -78,10 +78,11 @@ bool get_directory_id(const char* path, DirectoryId& out) {
     return true;
 }
 
-bool get_directory_time(const PathAt& path, std::int64_t& out) {
+bool get_directory_times(const PathAt& path, DirectoryTimes& out) {
     struct stat status;
+    if (const auto fault = fault_at(FaultPoint::STAT)) return fail(*fault);
     if (!stat_directory(path, status)) return false;
-    out = to_file_time(status.st_mtim);
+    out = {.written = to_file_time(status.st_mtim), .changed = to_file_time(status.st_ctim)};
     return true;
 }
 

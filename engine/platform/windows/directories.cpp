@@ -177,10 +177,16 @@ bool get_directory_id(const char* path, DirectoryId& out) {
     return true;
 }
 
-bool get_directory_time(const PathAt& path, std::int64_t& out) {
-    const auto record = query_directory(path.full);
-    if (!record) return false;
-    out = to_file_time(record->ftLastWriteTime);
+bool get_directory_times(const PathAt& path, DirectoryTimes& out) {
+    const NativePath native(path.full);
+    if (!native.valid() || meets_fault(FaultPoint::STAT)) return false;
+    const Handle handle(open_for_query(native.text()));
+    FILE_BASIC_INFO record{};
+    if (!handle.valid() || !GetFileInformationByHandleEx(handle.get(), FileBasicInfo, &record, sizeof record)) {
+        return fail_last();
+    }
+    if (!has_bits(record.FileAttributes, FILE_ATTRIBUTE_DIRECTORY)) return fail(Failure::NOT_FOUND, ERROR_DIRECTORY);
+    out = {.written = record.LastWriteTime.QuadPart, .changed = record.ChangeTime.QuadPart};
     return true;
 }
 

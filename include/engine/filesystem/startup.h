@@ -25,6 +25,14 @@ ENGINE_FS_API bool init(const char* root, FFSAddSourceFlags::ENUM flags, const c
 /// Stops the read queue, destroys every source and empties the index. Nothing happens when it was not started.
 ENGINE_FS_API void shutdown();
 
+/// Where, below the cache directory, listings of directories are recorded for later mounts. The host makes this directory
+/// to switch recording on; there is none without it.
+#if defined(_WIN32)
+inline constexpr char listing_cache_folder[] = "filesystem/windows_x64";
+#else
+inline constexpr char listing_cache_folder[] = "filesystem/linux_x64";
+#endif
+
 /// Mounts a pack (".pak", ".mpak") or else a directory, and registers it.
 ///
 /// Returns  false when the path is not full, is registered already, or cannot be mounted (see fs::last_error).

@@ -8,6 +8,7 @@
 
 #include "engine/filesystem/sources/directory/paths.h"
 #include "engine/filesystem/sources/directory/state.h"
+#include "engine/filesystem/sources/listing/listing.h"
 #include "engine/platform/faults.h"
 #include "engine/platform/modules.h"
 #include "tests/modules/cache_service_control.h"
@@ -17,7 +18,8 @@ namespace {
 
 using testing::UnorderedElementsAre;
 
-constexpr const char* items[] = {"Served.TXT", "Dir\\Two", "a/../b/./three", "", "../out", "dir/"};
+constexpr const char* items[] = {"Served.TXT", "Dir\\Two", "a/../b/./three", "",     "../out",
+                                 "dir/",       "#hidden",  "x/#y/hidden",    "b/no#"};
 
 std::vector<std::string> names_of(CFSSource& source) {
     std::vector<std::string> names;
@@ -33,7 +35,7 @@ public:
     explicit Companion(const char* name) : module_(platform::load_module(name)) {
         if (!module_) return;
         control_ = reinterpret_cast<CacheServiceControl* (*)()>(platform::find_symbol(module_, "fscTestControl"))();
-        *control_ = {.inits = true, .is_running = true, .items = items, .item_count = 6};
+        *control_ = {.inits = true, .is_running = true, .items = items, .item_count = 9};
     }
     ~Companion() {
         if (control_) *control_ = {};
@@ -70,7 +72,7 @@ TEST_F(CacheService, ServesAMountWithoutTouchingADirectory) {
     platform::inject_fault(platform::FaultPoint::LIST, 1, platform::Failure::ACCESS_DENIED, true);
     ASSERT_TRUE(mount());
     EXPECT_EQ(platform::fault_hits(), 0u);
-    EXPECT_THAT(names_of(source_), UnorderedElementsAre("served.txt", "dir/two", "b/three"));
+    EXPECT_THAT(names_of(source_), UnorderedElementsAre("served.txt", "dir/two", "b/three", "b/no#"));
     EXPECT_EQ(source_.dir_tree()->first_child(), nullptr);
     EXPECT_TRUE(fs::equal_folded(companion.control().path, disk_.path() + "/")) << companion.control().path;
     EXPECT_EQ(companion.control().second, 1);
@@ -79,6 +81,21 @@ TEST_F(CacheService, ServesAMountWithoutTouchingADirectory) {
     SFsFile* file = source_.open_read(fs::path("dir/two", true), FFSOpenFlags::NONE);
     EXPECT_NE(file, nullptr) << "names keep the spelling of the service";
     fs::close(file);
+}
+
+TEST_F(CacheService, IsAskedBeforeAStoredListing) {
+    fs::dir_listing recorded;
+    ASSERT_TRUE(mount(&recorded));
+    fs::dir_listing listing;
+    ASSERT_TRUE(listing.assign(recorded.bytes().data(), recorded.bytes().size()));
+    Companion companion("FileSystemCache_x64");
+    ASSERT_TRUE(companion.is_loaded());
+    companion.control().item_count = 1;
+    platform::inject_fault(platform::FaultPoint::STAT, 1, platform::Failure::ACCESS_DENIED, true);
+    ASSERT_TRUE(mount(&listing));
+    EXPECT_EQ(platform::fault_hits(), 0u) << "the stamps of the directories are not looked at";
+    EXPECT_THAT(names_of(source_), UnorderedElementsAre("served.txt"));
+    EXPECT_TRUE(listing.is_stored()) << "nothing is recorded";
 }
 
 TEST_F(CacheService, PutsTheStartBeforeEachNameWhenTheParentIsMounted) {

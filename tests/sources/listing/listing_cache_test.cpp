@@ -5,8 +5,10 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "engine/platform/faults.h"
@@ -96,17 +98,42 @@ TEST_F(ListingCache, ReplaysTheSecondMountWithoutReadingADirectory) {
 }
 
 TEST_F(ListingCache, ScansAgainWhenAnyDirectoryChanged) {
-    for (const char* change : {"data/new", "data/Maps/new", "data/Maps/Deep/new"}) {
+    const auto move = [this](const char* from, const char* to) { disk::rename(home_ / from, home_ / to); };
+    struct Row {
+        const char* label;
+        std::function<void()> change;
+        const char* held;  // a file that is there after the change
+    };
+    const Row rows[] = {
+        {"a file more", [this] { home_.write("data/new1", "1"); }, "new1"},
+        {"a file more below", [this] { home_.write("data/Maps/Deep/new2", "1"); }, "maps/deep/new2"},
+        {"a file fewer", [this] { disk::remove(home_ / "data/Maps/Two"); }, "top"},
+        {"a file renamed", [&] { move("data/Maps/Deep/One", "data/Maps/Deep/Won"); }, "maps/deep/won"},
+        {"a case that changed", [&] { move("data/Maps/Deep/Won", "data/Maps/Deep/won"); }, "maps/deep/won"},
+        {"a directory more", [this] { home_.write("data/Maps/More/f", "1"); }, "maps/more/f"},
+        {"a directory renamed", [&] { move("data/Maps/More", "data/Maps/Moved"); }, "maps/moved/f"},
+        {"the case of a directory", [&] { move("data/Maps/Moved", "data/Maps/moved"); }, "maps/moved/f"},
+        {"a directory fewer", [this] { disk::remove_all(home_ / "data/Maps/moved"); }, "top"},
+        {"another stamp", [this] { age_directory(home_ / "data/Maps"); }, "top"},
+        {"a change whose stamp was put back",
+         [this] { change_unseen(home_ / "data/Maps", [this] { home_.write("data/Maps/new3", "1"); }); }, "maps/new3"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
         age_all();
+        for (const auto& item : disk::recursive_directory_iterator(home_ / "data")) {
+            if (item.is_directory()) age_directory(item.path().generic_string());
+        }
         is_replayed();
         unmount();
-        EXPECT_TRUE(is_replayed()) << change;
+        EXPECT_TRUE(is_replayed());
         unmount();
-        home_.write(change, "1");
-        EXPECT_FALSE(is_replayed()) << change;
-        EXPECT_TRUE(fs::exists("new"));
+        row.change();
+        EXPECT_FALSE(is_replayed());
+        SFsFile* file = fs::open(row.held, EFSMode::READ);
+        EXPECT_NE(file, nullptr);
+        fs::close(file);
         unmount();
-        disk::remove(home_ / change);
     }
 }
 
@@ -170,16 +197,53 @@ TEST_F(ListingCache, RecordsNothingWhenADirectoryCouldNotBeRead) {
     EXPECT_TRUE(stored().empty()) << "what failed once would be missing for ever";
 }
 
-TEST_F(ListingCache, LeavesTheOldFileWhenItCannotWriteTheNewOne) {
+TEST_F(ListingCache, MountsAllTheSameWhenItCannotWrite) {
     is_replayed();
     unmount();
-    home_.write("data/later", "1");
-    platform::inject_fault(platform::FaultPoint::WRITE, 1, platform::Failure::DISK_FULL, true);
+    const std::string file = stored().at(0).generic_string();
+    struct Row {
+        const char* label;
+        platform::FaultPoint point;
+        platform::Failure failure;
+    };
+    const Row rows[] = {
+        {"full disk", platform::FaultPoint::WRITE, platform::Failure::DISK_FULL},
+        {"disk full half way", platform::FaultPoint::WRITE, platform::Failure::NONE},
+        {"directory for reading only", platform::FaultPoint::OPEN, platform::Failure::ACCESS_DENIED},
+        {"file that cannot be replaced", platform::FaultPoint::RENAME, platform::Failure::ACCESS_DENIED},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        const std::string later = std::string("later") + row.label[0];
+        home_.write("data/" + later, "1");
+        platform::inject_fault(row.point, 1, row.failure, true);
+        EXPECT_TRUE(mount());
+        EXPECT_NE(platform::fault_hits(), 0u);
+        platform::clear_faults();
+        EXPECT_TRUE(fs::exists(later.c_str()));
+        EXPECT_EQ(stored(), std::vector<disk::path>{file}) << "nothing is left beside it";
+        unmount();
+    }
+    ASSERT_TRUE(platform::set_read_only(file.c_str(), true));
+    home_.write("data/last", "1");
     EXPECT_TRUE(mount());
-    platform::clear_faults();
-    EXPECT_TRUE(fs::exists("later"));
-    EXPECT_EQ(stored().size(), 1u);
-    EXPECT_EQ(stored()[0].extension(), ".fsc");
+    EXPECT_TRUE(fs::exists("last"));
+    EXPECT_EQ(stored(), std::vector<disk::path>{file});
+    EXPECT_TRUE(platform::set_read_only(file.c_str(), false));
+}
+
+TEST_F(ListingCache, StaysWholeWhenManyWriteAtOnce) {
+    constexpr auto many = flags | FFSAddSourceFlags::ALLOW_DUPLICATE;
+    for (int round = 0; round < 5; ++round) {
+        for (const disk::path& file : stored()) disk::remove(file);
+        std::vector<std::thread> writers;
+        for (int i = 0; i < 4; ++i) writers.emplace_back([this] { EXPECT_TRUE(mount(many)); });
+        for (std::thread& writer : writers) writer.join();
+        for (int i = 0; i < 4; ++i) unmount();
+        EXPECT_EQ(stored().size(), 1u) << "one file, and nothing beside it";
+        EXPECT_TRUE(is_replayed());
+        unmount();
+    }
 }
 
 }  // namespace

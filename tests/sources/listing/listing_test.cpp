@@ -21,10 +21,10 @@ Bytes stored(const fs::dir_listing& listing, const fs::ListingKey& for_key = key
 
 fs::dir_listing sample() {
     fs::dir_listing listing;
-    listing.add_directory("", 132'000'000'000'000'000);
+    listing.add_directory("", {132'000'000'000'000'000, 7});
     listing.add_file("Top.txt");
-    listing.add_directory("Maps/", fs::dir_listing::untrusted_time);
-    listing.add_directory("Maps/Deep/", 5);
+    listing.add_directory("Maps/", fs::dir_listing::untrusted_times);
+    listing.add_directory("Maps/Deep/", {5, 0});
     listing.add_file("a");
     listing.add_file("b");
     return listing;
@@ -46,14 +46,15 @@ TEST(Listing, ReadsBackWhatWasRecorded) {
     fs::ListingReader reader(out);
     for (fs::ListingReader::Directory directory; !reader.at_end();) {
         ASSERT_TRUE(reader.read_directory(directory));
-        text += "[" + std::string(directory.dir) + " " + std::to_string(directory.time) + "]";
+        text += "[" + std::string(directory.dir) + " " + std::to_string(directory.times.written) + " " +
+                std::to_string(directory.times.changed) + "]";
         for (std::uint32_t i = 0; i < directory.files; ++i) {
             std::string_view name;
             ASSERT_TRUE(reader.read_file(name));
             text += std::string(name) + ",";
         }
     }
-    EXPECT_EQ(text, "[ 132000000000000000]Top.txt,[Maps/ -1][Maps/Deep/ 5]a,b,");
+    EXPECT_EQ(text, "[ 132000000000000000 7]Top.txt,[Maps/ -1 -1][Maps/Deep/ 5 0]a,b,");
 }
 
 TEST(Listing, IsRefusedWhenCutOffAtAnyLength) {
@@ -100,17 +101,17 @@ TEST(Listing, IsRefusedWithHostileRecords) {
     };
     for (const auto& row : cases) {
         fs::dir_listing listing;
-        listing.add_directory(row.dir, 1);
+        listing.add_directory(row.dir, {1, 1});
         listing.add_file(row.file);
         EXPECT_FALSE(decodes(stored(listing))) << row.label;
     }
     fs::dir_listing listing;
-    listing.add_directory("a/", 1);
+    listing.add_directory("a/", {1, 1});
     fs::PodArray<unsigned char> bytes;
     const auto& recorded = listing.bytes();
     ASSERT_TRUE(bytes.reserve(recorded.size()));
     std::copy(recorded.begin(), recorded.end(), bytes.extend(recorded.size()));
-    bytes[8] = bytes[11] = 0xFF;  // four thousand million files
+    bytes[16] = bytes[19] = 0xFF;  // four thousand million files
     fs::dir_listing out;
     EXPECT_FALSE(out.assign(bytes.data(), bytes.size()));
 }

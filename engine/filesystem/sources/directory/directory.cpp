@@ -50,6 +50,8 @@ void name_tree(fs::DirectoryState& state) {
 bool fill(fs::DirectoryState& state, fs::dir_listing* listing) {
     if (fs::fill_from_cache_service(state)) return true;
     name_tree(state);
+    // Asked only now: a mount that the service serves looks at no directory.
+    if (listing && listing->is_stored() && !fs::is_current(state, *listing)) listing->clear();
     if (listing && !listing->is_empty()) return fs::replay_listing(state, *listing);
     const bool recursive = has(state.flags, FFSAddSourceFlags::RECURSIVE);
     return fs::scan_directory(state, state.start, &state.tree, recursive, listing);

@@ -56,11 +56,12 @@ private:
 
 // The time is taken before the directory is read, so that a change meanwhile makes it look old.
 void Scan::record_directory() {
-    std::int64_t time = dir_listing::untrusted_time;
-    if (!platform::get_directory_time(path_.at(state_.native_root), time) || time > platform::now_utc() - stamp_step) {
-        time = dir_listing::untrusted_time;
+    platform::DirectoryTimes times;
+    if (!platform::get_directory_times(path_.at(state_.native_root), times) ||
+        times.written > platform::now_utc() - stamp_step) {
+        times = dir_listing::untrusted_times;
     }
-    listing_->add_directory(dir(), time);
+    listing_->add_directory(dir(), times);
 }
 
 bool Scan::scan(fs::dir* node) {
@@ -159,6 +160,20 @@ bool replay_files(DirectoryState& state, ListingReader& reader, std::uint32_t co
 
 bool scan_directory(DirectoryState& state, std::string_view dir, fs::dir* node, bool recursive, dir_listing* listing) {
     return Scan(state, recursive, listing).run(dir, node);
+}
+
+bool is_current(const DirectoryState& state, const dir_listing& listing) {
+    ListingReader reader(listing);
+    ListingReader::Directory directory;
+    while (!reader.at_end()) {
+        NativePath path;
+        platform::DirectoryTimes times;
+        if (!reader.read_directory(directory) || !reader.skip_files(directory.files)) return false;
+        if (directory.times == dir_listing::untrusted_times) return false;
+        if (!build_native_path(state.native_root, directory.dir, {}, path)) return false;
+        if (!platform::get_directory_times(path.at(state.native_root), times) || times != directory.times) return false;
+    }
+    return true;
 }
 
 bool replay_listing(DirectoryState& state, const dir_listing& listing) {

@@ -53,9 +53,12 @@ struct DirectoryState {
 /// given node. Records into `listing` unless it is null. False when memory ran out.
 [[nodiscard]] bool scan_directory(DirectoryState& state, std::string_view dir, fs::dir* node, bool recursive,
                                   dir_listing* listing);
+/// Whether every directory of a stored listing still has the times that were recorded.
+[[nodiscard]] bool is_current(const DirectoryState& state, const dir_listing& listing);
 /// Fills table and tree from a recorded listing. False when memory ran out or the listing is damaged.
 [[nodiscard]] bool replay_listing(DirectoryState& state, const dir_listing& listing);
-/// Fills the table from the cache service in a companion module. False when it does not serve this mount.
+/// Fills the table from the cache service in a companion module. False, with an empty table, when it does not serve this
+/// mount.
 bool fill_from_cache_service(DirectoryState& state, const char* module = "FileSystemCache_x64");
 
 }  // namespace fs

@@ -1,6 +1,9 @@
 #include <array>
 #include <cstddef>
+#include <memory>
+#include <new>
 #include <string>
+#include <string_view>
 
 #include "engine/filesystem/sources/directory/state.h"
 #include "engine/filesystem/sources/listing/cache_service.h"
@@ -67,28 +70,63 @@ private:
     bool is_complete_ = false;
 };
 
-// An item is kept as the service spells it; one without a name, or that leads out of the root, is passed over.
-void enter_item(DirectoryState& state, const char* name) {
+// Whether a scan would pass over the item or a directory on the way to it. Where the scan begins is not asked.
+bool is_hidden(const fs::path& item, std::size_t start) {
+    const std::string_view dir = item.PathNameView();
+    if (item.FileNameView().front() == '#') return true;
+    if (dir.size() <= start) return false;
+    return dir[start] == '#' || dir.find("/#", start) != std::string_view::npos;
+}
+
+// An item is kept as the service spells it; one without a name, or that leads out of the root, is passed over. False
+// without memory.
+bool enter_item(DirectoryState& state, const char* name) try {
     const std::string full = state.start + (name ? name : "");
     const fs::path item(full.c_str(), false);
-    if (item.EmptyFile() || climbs(item.PathNameView())) return;
+    if (item.EmptyFile() || climbs(item.PathNameView()) || is_hidden(item, state.start.size())) return true;
     const std::uint32_t dir = state.table->intern_dir(item.PathNameView());
-    if (dir != DirectoryNames::none && !state.enter(dir, item.FileNameView())) return;
+    return dir != DirectoryNames::none && state.enter(dir, item.FileNameView());
+} catch (const std::bad_alloc&) {
+    return false;
+}
+
+// Lets go of one of the module's objects however the listing ends. They are known by the order of their operations alone,
+// so a check of their C++ type would fail, here and where they are used.
+template <class Object>
+class Released {
+public:
+    explicit Released(Object* object) : object_(object) {}
+    Released(const Released&) = delete;
+    Released& operator=(const Released&) = delete;
+    __attribute__((no_sanitize("vptr"))) ~Released() {
+        if (object_) object_->release();
+    }
+    Object* operator->() const { return object_; }
+    explicit operator bool() const { return object_ != nullptr; }
+
+private:
+    Object* object_;
+};
+
+void forget_files(DirectoryState& state) {
+    state.table = std::make_unique<FileTable>();
+    if (!state.table->set_root(state.native_root.view())) state.native_root.length = 0;
 }
 
 }  // namespace
 
-// The module's objects are known by the order of their operations alone, so a check of their C++ type would fail.
 __attribute__((no_sanitize("vptr"))) bool fill_from_cache_service(DirectoryState& state, const char* module) {
     const CacheService service(module);
     if (!service.is_running()) return false;
     const std::string path = state.native_root.text + state.start;
-    ICacheServiceMountPoint* mount_point = service.create_mount_point(path.c_str());
+    const Released mount_point(service.create_mount_point(path.c_str()));
     if (!mount_point) return false;
-    ICacheServiceItems* items = mount_point->enumerate();
-    for (; items && items->valid(); items->next()) enter_item(state, items->item_name());
-    if (items) items->release();
-    mount_point->release();
+    const Released items(mount_point->enumerate());
+    for (; items && items->valid(); items->next()) {
+        if (enter_item(state, items->item_name())) continue;
+        forget_files(state);
+        return false;
+    }
     return true;
 }
 

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-// The bytes of a listing: directory after directory. A directory is its time (8 bytes), the number of its files (4), the
-// length of its text (2) and the text, ending in "/" unless it is empty; a file is the length of its name (2) and the
+// The bytes of a listing: directory after directory. A directory is its two times (8 bytes each), the number of its files (4),
+// the length of its text (2) and the text, ending in "/" unless it is empty; a file is the length of its name (2) and the
 // name. Numbers have their least byte first. Every text is what a scan could have found: no name holds a separator or is
 // "." or "..", and no directory climbs or stands at the root of the disk.
 
@@ -11,7 +11,7 @@ namespace fs {
 
 namespace {
 
-constexpr std::size_t directory_head = 14;
+constexpr std::size_t directory_head = 22;
 
 void put_number(unsigned char* out, std::uint64_t value, int bytes) {
     for (int i = 0; i < bytes; ++i) out[i] = static_cast<unsigned char>(value >> 8 * i);
@@ -38,6 +38,7 @@ void dir_listing::clear() {
     bytes_.clear();
     count_at_ = 0;
     is_whole_ = true;
+    is_stored_ = false;
 }
 
 void dir_listing::put_text(std::string_view text) {
@@ -50,14 +51,15 @@ void dir_listing::put_text(std::string_view text) {
     if (!text.empty()) std::memcpy(out + 2, text.data(), text.size());
 }
 
-void dir_listing::add_directory(std::string_view dir, std::int64_t time) {
+void dir_listing::add_directory(std::string_view dir, const platform::DirectoryTimes& times) {
     unsigned char* head = bytes_.extend(directory_head - 2);
     if (!head) {
         is_whole_ = false;
         return;
     }
-    put_number(head, static_cast<std::uint64_t>(time), 8);
-    put_number(head + 8, 0, 4);
+    put_number(head, static_cast<std::uint64_t>(times.written), 8);
+    put_number(head + 8, static_cast<std::uint64_t>(times.changed), 8);
+    put_number(head + 16, 0, 4);
     count_at_ = bytes_.size() - 4;
     put_text(dir);
 }
@@ -81,6 +83,7 @@ bool dir_listing::assign(const unsigned char* bytes, std::size_t size) {
     unsigned char* out = bytes_.extend(size);
     if (!out) return false;
     if (size != 0) std::memcpy(out, bytes, size);
+    is_stored_ = true;
     return true;
 }
 
@@ -102,7 +105,8 @@ bool ListingReader::read_text(std::string_view& out) {
 
 bool ListingReader::read_directory(Directory& out) {
     if (left() < directory_head) return false;
-    out.time = static_cast<std::int64_t>(take(8));
+    out.times.written = static_cast<std::int64_t>(take(8));
+    out.times.changed = static_cast<std::int64_t>(take(8));
     out.files = static_cast<std::uint32_t>(take(4));
     return read_text(out.dir) && (is_checked_ || is_directory(out.dir));
 }

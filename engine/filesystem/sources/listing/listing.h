@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "engine/filesystem/sources/directory/file_table_array.h"
+#include "engine/platform/directories.h"
 
 namespace fs {
 
@@ -12,21 +13,23 @@ namespace fs {
 /// files. Directories are relative to the native root and spelled as the disk spells them.
 class dir_listing {
 public:
-    /// A directory's time that lets nobody trust the record.
-    static constexpr std::int64_t untrusted_time = -1;
+    /// Times that let nobody trust the record.
+    static constexpr platform::DirectoryTimes untrusted_times{-1, -1};
 
     bool is_empty() const { return bytes_.size() == 0; }
     /// False once something could not be recorded.
     bool is_whole() const { return is_whole_; }
     void spoil() { is_whole_ = false; }
+    /// Whether it comes from a file, and is to be held against the disk before it is used.
+    bool is_stored() const { return is_stored_; }
     void clear();
 
     /// Begins a directory; the files that follow are its own.
-    void add_directory(std::string_view dir, std::int64_t time);
+    void add_directory(std::string_view dir, const platform::DirectoryTimes& times);
     void add_file(std::string_view name);
 
     const PodArray<unsigned char>& bytes() const { return bytes_; }
-    /// Takes recorded bytes. False, and empty, when they are damaged or memory cannot be had.
+    /// Takes stored bytes. False, and empty, when they are damaged or memory cannot be had.
     [[nodiscard]] bool assign(const unsigned char* bytes, std::size_t size);
 
 private:
@@ -35,6 +38,7 @@ private:
     PodArray<unsigned char> bytes_;
     std::size_t count_at_ = 0;  // where the current directory's number of files stands
     bool is_whole_ = true;
+    bool is_stored_ = false;
 };
 
 /// Reads recorded bytes from the front, each length held against what is left.
@@ -47,7 +51,7 @@ public:
 
     struct Directory {
         std::string_view dir;
-        std::int64_t time = 0;
+        platform::DirectoryTimes times;
         std::uint32_t files = 0;
     };
     bool at_end() const { return next_ == end_; }

@@ -12,7 +12,7 @@ namespace fs {
 namespace {
 
 constexpr unsigned char magic[4] = {'F', 'S', 'C', 'L'};
-constexpr std::uint32_t version = 1;
+constexpr std::uint32_t version = 2;
 constexpr std::size_t checked_from = 12;  // behind magic, version and checksum
 constexpr std::size_t fixed_size = checked_from + 4 + 2;
 

@@ -6,3 +6,9 @@
 void age_directory(const std::string& path) {
     std::filesystem::last_write_time(path, std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
 }
+
+void change_unseen(const std::string& path, const std::function<void()>& change) {
+    const auto time = std::filesystem::last_write_time(path);
+    change();
+    std::filesystem::last_write_time(path, time);
+}
