@@ -14,8 +14,8 @@
 // to init, or its parent when the last component of the root leads every name; that component is then the *start*, where
 // the scan begins. The *spelling* of a name is how the disk writes it; all else is lower case.
 //
-// The class is spread over files by what its operations do: directory.cpp mounts and answers, directory_open.cpp opens
-// and creates, directory_change.cpp makes and removes, directory_search.cpp lists.
+// The class is spread over files by what its operations do: directory.cpp mounts and answers, open.cpp opens and creates,
+// change.cpp makes and removes, search.cpp lists.
 //
 // Invariant: each file of the table was seen on the disk, or made by this source, under the native path that its
 // directory and spelling give; nothing asks the disk whether it is still there.

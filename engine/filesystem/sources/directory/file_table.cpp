@@ -102,15 +102,17 @@ std::uint32_t FileTable::find(std::string_view dir, std::string_view name) const
     const std::uint32_t* slot = find_name(name, dir.size());
     if (!slot) return none;
     if (dir.empty()) return record(last_of(*slot)).next;
-    return *slot & many_bit ? find_among_many(*many_[*slot ^ many_bit], dir) : find_in_ring(*slot, dir);
+    const ManyOfOneName* many = many_of(*slot);
+    return many ? find_among_many(*many, dir) : find_in_ring(*slot, dir);
 }
 
 std::uint32_t FileTable::find_exact(std::string_view dir, std::string_view name) const {
     const std::uint32_t* slot = find_name(name, dir.size());
     if (!slot) return none;
     const std::uint32_t last = last_of(*slot);
-    if ((*slot & many_bit) != 0 && many_[*slot ^ many_bit]->tree_is_whole && !dir.empty()) {
-        const std::uint32_t file = many_[*slot ^ many_bit]->tree.find_exact(dir);
+    const ManyOfOneName* many = many_of(*slot);
+    if (many && many->tree_is_whole && !dir.empty()) {
+        const std::uint32_t file = many->tree.find_exact(dir);
         // A file of the empty directory is in the tree under the root's text; look on behind it.
         if (file == none || !dirs_.lower(record(file).dir).empty()) return file;
     }
@@ -174,9 +176,9 @@ void FileTable::append(std::uint32_t* slot, std::uint32_t file) {
     made.next = before.next;
     record(before.next).previous = file;
     before.next = file;
-    if ((*slot & many_bit) != 0) {
-        many_[*slot ^ many_bit]->last = file;
-        add_to_tree(*many_[*slot ^ many_bit], file);
+    if (ManyOfOneName* many = many_of(*slot)) {
+        many->last = file;
+        add_to_tree(*many, file);
         return;
     }
     const int position = (before.flags >> position_shift) + 1;
@@ -249,19 +251,18 @@ std::uint32_t FileTable::next_of_same_dir(std::uint32_t file, std::uint32_t last
 // Takes the file out of its ring and its tree.
 void FileTable::unlink(std::uint32_t* slot, std::uint32_t file) {
     Record& gone = record(file);
-    const bool is_many = (*slot & many_bit) != 0;
+    ManyOfOneName* many = many_of(*slot);
     const std::uint32_t last = last_of(*slot);
-    if (is_many && many_[*slot ^ many_bit]->tree_is_whole) {
-        many_[*slot ^ many_bit]->has_answers = false;
-        SuffixTree& tree = many_[*slot ^ many_bit]->tree;
+    if (many && many->tree_is_whole) {
+        many->has_answers = false;
         const std::string_view dir = dirs_.compared(gone.dir);
-        tree.remove(dir, file, tree.is_shared(dir) ? next_of_same_dir(file, last) : none);
+        many->tree.remove(dir, file, many->tree.is_shared(dir) ? next_of_same_dir(file, last) : none);
     }
     record(gone.previous).next = gone.next;
     record(gone.next).previous = gone.previous;
     if (file != last) return;
-    if (is_many) {
-        many_[*slot ^ many_bit]->last = gone.previous;
+    if (many) {
+        many->last = gone.previous;
         return;
     }
     record(gone.previous).flags |= indexed_flag;
@@ -276,7 +277,6 @@ void FileTable::remove(std::uint32_t file) {
     } else {
         unlink(slot, file);
     }
-    record(file).flags |= removed_flag;
     by_order_[record(file).order] = none;
     removed_words_ += record_words(record(file));
     --count_;

@@ -38,8 +38,8 @@ public:
     /// Tells of a lower-case name that will soon be added; adding many in a row then waits less for memory.
     void expect(std::string_view name) const { index_.expect(hash_text(name.data(), name.size())); }
     void remove(std::uint32_t file);
-    /// Moves files that a look-up may confuse next to each other, so that it waits for memory once instead of twice. Changes
-    /// numbers and no answer; worth its while after many were added. Without memory for it all stays as it is.
+    /// Moves files to where a look-up finds them before it has read the index, so that it waits for memory once instead of
+    /// twice. Changes numbers and no answer; worth its while after many were added. Without memory all stays as it is.
     void settle();
     /// Gives back the room of removed files once they are the greater part; `table` is replaced, numbers change.
     static void compact(std::unique_ptr<FileTable>& table);
@@ -76,7 +76,7 @@ private:
     struct Record {          // the name follows, and the disk's spelling of it when it differs
         std::uint32_t next;  // files of the same name form a ring in the order of insertion
         std::uint32_t previous;
-        std::uint32_t order;
+        std::uint32_t order;  // among all files; its place in by_order_
         std::uint32_t dir;
         std::uint16_t length;
         std::uint16_t flags;
@@ -86,8 +86,8 @@ private:
         std::uint32_t last = none;
         bool tree_is_whole = true;  // false when memory ran out: then the ring is searched
         SuffixTree tree;
-        // What the tree answers for each directory that it holds. Later files have larger numbers and change no answer; a
-        // removal may change any, and ends the use of this.
+        // What the tree answers for each directory that it holds. Later files change no answer; a removal may change any,
+        // and ends the use of this.
         struct Answer {
             std::uint32_t dir;
             std::uint32_t file;
@@ -107,8 +107,7 @@ private:
     static constexpr std::size_t cache_line = 64;
     static constexpr std::uint16_t installed_flag = 1;
     static constexpr std::uint16_t spelled_flag = 2;
-    static constexpr std::uint16_t removed_flag = 4;
-    static constexpr std::uint16_t indexed_flag = 8;  // the index points at this one: the last of its ring
+    static constexpr std::uint16_t indexed_flag = 4;  // the index points at this one: the last of its ring
     static constexpr std::uint32_t many_bit = 0x80000000u;
 
     Record& record(std::uint32_t file) { return *reinterpret_cast<Record*>(store_.data() + std::size_t{file} * 4); }
@@ -118,6 +117,10 @@ private:
     static const char* text_of(const Record& file) { return reinterpret_cast<const char*>(&file + 1); }
     static std::uint32_t record_words(const Record& file);
     std::uint32_t at_or_after(std::uint32_t order) const;
+    // What a value of the index stands for.
+    ManyOfOneName* many_of(std::uint32_t value) const {
+        return value & many_bit ? many_[value ^ many_bit].get() : nullptr;
+    }
     std::uint32_t last_of(std::uint32_t value) const {
         return value & many_bit ? many_[value ^ many_bit]->last : value;
     }
