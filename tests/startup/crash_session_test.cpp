@@ -261,6 +261,13 @@ TEST_F(CrashSession, OutlivesAFullDisk) {
     EXPECT_THAT(logs().begin()->second, Not(HasSubstr("lost")));
 }
 
+TEST_F(CrashSession, GoesOnWhereNoLogCanBeMade) {
+    write_file("out", "a file where the directory should be");
+    run("Session");
+    EXPECT_THAT(result_.output, HasSubstr("log=none"));
+    EXPECT_TRUE(stdfs::is_regular_file(root_ / "out"));
+}
+
 TEST_F(CrashSession, AFatalExitEndsTheProcessAfterItWasWritten) {
     const ChildResult result = run_child("CrashChildren.DISABLED_FatalExit", root_);
     EXPECT_EQ(result.exit_code & 0xFF, 255) << result.output;

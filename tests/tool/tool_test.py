@@ -54,6 +54,7 @@ class Tool:
         said = result.stderr.replace(b"\r\n", b"\n").decode("utf-8", "replace")
         self.runs += 1
         self.check(result.returncode == status, f"{line}: status {result.returncode}, not {status}; {said!r}")
+        self.check("\r" not in said, f"{line}: a stray return on standard error: {said!r}")
         self.check(err in said if err else not said, f"{line}: standard error is {said!r}, wanted {err!r}")
         if status == 1:
             self.check(said.startswith("enginefs: "), f"{line}: no word about the failure")
@@ -358,6 +359,7 @@ def command_lines(tool):
     tool.run("", 2, err="subcommand")
     tool.run("frobnicate", 2, err="--help")
     tool.run("--log shouting ls", 2, err="this is no level")
+    tool.run("--log debug sources", 0, holds("root +writable"), err="DEBG: [FileSystem] > Initializing fs from")
     tool.run("--root nowhere ls", 1, err="there is no such directory")
     tool.run("--add nowhere ls", 1, err="enginefs: nowhere: there is no such directory")
     for command in ("gzip", "gunzip", "chunks", "rm", "mkdir", "mv", "backup", "crc", "touch", "duplicates", "container",

@@ -58,7 +58,7 @@ std::string copy_content(SFsFile* from, SFsFile* to, const std::string& label) {
 
 /// What is there already is not given up for a file that cannot be read: that is read once for nothing first.
 std::string check_before_replacing(SFsFile* from, const std::string& label) {
-    const std::string wrong = copy_content(from, nullptr, label);
+    std::string wrong = copy_content(from, nullptr, label);
     if (!wrong.empty()) return wrong;
     return fs::seek(from, 0, EFSSeek::BEGIN) ? "" : "the source cannot be read twice";
 }

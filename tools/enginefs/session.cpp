@@ -15,7 +15,12 @@ namespace {
 
 constexpr auto mount_flags = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES;
 
-void print_message(Log::ELevel::TYPE, const char*, const char* text) { std::fputs(text, stderr); }
+/// Log lines end as log files want it; standard error ends its lines as the system does.
+void print_message(Log::ELevel::TYPE, const char*, const char* text) {
+    std::string lines = text;
+    std::erase(lines, '\r');
+    std::fputs(lines.c_str(), stderr);
+}
 
 bool is_pack_name(const std::string& path) {
     const std::string name = lower_case(path);

@@ -11,8 +11,8 @@
 /// Prepares the log: reads the command line's switches and the configuration file, and opens the log file as soon as the
 /// file system is there. The first message for the log file does the same by itself.
 ///
-/// console  whether console lines go to standard output; looked at by the first call only, and the first message counts
-///          as one: fs::init logs. So call it with true before fs::init too, or use CrashInitOutToConsole.
+/// console  whether console lines go to standard output; looked at by the first call only, and a message that starts the
+///          log by itself counts as one. CrashInitOutToConsole works at any time.
 /// When     right after fs::init and before packs are mounted, since the log file is created in the first source.
 /// Switches -silent (no log file), -verbose (more levels, more in the file), logcfg=FILE, logfile=FILE.
 /// Failure  nothing is reported: without a file, messages reach the console and the callbacks.
