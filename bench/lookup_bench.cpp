@@ -12,6 +12,7 @@
 #include <engine/filesystem/access/open.h>
 #include <engine/filesystem/registry.h>
 #include <engine/filesystem/sources/directory.h>
+#include <engine/filesystem/startup.h>
 
 #include "bench/support/paired.h"
 #include "bench/support/tree.h"
@@ -51,15 +52,13 @@ private:
     std::vector<std::unique_ptr<CWin32_dir>> sources_;
 };
 
+// Each list is made by itself, so that its texts lie one after the other in memory: whoever asks, reads them alike.
 struct Queries {
-    std::vector<std::string> hits, misses, full;
-    explicit Queries(const BenchTree& tree) {
-        for (std::size_t i = 0; i < queries; ++i) {
-            hits.push_back(tree.names[i]);
-            misses.push_back(tree.names[i]);
-            misses.back()[misses.back().size() - 6] = '~';
-            full.push_back(tree.root + "/" + tree.names[i]);
-        }
+    std::vector<std::string> hits, misses, full, full_misses;
+    explicit Queries(const BenchTree& tree) : hits(tree.names.begin(), tree.names.begin() + queries), misses(hits) {
+        for (std::string& name : misses) name[name.size() - 6] = '~';
+        for (const std::string& name : hits) full.push_back(tree.root + "/" + name);
+        for (const std::string& name : misses) full_misses.push_back(tree.root + "/" + name);
     }
 };
 
@@ -92,6 +91,22 @@ BENCHMARK_CAPTURE(ExistsBesideStat, one_source_miss, 1, false, 2000)->Iterations
 BENCHMARK_CAPTURE(ExistsBesideStat, eight_sources_hit, 8, true, 2000)->Iterations(1);
 BENCHMARK_CAPTURE(ExistsBesideStat, eight_sources_miss, 8, false, 2000)->Iterations(1);
 BENCHMARK_CAPTURE(ExistsBesideStat, one_source_hit_of_a_million, 1, true, 20000)->Iterations(1);
+
+// Names that nobody holds, with the fallback behind the sources, beside one raw stat of the same names.
+void MissThatReachesTheFallbackBesideStat(benchmark::State& state) {
+    const BenchTree& tree = bench_tree(2000, true);
+    if (!fs::init(tree.root.c_str(), FFSAddSourceFlags::RECURSIVE, "", true, false, nullptr)) {
+        state.SkipWithError("the file system does not start");
+        return;
+    }
+    const Queries asked(tree);
+    std::size_t found = 0;
+    paired::compare(
+        state, queries, 15, [&] { found += ask(asked.full_misses); }, [&] { found += stat_all(asked.full_misses); });
+    if (found != 0 || ask(asked.full) != queries) state.SkipWithError("an answer is wrong");
+    fs::shutdown();
+}
+BENCHMARK(MissThatReachesTheFallbackBesideStat)->Iterations(1);
 
 /// A table of the names, and the queries that find them.
 struct Table {

@@ -1,10 +1,15 @@
-// Opening by virtual name, reading 4 KiB and closing, beside the same done with the system's own calls and full paths.
+// Opening by virtual name, reading 4 KiB and closing, beside the same done with the system's own calls and full paths: by
+// one thread, and by two at once.
 #include <fcntl.h>
+#include <pthread.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -23,7 +28,6 @@
 namespace {
 
 constexpr std::size_t files = 20000;
-char buffer[4096];
 
 struct Mounted {
     const BenchTree& tree = bench_tree(2000, true);
@@ -39,9 +43,10 @@ struct Mounted {
     }
     ~Mounted() { fs::rem_source(&source); }
 
-    std::uint64_t read_through_library() const {
+    std::uint64_t read_through_library(std::size_t begin = 0, std::size_t end = files) const {
         std::uint64_t bytes = 0;
-        for (std::size_t i = 0; i < files; ++i) {
+        char buffer[4096];
+        for (std::size_t i = begin; i < end; ++i) {
             SFsFile* file = fs::open(names[i].c_str(), EFSMode::READ);
             bytes += fs::read(file, buffer, sizeof buffer);
             fs::close(file);
@@ -50,11 +55,18 @@ struct Mounted {
     }
 };
 
-std::uint64_t read_raw(const std::vector<std::string>& paths) {
+std::vector<std::string> full_paths(const Mounted& mounted) {
+    std::vector<std::string> paths;
+    for (const std::string& name : mounted.names) paths.push_back(mounted.tree.root + "/" + name);
+    return paths;
+}
+
+std::uint64_t read_raw(const std::vector<std::string>& paths, std::size_t begin = 0, std::size_t end = files) {
     std::uint64_t bytes = 0;
+    char buffer[4096];
     struct stat status;
-    for (const std::string& path : paths) {
-        const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    for (std::size_t i = begin; i < end; ++i) {
+        const int file = open(paths[i].c_str(), O_RDONLY | O_CLOEXEC);
         if (file < 0 || fstat(file, &status) != 0) continue;
         bytes += static_cast<std::uint64_t>(read(file, buffer, sizeof buffer));
         close(file);
@@ -64,15 +76,69 @@ std::uint64_t read_raw(const std::vector<std::string>& paths) {
 
 void OpenReadCloseBesideRawCalls(benchmark::State& state) {
     const Mounted mounted;
-    std::vector<std::string> paths;
-    for (std::size_t i = 0; i < files; ++i) paths.push_back(mounted.tree.root + "/" + mounted.tree.names[i]);
+    const std::vector<std::string> paths = full_paths(mounted);
     std::uint64_t ours = 0;
     std::uint64_t raw = 0;
     paired::compare(
         state, files, 15, [&] { ours = mounted.read_through_library(); }, [&] { raw = read_raw(paths); });
-    if (ours != raw || ours != files * sizeof buffer) state.SkipWithError("the bytes are not those of the disk");
+    if (ours != raw || ours != files * 4096) state.SkipWithError("the bytes are not those of the disk");
 }
 BENCHMARK(OpenReadCloseBesideRawCalls)->Iterations(1);
+
+void run_on_core(int core) {
+    cpu_set_t cores;
+    CPU_ZERO(&cores);
+    CPU_SET(core, &cores);
+    pthread_setaffinity_np(pthread_self(), sizeof cores, &cores);
+}
+
+/// How many times faster two threads, each with half of the files and on a core of its own, are than one with all.
+template <class Work>
+double scaling(Work&& work) {
+    const auto first = [&] {
+        run_on_core(0);
+        work(0, files / 2);
+    };
+    const auto second = [&] {
+        run_on_core(1);
+        work(files / 2, files);
+    };
+    const double alone = paired::seconds([&] {
+        std::thread([&] {
+            run_on_core(0);
+            work(0, files);
+        }).join();
+    });
+    const double together = paired::seconds([&] {
+        std::thread other(second);
+        std::thread(first).join();
+        other.join();
+    });
+    return alone / together;
+}
+
+// The ratio is that of the scalings, ours to that of the bare calls.
+void TwoThreadsBesideTwoThreadsOfRawCalls(benchmark::State& state) {
+    const Mounted mounted;
+    const std::vector<std::string> paths = full_paths(mounted);
+    std::atomic<std::uint64_t> bytes{0};
+    std::vector<double> ours, theirs, ratios;
+    constexpr std::size_t rounds = 11;
+    for (auto _ : state) {
+        for (std::size_t round = 0; round < rounds; ++round) {
+            theirs.push_back(
+                scaling([&](std::size_t begin, std::size_t end) { bytes += read_raw(paths, begin, end); }));
+            ours.push_back(scaling(
+                [&](std::size_t begin, std::size_t end) { bytes += mounted.read_through_library(begin, end); }));
+            ratios.push_back(ours.back() / theirs.back());
+        }
+    }
+    if (bytes != rounds * 4 * files * 4096) state.SkipWithError("the bytes are not those of the disk");
+    state.counters["ratio"] = paired::median(ratios);
+    state.counters["our_scaling"] = paired::median(ours);
+    state.counters["their_scaling"] = paired::median(theirs);
+}
+BENCHMARK(TwoThreadsBesideTwoThreadsOfRawCalls)->Iterations(1);
 
 #if HAVE_PHYSFS
 void OpenReadCloseBesidePhysFS(benchmark::State& state, bool links) {
@@ -86,6 +152,7 @@ void OpenReadCloseBesidePhysFS(benchmark::State& state, bool links) {
         state, files, 9, [&] { ours = mounted.read_through_library(); },
         [&] {
             peer = 0;
+            char buffer[4096];
             for (std::size_t i = 0; i < files; ++i) {
                 PHYSFS_File* file = PHYSFS_openRead(mounted.names[i].c_str());
                 peer += static_cast<std::uint64_t>(PHYSFS_readBytes(file, buffer, sizeof buffer));

@@ -24,16 +24,21 @@ inline double median(std::vector<double> values) {
 }
 
 /// Runs both in turn, once to warm up and then `rounds` times, and reports the median of ours / theirs as "ratio" and
-/// the time of one of `items` in nanoseconds for each.
-template <class Ours, class Theirs>
-void compare(benchmark::State& state, std::size_t items, int rounds, Ours&& ours, Theirs&& theirs) {
+/// the time of one of `items` in nanoseconds for each. `prepare` runs before each of them and is not timed.
+template <class Prepare, class Ours, class Theirs>
+void compare_prepared(benchmark::State& state, std::size_t items, int rounds, Prepare&& prepare, Ours&& ours,
+                      Theirs&& theirs) {
+    const auto timed = [&prepare](auto& work) {
+        prepare();
+        return seconds(work);
+    };
     for (auto _ : state) {
-        ours();
-        theirs();
+        timed(ours);
+        timed(theirs);
         std::vector<double> ratios, our_times, their_times;
         for (int round = 0; round < rounds; ++round) {
-            their_times.push_back(seconds(theirs));
-            our_times.push_back(seconds(ours));
+            their_times.push_back(timed(theirs));
+            our_times.push_back(timed(ours));
             ratios.push_back(our_times.back() / their_times.back());
         }
         const double scale = 1e9 / static_cast<double>(items);
@@ -41,6 +46,12 @@ void compare(benchmark::State& state, std::size_t items, int rounds, Ours&& ours
         state.counters["ours_ns"] = median(our_times) * scale;
         state.counters["theirs_ns"] = median(their_times) * scale;
     }
+}
+
+template <class Ours, class Theirs>
+void compare(benchmark::State& state, std::size_t items, int rounds, Ours&& ours, Theirs&& theirs) {
+    compare_prepared(
+        state, items, rounds, [] {}, ours, theirs);
 }
 
 }  // namespace paired

@@ -133,9 +133,9 @@ std::optional<Attributes> get_attributes(const PathAt& path);
 
 /// Sets or clears the read-only attribute.
 bool set_read_only(const char* path, bool on);
-/// Sets the last-write time only; refused on a read-only file. Universal time.
+/// Sets the last-write time only; refused on a read-only file and below 0, and 0 leaves it as it is. Universal time.
 bool set_write_time(const char* path, std::int64_t time);
-/// Sets creation, access and last-write time where the system has them.
+/// The same for creation, access and last-write time, where the system has them.
 bool set_all_times(const char* path, std::int64_t time);
 
 /// Deletes a file or a link; refused when read-only or open in this process.

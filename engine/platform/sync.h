@@ -42,7 +42,7 @@ private:
 
 /// Recursive mutual exclusion. The object is created and destroyed through these calls and never null.
 struct CriticalSection;
-CriticalSection* create_critical_section();
+CriticalSection* create_critical_section() noexcept;
 void destroy_critical_section(CriticalSection* section);
 void enter(CriticalSection* section);
 bool try_enter(CriticalSection* section);

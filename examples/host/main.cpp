@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 
 namespace {
@@ -69,19 +70,23 @@ void run(const std::filesystem::path& folder) {
     const std::string changes = (folder / "changes").generic_string();
     const std::string data = (folder / "data").generic_string();
     if (!fs::init(changes.c_str(), mount_flags, "", false, false, nullptr)) return expect(false, "fs::init");
+    CrashInit();  // the log is made in the first source, so before anything else is mounted
+    expect(CrashGetLogFileName() != nullptr, "the log is open");
     expect(fs::add_source(data.c_str(), mount_flags), "a second folder is mounted below the first");
     list_levels();
     read_levels();
     write_progress();
     fs::shutdown();
+    CrashClose();
     expect(std::filesystem::exists(folder / "changes/saves/progress.txt"), "on the disk it lies where it belongs");
 }
 
 }  // namespace
 
 int main() {
-    const std::filesystem::path folder = std::filesystem::temp_directory_path() / "Engine_Host_Example";
-    std::filesystem::remove_all(folder);
+    // A folder of this run alone; its upper-case letters show that the case of the disk is kept.
+    const std::string name = "Engine_Host_Example_" + std::to_string(std::random_device()());
+    const std::filesystem::path folder = std::filesystem::temp_directory_path() / name;
     run(folder);
     std::filesystem::remove_all(folder);
     return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;

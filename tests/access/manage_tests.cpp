@@ -325,11 +325,9 @@ TEST_F(Backup, StopsBeforeItWouldLoseAGeneration) {
     EXPECT_EQ(generations(), "5432-");
     EXPECT_NE(fs::last_error().code, EFSError::NONE);
     first_->file_capacity = 10;
-    first_->set_read_only(fs::path("x.ba1", true), true);  // it can be copied, not moved
+    first_->refuses_to_remove = true;  // files can be copied, not moved: what is left stands one step back as well
     fs::create_backup_copy("x");
-    EXPECT_EQ(generations(),
-              "543"
-              "32");
+    EXPECT_EQ(generations(), "55432");
 }
 
 TEST(ErrorScope, ANameNotFoundDoesNotHideABetterReason) {
@@ -348,6 +346,22 @@ TEST(ErrorScope, ANameNotFoundDoesNotHideABetterReason) {
     }
     fs::set_error(EFSError::NOT_FOUND, "d", "Not here.");
     EXPECT_EQ(fs::last_error().path, "d");
+    {
+        fs::ErrorScope outer;
+        {
+            fs::ErrorScope inner;
+            fs::set_error(EFSError::IO, "e", "Within.");
+            inner.forget();
+            EXPECT_FALSE(inner.has_error());
+            EXPECT_EQ(fs::last_error().path, "d");
+            fs::set_error(EFSError::IO, "f", "Within again.");
+        }
+        fs::set_error(EFSError::IN_USE, "g", "And around it.");
+        EXPECT_TRUE(outer.has_error());
+        outer.forget();
+    }
+    EXPECT_EQ(fs::last_error().path, "d");
+    EXPECT_EQ(fs::last_error().text, "Not here.");
     fs::clear_error();
     EXPECT_EQ(fs::last_error().code, EFSError::NONE);
 }

@@ -86,6 +86,19 @@ TEST_F(Open, IsRefusedWhenModeAndFlagsExcludeEachOther) {
     }
 }
 
+TEST_F(Open, HandsTheFlagsOnAsTheyAre) {
+    MemorySource* const source = mount_memory("/a/");
+    source->add("x", "");
+    for (std::uint32_t bit = 1; bit != 0; bit <<= 1) {
+        if (bit == Flags::IN_CACHE_DIR) continue;
+        const auto flags = static_cast<Flags::FLAGS>(bit);
+        fs::close(fs::open("x", EFSMode::READ, flags));
+        EXPECT_EQ(source->read_flags, flags);
+        fs::close(fs::open("x", EFSMode::WRITE, flags));
+        EXPECT_EQ(source->open_flags.back(), flags);
+    }
+}
+
 TEST_F(Open, ReadsFromTheFirstSourceThatCanOpenTheName) {
     MemorySource* const second = mount_memory("/second/");
     second->add("dir/x.txt", "second");

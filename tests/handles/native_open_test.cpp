@@ -92,6 +92,8 @@ TEST(NativeOpen, PlainFilesSeekCutAndTell) {
     EXPECT_TRUE(file->set_eof());
     EXPECT_EQ(file->length(), 3u);
     EXPECT_FALSE(file->seek(-1, EFSSeek::BEGIN));
+    EXPECT_FALSE(file->seek(1, static_cast<EFSSeek::TYPE>(3)));
+    EXPECT_EQ(file->tell(), 3u);
     EXPECT_FALSE(file->read_async(nullptr, 0, 1, nullptr, 0));
     EXPECT_FALSE(file->cancel_io());
 }

@@ -148,6 +148,12 @@ TEST_F(ReadQueue, ReadsThatCannotBeDoneFailWithNothingTransferred) {
     ASSERT_TRUE(Queue(request, 0, 0)) << "a finished request serves again";
     ASSERT_TRUE(request->Wait(long_wait_ms));
     EXPECT_EQ(request->Result(), EFSRequestResult::SUCCESS);
+    ASSERT_TRUE(Queue(request));
+    ASSERT_TRUE(request->Wait(long_wait_ms));
+    EXPECT_EQ(request->Transferred(), 8u);
+    file_->cancel_async(request.get());
+    EXPECT_EQ(request->Result(), EFSRequestResult::CANCELLED) << "even when it was done";
+    EXPECT_EQ(request->Transferred(), 0u);
 }
 
 TEST_F(ReadQueue, AReadOfNothingFinishesOnTheSpot) {
@@ -214,6 +220,27 @@ TEST_F(ReadQueue, ACallbackMayQueueTheNextRead) {
     const RequestPtr request(SFsRequest::Create(next, &chain));
     ASSERT_TRUE(file_->read_async(chain.sink, 0, 8, request.get(), 0));
     EXPECT_TRUE(chain.done.Wait(long_wait_ms));
+}
+
+TEST_F(ReadQueue, ACallbackMayReadAndDoesNotWaitForItsOwnWorker) {
+    for (const FFSOpenFlags::FLAGS flags : {FFSOpenFlags::ASYNC, FFSOpenFlags::ASYNC_UNBUFFERED}) {
+        struct Reader {
+            FilePtr file;
+            std::string got = std::string(100, '\0');
+            std::uint64_t size = 0;
+        } reader{.file = Open(flags)};
+        const auto read = [](SFsRequest*, void* user) {
+            auto& all = *static_cast<Reader*>(user);
+            all.size = all.file->read(all.got.data(), all.got.size());
+        };
+        ASSERT_TRUE(reader.file->seek(-60, EFSSeek::END));
+        const RequestPtr request(SFsRequest::Create(read, &reader));
+        const RequestPtr after = NewRequest();
+        ASSERT_TRUE(file_->read_async(sink_, 0, 8, request.get(), 0) && Queue(after));
+        ASSERT_TRUE(after->Wait(long_wait_ms));
+        EXPECT_EQ(reader.size, 60u);
+        EXPECT_EQ(reader.got.substr(0, 60), content_.substr(content_.size() - 60));
+    }
 }
 
 TEST_F(ReadQueue, ClosingAFileCancelsItsQueuedReadsAndLeavesTheOthers) {

@@ -137,7 +137,7 @@ TEST(ConfigText, MistakesAreToldWithTheirPlaceAndParsingGoesOn) {
         {"Level(a, b, c)", "Level:'a'", "main:1:10 This keyword has fewer parameters. (\"Level\")\n"},
         {"Level(\"a)\nLevel(b)", "Level:'a)' Level:'b'",
          "main:1:7 A string is not closed on its line.\nmain:2:1 A \",\" or \")\" is missing here. (\"Level\")\n"},
-        {"Level(a) /* and so on", "Level:'a'", "main:1:22 A comment is not closed.\n"},
+        {"Level(a)\n  /* and\nso on", "Level:'a'", "main:2:3 A comment is not closed.\n"},
         {") Level(a)\n,,\nLevel(b)", "Level:'b'",
          "main:1:1 A keyword is expected here. (\")\")\nmain:2:1 A keyword is expected here. (\",\")\n"},
         {"Place((1,2), (1,2,x,4)) Number(nan) Number(+-1)", "Place:-,- Number:- Number:-",

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "engine/filesystem/startup/prepared_path.h"
+#include "engine/platform/faults.h"
 
 namespace {
 
@@ -100,14 +101,23 @@ TEST(PreparedPath, DropsOneSeparatorAndNormalises) {
         EXPECT_STREQ(prepared.c_str(), row.out);
         EXPECT_EQ(prepared.names_pack(), row.pack) << prepared.c_str();
     }
-    EXPECT_TRUE(fs::PreparedPath(("/" + std::string(258, 'n')).c_str()).is_empty());
+    const std::string longest = "/" + std::string(258, 'n');
+    fs::PreparedPath as_file(longest.c_str());
+    EXPECT_STREQ(as_file.c_str(), longest.c_str());
+    EXPECT_FALSE(as_file.is_too_long());
+    as_file.append_slash();  // as a directory it is
+    EXPECT_TRUE(as_file.is_too_long());
+    const fs::PreparedPath too_long((longest + "n").c_str());
+    EXPECT_TRUE(too_long.is_empty() && too_long.is_too_long());
     EXPECT_STREQ(fs::PreparedPath("/a/b.pak").as_source_path().FileName(), "b.pak");
     EXPECT_STREQ(fs::PreparedPath("/a/b.c").as_source_path().PathName(), "/a/b.c/");
 }
 
 TEST_F(StartUp, RefusesARootThatIsNotFull) {
     const std::string too_long = "/" + std::string(300, 'n');
-    for (const char* root : {"relative/dir", "", too_long.c_str(), static_cast<const char*>(nullptr)}) {
+    const std::string one_too_long = "/" + std::string(258, 'n');  // the "/" at its end has no room
+    for (const char* root :
+         {"relative/dir", "", ".", too_long.c_str(), one_too_long.c_str(), static_cast<const char*>(nullptr)}) {
         logged.clear();
         EXPECT_FALSE(fs::init(root, Flags::NONE, "", false, false, nullptr));
         EXPECT_FALSE(fs::is_initialized());
@@ -116,6 +126,8 @@ TEST_F(StartUp, RefusesARootThatIsNotFull) {
     }
     put("root/x", "");
     EXPECT_FALSE(fs::init(path("root").c_str(), Flags::NONE, too_long.c_str(), false, false, nullptr));
+    EXPECT_TRUE(fs::init(path("root").c_str(), Flags::NONE, "./a/..", false, false, nullptr));
+    EXPECT_STREQ(fs::get_cache_dir(), "/");
 }
 
 TEST_F(StartUp, BuildsTheRootWithOneSlashAtItsEnd) {
@@ -283,6 +295,100 @@ TEST_F(StartUp, ManagesFilesOnTheDisk) {
     EXPECT_FALSE(fs::exists("dir/sub/new.txt"));
     EXPECT_EQ(fs::search_dir("dir"), nullptr);
     EXPECT_TRUE(disk::exists(home_ / "root/Copies/One.txt"));
+}
+
+TEST_F(StartUp, NewFilesAreMadeInTheFirstSourceWhateverModeAndFlagsSay) {
+    put("root/x", "");
+    ASSERT_TRUE(start("root", whole_tree, true));
+    using Open = FFSOpenFlags;
+    const struct {
+        EFSMode::TYPE mode;
+        Open::FLAGS flags;
+    } rows[] = {{EFSMode::WRITE, Open::NONE},        {EFSMode::WRITE, Open::CREATE},
+                {EFSMode::APPEND, Open::NONE},       {EFSMode::READ_WRITE, Open::CREATE},
+                {EFSMode::READ_WRITE, Open::NONE},   {EFSMode::WRITE, Open::GZIP_LEVEL1},
+                {EFSMode::WRITE, Open::GZIP_LEVEL5}, {EFSMode::WRITE, Open::GZIP_LEVEL9}};
+    for (const auto& row : rows) {
+        const std::string name = "made_" + std::to_string(row.mode) + "_" + std::to_string(row.flags);
+        fs::close(fs::open(name.c_str(), row.mode, row.flags));
+        EXPECT_TRUE(disk::exists(home_ / "root" / name)) << name;
+        EXPECT_FALSE(disk::exists(name)) << name;
+    }
+    put("outside/old", "old");
+    SFsFile* const old = fs::open(path("outside/old").c_str(), EFSMode::APPEND);
+    EXPECT_EQ(fs::write(old, "er", 2), 2u);
+    fs::close(old);
+    EXPECT_EQ(held_on_disk("outside/old"), "older");
+    fs::close(fs::open(path("outside/new").c_str(), EFSMode::WRITE, Open::CREATE));
+    EXPECT_TRUE(disk::exists(home_ / "outside/new"));
+}
+
+TEST_F(StartUp, WhatFailedOnTheWayToASuccessIsForgotten) {
+    put("root/x.txt", "root");
+    put("more/x.txt", "more");
+    ASSERT_TRUE(start("root", whole_tree, true));
+    ASSERT_TRUE(fs::add_source(path("more").c_str(), whole_tree));
+    disk::remove(home_ / "root/x.txt");  // between look-up and open, so to speak
+    fs::clear_error();
+    EXPECT_EQ(read("x.txt"), "more");
+    EXPECT_TRUE(fs::save_text_file("made", "no such directory here/made.txt"));  // the fallback was asked first
+    EXPECT_EQ(fs::last_error().code, EFSError::NONE);
+    EXPECT_EQ(read("missing.txt"), "(none)");
+    const fs::string text = fs::last_error().text;
+    EXPECT_EQ(read("x.txt"), "more");
+    EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
+    EXPECT_EQ(fs::last_error().text, text);
+}
+
+/// Orders a failure of the nth pass of each point, once and from then on, for n = 1, 2 … until `work` meets none.
+template <typename Work>
+void for_every_fault(Work work) {
+    using platform::Failure;
+    using platform::FaultPoint;
+    for (const FaultPoint point :
+         {FaultPoint::OPEN, FaultPoint::READ, FaultPoint::WRITE, FaultPoint::REMOVE, FaultPoint::CREATE_DIRECTORY}) {
+        for (const bool from_then_on : {false, true}) {
+            for (std::uint32_t nth = 1, hits = 1; hits != 0; ++nth) {
+                const std::string label =
+                    std::to_string(static_cast<int>(point)) + " " + std::to_string(nth) + (from_then_on ? " on" : "");
+                work(label, [&] { platform::inject_fault(point, nth, Failure::DISK_FULL, from_then_on); });
+                hits = platform::fault_hits();
+                platform::clear_faults();
+            }
+        }
+    }
+}
+
+TEST_F(StartUp, ABackupThatStopsAnywhereKeepsEveryGeneration) {
+    const char* const names[] = {"x", "x.bak", "x.ba1", "x.ba2", "x.ba3"};
+    put("root/x", "");
+    ASSERT_TRUE(start("root", whole_tree, true));
+    for_every_fault([&](const std::string& label, auto strike) {
+        for (std::size_t i = 0; i < 5; ++i) put(std::string("root/") + names[i], std::to_string(5 - i));
+        fs::refresh();
+        strike();
+        fs::create_backup_copy("x");
+        std::string kept;
+        for (const char* name : names) kept += held_on_disk(std::string("root/") + name);
+        for (const char generation : {'5', '4', '3', '2'}) {
+            EXPECT_NE(kept.find(generation), std::string::npos) << label << ": " << kept;
+        }
+    });
+}
+
+TEST_F(StartUp, ACopyThatFailsAnywhereSaysSoAndLeavesNothingOpen) {
+    put("root/from", "from");
+    ASSERT_TRUE(start("root", whole_tree, true));
+    for_every_fault([&](const std::string& label, auto strike) {
+        put("root/to", "old");
+        fs::refresh();
+        strike();
+        const bool copied = fs::copy("from", "to", 3);
+        EXPECT_EQ(copied, held_on_disk("root/to") == "from") << label;
+        EXPECT_EQ(held_on_disk("root/from"), "from") << label;
+        platform::clear_faults();
+        EXPECT_TRUE(fs::rem_file("to")) << label << ": " << fs::last_error().text;
+    });
 }
 
 TEST_F(StartUp, TwoThreadsMountAndUnmountWhileTwentyRead) {

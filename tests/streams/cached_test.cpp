@@ -144,6 +144,34 @@ TEST(CachedWriter, WritesTheImageUpToThePositionInOnePiece) {
     }
 }
 
+TEST(CachedWriter, KeepsShortValuesWhereverItWentInBetween) {
+    FileRecord record;
+    fs::cachedwrfile stream(64);
+    stream.open_from_handle(new RecordingFile(record));
+    for (int i = 1; i <= 4; ++i) stream.put_int(i);
+    stream.seek(0, EFSSeek::BEGIN);
+    stream.put_int(7);
+    stream.seek(20, EFSSeek::BEGIN);
+    stream.put_int(8);
+    stream.put_int(9);
+    stream.close();
+    std::string expected(28, '\0');
+    for (const auto& [at, value] : {std::pair{0, 7}, {4, 2}, {8, 3}, {12, 4}, {20, 8}, {24, 9}})
+        expected[static_cast<std::size_t>(at)] = static_cast<char>(value);
+    EXPECT_EQ(record.bytes, expected) << "only the gap is zeros";
+}
+
+TEST(CachedWriter, HoldsALargeImage) {
+    const std::string bytes = sample_bytes(9'000'000);
+    FileRecord record;
+    fs::cachedwrfile stream(100'000);
+    stream.open_from_handle(new RecordingFile(record));
+    for (std::size_t at = 0; at < bytes.size(); at += 30'000) stream.write(bytes.data() + at, 30'000);
+    stream.close();
+    EXPECT_THAT(record.writes, ElementsAre(bytes.size()));
+    EXPECT_TRUE(record.bytes == bytes);
+}
+
 TEST(CachedWriter, CountsTheEndFromItsCapacity) {
     struct Row {
         std::uint64_t written;

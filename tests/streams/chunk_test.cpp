@@ -78,6 +78,10 @@ TEST_F(Chunks, DamagedSizesCostNoMemoryAndNoRunawayPosition) {
     { fs::chunk_load chunk(stream); }
     EXPECT_EQ(stream.tell(), 15u);
     EXPECT_EQ(bytes.size(), 15u);
+    fs::memfile block;
+    block.open_from_memory(EFSMode::READ, bytes.data(), bytes.size(), false);
+    { fs::chunk_load chunk(block); }
+    EXPECT_EQ(block.tell(), 12u) << "a block that cannot go there stays";
     for (std::size_t cut = 0; cut < 12; ++cut) {
         start_reading("data\3\0\0\0\1\0\0\0"s.substr(0, cut));
         { fs::chunk_load chunk(stream); }

@@ -6,6 +6,10 @@
 
 #include "engine/platform/process.h"
 
+#ifdef _WIN32
+extern "C" __declspec(dllimport) unsigned __stdcall SetErrorMode(unsigned mode);
+#endif
+
 namespace {
 
 constexpr const char* root_variable = "ENGINE_TEST_CHILD_ROOT";
@@ -20,6 +24,9 @@ void set_variable(const char* name, const std::string& value) {
 
 int run(const std::string& program, const std::string& rest) {
 #ifdef _WIN32
+    // A child that crashes starts no debugger, which would keep the child's output open. Children take the mode over.
+    constexpr unsigned no_box_of_a_fault = 2;
+    SetErrorMode(no_box_of_a_fault);
     return std::system(
         ("\"\"" + std::filesystem::path(program).make_preferred().string() + "\"" + rest + "\"").c_str());
 #else

@@ -131,8 +131,9 @@ int MemorySource::is_installed(const fs::path& p) {
     return entry->installed ? 2 : 1;
 }
 
-SFsFile* MemorySource::open_read(const fs::path& p, FFSOpenFlags::FLAGS) {
+SFsFile* MemorySource::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
     ++reads_asked;
+    read_flags = flags;
     const Entry* const entry = find(p);
     if (entry == nullptr || refuses_to_open) return nullptr;
     return new MemoryFile(this, full_name(p).c_str(), entry->bytes, 0);
@@ -188,6 +189,7 @@ void MemorySource::rem_dir(const fs::path& p) {
 
 bool MemorySource::rem_file(const fs::path& p) {
     Entry* const entry = find(p);
+    if (refuses_to_remove) return false;
     return entry != nullptr && !entry->read_only && files_.erase(full_name(p)) != 0;
 }
 

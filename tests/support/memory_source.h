@@ -86,6 +86,7 @@ public:
     bool is_writable = true;
     bool is_shielding = false;
     bool refuses_to_open = false;  // holds its files and opens none
+    bool refuses_to_remove = false;
     bool has_tree = true;
     bool lists_twice = false;                         // every name, as a careless source might
     std::uint64_t file_capacity = ~std::uint64_t{0};  // of every file opened for writing
@@ -95,6 +96,7 @@ public:
     std::vector<std::string> made;                // "create_write NAME", "mkdir DIR" and the like, in the caller's case
     std::vector<FFSOpenFlags::FLAGS> open_flags;  // of every open that was asked for writing
     std::atomic<int> reads_asked{0};
+    std::atomic<FFSOpenFlags::FLAGS> read_flags{FFSOpenFlags::NONE};  // of the latest of them
 
 private:
     Entry* find(const fs::path& p);

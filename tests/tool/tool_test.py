@@ -48,9 +48,10 @@ class Tool:
             self.failures.append(what)
 
     def run(self, line, status, out="", err=""):
-        """`line` is split at blanks ("_" stands for one within a word). `out` is the whole standard output, or a
-        compiled expression that it holds; `err` a text in standard error, which is empty when it is ""."""
-        words = [word.replace("_", " ") for word in line.split()]
+        """`line` is split at blanks ("_" stands for one within a word, '""' for an empty word). `out` is the whole
+        standard output, or a compiled expression that it holds; `err` a text in standard error, which is empty when it
+        is ""."""
+        words = [word.replace("_", " ").replace('""', "") for word in line.split()]
         result = subprocess.run(self.command + words, cwd=self.where, capture_output=True, check=False, timeout=120)
         said = result.stderr.replace(b"\r\n", b"\n").decode("utf-8", "replace")
         self.runs += 1
@@ -87,6 +88,8 @@ def listing(tool):
     tool.run("stat zebra", 1, err="no source holds it")
     tool.run("--add over which --all readme.txt", 0, holds(r"root/?\n.*over/? \(shadowed\)\n"))
     tool.run("which zebra", 1, err="no source holds it")
+    for command in ("stat", "which"):
+        tool.run(f"{command} textures/", 1, err="enginefs: textures/: it is a directory")
 
 
 def content(tool):
@@ -96,6 +99,16 @@ def content(tool):
     tool.check(tool.read("root/Notes/copy.txt") == b"hello\n", "cp: the copy differs")
     tool.run("cp readme.txt notes/a|b.txt", 1, err="notes/a|b.txt")
     tool.run("cp zebra.txt copy.txt", 1, err="enginefs: zebra.txt: ")
+    tool.run("cat notes/\acopy.txt", 1, err="enginefs: notes/\\x07copy.txt: ")
+    tool.run('cat ""', 1, err='enginefs: "": ')
+    # The end of a name finds a file, too; what changes files must not take one for another.
+    tool.run("cat copy.txt", 0, "hello\n")
+    for line in ("rm copy.txt", "mv copy.txt other.txt", "cp textures/a.dds copy.txt", "gzip readme.txt copy.txt",
+                 "gunzip readme.txt copy.txt", "backup copy.txt", "touch copy.txt"):
+        tool.run(line, 1, err="enginefs: copy.txt: it finds notes/copy.txt; give that name to change it")
+    tool.run("cp textures/a.dds notes/COPY.txt", 0)
+    tool.check(tool.read("root/Notes/copy.txt") == b"pixels", "cp: the file was not replaced")
+    tool.run("rm notes/copy.txt", 0)
 
 
 def packs(tool):
@@ -263,6 +276,10 @@ def log_configurations(tool):
              "good.cfg:2:2: messages \"ERRR\" go to the console and log file\n"
              "good.cfg:3:2: the level of category \"FileSystem\": verbose 3\n"
              "good.cfg:4:2: source positions in messages: on\n")
+    tool.write("root/quiet.cfg", b"!BrenixLogLevel(E)\n!BrenixLogCategoryLevel(Net, E)\n")
+    tool.run("log-check quiet.cfg", 0,
+             "quiet.cfg:1:2: the level: error, raised to info when the log file is opened\n"
+             "quiet.cfg:2:2: the level of category \"Net\": error\n")
     for line, reason in ((b"!BrenixLogLevel(loud)", "\"loud\" is no level"), (b"!BrenixLogLevel()", "is missing"),
                          (b"!Permit(ERRR, 1)", "parameter 3 of Permit is missing"), (b"!Nonsense(1)", "not known"),
                          (b"!Permit(\"????\", 1, 1)", "names no message"), (b"!BrenixLogMessageSource(x)", "integer"),
@@ -273,6 +290,17 @@ def log_configurations(tool):
     tool.write("root/many.cfg", b"".join(b"!BrenixLogCategoryLevel(C%d, info)\n" % i for i in range(9)))
     tool.run("log-check many.cfg", 1, holds(r"many.cfg:8:2"), err="many.cfg:9:2: there is room for 8 categories")
     tool.run("log-check zebra.cfg", 1, err="enginefs: zebra.cfg: ")
+
+
+def closed_outputs(tool):
+    if not os.path.exists("/dev/full") or len(tool.command) != 4:
+        return
+    for command in (["ls"], ["cat", "plain.txt"], ["sources"], ["--help"]):
+        with open("/dev/full", "wb") as full:
+            result = subprocess.run(tool.command + command, cwd=tool.where, stdout=full, stderr=subprocess.PIPE, check=False)
+        said = result.stderr.decode()
+        tool.check(result.returncode == 1 and said.startswith("enginefs: standard output: it cannot be written: No space"),
+                   f"{command} to a full device: {result.returncode}, {said!r}")
 
 
 def command_lines(tool):
@@ -293,7 +321,7 @@ def main(program, *emulator):
     tool = Tool([*plain, "--root", "root", "--no-fallback"], where)
     try:
         for part in (listing, content, packs, gzip_members, chunk_trees, managing, containers, caches,
-                     log_configurations):
+                     log_configurations, closed_outputs):
             part(tool)
         tool.command = plain
         duplicates(tool)

@@ -127,10 +127,14 @@ int find(const std::string& text) {
     return found ? exit_ok : fail(text, "no name contains it");
 }
 
+int fail_not_held(const std::string& name) {
+    return fail(name, is_directory(name) ? "it is a directory" : "no source holds it");
+}
+
 int which(const std::string& name, bool all) {
     ztl::vector<SFsSourceInfo> holders;
     fs::find_holders(name.c_str(), holders);
-    if (holders.empty()) return fail(name, "no source holds it");
+    if (holders.empty()) return fail_not_held(name);
     print(place_of(holders[0]) + "\n");
     for (std::size_t i = 1; all && i < holders.size(); ++i) print(place_of(holders[i]) + " (shadowed)\n");
     return exit_ok;
@@ -139,7 +143,7 @@ int which(const std::string& name, bool all) {
 int show_file(const std::string& name) {
     ztl::vector<SFsSourceInfo> holders;
     fs::find_holders(name.c_str(), holders);
-    if (holders.empty()) return fail(name, "no source holds it");
+    if (holders.empty()) return fail_not_held(name);
     const FileFacts facts = facts_of(name);
     if (!facts.found) return fail_with_last_error(name, "it cannot be opened");
     const auto yes_no = [](bool on) { return std::string(on ? "yes" : "no"); };

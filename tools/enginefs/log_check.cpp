@@ -86,7 +86,8 @@ private:
                      const std::string& what) {
         const std::string name = level_name(value.string);
         if (name.empty()) return unusable(command, std::string("\"") + value.string + "\" is no level");
-        says(command, what + ": " + name);
+        const bool is_raised = CrashLevelFromName(value.string) < Log::ELevel::INFO;
+        says(command, what + ": " + name + (is_raised ? ", raised to info when the log file is opened" : ""));
     }
 
     void check_category(const kernel::SConfigCommand& command) {

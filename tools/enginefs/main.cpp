@@ -16,8 +16,8 @@ void add_session_options(CLI::App& app, SessionOptions& options) {
                    "Directory that is asked after packs and written to (default: the current one)")
         ->type_name("DIR");
     app.add_option("--add", options.sources,
-                   "Further source: a directory, or a pack (.pak, .mpak), which is asked before the root; repeatable, "
-                   "earlier ones win")
+                   "Further source: a pack (.pak, .mpak), which is asked before the root, or a directory, which is "
+                   "asked after it; repeatable, of each kind the earlier ones win")
         ->type_name("PATH")
         ->take_all()
         ->expected(1);
@@ -33,7 +33,7 @@ void add_session_options(CLI::App& app, SessionOptions& options) {
         ->type_name("LEVEL");
 }
 
-int run(const SessionOptions& options, const Command& command) {
+int run_command(const SessionOptions& options, const Command& command) {
     // Messages go to the callback alone: a tool leaves no log files in the trees that it looks at.
     _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
     if (!options.log_level.empty() && !show_messages(options.log_level)) {
@@ -49,9 +49,16 @@ int run(const SessionOptions& options, const Command& command) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    use_binary_output();
+    prepare_streams();
     CLI::App app("Lists, reads, explains and changes what the engine's file system sees.", "enginefs");
-    app.footer("Names use \"/\" and any case. Exit status: 0 done, 1 not found or failed, 2 wrong command line.");
+    app.footer(
+        "Names use \"/\" and any case; a name that begins with \"-\" stands behind \"--\". A file is also found by the "
+        "end "
+        "of its name (\"one.txt\" for \"levels/one.txt\"), but only changed by the whole of it. Exit status: 0 done, 1 "
+        "not found or failed, 2 wrong command line.");
+    app.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return "enginefs: " + std::string(error.what()) + "\nRun with --help for more information.\n";
+    });
     app.require_subcommand(1);
     app.option_defaults()->always_capture_default(false);
     SessionOptions options;
@@ -73,5 +80,5 @@ int main(int argc, char** argv) {
         const int status = app.exit(error);
         return status == 0 ? finish_output(exit_ok) : exit_usage;
     }
-    return run(options, command);
+    return run_command(options, command);
 }

@@ -18,11 +18,6 @@
 
 namespace {
 
-bool is_directory(const std::string& name) {
-    const std::string clean = normalised(name);
-    return !clean.empty() && fs::search_dir(clean.c_str()) != nullptr;
-}
-
 /// What else holds a name that is gone from one source; "" when nothing does.
 std::string still_held(const std::string& name) {
     ztl::vector<SFsSourceInfo> holders;
@@ -38,6 +33,7 @@ int remove_directory(const std::string& name) {
 
 int remove_one(const std::string& name, bool recursive) {
     if (fs::exists(name.c_str())) {
+        if (!names_itself(name)) return exit_failed;
         fs::clear_error();
         return fs::rem_file(name.c_str()) ? exit_ok : fail_with_last_error(name, "it cannot be removed");
     }
@@ -68,6 +64,7 @@ int mkdir(const std::string& name) {
 int mv(const std::string& from, const std::string& to) {
     if (!fs::exists(from.c_str()))
         return fail(from, is_directory(from) ? "it is a directory; only files are renamed" : "no source holds it");
+    if (!names_itself(from)) return exit_failed;
     if (is_directory(to)) return fail(to, "it is a directory; give the whole new name");
     fs::clear_error();
     return fs::rename(from.c_str(), to.c_str()) ? exit_ok : fail_with_last_error(from, "it cannot be renamed");
@@ -75,6 +72,7 @@ int mv(const std::string& from, const std::string& to) {
 
 int backup(const std::string& name) {
     if (!fs::exists(name.c_str())) return fail(name, "no source holds it");
+    if (!names_itself(name)) return exit_failed;
     fs::clear_error();
     fs::create_backup_copy(name.c_str());
     if (fs::last_error().code != EFSError::NONE) return fail_with_last_error(name, "it cannot be moved");
@@ -127,6 +125,7 @@ int touch(const std::string& name, const std::string& time_text) {
         fail(time_text, "this is no time; give \"YYYY-MM-DD\", \"YYYY-MM-DD HH:MM:SS\" or @SECONDS, in UTC");
         return exit_usage;
     }
+    if (!names_itself(name)) return exit_failed;
     if (!fs::exists(name.c_str()) && !create_empty(name)) return fail_with_last_error(name, "it cannot be created");
     if (fs::read_only(name.c_str())) return fail(name, "it is read-only");
     fs::clear_error();

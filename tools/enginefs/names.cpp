@@ -2,6 +2,8 @@
 
 #include <engine/filesystem.h>
 
+#include "report.h"
+
 namespace {
 
 std::vector<std::string> take(FS_NAME* list) {
@@ -18,6 +20,20 @@ std::vector<std::string> list_files(const std::string& dir, const std::string& m
 }
 
 std::vector<std::string> list_everything() { return take(fs::search(nullptr, nullptr, true, false)); }
+
+bool is_directory(const std::string& name) {
+    const std::string clean = normalised(name);
+    return !clean.empty() && fs::search_dir(clean.c_str()) != nullptr;
+}
+
+bool names_itself(const std::string& name) {
+    if (!fs::exists(name.c_str())) return true;
+    const std::string clean = normalised(name);
+    const std::string found = fs::root_path(name.c_str());
+    if (lower_case(found) == clean || lower_case(fs::full_path(name.c_str())) == clean) return true;
+    fail(name, "it finds " + found + "; give that name to change it");
+    return false;
+}
 
 FileFacts facts_of(const std::string& name) {
     FileFacts facts;

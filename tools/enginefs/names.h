@@ -18,6 +18,13 @@ std::vector<std::string> list_files(const std::string& dir, const std::string& m
 /// Every name that the file system holds.
 std::vector<std::string> list_everything();
 
+/// Whether the directory index holds a directory of this name.
+bool is_directory(const std::string& name);
+
+/// Names find files by their ends: "one.txt" finds "levels/one.txt". That is fine for reading, but what changes a file
+/// asks this first: false, with a word on standard error, when the name finds a file of another name.
+bool names_itself(const std::string& name);
+
 /// What can be told of a file without reading it.
 struct FileFacts {
     bool found = false;

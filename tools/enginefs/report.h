@@ -20,6 +20,8 @@ void note(const std::string& name, const std::string& text);
 /// Prints to standard output; what cannot be written is remembered for finish_output.
 void print(const std::string& text);
 void print_bytes(const void* data, std::uint64_t size);
+/// Whether everything went out so far; long work may stop when it did not.
+bool is_output_good();
 
 /// `status`, or exit_failed with a message when standard output could not be written.
 int finish_output(int status);

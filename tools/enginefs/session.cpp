@@ -1,13 +1,14 @@
 #include "session.h"
 
-#include <cctype>
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
-#include <iterator>
 #include <system_error>
 
 #include <engine/filesystem.h>
 
+#include "names.h"
 #include "report.h"
 
 namespace {
@@ -17,14 +18,18 @@ constexpr auto mount_flags = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::I
 void print_message(Log::ELevel::TYPE, const char*, const char* text) { std::fputs(text, stderr); }
 
 bool is_pack_name(const std::string& path) {
-    std::string ending = std::filesystem::path(path).extension().string();
-    for (char& c : ending) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return ending == ".pak" || ending == ".mpak";
+    const std::string name = lower_case(path);
+    return name.ends_with(".pak") || name.ends_with(".mpak");
+}
+
+int fail_no_directory(const std::string& told, const std::string& full) {
+    constexpr std::size_t longest = 259;
+    return fail(told, full.size() > longest ? "its full path is longer than 259 bytes" : "there is no such directory");
 }
 
 bool add(const std::string& path) {
     const std::string full = full_native_path(path);
-    if (!is_pack_name(full) && !fs::does_dir_exist(full.c_str())) return fail(path, "there is no such directory") == 0;
+    if (!is_pack_name(full) && !fs::does_dir_exist(full.c_str())) return fail_no_directory(path, full) == exit_ok;
     fs::clear_error();
     // Sources given later stand behind those given earlier: what comes first on the line wins.
     if (fs::add_source(full.c_str(), mount_flags | FFSAddSourceFlags::AFTER_SAME_TYPE)) return true;
@@ -51,19 +56,31 @@ bool show_messages(const std::string& level) {
     return false;
 }
 
+#if defined(_WIN32)
+// Names come and go in the narrow code page, which std::filesystem takes for UTF-8.
+std::string full_native_path(const std::string& path) {
+    char full[1024];
+    if (_fullpath(full, path.c_str(), sizeof full) == nullptr) return path;
+    std::string text = full;
+    std::replace(text.begin(), text.end(), '\\', '/');
+    return text;
+}
+#else
 std::string full_native_path(const std::string& path) {
     std::error_code error;
     const std::filesystem::path full = std::filesystem::absolute(path, error);
     return error ? path : full.lexically_normal().generic_string();
 }
+#endif
 
 bool Session::mount(const SessionOptions& options) {
     const std::string root = full_native_path(options.root.empty() ? "." : options.root);
-    if (!fs::does_dir_exist(root.c_str())) return fail(options.root, "there is no such directory to be the root") == 0;
+    const std::string& told = options.root.empty() ? root : options.root;
+    if (!fs::does_dir_exist(root.c_str())) return fail_no_directory(told, root) == exit_ok;
     fs::clear_error();
     const std::string cache_dir = options.cache_dir.empty() ? "" : full_native_path(options.cache_dir);
     mounted_ = fs::init(root.c_str(), mount_flags, cache_dir.c_str(), options.fallback, false, nullptr);
-    if (!mounted_) return fail_with_last_error(options.root, "it cannot be the root") == 0;
+    if (!mounted_) return fail_with_last_error(told, "it cannot be the root") == 0;
     for (const std::string& path : options.sources)
         if (!add(path)) return false;
     return true;

@@ -11,6 +11,7 @@
 #include "commands.h"
 #include "member_file.h"
 #include "names.h"
+#include "output.h"
 #include "report.h"
 #include "terminal.h"
 
@@ -18,30 +19,6 @@ namespace {
 
 constexpr std::size_t piece_size = 1u << 20;
 constexpr std::uint64_t failed = ~std::uint64_t{0};
-
-/// A file that is being made: removed again, with a word about it, unless it was finished.
-class Output {
-public:
-    explicit Output(const std::string& name) : name_(name) {
-        fs::clear_error();
-        file_.reset(fs::open(name.c_str(), EFSMode::WRITE));
-    }
-    Output(const Output&) = delete;
-    Output& operator=(const Output&) = delete;
-    ~Output() {
-        if (file_ == nullptr || finished_) return;
-        file_.reset();
-        if (!fs::rem_file(name_.c_str())) fail_with_last_error(name_, "it is incomplete and cannot be removed");
-    }
-
-    SFsFile* file() const { return file_.get(); }
-    void finish() { finished_ = true; }
-
-private:
-    const std::string name_;
-    FilePtr file_;
-    bool finished_ = false;
-};
 
 /// An empty text is success, else the reason.
 std::string compress(SFsFile* from, std::uint64_t length, MemberFile& member, Progress& progress) {
@@ -64,6 +41,7 @@ int gzip(const std::string& name, const std::string& out) {
     const FilePtr source(fs::open(name.c_str(), EFSMode::READ));
     if (source == nullptr) return fail_with_last_error(name, "no source holds it");
     const std::uint64_t length = fs::length(source.get());
+    if (!names_itself(out)) return exit_failed;
     Output output(out);
     if (output.file() == nullptr) return fail_with_last_error(out, "it cannot be created");
     MemberFile member(output.file(), 0);
@@ -112,6 +90,7 @@ int gunzip(const std::string& name, const std::string& out) {
     if (source == nullptr) return fail_with_last_error(name, "no source holds it");
     const std::uint64_t length = fs::length(source.get());
     if (length == failed) return fail(name, "its length is not known");
+    if (!names_itself(out)) return exit_failed;
     if (fs::exists(out.c_str())) {
         const std::string wrong = check_before_replacing(source.get(), length, name);
         if (!wrong.empty()) return fail(name, wrong + "; " + out + " is as it was");

@@ -4,11 +4,14 @@
 #include <cmath>
 #include <cstdio>
 
-// Two calls of the C run-time that its standard headers do not declare.
+// Calls of the C run-time that its standard headers do not declare.
 extern "C" {
 int isatty(int descriptor);
 #if defined(_WIN32)
 int _setmode(int descriptor, int mode);
+#else
+int open(const char* path, int flags, ...);
+int close(int descriptor);
 #endif
 }
 
@@ -24,10 +27,15 @@ std::uint64_t now_ms() {
 
 }  // namespace
 
-void use_binary_output() {
+void prepare_streams() {
 #if defined(_WIN32)
     constexpr int binary = 0x8000;
     _setmode(1, binary);
+#else
+    constexpr int read_only = 0;
+    int descriptor = open("/dev/null", read_only);
+    while (descriptor >= 0 && descriptor <= 2) descriptor = open("/dev/null", read_only);
+    if (descriptor > 2) close(descriptor);
 #endif
 }
 

@@ -3,8 +3,9 @@
 #include <cstdint>
 #include <string>
 
-/// Makes standard output carry bytes as they are (Windows would turn "\n" into "\r\n").
-void use_binary_output();
+/// Makes standard output carry bytes as they are (Windows would turn "\n" into "\r\n"), and gives standard streams that
+/// were closed a place where writing fails, so that no file that is opened later is taken for one of them.
+void prepare_streams();
 
 /// Whether somebody watches standard error on a terminal.
 bool is_terminal_watched();

@@ -10,15 +10,11 @@ namespace fs {
 
 namespace {
 
-using registry::ExclusiveHold;
-using registry::SharedHold;
-using registry::State;
-
 constexpr std::uint64_t ticks_per_ms = 10000;
 constexpr int last_calendar_year = 9999;
 
 bool set_read_only(const char* path, bool on) {
-    return with_holder<SharedHold>(path, false, [&](CFSSource& source, const fs::path& name) {
+    return with_holder<registry::SharedHold>(path, false, [&](CFSSource& source, const fs::path& name) {
         const ErrorScope scope;
         if (source.set_read_only(name, on)) return true;
         if (!scope.has_error()) set_error(EFSError::ACCESS_DENIED, path, "The source keeps no read-only attribute.");
@@ -37,12 +33,12 @@ int compare_time(std::int64_t a, std::int64_t b, std::uint32_t tolerance_ms) {
 }
 
 std::int64_t write_time(const char* path) {
-    return with_holder<SharedHold>(path, std::int64_t{-1},
-                                   [](CFSSource& source, const fs::path& name) { return source.write_time(name); });
+    return with_holder<registry::SharedHold>(
+        path, std::int64_t{-1}, [](CFSSource& source, const fs::path& name) { return source.write_time(name); });
 }
 
 bool set_write_time(const char* path, std::int64_t time) {
-    return with_holder<SharedHold>(path, false, [&](CFSSource& source, const fs::path& name) {
+    return with_holder<registry::SharedHold>(path, false, [&](CFSSource& source, const fs::path& name) {
         const ErrorScope scope;
         if (source.set_write_time(name, time)) return true;
         if (!scope.has_error()) set_error(EFSError::ACCESS_DENIED, path, "The source did not set the time.");
@@ -61,13 +57,13 @@ fs::string get_time_as_str(std::int64_t time) {
 }
 
 bool is_protected(const char* path) {
-    return with_holder<SharedHold>(path, false,
-                                   [](CFSSource& source, const fs::path&) { return source.is_protected(); });
+    return with_holder<registry::SharedHold>(path, false,
+                                             [](CFSSource& source, const fs::path&) { return source.is_protected(); });
 }
 
 bool read_only(const char* path) {
-    return with_holder<SharedHold>(path, false,
-                                   [](CFSSource& source, const fs::path& name) { return source.read_only(name); });
+    return with_holder<registry::SharedHold>(
+        path, false, [](CFSSource& source, const fs::path& name) { return source.read_only(name); });
 }
 
 bool read_only_set(const char* path) { return set_read_only(path, true); }
@@ -76,14 +72,14 @@ bool read_only_remove(const char* path) { return set_read_only(path, false); }
 void mark_installed(const char* path, bool on) {
     const fs::path name(path, true);
     if (name.Empty()) return;
-    State& state = registry::state();
-    const ExclusiveHold hold(state);
+    registry::State& state = registry::state();
+    const registry::ExclusiveHold hold(state);
     registry::for_each_source(state, [&](CFSSource& source) { source.mark_installed(name, on); });
 }
 
 void mark_installed(bool on) {
-    State& state = registry::state();
-    const ExclusiveHold hold(state);
+    registry::State& state = registry::state();
+    const registry::ExclusiveHold hold(state);
     registry::for_each_source(state, [&](CFSSource& source) { source.mark_installed_all(on); });
 }
 
@@ -91,8 +87,8 @@ bool is_installed(const char* path) {
     constexpr int known_not_installed = 1;
     constexpr int known_installed = 2;
     const fs::path name(path, true);
-    State& state = registry::state();
-    const SharedHold hold(state);
+    registry::State& state = registry::state();
+    const registry::SharedHold hold(state);
     bool installed = true;
     const CFSSource* const certain = registry::first_source(state, [&](CFSSource& source) {
         const int answer = source.is_installed(name);

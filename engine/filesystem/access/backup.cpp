@@ -9,8 +9,8 @@
 
 // Backup generations: NAME.bak is the newest, then NAME.ba1, .ba2 and .ba3. Making a backup moves each one step back and
 // the file itself into the newest. A move is a copy and then a removal, oldest first, so that whenever it stops, each
-// generation's bytes stand whole under at least one name. The first step that fails therefore ends the rotation: going
-// on would write over what has not been moved.
+// generation's bytes stand whole under at least one name. The first copy that fails therefore ends the rotation: going
+// on would write over what has not been moved. A removal that fails does not: what it leaves stands elsewhere too.
 
 namespace fs {
 
@@ -34,9 +34,13 @@ bool build_names(const fs::string& file, GenerationNames& out) {
     return true;
 }
 
-/// `to` does not exist: it was moved or removed before. What a failed copy leaves of it would be taken for a backup.
+/// Whether the bytes of `from` stand under `to` now. `to` was moved or removed before; what a failed copy leaves of it
+/// would be taken for a backup.
 bool move_file(const char* from, const char* to) {
-    if (copy(from, to, buffer_size)) return rem_file(from);
+    if (copy(from, to, buffer_size)) {
+        rem_file(from);
+        return true;
+    }
     const SFsError why = last_error();
     if (exists(to)) rem_file(to);
     set_error(why.code, why.path.c_str(), why.text.c_str(), why.os_code);
@@ -52,9 +56,7 @@ int count_generations(const GenerationNames& names) {
 
 bool rotate(const GenerationNames& names) {
     const int count = count_generations(names);
-    if (count == generations && exists(names.name[generations - 1]) && !rem_file(names.name[generations - 1])) {
-        return false;
-    }
+    if (count == generations && exists(names.name[generations - 1])) rem_file(names.name[generations - 1]);
     for (int g = count - 2; g >= 0; --g) {
         if (!move_file(names.name[g], names.name[g + 1])) return false;
     }

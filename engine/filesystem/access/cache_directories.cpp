@@ -35,16 +35,12 @@ bool make_chain(char* path) {
 /// The full path of a directory below the cache directory; false, with the failure stored, where there is none.
 bool cache_path_of(const char* path, char* out) {
     const NormalText inner(path, true);
-    if (inner.climbs()) {
-        set_error(EFSError::INVALID_NAME, path, "The path climbs above the cache directory.");
-        return false;
-    }
+    if (inner.climbs()) return refuse(EFSError::INVALID_NAME, path, "The path climbs above the cache directory.");
     const CachePath whole(inner.c_str(), FFSOpenFlags::IN_CACHE_DIR);
     NormalText normal(whole.c_str(), true);
     normal.drop_trailing_slash();
     if (normal.empty() || normal.view().size() >= platform::path_buffer_size) {
-        set_error(EFSError::INVALID_NAME, path, "The path is empty or longer than 259 bytes.");
-        return false;
+        return refuse(EFSError::INVALID_NAME, path, "The path is empty or longer than 259 bytes.");
     }
     std::memcpy(out, normal.c_str(), normal.view().size() + 1);
     return true;
@@ -54,14 +50,11 @@ bool cache_path_of(const char* path, char* out) {
 
 bool mkdir_cache(const char* path) {
     if (NormalText(path, true).names_nothing()) {
-        set_error(EFSError::INVALID_NAME, path, "An empty path names no directory.");
-        return false;
+        return refuse(EFSError::INVALID_NAME, path, "An empty path names no directory.");
     }
     char whole[platform::path_buffer_size];
     if (!cache_path_of(path, whole)) return false;
-    if (make_chain(whole)) return true;
-    set_error_from_platform(whole, "cannot be made", platform::last_error());
-    return false;
+    return make_chain(whole) || refuse_by_disk(whole, "cannot be made");
 }
 
 bool does_cache_dir_exist(const char* path) {

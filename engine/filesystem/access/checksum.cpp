@@ -27,17 +27,9 @@ std::uint32_t update_crc(std::uint32_t crc, const void* data, std::size_t size) 
 #endif
 }
 
-bool read_piece(SFsFile& file, void* buffer, std::uint64_t size, const char* path) {
-    const ErrorScope scope;
-    if (file.read(buffer, size) == size) return true;
-    if (!scope.has_error()) set_error(EFSError::IO, path, "The file gave fewer bytes than its length promised.");
-    return false;
-}
-
 bool may_go_on(const CrcCalcArgs& args, std::uint64_t done, std::uint64_t total) {
     if (args.progress == nullptr || args.progress(done, total, args.user)) return true;
-    set_error(EFSError::CANCELLED, args.path, "The caller stopped the checksum.");
-    return false;
+    return refuse(EFSError::CANCELLED, args.path, "The caller stopped the checksum.");
 }
 
 bool add_content(SFsFile& file, std::uint64_t length, CrcCalcArgs& args) {
@@ -47,7 +39,7 @@ bool add_content(SFsFile& file, std::uint64_t length, CrcCalcArgs& args) {
     if (buffer.data() == nullptr) return false;
     while (args.size < length) {
         const std::uint64_t size = std::min(piece, length - args.size);
-        if (!read_piece(file, buffer.data(), size, args.path)) return false;
+        if (!read_checked(file, args.path, buffer.data(), size)) return false;
         args.crc = update_crc(args.crc, buffer.data(), static_cast<std::size_t>(size));
         args.size += size;
         if (!may_go_on(args, args.size, length)) return false;

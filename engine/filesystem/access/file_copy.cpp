@@ -22,17 +22,7 @@ constexpr std::uint64_t failed = ~std::uint64_t{0};
 
 bool is_empty(const char* path) { return path == nullptr || path[0] == '\0'; }
 
-bool refuse_empty(const char* path) {
-    set_error(EFSError::INVALID_NAME, path, "An empty path names no file.");
-    return false;
-}
-
-bool move_piece(SFsFile& from, SFsFile& to, void* buffer, std::uint64_t size, const char* path) {
-    const ErrorScope scope;
-    if (from.read(buffer, size) == size) return write_checked(to, path, buffer, size);
-    if (!scope.has_error()) set_error(EFSError::IO, path, "The file gave fewer bytes than its length promised.");
-    return false;
-}
+bool refuse_empty(const char* path) { return refuse(EFSError::INVALID_NAME, path, "An empty path names no file."); }
 
 /// Whether writing `to` would write the very file that `from` is read from: the same name, held by a writable source,
 /// which a write would reach first.
@@ -65,7 +55,8 @@ bool copy_content(SFsFile& from, SFsFile& to, std::uint32_t buffer_size, const c
     if (buffer.data() == nullptr) return false;
     for (std::uint64_t left = length; left != 0;) {
         const std::uint64_t size = std::min(piece, left);
-        if (!move_piece(from, to, buffer.data(), size, path)) return false;
+        if (!read_checked(from, path, buffer.data(), size)) return false;
+        if (!write_checked(to, path, buffer.data(), size)) return false;
         left -= size;
     }
     return true;

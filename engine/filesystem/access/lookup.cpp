@@ -8,9 +8,6 @@ namespace fs {
 
 namespace {
 
-using registry::SharedHold;
-using registry::State;
-
 bool is_native(const char* path, bool directory) {
     if (path == nullptr || path[0] == '\0') return false;
     const auto attributes = platform::get_attributes(path);
@@ -36,8 +33,8 @@ fs::string text_of(const fs::path& path) {
 bool exists(const char* path) {
     const fs::path name(path, true);
     if (name.Empty()) return false;
-    State& state = registry::state();
-    const SharedHold hold(state);
+    registry::State& state = registry::state();
+    const registry::SharedHold hold(state);
     return registry::first_source(state, [&](CFSSource& source) { return source.exists(name); }) != nullptr;
 }
 
@@ -46,12 +43,12 @@ bool native_does_file_exist(const char* path) { return is_native(path, false); }
 bool does_dir_exist(const char* path) { return is_native(path, true); }
 
 fs::string get_source_name(const char* path) {
-    return with_holder<SharedHold>(
+    return with_holder<registry::SharedHold>(
         path, fs::string(), [](CFSSource& source, const fs::path&) { return copy_of(source.path().PathNameView()); });
 }
 
 const fs::string full_path(const char* path) {
-    return with_holder<SharedHold>(path, fs::string(), [](CFSSource& source, const fs::path& name) {
+    return with_holder<registry::SharedHold>(path, fs::string(), [](CFSSource& source, const fs::path& name) {
         fs::path out;
         source.full_path(out, name);
         return text_of(out);
@@ -59,7 +56,7 @@ const fs::string full_path(const char* path) {
 }
 
 const fs::string root_path(const char* path) {
-    return with_holder<SharedHold>(path, fs::string(), [](CFSSource& source, const fs::path& name) {
+    return with_holder<registry::SharedHold>(path, fs::string(), [](CFSSource& source, const fs::path& name) {
         fs::path out;
         source.root_path(out, name);
         return text_of(out);

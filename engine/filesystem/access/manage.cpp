@@ -21,14 +21,6 @@ namespace fs {
 
 namespace {
 
-using registry::ExclusiveHold;
-using registry::State;
-
-bool refuse(EFSError::TYPE code, const char* path, const char* text) {
-    set_error(code, path, text);
-    return false;
-}
-
 /// False, with the failure stored, for a path that may not be changed.
 bool may_change(const NormalText& name, const char* path) {
     if (name.names_nothing()) return refuse(EFSError::INVALID_NAME, path, "An empty path names nothing to change.");
@@ -71,7 +63,7 @@ bool is_native_directory(const char* root, const fs::path& directory) {
 }
 
 /// Whether the source has this directory: in its tree, or on the disk where it stands on one.
-bool has_directory(const State& state, CFSSource& source, const fs::path& directory) {
+bool has_directory(const registry::State& state, CFSSource& source, const fs::path& directory) {
     if (registry::find_directory(source, directory.PathName()) != nullptr) return true;
     if (state.end_marker != nullptr && state.end_marker->source == &source) return is_native_directory("", directory);
     if (source.root_dir()[0] == '\0' || is_full_path(directory.PathName())) return false;
@@ -97,7 +89,7 @@ bool rename_by_copy(CFSSource& source, const fs::path& from, const fs::path& to,
     return false;
 }
 
-bool rename_held(State& state, const fs::path& from, const fs::path& to, const char* path) {
+bool rename_held(registry::State& state, const fs::path& from, const fs::path& to, const char* path) {
     const auto holds = [&](const fs::path& name) {
         return registry::first_source(state, [&](CFSSource& source) { return source.exists(name); });
     };
@@ -121,8 +113,8 @@ bool rename_held(State& state, const fs::path& from, const fs::path& to, const c
 bool mkdir(const char* path) {
     NormalText name(path, false);
     if (!may_change(name, path)) return false;
-    State& state = registry::state();
-    const ExclusiveHold hold(state);
+    registry::State& state = registry::state();
+    const registry::ExclusiveHold hold(state);
     if (name.view() == state.index.name() || state.index.find(name.c_str()) != nullptr) return true;
     if (state.head == nullptr) return refuse(EFSError::NOT_INITIALIZED, path, "No source is registered.");
     const ErrorScope scope;
@@ -138,15 +130,15 @@ bool rename(const char* from, const char* to) {
     if (old_name.EmptyFile() || !is_creatable(new_name)) {
         return refuse(EFSError::INVALID_NAME, to, "A file cannot bear this name.");
     }
-    State& state = registry::state();
-    const ExclusiveHold hold(state);
+    registry::State& state = registry::state();
+    const registry::ExclusiveHold hold(state);
     return rename_held(state, old_name, new_name, from);
 }
 
 bool rem_file(const char* path, FFSOpenFlags::FLAGS flags) {
     const CachePath prefixed(path, flags);
     if (!may_change(NormalText(prefixed.c_str(), false), path)) return false;
-    return with_holder<ExclusiveHold>(prefixed.c_str(), false, [&](CFSSource& source, const fs::path& name) {
+    return with_holder<registry::ExclusiveHold>(prefixed.c_str(), false, [&](CFSSource& source, const fs::path& name) {
         if (!source.writable()) {
             return refuse(EFSError::READ_ONLY, path, "The source that holds the file cannot be written.");
         }
@@ -161,8 +153,8 @@ void rem_dir(const char* path) {
     const NormalText name(path, false);
     if (!may_change(name, path)) return;
     const fs::path directory = directory_path(name, true);
-    State& state = registry::state();
-    const ExclusiveHold hold(state);
+    registry::State& state = registry::state();
+    const registry::ExclusiveHold hold(state);
     fs::path inner;
     CFSSource* const holder = registry::first_source(state, [&](CFSSource& source) {
         inner = below_root(source, directory);
@@ -181,7 +173,7 @@ fs::string getOutLocationDebugHelper(const char* path) {
     if (name.Empty()) return {};
     fs::path lower = name;
     lower.Lowercase();
-    State& state = registry::state();
+    registry::State& state = registry::state();
     const registry::SharedHold hold(state);
     CFSSource* target = registry::first_source(state, [&](CFSSource& s) { return s.writable() && s.exists(lower); });
     if (target == nullptr && state.head != nullptr && state.head->source->writable()) target = state.head->source;

@@ -13,7 +13,8 @@
 // Reading takes the first source that can open the name; one that holds it and fails is passed over like one that does
 // not. Writing takes the first writable source that opens it in place; a protected source that holds the name ends the
 // search, so that what it shields is not written anywhere else. What nobody opened in place the first source of the
-// list creates, whatever kind it is.
+// list creates, whatever kind it is; only what a full path names is made by the fallback, where a mode or a flag makes
+// files.
 //
 // The lock is held shared while sources are asked and exclusive while one creates. Between the two another thread may
 // create the same file; the creating source copes by creating always.
@@ -22,13 +23,8 @@ namespace fs {
 
 namespace {
 
-using registry::ExclusiveHold;
-using registry::Node;
-using registry::SharedHold;
-using registry::State;
-
-bool has_sources(State& state) {
-    const SharedHold hold(state);
+bool has_sources(registry::State& state) {
+    const registry::SharedHold hold(state);
     return state.count != 0;
 }
 
@@ -46,18 +42,19 @@ SFsFile* open_in_place(CFSSource& source, const fs::path& name, EFSMode::TYPE mo
     return nullptr;
 }
 
-SFsFile* find_to_read(State& state, const fs::path& name, FFSOpenFlags::FLAGS flags) {
-    const SharedHold hold(state);
-    for (const Node* node = state.head; node != nullptr; node = node->next) {
+SFsFile* find_to_read(registry::State& state, const fs::path& name, FFSOpenFlags::FLAGS flags) {
+    const registry::SharedHold hold(state);
+    for (const registry::Node* node = state.head; node != nullptr; node = node->next) {
         if (SFsFile* const file = node->source->open_read(name, flags)) return file;
     }
     return nullptr;
 }
 
-SFsFile* open_to_read(State& state, const fs::path& name, const char* path, FFSOpenFlags::FLAGS flags) {
-    const ErrorScope scope;
+SFsFile* open_to_read(registry::State& state, const fs::path& name, const char* path, FFSOpenFlags::FLAGS flags) {
+    ErrorScope scope;
     SFsFile* const file = find_to_read(state, name, flags);
     if (file != nullptr) {
+        scope.forget();
         note_access(name);
     } else if (!scope.has_error()) {
         set_error(EFSError::NOT_FOUND, path, "No source holds a file of this name.");
@@ -65,17 +62,25 @@ SFsFile* open_to_read(State& state, const fs::path& name, const char* path, FFSO
     return file;
 }
 
+/// Whether the source is the fallback, asked for a file that is yet to be made: one that is not named by a full path is
+/// made in the first source, never in whichever directory the process happens to stand.
+bool would_make_elsewhere(const registry::State& state, const registry::Node* node, const fs::path& name) {
+    return node == state.end_marker && !is_full_path(name.PathName()) && !node->source->exists(name);
+}
+
 enum class Found { FILE, SHIELDED, NOTHING };
 
 /// Looks for a source that opens the name in place; `file` is set for FILE alone.
-Found find_to_write(State& state, const fs::path& name, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags, SFsFile*& file) {
-    const SharedHold hold(state);
-    for (const Node* node = state.head; node != nullptr; node = node->next) {
+Found find_to_write(registry::State& state, const fs::path& name, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
+                    SFsFile*& file) {
+    const registry::SharedHold hold(state);
+    for (const registry::Node* node = state.head; node != nullptr; node = node->next) {
         CFSSource& source = *node->source;
         if (!source.writable()) {
             if (source.is_protected() && source.exists(name)) return Found::SHIELDED;
             continue;
         }
+        if (would_make_elsewhere(state, node, name)) continue;
         file = open_in_place(source, name, mode, flags);
         if (file != nullptr) return Found::FILE;
     }
@@ -89,13 +94,13 @@ bool is_creatable(const fs::path& name) {
 
 /// The first source makes the file. Its directory joins the index under the same hold, so that no look-up sees one
 /// without the other.
-SFsFile* create(State& state, const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
+SFsFile* create(registry::State& state, const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
     fs::path name(path, false);
     if (!is_creatable(name)) {
         set_error(EFSError::INVALID_NAME, path, "A file cannot be created without a name, or above its source.");
         return nullptr;
     }
-    const ExclusiveHold hold(state);
+    const registry::ExclusiveHold hold(state);
     if (state.count == 0) return nullptr;
     CFSSource& first = *state.head->source;
     SFsFile* const file =
@@ -106,9 +111,9 @@ SFsFile* create(State& state, const char* path, EFSMode::TYPE mode, FFSOpenFlags
     return file;
 }
 
-SFsFile* open_to_write(State& state, const fs::path& name, const char* path, EFSMode::TYPE mode,
+SFsFile* open_to_write(registry::State& state, const fs::path& name, const char* path, EFSMode::TYPE mode,
                        FFSOpenFlags::FLAGS flags) {
-    const ErrorScope scope;
+    ErrorScope scope;
     SFsFile* file = nullptr;
     const Found found = find_to_write(state, name, mode, flags, file);
     if (found == Found::SHIELDED) {
@@ -117,7 +122,9 @@ SFsFile* open_to_write(State& state, const fs::path& name, const char* path, EFS
         return nullptr;
     }
     if (found == Found::NOTHING) file = create(state, path, mode, flags);
-    if (file == nullptr && !scope.has_error()) {
+    if (file != nullptr) {
+        scope.forget();
+    } else if (!scope.has_error()) {
         set_error(EFSError::NOT_FOUND, path, "No source opened the file, and the first source did not create it.");
     }
     return file;
@@ -126,7 +133,7 @@ SFsFile* open_to_write(State& state, const fs::path& name, const char* path, EFS
 }  // namespace
 
 SFsFile* open(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    State& state = registry::state();
+    registry::State& state = registry::state();
     if (!has_sources(state)) {
         set_error(EFSError::NOT_INITIALIZED, path, "No source is registered.");
         return nullptr;
@@ -141,8 +148,6 @@ SFsFile* open(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
         set_error(EFSError::INVALID_NAME, path, "An empty path names no file.");
         return nullptr;
     }
-    // The sources must not hand the open back to this function: the lock cannot be taken twice.
-    flags = flags & ~FFSOpenFlags::THROUGH_VFS;
     if (mode == EFSMode::READ) return open_to_read(state, name, prefixed.c_str(), flags);
     return open_to_write(state, name, prefixed.c_str(), mode, flags);
 }

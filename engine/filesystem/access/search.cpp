@@ -12,11 +12,6 @@ namespace fs {
 
 namespace {
 
-using registry::ExclusiveHold;
-using registry::Node;
-using registry::SharedHold;
-using registry::State;
-
 struct SearchState {
     std::atomic<search_callback> callback{nullptr};
 };
@@ -30,8 +25,8 @@ using NameList = std::unique_ptr<FS_NAME, FreeNames>;
 /// Joins what every source answers; of equal names the earliest source's stays.
 template <typename Ask>
 FS_NAME* merge_answers(Ask ask) {
-    State& state = registry::state();
-    const SharedHold hold(state);
+    registry::State& state = registry::state();
+    const registry::SharedHold hold(state);
     FS_NAME* merged = nullptr;
     registry::for_each_source(state, [&](CFSSource& source) { merged = merge_names(merged, sort_names(ask(source))); });
     return merged;
@@ -95,14 +90,14 @@ FS_NAME* search_substring(const char* text) {
 const fs::idir* search_dir(const char* dir) {
     if (dir == nullptr) return nullptr;
     const NormalText wanted(dir, false);
-    State& state = registry::state();
-    const SharedHold hold(state);
+    registry::State& state = registry::state();
+    const registry::SharedHold hold(state);
     return state.index.find(wanted.c_str());
 }
 
 void refresh() {
-    State& state = registry::state();
-    const ExclusiveHold hold(state);
+    registry::State& state = registry::state();
+    const registry::ExclusiveHold hold(state);
     registry::for_each_source(state, [](CFSSource& source) { source.refresh(); });
     registry::rebuild_index(state);
 }
@@ -114,17 +109,17 @@ void refresh(const char* path) {
     fs::path directory;
     directory.Set(wanted.c_str(), nullptr, true);
     const fs::path file(wanted.c_str(), true);
-    State& state = registry::state();
-    const ExclusiveHold hold(state);
+    registry::State& state = registry::state();
+    const registry::ExclusiveHold hold(state);
     registry::for_each_source(state, [&](CFSSource& source) { refresh_if_concerned(source, wanted, directory, file); });
     registry::rebuild_index(state);
 }
 
 void get_file_list(ztl::vector<fs::string>& out) {
-    State& state = registry::state();
-    const SharedHold hold(state);
+    registry::State& state = registry::state();
+    const registry::SharedHold hold(state);
     try {
-        for (const Node* node = state.head; node != nullptr; node = node->next) {
+        for (const registry::Node* node = state.head; node != nullptr; node = node->next) {
             const NameList names(sort_names(node->source->get_file_list(nullptr, nullptr, true)));
             for (const FS_NAME* name = names.get(); name != nullptr; name = name->next) {
                 out.push_back(native_name(*node->source, name->name));

@@ -53,6 +53,13 @@ PieceBuffer::PieceBuffer(std::uint64_t size, const char* path) : block_(nullptr,
     data_ = std::align(page, static_cast<std::size_t>(size), place, space);
 }
 
+bool read_checked(SFsFile& file, const char* path, void* buffer, std::uint64_t size) {
+    const ErrorScope scope;
+    if (file.read(buffer, size) == size) return true;
+    if (!scope.has_error()) set_error(EFSError::IO, path, "The file gave fewer bytes than its length promised.");
+    return false;
+}
+
 bool write_checked(SFsFile& file, const char* path, const void* data, std::uint64_t size) {
     if (size == 0) return true;
     const ErrorScope scope;
@@ -64,8 +71,8 @@ bool write_checked(SFsFile& file, const char* path, const void* data, std::uint6
 void* read(const char* path, std::uint64_t* size) {
     void* data = nullptr;
     std::uint64_t length = 0;
-    load_binary_file(&data, &length, path);
-    if (size != nullptr) *size = length;
+    const bool whole = load_binary_file(&data, &length, path);
+    if (size != nullptr) *size = whole ? length : 0;
     return data;
 }
 
@@ -93,8 +100,7 @@ bool load_text_file(fs::string& out, const char* path) {
     try {
         out.resize(length);
     } catch (...) {
-        set_error(EFSError::OUT_OF_MEMORY, path, "There is no memory for the whole file.");
-        return false;
+        return refuse(EFSError::OUT_OF_MEMORY, path, "There is no memory for the whole file.");
     }
     read_filled(*file, out.data(), length);
     return true;
@@ -109,8 +115,7 @@ bool save_text_file(const fs::string& text, const char* name, const char* ext, c
                                      dir != nullptr ? dir : "", name != nullptr ? name : "", now.year, now.month,
                                      now.day, now.hour, now.minute, now.second, ext != nullptr ? ext : "");
     if (length < 0 || static_cast<std::size_t>(length) >= sizeof(path)) {
-        set_error(EFSError::INVALID_NAME, dir, "The path of the new file is longer than 259 bytes.");
-        return false;
+        return refuse(EFSError::INVALID_NAME, dir, "The path of the new file is longer than 259 bytes.");
     }
     return save_text_file(text, path);
 }
@@ -124,18 +129,16 @@ bool load_binary_file(void** data, std::uint64_t* size, const char* path) {
     const FilePtr file(open(path, EFSMode::READ));
     const std::uint64_t length = file ? known_length(*file, path) : failed;
     if (length == failed) return false;
-    void* const block = allocate(length, path);
-    if (block == nullptr) return false;
-    read_filled(*file, block, length);
-    *data = block;
     *size = length;
+    *data = allocate(length, path);
+    if (*data == nullptr) return false;
+    read_filled(*file, *data, length);
     return true;
 }
 
 bool save_binary_file(const void* data, std::uint64_t size, const char* path) {
     if (data == nullptr && size != 0) {
-        set_error(EFSError::INVALID_ARGUMENT, path, "There are no bytes to write.");
-        return false;
+        return refuse(EFSError::INVALID_ARGUMENT, path, "There are no bytes to write.");
     }
     return write_whole(path, data, size);
 }

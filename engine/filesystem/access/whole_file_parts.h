@@ -29,6 +29,8 @@ private:
     void* data_ = nullptr;
 };
 
+/// Reads all of it, or stores the failure and answers false.
+bool read_checked(SFsFile& file, const char* path, void* buffer, std::uint64_t size);
 /// Writes all of it, or stores the failure and answers false.
 bool write_checked(SFsFile& file, const char* path, const void* data, std::uint64_t size);
 

@@ -100,8 +100,7 @@ bool save_wide_string(const ztl::string_base<wchar_t>& text, const char* path) {
         append_unit(bytes, 0xFEFFu);
         for (const wchar_t letter : text) append_character(bytes, letter);
     } catch (...) {
-        set_error(EFSError::OUT_OF_MEMORY, path, "There is no memory for the encoded text.");
-        return false;
+        return refuse(EFSError::OUT_OF_MEMORY, path, "There is no memory for the encoded text.");
     }
     const FilePtr file(open(path, EFSMode::WRITE));
     return file && write_checked(*file, path, bytes.data(), bytes.size());

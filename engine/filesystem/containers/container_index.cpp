@@ -1,5 +1,7 @@
 #include "engine/filesystem/containers/container_index.h"
 
+#include <immintrin.h>
+
 #include <algorithm>
 
 namespace container {
@@ -8,6 +10,8 @@ namespace {
 // A directory record: name length (16 bits), name, blob count, checksum of the part. The parts follow the directory in
 // the same order.
 constexpr std::uint64_t record_tail = 4 + 4;
+
+constexpr std::uint32_t fence_step = 16;
 
 /// Walks the records of a directory; `ok` stays false once a record does not fit.
 struct DirectoryReader {
@@ -66,6 +70,33 @@ bool is_possible_size(const Entry& entry) {
     return entry.size <= std::uint64_t{1032} * entry.stored_size;
 }
 
+/// The number of values in ascending order that are not above `wanted`. Hashes are spread evenly as a rule, so their
+/// value tells about where they stand; from there the search goes in steps that double, and bisects the last one. Uneven
+/// hashes so cost no more than twice a bisection.
+std::uint32_t count_up_to(std::uint32_t wanted, std::uint32_t count, const std::uint32_t* values) {
+    std::int64_t low = (std::uint64_t{count} * wanted >> 32) - 1;  // value <= wanted, or -1
+    std::int64_t high = low + 1;                                   // value > wanted, or count
+    for (std::int64_t step = 1; low >= 0 && values[low] > wanted; step *= 2) {
+        high = low;
+        low = std::max<std::int64_t>(low - step, -1);
+    }
+    for (std::int64_t step = 1; high < count && values[high] <= wanted; step *= 2) {
+        low = high;
+        high = std::min<std::int64_t>(high + step, count);
+    }
+    while (high - low > 1) {
+        const std::int64_t middle = low + (high - low) / 2;
+        (values[middle] <= wanted ? low : high) = middle;
+    }
+    return static_cast<std::uint32_t>(high);
+}
+
+void send_for(const unsigned char* first, std::size_t size) {
+    constexpr std::size_t line_size = 64;
+    for (std::size_t at = 0; at < size + line_size; at += line_size)
+        _mm_prefetch(reinterpret_cast<const char*>(first + at), _MM_HINT_T0);
+}
+
 }  // namespace
 
 Entry SavedPart::entry(std::uint32_t i) const {
@@ -78,24 +109,29 @@ Entry SavedPart::entry(std::uint32_t i) const {
             .deflated = (offset & deflated_bit) != 0};
 }
 
-/// Bisection. Hashes are spread evenly as a rule, so the first two looks bracket the place that their value suggests.
+void SavedPart::set_fences() {
+    fences_.reserve(count_ / fence_step + 1);
+    for (std::uint64_t i = 0; i < count_; i += fence_step) fences_.push_back(hash(static_cast<std::uint32_t>(i)));
+}
+
 std::optional<std::uint32_t> SavedPart::find(std::uint32_t wanted) const {
-    constexpr std::uint64_t reach = 64;
-    std::uint64_t low = 0;
-    std::uint64_t high = count_;
-    const std::uint64_t guess = high * wanted >> 32;
-    if (guess > reach && hash(static_cast<std::uint32_t>(guess - reach)) <= wanted) low = guess - reach;
-    if (guess + reach < high && hash(static_cast<std::uint32_t>(guess + reach)) > wanted) high = guess + reach;
-    while (low < high) {
-        const std::uint64_t middle = low + (high - low) / 2;
-        const std::uint32_t found = hash(static_cast<std::uint32_t>(middle));
-        if (found == wanted) return static_cast<std::uint32_t>(middle);
-        (found < wanted ? low : high) = found < wanted ? middle + 1 : middle;
+    const auto fences = static_cast<std::uint32_t>(fences_.size());
+    const std::uint32_t passed = count_up_to(wanted, fences, fences_.data());
+    if (passed == 0) return std::nullopt;
+    const std::uint32_t first = (passed - 1) * fence_step;
+    const std::uint32_t size = std::min(fence_step, count_ - first);
+    // Hashes and rows are sent for together, since neither is near to what was touched lately.
+    send_for(bytes_ + first * hash_size, size * hash_size);
+    send_for(bytes_ + count_ * hash_size + first * row_size, size * row_size);
+    for (std::uint32_t i = first; i < first + size; ++i) {
+        if (hash(i) == wanted) return i;
     }
     return std::nullopt;
 }
 
-bool SavedPart::is_sound(std::uint64_t limit) const {
+bool SavedPart::is_sound(std::uint32_t wanted_checksum, std::uint64_t limit) const {
+    if (count_ == 0) return true;
+    if (checksum(bytes_, size()) != wanted_checksum) return false;
     for (std::uint32_t i = 0; i < count_; ++i) {
         if (i != 0 && hash(i - 1) >= hash(i)) return false;
         const Entry found = entry(i);
@@ -107,13 +143,15 @@ bool SavedPart::is_sound(std::uint64_t limit) const {
 }
 
 bool Container::IsSound() const {
-    int state = soundness_.load(std::memory_order_acquire);
-    if (state == 0) {
-        const bool sound = checksum(saved_.bytes(), saved_.size()) == checksum_ && saved_.is_sound(limit_);
-        state = saved_.count() == 0 || sound ? 1 : 2;
-        soundness_.store(state, std::memory_order_release);
+    const int known = soundness_.load(std::memory_order_acquire);
+    if (known != UNKNOWN) return known == SOUND;
+    const mt::CExclusiveHold hold(check_lock_);
+    if (soundness_.load(std::memory_order_relaxed) == UNKNOWN) {
+        const bool sound = saved_.is_sound(checksum_, limit_);
+        if (sound) saved_.set_fences();
+        soundness_.store(sound ? SOUND : DAMAGED, std::memory_order_release);
     }
-    return state == 1;
+    return soundness_.load(std::memory_order_relaxed) == SOUND;
 }
 
 std::optional<Entry> Container::Find(std::uint32_t hash) const {

@@ -7,7 +7,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
+
+#include <engine/kernel/multithreading.h>
 
 #include "engine/filesystem/containers/container_format.h"
 #include "engine/filesystem/containers/hash_table.h"
@@ -31,16 +34,19 @@ public:
 
     std::uint32_t count() const { return count_; }
     std::uint64_t size() const { return count_ * entry_size; }
-    const unsigned char* bytes() const { return bytes_; }
     std::uint32_t hash(std::uint32_t i) const { return get_u32(bytes_ + i * hash_size); }
     Entry entry(std::uint32_t i) const;
+    /// Whether the bytes have this checksum, the hashes ascend and every blob lies between the file's head and `limit`.
+    bool is_sound(std::uint32_t checksum, std::uint64_t limit) const;
+    /// Makes ready for find. Throws std::bad_alloc.
+    void set_fences();
     std::optional<std::uint32_t> find(std::uint32_t hash) const;
-    /// Whether the hashes ascend and every blob lies between the file's head and `limit`.
-    bool is_sound(std::uint64_t limit) const;
 
 private:
     const unsigned char* bytes_ = nullptr;
     std::uint32_t count_ = 0;
+    // Every 16th hash: few enough to stay in the processor's caches while blobs stream through them.
+    std::vector<std::uint32_t> fences_;
 };
 
 /// One named container: what was saved, and what has changed since.
@@ -48,9 +54,10 @@ class Container {
 public:
     Container() = default;
     Container(SavedPart saved, std::uint32_t checksum, std::uint64_t limit)
-        : saved_(saved), checksum_(checksum), limit_(limit) {}
+        : saved_(std::move(saved)), checksum_(checksum), limit_(limit) {}
 
-    /// Checks the saved part on its first use; false when it is damaged, from then on always.
+    /// Checks the saved part on its first use; false when it is damaged, from then on always. The other operations need
+    /// a container that is sound.
     bool IsSound() const;
     std::optional<Entry> Find(std::uint32_t hash) const;
     void Put(std::uint32_t hash, const Entry& entry);
@@ -60,13 +67,16 @@ public:
     void ForEach(Visit&& visit) const;
 
 private:
+    enum Soundness : int { UNKNOWN, SOUND, DAMAGED };
+
     std::vector<HashTable<Entry>::Item> SortedChanges() const;
 
-    SavedPart saved_;
+    mutable SavedPart saved_;  // changed by the first check alone, before soundness_ tells of it
     std::uint32_t checksum_ = 0;
     std::uint64_t limit_ = 0;
-    mutable std::atomic<int> soundness_{0};  // 0 not looked at yet, 1 sound, 2 damaged
-    HashTable<Entry> changes_;               // an entry of offset 0 marks a removed blob
+    mutable mt::CSlimLock check_lock_;  // held during the first check
+    mutable std::atomic<int> soundness_{UNKNOWN};
+    HashTable<Entry> changes_;  // an entry of offset 0 marks a removed blob
 };
 
 /// All containers of a file.

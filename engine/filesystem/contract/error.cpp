@@ -1,5 +1,6 @@
 #include "engine/filesystem/contract/set_error.h"
 
+#include <new>
 #include <utility>
 
 namespace fs {
@@ -11,33 +12,38 @@ SFsError& thread_error() {
     return error;
 }
 
-/// What the thread's innermost ErrorScope knows.
-struct ScopeState {
-    bool open = false;
-    bool found = false;  // a failure was stored within it
-};
-thread_local ScopeState scope;
+thread_local ErrorScope::State* innermost_scope = nullptr;
 
 /// How many ErrorKeepers stand on the thread's stack.
 thread_local int keepers = 0;
 
 /// Whether a failure of this kind may take the place of what is stored.
 bool says_more(EFSError::TYPE code) {
-    return keepers == 0 &&
-           !(scope.open && scope.found && code == EFSError::NOT_FOUND && thread_error().code != EFSError::NOT_FOUND);
+    if (keepers != 0) return false;
+    const bool found = innermost_scope != nullptr && innermost_scope->found;
+    return !found || code != EFSError::NOT_FOUND || thread_error().code == EFSError::NOT_FOUND;
+}
+
+/// Before the first failure of a scope is stored: keeps what it takes the place of.
+void note_in_scope() {
+    if (innermost_scope == nullptr || innermost_scope->found) return;
+    innermost_scope->found = true;
+    innermost_scope->before.reset(new (std::nothrow) SFsError(std::move(thread_error())));
 }
 
 void store_kind(EFSError::TYPE code, const char* path, std::int32_t os_code) {
     SFsError& error = thread_error();
-    scope.found = true;
+    // The words may be lost for want of memory; that there was a failure, and of which kind, is not.
+    fs::string kept_path;
+    try {
+        kept_path.assign(path != nullptr ? path : "");  // which may be the stored one itself
+    } catch (...) {
+        kept_path.clear();
+    }
+    note_in_scope();
     error.code = code;
     error.os_code = os_code;
-    // The words may be lost for want of memory; that there was a failure, and of which kind, is not.
-    try {
-        error.path.assign(path != nullptr ? path : "");
-    } catch (...) {
-        error.path.clear();
-    }
+    error.path = std::move(kept_path);
 }
 
 const char* reason(platform::Failure failure) {
@@ -102,9 +108,24 @@ void set_error(EFSError::TYPE code, const char* path, const char* text, std::int
     }
 }
 
-ErrorScope::ErrorScope() : outer_found_(scope.found), outer_open_(scope.open) { scope = {.open = true}; }
-ErrorScope::~ErrorScope() { scope = {.open = outer_open_, .found = outer_found_ || scope.found}; }
-bool ErrorScope::has_error() const { return scope.found; }
+ErrorScope::ErrorScope() : state_{.outer = innermost_scope, .before = nullptr} { innermost_scope = &state_; }
+
+ErrorScope::~ErrorScope() {
+    State* const outer = state_.outer;
+    innermost_scope = outer;
+    if (!state_.found || outer == nullptr || outer->found) return;
+    outer->found = true;
+    outer->before = std::move(state_.before);
+}
+
+void ErrorScope::forget() {
+    if (!state_.found) return;
+    state_.found = false;
+    if (state_.before != nullptr) {
+        thread_error() = std::move(*state_.before);
+        state_.before.reset();
+    }
+}
 
 ErrorKeeper::ErrorKeeper() { ++keepers; }
 ErrorKeeper::~ErrorKeeper() { --keepers; }
@@ -117,6 +138,16 @@ void set_error_from_platform(const char* path, const char* action, const platfor
         text.clear();
     }
     set_error(error_from_platform(error.failure), path, std::move(text), error.os_code);
+}
+
+bool refuse(EFSError::TYPE code, const char* path, const char* text) noexcept {
+    set_error(code, path, text);
+    return false;
+}
+
+bool refuse_by_disk(const char* path, const char* action) {
+    set_error_from_platform(path, action, platform::last_error());
+    return false;
 }
 
 EFSError::TYPE error_from_platform(platform::Failure failure) {

@@ -112,8 +112,14 @@ Builder join_all(const char* first, va_list components) {
     return builder;
 }
 
-/// Hexadecimal digits as "%x" reads them; 0 when there are none.
+bool is_blank(char letter) { return letter == ' ' || (letter >= '\t' && letter <= '\r'); }
+
+/// A number as "%x" reads it, behind blanks, a sign and "0x"; 0 when there is none.
 std::uint32_t parse_flags(std::string_view text) {
+    while (!text.empty() && is_blank(text.front())) text.remove_prefix(1);
+    const bool is_negative = text.starts_with('-');
+    if (is_negative || text.starts_with('+')) text.remove_prefix(1);
+    if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
     std::uint32_t flags = 0;
     for (const char letter : text) {
         const char digit = fold(letter);
@@ -125,7 +131,7 @@ std::uint32_t parse_flags(std::string_view text) {
             break;
         }
     }
-    return flags;
+    return is_negative ? 0u - flags : flags;
 }
 
 bool copy_part(char* out, std::string_view part) {

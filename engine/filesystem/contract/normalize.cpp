@@ -1,14 +1,12 @@
 #include "engine/filesystem/contract/normalize.h"
 
-#include <array>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
-// Every name that enters the file system is normalised here, so the usual name must cost next to nothing: one pass
-// copies and folds it and stops at the first sign of work ("." and ".." components, runs of separators, prefixes).
-// Only then the whole rule is applied from the start, which is safe in place too: what the first pass has changed
-// (case, the kind of separator) the rule would change alike.
+#include "engine/filesystem/contract/plain_path.h"
+
+// Every name that enters the file system is normalised here, so the usual name must cost next to nothing: a look decides
+// whether there is more to it than case and the kind of its separators, and only then the whole rule is applied.
 //
 // Words: the prefix is what comes before the first separator and ends in ":", or "//server/share"; the floor is the
 // output position behind prefix and root, and nothing before it is ever taken back.
@@ -17,74 +15,12 @@ namespace fs {
 
 namespace {
 
-enum Kind : std::uint8_t { PLAIN, END, SEPARATOR, DOT, COLON };
-
-struct Tables {
-    std::array<char, 256> same{};
-    std::array<char, 256> lower{};
-    std::array<std::uint8_t, 256> kind{};
-};
-
-constexpr Tables make_tables() {
-    Tables tables;
-    for (std::size_t i = 0; i < 256; ++i) {
-        const bool upper = i >= 'A' && i <= 'Z';
-        tables.same[i] = static_cast<char>(i);
-        tables.lower[i] = static_cast<char>(upper ? i + ('a' - 'A') : i);
-        tables.kind[i] = PLAIN;
-    }
-    tables.kind['\0'] = END;
-    tables.kind['/'] = SEPARATOR;
-    tables.kind['\\'] = SEPARATOR;
-    tables.kind['.'] = DOT;
-    tables.kind[':'] = COLON;
-    return tables;
-}
-
-constexpr Tables tables = make_tables();
-
-std::size_t index_of(char letter) { return static_cast<unsigned char>(letter); }
-Kind kind_of(char letter) { return static_cast<Kind>(tables.kind[index_of(letter)]); }
-bool ends_component(char letter) { return kind_of(letter) == END || kind_of(letter) == SEPARATOR; }
-
-/// Whether the component that begins with the "." at `text` is "." or "..".
-bool is_dots(const char* text) { return ends_component(text[1]) || (text[1] == '.' && ends_component(text[2])); }
-
-/// Copies a path that is in normal form but for case and the kind of separators. False at the first sign that it is
-/// not; `out` then holds a beginning of no use.
-bool copy_normal(char* out, const char* in, const char* folded, Normalized& result) {
-    std::size_t at = 0;
-    std::size_t split = 0;
-    bool has_colon = false;
-    for (;; ++at) {
-        const char letter = in[at];
-        const Kind kind = kind_of(letter);
-        if (kind == PLAIN) {
-            out[at] = folded[index_of(letter)];
-            continue;
-        }
-        if (kind == END) break;
-        if (kind == SEPARATOR) {
-            // An empty component: a run of separators, perhaps a network prefix.
-            if ((at == split && at != 0) || (at == 0 && kind_of(in[1]) == SEPARATOR)) return false;
-            out[at] = '/';
-            split = at + 1;
-            continue;
-        }
-        if (kind == DOT && at == split && is_dots(in + at)) return false;
-        if (kind == COLON && split == 0 && at != 0 && !has_colon) return false;  // a prefix
-        has_colon |= kind == COLON;
-        out[at] = letter;
-    }
-    out[at] = '\0';
-    result = {.length = at, .split = split, .has_colon = has_colon};
-    return true;
-}
+bool ends_component(char letter) { return letter == '\0' || is_separator(letter); }
 
 /// The whole rule. The output position never overtakes the input position, so both may be in one buffer.
 class Rule {
 public:
-    Rule(char* out, const char* in, const char* folded) : out_(out), in_(in), folded_(folded) {}
+    Rule(char* out, const char* in, bool keep_case) : out_(out), in_(in), keep_case_(keep_case) {}
 
     std::size_t apply() {
         const std::size_t length = std::strlen(in_);
@@ -100,7 +36,7 @@ public:
 
 private:
     void copy_until(std::size_t end) {
-        while (in_at_ < end) out_[out_at_++] = folded_[index_of(in_[in_at_++])];
+        for (; in_at_ < end; ++in_at_) out_[out_at_++] = keep_case_ ? in_[in_at_] : fold(in_[in_at_]);
     }
 
     std::size_t component_end(std::size_t from) const {
@@ -164,7 +100,7 @@ private:
 
     char* out_;
     const char* in_;
-    const char* folded_;
+    bool keep_case_;
     std::size_t in_at_ = 0;
     std::size_t out_at_ = 0;
     std::size_t floor_ = 0;
@@ -174,10 +110,15 @@ private:
 }  // namespace
 
 Normalized normalize(char* out, const char* in, bool keep_case) {
-    const char* folded = keep_case ? tables.same.data() : tables.lower.data();
+    const std::size_t length = std::strlen(in);
+    const PathLook look = look_at_path(in, length);
+    if (look.is_plain) {
+        copy_plain(out, in, length, keep_case);
+        out[length] = '\0';
+        return {.length = length, .split = look.split};
+    }
     Normalized result;
-    if (copy_normal(out, in, folded, result)) return result;
-    result.length = Rule(out, in, folded).apply();
+    result.length = Rule(out, in, keep_case).apply();
     result.split = result.length;
     while (result.split != 0 && out[result.split - 1] != '/') --result.split;
     result.has_colon = std::memchr(out, ':', result.length) != nullptr;
@@ -215,7 +156,7 @@ void NormalText::drop_trailing_slash() {
 
 bool NormalText::climbs() const { return view() == ".." || view().starts_with("../"); }
 
-char fold(char letter) { return tables.lower[index_of(letter)]; }
+char fold(char letter) { return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter + ('a' - 'A')) : letter; }
 
 void fold_text(char* text, std::size_t length) {
     for (std::size_t i = 0; i < length; ++i) text[i] = fold(text[i]);

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/plain_path.h"
 
 // A path never throws and never holds half of what it was given: when memory cannot be had both parts are empty, so
 // that no operation runs on a name that nobody named.
@@ -25,7 +26,22 @@ path::path(const char* text, bool lower) {
     const std::uint8_t flags = static_cast<std::uint8_t>(installed | (lower ? lowercase : 0));
     reset(flags);
     if (text == nullptr || text[0] == '\0') return;
-    ScratchText scratch(std::strlen(text));
+    const std::size_t length = std::strlen(text);
+    const PathLook look = look_at_path(text, length);
+    const std::size_t file_length = length - look.split;
+    if (look.is_plain && look.split < inline_capacity && file_length < inline_capacity) {
+        copy_short_plain(dir_.inline_text, text, look.split, !lower);
+        copy_short_plain(file_.inline_text, text + look.split, file_length, !lower);
+        dir_length_ = static_cast<std::uint8_t>(look.split);
+        file_length_ = static_cast<std::uint8_t>(file_length);
+        return;
+    }
+    set_normalized(text, length, flags);
+}
+
+void path::set_normalized(const char* text, std::size_t length, std::uint8_t flags) {
+    const bool lower = (flags & lowercase) != 0;
+    ScratchText scratch(length);
     char* const normal = scratch.text();
     if (normal == nullptr) return;
     const Normalized found = normalize(normal, text, !lower);
@@ -60,8 +76,6 @@ path& path::operator=(path&& other) noexcept {
     take_from(other);
     return *this;
 }
-
-path::~path() { Release(); }
 
 void path::reset(std::uint8_t flags) {
     file_.inline_text[0] = '\0';

@@ -50,17 +50,29 @@ std::uint64_t Win32FileHandleAsync::read(void* buffer, std::uint64_t size) {
     const std::uint64_t left = position_ < length_ ? length_ - position_ : 0;
     const std::uint64_t wanted = std::min(size, left);
     if (wanted == 0) return 0;
-    if (queue_ == nullptr || !queue_->Enqueue(this, position_, wanted, buffer, own_request_, 0)) {
-        fs::set_error(EFSError::NOT_INITIALIZED, NativePath(), "The read queue does not run.");
-        return failed;
-    }
-    own_request_->Wait();
-    if (own_request_->Result() != EFSRequestResult::SUCCESS) {
-        fs::set_error(EFSError::IO, NativePath(), "The queued read failed or was cancelled.");
-        return failed;
-    }
+    const bool in_callback = queue_ != nullptr && queue_->OnWorker();
+    if (!(in_callback ? ReadHere(buffer, wanted) : ReadThroughQueue(buffer, wanted))) return failed;
     position_ += wanted;
     return wanted;
+}
+
+bool Win32FileHandleAsync::ReadThroughQueue(void* buffer, std::uint64_t size) {
+    if (queue_ == nullptr || !queue_->Enqueue(this, position_, size, buffer, own_request_, 0)) {
+        fs::set_error(EFSError::NOT_INITIALIZED, NativePath(), "The read queue does not run.");
+        return false;
+    }
+    own_request_->Wait();
+    if (own_request_->Result() == EFSRequestResult::SUCCESS) return true;
+    fs::set_error(EFSError::IO, NativePath(), "The queued read failed or was cancelled.");
+    return false;
+}
+
+/// In a callback: the worker would wait for itself for ever.
+bool Win32FileHandleAsync::ReadHere(void* buffer, std::uint64_t size) const {
+    const bool bounced = NeedsBounce(buffer, position_, size);
+    if (bounced ? ReadBounced(buffer, position_, size) : file_.read_at(buffer, size, position_) == size) return true;
+    fs::set_error(EFSError::IO, NativePath(), "The read in a callback failed.");
+    return false;
 }
 
 bool Win32FileHandleAsync::read_async(void* buffer, std::uint64_t offset, std::uint64_t size, SFsRequest* request,

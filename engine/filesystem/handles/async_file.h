@@ -42,6 +42,8 @@ public:
 
 private:
     Win32FileHandleAsync(CFSSource* owner, platform::File file, const char* native_path);
+    bool ReadThroughQueue(void* buffer, std::uint64_t size);
+    bool ReadHere(void* buffer, std::uint64_t size) const;
 
     const std::shared_ptr<IOQueue> queue_;  // null when none ran at opening
     platform::File file_;

@@ -89,11 +89,16 @@ void end_failed(Request& request) {
 }  // namespace
 
 std::shared_ptr<IOQueue> IOQueue::Create(const char* name) {
-    std::shared_ptr<IOQueue> queue(new (std::nothrow) IOQueue);
-    if (queue == nullptr || !queue->wake_.IsValid() || !queue->read_ended_.IsValid()) return nullptr;
-    const std::string thread_name = std::string("IO ") + name;
-    if (!queue->worker_.Start(thread_name.c_str(), &IOQueue::Run, queue.get(), highest_priority)) return nullptr;
-    return queue;
+    try {
+        std::shared_ptr<IOQueue> queue(new IOQueue);
+        const std::string thread_name = std::string("IO ") + name;
+        const bool whole = queue->wake_.IsValid() && queue->read_ended_.IsValid();
+        if (whole && queue->worker_.Start(thread_name.c_str(), &IOQueue::Run, queue.get(), highest_priority))
+            return queue;
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+    return nullptr;
 }
 
 IOQueue::~IOQueue() { Stop(); }
@@ -106,20 +111,20 @@ bool IOQueue::Enqueue(Win32FileHandleAsync* file, std::uint64_t offset, std::uin
     {
         const mt::CSectionHold hold(lock_);
         if (stopping_) return false;
-        IOQueueBucket* const bucket = BucketOf(priority);
-        IOQueueItem* const item = bucket != nullptr ? NewItem() : nullptr;
+        IOQueueItem* const item = Reserve(priority);
         if (item == nullptr) return false;
         Request* const record = request != nullptr ? &Request::Of(request) : nullptr;
         if (record != nullptr && !record->BeginQueued()) {
             FreeItem(item);
             return false;
         }
-        *item = IOQueueItem{.file = file, .buffer = buffer, .offset = offset, .size = size, .request = record};
+        *item = IOQueueItem{
+            .file = file, .buffer = buffer, .offset = offset, .size = size, .request = record, .bucket = item->bucket};
         if (record != nullptr) {
             record->AddReference();
             record->queued_item = item;
         }
-        Link(item, bucket);
+        Link(item);
         wake = worker_sleeps_;
         worker_sleeps_ = false;
     }
@@ -150,15 +155,12 @@ void IOQueue::Cancel(Win32FileHandleAsync* file, SFsRequest* request) {
 }
 
 void IOQueue::Abandon(Win32FileHandleAsync* file) {
-    std::vector<Request*> cancelled;
+    IOQueueItem* cancelled = nullptr;
     {
         const mt::CSectionHold hold(lock_);
         cancelled = CancelQueued([file](const IOQueueItem& item) { return item.file == file; });
     }
-    for (Request* const request : cancelled) {
-        request->Signal();
-        request->ReleaseReference();
-    }
+    EndCancelled(cancelled);
     while (!OnWorker()) {
         {
             const mt::CSectionHold hold(lock_);
@@ -170,7 +172,7 @@ void IOQueue::Abandon(Win32FileHandleAsync* file) {
 }
 
 void IOQueue::Stop() {
-    std::vector<Request*> cancelled;
+    IOQueueItem* cancelled = nullptr;
     {
         const mt::CSectionHold hold(lock_);
         stopping_ = true;
@@ -178,10 +180,7 @@ void IOQueue::Stop() {
         cancelled = CancelQueued([](const IOQueueItem&) { return true; });
     }
     wake_.Set();
-    for (Request* const request : cancelled) {
-        request->Signal();
-        request->ReleaseReference();
-    }
+    EndCancelled(cancelled);
     // A callback that stops its own queue runs on the worker, which cannot wait for itself: it ends after the callback,
     // and the queue stays behind for it.
     if (OnWorker())
@@ -195,6 +194,7 @@ void IOQueue::Run(void* self) {
     queue.worker_id_.store(mt::CThread::CurrentId(), std::memory_order_release);
     SNativeOverlapped* const overlapped = platform::create_overlapped();
     queue.Runtime(overlapped);
+    queue.worker_id_.store(0, std::memory_order_release);  // the system may give the number to another thread
     if (overlapped != nullptr) platform::destroy_overlapped(overlapped);
 }
 
@@ -245,12 +245,22 @@ void IOQueue::Serve(const IOQueueItem& item, EFSRequestState::TYPE found, SNativ
     item.request->ReleaseReference();
 }
 
+/// A free item that knows the bucket it will go to. Null without memory.
+IOQueueItem* IOQueue::Reserve(std::int32_t priority) {
+    try {
+        IOQueueBucket* const bucket = BucketOf(priority);
+        IOQueueItem* const item = NewItem();
+        item->bucket = bucket;
+        return item;
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
 IOQueueItem* IOQueue::NewItem() {
     if (free_ == nullptr) {
-        auto* const items = new (std::nothrow) IOQueueItem[block_items];
-        if (items == nullptr) return nullptr;
-        blocks_.emplace_back(items);
-        for (std::size_t i = 0; i < block_items; ++i) FreeItem(&items[i]);
+        blocks_.push_back(std::make_unique<IOQueueItem[]>(block_items));
+        for (std::size_t i = 0; i < block_items; ++i) FreeItem(&blocks_.back()[i]);
     }
     IOQueueItem* const item = free_;
     free_ = item->next;
@@ -279,8 +289,8 @@ IOQueueItem* IOQueue::First() {
     return nullptr;
 }
 
-void IOQueue::Link(IOQueueItem* item, IOQueueBucket* bucket) {
-    item->bucket = bucket;
+void IOQueue::Link(IOQueueItem* item) {
+    IOQueueBucket* const bucket = item->bucket;
     item->previous = bucket->tail;
     item->next = nullptr;
     (bucket->tail != nullptr ? bucket->tail->next : bucket->head) = item;
@@ -301,21 +311,40 @@ void IOQueue::EndReadInHand() {
     read_waiters_ = 0;
 }
 
-/// Unlinks the wanted items and cancels their requests, which the caller signals and releases without the lock.
+/// Unlinks the wanted items and cancels their requests. The items, chained in their order, are for EndCancelled.
 template <class Wanted>
-std::vector<Request*> IOQueue::CancelQueued(Wanted wanted) {
-    std::vector<IOQueueItem*> items;
-    for (auto& [priority, bucket] : buckets_)
-        for (IOQueueItem* item = bucket.head; item != nullptr; item = item->next)
-            if (wanted(*item)) items.push_back(item);
-    std::vector<Request*> requests;
-    for (IOQueueItem* const item : items) {
-        Request* const request = item->request;
-        Unlink(item);
-        FreeItem(item);
-        if (request == nullptr) continue;
-        request->Cancel();
-        requests.push_back(request);
+IOQueueItem* IOQueue::CancelQueued(Wanted wanted) {
+    IOQueueItem* first = nullptr;
+    IOQueueItem** end = &first;
+    for (auto place = buckets_.begin(); place != buckets_.end();) {
+        IOQueueItem* item = place->second.head;
+        ++place;  // the bucket goes with its last item
+        while (item != nullptr) {
+            IOQueueItem* const next = item->next;
+            if (wanted(*item)) {
+                Unlink(item);
+                if (item->request != nullptr) item->request->Cancel();
+                item->next = nullptr;
+                *end = item;
+                end = &item->next;
+            }
+            item = next;
+        }
     }
-    return requests;
+    return first;
+}
+
+/// Tells the owners of cancelled requests, without the lock, since their callbacks may come back here.
+void IOQueue::EndCancelled(IOQueueItem* items) {
+    for (const IOQueueItem* item = items; item != nullptr; item = item->next) {
+        if (item->request == nullptr) continue;
+        item->request->Signal();
+        item->request->ReleaseReference();
+    }
+    const mt::CSectionHold hold(lock_);
+    while (items != nullptr) {
+        IOQueueItem* const item = items;
+        items = item->next;
+        FreeItem(item);
+    }
 }

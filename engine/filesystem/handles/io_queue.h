@@ -57,6 +57,9 @@ public:
     /// The worker finishes the read in hand and ends; every queued request becomes CANCELLED. Later calls do nothing.
     void Stop();
 
+    /// Whether the caller is the worker, inside a callback: it cannot wait for a read of this queue.
+    bool OnWorker() const;
+
 private:
     IOQueue() = default;
 
@@ -64,18 +67,19 @@ private:
     void Runtime(SNativeOverlapped* overlapped);
     bool TakeNext(IOQueueItem& item, EFSRequestState::TYPE& found);
     void Serve(const IOQueueItem& item, EFSRequestState::TYPE found, SNativeOverlapped* overlapped);
-    bool OnWorker() const;
+    void EndCancelled(IOQueueItem* items);
 
     // All of these are called with lock_ held.
+    IOQueueItem* Reserve(std::int32_t priority);
     IOQueueItem* NewItem();
     void FreeItem(IOQueueItem* item);
     IOQueueBucket* BucketOf(std::int32_t priority);
     IOQueueItem* First();
-    void Link(IOQueueItem* item, IOQueueBucket* bucket);
+    void Link(IOQueueItem* item);
     void Unlink(IOQueueItem* item);
     void EndReadInHand();
     template <class Wanted>
-    std::vector<Request*> CancelQueued(Wanted wanted);
+    IOQueueItem* CancelQueued(Wanted wanted);
 
     mt::CCriticalSection lock_;  // guards all up to worker_sleeps_
     std::map<std::int32_t, IOQueueBucket, std::greater<>> buckets_;

@@ -32,7 +32,7 @@ std::uint64_t Win32FileHandle::write(const void* buffer, std::uint64_t size) {
 }
 
 bool Win32FileHandle::seek(std::int64_t offset, EFSSeek::TYPE origin) {
-    return file_.seek(offset, static_cast<platform::Origin>(origin));
+    return origin <= EFSSeek::END && file_.seek(offset, static_cast<platform::Origin>(origin));
 }
 
 std::uint64_t Win32FileHandle::length() { return file_.length(); }

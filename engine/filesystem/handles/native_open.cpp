@@ -15,6 +15,7 @@
 #include "engine/filesystem/handles/async_file.h"
 #include "engine/filesystem/handles/gzip_file.h"
 #include "engine/filesystem/handles/native_file.h"
+#include "engine/filesystem/registry/registry.h"
 
 namespace fs {
 namespace {
@@ -79,6 +80,23 @@ SFsFile* finish(SFsFile* file, const char* path, std::string_view name) {
     return nullptr;
 }
 
+/// A plain handle for a source's own kinds of opens.
+SFsFile* open_plain(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
+                    platform::Disposition disposition, std::string_view name) {
+    platform::File file = platform::File::open(path, {.access = access_of(mode),
+                                                      .disposition = disposition,
+                                                      .write_through = has_any(flags, FFSOpenFlags::WRITE_THROUGH)});
+    if (!file.valid()) {
+        refuse_by_disk(path.full, "cannot be opened");
+        return nullptr;
+    }
+    SFsFile* const handle = finish(new (std::nothrow) Win32FileHandle(source, std::move(file)), path.full, name);
+    if (handle == nullptr) return nullptr;
+    if (mode == EFSMode::APPEND) handle->seek(0, EFSSeek::END);
+    notify_monitor(path.full, mode, flags);
+    return handle;
+}
+
 }  // namespace
 
 SFsFile* open_native(CFSSource* source, const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
@@ -91,11 +109,12 @@ SFsFile* open_native_at(CFSSource* source, const platform::PathAt& path, EFSMode
         set_error(EFSError::INVALID_ARGUMENT, path.full, "Mode and flags of the open exclude each other.");
         return nullptr;
     }
-    if (mode == EFSMode::READ && has_any(flags, FFSOpenFlags::THROUGH_VFS))
+    // Asked by a source in the midst of an open by name, the file is opened here: the lock cannot be taken twice.
+    if (mode == EFSMode::READ && has_any(flags, FFSOpenFlags::THROUGH_VFS) && !registry::this_thread_holds_lock())
         return open(path.full, mode, flags & ~FFSOpenFlags::THROUGH_VFS);
     platform::File file = platform::File::open(path, options_of(mode, flags));
     if (!file.valid()) {
-        set_error_from_platform(path.full, "cannot be opened", platform::last_error());
+        refuse_by_disk(path.full, "cannot be opened");
         return nullptr;
     }
     SFsFile* const handle = finish(wrap(source, std::move(file), path.full, mode, flags), path.full, name);
@@ -103,28 +122,16 @@ SFsFile* open_native_at(CFSSource* source, const platform::PathAt& path, EFSMode
     return handle;
 }
 
-SFsFile* open_handle(CFSSource* source, const platform::PathAt& path, const platform::OpenOptions& options,
-                     std::string_view name) {
-    platform::File file = platform::File::open(path, options);
-    if (!file.valid()) {
-        set_error_from_platform(path.full, "cannot be opened", platform::last_error());
-        return nullptr;
-    }
-    return finish(new (std::nothrow) Win32FileHandle(source, std::move(file)), path.full, name);
-}
-
 SFsFile* open_for_change(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
                          std::string_view name) {
     const bool create = mode == EFSMode::READ_WRITE && has_any(flags, FFSOpenFlags::CREATE);
-    const platform::OpenOptions options{
-        .access = access_of(mode),
-        .disposition = create ? platform::Disposition::CREATE_ALWAYS : platform::Disposition::OPEN_ALWAYS,
-        .write_through = has_any(flags, FFSOpenFlags::WRITE_THROUGH)};
-    SFsFile* const file = open_handle(source, path, options, name);
-    if (file == nullptr) return nullptr;
-    if (mode == EFSMode::APPEND) file->seek(0, EFSSeek::END);
-    notify_monitor(path.full, mode, flags);
-    return file;
+    const auto disposition = create ? platform::Disposition::CREATE_ALWAYS : platform::Disposition::OPEN_ALWAYS;
+    return open_plain(source, path, mode, flags, disposition, name);
+}
+
+SFsFile* create_for_change(CFSSource* source, const platform::PathAt& path, FFSOpenFlags::FLAGS flags,
+                           std::string_view name) {
+    return open_plain(source, path, EFSMode::READ_WRITE, flags, platform::Disposition::CREATE_ALWAYS, name);
 }
 
 }  // namespace fs

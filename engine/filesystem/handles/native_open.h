@@ -13,13 +13,13 @@ namespace fs {
 SFsFile* open_native_at(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
                         std::string_view name);
 
-/// A plain native handle with these options. Tells the monitor nothing. Null, with the error set, on failure.
-SFsFile* open_handle(CFSSource* source, const platform::PathAt& path, const platform::OpenOptions& options,
-                     std::string_view name);
-
 /// An append, or a read-write open, of a file that a source serves: made when it is missing, cut with CREATE and
 /// READ_WRITE, and positioned at its end for APPEND. Tells the monitor. The caller has asked is_valid_open.
 SFsFile* open_for_change(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
                          std::string_view name);
+
+/// A file that a source makes, or makes anew, to be read and written. Tells the monitor, of `flags` as they are.
+SFsFile* create_for_change(CFSSource* source, const platform::PathAt& path, FFSOpenFlags::FLAGS flags,
+                           std::string_view name);
 
 }  // namespace fs

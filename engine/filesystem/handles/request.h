@@ -23,7 +23,10 @@ public:
 
     EFSRequestState::TYPE State() const;
     EFSRequestResult::TYPE Result() const;
-    std::uint64_t Transferred() const { return transferred_.load(std::memory_order_relaxed); }
+    /// 0 also for a request that was cancelled after it had been read.
+    std::uint64_t Transferred() const {
+        return Result() == EFSRequestResult::SUCCESS ? transferred_.load(std::memory_order_relaxed) : 0;
+    }
     bool Wait(std::uint32_t timeout_ms) { return event_.Wait(timeout_ms); }
 
     /// Makes an idle or finished request a queued one. False while it is on its way already.

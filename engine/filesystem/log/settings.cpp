@@ -3,15 +3,11 @@
 #include <engine/filesystem/log.h>
 
 #include "engine/filesystem/log/category.h"
-#include "engine/filesystem/log/message.h"
 #include "engine/platform/sync.h"
 
 namespace Log {
 
 namespace {
-
-constexpr MessageSource source{"Logger", "engine/filesystem/logsettings"};
-constexpr int refusal_line = 56;  // known to people who filter by it
 
 // A change takes nanoseconds. Whoever meets one this often is being starved, and goes on with what was read last.
 constexpr int read_attempts = 64;
@@ -102,22 +98,16 @@ ELevel::TYPE Settings::GetCategoryLevel(const char* name) const {
     return static_cast<ELevel::TYPE>(level);
 }
 
-void Settings::SetCategoryLevel(const char* name, ELevel::TYPE level) {
-    bool refused = false;
-    {
-        const ChangeLock lock;
-        changes_.fetch_add(1, std::memory_order_acq_rel);
-        set_locked(Lookup{logging::category_key(name)}, level, refused);
-        changes_.fetch_add(1, std::memory_order_release);
-    }
-    if (!refused) return;
-    log_message(source, ELevel::WARN, refusal_line,
-                "Maximal explicit logging levels exceeded maximal count = %d\n"
-                "Logging level for category '%s' not changed.\n",
-                static_cast<int>(MAX_CATEGORIES_COUNT), name == nullptr ? "" : name);
+bool Settings::change_category(const char* name, ELevel::TYPE level) {
+    const ChangeLock lock;
+    changes_.fetch_add(1, std::memory_order_acq_rel);
+    const bool is_changed = change_locked(Lookup{logging::category_key(name)}, level);
+    changes_.fetch_add(1, std::memory_order_release);
+    return is_changed;
 }
 
-void Settings::set_locked(const Lookup& wanted, ELevel::TYPE level, bool& refused) {
+/// False when there is no room for one more category.
+bool Settings::change_locked(const Lookup& wanted, ELevel::TYPE level) {
     const std::uint32_t count = count_.load(std::memory_order_relaxed);
     const std::uint32_t at = wanted.find(categories_, count);
     if (at < count && level != ELevel::NONE) {
@@ -126,11 +116,11 @@ void Settings::set_locked(const Lookup& wanted, ELevel::TYPE level, bool& refuse
         Lookup::assign(categories_[at], categories_[count - 1]);
         count_.store(count - 1, std::memory_order_release);
     } else if (level != ELevel::NONE) {
-        refused = count >= MAX_CATEGORIES_COUNT;
-        if (refused) return;
+        if (count >= MAX_CATEGORIES_COUNT) return false;
         Lookup::assign(categories_[count], wanted.key.words[0], wanted.key.words[1], level);
         count_.store(count + 1, std::memory_order_release);
     }
+    return true;
 }
 
 }  // namespace Log

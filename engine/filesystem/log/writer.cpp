@@ -99,6 +99,8 @@ bool emit_plain(const Message& message, const char* text) {
 bool format_small(const Message& message, const char* format, va_list args) {
     char text[small_text_capacity];
     const int length = kernel::format_text(text, sizeof(text), format, args);
+    // What cannot be formatted (a wide character that no text can hold, say) is shown as it was written, not lost.
+    if (length < 0) return emit_plain(message, format);
     return length < static_cast<int>(sizeof(text)) && emit_small(message, text);
 }
 

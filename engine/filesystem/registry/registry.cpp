@@ -62,25 +62,8 @@ State& state() {
 
 bool this_thread_holds_lock() { return holds != 0; }
 
-SharedHold::SharedHold(State& state) : state_(state) {
-    state_.lock.LockShared();
-    ++holds;
-}
-
-SharedHold::~SharedHold() {
-    --holds;
-    state_.lock.UnlockShared();
-}
-
-ExclusiveHold::ExclusiveHold(State& state) : state_(state) {
-    state_.lock.LockExclusive();
-    ++holds;
-}
-
-ExclusiveHold::~ExclusiveHold() {
-    --holds;
-    state_.lock.UnlockExclusive();
-}
+HoldCount::HoldCount() { ++holds; }
+HoldCount::~HoldCount() { --holds; }
 
 bool insert(State& state, CFSSource& source, FFSAddSourceFlags::ENUM flags) {
     const bool after_equals = (flags & FFSAddSourceFlags::AFTER_SAME_TYPE) != 0;

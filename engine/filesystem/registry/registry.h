@@ -37,28 +37,27 @@ State& state();
 /// again: so no message of its may start the crash start-up, which opens a file.
 bool this_thread_holds_lock();
 
-/// Hold the lock for as long as they live.
-class SharedHold {
+/// Counts among the calling thread's holds of the lock.
+class HoldCount {
 public:
-    explicit SharedHold(State& state);
-    ~SharedHold();
-    SharedHold(const SharedHold&) = delete;
-    SharedHold& operator=(const SharedHold&) = delete;
-
-private:
-    State& state_;
+    HoldCount();
+    ~HoldCount();
+    HoldCount(const HoldCount&) = delete;
+    HoldCount& operator=(const HoldCount&) = delete;
 };
 
-class ExclusiveHold {
+/// Holds the lock for as long as it lives.
+template <typename Lock>
+class Hold {
 public:
-    explicit ExclusiveHold(State& state);
-    ~ExclusiveHold();
-    ExclusiveHold(const ExclusiveHold&) = delete;
-    ExclusiveHold& operator=(const ExclusiveHold&) = delete;
+    explicit Hold(State& state) : lock_(state.lock) {}
 
 private:
-    State& state_;
+    Lock lock_;
+    HoldCount count_;
 };
+using SharedHold = Hold<mt::CSharedHold>;
+using ExclusiveHold = Hold<mt::CExclusiveHold>;
 
 // What follows is called with the lock held: shared to look, exclusive to change.
 

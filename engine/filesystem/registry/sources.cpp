@@ -12,11 +12,6 @@ namespace fs {
 
 namespace {
 
-using registry::ExclusiveHold;
-using registry::Node;
-using registry::SharedHold;
-using registry::State;
-
 constexpr MessageSource log_source{"FileSystem", "engine/filesystem/filesystem"};
 
 bool equal_without_case(const char* a, const char* b) {
@@ -27,16 +22,16 @@ bool equal_without_case(const char* a, const char* b) {
     return fold(*a) == fold(*b);
 }
 
-Node* find_pointer(const State& state, const CFSSource* source) {
-    for (Node* node = state.head; node != nullptr && node != state.end_marker; node = node->next) {
+registry::Node* find_pointer(const registry::State& state, const CFSSource* source) {
+    for (registry::Node* node = state.head; node != nullptr && node != state.end_marker; node = node->next) {
         if (node->source == source) return node;
     }
     return nullptr;
 }
 
 /// False when the source cannot be kept; one that is registered already stays once.
-bool keep(State& state, CFSSource& source, FFSAddSourceFlags::ENUM flags) {
-    const ExclusiveHold hold(state);
+bool keep(registry::State& state, CFSSource& source, FFSAddSourceFlags::ENUM flags) {
+    const registry::ExclusiveHold hold(state);
     return find_pointer(state, &source) != nullptr || registry::insert(state, source, flags);
 }
 
@@ -55,8 +50,8 @@ void collect(ztl::vector<SFsSourceInfo>& out, Predicate wanted) {
     try {
         ztl::vector<SFsSourceInfo> found;
         {
-            const State& state = registry::state();
-            const SharedHold hold(registry::state());
+            const registry::State& state = registry::state();
+            const registry::SharedHold hold(registry::state());
             registry::for_each_source(state, [&](CFSSource& source) {
                 if (wanted(source)) found.push_back(describe(source));
             });
@@ -84,9 +79,9 @@ void add_source(CFSSource* source, FFSAddSourceFlags::ENUM flags) {
 }
 
 bool rem_source(CFSSource* source) {
-    State& state = registry::state();
-    const ExclusiveHold hold(state);
-    Node* const node = source != nullptr ? find_pointer(state, source) : nullptr;
+    registry::State& state = registry::state();
+    const registry::ExclusiveHold hold(state);
+    registry::Node* const node = source != nullptr ? find_pointer(state, source) : nullptr;
     if (node == nullptr) return false;
     registry::unlink(state, node);
     registry::rebuild_index(state);
@@ -96,17 +91,17 @@ bool rem_source(CFSSource* source) {
 bool rem_source(std::nullptr_t) { return false; }
 
 bool source_exists(const char* path) {
-    const State& state = registry::state();
-    const SharedHold hold(registry::state());
-    for (const Node* node = state.head; node != nullptr && node != state.end_marker; node = node->next) {
+    const registry::State& state = registry::state();
+    const registry::SharedHold hold(registry::state());
+    for (const registry::Node* node = state.head; node != nullptr && node != state.end_marker; node = node->next) {
         if (equal_without_case(node->source->path().PathName(), path != nullptr ? path : "")) return true;
     }
     return false;
 }
 
 const char* write_path() {
-    const State& state = registry::state();
-    const SharedHold hold(registry::state());
+    const registry::State& state = registry::state();
+    const registry::SharedHold hold(registry::state());
     return state.head != nullptr ? state.head->source->path().PathName() : "";
 }
 

@@ -27,21 +27,11 @@ bool name_or_refuse(const fs::path& p, Path& out) {
     return false;
 }
 
-bool refuse(const char* path, EFSError::TYPE code, const char* why) {
-    fs::set_error(code, path, why);
-    return false;
-}
-
-bool refuse_by_disk(const char* path, const char* action) {
-    fs::set_error_from_platform(path, action, platform::last_error());
-    return false;
-}
-
 SFsFile* open_for_change(CFSSource* source, const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
     Path path;
     if (!full_name(p, path)) return nullptr;
     if (!fs::is_valid_open(mode, flags)) {
-        refuse(path, EFSError::INVALID_ARGUMENT, "Mode and flags of the open exclude each other.");
+        fs::refuse(EFSError::INVALID_ARGUMENT, path, "Mode and flags of the open exclude each other.");
         return nullptr;
     }
     return fs::open_for_change(source, {.full = path}, mode, flags, path);
@@ -56,7 +46,7 @@ SFsFile* open_plain(CFSSource* source, const char* path, EFSMode::TYPE mode, FFS
 bool beside_executable(Path& path) {
     if (fs::is_full_path(path)) return true;
     const std::string full = std::string(platform::executable_directory()) + path;
-    if (full.size() >= sizeof path) return refuse(path, EFSError::INVALID_NAME, "The native path is too long.");
+    if (full.size() >= sizeof path) return fs::refuse(EFSError::INVALID_NAME, path, "The native path is too long.");
     std::memcpy(path, full.c_str(), full.size() + 1);
     return true;
 }
@@ -107,7 +97,7 @@ bool CWin32_fallback::set_write_time(const fs::path& p, std::int64_t time) {
     Path path;
     if (!name_or_refuse(p, path)) return false;
     // The answer does not depend on the disk: a file that cannot be opened keeps its times, and this is true all the same.
-    if (!platform::set_all_times(path, time)) refuse_by_disk(path, "keeps its times");
+    if (!platform::set_all_times(path, time)) fs::refuse_by_disk(path, "keeps its times");
     return true;
 }
 
@@ -121,7 +111,7 @@ bool CWin32_fallback::read_only(const fs::path& p) {
 bool CWin32_fallback::set_read_only(const fs::path& p, bool on) {
     Path path;
     if (!name_or_refuse(p, path)) return false;
-    return platform::set_read_only(path, on) || refuse_by_disk(path, "keeps its read-only attribute");
+    return platform::set_read_only(path, on) || fs::refuse_by_disk(path, "keeps its read-only attribute");
 }
 
 SFsFile* CWin32_fallback::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
@@ -147,13 +137,13 @@ SFsFile* CWin32_fallback::open_read_write(const fs::path& p, FFSOpenFlags::FLAGS
 void CWin32_fallback::rem_dir(const fs::path& p) {
     const std::string dir(p.PathNameView());
     if (dir.size() <= fs::fixed_prefix_length(dir) || fs::climbs(dir)) {
-        refuse(dir.c_str(), EFSError::INVALID_NAME,
-               "The directory to remove is a root or leads out of the current one.");
+        fs::refuse(EFSError::INVALID_NAME, dir.c_str(),
+                   "The directory to remove is a root or leads out of the current one.");
         return;
     }
     platform::DirectoryListing items;
     if (!platform::list_directory({.full = dir.c_str()}, items)) {
-        refuse_by_disk(dir.c_str(), "cannot be listed");
+        fs::refuse_by_disk(dir.c_str(), "cannot be listed");
         return;
     }
     for (const platform::DirectoryItem& item : items.items()) {
@@ -169,14 +159,15 @@ void CWin32_fallback::rem_dir(const fs::path& p) {
             rem_dir(below);
         }
     }
-    if (!platform::remove_directory(dir.c_str())) refuse_by_disk(dir.c_str(), "cannot be removed");
+    if (!platform::remove_directory(dir.c_str())) fs::refuse_by_disk(dir.c_str(), "cannot be removed");
 }
 
 bool CWin32_fallback::rem_file(const fs::path& p) {
     Path path;
     if (!name_or_refuse(p, path)) return false;
-    if (fs::climbs(path)) return refuse(path, EFSError::INVALID_NAME, "The path leads out of the current directory.");
-    return platform::remove_file(path) || refuse_by_disk(path, "cannot be deleted");
+    if (fs::climbs(path))
+        return fs::refuse(EFSError::INVALID_NAME, path, "The path leads out of the current directory.");
+    return platform::remove_file(path) || fs::refuse_by_disk(path, "cannot be deleted");
 }
 
 bool CWin32_fallback::rename_file(const fs::path& from, const fs::path& to) {
@@ -184,14 +175,14 @@ bool CWin32_fallback::rename_file(const fs::path& from, const fs::path& to) {
     Path new_path;
     if (!name_or_refuse(from, old_path) || !name_or_refuse(to, new_path)) return false;
     if (fs::climbs(old_path) || to.EmptyFile() || !fs::is_creatable(new_path)) {
-        return refuse(new_path, EFSError::INVALID_NAME,
-                      "The new name leads out of the current directory or is one that not every system can hold.");
+        return fs::refuse(EFSError::INVALID_NAME, new_path,
+                          "The new name leads out of the current directory or is one that not every system can hold.");
     }
     if (!fs::equal_folded(old_path, new_path) && platform::get_attributes(new_path)) {
-        return refuse(new_path, EFSError::ALREADY_EXISTS, "There is a file of the new name.");
+        return fs::refuse(EFSError::ALREADY_EXISTS, new_path, "There is a file of the new name.");
     }
     if (!fs::create_directories(new_path)) return false;
-    return platform::rename_path(old_path, new_path) || refuse_by_disk(old_path, "cannot be renamed");
+    return platform::rename_path(old_path, new_path) || fs::refuse_by_disk(old_path, "cannot be renamed");
 }
 
 bool CWin32_fallback::native_path(const fs::path& p, char* out, std::size_t capacity) {

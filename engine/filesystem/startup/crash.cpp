@@ -43,6 +43,11 @@ constinit CrashState state;
 
 StartUpValues& values() { return logging::start_up_values(); }
 
+/// Nothing happens, and false is answered, when the phase is not `from`.
+bool change_phase(StartUp from, StartUp to) {
+    return values().phase.compare_exchange_strong(from, to, std::memory_order_acq_rel);
+}
+
 void read_switches() {
     const char* const line = platform::command_line();
     state.is_silent = crash::has_switch(line, "silent");
@@ -64,8 +69,7 @@ void start(bool console) {
     if (values().verbose.load(std::memory_order_relaxed)) {
         _CLFilterAdd(logging::code("CLOG"), all_bits, CLFilterAction::BOTH);
     }
-    StartUp expected = StartUp::NOT_STARTED;
-    values().phase.compare_exchange_strong(expected, StartUp::STARTED, std::memory_order_acq_rel);
+    change_phase(StartUp::NOT_STARTED, StartUp::STARTED);
 }
 
 void raise_level(Log::ELevel::TYPE level) {
@@ -89,14 +93,14 @@ void open_file() {
 
 /// The step that needs the file system. Who closes the log meanwhile finds the file closed again.
 void complete() {
-    StartUp expected = StartUp::STARTED;
-    if (!fs::is_initialized()) return;
-    if (!values().phase.compare_exchange_strong(expected, StartUp::OPENING, std::memory_order_acq_rel)) return;
-    open_file();
-    expected = StartUp::OPENING;
-    const bool is_still_wanted =
-        values().phase.compare_exchange_strong(expected, StartUp::COMPLETE, std::memory_order_acq_rel);
-    if (!is_still_wanted) crash::close_log_file();
+    if (!fs::is_initialized() || !change_phase(StartUp::STARTED, StartUp::OPENING)) return;
+    try {
+        open_file();
+    } catch (const std::bad_alloc&) {
+        change_phase(StartUp::OPENING, StartUp::STARTED);  // for the next message to try again
+        return;
+    }
+    if (!change_phase(StartUp::OPENING, StartUp::COMPLETE)) crash::close_log_file();
 }
 
 void run_steps(bool console) {
@@ -126,7 +130,7 @@ void CrashInit(bool console) {
     try {
         run_steps(console);
     } catch (const std::bad_alloc&) {
-        // Without memory for a name there is no log file; the next message tries again.
+        // The next message tries again.
     }
     state.busy.clear(std::memory_order_release);
 }

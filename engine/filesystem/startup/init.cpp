@@ -23,19 +23,18 @@ namespace fs {
 
 namespace {
 
-using registry::ExclusiveHold;
-using registry::State;
-
 constexpr MessageSource log_source{"FileSystem", "engine/filesystem/filesystem"};
 constexpr MessageSource exit_source{"EXIT", "engine/filesystem/filesystem"};
 
 /// Null when it does not mount.
 std::unique_ptr<CWin32_dir> mount_root(const PreparedPath& built, const char* spelling, FFSAddSourceFlags::ENUM flags,
-                                       const char** names) {
+                                       const char** names) try {
     std::unique_ptr<CWin32_dir> root(new (std::nothrow) CWin32_dir(EFSSourceType::SPECIAL, names));
     if (!root) return nullptr;
     root->set_native_spelling(spelling);
     return root->init(fs::path(built.c_str(), true), flags, nullptr) ? std::move(root) : nullptr;
+} catch (const std::bad_alloc&) {
+    return nullptr;
 }
 
 std::unique_ptr<CWin32_fallback> mount_fallback() {
@@ -45,8 +44,9 @@ std::unique_ptr<CWin32_fallback> mount_fallback() {
 }
 
 /// Puts the root, and the fallback when there is one, at the end of the list.
-bool register_sources(State& state, std::unique_ptr<CWin32_dir> root, std::unique_ptr<CWin32_fallback> fallback) {
-    const ExclusiveHold hold(state);
+bool register_sources(registry::State& state, std::unique_ptr<CWin32_dir> root,
+                      std::unique_ptr<CWin32_fallback> fallback) {
+    const registry::ExclusiveHold hold(state);
     if (registry::append(state, *root) == nullptr) return false;
     CWin32_dir& registered = *root.release();
     registry::index_source(state, registered);
@@ -59,23 +59,19 @@ bool register_sources(State& state, std::unique_ptr<CWin32_dir> root, std::uniqu
 
 bool fail_to_start(const char* root) {
     log_message(exit_source, Log::ELevel::FATL, __LINE__, "could not initialize\n");
-    set_error(EFSError::NOT_FOUND, root, "The root directory could not be mounted.");
-    return false;
+    return refuse(EFSError::NOT_FOUND, root, "The root directory could not be mounted.");
 }
 
 bool refuse_root(const char* root) {
     log_message(log_source, Log::ELevel::ERRR, __LINE__, "Full path must be specified when calling fs::init()!\n");
-    set_error(EFSError::INVALID_NAME, root, "The root is no full path, or longer than 259 bytes.");
-    return false;
+    return refuse(EFSError::INVALID_NAME, root, "The root is no full path, or longer than 259 bytes.");
 }
 
-/// A directory that is too long to be one is refused before anything has changed.
-bool is_too_long(const char* path) { return path != nullptr && path[0] != '\0' && PreparedPath(path).is_empty(); }
-
-void set_cache_dir(State& state, const char* cache_dir) {
-    PreparedPath prepared(cache_dir);
+/// With a "/" at its end.
+PreparedPath prepare_directory(const char* path) {
+    PreparedPath prepared(path);
     prepared.append_slash();
-    std::strcpy(state.cache_dir, prepared.c_str());
+    return prepared;
 }
 
 }  // namespace
@@ -87,24 +83,25 @@ bool init(const char* root, FFSAddSourceFlags::ENUM flags, const char* cache_dir
     if (root == nullptr) root = "";
     log_message(log_source, Log::ELevel::DEBG, __LINE__, "FileSystem cache is force disabled (unused).\n");
     log_message(log_source, Log::ELevel::DEBG, __LINE__, "Initializing fs from '%s' ...\n", root);
-    State& state = registry::state();
+    registry::State& state = registry::state();
     state.cache_dir[0] = '\0';
-    PreparedPath built(root);
-    // An empty root would become "/", and the whole machine would be mounted.
-    const bool is_empty = built.is_empty();
-    built.append_slash();
+    const PreparedPath built = prepare_directory(root);
+    const PreparedPath cache = prepare_directory(cache_dir);
     log_message(log_source, Log::ELevel::DEBG, __LINE__, "fs:init paths: '%s' incoming, '%s' built\n", root,
                 built.c_str());
-    if (is_empty || !built.is_full() || is_too_long(cache_dir)) return refuse_root(root);
+    // An empty root would become "/", and the whole machine would be mounted.
+    if (PreparedPath(root).is_empty() || !built.is_full() || built.is_too_long()) return refuse_root(root);
+    // Nothing that is too long to be a directory is taken, before anything has changed.
+    if (cache.is_too_long()) return refuse_root(cache_dir);
     {
-        const ExclusiveHold hold(state);
+        const registry::ExclusiveHold hold(state);
         state.index.set_name("data");
     }
     std::unique_ptr<CWin32_dir> source = mount_root(built, root, flags, names);
     std::unique_ptr<CWin32_fallback> fallback = use_fallback ? mount_fallback() : nullptr;
     if (!source || (use_fallback && !fallback)) return fail_to_start(root);
     if (!register_sources(state, std::move(source), std::move(fallback))) return fail_to_start(root);
-    set_cache_dir(state, cache_dir);
+    std::strcpy(state.cache_dir, cache.c_str());
     state.initialized.store(true, std::memory_order_release);
     start_queues();
     return true;
@@ -112,9 +109,9 @@ bool init(const char* root, FFSAddSourceFlags::ENUM flags, const char* cache_dir
 
 void shutdown() {
     if (!is_initialized()) return;
-    State& state = registry::state();
+    registry::State& state = registry::state();
     {
-        const ExclusiveHold hold(state);
+        const registry::ExclusiveHold hold(state);
         registry::destroy_all(state);
     }
     destroy_server_archive();

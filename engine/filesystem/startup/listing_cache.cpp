@@ -91,11 +91,13 @@ public:
 
     dir_listing* listing() override { return &listing_; }
 
-    void finish(const char* source_path) override {
+    void finish(const char* source_path) override try {
         // Nothing was recorded where the mount was replayed, or served in another way.
         if (is_replayed_ || listing_.is_empty() || !listing_.is_whole()) return;
         PodArray<unsigned char> bytes;
         if (encode_listing(key(source_path), listing_, bytes)) store(bytes);
+    } catch (const std::bad_alloc&) {
+        // Without memory nothing is stored, and the next mount scans the disk.
     }
 
 private:
@@ -121,7 +123,7 @@ private:
 
 }  // namespace
 
-std::unique_ptr<ListingCache> ListingCache::open(const char* source_path, FFSAddSourceFlags::ENUM flags) {
+std::unique_ptr<ListingCache> ListingCache::open(const char* source_path, FFSAddSourceFlags::ENUM flags) try {
     if ((flags & FFSAddSourceFlags::SKIP_LISTING_CACHE) != 0) return nullptr;
     const std::string folder = std::string(get_cache_dir()) + "filesystem/" + platform_name;
     if (!is_directory(folder)) return nullptr;
@@ -129,6 +131,8 @@ std::unique_ptr<ListingCache> ListingCache::open(const char* source_path, FFSAdd
     const std::string flags_text = std::to_string(static_cast<unsigned>(flags & scan_flags));
     std::snprintf(name, sizeof name, "/%016" PRIx64 ".fsc", hash_of(source_path + ('|' + flags_text)));
     return std::unique_ptr<ListingCache>(new (std::nothrow) StoredListing(folder + name, source_path, flags));
+} catch (const std::bad_alloc&) {
+    return nullptr;
 }
 
 }  // namespace fs

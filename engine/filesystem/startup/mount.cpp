@@ -20,16 +20,7 @@ namespace fs {
 
 namespace {
 
-using registry::ExclusiveHold;
-using registry::SharedHold;
-using registry::State;
-
 constexpr MessageSource log_source{"FileSystem", "engine/filesystem/filesystem"};
-
-bool refuse(EFSError::TYPE code, const char* path, const char* text) {
-    set_error(code, path, text);
-    return false;
-}
 
 template <typename Source>
 std::unique_ptr<CFSSource> with_spelling(Source* source, const char* spelling) {
@@ -37,23 +28,30 @@ std::unique_ptr<CFSSource> with_spelling(Source* source, const char* spelling) {
     return std::unique_ptr<CFSSource>(source);
 }
 
-/// The caller's own spelling of the path is handed on, since the prepared one is lower case.
-std::unique_ptr<CFSSource> new_source(bool is_pack, const char* spelling) {
+/// The caller's own spelling of the path is handed on, since the prepared one is lower case. Null without memory.
+std::unique_ptr<CFSSource> new_source(bool is_pack, const char* spelling) try {
     if (is_pack) return with_spelling(new (std::nothrow) CZip_dir, spelling);
     return with_spelling(new (std::nothrow) CWin32_dir(EFSSourceType::DIR), spelling);
+} catch (const std::bad_alloc&) {
+    return nullptr;
 }
 
 bool is_registered(const fs::path& path) {
-    State& state = registry::state();
-    const SharedHold hold(state);
+    registry::State& state = registry::state();
+    const registry::SharedHold hold(state);
     return registry::find(state, path) != nullptr;
 }
 
-bool mount(CFSSource& source, const fs::path& path, FFSAddSourceFlags::ENUM flags, ListingCache* cache) {
-    const ErrorScope scope;
-    if (source.init(path, flags, cache != nullptr ? cache->listing() : nullptr)) return true;
+bool mount(CFSSource& source, const fs::path& path, FFSAddSourceFlags::ENUM flags, ListingCache* cache) try {
+    ErrorScope scope;
+    if (source.init(path, flags, cache != nullptr ? cache->listing() : nullptr)) {
+        scope.forget();
+        return true;
+    }
     if (!scope.has_error()) set_error(EFSError::NOT_FOUND, path.PathName(), "The source could not be mounted.");
     return false;
+} catch (const std::bad_alloc&) {
+    return refuse(EFSError::OUT_OF_MEMORY, path.PathName(), "There is no memory for the names of the source.");
 }
 
 bool check_key(const char* path, const fs::path& key, FFSAddSourceFlags::ENUM flags) {
@@ -70,8 +68,8 @@ bool check_key(const char* path, const fs::path& key, FFSAddSourceFlags::ENUM fl
 
 /// Destroys the source of this path and tells its type; false when there is none.
 bool destroy_source(const fs::path& path, EFSSourceType::TYPE& type) {
-    State& state = registry::state();
-    const ExclusiveHold hold(state);
+    registry::State& state = registry::state();
+    const registry::ExclusiveHold hold(state);
     registry::Node* const node = registry::find(state, path);
     if (node == nullptr) return false;
     type = node->source->type();

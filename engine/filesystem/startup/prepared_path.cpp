@@ -9,7 +9,8 @@ namespace fs {
 
 PreparedPath::PreparedPath(const char* path) : text_{} {
     const std::size_t length = path != nullptr ? std::strlen(path) : 0;
-    if (length + 1 >= sizeof(text_)) return;  // the "/" that may follow must fit too
+    is_too_long_ = length >= sizeof(text_);
+    if (is_too_long_) return;
     std::memcpy(text_, path != nullptr ? path : "", length + 1);
     if (length > 1 && is_separator(text_[length - 1])) text_[length - 1] = '\0';
     path_normalize(text_, text_, false);
@@ -17,7 +18,8 @@ PreparedPath::PreparedPath(const char* path) : text_{} {
 
 void PreparedPath::append_slash() {
     const std::size_t length = std::strlen(text_);
-    if (length + 1 >= sizeof(text_)) return;
+    is_too_long_ |= length + 1 >= sizeof(text_);
+    if (is_too_long_) return;
     text_[length] = '/';
     text_[length + 1] = '\0';
 }

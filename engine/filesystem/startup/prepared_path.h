@@ -5,7 +5,7 @@
 namespace fs {
 
 /// The path of a source as the registry knows it: one trailing separator dropped, in normal form, lower case. A path
-/// that is longer than a native path can be is "".
+/// that is given longer than a native path can be is "".
 class PreparedPath {
 public:
     explicit PreparedPath(const char* path);
@@ -13,7 +13,9 @@ public:
     const char* c_str() const { return text_; }
     bool is_full() const { return is_full_path(text_); }
     bool is_empty() const { return text_[0] == '\0'; }
-    /// Appends "/".
+    /// Whether the text, or the "/" that was to follow it, was longer than a native path can be.
+    bool is_too_long() const { return is_too_long_; }
+    /// Appends "/" where it fits.
     void append_slash();
     /// Whether the name ends in ".pak" or ".mpak".
     bool names_pack() const;
@@ -22,6 +24,7 @@ public:
 
 private:
     char text_[path_capacity];
+    bool is_too_long_ = false;
 };
 
 }  // namespace fs

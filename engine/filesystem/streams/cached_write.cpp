@@ -4,7 +4,7 @@
 
 #include <engine/filesystem/streams/cached.h>
 
-#include "engine/filesystem/streams/memory_limit.h"
+#include "engine/filesystem/streams/image_block.h"
 
 namespace fs {
 
@@ -63,7 +63,10 @@ std::uint64_t cachedwrnoseekfile::write_blocks(const std::uint8_t* data, std::ui
     return size;
 }
 
-cachedwrfile::cachedwrfile(std::uint64_t grow_step) : grow_step_(grow_step) { reallocate(); }
+cachedwrfile::cachedwrfile(std::uint64_t grow_step) : grow_step_(grow_step) {
+    reallocate();
+    allow_short_way();
+}
 
 cachedwrfile::~cachedwrfile() {
     flush();
@@ -73,24 +76,27 @@ cachedwrfile::~cachedwrfile() {
 bool cachedwrfile::reallocate() { return grow_step_ <= UINT64_MAX - capacity_ && grow_to(capacity_ + grow_step_); }
 
 void cachedwrfile::releasebuffer() {
-    std::free(buffer_);
+    free_image(buffer_, allocated_);
     buffer_ = nullptr;
     capacity_ = allocated_ = written_ = 0;
 }
 
-/// The image counts in steps, but the memory behind it grows in proportion to its size: growing by a fixed step would
-/// copy a large image over and over.
+/// The image counts in steps; the memory behind it grows as suits it.
 bool cachedwrfile::grow_to(std::uint64_t capacity) {
-    if (capacity > memory_limit) return false;
-    if (capacity > allocated_) {
-        const std::uint64_t generous = std::max(capacity, allocated_ + allocated_ / 2);
-        auto* const larger = static_cast<std::uint8_t*>(std::realloc(buffer_, static_cast<std::size_t>(generous)));
-        if (larger == nullptr) return false;
-        buffer_ = larger;
-        allocated_ = generous;
-    }
+    if (!enlarge_image(buffer_, allocated_, capacity)) return false;
     capacity_ = capacity;
     return true;
+}
+
+/// Counts in what was written the short way. Each operation begins with this, and ends with allow_short_way.
+void cachedwrfile::note_written() {
+    if (short_end_ != 0) written_ = std::max(written_, pos_);
+}
+
+void cachedwrfile::allow_short_way() {
+    constexpr std::uint64_t value_size = 4;
+    const bool gap = pos_ > written_;
+    short_end_ = gap || capacity_ < value_size ? 0 : capacity_ - value_size;
 }
 
 /// A seek may have left bytes below `end` (within the image) unwritten: they become zeros.
@@ -101,10 +107,12 @@ void cachedwrfile::fill_gap(std::uint64_t end) {
 }
 
 void cachedwrfile::flush() {
+    note_written();
     const std::uint64_t size = std::min(pos_, capacity_);
     fill_gap(size);
     if (size != 0 && handle != nullptr) handle->write(buffer_, size);
     pos_ = written_ = 0;
+    allow_short_way();
 }
 
 void cachedwrfile::close() {
@@ -115,6 +123,13 @@ void cachedwrfile::close() {
 std::uint64_t cachedwrfile::tell() { return pos_; }
 
 bool cachedwrfile::seek(std::int64_t offset, EFSSeek::TYPE origin) {
+    note_written();
+    const bool moved = move(offset, origin);
+    allow_short_way();
+    return moved;
+}
+
+bool cachedwrfile::move(std::int64_t offset, EFSSeek::TYPE origin) {
     const auto distance = static_cast<std::uint64_t>(offset);
     switch (origin) {
         case EFSSeek::BEGIN:
@@ -136,8 +151,15 @@ bool cachedwrfile::seek(std::int64_t offset, EFSSeek::TYPE origin) {
     return true;
 }
 
-/// Grows as soon as the image is full. What can't be held is refused: all bits set when that is everything.
 std::uint64_t cachedwrfile::write_any(const std::uint8_t* data, std::uint64_t size) {
+    note_written();
+    const std::uint64_t taken = write_into_image(data, size);
+    allow_short_way();
+    return taken;
+}
+
+/// Grows as soon as the image is full. What can't be held is refused: all bits set when that is everything.
+std::uint64_t cachedwrfile::write_into_image(const std::uint8_t* data, std::uint64_t size) {
     if (size == 0) return 0;
     if (pos_ > capacity_ || grow_step_ == 0) return failure;
     std::uint64_t taken = std::min(size, capacity_ - pos_);

@@ -1,7 +1,7 @@
 #include <engine/filesystem/streams/chunk.h>
 
 #include <engine/filesystem/log.h>
-#include <engine/filesystem/streams/zipped_buffer.h>
+#include <engine/filesystem/streams/memory.h>
 
 #include "engine/filesystem/log/levels.h"
 
@@ -29,10 +29,10 @@ struct IdentifierText {
     char characters[5];
 };
 
-/// Whether going to `position` would make a memory stream longer: a damaged size must not cost memory.
-bool lies_behind_memory(ifile& file, std::uint64_t position) {
-    auto* const memory = dynamic_cast<izipped_buffer_file*>(&file);
-    return memory != nullptr && !memory->is_zipped() && position > memory->length();
+/// Whether going to `position` would make a vector longer: a damaged size must not cost memory.
+bool lies_behind_vector(ifile& file, std::uint64_t position) {
+    auto* const vector = dynamic_cast<vectorfile*>(&file);
+    return vector != nullptr && !vector->is_zipped() && position > vector->length();
 }
 
 }  // namespace
@@ -58,7 +58,7 @@ chunk_load::chunk_load(ifile& file)
 }
 
 chunk_load::~chunk_load() {
-    if (lies_behind_memory(*file_, end)) {
+    if (lies_behind_vector(*file_, end)) {
         file_->seek(0, EFSSeek::END);
     } else {
         file_->seek(static_cast<std::int64_t>(end), EFSSeek::BEGIN);

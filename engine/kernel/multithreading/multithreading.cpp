@@ -2,6 +2,7 @@
 // no header of the system, and adds ownership and the answers for an object that could not be had.
 #include <engine/kernel/multithreading.h>
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -36,7 +37,8 @@ CThread::~CThread() { Join(); }
 
 bool CThread::Start(const char* name, Entry entry, void* argument, int priority) {
     if (thread_ != nullptr || entry == nullptr) return false;
-    thread_ = platform::start_thread(name == nullptr ? "" : name, priority, entry, argument);
+    // Beyond these some systems have priorities of another kind, which keep everything else from running.
+    thread_ = platform::start_thread(name == nullptr ? "" : name, std::clamp(priority, -2, 2), entry, argument);
     return thread_ != nullptr;
 }
 

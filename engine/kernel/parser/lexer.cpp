@@ -46,15 +46,16 @@ void Lexer::skip_line() {
     at_ = newline == nullptr ? end_ : static_cast<const char*>(newline);
 }
 
-const char* Lexer::skip_comment() {
+/// False when the comment has no end.
+bool Lexer::skip_comment() {
     if (at_[1] == '/') {
         skip_line();
-        return nullptr;
+        return true;
     }
     for (at_ += 2; at_ < end_; ++at_) {
         if (*at_ == '*' && at_ + 1 < end_ && at_[1] == '/') {
             at_ += 2;
-            return nullptr;
+            return true;
         }
         if (*at_ == '\n') {
             ++line_;
@@ -62,11 +63,11 @@ const char* Lexer::skip_comment() {
             fresh_line_ = true;
         }
     }
-    return "A comment is not closed.";
+    return false;
 }
 
-/// Passes over everything that is no token; returns a problem met on the way.
-const char* Lexer::skip_blanks() {
+/// Passes over everything that is no token. False at a comment without an end, whose place `unclosed` receives.
+bool Lexer::skip_blanks(Token& unclosed) {
     while (at_ < end_) {
         if (*at_ == '\n') {
             ++at_;
@@ -74,12 +75,14 @@ const char* Lexer::skip_blanks() {
         } else if (class_of(*at_) == blank) {
             ++at_;
         } else if (*at_ != '/' || !at_comment()) {
-            return nullptr;
-        } else if (const char* const problem = skip_comment()) {
-            return problem;
+            return true;
+        } else {
+            unclosed.line = line_;
+            unclosed.column = column();
+            if (!skip_comment()) return false;
         }
     }
-    return nullptr;
+    return true;
 }
 
 Token Lexer::make(TokenKind kind, std::size_t length) {
@@ -87,7 +90,7 @@ Token Lexer::make(TokenKind kind, std::size_t length) {
     token.kind = kind;
     token.starts_line = fresh_line_;
     token.line = line_;
-    token.column = static_cast<std::uint32_t>(at_ - line_start_) + 1;
+    token.column = column();
     token.text = {at_, length};
     at_ += length;
     fresh_line_ = false;
@@ -95,12 +98,13 @@ Token Lexer::make(TokenKind kind, std::size_t length) {
 }
 
 Token Lexer::next() {
-    const char* const problem = skip_blanks();
-    if (at_ == end_) {
-        Token token = make(TokenKind::END, 0);
-        token.problem = problem;
-        return token;
+    Token unclosed;
+    if (!skip_blanks(unclosed)) {
+        unclosed.starts_line = true;
+        unclosed.problem = "A comment is not closed.";
+        return unclosed;
     }
+    if (at_ == end_) return make(TokenKind::END, 0);
     switch (*at_) {
         case '(':
             return make(TokenKind::OPEN, 1);

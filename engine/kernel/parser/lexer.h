@@ -30,9 +30,10 @@ public:
 
 private:
     bool at_comment() const;
-    const char* skip_blanks();
-    const char* skip_comment();
+    bool skip_blanks(Token& unclosed);
+    bool skip_comment();
     void start_line();
+    std::uint32_t column() const { return static_cast<std::uint32_t>(at_ - line_start_) + 1; }
     Token make(TokenKind kind, std::size_t length);
     Token word();
     Token string();

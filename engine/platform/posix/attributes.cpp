@@ -22,6 +22,7 @@ bool set_times(const char* path, const timespec& access, std::int64_t write_time
     // Opened for writing, and so refused on a read-only file and on one that is in use.
     const File file = File::open(path, OpenOptions{.access = Access::WRITE});
     if (!file.valid()) return false;
+    if (write_time == 0) return true;  // no time: what the file has stays, as it does elsewhere
     const timespec times[2] = {access, from_file_time(write_time)};
     return ::futimens(static_cast<int>(file.native()), times) == 0 || fail_os(errno);
 }

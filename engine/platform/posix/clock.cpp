@@ -3,13 +3,13 @@
 #include <ctime>
 #include <limits>
 
+#include "engine/platform/posix/file_time.h"
+
 namespace platform {
 
 namespace {
 
-constexpr std::int64_t ticks_per_second = 10'000'000;
 constexpr std::int64_t ticks_per_ms = 10'000;
-constexpr std::int64_t seconds_1601_to_1970 = 11'644'473'600;
 constexpr std::int64_t ticks_per_day = 86'400 * ticks_per_second;
 
 // What local time is ahead of universal time at one moment.
@@ -26,7 +26,7 @@ std::int64_t floor_to(std::int64_t value, std::int64_t unit) {
 
 Offset offset_at(std::int64_t utc) {
     const std::int64_t since_1601 = (utc - utc % ticks_per_second) / ticks_per_second - (utc % ticks_per_second < 0);
-    const auto seconds = static_cast<time_t>(since_1601 - seconds_1601_to_1970);
+    const auto seconds = static_cast<time_t>(since_1601 - seconds_from_1601_to_1970);
     tm fields{};
     if (localtime_r(&seconds, &fields) == nullptr) return {};
     return {.ticks = fields.tm_gmtoff * ticks_per_second, .summer = fields.tm_isdst > 0};
@@ -50,7 +50,7 @@ std::int64_t whole_ms(std::int64_t time) {
 std::int64_t now_utc() {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
-    return (now.tv_sec + seconds_1601_to_1970) * ticks_per_second + now.tv_nsec / 100;
+    return to_file_time(now);
 }
 
 CalendarTime now_local() { return to_calendar(utc_to_local(now_utc())); }

@@ -138,7 +138,7 @@ struct CriticalSection {
 };
 
 // Never null by contract, so without memory for a lock the process ends here rather than run unlocked.
-CriticalSection* create_critical_section() { return new CriticalSection; }
+CriticalSection* create_critical_section() noexcept { return new CriticalSection; }
 void destroy_critical_section(CriticalSection* section) { delete section; }
 void enter(CriticalSection* section) { section->mutex.lock(); }
 bool try_enter(CriticalSection* section) { return section->mutex.try_lock(); }

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <new>
 
+#include "engine/platform/posix/crash/alternate_stack.h"
 #include "engine/platform/sync.h"
 
 namespace platform {
@@ -34,6 +35,7 @@ void set_own_priority(int priority) {
 
 void* run_thread(void* argument) {
     const Thread& thread = *static_cast<const Thread*>(argument);
+    const AlternateStack stack;
     pthread_setname_np(pthread_self(), thread.name.data());
     set_own_priority(thread.priority);
     thread.entry(thread.argument);

@@ -3,21 +3,16 @@
 #include <cstring>
 
 #include "engine/platform/directories.h"
-#include "engine/platform/faults.h"
 #include "engine/platform/files.h"
 #include "engine/platform/folding.h"
 #include "engine/platform/windows/native_path.h"
+#include "engine/platform/windows/ordered_fault.h"
 
 // Asking about files, and changing what is written about them: attributes, times, names.
 
 namespace platform {
 
 namespace {
-
-bool meets_fault(FaultPoint point) {
-    const auto fault = fault_at(point);
-    return fault && !fail(*fault);
-}
 
 // Both records of the system have these fields under the same names.
 template <typename Record>
@@ -110,6 +105,19 @@ bool may_take_place(const char* from, const char* to) {
     return refuse_read_only(target);
 }
 
+// The system says "access denied" of a file that cannot be replaced because it is open.
+bool is_open_somewhere(const char* path) {
+    const Handle handle(
+        CreateFileA(path, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, windows_api::open_existing, 0, nullptr));
+    return !handle.valid() && GetLastError() == ERROR_SHARING_VIOLATION;
+}
+
+bool move(const char* from, const char* to, DWORD flags) {
+    if (MoveFileExA(from, to, flags)) return true;
+    const DWORD code = GetLastError();
+    return code == ERROR_ACCESS_DENIED && is_open_somewhere(to) ? fail(Failure::IN_USE, code) : fail_os(code);
+}
+
 bool move_path(const char* from, const char* to, DWORD flags) {
     const NativePath source(from);
     if (!source.valid()) return false;
@@ -117,7 +125,7 @@ bool move_path(const char* from, const char* to, DWORD flags) {
     if (!target.valid() || meets_fault(FaultPoint::RENAME)) return false;
     if (is_other_case(source.text(), target.text())) return change_case(source.text(), target.text(), flags);
     if (!may_take_place(source.text(), target.text())) return false;
-    return MoveFileExA(source.text(), target.text(), flags) || fail_last();
+    return move(source.text(), target.text(), flags);
 }
 
 // The content must be on the disk before the name is. A read-only file has been closed by its writer long ago, and the
@@ -137,6 +145,11 @@ std::optional<Attributes> get_attributes(const PathAt& path) {
     WIN32_FILE_ATTRIBUTE_DATA record{};
     if (!GetFileAttributesExA(native.text(), GetFileExInfoStandard, &record)) {
         fail_last();
+        return std::nullopt;
+    }
+    // A name that ends in a slash is a directory's.
+    if (!is_directory(record.dwFileAttributes) && ends_in_slash(path.full)) {
+        fail_os(ERROR_DIRECTORY);
         return std::nullopt;
     }
     if (has_bits(record.dwFileAttributes, FILE_ATTRIBUTE_REPARSE_POINT)) return attributes_behind_link(native.text());

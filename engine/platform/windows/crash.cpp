@@ -11,10 +11,13 @@
 #include <cstdio>
 #include <cstring>
 
+#include "engine/platform/windows/crash_stack.h"
+
 namespace platform {
 
 struct CrashContext {
     EXCEPTION_POINTERS* pointers = nullptr;
+    DWORD thread = 0;  // that crashed
 };
 
 namespace {
@@ -43,10 +46,24 @@ struct Comment {
 Comment comment;
 std::atomic_flag comment_taken;
 
+DWORD WINAPI call_handler(void* crash) {
+    if (const CrashHandler handler = state.handler.load()) handler(static_cast<const CrashContext*>(crash));
+    return 0;
+}
+
+/// A stack that is used up has no room for a report, which another thread then writes.
 void report(EXCEPTION_POINTERS* pointers) {
+    constexpr DWORD longest_wait_ms = 10'000;
     if (state.reported.exchange(true)) return;
-    const CrashContext crash{.pointers = pointers};
-    if (const CrashHandler handler = state.handler.load()) handler(&crash);
+    CrashContext crash{.pointers = pointers, .thread = GetCurrentThreadId()};
+    if (pointers->ExceptionRecord->ExceptionCode != EXCEPTION_STACK_OVERFLOW) {
+        call_handler(&crash);
+        return;
+    }
+    const HANDLE reporter = CreateThread(nullptr, 0, call_handler, &crash, 0, nullptr);
+    if (reporter == nullptr) return;
+    WaitForSingleObject(reporter, longest_wait_ms);
+    CloseHandle(reporter);
 }
 
 LONG WINAPI on_exception(EXCEPTION_POINTERS* pointers) {
@@ -85,8 +102,7 @@ MINIDUMP_TYPE dump_type(bool full) {
 
 bool write_to(HANDLE file, WriteDumpFunction write, const DumpRequest& request) {
     MINIDUMP_EXCEPTION_INFORMATION exception{};
-    exception.ThreadId = GetCurrentThreadId();
-    exception.ExceptionPointers = request.crash == nullptr ? nullptr : request.crash->pointers;
+    if (request.crash != nullptr) exception = {request.crash->thread, request.crash->pointers, FALSE};
     comment.length = 0;
     if (request.write_log != nullptr) request.write_log(Comment::add, &comment);
     comment.text[comment.length] = '\0';
@@ -97,6 +113,11 @@ bool write_to(HANDLE file, WriteDumpFunction write, const DumpRequest& request) 
 }
 
 }  // namespace
+
+void reserve_stack_for_crash() {
+    ULONG size = 32 * 1024;  // enough to start a thread that writes the report
+    SetThreadStackGuarantee(&size);
+}
 
 void break_into_debugger() { DebugBreak(); }
 
@@ -142,6 +163,7 @@ bool install_crash_handler(CrashHandler handler) {
     CrashHandler none = nullptr;
     if (handler == nullptr || !state.handler.compare_exchange_strong(none, handler)) return false;
     state.reported.store(false);
+    reserve_stack_for_crash();
     state.previous = SetUnhandledExceptionFilter(on_exception);
     state.previous_abort = std::signal(SIGABRT, on_abort);
     return true;

@@ -7,17 +7,12 @@
 #include <optional>
 #include <string_view>
 
-#include "engine/platform/faults.h"
 #include "engine/platform/windows/native_path.h"
+#include "engine/platform/windows/ordered_fault.h"
 
 namespace platform {
 
 namespace {
-
-bool meets_fault(FaultPoint point) {
-    const auto fault = fault_at(point);
-    return fault && !fail(*fault);
-}
 
 class Search {
 public:

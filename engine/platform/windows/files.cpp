@@ -5,11 +5,10 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <utility>
 
-#include "engine/platform/faults.h"
 #include "engine/platform/windows/native_path.h"
+#include "engine/platform/windows/ordered_fault.h"
 
 // The position of a file is kept here, and every read and write names its offset: the system's own position moves with
 // whoever reads, and is only set where the system uses it (the end mark, descriptors of the C run-time).
@@ -19,8 +18,9 @@ namespace platform {
 namespace {
 
 constexpr std::uint64_t all_ones = ~std::uint64_t{0};  // nothing moved, or not known
-constexpr std::uint64_t largest_piece = 0x4000'0000;   // a multiple of any alignment below the system's 32 bits
-constexpr std::uint32_t unbuffered_alignment = 4096;   // a multiple of what any disk asks for
+constexpr std::uint64_t largest_position = 0x7FFF'FFFF'FFFF'FFFF;
+constexpr std::uint64_t largest_piece = 0x4000'0000;  // a multiple of any alignment below the system's 32 bits
+constexpr std::uint32_t unbuffered_alignment = 4096;  // a multiple of what any disk asks for
 
 HANDLE to_handle(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
 
@@ -93,26 +93,9 @@ void record_open_failure(const char* path, bool writes, DWORD code) {
     }
 }
 
-bool ends_in_slash(const char* path) {
-    const std::size_t length = std::strlen(path);
-    return length != 0 && (path[length - 1] == '/' || path[length - 1] == '\\');
-}
-
 std::uint64_t no_handle() {
     fail(Failure::INVALID_HANDLE);
     return all_ones;
-}
-
-// False where the call may go on. A fault that is no failure halves `size`.
-bool meets_fault(FaultPoint point, std::uint64_t& size) {
-    const auto fault = fault_at(point);
-    if (!fault) return false;
-    if (*fault == Failure::NONE) {
-        size /= 2;
-        return false;
-    }
-    fail(*fault);
-    return true;
 }
 
 OVERLAPPED at_offset(std::uint64_t offset, HANDLE event) {
@@ -188,10 +171,9 @@ void File::close() {
 
 File File::open(const PathAt& path, const OpenOptions& options) {
     File file;
-    std::uint64_t whole = 0;
     if (ends_in_slash(path.full) && !fail(Failure::INVALID_NAME)) return file;
     const NativePath native(path.full, creates(options.disposition) ? NativePath::Use::NEW : NativePath::Use::EXISTING);
-    if (!native.valid() || meets_fault(FaultPoint::OPEN, whole)) return file;
+    if (!native.valid() || meets_fault(FaultPoint::OPEN)) return file;
 
     const bool writes = (access_of(options) & GENERIC_WRITE) != 0;
     // Where the caller may do everything, some systems let the attribute bind nobody.
@@ -244,18 +226,15 @@ std::uint64_t File::write(const void* buffer, std::uint64_t size) {
     return done;
 }
 
+// Seeking asks the system for nothing but, perhaps, the length.
 bool File::seek(std::int64_t offset, Origin origin) {
-    LARGE_INTEGER target{};
-    target.QuadPart = offset;
-    if (origin == Origin::CURRENT) {
-        const auto position = static_cast<std::int64_t>(position_);
-        if (offset > std::numeric_limits<std::int64_t>::max() - position) return fail_os(ERROR_NEGATIVE_SEEK);
-        target.QuadPart = position + offset;
-    }
-    LARGE_INTEGER position{};
-    const DWORD method = origin == Origin::END ? FILE_END : FILE_BEGIN;
-    if (!SetFilePointerEx(to_handle(handle_), target, &position, method)) return fail_last();
-    position_ = static_cast<std::uint64_t>(position.QuadPart);
+    if (!valid()) return fail(Failure::INVALID_HANDLE);
+    std::uint64_t base = 0;
+    if (origin == Origin::CURRENT) base = position_;
+    if (origin == Origin::END && (base = length()) == all_ones) return false;
+    const std::uint64_t target = base + static_cast<std::uint64_t>(offset);  // wraps where it cannot be a position
+    if (target > largest_position) return fail_os(ERROR_NEGATIVE_SEEK);
+    position_ = target;
     return true;
 }
 
@@ -269,8 +248,7 @@ std::uint64_t File::length() const {
 }
 
 bool File::set_end() {
-    std::uint64_t whole = 0;
-    if (meets_fault(FaultPoint::SET_END, whole)) return false;
+    if (meets_fault(FaultPoint::SET_END)) return false;
     LARGE_INTEGER position{};
     position.QuadPart = static_cast<LONGLONG>(position_);
     const HANDLE handle = to_handle(handle_);

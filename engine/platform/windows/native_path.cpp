@@ -55,6 +55,11 @@ NativePath::NativePath(const char* path, Use use) {
     text_[length_] = '\0';
 }
 
+bool ends_in_slash(const char* path) {
+    const std::size_t length = std::strlen(path);
+    return length != 0 && is_slash(path[length - 1]);
+}
+
 HANDLE open_for_query(const char* path) {
     constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     return CreateFileA(path, FILE_READ_ATTRIBUTES, share_all, nullptr, windows_api::open_existing,

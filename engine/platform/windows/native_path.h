@@ -26,6 +26,8 @@ private:
     std::size_t length_ = 0;
 };
 
+bool ends_in_slash(const char* path);
+
 /// An owned handle of the system.
 class Handle {
 public:

@@ -35,7 +35,7 @@ struct CriticalSection {
 };
 
 // Never null by contract, so without memory for a lock the process ends here rather than run unlocked.
-CriticalSection* create_critical_section() {
+CriticalSection* create_critical_section() noexcept {
     auto* const section = new CriticalSection;
     InitializeCriticalSection(&section->section);
     return section;

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "engine/platform/sync.h"
+#include "engine/platform/windows/crash_stack.h"
 
 namespace platform {
 
@@ -17,6 +18,7 @@ namespace {
 
 DWORD WINAPI run_thread(void* argument) {
     const Thread& thread = *static_cast<const Thread*>(argument);
+    reserve_stack_for_crash();
     thread.entry(thread.argument);
     return 0;
 }

@@ -12,7 +12,8 @@ namespace fs {
 
 /// Opens a native file directly, without asking any source.
 ///
-/// Path     native, at most 259 bytes; with FFSOpenFlags::THROUGH_VFS (READ) it goes to fs::open instead.
+/// Path     native, at most 259 bytes; with FFSOpenFlags::THROUGH_VFS (READ) it goes to fs::open instead, unless a
+///          source asks for it while fs::open asks that source.
 /// Returns  by mode and flags a gzip, an asynchronous or a plain handle; null on failure.
 /// Owns     the caller closes it. `source` (may be null) is only noted in the handle.
 /// Monitor  told after each successful open.

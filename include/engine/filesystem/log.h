@@ -151,7 +151,8 @@ private:
     };
     struct Lookup;
     void copy(const Settings& other);
-    void set_locked(const Lookup& wanted, ELevel::TYPE level, bool& refused);
+    bool change_category(const char* name, ELevel::TYPE level);
+    bool change_locked(const Lookup& wanted, ELevel::TYPE level);
 
     std::atomic<std::uint32_t> level_{ELevel::INFO};
     std::atomic<std::uint32_t> count_{0};

@@ -27,7 +27,7 @@ public:
     ~CThread();
 
     /// Starts `entry(argument)` on a thread of its own, named `name` where the system shows names (null is no name).
-    /// `priority` runs from -2 to 2, 0 is normal; a raise that the system refuses is passed over.
+    /// `priority` runs from -2 to 2, 0 is normal, and is cut to that; a raise that the system refuses is passed over.
     ///
     /// Returns  false when the object stands for a thread already, or when the system has none left.
     bool Start(const char* name, Entry entry, void* argument, int priority = 0);

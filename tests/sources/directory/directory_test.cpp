@@ -265,8 +265,9 @@ class Monitor : public fs::IFsMonitor {
 public:
     Monitor() { fs::set_monitor(this); }
     ~Monitor() { fs::set_monitor(nullptr); }
-    void touch_file(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS) override {
-        touched.push_back(std::string(path).substr(std::string(path).rfind('/') + 1) + std::to_string(mode));
+    void touch_file(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) override {
+        touched.push_back(std::string(path).substr(std::string(path).rfind('/') + 1) + std::to_string(mode) + "+" +
+                          std::to_string(flags));
     }
     std::vector<std::string> touched;
 };
@@ -287,7 +288,7 @@ TEST_F(DirectorySource, OpensInEachModeAndTellsTheMonitor) {
     EXPECT_EQ(read_all(source_.open_read(f, FFSOpenFlags::THROUGH_VFS)), "yz") << "asked through the sources already";
     EXPECT_TRUE(write_all(source_.create_write(as_path("new"), FFSOpenFlags::NONE), "1"));
     EXPECT_TRUE(write_all(source_.create_read_write(as_path("new2"), FFSOpenFlags::NONE), "1"));
-    EXPECT_THAT(monitor.touched, ElementsAre("F2", "F3", "F3", "F1", "F0", "new1", "new23"));
+    EXPECT_THAT(monitor.touched, ElementsAre("F2+0", "F3+0", "F3+32", "F1+2", "F0+0", "new1+32", "new23+0"));
 }
 
 TEST_F(DirectorySource, RefusesModesAndFlagsThatExcludeEachOther) {

@@ -7,6 +7,7 @@
 
 #include <engine/filesystem/log.h>
 #include <engine/filesystem/startup.h>
+#include <engine/kernel/multithreading.h>
 
 #include "engine/platform/crash.h"
 #include "engine/platform/posix/crash/symbols.h"
@@ -63,6 +64,13 @@ TEST(CrashChainChildren, DISABLED_StackOverflow) {
     std::exit(use_up_stack(0) == 0 ? 0 : 1);
 }
 
+TEST(CrashChainChildren, DISABLED_StackOverflowOfAThread) {
+    start(SIGUSR1);
+    mt::CThread thread;
+    thread.Start(
+        "deep", [](void*) { std::exit(use_up_stack(0) == 0 ? 0 : 1); }, nullptr);
+}
+
 int count_reports(const std::filesystem::path& root) {
     int count = 0;
     for (const auto& item : std::filesystem::recursive_directory_iterator(root))
@@ -82,11 +90,13 @@ TEST(CrashChain, EveryKindOfCrashIsReportedAndThenLeftToTheHost) {
 }
 
 TEST(CrashChain, AStackThatIsUsedUpIsReportedToo) {
-    std::filesystem::remove_all("root");
-    std::filesystem::create_directories("root");
-    const ChildResult result = run_child("CrashChainChildren.DISABLED_StackOverflow", "root");
-    EXPECT_NE(result.exit_code, 0);
-    EXPECT_EQ(count_reports("root"), 1) << result.output;
+    for (const char* name : {"StackOverflow", "StackOverflowOfAThread"}) {
+        std::filesystem::remove_all("root");
+        std::filesystem::create_directories("root");
+        const ChildResult result = run_child(std::string("CrashChainChildren.DISABLED_") + name, "root");
+        EXPECT_NE(result.exit_code, 0) << name;
+        EXPECT_EQ(count_reports("root"), 1) << name << "\n" << result.output;
+    }
 }
 
 TEST(CallStack, NamesFunctionsWithoutHelpOfTheLoader) {

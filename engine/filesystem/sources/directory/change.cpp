@@ -14,16 +14,6 @@ using fs::DirectoryState;
 using fs::FileTable;
 using fs::NativePath;
 
-bool refuse(const char* path, EFSError::TYPE code, const char* why) {
-    fs::set_error(code, path, why);
-    return false;
-}
-
-bool refuse_by_disk(const char* path, const char* action) {
-    fs::set_error_from_platform(path, action, platform::last_error());
-    return false;
-}
-
 // Removes the files of one directory, and with `below` those of every directory under it, from the table.
 void forget_files(DirectoryState& state, std::string_view dir, bool below) {
     FileTable& table = *state.table;
@@ -112,12 +102,12 @@ bool is_on_disk(const char* path) { return platform::get_attributes(path).has_va
 bool CWin32_dir::mkdir(const fs::path& p) {
     NativePath native;
     if (p.EmptyPath() || !build_native_path(state_->native_root, p.PathNameView(), {}, native)) {
-        return refuse(p.PathName(), EFSError::INVALID_NAME,
-                      "The directory has no name, or its native path is too long.");
+        return fs::refuse(EFSError::INVALID_NAME, p.PathName(),
+                          "The directory has no name, or its native path is too long.");
     }
     if (fs::climbs(p.PathNameView()) || !fs::is_creatable(native.view().substr(native.root_length))) {
-        return refuse(native.text, EFSError::INVALID_NAME,
-                      "The directory leads out of the source or has a name that not every system can hold.");
+        return fs::refuse(EFSError::INVALID_NAME, native.text,
+                          "The directory leads out of the source or has a name that not every system can hold.");
     }
     if (!fs::create_directories(native.text)) return false;
     std::string lower(p.PathNameView());
@@ -129,7 +119,8 @@ bool CWin32_dir::mkdir(const fs::path& p) {
 void CWin32_dir::rem_dir(const fs::path& p) {
     NativePath native;
     if (!is_removable(*state_, p, native)) {
-        refuse(p.PathName(), EFSError::INVALID_NAME, "The directory is empty, leads out of the source or is too long.");
+        fs::refuse(EFSError::INVALID_NAME, p.PathName(),
+                   "The directory is empty, leads out of the source or is too long.");
         return;
     }
     TreeRemover(*state_).remove(native, p.PathNameView());
@@ -137,12 +128,12 @@ void CWin32_dir::rem_dir(const fs::path& p) {
 
 bool CWin32_dir::rem_file(const fs::path& p) {
     if (p.EmptyFile() || fs::climbs(p.PathNameView())) {
-        return refuse(p.FileName(), EFSError::INVALID_NAME, "The name is empty or leads out of the source.");
+        return fs::refuse(EFSError::INVALID_NAME, p.FileName(), "The name is empty or leads out of the source.");
     }
     const std::uint32_t file = state_->find(p);
     NativePath native;
     if (file == FileTable::none || !state_->native_path(file, native)) return false;
-    if (!platform::remove_file(native.text)) return refuse_by_disk(native.text, "cannot be deleted");
+    if (!platform::remove_file(native.text)) return fs::refuse_by_disk(native.text, "cannot be deleted");
     state_->table->remove(file);
     FileTable::compact(state_->table);
     return true;
@@ -153,21 +144,21 @@ bool CWin32_dir::rename_file(const fs::path& from, const fs::path& to) {
     NativePath native_from;
     NativePath native_to;
     if (file == FileTable::none || !state_->native_path(file, native_from)) {
-        return refuse(from.FileName(), EFSError::NOT_FOUND, "The source does not hold the file to rename.");
+        return fs::refuse(EFSError::NOT_FOUND, from.FileName(), "The source does not hold the file to rename.");
     }
     const bool fits = !to.EmptyFile() && state_->native_path(to, native_to);
     if (!fits || fs::climbs(from.PathNameView()) || fs::climbs(to.PathNameView()) ||
         !fs::is_creatable(native_to.view().substr(native_to.root_length))) {
-        return refuse(
-            to.FileName(), EFSError::INVALID_NAME,
+        return fs::refuse(
+            EFSError::INVALID_NAME, to.FileName(),
             "The new name is empty, too long, leads out of the source or is one that not every system can hold.");
     }
     if (!fs::equal_folded(native_from.view(), native_to.view()) && is_on_disk(native_to.text)) {
-        return refuse(native_to.text, EFSError::ALREADY_EXISTS, "There is a file of the new name.");
+        return fs::refuse(EFSError::ALREADY_EXISTS, native_to.text, "There is a file of the new name.");
     }
     if (!fs::create_directories(native_to.text)) return false;
     if (!platform::rename_path(native_from.text, native_to.text)) {
-        return refuse_by_disk(native_from.text, "cannot be renamed");
+        return fs::refuse_by_disk(native_from.text, "cannot be renamed");
     }
     const bool installed = state_->table->is_installed(file);
     state_->table->remove(file);
@@ -188,6 +179,6 @@ void CWin32_dir::refresh_dir(const char* dir) {
     if (!platform::resolve_case(native.text, native.text)) return;
     const std::string spelled(native.text + native.root_length, native.length - native.root_length);
     if (!fs::scan_directory(*state_, spelled, node, false, nullptr)) {
-        refuse(native.text, EFSError::OUT_OF_MEMORY, "There is no memory for the names of the directory.");
+        fs::refuse(EFSError::OUT_OF_MEMORY, native.text, "There is no memory for the names of the directory.");
     }
 }

@@ -14,8 +14,8 @@
 // to init, or its parent when the last component of the root leads every name; that component is then the *start*, where
 // the scan begins. The *spelling* of a name is how the disk writes it; all else is lower case.
 //
-// The class is spread over files by what its operations do: directory.cpp mounts and answers, directory_open.cpp opens
-// and creates, directory_change.cpp makes and removes, directory_search.cpp lists.
+// The class is spread over files by what its operations do: directory.cpp mounts and answers, open.cpp opens and creates,
+// change.cpp makes and removes, search.cpp lists.
 //
 // Invariant: each file of the table was seen on the disk, or made by this source, under the native path that its
 // directory and spelling give; nothing asks the disk whether it is still there.
@@ -55,11 +55,6 @@ bool fill(fs::DirectoryState& state, fs::dir_listing* listing) {
     return fs::scan_directory(state, state.start, &state.tree, recursive, listing);
 }
 
-bool refuse(const char* path, EFSError::TYPE code, const char* why) {
-    fs::set_error(code, path, why);
-    return false;
-}
-
 }  // namespace
 
 CWin32_dir::CWin32_dir(EFSSourceType::TYPE type, const char* const* include)
@@ -91,13 +86,15 @@ bool CWin32_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::d
     state.is_protected = has(flags, FFSAddSourceFlags::PROTECTED);
     state.allow_write = !has(flags, FFSAddSourceFlags::MUST_EXIST);
     const char* text = state.root.PathName();
-    if (state.root.Empty()) return refuse("", EFSError::INVALID_NAME, "The root of a directory source is empty.");
+    if (state.root.Empty()) return fs::refuse(EFSError::INVALID_NAME, "", "The root of a directory source is empty.");
     if (!state.allow_write && (state.root.EmptyPath() || !is_directory(text))) {
-        return refuse(text, EFSError::NOT_FOUND, "The root of the source must exist and is not a directory.");
+        return fs::refuse(EFSError::NOT_FOUND, text, "The root of the source must exist and is not a directory.");
     }
-    if (!choose_roots(state)) return refuse(text, EFSError::INVALID_NAME, "The root of the source is too long.");
-    if (fill(state, listing)) return true;
-    return refuse(text, EFSError::OUT_OF_MEMORY, "There is no memory for the names of the source.");
+    if (!choose_roots(state)) return fs::refuse(EFSError::INVALID_NAME, text, "The root of the source is too long.");
+    const bool filled = fill(state, listing);
+    state.table->settle();
+    if (filled) return true;
+    return fs::refuse(EFSError::OUT_OF_MEMORY, text, "There is no memory for the names of the source.");
 }
 
 void CWin32_dir::clear() {
@@ -146,7 +143,7 @@ std::int64_t CWin32_dir::write_time(const fs::path& p) {
     if (file == fs::FileTable::none || !state_->native_path(file, native)) return -1;
     const std::optional<platform::Attributes> attributes = platform::get_attributes(native.at(state_->native_root));
     if (attributes) return platform::utc_to_local(attributes->write_time);
-    fs::set_error_from_platform(native.text, "has no readable attributes", platform::last_error());
+    fs::refuse_by_disk(native.text, "has no readable attributes");
     return -1;
 }
 
@@ -156,7 +153,7 @@ bool CWin32_dir::set_write_time(const fs::path& p, std::int64_t time) {
     if (file == fs::FileTable::none || !state_->native_path(file, native)) return false;
     // The answer does not depend on the disk: a file that cannot be opened keeps its time, and this is true all the same.
     if (!platform::set_write_time(native.text, platform::local_to_utc(time))) {
-        fs::set_error_from_platform(native.text, "keeps its time", platform::last_error());
+        fs::refuse_by_disk(native.text, "keeps its time");
     }
     return true;
 }
@@ -173,9 +170,7 @@ bool CWin32_dir::set_read_only(const fs::path& p, bool on) {
     const std::uint32_t file = state_->find(p);
     fs::NativePath native;
     if (file == fs::FileTable::none || !state_->native_path(file, native)) return false;
-    if (platform::set_read_only(native.text, on)) return true;
-    fs::set_error_from_platform(native.text, "keeps its read-only attribute", platform::last_error());
-    return false;
+    return platform::set_read_only(native.text, on) || fs::refuse_by_disk(native.text, "keeps its read-only attribute");
 }
 
 void CWin32_dir::mark_installed_all(bool on) {

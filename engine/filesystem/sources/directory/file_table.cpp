@@ -2,18 +2,24 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 #include "engine/filesystem/contract/normalize.h"
 
-// Words: a *record* is one file, with its name right behind it, so that a look-up reads one place. Records are stored in
-// the order of insertion and never move, hence a smaller number is an earlier file. Files of one name form a *ring*; the
-// index finds the ring by the hash of the name and points at its last file, whose next is the first. A name with more
-// than a few files gets a tree over their directories, since asking each would make a look-up as slow as the number of
-// files that share its name.
+// Words: a *record* is one file, with its name right behind it, so that a look-up reads one place. Files of one name form a
+// *ring*; the index finds the ring by the hash of the name and points at its last file, whose next is the first. A name
+// with more than a few files gets a tree over their directories, since asking each would make a look-up as slow as the
+// number of files that share its name.
 //
-// The invariant behind every answer: of the files that match, the one with the least number wins, which is the one that a
-// walk through the bucket from its front would meet first.
+// A look-up costs what it waits for memory: once for the index and then for the record that it names. So a table that has
+// been filled is *settled* (file_table_settle.cpp): each group of the index has a *page* of the store, found by the group's
+// number alone, in which the records of its files lie. From then on both are fetched at once. A record that found no room
+// on its page, or was added later, lies behind the pages, and a look-up for it waits twice.
+//
+// The invariant behind every answer: of the files that match, the one that was inserted first wins, which is the one that
+// a walk through the bucket from its front would meet first. Records of one name lie in the store in that order: new ones
+// go to its end, and settling moves a ring as a whole. So the least number tells the first.
 
 namespace fs {
 
@@ -37,15 +43,10 @@ std::uint32_t FileTable::bucket(std::string_view name) {
     return hash & 0xFFFF;
 }
 
-std::uint32_t FileTable::record_words(const Record& file) {
-    const std::uint32_t text = file.flags & spelled_flag ? file.length * 2u : file.length;
-    return static_cast<std::uint32_t>(sizeof(Record) / 4) + (text + 3) / 4;
-}
-
-std::uint32_t FileTable::skip_removed(std::uint32_t file) const {
-    const std::size_t end = store_.size() / 4;
-    while (file < end && (record(file).flags & removed_flag) != 0) file += record_words(record(file));
-    return file < end ? file : none;
+std::uint32_t FileTable::at_or_after(std::uint32_t order) const {
+    const std::size_t end = by_order_.size();
+    while (order < end && by_order_[order] == none) ++order;
+    return order < end ? by_order_[order] : none;
 }
 
 std::string_view FileTable::spelled_name(std::uint32_t file) const {
@@ -60,7 +61,11 @@ void FileTable::set_installed(std::uint32_t file, bool on) {
 
 // `dir_length` is that of the directory that will be compared, so that it can be fetched together with the name.
 std::uint32_t* FileTable::find_name(std::string_view name, std::size_t dir_length) const {
-    return index_.find(hash_text(name.data(), name.size()), [&](std::uint32_t value, std::uint32_t dir) {
+    const std::uint64_t hash = hash_text(name.data(), name.size());
+    index_.expect(hash);
+    const unsigned char* const page = store_.data() + pages_begin_ + index_.first_group(hash) * page_bytes_;
+    for (std::size_t at = 0; at < page_bytes_; at += cache_line) fetch(page + at);
+    return index_.find(hash, [&](std::uint32_t value, std::uint32_t dir) {
         const Record& found = record(last_of(value));
         if (dir_length != 0) dirs_.expect(dir, dir_length);
         fetch(text_of(found) + name.size());
@@ -92,15 +97,17 @@ std::uint32_t FileTable::find(std::string_view dir, std::string_view name) const
     const std::uint32_t* slot = find_name(name, dir.size());
     if (!slot) return none;
     if (dir.empty()) return record(last_of(*slot)).next;
-    return *slot & many_bit ? find_among_many(*many_[*slot ^ many_bit], dir) : find_in_ring(*slot, dir);
+    const ManyOfOneName* many = many_of(*slot);
+    return many ? find_among_many(*many, dir) : find_in_ring(*slot, dir);
 }
 
 std::uint32_t FileTable::find_exact(std::string_view dir, std::string_view name) const {
     const std::uint32_t* slot = find_name(name, dir.size());
     if (!slot) return none;
     const std::uint32_t last = last_of(*slot);
-    if ((*slot & many_bit) != 0 && many_[*slot ^ many_bit]->tree_is_whole && !dir.empty()) {
-        const std::uint32_t file = many_[*slot ^ many_bit]->tree.find_exact(dir);
+    const ManyOfOneName* many = many_of(*slot);
+    if (many && many->tree_is_whole && !dir.empty()) {
+        const std::uint32_t file = many->tree.find_exact(dir);
         // A file of the empty directory is in the tree under the root's text; look on behind it.
         if (file == none || !dirs_.lower(record(file).dir).empty()) return file;
     }
@@ -117,10 +124,19 @@ std::uint32_t FileTable::store(std::uint32_t dir, std::string_view spelled_name,
     const bool is_spelled =
         std::any_of(spelled_name.begin(), spelled_name.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
     const int flags = (installed ? installed_flag : 0) | (is_spelled ? spelled_flag : 0);
-    Record made{none, none, dir, static_cast<std::uint16_t>(length), static_cast<std::uint16_t>(flags)};
+    Record made{.next = none,
+                .previous = none,
+                .order = static_cast<std::uint32_t>(by_order_.size()),
+                .dir = dir,
+                .length = static_cast<std::uint16_t>(length),
+                .flags = static_cast<std::uint16_t>(flags)};
     const auto file = static_cast<std::uint32_t>(store_.size() / 4);
     unsigned char* place = store_.extend(std::size_t{record_words(made)} * 4);
     if (!place) return none;
+    if (!by_order_.push(file)) {
+        store_.resize_down(std::size_t{file} * 4);
+        return none;
+    }
     std::memcpy(place, &made, sizeof made);
     char* text = reinterpret_cast<char*>(place) + sizeof made;
     std::copy(spelled_name.begin(), spelled_name.end(), text);
@@ -155,9 +171,9 @@ void FileTable::append(std::uint32_t* slot, std::uint32_t file) {
     made.next = before.next;
     record(before.next).previous = file;
     before.next = file;
-    if ((*slot & many_bit) != 0) {
-        many_[*slot ^ many_bit]->last = file;
-        add_to_tree(*many_[*slot ^ many_bit], file);
+    if (ManyOfOneName* many = many_of(*slot)) {
+        many->last = file;
+        add_to_tree(*many, file);
         return;
     }
     const int position = (before.flags >> position_shift) + 1;
@@ -198,7 +214,7 @@ void FileTable::add_to_tree(ManyOfOneName& many, std::uint32_t file) const {
 }
 
 bool FileTable::grow_answers(ManyOfOneName& many) const {
-    if (!many.answer_index.start_over(many.answers.size() * 2 + 1)) return false;
+    if (!many.answer_index.start_over(many.answers.size() * 2)) return false;
     for (std::uint32_t i = 0; i < many.answers.size(); ++i) {
         const std::string_view dir = dirs_.compared(many.answers[i].dir);
         many.answer_index.insert(hash_text(dir.data(), dir.size()), i, many.answers[i].dir);
@@ -230,19 +246,18 @@ std::uint32_t FileTable::next_of_same_dir(std::uint32_t file, std::uint32_t last
 // Takes the file out of its ring and its tree.
 void FileTable::unlink(std::uint32_t* slot, std::uint32_t file) {
     Record& gone = record(file);
-    const bool is_many = (*slot & many_bit) != 0;
+    ManyOfOneName* many = many_of(*slot);
     const std::uint32_t last = last_of(*slot);
-    if (is_many && many_[*slot ^ many_bit]->tree_is_whole) {
-        many_[*slot ^ many_bit]->has_answers = false;
-        SuffixTree& tree = many_[*slot ^ many_bit]->tree;
+    if (many && many->tree_is_whole) {
+        many->has_answers = false;
         const std::string_view dir = dirs_.compared(gone.dir);
-        tree.remove(dir, file, tree.is_shared(dir) ? next_of_same_dir(file, last) : none);
+        many->tree.remove(dir, file, many->tree.is_shared(dir) ? next_of_same_dir(file, last) : none);
     }
     record(gone.previous).next = gone.next;
     record(gone.next).previous = gone.previous;
     if (file != last) return;
-    if (is_many) {
-        many_[*slot ^ many_bit]->last = gone.previous;
+    if (many) {
+        many->last = gone.previous;
         return;
     }
     record(gone.previous).flags |= indexed_flag;
@@ -257,45 +272,57 @@ void FileTable::remove(std::uint32_t file) {
     } else {
         unlink(slot, file);
     }
-    record(file).flags |= removed_flag;
+    by_order_[record(file).order] = none;
     removed_words_ += record_words(record(file));
     --count_;
 }
 
+// Puts ring ends into an index that is larger than the cache: the places of some are fetched before the first is written.
+class FileTable::IndexFiller {
+public:
+    explicit IndexFiller(NameIndex& index) : index_(index) {}
+    ~IndexFiller() { flush(); }
+    IndexFiller(const IndexFiller&) = delete;
+    IndexFiller& operator=(const IndexFiller&) = delete;
+
+    void insert(std::string_view name, std::uint32_t value, std::uint32_t dir) {
+        if (count_ == std::size(waiting_)) flush();
+        waiting_[count_] = {hash_text(name.data(), name.size()), value, dir};
+        index_.expect(waiting_[count_++].hash);
+    }
+
+private:
+    void flush() {
+        for (std::size_t i = 0; i < count_; ++i) index_.insert(waiting_[i].hash, waiting_[i].value, waiting_[i].dir);
+        count_ = 0;
+    }
+
+    struct Waiting {
+        std::uint64_t hash;
+        std::uint32_t value;
+        std::uint32_t dir;
+    };
+    NameIndex& index_;
+    Waiting waiting_[32];
+    std::size_t count_ = 0;
+};
+
 bool FileTable::grow_index() {
-    if (!index_.start_over(index_.size() * 2 + 1)) return false;
+    if (!index_.start_over(index_.size() * 2)) return false;
+    page_bytes_ = 0;
+    IndexFiller filler(index_);
     for (std::uint32_t file = first(); file != none; file = next(file)) {
-        if ((record(file).flags & indexed_flag) == 0) continue;
-        const std::string_view text = name(file);
-        index_.insert(hash_text(text.data(), text.size()), file, record(file).dir);
+        if ((record(file).flags & indexed_flag) != 0) filler.insert(name(file), file, record(file).dir);
     }
     for (std::uint32_t i = 0; i < many_.size(); ++i) {
-        if (!many_[i]) continue;
-        const std::string_view text = name(many_[i]->last);
-        index_.insert(hash_text(text.data(), text.size()), many_bit | i, 0);
+        if (many_[i]) filler.insert(name(many_[i]->last), many_bit | i, 0);
     }
     return true;
-}
-
-bool FileTable::copy_to(FileTable& copy) const {
-    const std::string_view root = dirs_.root();
-    if (!copy.set_root(root)) return false;
-    for (std::uint32_t file = first(); file != none; file = next(file)) {
-        const std::uint32_t dir = copy.intern_dir(spelled_dir(file));
-        if (copy.add(dir, spelled_name(file), is_installed(file)) == none) return false;
-    }
-    return true;
-}
-
-void FileTable::compact(std::unique_ptr<FileTable>& table) {
-    constexpr std::size_t worthwhile_words = 16384;
-    if (table->removed_words_ < worthwhile_words || table->removed_words_ < table->store_.size() / 8) return;
-    std::unique_ptr<FileTable> copy(new (std::nothrow) FileTable);
-    if (copy && table->copy_to(*copy)) table = std::move(copy);
 }
 
 std::size_t FileTable::bytes() const {
-    std::size_t sum = dirs_.bytes() + store_.bytes() + index_.bytes() + many_.capacity() * sizeof(void*);
+    std::size_t sum =
+        dirs_.bytes() + store_.bytes() + by_order_.bytes() + index_.bytes() + many_.capacity() * sizeof(void*);
     for (const auto& many : many_) {
         if (many)
             sum += sizeof(ManyOfOneName) + many->tree.bytes() + many->answers.bytes() + many->answer_index.bytes();

@@ -61,6 +61,14 @@ public:
         return added != nullptr;
     }
     void resize_down(std::size_t size) { size_ = size; }
+    /// Lets go of the room behind the last value; without effect where that cannot be done.
+    void give_back_spare() {
+        if (size_ == 0 || size_ == capacity_) return;
+        void* const cut = std::realloc(data_, size_ * sizeof(Value));
+        if (!cut) return;
+        data_ = static_cast<Value*>(cut);
+        capacity_ = size_;
+    }
     void clear() {
         std::free(data_);
         data_ = nullptr;

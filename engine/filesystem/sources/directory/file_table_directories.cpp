@@ -54,7 +54,7 @@ std::uint32_t DirectoryNames::store(std::string_view spelled) {
 }
 
 bool DirectoryNames::grow_index() {
-    if (!index_.start_over(index_.size() * 2 + 1)) return false;
+    if (!index_.start_over(index_.size() * 2)) return false;
     for (std::uint32_t dir = first_; dir < text_.size() / 4;
          dir += size_in_words(head(dir).length, head(dir).is_spelled != 0)) {
         const std::string_view text = spelled(dir);

@@ -6,7 +6,7 @@ namespace fs {
 
 bool NameIndex::start_over(std::size_t count) {
     constexpr std::size_t used_of_group = group_size - 2;
-    const std::size_t groups = std::bit_ceil(count / used_of_group + 1);
+    const std::size_t groups = std::bit_ceil((count + used_of_group - 1) / used_of_group);
     std::unique_ptr<Group[]> made(new (std::nothrow) Group[groups]);
     if (!made) return false;
     for (std::size_t i = 0; i < groups; ++i) {

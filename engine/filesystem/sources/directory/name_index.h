@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -35,7 +36,11 @@ inline std::uint64_t hash_text(const char* text, std::size_t length) {
 }
 
 /// Asks the processor for a place in memory that will soon be read.
-inline void fetch(const void* place) { _mm_prefetch(static_cast<const char*>(place), _MM_HINT_T0); }
+inline void fetch(const void* place) {
+    _mm_prefetch(static_cast<const char*>(place), _MM_HINT_T0);
+    // Without this the compiler takes a function that only fetches for one that does nothing, and drops the call.
+    std::atomic_signal_fence(std::memory_order_acq_rel);
+}
 
 /// Finds 32-bit values by hash: open addressing over groups of seven slots. A group is one line of the processor's cache:
 /// for each slot a byte that is empty, erased or seven bits of its value's hash, and behind these bytes the values; a miss
@@ -72,6 +77,16 @@ public:
     /// Adds a value that is not there yet; there must be room.
     void insert(std::uint64_t hash, std::uint32_t value, std::uint32_t hint);
     void erase(const std::uint32_t* slot);
+    std::size_t groups() const { return groups_ ? group_mask_ + 1 : 0; }
+    /// The group in which the search for a hash begins.
+    std::size_t first_group(std::uint64_t hash) const { return static_cast<std::size_t>(hash >> 7) & group_mask_; }
+    /// Visits the values of one group; what is changed must keep its hash.
+    template <class Visit>
+    void for_each_of_group(std::size_t group, Visit&& visit) {
+        for (std::size_t slot = 0; slot < group_size; ++slot) {
+            if ((groups_[group].tags[slot] & 0x80) == 0) visit(groups_[group].values[slot]);
+        }
+    }
     std::size_t bytes() const { return groups_ ? (group_mask_ + 1) * sizeof(Group) : 0; }
 
 private:
@@ -94,7 +109,6 @@ private:
         const std::uint64_t differing = bytes ^ wanted;
         return (differing - low_bits) & ~differing & high_bits;
     }
-    std::size_t first_group(std::uint64_t hash) const { return static_cast<std::size_t>(hash >> 7) & group_mask_; }
 
     std::unique_ptr<Group[]> groups_;
     std::size_t group_mask_ = 0;

@@ -29,6 +29,14 @@ public:
     bool is_shared(std::string_view dir) const;
     /// Takes `number` away from its directory; `heir` is the next number of the same directory, or none.
     void remove(std::string_view dir, std::uint32_t number, std::uint32_t heir);
+    /// Gives each number the one that `renumbered` answers for it; their order stays.
+    template <class Renumbered>
+    void renumber(Renumbered&& renumbered) {
+        for (Node& node : nodes_) {
+            if (node.exact != none) node.exact = renumbered(node.exact);
+            if (node.least != none) node.least = renumbered(node.least);
+        }
+    }
     std::size_t bytes() const { return nodes_.bytes() + slots_.bytes(); }
 
 private:

@@ -12,9 +12,6 @@ using fs::NativePath;
 
 SFsFile* open_path(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
                    std::string_view name) {
-    if (mode == EFSMode::APPEND || mode == EFSMode::READ_WRITE) {
-        return fs::open_for_change(source, path, mode, flags, name);
-    }
     // The question came through the virtual file system already; asking it again would take its lock twice.
     return fs::open_native_at(source, path, mode, flags & ~FFSOpenFlags::THROUGH_VFS, name);
 }
@@ -36,7 +33,7 @@ struct EntryName {
 };
 
 SFsFile* refuse(const char* path, EFSError::TYPE code, const char* why) {
-    fs::set_error(code, path, why);
+    fs::refuse(code, path, why);
     return nullptr;
 }
 
@@ -52,7 +49,10 @@ SFsFile* CWin32_dir::open_existing(const fs::path& p, EFSMode::TYPE mode, FFSOpe
     if (!state_->native_path(file, native)) {
         return refuse(p.FileName(), EFSError::INVALID_NAME, "The native path of the file is too long.");
     }
-    return open_path(this, native.at(state_->native_root), mode, flags, EntryName(*state_->table, file).view());
+    const platform::PathAt path = native.at(state_->native_root);
+    const EntryName name(*state_->table, file);
+    if (mode == EFSMode::READ || mode == EFSMode::WRITE) return open_path(this, path, mode, flags, name.view());
+    return fs::open_for_change(this, path, mode, flags, name.view());
 }
 
 SFsFile* CWin32_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
@@ -84,7 +84,9 @@ SFsFile* CWin32_dir::create(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags:
     state_->tree_node(lower.PathNameView(), true);
     fs::string name;
     lower.FullName(name);
-    SFsFile* file = open_path(this, native.at(state_->native_root), mode, flags | FFSOpenFlags::CREATE, name);
+    const platform::PathAt path = native.at(state_->native_root);
+    SFsFile* file = mode == EFSMode::WRITE ? open_path(this, path, mode, flags | FFSOpenFlags::CREATE, name)
+                                           : fs::create_for_change(this, path, flags, name);
     if (file) state_->enter_created(lower, native, true);
     return file;
 }

@@ -102,8 +102,7 @@ bool create_directories(const char* path) {
         part.text[at] = '\0';
         if (!platform::create_directory(part.text) &&
             platform::last_error().failure != platform::Failure::ALREADY_EXISTS) {
-            set_error_from_platform(part.text, "cannot be made", platform::last_error());
-            return false;
+            return refuse_by_disk(part.text, "cannot be made");
         }
         part.text[at] = '/';
     }

@@ -17,15 +17,17 @@ using fs::FileTable;
 // Files in the order of the buckets, and within a bucket in that of insertion.
 class InBucketOrder {
 public:
+    explicit InBucketOrder(const FileTable& table) : table_(table) {}
     /// False when memory cannot be had.
-    [[nodiscard]] bool add(const FileTable& table, std::uint32_t file) {
-        return keys_.push(std::uint64_t{FileTable::bucket(table.name(file))} << 32 | file);
+    [[nodiscard]] bool add(std::uint32_t file) {
+        return keys_.push(std::uint64_t{FileTable::bucket(table_.name(file))} << 32 | table_.order(file));
     }
     void sort() { std::sort(keys_.begin(), keys_.end()); }
     std::size_t size() const { return keys_.size(); }
-    std::uint32_t operator[](std::size_t index) const { return static_cast<std::uint32_t>(keys_[index]); }
+    std::uint32_t operator[](std::size_t index) const { return table_.at(static_cast<std::uint32_t>(keys_[index])); }
 
 private:
+    const FileTable& table_;
     fs::PodArray<std::uint64_t> keys_;
 };
 
@@ -53,7 +55,7 @@ private:
 template <class Wanted>
 bool collect(const FileTable& table, Wanted&& wanted, InBucketOrder& out) {
     for (std::uint32_t file = table.first(); file != FileTable::none; file = table.next(file)) {
-        if (wanted(file) && !out.add(table, file)) return false;
+        if (wanted(file) && !out.add(file)) return false;
     }
     out.sort();
     return true;
@@ -116,7 +118,7 @@ void add_line(ztl::vector<fs::string>& lines, int index, const char* root, const
 FS_NAME* CWin32_dir::get_file_list(const char* dir, const char* mask, bool flag) {
     const FileTable& table = *state_->table;
     DirectoryFilter in_dir(table, [&](std::string_view held) { return fs::directory_answers(held, dir, flag); });
-    InBucketOrder files;
+    InBucketOrder files(table);
     const auto wanted = [&](std::uint32_t file) { return in_dir(file) && fs::name_matches(table.name(file), mask); };
     if (!collect(table, wanted, files)) return nullptr;
     return list_of(table, files, fs::new_name);
@@ -128,7 +130,7 @@ FS_NAME* CWin32_dir::search_substring(const char* text) {
     DirectoryFilter contains(table, [&](std::string_view held) {
         return held.substr(0, held.size() - (held.empty() ? 0 : 1)).find(text) != std::string_view::npos;
     });
-    InBucketOrder files;
+    InBucketOrder files(table);
     if (!collect(table, contains, files)) return nullptr;
     return list_of(table, files, new_roomy_name);
 }
@@ -138,7 +140,7 @@ void CWin32_dir::dump(ztl::vector<fs::string>& lines, const char* ext) {
     // exhaust memory that way stops here.
     constexpr std::size_t line_limit = 1'000'000;
     const FileTable& table = *state_->table;
-    InBucketOrder files;
+    InBucketOrder files(table);
     const auto wanted = [&](std::uint32_t file) {
         return table.next_of_name(file) != FileTable::none && has_extension(table.name(file), ext);
     };

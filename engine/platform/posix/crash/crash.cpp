@@ -1,10 +1,9 @@
-// Crashes on Linux: the handler's chain, and the report. The report's own parts are in crash_report.cpp, which uses
+// Crashes on Linux: the handler's chain, and the report. The report's own parts are in report.cpp, which uses
 // nothing but system calls, since a broken process has no memory and no locks to offer.
 #include "engine/platform/crash.h"
 
 #include <execinfo.h>
 #include <pthread.h>
-#include <sys/mman.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 
+#include "engine/platform/posix/crash/alternate_stack.h"
 #include "engine/platform/posix/crash/context.h"
 #include "engine/platform/posix/crash/report.h"
 #include "engine/platform/posix/crash/symbols.h"
@@ -22,7 +22,6 @@ namespace {
 
 constexpr int crash_signals[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGTRAP, SIGSYS};
 constexpr int crash_signal_count = sizeof(crash_signals) / sizeof(crash_signals[0]);
-constexpr std::size_t alternate_stack_size = 256 * 1024;
 
 struct HandlerState {
     std::atomic<CrashHandler> handler{nullptr};
@@ -74,19 +73,6 @@ void on_signal(int signal_number, siginfo_t* info, void* context) {
     pass_on(signal_number, *info);
 }
 
-/// Handlers of a stack that is used up need another one; each thread has its own, and this gives one to the caller.
-void give_alternate_stack() {
-    stack_t current{};
-    if (sigaltstack(nullptr, &current) != 0 || (current.ss_flags & SS_DISABLE) == 0) return;
-    void* const memory =
-        mmap(nullptr, alternate_stack_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) return;
-    stack_t stack{};
-    stack.ss_sp = memory;
-    stack.ss_size = alternate_stack_size;
-    sigaltstack(&stack, nullptr);
-}
-
 bool is_ours(const struct sigaction& action) {
     return (action.sa_flags & SA_SIGINFO) != 0 && action.sa_sigaction == on_signal;
 }
@@ -122,7 +108,7 @@ bool install_crash_handler(CrashHandler handler) {
     // The first back-trace of a process loads a library; that must not happen in the handler.
     void* frame = nullptr;
     backtrace(&frame, 1);
-    give_alternate_stack();
+    AlternateStack().keep();
     state.reported.store(false);
     struct sigaction action {};
     action.sa_sigaction = on_signal;

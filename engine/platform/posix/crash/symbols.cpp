@@ -8,6 +8,7 @@
 
 #include "engine/platform/posix/crash/maps_reader.h"
 #include "engine/platform/posix/crash/text.h"
+#include "engine/platform/posix/descriptor.h"
 
 namespace platform {
 
@@ -32,20 +33,6 @@ bool find_place(std::uintptr_t address, Place& out) {
     }
     return false;
 }
-
-class Descriptor {
-public:
-    explicit Descriptor(const char* path) : number_(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
-    ~Descriptor() {
-        if (number_ >= 0) close(number_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int number() const { return number_; }
-
-private:
-    int number_;
-};
 
 struct Symbol {
     std::uint64_t start = 0;
@@ -125,9 +112,9 @@ void add_readable(FixedText& out, const char* name) {
 }
 
 void add_function(FixedText& text, const char* path, std::uint64_t base, std::uint64_t address) {
-    const Descriptor file(path);
+    const Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     Elf64_Ehdr header;
-    if (file.number() < 0 || !read_header(file.number(), header)) return;
+    if (!file.valid() || !read_header(file.number(), header)) return;
     const std::uint64_t in_file = header.e_type == ET_EXEC ? address : address - base;
     Symbol symbol = search_tables(file.number(), header, SHT_SYMTAB, in_file);
     if (!symbol.found) symbol = search_tables(file.number(), header, SHT_DYNSYM, in_file);

@@ -11,10 +11,10 @@ namespace fs {
 /// Opens a file by its virtual name.
 ///
 /// READ     the first source, in asking order, that can open the name.
-/// others   the first writable source that opens it in place; a protected source that holds the name ends the open;
-/// when
-///          no source opens it, the first source of the list creates it (APPEND too: an empty file). With packs at the
-///          head of the list nothing can be created. With the fallback on, a native path that exists is written there.
+/// others   the first writable source that opens it in place; a protected source that holds the name ends the open.
+///          When no source opens it, the first source of the list creates it (APPEND too: an empty file). With packs at
+///          the head of the list nothing can be created. With the fallback on, a native path that exists is written
+///          there, and a full one may be made there.
 /// Path     "/" or "\\", any case; "." and ".." are resolved.
 /// Returns  the open file, or null (see fs::last_error).
 /// Owns     the caller closes it with fs::close, before its source is removed.

@@ -27,7 +27,9 @@ public:
     path(path&& other) noexcept;
     path& operator=(const path& other);
     path& operator=(path&& other) noexcept;
-    ~path();
+    ~path() {
+        if ((flags_ & (file_on_heap | dir_on_heap)) != 0) Release();
+    }
 
     /// Replaces both parts and sets the flags to installed, plus lower-cased when `lower`.
     void Set(const char* dir, const char* file, bool lower);
@@ -96,6 +98,7 @@ private:
     };
 
     void reset(std::uint8_t flags);
+    void set_normalized(const char* text, std::size_t length, std::uint8_t flags);
     bool store(Text& part, std::uint8_t& length, std::uint8_t heap_flag, std::string_view text);
     void assign(std::string_view dir, std::string_view file, std::uint8_t flags);
     void release_part(Text& part, std::uint8_t& length, std::uint8_t heap_flag);

@@ -52,8 +52,8 @@ ENGINE_FS_API void smart_assert_failed(smart_assert_site& site, const char* func
                                        ...);
 
 /// Installs the handler of failed assertions; null brings the default one back. The default logs the assertion and shows
-/// a box (Abort, Retry to break, Ignore). Without a desktop, or with message boxes switched off, it is printed and goes
-/// on: IGNORE_ONCE.
+/// a box (Abort, Retry to break, Ignore). Without a desktop the box is printed on standard error, with message boxes
+/// switched off there is none; either way the answer is IGNORE_ONCE.
 ENGINE_FS_API void SetAssertFunc(smart_assert_handler handler);
 /// The handler that was installed, null for the default one.
 ENGINE_FS_API smart_assert_handler GetAssertFunc();

@@ -11,7 +11,8 @@
 /// Prepares the log: reads the command line's switches and the configuration file, and opens the log file as soon as the
 /// file system is there. The first message for the log file does the same by itself.
 ///
-/// console  whether console lines go to standard output; looked at by the first call only.
+/// console  whether console lines go to standard output; looked at by the first call only, and the first message counts
+///          as one: fs::init logs. So call it with true before fs::init too, or use CrashInitOutToConsole.
 /// When     right after fs::init and before packs are mounted, since the log file is created in the first source.
 /// Switches -silent (no log file), -verbose (more levels, more in the file), logcfg=FILE, logfile=FILE.
 /// Failure  nothing is reported: without a file, messages reach the console and the callbacks.
@@ -56,6 +57,7 @@ ENGINE_FS_API bool GenerateDump(const char* native_path = nullptr);
 /// The same with all that the system can tell: every byte of memory on Windows, every mapping on Linux.
 ENGINE_FS_API bool WriteFullDump(const char* native_path = nullptr);
 
-/// Whether a crash of this process leaves a dump beside the log file (call it after CrashInit); off at first. Whatever handled crashes before
-/// still does so afterwards, and the process ends as it would have. False when the system refuses.
+/// Whether a crash of this process leaves a dump beside the log file (call it after CrashInit); off at first. Whatever
+/// handled crashes before still does so afterwards, and the process ends as it would have. A stack that is used up is
+/// reported on the calling thread and on those of mt::CThread. False when the system refuses.
 ENGINE_FS_API bool CrashCatchExceptions(bool on);

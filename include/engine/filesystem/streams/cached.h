@@ -98,10 +98,9 @@ public:
     bool seek(std::int64_t offset, EFSSeek::TYPE origin) override;
     std::uint64_t write(const void* data, std::uint64_t size) override {
         const std::uint64_t at = pos_;
-        if (size != 4 || at != written_ || capacity_ - at <= 4)
-            return write_any(static_cast<const std::uint8_t*>(data), size);
+        if (size != 4 || at >= short_end_) return write_any(static_cast<const std::uint8_t*>(data), size);
         std::memcpy(buffer_ + at, data, 4);
-        pos_ = written_ = at + 4;
+        pos_ = at + 4;
         return 4;
     }
 
@@ -110,14 +109,19 @@ private:
     void releasebuffer();
     bool reallocate();
     bool grow_to(std::uint64_t capacity);
+    void note_written();
+    void allow_short_way();
+    bool move(std::int64_t offset, EFSSeek::TYPE origin);
     void fill_gap(std::uint64_t end);
+    std::uint64_t write_into_image(const std::uint8_t* data, std::uint64_t size);
     [[gnu::noinline]] std::uint64_t write_any(const std::uint8_t* data, std::uint64_t size);
 
     std::uint8_t* buffer_ = nullptr;
+    std::uint64_t pos_ = 0;
+    std::uint64_t short_end_ = 0;  // a value of four bytes that begins below here is just copied; 0 behind a gap
+    std::uint64_t written_ = 0;    // up to here the image has been written, short values since then not counted
     std::uint64_t capacity_ = 0;   // what the stream counts with: a multiple of the step
     std::uint64_t allocated_ = 0;  // what the buffer holds
-    std::uint64_t pos_ = 0;
-    std::uint64_t written_ = 0;  // up to here the image has been written
     std::uint64_t grow_step_;
 };
 

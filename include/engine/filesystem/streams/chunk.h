@@ -25,8 +25,8 @@ private:
 
 /// Reads a chunk header; on destruction the stream stands just behind the chunk, however much of it was read.
 ///
-/// Nothing is checked but by match: a truncated header reads as what the stream delivered, the rest 0. A memory stream
-/// that is shorter than the chunk claims is left at its end.
+/// Nothing is checked but by match: a truncated header reads as what the stream delivered, the rest 0. A chunk that
+/// claims more than the stream holds leaves a vector stream at its end; any other stream answers the seek as it does.
 class ENGINE_FS_API chunk_load {
 public:
     explicit chunk_load(ifile& file);
