@@ -12,6 +12,8 @@ import struct
 import subprocess
 import sys
 import tempfile
+import warnings
+import zipfile
 import zlib
 
 PLAIN = b"one line of plain text\n" * 4000
@@ -126,7 +128,19 @@ def packs(tool):
     tool.run("verify work/bad.pak", 1, err="sub/text.txt")
     tool.write("work/cut.pak", bytes(damaged[:100]))
     tool.run("list work/cut.pak", 1, err="enginefs: work/cut.pak: ")
+    with zipfile.ZipFile(tool.path("work/twice.pak"), "w") as twice, warnings.catch_warnings():
+        warnings.simplefilter("ignore")
+        for text in ("first", "second"):
+            twice.writestr("same.txt", text)
+        twice.writestr("../out.txt", "")
+    tool.run("unpack work/twice.pak work/twice", 1, err="same.txt: an entry before it has the same name")
+    tool.check(tool.read("work/twice/same.txt") == b"first", "unpack: not the entry that a mount shows")
+    locked = bytearray(tool.read("work/twice.pak"))
+    locked[locked.rindex(b"PK\1\2") + 8] |= 1
+    tool.write("work/locked.pak", bytes(locked))
+    tool.run("verify work/locked.pak", 1, err="../out.txt: it is encrypted")
     tool.run("pack work/made.pak nowhere", 1, err="nowhere")
+    tool.run("pack nowhere/made.pak work/in", 1, err="its directory does not exist")
     tool.run("pack", 2, err="OUT")
 
 

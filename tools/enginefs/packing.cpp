@@ -9,6 +9,7 @@
 #include <set>
 #include <sstream>
 #include <unordered_map>
+#include <unordered_set>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -17,6 +18,7 @@
 
 #include "commands.h"
 #include "compressor.h"
+#include "interruption.h"
 #include "names.h"
 #include "report.h"
 #include "session.h"
@@ -100,7 +102,17 @@ bool add_to_pack(fs::pack_writer& writer, const std::string& name, const PackedF
     return writer.add_deflated(name.c_str(), file.packed.data(), file.packed.size(), file.size, file.crc, file.time);
 }
 
+/// What refuses an entry says so of its name; what fails on the disk, of the pack.
+int fail_to_add(const std::string& out, const std::string& name) {
+    return fail_with_last_error(fs::last_error().path == name ? name : out, "it cannot be written");
+}
+
 int write_pack(const PackOptions& options, const std::vector<std::string>& names) {
+    const stdfs::path parent = stdfs::path(options.out).parent_path();
+    std::error_code error;
+    if (!parent.empty() && !stdfs::is_directory(parent, error))
+        return fail(options.out, "its directory does not exist");
+    const Interruption interruption;
     fs::pack_writer writer;
     if (!writer.open(full_native_path(options.out).c_str()))
         return fail_with_last_error(options.out, "it cannot be written");
@@ -114,7 +126,8 @@ int write_pack(const PackOptions& options, const std::vector<std::string>& names
     for (std::size_t i = 0; i < names.size(); ++i) {
         const PackedFile file = compressor.take(i);
         if (!file.error.empty()) return fail(names[i], file.error);
-        if (!add_to_pack(writer, names[i], file)) return fail_with_last_error(names[i], "it cannot be added");
+        if (!add_to_pack(writer, names[i], file)) return fail_to_add(options.out, names[i]);
+        if (interruption.requested()) return fail(options.out, "interrupted; it is as it was");
         progress.add(1);
     }
     return writer.finish() ? exit_ok : fail_with_last_error(options.out, "it cannot be finished");
@@ -173,12 +186,31 @@ bool make_directories(const stdfs::path& root, const std::string& name) {
     return true;
 }
 
-std::string unpack_entry(ZipDirectory& directory, const ZipEntry& entry, const stdfs::path& root) {
+constexpr const char* not_written = "it cannot be written";
+
+/// Remembers the names it is asked for. Whether one was taken before: in the same spelling or, where the disk does not
+/// tell case apart, in another.
+class TakenNames {
+public:
+    bool take(const std::string& name, const stdfs::path& target) {
+        std::error_code error;
+        const bool is_new = exact_.insert(name).second;
+        const bool folded_is_new = folded_.insert(lower_case(name)).second;
+        return is_new && (folded_is_new || !stdfs::exists(stdfs::symlink_status(target, error)));
+    }
+
+private:
+    std::unordered_set<std::string> exact_;
+    std::unordered_set<std::string> folded_;
+};
+
+std::string unpack_entry(ZipDirectory& directory, const ZipEntry& entry, const stdfs::path& root, TakenNames& taken) {
     const std::string name = safe_name(entry.name);
     if (name.empty()) return "its name would lead out of the directory";
-    if (!make_directories(root, name)) return "its directory cannot be made";
     const stdfs::path target = root / name;
     std::error_code error;
+    if (!taken.take(name, target)) return "an entry before it has the same name";
+    if (!make_directories(root, name)) return "its directory cannot be made: an entry before it is no directory";
     if (stdfs::is_symlink(stdfs::symlink_status(target, error))) stdfs::remove(target, error);
     std::ofstream out(target, std::ios::binary | std::ios::trunc);
     if (!out) return "it cannot be created";
@@ -186,7 +218,8 @@ std::string unpack_entry(ZipDirectory& directory, const ZipEntry& entry, const s
         return static_cast<bool>(out.write(data, static_cast<std::streamsize>(size)));
     });
     out.close();
-    if (wrong == "stopped" || (wrong.empty() && !out)) wrong = "it cannot be written";
+    if (wrong == "stopped" || (wrong.empty() && !out)) wrong = not_written;
+    if (wrong.empty() && !stdfs::is_regular_file(target, error)) return "its name is that of a device";
     if (!wrong.empty()) stdfs::remove(target, error);
     return wrong;
 }
@@ -199,9 +232,11 @@ int unpack(const std::string& pack, const std::string& dir) {
     if (!stdfs::is_directory(dir, error)) return fail(dir, "it cannot be made a directory");
     Progress progress("unpack " + pack, directory.entries().size(), false);
     int status = exit_ok;
+    TakenNames taken;
     for (const ZipEntry& entry : directory.entries()) {
-        const std::string wrong = unpack_entry(directory, entry, dir);
+        const std::string wrong = unpack_entry(directory, entry, dir, taken);
         if (!wrong.empty()) status = fail(entry.name, wrong);
+        if (wrong == not_written) return fail(dir, "the rest was not unpacked; is the disk full?");
         progress.add(1);
     }
     return status;

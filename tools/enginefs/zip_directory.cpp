@@ -110,6 +110,7 @@ bool ZipDirectory::read_entries(const std::string& directory, std::size_t count)
                        .size = u32(record + 24),
                        .crc = u32(record + 16),
                        .method = u16(record + 10),
+                       .encrypted = (u16(record + 8) & 1) != 0,
                        .dos_time = u32(record + 12)};
         if (!name || entry.name.back() != '/') entries_.push_back(std::move(entry));
         at += record_size + name + rest;
@@ -130,6 +131,7 @@ std::string ZipDirectory::find_data(const ZipEntry& entry, std::uint64_t& offset
 std::string ZipDirectory::decode(const ZipEntry& entry, const std::function<bool(const char*, std::size_t)>& consumer) {
     std::uint64_t offset = 0;
     if (std::string wrong = find_data(entry, offset); !wrong.empty()) return wrong;
+    if (entry.encrypted) return "it is encrypted";
     if (entry.method != 0 && entry.method != 8)
         return "its method " + std::to_string(entry.method) + " is not supported";
     const InflateStream stream = entry.method == 8 ? new_inflate() : nullptr;

@@ -13,7 +13,8 @@ struct ZipEntry {
     std::uint64_t packed_size = 0;
     std::uint64_t size = 0;
     std::uint32_t crc = 0;
-    std::uint32_t method = 0;    // 0 stored, 8 deflated
+    std::uint32_t method = 0;  // 0 stored, 8 deflated
+    bool encrypted = false;
     std::uint32_t dos_time = 0;  // date in the high half, time in the low one
 };
 

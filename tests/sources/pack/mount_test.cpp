@@ -106,7 +106,10 @@ TEST(PackMount, IsReadOnlyAndForgetsEverythingWhenCleared) {
     source->clear();
     EXPECT_FALSE(source->exists(x));
     EXPECT_EQ(source->get_file_list(nullptr, nullptr, true), nullptr);
-    EXPECT_EQ(source->dir_tree()->first_child(), nullptr);
+    const fs::dir* tree = source->dir_tree();
+    EXPECT_EQ(tree->first_child(), nullptr);
+    EXPECT_TRUE(source->init(lower("test.pak"), FFSAddSourceFlags::NONE, nullptr));
+    EXPECT_TRUE(tree->first_child()) << "a tree that somebody holds is filled without being asked for";
 }
 
 TEST(PackMount, TellsWhyItRefusesAFile) {
@@ -120,9 +123,15 @@ TEST(PackMount, TellsWhyItRefusesAFile) {
     std::memset(&zip64[zip64.size() - 14], 0xFF, 12);
     std::string damaged = good;
     damaged[good.rfind("PK\x01\x02")] = 'Q';
+    std::string many(65535 * 46, '\0');
+    for (std::size_t at = 0; at < many.size(); at += 46) std::memcpy(&many[at], "PK\x01\x02", 4);
+    packs::put_u32(many, 0x07064B50);
+    many += std::string(16, '\0') + "PK\x05\x06" + std::string(4, '\0') + "\xFF\xFF\xFF\xFF" + std::string(10, '\0');
     const std::pair<std::string, const char*> rows[] = {
         {commented, "has a comment"},
         {zip64, "zip64"},
+        {many, "zip64"},
+        {"in front" + good, "bytes in front"},
         {damaged, "damaged at entry 2 of 2"},
         {"no zip at all, but long enough", "does not end in"},
         {"", "of 0 bytes"},

@@ -53,7 +53,7 @@ public:
             record.name_offset = static_cast<std::uint32_t>(directory_.names.size());
             record.name_length = static_cast<std::uint16_t>(file.name.size());
             record.dir = static_cast<std::uint16_t>(std::find(dirs.begin(), dirs.end(), file.dir) - dirs.begin());
-            append(directory_.names, file.name.empty() ? std::string(1, '\0') : file.name);
+            directory_.names += file.name.empty() ? std::string(1, '\0') : file.name;
             directory_.records.push_back(record);
         }
         table_.build(std::move(directory_));

@@ -43,7 +43,7 @@ public:
     void skip(std::uint32_t size) { next_ += size; }
 
 private:
-    static constexpr std::uint64_t capacity = 256 * 1024;
+    static constexpr std::uint64_t capacity = 64 * 1024;  // stays in the processor's nearer caches
 
     bool load(std::uint32_t size) {
         start_ = next_;
@@ -210,7 +210,7 @@ private:
         record.name_length = static_cast<std::uint16_t>(file.size());
         record.dir = dirs_.number_of(name.substr(0, split));
         out_.records.push_back(record);
-        out_.names.insert(out_.names.end(), file.begin(), file.end());
+        out_.names.append(file);
         if (file.empty()) out_.names.push_back('\0');
         return true;
     }
@@ -237,7 +237,7 @@ bool read_pack_directory(const PackStore& store, const char* pack_path, PackDire
         return refuse_short_pack(pack_path, store.length());
     }
     const std::uint32_t count = get_u16(end + 8);
-    if (count == 0 && has_comment(store)) return refuse_comment(pack_path);
+    if (refuse_miscounted(store, pack_path, count)) return false;
     Window window(store, get_u32(end + 16));
     Entries entries(out);
     out.records.reserve(count);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -21,7 +22,7 @@ struct PackRecord {
 /// What a pack's central directory holds: its visible files in their order, names normalised and in lower case.
 struct PackDirectory {
     std::vector<PackRecord> records;
-    std::vector<char> names;             // an empty name takes a byte too, so that each has an offset of its own
+    std::string names;                   // an empty name takes a byte too, so that each has an offset of its own
     std::vector<std::string_view> dirs;  // each directory once, ending in "/"; the root ("") is the first
     std::vector<char> dir_text;          // what `dirs` points into
 };

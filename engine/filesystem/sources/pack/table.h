@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -104,7 +105,7 @@ private:
     void choose_winners(const PackDirectory& directory, const std::vector<std::uint32_t>& order);
 
     std::vector<PackEntry> entries_;
-    std::vector<char> names_;  // entries of one name have one offset, so that it tells them from all others
+    std::string names_;  // entries of one name have one offset, so that it tells them from all others
     std::vector<char> dirs_;
     PackIndex by_name_;                   // the first entry of each name
     PackIndex by_full_;                   // entries whose name has many, under their full name

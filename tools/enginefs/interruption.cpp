@@ -1,0 +1,30 @@
+#include "interruption.h"
+
+#include <csignal>
+#include <initializer_list>
+
+namespace {
+
+volatile std::sig_atomic_t requests = 0;  // a signal handler may touch nothing else
+
+void remember(int number) {
+    requests = 1;
+    std::signal(number, SIG_DFL);
+}
+
+}  // namespace
+
+Interruption::Interruption() {
+    requests = 0;
+    for (const int number : {SIGINT, SIGTERM}) {
+        if (std::signal(number, remember) == SIG_IGN) std::signal(number, SIG_IGN);
+    }
+}
+
+Interruption::~Interruption() {
+    for (const int number : {SIGINT, SIGTERM}) {
+        if (std::signal(number, SIG_DFL) == SIG_IGN) std::signal(number, SIG_IGN);
+    }
+}
+
+bool Interruption::requested() const { return requests != 0; }

@@ -1,0 +1,13 @@
+#pragma once
+
+/// While it lives, the first Ctrl-C (or request to end) is only remembered, so that half a result can be removed; the
+/// second ends the program as usual. One at a time.
+class Interruption {
+public:
+    Interruption();
+    ~Interruption();
+    Interruption(const Interruption&) = delete;
+    Interruption& operator=(const Interruption&) = delete;
+
+    bool requested() const;
+};
