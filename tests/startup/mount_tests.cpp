@@ -274,7 +274,8 @@ TEST_F(StartUp, ManagesFilesOnTheDisk) {
     EXPECT_TRUE(fs::copy("dir/old.txt", "Copies/One.txt", 1));
     EXPECT_EQ(held_on_disk("root/Copies/One.txt"), "old");
     EXPECT_FALSE(fs::rename("dir/old.txt", "dir/taken.txt"));
-    EXPECT_TRUE(fs::rename("dir/old.txt", "Dir/Sub/New.txt"));
+    EXPECT_TRUE(fs::rename("dir/old.txt", "old.txt"));  // which found "dir/old.txt" by its end until now
+    EXPECT_TRUE(fs::rename("old.txt", "Dir/Sub/New.txt"));
     EXPECT_EQ(held_on_disk("root/Dir/Sub/New.txt"), "old");
     EXPECT_FALSE(fs::exists("dir/old.txt"));
     EXPECT_TRUE(fs::exists("dir/sub/new.txt"));

@@ -89,17 +89,23 @@ bool rename_by_copy(CFSSource& source, const fs::path& from, const fs::path& to,
     return false;
 }
 
+/// Whether the source holds a file of just this name. One that is found by the end of a longer name is in nobody's way.
+bool holds_itself(CFSSource& source, const fs::path& name) {
+    if (!source.exists(name)) return false;
+    fs::path found;
+    source.root_path(found, name);
+    return found.Empty() || found == name || is_full_path(name.PathName());
+}
+
 bool rename_held(registry::State& state, const fs::path& from, const fs::path& to, const char* path) {
-    const auto holds = [&](const fs::path& name) {
-        return registry::first_source(state, [&](CFSSource& source) { return source.exists(name); });
-    };
     fs::path lower_to = to;
     lower_to.Lowercase();
-    CFSSource* const holder = holds(from);
+    const auto is_taken = [&](CFSSource& source) { return holds_itself(source, lower_to); };
+    CFSSource* const holder = registry::first_source(state, [&](CFSSource& source) { return source.exists(from); });
     if (holder == nullptr) return refuse(EFSError::NOT_FOUND, path, "No source holds a file of this name.");
     if (!holder->writable())
         return refuse(EFSError::READ_ONLY, path, "The source that holds the file cannot be written.");
-    if (!(lower_to == from) && holds(lower_to) != nullptr) {
+    if (!(lower_to == from) && registry::first_source(state, is_taken) != nullptr) {
         return refuse(EFSError::ALREADY_EXISTS, path, "A source holds a file of the new name already.");
     }
     auto* const native = dynamic_cast<NativeSource*>(holder);
