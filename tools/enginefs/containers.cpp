@@ -50,6 +50,7 @@ std::string hash_text(std::uint32_t hash) {
 }
 
 bool open(CFileHashMultiContainer& all, const std::string& file, bool writable) {
+    if (writable && !names_itself(file)) return false;
     fs::clear_error();
     return all.Open(file.c_str(), writable) || fail_with_last_error(file, "it cannot be opened") == exit_ok;
 }
@@ -97,6 +98,7 @@ int list(const Arguments& given) {
 }
 
 int write_out(const std::string& name, const ztl::vector<unsigned char>& blob) {
+    if (!names_itself(name)) return exit_failed;
     fs::clear_error();
     return fs::save_binary_file(blob.data(), blob.size(), name.c_str())
                ? exit_ok
@@ -131,7 +133,7 @@ int put(const Arguments& given) {
     const std::optional<std::uint32_t> hash = parse_hash(given.hash);
     if (!hash) return refuse_hash(given.hash);
     ztl::vector<unsigned char> data;
-    if (!load(given.name, data)) return exit_failed;
+    if (!load(given.name, data) || !names_itself(given.file)) return exit_failed;
     CFileHashMultiContainer all;
     fs::clear_error();
     // Only what is not there is made: a file that is damaged, or something else, is not written over.

@@ -115,6 +115,34 @@ TEST_F(DirectorySource, TakesTheFirstFileScannedWhoseDirectoryMatches) {
     for (const auto& row : cases) EXPECT_EQ(found(row.query), row.answer) << row.query;
 }
 
+TEST_F(DirectorySource, EntersAWideTreeInOrderHoweverManyThreadsListIt) {
+    std::vector<std::string> expected{""};
+    for (int i = 100; i < 180; ++i) {
+        const std::string dir = "d" + std::to_string(i) + "/";
+        expected.push_back(dir);
+        for (const char* inner : {"a/", "b/", "b/c/"}) {
+            expected.push_back(dir + inner);
+            disk_.write(dir + inner + "same", "");
+        }
+        disk_.write(dir + "same", "");
+    }
+    for (int round = 0; round < 5; ++round) {
+        fs::dir_listing listing;
+        ASSERT_TRUE(mount(recursive, &listing));
+        std::vector<std::string> entered;
+        fs::ListingReader reader(listing);
+        for (fs::ListingReader::Directory dir; !reader.at_end() && reader.read_directory(dir);) {
+            entered.emplace_back(dir.dir);
+            EXPECT_EQ(dir.files, dir.dir.empty() ? 0u : 1u);
+            ASSERT_TRUE(reader.skip_files(dir.files));
+        }
+        EXPECT_EQ(entered, expected);
+        EXPECT_EQ(found("same"), "d100/same");
+        EXPECT_EQ(found("c/same"), "d100/b/c/same");
+        EXPECT_EQ(all().size(), expected.size() - 1);
+    }
+}
+
 TEST_F(DirectorySource, ComparesAFileOfTheRootAsIfItsDirectoryWereTheRoot) {
     disk_.write("only", "1");
     ASSERT_TRUE(mount());

@@ -5,6 +5,7 @@
 
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/sources/directory/listing_check.h"
 #include "engine/filesystem/sources/directory/state.h"
 #include "engine/filesystem/sources/listing/listing.h"
 #include "engine/platform/clock.h"
@@ -47,12 +48,27 @@ void name_tree(fs::DirectoryState& state) {
     if (!name.empty()) state.tree.set_name(name.c_str());
 }
 
+/// Forgets all names. False without memory for the root's text.
+bool start_over(fs::DirectoryState& state) {
+    // The new table is had before the old one goes, so that there always is one.
+    state.table = std::make_unique<fs::FileTable>();
+    state.tree.clear();
+    return state.table->set_root(state.native_root.view());
+}
+
 bool fill(fs::DirectoryState& state, fs::dir_listing* listing) {
     if (fs::fill_from_cache_service(state)) return true;
     name_tree(state);
-    // Asked only now: a mount that the service serves looks at no directory.
-    if (listing && listing->is_stored() && !fs::is_current(state, *listing)) listing->clear();
-    if (listing && !listing->is_empty()) return fs::replay_listing(state, *listing);
+    if (listing && !listing->is_empty() && !listing->is_stored()) return fs::replay_listing(state, *listing);
+    if (listing && !listing->is_empty()) {
+        // Checked only now: a mount that the service serves looks at no directory.
+        fs::ListingCheck check(state.native_root, *listing);
+        const bool replayed = fs::replay_listing(state, *listing, &check);
+        if (check.is_current()) return replayed;
+        if (!start_over(state)) return false;
+        name_tree(state);
+    }
+    if (listing) listing->clear();
     const bool recursive = has(state.flags, FFSAddSourceFlags::RECURSIVE);
     return fs::scan_directory(state, state.start, &state.tree, recursive, listing);
 }
@@ -100,10 +116,7 @@ bool CWin32_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::d
 }
 
 void CWin32_dir::clear() {
-    // The new table is had before the old one goes, so that there always is one.
-    state_->table = std::make_unique<fs::FileTable>();
-    if (!state_->table->set_root(state_->native_root.view())) state_->native_root.length = 0;
-    state_->tree.clear();
+    if (!start_over(*state_)) state_->native_root.length = 0;
 }
 
 const fs::path& CWin32_dir::path() { return state_->root; }

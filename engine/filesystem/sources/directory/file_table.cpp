@@ -6,6 +6,7 @@
 #include <new>
 
 #include "engine/filesystem/contract/normalize.h"
+#include "engine/platform/memory.h"
 
 // Words: a *record* is one file, with its name right behind it, so that a look-up reads one place. Files of one name form a
 // *ring*; the index finds the ring by the hash of the name and points at its last file, whose next is the first. A name
@@ -115,6 +116,13 @@ std::uint32_t FileTable::find_exact(std::string_view dir, std::string_view name)
         if (dirs_.lower(record(file).dir) == dir) return file;
         if (file == last) return none;
     }
+}
+
+void FileTable::reserve(std::size_t files, std::size_t name_bytes) {
+    constexpr std::size_t mean_padding = 2;
+    const std::size_t bytes = files * (sizeof(Record) + mean_padding) + name_bytes;
+    if (count_ != 0 || !by_order_.reserve(files) || !store_.reserve(bytes) || !index_.start_over(files)) return;
+    platform::populate(store_.data(), bytes);
 }
 
 // Writes the record; it is in no ring yet.

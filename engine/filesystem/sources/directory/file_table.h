@@ -37,6 +37,9 @@ public:
     std::uint32_t add(std::uint32_t dir, std::string_view spelled_name, bool installed);
     /// Tells of a lower-case name that will soon be added; adding many in a row then waits less for memory.
     void expect(std::string_view name) const { index_.expect(hash_text(name.data(), name.size())); }
+    /// Makes room in an empty table for so many files whose names have so many bytes. Without memory for that the table
+    /// grows as it fills.
+    void reserve(std::size_t files, std::size_t name_bytes);
     void remove(std::uint32_t file);
     /// Moves files to where a look-up finds them before it has read the index, so that it waits for memory once instead of
     /// twice. Changes numbers and no answer; worth its while after many were added. Without memory all stays as it is.

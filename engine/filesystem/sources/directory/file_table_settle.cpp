@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "engine/filesystem/sources/directory/file_table.h"
+#include "engine/platform/memory.h"
 
 // Putting a filled table in order: settling, and giving back the room of removed files.
 
@@ -83,6 +84,7 @@ bool FileTable::prepare(Settled& to) const {
     const std::size_t pages = index_.groups() * to.page_bytes;
     if (pages + store_.size() > std::size_t{many_bit - 0x10000} * 4) return false;
     if (!to.store.extend(cache_line + pages + store_.size())) return false;
+    platform::populate(to.store.data(), cache_line + pages);
     to.pages_begin = (cache_line - reinterpret_cast<std::uintptr_t>(to.store.data()) % cache_line) % cache_line;
     to.end = to.pages_begin + pages;
     return true;

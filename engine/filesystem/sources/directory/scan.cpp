@@ -2,31 +2,28 @@
 #include <cstring>
 
 #include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/sources/directory/listing_ahead.h"
+#include "engine/filesystem/sources/directory/listing_check.h"
 #include "engine/filesystem/sources/directory/state.h"
 #include "engine/filesystem/sources/listing/listing.h"
-#include "engine/platform/clock.h"
 #include "engine/platform/directories.h"
 
-// A scan reads one native directory after the other, each into the same listing, and enters what it finds: files into the
-// table, directories into the tree. A directory's subdirectories wait on one stack of names until its files are in,
-// because the order of entry is the order in which look-ups find them.
+// A scan takes one native directory after the other and enters what it finds: files into the table, directories into the
+// tree. A directory's subdirectories wait on one stack of names until its files are in, because the order of entry is the
+// order in which look-ups find them. While names are entered the next directories are listed already.
 
 namespace fs {
 
 namespace {
 
-// A directory's time stamp counts in steps of up to two seconds on some file systems: a change within that time of the
-// last one may leave no trace.
-constexpr std::int64_t stamp_step = 20'000'000;
-
 class Scan {
 public:
     Scan(DirectoryState& state, bool recursive, dir_listing* listing)
-        : state_(state), recursive_(recursive), listing_(listing) {}
+        : state_(state), recursive_(recursive), listing_(listing), ahead_(state.native_root, listing != nullptr) {}
 
     bool run(std::string_view dir, fs::dir* node) {
         if (!build_native_path(state_.native_root, dir, {}, path_)) return true;
-        return scan(node);
+        return scan(node, ahead_.list_now(path_));
     }
 
 private:
@@ -38,42 +35,32 @@ private:
 
     std::string_view dir() const { return path_.view().substr(path_.root_length); }
 
-    bool scan(fs::dir* node);
-    bool enter_items(std::uint32_t dir_number);
+    bool scan(fs::dir* node, const ListingAhead::Listed& listed);
+    bool enter_items(const platform::DirectoryListing& listing, std::uint32_t dir_number);
+    bool add_waiting(const platform::DirectoryItem& item);
     bool enter_subdirectories(std::size_t first, fs::dir* node);
     bool enter_subdirectory(const char* name, bool is_link, fs::dir* node);
     bool is_on_chain();
-    void record_directory();
 
     DirectoryState& state_;
     bool recursive_;
     dir_listing* listing_;
     NativePath path_;  // of the directory being scanned; ends in "/"
-    platform::DirectoryListing items_;
+    ListingAhead ahead_;
     PodArray<char> waiting_;      // subdirectories: "L" or "D" (link or not), name, NUL
     std::vector<Chained> chain_;  // the directories from the root to this one
 };
 
-// The time is taken before the directory is read, so that a change meanwhile makes it look old.
-void Scan::record_directory() {
-    platform::DirectoryTimes times;
-    if (!platform::get_directory_times(path_.at(state_.native_root), times) ||
-        times.written > platform::now_utc() - stamp_step) {
-        times = dir_listing::untrusted_times;
-    }
-    listing_->add_directory(dir(), times);
-}
-
-bool Scan::scan(fs::dir* node) {
-    if (listing_) record_directory();
+bool Scan::scan(fs::dir* node, const ListingAhead::Listed& listed) {
+    if (listing_) listing_->add_directory(dir(), listed.times);
     // What could be read is used: a directory that cannot be listed, or not to its end, is no error. But a record of it
     // would make a passing failure last.
-    const bool listed = platform::list_directory(path_.at(state_.native_root), items_);
-    if (!listed && listing_) listing_->spoil();
+    if (listing_ && !listed.is_complete) listing_->spoil();
     const std::uint32_t dir_number = state_.table->intern_dir(dir());
     const std::size_t first_waiting = waiting_.size();
-    if (dir_number == DirectoryNames::none || !enter_items(dir_number)) return false;
+    if (dir_number == DirectoryNames::none || !enter_items(listed.items, dir_number)) return false;
     if (waiting_.size() == first_waiting) return true;
+    if (!ahead_.release_expected()) return false;
     chain_.push_back({path_.length, {}, false});
     const bool entered = enter_subdirectories(first_waiting, node);
     chain_.pop_back();
@@ -81,22 +68,27 @@ bool Scan::scan(fs::dir* node) {
     return entered;
 }
 
-bool Scan::enter_items(std::uint32_t dir_number) {
-    for (const platform::DirectoryItem& item : items_.items()) state_.table->expect({item.name, item.length});
-    for (const platform::DirectoryItem& item : items_.items()) {
+bool Scan::enter_items(const platform::DirectoryListing& listing, std::uint32_t dir_number) {
+    for (const platform::DirectoryItem& item : listing.items()) state_.table->expect({item.name, item.length});
+    for (const platform::DirectoryItem& item : listing.items()) {
         if (item.name[0] == '#' || item.is_offline) continue;
         if (!item.is_directory) {
             if (!state_.enter(dir_number, {item.name, item.length})) return false;
             if (listing_) listing_->add_file({item.name, item.length});
-        } else if (recursive_) {
-            char* waiting = waiting_.extend(item.length + std::size_t{2});
-            if (!waiting) return false;
-            waiting[0] = item.is_link ? 'L' : 'D';
-            std::memcpy(waiting + 1, item.name, item.length);
-            waiting[1 + item.length] = '\0';
+        } else if (recursive_ && !add_waiting(item)) {
+            return false;
         }
     }
     return true;
+}
+
+bool Scan::add_waiting(const platform::DirectoryItem& item) {
+    char* const waiting = waiting_.extend(item.length + std::size_t{2});
+    if (!waiting) return false;
+    waiting[0] = item.is_link ? 'L' : 'D';
+    std::memcpy(waiting + 1, item.name, item.length);
+    waiting[1 + item.length] = '\0';
+    return ahead_.expect(path_, {item.name, item.length}, item.is_link);
 }
 
 bool Scan::enter_subdirectories(std::size_t first, fs::dir* node) {
@@ -112,17 +104,22 @@ bool Scan::enter_subdirectories(std::size_t first, fs::dir* node) {
 bool Scan::enter_subdirectory(const char* name, bool is_link, fs::dir* node) {
     const std::size_t before = path_.length;
     const std::size_t length = std::strlen(name);
-    if (before + length + 1 > platform::max_path_bytes) return true;
+    if (before + length + 1 > platform::max_path_bytes) {
+        ahead_.skip();
+        return true;
+    }
     std::memcpy(path_.text + before, name, length);
     std::memcpy(path_.text + before + length, "/", 2);
     path_.length = before + length + 1;
     bool entered = true;
-    if (!is_link || !is_on_chain()) {
+    if (is_link && is_on_chain()) {
+        ahead_.skip();
+    } else {
         char lower[platform::path_buffer_size];
         std::memcpy(lower, name, length);
         fold_text(lower, length);
         fs::dir* child = node->add_child(lower, length);
-        entered = child != nullptr && scan(child);
+        entered = child != nullptr && scan(child, ahead_.next(path_));
     }
     path_.length = before;
     path_.text[before] = '\0';
@@ -141,6 +138,19 @@ bool Scan::is_on_chain() {
         }
         return ancestor.is_known && ancestor.id == id;
     });
+}
+
+/// Tells the table what is to come.
+void reserve_for(DirectoryState& state, const dir_listing& listing) {
+    ListingReader reader(listing);
+    ListingReader::Directory directory;
+    std::size_t files = 0;
+    std::size_t directory_bytes = 0;
+    while (!reader.at_end() && reader.read_directory(directory) && reader.skip_files(directory.files)) {
+        files += directory.files;
+        directory_bytes += directory.dir.size();
+    }
+    state.table->reserve(files, listing.bytes().size() - std::min(listing.bytes().size(), directory_bytes + 2 * files));
 }
 
 bool replay_files(DirectoryState& state, ListingReader& reader, std::uint32_t count, std::uint32_t dir_number) {
@@ -162,24 +172,12 @@ bool scan_directory(DirectoryState& state, std::string_view dir, fs::dir* node, 
     return Scan(state, recursive, listing).run(dir, node);
 }
 
-bool is_current(const DirectoryState& state, const dir_listing& listing) {
+bool replay_listing(DirectoryState& state, const dir_listing& listing, const ListingCheck* check) {
+    reserve_for(state, listing);
     ListingReader reader(listing);
     ListingReader::Directory directory;
     while (!reader.at_end()) {
-        NativePath path;
-        platform::DirectoryTimes times;
-        if (!reader.read_directory(directory) || !reader.skip_files(directory.files)) return false;
-        if (directory.times == dir_listing::untrusted_times) return false;
-        if (!build_native_path(state.native_root, directory.dir, {}, path)) return false;
-        if (!platform::get_directory_times(path.at(state.native_root), times) || times != directory.times) return false;
-    }
-    return true;
-}
-
-bool replay_listing(DirectoryState& state, const dir_listing& listing) {
-    ListingReader reader(listing);
-    ListingReader::Directory directory;
-    while (!reader.at_end()) {
+        if (check && check->is_stale()) return false;
         if (!reader.read_directory(directory)) return false;
         const std::uint32_t dir_number = state.table->intern_dir(directory.dir);
         if (dir_number == DirectoryNames::none) return false;

@@ -15,6 +15,7 @@
 
 namespace fs {
 
+class ListingCheck;
 class dir_listing;
 
 /// What a directory source holds.
@@ -53,10 +54,10 @@ struct DirectoryState {
 /// given node. Records into `listing` unless it is null. False when memory ran out.
 [[nodiscard]] bool scan_directory(DirectoryState& state, std::string_view dir, fs::dir* node, bool recursive,
                                   dir_listing* listing);
-/// Whether every directory of a stored listing still has the times that were recorded.
-[[nodiscard]] bool is_current(const DirectoryState& state, const dir_listing& listing);
-/// Fills table and tree from a recorded listing. False when memory ran out or the listing is damaged.
-[[nodiscard]] bool replay_listing(DirectoryState& state, const dir_listing& listing);
+/// Fills table and tree from a recorded listing. False when memory ran out, the listing is damaged, or a check found it
+/// stale meanwhile; what was filled is then to be thrown away.
+[[nodiscard]] bool replay_listing(DirectoryState& state, const dir_listing& listing,
+                                  const ListingCheck* check = nullptr);
 /// Fills the table from the cache service in a companion module. False, with an empty table, when it does not serve this
 /// mount.
 bool fill_from_cache_service(DirectoryState& state, const char* module = "FileSystemCache_x64");
