@@ -1,7 +1,6 @@
 #include "engine/filesystem/contract/name_list.h"
 
 #include <cstdlib>
-#include <cstring>
 
 #include "engine/filesystem/contract/normalize.h"
 
@@ -15,8 +14,8 @@ FS_NAME* new_name(std::string_view dir, std::string_view name, FS_NAME* next) {
         std::free(text);
         return nullptr;
     }
-    std::memcpy(text, dir.data(), dir.size());
-    std::memcpy(text + dir.size(), name.data(), name.size());
+    dir.copy(text, dir.size());
+    name.copy(text + dir.size(), name.size());
     text[dir.size() + name.size()] = '\0';
     *node = {.name = text, .next = next};
     return node;
