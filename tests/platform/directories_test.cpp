@@ -172,7 +172,8 @@ TEST_F(Directories, AreToldApartByIdAndDatedByTheirNames) {
     EXPECT_FALSE(get_directory_times({"missing"}, before));
     EXPECT_FALSE(get_directory_times({"file"}, before));
     ASSERT_TRUE(get_directory_times({"one"}, before));
-    for (int i = 0; i < 1000 && (after.written <= before.written || after.changed <= before.changed); ++i) {  // until the file system's clock ticks
+    for (int i = 0; i < 1000 && (after.written <= before.written || after.changed <= before.changed);
+         ++i) {  // until the file system's clock ticks
         disk::put("one/file" + std::to_string(i), "");
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
         ASSERT_TRUE(get_directory_times({"One"}, after));

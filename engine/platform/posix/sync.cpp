@@ -8,6 +8,7 @@
 #include <immintrin.h>
 
 #include <bit>
+#include <cstdlib>
 #include <mutex>
 #include <new>
 
@@ -138,7 +139,12 @@ struct CriticalSection {
 };
 
 // Never null by contract, so without memory for a lock the process ends here rather than run unlocked.
-CriticalSection* create_critical_section() noexcept { return new CriticalSection; }
+CriticalSection* create_critical_section() noexcept {
+    auto* const section = new (std::nothrow) CriticalSection;
+    if (section == nullptr) std::abort();
+    return section;
+}
+
 void destroy_critical_section(CriticalSection* section) { delete section; }
 void enter(CriticalSection* section) { section->mutex.lock(); }
 bool try_enter(CriticalSection* section) { return section->mutex.try_lock(); }

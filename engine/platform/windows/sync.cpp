@@ -4,6 +4,7 @@
 
 #include <windows.h>
 
+#include <cstdlib>
 #include <new>
 
 namespace platform {
@@ -36,7 +37,8 @@ struct CriticalSection {
 
 // Never null by contract, so without memory for a lock the process ends here rather than run unlocked.
 CriticalSection* create_critical_section() noexcept {
-    auto* const section = new CriticalSection;
+    auto* const section = new (std::nothrow) CriticalSection;
+    if (section == nullptr) std::abort();
     InitializeCriticalSection(&section->section);
     return section;
 }
