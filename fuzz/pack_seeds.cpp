@@ -1,25 +1,9 @@
 // Small packs: stored and deflated entries, directories, equal names, an empty one.
-#include <cstdio>
 #include <string>
 
 #include <engine/filesystem/containers/pack_writer.h>
 
-namespace {
-
-std::string read_file(const std::string& path) {
-    std::string bytes;
-    std::FILE* file = std::fopen(path.c_str(), "rb");
-    if (!file) return bytes;
-    char buffer[4096];
-    for (std::size_t got = 1; got != 0;) {
-        got = std::fread(buffer, 1, sizeof buffer, file);
-        bytes.append(buffer, got);
-    }
-    std::fclose(file);
-    return bytes;
-}
-
-}  // namespace
+#include "tests/support/whole_file.h"
 
 int main(int argc, char** argv) {
     if (argc != 2) return 2;
@@ -40,11 +24,7 @@ int main(int argc, char** argv) {
             writer.add(name.c_str(), body.data(), body.size(), (i + number) % 3 * 4, 0);
         }
         if (!writer.finish()) return 1;
-        const std::string bytes = static_cast<char>(number) + read_file(path);
-        std::FILE* file = std::fopen(path.c_str(), "wb");
-        if (!file) return 1;
-        const bool whole = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-        if (std::fclose(file) != 0 || !whole) return 1;
+        if (!write_file(path, static_cast<char>(number) + read_file(path))) return 1;
     }
     return 0;
 }

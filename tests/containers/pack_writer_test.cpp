@@ -50,7 +50,7 @@ TEST_F(PackWriter, WritesEntriesThatReadBackTheSame) {
     for (const char* name : {"dir/deflated.txt", "dir/stored.txt", "given"}) EXPECT_EQ(entry(name), large) << name;
     EXPECT_EQ(entry("empty"), "");
     EXPECT_EQ(entry("one"), "1");
-    const std::string bytes = packs::read_file(target_);
+    const std::string bytes = read_file(target_);
     EXPECT_LT(bytes.size(), 2 * deflated.size() + large.size() + 2000);
     EXPECT_THAT(bytes, HasSubstr(std::string("\x00\x60\x5D\x58", 4))) << "29 February 2024, 12:00";
 }
@@ -80,7 +80,7 @@ TEST_F(PackWriter, GivesTheSameBytesForTheSameCalls) {
         ASSERT_TRUE(writer_.open(target_.c_str()));
         ASSERT_TRUE(add("a", packs::noise(5000, 1)));
         ASSERT_TRUE(writer_.finish());
-        made = packs::read_file(target_);
+        made = read_file(target_);
     }
     EXPECT_EQ(bytes[0], bytes[1]);
 }
@@ -143,7 +143,7 @@ TEST_F(PackWriter, TakesTheNearestTimeThatTheFormatHas) {
         EXPECT_TRUE(writer_.add("a", "1", 1, 0, time)) << time;
         ASSERT_TRUE(writer_.finish());
         const bool late = time > noon;
-        EXPECT_EQ(packs::read_file(target_).substr(10, 4),
+        EXPECT_EQ(read_file(target_).substr(10, 4),
                   late ? std::string("\x7D\xBF\x9F\xFF") : std::string("\0\0\x21\0", 4));
     }
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <random>
 #include <string>
@@ -11,6 +10,8 @@
 #include <zlib.h>
 
 #include <engine/filesystem/sources/pack.h>
+
+#include "tests/support/whole_file.h"
 
 namespace packs {
 
@@ -110,30 +111,10 @@ inline std::string noise(std::size_t size, std::uint32_t seed) {
     return out;
 }
 
-inline void write_file(const std::string& path, const std::string& bytes) {
-    std::FILE* file = std::fopen(path.c_str(), "wb");
-    ASSERT_NE(file, nullptr) << path;
-    std::fwrite(bytes.data(), 1, bytes.size(), file);
-    std::fclose(file);
-}
-
-inline std::string read_file(const std::string& path) {
-    std::string out;
-    std::FILE* file = std::fopen(path.c_str(), "rb");
-    if (!file) return out;
-    char buffer[65536];
-    for (std::size_t got = 1; got != 0;) {
-        got = std::fread(buffer, 1, sizeof buffer, file);
-        out.append(buffer, got);
-    }
-    std::fclose(file);
-    return out;
-}
-
 /// Writes the bytes to "test.pak" and mounts it; null when it is refused.
 inline std::unique_ptr<CZip_dir> mount(const std::string& bytes,
                                        FFSAddSourceFlags::ENUM flags = FFSAddSourceFlags::NONE) {
-    write_file("test.pak", bytes);
+    EXPECT_TRUE(write_file("test.pak", bytes));
     auto source = std::make_unique<CZip_dir>();
     if (!source->init(fs::path("test.pak", true), flags, nullptr)) return nullptr;
     return source;

@@ -87,7 +87,7 @@ bool by_ring(const fs::PackStore& store, std::uint32_t window, std::string& out)
 void compare(const std::string& packed, bool is_good, const std::string& label) {
     std::string expected;
     const bool zlib_takes_it = by_zlib(packed, expected);
-    packs::write_file("stream", packed);
+    EXPECT_TRUE(write_file("stream", packed));
     for (const bool in_memory : {false, true}) {
         fs::PackStore store;
         ASSERT_TRUE(store.open("stream", in_memory));
@@ -127,7 +127,7 @@ TEST(PackSnapshots, CoverAnEntryEvenlyWhateverRoomThereIs) {
         plain += std::to_string(plain.size() * 7919) + " word ";
     }
     plain.resize(blocks * std::size_t{RingInflate::block_size});
-    packs::write_file("stream", packs::deflated(plain, 1));
+    EXPECT_TRUE(write_file("stream", packs::deflated(plain, 1)));
     fs::PackStore store;
     ASSERT_TRUE(store.open("stream", true));
     std::vector<std::uint8_t> memory(RingInflate::ring_size + 8);

@@ -144,7 +144,7 @@ TEST(PackMount, TellsWhyItRefusesAFile) {
         EXPECT_THAT(fs::last_error().path, HasSubstr("test.pak"));
     }
     CZip_dir source;
-    packs::write_file("a.edat.pak", good);
+    EXPECT_TRUE(write_file("a.edat.pak", good));
     EXPECT_FALSE(source.init(lower("a.edat.pak"), FFSAddSourceFlags::NONE, nullptr));
     EXPECT_FALSE(source.init(lower("missing.pak"), FFSAddSourceFlags::NONE, nullptr));
     EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
@@ -190,7 +190,7 @@ TEST(PackMount, TellsTheMonitorAndSharesThePackWithNobody) {
     EXPECT_FALSE(second.init(lower("test.pak"), FFSAddSourceFlags::NONE, nullptr));
     EXPECT_EQ(fs::last_error().code, EFSError::IN_USE);
     const auto in_memory = packs::build({stored_entry("a", "1")});
-    packs::write_file("memory.pak", in_memory);
+    EXPECT_TRUE(write_file("memory.pak", in_memory));
     CZip_dir third;
     CZip_dir fourth;
     EXPECT_TRUE(third.init(lower("memory.pak"), FFSAddSourceFlags::PACK_IN_MEMORY, nullptr));
@@ -198,7 +198,7 @@ TEST(PackMount, TellsTheMonitorAndSharesThePackWithNobody) {
 }
 
 TEST(PackMount, OpensThePackByItsNativeSpelling) {
-    packs::write_file("Mixed.PAK", packs::build({stored_entry("a", "1")}));
+    EXPECT_TRUE(write_file("Mixed.PAK", packs::build({stored_entry("a", "1")})));
     CZip_dir source;
     source.set_native_spelling("Mixed.PAK");
     ASSERT_TRUE(source.init(lower("Mixed.PAK"), FFSAddSourceFlags::NONE, nullptr));

@@ -11,6 +11,7 @@
 
 #include "engine/platform/crash.h"
 #include "engine/platform/posix/crash/symbols.h"
+#include "tests/startup/use_up_stack.h"
 #include "tests/support/child_process.h"
 
 namespace {
@@ -47,17 +48,6 @@ TEST(CrashChainChildren, DISABLED_Break) {
     SetAssertFunc(always_break);
     SMART_ASSERT(1 == 2);
 }
-
-// Without an end on purpose.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Winfinite-recursion"
-[[gnu::noinline]] int use_up_stack(int depth) {
-    if (depth < 0) return 0;
-    volatile char block[4096];
-    block[0] = static_cast<char>(depth);
-    return use_up_stack(depth + 1) + block[0];
-}
-#pragma GCC diagnostic pop
 
 TEST(CrashChainChildren, DISABLED_StackOverflow) {
     start(SIGUSR1);

@@ -8,6 +8,7 @@
 #include <engine/filesystem/startup.h>
 #include <engine/kernel/multithreading.h>
 
+#include "tests/startup/use_up_stack.h"
 #include "tests/support/child_process.h"
 
 namespace {
@@ -26,17 +27,6 @@ void start() {
     CrashInit();
     ASSERT_TRUE(CrashCatchExceptions(true));
 }
-
-// Without an end on purpose.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Winfinite-recursion"
-[[gnu::noinline]] int use_up_stack(int depth) {
-    if (depth < 0) return 0;
-    volatile char block[4096];
-    block[0] = static_cast<char>(depth);
-    return use_up_stack(depth + 1) + block[0];
-}
-#pragma GCC diagnostic pop
 
 TEST(CrashChainChildren, DISABLED_Fault) {
     start();

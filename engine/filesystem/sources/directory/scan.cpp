@@ -140,19 +140,6 @@ bool Scan::is_on_chain() {
     });
 }
 
-/// Tells the table what is to come.
-void reserve_for(DirectoryState& state, const dir_listing& listing) {
-    ListingReader reader(listing);
-    ListingReader::Directory directory;
-    std::size_t files = 0;
-    std::size_t directory_bytes = 0;
-    while (!reader.at_end() && reader.read_directory(directory) && reader.skip_files(directory.files)) {
-        files += directory.files;
-        directory_bytes += directory.dir.size();
-    }
-    state.table->reserve(files, listing.bytes().size() - std::min(listing.bytes().size(), directory_bytes + 2 * files));
-}
-
 bool replay_files(DirectoryState& state, ListingReader& reader, std::uint32_t count, std::uint32_t dir_number) {
     std::string_view name;
     ListingReader ahead = reader;
@@ -173,7 +160,7 @@ bool scan_directory(DirectoryState& state, std::string_view dir, fs::dir* node, 
 }
 
 bool replay_listing(DirectoryState& state, const dir_listing& listing, const ListingCheck* check) {
-    reserve_for(state, listing);
+    state.table->reserve(listing.files(), listing.bytes().size());
     ListingReader reader(listing);
     ListingReader::Directory directory;
     while (!reader.at_end()) {

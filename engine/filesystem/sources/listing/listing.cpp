@@ -52,6 +52,7 @@ void dir_listing::clear() {
     count_at_ = 0;
     is_whole_ = true;
     is_stored_ = false;
+    files_ = 0;
 }
 
 void dir_listing::put_text(std::string_view text) {
@@ -90,13 +91,15 @@ bool dir_listing::assign(const unsigned char* bytes, std::size_t size) {
     clear();
     ListingReader reader(bytes, size);
     ListingReader::Directory directory;
-    while (!reader.at_end()) {
+    std::size_t files = 0;
+    for (; !reader.at_end(); files += directory.files) {
         if (!reader.read_directory(directory) || !reader.skip_files(directory.files)) return false;
     }
     unsigned char* out = bytes_.extend(size);
     if (!out) return false;
     if (size != 0) std::memcpy(out, bytes, size);
     is_stored_ = true;
+    files_ = files;
     return true;
 }
 

@@ -29,6 +29,8 @@ public:
     void add_file(std::string_view name);
 
     const PodArray<unsigned char>& bytes() const { return bytes_; }
+    /// The number of files of a stored listing.
+    std::size_t files() const { return files_; }
     /// Takes stored bytes. False, and empty, when they are damaged or memory cannot be had.
     [[nodiscard]] bool assign(const unsigned char* bytes, std::size_t size);
 
@@ -39,6 +41,7 @@ private:
     std::size_t count_at_ = 0;  // where the current directory's number of files stands
     bool is_whole_ = true;
     bool is_stored_ = false;
+    std::size_t files_ = 0;
 };
 
 /// Reads recorded bytes from the front, each length held against what is left.
