@@ -1,5 +1,7 @@
 #include <engine/filesystem/registry.h>
 
+#include <engine/filesystem/contract/native_source.h>
+
 #include <cstring>
 #include <utility>
 
@@ -36,12 +38,14 @@ bool keep(registry::State& state, CFSSource& source, FFSAddSourceFlags::ENUM fla
 }
 
 SFsSourceInfo describe(CFSSource& source) {
+    auto* const native = dynamic_cast<NativeSource*>(&source);
     return {.path_name = source.path().PathName(),
             .file_name = source.path().FileName(),
             .type = source.type(),
             .flags = source.flags(),
             .writable = source.writable(),
-            .is_protected = source.is_protected()};
+            .is_protected = source.is_protected(),
+            .unlisted_directories = native != nullptr ? native->unlisted_directories() : 0};
 }
 
 template <typename Predicate>

@@ -8,4 +8,5 @@
 #include <engine/filesystem/contract/names.h>
 #include <engine/filesystem/contract/path.h>
 #include <engine/filesystem/contract/source.h>
+#include <engine/filesystem/contract/whole_names.h>
 #include <engine/filesystem/request.h>

@@ -17,6 +17,7 @@ struct SFsSourceInfo {
     FFSAddSourceFlags::ENUM flags = FFSAddSourceFlags::NONE;
     bool writable = false;
     bool is_protected = false;
+    std::uint32_t unlisted_directories = 0;  // that the latest mount or refresh could not list: names may be missing
 };
 
 namespace fs {

@@ -31,6 +31,7 @@ struct FFSOpenFlags {
         ASYNC_UNBUFFERED = 0x080,  // as ASYNC, past the system's cache
         THROUGH_VFS = 0x100,       // fs::open_native in READ mode opens through fs::open instead
         GZIP_LEVEL1 = 0x200,       // WRITE only, level 1; tested before level 5, which is tested before level 9
+        WHOLE_NAME = 0x800,        // the name is taken as a whole, never by its end
     };
 };
 
@@ -47,6 +48,7 @@ struct FFSAddSourceFlags {
         SKIP_LISTING_CACHE = 0x40,  // neither replays nor records a listing
         PROTECTED = 0x80,           // not writable, and shields the names that it holds
         MUST_EXIST = 0x100,         // the directory must exist; not writable
+        EXACT_SEEKS = 0x200,        // a pack's stored entries are read at the position asked for
     };
 };
 

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+
 #include <engine/filesystem/contract/path.h>
 
 namespace fs {
@@ -16,6 +19,9 @@ public:
     /// Where the disk holds, or would hold, a file of this name: the native full path. False when it does not fit into
     /// `capacity` bytes.
     virtual bool native_path(const fs::path& p, char* out, std::size_t capacity) = 0;
+
+    /// How many directories the latest mount or refresh could not list, so that names may be missing.
+    virtual std::uint32_t unlisted_directories() { return 0; }
 
 protected:
     ~NativeSource() = default;

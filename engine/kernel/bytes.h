@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+
+/// Numbers in files, least significant byte first, wherever they lie. Compilers make one load or store of each.
+namespace kernel {
+
+template <typename Number>
+constexpr Number load_number(const std::uint8_t* bytes) {
+    std::uint64_t value = 0;
+    for (unsigned i = 0; i < sizeof(Number); ++i) value |= std::uint64_t{bytes[i]} << 8 * i;
+    return static_cast<Number>(value);
+}
+constexpr std::uint16_t load_u16(const std::uint8_t* bytes) { return load_number<std::uint16_t>(bytes); }
+constexpr std::uint32_t load_u32(const std::uint8_t* bytes) { return load_number<std::uint32_t>(bytes); }
+constexpr std::uint64_t load_u64(const std::uint8_t* bytes) { return load_number<std::uint64_t>(bytes); }
+
+template <typename Number>
+constexpr void store_number(std::uint8_t* bytes, Number value) {
+    for (unsigned i = 0; i < sizeof(Number); ++i) bytes[i] = static_cast<std::uint8_t>(std::uint64_t{value} >> 8 * i);
+}
+constexpr void store_u16(std::uint8_t* bytes, std::uint16_t value) { store_number(bytes, value); }
+constexpr void store_u32(std::uint8_t* bytes, std::uint32_t value) { store_number(bytes, value); }
+constexpr void store_u64(std::uint8_t* bytes, std::uint64_t value) { store_number(bytes, value); }
+
+}  // namespace kernel

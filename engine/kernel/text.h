@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "engine/kernel/bytes.h"
+#include "engine/platform/folding.h"
+
+namespace kernel {
+
+// Names are compared without regard to the case of ASCII letters; other bytes stand for themselves.
+using platform::fold;
+
+inline bool equal_folded(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && platform::equal_folded(a.data(), b.data(), a.size());
+}
+
+/// A quick hash of a text, eight bytes at a time. It stays inside the process and never reaches a file.
+inline std::uint64_t hash_text(std::string_view text, std::uint64_t seed = 0) {
+    constexpr std::uint64_t factor = 0x9E3779B97F4A7C15u;
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+    std::size_t left = text.size();
+    std::uint64_t hash = (seed ^ left) * factor;
+    const auto mix = [&hash](std::uint64_t word) {
+        hash = (hash ^ word) * factor;
+        hash ^= hash >> 32;
+    };
+    for (; left >= 8; left -= 8, bytes += 8) mix(load_u64(bytes));
+    if (left >= 4) mix(load_u32(bytes) | std::uint64_t{load_u32(bytes + left - 4)} << 32);
+    if (left > 0 && left < 4)
+        mix(std::uint64_t{bytes[0]} | std::uint64_t{bytes[left / 2]} << 8 | std::uint64_t{bytes[left - 1]} << 16);
+    hash *= factor;
+    return hash ^ hash >> 29;
+}
+
+// UTF-16 where one character may take two units.
+constexpr bool is_high_surrogate(std::uint32_t unit) { return (unit & 0xFFFFFC00u) == 0xD800u; }
+constexpr bool is_low_surrogate(std::uint32_t unit) { return (unit & 0xFFFFFC00u) == 0xDC00u; }
+constexpr std::uint32_t join_surrogates(std::uint32_t high, std::uint32_t low) {
+    return 0x10000u + ((high & 0x3FFu) << 10) + (low & 0x3FFu);
+}
+
+}  // namespace kernel
