@@ -6,7 +6,8 @@
 #include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/native_open.h"
-#include "engine/filesystem/sources/directory/paths.h"
+#include "engine/filesystem/sources/paths.h"
+#include "engine/kernel/text.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/process.h"
 
@@ -178,7 +179,7 @@ bool CWin32_fallback::rename_file(const fs::path& from, const fs::path& to) {
         return fs::refuse(EFSError::INVALID_NAME, new_path,
                           "The new name leads out of the current directory or is one that not every system can hold.");
     }
-    if (!fs::equal_folded(old_path, new_path) && platform::get_attributes(new_path)) {
+    if (!kernel::equal_folded(old_path, new_path) && platform::get_attributes(new_path)) {
         return fs::refuse(EFSError::ALREADY_EXISTS, new_path, "There is a file of the new name.");
     }
     if (!fs::create_directories(new_path)) return false;

@@ -6,9 +6,10 @@
 
 #include <engine/filesystem/sources/directory.h>
 
-#include "engine/filesystem/sources/directory/paths.h"
-#include "engine/filesystem/sources/directory/state.h"
-#include "engine/filesystem/sources/listing/listing.h"
+#include "engine/filesystem/sources/directory/mount/cache_service.h"
+#include "engine/filesystem/sources/directory/mount/recorded.h"
+#include "engine/filesystem/sources/directory/mount/state.h"
+#include "engine/kernel/text.h"
 #include "engine/platform/faults.h"
 #include "engine/platform/modules.h"
 #include "tests/modules/cache_service_control.h"
@@ -74,7 +75,7 @@ TEST_F(CacheService, ServesAMountWithoutTouchingADirectory) {
     EXPECT_EQ(platform::fault_hits(), 0u);
     EXPECT_THAT(names_of(source_), UnorderedElementsAre("served.txt", "dir/two", "b/three", "b/no#"));
     EXPECT_EQ(source_.dir_tree()->first_child(), nullptr);
-    EXPECT_TRUE(fs::equal_folded(companion.control().path, disk_.path() + "/")) << companion.control().path;
+    EXPECT_TRUE(kernel::equal_folded(companion.control().path, disk_.path() + "/")) << companion.control().path;
     EXPECT_EQ(companion.control().second, 1);
     EXPECT_EQ(companion.control().items_released, 1);
     EXPECT_EQ(companion.control().mount_points_released, 1);
@@ -87,7 +88,7 @@ TEST_F(CacheService, IsAskedBeforeAStoredListing) {
     fs::dir_listing recorded;
     ASSERT_TRUE(mount(&recorded));
     fs::dir_listing listing;
-    ASSERT_TRUE(listing.assign(recorded.bytes().data(), recorded.bytes().size()));
+    ASSERT_TRUE(listing.assign(recorded.bytes()));
     Companion companion("FileSystemCache_x64");
     ASSERT_TRUE(companion.is_loaded());
     companion.control().item_count = 1;
@@ -106,7 +107,7 @@ TEST_F(CacheService, PutsTheStartBeforeEachNameWhenTheParentIsMounted) {
     root.Set((disk_ / "dir").c_str(), "", true);
     ASSERT_TRUE(source_.init(root, FFSAddSourceFlags::MOUNT_PARENT, nullptr));
     EXPECT_THAT(names_of(source_), UnorderedElementsAre("dir/served.txt"));
-    EXPECT_TRUE(fs::equal_folded(companion.control().path, disk_.path() + "/Dir/")) << companion.control().path;
+    EXPECT_TRUE(kernel::equal_folded(companion.control().path, disk_.path() + "/Dir/")) << companion.control().path;
 }
 
 TEST_F(CacheService, ServesAnEmptyListingAsAnEmptyMount) {
@@ -135,15 +136,15 @@ TEST_F(CacheService, IsNeverUsedWhenAnyEntryPointIsMissing) {
         const std::string name = "FileSystemCache_without_" + std::to_string(missing);
         Companion companion(name.c_str());
         ASSERT_TRUE(companion.is_loaded()) << name;
-        fs::DirectoryState state;
-        state.table = std::make_unique<fs::FileTable>();
-        EXPECT_FALSE(fs::fill_from_cache_service(state, name.c_str())) << name;
-        EXPECT_EQ(state.table->size(), 0u);
+        const fs::DirectoryState state;
+        fs::MountedNames names("");
+        EXPECT_FALSE(fs::fill_from_cache_service(state, names, name.c_str())) << name;
+        EXPECT_EQ(names.table.size(), 0u);
     }
-    fs::DirectoryState state;
-    state.table = std::make_unique<fs::FileTable>();
-    EXPECT_FALSE(fs::fill_from_cache_service(state, "FileSystemCache_absent"));
-    EXPECT_FALSE(fs::fill_from_cache_service(state)) << "whole, but not running";
+    const fs::DirectoryState state;
+    fs::MountedNames names("");
+    EXPECT_FALSE(fs::fill_from_cache_service(state, names, "FileSystemCache_absent"));
+    EXPECT_FALSE(fs::fill_from_cache_service(state, names)) << "whole, but not running";
 }
 
 }  // namespace
