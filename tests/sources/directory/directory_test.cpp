@@ -10,6 +10,7 @@
 
 #include <engine/filesystem/access/monitor.h>
 #include <engine/filesystem/access/search.h>
+#include <engine/filesystem/contract/error.h>
 
 #include "engine/filesystem/sources/directory/mount/recorded.h"
 #include "engine/platform/clock.h"
@@ -23,6 +24,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
+using testing::UnorderedElementsAreArray;
 
 constexpr auto recursive = FFSAddSourceFlags::RECURSIVE;
 
@@ -471,19 +473,85 @@ TEST_F(DirectorySource, FillsFromAListingAsFromTheDisk) {
     EXPECT_EQ(read_all(source_.open_read(as_path("maps/deep/er/two"), FFSOpenFlags::NONE)), "1");
 }
 
+TEST_F(DirectorySource, TakesAFullPathForTheFileThereAlone) {
+    for (const char* name : {"textures/sky", "a/textures/sky"}) disk_.write(name, name);
+    ASSERT_TRUE(mount());
+    EXPECT_EQ(found(disk_.path() + "/textures/sky"), "textures/sky") << "though another is the first by the end";
+    for (const std::string& outside : {std::string("/elsewhere/textures/sky"), disk_.path() + "x/textures/sky"}) {
+        EXPECT_EQ(found(outside), "") << outside;
+        EXPECT_EQ(source_.open_write(as_path(outside), FFSOpenFlags::NONE), nullptr) << outside;
+        EXPECT_EQ(source_.create_write(as_path(outside), FFSOpenFlags::NONE), nullptr) << outside;
+        EXPECT_FALSE(source_.mkdir(as_dir(outside))) << outside;
+        EXPECT_EQ(fs::last_error().code, EFSError::INVALID_NAME);
+        EXPECT_FALSE(source_.rem_file(as_path(outside))) << outside;
+    }
+    // Made by its full path, a file is entered below the root like any other.
+    const std::string made = disk_.path() + "/New/made";
+    EXPECT_TRUE(write_all(source_.create_write(fs::path(made.c_str(), false), FFSOpenFlags::NONE), "1"));
+    EXPECT_EQ(names_of(source_.get_file_list("new", nullptr, false)), std::vector<std::string>{"new/made"});
+    source_.refresh();
+    source_.refresh_dir((disk_.path() + "/new").c_str());
+    EXPECT_EQ(all().size(), 3u);
+    EXPECT_TRUE(source_.rem_file(as_path(made)));
+    EXPECT_EQ(found("new/made"), "");
+    source_.rem_dir(as_dir(disk_.path() + "/new"));
+    EXPECT_FALSE(disk_.exists("New"));
+}
+
+TEST_F(DirectorySource, ChangesTheFileOfExactlyTheNameWhereThereIsOne) {
+    for (const char* name : {"a/save", "save"}) disk_.write(name, "1");
+    ASSERT_TRUE(mount());
+    source_.refresh_dir("");  // so that "a/save" is the first by the end
+    ASSERT_EQ(found("save"), "a/save");
+    EXPECT_TRUE(source_.exists_whole(as_path("save")));
+    EXPECT_TRUE(write_all(source_.open_write(as_path("save"), FFSOpenFlags::WHOLE_NAME), "root"));
+    EXPECT_EQ(disk_.read("save"), "root");
+    EXPECT_TRUE(source_.set_read_only(as_path("save"), true));
+    EXPECT_FALSE(source_.read_only(as_path("a/save")));
+    EXPECT_TRUE(source_.set_read_only(as_path("save"), false));
+    EXPECT_TRUE(source_.rem_file(as_path("save")));
+    EXPECT_TRUE(disk_.exists("a/save"));
+    EXPECT_FALSE(source_.exists_whole(as_path("save")));
+    EXPECT_EQ(source_.open_read(as_path("save"), FFSOpenFlags::WHOLE_NAME), nullptr);
+    EXPECT_TRUE(source_.rename_file(as_path("a/save"), as_path("b/save")));
+    EXPECT_THAT(all(), ElementsAre("b/save"));
+}
+
 // A disk that fails on order.
 class DirectorySourceFaults : public DirectorySource {
 protected:
     ~DirectorySourceFaults() override { platform::clear_faults(); }
 };
 
-TEST_F(DirectorySourceFaults, ADirectoryThatVanishesDuringTheScanContributesNothing) {
-    for (const char* name : {"a/f", "b/f", "c/f"}) disk_.write(name, "1");
-    for (std::uint32_t nth = 1; nth <= 4; ++nth) {
-        platform::inject_fault(platform::FaultPoint::LIST, nth, platform::Failure::NOT_FOUND, false);
-        ASSERT_TRUE(mount()) << "listing " << nth;
-        EXPECT_EQ(all().size(), nth == 1 ? 0u : 2u) << "listing " << nth;
+TEST_F(DirectorySourceFaults, ADirectoryThatCannotBeListedIsToldAndKeepsItsNames) {
+    const std::vector<std::string> whole{"a/f", "b/f", "c/f"};
+    for (const std::string& name : whole) disk_.write(name, "1");
+    for (const platform::Failure failure : {platform::Failure::NOT_FOUND, platform::Failure::ACCESS_DENIED}) {
+        const std::uint32_t missed = failure == platform::Failure::NOT_FOUND ? 0 : 1;  // what is gone is not missed
+        for (std::uint32_t nth = 1; nth <= 4; ++nth) {
+            SCOPED_TRACE(nth);
+            const std::size_t left = nth == 1 ? 0 : 2;
+            fs::clear_error();
+            platform::inject_fault(platform::FaultPoint::LIST, nth, failure, false);
+            ASSERT_TRUE(mount());
+            EXPECT_EQ(all().size(), left);
+            EXPECT_EQ(source_.unlisted_directories(), missed);
+            EXPECT_EQ(fs::last_error().code, missed == 0 ? EFSError::NONE : EFSError::ACCESS_DENIED);
+            source_.refresh();
+            EXPECT_EQ(source_.unlisted_directories(), 0u);
+            platform::inject_fault(platform::FaultPoint::LIST, nth, failure, false);
+            source_.refresh();
+            EXPECT_THAT(all(), testing::SizeIs(missed == 0 ? left : 3));
+            EXPECT_EQ(source_.unlisted_directories(), missed);
+            if (missed != 0 && nth == 1) EXPECT_NE(source_.dir_tree()->find("b"), nullptr);
+        }
     }
+    platform::inject_fault(platform::FaultPoint::LIST, 1, platform::Failure::ACCESS_DENIED, true);
+    source_.refresh_dir("a");
+    EXPECT_THAT(all(), UnorderedElementsAreArray(whole));
+    platform::clear_faults();
+    source_.refresh();
+    EXPECT_THAT(all(), UnorderedElementsAreArray(whole));
 }
 
 TEST_F(DirectorySourceFaults, AFullDiskFailsTheWriteAndNothingElse) {
@@ -514,7 +582,10 @@ TEST_F(DirectorySourceFaults, ARefusalOfTheDiskLeavesTableAndTreeAsTheyWere) {
             EXPECT_EQ(source_.open_append(as_path("a/f"), FFSOpenFlags::NONE), nullptr);
         } else if (point == FaultPoint::REMOVE) {
             EXPECT_FALSE(source_.rem_file(as_path("a/f")));
+            fs::clear_error();
             source_.rem_dir(as_dir("a"));
+            EXPECT_EQ(fs::last_error().code, EFSError::ACCESS_DENIED);
+            EXPECT_THAT(fs::last_error().path, testing::EndsWith("/a/f")) << "the first that stays";
         } else {
             EXPECT_FALSE(source_.rename_file(as_path("a/f"), as_path("a/g")));
         }

@@ -40,6 +40,22 @@ TEST(DirectorySourceLinks, AreFollowedButNotRoundInACircle) {
     EXPECT_THAT(all(source), UnorderedElementsAre("a/f", "twin/f", "file"));
 }
 
+TEST(DirectorySourceLinks, ThatLeadToEachOtherEndAndThoseToOnePlaceAllCount) {
+    TempDirectory disk;
+    for (const char from : std::string("12345678")) {
+        disk.write(std::string("d") + from + "/f", "1");
+        for (const char to : std::string("12345678")) {
+            std::filesystem::create_directory_symlink(disk / (std::string("d") + to),
+                                                      disk / (std::string("d") + from + "/l" + to));
+        }
+    }
+    CWin32_dir source(EFSSourceType::DIR);
+    ASSERT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
+    // Eight directories, seven links in each, and a chain that reached six of them for the first time.
+    EXPECT_EQ(all(source).size(), 8u + 8 * 7 + 6);
+    for (const char* name : {"d1/l8/f", "d8/l1/f", "d5/l4/f"}) EXPECT_TRUE(source.exists_whole(fs::path(name, true)));
+}
+
 TEST(DirectorySourceLinks, AreRemovedThemselvesWithATree) {
     TempDirectory disk;
     disk.write("target/f", "1");
@@ -47,17 +63,23 @@ TEST(DirectorySourceLinks, AreRemovedThemselvesWithATree) {
     std::filesystem::create_directory_symlink(disk / "target", disk / "tree/link");
     CWin32_dir source(EFSSourceType::DIR);
     ASSERT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
-    source.rem_dir(as_dir("tree"));
-    EXPECT_FALSE(disk.exists("tree"));
-    EXPECT_TRUE(disk.exists("target/f"));
-    EXPECT_THAT(all(source), UnorderedElementsAre("target/f"));
-
-    disk.write("tree/own", "1");
-    std::filesystem::create_directory_symlink(disk / "target", disk / "tree/link");
+    source.rem_dir(as_dir("tree/link"));
+    EXPECT_THAT(all(source), UnorderedElementsAre("target/f", "tree/own"));
+    EXPECT_EQ(source.dir_tree()->find("tree/link"), nullptr);
     CWin32_fallback fallback;
-    fallback.rem_dir(as_dir(disk / "tree"));
-    EXPECT_FALSE(disk.exists("tree"));
-    EXPECT_TRUE(disk.exists("target/f"));
+    for (CFSSource* remover : std::initializer_list<CFSSource*>{&source, &fallback}) {
+        const std::string root = remover == &source ? "" : disk.path() + "/";
+        disk.write("tree/own", "1");
+        std::filesystem::create_directory_symlink(disk / "target", disk / "tree/link");
+        std::filesystem::create_directory_symlink(disk / "target", disk / "alone");
+        source.refresh();
+        remover->rem_dir(as_dir(root + "alone"));
+        remover->rem_dir(as_dir(root + "tree"));
+        EXPECT_FALSE(std::filesystem::is_symlink(disk / "alone"));
+        EXPECT_FALSE(disk.exists("tree"));
+        EXPECT_TRUE(disk.exists("target/f"));
+    }
+    EXPECT_THAT(all(source), UnorderedElementsAre("target/f"));
 }
 
 TEST(DirectorySourceLinks, NamesWithABackslashArePassedOver) {
