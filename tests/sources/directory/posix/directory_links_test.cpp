@@ -78,8 +78,8 @@ TEST(DirectorySourceLinks, AreRemovedThemselvesWithATree) {
         EXPECT_FALSE(std::filesystem::is_symlink(disk / "alone"));
         EXPECT_FALSE(disk.exists("tree"));
         EXPECT_TRUE(disk.exists("target/f"));
+        if (remover == &source) EXPECT_THAT(all(source), UnorderedElementsAre("target/f"));
     }
-    EXPECT_THAT(all(source), UnorderedElementsAre("target/f"));
 }
 
 TEST(DirectorySourceLinks, NamesWithABackslashArePassedOver) {
