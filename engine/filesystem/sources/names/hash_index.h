@@ -28,9 +28,9 @@ public:
 
     /// Makes room for `count` values in all. May throw std::bad_alloc, and then changes nothing.
     void reserve(std::size_t count);
-    /// Makes room for one more.
-    void make_room() {
-        if ((size_ + 1) * 4 > slots_.size() * 3) reserve(size_ * 2 + 8);
+    /// Makes room for so many more, and for many more when there is none.
+    void make_room(std::size_t more = 1) {
+        if ((size_ + more) * 4 > slots_.size() * 3) reserve(size_ * 2 + 8);
     }
     /// Adds a value for which there is room, and which is not there yet.
     void insert(std::uint64_t hash, std::uint32_t value) { place({upper(hash), value}); }

@@ -14,12 +14,16 @@ std::size_t common_length(const char* text_end, std::size_t length, std::string_
     return common;
 }
 
+std::uint64_t hash_of_child(std::uint32_t parent, char first) {
+    return (std::uint64_t{parent} << 8 | static_cast<unsigned char>(first)) * 0x9E3779B97F4A7C15u;
+}
+
 }  // namespace
 
-std::uint32_t SuffixTree::find_child(std::uint32_t parent, char first) const {
-    std::uint32_t child = nodes_[parent].first_child;
-    while (child != none && nodes_[child].first != first) child = nodes_[child].next_sibling;
-    return child;
+std::size_t SuffixTree::child_slot(std::uint32_t parent, char first) const {
+    return children_.find(hash_of_child(parent, first), [&](std::uint32_t child) {
+        return nodes_[child].parent == parent && nodes_[child].first == first;
+    });
 }
 
 std::uint32_t SuffixTree::add_leaf(const char* characters, std::uint32_t parent, std::uint32_t text_end,
@@ -31,6 +35,7 @@ std::uint32_t SuffixTree::add_leaf(const char* characters, std::uint32_t parent,
                       .parent = parent,
                       .next_sibling = nodes_[parent].first_child});
     nodes_[parent].first_child = leaf;
+    children_.insert(hash_of_child(parent, nodes_[leaf].first), leaf);
     return leaf;
 }
 
@@ -41,6 +46,7 @@ std::uint32_t SuffixTree::split(const char* characters, std::uint32_t child, std
     std::uint32_t* link = &nodes_[above.parent].first_child;
     while (*link != child) link = &nodes_[*link].next_sibling;
     *link = upper;
+    children_.set(child_slot(above.parent, above.first), upper);
     Node& below = nodes_[child];
     below.text_end -= static_cast<std::uint32_t>(length);
     below.length = static_cast<std::uint16_t>(below.length - length);
@@ -52,12 +58,14 @@ std::uint32_t SuffixTree::split(const char* characters, std::uint32_t child, std
     above.exact = none;
     above.first_child = child;
     nodes_.push_back(above);
+    children_.insert(hash_of_child(upper, nodes_[child].first), child);
     return upper;
 }
 
 void SuffixTree::insert(const char* characters, std::uint32_t offset, std::size_t length, std::uint32_t number) {
     // One leaf and one split at most, so that nothing below can fail half way.
     if (nodes_.capacity() - nodes_.size() < 2) nodes_.reserve(nodes_.size() * 2 + 2);
+    children_.make_room(2);
     std::uint32_t node = 0;
     nodes_[0].least = std::min(nodes_[0].least, number);
     while (length > 0) {

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "engine/filesystem/sources/names/hash_index.h"
+
 namespace fs {
 
 /// The directories of files that all bear one name, kept so that the first file whose directory matches is found without
@@ -35,7 +37,7 @@ public:
         nodes_[node].exact = nodes_[node].is_shared ? heir() : none;
         update_least(node);
     }
-    std::size_t bytes() const { return nodes_.capacity() * sizeof(Node); }
+    std::size_t bytes() const { return nodes_.capacity() * sizeof(Node) + children_.bytes(); }
 
 private:
     struct Node {
@@ -50,13 +52,18 @@ private:
         std::uint32_t next_sibling = none;
     };
 
-    std::uint32_t find_child(std::uint32_t parent, char first) const;
+    std::size_t child_slot(std::uint32_t parent, char first) const;
+    std::uint32_t find_child(std::uint32_t parent, char first) const {
+        const std::size_t slot = child_slot(parent, first);
+        return slot == HashIndex::npos ? none : children_.value(slot);
+    }
     std::uint32_t add_leaf(const char* characters, std::uint32_t parent, std::uint32_t text_end, std::size_t length);
     std::uint32_t split(const char* characters, std::uint32_t child, std::size_t length);
     std::uint32_t find_node(const char* characters, std::string_view dir) const;
     void update_least(std::uint32_t node);
 
     std::vector<Node> nodes_;  // the first is the root
+    HashIndex children_;       // by parent and first character
 };
 
 }  // namespace fs
