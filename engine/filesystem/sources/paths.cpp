@@ -38,10 +38,12 @@ std::size_t start_of_last_component(std::string_view root) {
 
 bool open_native_root(std::string_view given, std::string_view spelling, bool parent, NativeRoot& root,
                       std::string& start) {
-    if (given.size() > platform::max_path_bytes) return false;
-    char spelled[platform::path_buffer_size];
     const std::string wanted(kernel::equal_folded(spelling, given) ? spelling : given);
-    if (!platform::resolve_case(wanted.c_str(), spelled)) return false;
+    char spelled[platform::path_buffer_size];
+    if (wanted.size() > platform::max_path_bytes) {
+        return refuse(EFSError::INVALID_NAME, wanted.c_str(), "The root of the source is too long.");
+    }
+    if (!platform::resolve_case(wanted.c_str(), spelled)) return refuse_by_disk(wanted.c_str(), "cannot be looked for");
     const std::size_t split = parent ? start_of_last_component(given) : 0;
     start = split == 0 ? "" : spelled + split;
     root.length = std::string_view(spelled, split == 0 ? given.size() : split).copy(root.text, given.size());

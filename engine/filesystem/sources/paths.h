@@ -20,7 +20,8 @@ struct NativeRoot {
 
 /// Opens the root of a directory source. `given` is its path; `spelling` is used instead where it is the same path in
 /// another case. With `parent` the last component, if it has a parent, becomes `start`, the relative directory in which
-/// every name lies, and the root is what stands before it. False when the path is too long.
+/// every name lies, and the root is what stands before it. False, with the error set, when the path is too long or the disk
+/// cannot tell its spelling.
 [[nodiscard]] bool open_native_root(std::string_view given, std::string_view spelling, bool parent, NativeRoot& root,
                                     std::string& start);
 

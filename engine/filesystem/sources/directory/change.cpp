@@ -172,7 +172,8 @@ bool CWin32_dir::rename_file(const fs::path& from, const fs::path& to) {
     }
     return fs::guarded(native_from.text, false, [&] {
         if (!fs::create_directories(native_to.text)) return false;
-        fs::NewEntry entry(*state_, native_to, to.FileNameView().size(), fs::NewEntry::Spelling::OF_CALLER);
+        fs::NewEntry entry(*state_);
+        if (!entry.enter(native_to, to.FileNameView().size(), fs::NewEntry::Spelling::OF_CALLER)) return false;
         if (!platform::rename_path(native_from.text, native_to.text)) {
             return fs::refuse_by_disk(native_from.text, "cannot be renamed");
         }

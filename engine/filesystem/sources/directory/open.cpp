@@ -94,7 +94,8 @@ SFsFile* CWin32_dir::create(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags:
         std::string name(native.below_root());
         fs::fold_text(name.data(), name.size());
         if (!fs::create_directories(native.text)) return nullptr;
-        fs::NewEntry entry(*state_, native, p.FileNameView().size(), fs::NewEntry::Spelling::OF_DISK);
+        fs::NewEntry entry(*state_);
+        if (!entry.enter(native, p.FileNameView().size(), fs::NewEntry::Spelling::OF_DISK)) return nullptr;
         const bool existed = platform::get_attributes(native.text).has_value();
         const platform::PathAt path = native.at(state_->native_root);
         const FFSOpenFlags::FLAGS plain = flags & ~FFSOpenFlags::WHOLE_NAME;

@@ -92,7 +92,7 @@ bool mount(fs::DirectoryState& state, const fs::path& root, FFSAddSourceFlags::E
     if (!fresh.allow_write && (fresh.root.EmptyPath() || !is_directory(text))) {
         return fs::refuse(EFSError::NOT_FOUND, text, "The root of the source must exist and is not a directory.");
     }
-    if (!choose_roots(fresh)) return fs::refuse(EFSError::INVALID_NAME, text, "The root of the source is too long.");
+    if (!choose_roots(fresh)) return false;
     fresh.names = read_names(fresh, listing);
     if (before) fs::keep_unlisted(fresh, *before, *fresh.names);
     tell_unlisted(fresh, *fresh.names);
@@ -146,9 +146,13 @@ void CWin32_dir::refresh_dir(const char* dir) {
         fs::dir* const node = state.find_node(*state.names, below);
         if (!node || !fs::build_native_path(state.native_root, below, {}, native)) return;
         // The scan asks for the directory by its lower-case name, so its spelling is found first.
-        if (!platform::resolve_case(native.text, native.text)) return;
         const std::unique_ptr<fs::MountedNames> read = state.no_names();
-        fs::scan_directory(state, *read, native.below_root(), read->tree, false, nullptr);
+        if (platform::resolve_case(native.text, native.text)) {
+            fs::scan_directory(state, *read, native.below_root(), read->tree, false, nullptr);
+        } else {
+            read->unlisted.emplace(below);
+            read->unlisted_error = platform::last_error();
+        }
         fs::replace_directory(state, below, *read);
         tell_unlisted(state, *read);
     });

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/set_error.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/directories.h"
 
@@ -106,11 +107,10 @@ void replace_directory(DirectoryState& state, std::string_view dir, const Mounte
     table.compact();
 }
 
-NewEntry::NewEntry(DirectoryState& state, const NativePath& made, std::size_t name_length, Spelling spelling)
-    : state_(state) {
-    NameTable& table = state.names->table;
+bool NewEntry::enter(const NativePath& made, std::size_t name_length, Spelling spelling) {
+    NameTable& table = state_.names->table;
     NativePath spelled = made;
-    if (!platform::resolve_case(made.text, spelled.text)) spelled = made;
+    if (!platform::resolve_case(made.text, spelled.text)) return refuse_by_disk(made.text, "cannot be looked for");
     if (spelling == Spelling::OF_CALLER) {
         const std::size_t dir_length = made.length - name_length;
         made.view().substr(dir_length).copy(spelled.text + dir_length, name_length);
@@ -121,10 +121,12 @@ NewEntry::NewEntry(DirectoryState& state, const NativePath& made, std::size_t na
     NativePath lower = spelled;
     fold_text(lower.text, lower.length);
     const std::string_view lower_dir = lower.below_root().substr(0, dir.size());
-    state.make_node(*state.names, lower_dir);
+    state_.make_node(*state_.names, lower_dir);
     known_ = table.find_exact(lower_dir, lower.below_root().substr(dir.size()));
-    if (known_ != NameTable::none && table.spelled_name(known_) == name && table.spelled_dir(known_) == dir) return;
+    if (known_ != NameTable::none && table.spelled_name(known_) == name && table.spelled_dir(known_) == dir)
+        return true;
     added_ = table.add(table.intern_dir(dir), name, 0);
+    return true;
 }
 
 NewEntry::~NewEntry() {

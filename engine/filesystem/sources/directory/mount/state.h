@@ -86,12 +86,14 @@ class NewEntry {
 public:
     enum class Spelling : std::uint8_t { OF_DISK, OF_CALLER };  // of the name, where the disk has one in another case
 
-    /// `made` is the native path; directories keep the disk's spelling. Throws std::bad_alloc.
-    NewEntry(DirectoryState& state, const NativePath& made, std::size_t name_length, Spelling spelling);
+    explicit NewEntry(DirectoryState& state) : state_(state) {}
     NewEntry(const NewEntry&) = delete;
     NewEntry& operator=(const NewEntry&) = delete;
     ~NewEntry();
 
+    /// `made` is the native path; directories keep the disk's spelling. False, with the error set, when the disk cannot
+    /// tell it. May throw std::bad_alloc.
+    [[nodiscard]] bool enter(const NativePath& made, std::size_t name_length, Spelling spelling);
     /// The file was made: from now on the table answers with it alone, and no longer with `renamed`. Never throws.
     void keep(bool installed, std::uint32_t renamed = NameTable::none);
 
