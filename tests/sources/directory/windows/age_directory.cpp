@@ -1,4 +1,4 @@
-#include "tests/sources/listing/age_directory.h"
+#include "tests/sources/directory/age_directory.h"
 
 #include <windows.h>
 

@@ -13,6 +13,7 @@
 #include "engine/platform/faults.h"
 #include "engine/platform/modules.h"
 #include "tests/modules/cache_service_control.h"
+#include "tests/sources/kit.h"
 #include "tests/support/temp_directory.h"
 
 namespace {
@@ -21,14 +22,6 @@ using testing::UnorderedElementsAre;
 
 constexpr const char* items[] = {"Served.TXT", "Dir\\Two", "a/../b/./three", "",     "../out",
                                  "dir/",       "#hidden",  "x/#y/hidden",    "b/no#"};
-
-std::vector<std::string> names_of(CFSSource& source) {
-    std::vector<std::string> names;
-    FS_NAME* list = source.get_file_list(nullptr, nullptr, true);
-    for (const FS_NAME* name = list; name; name = name->next) names.emplace_back(name->name);
-    fs::free_names(list);
-    return names;
-}
 
 // Holds a companion module, so that what it is told lasts from one mount to the next.
 class Companion {
@@ -58,9 +51,7 @@ protected:
     }
     ~CacheService() override { platform::clear_faults(); }
     bool mount(fs::dir_listing* listing = nullptr) {
-        fs::path root;
-        root.Set(disk_.path().c_str(), "", true);
-        return source_.init(root, FFSAddSourceFlags::RECURSIVE, listing);
+        return source_.init(as_dir(disk_.path()), FFSAddSourceFlags::RECURSIVE, listing);
     }
 
     TempDirectory disk_;
@@ -73,7 +64,7 @@ TEST_F(CacheService, ServesAMountWithoutTouchingADirectory) {
     platform::inject_fault(platform::FaultPoint::LIST, 1, platform::Failure::ACCESS_DENIED, true);
     ASSERT_TRUE(mount());
     EXPECT_EQ(platform::fault_hits(), 0u);
-    EXPECT_THAT(names_of(source_), UnorderedElementsAre("served.txt", "dir/two", "b/three", "b/no#"));
+    EXPECT_THAT(all_names(source_), UnorderedElementsAre("served.txt", "dir/two", "b/three", "b/no#"));
     EXPECT_EQ(source_.dir_tree()->first_child(), nullptr);
     EXPECT_TRUE(kernel::equal_folded(companion.control().path, disk_.path() + "/")) << companion.control().path;
     EXPECT_EQ(companion.control().second, 1);
@@ -95,7 +86,7 @@ TEST_F(CacheService, IsAskedBeforeAStoredListing) {
     platform::inject_fault(platform::FaultPoint::STAT, 1, platform::Failure::ACCESS_DENIED, true);
     ASSERT_TRUE(mount(&listing));
     EXPECT_EQ(platform::fault_hits(), 0u) << "the stamps of the directories are not looked at";
-    EXPECT_THAT(names_of(source_), UnorderedElementsAre("served.txt"));
+    EXPECT_THAT(all_names(source_), UnorderedElementsAre("served.txt"));
     EXPECT_TRUE(listing.is_stored()) << "nothing is recorded";
 }
 
@@ -103,10 +94,8 @@ TEST_F(CacheService, PutsTheStartBeforeEachNameWhenTheParentIsMounted) {
     Companion companion("FileSystemCache_x64");
     ASSERT_TRUE(companion.is_loaded());
     companion.control().item_count = 1;
-    fs::path root;
-    root.Set((disk_ / "dir").c_str(), "", true);
-    ASSERT_TRUE(source_.init(root, FFSAddSourceFlags::MOUNT_PARENT, nullptr));
-    EXPECT_THAT(names_of(source_), UnorderedElementsAre("dir/served.txt"));
+    ASSERT_TRUE(source_.init(as_dir(disk_ / "dir"), FFSAddSourceFlags::MOUNT_PARENT, nullptr));
+    EXPECT_THAT(all_names(source_), UnorderedElementsAre("dir/served.txt"));
     EXPECT_TRUE(kernel::equal_folded(companion.control().path, disk_.path() + "/Dir/")) << companion.control().path;
 }
 
@@ -115,7 +104,7 @@ TEST_F(CacheService, ServesAnEmptyListingAsAnEmptyMount) {
     ASSERT_TRUE(companion.is_loaded());
     companion.control().item_count = 0;
     ASSERT_TRUE(mount());
-    EXPECT_TRUE(names_of(source_).empty());
+    EXPECT_TRUE(all_names(source_).empty());
 }
 
 TEST_F(CacheService, LeavesTheMountToTheDiskWhenItRefuses) {
@@ -125,7 +114,7 @@ TEST_F(CacheService, LeavesTheMountToTheDiskWhenItRefuses) {
          {&CacheServiceControl::inits, &CacheServiceControl::is_running, &CacheServiceControl::refuses_mount}) {
         companion.control().*refusal = !(companion.control().*refusal);
         ASSERT_TRUE(mount());
-        EXPECT_THAT(names_of(source_), UnorderedElementsAre("on_disk", "dir/two"));
+        EXPECT_THAT(all_names(source_), UnorderedElementsAre("on_disk", "dir/two"));
         companion.control().*refusal = !(companion.control().*refusal);
     }
     EXPECT_EQ(companion.control().mount_points_released, 0);

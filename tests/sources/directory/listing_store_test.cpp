@@ -13,7 +13,8 @@
 
 #include "engine/platform/faults.h"
 #include "engine/platform/files.h"
-#include "tests/sources/listing/age_directory.h"
+#include "tests/sources/directory/age_directory.h"
+#include "tests/support/memory_source.h"
 #include "tests/support/temp_directory.h"
 
 namespace {
@@ -65,13 +66,7 @@ protected:
         EXPECT_TRUE(mount(with));
         return false;
     }
-    std::vector<std::string> names() {
-        std::vector<std::string> out;
-        FS_NAME* list = fs::search(nullptr, nullptr, true, false);
-        for (const FS_NAME* name = list; name; name = name->next) out.emplace_back(name->name);
-        fs::free_names(list);
-        return out;
-    }
+    std::vector<std::string> names() { return test::take_names(fs::search(nullptr, nullptr, true, false)); }
     std::vector<disk::path> stored() const {
         std::vector<disk::path> files;
         for (const auto& item : disk::directory_iterator(folder_)) files.push_back(item.path());
