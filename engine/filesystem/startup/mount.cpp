@@ -96,7 +96,8 @@ bool add_source(const char* path, FFSAddSourceFlags::ENUM flags) {
         log_message(log_source, Log::ELevel::WARN, __LINE__, "Cannot add source '%s'. It is not full path.\n", path);
         return refuse(EFSError::INVALID_NAME, path, "The path is no full path, or longer than 259 bytes.");
     }
-    const std::unique_ptr<ListingStore> cache = ListingStore::open(prepared.c_str(), flags);
+    const std::unique_ptr<ListingStore> cache =
+        ListingStore::open(get_cache_dir(), listing_cache_folder, prepared.c_str(), flags);
     std::unique_ptr<CFSSource> source = new_source(prepared.names_pack(), path);
     if (!source) {
         log_message(log_source, Log::ELevel::ERRR, __LINE__, "Can not allocate memory for source '%s'.\n", path);

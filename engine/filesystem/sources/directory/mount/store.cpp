@@ -7,9 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include <engine/filesystem/registry.h>
-#include <engine/filesystem/startup.h>
-
 #include "engine/platform/files.h"
 #include "engine/platform/process.h"
 
@@ -50,9 +47,10 @@ bool write_whole(const std::string& path, const std::vector<std::uint8_t>& bytes
 ListingStore::ListingStore(std::string file, const char* source_path, FFSAddSourceFlags::ENUM flags)
     : file_(std::move(file)), source_path_(source_path), flags_(flags & scan_flags) {}
 
-std::unique_ptr<ListingStore> ListingStore::open(const char* source_path, FFSAddSourceFlags::ENUM flags) try {
+std::unique_ptr<ListingStore> ListingStore::open(const char* cache_dir, const char* below, const char* source_path,
+                                                 FFSAddSourceFlags::ENUM flags) try {
     if ((flags & FFSAddSourceFlags::SKIP_LISTING_CACHE) != 0) return nullptr;
-    const std::string folder = std::string(get_cache_dir()) + listing_cache_folder;
+    const std::string folder = std::string(cache_dir) + below;
     if (!is_directory(folder)) return nullptr;
     char name[32];
     const std::string flags_text = std::to_string(static_cast<unsigned>(flags & scan_flags));

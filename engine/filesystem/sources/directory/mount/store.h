@@ -13,9 +13,10 @@ namespace fs {
 /// it, silently, means that the disk is scanned.
 class ListingStore {
 public:
-    /// Null when there is no place for recorded listings, when SKIP_LISTING_CACHE forbids them, or without memory.
-    /// `source_path` is prepared.
-    static std::unique_ptr<ListingStore> open(const char* source_path, FFSAddSourceFlags::ENUM flags);
+    /// Listings are recorded in the directory `below` of `cache_dir`; `source_path` is prepared. Null when there is no
+    /// such directory, when SKIP_LISTING_CACHE forbids them, or without memory.
+    static std::unique_ptr<ListingStore> open(const char* cache_dir, const char* below, const char* source_path,
+                                              FFSAddSourceFlags::ENUM flags);
 
     /// Handed to CFSSource::init: with records when there is a listing, else empty, to be filled by the scan.
     dir_listing* listing() { return &listing_; }
