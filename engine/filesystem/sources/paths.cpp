@@ -44,9 +44,11 @@ bool open_native_root(std::string_view given, std::string_view spelling, bool pa
         return refuse(EFSError::INVALID_NAME, wanted.c_str(), "The root of the source is too long.");
     }
     if (!platform::resolve_case(wanted.c_str(), spelled)) return refuse_by_disk(wanted.c_str(), "cannot be looked for");
-    const std::size_t split = parent ? start_of_last_component(given) : 0;
-    start = split == 0 ? "" : spelled + split;
-    root.length = std::string_view(spelled, split == 0 ? given.size() : split).copy(root.text, given.size());
+    // Its length may be another one: short names of Windows are told in full.
+    const std::string_view whole(spelled);
+    const std::size_t split = parent ? start_of_last_component(whole) : 0;
+    start = split == 0 ? "" : whole.substr(split);
+    root.length = whole.copy(root.text, split == 0 ? whole.size() : split);
     root.text[root.length] = '\0';
     root.handle = platform::Root::open(root.text);
     return true;

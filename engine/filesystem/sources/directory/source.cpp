@@ -46,8 +46,7 @@ bool choose_roots(fs::DirectoryState& state) {
     if (!fs::open_native_root(state.root.PathNameView(), state.spelling, parent, state.native_root, state.start)) {
         return false;
     }
-    const std::string native(state.root.PathNameView().substr(0, state.native_root.length));
-    state.native.Set(native.c_str(), state.root.FileName(), false);
+    state.native.Set(state.native_root.text, state.root.FileName(), true);
     return true;
 }
 

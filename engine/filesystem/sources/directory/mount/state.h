@@ -37,7 +37,7 @@ struct DirectoryState {
     bool is_protected = false;
     bool allow_write = true;
     fs::path root;                        // as given to init
-    fs::path native;                      // the directory that relative directories are appended to, as given
+    fs::path native;                      // the directory that relative directories are appended to, in lower case
     std::string spelling;                 // how the disk spells the root, as start-up told; may be empty
     NativeRoot native_root;               // `native` as the disk spells it
     std::string start;                    // relative directory at which the scan begins, as the disk spells it
