@@ -129,7 +129,8 @@ std::optional<chrono::sys_seconds> parse_time(const std::string& text) {
         std::tm fields{};
         std::istringstream in(text.size() == 10 ? text + " 00:00:00" : text);
         in >> std::get_time(&fields, text.find('T') != std::string::npos ? "%Y-%m-%dT%H:%M:%S" : "%Y-%m-%d %H:%M:%S");
-        const chrono::year_month_day date(chrono::year(fields.tm_year + 1900), chrono::month(fields.tm_mon + 1u),
+        const chrono::year_month_day date(chrono::year(fields.tm_year + 1900),
+                                          chrono::month(static_cast<unsigned>(fields.tm_mon + 1)),
                                           chrono::day(static_cast<unsigned>(fields.tm_mday)));
         if (in.fail() || in.peek() != std::istringstream::traits_type::eof() || !date.ok()) return std::nullopt;
         seconds = chrono::sys_seconds(chrono::sys_days(date)).time_since_epoch().count() + fields.tm_hour * 3600 +
