@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <memory_resource>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -70,7 +71,8 @@ private:
     std::uint64_t limit_ = 0;
     mutable std::once_flag checked_;
     mutable bool is_sound_ = false;
-    std::unordered_map<std::uint32_t, Entry> changes_;  // an entry of offset 0 marks a removed blob
+    std::pmr::monotonic_buffer_resource memory_;                       // of changes_, which never gives anything back
+    std::pmr::unordered_map<std::uint32_t, Entry> changes_{&memory_};  // an entry of offset 0 marks a removed blob
 };
 
 /// A container as an index holds it: its blobs by ascending hash.
