@@ -1,6 +1,7 @@
 #include <atomic>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -30,14 +31,14 @@ struct Record {
     mt::CEvent entered{true};
     mt::CEvent gate{true};
     mt::CSemaphore called{0, 1000000};
-    mt::CSlimLock lock;  // guards order
+    std::mutex lock;  // guards order
     std::vector<SFsRequest*> order;
 };
 
 void note(SFsRequest* request, void* user) {
     auto& record = *static_cast<Record*>(user);
     {
-        const mt::CExclusiveHold hold(record.lock);
+        const std::lock_guard guard(record.lock);
         record.order.push_back(request);
     }
     record.called.Release();

@@ -3,7 +3,9 @@
 #include <cinttypes>
 #include <cstdio>
 #include <limits>
+#include <mutex>
 #include <new>
+#include <shared_mutex>
 #include <utility>
 
 #include <zlib.h>
@@ -34,7 +36,7 @@ template <class Hold, class State, class Work>
 bool with_lock(State* state, const Work& work) {
     return fs::guarded("", false, [&] {
         if (state == nullptr) throw std::bad_alloc();
-        const Hold hold(state->lock);
+        const Hold guard(state->lock);
         return work(*state);
     });
 }
@@ -51,12 +53,13 @@ bool with_file(State* state, const Work& work) {
 
 template <class State, class Work>
 bool look(const State* state, const Work& work) {
-    return with_file<mt::CSharedHold>(state, [&](const MultiFile& file) { return work(file); });
+    return with_file<std::shared_lock<mt::CSlimLock>>(state, [&](const MultiFile& file) { return work(file); });
 }
 
 template <class State, class Work>
 bool change(State* state, const Work& work) {
-    return with_file<mt::CExclusiveHold>(state, [&](MultiFile& file) { return file.IsWritable() && work(file); });
+    return with_file<std::lock_guard<mt::CSlimLock>>(state,
+                                                     [&](MultiFile& file) { return file.IsWritable() && work(file); });
 }
 
 const char* text_of(const char* text) { return text != nullptr ? text : ""; }
@@ -84,7 +87,7 @@ CFileHashMultiContainer::CFileHashMultiContainer() : state_(new (std::nothrow) S
 CFileHashMultiContainer::~CFileHashMultiContainer() = default;
 
 bool CFileHashMultiContainer::Open(const char* path, bool writable) {
-    return with_lock<mt::CExclusiveHold>(state_.get(), [&](State& state) {
+    return with_lock<std::lock_guard<mt::CSlimLock>>(state_.get(), [&](State& state) {
         state.file.reset();
         state.file = MultiFile::Open(text_of(path), writable);
         return state.file != nullptr;
@@ -92,7 +95,7 @@ bool CFileHashMultiContainer::Open(const char* path, bool writable) {
 }
 
 bool CFileHashMultiContainer::Create(const char* path) {
-    return with_lock<mt::CExclusiveHold>(state_.get(), [&](State& state) {
+    return with_lock<std::lock_guard<mt::CSlimLock>>(state_.get(), [&](State& state) {
         state.file.reset();
         state.file = MultiFile::Create(text_of(path));
         return state.file != nullptr;
@@ -100,14 +103,15 @@ bool CFileHashMultiContainer::Create(const char* path) {
 }
 
 void CFileHashMultiContainer::Close() {
-    with_lock<mt::CExclusiveHold>(state_.get(), [](State& state) {
+    with_lock<std::lock_guard<mt::CSlimLock>>(state_.get(), [](State& state) {
         state.file.reset();
         return true;
     });
 }
 
 bool CFileHashMultiContainer::IsOpen() const {
-    return with_lock<mt::CSharedHold>(state_.get(), [](const State& state) { return state.file != nullptr; });
+    return with_lock<std::shared_lock<mt::CSlimLock>>(state_.get(),
+                                                      [](const State& state) { return state.file != nullptr; });
 }
 
 bool CFileHashMultiContainer::Put(const char* name, std::uint32_t hash, const void* data, std::uint64_t size,
@@ -178,7 +182,7 @@ bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, void* 
 
 void CFileHashMultiContainer::ListContainers(ztl::vector<fs::string>& out) const {
     out.clear();
-    const bool is_listed = with_lock<mt::CSharedHold>(state_.get(), [&](const State& state) {
+    const bool is_listed = with_lock<std::shared_lock<mt::CSlimLock>>(state_.get(), [&](const State& state) {
         if (state.file == nullptr) return true;
         for (const auto& named : state.file->index().all()) out.push_back(named.first);
         return true;
@@ -204,11 +208,11 @@ bool CFileHashMultiContainer::GetStats(SMultiContainerStats& stats) const {
 }
 
 bool CFileHashMultiContainer::Save() {
-    return with_file<mt::CExclusiveHold>(state_.get(), [](MultiFile& file) { return file.Save(); });
+    return with_file<std::lock_guard<mt::CSlimLock>>(state_.get(), [](MultiFile& file) { return file.Save(); });
 }
 
 bool CFileHashMultiContainer::Compact() {
-    return with_lock<mt::CExclusiveHold>(state_.get(), [](State& state) {
+    return with_lock<std::lock_guard<mt::CSlimLock>>(state_.get(), [](State& state) {
         if (state.file == nullptr)
             return fs::refuse(EFSError::INVALID_ARGUMENT, "", "No multi-container file is open.");
         return state.file->IsWritable() && container::compact(state.file);

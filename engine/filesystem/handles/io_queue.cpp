@@ -92,9 +92,7 @@ std::shared_ptr<IOQueue> IOQueue::Create(const char* name) {
     try {
         std::shared_ptr<IOQueue> queue(new IOQueue);
         const std::string thread_name = std::string("IO ") + name;
-        const bool whole = queue->wake_.IsValid() && queue->read_ended_.IsValid();
-        if (whole && queue->worker_.Start(thread_name.c_str(), &IOQueue::Run, queue.get(), highest_priority))
-            return queue;
+        if (queue->worker_.Start(thread_name.c_str(), &IOQueue::Run, queue.get(), highest_priority)) return queue;
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
@@ -109,7 +107,7 @@ bool IOQueue::Enqueue(Win32FileHandleAsync* file, std::uint64_t offset, std::uin
                       SFsRequest* request, std::int32_t priority) {
     bool wake = false;
     {
-        const mt::CSectionHold hold(lock_);
+        const std::lock_guard guard(lock_);
         if (stopping_) return false;
         IOQueueItem* const item = Reserve(priority);
         if (item == nullptr) return false;
@@ -136,7 +134,7 @@ void IOQueue::Cancel(Win32FileHandleAsync* file, SFsRequest* request) {
     Request& record = Request::Of(request);
     EFSRequestState::TYPE found = EFSRequestState::IDLE;
     {
-        const mt::CSectionHold hold(lock_);
+        const std::lock_guard guard(lock_);
         found = record.Cancel();
         if (found == EFSRequestState::QUEUED) {
             IOQueueItem* const item = record.queued_item;
@@ -157,13 +155,13 @@ void IOQueue::Cancel(Win32FileHandleAsync* file, SFsRequest* request) {
 void IOQueue::Abandon(Win32FileHandleAsync* file) {
     IOQueueItem* cancelled = nullptr;
     {
-        const mt::CSectionHold hold(lock_);
+        const std::lock_guard guard(lock_);
         cancelled = CancelQueued([file](const IOQueueItem& item) { return item.file == file; });
     }
     EndCancelled(cancelled);
     while (!OnWorker()) {
         {
-            const mt::CSectionHold hold(lock_);
+            const std::lock_guard guard(lock_);
             if (reading_ != file) return;
             ++read_waiters_;
         }
@@ -174,7 +172,7 @@ void IOQueue::Abandon(Win32FileHandleAsync* file) {
 void IOQueue::Stop() {
     IOQueueItem* cancelled = nullptr;
     {
-        const mt::CSectionHold hold(lock_);
+        const std::lock_guard guard(lock_);
         stopping_ = true;
         worker_sleeps_ = false;
         cancelled = CancelQueued([](const IOQueueItem&) { return true; });
@@ -208,7 +206,7 @@ void IOQueue::Runtime(SNativeOverlapped* overlapped) {
 bool IOQueue::TakeNext(IOQueueItem& item, EFSRequestState::TYPE& found) {
     for (;;) {
         {
-            const mt::CSectionHold hold(lock_);
+            const std::lock_guard guard(lock_);
             EndReadInHand();
             if (stopping_) return false;
             if (IOQueueItem* const first = First(); first != nullptr) {
@@ -341,7 +339,7 @@ void IOQueue::EndCancelled(IOQueueItem* items) {
         item->request->Signal();
         item->request->ReleaseReference();
     }
-    const mt::CSectionHold hold(lock_);
+    const std::lock_guard guard(lock_);
     while (items != nullptr) {
         IOQueueItem* const item = items;
         items = item->next;

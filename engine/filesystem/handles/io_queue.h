@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include <engine/filesystem/contract/file.h>
@@ -81,7 +82,7 @@ private:
     template <class Wanted>
     IOQueueItem* CancelQueued(Wanted wanted);
 
-    mt::CCriticalSection lock_;  // guards all up to worker_sleeps_
+    std::mutex lock_;  // guards all up to worker_sleeps_
     std::map<std::int32_t, IOQueueBucket, std::greater<>> buckets_;
     IOQueueBucket* last_bucket_ = nullptr;  // where the previous item went; the only one that may be empty
     std::vector<std::unique_ptr<IOQueueItem[]>> blocks_;

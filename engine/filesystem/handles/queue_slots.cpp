@@ -1,10 +1,13 @@
 #include "engine/filesystem/handles/queue_slots.h"
 
 #include <array>
+#include <mutex>
+#include <shared_mutex>
 
 #include <engine/kernel/multithreading.h>
 
 #include "engine/filesystem/handles/io_queue.h"
+#include "engine/platform/never_destroyed.h"
 
 namespace fs {
 namespace {
@@ -15,16 +18,15 @@ struct QueueSlots {
 };
 
 QueueSlots& slots() {
-    // Never destroyed, so that a handle closed late in the process still finds it.
-    static QueueSlots* const instance = new QueueSlots;
-    return *instance;
+    static platform::NeverDestroyed<QueueSlots> instance;  // a handle closed late in the process still finds it
+    return instance.value;
 }
 
 }  // namespace
 
 void start_queues() {
     QueueSlots& all = slots();
-    const mt::CExclusiveHold hold(all.lock);
+    const std::lock_guard guard(all.lock);
     if (all.queues[0] == nullptr) all.queues[0] = IOQueue::Create("Main");
 }
 
@@ -32,7 +34,7 @@ void stop_queues() {
     QueueSlots& all = slots();
     std::array<std::shared_ptr<IOQueue>, 2> stopped;
     {
-        const mt::CExclusiveHold hold(all.lock);
+        const std::lock_guard guard(all.lock);
         stopped.swap(all.queues);
     }
     for (const std::shared_ptr<IOQueue>& queue : stopped)
@@ -41,7 +43,7 @@ void stop_queues() {
 
 std::shared_ptr<IOQueue> first_queue() {
     QueueSlots& all = slots();
-    const mt::CSharedHold hold(all.lock);
+    const std::shared_lock guard(all.lock);
     return all.queues[0];
 }
 

@@ -66,12 +66,7 @@ void Request::Signal() {
     if (callback_ != nullptr) callback_(this, user_);
 }
 
-SFsRequest* SFsRequest::Create(Callback callback, void* user) {
-    Request* const request = new (std::nothrow) Request(callback, user);
-    if (request == nullptr || request->IsUsable()) return request;
-    request->ReleaseReference();
-    return nullptr;
-}
+SFsRequest* SFsRequest::Create(Callback callback, void* user) { return new (std::nothrow) Request(callback, user); }
 
 void SFsRequest::AddRef() { Request::Of(this).AddReference(); }
 void SFsRequest::Release() { Request::Of(this).ReleaseReference(); }

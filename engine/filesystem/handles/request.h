@@ -17,7 +17,6 @@ public:
     static Request& Of(SFsRequest* request) { return *static_cast<Request*>(request); }
     static const Request& Of(const SFsRequest* request) { return *static_cast<const Request*>(request); }
 
-    bool IsUsable() const { return event_.IsValid(); }
     void AddReference() { references_.fetch_add(1, std::memory_order_relaxed); }
     void ReleaseReference();
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <thread>
 #include <utility>
@@ -34,7 +35,7 @@ platform::DirectoryTimes recorded_times(const platform::PathAt& path) {
 ListingAhead::~ListingAhead() {
     if (!thread_.IsStarted()) return;
     {
-        const mt::CExclusiveHold hold(lock_);
+        const std::lock_guard guard(lock_);
         is_stopping_ = true;
     }
     work_.Set();
@@ -60,7 +61,7 @@ bool ListingAhead::expect(const NativePath& parent, std::string_view name, bool 
 bool ListingAhead::release_expected() try {
     if (told_.empty()) return true;
     {
-        const mt::CExclusiveHold hold(lock_);
+        const std::lock_guard guard(lock_);
         expected_.insert(expected_.end(), std::make_move_iterator(told_.rbegin()),
                          std::make_move_iterator(told_.rend()));
         wake_when_worth_it();
@@ -75,12 +76,12 @@ bool ListingAhead::release_expected() try {
 /// A start that fails is no failure: nothing is listed ahead then.
 void ListingAhead::start() {
     was_started_ = true;
-    if (std::thread::hardware_concurrency() < 2 || !work_.IsValid() || !done_.IsValid()) return;
+    if (std::thread::hardware_concurrency() < 2) return;
     thread_.Start("fs listing", run, this);
 }
 
 ListingAhead::Slot* ListingAhead::take_next() {
-    const mt::CExclusiveHold hold(lock_);
+    const std::lock_guard guard(lock_);
     if (asked_for_ != nullptr) free_.push_back(asked_for_);
     asked_for_ = expected_.back().slot;
     expected_.pop_back();
@@ -103,7 +104,7 @@ const ListingAhead::Listed& ListingAhead::next(const NativePath& path) {
 
 /// Instead of waiting for the other thread, the next directory behind is listed: false then, and `other` is to be listed.
 bool ListingAhead::is_done_or_awaited(Slot& slot, Slot*& other) {
-    const mt::CExclusiveHold hold(lock_);
+    const std::lock_guard guard(lock_);
     if (slot.is_done) return true;
     Expected* const expected = find_work();
     other = expected != nullptr ? begin(*expected) : nullptr;
@@ -160,7 +161,7 @@ ListingAhead::Slot* ListingAhead::begin(Expected& expected) try {
 }
 
 void ListingAhead::finish(Slot& slot) {
-    const mt::CExclusiveHold hold(lock_);
+    const std::lock_guard guard(lock_);
     slot.is_done = true;
     if (awaited_ == &slot) done_.Set();
 }
@@ -169,7 +170,7 @@ void ListingAhead::work() {
     for (;;) {
         Slot* slot = nullptr;
         {
-            const mt::CExclusiveHold hold(lock_);
+            const std::lock_guard guard(lock_);
             if (is_stopping_) return;
             Expected* const expected = find_work();
             if (expected != nullptr) slot = begin(*expected);

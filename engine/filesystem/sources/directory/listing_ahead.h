@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -75,7 +76,7 @@ private:
     Listed own_;
     Slot* asked_for_ = nullptr;  // what next() returned last
 
-    mt::CSlimLock lock_;              // guards what follows
+    std::mutex lock_;                 // guards what follows
     std::vector<Expected> expected_;  // the last is next
     std::vector<std::unique_ptr<Slot>> slots_;
     std::vector<Slot*> free_;  // with room for all slots
