@@ -1,9 +1,9 @@
 #include <engine/filesystem/startup/crash.h>
 
 #include "engine/filesystem/log/levels.h"
-#include "engine/filesystem/startup/crash_config.h"
-#include "engine/filesystem/startup/crash_switches.h"
-#include "engine/filesystem/startup/time_stamp.h"
+#include "engine/filesystem/startup/log/config.h"
+#include "engine/filesystem/startup/log/switches.h"
+#include "engine/filesystem/startup/crash/name.h"
 #include "tests/log/log_fixture.h"
 
 namespace {

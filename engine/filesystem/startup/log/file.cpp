@@ -1,7 +1,7 @@
 // The log file. It is a file of the virtual file system, written without a buffer of ours: when a message's call
 // returns, the system has its line. The lock makes two threads' lines come one after the other whatever kind of handle
 // it is, and lets the file be closed while others log.
-#include "engine/filesystem/startup/crash_file.h"
+#include "engine/filesystem/startup/log/file.h"
 
 #include <atomic>
 #include <cstring>

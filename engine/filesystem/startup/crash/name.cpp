@@ -1,4 +1,4 @@
-#include "engine/filesystem/startup/time_stamp.h"
+#include "engine/filesystem/startup/crash/name.h"
 
 namespace crash {
 

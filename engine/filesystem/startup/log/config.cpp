@@ -1,5 +1,5 @@
 // The logging configuration: found, read whole, parsed and applied command by command.
-#include "engine/filesystem/startup/crash_config.h"
+#include "engine/filesystem/startup/log/config.h"
 
 #include <cstdio>
 #include <memory>
