@@ -1,19 +1,21 @@
 // The log file. It is a file of the virtual file system, written without a buffer of ours: when a message's call
-// returns, the system has its line. The lock makes two threads' lines come one after the other whatever kind of handle
+// returns, the system has its line. It is written at its end, wherever that is, so that processes that share it after a
+// fork do not write over each other. The lock makes two threads' lines come one after the other whatever kind of handle
 // it is, and lets the file be closed while others log.
 #include "engine/filesystem/startup/log/file.h"
 
 #include <atomic>
-#include <cstring>
-#include <string>
+#include <mutex>
+#include <string_view>
 
 #include <engine/filesystem/access.h>
 #include <engine/filesystem/contract.h>
 #include <engine/filesystem/registry.h>
-#include <engine/kernel/multithreading.h>
 
+#include "engine/filesystem/contract/file_ptr.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/hooks.h"
+#include "engine/filesystem/startup/crash/dump.h"
 #include "engine/platform/files.h"
 
 namespace crash {
@@ -21,14 +23,15 @@ namespace crash {
 namespace {
 
 struct LogFile {
-    mt::CSlimLock lock;       // guards `file`
+    std::mutex lock;          // guards what follows but `is_open`, and all names until it is set
     SFsFile* file = nullptr;  // owned
+    bool is_ours = false;     // made by this process, hence ours to remove
+    bool at_line_start = true;
+    bool lost_output = false;  // since the last that was written
+    std::string virtual_name;
+    std::string native_path;  // remembered, since the file system may be gone when the file is closed
+    std::string name;
     std::atomic<bool> is_open{false};
-    bool is_ours = false;  // made by this process, hence ours to remove
-    char virtual_name[name_capacity] = "";
-    char native_path[name_capacity] = "";  // remembered, since the file system may be gone when the file is closed
-    char native_directory[name_capacity] = "";
-    char name[name_capacity] = "";
 };
 
 LogFile& log_file() {
@@ -39,72 +42,90 @@ LogFile& log_file() {
 // Writing may itself log (a failure, say); such a message must not wait for the file that its own thread is writing.
 thread_local bool is_writing = false;
 
-class FileHold {
+class FileLock {
 public:
-    FileHold() {
-        log_file().lock.LockExclusive();
-        is_writing = true;
-    }
-    ~FileHold() {
-        is_writing = false;
-        log_file().lock.UnlockExclusive();
-    }
-    FileHold(const FileHold&) = delete;
-    FileHold& operator=(const FileHold&) = delete;
+    explicit FileLock(LogFile& log) : guard_(log.lock) { is_writing = true; }
+    ~FileLock() { is_writing = false; }
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+
+private:
+    const std::lock_guard<std::mutex> guard_;
 };
+
+/// False when not all of it was written.
+bool put(LogFile& log, std::string_view text) {
+    const std::uint64_t written = fs::write(log.file, text.data(), text.size());
+    if (written != 0 && written <= text.size()) log.at_line_start = text[written - 1] == '\n';
+    log.lost_output = written != text.size();
+    return !log.lost_output;
+}
 
 void write_line(const char* text, std::size_t length) {
     if (is_writing) return;
     const fs::ErrorKeeper keeper;
-    const FileHold hold;
-    if (SFsFile* const file = log_file().file) fs::write(file, text, length);
+    LogFile& log = log_file();
+    const FileLock lock(log);
+    if (log.file == nullptr) return;
+    // What a full disk cut off must not run into the next line.
+    const bool needs_line_end = log.lost_output && !log.at_line_start && text[0] != '\r';
+    if (!needs_line_end || put(log, "\r\n")) put(log, {text, length});
 }
 
-void copy_text(char (&out)[name_capacity], const char* text) {
-    const std::size_t length = strnlen(text, name_capacity - 1);
-    std::memcpy(out, text, length);
-    out[length] = '\0';
+bool is_file_on_disk(const std::string& native_path) {
+    const auto attributes = platform::get_attributes(native_path.c_str());
+    return attributes && !attributes->is_directory;
 }
 
-void remember_names(LogFile& log, const char* name, SFsFile* file) {
-    copy_text(log.virtual_name, name);
-    copy_text(log.name, fs::file_name(file));
-    copy_text(log.native_path, fs::full_path(name).c_str());
-    copy_text(log.native_directory, log.native_path);
-    char* const slash = std::strrchr(log.native_directory, '/');
-    if (slash != nullptr) slash[1] = '\0';
-}
-
-bool is_empty_file(const char* native_path) {
-    const auto attributes = platform::get_attributes(native_path);
+bool is_empty_file(const std::string& native_path) {
+    const auto attributes = platform::get_attributes(native_path.c_str());
     return attributes && !attributes->is_directory && attributes->size == 0;
+}
+
+/// Made, or emptied, and then opened for writing at its end alone; a source that cannot append writes it from its start.
+SFsFile* open_appending(const char* name) {
+    SFsFile* const made = fs::open(name, EFSMode::WRITE, FFSOpenFlags::CREATE);
+    if (made == nullptr) return nullptr;
+    fs::close(made);
+    if (SFsFile* const file = fs::open(name, EFSMode::APPEND)) return file;
+    return fs::open(name, EFSMode::WRITE, FFSOpenFlags::CREATE);
 }
 
 /// Through the file management, so that the source forgets the file too; straight from the disk once the file system
 /// is gone, or when the name means another file by now.
 void remove_empty_file(const LogFile& log) {
-    if (log.native_path[0] == '\0') return;
-    if (fs::is_initialized() && fs::full_path(log.virtual_name) == log.native_path) fs::rem_file(log.virtual_name);
-    if (is_empty_file(log.native_path)) platform::remove_file(log.native_path);
+    if (log.native_path.empty()) return;
+    if (fs::is_initialized() && fs::full_path(log.virtual_name.c_str()) == log.native_path)
+        fs::rem_file(log.virtual_name.c_str());
+    if (is_empty_file(log.native_path)) platform::remove_file(log.native_path.c_str());
 }
 
 }  // namespace
 
-bool open_log_file(const char* name) {
+Opened open_log_file(const std::string& name, bool must_be_new) {
     const fs::ErrorKeeper keeper;
-    const bool existed = fs::exists(name);
-    SFsFile* const file = fs::open(name, EFSMode::WRITE, FFSOpenFlags::CREATE);
-    if (file == nullptr) return false;
+    // Files that another process made are on the disk alone, not in the source's table.
+    const std::string on_disk = fs::is_full_path(name.c_str()) ? name : fs::write_path() + name;
+    const bool existed = is_file_on_disk(on_disk) || fs::exists(name.c_str());
+    if (existed && must_be_new) return Opened::TAKEN;
+    fs::FilePtr file(open_appending(name.c_str()));
+    if (file == nullptr) return is_file_on_disk(on_disk) ? Opened::TAKEN : Opened::NO;
+    std::string virtual_name = name;
+    std::string shown_name = fs::file_name(file.get());
+    std::string native_path = fs::full_path(name.c_str());
+    set_log_directory(native_path.substr(0, native_path.rfind('/') + 1).c_str());
     LogFile& log = log_file();
     {
-        const FileHold hold;
-        log.file = file;
+        const FileLock lock(log);
+        log.file = file.release();
         log.is_ours = !existed;
-        remember_names(log, name, file);
+        log.virtual_name.swap(virtual_name);
+        log.name.swap(shown_name);
+        log.native_path.swap(native_path);
     }
     log.is_open.store(true, std::memory_order_release);
     logging::start_up_values().write_to_file.store(write_line, std::memory_order_release);
-    return true;
+    return Opened::YES;
 }
 
 void close_log_file() {
@@ -114,7 +135,7 @@ void close_log_file() {
     const fs::ErrorKeeper keeper;
     SFsFile* file = nullptr;
     {
-        const FileHold hold;
+        const FileLock lock(log);
         std::swap(file, log.file);
     }
     if (file == nullptr) return;
@@ -125,9 +146,7 @@ void close_log_file() {
 
 const char* log_file_name() {
     const LogFile& log = log_file();
-    return log.is_open.load(std::memory_order_acquire) ? log.name : nullptr;
+    return log.is_open.load(std::memory_order_acquire) ? log.name.c_str() : nullptr;
 }
-
-const char* log_directory() { return log_file().native_directory; }
 
 }  // namespace crash
