@@ -22,6 +22,7 @@ TOKEN = re.compile(r'"(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])*\'|[A-Za-z_]\w*|::|<<|>
 
 def tokens(text):
     text = re.sub(r"/\*.*?\*/|//[^\n]*", " ", text, flags=re.S)
+    text = re.sub(r'\bENGINE_CAPABILITY\("\w+"\)', " ", text)
     text = re.sub(r"^[ \t]*#(?:.*\\\n)*.*$", "", text, flags=re.M)
     return TOKEN.findall(text)
 

@@ -72,16 +72,16 @@ class Checker {
 public:
     explicit Checker(const std::string& file) : file_(file) {}
 
-    int check(const kernel::CConfigText& text) {
+    bool check(const kernel::CConfigText& text) {
         for (std::uint32_t i = 0; i < text.CommandCount(); ++i) check_command(text.Command(i));
         for (const auto& [name, level] : categories_)
             if (level.value == level_.value) add_warning(level.line, ": it is the level of all others");
         for (const Line& line : lines_) print(line.place + ": " + line.text + "\n");
         for (std::uint32_t i = 0; i < text.ErrorCount(); ++i) {
             const kernel::SConfigError& error = text.Error(i);
-            status_ = fail(place(error.file, error.line, error.column), error.text);
+            good_ = fail(place(error.file, error.line, error.column), error.text);
         }
-        return status_;
+        return good_;
     }
 
 private:
@@ -210,7 +210,7 @@ private:
         if (line >= 0) lines_[static_cast<std::size_t>(line)].text += " (warning: changes nothing" + why + ")";
     }
     void unusable(const Command& command, const std::string& text) {
-        status_ = fail(place(command.file, command.line, command.column), text);
+        good_ = fail(place(command.file, command.line, command.column), text);
     }
     std::string place(const char* file, std::uint32_t line, std::uint32_t column) const {
         return (file[0] != '\0' ? file : file_) + ":" + std::to_string(line) + ":" + std::to_string(column);
@@ -221,10 +221,11 @@ private:
     Setting level_{"info"}, sources_{"off"};
     std::map<std::string, Setting> categories_;
     std::vector<Permit> permits_;
-    int status_ = exit_ok;
+    bool good_ = true;
 };
 
-int log_check(const std::string& name) {
+bool log_check(const Name& given) {
+    const std::string& name = given.name;
     std::string text;
     fs::clear_error();
     if (!read_text(name.c_str(), text, nullptr))
@@ -238,12 +239,13 @@ int log_check(const std::string& name) {
 
 }  // namespace
 
-void add_log_commands(CLI::App& app, Command& chosen) {
-    CLI::App* const sub = app.add_subcommand("log-check",
-                                             "Read a logging configuration; say what each line changes, which lines "
-                                             "change nothing or cannot be used, and why");
-    auto file = std::make_shared<std::string>();
-    sub->add_option("FILE", *file, "Usually CrashLog.cfg; it and what it includes are looked up as the engine does")
+void add_log_commands(Commands& commands) {
+    const auto check = commands.add("log-check",
+                                    "Read a logging configuration; say what each line changes, which lines change "
+                                    "nothing or cannot be used, and why",
+                                    log_check);
+    check
+        ->add_option("FILE", check.given.name,
+                     "Usually CrashLog.cfg; it and what it includes are looked up as the engine does")
         ->required();
-    sub->callback([file, &chosen] { chosen.run = [file] { return log_check(*file); }; });
 }

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <mutex>
 
-#include "engine/kernel/bounded_text.h"
+#include "engine/platform/bounded_text.h"
 #include "engine/platform/process.h"
 
 namespace platform {
@@ -36,7 +36,7 @@ int note_module(dl_phdr_info* info, std::size_t, void*) {
     }
     // The loader lists the program itself first, and without its name.
     const std::string_view path = list.count == 0 ? executable_path() : info->dlpi_name;
-    kernel::BoundedText(module.name).add(path.substr(path.rfind('/') + 1));
+    BoundedText(module.name).add(path.substr(path.rfind('/') + 1));
     ++list.count;
     return 0;
 }

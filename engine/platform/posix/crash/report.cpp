@@ -15,7 +15,7 @@
 #include <memory>
 #include <string_view>
 
-#include "engine/kernel/bounded_text.h"
+#include "engine/platform/bounded_text.h"
 #include "engine/platform/linux/crash_facts.h"
 #include "engine/platform/posix/descriptor.h"
 #include "engine/platform/posix/system_error.h"
@@ -23,8 +23,6 @@
 namespace platform {
 
 namespace {
-
-using kernel::BoundedText;
 
 constexpr int most_frames = 128;
 constexpr int most_registers = 40;
