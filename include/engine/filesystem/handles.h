@@ -15,8 +15,8 @@ namespace fs {
 /// The handle, its name and its request exist before the file is opened, and what the open empties it empties last: an
 /// open that fails leaves the file as it was.
 ///
-/// Path     native, UTF-8, at most 259 bytes, never matched by its end; with FFSOpenFlags::THROUGH_VFS (READ) it goes to fs::open instead, unless a
-///          source asks for it while fs::open asks that source.
+/// Path     native, at most 259 bytes, never matched by its end; with FFSOpenFlags::THROUGH_VFS (READ) it goes to
+///          fs::open instead, unless a source asks for it while fs::open asks that source.
 /// Modes    APPEND and READ_WRITE (without CREATE) open what exists, APPEND at its end; they go with no gzip-write flag.
 ///          WRITE with a gzip level creates. The length of an asynchronous file is asked for once, at opening.
 /// Returns  by mode and flags a gzip, an asynchronous or a plain handle; null on failure, with the reason in
