@@ -1,10 +1,7 @@
 #include "engine/filesystem/handles/queue_slots.h"
 
-#include <array>
 #include <mutex>
-#include <shared_mutex>
-
-#include <engine/kernel/multithreading.h>
+#include <utility>
 
 #include "engine/filesystem/handles/io_queue.h"
 #include "engine/platform/never_destroyed.h"
@@ -12,39 +9,41 @@
 namespace fs {
 namespace {
 
-struct QueueSlots {
-    mt::CSlimLock lock;  // guards the slots
-    std::array<std::shared_ptr<IOQueue>, 2> queues;
+struct QueueSlot {
+    std::mutex lock;  // guards what follows
+    bool is_started = false;
+    std::shared_ptr<IOQueue> queue;  // null until it could be made
 };
 
-QueueSlots& slots() {
-    static platform::NeverDestroyed<QueueSlots> instance;  // a handle closed late in the process still finds it
+QueueSlot& slot() {
+    static platform::NeverDestroyed<QueueSlot> instance;  // a handle closed late in the process still finds it
     return instance.value;
 }
 
 }  // namespace
 
 void start_queues() {
-    QueueSlots& all = slots();
-    const std::lock_guard guard(all.lock);
-    if (all.queues[0] == nullptr) all.queues[0] = IOQueue::Create("Main");
+    QueueSlot& main = slot();
+    const std::lock_guard guard(main.lock);
+    main.is_started = true;
+    if (main.queue == nullptr) main.queue = IOQueue::Create("Main");
 }
 
 void stop_queues() {
-    QueueSlots& all = slots();
-    std::array<std::shared_ptr<IOQueue>, 2> stopped;
-    {
-        const std::lock_guard guard(all.lock);
-        stopped.swap(all.queues);
-    }
-    for (const std::shared_ptr<IOQueue>& queue : stopped)
-        if (queue != nullptr) queue->Stop();
+    QueueSlot& main = slot();
+    std::unique_lock guard(main.lock);
+    main.is_started = false;
+    const std::shared_ptr<IOQueue> stopped = std::exchange(main.queue, nullptr);
+    guard.unlock();
+    if (stopped != nullptr) stopped->Stop();
 }
 
-std::shared_ptr<IOQueue> first_queue() {
-    QueueSlots& all = slots();
-    const std::shared_lock guard(all.lock);
-    return all.queues[0];
+bool take_queue(std::shared_ptr<IOQueue>& out) {
+    QueueSlot& main = slot();
+    const std::lock_guard guard(main.lock);
+    if (main.is_started && main.queue == nullptr) main.queue = IOQueue::Create("Main");
+    out = main.queue;
+    return out != nullptr || !main.is_started;
 }
 
 }  // namespace fs
