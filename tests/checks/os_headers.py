@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Only engine/platform/posix and engine/platform/windows may include an operating system's header.
+"""Only the folders of engine/platform that are for one system may include an operating system's header.
 
 Everything else may include the C++ and C libraries, the compiler's intrinsics, our own headers and the
 libraries named below; a header that is in none of these groups is taken for an operating system's.
@@ -24,7 +24,7 @@ wchar.h wctype.h
 """.split())
 INTRINSICS = {"immintrin.h", "xmmintrin.h", "emmintrin.h", "smmintrin.h", "nmmintrin.h", "wmmintrin.h", "x86intrin.h"}
 LIBRARIES = {"engine/": ("zlib.h", "miniz.h", "libdeflate.h"), "tools/": ("CLI/", "nlohmann/", "zlib.h", "libdeflate.h")}
-SYSTEM_FOLDERS = ("engine/platform/posix/", "engine/platform/windows/")
+SYSTEM_FOLDERS = ("engine/platform/posix/", "engine/platform/linux/", "engine/platform/windows/")
 
 
 def allowed(path, name):
