@@ -322,16 +322,42 @@ def log_configurations(tool):
                                 b"!BrenixLogCategoryLevel(FileSystem, verbose3)\n!BrenixLogMessageSource(1)\n")
     tool.run("log-check good.cfg", 0,
              "good.cfg:1:2: the level: warn\n"
-             "good.cfg:2:2: messages \"ERRR\" go to the console and log file\n"
+             "good.cfg:2:2: messages \"ERRR\" (warning: changes nothing: these go to console and log file always, and the "
+             "filter is not asked)\n"
              "good.cfg:3:2: the level of category \"FileSystem\": verbose 3\n"
              "good.cfg:4:2: source positions in messages: on\n")
+    with open(os.path.join(os.path.dirname(__file__), "../../docs/logging.md"), encoding="utf-8") as guide:
+        example = re.search(r"\n\n((?:        \S.*\n)+)", guide.read()).group(1)
+    tool.write("root/example.cfg", example.encode())
+    tool.run("log-check example.cfg", 0,
+             "example.cfg:2:10: the level: warn\n"
+             "example.cfg:3:10: the level of category \"FileSystem\": everything\n"
+             "example.cfg:4:10: messages \"VERB\" go to the log file too\n"
+             "example.cfg:5:10: messages \"VER1\" go to the log file too\n")
+    for lines, at, said in (
+            (b"Permit(VER?, 1, 1)", 1, "changes nothing: a \"?\" at the end is dropped, so it stands for \"?VER\""),
+            (b"Permit(DEBG, 0, 1)", 1, "changes nothing: these go to the console, to the log file with -verbose"),
+            (b"Permit(VERB, 1, 0)", 1, "changes nothing: these go to the console anyway"),
+            (b"Permit(ABCD, 0, 0)", 1, "changes nothing: it permits neither"),
+            (b"Permit(VE, 1, 0)", 1, 'messages "??VE" go to the console too'),
+            (b"Permit(ABCD, 1, 1)\nPermit(ABCD, 0, 1)", 2, "changes nothing: an earlier line permits this already"),
+            (b"BrenixLogLevel(I)", 1, "changes nothing: it is so already"),
+            (b"BrenixLogLevel(E)", 1, "the level: error, raised to info when the log file is opened"),
+            (b"BrenixLogLevel(W)\nBrenixLogLevel(D)", 1, "changes nothing: line 2 sets it again"),
+            (b"BrenixLogCategoryLevel(Net, W)\nBrenixLogLevel(W)", 1, "changes nothing: it is the level of all others"),
+            (b"BrenixLogCategoryLevel(Net, None)", 1, "changes nothing: it has no level of its own"),
+            (b"BrenixLogMessageSource(0)", 1, "changes nothing: it is so already")):
+        tool.write("root/idle.cfg", lines)
+        tool.run("log-check idle.cfg", 0, f"~(?m)^idle.cfg:{at}:1: .*" + re.escape(said))
     for line, reason in ((b"!BrenixLogLevel(loud)", "\"loud\" is no level"), (b"!BrenixLogLevel()", "is missing"),
                          (b"!Permit(ERRR, 1)", "parameter 3 of Permit is missing"), (b"!Nonsense(1)", "not known"),
                          (b"!Permit(\"????\", 1, 1)", "names no message"), (b"!BrenixLogMessageSource(x)", "integer"),
                          (b"!include(\"zebra.cfg\")", "cannot be read")):
-        tool.write("root/bad.cfg", b"// first line\n  " + line + b"\n!BrenixLogLevel(info)\n")
-        tool.run("log-check bad.cfg", 1, "~^bad.cfg:3:2: the level: info\n$", err="enginefs: bad.cfg:2:")
+        tool.write("root/bad.cfg", b"// first line\n  " + line + b"\n!BrenixLogLevel(warn)\n")
+        tool.run("log-check bad.cfg", 1, "~^bad.cfg:3:2: the level: warn\n$", err="enginefs: bad.cfg:2:")
         tool.run("log-check bad.cfg", 1, "~", err=reason)
+    tool.write("root/many.cfg", b"".join(b"!BrenixLogCategoryLevel(C%d, info)\n" % i for i in range(9)))
+    tool.run("log-check many.cfg", 1, "~many.cfg:8:2", err="many.cfg:9:2: there is room for 8 categories")
     tool.run("log-check zebra.cfg", 1, err="enginefs: zebra.cfg: ")
 
 

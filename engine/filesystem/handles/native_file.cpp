@@ -11,7 +11,14 @@ constexpr std::uint64_t failed = ~std::uint64_t{0};
 }  // namespace
 
 std::uint64_t Win32FileHandle::read(void* buffer, std::uint64_t size) {
-    const std::uint64_t done = file_.read(buffer, size);
+    return check_read(file_.read(buffer, size), buffer, size);
+}
+
+std::uint64_t Win32FileHandle::read_at(void* buffer, std::uint64_t size, std::uint64_t offset) const {
+    return check_read(file_.read_at(buffer, size, offset), buffer, size);
+}
+
+std::uint64_t Win32FileHandle::check_read(std::uint64_t done, void* buffer, std::uint64_t size) const {
     if (done != failed) return done;
     const platform::Error error = platform::last_error();
     fs::set_error_from_platform(name, "cannot be read", error);

@@ -19,6 +19,11 @@ public:
     std::uint64_t tell() override;
     bool set_eof() override;
 
+    /// Reads at an offset, by any number of threads at once; the position stays. As read otherwise.
+    std::uint64_t read_at(void* buffer, std::uint64_t size, std::uint64_t offset) const;
+
 private:
+    std::uint64_t check_read(std::uint64_t done, void* buffer, std::uint64_t size) const;
+
     platform::File file_;
 };

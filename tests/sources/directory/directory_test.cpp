@@ -274,19 +274,6 @@ TEST_F(DirectorySource, OpensInEachModeAndTellsTheMonitor) {
     EXPECT_THAT(monitor.touched, ElementsAre("F 2+0", "F 3+0", "F 3+32", "F 1+2", "F 0+0", "new 1+32", "new2 3+0"));
 }
 
-TEST_F(DirectorySource, RefusesModesAndFlagsThatExcludeEachOther) {
-    disk_.write("f", "1");
-    ASSERT_TRUE(mount());
-    const fs::path f = as_path("f");
-    for (const auto flag : {FFSOpenFlags::GZIP_LEVEL1, FFSOpenFlags::GZIP_LEVEL5, FFSOpenFlags::GZIP_LEVEL9}) {
-        EXPECT_EQ(source_.open_append(f, flag), nullptr);
-        EXPECT_EQ(source_.open_read_write(f, flag), nullptr);
-    }
-    EXPECT_EQ(source_.open_read_write(f, FFSOpenFlags::GZIP | FFSOpenFlags::CREATE), nullptr);
-    EXPECT_EQ(source_.open_read(as_path("missing"), FFSOpenFlags::NONE), nullptr);
-    EXPECT_EQ(disk_.read("f"), "1");
-}
-
 TEST_F(DirectorySource, DeletesFilesAndForgetsOnlyThoseThatAreGone) {
     disk_.write("a/F", "1");
     disk_.write("a/kept", "1");
@@ -507,18 +494,6 @@ TEST_F(DirectorySourceFaults, ADirectoryThatCannotBeListedIsToldAndKeepsItsNames
     platform::clear_faults();
     source_.refresh();
     EXPECT_THAT(all(), UnorderedElementsAreArray(whole));
-}
-
-TEST_F(DirectorySourceFaults, AFullDiskFailsTheWriteAndNothingElse) {
-    ASSERT_TRUE(mount());
-    SFsFile* file = source_.create_write(as_path("f"), FFSOpenFlags::NONE);
-    ASSERT_NE(file, nullptr);
-    platform::inject_fault(platform::FaultPoint::WRITE, 1, platform::Failure::DISK_FULL, true);
-    EXPECT_EQ(fs::write(file, "1234", 4), ~std::uint64_t{0});
-    platform::clear_faults();
-    EXPECT_EQ(fs::write(file, "1234", 4), 4u);
-    fs::close(file);
-    EXPECT_EQ(disk_.read("f"), "1234");
 }
 
 TEST_F(DirectorySourceFaults, ARefusalOfTheDiskLeavesTableAndTreeAsTheyWere) {

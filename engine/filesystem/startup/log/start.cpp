@@ -1,8 +1,12 @@
-// The crash start-up: how the log core is prepared for a process.
+// How the log is prepared for a process. One thread at a time does the work; whoever comes meanwhile, on this thread or
+// another, goes on without waiting, and its message without the file.
 //
-// Phases: not started, started (switches and configuration read), opening, complete, closed. One thread at a time does
-// the work; whoever comes meanwhile, on this thread or another, goes on without waiting, and its message without the
-// file. While the file system is not there yet the phase stays "started", and each message for the file tries again.
+//     NOT_STARTED ---> STARTED ---> OPENING ---> COMPLETE        (the first message, or CrashInit, walks as far as it can)
+//         |  switches and  |  the file system  |  there is a file,  |
+//         |  configuration |  is there         |  or never one      |
+//         +----------------+----- CrashClose --+--------------------+---> CLOSED
+//
+// While the file system is not there yet the phase stays STARTED, and each message for the file tries again.
 #include <engine/filesystem/startup/crash.h>
 
 #include <atomic>
@@ -17,11 +21,11 @@
 #include "engine/filesystem/log/hooks.h"
 #include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/registry/registry.h"
-#include "engine/filesystem/startup/assert_dialog.h"
-#include "engine/filesystem/startup/crash_config.h"
-#include "engine/filesystem/startup/crash_file.h"
-#include "engine/filesystem/startup/crash_switches.h"
-#include "engine/filesystem/startup/time_stamp.h"
+#include "engine/filesystem/startup/crash/assert.h"
+#include "engine/filesystem/startup/crash/name.h"
+#include "engine/filesystem/startup/log/config.h"
+#include "engine/filesystem/startup/log/file.h"
+#include "engine/filesystem/startup/log/switches.h"
 #include "engine/platform/clock.h"
 #include "engine/platform/process.h"
 
@@ -77,18 +81,39 @@ void raise_level(Log::ELevel::TYPE level) {
     if (settings.GetLevel() < level) settings.SetLevel(level);
 }
 
-std::string log_name() {
-    if (const auto given = crash::option_value(platform::command_line(), "logfile=")) return *given;
-    char stamp[crash::stamp_capacity];
-    crash::write_stamp(stamp, platform::now_local());
-    return std::string("out/logs/crash_") + stamp + ".log";
+std::string with_process(const std::string& name) {
+    char text[1024];
+    kernel::BoundedText out(text);
+    crash::add_with_process(out, name);
+    return text;
+}
+
+/// A name of the present millisecond; where that is taken by another process, one with this process's number.
+bool open_stamped() {
+    constexpr int most_attempts = 100;
+    for (int attempt = 0; attempt < most_attempts; ++attempt) {
+        char text[64];
+        kernel::BoundedText name(text);
+        crash::add_stamped_name(name.add(crash::log_folder), platform::now_local(), ".log");
+        const crash::Opened opened = crash::open_log_file(attempt == 0 ? text : with_process(text), true);
+        if (opened != crash::Opened::TAKEN) return opened == crash::Opened::YES;
+    }
+    return false;
+}
+
+bool open_named(const std::string& name) {
+    crash::Opened opened = crash::open_log_file(name, false);
+    if (opened == crash::Opened::TAKEN) opened = crash::open_log_file(with_process(name), false);
+    return opened == crash::Opened::YES;
 }
 
 void open_file() {
     const bool is_verbose = values().verbose.load(std::memory_order_relaxed);
     if (state.is_silent && !is_verbose) return;
     raise_level(is_verbose ? Log::ELevel::DEBG : Log::ELevel::INFO);
-    if (!crash::open_log_file(log_name().c_str())) crash::open_log_file(fallback_log_name);
+    const auto given = crash::option_value(platform::command_line(), "logfile=");
+    if (given ? open_named(*given) : open_stamped()) return;
+    open_named(fallback_log_name);
 }
 
 /// The step that needs the file system. Who closes the log meanwhile finds the file closed again.

@@ -15,7 +15,7 @@ Log::ELevel::TYPE level_from_name(std::string_view name);
 /// False when there is no text to be read.
 bool read_configuration(const std::string& name);
 
-/// Applies a text; `file` names it. Commands that are not known are passed over.
-void apply_configuration(const std::string& text, const char* file);
+/// Applies a text; `file` names it. Commands that are not known are passed over. False when there is no memory for it.
+bool apply_configuration(const std::string& text, const char* file);
 
 }  // namespace crash

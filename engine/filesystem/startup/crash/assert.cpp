@@ -1,4 +1,4 @@
-#include "engine/filesystem/startup/assert_dialog.h"
+#include "engine/filesystem/startup/crash/assert.h"
 
 #include <string>
 

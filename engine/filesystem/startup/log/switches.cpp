@@ -1,4 +1,4 @@
-#include "engine/filesystem/startup/crash_switches.h"
+#include "engine/filesystem/startup/log/switches.h"
 
 #include <algorithm>
 

@@ -1,5 +1,5 @@
 // The logging configuration: found, read whole, parsed and applied command by command.
-#include "engine/filesystem/startup/crash_config.h"
+#include "engine/filesystem/startup/log/config.h"
 
 #include <cstdio>
 #include <memory>
@@ -139,19 +139,18 @@ ELevel::TYPE level_from_name(std::string_view name) {
     return name.size() >= 8 ? verbose_level(name[7], true) : ELevel::VERB;
 }
 
-void apply_configuration(const std::string& text, const char* file) {
+bool apply_configuration(const std::string& text, const char* file) {
     kernel::CConfigText* const parsed = kernel::CConfigText::Parse(
         keywords, {.text = text.data(), .length = text.size(), .file = file, .reader = read_include, .user = nullptr});
-    if (parsed == nullptr) return;
+    if (parsed == nullptr) return false;
     for (std::uint32_t i = 0; i < parsed->CommandCount(); ++i) apply(parsed->Command(i));
     parsed->Release();
+    return true;
 }
 
 bool read_configuration(const std::string& name) try {
     const std::optional<std::string> text = read_text(name);
-    if (!text || text->empty()) return false;
-    apply_configuration(*text, name.c_str());
-    return true;
+    return text && !text->empty() && apply_configuration(*text, name.c_str());
 } catch (const std::bad_alloc&) {
     return false;
 }
