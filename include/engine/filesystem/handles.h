@@ -17,6 +17,7 @@ namespace fs {
 /// Returns  by mode and flags a gzip, an asynchronous or a plain handle; null on failure.
 /// Owns     the caller closes it. `source` (may be null) is only noted in the handle.
 /// Monitor  told after each successful open.
-ENGINE_FS_API SFsFile* open_native(CFSSource* source, const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags);
+ENGINE_FS_API SFsFile* open_native(CFSSource* source, const char* path, EFSMode::TYPE mode,
+                                   FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
 
 }  // namespace fs
