@@ -27,7 +27,8 @@ protected:
         ASSERT_TRUE(fs::init((home_ / "game").c_str(), flags, (home_ / "cache").c_str(), use_fallback, false, nullptr));
         fs::clear_error();
     }
-    static bool save(const char* path, const std::string& text, Flags::FLAGS flags, EFSMode::TYPE mode = EFSMode::WRITE) {
+    static bool save(const char* path, const std::string& text, Flags::FLAGS flags,
+                     EFSMode::TYPE mode = EFSMode::WRITE) {
         SFsFile* const file = fs::open(path, mode, flags);
         const bool whole = file != nullptr && fs::write(file, text.data(), text.size()) == text.size();
         fs::close(file);
@@ -80,7 +81,7 @@ TEST_F(OnDisk, AFullPathInsideTheRootIsTheFileThere) {
         EXPECT_EQ(load(made.c_str()), "made");
         fs::refresh();
     }
-    home_.write("game/sub/late.txt", "late");
+    home_.write("game/Sub/late.txt", "late");
     fs::refresh((home_ / "game/sub").c_str());
     EXPECT_EQ(load("sub/late.txt"), "late");
     EXPECT_TRUE(fs::rename((home_ / "game/sub/late.txt").c_str(), (home_ / "game/sub/z.txt").c_str()));
@@ -128,7 +129,8 @@ TEST_F(OnDisk, OneFailedCallDestroysNothing) {
     const struct {
         Failure failure;
         EFSError::TYPE code;
-    } rows[] = {{Failure::OTHER, EFSError::IO}, {Failure::ACCESS_DENIED, EFSError::ACCESS_DENIED},
+    } rows[] = {{Failure::OTHER, EFSError::IO},
+                {Failure::ACCESS_DENIED, EFSError::ACCESS_DENIED},
                 {Failure::IN_USE, EFSError::IN_USE}};
     for (const auto& row : rows) {
         for (const auto mode : {EFSMode::WRITE, EFSMode::APPEND, EFSMode::READ_WRITE}) {

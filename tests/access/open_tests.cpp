@@ -163,7 +163,7 @@ struct InPlaceRow {
     EFSError::TYPE first_fails;   // NONE: opens; IN_USE and the like: holds the name, and fails so
     EFSError::TYPE second_fails;  // as above
     bool first_holds, second_holds;
-    const char* first;   // what it holds afterwards
+    const char* first;  // what it holds afterwards
     const char* second;
     EFSError::TYPE code;  // NONE: the open succeeded
 };

@@ -94,7 +94,7 @@ MemorySource::Entry* MemorySource::find(const fs::path& p) {
 
 std::string MemorySource::held_name(const fs::path& p) const {
     std::string name = full_name(p);
-    if (!matches_by_end || !p.EmptyPath()) return name;
+    if (!matches_by_end || !p.EmptyPath() || files_.contains(name)) return name;
     for (const auto& [held, entry] : files_) {
         if (held == name || held.ends_with('/' + name)) return held;
     }

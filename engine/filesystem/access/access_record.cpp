@@ -1,9 +1,10 @@
 #include <atomic>
+#include <mutex>
 #include <new>
 #include <unordered_set>
 #include <utility>
 
-#include <engine/kernel/multithreading.h>
+#include <engine/filesystem/access/open.h>
 
 #include "engine/filesystem/access/parts.h"
 
@@ -13,7 +14,7 @@ namespace {
 
 struct AccessRecord {
     std::atomic<bool> on{false};
-    mt::CSlimLock lock;  // guards what follows
+    std::mutex lock;  // guards what follows
     ztl::vector<fs::string> names;
     std::unordered_set<fs::string> noted;
 };
@@ -26,7 +27,7 @@ AccessRecord& access_record_state() {
 
 void note(AccessRecord& record, const fs::path& name) {
     fs::string text = full_name(name);
-    const mt::CExclusiveHold hold(record.lock);
+    const std::lock_guard guard(record.lock);
     if (!record.on.load(std::memory_order_relaxed)) return;  // switched off meanwhile
     const auto [place, is_new] = record.noted.insert(std::move(text));
     if (is_new) record.names.push_back(*place);
@@ -47,7 +48,7 @@ void note_access(const fs::path& name) {
 void record_access(bool on) {
     guarded(nullptr, [on] {
         AccessRecord& record = access_record_state();
-        const mt::CExclusiveHold hold(record.lock);
+        const std::lock_guard guard(record.lock);
         if (on) {
             record.names.clear();
             record.noted.clear();
@@ -60,7 +61,7 @@ void get_access_record(ztl::vector<fs::string>& out) {
     out.clear();
     guarded(nullptr, [&] {
         AccessRecord& record = access_record_state();
-        const mt::CSharedHold hold(record.lock);
+        const std::lock_guard guard(record.lock);
         out = record.names;
     });
 }

@@ -54,8 +54,8 @@ bool write_checked(SFsFile& file, const char* path, const void* data, std::uint6
     const ErrorScope scope;
     const std::uint64_t written = file.write(data, size);
     if (written == size) return true;
-    // Nothing but a full disk takes a part.
-    const bool is_full = written < size && written != 0;
+    // Nothing but a full disk takes less without a reason of its own.
+    const bool is_full = written < size;
     return fail_unless_told(scope, is_full ? EFSError::DISK_FULL : EFSError::IO, path,
                             "The file took fewer bytes than it was given.");
 }

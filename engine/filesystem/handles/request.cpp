@@ -1,11 +1,11 @@
 #include "engine/filesystem/handles/request.h"
 
-#include <new>
+#include "engine/filesystem/contract/guarded.h"
 
 namespace {
 
-constexpr std::uint32_t pack(EFSRequestState::TYPE state, EFSRequestResult::TYPE result) {
-    return static_cast<std::uint32_t>(state) | (static_cast<std::uint32_t>(result) << 8);
+constexpr std::uint32_t word_of(EFSRequestState::TYPE state, EFSRequestResult::TYPE result) {
+    return static_cast<std::uint32_t>(state) | static_cast<std::uint32_t>(result) << 8;
 }
 constexpr EFSRequestState::TYPE state_of(std::uint32_t word) { return static_cast<EFSRequestState::TYPE>(word & 0xFF); }
 constexpr EFSRequestResult::TYPE result_of(std::uint32_t word) {
@@ -14,51 +14,56 @@ constexpr EFSRequestResult::TYPE result_of(std::uint32_t word) {
 
 }  // namespace
 
-Request::Request(Callback callback, void* user) : callback_(callback), user_(user), event_(true) {}
+EFSRequestState::TYPE Request::State() const { return state_of(word_.load(std::memory_order_acquire)); }
+EFSRequestResult::TYPE Request::Result() const { return result_of(word_.load(std::memory_order_acquire)); }
 
 void Request::ReleaseReference() {
     if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
 }
 
-EFSRequestState::TYPE Request::State() const { return state_of(word_.load(std::memory_order_acquire)); }
-EFSRequestResult::TYPE Request::Result() const { return result_of(word_.load(std::memory_order_acquire)); }
+/// 0 also for a request that was cancelled after it had been read.
+std::uint64_t Request::Transferred() const {
+    return Result() == EFSRequestResult::SUCCESS ? transferred_.load(std::memory_order_relaxed) : 0;
+}
 
-bool Request::BeginQueued() {
-    std::uint32_t word = word_.load(std::memory_order_acquire);
-    do {
-        const EFSRequestState::TYPE state = state_of(word);
-        if (state == EFSRequestState::QUEUED || state == EFSRequestState::IN_PROGRESS) return false;
-    } while (!word_.compare_exchange_weak(word, pack(EFSRequestState::QUEUED, EFSRequestResult::SUCCESS),
-                                          std::memory_order_acq_rel, std::memory_order_acquire));
+bool Request::IsFree() const {
+    const EFSRequestState::TYPE state = State();
+    return state != EFSRequestState::QUEUED && state != EFSRequestState::IN_PROGRESS &&
+           !is_being_read_.load(std::memory_order_acquire);
+}
+
+void Request::BeginQueued() {
     transferred_.store(0, std::memory_order_relaxed);
-    event_.Reset();
-    return true;
+    if (State() == EFSRequestState::FINISHED) event_.Reset();
+    Set(EFSRequestState::QUEUED, EFSRequestResult::SUCCESS);
 }
 
-EFSRequestState::TYPE Request::BeginProgress() {
-    std::uint32_t word = pack(EFSRequestState::QUEUED, EFSRequestResult::SUCCESS);
-    word_.compare_exchange_strong(word, pack(EFSRequestState::IN_PROGRESS, EFSRequestResult::SUCCESS),
-                                  std::memory_order_acq_rel, std::memory_order_acquire);
-    return state_of(word);
+void Request::Set(EFSRequestState::TYPE state, EFSRequestResult::TYPE result) {
+    word_.store(word_of(state, result), std::memory_order_release);
 }
 
-EFSRequestState::TYPE Request::Finish(EFSRequestResult::TYPE result, std::uint64_t transferred) {
+void Request::BeginProgress(bool cancelled) {
+    is_being_read_.store(!cancelled, std::memory_order_relaxed);
+    if (cancelled)
+        Cancel();
+    else
+        Set(EFSRequestState::IN_PROGRESS, EFSRequestResult::SUCCESS);
+}
+
+void Request::EndProgress(EFSRequestResult::TYPE result, std::uint64_t transferred) {
     transferred_.store(transferred, std::memory_order_relaxed);
-    std::uint32_t word = pack(EFSRequestState::IN_PROGRESS, EFSRequestResult::SUCCESS);
-    if (!word_.compare_exchange_strong(word, pack(EFSRequestState::FINISHED, result), std::memory_order_acq_rel,
-                                       std::memory_order_acquire))
-        transferred_.store(0, std::memory_order_relaxed);
-    return state_of(word);
-}
-
-EFSRequestState::TYPE Request::Cancel() {
-    return state_of(
-        word_.exchange(pack(EFSRequestState::FINISHED, EFSRequestResult::CANCELLED), std::memory_order_acq_rel));
+    std::uint32_t word = word_of(EFSRequestState::IN_PROGRESS, EFSRequestResult::SUCCESS);
+    is_being_read_.store(false, std::memory_order_release);
+    word_.compare_exchange_strong(word, word_of(EFSRequestState::FINISHED, result));
 }
 
 void Request::FinishEmpty() {
     transferred_.store(0, std::memory_order_relaxed);
-    word_.store(pack(EFSRequestState::FINISHED, EFSRequestResult::SUCCESS), std::memory_order_release);
+    Set(EFSRequestState::FINISHED, EFSRequestResult::SUCCESS);
+}
+
+EFSRequestState::TYPE Request::Cancel() {
+    return state_of(word_.exchange(word_of(EFSRequestState::FINISHED, EFSRequestResult::CANCELLED)));
 }
 
 void Request::Signal() {
@@ -67,10 +72,7 @@ void Request::Signal() {
 }
 
 SFsRequest* SFsRequest::Create(Callback callback, void* user) {
-    Request* const request = new (std::nothrow) Request(callback, user);
-    if (request == nullptr || request->IsUsable()) return request;
-    request->ReleaseReference();
-    return nullptr;
+    return fs::guarded(nullptr, static_cast<Request*>(nullptr), [&] { return new Request(callback, user); });
 }
 
 void SFsRequest::AddRef() { Request::Of(this).AddReference(); }

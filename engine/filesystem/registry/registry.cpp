@@ -66,11 +66,11 @@ State& state() {
 bool this_thread_holds_lock() { return locks_held != 0; }
 
 SharedGuard::SharedGuard(State& state) : state_(state) {
-    if (locks_held++ == 0) state_.lock.LockShared();
+    if (locks_held++ == 0) state_.lock.lock_shared();
 }
 
 SharedGuard::~SharedGuard() {
-    if (--locks_held == 0) state_.lock.UnlockShared();
+    if (--locks_held == 0) state_.lock.unlock_shared();
 }
 
 ExclusiveGuard::ExclusiveGuard(State& state) : state_(state) {
@@ -79,13 +79,13 @@ ExclusiveGuard::ExclusiveGuard(State& state) : state_(state) {
                   "A source or callback that is being asked may not change sources or names.");
         throw StoredFailure();
     }
-    state_.lock.LockExclusive();
+    state_.lock.lock();
     ++locks_held;
 }
 
 ExclusiveGuard::~ExclusiveGuard() {
     --locks_held;
-    state_.lock.UnlockExclusive();
+    state_.lock.unlock();
 }
 
 CFSSource* find(const State& state, const fs::path& path) {

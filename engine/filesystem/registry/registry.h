@@ -17,7 +17,7 @@ inline constexpr std::size_t cache_dir_capacity = 272;
 
 /// All that the registry keeps. There is one for the process; it is never destroyed, so that late callers find it.
 struct State {
-    mt::CSlimLock lock;  // guards sources, fallback and index
+    mt::CSlimLock lock;                               // guards sources, fallback and index
     std::vector<std::unique_ptr<CFSSource>> sources;  // in asking order
     std::unique_ptr<CFSSource> fallback;      // asked after all others, never compared and never removed by itself
     fs::dir index;                            // every directory of the sources that are indexed, and of created files
