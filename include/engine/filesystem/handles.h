@@ -24,6 +24,7 @@ namespace fs {
 /// Owns     the caller closes it with fs::close. `source` (may be null) is only noted in the handle.
 /// Threads  any thread; the handle is for one thread at a time, but for read_async and cancel_async of different requests.
 /// Monitor  told after each successful open.
-ENGINE_FS_API SFsFile* open_native(CFSSource* source, const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags);
+ENGINE_FS_API SFsFile* open_native(CFSSource* source, const char* path, EFSMode::TYPE mode,
+                                   FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
 
 }  // namespace fs
