@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "engine/filesystem/containers/pack_writer_deflate.h"
+#include "engine/kernel/checksum.h"
 #include "engine/filesystem/sources/directory/state.h"
 #include "engine/filesystem/sources/listing/listing.h"
 #include "engine/filesystem/sources/listing/listing_file.h"
@@ -24,7 +24,7 @@ std::vector<std::uint8_t> with_good_head(const std::uint8_t* data, std::size_t s
     require(fs::encode_listing(key, fs::dir_listing(), head));
     std::vector<std::uint8_t> bytes(head.begin(), head.end());
     bytes.insert(bytes.end(), data, data + size);
-    const std::uint32_t checksum = fs::crc32_of(bytes.data() + 12, bytes.size() - 12);
+    const std::uint32_t checksum = kernel::crc32(0, bytes.data() + 12, bytes.size() - 12);
     for (int i = 0; i < 4; ++i) bytes[8 + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(checksum >> 8 * i);
     return bytes;
 }

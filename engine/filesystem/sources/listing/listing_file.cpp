@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "engine/filesystem/containers/pack_writer_deflate.h"
+#include "engine/kernel/checksum.h"
 
 // The bytes are described in docs/formats.md. The checksum comes first of all checks that look at the content, so that
 // what lies behind it is, but for malice, what was written.
@@ -44,14 +44,14 @@ bool encode_listing(const ListingKey& key, const dir_listing& listing, PodArray<
     next += path.size();
     if (!listing.is_empty()) std::memcpy(next, listing.bytes().data(), listing.bytes().size());
     unsigned char* checksum = first + checked_from - 4;
-    put(checksum, crc32_of(first + checked_from, size - checked_from), 4);
+    put(checksum, kernel::crc32(0, first + checked_from, size - checked_from), 4);
     return true;
 }
 
 bool decode_listing(const ListingKey& key, const unsigned char* bytes, std::size_t size, dir_listing& out) {
     out.clear();
     if (size < fixed_size || std::memcmp(bytes, magic, sizeof magic) != 0 || get(bytes + 4, 4) != version) return false;
-    if (get(bytes + 8, 4) != crc32_of(bytes + checked_from, size - checked_from)) return false;
+    if (get(bytes + 8, 4) != kernel::crc32(0, bytes + checked_from, size - checked_from)) return false;
     const std::size_t path_size = get(bytes + checked_from + 4, 2);
     if (path_size > size - fixed_size || get(bytes + checked_from, 4) != key.flags) return false;
     if (std::string_view(reinterpret_cast<const char*>(bytes + fixed_size), path_size) != key.source_path) return false;

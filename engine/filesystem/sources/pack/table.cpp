@@ -81,6 +81,15 @@ std::optional<std::uint32_t> PackTable::find(std::string_view dir, std::string_v
     return find_by_end(*first, dir);
 }
 
+std::optional<std::uint32_t> PackTable::find_exact(std::string_view dir, std::string_view name) const {
+    auto i = by_name_.find(hash_text(name), [&](std::uint32_t at) { return name_of(entries_[at]) == name; });
+    while (i && dir_of(entries_[*i]) != dir) {
+        if (!has(*i, PackEntry::same_name)) return std::nullopt;
+        ++*i;
+    }
+    return i;
+}
+
 std::optional<std::uint32_t> PackTable::walk(std::uint32_t first, std::string_view dir) const {
     for (std::uint32_t i = first;; ++i) {
         const std::string_view held = dir_of(entries_[i]);

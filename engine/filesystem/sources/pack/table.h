@@ -11,7 +11,7 @@ namespace fs {
 struct PackDirectory;
 struct TextRun;
 
-/// One file of a pack. 28 bytes; a pack of 60,000 files holds as many of them.
+/// One file of a pack. 32 bytes; a pack of 60,000 files holds as many of them.
 struct PackEntry {
     // Bits of `state` beside the length of the local header's two texts, which takes the lowest 17.
     static constexpr std::uint32_t texts_mask = 0x1FFFF;
@@ -20,6 +20,7 @@ struct PackEntry {
     static constexpr std::uint32_t same_name = 1u << 19;  // the next entry of the table has the same name
     static constexpr std::uint32_t many = 1u << 20;       // its name has more entries than are walked through
     static constexpr std::uint32_t overruled = 1u << 21;  // another entry answers to its full name: see winners_
+    static constexpr std::uint32_t zstd = 1u << 22;
 
     std::uint32_t dir_offset;
     std::uint32_t name_offset;
@@ -28,9 +29,10 @@ struct PackEntry {
     std::uint32_t header_offset;
     std::uint32_t size;
     std::uint32_t packed_size;
+    std::uint32_t crc;
     std::uint32_t state;  // changes once, when the entry is first opened; read and written atomically
 };
-static_assert(sizeof(PackEntry) == 28);
+static_assert(sizeof(PackEntry) == 32);
 
 /// Slots of (tag, entry) pairs, found by hash with linear probing. An entry is the number of its place in the table,
 /// which has at most 65,535 of them, so that 16 bits are left to tell most strangers without touching the entry.
@@ -72,6 +74,9 @@ public:
     /// Among the files of that name the first, in table order, whose directory ends in `dir` or is the end of `dir`;
     /// the first of all for an empty `dir`. Both texts are in lower case.
     std::optional<std::uint32_t> find(std::string_view dir, std::string_view name) const;
+
+    /// The first file of exactly this directory and name.
+    std::optional<std::uint32_t> find_exact(std::string_view dir, std::string_view name) const;
 
     std::uint32_t count() const { return static_cast<std::uint32_t>(entries_.size()); }
     PackEntry& entry(std::uint32_t index) { return entries_[index]; }

@@ -164,6 +164,7 @@ void PackTable::place_entries(const PackDirectory& directory, const std::vector<
                             .header_offset = record.header_offset,
                             .size = record.size,
                             .packed_size = record.packed_size,
+                            .crc = record.crc,
                             .state = 0});
     }
 }
