@@ -74,9 +74,10 @@ Decoder::Result IsalInflater::decode(DecoderBuffers& buffers) {
     return done() ? Result::END : Result::MORE;
 }
 
-/// Never more than came in with this call: a decoder that got stuck needed at least a bit of what came next.
+/// Never more than came in with this call: a decoder that got stuck needed at least a bit of what came next. While half a
+/// block header waits in a buffer of its own, which goes on behind these bytes, they stay.
 void IsalInflater::give_back_input() {
-    if (state_.read_in_length < 8) return;
+    if (state_.read_in_length < 8 || state_.tmp_in_size != 0) return;
     const int bytes = state_.read_in_length / 8;
     state_.next_in -= bytes;
     state_.avail_in += static_cast<std::uint32_t>(bytes);

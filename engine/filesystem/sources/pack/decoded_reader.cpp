@@ -91,10 +91,12 @@ BlockReader::Step DecodedReader::decode_into(int index) {
         next_ = buffers.in;
         left_ = buffers.in_size;
     }
+    if (result == Decoder::Result::DAMAGED || result == Decoder::Result::NO_MEMORY) {
+        set_fault(result == Decoder::Result::DAMAGED ? PackFault::DAMAGED : PackFault::NO_MEMORY);
+        return Step::FAILED;  // the bytes before the damage do not count
+    }
     block.fill += room - static_cast<std::uint32_t>(buffers.out_size);
-    if (result == Decoder::Result::MORE || result == Decoder::Result::END) return Step::DONE;
-    set_fault(result == Decoder::Result::DAMAGED ? PackFault::DAMAGED : PackFault::NO_MEMORY);
-    return Step::FAILED;
+    return Step::DONE;
 }
 
 void DecodedReader::deliver(int index, std::uint8_t* buffer, std::uint32_t count) {
