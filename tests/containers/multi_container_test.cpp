@@ -155,28 +155,6 @@ TEST_F(MultiContainer, ASaveCutOffAtAnyByteLeavesTheOldStateOrTheNew) {
             << "the writes reach the disk in their order";
 }
 
-// The source is no disk, so nothing can take the file's place.
-TEST_F(MultiContainer, ACompactionWithinTheFileCutOffAtAnyByteLosesNothing) {
-    CFileHashMultiContainer file;
-    ASSERT_TRUE(file.Create("a.mc"));
-    for (std::uint32_t i = 0; i < 12; ++i) put(file, i % 2 == 0 ? "even" : "odd", i, std::string(30 + i, 'p'), i > 8);
-    ASSERT_TRUE(file.Save());
-    for (std::uint32_t i = 0; i < 12; i += 3) file.Remove(i % 2 == 0 ? "even" : "odd", i);
-    ASSERT_TRUE(file.Save());
-    const Blobs before = everything(file);
-    const std::string disk = source_->content("a.mc");
-    source_->writes.clear();
-    ASSERT_TRUE(file.Compact());
-    EXPECT_GE(states_after(*source_, disk, source_->writes, before, before), 4);
-    EXPECT_EQ(everything(file), before);
-    SMultiContainerStats stats;
-    ASSERT_TRUE(file.GetStats(stats));
-    EXPECT_EQ(stats.wasted_bytes, 0u);
-    EXPECT_TRUE(put(file, "odd", 1, "goes on") && file.Save());
-    bool ok = false;
-    EXPECT_EQ(opened("a.mc", ok).at({"odd", 1}), "goes on");
-}
-
 TEST_F(MultiContainer, NoDamagedByteGivesWrongBytesOut) {
     CFileHashMultiContainer file;
     ASSERT_TRUE(file.Create("a.mc"));
@@ -236,6 +214,8 @@ TEST_F(MultiContainer, SayWhyTheyRefuse) {
         {"not for compacting", EFSError::READ_ONLY, [](auto& f) { return f.Open("a.mc", false) && f.Compact(); }},
         {"null buffer", EFSError::INVALID_ARGUMENT,
          [](auto& f) { return f.Open("a.mc", false) && f.Fetch("c", 1, nullptr, 9, size); }},
+        {"not on the disk", EFSError::UNSUPPORTED,
+         [](auto& f) { return f.Open("a.mc", true) && f.Remove("c", 1) && f.Compact(); }},
     };
     source_->add("text.txt", std::string(1000, 't'));
     CFileHashMultiContainer made;

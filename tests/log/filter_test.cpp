@@ -134,8 +134,6 @@ TEST_F(LogFilter, FileMessagesRunTheStartUpUnlessThisThreadMayNot) {
         log_to_file();
         EXPECT_EQ(runs, 2);
     }
-    start_up.phase = logging::StartUp::NOT_STARTED;
-    start_up.may_start_now = nullptr;
     EXPECT_EQ(file_lines.size(), 4u) << "the callback hears all of them";
 }
 

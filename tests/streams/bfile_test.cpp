@@ -58,6 +58,21 @@ TEST_F(BufferedNative, OpensByMode) {
     }
 }
 
+TEST_F(BufferedNative, DoesNotOpenAFileWhoseLengthIsNotKnown) {
+    directory.write("file.bin", "abc");
+    fs::bfile_win32 stream;
+    std::uint32_t nth = 1;
+    for (bool is_open = false; !is_open; ++nth) {
+        platform::inject_fault(platform::FaultPoint::STAT, nth, platform::Failure::OTHER, false);
+        is_open = stream.open(path.c_str(), EFSMode::APPEND);
+        EXPECT_TRUE(!is_open || stream.tell() == 3u) << "never at the beginning of what is there";
+        platform::clear_faults();
+        stream.close();
+        ASSERT_LT(nth, 10u);
+    }
+    EXPECT_EQ(directory.read("file.bin"), "abc");
+}
+
 TEST_F(BufferedNative, CountsWhatIsPending) {
     fs::bfile_win32 stream(16);
     ASSERT_TRUE(stream.open(path.c_str(), EFSMode::WRITE, FFSOpenFlags::CREATE));

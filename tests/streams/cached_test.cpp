@@ -84,7 +84,9 @@ TEST(CachedReaderFailures, AreToldFromTheEnd) {
     EXPECT_EQ(read_string(stream, 5000), record.bytes.substr(0, 4096)) << "what was there comes first";
     record.failing_read = 2;
     char byte = 0;
+    fs::clear_error();
     EXPECT_EQ(stream.read(&byte, 1), UINT64_MAX);
+    EXPECT_EQ(fs::last_error().code, EFSError::IO);
     EXPECT_EQ(read_string(stream, 5), record.bytes.substr(4096, 5)) << "a later read tries again";
 
     FileRecord bad{.bytes = "x", .failing_read = 0};
@@ -120,6 +122,28 @@ TEST(CachedWriterWithoutSeek, WritesFullBuffersAndTheRestAtClose) {
     EXPECT_TRUE(record.closed);
     EXPECT_EQ(record.bytes, bytes);
     EXPECT_EQ(fs::cachedwrnoseekfile(0).write("x", 1), UINT64_MAX) << "and no endless loop";
+}
+
+TEST(CachedWriters, SayAtCloseThatBytesAreLostOnAFullDisk) {
+    const std::string bytes = sample_bytes(40);
+    fs::cachedwrnoseekfile by_blocks(16);
+    fs::cachedwrfile by_image(16);
+    for (fs::file* stream : {static_cast<fs::file*>(&by_blocks), static_cast<fs::file*>(&by_image)}) {
+        FileRecord record{.bytes = "", .capacity = 20};
+        stream->open_from_handle(new RecordingFile(record));
+        EXPECT_EQ(stream->write(bytes.data(), 40), 40u);
+        fs::clear_error();
+        stream->close();
+        EXPECT_EQ(fs::last_error().code, EFSError::DISK_FULL);
+        EXPECT_EQ(record.bytes, bytes.substr(0, 20)) << "a part of the last write landed";
+        FileRecord healthy{.bytes = ""};
+        stream->open_from_handle(new RecordingFile(healthy));
+        fs::clear_error();
+        stream->write(bytes.data(), 40);
+        stream->close();
+        EXPECT_EQ(fs::last_error().code, EFSError::NONE);
+        EXPECT_EQ(healthy.bytes, bytes);
+    }
 }
 
 TEST(CachedWriter, WritesTheImageUpToThePositionInOnePiece) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <random>
 
+#include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/streams/memory.h>
 
 #include "recording_file.h"
@@ -106,7 +107,12 @@ TEST(GzipWriter, NoticesAStorageThatIsFull) {
     EXPECT_LT(stream.write(plain.data(), plain.size()), plain.size());
     EXPECT_EQ(stream.write("x", 1), 0u);
     EXPECT_EQ(stream.tell(), UINT64_MAX);
+    fs::clear_error();
+    EXPECT_TRUE(stream.finish()) << "whatever became of the trailer";
+    EXPECT_EQ(fs::last_error().code, EFSError::DISK_FULL);
+    fs::clear_error();
     stream.close();
+    EXPECT_EQ(fs::last_error().code, EFSError::DISK_FULL);
     ASSERT_TRUE(stream.open_from_memory(EFSMode::READ, block, sizeof(block), true));
     EXPECT_FALSE(stream.check_zip_crc());
 }
@@ -225,8 +231,10 @@ TEST_F(GzipReader, PassesOverEveryHeaderField) {
 }
 
 TEST_F(GzipReader, StopsAtTheFirstMember) {
+    fs::clear_error();
     open(to_string(member_of("abc")) + to_string(member_of("def")));
     EXPECT_EQ(read_all(stream), "abc");
+    EXPECT_EQ(fs::last_error().code, EFSError::NONE);
     EXPECT_TRUE(stream.check_zip_crc());
 }
 
@@ -236,7 +244,9 @@ TEST_F(GzipReader, GivesNothingAfterABadChecksumUntilItIsOpenedAgain) {
     open(damaged);
     char buffer[8];
     EXPECT_EQ(stream.read(buffer, 8), 3u) << "the bytes come before the checksum";
+    fs::clear_error();
     EXPECT_EQ(stream.read(buffer, 8), 0u);
+    EXPECT_EQ(fs::last_error().code, EFSError::BAD_FORMAT) << "which the end of a good member never sets";
     EXPECT_EQ(stream.tell(), UINT64_MAX);
     EXPECT_FALSE(stream.seek(0, EFSSeek::BEGIN));
     EXPECT_FALSE(stream.check_zip_crc());

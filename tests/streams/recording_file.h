@@ -14,7 +14,8 @@ struct FileRecord {
     std::vector<std::uint64_t> reads = {};   // sizes asked for
     std::vector<std::uint64_t> writes = {};  // sizes given
     bool closed = false;
-    int failing_read = -1;  // the read, counted from 0, that fails
+    std::uint64_t capacity = UINT64_MAX;  // writing stops here, as on a full disk
+    int failing_read = -1;                // the read, counted from 0, that fails
 };
 
 /// An open file over a record in memory.
@@ -33,6 +34,7 @@ public:
     }
     std::uint64_t write(const void* data, std::uint64_t size) override {
         record_.writes.push_back(size);
+        size = std::min(size, record_.capacity - std::min(at_, record_.capacity));
         if (record_.bytes.size() < at_ + size) record_.bytes.resize(at_ + size);
         std::memcpy(record_.bytes.data() + at_, data, size);
         at_ += size;

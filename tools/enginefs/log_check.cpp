@@ -1,9 +1,10 @@
-// log-check: what a logging configuration sets, and what in it cannot be used.
+// log-check: what each line of a logging configuration changes, which lines change nothing, and why.
 
 #include <cstring>
+#include <map>
 #include <memory>
-#include <set>
 #include <string_view>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -41,96 +42,190 @@ std::string level_name(const char* text) {
     return names[level];
 }
 
-/// Goes through the commands in their order, as the library does when it applies them.
+constexpr bool is_fixed(std::string_view code) {
+    return code == "FATL" || code == "INFO" || code == "ERRR" || code == "EXIT" || code == "DXGI";
+}
+constexpr bool waits_for_verbose(std::string_view code) { return code == "WARN" || code == "DEBG"; }
+constexpr std::string_view console_codes[] = {"VERB", "VER0", "VER1", "VER2", "VER3", "VER4", "VER5", "VER6", "VER7",
+                                              "VER8", "VER9", "VERE", "SESE", "SESI", "SESL", "SESW", "LLOG"};
+constexpr std::string_view other_codes[] = {"FATL", "INFO", "ERRR", "EXIT", "DXGI", "WARN", "DEBG", "NONE", "CLOG"};
+
+/// A pattern as it is compared: its last four characters against those of the code, wildcards at its end dropped.
+struct Pattern {
+    std::string text;  // four characters, "?" for any
+
+    explicit Pattern(std::string_view given) {
+        given = given.substr(0, 4);
+        given = given.substr(0, given.find_last_not_of('?') + 1);
+        text = std::string(4 - given.size(), '?') + std::string(given);
+    }
+    bool matches(std::string_view code) const {
+        for (std::size_t i = 0; i < 4; ++i)
+            if (text[i] != '?' && text[i] != code[i]) return false;
+        return true;
+    }
+    bool names_one_code() const { return text.find('?') == std::string::npos; }
+};
+
+/// Goes through the commands in their order, as the library does when it applies them, and keeps what they come to.
 class Checker {
 public:
     explicit Checker(const std::string& file) : file_(file) {}
 
-    int check(const kernel::CConfigText& text) {
+    bool check(const kernel::CConfigText& text) {
         for (std::uint32_t i = 0; i < text.CommandCount(); ++i) check_command(text.Command(i));
+        for (const auto& [name, level] : categories_)
+            if (level.value == level_.value) add_warning(level.line, ": it is the level of all others");
+        for (const Line& line : lines_) print(line.place + ": " + line.text + "\n");
         for (std::uint32_t i = 0; i < text.ErrorCount(); ++i) {
             const kernel::SConfigError& error = text.Error(i);
-            report(error.file, error.line, error.column, error.text);
+            good_ = fail(place(error.file, error.line, error.column), error.text);
         }
-        return status_;
+        return good_;
     }
 
 private:
-    using Values = const kernel::SConfigValue*;
+    using Command = kernel::SConfigCommand;
 
-    void check_command(const kernel::SConfigCommand& command) {
+    struct Line {
+        std::string place;
+        std::string text;
+    };
+    /// A value that commands set, and the line that set it last; -1: it is as it was at first.
+    struct Setting {
+        std::string value;
+        int line = -1;
+    };
+    struct Permit {
+        Pattern pattern;
+        bool console;
+        bool log_file;
+    };
+
+    void check_command(const Command& command) {
         for (std::uint32_t i = 0; i < command.value_count; ++i)
             if (command.values[i].type == kernel::EConfigValue::MISSING)
                 return unusable(command,
                                 "parameter " + std::to_string(i + 1) + " of " + command.keyword + " is missing");
         const std::string_view keyword = command.keyword;
         if (keyword == "Permit") return check_permit(command);
-        if (keyword == "BrenixLogLevel") return check_level(command, command.values[0], "the level");
+        if (keyword == "BrenixLogLevel") return check_level(command);
         if (keyword == "BrenixLogCategoryLevel") return check_category(command);
-        says(command, std::string("source positions in messages: ") + (command.values[0].integer != 0 ? "on" : "off"));
+        set(command, sources_, command.values[0].integer != 0 ? "on" : "off", "source positions in messages");
     }
 
-    void check_permit(const kernel::SConfigCommand& command) {
-        const std::string pattern = command.values[0].string;
-        if (pattern.find_first_not_of('?') == std::string::npos)
-            return unusable(command, "the pattern \"" + pattern + "\" names no message");
-        if (pattern.size() > 4) return unusable(command, "the pattern \"" + pattern + "\" is longer than 4 characters");
-        const bool console = command.values[1].integer != 0;
-        const bool log_file = command.values[2].integer != 0;
-        const char* const where = console && log_file ? "console and log file" : console ? "console" : "log file";
-        says(command,
-             "messages \"" + pattern + "\" go to the " + (console || log_file ? where : "places of the defaults only"));
+    void check_permit(const Command& command) {
+        const std::string text = command.values[0].string;
+        if (text.find_first_not_of('?') == std::string::npos)
+            return unusable(command, "the pattern \"" + text + "\" names no message");
+        if (text.size() > 4) return unusable(command, "the pattern \"" + text + "\" is longer than 4 characters");
+        const Permit permit{Pattern(text), command.values[1].integer != 0, command.values[2].integer != 0};
+        const char* const where = permit.console && permit.log_file ? "console and log file"
+                                  : permit.console                  ? "console"
+                                                                    : "log file";
+        const std::string idle = why_idle(permit, text);
+        if (!idle.empty()) return warn(command, "messages \"" + text + "\"", idle);
+        says(command, "messages \"" + permit.pattern.text + "\" go to the " + where + " too");
+        permits_.push_back(permit);
     }
 
-    void check_level(const kernel::SConfigCommand& command, const kernel::SConfigValue& value,
-                     const std::string& what) {
-        const std::string name = level_name(value.string);
-        if (name.empty()) return unusable(command, std::string("\"") + value.string + "\" is no level");
-        const bool is_raised = CrashLevelFromName(value.string) < Log::ELevel::INFO;
-        says(command, what + ": " + name + (is_raised ? ", raised to info when the log file is opened" : ""));
+    /// Why a filter entry changes nothing; "" when it does change something.
+    std::string why_idle(const Permit& permit, const std::string& given) const {
+        if (!permit.console && !permit.log_file) return "it permits neither console nor log file";
+        std::size_t known = 0, fixed = 0, verbose = 0, on_console = 0;
+        const auto look = [&](std::string_view code) {
+            if (!permit.pattern.matches(code)) return;
+            ++known;
+            fixed += is_fixed(code);
+            verbose += waits_for_verbose(code);
+        };
+        for (const std::string_view code : other_codes) look(code);
+        for (const std::string_view code : console_codes) {
+            look(code);
+            on_console += permit.pattern.matches(code);
+        }
+        if (known == 0 && given.back() == '?')
+            return "a \"?\" at the end is dropped, so it stands for \"" + permit.pattern.text +
+                   "\", which is no code of the library; name each code";
+        if (!permit.pattern.names_one_code()) return covered(permit);
+        if (fixed != 0) return "these go to console and log file always, and the filter is not asked";
+        if (verbose != 0) return "these go to the console, to the log file with -verbose, and the filter is not asked";
+        if (on_console != 0 && !permit.log_file) return "these go to the console anyway";
+        return covered(permit);
     }
 
-    void check_category(const kernel::SConfigCommand& command) {
+    std::string covered(const Permit& permit) const {
+        for (const Permit& before : permits_) {
+            if (before.pattern.text != permit.pattern.text) continue;
+            if (before.console >= permit.console && before.log_file >= permit.log_file)
+                return "an earlier line permits this already";
+        }
+        return "";
+    }
+
+    void check_level(const Command& command) {
+        const char* const given = command.values[0].string;
+        const std::string name = level_name(given);
+        if (name.empty()) return unusable(command, std::string("\"") + given + "\" is no level");
+        const bool is_raised = CrashLevelFromName(given) < Log::ELevel::INFO;
+        set(command, level_, is_raised ? name + ", raised to info when the log file is opened" : name, "the level");
+    }
+
+    void check_category(const Command& command) {
         const auto longest = static_cast<std::size_t>(Log::Settings::MAX_CATEGORY_NAME_LEN);
         const std::string given = command.values[0].string;
         const std::string category = given.substr(0, longest);  // as far as names are compared
         const std::string level = level_name(command.values[1].string);
-        if (level.empty()) return check_level(command, command.values[1], "");
+        if (level.empty()) return unusable(command, std::string("\"") + command.values[1].string + "\" is no level");
         if (category.empty()) return unusable(command, "the category has no name");
+        const std::string what = "the level of category \"" + category + "\"";
         if (level == "none") {
-            categories_.erase(category);
+            const auto found = categories_.find(category);
+            if (found == categories_.end()) return warn(command, what, "it has no level of its own");
+            set(command, found->second, "that of all others", what);
+            categories_.erase(found);
         } else if (categories_.count(category) == 0 && categories_.size() >= Log::Settings::MAX_CATEGORIES_COUNT) {
-            return unusable(command, "there is room for " + std::to_string(Log::Settings::MAX_CATEGORIES_COUNT) +
-                                         " categories, and \"" + given + "\" is one more");
+            unusable(command, "there is room for " + std::to_string(Log::Settings::MAX_CATEGORIES_COUNT) +
+                                  " categories, and \"" + given + "\" is one more");
         } else {
-            categories_.insert(category);
+            set(command, categories_[category], level, what);
         }
-        says(command,
-             "the level of category \"" + category + "\": " + (level == "none" ? "that of all others" : level));
     }
 
-    void says(const kernel::SConfigCommand& command, const std::string& text) {
-        print(place(command.file, command.line, command.column) + ": " + text + "\n");
+    void set(const Command& command, Setting& setting, const std::string& value, const std::string& what) {
+        if (setting.value == value) return warn(command, what + ": " + value, "it is so already");
+        add_warning(setting.line, ": line " + std::to_string(command.line) + " sets it again");
+        says(command, what + ": " + value);
+        setting = {value, static_cast<int>(lines_.size()) - 1};
     }
 
-    void unusable(const kernel::SConfigCommand& command, const std::string& text) {
-        report(command.file, command.line, command.column, text);
+    void says(const Command& command, const std::string& text) {
+        lines_.push_back({place(command.file, command.line, command.column), text});
     }
-
-    void report(const char* file, std::uint32_t line, std::uint32_t column, const std::string& text) {
-        status_ = fail(place(file, line, column), text);
+    void warn(const Command& command, const std::string& what, const std::string& why) {
+        says(command, what);
+        add_warning(static_cast<int>(lines_.size()) - 1, ": " + why);
     }
-
+    void add_warning(int line, const std::string& why) {
+        if (line >= 0) lines_[static_cast<std::size_t>(line)].text += " (warning: changes nothing" + why + ")";
+    }
+    void unusable(const Command& command, const std::string& text) {
+        good_ = fail(place(command.file, command.line, command.column), text);
+    }
     std::string place(const char* file, std::uint32_t line, std::uint32_t column) const {
         return (file[0] != '\0' ? file : file_) + ":" + std::to_string(line) + ":" + std::to_string(column);
     }
 
     const std::string file_;
-    std::set<std::string> categories_;
-    int status_ = exit_ok;
+    std::vector<Line> lines_;
+    Setting level_{"info"}, sources_{"off"};
+    std::map<std::string, Setting> categories_;
+    std::vector<Permit> permits_;
+    bool good_ = true;
 };
 
-int log_check(const std::string& name) {
+bool log_check(const Name& given) {
+    const std::string& name = given.name;
     std::string text;
     fs::clear_error();
     if (!read_text(name.c_str(), text, nullptr))
@@ -144,12 +239,13 @@ int log_check(const std::string& name) {
 
 }  // namespace
 
-void add_log_commands(CLI::App& app, Command& chosen) {
-    CLI::App* const sub = app.add_subcommand(
-        "log-check",
-        "Read a logging configuration, print what it sets and every place that cannot be used, with the reason");
-    auto file = std::make_shared<std::string>();
-    sub->add_option("FILE", *file, "Usually CrashLog.cfg; it and what it includes are looked up as the engine does")
+void add_log_commands(Commands& commands) {
+    const auto check = commands.add("log-check",
+                                    "Read a logging configuration; say what each line changes, which lines change "
+                                    "nothing or cannot be used, and why",
+                                    log_check);
+    check
+        ->add_option("FILE", check.given.name,
+                     "Usually CrashLog.cfg; it and what it includes are looked up as the engine does")
         ->required();
-    sub->callback([file, &chosen] { chosen.run = [file] { return log_check(*file); }; });
 }

@@ -4,111 +4,91 @@
 #include <cstring>
 #include <utility>
 
-#include <engine/filesystem/access/open.h>
-#include <engine/filesystem/handles.h>
-
 #include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/handles/native_file.h"
+#include "engine/filesystem/registry/registry.h"
+#include "engine/filesystem/streams/write_all.h"
+#include "engine/platform/files.h"
 
 namespace container {
 namespace {
 
 constexpr std::uint64_t collect_size = 4u << 20;
-constexpr std::size_t most_idle_readers = 16;
 
-bool read_at(SFsFile& file, void* buffer, std::uint64_t size, std::uint64_t offset) {
-    if (size == 0) return true;
-    return file.seek(static_cast<std::int64_t>(offset), EFSSeek::BEGIN) && file.read(buffer, size) == size;
+bool seek_to(SFsFile& file, std::uint64_t offset) {
+    return file.seek(static_cast<std::int64_t>(offset), EFSSeek::BEGIN);
 }
 
-bool write_at(SFsFile& file, const void* data, std::uint64_t size, std::uint64_t offset) {
-    if (size == 0) return true;
-    return file.seek(static_cast<std::int64_t>(offset), EFSSeek::BEGIN) && file.write(data, size) == size;
+bool fail(const SFsFile& file, EFSError::TYPE code, const char* text) {
+    return fs::refuse(code, file.name != nullptr ? file.name : "", text);
+}
+
+/// The path of a file of the disk; "" when the source keeps it elsewhere.
+std::string native_of(CFSSource& source, const fs::path& name) {
+    fs::path full;
+    source.full_path(full, name);
+    fs::string native;
+    full.FullName(native);
+    const bool is_absent =
+        !platform::get_attributes(native.c_str()) && platform::last_error().failure == platform::Failure::NOT_FOUND;
+    return is_absent ? std::string() : native;
 }
 
 }  // namespace
 
-bool File::Open(const char* path, bool writable) {
-    Close();
-    path_ = path;
+FilePtr open_in_place(const char* path, std::string& native) {
+    const fs::path name(path, true);
+    const fs::registry::SharedHold hold(fs::registry::state());
+    CFSSource* const holder =
+        fs::registry::first_source(fs::registry::state(), [&name](CFSSource& source) { return source.exists(name); });
+    if (holder == nullptr) {
+        fs::set_error(EFSError::NOT_FOUND, path, "No source holds a multi-container file of this name.");
+        return nullptr;
+    }
+    if (!holder->writable()) {
+        fs::set_error(EFSError::READ_ONLY, path, "The source that holds the multi-container file is not writable.");
+        return nullptr;
+    }
+    native = native_of(*holder, name);
+    fs::ErrorScope scope;
+    // With the disk after each write, which the order of saving needs.
+    FilePtr file(holder->open_read_write(name, FFSOpenFlags::WRITE_THROUGH));
+    if (file == nullptr && !scope.has_error())
+        fs::set_error(EFSError::IO, path, "The source cannot open the multi-container file for writing.");
+    return file;
+}
+
+void File::Use(FilePtr file, bool writable) {
+    main_ = std::move(file);
+    native_ = dynamic_cast<Win32FileHandle*>(main_.get());
     writable_ = writable;
-    const auto flags = writable ? FFSOpenFlags::WRITE_THROUGH : FFSOpenFlags::NONE;
-    main_.reset(fs::open(path, writable ? EFSMode::READ_WRITE : EFSMode::READ, flags));
-    return main_ != nullptr;
-}
-
-bool File::Create(const char* path) {
-    Close();
-    path_ = path;
-    writable_ = true;
-    main_.reset(fs::open(path, EFSMode::READ_WRITE, FFSOpenFlags::CREATE | FFSOpenFlags::WRITE_THROUGH));
-    return main_ != nullptr && main_->seek(0, EFSSeek::BEGIN) && (main_->length() == 0 || main_->set_eof());
-}
-
-bool File::CreateNative(const char* path) {
-    Close();
-    path_ = path;
-    writable_ = true;
-    // Nobody sees this file before it is put in place, and that waits for the disk.
-    main_.reset(fs::open_native(nullptr, path, EFSMode::READ_WRITE, FFSOpenFlags::CREATE));
-    return main_ != nullptr;
-}
-
-bool File::OpenNative(const char* path) {
-    Close();
-    path_ = path;
-    writable_ = true;
-    main_.reset(fs::open_native(nullptr, path, EFSMode::READ_WRITE, FFSOpenFlags::WRITE_THROUGH));
-    return main_ != nullptr;
-}
-
-void File::Close() {
-    readers_.clear();
-    main_.reset();
     pending_.clear();
     flushed_ = 0;
 }
 
-std::uint64_t File::Length() { return fs::length(main_.get()); }
-
-void File::SetEnd(std::uint64_t end) {
-    pending_.clear();
-    flushed_ = end;
-}
-
 bool File::Read(void* buffer, std::uint64_t size, std::uint64_t offset) const {
+    if (size == 0) return true;
     if (offset >= flushed_ && !pending_.empty()) {
         const std::uint64_t place = offset - flushed_;
-        if (place > pending_.size() || size > pending_.size() - place) return false;
-        if (size != 0) std::memcpy(buffer, pending_.data() + place, size);
+        if (place > pending_.size() || size > pending_.size() - place)
+            return fail(*main_, EFSError::BAD_FORMAT, "The multi-container ends before its data does.");
+        std::memcpy(buffer, pending_.data() + place, size);
         return true;
     }
-    if (writable_) {
-        const mt::CExclusiveHold hold(readers_lock_);
-        return read_at(*main_, buffer, size, offset);
-    }
-    FilePtr reader = TakeReader();
-    if (reader == nullptr) return false;
-    const bool done = read_at(*reader, buffer, size, offset);
-    GiveBack(std::move(reader));
-    return done;
+    if (native_ == nullptr) return ReadShared(buffer, size, offset);
+    const std::uint64_t got = native_->read_at(buffer, size, offset);
+    if (got == size) return true;
+    return got < size && fail(*main_, EFSError::BAD_FORMAT, "The multi-container ends before its data does.");
 }
 
-/// Each reading thread borrows an open file of its own, so that none waits for another's read.
-FilePtr File::TakeReader() const {
-    {
-        const mt::CExclusiveHold hold(readers_lock_);
-        if (!readers_.empty()) {
-            FilePtr reader = std::move(readers_.back());
-            readers_.pop_back();
-            return reader;
-        }
-    }
-    return FilePtr(fs::open(path_.c_str(), EFSMode::READ));
-}
-
-void File::GiveBack(FilePtr reader) const {
-    const mt::CExclusiveHold hold(readers_lock_);
-    if (readers_.size() < most_idle_readers) readers_.push_back(std::move(reader));
+/// Reads a file that knows one position only.
+bool File::ReadShared(void* buffer, std::uint64_t size, std::uint64_t offset) const {
+    const std::lock_guard lock(position_lock_);
+    fs::ErrorScope scope;
+    const std::uint64_t got = seek_to(*main_, offset) ? main_->read(buffer, size) : ~std::uint64_t{0};
+    if (got == size) return true;
+    if (got < size) return fail(*main_, EFSError::BAD_FORMAT, "The multi-container ends before its data does.");
+    return scope.has_error() ? false : fail(*main_, EFSError::IO, "The multi-container file cannot be read.");
 }
 
 bool File::Append(const void* data, std::uint64_t size) {
@@ -133,16 +113,16 @@ bool File::Flush() {
 }
 
 void File::CutAtEnd() {
-    const mt::CExclusiveHold hold(readers_lock_);
-    if (main_->seek(static_cast<std::int64_t>(flushed_), EFSSeek::BEGIN)) main_->set_eof();
+    const std::lock_guard lock(position_lock_);
+    if (main_->length() > flushed_ && seek_to(*main_, flushed_)) main_->set_eof();
 }
 
 bool File::WriteAt(const void* data, std::uint64_t size, std::uint64_t offset) {
-    const mt::CExclusiveHold hold(readers_lock_);
-    if (write_at(*main_, data, size, offset)) return true;
-    if (fs::last_error().code == EFSError::NONE)
-        fs::set_error(EFSError::IO, path_.c_str(), "The container file cannot be written.");
-    return false;
+    if (size == 0) return true;
+    const std::lock_guard lock(position_lock_);
+    fs::ErrorScope scope;
+    if (seek_to(*main_, offset)) return fs::write_all(*main_, data, size);
+    return scope.has_error() ? false : fail(*main_, EFSError::IO, "The multi-container file cannot be written.");
 }
 
 }  // namespace container

@@ -1,45 +1,44 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
 #include <engine/filesystem/contract/file.h>
-#include <engine/kernel/multithreading.h>
 
 #include "engine/filesystem/contract/file_ptr.h"
+
+class Win32FileHandle;
 
 namespace container {
 
 using fs::FilePtr;
 
-/// The open file under a multi-container: reads from any thread, writes collected at its end.
+/// Opens the file that reading `path` opens, for reading and writing in place, where a writable source holds it. Unlike
+/// fs::open it never makes one. `native` becomes its path on the disk, "" when it is no file of the disk.
+FilePtr open_in_place(const char* path, std::string& native);
+
+/// The open file under a multi-container: reads from any thread, writes collected behind its end. A failure leaves its
+/// reason in last_error. Everything else that happens to the file's name leaves the open file as it is.
 class File {
 public:
-    /// Opens for reading, or for reading and writing in place. Every write is with the disk before the next one starts,
-    /// which the order of saving needs.
-    bool Open(const char* path, bool writable);
-    /// Makes the file empty.
-    bool Create(const char* path);
-    /// Writes to a native path, for a file that is put in another's place later.
-    bool CreateNative(const char* path);
-    /// Opens a file of the disk for reading and writing in place; unlike Open it never makes one.
-    bool OpenNative(const char* path);
-    void Close();
+    void Use(FilePtr file, bool writable);
+    /// What is collected is dropped.
+    void Close() { Use(nullptr, false); }
 
     bool IsOpen() const { return main_ != nullptr; }
-    bool IsWritable() const { return main_ != nullptr && writable_; }
-    std::uint64_t Length();
+    bool IsWritable() const { return writable_; }
+    std::uint64_t Length() const { return fs::length(main_.get()); }
 
-    /// Exactly `size` bytes at `offset`, written or still collected. False when they are not there.
+    /// Exactly `size` bytes at `offset`, written or still collected.
     bool Read(void* buffer, std::uint64_t size, std::uint64_t offset) const;
 
     /// Where the next Append goes.
     std::uint64_t End() const { return flushed_ + pending_.size(); }
-    /// Lets appending go on at this offset; what is collected is dropped.
-    void SetEnd(std::uint64_t end);
-    /// Collects bytes behind the end. False, with nothing appended, when what is collected cannot be written.
+    /// Lets appending go on at this offset, where nothing is collected.
+    void SetEnd(std::uint64_t end) { flushed_ = end; }
+    /// Collects bytes behind the end, or appends nothing.
     bool Append(const void* data, std::uint64_t size);
     /// Writes at the end, where nothing is collected.
     bool AppendAtOnce(const void* data, std::uint64_t size);
@@ -51,16 +50,14 @@ public:
     bool WriteAt(const void* data, std::uint64_t size, std::uint64_t offset);
 
 private:
-    FilePtr TakeReader() const;
-    void GiveBack(FilePtr reader) const;
+    bool ReadShared(void* buffer, std::uint64_t size, std::uint64_t offset) const;
 
-    std::string path_;
     FilePtr main_;
+    Win32FileHandle* native_ = nullptr;  // main_ where it is a native file, which any number of threads read at once
     bool writable_ = false;
     std::uint64_t flushed_ = 0;           // offset of the first collected byte
     std::vector<unsigned char> pending_;  // collected bytes
-    mutable mt::CSlimLock readers_lock_;  // guards readers_, and main_ while it is read or written
-    mutable std::vector<FilePtr> readers_;
+    mutable std::mutex position_lock_;    // held while main_ is read at its position
 };
 
 }  // namespace container

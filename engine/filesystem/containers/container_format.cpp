@@ -1,10 +1,6 @@
 #include "engine/filesystem/containers/container_format.h"
 
-#if defined(ENGINE_HAS_LIBDEFLATE)
-#include <libdeflate.h>
-#else
-#include <zlib.h>
-#endif
+#include "engine/kernel/checksum.h"
 
 namespace container {
 namespace {
@@ -19,31 +15,29 @@ std::uint32_t checksum(const void* data, std::size_t size) {
     static_cast<void>(data);
     static_cast<void>(size);
     return 0;
-#elif defined(ENGINE_HAS_LIBDEFLATE)
-    return libdeflate_crc32(0, data, size);
 #else
-    return static_cast<std::uint32_t>(crc32_z(0, static_cast<const unsigned char*>(data), size));
+    return kernel::crc32(0, data, size);
 #endif
 }
 
 CommitBytes encode(const Commit& commit) {
     CommitBytes bytes{};
-    put_u64(bytes.data(), commit.sequence);
-    put_u64(bytes.data() + 8, commit.index_offset);
-    put_u64(bytes.data() + 16, commit.index_size);
-    put_u64(bytes.data() + 24, commit.directory_size);
-    put_u32(bytes.data() + 32, commit.directory_checksum);
-    put_u32(bytes.data() + checksum_place, checksum(bytes.data(), checksum_place));
+    store_u64(bytes.data(), commit.sequence);
+    store_u64(bytes.data() + 8, commit.index_offset);
+    store_u64(bytes.data() + 16, commit.index_size);
+    store_u64(bytes.data() + 24, commit.directory_size);
+    store_u32(bytes.data() + 32, commit.directory_checksum);
+    store_u32(bytes.data() + checksum_place, checksum(bytes.data(), checksum_place));
     return bytes;
 }
 
 std::optional<Commit> decode(const unsigned char* bytes) {
-    if (get_u32(bytes + checksum_place) != checksum(bytes, checksum_place)) return std::nullopt;
-    return Commit{.sequence = get_u64(bytes),
-                  .index_offset = get_u64(bytes + 8),
-                  .index_size = get_u64(bytes + 16),
-                  .directory_size = get_u64(bytes + 24),
-                  .directory_checksum = get_u32(bytes + 32)};
+    if (load_u32(bytes + checksum_place) != checksum(bytes, checksum_place)) return std::nullopt;
+    return Commit{.sequence = load_u64(bytes),
+                  .index_offset = load_u64(bytes + 8),
+                  .index_size = load_u64(bytes + 16),
+                  .directory_size = load_u64(bytes + 24),
+                  .directory_checksum = load_u32(bytes + 32)};
 }
 
 bool Commit::is_inside(std::uint64_t file_length) const {

@@ -3,8 +3,9 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <optional>
+
+#include "engine/kernel/bytes.h"
 
 // The bytes of a multi-container file. All numbers have their least significant byte first.
 //
@@ -13,38 +14,25 @@
 
 namespace container {
 
+using kernel::load_u16;
+using kernel::load_u32;
+using kernel::load_u64;
+using kernel::store_u16;
+using kernel::store_u32;
+using kernel::store_u64;
+
 inline constexpr std::array<unsigned char, 8> magic = {0x89, 'E', 'H', 'M', 'C', '\r', '\n', 1};
 inline constexpr std::uint64_t commit_offset = 64;  // the first of two
 inline constexpr std::uint64_t commit_size = 64;
 inline constexpr std::uint64_t data_offset = commit_offset + 2 * commit_size;
 
 /// A container's part of the index: the ascending hashes of all blobs, then a row for each: offset, stored size, size and
-/// checksum. A look-up so touches one place among the hashes and one among the rows.
+/// checksum. A lookup so touches one place among the hashes and one among the rows.
 inline constexpr std::uint64_t hash_size = 4;
 inline constexpr std::uint64_t row_size = 8 + 4 + 4 + 4;
 inline constexpr std::uint64_t entry_size = hash_size + row_size;
 /// Bit of a row's offset: the blob is deflated (RFC 1950).
 inline constexpr std::uint64_t deflated_bit = std::uint64_t{1} << 63;
-
-inline std::uint32_t get_u16(const unsigned char* bytes) {
-    return static_cast<std::uint32_t>(bytes[0]) | static_cast<std::uint32_t>(bytes[1]) << 8;
-}
-inline std::uint32_t get_u32(const unsigned char* bytes) { return get_u16(bytes) | get_u16(bytes + 2) << 16; }
-inline std::uint64_t get_u64(const unsigned char* bytes) {
-    return get_u32(bytes) | static_cast<std::uint64_t>(get_u32(bytes + 4)) << 32;
-}
-inline void put_u16(unsigned char* bytes, std::uint32_t value) {
-    bytes[0] = static_cast<unsigned char>(value);
-    bytes[1] = static_cast<unsigned char>(value >> 8);
-}
-inline void put_u32(unsigned char* bytes, std::uint32_t value) {
-    put_u16(bytes, value);
-    put_u16(bytes + 2, value >> 16);
-}
-inline void put_u64(unsigned char* bytes, std::uint64_t value) {
-    put_u32(bytes, static_cast<std::uint32_t>(value));
-    put_u32(bytes + 4, static_cast<std::uint32_t>(value >> 32));
-}
 
 /// CRC-32 as RFC 1952 has it.
 std::uint32_t checksum(const void* data, std::size_t size);

@@ -1,8 +1,8 @@
 #include "engine/filesystem/containers/container_index.h"
 
-#include <immintrin.h>
-
 #include <algorithm>
+#include <ranges>
+#include <utility>
 
 namespace container {
 namespace {
@@ -11,103 +11,64 @@ namespace {
 // the same order.
 constexpr std::uint64_t record_tail = 4 + 4;
 
-constexpr std::uint32_t fence_step = 16;
-
-/// Walks the records of a directory; `ok` stays false once a record does not fit.
-struct DirectoryReader {
-    const unsigned char* next;
-    const unsigned char* end;
-    bool ok = true;
-
-    std::uint64_t left() const { return static_cast<std::uint64_t>(end - next); }
-    const unsigned char* take(std::uint64_t size) {
-        if (!ok || left() < size) {
-            ok = false;
-            return nullptr;
-        }
-        next += size;
-        return next - size;
-    }
-};
-
-void put_row(unsigned char* row, const Entry& entry) {
-    put_u64(row, entry.offset | (entry.deflated ? deflated_bit : 0));
-    put_u32(row + 8, entry.stored_size);
-    put_u32(row + 12, entry.size);
-    put_u32(row + 16, entry.checksum);
-}
-
 /// Deflate packs at most 1032 to 1: a size beyond that is a lie that would cost memory.
 bool is_possible_size(const Entry& entry) {
     if (!entry.deflated) return entry.stored_size == entry.size;
     return entry.size <= std::uint64_t{1032} * entry.stored_size;
 }
 
-/// The number of values in ascending order that are not above `wanted`. Hashes are spread evenly as a rule, so their
-/// value tells about where they stand; from there the search goes in steps that double, and bisects the last one. Uneven
-/// hashes so cost no more than twice a bisection.
-std::uint32_t count_up_to(std::uint32_t wanted, std::uint32_t count, const std::uint32_t* values) {
-    std::int64_t low = (std::uint64_t{count} * wanted >> 32) - 1;  // value <= wanted, or -1
-    std::int64_t high = low + 1;                                   // value > wanted, or count
-    for (std::int64_t step = 1; low >= 0 && values[low] > wanted; step *= 2) {
-        high = low;
-        low = std::max<std::int64_t>(low - step, -1);
-    }
-    for (std::int64_t step = 1; high < count && values[high] <= wanted; step *= 2) {
-        low = high;
-        high = std::min<std::int64_t>(high + step, count);
-    }
-    while (high - low > 1) {
-        const std::int64_t middle = low + (high - low) / 2;
-        (values[middle] <= wanted ? low : high) = middle;
-    }
-    return static_cast<std::uint32_t>(high);
+void store_row(unsigned char* row, const Entry& entry) {
+    store_u64(row, entry.offset | (entry.deflated ? deflated_bit : 0));
+    store_u32(row + 8, entry.stored_size);
+    store_u32(row + 12, entry.size);
+    store_u32(row + 16, entry.checksum);
 }
 
-void send_for(const unsigned char* first, std::size_t size) {
-    constexpr std::size_t line_size = 64;
-    for (std::size_t at = 0; at < size + line_size; at += line_size)
-        _mm_prefetch(reinterpret_cast<const char*>(first + at), _MM_HINT_T0);
+/// Writes a part where there is room for it, and returns its checksum.
+std::uint32_t store_part(unsigned char* out, const std::vector<Blob>& blobs) {
+    unsigned char* hash = out;
+    unsigned char* row = out + blobs.size() * hash_size;
+    for (const Blob& blob : blobs) {
+        store_u32(hash, blob.hash);
+        store_row(row, blob.entry);
+        hash += hash_size;
+        row += row_size;
+    }
+    return checksum(out, blobs.size() * entry_size);
 }
 
 }  // namespace
 
-Entry SavedPart::entry(std::uint32_t i) const {
+Blob SavedPart::blob(std::uint32_t i) const {
     const unsigned char* const row = bytes_ + count_ * hash_size + i * row_size;
-    const std::uint64_t offset = get_u64(row);
-    return {.offset = offset & ~deflated_bit,
-            .stored_size = get_u32(row + 8),
-            .size = get_u32(row + 12),
-            .checksum = get_u32(row + 16),
-            .deflated = (offset & deflated_bit) != 0};
+    const std::uint64_t offset = load_u64(row);
+    return {hash(i),
+            {.offset = offset & ~deflated_bit,
+             .stored_size = load_u32(row + 8),
+             .size = load_u32(row + 12),
+             .checksum = load_u32(row + 16),
+             .deflated = (offset & deflated_bit) != 0}};
 }
 
-void SavedPart::set_fences() {
-    fences_.reserve(count_ / fence_step + 1);
-    for (std::uint64_t i = 0; i < count_; i += fence_step) fences_.push_back(hash(static_cast<std::uint32_t>(i)));
+/// Hashes are spread evenly as a rule, so that their value tells about where they stand: the search goes out from there in
+/// steps that double. Uneven ones cost no more than twice a bisection.
+std::optional<Entry> SavedPart::find(std::uint32_t wanted) const {
+    std::uint32_t first = static_cast<std::uint32_t>(std::uint64_t{count_} * wanted >> 32);
+    std::uint32_t last = first;
+    for (std::uint32_t step = 8; first > 0 && hash(first) >= wanted; step *= 2) first -= std::min(first, step);
+    for (std::uint32_t step = 8; last < count_ && hash(last) < wanted; step *= 2) last += std::min(count_ - last, step);
+    const auto places = std::views::iota(first, last);
+    const auto place = std::ranges::lower_bound(places, wanted, {}, [this](std::uint32_t i) { return hash(i); });
+    const std::uint32_t found = first + static_cast<std::uint32_t>(place - places.begin());
+    return found < count_ && hash(found) == wanted ? std::optional(blob(found).entry) : std::nullopt;
 }
 
-std::optional<std::uint32_t> SavedPart::find(std::uint32_t wanted) const {
-    const auto fences = static_cast<std::uint32_t>(fences_.size());
-    const std::uint32_t passed = count_up_to(wanted, fences, fences_.data());
-    if (passed == 0) return std::nullopt;
-    const std::uint32_t first = (passed - 1) * fence_step;
-    const std::uint32_t size = std::min(fence_step, count_ - first);
-    // Hashes and rows are sent for together, since neither is near to what was touched lately.
-    send_for(bytes_ + first * hash_size, size * hash_size);
-    send_for(bytes_ + count_ * hash_size + first * row_size, size * row_size);
-    for (std::uint32_t i = first; i < first + size; ++i) {
-        if (hash(i) == wanted) return i;
-    }
-    return std::nullopt;
-}
-
-bool SavedPart::is_sound(std::uint32_t wanted_checksum, std::uint64_t limit) const {
+bool SavedPart::is_sound(std::uint64_t limit) const {
     if (count_ == 0) return true;
-    if (checksum(bytes_, size()) != wanted_checksum) return false;
+    if (checksum(bytes_, size()) != checksum_) return false;
     for (std::uint32_t i = 0; i < count_; ++i) {
         if (i != 0 && hash(i - 1) >= hash(i)) return false;
-        const Entry found = entry(i);
+        const Entry found = blob(i).entry;
         if (found.offset < data_offset || found.offset > limit || found.stored_size > limit - found.offset)
             return false;
         if (!is_possible_size(found)) return false;
@@ -116,112 +77,117 @@ bool SavedPart::is_sound(std::uint32_t wanted_checksum, std::uint64_t limit) con
 }
 
 bool Container::IsSound() const {
-    const int known = soundness_.load(std::memory_order_acquire);
-    if (known != UNKNOWN) return known == SOUND;
-    const mt::CExclusiveHold hold(check_lock_);
-    if (soundness_.load(std::memory_order_relaxed) == UNKNOWN) {
-        const bool sound = saved_.is_sound(checksum_, limit_);
-        if (sound) saved_.set_fences();
-        soundness_.store(sound ? SOUND : DAMAGED, std::memory_order_release);
-    }
-    return soundness_.load(std::memory_order_relaxed) == SOUND;
+    std::call_once(checked_, [this] { is_sound_ = saved_.is_sound(limit_); });
+    return is_sound_;
 }
 
 std::optional<Entry> Container::Find(std::uint32_t hash) const {
-    if (const Entry* const changed = changes_.Find(hash); changed != nullptr)
-        return changed->offset != 0 ? std::optional(*changed) : std::nullopt;
-    const std::optional<std::uint32_t> saved = saved_.find(hash);
-    return saved ? std::optional(saved_.entry(*saved)) : std::nullopt;
+    if (!changes_.empty()) {
+        if (const auto changed = changes_.find(hash); changed != changes_.end())
+            return changed->second.offset != 0 ? std::optional(changed->second) : std::nullopt;
+    }
+    return saved_.find(hash);
 }
 
-void Container::Put(std::uint32_t hash, const Entry& entry) { changes_.Set(hash, entry); }
-void Container::Remove(std::uint32_t hash) { changes_.Set(hash, Entry{}); }
+std::vector<Blob> Container::Blobs() const {
+    std::vector<Blob> changes;
+    changes.reserve(changes_.size());
+    for (const auto& [hash, entry] : changes_) changes.push_back({hash, entry});
+    std::ranges::sort(changes, {}, &Blob::hash);
 
-std::vector<HashTable<Entry>::Item> Container::SortedChanges() const {
-    std::vector<HashTable<Entry>::Item> items = changes_.items();
-    std::sort(items.begin(), items.end(), [](const auto& a, const auto& b) { return a.key < b.key; });
-    return items;
+    std::vector<Blob> all;
+    all.reserve(saved_.count() + changes.size());
+    auto change = changes.begin();
+    const auto add_change = [&] {
+        if (change->entry.offset != 0) all.push_back(*change);
+        ++change;
+    };
+    for (std::uint32_t i = 0; i < saved_.count(); ++i) {
+        const Blob saved = saved_.blob(i);
+        while (change != changes.end() && change->hash < saved.hash) add_change();
+        if (change != changes.end() && change->hash == saved.hash) continue;  // the change takes its place
+        all.push_back(saved);
+    }
+    while (change != changes.end()) add_change();
+    return all;
 }
 
-void IndexWriter::Begin(std::string_view name, std::uint64_t blobs) {
-    EndPart();
-    const std::size_t start = directory_.size();
-    directory_.resize(start + 2 + name.size() + record_tail);
-    unsigned char* const record = directory_.data() + start;
-    put_u16(record, static_cast<std::uint32_t>(name.size()));
-    name.copy(reinterpret_cast<char*>(record + 2), name.size());
-    put_u32(record + 2 + name.size(), static_cast<std::uint32_t>(blobs));
-    part_ = next_hash_ = parts_.size();
-    next_row_ = next_hash_ + blobs * hash_size;
-    parts_.resize(part_ + blobs * entry_size);
+IndexBytes encode(const std::vector<Part>& parts, Commit& commit) {
+    commit.directory_size = commit.index_size = 0;
+    for (const Part& part : parts) {
+        commit.directory_size += 2 + part.name.size() + record_tail;
+        commit.index_size += part.blobs.size() * entry_size;
+    }
+    commit.index_size += commit.directory_size;
+    IndexBytes bytes(new unsigned char[commit.index_size]);
+    unsigned char* record = bytes.get();
+    unsigned char* part_bytes = bytes.get() + commit.directory_size;
+    for (const Part& part : parts) {
+        store_u16(record, static_cast<std::uint16_t>(part.name.size()));
+        part.name.copy(reinterpret_cast<char*>(record + 2), part.name.size());
+        unsigned char* const tail = record + 2 + part.name.size();
+        store_u32(tail, static_cast<std::uint32_t>(part.blobs.size()));
+        store_u32(tail + 4, store_part(part_bytes, part.blobs));
+        record = tail + record_tail;
+        part_bytes += part.blobs.size() * entry_size;
+    }
+    commit.directory_checksum = checksum(bytes.get(), commit.directory_size);
+    return bytes;
 }
 
-void IndexWriter::Add(std::uint32_t hash, const Entry& entry) {
-    put_u32(parts_.data() + next_hash_, hash);
-    put_row(parts_.data() + next_row_, entry);
-    next_hash_ += hash_size;
-    next_row_ += row_size;
-}
-
-/// The record of the part that is done gets its checksum.
-void IndexWriter::EndPart() {
-    if (directory_.empty()) return;
-    put_u32(directory_.data() + directory_.size() - 4, checksum(parts_.data() + part_, parts_.size() - part_));
-}
-
-std::vector<unsigned char> IndexWriter::Finish(Commit& commit) {
-    EndPart();
-    commit.directory_size = directory_.size();
-    commit.directory_checksum = checksum(directory_.data(), directory_.size());
-    commit.index_size = directory_.size() + parts_.size();
-    directory_.insert(directory_.end(), parts_.begin(), parts_.end());
-    return std::move(directory_);
-}
-
-bool Index::Load(std::unique_ptr<unsigned char[]> bytes, const Commit& commit) {
+bool Index::Load(IndexBytes bytes, const Commit& commit) {
     bytes_ = std::move(bytes);
     containers_.clear();
-    return checksum(bytes_.get(), commit.directory_size) == commit.directory_checksum && LoadDirectory(commit);
-}
-
-bool Index::LoadDirectory(const Commit& commit) {
-    DirectoryReader reader{.next = bytes_.get(), .end = bytes_.get() + commit.directory_size};
+    if (checksum(bytes_.get(), commit.directory_size) != commit.directory_checksum) return false;
+    const unsigned char* next = bytes_.get();
+    std::uint64_t left = commit.directory_size;
     std::uint64_t part = commit.directory_size;
-    while (reader.left() != 0) {
-        const unsigned char* const head = reader.take(2);
-        const std::uint32_t length = head != nullptr ? get_u16(head) : 0;
-        const unsigned char* const name = reader.take(length);
-        const unsigned char* const tail = reader.take(record_tail);
-        if (!reader.ok) return false;
-        const SavedPart saved(bytes_.get() + part, get_u32(tail));
+    while (left != 0) {
+        if (left < 2) return false;
+        const std::uint64_t length = load_u16(next);
+        const std::uint64_t record_size = 2 + length + record_tail;
+        if (left < record_size) return false;
+        const unsigned char* const tail = next + 2 + length;
+        const SavedPart saved(bytes_.get() + part, load_u32(tail), load_u32(tail + 4));
         if (saved.size() > commit.index_size - part) return false;
+        containers_.try_emplace(std::string(reinterpret_cast<const char*>(next + 2), length), saved,
+                                commit.index_offset);
         part += saved.size();
-        containers_[std::string(reinterpret_cast<const char*>(name), length)] =
-            std::make_unique<Container>(saved, get_u32(tail + 4), commit.index_offset);
+        next += record_size;
+        left -= record_size;
     }
     return true;
 }
 
-bool Index::Encode(IndexWriter& writer) const {
+std::optional<std::vector<Part>> Index::Parts() const {
+    std::vector<Part> parts;
+    parts.reserve(containers_.size());
     for (const auto& [name, container] : containers_) {
-        if (!container->IsSound()) return false;
-        std::uint64_t blobs = 0;
-        container->ForEach([&blobs](std::uint32_t, const Entry&) { ++blobs; });
-        writer.Begin(name, blobs);
-        container->ForEach([&writer](std::uint32_t hash, const Entry& entry) { writer.Add(hash, entry); });
+        if (!container.IsSound()) return std::nullopt;
+        parts.push_back({name, container.Blobs()});
     }
-    return true;
+    return parts;
 }
 
 const Container* Index::Find(std::string_view name) const {
     const auto place = containers_.find(name);
-    return place != containers_.end() ? place->second.get() : nullptr;
+    return place != containers_.end() ? &place->second : nullptr;
 }
 
-Container& Index::FindOrAdd(std::string_view name) {
-    const auto place = containers_.find(name);
-    if (place != containers_.end()) return *place->second;
-    return *(containers_[std::string(name)] = std::make_unique<Container>());
+void Index::Put(std::string_view name, std::uint32_t hash, const Entry& entry) {
+    auto place = containers_.find(name);
+    const bool is_new = place == containers_.end();
+    if (is_new) place = containers_.try_emplace(std::string(name)).first;
+    try {
+        place->second.Put(hash, entry);
+    } catch (...) {  // a container that the blob alone called for goes again
+        if (is_new) containers_.erase(place);
+        throw;
+    }
+}
+
+void Index::RemoveBlob(std::string_view name, std::uint32_t hash) {
+    if (const auto place = containers_.find(name); place != containers_.end()) place->second.Remove(hash);
 }
 
 bool Index::Remove(std::string_view name) {

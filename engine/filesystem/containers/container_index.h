@@ -1,19 +1,17 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <memory_resource>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
+#include <unordered_map>
 #include <vector>
 
-#include <engine/kernel/multithreading.h>
-
 #include "engine/filesystem/containers/container_format.h"
-#include "engine/filesystem/containers/hash_table.h"
 
 namespace container {
 
@@ -26,114 +24,88 @@ struct Entry {
     bool deflated = false;
 };
 
+struct Blob {
+    std::uint32_t hash = 0;
+    Entry entry;
+};
+
 /// A container's part of a saved index, used as it lies in memory: ascending hashes, then rows.
 class SavedPart {
 public:
     SavedPart() = default;
-    SavedPart(const unsigned char* bytes, std::uint32_t count) : bytes_(bytes), count_(count) {}
+    SavedPart(const unsigned char* bytes, std::uint32_t count, std::uint32_t checksum)
+        : bytes_(bytes), count_(count), checksum_(checksum) {}
 
     std::uint32_t count() const { return count_; }
     std::uint64_t size() const { return count_ * entry_size; }
-    std::uint32_t hash(std::uint32_t i) const { return get_u32(bytes_ + i * hash_size); }
-    Entry entry(std::uint32_t i) const;
-    /// Whether the bytes have this checksum, the hashes ascend and every blob lies between the file's head and `limit`.
-    bool is_sound(std::uint32_t checksum, std::uint64_t limit) const;
-    /// Makes ready for find. Throws std::bad_alloc.
-    void set_fences();
-    std::optional<std::uint32_t> find(std::uint32_t hash) const;
+    Blob blob(std::uint32_t i) const;
+    /// Whether the bytes have their checksum, the hashes ascend and every blob lies between the file's head and `limit`.
+    bool is_sound(std::uint64_t limit) const;
+    std::optional<Entry> find(std::uint32_t hash) const;
 
 private:
+    std::uint32_t hash(std::uint32_t i) const { return load_u32(bytes_ + i * hash_size); }
+
     const unsigned char* bytes_ = nullptr;
     std::uint32_t count_ = 0;
-    // Every 16th hash: few enough to stay in the processor's caches while blobs stream through them.
-    std::vector<std::uint32_t> fences_;
+    std::uint32_t checksum_ = 0;
 };
 
 /// One named container: what was saved, and what has changed since.
 class Container {
 public:
     Container() = default;
-    Container(SavedPart saved, std::uint32_t checksum, std::uint64_t limit)
-        : saved_(std::move(saved)), checksum_(checksum), limit_(limit) {}
+    Container(const SavedPart& saved, std::uint64_t limit) : saved_(saved), limit_(limit) {}
 
     /// Checks the saved part on its first use; false when it is damaged, from then on always. The other operations need
     /// a container that is sound.
     bool IsSound() const;
     std::optional<Entry> Find(std::uint32_t hash) const;
-    void Put(std::uint32_t hash, const Entry& entry);
-    void Remove(std::uint32_t hash);
-    /// Calls `visit(hash, entry)` for every blob by ascending hash.
-    template <class Visit>
-    void ForEach(Visit&& visit) const;
+    void Put(std::uint32_t hash, const Entry& entry) { changes_.insert_or_assign(hash, entry); }
+    void Remove(std::uint32_t hash) { Put(hash, Entry{}); }
+    /// All blobs by ascending hash.
+    std::vector<Blob> Blobs() const;
 
 private:
-    enum Soundness : int { UNKNOWN, SOUND, DAMAGED };
-
-    std::vector<HashTable<Entry>::Item> SortedChanges() const;
-
-    mutable SavedPart saved_;  // changed by the first check alone, before soundness_ tells of it
-    std::uint32_t checksum_ = 0;
+    SavedPart saved_;
     std::uint64_t limit_ = 0;
-    mutable mt::CSlimLock check_lock_;  // held during the first check
-    mutable std::atomic<int> soundness_{UNKNOWN};
-    HashTable<Entry> changes_;  // an entry of offset 0 marks a removed blob
+    mutable std::once_flag checked_;
+    mutable bool is_sound_ = false;
+    std::pmr::monotonic_buffer_resource memory_;                       // of changes_, which never gives anything back
+    std::pmr::unordered_map<std::uint32_t, Entry> changes_{&memory_};  // an entry of offset 0 marks a removed blob
 };
 
-/// Makes the bytes of an index, container by container in the order of their names.
-class IndexWriter {
-public:
-    void Begin(std::string_view name, std::uint64_t blobs);
-    /// Of as many blobs as were announced, by ascending hash.
-    void Add(std::uint32_t hash, const Entry& entry);
-    /// The bytes, and the record that will point to them.
-    std::vector<unsigned char> Finish(Commit& commit);
-
-private:
-    void EndPart();
-
-    std::vector<unsigned char> directory_;
-    std::vector<unsigned char> parts_;
-    std::size_t part_ = 0;       // where the current one begins
-    std::size_t next_hash_ = 0;  // both in parts_
-    std::size_t next_row_ = 0;
+/// A container as an index holds it: its blobs by ascending hash.
+struct Part {
+    std::string_view name;
+    std::vector<Blob> blobs;
 };
+
+/// An index as it lies in a file; its size stands in the commit.
+using IndexBytes = std::unique_ptr<unsigned char[]>;
+/// The index of parts by ascending name; fills in what the commit says of it.
+IndexBytes encode(const std::vector<Part>& parts, Commit& commit);
 
 /// All containers of a file.
 class Index {
 public:
+    using Containers = std::map<std::string, Container, std::less<>>;
+
     /// Takes over the bytes of a saved index. False when its directory is damaged.
-    bool Load(std::unique_ptr<unsigned char[]> bytes, const Commit& commit);
-    /// Writes all containers. False when the saved part of one is damaged: saving would give it a good checksum.
-    bool Encode(IndexWriter& writer) const;
+    bool Load(IndexBytes bytes, const Commit& commit);
+    /// All that there is; nothing when the saved part of a container is damaged. The names live as long as the index.
+    std::optional<std::vector<Part>> Parts() const;
 
     const Container* Find(std::string_view name) const;
-    Container& FindOrAdd(std::string_view name);
+    /// Adds or replaces a blob, and makes its container when it is missing.
+    void Put(std::string_view name, std::uint32_t hash, const Entry& entry);
+    void RemoveBlob(std::string_view name, std::uint32_t hash);
     bool Remove(std::string_view name);
-    const std::map<std::string, std::unique_ptr<Container>, std::less<>>& all() const { return containers_; }
+    const Containers& all() const { return containers_; }
 
 private:
-    bool LoadDirectory(const Commit& commit);
-
-    std::unique_ptr<unsigned char[]> bytes_;
-    std::map<std::string, std::unique_ptr<Container>, std::less<>> containers_;
+    IndexBytes bytes_;
+    Containers containers_;
 };
-
-template <class Visit>
-void Container::ForEach(Visit&& visit) const {
-    const std::vector<HashTable<Entry>::Item> changes = SortedChanges();
-    std::uint32_t saved = 0;
-    const auto visit_saved_below = [&](std::uint64_t limit) {
-        while (saved < saved_.count() && saved_.hash(saved) < limit) {
-            visit(saved_.hash(saved), saved_.entry(saved));
-            ++saved;
-        }
-    };
-    for (const HashTable<Entry>::Item& change : changes) {
-        visit_saved_below(change.key);
-        if (saved < saved_.count() && saved_.hash(saved) == change.key) ++saved;
-        if (change.value.offset != 0) visit(change.key, change.value);
-    }
-    visit_saved_below(std::uint64_t{1} << 32);
-}
 
 }  // namespace container

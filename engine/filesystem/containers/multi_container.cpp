@@ -3,23 +3,66 @@
 #include <cinttypes>
 #include <cstdio>
 #include <limits>
+#include <mutex>
 #include <new>
+#include <shared_mutex>
 #include <utility>
 
 #include <zlib.h>
 
-#include <engine/filesystem/access/open.h>
+#include <engine/kernel/multithreading.h>
 
-#include "engine/filesystem/containers/multi_container_state.h"
+#include "engine/filesystem/containers/multi_file.h"
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/set_error.h"
 
+using container::Blob;
 using container::Entry;
+using container::MultiFile;
+
+struct CFileHashMultiContainer::State {
+    mutable mt::CSlimLock lock;       // guards `file`: fetching and listing hold it shared
+    std::unique_ptr<MultiFile> file;  // null while none is open
+};
 
 namespace {
 
 constexpr std::uint64_t largest_blob = std::numeric_limits<std::uint32_t>::max();
 constexpr std::uint64_t largest_deflated = largest_blob / 2;  // zlib's sizes are 32 bits wide on Windows
 constexpr std::size_t longest_name = std::numeric_limits<std::uint16_t>::max();
+
+/// What `work(state)` answers under the lock; false when the object itself could not be made for want of memory.
+template <class Hold, class State, class Work>
+bool with_lock(State* state, const Work& work) {
+    return fs::guarded("", false, [&] {
+        if (state == nullptr) throw std::bad_alloc();
+        const Hold guard(state->lock);
+        return work(*state);
+    });
+}
+
+/// The same for what needs an open file, which gets that.
+template <class Hold, class State, class Work>
+bool with_file(State* state, const Work& work) {
+    return with_lock<Hold>(state, [&](State& locked) {
+        if (locked.file == nullptr)
+            return fs::refuse(EFSError::INVALID_ARGUMENT, "", "No multi-container file is open.");
+        return work(*locked.file);
+    });
+}
+
+template <class State, class Work>
+bool look(const State* state, const Work& work) {
+    return with_file<std::shared_lock<mt::CSlimLock>>(state, [&](const MultiFile& file) { return work(file); });
+}
+
+template <class State, class Work>
+bool change(State* state, const Work& work) {
+    return with_file<std::lock_guard<mt::CSlimLock>>(state,
+                                                     [&](MultiFile& file) { return file.IsWritable() && work(file); });
+}
+
+const char* text_of(const char* text) { return text != nullptr ? text : ""; }
 
 /// The blob deflated, or nothing when that would not be smaller.
 std::vector<unsigned char> deflated(const void* data, std::uint64_t size) {
@@ -32,7 +75,7 @@ std::vector<unsigned char> deflated(const void* data, std::uint64_t size) {
 }
 
 /// As the command-line tool writes and takes it.
-std::string hash_text(std::uint32_t hash) {
+std::string written(std::uint32_t hash) {
     char text[16];
     std::snprintf(text, sizeof text, "0x%08" PRIx32, hash);
     return text;
@@ -40,81 +83,62 @@ std::string hash_text(std::uint32_t hash) {
 
 }  // namespace
 
-CFileHashMultiContainer::CFileHashMultiContainer() : state_(std::make_unique<State>()) {}
+CFileHashMultiContainer::CFileHashMultiContainer() : state_(new (std::nothrow) State) {}
 CFileHashMultiContainer::~CFileHashMultiContainer() = default;
 
-bool CFileHashMultiContainer::Open(const char* path, bool writable) try {
-    const mt::CExclusiveHold hold(state_->lock);
-    state_->Close();
-    state_->path = path != nullptr ? path : "";
-    // Asked first, because opening for writing would create a file in some sources.
-    if (!fs::exists(path)) return state_->Fail(EFSError::NOT_FOUND, "There is no such multi-container file.");
-    if (state_->file.Open(state_->path.c_str(), writable) && state_->Load()) return true;
-    state_->Close();
-    return false;
-} catch (const std::bad_alloc&) {
-    state_->Close();
-    return state_->FailWithoutMemory();
+bool CFileHashMultiContainer::Open(const char* path, bool writable) {
+    return with_lock<std::lock_guard<mt::CSlimLock>>(state_.get(), [&](State& state) {
+        state.file.reset();
+        state.file = MultiFile::Open(text_of(path), writable);
+        return state.file != nullptr;
+    });
 }
 
-bool CFileHashMultiContainer::Create(const char* path) try {
-    const mt::CExclusiveHold hold(state_->lock);
-    state_->Close();
-    state_->path = path != nullptr ? path : "";
-    if (state_->file.Create(state_->path.c_str()) && state_->Initialise()) return true;
-    state_->Close();
-    return false;
-} catch (const std::bad_alloc&) {
-    state_->Close();
-    return state_->FailWithoutMemory();
+bool CFileHashMultiContainer::Create(const char* path) {
+    return with_lock<std::lock_guard<mt::CSlimLock>>(state_.get(), [&](State& state) {
+        state.file.reset();
+        state.file = MultiFile::Create(text_of(path));
+        return state.file != nullptr;
+    });
 }
 
 void CFileHashMultiContainer::Close() {
-    const mt::CExclusiveHold hold(state_->lock);
-    state_->Close();
+    with_lock<std::lock_guard<mt::CSlimLock>>(state_.get(), [](State& state) {
+        state.file.reset();
+        return true;
+    });
 }
 
 bool CFileHashMultiContainer::IsOpen() const {
-    const mt::CSharedHold hold(state_->lock);
-    return state_->file.IsOpen();
+    return with_lock<std::shared_lock<mt::CSlimLock>>(state_.get(),
+                                                      [](const State& state) { return state.file != nullptr; });
 }
 
 bool CFileHashMultiContainer::Put(const char* name, std::uint32_t hash, const void* data, std::uint64_t size,
-                                  bool deflate) try {
-    const std::string_view wanted = name != nullptr ? name : "";
-    if (size > largest_blob || wanted.size() > longest_name || (data == nullptr && size != 0))
-        return state_->Fail(EFSError::INVALID_ARGUMENT, "A blob is too large, its container's name too long, or null.");
-    std::vector<unsigned char> packed;
-    if (deflate && size <= largest_deflated) packed = deflated(data, size);
-    const void* const stored = packed.empty() ? data : packed.data();
-    const std::uint64_t stored_size = packed.empty() ? size : packed.size();
-    const Entry entry{.stored_size = static_cast<std::uint32_t>(stored_size),
-                      .size = static_cast<std::uint32_t>(size),
-                      .checksum = container::checksum(stored, stored_size),
-                      .deflated = !packed.empty()};
-    const mt::CExclusiveHold hold(state_->lock);
-    return state_->Put(wanted, hash, entry, stored);
-} catch (const std::bad_alloc&) {
-    return state_->FailWithoutMemory();
+                                  bool deflate) {
+    return fs::guarded(name, false, [&] {
+        const std::string_view wanted = text_of(name);
+        if (size > largest_blob || wanted.size() > longest_name || (data == nullptr && size != 0))
+            return fs::refuse(EFSError::INVALID_ARGUMENT, name,
+                              "A blob is too large, its container's name too long, or null.");
+        std::vector<unsigned char> packed;
+        if (deflate && size <= largest_deflated) packed = deflated(data, size);
+        const void* const stored = packed.empty() ? data : packed.data();
+        const std::uint64_t stored_size = packed.empty() ? size : packed.size();
+        const Entry entry{.stored_size = static_cast<std::uint32_t>(stored_size),
+                          .size = static_cast<std::uint32_t>(size),
+                          .checksum = container::checksum(stored, stored_size),
+                          .deflated = !packed.empty()};
+        return change(state_.get(), [&](MultiFile& file) { return file.Put(wanted, hash, entry, stored); });
+    });
 }
 
-bool CFileHashMultiContainer::Remove(const char* name, std::uint32_t hash) try {
-    const mt::CExclusiveHold hold(state_->lock);
-    if (!state_->IsWritable() || !state_->FindBlob(name, hash)) return false;
-    state_->index.FindOrAdd(name != nullptr ? name : "").Remove(hash);
-    state_->changed = true;
-    return true;
-} catch (const std::bad_alloc&) {
-    return state_->FailWithoutMemory();
+bool CFileHashMultiContainer::Remove(const char* name, std::uint32_t hash) {
+    return change(state_.get(), [&](MultiFile& file) { return file.Remove(text_of(name), hash); });
 }
 
 bool CFileHashMultiContainer::RemoveContainer(const char* name) {
-    const mt::CExclusiveHold hold(state_->lock);
-    if (!state_->IsWritable()) return false;
-    if (!state_->index.Remove(name != nullptr ? name : ""))
-        return state_->Fail(EFSError::NOT_FOUND, "The multi-container has no container of this name.");
-    state_->changed = true;
-    return true;
+    return change(state_.get(), [&](MultiFile& file) { return file.RemoveContainer(text_of(name)); });
 }
 
 bool CFileHashMultiContainer::Exists(const char* name, std::uint32_t hash) const {
@@ -122,99 +146,94 @@ bool CFileHashMultiContainer::Exists(const char* name, std::uint32_t hash) const
     return GetSize(name, hash, size);
 }
 
-bool CFileHashMultiContainer::GetSize(const char* name, std::uint32_t hash, std::uint64_t& size) const try {
-    const mt::CSharedHold hold(state_->lock);
-    const std::optional<Entry> entry = state_->FindBlob(name, hash);
-    size = entry ? entry->size : 0;
-    return entry.has_value();
-} catch (const std::bad_alloc&) {
-    return state_->FailWithoutMemory();
+bool CFileHashMultiContainer::GetSize(const char* name, std::uint32_t hash, std::uint64_t& size) const {
+    size = 0;
+    return look(state_.get(), [&](const MultiFile& file) {
+        const std::optional<Entry> entry = file.FindBlob(text_of(name), hash);
+        if (entry) size = entry->size;
+        return entry.has_value();
+    });
 }
 
-bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, ztl::vector<unsigned char>& out) const try {
+bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, ztl::vector<unsigned char>& out) const {
     out.clear();
-    const mt::CSharedHold hold(state_->lock);
-    const std::optional<Entry> entry = state_->FindBlob(name, hash);
-    if (!entry) return false;
-    out.resize(entry->size);
-    if (state_->ReadBlob(*entry, out.data())) return true;
-    out.clear();
-    return false;
-} catch (const std::bad_alloc&) {
-    out.clear();
-    return state_->FailWithoutMemory();
+    const bool is_whole = look(state_.get(), [&](const MultiFile& file) {
+        const std::optional<Entry> entry = file.FindBlob(text_of(name), hash);
+        if (!entry) return false;
+        out.resize(entry->size);
+        return file.ReadBlob(*entry, out.data());
+    });
+    if (!is_whole) out.clear();
+    return is_whole;
 }
 
 bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, void* buffer, std::uint64_t capacity,
-                                    std::uint64_t& size) const try {
+                                    std::uint64_t& size) const {
     size = 0;
-    const mt::CSharedHold hold(state_->lock);
-    const std::optional<Entry> entry = state_->FindBlob(name, hash);
-    if (!entry) return false;
-    size = entry->size;
-    if (capacity < entry->size || (buffer == nullptr && entry->size != 0))
-        return state_->Fail(EFSError::INVALID_ARGUMENT, "The buffer is too small for the blob, or null.");
-    return state_->ReadBlob(*entry, static_cast<unsigned char*>(buffer));
-} catch (const std::bad_alloc&) {
-    return state_->FailWithoutMemory();
-}
-
-void CFileHashMultiContainer::ListContainers(ztl::vector<fs::string>& out) const try {
-    out.clear();
-    const mt::CSharedHold hold(state_->lock);
-    for (const auto& [name, found] : state_->index.all()) out.push_back(name);
-} catch (const std::bad_alloc&) {
-    out.clear();
-    state_->FailWithoutMemory();
-}
-
-bool CFileHashMultiContainer::ListBlobs(const char* name, ztl::vector<SBlobInfo>& out) const try {
-    out.clear();
-    const mt::CSharedHold hold(state_->lock);
-    const container::Container* const found = state_->FindSound(name);
-    if (found == nullptr) return false;
-    found->ForEach([&out](std::uint32_t hash, const Entry& entry) {
-        out.push_back({.hash = hash, .size = entry.size, .stored_size = entry.stored_size, .deflated = entry.deflated});
+    return look(state_.get(), [&](const MultiFile& file) {
+        const std::optional<Entry> entry = file.FindBlob(text_of(name), hash);
+        if (!entry) return false;
+        size = entry->size;
+        if (capacity < entry->size || (buffer == nullptr && entry->size != 0))
+            return file.Fail(EFSError::INVALID_ARGUMENT, "The buffer is too small for the blob, or null.");
+        return file.ReadBlob(*entry, static_cast<unsigned char*>(buffer));
     });
-    return true;
-} catch (const std::bad_alloc&) {
-    return state_->FailWithoutMemory();
 }
 
-bool CFileHashMultiContainer::GetStats(SMultiContainerStats& stats) const try {
+void CFileHashMultiContainer::ListContainers(ztl::vector<fs::string>& out) const {
+    out.clear();
+    const bool is_listed = with_lock<std::shared_lock<mt::CSlimLock>>(state_.get(), [&](const State& state) {
+        if (state.file == nullptr) return true;
+        for (const auto& named : state.file->index().all()) out.push_back(named.first);
+        return true;
+    });
+    if (!is_listed) out.clear();
+}
+
+bool CFileHashMultiContainer::ListBlobs(const char* name, ztl::vector<SBlobInfo>& out) const {
+    out.clear();
+    return look(state_.get(), [&](const MultiFile& file) {
+        const container::Container* const found = file.FindSound(text_of(name));
+        if (found == nullptr) return false;
+        const std::vector<Blob> blobs = found->Blobs();
+        out.reserve(blobs.size());
+        for (const auto& [hash, entry] : blobs) out.push_back({hash, entry.size, entry.stored_size, entry.deflated});
+        return true;
+    });
+}
+
+bool CFileHashMultiContainer::GetStats(SMultiContainerStats& stats) const {
     stats = {};
-    const mt::CSharedHold hold(state_->lock);
-    if (!state_->file.IsOpen()) return state_->Fail(EFSError::INVALID_ARGUMENT, "No multi-container file is open.");
-    return state_->CountLive(stats);
-} catch (const std::bad_alloc&) {
-    return state_->FailWithoutMemory();
+    return look(state_.get(), [&](const MultiFile& file) { return file.Count(stats); });
 }
 
-bool CFileHashMultiContainer::Save() try {
-    const mt::CExclusiveHold hold(state_->lock);
-    if (!state_->file.IsOpen()) return state_->Fail(EFSError::INVALID_ARGUMENT, "No multi-container file is open.");
-    return state_->Save();
-} catch (const std::bad_alloc&) {
-    return state_->FailWithoutMemory();
+bool CFileHashMultiContainer::Save() {
+    return with_file<std::lock_guard<mt::CSlimLock>>(state_.get(), [](MultiFile& file) { return file.Save(); });
 }
 
-bool CFileHashMultiContainer::Verify(ztl::vector<fs::string>& report) const try {
-    const mt::CSharedHold hold(state_->lock);
-    if (!state_->file.IsOpen()) return state_->Fail(EFSError::INVALID_ARGUMENT, "No multi-container file is open.");
-    const std::size_t before = report.size();
-    ztl::vector<unsigned char> blob;
-    for (const auto& [name, found] : state_->index.all()) {
-        if (!found->IsSound()) {
-            report.push_back("container \"" + name + "\": its index is damaged");
-            continue;
+bool CFileHashMultiContainer::Compact() {
+    return with_lock<std::lock_guard<mt::CSlimLock>>(state_.get(), [](State& state) {
+        if (state.file == nullptr)
+            return fs::refuse(EFSError::INVALID_ARGUMENT, "", "No multi-container file is open.");
+        return state.file->IsWritable() && container::compact(state.file);
+    });
+}
+
+bool CFileHashMultiContainer::Verify(ztl::vector<fs::string>& report) const {
+    return look(state_.get(), [&](const MultiFile& file) {
+        const std::size_t before = report.size();
+        ztl::vector<unsigned char> bytes;
+        for (const auto& [name, found] : file.index().all()) {
+            if (!found.IsSound()) {
+                report.push_back("container \"" + name + "\": its index is damaged");
+                continue;
+            }
+            for (const auto& [hash, entry] : found.Blobs()) {
+                bytes.resize(entry.size);
+                if (file.ReadBlob(entry, bytes.data())) continue;
+                report.push_back("container \"" + name + "\", blob " + written(hash) + ": " + fs::last_error().text);
+            }
         }
-        found->ForEach([&, &container = name](std::uint32_t hash, const Entry& entry) {
-            blob.resize(entry.size);
-            if (state_->ReadBlob(entry, blob.data())) return;
-            report.push_back("container \"" + container + "\", blob " + hash_text(hash) + ": " + fs::last_error().text);
-        });
-    }
-    return report.size() == before;
-} catch (const std::bad_alloc&) {
-    return state_->FailWithoutMemory();
+        return report.size() == before;
+    });
 }

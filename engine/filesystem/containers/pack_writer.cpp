@@ -54,9 +54,9 @@ struct pack_writer::State {
     std::string partial;  // what is being written; "" when nothing is
     ZipOutput output;
     Deflater deflater;
-    std::vector<std::uint8_t> packed;  // of the entry in hand, when the deflater does not hold it
-    std::uint64_t offset = 0;          // end of what was written
-    std::string directory;             // central headers so far
+    std::vector<std::uint8_t> packed;       // of the entry in hand, when the deflater does not hold it
+    std::uint64_t offset = 0;               // end of what was written
+    std::string directory;                  // central headers so far
     std::unordered_set<std::string> names;  // in lower case
 
     bool begin(const char* native_path);
@@ -98,8 +98,7 @@ bool pack_writer::State::check(const zip::NewEntry& entry) const {
     if (names.size() >= zip::most_entries)
         return fail(EFSError::TOO_LARGE, target, "refuses the entry: a pack holds at most 65535");
     const std::uint64_t entry_bytes = zip::local_header_size + name.size() + entry.packed_size;
-    const std::uint64_t end_bytes =
-        directory.size() + zip::central_header_size + name.size() + zip::end_record_size;
+    const std::uint64_t end_bytes = directory.size() + zip::central_header_size + name.size() + zip::end_record_size;
     if (offset + entry_bytes + end_bytes > zip::most_bytes)
         return fail(EFSError::TOO_LARGE, target, "refuses the entry: a pack holds at most 4 GiB in all");
     return true;
@@ -114,7 +113,8 @@ bool pack_writer::State::add(zip::NewEntry entry, const void* data, std::int64_t
     std::string central;
     zip::append_local_header(local, entry);
     zip::append_central_header(central, entry);
-    if (directory.capacity() - directory.size() < central.size()) directory.reserve(directory.size() * 2 + central.size());
+    if (directory.capacity() - directory.size() < central.size())
+        directory.reserve(directory.size() * 2 + central.size());
     const auto place = names.insert(folded(entry.name)).first;
     if (!output.write_at(offset, local.data(), local.size()) ||
         !output.write_at(offset + local.size(), data, entry.packed_size)) {

@@ -53,7 +53,7 @@ size_t write_to_output(void* output, mz_uint64 offset, const void* data, size_t 
 bool fail(Writer& writer, const char* name) {
     const mz_zip_error error = mz_zip_get_last_error(&writer.zip);
     if (error == MZ_ZIP_FILE_WRITE_FAILED) return false;
-    const auto code = error == MZ_ZIP_ALLOC_FAILED    ? EFSError::OUT_OF_MEMORY
+    const auto code = error == MZ_ZIP_ALLOC_FAILED     ? EFSError::OUT_OF_MEMORY
                       : error == MZ_ZIP_FILE_TOO_LARGE ? EFSError::TOO_LARGE
                                                        : EFSError::INVALID_ARGUMENT;
     fs::set_error(code, name, std::string("The zip writer fails: ") + mz_zip_get_error_string(error) + ".");
@@ -110,7 +110,8 @@ void* ZipCreate(const char* path) {
 
 bool ZipAddData(void* handle, const char* name, const void* data, unsigned int size) {
     if (!handle || !name || *name == '\0' || !data || size == 0)
-        return fs::refuse(EFSError::INVALID_ARGUMENT, name, "An entry of a zip file needs an archive, a name and data.");
+        return fs::refuse(EFSError::INVALID_ARGUMENT, name,
+                          "An entry of a zip file needs an archive, a name and data.");
     Writer* writer = find(handle);
     if (!writer) return fs::refuse(EFSError::INVALID_ARGUMENT, name, "The zip file is closed.");
     return fs::guarded(name, false, [&] {
@@ -145,7 +146,8 @@ bool Archive::AddData(const char* name, const void* data, unsigned int size) {
 }
 
 bool Archive::AddData(const char* name, const ztl::string_base<char>& text) {
-    if (text.size() > 0xFFFFFFFFu) return fs::refuse(EFSError::TOO_LARGE, name, "An entry of a zip file has at most 4 GiB.");
+    if (text.size() > 0xFFFFFFFFu)
+        return fs::refuse(EFSError::TOO_LARGE, name, "An entry of a zip file has at most 4 GiB.");
     return ZipAddData(handle_, name, text.data(), static_cast<unsigned int>(text.size()));
 }
 

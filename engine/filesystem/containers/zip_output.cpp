@@ -41,8 +41,8 @@ bool ZipOutput::write_at(std::uint64_t offset, const void* data, std::size_t siz
 
 bool ZipOutput::write_through(std::uint64_t offset, const void* data, std::size_t size) {
     end_ = std::max(end_, offset + size);
-    const bool done = file_.seek(static_cast<std::int64_t>(offset), platform::Origin::BEGIN) &&
-                      file_.write(data, size) == size;
+    const bool done =
+        file_.seek(static_cast<std::int64_t>(offset), platform::Origin::BEGIN) && file_.write(data, size) == size;
     return done || fail();
 }
 

@@ -1,7 +1,5 @@
 #include "engine/filesystem/handles/native_file.h"
 
-#include <utility>
-
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/message.h"
 
@@ -12,10 +10,15 @@ constexpr std::uint64_t failed = ~std::uint64_t{0};
 
 }  // namespace
 
-Win32FileHandle::Win32FileHandle(CFSSource* owner, platform::File file) : file_(std::move(file)) { source = owner; }
-
 std::uint64_t Win32FileHandle::read(void* buffer, std::uint64_t size) {
-    const std::uint64_t done = file_.read(buffer, size);
+    return check_read(file_.read(buffer, size), buffer, size);
+}
+
+std::uint64_t Win32FileHandle::read_at(void* buffer, std::uint64_t size, std::uint64_t offset) const {
+    return check_read(file_.read_at(buffer, size, offset), buffer, size);
+}
+
+std::uint64_t Win32FileHandle::check_read(std::uint64_t done, void* buffer, std::uint64_t size) const {
     if (done != failed) return done;
     const platform::Error error = platform::last_error();
     fs::set_error_from_platform(name, "cannot be read", error);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <utility>
+
 #include <engine/filesystem/contract/file.h>
 
 #include "engine/platform/files.h"
@@ -7,7 +9,8 @@
 /// A synchronous native file.
 class Win32FileHandle final : public SFsFile {
 public:
-    Win32FileHandle(CFSSource* owner, platform::File file);
+    explicit Win32FileHandle(CFSSource* owner) { source = owner; }
+    void Attach(platform::File file) { file_ = std::move(file); }
 
     std::uint64_t read(void* buffer, std::uint64_t size) override;
     std::uint64_t write(const void* buffer, std::uint64_t size) override;
@@ -16,6 +19,11 @@ public:
     std::uint64_t tell() override;
     bool set_eof() override;
 
+    /// Reads at an offset, by any number of threads at once; the position stays. As read otherwise.
+    std::uint64_t read_at(void* buffer, std::uint64_t size, std::uint64_t offset) const;
+
 private:
+    std::uint64_t check_read(std::uint64_t done, void* buffer, std::uint64_t size) const;
+
     platform::File file_;
 };

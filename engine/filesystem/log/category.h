@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "engine/kernel/bytes.h"
+
 namespace logging {
 
 inline constexpr std::size_t category_name_length = 16;
@@ -20,9 +22,10 @@ inline CategoryKey category_key(const char* name) {
     if (name == nullptr) return key;
     const std::size_t length = strnlen(name, category_name_length);
     if (length > 8) {
-        std::memcpy(&key.words[0], name, 8);
-        std::memcpy(&key.words[1], name + length - 8, 8);
-        key.words[1] >>= 8 * (16 - length);  // what stands in the first word already is shifted out
+        const auto* const bytes = reinterpret_cast<const std::uint8_t*>(name);
+        key.words[0] = kernel::load_u64(bytes);
+        // What stands in the first word already is shifted out.
+        key.words[1] = kernel::load_u64(bytes + length - 8) >> 8 * (category_name_length - length);
         return key;
     }
     for (std::size_t i = 0; i < length; ++i) {

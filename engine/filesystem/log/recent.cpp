@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "engine/kernel/bytes.h"
+
 namespace logging {
 
 namespace {
@@ -20,10 +22,11 @@ struct Ring {
 };
 constinit Ring ring{};
 
+/// The first character in the lowest byte on every machine, since readers take words apart by shifting.
 void store_word(std::uint64_t at, const char* text, std::size_t length) {
-    std::uint64_t word = 0;
-    std::memcpy(&word, text, length);
-    ring.words[at % word_count].store(word, std::memory_order_relaxed);
+    std::uint8_t bytes[8] = {};
+    std::memcpy(bytes, text, length);
+    ring.words[at % word_count].store(kernel::load_u64(bytes), std::memory_order_relaxed);
 }
 
 void remember_piece(const char* text, std::size_t length) {

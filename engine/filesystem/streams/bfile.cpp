@@ -9,6 +9,7 @@
 #include <limits>
 #include <new>
 
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/platform/files.h"
 
@@ -70,11 +71,15 @@ bool bfile_win32::open(const char* name, EFSMode::TYPE mode, FFSOpenFlags::FLAGS
         set_error(EFSError::INVALID_ARGUMENT, name, "A buffered native stream knows no such mode, and no gzip.");
         return false;
     }
+    // All that can fail comes before the open, which may empty the file.
     if (buffer_ == nullptr) buffer_ = static_cast<std::uint8_t*>(std::malloc(buffer_size_));
-    native_ = new (std::nothrow) Native;
-    if (buffer_ == nullptr || native_ == nullptr) {
+    const bool is_ready = buffer_ != nullptr && guarded(name, false, [&] {
+                              name_ = name;
+                              native_ = new Native;
+                              return true;
+                          });
+    if (!is_ready) {
         set_error(EFSError::OUT_OF_MEMORY, name, "There is no memory for the stream's buffer.");
-        release();
         return false;
     }
     native_->file = platform::File::open(name, options_for(mode, flags));
@@ -83,18 +88,21 @@ bool bfile_win32::open(const char* name, EFSMode::TYPE mode, FFSOpenFlags::FLAGS
         release();
         return false;
     }
-    start(name, mode);
-    return true;
+    if (start(mode)) return true;
+    set_error(EFSError::IO, name, "The length of the file is not known.");
+    release();
+    return false;
 }
 
-void bfile_win32::start(const char* name, EFSMode::TYPE mode) {
+/// False when the length is not known: appending would write over the file's beginning.
+bool bfile_win32::start(EFSMode::TYPE mode) {
     readable_ = mode == EFSMode::READ || mode == EFSMode::READ_WRITE;
     writable_ = mode != EFSMode::READ;
-    const std::uint64_t length = native_->file.length();
-    length_ = length > largest_position ? 0 : length;
+    length_ = native_->file.length();
+    if (length_ > largest_position) return false;
     pos_ = mode == EFSMode::APPEND ? length_ : 0;
     base_ = pos_;
-    name_ = name;
+    return true;
 }
 
 void bfile_win32::release() {

@@ -8,6 +8,8 @@
 #include <engine/filesystem/access/open.h>
 #include <engine/filesystem/streams/cached.h>
 
+#include "engine/filesystem/contract/set_error.h"
+
 namespace fs {
 
 namespace {
@@ -63,12 +65,17 @@ bool cachedrdfile::fetch() {
     forget_block();
     failed_ = false;
     if (block_position_ == file_length_) return true;
+    ErrorScope scope;
     const bool can_read = handle != nullptr && buffer_ != nullptr &&
                           handle->seek(static_cast<std::int64_t>(block_position_), EFSSeek::BEGIN);
     const std::uint64_t got = can_read ? handle->read(buffer_, buffer_size_) : failure;
     if (got > buffer_size_) {
         failed_ = true;
-        return false;
+        if (scope.has_error()) return false;
+        const EFSError::TYPE code = buffer_ == nullptr  ? EFSError::OUT_OF_MEMORY
+                                    : handle == nullptr ? EFSError::INVALID_ARGUMENT
+                                                        : EFSError::IO;
+        return refuse(code, name(), "A block of the file cannot be read.");
     }
     // A file that has grown since it was opened still ends where it did.
     end_ = buffer_ + std::min(got, file_length_ - block_position_);

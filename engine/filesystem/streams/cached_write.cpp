@@ -4,7 +4,9 @@
 
 #include <engine/filesystem/streams/cached.h>
 
+#include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/streams/image_block.h"
+#include "engine/filesystem/streams/write_all.h"
 
 namespace fs {
 
@@ -14,6 +16,11 @@ constexpr std::uint64_t failure = UINT64_MAX;
 
 void copy(std::uint8_t* to, const std::uint8_t* from, std::uint64_t size) {
     if (size != 0) std::memcpy(to, from, static_cast<std::size_t>(size));
+}
+
+std::uint64_t without_memory() {
+    set_error(EFSError::OUT_OF_MEMORY, "", "There is no memory for what is written.");
+    return failure;
 }
 
 }  // namespace
@@ -37,12 +44,15 @@ void cachedwrnoseekfile::releasebuffer() {
 }
 
 void cachedwrnoseekfile::flush() {
-    if (used_ != 0 && handle != nullptr) handle->write(buffer_, used_);
+    if (used_ != 0 && handle != nullptr && !write_all(*handle, buffer_, used_)) lost_ = last_error().code;
     used_ = 0;
 }
 
 void cachedwrnoseekfile::close() {
     flush();
+    // The failure may lie many writes back.
+    if (lost_ != EFSError::NONE) set_error(lost_, name(), "Bytes that were written to the stream are lost.");
+    lost_ = EFSError::NONE;
     file::close();
 }
 
@@ -51,7 +61,8 @@ std::uint64_t cachedwrnoseekfile::tell() { return fs::tell(handle) + used_; }
 bool cachedwrnoseekfile::seek(std::int64_t, EFSSeek::TYPE) { return false; }
 
 std::uint64_t cachedwrnoseekfile::write_blocks(const std::uint8_t* data, std::uint64_t size) {
-    if (buffer_size_ == 0) return size == 0 ? 0 : failure;  // no buffer, nothing to collect in
+    if (size == 0) return 0;
+    if (buffer_size_ == 0) return without_memory();  // nothing to collect in
     std::uint64_t done = 0;
     while (done < size) {
         const auto now = static_cast<std::uint32_t>(std::min<std::uint64_t>(size - done, buffer_size_ - used_));
@@ -110,7 +121,7 @@ void cachedwrfile::flush() {
     note_written();
     const std::uint64_t size = std::min(pos_, capacity_);
     fill_gap(size);
-    if (size != 0 && handle != nullptr) handle->write(buffer_, size);
+    if (size != 0 && handle != nullptr) write_all(*handle, buffer_, size);
     pos_ = written_ = 0;
     allow_short_way();
 }
@@ -161,12 +172,18 @@ std::uint64_t cachedwrfile::write_any(const std::uint8_t* data, std::uint64_t si
 /// Grows as soon as the image is full. What can't be held is refused: all bits set when that is everything.
 std::uint64_t cachedwrfile::write_into_image(const std::uint8_t* data, std::uint64_t size) {
     if (size == 0) return 0;
-    if (pos_ > capacity_ || grow_step_ == 0) return failure;
+    if (pos_ > capacity_ || grow_step_ == 0) {
+        set_error(EFSError::INVALID_ARGUMENT, "", "A cached writer does not write outside of its image.");
+        return failure;
+    }
     std::uint64_t taken = std::min(size, capacity_ - pos_);
     if (taken == capacity_ - pos_) {
         const std::uint64_t steps = (size - taken) / grow_step_ + 1;
         const bool fits = steps <= (UINT64_MAX - capacity_) / grow_step_ && grow_to(capacity_ + steps * grow_step_);
-        if (fits) taken = size;
+        if (fits)
+            taken = size;
+        else
+            without_memory();
     }
     fill_gap(pos_);
     copy(buffer_ + pos_, data, taken);

@@ -29,7 +29,7 @@ bool izipped_buffer_file::refill(std::uint32_t blocks) {
     zip_->stream.avail_in = total;
     if (total != 0) return true;
     zip_->z_eof = true;
-    zip_->z_err = Z_ERRNO;
+    zip_->fail(Z_ERRNO, EFSError::BAD_FORMAT, "The gzip member ends too early.");
     return false;
 }
 
@@ -66,7 +66,7 @@ bool izipped_buffer_file::check_header() {
     const unsigned char method = magic ? get_byte() : 0;
     const unsigned char flags = magic ? get_byte() : 0;
     if (method != Z_DEFLATED || (flags & RESERVED) != 0) {
-        zip_->z_err = Z_DATA_ERROR;
+        zip_->fail(Z_DATA_ERROR, EFSError::BAD_FORMAT, "No gzip member that is known begins here.");
         return false;
     }
     skip_bytes(6);  // time, extra flags, operating system
@@ -77,7 +77,8 @@ bool izipped_buffer_file::check_header() {
     if ((flags & FILE_NAME) != 0) skip_text();
     if ((flags & COMMENT) != 0) skip_text();
     if ((flags & HEADER_CRC) != 0) skip_bytes(2);
-    zip_->z_err = zip_->z_eof ? Z_DATA_ERROR : Z_OK;
+    zip_->z_err = Z_OK;
+    if (zip_->z_eof) zip_->fail(Z_DATA_ERROR, EFSError::BAD_FORMAT, "The header of the gzip member is cut off.");
     return zip_->z_err == Z_OK;
 }
 

@@ -1,5 +1,7 @@
 #include "engine/filesystem/streams/gzip_state.h"
 
+#include "engine/filesystem/contract/set_error.h"
+
 namespace fs {
 
 namespace {
@@ -25,12 +27,17 @@ int izipped_buffer_file::State::end() {
     return writing ? deflateEnd(&stream) : inflateEnd(&stream);
 }
 
-void izipped_buffer_file::State::add_to_crc(const void* data, std::size_t size) {
-#if defined(ENGINE_HAS_LIBDEFLATE)
-    crc = libdeflate_crc32(crc, data, size);
-#else
-    crc = static_cast<std::uint32_t>(crc32_z(crc, static_cast<const Bytef*>(data), size));
-#endif
+void izipped_buffer_file::State::fail(int result, EFSError::TYPE code, const char* text) {
+    z_err = result;
+    if (reason == EFSError::NONE) {
+        reason = code;
+        words = text;
+    }
+    tell();
+}
+
+void izipped_buffer_file::State::tell() const {
+    if (reason != EFSError::NONE) set_error(reason, "", words);
 }
 
 }  // namespace fs

@@ -5,11 +5,10 @@
 
 #include <zlib.h>
 
-#if defined(ENGINE_HAS_LIBDEFLATE)
-#include <libdeflate.h>
-#endif
-
+#include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/streams/zipped_buffer.h>
+
+#include "engine/kernel/checksum.h"
 
 namespace fs {
 
@@ -32,10 +31,16 @@ struct izipped_buffer_file::State {
     /// Whether nothing more can be read.
     bool stopped() const { return z_err == Z_DATA_ERROR || z_err == Z_ERRNO || z_err == Z_STREAM_END; }
     bool broken() const { return z_err == Z_DATA_ERROR || z_err == Z_ERRNO; }
-    void add_to_crc(const void* data, std::size_t size);
+    void add_to_crc(const void* data, std::size_t size) { crc = kernel::crc32(crc, data, size); }
+    /// Notes why the member is broken, unless that is known, and says so in last_error.
+    void fail(int result, EFSError::TYPE code, const char* text);
+    /// Says again in last_error why the member is broken, when it is.
+    void tell() const;
 
     z_stream stream = {};
-    int z_err = Z_OK;    // zlib's last result; Z_ERRNO also at the end of the storage, Z_DATA_ERROR also for our checks
+    int z_err = Z_OK;  // zlib's last result; Z_ERRNO also at the end of the storage, Z_DATA_ERROR also for our checks
+    EFSError::TYPE reason = EFSError::NONE;  // why z_err is a failure, and in words
+    const char* words = "";
     bool z_eof = false;  // the storage is exhausted
     bool begun = false;
     const bool writing;

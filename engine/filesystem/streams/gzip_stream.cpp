@@ -10,6 +10,7 @@
 #include <limits>
 #include <new>
 
+#include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/streams/gzip_state.h"
 
 namespace fs {
@@ -90,7 +91,9 @@ bool izipped_buffer_file::init_zip_stream(EFSMode::TYPE mode) {
     const bool writing = mode == EFSMode::WRITE;
     if (zip_ != nullptr) return zip_->writing == writing;
     zip_ = new (std::nothrow) State(writing);
-    if (zip_ != nullptr && zip_->begin() && (writing ? begin_writing() : begin_reading())) return true;
+    const bool has_memory = zip_ != nullptr && zip_->begin();
+    if (!has_memory) set_error(EFSError::OUT_OF_MEMORY, "", "There is no memory for a gzip stream.");
+    if (has_memory && (writing ? begin_writing() : begin_reading())) return true;
     destroy_zip_stream();
     set_current_pos(0);
     return false;
@@ -110,13 +113,17 @@ bool izipped_buffer_file::begin_writing() {
     finished_ = false;
     const unsigned char header[10] = {gz_magic[0], gz_magic[1], Z_DEFLATED, 0, 0, 0, 0, 0, 0, 11};
     zip_->start = sizeof(header);
-    if (write_data(header, sizeof(header)) != sizeof(header)) zip_->z_err = Z_ERRNO;
+    store(header, sizeof(header));
     return true;
 }
 
 std::uint64_t izipped_buffer_file::write(const void* data, std::uint64_t size) {
     if (!zipped_) return write_data(data, size);
-    if (!init_zip_stream(EFSMode::WRITE) || zip_->broken()) return 0;
+    if (!init_zip_stream(EFSMode::WRITE)) return 0;
+    if (zip_->broken()) {
+        zip_->tell();
+        return 0;
+    }
     const auto* in = static_cast<const Bytef*>(data);
     std::uint64_t done = 0;
     while (done < size) {
@@ -144,14 +151,22 @@ std::uint32_t izipped_buffer_file::deflate_slice(const unsigned char* data, std:
     return consumed;
 }
 
+/// The storage fails the stream by taking less.
+bool izipped_buffer_file::store(const unsigned char* data, std::uint32_t size) {
+    ErrorScope scope;
+    if (write_data(data, size) == size) return true;
+    // What the storage itself said is the better reason.
+    const bool is_said = scope.has_error();
+    zip_->fail(Z_ERRNO, is_said ? last_error().code : EFSError::DISK_FULL,
+               "The storage of the gzip stream does not take what is written.");
+    return false;
+}
+
 /// Hands the output so far to the storage, which fails the stream by taking less.
 bool izipped_buffer_file::write_pending() {
     z_stream& stream = zip_->stream;
     const std::uint32_t size = State::buffer_size - stream.avail_out;
-    if (write_data(zip_->buffer, size) != size) {
-        zip_->z_err = Z_ERRNO;
-        return false;
-    }
+    if (!store(zip_->buffer, size)) return false;
     stream.next_out = zip_->buffer;
     stream.avail_out = State::buffer_size;
     return true;
@@ -162,7 +177,11 @@ void izipped_buffer_file::flush() {
 }
 
 bool izipped_buffer_file::flush_zip_stream() {
-    if (zip_ == nullptr || !zip_->writing || zip_->broken()) return false;
+    if (zip_ == nullptr || !zip_->writing) return false;
+    if (zip_->broken()) {
+        zip_->tell();
+        return false;
+    }
     z_stream& stream = zip_->stream;
     stream.avail_in = 0;
     bool last = false;
@@ -185,18 +204,26 @@ bool izipped_buffer_file::finish() {
         put_long(static_cast<std::uint32_t>(zip_->total));
         finished_ = true;
     }
+    if (zip_ != nullptr && zip_->writing) zip_->tell();
     return true;
 }
 
 void izipped_buffer_file::put_long(std::uint32_t value) {
     const unsigned char bytes[4] = {static_cast<unsigned char>(value), static_cast<unsigned char>(value >> 8),
                                     static_cast<unsigned char>(value >> 16), static_cast<unsigned char>(value >> 24)};
-    write_data(bytes, sizeof(bytes));
+    if (zip_ != nullptr)
+        store(bytes, sizeof(bytes));
+    else
+        write_data(bytes, sizeof(bytes));
 }
 
 std::uint64_t izipped_buffer_file::read(void* buffer, std::uint64_t size) {
     if (!zipped_) return read_data(buffer, size);
-    if (!init_zip_stream(EFSMode::READ) || zip_->stopped()) return 0;
+    if (!init_zip_stream(EFSMode::READ)) return 0;
+    if (zip_->stopped()) {
+        zip_->tell();
+        return 0;
+    }
     auto* out = static_cast<Bytef*>(buffer);
     std::uint64_t done = 0;
     while (done < size && zip_->z_err == Z_OK && !zip_->z_eof)
@@ -214,6 +241,10 @@ std::uint32_t izipped_buffer_file::inflate_slice(unsigned char* out, std::uint32
     while (zip_->z_err == Z_OK && stream.avail_out != 0) {
         if (stream.avail_in == 0 && !refill(blocks_worth_reading(wanted))) break;
         zip_->z_err = inflate(&stream, Z_NO_FLUSH);
+        if (zip_->z_err == Z_MEM_ERROR)
+            zip_->fail(Z_MEM_ERROR, EFSError::OUT_OF_MEMORY, "There is no memory for decoding the gzip member.");
+        else if (zip_->z_err != Z_OK && zip_->z_err != Z_STREAM_END)
+            zip_->fail(zip_->z_err, EFSError::BAD_FORMAT, "The gzip member is damaged.");
     }
     const std::uint32_t produced = size - stream.avail_out;
     zip_->add_to_crc(out, produced);
@@ -244,11 +275,16 @@ void izipped_buffer_file::give_back_blocks() {
 void izipped_buffer_file::check_trailer() {
     const bool same = get_long() == zip_->crc;
     get_long();
-    if (!same) zip_->z_err = Z_DATA_ERROR;
+    if (zip_->z_eof && zip_->z_err == Z_DATA_ERROR) return;  // cut off, which refill said
+    if (!same) zip_->fail(Z_DATA_ERROR, EFSError::BAD_FORMAT, "The checksum of the gzip member is wrong.");
 }
 
 std::int64_t izipped_buffer_file::seek_zipped(std::int64_t offset, EFSSeek::TYPE origin) {
-    if (zip_ == nullptr || zip_->broken()) return -1;
+    if (zip_ == nullptr) return -1;
+    if (zip_->broken()) {
+        zip_->tell();
+        return -1;
+    }
     if (origin != EFSSeek::BEGIN && origin != EFSSeek::CURRENT) return -1;
     return zip_->writing ? seek_writing(offset, origin) : seek_reading(offset, origin);
 }
@@ -286,6 +322,7 @@ std::int64_t izipped_buffer_file::seek_reading(std::int64_t offset, EFSSeek::TYP
 std::int64_t izipped_buffer_file::zip_rewind() {
     if (!zipped_ || zip_ == nullptr || zip_->writing) return -1;
     zip_->z_err = Z_OK;
+    zip_->reason = EFSError::NONE;
     zip_->z_eof = false;
     zip_->stream.avail_in = 0;
     zip_->gathered = 0;

@@ -1,5 +1,6 @@
 #include <engine/filesystem/streams/memory.h>
 
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/streams/memory_limit.h"
 
 #include <algorithm>
@@ -60,13 +61,11 @@ bool memfile::set_current_pos(std::int64_t position) {
 namespace {
 
 bool resize(ztl::vector<unsigned char>& vector, std::uint64_t size) {
-    if (size > memory_limit) return false;
-    try {
+    if (size > memory_limit) return refuse(EFSError::TOO_LARGE, "", "No stream in memory grows as large as this.");
+    return guarded("", false, [&] {
         vector.resize(static_cast<std::size_t>(size));
         return true;
-    } catch (...) {  // no memory
-        return false;
-    }
+    });
 }
 
 bool append(ztl::vector<unsigned char>& vector, const unsigned char* data, std::uint64_t size) {

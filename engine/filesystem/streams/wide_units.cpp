@@ -1,5 +1,7 @@
 #include "engine/filesystem/streams/wide_units.h"
 
+#include "engine/kernel/text.h"
+
 namespace fs {
 
 namespace {
@@ -7,10 +9,6 @@ namespace {
 constexpr std::uint32_t high_surrogates = 0xD800;
 constexpr std::uint32_t low_surrogates = 0xDC00;
 constexpr std::uint32_t replacement = 0xFFFD;
-
-bool is_pair(std::uint32_t first, std::uint32_t second) {
-    return (first & 0xFC00) == high_surrogates && (second & 0xFC00) == low_surrogates;
-}
 
 }  // namespace
 
@@ -35,8 +33,8 @@ std::uint16_t UnitReader::next() {
 }
 
 void CharacterWriter::add(std::uint16_t unit) {
-    if (sizeof(wchar_t) > 2 && is_pair(previous_, unit)) {
-        out_[count_ - 1] = static_cast<wchar_t>(0x10000u + ((previous_ & 0x3FFu) << 10) + (unit & 0x3FFu));
+    if (sizeof(wchar_t) > 2 && kernel::is_high_surrogate(previous_) && kernel::is_low_surrogate(unit)) {
+        out_[count_ - 1] = static_cast<wchar_t>(kernel::join_surrogates(previous_, unit));
         previous_ = 0;
         return;
     }

@@ -1,5 +1,6 @@
-// Crashes on Windows: the system's own dump library writes the minidump, loaded when it is needed. The exception filter
-// calls whatever filter was there before, and never claims to have handled anything.
+// Crashes on Windows: the system's own dump library writes the minidump. It is loaded when the handler is installed, since
+// a broken process may hold the loader's lock. The exception filter calls whatever filter was there before, and never
+// claims to have handled anything.
 #include "engine/platform/crash.h"
 
 #include <windows.h>
@@ -12,6 +13,7 @@
 #include <cstring>
 
 #include "engine/platform/windows/crash_stack.h"
+#include "engine/platform/windows/system_error.h"
 
 namespace platform {
 
@@ -22,11 +24,26 @@ struct CrashContext {
 
 namespace {
 
+using WriteDumpFunction = decltype(&MiniDumpWriteDump);
+
+constexpr std::size_t most_levels = 8;
+
+/// What was there before us.
+struct Level {
+    LPTOP_LEVEL_EXCEPTION_FILTER filter = nullptr;
+    void (*on_abort)(int) = SIG_DFL;
+};
+
 struct HandlerState {
     std::atomic<CrashHandler> handler{nullptr};
-    std::atomic<bool> reported{false};
-    LPTOP_LEVEL_EXCEPTION_FILTER previous = nullptr;
-    void (*previous_abort)(int) = SIG_DFL;
+    std::atomic<WriteDumpFunction> write_dump{nullptr};
+    std::atomic<DWORD> reporter{0};  // the thread that crashed first; one report for one process
+    std::atomic<bool> is_writing{false};
+    // The oldest first: more than one where the host put a filter of its own above ours and then asked for ours again. The
+    // host's filter may call ours, so that one crash passes here once for each level.
+    Level levels[most_levels];
+    std::size_t level_count = 0;
+    DWORD passed_slot = TLS_OUT_OF_INDEXES;  // of each thread: how many levels it has passed
 };
 constinit HandlerState state;
 
@@ -51,24 +68,55 @@ DWORD WINAPI call_handler(void* crash) {
     return 0;
 }
 
+/// Another thread crashed while the dump is being written: its end would cut the dump short.
+void wait_for_dump() {
+    constexpr int longest_wait_ms = 30'000;
+    constexpr int pause_ms = 10;
+    for (int waited = 0; waited < longest_wait_ms && state.is_writing.load(); waited += pause_ms) Sleep(pause_ms);
+}
+
 /// A stack that is used up has no room for a report, which another thread then writes.
-void report(EXCEPTION_POINTERS* pointers) {
+void report_on_fresh_stack(CrashContext& crash) {
     constexpr DWORD longest_wait_ms = 10'000;
-    if (state.reported.exchange(true)) return;
+    const HANDLE thread = CreateThread(nullptr, 0, call_handler, &crash, 0, nullptr);
+    if (thread == nullptr) return;
+    WaitForSingleObject(thread, longest_wait_ms);
+    CloseHandle(thread);
+}
+
+void report(EXCEPTION_POINTERS* pointers) {
     CrashContext crash{.pointers = pointers, .thread = GetCurrentThreadId()};
-    if (pointers->ExceptionRecord->ExceptionCode != EXCEPTION_STACK_OVERFLOW) {
-        call_handler(&crash);
+    DWORD reporter = 0;
+    if (!state.reporter.compare_exchange_strong(reporter, crash.thread)) {
+        if (reporter != crash.thread) wait_for_dump();
         return;
     }
-    const HANDLE reporter = CreateThread(nullptr, 0, call_handler, &crash, 0, nullptr);
-    if (reporter == nullptr) return;
-    WaitForSingleObject(reporter, longest_wait_ms);
-    CloseHandle(reporter);
+    state.is_writing.store(true);
+    if (pointers->ExceptionRecord->ExceptionCode == EXCEPTION_STACK_OVERFLOW) {
+        report_on_fresh_stack(crash);
+    } else {
+        call_handler(&crash);
+    }
+    state.is_writing.store(false);
+}
+
+/// Calls `use` with the level whose turn it is on this thread; nothing when all were passed.
+template <class Use>
+void pass_on(Use use) {
+    const auto passed = reinterpret_cast<std::uintptr_t>(TlsGetValue(state.passed_slot));
+    if (passed >= state.level_count) return;
+    TlsSetValue(state.passed_slot, reinterpret_cast<void*>(passed + 1));
+    use(state.levels[state.level_count - 1 - passed]);
+    TlsSetValue(state.passed_slot, reinterpret_cast<void*>(passed));
 }
 
 LONG WINAPI on_exception(EXCEPTION_POINTERS* pointers) {
     report(pointers);
-    return state.previous != nullptr ? state.previous(pointers) : EXCEPTION_CONTINUE_SEARCH;
+    LONG answer = EXCEPTION_CONTINUE_SEARCH;
+    pass_on([&](const Level& before) {
+        if (before.filter != nullptr) answer = before.filter(pointers);
+    });
+    return answer;
 }
 
 /// std::abort raises no exception: it is described as one, and goes on ending the process.
@@ -82,17 +130,22 @@ void on_abort(int signal_number) {
     record.ExceptionAddress = reinterpret_cast<void*>(context.Rip);
     EXCEPTION_POINTERS pointers{&record, &context};
     report(&pointers);
-    const auto previous = state.previous_abort;
-    if (previous != SIG_DFL && previous != SIG_IGN && previous != SIG_ERR) previous(signal_number);
+    pass_on([&](const Level& before) {
+        const auto previous = before.on_abort;
+        if (previous != SIG_DFL && previous != SIG_IGN && previous != SIG_ERR) previous(signal_number);
+    });
 }
 
-template <class Function>
-Function find_dump_function(HMODULE library, const char* name) {
-    return library == nullptr ? nullptr
-                              : reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+/// Null when the system has no dump library.
+WriteDumpFunction load_dump_library() {
+    WriteDumpFunction found = state.write_dump.load();
+    if (found != nullptr) return found;
+    const HMODULE library = LoadLibraryW(L"dbghelp.dll");
+    if (library == nullptr) return nullptr;
+    found = reinterpret_cast<WriteDumpFunction>(reinterpret_cast<void*>(GetProcAddress(library, "MiniDumpWriteDump")));
+    state.write_dump.store(found);
+    return found;
 }
-
-using WriteDumpFunction = decltype(&MiniDumpWriteDump);
 
 MINIDUMP_TYPE dump_type(bool full) {
     if (!full) return static_cast<MINIDUMP_TYPE>(MiniDumpNormal | MiniDumpWithThreadInfo);
@@ -139,43 +192,50 @@ void describe_frame(const void* frame, char* out, std::size_t capacity) {
                   static_cast<unsigned long long>(address - reinterpret_cast<std::uintptr_t>(module)));
 }
 
-bool write_dump(const DumpRequest& request) {
-    if (comment_taken.test_and_set()) return false;  // another thread writes one at this moment
-    const HMODULE library = LoadLibraryA("dbghelp.dll");
-    const auto write = find_dump_function<WriteDumpFunction>(library, "MiniDumpWriteDump");
-    bool is_written = false;
-    if (write != nullptr) {
-        const HANDLE file = CreateFileA(request.path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                        FILE_ATTRIBUTE_NORMAL, nullptr);
-        if (file != INVALID_HANDLE_VALUE) {
-            is_written = write_to(file, write, request);
-            CloseHandle(file);
-            if (!is_written) DeleteFileA(request.path);
-        }
+Failure write_dump(const DumpRequest& request) {
+    const WriteDumpFunction write = load_dump_library();
+    if (write == nullptr) return Failure::OTHER;
+    if (comment_taken.test_and_set()) return Failure::IN_USE;  // another thread writes one at this moment
+    Failure failure = Failure::NONE;
+    const HANDLE file =
+        CreateFileA(request.path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        failure = failure_of(GetLastError());
+    } else {
+        if (!write_to(file, write, request)) failure = Failure::OTHER;
+        CloseHandle(file);
+        if (failure != Failure::NONE) DeleteFileA(request.path);
     }
     comment_taken.clear();
-    return is_written;
+    return failure;
 }
 
 const char* dump_ending() { return ".dmp"; }
 
 bool install_crash_handler(CrashHandler handler) {
     CrashHandler none = nullptr;
-    if (handler == nullptr || !state.handler.compare_exchange_strong(none, handler)) return false;
-    state.reported.store(false);
+    if (handler == nullptr || state.level_count == most_levels) return false;
+    if (state.passed_slot == TLS_OUT_OF_INDEXES) state.passed_slot = TlsAlloc();
+    if (load_dump_library() == nullptr || state.passed_slot == TLS_OUT_OF_INDEXES) return false;
+    if (!state.handler.compare_exchange_strong(none, handler)) return false;
+    state.reporter.store(0);
     reserve_stack_for_crash();
-    state.previous = SetUnhandledExceptionFilter(on_exception);
-    state.previous_abort = std::signal(SIGABRT, on_abort);
+    state.levels[state.level_count++] = {SetUnhandledExceptionFilter(on_exception), std::signal(SIGABRT, on_abort)};
     return true;
 }
 
 void remove_crash_handler() {
     if (state.handler.exchange(nullptr) == nullptr) return;
-    // Whoever installed a filter since keeps it: it may call ours, which then does nothing but call the one before.
-    const LPTOP_LEVEL_EXCEPTION_FILTER current = SetUnhandledExceptionFilter(state.previous);
-    if (current != on_exception) SetUnhandledExceptionFilter(current);
-    const auto current_abort = std::signal(SIGABRT, state.previous_abort);
-    if (current_abort != on_abort) std::signal(SIGABRT, current_abort);
+    const Level& before = state.levels[state.level_count - 1];
+    const LPTOP_LEVEL_EXCEPTION_FILTER filter = SetUnhandledExceptionFilter(before.filter);
+    const auto abort_handler = std::signal(SIGABRT, before.on_abort);
+    if (filter == on_exception && abort_handler == on_abort) {
+        --state.level_count;
+        return;
+    }
+    // Whoever installed something since keeps it: it may call ours, which then does nothing but call the one before.
+    SetUnhandledExceptionFilter(filter);
+    std::signal(SIGABRT, abort_handler);
 }
 
 }  // namespace platform

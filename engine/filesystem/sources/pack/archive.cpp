@@ -63,7 +63,8 @@ bool PackArchive::locate(std::uint32_t index) {
         return refuse_entry(EFSError::BAD_FORMAT, "The pack ends before the local header of the entry.");
     const zip::LocalHeader header = zip::read_local_header(bytes);
     if (header.method == EFSPackMethod::ZSTD && !has_zstd())
-        return refuse_entry(EFSError::UNSUPPORTED, "The entry is packed by zstd, which this library was built without.");
+        return refuse_entry(EFSError::UNSUPPORTED,
+                            "The entry is packed by zstd, which this library was built without.");
     // Two threads may both come here; they read the same header and set the same bits.
     std::atomic_ref<std::uint32_t>(entry.state)
         .fetch_or(PackEntry::located | method_bits(header.method) | header.texts_size, std::memory_order_relaxed);
@@ -73,10 +74,10 @@ bool PackArchive::locate(std::uint32_t index) {
 PackedData PackArchive::data_of(std::uint32_t index) {
     PackEntry& entry = table_.entry(index);
     const std::uint32_t state = state_of(entry);
-    PackedData data{.offset = std::uint64_t{entry.header_offset} + zip::local_header_size +
-                              (state & PackEntry::texts_mask),
-                    .packed_size = entry.packed_size,
-                    .size = entry.size};
+    PackedData data{
+        .offset = std::uint64_t{entry.header_offset} + zip::local_header_size + (state & PackEntry::texts_mask),
+        .packed_size = entry.packed_size,
+        .size = entry.size};
     if ((state & PackEntry::stored) != 0) data.method = EFSPackMethod::STORE;
     if ((state & PackEntry::zstd) != 0) data.method = EFSPackMethod::ZSTD;
     return data;

@@ -101,7 +101,8 @@ BlockReader::Step DecodedReader::decode_into(int index) {
 
 void DecodedReader::deliver(int index, std::uint8_t* buffer, std::uint32_t count) {
     if (!buffer) return;
-    std::memcpy(buffer, bytes_.get() + std::size_t{block_size} * static_cast<unsigned>(index) + blocks_[index].read, count);
+    std::memcpy(buffer, bytes_.get() + std::size_t{block_size} * static_cast<unsigned>(index) + blocks_[index].read,
+                count);
 }
 
 /// What was made of zeros is forgotten, so that the next read asks the disk again.
@@ -111,8 +112,7 @@ void DecodedReader::begin_block(int index) {
     const std::uint64_t number = blocks_[index].number;
     if (!checkpoints_ || tainted_ || !checkpoints_->wants(static_cast<std::uint32_t>(number))) return;
     try {
-        EntryCheckpoint checkpoint{.state = decoder_->save(),
-                                   .consumed = loaded_ - static_cast<std::uint32_t>(left_)};
+        EntryCheckpoint checkpoint{.state = decoder_->save(), .consumed = loaded_ - static_cast<std::uint32_t>(left_)};
         if (checkpoint.state) checkpoints_->add(static_cast<std::uint32_t>(number), std::move(checkpoint));
     } catch (const std::bad_alloc&) {  // then a seek will take longer
     }

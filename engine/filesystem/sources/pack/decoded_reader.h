@@ -32,7 +32,7 @@ private:
 
     PackedBytes input_;
     const std::unique_ptr<Decoder> decoder_;
-    const std::unique_ptr<std::uint8_t[]> bytes_;  // of both blocks
+    const std::unique_ptr<std::uint8_t[]> bytes_;    // of both blocks
     std::shared_ptr<EntryCheckpoints> checkpoints_;  // null for an entry that is small or has frames
     ZstdSeekTable frames_;
     const std::uint8_t* next_ = nullptr;  // input that was handed out and not taken yet

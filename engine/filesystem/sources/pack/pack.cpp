@@ -34,7 +34,8 @@ std::optional<std::uint32_t> find(const fs::PackTable& table, const fs::path& p,
         const std::string name = folded(p.FileNameView());
         return whole ? table.find_exact(dir, name) : table.find(dir, name);
     }
-    return whole ? table.find_exact(p.PathNameView(), p.FileNameView()) : table.find(p.PathNameView(), p.FileNameView());
+    return whole ? table.find_exact(p.PathNameView(), p.FileNameView())
+                 : table.find(p.PathNameView(), p.FileNameView());
 }
 
 /// What would not fit into a host's buffers of 260 bytes is not listed, though it can be opened.
@@ -73,7 +74,9 @@ struct CZip_dir::State {
 CZip_dir::CZip_dir() : state_(std::make_unique<State>()) {}
 CZip_dir::~CZip_dir() = default;
 
-void CZip_dir::set_native_spelling(const char* native_path) { state_->native_spelling = native_path ? native_path : ""; }
+void CZip_dir::set_native_spelling(const char* native_path) {
+    state_->native_spelling = native_path ? native_path : "";
+}
 
 bool CZip_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir_listing* listing) {
     clear();
@@ -128,8 +131,7 @@ SFsFile* CZip_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS open_flags) 
     return fs::guarded(p.FileName(), static_cast<SFsFile*>(nullptr), [&]() -> SFsFile* {
         const auto entry = state_->find_entry(p, has(open_flags, FFSOpenFlags::WHOLE_NAME));
         if (!entry || !state_->archive->locate(*entry)) return nullptr;
-        const bool exact =
-            (flags() & FFSAddSourceFlags::EXACT_SEEKS) != 0 || has(open_flags, FFSOpenFlags::SEEKABLE);
+        const bool exact = (flags() & FFSAddSourceFlags::EXACT_SEEKS) != 0 || has(open_flags, FFSOpenFlags::SEEKABLE);
         return new SZipFile(this, state_->archive, *entry, exact);
     });
 }

@@ -25,8 +25,8 @@ Ending find_ending(const PackStore& store) {
         if (tail.size() - at < zip::end_record_size || kernel::load_u32(&tail[at]) != zip::end_signature) continue;
         if (at + zip::end_record_size + kernel::load_u16(&tail[at + 20]) != tail.size()) continue;
         if (at + zip::end_record_size != tail.size()) return Ending::WITH_COMMENT;
-        const bool is_zip64 =
-            at >= zip::zip64_locator_size && kernel::load_u32(&tail[at - zip::zip64_locator_size]) == zip::zip64_locator_signature;
+        const bool is_zip64 = at >= zip::zip64_locator_size &&
+                              kernel::load_u32(&tail[at - zip::zip64_locator_size]) == zip::zip64_locator_signature;
         return is_zip64 ? Ending::ZIP64 : Ending::PLAIN;
     }
     return Ending::MISSING;
@@ -88,8 +88,7 @@ bool refuse_pack(const PackStore& store, std::uint32_t index, std::uint32_t coun
     const Ending ending = find_ending(store);
     if (ending != Ending::PLAIN) return refuse_by_ending(store, ending);
     if (index == 0 && has_bytes_in_front(store))
-        return refuse_file(store, EFSError::UNSUPPORTED,
-                           "zip file with bytes in front that its offsets do not count");
+        return refuse_file(store, EFSError::UNSUPPORTED, "zip file with bytes in front that its offsets do not count");
     return refuse_file(store, EFSError::BAD_FORMAT,
                        "pack whose central directory is damaged at entry " + std::to_string(index + 1) + " of " +
                            std::to_string(count));

@@ -62,8 +62,6 @@ DirectoryWalk::Load DirectoryWalk::load(std::uint32_t size) {
     return filled_ >= size ? Load::DONE : Load::ENDS;
 }
 
-bool DirectoryWalk::fail(Load reason) const {
-    return reason != Load::FAILED && refuse_pack(store_, done_, count());
-}
+bool DirectoryWalk::fail(Load reason) const { return reason != Load::FAILED && refuse_pack(store_, done_, count()); }
 
 }  // namespace fs

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <csignal>
-#include <cstddef>
-
 namespace platform {
 
 /// A stack for signal handlers of the thread that makes it, where the thread has none yet: without one the handler of a

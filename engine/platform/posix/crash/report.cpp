@@ -1,45 +1,74 @@
 // The report, most telling part first, each part written before the next is worked out: if the process is so broken
-// that a later part fails, the earlier ones are on the disk.
+// that a later part fails, the earlier ones are on the disk. Nothing here takes memory or locks. Addresses are written
+// as module and offset, which tools turn into functions and lines (addr2line -e MODULE OFFSET).
 #include "engine/platform/posix/crash/report.h"
 
-#include <execinfo.h>
+#include <cxxabi.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
+#include <unistd.h>
+#include <unwind.h>
 
-#include "engine/platform/posix/crash/context.h"
-#include "engine/platform/posix/crash/maps_reader.h"
-#include "engine/platform/posix/crash/symbols.h"
-#include "engine/platform/posix/crash/text.h"
+#include <charconv>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+
+#include "engine/platform/bounded_text.h"
+#include "engine/platform/linux/crash_facts.h"
+#include "engine/platform/posix/descriptor.h"
+#include "engine/platform/posix/system_error.h"
 
 namespace platform {
 
 namespace {
 
 constexpr int most_frames = 128;
+constexpr int most_registers = 40;
 
-/// The report's file; remembers whether a write failed.
+BoundedText& add_number(BoundedText& out, std::uint64_t value, int base = 10, std::size_t width = 0) {
+    char digits[20];
+    const std::string_view text(digits, std::to_chars(digits, digits + sizeof(digits), value, base).ptr - digits);
+    for (std::size_t i = text.size(); i < width; ++i) out.add('0');
+    return out.add(text);
+}
+BoundedText& add_hex(BoundedText& out, std::uint64_t value, std::size_t width = 0) {
+    return add_number(out.add("0x"), value, 16, width);
+}
+
+/// The report's file; remembers why a write failed.
 class Report {
 public:
-    explicit Report(const char* path) : file_(open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666)) {}
-    ~Report() {
-        if (file_ >= 0) close(file_);
+    explicit Report(const char* path) : file_(open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666)) {
+        if (!file_.valid()) failure_ = failure_of(errno);
     }
-    Report(const Report&) = delete;
-    Report& operator=(const Report&) = delete;
+    bool is_open() const { return file_.valid(); }
+    Failure failure() const { return failure_; }
 
-    bool is_open() const { return file_ >= 0; }
-    bool is_good() const { return good_; }
-    void write(const char* text, std::size_t length) { good_ = write_fully(file_, text, length) && good_; }
-    void write(const char* text) { write(text, std::strlen(text)); }
-    void write(const FixedText& text) { write(text.text(), text.size()); }
+    void write(std::string_view text) {
+        while (!text.empty() && failure_ == Failure::NONE) {
+            const auto done = retry_interrupted([&] { return ::write(file_.number(), text.data(), text.size()); });
+            if (done <= 0) failure_ = done < 0 ? failure_of(errno) : Failure::DISK_FULL;
+            if (done > 0) text.remove_prefix(static_cast<std::size_t>(done));
+        }
+    }
+    void copy(const char* path) {
+        const Descriptor from(open(path, O_RDONLY | O_CLOEXEC));
+        char piece[4096];
+        while (from.valid()) {
+            const auto got = retry_interrupted([&] { return read(from.number(), piece, sizeof(piece)); });
+            if (got <= 0) break;
+            write({piece, static_cast<std::size_t>(got)});
+        }
+    }
 
 private:
-    int file_;
-    bool good_ = true;
+    const Descriptor file_;
+    Failure failure_ = Failure::NONE;
 };
 
-const char* signal_name(int number) {
+std::string_view signal_name(int number) {
     switch (number) {
         case SIGSEGV:
             return "SIGSEGV, an access to memory that is not there";
@@ -62,109 +91,135 @@ const char* signal_name(int number) {
 
 void write_head(Report& report, const CrashContext* crash) {
     char buffer[512];
-    FixedText text(buffer, sizeof(buffer));
+    BoundedText text(buffer);
     if (crash == nullptr) {
         text.add("Report of a running process\n");
     } else {
-        text.add("Crash report\nSignal: ").add_number(static_cast<unsigned>(crash->signal_number)).add(" (");
+        add_number(text.add("Crash report\nSignal: "), static_cast<std::uint64_t>(crash->signal_number)).add(" (");
         text.add(signal_name(crash->signal_number)).add(")\n");
-        text.add("Code: ").add_number(static_cast<std::uint32_t>(crash->info->si_code));
-        text.add("\nAddress: ").add_hex(reinterpret_cast<std::uintptr_t>(crash->info->si_addr)).add("\n");
+        add_number(text.add("Code: "), static_cast<std::uint32_t>(crash->info->si_code));
+        add_hex(text.add("\nAddress: "), reinterpret_cast<std::uintptr_t>(crash->info->si_addr)).add("\n");
     }
-    text.add("Process: ").add_number(static_cast<std::uint64_t>(getpid()));
-    text.add("\nThread: ").add_number(static_cast<std::uint64_t>(syscall(SYS_gettid))).add("\n");
-    report.write(text);
-}
-
-struct RegisterName {
-    const char* name;
-    int index;
-};
-constexpr RegisterName registers[] = {
-    {"rip", REG_RIP}, {"rsp", REG_RSP}, {"rbp", REG_RBP}, {"rax", REG_RAX}, {"rbx", REG_RBX}, {"rcx", REG_RCX},
-    {"rdx", REG_RDX}, {"rsi", REG_RSI}, {"rdi", REG_RDI}, {"r8 ", REG_R8},  {"r9 ", REG_R9},  {"r10", REG_R10},
-    {"r11", REG_R11}, {"r12", REG_R12}, {"r13", REG_R13}, {"r14", REG_R14}, {"r15", REG_R15}, {"efl", REG_EFL},
-};
-
-std::uint64_t register_value(const CrashContext& crash, int index) {
-    return static_cast<std::uint64_t>(crash.context->uc_mcontext.gregs[index]);
+    add_number(text.add("Process: "), static_cast<std::uint64_t>(getpid()));
+    add_number(text.add("\nThread: "), kernel_thread_id()).add("\n");
+    report.write(text.view());
 }
 
 void write_registers(Report& report, const CrashContext& crash) {
+    Register registers[most_registers];
+    const int count = read_registers(crash.context, registers, most_registers);
     report.write("\nRegisters\n");
-    for (const RegisterName& item : registers) {
+    for (int i = 0; i < count; ++i) {
         char buffer[64];
-        report.write(FixedText(buffer, sizeof(buffer))
-                         .add("  ")
-                         .add(item.name)
-                         .add(" ")
-                         .add_hex(register_value(crash, item.index), 16)
-                         .add("\n"));
+        BoundedText text(buffer);
+        text.add("  ").add(registers[i].name).add(registers[i].name.size() == 2 ? "  " : " ");
+        report.write(add_hex(text, registers[i].value, 16).add("\n").view());
     }
 }
 
-void write_frame(Report& report, std::uintptr_t address, bool is_return) {
-    char line[512];
-    describe_address(address, is_return, line, sizeof(line));
-    report.write("  ");
-    report.write(line);
-    report.write("\n");
+void write_frame(Report& report, std::uintptr_t address) {
+    char buffer[128];
+    BoundedText text(buffer);
+    add_hex(text.add("  "), address, 16);
+    if (const Module* const module = find_module(address)) {
+        add_hex(text.add(" ").add(module->name).add("+"), address - module->base);
+    }
+    report.write(text.add("\n").view());
 }
 
 /// Frames of the handler itself stand before the place of the crash; they are left out when that place is found.
-int first_frame_of_interest(void* const* frames, int count, std::uint64_t crashed_at) {
+int first_frame_of_interest(void* const* frames, int count, std::uintptr_t place) {
     for (int i = 0; i < count; ++i) {
-        if (reinterpret_cast<std::uintptr_t>(frames[i]) == crashed_at) return i + 1;
+        if (reinterpret_cast<std::uintptr_t>(frames[i]) == place) return i + 1;
     }
     return 0;
 }
 
 void write_back_trace(Report& report, const CrashContext* crash) {
     report.write("\nBack-trace, innermost first\n");
-    int first = 2;  // this function and its caller
-    const std::uint64_t crashed_at = crash == nullptr ? 0 : register_value(*crash, REG_RIP);
-    if (crash != nullptr) write_frame(report, crashed_at, false);
     void* frames[most_frames];
-    const int count = backtrace(frames, most_frames);
-    if (crash != nullptr) first = first_frame_of_interest(frames, count, crashed_at);
-    for (int i = first; i < count; ++i) write_frame(report, reinterpret_cast<std::uintptr_t>(frames[i]), true);
-}
-
-void write_modules(Report& report, bool full) {
-    report.write(full ? "\nMappings\n" : "\nModules\n");
-    MapsReader maps;
-    Mapping mapping;
-    while (maps.next(mapping)) {
-        if (!full && (!mapping.is_executable || mapping.path[0] != '/')) continue;
-        report.write("  ");
-        report.write(maps.line());
-        report.write("\n");
+    const int count = capture_stack(frames, most_frames, 1);
+    int first = 0;
+    if (crash != nullptr) {
+        const std::uintptr_t place = crashed_at(crash->context);
+        write_frame(report, place);
+        first = first_frame_of_interest(frames, count, place);
     }
+    for (int i = first; i < count; ++i) write_frame(report, reinterpret_cast<std::uintptr_t>(frames[i]));
 }
 
 void write_log(Report& report, const DumpRequest& request) {
     if (request.write_log == nullptr) return;
     report.write("\nLast log lines\n");
     request.write_log(
-        [](const char* text, std::size_t length, void* user) { static_cast<Report*>(user)->write(text, length); },
+        [](const char* text, std::size_t length, void* user) {
+            static_cast<Report*>(user)->write({text, length});
+        },
         &report);
     report.write("\n");
 }
 
+struct Walk {
+    void** frames;
+    int capacity;
+    int skip;
+    int count = 0;
+};
+
+_Unwind_Reason_Code take_frame(_Unwind_Context* context, void* user) {
+    Walk& walk = *static_cast<Walk*>(user);
+    if (walk.count == walk.capacity) return _URC_END_OF_STACK;
+    const std::uintptr_t address = _Unwind_GetIP(context);
+    if (address != 0 && walk.skip-- <= 0) walk.frames[walk.count++] = reinterpret_cast<void*>(address);
+    return _URC_NO_REASON;
+}
+
 }  // namespace
 
-bool write_report(const DumpRequest& request) {
+[[gnu::noinline]] int capture_stack(void** frames, int capacity, int skip) {
+    Walk walk{.frames = frames, .capacity = capacity, .skip = skip + 1};
+    _Unwind_Backtrace(take_frame, &walk);
+    return walk.count;
+}
+
+void describe_frame(const void* frame, char* out, std::size_t capacity) {
+    const auto address = reinterpret_cast<std::uintptr_t>(frame);
+    BoundedText text(out, capacity);
+    add_hex(text, address, 16);
+    Dl_info info{};
+    if (dladdr(frame, &info) == 0 || info.dli_fname == nullptr) return;
+    const std::string_view path = info.dli_fname;
+    text.add(" ").add(path.substr(path.rfind('/') + 1));
+    add_hex(text.add("+"), address - reinterpret_cast<std::uintptr_t>(info.dli_fbase));
+    if (info.dli_sname == nullptr) return;
+    const std::unique_ptr<char, decltype(&std::free)> readable(
+        abi::__cxa_demangle(info.dli_sname, nullptr, nullptr, nullptr), std::free);
+    text.add(" (").add(readable ? readable.get() : info.dli_sname);
+    add_hex(text.add("+"), address - reinterpret_cast<std::uintptr_t>(info.dli_saddr)).add(")");
+}
+
+void prepare_reports() {
+    note_modules();
+    void* frame = nullptr;
+    capture_stack(&frame, 1, 0);
+}
+
+Failure write_dump(const DumpRequest& request) {
+    if (request.crash == nullptr) prepare_reports();
     Report report(request.path);
-    if (!report.is_open()) return false;
+    if (!report.is_open()) return report.failure();
     write_head(report, request.crash);
     if (request.crash != nullptr) write_registers(report, *request.crash);
     write_back_trace(report, request.crash);
-    write_modules(report, request.full);
+    report.write("\nMappings\n");
+    report.copy(mappings_file);
     write_log(report, request);
     report.write("\nEnd of report\n");
     // Half a report of a crash is better than none; half a report of a healthy process is not.
-    if (!report.is_good() && request.crash == nullptr) unlink(request.path);
-    return report.is_good();
+    if (report.failure() != Failure::NONE && request.crash == nullptr) unlink(request.path);
+    return report.failure();
 }
+
+const char* dump_ending() { return ".txt"; }
 
 }  // namespace platform

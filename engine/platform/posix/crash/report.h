@@ -1,10 +1,18 @@
 #pragma once
 
+#include <signal.h>
+
 #include "engine/platform/crash.h"
 
 namespace platform {
 
-/// Writes the readable report. Uses system calls alone.
-bool write_report(const DumpRequest& request);
+struct CrashContext {
+    int signal_number = 0;
+    const siginfo_t* info = nullptr;
+    const void* context = nullptr;  // ucontext_t
+};
+
+/// Done when the handler is installed, since a broken process can neither ask the loader nor load the unwinder.
+void prepare_reports();
 
 }  // namespace platform

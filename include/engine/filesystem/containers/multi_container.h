@@ -39,7 +39,8 @@ public:
     CFileHashMultiContainer& operator=(const CFileHashMultiContainer&) = delete;
     ~CFileHashMultiContainer();  // closes; what was not saved is lost
 
-    /// Opens an existing file. Reads its index, not its blobs.
+    /// Opens an existing file, and never makes one; closes what was open, whatever comes of it. Reads the index, not the
+    /// blobs. What is open stays what it is when its name comes to mean another file.
     bool Open(const char* path, bool writable);
     /// Makes an empty file, in place of one that is there, and opens it for writing.
     bool Create(const char* path);
@@ -71,8 +72,9 @@ public:
 
     /// Makes all changes permanent at once. Nothing to do (true) without changes.
     bool Save();
-    /// Saves, and writes the file anew without what was replaced or removed. Needs a source over the disk. The old file
-    /// stays until the new one is whole.
+    /// Saves, and writes the file anew without what was replaced or removed. Needs a source over the disk (else
+    /// UNSUPPORTED). The old file stays until the new one is whole. Closed after a failure only where the disk does not let
+    /// the file be opened again.
     bool Compact();
     /// Checks the structure's bounds and every blob's checksum. Appends a line for everything that is wrong; true when
     /// nothing is.

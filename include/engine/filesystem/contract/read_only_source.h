@@ -25,8 +25,8 @@ public:
     void full_path(fs::path& out, const fs::path& p) override;
     /// `p` itself when it exists, else empty.
     void root_path(fs::path& out, const fs::path& p) override;
-    std::int64_t write_time(const fs::path& p) override;  // -1
-    bool read_only(const fs::path& p) override;           // true
+    std::int64_t write_time(const fs::path& p) override;                            // -1
+    bool read_only(const fs::path& p) override;                                     // true
     FS_NAME* get_file_list(const char* dir, const char* mask, bool flag) override;  // null, as the two below
     FS_NAME* search_substring(const char* text) override;
     fs::dir* dir_tree() override;

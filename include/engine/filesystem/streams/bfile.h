@@ -12,9 +12,9 @@ namespace fs {
 /// order and at any place; length and position count what is still pending.
 ///
 /// Modes    as for every open: APPEND must exist and starts at the end, WRITE truncates. Gzip flags are refused.
-/// Failure  bytes that could not be written stay pending and are tried again; the call that needed the room returns
-/// what
-///          it took, or all bits set when that is nothing. failed() tells the same, also after close.
+/// Failure  bytes that could not be written stay pending and are tried again; the call that needed the room returns what
+///          it took, or all bits set when that is nothing. failed() tells the same, also after close. A read or write that
+///          fails always sets fs::last_error; the end of the file never does.
 class ENGINE_FS_API bfile_win32 : public ifile {
 public:
     static constexpr std::uint32_t default_buffer_size = 64 * 1024;
@@ -49,7 +49,7 @@ private:
 
     static constexpr std::uint64_t window_filled = UINT64_MAX - 1;
 
-    void start(const char* name, EFSMode::TYPE mode);
+    bool start(EFSMode::TYPE mode);
     void release();
     void move_window(std::uint64_t base);
     std::uint64_t write_native(const std::uint8_t* data, std::uint64_t size, std::uint64_t offset);

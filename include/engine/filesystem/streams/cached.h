@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include <engine/filesystem/api.h>
+#include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/streams/file.h>
 
 namespace fs {
@@ -14,7 +15,8 @@ namespace fs {
 /// Reads an open file in blocks of `buffer_size` bytes into memory aligned for unbuffered handles. READ only.
 ///
 /// The next block is fetched as soon as one is used up, never past the length that the file had when it was opened. A
-/// block that cannot be read makes the read that needs it return what it got before, or all bits set.
+/// block that cannot be read makes the read that needs it return what it got before, or all bits set; either way
+/// fs::last_error says why, and the end of the file never sets it.
 class ENGINE_FS_API cachedrdfile : public file {
 public:
     explicit cachedrdfile(unsigned buffer_size);
@@ -55,7 +57,8 @@ private:
 };
 
 /// Collects what is written and hands it to the file each time `buffer_size` bytes are there, and at close. No seeking.
-/// Results of the file's writes are not looked at.
+/// `write` always takes everything. When the file did not, fs::last_error says so at once and again after close: it
+/// is DISK_FULL when the disk is.
 class ENGINE_FS_API cachedwrnoseekfile : public file {
 public:
     explicit cachedwrnoseekfile(unsigned buffer_size);
@@ -81,10 +84,12 @@ private:
     std::uint8_t* buffer_ = nullptr;
     std::uint32_t buffer_size_;
     std::uint32_t used_ = 0;
+    EFSError::TYPE lost_ = EFSError::NONE;  // why bytes could not be handed over
 };
 
 /// Keeps all that is written in memory and hands it to the file in one piece at close: the file then ends at the
-/// position, so bytes behind a position that was moved back are dropped, on purpose.
+/// position, so bytes behind a position that was moved back are dropped, on purpose. When the file does not take it all,
+/// close leaves the reason in fs::last_error.
 ///
 /// The image grows by `grow_step` bytes at a time; END counts from its capacity, not from what was written. A write
 /// outside the image is refused.

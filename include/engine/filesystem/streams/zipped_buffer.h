@@ -12,9 +12,8 @@ namespace fs {
 ///
 /// Zipped   one direction for the life of the member. Reading seeks both ways (backwards by starting afresh), writing
 ///          forwards only, filling with zeros; END is refused; tell() counts plain bytes and length() raw ones.
-/// Errors   a damaged or truncated member, or a storage that fails: reads give 0, tell() all bits set, seeks false,
-/// until
-///          the member is opened again.
+/// Errors   a damaged or truncated member, or a storage that fails: reads give 0, tell() all bits set, seeks false, until
+///          the member is opened again. Each such call sets fs::last_error; the end of a good member never does.
 /// Close    close() writes what is pending and the trailer. Destruction frees memory and writes nothing, since the
 ///          storage may be gone by then.
 class ENGINE_FS_API izipped_buffer_file : public ifile {
@@ -40,7 +39,8 @@ public:
     /// READ or WRITE only. With `zip` a header is read or written at once; when that fails the stream is left plain, at
     /// position 0.
     virtual bool init(EFSMode::TYPE mode, bool zip);
-    /// Writes what is pending and the trailer, once. False when not zipped.
+    /// Writes what is pending and the trailer, once. False when not zipped. True also when the storage does not take it
+    /// all: fs::last_error then tells, after close too.
     virtual bool finish();
     /// The raw position of a zipped stream, 0 before its member is begun; length() of a plain one.
     virtual std::uint64_t length_zipped();
@@ -88,6 +88,7 @@ private:
     void skip_bytes(std::uint32_t count);
     void skip_text();
     bool write_pending();
+    bool store(const unsigned char* data, std::uint32_t size);
     std::int64_t seek_writing(std::int64_t offset, EFSSeek::TYPE origin);
     std::int64_t seek_reading(std::int64_t offset, EFSSeek::TYPE origin);
 

@@ -1,0 +1,203 @@
+// How a multi-container file is read and saved.
+//
+// Nothing that a commit record points to is ever written over: blobs and indexes go behind the committed end, and the
+// record of the new state goes into the place of the older of the two. The writes reach the disk in their order, so a
+// file cut off anywhere still has the record before, whole, and everything that it points to.
+
+#include "engine/filesystem/containers/multi_file.h"
+
+#include <cstring>
+#include <utility>
+
+#include <zlib.h>
+
+#include <engine/filesystem/access/manage.h>
+#include <engine/filesystem/access/open.h>
+
+#include "engine/filesystem/contract/set_error.h"
+
+namespace container {
+
+bool MultiFile::Fail(EFSError::TYPE code, const char* text) const { return fs::refuse(code, path_.c_str(), text); }
+
+std::unique_ptr<MultiFile> MultiFile::Open(const char* path, bool writable) {
+    std::unique_ptr<MultiFile> opened = writable ? OpenInPlace(path) : nullptr;
+    if (!writable) {
+        opened.reset(new MultiFile(path));
+        opened->file_.Use(FilePtr(fs::open(path, EFSMode::READ)), false);
+        if (!opened->file_.IsOpen()) return nullptr;
+    }
+    return opened != nullptr && opened->Load() ? std::move(opened) : nullptr;
+}
+
+std::unique_ptr<MultiFile> MultiFile::OpenInPlace(const char* path) {
+    std::unique_ptr<MultiFile> opened(new MultiFile(path));
+    FilePtr file = open_in_place(path, opened->native_);
+    if (file == nullptr) return nullptr;
+    opened->file_.Use(std::move(file), true);
+    return opened;
+}
+
+/// Reads the first data_offset bytes. `newest` is nothing when they are no container's or both records are damaged; false
+/// when they cannot be read.
+bool MultiFile::ReadHead(unsigned char* head, std::optional<Commit>& newest) const {
+    const std::uint64_t length = file_.Length();
+    if (length == ~std::uint64_t{0}) return Fail(EFSError::IO, "The length of the multi-container is not known.");
+    if (length < data_offset) return true;
+    if (!file_.Read(head, data_offset, 0)) return false;
+    if (std::memcmp(head, magic.data(), magic.size()) == 0) newest = newest_commit(head);
+    return true;
+}
+
+bool MultiFile::Load() {
+    unsigned char head[data_offset];
+    std::optional<Commit> newest;
+    if (!ReadHead(head, newest)) return false;
+    if (!newest) return Fail(EFSError::BAD_FORMAT, "The file is no multi-container, or both its records are damaged.");
+    if (!newest->is_inside(file_.Length())) return Fail(EFSError::BAD_FORMAT, "The multi-container has lost its end.");
+    IndexBytes bytes(new unsigned char[newest->index_size]);
+    if (!file_.Read(bytes.get(), newest->index_size, newest->index_offset)) return false;
+    if (!index_.Load(std::move(bytes), *newest))
+        return Fail(EFSError::BAD_FORMAT, "The multi-container's directory is damaged.");
+    commit_ = *newest;
+    file_.SetEnd(commit_.end());
+    return true;
+}
+
+std::unique_ptr<MultiFile> MultiFile::Create(const char* path) {
+    const bool is_new = !fs::exists(path);
+    if (is_new &&
+        FilePtr(fs::open(path, EFSMode::READ_WRITE, FFSOpenFlags::CREATE | FFSOpenFlags::WRITE_THROUGH)) == nullptr)
+        return nullptr;
+    // Opened by the same steps as one that is there: what answers true is what reading the name finds.
+    std::unique_ptr<MultiFile> made = OpenInPlace(path);
+    if (made != nullptr && made->Empty()) return made;
+    made.reset();
+    const fs::ErrorKeeper keeper;
+    if (is_new) fs::rem_file(path);
+    return nullptr;
+}
+
+/// Makes an open file an empty container. Where it is one already a single record does it, so that it stays as it was
+/// until then.
+bool MultiFile::Empty() {
+    unsigned char head[data_offset] = {};
+    std::optional<Commit> newest;
+    if (!ReadHead(head, newest)) return false;
+    commit_ = Commit{.sequence = newest ? newest->sequence + 1 : 1,
+                     .index_offset = data_offset,
+                     .directory_checksum = checksum(nullptr, 0)};
+    const CommitBytes record = encode(commit_);
+    if (newest) {
+        if (!file_.WriteAt(record.data(), record.size(), commit_.place())) return false;
+    } else {
+        std::memset(head, 0, sizeof head);
+        std::memcpy(head, magic.data(), magic.size());
+        std::memcpy(head + commit_.place(), record.data(), record.size());
+        if (!file_.WriteAt(head, sizeof head, 0)) return false;
+    }
+    file_.SetEnd(data_offset);
+    file_.CutAtEnd();
+    return true;
+}
+
+bool MultiFile::IsWritable() const {
+    return file_.IsWritable() || Fail(EFSError::READ_ONLY, "The multi-container is not open for writing.");
+}
+
+const Container* MultiFile::FindSound(std::string_view name) const {
+    const Container* const found = index_.Find(name);
+    if (found == nullptr) {
+        Fail(EFSError::NOT_FOUND, "The multi-container has no container of this name.");
+        return nullptr;
+    }
+    if (found->IsSound()) return found;
+    Fail(EFSError::BAD_FORMAT, "The index of the container is damaged.");
+    return nullptr;
+}
+
+std::optional<Entry> MultiFile::FindBlob(std::string_view name, std::uint32_t hash) const {
+    const Container* const found = FindSound(name);
+    if (found == nullptr) return std::nullopt;
+    std::optional<Entry> entry = found->Find(hash);
+    if (!entry) Fail(EFSError::NOT_FOUND, "The container has no blob of this hash.");
+    return entry;
+}
+
+bool MultiFile::ReadBlob(const Entry& entry, unsigned char* out) const {
+    const std::unique_ptr<unsigned char[]> packed(entry.deflated ? new unsigned char[entry.stored_size] : nullptr);
+    unsigned char* const stored = entry.deflated ? packed.get() : out;
+    if (!file_.Read(stored, entry.stored_size, entry.offset)) return false;
+    if (checksum(stored, entry.stored_size) != entry.checksum)
+        return Fail(EFSError::BAD_FORMAT, "A blob's checksum is wrong.");
+    if (!entry.deflated) return true;
+    uLongf size = entry.size;
+    const int result = uncompress(out, &size, stored, entry.stored_size);
+    if (result == Z_MEM_ERROR) return Fail(EFSError::OUT_OF_MEMORY, "There is no memory for decoding a blob.");
+    return (result == Z_OK && size == entry.size) || Fail(EFSError::BAD_FORMAT, "A deflated blob cannot be decoded.");
+}
+
+bool MultiFile::Count(SMultiContainerStats& stats) const {
+    const std::optional<std::vector<Part>> parts = Parts();
+    if (!parts) return false;
+    stats = {.containers = parts->size()};
+    for (const Part& part : *parts) {
+        stats.blobs += part.blobs.size();
+        for (const Blob& blob : part.blobs) stats.live_bytes += blob.entry.stored_size;
+    }
+    const std::uint64_t needed = data_offset + stats.live_bytes + commit_.index_size;
+    stats.wasted_bytes = file_.End() > needed ? file_.End() - needed : 0;
+    return true;
+}
+
+bool MultiFile::Put(std::string_view name, std::uint32_t hash, Entry entry, const void* stored) {
+    const Container* const known = index_.Find(name);
+    if (known != nullptr && !known->IsSound())
+        return Fail(EFSError::BAD_FORMAT, "The index of the container is damaged.");
+    if (!file_.Append(stored, entry.stored_size)) return false;
+    entry.offset = file_.End() - entry.stored_size;
+    index_.Put(name, hash, entry);
+    is_changed_ = true;
+    return true;
+}
+
+bool MultiFile::Remove(std::string_view name, std::uint32_t hash) {
+    if (!FindBlob(name, hash)) return false;
+    index_.RemoveBlob(name, hash);
+    is_changed_ = true;
+    return true;
+}
+
+bool MultiFile::RemoveContainer(std::string_view name) {
+    if (!index_.Remove(name)) return Fail(EFSError::NOT_FOUND, "The multi-container has no container of this name.");
+    is_changed_ = true;
+    return true;
+}
+
+/// Saving a damaged container would give it a good checksum.
+std::optional<std::vector<Part>> MultiFile::Parts() const {
+    std::optional<std::vector<Part>> parts = index_.Parts();
+    if (!parts) Fail(EFSError::BAD_FORMAT, "A container of the file is damaged.");
+    return parts;
+}
+
+bool MultiFile::Save() {
+    if (!is_changed_) return true;
+    const std::optional<std::vector<Part>> parts = Parts();
+    if (!parts || !file_.Flush() || WriteIndex(*parts) == nullptr) return false;
+    is_changed_ = false;
+    return true;
+}
+
+IndexBytes MultiFile::WriteIndex(const std::vector<Part>& parts) {
+    Commit next{.sequence = commit_.sequence + 1, .index_offset = file_.End()};
+    IndexBytes bytes = container::encode(parts, next);
+    const CommitBytes record = encode(next);
+    if (!file_.AppendAtOnce(bytes.get(), next.index_size)) return nullptr;
+    // From here on the end lies behind the index: a record whose writing fails may be on the disk all the same.
+    if (!file_.WriteAt(record.data(), record.size(), next.place())) return nullptr;
+    commit_ = next;
+    return bytes;
+}
+
+}  // namespace container

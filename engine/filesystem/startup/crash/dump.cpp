@@ -1,0 +1,157 @@
+// Dumps go straight to the disk, past the virtual file system: they are written when nothing can be relied on. What a
+// crash handler needs is therefore worked out beforehand and kept in fixed buffers.
+#include "engine/filesystem/startup/crash/dump.h"
+
+#include <mutex>
+#include <string>
+
+#include <engine/filesystem/registry.h>
+#include <engine/filesystem/startup/crash.h>
+
+#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/log/message.h"
+#include "engine/filesystem/log/recent.h"
+#include "engine/filesystem/startup/crash/name.h"
+#include "engine/platform/clock.h"
+#include "engine/platform/crash.h"
+#include "engine/platform/directories.h"
+#include "engine/platform/files.h"
+
+namespace {
+
+using kernel::BoundedText;
+using platform::path_buffer_size;
+
+constexpr MessageSource source{"Crash", "engine/filesystem/kernelimports"};
+
+struct DumpState {
+    std::mutex lock;  // guards what follows; a handler reads `directory` and `local_offset` without it
+    char log_directory[path_buffer_size] = "";
+    // Written before the handler is there.
+    char directory[path_buffer_size] = "";
+    std::int64_t local_offset = 0;  // what local time is ahead of universal time
+};
+constinit DumpState state;
+
+std::int64_t local_offset_now() {
+    const std::int64_t now = platform::now_utc();
+    return platform::utc_to_local(now) - now;
+}
+
+platform::CalendarTime local_time(std::int64_t offset) { return platform::to_calendar(platform::now_utc() + offset); }
+
+/// Makes each directory of a path that ends in "/".
+void make_directories(const std::string& path) {
+    for (std::size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
+        platform::create_directory(path.substr(0, slash).c_str());
+    }
+}
+
+std::string log_directory() {
+    const std::lock_guard guard(state.lock);
+    return state.log_directory;
+}
+
+/// The directory for dumps, made when it is missing: the log file's, else the one where a log file would be.
+std::string dump_directory() {
+    std::string directory = log_directory();
+    if (directory.empty()) {
+        directory = fs::is_initialized() ? fs::write_path() : "";
+        directory += crash::log_folder;
+    }
+    make_directories(directory);
+    char spelled[path_buffer_size];
+    return platform::resolve_case(directory.c_str(), spelled) ? spelled : directory;
+}
+
+/// Writes a dump under a name that nobody has. The next millisecond comes well within these attempts.
+platform::Failure write_stamped(std::string_view directory, std::int64_t local_offset, platform::DumpRequest request,
+                                char (&path)[path_buffer_size]) {
+    constexpr int most_attempts = 1000;
+    request.path = path;
+    for (int attempt = 0; attempt < most_attempts; ++attempt) {
+        char name[64];
+        BoundedText stamped(name);
+        crash::add_stamped_name(stamped, local_time(local_offset), platform::dump_ending());
+        BoundedText whole(path);
+        whole.add(directory);
+        attempt == 0 ? static_cast<void>(whole.add(stamped.view())) : crash::add_with_process(whole, stamped.view());
+        if (whole.is_cut()) return platform::Failure::PATH_TOO_LONG;
+        const platform::Failure failure = platform::write_dump(request);
+        if (failure != platform::Failure::ALREADY_EXISTS) return failure;
+    }
+    return platform::Failure::ALREADY_EXISTS;
+}
+
+platform::Failure write_named(const char* native_path, platform::DumpRequest request, char (&path)[path_buffer_size]) {
+    BoundedText whole(path);
+    if (whole.add(native_path).is_cut()) return platform::Failure::PATH_TOO_LONG;
+    request.path = path;
+    return platform::write_dump(request);
+}
+
+bool write(const char* native_path, bool full) {
+    return fs::guarded(native_path, false, [&] {
+        const platform::DumpRequest request{.full = full, .crash = nullptr, .write_log = logging::write_recent_lines};
+        char path[path_buffer_size] = "";
+        const platform::Failure failure = native_path != nullptr
+                                              ? write_named(native_path, request, path)
+                                              : write_stamped(dump_directory(), local_offset_now(), request, path);
+        if (failure == platform::Failure::NONE) {
+            log_message(source, Log::ELevel::INFO, __LINE__, "The process is described in '%s'.\n", path);
+            return true;
+        }
+        log_message(source, Log::ELevel::ERRR, __LINE__, "Cannot describe the process in '%s'.\n", path);
+        return fs::refuse(fs::error_from_platform(failure), path, "The dump could not be written there.");
+    });
+}
+
+/// Runs in a broken process: no memory, no locks, no library that may have either.
+void on_crash(const platform::CrashContext* context) {
+    char path[path_buffer_size];
+    write_stamped(state.directory, state.local_offset,
+                  {.full = false, .crash = context, .write_log = logging::write_recent_lines}, path);
+}
+
+bool catch_exceptions(const std::string& directory) {
+    const std::lock_guard guard(state.lock);
+    platform::remove_crash_handler();
+    if (BoundedText(state.directory).add(directory).is_cut()) {
+        return fs::refuse(EFSError::INVALID_NAME, directory.c_str(), "The directory for dumps has too long a name.");
+    }
+    state.local_offset = local_offset_now();
+    if (platform::install_crash_handler(on_crash)) return true;
+    return fs::refuse(EFSError::UNSUPPORTED, directory.c_str(), "The system installs no handler of crashes.");
+}
+
+}  // namespace
+
+namespace crash {
+
+void set_log_directory(const char* directory) {
+    const std::lock_guard guard(state.lock);
+    BoundedText(state.log_directory).add(directory);
+}
+
+}  // namespace crash
+
+fs::string CreateDumpFilename() {
+    return fs::guarded(nullptr, fs::string(), [] {
+        char name[64];
+        BoundedText text(name);
+        crash::add_stamped_name(text.add(crash::log_folder), platform::now_local(), platform::dump_ending());
+        return fs::string(name);
+    });
+}
+
+bool GenerateDump(const char* native_path) { return write(native_path, false); }
+bool WriteFullDump(const char* native_path) { return write(native_path, true); }
+
+bool CrashCatchExceptions(bool on) {
+    return fs::guarded(nullptr, false, [on] {
+        if (on) return catch_exceptions(dump_directory());
+        const std::lock_guard guard(state.lock);
+        platform::remove_crash_handler();
+        return true;
+    });
+}

@@ -1,0 +1,152 @@
+// The log file. It is a file of the virtual file system, written without a buffer of ours: when a message's call
+// returns, the system has its line. It is written at its end, wherever that is, so that processes that share it after a
+// fork do not write over each other. The lock makes two threads' lines come one after the other whatever kind of handle
+// it is, and lets the file be closed while others log.
+#include "engine/filesystem/startup/log/file.h"
+
+#include <atomic>
+#include <mutex>
+#include <string_view>
+
+#include <engine/filesystem/access.h>
+#include <engine/filesystem/contract.h>
+#include <engine/filesystem/registry.h>
+
+#include "engine/filesystem/contract/file_ptr.h"
+#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/log/hooks.h"
+#include "engine/filesystem/startup/crash/dump.h"
+#include "engine/platform/files.h"
+
+namespace crash {
+
+namespace {
+
+struct LogFile {
+    std::mutex lock;          // guards what follows but `is_open`, and all names until it is set
+    SFsFile* file = nullptr;  // owned
+    bool is_ours = false;     // made by this process, hence ours to remove
+    bool at_line_start = true;
+    bool lost_output = false;  // since the last that was written
+    std::string virtual_name;
+    std::string native_path;  // remembered, since the file system may be gone when the file is closed
+    std::string name;
+    std::atomic<bool> is_open{false};
+};
+
+LogFile& log_file() {
+    static LogFile& instance = *new LogFile;  // never destroyed: the last messages come late
+    return instance;
+}
+
+// Writing may itself log (a failure, say); such a message must not wait for the file that its own thread is writing.
+thread_local bool is_writing = false;
+
+class FileLock {
+public:
+    explicit FileLock(LogFile& log) : guard_(log.lock) { is_writing = true; }
+    ~FileLock() { is_writing = false; }
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+
+private:
+    const std::lock_guard<std::mutex> guard_;
+};
+
+/// False when not all of it was written.
+bool put(LogFile& log, std::string_view text) {
+    const std::uint64_t written = fs::write(log.file, text.data(), text.size());
+    if (written != 0 && written <= text.size()) log.at_line_start = text[written - 1] == '\n';
+    log.lost_output = written != text.size();
+    return !log.lost_output;
+}
+
+void write_line(const char* text, std::size_t length) {
+    if (is_writing) return;
+    const fs::ErrorKeeper keeper;
+    LogFile& log = log_file();
+    const FileLock lock(log);
+    if (log.file == nullptr) return;
+    // What a full disk cut off must not run into the next line.
+    const bool needs_line_end = log.lost_output && !log.at_line_start && text[0] != '\r';
+    if (!needs_line_end || put(log, "\r\n")) put(log, {text, length});
+}
+
+bool is_file_on_disk(const std::string& native_path) {
+    const auto attributes = platform::get_attributes(native_path.c_str());
+    return attributes && !attributes->is_directory;
+}
+
+bool is_empty_file(const std::string& native_path) {
+    const auto attributes = platform::get_attributes(native_path.c_str());
+    return attributes && !attributes->is_directory && attributes->size == 0;
+}
+
+/// Made, or emptied, and then opened for writing at its end alone; a source that cannot append writes it from its start.
+SFsFile* open_appending(const char* name) {
+    SFsFile* const made = fs::open(name, EFSMode::WRITE, FFSOpenFlags::CREATE);
+    if (made == nullptr) return nullptr;
+    fs::close(made);
+    if (SFsFile* const file = fs::open(name, EFSMode::APPEND)) return file;
+    return fs::open(name, EFSMode::WRITE, FFSOpenFlags::CREATE);
+}
+
+/// Through the file management, so that the source forgets the file too; straight from the disk once the file system
+/// is gone, or when the name means another file by now.
+void remove_empty_file(const LogFile& log) {
+    if (log.native_path.empty()) return;
+    if (fs::is_initialized() && fs::full_path(log.virtual_name.c_str()) == log.native_path)
+        fs::rem_file(log.virtual_name.c_str());
+    if (is_empty_file(log.native_path)) platform::remove_file(log.native_path.c_str());
+}
+
+}  // namespace
+
+Opened open_log_file(const std::string& name, bool must_be_new) {
+    const fs::ErrorKeeper keeper;
+    // Files that another process made are on the disk alone, not in the source's table.
+    const std::string on_disk = fs::is_full_path(name.c_str()) ? name : fs::write_path() + name;
+    const bool existed = is_file_on_disk(on_disk) || fs::exists(name.c_str());
+    if (existed && must_be_new) return Opened::TAKEN;
+    fs::FilePtr file(open_appending(name.c_str()));
+    if (file == nullptr) return is_file_on_disk(on_disk) ? Opened::TAKEN : Opened::NO;
+    std::string virtual_name = name;
+    std::string shown_name = fs::file_name(file.get());
+    std::string native_path = fs::full_path(name.c_str());
+    set_log_directory(native_path.substr(0, native_path.rfind('/') + 1).c_str());
+    LogFile& log = log_file();
+    {
+        const FileLock lock(log);
+        log.file = file.release();
+        log.is_ours = !existed;
+        log.virtual_name.swap(virtual_name);
+        log.name.swap(shown_name);
+        log.native_path.swap(native_path);
+    }
+    log.is_open.store(true, std::memory_order_release);
+    logging::start_up_values().write_to_file.store(write_line, std::memory_order_release);
+    return Opened::YES;
+}
+
+void close_log_file() {
+    logging::start_up_values().write_to_file.store(nullptr, std::memory_order_release);
+    LogFile& log = log_file();
+    log.is_open.store(false, std::memory_order_release);
+    const fs::ErrorKeeper keeper;
+    SFsFile* file = nullptr;
+    {
+        const FileLock lock(log);
+        std::swap(file, log.file);
+    }
+    if (file == nullptr) return;
+    const bool is_empty = fs::length(file) == 0;
+    fs::close(file);
+    if (is_empty && log.is_ours) remove_empty_file(log);
+}
+
+const char* log_file_name() {
+    const LogFile& log = log_file();
+    return log.is_open.load(std::memory_order_acquire) ? log.name.c_str() : nullptr;
+}
+
+}  // namespace crash

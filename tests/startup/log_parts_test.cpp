@@ -1,0 +1,142 @@
+#include <engine/filesystem/startup/crash.h>
+
+#include "engine/filesystem/log/levels.h"
+#include "engine/filesystem/startup/crash/name.h"
+#include "engine/filesystem/startup/log/config.h"
+#include "engine/filesystem/startup/log/switches.h"
+#include "engine/platform/process.h"
+#include "tests/log/log_fixture.h"
+
+namespace {
+
+TEST(LogSwitches, CountOnlyAsWordsBehindAMarker) {
+    const std::pair<const char*, bool> cases[] = {
+        {"game -silent", true},          {"game --silent", true},
+        {"game /SILENT x", true},        {"-silent", true},
+        {"game\t-Silent\tx", true},      {"game -silentx -silent", true},
+        {"game x-silent -silent", true}, {"game -silentx", false},
+        {"game x-silent", false},        {"game silent", false},
+        {"game ---silent", false},       {"game //silent", false},
+        {"game x--silent", false},       {"game -silent=1", false},
+        {"game - silent", false},        {"", false},
+        {"game -silen", false},          {"game -/silent", false},
+    };
+    for (const auto& [line, expected] : cases) EXPECT_EQ(crash::has_switch(line, "silent"), expected) << line;
+}
+
+TEST(LogSwitches, OptionsHaveShortValuesUpToTheNextBlank) {
+    const std::string longest(259, 'a');
+    const std::pair<std::string, std::string> cases[] = {
+        {"game -logfile=a/b.log x", "a/b.log"},
+        {"game --LogFile=A\tB", "A\tB"},
+        {"/logfile=x", "x"},
+        {"game -logfile= -logfile=x", "x"},
+        {"game xlogfile=a -logfile=b", "b"},
+        {"game logfile=a", "none"},
+        {"game -logfile=" + longest, longest},
+        {"game -logfile=a" + longest, "none"},
+        {"game -logfile=a" + longest + " -logfile=b", "b"},
+        {"game -logfile=", "none"},
+    };
+    for (const auto& [line, expected] : cases) {
+        EXPECT_EQ(crash::option_value(line, "logfile=").value_or("none"), expected) << line;
+    }
+}
+
+TEST(LogConfiguration, LevelNamesAreDecodedByTheirLetters) {
+    const std::pair<const char*, unsigned> cases[] = {
+        {"", 0},          {"All", 15},     {"x", 15},        {"Debug", 5},     {"error", 2},
+        {"FATAL", 1},     {"Info", 3},     {"warn", 4},      {"V", 6},         {"V0", 6},
+        {"V1", 7},        {"v8", 14},      {"V9", 15},       {"VE", 6},        {"VER", 6},
+        {"VER3", 6},      {"Verbose", 6},  {"Verbose5", 11}, {"Verbose9", 15}, {"verbosee", 15},
+        {"VerboseE", 15}, {"VerboseX", 6}, {"Verbose1x", 7}, {"none", 0},      {"5", 0},
+    };
+    for (const auto& [name, level] : cases) EXPECT_EQ(CrashLevelFromName(name), level) << name;
+}
+
+class LogConfigurationText : public LogTest {};
+
+TEST_F(LogConfigurationText, SetsLevelsFiltersAndPositions) {
+    crash::apply_configuration(
+        "// levels\n!BrenixLogLevel(Verbose5)\n!brenixlogcategorylevel(\"Net\", V3)\nBrenixLogMessageSource(1)\n"
+        "!Permit(AB?\?, 1, 0) !Permit(\"CDEF\", -1, -1) !Permit(GHIJ, 0, 2) !Permit() !Unknown(1)\n",
+        "test");
+    const auto& settings = Log::Settings::Instance();
+    EXPECT_EQ(settings.GetLevel(), Log::ELevel::VER5);
+    EXPECT_EQ(settings.GetCategoryLevel("Net"), Log::ELevel::VER3);
+    EXPECT_TRUE(settings.IsMessageSource());
+    EXPECT_EQ(_CLFilter(0x00004142), 1u);
+    EXPECT_EQ(_CLFilter(logging::code("CDEF")), 3u);
+    EXPECT_EQ(_CLFilter(logging::code("GHIJ")), 2u);
+    crash::apply_configuration("BrenixLogLevel() BrenixLogMessageSource", "test");
+    EXPECT_EQ(settings.GetLevel(), Log::ELevel::NONE) << "a missing parameter is 0 or nothing";
+    EXPECT_FALSE(settings.IsMessageSource());
+}
+
+TEST(CrashNames, HoldTheTimeAndTheProcessWhereNeeded) {
+    char text[64];
+    kernel::BoundedText name(text);
+    crash::add_stamped_name(
+        name, {.year = 2031, .month = 2, .day = 3, .hour = 4, .minute = 5, .second = 6, .millisecond = 78}, ".log");
+    EXPECT_STREQ(text, "crash_20310203_040506078.log");
+    const std::string dump = CreateDumpFilename();
+    EXPECT_TRUE(dump.starts_with("out/logs/crash_20")) << dump;
+    EXPECT_EQ(dump.size(), std::string("out/logs/crash_20310203_040506078.dmp").size());
+    const std::string number = "_" + std::to_string(platform::process_id());
+    for (const auto& [plain, before, after] :
+         {std::array{"a/b.log", "a/b", ".log"}, std::array{"a.b/c", "a.b/c", ""}}) {
+        kernel::BoundedText with_process(text);
+        crash::add_with_process(with_process, plain);
+        EXPECT_EQ(with_process.view(), before + number + after);
+    }
+}
+
+int asked = 0;
+EAssertionResult::TYPE answer = EAssertionResult::IGNORE_ONCE;
+std::string asked_about;
+
+EAssertionResult::TYPE record(const smart_assert_data& data) {
+    ++asked;
+    asked_about = std::string(data.expression) + "|" + data.message + "|" + data.function;
+    EXPECT_EQ(data.count, GetAssertCount());
+    return answer;
+}
+
+void check_positive(int number) { SMART_ASSERT(number > 0, "number %d", number); }
+
+TEST(Assertions, AskTheHandlerUntilTheirPlaceIsIgnored) {
+    EXPECT_EQ(GetAssertFunc(), nullptr);
+    SetAssertFunc(record);
+    EXPECT_EQ(GetAssertFunc(), record);
+    const std::int32_t before = GetAssertCount();
+    check_positive(1);
+    EXPECT_EQ(asked, 0);
+    check_positive(-5);
+    EXPECT_EQ(asked_about, "number > 0|number -5|check_positive");
+    answer = EAssertionResult::IGNORE_ALWAYS;
+    check_positive(-6);
+    check_positive(-7);
+    EXPECT_EQ(asked, 2);
+    SMART_ASSERT(asked == 0);
+    EXPECT_EQ(asked, 3) << "another place is not ignored";
+    IncreaseAssertCount();
+    EXPECT_EQ(GetAssertCount(), before + 4);
+    SetAssertFunc(nullptr);
+}
+
+class AssertionDialog : public LogTest {};
+
+TEST_F(AssertionDialog, LogsWithACallStackAndGoesOnWithoutADesktop) {
+    CrashShowMessageBox(false);
+    SMART_ASSERT(asked < 0, "nobody is %s", "asked");
+    ASSERT_FALSE(console_lines.empty());
+    for (const char* part : {"Assertion failed: asked < 0", "nobody is asked", "engine_tests"})
+        EXPECT_NE(console_lines.back().text.find(part), std::string::npos) << part;
+    CrashShowCallstackInAsserts(false);
+    SMART_ASSERT(asked < -1);
+    EXPECT_EQ(console_lines.back().text.find("engine_tests+"), std::string::npos);
+    CrashShowCallstackInAsserts(true);
+    CrashShowMessageBox(true);
+}
+
+}  // namespace
