@@ -16,23 +16,31 @@ if(NOT ZLIB_FOUND)
 endif()
 target_link_libraries(engine_dependencies INTERFACE ZLIB::ZLIB)
 
-# libdeflate only makes things faster; results never depend on it.
-if(ENGINE_WITH_LIBDEFLATE)
+# engine_optional_library(NAME HEADER LIBRARY USE): found, its use is compiled in by ENGINE_HAS_NAME; not found, or not wanted
+# (ENGINE_WITH_NAME), the library builds without it. For Windows scripts/setup compiles it.
+function(engine_optional_library name header library use)
+    if(NOT ENGINE_WITH_${name})
+        return()
+    endif()
     if(WIN32)
-        set(engine_libdeflate_where PATHS ${ENGINE_DEPS_DIR}/windows NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+        set(where PATHS ${ENGINE_DEPS_DIR}/windows NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
     endif()
-    find_path(ENGINE_LIBDEFLATE_INCLUDE libdeflate.h ${engine_libdeflate_where} PATH_SUFFIXES include)
-    find_library(ENGINE_LIBDEFLATE_LIBRARY deflate ${engine_libdeflate_where} PATH_SUFFIXES lib)
-    if(ENGINE_LIBDEFLATE_INCLUDE AND ENGINE_LIBDEFLATE_LIBRARY)
-        add_library(engine_libdeflate UNKNOWN IMPORTED)
-        set_target_properties(engine_libdeflate PROPERTIES IMPORTED_LOCATION ${ENGINE_LIBDEFLATE_LIBRARY}
-            INTERFACE_INCLUDE_DIRECTORIES ${ENGINE_LIBDEFLATE_INCLUDE})
-        target_link_libraries(engine_dependencies INTERFACE engine_libdeflate)
-        target_compile_definitions(engine_dependencies INTERFACE ENGINE_HAS_LIBDEFLATE=1)
-    else()
-        message(STATUS "libdeflate not found: whole buffers go through zlib. ${engine_setup_hint}")
+    find_path(ENGINE_${name}_INCLUDE ${header} ${where} PATH_SUFFIXES include isa-l)
+    find_library(ENGINE_${name}_LIBRARY ${library} ${where} PATH_SUFFIXES lib)
+    if(NOT ENGINE_${name}_INCLUDE OR NOT ENGINE_${name}_LIBRARY)
+        message(STATUS "lib${library} not found: ${use}. ${engine_setup_hint}")
+        return()
     endif()
-endif()
+    add_library(engine_lib${library} UNKNOWN IMPORTED GLOBAL)
+    set_target_properties(engine_lib${library} PROPERTIES IMPORTED_LOCATION ${ENGINE_${name}_LIBRARY}
+        INTERFACE_INCLUDE_DIRECTORIES ${ENGINE_${name}_INCLUDE})
+    target_link_libraries(engine_dependencies INTERFACE engine_lib${library})
+    target_compile_definitions(engine_dependencies INTERFACE ENGINE_HAS_${name}=1)
+endfunction()
+
+engine_optional_library(LIBDEFLATE libdeflate.h deflate "whole buffers go through zlib")
+engine_optional_library(ISAL igzip_lib.h isal "deflate streams go through zlib")
+engine_optional_library(ZSTD zstd.h zstd "zstd entries of packs are not read or written")
 
 # miniz writes zip files. Its zlib look-alike names and its stdio are left out: zlib is the real one
 # here, and bytes reach the disk through the library's own handles.

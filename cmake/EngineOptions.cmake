@@ -13,6 +13,8 @@ option(ENGINE_INSTALL "Make rules to install what is built" ${PROJECT_IS_TOP_LEV
 option(ENGINE_BUILD_FUZZERS "Build the fuzz targets (clang only)" OFF)
 option(ENGINE_BUILD_BENCHMARKS "Build the benchmarks" OFF)
 option(ENGINE_WITH_LIBDEFLATE "Use libdeflate for whole buffers where it is found" ON)
+option(ENGINE_WITH_ISAL "Use ISA-L to inflate streams where it is found" ON)
+option(ENGINE_WITH_ZSTD "Read and write zstd entries of packs where libzstd is found" ON)
 set(ENGINE_SANITIZE "" CACHE STRING "Sanitizers for the whole build, e.g. address,undefined")
 set(ENGINE_DEPS_DIR ${CMAKE_CURRENT_SOURCE_DIR}/.deps CACHE PATH "Where scripts/setup puts what it fetches")
 set(ENGINE_MINIZ_SOURCE_DIR ${ENGINE_DEPS_DIR}/miniz CACHE PATH "Folder of miniz.c and miniz.h, where no miniz package is found")

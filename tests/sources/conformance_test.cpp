@@ -17,7 +17,7 @@ namespace {
 
 const std::string content = "What the file holds.";
 
-/// A source that holds the file "sub/file.txt" under `name`, and everything that it lives on.
+/// A source that holds a file under `name`, and everything that it lives on.
 struct Mounted {
     TempDirectory disk;
     std::vector<char> memory;
@@ -25,6 +25,7 @@ struct Mounted {
     std::unique_ptr<CFSSource> source;
     std::string name = "sub/file.txt";
     std::string missing = "sub/missing.txt";
+    std::string by_end = "file.txt";  // finds the file too, but is not its whole name
 };
 
 fs::path directory(const std::string& text) {
@@ -53,6 +54,7 @@ void mount_memory_archive(Mounted& to) {
     uLongf size = compressBound(static_cast<uLong>(content.size()));
     std::vector<Bytef> packed(size);
     compress(packed.data(), &size, reinterpret_cast<const Bytef*>(content.data()), static_cast<uLong>(content.size()));
+    std::swap(to.name, to.by_end);  // an archive has no directories, and asks for none
     ASSERT_TRUE(to.archive.BindArchiveToMemory(to.memory.data(), to.memory.size()));
     ASSERT_TRUE(to.archive.AddEntry("file.txt", packed.data(), size, content.size()));
     to.source = std::make_unique<fs::CMemZip_dir>(&to.archive);
@@ -122,8 +124,8 @@ TEST_P(EverySource, TakesAWholeNameOnlyAsItIs) {
     auto* const whole = dynamic_cast<fs::WholeNames*>(&source());
     if (whole == nullptr) return;  // one that never matches by the end
     EXPECT_TRUE(whole->exists_whole(held()));
-    EXPECT_FALSE(whole->exists_whole(fs::path("file.txt", true)));
-    EXPECT_EQ(source().open_read(fs::path("file.txt", true), FFSOpenFlags::WHOLE_NAME), nullptr);
+    EXPECT_FALSE(whole->exists_whole(fs::path(mounted_.by_end.c_str(), true)));
+    EXPECT_EQ(source().open_read(fs::path(mounted_.by_end.c_str(), true), FFSOpenFlags::WHOLE_NAME), nullptr);
     const std::unique_ptr<SFsFile> file(source().open_read(held(), FFSOpenFlags::WHOLE_NAME));
     EXPECT_NE(file, nullptr);
 }

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <new>
+#include <string>
 #include <unordered_map>
 
 #include <miniz.h>
@@ -17,6 +17,7 @@
 #include <engine/filesystem/access/open.h>
 
 #include "engine/filesystem/containers/zip_output.h"
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/set_error.h"
 
 namespace MiniZ {
@@ -48,6 +49,17 @@ size_t write_to_output(void* output, mz_uint64 offset, const void* data, size_t 
     return static_cast<fs::ZipOutput*>(output)->write_at(offset, data, size) ? size : 0;
 }
 
+/// False, with the reason of miniz in fs::last_error; when the disk failed, the output has told why.
+bool fail(Writer& writer, const char* name) {
+    const mz_zip_error error = mz_zip_get_last_error(&writer.zip);
+    if (error == MZ_ZIP_FILE_WRITE_FAILED) return false;
+    const auto code = error == MZ_ZIP_ALLOC_FAILED     ? EFSError::OUT_OF_MEMORY
+                      : error == MZ_ZIP_FILE_TOO_LARGE ? EFSError::TOO_LARGE
+                                                       : EFSError::INVALID_ARGUMENT;
+    fs::set_error(code, name, std::string("The zip writer fails: ") + mz_zip_get_error_string(error) + ".");
+    return false;
+}
+
 /// Makes sure that the file exists, is empty and can be found again, by the rules of the sources.
 bool create_file(const char* path) {
     SFsFile* file = fs::open(path, EFSMode::WRITE, FFSOpenFlags::CREATE);
@@ -58,13 +70,10 @@ bool create_file(const char* path) {
 
 bool start(Writer& writer, const char* path) {
     const fs::string native_path = fs::full_path(path);
-    if (!writer.output.open(native_path.c_str())) {
-        fs::set_error_from_platform(native_path.c_str(), "cannot be opened for a zip file", platform::last_error());
-        return false;
-    }
+    if (!writer.output.open(native_path.c_str())) return false;
     writer.zip.m_pWrite = write_to_output;
     writer.zip.m_pIO_opaque = &writer.output;
-    return mz_zip_writer_init(&writer.zip, 0) != MZ_FALSE;
+    return mz_zip_writer_init(&writer.zip, 0) != MZ_FALSE || fail(writer, path);
 }
 
 void* hand_out(std::unique_ptr<Writer> writer) {
@@ -92,27 +101,32 @@ std::unique_ptr<Writer> take_back(void* handle) {
 }  // namespace
 
 void* ZipCreate(const char* path) {
-    try {
+    return fs::guarded(path, static_cast<void*>(nullptr), [path]() -> void* {
         auto writer = std::make_unique<Writer>();
         if (!path || !create_file(path) || !start(*writer, path)) return nullptr;
         return hand_out(std::move(writer));
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
+    });
 }
 
 bool ZipAddData(void* handle, const char* name, const void* data, unsigned int size) {
-    if (!handle || !name || *name == '\0' || !data || size == 0) return false;
+    if (!handle || !name || *name == '\0' || !data || size == 0)
+        return fs::refuse(EFSError::INVALID_ARGUMENT, name,
+                          "An entry of a zip file needs an archive, a name and data.");
     Writer* writer = find(handle);
-    return writer && mz_zip_writer_add_mem(&writer->zip, name, data, size, deflate_level) != MZ_FALSE;
+    if (!writer) return fs::refuse(EFSError::INVALID_ARGUMENT, name, "The zip file is closed.");
+    return fs::guarded(name, false, [&] {
+        return mz_zip_writer_add_mem(&writer->zip, name, data, size, deflate_level) != MZ_FALSE || fail(*writer, name);
+    });
 }
 
 void ZipClose(void* handle) {
     if (!handle) return;
     const std::unique_ptr<Writer> writer = take_back(handle);
     if (!writer) return;
-    mz_zip_writer_finalize_archive(&writer->zip);
-    writer->output.flush();
+    fs::guarded("", [&] {
+        const bool whole = mz_zip_writer_finalize_archive(&writer->zip) != MZ_FALSE || fail(*writer, "");
+        if (whole) writer->output.finish(writer->zip.m_archive_size);
+    });
 }
 
 Archive::Archive() = default;
@@ -132,7 +146,8 @@ bool Archive::AddData(const char* name, const void* data, unsigned int size) {
 }
 
 bool Archive::AddData(const char* name, const ztl::string_base<char>& text) {
-    if (text.size() > 0xFFFFFFFFu) return false;
+    if (text.size() > 0xFFFFFFFFu)
+        return fs::refuse(EFSError::TOO_LARGE, name, "An entry of a zip file has at most 4 GiB.");
     return ZipAddData(handle_, name, text.data(), static_cast<unsigned int>(text.size()));
 }
 

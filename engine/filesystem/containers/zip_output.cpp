@@ -1,58 +1,63 @@
 #include "engine/filesystem/containers/zip_output.h"
 
+#include <algorithm>
 #include <cstring>
-#include <new>
+
+#include "engine/filesystem/contract/set_error.h"
 
 namespace fs {
 
 bool ZipOutput::open(const char* native_path) {
-    buffer_.reset(new (std::nothrow) std::uint8_t[capacity]);
-    if (!buffer_) return false;
+    path_ = native_path;
+    if (!buffer_) buffer_ = std::make_unique<std::uint8_t[]>(capacity);
     file_ = platform::File::open(native_path, {.access = platform::Access::WRITE,
                                                .disposition = platform::Disposition::CREATE_ALWAYS,
                                                .sharing = platform::Sharing::NONE});
-    start_ = position_ = 0;
+    start_ = end_ = 0;
     used_ = 0;
-    good_ = file_.valid();
-    return good_;
+    return file_.valid() || refuse_by_disk(native_path, "cannot be created for a zip file");
 }
 
+bool ZipOutput::fail() const { return refuse_by_disk(path_.c_str(), "cannot be written as a zip file"); }
+
 bool ZipOutput::write_at(std::uint64_t offset, const void* data, std::size_t size) {
-    if (!good_) return false;
     const bool follows = offset >= start_ && offset - start_ <= used_;
     const bool fits = follows && size <= capacity - static_cast<std::size_t>(offset - start_);
     if (!fits) {
         if (!flush()) return false;
         if (size >= capacity) {
+            if (!write_through(offset, data, size)) return false;
             start_ = offset + size;
-            return write_through(offset, data, size);
+            return true;
         }
         start_ = offset;
     }
     if (size == 0) return true;
     const auto at = static_cast<std::size_t>(offset - start_);
     std::memcpy(buffer_.get() + at, data, size);
-    if (at + size > used_) used_ = at + size;
+    used_ = std::max(used_, at + size);
     return true;
 }
 
 bool ZipOutput::write_through(std::uint64_t offset, const void* data, std::size_t size) {
-    if (position_ != offset) good_ = file_.seek(static_cast<std::int64_t>(offset), platform::Origin::BEGIN);
-    good_ = good_ && file_.write(data, size) == size;
-    position_ = offset + size;
-    return good_;
+    end_ = std::max(end_, offset + size);
+    const bool done =
+        file_.seek(static_cast<std::int64_t>(offset), platform::Origin::BEGIN) && file_.write(data, size) == size;
+    return done || fail();
 }
 
 bool ZipOutput::flush() {
-    if (good_ && used_ != 0) write_through(start_, buffer_.get(), used_);
+    if (used_ != 0 && !write_through(start_, buffer_.get(), used_)) return false;
     start_ += used_;
     used_ = 0;
-    return good_;
+    return true;
 }
 
-void ZipOutput::close() {
-    file_.close();
-    good_ = false;
+bool ZipOutput::finish(std::uint64_t size) {
+    if (!flush()) return false;
+    if (end_ <= size) return true;
+    const bool cut = file_.seek(static_cast<std::int64_t>(size), platform::Origin::BEGIN) && file_.set_end();
+    return cut || fail();
 }
 
 }  // namespace fs

@@ -29,11 +29,11 @@ public:
         count = std::min(count, size_ - position_);
         if (!started_) start();
         if (position_ / 32768 != now().number || position_ % 32768 != now().read) {
-            if (static_cast<std::uint32_t>(position_ / 32768) < now().number) {
+            if (position_ / 32768 < now().number) {
                 if (!stored_) inflateEnd(&stream_);
                 start();
             }
-            decode(nullptr, position_ - (std::uint64_t{now().number} * 32768 + now().read));
+            decode(nullptr, position_ - (now().number * 32768 + now().read));
         }
         std::uint64_t got = count;
         if (now().fill - now().read >= count) {
@@ -48,7 +48,7 @@ public:
 
     void seek(std::int64_t offset, int origin) {
         position_ = static_cast<std::uint64_t>(offset) + (origin == 0 ? 0 : origin == 1 ? position_ : size_);
-        const auto number = static_cast<std::uint32_t>(position_ / 32768);
+        const std::uint64_t number = position_ / 32768;
         for (int i = 0; i < 2; ++i) {
             if (blocks_[i].number != number) continue;
             current_ = i;
@@ -60,7 +60,8 @@ public:
 private:
     struct Block {
         char bytes[32768];
-        std::uint32_t read = 0, fill = 0, number = 0;
+        std::uint32_t read = 0, fill = 0;
+        std::uint64_t number = 0;
     };
     Block& now() { return blocks_[current_]; }
 
@@ -74,7 +75,7 @@ private:
         current_ = 0;
         blocks_[0].read = blocks_[0].fill = blocks_[0].number = 0;
         blocks_[1].read = blocks_[1].fill = 0;
-        blocks_[1].number = 0xFFFFFFFF;
+        blocks_[1].number = ~std::uint64_t{0};
     }
 
     void refill() {
@@ -92,7 +93,7 @@ private:
             done += n;
             if (done == count) return done;
             if (now().fill == 32768) {
-                const std::uint32_t next = now().number + 1;
+                const std::uint64_t next = now().number + 1;
                 current_ ^= 1;
                 now().read = 0;
                 if (now().number != next) now().fill = 0;

@@ -11,6 +11,7 @@
 
 #include <engine/filesystem/sources/pack.h>
 
+#include "engine/kernel/checksum.h"
 #include "tests/support/whole_file.h"
 
 namespace packs {
@@ -48,6 +49,7 @@ struct Entry {
     std::string local_extra = {};
     std::string central_extra = {};
     std::string comment = {};
+    std::uint32_t crc = 0;
     std::uint32_t header_offset = 0;  // filled by build() unless `lies_about_offset`
     bool lies_about_offset = false;
 };
@@ -55,12 +57,14 @@ struct Entry {
 inline Entry deflated_entry(const std::string& name, const std::string& data) {
     Entry entry{.name = name, .packed = deflated(data), .size = static_cast<std::uint32_t>(data.size())};
     entry.packed_size = static_cast<std::uint32_t>(entry.packed.size());
+    entry.crc = kernel::crc32(0, data.data(), data.size());
     return entry;
 }
 
 inline Entry stored_entry(const std::string& name, const std::string& data) {
     Entry entry{.name = name, .packed = data, .size = static_cast<std::uint32_t>(data.size()), .method = 0};
     entry.packed_size = entry.size;
+    entry.crc = kernel::crc32(0, data.data(), data.size());
     return entry;
 }
 
@@ -71,7 +75,7 @@ inline std::string build(std::vector<Entry> entries) {
         if (!entry.lies_about_offset) entry.header_offset = static_cast<std::uint32_t>(out.size());
         put_u32(out, 0x04034B50);
         for (const std::uint32_t field : {20u, 0u, std::uint32_t{entry.method}, 0u, 0u}) put_u16(out, field);
-        put_u32(out, 0);
+        put_u32(out, entry.crc);
         put_u32(out, entry.packed_size);
         put_u32(out, entry.size);
         put_u16(out, static_cast<std::uint32_t>(entry.name.size()));
@@ -82,7 +86,7 @@ inline std::string build(std::vector<Entry> entries) {
     for (const Entry& entry : entries) {
         put_u32(out, 0x02014B50);
         for (const std::uint32_t field : {20u, 20u, 0u, std::uint32_t{entry.method}, 0u, 0u}) put_u16(out, field);
-        put_u32(out, 0);
+        put_u32(out, entry.crc);
         put_u32(out, entry.packed_size);
         put_u32(out, entry.size);
         put_u16(out, static_cast<std::uint32_t>(entry.name.size()));

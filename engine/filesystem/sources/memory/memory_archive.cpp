@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <list>
 #include <mutex>
 #include <new>
@@ -15,9 +14,9 @@
 #include <utility>
 #include <vector>
 
-#include <zlib.h>
-
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/formats/inflate.h"
 
 namespace fs {
 
@@ -34,25 +33,6 @@ std::string key_of(const char* name) {
     std::string key = name ? name : "";
     fold_text(key.data(), key.size());
     return key;
-}
-
-uInt clamp(std::uint64_t size) {
-    return static_cast<uInt>(std::min<std::uint64_t>(size, std::numeric_limits<uInt>::max()));
-}
-
-/// Decompresses a whole zlib stream in one call. All bits set when it is damaged or does not fit.
-std::uint64_t inflate_all(const void* data, std::uint64_t size, void* buffer, std::uint64_t capacity) {
-    z_stream stream{};
-    unsigned char nothing = 0;  // zlib wants an address even where nothing goes
-    stream.next_in = static_cast<Bytef*>(const_cast<void*>(data));
-    stream.avail_in = clamp(size);
-    stream.next_out = buffer ? static_cast<Bytef*>(buffer) : &nothing;
-    stream.avail_out = buffer ? clamp(capacity) : 0;
-    if (inflateInit2(&stream, MAX_WBITS) != Z_OK) return ~std::uint64_t{0};
-    const int result = inflate(&stream, Z_FINISH);
-    const std::uint64_t length = stream.total_out;
-    inflateEnd(&stream);
-    return result == Z_STREAM_END ? length : ~std::uint64_t{0};
 }
 
 }  // namespace
@@ -141,86 +121,100 @@ void ZippedDataArchive::ResetEntryMap() {
 
 bool ZippedDataArchive::AddEntry(const char* name, const void* data, std::uint64_t size,
                                  std::uint64_t unzipped_length) {
-    const std::lock_guard guard(state_->lock);
-    State& state = *state_;
-    if (!state.bound() || (!data && size != 0)) return false;
-    // Never to the last byte; and a new binding may be smaller than what was used of the old one.
-    if (state.used >= state.capacity || size >= state.capacity - state.used) return false;
-    try {
+    return guarded(name, false, [&] {
+        const std::lock_guard guard(state_->lock);
+        State& state = *state_;
+        if (!state.bound() || (!data && size != 0)) return false;
+        // Never to the last byte; and a new binding may be smaller than what was used of the old one.
+        if (state.used >= state.capacity || size >= state.capacity - state.used) return false;
         std::string key = key_of(name);
         if (state.find_visible(key)) return false;
         state.record(std::move(key), size, unzipped_length);
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-    if (size != 0) std::memcpy(state.base + state.used, data, static_cast<std::size_t>(size));
-    state.used += size;
-    return true;
+        if (size != 0) std::memcpy(state.base + state.used, data, static_cast<std::size_t>(size));
+        state.used += size;
+        return true;
+    });
 }
 
 bool ZippedDataArchive::GetEntry(const char* name, const void** data, std::uint64_t* size) {
-    const std::lock_guard guard(state_->lock);
-    const Entry* entry = state_->find_visible(key_of(name));
-    if (!entry) return false;
-    if (data) *data = state_->base + entry->offset;
-    if (size) *size = entry->size;
-    return true;
+    return guarded(name, false, [&] {
+        const std::lock_guard guard(state_->lock);
+        const Entry* entry = state_->find_visible(key_of(name));
+        if (!entry) return false;
+        if (data) *data = state_->base + entry->offset;
+        if (size) *size = entry->size;
+        return true;
+    });
 }
 
 std::uint64_t ZippedDataArchive::GetEntryUnzippedLength(const char* name) {
-    const std::lock_guard guard(state_->lock);
-    const Entry* entry = state_->find(key_of(name));
-    return entry ? entry->unzipped_length : 0;
+    return guarded(name, std::uint64_t{0}, [&] {
+        const std::lock_guard guard(state_->lock);
+        const Entry* entry = state_->find(key_of(name));
+        return entry ? entry->unzipped_length : 0;
+    });
 }
 
 bool ZippedDataArchive::ReadEntryAsZippedData(const char* name, void* buffer, std::uint64_t capacity,
                                               std::uint32_t* length) {
-    const std::lock_guard guard(state_->lock);
     if (length) *length = 0;
-    const Entry* entry = state_->find_visible(key_of(name));
-    if (!entry) return false;
-    const std::uint64_t got = inflate_all(state_->base + entry->offset, entry->size, buffer, capacity);
-    if (got == ~std::uint64_t{0}) return false;
-    if (length) *length = static_cast<std::uint32_t>(got);
-    return true;
+    return guarded(name, false, [&] {
+        const std::lock_guard guard(state_->lock);
+        const Entry* entry = state_->find_visible(key_of(name));
+        if (!entry) return false;
+        std::size_t got = 0;
+        if (!inflate_zlib_stream(state_->base + entry->offset, static_cast<std::size_t>(entry->size), buffer,
+                                 static_cast<std::size_t>(capacity), got))
+            return false;
+        if (length) *length = static_cast<std::uint32_t>(got);
+        return true;
+    });
 }
 
 bool ZippedDataArchive::RemoveEntry(const char* name) {
-    const std::lock_guard guard(state_->lock);
-    const auto found = state_->by_name.find(key_of(name));
-    if (found == state_->by_name.end()) return false;
-    const auto entry = found->second;
-    state_->by_name.erase(found);
-    state_->close_gap(*entry);
-    state_->entries.erase(entry);
-    return true;
+    return guarded(name, false, [&] {
+        const std::lock_guard guard(state_->lock);
+        const auto found = state_->by_name.find(key_of(name));
+        if (found == state_->by_name.end()) return false;
+        const auto entry = found->second;
+        state_->by_name.erase(found);
+        state_->close_gap(*entry);
+        state_->entries.erase(entry);
+        return true;
+    });
 }
 
-bool ZippedDataArchive::EntryExists(const char* name) {
-    const std::lock_guard guard(state_->lock);
-    return state_->find_visible(key_of(name)) != nullptr;
-}
+bool ZippedDataArchive::EntryExists(const char* name) { return GetEntry(name, nullptr, nullptr); }
 
 void ZippedDataArchive::GetAllFilenames(ztl::list<fs::string>& names) {
-    const std::lock_guard guard(state_->lock);
-    names.clear();
-    for (const Entry& entry : state_->entries) names.push_back(entry.name);
+    guarded("", [&] {
+        const std::lock_guard guard(state_->lock);
+        ztl::list<fs::string> held;
+        for (const Entry& entry : state_->entries) held.push_back(entry.name);
+        names = std::move(held);
+    });
 }
 
 void ZippedDataArchive::AddIgnoredFile(const char* name) {
-    const std::lock_guard guard(state_->lock);
-    std::string key = key_of(name);
-    if (!state_->ignores(key)) state_->ignored.push_back(std::move(key));
+    guarded(name, [&] {
+        const std::lock_guard guard(state_->lock);
+        std::string key = key_of(name);
+        if (!state_->ignores(key)) state_->ignored.push_back(std::move(key));
+    });
 }
 
 void ZippedDataArchive::RemoveIgnoredFile(const char* name) {
-    const std::lock_guard guard(state_->lock);
-    std::erase(state_->ignored, key_of(name));
+    guarded(name, [&] {
+        const std::lock_guard guard(state_->lock);
+        std::erase(state_->ignored, key_of(name));
+    });
 }
 
 bool ZippedDataArchive::IsIgnoredFile(const char* name) {
-    const std::lock_guard guard(state_->lock);
-    return state_->ignores(key_of(name));
+    return guarded(name, false, [&] {
+        const std::lock_guard guard(state_->lock);
+        return state_->ignores(key_of(name));
+    });
 }
 
 }  // namespace fs

@@ -6,9 +6,7 @@ namespace fs {
 
 namespace {
 
-std::uint32_t block_of(std::uint64_t position) {
-    return static_cast<std::uint32_t>(position / BlockReader::block_size);
-}
+std::uint64_t block_of(std::uint64_t position) { return position / BlockReader::block_size; }
 std::uint32_t place_in_block(std::uint64_t position) {
     return static_cast<std::uint32_t>(position % BlockReader::block_size);
 }
@@ -16,6 +14,7 @@ std::uint32_t place_in_block(std::uint64_t position) {
 }  // namespace
 
 std::uint64_t BlockReader::read(std::uint64_t position, std::uint8_t* buffer, std::uint64_t count) {
+    fault_ = PackFault::NONE;
     if (!started_) {
         started_ = true;
         restart();
@@ -30,13 +29,13 @@ std::uint64_t BlockReader::read(std::uint64_t position, std::uint8_t* buffer, st
     } else {
         delivered = decode(buffer, count);
     }
-    flush();
+    if (!finish_read()) started_ = false;
     return delivered;
 }
 
 void BlockReader::seek(std::uint64_t position) {
     if (!started_) return;
-    const std::uint32_t number = block_of(position);
+    const std::uint64_t number = block_of(position);
     for (int index = 0; index < 2; ++index) {
         if (blocks_[index].number != number) continue;
         current_ = index;
@@ -47,25 +46,25 @@ void BlockReader::seek(std::uint64_t position) {
 
 /// Makes the current block's read position the one asked for, as far as the entry allows.
 void BlockReader::approach(std::uint64_t position) {
-    const std::uint32_t number = block_of(position);
+    const std::uint64_t number = block_of(position);
     const Block& block = blocks_[current_];
     if (number == block.number && place_in_block(position) == block.read) return;
     if (number < block.number) {
-        std::uint32_t start = jump(number, no_block);
+        std::uint64_t start = jump(number, no_block);
         if (start == no_block) {
             restart();
             start = 0;
         }
         reset_blocks(start);
     } else if (number != block.number) {
-        const std::uint32_t start = jump(number, block.number);
+        const std::uint64_t start = jump(number, block.number);
         if (start != no_block) reset_blocks(start);
     }
     const Block& from = blocks_[current_];
-    decode(nullptr, position - (std::uint64_t{from.number} * block_size + from.read));
+    decode(nullptr, position - (from.number * block_size + from.read));
 }
 
-void BlockReader::reset_blocks(std::uint32_t number) {
+void BlockReader::reset_blocks(std::uint64_t number) {
     current_ = 0;
     blocks_[0] = {.read = 0, .fill = 0, .number = number};
     blocks_[1] = {.read = 0, .fill = 0, .number = no_block};
@@ -74,7 +73,7 @@ void BlockReader::reset_blocks(std::uint32_t number) {
 
 /// The other block becomes the current one. It may hold the next block already, from before a seek back.
 void BlockReader::enter_next_block() {
-    const std::uint32_t number = blocks_[current_].number + 1;
+    const std::uint64_t number = blocks_[current_].number + 1;
     current_ ^= 1;
     Block& block = blocks_[current_];
     block.read = 0;
@@ -97,7 +96,7 @@ std::uint64_t BlockReader::decode(std::uint8_t* buffer, std::uint64_t count) {
         delivered += ready;
         if (delivered == count) return delivered;
         if (held.fill == block_size) enter_next_block();
-        if (decode_into(current_) == Step::DAMAGED) return 0;
+        if (decode_into(current_) == Step::FAILED) return 0;
         if (blocks_[current_].fill == blocks_[current_].read) return delivered;
     }
 }

@@ -8,63 +8,14 @@
 
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
-#include "engine/filesystem/sources/pack/bytes.h"
 #include "engine/filesystem/sources/pack/refusal.h"
-#include "engine/filesystem/sources/pack/store.h"
-
-// Words: the end record is the pack's last 22 bytes, whatever they are; it says where the central directory begins and
-// how many entries it has. An entry is a header of 46 bytes, its name, and two fields that are passed over.
-//
-// The directory is read through one window that moves forward, so that mounting costs a few large reads and no more
-// memory than the window, whatever the offsets and lengths claim.
+#include "engine/filesystem/sources/pack/walk.h"
+#include "engine/kernel/bytes.h"
+#include "engine/kernel/text.h"
 
 namespace fs {
 
 namespace {
-
-constexpr std::uint32_t end_record_size = 22;
-constexpr std::uint32_t header_size = 46;
-constexpr std::uint32_t header_signature = 0x02014B50;
-
-/// Reads a pack forward. What is asked for at once is smaller than the window.
-class Window {
-public:
-    Window(const PackStore& store, std::uint64_t offset) : store_(store), next_(offset) {}
-
-    /// The next `size` bytes, which stay until the next call; null when the pack ends before them.
-    const std::uint8_t* take(std::uint32_t size) {
-        const std::uint64_t end = start_ + filled_;
-        const bool inside = next_ >= start_ && next_ <= end && size <= end - next_;
-        if (!inside && !load(size)) return nullptr;
-        const std::uint8_t* bytes = view_ + (next_ - start_);
-        next_ += size;
-        return bytes;
-    }
-    void skip(std::uint32_t size) { next_ += size; }
-
-private:
-    static constexpr std::uint64_t capacity = 64 * 1024;  // stays in the processor's nearer caches
-
-    bool load(std::uint32_t size) {
-        start_ = next_;
-        filled_ = 0;
-        if (start_ > store_.length() || size > store_.length() - start_) return false;
-        filled_ = std::min(capacity, store_.length() - start_);
-        view_ = store_.view(start_, filled_);
-        if (view_) return true;
-        buffer_.resize(capacity);
-        filled_ = store_.read(start_, buffer_.data(), filled_);
-        view_ = buffer_.data();
-        return filled_ >= size;
-    }
-
-    const PackStore& store_;
-    std::vector<std::uint8_t> buffer_;
-    const std::uint8_t* view_ = nullptr;
-    std::uint64_t start_ = 0;  // offset in the pack of the window's first byte
-    std::uint64_t filled_ = 0;
-    std::uint64_t next_;
-};
 
 /// Gives each directory one number, in the order of their first appearance.
 class DirectoryNumbers {
@@ -73,7 +24,7 @@ public:
 
     std::uint16_t number_of(std::string_view dir) {
         if (dir.empty()) return 0;
-        const auto hash = static_cast<std::uint32_t>(hash_text(dir));
+        const auto hash = static_cast<std::uint32_t>(kernel::hash_text(dir));
         if (last_ != 0 && is(last_, hash, dir)) return last_;
         std::size_t slot = hash & (slots_.size() - 1);
         while (slots_[slot] != 0 && !is(slots_[slot], hash, dir)) slot = (slot + 1) & (slots_.size() - 1);
@@ -155,10 +106,10 @@ bool needs_closer_look(std::uint8_t first_of_component) {
 /// The bytes of a name from `at` on, up to eight, and small letters behind its end.
 std::uint64_t load_word(const std::uint8_t* name, std::uint32_t length, std::uint32_t at) {
     const std::uint32_t rest = length - at;
-    if (rest >= 8) return get_u64(name + at);
+    if (rest >= 8) return kernel::load_u64(name + at);
     std::uint64_t word = 0;
     if (length >= 8) {
-        word = get_u64(name + length - 8) >> 8 * (8 - rest);
+        word = kernel::load_u64(name + length - 8) >> 8 * (8 - rest);
     } else {
         for (std::uint32_t i = 0; i < rest; ++i) word |= std::uint64_t{name[i]} << 8 * i;
     }
@@ -187,14 +138,12 @@ public:
     explicit Entries(PackDirectory& out) : out_(out) {}
 
     /// Takes what a header tells beside the name. False when offsets would no longer fit into 32 bits.
-    bool add(PackRecord record, const std::uint8_t* raw_name, std::uint32_t raw_length) {
+    bool add(PackRecord record, std::string_view raw) {
         std::uint32_t split = 0;
-        if (is_plain(raw_name, raw_length, split)) {
-            return append(record, {reinterpret_cast<const char*>(raw_name), raw_length}, split);
-        }
-        name_.resize(raw_length + std::size_t{1});
-        std::memcpy(name_.data(), raw_name, raw_length);
-        name_[raw_length] = '\0';
+        if (is_plain(reinterpret_cast<const std::uint8_t*>(raw.data()), static_cast<std::uint32_t>(raw.size()), split))
+            return append(record, raw, split);
+        name_.assign(raw.begin(), raw.end());
+        name_.push_back('\0');
         const Normalized normal = normalize(name_.data(), name_.data(), false);
         const std::string_view name(name_.data(), normal.length);
         return !is_visible(name) || append(record, name, normal.split);
@@ -221,41 +170,32 @@ private:
 };
 
 /// At most what the directory has beside its headers, if its recorded size is true.
-std::size_t room_for_names(const PackStore& store, const std::uint8_t* end_record, std::uint32_t count) {
+std::size_t room_for_names(const DirectoryWalk& walk, std::uint64_t pack_size) {
     constexpr std::size_t most_for_one = 64;
-    const std::uint64_t size = std::min<std::uint64_t>(get_u32(end_record + 12), store.length());
-    const std::uint64_t headers = std::uint64_t{count} * header_size;
-    return static_cast<std::size_t>(size > headers ? std::min<std::uint64_t>(size - headers, count * most_for_one) : 0);
+    const std::uint64_t size = std::min<std::uint64_t>(walk.directory_size(), pack_size);
+    const std::uint64_t headers = std::uint64_t{walk.count()} * zip::central_header_size;
+    const std::uint64_t most = std::uint64_t{walk.count()} * most_for_one;
+    return static_cast<std::size_t>(size > headers ? std::min(size - headers, most) : 0);
 }
 
 }  // namespace
 
-bool read_pack_directory(const PackStore& store, const char* pack_path, PackDirectory& out) {
-    std::uint8_t end[end_record_size];
-    if (store.length() < end_record_size ||
-        store.read(store.length() - end_record_size, end, end_record_size) != end_record_size) {
-        return refuse_short_pack(pack_path, store.length());
-    }
-    const std::uint32_t count = get_u16(end + 8);
-    if (refuse_miscounted(store, pack_path, count)) return false;
-    Window window(store, get_u32(end + 16));
+bool read_pack_directory(const PackStore& store, PackDirectory& out) {
+    DirectoryWalk walk(store);
+    if (!walk.begin()) return false;
     Entries entries(out);
-    out.records.reserve(count);
-    out.names.reserve(room_for_names(store, end, count));
-    for (std::uint32_t i = 0; i < count; ++i) {
-        const std::uint8_t* header = window.take(header_size);
-        if (!header || get_u32(header) != header_signature) return refuse_pack(store, pack_path, i, count);
-        const PackRecord record{
-            .header_offset = get_u32(header + 42), .size = get_u32(header + 24), .packed_size = get_u32(header + 20)};
-        const std::uint32_t name_length = get_u16(header + 28);
-        const std::uint32_t passed_over = std::uint32_t{get_u16(header + 30)} + get_u16(header + 32);
-        const std::uint8_t* name = window.take(name_length);
-        if (!name) return refuse_pack(store, pack_path, i, count);
-        if (!entries.add(record, name, name_length)) return refuse_long_names(pack_path);
-        window.skip(passed_over);
+    out.records.reserve(walk.count());
+    out.names.reserve(room_for_names(walk, store.length()));
+    while (walk.next()) {
+        const zip::CentralHeader& header = walk.header();
+        const PackRecord record{.header_offset = header.header_offset,
+                                .size = header.size,
+                                .packed_size = header.packed_size,
+                                .crc = header.crc};
+        if (!entries.add(record, walk.name())) return refuse_long_names(store);
     }
     entries.finish();
-    return true;
+    return walk.is_whole();
 }
 
 }  // namespace fs

@@ -17,6 +17,7 @@ struct PackRecord {
     std::uint32_t header_offset = 0;
     std::uint32_t size = 0;
     std::uint32_t packed_size = 0;
+    std::uint32_t crc = 0;
 };
 
 /// What a pack's central directory holds: its visible files in their order, names normalised and in lower case.
@@ -29,6 +30,6 @@ struct PackDirectory {
 
 /// Reads the central directory that the pack's last 22 bytes tell of. False, with fs::last_error set, when one of its
 /// entries is damaged; a pack is taken whole or not at all. May throw std::bad_alloc.
-bool read_pack_directory(const PackStore& store, const char* pack_path, PackDirectory& out);
+bool read_pack_directory(const PackStore& store, PackDirectory& out);
 
 }  // namespace fs

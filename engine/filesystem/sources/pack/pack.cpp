@@ -1,9 +1,9 @@
-// A pack source: a zip file whose directory is read once, when it is mounted, into a table that never changes
-// (pack_table.h). Its bytes are reached through one store (pack_store.h), and an open file decodes its entry in blocks
-// of 32 KiB (pack_blocks.h) or, when it is read whole, in one go (pack_whole.h).
+// A pack source: a zip file whose directory is read once, when it is mounted, into a table that never changes (table.h).
+// Its bytes are reached through one store (store.h), and an open file decodes its entry in blocks of 32 KiB
+// (block_reader.h) or, when it is read whole, in one go (whole_decoders.h).
 //
-// The invariant: whichever way the bytes of an entry are had, a caller sees what the block decoder would give, in
-// results, positions and failures.
+// The invariant: whichever way the bytes of an entry come, a caller sees what the block decoder would give, in results,
+// positions and failures.
 
 #include <engine/filesystem/sources/pack.h>
 
@@ -11,8 +11,9 @@
 #include <new>
 #include <optional>
 #include <string>
-#include <utility>
+#include <string_view>
 
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/name_list.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
@@ -26,9 +27,15 @@ std::string folded(std::string_view text) {
     return copy;
 }
 
-std::optional<std::uint32_t> find(fs::PackArchive& archive, const fs::path& p) {
-    if (p.IsLowercase()) return archive.table().find(p.PathNameView(), p.FileNameView());
-    return archive.table().find(folded(p.PathNameView()), folded(p.FileNameView()));
+/// By the end of the directory, or, `whole`, by all of it.
+std::optional<std::uint32_t> find(const fs::PackTable& table, const fs::path& p, bool whole) {
+    if (!p.IsLowercase()) {
+        const std::string dir = folded(p.PathNameView());
+        const std::string name = folded(p.FileNameView());
+        return whole ? table.find_exact(dir, name) : table.find(dir, name);
+    }
+    return whole ? table.find_exact(p.PathNameView(), p.FileNameView())
+                 : table.find(p.PathNameView(), p.FileNameView());
 }
 
 /// What would not fit into a host's buffers of 260 bytes is not listed, though it can be opened.
@@ -36,117 +43,117 @@ bool fits_host_buffers(const fs::PackTable& table, std::uint32_t entry) {
     return table.dir(entry).size() + table.name(entry).size() < fs::path_capacity;
 }
 
+bool has(FFSOpenFlags::FLAGS flags, FFSOpenFlags::FLAGS flag) { return (flags & flag) != 0; }
+
 }  // namespace
 
-CZip_dir::CZip_dir() = default;
+struct CZip_dir::State {
+    std::optional<std::uint32_t> find_entry(const fs::path& p, bool whole = false) const {
+        return archive ? find(archive->table(), p, whole) : std::nullopt;
+    }
+
+    /// The names of the entries that answer, the last of the table first.
+    template <class Answers>
+    FS_NAME* list(Answers answers) const {
+        const fs::PackTable& table = archive->table();
+        fs::NameCollector names;
+        for (std::uint32_t i = table.count(); i-- > 0;) {
+            if (!fits_host_buffers(table, i) || !answers(table.dir(i), table.name(i))) continue;
+            if (!names.append(table.dir(i), table.name(i))) throw std::bad_alloc();
+        }
+        return names.release();
+    }
+
+    std::shared_ptr<fs::PackArchive> archive;  // null until init has succeeded
+    std::string native_spelling;
+    std::mutex tree_lock;  // guards the first filling of `tree`
+    fs::dir tree;
+    bool tree_wanted = false;  // dir_tree was asked for
+};
+
+CZip_dir::CZip_dir() : state_(std::make_unique<State>()) {}
 CZip_dir::~CZip_dir() = default;
 
-void CZip_dir::set_native_spelling(const char* native_path) { native_spelling_ = native_path ? native_path : ""; }
+void CZip_dir::set_native_spelling(const char* native_path) {
+    state_->native_spelling = native_path ? native_path : "";
+}
 
-bool CZip_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir_listing* /*listing*/) {
+bool CZip_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir_listing* listing) {
     clear();
-    flags_ = flags;
-    path_ = root;
+    ReadOnlySource::init(root, flags, listing);
     char full_name[fs::path_capacity];
-    if (!root.FullName(full_name, sizeof full_name)) {
-        fs::set_error(EFSError::INVALID_NAME, root.PathName(),
-                      "The pack source refuses a path of more than 259 bytes.");
-        return false;
-    }
-    if (std::string_view(full_name).find(".edat") != std::string_view::npos) {
-        fs::set_error(EFSError::UNSUPPORTED, full_name,
-                      "The pack source never serves a file with \".edat\" in its name.");
-        return false;
-    }
-    const bool in_memory = (flags & FFSAddSourceFlags::PACK_IN_MEMORY) != 0;
-    const char* native_path = native_spelling_.empty() ? full_name : native_spelling_.c_str();
-    archive_ = fs::PackArchive::mount(native_path, in_memory);
-    if (archive_ && tree_wanted_) archive_->fill_tree(tree_);
-    return archive_ != nullptr;
+    if (!root.FullName(full_name, sizeof full_name))
+        return fs::refuse(EFSError::INVALID_NAME, root.PathName(),
+                          "The pack source refuses a path of more than 259 bytes.");
+    if (std::string_view(full_name).find(".edat") != std::string_view::npos)
+        return fs::refuse(EFSError::UNSUPPORTED, full_name,
+                          "The pack source never serves a file with \".edat\" in its name.");
+    const char* native_path = state_->native_spelling.empty() ? full_name : state_->native_spelling.c_str();
+    return fs::guarded(native_path, false, [&] {
+        auto archive = fs::PackArchive::mount(native_path, (flags & FFSAddSourceFlags::PACK_IN_MEMORY) != 0);
+        if (archive && state_->tree_wanted) archive->fill_tree(state_->tree);
+        state_->archive = std::move(archive);
+        return state_->archive != nullptr;
+    });
 }
 
 void CZip_dir::clear() {
-    archive_.reset();
-    tree_.clear();
+    state_->archive.reset();
+    state_->tree.clear();
 }
 
-const fs::path& CZip_dir::path() { return path_; }
-FFSAddSourceFlags::ENUM CZip_dir::flags() { return flags_; }
 EFSSourceType::TYPE CZip_dir::type() { return EFSSourceType::PACK; }
+std::int64_t CZip_dir::write_time(const fs::path& /*p*/) { return 0; }
 
 /// Few ask for the tree, and for a pack with many directories it is a large part of mounting: so it is made for the first
 /// who does, and from then on by init, since a caller may have kept it.
 fs::dir* CZip_dir::dir_tree() {
-    const std::lock_guard guard(tree_lock_);
-    if (!tree_wanted_ && archive_) archive_->fill_tree(tree_);
-    tree_wanted_ = true;
-    return &tree_;
+    const std::lock_guard guard(state_->tree_lock);
+    const char* pack = state_->archive ? state_->archive->store().path().c_str() : "";
+    if (!state_->tree_wanted && state_->archive)
+        fs::guarded(pack, [this] { state_->archive->fill_tree(state_->tree); });
+    state_->tree_wanted = true;
+    return &state_->tree;
 }
 
-bool CZip_dir::exists(const fs::path& p) { return archive_ && find(*archive_, p); }
-
-void CZip_dir::full_path(fs::path& out, const fs::path& p) { root_path(out, p); }
+bool CZip_dir::exists(const fs::path& p) { return state_->find_entry(p).has_value(); }
+bool CZip_dir::exists_whole(const fs::path& p) { return state_->find_entry(p, true).has_value(); }
 
 void CZip_dir::root_path(fs::path& out, const fs::path& p) {
-    const auto entry = archive_ ? find(*archive_, p) : std::nullopt;
-    if (!entry) return out.Release();
-    const std::string name = std::string(archive_->table().dir(*entry)).append(archive_->table().name(*entry));
-    out = fs::path(name.c_str(), true);
+    out.Release();
+    fs::guarded(p.FileName(), [&] {
+        const auto entry = state_->find_entry(p);
+        if (entry) out = fs::path(state_->archive->full_name(*entry).c_str(), true);
+    });
 }
 
-SFsFile* CZip_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS /*flags*/) {
-    const auto entry = archive_ ? find(*archive_, p) : std::nullopt;
-    if (!entry || !archive_->locate(*entry)) return nullptr;
-    return new (std::nothrow) SZipFile(this, archive_, *entry);
+SFsFile* CZip_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS open_flags) {
+    return fs::guarded(p.FileName(), static_cast<SFsFile*>(nullptr), [&]() -> SFsFile* {
+        const auto entry = state_->find_entry(p, has(open_flags, FFSOpenFlags::WHOLE_NAME));
+        if (!entry || !state_->archive->locate(*entry)) return nullptr;
+        const bool exact = (flags() & FFSAddSourceFlags::EXACT_SEEKS) != 0 || has(open_flags, FFSOpenFlags::SEEKABLE);
+        return new SZipFile(this, state_->archive, *entry, exact);
+    });
 }
 
 FS_NAME* CZip_dir::get_file_list(const char* dir, const char* mask, bool flag) {
-    if (!archive_) return nullptr;
-    const std::string folded_dir = folded(dir ? dir : "");
-    const std::string folded_mask = folded(mask ? mask : "");
-    const fs::PackTable& table = archive_->table();
-    fs::NameCollector names;
-    for (std::uint32_t i = table.count(); i-- > 0;) {
-        if (!fits_host_buffers(table, i)) continue;
-        if (!fs::directory_answers(table.dir(i), dir ? folded_dir.c_str() : nullptr, flag)) continue;
-        if (fs::name_matches(table.name(i), folded_mask.c_str())) names.append(table.dir(i), table.name(i));
-    }
-    return names.release();
+    if (!state_->archive) return nullptr;
+    return fs::guarded(dir, static_cast<FS_NAME*>(nullptr), [&] {
+        const std::string folded_dir = folded(dir ? dir : "");
+        const std::string folded_mask = folded(mask ? mask : "");
+        return state_->list([&](std::string_view held_dir, std::string_view name) {
+            return fs::directory_answers(held_dir, dir ? folded_dir.c_str() : nullptr, flag) &&
+                   fs::name_matches(name, folded_mask.c_str());
+        });
+    });
 }
 
 FS_NAME* CZip_dir::search_substring(const char* text) {
-    if (!archive_ || !text || *text == '\0') return nullptr;
-    const std::string wanted = folded(text);
-    const fs::PackTable& table = archive_->table();
-    fs::NameCollector names;
-    for (std::uint32_t i = table.count(); i-- > 0;) {
-        if (!fits_host_buffers(table, i)) continue;
-        const std::string_view dir = table.dir(i);
-        if (dir.substr(0, dir.empty() ? 0 : dir.size() - 1).find(wanted) == std::string_view::npos) continue;
-        names.append(dir, table.name(i));
-    }
-    return names.release();
+    if (!state_->archive || !text || *text == '\0') return nullptr;
+    return fs::guarded(text, static_cast<FS_NAME*>(nullptr), [&] {
+        const std::string wanted = folded(text);
+        return state_->list([&](std::string_view dir, std::string_view /*name*/) {
+            return dir.substr(0, dir.empty() ? 0 : dir.size() - 1).find(wanted) != std::string_view::npos;
+        });
+    });
 }
-
-// What a pack has none of: it is read-only, has no times, and is read once.
-
-void CZip_dir::refresh_dir(const char* /*dir*/) {}
-void CZip_dir::refresh() {}
-bool CZip_dir::writable() { return false; }
-std::int64_t CZip_dir::write_time(const fs::path& /*p*/) { return 0; }
-bool CZip_dir::set_write_time(const fs::path& /*p*/, std::int64_t /*time*/) { return false; }
-bool CZip_dir::is_protected() { return false; }
-bool CZip_dir::read_only(const fs::path& /*p*/) { return true; }
-bool CZip_dir::set_read_only(const fs::path& /*p*/, bool /*on*/) { return false; }
-void CZip_dir::mark_installed_all(bool /*on*/) {}
-void CZip_dir::mark_installed(const fs::path& /*p*/, bool /*on*/) {}
-int CZip_dir::is_installed(const fs::path& /*p*/) { return 0; }
-SFsFile* CZip_dir::open_write(const fs::path& /*p*/, FFSOpenFlags::FLAGS /*flags*/) { return nullptr; }
-SFsFile* CZip_dir::open_append(const fs::path& /*p*/, FFSOpenFlags::FLAGS /*flags*/) { return nullptr; }
-SFsFile* CZip_dir::open_read_write(const fs::path& /*p*/, FFSOpenFlags::FLAGS /*flags*/) { return nullptr; }
-SFsFile* CZip_dir::create_write(const fs::path& /*p*/, FFSOpenFlags::FLAGS /*flags*/) { return nullptr; }
-SFsFile* CZip_dir::create_read_write(const fs::path& /*p*/, FFSOpenFlags::FLAGS /*flags*/) { return nullptr; }
-bool CZip_dir::mkdir(const fs::path& /*p*/) { return false; }
-void CZip_dir::rem_dir(const fs::path& /*p*/) {}
-bool CZip_dir::rem_file(const fs::path& /*p*/) { return false; }
-void CZip_dir::dump(ztl::vector<fs::string>& /*lines*/, const char* /*ext*/) {}

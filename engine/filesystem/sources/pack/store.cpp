@@ -10,34 +10,27 @@
 
 namespace fs {
 
-namespace {
-
-constexpr std::uint64_t unknown = ~std::uint64_t{0};
-
-}  // namespace
-
 bool PackStore::open(const char* native_path, bool in_memory) {
+    path_ = native_path;
     file_ = platform::File::open(native_path, {.sharing = platform::Sharing::NONE});
-    if (!file_.valid()) {
-        set_error_from_platform(native_path, "cannot be opened as a pack", platform::last_error());
-        return false;
-    }
+    if (!file_.valid()) return refuse_by_disk(native_path, "cannot be opened as a pack");
     monitor_touch_file(native_path);
     length_ = file_.length();
-    if (length_ == unknown) {
-        set_error_from_platform(native_path, "does not tell its length", platform::last_error());
-        return false;
-    }
-    if (in_memory && load()) file_.close();
-    return true;
+    if (length_ == failed) return refuse_by_disk(native_path, "does not tell its length");
+    return !in_memory || load();
 }
 
+/// False when the pack cannot be read.
 bool PackStore::load() {
-    if (length_ > std::numeric_limits<std::size_t>::max()) return false;
-    memory_.reset(static_cast<std::uint8_t*>(std::malloc(std::max<std::size_t>(1, static_cast<std::size_t>(length_)))));
-    if (!memory_) return false;
-    const std::uint64_t got = file_.read_at(memory_.get(), length_, 0);
-    length_ = got == unknown ? 0 : got;
+    if (length_ > std::numeric_limits<std::size_t>::max()) return true;
+    std::unique_ptr<std::uint8_t, Free> bytes(
+        static_cast<std::uint8_t*>(std::malloc(std::max<std::size_t>(1, static_cast<std::size_t>(length_)))));
+    if (!bytes) return true;
+    const std::uint64_t got = read(0, bytes.get(), length_);
+    if (got == failed) return false;
+    length_ = got;
+    memory_ = std::move(bytes);
+    file_.close();
     return true;
 }
 
@@ -48,8 +41,9 @@ std::uint64_t PackStore::read(std::uint64_t offset, void* buffer, std::uint64_t 
         std::memcpy(buffer, memory_.get() + offset, static_cast<std::size_t>(wanted));
         return wanted;
     }
-    const std::uint64_t got = file_.read_at(buffer, wanted, offset);
-    return got == unknown ? 0 : got;
+    const std::uint64_t got = wanted == 0 ? 0 : file_.read_at(buffer, wanted, offset);
+    if (got == failed) refuse_by_disk(path_.c_str(), "cannot be read as a pack");
+    return got;
 }
 
 const std::uint8_t* PackStore::view(std::uint64_t offset, std::uint64_t size) const {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <string>
 
 #include "engine/platform/files.h"
 
@@ -12,14 +13,18 @@ namespace fs {
 /// Threads  reading from any number of threads at once, without a lock: every read names its own offset.
 class PackStore {
 public:
+    static constexpr std::uint64_t failed = ~std::uint64_t{0};
+
     PackStore() = default;
 
-    /// Opens `native_path` and tells the monitor of it; with `in_memory` reads it whole and closes it again. When the
-    /// memory for that cannot be had, the file stays open instead. False, with fs::last_error set, on failure.
+    /// Opens `native_path` and tells the monitor of it; with `in_memory` reads it whole and closes it again. When there is
+    /// no memory for that, the file stays open instead. False, with fs::last_error set, on failure.
     bool open(const char* native_path, bool in_memory);
 
+    const std::string& path() const { return path_; }
     std::uint64_t length() const { return length_; }
-    /// Bytes read: less than `size` where the pack ends, or ended since it was opened; 0 on failure.
+    /// Bytes read: less than `size` where the pack ends, or ended since it was opened. `failed`, with fs::last_error set,
+    /// when the system fails.
     std::uint64_t read(std::uint64_t offset, void* buffer, std::uint64_t size) const;
     /// The bytes themselves when the pack is in memory and holds them all; else null.
     const std::uint8_t* view(std::uint64_t offset, std::uint64_t size) const;
@@ -34,6 +39,7 @@ private:
     platform::File file_;
     std::unique_ptr<std::uint8_t, Free> memory_;
     std::uint64_t length_ = 0;
+    std::string path_;
 };
 
 }  // namespace fs

@@ -71,6 +71,7 @@ void PackTable::build(PackDirectory&& directory) {
                             .header_offset = record.header_offset,
                             .size = record.size,
                             .packed_size = record.packed_size,
+                            .crc = record.crc,
                             .state = 0});
     }
 }

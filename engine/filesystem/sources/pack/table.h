@@ -15,13 +15,15 @@ struct PackDirectory;
 struct PackEntry {
     // Bits of `state` beside the length of the local header's two texts, which takes the lowest 17.
     static constexpr std::uint32_t texts_mask = 0x1FFFF;
-    static constexpr std::uint32_t located = 1u << 17;  // the local header was read: texts and `stored` hold
-    static constexpr std::uint32_t stored = 1u << 18;   // else deflated
+    static constexpr std::uint32_t located = 1u << 17;  // the local header was read: the bits below hold
+    static constexpr std::uint32_t stored = 1u << 18;
+    static constexpr std::uint32_t zstd = 1u << 19;  // neither: deflated
 
     std::uint32_t file;  // its number in the table of names
     std::uint32_t header_offset;
     std::uint32_t size;
     std::uint32_t packed_size;
+    std::uint32_t crc;    // of the plain bytes
     std::uint32_t state;  // changes once, when the entry is first opened; read and written atomically
 };
 

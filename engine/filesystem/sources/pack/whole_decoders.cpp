@@ -1,14 +1,14 @@
 #include "engine/filesystem/sources/pack/whole_decoders.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <new>
+#include <optional>
+#include <utility>
 
+#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/formats/inflate.h"
+#include "engine/filesystem/formats/zstd.h"
 #include "engine/filesystem/sources/pack/archive.h"
-
-#if defined(ENGINE_HAS_LIBDEFLATE)
-
-#include <libdeflate.h>
 
 namespace fs {
 
@@ -20,85 +20,76 @@ constexpr std::uint32_t most_packed = 256 * 1024 * 1024;
 
 }  // namespace
 
-struct WholeDecoders::Decoder {
-    struct FreeDecoder {
-        void operator()(libdeflate_decompressor* decoder) const { libdeflate_free_decompressor(decoder); }
-    };
-    struct FreeBytes {
+struct WholeDecoders::Worker {
+    struct Free {
         void operator()(std::uint8_t* bytes) const { std::free(bytes); }
     };
 
-    bool reserve(std::size_t size) {
-        if (size <= capacity) return true;
+    void reserve(std::size_t size) {
+        if (size <= capacity) return;
         packed.reset();
-        capacity = (size + 0xFFFF) & ~std::size_t{0xFFFF};
-        packed.reset(static_cast<std::uint8_t*>(std::malloc(capacity)));
-        if (!packed) capacity = 0;
-        return packed != nullptr;
+        capacity = 0;
+        const std::size_t rounded = (size + 0xFFFF) & ~std::size_t{0xFFFF};
+        packed.reset(static_cast<std::uint8_t*>(std::malloc(rounded)));
+        if (!packed) throw std::bad_alloc();
+        capacity = rounded;
     }
 
-    /// The packed bytes of an entry; null when the pack does not have them all.
+    /// The packed bytes of an entry; null when the pack does not give them all.
     const std::uint8_t* load(const PackStore& store, const PackedData& data) {
         if (const std::uint8_t* bytes = store.view(data.offset, data.packed_size)) return bytes;
-        const bool held = data.offset <= store.length() && data.packed_size <= store.length() - data.offset;
-        if (!held || !reserve(data.packed_size)) return nullptr;
+        if (data.offset > store.length() || data.packed_size > store.length() - data.offset) return nullptr;
+        reserve(data.packed_size);
+        const ErrorKeeper keep;  // whether the blocks fail too is what counts
         return store.read(data.offset, packed.get(), data.packed_size) == data.packed_size ? packed.get() : nullptr;
     }
 
-    std::unique_ptr<libdeflate_decompressor, FreeDecoder> inflater{libdeflate_alloc_decompressor()};
-    std::unique_ptr<std::uint8_t, FreeBytes> packed;
+    bool decode(const PackedData& data, const std::uint8_t* bytes, std::uint8_t* out) {
+        if (data.method == EFSPackMethod::ZSTD) {
+            if (!zstd) zstd.emplace();
+            return zstd->decode(bytes, data.packed_size, out, data.size);
+        }
+        if (!inflater) inflater.emplace();
+        return inflater->inflate(bytes, data.packed_size, out, data.size);
+    }
+
+    std::optional<BufferInflater> inflater;
+    std::optional<BufferZstdDecoder> zstd;
+    std::unique_ptr<std::uint8_t, Free> packed;
     std::size_t capacity = 0;
 };
 
 WholeDecoders::WholeDecoders() { idle_.reserve(most_idle); }
 WholeDecoders::~WholeDecoders() = default;
 
-std::unique_ptr<WholeDecoders::Decoder> WholeDecoders::take() {
+std::unique_ptr<WholeDecoders::Worker> WholeDecoders::take() {
     {
         const std::lock_guard guard(lock_);
         if (!idle_.empty()) {
-            std::unique_ptr<Decoder> decoder = std::move(idle_.back());
+            std::unique_ptr<Worker> worker = std::move(idle_.back());
             idle_.pop_back();
-            return decoder;
+            return worker;
         }
     }
-    std::unique_ptr<Decoder> decoder(new (std::nothrow) Decoder);
-    return decoder && decoder->inflater ? std::move(decoder) : nullptr;
+    return std::make_unique<Worker>();
 }
 
-void WholeDecoders::give_back(std::unique_ptr<Decoder> decoder) {
-    if (decoder->capacity > kept_capacity) {
-        decoder->packed.reset();
-        decoder->capacity = 0;
+void WholeDecoders::give_back(std::unique_ptr<Worker> worker) {
+    if (worker->capacity > kept_capacity) {
+        worker->packed.reset();
+        worker->capacity = 0;
     }
     const std::lock_guard guard(lock_);
-    if (idle_.size() < most_idle) idle_.push_back(std::move(decoder));
+    if (idle_.size() < most_idle) idle_.push_back(std::move(worker));
 }
 
-bool WholeDecoders::decode(const PackArchive& archive, const PackedData& data, std::uint8_t* buffer) {
+bool WholeDecoders::decode(const PackStore& store, const PackedData& data, std::uint8_t* buffer) {
     if (data.packed_size == 0 || data.packed_size > most_packed) return false;
-    std::unique_ptr<Decoder> decoder = take();
-    if (!decoder) return false;
-    const std::uint8_t* packed = decoder->load(archive.store(), data);
-    std::size_t size = 0;
-    const bool good = packed && libdeflate_deflate_decompress(decoder->inflater.get(), packed, data.packed_size, buffer,
-                                                              data.size, &size) == LIBDEFLATE_SUCCESS;
-    give_back(std::move(decoder));
-    return good && size == data.size;
+    std::unique_ptr<Worker> worker = take();
+    const std::uint8_t* bytes = worker->load(store, data);
+    const bool good = bytes && worker->decode(data, bytes, buffer);
+    give_back(std::move(worker));
+    return good;
 }
 
 }  // namespace fs
-
-#else
-
-namespace fs {
-
-struct WholeDecoders::Decoder {};
-
-WholeDecoders::WholeDecoders() = default;
-WholeDecoders::~WholeDecoders() = default;
-bool WholeDecoders::decode(const PackArchive&, const PackedData&, std::uint8_t*) { return false; }
-
-}  // namespace fs
-
-#endif

@@ -7,31 +7,31 @@
 
 namespace fs {
 
-class PackArchive;
+class PackStore;
 struct PackedData;
 
-/// Inflates whole entries in one call, straight from the packed bytes into the caller's buffer, several times faster
-/// than by blocks. Decoders and their buffers are kept for the next entry.
+/// Decodes whole entries in one call, straight from the packed bytes into the caller's buffer, the fastest way there is.
+/// Decoders and their buffers are kept for the next entry.
 /// Threads  any number at once.
 class WholeDecoders {
 public:
-    WholeDecoders();
+    WholeDecoders();  // may throw std::bad_alloc
     ~WholeDecoders();
     WholeDecoders(const WholeDecoders&) = delete;
     WholeDecoders& operator=(const WholeDecoders&) = delete;
 
-    /// Decodes a deflated entry. False when it is damaged, not of its recorded size, or too large for this, and where
-    /// the library was built without the means: the caller then goes by blocks.
-    bool decode(const PackArchive& archive, const PackedData& data, std::uint8_t* buffer);
+    /// Decodes a compressed entry. False when it is damaged, not of its recorded size, or too large for this: the caller
+    /// then goes by blocks. May throw std::bad_alloc.
+    bool decode(const PackStore& store, const PackedData& data, std::uint8_t* buffer);
 
 private:
-    struct Decoder;
+    struct Worker;
 
-    std::unique_ptr<Decoder> take();
-    void give_back(std::unique_ptr<Decoder> decoder);
+    std::unique_ptr<Worker> take();
+    void give_back(std::unique_ptr<Worker> worker);
 
     std::mutex lock_;  // guards idle_
-    std::vector<std::unique_ptr<Decoder>> idle_;
+    std::vector<std::unique_ptr<Worker>> idle_;
 };
 
 }  // namespace fs

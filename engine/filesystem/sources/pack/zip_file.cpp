@@ -1,17 +1,50 @@
 #include <algorithm>
+#include <string>
 #include <utility>
 
 #include <engine/filesystem/sources/pack.h>
 
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/log/message.h"
+#include "engine/filesystem/sources/joined_name.h"
 #include "engine/filesystem/sources/pack/archive.h"
-#include "engine/filesystem/sources/pack/block_reader.h"
-#include "engine/filesystem/sources/pack/bytes.h"
+#include "engine/filesystem/sources/pack/entry_reader.h"
+#include "engine/kernel/checksum.h"
 
-SZipFile::SZipFile(CFSSource* owner, std::shared_ptr<fs::PackArchive> archive, std::uint32_t entry)
-    : archive_(std::move(archive)), entry_(entry) {
+// The blocks of a reader need not know of reads of whole entries: a good one reads the same by whichever way, and a
+// damaged one is left to the blocks.
+
+namespace {
+
+constexpr MessageSource messages{"FileSystem", "engine/filesystem/pack"};
+
+const char* words_for(fs::PackFault fault) {
+    switch (fault) {
+        case fs::PackFault::NONE:
+            return "nothing is wrong";
+        case fs::PackFault::DAMAGED:
+            return "its compressed data is damaged";
+        case fs::PackFault::ENDS_EARLY:
+            return "it has fewer bytes than the pack says";
+        case fs::PackFault::CHECKSUM:
+            return "its checksum does not match";
+        case fs::PackFault::PACK_IS_SHORT:
+            return "the pack ends before it does";
+        case fs::PackFault::IO:
+            return "the disk does not give its bytes";
+        case fs::PackFault::NO_MEMORY:
+            return "there is no memory for decoding it";
+    }
+    return "";
+}
+
+}  // namespace
+
+SZipFile::SZipFile(CFSSource* owner, std::shared_ptr<fs::PackArchive> archive, std::uint32_t entry, bool exact_seeks)
+    : archive_(std::move(archive)), entry_(entry), exact_seeks_(exact_seeks) {
     source = owner;
-    name = fs::join_name(archive_->table().dir(entry), archive_->table().name(entry));
+    name = fs::joined_name(archive_->table().dir(entry), archive_->table().name(entry));
     size_ = archive_->table().entry(entry).size;
 }
 
@@ -20,22 +53,46 @@ SZipFile::~SZipFile() = default;
 std::uint64_t SZipFile::read(void* buffer, std::uint64_t size) {
     if (position_ > size_) return 0;
     const std::uint64_t count = std::min<std::uint64_t>(size, size_ - position_);
+    return fs::guarded(name, std::uint64_t{0}, [&] { return read_some(static_cast<std::uint8_t*>(buffer), count); });
+}
+
+std::uint64_t SZipFile::read_some(std::uint8_t* buffer, std::uint64_t count) {
     const fs::PackedData data = archive_->data_of(entry_);
-    auto* bytes = static_cast<std::uint8_t*>(buffer);
-    // The blocks need not know of this: a whole deflated entry that is good reads the same by whichever way.
-    if (!data.stored && position_ == 0 && count == size_ && count != 0 &&
-        archive_->whole_decoders().decode(*archive_, data, bytes)) {
-        position_ = size_;
-        return count;
+    const bool in_blocks = data.method == EFSPackMethod::STORE && !exact_seeks_;
+    if (count == 0 && !in_blocks) return 0;  // nothing is decoded for nothing
+    const bool whole = position_ == 0 && count == size_ && count != 0 && data.method != EFSPackMethod::STORE;
+    std::uint64_t delivered = count;
+    auto fault = fs::PackFault::NONE;
+    if (!whole || !archive_->whole_decoders().decode(archive_->store(), data, buffer)) {
+        if (!reader_) reader_ = fs::EntryReader::create(*archive_, entry_, data, exact_seeks_);
+        delivered = reader_->read(position_, buffer, count);
+        fault = reader_->fault();
     }
-    if (!reader_) reader_ = fs::BlockReader::create(*archive_, entry_, data);
-    if (!reader_) {
-        fs::set_error(EFSError::OUT_OF_MEMORY, name, "The pack source has no memory for decoding the entry.");
-        return 0;
+    if (position_ == 0) checked_ = crc_ = 0;
+    if (position_ == checked_) {
+        crc_ = kernel::crc32(crc_, buffer, static_cast<std::size_t>(delivered));
+        checked_ += static_cast<std::uint32_t>(delivered);
+        const bool all = checked_ == size_ && delivered != 0;
+        if (fault == fs::PackFault::NONE && delivered < count) fault = fs::PackFault::ENDS_EARLY;
+        if (fault == fs::PackFault::NONE && all && crc_ != archive_->table().entry(entry_).crc)
+            fault = fs::PackFault::CHECKSUM;
     }
-    const std::uint64_t delivered = reader_->read(position_, bytes, count);
     position_ += delivered;
+    if (fault != fs::PackFault::NONE) report(fault);
     return delivered;
+}
+
+/// The caller's thread has the reason after every read that met it; the log gets one message for each open file.
+void SZipFile::report(fs::PackFault fault) {
+    const std::string& pack = archive_->store().path();
+    const char* words = words_for(fault);
+    if (!std::exchange(told_, true)) {
+        log_message(messages, Log::ELevel::ERRR, __LINE__, "The entry '%s' of the pack '%s' cannot be read: %s.\n",
+                    fs::file_name(this), pack.c_str(), words);
+    }
+    if (fault == fs::PackFault::IO) return;  // whoever asked the disk has told why
+    fs::set_error(fault == fs::PackFault::NO_MEMORY ? EFSError::OUT_OF_MEMORY : EFSError::BAD_FORMAT, name,
+                  "The entry of the pack \"" + pack + "\" cannot be read: " + words + ".");
 }
 
 std::uint64_t SZipFile::write(const void* /*buffer*/, std::uint64_t /*size*/) { return 0; }

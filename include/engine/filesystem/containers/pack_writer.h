@@ -4,15 +4,17 @@
 #include <memory>
 
 #include <engine/filesystem/api.h>
+#include <engine/filesystem/formats/pack_method.h>
 
 namespace fs {
 
 /// Makes a pack: writes beside its target and takes the target's place in finish. The bytes depend on nothing but the
 /// calls made.
 ///
-/// Failure  false, with the reason in fs::last_error. A refused entry leaves the pack as it was; when the disk fails,
-///          every later call fails too and finish leaves the target alone.
-/// Limits   65,535 entries; 4 GiB in all and for each entry; names that a pack source can show (docs/packs.md).
+/// Failure  false, with the reason in fs::last_error. A failed add leaves the pack as it was, open for the next one; a
+///          failed finish leaves the target alone.
+/// Limits   65,535 entries; 4 GiB in all and for each entry; names that a pack source can show (docs/packs.md), of which
+///          no two differ in case alone.
 /// Threads  one at a time.
 class ENGINE_FS_API pack_writer {
 public:
@@ -23,9 +25,12 @@ public:
 
     /// Starts a pack that will be `native_path`; one under way is cancelled.
     bool open(const char* native_path);
-    /// Adds an entry. `level` 0 stores, 1 to 12 deflate (what does not become smaller is stored). `size` may be 0.
-    /// `time` counts 100 ns since 1601 and is written as it is, without regard to time zones.
-    bool add(const char* name, const void* data, std::uint64_t size, int level, std::int64_t time);
+    /// Adds an entry. `level` 0 stores; 1 to 12 deflate, 1 to 22 are zstd's. What does not become smaller is stored, or,
+    /// when it is longer than 32 KiB, written as a deflate stream that only copies, so that it can be sought in. `size`
+    /// may be 0. `time` counts 100 ns since 1601 and is written as it is, without regard to time zones. ZSTD fails
+    /// (UNSUPPORTED) where the library was built without it; zip tools of before 2021 cannot read it.
+    bool add(const char* name, const void* data, std::uint64_t size, int level, std::int64_t time,
+             EFSPackMethod::TYPE method = EFSPackMethod::DEFLATE);
     /// Adds an entry that the caller has deflated (raw, without header). `size` and `crc` are those of the plain bytes.
     bool add_deflated(const char* name, const void* packed, std::uint64_t packed_size, std::uint64_t size,
                       std::uint32_t crc, std::int64_t time);

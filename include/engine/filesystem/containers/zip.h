@@ -5,6 +5,9 @@
 
 // New zip files from buffers in memory, written where fs::open creates the virtual path. For packs made by tools there
 // is fs::pack_writer.
+//
+// Failure  the reason is in fs::last_error. A failed add leaves the archive open and every earlier entry safe.
+// Threads  any for different archives; one at a time for one.
 
 namespace MiniZ {
 
@@ -13,7 +16,8 @@ ENGINE_FS_API void* ZipCreate(const char* path);
 /// Adds an entry, deflated at level 6, with the present time and the name as it stands. False, with the archive as it
 /// was, when handle, name or data are null, name or data empty, or the writer refuses.
 ENGINE_FS_API bool ZipAddData(void* handle, const char* name, const void* data, unsigned int size);
-/// Writes the directory and closes the file. Nothing happens for null and for a handle that was closed before.
+/// Writes the directory and closes the file; when that fails, fs::last_error says why, and the file is no zip file.
+/// Nothing happens for null and for a handle that was closed before.
 ENGINE_FS_API void ZipClose(void* handle);
 
 /// Holds one such handle and closes it at its end. A copy refers to the same archive, which is closed once.

@@ -32,6 +32,7 @@ struct FFSOpenFlags {
         THROUGH_VFS = 0x100,       // fs::open_native in READ mode opens through fs::open instead
         GZIP_LEVEL1 = 0x200,       // WRITE only, level 1; tested before level 5, which is tested before level 9
         WHOLE_NAME = 0x800,        // the name is taken as a whole, never by its end
+        SEEKABLE = 0x1000,         // a stored entry of a pack is read at the position asked for
     };
 };
 

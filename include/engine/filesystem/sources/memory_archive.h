@@ -4,7 +4,8 @@
 #include <memory>
 
 #include <engine/filesystem/api.h>
-#include <engine/filesystem/contract/source.h>
+#include <engine/filesystem/contract/read_only_source.h>
+#include <engine/filesystem/contract/whole_names.h>
 #include <engine/kernel/ztl.h>
 
 namespace fs {
@@ -58,45 +59,26 @@ private:
 /// directory that is asked for plays no part.
 ///
 /// Owns     not the archive, which must outlive the source. Open files hold copies of their own.
-class ENGINE_FS_API CMemZip_dir : public CFSSource {
+class ENGINE_FS_API CMemZip_dir : public ReadOnlySource, public WholeNames {
 public:
     explicit CMemZip_dir(ZippedDataArchive* archive = nullptr, EFSSourceType::TYPE type = EFSSourceType::PLS);
     ~CMemZip_dir() override;
 
+    /// True; the source keeps the path and the flags that it was made with, which are none.
     bool init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir_listing* listing) override;
-    void clear() override;
-    const fs::path& path() override;
-    FFSAddSourceFlags::ENUM flags() override;
-    void refresh_dir(const char* dir) override;
-    void refresh() override;
-    bool writable() override;
     EFSSourceType::TYPE type() override;
     bool exists(const fs::path& p) override;
+    /// As exists, for a name without a directory: an archive has none.
+    bool exists_whole(const fs::path& p) override;
     void full_path(fs::path& out, const fs::path& p) override;  // the path itself
     void root_path(fs::path& out, const fs::path& p) override;  // always empty
-    std::int64_t write_time(const fs::path& p) override;
-    bool set_write_time(const fs::path& p, std::int64_t time) override;
-    bool is_protected() override;
-    bool read_only(const fs::path& p) override;
-    bool set_read_only(const fs::path& p, bool on) override;
+    /// Null when the name is missing, and, with BAD_FORMAT in fs::last_error and a message in the log, when the entry is
+    /// damaged or not of its recorded length.
     SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    SFsFile* open_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    SFsFile* open_append(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    SFsFile* open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    SFsFile* create_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    SFsFile* create_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    bool mkdir(const fs::path& p) override;
-    void rem_dir(const fs::path& p) override;
-    bool rem_file(const fs::path& p) override;
-    FS_NAME* get_file_list(const char* dir, const char* mask, bool flag) override;
-    FS_NAME* search_substring(const char* text) override;
-    fs::dir* dir_tree() override;
 
 private:
     ZippedDataArchive* archive_;
     EFSSourceType::TYPE type_;
-    FFSAddSourceFlags::ENUM flags_ = FFSAddSourceFlags::NONE;
-    fs::path path_;
 };
 
 /// The process's server archive, made at the first call over `memory` (null: none yet) and mounted ahead of every other

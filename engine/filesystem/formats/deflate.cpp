@@ -1,19 +1,29 @@
-#include "engine/filesystem/containers/pack_writer_deflate.h"
+#include "engine/filesystem/formats/deflate.h"
 
 #include <algorithm>
 #include <limits>
 #include <new>
 
-#if defined(ENGINE_HAS_LIBDEFLATE)
+#if ENGINE_HAS_LIBDEFLATE
 #include <libdeflate.h>
-#endif
+#else
 #include <zlib.h>
+#endif
+
+#include "engine/kernel/bytes.h"
 
 namespace fs {
 
+namespace {
+
+constexpr std::size_t most_copied = 0xFFFF;  // by one block of a deflate stream
+constexpr std::size_t block_header_size = 5;
+
+}  // namespace
+
 // A result that is not smaller than the data is of no use, so there never is more room than that.
 
-#if defined(ENGINE_HAS_LIBDEFLATE)
+#if ENGINE_HAS_LIBDEFLATE
 
 struct Deflater::State {
     libdeflate_compressor* compressor = nullptr;
@@ -32,8 +42,6 @@ struct Deflater::State {
         return libdeflate_deflate_compress(compressor, data, size, out, room);
     }
 };
-
-std::uint32_t crc32_of(const void* data, std::size_t size) { return libdeflate_crc32(0, data, size); }
 
 #else
 
@@ -62,28 +70,47 @@ struct Deflater::State {
     }
 };
 
-std::uint32_t crc32_of(const void* data, std::size_t size) {
-    return static_cast<std::uint32_t>(crc32_z(crc32_z(0, nullptr, 0), static_cast<const Bytef*>(data), size));
-}
-
 #endif
 
-Deflater::Deflater() : state_(new (std::nothrow) State) {}
+Deflater::Deflater() : state_(std::make_unique<State>()) {}
 Deflater::~Deflater() = default;
 
-bool Deflater::reserve(std::size_t size) {
-    if (size <= capacity_) return true;
+void Deflater::reserve(std::size_t size) {
+    if (size <= capacity_) return;
     buffer_.reset();
+    capacity_ = 0;
     buffer_.reset(static_cast<std::uint8_t*>(std::malloc(size)));
-    capacity_ = buffer_ ? size : 0;
-    return buffer_ != nullptr;
+    if (!buffer_) throw std::bad_alloc();
+    capacity_ = size;
 }
 
-Deflater::Result Deflater::deflate(const void* data, std::size_t size, int level) {
-    if (size < 2 || size > std::numeric_limits<std::uint32_t>::max()) return Result::NOT_SMALLER;
-    if (!state_ || !state_->prepare(std::clamp(level, 1, 12)) || !reserve(size)) return Result::NO_MEMORY;
+bool Deflater::deflate(const void* data, std::size_t size, int level) {
+    if (size < 2 || size > std::numeric_limits<std::uint32_t>::max()) return false;
+    if (!state_->prepare(std::clamp(level, 1, 12))) throw std::bad_alloc();
+    reserve(size);
     size_ = state_->compress(data, size, buffer_.get(), size - 1);
-    return size_ != 0 ? Result::SMALLER : Result::NOT_SMALLER;
+    return size_ != 0;
+}
+
+std::uint64_t size_deflated_by_copying(std::uint64_t size) {
+    return size + std::max<std::uint64_t>(1, (size + most_copied - 1) / most_copied) * block_header_size;
+}
+
+std::vector<std::uint8_t> deflate_by_copying(const void* data, std::size_t size) {
+    const auto* bytes = static_cast<const std::uint8_t*>(data);
+    std::vector<std::uint8_t> out;
+    out.reserve(static_cast<std::size_t>(size_deflated_by_copying(size)));
+    do {
+        const std::size_t piece = std::min(size, most_copied);
+        std::uint8_t header[block_header_size] = {static_cast<std::uint8_t>(piece == size)};  // whether it is the last
+        kernel::store_u16(header + 1, static_cast<std::uint16_t>(piece));
+        kernel::store_u16(header + 3, static_cast<std::uint16_t>(~piece));
+        out.insert(out.end(), header, header + block_header_size);
+        out.insert(out.end(), bytes, bytes + piece);
+        bytes += piece;
+        size -= piece;
+    } while (size != 0);
+    return out;
 }
 
 }  // namespace fs

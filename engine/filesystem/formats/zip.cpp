@@ -1,13 +1,10 @@
-#include "engine/filesystem/containers/pack_writer_format.h"
+#include "engine/filesystem/formats/zip.h"
 
 #include <algorithm>
 
-#include <engine/filesystem/contract/path.h>
-
-#include "engine/filesystem/contract/normalize.h"
 #include "engine/platform/clock.h"
 
-namespace fs {
+namespace fs::zip {
 
 namespace {
 
@@ -25,13 +22,26 @@ void append_u32(std::string& out, std::uint32_t value) {
     append_u16(out, value >> 16);
 }
 
+/// The version of the format that a reader needs.
+std::uint32_t version_for(EFSPackMethod::TYPE method) {
+    switch (method) {
+        case EFSPackMethod::STORE:
+            return 10;
+        case EFSPackMethod::DEFLATE:
+            return 20;
+        case EFSPackMethod::ZSTD:
+            return 63;
+    }
+    return 63;
+}
+
 /// The fields that both headers have in the same order.
-void append_common(std::string& out, const PackedEntry& entry) {
+void append_common(std::string& out, const NewEntry& entry) {
     const auto is_plain = [](char letter) { return static_cast<unsigned char>(letter) < 0x80; };
     const bool plain = std::all_of(entry.name.begin(), entry.name.end(), is_plain);
-    append_u16(out, entry.stored ? 10 : 20);  // version of the format that a reader needs
+    append_u16(out, version_for(entry.method));
     append_u16(out, plain ? 0 : flag_utf8);
-    append_u16(out, entry.stored ? 0 : 8);
+    append_u16(out, entry.method);
     append_u16(out, entry.dos_time);
     append_u16(out, entry.dos_date);
     append_u32(out, entry.crc);
@@ -43,15 +53,15 @@ void append_common(std::string& out, const PackedEntry& entry) {
 
 }  // namespace
 
-void append_local_header(std::string& out, const PackedEntry& entry) {
-    append_u32(out, 0x04034B50);
+void append_local_header(std::string& out, const NewEntry& entry) {
+    append_u32(out, local_signature);
     append_common(out, entry);
     out.append(entry.name);
 }
 
-void append_central_header(std::string& out, const PackedEntry& entry) {
-    append_u32(out, 0x02014B50);
-    append_u16(out, made_on_unix | 20);
+void append_central_header(std::string& out, const NewEntry& entry) {
+    append_u32(out, central_signature);
+    append_u16(out, made_on_unix | std::max(20u, version_for(entry.method)));
     append_common(out, entry);
     append_u16(out, 0);  // no comment
     append_u16(out, 0);  // first disk
@@ -63,7 +73,7 @@ void append_central_header(std::string& out, const PackedEntry& entry) {
 
 void append_end_record(std::string& out, std::uint32_t entries, std::uint32_t directory_offset,
                        std::uint32_t directory_size) {
-    append_u32(out, 0x06054B50);
+    append_u32(out, end_signature);
     append_u32(out, 0);  // this disk, and the one of the directory
     append_u16(out, entries);
     append_u16(out, entries);
@@ -86,20 +96,13 @@ void to_dos_time(std::int64_t file_time, std::uint16_t& dos_date, std::uint16_t&
     }
 }
 
-const char* refuse_entry_name(std::string_view name) {
-    if (name.empty()) return "is empty";
-    if (name.size() >= path_capacity) return "is longer than 259 bytes";
-    if (name.find('\0') != std::string_view::npos) return "holds a zero byte";
-    if (name.back() == '/' || name.back() == '\\') return "is that of a directory";
-    char normal[path_capacity];
-    name.copy(normal, name.size());
-    normal[name.size()] = '\0';
-    if (is_full_path(normal)) return "is a full path";
-    const Normalized normalized = normalize(normal, normal, true);
-    if (std::string_view(normal, normalized.length) != name) return "is not in normal form";
-    if (name == ".." || name.starts_with("../")) return "climbs above the pack";
-    if (name.find("/#") != std::string_view::npos) return "would be hidden: it has a component that begins with \"#\"";
-    return nullptr;
+std::int64_t from_dos_time(std::uint16_t dos_date, std::uint16_t dos_time) {
+    return platform::from_calendar({.year = 1980 + (dos_date >> 9),
+                                    .month = dos_date >> 5 & 15,
+                                    .day = dos_date & 31,
+                                    .hour = dos_time >> 11,
+                                    .minute = dos_time >> 5 & 63,
+                                    .second = (dos_time & 31) * 2});
 }
 
-}  // namespace fs
+}  // namespace fs::zip

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+namespace fs {
+
+/// What a decoder may take and where its output goes. Both ends move on as it works.
+struct DecoderBuffers {
+    const std::uint8_t* in = nullptr;
+    std::size_t in_size = 0;
+    std::uint8_t* out = nullptr;
+    std::size_t out_size = 0;
+};
+
+/// Decodes one compressed stream piece by piece, whichever library stands behind it.
+/// Threads  one at a time.
+class Decoder {
+public:
+    enum class Result : std::uint8_t {
+        MORE,       // the room is filled, or all input is taken
+        END,        // the stream ends here; what follows it is left in the input
+        DAMAGED,    // the bytes before the damage came out; until the next start there will be no more
+        NO_MEMORY,  // likewise
+    };
+
+    /// A state in the middle of a stream, to go on from with any decoder of the same kind.
+    class Checkpoint {
+    public:
+        virtual ~Checkpoint() = default;
+        virtual std::size_t bytes() const = 0;
+    };
+
+    virtual ~Decoder() = default;
+
+    /// Goes to the beginning of a stream; to be called before the first decode. False without memory.
+    virtual bool start() = 0;
+    /// Goes on until the room is filled, the input is taken, or the stream ends. Room for nothing, or no input, is
+    /// allowed: output may have waited inside.
+    virtual Result decode(DecoderBuffers& buffers) = 0;
+
+    /// The present state; null where there is no way to keep one. May throw std::bad_alloc.
+    virtual std::shared_ptr<const Checkpoint> save() const { return nullptr; }
+    /// Goes to a saved state, of the same kind of decoder. False without memory: then only start() helps.
+    virtual bool restore(const Checkpoint& /*from*/) { return false; }
+};
+
+}  // namespace fs

@@ -1,0 +1,225 @@
+// Both decoders of deflate streams beside zlib in one call, and zstd's frames.
+#include <algorithm>
+#include <cstring>
+
+#include "engine/filesystem/formats/deflate.h"
+#include "engine/filesystem/formats/inflate.h"
+#include "engine/filesystem/formats/zstd.h"
+#include "tests/sources/pack/fixture.h"
+
+namespace {
+
+using fs::Decoder;
+using fs::InflateEngine;
+
+constexpr std::size_t most_output = 300000;
+
+/// Bytes of one of several kinds: random, half random, repetitions from near and far, runs, words.
+std::string sample(std::uint32_t seed) {
+    std::mt19937 random(seed);
+    const std::size_t size = random() % 150000;
+    std::string out;
+    while (out.size() < size) {
+        switch (seed % 5) {
+            case 0:
+                out += static_cast<char>(random());
+                break;
+            case 1:
+                out += static_cast<char>('a' + random() % 16);
+                break;
+            case 2:
+                if (out.size() > 100 && random() % 3 != 0) {
+                    const std::size_t from = out.size() - 1 - random() % std::min<std::size_t>(out.size() - 1, 40000);
+                    for (std::size_t i = 0, length = 3 + random() % 300; i < length; ++i) out += out[from + i];
+                } else {
+                    out += static_cast<char>(random());
+                }
+                break;
+            case 3:
+                out.append(random() % 500, static_cast<char>(random() % 3));
+                break;
+            default:
+                out += std::to_string(random() % 1000) + " word ";
+                break;
+        }
+    }
+    return out;
+}
+
+/// By zlib, all at once. False when it refuses the stream or needs more bytes.
+bool by_zlib(const std::string& packed, std::string& out) {
+    out.resize(most_output);
+    z_stream stream{};
+    inflateInit2(&stream, -MAX_WBITS);
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(packed.data()));
+    stream.avail_in = static_cast<uInt>(packed.size());
+    stream.next_out = reinterpret_cast<Bytef*>(out.data());
+    stream.avail_out = static_cast<uInt>(out.size());
+    const int result = inflate(&stream, Z_FINISH);
+    out.resize(stream.total_out);
+    inflateEnd(&stream);
+    return result == Z_STREAM_END;
+}
+
+struct Decoded {
+    std::string bytes;
+    std::size_t left = 0;  // input behind the stream's end
+    Decoder::Result result = Decoder::Result::MORE;
+};
+
+/// In pieces of input and output; now and then the rest is left to another decoder, from a checkpoint.
+Decoded in_pieces(InflateEngine engine, const std::string& packed, std::size_t in_piece, std::size_t out_piece) {
+    Decoded decoded;
+    auto decoder = fs::make_inflater(engine);
+    EXPECT_TRUE(decoder->start());
+    const auto* next = reinterpret_cast<const std::uint8_t*>(packed.data());
+    const auto* const end = next + packed.size();
+    std::vector<std::uint8_t> out(out_piece);
+    for (int step = 1; decoded.result == Decoder::Result::MORE && decoded.bytes.size() < most_output; ++step) {
+        const std::size_t piece = std::min(in_piece, static_cast<std::size_t>(end - next));
+        fs::DecoderBuffers buffers{.in = next, .in_size = piece, .out = out.data(), .out_size = out.size()};
+        decoded.result = decoder->decode(buffers);
+        const std::size_t made = out.size() - buffers.out_size;
+        decoded.bytes.append(reinterpret_cast<const char*>(out.data()), made);
+        if (made == 0 && buffers.in == next && piece == static_cast<std::size_t>(end - next)) break;
+        next = buffers.in;
+        if (step % 7 != 0 || decoded.result != Decoder::Result::MORE) continue;
+        const auto checkpoint = decoder->save();
+        if (!checkpoint) continue;
+        EXPECT_LT(checkpoint->bytes(), 80u << 10);
+        decoder = fs::make_inflater(engine);
+        EXPECT_TRUE(decoder->start() && decoder->restore(*checkpoint));
+    }
+    decoded.left = static_cast<std::size_t>(end - next);
+    return decoded;
+}
+
+class Inflate : public testing::TestWithParam<InflateEngine> {
+protected:
+    void SetUp() override {
+        if (!fs::has_inflate_engine(GetParam())) GTEST_SKIP() << "built without it";
+    }
+};
+
+TEST_P(Inflate, GivesTheBytesOfZlibAndLeavesWhatFollowsTheStream) {
+    const std::size_t pieces[][2] = {{1, 100}, {16384, 32768}, {100000, 4096}, {7, 70000}, {300, 1}};
+    for (std::uint32_t seed = 0; seed < 40; ++seed) {
+        const std::string plain = sample(seed);
+        const int strategies[] = {Z_DEFAULT_STRATEGY, Z_HUFFMAN_ONLY, Z_FIXED};
+        const std::string packed = packs::deflated(plain, static_cast<int>(seed % 10), strategies[seed % 3]);
+        for (const auto& [in_piece, out_piece] : pieces) {
+            if (out_piece == 1 && plain.size() > 20000) continue;
+            const Decoded decoded = in_pieces(GetParam(), packed + "trailer!", in_piece, out_piece);
+            ASSERT_EQ(decoded.result, Decoder::Result::END) << seed << " " << in_piece;
+            ASSERT_TRUE(decoded.bytes == plain) << seed << " " << in_piece << " " << out_piece;
+            ASSERT_EQ(decoded.left, 8u) << seed << " " << in_piece << " " << out_piece;
+        }
+    }
+}
+
+// What comes before the damage comes out, as by zlib; which damage is seen is each decoder's own affair.
+TEST_P(Inflate, NeverGivesOtherBytesForAStreamThatZlibTakes) {
+    for (std::uint32_t seed = 0; seed < 300; ++seed) {
+        std::mt19937 random(seed);
+        std::string packed =
+            packs::deflated(sample(seed % 40), static_cast<int>(random() % 10), static_cast<int>(random() % 5));
+        const std::size_t where = seed % 2 == 0 ? std::min<std::size_t>(packed.size(), 200) : packed.size();
+        for (int flips = 0; flips < 2; ++flips) packed[random() % where] ^= static_cast<char>(1 << random() % 8);
+        if (seed % 7 == 0) packed.resize(random() % packed.size());
+        std::string expected;
+        const bool zlib_takes_it = by_zlib(packed, expected);
+        const Decoded decoded = in_pieces(GetParam(), packed, 16384, 32768);
+        if (zlib_takes_it) ASSERT_EQ(decoded.result, Decoder::Result::END) << seed;
+        if (zlib_takes_it) ASSERT_TRUE(decoded.bytes == expected) << seed;
+        const std::size_t both = std::min(decoded.bytes.size(), expected.size());
+        ASSERT_TRUE(decoded.bytes.compare(0, both, expected, 0, both) == 0) << seed;
+    }
+}
+
+// A block header that two pieces of input share, while output waits, used to come apart.
+TEST_P(Inflate, ReadsLongStreamsOfManyBlocks) {
+    const std::string plain = packs::noise(3 << 20, 3);
+    const std::string packed = packs::deflated(plain);
+    std::string found;
+    const auto decoder = fs::make_inflater(GetParam());
+    ASSERT_TRUE(decoder->start());
+    std::vector<std::uint8_t> out(32768);
+    fs::DecoderBuffers buffers{.in = reinterpret_cast<const std::uint8_t*>(packed.data())};
+    const auto* const end = buffers.in + packed.size();
+    for (Decoder::Result result = Decoder::Result::MORE; result == Decoder::Result::MORE;) {
+        buffers.in_size = std::min<std::size_t>(16384, static_cast<std::size_t>(end - buffers.in));
+        buffers.out = out.data();
+        buffers.out_size = out.size();
+        result = decoder->decode(buffers);
+        ASSERT_NE(result, Decoder::Result::DAMAGED) << found.size();
+        found.append(reinterpret_cast<const char*>(out.data()), out.size() - buffers.out_size);
+    }
+    EXPECT_TRUE(found == plain);
+    EXPECT_EQ(buffers.in, end);
+}
+
+INSTANTIATE_TEST_SUITE_P(Engines, Inflate, testing::Values(InflateEngine::ZLIB, InflateEngine::ISAL),
+                         [](const auto& info) { return info.param == InflateEngine::ZLIB ? "zlib" : "isal"; });
+
+TEST(InflateBuffer, TakesExactlyWhatItIsToldAndNothingDamaged) {
+    fs::BufferInflater inflater;
+    for (std::uint32_t seed = 0; seed < 20; ++seed) {
+        const std::string plain = sample(seed);
+        const std::string packed = packs::deflated(plain, 6);
+        std::string out(plain.size() + 1, '!');
+        ASSERT_TRUE(inflater.inflate(packed.data(), packed.size(), out.data(), plain.size())) << seed;
+        ASSERT_TRUE(out == plain + "!") << seed;
+        EXPECT_FALSE(inflater.inflate(packed.data(), packed.size(), out.data(), out.size())) << seed;
+        if (!plain.empty()) EXPECT_FALSE(inflater.inflate(packed.data(), packed.size(), out.data(), plain.size() - 1));
+        EXPECT_FALSE(inflater.inflate(packed.data(), packed.size() / 2, out.data(), plain.size())) << seed;
+    }
+}
+
+TEST(Deflate, CopyingMakesStreamsOfTheLengthThatItTells) {
+    for (const std::size_t size : {0u, 1u, 65535u, 65536u, 200000u}) {
+        const std::string plain = packs::noise(size, 1);
+        const auto made = fs::deflate_by_copying(plain.data(), size);
+        EXPECT_EQ(made.size(), fs::size_deflated_by_copying(size));
+        std::string out;
+        EXPECT_TRUE(by_zlib(std::string(made.begin(), made.end()), out) && out == plain) << size;
+    }
+}
+
+TEST(Zstd, WritesFramesOfAMebibyteWithATableThatFindsThem) {
+    if (!fs::has_zstd()) GTEST_SKIP() << "built without it";
+    const std::string plain = packs::noise((5 << 19) + 77, 1);
+    const auto packed = fs::compress_zstd(plain.data(), plain.size(), 3);
+    fs::BufferZstdDecoder whole;
+    std::string out(plain.size(), '!');
+    ASSERT_TRUE(whole.decode(packed.data(), packed.size(), out.data(), out.size()));
+    EXPECT_TRUE(out == plain);
+
+    const std::uint8_t* const end = packed.data() + packed.size();
+    const std::uint64_t table_size = fs::ZstdSeekTable::size_by_footer(end - fs::ZstdSeekTable::footer_size);
+    ASSERT_EQ(table_size, 8u + 3 * 8 + 9);
+    fs::ZstdSeekTable table;
+    ASSERT_TRUE(table.read(end - table_size, table_size, packed.size(), plain.size()));
+    ASSERT_EQ(table.starts.size(), 3u);
+    EXPECT_EQ(table.frame_size, 1u << 20);
+    const auto decoder = fs::make_zstd_decoder();
+    for (std::size_t frame : {2u, 0u, 1u}) {
+        std::string found(1000, '\0');
+        ASSERT_TRUE(decoder->start());
+        fs::DecoderBuffers buffers{.in = packed.data() + table.starts[frame],
+                                   .in_size = packed.size() - table.starts[frame],
+                                   .out = reinterpret_cast<std::uint8_t*>(found.data()),
+                                   .out_size = found.size()};
+        EXPECT_EQ(decoder->decode(buffers), Decoder::Result::MORE);
+        EXPECT_TRUE(found == plain.substr(frame << 20, 1000)) << frame;
+    }
+    EXPECT_FALSE(table.read(end - table_size, table_size, packed.size() + 1, plain.size()));
+    EXPECT_FALSE(table.read(end - table_size, table_size, packed.size(), plain.size() - 1));
+    EXPECT_TRUE(table.starts.empty());
+
+    const std::string random = sample(0);
+    EXPECT_TRUE(fs::compress_zstd(random.data(), random.size(), 3).empty()) << "it would not be smaller";
+    const auto one_frame = fs::compress_zstd(plain.data(), 1000, 19);
+    EXPECT_EQ(fs::ZstdSeekTable::size_by_footer(one_frame.data() + one_frame.size() - 9), 0u);
+}
+
+}  // namespace
