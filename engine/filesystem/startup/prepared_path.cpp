@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "engine/filesystem/contract/normalize.h"
+#include "engine/platform/directories.h"
 
 namespace fs {
 
@@ -13,6 +14,8 @@ PreparedPath::PreparedPath(const char* path) : text_{} {
     if (is_too_long_) return;
     std::memcpy(text_, path != nullptr ? path : "", length + 1);
     if (length > 1 && is_separator(text_[length - 1])) text_[length - 1] = '\0';
+    // Once, so that one directory has one path however it was told.
+    if (is_full_path(text_)) platform::expand_short_names(text_, text_);
     path_normalize(text_, text_, false);
 }
 

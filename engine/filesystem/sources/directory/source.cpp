@@ -137,8 +137,10 @@ void CWin32_dir::refresh() {
 void CWin32_dir::refresh_dir(const char* dir) {
     fs::guarded(dir, [&] {
         fs::DirectoryState& state = *state_;
+        char expanded[platform::path_buffer_size];
+        const bool is_full = fs::is_full_path(dir) && platform::expand_short_names(dir, expanded);
         fs::path parsed;
-        parsed.Set(dir, "", true);
+        parsed.Set(is_full ? expanded : dir, "", true);
         std::string_view below = parsed.PathNameView();
         fs::NativePath native;
         if (fs::place_of(state.native_root, below) == fs::Place::OUTSIDE) return;
