@@ -33,7 +33,6 @@ const std::vector<Fault>& faults() {
         {"open", false, FaultPoint::OPEN, Failure::OTHER, false, EFSError::NONE},
         {"open, denied", false, FaultPoint::OPEN, Failure::ACCESS_DENIED, false, EFSError::NONE},
         {"read", false, FaultPoint::READ, Failure::OTHER, false, EFSError::IO},
-        {"short read", false, FaultPoint::READ, Failure::NONE, false, EFSError::NONE},
         {"full disk", false, FaultPoint::WRITE, Failure::DISK_FULL, true, EFSError::DISK_FULL},
         {"write", false, FaultPoint::WRITE, Failure::OTHER, false, EFSError::NONE},
         {"listing", false, FaultPoint::LIST, Failure::OTHER, false, EFSError::NONE},

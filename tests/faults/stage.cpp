@@ -42,6 +42,7 @@ Stage::Stage(std::string folder)
       pack(folder + "/base.pak"),
       new_pack(folder + "/new.pak"),
       save(folder + "/root/save.txt"),
+      cache(folder + "/cache"),
       folder_(std::move(folder)) {}
 
 void Stage::build() {
@@ -51,13 +52,14 @@ void Stage::build() {
         disk::create_directories(disk::path(folder_ + "/" + name).parent_path());
         write_file(folder_ + "/" + name, bytes);
     }
+    disk::create_directories(cache + "/" + fs::listing_cache_folder);
     build_pack(pack);
 }
 
-bool Stage::mount() {
+bool Stage::mount(bool recording) {
     constexpr auto flags = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES;
-    return fs::init(root.c_str(), flags, "", false, false, nullptr) && fs::add_source(more.c_str(), flags) &&
-           fs::add_source(pack.c_str(), flags);
+    return fs::init(root.c_str(), flags, recording ? cache.c_str() : "", false, recording, nullptr) &&
+           fs::add_source(more.c_str(), flags) && fs::add_source(pack.c_str(), flags);
 }
 
 void Stage::unmount() { fs::shutdown(); }

@@ -21,13 +21,13 @@ public:
 
     /// Empties the folder and builds the tree anew; nothing is mounted.
     void build();
-    /// fs::init and both further sources.
-    bool mount();
+    /// fs::init and both further sources; with a place for recorded listings when asked.
+    bool mount(bool recording = false);
     void unmount();
 
     std::string operator/(const char* name) const { return folder_ + "/" + name; }
     // The same for what runs while memory may be missing, so that nothing but the library meets the fault.
-    const std::string root, more, pack, new_pack, save;
+    const std::string root, more, pack, new_pack, save, cache;
     /// The bytes of a file of the disk; "(none)" when there is none.
     std::string on_disk(const char* name) const;
     /// All files of the disk.
