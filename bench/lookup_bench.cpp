@@ -16,7 +16,7 @@
 
 #include "bench/support/paired.h"
 #include "bench/support/tree.h"
-#include "engine/filesystem/sources/directory/file_table.h"
+#include "engine/filesystem/sources/names/name_table.h"
 
 #if HAVE_PHYSFS
 #include <physfs.h>
@@ -110,24 +110,23 @@ BENCHMARK(MissThatReachesTheFallbackBesideStat)->Iterations(1);
 
 /// A table of the names, and the queries that find them.
 struct Table {
-    fs::FileTable table;
+    fs::NameTable table{"/root/"};
     std::vector<std::pair<std::string, std::string>> asked;  // directory and name
 
     Table(const std::vector<std::string>& names, bool one_name) {
-        if (!table.set_root("/root/")) return;
         for (std::size_t i = 0; i < names.size(); ++i) {
             const std::size_t split = names[i].rfind('/') + 1;
             // With one name, the file's own becomes its directory.
             const std::string dir = one_name ? names[i] + "/" : names[i].substr(0, split);
             const std::string name = one_name ? "settings.xml" : names[i].substr(split);
-            table.add(table.intern_dir(dir), name, true);
+            table.add(table.intern_dir(dir), name, 1);
             if (i % 5 == 0) asked.emplace_back(dir, name);
         }
         std::shuffle(asked.begin(), asked.end(), std::mt19937(7));
     }
     std::size_t ask() const {
         std::size_t found = 0;
-        for (const auto& [dir, name] : asked) found += table.find(dir, name) != fs::FileTable::none ? 1 : 0;
+        for (const auto& [dir, name] : asked) found += table.find(dir, name) != fs::NameTable::none ? 1 : 0;
         return found;
     }
 };

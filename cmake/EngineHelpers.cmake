@@ -24,6 +24,21 @@ function(engine_link_linux_library target)
     set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${script})
 endfunction()
 
+# What a user of the static library must define and link. miniz, which may have been compiled here, goes into the archive.
+function(engine_carry_dependencies target)
+    target_compile_definitions(${target} INTERFACE ENGINE_FS_STATIC)
+    if(TARGET engine_miniz)
+        target_sources(${target} PRIVATE $<TARGET_OBJECTS:engine_miniz>)
+    endif()
+    set(libraries ZLIB::ZLIB Threads::Threads ${CMAKE_DL_LIBS})
+    foreach(name deflate isal zstd)
+        if(TARGET engine_lib${name})
+            list(APPEND libraries ${name})
+        endif()
+    endforeach()
+    target_link_libraries(${target} INTERFACE "$<INSTALL_INTERFACE:${libraries}>")
+endfunction()
+
 # engine_add_program(NAME SOURCES...): an executable with our warnings that needs nothing beside it on Windows.
 function(engine_add_program name)
     add_executable(${name} ${ARGN})

@@ -1,4 +1,5 @@
-# What may be chosen at configure time, and the compiler settings that follow from it.
+# What may be chosen at configure time, and the compiler settings that follow from it. As a part of another project all of
+# this holds for this folder alone, and nothing but the library is built unless asked for.
 
 if(DEFINED ENV{CI})
     set(engine_in_ci ON)
@@ -7,7 +8,8 @@ else()
 endif()
 option(ENGINE_WERROR "Warnings are errors" ${engine_in_ci})
 option(ENGINE_BUILD_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
-option(ENGINE_BUILD_TOOLS "Build the enginefs tool" ON)
+option(ENGINE_BUILD_TOOLS "Build the enginefs tool" ${PROJECT_IS_TOP_LEVEL})
+option(ENGINE_INSTALL "Make rules to install what is built" ${PROJECT_IS_TOP_LEVEL})
 option(ENGINE_BUILD_FUZZERS "Build the fuzz targets (clang only)" OFF)
 option(ENGINE_BUILD_BENCHMARKS "Build the benchmarks" OFF)
 option(ENGINE_WITH_LIBDEFLATE "Use libdeflate for whole buffers where it is found" ON)
@@ -21,14 +23,21 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
-set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ${PROJECT_IS_TOP_LEVEL})
 
 # Executables and DLLs share one folder, so that Windows finds the library beside the program.
-set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
-set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
-set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 
-if(NOT CMAKE_BUILD_TYPE)
+# The library is shared unless the builder says otherwise; CMake's own default would be static.
+if(DEFINED BUILD_SHARED_LIBS AND NOT BUILD_SHARED_LIBS)
+    set(engine_library_type STATIC)
+else()
+    set(engine_library_type SHARED)
+endif()
+
+if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
     set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
 endif()
 string(REPLACE "-O3" "-O2" CMAKE_CXX_FLAGS_RELEASE "${CMAKE_CXX_FLAGS_RELEASE}")

@@ -2,14 +2,12 @@
 // behind it is reached; what decodes must then replay and encode to the same bytes.
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <vector>
 
-#include "engine/filesystem/containers/pack_writer_deflate.h"
-#include "engine/filesystem/sources/directory/state.h"
-#include "engine/filesystem/sources/listing/listing.h"
-#include "engine/filesystem/sources/listing/listing_file.h"
+#include "engine/filesystem/sources/directory/mount/recorded.h"
+#include "engine/filesystem/sources/directory/mount/replay.h"
+#include "engine/kernel/bytes.h"
+#include "engine/kernel/checksum.h"
 
 namespace {
 
@@ -20,12 +18,9 @@ void require(bool holds) {
 }
 
 std::vector<std::uint8_t> with_good_head(const std::uint8_t* data, std::size_t size) {
-    fs::PodArray<unsigned char> head;
-    require(fs::encode_listing(key, fs::dir_listing(), head));
-    std::vector<std::uint8_t> bytes(head.begin(), head.end());
+    std::vector<std::uint8_t> bytes = fs::encode_listing(key, fs::dir_listing());
     bytes.insert(bytes.end(), data, data + size);
-    const std::uint32_t checksum = fs::crc32_of(bytes.data() + 12, bytes.size() - 12);
-    for (int i = 0; i < 4; ++i) bytes[8 + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(checksum >> 8 * i);
+    kernel::store_u32(bytes.data() + 8, kernel::crc32(0, bytes.data() + 12, bytes.size() - 12));
     return bytes;
 }
 
@@ -36,19 +31,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::vector<std::uint8_t> bytes(data + 1, data + size);
     if (data[0] % 4 != 0) bytes = with_good_head(data + 1, size - 1);
     fs::dir_listing listing;
-    if (!fs::decode_listing(key, bytes.data(), bytes.size(), listing)) {
+    if (!fs::decode_listing(key, bytes, listing)) {
         require(listing.is_empty());
         return 0;
     }
-    fs::PodArray<unsigned char> again;
-    require(fs::encode_listing(key, listing, again));
-    require(again.size() == bytes.size() && std::memcmp(again.data(), bytes.data(), bytes.size()) == 0);
+    require(fs::encode_listing(key, listing) == bytes);
 
-    fs::DirectoryState state;
-    state.table = std::make_unique<fs::FileTable>();
-    require(fs::replay_listing(state, listing));
-    for (std::uint32_t file = state.table->first(); file != fs::FileTable::none; file = state.table->next(file)) {
-        require(state.table->find(state.table->dir(file), state.table->name(file)) <= file);
+    const fs::DirectoryState state;
+    fs::MountedNames names("");
+    require(fs::replay_listing(state, names, listing, fs::Checking::NONE));
+    for (std::uint32_t file = names.table.first(); file != fs::NameTable::none; file = names.table.next(file)) {
+        require(names.table.find(names.table.dir(file), names.table.name(file)) <= file);
     }
     return 0;
 }

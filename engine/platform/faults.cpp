@@ -1,8 +1,7 @@
 #include "engine/platform/faults.h"
 
 #include <array>
-
-#include "engine/platform/sync.h"
+#include <mutex>
 
 namespace platform {
 namespace {
@@ -14,11 +13,11 @@ struct Order {
 };
 
 struct Faults {
-    SlimLock lock;  // guards what follows
+    std::mutex lock;  // guards what follows
     std::array<Order, fault_point_count> order{};
     std::uint32_t hits = 0;
 };
-constinit Faults faults;
+Faults faults;
 
 Order& order_of(FaultPoint point) { return faults.order[static_cast<std::size_t>(point)]; }
 
@@ -35,7 +34,7 @@ namespace faults_detail {
 constinit std::atomic<std::uint32_t> orders{0};
 
 std::optional<Failure> strike(FaultPoint point) {
-    const ExclusiveHold hold(faults.lock);
+    const std::lock_guard guard(faults.lock);
     Order& order = order_of(point);
     if (order.calls_left == 0) return std::nullopt;
     if (order.calls_left > 1) {
@@ -51,7 +50,7 @@ std::optional<Failure> strike(FaultPoint point) {
 }  // namespace faults_detail
 
 void inject_fault(FaultPoint point, std::uint32_t nth, Failure failure, bool from_then_on) {
-    const ExclusiveHold hold(faults.lock);
+    const std::lock_guard guard(faults.lock);
     Order& order = order_of(point);
     forget(order);
     if (nth == 0) return;
@@ -60,13 +59,13 @@ void inject_fault(FaultPoint point, std::uint32_t nth, Failure failure, bool fro
 }
 
 void clear_faults() {
-    const ExclusiveHold hold(faults.lock);
+    const std::lock_guard guard(faults.lock);
     for (Order& order : faults.order) forget(order);
     faults.hits = 0;
 }
 
 std::uint32_t fault_hits() {
-    const ExclusiveHold hold(faults.lock);
+    const std::lock_guard guard(faults.lock);
     return faults.hits;
 }
 

@@ -1,12 +1,10 @@
 #!/usr/bin/env python3
-"""The library exports exactly what its headers mark, and exported_names.txt lists each of these names once.
+"""The library exports exactly the names of exported_names.txt, each of which is a function, a variable, a class, or a
+member of a listed class that callers rely on.
 
-A name of the list is a marked function, variable or class, or a member of a marked class that callers rely on.
-Every name of the list must be in the symbol table, every symbol must belong to a name of the list, and a
-marked function has as many symbols as it has marked declarations.
+Every symbol must be one of the list or a member of a class in it, and every name of the list must have a symbol.
 
 usage: exported_names.py ROOT LIBRARY        (libengine_filesystem.so or engine_filesystem.dll)
-       exported_names.py ROOT LIBRARY --list (prints the marked names)
 """
 import collections
 import os
@@ -15,108 +13,6 @@ import subprocess
 import sys
 
 import sources
-
-MARK = "ENGINE_FS_API"
-TOKEN = re.compile(r'"(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])*\'|[A-Za-z_]\w*|::|<<|>>|==|!=|->|\d[\w.]*|\S')
-
-
-def tokens(text):
-    text = re.sub(r"/\*.*?\*/|//[^\n]*", " ", text, flags=re.S)
-    text = re.sub(r"^[ \t]*#(?:.*\\\n)*.*$", "", text, flags=re.M)
-    return TOKEN.findall(text)
-
-
-class Header:
-    """Collects the marked names of one header by following its braces."""
-
-    def __init__(self, text):
-        self.tokens = tokens(text)
-        self.scopes = []  # one for each open brace: the name it adds, or None
-        self.names = collections.Counter()
-        self.classes = set()
-        self.read()
-
-    def qualified(self, name):
-        return "::".join([scope for scope in self.scopes if scope] + [name])
-
-    def read(self):
-        statement = []
-        at = 0
-        while at < len(self.tokens):
-            token = self.tokens[at]
-            if token == "{":
-                if MARK in statement:
-                    self.add(statement, body=True)
-                self.scopes.append(self.scope_name(statement))
-                statement = []
-            elif token == "}":
-                if self.scopes:
-                    self.scopes.pop()
-                statement = []
-            elif token == ";":
-                if MARK in statement:
-                    self.add(statement, body=False)
-                statement = []
-            elif token == ":" and len(statement) == 1 and statement[0] in ("public", "protected", "private"):
-                statement = []
-            else:
-                statement.append(token)
-            at += 1
-
-    @staticmethod
-    def scope_name(statement):
-        if "namespace" in statement:
-            after = statement[statement.index("namespace") + 1:]
-            return "".join(after) or None
-        for keyword in ("class", "struct", "union"):
-            if keyword in statement and "(" not in statement:
-                return class_name(statement, keyword)
-        return None
-
-    def add(self, statement, body):
-        for keyword in ("class", "struct"):
-            if keyword in statement and statement[statement.index(keyword) + 1] == MARK:
-                if body:
-                    name = self.qualified(class_name(statement, keyword))
-                    self.names[name] += 1
-                    self.classes.add(name)
-                return
-        self.names[self.qualified(declared_name(statement))] += 1
-
-
-def class_name(statement, keyword):
-    after = [token for token in statement[statement.index(keyword) + 1:] if token != MARK]
-    name = ""
-    for token in after:  # stops at "final", ":" of the base list and the like
-        if token != "::" and name and not name.endswith("::"):
-            break
-        name += token
-    return name
-
-
-def declared_name(statement):
-    if "operator" in statement:
-        at = statement.index("operator")
-        name = "operator"
-        for token in statement[at + 1:]:
-            if token == "(" and name != "operator":
-                break
-            name += " " + token if token[0].isalpha() else token
-        return name
-    for stop in ("(", "=", "["):
-        if stop in statement:
-            return statement[statement.index(stop) - 1]
-    return statement[-1]
-
-
-def marked(root):
-    names, classes = collections.Counter(), set()
-    for path in sources.files(root, "include", suffixes=(".h",)):
-        with open(os.path.join(root, path), encoding="utf-8") as text:
-            header = Header(text.read())
-        names += header.names
-        classes |= header.classes
-    return names, classes
 
 
 def run(*command, data=None):
@@ -147,62 +43,29 @@ def plain(symbol):
     return name
 
 
-def owner(name, known):
+def owner(name, listed):
     """The listed name that a symbol belongs to: itself, or the class that it is a member of."""
     parts = name.split("::")
-    for length in range(len(parts), 0, -1):
-        candidate = "::".join(parts[:length])
-        if candidate in known:
-            return candidate
-    return None
-
-
-def is_stray_type(symbol, names):
-    return symbol.startswith("typeinfo for ") and owner(plain(symbol), names) is None
-
-
-def read_list(root):
-    path = os.path.join(root, "tests", "checks", "exported_names.txt")
-    with open(path, encoding="utf-8") as text:
-        return [line.strip() for line in text if line.strip() and not line.startswith("#")]
-
-
-def compare(names, classes, listed, symbols):
-    complaints = [f"{name} is listed {count} times" for name, count in collections.Counter(listed).items() if count > 1]
-    complaints += [f"{name} is marked but not listed" for name in sorted(set(names) - set(listed))]
-    for name in sorted(set(listed) - set(names)):
-        if owner(name.rpartition("::")[0], classes) is None:
-            complaints.append(f"{name} is listed, but no header marks it or the class that it belongs to")
-    count, members = collections.Counter(), set()
-    for symbol in symbols:
-        name = plain(symbol)
-        found = owner(name, names)
-        members.add(name)
-        if found is None or (found != name and found not in classes):
-            complaints.append(f"{symbol} is exported, but not marked")
-        else:
-            count[found] += 1
-    for name in sorted(set(listed)):
-        if name not in members and not count[name]:
-            complaints.append(f"{name} is listed, but not in the symbol table")
-        elif name in names and name not in classes and count[name] != names[name]:
-            complaints.append(f"{name} has {names[name]} marked declaration(s), but {count[name]} symbol(s)")
-    return complaints
+    candidates = ("::".join(parts[:length]) for length in range(len(parts), 0, -1))
+    return next((candidate for candidate in candidates if candidate in listed), None)
 
 
 def main(root, library):
-    names, classes = marked(root)
-    if "--list" in sys.argv:
-        print("\n".join(sorted(names)))
-        return
+    with open(os.path.join(root, "tests", "checks", "exported_names.txt"), encoding="utf-8") as text:
+        listed = collections.Counter(line.strip() for line in text if line.strip() and not line.startswith("#"))
+    complaints = [f"{name} is listed {count} times" for name, count in listed.items() if count > 1]
     if not os.path.isfile(library):
         sources.finish("exported_names", [f"{library} is not built"])
-    symbols = run("c++filt", data="\n".join(exported_symbols(library))).splitlines()
-    if library.endswith(".dll"):
-        # MinGW's compiler exports the type information of some classes that no one marked: bases and children of
-        # marked ones, and what is caught beside them. A caller cannot name it, and nothing turns it off.
-        symbols = [symbol for symbol in symbols if not is_stray_type(symbol, names)]
-    sources.finish("exported_names", compare(names, classes, read_list(root), symbols))
+    met = set()
+    for symbol in run("c++filt", data="\n".join(exported_symbols(library))).splitlines():
+        found = owner(plain(symbol), listed)
+        met |= {plain(symbol), found}
+        # MinGW's compiler exports the type information of bases and children of marked classes, and of what is caught
+        # beside them. A caller cannot name it, and nothing turns it off.
+        if found is None and not (library.endswith(".dll") and symbol.startswith("typeinfo for ")):
+            complaints.append(f"{symbol} is exported, but not listed")
+    complaints += [f"{name} is listed, but not in the symbol table" for name in sorted(set(listed) - met)]
+    sources.finish("exported_names", complaints)
 
 
 if __name__ == "__main__":

@@ -24,7 +24,7 @@ wchar.h wctype.h
 """.split())
 INTRINSICS = {"immintrin.h", "xmmintrin.h", "emmintrin.h", "smmintrin.h", "nmmintrin.h", "wmmintrin.h", "x86intrin.h"}
 LIBRARIES = {"engine/": ("zlib.h", "miniz.h", "libdeflate.h"), "tools/": ("CLI/", "nlohmann/", "zlib.h", "libdeflate.h")}
-SYSTEM_FOLDERS = ("engine/platform/posix/", "engine/platform/windows/")
+SYSTEM_FOLDERS = ("engine/platform/posix/", "engine/platform/windows/", "tools/enginefs/terminal.cpp")
 
 
 def allowed(path, name):

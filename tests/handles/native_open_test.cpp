@@ -1,12 +1,15 @@
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include <engine/filesystem/access/monitor.h>
+#include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/handles.h>
 
 #include "engine/filesystem/contract/file_ptr.h"
+#include "engine/platform/faults.h"
 #include "tests/support/temp_directory.h"
 
 namespace {
@@ -94,7 +97,9 @@ TEST(NativeOpen, PlainFilesSeekCutAndTell) {
     EXPECT_FALSE(file->seek(-1, EFSSeek::BEGIN));
     EXPECT_FALSE(file->seek(1, static_cast<EFSSeek::TYPE>(3)));
     EXPECT_EQ(file->tell(), 3u);
+    fs::clear_error();
     EXPECT_FALSE(file->read_async(nullptr, 0, 1, nullptr, 0));
+    EXPECT_EQ(fs::last_error().code, EFSError::UNSUPPORTED);
     EXPECT_FALSE(file->cancel_io());
 }
 
@@ -121,8 +126,56 @@ TEST(NativeOpen, GzipLevelsWriteWhatGzipReadsAndDamageIsReported) {
     const std::string whole = directory.read("a.gz");
     directory.write("a.gz", whole.substr(0, whole.size() / 2));
     EXPECT_EQ(read_all(*open(path, EFSMode::READ, 0x10), 100000), "failed");
+    EXPECT_EQ(fs::last_error().code, EFSError::BAD_FORMAT);
     directory.write("plain.txt", "not gzip");
     EXPECT_EQ(read_all(*open(directory / "plain.txt", EFSMode::READ, 0x10)), "not gzip");
+}
+
+// The gap used to be filled from memory that nobody had cleared.
+TEST(NativeOpen, AGzipWriterThatOnlySeeksWritesZeros) {
+    const TempDirectory directory;
+    const std::string path = directory / "a.gz";
+    for (const std::size_t gap : {1u, 20000u, 300000u}) {
+        for (int i = 0; i < 4; ++i) std::vector<char>(200000, 'x');  // what the buffers may get
+        FilePtr out = open(path, EFSMode::WRITE, 0x200);
+        ASSERT_NE(out, nullptr);
+        EXPECT_TRUE(out->seek(static_cast<std::int64_t>(gap), EFSSeek::BEGIN));
+        EXPECT_EQ(out->tell(), gap);
+        out.reset();
+        EXPECT_TRUE(read_all(*open(path, EFSMode::READ, 0x10), 400000) == std::string(gap, '\0')) << gap;
+    }
+}
+
+TEST(NativeOpen, AnOpenThatFailsLeavesTheFileAndSaysWhy) {
+    struct Row {
+        const char* label;
+        EFSMode::TYPE mode;
+        std::uint32_t flags;
+        platform::FaultPoint point;
+        bool existing;
+    };
+    using platform::FaultPoint;
+    const Row rows[] = {
+        {"read", EFSMode::READ, 0, FaultPoint::OPEN, true},
+        {"asynchronous read", EFSMode::READ, 0x40, FaultPoint::OPEN, true},
+        {"write", EFSMode::WRITE, 0, FaultPoint::OPEN, true},
+        {"gzip write", EFSMode::WRITE, 0x4, FaultPoint::OPEN, true},
+        {"gzip write cannot empty", EFSMode::WRITE, 0x4, FaultPoint::SET_END, true},
+        {"gzip write of a new file", EFSMode::WRITE, 0x4, FaultPoint::SET_END, false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        const TempDirectory directory;
+        if (row.existing) directory.write("a.txt", "old text");
+        fs::clear_error();
+        platform::inject_fault(row.point, 1, platform::Failure::DISK_FULL, true);
+        EXPECT_EQ(open(directory / "a.txt", row.mode, row.flags), nullptr);
+        platform::clear_faults();
+        EXPECT_EQ(fs::last_error().code, EFSError::DISK_FULL);
+        EXPECT_EQ(directory.exists("a.txt"), row.existing);
+        if (row.existing) EXPECT_EQ(directory.read("a.txt"), "old text");
+        EXPECT_NE(open(directory / "a.txt", EFSMode::WRITE, 0x20), nullptr) << "a handle is left";
+    }
 }
 
 class RecordingMonitor : public fs::IFsMonitor {

@@ -8,37 +8,14 @@
 #include <string>
 #include <vector>
 
-#include <engine/filesystem/access/monitor.h>
-
 #include "engine/platform/files.h"
 #include "engine/platform/process.h"
+#include "tests/sources/kit.h"
 #include "tests/support/temp_directory.h"
 
 namespace {
 
 using testing::ElementsAre;
-
-fs::path as_path(const std::string& text) { return fs::path(text.c_str(), true); }
-
-fs::path as_dir(const std::string& text) {
-    fs::path dir;
-    dir.Set(text.c_str(), "", true);
-    return dir;
-}
-
-bool write_all(SFsFile* file, const std::string& bytes) {
-    const bool written = file && fs::write(file, bytes.data(), bytes.size()) == bytes.size();
-    fs::close(file);
-    return written;
-}
-
-class Monitor : public fs::IFsMonitor {
-public:
-    Monitor() { fs::set_monitor(this); }
-    ~Monitor() { fs::set_monitor(nullptr); }
-    void touch_file(const char*, EFSMode::TYPE mode, FFSOpenFlags::FLAGS) override { modes.push_back(mode); }
-    std::vector<std::uint32_t> modes;
-};
 
 class Fallback : public testing::Test {
 protected:
@@ -71,7 +48,6 @@ TEST_F(Fallback, KeepsNothingOfItsMountButTheFlags) {
     EXPECT_FALSE(source_.is_protected());
     EXPECT_EQ(source_.create_write(as_path(disk_ / "new"), FFSOpenFlags::NONE), nullptr);
     EXPECT_FALSE(source_.mkdir(as_dir(disk_ / "new")));
-    EXPECT_EQ(source_.get_file_list(nullptr, nullptr, true), nullptr);
     EXPECT_EQ(source_.dir_tree(), nullptr);
     EXPECT_STREQ(source_.root_dir(), "");
     EXPECT_TRUE(std::filesystem::is_empty(disk_.path()));
@@ -80,7 +56,7 @@ TEST_F(Fallback, KeepsNothingOfItsMountButTheFlags) {
 TEST_F(Fallback, OpensInEachModeNamesTheHandleAndTellsTheMonitor) {
     disk_.write("F", "12345");
     const fs::path f = as_path(disk_ / "f");
-    Monitor monitor;
+    const RecordingMonitor monitor;
     EXPECT_TRUE(write_all(source_.open_append(f, FFSOpenFlags::NONE), "67"));
     EXPECT_EQ(disk_.read("F"), "1234567");
     EXPECT_TRUE(write_all(source_.open_read_write(f, FFSOpenFlags::NONE), "ab"));
@@ -92,7 +68,7 @@ TEST_F(Fallback, OpensInEachModeNamesTheHandleAndTellsTheMonitor) {
     ASSERT_NE(file, nullptr);
     EXPECT_EQ(std::string(file->name), disk_ / "f");
     fs::close(file);
-    EXPECT_THAT(monitor.modes, ElementsAre(2u, 3u, 3u, 1u, 0u));
+    EXPECT_THAT(monitor.touched, ElementsAre("f 2+0", "f 3+0", "f 3+32", "f 1+0", "f 0+0"));
     EXPECT_EQ(source_.open_write(as_path(disk_ / "none"), FFSOpenFlags::NONE), nullptr) << "the file must exist";
     EXPECT_TRUE(write_all(source_.open_append(as_path(disk_ / "made"), FFSOpenFlags::NONE), "1")) << "open always";
     EXPECT_EQ(source_.open_append(f, FFSOpenFlags::GZIP_LEVEL5), nullptr);
@@ -104,7 +80,7 @@ TEST_F(Fallback, FindsAGzipFileBesideTheExecutable) {
     const std::string beside = std::string(platform::executable_directory()) + "beside_exe.bin";
     std::ofstream(beside, std::ios::binary) << "plain";
     for (const std::string& name : {std::string("beside_exe.bin"), beside}) {
-        SFsFile* file = source_.open_read(as_path(name), FFSOpenFlags::GZIP);
+        SFsFile* const file = source_.open_read(as_path(name), FFSOpenFlags::GZIP);
         ASSERT_NE(file, nullptr) << name;
         char bytes[8] = "";
         EXPECT_EQ(fs::read(file, bytes, sizeof bytes), 5u);

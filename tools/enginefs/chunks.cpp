@@ -2,11 +2,7 @@
 
 #include <algorithm>
 #include <cinttypes>
-#include <cstdio>
-#include <memory>
 #include <vector>
-
-#include <CLI/CLI.hpp>
 
 #include <engine/filesystem.h>
 
@@ -16,9 +12,8 @@
 
 namespace {
 
-constexpr std::uint64_t failed = ~std::uint64_t{0};
 constexpr std::uint64_t header_size = 12;
-constexpr std::uint64_t window_size = 4096;
+constexpr std::uint32_t window_size = 4096;  // headers of small chunks lie close together
 // Versions count up from small numbers. What looks like a header otherwise but has a larger one is text or noise.
 constexpr std::uint32_t likely_version = 1u << 24;
 
@@ -33,20 +28,22 @@ struct Header {
     }
 };
 
-/// Reads headers anywhere in a file through a small window, since those of small chunks lie close together.
+/// Reads headers anywhere in a file.
 class HeaderReader {
 public:
-    explicit HeaderReader(SFsFile* file) : file_(file), window_(window_size) {}
+    explicit HeaderReader(fs::ifile& file) : file_(file) {}
 
     /// An empty text when there is a header at `offset` of a chunk that ends by `end`, else what is wrong with it.
     std::string read(std::uint64_t offset, std::uint64_t end, Header& header) {
         if (end - offset < header_size)
             return std::to_string(end - offset) + " bytes are left, which is no chunk header";
-        if (!fill(offset)) return "it cannot be read";
-        const unsigned char* const at = window_.data() + (offset - start_);
-        header.identifier.assign(reinterpret_cast<const char*>(at), 4);
-        header.version = number(at + 4);
-        header.size = number(at + 8);
+        unsigned char bytes[header_size];
+        if (!file_.seek(static_cast<std::int64_t>(offset), EFSSeek::BEGIN) ||
+            file_.read(bytes, header_size) != header_size)
+            return "it cannot be read";
+        header.identifier.assign(bytes, bytes + 4);
+        header.version = little_endian(bytes + 4);
+        header.size = little_endian(bytes + 8);
         if (!header.is_printable()) return "the identifier is not made of printable characters";
         const std::uint64_t room = end - offset - header_size;
         if (header.size > room)
@@ -56,32 +53,15 @@ public:
     }
 
 private:
-    static std::uint32_t number(const unsigned char* at) {
-        return at[0] | std::uint32_t{at[1]} << 8 | std::uint32_t{at[2]} << 16 | std::uint32_t{at[3]} << 24;
-    }
-
-    bool fill(std::uint64_t offset) {
-        if (offset >= start_ && offset + header_size <= start_ + filled_) return true;
-        filled_ = 0;
-        if (!fs::seek(file_, static_cast<std::int64_t>(offset), EFSSeek::BEGIN)) return false;
-        const std::uint64_t got = fs::read(file_, window_.data(), window_size);
-        start_ = offset;
-        filled_ = got == failed ? 0 : got;
-        return filled_ >= header_size;
-    }
-
-    SFsFile* const file_;
-    std::vector<unsigned char> window_;
-    std::uint64_t start_ = 0;
-    std::uint64_t filled_ = 0;
+    fs::ifile& file_;
 };
 
 class ChunkPrinter {
 public:
-    ChunkPrinter(SFsFile* file, std::string name) : reader_(file), name_(std::move(name)) {}
+    ChunkPrinter(fs::ifile& file, std::string name) : reader_(file), name_(std::move(name)) {}
 
     /// Prints the tree that fills the file. Its depth costs memory, never stack.
-    int print_tree(std::uint64_t length) {
+    bool print_tree(std::uint64_t length) {
         levels_.push_back({0, length});
         while (!levels_.empty()) {
             Level& level = levels_.back();
@@ -98,7 +78,7 @@ public:
             else
                 report(offset, wrong);
         }
-        return status_;
+        return good_;
     }
 
 private:
@@ -108,13 +88,12 @@ private:
     };
 
     void show(const Header& header, std::uint64_t offset) {
-        char text[96];
-        std::snprintf(text, sizeof text, "  version %" PRIu32 "  offset %" PRIu64 "  size %" PRIu32 "\n",
-                      header.version, offset, header.size);
         // A deep tree must not take line lengths in proportion.
         const std::size_t depth = levels_.size() - 1;
         const std::string indent = depth <= 40 ? std::string(depth * 2, ' ') : "[" + std::to_string(depth) + "] ";
-        print(indent + header.identifier + text);
+        print(indent + header.identifier +
+              formatted("  version %" PRIu32 "  offset %" PRIu64 "  size %" PRIu32 "\n", header.version, offset,
+                        header.size));
         const std::uint64_t data = offset + header_size;
         if (holds_chunks(header, data)) levels_.push_back({data, data + header.size});
     }
@@ -142,29 +121,25 @@ private:
     }
 
     void report(std::uint64_t offset, const std::string& wrong) {
-        status_ = fail(name_, "it makes no sense from offset " + std::to_string(offset) + " on: " + wrong);
+        good_ = fail(name_, "it makes no sense from offset " + std::to_string(offset) + " on: " + wrong);
     }
 
     HeaderReader reader_;
     const std::string name_;
     std::vector<Level> levels_;
-    int status_ = exit_ok;
+    bool good_ = true;
 };
 
-int chunks(const std::string& name) {
-    const FilePtr file(fs::open(name.c_str(), EFSMode::READ));
-    if (file == nullptr) return fail_with_last_error(name, "no source holds it");
-    const std::uint64_t length = fs::length(file.get());
-    if (length == failed) return fail(name, "its length is not known");
-    return ChunkPrinter(file.get(), name).print_tree(length);
+bool chunks(const Name& given) {
+    fs::cachedrdfile file(window_size);
+    return attempt(given.name, "no source holds it", [&] { return file.open(given.name.c_str(), EFSMode::READ); }) &&
+           ChunkPrinter(file, given.name).print_tree(file.length());
 }
 
 }  // namespace
 
-void add_chunk_commands(CLI::App& app, Command& chosen) {
-    CLI::App* const sub = app.add_subcommand(
-        "chunks", "Print the tree of chunks in a file: identifier, version, offset of the header, size of the data");
-    auto name = std::make_shared<std::string>();
-    sub->add_option("NAME", *name)->required();
-    sub->callback([name, &chosen] { chosen.run = [name] { return chunks(*name); }; });
+void add_chunk_commands(Commands& commands) {
+    commands.add("chunks",
+                 "Print the tree of chunks in a file: identifier, version, offset of the header, size of the data",
+                 "NAME", chunks);
 }

@@ -78,12 +78,16 @@ void compress(PackedFile& file, int level, Deflater& deflater) {
 Compressor::Compressor(std::size_t count, Load load, LevelOf level_of)
     : count_(count), load_(std::move(load)), level_of_(std::move(level_of)), files_(count), ready_(count) {
     const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
-    for (unsigned i = 0; i < cores; ++i) threads_.emplace_back([this] { work(); });
+    try {
+        while (threads_.size() < cores) threads_.emplace_back([this] { work(); });
+    } catch (const std::exception&) {
+        // The system gives no more threads: those that started do the work, or take() itself.
+    }
 }
 
 Compressor::~Compressor() {
     {
-        const std::lock_guard hold(mutex_);
+        const std::lock_guard lock(mutex_);
         stopping_ = true;
     }
     changed_.notify_all();
@@ -91,20 +95,21 @@ Compressor::~Compressor() {
 }
 
 PackedFile Compressor::take(std::size_t index) {
-    std::unique_lock hold(mutex_);
-    changed_.wait(hold, [&] { return ready_[index]; });
+    if (threads_.empty()) return make(index);
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return ready_[index]; });
     PackedFile file = std::move(files_[index]);
     held_ -= file.plain.size() + file.packed.size();
     taken_ = index + 1;
-    hold.unlock();
+    lock.unlock();
     changed_.notify_all();
     return file;
 }
 
 /// Waits until another file may be begun. The one that is waited for may always be, or nothing would move.
 bool Compressor::next_index(std::size_t& index) {
-    std::unique_lock hold(mutex_);
-    changed_.wait(hold, [this] {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] {
         if (stopping_ || next_ == count_ || next_ == taken_) return true;
         return held_ < most_held && next_ - taken_ < most_ahead;
     });
@@ -113,19 +118,24 @@ bool Compressor::next_index(std::size_t& index) {
     return true;
 }
 
+PackedFile Compressor::make(std::size_t index) const {
+    thread_local Deflater deflater;
+    try {
+        PackedFile file;
+        load_(index, file);
+        if (file.error.empty()) compress(file, level_of_(index), deflater);
+        return file;
+    } catch (const std::bad_alloc&) {
+        return {.error = "no memory"};  // short enough to take none
+    }
+}
+
 void Compressor::work() {
-    Deflater deflater;
     std::size_t index = 0;
     while (next_index(index)) {
-        PackedFile file;
-        try {
-            load_(index, file);
-            if (file.error.empty()) compress(file, level_of_(index), deflater);
-        } catch (const std::bad_alloc&) {
-            file = PackedFile{.error = "there is not enough memory to pack it"};
-        }
+        PackedFile file = make(index);
         {
-            const std::lock_guard hold(mutex_);
+            const std::lock_guard lock(mutex_);
             held_ += file.plain.size() + file.packed.size();
             files_[index] = std::move(file);
             ready_[index] = true;

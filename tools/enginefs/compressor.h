@@ -20,7 +20,7 @@ struct PackedFile {
     bool deflated = false;
 };
 
-/// Reads and deflates files on every core, and hands them out in their order. What is finished or under way is bounded.
+/// Reads and deflates files on every core that gives a thread, and hands them out in their order. What is finished or under way is bounded.
 class Compressor {
 public:
     /// `load` fills plain, size and time of one file, or its error; it is called from several threads. `level_of` says
@@ -37,6 +37,7 @@ public:
 
 private:
     void work();
+    PackedFile make(std::size_t index) const;
     bool next_index(std::size_t& index);
 
     const std::size_t count_;

@@ -3,18 +3,14 @@
 #include <algorithm>
 #include <charconv>
 #include <cinttypes>
-#include <cstdio>
-#include <memory>
 #include <optional>
-
-#include <CLI/CLI.hpp>
 
 #include <engine/filesystem.h>
 
 #include "commands.h"
 #include "names.h"
+#include "output.h"
 #include "report.h"
-#include "terminal.h"
 
 namespace {
 
@@ -29,30 +25,23 @@ struct Arguments {
 };
 
 /// A number, decimal or with "0x".
-std::optional<std::uint32_t> parse_hash(const std::string& text) {
+std::uint32_t hash_of(const Arguments& given) {
+    const std::string& text = given.hash;
     const bool hexadecimal = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
     const char* const begin = text.data() + (hexadecimal ? 2 : 0);
     const char* const end = text.data() + text.size();
     std::uint32_t hash = 0;
     const auto [stop, error] = std::from_chars(begin, end, hash, hexadecimal ? 16 : 10);
-    return error == std::errc() && stop == end ? std::optional(hash) : std::nullopt;
+    if (error != std::errc() || stop != end)
+        fail_usage(text, "this is no hash; give a number of 32 bits, as 0x... or decimal");
+    return hash;
 }
 
-int refuse_hash(const std::string& text) {
-    fail(text, "this is no hash; give a number of 32 bits, as 0x... or decimal");
-    return exit_usage;
-}
-
-std::string hash_text(std::uint32_t hash) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08" PRIx32, hash);
-    return text;
-}
+std::string hash_text(std::uint32_t hash) { return formatted("0x%08" PRIx32, hash); }
 
 bool open(CFileHashMultiContainer& all, const std::string& file, bool writable) {
-    if (writable && !names_itself(file)) return false;
-    fs::clear_error();
-    return all.Open(file.c_str(), writable) || fail_with_last_error(file, "it cannot be opened") == exit_ok;
+    return (!writable || names_itself(file)) &&
+           attempt(file, "it cannot be opened", [&] { return all.Open(file.c_str(), writable); });
 }
 
 /// Says so where the blob is missing, and why where it cannot even be looked for.
@@ -60,176 +49,150 @@ bool has_blob(const CFileHashMultiContainer& all, const Arguments& given, std::u
     fs::clear_error();
     if (all.Exists(given.container.c_str(), hash)) return true;
     const std::string missing = "there is no blob " + hash_text(hash) + " in container \"" + given.container + "\"";
-    if (fs::last_error().code == EFSError::NOT_FOUND) return fail(given.file, missing) == exit_ok;
-    return fail_with_last_error(given.file, missing) == exit_ok;
+    return fs::last_error().code == EFSError::NOT_FOUND ? fail(given.file, missing)
+                                                        : fail_with_last_error(given.file, missing);
 }
 
 void print_blob(const SBlobInfo& blob) {
-    char text[96];
-    std::snprintf(text, sizeof text, "    %s %12" PRIu64 " %12" PRIu64 "  %s\n", hash_text(blob.hash).c_str(),
-                  blob.size, blob.stored_size, blob.deflated ? "deflated" : "stored");
-    print(text);
+    print(formatted("    %s %12" PRIu64 " %12" PRIu64 "  %s\n", hash_text(blob.hash).c_str(), blob.size,
+                    blob.stored_size, blob.deflated ? "deflated" : "stored"));
 }
 
-int list_one(const CFileHashMultiContainer& all, const Arguments& given, const std::string& container, bool blobs) {
+bool list_one(const CFileHashMultiContainer& all, const Arguments& given, const std::string& container, bool blobs) {
     ztl::vector<SBlobInfo> found;
     fs::clear_error();
     if (!all.ListBlobs(container.c_str(), found))
         return fail_with_last_error(given.file, "there is no container \"" + container + "\"");
     print(container + "  " + std::to_string(found.size()) + " blobs\n");
-    for (std::size_t i = 0; blobs && i < found.size(); ++i) print_blob(found[i]);
-    return exit_ok;
+    if (blobs) std::for_each(found.begin(), found.end(), print_blob);
+    return true;
 }
 
-int list(const Arguments& given) {
+bool list(const Arguments& given) {
     CFileHashMultiContainer all;
-    if (!open(all, given.file, false)) return exit_failed;
+    if (!open(all, given.file, false)) return false;
     if (!given.container.empty()) return list_one(all, given, given.container, true);
     ztl::vector<fs::string> containers;
     all.ListContainers(containers);
-    int status = exit_ok;
-    for (const fs::string& container : containers)
-        status = std::max(status, list_one(all, given, container, given.long_form));
+    bool good = true;
+    for (const fs::string& container : containers) good = list_one(all, given, container, given.long_form) && good;
     SMultiContainerStats stats;
-    if (status != exit_ok || !all.GetStats(stats)) return exit_failed;
-    print(std::to_string(stats.containers) + " containers, " + std::to_string(stats.blobs) + " blobs, " +
-          std::to_string(stats.live_bytes) + " bytes live, " + std::to_string(stats.wasted_bytes) + " wasted\n");
-    return exit_ok;
+    if (!good || !all.GetStats(stats)) return false;
+    return print(std::to_string(stats.containers) + " containers, " + std::to_string(stats.blobs) + " blobs, " +
+                 std::to_string(stats.live_bytes) + " bytes live, " + std::to_string(stats.wasted_bytes) + " wasted\n");
 }
 
-int write_out(const std::string& name, const ztl::vector<unsigned char>& blob) {
-    if (!names_itself(name)) return exit_failed;
-    fs::clear_error();
-    return fs::save_binary_file(blob.data(), blob.size(), name.c_str())
-               ? exit_ok
-               : fail_with_last_error(name, "it cannot be written");
-}
-
-int get(const Arguments& given) {
-    const std::optional<std::uint32_t> hash = parse_hash(given.hash);
-    if (!hash) return refuse_hash(given.hash);
+bool get(const Arguments& given) {
+    const std::uint32_t hash = hash_of(given);
     CFileHashMultiContainer all;
-    if (!open(all, given.file, false)) return exit_failed;
-    if (!has_blob(all, given, *hash)) return exit_failed;
+    if (!open(all, given.file, false) || !has_blob(all, given, hash)) return false;
     ztl::vector<unsigned char> blob;
-    if (!all.Fetch(given.container.c_str(), *hash, blob))
-        return fail_with_last_error(given.file, "blob " + hash_text(*hash) + " cannot be fetched");
-    if (!given.name.empty()) return write_out(given.name, blob);
-    print_bytes(blob.data(), blob.size());
-    return exit_ok;
+    if (!all.Fetch(given.container.c_str(), hash, blob))
+        return fail_with_last_error(given.file, "blob " + hash_text(hash) + " cannot be fetched");
+    if (given.name.empty()) return print_bytes(blob.data(), blob.size());
+    Output out;
+    return out.open(given.name) && out.write(blob.data(), blob.size()) && out.finish();
 }
 
-bool load(const std::string& name, ztl::vector<unsigned char>& data) {
-    fs::clear_error();
-    const FilePtr file(fs::open(name.c_str(), EFSMode::READ));
-    if (file == nullptr) return fail_with_last_error(name, "no source holds it") == exit_ok;
+bool load(const std::string& name, std::vector<char>& data) {
+    const FilePtr file = open_file(name);
+    if (file == nullptr) return false;
     const std::uint64_t length = fs::length(file.get());
-    if (length > 0xFFFFFFFFu) return fail(name, "a blob holds at most 4294967295 bytes") == exit_ok;
-    data.resize(static_cast<std::size_t>(length));
-    return fs::read(file.get(), data.data(), length) == length || fail(name, "it cannot be read whole") == exit_ok;
+    if (length > 0xFFFFFFFFu) return fail(name, "a blob holds at most 4294967295 bytes");
+    data.reserve(static_cast<std::size_t>(length));
+    return read_to_end(file.get(), name, [&data](const char* bytes, std::uint64_t size) {
+        data.insert(data.end(), bytes, bytes + size);
+        return true;
+    });
 }
 
-int put(const Arguments& given) {
-    const std::optional<std::uint32_t> hash = parse_hash(given.hash);
-    if (!hash) return refuse_hash(given.hash);
-    ztl::vector<unsigned char> data;
-    if (!load(given.name, data) || !names_itself(given.file)) return exit_failed;
+bool put(const Arguments& given) {
+    const std::uint32_t hash = hash_of(given);
+    std::vector<char> data;
+    if (!load(given.name, data) || !names_itself(given.file)) return false;
     CFileHashMultiContainer all;
-    fs::clear_error();
+    const char* const file = given.file.c_str();
     // Only what is not there is made: a file that is damaged, or something else, is not written over.
-    const bool ready =
-        fs::exists(given.file.c_str()) ? all.Open(given.file.c_str(), true) : all.Create(given.file.c_str());
-    if (!ready) return fail_with_last_error(given.file, "it cannot be opened for writing");
-    if (!all.Put(given.container.c_str(), *hash, data.data(), data.size(), given.deflate) || !all.Save())
-        return fail_with_last_error(given.file, "the blob cannot be added");
-    return exit_ok;
+    const auto open_or_create = [&] { return fs::exists(file) ? all.Open(file, true) : all.Create(file); };
+    const auto add = [&] {
+        return all.Put(given.container.c_str(), hash, data.data(), data.size(), given.deflate) && all.Save();
+    };
+    return attempt(given.file, "it cannot be opened for writing", open_or_create) &&
+           attempt(given.file, "the blob cannot be added", add);
 }
 
-bool remove_from(CFileHashMultiContainer& all, const Arguments& given, std::optional<std::uint32_t> hash) {
-    return hash ? all.Remove(given.container.c_str(), *hash) : all.RemoveContainer(given.container.c_str());
-}
-
-int remove(const Arguments& given) {
-    const std::optional<std::uint32_t> hash = parse_hash(given.hash);
-    if (!given.hash.empty() && !hash) return refuse_hash(given.hash);
+bool remove(const Arguments& given) {
+    const std::optional<std::uint32_t> hash = given.hash.empty() ? std::nullopt : std::optional(hash_of(given));
     CFileHashMultiContainer all;
-    if (!open(all, given.file, true)) return exit_failed;
-    if (hash && !has_blob(all, given, *hash)) return exit_failed;
-    if (!remove_from(all, given, hash))
+    if (!open(all, given.file, true) || (hash && !has_blob(all, given, *hash))) return false;
+    const char* const container = given.container.c_str();
+    if (!(hash ? all.Remove(container, *hash) : all.RemoveContainer(container)))
         return fail_with_last_error(given.file, "there is no container \"" + given.container + "\"");
-    return all.Save() ? exit_ok : fail_with_last_error(given.file, "it cannot be saved");
+    return all.Save() || fail_with_last_error(given.file, "it cannot be saved");
 }
 
-int compact(const Arguments& given) {
+bool compact(const Arguments& given) {
     CFileHashMultiContainer all;
-    if (!open(all, given.file, true)) return exit_failed;
+    if (!open(all, given.file, true)) return false;
     SMultiContainerStats before;
     all.GetStats(before);
-    if (!all.Compact()) return fail_with_last_error(given.file, "it cannot be compacted");
-    print(given.file + ": " + std::to_string(before.wasted_bytes) + " bytes regained\n");
-    return exit_ok;
+    return attempt(given.file, "it cannot be compacted", [&] { return all.Compact(); }) &&
+           print(given.file + ": " + std::to_string(before.wasted_bytes) + " bytes regained\n");
 }
 
-int verify(const Arguments& given) {
+bool verify(const Arguments& given) {
     CFileHashMultiContainer all;
-    if (!open(all, given.file, false)) return exit_failed;
+    if (!open(all, given.file, false)) return false;
     ztl::vector<fs::string> report;
     const bool good = all.Verify(report);
     for (const fs::string& line : report) fail(given.file, line);
-    if (!good) return report.empty() ? fail_with_last_error(given.file, "it is damaged") : exit_failed;
+    if (!good) return report.empty() ? fail_with_last_error(given.file, "it is damaged") : false;
     SMultiContainerStats stats;
     all.GetStats(stats);
-    print(given.file + ": " + std::to_string(stats.blobs) + " blobs, all good\n");
-    return exit_ok;
+    return print(given.file + ": " + std::to_string(stats.blobs) + " blobs, all good\n");
 }
-
-using Shared = std::shared_ptr<Arguments>;
 
 /// One of the commands, with the argument that all of them have.
-CLI::App* add(CLI::App* group, Command& chosen, const char* name, const char* help, const Shared& given,
-              int (*run)(const Arguments&)) {
-    CLI::App* const sub = group->add_subcommand(name, help);
-    sub->add_option("FILE", given->file, "The multi-container file, by its virtual name")->required();
-    sub->callback([given, run, &chosen] { chosen.run = [given, run] { return run(*given); }; });
-    return sub;
+Added<Arguments> add(Commands& group, const char* name, const char* help, bool (*run)(const Arguments&)) {
+    const auto added = group.add(name, help, run);
+    added->add_option("FILE", added.given.file, "The multi-container file, by its virtual name")->required();
+    return added;
 }
 
-CLI::Option* add_container(CLI::App* sub, const Shared& given) {
-    return sub->add_option("CONTAINER", given->container, "Name of a container in it");
+CLI::Option* add_container(const Added<Arguments>& added) {
+    return added->add_option("CONTAINER", added.given.container, "Name of a container in it");
 }
 
-CLI::Option* add_hash(CLI::App* sub, const Shared& given) {
-    return sub->add_option("HASH", given->hash, "Hash of a blob, 0x... or decimal");
+CLI::Option* add_hash(const Added<Arguments>& added) {
+    return added->add_option("HASH", added.given.hash, "Hash of a blob, 0x... or decimal");
 }
 
 }  // namespace
 
-void add_container_commands(CLI::App& app, Command& chosen) {
-    CLI::App* const group =
-        app.add_subcommand("container", "Multi-container files: named containers that map 32-bit hashes to blobs");
-    group->require_subcommand(1);
-    const auto given = std::make_shared<Arguments>();
+void add_container_commands(Commands& commands) {
+    Commands group =
+        commands.group("container", "Multi-container files: named containers that map 32-bit hashes to blobs");
 
-    CLI::App* const ls = add(group, chosen, "ls", "List the containers, or the blobs of one", given, list);
-    add_container(ls, given);
-    ls->add_flag("--long", given->long_form, "The blobs of every container: hash, size, stored size, method");
+    const auto ls = add(group, "ls", "List the containers, or the blobs of one", list);
+    add_container(ls);
+    ls->add_flag("--long", ls.given.long_form, "The blobs of every container: hash, size, stored size, method");
 
-    CLI::App* const get_command = add(group, chosen, "get", "Fetch a blob", given, get);
-    add_container(get_command, given)->required();
-    add_hash(get_command, given)->required();
-    get_command->add_option("OUT", given->name, "The file that is written (default: standard output)");
+    const auto get_command = add(group, "get", "Fetch a blob", get);
+    add_container(get_command)->required();
+    add_hash(get_command)->required();
+    get_command->add_option("OUT", get_command.given.name, "The file that is written (default: standard output)");
 
-    CLI::App* const put_command =
-        add(group, chosen, "put", "Add a blob or replace it; file and container are made when missing", given, put);
-    add_container(put_command, given)->required();
-    add_hash(put_command, given)->required();
-    put_command->add_option("NAME", given->name, "The file whose content is the blob")->required();
-    put_command->add_flag("--deflate", given->deflate, "Store it compressed where that is smaller");
+    const auto put_command =
+        add(group, "put", "Add a blob or replace it; file and container are made when missing", put);
+    add_container(put_command)->required();
+    add_hash(put_command)->required();
+    put_command->add_option("NAME", put_command.given.name, "The file whose content is the blob")->required();
+    put_command->add_flag("--deflate", put_command.given.deflate, "Store it compressed where that is smaller");
 
-    CLI::App* const rm = add(group, chosen, "rm", "Remove a blob, or a whole container", given, remove);
-    add_container(rm, given)->required();
-    add_hash(rm, given);
+    const auto rm = add(group, "rm", "Remove a blob, or a whole container", remove);
+    add_container(rm)->required();
+    add_hash(rm);
 
-    add(group, chosen, "compact", "Give back the space of what was replaced or removed", given, compact);
-    add(group, chosen, "verify", "Check every structure's bounds and every blob's checksum", given, verify);
+    add(group, "compact", "Give back the space of what was replaced or removed", compact);
+    add(group, "verify", "Check every structure's bounds and every blob's checksum", verify);
 }

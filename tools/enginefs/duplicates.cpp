@@ -2,13 +2,9 @@
 
 #include <algorithm>
 #include <cinttypes>
-#include <cstdio>
 #include <cstring>
 #include <map>
-#include <memory>
 #include <vector>
-
-#include <CLI/CLI.hpp>
 
 #include <engine/filesystem.h>
 
@@ -21,7 +17,6 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-constexpr std::uint64_t failed = ~std::uint64_t{0};
 constexpr std::size_t piece_size = 1u << 18;
 
 void show_shadowed(const Names& names) {
@@ -41,18 +36,17 @@ void show_shadowed(const Names& names) {
 }
 
 /// Sizes first: a file whose size is its own is not read at all.
-std::map<std::uint64_t, Names> group_by_size(const Names& names, int& status) {
+std::map<std::uint64_t, Names> group_by_size(const Names& names, bool& good) {
     Progress progress("duplicates: sizes", names.size(), false);
     std::map<std::uint64_t, Names> groups;
     for (const std::string& name : names) {
         progress.add(1);
-        fs::clear_error();
-        const FilePtr file(fs::open(name.c_str(), EFSMode::READ));
+        const FilePtr file = open_file(name);
         const std::uint64_t size = fs::length(file.get());
-        if (file == nullptr || size == failed)
-            status = fail_with_last_error(name, "it cannot be opened");
-        else
+        if (size != failed)
             groups[size].push_back(name);
+        else
+            good = file == nullptr ? false : fail_with_last_error(name, "its length is not known");
     }
     std::erase_if(groups, [](const auto& group) { return group.second.size() < 2; });
     return groups;
@@ -87,51 +81,58 @@ std::vector<Names> split_by_bytes(const Names& names) {
 
 void show_group(std::uint64_t size, std::uint32_t crc, const Names& names) {
     if (names.size() < 2) return;
-    char text[96];
-    std::snprintf(text, sizeof text, "equal content, %" PRIu64 " bytes, crc %08" PRIx32 ":\n", size, crc);
-    print(text);
+    print(formatted("equal content, %" PRIu64 " bytes, crc %08" PRIx32 ":\n", size, crc));
     for (const std::string& name : names) print("    " + name + "\n");
 }
 
-int show_equal(const Names& names) {
-    int status = exit_ok;
-    const std::map<std::uint64_t, Names> sizes = group_by_size(names, status);
+/// Shows what is equal among files of one size.
+bool show_equal_of(std::uint64_t size, const Names& names, Progress& progress) {
+    bool good = true;
+    std::map<std::uint32_t, Names> checksums;
+    for (const std::string& name : names) {
+        std::uint32_t crc = 0;
+        if (attempt(name, "it cannot be read", [&] { return fs::calc_file_crc(name.c_str(), crc); }))
+            checksums[crc].push_back(name);
+        else
+            good = false;
+        progress.add(size);
+    }
+    for (const auto& [crc, files] : checksums)
+        if (files.size() > 1)
+            for (const Names& same : split_by_bytes(files)) show_group(size, crc, same);
+    return good;
+}
+
+bool show_equal(const Names& names) {
+    bool good = true;
+    const std::map<std::uint64_t, Names> sizes = group_by_size(names, good);
     std::uint64_t total = 0;
     for (const auto& [size, group] : sizes) total += size * group.size();
     Progress progress("duplicates: content", total, true);
-    for (auto group = sizes.rbegin(); group != sizes.rend(); ++group) {
-        std::map<std::uint32_t, Names> checksums;
-        for (const std::string& name : group->second) {
-            std::uint32_t crc = 0;
-            fs::clear_error();
-            if (fs::calc_file_crc(name.c_str(), crc))
-                checksums[crc].push_back(name);
-            else
-                status = fail_with_last_error(name, "it cannot be read");
-            progress.add(group->first);
-        }
-        for (const auto& [crc, files] : checksums)
-            if (files.size() > 1)
-                for (const Names& same : split_by_bytes(files)) show_group(group->first, crc, same);
-    }
-    return status;
+    for (auto group = sizes.rbegin(); group != sizes.rend(); ++group)
+        good = show_equal_of(group->first, group->second, progress) && good;
+    return good;
 }
 
-int duplicates(bool names_only, bool content_only) {
+struct Given {
+    bool names_only = false;
+    bool content_only = false;
+};
+
+bool duplicates(const Given& given) {
     Names names = list_everything();
     names.erase(std::unique(names.begin(), names.end()), names.end());
-    if (!content_only) show_shadowed(names);
-    return names_only ? exit_ok : show_equal(names);
+    if (!given.content_only) show_shadowed(names);
+    return given.names_only || show_equal(names);
 }
 
 }  // namespace
 
-void add_duplicates_command(CLI::App& app, Command& chosen) {
-    CLI::App* const sub = app.add_subcommand(
-        "duplicates", "Show the names that several sources hold, and the files of equal content, the largest first");
-    auto names = std::make_shared<bool>(false);
-    auto content = std::make_shared<bool>(false);
-    CLI::Option* const names_only = sub->add_flag("--names", *names, "Only the names, which costs no reading");
-    sub->add_flag("--content", *content, "Only the content")->excludes(names_only);
-    sub->callback([=, &chosen] { chosen.run = [=] { return duplicates(*names, *content); }; });
+void add_duplicates_command(Commands& commands) {
+    const auto added = commands.add(
+        "duplicates", "Show the names that several sources hold, and the files of equal content, the largest first",
+        duplicates);
+    CLI::Option* const names_only =
+        added->add_flag("--names", added.given.names_only, "Only the names, which costs no reading");
+    added->add_flag("--content", added.given.content_only, "Only the content")->excludes(names_only);
 }

@@ -1,10 +1,8 @@
 // sources, ls, find, stat, which: what is there, and who wins.
 
-#include <cinttypes>
-#include <cstdio>
+#include <optional>
 #include <set>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <engine/filesystem.h>
@@ -41,19 +39,18 @@ std::string place_of(const SFsSourceInfo& source) {
 
 std::string kind_of(const SFsSourceInfo& source) { return is_fallback(source) ? "fallback" : type_name(source.type); }
 
-int show_sources() {
+struct NoArguments {};
+
+bool show_sources(const NoArguments&) {
     ztl::vector<SFsSourceInfo> sources;
     fs::get_sources(sources);
-    for (const SFsSourceInfo& source : sources) {
-        char line[64];
-        std::snprintf(line, sizeof line, "%-10s %-9s ", kind_of(source).c_str(),
-                      source.writable ? "writable" : "read-only");
-        print(line + place_of(source) + (source.is_protected ? " (protected)" : "") + "\n");
-    }
-    return exit_ok;
+    for (const SFsSourceInfo& source : sources)
+        print(formatted("%-10s %-9s ", kind_of(source).c_str(), source.writable ? "writable" : "read-only") +
+              place_of(source) + (source.is_protected ? " (protected)" : "") + "\n");
+    return true;
 }
 
-struct LsOptions {
+struct Ls {
     std::string dir;
     std::string mask;
     bool recursive = false;
@@ -71,31 +68,36 @@ std::vector<std::string> subdirectories(const std::string& dir) {
     return {names.begin(), names.end()};
 }
 
+/// The size in bytes; nothing where it is not known.
+std::optional<std::uint64_t> size_of(const std::string& name) {
+    const FilePtr file(fs::open(name.c_str(), EFSMode::READ));
+    const std::uint64_t size = fs::length(file.get());
+    return size == failed ? std::nullopt : std::optional(size);
+}
+
 std::string long_line(const std::string& name) {
-    const FileFacts facts = facts_of(name);
-    char columns[64];
-    const std::string size = facts.size_known ? std::to_string(facts.size) : "-";
-    std::snprintf(columns, sizeof columns, "%12s  %-19s  ", size.c_str(),
-                  facts.time.empty() ? "-" : facts.time.c_str());
-    return columns + name + "\n";
+    const std::optional<std::uint64_t> size = size_of(name);
+    const std::string time = time_of(name);
+    return formatted("%12s  %-19s  ", size ? std::to_string(*size).c_str() : "-", time.empty() ? "-" : time.c_str()) +
+           name + "\n";
 }
 
 Json json_entry(const std::string& name, bool long_form) {
     Json entry{{"name", name}, {"kind", "file"}};
     if (!long_form) return entry;
-    const FileFacts facts = facts_of(name);
-    entry["size"] = facts.size_known ? Json(facts.size) : Json(nullptr);
-    entry["time"] = facts.time.empty() ? Json(nullptr) : Json(facts.time);
+    const std::optional<std::uint64_t> size = size_of(name);
+    const std::string time = time_of(name);
+    entry["size"] = size ? Json(*size) : Json(nullptr);
+    entry["time"] = time.empty() ? Json(nullptr) : Json(time);
     return entry;
 }
 
-void print_listing(const LsOptions& options, const std::vector<std::string>& dirs,
-                   const std::vector<std::string>& files) {
+void print_listing(const Ls& options, const std::vector<std::string>& dirs, const std::vector<std::string>& files) {
     for (const std::string& dir : dirs) print((options.long_form ? std::string(35, ' ') : "") + dir + "/\n");
     for (const std::string& file : files) print(options.long_form ? long_line(file) : file + "\n");
 }
 
-void print_json(const LsOptions& options, const std::vector<std::string>& dirs, const std::vector<std::string>& files) {
+void print_json(const Ls& options, const std::vector<std::string>& dirs, const std::vector<std::string>& files) {
     Json all = Json::array();
     for (const std::string& dir : dirs) all.push_back({{"name", dir}, {"kind", "directory"}});
     for (const std::string& file : files) all.push_back(json_entry(file, options.long_form));
@@ -103,7 +105,7 @@ void print_json(const LsOptions& options, const std::vector<std::string>& dirs, 
     print(all.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
 }
 
-int list(const LsOptions& options) {
+bool list(const Ls& options) {
     const std::string dir = normalised(options.dir == "." || options.dir == "/" ? "" : options.dir);
     const std::string clean = !dir.empty() && dir.back() == '/' ? dir.substr(0, dir.size() - 1) : dir;
     const std::vector<std::string> files = list_files(clean, options.mask, options.recursive);
@@ -113,79 +115,72 @@ int list(const LsOptions& options) {
         return fail(options.dir, "no source has such a directory");
     if (files.empty() && !options.mask.empty()) return fail(options.mask, "no file matches");
     options.json ? print_json(options, dirs, files) : print_listing(options, dirs, files);
-    return exit_ok;
+    return true;
 }
 
-int find(const std::string& text) {
-    const std::string wanted = lower_case(text);
+bool find(const Name& given) {
+    const std::string wanted = lower_case(given.name);
     bool found = false;
     for (const std::string& name : list_everything()) {
         if (name.find(wanted) == std::string::npos) continue;
         print(name + "\n");
         found = true;
     }
-    return found ? exit_ok : fail(text, "no name contains it");
+    return found || fail(given.name, "no name contains it");
 }
 
-int fail_not_held(const std::string& name) {
-    return fail(name, is_directory(name) ? "it is a directory" : "no source holds it");
-}
+struct Which {
+    std::string name;
+    bool all = false;
+};
 
-int which(const std::string& name, bool all) {
+bool which(const Which& given) {
     ztl::vector<SFsSourceInfo> holders;
-    fs::find_holders(name.c_str(), holders);
-    if (holders.empty()) return fail_not_held(name);
+    fs::find_holders(given.name.c_str(), holders);
+    if (holders.empty()) return fail_not_held(given.name);
     print(place_of(holders[0]) + "\n");
-    for (std::size_t i = 1; all && i < holders.size(); ++i) print(place_of(holders[i]) + " (shadowed)\n");
-    return exit_ok;
+    for (std::size_t i = 1; given.all && i < holders.size(); ++i) print(place_of(holders[i]) + " (shadowed)\n");
+    return true;
 }
 
-int show_file(const std::string& name) {
+bool show_file(const Name& given) {
+    const std::string& name = given.name;
     ztl::vector<SFsSourceInfo> holders;
     fs::find_holders(name.c_str(), holders);
     if (holders.empty()) return fail_not_held(name);
-    const FileFacts facts = facts_of(name);
-    if (!facts.found) return fail_with_last_error(name, "it cannot be opened");
+    if (open_file(name) == nullptr) return false;
+    const std::optional<std::uint64_t> size = size_of(name);
+    const std::string time = time_of(name);
+    const std::string place = place_on_disk(name);
     const auto yes_no = [](bool on) { return std::string(on ? "yes" : "no"); };
     print("name       " + fs::root_path(name.c_str()) + "\n");
     print("source     " + place_of(holders[0]) + " (" + kind_of(holders[0]) + ")\n");
-    print("full path  " + fs::full_path(name.c_str()) + "\n");
-    print("size       " + (facts.size_known ? std::to_string(facts.size) : "unknown") + "\n");
-    print("written    " + (facts.time.empty() ? "unknown" : facts.time) + "\n");
+    print("full path  " + (place.empty() ? fs::full_path(name.c_str()) : place) + "\n");
+    print("size       " + (size ? std::to_string(*size) : "unknown") + "\n");
+    print("written    " + (time.empty() ? "unknown" : time + " UTC") + "\n");
     print("read-only  " + yes_no(fs::read_only(name.c_str())) + "\n");
     print("protected  " + yes_no(fs::is_protected(name.c_str())) + "\n");
     print("shadows    " + std::to_string(holders.size() - 1) + "\n");
-    return exit_ok;
-}
-
-void add_ls(CLI::App& app, Command& chosen) {
-    CLI::App* const ls = app.add_subcommand("ls", "List the files and directories of a directory, all sources merged");
-    auto options = std::make_shared<LsOptions>();
-    ls->add_option("DIR", options->dir, "Directory (default: the root)");
-    ls->add_option("--mask", options->mask, "Only file names that match, with * and ?")->type_name("P");
-    ls->add_flag("-r,--recursive", options->recursive, "Everything below the directory");
-    ls->add_flag("--long", options->long_form, "Size and time of each file");
-    ls->add_flag("--json", options->json, "As a JSON array of objects (with --long: size in bytes, time)");
-    ls->callback([options, &chosen] { chosen.run = [options] { return list(*options); }; });
-}
-
-void add_which(CLI::App& app, Command& chosen) {
-    CLI::App* const sub = app.add_subcommand("which", "Show the source that a name is read from");
-    auto name = std::make_shared<std::string>();
-    auto all = std::make_shared<bool>(false);
-    sub->add_option("NAME", *name)->required();
-    sub->add_flag("--all", *all, "Every source that holds the name, in asking order; those that lose are marked");
-    sub->callback([name, all, &chosen] { chosen.run = [name, all] { return which(*name, *all); }; });
+    return true;
 }
 
 }  // namespace
 
-void add_listing_commands(CLI::App& app, Command& chosen) {
-    app.add_subcommand("sources", "Show the sources in the order in which they are asked")->callback([&chosen] {
-        chosen.run = show_sources;
-    });
-    add_ls(app, chosen);
-    add_name_command(app, chosen, "find", "Find the names that contain a text", "TEXT", find);
-    add_name_command(app, chosen, "stat", "Show what is known of a file", "NAME", show_file);
-    add_which(app, chosen);
+void add_listing_commands(Commands& commands) {
+    commands.add("sources", "Show the sources in the order in which they are asked", show_sources);
+
+    const auto ls = commands.add("ls", "List the files and directories of a directory, all sources merged", list);
+    ls->add_option("DIR", ls.given.dir, "Directory (default: the root)");
+    ls->add_option("--mask", ls.given.mask, "Only file names that match, with * and ?")->type_name("P");
+    ls->add_flag("-r,--recursive", ls.given.recursive, "Everything below the directory");
+    ls->add_flag("--long", ls.given.long_form, "Size of each file, and time in UTC");
+    ls->add_flag("--json", ls.given.json, "As a JSON array of objects (with --long: size in bytes, time)");
+
+    commands.add("find", "Find the names that contain a text", "TEXT", find);
+    commands.add("stat", "Show what is known of a file", "NAME", show_file);
+
+    const auto which_command = commands.add("which", "Show the source that a name is read from", which);
+    which_command->add_option("NAME", which_command.given.name)->required();
+    which_command->add_flag("--all", which_command.given.all,
+                            "Every source that holds the name, in asking order; those that lose are marked");
 }

@@ -46,13 +46,13 @@ class Checker {
 public:
     explicit Checker(const std::string& file) : file_(file) {}
 
-    int check(const kernel::CConfigText& text) {
+    bool check(const kernel::CConfigText& text) {
         for (std::uint32_t i = 0; i < text.CommandCount(); ++i) check_command(text.Command(i));
         for (std::uint32_t i = 0; i < text.ErrorCount(); ++i) {
             const kernel::SConfigError& error = text.Error(i);
             report(error.file, error.line, error.column, error.text);
         }
-        return status_;
+        return good_;
     }
 
 private:
@@ -118,7 +118,7 @@ private:
     }
 
     void report(const char* file, std::uint32_t line, std::uint32_t column, const std::string& text) {
-        status_ = fail(place(file, line, column), text);
+        good_ = fail(place(file, line, column), text);
     }
 
     std::string place(const char* file, std::uint32_t line, std::uint32_t column) const {
@@ -127,10 +127,11 @@ private:
 
     const std::string file_;
     std::set<std::string> categories_;
-    int status_ = exit_ok;
+    bool good_ = true;
 };
 
-int log_check(const std::string& name) {
+bool log_check(const Name& given) {
+    const std::string& name = given.name;
     std::string text;
     fs::clear_error();
     if (!read_text(name.c_str(), text, nullptr))
@@ -144,12 +145,13 @@ int log_check(const std::string& name) {
 
 }  // namespace
 
-void add_log_commands(CLI::App& app, Command& chosen) {
-    CLI::App* const sub = app.add_subcommand(
+void add_log_commands(Commands& commands) {
+    const auto check = commands.add(
         "log-check",
-        "Read a logging configuration, print what it sets and every place that cannot be used, with the reason");
-    auto file = std::make_shared<std::string>();
-    sub->add_option("FILE", *file, "Usually CrashLog.cfg; it and what it includes are looked up as the engine does")
+        "Read a logging configuration, print what it sets and every place that cannot be used, with the reason",
+        log_check);
+    check
+        ->add_option("FILE", check.given.name,
+                     "Usually CrashLog.cfg; it and what it includes are looked up as the engine does")
         ->required();
-    sub->callback([file, &chosen] { chosen.run = [file] { return log_check(*file); }; });
 }

@@ -1,12 +1,12 @@
 // enginefs: what content and build people do every day with the engine's file system, over its exported interface.
 
-#include <CLI/CLI.hpp>
+#include <exception>
+#include <new>
 
 #include <engine/filesystem.h>
 
 #include "commands.h"
 #include "report.h"
-#include "session.h"
 #include "terminal.h"
 
 namespace {
@@ -33,52 +33,55 @@ void add_session_options(CLI::App& app, SessionOptions& options) {
         ->type_name("LEVEL");
 }
 
-int run_command(const SessionOptions& options, const Command& command) {
+bool run_chosen(const SessionOptions& options, const Chosen& chosen) {
     // Messages go to the callback alone: a tool leaves no log files in the trees that it looks at.
     _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
-    if (!options.log_level.empty() && !show_messages(options.log_level)) {
-        fail(options.log_level, "this is no level; give none, fatal, error, info, warn, debug, verbose or all");
-        return exit_usage;
-    }
+    if (!options.log_level.empty()) show_messages(options.log_level);
     Session session;
-    if (command.needs_mount && !session.mount(options)) return exit_failed;
+    if (chosen.needs_mount && !session.mount(options)) return false;
     fs::clear_error();
-    return finish_output(command.run());
+    return chosen.run();
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    prepare_streams();
+int run(int argc, char** argv) {
     CLI::App app("Lists, reads, explains and changes what the engine's file system sees.", "enginefs");
     app.footer(
         "Names use \"/\" and any case; a name that begins with \"-\" stands behind \"--\". A file is also found by the "
-        "end "
-        "of its name (\"one.txt\" for \"levels/one.txt\"), but only changed by the whole of it. Exit status: 0 done, 1 "
-        "not found or failed, 2 wrong command line.");
+        "end of its name (\"one.txt\" for \"levels/one.txt\"), but only changed by the whole of it. Exit status: 0 "
+        "done, 1 not found or failed, 2 wrong command line.");
     app.failure_message([](const CLI::App*, const CLI::Error& error) {
         return "enginefs: " + std::string(error.what()) + "\nRun with --help for more information.\n";
     });
     app.require_subcommand(1);
     app.option_defaults()->always_capture_default(false);
     SessionOptions options;
-    Command command;
+    Chosen chosen;
     add_session_options(app, options);
-    add_listing_commands(app, command);
-    add_content_commands(app, command);
-    add_packing_commands(app, command);
-    add_stream_commands(app, command);
-    add_chunk_commands(app, command);
-    add_manage_commands(app, command);
-    add_duplicates_command(app, command);
-    add_container_commands(app, command);
-    add_cache_commands(app, command, options);
-    add_log_commands(app, command);
+    Commands commands(app, chosen, options);
+    for (const auto add : {add_listing_commands, add_content_commands, add_pack_commands, add_unpack_commands,
+                           add_stream_commands, add_chunk_commands, add_manage_commands, add_duplicates_command,
+                           add_container_commands, add_cache_commands, add_log_commands})
+        add(commands);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        const int status = app.exit(error);
-        return status == 0 ? finish_output(exit_ok) : exit_usage;
+        return app.exit(error) == 0 ? exit_ok : exit_usage;
     }
-    return run_command(options, command);
+    return run_chosen(options, chosen) ? exit_ok : exit_failed;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    prepare_streams();
+    try {
+        return finish_output(run(argc, argv));
+    } catch (const WrongUsage&) {
+        return exit_usage;
+    } catch (const std::bad_alloc&) {
+        fail_without_memory();
+    } catch (const std::exception& error) {
+        fail("enginefs", error.what());
+    }
+    return exit_failed;
 }

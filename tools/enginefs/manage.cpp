@@ -1,12 +1,13 @@
 // rm, mkdir, mv, backup, crc, touch: changing files, and telling whether they are the same.
 
-#include <algorithm>
+#include <charconv>
+#include <chrono>
 #include <cinttypes>
-#include <cstdio>
-#include <memory>
+#include <ctime>
+#include <iomanip>
 #include <optional>
-
-#include <CLI/CLI.hpp>
+#include <sstream>
+#include <system_error>
 
 #include <engine/filesystem.h>
 
@@ -14,70 +15,72 @@
 #include "names.h"
 #include "report.h"
 #include "terminal.h"
-#include "time_text.h"
 
 namespace {
 
-/// What else holds a name that is gone from one source; "" when nothing does.
-std::string still_held(const std::string& name) {
-    ztl::vector<SFsSourceInfo> holders;
-    fs::find_holders(name.c_str(), holders);
-    return holders.empty() ? "" : holders[0].path_name + holders[0].file_name;
-}
+namespace chrono = std::chrono;
 
-int remove_directory(const std::string& name) {
+struct Rm {
+    std::vector<std::string> names;
+    bool recursive = false;
+};
+
+bool remove_directory(const std::string& name) {
     fs::clear_error();
     fs::rem_dir(name.c_str());
-    return fs::last_error().code == EFSError::NONE ? exit_ok : fail_with_last_error(name, "it cannot be removed");
+    if (fs::last_error().code != EFSError::NONE) return fail_with_last_error(name, "it cannot be removed");
+    return !is_directory(name) || fail(name, "it is still there: not everything in it could be removed");
 }
 
-int remove_one(const std::string& name, bool recursive) {
-    if (fs::exists(name.c_str())) {
-        if (!names_itself(name)) return exit_failed;
-        fs::clear_error();
-        return fs::rem_file(name.c_str()) ? exit_ok : fail_with_last_error(name, "it cannot be removed");
-    }
-    if (recursive) return remove_directory(name);
-    return fail(name,
-                is_directory(name) ? "it is a directory; -r removes one with everything in it" : "no source holds it");
+bool remove_one(const std::string& name, bool recursive) {
+    if (fs::exists(name.c_str()))
+        return names_itself(name) && attempt(name, "it cannot be removed", [&] { return fs::rem_file(name.c_str()); });
+    return recursive ? remove_directory(name)
+                     : fail_not_held(name, "it is a directory; -r removes one with everything in it");
 }
 
-int rm(const std::vector<std::string>& names, bool recursive) {
-    int status = exit_ok;
-    for (const std::string& name : names) {
-        if (remove_one(name, recursive) != exit_ok) {
-            status = exit_failed;
+bool rm(const Rm& given) {
+    bool good = true;
+    for (const std::string& name : given.names) {
+        if (!remove_one(name, given.recursive)) {
+            good = false;
             continue;
         }
-        const std::string other = still_held(name);
-        if (!other.empty()) note(name, "it was removed from one source; " + other + " holds it still");
+        ztl::vector<SFsSourceInfo> others;
+        fs::find_holders(name.c_str(), others);
+        if (!others.empty())
+            note(name,
+                 "it was removed from one source; " + others[0].path_name + others[0].file_name + " holds it still");
     }
-    return status;
+    return good;
 }
 
-int mkdir(const std::string& name) {
-    if (fs::exists(name.c_str())) return fail(name, "a file of this name is there");
-    fs::clear_error();
-    return fs::mkdir(name.c_str()) ? exit_ok : fail_with_last_error(name, "it cannot be made");
+bool mkdir(const Name& given) {
+    if (fs::exists(given.name.c_str())) return fail(given.name, "a file of this name is there");
+    return attempt(given.name, "it cannot be made", [&] { return fs::mkdir(given.name.c_str()); });
 }
 
-int mv(const std::string& from, const std::string& to) {
-    if (!fs::exists(from.c_str()))
-        return fail(from, is_directory(from) ? "it is a directory; only files are renamed" : "no source holds it");
-    if (!names_itself(from)) return exit_failed;
-    if (is_directory(to)) return fail(to, "it is a directory; give the whole new name");
-    fs::clear_error();
-    return fs::rename(from.c_str(), to.c_str()) ? exit_ok : fail_with_last_error(from, "it cannot be renamed");
+bool mv(const FromTo& given) {
+    if (!fs::exists(given.from.c_str())) return fail_not_held(given.from, "it is a directory; only files are renamed");
+    if (!names_itself(given.from)) return false;
+    if (is_directory(given.to)) return fail(given.to, "it is a directory; give the whole new name");
+    return attempt(given.from, "it cannot be renamed",
+                   [&] { return fs::rename(given.from.c_str(), given.to.c_str()); });
 }
 
-int backup(const std::string& name) {
+bool backup(const Name& given) {
+    const std::string& name = given.name;
     if (!fs::exists(name.c_str())) return fail(name, "no source holds it");
-    if (!names_itself(name)) return exit_failed;
+    if (!names_itself(name)) return false;
     fs::clear_error();
     fs::create_backup_copy(name.c_str());
     if (fs::last_error().code != EFSError::NONE) return fail_with_last_error(name, "it cannot be moved");
-    return fs::exists((name + ".bak").c_str()) ? exit_ok : fail(name, "it has no backup afterwards");
+    return fs::exists((name + ".bak").c_str()) || fail(name, "it has no backup afterwards");
 }
+
+struct Crc {
+    std::vector<std::string> names;
+};
 
 /// Tells the progress of one checksum after another to one display.
 struct CrcProgress {
@@ -92,99 +95,99 @@ struct CrcProgress {
     }
 };
 
-int crc(const std::vector<std::string>& names) {
+bool crc(const Crc& given) {
     Progress progress("crc", 0, true);
-    int status = exit_ok;
-    for (const std::string& name : names) {
+    bool good = true;
+    for (const std::string& name : given.names) {
         CrcProgress told{&progress, 0};
         fs::CrcCalcArgs args;
         args.path = name.c_str();
         args.buffer_size = 1u << 20;
         args.progress = CrcProgress::tell;
         args.user = &told;
-        fs::clear_error();
-        if (!fs::calc_file_crc(args)) {
-            status = fail_with_last_error(name, "it cannot be read");
-            continue;
-        }
-        char columns[48];
-        std::snprintf(columns, sizeof columns, "%08" PRIx32 " %12" PRIu64 "  ", args.crc, args.size);
-        print(columns + name + "\n");
+        if (attempt(name, "it cannot be read", [&] { return fs::calc_file_crc(args); }))
+            print(formatted("%08" PRIx32 " %12" PRIu64 "  ", args.crc, args.size) + name + "\n");
+        else
+            good = false;
     }
-    return status;
+    return good;
 }
 
-bool create_empty(const std::string& name) {
-    fs::clear_error();
-    return FilePtr(fs::open(name.c_str(), EFSMode::APPEND)) != nullptr;
-}
+struct Touch {
+    std::string name;
+    std::string time;
+};
 
-int touch(const std::string& name, const std::string& time_text) {
-    const std::optional<std::int64_t> time = time_text.empty() ? time_now() : parse_time(time_text);
-    if (!time) {
-        fail(time_text, "this is no time; give \"YYYY-MM-DD\", \"YYYY-MM-DD HH:MM:SS\" or @SECONDS, in UTC");
-        return exit_usage;
+/// What a text names: "YYYY-MM-DD", "YYYY-MM-DD HH:MM:SS" (also with a "T") or "@SECONDS" since 1970.
+std::optional<chrono::sys_seconds> parse_time(const std::string& text) {
+    std::int64_t seconds = 0;
+    const char* const end = text.data() + text.size();
+    if (text.starts_with('@')) {
+        const auto [stop, error] = std::from_chars(text.data() + 1, end, seconds);
+        if (error != std::errc() || stop != end) return std::nullopt;
+    } else {
+        std::tm fields{};
+        std::istringstream in(text.size() == 10 ? text + " 00:00:00" : text);
+        in >> std::get_time(&fields, text.find('T') != std::string::npos ? "%Y-%m-%dT%H:%M:%S" : "%Y-%m-%d %H:%M:%S");
+        const chrono::year_month_day date(chrono::year(fields.tm_year + 1900),
+                                          chrono::month(static_cast<unsigned>(fields.tm_mon + 1)),
+                                          chrono::day(static_cast<unsigned>(fields.tm_mday)));
+        if (in.fail() || in.peek() != std::istringstream::traits_type::eof() || !date.ok()) return std::nullopt;
+        seconds = chrono::sys_seconds(chrono::sys_days(date)).time_since_epoch().count() + fields.tm_hour * 3600 +
+                  fields.tm_min * 60 + fields.tm_sec;
     }
-    if (!names_itself(name)) return exit_failed;
-    if (!fs::exists(name.c_str()) && !create_empty(name)) return fail_with_last_error(name, "it cannot be created");
-    if (fs::read_only(name.c_str())) return fail(name, "it is read-only");
-    fs::clear_error();
-    if (!fs::set_write_time(name.c_str(), *time)) return fail_with_last_error(name, "its source keeps no such time");
-    constexpr std::uint32_t coarsest_ms = 2000;  // of the file systems that are in use
-    return fs::compare_time(fs::write_time(name.c_str()), *time, coarsest_ms) == 0
-               ? exit_ok
-               : fail(name, "its source took another time for this one");
+    // 1883 to 2465: what the standard library's clock of files can tell.
+    if (seconds < -2'745'446'400 || seconds >= 15'652'310'400) return std::nullopt;
+    return chrono::sys_seconds(chrono::seconds(seconds));
 }
 
-void add_rm(CLI::App& app, Command& chosen) {
-    CLI::App* const sub =
-        app.add_subcommand("rm", "Remove files, each from the first source that holds it, which must be writable");
-    auto names = std::make_shared<std::vector<std::string>>();
-    auto recursive = std::make_shared<bool>(false);
-    sub->add_option("NAME", *names)->required();
-    sub->add_flag("-r,--recursive", *recursive,
-                  "Remove directories too, with everything that their first writable source has in them");
-    sub->callback([=, &chosen] { chosen.run = [=] { return rm(*names, *recursive); }; });
-}
-
-void add_mv(CLI::App& app, Command& chosen) {
-    CLI::App* const sub = app.add_subcommand("mv", "Rename a file within the source that holds it");
-    auto from = std::make_shared<std::string>();
-    auto to = std::make_shared<std::string>();
-    sub->add_option("FROM", *from)->required();
-    sub->add_option("TO", *to, "The whole new name, which no source may hold yet")->required();
-    sub->callback([=, &chosen] { chosen.run = [=] { return mv(*from, *to); }; });
-}
-
-void add_crc(CLI::App& app, Command& chosen) {
-    CLI::App* const sub = app.add_subcommand("crc", "Print CRC-32, size and name of files");
-    auto names = std::make_shared<std::vector<std::string>>();
-    sub->add_option("NAME", *names)->required();
-    sub->callback([names, &chosen] { chosen.run = [names] { return crc(*names); }; });
-}
-
-void add_touch(CLI::App& app, Command& chosen) {
-    CLI::App* const sub =
-        app.add_subcommand("touch", "Set the write time of a file, which is made, empty, when no source holds it");
-    auto name = std::make_shared<std::string>();
-    auto time = std::make_shared<std::string>();
-    sub->add_option("NAME", *name)->required();
-    sub->add_option("--time", *time,
-                    "\"YYYY-MM-DD\", \"YYYY-MM-DD HH:MM:SS\" or @SECONDS since 1970, in UTC (default: now)")
-        ->type_name("T");
-    sub->callback([=, &chosen] { chosen.run = [=] { return touch(*name, *time); }; });
+bool touch(const Touch& given) {
+    const std::string& name = given.name;
+    const auto now = chrono::floor<chrono::seconds>(chrono::system_clock::now());
+    const std::optional<chrono::sys_seconds> time = given.time.empty() ? now : parse_time(given.time);
+    if (!time)
+        fail_usage(given.time,
+                   "this is no time; give \"YYYY-MM-DD\", \"YYYY-MM-DD HH:MM:SS\" or @SECONDS, in UTC, from 1883 on");
+    if (!names_itself(name)) return false;
+    const auto create = [&] { return FilePtr(fs::open(name.c_str(), EFSMode::APPEND)) != nullptr; };
+    if (!fs::exists(name.c_str()) && !attempt(name, "it cannot be created", create)) return false;
+    if (fs::read_only(name.c_str()) || fs::is_protected(name.c_str())) return fail(name, "it is read-only");
+    // The sources count in zones of their own, and local time has hours that come twice: the disk knows neither.
+    const std::string place = place_on_disk(name);
+    if (place.empty()) return fail(name, "its source keeps no such time");
+    std::error_code error;
+    std::filesystem::last_write_time(to_path(place), chrono::file_clock::from_sys(*time), error);
+    return !error || fail(name, "its time cannot be set: " + error.message());
 }
 
 }  // namespace
 
-void add_manage_commands(CLI::App& app, Command& chosen) {
-    add_rm(app, chosen);
-    add_name_command(app, chosen, "mkdir", "Make a directory, and those above it, in the first source", "DIR", mkdir);
-    add_mv(app, chosen);
-    add_name_command(app, chosen, "backup",
-                     "Move a file into its newest backup NAME.bak, and older ones to .ba1, .ba2 and .ba3; NAME itself "
-                     "is gone afterwards",
-                     "NAME", backup);
-    add_crc(app, chosen);
-    add_touch(app, chosen);
+void add_manage_commands(Commands& commands) {
+    const auto remove =
+        commands.add("rm", "Remove files, each from the first source that holds it, which must be writable", rm);
+    remove->add_option("NAME", remove.given.names)->required();
+    remove->add_flag("-r,--recursive", remove.given.recursive,
+                     "Remove directories too, with everything that their first writable source has in them");
+
+    commands.add("mkdir", "Make a directory, and those above it, in the first source", "DIR", mkdir);
+
+    const auto move = commands.add("mv", "Rename a file within the source that holds it", mv);
+    move->add_option("FROM", move.given.from)->required();
+    move->add_option("TO", move.given.to, "The whole new name, which no source may hold yet")->required();
+
+    commands.add("backup",
+                 "Move a file into its newest backup NAME.bak, and older ones to .ba1, .ba2 and .ba3; NAME itself "
+                 "is gone afterwards",
+                 "NAME", backup);
+
+    const auto checksum = commands.add("crc", "Print CRC-32, size and name of files", crc);
+    checksum->add_option("NAME", checksum.given.names)->required();
+
+    const auto set_time =
+        commands.add("touch", "Set the write time of a file, which is made, empty, when no source holds it", touch);
+    set_time->add_option("NAME", set_time.given.name)->required();
+    set_time
+        ->add_option("--time", set_time.given.time,
+                     "\"YYYY-MM-DD\", \"YYYY-MM-DD HH:MM:SS\" or @SECONDS since 1970, in UTC (default: now)")
+        ->type_name("T");
 }

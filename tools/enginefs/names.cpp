@@ -1,10 +1,18 @@
 #include "names.h"
 
+#include <chrono>
+#include <ratio>
+#include <system_error>
+
 #include <engine/filesystem.h>
 
 #include "report.h"
 
+namespace stdfs = std::filesystem;
+
 namespace {
+
+constexpr std::size_t piece_size = 1u << 20;
 
 std::vector<std::string> take(FS_NAME* list) {
     std::vector<std::string> names;
@@ -14,6 +22,31 @@ std::vector<std::string> take(FS_NAME* list) {
 }
 
 }  // namespace
+
+FilePtr open_file(const std::string& name) {
+    fs::clear_error();
+    FilePtr file(fs::open(name.c_str(), EFSMode::READ));
+    if (file == nullptr) fail_with_last_error(name, "no source holds it");
+    return file;
+}
+
+bool read_to_end(SFsFile* file, const std::string& name, const TakeBytes& take) {
+    const std::uint64_t length = fs::length(file);
+    std::uint64_t at = fs::tell(file);
+    std::vector<char> buffer(piece_size);
+    for (;;) {
+        fs::clear_error();
+        const std::uint64_t got = fs::read(file, buffer.data(), buffer.size());
+        if (got != failed && got != 0 && !take(buffer.data(), got)) return false;
+        // Bytes may come and be known as damaged.
+        if (got == failed || fs::last_error().code != EFSError::NONE)
+            return fail_with_last_error(name, "it cannot be read");
+        if (got == 0) break;
+        at += got;
+    }
+    return length == failed || at == length ||
+           fail(name, "it ended after " + std::to_string(at) + " of " + std::to_string(length) + " bytes");
+}
 
 std::vector<std::string> list_files(const std::string& dir, const std::string& mask, bool recursive) {
     return take(fs::search(dir.c_str(), mask.c_str(), recursive, false));
@@ -26,25 +59,42 @@ bool is_directory(const std::string& name) {
     return !clean.empty() && fs::search_dir(clean.c_str()) != nullptr;
 }
 
+bool fail_not_held(const std::string& name, const std::string& if_directory) {
+    return fail(name, is_directory(name) ? if_directory : "no source holds it");
+}
+
 bool names_itself(const std::string& name) {
     if (!fs::exists(name.c_str())) return true;
     const std::string clean = normalised(name);
     const std::string found = fs::root_path(name.c_str());
     if (lower_case(found) == clean || lower_case(fs::full_path(name.c_str())) == clean) return true;
-    fail(name, "it finds " + found + "; give that name to change it");
-    return false;
+    return fail(name, "it finds " + found + "; give that name to change it");
 }
 
-FileFacts facts_of(const std::string& name) {
-    FileFacts facts;
-    const FilePtr file(fs::open(name.c_str(), EFSMode::READ));
-    if (file == nullptr) return facts;
-    facts.found = true;
-    facts.size = fs::length(file.get());
-    facts.size_known = facts.size != ~std::uint64_t{0};
-    const std::int64_t time = fs::write_time(name.c_str());
-    if (time > 0) facts.time = fs::get_time_as_str(time);
-    return facts;
+std::string place_on_disk(const std::string& name) {
+    // The library tells the path in lower case: each part is looked for as the disk spells it.
+    stdfs::path place;
+    for (const stdfs::path& part : to_path(fs::full_path(name.c_str()))) {
+        std::error_code error;
+        stdfs::path next = place / part;
+        for (stdfs::directory_iterator walk(place, error), end; !stdfs::exists(next, error) && !error && walk != end;
+             walk.increment(error))
+            if (lower_case(to_text(walk->path().filename())) == to_text(part)) next = walk->path();
+        place = next;
+    }
+    std::error_code error;
+    return stdfs::is_regular_file(place, error) ? to_text(place) : "";
+}
+
+std::string time_of(const std::string& name) {
+    using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
+    constexpr std::int64_t from_1601_to_1970 = 116'444'736'000'000'000;
+    const std::string place = place_on_disk(name);
+    std::error_code error;
+    const auto time = place.empty() ? stdfs::file_time_type() : stdfs::last_write_time(to_path(place), error);
+    if (place.empty() || error) return "";
+    const auto since_1970 = std::chrono::file_clock::to_sys(std::chrono::time_point_cast<Ticks>(time));
+    return fs::get_time_as_str(since_1970.time_since_epoch().count() + from_1601_to_1970);
 }
 
 std::string lower_case(std::string text) {
@@ -58,4 +108,21 @@ std::string normalised(const std::string& name) {
     fs::path_normalize(out.data(), name.c_str(), false);
     out.resize(out.find('\0'));
     return out;
+}
+
+stdfs::path to_path(const std::string& text) { return std::u8string(text.begin(), text.end()); }
+
+std::string to_text(const stdfs::path& path) {
+    const std::u8string text = path.generic_u8string();
+    return {text.begin(), text.end()};
+}
+
+std::string full_native_path(const std::string& path) {
+    std::error_code error;
+    const stdfs::path full = stdfs::absolute(to_path(path), error);
+    return error ? path : to_text(full.lexically_normal());
+}
+
+std::uint32_t little_endian(const unsigned char* bytes) {
+    return bytes[0] | std::uint32_t{bytes[1]} << 8 | std::uint32_t{bytes[2]} << 16 | std::uint32_t{bytes[3]} << 24;
 }

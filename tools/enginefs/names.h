@@ -1,16 +1,31 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <engine/filesystem/contract.h>
 
+inline constexpr std::uint64_t failed = ~std::uint64_t{0};  // how the library answers for a size it cannot tell
+inline constexpr std::size_t longest_path = 259;            // of a native path, in bytes
+
 struct CloseFile {
     void operator()(SFsFile* file) const { fs::close(file); }
 };
 using FilePtr = std::unique_ptr<SFsFile, CloseFile>;
+
+/// Opens a file for reading; null, with a word on standard error, when it cannot be opened.
+FilePtr open_file(const std::string& name);
+
+/// Takes bytes one after another; false stops whoever gives them.
+using TakeBytes = std::function<bool(const char* data, std::uint64_t size)>;
+
+/// Reads an open file from its position to its end. False when `take` says so, or, with a word on standard error, when
+/// the bytes cannot be read or are not what the source has recorded of them.
+bool read_to_end(SFsFile* file, const std::string& name, const TakeBytes& take);
 
 /// The merged, sorted names of the files in `dir`; "" is the root.
 std::vector<std::string> list_files(const std::string& dir, const std::string& mask, bool recursive);
@@ -21,21 +36,31 @@ std::vector<std::string> list_everything();
 /// Whether the directory index holds a directory of this name.
 bool is_directory(const std::string& name);
 
+/// Says that nothing holds a file of this name, or that it is a directory. Returns false.
+bool fail_not_held(const std::string& name, const std::string& if_directory = "it is a directory");
+
 /// Names find files by their ends: "one.txt" finds "levels/one.txt". That is fine for reading, but what changes a file
 /// asks this first: false, with a word on standard error, when the name finds a file of another name.
 bool names_itself(const std::string& name);
 
-/// What can be told of a file without reading it.
-struct FileFacts {
-    bool found = false;
-    std::uint64_t size = 0;
-    bool size_known = false;
-    std::string time;  // "" when the source keeps none
-};
-FileFacts facts_of(const std::string& name);
+/// Where on the disk the file lies, as the disk spells it; "" when it lies in a pack or nowhere.
+std::string place_on_disk(const std::string& name);
+
+/// "YYYY-MM-DD HH:MM:SS", in UTC, of a file's last change; "" when its source keeps none.
+std::string time_of(const std::string& name);
 
 /// `text` with ASCII letters lower-cased.
 std::string lower_case(std::string text);
 
 /// The name as the library holds it: "/" separators, dots resolved, lower case.
 std::string normalised(const std::string& name);
+
+// Native paths are UTF-8 as text, on every system.
+std::filesystem::path to_path(const std::string& text);
+std::string to_text(const std::filesystem::path& path);  // with "/"
+
+/// The full form of a path as somebody typed it, with "/" separators.
+std::string full_native_path(const std::string& path);
+
+/// The number that four bytes hold, the lowest first.
+std::uint32_t little_endian(const unsigned char* bytes);

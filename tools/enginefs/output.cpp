@@ -1,16 +1,113 @@
 #include "output.h"
 
+#include <random>
+#include <system_error>
+
 #include <engine/filesystem.h>
 
 #include "report.h"
+#include "terminal.h"
 
-Output::Output(const std::string& name) : name_(name) {
-    fs::clear_error();
-    file_.reset(fs::open(name.c_str(), EFSMode::WRITE));
+namespace stdfs = std::filesystem;
+
+namespace {
+
+/// Whether a file may be made in the place of the one that has the name, if one has.
+bool may_replace(const std::string& name) {
+    if (is_directory(name)) return fail(name, "it is a directory");
+    ztl::vector<SFsSourceInfo> holders;
+    fs::find_holders(name.c_str(), holders);
+    if (holders.empty()) return true;
+    if (!names_itself(name)) return false;
+    if (!holders[0].writable || holders[0].is_protected)
+        return fail(name, holders[0].path_name + holders[0].file_name + " holds it, and cannot be written to");
+    return !fs::read_only(name.c_str()) || fail(name, "it is read-only");
 }
 
+}  // namespace
+
 Output::~Output() {
-    if (file_ == nullptr || finished_) return;
     file_.reset();
-    if (!fs::rem_file(name_.c_str())) fail_with_last_error(name_, "it is incomplete and cannot be removed");
+    remove_beside();
+}
+
+bool Output::open(const std::string& name, FFSOpenFlags::FLAGS flags) {
+    name_ = name;
+    if (!may_replace(name)) return false;
+    const std::string place = place_on_disk(name);
+    virtual_ = place.empty();
+    return open_beside(virtual_ ? name : place, flags);
+}
+
+bool Output::open_native(const std::string& path) {
+    name_ = path;
+    virtual_ = false;
+    return open_beside(path, FFSOpenFlags::NONE);
+}
+
+bool Output::open_beside(const std::string& place, FFSOpenFlags::FLAGS flags) {
+    place_ = place;
+    std::error_code error;
+    // What a link points to is replaced, not the link.
+    if (!virtual_ && stdfs::exists(to_path(place), error)) place_ = to_text(stdfs::canonical(to_path(place)));
+    const std::string beside = place_ + formatted(".%08x", static_cast<unsigned>(std::random_device()()));
+    const bool opened = attempt(name_, "it cannot be created", [&] {
+        file_.reset(virtual_ ? fs::open(beside.c_str(), EFSMode::WRITE, flags)
+                             : fs::open_native(nullptr, beside.c_str(), EFSMode::WRITE, flags | FFSOpenFlags::CREATE));
+        return file_ != nullptr;
+    });
+    if (opened) beside_ = beside;
+    return opened;
+}
+
+bool Output::write(const void* data, std::uint64_t size) {
+    if (interruption_.requested()) return fail(name_, "interrupted; it is as it was");
+    return attempt(name_, "it cannot be written", [&] { return fs::write(file_.get(), data, size) == size; });
+}
+
+bool Output::finish() {
+    const auto close = [this] {
+        file_.reset();
+        return fs::last_error().code == EFSError::NONE;
+    };
+    if (!attempt(name_, "it cannot be written", close) || !put_in_place()) return false;
+    beside_.clear();
+    return true;
+}
+
+bool Output::put_in_place() {
+    if (virtual_)
+        return attempt(name_, "it cannot be created", [&] { return fs::rename(beside_.c_str(), place_.c_str()); });
+    std::error_code error;
+    const stdfs::file_status before = stdfs::status(to_path(place_), error);
+    if (stdfs::exists(before)) stdfs::permissions(to_path(beside_), before.permissions(), error);
+    stdfs::rename(to_path(beside_), to_path(place_), error);
+    return !error || fail(name_, "it cannot be replaced: " + error.message());
+}
+
+void Output::remove_beside() {
+    if (beside_.empty()) return;
+    std::error_code error;
+    const bool gone = virtual_ ? fs::rem_file(beside_.c_str()) : stdfs::remove(to_path(beside_), error);
+    if (!gone) fail(beside_, "it is incomplete and cannot be removed");
+}
+
+bool open_both(const FromTo& given, FilePtr& source, Output& output, FFSOpenFlags::FLAGS flags) {
+    source = open_file(given.from);
+    if (source == nullptr) return false;
+    const std::string place = place_on_disk(given.from);
+    if (!place.empty() && place == place_on_disk(given.to)) return fail(given.to, "it is the file that is read");
+    return output.open(given.to, flags);
+}
+
+bool copy_file(const FromTo& given, const std::string& label, FFSOpenFlags::FLAGS flags) {
+    FilePtr source;
+    Output output;
+    if (!open_both(given, source, output, flags)) return false;
+    Progress progress(label + given.from, fs::length(source.get()), true);
+    const auto take = [&](const char* data, std::uint64_t size) {
+        progress.add(size);
+        return output.write(data, size);
+    };
+    return read_to_end(source.get(), given.from, take) && output.finish();
 }

@@ -2,22 +2,41 @@
 
 #include <string>
 
+#include "command.h"
+#include "interruption.h"
 #include "names.h"
 
-/// A file of the file system that is being made: removed again, with a word about it, unless it was finished.
+/// A file that is being made. It is written beside its place and put there by finish(), so that what is there stays whole
+/// until then, and stays when this ends before. What goes wrong is said on standard error.
 class Output {
 public:
-    /// Opens it for writing, in place where a source holds it already.
-    explicit Output(const std::string& name);
+    Output() = default;
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
     ~Output();
 
-    SFsFile* file() const { return file_.get(); }  // null when it cannot be opened; last_error says why
-    void finish() { finished_ = true; }
+    /// Begins a file of this virtual name: a new one in the first source, or in the place of the one that has the name.
+    bool open(const std::string& name, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
+    /// Begins a file of the disk.
+    bool open_native(const std::string& path);
+    bool write(const void* data, std::uint64_t size);
+    bool finish();
 
 private:
-    const std::string name_;
+    bool open_beside(const std::string& place, FFSOpenFlags::FLAGS flags);
+    bool put_in_place();
+    void remove_beside();
+
+    std::string name_;    // as it is told
+    std::string place_;   // where the file goes: a path of the disk, or a virtual name
+    std::string beside_;  // where it is written; "" when nothing is left there
+    bool virtual_ = false;
     FilePtr file_;
-    bool finished_ = false;
+    const Interruption interruption_;
 };
+
+/// Opens what is read and begins what is written, which must not be the same file.
+bool open_both(const FromTo& given, FilePtr& source, Output& output, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
+
+/// Copies a file; `flags` say how the new one is written.
+bool copy_file(const FromTo& given, const std::string& label, FFSOpenFlags::FLAGS flags);

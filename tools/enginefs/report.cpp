@@ -1,10 +1,9 @@
 #include "report.h"
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
-
-#include <engine/filesystem/contract/error.h>
 
 namespace {
 
@@ -18,45 +17,55 @@ void remember_failure() {
 std::string printable(const std::string& name) {
     if (name.empty()) return "\"\"";
     std::string text;
-    for (const char c : name) {
-        if (static_cast<unsigned char>(c) >= ' ') {
-            text += c;
-            continue;
-        }
-        char escape[8];
-        std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned>(c));
-        text += escape;
-    }
+    for (const char c : name)
+        text +=
+            static_cast<unsigned char>(c) >= ' ' ? std::string(1, c) : formatted("\\x%02x", static_cast<unsigned>(c));
     return text;
 }
 
 }  // namespace
 
-int fail(const std::string& name, const std::string& reason) {
+bool fail(const std::string& name, const std::string& reason) {
     std::fflush(stdout);
     std::fprintf(stderr, "enginefs: %s: %s\n", printable(name).c_str(), reason.c_str());
-    return exit_failed;
+    return false;
 }
 
-int fail_with_last_error(const std::string& name, const std::string& otherwise) {
+bool fail_with_last_error(const std::string& name, const std::string& otherwise) {
     const SFsError& error = fs::last_error();
     return fail(name, error.code == EFSError::NONE || error.text.empty() ? otherwise : error.text);
 }
 
-void note(const std::string& name, const std::string& text) { fail(name, text); }
+void fail_without_memory() { std::fputs("enginefs: there is not enough memory\n", stderr); }
 
-void print(const std::string& text) { print_bytes(text.data(), text.size()); }
-
-void print_bytes(const void* data, std::uint64_t size) {
-    errno = 0;
-    if (std::fwrite(data, 1, size, stdout) != size) remember_failure();
+void fail_usage(const std::string& name, const std::string& reason) {
+    fail(name, reason);
+    throw WrongUsage();
 }
 
-bool is_output_good() { return output_error == 0; }
+void note(const std::string& name, const std::string& text) { fail(name, text); }
+
+std::string formatted(const char* format, ...) {
+    char text[256];  // for numbers and short words
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    return text;
+}
+
+bool print(const std::string& text) { return print_bytes(text.data(), text.size()); }
+
+bool print_bytes(const void* data, std::uint64_t size) {
+    errno = 0;
+    if (std::fwrite(data, 1, size, stdout) != size) remember_failure();
+    return output_error == 0;
+}
 
 int finish_output(int status) {
     errno = 0;
     if (std::fflush(stdout) != 0) remember_failure();
-    if (is_output_good()) return status;
-    return fail("standard output", std::string("it cannot be written: ") + std::strerror(output_error));
+    if (output_error == 0) return status;
+    fail("standard output", std::string("it cannot be written: ") + std::strerror(output_error));
+    return exit_failed;
 }

@@ -3,25 +3,47 @@
 #include <cstdint>
 #include <string>
 
-/// Exit statuses: fine, not found or failed, wrong command line.
-inline constexpr int exit_ok = 0;
-inline constexpr int exit_failed = 1;
-inline constexpr int exit_usage = 2;
+#include <engine/filesystem/contract/error.h>
 
-/// Says on standard error what is wrong with `name`; returns exit_failed.
-int fail(const std::string& name, const std::string& reason);
+inline constexpr int exit_ok = 0;
+inline constexpr int exit_failed = 1;  // not found, or failed
+inline constexpr int exit_usage = 2;   // a wrong command line
+
+/// Says on standard error what is wrong with `name`. Returns false.
+bool fail(const std::string& name, const std::string& reason);
 
 /// The same with the library's own account of the thread's last failure, or `otherwise` when it gave none.
-int fail_with_last_error(const std::string& name, const std::string& otherwise);
+bool fail_with_last_error(const std::string& name, const std::string& otherwise);
+
+/// Calls into the library; when that answers false, says why of `name`.
+template <class Call>
+bool attempt(const std::string& name, const char* otherwise, const Call& call) {
+    fs::clear_error();
+    return call() || fail_with_last_error(name, otherwise);
+}
+
+/// Says so without using memory.
+void fail_without_memory();
+
+/// Thrown, after a word on standard error, when an argument is not what it should be.
+struct WrongUsage {};
+[[noreturn]] void fail_usage(const std::string& name, const std::string& reason);
 
 /// Says something on standard error that is no failure.
 void note(const std::string& name, const std::string& text);
 
-/// Prints to standard output; what cannot be written is remembered for finish_output.
-void print(const std::string& text);
-void print_bytes(const void* data, std::uint64_t size);
-/// Whether everything went out so far; long work may stop when it did not.
-bool is_output_good();
+/// Text as printf makes it.
+#if defined(__MINGW32__) && !defined(__clang__)
+[[gnu::format(gnu_printf, 1, 2)]]
+#else
+[[gnu::format(printf, 1, 2)]]
+#endif
+std::string
+formatted(const char* format, ...);
+
+/// Prints to standard output; what cannot be written is remembered for finish_output. False when it was not.
+bool print(const std::string& text);
+bool print_bytes(const void* data, std::uint64_t size);
 
 /// `status`, or exit_failed with a message when standard output could not be written.
 int finish_output(int status);

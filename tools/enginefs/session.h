@@ -15,19 +15,17 @@ struct SessionOptions {
 /// The mounted file system, for as long as it lives.
 class Session {
 public:
-    /// Mounts root and sources. False, with the reason on standard error, when one of them cannot be mounted.
-    bool mount(const SessionOptions& options);
     Session() = default;
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
     ~Session();
 
+    /// Mounts root and sources. False, with the reason on standard error, when one of them cannot be mounted.
+    bool mount(const SessionOptions& options);
+
 private:
     bool mounted_ = false;
 };
 
-/// Sends the library's messages of at least this importance to standard error. False when the level is not one.
-bool show_messages(const std::string& level);
-
-/// The full form of a path as somebody typed it, with "/" separators.
-std::string full_native_path(const std::string& path);
+/// Sends the library's messages of at least this importance to standard error. A word that is no level is wrong usage.
+void show_messages(const std::string& level);

@@ -3,17 +3,19 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 
-// Calls of the C run-time that its standard headers do not declare.
-extern "C" {
-int isatty(int descriptor);
+// The tool's only look at a system by itself.
 #if defined(_WIN32)
-int _setmode(int descriptor, int mode);
+#include <fcntl.h>
+#include <io.h>
+#include <windows.h>
 #else
-int open(const char* path, int flags, ...);
-int close(int descriptor);
+#include <fcntl.h>
+#include <unistd.h>
 #endif
-}
+
+#include "names.h"
 
 namespace {
 
@@ -29,20 +31,24 @@ std::uint64_t now_ms() {
 
 void prepare_streams() {
 #if defined(_WIN32)
-    constexpr int binary = 0x8000;
-    _setmode(1, binary);
+    _setmode(1, _O_BINARY);
+    // Text is UTF-8, as the manifest says of arguments; a console that went on with another page would show it wrong.
+    static const UINT before = GetConsoleOutputCP();
+    SetConsoleOutputCP(CP_UTF8);
+    std::atexit([] { SetConsoleOutputCP(before); });
 #else
-    constexpr int read_only = 0;
-    int descriptor = open("/dev/null", read_only);
-    while (descriptor >= 0 && descriptor <= 2) descriptor = open("/dev/null", read_only);
+    int descriptor = open("/dev/null", O_RDONLY);
+    while (descriptor >= 0 && descriptor <= 2) descriptor = open("/dev/null", O_RDONLY);
     if (descriptor > 2) close(descriptor);
 #endif
 }
 
-bool is_terminal_watched() { return isatty(2) != 0; }
-
 Progress::Progress(std::string label, std::uint64_t total, bool bytes)
-    : label_(std::move(label)), total_(total), bytes_(bytes), watched_(is_terminal_watched()), start_ms_(now_ms()) {}
+    : label_(std::move(label)),
+      total_(total == failed ? 0 : total),
+      bytes_(bytes),
+      watched_(isatty(2) != 0),
+      start_ms_(now_ms()) {}
 
 Progress::~Progress() {
     if (drawn_) std::fprintf(stderr, "\r%79s\r", "");

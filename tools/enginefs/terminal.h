@@ -7,13 +7,10 @@
 /// were closed a place where writing fails, so that no file that is opened later is taken for one of them.
 void prepare_streams();
 
-/// Whether somebody watches standard error on a terminal.
-bool is_terminal_watched();
-
 /// Shows how far long work has come, on a terminal only; cleared when it ends.
 class Progress {
 public:
-    /// `total` 0: not known. Counts bytes when `bytes`, else items.
+    /// `total` 0, or all bits set: not known. Counts bytes when `bytes`, else items.
     Progress(std::string label, std::uint64_t total, bool bytes);
     ~Progress();
     Progress(const Progress&) = delete;

@@ -1,12 +1,12 @@
 #include "engine/filesystem/access/access_record.h"
 
 #include <atomic>
+#include <mutex>
 #include <new>
 #include <unordered_set>
 #include <utility>
 
 #include <engine/filesystem/access/open.h>
-#include <engine/kernel/multithreading.h>
 
 #include "engine/filesystem/contract/set_error.h"
 
@@ -16,7 +16,7 @@ namespace {
 
 struct AccessRecord {
     std::atomic<bool> on{false};
-    mt::CSlimLock lock;  // guards what follows
+    std::mutex lock;  // guards what follows
     ztl::vector<fs::string> names;
     std::unordered_set<fs::string> noted;
 };
@@ -30,7 +30,7 @@ AccessRecord& access_record_state() {
 void note(AccessRecord& record, const fs::path& name) {
     fs::string text;
     name.FullName(text);
-    const mt::CExclusiveHold hold(record.lock);
+    const std::lock_guard guard(record.lock);
     if (!record.on.load(std::memory_order_relaxed)) return;  // switched off meanwhile
     const auto [place, is_new] = record.noted.insert(std::move(text));
     if (is_new) record.names.push_back(*place);
@@ -50,7 +50,7 @@ void note_access(const fs::path& name) {
 
 void record_access(bool on) {
     AccessRecord& record = access_record_state();
-    const mt::CExclusiveHold hold(record.lock);
+    const std::lock_guard guard(record.lock);
     if (on) {
         record.names.clear();
         record.noted.clear();
@@ -60,7 +60,7 @@ void record_access(bool on) {
 
 void get_access_record(ztl::vector<fs::string>& out) {
     AccessRecord& record = access_record_state();
-    const mt::CSharedHold hold(record.lock);
+    const std::lock_guard guard(record.lock);
     try {
         out = record.names;
     } catch (...) {

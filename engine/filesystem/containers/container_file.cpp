@@ -83,7 +83,7 @@ bool File::Read(void* buffer, std::uint64_t size, std::uint64_t offset) const {
         return true;
     }
     if (writable_) {
-        const mt::CExclusiveHold hold(readers_lock_);
+        const std::lock_guard guard(readers_lock_);
         return read_at(*main_, buffer, size, offset);
     }
     FilePtr reader = TakeReader();
@@ -96,7 +96,7 @@ bool File::Read(void* buffer, std::uint64_t size, std::uint64_t offset) const {
 /// Each reading thread borrows an open file of its own, so that none waits for another's read.
 FilePtr File::TakeReader() const {
     {
-        const mt::CExclusiveHold hold(readers_lock_);
+        const std::lock_guard guard(readers_lock_);
         if (!readers_.empty()) {
             FilePtr reader = std::move(readers_.back());
             readers_.pop_back();
@@ -107,7 +107,7 @@ FilePtr File::TakeReader() const {
 }
 
 void File::GiveBack(FilePtr reader) const {
-    const mt::CExclusiveHold hold(readers_lock_);
+    const std::lock_guard guard(readers_lock_);
     if (readers_.size() < most_idle_readers) readers_.push_back(std::move(reader));
 }
 
@@ -133,12 +133,12 @@ bool File::Flush() {
 }
 
 void File::CutAtEnd() {
-    const mt::CExclusiveHold hold(readers_lock_);
+    const std::lock_guard guard(readers_lock_);
     if (main_->seek(static_cast<std::int64_t>(flushed_), EFSSeek::BEGIN)) main_->set_eof();
 }
 
 bool File::WriteAt(const void* data, std::uint64_t size, std::uint64_t offset) {
-    const mt::CExclusiveHold hold(readers_lock_);
+    const std::lock_guard guard(readers_lock_);
     if (write_at(*main_, data, size, offset)) return true;
     if (fs::last_error().code == EFSError::NONE)
         fs::set_error(EFSError::IO, path_.c_str(), "The container file cannot be written.");

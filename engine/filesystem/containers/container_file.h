@@ -2,11 +2,11 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
 #include <engine/filesystem/contract/file.h>
-#include <engine/kernel/multithreading.h>
 
 #include "engine/filesystem/contract/file_ptr.h"
 
@@ -59,7 +59,7 @@ private:
     bool writable_ = false;
     std::uint64_t flushed_ = 0;           // offset of the first collected byte
     std::vector<unsigned char> pending_;  // collected bytes
-    mutable mt::CSlimLock readers_lock_;  // guards readers_, and main_ while it is read or written
+    mutable std::mutex readers_lock_;     // guards readers_, and main_ while it is read or written
     mutable std::vector<FilePtr> readers_;
 };
 

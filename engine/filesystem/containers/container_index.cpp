@@ -3,6 +3,7 @@
 #include <immintrin.h>
 
 #include <algorithm>
+#include <mutex>
 
 namespace container {
 namespace {
@@ -118,7 +119,7 @@ bool SavedPart::is_sound(std::uint32_t wanted_checksum, std::uint64_t limit) con
 bool Container::IsSound() const {
     const int known = soundness_.load(std::memory_order_acquire);
     if (known != UNKNOWN) return known == SOUND;
-    const mt::CExclusiveHold hold(check_lock_);
+    const std::lock_guard guard(check_lock_);
     if (soundness_.load(std::memory_order_relaxed) == UNKNOWN) {
         const bool sound = saved_.is_sound(checksum_, limit_);
         if (sound) saved_.set_fences();

@@ -4,13 +4,12 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include <engine/kernel/multithreading.h>
 
 #include "engine/filesystem/containers/container_format.h"
 #include "engine/filesystem/containers/hash_table.h"
@@ -74,7 +73,7 @@ private:
     mutable SavedPart saved_;  // changed by the first check alone, before soundness_ tells of it
     std::uint32_t checksum_ = 0;
     std::uint64_t limit_ = 0;
-    mutable mt::CSlimLock check_lock_;  // held during the first check
+    mutable std::mutex check_lock_;  // held during the first check
     mutable std::atomic<int> soundness_{UNKNOWN};
     HashTable<Entry> changes_;  // an entry of offset 0 marks a removed blob
 };

@@ -3,7 +3,9 @@
 #include <cinttypes>
 #include <cstdio>
 #include <limits>
+#include <mutex>
 #include <new>
+#include <shared_mutex>
 #include <utility>
 
 #include <zlib.h>
@@ -44,7 +46,7 @@ CFileHashMultiContainer::CFileHashMultiContainer() : state_(std::make_unique<Sta
 CFileHashMultiContainer::~CFileHashMultiContainer() = default;
 
 bool CFileHashMultiContainer::Open(const char* path, bool writable) try {
-    const mt::CExclusiveHold hold(state_->lock);
+    const std::lock_guard guard(state_->lock);
     state_->Close();
     state_->path = path != nullptr ? path : "";
     // Asked first, because opening for writing would create a file in some sources.
@@ -58,7 +60,7 @@ bool CFileHashMultiContainer::Open(const char* path, bool writable) try {
 }
 
 bool CFileHashMultiContainer::Create(const char* path) try {
-    const mt::CExclusiveHold hold(state_->lock);
+    const std::lock_guard guard(state_->lock);
     state_->Close();
     state_->path = path != nullptr ? path : "";
     if (state_->file.Create(state_->path.c_str()) && state_->Initialise()) return true;
@@ -70,12 +72,12 @@ bool CFileHashMultiContainer::Create(const char* path) try {
 }
 
 void CFileHashMultiContainer::Close() {
-    const mt::CExclusiveHold hold(state_->lock);
+    const std::lock_guard guard(state_->lock);
     state_->Close();
 }
 
 bool CFileHashMultiContainer::IsOpen() const {
-    const mt::CSharedHold hold(state_->lock);
+    const std::shared_lock guard(state_->lock);
     return state_->file.IsOpen();
 }
 
@@ -92,14 +94,14 @@ bool CFileHashMultiContainer::Put(const char* name, std::uint32_t hash, const vo
                       .size = static_cast<std::uint32_t>(size),
                       .checksum = container::checksum(stored, stored_size),
                       .deflated = !packed.empty()};
-    const mt::CExclusiveHold hold(state_->lock);
+    const std::lock_guard guard(state_->lock);
     return state_->Put(wanted, hash, entry, stored);
 } catch (const std::bad_alloc&) {
     return state_->FailWithoutMemory();
 }
 
 bool CFileHashMultiContainer::Remove(const char* name, std::uint32_t hash) try {
-    const mt::CExclusiveHold hold(state_->lock);
+    const std::lock_guard guard(state_->lock);
     if (!state_->IsWritable() || !state_->FindBlob(name, hash)) return false;
     state_->index.FindOrAdd(name != nullptr ? name : "").Remove(hash);
     state_->changed = true;
@@ -109,7 +111,7 @@ bool CFileHashMultiContainer::Remove(const char* name, std::uint32_t hash) try {
 }
 
 bool CFileHashMultiContainer::RemoveContainer(const char* name) {
-    const mt::CExclusiveHold hold(state_->lock);
+    const std::lock_guard guard(state_->lock);
     if (!state_->IsWritable()) return false;
     if (!state_->index.Remove(name != nullptr ? name : ""))
         return state_->Fail(EFSError::NOT_FOUND, "The multi-container has no container of this name.");
@@ -123,7 +125,7 @@ bool CFileHashMultiContainer::Exists(const char* name, std::uint32_t hash) const
 }
 
 bool CFileHashMultiContainer::GetSize(const char* name, std::uint32_t hash, std::uint64_t& size) const try {
-    const mt::CSharedHold hold(state_->lock);
+    const std::shared_lock guard(state_->lock);
     const std::optional<Entry> entry = state_->FindBlob(name, hash);
     size = entry ? entry->size : 0;
     return entry.has_value();
@@ -133,7 +135,7 @@ bool CFileHashMultiContainer::GetSize(const char* name, std::uint32_t hash, std:
 
 bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, ztl::vector<unsigned char>& out) const try {
     out.clear();
-    const mt::CSharedHold hold(state_->lock);
+    const std::shared_lock guard(state_->lock);
     const std::optional<Entry> entry = state_->FindBlob(name, hash);
     if (!entry) return false;
     out.resize(entry->size);
@@ -148,7 +150,7 @@ bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, ztl::v
 bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, void* buffer, std::uint64_t capacity,
                                     std::uint64_t& size) const try {
     size = 0;
-    const mt::CSharedHold hold(state_->lock);
+    const std::shared_lock guard(state_->lock);
     const std::optional<Entry> entry = state_->FindBlob(name, hash);
     if (!entry) return false;
     size = entry->size;
@@ -161,7 +163,7 @@ bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, void* 
 
 void CFileHashMultiContainer::ListContainers(ztl::vector<fs::string>& out) const try {
     out.clear();
-    const mt::CSharedHold hold(state_->lock);
+    const std::shared_lock guard(state_->lock);
     for (const auto& [name, found] : state_->index.all()) out.push_back(name);
 } catch (const std::bad_alloc&) {
     out.clear();
@@ -170,7 +172,7 @@ void CFileHashMultiContainer::ListContainers(ztl::vector<fs::string>& out) const
 
 bool CFileHashMultiContainer::ListBlobs(const char* name, ztl::vector<SBlobInfo>& out) const try {
     out.clear();
-    const mt::CSharedHold hold(state_->lock);
+    const std::shared_lock guard(state_->lock);
     const container::Container* const found = state_->FindSound(name);
     if (found == nullptr) return false;
     found->ForEach([&out](std::uint32_t hash, const Entry& entry) {
@@ -183,7 +185,7 @@ bool CFileHashMultiContainer::ListBlobs(const char* name, ztl::vector<SBlobInfo>
 
 bool CFileHashMultiContainer::GetStats(SMultiContainerStats& stats) const try {
     stats = {};
-    const mt::CSharedHold hold(state_->lock);
+    const std::shared_lock guard(state_->lock);
     if (!state_->file.IsOpen()) return state_->Fail(EFSError::INVALID_ARGUMENT, "No multi-container file is open.");
     return state_->CountLive(stats);
 } catch (const std::bad_alloc&) {
@@ -191,7 +193,7 @@ bool CFileHashMultiContainer::GetStats(SMultiContainerStats& stats) const try {
 }
 
 bool CFileHashMultiContainer::Save() try {
-    const mt::CExclusiveHold hold(state_->lock);
+    const std::lock_guard guard(state_->lock);
     if (!state_->file.IsOpen()) return state_->Fail(EFSError::INVALID_ARGUMENT, "No multi-container file is open.");
     return state_->Save();
 } catch (const std::bad_alloc&) {
@@ -199,7 +201,7 @@ bool CFileHashMultiContainer::Save() try {
 }
 
 bool CFileHashMultiContainer::Verify(ztl::vector<fs::string>& report) const try {
-    const mt::CSharedHold hold(state_->lock);
+    const std::shared_lock guard(state_->lock);
     if (!state_->file.IsOpen()) return state_->Fail(EFSError::INVALID_ARGUMENT, "No multi-container file is open.");
     const std::size_t before = report.size();
     ztl::vector<unsigned char> blob;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <string>
 #include <vector>
@@ -172,7 +173,7 @@ bool CFileHashMultiContainer::State::CompactInto(State& fresh, const std::string
 }
 
 bool CFileHashMultiContainer::Compact() try {
-    const mt::CExclusiveHold hold(state_->lock);
+    const std::lock_guard guard(state_->lock);
     SMultiContainerStats stats;
     if (!state_->IsWritable() || !state_->Save() || !state_->CountLive(stats)) return false;
     // Also where blobs share bytes, as no file of ours has them: each would get its own.

@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include "engine/filesystem/contract/set_error.h"
+
 namespace {
 
 constexpr std::uint64_t failed = ~std::uint64_t{0};
@@ -16,7 +18,9 @@ SFsFile::~SFsFile() {
     name = nullptr;
 }
 
-bool SFsFile::read_async(void*, std::uint64_t, std::uint64_t, SFsRequest*, std::uint32_t) { return false; }
+bool SFsFile::read_async(void*, std::uint64_t, std::uint64_t, SFsRequest*, std::uint32_t) {
+    return fs::refuse(EFSError::UNSUPPORTED, name, "This kind of file has no asynchronous reads.");
+}
 bool SFsFile::write_async(const void*, std::uint64_t, std::uint64_t, SFsRequest*, std::uint32_t) { return false; }
 bool SFsFile::set_eof() { return false; }
 void SFsFile::cancel_async(SFsRequest*) {}

@@ -5,15 +5,18 @@
 #include <new>
 #include <utility>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/handles/io_queue.h"
-#include "engine/filesystem/handles/queue_slots.h"
 #include "engine/filesystem/handles/request.h"
 
 namespace {
 
 constexpr std::uint64_t failed = ~std::uint64_t{0};
-constexpr std::uint64_t bounce_size = 1u << 20;
+constexpr std::uint64_t largest_bounce = 1u << 20;
+
+constexpr std::uint64_t round_up(std::uint64_t size, std::uint64_t alignment) {
+    return (size + alignment - 1) / alignment * alignment;
+}
 
 struct AlignedFree {
     std::align_val_t alignment;
@@ -22,27 +25,21 @@ struct AlignedFree {
 
 }  // namespace
 
-Win32FileHandleAsync* Win32FileHandleAsync::Create(CFSSource* owner, platform::File file, const char* native_path) {
-    auto* const handle = new (std::nothrow) Win32FileHandleAsync(owner, std::move(file), native_path);
-    if (handle != nullptr && handle->own_request_ != nullptr) return handle;
-    delete handle;
-    fs::set_error(EFSError::OUT_OF_MEMORY, native_path, "No memory for an asynchronous file.");
-    return nullptr;
+Win32FileHandleAsync::Win32FileHandleAsync(CFSSource* owner, const char* native_path, std::shared_ptr<IOQueue> queue)
+    : queue_(std::move(queue)), native_path_(native_path), own_request_(SFsRequest::Create(nullptr, nullptr)) {
+    if (own_request_ == nullptr) throw std::bad_alloc();
+    source = owner;
 }
 
-Win32FileHandleAsync::Win32FileHandleAsync(CFSSource* owner, platform::File file, const char* native_path)
-    : queue_(fs::first_queue()),
-      file_(std::move(file)),
-      own_request_(SFsRequest::Create(nullptr, nullptr)),
-      native_path_(native_path) {
-    source = owner;
-    const std::uint64_t length = file_.length();
-    length_ = length == failed ? 0 : length;
+bool Win32FileHandleAsync::Attach(platform::File file) {
+    length_ = file.length();
+    file_ = std::move(file);
+    return length_ != failed;
 }
 
 Win32FileHandleAsync::~Win32FileHandleAsync() {
     if (queue_ != nullptr) queue_->Abandon(this);
-    if (own_request_ != nullptr) own_request_->Release();
+    own_request_->Release();
 }
 
 std::uint64_t Win32FileHandleAsync::read(void* buffer, std::uint64_t size) {
@@ -57,10 +54,7 @@ std::uint64_t Win32FileHandleAsync::read(void* buffer, std::uint64_t size) {
 }
 
 bool Win32FileHandleAsync::ReadThroughQueue(void* buffer, std::uint64_t size) {
-    if (queue_ == nullptr || !queue_->Enqueue(this, position_, size, buffer, own_request_, 0)) {
-        fs::set_error(EFSError::NOT_INITIALIZED, NativePath(), "The read queue does not run.");
-        return false;
-    }
+    if (!Enqueue(position_, size, buffer, own_request_, 0)) return false;
     own_request_->Wait();
     if (own_request_->Result() == EFSRequestResult::SUCCESS) return true;
     fs::set_error(EFSError::IO, NativePath(), "The queued read failed or was cancelled.");
@@ -84,11 +78,22 @@ bool Win32FileHandleAsync::read_async(void* buffer, std::uint64_t offset, std::u
         record.Signal();
         return true;
     }
-    if (queue_ == nullptr || !file_.valid()) return false;
-    return queue_->Enqueue(this, offset, size, buffer, request, static_cast<std::int32_t>(priority));
+    return Enqueue(offset, size, buffer, request, static_cast<std::int32_t>(priority));
 }
 
-std::uint64_t Win32FileHandleAsync::write(const void*, std::uint64_t) { return failed; }
+bool Win32FileHandleAsync::Enqueue(std::uint64_t offset, std::uint64_t size, void* buffer, SFsRequest* request,
+                                   std::int32_t priority) {
+    if (queue_ == nullptr)
+        return fs::refuse(EFSError::NOT_INITIALIZED, NativePath(), "There was no read queue at opening.");
+    return fs::guarded(NativePath(), false, [&] {
+        return queue_->Enqueue({.file = this, .buffer = buffer, .offset = offset, .size = size}, request, priority);
+    });
+}
+
+std::uint64_t Win32FileHandleAsync::write(const void*, std::uint64_t) {
+    fs::set_error(EFSError::UNSUPPORTED, NativePath(), "An asynchronous file is only read.");
+    return failed;
+}
 
 bool Win32FileHandleAsync::NeedsBounce(const void* buffer, std::uint64_t offset, std::uint64_t size) const {
     const std::uint64_t mask = file_.alignment() - 1;
@@ -97,19 +102,20 @@ bool Win32FileHandleAsync::NeedsBounce(const void* buffer, std::uint64_t offset,
 
 bool Win32FileHandleAsync::ReadBounced(void* buffer, std::uint64_t offset, std::uint64_t size) const {
     const std::uint64_t alignment = file_.alignment();
+    std::uint64_t skip = offset % alignment;
+    const std::uint64_t room = round_up(skip + std::min(size, largest_bounce), alignment);
     const std::align_val_t wanted{static_cast<std::size_t>(alignment)};
-    const std::unique_ptr<char, AlignedFree> bounce(
-        static_cast<char*>(::operator new(bounce_size, wanted, std::nothrow)), AlignedFree{wanted});
+    const std::unique_ptr<char, AlignedFree> bounce(static_cast<char*>(::operator new(room, wanted, std::nothrow)),
+                                                    AlignedFree{wanted});
     if (bounce == nullptr) return false;
-    std::uint64_t done = 0;
-    while (done < size) {
-        const std::uint64_t skip = (offset + done) % alignment;
-        const std::uint64_t got = file_.read_at(bounce.get(), bounce_size, offset + done - skip);
+    for (std::uint64_t done = 0; done < size; skip = 0) {
+        const std::uint64_t asked = std::min(room, round_up(skip + std::min(size - done, largest_bounce), alignment));
+        const std::uint64_t got = file_.read_at(bounce.get(), asked, offset + done - skip);
         if (got == failed || got <= skip) return done != 0;
         const std::uint64_t piece = std::min(got - skip, size - done);
         std::memcpy(static_cast<char*>(buffer) + done, bounce.get() + skip, piece);
         done += piece;
-        if (got < bounce_size) return true;
+        if (got < asked) return true;
     }
     return true;
 }

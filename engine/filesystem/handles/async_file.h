@@ -16,8 +16,10 @@ class Request;
 /// waits for the read in hand.
 class Win32FileHandleAsync final : public SFsFile {
 public:
-    /// Null, with the error set, when the request of its own cannot be had.
-    static Win32FileHandleAsync* Create(CFSSource* owner, platform::File file, const char* native_path);
+    /// Throws std::bad_alloc.
+    Win32FileHandleAsync(CFSSource* owner, const char* native_path, std::shared_ptr<IOQueue> queue);
+    /// False when the length cannot be told.
+    bool Attach(platform::File file);
     ~Win32FileHandleAsync() override;
 
     std::uint64_t read(void* buffer, std::uint64_t size) override;
@@ -41,14 +43,14 @@ public:
     const char* NativePath() const { return native_path_.c_str(); }
 
 private:
-    Win32FileHandleAsync(CFSSource* owner, platform::File file, const char* native_path);
+    bool Enqueue(std::uint64_t offset, std::uint64_t size, void* buffer, SFsRequest* request, std::int32_t priority);
     bool ReadThroughQueue(void* buffer, std::uint64_t size);
     bool ReadHere(void* buffer, std::uint64_t size) const;
 
-    const std::shared_ptr<IOQueue> queue_;  // null when none ran at opening
+    const std::shared_ptr<IOQueue> queue_;  // null when the library was not started at opening
     platform::File file_;
     std::uint64_t position_ = 0;
     std::uint64_t length_ = 0;  // read once at opening
-    SFsRequest* const own_request_;
     const std::string native_path_;
+    SFsRequest* const own_request_;
 };

@@ -7,7 +7,8 @@
 #include "engine/filesystem/handles/gzip_file.h"
 
 #include <algorithm>
-#include <new>
+#include <cerrno>
+#include <cstdio>
 #include <utility>
 
 #include <zlib.h>
@@ -22,28 +23,47 @@ constexpr std::uint64_t failed = ~std::uint64_t{0};
 constexpr std::uint64_t largest_call = 1u << 30;  // what one call of the gz layer takes is 32 bits wide
 constexpr unsigned buffer_size = 64 * 1024;
 
-}  // namespace
-
-FileGzipped* FileGzipped::Create(CFSSource* owner, platform::File file, const char* mode) {
-    const int descriptor = file.duplicate_descriptor(mode[0] == 'w');
-    if (descriptor < 0) return nullptr;
-    const gzFile gz = gzdopen(descriptor, mode);
-    if (gz == nullptr) {
-        platform::close_descriptor(descriptor);
-        return nullptr;
-    }
-    gzbuffer(gz, buffer_size);
-    auto* const handle = new (std::nothrow) FileGzipped(owner, std::move(file), gz);
-    if (handle == nullptr) gzclose(gz);
-    return handle;
+EFSError::TYPE kind_of(int code) {
+    if (code == Z_ERRNO) return EFSError::IO;
+    return code == Z_MEM_ERROR ? EFSError::OUT_OF_MEMORY : EFSError::BAD_FORMAT;
 }
 
-FileGzipped::FileGzipped(CFSSource* owner, platform::File file, gzFile_s* gz) : file_(std::move(file)), gz_(gz) {
-    source = owner;
+}  // namespace
+
+bool FileGzipped::Attach(platform::File file, const char* path, const char* mode) {
+    writes_ = mode[0] == 'w';
+    const int descriptor = file.duplicate_descriptor(writes_);
+    if (descriptor < 0) return fs::refuse_by_disk(path, "cannot be opened");
+    if (writes_ && !file.set_end()) {
+        fs::refuse_by_disk(path, "cannot be emptied");
+        platform::close_descriptor(descriptor);
+        return false;
+    }
+    gz_ = gzdopen(descriptor, mode);
+    if (gz_ == nullptr) {
+        platform::close_descriptor(descriptor);
+        return fs::refuse(EFSError::OUT_OF_MEMORY, path, "There is no memory for a gzip file.");
+    }
+    gzbuffer(gz_, buffer_size);
+    file_ = std::move(file);
+    return true;
 }
 
 FileGzipped::~FileGzipped() {
-    if (gzclose(gz_) != Z_OK) fs::set_error(EFSError::IO, name, "The gzip file could not be finished.");
+    if (gz_ == nullptr) return;
+    if (!writes_) {  // what was wrong has been told by read
+        gzclose(gz_);
+        return;
+    }
+    FillGapAtStart();
+    errno = 0;
+    if (gzclose(gz_) != Z_OK) ReportWriteFailure("The gzip file could not be finished.");
+}
+
+/// zlib fills the gap of a seek from its buffer, which it has not cleared yet when nothing was written before closing.
+void FileGzipped::FillGapAtStart() {
+    const z_off64_t end = gztell64(gz_);
+    if (is_untouched_ && end > 0 && gzseek64(gz_, end - 1, SEEK_SET) != -1) gzwrite(gz_, "", 1);
 }
 
 std::uint64_t FileGzipped::read(void* buffer, std::uint64_t size) {
@@ -65,20 +85,28 @@ bool FileGzipped::ReportReadFailure(const void* buffer, std::uint64_t size, int 
     const char* const text = gzerror(gz_, &code);
     if (code >= 0) return false;
     const char* const words = text != nullptr ? text : "";
-    fs::set_error(EFSError::BAD_FORMAT, name, std::string("The gzip file cannot be decoded: ") + words);
+    fs::set_error(kind_of(code), name, std::string("The gzip file cannot be decoded: ") + words);
     log_message(messages, Log::ELevel::ERRR, __LINE__,
                 "gzread failed: file=%p, buffer=%p, size=%u, read=%d, error=%d, msg=%s\n", static_cast<void*>(gz_),
                 buffer, static_cast<unsigned>(size), result, code, words);
     return true;
 }
 
+/// zlib tells no more than that the system failed; its errno is still there.
+void FileGzipped::ReportWriteFailure(const char* text) const {
+    const int code = errno;
+    fs::set_error(code == ENOSPC ? EFSError::DISK_FULL : EFSError::IO, name, text, code);
+}
+
 std::uint64_t FileGzipped::write(const void* buffer, std::uint64_t size) {
+    if (size != 0) is_untouched_ = false;
+    errno = 0;
     std::uint64_t done = 0;
     while (done < size) {
         const auto piece = static_cast<unsigned>(std::min(size - done, largest_call));
         const int put = gzwrite(gz_, static_cast<const char*>(buffer) + done, piece);
         if (put <= 0) {
-            fs::set_error(EFSError::IO, name, "The gzip file cannot be written.");
+            ReportWriteFailure("The gzip file cannot be written.");
             return done != 0 ? done : failed;
         }
         done += static_cast<unsigned>(put);

@@ -9,9 +9,11 @@ struct gzFile_s;
 /// A gzip file read or written through zlib's gz layer. A file that is not gzip is read as it stands.
 class FileGzipped final : public SFsFile {
 public:
-    /// Puts the gz layer over an open file; `mode` is "rb", "wb1", "wb5" or "wb9". Null on failure.
-    static FileGzipped* Create(CFSSource* owner, platform::File file, const char* mode);
+    explicit FileGzipped(CFSSource* owner) { source = owner; }
     ~FileGzipped() override;  // flushes a writer
+    /// Puts the gz layer over an open file; `mode` is "rb", "wb1", "wb5" or "wb9". A writer empties the file, as the last
+    /// step that can fail but for the gz layer's own few bytes. False, with the thread's failure set for `path`.
+    bool Attach(platform::File file, const char* path, const char* mode);
 
     std::uint64_t read(void* buffer, std::uint64_t size) override;
     std::uint64_t write(const void* buffer, std::uint64_t size) override;
@@ -20,9 +22,12 @@ public:
     std::uint64_t tell() override;
 
 private:
-    FileGzipped(CFSSource* owner, platform::File file, gzFile_s* gz);
+    void FillGapAtStart();
+    void ReportWriteFailure(const char* text) const;
     bool ReportReadFailure(const void* buffer, std::uint64_t size, int result);
 
-    const platform::File file_;  // keeps the sharing rules; the gz layer has a descriptor of its own
-    gzFile_s* const gz_;
+    platform::File file_;  // keeps the sharing rules; the gz layer has a descriptor of its own
+    gzFile_s* gz_ = nullptr;
+    bool writes_ = false;
+    bool is_untouched_ = true;  // nothing was written yet
 };

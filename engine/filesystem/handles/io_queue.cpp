@@ -1,10 +1,8 @@
 // The read queue: one worker, one native read at a time.
 //
-// What waits is kept by priority, each priority in its order of arrival, so that queueing, taking and cancelling cost
-// the same at any depth. A request is claimed under lock_: it is either still linked here (and a canceller may unlink
-// it) or in the worker's hand (and a canceller waits for its event). Events and callbacks are signalled without the
-// lock, so that a callback may queue the next read. The worker never sleeps while something is linked, whatever was
-// signalled before.
+// What waits is kept by priority, each priority in its order of arrival; a request knows its place, so that cancelling
+// costs the same at any depth. Under lock_ a read is either waiting, and whoever takes it out owns its request, or in the
+// worker's hand, and whoever wants it ended waits for the worker. Events and callbacks are signalled without the lock.
 
 #include "engine/filesystem/handles/io_queue.h"
 
@@ -14,173 +12,138 @@
 #include <new>
 #include <string>
 
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/handles/async_file.h"
-#include "engine/filesystem/handles/request.h"
 #include "engine/filesystem/log/message.h"
-#include "engine/platform/files.h"
 
 namespace {
 
 constexpr MessageSource messages{"FileSystem", "engine/filesystem/ioqueue"};
-constexpr std::size_t block_items = 256;
 constexpr int highest_priority = 2;
+constexpr std::size_t most_spare = 1024;
 constexpr std::uint64_t largest_native_read = 1u << 30;
 
-enum ReadStatus : int { DONE = 1, ERROR_STATUS = 2, ABORTED = 3 };
+enum ReadStatus : int { PENDING = 0, DONE = 1, ERROR_STATUS = 2, ABORTED = 3 };
 
-int read_piece(const IOQueueItem& item, std::uint64_t done, std::uint32_t* transferred, SNativeOverlapped* overlapped) {
-    platform::set_overlapped_offset(overlapped, item.offset + done);
-    const auto size = static_cast<std::uint32_t>(std::min(item.size - done, largest_native_read));
-    auto* const target = static_cast<char*>(item.buffer) + done;
-    const int status = item.file->read_overlapped(target, size, transferred, overlapped);
-    return status == 0 ? item.file->WaitOverlapped(overlapped, transferred) : status;
-}
+thread_local const IOQueue* queue_of_this_worker = nullptr;
 
-/// Reads the whole item; a file that ends early ends the read, one that ends before the offset fails it.
-int read_item(const IOQueueItem& item, SNativeOverlapped* overlapped) {
-    if (overlapped == nullptr || item.buffer == nullptr) return ERROR_STATUS;
-    if (item.file->NeedsBounce(item.buffer, item.offset, item.size))
-        return item.file->ReadBounced(item.buffer, item.offset, item.size) ? DONE : ERROR_STATUS;
-    std::uint64_t done = 0;
-    while (done < item.size) {
-        std::uint32_t transferred = 0;
-        const int status = read_piece(item, done, &transferred, overlapped);
-        if (status != DONE) return status;
-        if (transferred == 0) return done == 0 ? ERROR_STATUS : DONE;
-        done += transferred;
-    }
-    return DONE;
-}
-
-void log_read_failure(const IOQueueItem& item) {
+void log_read_failure(const QueuedRead& read) {
     char size[24];
     char offset[24];
-    std::snprintf(size, sizeof size, "%" PRIu64, item.size);
-    std::snprintf(offset, sizeof offset, "%" PRIu64, item.offset);
-    const char* const path = item.file->NativePath();
+    std::snprintf(size, sizeof size, "%" PRIu64, read.size);
+    std::snprintf(offset, sizeof offset, "%" PRIu64, read.offset);
     log_message(messages, Log::ELevel::ERRR, __LINE__,
-                "IO_QUEUE_ERROR: read failed for file %s, memory %p, bytes %s (%X), offset %s (%X)\n", path,
-                item.buffer, size, static_cast<unsigned>(item.size), offset, static_cast<unsigned>(item.offset));
-}
-
-void warn(const char* format, EFSRequestState::TYPE state) {
-    log_message(messages, Log::ELevel::WARN, __LINE__, format, static_cast<int>(state));
-}
-
-void end_done(Request& request, std::uint64_t size) {
-    const EFSRequestState::TYPE found = request.Finish(EFSRequestResult::SUCCESS, size);
-    if (found == EFSRequestState::IN_PROGRESS) return request.Signal();
-    if (found != EFSRequestState::FINISHED)
-        return warn("IO_QUEUE_WARNING: cannot notify successful read: %d!\n", found);
-    const EFSRequestResult::TYPE result = request.Result();
-    if (result == EFSRequestResult::CANCELLED) return request.Signal();
-    log_message(messages, Log::ELevel::WARN, __LINE__, "IO_QUEUE_WARNING: cannot notify successful read: %d, %d!\n",
-                static_cast<int>(found), static_cast<int>(result));
-}
-
-/// A read that failed or was aborted. Whoever cancelled meanwhile waits for the event, so it is signalled in any case.
-void end_failed(Request& request) {
-    const EFSRequestState::TYPE found = request.Finish(EFSRequestResult::FAILED, 0);
-    const bool cancelled = found == EFSRequestState::FINISHED && request.Result() == EFSRequestResult::CANCELLED;
-    if (found == EFSRequestState::IN_PROGRESS || cancelled) return request.Signal();
-    warn("IO_QUEUE_WARNING: cannot notify error during read: %d!\n", found);
+                "IO_QUEUE_ERROR: read failed for file %s, memory %p, bytes %s (%X), offset %s (%X)\n",
+                read.file->NativePath(), read.buffer, size, static_cast<unsigned>(read.size), offset,
+                static_cast<unsigned>(read.offset));
 }
 
 }  // namespace
 
+IOQueue::IOQueue() : overlapped_(platform::create_overlapped()) {
+    if (overlapped_ == nullptr) throw std::bad_alloc();
+}
+
 std::shared_ptr<IOQueue> IOQueue::Create(const char* name) {
-    try {
+    return fs::guarded(nullptr, std::shared_ptr<IOQueue>(), [name] {
         std::shared_ptr<IOQueue> queue(new IOQueue);
         const std::string thread_name = std::string("IO ") + name;
-        const bool whole = queue->wake_.IsValid() && queue->read_ended_.IsValid();
-        if (whole && queue->worker_.Start(thread_name.c_str(), &IOQueue::Run, queue.get(), highest_priority))
-            return queue;
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-    return nullptr;
+        if (queue->worker_.Start(thread_name.c_str(), &IOQueue::Run, queue.get(), highest_priority)) return queue;
+        fs::set_error(EFSError::OUT_OF_MEMORY, nullptr, "The system has no thread left for the read queue.");
+        return std::shared_ptr<IOQueue>();
+    });
 }
 
 IOQueue::~IOQueue() { Stop(); }
 
-bool IOQueue::OnWorker() const { return worker_id_.load(std::memory_order_acquire) == mt::CThread::CurrentId(); }
+bool IOQueue::OnWorker() const { return queue_of_this_worker == this; }
 
-bool IOQueue::Enqueue(Win32FileHandleAsync* file, std::uint64_t offset, std::uint64_t size, void* buffer,
-                      SFsRequest* request, std::int32_t priority) {
-    bool wake = false;
-    {
-        const mt::CSectionHold hold(lock_);
-        if (stopping_) return false;
-        IOQueueItem* const item = Reserve(priority);
-        if (item == nullptr) return false;
-        Request* const record = request != nullptr ? &Request::Of(request) : nullptr;
-        if (record != nullptr && !record->BeginQueued()) {
-            FreeItem(item);
-            return false;
-        }
-        *item = IOQueueItem{
-            .file = file, .buffer = buffer, .offset = offset, .size = size, .request = record, .bucket = item->bucket};
-        if (record != nullptr) {
-            record->AddReference();
-            record->queued_item = item;
-        }
-        Link(item);
-        wake = worker_sleeps_;
-        worker_sleeps_ = false;
+bool IOQueue::Enqueue(const QueuedRead& read, SFsRequest* request, std::int32_t priority) {
+    std::unique_lock guard(lock_);
+    if (stopping_) return fs::refuse(EFSError::NOT_INITIALIZED, read.file->NativePath(), "The read queue has stopped.");
+    if (spare_.empty()) spare_.emplace_back();
+    Reads& reads = waiting_[priority];
+    Request* const record = request != nullptr ? &Request::Of(request) : nullptr;
+    if (record != nullptr && !record->BeginQueued()) {
+        if (reads.empty()) waiting_.erase(priority);
+        return fs::refuse(EFSError::IN_USE, read.file->NativePath(), "The request is on its way already.");
     }
-    if (wake) wake_.Set();
+    const auto place = spare_.begin();
+    reads.splice(reads.end(), spare_, place);
+    *place = read;
+    place->request = record;
+    if (record != nullptr) {
+        record->AddReference();
+        record->priority = priority;
+        record->place = place;
+    }
+    guard.unlock();
+    changed_.notify_all();
     return true;
+}
+
+void IOQueue::TakeOut(Reads& to, std::int32_t priority, Reads::iterator read) {
+    const auto from = waiting_.find(priority);
+    to.splice(to.end(), from->second, read);
+    if (from->second.empty()) waiting_.erase(from);
+}
+
+/// Waits until the worker is done with the read in hand, its callback included, if that is one that `busy` means.
+template <typename Busy>
+void IOQueue::WaitForWorker(std::unique_lock<std::mutex>& guard, Busy busy) {
+    if (OnWorker() || in_hand_.empty() || !busy(in_hand_.front())) return;
+    changed_.wait(guard, [this, before = ended_] { return ended_ != before; });
 }
 
 void IOQueue::Cancel(Win32FileHandleAsync* file, SFsRequest* request) {
     Request& record = Request::Of(request);
-    EFSRequestState::TYPE found = EFSRequestState::IDLE;
-    {
-        const mt::CSectionHold hold(lock_);
-        found = record.Cancel();
-        if (found == EFSRequestState::QUEUED) {
-            IOQueueItem* const item = record.queued_item;
-            Unlink(item);
-            FreeItem(item);
-        }
-    }
+    Reads cancelled;
+    std::unique_lock guard(lock_);
+    const EFSRequestState::TYPE found = record.Cancel();
     if (found == EFSRequestState::QUEUED) {
+        TakeOut(cancelled, record.priority, record.place);
+        guard.unlock();
         record.Signal();
         record.ReleaseReference();
+        guard.lock();
+        if (spare_.size() < most_spare) spare_.splice(spare_.end(), cancelled);
+        return;
     }
-    if (found == EFSRequestState::IN_PROGRESS) {
-        file->cancel_io();
-        record.Wait(mt::FOREVER);
-    }
+    if (found == EFSRequestState::IN_PROGRESS) file->cancel_io();
+    WaitForWorker(guard, [&record](const QueuedRead& read) { return read.request == &record; });
 }
 
 void IOQueue::Abandon(Win32FileHandleAsync* file) {
-    IOQueueItem* cancelled = nullptr;
-    {
-        const mt::CSectionHold hold(lock_);
-        cancelled = CancelQueued([file](const IOQueueItem& item) { return item.file == file; });
-    }
-    EndCancelled(cancelled);
-    while (!OnWorker()) {
-        {
-            const mt::CSectionHold hold(lock_);
-            if (reading_ != file) return;
-            ++read_waiters_;
+    Reads cancelled;
+    std::unique_lock guard(lock_);
+    for (auto place = waiting_.begin(); place != waiting_.end();) {
+        Reads& reads = place->second;
+        for (auto read = reads.begin(); read != reads.end();) {
+            const auto next = std::next(read);
+            if (read->file == file) {
+                if (read->request != nullptr) read->request->Cancel();
+                cancelled.splice(cancelled.end(), reads, read);
+            }
+            read = next;
         }
-        read_ended_.Wait();
+        place = reads.empty() ? waiting_.erase(place) : std::next(place);
     }
+    guard.unlock();
+    for (const QueuedRead& read : cancelled) {
+        if (read.request == nullptr) continue;
+        read.request->Signal();
+        read.request->ReleaseReference();
+    }
+    guard.lock();
+    WaitForWorker(guard, [file](const QueuedRead& read) { return read.file == file; });
 }
 
 void IOQueue::Stop() {
-    IOQueueItem* cancelled = nullptr;
     {
-        const mt::CSectionHold hold(lock_);
+        const std::lock_guard guard(lock_);
         stopping_ = true;
-        worker_sleeps_ = false;
-        cancelled = CancelQueued([](const IOQueueItem&) { return true; });
+        changed_.notify_all();
     }
-    wake_.Set();
-    EndCancelled(cancelled);
     // A callback that stops its own queue runs on the worker, which cannot wait for itself: it ends after the callback,
     // and the queue stays behind for it.
     if (OnWorker())
@@ -191,160 +154,71 @@ void IOQueue::Stop() {
 
 void IOQueue::Run(void* self) {
     auto& queue = *static_cast<IOQueue*>(self);
-    queue.worker_id_.store(mt::CThread::CurrentId(), std::memory_order_release);
-    SNativeOverlapped* const overlapped = platform::create_overlapped();
-    queue.Runtime(overlapped);
-    queue.worker_id_.store(0, std::memory_order_release);  // the system may give the number to another thread
-    if (overlapped != nullptr) platform::destroy_overlapped(overlapped);
+    queue_of_this_worker = &queue;
+    queue.Runtime();
 }
 
-void IOQueue::Runtime(SNativeOverlapped* overlapped) {
-    IOQueueItem item;
-    EFSRequestState::TYPE found = EFSRequestState::IDLE;
-    while (TakeNext(item, found)) Serve(item, found, overlapped);
-}
-
-/// Waits for an item and takes it. False when the queue stops.
-bool IOQueue::TakeNext(IOQueueItem& item, EFSRequestState::TYPE& found) {
+void IOQueue::Runtime() {
+    std::unique_lock guard(lock_);
     for (;;) {
-        {
-            const mt::CSectionHold hold(lock_);
-            EndReadInHand();
-            if (stopping_) return false;
-            if (IOQueueItem* const first = First(); first != nullptr) {
-                Unlink(first);
-                item = *first;
-                FreeItem(first);
-                found = item.request != nullptr ? item.request->BeginProgress() : EFSRequestState::IDLE;
-                reading_ = item.file;
-                return true;
-            }
-            worker_sleeps_ = true;
-        }
-        wake_.Wait();
+        changed_.wait(guard, [this] { return stopping_ || !waiting_.empty(); });
+        if (waiting_.empty()) return;
+        const auto first = waiting_.begin();
+        TakeOut(in_hand_, first->first, first->second.begin());
+        const QueuedRead& read = in_hand_.front();
+        if (read.request != nullptr) read.request->BeginProgress(stopping_);
+        guard.unlock();
+        Serve(read);
+        guard.lock();
+        ++ended_;
+        if (spare_.size() < most_spare)
+            spare_.splice(spare_.end(), in_hand_);
+        else
+            in_hand_.clear();
+        changed_.notify_all();
     }
 }
 
-void IOQueue::Serve(const IOQueueItem& item, EFSRequestState::TYPE found, SNativeOverlapped* overlapped) {
-    if (found != EFSRequestState::QUEUED) {
+void IOQueue::Serve(const QueuedRead& read) {
+    Request* const request = read.request;
+    if (request == nullptr) {
         log_message(messages, Log::ELevel::WARN, __LINE__,
                     "Resource is in state which forbids it to start async read: %d, asyncop: %p\n",
-                    static_cast<int>(found), static_cast<void*>(item.request));
-        if (item.request != nullptr) item.request->ReleaseReference();
+                    static_cast<int>(EFSRequestState::IDLE), static_cast<void*>(request));
         return;
     }
-    const int status = read_item(item, overlapped);
-    if (status == ERROR_STATUS) log_read_failure(item);
-    if (status == ABORTED)
-        log_message(messages, Log::ELevel::DEBG, __LINE__, "IO_QUEUE_CANCELLED: %p\n",
-                    static_cast<void*>(item.request));
-    if (status == DONE)
-        end_done(*item.request, item.size);
-    else
-        end_failed(*item.request);
-    item.request->ReleaseReference();
-}
-
-/// A free item that knows the bucket it will go to. Null without memory.
-IOQueueItem* IOQueue::Reserve(std::int32_t priority) {
-    try {
-        IOQueueBucket* const bucket = BucketOf(priority);
-        IOQueueItem* const item = NewItem();
-        item->bucket = bucket;
-        return item;
-    } catch (const std::bad_alloc&) {
-        return nullptr;
+    if (request->State() == EFSRequestState::IN_PROGRESS) {
+        const int status = ReadWhole(read);
+        if (status == ERROR_STATUS) log_read_failure(read);
+        if (status == ABORTED)
+            log_message(messages, Log::ELevel::DEBG, __LINE__, "IO_QUEUE_CANCELLED: %p\n", static_cast<void*>(request));
+        const std::lock_guard guard(lock_);
+        request->EndProgress(status == DONE ? EFSRequestResult::SUCCESS : EFSRequestResult::FAILED, read.size);
     }
+    request->Signal();
+    request->ReleaseReference();
 }
 
-IOQueueItem* IOQueue::NewItem() {
-    if (free_ == nullptr) {
-        blocks_.push_back(std::make_unique<IOQueueItem[]>(block_items));
-        for (std::size_t i = 0; i < block_items; ++i) FreeItem(&blocks_.back()[i]);
+int IOQueue::ReadPiece(const QueuedRead& read, std::uint64_t done, std::uint32_t* transferred) {
+    platform::set_overlapped_offset(overlapped_.get(), read.offset + done);
+    const auto size = static_cast<std::uint32_t>(std::min(read.size - done, largest_native_read));
+    auto* const target = static_cast<char*>(read.buffer) + done;
+    const int status = read.file->read_overlapped(target, size, transferred, overlapped_.get());
+    return status == PENDING ? read.file->WaitOverlapped(overlapped_.get(), transferred) : status;
+}
+
+/// A file that ends early ends the read; one that ends before the offset fails it.
+int IOQueue::ReadWhole(const QueuedRead& read) {
+    if (read.buffer == nullptr) return ERROR_STATUS;
+    if (read.file->NeedsBounce(read.buffer, read.offset, read.size))
+        return read.file->ReadBounced(read.buffer, read.offset, read.size) ? DONE : ERROR_STATUS;
+    std::uint64_t done = 0;
+    while (done < read.size) {
+        std::uint32_t transferred = 0;
+        const int status = ReadPiece(read, done, &transferred);
+        if (status != DONE) return status;
+        if (transferred == 0) return done == 0 ? ERROR_STATUS : DONE;
+        done += transferred;
     }
-    IOQueueItem* const item = free_;
-    free_ = item->next;
-    return item;
-}
-
-void IOQueue::FreeItem(IOQueueItem* item) {
-    item->next = free_;
-    free_ = item;
-}
-
-IOQueueBucket* IOQueue::BucketOf(std::int32_t priority) {
-    if (last_bucket_ != nullptr && last_bucket_->priority == priority) return last_bucket_;
-    const auto place = buckets_.try_emplace(priority).first;
-    IOQueueBucket* const bucket = &place->second;
-    bucket->priority = priority;
-    IOQueueBucket* const before = last_bucket_;
-    last_bucket_ = bucket;
-    if (before != nullptr && before->head == nullptr) buckets_.erase(before->priority);
-    return bucket;
-}
-
-IOQueueItem* IOQueue::First() {
-    for (auto& [priority, bucket] : buckets_)
-        if (bucket.head != nullptr) return bucket.head;
-    return nullptr;
-}
-
-void IOQueue::Link(IOQueueItem* item) {
-    IOQueueBucket* const bucket = item->bucket;
-    item->previous = bucket->tail;
-    item->next = nullptr;
-    (bucket->tail != nullptr ? bucket->tail->next : bucket->head) = item;
-    bucket->tail = item;
-}
-
-void IOQueue::Unlink(IOQueueItem* item) {
-    IOQueueBucket* const bucket = item->bucket;
-    (item->previous != nullptr ? item->previous->next : bucket->head) = item->next;
-    (item->next != nullptr ? item->next->previous : bucket->tail) = item->previous;
-    if (item->request != nullptr) item->request->queued_item = nullptr;
-    if (bucket->head == nullptr && bucket != last_bucket_) buckets_.erase(bucket->priority);
-}
-
-void IOQueue::EndReadInHand() {
-    reading_ = nullptr;
-    if (read_waiters_ != 0) read_ended_.Release(read_waiters_);
-    read_waiters_ = 0;
-}
-
-/// Unlinks the wanted items and cancels their requests. The items, chained in their order, are for EndCancelled.
-template <class Wanted>
-IOQueueItem* IOQueue::CancelQueued(Wanted wanted) {
-    IOQueueItem* first = nullptr;
-    IOQueueItem** end = &first;
-    for (auto place = buckets_.begin(); place != buckets_.end();) {
-        IOQueueItem* item = place->second.head;
-        ++place;  // the bucket goes with its last item
-        while (item != nullptr) {
-            IOQueueItem* const next = item->next;
-            if (wanted(*item)) {
-                Unlink(item);
-                if (item->request != nullptr) item->request->Cancel();
-                item->next = nullptr;
-                *end = item;
-                end = &item->next;
-            }
-            item = next;
-        }
-    }
-    return first;
-}
-
-/// Tells the owners of cancelled requests, without the lock, since their callbacks may come back here.
-void IOQueue::EndCancelled(IOQueueItem* items) {
-    for (const IOQueueItem* item = items; item != nullptr; item = item->next) {
-        if (item->request == nullptr) continue;
-        item->request->Signal();
-        item->request->ReleaseReference();
-    }
-    const mt::CSectionHold hold(lock_);
-    while (items != nullptr) {
-        IOQueueItem* const item = items;
-        items = item->next;
-        FreeItem(item);
-    }
+    return DONE;
 }

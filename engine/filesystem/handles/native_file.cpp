@@ -1,7 +1,5 @@
 #include "engine/filesystem/handles/native_file.h"
 
-#include <utility>
-
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/message.h"
 
@@ -11,8 +9,6 @@ constexpr MessageSource messages{"FileSystem", "engine/filesystem/win/win_files"
 constexpr std::uint64_t failed = ~std::uint64_t{0};
 
 }  // namespace
-
-Win32FileHandle::Win32FileHandle(CFSSource* owner, platform::File file) : file_(std::move(file)) { source = owner; }
 
 std::uint64_t Win32FileHandle::read(void* buffer, std::uint64_t size) {
     const std::uint64_t done = file_.read(buffer, size);

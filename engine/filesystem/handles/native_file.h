@@ -1,5 +1,7 @@
 #pragma once
 
+#include <utility>
+
 #include <engine/filesystem/contract/file.h>
 
 #include "engine/platform/files.h"
@@ -7,7 +9,8 @@
 /// A synchronous native file.
 class Win32FileHandle final : public SFsFile {
 public:
-    Win32FileHandle(CFSSource* owner, platform::File file);
+    explicit Win32FileHandle(CFSSource* owner) { source = owner; }
+    void Attach(platform::File file) { file_ = std::move(file); }
 
     std::uint64_t read(void* buffer, std::uint64_t size) override;
     std::uint64_t write(const void* buffer, std::uint64_t size) override;

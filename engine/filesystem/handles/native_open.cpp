@@ -4,17 +4,19 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <utility>
 
 #include <engine/filesystem/access/open.h>
 
 #include "engine/filesystem/access/notify_monitor.h"
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/open_rules.h"
-#include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/async_file.h"
 #include "engine/filesystem/handles/gzip_file.h"
 #include "engine/filesystem/handles/native_file.h"
+#include "engine/filesystem/handles/queue_slots.h"
 #include "engine/filesystem/registry/registry.h"
 
 namespace fs {
@@ -46,55 +48,87 @@ platform::Disposition disposition_of(EFSMode::TYPE mode, FFSOpenFlags::FLAGS fla
     return mode == EFSMode::WRITE ? platform::Disposition::TRUNCATE_EXISTING : platform::Disposition::OPEN_EXISTING;
 }
 
-platform::OpenOptions options_of(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
+platform::OpenOptions options_of(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags, platform::Disposition disposition) {
     const bool async = is_async(mode, flags);
     return {.access = access_of(mode),
-            .disposition = disposition_of(mode, flags),
+            .disposition = disposition,
             .write_through = has_any(flags, FFSOpenFlags::WRITE_THROUGH),
             .unbuffered = async && has_any(flags, FFSOpenFlags::ASYNC_UNBUFFERED),
             .overlapped = async};
 }
 
-SFsFile* wrap(CFSSource* source, platform::File file, const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    if (const char* const gz = gzip_mode(mode, flags); gz != nullptr)
-        return FileGzipped::Create(source, std::move(file), gz);
-    if (is_async(mode, flags)) return Win32FileHandleAsync::Create(source, std::move(file), path);
-    if (mode == EFSMode::APPEND && !file.seek(0, platform::Origin::END)) return nullptr;
-    return new (std::nothrow) Win32FileHandle(source, std::move(file));
+using Handle = std::unique_ptr<SFsFile>;
+
+/// Every handle exists, with its name, before its file is opened: so no file is made or cut for want of memory.
+template <typename Kind>
+std::unique_ptr<Kind> named(std::unique_ptr<Kind> handle, std::string_view name) {
+    if (name.empty()) return handle;
+    handle->name = static_cast<char*>(std::malloc(name.size() + 1));
+    if (handle->name == nullptr) throw std::bad_alloc();
+    std::memcpy(handle->name, name.data(), name.size());
+    handle->name[name.size()] = '\0';
+    return handle;
 }
 
-bool set_name(SFsFile& file, std::string_view name) {
-    if (name.empty()) return true;
-    file.name = static_cast<char*>(std::malloc(name.size() + 1));
-    if (file.name == nullptr) return false;
-    std::memcpy(file.name, name.data(), name.size());
-    file.name[name.size()] = '\0';
-    return true;
-}
-
-/// Names a new handle, or gives it up when there is no memory for handle or name.
-SFsFile* finish(SFsFile* file, const char* path, std::string_view name) {
-    if (file != nullptr && set_name(*file, name)) return file;
-    delete file;
-    set_error(EFSError::OUT_OF_MEMORY, path, "No memory for an open file.");
+Handle refuse_open(const char* path, const char* action) {
+    refuse_by_disk(path, action);
     return nullptr;
 }
 
-/// A plain handle for a source's own kinds of opens.
-SFsFile* open_plain(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
-                    platform::Disposition disposition, std::string_view name) {
-    platform::File file = platform::File::open(path, {.access = access_of(mode),
-                                                      .disposition = disposition,
-                                                      .write_through = has_any(flags, FFSOpenFlags::WRITE_THROUGH)});
-    if (!file.valid()) {
-        refuse_by_disk(path.full, "cannot be opened");
-        return nullptr;
-    }
-    SFsFile* const handle = finish(new (std::nothrow) Win32FileHandle(source, std::move(file)), path.full, name);
-    if (handle == nullptr) return nullptr;
-    if (mode == EFSMode::APPEND) handle->seek(0, EFSSeek::END);
-    notify_monitor(path.full, mode, flags);
+Handle open_plain(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode,
+                  const platform::OpenOptions& options, std::string_view name) {
+    auto handle = named(std::make_unique<Win32FileHandle>(source), name);
+    platform::File file = platform::File::open(path, options);
+    if (!file.valid()) return refuse_open(path.full, "cannot be opened");
+    if (mode == EFSMode::APPEND && !file.seek(0, platform::Origin::END))
+        return refuse_open(path.full, "cannot be appended to");
+    handle->Attach(std::move(file));
     return handle;
+}
+
+Handle open_async(CFSSource* source, const platform::PathAt& path, const platform::OpenOptions& options,
+                  std::string_view name) {
+    std::shared_ptr<IOQueue> queue;
+    if (!take_queue(queue)) return nullptr;
+    auto handle = named(std::make_unique<Win32FileHandleAsync>(source, path.full, std::move(queue)), name);
+    platform::File file = platform::File::open(path, options);
+    if (!file.valid() || !handle->Attach(std::move(file))) return refuse_open(path.full, "cannot be opened");
+    return handle;
+}
+
+/// A writer is opened as it stands, and emptied only when the gz layer has all it needs. A file that this made goes again
+/// when the layer cannot be put over it.
+Handle open_gzip(CFSSource* source, const platform::PathAt& path, platform::OpenOptions options, const char* gz,
+                 std::string_view name) {
+    auto handle = named(std::make_unique<FileGzipped>(source), name);
+    options.disposition = platform::Disposition::OPEN_EXISTING;
+    platform::File file = platform::File::open(path, options);
+    const bool is_new = !file.valid() && options.access == platform::Access::WRITE &&
+                        platform::last_error().failure == platform::Failure::NOT_FOUND;
+    if (is_new) {
+        options.disposition = platform::Disposition::OPEN_ALWAYS;
+        file = platform::File::open(path, options);
+    }
+    if (!file.valid()) return refuse_open(path.full, "cannot be opened");
+    if (handle->Attach(std::move(file), path.full, gz)) return handle;
+    if (is_new) platform::remove_file(path.full);
+    return nullptr;
+}
+
+Handle open_handle(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
+                   std::string_view name) {
+    const platform::OpenOptions options = options_of(mode, flags, disposition_of(mode, flags));
+    if (const char* const gz = gzip_mode(mode, flags); gz != nullptr) return open_gzip(source, path, options, gz, name);
+    if (is_async(mode, flags)) return open_async(source, path, options, name);
+    return open_plain(source, path, mode, options, name);
+}
+
+/// Runs an open as a boundary, and tells the monitor when it succeeded.
+template <typename Open>
+SFsFile* finish_open(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags, Open open) {
+    Handle handle = guarded(path, Handle(), open);
+    if (handle != nullptr) notify_monitor(path, mode, flags);
+    return handle.release();
 }
 
 }  // namespace
@@ -112,26 +146,22 @@ SFsFile* open_native_at(CFSSource* source, const platform::PathAt& path, EFSMode
     // Asked by a source in the midst of an open by name, the file is opened here: the lock cannot be taken twice.
     if (mode == EFSMode::READ && has_any(flags, FFSOpenFlags::THROUGH_VFS) && !registry::this_thread_holds_lock())
         return open(path.full, mode, flags & ~FFSOpenFlags::THROUGH_VFS);
-    platform::File file = platform::File::open(path, options_of(mode, flags));
-    if (!file.valid()) {
-        refuse_by_disk(path.full, "cannot be opened");
-        return nullptr;
-    }
-    SFsFile* const handle = finish(wrap(source, std::move(file), path.full, mode, flags), path.full, name);
-    if (handle != nullptr) notify_monitor(path.full, mode, flags);
-    return handle;
+    return finish_open(path.full, mode, flags, [&] { return open_handle(source, path, mode, flags, name); });
 }
 
 SFsFile* open_for_change(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
                          std::string_view name) {
     const bool create = mode == EFSMode::READ_WRITE && has_any(flags, FFSOpenFlags::CREATE);
     const auto disposition = create ? platform::Disposition::CREATE_ALWAYS : platform::Disposition::OPEN_ALWAYS;
-    return open_plain(source, path, mode, flags, disposition, name);
+    const platform::OpenOptions options = options_of(mode, flags, disposition);
+    return finish_open(path.full, mode, flags, [&] { return open_plain(source, path, mode, options, name); });
 }
 
 SFsFile* create_for_change(CFSSource* source, const platform::PathAt& path, FFSOpenFlags::FLAGS flags,
                            std::string_view name) {
-    return open_plain(source, path, EFSMode::READ_WRITE, flags, platform::Disposition::CREATE_ALWAYS, name);
+    const platform::OpenOptions options = options_of(EFSMode::READ_WRITE, flags, platform::Disposition::CREATE_ALWAYS);
+    return finish_open(path.full, EFSMode::READ_WRITE, flags,
+                       [&] { return open_plain(source, path, EFSMode::READ_WRITE, options, name); });
 }
 
 }  // namespace fs

@@ -1,48 +1,49 @@
 #include "engine/filesystem/handles/queue_slots.h"
 
-#include <array>
-
-#include <engine/kernel/multithreading.h>
+#include <mutex>
+#include <utility>
 
 #include "engine/filesystem/handles/io_queue.h"
+#include "engine/platform/never_destroyed.h"
 
 namespace fs {
 namespace {
 
-struct QueueSlots {
-    mt::CSlimLock lock;  // guards the slots
-    std::array<std::shared_ptr<IOQueue>, 2> queues;
+struct QueueSlot {
+    std::mutex lock;  // guards what follows
+    bool is_started = false;
+    std::shared_ptr<IOQueue> queue;  // null until it could be made
 };
 
-QueueSlots& slots() {
-    // Never destroyed, so that a handle closed late in the process still finds it.
-    static QueueSlots* const instance = new QueueSlots;
-    return *instance;
+QueueSlot& slot() {
+    static platform::NeverDestroyed<QueueSlot> instance;  // a handle closed late in the process still finds it
+    return instance.value;
 }
 
 }  // namespace
 
 void start_queues() {
-    QueueSlots& all = slots();
-    const mt::CExclusiveHold hold(all.lock);
-    if (all.queues[0] == nullptr) all.queues[0] = IOQueue::Create("Main");
+    QueueSlot& main = slot();
+    const std::lock_guard guard(main.lock);
+    main.is_started = true;
+    if (main.queue == nullptr) main.queue = IOQueue::Create("Main");
 }
 
 void stop_queues() {
-    QueueSlots& all = slots();
-    std::array<std::shared_ptr<IOQueue>, 2> stopped;
-    {
-        const mt::CExclusiveHold hold(all.lock);
-        stopped.swap(all.queues);
-    }
-    for (const std::shared_ptr<IOQueue>& queue : stopped)
-        if (queue != nullptr) queue->Stop();
+    QueueSlot& main = slot();
+    std::unique_lock guard(main.lock);
+    main.is_started = false;
+    const std::shared_ptr<IOQueue> stopped = std::exchange(main.queue, nullptr);
+    guard.unlock();
+    if (stopped != nullptr) stopped->Stop();
 }
 
-std::shared_ptr<IOQueue> first_queue() {
-    QueueSlots& all = slots();
-    const mt::CSharedHold hold(all.lock);
-    return all.queues[0];
+bool take_queue(std::shared_ptr<IOQueue>& out) {
+    QueueSlot& main = slot();
+    const std::lock_guard guard(main.lock);
+    if (main.is_started && main.queue == nullptr) main.queue = IOQueue::Create("Main");
+    out = main.queue;
+    return out != nullptr || !main.is_started;
 }
 
 }  // namespace fs

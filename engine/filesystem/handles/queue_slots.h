@@ -6,11 +6,13 @@ class IOQueue;
 
 namespace fs {
 
-/// Starts the process's read queue, unless it runs already. Without memory for it there is none.
+/// Starts the process's read queue, unless it runs already. When that fails it is tried again at the next asynchronous
+/// open.
 void start_queues();
-/// Stops every queue; open asynchronous handles answer with failures from then on.
+/// Stops it; open asynchronous handles answer with failures from then on.
 void stop_queues();
-/// The first queue, which asynchronous handles take at opening; null when none runs.
-std::shared_ptr<IOQueue> first_queue();
+/// The queue that an asynchronous handle takes at opening; it stays null before start_queues and after stop_queues.
+/// False, with the thread's failure set, when it cannot be started.
+bool take_queue(std::shared_ptr<IOQueue>& out);
 
 }  // namespace fs

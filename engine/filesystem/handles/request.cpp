@@ -2,63 +2,53 @@
 
 #include <new>
 
-namespace {
-
-constexpr std::uint32_t pack(EFSRequestState::TYPE state, EFSRequestResult::TYPE result) {
-    return static_cast<std::uint32_t>(state) | (static_cast<std::uint32_t>(result) << 8);
-}
-constexpr EFSRequestState::TYPE state_of(std::uint32_t word) { return static_cast<EFSRequestState::TYPE>(word & 0xFF); }
-constexpr EFSRequestResult::TYPE result_of(std::uint32_t word) {
-    return static_cast<EFSRequestResult::TYPE>(word >> 8);
-}
-
-}  // namespace
-
-Request::Request(Callback callback, void* user) : callback_(callback), user_(user), event_(true) {}
+#include "engine/filesystem/contract/set_error.h"
 
 void Request::ReleaseReference() {
     if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
 }
 
-EFSRequestState::TYPE Request::State() const { return state_of(word_.load(std::memory_order_acquire)); }
-EFSRequestResult::TYPE Request::Result() const { return result_of(word_.load(std::memory_order_acquire)); }
+/// 0 also for a request that was cancelled after it had been read.
+std::uint64_t Request::Transferred() const {
+    return Result() == EFSRequestResult::SUCCESS ? transferred_.load(std::memory_order_relaxed) : 0;
+}
 
 bool Request::BeginQueued() {
-    std::uint32_t word = word_.load(std::memory_order_acquire);
-    do {
-        const EFSRequestState::TYPE state = state_of(word);
-        if (state == EFSRequestState::QUEUED || state == EFSRequestState::IN_PROGRESS) return false;
-    } while (!word_.compare_exchange_weak(word, pack(EFSRequestState::QUEUED, EFSRequestResult::SUCCESS),
-                                          std::memory_order_acq_rel, std::memory_order_acquire));
+    const EFSRequestState::TYPE state = State();
+    if (state == EFSRequestState::QUEUED || state == EFSRequestState::IN_PROGRESS) return false;
     transferred_.store(0, std::memory_order_relaxed);
-    event_.Reset();
+    if (state == EFSRequestState::FINISHED) event_.Reset();
+    Set(EFSRequestState::QUEUED, EFSRequestResult::SUCCESS);
     return true;
 }
 
-EFSRequestState::TYPE Request::BeginProgress() {
-    std::uint32_t word = pack(EFSRequestState::QUEUED, EFSRequestResult::SUCCESS);
-    word_.compare_exchange_strong(word, pack(EFSRequestState::IN_PROGRESS, EFSRequestResult::SUCCESS),
-                                  std::memory_order_acq_rel, std::memory_order_acquire);
-    return state_of(word);
+void Request::Set(EFSRequestState::TYPE state, EFSRequestResult::TYPE result) {
+    const auto high = static_cast<std::uint32_t>(result) << 8;
+    word_.store(high | static_cast<std::uint32_t>(state), std::memory_order_release);
 }
 
-EFSRequestState::TYPE Request::Finish(EFSRequestResult::TYPE result, std::uint64_t transferred) {
+void Request::BeginProgress(bool cancelled) {
+    if (cancelled)
+        Cancel();
+    else
+        Set(EFSRequestState::IN_PROGRESS, EFSRequestResult::SUCCESS);
+}
+
+void Request::EndProgress(EFSRequestResult::TYPE result, std::uint64_t transferred) {
+    if (State() != EFSRequestState::IN_PROGRESS) return;
     transferred_.store(transferred, std::memory_order_relaxed);
-    std::uint32_t word = pack(EFSRequestState::IN_PROGRESS, EFSRequestResult::SUCCESS);
-    if (!word_.compare_exchange_strong(word, pack(EFSRequestState::FINISHED, result), std::memory_order_acq_rel,
-                                       std::memory_order_acquire))
-        transferred_.store(0, std::memory_order_relaxed);
-    return state_of(word);
-}
-
-EFSRequestState::TYPE Request::Cancel() {
-    return state_of(
-        word_.exchange(pack(EFSRequestState::FINISHED, EFSRequestResult::CANCELLED), std::memory_order_acq_rel));
+    Set(EFSRequestState::FINISHED, result);
 }
 
 void Request::FinishEmpty() {
     transferred_.store(0, std::memory_order_relaxed);
-    word_.store(pack(EFSRequestState::FINISHED, EFSRequestResult::SUCCESS), std::memory_order_release);
+    Set(EFSRequestState::FINISHED, EFSRequestResult::SUCCESS);
+}
+
+EFSRequestState::TYPE Request::Cancel() {
+    const EFSRequestState::TYPE found = State();
+    Set(EFSRequestState::FINISHED, EFSRequestResult::CANCELLED);
+    return found;
 }
 
 void Request::Signal() {
@@ -68,9 +58,8 @@ void Request::Signal() {
 
 SFsRequest* SFsRequest::Create(Callback callback, void* user) {
     Request* const request = new (std::nothrow) Request(callback, user);
-    if (request == nullptr || request->IsUsable()) return request;
-    request->ReleaseReference();
-    return nullptr;
+    if (request == nullptr) fs::set_error(EFSError::OUT_OF_MEMORY, nullptr, "There is no memory for a request.");
+    return request;
 }
 
 void SFsRequest::AddRef() { Request::Of(this).AddReference(); }

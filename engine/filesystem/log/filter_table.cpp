@@ -1,7 +1,10 @@
 #include "engine/filesystem/log/filter_table.h"
 
 #include <memory>
+#include <mutex>
 #include <new>
+
+#include "engine/platform/never_destroyed.h"
 
 namespace logging {
 
@@ -17,16 +20,11 @@ std::uint32_t next_capacity(std::uint32_t capacity, std::uint32_t needed) {
     return grown > needed ? static_cast<std::uint32_t>(grown) : needed;
 }
 
-class ExclusiveLock {
-public:
-    explicit ExclusiveLock(platform::SlimLock& lock) : lock_(lock) { platform::lock_exclusive(lock_); }
-    ~ExclusiveLock() { platform::unlock_exclusive(lock_); }
-    ExclusiveLock(const ExclusiveLock&) = delete;
-    ExclusiveLock& operator=(const ExclusiveLock&) = delete;
-
-private:
-    platform::SlimLock& lock_;
-};
+/// One changer at a time, of any table.
+std::mutex& change_lock() {
+    static platform::NeverDestroyed<std::mutex> lock;
+    return lock.value;
+}
 
 }  // namespace
 
@@ -56,12 +54,12 @@ bool FilterTable::reserve(std::uint32_t count) {
 }
 
 void FilterTable::clear() {
-    const ExclusiveLock lock(lock_);
+    const std::lock_guard guard(change_lock());
     count_.store(0, std::memory_order_release);
 }
 
 void FilterTable::add(std::uint32_t value, std::uint32_t mask, std::uint32_t action) {
-    const ExclusiveLock lock(lock_);
+    const std::lock_guard guard(change_lock());
     const std::uint32_t count = count_.load(std::memory_order_relaxed);
     if (!reserve(count + 1)) return;
     changes_.fetch_add(1, std::memory_order_acq_rel);
@@ -74,7 +72,7 @@ void FilterTable::add(std::uint32_t value, std::uint32_t mask, std::uint32_t act
 }
 
 std::uint32_t FilterTable::update(std::uint32_t value, std::uint32_t action) {
-    const ExclusiveLock lock(lock_);
+    const std::lock_guard guard(change_lock());
     Entry* const entries = entries_.load(std::memory_order_relaxed);
     for (std::uint32_t i = 0; i < count_.load(std::memory_order_relaxed); ++i) {
         if (entries[i].value.load(std::memory_order_relaxed) != value) continue;

@@ -3,8 +3,6 @@
 #include <atomic>
 #include <cstdint>
 
-#include "engine/platform/sync.h"
-
 namespace logging {
 
 /// A growing list of (mask, value, action). Readers neither lock nor wait; changers take turns.
@@ -35,12 +33,11 @@ private:
     void copy_entries(Entry* to) const;
     std::uint32_t actions_once(std::uint32_t id) const;
 
-    platform::SlimLock lock_;                // held by whoever changes the table
     std::atomic<std::uint32_t> changes_{0};  // odd while an entry is being written
     std::atomic<std::uint32_t> count_{0};
     std::atomic<Entry*> entries_{nullptr};
-    std::uint32_t capacity_ = 0;    // guarded by lock_
-    Outgrown* outgrown_ = nullptr;  // guarded by lock_
+    std::uint32_t capacity_ = 0;    // guarded by the changers' lock
+    Outgrown* outgrown_ = nullptr;  // guarded by the changers' lock
 };
 
 extern FilterTable filter_table;

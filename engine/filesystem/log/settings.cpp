@@ -2,8 +2,10 @@
 // never waits: the entries are atomic words, and a reader that met a change reads again, a bounded number of times.
 #include <engine/filesystem/log.h>
 
+#include <mutex>
+
 #include "engine/filesystem/log/category.h"
-#include "engine/platform/sync.h"
+#include "engine/platform/never_destroyed.h"
 
 namespace Log {
 
@@ -12,15 +14,11 @@ namespace {
 // A change takes nanoseconds. Whoever meets one this often is being starved, and goes on with what was read last.
 constexpr int read_attempts = 64;
 
-platform::SlimLock change_lock;  // one changer at a time, of any Settings object
-
-class ChangeLock {
-public:
-    ChangeLock() { platform::lock_exclusive(change_lock); }
-    ~ChangeLock() { platform::unlock_exclusive(change_lock); }
-    ChangeLock(const ChangeLock&) = delete;
-    ChangeLock& operator=(const ChangeLock&) = delete;
-};
+/// One changer at a time, of any Settings object.
+std::mutex& change_lock() {
+    static platform::NeverDestroyed<std::mutex> lock;
+    return lock.value;
+}
 
 }  // namespace
 
@@ -68,7 +66,7 @@ Settings& Settings::operator=(Settings&& other) noexcept {
 }
 
 void Settings::copy(const Settings& other) {
-    const ChangeLock lock;
+    const std::lock_guard guard(change_lock());
     changes_.fetch_add(1, std::memory_order_acq_rel);
     level_.store(other.level_.load(std::memory_order_relaxed), std::memory_order_relaxed);
     message_source_.store(other.message_source_.load(std::memory_order_relaxed), std::memory_order_relaxed);
@@ -99,7 +97,7 @@ ELevel::TYPE Settings::GetCategoryLevel(const char* name) const {
 }
 
 bool Settings::change_category(const char* name, ELevel::TYPE level) {
-    const ChangeLock lock;
+    const std::lock_guard guard(change_lock());
     changes_.fetch_add(1, std::memory_order_acq_rel);
     const bool is_changed = change_locked(Lookup{logging::category_key(name)}, level);
     changes_.fetch_add(1, std::memory_order_release);

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
+#include <shared_mutex>
 
 #include <engine/filesystem/contract/names.h>
 #include <engine/filesystem/contract/source.h>
@@ -20,7 +22,7 @@ inline constexpr std::size_t cache_dir_capacity = 272;
 
 /// All that the registry keeps. There is one for the process; it is never destroyed, so that late callers find it.
 struct State {
-    mt::CSlimLock lock;  // guards the list, its count, the end marker and the index; never taken twice by a thread
+    mt::CSlimLock lock;  // guards the list, its count, the end marker and the index
     Node* head = nullptr;
     Node* tail = nullptr;
     Node* end_marker = nullptr;  // the fallback's node: always last, never compared and never removed by itself
@@ -46,18 +48,27 @@ public:
     HoldCount& operator=(const HoldCount&) = delete;
 };
 
-/// Holds the lock for as long as it lives.
-template <typename Lock>
-class Hold {
+/// Has the lock shared for as long as it lives. Nested in one thread it only counts: a waiting writer would otherwise
+/// stand between a thread and itself.
+class SharedHold {
 public:
-    explicit Hold(State& state) : lock_(state.lock) {}
+    explicit SharedHold(State& state) : lock_(this_thread_holds_lock() ? Lock() : Lock(state.lock)) {}
 
 private:
+    using Lock = std::shared_lock<mt::CSlimLock>;
     Lock lock_;
     HoldCount count_;
 };
-using SharedHold = Hold<mt::CSharedHold>;
-using ExclusiveHold = Hold<mt::CExclusiveHold>;
+
+/// Has the lock alone for as long as it lives. Never nested in another.
+class ExclusiveHold {
+public:
+    explicit ExclusiveHold(State& state) : lock_(state.lock) {}
+
+private:
+    std::unique_lock<mt::CSlimLock> lock_;
+    HoldCount count_;
+};
 
 // What follows is called with the lock held: shared to look, exclusive to change.
 

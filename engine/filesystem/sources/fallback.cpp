@@ -3,10 +3,12 @@
 #include <cstring>
 #include <string>
 
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/native_open.h"
-#include "engine/filesystem/sources/directory/paths.h"
+#include "engine/filesystem/sources/paths.h"
+#include "engine/kernel/text.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/process.h"
 
@@ -34,20 +36,28 @@ SFsFile* open_for_change(CFSSource* source, const fs::path& p, EFSMode::TYPE mod
         fs::refuse(EFSError::INVALID_ARGUMENT, path, "Mode and flags of the open exclude each other.");
         return nullptr;
     }
-    return fs::open_for_change(source, {.full = path}, mode, flags, path);
+    return fs::guarded(path, static_cast<SFsFile*>(nullptr), [&] {
+        return fs::open_for_change(source, {.full = path}, mode, flags & ~FFSOpenFlags::WHOLE_NAME, path);
+    });
 }
 
 SFsFile* open_plain(CFSSource* source, const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
     // The question came through the virtual file system already; asking it again would take its lock twice.
-    return fs::open_native_at(source, {.full = path}, mode, flags & ~FFSOpenFlags::THROUGH_VFS, path);
+    flags &= ~(FFSOpenFlags::THROUGH_VFS | FFSOpenFlags::WHOLE_NAME);
+    return fs::guarded(path, static_cast<SFsFile*>(nullptr),
+                       [&] { return fs::open_native_at(source, {.full = path}, mode, flags, path); });
 }
 
 // Puts the directory of the running executable before a relative path.
 bool beside_executable(Path& path) {
     if (fs::is_full_path(path)) return true;
-    const std::string full = std::string(platform::executable_directory()) + path;
-    if (full.size() >= sizeof path) return fs::refuse(EFSError::INVALID_NAME, path, "The native path is too long.");
-    std::memcpy(path, full.c_str(), full.size() + 1);
+    const std::string_view beside(platform::executable_directory());
+    const std::size_t length = std::strlen(path);
+    if (beside.size() + length >= sizeof path) {
+        return fs::refuse(EFSError::INVALID_NAME, path, "The native path is too long.");
+    }
+    std::memmove(path + beside.size(), path, length + 1);
+    beside.copy(path, beside.size());
     return true;
 }
 
@@ -82,6 +92,8 @@ bool CWin32_fallback::exists(const fs::path& p) {
     Path path;
     return full_name(p, path) && platform::get_attributes(path).has_value();
 }
+
+bool CWin32_fallback::exists_whole(const fs::path& p) { return exists(p); }
 
 void CWin32_fallback::full_path(fs::path& out, const fs::path& p) { out = p; }
 void CWin32_fallback::root_path(fs::path& out, const fs::path& p) { out = p; }
@@ -135,31 +147,47 @@ SFsFile* CWin32_fallback::open_read_write(const fs::path& p, FFSOpenFlags::FLAGS
 }
 
 void CWin32_fallback::rem_dir(const fs::path& p) {
-    const std::string dir(p.PathNameView());
-    if (dir.size() <= fs::fixed_prefix_length(dir) || fs::climbs(dir)) {
-        fs::refuse(EFSError::INVALID_NAME, dir.c_str(),
-                   "The directory to remove is a root or leads out of the current one.");
+    const std::string_view dir = p.PathNameView();
+    fs::NativePath path;
+    path.cut(0);
+    if (dir.size() <= fs::fixed_prefix_length(dir) || fs::climbs(dir) || !path.append(dir)) {
+        fs::refuse(EFSError::INVALID_NAME, p.PathName(),
+                   "The directory to remove is a root, leads out of the current one, or is too long.");
         return;
     }
+    fs::guarded(path.text, [&] {
+        // What failed below is why this directory cannot go, so it is what stays told.
+        const fs::ErrorScope scope;
+        path.cut(path.length - 1);
+        if (!platform::is_link(path.text) && !remove_items(dir)) return;
+        if (!platform::remove_directory(path.text) && !scope.has_error()) {
+            fs::refuse_by_disk(path.text, "cannot be removed");
+        }
+    });
+}
+
+// False when the directory cannot be listed: then it stays.
+bool CWin32_fallback::remove_items(std::string_view dir) {
+    fs::NativePath path;
+    path.cut(0);
     platform::DirectoryListing items;
-    if (!platform::list_directory({.full = dir.c_str()}, items)) {
-        fs::refuse_by_disk(dir.c_str(), "cannot be listed");
-        return;
+    if (!path.append(dir) || !platform::list_directory({.full = path.text}, items)) {
+        return fs::refuse_by_disk(path.text, "cannot be listed");
     }
     for (const platform::DirectoryItem& item : items.items()) {
         if (item.is_offline || item.name[0] == '#') continue;
-        const std::string full = dir + item.name;
-        if (!item.is_directory) {
-            platform::remove_file(full.c_str());
-        } else if (item.is_link) {
-            platform::remove_directory(full.c_str());
-        } else {
+        path.cut(dir.size());
+        if (!path.append({item.name, item.length})) {
+            fs::refuse(EFSError::INVALID_NAME, path.text, "The directory holds a name that is too long to be removed.");
+        } else if (item.is_directory && !item.is_link) {
             fs::path below;
-            below.Set(full.c_str(), "", false);  // as the disk spells it
+            below.Set(path.text, "", false);  // as the disk spells it
             rem_dir(below);
+        } else if (!platform::remove_file(path.text) && !(item.is_directory && platform::remove_directory(path.text))) {
+            fs::refuse_by_disk(path.text, "cannot be removed");
         }
     }
-    if (!platform::remove_directory(dir.c_str())) fs::refuse_by_disk(dir.c_str(), "cannot be removed");
+    return true;
 }
 
 bool CWin32_fallback::rem_file(const fs::path& p) {
@@ -178,11 +206,13 @@ bool CWin32_fallback::rename_file(const fs::path& from, const fs::path& to) {
         return fs::refuse(EFSError::INVALID_NAME, new_path,
                           "The new name leads out of the current directory or is one that not every system can hold.");
     }
-    if (!fs::equal_folded(old_path, new_path) && platform::get_attributes(new_path)) {
+    if (!kernel::equal_folded(old_path, new_path) && platform::get_attributes(new_path)) {
         return fs::refuse(EFSError::ALREADY_EXISTS, new_path, "There is a file of the new name.");
     }
-    if (!fs::create_directories(new_path)) return false;
-    return platform::rename_path(old_path, new_path) || fs::refuse_by_disk(old_path, "cannot be renamed");
+    return fs::guarded(old_path, false, [&] {
+        if (!fs::create_directories(new_path)) return false;
+        return platform::rename_path(old_path, new_path) || fs::refuse_by_disk(old_path, "cannot be renamed");
+    });
 }
 
 bool CWin32_fallback::native_path(const fs::path& p, char* out, std::size_t capacity) {

@@ -5,12 +5,12 @@
 
 #include <atomic>
 #include <cstring>
+#include <mutex>
 #include <string>
 
 #include <engine/filesystem/access.h>
 #include <engine/filesystem/contract.h>
 #include <engine/filesystem/registry.h>
-#include <engine/kernel/multithreading.h>
 
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/hooks.h"
@@ -21,7 +21,7 @@ namespace crash {
 namespace {
 
 struct LogFile {
-    mt::CSlimLock lock;       // guards `file`
+    std::mutex lock;          // guards `file`
     SFsFile* file = nullptr;  // owned
     std::atomic<bool> is_open{false};
     bool is_ours = false;  // made by this process, hence ours to remove
@@ -42,12 +42,12 @@ thread_local bool is_writing = false;
 class FileHold {
 public:
     FileHold() {
-        log_file().lock.LockExclusive();
+        log_file().lock.lock();
         is_writing = true;
     }
     ~FileHold() {
         is_writing = false;
-        log_file().lock.UnlockExclusive();
+        log_file().lock.unlock();
     }
     FileHold(const FileHold&) = delete;
     FileHold& operator=(const FileHold&) = delete;

@@ -2,7 +2,9 @@
 
 #include <memory>
 #include <new>
+#include <utility>
 
+#include <engine/filesystem/contract/native_source.h>
 #include <engine/filesystem/registry.h>
 #include <engine/filesystem/sources/directory.h>
 #include <engine/filesystem/sources/pack.h>
@@ -10,7 +12,7 @@
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
-#include "engine/filesystem/startup/listing_cache.h"
+#include "engine/filesystem/sources/directory/mount/store.h"
 #include "engine/filesystem/startup/prepared_path.h"
 
 // Mounting by path. The path decides the kind of source. Mounting reads the disk and may take long, so it runs outside
@@ -42,16 +44,23 @@ bool is_registered(const fs::path& path) {
     return registry::find(state, path) != nullptr;
 }
 
-bool mount(CFSSource& source, const fs::path& path, FFSAddSourceFlags::ENUM flags, ListingCache* cache) try {
+/// Mounts, and leaves a failure stored only for a mount that failed or that could not list everything.
+bool mount(CFSSource& source, const fs::path& path, FFSAddSourceFlags::ENUM flags, ListingStore* cache) {
     ErrorScope scope;
     if (source.init(path, flags, cache != nullptr ? cache->listing() : nullptr)) {
-        scope.forget();
+        auto* const native = dynamic_cast<NativeSource*>(&source);
+        if (native == nullptr || native->unlisted_directories() == 0) scope.forget();
         return true;
     }
     if (!scope.has_error()) set_error(EFSError::NOT_FOUND, path.PathName(), "The source could not be mounted.");
     return false;
-} catch (const std::bad_alloc&) {
-    return refuse(EFSError::OUT_OF_MEMORY, path.PathName(), "There is no memory for the names of the source.");
+}
+
+/// Hands a source to the registry; false when it was not taken, and is gone.
+bool register_source(std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags) {
+    const ErrorScope scope;
+    add_source(source.release(), flags);
+    return !scope.has_error();
 }
 
 bool check_key(const char* path, const fs::path& key, FFSAddSourceFlags::ENUM flags) {
@@ -87,7 +96,8 @@ bool add_source(const char* path, FFSAddSourceFlags::ENUM flags) {
         log_message(log_source, Log::ELevel::WARN, __LINE__, "Cannot add source '%s'. It is not full path.\n", path);
         return refuse(EFSError::INVALID_NAME, path, "The path is no full path, or longer than 259 bytes.");
     }
-    const std::unique_ptr<ListingCache> cache = ListingCache::open(prepared.c_str(), flags);
+    const std::unique_ptr<ListingStore> cache =
+        ListingStore::open(get_cache_dir(), listing_cache_folder, prepared.c_str(), flags);
     std::unique_ptr<CFSSource> source = new_source(prepared.names_pack(), path);
     if (!source) {
         log_message(log_source, Log::ELevel::ERRR, __LINE__, "Can not allocate memory for source '%s'.\n", path);
@@ -95,8 +105,8 @@ bool add_source(const char* path, FFSAddSourceFlags::ENUM flags) {
     }
     const fs::path key = prepared.as_source_path();
     if (!check_key(path, key, flags) || !mount(*source, key, flags, cache.get())) return false;
-    add_source(source.release(), flags);
-    if (cache) cache->finish(prepared.c_str());
+    if (!register_source(std::move(source), flags)) return false;
+    if (cache) cache->finish();
     return true;
 }
 

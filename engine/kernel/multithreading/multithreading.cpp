@@ -1,12 +1,12 @@
-// The exported threading classes: each keeps one object of the platform behind an opaque pointer, so that callers need
-// no header of the system, and adds ownership and the answers for an object that could not be had.
+// The exported threading classes. Threads and their pointers are the system's; all that they wait for each other with is
+// a mutex and a condition variable of the standard library.
 #include <engine/kernel/multithreading.h>
 
 #include <algorithm>
-#include <new>
+#include <chrono>
 #include <utility>
 
-#include "engine/platform/sync.h"
+#include "engine/platform/threads.h"
 
 namespace mt {
 
@@ -14,13 +14,19 @@ namespace {
 
 platform::Thread* to_thread(void* thread) { return static_cast<platform::Thread*>(thread); }
 platform::ThreadSlot* to_slot(void* slot) { return static_cast<platform::ThreadSlot*>(slot); }
-platform::CriticalSection* to_section(void* section) { return static_cast<platform::CriticalSection*>(section); }
-platform::Event* to_event(void* event) { return static_cast<platform::Event*>(event); }
-platform::Semaphore* to_semaphore(void* semaphore) { return static_cast<platform::Semaphore*>(semaphore); }
-platform::SlimLock& to_lock(std::byte* state) { return *std::launder(reinterpret_cast<platform::SlimLock*>(state)); }
 
-static_assert(FOREVER == platform::wait_forever);
-static_assert(sizeof(CSlimLock) == sizeof(platform::SlimLock) && alignof(CSlimLock) >= alignof(platform::SlimLock));
+// The state of a slim lock: a writer's bit, or the number of readers; and whether threads wait, which sends everybody
+// who comes or goes to the mutex.
+constexpr std::uint32_t writer_inside = 0x8000'0000;
+constexpr std::uint32_t somebody_waits = 0x4000'0000;
+
+template <typename Ready>
+bool wait_until(std::condition_variable& changed, std::unique_lock<std::mutex>& guard, std::uint32_t timeout_ms,
+                Ready ready) {
+    if (timeout_ms != FOREVER) return changed.wait_for(guard, std::chrono::milliseconds(timeout_ms), ready);
+    changed.wait(guard, ready);
+    return true;
+}
 
 }  // namespace
 
@@ -60,50 +66,129 @@ void CThreadLocal::Set(void* value) {
     if (slot_ != nullptr) platform::set_thread_value(to_slot(slot_), value);
 }
 
-CCriticalSection::CCriticalSection() : section_(platform::create_critical_section()) {}
-CCriticalSection::~CCriticalSection() { platform::destroy_critical_section(to_section(section_)); }
-void CCriticalSection::Enter() { platform::enter(to_section(section_)); }
-bool CCriticalSection::TryEnter() { return platform::try_enter(to_section(section_)); }
-void CCriticalSection::Leave() { platform::leave(to_section(section_)); }
+CCriticalSection::CCriticalSection() = default;
+CCriticalSection::~CCriticalSection() = default;
+void CCriticalSection::lock() { mutex_.lock(); }
+bool CCriticalSection::try_lock() { return mutex_.try_lock(); }
+void CCriticalSection::unlock() { mutex_.unlock(); }
 
-CSlimLock::CSlimLock() { new (state_) platform::SlimLock; }
-void CSlimLock::LockShared() { platform::lock_shared(to_lock(state_)); }
-void CSlimLock::UnlockShared() { platform::unlock_shared(to_lock(state_)); }
-void CSlimLock::LockExclusive() { platform::lock_exclusive(to_lock(state_)); }
-bool CSlimLock::TryLockExclusive() { return platform::try_lock_exclusive(to_lock(state_)); }
-void CSlimLock::UnlockExclusive() { platform::unlock_exclusive(to_lock(state_)); }
+// While nobody waits, taking and giving back is one step on the state. A waiter sets its bit before it looks for the
+// last time, and whoever gives the lock back and finds the bit passes through the mutex before it wakes: so the waiter
+// has either seen the lock free or is asleep by then.
+CSlimLock::CSlimLock() = default;
+CSlimLock::~CSlimLock() = default;
 
-CEvent::CEvent(bool manual_reset, bool signalled) : event_(platform::create_event(manual_reset, signalled)) {}
-
-CEvent::~CEvent() {
-    if (event_ != nullptr) platform::destroy_event(to_event(event_));
+bool CSlimLock::TryShared(std::uint32_t obstacles) {
+    std::uint32_t state = state_.load(std::memory_order_relaxed);
+    while ((state & obstacles) == 0) {
+        if (state_.compare_exchange_weak(state, state + 1, std::memory_order_acquire, std::memory_order_relaxed))
+            return true;
+    }
+    return false;
 }
 
+void CSlimLock::lock_shared() {
+    if (TryShared(writer_inside | somebody_waits)) return;
+    std::unique_lock guard(mutex_);
+    ++waiting_readers_;
+    state_.fetch_or(somebody_waits);
+    changed_.wait(guard, [this] { return waiting_writers_ == 0 && TryShared(writer_inside); });
+    --waiting_readers_;
+    StopWaiting();
+}
+
+void CSlimLock::unlock_shared() {
+    if (state_.fetch_sub(1) - 1 == somebody_waits) WakeWaiting();
+}
+
+bool CSlimLock::try_lock() {
+    std::uint32_t state = state_.load(std::memory_order_relaxed) & somebody_waits;
+    return state_.compare_exchange_strong(state, state | writer_inside, std::memory_order_acquire,
+                                          std::memory_order_relaxed);
+}
+
+void CSlimLock::lock() {
+    if (try_lock()) return;
+    std::unique_lock guard(mutex_);
+    ++waiting_writers_;
+    state_.fetch_or(somebody_waits);
+    changed_.wait(guard, [this] { return try_lock(); });
+    --waiting_writers_;
+    StopWaiting();
+}
+
+void CSlimLock::unlock() {
+    if ((state_.fetch_sub(writer_inside) & somebody_waits) != 0) WakeWaiting();
+}
+
+/// Called with the mutex, by one who waited and has the lock now.
+void CSlimLock::StopWaiting() {
+    if (waiting_readers_ == 0 && waiting_writers_ == 0) state_.fetch_and(~somebody_waits);
+}
+
+void CSlimLock::WakeWaiting() {
+    const std::lock_guard guard(mutex_);
+    changed_.notify_all();
+}
+
+CEvent::CEvent(bool manual_reset, bool signalled) : manual_reset_(manual_reset), signalled_(signalled) {}
+CEvent::~CEvent() = default;
+
 void CEvent::Set() {
-    if (event_ != nullptr) platform::set_event(to_event(event_));
+    const std::lock_guard guard(mutex_);
+    if (manual_reset_) {
+        signalled_ = true;
+        ++generation_;
+        changed_.notify_all();
+    } else if (released_ < waiting_) {
+        ++released_;
+        changed_.notify_one();
+    } else {
+        signalled_ = true;
+    }
 }
 
 void CEvent::Reset() {
-    if (event_ != nullptr) platform::reset_event(to_event(event_));
+    const std::lock_guard guard(mutex_);
+    signalled_ = false;
 }
 
 bool CEvent::Wait(std::uint32_t timeout_ms) {
-    return event_ != nullptr && platform::wait_event(to_event(event_), timeout_ms);
+    std::unique_lock guard(mutex_);
+    if (signalled_) {
+        signalled_ = manual_reset_;
+        return true;
+    }
+    const std::uint32_t before = generation_;
+    ++waiting_;
+    const bool passed =
+        wait_until(changed_, guard, timeout_ms, [&] { return released_ != 0 || generation_ != before; });
+    --waiting_;
+    if (passed && !manual_reset_) --released_;
+    return passed;
 }
 
 CSemaphore::CSemaphore(std::uint32_t initial, std::uint32_t maximum)
-    : semaphore_(platform::create_semaphore(initial, maximum)) {}
-
-CSemaphore::~CSemaphore() {
-    if (semaphore_ != nullptr) platform::destroy_semaphore(to_semaphore(semaphore_));
-}
+    : maximum_(maximum > 0x7FFF'FFFF || initial > maximum ? 0 : maximum), count_(initial) {}
+CSemaphore::~CSemaphore() = default;
 
 bool CSemaphore::Release(std::uint32_t count) {
-    return semaphore_ != nullptr && platform::release_semaphore(to_semaphore(semaphore_), count);
+    const std::lock_guard guard(mutex_);
+    if (!IsValid() || count == 0 || count > maximum_ - count_) return false;
+    count_ += count;
+    if (count == 1)
+        changed_.notify_one();
+    else
+        changed_.notify_all();
+    return true;
 }
 
 bool CSemaphore::Wait(std::uint32_t timeout_ms) {
-    return semaphore_ != nullptr && platform::wait_semaphore(to_semaphore(semaphore_), timeout_ms);
+    if (!IsValid()) return false;
+    std::unique_lock guard(mutex_);
+    if (!wait_until(changed_, guard, timeout_ms, [this] { return count_ != 0; })) return false;
+    --count_;
+    return true;
 }
 
 }  // namespace mt

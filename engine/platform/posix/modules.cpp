@@ -3,9 +3,9 @@
 #include <dlfcn.h>
 
 #include <cstdio>
+#include <mutex>
 
 #include "engine/platform/process.h"
-#include "engine/platform/sync.h"
 
 namespace platform {
 
@@ -16,7 +16,7 @@ namespace {
 constexpr int longest_path = 4096;
 
 // One thread at a time is in the loader. It has a lock of its own, but one that race detectors do not see.
-SlimLock loader_lock;
+std::mutex loader_lock;
 
 Module* open_module(const char* directory, const char* name) {
     char path[longest_path];
@@ -28,7 +28,7 @@ Module* open_module(const char* directory, const char* name) {
 }  // namespace
 
 Module* load_module(const char* name) {
-    const ExclusiveHold hold(loader_lock);
+    const std::lock_guard guard(loader_lock);
     Module* const beside = open_module(executable_directory(), name);
     return beside != nullptr ? beside : open_module("", name);
 }
@@ -36,7 +36,7 @@ Module* load_module(const char* name) {
 void* find_symbol(Module* module, const char* name) { return dlsym(module, name); }
 
 void unload_module(Module* module) {
-    const ExclusiveHold hold(loader_lock);
+    const std::lock_guard guard(loader_lock);
     dlclose(module);
 }
 

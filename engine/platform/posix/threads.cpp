@@ -1,5 +1,4 @@
 #include <pthread.h>
-#include <sched.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -8,7 +7,7 @@
 #include <new>
 
 #include "engine/platform/posix/crash/alternate_stack.h"
-#include "engine/platform/sync.h"
+#include "engine/platform/threads.h"
 
 namespace platform {
 
@@ -59,8 +58,6 @@ void join_thread(Thread* thread) {
 }
 
 std::uint64_t current_thread_id() { return static_cast<std::uint64_t>(gettid()); }
-
-void yield_thread() { sched_yield(); }
 
 struct ThreadSlot {
     pthread_key_t key{};

@@ -3,7 +3,7 @@
 #include <array>
 #include <new>
 
-#include "engine/platform/sync.h"
+#include "engine/platform/threads.h"
 #include "engine/platform/windows/crash_stack.h"
 
 namespace platform {
@@ -63,8 +63,6 @@ void join_thread(Thread* thread) {
 }
 
 std::uint64_t current_thread_id() { return GetCurrentThreadId(); }
-
-void yield_thread() { SwitchToThread(); }
 
 struct ThreadSlot {
     DWORD index = TLS_OUT_OF_INDEXES;

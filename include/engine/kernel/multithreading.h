@@ -1,14 +1,17 @@
 #pragma once
 
 #include <engine/filesystem/api.h>
-#include <cstddef>
+#include <engine/kernel/thread_annotations.h>
+#include <atomic>
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 
 /// Threads, the pointers that they keep to themselves, and what they wait for each other with.
 ///
-/// None of these objects can be copied; only a thread can be moved. Each waits and wakes without help of the others,
-/// reports failure by its results and never throws. Every method may be called from any thread unless it says
-/// otherwise; an object is destroyed when nobody uses or waits for it any more.
+/// None of these objects can be copied; only a thread can be moved. They report failure by their results and never
+/// throw. Every method may be called from any thread unless it says otherwise. An object is destroyed when no call of
+/// any thread is inside it any more.
 namespace mt {
 
 /// A wait without limit.
@@ -74,44 +77,52 @@ private:
     CThreadLocal slot_;
 };
 
-/// Mutual exclusion that its owner may enter again; it is left as often as it was entered.
-class ENGINE_FS_API CCriticalSection {
+/// Mutual exclusion that its owner may enter again; it is left as often as it was entered. For std::lock_guard and its
+/// kin.
+class ENGINE_FS_API ENGINE_CAPABILITY("mutex") CCriticalSection {
 public:
     CCriticalSection();
     CCriticalSection(const CCriticalSection&) = delete;
     CCriticalSection& operator=(const CCriticalSection&) = delete;
     ~CCriticalSection();
 
-    void Enter();
-    bool TryEnter();  // does not wait
-    void Leave();
+    void lock() ENGINE_ACQUIRE();
+    bool try_lock() ENGINE_TRY_ACQUIRE(true);  // does not wait
+    void unlock() ENGINE_RELEASE();
 
 private:
-    void* section_;
+    std::recursive_mutex mutex_;
 };
 
-/// A lock of one word that many share or one has to itself. A waiting writer goes before new readers, so it must not
-/// be taken twice by one thread in any form.
-class ENGINE_FS_API CSlimLock {
+/// A lock that many share or one has to itself, for std::shared_lock, std::lock_guard and their kin. A waiting writer
+/// goes before new readers, so one thread must not take it twice in any form.
+class ENGINE_FS_API ENGINE_CAPABILITY("shared_mutex") CSlimLock {
 public:
     CSlimLock();
     CSlimLock(const CSlimLock&) = delete;
     CSlimLock& operator=(const CSlimLock&) = delete;
+    ~CSlimLock();
 
-    void LockShared();
-    void UnlockShared();
-    void LockExclusive();
-    bool TryLockExclusive();  // does not wait
-    void UnlockExclusive();
+    void lock() ENGINE_ACQUIRE();
+    bool try_lock() ENGINE_TRY_ACQUIRE(true);  // does not wait
+    void unlock() ENGINE_RELEASE();
+    void lock_shared() ENGINE_ACQUIRE_SHARED();
+    void unlock_shared() ENGINE_RELEASE_SHARED();
 
 private:
-    alignas(std::uint64_t) std::byte state_[sizeof(std::uint64_t)];
+    bool TryShared(std::uint32_t obstacles);
+    void StopWaiting();
+    void WakeWaiting();
+
+    std::atomic<std::uint32_t> state_{0};  // who has the lock, and whether somebody waits for it
+    std::mutex mutex_;                     // guards the counts
+    std::condition_variable changed_;
+    std::uint32_t waiting_readers_ = 0;
+    std::uint32_t waiting_writers_ = 0;
 };
 
 /// A signal that threads wait for. With manual reset it stays until Reset and lets everybody through; otherwise each
-/// signal lets one waiter through.
-///
-/// Failure  without a free event in the system IsValid is false, and Wait answers false at once.
+/// signal lets one waiter through. Who waits at the time of Set is let through, whatever follows.
 class ENGINE_FS_API CEvent {
 public:
     explicit CEvent(bool manual_reset, bool signalled = false);
@@ -119,20 +130,25 @@ public:
     CEvent& operator=(const CEvent&) = delete;
     ~CEvent();
 
-    bool IsValid() const { return event_ != nullptr; }
     void Set();
     void Reset();
     /// False when `timeout_ms` passed first.
     bool Wait(std::uint32_t timeout_ms = FOREVER);
 
 private:
-    void* event_;
+    const bool manual_reset_;
+    bool signalled_;
+    std::uint32_t generation_ = 0;  // how often a manual event was set
+    std::uint32_t waiting_ = 0;
+    std::uint32_t released_ = 0;  // how many of those who wait an automatic event lets through
+    std::mutex mutex_;            // guards all of these
+    std::condition_variable changed_;
 };
 
 /// A count that never passes its maximum; each wait takes one from it, as soon as there is one.
 ///
-/// Failure  IsValid is false when the maximum is 0 or above 2^31 - 1, when the initial count is above it, or when the
-///          system has no semaphore left; Release and Wait then answer false at once.
+/// Failure  IsValid is false when the maximum is 0 or above 2^31 - 1, or when the initial count is above it; Release and
+///          Wait then answer false at once.
 class ENGINE_FS_API CSemaphore {
 public:
     CSemaphore(std::uint32_t initial, std::uint32_t maximum);
@@ -140,50 +156,17 @@ public:
     CSemaphore& operator=(const CSemaphore&) = delete;
     ~CSemaphore();
 
-    bool IsValid() const { return semaphore_ != nullptr; }
+    bool IsValid() const { return maximum_ != 0; }
     /// False, with nothing changed, when `count` is 0 or the maximum would be passed.
     bool Release(std::uint32_t count = 1);
     /// False when `timeout_ms` passed first.
     bool Wait(std::uint32_t timeout_ms = FOREVER);
 
 private:
-    void* semaphore_;
-};
-
-/// Holds a slim lock shared for as long as it lives.
-class CSharedHold {
-public:
-    explicit CSharedHold(CSlimLock& lock) : lock_(lock) { lock_.LockShared(); }
-    CSharedHold(const CSharedHold&) = delete;
-    CSharedHold& operator=(const CSharedHold&) = delete;
-    ~CSharedHold() { lock_.UnlockShared(); }
-
-private:
-    CSlimLock& lock_;
-};
-
-/// Holds a slim lock exclusive for as long as it lives.
-class CExclusiveHold {
-public:
-    explicit CExclusiveHold(CSlimLock& lock) : lock_(lock) { lock_.LockExclusive(); }
-    CExclusiveHold(const CExclusiveHold&) = delete;
-    CExclusiveHold& operator=(const CExclusiveHold&) = delete;
-    ~CExclusiveHold() { lock_.UnlockExclusive(); }
-
-private:
-    CSlimLock& lock_;
-};
-
-/// Stays inside a critical section for as long as it lives.
-class CSectionHold {
-public:
-    explicit CSectionHold(CCriticalSection& section) : section_(section) { section_.Enter(); }
-    CSectionHold(const CSectionHold&) = delete;
-    CSectionHold& operator=(const CSectionHold&) = delete;
-    ~CSectionHold() { section_.Leave(); }
-
-private:
-    CCriticalSection& section_;
+    const std::uint32_t maximum_;
+    std::uint32_t count_;
+    std::mutex mutex_;  // guards the count
+    std::condition_variable changed_;
 };
 
 }  // namespace mt

@@ -8,15 +8,15 @@
 #include <string>
 #include <vector>
 
-#include <engine/filesystem/access/monitor.h>
 #include <engine/filesystem/access/search.h>
+#include <engine/filesystem/contract/error.h>
 
-#include "engine/filesystem/sources/directory/file_table.h"
-#include "engine/filesystem/sources/listing/listing.h"
+#include "engine/filesystem/sources/directory/mount/recorded.h"
 #include "engine/platform/clock.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/faults.h"
 #include "engine/platform/files.h"
+#include "tests/sources/kit.h"
 #include "tests/support/temp_directory.h"
 
 namespace {
@@ -24,42 +24,14 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
+using testing::UnorderedElementsAreArray;
 
 constexpr auto recursive = FFSAddSourceFlags::RECURSIVE;
-
-fs::path as_path(const std::string& text) { return fs::path(text.c_str(), true); }
-
-fs::path as_dir(const std::string& text, bool lower = true) {
-    fs::path dir;
-    dir.Set(text.c_str(), "", lower);
-    return dir;
-}
-
-std::vector<std::string> names_of(FS_NAME* list) {
-    std::vector<std::string> names;
-    for (const FS_NAME* name = list; name; name = name->next) names.emplace_back(name->name);
-    fs::free_names(list);
-    return names;
-}
 
 std::string full_name(const fs::path& p) {
     fs::string text;
     p.FullName(text);
     return text;
-}
-
-std::string read_all(SFsFile* file) {
-    if (!file) return "(null)";
-    std::string bytes(fs::length(file), '\0');
-    bytes.resize(fs::read(file, bytes.data(), bytes.size()));
-    fs::close(file);
-    return bytes;
-}
-
-bool write_all(SFsFile* file, const std::string& bytes) {
-    const bool written = file && fs::write(file, bytes.data(), bytes.size()) == bytes.size();
-    fs::close(file);
-    return written;
 }
 
 class DirectorySource : public testing::Test {
@@ -68,7 +40,7 @@ protected:
         source_.set_native_spelling((disk_.path() + "/").c_str());
         return source_.init(as_dir(disk_.path()), flags, listing);
     }
-    std::vector<std::string> all() { return names_of(source_.get_file_list(nullptr, nullptr, true)); }
+    std::vector<std::string> all() { return all_names(source_); }
     std::string found(const std::string& query) {
         fs::path out;
         source_.root_path(out, as_path(query));
@@ -89,13 +61,8 @@ TEST_F(DirectorySource, ShowsWhatItScannedAndNothingThatIsHidden) {
     EXPECT_NE(source_.dir_tree()->find("maps_2/x/y"), nullptr);
     EXPECT_EQ(source_.dir_tree()->find("#off"), nullptr);
     EXPECT_EQ(read_all(source_.open_read(as_path("maps/one.bin"), FFSOpenFlags::NONE)), "1");
-}
-
-TEST_F(DirectorySource, DescendsOnlyWhenAskedTo) {
-    disk_.write("top", "1");
-    disk_.write("sub/inner", "1");
-    ASSERT_TRUE(mount(FFSAddSourceFlags::NONE));
-    EXPECT_THAT(all(), ElementsAre("top"));
+    ASSERT_TRUE(mount(FFSAddSourceFlags::NONE)) << "without those below";
+    EXPECT_THAT(all(), ElementsAre("a.txt"));
     EXPECT_EQ(source_.dir_tree()->first_child(), nullptr);
 }
 
@@ -158,7 +125,7 @@ TEST_F(DirectorySource, MountsTheParentWhenAskedTo) {
     source.set_native_spelling((disk_ / "B/").c_str());
     ASSERT_TRUE(source.init(as_dir(disk_ / "b"), recursive | FFSAddSourceFlags::MOUNT_PARENT, nullptr));
     EXPECT_EQ(std::string(source.root_dir()), disk_.path() + "/");
-    EXPECT_THAT(names_of(source.get_file_list("", nullptr, true)), ElementsAre("b/in/file"));
+    EXPECT_THAT(test::take_names(source.get_file_list("", nullptr, true)), ElementsAre("b/in/file"));
     EXPECT_STREQ(source.dir_tree()->name(), "b");
     EXPECT_EQ(read_all(source.open_read(as_path("b/in/file"), FFSOpenFlags::NONE)), "x");
     disk_.write("B/in/Second", "y");
@@ -191,7 +158,7 @@ TEST_F(DirectorySource, ShowsOnlyTheFilesOfItsIncludeList) {
     const char* include[] = {"A\\One", "nothing", nullptr};
     CWin32_dir source(EFSSourceType::DIR, include);
     ASSERT_TRUE(source.init(as_dir(disk_.path()), recursive, nullptr));
-    EXPECT_THAT(names_of(source.get_file_list(nullptr, nullptr, true)), ElementsAre("a/one"));
+    EXPECT_THAT(all_names(source), ElementsAre("a/one"));
 }
 
 TEST_F(DirectorySource, KnowsNoPathThatIsTooLongForTheDisk) {
@@ -221,7 +188,7 @@ TEST_F(DirectorySource, AnswersListsByDirectoryMaskAndFlag) {
         {"nowhere", nullptr, true, {}},
     };
     for (const auto& row : cases) {
-        EXPECT_THAT(names_of(source_.get_file_list(row.dir, row.mask, row.flag)),
+        EXPECT_THAT(test::take_names(source_.get_file_list(row.dir, row.mask, row.flag)),
                     testing::UnorderedElementsAreArray(row.names))
             << (row.dir ? row.dir : "(null)") << " " << (row.mask ? row.mask : "(null)") << " " << row.flag;
     }
@@ -235,11 +202,10 @@ TEST_F(DirectorySource, FindsTextInDirectoriesLastBucketFirst) {
     heard.clear();
     fs::set_search_callback([](const char* dir, const char* name) { heard.push_back(std::string(dir) + "|" + name); });
     // "y" has the bucket before that of "x", and each hit goes to the front.
-    ASSERT_LT(fs::FileTable::bucket("y"), fs::FileTable::bucket("x"));
-    EXPECT_THAT(names_of(source_.search_substring("bc")), ElementsAre("z/bc/x", "abc/x", "abc/y"));
+    EXPECT_THAT(test::take_names(source_.search_substring("bc")), ElementsAre("z/bc/x", "abc/x", "abc/y"));
     fs::set_search_callback(nullptr);
     EXPECT_THAT(heard, ElementsAre("abc/|y", "abc/|x", "z/bc/|x"));
-    EXPECT_THAT(names_of(source_.search_substring("bc/")), IsEmpty()) << "the last slash takes no part";
+    EXPECT_THAT(test::take_names(source_.search_substring("bc/")), IsEmpty()) << "the last slash takes no part";
     EXPECT_EQ(source_.search_substring(""), nullptr);
     EXPECT_EQ(source_.search_substring(nullptr), nullptr);
 }
@@ -289,21 +255,10 @@ TEST_F(DirectorySource, CreatesNothingOutsideAndNoNameThatNotEverySystemHolds) {
     EXPECT_NE(source_.dir_tree()->find("new/dir"), nullptr);
 }
 
-class Monitor : public fs::IFsMonitor {
-public:
-    Monitor() { fs::set_monitor(this); }
-    ~Monitor() { fs::set_monitor(nullptr); }
-    void touch_file(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) override {
-        touched.push_back(std::string(path).substr(std::string(path).rfind('/') + 1) + std::to_string(mode) + "+" +
-                          std::to_string(flags));
-    }
-    std::vector<std::string> touched;
-};
-
 TEST_F(DirectorySource, OpensInEachModeAndTellsTheMonitor) {
     disk_.write("F", "12345");
     ASSERT_TRUE(mount());
-    Monitor monitor;
+    const RecordingMonitor monitor;
     const fs::path f = as_path("f");
     EXPECT_TRUE(write_all(source_.open_append(f, FFSOpenFlags::NONE), "67"));
     EXPECT_EQ(disk_.read("F"), "1234567");
@@ -316,7 +271,7 @@ TEST_F(DirectorySource, OpensInEachModeAndTellsTheMonitor) {
     EXPECT_EQ(read_all(source_.open_read(f, FFSOpenFlags::THROUGH_VFS)), "yz") << "asked through the sources already";
     EXPECT_TRUE(write_all(source_.create_write(as_path("new"), FFSOpenFlags::NONE), "1"));
     EXPECT_TRUE(write_all(source_.create_read_write(as_path("new2"), FFSOpenFlags::NONE), "1"));
-    EXPECT_THAT(monitor.touched, ElementsAre("F2+0", "F3+0", "F3+32", "F1+2", "F0+0", "new1+32", "new23+0"));
+    EXPECT_THAT(monitor.touched, ElementsAre("F 2+0", "F 3+0", "F 3+32", "F 1+2", "F 0+0", "new 1+32", "new2 3+0"));
 }
 
 TEST_F(DirectorySource, RefusesModesAndFlagsThatExcludeEachOther) {
@@ -473,19 +428,85 @@ TEST_F(DirectorySource, FillsFromAListingAsFromTheDisk) {
     EXPECT_EQ(read_all(source_.open_read(as_path("maps/deep/er/two"), FFSOpenFlags::NONE)), "1");
 }
 
+TEST_F(DirectorySource, TakesAFullPathForTheFileThereAlone) {
+    for (const char* name : {"textures/sky", "a/textures/sky"}) disk_.write(name, name);
+    ASSERT_TRUE(mount());
+    EXPECT_EQ(found(disk_.path() + "/textures/sky"), "textures/sky") << "though another is the first by the end";
+    for (const std::string& outside : {std::string("/elsewhere/textures/sky"), disk_.path() + "x/textures/sky"}) {
+        EXPECT_EQ(found(outside), "") << outside;
+        EXPECT_EQ(source_.open_write(as_path(outside), FFSOpenFlags::NONE), nullptr) << outside;
+        EXPECT_EQ(source_.create_write(as_path(outside), FFSOpenFlags::NONE), nullptr) << outside;
+        EXPECT_FALSE(source_.mkdir(as_dir(outside))) << outside;
+        EXPECT_EQ(fs::last_error().code, EFSError::INVALID_NAME);
+        EXPECT_FALSE(source_.rem_file(as_path(outside))) << outside;
+    }
+    // Made by its full path, a file is entered below the root like any other.
+    const std::string made = disk_.path() + "/New/made";
+    EXPECT_TRUE(write_all(source_.create_write(fs::path(made.c_str(), false), FFSOpenFlags::NONE), "1"));
+    EXPECT_EQ(test::take_names(source_.get_file_list("new", nullptr, false)), std::vector<std::string>{"new/made"});
+    source_.refresh();
+    source_.refresh_dir((disk_.path() + "/new").c_str());
+    EXPECT_EQ(all().size(), 3u);
+    EXPECT_TRUE(source_.rem_file(as_path(made)));
+    EXPECT_EQ(found("new/made"), "");
+    source_.rem_dir(as_dir(disk_.path() + "/new"));
+    EXPECT_FALSE(disk_.exists("New"));
+}
+
+TEST_F(DirectorySource, ChangesTheFileOfExactlyTheNameWhereThereIsOne) {
+    for (const char* name : {"a/save", "save"}) disk_.write(name, "1");
+    ASSERT_TRUE(mount());
+    source_.refresh_dir("");  // so that "a/save" is the first by the end
+    ASSERT_EQ(found("save"), "a/save");
+    EXPECT_TRUE(source_.exists_whole(as_path("save")));
+    EXPECT_TRUE(write_all(source_.open_write(as_path("save"), FFSOpenFlags::WHOLE_NAME), "root"));
+    EXPECT_EQ(disk_.read("save"), "root");
+    EXPECT_TRUE(source_.set_read_only(as_path("save"), true));
+    EXPECT_FALSE(source_.read_only(as_path("a/save")));
+    EXPECT_TRUE(source_.set_read_only(as_path("save"), false));
+    EXPECT_TRUE(source_.rem_file(as_path("save")));
+    EXPECT_TRUE(disk_.exists("a/save"));
+    EXPECT_FALSE(source_.exists_whole(as_path("save")));
+    EXPECT_EQ(source_.open_read(as_path("save"), FFSOpenFlags::WHOLE_NAME), nullptr);
+    EXPECT_TRUE(source_.rename_file(as_path("a/save"), as_path("b/save")));
+    EXPECT_THAT(all(), ElementsAre("b/save"));
+}
+
 // A disk that fails on order.
 class DirectorySourceFaults : public DirectorySource {
 protected:
     ~DirectorySourceFaults() override { platform::clear_faults(); }
 };
 
-TEST_F(DirectorySourceFaults, ADirectoryThatVanishesDuringTheScanContributesNothing) {
-    for (const char* name : {"a/f", "b/f", "c/f"}) disk_.write(name, "1");
-    for (std::uint32_t nth = 1; nth <= 4; ++nth) {
-        platform::inject_fault(platform::FaultPoint::LIST, nth, platform::Failure::NOT_FOUND, false);
-        ASSERT_TRUE(mount()) << "listing " << nth;
-        EXPECT_EQ(all().size(), nth == 1 ? 0u : 2u) << "listing " << nth;
+TEST_F(DirectorySourceFaults, ADirectoryThatCannotBeListedIsToldAndKeepsItsNames) {
+    const std::vector<std::string> whole{"a/f", "b/f", "c/f"};
+    for (const std::string& name : whole) disk_.write(name, "1");
+    for (const platform::Failure failure : {platform::Failure::NOT_FOUND, platform::Failure::ACCESS_DENIED}) {
+        const std::uint32_t missed = failure == platform::Failure::NOT_FOUND ? 0 : 1;  // what is gone is not missed
+        for (std::uint32_t nth = 1; nth <= 4; ++nth) {
+            SCOPED_TRACE(nth);
+            const std::size_t left = nth == 1 ? 0 : 2;
+            fs::clear_error();
+            platform::inject_fault(platform::FaultPoint::LIST, nth, failure, false);
+            ASSERT_TRUE(mount());
+            EXPECT_EQ(all().size(), left);
+            EXPECT_EQ(source_.unlisted_directories(), missed);
+            EXPECT_EQ(fs::last_error().code, missed == 0 ? EFSError::NONE : EFSError::ACCESS_DENIED);
+            source_.refresh();
+            EXPECT_EQ(source_.unlisted_directories(), 0u);
+            platform::inject_fault(platform::FaultPoint::LIST, nth, failure, false);
+            source_.refresh();
+            EXPECT_THAT(all(), testing::SizeIs(missed == 0 ? left : 3));
+            EXPECT_EQ(source_.unlisted_directories(), missed);
+            if (missed != 0 && nth == 1) EXPECT_NE(source_.dir_tree()->find("b"), nullptr);
+        }
     }
+    platform::inject_fault(platform::FaultPoint::LIST, 1, platform::Failure::ACCESS_DENIED, true);
+    source_.refresh_dir("a");
+    EXPECT_THAT(all(), UnorderedElementsAreArray(whole));
+    platform::clear_faults();
+    source_.refresh();
+    EXPECT_THAT(all(), UnorderedElementsAreArray(whole));
 }
 
 TEST_F(DirectorySourceFaults, AFullDiskFailsTheWriteAndNothingElse) {
@@ -516,7 +537,10 @@ TEST_F(DirectorySourceFaults, ARefusalOfTheDiskLeavesTableAndTreeAsTheyWere) {
             EXPECT_EQ(source_.open_append(as_path("a/f"), FFSOpenFlags::NONE), nullptr);
         } else if (point == FaultPoint::REMOVE) {
             EXPECT_FALSE(source_.rem_file(as_path("a/f")));
+            fs::clear_error();
             source_.rem_dir(as_dir("a"));
+            EXPECT_EQ(fs::last_error().code, EFSError::ACCESS_DENIED);
+            EXPECT_THAT(fs::last_error().path, testing::EndsWith("/a/f")) << "the first that stays";
         } else {
             EXPECT_FALSE(source_.rename_file(as_path("a/f"), as_path("a/g")));
         }

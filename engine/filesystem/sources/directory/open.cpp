@@ -1,13 +1,16 @@
 #include <engine/filesystem/sources/directory.h>
 
+#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/native_open.h"
-#include "engine/filesystem/sources/directory/state.h"
+#include "engine/filesystem/sources/directory/mount/state.h"
+#include "engine/platform/directories.h"
 
 namespace {
 
-using fs::FileTable;
+using fs::NameTable;
 using fs::NativePath;
 
 SFsFile* open_path(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
@@ -21,7 +24,7 @@ struct EntryName {
     char text[platform::path_buffer_size];
     std::size_t length = 0;
 
-    EntryName(const FileTable& table, std::uint32_t file) {
+    EntryName(const NameTable& table, std::uint32_t file) {
         const std::string_view dir = table.dir(file);
         const std::string_view name = table.name(file);
         if (dir.size() + name.size() > platform::max_path_bytes) return;
@@ -37,11 +40,18 @@ SFsFile* refuse(const char* path, EFSError::TYPE code, const char* why) {
     return nullptr;
 }
 
+// Takes away the empty file that an open made before it failed. What is not empty was not made by it.
+void remove_leftover(const NativePath& native) {
+    const std::optional<platform::Attributes> left = platform::get_attributes(native.text);
+    if (left && !left->is_directory && left->size == 0) platform::remove_file(native.text);
+}
+
 }  // namespace
 
 SFsFile* CWin32_dir::open_existing(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    const std::uint32_t file = state_->find(p);
-    if (file == FileTable::none) return nullptr;
+    const std::uint32_t file = state_->find(p, fs::has_any(flags, FFSOpenFlags::WHOLE_NAME));
+    if (file == NameTable::none) return nullptr;
+    flags &= ~FFSOpenFlags::WHOLE_NAME;
     if (!fs::is_valid_open(mode, flags)) {
         return refuse(p.FileName(), EFSError::INVALID_ARGUMENT, "Mode and flags of the open exclude each other.");
     }
@@ -50,9 +60,11 @@ SFsFile* CWin32_dir::open_existing(const fs::path& p, EFSMode::TYPE mode, FFSOpe
         return refuse(p.FileName(), EFSError::INVALID_NAME, "The native path of the file is too long.");
     }
     const platform::PathAt path = native.at(state_->native_root);
-    const EntryName name(*state_->table, file);
-    if (mode == EFSMode::READ || mode == EFSMode::WRITE) return open_path(this, path, mode, flags, name.view());
-    return fs::open_for_change(this, path, mode, flags, name.view());
+    const EntryName name(state_->names->table, file);
+    return fs::guarded(native.text, static_cast<SFsFile*>(nullptr), [&] {
+        if (mode == EFSMode::READ || mode == EFSMode::WRITE) return open_path(this, path, mode, flags, name.view());
+        return fs::open_for_change(this, path, mode, flags, name.view());
+    });
 }
 
 SFsFile* CWin32_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
@@ -72,23 +84,30 @@ SFsFile* CWin32_dir::create(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags:
     NativePath native;
     if (p.EmptyFile() || !state_->native_path(p, native)) {
         return refuse(p.FileName(), EFSError::INVALID_NAME,
-                      "There is no name to create, or its native path is too long.");
+                      "There is no name to create, or it leads out of the source, or its native path is too long.");
     }
-    if (fs::climbs(p.PathNameView()) || !fs::is_creatable(native.view().substr(native.root_length))) {
+    if (fs::climbs(p.PathNameView()) || !fs::is_creatable(native.below_root())) {
         return refuse(native.text, EFSError::INVALID_NAME,
                       "The name leads out of the source or is one that not every system can hold.");
     }
-    if (!fs::create_directories(native.text)) return nullptr;
-    fs::path lower(p);
-    lower.Lowercase();
-    state_->tree_node(lower.PathNameView(), true);
-    fs::string name;
-    lower.FullName(name);
-    const platform::PathAt path = native.at(state_->native_root);
-    SFsFile* file = mode == EFSMode::WRITE ? open_path(this, path, mode, flags | FFSOpenFlags::CREATE, name)
-                                           : fs::create_for_change(this, path, flags, name);
-    if (file) state_->enter_created(lower, native, true);
-    return file;
+    return fs::guarded(native.text, static_cast<SFsFile*>(nullptr), [&]() -> SFsFile* {
+        std::string name(native.below_root());
+        fs::fold_text(name.data(), name.size());
+        if (!fs::create_directories(native.text)) return nullptr;
+        fs::NewEntry entry(*state_);
+        if (!entry.enter(native, p.FileNameView().size(), fs::NewEntry::Spelling::OF_DISK)) return nullptr;
+        const bool existed = platform::get_attributes(native.text).has_value();
+        const platform::PathAt path = native.at(state_->native_root);
+        const FFSOpenFlags::FLAGS plain = flags & ~FFSOpenFlags::WHOLE_NAME;
+        SFsFile* const file = mode == EFSMode::WRITE ? open_path(this, path, mode, plain | FFSOpenFlags::CREATE, name)
+                                                     : fs::create_for_change(this, path, plain, name);
+        if (file) {
+            entry.keep(true);
+        } else if (!existed) {
+            remove_leftover(native);
+        }
+        return file;
+    });
 }
 
 SFsFile* CWin32_dir::create_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {

@@ -1,41 +1,46 @@
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
+#include <memory>
+#include <new>
 #include <string>
+#include <vector>
 
 #include <engine/filesystem/access/search.h>
 #include <engine/filesystem/sources/directory.h>
 
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/name_list.h"
-#include "engine/filesystem/contract/set_error.h"
-#include "engine/filesystem/sources/directory/state.h"
+#include "engine/filesystem/sources/directory/mount/state.h"
+
+// Lists come in the order of 65,536 buckets chosen by a hash of the name, and within a bucket in that of entry: callers
+// see it, so it stays, though nothing is kept in buckets.
 
 namespace {
 
-using fs::FileTable;
+using fs::NameTable;
 
-// Files in the order of the buckets, and within a bucket in that of insertion.
-class InBucketOrder {
-public:
-    explicit InBucketOrder(const FileTable& table) : table_(table) {}
-    /// False when memory cannot be had.
-    [[nodiscard]] bool add(std::uint32_t file) {
-        return keys_.push(std::uint64_t{FileTable::bucket(table_.name(file))} << 32 | table_.order(file));
+std::uint32_t bucket_of(std::string_view name) {
+    std::uint32_t hash = 0x100001;
+    for (const char c : name) hash = hash * 33 ^ static_cast<std::uint32_t>(static_cast<signed char>(c));
+    return hash & 0xFFFF;
+}
+
+// The wanted files in the order of the buckets.
+template <class Wanted>
+std::vector<std::uint32_t> collect(const NameTable& table, Wanted&& wanted) {
+    std::vector<std::uint64_t> keys;
+    for (std::uint32_t file = table.first(); file != NameTable::none; file = table.next(file)) {
+        if (wanted(file)) keys.push_back(std::uint64_t{bucket_of(table.name(file))} << 32 | file);
     }
-    void sort() { std::sort(keys_.begin(), keys_.end()); }
-    std::size_t size() const { return keys_.size(); }
-    std::uint32_t operator[](std::size_t index) const { return table_.at(static_cast<std::uint32_t>(keys_[index])); }
-
-private:
-    const FileTable& table_;
-    fs::PodArray<std::uint64_t> keys_;
-};
+    std::sort(keys.begin(), keys.end());
+    return {keys.begin(), keys.end()};  // without the buckets
+}
 
 // Whether files of a directory are wanted, asked once for each run of files of one directory.
 template <class Wanted>
 class DirectoryFilter {
 public:
-    DirectoryFilter(const FileTable& table, Wanted wanted) : table_(table), wanted_(wanted) {}
+    DirectoryFilter(const NameTable& table, Wanted wanted) : table_(table), wanted_(wanted) {}
     bool operator()(std::uint32_t file) {
         const std::uint32_t dir = table_.dir_number(file);
         if (dir != last_dir_) {
@@ -46,59 +51,44 @@ public:
     }
 
 private:
-    const FileTable& table_;
+    const NameTable& table_;
     Wanted wanted_;
-    std::uint32_t last_dir_ = FileTable::none;
+    std::uint32_t last_dir_ = NameTable::none;
     bool last_answer_ = false;
 };
 
-template <class Wanted>
-bool collect(const FileTable& table, Wanted&& wanted, InBucketOrder& out) {
-    for (std::uint32_t file = table.first(); file != FileTable::none; file = table.next(file)) {
-        if (wanted(file) && !out.add(file)) return false;
-    }
-    out.sort();
-    return true;
-}
-
 // A node whose name stands in a block of the size of every path buffer; left empty when the name does not fit.
 FS_NAME* new_roomy_name(std::string_view dir, std::string_view name, FS_NAME* next) {
-    char* text = static_cast<char*>(std::malloc(fs::path_capacity));
     auto* node = static_cast<FS_NAME*>(std::malloc(sizeof(FS_NAME)));
+    char* text = static_cast<char*>(std::malloc(fs::path_capacity));
     if (!text || !node) {
         std::free(text);
         std::free(node);
         return nullptr;
     }
-    const bool fits = dir.size() + name.size() < fs::path_capacity;
-    if (fits) {
-        dir.copy(text, dir.size());
-        name.copy(text + dir.size(), name.size());
+    std::size_t length = 0;
+    if (dir.size() + name.size() < fs::path_capacity) {
+        length = dir.copy(text, dir.size());
+        length += name.copy(text + length, name.size());
     }
-    text[fits ? dir.size() + name.size() : 0] = '\0';
-    node->name = text;
-    node->next = next;
+    text[length] = '\0';
+    *node = {.name = text, .next = next};
     return node;
 }
 
-// Puts each file at the front of a list, and tells the search callback.
+// Puts each file at the front of a list, and tells the search callback. A list comes whole or not at all.
 template <class MakeNode>
-FS_NAME* list_of(const FileTable& table, const InBucketOrder& files, MakeNode&& make_node) {
+FS_NAME* list_of(const NameTable& table, const std::vector<std::uint32_t>& files, MakeNode&& make_node) {
     const fs::search_callback callback = fs::get_search_callback();
-    FS_NAME* head = nullptr;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        const std::string_view dir = table.dir(files[i]);
-        const std::string_view name = table.name(files[i]);
-        FS_NAME* node = make_node(dir, name, head);
-        if (!node) {
-            fs::free_names(head);
-            fs::set_error(EFSError::OUT_OF_MEMORY, "", "There is no memory for the names that were found.");
-            return nullptr;
-        }
-        head = node;
-        if (callback) callback(std::string(dir).c_str(), std::string(name).c_str());
+    std::unique_ptr<FS_NAME, decltype(&fs::free_names)> head(nullptr, fs::free_names);
+    for (const std::uint32_t file : files) {
+        FS_NAME* const node = make_node(table.dir(file), table.name(file), head.get());
+        if (!node) throw std::bad_alloc();
+        head.release();
+        head.reset(node);
+        if (callback) callback(std::string(table.dir(file)).c_str(), std::string(table.name(file)).c_str());
     }
-    return head;
+    return head.release();
 }
 
 bool has_extension(std::string_view name, const char* ext) {
@@ -107,50 +97,48 @@ bool has_extension(std::string_view name, const char* ext) {
     return (dot == std::string_view::npos ? std::string_view() : name.substr(dot)) == ext;
 }
 
-void add_line(ztl::vector<fs::string>& lines, int index, const char* root, const FileTable& table, std::uint32_t file) {
-    fs::string line = std::to_string(index) + ". " + root;
-    line.append(table.dir(file)).append(table.name(file));
-    lines.push_back(std::move(line));
-}
-
 }  // namespace
 
-FS_NAME* CWin32_dir::get_file_list(const char* dir, const char* mask, bool flag) {
-    const FileTable& table = *state_->table;
-    DirectoryFilter in_dir(table, [&](std::string_view held) { return fs::directory_answers(held, dir, flag); });
-    InBucketOrder files(table);
-    const auto wanted = [&](std::uint32_t file) { return in_dir(file) && fs::name_matches(table.name(file), mask); };
-    if (!collect(table, wanted, files)) return nullptr;
-    return list_of(table, files, fs::new_name);
+FS_NAME* CWin32_dir::get_file_list(const char* dir, const char* mask, bool recursive) {
+    return fs::guarded(dir, static_cast<FS_NAME*>(nullptr), [&] {
+        const NameTable& table = state_->names->table;
+        DirectoryFilter in_dir(table,
+                               [&](std::string_view held) { return fs::directory_answers(held, dir, recursive); });
+        const auto wanted = [&](std::uint32_t file) {
+            return in_dir(file) && fs::name_matches(table.name(file), mask);
+        };
+        return list_of(table, collect(table, wanted), fs::new_name);
+    });
 }
 
 FS_NAME* CWin32_dir::search_substring(const char* text) {
     if (!text || *text == '\0') return nullptr;
-    const FileTable& table = *state_->table;
-    DirectoryFilter contains(table, [&](std::string_view held) {
-        return held.substr(0, held.size() - (held.empty() ? 0 : 1)).find(text) != std::string_view::npos;
+    return fs::guarded(text, static_cast<FS_NAME*>(nullptr), [&] {
+        const NameTable& table = state_->names->table;
+        DirectoryFilter contains(table, [&](std::string_view held) {
+            return held.substr(0, held.size() - (held.empty() ? 0 : 1)).find(text) != std::string_view::npos;
+        });
+        return list_of(table, collect(table, contains), new_roomy_name);
     });
-    InBucketOrder files(table);
-    if (!collect(table, contains, files)) return nullptr;
-    return list_of(table, files, new_roomy_name);
 }
 
 void CWin32_dir::dump(ztl::vector<fs::string>& lines, const char* ext) {
     // Each file of a name is told with all later ones, so the lines grow with the square of their number; a tree made to
     // exhaust memory that way stops here.
     constexpr std::size_t line_limit = 1'000'000;
-    const FileTable& table = *state_->table;
-    InBucketOrder files(table);
-    const auto wanted = [&](std::uint32_t file) {
-        return table.next_of_name(file) != FileTable::none && has_extension(table.name(file), ext);
-    };
-    if (!collect(table, wanted, files)) return;
-    const std::size_t end = lines.size() + line_limit;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        int index = 0;
-        for (std::uint32_t file = files[i]; file != FileTable::none; file = table.next_of_name(file)) {
-            if (lines.size() >= end) return;
-            add_line(lines, index++, root_dir(), table, file);
+    fs::guarded(root_dir(), [&] {
+        const NameTable& table = state_->names->table;
+        const auto wanted = [&](std::uint32_t file) {
+            return table.next_of_name(file) != NameTable::none && has_extension(table.name(file), ext);
+        };
+        const std::size_t end = lines.size() + line_limit;
+        for (const std::uint32_t first : collect(table, wanted)) {
+            int index = 0;
+            for (std::uint32_t file = first; file != NameTable::none; file = table.next_of_name(file)) {
+                if (lines.size() >= end) return;
+                fs::string line = std::to_string(index++) + ". " + root_dir();
+                lines.push_back(line.append(table.dir(file)).append(table.name(file)));
+            }
         }
-    }
+    });
 }

@@ -1,11 +1,12 @@
 #include "engine/filesystem/sources/memory/server_archive.h"
 
+#include <mutex>
 #include <new>
 
 #include <engine/filesystem/registry.h>
 #include <engine/filesystem/sources/memory_archive.h>
 
-#include "engine/platform/sync.h"
+#include "engine/platform/never_destroyed.h"
 
 namespace fs {
 
@@ -13,16 +14,20 @@ namespace {
 
 /// There is one server archive at most; it is null before its making and after a shutdown.
 struct ServerArchive {
-    platform::SlimLock lock;  // guards `archive`; taken before the registry's lock
+    std::mutex lock;  // guards `archive`; taken before the registry's lock
     ZippedDataArchive* archive = nullptr;
 };
 
-constinit ServerArchive server;
+ServerArchive& state() {
+    static platform::NeverDestroyed<ServerArchive> instance;
+    return instance.value;
+}
 
 }  // namespace
 
 ZippedDataArchive* create_server_archive(void* memory, std::uint64_t capacity) {
-    const platform::ExclusiveHold hold(server.lock);
+    ServerArchive& server = state();
+    const std::lock_guard guard(server.lock);
     if (server.archive) return server.archive;
     try {
         auto archive = std::make_unique<ZippedDataArchive>();
@@ -37,12 +42,14 @@ ZippedDataArchive* create_server_archive(void* memory, std::uint64_t capacity) {
 }
 
 ZippedDataArchive* get_server_archive() {
-    const platform::ExclusiveHold hold(server.lock);
+    ServerArchive& server = state();
+    const std::lock_guard guard(server.lock);
     return server.archive;
 }
 
 void destroy_server_archive() {
-    const platform::ExclusiveHold hold(server.lock);
+    ServerArchive& server = state();
+    const std::lock_guard guard(server.lock);
     delete server.archive;
     server.archive = nullptr;
 }

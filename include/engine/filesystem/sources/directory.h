@@ -7,6 +7,7 @@
 #include <engine/filesystem/api.h>
 #include <engine/filesystem/contract/native_source.h>
 #include <engine/filesystem/contract/source.h>
+#include <engine/filesystem/contract/whole_names.h>
 
 namespace fs {
 
@@ -17,11 +18,16 @@ struct DirectoryState;
 /// A native directory tree whose names are read once, when it is mounted, and asked from memory from then on. Only opens,
 /// writes and attribute changes touch the disk. Changes that others make on the disk show after a refresh.
 ///
-/// Look-up  a name is held when file name and directory match; directories match when one is a suffix of the other, and
-///          an empty directory in the question takes the first file of that name. Names are lower case; the spelling
-///          of the disk is kept beside them and used for the disk.
+/// Lookup   a name is held when file name and directory match; directories match when one is a suffix of the other, and
+///          an empty directory in the question takes the first file of that name. A full path below the root means the
+///          file there alone, and one elsewhere nothing. FFSOpenFlags::WHOLE_NAME and exists_whole take the name as it
+///          is. Names are lower case; the spelling of the disk is kept beside them and used for the disk.
+/// Links    are followed, but never to a directory on their own way; one that is reached through another link is followed
+///          only where no link has led so far, so that directories which link to each other end.
+/// Failure  what answers false, null or -1 leaves the reason in fs::last_error and everything as it was; null for a
+///          name that is not held leaves nothing there. Nothing throws.
 /// Threads  as for every source: the registry's lock guards each call. init runs outside it.
-class ENGINE_FS_API CWin32_dir : public CFSSource, public fs::NativeSource {
+class ENGINE_FS_API CWin32_dir : public CFSSource, public fs::NativeSource, public fs::WholeNames {
 public:
     /// `include`: null, or a null-terminated list of the only files (directory and name) that are shown.
     explicit CWin32_dir(EFSSourceType::TYPE type, const char* const* include = nullptr);
@@ -31,13 +37,15 @@ public:
     /// Called before init; null or a text that is another path is passed over.
     void set_native_spelling(const char* root);
 
-    /// False when `root` is empty, when flags hold MUST_EXIST and it is no directory, or when memory runs out. A listing
-    /// with records is replayed without touching the disk; an empty one is filled by the scan.
+    /// False when `root` is empty or too long, when flags hold MUST_EXIST and it is no directory, or without memory. A
+    /// listing with records is replayed without touching the disk; an empty one is filled by the scan. True also where
+    /// directories could not be listed: fs::last_error and one message then say so, and unlisted_directories() how many.
     bool init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir_listing* listing) override;
     void clear() override;
     const fs::path& path() override;
     FFSAddSourceFlags::ENUM flags() override;
-    /// Reads one directory again, without those below it; nothing happens when the tree does not know it.
+    /// Reads one directory again, without those below it; nothing happens when the tree does not know it. What cannot be
+    /// listed keeps its names, here and in refresh; fs::last_error says so.
     void refresh_dir(const char* dir) override;
     void refresh() override;
     bool writable() override;
@@ -45,9 +53,9 @@ public:
     bool exists(const fs::path& p) override;
     void full_path(fs::path& out, const fs::path& p) override;
     void root_path(fs::path& out, const fs::path& p) override;
-    /// In local time.
+    /// In 100 ns since 1601, local time (the fallback answers universal time).
     std::int64_t write_time(const fs::path& p) override;
-    /// `time` is local. True whenever the source holds the file, even if the disk refuses: callers rely on it.
+    /// `time` is counted alike. True whenever the source holds the file, even if the disk refuses: callers rely on it.
     bool set_write_time(const fs::path& p, std::int64_t time) override;
     bool is_protected() override;
     bool read_only(const fs::path& p) override;
@@ -64,10 +72,11 @@ public:
     SFsFile* create_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
     SFsFile* create_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
     bool mkdir(const fs::path& p) override;
-    /// Links are removed themselves, never what they point to.
+    /// Links are removed themselves, never what they point to, also when `p` is one. What cannot be removed stays, and
+    /// fs::last_error names the first of it.
     void rem_dir(const fs::path& p) override;
     bool rem_file(const fs::path& p) override;
-    FS_NAME* get_file_list(const char* dir, const char* mask, bool flag) override;
+    FS_NAME* get_file_list(const char* dir, const char* mask, bool recursive) override;
     /// Each name stands in a block of path_capacity bytes.
     FS_NAME* search_substring(const char* text) override;
     fs::dir* dir_tree() override;
@@ -76,6 +85,8 @@ public:
 
     bool rename_file(const fs::path& from, const fs::path& to) override;
     bool native_path(const fs::path& p, char* out, std::size_t capacity) override;
+    std::uint32_t unlisted_directories() override;
+    bool exists_whole(const fs::path& p) override;
 
 private:
     SFsFile* open_existing(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags);

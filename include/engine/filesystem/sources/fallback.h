@@ -1,17 +1,21 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include <engine/filesystem/api.h>
 #include <engine/filesystem/contract/native_source.h>
 #include <engine/filesystem/contract/source.h>
+#include <engine/filesystem/contract/whole_names.h>
 
 /// Answers from the native file system at the moment it is asked, without a table; a path is taken as the disk's own
-/// (its case matters on no system). It stands last in the list and is always writable; it creates nothing.
+/// (its case matters on no system), whole and never by its end. It stands last in the list and is always writable; it
+/// creates nothing.
 ///
-/// Times are universal here, where the directory source speaks of local time.
+/// Times    in 100 ns since 1601, universal, where the directory source speaks of local time.
+/// Failure  what answers false, null or -1 leaves the reason in fs::last_error. Nothing throws.
 /// Threads  any; it has no state that changes after init.
-class ENGINE_FS_API CWin32_fallback : public CFSSource, public fs::NativeSource {
+class ENGINE_FS_API CWin32_fallback : public CFSSource, public fs::NativeSource, public fs::WholeNames {
 public:
     CWin32_fallback();
     ~CWin32_fallback() override;
@@ -42,17 +46,22 @@ public:
     SFsFile* create_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
     SFsFile* create_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
     bool mkdir(const fs::path& p) override;
-    /// Items that begin with "#" stay, and then so does the directory. Links are removed themselves.
+    /// Items that begin with "#" stay, and then so does the directory. Links are removed themselves, also when `p` is
+    /// one. fs::last_error names the first thing that could not be removed. A directory below is removed by the same
+    /// operation, so that a derived class hears of it.
     void rem_dir(const fs::path& p) override;
     bool rem_file(const fs::path& p) override;
-    FS_NAME* get_file_list(const char* dir, const char* mask, bool flag) override;
+    FS_NAME* get_file_list(const char* dir, const char* mask, bool recursive) override;
     FS_NAME* search_substring(const char* text) override;
     fs::dir* dir_tree() override;
 
     bool rename_file(const fs::path& from, const fs::path& to) override;
     bool native_path(const fs::path& p, char* out, std::size_t capacity) override;
+    bool exists_whole(const fs::path& p) override;
 
 private:
+    bool remove_items(std::string_view dir);
+
     fs::path root_;
     FFSAddSourceFlags::ENUM flags_ = FFSAddSourceFlags::NONE;
 };

@@ -7,25 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "tests/sources/kit.h"
 #include "tests/support/temp_directory.h"
 
 namespace {
 
 using testing::UnorderedElementsAre;
-
-fs::path as_dir(const std::string& text) {
-    fs::path dir;
-    dir.Set(text.c_str(), "", true);
-    return dir;
-}
-
-std::vector<std::string> all(CFSSource& source) {
-    std::vector<std::string> names;
-    FS_NAME* list = source.get_file_list(nullptr, nullptr, true);
-    for (const FS_NAME* name = list; name; name = name->next) names.emplace_back(name->name);
-    fs::free_names(list);
-    return names;
-}
 
 TEST(DirectorySourceLinks, AreFollowedButNotRoundInACircle) {
     TempDirectory disk;
@@ -37,7 +24,23 @@ TEST(DirectorySourceLinks, AreFollowedButNotRoundInACircle) {
     std::filesystem::create_symlink(disk / "nowhere", disk / "broken");
     CWin32_dir source(EFSSourceType::DIR);
     ASSERT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
-    EXPECT_THAT(all(source), UnorderedElementsAre("a/f", "twin/f", "file"));
+    EXPECT_THAT(all_names(source), UnorderedElementsAre("a/f", "twin/f", "file"));
+}
+
+TEST(DirectorySourceLinks, ThatLeadToEachOtherEndAndThoseToOnePlaceAllCount) {
+    TempDirectory disk;
+    for (const char from : std::string("12345678")) {
+        disk.write(std::string("d") + from + "/f", "1");
+        for (const char to : std::string("12345678")) {
+            std::filesystem::create_directory_symlink(disk / (std::string("d") + to),
+                                                      disk / (std::string("d") + from + "/l" + to));
+        }
+    }
+    CWin32_dir source(EFSSourceType::DIR);
+    ASSERT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
+    // Eight directories, seven links in each, and a chain that reached six of them for the first time.
+    EXPECT_EQ(all_names(source).size(), 8u + 8 * 7 + 6);
+    for (const char* name : {"d1/l8/f", "d8/l1/f", "d5/l4/f"}) EXPECT_TRUE(source.exists_whole(fs::path(name, true)));
 }
 
 TEST(DirectorySourceLinks, AreRemovedThemselvesWithATree) {
@@ -47,17 +50,23 @@ TEST(DirectorySourceLinks, AreRemovedThemselvesWithATree) {
     std::filesystem::create_directory_symlink(disk / "target", disk / "tree/link");
     CWin32_dir source(EFSSourceType::DIR);
     ASSERT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
-    source.rem_dir(as_dir("tree"));
-    EXPECT_FALSE(disk.exists("tree"));
-    EXPECT_TRUE(disk.exists("target/f"));
-    EXPECT_THAT(all(source), UnorderedElementsAre("target/f"));
-
-    disk.write("tree/own", "1");
-    std::filesystem::create_directory_symlink(disk / "target", disk / "tree/link");
+    source.rem_dir(as_dir("tree/link"));
+    EXPECT_THAT(all_names(source), UnorderedElementsAre("target/f", "tree/own"));
+    EXPECT_EQ(source.dir_tree()->find("tree/link"), nullptr);
     CWin32_fallback fallback;
-    fallback.rem_dir(as_dir(disk / "tree"));
-    EXPECT_FALSE(disk.exists("tree"));
-    EXPECT_TRUE(disk.exists("target/f"));
+    for (CFSSource* remover : std::initializer_list<CFSSource*>{&source, &fallback}) {
+        const std::string root = remover == &source ? "" : disk.path() + "/";
+        disk.write("tree/own", "1");
+        std::filesystem::create_directory_symlink(disk / "target", disk / "tree/link");
+        std::filesystem::create_directory_symlink(disk / "target", disk / "alone");
+        source.refresh();
+        remover->rem_dir(as_dir(root + "alone"));
+        remover->rem_dir(as_dir(root + "tree"));
+        EXPECT_FALSE(std::filesystem::is_symlink(disk / "alone"));
+        EXPECT_FALSE(disk.exists("tree"));
+        EXPECT_TRUE(disk.exists("target/f"));
+        if (remover == &source) EXPECT_THAT(all_names(source), UnorderedElementsAre("target/f"));
+    }
 }
 
 TEST(DirectorySourceLinks, NamesWithABackslashArePassedOver) {
@@ -66,7 +75,7 @@ TEST(DirectorySourceLinks, NamesWithABackslashArePassedOver) {
     disk.write("b", "1");
     CWin32_dir source(EFSSourceType::DIR);
     ASSERT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
-    EXPECT_THAT(all(source), UnorderedElementsAre("b"));
+    EXPECT_THAT(all_names(source), UnorderedElementsAre("b"));
 }
 
 TEST(DirectorySourceLinks, TwoSpellingsOfOneNameAreTwoFilesOfWhichTheFirstIsFound) {
@@ -75,24 +84,8 @@ TEST(DirectorySourceLinks, TwoSpellingsOfOneNameAreTwoFilesOfWhichTheFirstIsFoun
     disk.write("d/file", "lower");
     CWin32_dir source(EFSSourceType::DIR);
     ASSERT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
-    EXPECT_THAT(all(source), UnorderedElementsAre("d/file", "d/file"));
-    SFsFile* file = source.open_read(fs::path("d/file", true), FFSOpenFlags::NONE);
-    ASSERT_NE(file, nullptr);
-    char bytes[5];
-    EXPECT_EQ(fs::read(file, bytes, 5), 5u);
-    EXPECT_EQ(std::string(bytes, 5), "upper");
-    fs::close(file);
-}
-
-TEST(DirectorySourceLinks, AnUnreadableDirectoryContributesNothing) {
-    TempDirectory disk;
-    disk.write("open/f", "1");
-    disk.write("shut/f", "1");
-    std::filesystem::permissions(disk / "shut", std::filesystem::perms::none);
-    CWin32_dir source(EFSSourceType::DIR);
-    EXPECT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
-    EXPECT_TRUE(source.exists(fs::path("open/f", true)));
-    std::filesystem::permissions(disk / "shut", std::filesystem::perms::owner_all);
+    EXPECT_THAT(all_names(source), UnorderedElementsAre("d/file", "d/file"));
+    EXPECT_EQ(read_all(source.open_read(as_path("d/file"), FFSOpenFlags::NONE)), "upper");
 }
 
 }  // namespace

@@ -1,0 +1,119 @@
+#include <array>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "engine/filesystem/sources/directory/mount/cache_service.h"
+#include "engine/filesystem/sources/directory/mount/state.h"
+#include "engine/platform/modules.h"
+
+// A companion module may keep listings of whole trees in memory and serve a mount from them. Everything about it is
+// optional and silent: whatever is missing or refused means that the mount is not served and the disk is scanned.
+
+namespace fs {
+
+namespace {
+
+enum Entry : std::size_t { CREATE_MOUNT_POINT = 0, INIT = 8, IS_SERVICE_RUNNING = 12, ENTRY_COUNT = 14 };
+
+// A module that lacks any of them is of another version, and is not used.
+constexpr std::array<const char*, ENTRY_COUNT> entry_names = {"fscCreateMountPoint",
+                                                              "fscDestroyMountPoint",
+                                                              "fscGetNumMountPoints",
+                                                              "fscGetMountPoint",
+                                                              "fscCreateMountPointsChangedSemaphore",
+                                                              "fscNotifyAdd",
+                                                              "fscNotifyRemove",
+                                                              "fscNotifyRename",
+                                                              "fscInit",
+                                                              "fscGetMemStats",
+                                                              "fscCompact",
+                                                              "fscDumpBlocks",
+                                                              "fscIsServiceRunning",
+                                                              "fscServiceRunning"};
+
+class CacheService {
+public:
+    explicit CacheService(const char* module) : module_(platform::load_module(module)) {
+        is_complete_ = module_ && resolve();
+    }
+    CacheService(const CacheService&) = delete;
+    CacheService& operator=(const CacheService&) = delete;
+    ~CacheService() {
+        if (module_) platform::unload_module(module_);
+    }
+
+    bool is_running() const {
+        return is_complete_ && call<bool (*)()>(INIT)() && call<bool (*)()>(IS_SERVICE_RUNNING)();
+    }
+    ICacheServiceMountPoint* create_mount_point(const char* path) const {
+        return call<ICacheServiceMountPoint* (*)(const char*, int)>(CREATE_MOUNT_POINT)(path, 1);
+    }
+
+private:
+    bool resolve() {
+        for (std::size_t i = 0; i < ENTRY_COUNT; ++i) {
+            entries_[i] = platform::find_symbol(module_, entry_names[i]);
+            if (!entries_[i]) return false;
+        }
+        return true;
+    }
+    template <class Function>
+    Function call(Entry entry) const {
+        return reinterpret_cast<Function>(entries_[entry]);
+    }
+
+    platform::Module* module_;
+    std::array<void*, ENTRY_COUNT> entries_{};
+    bool is_complete_ = false;
+};
+
+// Whether a scan would pass over the item or a directory on the way to it. Where the scan begins is not asked.
+bool is_hidden(const fs::path& item, std::size_t start) {
+    const std::string_view dir = item.PathNameView();
+    if (item.FileNameView().front() == '#') return true;
+    if (dir.size() <= start) return false;
+    return dir[start] == '#' || dir.find("/#", start) != std::string_view::npos;
+}
+
+// An item is kept as the service spells it; one without a name, or that leads out of the root, is passed over.
+void enter_item(const DirectoryState& state, MountedNames& to, const char* name) {
+    const std::string full = state.start + (name ? name : "");
+    const fs::path item(full.c_str(), false);
+    if (item.EmptyFile() || climbs(item.PathNameView()) || is_hidden(item, state.start.size())) return;
+    state.enter(to, to.table.intern_dir(item.PathNameView()), item.FileNameView());
+}
+
+// Lets go of one of the module's objects however the listing ends. They are known by the order of their operations alone,
+// so a check of their C++ type would fail, here and where they are used.
+template <class Object>
+class Released {
+public:
+    explicit Released(Object* object) : object_(object) {}
+    Released(const Released&) = delete;
+    Released& operator=(const Released&) = delete;
+    __attribute__((no_sanitize("vptr"))) ~Released() {
+        if (object_) object_->release();
+    }
+    Object* operator->() const { return object_; }
+    explicit operator bool() const { return object_ != nullptr; }
+
+private:
+    Object* object_;
+};
+
+}  // namespace
+
+__attribute__((no_sanitize("vptr"))) bool fill_from_cache_service(const DirectoryState& state, MountedNames& to,
+                                                                  const char* module) {
+    const CacheService service(module);
+    if (!service.is_running()) return false;
+    const std::string path = state.native_root.text + state.start;
+    const Released mount_point(service.create_mount_point(path.c_str()));
+    if (!mount_point) return false;
+    const Released items(mount_point->enumerate());
+    for (; items && items->valid(); items->next()) enter_item(state, to, items->item_name());
+    return true;
+}
+
+}  // namespace fs

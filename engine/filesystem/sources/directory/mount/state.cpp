@@ -1,0 +1,145 @@
+#include "engine/filesystem/sources/directory/mount/state.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/set_error.h"
+#include "engine/kernel/text.h"
+#include "engine/platform/directories.h"
+
+namespace fs {
+
+std::unique_ptr<MountedNames> DirectoryState::no_names() const {
+    auto made = std::make_unique<MountedNames>(native_root.view());
+    if (start.empty()) return made;
+    std::string name = start.substr(0, start.size() - 1);
+    fold_text(name.data(), name.size());
+    made->tree.set_name(name.c_str());
+    return made;
+}
+
+void DirectoryState::enter(MountedNames& to, std::uint32_t dir, std::string_view spelled_name) const {
+    const std::string_view dir_text = to.table.dir_text(dir);
+    if (native_root.length + dir_text.size() + spelled_name.size() > platform::max_path_bytes) return;
+    if (!include.empty()) {
+        std::string full = std::string(dir_text).append(spelled_name);
+        fold_text(full.data(), full.size());
+        if (!std::binary_search(include.begin(), include.end(), full)) return;
+    }
+    to.table.add(dir, spelled_name, 1);
+}
+
+std::uint32_t DirectoryState::find(const fs::path& p, bool whole) const {
+    std::string_view dir = p.PathNameView();
+    switch (place_of(native_root, dir)) {
+        case Place::OUTSIDE:
+            return NameTable::none;
+        case Place::INSIDE:
+            return names->table.find_exact(dir, p.FileNameView());
+        case Place::RELATIVE:
+            break;
+    }
+    return whole ? names->table.find_exact(dir, p.FileNameView()) : names->table.find(dir, p.FileNameView());
+}
+
+std::uint32_t DirectoryState::find_to_change(const fs::path& p) const {
+    const std::uint32_t exact = find(p, true);
+    return exact != NameTable::none ? exact : find(p);
+}
+
+/// The directory as the tree counts it: below the start, whose own node is the root. False when it does not fit.
+bool DirectoryState::tree_path(std::string_view dir, TreePath& out) const {
+    const std::size_t length = start.empty() ? 0 : start.size() - 1;
+    if (length != 0 && dir.size() >= length &&
+        kernel::equal_folded(dir.substr(0, length), std::string_view(start).substr(0, length)) &&
+        (dir.size() == length || dir[length] == '/')) {
+        dir.remove_prefix(std::min(dir.size(), start.size()));
+    }
+    if (dir.size() >= sizeof out) return false;
+    out[dir.copy(out, dir.size())] = '\0';
+    return true;
+}
+
+fs::dir* DirectoryState::find_node(MountedNames& in, std::string_view dir) const {
+    TreePath path;
+    return tree_path(dir, path) ? in.tree.find(path) : nullptr;
+}
+
+void DirectoryState::remove_node(std::string_view dir) {
+    TreePath path;
+    if (tree_path(dir, path) && path[0] != '\0') names->tree.remove(path);
+}
+
+fs::dir& DirectoryState::make_node(MountedNames& in, std::string_view dir) const {
+    TreePath path;
+    fs::dir* const node = tree_path(dir, path) ? in.tree.add_path(path) : &in.tree;
+    if (node == nullptr) throw std::bad_alloc();
+    return *node;
+}
+
+void replace_directory(DirectoryState& state, std::string_view dir, const MountedNames& read) {
+    MountedNames& names = *state.names;
+    NameTable& table = names.table;
+    if (!read.unlisted.empty()) {
+        names.unlisted.insert(read.unlisted.begin(), read.unlisted.end());
+        names.unlisted_error = read.unlisted_error;
+        return;
+    }
+    std::vector<std::uint32_t> gone;
+    for (std::uint32_t file = table.first(); file != NameTable::none; file = table.next(file)) {
+        if (table.dir(file) == dir) gone.push_back(file);
+    }
+    std::vector<std::uint32_t> added;
+    added.reserve(read.table.size());
+    try {
+        for (std::uint32_t file = read.table.first(); file != NameTable::none; file = read.table.next(file)) {
+            const std::uint32_t to = table.intern_dir(read.table.spelled_dir(file));
+            added.push_back(table.add(to, read.table.spelled_name(file), read.table.value(file)));
+        }
+    } catch (...) {
+        for (const std::uint32_t file : added) table.remove(file);
+        throw;
+    }
+    for (const std::uint32_t file : gone) table.remove(file);
+    names.unlisted.erase(std::string(dir));
+    table.compact();
+}
+
+bool NewEntry::enter(const NativePath& made, std::size_t name_length, Spelling spelling) {
+    NameTable& table = state_.names->table;
+    NativePath spelled = made;
+    if (!platform::resolve_case(made.text, spelled.text)) return refuse_by_disk(made.text, "cannot be looked for");
+    if (spelling == Spelling::OF_CALLER) {
+        const std::size_t dir_length = made.length - name_length;
+        made.view().substr(dir_length).copy(spelled.text + dir_length, name_length);
+    }
+    const std::string_view below = spelled.below_root();
+    const std::string_view dir = below.substr(0, below.size() - name_length);
+    const std::string_view name = below.substr(dir.size());
+    NativePath lower = spelled;
+    fold_text(lower.text, lower.length);
+    const std::string_view lower_dir = lower.below_root().substr(0, dir.size());
+    state_.make_node(*state_.names, lower_dir);
+    known_ = table.find_exact(lower_dir, lower.below_root().substr(dir.size()));
+    if (known_ != NameTable::none && table.spelled_name(known_) == name && table.spelled_dir(known_) == dir)
+        return true;
+    added_ = table.add(table.intern_dir(dir), name, 0);
+    return true;
+}
+
+NewEntry::~NewEntry() {
+    if (!is_kept_ && added_ != NameTable::none) state_.names->table.remove(added_);
+}
+
+void NewEntry::keep(bool installed, std::uint32_t renamed) {
+    NameTable& table = state_.names->table;
+    is_kept_ = true;
+    table.set_value(added_ != NameTable::none ? added_ : known_, installed ? 1 : 0);
+    if (renamed != NameTable::none && renamed != known_) table.remove(renamed);
+    if (added_ != NameTable::none && known_ != NameTable::none) table.remove(known_);
+    table.compact();
+}
+
+}  // namespace fs

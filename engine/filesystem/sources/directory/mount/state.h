@@ -1,0 +1,107 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <engine/filesystem/contract/flags.h>
+#include <engine/filesystem/contract/names.h>
+#include <engine/filesystem/contract/path.h>
+
+#include "engine/filesystem/sources/names/name_table.h"
+#include "engine/filesystem/sources/paths.h"
+#include "engine/platform/error.h"
+
+namespace fs {
+
+/// What a mount read: files, directories, and what it could not read. A file's value in the table is 1 when it is marked
+/// as installed, else 0.
+struct MountedNames {
+    explicit MountedNames(std::string_view root) : table(root) {}
+
+    NameTable table;
+    fs::dir tree;  // its root stands for the start
+    /// Directories that could not be listed (lower case, "" or ending in "/"), and why the latest of them.
+    std::set<std::string, std::less<>> unlisted;
+    platform::Error unlisted_error;
+};
+
+/// What a directory source holds. Its methods throw std::bad_alloc unless they say otherwise.
+struct DirectoryState {
+    EFSSourceType::TYPE type = EFSSourceType::DIR;
+    FFSAddSourceFlags::ENUM flags = FFSAddSourceFlags::NONE;
+    bool is_protected = false;
+    bool allow_write = true;
+    fs::path root;                        // as given to init
+    fs::path native;                      // the directory that relative directories are appended to, in lower case
+    std::string spelling;                 // how the disk spells the root, as start-up told; may be empty
+    NativeRoot native_root;               // `native` as the disk spells it
+    std::string start;                    // relative directory at which the scan begins, as the disk spells it
+    std::vector<std::string> include;     // full names of the only files to show, sorted; empty: all
+    std::unique_ptr<MountedNames> names;  // never null
+
+    /// No names yet; the tree's root bears the start's name.
+    std::unique_ptr<MountedNames> no_names() const;
+    /// Enters a file unless the include list leaves it out or its native path would be too long.
+    void enter(MountedNames& to, std::uint32_t dir, std::string_view spelled_name) const;
+
+    /// The file that the source holds under `p`, or NameTable::none. `whole`: only under exactly this name. Never throws;
+    /// so the rest.
+    std::uint32_t find(const fs::path& p, bool whole = false) const;
+    /// The same for what changes a file: the one of exactly this name where there is one.
+    std::uint32_t find_to_change(const fs::path& p) const;
+    bool native_path(std::uint32_t file, NativePath& out) const {
+        const NameTable& table = names->table;
+        return build_native_path(native_root, table.spelled_dir(file), table.spelled_name(file), out);
+    }
+    /// The native path under which `p` would be made. False when it leads out of the source or does not fit.
+    bool native_path(const fs::path& p, NativePath& out) const {
+        std::string_view dir = p.PathNameView();
+        return place_of(native_root, dir) != Place::OUTSIDE &&
+               build_native_path(native_root, dir, p.FileNameView(), out);
+    }
+
+    /// The tree's node of a lower-case relative directory, with or without its last "/"; null when there is none.
+    fs::dir* find_node(MountedNames& in, std::string_view dir) const;
+    void remove_node(std::string_view dir);
+    /// The same, made when it is missing.
+    fs::dir& make_node(MountedNames& in, std::string_view dir) const;
+
+private:
+    using TreePath = char[path_capacity];
+    bool tree_path(std::string_view dir, TreePath& out) const;
+};
+
+/// Puts the files of one directory, freshly read into `read`, in the place of those that the source held there; those below
+/// it stay. When it could not be listed the old ones stay too. May throw std::bad_alloc, and then nothing has changed.
+void replace_directory(DirectoryState& state, std::string_view dir, const MountedNames& read);
+
+/// A file that is about to be made or renamed to: entered first, so that what can fail has failed before the disk is
+/// changed, and taken out again unless the disk does its part.
+class NewEntry {
+public:
+    enum class Spelling : std::uint8_t { OF_DISK, OF_CALLER };  // of the name, where the disk has one in another case
+
+    explicit NewEntry(DirectoryState& state) : state_(state) {}
+    NewEntry(const NewEntry&) = delete;
+    NewEntry& operator=(const NewEntry&) = delete;
+    ~NewEntry();
+
+    /// `made` is the native path; directories keep the disk's spelling. False, with the error set, when the disk cannot
+    /// tell it. May throw std::bad_alloc.
+    [[nodiscard]] bool enter(const NativePath& made, std::size_t name_length, Spelling spelling);
+    /// The file was made: from now on the table answers with it alone, and no longer with `renamed`. Never throws.
+    void keep(bool installed, std::uint32_t renamed = NameTable::none);
+
+private:
+    DirectoryState& state_;
+    std::uint32_t known_ = NameTable::none;  // a file of the same name that the table held before
+    std::uint32_t added_ = NameTable::none;  // unless that one serves
+    bool is_kept_ = false;
+};
+
+}  // namespace fs

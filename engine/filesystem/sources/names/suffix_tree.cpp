@@ -1,0 +1,129 @@
+#include "engine/filesystem/sources/names/suffix_tree.h"
+
+#include <algorithm>
+
+namespace fs {
+
+namespace {
+
+/// How many characters before `text_end` equal the end of `rest`, at most `length`.
+std::size_t common_length(const char* text_end, std::size_t length, std::string_view rest) {
+    const std::size_t limit = std::min(length, rest.size());
+    std::size_t common = 0;
+    while (common < limit && *(text_end - 1 - common) == rest[rest.size() - 1 - common]) ++common;
+    return common;
+}
+
+std::uint64_t hash_of_child(std::uint32_t parent, char first) {
+    return (std::uint64_t{parent} << 8 | static_cast<unsigned char>(first)) * 0x9E3779B97F4A7C15u;
+}
+
+}  // namespace
+
+std::size_t SuffixTree::child_slot(std::uint32_t parent, char first) const {
+    return children_.find(hash_of_child(parent, first), [&](std::uint32_t child) {
+        return nodes_[child].parent == parent && nodes_[child].first == first;
+    });
+}
+
+std::uint32_t SuffixTree::add_leaf(const char* characters, std::uint32_t parent, std::uint32_t text_end,
+                                   std::size_t length) {
+    const auto leaf = static_cast<std::uint32_t>(nodes_.size());
+    nodes_.push_back({.text_end = text_end,
+                      .length = static_cast<std::uint16_t>(length),
+                      .first = characters[text_end - 1],
+                      .parent = parent,
+                      .next_sibling = nodes_[parent].first_child});
+    nodes_[parent].first_child = leaf;
+    children_.insert(hash_of_child(parent, nodes_[leaf].first), leaf);
+    return leaf;
+}
+
+/// Puts a node above `child` that takes the first `length` of its characters.
+std::uint32_t SuffixTree::split(const char* characters, std::uint32_t child, std::size_t length) {
+    const auto upper = static_cast<std::uint32_t>(nodes_.size());
+    Node above = nodes_[child];
+    std::uint32_t* link = &nodes_[above.parent].first_child;
+    while (*link != child) link = &nodes_[*link].next_sibling;
+    *link = upper;
+    children_.set(child_slot(above.parent, above.first), upper);
+    Node& below = nodes_[child];
+    below.text_end -= static_cast<std::uint32_t>(length);
+    below.length = static_cast<std::uint16_t>(below.length - length);
+    below.first = characters[below.text_end - 1];
+    below.parent = upper;
+    below.next_sibling = none;
+    above.length = static_cast<std::uint16_t>(length);
+    above.is_shared = false;
+    above.exact = none;
+    above.first_child = child;
+    nodes_.push_back(above);
+    children_.insert(hash_of_child(upper, nodes_[child].first), child);
+    return upper;
+}
+
+void SuffixTree::insert(const char* characters, std::uint32_t offset, std::size_t length, std::uint32_t number) {
+    // One leaf and one split at most, so that nothing below can fail half way.
+    if (nodes_.capacity() - nodes_.size() < 2) nodes_.reserve(nodes_.size() * 2 + 2);
+    children_.make_room(2);
+    std::uint32_t node = 0;
+    nodes_[0].least = std::min(nodes_[0].least, number);
+    while (length > 0) {
+        const auto end = static_cast<std::uint32_t>(offset + length);
+        std::uint32_t child = find_child(node, characters[end - 1]);
+        if (child == none) child = add_leaf(characters, node, end, length);
+        const std::size_t common =
+            common_length(characters + nodes_[child].text_end, nodes_[child].length, {characters + offset, length});
+        if (common < nodes_[child].length) child = split(characters, child, common);
+        nodes_[child].least = std::min(nodes_[child].least, number);
+        node = child;
+        length -= common;
+    }
+    nodes_[node].is_shared = nodes_[node].exact != none;
+    nodes_[node].exact = std::min(nodes_[node].exact, number);
+}
+
+std::uint32_t SuffixTree::find(const char* characters, std::string_view dir) const {
+    std::uint32_t best = none;
+    for (std::uint32_t node = 0; !dir.empty();) {
+        const std::uint32_t child = find_child(node, dir.back());
+        if (child == none) return best;
+        const Node& next = nodes_[child];
+        const std::size_t common = common_length(characters + next.text_end, next.length, dir);
+        if (common == dir.size()) return std::min(best, next.least);
+        if (common < next.length) return best;
+        best = std::min(best, next.exact);
+        node = child;
+        dir.remove_suffix(common);
+    }
+    return none;
+}
+
+std::uint32_t SuffixTree::find_node(const char* characters, std::string_view dir) const {
+    std::uint32_t node = 0;
+    while (!dir.empty()) {
+        node = find_child(node, dir.back());
+        if (node == none) return none;
+        const Node& next = nodes_[node];
+        if (common_length(characters + next.text_end, next.length, dir) < next.length) return none;
+        dir.remove_suffix(next.length);
+    }
+    return node;
+}
+
+std::uint32_t SuffixTree::find_exact(const char* characters, std::string_view dir) const {
+    const std::uint32_t node = find_node(characters, dir);
+    return node == none ? none : nodes_[node].exact;
+}
+
+void SuffixTree::update_least(std::uint32_t node) {
+    for (; node != none; node = nodes_[node].parent) {
+        std::uint32_t least = nodes_[node].exact;
+        for (std::uint32_t child = nodes_[node].first_child; child != none; child = nodes_[child].next_sibling) {
+            least = std::min(least, nodes_[child].least);
+        }
+        nodes_[node].least = least;
+    }
+}
+
+}  // namespace fs

@@ -1,0 +1,14 @@
+#pragma once
+
+namespace platform {
+
+/// For the state of a subsystem that the last callers of the process still use: as a static variable of a function it is
+/// made at its first use and never destroyed.
+template <typename T>
+union NeverDestroyed {
+    NeverDestroyed() : value() {}
+    ~NeverDestroyed() {}
+    T value;
+};
+
+}  // namespace platform

@@ -1,0 +1,76 @@
+#!/usr/bin/env python3
+"""A folder is a layer: a file includes only from its own layer or a lower one, and never in a circle.
+
+A public header belongs to the layer of the room that it is named after. tools/ and examples/ see the
+public headers alone.
+
+usage: layers.py ROOT
+"""
+import graphlib
+import os
+import re
+import sys
+
+import sources
+
+ROOMS = {"formats": 1.5, "log": 1.5, "contract": 2, "registry": 3, "access": 4, "handles": 5, "streams": 6, "sources": 7, "containers": 7,
+         "startup": 8}
+# Public headers that are named after no room: marks and declarations that every room needs.
+OTHERS = {"include/engine/filesystem/api.h": 0, "include/engine/filesystem/request.h": 2, "include/engine/filesystem.h": 9}
+ROOM = re.compile(r"^(?:include/)?engine/filesystem/([a-z_]+)(?:\.h$|/)")
+
+
+def layer(path):
+    """The layer of a file, or None when it has none. The kernel stands under the log: it never logs."""
+    if path in OTHERS:
+        return OTHERS[path]
+    if path.startswith("engine/platform/"):
+        return 0
+    if path.startswith(("engine/kernel/", "include/engine/kernel/")):
+        return 1
+    if path.startswith(("tools/", "examples/")):
+        return 9
+    room = ROOM.match(path)
+    return ROOMS.get(room.group(1)) if room else None
+
+
+def resolve(known, path, kind, name):
+    beside = os.path.normpath(os.path.join(os.path.dirname(path), name)).replace(os.sep, "/")
+    places = ["include/" + name] if kind == "<" else [beside, name, "include/" + name]
+    return next((place for place in places if place in known), None)
+
+
+def check_file(root, known, path, graph):
+    if layer(path) is None:
+        yield f"{path}: belongs to no layer; tests/checks/layers.py names them"
+        return
+    graph[path] = []
+    for line, kind, name in sources.includes(root, path):
+        target = resolve(known, path, kind, name)
+        if target is None:
+            if name.startswith("engine/"):
+                yield f"{path}:{line}: {name} is not in the tree"
+            continue
+        graph[path].append(target)
+        if (layer(target) or 0) > layer(path):
+            yield f"{path}:{line}: layer {layer(path)} includes {target} of layer {layer(target)}"
+        if path.startswith(("tools/", "examples/", "include/")) and target.startswith("engine/"):
+            yield f"{path}:{line}: includes {target}, which is private"
+
+
+def check_circles(graph):
+    try:
+        tuple(graphlib.TopologicalSorter(graph).static_order())
+    except graphlib.CycleError as error:
+        yield "circle: " + " -> ".join(error.args[1])
+
+
+def main(root):
+    paths = list(sources.files(root, "engine", "include", "tools", "examples"))
+    graph = {}
+    complaints = [text for path in paths for text in check_file(root, set(paths), path, graph)]
+    sources.finish("layers", complaints + list(check_circles(graph)))
+
+
+if __name__ == "__main__":
+    main(sys.argv[1])

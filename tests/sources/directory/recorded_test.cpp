@@ -1,0 +1,98 @@
+#include "engine/filesystem/sources/directory/mount/recorded.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr fs::ListingKey key{"/data/base", 1};
+
+fs::dir_listing sample() {
+    fs::dir_listing listing;
+    listing.add_directory("", {132'000'000'000'000'000, 7});
+    listing.add_file("Top.txt");
+    listing.add_directory("Maps/", fs::dir_listing::untrusted_times);
+    listing.add_directory("Maps/Deep/", {5, 0});
+    listing.add_file("a");
+    listing.add_file("b");
+    return listing;
+}
+
+bool decodes(Bytes bytes, const fs::ListingKey& for_key = key) {
+    bytes.shrink_to_fit();  // so that a read past the end is seen
+    fs::dir_listing out;
+    const bool whole = fs::decode_listing(for_key, bytes, out);
+    EXPECT_TRUE(whole || out.is_empty());
+    return whole;
+}
+
+TEST(RecordedListing, ReadsBackWhatWasRecorded) {
+    fs::dir_listing out;
+    ASSERT_TRUE(fs::decode_listing(key, fs::encode_listing(key, sample()), out));
+    std::string text;
+    fs::ListingReader reader(out);
+    for (fs::ListingReader::Directory directory; !reader.at_end();) {
+        ASSERT_TRUE(reader.read_directory(directory));
+        text += "[" + std::string(directory.dir) + " " + std::to_string(directory.times.written) + " " +
+                std::to_string(directory.times.changed) + "]";
+        for (std::uint32_t i = 0; i < directory.files; ++i) {
+            std::string_view name;
+            ASSERT_TRUE(reader.read_file(name));
+            text += std::string(name) + ",";
+        }
+    }
+    EXPECT_EQ(text, "[ 132000000000000000 7]Top.txt,[Maps/ -1 -1][Maps/Deep/ 5 0]a,b,");
+    EXPECT_EQ(out.files(), 3u);
+}
+
+TEST(RecordedListing, IsRefusedWhenDamagedOrRecordedForSomethingElse) {
+    const Bytes bytes = fs::encode_listing(key, sample());
+    ASSERT_TRUE(decodes(bytes));
+    for (std::size_t at = 0; at < bytes.size(); ++at) {
+        EXPECT_FALSE(decodes({bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(at)})) << "cut off at " << at;
+        for (const int change : {0x01, 0x80, 0xFF}) {
+            Bytes damaged = bytes;
+            damaged[at] = static_cast<std::uint8_t>(damaged[at] ^ change);
+            EXPECT_FALSE(decodes(damaged)) << "changed at " << at;
+        }
+    }
+    Bytes longer = bytes;
+    longer.push_back(0);
+    EXPECT_FALSE(decodes(longer));
+    for (const fs::ListingKey& other : {fs::ListingKey{"/data/other", 1}, {"/data/bas", 1}, {"/data/base", 0}}) {
+        EXPECT_FALSE(decodes(bytes, other)) << other.source_path << other.flags;
+    }
+}
+
+// Records that no scan makes, behind a good checksum.
+TEST(RecordedListing, IsRefusedWithHostileRecords) {
+    const struct {
+        const char* label;
+        const char* dir;
+        const char* file;
+    } cases[] = {
+        {"directory climbs", "../", "f"},      {"directory is absolute", "/etc/", "f"},
+        {"directory without slash", "a", "f"}, {"directory with dot", "a/./", "f"},
+        {"empty component", "a//", "f"},       {"backslash in directory", "a\\..\\", "f"},
+        {"file is empty", "a/", ""},           {"file climbs", "a/", ".."},
+        {"file with slash", "a/", "b/c"},      {"file with backslash", "a/", "b\\c"},
+    };
+    for (const auto& row : cases) {
+        fs::dir_listing listing;
+        listing.add_directory(row.dir, {1, 1});
+        listing.add_file(row.file);
+        EXPECT_FALSE(decodes(fs::encode_listing(key, listing))) << row.label;
+    }
+    fs::dir_listing listing;
+    listing.add_directory("a/", {1, 1});
+    Bytes bytes(listing.bytes().begin(), listing.bytes().end());
+    bytes[16] = bytes[19] = 0xFF;  // four thousand million files
+    fs::dir_listing out;
+    EXPECT_FALSE(out.assign(bytes));
+}
+
+}  // namespace

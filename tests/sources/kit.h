@@ -1,0 +1,54 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <engine/filesystem/access/monitor.h>
+#include <engine/filesystem/contract/names.h>
+#include <engine/filesystem/contract/path.h>
+#include <engine/filesystem/contract/source.h>
+
+#include "tests/support/memory_source.h"
+
+// What tests of sources say again and again.
+
+inline fs::path as_path(const std::string& text, bool lower = true) { return fs::path(text.c_str(), lower); }
+
+inline fs::path as_dir(const std::string& text, bool lower = true) {
+    fs::path dir;
+    dir.Set(text.c_str(), "", lower);
+    return dir;
+}
+
+/// Every name of the source, in the order of its list.
+inline std::vector<std::string> all_names(CFSSource& source) {
+    return test::take_names(source.get_file_list(nullptr, nullptr, true));
+}
+
+/// Reads to the end and closes; "(null)" for a null handle.
+inline std::string read_all(SFsFile* file) {
+    if (!file) return "(null)";
+    std::string bytes(fs::length(file), '\0');
+    bytes.resize(fs::read(file, bytes.data(), bytes.size()));
+    fs::close(file);
+    return bytes;
+}
+
+/// Writes and closes; false for a null handle.
+inline bool write_all(SFsFile* file, const std::string& bytes) {
+    const bool written = file && fs::write(file, bytes.data(), bytes.size()) == bytes.size();
+    fs::close(file);
+    return written;
+}
+
+/// Notes what the file monitor hears, as NAME MODE+FLAGS.
+class RecordingMonitor : public fs::IFsMonitor {
+public:
+    RecordingMonitor() { fs::set_monitor(this); }
+    ~RecordingMonitor() { fs::set_monitor(nullptr); }
+    void touch_file(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) override {
+        const std::string name(path);
+        touched.push_back(name.substr(name.rfind('/') + 1) + " " + std::to_string(mode) + "+" + std::to_string(flags));
+    }
+    std::vector<std::string> touched;
+};

@@ -1,0 +1,174 @@
+// pack: a directory as a pack.
+
+#include <algorithm>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <system_error>
+#include <unordered_map>
+
+#include <engine/filesystem.h>
+
+#include "commands.h"
+#include "compressor.h"
+#include "interruption.h"
+#include "names.h"
+#include "report.h"
+#include "terminal.h"
+
+namespace {
+
+namespace stdfs = std::filesystem;
+
+constexpr std::size_t most_entries = 65535;
+// 1980-01-01, where the time of a zip begins: the time of every entry when the pack must not depend on it.
+constexpr std::int64_t fixed_time = 119600064000000000;
+
+struct Pack {
+    std::string out;
+    std::string dir;
+    int level = 6;
+    std::string store;
+    std::string order;
+    bool deterministic = false;
+};
+
+std::set<std::string> extensions_of(const std::string& list) {
+    std::set<std::string> all;
+    std::istringstream in(lower_case(list));
+    for (std::string ext; std::getline(in, ext, ',');)
+        if (!ext.empty()) all.insert(ext[0] == '.' ? ext : "." + ext);
+    return all;
+}
+
+/// What the library does not show would be missing from the pack without a word: a path that is too long and a directory
+/// that cannot be listed are errors, a name that differs from another in case alone is told of.
+bool check_tree(const stdfs::path& dir, std::set<std::string>& seen) {
+    bool good = true;
+    std::error_code error;
+    stdfs::directory_iterator walk(dir, error);
+    for (const stdfs::directory_iterator end; !error && walk != end; walk.increment(error)) {
+        const std::string path = to_text(walk->path());
+        std::error_code unknown;
+        if (path.size() > longest_path)
+            good = fail(path, "its path is longer than 259 bytes");
+        else if (walk->is_directory(unknown) && !walk->is_symlink(unknown))
+            good = check_tree(walk->path(), seen) && good;
+        else if (!seen.insert(lower_case(path)).second)
+            note(path, "another name differs from it in case alone; only one of them is packed");
+    }
+    return error ? fail(to_text(dir), "it cannot be listed: " + error.message()) : good;
+}
+
+/// Whether the library listed all of what it mounted, too; it goes where links lead.
+bool is_listed_whole(const std::string& dir) {
+    ztl::vector<SFsSourceInfo> sources;
+    fs::get_sources(sources);
+    for (const SFsSourceInfo& source : sources)
+        if (source.unlisted_directories != 0)
+            return fail_with_last_error(
+                dir, std::to_string(source.unlisted_directories) + " of its directories cannot be listed");
+    return true;
+}
+
+/// Puts the names of the order file first, in its order; the rest keep theirs.
+bool apply_order(const std::string& path, std::vector<std::string>& names) {
+    std::ifstream in(to_path(path));
+    if (!in) return false;
+    std::unordered_map<std::string, std::size_t> places;
+    for (std::string line; std::getline(in, line);) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        places.emplace(normalised(line), places.size());
+    }
+    const auto place = [&places](const std::string& name) {
+        const auto found = places.find(name);
+        return found != places.end() ? found->second : places.size();
+    };
+    std::stable_sort(names.begin(), names.end(),
+                     [&](const std::string& a, const std::string& b) { return place(a) < place(b); });
+    return true;
+}
+
+void load_file(const std::string& name, bool with_time, PackedFile& file) {
+    const FilePtr open(fs::open(name.c_str(), EFSMode::READ));
+    const std::uint64_t length = fs::length(open.get());
+    if (open == nullptr || length == failed) {
+        file.error = "it cannot be read: " + fs::last_error().text;
+        return;
+    }
+    file.plain.resize(length);
+    if (fs::read(open.get(), file.plain.data(), length) != length) file.error = "it changed while it was read";
+    file.size = length;
+    file.time = with_time ? fs::write_time(name.c_str()) : fixed_time;
+}
+
+bool add_to_pack(fs::pack_writer& writer, const std::string& out, const std::string& name, const PackedFile& file) {
+    if (!file.error.empty()) return fail(name, file.error);
+    fs::clear_error();
+    const bool added = file.deflated ? writer.add_deflated(name.c_str(), file.packed.data(), file.packed.size(),
+                                                           file.size, file.crc, file.time)
+                                     : writer.add(name.c_str(), file.plain.data(), file.size, 0, file.time);
+    // What is wrong with an entry is said of its name; what fails on the disk, of the pack.
+    return added || fail_with_last_error(fs::last_error().path == name ? name : out, "it cannot be written");
+}
+
+bool write_pack(const Pack& given, const std::vector<std::string>& names) {
+    const std::string out = full_native_path(given.out);
+    const Interruption interruption;
+    fs::pack_writer writer;
+    if (!attempt(given.out, "it cannot be written", [&] { return writer.open(out.c_str()); })) return false;
+    const std::set<std::string> stored = extensions_of(given.store);
+    const auto load = [&](std::size_t i, PackedFile& file) { load_file(names[i], !given.deterministic, file); };
+    const auto level_of = [&](std::size_t i) {
+        return stored.count(to_text(to_path(names[i]).extension())) != 0 ? 0 : given.level;
+    };
+    Compressor compressor(names.size(), load, level_of);
+    Progress progress("pack " + given.out, names.size(), false);
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        if (!add_to_pack(writer, given.out, names[i], compressor.take(i))) return false;
+        if (interruption.requested()) return fail(given.out, "interrupted; it is as it was");
+        progress.add(1);
+    }
+    return attempt(given.out, "it cannot be finished", [&] { return writer.finish(); });
+}
+
+bool pack(const Pack& given) {
+    std::set<std::string> seen;
+    std::error_code error;
+    const stdfs::path parent = to_path(given.out).parent_path();
+    if (!parent.empty() && !stdfs::is_directory(parent, error)) return fail(given.out, "its directory does not exist");
+    Session session;
+    if (!session.mount({.root = given.dir, .fallback = false}) || !check_tree(to_path(given.dir), seen) ||
+        !is_listed_whole(given.dir))
+        return false;
+    std::vector<std::string> names = list_everything();
+    const std::string root = lower_case(full_native_path(given.dir)) + "/";
+    const std::string out = lower_case(full_native_path(given.out));
+    if (out.starts_with(root)) std::erase(names, out.substr(root.size()));
+    if (names.size() > most_entries)
+        return fail(given.dir, "it holds " + std::to_string(names.size()) + " files; a pack holds at most 65535");
+    if (!given.order.empty() && !apply_order(given.order, names)) return fail(given.order, "it cannot be read");
+    return write_pack(given, names);
+}
+
+}  // namespace
+
+void add_pack_commands(Commands& commands) {
+    const auto added = commands.add("pack", "Make a pack of everything that a directory shows when it is mounted", pack,
+                                    /*needs_mount*/ false);
+    Pack& given = added.given;
+    added->add_option("OUT", given.out, "The pack to make, or to replace once the new one is whole")->required();
+    added->add_option("DIR", given.dir, "The directory")->required();
+    added->add_option("--level", given.level, "How hard to deflate: 0 (store) to 12, usually 6")
+        ->check(CLI::Range(0, 12));
+    added
+        ->add_option("--store", given.store,
+                     "Store files with these extensions; for data that is packed already. Large stored entries are for "
+                     "forward reading: a far seek back goes on from where reading was")
+        ->type_name("EXT,...");
+    added
+        ->add_option("--order", given.order,
+                     "Lay the names of this list out first, in its order (see fs::record_access)")
+        ->type_name("FILE");
+    added->add_flag("--deterministic", given.deterministic, "The same bytes for the same tree: no times");
+}
