@@ -148,11 +148,13 @@ Scenario pack_scenario() {
 }
 
 bool write_zip() {
-    MiniZ::Archive archive;
-    if (!archive.Create("out.zip")) return false;
-    const bool added = archive.AddData("one", long_text) && archive.AddData("two", long_text);
+    void* const archive = MiniZ::ZipCreate("out.zip");
+    if (archive == nullptr) return false;
+    const auto size = static_cast<unsigned>(long_text.size());
+    const bool added = MiniZ::ZipAddData(archive, "one", long_text.data(), size) &&
+                       MiniZ::ZipAddData(archive, "two", long_text.data(), size);
     if (added) fs::clear_error();
-    archive = MiniZ::Archive();  // closes it
+    MiniZ::ZipClose(archive);
     return added && fs::last_error().code == EFSError::NONE;
 }
 
@@ -287,11 +289,11 @@ const std::vector<Scenario>& scenarios() {
     static const std::vector<Scenario> all = {
         {.name = "mount",
          .prepare = bare,
-         .act = [](Stage& stage) { return stage.mount(); },
+         .act = [](Stage& stage) { return stage.unmount(), stage.mount(); },
          .check = [](Stage&, bool answer) { return answer ? all_is_mounted() : ""; }},
         {.name = "mount by a recorded listing",
          .prepare = [](Stage& stage) { stage.mount(true), stage.unmount(); },
-         .act = [](Stage& stage) { return stage.mount(true); },
+         .act = [](Stage& stage) { return stage.unmount(), stage.mount(true); },
          .check = [](Stage&, bool answer) { return answer ? all_is_mounted() : ""; }},
         {.name = "append",
          .prepare = mounted,
