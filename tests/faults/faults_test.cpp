@@ -66,7 +66,8 @@ std::string wrong_reason(const Fault& fault) {
     const SFsError& error = fs::last_error();
     if (error.code == EFSError::NONE) return "it failed without a reason";
     if (fault.reason == EFSError::NONE || error.code == fault.reason) return "";
-    return "it failed with the reason " + std::to_string(error.code) + ": " + error.text;
+    return "it failed with the reason " + std::to_string(error.code) + ", system code " +
+           std::to_string(error.os_code) + ": " + error.text;
 }
 
 /// One fault in one scenario. False when the run met none.

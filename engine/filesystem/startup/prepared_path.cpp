@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/platform/directories.h"
 
@@ -35,10 +36,7 @@ bool PreparedPath::names_pack() const {
 }
 
 fs::path PreparedPath::as_source_path() const {
-    if (names_pack()) return fs::path(text_, true);
-    fs::path directory;
-    directory.Set(text_, nullptr, true);
-    return directory;
+    return names_pack() ? lookup_name(text_) : directory_name(text_, true);
 }
 
 }  // namespace fs
