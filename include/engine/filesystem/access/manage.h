@@ -46,9 +46,8 @@ ENGINE_FS_API bool rem_file(const char* path, FFSOpenFlags::FLAGS flags = FFSOpe
 /// to this directory and to those below it end.
 ENGINE_FS_API void rem_dir(const char* path);
 
-/// Last write time in units of 100 ns since 1601 by the first source that holds the file; -1 when none does. A directory
-/// source speaks of local time, the fallback of universal time, a pack of the time that was written into it: compare
-/// times of one source, or take the zone off before.
+/// Last write time in units of 100 ns since 1601 by the first source that holds the file; -1 when none does, 0 for a file
+/// in a pack. A directory source speaks of local time and the fallback of universal time: compare times of one source.
 ENGINE_FS_API std::int64_t write_time(const char* path);
 /// Sets what write_time answers, in the same zone. A read-only file keeps its time and this is true all the same, with
 /// the reason in fs::last_error.
