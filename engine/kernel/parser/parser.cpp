@@ -63,7 +63,10 @@ public:
           depth_(parent == nullptr ? 0 : parent->depth_ + 1) {
         session.variables.add_source(text.size());
     }
-    void parse();
+    void parse() {
+        advance();
+        while (current_.kind != TokenKind::END) statement();
+    }
 
 private:
     void statement();
@@ -84,10 +87,26 @@ private:
     SConfigValue bind_text(Type type, std::string_view text, const Token& where);
     SConfigValue bind_vector(Type type, const Argument& argument);
 
-    void advance();
-    std::string_view resolve(const Token& token);
-    const Keyword* find_keyword(std::string_view name) const;
-    bool is_included_by_itself(std::string_view name) const;
+    void advance() {
+        current_ = lexer_.next();
+        if (current_.problem != nullptr) error(current_, current_.problem);
+    }
+    std::string_view resolve(const Token& token) {
+        const char* problem = nullptr;
+        const std::string_view text = session_.variables.resolve(token, problem);
+        if (problem != nullptr) error(token, problem, token.text);
+        return text;
+    }
+    const Keyword* find_keyword(std::string_view name) const {
+        const auto found = session_.result.keywords.find(name);
+        return found == session_.result.keywords.end() ? nullptr : &found->second;
+    }
+    bool is_included_by_itself(std::string_view name) const {
+        for (const FileParser* at = this; at != nullptr; at = at->parent_) {
+            if (equal_folded(at->file_, name)) return true;
+        }
+        return false;
+    }
     void error(const Token& where, std::string_view sentence, std::string_view detail = {});
     SConfigValue no_value(const Token& where, std::string_view sentence, std::string_view detail = {}) {
         error(where, sentence, detail);
@@ -102,16 +121,6 @@ private:
     const int depth_;
 };
 
-void FileParser::parse() {
-    advance();
-    while (current_.kind != TokenKind::END) statement();
-}
-
-void FileParser::advance() {
-    current_ = lexer_.next();
-    if (current_.problem != nullptr) error(current_, current_.problem);
-}
-
 /// `detail`, where it is not empty, is quoted behind the sentence, cut to a line's worth.
 void FileParser::error(const Token& where, std::string_view sentence, std::string_view detail) {
     constexpr std::size_t longest_detail = 60;
@@ -124,18 +133,6 @@ void FileParser::error(const Token& where, std::string_view sentence, std::strin
         text += detail.size() > longest_detail ? "...\")" : "\")";
     }
     result.errors.push_back({.file = file_, .line = where.line, .column = where.column, .text = result.store(text)});
-}
-
-std::string_view FileParser::resolve(const Token& token) {
-    const char* problem = nullptr;
-    const std::string_view text = session_.variables.resolve(token, problem);
-    if (problem != nullptr) error(token, problem, token.text);
-    return text;
-}
-
-const Keyword* FileParser::find_keyword(std::string_view name) const {
-    const auto found = session_.result.keywords.find(name);
-    return found == session_.result.keywords.end() ? nullptr : &found->second;
 }
 
 void FileParser::statement() {
@@ -271,13 +268,6 @@ void FileParser::set_variable(const Token& name) {
     if (const char* const problem = session_.variables.set(variable.text, resolve(given[1].token))) {
         error(variable, problem, variable.text);
     }
-}
-
-bool FileParser::is_included_by_itself(std::string_view name) const {
-    for (const FileParser* at = this; at != nullptr; at = at->parent_) {
-        if (equal_folded(at->file_, name)) return true;
-    }
-    return false;
 }
 
 void FileParser::include(const Token& name) {
