@@ -1,9 +1,12 @@
 // The asynchronous read queue: many queued reads beside a plain loop of reads, the latency of one beside a hand-over
 // between two threads, and what queueing and cancelling cost at depth.
+#include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -96,15 +99,39 @@ void LatencyBesideASemaphoreHandOver(benchmark::State& state) {
 }
 BENCHMARK(LatencyBesideASemaphoreHandOver)->Iterations(1)->Unit(benchmark::kMillisecond);
 
+/// What anybody would write first: a deque under a mutex, with a condition variable, and the read's event reset.
+double plain_queueing(const Bed& bed) {
+    struct Item {
+        SFsFile* file;
+        void* buffer;
+        std::uint64_t offset, size;
+        SFsRequest* request;
+    };
+    std::mutex lock;
+    std::condition_variable changed;
+    std::deque<Item> items;
+    return paired::seconds([&] {
+        for (std::size_t i = 0; i < depth; ++i) {
+            bed.requests[i]->AddRef();
+            {
+                const std::lock_guard guard(lock);
+                items.push_back({bed.file.get(), nullptr, offset_of(i), piece, bed.requests[i]});
+            }
+            changed.notify_one();
+        }
+        for (const Item& item : items) item.request->Release();
+    });
+}
+
 /// Queueing and cancelling while the worker is held; the argument is how many priorities are mixed.
 void QueueAndCancelAtDepth(benchmark::State& state) {
     Bed bed;
     mt::CEvent gate(true);
-    const auto hold = [](SFsRequest*, void* user) { static_cast<mt::CEvent*>(user)->Wait(); };
-    SFsRequest* const held = SFsRequest::Create(hold, &gate);
+    const auto wait = [](SFsRequest*, void* user) { static_cast<mt::CEvent*>(user)->Wait(); };
+    SFsRequest* const held = SFsRequest::Create(wait, &gate);
     bed.file->read_async(bed.buffer, 0, 1, held, 1u << 30);
     const auto mix = static_cast<std::size_t>(state.range(0));
-    std::vector<double> queueing, cancelling;
+    std::vector<double> queueing, cancelling, plain;
     for (auto _ : state) {
         for (int round = 0; round < 5; ++round) {
             queueing.push_back(paired::seconds([&] {
@@ -113,10 +140,12 @@ void QueueAndCancelAtDepth(benchmark::State& state) {
             cancelling.push_back(paired::seconds([&] {
                 for (std::size_t i = 0; i < depth; ++i) bed.file->cancel_async(bed.requests[i * 7919 % depth]);
             }));
+            plain.push_back(plain_queueing(bed));
         }
     }
     state.counters["queue_ns"] = paired::median(queueing) * 1e9 / depth;
     state.counters["cancel_ns"] = paired::median(cancelling) * 1e9 / depth;
+    state.counters["deque_ns"] = paired::median(plain) * 1e9 / depth;
     gate.Set();
     held->Wait();
     held->Release();

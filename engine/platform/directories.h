@@ -2,7 +2,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "engine/platform/files.h"
@@ -27,7 +29,7 @@ public:
     void clear();
     /// Adds an item whose text is copied into the listing; used by the back ends. Throws std::bad_alloc, as sort() does,
     /// which list_directory turns into a failure.
-    void add(const char* name, std::size_t length, bool is_directory, bool is_link, bool is_offline);
+    void add(const char* name, std::size_t length, const DirectoryItem& kind);
     /// Puts the items in order; used by the back ends when the directory has been read.
     void sort();
 
@@ -50,8 +52,14 @@ private:
     std::size_t used_ = 0;   // bytes used in it
 };
 
-/// Reads a directory. False when it cannot be opened or read; `out` then holds what was read before the failure.
-bool list_directory(const PathAt& path, DirectoryListing& out);
+enum class Links : std::uint8_t {
+    FOLLOWED,  // those that lead nowhere are passed over
+    ALL,       // those too, as what is no directory; for removing them
+};
+
+/// Reads a directory. False when it cannot be opened, or one of its items not be read: last_error() says why
+/// (NOT_FOUND only when it surely is not there), and `out` holds what could be read.
+bool list_directory(const PathAt& path, DirectoryListing& out, Links links = Links::FOLLOWED);
 
 /// What tells two directories apart, links followed.
 struct DirectoryId {
@@ -74,11 +82,28 @@ bool get_directory_times(const PathAt& path, DirectoryTimes& out);
 bool create_directory(const char* path);
 /// Removes an empty directory, or a link to one (the link itself).
 bool remove_directory(const char* path);
+
+/// What remove_tree tells and asks. Paths are as the disk spells them.
+struct TreeRemoval {
+    /// Whether an item stays, with all that is below it. Empty: none does.
+    std::function<bool(const DirectoryItem& item)> keeps;
+    /// Told of everything that is gone: a file or a link, or a directory after what was in it.
+    std::function<void(const char* path, const DirectoryItem& item)> removed;
+    std::string left;  // the first thing that could not be removed; "" when nothing stays
+};
+/// Removes a directory with everything below it. Links go and what they lead to stays, also when `path` itself is one.
+/// Goes on after a failure; false when anything stays, and last_error() is why the first of it does. Throws what the
+/// functions throw.
+bool remove_tree(const char* path, TreeRemoval& removal);
 /// Whether the last component of `path` is itself a link.
 bool is_link(const char* path);
 
 /// Writes the spelling under which the disk holds `path` (components that do not exist keep the caller's). False when
-/// it does not fit. `out` holds path_buffer_size bytes and may be `path`.
+/// it does not fit, or a directory on the way could not be read. `out` holds path_buffer_size bytes and may be `path`.
 bool resolve_case(const char* path, char* out);
+
+/// Writes `path` with the short names that Windows gives to long ones ("PROGRA~1") replaced by the long ones; all else
+/// stays as it is. False when that does not fit. `out` as in resolve_case.
+bool expand_short_names(const char* path, char* out);
 
 }  // namespace platform

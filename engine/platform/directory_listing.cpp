@@ -82,13 +82,11 @@ char* DirectoryListing::store(const char* text, std::size_t length) {
     return copy;
 }
 
-void DirectoryListing::add(const char* name, std::size_t length, bool is_directory, bool is_link, bool is_offline) {
-    items_.push_back(DirectoryItem{.name = store(name, length),
-                                   .length = static_cast<std::uint16_t>(length),
-                                   .is_directory = is_directory,
-                                   .is_link = is_link,
-                                   .is_offline = is_offline,
-                                   .is_lower_case = !has_upper_case(name, length)});
+void DirectoryListing::add(const char* name, std::size_t length, const DirectoryItem& kind) {
+    DirectoryItem& item = items_.emplace_back(kind);
+    item.name = store(name, length);
+    item.length = static_cast<std::uint16_t>(length);
+    item.is_lower_case = !has_upper_case(name, length);
 }
 
 void DirectoryListing::sort() {

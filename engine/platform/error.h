@@ -19,6 +19,9 @@ enum class Failure : std::uint8_t {
     INVALID_NAME,   // a name that Windows could not hold, or an empty path
     INVALID_HANDLE,
     ABORTED,
+    OUT_OF_MEMORY,
+    TOO_MANY_FILES,  // the process or the system may open no more
+    IO,              // the device failed to read or write
     OTHER,
 };
 

@@ -12,20 +12,41 @@
 
 namespace platform {
 
-enum class FaultPoint : std::uint8_t { OPEN, READ, WRITE, LIST, STAT, REMOVE, RENAME, CREATE_DIRECTORY, SET_END };
-inline constexpr std::size_t fault_point_count = 9;
+/// What fails; each says which calls pass it.
+enum class FaultPoint : std::uint8_t {
+    OPEN,              // File::open
+    READ,              // read, read_at, read_overlapped
+    WRITE,             // write
+    LIST,              // list_directory; and, where the disk knows case, reading a directory to find a spelling
+    STAT,              // get_attributes, get_directory_times
+    REMOVE,            // remove_file, remove_directory
+    RENAME,            // rename_path, replace_file
+    CREATE_DIRECTORY,  // create_directory
+    SET_END,           // set_end
+    LENGTH,            // length, and every open that asks for it
+    LOCK,              // every open, once the file is found: the lock against other processes
+    TRUNCATE,          // every open that empties a file, as its last step
+    SYNC,              // sync, and replace_file before it renames
+    CHANGE,            // set_read_only, set_write_time, set_all_times
+    DUPLICATE,         // duplicate_descriptor
+};
+inline constexpr std::size_t fault_point_count = 15;
 
 /// The `nth` call (1: the next) that passes `point` answers `failure`, and every later one too when `from_then_on`.
-/// Failure::NONE at READ or WRITE is no failure: that call moves only half of what it was asked, rounded down. One
-/// order at a time for each point; a new one replaces it.
+/// Failure::NONE makes a call at READ or WRITE move only half of what it was asked, rounded down: a file that ends
+/// early, or a disk that is full half way. One order at a time for each point; a new one replaces it.
 void inject_fault(FaultPoint point, std::uint32_t nth, Failure failure, bool from_then_on);
-/// Forgets all orders and sets the count of hits to zero.
+/// Counts the calls that pass each point from now on, until clear_faults.
+void count_calls();
+/// How many passed `point` since count_calls.
+std::uint32_t calls_passing(FaultPoint point);
+/// Forgets all orders, ends the counting and sets all counts to zero.
 void clear_faults();
 /// How often an order has struck since clear_faults.
 std::uint32_t fault_hits();
 
 namespace faults_detail {
-extern std::atomic<std::uint32_t> orders;  // how many points have an order
+extern std::atomic<std::uint32_t> orders;  // how many points have an order, and one more while calls are counted
 std::optional<Failure> strike(FaultPoint point);
 }  // namespace faults_detail
 

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <utility>
 
 #include "engine/platform/error.h"
 
@@ -27,6 +28,10 @@ struct OpenOptions {
     bool write_through = false;
     bool unbuffered = false;  // bypass the system's cache where the file system can
     bool overlapped = false;  // reads only through read_overlapped and read_at
+    bool at_end = false;      // begin at the end of the file; the open fails when the length cannot be told
+    // Every write goes to the end of the file in one step, whoever else has the same open file (a forked process) and
+    // wherever the position is. Includes at_end.
+    bool append = false;
 };
 
 /// A directory kept open so that opening below it walks only the rest of the path. Movable; may be empty.
@@ -56,25 +61,29 @@ struct PathAt {
 };
 
 /// An open native file. Movable; closes on destruction. One thread at a time, except read_at, which any may call.
-/// Only regular files open. Within the process, readers share with readers, a writer with nobody (both systems).
+/// Only regular files open. Readers share with readers, a writer with nobody: in the process, and among the processes
+/// of the machine where the file system knows locks.
 class File {
 public:
     File() = default;
-    File(File&& other) noexcept;
+    File(File&& other) noexcept : state_(std::exchange(other.state_, {})) {}
     File& operator=(File&& other) noexcept;
-    ~File();
+    ~File() { close(); }
 
-    /// Opens or creates. An invalid File on failure; last_error() says why.
+    /// Opens or creates. An invalid File on failure; last_error() says why: NOT_FOUND only when the disk surely holds no
+    /// such file. The content of a file that was there is emptied last, when nothing else can fail any more, and one
+    /// that this call made is removed again when it fails.
     static File open(const PathAt& path, const OpenOptions& options);
     static File open(const char* path, const OpenOptions& options) { return open(PathAt{.full = path}, options); }
 
-    bool valid() const { return handle_ != -1; }
+    bool valid() const { return state_.handle != -1; }
     void close();
 
-    /// Bytes moved, or all ones when nothing was moved because of a failure. Loops over the system's limits.
+    /// Bytes moved, or all ones when nothing was moved because of a failure. Loops over the system's limits. Fewer than
+    /// asked for: the file ends there, or last_error() says why no more was moved; for a write always the latter.
     std::uint64_t read(void* buffer, std::uint64_t size);
     std::uint64_t write(const void* buffer, std::uint64_t size);
-    /// Reads at an absolute offset without moving the position. Less than `size` only at the end of the file.
+    /// Reads at an absolute offset without moving the position.
     std::uint64_t read_at(void* buffer, std::uint64_t size, std::uint64_t offset) const;
 
     bool seek(std::int64_t offset, Origin origin);
@@ -94,18 +103,37 @@ public:
     int duplicate_descriptor(bool for_writing) const;
 
     /// The system's handle as a number for log lines.
-    std::intptr_t native() const { return handle_; }
+    std::intptr_t native() const { return state_.handle; }
     /// Alignment that unbuffered reads of this file need (offset, size and memory); 1 when buffered.
-    std::uint32_t alignment() const { return alignment_; }
+    std::uint32_t alignment() const { return state_.alignment; }
 
 private:
-    std::intptr_t handle_ = -1;
-    std::uint64_t share_device_ = 0;  // key of this file in the table of open files (POSIX)
-    std::uint64_t share_inode_ = 0;
-    std::uint64_t position_ = 0;  // where the next read or write goes
-    std::uint32_t alignment_ = 1;
-    bool exclusive_ = false;
-    bool overlapped_ = false;  // opened so (Windows)
+    struct State {
+        std::intptr_t handle = -1;
+        std::uint64_t device = 0;  // key of this file in the table of open files (POSIX)
+        std::uint64_t inode = 0;
+        std::uint64_t position = 0;  // where the next read or write goes
+        std::uint32_t alignment = 1;
+        bool exclusive = false;   // in that table
+        bool locked = false;      // against every other process (POSIX)
+        bool overlapped = false;  // opened so (Windows)
+        bool append = false;      // opened so
+    };
+
+    // What each system supplies. Each records its failure.
+
+    /// Finds and opens, or creates, without touching the content; `created` says which. The handle is not valid when it
+    /// failed, and then no new file is left behind.
+    void open_unchanged(const PathAt& path, const OpenOptions& options, bool& created);
+    void close_handle();
+    /// One call of the system, which moves up to `size` bytes. 0 at the end of the file, all ones on failure.
+    std::uint64_t read_some(void* buffer, std::uint64_t size, std::uint64_t offset) const;
+    std::uint64_t write_some(const void* buffer, std::uint64_t size, std::uint64_t offset);
+    std::uint64_t ask_length() const;
+    bool end_at(std::uint64_t position);
+    bool flush();
+
+    State state_;
 };
 
 /// Closes a descriptor of duplicate_descriptor that nobody took over.
@@ -143,6 +171,7 @@ bool remove_file(const char* path);
 /// Renames a file or directory, replacing a file that is neither read-only nor open. A change of case alone works.
 bool rename_path(const char* from, const char* to);
 /// As rename_path onto an existing file, in one step that survives a crash: `to` is either the old or the new content.
+/// False only while `to` is the old one.
 bool replace_file(const char* from, const char* to);
 
 /// Whether Windows could hold this name as one path component: none of < > : " | ? * / \, no control character, no

@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include "engine/filesystem/contract/set_error.h"
@@ -79,7 +80,7 @@ TEST_F(Manage, ACopyOntoAFullDiskFailsAndLeavesTheSource) {
     first_->file_capacity = 4;
     EXPECT_FALSE(fs::copy("from.txt", "to.txt", 2));
     EXPECT_EQ(second_->content("from.txt"), "five!");
-    EXPECT_EQ(fs::last_error().code, EFSError::IO);
+    EXPECT_EQ(fs::last_error().code, EFSError::DISK_FULL);
 }
 
 TEST_F(Manage, CopiesADirectoryWithWhatIsBelow) {
@@ -125,6 +126,8 @@ TEST_F(Manage, MakesADirectoryInTheFirstSourceUnlessItIsIndexed) {
     EXPECT_THAT(first_->made, ElementsAre("mkdir New/Dir/"));
     first_->is_writable = false;
     EXPECT_FALSE(fs::mkdir("other"));
+    EXPECT_EQ(fs::last_error().code, EFSError::READ_ONLY);
+    EXPECT_EQ(first_->made.size(), 1u);
     for (const char* path : nothing) EXPECT_FALSE(fs::mkdir(path));
     test::unmount_all();
     EXPECT_FALSE(fs::mkdir("x"));
@@ -145,10 +148,17 @@ TEST_F(Manage, RemovesAFileFromItsFirstHolderAlone) {
 }
 
 TEST_F(Manage, RemovesADirectoryFromTheFirstWritableSourceThatHasIt) {
-    second_->add("d/x.txt", "");
     second_->add("e/x.txt", "");
+    for (const char* name : {"d/x.txt", "d/deep/x.txt", "kept/x.txt"}) EXPECT_TRUE(fs::save_text_file("", name));
+    first_->rem_dir(fs::path("d/", true));
+    second_->add("d/x.txt", "");
+    const fs::idir* const kept = fs::search_dir("kept");
+    ASSERT_NE(kept, nullptr);
     fs::rem_dir("D\\");
     EXPECT_EQ(second_->content("d/x.txt"), "(none)");
+    EXPECT_EQ(fs::search_dir("d"), nullptr);
+    EXPECT_EQ(fs::search_dir("kept"), kept);  // the index is changed where the directory was, and nowhere else
+    EXPECT_STREQ(kept->name(), "kept");
     EXPECT_EQ(second_->content("e/x.txt"), "");
     for (const char* path : nothing) fs::rem_dir(path);
     second_->is_writable = false;
@@ -182,6 +192,35 @@ TEST_F(Manage, RenamesWithinTheSourceThatHoldsTheFile) {
     EXPECT_EQ(second_->content("x.txt"), "(none)");
     second_->is_writable = false;
     EXPECT_FALSE(fs::rename("sub/new.txt", "y.txt"));
+}
+
+TEST_F(Manage, ChangesTakeNamesAsAWhole) {
+    first_->matches_by_end = true;
+    first_->add("profiles/save.dat", "kept");
+    first_->add("profiles/save.dat.bak", "older");
+    const std::function<bool()> changes[] = {
+        [] { return fs::rem_file("save.dat"); },
+        [] { return fs::rename("save.dat", "other.dat"); },
+        [] { return fs::copy("save.dat", "other.dat", 0); },
+        [] { return fs::set_write_time("save.dat", 1); },
+        [] { return fs::read_only_set("save.dat") || fs::read_only_remove("save.dat"); },
+        [] { return fs::create_backup_copy("save.dat"), false; },
+    };
+    for (const auto& change : changes) {
+        fs::clear_error();
+        EXPECT_FALSE(change());
+        EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
+    }
+    EXPECT_EQ(fs::write_time("save.dat"), 0);  // questions go by the end
+    // Beside files of the same names elsewhere, the file of just this name is changed.
+    first_->add("save.dat", "1");
+    fs::create_backup_copy("save.dat");
+    EXPECT_EQ(first_->content("save.dat.bak"), "1");
+    EXPECT_TRUE(fs::copy("save.dat.bak", "save.dat", 0));
+    EXPECT_EQ(first_->content("save.dat"), "1");
+    EXPECT_TRUE(fs::rem_file("save.dat"));
+    EXPECT_EQ(first_->content("profiles/save.dat"), "kept");
+    EXPECT_EQ(first_->content("profiles/save.dat.bak"), "older");
 }
 
 TEST_F(Manage, AttributesAreThoseOfTheFirstHolder) {

@@ -151,20 +151,86 @@ TEST_F(Open, AProtectedSourceShieldsTheNamesThatItHolds) {
     shield->is_shielding = false;  // not writable alone is passed over
     EXPECT_TRUE(write("shielded.txt", EFSMode::WRITE, "written"));
     EXPECT_EQ(last->content("shielded.txt"), "written");
-    EXPECT_FALSE(write("new.txt", EFSMode::WRITE, "x"));  // the head creates, and cannot
-    EXPECT_THAT(shield->made, ElementsAre("create_write new.txt"));
+    EXPECT_FALSE(write("new.txt", EFSMode::WRITE, "x"));  // the first source creates, or nobody
+    EXPECT_EQ(fs::last_error().code, EFSError::READ_ONLY);
+    EXPECT_TRUE(shield->made.empty());
     EXPECT_EQ(last->content("new.txt"), "(none)");
 }
 
-TEST_F(Open, PrefixesTheCacheDirectoryWhenAsked) {
+struct InPlaceRow {
+    const char* label;
+    EFSMode::TYPE mode;
+    EFSError::TYPE first_fails;   // NONE: opens; IN_USE and the like: holds the name, and fails so
+    EFSError::TYPE second_fails;  // as above
+    bool first_holds, second_holds;
+    const char* first;  // what it holds afterwards
+    const char* second;
+    EFSError::TYPE code;  // NONE: the open succeeded
+};
+
+TEST_F(Open, BehindASourceThatHoldsTheNameAndFailsNothingIsWritten) {
+    using enum EFSError::TYPE;
+    using enum EFSMode::TYPE;
+    const InPlaceRow rows[] = {
+        {"a failure of the creating source stands", APPEND, IO, NONE, true, false, "old", "(none)", IO},
+        {"for every mode", READ_WRITE, IN_USE, NONE, true, false, "old", "(none)", IN_USE},
+        {"and does not send the bytes elsewhere", WRITE, ACCESS_DENIED, NONE, true, true, "old", "old", ACCESS_DENIED},
+        {"what the disk has lost is made anew", WRITE, NOT_FOUND, NONE, true, false, "new", "(none)", NONE},
+        {"but not for an append", APPEND, NOT_FOUND, NONE, true, false, "old", "(none)", NOT_FOUND},
+        {"the next match serves both", WRITE, NOT_FOUND, NONE, true, true, "old", "new", NONE},
+        {"a failure further down is passed over", APPEND, NONE, IO, false, true, "new", "old", NONE},
+        {"the name is nowhere", READ_WRITE, NONE, NONE, false, false, "new", "(none)", NONE},
+    };
+    for (const InPlaceRow& row : rows) {
+        SCOPED_TRACE(row.label);
+        MemorySource* const second = mount_memory("/second/");
+        MemorySource* const first = mount_memory("/first/");
+        if (row.first_holds) first->add("x.txt", "old");
+        if (row.second_holds) second->add("x.txt", "old");
+        first->write_failure = row.first_fails;
+        second->write_failure = row.second_fails;
+        EXPECT_EQ(write("x.txt", row.mode, "new"), row.code == NONE);
+        if (row.code != NONE) {
+            EXPECT_EQ(fs::last_error().code, row.code);
+            EXPECT_TRUE(first->made.empty());
+        }
+        EXPECT_EQ(first->content("x.txt"), row.first);
+        EXPECT_EQ(second->content("x.txt"), row.second);
+        test::unmount_all();
+        fs::clear_error();
+    }
+}
+
+TEST_F(Open, ASaveIsReadBackByTheSameNameOrRefused) {
     MemorySource* const source = mount_memory("/a/");
-    std::strcpy(fs::registry::state().cache_dir, "/cache/");
-    source->add("/cache/x.txt", "cached");
-    SFsFile* const file = fs::open("x.txt", EFSMode::READ, Flags::IN_CACHE_DIR);
-    EXPECT_STREQ(fs::file_name(file), "/cache/x.txt");
-    fs::close(file);
-    EXPECT_EQ(fs::open("x.txt", EFSMode::READ), nullptr);
-    fs::registry::state().cache_dir[0] = '\0';
+    source->matches_by_end = true;
+    source->add("profiles/save.dat", "old");
+    EXPECT_TRUE(write("save.dat", EFSMode::WRITE, "new"));
+    EXPECT_EQ(source->content("profiles/save.dat"), "new");
+    for (const auto failure : {EFSError::NOT_FOUND, EFSError::READ_ONLY}) {
+        source->write_failure = failure;
+        EXPECT_FALSE(write("save.dat", EFSMode::WRITE, "lost"));
+        EXPECT_EQ(fs::last_error().code, failure);
+    }
+    EXPECT_TRUE(source->made.empty());
+    source->write_failure = EFSError::NONE;
+    source->is_silent = true;  // fails without a reason; reading would find the file
+    EXPECT_FALSE(write("save.dat", EFSMode::APPEND, "lost"));
+    EXPECT_EQ(fs::last_error().code, EFSError::ACCESS_DENIED);
+    EXPECT_EQ(source->content("profiles/save.dat"), "new");
+}
+
+TEST_F(Open, AWholeNameIsNeverTakenByItsEnd) {
+    MemorySource* const source = mount_memory("/a/");
+    source->matches_by_end = true;
+    source->add("profiles/save.dat", "kept");
+    EXPECT_TRUE(fs::exists("save.dat"));
+    EXPECT_FALSE(fs::exists("save.dat", Flags::WHOLE_NAME));
+    EXPECT_TRUE(fs::exists("profiles/save.dat", Flags::WHOLE_NAME));
+    EXPECT_EQ(fs::open("save.dat", EFSMode::READ, Flags::WHOLE_NAME), nullptr);
+    EXPECT_TRUE(write("save.dat", EFSMode::WRITE, "new", Flags::WHOLE_NAME));
+    EXPECT_EQ(source->content("profiles/save.dat"), "kept");
+    EXPECT_EQ(source->content("save.dat"), "new");
 }
 
 TEST_F(Open, ALongPathIsLookedUpLikeAnyOther) {

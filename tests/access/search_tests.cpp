@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/filesystem/access/sort_names.h"
+#include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/name_list.h"
 #include "tests/support/memory_source.h"
 

@@ -80,7 +80,7 @@ TEST_F(WholeFile, TextIsSavedUnderTheTimeOfDay) {
     ASSERT_EQ(source_->made.size(), 1u);
     EXPECT_THAT(source_->made[0], testing::MatchesRegex("create_write Out/Log_20......_......\\.TXT"));
     EXPECT_FALSE(fs::save_text_file("x", std::string(300, 'n').c_str(), "txt", "out"));
-    EXPECT_TRUE(fs::save_text_file("x", nullptr, nullptr, "d"));
+    EXPECT_FALSE(fs::save_text_file("x", nullptr, nullptr, "d"));  // "d/_DATE_TIME." could not be kept on Windows
 }
 
 TEST_F(WholeFile, BinaryComesBackAsItWasSaved) {

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Only engine/platform/posix and engine/platform/windows may include an operating system's header.
+"""Only the folders of engine/platform that are for one system may include an operating system's header.
 
 Everything else may include the C++ and C libraries, the compiler's intrinsics, our own headers and the
 libraries named below; a header that is in none of these groups is taken for an operating system's.

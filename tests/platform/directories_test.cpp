@@ -50,7 +50,7 @@ TEST(DirectoryListings, OrderNamesByFoldedBytesThenBytes) {
         }
         if (round % 3 == 0) names = naively_sorted(names);
         listing.clear();
-        for (const std::string& name : names) listing.add(name.c_str(), name.size(), false, false, false);
+        for (const std::string& name : names) listing.add(name.c_str(), name.size(), {});
         listing.sort();
         ASSERT_EQ(names_of(listing), naively_sorted(names));
         for (const DirectoryItem& item : listing.items()) {
@@ -65,7 +65,7 @@ TEST(DirectoryListings, HoldMoreThanOneBlockAndAreReused) {
         listing.clear();
         for (int i = 999; i >= 0; --i) {
             const std::string name = std::to_string(1000 + i) + std::string(250, 'n');
-            listing.add(name.c_str(), name.size(), i % 2 == 0, false, false);
+            listing.add(name.c_str(), name.size(), {.is_directory = i % 2 == 0});
         }
         listing.sort();
         ASSERT_EQ(listing.items().size(), 1000u);

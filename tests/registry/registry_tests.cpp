@@ -45,17 +45,17 @@ TEST_F(Registry, AsksSourcesByTypeAndTheNewestOfATypeFirst) {
     EXPECT_STREQ(fs::write_path(), "/pls/");
 }
 
-TEST_F(Registry, NothingIsPutBehindTheEndMarker) {
+TEST_F(Registry, NothingIsPutBehindTheFallback) {
     fs::registry::State& state = fs::registry::state();
     {
-        const fs::registry::ExclusiveHold hold(state);
-        state.end_marker = fs::registry::append(state, *new MemorySource("/fallback/", EFSSourceType::SPECIAL));
+        const fs::registry::ExclusiveGuard guard(state);
+        state.fallback = std::make_unique<MemorySource>("/fallback/", EFSSourceType::SPECIAL);
     }
     mount_memory("/dir/", EFSSourceType::DIR);
     mount_memory("/root/", EFSSourceType::SPECIAL, Flags::AFTER_SAME_TYPE);
     EXPECT_THAT(order(), ElementsAre("/root/", "/dir/", "/fallback/"));
     EXPECT_FALSE(fs::source_exists("/fallback/"));
-    EXPECT_FALSE(fs::rem_source(state.end_marker->source));
+    EXPECT_FALSE(fs::rem_source(state.fallback.get()));
 }
 
 TEST_F(Registry, FindsSourcesByDirectoryInAnyCaseAsWritten) {
@@ -126,7 +126,7 @@ TEST_F(Registry, KnowsWhetherThisThreadHoldsItsLock) {
     fs::registry::State& state = fs::registry::state();
     EXPECT_FALSE(fs::registry::this_thread_holds_lock());
     {
-        const fs::registry::SharedHold hold(state);
+        const fs::registry::SharedGuard guard(state);
         EXPECT_TRUE(fs::registry::this_thread_holds_lock());
         bool elsewhere = true;
         std::thread([&] { elsewhere = fs::registry::this_thread_holds_lock(); }).join();

@@ -6,6 +6,7 @@
 
 #include <engine/filesystem/registry.h>
 #include "engine/filesystem/contract/name_list.h"
+#include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/registry/registry.h"
 
 namespace test {
@@ -87,8 +88,17 @@ void MemorySource::clear() {
 }
 
 MemorySource::Entry* MemorySource::find(const fs::path& p) {
-    const auto found = files_.find(full_name(p));
+    const auto found = files_.find(held_name(p));
     return found != files_.end() ? &found->second : nullptr;
+}
+
+std::string MemorySource::held_name(const fs::path& p) const {
+    std::string name = full_name(p);
+    if (!matches_by_end || !p.EmptyPath() || files_.contains(name)) return name;
+    for (const auto& [held, entry] : files_) {
+        if (held == name || held.ends_with('/' + name)) return held;
+    }
+    return name;
 }
 
 void MemorySource::full_path(fs::path& out, const fs::path& p) {
@@ -98,7 +108,7 @@ void MemorySource::full_path(fs::path& out, const fs::path& p) {
 }
 
 void MemorySource::root_path(fs::path& out, const fs::path& p) {
-    if (find(p) != nullptr) out = p;
+    if (find(p) != nullptr) out = fs::path(held_name(p).c_str(), true);
 }
 
 std::int64_t MemorySource::write_time(const fs::path& p) { return find(p) != nullptr ? find(p)->time : -1; }
@@ -142,7 +152,8 @@ SFsFile* MemorySource::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
 SFsFile* MemorySource::open_at(const fs::path& p, bool truncate, bool at_end, FFSOpenFlags::FLAGS flags) {
     open_flags.push_back(flags);
     const Entry* const entry = find(p);
-    if (entry == nullptr || refuses_to_open || entry->read_only) return nullptr;
+    if (entry != nullptr && write_failure != EFSError::NONE) fs::refuse(write_failure, p.FileName(), "As ordered.");
+    if (entry == nullptr || refuses_to_open || is_silent || entry->read_only || write_failure != EFSError::NONE) return nullptr;
     if (truncate) entry->bytes->clear();
     auto* const file = new MemoryFile(this, full_name(p).c_str(), entry->bytes, at_end ? entry->bytes->size() : 0);
     file->capacity = file_capacity;
@@ -162,6 +173,7 @@ SFsFile* MemorySource::open_read_write(const fs::path& p, FFSOpenFlags::FLAGS fl
 SFsFile* MemorySource::create(const char* how, const fs::path& p, FFSOpenFlags::FLAGS flags) {
     made.push_back(how + (" " + full_name(p)));
     if (!is_writable || refuses_to_open) return nullptr;
+    write_failure = EFSError::NONE;
     fs::path lower = p;
     lower.Lowercase();
     add(full_name(lower), "");
@@ -190,7 +202,7 @@ void MemorySource::rem_dir(const fs::path& p) {
 bool MemorySource::rem_file(const fs::path& p) {
     Entry* const entry = find(p);
     if (refuses_to_remove) return false;
-    return entry != nullptr && !entry->read_only && files_.erase(full_name(p)) != 0;
+    return entry != nullptr && !entry->read_only && files_.erase(held_name(p)) != 0;
 }
 
 FS_NAME* MemorySource::get_file_list(const char* dir, const char* mask, bool flag) {
@@ -220,7 +232,7 @@ MemorySource* mount_memory(const char* mount_path, EFSSourceType::TYPE type, FFS
 
 void unmount_all() {
     fs::registry::State& state = fs::registry::state();
-    const fs::registry::ExclusiveHold hold(state);
+    const fs::registry::ExclusiveGuard guard(state);
     fs::registry::destroy_all(state);
 }
 

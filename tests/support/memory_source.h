@@ -86,6 +86,9 @@ public:
     bool is_writable = true;
     bool is_shielding = false;
     bool refuses_to_open = false;  // holds its files and opens none
+    bool matches_by_end = false;   // a name without a directory finds the first file of that name, wherever it lies
+    bool is_silent = false;        // opens nothing for writing, and gives no reason
+    EFSError::TYPE write_failure = EFSError::NONE;  // of every open for writing, which it then stores
     bool refuses_to_remove = false;
     bool has_tree = true;
     bool lists_twice = false;                         // every name, as a careless source might
@@ -100,6 +103,7 @@ public:
 
 private:
     Entry* find(const fs::path& p);
+    std::string held_name(const fs::path& p) const;
     SFsFile* open_at(const fs::path& p, bool truncate, bool at_end, FFSOpenFlags::FLAGS flags);
     SFsFile* create(const char* how, const fs::path& p, FFSOpenFlags::FLAGS flags);
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cinttypes>
-#include <optional>
 
 #include <engine/filesystem.h>
 
@@ -122,11 +121,12 @@ bool put(const Arguments& given) {
 }
 
 bool remove(const Arguments& given) {
-    const std::optional<std::uint32_t> hash = given.hash.empty() ? std::nullopt : std::optional(hash_of(given));
+    const bool one_blob = !given.hash.empty();
+    const std::uint32_t hash = one_blob ? hash_of(given) : 0;
     CFileHashMultiContainer all;
-    if (!open(all, given.file, true) || (hash && !has_blob(all, given, *hash))) return false;
+    if (!open(all, given.file, true) || (one_blob && !has_blob(all, given, hash))) return false;
     const char* const container = given.container.c_str();
-    if (!(hash ? all.Remove(container, *hash) : all.RemoveContainer(container)))
+    if (!(one_blob ? all.Remove(container, hash) : all.RemoveContainer(container)))
         return fail_with_last_error(given.file, "there is no container \"" + given.container + "\"");
     return all.Save() || fail_with_last_error(given.file, "it cannot be saved");
 }

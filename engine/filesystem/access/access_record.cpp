@@ -1,5 +1,3 @@
-#include "engine/filesystem/access/access_record.h"
-
 #include <atomic>
 #include <mutex>
 #include <new>
@@ -8,7 +6,7 @@
 
 #include <engine/filesystem/access/open.h>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/access/parts.h"
 
 namespace fs {
 
@@ -28,8 +26,7 @@ AccessRecord& access_record_state() {
 }
 
 void note(AccessRecord& record, const fs::path& name) {
-    fs::string text;
-    name.FullName(text);
+    fs::string text = full_name(name);
     const std::lock_guard guard(record.lock);
     if (!record.on.load(std::memory_order_relaxed)) return;  // switched off meanwhile
     const auto [place, is_new] = record.noted.insert(std::move(text));
@@ -49,24 +46,24 @@ void note_access(const fs::path& name) {
 }
 
 void record_access(bool on) {
-    AccessRecord& record = access_record_state();
-    const std::lock_guard guard(record.lock);
-    if (on) {
-        record.names.clear();
-        record.noted.clear();
-    }
-    record.on.store(on, std::memory_order_relaxed);
+    guarded(nullptr, [on] {
+        AccessRecord& record = access_record_state();
+        const std::lock_guard guard(record.lock);
+        if (on) {
+            record.names.clear();
+            record.noted.clear();
+        }
+        record.on.store(on, std::memory_order_relaxed);
+    });
 }
 
 void get_access_record(ztl::vector<fs::string>& out) {
-    AccessRecord& record = access_record_state();
-    const std::lock_guard guard(record.lock);
-    try {
+    out.clear();
+    guarded(nullptr, [&] {
+        AccessRecord& record = access_record_state();
+        const std::lock_guard guard(record.lock);
         out = record.names;
-    } catch (...) {
-        out.clear();
-        set_error(EFSError::OUT_OF_MEMORY, nullptr, "There is no memory for the list of names.");
-    }
+    });
 }
 
 }  // namespace fs

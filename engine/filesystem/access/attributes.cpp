@@ -2,23 +2,25 @@
 
 #include <engine/filesystem/access/manage.h>
 
-#include "engine/filesystem/access/holder.h"
-#include "engine/filesystem/registry/registry.h"
+#include "engine/filesystem/access/parts.h"
 #include "engine/platform/clock.h"
 
 namespace fs {
 
 namespace {
 
+using registry::ExclusiveGuard;
+using registry::Match;
+using registry::SharedGuard;
+
 constexpr std::uint64_t ticks_per_ms = 10000;
 constexpr int last_calendar_year = 9999;
 
 bool set_read_only(const char* path, bool on) {
-    return with_holder<registry::SharedHold>(path, false, [&](CFSSource& source, const fs::path& name) {
+    return with_holder<SharedGuard>(path, Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
         const ErrorScope scope;
-        if (source.set_read_only(name, on)) return true;
-        if (!scope.has_error()) set_error(EFSError::ACCESS_DENIED, path, "The source keeps no read-only attribute.");
-        return false;
+        return source.set_read_only(name, on) ||
+               fail_unless_told(scope, EFSError::ACCESS_DENIED, path, "The source keeps no read-only attribute.");
     });
 }
 
@@ -33,69 +35,82 @@ int compare_time(std::int64_t a, std::int64_t b, std::uint32_t tolerance_ms) {
 }
 
 std::int64_t write_time(const char* path) {
-    return with_holder<registry::SharedHold>(
-        path, std::int64_t{-1}, [](CFSSource& source, const fs::path& name) { return source.write_time(name); });
+    return with_holder<SharedGuard>(
+        path, Match::AS_SOURCE_DOES, std::int64_t{-1},
+        [](CFSSource& source, const fs::path& name) { return source.write_time(name); });
 }
 
 bool set_write_time(const char* path, std::int64_t time) {
-    return with_holder<registry::SharedHold>(path, false, [&](CFSSource& source, const fs::path& name) {
+    return with_holder<SharedGuard>(path, Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
         const ErrorScope scope;
-        if (source.set_write_time(name, time)) return true;
-        if (!scope.has_error()) set_error(EFSError::ACCESS_DENIED, path, "The source did not set the time.");
-        return false;
+        return source.set_write_time(name, time) ||
+               fail_unless_told(scope, EFSError::ACCESS_DENIED, path, "The source did not set the time.");
     });
 }
 
 fs::string get_time_as_str(std::int64_t time) {
-    if (time < 0) return {};
-    const platform::CalendarTime at = platform::to_calendar(time);
-    if (at.year > last_calendar_year) return {};
-    char text[32];
-    std::snprintf(text, sizeof(text), "%04d-%02d-%02d %02d:%02d:%02d", at.year, at.month, at.day, at.hour, at.minute,
-                  at.second);
-    return text;
+    return guarded(nullptr, fs::string(), [&]() -> fs::string {
+        if (time < 0) return {};
+        const platform::CalendarTime at = platform::to_calendar(time);
+        if (at.year > last_calendar_year) return {};
+        char text[32];
+        std::snprintf(text, sizeof(text), "%04d-%02d-%02d %02d:%02d:%02d", at.year, at.month, at.day, at.hour,
+                      at.minute, at.second);
+        return text;
+    });
 }
 
 bool is_protected(const char* path) {
-    return with_holder<registry::SharedHold>(path, false,
-                                             [](CFSSource& source, const fs::path&) { return source.is_protected(); });
+    return with_holder<SharedGuard>(path, Match::AS_SOURCE_DOES, false,
+                                    [](CFSSource& source, const fs::path&) { return source.is_protected(); });
 }
 
 bool read_only(const char* path) {
-    return with_holder<registry::SharedHold>(
-        path, false, [](CFSSource& source, const fs::path& name) { return source.read_only(name); });
+    return with_holder<SharedGuard>(
+        path, Match::AS_SOURCE_DOES, false,
+        [](CFSSource& source, const fs::path& name) { return source.read_only(name); });
 }
 
 bool read_only_set(const char* path) { return set_read_only(path, true); }
 bool read_only_remove(const char* path) { return set_read_only(path, false); }
 
 void mark_installed(const char* path, bool on) {
-    const fs::path name(path, true);
-    if (name.Empty()) return;
-    registry::State& state = registry::state();
-    const registry::ExclusiveHold hold(state);
-    registry::for_each_source(state, [&](CFSSource& source) { source.mark_installed(name, on); });
+    guarded(path, [&] {
+        const fs::path name = lookup_name(path);
+        if (name.Empty()) return;
+        registry::State& state = registry::state();
+        const ExclusiveGuard guard(state);
+        const registry::Concerned concerned(state, name);
+        registry::for_each_source(state, [&](CFSSource& source) {
+            if (concerned(source)) source.mark_installed(name, on);
+        });
+    });
 }
 
 void mark_installed(bool on) {
-    registry::State& state = registry::state();
-    const registry::ExclusiveHold hold(state);
-    registry::for_each_source(state, [&](CFSSource& source) { source.mark_installed_all(on); });
+    guarded(nullptr, [&] {
+        registry::State& state = registry::state();
+        const ExclusiveGuard guard(state);
+        registry::for_each_source(state, [&](CFSSource& source) { source.mark_installed_all(on); });
+    });
 }
 
 bool is_installed(const char* path) {
     constexpr int known_not_installed = 1;
     constexpr int known_installed = 2;
-    const fs::path name(path, true);
-    registry::State& state = registry::state();
-    const registry::SharedHold hold(state);
-    bool installed = true;
-    const CFSSource* const certain = registry::first_source(state, [&](CFSSource& source) {
-        const int answer = source.is_installed(name);
-        if (answer == known_not_installed) installed = false;
-        return answer == known_installed;
+    return guarded(path, false, [&] {
+        const fs::path name = lookup_name(path);
+        registry::State& state = registry::state();
+        const SharedGuard guard(state);
+        const registry::Concerned concerned(state, name);
+        bool installed = true;
+        const CFSSource* const certain = registry::first_source(state, [&](CFSSource& source) {
+            const int answer = concerned(source) ? source.is_installed(name) : 0;
+            if (answer == known_not_installed) installed = false;
+            return answer == known_installed;
+        });
+        return certain != nullptr || installed;
     });
-    return certain != nullptr || installed;
 }
 
 }  // namespace fs

@@ -1,11 +1,9 @@
-#include <cstdio>
-#include <string_view>
+#include <array>
+#include <string>
 
 #include <engine/filesystem/access/manage.h>
-#include <engine/filesystem/access/open.h>
-#include <engine/filesystem/contract/path.h>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/access/parts.h"
 
 // Backup generations: NAME.bak is the newest, then NAME.ba1, .ba2 and .ba3. Making a backup moves each one step back and
 // the file itself into the newest. A move is a copy and then a removal, oldest first, so that whenever it stops, each
@@ -16,65 +14,59 @@ namespace fs {
 
 namespace {
 
-constexpr int generations = 4;
+constexpr std::size_t generations = 4;
 constexpr std::uint32_t buffer_size = 32768;
+using Names = std::array<std::string, generations>;
 
-struct GenerationNames {
-    char name[generations][path_capacity];
-};
-
-/// False when the names do not fit.
-bool build_names(const fs::string& file, GenerationNames& out) {
-    constexpr std::string_view ending = ".bak";
-    if (file.size() + ending.size() >= path_capacity) return false;
-    for (int g = 0; g < generations; ++g) {
-        std::snprintf(out.name[g], path_capacity, "%s%s", file.c_str(), ending.data());
-        if (g != 0) out.name[g][file.size() + ending.size() - 1] = static_cast<char>('0' + g);
-    }
-    return true;
-}
+bool is_held(const std::string& name) { return exists(name.c_str(), FFSOpenFlags::WHOLE_NAME); }
 
 /// Whether the bytes of `from` stand under `to` now. `to` was moved or removed before; what a failed copy leaves of it
 /// would be taken for a backup.
-bool move_file(const char* from, const char* to) {
-    if (copy(from, to, buffer_size)) {
-        rem_file(from);
+bool move_file(const std::string& from, const std::string& to) {
+    if (copy(from.c_str(), to.c_str(), buffer_size)) {
+        rem_file(from.c_str());
         return true;
     }
-    const SFsError why = last_error();
-    if (exists(to)) rem_file(to);
-    set_error(why.code, why.path.c_str(), why.text.c_str(), why.os_code);
+    const ErrorKeeper why;
+    if (is_held(to)) rem_file(to.c_str());
     return false;
 }
 
-/// How many generations there are, the oldest taken to exist when all others do.
-int count_generations(const GenerationNames& names) {
-    int count = 1;
-    while (count < generations && exists(names.name[count - 1])) ++count;
-    return count;
-}
-
-bool rotate(const GenerationNames& names) {
-    const int count = count_generations(names);
-    if (count == generations && exists(names.name[generations - 1])) rem_file(names.name[generations - 1]);
-    for (int g = count - 2; g >= 0; --g) {
-        if (!move_file(names.name[g], names.name[g + 1])) return false;
+bool rotate(const Names& names) {
+    // The oldest is taken to exist when all others do.
+    std::size_t count = 1;
+    while (count < generations && is_held(names[count - 1])) ++count;
+    if (count == generations && is_held(names.back())) rem_file(names.back().c_str());
+    for (std::size_t to = count - 1; to != 0; --to) {
+        if (!move_file(names[to - 1], names[to])) return false;
     }
     return true;
+}
+
+/// The name under which the file's source holds it.
+fs::string held_name(const char* path) {
+    return with_holder<registry::SharedGuard>(path, registry::Match::WHOLE, fs::string(),
+                                              [](CFSSource& source, const fs::path& name) {
+                                                  fs::path held;
+                                                  source.root_path(held, name);
+                                                  return full_name(held.Empty() ? name : held);
+                                              });
 }
 
 }  // namespace
 
 void create_backup_copy(const char* path) {
-    if (path == nullptr || path[0] == '\0') return;
-    const fs::string file = root_path(path);
-    if (file.empty()) return;
-    GenerationNames names;
-    if (!build_names(file, names)) {
-        set_error(EFSError::INVALID_NAME, path, "The name of a backup would be longer than 259 bytes.");
-        return;
-    }
-    if (rotate(names)) move_file(file.c_str(), names.name[0]);
+    guarded(path, [&] {
+        if (path == nullptr || path[0] == '\0') return;
+        const fs::string file = held_name(path);
+        if (file.empty()) return;
+        const Names names = {file + ".bak", file + ".ba1", file + ".ba2", file + ".ba3"};
+        if (names[0].size() >= path_capacity) {
+            set_error(EFSError::INVALID_NAME, path, "The name of a backup would be longer than 259 bytes.");
+        } else if (rotate(names)) {
+            move_file(file, names[0]);
+        }
+    });
 }
 
 }  // namespace fs

@@ -1,12 +1,9 @@
-#include <cstring>
+#include <string_view>
 
 #include <engine/filesystem/access/manage.h>
 
-#include "engine/filesystem/access/cache_path.h"
+#include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/normalize.h"
-#include "engine/filesystem/contract/set_error.h"
-#include "engine/platform/directories.h"
-#include "engine/platform/files.h"
 
 // The cache directory is a place on the disk that need not lie below any source, so its directories are made and asked
 // for there.
@@ -15,51 +12,44 @@ namespace fs {
 
 namespace {
 
-bool is_directory(const char* path) {
-    const auto attributes = platform::get_attributes(path);
-    return attributes && attributes->is_directory;
-}
-
-/// Makes `path` and every directory above it that is missing. `path` is changed on the way and is whole again after it.
-bool make_chain(char* path) {
-    for (char* at = path + 1; *at != '\0'; ++at) {
-        if (*at != '/' || at[-1] == ':' || at[-1] == '/') continue;
-        *at = '\0';
-        const bool made = is_directory(path) || platform::create_directory(path) || is_directory(path);
-        *at = '/';
-        if (!made) return false;
-    }
-    return is_directory(path) || platform::create_directory(path);
-}
-
-/// The full path of a directory below the cache directory; false, with the failure stored, where there is none.
-bool cache_path_of(const char* path, char* out) {
+/// The full path of a directory below the cache directory, with its "/"; "", with the failure stored, where there is none.
+std::string cache_path_of(const char* path) {
+    const std::string_view cache = registry::state().cache_dir;
     const NormalText inner(path, true);
-    if (inner.climbs()) return refuse(EFSError::INVALID_NAME, path, "The path climbs above the cache directory.");
-    const CachePath whole(inner.c_str(), FFSOpenFlags::IN_CACHE_DIR);
-    NormalText normal(whole.c_str(), true);
-    normal.drop_trailing_slash();
-    if (normal.empty() || normal.view().size() >= platform::path_buffer_size) {
-        return refuse(EFSError::INVALID_NAME, path, "The path is empty or longer than 259 bytes.");
+    const NormalText whole(with_cache_directory(inner.c_str(), FFSOpenFlags::IN_CACHE_DIR).c_str(), true);
+    std::string full(whole.view());
+    if (!full.ends_with('/')) full += '/';
+    if (leads_above(inner.view())) {
+        set_error(EFSError::INVALID_NAME, path, "The path climbs above the cache directory.");
+    } else if (cache.empty() || cache == "/") {
+        set_error(EFSError::INVALID_NAME, path, "There is no cache directory.");
+    } else if (full.size() > path_capacity) {
+        set_error(EFSError::INVALID_NAME, path, "The path of the directory is longer than 259 bytes.");
+    } else {
+        return full;
     }
-    std::memcpy(out, normal.c_str(), normal.view().size() + 1);
-    return true;
+    return {};
 }
 
 }  // namespace
 
 bool mkdir_cache(const char* path) {
-    if (NormalText(path, true).names_nothing()) {
-        return refuse(EFSError::INVALID_NAME, path, "An empty path names no directory.");
-    }
-    char whole[platform::path_buffer_size];
-    if (!cache_path_of(path, whole)) return false;
-    return make_chain(whole) || refuse_by_disk(whole, "cannot be made");
+    return guarded(path, false, [&] {
+        if (NormalText(path, true).names_nothing()) {
+            return refuse(EFSError::INVALID_NAME, path, "An empty path names no directory.");
+        }
+        const std::string whole = cache_path_of(path);
+        return !whole.empty() && make_native_directories(whole);
+    });
 }
 
 bool does_cache_dir_exist(const char* path) {
-    char whole[platform::path_buffer_size];
-    return cache_path_of(path, whole) && is_directory(whole);
+    return guarded(path, false, [&] {
+        std::string whole = cache_path_of(path);
+        if (whole.empty()) return false;
+        whole.pop_back();
+        return does_dir_exist(whole.c_str());
+    });
 }
 
 }  // namespace fs

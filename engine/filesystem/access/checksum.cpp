@@ -1,31 +1,15 @@
 #include <algorithm>
 
 #include <engine/filesystem/access/manage.h>
-#include <engine/filesystem/access/open.h>
 
-#include "engine/filesystem/access/whole_file_parts.h"
-#include "engine/filesystem/contract/set_error.h"
-
-#if defined(ENGINE_HAS_LIBDEFLATE)
-#include <libdeflate.h>
-#else
-#include <zlib.h>
-#endif
+#include "engine/filesystem/access/parts.h"
+#include "engine/kernel/checksum.h"
 
 namespace fs {
 
 namespace {
 
 constexpr std::uint32_t default_buffer_size = 256 * 1024;
-constexpr std::uint64_t failed = ~std::uint64_t{0};
-
-std::uint32_t update_crc(std::uint32_t crc, const void* data, std::size_t size) {
-#if defined(ENGINE_HAS_LIBDEFLATE)
-    return libdeflate_crc32(crc, data, size);
-#else
-    return static_cast<std::uint32_t>(crc32_z(crc, static_cast<const Bytef*>(data), size));
-#endif
-}
 
 bool may_go_on(const CrcCalcArgs& args, std::uint64_t done, std::uint64_t total) {
     if (args.progress == nullptr || args.progress(done, total, args.user)) return true;
@@ -35,12 +19,11 @@ bool may_go_on(const CrcCalcArgs& args, std::uint64_t done, std::uint64_t total)
 bool add_content(SFsFile& file, std::uint64_t length, CrcCalcArgs& args) {
     const std::uint32_t wanted = args.buffer_size != 0 ? args.buffer_size : default_buffer_size;
     const std::uint64_t piece = std::min<std::uint64_t>(wanted, length);
-    const PieceBuffer buffer(piece, args.path);
-    if (buffer.data() == nullptr) return false;
+    const PieceBuffer buffer(piece);
     while (args.size < length) {
         const std::uint64_t size = std::min(piece, length - args.size);
         if (!read_checked(file, args.path, buffer.data(), size)) return false;
-        args.crc = update_crc(args.crc, buffer.data(), static_cast<std::size_t>(size));
+        args.crc = kernel::crc32(args.crc, buffer.data(), static_cast<std::size_t>(size));
         args.size += size;
         if (!may_go_on(args, args.size, length)) return false;
     }
@@ -52,10 +35,12 @@ bool add_content(SFsFile& file, std::uint64_t length, CrcCalcArgs& args) {
 bool calc_file_crc(CrcCalcArgs& args) {
     args.crc = 0;
     args.size = 0;
-    const FilePtr file(open(args.path, EFSMode::READ));
-    const std::uint64_t length = file ? known_length(*file, args.path) : failed;
-    if (length == failed) return false;
-    if (add_content(*file, length, args)) return true;
+    const bool whole = guarded(args.path, false, [&] {
+        const FilePtr file(open(args.path, EFSMode::READ));
+        const std::uint64_t length = file ? known_length(*file, args.path) : ~std::uint64_t{0};
+        return length != ~std::uint64_t{0} && add_content(*file, length, args);
+    });
+    if (whole) return true;
     args.crc = 0;
     args.size = 0;
     return false;

@@ -1,14 +1,11 @@
 #include <algorithm>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <engine/filesystem/access/search.h>
 
-#include "engine/filesystem/contract/normalize.h"
-#include "engine/filesystem/contract/set_error.h"
-#include "engine/filesystem/registry/registry.h"
+#include "engine/filesystem/access/parts.h"
 
 // Names held more than once. Within one source that is for the source to tell (its dump). Across sources a file of the
 // same directory and name is an override, as intended; the same name under another directory most likely was meant to
@@ -36,8 +33,7 @@ bool has_extension(std::string_view name, const char* ext) {
 }
 
 void collect_source(CFSSource& source, std::size_t index, const char* ext, std::vector<Held>& out) {
-    const std::unique_ptr<FS_NAME, decltype(&free_names)> names(source.get_file_list(nullptr, nullptr, true),
-                                                                &free_names);
+    const NameList names(source.get_file_list(nullptr, nullptr, true));
     for (const FS_NAME* name = names.get(); name != nullptr; name = name->next) {
         fs::string path(name->name);
         const std::size_t name_at = path.rfind('/') + 1;  // 0 when there is no separator
@@ -89,13 +85,13 @@ void append_all(const registry::State& state, const char* ext, Lines& out) {
 }  // namespace
 
 void find_duplicates(Lines& out, const char* ext) {
-    registry::State& state = registry::state();
-    const registry::SharedHold hold(state);
-    try {
-        append_all(state, ext, out);
-    } catch (...) {
-        set_error(EFSError::OUT_OF_MEMORY, nullptr, "There is no memory for the list of names.");
-    }
+    guarded(nullptr, [&] {
+        Lines lines = out;
+        registry::State& state = registry::state();
+        const registry::SharedGuard guard(state);
+        append_all(state, ext, lines);
+        out.swap(lines);
+    });
 }
 
 }  // namespace fs

@@ -1,12 +1,17 @@
 #include <engine/filesystem/access/open.h>
 
-#include "engine/filesystem/access/holder.h"
-#include "engine/filesystem/registry/registry.h"
+#include <engine/filesystem/contract/native_source.h>
+
+#include "engine/filesystem/access/parts.h"
+#include "engine/platform/directories.h"
 #include "engine/platform/files.h"
 
 namespace fs {
 
 namespace {
+
+using registry::Match;
+using registry::SharedGuard;
 
 bool is_native(const char* path, bool directory) {
     if (path == nullptr || path[0] == '\0') return false;
@@ -14,28 +19,30 @@ bool is_native(const char* path, bool directory) {
     return attributes && attributes->is_directory == directory;
 }
 
-fs::string copy_of(std::string_view text) {
-    try {
-        return fs::string(text);
-    } catch (...) {
-        return {};
-    }
-}
+using NativeText = char[platform::path_buffer_size];
 
-fs::string text_of(const fs::path& path) {
-    fs::string text;
-    path.FullName(text);
-    return text;
+enum class Place { ELSEWHERE, ON_DISK, NOT_ON_DISK };
+
+/// Where reading `name` in this source would find its file; `out` is set for ON_DISK.
+Place place_in(CFSSource& source, const fs::path& name, NativeText& out) {
+    if (!source.exists(name)) return Place::ELSEWHERE;
+    auto* const native = dynamic_cast<NativeSource*>(&source);
+    if (native == nullptr) return Place::NOT_ON_DISK;
+    NativeText path;
+    if (!native->native_path(name, path, sizeof(path)) || !is_native(path, false)) return Place::ELSEWHERE;
+    return platform::resolve_case(path, out) ? Place::ON_DISK : Place::ELSEWHERE;
 }
 
 }  // namespace
 
-bool exists(const char* path) {
-    const fs::path name(path, true);
-    if (name.Empty()) return false;
-    registry::State& state = registry::state();
-    const registry::SharedHold hold(state);
-    return registry::first_source(state, [&](CFSSource& source) { return source.exists(name); }) != nullptr;
+bool exists(const char* path, FFSOpenFlags::FLAGS flags) {
+    return guarded(path, false, [&] {
+        const bool in_cache = (flags & FFSOpenFlags::IN_CACHE_DIR) != 0;
+        const fs::path name = in_cache ? lookup_name(with_cache_directory(path, flags).c_str()) : lookup_name(path);
+        registry::State& state = registry::state();
+        const SharedGuard guard(state);
+        return registry::first_holder(state, name, match_of(flags)) != nullptr;
+    });
 }
 
 bool does_file_exist(const char* path) { return exists(path) || native_does_file_exist(path); }
@@ -43,23 +50,47 @@ bool native_does_file_exist(const char* path) { return is_native(path, false); }
 bool does_dir_exist(const char* path) { return is_native(path, true); }
 
 fs::string get_source_name(const char* path) {
-    return with_holder<registry::SharedHold>(
-        path, fs::string(), [](CFSSource& source, const fs::path&) { return copy_of(source.path().PathNameView()); });
-}
-
-const fs::string full_path(const char* path) {
-    return with_holder<registry::SharedHold>(path, fs::string(), [](CFSSource& source, const fs::path& name) {
-        fs::path out;
-        source.full_path(out, name);
-        return text_of(out);
+    return with_holder<SharedGuard>(path, Match::AS_SOURCE_DOES, fs::string(), [](CFSSource& source, const fs::path&) {
+        return fs::string(source.path().PathNameView());
     });
 }
 
+const fs::string full_path(const char* path) {
+    return with_holder<SharedGuard>(path, Match::AS_SOURCE_DOES, fs::string(),
+                                    [](CFSSource& source, const fs::path& name) {
+                                        fs::path out;
+                                        source.full_path(out, name);
+                                        return full_name(out);
+                                    });
+}
+
 const fs::string root_path(const char* path) {
-    return with_holder<registry::SharedHold>(path, fs::string(), [](CFSSource& source, const fs::path& name) {
-        fs::path out;
-        source.root_path(out, name);
-        return text_of(out);
+    return with_holder<SharedGuard>(path, Match::AS_SOURCE_DOES, fs::string(),
+                                    [](CFSSource& source, const fs::path& name) {
+                                        fs::path out;
+                                        source.root_path(out, name);
+                                        return full_name(out);
+                                    });
+}
+
+bool native_path(const char* path, fs::string& out) {
+    return guarded(path, false, [&] {
+        const fs::path name = lookup_name(path);
+        registry::State& state = registry::state();
+        const SharedGuard guard(state);
+        const registry::Concerned concerned(state, name);
+        NativeText found = "";
+        Place place = Place::ELSEWHERE;
+        registry::first_source(state, [&](CFSSource& source) {
+            if (!name.Empty() && concerned(source)) place = place_in(source, name, found);
+            return place != Place::ELSEWHERE;
+        });
+        if (place == Place::ON_DISK) out = found;
+        if (place == Place::NOT_ON_DISK) {
+            set_error(EFSError::UNSUPPORTED, path, "The file lies in a pack or in memory and has no path on the disk.");
+        }
+        if (place == Place::ELSEWHERE) set_error(EFSError::NOT_FOUND, path, "No source holds a file of this name.");
+        return place == Place::ON_DISK;
     });
 }
 

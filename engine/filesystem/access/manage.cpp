@@ -2,192 +2,187 @@
 
 #include <cstring>
 
-#include <engine/filesystem/access/open.h>
-
 #include <engine/filesystem/contract/native_source.h>
-#include "engine/filesystem/access/cache_path.h"
-#include "engine/filesystem/access/file_copy.h"
-#include "engine/filesystem/access/holder.h"
-#include "engine/filesystem/access/whole_file_parts.h"
+#include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/normalize.h"
-#include "engine/filesystem/registry/registry.h"
 #include "engine/platform/files.h"
 
 // What changes names: directories made, files and directories removed, files renamed. Each finds its source in asking
-// order and changes it under the exclusive lock, since tables and the index follow. An empty path and one that climbs
-// above its source name nothing that may be changed.
+// order, by names taken whole, and changes it under the exclusive lock, since tables and the index follow. An empty path
+// and one that climbs above its source name nothing that may be changed.
 
 namespace fs {
 
 namespace {
 
+using registry::ExclusiveGuard;
+using registry::Match;
+
 /// False, with the failure stored, for a path that may not be changed.
 bool may_change(const NormalText& name, const char* path) {
     if (name.names_nothing()) return refuse(EFSError::INVALID_NAME, path, "An empty path names nothing to change.");
-    if (name.climbs()) return refuse(EFSError::INVALID_NAME, path, "The path climbs above its source.");
+    if (leads_above(name.view())) return refuse(EFSError::INVALID_NAME, path, "The path climbs above its source.");
     return true;
 }
 
-bool is_creatable(const fs::path& name) {
-    if (name.EmptyFile()) return false;
-    return platform::is_valid_name(name.FileName(), name.FileNameView().size());
-}
-
-fs::path directory_path(const NormalText& directory, bool lower) {
-    fs::path out;
-    out.Set(directory.c_str(), nullptr, lower);
-    return out;
-}
-
-/// What is left of `directory` below the source's native root; a path that is not full is below it as it stands.
-fs::path below_root(CFSSource& source, const fs::path& directory) {
-    const std::string_view root = source.root_dir();
-    const std::string_view path = directory.PathNameView();
-    if (root.empty() || !is_full_path(directory.PathName()) || path.size() <= root.size()) return directory;
-    for (std::size_t i = 0; i < root.size(); ++i) {
-        if (fold(root[i]) != fold(path[i])) return directory;
-    }
-    fs::path out;
-    out.Set(directory.PathName() + root.size(), nullptr, directory.IsLowercase());
-    return out;
-}
-
-bool is_native_directory(const char* root, const fs::path& directory) {
-    char native[platform::path_buffer_size];
-    const std::string_view lead(root);
-    if (lead.size() >= sizeof(native)) return false;
-    std::memcpy(native, lead.data(), lead.size());
-    if (!directory.FullName(native + lead.size(), sizeof(native) - lead.size())) return false;
-    const auto attributes = platform::get_attributes(native);
+bool is_native_directory(const std::string& path) {
+    const auto attributes = platform::get_attributes(path.c_str());
     return attributes && attributes->is_directory;
 }
 
-/// Whether the source has this directory: in its tree, or on the disk where it stands on one.
-bool has_directory(const registry::State& state, CFSSource& source, const fs::path& directory) {
-    if (registry::find_directory(source, directory.PathName()) != nullptr) return true;
-    if (state.end_marker != nullptr && state.end_marker->source == &source) return is_native_directory("", directory);
-    if (source.root_dir()[0] == '\0' || is_full_path(directory.PathName())) return false;
-    return is_native_directory(source.root_dir(), directory);
+/// Whether the source has this directory: in its tree, or on the disk where it stands on one. `inner` becomes the name
+/// that the source knows it by.
+bool has_directory(const registry::State& state, CFSSource& source, const fs::path& directory, fs::path& inner) {
+    inner = directory;
+    if (&source == state.fallback.get()) return is_native_directory(directory.PathName());
+    if (is_native_directory_name(directory.PathNameView())) {
+        const auto below = registry::below_root(source, directory.PathNameView());
+        if (!below || below->empty()) return false;
+        inner = directory_name(*below, true);
+    }
+    if (registry::find_directory(source, inner.PathName()) != nullptr) return true;
+    return source.root_dir()[0] != '\0' && is_native_directory(std::string(source.root_dir()) + inner.PathName());
 }
 
 bool move_content(CFSSource& source, const fs::path& from, const fs::path& to, const char* path) {
-    const FilePtr old_file(source.open_read(from, FFSOpenFlags::NONE));
-    if (!old_file) return false;
-    const FilePtr new_file(source.create_write(to, FFSOpenFlags::NONE));
-    return new_file && copy_content(*old_file, *new_file, 0, path);
+    const FilePtr old_file(source.open_read(from, FFSOpenFlags::WHOLE_NAME));
+    return old_file && copy_content(*old_file, 0, path, [&] { return source.create_write(to, FFSOpenFlags::NONE); });
 }
 
 /// For a source that has no renaming of its own: the content is copied, then the old name goes.
 bool rename_by_copy(CFSSource& source, const fs::path& from, const fs::path& to, const char* path) {
-    fs::path lower_to = to;
-    lower_to.Lowercase();
+    const fs::path lower_to = lower_case(to);
     if (lower_to == from) return true;  // names are compared in lower case: nothing changes
     const ErrorScope scope;
-    if (move_content(source, from, to, path)) return source.rem_file(from);
-    if (source.exists(lower_to)) source.rem_file(lower_to);
-    if (!scope.has_error()) set_error(EFSError::IO, path, "The source could not write the file under its new name.");
-    return false;
+    if (move_content(source, from, to, path) && source.rem_file(from)) return true;
+    if (registry::holds_whole(source, lower_to)) source.rem_file(lower_to);
+    return fail_unless_told(scope, EFSError::IO, path, "The source could not move the file to its new name.");
 }
 
-/// Whether the source holds a file of just this name. One that is found by the end of a longer name is in nobody's way.
-bool holds_itself(CFSSource& source, const fs::path& name) {
-    if (!source.exists(name)) return false;
-    fs::path found;
-    source.root_path(found, name);
-    return found.Empty() || found == name || is_full_path(name.PathName());
+/// `to` as the source knows it. False, with the failure stored, for a place outside of the source.
+bool keep_within(const registry::State& state, CFSSource& source, fs::path& to, const char* path) {
+    if (&source == state.fallback.get() || !is_native_directory_name(to.PathNameView())) return true;
+    const auto below = registry::below_root(source, to.PathNameView());
+    if (!below) return refuse(EFSError::INVALID_NAME, path, "A file is renamed within its source.");
+    to.Set(std::string(*below).c_str(), to.FileName(), false);
+    return true;
 }
 
-bool rename_held(registry::State& state, const fs::path& from, const fs::path& to, const char* path) {
-    fs::path lower_to = to;
-    lower_to.Lowercase();
-    const auto is_taken = [&](CFSSource& source) { return holds_itself(source, lower_to); };
-    CFSSource* const holder = registry::first_source(state, [&](CFSSource& source) { return source.exists(from); });
+bool rename_held(registry::State& state, const fs::path& from, fs::path to, const char* path) {
+    CFSSource* const holder = registry::first_holder(state, from, Match::WHOLE);
     if (holder == nullptr) return refuse(EFSError::NOT_FOUND, path, "No source holds a file of this name.");
-    if (!holder->writable())
+    if (!holder->writable()) {
         return refuse(EFSError::READ_ONLY, path, "The source that holds the file cannot be written.");
-    if (!(lower_to == from) && registry::first_source(state, is_taken) != nullptr) {
+    }
+    if (!keep_within(state, *holder, to, path)) return false;
+    const fs::path lower_to = lower_case(to);
+    if (!(lower_to == from) && registry::first_holder(state, lower_to, Match::WHOLE) != nullptr) {
         return refuse(EFSError::ALREADY_EXISTS, path, "A source holds a file of the new name already.");
     }
+    fs::dir directory;
+    if (directory.add_path(lower_to.PathName()) == nullptr) throw std::bad_alloc();
     auto* const native = dynamic_cast<NativeSource*>(holder);
     const bool renamed = native != nullptr ? native->rename_file(from, to) : rename_by_copy(*holder, from, to, path);
-    if (renamed) state.index.add_path(lower_to.PathName());
+    if (renamed && holder != state.fallback.get()) state.index.take_over(directory);
     return renamed;
+}
+
+bool make_directory(registry::State& state, fs::path directory, const char* path) {
+    const fs::path asked = lower_case(directory);
+    CFSSource* const creator = creator_of(state, registry::Concerned(state, asked), directory);
+    if (!may_create(creator, path)) return false;
+    if (creator == state.fallback.get()) {
+        if (is_creatable_directory(directory.PathNameView())) return make_native_directories(directory.PathName());
+        return refuse(EFSError::INVALID_NAME, path, "A directory needs a name that every system can hold.");
+    }
+    const ErrorScope scope;
+    return creator->mkdir(directory) ||
+           fail_unless_told(scope, EFSError::ACCESS_DENIED, path, "The source did not make the directory.");
 }
 
 }  // namespace
 
 bool mkdir(const char* path) {
-    NormalText name(path, false);
-    if (!may_change(name, path)) return false;
-    registry::State& state = registry::state();
-    const registry::ExclusiveHold hold(state);
-    if (name.view() == state.index.name() || state.index.find(name.c_str()) != nullptr) return true;
-    if (state.head == nullptr) return refuse(EFSError::NOT_INITIALIZED, path, "No source is registered.");
-    const ErrorScope scope;
-    if (state.head->source->mkdir(directory_path(NormalText(path, true), false))) return true;
-    if (!scope.has_error()) set_error(EFSError::ACCESS_DENIED, path, "The first source did not make the directory.");
-    return false;
+    return guarded(path, false, [&] {
+        NormalText name(path, false);
+        if (!may_change(name, path)) return false;
+        registry::State& state = registry::state();
+        const ExclusiveGuard guard(state);
+        const bool is_indexed = name.view() == state.index.name() || state.index.find(name.c_str()) != nullptr;
+        if (is_indexed && !is_native_directory_name(name.view())) return true;
+        return make_directory(state, directory_name(NormalText(path, true).view(), false), path);
+    });
 }
 
 bool rename(const char* from, const char* to) {
-    if (!may_change(NormalText(from, false), from) || !may_change(NormalText(to, false), to)) return false;
-    const fs::path old_name(from, true);
-    const fs::path new_name(to, false);
-    if (old_name.EmptyFile() || !is_creatable(new_name)) {
-        return refuse(EFSError::INVALID_NAME, to, "A file cannot bear this name.");
-    }
-    registry::State& state = registry::state();
-    const registry::ExclusiveHold hold(state);
-    return rename_held(state, old_name, new_name, from);
+    return guarded(from, false, [&] {
+        if (!may_change(NormalText(from, false), from) || !may_change(NormalText(to, false), to)) return false;
+        const fs::path old_name = lookup_name(from);
+        const fs::path new_name = creation_name(to);
+        if (old_name.EmptyFile() || !is_creatable_name(new_name)) {
+            return refuse(EFSError::INVALID_NAME, to, "A file cannot bear this name.");
+        }
+        registry::State& state = registry::state();
+        const ExclusiveGuard guard(state);
+        return rename_held(state, old_name, new_name, from);
+    });
 }
 
 bool rem_file(const char* path, FFSOpenFlags::FLAGS flags) {
-    const CachePath prefixed(path, flags);
-    if (!may_change(NormalText(prefixed.c_str(), false), path)) return false;
-    return with_holder<registry::ExclusiveHold>(prefixed.c_str(), false, [&](CFSSource& source, const fs::path& name) {
-        if (!source.writable()) {
-            return refuse(EFSError::READ_ONLY, path, "The source that holds the file cannot be written.");
-        }
-        const ErrorScope scope;
-        if (source.rem_file(name)) return true;
-        if (!scope.has_error()) set_error(EFSError::ACCESS_DENIED, path, "The source did not remove the file.");
-        return false;
+    return guarded(path, false, [&] {
+        const std::string whole = with_cache_directory(path, flags);
+        if (!may_change(NormalText(whole.c_str(), false), path)) return false;
+        return with_holder<ExclusiveGuard>(
+            whole.c_str(), Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
+                if (!source.writable()) {
+                    return refuse(EFSError::READ_ONLY, path, "The source that holds the file cannot be written.");
+                }
+                const ErrorScope scope;
+                return source.rem_file(name) ||
+                       fail_unless_told(scope, EFSError::ACCESS_DENIED, path, "The source did not remove the file.");
+            });
     });
 }
 
 void rem_dir(const char* path) {
-    const NormalText name(path, false);
-    if (!may_change(name, path)) return;
-    const fs::path directory = directory_path(name, true);
-    registry::State& state = registry::state();
-    const registry::ExclusiveHold hold(state);
-    fs::path inner;
-    CFSSource* const holder = registry::first_source(state, [&](CFSSource& source) {
-        inner = below_root(source, directory);
-        return source.writable() && !inner.Empty() && has_directory(state, source, inner);
+    guarded(path, [&] {
+        const NormalText name(path, false);
+        if (!may_change(name, path)) return;
+        const fs::path directory = directory_name(name.view(), true);
+        registry::State& state = registry::state();
+        const ExclusiveGuard guard(state);
+        const registry::Concerned concerned(state, directory);
+        fs::path inner;
+        CFSSource* const holder = registry::first_source(state, [&](CFSSource& source) {
+            return source.writable() && concerned(source) && has_directory(state, source, directory, inner);
+        });
+        if (holder == nullptr) {
+            set_error(EFSError::NOT_FOUND, path, "No writable source has this directory.");
+            return;
+        }
+        const std::vector<std::string> indexed = registry::indexed_directories(state, inner.PathNameView());
+        holder->rem_dir(inner);
+        registry::forget_directories(state, indexed);
     });
-    if (holder == nullptr) {
-        set_error(EFSError::NOT_FOUND, path, "No writable source has this directory.");
-        return;
-    }
-    holder->rem_dir(inner);
-    registry::rebuild_index(state);
 }
 
 fs::string getOutLocationDebugHelper(const char* path) {
-    const fs::path name(path, false);
-    if (name.Empty()) return {};
-    fs::path lower = name;
-    lower.Lowercase();
-    registry::State& state = registry::state();
-    const registry::SharedHold hold(state);
-    CFSSource* target = registry::first_source(state, [&](CFSSource& s) { return s.writable() && s.exists(lower); });
-    if (target == nullptr && state.head != nullptr && state.head->source->writable()) target = state.head->source;
-    if (target == nullptr) return {};
-    char native[platform::path_buffer_size] = "";
-    auto* const on_disk = dynamic_cast<NativeSource*>(target);
-    if (on_disk == nullptr || !on_disk->native_path(name, native, sizeof(native))) return {};
-    return native;
+    return guarded(path, fs::string(), [&]() -> fs::string {
+        fs::path name = creation_name(path);
+        if (name.Empty()) return {};
+        const fs::path lower = lower_case(name);
+        registry::State& state = registry::state();
+        const registry::SharedGuard guard(state);
+        const registry::Concerned concerned(state, lower);
+        CFSSource* target = registry::first_source(state, [&](CFSSource& source) {
+            return concerned(source) && source.writable() && source.exists(lower);
+        });
+        if (target == nullptr) target = creator_of(state, concerned, name);
+        auto* const on_disk = dynamic_cast<NativeSource*>(target);
+        char native[platform::path_buffer_size] = "";
+        if (on_disk == nullptr || !target->writable() || !on_disk->native_path(name, native, sizeof(native))) return {};
+        return native;
+    });
 }
 
 }  // namespace fs

@@ -1,155 +1,205 @@
 #include <engine/filesystem/access/open.h>
 
-#include <string>
+#include <utility>
 
-#include "engine/filesystem/access/access_record.h"
-#include "engine/filesystem/access/cache_path.h"
+#include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/open_rules.h"
-#include "engine/filesystem/contract/set_error.h"
-#include "engine/filesystem/registry/registry.h"
 
 // Opening by name. A name is put into normal form once and then asked of the sources in their order.
 //
 // Reading takes the first source that can open the name; one that holds it and fails is passed over like one that does
 // not. Writing takes the first writable source that opens it in place; a protected source that holds the name ends the
-// search, so that what it shields is not written anywhere else. What nobody opened in place the first source of the
-// list creates, whatever kind it is; only what a full path names is made by the fallback, where a mode or a flag makes
-// files.
+// search, so that what it shields is not written anywhere else. What nobody holds is created: by the first source of
+// the list, or by the one in whose directory a full path lies, and in the way of the disk where it lies in none.
 //
-// The lock is held shared while sources are asked and exclusive while one creates. Between the two another thread may
-// create the same file; the creating source copes by creating always.
+// A source can answer a write-type open in three ways: it opens the file, it does not hold it, or it holds it and fails.
+// Behind one that failed nothing is written, since reading would go on finding the file that could not be written; only
+// a source before it may still create. And creating, which empties what it meets, never meets a file that an append or
+// read-write open is for.
+//
+// The lock is held shared while sources are asked and exclusive while one creates.
 
 namespace fs {
 
 namespace {
 
-bool has_sources(registry::State& state) {
-    const registry::SharedHold hold(state);
-    return state.count != 0;
-}
+struct Request {
+    const char* text;  // with the caller's case
+    const fs::path& name;
+    EFSMode::TYPE mode;
+    FFSOpenFlags::FLAGS flags;
+};
 
-SFsFile* open_in_place(CFSSource& source, const fs::path& name, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    switch (mode) {
+SFsFile* open_in_place(CFSSource& source, const Request& request) {
+    switch (request.mode) {
         case EFSMode::READ:
-            return source.open_read(name, flags);
+            return source.open_read(request.name, request.flags);
         case EFSMode::WRITE:
-            return source.open_write(name, flags);
+            return source.open_write(request.name, request.flags);
         case EFSMode::APPEND:
-            return source.open_append(name, flags);
+            return source.open_append(request.name, request.flags);
         case EFSMode::READ_WRITE:
-            return source.open_read_write(name, flags);
+            return source.open_read_write(request.name, request.flags);
     }
     return nullptr;
 }
 
-SFsFile* find_to_read(registry::State& state, const fs::path& name, FFSOpenFlags::FLAGS flags) {
-    const registry::SharedHold hold(state);
-    for (const registry::Node* node = state.head; node != nullptr; node = node->next) {
-        if (SFsFile* const file = node->source->open_read(name, flags)) return file;
-    }
-    return nullptr;
+bool holds(CFSSource& source, const Request& request) {
+    return registry::holds(source, request.name, match_of(request.flags));
 }
 
-SFsFile* open_to_read(registry::State& state, const fs::path& name, const char* path, FFSOpenFlags::FLAGS flags) {
+/// A source that matches by the end is asked first whether it holds just this name, where that is wanted.
+bool is_passed_over(CFSSource& source, const Request& request) {
+    return match_of(request.flags) == registry::Match::WHOLE && !registry::holds_whole(source, request.name);
+}
+
+FilePtr find_to_read(registry::State& state, const Request& request) {
+    const registry::SharedGuard guard(state);
+    if (state.empty()) set_error(EFSError::NOT_INITIALIZED, request.text, "No source is registered.");
+    const registry::Concerned concerned(state, request.name);
+    FilePtr file;
+    registry::first_source(state, [&](CFSSource& source) {
+        if (concerned(source) && !is_passed_over(source, request)) file.reset(open_in_place(source, request));
+        return file != nullptr;
+    });
+    return file;
+}
+
+FilePtr open_to_read(registry::State& state, const Request& request) {
     ErrorScope scope;
-    SFsFile* const file = find_to_read(state, name, flags);
-    if (file != nullptr) {
+    FilePtr file = find_to_read(state, request);
+    if (file) {
         scope.forget();
-        note_access(name);
-    } else if (!scope.has_error()) {
-        set_error(EFSError::NOT_FOUND, path, "No source holds a file of this name.");
+        note_access(request.name);
+    } else {
+        fail_unless_told(scope, EFSError::NOT_FOUND, request.text, "No source holds a file of this name.");
     }
     return file;
 }
 
-/// Whether the source is the fallback, asked for a file that is yet to be made: one that is not named by a full path is
-/// made in the first source, never in whichever directory the process happens to stand.
-bool would_make_elsewhere(const registry::State& state, const registry::Node* node, const fs::path& name) {
-    return node == state.end_marker && !is_full_path(name.PathName()) && !node->source->exists(name);
-}
+enum class Answer { OPENED, ABSENT, FAILED };
 
-enum class Found { FILE, SHIELDED, NOTHING };
-
-/// Looks for a source that opens the name in place; `file` is set for FILE alone.
-Found find_to_write(registry::State& state, const fs::path& name, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
-                    SFsFile*& file) {
-    const registry::SharedHold hold(state);
-    for (const registry::Node* node = state.head; node != nullptr; node = node->next) {
-        CFSSource& source = *node->source;
-        if (!source.writable()) {
-            if (source.is_protected() && source.exists(name)) return Found::SHIELDED;
-            continue;
-        }
-        if (would_make_elsewhere(state, node, name)) continue;
-        file = open_in_place(source, name, mode, flags);
-        if (file != nullptr) return Found::FILE;
+Answer ask_to_write(CFSSource& source, const Request& request, FilePtr& file) {
+    if (is_passed_over(source, request)) return Answer::ABSENT;
+    const ErrorScope scope;
+    file.reset(open_in_place(source, request));
+    if (file) return Answer::OPENED;
+    if (scope.has_error()) return last_error().code == EFSError::NOT_FOUND ? Answer::ABSENT : Answer::FAILED;
+    // The source gives no reason. What reading would open here may not be missed for another file.
+    if (!source.exists(request.name) || !FilePtr(source.open_read(request.name, FFSOpenFlags::NONE))) {
+        return Answer::ABSENT;
     }
-    return Found::NOTHING;
+    set_error(EFSError::ACCESS_DENIED, request.text, "The source that holds the file did not open it for writing.");
+    return Answer::FAILED;
 }
 
-/// Whether a file of this name may be made: not without a name, and not above the source.
-bool is_creatable(const fs::path& name) {
-    return !name.EmptyFile() && name.FileNameView() != ".." && !name.PathNameView().starts_with("../");
+/// What the walk over the sources came to: a file, the source that ended it, or neither.
+struct Found {
+    FilePtr file;
+    const CFSSource* shield = nullptr;
+    const CFSSource* failed = nullptr;
+};
+
+Found find_to_write(registry::State& state, const Request& request) {
+    const registry::SharedGuard guard(state);
+    const registry::Concerned concerned(state, request.name);
+    Found found;
+    registry::first_source(state, [&](CFSSource& source) {
+        if (!concerned(source)) return false;
+        if (!source.writable()) {
+            if (source.is_protected() && holds(source, request)) found.shield = &source;
+            return found.shield != nullptr;
+        }
+        // The fallback would make a file in whichever directory the process happens to stand.
+        if (&source == state.fallback.get() && !source.exists(request.name)) return false;
+        const Answer answer = ask_to_write(source, request, found.file);
+        if (answer == Answer::FAILED) found.failed = &source;
+        return answer != Answer::ABSENT;
+    });
+    return found;
 }
 
-/// The first source makes the file. Its directory joins the index under the same hold, so that no look-up sees one
-/// without the other.
-SFsFile* create(registry::State& state, const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    fs::path name(path, false);
-    if (!is_creatable(name)) {
-        set_error(EFSError::INVALID_NAME, path, "A file cannot be created without a name, or above its source.");
+/// A file that lies in no mounted directory is made on the disk, and no source learns of it.
+FilePtr create_outside(registry::State& state, const fs::path& name, const Request& request) {
+    if (!make_native_directories(full_name(name))) return nullptr;
+    CFSSource& fallback = *state.fallback;
+    if (request.mode == EFSMode::WRITE) {
+        return FilePtr(fallback.open_write(name, request.flags | FFSOpenFlags::CREATE));
+    }
+    return FilePtr(open_in_place(fallback, {.text = request.text, .name = name, .mode = request.mode, .flags = request.flags}));
+}
+
+/// Whether the name is there after all, so that creating it would meet or shadow a file: another thread made it since the
+/// sources were asked, or the source knows a file that the disk has lost. `file` is the answer when there is one.
+bool is_there(CFSSource& creator, const Request& request, FilePtr& file) {
+    if (!holds(creator, request)) return false;
+    if (ask_to_write(creator, request, file) != Answer::ABSENT) return true;
+    return request.mode != EFSMode::WRITE || !registry::holds_whole(creator, request.name);
+}
+
+/// The directory of the new file joins the index under the same guard, so that no lookup sees one without the other.
+FilePtr create(registry::State& state, const Request& request, const CFSSource* failed) {
+    fs::path name = creation_name(request.text);
+    const registry::ExclusiveGuard guard(state);
+    CFSSource* const creator = creator_of(state, registry::Concerned(state, request.name), name);
+    if (failed != nullptr && (creator == nullptr || creator == failed || !creator->writable())) return nullptr;
+    if (!is_creatable_name(name)) {
+        set_error(EFSError::INVALID_NAME, request.text,
+                  "A file needs a name that every system can hold, and none is made above its source.");
         return nullptr;
     }
-    const registry::ExclusiveHold hold(state);
-    if (state.count == 0) return nullptr;
-    CFSSource& first = *state.head->source;
-    SFsFile* const file =
-        mode == EFSMode::READ_WRITE ? first.create_read_write(name, flags) : first.create_write(name, flags);
-    if (file == nullptr) return nullptr;
-    name.Lowercase();
-    state.index.add_path(name.PathName());
+    if (!may_create(creator, request.text)) return nullptr;
+    if (creator == state.fallback.get()) return create_outside(state, name, request);
+    FilePtr file;
+    if (is_there(*creator, request, file)) return file;
+    fs::dir directory;
+    if (directory.add_path(lower_case(name).PathName()) == nullptr) throw std::bad_alloc();
+    file.reset(request.mode == EFSMode::READ_WRITE ? creator->create_read_write(name, request.flags)
+                                                   : creator->create_write(name, request.flags));
+    if (file) state.index.take_over(directory);
     return file;
 }
 
-SFsFile* open_to_write(registry::State& state, const fs::path& name, const char* path, EFSMode::TYPE mode,
-                       FFSOpenFlags::FLAGS flags) {
+FilePtr open_to_write(registry::State& state, const Request& request) {
     ErrorScope scope;
-    SFsFile* file = nullptr;
-    const Found found = find_to_write(state, name, mode, flags, file);
-    if (found == Found::SHIELDED) {
-        set_error(EFSError::ACCESS_DENIED, path,
+    Found found = find_to_write(state, request);
+    if (found.shield != nullptr) {
+        set_error(EFSError::ACCESS_DENIED, request.text,
                   "A protected source holds this name and shields it from being written.");
         return nullptr;
     }
-    if (found == Found::NOTHING) file = create(state, path, mode, flags);
-    if (file != nullptr) {
+    if (!found.file) found.file = create(state, request, found.failed);
+    if (found.file) {
         scope.forget();
-    } else if (!scope.has_error()) {
-        set_error(EFSError::NOT_FOUND, path, "No source opened the file, and the first source did not create it.");
+    } else {
+        fail_unless_told(scope, EFSError::NOT_FOUND, request.text,
+                         "No source opened the file, and the first source did not create it.");
     }
-    return file;
+    return std::move(found.file);
+}
+
+FilePtr open_request(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
+    registry::State& state = registry::state();
+    if (!is_valid_open(mode, flags)) {
+        set_error(EFSError::INVALID_ARGUMENT, path, "Mode and flags of the open exclude each other.");
+        return nullptr;
+    }
+    const fs::path name = lookup_name(path);
+    if (name.Empty()) {
+        set_error(EFSError::INVALID_NAME, path, "An empty path names no file.");
+        return nullptr;
+    }
+    const Request request{.text = path, .name = name, .mode = mode, .flags = flags};
+    return mode == EFSMode::READ ? open_to_read(state, request) : open_to_write(state, request);
 }
 
 }  // namespace
 
 SFsFile* open(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    registry::State& state = registry::state();
-    if (!has_sources(state)) {
-        set_error(EFSError::NOT_INITIALIZED, path, "No source is registered.");
-        return nullptr;
-    }
-    if (!is_valid_open(mode, flags)) {
-        set_error(EFSError::INVALID_ARGUMENT, path, "Mode and flags of the open exclude each other.");
-        return nullptr;
-    }
-    const CachePath prefixed(path, flags);
-    const fs::path name(prefixed.c_str(), true);
-    if (name.Empty()) {
-        set_error(EFSError::INVALID_NAME, path, "An empty path names no file.");
-        return nullptr;
-    }
-    if (mode == EFSMode::READ) return open_to_read(state, name, prefixed.c_str(), flags);
-    return open_to_write(state, name, prefixed.c_str(), mode, flags);
+    return guarded<SFsFile*>(path, nullptr, [&] {
+        if ((flags & FFSOpenFlags::IN_CACHE_DIR) == 0) return open_request(path, mode, flags).release();
+        return open_request(with_cache_directory(path, flags).c_str(), mode, flags).release();
+    });
 }
 
 }  // namespace fs

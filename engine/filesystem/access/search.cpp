@@ -1,45 +1,52 @@
 #include <engine/filesystem/access/search.h>
 
 #include <atomic>
-#include <memory>
 
-#include "engine/filesystem/access/sort_names.h"
+#include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/normalize.h"
-#include "engine/filesystem/contract/set_error.h"
-#include "engine/filesystem/registry/registry.h"
 
 namespace fs {
 
 namespace {
+
+using registry::ExclusiveGuard;
+using registry::SharedGuard;
 
 struct SearchState {
     std::atomic<search_callback> callback{nullptr};
 };
 SearchState search_state;
 
-struct FreeNames {
-    void operator()(FS_NAME* names) const { free_names(names); }
-};
-using NameList = std::unique_ptr<FS_NAME, FreeNames>;
+/// A source that had no memory for its list says so and gives a shorter one or none. No list that lacks names is handed
+/// on.
+NameList whole_list(FS_NAME* names, const ErrorScope& scope) {
+    NameList list(names);
+    if (scope.has_error() && last_error().code == EFSError::OUT_OF_MEMORY) throw StoredFailure();
+    return list;
+}
 
 /// Joins what every source answers; of equal names the earliest source's stays.
 template <typename Ask>
-FS_NAME* merge_answers(Ask ask) {
-    registry::State& state = registry::state();
-    const registry::SharedHold hold(state);
-    FS_NAME* merged = nullptr;
-    registry::for_each_source(state, [&](CFSSource& source) { merged = merge_names(merged, sort_names(ask(source))); });
-    return merged;
+FS_NAME* merge_answers(const char* asked, Ask ask) {
+    return guarded<FS_NAME*>(asked, nullptr, [&] {
+        registry::State& state = registry::state();
+        const SharedGuard guard(state);
+        NameList merged;
+        registry::for_each_source(state, [&](CFSSource& source) {
+            const ErrorScope scope;
+            NameList names = whole_list(ask(source), scope);
+            merged.reset(merge_names(merged.release(), sort_names(names.release())));
+        });
+        return merged.release();
+    });
 }
 
 /// "" where the native name is too long for a path buffer.
 fs::string native_name(CFSSource& source, const char* name) {
-    const fs::path held(name, true);
     fs::path native;
-    source.full_path(native, held);
-    char text[path_capacity];
-    native.FullName(text, sizeof(text));
-    return text;
+    source.full_path(native, lookup_name(name));
+    fs::string text = full_name(native);
+    return text.size() < path_capacity ? text : fs::string();
 }
 
 /// Whether the source is mounted at `target`: a directory, or with file name the path of a pack.
@@ -47,87 +54,91 @@ bool is_mounted_at(CFSSource& source, const fs::path& directory, const fs::path&
     return !source.path().Empty() && (source.path() == directory || source.path() == file);
 }
 
-/// The part of `path` below the source's native root, or the path itself when it is not full; null when it lies
-/// elsewhere.
-const char* below_root(CFSSource& source, std::string_view path) {
-    if (!is_full_path(path.data())) return path.data();
-    const std::string_view root = source.root_dir();
-    if (root.empty() || path.size() <= root.size()) return nullptr;
-    for (std::size_t i = 0; i < root.size(); ++i) {
-        if (fold(root[i]) != path[i]) return nullptr;
-    }
-    return path.data() + root.size();
-}
-
-void refresh_if_concerned(CFSSource& source, const NormalText& path, const fs::path& directory, const fs::path& file) {
+void refresh_if_concerned(CFSSource& source, std::string_view path, const fs::path& directory, const fs::path& file) {
     if (is_mounted_at(source, directory, file)) {
         source.refresh();
         return;
     }
-    const char* const inner = below_root(source, path.view());
-    if (inner != nullptr && registry::find_directory(source, inner) != nullptr) source.refresh_dir(inner);
+    // The fallback and packs have no directory that could be read again.
+    const bool is_full = is_native_directory_name(directory.PathNameView());
+    const auto below = is_full ? registry::below_root(source, path) : path;
+    if (!below) return;
+    const std::string inner(*below);
+    if (registry::find_directory(source, inner.c_str()) != nullptr) source.refresh_dir(inner.c_str());
 }
 
 }  // namespace
 
 FS_NAME* search(const char* dir, const char* mask, bool flag, bool indexed_only) {
-    NormalText directory(dir, false);
-    directory.drop_trailing_slash();
-    const NormalText pattern(mask, false);
-    return merge_answers([&](CFSSource& source) -> FS_NAME* {
-        if (indexed_only && (source.flags() & FFSAddSourceFlags::INDEX_NAMES) == 0) return nullptr;
-        return source.get_file_list(dir != nullptr ? directory.c_str() : nullptr,
-                                    mask != nullptr ? pattern.c_str() : nullptr, flag);
+    return guarded<FS_NAME*>(dir, nullptr, [&] {
+        NormalText directory(dir, false);
+        directory.drop_trailing_slash();
+        const NormalText pattern(mask, false);
+        return merge_answers(dir, [&](CFSSource& source) -> FS_NAME* {
+            if (indexed_only && (source.flags() & FFSAddSourceFlags::INDEX_NAMES) == 0) return nullptr;
+            return source.get_file_list(dir != nullptr ? directory.c_str() : nullptr,
+                                        mask != nullptr ? pattern.c_str() : nullptr, flag);
+        });
     });
 }
 
 FS_NAME* search_substring(const char* text) {
     if (text == nullptr) return nullptr;
-    const NormalText wanted(text, false);
-    return merge_answers([&](CFSSource& source) { return source.search_substring(wanted.c_str()); });
+    return guarded<FS_NAME*>(text, nullptr, [&] {
+        const NormalText wanted(text, false);
+        return merge_answers(text, [&](CFSSource& source) { return source.search_substring(wanted.c_str()); });
+    });
 }
 
 const fs::idir* search_dir(const char* dir) {
     if (dir == nullptr) return nullptr;
-    const NormalText wanted(dir, false);
-    registry::State& state = registry::state();
-    const registry::SharedHold hold(state);
-    return state.index.find(wanted.c_str());
+    return guarded<const fs::idir*>(dir, nullptr, [&] {
+        const NormalText wanted(dir, false);
+        registry::State& state = registry::state();
+        const SharedGuard guard(state);
+        return state.index.find(wanted.c_str());
+    });
 }
 
 void refresh() {
-    registry::State& state = registry::state();
-    const registry::ExclusiveHold hold(state);
-    registry::for_each_source(state, [](CFSSource& source) { source.refresh(); });
-    registry::rebuild_index(state);
+    guarded(nullptr, [] {
+        registry::State& state = registry::state();
+        const ExclusiveGuard guard(state);
+        registry::for_each_source(state, [](CFSSource& source) { source.refresh(); });
+        registry::rebuild_index(state);
+    });
 }
 
 void refresh(const char* path) {
-    NormalText wanted(path, false);
-    wanted.drop_trailing_slash();
-    if (wanted.empty()) return;
-    fs::path directory;
-    directory.Set(wanted.c_str(), nullptr, true);
-    const fs::path file(wanted.c_str(), true);
-    registry::State& state = registry::state();
-    const registry::ExclusiveHold hold(state);
-    registry::for_each_source(state, [&](CFSSource& source) { refresh_if_concerned(source, wanted, directory, file); });
-    registry::rebuild_index(state);
+    guarded(path, [&] {
+        NormalText wanted(path, false);
+        wanted.drop_trailing_slash();
+        if (wanted.empty()) return;
+        const fs::path directory = directory_name(wanted.view(), true);
+        const fs::path file = lookup_name(wanted.c_str());
+        registry::State& state = registry::state();
+        const ExclusiveGuard guard(state);
+        registry::for_each_source(
+            state, [&](CFSSource& source) { refresh_if_concerned(source, wanted.view(), directory, file); });
+        registry::rebuild_index(state);
+    });
 }
 
 void get_file_list(ztl::vector<fs::string>& out) {
-    registry::State& state = registry::state();
-    const registry::SharedHold hold(state);
-    try {
-        for (const registry::Node* node = state.head; node != nullptr; node = node->next) {
-            const NameList names(sort_names(node->source->get_file_list(nullptr, nullptr, true)));
+    guarded(nullptr, [&] {
+        ztl::vector<fs::string> all = out;
+        registry::State& state = registry::state();
+        const SharedGuard guard(state);
+        registry::for_each_source(state, [&](CFSSource& source) {
+            const ErrorScope scope;
+            NameList names = whole_list(source.get_file_list(nullptr, nullptr, true), scope);
+            names.reset(sort_names(names.release()));
             for (const FS_NAME* name = names.get(); name != nullptr; name = name->next) {
-                out.push_back(native_name(*node->source, name->name));
+                all.push_back(native_name(source, name->name));
             }
-        }
-    } catch (...) {
-        set_error(EFSError::OUT_OF_MEMORY, nullptr, "There is no memory for the list of files.");
-    }
+        });
+        out.swap(all);
+    });
 }
 
 void set_search_callback(search_callback callback) { search_state.callback.store(callback, std::memory_order_release); }

@@ -1,8 +1,8 @@
-#include "engine/filesystem/access/sort_names.h"
-
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+
+#include "engine/filesystem/access/parts.h"
 
 namespace fs {
 

@@ -3,13 +3,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
-#include <engine/filesystem/access/open.h>
 #include <engine/filesystem/contract/path.h>
 
-#include "engine/filesystem/access/whole_file_parts.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/access/parts.h"
 #include "engine/platform/clock.h"
 
 namespace fs {
@@ -19,8 +16,10 @@ namespace {
 constexpr std::uint64_t failed = ~std::uint64_t{0};
 
 bool write_whole(const char* path, const void* data, std::uint64_t size) {
-    const FilePtr file(open(path, EFSMode::WRITE));
-    return file && write_checked(*file, path, data, size);
+    return guarded(path, false, [&] {
+        const FilePtr file(open(path, EFSMode::WRITE));
+        return file && write_checked(*file, path, data, size);
+    });
 }
 
 }  // namespace
@@ -38,34 +37,27 @@ void read_filled(SFsFile& file, void* buffer, std::uint64_t size) {
     std::memset(static_cast<char*>(buffer) + got, 0, static_cast<std::size_t>(size - got));
 }
 
-void* allocate(std::uint64_t size, const char* path) {
+std::unique_ptr<void, FreeBlock> allocate(std::uint64_t size) {
     void* const block = size < SIZE_MAX ? std::malloc(size != 0 ? static_cast<std::size_t>(size) : 1) : nullptr;
-    if (block == nullptr) set_error(EFSError::OUT_OF_MEMORY, path, "There is no memory for the whole file.");
-    return block;
-}
-
-PieceBuffer::PieceBuffer(std::uint64_t size, const char* path) : block_(nullptr, &std::free) {
-    constexpr std::uint64_t page = 4096;
-    block_.reset(size < SIZE_MAX - page ? allocate(size + page, path) : nullptr);
-    if (!block_) return;
-    void* place = block_.get();
-    std::size_t space = static_cast<std::size_t>(size + page);
-    data_ = std::align(page, static_cast<std::size_t>(size), place, space);
+    if (block == nullptr) throw std::bad_alloc();
+    return std::unique_ptr<void, FreeBlock>(block);
 }
 
 bool read_checked(SFsFile& file, const char* path, void* buffer, std::uint64_t size) {
     const ErrorScope scope;
-    if (file.read(buffer, size) == size) return true;
-    if (!scope.has_error()) set_error(EFSError::IO, path, "The file gave fewer bytes than its length promised.");
-    return false;
+    return file.read(buffer, size) == size ||
+           fail_unless_told(scope, EFSError::IO, path, "The file gave fewer bytes than its length promised.");
 }
 
 bool write_checked(SFsFile& file, const char* path, const void* data, std::uint64_t size) {
     if (size == 0) return true;
     const ErrorScope scope;
-    if (file.write(data, size) == size) return true;
-    if (!scope.has_error()) set_error(EFSError::IO, path, "The file took fewer bytes than it was given.");
-    return false;
+    const std::uint64_t written = file.write(data, size);
+    if (written == size) return true;
+    // Nothing but a full disk takes less without a reason of its own.
+    const bool is_full = written < size;
+    return fail_unless_told(scope, is_full ? EFSError::DISK_FULL : EFSError::IO, path,
+                            "The file took fewer bytes than it was given.");
 }
 
 void* read(const char* path, std::uint64_t* size) {
@@ -77,12 +69,14 @@ void* read(const char* path, std::uint64_t* size) {
 }
 
 void read(void* buffer, const char* path, std::uint64_t* size) {
-    const FilePtr file(open(path, EFSMode::READ));
-    const std::uint64_t length = file ? known_length(*file, path) : failed;
-    if (length == failed) return;
-    if (size != nullptr) *size = length;
-    // The buffer's capacity is the caller's word: it must hold the whole file.
-    if (buffer != nullptr) file->read(buffer, length);
+    guarded(path, [&] {
+        const FilePtr file(open(path, EFSMode::READ));
+        const std::uint64_t length = file ? known_length(*file, path) : failed;
+        if (length == failed) return;
+        if (size != nullptr) *size = length;
+        // The buffer's capacity is the caller's word: it must hold the whole file.
+        if (buffer != nullptr) file->read(buffer, length);
+    });
 }
 
 std::uint64_t read(std::nullptr_t, void*, std::uint64_t) { return failed; }
@@ -93,17 +87,15 @@ void* read(std::nullptr_t, std::uint64_t* size) {
 }
 
 bool load_text_file(fs::string& out, const char* path) {
-    const FilePtr file(open(path, EFSMode::READ));
-    const std::uint64_t length = file ? known_length(*file, path) : failed;
-    if (length == failed) return false;
-    if (length == 0) return true;
-    try {
+    return guarded(path, false, [&] {
+        const FilePtr file(open(path, EFSMode::READ));
+        const std::uint64_t length = file ? known_length(*file, path) : failed;
+        if (length == failed) return false;
+        if (length == 0) return true;
         out.resize(length);
-    } catch (...) {
-        return refuse(EFSError::OUT_OF_MEMORY, path, "There is no memory for the whole file.");
-    }
-    read_filled(*file, out.data(), length);
-    return true;
+        read_filled(*file, out.data(), length);
+        return true;
+    });
 }
 
 bool save_text_file(const fs::string& text, const char* path) { return write_whole(path, text.data(), text.size()); }
@@ -121,19 +113,19 @@ bool save_text_file(const fs::string& text, const char* name, const char* ext, c
 }
 
 bool load_binary_file(void** data, std::uint64_t* size, const char* path) {
-    std::uint64_t unused = 0;
-    if (size == nullptr) size = &unused;
-    *size = 0;
+    if (size != nullptr) *size = 0;
     if (data == nullptr) return false;
     *data = nullptr;
-    const FilePtr file(open(path, EFSMode::READ));
-    const std::uint64_t length = file ? known_length(*file, path) : failed;
-    if (length == failed) return false;
-    *size = length;
-    *data = allocate(length, path);
-    if (*data == nullptr) return false;
-    read_filled(*file, *data, length);
-    return true;
+    return guarded(path, false, [&] {
+        const FilePtr file(open(path, EFSMode::READ));
+        const std::uint64_t length = file ? known_length(*file, path) : failed;
+        if (length == failed) return false;
+        if (size != nullptr) *size = length;
+        auto block = allocate(length);
+        read_filled(*file, block.get(), length);
+        *data = block.release();
+        return true;
+    });
 }
 
 bool save_binary_file(const void* data, std::uint64_t size, const char* path) {

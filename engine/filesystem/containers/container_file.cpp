@@ -38,7 +38,7 @@ std::string native_of(CFSSource& source, const fs::path& name) {
 
 FilePtr open_in_place(const char* path, std::string& native) {
     const fs::path name(path, true);
-    const fs::registry::SharedHold hold(fs::registry::state());
+    const fs::registry::SharedGuard guard(fs::registry::state());
     CFSSource* const holder =
         fs::registry::first_source(fs::registry::state(), [&name](CFSSource& source) { return source.exists(name); });
     if (holder == nullptr) {

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 #include <string_view>
+#include <utility>
 
 // A tree of directories. Children keep the order in which they were added. A directory with many children finds them
 // by a table of buckets; one with few just looks at each. Nothing here recurses: the depth of a tree comes from names
@@ -115,15 +116,23 @@ void dir::clear() {
     }
 }
 
-void dir::merge(const dir& other) {
+bool dir::merge(const dir& other) {
     for (const dir* node = this; node != nullptr; node = node->parent_) {
-        if (node == &other) return;  // a tree merged into a part of itself would never end
+        if (node == &other) return true;  // a tree merged into a part of itself would never end
     }
+    dir copy;
+    if (!copy.copy_below(other)) return false;
+    take_over(copy);
+    return true;
+}
+
+bool dir::copy_below(const dir& other) {
     const dir* from = other.first_child_;
     dir* to = this;
     while (from != nullptr) {
         dir* const child = to->add_child(from->name(), from->name_length_);
-        if (child != nullptr && from->first_child_ != nullptr) {
+        if (child == nullptr) return false;
+        if (from->first_child_ != nullptr) {
             to = child;
             from = from->first_child_;
             continue;
@@ -133,6 +142,39 @@ void dir::merge(const dir& other) {
             to = to->parent_;
         }
         if (from != nullptr) from = from->next_sibling_;
+    }
+    return true;
+}
+
+void dir::take_over(dir& other) {
+    if (name_ == nullptr && other.name_ != nullptr) {
+        std::swap(name_, other.name_);
+        std::swap(name_length_, other.name_length_);
+        std::swap(name_hash_, other.name_hash_);
+    }
+    // A child that is new here moves over with all that is below it; of one that is known its own children are looked
+    // at, until the foreign tree is bare.
+    dir* to = this;
+    dir* from = &other;
+    while (true) {
+        dir* const child = from->first_child_;
+        if (child == nullptr) {
+            if (from == &other) return;
+            dir* const parent = from->parent_;
+            from->unlink();
+            delete from;
+            from = parent;
+            to = to->parent_;
+            continue;
+        }
+        dir* const known = to->find_child(child->name(), child->name_length_);
+        if (known != nullptr) {
+            to = known;
+            from = child;
+        } else {
+            child->unlink();
+            to->link(child);
+        }
     }
 }
 
@@ -164,13 +206,17 @@ dir* dir::append_child(const char* name, std::size_t length) {
     child->name_ = copy;
     child->name_length_ = static_cast<std::uint32_t>(length);
     child->name_hash_ = hash_of(copy, length);
+    link(child);
+    return child;
+}
+
+void dir::link(dir* child) {
     child->parent_ = this;
     child->previous_sibling_ = last_child_;
     (last_child_ != nullptr ? last_child_->next_sibling_ : first_child_) = child;
     last_child_ = child;
     ++child_count_;
     index_child(child);
-    return child;
 }
 
 void dir::unlink() {

@@ -74,6 +74,12 @@ const char* reason(platform::Failure failure) {
             return "because the file is not open";
         case platform::Failure::ABORTED:
             return "because the operation was aborted";
+        case platform::Failure::OUT_OF_MEMORY:
+            return "because there is not enough memory";
+        case platform::Failure::TOO_MANY_FILES:
+            return "because too many files are open";
+        case platform::Failure::IO:
+            return "because the device failed to read or write";
         case platform::Failure::OTHER:
             return "because the system failed";
     }
@@ -178,6 +184,10 @@ EFSError::TYPE error_from_platform(platform::Failure failure) {
             return EFSError::INVALID_ARGUMENT;
         case platform::Failure::ABORTED:
             return EFSError::CANCELLED;
+        case platform::Failure::OUT_OF_MEMORY:
+            return EFSError::OUT_OF_MEMORY;
+        case platform::Failure::TOO_MANY_FILES:
+        case platform::Failure::IO:
         case platform::Failure::OTHER:
             return EFSError::IO;
     }

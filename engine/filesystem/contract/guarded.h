@@ -8,6 +8,9 @@
 
 namespace fs {
 
+/// Thrown by what has stored the thread's failure already: guarded answers and leaves the reason as it is.
+struct StoredFailure {};
+
 /// The boundary of an exported function: what `work()` answers, or `failure`, with the thread's failure set, when an
 /// exception ends it. The one place that turns missing memory into an answer; inside, code simply throws.
 /// `work` commits nothing before the last step that can throw, so that what fails leaves things as they were.
@@ -15,6 +18,8 @@ template <typename Result, typename Work>
 Result guarded(const char* path, Result failure, Work&& work) noexcept {
     try {
         return std::forward<Work>(work)();
+    } catch (const StoredFailure&) {
+        return failure;
     } catch (const std::bad_alloc&) {
         set_error(EFSError::OUT_OF_MEMORY, path, "There is not enough memory.");
     } catch (const std::length_error&) {

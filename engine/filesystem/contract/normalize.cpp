@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "engine/filesystem/contract/plain_path.h"
 
@@ -147,7 +148,8 @@ ScratchText::~ScratchText() {
 }
 
 NormalText::NormalText(const char* path, bool keep_case) : scratch_(path != nullptr ? std::strlen(path) : 0) {
-    if (path != nullptr && scratch_.text() != nullptr) length_ = normalize(scratch_.text(), path, keep_case).length;
+    if (scratch_.text() == nullptr) throw std::bad_alloc();
+    if (path != nullptr) length_ = normalize(scratch_.text(), path, keep_case).length;
 }
 
 void NormalText::drop_trailing_slash() {

@@ -32,7 +32,7 @@ private:
     char* text_ = inline_;
 };
 
-/// A path in normal form. Null is the empty path, and so is one that memory cannot be had for.
+/// A path in normal form. Null is the empty path. Throws std::bad_alloc.
 class NormalText {
 public:
     NormalText(const char* path, bool keep_case);

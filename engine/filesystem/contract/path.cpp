@@ -3,17 +3,21 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/plain_path.h"
 
-// A path never throws and never holds half of what it was given: when memory cannot be had both parts are empty, so
-// that no operation runs on a name that nobody named.
+// A path never throws and never holds half of what it was given: without memory both parts are empty, so that no
+// operation runs on a name that nobody named, and the failure is stored.
 
 namespace fs {
 
 namespace {
 
 constexpr std::size_t longest_part = 0x7FFFFFFF;  // lengths are kept in 32 bits; nothing near this is a name
+
+/// Tells of a text that there is no memory for.
+void lose_text() { set_error(EFSError::OUT_OF_MEMORY, nullptr, "There is no memory for a path."); }
 
 /// Bytes that a part holds beyond the text and its terminator.
 std::uint64_t unused_bytes(std::size_t held, std::string_view text) { return held - (text.size() + 1); }
@@ -43,7 +47,7 @@ void path::set_normalized(const char* text, std::size_t length, std::uint8_t fla
     const bool lower = (flags & lowercase) != 0;
     ScratchText scratch(length);
     char* const normal = scratch.text();
-    if (normal == nullptr) return;
+    if (normal == nullptr) return lose_text();
     const Normalized found = normalize(normal, text, !lower);
     const std::string_view whole(normal, found.length);
     if (!found.has_colon) {
@@ -51,7 +55,7 @@ void path::set_normalized(const char* text, std::size_t length, std::uint8_t fla
         return;
     }
     ScratchText dir(found.split);
-    if (dir.text() == nullptr) return;
+    if (dir.text() == nullptr) return lose_text();
     std::memcpy(dir.text(), normal, found.split);
     dir.text()[found.split] = '\0';
     Set(dir.text(), normal + found.split, lower);
@@ -131,7 +135,10 @@ bool path::store(Text& part, std::uint8_t& length, std::uint8_t heap_flag, std::
 }
 
 void path::assign(std::string_view dir, std::string_view file, std::uint8_t flags) {
-    if (!store(dir_, dir_length_, dir_on_heap, dir) || !store(file_, file_length_, file_on_heap, file)) Release();
+    if (!store(dir_, dir_length_, dir_on_heap, dir) || !store(file_, file_length_, file_on_heap, file)) {
+        Release();
+        lose_text();
+    }
     flags_ = static_cast<std::uint8_t>((flags_ & (file_on_heap | dir_on_heap)) | flags);
 }
 
@@ -144,7 +151,7 @@ void path::Set(const char* dir, const char* file, bool lower) {
     ScratchText file_text(std::strlen(file));
     if (dir_text.text() == nullptr || file_text.text() == nullptr) {
         assign("", "", flags);
-        return;
+        return lose_text();
     }
     std::size_t dir_length = normalize(dir_text.text(), dir, !lower).length;
     if (dir_length != 0 && dir_text.text()[dir_length - 1] != '/') dir_text.text()[dir_length++] = '/';
@@ -176,14 +183,12 @@ bool path::FullName(char* out, std::size_t capacity) const {
 }
 
 void path::FullName(ztl::string_base<char>& out) const {
-    try {
-        const std::string_view dir = PathNameView();
-        out.reserve(dir.size() + FileNameView().size());
-        out.assign(dir);
-        out.append(FileNameView());
-    } catch (...) {
-        out.clear();
-    }
+    fs::string name;
+    guarded(FileName(), [&] {
+        name.reserve(PathNameView().size() + FileNameView().size());
+        name.append(PathNameView()).append(FileNameView());
+    });
+    out.swap(name);
 }
 
 const char* path::Ext() const {
@@ -200,13 +205,15 @@ void path::ExtReplace(const char* ext) {
     // The old text may lie in the very place of the new one, and `ext` in this path.
     ScratchText scratch(base + dot + ext_length);
     char* const text = scratch.text();
-    if (text == nullptr) return;
+    if (text == nullptr) return lose_text();
     std::memcpy(text, FileName(), base);
     text[base] = '.';
     std::memcpy(text + base + dot, ext, ext_length);
     const std::size_t length = base + dot + ext_length;
     if (IsLowercase()) fold_text(text + base, length - base);
-    if (!store(file_, file_length_, file_on_heap, {text, length})) Release();
+    if (store(file_, file_length_, file_on_heap, {text, length})) return;
+    Release();
+    lose_text();
 }
 
 std::uint64_t path::calc_wasted_space() const {

@@ -71,9 +71,13 @@ bool Win32FileHandleAsync::ReadHere(void* buffer, std::uint64_t size) const {
 
 bool Win32FileHandleAsync::read_async(void* buffer, std::uint64_t offset, std::uint64_t size, SFsRequest* request,
                                       std::uint32_t priority) {
+    if (request == nullptr) {
+        if (size != 0) IOQueue::WarnOfReadWithoutRequest();
+        return true;
+    }
     if (size == 0) {
-        if (request == nullptr) return true;
         Request& record = Request::Of(request);
+        if (!record.IsFree()) return fs::refuse(EFSError::IN_USE, NativePath(), "The request is on its way already.");
         record.FinishEmpty();
         record.Signal();
         return true;
@@ -85,9 +89,8 @@ bool Win32FileHandleAsync::Enqueue(std::uint64_t offset, std::uint64_t size, voi
                                    std::int32_t priority) {
     if (queue_ == nullptr)
         return fs::refuse(EFSError::NOT_INITIALIZED, NativePath(), "There was no read queue at opening.");
-    return fs::guarded(NativePath(), false, [&] {
-        return queue_->Enqueue({.file = this, .buffer = buffer, .offset = offset, .size = size}, request, priority);
-    });
+    return fs::guarded(NativePath(), false,
+                       [&] { return queue_->Enqueue(this, offset, size, buffer, Request::Of(request), priority); });
 }
 
 std::uint64_t Win32FileHandleAsync::write(const void*, std::uint64_t) {
@@ -134,7 +137,7 @@ bool Win32FileHandleAsync::seek(std::int64_t offset, EFSSeek::TYPE origin) {
 void Win32FileHandleAsync::cancel_async(SFsRequest* request) {
     if (request == nullptr) return;
     if (queue_ != nullptr)
-        queue_->Cancel(this, request);
+        queue_->Cancel(this, Request::Of(request));
     else
         Request::Of(request).Cancel();
 }

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/handles/async_file.h"
@@ -20,22 +21,21 @@ namespace {
 
 constexpr MessageSource messages{"FileSystem", "engine/filesystem/ioqueue"};
 constexpr int highest_priority = 2;
-constexpr std::size_t most_spare = 1024;
 constexpr std::uint64_t largest_native_read = 1u << 30;
 
 enum ReadStatus : int { PENDING = 0, DONE = 1, ERROR_STATUS = 2, ABORTED = 3 };
 
 thread_local const IOQueue* queue_of_this_worker = nullptr;
 
-void log_read_failure(const QueuedRead& read) {
+void log_read_failure(const Request& request) {
     char size[24];
     char offset[24];
-    std::snprintf(size, sizeof size, "%" PRIu64, read.size);
-    std::snprintf(offset, sizeof offset, "%" PRIu64, read.offset);
+    std::snprintf(size, sizeof size, "%" PRIu64, request.size);
+    std::snprintf(offset, sizeof offset, "%" PRIu64, request.offset);
     log_message(messages, Log::ELevel::ERRR, __LINE__,
                 "IO_QUEUE_ERROR: read failed for file %s, memory %p, bytes %s (%X), offset %s (%X)\n",
-                read.file->NativePath(), read.buffer, size, static_cast<unsigned>(read.size), offset,
-                static_cast<unsigned>(read.offset));
+                request.file->NativePath(), request.buffer, size, static_cast<unsigned>(request.size), offset,
+                static_cast<unsigned>(request.offset));
 }
 
 }  // namespace
@@ -58,84 +58,78 @@ IOQueue::~IOQueue() { Stop(); }
 
 bool IOQueue::OnWorker() const { return queue_of_this_worker == this; }
 
-bool IOQueue::Enqueue(const QueuedRead& read, SFsRequest* request, std::int32_t priority) {
+bool IOQueue::Enqueue(Win32FileHandleAsync* file, std::uint64_t offset, std::uint64_t size, void* buffer,
+                      Request& request, std::int32_t priority) {
     std::unique_lock guard(lock_);
-    if (stopping_) return fs::refuse(EFSError::NOT_INITIALIZED, read.file->NativePath(), "The read queue has stopped.");
-    if (spare_.empty()) spare_.emplace_back();
-    Reads& reads = waiting_[priority];
-    Request* const record = request != nullptr ? &Request::Of(request) : nullptr;
-    if (record != nullptr && !record->BeginQueued()) {
-        if (reads.empty()) waiting_.erase(priority);
-        return fs::refuse(EFSError::IN_USE, read.file->NativePath(), "The request is on its way already.");
-    }
-    const auto place = spare_.begin();
-    reads.splice(reads.end(), spare_, place);
-    *place = read;
-    place->request = record;
-    if (record != nullptr) {
-        record->AddReference();
-        record->priority = priority;
-        record->place = place;
-    }
+    if (stopping_) return fs::refuse(EFSError::NOT_INITIALIZED, file->NativePath(), "The read queue has stopped.");
+    if (!request.IsFree())
+        return fs::refuse(EFSError::IN_USE, file->NativePath(), "The request is on its way already.");
+    RequestList& requests = waiting_[priority];
+    request.BeginQueued();
+    request.AddReference();
+    request.file = file;
+    request.buffer = buffer;
+    request.offset = offset;
+    request.size = size;
+    request.priority = priority;
+    requests.splice(requests.end(), request.home);
     guard.unlock();
     changed_.notify_all();
     return true;
 }
 
-void IOQueue::TakeOut(Reads& to, std::int32_t priority, Reads::iterator read) {
-    const auto from = waiting_.find(priority);
-    to.splice(to.end(), from->second, read);
+void IOQueue::TakeOut(Request& request) {
+    const auto from = waiting_.find(request.priority);
+    request.home.splice(request.home.end(), from->second, request.place);
     if (from->second.empty()) waiting_.erase(from);
 }
 
 /// Waits until the worker is done with the read in hand, its callback included, if that is one that `busy` means.
 template <typename Busy>
 void IOQueue::WaitForWorker(std::unique_lock<std::mutex>& guard, Busy busy) {
-    if (OnWorker() || in_hand_.empty() || !busy(in_hand_.front())) return;
+    if (OnWorker() || in_hand_ == nullptr || !busy(*in_hand_)) return;
     changed_.wait(guard, [this, before = ended_] { return ended_ != before; });
 }
 
-void IOQueue::Cancel(Win32FileHandleAsync* file, SFsRequest* request) {
-    Request& record = Request::Of(request);
-    Reads cancelled;
+void IOQueue::Cancel(Win32FileHandleAsync* file, Request& request) {
     std::unique_lock guard(lock_);
-    const EFSRequestState::TYPE found = record.Cancel();
+    const EFSRequestState::TYPE found = request.Cancel();
     if (found == EFSRequestState::QUEUED) {
-        TakeOut(cancelled, record.priority, record.place);
+        TakeOut(request);
         guard.unlock();
-        record.Signal();
-        record.ReleaseReference();
-        guard.lock();
-        if (spare_.size() < most_spare) spare_.splice(spare_.end(), cancelled);
+        request.Signal();
+        request.ReleaseReference();
         return;
     }
     if (found == EFSRequestState::IN_PROGRESS) file->cancel_io();
-    WaitForWorker(guard, [&record](const QueuedRead& read) { return read.request == &record; });
+    WaitForWorker(guard, [&request](const Request& busy) { return &busy == &request; });
 }
 
 void IOQueue::Abandon(Win32FileHandleAsync* file) {
-    Reads cancelled;
     std::unique_lock guard(lock_);
+    Request* first = nullptr;
+    Request** last = &first;
     for (auto place = waiting_.begin(); place != waiting_.end();) {
-        Reads& reads = place->second;
-        for (auto read = reads.begin(); read != reads.end();) {
-            const auto next = std::next(read);
-            if (read->file == file) {
-                if (read->request != nullptr) read->request->Cancel();
-                cancelled.splice(cancelled.end(), reads, read);
-            }
-            read = next;
+        RequestList& requests = place->second;
+        for (auto at = requests.begin(); at != requests.end();) {
+            Request& request = **at++;
+            if (request.file != file) continue;
+            request.home.splice(request.home.end(), requests, request.place);
+            request.Cancel();
+            request.next_cancelled = nullptr;
+            *last = &request;
+            last = &request.next_cancelled;
         }
-        place = reads.empty() ? waiting_.erase(place) : std::next(place);
+        place = requests.empty() ? waiting_.erase(place) : std::next(place);
     }
     guard.unlock();
-    for (const QueuedRead& read : cancelled) {
-        if (read.request == nullptr) continue;
-        read.request->Signal();
-        read.request->ReleaseReference();
+    while (first != nullptr) {
+        Request* const request = std::exchange(first, first->next_cancelled);
+        request->Signal();
+        request->ReleaseReference();
     }
     guard.lock();
-    WaitForWorker(guard, [file](const QueuedRead& read) { return read.file == file; });
+    WaitForWorker(guard, [file](const Request& busy) { return busy.file == file; });
 }
 
 void IOQueue::Stop() {
@@ -163,59 +157,52 @@ void IOQueue::Runtime() {
     for (;;) {
         changed_.wait(guard, [this] { return stopping_ || !waiting_.empty(); });
         if (waiting_.empty()) return;
-        const auto first = waiting_.begin();
-        TakeOut(in_hand_, first->first, first->second.begin());
-        const QueuedRead& read = in_hand_.front();
-        if (read.request != nullptr) read.request->BeginProgress(stopping_);
+        in_hand_ = waiting_.begin()->second.front();
+        TakeOut(*in_hand_);
+        in_hand_->BeginProgress(stopping_);
         guard.unlock();
-        Serve(read);
+        Serve(*in_hand_);
         guard.lock();
+        std::exchange(in_hand_, nullptr)->ReleaseReference();
         ++ended_;
-        if (spare_.size() < most_spare)
-            spare_.splice(spare_.end(), in_hand_);
-        else
-            in_hand_.clear();
         changed_.notify_all();
     }
 }
 
-void IOQueue::Serve(const QueuedRead& read) {
-    Request* const request = read.request;
-    if (request == nullptr) {
-        log_message(messages, Log::ELevel::WARN, __LINE__,
-                    "Resource is in state which forbids it to start async read: %d, asyncop: %p\n",
-                    static_cast<int>(EFSRequestState::IDLE), static_cast<void*>(request));
-        return;
-    }
-    if (request->State() == EFSRequestState::IN_PROGRESS) {
-        const int status = ReadWhole(read);
-        if (status == ERROR_STATUS) log_read_failure(read);
+void IOQueue::Serve(Request& request) {
+    if (request.State() == EFSRequestState::IN_PROGRESS) {
+        const int status = ReadWhole(request);
+        if (status == ERROR_STATUS) log_read_failure(request);
         if (status == ABORTED)
-            log_message(messages, Log::ELevel::DEBG, __LINE__, "IO_QUEUE_CANCELLED: %p\n", static_cast<void*>(request));
-        const std::lock_guard guard(lock_);
-        request->EndProgress(status == DONE ? EFSRequestResult::SUCCESS : EFSRequestResult::FAILED, read.size);
+            log_message(messages, Log::ELevel::DEBG, __LINE__, "IO_QUEUE_CANCELLED: %p\n",
+                        static_cast<void*>(&request));
+        request.EndProgress(status == DONE ? EFSRequestResult::SUCCESS : EFSRequestResult::FAILED, request.size);
     }
-    request->Signal();
-    request->ReleaseReference();
+    request.Signal();
 }
 
-int IOQueue::ReadPiece(const QueuedRead& read, std::uint64_t done, std::uint32_t* transferred) {
-    platform::set_overlapped_offset(overlapped_.get(), read.offset + done);
-    const auto size = static_cast<std::uint32_t>(std::min(read.size - done, largest_native_read));
-    auto* const target = static_cast<char*>(read.buffer) + done;
-    const int status = read.file->read_overlapped(target, size, transferred, overlapped_.get());
-    return status == PENDING ? read.file->WaitOverlapped(overlapped_.get(), transferred) : status;
+void IOQueue::WarnOfReadWithoutRequest() {
+    log_message(messages, Log::ELevel::WARN, __LINE__,
+                "Resource is in state which forbids it to start async read: %d, asyncop: %p\n", 0, nullptr);
+}
+
+int IOQueue::ReadPiece(const Request& request, std::uint64_t done, std::uint32_t* transferred) {
+    platform::set_overlapped_offset(overlapped_.get(), request.offset + done);
+    const auto size = static_cast<std::uint32_t>(std::min(request.size - done, largest_native_read));
+    auto* const target = static_cast<char*>(request.buffer) + done;
+    const int status = request.file->read_overlapped(target, size, transferred, overlapped_.get());
+    return status == PENDING ? request.file->WaitOverlapped(overlapped_.get(), transferred) : status;
 }
 
 /// A file that ends early ends the read; one that ends before the offset fails it.
-int IOQueue::ReadWhole(const QueuedRead& read) {
-    if (read.buffer == nullptr) return ERROR_STATUS;
-    if (read.file->NeedsBounce(read.buffer, read.offset, read.size))
-        return read.file->ReadBounced(read.buffer, read.offset, read.size) ? DONE : ERROR_STATUS;
+int IOQueue::ReadWhole(const Request& request) {
+    if (request.buffer == nullptr) return ERROR_STATUS;
+    if (request.file->NeedsBounce(request.buffer, request.offset, request.size))
+        return request.file->ReadBounced(request.buffer, request.offset, request.size) ? DONE : ERROR_STATUS;
     std::uint64_t done = 0;
-    while (done < read.size) {
+    while (done < request.size) {
         std::uint32_t transferred = 0;
-        const int status = ReadPiece(read, done, &transferred);
+        const int status = ReadPiece(request, done, &transferred);
         if (status != DONE) return status;
         if (transferred == 0) return done == 0 ? ERROR_STATUS : DONE;
         done += transferred;

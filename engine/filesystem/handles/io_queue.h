@@ -24,12 +24,13 @@ public:
     static std::shared_ptr<IOQueue> Create(const char* name);
     ~IOQueue();
 
-    /// Queues a read; `request` may be null. False, with the thread's failure set, when the queue has stopped or the
+    /// Queues the read that `request` is to serve. False, with the thread's failure set, when the queue has stopped or the
     /// request is on its way already. Throws std::bad_alloc, with nothing changed.
-    bool Enqueue(const QueuedRead& read, SFsRequest* request, std::int32_t priority);
+    bool Enqueue(Win32FileHandleAsync* file, std::uint64_t offset, std::uint64_t size, void* buffer, Request& request,
+                 std::int32_t priority);
 
     /// Cancels a request at whatever stage. Its callback has run when this returns, except in a callback of the worker.
-    void Cancel(Win32FileHandleAsync* file, SFsRequest* request);
+    void Cancel(Win32FileHandleAsync* file, Request& request);
 
     /// Cancels what is queued for this file and waits for the read in hand, so that the file can be destroyed.
     void Abandon(Win32FileHandleAsync* file);
@@ -38,31 +39,31 @@ public:
     /// nothing.
     void Stop();
 
+    /// Nobody would hear of the end of such a read, so it is not made.
+    static void WarnOfReadWithoutRequest();
+
     /// Whether the caller is the worker, inside a callback: it cannot wait for a read of this queue.
     bool OnWorker() const;
 
 private:
-    using Reads = std::list<QueuedRead>;
-
     IOQueue();
 
     static void Run(void* self);
     void Runtime();
-    void Serve(const QueuedRead& read);
-    int ReadWhole(const QueuedRead& read);
-    int ReadPiece(const QueuedRead& read, std::uint64_t done, std::uint32_t* transferred);
+    void Serve(Request& request);
+    int ReadWhole(const Request& request);
+    int ReadPiece(const Request& request, std::uint64_t done, std::uint32_t* transferred);
 
     // With lock_ held.
-    void TakeOut(Reads& to, std::int32_t priority, Reads::iterator read);
+    void TakeOut(Request& request);
     template <typename Busy>
     void WaitForWorker(std::unique_lock<std::mutex>& guard, Busy busy);
 
     std::mutex lock_;                  // guards all up to stopping_
     std::condition_variable changed_;  // something is queued, the read in hand has ended, or the queue stops
-    std::map<std::int32_t, Reads, std::greater<>> waiting_;  // no list is empty
-    Reads in_hand_;                                          // the worker's, its callback included; one or none
-    Reads spare_;                                            // nodes to use again
-    std::uint64_t ended_ = 0;                                // how many reads the worker is done with
+    std::map<std::int32_t, RequestList, std::greater<>> waiting_;  // no list is empty; each request is referenced
+    Request* in_hand_ = nullptr;                                   // the worker's, its callback included
+    std::uint64_t ended_ = 0;                                      // how many reads the worker is done with
     bool stopping_ = false;
 
     struct DestroyRecord {

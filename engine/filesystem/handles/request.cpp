@@ -1,8 +1,21 @@
 #include "engine/filesystem/handles/request.h"
 
-#include <new>
+#include "engine/filesystem/contract/guarded.h"
 
-#include "engine/filesystem/contract/set_error.h"
+namespace {
+
+constexpr std::uint32_t word_of(EFSRequestState::TYPE state, EFSRequestResult::TYPE result) {
+    return static_cast<std::uint32_t>(state) | static_cast<std::uint32_t>(result) << 8;
+}
+constexpr EFSRequestState::TYPE state_of(std::uint32_t word) { return static_cast<EFSRequestState::TYPE>(word & 0xFF); }
+constexpr EFSRequestResult::TYPE result_of(std::uint32_t word) {
+    return static_cast<EFSRequestResult::TYPE>(word >> 8);
+}
+
+}  // namespace
+
+EFSRequestState::TYPE Request::State() const { return state_of(word_.load(std::memory_order_acquire)); }
+EFSRequestResult::TYPE Request::Result() const { return result_of(word_.load(std::memory_order_acquire)); }
 
 void Request::ReleaseReference() {
     if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
@@ -13,21 +26,24 @@ std::uint64_t Request::Transferred() const {
     return Result() == EFSRequestResult::SUCCESS ? transferred_.load(std::memory_order_relaxed) : 0;
 }
 
-bool Request::BeginQueued() {
+bool Request::IsFree() const {
     const EFSRequestState::TYPE state = State();
-    if (state == EFSRequestState::QUEUED || state == EFSRequestState::IN_PROGRESS) return false;
+    return state != EFSRequestState::QUEUED && state != EFSRequestState::IN_PROGRESS &&
+           !is_being_read_.load(std::memory_order_acquire);
+}
+
+void Request::BeginQueued() {
     transferred_.store(0, std::memory_order_relaxed);
-    if (state == EFSRequestState::FINISHED) event_.Reset();
+    if (State() == EFSRequestState::FINISHED) event_.Reset();
     Set(EFSRequestState::QUEUED, EFSRequestResult::SUCCESS);
-    return true;
 }
 
 void Request::Set(EFSRequestState::TYPE state, EFSRequestResult::TYPE result) {
-    const auto high = static_cast<std::uint32_t>(result) << 8;
-    word_.store(high | static_cast<std::uint32_t>(state), std::memory_order_release);
+    word_.store(word_of(state, result), std::memory_order_release);
 }
 
 void Request::BeginProgress(bool cancelled) {
+    is_being_read_.store(!cancelled, std::memory_order_relaxed);
     if (cancelled)
         Cancel();
     else
@@ -35,9 +51,10 @@ void Request::BeginProgress(bool cancelled) {
 }
 
 void Request::EndProgress(EFSRequestResult::TYPE result, std::uint64_t transferred) {
-    if (State() != EFSRequestState::IN_PROGRESS) return;
     transferred_.store(transferred, std::memory_order_relaxed);
-    Set(EFSRequestState::FINISHED, result);
+    std::uint32_t word = word_of(EFSRequestState::IN_PROGRESS, EFSRequestResult::SUCCESS);
+    is_being_read_.store(false, std::memory_order_release);
+    word_.compare_exchange_strong(word, word_of(EFSRequestState::FINISHED, result));
 }
 
 void Request::FinishEmpty() {
@@ -46,9 +63,7 @@ void Request::FinishEmpty() {
 }
 
 EFSRequestState::TYPE Request::Cancel() {
-    const EFSRequestState::TYPE found = State();
-    Set(EFSRequestState::FINISHED, EFSRequestResult::CANCELLED);
-    return found;
+    return state_of(word_.exchange(word_of(EFSRequestState::FINISHED, EFSRequestResult::CANCELLED)));
 }
 
 void Request::Signal() {
@@ -57,9 +72,7 @@ void Request::Signal() {
 }
 
 SFsRequest* SFsRequest::Create(Callback callback, void* user) {
-    Request* const request = new (std::nothrow) Request(callback, user);
-    if (request == nullptr) fs::set_error(EFSError::OUT_OF_MEMORY, nullptr, "There is no memory for a request.");
-    return request;
+    return fs::guarded(nullptr, static_cast<Request*>(nullptr), [&] { return new Request(callback, user); });
 }
 
 void SFsRequest::AddRef() { Request::Of(this).AddReference(); }

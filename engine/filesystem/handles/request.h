@@ -9,21 +9,13 @@
 
 class Request;
 class Win32FileHandleAsync;
-
-/// One read that waits for the worker.
-struct QueuedRead {
-    Win32FileHandleAsync* file = nullptr;
-    void* buffer = nullptr;
-    std::uint64_t offset = 0;
-    std::uint64_t size = 0;
-    Request* request = nullptr;  // the queue has one reference; may be null
-};
+using RequestList = std::list<Request*>;
 
 /// The layout behind SFsRequest. State and result change together, in one atomic word, so that whoever sees FINISHED
-/// sees the result that goes with it. All changes but those of an empty read are made under the queue's lock.
+/// sees the result that goes with it. A request leaves QUEUED only under the queue's lock.
 class Request final : public SFsRequest {
 public:
-    Request(Callback callback, void* user) : callback_(callback), user_(user) {}
+    Request(Callback callback, void* user) : callback_(callback), user_(user) {}  // throws std::bad_alloc
 
     static Request& Of(SFsRequest* request) { return *static_cast<Request*>(request); }
     static const Request& Of(const SFsRequest* request) { return *static_cast<const Request*>(request); }
@@ -31,13 +23,14 @@ public:
     void AddReference() { references_.fetch_add(1, std::memory_order_relaxed); }
     void ReleaseReference();
 
-    EFSRequestState::TYPE State() const { return static_cast<EFSRequestState::TYPE>(Word() & 0xFF); }
-    EFSRequestResult::TYPE Result() const { return static_cast<EFSRequestResult::TYPE>(Word() >> 8); }
+    EFSRequestState::TYPE State() const;
+    EFSRequestResult::TYPE Result() const;
     std::uint64_t Transferred() const;
     bool Wait(std::uint32_t timeout_ms) { return event_.Wait(timeout_ms); }
 
-    /// Makes an idle or finished request a queued one. False while it is on its way already.
-    bool BeginQueued();
+    /// Whether it may serve the next read: not while it is on its way, nor until a cancelled read has ended.
+    bool IsFree() const;
+    void BeginQueued();
     /// From QUEUED to IN_PROGRESS, or to FINISHED and CANCELLED.
     void BeginProgress(bool cancelled);
     /// To FINISHED with this result, unless it was cancelled meanwhile.
@@ -49,19 +42,27 @@ public:
     /// Sets the event, then calls the callback. Without a lock, since the callback may queue the next read.
     void Signal();
 
-    // Where the read waits, while QUEUED; guarded by the queue's lock.
+    // The read; whoever queues it writes it, and it stays until the request is FINISHED.
+    Win32FileHandleAsync* file = nullptr;
+    void* buffer = nullptr;
+    std::uint64_t offset = 0;
+    std::uint64_t size = 0;
     std::int32_t priority = 0;
-    std::list<QueuedRead>::iterator place;
+    // The request's own node of a list: it waits in the queue's while QUEUED, so that queueing needs no memory.
+    RequestList home{this};
+    const RequestList::iterator place = home.begin();
+
+    Request* next_cancelled = nullptr;  // for whoever cancels many
 
 private:
     ~Request() = default;
     void Set(EFSRequestState::TYPE state, EFSRequestResult::TYPE result);
-    std::uint32_t Word() const { return word_.load(std::memory_order_acquire); }
 
     const Callback callback_;
     void* const user_;
     mt::CEvent event_{true};
     std::atomic<std::uint32_t> word_{0};  // state in the low byte, result above it
+    std::atomic<bool> is_being_read_{false};
     std::atomic<std::uint32_t> references_{1};
     std::atomic<std::uint64_t> transferred_{0};
 };

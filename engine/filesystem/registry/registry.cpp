@@ -1,55 +1,58 @@
 #include "engine/filesystem/registry/registry.h"
 
+#include <algorithm>
 #include <new>
-#include <string_view>
+#include <utility>
+
+#include "engine/filesystem/contract/guarded.h"
 
 // The list of sources and the index of their directories, under one reader-writer lock.
 //
 // Asking order: sources stand in ascending order of their type. Among equals the newest is asked first, unless it was
-// added with AFTER_SAME_TYPE. The fallback, when there is one, stands behind all of them as the end marker: walks that
-// compare, insert or remove end there, walks that ask questions do not.
+// added with AFTER_SAME_TYPE. The fallback, when there is one, is asked after all of them: walks that compare, insert
+// or remove leave it out, walks that ask questions do not.
 //
-// Everything here is called with the lock held. Sources take no lock of their own; they rely on this one.
+// Sources take no lock of their own; they rely on this one.
 
 namespace fs::registry {
 
 namespace {
 
-thread_local int holds = 0;
-
-Node* insertion_point(const State& state, EFSSourceType::TYPE type, bool after_equals) {
-    Node* node = state.head;
-    while (node != nullptr && node != state.end_marker && node->source->type() < type) node = node->next;
-    if (!after_equals) return node;
-    while (node != nullptr && node != state.end_marker && node->source->type() == type) node = node->next;
-    return node;
-}
-
-/// Links a new node before `next`, at the tail when that is null.
-Node* link_before(State& state, CFSSource& source, Node* next) {
-    auto* const node = new (std::nothrow) Node{.source = &source};
-    if (node == nullptr) return nullptr;
-    node->next = next;
-    node->previous = next != nullptr ? next->previous : state.tail;
-    (node->previous != nullptr ? node->previous->next : state.head) = node;
-    (next != nullptr ? next->previous : state.tail) = node;
-    ++state.count;
-    return node;
-}
-
-bool has_name(const fs::dir& directory) { return directory.name()[0] != '\0'; }
+thread_local int locks_held = 0;  // by this thread, in any form
 
 /// What leads every name of a source that was mounted with its parent: its tree's own name. "" for all others.
 std::string_view leading_directory(CFSSource& source, const fs::dir& tree) {
     return (source.flags() & FFSAddSourceFlags::MOUNT_PARENT) != 0 ? tree.name() : "";
 }
 
-void merge_tree(State& state, CFSSource& source) {
+/// Adds the source's tree to `out`, which takes the tree's name when it has none.
+void merge_tree(CFSSource& source, fs::dir& out) {
     const fs::dir* const tree = source.dir_tree();
     if (tree == nullptr) return;
-    if (!has_name(state.index)) state.index.set_name(tree->name());
-    fs::dir* const place = state.index.add_path(leading_directory(source, *tree).data());
-    if (place != nullptr) place->merge(*tree);
+    if (out.name()[0] == '\0') out.set_name(tree->name());
+    fs::dir* const place = out.add_path(leading_directory(source, *tree).data());
+    if (place == nullptr || !place->merge(*tree)) throw std::bad_alloc();
+}
+
+bool is_indexed(CFSSource& source) { return (source.flags() & FFSAddSourceFlags::INDEX_NAMES) != 0; }
+
+/// The index as it is without `skipped`.
+void build_index(const State& state, const CFSSource* skipped, fs::dir& out) {
+    for_each_source(state, [&](CFSSource& source) {
+        if (&source != skipped && is_indexed(source)) merge_tree(source, out);
+    });
+}
+
+void replace_index(State& state, fs::dir& with) {
+    state.index.clear();
+    state.index.set_name(nullptr);
+    state.index.take_over(with);
+}
+
+auto insertion_point(State& state, EFSSourceType::TYPE type, bool after_equals) {
+    return std::find_if(state.sources.begin(), state.sources.end(), [&](const std::unique_ptr<CFSSource>& source) {
+        return after_equals ? source->type() > type : source->type() >= type;
+    });
 }
 
 }  // namespace
@@ -60,65 +63,107 @@ State& state() {
     return *instance;
 }
 
-bool this_thread_holds_lock() { return holds != 0; }
+bool this_thread_holds_lock() { return locks_held != 0; }
 
-HoldCount::HoldCount() { ++holds; }
-HoldCount::~HoldCount() { --holds; }
-
-bool insert(State& state, CFSSource& source, FFSAddSourceFlags::ENUM flags) {
-    const bool after_equals = (flags & FFSAddSourceFlags::AFTER_SAME_TYPE) != 0;
-    Node* const next = insertion_point(state, source.type(), after_equals);
-    if (link_before(state, source, next) == nullptr) return false;
-    if ((flags & FFSAddSourceFlags::INDEX_NAMES) != 0) merge_tree(state, source);
-    return true;
+SharedGuard::SharedGuard(State& state) : state_(state) {
+    if (locks_held++ == 0) state_.lock.lock_shared();
 }
 
-Node* append(State& state, CFSSource& source) { return link_before(state, source, nullptr); }
+SharedGuard::~SharedGuard() {
+    if (--locks_held == 0) state_.lock.unlock_shared();
+}
 
-Node* find(const State& state, const fs::path& path) {
-    for (Node* node = state.head; node != nullptr && node != state.end_marker; node = node->next) {
-        if (node->source->path() == path) return node;
+ExclusiveGuard::ExclusiveGuard(State& state) : state_(state) {
+    if (locks_held != 0) {
+        set_error(EFSError::INVALID_ARGUMENT, nullptr,
+                  "A source or callback that is being asked may not change sources or names.");
+        throw StoredFailure();
+    }
+    state_.lock.lock();
+    ++locks_held;
+}
+
+ExclusiveGuard::~ExclusiveGuard() {
+    --locks_held;
+    state_.lock.unlock();
+}
+
+CFSSource* find(const State& state, const fs::path& path) {
+    for (const auto& source : state.sources) {
+        if (source->path() == path) return source.get();
     }
     return nullptr;
 }
 
-CFSSource* unlink(State& state, Node* node) {
-    CFSSource* const source = node->source;
-    (node->previous != nullptr ? node->previous->next : state.head) = node->next;
-    (node->next != nullptr ? node->next->previous : state.tail) = node->previous;
-    if (state.end_marker == node) state.end_marker = nullptr;
-    --state.count;
-    delete node;
-    return source;
+void insert(State& state, std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags) {
+    fs::dir names;
+    if ((flags & FFSAddSourceFlags::INDEX_NAMES) != 0) merge_tree(*source, names);
+    const bool after_equals = (flags & FFSAddSourceFlags::AFTER_SAME_TYPE) != 0;
+    const auto place = insertion_point(state, source->type(), after_equals);
+    state.sources.insert(place, std::move(source));
+    state.index.take_over(names);
 }
 
-void index_source(State& state, CFSSource& source) {
-    if ((source.flags() & FFSAddSourceFlags::INDEX_NAMES) != 0) merge_tree(state, source);
+void append_root(State& state, std::unique_ptr<CFSSource> root, std::unique_ptr<CFSSource> fallback) {
+    fs::dir names;
+    if (is_indexed(*root)) merge_tree(*root, names);
+    state.sources.reserve(state.sources.size() + 2);
+    // A second start puts the first one's fallback among the sources.
+    if (state.fallback != nullptr) state.sources.push_back(std::move(state.fallback));
+    state.sources.push_back(std::move(root));
+    state.fallback = std::move(fallback);
+    state.index.take_over(names);
 }
 
-void empty_index(State& state) {
+std::unique_ptr<CFSSource> remove(State& state, const CFSSource* source) {
+    const auto place =
+        std::find_if(state.sources.begin(), state.sources.end(), [&](const auto& held) { return held.get() == source; });
+    if (place == state.sources.end()) return nullptr;
+    fs::dir index;
+    build_index(state, source, index);
+    std::unique_ptr<CFSSource> removed = std::move(*place);
+    state.sources.erase(place);
+    replace_index(state, index);
+    return removed;
+}
+
+void rebuild_index(State& state) {
+    fs::dir index;
+    build_index(state, nullptr, index);
+    replace_index(state, index);
+}
+
+void destroy_all(State& state) {
+    state.sources.clear();
+    state.fallback.reset();
     state.index.clear();
     state.index.set_name(nullptr);
 }
 
-void rebuild_index(State& state) {
-    empty_index(state);
-    for_each_source(state, [&](CFSSource& source) { index_source(state, source); });
+std::vector<std::string> indexed_directories(const State& state, std::string_view dir) {
+    std::vector<std::string> found;
+    const std::string top(dir.substr(0, dir.size() - (dir.ends_with('/') ? 1 : 0)));
+    if (top.empty() || const_cast<State&>(state).index.find(top.c_str()) == nullptr) return found;
+    found.push_back(top);
+    for (std::size_t at = 0; at < found.size(); ++at) {
+        const fs::dir* const parent = const_cast<State&>(state).index.find(found[at].c_str());
+        for (const fs::idir* child = parent->first_child(); child != nullptr; child = child->next_sibling()) {
+            found.push_back(found[at] + '/' + child->name());
+        }
+    }
+    return found;
 }
 
-void destroy_all(State& state) {
-    for (Node* node = state.head; node != nullptr; node = node->next) {
-        delete node->source;
-        node->source = nullptr;
+void forget_directories(State& state, const std::vector<std::string>& directories) {
+    for (auto dir = directories.rbegin(); dir != directories.rend(); ++dir) {
+        const auto has_it = [&](CFSSource& source) {
+            return is_indexed(source) && find_directory(source, dir->c_str()) != nullptr;
+        };
+        const fs::dir* const node = state.index.find(dir->c_str());
+        if (node != nullptr && node->first_child() == nullptr && first_source(state, has_it) == nullptr) {
+            state.index.remove(dir->c_str());
+        }
     }
-    for (Node* node = state.head; node != nullptr;) {
-        Node* const next = node->next;
-        delete node;
-        node = next;
-    }
-    state.head = state.tail = state.end_marker = nullptr;
-    state.count = 0;
-    empty_index(state);
 }
 
 fs::dir* find_directory(CFSSource& source, const char* dir) {

@@ -2,9 +2,10 @@
 
 #include <atomic>
 #include <cstddef>
-#include <cstdint>
-#include <mutex>
-#include <shared_mutex>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include <engine/filesystem/contract/names.h>
 #include <engine/filesystem/contract/source.h>
@@ -12,100 +13,99 @@
 
 namespace fs::registry {
 
-struct Node {
-    CFSSource* source = nullptr;  // owned
-    Node* next = nullptr;
-    Node* previous = nullptr;
-};
-
 inline constexpr std::size_t cache_dir_capacity = 272;
 
 /// All that the registry keeps. There is one for the process; it is never destroyed, so that late callers find it.
 struct State {
-    mt::CSlimLock lock;  // guards the list, its count, the end marker and the index
-    Node* head = nullptr;
-    Node* tail = nullptr;
-    Node* end_marker = nullptr;  // the fallback's node: always last, never compared and never removed by itself
-    std::uint32_t count = 0;
+    mt::CSlimLock lock;                               // guards sources, fallback and index
+    std::vector<std::unique_ptr<CFSSource>> sources;  // in asking order
+    std::unique_ptr<CFSSource> fallback;      // asked after all others, never compared and never removed by itself
     fs::dir index;                            // every directory of the sources that are indexed, and of created files
     char cache_dir[cache_dir_capacity] = "";  // written by fs::init alone, before others run
     std::atomic<bool> initialized{false};
     std::atomic<bool> read_membuffer{false};
+
+    bool empty() const { return sources.empty() && fallback == nullptr; }
 };
 
 State& state();
 
-/// Whether the calling thread holds the lock in any form. While it does, nothing that it calls may ask for the lock
-/// again: so no message of its may start the crash start-up, which opens a file.
+/// Whether the calling thread holds the lock in any form. While it does, no message of its may start the crash start-up,
+/// which opens a file and may create it.
 bool this_thread_holds_lock();
 
-/// Counts among the calling thread's holds of the lock.
-class HoldCount {
+/// Locks the registry shared for as long as it lives. A thread that holds the lock already passes: a source may ask fs::
+/// for a name while it is being asked itself.
+class SharedGuard {
 public:
-    HoldCount();
-    ~HoldCount();
-    HoldCount(const HoldCount&) = delete;
-    HoldCount& operator=(const HoldCount&) = delete;
-};
-
-/// Has the lock shared for as long as it lives. Nested in one thread it only counts: a waiting writer would otherwise
-/// stand between a thread and itself.
-class SharedHold {
-public:
-    explicit SharedHold(State& state) : lock_(this_thread_holds_lock() ? Lock() : Lock(state.lock)) {}
+    explicit SharedGuard(State& state);
+    SharedGuard(const SharedGuard&) = delete;
+    SharedGuard& operator=(const SharedGuard&) = delete;
+    ~SharedGuard();
 
 private:
-    using Lock = std::shared_lock<mt::CSlimLock>;
-    Lock lock_;
-    HoldCount count_;
+    State& state_;
 };
 
-/// Has the lock alone for as long as it lives. Never nested in another.
-class ExclusiveHold {
+/// Locks the registry exclusive for as long as it lives. A thread that holds the lock already would wait for itself; it
+/// gets StoredFailure instead.
+class ExclusiveGuard {
 public:
-    explicit ExclusiveHold(State& state) : lock_(state.lock) {}
+    explicit ExclusiveGuard(State& state);
+    ExclusiveGuard(const ExclusiveGuard&) = delete;
+    ExclusiveGuard& operator=(const ExclusiveGuard&) = delete;
+    ~ExclusiveGuard();
 
 private:
-    std::unique_lock<mt::CSlimLock> lock_;
-    HoldCount count_;
+    State& state_;
 };
 
-// What follows is called with the lock held: shared to look, exclusive to change.
+// What follows is called with the lock held: shared to look, exclusive to change. What changes throws std::bad_alloc
+// before it has changed anything.
 
 /// The first source, in asking order and the fallback included, for which `wanted(source)` is true; null when none is.
 template <typename Predicate>
 CFSSource* first_source(const State& state, Predicate wanted) {
-    for (const Node* node = state.head; node != nullptr; node = node->next) {
-        if (wanted(*node->source)) return node->source;
+    for (const auto& source : state.sources) {
+        if (wanted(*source)) return source.get();
     }
-    return nullptr;
+    return state.fallback != nullptr && wanted(*state.fallback) ? state.fallback.get() : nullptr;
 }
 
 template <typename Visitor>
 void for_each_source(const State& state, Visitor visit) {
-    for (const Node* node = state.head; node != nullptr; node = node->next) visit(*node->source);
+    first_source(state, [&](CFSSource& source) {
+        visit(source);
+        return false;
+    });
 }
 
-/// Puts a source where its type and AFTER_SAME_TYPE say, and its names into the index. False without memory.
-bool insert(State& state, CFSSource& source, FFSAddSourceFlags::ENUM flags);
-/// Puts a source at the very end, whatever its type. Null without memory.
-Node* append(State& state, CFSSource& source);
-/// Merges the source's tree into the index when its own flags hold INDEX_NAMES.
-void index_source(State& state, CFSSource& source);
-/// The node, before the end marker, of the source whose path equals `path`; null when there is none.
-Node* find(const State& state, const fs::path& path);
-/// Takes the node out and frees it; the source stays.
-CFSSource* unlink(State& state, Node* node);
-void empty_index(State& state);
-/// Empties the index and merges the trees of all indexed sources in asking order.
+/// The source whose path equals `path`; null when there is none. The fallback is not compared.
+CFSSource* find(const State& state, const fs::path& path);
+/// Puts a source where its type and AFTER_SAME_TYPE say, and its names into the index when `flags` hold INDEX_NAMES.
+void insert(State& state, std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags);
+/// Puts a root behind all sources there are, and a fallback (which may be null) behind it.
+void append_root(State& state, std::unique_ptr<CFSSource> root, std::unique_ptr<CFSSource> fallback);
+/// Takes a source out of list and index; null when it is not registered or is the fallback.
+std::unique_ptr<CFSSource> remove(State& state, const CFSSource* source);
+/// Makes the index anew from the trees of all indexed sources in asking order.
 void rebuild_index(State& state);
 /// Destroys every source, the fallback too, and empties list and index.
 void destroy_all(State& state);
+
+/// The directories of the index at and below `dir`, each behind the one that it lies in.
+std::vector<std::string> indexed_directories(const State& state, std::string_view dir);
+/// Takes those of `directories` out of the index that no indexed source has any more. Never throws.
+void forget_directories(State& state, const std::vector<std::string>& directories);
 
 /// The directory `dir` (as names of the source spell it) in the source's tree; null when it has none of that name.
 fs::dir* find_directory(CFSSource& source, const char* dir);
 
 /// "TYPE_PLS" and so on; "" for a number that is no type.
 const char* type_name(EFSSourceType::TYPE type);
+
+/// Registers a source without asking for the lock beforehand, and logs it; one that is registered already stays once.
+/// False, with the failure stored and the source destroyed, when there is no memory.
+bool add(std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags);
 
 }  // namespace fs::registry

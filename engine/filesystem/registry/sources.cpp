@@ -2,13 +2,14 @@
 
 #include <engine/filesystem/contract/native_source.h>
 
-#include <cstring>
+#include <string_view>
 #include <utility>
 
-#include "engine/filesystem/contract/normalize.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/log/message.h"
-#include "engine/filesystem/registry/registry.h"
+#include "engine/filesystem/registry/holders.h"
+#include "engine/kernel/text.h"
 
 namespace fs {
 
@@ -16,25 +17,13 @@ namespace {
 
 constexpr MessageSource log_source{"FileSystem", "engine/filesystem/filesystem"};
 
-bool equal_without_case(const char* a, const char* b) {
-    while (*a != '\0' && fold(*a) == fold(*b)) {
-        ++a;
-        ++b;
-    }
-    return fold(*a) == fold(*b);
-}
-
-registry::Node* find_pointer(const registry::State& state, const CFSSource* source) {
-    for (registry::Node* node = state.head; node != nullptr && node != state.end_marker; node = node->next) {
-        if (node->source == source) return node;
-    }
-    return nullptr;
-}
-
-/// False when the source cannot be kept; one that is registered already stays once.
-bool keep(registry::State& state, CFSSource& source, FFSAddSourceFlags::ENUM flags) {
-    const registry::ExclusiveHold hold(state);
-    return find_pointer(state, &source) != nullptr || registry::insert(state, source, flags);
+void log_added(CFSSource& source, FFSAddSourceFlags::ENUM flags) {
+    if (!is_logged(log_source, Log::ELevel::DEBG)) return;
+    const fs::path& path = source.path();
+    const EFSSourceType::TYPE type = source.type();
+    log_message(log_source, Log::ELevel::DEBG, __LINE__, "Adding source '%s%s' of type %s(%i) with flags 0x%02X.\n",
+                path.PathName(), path.FileName(), registry::type_name(type), static_cast<int>(type),
+                static_cast<unsigned>(flags));
 }
 
 SFsSourceInfo describe(CFSSource& source) {
@@ -48,65 +37,57 @@ SFsSourceInfo describe(CFSSource& source) {
             .unlisted_directories = native != nullptr ? native->unlisted_directories() : 0};
 }
 
-template <typename Predicate>
-void collect(ztl::vector<SFsSourceInfo>& out, Predicate wanted) {
-    out.clear();
-    try {
-        ztl::vector<SFsSourceInfo> found;
-        {
-            const registry::State& state = registry::state();
-            const registry::SharedHold hold(registry::state());
-            registry::for_each_source(state, [&](CFSSource& source) {
-                if (wanted(source)) found.push_back(describe(source));
-            });
-        }
-        out = std::move(found);
-    } catch (...) {
-        set_error(EFSError::OUT_OF_MEMORY, nullptr, "There is no memory for the list of sources.");
-    }
-}
-
 }  // namespace
 
+bool registry::add(std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags) {
+    return guarded(nullptr, false, [&] {
+        log_added(*source, flags);
+        State& state = registry::state();
+        const ExclusiveGuard guard(state);
+        const bool is_there = first_source(state, [&](CFSSource& held) { return &held == source.get(); }) != nullptr;
+        if (is_there) {
+            static_cast<void>(source.release());  // it has its owner
+        } else {
+            insert(state, std::move(source), flags);
+        }
+        return true;
+    });
+}
+
 void add_source(CFSSource* source, FFSAddSourceFlags::ENUM flags) {
-    if (source == nullptr) return;
-    if (is_logged(log_source, Log::ELevel::DEBG)) {
-        const fs::path& path = source->path();
-        const EFSSourceType::TYPE type = source->type();
-        log_message(log_source, Log::ELevel::DEBG, __LINE__, "Adding source '%s%s' of type %s(%i) with flags 0x%02X.\n",
-                    path.PathName(), path.FileName(), registry::type_name(type), static_cast<int>(type),
-                    static_cast<unsigned>(flags));
-    }
-    if (keep(registry::state(), *source, flags)) return;
-    set_error(EFSError::OUT_OF_MEMORY, source->path().PathName(), "The registry has no memory for one more source.");
-    delete source;
+    if (source != nullptr) registry::add(std::unique_ptr<CFSSource>(source), flags);
 }
 
 bool rem_source(CFSSource* source) {
-    registry::State& state = registry::state();
-    const registry::ExclusiveHold hold(state);
-    registry::Node* const node = source != nullptr ? find_pointer(state, source) : nullptr;
-    if (node == nullptr) return false;
-    registry::unlink(state, node);
-    registry::rebuild_index(state);
-    return true;
+    return guarded(nullptr, false, [&] {
+        registry::State& state = registry::state();
+        const registry::ExclusiveGuard guard(state);
+        if (registry::remove(state, source).release() != nullptr) return true;
+        return refuse(EFSError::NOT_FOUND, nullptr, "This source is not registered.");
+    });
 }
 
-bool rem_source(std::nullptr_t) { return false; }
+bool rem_source(std::nullptr_t) { return rem_source(static_cast<CFSSource*>(nullptr)); }
 
 bool source_exists(const char* path) {
-    const registry::State& state = registry::state();
-    const registry::SharedHold hold(registry::state());
-    for (const registry::Node* node = state.head; node != nullptr && node != state.end_marker; node = node->next) {
-        if (equal_without_case(node->source->path().PathName(), path != nullptr ? path : "")) return true;
-    }
-    return false;
+    return guarded(path, false, [&] {
+        registry::State& state = registry::state();
+        const registry::SharedGuard guard(state);
+        const std::string_view wanted(path != nullptr ? path : "");
+        for (const auto& source : state.sources) {
+            if (kernel::equal_folded(source->path().PathNameView(), wanted)) return true;
+        }
+        return false;
+    });
 }
 
 const char* write_path() {
-    const registry::State& state = registry::state();
-    const registry::SharedHold hold(registry::state());
-    return state.head != nullptr ? state.head->source->path().PathName() : "";
+    return guarded<const char*>(nullptr, "", [&] {
+        registry::State& state = registry::state();
+        const registry::SharedGuard guard(state);
+        CFSSource* const first = registry::first_source(state, [](CFSSource&) { return true; });
+        return first != nullptr ? first->path().PathName() : "";
+    });
 }
 
 const char* get_cache_dir() { return registry::state().cache_dir; }
@@ -118,12 +99,29 @@ void enable_read_membuffer(bool on) { registry::state().read_membuffer.store(on,
 bool is_read_membuffer_enabled() { return registry::state().read_membuffer.load(std::memory_order_relaxed); }
 
 void get_sources(ztl::vector<SFsSourceInfo>& out) {
-    collect(out, [](CFSSource&) { return true; });
+    out.clear();
+    guarded(nullptr, [&] {
+        ztl::vector<SFsSourceInfo> found;
+        registry::State& state = registry::state();
+        const registry::SharedGuard guard(state);
+        registry::for_each_source(state, [&](CFSSource& source) { found.push_back(describe(source)); });
+        out = std::move(found);
+    });
 }
 
 void find_holders(const char* path, ztl::vector<SFsSourceInfo>& out) {
-    const fs::path name(path, true);
-    collect(out, [&](CFSSource& source) { return !name.Empty() && source.exists(name); });
+    out.clear();
+    guarded(path, [&] {
+        const fs::path name = lookup_name(path);
+        ztl::vector<SFsSourceInfo> found;
+        registry::State& state = registry::state();
+        const registry::SharedGuard guard(state);
+        const registry::Concerned concerned(state, name);
+        registry::for_each_source(state, [&](CFSSource& source) {
+            if (!name.Empty() && concerned(source) && source.exists(name)) found.push_back(describe(source));
+        });
+        out = std::move(found);
+    });
 }
 
 }  // namespace fs

@@ -2,13 +2,14 @@
 
 #include <cstring>
 #include <memory>
-#include <new>
+#include <utility>
 
 #include <engine/filesystem/registry.h>
 #include <engine/filesystem/sources/directory.h>
 #include <engine/filesystem/sources/fallback.h>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/handles/queue_slots.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
@@ -26,40 +27,33 @@ namespace {
 constexpr MessageSource log_source{"FileSystem", "engine/filesystem/filesystem"};
 constexpr MessageSource exit_source{"EXIT", "engine/filesystem/filesystem"};
 
-/// Null when it does not mount.
+/// Null, with the failure stored, when it does not mount.
 std::unique_ptr<CWin32_dir> mount_root(const PreparedPath& built, const char* spelling, FFSAddSourceFlags::ENUM flags,
-                                       const char** names) try {
-    std::unique_ptr<CWin32_dir> root(new (std::nothrow) CWin32_dir(EFSSourceType::SPECIAL, names));
-    if (!root) return nullptr;
+                                       const char** names) {
+    auto root = std::make_unique<CWin32_dir>(EFSSourceType::SPECIAL, names);
     root->set_native_spelling(spelling);
-    return root->init(fs::path(built.c_str(), true), flags, nullptr) ? std::move(root) : nullptr;
-} catch (const std::bad_alloc&) {
-    return nullptr;
+    return root->init(lookup_name(built.c_str()), flags, nullptr) ? std::move(root) : nullptr;
 }
 
 std::unique_ptr<CWin32_fallback> mount_fallback() {
-    std::unique_ptr<CWin32_fallback> fallback(new (std::nothrow) CWin32_fallback);
-    if (!fallback || !fallback->init(fs::path(), FFSAddSourceFlags::NONE, nullptr)) return nullptr;
-    return fallback;
+    auto fallback = std::make_unique<CWin32_fallback>();
+    return fallback->init(fs::path(), FFSAddSourceFlags::NONE, nullptr) ? std::move(fallback) : nullptr;
 }
 
-/// Puts the root, and the fallback when there is one, at the end of the list.
-bool register_sources(registry::State& state, std::unique_ptr<CWin32_dir> root,
-                      std::unique_ptr<CWin32_fallback> fallback) {
-    const registry::ExclusiveHold hold(state);
-    if (registry::append(state, *root) == nullptr) return false;
-    CWin32_dir& registered = *root.release();
-    registry::index_source(state, registered);
-    state.end_marker = nullptr;
-    if (!fallback) return true;
-    state.end_marker = registry::append(state, *fallback);
-    if (state.end_marker != nullptr) static_cast<void>(fallback.release());
-    return true;
-}
-
-bool fail_to_start(const char* root) {
-    log_message(exit_source, Log::ELevel::FATL, __LINE__, "could not initialize\n");
-    return refuse(EFSError::NOT_FOUND, root, "The root directory could not be mounted.");
+/// Mounts and registers what the file system starts with. False, with the failure stored and nothing registered, when
+/// that cannot be done.
+bool mount_first_sources(const PreparedPath& built, const char* root, FFSAddSourceFlags::ENUM flags, bool use_fallback,
+                         const char** names) {
+    return guarded(root, false, [&] {
+        std::unique_ptr<CWin32_dir> source = mount_root(built, root, flags, names);
+        std::unique_ptr<CWin32_fallback> fallback = use_fallback ? mount_fallback() : nullptr;
+        if (!source || (use_fallback && !fallback)) return false;
+        registry::State& state = registry::state();
+        const registry::ExclusiveGuard guard(state);
+        state.index.set_name("data");
+        registry::append_root(state, std::move(source), std::move(fallback));
+        return true;
+    });
 }
 
 bool refuse_root(const char* root) {
@@ -93,14 +87,12 @@ bool init(const char* root, FFSAddSourceFlags::ENUM flags, const char* cache_dir
     if (PreparedPath(root).is_empty() || !built.is_full() || built.is_too_long()) return refuse_root(root);
     // Nothing that is too long to be a directory is taken, before anything has changed.
     if (cache.is_too_long()) return refuse_root(cache_dir);
-    {
-        const registry::ExclusiveHold hold(state);
-        state.index.set_name("data");
+    const ErrorScope scope;
+    if (!mount_first_sources(built, root, flags, use_fallback, names)) {
+        log_message(exit_source, Log::ELevel::FATL, __LINE__, "could not initialize\n");
+        if (!scope.has_error()) set_error(EFSError::NOT_FOUND, root, "The root directory could not be mounted.");
+        return false;
     }
-    std::unique_ptr<CWin32_dir> source = mount_root(built, root, flags, names);
-    std::unique_ptr<CWin32_fallback> fallback = use_fallback ? mount_fallback() : nullptr;
-    if (!source || (use_fallback && !fallback)) return fail_to_start(root);
-    if (!register_sources(state, std::move(source), std::move(fallback))) return fail_to_start(root);
     std::strcpy(state.cache_dir, cache.c_str());
     state.initialized.store(true, std::memory_order_release);
     start_queues();
@@ -109,14 +101,16 @@ bool init(const char* root, FFSAddSourceFlags::ENUM flags, const char* cache_dir
 
 void shutdown() {
     if (!is_initialized()) return;
-    registry::State& state = registry::state();
-    {
-        const registry::ExclusiveHold hold(state);
-        registry::destroy_all(state);
-    }
-    destroy_server_archive();
-    stop_queues();
-    state.initialized.store(false, std::memory_order_release);
+    guarded(nullptr, [] {
+        registry::State& state = registry::state();
+        {
+            const registry::ExclusiveGuard guard(state);
+            registry::destroy_all(state);
+        }
+        destroy_server_archive();
+        stop_queues();
+        state.initialized.store(false, std::memory_order_release);
+    });
 }
 
 }  // namespace fs

@@ -9,7 +9,7 @@
 #include <engine/filesystem/sources/directory.h>
 #include <engine/filesystem/sources/pack.h>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/directory/mount/store.h"
@@ -40,7 +40,7 @@ std::unique_ptr<CFSSource> new_source(bool is_pack, const char* spelling) try {
 
 bool is_registered(const fs::path& path) {
     registry::State& state = registry::state();
-    const registry::SharedHold hold(state);
+    const registry::SharedGuard guard(state);
     return registry::find(state, path) != nullptr;
 }
 
@@ -54,13 +54,6 @@ bool mount(CFSSource& source, const fs::path& path, FFSAddSourceFlags::ENUM flag
     }
     if (!scope.has_error()) set_error(EFSError::NOT_FOUND, path.PathName(), "The source could not be mounted.");
     return false;
-}
-
-/// Hands a source to the registry; false when it was not taken, and is gone.
-bool register_source(std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags) {
-    const ErrorScope scope;
-    add_source(source.release(), flags);
-    return !scope.has_error();
 }
 
 bool check_key(const char* path, const fs::path& key, FFSAddSourceFlags::ENUM flags) {
@@ -78,13 +71,11 @@ bool check_key(const char* path, const fs::path& key, FFSAddSourceFlags::ENUM fl
 /// Destroys the source of this path and tells its type; false when there is none.
 bool destroy_source(const fs::path& path, EFSSourceType::TYPE& type) {
     registry::State& state = registry::state();
-    const registry::ExclusiveHold hold(state);
-    registry::Node* const node = registry::find(state, path);
-    if (node == nullptr) return false;
-    type = node->source->type();
-    delete registry::unlink(state, node);
-    registry::rebuild_index(state);
-    return true;
+    const registry::ExclusiveGuard guard(state);
+    CFSSource* const source = registry::find(state, path);
+    if (source == nullptr) return refuse(EFSError::NOT_FOUND, path.PathName(), "No source of this path is registered.");
+    type = source->type();
+    return registry::remove(state, source) != nullptr;
 }
 
 }  // namespace
@@ -105,7 +96,7 @@ bool add_source(const char* path, FFSAddSourceFlags::ENUM flags) {
     }
     const fs::path key = prepared.as_source_path();
     if (!check_key(path, key, flags) || !mount(*source, key, flags, cache.get())) return false;
-    if (!register_source(std::move(source), flags)) return false;
+    if (!registry::add(std::move(source), flags)) return false;
     if (cache) cache->finish();
     return true;
 }
@@ -115,7 +106,7 @@ bool rem_source(const char* path) {
     if (!prepared.is_full()) return refuse(EFSError::INVALID_NAME, path, "The path is no full path.");
     const fs::path key = prepared.as_source_path();
     EFSSourceType::TYPE type = EFSSourceType::DIR;
-    if (!destroy_source(key, type)) return refuse(EFSError::NOT_FOUND, path, "No source of this path is registered.");
+    if (!guarded(path, false, [&] { return destroy_source(key, type); })) return false;
     log_message(log_source, Log::ELevel::DEBG, __LINE__, "Removing source '%s%s' of type %s(%i).\n", key.PathName(),
                 key.FileName(), registry::type_name(type), static_cast<int>(type));
     return true;

@@ -4,10 +4,9 @@
 
 #include <algorithm>
 
-#include "engine/platform/faults.h"
 #include "engine/platform/files.h"
 #include "engine/platform/posix/file_time.h"
-#include "engine/platform/posix/spelling/spelling.h"
+#include "engine/platform/posix/names.h"
 
 namespace platform {
 namespace {
@@ -18,6 +17,7 @@ bool stat_at(const PathAt& path, struct stat& status) {
 }
 
 bool set_times(const char* path, const timespec& access, std::int64_t write_time) {
+    if (meets_fault(FaultPoint::CHANGE)) return false;
     if (write_time < 0) return fail(Failure::OTHER, EINVAL);
     // Opened for writing, and so refused on a read-only file and on one that is in use.
     const File file = File::open(path, OpenOptions{.access = Access::WRITE});
@@ -30,13 +30,8 @@ bool set_times(const char* path, const timespec& access, std::int64_t write_time
 }  // namespace
 
 std::optional<Attributes> get_attributes(const PathAt& path) {
-    if (!check_path(path.full)) return std::nullopt;
-    if (const auto fault = fault_at(FaultPoint::STAT)) {
-        fail(*fault);
-        return std::nullopt;
-    }
     struct stat status;
-    if (!stat_at(path, status)) return std::nullopt;
+    if (!check_path(path.full) || meets_fault(FaultPoint::STAT) || !stat_at(path, status)) return std::nullopt;
     const bool is_directory = S_ISDIR(status.st_mode);
     if (!is_directory && !S_ISREG(status.st_mode)) {
         fail(Failure::NOT_REGULAR);
@@ -55,7 +50,7 @@ std::optional<Attributes> get_attributes(const PathAt& path) {
 std::optional<Attributes> get_attributes(const char* path) { return get_attributes(PathAt{.full = path}); }
 
 bool set_read_only(const char* path, bool on) {
-    if (!check_path(path)) return false;
+    if (!check_path(path) || meets_fault(FaultPoint::CHANGE)) return false;
     const PathAt at{.full = path};
     struct stat status;
     if (!stat_at(at, status)) return false;

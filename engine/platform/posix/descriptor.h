@@ -17,6 +17,10 @@ public:
     }
     bool valid() const { return number_ >= 0; }
     int number() const { return number_; }
+    void reset(int number) {
+        if (valid()) ::close(number_);
+        number_ = number;
+    }
     int release() { return std::exchange(number_, -1); }
 
 private:

@@ -7,35 +7,44 @@
 #include <cstring>
 #include <new>
 
-#include "engine/platform/faults.h"
-#include "engine/platform/posix/creation.h"
+#include "engine/platform/linux/directory_reader.h"
 #include "engine/platform/posix/descriptor.h"
-#include "engine/platform/posix/directory_reader.h"
-#include "engine/platform/posix/entry.h"
 #include "engine/platform/posix/file_time.h"
+#include "engine/platform/posix/names.h"
 
 namespace platform {
 namespace {
 
+/// Whether a look at an item failed because it is gone, or leads nowhere that this caller may go.
+bool leads_nowhere(int os_code) {
+    const Failure failure = failure_of(os_code);
+    return failure == Failure::NOT_FOUND || failure == Failure::ACCESS_DENIED;
+}
+
 /// Adds what a record stands for, if callers are to see it. Only links, and file systems that do not tell kinds, cost a
-/// look at the item itself.
-void add_record(int directory, const DirectoryRecord& record, const char* name, DirectoryListing& out) {
+/// look at the item itself. False with errno set when that look failed.
+bool add_record(int directory, const DirectoryRecord& record, const char* name, Links links, DirectoryListing& out) {
     const std::size_t length = std::strlen(name);
-    if (std::memchr(name, '\\', length) != nullptr) return;
+    if (std::memchr(name, '\\', length) != nullptr) return true;
     if (record.kind == DT_REG || record.kind == DT_DIR) {
-        out.add(name, length, record.kind == DT_DIR, false, false);
-        return;
+        out.add(name, length, {.is_directory = record.kind == DT_DIR});
+        return true;
     }
-    if (record.kind != DT_LNK && record.kind != DT_UNKNOWN) return;
+    if (record.kind != DT_LNK && record.kind != DT_UNKNOWN) return true;
     struct stat status;
     bool is_link = record.kind == DT_LNK;
     if (!is_link) {
-        if (::fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return;
+        if (::fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return leads_nowhere(errno);
         is_link = S_ISLNK(status.st_mode);
     }
-    if (is_link && ::fstatat(directory, name, &status, 0) != 0) return;
-    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return;
-    out.add(name, length, S_ISDIR(status.st_mode), is_link, false);
+    if (is_link && ::fstatat(directory, name, &status, 0) != 0) {
+        if (!leads_nowhere(errno)) return false;
+        if (links == Links::ALL) out.add(name, length, {.is_link = true});
+        return true;
+    }
+    const bool is_seen = S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) || (is_link && links == Links::ALL);
+    if (is_seen) out.add(name, length, {.is_directory = S_ISDIR(status.st_mode), .is_link = is_link});
+    return true;
 }
 
 bool stat_directory(const PathAt& path, struct stat& status) {
@@ -53,22 +62,26 @@ bool remove_directory_link(const Entry& entry) {
 
 }  // namespace
 
-bool list_directory(const PathAt& path, DirectoryListing& out) try {
+bool list_directory(const PathAt& path, DirectoryListing& out, Links links) try {
     out.clear();
-    if (!check_path(path.full)) return false;
-    if (const auto fault = fault_at(FaultPoint::LIST)) return fail(*fault);
+    if (!check_path(path.full) || meets_fault(FaultPoint::LIST)) return false;
     const Descriptor directory(call_at(path, [](int at, const char* text) {
         return ::openat(at, text, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK);
     }));
     if (!directory.valid()) return fail_os(errno);
-    const bool complete = read_directory(directory.number(), [&](const DirectoryRecord& record, const char* name) {
-        add_record(directory.number(), record, name, out);
+    int item_code = 0;  // of the first item that could not be looked at
+    bool complete = read_directory(directory.number(), [&](const DirectoryRecord& record, const char* name) {
+        if (!add_record(directory.number(), record, name, links, out) && item_code == 0) item_code = errno;
     });
-    const int os_code = errno;
+    if (complete && item_code != 0) {
+        errno = item_code;
+        complete = false;
+    }
+    if (!complete) fail_os(errno);
     out.sort();
-    return complete || fail_os(os_code);
+    return complete;
 } catch (const std::bad_alloc&) {
-    return fail(Failure::OTHER, ENOMEM);
+    return fail_os(ENOMEM);
 }
 
 bool get_directory_id(const char* path, DirectoryId& out) {
@@ -80,26 +93,23 @@ bool get_directory_id(const char* path, DirectoryId& out) {
 
 bool get_directory_times(const PathAt& path, DirectoryTimes& out) {
     struct stat status;
-    if (const auto fault = fault_at(FaultPoint::STAT)) return fail(*fault);
+    if (meets_fault(FaultPoint::STAT)) return false;
     if (!stat_directory(path, status)) return false;
     out = {.written = to_file_time(status.st_mtim), .changed = to_file_time(status.st_ctim)};
     return true;
 }
 
 bool create_directory(const char* path) {
-    if (!check_path(path)) return false;
-    if (const auto fault = fault_at(FaultPoint::CREATE_DIRECTORY)) return fail(*fault);
+    if (!check_path(path) || meets_fault(FaultPoint::CREATE_DIRECTORY)) return false;
     struct stat status;
     if (::lstat(path, &status) == 0) return fail(Failure::ALREADY_EXISTS, EEXIST);
     const Creation creation(path);
-    if (creation.spelling() == Spelling::EXISTS) return fail(Failure::ALREADY_EXISTS, EEXIST);
-    if (creation.spelling() == Spelling::MISSING) return fail(Failure::NOT_FOUND, ENOENT);
-    if (!creation.check_name()) return false;
+    if (!creation.check_new()) return false;
     return ::mkdir(creation.path(), 0777) == 0 ? creation.done() : fail_os(errno);
 }
 
 bool remove_directory(const char* path) {
-    if (const auto fault = fault_at(FaultPoint::REMOVE)) return fail(*fault);
+    if (meets_fault(FaultPoint::REMOVE)) return false;
     Entry entry;
     if (!find_entry(path, entry)) return false;
     if (entry.is_link()) return remove_directory_link(entry);
@@ -116,10 +126,16 @@ bool resolve_case(const char* path, char* out) {
     char spelled[path_buffer_size];
     struct stat status;
     if (!copy_path(path, spelled)) return false;
-    if (::lstat(spelled, &status) != 0) spell_path(spelled);
+    if (::lstat(spelled, &status) != 0 && spell_path(spelled) == Spelling::UNKNOWN) return fail_os(errno);
     const std::size_t length = std::strlen(spelled);
     std::memmove(out, path, std::strlen(path) + 1);  // trailing slashes stay
     std::memcpy(out, spelled, length);
+    return true;
+}
+
+bool expand_short_names(const char* path, char* out) {
+    if (!check_path(path)) return false;
+    std::memmove(out, path, std::strlen(path) + 1);
     return true;
 }
 

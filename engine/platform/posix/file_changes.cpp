@@ -6,10 +6,8 @@
 #include <cstring>
 
 #include "engine/platform/directories.h"
-#include "engine/platform/faults.h"
-#include "engine/platform/posix/creation.h"
 #include "engine/platform/posix/descriptor.h"
-#include "engine/platform/posix/entry.h"
+#include "engine/platform/posix/names.h"
 #include "engine/platform/posix/sharing.h"
 
 // Deleting and renaming. Whatever loses its name is held alone in the table of open files meanwhile, so that no open of
@@ -18,14 +16,7 @@
 namespace platform {
 namespace {
 
-/// Directories change for good only when they are synced themselves; a crash may bring the old name back before.
-bool sync_directory_of(const char* path) {
-    const Descriptor opened(::open(DirectoryPath(path).text, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!opened.valid()) return fail_os(errno);
-    return retry_interrupted([&] { return ::fsync(opened.number()); }) == 0 || fail_os(errno);
-}
-
-bool sync_file(const char* path) {
+bool sync(const char* path) {
     const Descriptor opened(retry_interrupted([&] { return ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
     if (!opened.valid()) return fail_os(errno);
     return retry_interrupted([&] { return ::fsync(opened.number()); }) == 0 || fail_os(errno);
@@ -43,12 +34,12 @@ bool same_name(const Entry& a, const Entry& b) {
 }
 
 /// Whether `target` may be replaced by `source`, which is another name.
-bool check_replaceable(const Entry& source, const Entry& target, SoleHold& hold) {
+bool check_replaceable(const Entry& source, const Entry& target, SoleUse& use) {
     if (target.is_directory() || source.is_directory()) return fail(Failure::ALREADY_EXISTS);
     if (!target.is_regular() && !target.is_link()) return fail(Failure::NOT_REGULAR);
     if (target.is_read_only()) return fail(Failure::READ_ONLY);
     // Two names of one file: it is held already, on account of the source.
-    return same_object(source, target) || hold.acquire(target.status) || fail(Failure::IN_USE);
+    return same_object(source, target) || use.acquire(target.status);
 }
 
 bool rename_entry(const Entry& source, const char* to) {
@@ -70,51 +61,36 @@ bool change_case(const Entry& source, const char* name) {
 bool merge_names(const Entry& source) { return ::unlink(source.path) == 0 || fail_os(errno); }
 
 bool move_entry(const Entry& source, const char* to) {
-    SoleHold hold_source;
-    if (!hold_source.acquire(source.status)) return fail(Failure::IN_USE);
+    SoleUse source_use;
+    if (!source_use.acquire(source.status)) return false;
     const Creation creation(to);
-    if (creation.spelling() == Spelling::MISSING) return fail(Failure::NOT_FOUND, ENOENT);
-    if (creation.spelling() == Spelling::NEW) {
-        return creation.check_name() && rename_entry(source, creation.path()) && creation.done();
+    if (creation.spelling() != Spelling::EXISTS) {
+        return creation.check_new() && rename_entry(source, creation.path()) && creation.done();
     }
-
     Entry target;
-    std::memcpy(target.path, creation.path(), path_buffer_size);
-    if (!look_at_entry(target)) return false;
+    if (!find_entry(creation.path(), target)) return false;
     if (same_name(source, target)) {
         char given[path_buffer_size];
         return copy_path(to, given) && change_case(source, last_component(given));
     }
-    SoleHold hold_target;
-    if (!check_replaceable(source, target, hold_target)) return false;
+    SoleUse target_use;
+    if (!check_replaceable(source, target, target_use)) return false;
     return same_object(source, target) ? merge_names(source) : rename_entry(source, target.path);
 }
 
 bool start_rename(const char* from, const char* to, Entry& source) {
-    if (!check_path(from) || !check_path(to)) return false;
-    if (const auto fault = fault_at(FaultPoint::RENAME)) return fail(*fault);
-    return find_entry(from, source);
+    return check_path(from) && check_path(to) && !meets_fault(FaultPoint::RENAME) && find_entry(from, source);
 }
 
 }  // namespace
 
-bool look_at_entry(Entry& entry) { return ::lstat(entry.path, &entry.status) == 0 || fail_os(errno); }
-
-bool find_entry(const char* path, Entry& out) {
-    if (!copy_path(path, out.path)) return false;
-    if (::lstat(out.path, &out.status) == 0) return true;
-    if (errno != ENOENT) return fail_os(errno);
-    return spell_path(out.path) == Spelling::EXISTS ? look_at_entry(out) : fail_os(ENOENT);
-}
-
 bool remove_file(const char* path) {
-    if (const auto fault = fault_at(FaultPoint::REMOVE)) return fail(*fault);
     Entry entry;
-    if (!find_entry(path, entry)) return false;
+    if (meets_fault(FaultPoint::REMOVE) || !find_entry(path, entry)) return false;
     if (!entry.is_regular() && !entry.is_link()) return fail(Failure::NOT_REGULAR);
     if (entry.is_read_only()) return fail(Failure::READ_ONLY);
-    SoleHold hold;
-    if (!hold.acquire(entry.status)) return fail(Failure::IN_USE);
+    SoleUse use;
+    if (!use.acquire(entry.status)) return false;
     if (::unlink(entry.path) != 0) return fail_os(errno);
     count_removal();
     return true;
@@ -130,9 +106,13 @@ bool replace_file(const char* from, const char* to) {
     if (!start_rename(from, to, source)) return false;
     if (!source.is_regular()) return fail(Failure::NOT_REGULAR);
     // The content must be on the disk before the name is, or a crash leaves the new name with nothing behind it.
-    if (!sync_file(source.path) || !move_entry(source, to)) return false;
+    if (meets_fault(FaultPoint::SYNC) || !sync(source.path) || !move_entry(source, to)) return false;
+    // The directory is synced too, since a crash may bring back the old name until then. It is done all the same where
+    // that fails: whoever asks finds the new file.
     Entry replaced;
-    return find_entry(to, replaced) && sync_directory_of(replaced.path);
+    const Error before = last_error();
+    if (!find_entry(to, replaced) || !sync(DirectoryPath(replaced.path).text)) fail(before.failure, before.os_code);
+    return true;
 }
 
 }  // namespace platform

@@ -4,8 +4,9 @@
 
 #include <cstdint>
 
-/// The table of this process's open files. POSIX lets everybody open, delete and rename what others hold open; callers
-/// expect the rules of Windows, so the seam keeps them itself: readers share with readers, everything else is alone.
+/// Who has which file open. POSIX lets everybody open, delete and rename what others hold open; callers expect the rules
+/// of Windows: readers share with readers, everything else is alone. Within this process a table keeps them, for other
+/// processes the locks of flock.
 
 namespace platform {
 
@@ -16,25 +17,32 @@ struct FileKey {
 };
 inline FileKey key_of(const struct stat& status) { return FileKey{.device = status.st_dev, .inode = status.st_ino}; }
 
-/// False when another holder excludes this one, or when memory is short.
+/// Enters a file into the table. False, with the failure recorded, when a holder excludes this use.
 bool acquire_share(const FileKey& key, bool exclusive);
 void release_share(const FileKey& key, bool exclusive);
+
+/// Takes the lock against other processes. False, with the failure recorded, when one of them excludes this use; file
+/// systems without locks exclude nobody.
+bool lock_file(int descriptor, bool exclusive);
+/// Gives the lock up at once. Closing does so only when no forked child has the descriptor still.
+void unlock_file(int descriptor);
 
 /// How many files this process has removed or replaced. An open that sees it move between finding a file and entering
 /// it here must ask whether its file still has a name.
 std::uint64_t removal_count();
 void count_removal();
 
-/// Holds a file alone while it is deleted, renamed or replaced. Anything but a regular file is not in the table and
-/// always free.
-class SoleHold {
+/// Has a file alone while it is deleted, renamed or replaced. Anything but a regular file is not in the table and always
+/// free.
+class SoleUse {
 public:
-    SoleHold() = default;
-    SoleHold(const SoleHold&) = delete;
-    SoleHold& operator=(const SoleHold&) = delete;
-    ~SoleHold() {
+    SoleUse() = default;
+    SoleUse(const SoleUse&) = delete;
+    SoleUse& operator=(const SoleUse&) = delete;
+    ~SoleUse() {
         if (key_.inode != 0) release_share(key_, true);
     }
+    /// False, with the failure recorded, when it is in use.
     bool acquire(const struct stat& status) {
         if (!S_ISREG(status.st_mode)) return true;
         if (!acquire_share(platform::key_of(status), true)) return false;

@@ -2,15 +2,16 @@
 
 #include <cerrno>
 
-#include "engine/platform/error.h"
+#include "engine/platform/fail.h"
 
 namespace platform {
 
 /// The one place that says what an errno means to callers.
 Failure failure_of(int os_code);
+/// An errno that means this, for failures on order; EIO where there is none.
+int os_code_of(Failure failure);
 
-/// Each records the calling thread's failure and answers false, so that a failing path is one line.
-bool fail(Failure failure, int os_code = 0);
+/// Records the failure that an errno means, and answers false.
 bool fail_os(int os_code);
 
 /// Calls `call` again as long as a signal interrupts it. It answers as system calls do: below zero with errno set.

@@ -1,12 +1,11 @@
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
+#include <cwchar>
+#include <string_view>
 
 #include "engine/platform/directories.h"
 #include "engine/platform/files.h"
-#include "engine/platform/folding.h"
 #include "engine/platform/windows/native_path.h"
-#include "engine/platform/windows/ordered_fault.h"
 
 // Asking about files, and changing what is written about them: attributes, times, names.
 
@@ -26,7 +25,7 @@ Attributes to_attributes(const Record& record) {
 }
 
 // Of what a link leads to: the quick question answers about the link itself.
-std::optional<Attributes> attributes_behind_link(const char* path) {
+std::optional<Attributes> attributes_behind_link(const wchar_t* path) {
     BY_HANDLE_FILE_INFORMATION record{};
     const Handle handle(open_for_query(path));
     if (handle.valid() && GetFileInformationByHandle(handle.get(), &record)) return to_attributes(record);
@@ -36,6 +35,7 @@ std::optional<Attributes> attributes_behind_link(const char* path) {
 
 // Opened for writing, so that a read-only file and one that is open refuse.
 bool set_times(const char* path, std::int64_t time, bool all) {
+    if (meets_fault(FaultPoint::CHANGE)) return false;
     // The system gives these a meaning of its own.
     if (time < 0) return fail(Failure::OTHER, ERROR_INVALID_PARAMETER);
     const File file = File::open(path, {.access = Access::WRITE});
@@ -53,7 +53,7 @@ bool refuse_read_only(DWORD attributes) {
     return fail(Failure::READ_ONLY, ERROR_ACCESS_DENIED);
 }
 
-bool is_same_file(const char* a, const char* b) {
+bool is_same_file(const wchar_t* a, const wchar_t* b) {
     BY_HANDLE_FILE_INFORMATION first{};
     BY_HANDLE_FILE_INFORMATION second{};
     const Handle first_handle(open_for_query(a));
@@ -64,41 +64,39 @@ bool is_same_file(const char* a, const char* b) {
            first.nFileIndexLow == second.nFileIndexLow;
 }
 
-const char* last_component(const char* path) {
-    const char* const slash = std::max(std::strrchr(path, '/'), std::strrchr(path, '\\'));
-    return slash == nullptr ? path : slash + 1;
-}
+std::wstring_view last_component(std::wstring_view path) { return path.substr(path.find_last_of(L"/\\") + 1); }
 
-bool is_spelled(const char* path) {
-    WIN32_FIND_DATAA item{};
-    return find_item(path, item) && std::strcmp(item.cFileName, last_component(path)) == 0;
+bool is_spelled(const wchar_t* path) {
+    WIN32_FIND_DATAW item{};
+    return find_item(path, item) && item.cFileName == last_component(path);
 }
 
 // Whether two paths are one name of one file or directory.
-bool is_other_case(const char* from, const char* to) {
-    const char* const old_name = last_component(from);
-    const char* const new_name = last_component(to);
-    const std::size_t length = std::strlen(old_name);
-    return length == std::strlen(new_name) && equal_folded(old_name, new_name, length) && is_same_file(from, to);
+bool is_other_case(const wchar_t* from, const wchar_t* to) {
+    const std::wstring_view old_name = last_component(from);
+    const std::wstring_view new_name = last_component(to);
+    return CompareStringOrdinal(old_name.data(), static_cast<int>(old_name.size()), new_name.data(),
+                                static_cast<int>(new_name.size()), TRUE) == CSTR_EQUAL &&
+           is_same_file(from, to);
 }
 
 // Some systems take a change of case for no change at all; they are led there by way of a third name.
-bool change_case(const char* from, const char* to, DWORD flags) {
-    if (!MoveFileExA(from, to, flags)) return fail_last();
+bool change_case(const wchar_t* from, const wchar_t* to, DWORD flags) {
+    if (!MoveFileExW(from, to, flags)) return fail_last();
     if (is_spelled(to)) return true;
-    char between[path_buffer_size];
-    const auto kept = static_cast<int>(last_component(from) - from);
-    const int length = std::snprintf(between, sizeof between, "%.*s~%08lx.tmp", kept, from, GetTickCount());
-    if (length < 0 || static_cast<std::size_t>(length) > max_path_bytes) return fail(Failure::PATH_TOO_LONG);
-    if (!MoveFileExA(from, between, 0)) return fail_last();
-    if (MoveFileExA(between, to, 0)) return true;
-    fail_last();
-    MoveFileExA(between, from, 0);
-    return false;
+    wchar_t between[path_buffer_size];
+    const auto kept = static_cast<int>(last_component(from).data() - from);
+    const int length = std::swprintf(between, path_buffer_size, L"%.*ls~%08lx.tmp", kept, from, GetTickCount());
+    if (length < 0) return fail(Failure::PATH_TOO_LONG);
+    if (!MoveFileExW(from, between, 0)) return fail_last();
+    if (MoveFileExW(between, to, 0)) return true;
+    const DWORD code = GetLastError();
+    MoveFileExW(between, from, 0);
+    return fail_os(code);
 }
 
 // A file gives way to a file; nothing gives way to a directory, and no directory to anything.
-bool may_take_place(const char* from, const char* to) {
+bool may_take_place(const wchar_t* from, const wchar_t* to) {
     const DWORD target = attribute_bits(to);
     if (target == INVALID_FILE_ATTRIBUTES) return true;
     if (is_directory(target) || is_directory(attribute_bits(from))) return fail(Failure::ALREADY_EXISTS);
@@ -106,16 +104,17 @@ bool may_take_place(const char* from, const char* to) {
 }
 
 // The system says "access denied" of a file that cannot be replaced because it is open.
-bool is_open_somewhere(const char* path) {
+bool is_open_somewhere(const wchar_t* path) {
     const Handle handle(
-        CreateFileA(path, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, windows_api::open_existing, 0, nullptr));
+        CreateFileW(path, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, windows_api::open_existing, 0, nullptr));
     return !handle.valid() && GetLastError() == ERROR_SHARING_VIOLATION;
 }
 
-bool move(const char* from, const char* to, DWORD flags) {
-    if (MoveFileExA(from, to, flags)) return true;
+bool move(const wchar_t* from, const wchar_t* to, DWORD flags) {
+    if (MoveFileExW(from, to, flags)) return true;
     const DWORD code = GetLastError();
-    return code == ERROR_ACCESS_DENIED && is_open_somewhere(to) ? fail(Failure::IN_USE, code) : fail_os(code);
+    return code == ERROR_ACCESS_DENIED && is_open_somewhere(to) ? fail(Failure::IN_USE, ERROR_ACCESS_DENIED)
+                                                                : fail_os(code);
 }
 
 bool move_path(const char* from, const char* to, DWORD flags) {
@@ -130,10 +129,10 @@ bool move_path(const char* from, const char* to, DWORD flags) {
 
 // The content must be on the disk before the name is. A read-only file has been closed by its writer long ago, and the
 // system flushes nothing that is not open for writing.
-bool sync_file(const char* path) {
+bool sync_file(const wchar_t* path) {
     if (has_bits(attribute_bits(path), FILE_ATTRIBUTE_READONLY)) return true;
     const Handle handle(
-        CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ, nullptr, windows_api::open_existing, 0, nullptr));
+        CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ, nullptr, windows_api::open_existing, 0, nullptr));
     return (handle.valid() && FlushFileBuffers(handle.get())) || fail_last();
 }
 
@@ -143,7 +142,7 @@ std::optional<Attributes> get_attributes(const PathAt& path) {
     const NativePath native(path.full);
     if (!native.valid() || meets_fault(FaultPoint::STAT)) return std::nullopt;
     WIN32_FILE_ATTRIBUTE_DATA record{};
-    if (!GetFileAttributesExA(native.text(), GetFileExInfoStandard, &record)) {
+    if (!GetFileAttributesExW(native.text(), GetFileExInfoStandard, &record)) {
         fail_last();
         return std::nullopt;
     }
@@ -160,11 +159,11 @@ std::optional<Attributes> get_attributes(const char* path) { return get_attribut
 
 bool set_read_only(const char* path, bool on) {
     const NativePath native(path);
-    if (!native.valid()) return false;
+    if (!native.valid() || meets_fault(FaultPoint::CHANGE)) return false;
     const DWORD attributes = attribute_bits(native.text());
     if (attributes == INVALID_FILE_ATTRIBUTES) return fail_last();
     const DWORD others = attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY);
-    return SetFileAttributesA(native.text(), on ? others | FILE_ATTRIBUTE_READONLY : others) || fail_last();
+    return SetFileAttributesW(native.text(), on ? others | FILE_ATTRIBUTE_READONLY : others) || fail_last();
 }
 
 bool set_write_time(const char* path, std::int64_t time) { return set_times(path, time, false); }
@@ -175,9 +174,9 @@ bool remove_file(const char* path) {
     const NativePath native(path);
     if (!native.valid() || meets_fault(FaultPoint::REMOVE)) return false;
     const DWORD attributes = attribute_bits(native.text());
-    if (is_directory(attributes) && is_link(path)) return RemoveDirectoryA(native.text()) || fail_last();
+    if (is_directory(attributes) && is_link(path)) return RemoveDirectoryW(native.text()) || fail_last();
     if (is_directory(attributes)) return fail(Failure::NOT_REGULAR, ERROR_ACCESS_DENIED);
-    return refuse_read_only(attributes) && (DeleteFileA(native.text()) || fail_last());
+    return refuse_read_only(attributes) && (DeleteFileW(native.text()) || fail_last());
 }
 
 bool rename_path(const char* from, const char* to) { return move_path(from, to, MOVEFILE_REPLACE_EXISTING); }
@@ -186,7 +185,7 @@ bool replace_file(const char* from, const char* to) {
     const NativePath source(from);
     if (!source.valid()) return false;
     if (is_directory(attribute_bits(source.text()))) return fail(Failure::NOT_REGULAR);
-    if (!sync_file(source.text())) return false;
+    if (meets_fault(FaultPoint::SYNC) || !sync_file(source.text())) return false;
     return move_path(from, to, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
 }
 

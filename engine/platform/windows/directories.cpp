@@ -1,96 +1,89 @@
 #include "engine/platform/directories.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <new>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "engine/platform/windows/native_path.h"
-#include "engine/platform/windows/ordered_fault.h"
+#include "engine/platform/windows/wide_text.h"
 
 namespace platform {
 
 namespace {
 
+/// Listings without short names, in large pieces.
 class Search {
 public:
-    Search(const char* pattern, WIN32_FIND_DATAA& item) : handle_(open(pattern, item)) {}
+    Search(const wchar_t* pattern, WIN32_FIND_DATAW& item)
+        : handle_(FindFirstFileExW(pattern, FindExInfoBasic, &item, FindExSearchNameMatch, nullptr,
+                                   FIND_FIRST_EX_LARGE_FETCH)) {}
     Search(const Search&) = delete;
     Search& operator=(const Search&) = delete;
     ~Search() {
         if (valid()) FindClose(handle_);
     }
     bool valid() const { return handle_ != INVALID_HANDLE_VALUE; }
-    bool next(WIN32_FIND_DATAA& item) { return FindNextFileA(handle_, &item) != 0; }
+    bool next(WIN32_FIND_DATAW& item) { return FindNextFileW(handle_, &item) != 0; }
 
 private:
-    // Large fetches, and listings without short names, exist from version 6.1 on.
-    static bool has_large_fetch() {
-        OSVERSIONINFOEXW wanted{};
-        wanted.dwOSVersionInfoSize = sizeof wanted;
-        wanted.dwMajorVersion = 6;
-        wanted.dwMinorVersion = 1;
-        DWORDLONG conditions = 0;
-        for (const DWORD part : {VER_MAJORVERSION, VER_MINORVERSION, VER_SERVICEPACKMAJOR}) {
-            conditions = VerSetConditionMask(conditions, part, VER_GREATER_EQUAL);
-        }
-        return VerifyVersionInfoW(&wanted, VER_MAJORVERSION | VER_MINORVERSION | VER_SERVICEPACKMAJOR, conditions) != 0;
-    }
-    static HANDLE open(const char* pattern, WIN32_FIND_DATAA& item) {
-        if (!has_large_fetch()) return FindFirstFileA(pattern, &item);
-        return FindFirstFileExA(pattern, FindExInfoBasic, &item, FindExSearchNameMatch, nullptr,
-                                FIND_FIRST_EX_LARGE_FETCH);
-    }
-
     HANDLE handle_;
 };
 
-bool is_link_item(const WIN32_FIND_DATAA& item) {
+bool is_link_item(const WIN32_FIND_DATAW& item) {
     if ((item.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return false;
     return item.dwReserved0 == IO_REPARSE_TAG_SYMLINK || item.dwReserved0 == IO_REPARSE_TAG_MOUNT_POINT;
 }
 
-bool join(char (&out)[path_buffer_size + 1], const NativePath& directory, const char* name) {
-    const char last = directory.text()[directory.length() - 1];
-    const char* const slash = last == '/' || last == '\\' ? "" : "/";
-    const int length = std::snprintf(out, sizeof out, "%s%s%s", directory.text(), slash, name);
-    return length >= 0 && static_cast<std::size_t>(length) < sizeof out;
+std::wstring join(const NativePath& directory, std::wstring_view name) {
+    std::wstring path(directory.view());
+    if (path.back() != L'/' && path.back() != L'\\') path += L'/';
+    return path.append(name);
 }
 
-// What a link leads to decides what it is; false when it leads nowhere.
-bool follow_link(const NativePath& directory, const char* name, bool& is_directory) {
-    char path[path_buffer_size + 1];
+/// What a link leads to decides what it is. False, with the failure recorded, when it leads nowhere.
+bool follow_link(const std::wstring& path, bool& is_directory) {
     BY_HANDLE_FILE_INFORMATION record{};
-    if (!join(path, directory, name)) return false;
-    const Handle handle(open_for_query(path));
-    if (!handle.valid() || !GetFileInformationByHandle(handle.get(), &record)) return false;
+    const Handle handle(open_for_query(path.c_str()));
+    if (!handle.valid() || !GetFileInformationByHandle(handle.get(), &record)) return fail_last();
     is_directory = has_bits(record.dwFileAttributes, FILE_ATTRIBUTE_DIRECTORY);
     return true;
 }
 
-void add_item(const NativePath& directory, const WIN32_FIND_DATAA& item, DirectoryListing& out) {
-    const std::string_view name = item.cFileName;
-    // A name that the narrow code page cannot spell comes with question marks, and nobody could open it.
-    if (name == "." || name == ".." || name.find('?') != std::string_view::npos) return;
-    if (has_bits(item.dwFileAttributes, FILE_ATTRIBUTE_DEVICE)) return;
-    bool is_directory = has_bits(item.dwFileAttributes, FILE_ATTRIBUTE_DIRECTORY);
-    const bool is_link = is_link_item(item);
-    if (is_link && !follow_link(directory, item.cFileName, is_directory)) return;
-    out.add(name.data(), name.size(), is_directory, is_link, has_bits(item.dwFileAttributes, FILE_ATTRIBUTE_OFFLINE));
+bool leads_nowhere(Failure failure) { return failure == Failure::NOT_FOUND || failure == Failure::ACCESS_DENIED; }
+
+/// False, with the failure recorded, when the item could not be looked at.
+bool add_item(const NativePath& directory, const WIN32_FIND_DATAW& item, Links links, DirectoryListing& out) {
+    const std::wstring_view wide = item.cFileName;
+    if (wide == L"." || wide == L".." || has_bits(item.dwFileAttributes, FILE_ATTRIBUTE_DEVICE)) return true;
+    // A name that is too long, or no text, could not be asked for.
+    char name[path_buffer_size];
+    const std::size_t length = to_narrow(wide, name, sizeof name);
+    if (length == 0) return true;
+    DirectoryItem kind{.is_directory = has_bits(item.dwFileAttributes, FILE_ATTRIBUTE_DIRECTORY),
+                       .is_link = is_link_item(item),
+                       .is_offline = has_bits(item.dwFileAttributes, FILE_ATTRIBUTE_OFFLINE)};
+    if (kind.is_link && !follow_link(join(directory, wide), kind.is_directory)) {
+        if (!leads_nowhere(last_error().failure)) return false;
+        if (links == Links::FOLLOWED) return true;
+    }
+    out.add(name, length, kind);
+    return true;
 }
 
-bool read_items(const NativePath& directory, DirectoryListing& out) {
-    char pattern[path_buffer_size + 1];
-    if (!join(pattern, directory, "*")) return fail(Failure::PATH_TOO_LONG);
-    WIN32_FIND_DATAA item{};
-    Search search(pattern, item);
+bool read_items(const NativePath& directory, Links links, DirectoryListing& out) {
+    WIN32_FIND_DATAW item{};
+    Search search(join(directory, L"*").c_str(), item);
     if (!search.valid())
         return GetLastError() == ERROR_FILE_NOT_FOUND || fail_last();  // an empty root has not even "."
-    do add_item(directory, item, out);
-    while (search.next(item));
-    return GetLastError() == ERROR_NO_MORE_FILES || fail_last();
+    Error first{};                                                     // of an item that could not be looked at
+    do {
+        if (!add_item(directory, item, links, out) && first.failure == Failure::NONE) first = last_error();
+    } while (search.next(item));
+    if (GetLastError() != ERROR_NO_MORE_FILES) return fail_last();
+    return first.failure == Failure::NONE || fail(first.failure, first.os_code);
 }
 
 std::optional<BY_HANDLE_FILE_INFORMATION> query_directory(const char* path) {
@@ -107,66 +100,73 @@ std::optional<BY_HANDLE_FILE_INFORMATION> query_directory(const char* path) {
     return std::nullopt;
 }
 
-// A path under construction, component by component.
-class SpelledPath {
-public:
-    explicit SpelledPath(std::string_view start) { append(start); }
-    bool fits() const { return fits_; }
-    const char* text() const { return text_; }
-    std::size_t length() const { return length_; }
-    void shorten(std::size_t length) { text_[length_ = length] = '\0'; }
-    void append(std::string_view part) {
-        fits_ = fits_ && part.size() < sizeof text_ - length_;
-        if (!fits_) return;
-        std::memcpy(text_ + length_, part.data(), part.size());
-        shorten(length_ + part.size());
-    }
-
-private:
-    char text_[path_buffer_size] = "";
-    std::size_t length_ = 0;
-    bool fits_ = true;
-};
-
-// Appends one component under the disk's spelling, while everything before it exists.
-void append_component(SpelledPath& out, std::string_view name, bool& exists) {
-    const std::size_t before = out.length();
-    out.append(name);
-    WIN32_FIND_DATAA item{};
-    const bool named = !name.empty() && name != "." && name != "..";
-    if (!named || !exists || !out.fits()) return;
-    exists = find_item(out.text(), item);
-    if (!exists) return;
-    out.shorten(before);
-    out.append(item.cFileName);
-}
-
-// What comes before the first component that can be looked for: a drive, a server and its share, slashes.
-std::size_t prefix_length(std::string_view path) {
+/// What comes before the first component that can be looked for: a drive, a server and its share, slashes.
+std::size_t prefix_length(std::wstring_view path) {
     const auto is_slash = [&](std::size_t at) { return at < path.size() && (path[at] == '/' || path[at] == '\\'); };
     std::size_t at = path.size() >= 2 && path[1] == ':' ? 2 : 0;
     if (at == 0 && is_slash(0) && is_slash(1)) {
-        const std::size_t share = path.find_first_of("/\\", 2);
-        at =
-            share == std::string_view::npos ? path.size() : std::min(path.find_first_of("/\\", share + 1), path.size());
+        const std::size_t share = path.find_first_of(L"/\\", 2);
+        at = share == std::wstring_view::npos ? path.size()
+                                              : std::min(path.find_first_of(L"/\\", share + 1), path.size());
     }
     while (is_slash(at)) ++at;
     return at;
 }
 
+enum class Respell : std::uint8_t { ALL, SHORT_NAMES };
+
+/// The path with those components that exist under the disk's spelling, which is long also where a short one is asked
+/// for ("PROGRA~1").
+std::wstring respell(std::wstring_view path, Respell which) {
+    const std::size_t prefix = prefix_length(path);
+    std::wstring spelled(path.substr(0, prefix));
+    bool exists = true;
+    for (std::size_t at = prefix; at < path.size();) {
+        const std::size_t end = std::min(path.find_first_of(L"/\\", at), path.size());
+        const std::wstring_view name = path.substr(at, end - at);
+        const std::size_t before = spelled.size();
+        spelled.append(name);
+        const bool is_name = !name.empty() && name != L"." && name != L"..";
+        WIN32_FIND_DATAW item{};
+        if (is_name && exists && (which == Respell::ALL || name.find(L'~') != std::wstring_view::npos)) {
+            exists = find_item(spelled.c_str(), item);
+            if (exists) spelled.replace(before, name.size(), item.cFileName);
+        }
+        spelled.append(path.substr(end, 1));
+        at = end + 1;
+    }
+    return spelled;
+}
+
+bool respell(const char* path, char* out, Respell which) try {
+    const NativePath native(path);
+    if (!native.valid()) return false;
+    const std::wstring spelled = respell(native.view(), which);
+    char text[path_buffer_size];
+    std::size_t length = to_narrow(spelled, text, sizeof text);
+    std::size_t slashes = 0;  // at the end, which stay
+    for (const std::size_t size = std::strlen(path); spelled.back() != L'/' && slashes < size; ++slashes) {
+        if (path[size - 1 - slashes] != '/' && path[size - 1 - slashes] != '\\') break;
+    }
+    if (length == 0 || length + slashes > max_path_bytes) return fail(Failure::PATH_TOO_LONG);
+    std::memcpy(text + length, path + std::strlen(path) - slashes, slashes + 1);
+    std::memcpy(out, text, length + slashes + 1);
+    return true;
+} catch (const std::bad_alloc&) {
+    return fail_os(ERROR_NOT_ENOUGH_MEMORY);
+}
+
 }  // namespace
 
-bool list_directory(const PathAt& path, DirectoryListing& out) {
+bool list_directory(const PathAt& path, DirectoryListing& out, Links links) try {
     out.clear();
     const NativePath native(path.full);
     if (!native.valid() || meets_fault(FaultPoint::LIST)) return false;
-    try {
-        const bool complete = read_items(native, out);
-        out.sort();
-        return complete;
-    } catch (const std::bad_alloc&) {
-        return fail(Failure::OTHER, ERROR_NOT_ENOUGH_MEMORY);
-    }
+    const bool complete = read_items(native, links, out);
+    out.sort();
+    return complete;
+} catch (const std::bad_alloc&) {
+    return fail_os(ERROR_NOT_ENOUGH_MEMORY);
 }
 
 bool get_directory_id(const char* path, DirectoryId& out) {
@@ -193,44 +193,28 @@ bool get_directory_times(const PathAt& path, DirectoryTimes& out) {
 bool create_directory(const char* path) {
     const NativePath native(path, NativePath::Use::NEW);
     if (!native.valid() || meets_fault(FaultPoint::CREATE_DIRECTORY)) return false;
-    if (CreateDirectoryA(native.text(), nullptr)) return true;
+    if (CreateDirectoryW(native.text(), nullptr)) return true;
     // Of a drive the system says "access denied".
     const DWORD code = GetLastError();
     const bool exists = code == ERROR_ACCESS_DENIED && attribute_bits(native.text()) != INVALID_FILE_ATTRIBUTES;
-    return exists ? fail(Failure::ALREADY_EXISTS, code) : fail_os(code);
+    return exists ? fail(Failure::ALREADY_EXISTS, ERROR_ACCESS_DENIED) : fail_os(code);
 }
 
 bool remove_directory(const char* path) {
     const NativePath native(path);
     if (!native.valid() || meets_fault(FaultPoint::REMOVE)) return false;
-    return RemoveDirectoryA(native.text()) || fail_last();
+    return RemoveDirectoryW(native.text()) || fail_last();
 }
 
 bool is_link(const char* path) {
     const NativePath native(path);
-    WIN32_FIND_DATAA item{};
+    WIN32_FIND_DATAW item{};
     return native.valid() && has_bits(attribute_bits(native.text()), FILE_ATTRIBUTE_REPARSE_POINT) &&
            find_item(native.text(), item) && is_link_item(item);
 }
 
-bool resolve_case(const char* path, char* out) {
-    const NativePath native(path);
-    if (!native.valid()) return false;
-    std::string_view rest(native.text(), native.length());
-    const std::size_t prefix = prefix_length(rest);
-    SpelledPath spelled(rest.substr(0, prefix));
-    rest.remove_prefix(prefix);
-    bool exists = true;
-    while (!rest.empty()) {
-        const std::size_t end = std::min(rest.find_first_of("/\\"), rest.size());
-        append_component(spelled, rest.substr(0, end), exists);
-        spelled.append(rest.substr(end, 1));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-    }
-    spelled.append(path + native.length());  // slashes at the end stay
-    if (!spelled.fits()) return fail(Failure::PATH_TOO_LONG);
-    std::memcpy(out, spelled.text(), spelled.length() + 1);
-    return true;
-}
+bool resolve_case(const char* path, char* out) { return respell(path, out, Respell::ALL); }
+
+bool expand_short_names(const char* path, char* out) { return respell(path, out, Respell::SHORT_NAMES); }
 
 }  // namespace platform

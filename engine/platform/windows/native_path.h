@@ -1,12 +1,14 @@
 #pragma once
 
+#include <string_view>
+
 #include "engine/platform/files.h"
 #include "engine/platform/windows/system_error.h"
 #include "engine/platform/windows/windows_api.h"
 
 namespace platform {
 
-/// A caller's path made ready for the system: checked, and without slashes at its end (but "/" and "c:/" stay).
+/// A caller's path made ready for the system: checked, wide, and without slashes at its end (but "/" and "c:/" stay).
 ///
 /// The system takes much for a file that is none: devices ("nul.txt", "//./x"), streams ("a:b"), names whose trailing
 /// dots and blanks it drops. Nothing of that is ever handed to it, so a path means the same on both systems.
@@ -18,11 +20,11 @@ public:
     explicit NativePath(const char* path, Use use = Use::EXISTING);
 
     bool valid() const { return length_ != 0; }
-    const char* text() const { return text_; }
-    std::size_t length() const { return length_; }
+    const wchar_t* text() const { return text_; }
+    std::wstring_view view() const { return {text_, length_}; }
 
 private:
-    char text_[path_buffer_size];
+    wchar_t text_[path_buffer_size];
     std::size_t length_ = 0;
 };
 
@@ -35,7 +37,7 @@ public:
     Handle(const Handle&) = delete;
     Handle& operator=(const Handle&) = delete;
     ~Handle() {
-        if (handle_ != nullptr) CloseHandle(handle_);
+        if (valid()) CloseHandle(handle_);
     }
     bool valid() const { return handle_ != nullptr; }
     HANDLE get() const { return handle_; }
@@ -45,13 +47,13 @@ private:
 };
 
 /// Opens a file or directory for asking about it alone, links followed; it shares with everybody.
-HANDLE open_for_query(const char* path);
+HANDLE open_for_query(const wchar_t* path);
 
 /// The record of one item of a directory: its spelling, and the item itself where it is a link.
-bool find_item(const char* path, WIN32_FIND_DATAA& item);
+bool find_item(const wchar_t* path, WIN32_FIND_DATAW& item);
 
 /// The attributes of a path; INVALID_FILE_ATTRIBUTES when nothing is there. Links are not followed.
-inline DWORD attribute_bits(const char* path) { return GetFileAttributesA(path); }
+inline DWORD attribute_bits(const wchar_t* path) { return GetFileAttributesW(path); }
 inline bool has_bits(DWORD attributes, DWORD bits) {
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & bits) != 0;
 }

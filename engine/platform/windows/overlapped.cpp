@@ -1,6 +1,5 @@
 #include <new>
 
-#include "engine/platform/faults.h"
 #include "engine/platform/files.h"
 #include "engine/platform/windows/system_error.h"
 #include "engine/platform/windows/windows_api.h"
@@ -36,7 +35,7 @@ int take_result(HANDLE handle, OVERLAPPED& record, std::uint32_t* transferred) {
 SNativeOverlapped* create_overlapped() {
     auto* const overlapped = new (std::nothrow) SNativeOverlapped{};
     if (overlapped == nullptr) return nullptr;
-    overlapped->record.hEvent = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    overlapped->record.hEvent = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     if (overlapped->record.hEvent != nullptr) return overlapped;
     delete overlapped;
     return nullptr;
@@ -65,7 +64,7 @@ int File::read_overlapped(void* buffer, std::uint32_t size, std::uint32_t* trans
         }
         size /= 2;
     }
-    const HANDLE handle = to_handle(handle_);
+    const HANDLE handle = to_handle(state_.handle);
     // A signal that nobody waited for, of a read that was done at once, must not end the wait for this one.
     ResetEvent(overlapped->record.hEvent);
     if (ReadFile(handle, buffer, size, nullptr, &overlapped->record)) {
@@ -82,7 +81,7 @@ int wait_overlapped(const File& file, SNativeOverlapped* overlapped, std::uint32
 
 bool File::cancel() {
     if (!valid()) return fail(Failure::INVALID_HANDLE);
-    const HANDLE handle = to_handle(handle_);
+    const HANDLE handle = to_handle(state_.handle);
     if (CancelIoEx(handle, nullptr) || GetLastError() == ERROR_NOT_FOUND) return true;  // nothing was in flight
     return CancelIo(handle) || fail_last();
 }

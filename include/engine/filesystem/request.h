@@ -16,25 +16,34 @@ struct EFSRequestResult {
 
 /// The record through which a caller is told of the end of an asynchronous read.
 ///
-/// Owns     counted: Create gives one reference to the caller, the queue holds another while the read is under way.
-/// Threads  every member may be called from any thread. The callback runs on the thread that finishes the request:
-///          the queue's worker, a canceller, or the caller itself for a read of 0 bytes.
-/// A request serves one read at a time; when FINISHED it may be used again.
+/// A request serves one read at a time: it is queued by SFsFile::read_async and may serve the next one, of any file, when
+/// it is FINISHED and a cancelled read has ended. A read without a request is passed over with a warning in the log, since
+/// nobody would hear of its end; one of 0 bytes finishes on the spot.
+///
+/// Callback runs once for each read, after the event that Wait waits for is set, on the thread that finishes the read: the
+///          queue's worker, the thread that cancels it or closes its file, or the caller itself for 0 bytes. It may queue
+///          the next read, with this request too. It keeps the worker from all other reads while it runs.
+/// Cancel   SFsFile::cancel_async returns after the callback, except when it is called in a callback of the worker. So
+///          the canceller must have no lock that the callback wants.
+/// Owns     counted: Create gives one reference to the caller, the queue has another while the read is under way. The
+///          buffer and what `user` points to belong to the caller and live until the callback has run.
+/// Threads  every member may be called from any thread.
 struct SFsRequest {
     using Callback = void (*)(SFsRequest* request, void* user);
 
-    /// A new, idle request with one reference; `callback` may be null. Null when memory or an event cannot be had.
+    /// A new, idle request with one reference; `callback` may be null. Null without memory (OUT_OF_MEMORY).
     ENGINE_FS_API static SFsRequest* Create(Callback callback, void* user);
 
     ENGINE_FS_API void AddRef();
     /// Gives a reference back; the last one frees the request.
     ENGINE_FS_API void Release();
 
-    /// Waits until the read has finished. False when `timeout_ms` passed first.
+    /// Waits until the read has finished, its callback not included; for ever without `timeout_ms`, milliseconds. False
+    /// when the time passed first. A request that was never queued has nothing to wait for and waits as long.
     ENGINE_FS_API bool Wait(std::uint32_t timeout_ms = 0xFFFFFFFFu);
     ENGINE_FS_API EFSRequestState::TYPE State() const;
     ENGINE_FS_API EFSRequestResult::TYPE Result() const;
-    /// Bytes read; 0 unless the result is SUCCESS.
+    /// The number of bytes that were asked for, also when the file ended before; 0 unless the result is SUCCESS.
     ENGINE_FS_API std::uint64_t Transferred() const;
 
     SFsRequest(const SFsRequest&) = delete;

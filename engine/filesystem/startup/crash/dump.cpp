@@ -31,7 +31,7 @@ struct DumpState {
     char directory[path_buffer_size] = "";
     std::int64_t local_offset = 0;  // what local time is ahead of universal time
 };
-constinit DumpState state;
+DumpState state;
 
 std::int64_t local_offset_now() {
     const std::int64_t now = platform::now_utc();

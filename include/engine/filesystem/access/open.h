@@ -22,7 +22,7 @@ namespace fs {
 ENGINE_FS_API SFsFile* open(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
 
 /// Whether any source, the fallback included, holds the name.
-ENGINE_FS_API bool exists(const char* path);
+ENGINE_FS_API bool exists(const char* path, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
 /// fs::exists, or a native file of exactly this path.
 ENGINE_FS_API bool does_file_exist(const char* path);
 ENGINE_FS_API bool native_does_file_exist(const char* path);
@@ -35,6 +35,10 @@ ENGINE_FS_API fs::string get_source_name(const char* path);
 ENGINE_FS_API const fs::string full_path(const char* path);
 /// The path under which that source holds it; "" when none does.
 ENGINE_FS_API const fs::string root_path(const char* path);
+
+/// The disk's own spelling of the file that reading `path` would open. False, with `out` as it was, when no source holds
+/// it or it lies in a pack or in memory (UNSUPPORTED).
+ENGINE_FS_API bool native_path(const char* path, fs::string& out);
 
 /// Works out fs::full_path and keeps nothing.
 ENGINE_FS_API void precache_file(const char* path);

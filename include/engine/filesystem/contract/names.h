@@ -58,8 +58,12 @@ public:
     dir* find(const char* path);
     /// Destroys all children; the name stays.
     void clear();
-    /// Adds every directory below `other` that is missing here; the names of the two roots take no part.
-    void merge(const dir& other);
+    /// Adds every directory below `other` that is missing here; the names of the two roots take no part. False, with
+    /// nothing changed, when there is no memory.
+    bool merge(const dir& other);
+    /// Moves every directory below `other` that is missing here, and empties `other`. A tree without a name takes that
+    /// of `other`. Allocates nothing that it needs.
+    void take_over(dir& other);
     /// Destroys the child directory at `path` with everything below it.
     void remove(const char* path);
     /// A child of exactly this name, made when it is missing.
@@ -69,6 +73,8 @@ private:
     dir* find_child(const char* name, std::size_t length) const;
     dir* find_indexed(const char* name, std::size_t length, std::uint32_t hash) const;
     dir* append_child(const char* name, std::size_t length);
+    bool copy_below(const dir& other);
+    void link(dir* child);
     void unlink();
     void index_child(dir* child);
     void unindex_child(dir* child);

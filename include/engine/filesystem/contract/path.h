@@ -20,8 +20,8 @@ inline constexpr std::size_t path_capacity = 260;
 class ENGINE_FS_API path {
 public:
     path();
-    /// Normalises `text` (lower-cased when `lower`) and splits it at its last "/". Null is the empty path, and so is a
-    /// text that memory cannot be had for.
+    /// Normalises `text` (lower-cased when `lower`) and splits it at its last "/". Null is the empty path. Without memory
+    /// this and every other operation that sets a text leaves an empty path, and OUT_OF_MEMORY in fs::last_error.
     path(const char* text, bool lower);
     path(const path& other);
     path(path&& other) noexcept;

@@ -1,13 +1,6 @@
-#include "engine/platform/error.h"
-
 #include "engine/platform/posix/system_error.h"
 
 namespace platform {
-namespace {
-constinit thread_local Error thread_error;
-}  // namespace
-
-Error last_error() { return thread_error; }
 
 Failure failure_of(int os_code) {
     switch (os_code) {
@@ -39,14 +32,26 @@ Failure failure_of(int os_code) {
             return Failure::NOT_REGULAR;
         case EROFS:
             return Failure::READ_ONLY;
+        case ENOMEM:
+        case ENOBUFS:
+            return Failure::OUT_OF_MEMORY;
+        case EMFILE:
+        case ENFILE:
+            return Failure::TOO_MANY_FILES;
+        case EIO:
+        case ESTALE:  // of a network's file system
+            return Failure::IO;
         default:
             return Failure::OTHER;
     }
 }
 
-bool fail(Failure failure, int os_code) {
-    thread_error = Error{.failure = failure, .os_code = os_code};
-    return false;
+int os_code_of(Failure failure) {
+    for (const int code :
+         {ENOENT, EACCES, EBUSY, EEXIST, ENOTEMPTY, ENOSPC, ENAMETOOLONG, EISDIR, EROFS, ENOMEM, EMFILE}) {
+        if (failure_of(code) == failure) return code;
+    }
+    return EIO;
 }
 
 bool fail_os(int os_code) { return fail(failure_of(os_code), os_code); }

@@ -1,18 +1,8 @@
-#include "engine/platform/error.h"
+#include "engine/platform/windows/system_error.h"
 
 #include <windows.h>
 
-#include "engine/platform/windows/system_error.h"
-
 namespace platform {
-
-namespace {
-
-constinit thread_local Error thread_error;
-
-}  // namespace
-
-Error last_error() { return thread_error; }
 
 Failure failure_of(std::uint32_t os_code) {
     switch (os_code) {
@@ -51,6 +41,21 @@ Failure failure_of(std::uint32_t os_code) {
             return Failure::PATH_TOO_LONG;
         case ERROR_WRITE_PROTECT:
             return Failure::READ_ONLY;
+        case ERROR_NOT_ENOUGH_MEMORY:
+        case ERROR_OUTOFMEMORY:
+        case ERROR_NO_SYSTEM_RESOURCES:
+        case ERROR_COMMITMENT_LIMIT:
+            return Failure::OUT_OF_MEMORY;
+        case ERROR_TOO_MANY_OPEN_FILES:
+            return Failure::TOO_MANY_FILES;
+        case ERROR_CRC:
+        case ERROR_READ_FAULT:
+        case ERROR_WRITE_FAULT:
+        case ERROR_IO_DEVICE:
+        case ERROR_SECTOR_NOT_FOUND:
+        case ERROR_FILE_CORRUPT:
+        case ERROR_DISK_CORRUPT:
+            return Failure::IO;
         case ERROR_INVALID_HANDLE:
             return Failure::INVALID_HANDLE;
         case ERROR_OPERATION_ABORTED:
@@ -60,12 +65,7 @@ Failure failure_of(std::uint32_t os_code) {
     }
 }
 
-bool fail(Failure failure, std::uint32_t os_code) {
-    thread_error = Error{.failure = failure, .os_code = static_cast<std::int32_t>(os_code)};
-    return false;
-}
-
-bool fail_os(std::uint32_t os_code) { return fail(failure_of(os_code), os_code); }
+bool fail_os(std::uint32_t os_code) { return fail(failure_of(os_code), static_cast<std::int32_t>(os_code)); }
 
 bool fail_last() { return fail_os(GetLastError()); }
 

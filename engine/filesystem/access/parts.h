@@ -1,0 +1,125 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <new>
+#include <string>
+
+#include <engine/filesystem/access/open.h>
+#include <engine/filesystem/contract/names.h>
+
+#include "engine/filesystem/contract/file_ptr.h"
+#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/lookup_name.h"
+#include "engine/filesystem/registry/holders.h"
+
+// What the files of this room share. All of it throws std::bad_alloc for want of memory; exported functions guard.
+
+namespace fs {
+
+/// The path itself, or behind the cache directory when IN_CACHE_DIR asks for that. Null is "".
+std::string with_cache_directory(const char* path, FFSOpenFlags::FLAGS flags);
+
+inline registry::Match match_of(FFSOpenFlags::FLAGS flags) {
+    return (flags & FFSOpenFlags::WHOLE_NAME) != 0 ? registry::Match::WHOLE : registry::Match::AS_SOURCE_DOES;
+}
+
+/// What `use(source, name)` answers for the first source that holds `path`; `missing`, with the failure stored, when
+/// none does. `use` runs under the registry's lock, taken as `Guard` does.
+template <typename Guard, typename Result, typename Use>
+Result with_holder(const char* path, registry::Match match, Result missing, Use use) {
+    return guarded(path, missing, [&] {
+        const fs::path name = lookup_name(path);
+        registry::State& state = registry::state();
+        const Guard guard(state);
+        CFSSource* const holder = registry::first_holder(state, name, match);
+        if (holder != nullptr) return use(*holder, name);
+        set_error(EFSError::NOT_FOUND, path, "No source holds a file of this name.");
+        return missing;
+    });
+}
+
+/// Stores a failure unless the work since `scope` began stored one that says more; false.
+inline bool fail_unless_told(const ErrorScope& scope, EFSError::TYPE code, const char* path, const char* text) {
+    return !scope.has_error() ? refuse(code, path, text) : false;
+}
+
+/// The source that makes what `name` (a file, or a directory alone) stands for, and the name that it is given: the first
+/// of the list, for a full path the source in whose directory it lies, and the fallback for what belongs to the disk
+/// alone. Null when there is none.
+CFSSource* creator_of(const registry::State& state, const registry::Concerned& concerned, fs::path& name);
+/// Whether `creator` (null: nobody) takes new names; otherwise the failure is stored.
+bool may_create(CFSSource* creator, const char* path);
+/// Makes every directory of a native path, up to its last "/", that is missing.
+bool make_native_directories(std::string path);
+
+/// The file's length; all bits set, with the failure stored, when it does not tell.
+std::uint64_t known_length(SFsFile& file, const char* path);
+/// Reads `size` bytes; what does not come is filled with zeros.
+void read_filled(SFsFile& file, void* buffer, std::uint64_t size);
+/// Reads all of it, or stores the failure and answers false.
+bool read_checked(SFsFile& file, const char* path, void* buffer, std::uint64_t size);
+/// Writes all of it, or stores the failure and answers false.
+bool write_checked(SFsFile& file, const char* path, const void* data, std::uint64_t size);
+
+struct FreeBlock {
+    void operator()(void* block) const { std::free(block); }
+};
+/// A block of the C allocator, of one byte when `size` is 0.
+std::unique_ptr<void, FreeBlock> allocate(std::uint64_t size);
+
+/// A buffer that pieces of files pass through. It begins at a page, since the system copies whole pages into and out of
+/// its cache fastest that way.
+class PieceBuffer {
+public:
+    explicit PieceBuffer(std::uint64_t size) : data_(::operator new(static_cast<std::size_t>(size), page)) {}
+    PieceBuffer(const PieceBuffer&) = delete;
+    PieceBuffer& operator=(const PieceBuffer&) = delete;
+    ~PieceBuffer() { ::operator delete(data_, page); }
+
+    void* data() const { return data_; }
+
+private:
+    static constexpr std::align_val_t page{4096};
+    void* data_;
+};
+
+/// Copies all of `from`, by its length, into what `open_target()` gives, in pieces of `buffer_size` bytes (0: 32768).
+/// The first piece is read before the target is opened, so that a source that cannot be read costs no target.
+template <typename OpenTarget>
+bool copy_content(SFsFile& from, std::uint32_t buffer_size, const char* path, OpenTarget open_target) {
+    constexpr std::uint32_t default_buffer_size = 32768;
+    const std::uint64_t length = known_length(from, path);
+    if (length == ~std::uint64_t{0}) return false;
+    const std::uint64_t piece = std::min<std::uint64_t>(buffer_size != 0 ? buffer_size : default_buffer_size, length);
+    const PieceBuffer buffer(piece);
+    std::uint64_t size = piece;
+    if (size != 0 && !read_checked(from, path, buffer.data(), size)) return false;
+    const FilePtr to(open_target());
+    if (!to) return false;
+    for (std::uint64_t left = length; left != 0;) {
+        if (!write_checked(*to, path, buffer.data(), size)) return false;
+        left -= size;
+        size = std::min(piece, left);
+        if (size != 0 && !read_checked(from, path, buffer.data(), size)) return false;
+    }
+    return true;
+}
+
+struct FreeNames {
+    void operator()(FS_NAME* names) const { free_names(names); }
+};
+/// A list that is freed at the end.
+using NameList = std::unique_ptr<FS_NAME, FreeNames>;
+
+/// Sorts a list by the bytes of its names and frees all but one entry of each name. Returns its new head.
+FS_NAME* sort_names(FS_NAME* names);
+/// Merges two sorted lists; of names in both the entry of `first` stays. Returns the head of the whole.
+FS_NAME* merge_names(FS_NAME* first, FS_NAME* second);
+
+/// Notes a name that was opened for reading, once, when fs::record_access is on. Costs one relaxed load when it is off.
+void note_access(const fs::path& name);
+
+}  // namespace fs

@@ -1,0 +1,248 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "engine/platform/files.h"
+#include "engine/platform/linux/open_flags.h"
+#include "engine/platform/posix/descriptor.h"
+#include "engine/platform/posix/names.h"
+#include "engine/platform/posix/sharing.h"
+
+// POSIX lets one open, truncate and share what Windows would not, so an open goes in steps: find the file under any
+// spelling and open it without touching its content; see that it is a regular file and not read-only; enter it in the
+// table of open files and lock it. A reader's open is one openat, one fstat and one flock.
+
+namespace platform {
+namespace {
+
+constexpr std::uint64_t all_ones = ~std::uint64_t{0};
+
+// Creating and removing by others can make a step find what the step before it denied. Each attempt starts from
+// nothing, and only a race that is lost this often in a row fails.
+constexpr int attempts = 64;
+constexpr std::uint32_t direct_alignment = 4096;  // a multiple of what any disk asks for
+
+enum class Step : std::uint8_t { DONE, FAILED, AGAIN };
+
+Step done_if(bool done) { return done ? Step::DONE : Step::FAILED; }
+
+bool creates(const OpenOptions& options) {
+    return options.disposition == Disposition::CREATE_ALWAYS || options.disposition == Disposition::OPEN_ALWAYS;
+}
+bool truncates(const OpenOptions& options) {
+    return options.disposition == Disposition::CREATE_ALWAYS || options.disposition == Disposition::TRUNCATE_EXISTING;
+}
+bool writes(const OpenOptions& options) { return options.access != Access::READ || truncates(options); }
+bool is_exclusive(const OpenOptions& options) { return writes(options) || options.sharing == Sharing::NONE; }
+
+int open_flags(const OpenOptions& options) {
+    // Non-blocking and without a controlling terminal: a pipe or a terminal is found out before it can do harm.
+    int flags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    if (options.access == Access::WRITE)
+        flags |= O_WRONLY;
+    else if (writes(options))
+        flags |= O_RDWR;
+    if (options.write_through) flags |= O_DSYNC;
+    if (options.unbuffered) flags |= open_direct;
+    if (options.append) flags |= O_APPEND;
+    return flags;
+}
+
+/// File systems that cannot bypass the cache refuse the flag; then the open is an ordinary one.
+int open_or_buffered(int directory, const char* path, int& flags) {
+    const int descriptor = ::openat(directory, path, flags, 0666);
+    if (descriptor >= 0 || errno != EINVAL || (flags & open_direct) == 0) return descriptor;
+    flags &= ~open_direct;
+    return ::openat(directory, path, flags, 0666);
+}
+
+/// One attempt to open a file: what it has got so far.
+class Opening {
+public:
+    Opening(const PathAt& path, const OpenOptions& options) : path_(path), options_(options) {}
+    Opening(const Opening&) = delete;
+    Opening& operator=(const Opening&) = delete;
+    /// A file that this attempt made goes again when the attempt comes to nothing.
+    ~Opening() {
+        if (descriptor_.valid() && is_created()) ::unlink(created_);
+    }
+
+    Step run() {
+        const std::uint64_t removals = removal_count();
+        const Step opened = open_or_create();
+        return opened == Step::DONE ? admit(removals) : opened;
+    }
+
+    bool is_created() const { return created_[0] != '\0'; }
+    bool is_direct() const { return (flags_ & open_direct) != 0; }
+    FileKey key() const { return key_of(status_); }
+    int release() { return descriptor_.release(); }
+
+private:
+    Step open_or_create() {
+        descriptor_.reset(call_at(path_, [&](int at, const char* text) { return open_or_buffered(at, text, flags_); }));
+        if (descriptor_.valid()) return Step::DONE;
+        return errno == ENOENT && creates(options_) ? create_new() : fail_open(errno);
+    }
+
+    Step create_new() {
+        const Creation creation(path_.full);
+        if (creation.spelling() == Spelling::EXISTS) return Step::AGAIN;
+        if (!creation.check_new()) return Step::FAILED;
+        flags_ |= O_CREAT | O_EXCL;
+        descriptor_.reset(retry_interrupted([&] { return open_or_buffered(AT_FDCWD, creation.path(), flags_); }));
+        if (!descriptor_.valid()) return errno == EEXIST ? Step::AGAIN : done_if(fail_os(errno));
+        std::memcpy(created_, creation.path(), sizeof created_);
+        creation.done();
+        return Step::DONE;
+    }
+
+    /// Why a file did not open: its own read-only attribute is told from other refusals.
+    Step fail_open(int os_code) {
+        const bool ask = os_code == EACCES && options_.access != Access::READ;
+        if (ask && call_at(path_, [&](int at, const char* text) { return ::fstatat(at, text, &status_, 0); }) == 0) {
+            if (S_ISREG(status_.st_mode) && (status_.st_mode & S_IWUSR) == 0)
+                return done_if(fail(Failure::READ_ONLY, os_code));
+        }
+        return done_if(fail_os(os_code));
+    }
+
+    /// Whether the file may be used as asked; if so it is in the table of open files, and locked.
+    Step admit(std::uint64_t removals) {
+        if (::fstat(descriptor_.number(), &status_) != 0) return done_if(fail_os(errno));
+        if (!S_ISREG(status_.st_mode)) return done_if(fail(Failure::NOT_REGULAR));
+        const bool read_only = (status_.st_mode & S_IWUSR) == 0;
+        if (read_only && writes(options_) && !is_created()) return done_if(fail(Failure::READ_ONLY));
+        if (!acquire_share(key(), is_exclusive(options_))) return leave_if_held();
+        const bool is_locked = lock_file(descriptor_.number(), writes(options_));
+        if (is_locked && (removal_count() == removals || still_has_name())) return Step::DONE;
+        release_share(key(), is_exclusive(options_));
+        if (!is_locked) return leave_if_held();
+        created_[0] = '\0';
+        return Step::AGAIN;
+    }
+
+    /// Somebody found a file in the moment in which it was made: it is theirs now. Or its number was that of a file which
+    /// another thread is closing, and the next attempt succeeds.
+    Step leave_if_held() {
+        if (!is_created() || last_error().failure != Failure::IN_USE) return Step::FAILED;
+        created_[0] = '\0';
+        return Step::AGAIN;
+    }
+
+    bool still_has_name() { return ::fstat(descriptor_.number(), &status_) == 0 && status_.st_nlink > 0; }
+
+    const PathAt& path_;
+    const OpenOptions& options_;
+    int flags_ = open_flags(options_);
+    Descriptor descriptor_{-1};
+    struct stat status_;
+    char created_[path_buffer_size] = {'\0'};
+};
+
+int number_of(std::intptr_t handle) { return static_cast<int>(handle); }
+
+std::uint64_t moved_or_fail(ssize_t moved) {
+    if (moved >= 0) return static_cast<std::uint64_t>(moved);
+    fail_os(errno);
+    return all_ones;
+}
+
+}  // namespace
+
+Root::Root(Root&& other) noexcept : handle_(std::exchange(other.handle_, -1)) {}
+
+Root& Root::operator=(Root&& other) noexcept {
+    std::swap(handle_, other.handle_);
+    return *this;
+}
+
+Root::~Root() {
+    if (valid()) ::close(number_of(handle_));
+}
+
+Root Root::open(const char* path) {
+    Root root;
+    char text[path_buffer_size];
+    if (!copy_path(path, text)) return root;
+    root.handle_ = call_at(PathAt{.full = text},
+                           [](int directory, const char* name) { return ::openat(directory, name, open_for_lookup); });
+    if (!root.valid()) fail_os(errno);
+    return root;
+}
+
+void File::open_unchanged(const PathAt& path, const OpenOptions& options, bool& created) {
+    if (!check_path(path.full)) return;
+    if (path.full[std::strlen(path.full) - 1] == '/') {
+        fail(Failure::INVALID_NAME);
+        return;
+    }
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        Opening opening(path, options);
+        const Step step = opening.run();
+        if (step == Step::AGAIN) continue;
+        if (step == Step::FAILED) return;
+        created = opening.is_created();
+        state_ = State{.handle = opening.release(),
+                       .device = opening.key().device,
+                       .inode = opening.key().inode,
+                       .alignment = opening.is_direct() ? direct_alignment : 1,
+                       .exclusive = is_exclusive(options),
+                       .locked = writes(options)};
+        return;
+    }
+    fail(Failure::IN_USE);
+}
+
+void File::close_handle() {
+    // The lock goes first and the entry in the table last: in between nobody of this process asks for the lock.
+    if (state_.locked) unlock_file(number_of(state_.handle));
+    ::close(number_of(state_.handle));
+    release_share(FileKey{.device = state_.device, .inode = state_.inode}, state_.exclusive);
+}
+
+std::uint64_t File::read_some(void* buffer, std::uint64_t size, std::uint64_t offset) const {
+    return moved_or_fail(
+        retry_interrupted([&] { return ::pread(number_of(state_.handle), buffer, size, static_cast<off_t>(offset)); }));
+}
+
+std::uint64_t File::write_some(const void* buffer, std::uint64_t size, std::uint64_t offset) {
+    const int number = number_of(state_.handle);
+    return moved_or_fail(retry_interrupted([&] {
+        return state_.append ? ::write(number, buffer, size)
+                             : ::pwrite(number, buffer, size, static_cast<off_t>(offset));
+    }));
+}
+
+std::uint64_t File::ask_length() const {
+    struct stat status;
+    if (::fstat(number_of(state_.handle), &status) == 0) return static_cast<std::uint64_t>(status.st_size);
+    fail_os(errno);
+    return all_ones;
+}
+
+bool File::end_at(std::uint64_t position) {
+    const auto truncate = [&] { return ::ftruncate(number_of(state_.handle), static_cast<off_t>(position)); };
+    if (retry_interrupted(truncate) == 0) return true;
+    // What ftruncate calls invalid is a descriptor that was not opened for writing.
+    return errno == EINVAL ? fail(Failure::ACCESS_DENIED, EINVAL) : fail_os(errno);
+}
+
+bool File::flush() {
+    return retry_interrupted([&] { return ::fsync(number_of(state_.handle)); }) == 0 || fail_os(errno);
+}
+
+int File::duplicate_descriptor(bool /*for_writing*/) const {
+    if (!valid()) fail(Failure::INVALID_HANDLE);
+    if (!valid() || meets_fault(FaultPoint::DUPLICATE)) return -1;
+    const int copy = ::fcntl(number_of(state_.handle), F_DUPFD_CLOEXEC, 0);
+    if (copy < 0) fail_os(errno);
+    if (copy >= 0) ::lseek(copy, static_cast<off_t>(state_.position), SEEK_SET);
+    return copy;
+}
+
+void close_descriptor(int descriptor) { ::close(descriptor); }
+
+}  // namespace platform

@@ -1,0 +1,229 @@
+#include "engine/platform/posix/folded_listings.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cstring>
+#include <ctime>
+#include <mutex>
+#include <new>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "engine/platform/faults.h"
+#include "engine/platform/folding.h"
+#include "engine/platform/linux/directory_reader.h"
+#include "engine/platform/linux/stamp_clock.h"
+#include "engine/platform/posix/descriptor.h"
+#include "engine/platform/posix/system_error.h"
+
+namespace platform {
+namespace {
+
+struct FoldedHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view name) const {
+        std::uint64_t hash = name.size();
+        for (const char c : name) hash = (hash ^ static_cast<unsigned char>(fold(c))) * 0x100000001B3u;
+        return hash ^ hash >> 32;
+    }
+};
+struct FoldedEqual {
+    using is_transparent = void;
+    bool operator()(std::string_view a, std::string_view b) const {
+        return a.size() == b.size() && equal_folded(a.data(), b.data(), a.size());
+    }
+};
+using Names = std::unordered_multiset<std::string, FoldedHash, FoldedEqual>;
+
+/// Whether `a` stands for a folded name rather than `b`, neither being the exact spelling.
+bool is_preferred(std::string_view a, std::string_view b) {
+    const bool a_is_lower = !has_upper_case(a.data(), a.size());
+    const bool b_is_lower = !has_upper_case(b.data(), b.size());
+    return a_is_lower != b_is_lower ? a_is_lower : a < b;
+}
+
+Held find(const Names& names, char* name, std::size_t length) {
+    const std::string_view asked(name, length);
+    const std::string* best = nullptr;
+    for (auto [at, end] = names.equal_range(asked); at != end; ++at) {
+        if (*at == asked) return Held::YES;
+        if (best == nullptr || is_preferred(*at, *best)) best = &*at;
+    }
+    if (best == nullptr) return Held::NO;
+    std::memcpy(name, best->data(), length);
+    return Held::YES;
+}
+
+struct Kept {
+    DirectoryStamp stamp;
+    Names names;
+    std::size_t size_bytes = 0;
+    std::int64_t believed_until = 0;  // of the steady clock; what matters when the stamp is not trusted
+};
+
+// The one rule of trust. A listing is used as long as the directory has the stamp under which it was read, and if that
+// stamp is trusted: then any later change must show in it.
+//
+// Files are stamped by a clock that moves in ticks, and what changes within the tick in which we look leaves no trace;
+// so a stamp is trusted when it lies a few ticks back. Newer kernels give a change that follows a look a time finer than
+// ticks. Such a time lies ahead of the clock of ticks, and is trusted at once; but only a disk of this machine (which has
+// a major number) is stamped by the clock that we ask.
+//
+// An untrusted listing that took long to read is used for a while all the same: else creating n files in a directory
+// would read n * n names where only ticks are told.
+constexpr std::int64_t few_ticks_ns = 40'000'000;        // the coarsest tick is 10 ms; processors may disagree about it
+constexpr std::int64_t coarse_stamp_ns = 2'100'000'000;  // where stamps have no fraction and count pairs of seconds
+constexpr std::int64_t long_reading_ns = 1'000'000;
+constexpr std::int64_t belief_in_readings = 50;  // reading takes at most a fiftieth of the time
+
+bool is_trusted(std::int64_t changed_ns, std::int64_t ticks_before, bool is_local) {
+    const std::int64_t needed = changed_ns % 1'000'000'000 == 0 ? coarse_stamp_ns : few_ticks_ns;
+    return ticks_before - changed_ns >= needed || (is_local && changed_ns > stamp_clock_ns());
+}
+
+bool is_usable(const Kept& kept, const DirectoryStamp& now) {
+    return kept.stamp.same(now) && (kept.stamp.is_trusted || steady_clock_ns() < kept.believed_until);
+}
+
+std::int64_t belief_until(std::int64_t start, std::int64_t end) {
+    return end - start >= long_reading_ns ? end + belief_in_readings * (end - start) : 0;
+}
+
+/// When the bounds are reached everything is forgotten, and what is in use is read again.
+constexpr std::size_t cache_size_bytes = 32u << 20;
+constexpr std::size_t cache_listings = 4096;
+
+struct Id {
+    std::uint64_t device;
+    std::uint64_t inode;
+    bool operator==(const Id&) const = default;
+};
+struct IdHash {
+    std::size_t operator()(const Id& id) const { return (id.device << 32 ^ id.inode) * 0x9E3779B97F4A7C15u; }
+};
+Id id_of(const DirectoryStamp& stamp) { return {.device = stamp.device, .inode = stamp.inode}; }
+
+struct Cache {
+    std::mutex lock;  // guards the rest; never held while the disk is asked
+    std::unordered_map<Id, Kept, IdHash> listings;
+    std::size_t size_bytes = 0;
+
+    Kept* find(const DirectoryStamp& stamp) {
+        const auto found = listings.find(id_of(stamp));
+        if (found == listings.end()) return nullptr;
+        if (is_usable(found->second, stamp)) return &found->second;
+        erase(stamp);
+        return nullptr;
+    }
+    void erase(const DirectoryStamp& stamp) {
+        const auto found = listings.find(id_of(stamp));
+        if (found == listings.end()) return;
+        size_bytes -= found->second.size_bytes;
+        listings.erase(found);
+    }
+    void keep(Kept&& kept) {
+        if (listings.size() >= cache_listings || size_bytes + kept.size_bytes > cache_size_bytes) {
+            listings.clear();
+            size_bytes = 0;
+        }
+        erase(kept.stamp);
+        const std::size_t size = kept.size_bytes;
+        listings.emplace(id_of(kept.stamp), std::move(kept));
+        size_bytes += size;
+    }
+};
+
+Cache& cache() {
+    static Cache& instance = *new Cache;  // never destroyed: paths are resolved while the process ends, too
+    return instance;
+}
+
+void add(Kept& kept, std::string_view name) {
+    constexpr std::size_t size_of_node = 64;
+    kept.names.emplace(name);
+    kept.size_bytes += size_of_node + name.size();
+}
+
+std::int64_t to_ns(const timespec& time) {
+    return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
+DirectoryStamp stamp_of(const struct stat& status, std::int64_t ticks_before) {
+    const std::int64_t changed = to_ns(status.st_ctim);
+    return {.device = status.st_dev,
+            .inode = status.st_ino,
+            .changed_ns = changed,
+            .is_trusted = is_trusted(changed, ticks_before, is_local_device(status.st_dev))};
+}
+
+/// False with errno set.
+bool read_listing(const char* path, Kept& out) {
+    if (const auto fault = fault_at(FaultPoint::LIST)) {
+        errno = os_code_of(*fault);
+        return false;
+    }
+    const Descriptor directory(
+        retry_interrupted([&] { return ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK); }));
+    if (!directory.valid()) return false;
+    const std::int64_t ticks_before = stamp_clock_ns();
+    const std::int64_t start = steady_clock_ns();
+    struct stat status;
+    if (::fstat(directory.number(), &status) != 0) return false;
+    if (!read_directory(directory.number(), [&](const DirectoryRecord&, const char* name) { add(out, name); })) {
+        return false;
+    }
+    out.stamp = stamp_of(status, ticks_before);
+    out.believed_until = belief_until(start, steady_clock_ns());
+    return true;
+}
+
+}  // namespace
+
+bool stamp_directory(const char* path, DirectoryStamp& out) {
+    const std::int64_t ticks_before = stamp_clock_ns();
+    struct stat status;
+    if (::stat(path, &status) != 0) return false;
+    out = stamp_of(status, ticks_before);
+    if (S_ISDIR(status.st_mode)) return true;
+    errno = ENOTDIR;
+    return false;
+}
+
+Held find_spelling(const char* path, DirectoryStamp& stamp, char* name, std::size_t length) {
+    if (stamp.inode == 0 && !stamp_directory(path, stamp)) return Held::UNKNOWN;
+    {
+        const std::lock_guard guard(cache().lock);
+        if (const Kept* const kept = cache().find(stamp); kept != nullptr) return find(kept->names, name, length);
+    }
+    Kept listing;
+    if (!read_listing(path, listing)) return Held::UNKNOWN;
+    stamp = listing.stamp;
+    const Held held = find(listing.names, name, length);
+    if (!is_usable(listing, stamp)) return held;
+    const std::lock_guard guard(cache().lock);
+    cache().keep(std::move(listing));
+    return held;
+}
+
+void note_created(const char* path, const DirectoryStamp& before, std::string_view name) try {
+    DirectoryStamp after;
+    if (!stamp_directory(path, after)) return;
+    const std::lock_guard guard(cache().lock);
+    Kept* const kept = cache().find(before);
+    if (kept == nullptr) return;
+    const std::size_t size_before = kept->size_bytes;
+    add(*kept, name);
+    cache().size_bytes += kept->size_bytes - size_before;
+    kept->stamp = after;
+} catch (const std::bad_alloc&) {
+    forget_directory(before);
+}
+
+void forget_directory(const DirectoryStamp& stamp) {
+    const std::lock_guard guard(cache().lock);
+    cache().erase(stamp);
+}
+
+}  // namespace platform

@@ -1,0 +1,170 @@
+#include <fcntl.h>
+#include <io.h>
+
+#include "engine/platform/files.h"
+#include "engine/platform/windows/native_path.h"
+
+namespace platform {
+
+namespace {
+
+constexpr std::uint64_t all_ones = ~std::uint64_t{0};  // nothing moved, or not known
+constexpr std::uint32_t unbuffered_alignment = 4096;   // a multiple of what any disk asks for
+
+HANDLE to_handle(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
+
+bool creates(Disposition disposition) {
+    return disposition == Disposition::CREATE_ALWAYS || disposition == Disposition::OPEN_ALWAYS;
+}
+bool truncates(Disposition disposition) {
+    return disposition == Disposition::CREATE_ALWAYS || disposition == Disposition::TRUNCATE_EXISTING;
+}
+bool writes(const OpenOptions& options) { return options.access != Access::READ || truncates(options.disposition); }
+
+HANDLE create_file(const wchar_t* path, const OpenOptions& options, DWORD flags) {
+    const DWORD access = (options.access != Access::WRITE ? GENERIC_READ : 0) | (writes(options) ? GENERIC_WRITE : 0);
+    const DWORD share = options.sharing == Sharing::READ ? FILE_SHARE_READ : 0;
+    const DWORD disposition = creates(options.disposition) ? windows_api::open_always : windows_api::open_existing;
+    return CreateFileW(path, access, share, nullptr, disposition, flags, nullptr);
+}
+
+// File systems that cannot bypass the cache refuse the flag; then the open is an ordinary one.
+HANDLE create_or_buffered(const wchar_t* path, const OpenOptions& options, DWORD& flags) {
+    flags = FILE_ATTRIBUTE_NORMAL;
+    if (options.write_through) flags |= FILE_FLAG_WRITE_THROUGH;
+    if (options.unbuffered) flags |= FILE_FLAG_NO_BUFFERING;
+    if (options.overlapped) flags |= FILE_FLAG_OVERLAPPED;
+    const HANDLE handle = create_file(path, options, flags);
+    if (handle != INVALID_HANDLE_VALUE || GetLastError() != ERROR_INVALID_PARAMETER) return handle;
+    if ((flags & FILE_FLAG_NO_BUFFERING) == 0) return handle;
+    flags &= ~static_cast<DWORD>(FILE_FLAG_NO_BUFFERING);
+    return create_file(path, options, flags);
+}
+
+// The system says "access denied" for directories and for read-only files alike.
+void record_open_failure(const wchar_t* path, bool is_write, DWORD code) {
+    const DWORD attributes = code == ERROR_ACCESS_DENIED ? attribute_bits(path) : INVALID_FILE_ATTRIBUTES;
+    if (has_bits(attributes, FILE_ATTRIBUTE_DIRECTORY)) {
+        fail(Failure::NOT_REGULAR, ERROR_ACCESS_DENIED);
+    } else if (is_write && has_bits(attributes, FILE_ATTRIBUTE_READONLY)) {
+        fail(Failure::READ_ONLY, ERROR_ACCESS_DENIED);
+    } else {
+        fail_os(code);
+    }
+}
+
+/// One call of the system; `call(record)` is ReadFile or WriteFile. All ones when it failed; the end of a file is no
+/// failure, but nothing moved. On a handle for overlapped use the end of the call is waited for.
+template <class Call>
+std::uint64_t move_some(HANDLE handle, std::uint64_t offset, HANDLE event, Call call) {
+    OVERLAPPED record{};
+    record.Offset = static_cast<DWORD>(offset);
+    record.OffsetHigh = static_cast<DWORD>(offset >> 32);
+    record.hEvent = event;
+    DWORD moved = 0;
+    if (call(record) || GetLastError() == ERROR_IO_PENDING) {
+        if (GetOverlappedResult(handle, &record, &moved, TRUE)) return moved;
+    }
+    if (GetLastError() == ERROR_HANDLE_EOF) return 0;
+    fail_last();
+    return all_ones;
+}
+
+}  // namespace
+
+// There is no opening relative to a directory here that were cheaper than a whole path.
+Root::Root(Root&& other) noexcept : handle_(std::exchange(other.handle_, -1)) {}
+Root& Root::operator=(Root&& other) noexcept {
+    handle_ = std::exchange(other.handle_, -1);
+    return *this;
+}
+Root::~Root() = default;
+Root Root::open(const char*) { return {}; }
+
+void File::open_unchanged(const PathAt& path, const OpenOptions& options, bool& created) {
+    if (ends_in_slash(path.full) && !fail(Failure::INVALID_NAME)) return;
+    const NativePath native(path.full, creates(options.disposition) ? NativePath::Use::NEW : NativePath::Use::EXISTING);
+    if (!native.valid()) return;
+    // Where the caller may do everything, some systems let the attribute bind nobody.
+    if (writes(options) && has_bits(attribute_bits(native.text()), FILE_ATTRIBUTE_READONLY)) {
+        record_open_failure(native.text(), true, ERROR_ACCESS_DENIED);
+        return;
+    }
+    DWORD flags = 0;
+    const HANDLE handle = create_or_buffered(native.text(), options, flags);
+    const DWORD code = GetLastError();
+    if (handle == INVALID_HANDLE_VALUE) {
+        record_open_failure(native.text(), writes(options), code);
+        return;
+    }
+    created = creates(options.disposition) && code != ERROR_ALREADY_EXISTS;
+    state_.handle = reinterpret_cast<std::intptr_t>(handle);
+    state_.alignment = (flags & FILE_FLAG_NO_BUFFERING) != 0 ? unbuffered_alignment : 1;
+    state_.overlapped = options.overlapped;
+    const bool is_regular = GetFileType(handle) == FILE_TYPE_DISK || fail(Failure::NOT_REGULAR);
+    if (is_regular && !meets_fault(FaultPoint::LOCK)) return;
+    close();
+    if (is_regular && created) DeleteFileW(native.text());
+}
+
+void File::close_handle() { CloseHandle(to_handle(state_.handle)); }
+
+std::uint64_t File::read_some(void* buffer, std::uint64_t size, std::uint64_t offset) const {
+    const HANDLE handle = to_handle(state_.handle);
+    // Several reads may be under way on one handle, so each waits for an event of its own.
+    const Handle event(state_.overlapped ? CreateEventW(nullptr, TRUE, FALSE, nullptr) : nullptr);
+    if (state_.overlapped && !event.valid() && !fail_last()) return all_ones;
+    return move_some(handle, offset, event.get(), [&](OVERLAPPED& record) {
+        return ReadFile(handle, buffer, static_cast<DWORD>(size), nullptr, &record) != 0;
+    });
+}
+
+std::uint64_t File::write_some(const void* buffer, std::uint64_t size, std::uint64_t offset) {
+    const HANDLE handle = to_handle(state_.handle);
+    // Nobody else can have it open for writing, so its end stays where it is.
+    if (state_.append) offset = ask_length();
+    if (offset == all_ones) return all_ones;
+    return move_some(handle, offset, nullptr, [&](OVERLAPPED& record) {
+        return WriteFile(handle, buffer, static_cast<DWORD>(size), nullptr, &record) != 0;
+    });
+}
+
+std::uint64_t File::ask_length() const {
+    LARGE_INTEGER size{};
+    if (GetFileSizeEx(to_handle(state_.handle), &size)) return static_cast<std::uint64_t>(size.QuadPart);
+    fail_last();
+    return all_ones;
+}
+
+bool File::end_at(std::uint64_t position) {
+    LARGE_INTEGER end{};
+    end.QuadPart = static_cast<LONGLONG>(position);
+    const HANDLE handle = to_handle(state_.handle);
+    return (SetFilePointerEx(handle, end, nullptr, FILE_BEGIN) && SetEndOfFile(handle)) || fail_last();
+}
+
+bool File::flush() { return FlushFileBuffers(to_handle(state_.handle)) || fail_last(); }
+
+int File::duplicate_descriptor(bool for_writing) const {
+    if (!valid()) fail(Failure::INVALID_HANDLE);
+    if (!valid() || meets_fault(FaultPoint::DUPLICATE)) return -1;
+    LARGE_INTEGER position{};
+    position.QuadPart = static_cast<LONGLONG>(state_.position);
+    const HANDLE process = GetCurrentProcess();
+    HANDLE copy = nullptr;
+    if (!SetFilePointerEx(to_handle(state_.handle), position, nullptr, FILE_BEGIN) ||
+        !DuplicateHandle(process, to_handle(state_.handle), process, &copy, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
+        fail_last();
+        return -1;
+    }
+    const int flags = _O_BINARY | _O_NOINHERIT | (for_writing ? _O_RDWR : _O_RDONLY);
+    const int descriptor = _open_osfhandle(reinterpret_cast<std::intptr_t>(copy), flags);
+    if (descriptor >= 0) return descriptor;
+    CloseHandle(copy);
+    fail(Failure::TOO_MANY_FILES);
+    return -1;
+}
+
+void close_descriptor(int descriptor) { _close(descriptor); }
+
+}  // namespace platform

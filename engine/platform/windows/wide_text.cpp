@@ -1,0 +1,43 @@
+#include "engine/platform/windows/wide_text.h"
+
+#include <windows.h>
+
+#include <algorithm>
+
+namespace platform {
+namespace {
+
+std::size_t convert(UINT code_page, std::string_view text, wchar_t* out, std::size_t capacity) {
+    if (text.empty()) return 0;
+    const int written = MultiByteToWideChar(code_page, MB_ERR_INVALID_CHARS, text.data(), static_cast<int>(text.size()),
+                                            out, static_cast<int>(capacity));
+    return static_cast<std::size_t>(std::max(written, 0));
+}
+
+}  // namespace
+
+std::size_t to_wide(std::string_view text, wchar_t* out, std::size_t capacity, unsigned code_page) {
+    std::size_t length = convert(CP_UTF8, text, out, capacity - 1);
+    const bool mixed = length == 0;
+    while (mixed && !text.empty()) {
+        const std::string_view part = text.substr(0, std::max<std::size_t>(std::min(text.find('/'), text.size()), 1));
+        std::size_t written = convert(CP_UTF8, part, out + length, capacity - 1 - length);
+        if (written == 0) written = convert(code_page, part, out + length, capacity - 1 - length);
+        if (written == 0) return 0;
+        length += written;
+        text.remove_prefix(part.size());
+    }
+    out[length] = L'\0';
+    return length;
+}
+
+std::size_t to_narrow(std::wstring_view text, char* out, std::size_t capacity) {
+    if (text.empty()) return 0;
+    const int written = WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text.data(), static_cast<int>(text.size()),
+                                            out, static_cast<int>(capacity - 1), nullptr, nullptr);
+    const auto length = static_cast<std::size_t>(std::max(written, 0));
+    out[length] = '\0';
+    return length;
+}
+
+}  // namespace platform

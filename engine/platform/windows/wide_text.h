@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace platform {
+
+/// Narrow text of the library is UTF-8; the system's calls take UTF-16.
+
+/// Writes `text` with a terminator and answers the number of units before it; 0 when there is none, it does not fit, or
+/// is no text. A component between "/" that is not UTF-8 is taken in `code_page`, by default the system's.
+std::size_t to_wide(std::string_view text, wchar_t* out, std::size_t capacity, unsigned code_page = 0);
+
+/// The way back, in bytes; 0 also for half of a surrogate pair, which no UTF-8 can tell.
+std::size_t to_narrow(std::wstring_view text, char* out, std::size_t capacity);
+
+}  // namespace platform

@@ -1,0 +1,173 @@
+// Opening and managing through the sources that the library starts with, on a real disk.
+#include <engine/filesystem.h>
+
+#include <gmock/gmock.h>
+
+#include <string>
+
+#include "engine/platform/faults.h"
+#include "tests/support/memory_source.h"
+#include "tests/support/temp_directory.h"
+
+namespace {
+
+using testing::ElementsAre;
+using Flags = FFSOpenFlags;
+
+constexpr auto whole_tree = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES;
+
+class OnDisk : public testing::Test {
+protected:
+    void TearDown() override {
+        platform::clear_faults();
+        fs::shutdown();
+    }
+
+    void start(bool use_fallback, FFSAddSourceFlags::ENUM flags = whole_tree) {
+        ASSERT_TRUE(fs::init((home_ / "game").c_str(), flags, (home_ / "cache").c_str(), use_fallback, false, nullptr));
+        fs::clear_error();
+    }
+    static bool save(const char* path, const std::string& text, Flags::FLAGS flags,
+                     EFSMode::TYPE mode = EFSMode::WRITE) {
+        SFsFile* const file = fs::open(path, mode, flags);
+        const bool whole = file != nullptr && fs::write(file, text.data(), text.size()) == text.size();
+        fs::close(file);
+        return whole;
+    }
+    static std::string load(const char* path, Flags::FLAGS flags = Flags::NONE) {
+        SFsFile* const file = fs::open(path, EFSMode::READ, flags);
+        if (file == nullptr) return "(none)";
+        std::string text(fs::length(file), '\0');
+        fs::read(file, text.data(), text.size());
+        fs::close(file);
+        return text;
+    }
+
+    TempDirectory home_;
+};
+
+TEST_F(OnDisk, TheCacheDirectoryIsAPlaceOfItsOwn) {
+    home_.write("game/textures/sky.dds", "game");
+    start(true);
+    EXPECT_EQ(load("textures/sky.dds", Flags::IN_CACHE_DIR), "(none)");
+    EXPECT_FALSE(fs::exists("textures/sky.dds", Flags::IN_CACHE_DIR));
+    EXPECT_FALSE(fs::rem_file("textures/sky.dds", Flags::IN_CACHE_DIR));
+    EXPECT_TRUE(save("Textures/Sky.dds", "cached", Flags::IN_CACHE_DIR | Flags::CREATE));
+    EXPECT_TRUE(save("log.txt", "one", Flags::IN_CACHE_DIR, EFSMode::APPEND));
+    EXPECT_TRUE(save("log.txt", "two", Flags::IN_CACHE_DIR, EFSMode::APPEND));
+    EXPECT_EQ(home_.read("cache/Textures/Sky.dds"), "cached");
+    EXPECT_EQ(home_.read("cache/log.txt"), "onetwo");
+    EXPECT_EQ(load("textures/sky.dds", Flags::IN_CACHE_DIR), "cached");
+    EXPECT_EQ(load("textures/sky.dds"), "game");
+    EXPECT_EQ(test::take_names(fs::search(nullptr, nullptr, true, false)).size(), 1u);  // no source learned of it
+    EXPECT_TRUE(fs::mkdir_cache("made") && fs::does_cache_dir_exist("made"));
+    EXPECT_TRUE(fs::rem_file("textures/sky.dds", Flags::IN_CACHE_DIR));
+    EXPECT_FALSE(home_.exists("cache/Textures/Sky.dds"));
+    EXPECT_EQ(home_.read("game/textures/sky.dds"), "game");
+    EXPECT_FALSE(save("bad|name", "", Flags::IN_CACHE_DIR | Flags::CREATE));
+    EXPECT_EQ(fs::last_error().code, EFSError::INVALID_NAME);
+}
+
+TEST_F(OnDisk, AFullPathInsideTheRootIsTheFileThere) {
+    home_.write("game/a/x.txt", "old");
+    start(true);
+    const std::string made = home_ / "game/Sub/New.txt";
+    EXPECT_TRUE(fs::save_text_file("made", made.c_str()));
+    EXPECT_TRUE(fs::mkdir((home_ / "game/dir").c_str()));
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_THAT(test::take_names(fs::search("sub", nullptr, false, true)), ElementsAre("sub/new.txt"));
+        EXPECT_NE(fs::search_dir("sub"), nullptr);
+        EXPECT_EQ(load("sub/new.txt"), "made");
+        EXPECT_EQ(load(made.c_str()), "made");
+        fs::refresh();
+    }
+    home_.write("game/Sub/late.txt", "late");
+    fs::refresh((home_ / "game/sub").c_str());
+    EXPECT_EQ(load("sub/late.txt"), "late");
+    EXPECT_TRUE(fs::rename((home_ / "game/sub/late.txt").c_str(), (home_ / "game/sub/z.txt").c_str()));
+    EXPECT_EQ(fs::root_path("z.txt"), "sub/z.txt");
+    EXPECT_TRUE(fs::rem_file(made.c_str()));
+    EXPECT_FALSE(fs::exists("new.txt"));
+    fs::rem_dir((home_ / "game/sub").c_str());
+    EXPECT_FALSE(home_.exists("game/Sub"));
+    EXPECT_EQ(fs::search_dir("sub"), nullptr);
+}
+
+TEST_F(OnDisk, WithoutTheFallbackNothingLeadsOutOfTheMounts) {
+    const std::string outside = home_.write("outside/x.txt", "kept");
+    start(false);
+    const std::string fresh = home_ / "outside/new.txt";
+    for (const char* path : {outside.c_str(), fresh.c_str(), "/engine_test_x.txt"}) {
+        EXPECT_EQ(load(path), "(none)") << path;
+        for (const auto mode : {EFSMode::WRITE, EFSMode::APPEND, EFSMode::READ_WRITE}) {
+            EXPECT_FALSE(save(path, "x", Flags::CREATE, mode)) << path;
+            EXPECT_EQ(fs::last_error().code, EFSError::ACCESS_DENIED) << path;
+        }
+        EXPECT_FALSE(fs::exists(path) || fs::rem_file(path) || fs::mkdir(path));
+    }
+    EXPECT_FALSE(save("x.txt", "x", Flags::IN_CACHE_DIR | Flags::CREATE));
+    EXPECT_EQ(home_.read("outside/x.txt"), "kept");
+    EXPECT_FALSE(home_.exists("outside/new.txt"));
+    EXPECT_TRUE(test::take_names(fs::search(nullptr, nullptr, true, false)).empty());
+}
+
+TEST_F(OnDisk, ARootThatIsNotWritableCreatesNothing) {
+    home_.write("game/x.txt", "old");
+    start(true, FFSAddSourceFlags::MUST_EXIST | whole_tree);
+    EXPECT_FALSE(fs::save_text_file("new", "new.txt"));
+    EXPECT_EQ(fs::last_error().code, EFSError::READ_ONLY);
+    EXPECT_FALSE(fs::mkdir("dir"));
+    EXPECT_EQ(fs::last_error().code, EFSError::READ_ONLY);
+    EXPECT_FALSE(home_.exists("game/new.txt") || home_.exists("game/dir"));
+}
+
+TEST_F(OnDisk, OneFailedCallDestroysNothing) {
+    using platform::Failure;
+    using platform::FaultPoint;
+    home_.write("game/save.dat", "precious");
+    start(true);
+    const struct {
+        Failure failure;
+        EFSError::TYPE code;
+    } rows[] = {{Failure::OTHER, EFSError::IO},
+                {Failure::ACCESS_DENIED, EFSError::ACCESS_DENIED},
+                {Failure::IN_USE, EFSError::IN_USE}};
+    for (const auto& row : rows) {
+        for (const auto mode : {EFSMode::WRITE, EFSMode::APPEND, EFSMode::READ_WRITE}) {
+            platform::inject_fault(FaultPoint::OPEN, 1, row.failure, false);
+            EXPECT_EQ(fs::open("save.dat", mode), nullptr);
+            EXPECT_EQ(fs::last_error().code, row.code);
+            platform::clear_faults();
+            EXPECT_EQ(home_.read("game/save.dat"), "precious");
+        }
+    }
+    home_.write("game/target.dat", "whole");
+    fs::refresh();
+    platform::inject_fault(FaultPoint::READ, 1, Failure::OTHER, false);
+    EXPECT_FALSE(fs::copy("save.dat", "target.dat", 0));
+    EXPECT_EQ(home_.read("game/target.dat"), "whole");
+    platform::inject_fault(FaultPoint::WRITE, 1, Failure::DISK_FULL, false);
+    EXPECT_FALSE(fs::save_text_file("text", "full.txt"));
+    EXPECT_EQ(fs::last_error().code, EFSError::DISK_FULL);
+}
+
+TEST_F(OnDisk, TellsHowTheDiskSpellsAFile) {
+    home_.write("game/Sounds/Step.WAV", "");
+    home_.write("game/gone.txt", "");
+    start(true);
+    fs::string path = "kept";
+    EXPECT_TRUE(fs::native_path("sounds\\STEP.wav", path));
+    EXPECT_THAT(path, testing::EndsWith("/game/Sounds/Step.WAV"));
+    path = "kept";
+    std::remove((home_ / "game/gone.txt").c_str());
+    for (const char* missing : {"gone.txt", "missing.txt", "", static_cast<const char*>(nullptr)}) {
+        EXPECT_FALSE(fs::native_path(missing, path));
+        EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
+    }
+    test::mount_memory("/m.pak", EFSSourceType::PACK)->add("sounds/step.wav", "");
+    EXPECT_FALSE(fs::native_path("sounds/step.wav", path));
+    EXPECT_EQ(fs::last_error().code, EFSError::UNSUPPORTED);
+    EXPECT_EQ(path, "kept");
+}
+
+}  // namespace
