@@ -159,7 +159,7 @@ TEST_P(Inflate, ReadsLongStreamsOfManyBlocks) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Engines, Inflate, testing::Values(InflateEngine::ZLIB, InflateEngine::ISAL),
-                         [](const auto& info) { return info.param == InflateEngine::ZLIB ? "zlib" : "isal"; });
+                         [](const auto& row) { return row.param == InflateEngine::ZLIB ? "zlib" : "isal"; });
 
 TEST(InflateBuffer, TakesExactlyWhatItIsToldAndNothingDamaged) {
     fs::BufferInflater inflater;

@@ -135,6 +135,50 @@ TEST_F(Registry, KnowsWhetherThisThreadHoldsItsLock) {
     EXPECT_FALSE(fs::registry::this_thread_holds_lock());
 }
 
+/// Asks the file system for another name while it is being asked for one itself.
+class AskingSource : public MemorySource {
+public:
+    using MemorySource::MemorySource;
+    SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) override {
+        // A writer that waits meanwhile goes before new readers, and would wait for this one for ever.
+        std::thread writer([] { fs::mark_installed(true); });
+        std::this_thread::yield();
+        for (int i = 0; i < 1000; ++i) heard = fs::exists("other.txt") && heard;
+        EXPECT_FALSE(fs::rem_file("other.txt"));
+        EXPECT_EQ(fs::last_error().code, EFSError::INVALID_ARGUMENT);
+        writers.push_back(std::move(writer));
+        return MemorySource::open_read(p, flags);
+    }
+    bool heard = true;
+    std::vector<std::thread> writers;
+};
+
+TEST_F(Registry, ASourceMayAskForNamesWhileItIsAsked) {
+    auto* const source = new AskingSource("/asking/");
+    for (const char* name : {"x.txt", "other.txt"}) source->add(name, "");
+    fs::add_source(source, Flags::NONE);
+    for (int round = 0; round < 20; ++round) {
+        SFsFile* const file = fs::open("x.txt", EFSMode::READ);
+        EXPECT_NE(file, nullptr);
+        fs::close(file);
+    }
+    for (std::thread& writer : source->writers) writer.join();
+    EXPECT_TRUE(source->heard);
+    EXPECT_EQ(source->content("other.txt"), "");
+}
+
+TEST_F(Registry, EachThreadHasItsOwnLastError) {
+    mount_memory("/a/");
+    EXPECT_FALSE(fs::rem_file("mine.txt"));
+    std::thread([] {
+        EXPECT_EQ(fs::last_error().code, EFSError::NONE);
+        EXPECT_FALSE(fs::rename("theirs.txt", "a|b"));
+        EXPECT_EQ(fs::last_error().code, EFSError::INVALID_NAME);
+    }).join();
+    EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
+    EXPECT_EQ(fs::last_error().path, "mine.txt");
+}
+
 TEST_F(Registry, KeepsTheHostsSwitch) {
     EXPECT_FALSE(fs::is_read_membuffer_enabled());
     fs::enable_read_membuffer(true);

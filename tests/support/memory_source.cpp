@@ -153,7 +153,8 @@ SFsFile* MemorySource::open_at(const fs::path& p, bool truncate, bool at_end, FF
     open_flags.push_back(flags);
     const Entry* const entry = find(p);
     if (entry != nullptr && write_failure != EFSError::NONE) fs::refuse(write_failure, p.FileName(), "As ordered.");
-    if (entry == nullptr || refuses_to_open || is_silent || entry->read_only || write_failure != EFSError::NONE) return nullptr;
+    if (entry == nullptr || refuses_to_open || is_silent || entry->read_only || write_failure != EFSError::NONE)
+        return nullptr;
     if (truncate) entry->bytes->clear();
     auto* const file = new MemoryFile(this, full_name(p).c_str(), entry->bytes, at_end ? entry->bytes->size() : 0);
     file->capacity = file_capacity;

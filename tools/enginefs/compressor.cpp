@@ -67,16 +67,44 @@ public:
 
 #endif
 
-void compress(PackedFile& file, int level, Deflater& deflater) {
+/// A deflate stream that only copies: what packs badly can be sought in all the same.
+std::vector<char> copying_stream(const std::vector<char>& plain) {
+    constexpr std::size_t longest = 65535;
+    std::vector<char> out;
+    out.reserve(plain.size() + (plain.size() / longest + 1) * 5);
+    for (std::size_t at = 0; at < plain.size(); at += longest) {
+        const std::size_t size = std::min(longest, plain.size() - at);
+        const bool last = at + size == plain.size();
+        for (const std::size_t byte : {std::size_t{last}, size, size >> 8, ~size, ~size >> 8})
+            out.push_back(static_cast<char>(byte));
+        out.insert(out.end(), plain.data() + at, plain.data() + at + size);
+    }
+    return out;
+}
+
+void compress(PackedFile& file, const PackPlan& plan, Deflater& deflater) {
+    constexpr std::size_t block = 32768;  // what is no longer can be sought in anyway
     file.crc = crc_of(file.plain);
-    file.deflated = level > 0 && !file.plain.empty() && deflater.run(level, file.plain, file.packed);
+    if (plan.level == 0 || file.plain.empty()) return;
+    // For zstd a quick look says whether the file is worth it.
+    const bool is_zstd = plan.method == EFSPackMethod::ZSTD;
+    file.deflated =
+        deflater.run(is_zstd ? 1 : plan.level, file.plain, file.packed) &&
+        file.packed.size() * std::uint64_t{100} <= file.plain.size() * static_cast<std::uint64_t>(100 - plan.worth);
+    if (file.deflated && is_zstd) {
+        file.deflated = false;
+        file.method = EFSPackMethod::ZSTD;
+    } else if (!file.deflated && file.plain.size() > block) {
+        file.packed = copying_stream(file.plain);
+        file.deflated = true;
+    }
     (file.deflated ? file.plain : file.packed) = std::vector<char>();
 }
 
 }  // namespace
 
-Compressor::Compressor(std::size_t count, Load load, LevelOf level_of)
-    : count_(count), load_(std::move(load)), level_of_(std::move(level_of)), files_(count), ready_(count) {
+Compressor::Compressor(std::size_t count, Load load, PlanOf plan_of)
+    : count_(count), load_(std::move(load)), plan_of_(std::move(plan_of)), files_(count), ready_(count) {
     const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
     try {
         while (threads_.size() < cores) threads_.emplace_back([this] { work(); });
@@ -123,7 +151,7 @@ PackedFile Compressor::make(std::size_t index) const {
     try {
         PackedFile file;
         load_(index, file);
-        if (file.error.empty()) compress(file, level_of_(index), deflater);
+        if (file.error.empty()) compress(file, plan_of_(index), deflater);
         return file;
     } catch (const std::bad_alloc&) {
         return {.error = "no memory"};  // short enough to take none

@@ -9,25 +9,35 @@
 #include <thread>
 #include <vector>
 
+#include <engine/filesystem/containers.h>
+
 /// A file on its way into a pack.
 struct PackedFile {
     std::string error;          // not "": why it cannot be packed
-    std::vector<char> plain{};  // kept only when it is to be stored
+    std::vector<char> plain{};  // kept only when the writer is to pack or store it
     std::vector<char> packed{};
     std::uint64_t size = 0;
     std::uint32_t crc = 0;
     std::int64_t time = 0;
     bool deflated = false;
+    EFSPackMethod::TYPE method = EFSPackMethod::STORE;  // of what is not deflated
+};
+
+/// How a file is packed.
+struct PackPlan {
+    EFSPackMethod::TYPE method = EFSPackMethod::DEFLATE;
+    int level = 6;  // 0: stored
+    int worth = 3;  // percent that packing must save, or the file goes in as a deflate stream that only copies
 };
 
 /// Reads and deflates files on every core that gives a thread, and hands them out in their order. What is finished or under way is bounded.
 class Compressor {
 public:
-    /// `load` fills plain, size and time of one file, or its error; it is called from several threads. `level_of` says
-    /// how a file is deflated, 0 not at all.
+    /// `load` fills plain, size and time of one file, or its error; it is called from several threads. `plan_of` says
+    /// how a file is packed; the writer does what zstd packs.
     using Load = std::function<void(std::size_t index, PackedFile& file)>;
-    using LevelOf = std::function<int(std::size_t index)>;
-    Compressor(std::size_t count, Load load, LevelOf level_of);
+    using PlanOf = std::function<PackPlan(std::size_t index)>;
+    Compressor(std::size_t count, Load load, PlanOf plan_of);
     ~Compressor();
     Compressor(const Compressor&) = delete;
     Compressor& operator=(const Compressor&) = delete;
@@ -42,7 +52,7 @@ private:
 
     const std::size_t count_;
     const Load load_;
-    const LevelOf level_of_;
+    const PlanOf plan_of_;
     std::mutex mutex_;  // guards all below
     std::condition_variable changed_;
     std::vector<PackedFile> files_;

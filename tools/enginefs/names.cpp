@@ -64,26 +64,13 @@ bool fail_not_held(const std::string& name, const std::string& if_directory) {
 }
 
 bool names_itself(const std::string& name) {
-    if (!fs::exists(name.c_str())) return true;
-    const std::string clean = normalised(name);
-    const std::string found = fs::root_path(name.c_str());
-    if (lower_case(found) == clean || lower_case(fs::full_path(name.c_str())) == clean) return true;
-    return fail(name, "it finds " + found + "; give that name to change it");
+    if (fs::exists(name.c_str(), FFSOpenFlags::WHOLE_NAME) || !fs::exists(name.c_str())) return true;
+    return fail(name, "it finds " + fs::root_path(name.c_str()) + "; give that name to change it");
 }
 
 std::string place_on_disk(const std::string& name) {
-    // The library tells the path in lower case: each part is looked for as the disk spells it.
-    stdfs::path place;
-    for (const stdfs::path& part : to_path(fs::full_path(name.c_str()))) {
-        std::error_code error;
-        stdfs::path next = place / part;
-        for (stdfs::directory_iterator walk(place, error), end; !stdfs::exists(next, error) && !error && walk != end;
-             walk.increment(error))
-            if (lower_case(to_text(walk->path().filename())) == to_text(part)) next = walk->path();
-        place = next;
-    }
-    std::error_code error;
-    return stdfs::is_regular_file(place, error) ? to_text(place) : "";
+    fs::string place;
+    return fs::native_path(name.c_str(), place) ? place : "";
 }
 
 std::string time_of(const std::string& name) {

@@ -27,7 +27,9 @@ constexpr std::int64_t fixed_time = 119600064000000000;
 struct Pack {
     std::string out;
     std::string dir;
-    int level = 6;
+    std::string method = "deflate";
+    int level = -1;  // the usual one of the method
+    int worth = 3;
     std::string store;
     std::string order;
     bool deterministic = false;
@@ -102,12 +104,15 @@ void load_file(const std::string& name, bool with_time, PackedFile& file) {
     file.time = with_time ? fs::write_time(name.c_str()) : fixed_time;
 }
 
-bool add_to_pack(fs::pack_writer& writer, const std::string& out, const std::string& name, const PackedFile& file) {
+bool add_to_pack(fs::pack_writer& writer, const std::string& out, const std::string& name, const PackPlan& plan,
+                 const PackedFile& file) {
     if (!file.error.empty()) return fail(name, file.error);
     fs::clear_error();
-    const bool added = file.deflated ? writer.add_deflated(name.c_str(), file.packed.data(), file.packed.size(),
-                                                           file.size, file.crc, file.time)
-                                     : writer.add(name.c_str(), file.plain.data(), file.size, 0, file.time);
+    const int level = file.method == EFSPackMethod::STORE ? 0 : plan.level;
+    const bool added =
+        file.deflated
+            ? writer.add_deflated(name.c_str(), file.packed.data(), file.packed.size(), file.size, file.crc, file.time)
+            : writer.add(name.c_str(), file.plain.data(), file.size, level, file.time, file.method);
     // What is wrong with an entry is said of its name; what fails on the disk, of the pack.
     return added || fail_with_last_error(fs::last_error().path == name ? name : out, "it cannot be written");
 }
@@ -119,13 +124,19 @@ bool write_pack(const Pack& given, const std::vector<std::string>& names) {
     if (!attempt(given.out, "it cannot be written", [&] { return writer.open(out.c_str()); })) return false;
     const std::set<std::string> stored = extensions_of(given.store);
     const auto load = [&](std::size_t i, PackedFile& file) { load_file(names[i], !given.deterministic, file); };
-    const auto level_of = [&](std::size_t i) {
-        return stored.count(to_text(to_path(names[i]).extension())) != 0 ? 0 : given.level;
+    const bool is_zstd = given.method == "zstd";
+    const PackPlan plan{.method = is_zstd ? EFSPackMethod::ZSTD : EFSPackMethod::DEFLATE,
+                        .level = given.level >= 0 ? given.level
+                                 : is_zstd        ? 9
+                                                  : 6,
+                        .worth = given.worth};
+    const auto plan_of = [&](std::size_t i) {
+        return stored.count(to_text(to_path(names[i]).extension())) != 0 ? PackPlan{.level = 0} : plan;
     };
-    Compressor compressor(names.size(), load, level_of);
+    Compressor compressor(names.size(), load, plan_of);
     Progress progress("pack " + given.out, names.size(), false);
     for (std::size_t i = 0; i < names.size(); ++i) {
-        if (!add_to_pack(writer, given.out, names[i], compressor.take(i))) return false;
+        if (!add_to_pack(writer, given.out, names[i], plan, compressor.take(i))) return false;
         if (interruption.requested()) return fail(given.out, "interrupted; it is as it was");
         progress.add(1);
     }
@@ -159,12 +170,23 @@ void add_pack_commands(Commands& commands) {
     Pack& given = added.given;
     added->add_option("OUT", given.out, "The pack to make, or to replace once the new one is whole")->required();
     added->add_option("DIR", given.dir, "The directory")->required();
-    added->add_option("--level", given.level, "How hard to deflate: 0 (store) to 12, usually 6")
-        ->check(CLI::Range(0, 12));
+    added
+        ->add_option("--method", given.method,
+                     "deflate, which every zip tool reads, or zstd, which is read faster and which zip tools of before "
+                     "2021 do not know (default: deflate)")
+        ->check(CLI::IsMember({"deflate", "zstd"}));
+    added->add_option("--level", given.level, "How hard to pack: 0 (store) to 12, usually 6; for zstd to 22, usually 9")
+        ->check(CLI::Range(0, 22));
+    added
+        ->add_option("--worth", given.worth,
+                     "What packing must save of a file, in percent (default: 3); what saves less is only copied, and "
+                     "can be sought in like the rest")
+        ->check(CLI::Range(0, 100))
+        ->type_name("P");
     added
         ->add_option("--store", given.store,
-                     "Store files with these extensions; for data that is packed already. Large stored entries are for "
-                     "forward reading: a far seek back goes on from where reading was")
+                     "Store files with these extensions, for views of the pack without a copy. Do not seek far back in "
+                     "them: unless the pack is mounted with EXACT_SEEKS, reading goes on from where it was")
         ->type_name("EXT,...");
     added
         ->add_option("--order", given.order,

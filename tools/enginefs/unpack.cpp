@@ -13,7 +13,6 @@
 #include "output.h"
 #include "report.h"
 #include "terminal.h"
-#include "zip_directory.h"
 
 namespace {
 
@@ -33,19 +32,37 @@ struct List {
     bool json = false;
 };
 
-/// The library's own opinion of a pack: it must be one that mounts.
-bool mounts(const std::string& pack) {
-    CZip_dir source;
-    const std::string full = full_native_path(pack);
-    source.set_native_spelling(full.c_str());
-    return attempt(pack, "it cannot be mounted",
-                   [&] { return source.init(fs::path(full.c_str(), true), FFSAddSourceFlags::NONE, nullptr); });
+using Entries = ztl::vector<SFsPackEntry>;
+
+bool list_entries(const std::string& pack, Entries& entries) {
+    return attempt(pack, "it cannot be read", [&] { return fs::list_pack(full_native_path(pack).c_str(), entries); });
 }
 
-bool open_pack(const std::string& pack, ZipDirectory& directory) {
-    if (!mounts(pack)) return false;
-    return directory.open(pack) || fail(pack, directory.error());
-}
+/// A pack whose entries are read as the engine reads them, which holds each against its checksum.
+class PackReader {
+public:
+    bool open(const std::string& pack) {
+        const std::string full = full_native_path(pack);
+        source_.set_native_spelling(full.c_str());
+        return attempt(pack, "it cannot be mounted", [&] {
+            return source_.init(fs::path(full.c_str(), true), FFSAddSourceFlags::EXACT_SEEKS, nullptr);
+        });
+    }
+
+    /// False, with a word on standard error, when the entry is damaged; or when `take` says so.
+    bool read(const std::string& label, const std::string& name, const TakeBytes& take) {
+        FilePtr file;
+        return attempt(label, "it cannot be opened",
+                       [&] {
+                           file.reset(source_.open_read(fs::path(name.c_str(), true), FFSOpenFlags::WHOLE_NAME));
+                           return file != nullptr;
+                       }) &&
+               read_to_end(file.get(), label, take);
+    }
+
+private:
+    CZip_dir source_;
+};
 
 /// The entry's place below a directory, or "" for a name that would leave it or that no disk of ours could hold.
 std::string safe_name(const std::string& name) {
@@ -87,37 +104,36 @@ private:
     std::unordered_set<std::string> folded_;
 };
 
-bool unpack_entry(ZipDirectory& directory, const ZipEntry& entry, const stdfs::path& root, TakenNames& taken,
+bool unpack_entry(PackReader& reader, const std::string& entry, const stdfs::path& root, TakenNames& taken,
                   bool& stopped) {
-    const std::string name = safe_name(entry.name);
-    if (name.empty()) return fail(entry.name, "its name would lead out of the directory");
+    const std::string name = safe_name(entry);
+    if (name.empty()) return fail(entry, "its name would lead out of the directory");
     const stdfs::path target = root / to_path(name);
     std::error_code error;
-    if (!taken.take(name, target)) return fail(entry.name, "an entry before it has the same name");
+    if (!taken.take(name, target)) return fail(entry, "an entry before it has the same name");
     if (!make_directories(root, name))
-        return fail(entry.name, "its directory cannot be made: an entry before it is no directory");
+        return fail(entry, "its directory cannot be made: an entry before it is no directory");
     if (stdfs::is_symlink(stdfs::symlink_status(target, error))) stdfs::remove(target, error);
     Output out;
     if (!out.open_native(to_text(target))) return false;
-    const std::string wrong = directory.decode(
-        entry, [&](const char* data, std::size_t size) { return !(stopped = !out.write(data, size)); });
-    if (!stopped && !wrong.empty()) return fail(entry.name, wrong);
-    return !stopped && out.finish();
+    const auto take = [&](const char* data, std::uint64_t size) { return !(stopped = !out.write(data, size)); };
+    return reader.read(entry, entry, take) && out.finish();
 }
 
 bool unpack(const Unpack& given) {
-    ZipDirectory directory;
-    if (!open_pack(given.pack, directory)) return false;
+    Entries entries;
+    PackReader reader;
+    if (!list_entries(given.pack, entries) || !reader.open(given.pack)) return false;
     const stdfs::path root = to_path(full_native_path(given.dir));
     std::error_code error;
     stdfs::create_directories(root, error);
     if (!stdfs::is_directory(root, error)) return fail(given.dir, "it cannot be made a directory");
-    Progress progress("unpack " + given.pack, directory.entries().size(), false);
+    Progress progress("unpack " + given.pack, entries.size(), false);
     bool good = true;
     bool stopped = false;
     TakenNames taken;
-    for (const ZipEntry& entry : directory.entries()) {
-        good = unpack_entry(directory, entry, root, taken, stopped) && good;
+    for (const SFsPackEntry& entry : entries) {
+        good = unpack_entry(reader, entry.name, root, taken, stopped) && good;
         if (stopped) return fail(given.dir, "the rest was not unpacked");
         progress.add(1);
     }
@@ -125,16 +141,21 @@ bool unpack(const Unpack& given) {
 }
 
 bool verify_one(const std::string& pack) {
-    ZipDirectory directory;
-    if (!open_pack(pack, directory)) return false;
-    Progress progress("verify " + pack, directory.entries().size(), false);
+    Entries entries;
+    PackReader reader;
+    if (!list_entries(pack, entries) || !reader.open(pack)) return false;
+    Progress progress("verify " + pack, entries.size(), false);
     bool good = true;
-    for (const ZipEntry& entry : directory.entries()) {
-        const std::string wrong = directory.decode(entry, [](const char*, std::size_t) { return true; });
-        if (!wrong.empty()) good = fail(pack + ": " + entry.name, wrong);
+    std::unordered_set<std::string> names;
+    for (const SFsPackEntry& entry : entries) {
+        const std::string label = pack + ": " + entry.name;
+        if (!names.insert(normalised(entry.name)).second)
+            note(label, "an entry before it has the same name: nobody reads this one");
+        else
+            good = reader.read(label, entry.name, [](const char*, std::uint64_t) { return true; }) && good;
         progress.add(1);
     }
-    return good && print(pack + ": " + std::to_string(directory.entries().size()) + " entries, all good\n");
+    return good && print(pack + ": " + std::to_string(entries.size()) + " entries, all good\n");
 }
 
 bool verify(const Verify& given) {
@@ -143,31 +164,36 @@ bool verify(const Verify& given) {
     return good;
 }
 
-std::string time_text(std::uint32_t dos) {
-    return formatted("%04u-%02u-%02u %02u:%02u:%02u", 1980 + (dos >> 25), dos >> 21 & 15, dos >> 16 & 31,
-                     dos >> 11 & 31, dos >> 5 & 63, (dos & 31) * 2);
-}
-
 std::string method_text(std::uint32_t method) {
-    return method == 0 ? "stored" : method == 8 ? "deflated" : "method " + std::to_string(method);
+    switch (method) {
+        case EFSPackMethod::STORE:
+            return "stored";
+        case EFSPackMethod::DEFLATE:
+            return "deflated";
+        case EFSPackMethod::ZSTD:
+            return "zstd";
+        default:
+            return "method " + std::to_string(method);
+    }
 }
 
 bool list(const List& given) {
-    ZipDirectory directory;
-    if (!open_pack(given.pack, directory)) return false;
+    Entries entries;
+    if (!list_entries(given.pack, entries)) return false;
     Json all = Json::array();
-    for (const ZipEntry& entry : directory.entries()) {
-        const std::string columns =
-            formatted("%12" PRIu64 " %12" PRIu64 "  %-8s  %08x  %s  ", entry.size, entry.packed_size,
-                      method_text(entry.method).c_str(), entry.crc, time_text(entry.dos_time).c_str());
+    for (const SFsPackEntry& entry : entries) {
+        const std::string time = fs::get_time_as_str(entry.time);
+        const std::string method = method_text(entry.method);
+        const std::string columns = formatted("%12" PRIu64 " %12" PRIu64 "  %-8s  %08" PRIx32 "  %s  ", entry.size,
+                                              entry.packed_size, method.c_str(), entry.crc, time.c_str());
         if (!given.json) print((given.long_form ? columns : "") + entry.name + "\n");
         Json item{{"name", entry.name}};
         if (given.long_form)
             item.update({{"size", entry.size},
                          {"packed", entry.packed_size},
-                         {"method", method_text(entry.method)},
+                         {"method", method},
                          {"crc", entry.crc},
-                         {"time", time_text(entry.dos_time)}});
+                         {"time", time}});
         if (given.json) all.push_back(std::move(item));
     }
     return !given.json || print(all.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");

@@ -35,9 +35,8 @@ int compare_time(std::int64_t a, std::int64_t b, std::uint32_t tolerance_ms) {
 }
 
 std::int64_t write_time(const char* path) {
-    return with_holder<SharedGuard>(
-        path, Match::AS_SOURCE_DOES, std::int64_t{-1},
-        [](CFSSource& source, const fs::path& name) { return source.write_time(name); });
+    return with_holder<SharedGuard>(path, Match::AS_SOURCE_DOES, std::int64_t{-1},
+                                    [](CFSSource& source, const fs::path& name) { return source.write_time(name); });
 }
 
 bool set_write_time(const char* path, std::int64_t time) {
@@ -66,9 +65,8 @@ bool is_protected(const char* path) {
 }
 
 bool read_only(const char* path) {
-    return with_holder<SharedGuard>(
-        path, Match::AS_SOURCE_DOES, false,
-        [](CFSSource& source, const fs::path& name) { return source.read_only(name); });
+    return with_holder<SharedGuard>(path, Match::AS_SOURCE_DOES, false,
+                                    [](CFSSource& source, const fs::path& name) { return source.read_only(name); });
 }
 
 bool read_only_set(const char* path) { return set_read_only(path, true); }

@@ -174,9 +174,8 @@ fs::string getOutLocationDebugHelper(const char* path) {
         registry::State& state = registry::state();
         const registry::SharedGuard guard(state);
         const registry::Concerned concerned(state, lower);
-        CFSSource* target = registry::first_source(state, [&](CFSSource& source) {
-            return concerned(source) && source.writable() && source.exists(lower);
-        });
+        CFSSource* target = registry::first_source(
+            state, [&](CFSSource& source) { return concerned(source) && source.writable() && source.exists(lower); });
         if (target == nullptr) target = creator_of(state, concerned, name);
         auto* const on_disk = dynamic_cast<NativeSource*>(target);
         char native[platform::path_buffer_size] = "";

@@ -126,7 +126,8 @@ FilePtr create_outside(registry::State& state, const fs::path& name, const Reque
     if (request.mode == EFSMode::WRITE) {
         return FilePtr(fallback.open_write(name, request.flags | FFSOpenFlags::CREATE));
     }
-    return FilePtr(open_in_place(fallback, {.text = request.text, .name = name, .mode = request.mode, .flags = request.flags}));
+    return FilePtr(
+        open_in_place(fallback, {.text = request.text, .name = name, .mode = request.mode, .flags = request.flags}));
 }
 
 /// Whether the name is there after all, so that creating it would meet or shadow a file: another thread made it since the

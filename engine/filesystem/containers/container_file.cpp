@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <utility>
 
+#include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/native_file.h"
 #include "engine/filesystem/registry/registry.h"
@@ -26,9 +28,10 @@ bool fail(const SFsFile& file, EFSError::TYPE code, const char* text) {
 /// The path of a file of the disk; "" when the source keeps it elsewhere.
 std::string native_of(CFSSource& source, const fs::path& name) {
     fs::path full;
+    const fs::ErrorScope scope;
     source.full_path(full, name);
-    fs::string native;
-    full.FullName(native);
+    if (full.Empty() && scope.has_error()) throw std::bad_alloc();
+    fs::string native = fs::full_name(full);
     const bool is_absent =
         !platform::get_attributes(native.c_str()) && platform::last_error().failure == platform::Failure::NOT_FOUND;
     return is_absent ? std::string() : native;

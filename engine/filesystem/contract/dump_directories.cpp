@@ -5,6 +5,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/log/message.h"
 
 namespace {
@@ -48,9 +49,5 @@ void DumpDirectories(const fs::idir* dir, int depth) {
     if (dir == nullptr || !is_logged(log_source, Log::ELevel::INFO)) return;
     const std::size_t indent = depth > 0 ? static_cast<std::size_t>(depth) : 0;
     log_directory(*dir, indent, false);
-    try {
-        dump_below(*dir, indent);
-    } catch (...) {
-        log_message(log_source, Log::ELevel::ERRR, __LINE__, "There is no memory to list the directories.\n");
-    }
+    fs::guarded(dir->name(), [&] { dump_below(*dir, indent); });
 }

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/normalize.h"
 
 // File names taken apart and put together by the rules of the C run-time: the directory ends with the last separator
@@ -55,11 +56,8 @@ char* write(char* out, std::string_view text) {
 }
 
 fs::string to_string(std::string_view text) {
-    try {
-        return text.size() < path_capacity ? fs::string(text) : fs::string();
-    } catch (...) {
-        return {};
-    }
+    return guarded(nullptr, fs::string(),
+                   [text] { return text.size() < path_capacity ? fs::string(text) : fs::string(); });
 }
 
 /// Puts a path together in a buffer of its own, so that the answer may go where a part came from.

@@ -11,7 +11,8 @@ namespace {
 
 /// Whether `dir` is `lead` or lies below it.
 bool begins_with_directory(std::string_view dir, std::string_view lead) {
-    if (lead.empty() || dir.size() < lead.size() || !kernel::equal_folded(dir.substr(0, lead.size()), lead)) return false;
+    if (lead.empty() || dir.size() < lead.size() || !kernel::equal_folded(dir.substr(0, lead.size()), lead))
+        return false;
     return lead.back() == '/' || dir.size() == lead.size() || dir[lead.size()] == '/';
 }
 

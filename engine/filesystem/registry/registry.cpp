@@ -116,8 +116,8 @@ void append_root(State& state, std::unique_ptr<CFSSource> root, std::unique_ptr<
 }
 
 std::unique_ptr<CFSSource> remove(State& state, const CFSSource* source) {
-    const auto place =
-        std::find_if(state.sources.begin(), state.sources.end(), [&](const auto& held) { return held.get() == source; });
+    const auto place = std::find_if(state.sources.begin(), state.sources.end(),
+                                    [&](const auto& held) { return held.get() == source; });
     if (place == state.sources.end()) return nullptr;
     fs::dir index;
     build_index(state, source, index);

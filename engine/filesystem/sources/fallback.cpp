@@ -171,7 +171,7 @@ bool CWin32_fallback::remove_items(std::string_view dir) {
     fs::NativePath path;
     path.cut(0);
     platform::DirectoryListing items;
-    if (!path.append(dir) || !platform::list_directory({.full = path.text}, items)) {
+    if (!path.append(dir) || !platform::list_directory({.full = path.text}, items, platform::Links::ALL)) {
         return fs::refuse_by_disk(path.text, "cannot be listed");
     }
     for (const platform::DirectoryItem& item : items.items()) {

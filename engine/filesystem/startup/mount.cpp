@@ -78,10 +78,7 @@ bool destroy_source(const fs::path& path, EFSSourceType::TYPE& type) {
     return registry::remove(state, source) != nullptr;
 }
 
-}  // namespace
-
-bool add_source(const char* path, FFSAddSourceFlags::ENUM flags) {
-    if (path == nullptr) path = "";
+bool mount_path(const char* path, FFSAddSourceFlags::ENUM flags) {
     const PreparedPath prepared(path);
     if (!prepared.is_full()) {
         log_message(log_source, Log::ELevel::WARN, __LINE__, "Cannot add source '%s'. It is not full path.\n", path);
@@ -101,15 +98,26 @@ bool add_source(const char* path, FFSAddSourceFlags::ENUM flags) {
     return true;
 }
 
-bool rem_source(const char* path) {
+bool unmount_path(const char* path) {
     const PreparedPath prepared(path);
     if (!prepared.is_full()) return refuse(EFSError::INVALID_NAME, path, "The path is no full path.");
     const fs::path key = prepared.as_source_path();
     EFSSourceType::TYPE type = EFSSourceType::DIR;
-    if (!guarded(path, false, [&] { return destroy_source(key, type); })) return false;
+    if (!destroy_source(key, type)) return false;
     log_message(log_source, Log::ELevel::DEBG, __LINE__, "Removing source '%s%s' of type %s(%i).\n", key.PathName(),
                 key.FileName(), registry::type_name(type), static_cast<int>(type));
     return true;
+}
+
+}  // namespace
+
+bool add_source(const char* path, FFSAddSourceFlags::ENUM flags) {
+    if (path == nullptr) path = "";
+    return guarded(path, false, [&] { return mount_path(path, flags); });
+}
+
+bool rem_source(const char* path) {
+    return guarded(path, false, [&] { return unmount_path(path); });
 }
 
 }  // namespace fs

@@ -3,7 +3,9 @@
 #include <cstring>
 #include <string_view>
 
+#include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/contract/normalize.h"
+#include "engine/platform/directories.h"
 
 namespace fs {
 
@@ -13,6 +15,8 @@ PreparedPath::PreparedPath(const char* path) : text_{} {
     if (is_too_long_) return;
     std::memcpy(text_, path != nullptr ? path : "", length + 1);
     if (length > 1 && is_separator(text_[length - 1])) text_[length - 1] = '\0';
+    // Once, so that one directory has one path however it was told.
+    if (is_full_path(text_)) platform::expand_short_names(text_, text_);
     path_normalize(text_, text_, false);
 }
 
@@ -32,10 +36,7 @@ bool PreparedPath::names_pack() const {
 }
 
 fs::path PreparedPath::as_source_path() const {
-    if (names_pack()) return fs::path(text_, true);
-    fs::path directory;
-    directory.Set(text_, nullptr, true);
-    return directory;
+    return names_pack() ? lookup_name(text_) : directory_name(text_, true);
 }
 
 }  // namespace fs

@@ -2,29 +2,24 @@
 // string ends with its line at the latest, so that a forgotten quote costs one line and not the rest of the file.
 #include "engine/kernel/parser/lexer.h"
 
+#include <algorithm>
 #include <array>
-#include <cstring>
 
 namespace kernel::config {
 
 namespace {
 
-constexpr std::uint8_t word_character = 1;
-constexpr std::uint8_t blank = 2;
-constexpr std::uint8_t needs_a_look = 4;  // in a word: may start a comment, or names a variable
+enum class Class : std::uint8_t { BLANK, MARK, WORD };
 
-constexpr std::array<std::uint8_t, 256> make_classes() {
-    std::array<std::uint8_t, 256> classes{};
-    for (int c = 0; c < 256; ++c) classes[c] = c > ' ' && c != 0x7F ? word_character : blank;
-    for (const char separator : {',', '(', ')', '"', ';'}) classes[static_cast<unsigned char>(separator)] = 0;
-    classes[';'] = blank;
-    classes['\n'] = 0;
-    classes['/'] = classes['$'] = word_character | needs_a_look;
-    return classes;
-}
-constexpr std::array<std::uint8_t, 256> classes = make_classes();
+constexpr std::array<Class, 256> classes = [] {
+    std::array<Class, 256> table{};
+    for (std::size_t c = 0; c < table.size(); ++c) table[c] = c > ' ' && c != 0x7F ? Class::WORD : Class::BLANK;
+    for (const char mark : {',', '(', ')', '"', '\n'}) table[static_cast<unsigned char>(mark)] = Class::MARK;
+    table[';'] = Class::BLANK;
+    return table;
+}();
 
-std::uint8_t class_of(char c) { return classes[static_cast<unsigned char>(c)]; }
+Class class_of(char c) { return classes[static_cast<unsigned char>(c)]; }
 
 }  // namespace
 
@@ -33,35 +28,25 @@ Lexer::Lexer(std::string_view text) : at_(text.data()), end_(text.data() + text.
     if (text.starts_with(byte_order_mark)) at_ = line_start_ = at_ + byte_order_mark.size();
 }
 
-bool Lexer::at_comment() const { return at_ + 1 < end_ && at_[0] == '/' && (at_[1] == '/' || at_[1] == '*'); }
+bool Lexer::at_comment() const { return *at_ == '/' && end_ - at_ > 1 && (at_[1] == '/' || at_[1] == '*'); }
 
-void Lexer::start_line() {
+void Lexer::start_line(const char* start) {
     ++line_;
-    line_start_ = at_;
+    line_start_ = start;
     fresh_line_ = true;
 }
 
 void Lexer::skip_line() {
-    const void* const newline = std::memchr(at_, '\n', static_cast<std::size_t>(end_ - at_));
-    at_ = newline == nullptr ? end_ : static_cast<const char*>(newline);
+    const std::string_view rest(at_, end_);
+    at_ += std::min(rest.find('\n'), rest.size());
 }
 
 /// False when the comment has no end.
 bool Lexer::skip_comment() {
-    if (at_[1] == '/') {
-        skip_line();
-        return true;
-    }
+    if (at_[1] == '/') return skip_line(), true;
     for (at_ += 2; at_ < end_; ++at_) {
-        if (*at_ == '*' && at_ + 1 < end_ && at_[1] == '/') {
-            at_ += 2;
-            return true;
-        }
-        if (*at_ == '\n') {
-            ++line_;
-            line_start_ = at_ + 1;
-            fresh_line_ = true;
-        }
+        if (*at_ == '\n') start_line(at_ + 1);
+        if (*at_ == '*' && end_ - at_ > 1 && at_[1] == '/') return at_ += 2, true;
     }
     return false;
 }
@@ -70,15 +55,14 @@ bool Lexer::skip_comment() {
 bool Lexer::skip_blanks(Token& unclosed) {
     while (at_ < end_) {
         if (*at_ == '\n') {
+            start_line(++at_);
+        } else if (class_of(*at_) == Class::BLANK) {
             ++at_;
-            start_line();
-        } else if (class_of(*at_) == blank) {
-            ++at_;
-        } else if (*at_ != '/' || !at_comment()) {
+        } else if (!at_comment()) {
             return true;
         } else {
-            unclosed.line = line_;
-            unclosed.column = column();
+            unclosed = make(TokenKind::END, 0);
+            fresh_line_ = unclosed.starts_line;
             if (!skip_comment()) return false;
         }
     }
@@ -86,12 +70,11 @@ bool Lexer::skip_blanks(Token& unclosed) {
 }
 
 Token Lexer::make(TokenKind kind, std::size_t length) {
-    Token token;
-    token.kind = kind;
-    token.starts_line = fresh_line_;
-    token.line = line_;
-    token.column = column();
-    token.text = {at_, length};
+    const Token token{.kind = kind,
+                      .starts_line = fresh_line_,
+                      .line = line_,
+                      .column = static_cast<std::uint32_t>(at_ - line_start_) + 1,
+                      .text = {at_, length}};
     at_ += length;
     fresh_line_ = false;
     return token;
@@ -105,55 +88,32 @@ Token Lexer::next() {
         return unclosed;
     }
     if (at_ == end_) return make(TokenKind::END, 0);
-    switch (*at_) {
-        case '(':
-            return make(TokenKind::OPEN, 1);
-        case ')':
-            return make(TokenKind::CLOSE, 1);
-        case ',':
-            return make(TokenKind::COMMA, 1);
-        case '!':
-            return make(TokenKind::BANG, 1);
-        case '"':
-            return string();
-        default:
-            return word();
-    }
+    if (*at_ == '"') return string();
+    if (class_of(*at_) == Class::WORD && *at_ != '!') return word();
+    constexpr std::string_view marks = "(),!";
+    constexpr std::array kinds = {TokenKind::OPEN, TokenKind::CLOSE, TokenKind::COMMA, TokenKind::BANG};
+    return make(kinds[marks.find(*at_)], 1);
 }
 
 Token Lexer::word() {
     const char* const start = at_;
-    bool has_variables = false;
-    while (at_ < end_ && (class_of(*at_) & word_character) != 0) {
-        if ((class_of(*at_) & needs_a_look) != 0) {
-            if (at_comment()) break;
-            has_variables |= *at_ == '$';
-        }
-        ++at_;
-    }
+    while (at_ < end_ && class_of(*at_) == Class::WORD && !at_comment()) ++at_;
     const auto length = static_cast<std::size_t>(at_ - start);
     at_ = start;
-    Token token = make(TokenKind::WORD, length);
-    token.has_variables = has_variables;
-    return token;
+    return make(TokenKind::WORD, length);
 }
 
 Token Lexer::string() {
     Token token = make(TokenKind::STRING, 1);
     const char* const start = at_;
     while (at_ < end_ && *at_ != '"' && *at_ != '\n') {
-        token.has_escapes |= *at_ == '\\';
-        token.has_variables |= *at_ == '$';
         if (*at_ == '\0') token.problem = "A string holds a zero byte.";
-        at_ += *at_ == '\\' && at_ + 1 < end_ && at_[1] != '\n' ? 2 : 1;
+        at_ += *at_ == '\\' && end_ - at_ > 1 && at_[1] != '\n' ? 2 : 1;
     }
-    token.text = {start, static_cast<std::size_t>(at_ - start)};
-    if (at_ < end_ && *at_ == '"') {
-        ++at_;
-    } else {
-        token.problem = "A string is not closed on its line.";
-        if (!token.text.empty() && token.text.back() == '\r') token.text.remove_suffix(1);
-    }
+    token.text = {start, at_};
+    if (at_ < end_ && *at_ == '"') return ++at_, token;
+    token.problem = "A string is not closed on its line.";
+    if (token.text.ends_with('\r')) token.text.remove_suffix(1);
     return token;
 }
 

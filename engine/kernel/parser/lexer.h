@@ -10,9 +10,7 @@ enum class TokenKind : std::uint8_t { END, WORD, STRING, OPEN, CLOSE, COMMA, BAN
 
 struct Token {
     TokenKind kind = TokenKind::END;
-    bool has_escapes = false;    // STRING: backslashes to be taken apart
-    bool has_variables = false;  // WORD, STRING: a "$" stands in it
-    bool starts_line = false;    // first token of its line
+    bool starts_line = false;  // first token of its line
     std::uint32_t line = 1;
     std::uint32_t column = 1;
     std::string_view text;          // into the lexer's text; without the quotes of a string
@@ -32,8 +30,7 @@ private:
     bool at_comment() const;
     bool skip_blanks(Token& unclosed);
     bool skip_comment();
-    void start_line();
-    std::uint32_t column() const { return static_cast<std::uint32_t>(at_ - line_start_) + 1; }
+    void start_line(const char* start);
     Token make(TokenKind kind, std::size_t length);
     Token word();
     Token string();

@@ -1,52 +1,90 @@
 #include "engine/kernel/parser/symbols.h"
 
-#include <algorithm>
+#include <array>
 #include <charconv>
+#include <cmath>
+#include <system_error>
 
 namespace kernel::config {
 
 namespace {
 
-constexpr std::size_t longest_variable = 4096;
+constexpr std::size_t longest_value = 4096;
+constexpr std::string_view name_characters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_";
 
-bool is_name_character(char c) { return (lower(c) >= 'a' && lower(c) <= 'z') || (c >= '0' && c <= '9') || c == '_'; }
+std::string_view leading_name(std::string_view text) { return text.substr(0, text.find_first_not_of(name_characters)); }
 
-std::string_view leading_name(std::string_view text) {
-    const auto end = std::find_if_not(text.begin(), text.end(), is_name_character);
-    return text.substr(0, static_cast<std::size_t>(end - text.begin()));
+Type type_from_letter(char letter) {
+    const std::size_t at = std::string_view("sifvq").find(fold(letter));
+    return at == std::string_view::npos ? EConfigValue::STRING : static_cast<Type>(EConfigValue::STRING + at);
 }
-
-/// What a letter after a backslash means; the letter itself where it means nothing special.
-char unescaped(char c) {
-    switch (c) {
-        case 'n':
-            return '\n';
-        case 'r':
-            return '\r';
-        case 't':
-            return '\t';
-        default:
-            return c;
-    }
-}
-
-bool is_plain_escape(char c) { return c == 'n' || c == 'r' || c == 't' || c == '"' || c == '\\' || c == '$'; }
 
 }  // namespace
 
 bool is_name(std::string_view text) { return !text.empty() && leading_name(text).size() == text.size(); }
 
-std::string_view Symbols::resolve(const Token& token, const char*& problem) {
+std::optional<Type> type_from_name(std::string_view name) {
+    constexpr std::array<std::string_view, 5> names = {"string", "int", "float", "vec3", "vec4"};
+    const auto found = std::ranges::find_if(names, [&](std::string_view known) { return equal_folded(name, known); });
+    if (found == names.end()) return std::nullopt;
+    return static_cast<Type>(EConfigValue::STRING + (found - names.begin()));
+}
+
+NameMap<Keyword> read_keywords(std::string_view text) {
+    NameMap<Keyword> keywords;
+    Keyword* current = nullptr;
+    bool in_types = false;
+    Lexer lexer(text);
+    for (Token token = lexer.next(); token.kind != TokenKind::END; token = lexer.next()) {
+        if (token.kind == TokenKind::WORD && in_types) {
+            current->types.push_back(type_from_letter(token.text[0]));
+        } else if (token.kind == TokenKind::WORD) {
+            current = &keywords[std::string(token.text)];
+            current->name = token.text;
+        } else if (token.kind == TokenKind::OPEN && current != nullptr && !in_types) {
+            current->types.clear();
+            in_types = true;
+        } else if (token.kind == TokenKind::CLOSE) {
+            in_types = false;
+        }
+    }
+    return keywords;
+}
+
+std::optional<std::int32_t> parse_int(std::string_view text) {
+    const bool negative = text.starts_with('-');
+    if (negative || text.starts_with('+')) text.remove_prefix(1);
+    const bool hex = text.starts_with("0x") || text.starts_with("0X");
+    if (hex) text.remove_prefix(2);
+    std::uint64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, hex ? 16 : 10);
+    if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+    // Hexadecimal digits may spell all 32 bits, such as a mask; decimal ones must be in the signed range.
+    const std::uint64_t positive_limit = hex ? 0xFFFFFFFFu : 0x7FFFFFFFu;
+    if (value > (negative ? 0x80000000u : positive_limit)) return std::nullopt;
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(negative ? 0 - value : value));
+}
+
+std::optional<float> parse_float(std::string_view text) {
+    if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
+    float value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value)) return std::nullopt;
+    return value;
+}
+
+std::string_view Variables::resolve(const Token& token, const char*& problem) {
     problem = nullptr;
-    if (!token.has_escapes && !token.has_variables) return token.text;
+    const bool has_escapes = token.kind == TokenKind::STRING && token.text.find('\\') != std::string_view::npos;
+    if (!has_escapes && token.text.find('$') == std::string_view::npos) return token.text;
     scratch_.clear();
     std::string_view rest = token.text;
     while (!rest.empty()) {
         std::size_t used = 0;
         if (rest[0] == '$') {
-            used = expand_variable(rest, problem);
-        } else if (rest[0] == '\\' && token.kind == TokenKind::STRING) {
-            used = expand_escape(rest);
+            used = expand(rest, problem);
+        } else if (rest[0] == '\\' && has_escapes) {
+            used = unescape(rest);
         } else {
             used = std::min(rest.find_first_of("$\\", 1), rest.size());
             scratch_.append(rest.substr(0, used));
@@ -57,63 +95,47 @@ std::string_view Symbols::resolve(const Token& token, const char*& problem) {
 }
 
 /// "$name", "${name}" and "$$"; a "$" before anything else is itself. Returns how much of `text` was used.
-std::size_t Symbols::expand_variable(std::string_view text, const char*& problem) {
-    const bool braced = text.size() > 1 && text[1] == '{';
+std::size_t Variables::expand(std::string_view text, const char*& problem) {
+    const bool braced = text.starts_with("${");
     const std::string_view name = leading_name(text.substr(braced ? 2 : 1));
     const std::size_t used = (braced ? 3 : 1) + name.size();
     if (name.empty() || (braced && (used > text.size() || text[used - 1] != '}'))) {
         scratch_ += '$';
         return text.starts_with("$$") ? 2 : 1;
     }
-    const auto found = variables_.find(name);
-    if (found == variables_.end()) {
+    const auto found = values_.find(name);
+    if (found == values_.end()) {
         problem = "A variable is not known.";
+    } else if (found->second.size() > expansion_left_) {
+        problem = "Variables make more text than is allowed.";
     } else {
-        append(found->second, problem);
+        expansion_left_ -= found->second.size();
+        scratch_ += found->second;
     }
     return used;
 }
 
-std::size_t Symbols::expand_escape(std::string_view text) {
-    if (text.size() > 1 && is_plain_escape(text[1])) {
-        scratch_ += unescaped(text[1]);
+/// A backslash before anything that is no escape is itself, as in a Windows path. Returns how much of `text` was used.
+std::size_t Variables::unescape(std::string_view text) {
+    constexpr std::string_view letters = "nrt\"\\$";
+    constexpr std::string_view meanings = "\n\r\t\"\\$";
+    const std::size_t letter = text.size() > 1 ? letters.find(text[1]) : std::string_view::npos;
+    if (letter != std::string_view::npos) {
+        scratch_ += meanings[letter];
         return 2;
     }
     unsigned value = 0;
     const bool is_hex = text.size() >= 4 && text[1] == 'x' &&
                         std::from_chars(text.data() + 2, text.data() + 4, value, 16).ptr == text.data() + 4;
-    if (is_hex && value != 0) {
-        scratch_ += static_cast<char>(value);
-        return 4;
-    }
-    scratch_ += '\\';  // as in a Windows path
-    return 1;
+    scratch_ += is_hex && value != 0 ? static_cast<char>(value) : '\\';
+    return is_hex && value != 0 ? 4 : 1;
 }
 
-void Symbols::append(std::string_view text, const char*& problem) {
-    if (text.size() > expansion_left_) {
-        problem = "Variables make more text than is allowed.";
-        return;
-    }
-    expansion_left_ -= text.size();
-    scratch_ += text;
-}
-
-const char* Symbols::set_variable(std::string_view name, std::string_view value) {
+const char* Variables::set(std::string_view name, std::string_view value) {
     if (!is_name(name)) return "A variable's name holds letters, digits and \"_\" only.";
-    if (value.size() > longest_variable) return "A variable's value is too long.";
-    variables_[std::string(name)] = value;
+    if (value.size() > longest_value) return "A variable's value is too long.";
+    values_[std::string(name)] = value;
     return nullptr;
-}
-
-bool Symbols::define_constant(std::string_view name, const SConfigValue& value) {
-    return constants_.emplace(name, value).second;
-}
-
-const SConfigValue* Symbols::find_constant(std::string_view name) const {
-    if (constants_.empty()) return nullptr;
-    const auto found = constants_.find(name);
-    return found == constants_.end() ? nullptr : &found->second;
 }
 
 }  // namespace kernel::config

@@ -22,12 +22,13 @@ struct SFsSourceInfo {
 
 namespace fs {
 
-/// Registers a source that the caller has mounted; the registry owns it from here on. Null is passed over.
+/// Registers a source that the caller has mounted; the registry owns it from here on. Null is passed over. Without memory
+/// the source is destroyed, and fs::last_error says OUT_OF_MEMORY.
 /// Threads  any; takes the registry lock exclusive.
 ENGINE_FS_API void add_source(CFSSource* source, FFSAddSourceFlags::ENUM flags);
 
 /// Takes exactly this source out of the list; the caller owns it again. False when it is not registered (the fallback
-/// never is). Its open files must be closed first.
+/// never is), or without memory for the index that remains. Its open files must be closed first.
 ENGINE_FS_API bool rem_source(CFSSource* source);
 ENGINE_FS_API bool rem_source(std::nullptr_t);
 

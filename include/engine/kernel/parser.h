@@ -64,8 +64,9 @@ public:
     /// Parses a text.
     ///
     /// keywords  one line "!Name(types)" for each keyword; a type is s (string), i (int), f (float), v (vec3) or q (vec4).
-    /// Returns   the result, also of a text full of errors; null when there is no memory for it.
-    /// Owns      the caller, who releases it.
+    /// Returns   the result, also of a text full of errors; null when there is no memory for it or the reader throws.
+    /// Owns      the caller, who releases it; nothing of the texts is kept.
+    /// Threads   any thread; a result may be read by several. The reader is called on the calling thread.
     /// Cost      one pass; memory in proportion to the text and the included files.
     static CConfigText* Parse(const char* keywords, const Source& source);
     void Release();

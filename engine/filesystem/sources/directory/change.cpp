@@ -15,94 +15,34 @@ using fs::DirectoryState;
 using fs::NameTable;
 using fs::NativePath;
 
-// Deletes a native directory with everything in it, and forgets what was deleted. Nothing here asks for memory but the
-// listings, so that table and tree always follow the disk.
-class TreeRemover {
-public:
-    TreeRemover(DirectoryState& state, const NativePath& dir) : state_(state), path_(dir) {}
-
-    /// The first thing that could not be removed is told.
-    void remove() {
-        if (path_.text[path_.length - 1] == '/') path_.cut(path_.length - 1);
-        platform::is_link(path_.text) ? remove_link() : remove_directory();
-        state_.names->table.compact();
+// Takes a link, and what was reached through it, out of table and tree.
+void forget_link(DirectoryState& state, std::string_view link) {
+    state.remove_node(link);
+    NameTable& table = state.names->table;
+    for (std::uint32_t file = table.first(), next = NameTable::none; file != NameTable::none; file = next) {
+        next = table.next(file);
+        const std::string_view dir = table.dir(file);
+        const bool is_behind = dir.size() > link.size() && dir.starts_with(link) && dir[link.size()] == '/';
+        const bool is_itself = dir.size() + table.name(file).size() == link.size() && link.starts_with(dir) &&
+                               link.ends_with(table.name(file));
+        if (is_behind || is_itself) table.remove(file);
     }
+}
 
-private:
-    void remove_directory() {
-        const std::size_t length = path_.length;
-        if (!path_.append("/")) return fail_too_long();
-        platform::DirectoryListing items;
-        if (!platform::list_directory({.full = path_.text}, items)) fail("cannot be listed");
-        for (const platform::DirectoryItem& item : items.items()) {
-            path_.cut(length + 1);
-            if (!path_.append({item.name, item.length})) {
-                fail_too_long();
-            } else if (item.is_link) {
-                remove_link();
-            } else if (item.is_directory) {
-                remove_directory();
-            } else {
-                remove_file();
-            }
-        }
-        path_.cut(length);
-        if (!platform::remove_directory(path_.text)) return fail("cannot be removed");
-        const NativePath lower = lower_path();
-        state_.remove_node(lower.below_root());
-    }
-
-    void remove_file() {
-        if (!platform::remove_file(path_.text)) return fail("cannot be removed");
-        const NativePath lower = lower_path();
-        const std::string_view name = lower.below_root();
-        const std::size_t split = name.rfind('/') + 1;
-        const std::uint32_t file = state_.names->table.find_exact(name.substr(0, split), name.substr(split));
-        if (file != NameTable::none) state_.names->table.remove(file);
-    }
-
-    // The link goes, and what was reached through it is out of reach.
-    void remove_link() {
-        if (!platform::remove_directory(path_.text) && !platform::remove_file(path_.text)) {
-            return fail("cannot be removed");
-        }
-        NativePath lower = lower_path();
-        const std::string_view below = lower.below_root();
-        state_.remove_node(below);
-        NameTable& table = state_.names->table;
-        for (std::uint32_t file = table.first(), next = NameTable::none; file != NameTable::none; file = next) {
-            next = table.next(file);
-            const std::string_view dir = table.dir(file);
-            const bool is_behind = dir.size() > below.size() && dir.starts_with(below) && dir[below.size()] == '/';
-            const bool is_itself = dir.size() + table.name(file).size() == below.size() && below.starts_with(dir) &&
-                                   below.ends_with(table.name(file));
-            if (is_behind || is_itself) table.remove(file);
-        }
-    }
-
-    NativePath lower_path() const {
-        NativePath lower = path_;
-        fs::fold_text(lower.text, lower.length);
-        return lower;
-    }
-
-    void fail(const char* what) {
-        if (!has_failed_) fs::refuse_by_disk(path_.text, what);
-        has_failed_ = true;
-    }
-
-    void fail_too_long() {
-        if (!has_failed_) {
-            fs::refuse(EFSError::INVALID_NAME, path_.text,
-                       "The directory holds a name that is too long to be removed.");
-        }
-        has_failed_ = true;
-    }
-
-    DirectoryState& state_;
-    NativePath path_;
-    bool has_failed_ = false;
-};
+// Takes what was deleted out of table and tree. Asks for no memory, so that they always follow the disk.
+void forget(DirectoryState& state, const char* path, const platform::DirectoryItem& item) {
+    NativePath lower;
+    lower.cut(0);
+    if (!lower.append(path)) return;
+    lower.root_length = state.native_root.length;
+    fs::fold_text(lower.text, lower.length);
+    const std::string_view name = lower.below_root();
+    if (item.is_link) return forget_link(state, name);
+    if (item.is_directory) return state.remove_node(name);
+    const std::size_t split = name.rfind('/') + 1;
+    const std::uint32_t file = state.names->table.find_exact(name.substr(0, split), name.substr(split));
+    if (file != NameTable::none) state.names->table.remove(file);
+}
 
 bool is_on_disk(const char* path) { return platform::get_attributes(path).has_value(); }
 
@@ -137,7 +77,14 @@ void CWin32_dir::rem_dir(const fs::path& p) {
                    "The directory is empty, leads out of the source or is too long.");
         return;
     }
-    fs::guarded(native.text, [&] { TreeRemover(*state_, native).remove(); });
+    fs::guarded(native.text, [&] {
+        platform::TreeRemoval removal;
+        removal.removed = [&](const char* path, const platform::DirectoryItem& item) { forget(*state_, path, item); };
+        if (!platform::remove_tree(native.text, removal)) {
+            fs::refuse_by_disk(removal.left.c_str(), "cannot be removed");
+        }
+        state_->names->table.compact();
+    });
 }
 
 bool CWin32_dir::rem_file(const fs::path& p) {

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/message.h"
@@ -87,6 +89,7 @@ bool mount(fs::DirectoryState& state, const fs::path& root, FFSAddSourceFlags::E
     fresh.spelling = state.spelling;
     fresh.include = state.include;
     const char* text = fresh.root.PathName();
+    if (fresh.root.Empty() && !root.Empty()) throw std::bad_alloc();
     if (fresh.root.Empty()) return fs::refuse(EFSError::INVALID_NAME, "", "The root of a directory source is empty.");
     if (!fresh.allow_write && (fresh.root.EmptyPath() || !is_directory(text))) {
         return fs::refuse(EFSError::NOT_FOUND, text, "The root of the source must exist and is not a directory.");
@@ -137,8 +140,10 @@ void CWin32_dir::refresh() {
 void CWin32_dir::refresh_dir(const char* dir) {
     fs::guarded(dir, [&] {
         fs::DirectoryState& state = *state_;
+        char expanded[platform::path_buffer_size];
+        const bool is_full = fs::is_full_path(dir) && platform::expand_short_names(dir, expanded);
         fs::path parsed;
-        parsed.Set(dir, "", true);
+        parsed.Set(is_full ? expanded : dir, "", true);
         std::string_view below = parsed.PathNameView();
         fs::NativePath native;
         if (fs::place_of(state.native_root, below) == fs::Place::OUTSIDE) return;
@@ -173,7 +178,9 @@ bool CWin32_dir::exists_whole(const fs::path& p) { return state_->find(p, true) 
 void CWin32_dir::full_path(fs::path& out, const fs::path& p) {
     const std::uint32_t file = state_->find(p);
     fs::NativePath native;
-    out = file != fs::NameTable::none && state_->native_path(file, native) ? fs::path(native.text, true) : fs::path();
+    out = fs::path();
+    if (file == fs::NameTable::none || !state_->native_path(file, native)) return;
+    fs::guarded(p.FileName(), [&] { out = fs::lookup_name(native.text); });
 }
 
 void CWin32_dir::root_path(fs::path& out, const fs::path& p) {

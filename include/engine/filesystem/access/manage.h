@@ -7,21 +7,32 @@
 #include <engine/kernel/ztl.h>
 
 // Changing and describing files. Paths are virtual; each is resolved through the sources in asking order.
+//
+// Names    what changes, copies or removes takes a name as a whole: "save.dat" is never "profiles/save.dat". What only
+//          asks (write_time, is_protected, read_only, is_installed) matches by the end, as fs::open does without
+//          WHOLE_NAME. A full path in a mounted directory means the file there; any other one belongs to the fallback.
+// Failure  false (or what is named below), the reason in fs::last_error, and everything as it was before.
+// Threads  any. What changes names (mkdir, rename, rem_file, rem_dir, mark_installed) has the registry lock to itself
+//          while it runs, and fails with INVALID_ARGUMENT inside of a source or callback that is being asked; the rest
+//          shares it.
 
 namespace fs {
 
-/// Copies in pieces of `buffer_size` bytes (0: 32768). False when either file cannot be opened, with a message.
+/// Copies in pieces of `buffer_size` bytes (0: 32768). False when either file cannot be opened, with a message, or when
+/// bytes are lost on the way; the first piece is read before the target is opened.
 ENGINE_FS_API bool copy(const char* from, const char* to, std::uint32_t buffer_size);
 /// Copies every file below the directory `from` to the same name below `to`. False when one of them could not be copied
 /// (the others are), or when `from` holds nothing.
 ENGINE_FS_API bool copy_dir(const char* from, const char* to);
 
-/// -1, 0 or 1: how `a` stands to `b`, both in units of 100 ns, within a tolerance.
+/// -1, 0 or 1: how `a` stands to `b`, both in units of 100 ns and of one zone, within a tolerance.
 ENGINE_FS_API int compare_time(std::int64_t a, std::int64_t b, std::uint32_t tolerance_ms);
 
-/// Makes a directory in the first source, unless the global index has it already (then true).
+/// Makes a directory in the first source, unless the global index has it already (then true). A full path is made in the
+/// source in whose directory it lies, or else on the disk when there is a fallback. A source that is not writable fails
+/// with READ_ONLY, and the next is not tried.
 ENGINE_FS_API bool mkdir(const char* path);
-/// Makes a directory below the cache directory.
+/// Makes a directory below the cache directory, on the disk.
 ENGINE_FS_API bool mkdir_cache(const char* path);
 /// Whether a directory below the cache directory exists on the disk; null or "" asks for the cache directory itself.
 ENGINE_FS_API bool does_cache_dir_exist(const char* path);
@@ -30,12 +41,16 @@ ENGINE_FS_API bool does_cache_dir_exist(const char* path);
 ENGINE_FS_API bool rename(const char* from, const char* to);
 /// Deletes the file in the first source that holds it.
 ENGINE_FS_API bool rem_file(const char* path, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
-/// Deletes a directory with everything in it from the first writable source that has it. The empty path and one that
-/// climbs are refused.
+/// Deletes a directory with everything in it from the first writable source that has it; links go themselves. The empty
+/// path and one that climbs fail. What could not be removed is told in fs::last_error alone. Pointers from fs::search_dir
+/// to this directory and to those below it end.
 ENGINE_FS_API void rem_dir(const char* path);
 
-/// Last write time by the first source that holds the file; -1 when none does.
+/// Last write time in units of 100 ns since 1601 by the first source that holds the file; -1 when none does, 0 for a file
+/// in a pack. A directory source speaks of local time and the fallback of universal time: compare times of one source.
 ENGINE_FS_API std::int64_t write_time(const char* path);
+/// Sets what write_time answers, in the same zone. A read-only file keeps its time and this is true all the same, with
+/// the reason in fs::last_error.
 ENGINE_FS_API bool set_write_time(const char* path, std::int64_t time);
 /// "YYYY-MM-DD HH:MM:SS" of a file time, taken as it is (no time zone); "" for a time that has no calendar form.
 ENGINE_FS_API fs::string get_time_as_str(std::int64_t time);
@@ -56,7 +71,8 @@ void mark_installed(Other) = delete;  // a name without the switch would be take
 ENGINE_FS_API bool is_installed(const char* path);
 
 /// Moves the file into its newest backup generation (NAME.bak), the older ones one step back (.ba1, .ba2, .ba3).
-/// Afterwards the file itself is gone: writing the new version is the caller's business.
+/// Afterwards the file itself is gone: writing the new version is the caller's business. Nothing happens when no source
+/// holds a file of just this name; a copy that fails ends the work, with every generation whole under some name.
 ENGINE_FS_API void create_backup_copy(const char* path);
 
 /// What calc_file_crc is told and tells.

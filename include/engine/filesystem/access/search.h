@@ -11,12 +11,14 @@ namespace fs {
 /// dir      null: any directory. "" with `flag`: everything; without: the root only. Else that directory, with `flag`
 ///          also those below it.
 /// mask     `*` and `?` against the file name, any case; null or "" is any.
-/// Returns  a list that the caller gives to fs::free_names; null when nothing matches.
+/// Returns  a list that the caller gives to fs::free_names; null when nothing matches, and, with OUT_OF_MEMORY in
+///          fs::last_error, when there is no memory for all of it: a list is never short.
 /// Threads  any; holds the registry lock shared.
 ENGINE_FS_API FS_NAME* search(const char* dir, const char* mask, bool flag, bool indexed_only);
 /// The files whose directory contains `text`, from every source, merged in the same way.
 ENGINE_FS_API FS_NAME* search_substring(const char* text);
-/// The directory in the global name index, or null. Valid until the index is next emptied.
+/// The directory in the global name index, or null. The pointer ends with fs::rem_source, fs::refresh and fs::shutdown,
+/// and with an fs::rem_dir of this directory or of one above it; nothing else moves or frees a directory.
 ENGINE_FS_API const fs::idir* search_dir(const char* dir);
 
 /// Every source reads its disk again, and the global index is rebuilt.

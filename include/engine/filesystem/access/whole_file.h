@@ -7,7 +7,12 @@
 #include <engine/filesystem/contract/file.h>
 #include <engine/kernel/ztl.h>
 
-// Whole files. Paths are virtual, as for fs::open. A short read is not reported: lengths are those of the file.
+// Whole files. Paths are virtual and found as by fs::open, by their end.
+//
+// Failure  null or false, the reason in fs::last_error: DISK_FULL, OUT_OF_MEMORY, IO and what fs::open tells. A write that
+//          fails leaves what was written of the file. A short read is not reported: lengths are those of the file, and
+//          what did not come is zeros.
+// Threads  any; the registry lock is held while the file is opened, never while it is read or written.
 
 namespace fs {
 

@@ -20,8 +20,8 @@ ENGINE_FS_API void free_names(FS_NAME* names);
 /// nothing of fs::.
 using search_callback = void (*)(const char* dir, const char* name);
 
-/// A directory of the name index, to read. Valid until the index is next emptied (fs::rem_source, fs::refresh,
-/// fs::shutdown).
+/// A directory of the name index, to read. It ends with fs::rem_source, fs::refresh, fs::shutdown, and with an
+/// fs::rem_dir of it or of one above it.
 class idir {
 public:
     virtual const char* name() const = 0;

@@ -58,6 +58,7 @@ TEST(DirectorySourceLinks, AreRemovedThemselvesWithATree) {
         const std::string root = remover == &source ? "" : disk.path() + "/";
         disk.write("tree/own", "1");
         std::filesystem::create_directory_symlink(disk / "target", disk / "tree/link");
+        std::filesystem::create_symlink(disk / "nowhere", disk / "tree/broken");
         std::filesystem::create_directory_symlink(disk / "target", disk / "alone");
         source.refresh();
         remover->rem_dir(as_dir(root + "alone"));

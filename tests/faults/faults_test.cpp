@@ -1,0 +1,122 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+
+#include "engine/platform/faults.h"
+#include "tests/faults/allocation_faults.h"
+#include "tests/faults/scenarios.h"
+
+// Every exported family meets every single fault once: the Nth allocation, and the Nth call past each point of the
+// platform seam, for N = 1, 2 … until a run meets none. After each: the answer is honest and so is its reason, old data
+// is whole, nothing is left open, and the same again succeeds.
+
+namespace {
+
+using platform::Failure;
+using platform::FaultPoint;
+
+struct Fault {
+    const char* name;
+    bool is_allocation;
+    FaultPoint point;
+    Failure failure;
+    bool from_then_on;
+    EFSError::TYPE reason;  // what a failing call must say; NONE: any reason will do
+};
+
+const std::vector<Fault>& faults() {
+    static const std::vector<Fault> all = {
+        {"allocation", true, {}, {}, false, EFSError::OUT_OF_MEMORY},
+        {"allocations from then on", true, {}, {}, true, EFSError::OUT_OF_MEMORY},
+        {"open", false, FaultPoint::OPEN, Failure::OTHER, false, EFSError::NONE},
+        {"open, denied", false, FaultPoint::OPEN, Failure::ACCESS_DENIED, false, EFSError::NONE},
+        {"read", false, FaultPoint::READ, Failure::OTHER, false, EFSError::IO},
+        {"full disk", false, FaultPoint::WRITE, Failure::DISK_FULL, true, EFSError::DISK_FULL},
+        {"write", false, FaultPoint::WRITE, Failure::OTHER, false, EFSError::NONE},
+        {"listing", false, FaultPoint::LIST, Failure::OTHER, false, EFSError::NONE},
+        {"stat", false, FaultPoint::STAT, Failure::OTHER, false, EFSError::NONE},
+        {"removal", false, FaultPoint::REMOVE, Failure::OTHER, false, EFSError::NONE},
+        {"renaming", false, FaultPoint::RENAME, Failure::OTHER, false, EFSError::NONE},
+        {"making a directory", false, FaultPoint::CREATE_DIRECTORY, Failure::DISK_FULL, false, EFSError::NONE},
+        {"setting the end", false, FaultPoint::SET_END, Failure::OTHER, false, EFSError::NONE},
+    };
+    return all;
+}
+
+void order(const Fault& fault, std::uint32_t nth) {
+    if (fault.is_allocation) {
+        test::fail_allocation(nth, fault.from_then_on);
+    } else {
+        platform::inject_fault(fault.point, nth, fault.failure, fault.from_then_on);
+    }
+}
+
+/// Whether the order struck.
+bool forget_order(const Fault& fault) {
+    const std::uint32_t hits = fault.is_allocation ? test::allocation_hits() : platform::fault_hits();
+    test::fail_allocation(0);
+    platform::clear_faults();
+    return hits != 0;
+}
+
+/// "" or what is wrong with the reason that a failing call left.
+std::string wrong_reason(const Fault& fault, bool names_fault) {
+    const SFsError& error = fs::last_error();
+    if (error.code == EFSError::NONE) return "it failed without a reason";
+    if (!names_fault || fault.reason == EFSError::NONE || error.code == fault.reason) return "";
+    return "it failed with the reason " + std::to_string(error.code) + ", system code " +
+           std::to_string(error.os_code) + ": " + error.text;
+}
+
+/// One fault in one scenario. False when the run met none.
+bool meets(const test::Scenario& scenario, test::Stage& stage, const Fault& fault, std::uint32_t nth) {
+    stage.build();
+    scenario.prepare(stage);
+    fs::clear_error();
+    order(fault, nth);
+    const bool answer = scenario.act(stage);
+    const bool struck = forget_order(fault);
+
+    if (!answer) EXPECT_EQ(struck ? wrong_reason(fault, scenario.names_fault) : "it failed without a fault", "");
+    EXPECT_EQ(scenario.check(stage, answer), "") << (answer ? "after success" : "after failure");
+    if (struck && !answer && scenario.repeatable) {
+        EXPECT_TRUE(scenario.act(stage)) << "the same again fails: " << fs::last_error().text;
+        EXPECT_EQ(scenario.check(stage, true), "") << "after the same again";
+    }
+    stage.unmount();
+    EXPECT_EQ(stage.left_open(), "") << "is still open";
+    return struck;
+}
+
+class Faults : public testing::TestWithParam<std::size_t> {};
+
+TEST_P(Faults, LoseNothingAndAreToldTruly) {
+    Log::Settings::Instance().SetLevel(Log::ELevel::NONE);  // a start that fails ends the process by its message
+    const test::Scenario& scenario = test::scenarios()[GetParam()];
+    test::Stage stage((std::filesystem::current_path() / "stage").generic_string());
+    std::uint32_t visited = 0;
+    for (const Fault& fault : faults()) {
+        for (std::uint32_t nth = 1;; ++nth) {
+            SCOPED_TRACE(std::string(scenario.name) + ", " + fault.name + " number " + std::to_string(nth));
+            ASSERT_LT(nth, 5000u);
+            if (!meets(scenario, stage, fault, nth)) break;
+            ++visited;
+        }
+    }
+    EXPECT_GT(visited, 0u);
+    std::printf("%-24s %u faults\n", scenario.name, visited);
+    RecordProperty("faults", std::to_string(visited));
+}
+
+std::string scenario_name(const testing::TestParamInfo<std::size_t>& info) {
+    std::string name = test::scenarios()[info.param].name;
+    std::erase_if(name, [](char letter) { return letter == ' '; });
+    std::erase(name, '_');
+    return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Everywhere, Faults, testing::Range(std::size_t{0}, test::scenarios().size()), scenario_name);
+
+}  // namespace

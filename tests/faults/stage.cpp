@@ -1,0 +1,102 @@
+#include "tests/faults/stage.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "tests/support/whole_file.h"
+
+namespace test {
+
+namespace {
+
+std::string long_text() {
+    std::string text;
+    for (int line = 0; line < 3000; ++line) text += "line " + std::to_string(line * line) + "\n";
+    return text;
+}
+
+void build_pack(const std::string& path) {
+    fs::pack_writer pack;
+    const std::string text = long_text();
+    if (!pack.open(path.c_str()) || !pack.add("packed.txt", text.data(), text.size(), 6, 0) ||
+        !pack.add("stored.bin", "stored", 6, 0, 0) || !pack.finish()) {
+        std::abort();
+    }
+}
+
+}  // namespace
+
+const Tree& stage_tree() {
+    static const Tree tree = {{"root/save.txt", "the old save"},
+                              {"root/levels/one.txt", "one"},
+                              {"root/levels/two.txt", "two"},
+                              {"root/deep/er/three.txt", "three"},
+                              {"more/extra.txt", "extra"}};
+    return tree;
+}
+
+Stage::Stage(std::string folder)
+    : root(folder + "/root"),
+      more(folder + "/more"),
+      pack(folder + "/base.pak"),
+      new_pack(folder + "/new.pak"),
+      save(folder + "/root/save.txt"),
+      cache(folder + "/cache"),
+      folder_(std::move(folder)) {}
+
+void Stage::build() {
+    namespace disk = std::filesystem;
+    disk::remove_all(folder_);
+    for (const auto& [name, bytes] : stage_tree()) {
+        disk::create_directories(disk::path(folder_ + "/" + name).parent_path());
+        write_file(folder_ + "/" + name, bytes);
+    }
+    disk::create_directories(cache + "/" + fs::listing_cache_folder);
+    build_pack(pack);
+}
+
+bool Stage::mount(bool recording) {
+    constexpr auto flags = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES;
+    return fs::init(root.c_str(), flags, recording ? cache.c_str() : "", false, recording, nullptr) &&
+           fs::add_source(more.c_str(), flags) && fs::add_source(pack.c_str(), flags);
+}
+
+void Stage::unmount() { fs::shutdown(); }
+
+std::string Stage::on_disk(const char* name) const {
+    const std::string path = *this / name;
+    return std::filesystem::exists(path) ? read_file(path) : "(none)";
+}
+
+Tree Stage::disk() const {
+    Tree tree;
+    for (const auto& item : std::filesystem::recursive_directory_iterator(folder_)) {
+        if (!item.is_regular_file()) continue;
+        const std::string name = item.path().lexically_relative(folder_).generic_string();
+        tree[name] = read_file(item.path().string());
+    }
+    return tree;
+}
+
+std::string Stage::left_open() const {
+    for (const auto& [name, bytes] : disk()) {
+        fs::clear_error();
+        SFsFile* const file =
+            fs::open_native(nullptr, (folder_ + "/" + name).c_str(), EFSMode::READ_WRITE, FFSOpenFlags::NONE);
+        if (file == nullptr && fs::last_error().code == EFSError::IN_USE) return name;
+        fs::close(file);
+    }
+    return "";
+}
+
+std::string load(const char* name) {
+    std::uint64_t size = 0;
+    void* const bytes = fs::read(name, &size);
+    if (bytes == nullptr) return "(none)";
+    std::string text(static_cast<const char*>(bytes), static_cast<std::size_t>(size));
+    std::free(bytes);
+    return text;
+}
+
+}  // namespace test
