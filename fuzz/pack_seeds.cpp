@@ -21,7 +21,8 @@ int main(int argc, char** argv) {
                                                    : "b/a" + std::to_string(i) + "/") +
                                      std::string("n") + (number > 8 ? "" : std::to_string(i)) +
                                      (i % 3 == 2 ? "" : std::to_string(i));
-            writer.add(name.c_str(), body.data(), body.size(), (i + number) % 3 * 4, 0);
+            writer.add(name.c_str(), body.data(), body.size(), (i + number) % 3 * 4, 0,
+                       i % 5 == 4 ? EFSPackMethod::ZSTD : EFSPackMethod::DEFLATE);
         }
         if (!writer.finish()) return 1;
         if (!write_file(path, static_cast<char>(number) + read_file(path))) return 1;

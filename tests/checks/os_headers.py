@@ -23,7 +23,7 @@ assert.h ctype.h errno.h float.h inttypes.h limits.h math.h stdarg.h stddef.h st
 wchar.h wctype.h
 """.split())
 INTRINSICS = {"immintrin.h", "xmmintrin.h", "emmintrin.h", "smmintrin.h", "nmmintrin.h", "wmmintrin.h", "x86intrin.h"}
-LIBRARIES = {"engine/": ("zlib.h", "miniz.h", "libdeflate.h", "igzip_lib.h", "zstd.h"), "tools/": ("CLI/", "nlohmann/", "zlib.h", "libdeflate.h")}
+LIBRARIES = {"engine/": ("zlib.h", "miniz.h", "libdeflate.h", "igzip_lib.h", "crc.h", "zstd.h"), "tools/": ("CLI/", "nlohmann/", "zlib.h", "libdeflate.h")}
 SYSTEM_FOLDERS = ("engine/platform/posix/", "engine/platform/linux/", "engine/platform/windows/",
                   "tools/enginefs/terminal.cpp")
 

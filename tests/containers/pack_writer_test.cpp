@@ -5,6 +5,7 @@
 #include <engine/filesystem/contract/error.h>
 
 #include "engine/platform/clock.h"
+#include "engine/platform/faults.h"
 #include "engine/platform/files.h"
 #include "tests/sources/pack/fixture.h"
 #include "tests/support/temp_directory.h"
@@ -101,6 +102,7 @@ TEST_F(PackWriter, RefusesNamesThatAPackCannotShow) {
         {"a/#b/c", "hidden"},
         {std::string(260, 'n'), "longer"},
         {"held", "of that name"},
+        {"HELD", "of that name"},
     };
     for (const auto& [name, reason] : rows) {
         EXPECT_FALSE(add(name, "2")) << name;
@@ -112,6 +114,59 @@ TEST_F(PackWriter, RefusesNamesThatAPackCannotShow) {
     EXPECT_FALSE(writer_.add("null", nullptr, 1, 0, noon));
     ASSERT_TRUE(writer_.finish());
     EXPECT_EQ(entry("held"), "1") << "refused entries leave no trace";
+}
+
+// A refused or failed add used to leave a pack that finish called good and nobody could mount.
+TEST_F(PackWriter, AnAddHappensWholeOrNotAtAll) {
+    const std::string large = packs::noise(500000, 1);
+    for (std::uint32_t nth = 1; nth < 12; ++nth) {
+        dir_.write("out.pak", "precious");
+        platform::inject_fault(platform::FaultPoint::WRITE, nth, platform::Failure::DISK_FULL, false);
+        bool added[4] = {};
+        ASSERT_TRUE(writer_.open(target_.c_str()));
+        for (int i = 0; i < 4; ++i) {
+            fs::clear_error();
+            added[i] = add("e" + std::to_string(i), i % 2 == 0 ? large : "small", i / 2 * 6);
+            EXPECT_EQ(fs::last_error().code, added[i] ? EFSError::NONE : EFSError::DISK_FULL) << nth;
+        }
+        fs::clear_error();
+        const bool finished = writer_.finish();
+        EXPECT_EQ(fs::last_error().code, finished ? EFSError::NONE : EFSError::DISK_FULL) << nth;
+        platform::clear_faults();
+        EXPECT_FALSE(exists("out.pak.part")) << nth;
+        if (!finished) EXPECT_EQ(dir_.read("out.pak"), "precious") << nth;
+        for (int i = 0; finished && i < 4; ++i) {
+            const std::string held = entry(("e" + std::to_string(i)).c_str());
+            EXPECT_TRUE(held == (!added[i] ? "(absent)" : i % 2 == 0 ? large : "small")) << nth << " " << i;
+        }
+    }
+}
+
+TEST_F(PackWriter, WritesWhatDoesNotShrinkSoThatItCanBeSoughtIn) {
+    std::string random(300000, '\0');
+    std::mt19937 source(1);
+    for (char& byte : random) byte = static_cast<char>(source());
+    const std::string text = packs::noise(3 << 20, 1);
+    ASSERT_TRUE(writer_.open(target_.c_str()));
+    EXPECT_TRUE(add("long", random) && add("short", random.substr(0, 32768)) && add("kept", random, 0));
+    EXPECT_TRUE(writer_.add("store", text.data(), text.size(), 6, noon, EFSPackMethod::STORE));
+    const bool zstd = writer_.add("zstd", text.data(), text.size(), 3, noon, EFSPackMethod::ZSTD);
+    if (!zstd) EXPECT_EQ(fs::last_error().code, EFSError::UNSUPPORTED);
+    EXPECT_EQ(writer_.add("zstd2", random.data(), random.size(), 3, noon, EFSPackMethod::ZSTD), zstd);
+    EXPECT_FALSE(writer_.add("odd", "1", 1, 3, noon, static_cast<EFSPackMethod::TYPE>(9)));
+    ASSERT_TRUE(writer_.finish());
+    const std::pair<const char*, std::uint32_t> rows[] = {{"long", 8},  {"short", 0}, {"kept", 0},
+                                                          {"store", 0}, {"zstd", 93}, {"zstd2", 8}};
+    ztl::vector<SFsPackEntry> entries;
+    ASSERT_TRUE(fs::list_pack(target_.c_str(), entries));
+    ASSERT_EQ(entries.size(), zstd ? 6u : 4u);
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        EXPECT_EQ(entries[i].name, rows[i].first);
+        EXPECT_EQ(entries[i].method, rows[i].second) << rows[i].first;
+        EXPECT_EQ(entries[i].time, noon);
+    }
+    EXPECT_TRUE(entry("long") == random && entry("short") == random.substr(0, 32768) && entry("store") == text);
+    if (zstd) EXPECT_TRUE(entry("zstd") == text && entry("zstd2") == random);
 }
 
 TEST_F(PackWriter, HoldsAsManyEntriesAsTheFormatCounts) {

@@ -6,8 +6,10 @@
 #include <engine/filesystem/access/open.h>
 #include <engine/filesystem/access/whole_file.h>
 #include <engine/filesystem/containers/zip.h>
+#include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/startup.h>
 
+#include "engine/platform/faults.h"
 #include "tests/sources/pack/fixture.h"
 #include "tests/support/temp_directory.h"
 
@@ -51,6 +53,31 @@ TEST_F(Zip, WritesAnArchiveThatIsAPack) {
     EXPECT_EQ(entry("out/new.pak", "x"), "abc");
     EXPECT_EQ(entry("out/new.pak", "y"), "still usable");
     EXPECT_EQ(entry("out/new.pak", "z"), "(absent)");
+}
+
+// One failed add used to lose the whole archive, and closing it said nothing.
+TEST_F(Zip, AFailedAddLeavesTheArchiveUsableAndIsTold) {
+    const std::string large = packs::noise(300000, 1);
+    for (std::uint32_t nth = 1; nth < 8; ++nth) {
+        MiniZ::Archive archive("disk.pak");
+        platform::inject_fault(platform::FaultPoint::WRITE, nth, platform::Failure::DISK_FULL, false);
+        bool added[4] = {};
+        for (int i = 0; i < 4; ++i) {
+            fs::clear_error();
+            added[i] = archive.AddData(std::to_string(i).c_str(), i % 2 == 0 ? large : fs::string("small"));
+            EXPECT_EQ(fs::last_error().code, added[i] ? EFSError::NONE : EFSError::DISK_FULL) << nth;
+        }
+        fs::clear_error();
+        EXPECT_FALSE(archive.Create(""));
+        const bool whole = fs::last_error().code != EFSError::DISK_FULL;
+        platform::clear_faults();
+        for (int i = 0; whole && i < 4; ++i) {
+            const std::string held = entry("disk.pak", std::to_string(i).c_str());
+            EXPECT_TRUE(held == (!added[i] ? "(absent)" : i % 2 == 0 ? large : "small")) << nth << " " << i;
+        }
+    }
+    EXPECT_FALSE(MiniZ::ZipAddData(nullptr, "a", "1", 1));
+    EXPECT_EQ(fs::last_error().code, EFSError::INVALID_ARGUMENT);
 }
 
 TEST_F(Zip, CreateFailsWhereTheFileCannotBeMade) {

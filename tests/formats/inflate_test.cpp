@@ -86,7 +86,7 @@ Decoded in_pieces(InflateEngine engine, const std::string& packed, std::size_t i
         if (step % 7 != 0 || decoded.result != Decoder::Result::MORE) continue;
         const auto checkpoint = decoder->save();
         if (!checkpoint) continue;
-        EXPECT_LT(checkpoint->bytes(), 80u << 10);
+        EXPECT_LT(checkpoint->bytes(), 72u << 10);
         decoder = fs::make_inflater(engine);
         EXPECT_TRUE(decoder->start() && decoder->restore(*checkpoint));
     }

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 #include <miniz.h>
 
@@ -29,6 +30,7 @@ constexpr mz_uint deflate_level = 6;
 struct Writer {
     mz_zip_archive zip{};
     fs::ZipOutput output;
+    bool disk_failed = false;  // in the present call, and fs::last_error has the reason
 
     ~Writer() { mz_zip_writer_end(&zip); }
 };
@@ -45,14 +47,17 @@ Writers& writers() {
     return all;
 }
 
-size_t write_to_output(void* output, mz_uint64 offset, const void* data, size_t size) {
-    return static_cast<fs::ZipOutput*>(output)->write_at(offset, data, size) ? size : 0;
+size_t write_to_output(void* to, mz_uint64 offset, const void* data, size_t size) {
+    auto& writer = *static_cast<Writer*>(to);
+    if (writer.output.write_at(offset, data, size)) return size;
+    writer.disk_failed = true;
+    return 0;
 }
 
-/// False, with the reason of miniz in fs::last_error; when the disk failed, the output has told why.
+/// False, with the reason of miniz in fs::last_error; a failure of the disk stands, whatever miniz makes of it.
 bool fail(Writer& writer, const char* name) {
     const mz_zip_error error = mz_zip_get_last_error(&writer.zip);
-    if (error == MZ_ZIP_FILE_WRITE_FAILED) return false;
+    if (std::exchange(writer.disk_failed, false)) return false;
     const auto code = error == MZ_ZIP_ALLOC_FAILED     ? EFSError::OUT_OF_MEMORY
                       : error == MZ_ZIP_FILE_TOO_LARGE ? EFSError::TOO_LARGE
                                                        : EFSError::INVALID_ARGUMENT;
@@ -76,7 +81,7 @@ bool start(Writer& writer, const char* path) {
     }
     if (!writer.output.open(native_path.c_str())) return false;
     writer.zip.m_pWrite = write_to_output;
-    writer.zip.m_pIO_opaque = &writer.output;
+    writer.zip.m_pIO_opaque = &writer;
     return mz_zip_writer_init(&writer.zip, 0) != MZ_FALSE || fail(writer, path);
 }
 

@@ -42,7 +42,8 @@ public:
 
     /// The present state; null where there is no way to keep one. May throw std::bad_alloc.
     virtual std::shared_ptr<const Checkpoint> save() const { return nullptr; }
-    /// Goes to a saved state, of the same kind of decoder. False without memory: then only start() helps.
+    /// Goes to a saved state, of the same kind of decoder. False, or std::bad_alloc, without memory: then only start()
+    /// helps.
     virtual bool restore(const Checkpoint& /*from*/) { return false; }
 };
 

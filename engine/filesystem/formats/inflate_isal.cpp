@@ -5,8 +5,12 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 #include <igzip_lib.h>
+
+#include "engine/filesystem/formats/deflate.h"
+#include "engine/filesystem/formats/inflate.h"
 
 // ISA-L decodes ahead into a buffer inside its state and hands out from there. So it may meet damage before the bytes in
 // front of it are asked for: those are handed out here first. And it takes whole words of input: what it holds beyond
@@ -31,13 +35,13 @@ public:
     bool restore(const Checkpoint& from) override;
 
 private:
-    /// Everything in front of the buffer, and the part of the buffer that is history or was not handed out.
+    /// Everything in front of the buffer, deflated, for most of it is tables; and the part of the buffer that is history or
+    /// was not handed out.
     struct Kept final : Checkpoint {
-        std::size_t bytes() const override { return sizeof(*this) + 64 + ahead_size; }
+        std::size_t bytes() const override { return sizeof(*this) + 96 + plain.size() + ahead.size(); }
 
-        std::uint8_t plain[plain_size];
-        std::unique_ptr<std::uint8_t[]> ahead;
-        std::size_t ahead_size = 0;
+        std::vector<std::uint8_t> plain;
+        std::vector<std::uint8_t> ahead;
     };
 
     std::size_t ahead_start() const;
@@ -101,19 +105,19 @@ std::size_t IsalInflater::ahead_start() const {
 }
 
 std::shared_ptr<const Decoder::Checkpoint> IsalInflater::save() const {
-    if (damaged_) return nullptr;
+    Deflater deflater;
+    if (damaged_ || !deflater.deflate(&state_, plain_size, 1)) return nullptr;
     auto kept = std::make_shared<Kept>();
-    std::memcpy(kept->plain, &state_, plain_size);
-    kept->ahead_size = static_cast<std::size_t>(state_.tmp_out_valid) - ahead_start();
-    kept->ahead = std::make_unique<std::uint8_t[]>(kept->ahead_size);
-    std::memcpy(kept->ahead.get(), state_.tmp_out_buffer + ahead_start(), kept->ahead_size);
+    kept->plain.assign(deflater.data(), deflater.data() + deflater.size());
+    kept->ahead.assign(state_.tmp_out_buffer + ahead_start(), state_.tmp_out_buffer + state_.tmp_out_valid);
     return kept;
 }
 
 bool IsalInflater::restore(const Checkpoint& from) {
     const auto& kept = static_cast<const Kept&>(from);
-    std::memcpy(static_cast<void*>(&state_), kept.plain, plain_size);
-    std::memcpy(state_.tmp_out_buffer + ahead_start(), kept.ahead.get(), kept.ahead_size);
+    BufferInflater inflater;
+    if (!inflater.inflate(kept.plain.data(), kept.plain.size(), &state_, plain_size)) return false;
+    std::memcpy(state_.tmp_out_buffer + ahead_start(), kept.ahead.data(), kept.ahead.size());
     damaged_ = false;
     return true;
 }

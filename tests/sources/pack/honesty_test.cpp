@@ -1,0 +1,212 @@
+// What an open file of a pack says of itself when the pack, the disk or the caller's seeks are not as they should be.
+#include <gmock/gmock.h>
+
+#include <engine/filesystem/contract/error.h>
+
+#include "engine/filesystem/formats/deflate.h"
+#include "engine/filesystem/formats/zstd.h"
+#include "engine/platform/faults.h"
+#include "fixture.h"
+
+namespace {
+
+using packs::Entry;
+using testing::HasSubstr;
+
+std::string read_in_steps(SFsFile& file, std::size_t step) {
+    std::string out;
+    std::string piece(step, '\0');
+    while (const std::uint64_t got = file.read(piece.data(), step)) out.append(piece, 0, got);
+    return out;
+}
+
+Entry zstd_entry(const std::string& name, const std::string& data) {
+    const auto packed = fs::compress_zstd(data.data(), data.size(), 3);
+    Entry entry = packs::stored_entry(name, std::string(packed.begin(), packed.end()));
+    entry.method = EFSPackMethod::ZSTD;
+    entry.size = static_cast<std::uint32_t>(data.size());
+    entry.crc = kernel::crc32(0, data.data(), data.size());
+    return entry;
+}
+
+std::vector<Entry> good_entries(const std::string& data) {
+    std::vector<Entry> entries = {packs::deflated_entry("x", data), packs::stored_entry("x", data)};
+    if (fs::has_zstd()) entries.push_back(zstd_entry("x", data));
+    return entries;
+}
+
+TEST(PackHonesty, AGoodEntryLeavesNoErrorHoweverItIsRead) {
+    const std::string data = packs::noise(300000, 1);
+    for (const Entry& entry : good_entries(data)) {
+        const auto source = packs::mount(packs::build({entry}));
+        ASSERT_TRUE(source);
+        for (const std::size_t step : {std::size_t{4096}, std::size_t{100000}, data.size()}) {
+            fs::clear_error();
+            const std::unique_ptr<SFsFile> file(packs::open(*source, "x"));
+            ASSERT_TRUE(read_in_steps(*file, step) == data) << entry.method << " by " << step;
+            EXPECT_EQ(fs::last_error().code, EFSError::NONE) << entry.method << " by " << step;
+        }
+    }
+}
+
+// All of these used to be read without a word.
+TEST(PackHonesty, DamageIsToldWithPackEntryAndReason) {
+    const std::string data = packs::noise(300000, 1);
+    struct Row {
+        const char* label;
+        Entry entry;
+        const char* reason;
+    };
+    std::vector<Row> rows;
+    for (const Entry& good : good_entries(data)) {
+        rows.push_back({"wrong checksum", good, "checksum"});
+        rows.back().entry.crc ^= 1;
+        rows.push_back({"longer by record", good, "fewer bytes"});
+        rows.back().entry.size += 1000;
+    }
+    rows.push_back({"damaged", packs::deflated_entry("x", data), "damaged"});
+    rows.back().entry.packed[10] = static_cast<char>(~rows.back().entry.packed[10]);
+    rows.push_back({"cut", packs::deflated_entry("x", data), "fewer bytes"});
+    rows.back().entry.packed.resize(90000);
+    rows.back().entry.packed_size = 90000;
+    for (const Row& row : rows) {
+        const auto source = packs::mount(packs::build({row.entry}));
+        ASSERT_TRUE(source) << row.label;
+        for (const std::size_t step : {std::size_t{4096}, std::size_t{row.entry.size}}) {
+            fs::clear_error();
+            const std::unique_ptr<SFsFile> file(packs::open(*source, "x"));
+            read_in_steps(*file, step);
+            EXPECT_EQ(fs::last_error().code, EFSError::BAD_FORMAT) << row.label << " by " << step;
+            EXPECT_THAT(fs::last_error().text, HasSubstr(row.reason)) << row.label << " by " << step;
+            EXPECT_THAT(fs::last_error().text, HasSubstr("test.pak")) << row.label;
+            EXPECT_EQ(fs::last_error().path, "x") << row.label;
+        }
+    }
+}
+
+// Zeros in place of what the disk did not give used to stay in the blocks, with no word of it.
+TEST(PackHonesty, AFailedReadIsToldAndNotKept) {
+    const std::string data = packs::noise(300000, 1);
+    for (const Entry& entry : good_entries(data)) {
+        const auto source = packs::mount(packs::build({entry}));
+        ASSERT_TRUE(source);
+        std::string found(1000, '\0');
+        for (const std::int64_t at : {std::int64_t{0}, std::int64_t{70000}}) {
+            const std::unique_ptr<SFsFile> file(packs::open(*source, "x"));
+            file->seek(at, EFSSeek::BEGIN);
+            fs::clear_error();
+            platform::inject_fault(platform::FaultPoint::READ, 1, platform::Failure::OTHER, false);
+            file->read(found.data(), found.size());
+            platform::clear_faults();
+            EXPECT_EQ(fs::last_error().code, EFSError::IO) << entry.method << " at " << at;
+            file->seek(at, EFSSeek::BEGIN);
+            EXPECT_EQ(file->read(found.data(), found.size()), found.size()) << entry.method << " at " << at;
+            EXPECT_TRUE(found == data.substr(static_cast<std::size_t>(at), 1000)) << entry.method << " at " << at;
+        }
+    }
+}
+
+TEST(PackHonesty, AFailedReadOfTheDirectoryIsNoDamage) {
+    const std::string bytes = packs::build({packs::stored_entry("a", "1"), packs::stored_entry("b", "2")});
+    for (std::uint32_t nth = 1; nth < 4; ++nth) {
+        fs::clear_error();
+        EXPECT_TRUE(write_file("test.pak", bytes));
+        CZip_dir source;
+        platform::inject_fault(platform::FaultPoint::READ, nth, platform::Failure::OTHER, false);
+        const bool mounted = source.init(fs::path("test.pak", true), FFSAddSourceFlags::NONE, nullptr);
+        const bool struck = platform::fault_hits() != 0;
+        platform::clear_faults();
+        EXPECT_EQ(mounted, !struck) << nth;
+        EXPECT_EQ(fs::last_error().code, struck ? EFSError::IO : EFSError::NONE) << nth;
+    }
+}
+
+TEST(PackHonesty, Zip64EntriesAreRefusedAloneAndByName) {
+    Entry size = packs::stored_entry("size", "1");
+    Entry packed = packs::stored_entry("packed", "1");
+    Entry offset = packs::stored_entry("offset", "1");
+    size.size = packed.packed_size = offset.header_offset = 0xFFFFFFFF;
+    offset.lies_about_offset = true;
+    const auto source = packs::mount(packs::build({size, packed, offset, packs::stored_entry("good", "2")}));
+    ASSERT_TRUE(source);
+    for (const char* name : {"size", "packed", "offset"}) {
+        EXPECT_EQ(packs::content(*source, name), "(absent)");
+        EXPECT_EQ(fs::last_error().code, EFSError::UNSUPPORTED);
+        EXPECT_EQ(fs::last_error().path, name);
+        EXPECT_THAT(fs::last_error().text, HasSubstr("zip64"));
+    }
+    EXPECT_EQ(packs::content(*source, "good"), "2");
+}
+
+TEST(PackHonesty, StoredEntriesAreReadWhereTheyAreAskedForWhenThatIsWanted) {
+    const std::string data = packs::noise(300000, 1);
+    const std::string bytes = packs::build({packs::stored_entry("x", data)});
+    for (const bool by_mount : {true, false}) {
+        const auto source = packs::mount(bytes, by_mount ? FFSAddSourceFlags::EXACT_SEEKS : FFSAddSourceFlags::NONE);
+        ASSERT_TRUE(source);
+        const std::unique_ptr<SFsFile> file(
+            source->open_read(fs::path("x", true), by_mount ? FFSOpenFlags::NONE : FFSOpenFlags::SEEKABLE));
+        for (const std::size_t at : {250000u, 10u, 299999u, 40000u}) {
+            std::string found(20000, '\0');
+            file->seek(static_cast<std::int64_t>(at), EFSSeek::BEGIN);
+            found.resize(static_cast<std::size_t>(file->read(found.data(), found.size())));
+            EXPECT_TRUE(found == data.substr(at, 20000)) << at;
+        }
+    }
+}
+
+TEST(PackHonesty, SeeksFarOutNeverLeadToOtherBytes) {
+    const std::string data = packs::noise(300000, 1);
+    for (const Entry& entry : good_entries(data)) {
+        const auto source = packs::mount(packs::build({entry}), FFSAddSourceFlags::EXACT_SEEKS);
+        ASSERT_TRUE(source);
+        const std::unique_ptr<SFsFile> file(packs::open(*source, "x"));
+        char buffer[100];
+        EXPECT_EQ(file->read(buffer, 100), 100u);
+        for (const std::int64_t out :
+             {std::int64_t{-1}, std::int64_t{1} << 32, std::int64_t{1} << 47, (std::int64_t{0xFFFFFFFF} << 15) + 5}) {
+            file->seek(out, EFSSeek::BEGIN);
+            EXPECT_EQ(file->read(buffer, 100), 0u) << out;
+            file->seek(150000, EFSSeek::BEGIN);
+            EXPECT_EQ(file->read(buffer, 100), 100u) << out;
+            EXPECT_TRUE(std::string(buffer, 100) == data.substr(150000, 100)) << entry.method << " " << out;
+        }
+    }
+}
+
+TEST(PackHonesty, LongZstdEntriesAreSoughtInByTheirFrames) {
+    if (!fs::has_zstd()) GTEST_SKIP() << "built without it";
+    const std::string data = packs::noise(5 << 20, 1);
+    const auto source = packs::mount(packs::build({zstd_entry("x", data)}));
+    ASSERT_TRUE(source);
+    const std::unique_ptr<SFsFile> file(packs::open(*source, "x"));
+    std::mt19937 random(1);
+    for (int i = 0; i < 50; ++i) {
+        const std::size_t at = random() % data.size();
+        std::string found(70000, '\0');
+        file->seek(static_cast<std::int64_t>(at), EFSSeek::BEGIN);
+        found.resize(static_cast<std::size_t>(file->read(found.data(), found.size())));
+        ASSERT_TRUE(found == data.substr(at, 70000)) << at;
+    }
+}
+
+TEST(PackList, TellsWhatTheDirectoryRecordsAndLeavesTheListAloneOnFailure) {
+    const std::string data = packs::noise(3000, 1);
+    EXPECT_TRUE(write_file("test.pak", packs::build({packs::deflated_entry("Dir/A.txt", data),
+                                                     packs::stored_entry("dir/", ""), packs::stored_entry("b", "1")})));
+    ztl::vector<SFsPackEntry> entries;
+    ASSERT_TRUE(fs::list_pack("test.pak", entries));
+    ASSERT_EQ(entries.size(), 2u);
+    EXPECT_EQ(entries[0].name, "Dir/A.txt");
+    EXPECT_EQ(entries[0].size, data.size());
+    EXPECT_EQ(entries[0].packed_size, packs::deflated(data).size());
+    EXPECT_EQ(entries[0].method, EFSPackMethod::DEFLATE);
+    EXPECT_EQ(entries[0].crc, kernel::crc32(0, data.data(), data.size()));
+    EXPECT_EQ(entries[1].method, EFSPackMethod::STORE);
+    EXPECT_TRUE(write_file("test.pak", "no pack at all, but long enough"));
+    EXPECT_FALSE(fs::list_pack("test.pak", entries));
+    EXPECT_FALSE(fs::list_pack(nullptr, entries));
+    EXPECT_EQ(entries.size(), 2u);
+}
+
+}  // namespace
