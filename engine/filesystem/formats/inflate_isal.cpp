@@ -117,7 +117,7 @@ bool IsalInflater::restore(const Checkpoint& from) {
     const auto& kept = static_cast<const Kept&>(from);
     BufferInflater inflater;
     if (!inflater.inflate(kept.plain.data(), kept.plain.size(), &state_, plain_size)) return false;
-    std::memcpy(state_.tmp_out_buffer + ahead_start(), kept.ahead.data(), kept.ahead.size());
+    std::copy(kept.ahead.begin(), kept.ahead.end(), state_.tmp_out_buffer + ahead_start());  // there may be none
     damaged_ = false;
     return true;
 }

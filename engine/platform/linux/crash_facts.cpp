@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 
 #include "engine/platform/bounded_text.h"
@@ -18,13 +19,19 @@ namespace {
 constexpr int most_modules = 256;
 
 struct ModuleList {
-    std::mutex lock;  // one thread notes at a time; a handler reads without it
     int count = 0;
     Module modules[most_modules];
 };
-constinit ModuleList list;
 
-int note_module(dl_phdr_info* info, std::size_t, void*) {
+struct ModuleLists {
+    std::mutex lock;                               // one thread notes at a time
+    std::atomic<const ModuleList*> read{nullptr};  // what handlers read without the lock; the other one is noted into
+    ModuleList lists[2];
+};
+constinit ModuleLists noted;
+
+int note_module(dl_phdr_info* info, std::size_t, void* to) {
+    ModuleList& list = *static_cast<ModuleList*>(to);
     if (list.count == most_modules) return 1;
     Module& module = list.modules[list.count];
     module = {.start = UINTPTR_MAX, .base = info->dlpi_addr};
@@ -92,16 +99,20 @@ std::uintptr_t crashed_at(const void* context) {
 std::uint64_t kernel_thread_id() { return static_cast<std::uint64_t>(syscall(SYS_gettid)); }
 
 void note_modules() {
-    const std::lock_guard guard(list.lock);
+    const std::lock_guard guard(noted.lock);
+    ModuleList& list = noted.lists[noted.read.load() == &noted.lists[0] ? 1 : 0];
     list.count = 0;
-    dl_iterate_phdr(note_module, nullptr);
+    dl_iterate_phdr(note_module, &list);
+    noted.read.store(&list);
 }
 
 const Module* find_module(std::uintptr_t address) {
-    for (int i = 0; i < list.count; ++i) {
-        if (address >= list.modules[i].start && address < list.modules[i].end) return &list.modules[i];
-    }
-    return nullptr;
+    const ModuleList* const list = noted.read.load();
+    if (list == nullptr) return nullptr;
+    const auto holds = [&](const Module& module) { return address >= module.start && address < module.end; };
+    const auto* const end = list->modules + list->count;
+    const auto* const found = std::find_if(list->modules, end, holds);
+    return found != end ? found : nullptr;
 }
 
 }  // namespace platform

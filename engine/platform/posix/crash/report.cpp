@@ -13,6 +13,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <memory>
+#include <mutex>
 #include <string_view>
 
 #include "engine/platform/bounded_text.h"
@@ -205,7 +206,14 @@ void prepare_reports() {
 }
 
 Failure write_dump(const DumpRequest& request) {
-    if (request.crash == nullptr) prepare_reports();
+    // One running process writes one report at a time, so that no module list is noted anew while it is read. A handler
+    // must not wait.
+    static std::mutex running;
+    std::unique_lock<std::mutex> guard(running, std::defer_lock);
+    if (request.crash == nullptr) {
+        guard.lock();
+        prepare_reports();
+    }
     Report report(request.path);
     if (!report.is_open()) return report.failure();
     write_head(report, request.crash);
