@@ -7,7 +7,7 @@ namespace platform {
 template <typename T>
 union NeverDestroyed {
     NeverDestroyed() : value() {}
-    ~NeverDestroyed() {}
+    ~NeverDestroyed() {}  // NOLINT(modernize-use-equals-default): a default one would be deleted
     T value;
 };
 

@@ -84,7 +84,7 @@ FS_NAME* list_of(const NameTable& table, const std::vector<std::uint32_t>& files
     for (const std::uint32_t file : files) {
         FS_NAME* const node = make_node(table.dir(file), table.name(file), head.get());
         if (!node) throw std::bad_alloc();
-        head.release();
+        static_cast<void>(head.release());  // it lies behind the new one
         head.reset(node);
         if (callback) callback(std::string(table.dir(file)).c_str(), std::string(table.name(file)).c_str());
     }
