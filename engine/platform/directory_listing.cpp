@@ -83,8 +83,10 @@ char* DirectoryListing::store(const char* text, std::size_t length) {
 }
 
 void DirectoryListing::add(const char* name, std::size_t length, const DirectoryItem& kind) {
+    // The name first: an item without one, left by missing memory, would lead from a root to the whole disk.
+    const char* const kept = store(name, length);
     DirectoryItem& item = items_.emplace_back(kind);
-    item.name = store(name, length);
+    item.name = kept;
     item.length = static_cast<std::uint16_t>(length);
     item.is_lower_case = !has_upper_case(name, length);
 }

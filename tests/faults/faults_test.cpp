@@ -62,10 +62,10 @@ bool forget_order(const Fault& fault) {
 }
 
 /// "" or what is wrong with the reason that a failing call left.
-std::string wrong_reason(const Fault& fault, bool names_fault) {
+std::string wrong_reason(const Fault& fault) {
     const SFsError& error = fs::last_error();
     if (error.code == EFSError::NONE) return "it failed without a reason";
-    if (!names_fault || fault.reason == EFSError::NONE || error.code == fault.reason) return "";
+    if (fault.reason == EFSError::NONE || error.code == fault.reason) return "";
     return "it failed with the reason " + std::to_string(error.code) + ", system code " +
            std::to_string(error.os_code) + ": " + error.text;
 }
@@ -79,7 +79,7 @@ bool meets(const test::Scenario& scenario, test::Stage& stage, const Fault& faul
     const bool answer = scenario.act(stage);
     const bool struck = forget_order(fault);
 
-    if (!answer) EXPECT_EQ(struck ? wrong_reason(fault, scenario.names_fault) : "it failed without a fault", "");
+    if (!answer) EXPECT_EQ(struck ? wrong_reason(fault) : "it failed without a fault", "");
     EXPECT_EQ(scenario.check(stage, answer), "") << (answer ? "after success" : "after failure");
     if (struck && !answer && scenario.repeatable) {
         EXPECT_TRUE(scenario.act(stage)) << "the same again fails: " << fs::last_error().text;

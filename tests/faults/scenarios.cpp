@@ -398,8 +398,7 @@ const std::vector<Scenario>& scenarios() {
          .check = [](Stage&, bool answer) -> std::string {
              return first_of(
                  {all_is_mounted(), answer ? expect("what was added", load("levels/added.txt"), old_save) : ""});
-         },
-         .names_fault = false},
+         }},
         pack_scenario(),
         {.name = "zip writer",
          .prepare = without_pack,

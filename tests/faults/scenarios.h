@@ -19,8 +19,6 @@ struct Scenario {
     std::function<std::string(Stage&, bool answer)> check;
     /// Whether, after a failure, the same again must succeed and pass the check with `answer` true.
     bool repeatable = true;
-    /// Whether the reason names the fault; a refresh tells of the directory that it left out, by the disk's last word.
-    bool names_fault = true;
 };
 
 const std::vector<Scenario>& scenarios();
