@@ -75,7 +75,7 @@ TEST_F(LogConfigurationText, SetsLevelsFiltersAndPositions) {
 
 TEST(CrashNames, HoldTheTimeAndTheProcessWhereNeeded) {
     char text[64];
-    kernel::BoundedText name(text);
+    platform::BoundedText name(text);
     crash::add_stamped_name(
         name, {.year = 2031, .month = 2, .day = 3, .hour = 4, .minute = 5, .second = 6, .millisecond = 78}, ".log");
     EXPECT_STREQ(text, "crash_20310203_040506078.log");
@@ -85,7 +85,7 @@ TEST(CrashNames, HoldTheTimeAndTheProcessWhereNeeded) {
     const std::string number = "_" + std::to_string(platform::process_id());
     for (const auto& [plain, before, after] :
          {std::array{"a/b.log", "a/b", ".log"}, std::array{"a.b/c", "a.b/c", ""}}) {
-        kernel::BoundedText with_process(text);
+        platform::BoundedText with_process(text);
         crash::add_with_process(with_process, plain);
         EXPECT_EQ(with_process.view(), before + number + after);
     }

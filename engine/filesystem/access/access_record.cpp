@@ -7,6 +7,7 @@
 #include <engine/filesystem/access/open.h>
 
 #include "engine/filesystem/access/parts.h"
+#include "engine/platform/never_destroyed.h"
 
 namespace fs {
 
@@ -20,9 +21,8 @@ struct AccessRecord {
 };
 
 AccessRecord& access_record_state() {
-    alignas(AccessRecord) static std::byte storage[sizeof(AccessRecord)];
-    static AccessRecord* const instance = new (storage) AccessRecord;
-    return *instance;
+    static platform::NeverDestroyed<AccessRecord> instance;
+    return instance.value;
 }
 
 void note(AccessRecord& record, const fs::path& name) {

@@ -20,6 +20,7 @@
 #include "engine/filesystem/containers/zip_output.h"
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/set_error.h"
+#include "engine/platform/never_destroyed.h"
 
 namespace MiniZ {
 
@@ -35,7 +36,7 @@ struct Writer {
     ~Writer() { mz_zip_writer_end(&zip); }
 };
 
-/// The archives under way. Never destroyed, so that an Archive of static storage can be closed at exit.
+/// The archives under way.
 struct Writers {
     std::mutex lock;  // guards both
     std::unordered_map<std::uintptr_t, std::unique_ptr<Writer>> open;
@@ -43,8 +44,8 @@ struct Writers {
 };
 
 Writers& writers() {
-    static Writers& all = *new Writers;
-    return all;
+    static platform::NeverDestroyed<Writers> all;  // an Archive of static storage is closed at exit
+    return all.value;
 }
 
 size_t write_to_output(void* to, mz_uint64 offset, const void* data, size_t size) {

@@ -156,10 +156,6 @@ void NormalText::drop_trailing_slash() {
     if (length_ != 0 && scratch_.text()[length_ - 1] == '/') scratch_.text()[--length_] = '\0';
 }
 
-bool NormalText::climbs() const { return view() == ".." || view().starts_with("../"); }
-
-char fold(char letter) { return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter + ('a' - 'A')) : letter; }
-
 void fold_text(char* text, std::size_t length) {
     for (std::size_t i = 0; i < length; ++i) text[i] = fold(text[i]);
 }

@@ -5,6 +5,8 @@
 
 #include <engine/filesystem/contract/path.h>
 
+#include "engine/kernel/text.h"
+
 namespace fs {
 
 /// What normalising a path found out on its way.
@@ -43,8 +45,6 @@ public:
     void drop_trailing_slash();
     /// Whether it names nothing below a source: empty, or separators alone.
     bool names_nothing() const { return view().find_first_not_of('/') == std::string_view::npos; }
-    /// Whether it begins above the source.
-    bool climbs() const;
 
 private:
     mutable ScratchText scratch_;
@@ -52,7 +52,7 @@ private:
 };
 
 /// ASCII letters in lower case; other bytes stay.
-char fold(char letter);
+using kernel::fold;
 void fold_text(char* text, std::size_t length);
 
 inline bool is_separator(char letter) { return letter == '/' || letter == '\\'; }

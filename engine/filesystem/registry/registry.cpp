@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "engine/filesystem/contract/guarded.h"
+#include "engine/platform/never_destroyed.h"
 
 // The list of sources and the index of their directories, under one reader-writer lock.
 //
@@ -58,9 +59,8 @@ auto insertion_point(State& state, EFSSourceType::TYPE type, bool after_equals) 
 }  // namespace
 
 State& state() {
-    alignas(State) static std::byte storage[sizeof(State)];
-    static State* const instance = new (storage) State;
-    return *instance;
+    static platform::NeverDestroyed<State> instance;
+    return instance.value;
 }
 
 bool this_thread_holds_lock() { return locks_held != 0; }

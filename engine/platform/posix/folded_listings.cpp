@@ -15,6 +15,7 @@
 #include "engine/platform/folding.h"
 #include "engine/platform/linux/directory_reader.h"
 #include "engine/platform/linux/stamp_clock.h"
+#include "engine/platform/never_destroyed.h"
 #include "engine/platform/posix/descriptor.h"
 #include "engine/platform/posix/system_error.h"
 
@@ -136,8 +137,8 @@ struct Cache {
 };
 
 Cache& cache() {
-    static Cache& instance = *new Cache;  // never destroyed: paths are resolved while the process ends, too
-    return instance;
+    static NeverDestroyed<Cache> instance;  // paths are resolved while the process ends, too
+    return instance.value;
 }
 
 void add(Kept& kept, std::string_view name) {

@@ -9,6 +9,7 @@
 #include <new>
 #include <vector>
 
+#include "engine/platform/never_destroyed.h"
 #include "engine/platform/posix/system_error.h"
 
 namespace platform {
@@ -37,8 +38,8 @@ struct Table {
 };
 
 Table& table() {
-    static Table& instance = *new Table;  // never destroyed: files may be closed while the process ends
-    return instance;
+    static NeverDestroyed<Table> instance;  // files may be closed while the process ends
+    return instance.value;
 }
 
 Shard& shard_of(const FileKey& key) {

@@ -19,7 +19,7 @@
 
 namespace {
 
-using kernel::BoundedText;
+using platform::BoundedText;
 using platform::path_buffer_size;
 
 constexpr MessageSource source{"Crash", "engine/filesystem/kernelimports"};

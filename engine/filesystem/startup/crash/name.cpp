@@ -10,7 +10,7 @@ namespace crash {
 
 namespace {
 
-void add_number(kernel::BoundedText& out, std::uint32_t value, std::size_t width) {
+void add_number(platform::BoundedText& out, std::uint32_t value, std::size_t width) {
     char digits[10];
     const auto end = std::to_chars(digits, digits + sizeof(digits), value).ptr;
     const std::string_view text(digits, static_cast<std::size_t>(end - digits));
@@ -20,7 +20,7 @@ void add_number(kernel::BoundedText& out, std::uint32_t value, std::size_t width
 
 }  // namespace
 
-void add_stamped_name(kernel::BoundedText& out, const platform::CalendarTime& time, std::string_view ending) {
+void add_stamped_name(platform::BoundedText& out, const platform::CalendarTime& time, std::string_view ending) {
     const auto add = [&](int value, std::size_t width) { add_number(out, static_cast<std::uint32_t>(value), width); };
     out.add("crash_");
     add(time.year, 4);
@@ -34,7 +34,7 @@ void add_stamped_name(kernel::BoundedText& out, const platform::CalendarTime& ti
     out.add(ending);
 }
 
-void add_with_process(kernel::BoundedText& out, std::string_view name) {
+void add_with_process(platform::BoundedText& out, std::string_view name) {
     const std::size_t slash = name.find_last_of("/\\");
     const std::size_t dot = name.rfind('.');
     const bool has_ending = dot != std::string_view::npos && (slash == std::string_view::npos || dot > slash);

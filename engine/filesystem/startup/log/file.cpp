@@ -17,6 +17,7 @@
 #include "engine/filesystem/log/hooks.h"
 #include "engine/filesystem/startup/crash/dump.h"
 #include "engine/platform/files.h"
+#include "engine/platform/never_destroyed.h"
 
 namespace crash {
 
@@ -35,8 +36,8 @@ struct LogFile {
 };
 
 LogFile& log_file() {
-    static LogFile& instance = *new LogFile;  // never destroyed: the last messages come late
-    return instance;
+    static platform::NeverDestroyed<LogFile> instance;  // the last messages come late
+    return instance.value;
 }
 
 // Writing may itself log (a failure, say); such a message must not wait for the file that its own thread is writing.

@@ -83,7 +83,7 @@ void raise_level(Log::ELevel::TYPE level) {
 
 std::string with_process(const std::string& name) {
     char text[1024];
-    kernel::BoundedText out(text);
+    platform::BoundedText out(text);
     crash::add_with_process(out, name);
     return text;
 }
@@ -93,7 +93,7 @@ bool open_stamped() {
     constexpr int most_attempts = 100;
     for (int attempt = 0; attempt < most_attempts; ++attempt) {
         char text[64];
-        kernel::BoundedText name(text);
+        platform::BoundedText name(text);
         crash::add_stamped_name(name.add(crash::log_folder), platform::now_local(), ".log");
         const crash::Opened opened = crash::open_log_file(attempt == 0 ? text : with_process(text), true);
         if (opened != crash::Opened::TAKEN) return opened == crash::Opened::YES;
