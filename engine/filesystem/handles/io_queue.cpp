@@ -183,7 +183,8 @@ void IOQueue::Serve(Request& request) {
 
 void IOQueue::WarnOfReadWithoutRequest() {
     log_message(messages, Log::ELevel::WARN, __LINE__,
-                "Resource is in state which forbids it to start async read: %d, asyncop: %p\n", 0, nullptr);
+                "Resource is in state which forbids it to start async read: %d, asyncop: %p\n", 0,
+                static_cast<void*>(nullptr));
 }
 
 int IOQueue::ReadPiece(const Request& request, std::uint64_t done, std::uint32_t* transferred) {
