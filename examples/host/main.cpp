@@ -2,6 +2,7 @@
 // through the library, and records what it read, so that `enginefs pack --order` can lay a pack out
 // in the order in which the game needs it.
 #include <engine/filesystem.h>
+#include <engine/filesystem/comfort.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -29,10 +30,11 @@ void expect(bool good, const char* what) {
 }
 
 void list_levels() {
-    FS_NAME* const names = fs::search("levels", "*.txt", true, false);
     int count = 0;
-    for (const FS_NAME* name = names; name != nullptr; name = name->next, ++count) std::printf("     %s\n", name->name);
-    fs::free_names(names);
+    for (const char* name : fs::find_files("levels", "*.txt")) {
+        std::printf("     %s\n", name);
+        ++count;
+    }
     expect(count == 3, "the levels of both folders are listed as one");
 }
 
@@ -54,11 +56,8 @@ void write_progress() {
     expect(fs::save_text_file(fs::string("level two"), "saves/progress.txt"),
            "a new file is created in the first source");
 
-    SFsFile* const file = fs::open("saves/progress.txt", EFSMode::READ, FFSOpenFlags::NONE);
-    char bytes[16] = {};
-    const bool good = fs::read(file, bytes, sizeof(bytes)) == 9 && std::string(bytes) == "level two";
-    fs::close(file);
-    expect(good, "and reads back");
+    fs::string text;
+    expect(fs::read_file(text, "saves/progress.txt") && text == "level two", "and reads back");
 }
 
 void run(const std::filesystem::path& folder) {
@@ -67,8 +66,8 @@ void run(const std::filesystem::path& folder) {
     put(folder / "changes/levels/two.txt", "two, changed");
     put(folder / "changes/levels/three.txt", "three");
 
-    const std::string changes = (folder / "changes").generic_string();
-    const std::string data = (folder / "data").generic_string();
+    const std::string changes = fs::from_path(folder / "changes");
+    const std::string data = fs::from_path(folder / "data");
     if (!fs::init(changes.c_str(), mount_flags, "", false, false, nullptr)) return expect(false, "fs::init");
     CrashInit();  // the log is made in the first source, so before anything else is mounted
     expect(CrashGetLogFileName() != nullptr, "the log is open");
