@@ -6,6 +6,7 @@
 #include <engine/filesystem/containers.h>
 #include <engine/filesystem/contract.h>
 #include <engine/filesystem/handles.h>
+#include <engine/filesystem/loading.h>
 #include <engine/filesystem/log.h>
 #include <engine/filesystem/registry.h>
 #include <engine/filesystem/sources.h>

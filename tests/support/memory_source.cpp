@@ -232,9 +232,7 @@ MemorySource* mount_memory(const char* mount_path, EFSSourceType::TYPE type, FFS
 }
 
 void unmount_all() {
-    fs::registry::State& state = fs::registry::state();
-    const fs::registry::ExclusiveGuard guard(state);
-    fs::registry::destroy_all(state);
+    fs::registry::destroy_all(fs::registry::state());
 }
 
 std::vector<std::string> take_names(FS_NAME* names) {

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "engine/filesystem/access/open_pinned.h"
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/open_rules.h"
 
@@ -53,21 +54,22 @@ bool is_passed_over(CFSSource& source, const Request& request) {
     return match_of(request.flags) == registry::Match::WHOLE && !registry::holds_whole(source, request.name);
 }
 
-FilePtr find_to_read(registry::State& state, const Request& request) {
+FilePtr find_to_read(registry::State& state, const Request& request, registry::Pin* pin) {
     const registry::SharedGuard guard(state);
     if (state.empty()) set_error(EFSError::NOT_INITIALIZED, request.text, "No source is registered.");
     const registry::Concerned concerned(state, request.name);
     FilePtr file;
     registry::first_source(state, [&](CFSSource& source) {
         if (concerned(source) && !is_passed_over(source, request)) file.reset(open_in_place(source, request));
+        if (file != nullptr && pin != nullptr) *pin = registry::Pin(source);
         return file != nullptr;
     });
     return file;
 }
 
-FilePtr open_to_read(registry::State& state, const Request& request) {
+FilePtr open_to_read(registry::State& state, const Request& request, registry::Pin* pin = nullptr) {
     ErrorScope scope;
-    FilePtr file = find_to_read(state, request);
+    FilePtr file = find_to_read(state, request, pin);
     if (file) {
         scope.forget();
         note_access(request.name);
@@ -195,6 +197,11 @@ FilePtr open_request(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS f
 }
 
 }  // namespace
+
+FilePtr open_pinned(const char* path, FFSOpenFlags::FLAGS flags, registry::Pin& pin) {
+    const fs::path name = lookup_name(path);
+    return open_to_read(registry::state(), {.text = path, .name = name, .mode = EFSMode::READ, .flags = flags}, &pin);
+}
 
 SFsFile* open(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
     return guarded<SFsFile*>(path, nullptr, [&] {

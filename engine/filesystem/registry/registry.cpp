@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/registry/pins.h"
 #include "engine/platform/never_destroyed.h"
 
 // The list of sources and the index of their directories, under one reader-writer lock.
@@ -134,10 +135,17 @@ void rebuild_index(State& state) {
 }
 
 void destroy_all(State& state) {
-    state.sources.clear();
-    state.fallback.reset();
-    state.index.clear();
-    state.index.set_name(nullptr);
+    std::vector<std::unique_ptr<CFSSource>> sources;
+    std::unique_ptr<CFSSource> fallback;
+    {
+        const ExclusiveGuard guard(state);
+        sources = std::exchange(state.sources, {});
+        fallback = std::move(state.fallback);
+        state.index.clear();
+        state.index.set_name(nullptr);
+    }
+    for (const auto& source : sources) wait_for_pins(*source);
+    if (fallback != nullptr) wait_for_pins(*fallback);
 }
 
 std::vector<std::string> indexed_directories(const State& state, std::string_view dir) {

@@ -86,12 +86,11 @@ CFSSource* find(const State& state, const fs::path& path);
 void insert(State& state, std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags);
 /// Puts a root behind all sources there are, and a fallback (which may be null) behind it.
 void append_root(State& state, std::unique_ptr<CFSSource> root, std::unique_ptr<CFSSource> fallback);
-/// Takes a source out of list and index; null when it is not registered or is the fallback.
+/// Takes a source out of list and index; null when it is not registered or is the fallback. Whoever ends it then waits for
+/// its pins, without the lock.
 std::unique_ptr<CFSSource> remove(State& state, const CFSSource* source);
 /// Makes the index anew from the trees of all indexed sources in asking order.
 void rebuild_index(State& state);
-/// Destroys every source, the fallback too, and empties list and index.
-void destroy_all(State& state);
 
 /// The directories of the index at and below `dir`, each behind the one that it lies in.
 std::vector<std::string> indexed_directories(const State& state, std::string_view dir);
@@ -107,5 +106,8 @@ const char* type_name(EFSSourceType::TYPE type);
 /// Registers a source without asking for the lock beforehand, and logs it; one that is registered already stays once.
 /// False, with the failure stored and the source destroyed, when there is no memory.
 bool add(std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags);
+
+/// Empties list and index, and destroys every source, the fallback too, when its pins are dropped. Takes the lock.
+void destroy_all(State& state);
 
 }  // namespace fs::registry

@@ -11,14 +11,15 @@
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/handles/queue_slots.h"
+#include "engine/filesystem/loading/control.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/memory/server_archive.h"
 #include "engine/filesystem/startup/prepared_path.h"
 
 // Starting and stopping. The root directory is the first source and the one that is written to; the fallback, when it is
-// wanted, stands behind everything. Stopping takes things apart in the order in which they lean on each other: sources,
-// index, server archive, read queues.
+// wanted, stands behind everything. Stopping takes things apart in the order in which they lean on each other: loads,
+// sources, index, server archive, read queues.
 
 namespace fs {
 
@@ -96,17 +97,16 @@ bool init(const char* root, FFSAddSourceFlags::ENUM flags, const char* cache_dir
     std::strcpy(state.cache_dir, cache.c_str());
     state.initialized.store(true, std::memory_order_release);
     start_queues();
+    start_loads();
     return true;
 }
 
 void shutdown() {
     if (!is_initialized()) return;
     guarded(nullptr, [] {
+        stop_loads();
         registry::State& state = registry::state();
-        {
-            const registry::ExclusiveGuard guard(state);
-            registry::destroy_all(state);
-        }
+        registry::destroy_all(state);
         destroy_server_archive();
         stop_queues();
         state.initialized.store(false, std::memory_order_release);

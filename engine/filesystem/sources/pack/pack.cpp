@@ -119,6 +119,11 @@ fs::dir* CZip_dir::dir_tree() {
 bool CZip_dir::exists(const fs::path& p) { return state_->find_entry(p).has_value(); }
 bool CZip_dir::exists_whole(const fs::path& p) { return state_->find_entry(p, true).has_value(); }
 
+std::uint64_t CZip_dir::place(const fs::path& p) {
+    const auto entry = state_->find_entry(p);
+    return entry ? state_->archive->table().entry(*entry).header_offset : 0;
+}
+
 void CZip_dir::root_path(fs::path& out, const fs::path& p) {
     out.Release();
     fs::guarded(p.FileName(), [&] {

@@ -5,6 +5,7 @@
 
 #include <engine/filesystem/api.h>
 #include <engine/filesystem/contract/file.h>
+#include <engine/filesystem/contract/placed_source.h>
 #include <engine/filesystem/contract/read_only_source.h>
 #include <engine/filesystem/contract/whole_names.h>
 #include <engine/filesystem/formats/pack_method.h>
@@ -24,7 +25,7 @@ enum class PackFault : std::uint8_t;
 ///          FFSOpenFlags::WHOLE_NAME as a whole.
 /// Threads  questions and opens from any number of threads between init and clear.
 /// Memory   open files share the archive, so that they stay readable after clear and after the source's end.
-class ENGINE_FS_API CZip_dir : public fs::ReadOnlySource, public fs::WholeNames {
+class ENGINE_FS_API CZip_dir : public fs::ReadOnlySource, public fs::WholeNames, public fs::PlacedSource {
 public:
     CZip_dir();
     ~CZip_dir() override;
@@ -39,6 +40,7 @@ public:
     EFSSourceType::TYPE type() override;
     bool exists(const fs::path& p) override;
     bool exists_whole(const fs::path& p) override;
+    std::uint64_t place(const fs::path& p) override;
     void root_path(fs::path& out, const fs::path& p) override;
     std::int64_t write_time(const fs::path& p) override;  // 0
     /// An SZipFile. Null, with the reason in fs::last_error, when the entry cannot be opened: its local header is out of

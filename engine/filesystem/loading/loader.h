@@ -1,0 +1,146 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include <engine/kernel/multithreading.h>
+
+#include "engine/filesystem/loading/batch.h"
+#include "engine/filesystem/loading/load.h"
+#include "engine/filesystem/loading/schedule.h"
+
+class CFSSource;
+
+namespace fs {
+
+/// Serves the loads of the process: what waits, who works, what has ended. There is one, never destroyed.
+///
+/// A load waits in the schedule, is in the hand of one worker, or is FINISHED; lock_ guards which. lock_ is a leaf: nothing
+/// is opened, read, allocated, freed or called back while it is held.
+class Loader {
+public:
+    Loader();
+    Loader(const Loader&) = delete;
+    Loader& operator=(const Loader&) = delete;
+
+    static Loader& Instance();
+
+    /// Takes over one reference to each load. False, with the failure stored and no load begun, while loads are stopped.
+    /// Throws std::bad_alloc, with none begun.
+    bool Submit(const std::vector<Load*>& loads);
+    bool Wait(const Load& load, std::uint32_t timeout_ms);
+    bool Wait(const LoadBatch& batch, std::uint32_t timeout_ms);
+    bool Cancel(Load& load);
+    bool Reprioritise(Load& load, std::int32_t priority, std::uint32_t deadline_ms);
+    const void* Data(const Load& load);
+    void* Take(Load& load);
+    void Release(Load& load);
+
+    void SetPolled(bool on);
+    std::uint32_t Poll(std::uint32_t most);
+    /// Throws std::bad_alloc, with nothing changed.
+    bool SetSettings(SFsLoadSettings settings);
+    void GetStatistics(SFsLoadStatistics& out);
+
+    /// Lets loads begin.
+    void Allow();
+    /// Ends every load, callbacks included, and the workers; no load begins until Allow. A callback that calls this is not
+    /// waited for.
+    void Stop();
+    /// The source was removed from the list: what waits with an open file of it ends as CANCELLED; what is in hand does so
+    /// after its step.
+    void Abandon(const CFSSource& source);
+
+private:
+    struct Worker {
+        bool is_lane = false;     // serves URGENT loads alone
+        bool is_leaving = false;  // guarded by lock_
+        mt::CThread thread;
+    };
+    using Workers = std::vector<std::unique_ptr<Worker>>;
+    using Guard = std::unique_lock<std::mutex>;
+
+    // staff.cpp: who works.
+    void EnsureWorkers();
+    static Workers Hire(const SFsLoadSettings& settings);
+    Workers Dismiss(Workers successors);
+    void SeeOff(Workers leaving);
+    static void Run(void* worker);
+    void Work(const Worker& worker, Guard& guard);
+    void WorkHere(Guard& guard);
+
+    // service.cpp: a load from the schedule to its callback. With lock_ held; what takes the guard lets it go meanwhile.
+    Load* Choose(bool is_lane);
+    void Serve(Load& load, const Worker& worker, Guard& guard);
+    void TakeInHand(Load& load);
+    void PutAside(Load& load);
+    bool HasRoom(const Load& load, std::uint64_t others, std::uint64_t urgent_others) const;
+    bool KeepsHold(Load& load, LoadWork::Step step, const Worker& worker);
+    bool ShouldGiveWay(Load& load, bool is_lane);
+    void End(Load& load, EFSRequestResult::TYPE result, Guard& guard);
+    void EndWaiting(Load& load, Guard& guard);
+    void Finish(Load& load, EFSRequestResult::TYPE result);
+    bool CallBackFirst(LoadList& from, Guard& guard);
+    void CallBack(Load& load, Guard& guard);
+    void Charge(Load& load, std::uint64_t bytes);
+    void WakeFor(std::size_t loads, bool urgent);
+    template <typename Ended>
+    bool WaitUntil(Guard& guard, std::uint32_t timeout_ms, Ended ended);
+
+    std::mutex staff_lock_;  // guards hiring; taken before lock_, never while a thread is joined
+    std::atomic<bool> is_staffed_{false};
+
+    std::mutex lock_;                    // guards all that follows
+    std::condition_variable work_;       // for workers: something waits, has room or calls back, or they leave
+    std::condition_variable lane_work_;  // the same for the lane
+    std::condition_variable ended_;      // a load, a callback or the stopping has ended
+
+    Schedule schedule_;
+    LoadList to_call_back_;  // ended, for a worker
+    LoadList to_poll_;       // ended, for Poll
+    Workers workers_;
+    std::unique_ptr<Worker> retired_;  // called Stop in a callback; joined when the next one does, or another Stop
+    SFsLoadSettings settings_;
+    SFsLoadStatistics statistics_{};
+    std::uint64_t total_wait_ = 0;
+    std::uint64_t taken_ = 0;  // loads that a worker took, for the mean
+    std::uint64_t arrivals_ = 0;
+    std::uint64_t urgent_in_hand_ = 0;
+    std::uint64_t calling_back_ = 0;
+    std::size_t idle_ = 0;
+    std::size_t waiters_ = 0;
+    bool lane_is_idle_ = false;
+    bool is_polled_ = false;
+    bool is_allowed_ = false;
+    bool is_stopping_ = false;
+    bool works_here_ = false;  // the system has no thread, and one of a caller serves what waits
+};
+
+/// False when the time passed first.
+template <typename Ended>
+bool Loader::WaitUntil(Guard& guard, std::uint32_t timeout_ms, Ended ended) {
+    ++waiters_;
+    bool has_ended = true;
+    if (timeout_ms == mt::FOREVER)
+        ended_.wait(guard, ended);
+    else
+        has_ended = ended_.wait_for(guard, std::chrono::milliseconds(timeout_ms), ended);
+    --waiters_;
+    return has_ended;
+}
+
+/// What a thread of the loader's is about; zeros for every other thread.
+struct LoadThread {
+    bool is_worker = false;
+    const Load* in_hand = nullptr;
+    std::uint32_t callbacks = 0;  // on the stack
+    const void* worker = nullptr;
+};
+LoadThread& this_load_thread();
+
+}  // namespace fs

@@ -1,0 +1,174 @@
+#include <algorithm>
+#include <thread>
+#include <utility>
+
+#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/loading/loader.h"
+#include "engine/filesystem/log/message.h"
+
+// Who works: a few threads of the loader's own, since decoding on threads that the host shares would starve its frames, and
+// the lane, which stands ready for URGENT loads while all others are inflating. They are hired by the first load.
+//
+// Nobody waits for a thread with a lock held, and a thread never waits for itself: a callback may stop the loader.
+
+namespace fs {
+
+namespace {
+
+constexpr MessageSource log_source{"FileSystem", "engine/filesystem/loading"};
+constexpr int lane_priority = 2;
+
+SFsLoadSettings with_defaults(SFsLoadSettings settings) {
+    const std::uint32_t processors = std::thread::hardware_concurrency();
+    if (settings.workers == 0) settings.workers = std::clamp(processors, 2u, 5u) - 1;
+    if (settings.block_bytes == 0) settings.block_bytes = 256 << 20;
+    return settings;
+}
+
+}  // namespace
+
+Loader::Loader() : settings_(with_defaults({})) {}
+
+LoadThread& this_load_thread() {
+    static thread_local LoadThread thread;
+    return thread;
+}
+
+/// Without a thread for even one worker there is nobody, and WorkHere serves.
+void Loader::EnsureWorkers() {
+    if (is_staffed_.load(std::memory_order_acquire)) return;
+    const std::lock_guard hiring(staff_lock_);
+    Guard guard(lock_);
+    if (!is_allowed_ || is_staffed_.load(std::memory_order_relaxed)) return;
+    const SFsLoadSettings settings = settings_;
+    guard.unlock();
+    Workers hired = Hire(settings);
+    guard.lock();
+    workers_ = std::move(hired);
+    is_staffed_.store(!workers_.empty(), std::memory_order_release);
+}
+
+Loader::Workers Loader::Hire(const SFsLoadSettings& settings) {
+    Workers hired;
+    const std::uint32_t count = settings.workers + (settings.no_urgent_lane ? 0 : 1);
+    hired.reserve(count);
+    for (std::uint32_t at = 0; at < count; ++at) {
+        auto worker = std::make_unique<Worker>();
+        worker->is_lane = at == settings.workers;
+        if (!worker->thread.Start(worker->is_lane ? "load lane" : "load", &Loader::Run, worker.get(),
+                                  worker->is_lane ? lane_priority : 0))
+            break;
+        hired.push_back(std::move(worker));
+    }
+    static std::atomic<bool> is_told{false};
+    if (hired.empty() && !is_told.exchange(true))
+        log_message(log_source, Log::ELevel::WARN, __LINE__,
+                    "The system has no thread for loads: they run where they are asked for, one at a time.\n");
+    return hired;
+}
+
+/// With both locks held. Their threads end after the step and the callback in hand.
+Loader::Workers Loader::Dismiss(Workers successors) {
+    for (const auto& worker : workers_) worker->is_leaving = true;
+    work_.notify_all();
+    lane_work_.notify_all();
+    is_staffed_.store(!successors.empty(), std::memory_order_release);
+    return std::exchange(workers_, std::move(successors));
+}
+
+/// Waits for the threads to end, but for the calling one, which is waited for when the next one retires.
+void Loader::SeeOff(Workers leaving) {
+    const Guard guard(lock_);
+    for (auto& worker : leaving) {
+        if (worker.get() == this_load_thread().worker) std::swap(worker, retired_);
+    }
+}
+
+bool Loader::SetSettings(SFsLoadSettings settings) {
+    constexpr std::uint32_t most_workers = 64;
+    if (settings.workers > most_workers || this_load_thread().is_worker)
+        return refuse(EFSError::INVALID_ARGUMENT, nullptr,
+                      "There are at most 64 workers, and a worker does not change their number.");
+    settings = with_defaults(settings);
+    Workers leaving;
+    {
+        const std::lock_guard hiring(staff_lock_);
+        Workers hired = is_staffed_.load(std::memory_order_relaxed) ? Hire(settings) : Workers();
+        const Guard guard(lock_);
+        settings_ = settings;
+        leaving = Dismiss(std::move(hired));
+    }
+    SeeOff(std::move(leaving));
+    return true;
+}
+
+void Loader::Stop() {
+    const bool in_callback = this_load_thread().callbacks != 0;
+    Workers leaving;
+    {
+        const std::lock_guard hiring(staff_lock_);
+        const Guard guard(lock_);
+        is_allowed_ = false;
+        leaving = Dismiss({});
+    }
+    Guard guard(lock_);
+    if (is_stopping_) {  // another thread does it
+        if (!in_callback) WaitUntil(guard, mt::FOREVER, [this] { return !is_stopping_; });
+        return;
+    }
+    is_stopping_ = true;
+    while (Load* const load = schedule_.First(LoadClock::now())) EndWaiting(*load, guard);
+    guard.unlock();
+    SeeOff(std::move(leaving));
+    guard.lock();
+    while (CallBackFirst(to_call_back_, guard) || CallBackFirst(to_poll_, guard)) continue;
+    const std::uint64_t own = this_load_thread().callbacks;
+    WaitUntil(guard, mt::FOREVER, [&] { return statistics_.in_hand == 0 && calling_back_ <= own; });
+    is_stopping_ = false;
+    ended_.notify_all();
+}
+
+void Loader::Run(void* worker) {
+    Loader& loader = Instance();
+    LoadThread& thread = this_load_thread();
+    thread.is_worker = true;
+    thread.worker = worker;
+    Guard guard(loader.lock_);
+    loader.Work(*static_cast<const Worker*>(worker), guard);
+}
+
+void Loader::Work(const Worker& worker, Guard& guard) {
+    for (;;) {
+        if (!worker.is_lane && CallBackFirst(to_call_back_, guard)) continue;
+        if (worker.is_leaving) return;
+        if (Load* const load = Choose(worker.is_lane); load != nullptr) {
+            Serve(*load, worker, guard);
+        } else if (worker.is_lane) {
+            lane_is_idle_ = true;
+            lane_work_.wait(guard);
+            lane_is_idle_ = false;
+        } else {
+            ++idle_;
+            work_.wait(guard);
+            --idle_;
+        }
+    }
+}
+
+/// Serves all that waits, unless another thread does so already, also one further up on this stack.
+void Loader::WorkHere(Guard& guard) {
+    if (std::exchange(works_here_, true)) return;
+    LoadThread& thread = this_load_thread();
+    const bool was_worker = std::exchange(thread.is_worker, true);
+    Worker nobody;
+    for (;;) {
+        if (CallBackFirst(to_call_back_, guard)) continue;
+        Load* const load = Choose(false);
+        if (load == nullptr) break;
+        Serve(*load, nobody, guard);
+    }
+    thread.is_worker = was_worker;
+    works_here_ = false;
+}
+
+}  // namespace fs
