@@ -304,8 +304,8 @@ TEST_F(Loads, TheBudgetHoldsLoadsBackAndNeverForGood) {
     EXPECT_TRUE(loads[0]->Data() == nullptr && loads[0]->Take() == nullptr);
     std::free(taken);
     for (SFsLoad* load : loads) load->Release();
-    fs::get_load_statistics(statistics);
-    EXPECT_EQ(statistics.block_bytes, 0u);
+    do fs::get_load_statistics(statistics);  // a worker may be about to give its reference back
+    while (statistics.block_bytes != 0);
 }
 
 TEST_F(Loads, RemovingASourceEndsItsLoadsFirst) {

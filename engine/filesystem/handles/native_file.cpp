@@ -46,3 +46,12 @@ bool Win32FileHandle::set_eof() {
     fs::set_error_from_platform(name, "cannot be cut or extended", platform::last_error());
     return false;
 }
+
+const void* Win32FileHandle::view(std::uint64_t& size, bool populate) {
+    size = file_.length();
+    if (size == failed || size == 0) return nullptr;
+    if (mapping_.IsEmpty()) mapping_ = platform::Mapping(file_, 0, size);
+    if (!mapping_.IsEmpty() && (!populate || mapping_.Populate())) return mapping_.Data();
+    fs::set_error_from_platform(name, "cannot be mapped", platform::last_error());
+    return nullptr;
+}

@@ -3,11 +3,13 @@
 #include <utility>
 
 #include <engine/filesystem/contract/file.h>
+#include <engine/filesystem/contract/viewable_file.h>
 
 #include "engine/platform/files.h"
+#include "engine/platform/mapping.h"
 
 /// A synchronous native file.
-class Win32FileHandle final : public SFsFile {
+class Win32FileHandle final : public SFsFile, public fs::ViewableFile {
 public:
     explicit Win32FileHandle(CFSSource* owner) { source = owner; }
     void Attach(platform::File file) { file_ = std::move(file); }
@@ -18,6 +20,7 @@ public:
     std::uint64_t length() override;
     std::uint64_t tell() override;
     bool set_eof() override;
+    const void* view(std::uint64_t& size, bool populate) override;
 
     /// Reads at an offset, by any number of threads at once; the position stays. As read otherwise.
     std::uint64_t read_at(void* buffer, std::uint64_t size, std::uint64_t offset) const;
@@ -26,4 +29,5 @@ private:
     std::uint64_t check_read(std::uint64_t done, void* buffer, std::uint64_t size) const;
 
     platform::File file_;
+    platform::Mapping mapping_;  // empty until the first view
 };

@@ -120,7 +120,42 @@ struct SFsLoadStatistics {
     std::uint64_t longest_wait, mean_wait;  // from the call until a worker took the load
 };
 
+/// Bits given to fs::map.
+struct FFSMapFlags {
+    enum ENUM : std::uint32_t {
+        NONE = 0,
+        NO_COPY = 0x1,   // fail with UNSUPPORTED instead of copying
+        POPULATE = 0x2,  // every byte is in memory when fs::map returns
+    };
+};
+
+constexpr FFSMapFlags::ENUM operator|(FFSMapFlags::ENUM a, FFSMapFlags::ENUM b) {
+    return static_cast<FFSMapFlags::ENUM>(static_cast<std::uint32_t>(a) | static_cast<std::uint32_t>(b));
+}
+
+/// The bytes of a whole file, to be looked at. Zeros: none.
+struct SFsView {
+    const void* data = nullptr;
+    std::uint64_t size = 0;
+    bool is_mapped = false;  // the file's own bytes, not a copy
+    void* owner = nullptr;   // the library's
+};
+
 namespace fs {
+
+/// Shows the bytes of the file that fs::open would open: files of the disk and stored entries of packs as they are, without
+/// a copy; what is packed, and what a host's own source holds without fs::ViewableFile, in a block of its own.
+///
+/// Returns  false, with `out` empty and the reason in fs::last_error, when the file cannot be opened, read or, with NO_COPY,
+///          mapped. `out` is not looked at before.
+/// Lives    until fs::unmap, also when its source is removed before.
+/// Disk     while a mapped view stands, this process opens its file for reading alone (IN_USE). When another process cuts
+///          the file, touching what is lost ends the process with a signal on Linux; with POPULATE what is lost already
+///          fails the call instead. On Windows such a file cannot be cut. The checksum of a mapped entry is not looked at.
+/// Threads  any; a view is read by any number of threads.
+ENGINE_FS_API bool map(const char* path, SFsView& out, FFSMapFlags::ENUM flags = FFSMapFlags::NONE);
+/// Ends a view and empties it. Nothing happens to an empty one.
+ENGINE_FS_API void unmap(SFsView& view);
 
 /// Has a worker load what `wish` says. The workers start with the first load; when the system has no thread for even one,
 /// loads run here, one at a time, and the log says so.

@@ -51,4 +51,10 @@ const std::uint8_t* PackStore::view(std::uint64_t offset, std::uint64_t size) co
     return memory_.get() + offset;
 }
 
+platform::Mapping PackStore::map(std::uint64_t offset, std::uint64_t size) const {
+    platform::Mapping mapping(file_, offset, size);
+    if (mapping.IsEmpty()) refuse_by_disk(path_.c_str(), "cannot be mapped");
+    return mapping;
+}
+
 }  // namespace fs

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "engine/platform/files.h"
+#include "engine/platform/mapping.h"
 
 namespace fs {
 
@@ -28,6 +29,8 @@ public:
     std::uint64_t read(std::uint64_t offset, void* buffer, std::uint64_t size) const;
     /// The bytes themselves when the pack is in memory and holds them all; else null.
     const std::uint8_t* view(std::uint64_t offset, std::uint64_t size) const;
+    /// Bytes of a pack that is no copy in memory. Empty, with fs::last_error set, on failure.
+    platform::Mapping map(std::uint64_t offset, std::uint64_t size) const;
 
 private:
     struct Free {

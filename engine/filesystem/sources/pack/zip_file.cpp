@@ -12,6 +12,12 @@
 #include "engine/filesystem/sources/pack/entry_reader.h"
 #include "engine/kernel/checksum.h"
 
+class fs::PackView {
+public:
+    explicit PackView(platform::Mapping bytes) : mapping(std::move(bytes)) {}
+    platform::Mapping mapping;
+};
+
 // The blocks of a reader need not know of reads of whole entries: a good one reads the same by whichever way, and a
 // damaged one is left to the blocks.
 
@@ -102,6 +108,21 @@ bool SZipFile::seek(std::int64_t offset, EFSSeek::TYPE origin) {
     position_ = start + static_cast<std::uint64_t>(offset);
     if (reader_) reader_->seek(position_);
     return true;
+}
+
+const void* SZipFile::view(std::uint64_t& size, bool populate) {
+    const fs::PackStore& store = archive_->store();
+    return fs::guarded<const void*>(name, nullptr, [&]() -> const void* {
+        const fs::PackedData data = archive_->data_of(entry_);
+        size = data.size;
+        if (data.method != EFSPackMethod::STORE || size == 0 || data.packed_size != size) return nullptr;
+        if (const void* const bytes = store.view(data.offset, size)) return bytes;
+        if (data.offset > store.length() || size > store.length() - data.offset) return nullptr;
+        if (!view_) view_ = std::make_unique<fs::PackView>(store.map(data.offset, size));
+        if (!view_->mapping.IsEmpty() && (!populate || view_->mapping.Populate())) return view_->mapping.Data();
+        fs::refuse_by_disk(store.path().c_str(), "cannot be mapped");
+        return nullptr;
+    });
 }
 
 std::uint64_t SZipFile::length() { return size_; }

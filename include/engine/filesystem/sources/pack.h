@@ -7,6 +7,7 @@
 #include <engine/filesystem/contract/file.h>
 #include <engine/filesystem/contract/placed_source.h>
 #include <engine/filesystem/contract/read_only_source.h>
+#include <engine/filesystem/contract/viewable_file.h>
 #include <engine/filesystem/contract/whole_names.h>
 #include <engine/filesystem/formats/pack_method.h>
 #include <engine/kernel/ztl.h>
@@ -15,6 +16,7 @@ namespace fs {
 
 class EntryReader;
 class PackArchive;
+class PackView;
 enum class PackFault : std::uint8_t;
 
 }  // namespace fs
@@ -62,7 +64,7 @@ private:
 /// Stored   without EXACT_SEEKS or SEEKABLE a stored entry is for forward reading: after a seek behind the last two blocks
 ///          its reading goes on from the input that comes next, not from the position.
 /// Threads  one at a time.
-class ENGINE_FS_API SZipFile : public SFsFile {
+class ENGINE_FS_API SZipFile : public SFsFile, public fs::ViewableFile {
 public:
     SZipFile(CFSSource* owner, std::shared_ptr<fs::PackArchive> archive, std::uint32_t entry, bool exact_seeks = false);
     ~SZipFile() override;
@@ -75,6 +77,8 @@ public:
     bool seek(std::int64_t offset, EFSSeek::TYPE origin) override;         // true, whatever the position
     std::uint64_t length() override;
     std::uint64_t tell() override;
+    /// Of a stored entry alone; its checksum is not looked at.
+    const void* view(std::uint64_t& size, bool populate) override;
 
 private:
     std::uint64_t read_some(std::uint8_t* buffer, std::uint64_t count);
@@ -82,6 +86,7 @@ private:
 
     std::shared_ptr<fs::PackArchive> archive_;
     std::unique_ptr<fs::EntryReader> reader_;  // null until the first read that needs one
+    std::unique_ptr<fs::PackView> view_;       // null until the first view
     std::uint64_t position_ = 0;
     std::uint32_t size_ = 0;
     std::uint32_t entry_ = 0;

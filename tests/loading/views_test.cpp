@@ -1,0 +1,102 @@
+#include <engine/filesystem.h>
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <string>
+
+#include "engine/platform/faults.h"
+#include "tests/support/temp_directory.h"
+
+namespace {
+
+constexpr auto mount_flags = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES;
+
+class Views : public testing::Test {
+protected:
+    void SetUp() override {
+        directory_.write("loose.bin", text_);
+        directory_.write("empty.bin", "");
+        ASSERT_TRUE(fs::init(directory_.path().c_str(), mount_flags, "", false, false, nullptr));
+        fs::pack_writer pack;
+        ASSERT_TRUE(pack.open((directory_ / "p.pak").c_str()));
+        ASSERT_TRUE(pack.add("first.bin", "1234567", 7, 0, 0));
+        ASSERT_TRUE(pack.add("stored.bin", text_.data(), text_.size(), 0, 0));
+        ASSERT_TRUE(pack.add("deflated.bin", text_.data(), text_.size(), 6, 0));
+        ASSERT_TRUE(pack.finish());
+    }
+    void TearDown() override {
+        platform::clear_faults();
+        fs::shutdown();
+    }
+    bool Mount(FFSAddSourceFlags::ENUM more) {
+        return fs::add_source((directory_ / "p.pak").c_str(), mount_flags | more);
+    }
+    static std::string Text(const SFsView& view) { return {static_cast<const char*>(view.data), view.size}; }
+
+    const std::string text_ = std::string(100'000, 'x') + "end";
+    const TempDirectory directory_;
+};
+
+TEST_F(Views, ShowEveryKindOfFile) {
+    for (const auto in_memory : {FFSAddSourceFlags::NONE, FFSAddSourceFlags::PACK_IN_MEMORY}) {
+        ASSERT_TRUE(Mount(in_memory));
+        struct Row {
+            const char* name;
+            std::string expected;
+            bool is_mapped;
+        };
+        for (const Row& row : {Row{"loose.bin", text_, true}, Row{"stored.bin", text_, true},
+                               Row{"deflated.bin", text_, false}, Row{"empty.bin", "", false}}) {
+            for (const auto flags : {FFSMapFlags::NONE, FFSMapFlags::POPULATE, FFSMapFlags::NO_COPY}) {
+                SFsView view;
+                const bool shown = fs::map(row.name, view, flags);
+                EXPECT_EQ(shown, row.is_mapped || flags != FFSMapFlags::NO_COPY) << row.name;
+                EXPECT_EQ(view.is_mapped, row.is_mapped) << row.name;
+                if (shown) {
+                    EXPECT_TRUE(Text(view) == row.expected && view.data != nullptr) << row.name;
+                } else {
+                    EXPECT_EQ(fs::last_error().code, EFSError::UNSUPPORTED);
+                }
+                fs::unmap(view);
+                EXPECT_EQ(view.data, nullptr);
+                fs::unmap(view);
+            }
+        }
+        ASSERT_TRUE(fs::rem_source((directory_ / "p.pak").c_str()));
+    }
+    SFsView view;
+    EXPECT_FALSE(fs::map("none.bin", view));
+    EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
+    EXPECT_FALSE(fs::map(nullptr, view));
+}
+
+TEST_F(Views, OutliveTheirSourceAndKeepWritersAway) {
+    ASSERT_TRUE(Mount(FFSAddSourceFlags::NONE));
+    SFsView stored;
+    SFsView loose;
+    ASSERT_TRUE(fs::map("stored.bin", stored) && fs::map("loose.bin", loose));
+    ASSERT_TRUE(fs::rem_source((directory_ / "p.pak").c_str()));
+    EXPECT_EQ(fs::open("loose.bin", EFSMode::WRITE), nullptr);
+    EXPECT_EQ(fs::last_error().code, EFSError::IN_USE);
+    fs::shutdown();
+    EXPECT_TRUE(Text(stored) == text_ && Text(loose) == text_);
+    fs::unmap(stored);
+    fs::unmap(loose);
+    ASSERT_TRUE(fs::init(directory_.path().c_str(), mount_flags, "", false, false, nullptr));
+    fs::close(fs::open("loose.bin", EFSMode::WRITE));
+    EXPECT_TRUE(std::filesystem::is_empty(directory_ / "loose.bin"));
+}
+
+TEST_F(Views, WhatCannotBeMappedIsCopied) {
+    SFsView view;
+    platform::inject_fault(platform::FaultPoint::READ, 1, platform::Failure::IO, false);
+    ASSERT_TRUE(fs::map("loose.bin", view));
+    EXPECT_TRUE(!view.is_mapped && Text(view) == text_);
+    fs::unmap(view);
+    platform::inject_fault(platform::FaultPoint::READ, 1, platform::Failure::IO, true);
+    EXPECT_FALSE(fs::map("loose.bin", view));
+    EXPECT_EQ(fs::last_error().code, EFSError::IO);
+}
+
+}  // namespace
