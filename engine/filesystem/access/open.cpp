@@ -4,6 +4,7 @@
 
 #include "engine/filesystem/access/open_pinned.h"
 #include "engine/filesystem/access/parts.h"
+#include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/open_rules.h"
 
 // Opening by name. A name is put into normal form once and then asked of the sources in their order.
@@ -204,6 +205,7 @@ FilePtr open_pinned(const char* path, FFSOpenFlags::FLAGS flags, registry::Pin& 
 }
 
 SFsFile* open(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
+    const DiskUse use(DiskUse::Action::OPEN, path);
     return guarded<SFsFile*>(path, nullptr, [&] {
         if ((flags & FFSOpenFlags::IN_CACHE_DIR) == 0) return open_request(path, mode, flags).release();
         return open_request(with_cache_directory(path, flags).c_str(), mode, flags).release();

@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "engine/filesystem/access/parts.h"
+#include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/normalize.h"
 
 namespace fs {
@@ -101,6 +102,7 @@ const fs::idir* search_dir(const char* dir) {
 }
 
 void refresh() {
+    const DiskUse use(DiskUse::Action::LIST, "all sources");
     guarded(nullptr, [] {
         registry::State& state = registry::state();
         const ExclusiveGuard guard(state);
@@ -110,6 +112,7 @@ void refresh() {
 }
 
 void refresh(const char* path) {
+    const DiskUse use(DiskUse::Action::LIST, path);
     guarded(path, [&] {
         NormalText wanted(path, false);
         wanted.drop_trailing_slash();

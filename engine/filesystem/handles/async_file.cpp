@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/handles/io_queue.h"
 #include "engine/filesystem/handles/request.h"
@@ -44,6 +45,7 @@ Win32FileHandleAsync::~Win32FileHandleAsync() {
 
 std::uint64_t Win32FileHandleAsync::read(void* buffer, std::uint64_t size) {
     if (!file_.valid()) return failed;
+    const fs::DiskUse use(fs::DiskUse::Action::READ, NativePath());
     const std::uint64_t left = position_ < length_ ? length_ - position_ : 0;
     const std::uint64_t wanted = std::min(size, left);
     if (wanted == 0) return 0;

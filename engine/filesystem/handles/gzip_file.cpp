@@ -13,6 +13,7 @@
 
 #include <zlib.h>
 
+#include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/message.h"
 
@@ -67,6 +68,7 @@ void FileGzipped::FillGapAtStart() {
 }
 
 std::uint64_t FileGzipped::read(void* buffer, std::uint64_t size) {
+    const fs::DiskUse use(fs::DiskUse::Action::READ, name != nullptr ? name : "");
     std::uint64_t done = 0;
     while (done < size) {
         const auto piece = static_cast<unsigned>(std::min(size - done, largest_call));

@@ -1,5 +1,6 @@
 #include "engine/filesystem/handles/native_file.h"
 
+#include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/message.h"
 
@@ -11,6 +12,7 @@ constexpr std::uint64_t failed = ~std::uint64_t{0};
 }  // namespace
 
 std::uint64_t Win32FileHandle::read(void* buffer, std::uint64_t size) {
+    const fs::DiskUse use(fs::DiskUse::Action::READ, name != nullptr ? name : "");
     return check_read(file_.read(buffer, size), buffer, size);
 }
 

@@ -78,9 +78,12 @@ Loader::Workers Loader::Dismiss(Workers successors) {
 
 /// Waits for the threads to end, but for the calling one, which is waited for when the next one retires.
 void Loader::SeeOff(Workers leaving) {
+    const void* const self = this_load_thread().worker;
+    std::unique_ptr<Worker> retired_before;
     const Guard guard(lock_);
+    if (retired_.get() != self) retired_before = std::move(retired_);
     for (auto& worker : leaving) {
-        if (worker.get() == this_load_thread().worker) std::swap(worker, retired_);
+        if (worker.get() == self) retired_ = std::move(worker);
     }
 }
 

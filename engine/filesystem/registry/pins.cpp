@@ -10,7 +10,9 @@
 namespace fs::registry {
 
 struct PinCount {
-    CFSSource* source = nullptr;
+    explicit PinCount(const CFSSource& pinned) : source(&pinned) {}
+
+    const CFSSource* const source;
     std::size_t pins = 0;  // guarded by the table's lock
     std::atomic<bool> going{false};
 };
@@ -35,10 +37,8 @@ Table& table() {
 Pin::Pin(CFSSource& source) {
     Table& pins = table();
     const std::lock_guard guard(pins.lock);
-    PinCount& count = pins.counts[&source];
-    count.source = &source;
-    ++count.pins;
-    count_ = &count;
+    count_ = &pins.counts.try_emplace(&source, source).first->second;
+    ++count_->pins;
 }
 
 Pin& Pin::operator=(Pin&& other) noexcept {

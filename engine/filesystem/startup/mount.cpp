@@ -9,6 +9,7 @@
 #include <engine/filesystem/sources/directory.h>
 #include <engine/filesystem/sources/pack.h>
 
+#include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/pins.h"
@@ -116,6 +117,7 @@ bool unmount_path(const char* path) {
 
 bool add_source(const char* path, FFSAddSourceFlags::ENUM flags) {
     if (path == nullptr) path = "";
+    const DiskUse use(DiskUse::Action::LIST, path);
     return guarded(path, false, [&] { return mount_path(path, flags); });
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include <engine/filesystem/api.h>
+#include <engine/filesystem/contract/disk_use.h>
 #include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/request.h>
 

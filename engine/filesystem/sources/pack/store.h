@@ -24,6 +24,7 @@ public:
 
     const std::string& path() const { return path_; }
     std::uint64_t length() const { return length_; }
+    bool is_in_memory() const { return memory_ != nullptr; }
     /// Bytes read: less than `size` where the pack ends, or ended since it was opened. `failed`, with fs::last_error set,
     /// when the system fails.
     std::uint64_t read(std::uint64_t offset, void* buffer, std::uint64_t size) const;
