@@ -2,6 +2,7 @@
 
 #include <new>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "engine/filesystem/contract/set_error.h"
@@ -22,6 +23,8 @@ Result guarded(const char* path, Result failure, Work&& work) noexcept {
         return failure;
     } catch (const std::bad_alloc&) {
         set_error(EFSError::OUT_OF_MEMORY, path, "There is not enough memory.");
+    } catch (const std::system_error&) {  // on Windows a mutex takes memory when it is first locked
+        set_error(EFSError::OUT_OF_MEMORY, path, "There is not enough memory for a lock.");
     } catch (const std::length_error&) {
         set_error(EFSError::TOO_LARGE, path, "This is longer than memory can hold.");
     } catch (...) {  // a caller's own source or callback

@@ -27,15 +27,15 @@ namespace {
 constexpr MessageSource log_source{"FileSystem", "engine/filesystem/filesystem"};
 
 template <typename Source>
-std::unique_ptr<CFSSource> with_spelling(Source* source, const char* spelling) {
-    if (source != nullptr) source->set_native_spelling(spelling);
-    return std::unique_ptr<CFSSource>(source);
+std::unique_ptr<CFSSource> with_spelling(std::unique_ptr<Source> source, const char* spelling) {
+    source->set_native_spelling(spelling);
+    return source;
 }
 
 /// The caller's own spelling of the path is handed on, since the prepared one is lower case. Null without memory.
 std::unique_ptr<CFSSource> new_source(bool is_pack, const char* spelling) try {
-    if (is_pack) return with_spelling(new (std::nothrow) CZip_dir, spelling);
-    return with_spelling(new (std::nothrow) CWin32_dir(EFSSourceType::DIR), spelling);
+    if (is_pack) return with_spelling(std::make_unique<CZip_dir>(), spelling);
+    return with_spelling(std::make_unique<CWin32_dir>(EFSSourceType::DIR), spelling);
 } catch (const std::bad_alloc&) {
     return nullptr;
 }
