@@ -189,8 +189,8 @@ void File::open_unchanged(const PathAt& path, const OpenOptions& options, bool& 
                        .device = opening.key().device,
                        .inode = opening.key().inode,
                        .alignment = opening.is_direct() ? direct_alignment : 1,
-                       .exclusive = is_exclusive(options),
-                       .locked = writes(options)};
+                       .forks = fork_count(),
+                       .exclusive = is_exclusive(options)};
         return;
     }
     fail(Failure::IN_USE);
@@ -198,7 +198,7 @@ void File::open_unchanged(const PathAt& path, const OpenOptions& options, bool& 
 
 void File::close_handle() {
     // The lock goes first and the entry in the table last: in between nobody of this process asks for the lock.
-    if (state_.locked) unlock_file(number_of(state_.handle));
+    unlock_file(number_of(state_.handle), state_.exclusive, state_.forks);
     ::close(number_of(state_.handle));
     release_share(FileKey{.device = state_.device, .inode = state_.inode}, state_.exclusive);
 }
