@@ -114,8 +114,8 @@ private:
         std::uint64_t inode = 0;
         std::uint64_t position = 0;  // where the next read or write goes
         std::uint32_t alignment = 1;
+        std::uint32_t forks = 0;  // how many lay between the program's start and this process when it opened it (POSIX)
         bool exclusive = false;   // in that table
-        bool locked = false;      // against every other process (POSIX)
         bool overlapped = false;  // opened so (Windows)
         bool append = false;      // opened so
     };

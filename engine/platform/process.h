@@ -25,7 +25,6 @@ void* standard_output();
 /// Writes to a console handle, a redirected standard output included. Failures are ignored.
 void write_console(void* console, const char* text, std::size_t length);
 
-bool is_debugger_present();
 std::uint32_t process_id();
 std::uint32_t processor_count();
 

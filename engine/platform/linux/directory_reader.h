@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include <cstddef>
-#include <cstring>
+#include <cstdint>
 
 #include "engine/platform/posix/system_error.h"
 
@@ -13,8 +13,8 @@ namespace platform {
 
 /// One record as the kernel's getdents64 lays it out; the name follows and ends with a NUL.
 struct DirectoryRecord {
-    ino64_t inode;
-    off64_t offset;
+    std::uint64_t inode;
+    std::int64_t offset;
     unsigned short length;
     unsigned char kind;  // DT_REG …, DT_UNKNOWN where the file system does not say
     char name[1];

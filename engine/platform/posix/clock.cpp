@@ -19,14 +19,8 @@ struct Offset {
     bool operator==(const Offset&) const = default;
 };
 
-std::int64_t floor_to(std::int64_t value, std::int64_t unit) {
-    const std::int64_t remainder = value % unit;
-    return value - (remainder < 0 ? remainder + unit : remainder);
-}
-
 Offset offset_at(std::int64_t utc) {
-    const std::int64_t since_1601 = (utc - utc % ticks_per_second) / ticks_per_second - (utc % ticks_per_second < 0);
-    const auto seconds = static_cast<time_t>(since_1601 - seconds_from_1601_to_1970);
+    const time_t seconds = from_file_time(utc).tv_sec;
     tm fields{};
     if (localtime_r(&seconds, &fields) == nullptr) return {};
     return {.ticks = fields.tm_gmtoff * ticks_per_second, .summer = fields.tm_isdst > 0};
@@ -41,8 +35,8 @@ std::int64_t shift(std::int64_t time, std::int64_t by) {
 }
 
 std::int64_t whole_ms(std::int64_t time) {
-    constexpr std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
-    return time < lowest + ticks_per_ms ? lowest + ticks_per_ms : floor_to(time, ticks_per_ms);
+    const std::int64_t part = time % ticks_per_ms;
+    return part < 0 ? shift(time, -part - ticks_per_ms) : time - part;
 }
 
 }  // namespace
@@ -78,7 +72,7 @@ std::int64_t local_to_utc(std::int64_t local) {
 std::uint64_t steady_ns() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000u + static_cast<std::uint64_t>(now.tv_nsec);
+    return static_cast<std::uint64_t>(to_ns(now));
 }
 
 }  // namespace platform

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <new>
 
 #include "engine/platform/files.h"
 #include "engine/platform/linux/open_flags.h"
@@ -13,6 +14,13 @@
 // POSIX lets one open, truncate and share what Windows would not, so an open goes in steps: find the file under any
 // spelling and open it without touching its content; see that it is a regular file and not read-only; enter it in the
 // table of open files and lock it. A reader's open is one openat, one fstat and one flock.
+
+/// Reads here complete at once, so the record only carries the outcome to wait_overlapped.
+struct SNativeOverlapped {
+    std::uint64_t offset = 0;
+    std::uint32_t transferred = 0;
+    int status = 1;
+};
 
 namespace platform {
 namespace {
@@ -189,8 +197,8 @@ void File::open_unchanged(const PathAt& path, const OpenOptions& options, bool& 
                        .device = opening.key().device,
                        .inode = opening.key().inode,
                        .alignment = opening.is_direct() ? direct_alignment : 1,
-                       .exclusive = is_exclusive(options),
-                       .locked = writes(options)};
+                       .forks = fork_count(),
+                       .exclusive = is_exclusive(options)};
         return;
     }
     fail(Failure::IN_USE);
@@ -198,7 +206,7 @@ void File::open_unchanged(const PathAt& path, const OpenOptions& options, bool& 
 
 void File::close_handle() {
     // The lock goes first and the entry in the table last: in between nobody of this process asks for the lock.
-    if (state_.locked) unlock_file(number_of(state_.handle));
+    unlock_file(number_of(state_.handle), state_.exclusive, state_.forks);
     ::close(number_of(state_.handle));
     release_share(FileKey{.device = state_.device, .inode = state_.inode}, state_.exclusive);
 }
@@ -244,5 +252,31 @@ int File::duplicate_descriptor(bool /*for_writing*/) const {
 }
 
 void close_descriptor(int descriptor) { ::close(descriptor); }
+
+int File::read_overlapped(void* buffer, std::uint32_t size, std::uint32_t* transferred, SNativeOverlapped* overlapped) {
+    constexpr int done = 1;
+    constexpr int failed = 2;
+    constexpr int aborted = 3;
+    const std::uint64_t moved = read_at(buffer, size, overlapped->offset);
+    const bool is_at_end = moved == 0 && size > 0;
+    if (is_at_end) fail(Failure::OTHER);  // which is a failure here, as it is elsewhere
+    const bool has_failed = is_at_end || moved == all_ones;
+    overlapped->transferred = has_failed ? 0 : static_cast<std::uint32_t>(moved);
+    overlapped->status = !has_failed ? done : last_error().failure == Failure::ABORTED ? aborted : failed;
+    return wait_overlapped(*this, overlapped, transferred);
+}
+
+bool File::cancel() { return valid() || fail(Failure::INVALID_HANDLE); }
+
+SNativeOverlapped* create_overlapped() { return new (std::nothrow) SNativeOverlapped; }
+
+void destroy_overlapped(SNativeOverlapped* overlapped) { delete overlapped; }
+
+void set_overlapped_offset(SNativeOverlapped* overlapped, std::uint64_t offset) { overlapped->offset = offset; }
+
+int wait_overlapped(const File& /*file*/, SNativeOverlapped* overlapped, std::uint32_t* transferred) {
+    if (transferred != nullptr) *transferred = overlapped->transferred;
+    return overlapped->status;
+}
 
 }  // namespace platform

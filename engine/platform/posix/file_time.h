@@ -9,6 +9,10 @@ namespace platform {
 inline constexpr std::int64_t ticks_per_second = 10'000'000;  // of 100 ns
 inline constexpr std::int64_t seconds_from_1601_to_1970 = 11'644'473'600;
 
+inline std::int64_t to_ns(const timespec& time) {
+    return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
 inline std::int64_t to_file_time(const timespec& time) {
     return (static_cast<std::int64_t>(time.tv_sec) + seconds_from_1601_to_1970) * ticks_per_second + time.tv_nsec / 100;
 }

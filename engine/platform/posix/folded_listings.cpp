@@ -4,19 +4,20 @@
 #include <sys/stat.h>
 
 #include <cstring>
-#include <ctime>
 #include <mutex>
 #include <new>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
 
+#include "engine/platform/clock.h"
 #include "engine/platform/faults.h"
 #include "engine/platform/folding.h"
 #include "engine/platform/linux/directory_reader.h"
 #include "engine/platform/linux/stamp_clock.h"
 #include "engine/platform/never_destroyed.h"
 #include "engine/platform/posix/descriptor.h"
+#include "engine/platform/posix/file_time.h"
 #include "engine/platform/posix/system_error.h"
 
 namespace platform {
@@ -60,8 +61,7 @@ Held find(const Names& names, char* name, std::size_t length) {
 struct Kept {
     DirectoryStamp stamp;
     Names names;
-    std::size_t size_bytes = 0;
-    std::int64_t believed_until = 0;  // of the steady clock; what matters when the stamp is not trusted
+    std::uint64_t believed_until = 0;  // of the steady clock; what matters when the stamp is not trusted
 };
 
 // The one rule of trust. A listing is used as long as the directory has the stamp under which it was read, and if that
@@ -76,8 +76,8 @@ struct Kept {
 // would read n * n names where only ticks are told.
 constexpr std::int64_t few_ticks_ns = 40'000'000;        // the coarsest tick is 10 ms; processors may disagree about it
 constexpr std::int64_t coarse_stamp_ns = 2'100'000'000;  // where stamps have no fraction and count pairs of seconds
-constexpr std::int64_t long_reading_ns = 1'000'000;
-constexpr std::int64_t belief_in_readings = 50;  // reading takes at most a fiftieth of the time
+constexpr std::uint64_t long_reading_ns = 1'000'000;
+constexpr std::uint64_t belief_in_readings = 50;  // reading takes at most a fiftieth of the time
 
 bool is_trusted(std::int64_t changed_ns, std::int64_t ticks_before, bool is_local) {
     const std::int64_t needed = changed_ns % 1'000'000'000 == 0 ? coarse_stamp_ns : few_ticks_ns;
@@ -85,54 +85,49 @@ bool is_trusted(std::int64_t changed_ns, std::int64_t ticks_before, bool is_loca
 }
 
 bool is_usable(const Kept& kept, const DirectoryStamp& now) {
-    return kept.stamp.same(now) && (kept.stamp.is_trusted || steady_clock_ns() < kept.believed_until);
+    const bool is_same = kept.stamp.id == now.id && kept.stamp.changed_ns == now.changed_ns;
+    return is_same && (kept.stamp.is_trusted || steady_ns() < kept.believed_until);
 }
 
-std::int64_t belief_until(std::int64_t start, std::int64_t end) {
+std::uint64_t belief_until(std::uint64_t start, std::uint64_t end) {
     return end - start >= long_reading_ns ? end + belief_in_readings * (end - start) : 0;
 }
 
 /// When the bounds are reached everything is forgotten, and what is in use is read again.
-constexpr std::size_t cache_size_bytes = 32u << 20;
-constexpr std::size_t cache_listings = 4096;
+constexpr std::size_t most_names = 300'000;
+constexpr std::size_t most_listings = 4096;
 
-struct Id {
-    std::uint64_t device;
-    std::uint64_t inode;
-    bool operator==(const Id&) const = default;
-};
 struct IdHash {
-    std::size_t operator()(const Id& id) const { return (id.device << 32 ^ id.inode) * 0x9E3779B97F4A7C15u; }
+    std::size_t operator()(const DirectoryId& id) const { return (id.device << 32 ^ id.inode) * 0x9E3779B97F4A7C15u; }
 };
-Id id_of(const DirectoryStamp& stamp) { return {.device = stamp.device, .inode = stamp.inode}; }
 
 struct Cache {
     std::mutex lock;  // guards the rest; never held while the disk is asked
-    std::unordered_map<Id, Kept, IdHash> listings;
-    std::size_t size_bytes = 0;
+    std::unordered_map<DirectoryId, Kept, IdHash> listings;
+    std::size_t names = 0;  // in all of them
 
     Kept* find(const DirectoryStamp& stamp) {
-        const auto found = listings.find(id_of(stamp));
+        const auto found = listings.find(stamp.id);
         if (found == listings.end()) return nullptr;
         if (is_usable(found->second, stamp)) return &found->second;
-        erase(stamp);
+        erase(stamp.id);
         return nullptr;
     }
-    void erase(const DirectoryStamp& stamp) {
-        const auto found = listings.find(id_of(stamp));
+    void erase(const DirectoryId& id) {
+        const auto found = listings.find(id);
         if (found == listings.end()) return;
-        size_bytes -= found->second.size_bytes;
+        names -= found->second.names.size();
         listings.erase(found);
     }
     void keep(Kept&& kept) {
-        if (listings.size() >= cache_listings || size_bytes + kept.size_bytes > cache_size_bytes) {
+        erase(kept.stamp.id);
+        const std::size_t added = kept.names.size();
+        if (listings.size() >= most_listings || names + added > most_names) {
             listings.clear();
-            size_bytes = 0;
+            names = 0;
         }
-        erase(kept.stamp);
-        const std::size_t size = kept.size_bytes;
-        listings.emplace(id_of(kept.stamp), std::move(kept));
-        size_bytes += size;
+        listings.emplace(kept.stamp.id, std::move(kept));
+        names += added;
     }
 };
 
@@ -141,20 +136,9 @@ Cache& cache() {
     return instance.value;
 }
 
-void add(Kept& kept, std::string_view name) {
-    constexpr std::size_t size_of_node = 64;
-    kept.names.emplace(name);
-    kept.size_bytes += size_of_node + name.size();
-}
-
-std::int64_t to_ns(const timespec& time) {
-    return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
-}
-
 DirectoryStamp stamp_of(const struct stat& status, std::int64_t ticks_before) {
     const std::int64_t changed = to_ns(status.st_ctim);
-    return {.device = status.st_dev,
-            .inode = status.st_ino,
+    return {.id = {.device = status.st_dev, .inode = status.st_ino},
             .changed_ns = changed,
             .is_trusted = is_trusted(changed, ticks_before, is_local_device(status.st_dev))};
 }
@@ -169,14 +153,13 @@ bool read_listing(const char* path, Kept& out) {
         retry_interrupted([&] { return ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK); }));
     if (!directory.valid()) return false;
     const std::int64_t ticks_before = stamp_clock_ns();
-    const std::int64_t start = steady_clock_ns();
+    const std::uint64_t start = steady_ns();
     struct stat status;
     if (::fstat(directory.number(), &status) != 0) return false;
-    if (!read_directory(directory.number(), [&](const DirectoryRecord&, const char* name) { add(out, name); })) {
-        return false;
-    }
+    const auto add = [&](const DirectoryRecord&, const char* name) { out.names.emplace(name); };
+    if (!read_directory(directory.number(), add)) return false;
     out.stamp = stamp_of(status, ticks_before);
-    out.believed_until = belief_until(start, steady_clock_ns());
+    out.believed_until = belief_until(start, steady_ns());
     return true;
 }
 
@@ -193,7 +176,7 @@ bool stamp_directory(const char* path, DirectoryStamp& out) {
 }
 
 Held find_spelling(const char* path, DirectoryStamp& stamp, char* name, std::size_t length) {
-    if (stamp.inode == 0 && !stamp_directory(path, stamp)) return Held::UNKNOWN;
+    if (stamp.id.inode == 0 && !stamp_directory(path, stamp)) return Held::UNKNOWN;
     {
         const std::lock_guard guard(cache().lock);
         if (const Kept* const kept = cache().find(stamp); kept != nullptr) return find(kept->names, name, length);
@@ -214,9 +197,8 @@ void note_created(const char* path, const DirectoryStamp& before, std::string_vi
     const std::lock_guard guard(cache().lock);
     Kept* const kept = cache().find(before);
     if (kept == nullptr) return;
-    const std::size_t size_before = kept->size_bytes;
-    add(*kept, name);
-    cache().size_bytes += kept->size_bytes - size_before;
+    kept->names.emplace(name);
+    ++cache().names;
     kept->stamp = after;
 } catch (const std::bad_alloc&) {
     forget_directory(before);
@@ -224,7 +206,7 @@ void note_created(const char* path, const DirectoryStamp& before, std::string_vi
 
 void forget_directory(const DirectoryStamp& stamp) {
     const std::lock_guard guard(cache().lock);
-    cache().erase(stamp);
+    cache().erase(stamp.id);
 }
 
 }  // namespace platform

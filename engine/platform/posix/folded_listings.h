@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "engine/platform/directories.h"
+
 /// The names of directories, found without regard to ASCII case. Listings are kept, since a name that the disk does not
 /// hold is asked for again and again. A failure is never kept: it tells nothing about the next question.
 
@@ -11,14 +13,9 @@ namespace platform {
 /// Which state of a directory's list of names somebody looked at. The change time is taken and not the modification
 /// time, since nobody can set it back.
 struct DirectoryStamp {
-    std::uint64_t device = 0;
-    std::uint64_t inode = 0;  // 0: not looked yet
+    DirectoryId id;  // inode 0: not looked yet
     std::int64_t changed_ns = 0;
     bool is_trusted = false;  // any later change gives another stamp
-
-    bool same(const DirectoryStamp& other) const {
-        return device == other.device && inode == other.inode && changed_ns == other.changed_ns;
-    }
 };
 
 /// Looks at the directory at `path`, links followed. False with errno set when it is none or cannot be looked at.

@@ -11,18 +11,6 @@ namespace {
 
 constinit std::mutex creation_lock;  // held while a Creation lives; the lock of the kept listings is taken inside it
 
-/// The first `length` bytes of a path as the path of a directory.
-struct Prefix {
-    char text[path_buffer_size];
-    Prefix(const char* path, std::size_t length) {
-        if (length == 0)
-            text[length++] = '.';
-        else
-            std::memcpy(text, path, length);
-        text[length] = '\0';
-    }
-};
-
 std::size_t start_of_last(const char* path, std::size_t length) {
     while (length > 0 && path[length - 1] != '/') --length;
     return length;
@@ -40,15 +28,10 @@ bool is_dots(const char* name, std::size_t length) {
 
 bool is_absence(int os_code) { return failure_of(os_code) == Failure::NOT_FOUND; }
 
-Spelling unknown(int os_code) {
-    errno = os_code;
-    return Spelling::UNKNOWN;
-}
-
 /// How much of the path exists as given: all of [0, length) most of the time, which one look tells. `stamp` is that of
 /// this directory.
 bool find_existing(const char* path, std::size_t& length, DirectoryStamp& stamp) {
-    while (length > 0 && !stamp_directory(Prefix(path, length).text, stamp)) {
+    while (length > 0 && !stamp_directory(DirectoryPath(path, length).text, stamp)) {
         if (!is_absence(errno)) return false;
         length = start_of_previous(path, length);
     }
@@ -64,7 +47,7 @@ Spelling spell(char* path, DirectoryStamp* directory) {
         std::size_t end = begin;
         while (end < length && path[end] != '/') ++end;
         if (end > begin && !is_dots(path + begin, end - begin)) {
-            const Held held = find_spelling(Prefix(path, begin).text, stamp, path + begin, end - begin);
+            const Held held = find_spelling(DirectoryPath(path, begin).text, stamp, path + begin, end - begin);
             const bool is_absent = held == Held::NO || (held == Held::UNKNOWN && is_absence(errno));
             if (held == Held::UNKNOWN && !is_absent) return Spelling::UNKNOWN;
             if (directory != nullptr) *directory = stamp;
@@ -81,7 +64,8 @@ Spelling spell(char* path, DirectoryStamp* directory) {
 Spelling spell_path(char* path, DirectoryStamp* directory) try {
     return spell(path, directory);
 } catch (const std::bad_alloc&) {
-    return unknown(ENOMEM);
+    errno = ENOMEM;
+    return Spelling::UNKNOWN;
 }
 
 bool find_other_spelling(const char* path, char (&out)[path_buffer_size]) {
@@ -110,12 +94,13 @@ bool copy_path(const char* path, char (&out)[path_buffer_size]) {
 
 const char* last_component(const char* path) { return path + start_of_last(path, std::strlen(path)); }
 
-DirectoryPath::DirectoryPath(const char* path) {
-    const std::size_t length = start_of_last(path, std::strlen(path));
+DirectoryPath::DirectoryPath(const char* path, std::size_t length) {
     if (length == 0) return;
     std::memcpy(text, path, length);
     text[length] = '\0';
 }
+
+DirectoryPath::DirectoryPath(const char* path) : DirectoryPath(path, start_of_last(path, std::strlen(path))) {}
 
 bool find_entry(const char* path, Entry& out) {
     if (!copy_path(path, out.path)) return false;

@@ -35,9 +35,10 @@ bool check_path(const char* path);
 /// The last component of a path without trailing slashes.
 const char* last_component(const char* path);
 
-/// The directory that holds a path's last name.
+/// The first `length` bytes of a path as the path of a directory; without a length, the directory of its last name.
 struct DirectoryPath {
     char text[path_buffer_size] = ".";
+    DirectoryPath(const char* path, std::size_t length);
     explicit DirectoryPath(const char* path);
 };
 

@@ -1,5 +1,6 @@
 #include "engine/platform/posix/sharing.h"
 
+#include <pthread.h>
 #include <sys/file.h>
 
 #include <algorithm>
@@ -35,11 +36,19 @@ constexpr std::size_t shard_bits = 8;
 struct Table {
     std::array<Shard, 1u << shard_bits> shards;
     std::atomic<std::uint64_t> removals{0};
+    std::atomic<std::uint32_t> forks{0};
+    std::atomic<bool> may_have_children{false};
+
+    Table();
 };
 
 Table& table() {
     static NeverDestroyed<Table> instance;  // files may be closed while the process ends
     return instance.value;
+}
+
+Table::Table() {
+    ::pthread_atfork([] { table().may_have_children = true; }, nullptr, [] { ++table().forks; });
 }
 
 Shard& shard_of(const FileKey& key) {
@@ -80,7 +89,12 @@ bool lock_file(int descriptor, bool exclusive) {
            fail_os(errno);
 }
 
-void unlock_file(int descriptor) { ::flock(descriptor, LOCK_UN); }
+void unlock_file(int descriptor, bool exclusive, std::uint32_t forks) {
+    const bool is_shared = exclusive || table().may_have_children.load(std::memory_order_relaxed);
+    if (is_shared && forks == fork_count()) ::flock(descriptor, LOCK_UN);
+}
+
+std::uint32_t fork_count() { return table().forks.load(std::memory_order_relaxed); }
 
 std::uint64_t removal_count() { return table().removals.load(std::memory_order_acquire); }
 

@@ -24,8 +24,12 @@ void release_share(const FileKey& key, bool exclusive);
 /// Takes the lock against other processes. False, with the failure recorded, when one of them excludes this use; file
 /// systems without locks exclude nobody.
 bool lock_file(int descriptor, bool exclusive);
-/// Gives the lock up at once. Closing does so only when no forked child has the descriptor still.
-void unlock_file(int descriptor);
+/// To be called before a descriptor is closed that lock_file locked while fork_count() was `forks`. The lock belongs to
+/// the open file, which a forked child has too: closing ends it only when both have closed. So whoever took the lock
+/// gives it up at once, and a child never ends the lock of its parent.
+void unlock_file(int descriptor, bool exclusive, std::uint32_t forks);
+/// How many forks lie between the start of the program and this process.
+std::uint32_t fork_count();
 
 /// How many files this process has removed or replaced. An open that sees it move between finding a file and entering
 /// it here must ask whether its file still has a name.

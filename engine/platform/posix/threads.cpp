@@ -1,19 +1,18 @@
-#include <pthread.h>
-#include <sys/resource.h>
-#include <unistd.h>
+#include "engine/platform/threads.h"
 
-#include <array>
+#include <pthread.h>
+
 #include <cstdio>
 #include <new>
 
+#include "engine/platform/linux/this_thread.h"
 #include "engine/platform/posix/crash/alternate_stack.h"
-#include "engine/platform/threads.h"
 
 namespace platform {
 
 struct Thread {
     pthread_t handle{};
-    std::array<char, 16> name{};  // what the kernel holds, terminator included
+    char name[thread_name_size] = "";
     int priority = 0;
     void (*entry)(void* argument) = nullptr;
     void* argument = nullptr;
@@ -21,22 +20,13 @@ struct Thread {
 
 namespace {
 
-// A step of priority in units of the scheduler's "nice", which Linux keeps for each thread.
-constexpr int nice_step = -5;
-
-void set_own_priority(int priority) {
-    if (priority == 0) return;
-    const auto id = static_cast<id_t>(gettid());
-    const int now = getpriority(PRIO_PROCESS, id);
-    // A raise is refused without the privilege; the thread then runs at the normal priority, as promised.
-    setpriority(PRIO_PROCESS, id, now + priority * nice_step);
-}
+constexpr int nice_step = -5;  // for each step of priority
 
 void* run_thread(void* argument) {
     const Thread& thread = *static_cast<const Thread*>(argument);
     const AlternateStack stack;
-    pthread_setname_np(pthread_self(), thread.name.data());
-    set_own_priority(thread.priority);
+    name_this_thread(thread.name);
+    if (thread.priority != 0) add_nice_to_this_thread(thread.priority * nice_step);
     thread.entry(thread.argument);
     return nullptr;
 }
@@ -46,7 +36,7 @@ void* run_thread(void* argument) {
 Thread* start_thread(const char* name, int priority, void (*entry)(void* argument), void* argument) {
     auto* const thread = new (std::nothrow) Thread{.priority = priority, .entry = entry, .argument = argument};
     if (thread == nullptr) return nullptr;
-    std::snprintf(thread->name.data(), thread->name.size(), "%s", name);
+    std::snprintf(thread->name, sizeof thread->name, "%s", name);
     if (pthread_create(&thread->handle, nullptr, run_thread, thread) == 0) return thread;
     delete thread;
     return nullptr;
@@ -57,7 +47,7 @@ void join_thread(Thread* thread) {
     delete thread;
 }
 
-std::uint64_t current_thread_id() { return static_cast<std::uint64_t>(gettid()); }
+std::uint64_t current_thread_id() { return this_thread_id(); }
 
 struct ThreadSlot {
     pthread_key_t key{};

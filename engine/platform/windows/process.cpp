@@ -124,8 +124,6 @@ void write_console(void* console, const char* text, std::size_t length) {
     write_all(text, length, [&](const char* piece, DWORD size) { return write(console, piece, size); });
 }
 
-bool is_debugger_present() { return IsDebuggerPresent() != 0; }
-
 std::uint32_t process_id() { return GetCurrentProcessId(); }
 
 std::uint32_t processor_count() { return std::max<DWORD>(GetActiveProcessorCount(ALL_PROCESSOR_GROUPS), 1); }

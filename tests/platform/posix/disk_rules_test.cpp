@@ -111,6 +111,64 @@ TEST_F(DiskRules, FollowLinksAndRemoveThemAlone) {
     EXPECT_EQ(disk::get("file"), "content");
 }
 
+TEST_F(DiskRules, RemoveATreeAndNothingThatItsLinksLeadTo) {
+    disk::put("outside", "content");
+    for (const char* target : {"outside", ".", "nowhere"}) {
+        std::filesystem::create_directories("tree/sub");
+        disk::put("tree/sub/file", "");
+        std::filesystem::create_symlink(std::filesystem::absolute(target), "tree/sub/link");
+        std::filesystem::create_symlink("sub", "tree/beside");
+        TreeRemoval removal;
+        EXPECT_TRUE(remove_tree("TREE/", removal)) << removal.left;
+        EXPECT_THAT(list("."), ElementsAre("outside")) << target;
+    }
+    std::filesystem::create_directories("folder/inner");
+    std::filesystem::create_symlink("folder", "link");
+    TreeRemoval removal;
+    EXPECT_TRUE(remove_tree("link", removal)) << "itself a link";
+    EXPECT_TRUE(remove_tree("folder", removal));
+    EXPECT_FALSE(remove_tree("folder", removal));
+    EXPECT_EQ(last_error().failure, Failure::NOT_FOUND);
+    EXPECT_EQ(removal.left, "folder");
+}
+
+TEST_F(DiskRules, NameWhatStaysOfATreeAndRemoveTheRest) {
+    std::filesystem::create_directories("tree/b");
+    for (const char* name : {"tree/a", "tree/b/open", "tree/b/other", "tree/kept", "tree/z"}) disk::put(name, "");
+    const File open = File::open("tree/b/open", {});
+    std::vector<std::string> gone;
+    TreeRemoval removal;
+    removal.keeps = [](const DirectoryItem& item) { return std::string(item.name) == "kept"; };
+    removal.removed = [&](const char* path, const DirectoryItem&) { gone.emplace_back(path); };
+    EXPECT_FALSE(remove_tree("tree", removal));
+    EXPECT_EQ(last_error().failure, Failure::IN_USE);
+    EXPECT_EQ(removal.left, "tree/b/open");
+    EXPECT_THAT(gone, ElementsAre("tree/a", "tree/b/other", "tree/z"));
+    EXPECT_THAT(list("tree"), ElementsAre("b", "kept"));
+}
+
+// A name is held, absent, or the disk does not tell; and what it did not tell once is asked again.
+TEST_F(DiskRules, TellAnAbsentNameFromOneThatCouldNotBeLookedFor) {
+    std::filesystem::create_directory("Folder");
+    disk::put("Folder/File", "");
+    for (const Failure failure : {Failure::IO, Failure::OUT_OF_MEMORY, Failure::TOO_MANY_FILES}) {
+        std::filesystem::rename("Folder", "folder");  // nothing remembered of it is good any more
+        std::filesystem::rename("folder", "Folder");
+        inject_fault(FaultPoint::LIST, 1, failure, true);
+        for (const char* path : {"FOLDER/file", "Folder/FILE", "Folder/missing"}) {
+            EXPECT_FALSE(get_attributes(path).has_value());
+            EXPECT_EQ(last_error().failure, failure) << path;
+            EXPECT_FALSE(File::open(path, for_creating).valid());
+            EXPECT_EQ(last_error().failure, failure) << path;
+        }
+        clear_faults();
+        EXPECT_TRUE(get_attributes("FOLDER/file").has_value());
+        EXPECT_FALSE(get_attributes("folder/missing").has_value());
+        EXPECT_EQ(last_error().failure, Failure::NOT_FOUND);
+    }
+    EXPECT_THAT(list("Folder"), ElementsAre("File"));
+}
+
 TEST_F(DiskRules, KnowAFileUnderAllItsNames) {
     disk::put("one", "content");
     std::filesystem::create_hard_link("one", "two");

@@ -1,11 +1,11 @@
 #include "engine/platform/memory.h"
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstdint>
 
 namespace platform {
-
 namespace {
 
 /// Large pages make touching a block for the first time several times cheaper. A kernel without them says so, and the
@@ -30,7 +30,7 @@ void free_block(void* block, std::size_t size) { ::munmap(block, size); }
 
 void populate(void* range, std::size_t size) {
 #ifdef MADV_POPULATE_WRITE
-    constexpr std::uintptr_t page = 4096;
+    static const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
     const std::uintptr_t begin = (reinterpret_cast<std::uintptr_t>(range) + page - 1) / page * page;
     const std::uintptr_t end = (reinterpret_cast<std::uintptr_t>(range) + size) / page * page;
     if (begin < end) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
