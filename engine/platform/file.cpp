@@ -58,8 +58,7 @@ File File::open(const PathAt& path, const OpenOptions& options) {
     file.open_unchanged(path, options, created);
     if (!file.valid()) return file;
     const bool empties = truncates(options.disposition) && !created;
-    file.state_.append = options.append;
-    if ((options.at_end || options.append) && !created && !empties) {
+    if (options.at_end && !created && !empties) {
         file.state_.position = file.length();
         if (file.state_.position == all_ones) file.close();
     }

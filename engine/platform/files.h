@@ -29,9 +29,6 @@ struct OpenOptions {
     bool unbuffered = false;  // bypass the system's cache where the file system can
     bool overlapped = false;  // reads only through read_overlapped and read_at
     bool at_end = false;      // begin at the end of the file; the open fails when the length cannot be told
-    // Every write goes to the end of the file in one step, whoever else has the same open file (a forked process) and
-    // wherever the position is. Includes at_end.
-    bool append = false;
 };
 
 /// A directory kept open so that opening below it walks only the rest of the path. Movable; may be empty.
@@ -90,6 +87,9 @@ public:
     std::uint64_t tell() const;    // all ones on failure
     std::uint64_t length() const;  // all ones on failure
     bool set_end();                // truncates or extends at the position
+    /// From now on every write goes to the end of the file in one step, wherever the position is and whoever else has the
+    /// same open file (a forked process).
+    bool append_only();
     bool sync();                   // waits until what was written is on the disk
 
     /// Starts a read at the record's offset. 0 pending, 1 done, 2 failed, 3 aborted. `transferred` holds the bytes
@@ -117,7 +117,7 @@ private:
         std::uint32_t forks = 0;  // how many lay between the program's start and this process when it opened it (POSIX)
         bool exclusive = false;   // in that table
         bool overlapped = false;  // opened so (Windows)
-        bool append = false;      // opened so
+        bool append = false;      // append_only
     };
 
     // What each system supplies. Each records its failure.

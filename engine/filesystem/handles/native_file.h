@@ -20,6 +20,8 @@ public:
     std::uint64_t length() override;
     std::uint64_t tell() override;
     bool set_eof() override;
+    /// From now on every write goes to the end of the file, also when a forked process writes it too.
+    bool append_only() { return file_.append_only(); }
     const void* view(std::uint64_t& size, bool populate) override;
 
     /// Reads at an offset, by any number of threads at once; the position stays. As read otherwise.

@@ -54,7 +54,8 @@ platform::OpenOptions options_of(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags, 
             .disposition = disposition,
             .write_through = has_any(flags, FFSOpenFlags::WRITE_THROUGH),
             .unbuffered = async && has_any(flags, FFSOpenFlags::ASYNC_UNBUFFERED),
-            .overlapped = async};
+            .overlapped = async,
+            .at_end = mode == EFSMode::APPEND};
 }
 
 using Handle = std::unique_ptr<SFsFile>;
@@ -80,8 +81,6 @@ Handle open_plain(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE
     auto handle = named(std::make_unique<Win32FileHandle>(source), name);
     platform::File file = platform::File::open(path, options);
     if (!file.valid()) return refuse_open(path.full, "cannot be opened");
-    if (mode == EFSMode::APPEND && !file.seek(0, platform::Origin::END))
-        return refuse_open(path.full, "cannot be appended to");
     handle->Attach(std::move(file));
     return handle;
 }

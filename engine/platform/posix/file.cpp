@@ -54,7 +54,6 @@ int open_flags(const OpenOptions& options) {
         flags |= O_RDWR;
     if (options.write_through) flags |= O_DSYNC;
     if (options.unbuffered) flags |= open_direct;
-    if (options.append) flags |= O_APPEND;
     return flags;
 }
 
@@ -125,7 +124,9 @@ private:
         if (read_only && writes(options_) && !is_created()) return done_if(fail(Failure::READ_ONLY));
         if (!acquire_share(key(), is_exclusive(options_))) return leave_if_held();
         const bool is_locked = lock_file(descriptor_.number(), writes(options_));
-        if (is_locked && (removal_count() == removals || still_has_name())) return Step::DONE;
+        // What another process removes or replaces in this moment is not counted here, and nothing may be written to it.
+        const bool is_sure = removal_count() == removals && !is_exclusive(options_);
+        if (is_locked && (is_sure || still_has_name())) return Step::DONE;
         release_share(key(), is_exclusive(options_));
         if (!is_locked) return leave_if_held();
         created_[0] = '\0';
@@ -222,6 +223,13 @@ std::uint64_t File::write_some(const void* buffer, std::uint64_t size, std::uint
         return state_.append ? ::write(number, buffer, size)
                              : ::pwrite(number, buffer, size, static_cast<off_t>(offset));
     }));
+}
+
+bool File::append_only() {
+    const int flags = ::fcntl(number_of(state_.handle), F_GETFL);
+    if (flags < 0 || ::fcntl(number_of(state_.handle), F_SETFL, flags | O_APPEND) < 0) return fail_os(errno);
+    state_.append = true;
+    return true;
 }
 
 std::uint64_t File::ask_length() const {

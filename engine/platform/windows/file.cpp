@@ -129,6 +129,11 @@ std::uint64_t File::write_some(const void* buffer, std::uint64_t size, std::uint
     });
 }
 
+bool File::append_only() {
+    state_.append = true;
+    return true;
+}
+
 std::uint64_t File::ask_length() const {
     LARGE_INTEGER size{};
     if (GetFileSizeEx(to_handle(state_.handle), &size)) return static_cast<std::uint64_t>(size.QuadPart);

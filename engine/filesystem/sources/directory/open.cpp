@@ -40,12 +40,6 @@ SFsFile* refuse(const char* path, EFSError::TYPE code, const char* why) {
     return nullptr;
 }
 
-// Takes away the empty file that an open made before it failed. What is not empty was not made by it.
-void remove_leftover(const NativePath& native) {
-    const std::optional<platform::Attributes> left = platform::get_attributes(native.text);
-    if (left && !left->is_directory && left->size == 0) platform::remove_file(native.text);
-}
-
 }  // namespace
 
 SFsFile* CWin32_dir::open_existing(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
@@ -96,16 +90,11 @@ SFsFile* CWin32_dir::create(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags:
         if (!fs::create_directories(native.text)) return nullptr;
         fs::NewEntry entry(*state_);
         if (!entry.enter(native, p.FileNameView().size(), fs::NewEntry::Spelling::OF_DISK)) return nullptr;
-        const bool existed = platform::get_attributes(native.text).has_value();
         const platform::PathAt path = native.at(state_->native_root);
         const FFSOpenFlags::FLAGS plain = flags & ~FFSOpenFlags::WHOLE_NAME;
         SFsFile* const file = mode == EFSMode::WRITE ? open_path(this, path, mode, plain | FFSOpenFlags::CREATE, name)
                                                      : fs::create_for_change(this, path, plain, name);
-        if (file) {
-            entry.keep(true);
-        } else if (!existed) {
-            remove_leftover(native);
-        }
+        if (file) entry.keep(true);
         return file;
     });
 }

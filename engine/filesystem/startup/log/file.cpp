@@ -14,6 +14,7 @@
 
 #include "engine/filesystem/contract/file_ptr.h"
 #include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/handles/native_file.h"
 #include "engine/filesystem/log/hooks.h"
 #include "engine/filesystem/startup/crash/dump.h"
 #include "engine/platform/files.h"
@@ -83,13 +84,11 @@ bool is_empty_file(const std::string& native_path) {
     return attributes && !attributes->is_directory && attributes->size == 0;
 }
 
-/// Made, or emptied, and then opened for writing at its end alone; a source that cannot append writes it from its start.
+/// Made, or emptied, and from then on written at its end alone where the file is one of the disk.
 SFsFile* open_appending(const char* name) {
-    SFsFile* const made = fs::open(name, EFSMode::WRITE, FFSOpenFlags::CREATE);
-    if (made == nullptr) return nullptr;
-    fs::close(made);
-    if (SFsFile* const file = fs::open(name, EFSMode::APPEND)) return file;
-    return fs::open(name, EFSMode::WRITE, FFSOpenFlags::CREATE);
+    SFsFile* const file = fs::open(name, EFSMode::WRITE, FFSOpenFlags::CREATE);
+    if (auto* const native = dynamic_cast<Win32FileHandle*>(file)) native->append_only();
+    return file;
 }
 
 /// Through the file management, so that the source forgets the file too; straight from the disk once the file system
