@@ -19,7 +19,8 @@ SFsFile::~SFsFile() {
 }
 
 bool SFsFile::read_async(void*, std::uint64_t, std::uint64_t, SFsRequest*, std::uint32_t) {
-    return fs::refuse(EFSError::UNSUPPORTED, name, "This kind of file has no asynchronous reads; fs::load_async loads from any.");
+    return fs::refuse(EFSError::UNSUPPORTED, name,
+                      "This kind of file has no asynchronous reads; fs::load_async loads from any.");
 }
 bool SFsFile::write_async(const void*, std::uint64_t, std::uint64_t, SFsRequest*, std::uint32_t) { return false; }
 bool SFsFile::set_eof() { return false; }

@@ -1,5 +1,3 @@
-#include <new>
-
 #include "engine/filesystem/streams/gzip_state.h"
 
 namespace fs {
@@ -12,22 +10,14 @@ enum HeaderFlag : unsigned char { HEADER_CRC = 2, EXTRA_FIELD = 4, FILE_NAME = 8
 
 }  // namespace
 
-/// Reads up to `blocks` blocks. False, with the failure noted, when not a byte is left.
-bool izipped_buffer_file::refill(std::uint32_t blocks) {
+/// Reads the next block. False, with the failure noted, when not a byte is left.
+bool izipped_buffer_file::refill() {
     if (zip_->z_eof) return false;
-    if (blocks > 1 && zip_->ahead == nullptr)
-        zip_->ahead = new (std::nothrow) Bytef[std::size_t{State::most_blocks} * State::buffer_size];
-    if (zip_->ahead == nullptr) blocks = 1;
-    Bytef* const into = blocks > 1 ? zip_->ahead : zip_->buffer;
-    std::uint32_t total = 0;
-    for (std::uint32_t block = 0; block < blocks && total == block * State::buffer_size; ++block) {
-        const std::uint64_t got = read_data(into + total, State::buffer_size);
-        if (got <= State::buffer_size) total += static_cast<std::uint32_t>(got);  // a caller's storage may say anything
-    }
-    zip_->gathered = total;
-    zip_->stream.next_in = into;
-    zip_->stream.avail_in = total;
-    if (total != 0) return true;
+    const std::uint64_t got = read_data(zip_->buffer, State::buffer_size);
+    zip_->next_in = zip_->buffer;
+    zip_->left_in =
+        got <= State::buffer_size ? static_cast<std::uint32_t>(got) : 0;  // a caller's storage may say anything
+    if (zip_->left_in != 0) return true;
     zip_->z_eof = true;
     zip_->fail(Z_ERRNO, EFSError::BAD_FORMAT, "The gzip member ends too early.");
     return false;
@@ -35,9 +25,9 @@ bool izipped_buffer_file::refill(std::uint32_t blocks) {
 
 unsigned char izipped_buffer_file::get_byte() {
     if (zip_ == nullptr || zip_->writing || zip_->z_eof) return end_byte;
-    if (zip_->stream.avail_in == 0 && !refill(1)) return end_byte;
-    --zip_->stream.avail_in;
-    return *zip_->stream.next_in++;
+    if (zip_->left_in == 0 && !refill()) return end_byte;
+    --zip_->left_in;
+    return *zip_->next_in++;
 }
 
 std::uint32_t izipped_buffer_file::get_long() {
@@ -84,7 +74,7 @@ bool izipped_buffer_file::check_header() {
 
 bool izipped_buffer_file::begin_reading() {
     if (!check_header()) return false;
-    zip_->start = get_current_pos() - zip_->stream.avail_in;
+    zip_->start = get_current_pos() - zip_->left_in;
     return true;
 }
 

@@ -12,19 +12,21 @@ constexpr int memory_level = 8;
 }  // namespace
 
 bool izipped_buffer_file::State::begin() {
-    z_err = writing ? deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, raw_window_bits, memory_level,
-                                   Z_DEFAULT_STRATEGY)
-                    : inflateInit2(&stream, raw_window_bits);
+    if (!writing) {
+        decoder = make_inflater();
+        return decoder->start();
+    }
+    z_err = deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, raw_window_bits, memory_level, Z_DEFAULT_STRATEGY);
     begun = z_err == Z_OK;
     stream.next_out = buffer;
-    stream.avail_out = writing ? buffer_size : 0;
+    stream.avail_out = buffer_size;
     return begun;
 }
 
 int izipped_buffer_file::State::end() {
     if (!begun) return Z_OK;
     begun = false;
-    return writing ? deflateEnd(&stream) : inflateEnd(&stream);
+    return deflateEnd(&stream);
 }
 
 void izipped_buffer_file::State::fail(int result, EFSError::TYPE code, const char* text) {
@@ -34,6 +36,20 @@ void izipped_buffer_file::State::fail(int result, EFSError::TYPE code, const cha
         words = text;
     }
     tell();
+}
+
+void izipped_buffer_file::State::note(Decoder::Result result) {
+    switch (result) {
+        case Decoder::Result::MORE:
+            return;
+        case Decoder::Result::END:
+            z_err = Z_STREAM_END;
+            return;
+        case Decoder::Result::DAMAGED:
+            return fail(Z_DATA_ERROR, EFSError::BAD_FORMAT, "The gzip member is damaged.");
+        case Decoder::Result::NO_MEMORY:
+            return fail(Z_MEM_ERROR, EFSError::OUT_OF_MEMORY, "There is no memory for decoding the gzip member.");
+    }
 }
 
 void izipped_buffer_file::State::tell() const {

@@ -2,12 +2,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include <zlib.h>
 
 #include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/streams/zipped_buffer.h>
 
+#include "engine/filesystem/formats/inflate.h"
 #include "engine/kernel/checksum.h"
 
 namespace fs {
@@ -15,18 +17,15 @@ namespace fs {
 /// One gzip member being read or written.
 struct izipped_buffer_file::State {
     static constexpr std::uint32_t buffer_size = 4096;
-    static constexpr std::uint32_t most_blocks = 16;  // read ahead at a time, see gzip_stream.cpp
 
     explicit State(bool for_writing) : writing(for_writing) {}
-    ~State() {
-        end();
-        delete[] ahead;
-    }
+    ~State() { end(); }
     State(const State&) = delete;
     State& operator=(const State&) = delete;
 
+    /// False without memory. May throw std::bad_alloc.
     bool begin();
-    /// zlib's verdict on giving the stream back; Z_OK when there is none.
+    /// Of a writer: zlib's verdict on giving the stream back; Z_OK when there is none.
     int end();
     /// Whether nothing more can be read.
     bool stopped() const { return z_err == Z_DATA_ERROR || z_err == Z_ERRNO || z_err == Z_STREAM_END; }
@@ -34,22 +33,25 @@ struct izipped_buffer_file::State {
     void add_to_crc(const void* data, std::size_t size) { crc = kernel::crc32(crc, data, size); }
     /// Notes why the member is broken, unless that is known, and says so in last_error.
     void fail(int result, EFSError::TYPE code, const char* text);
+    /// Notes what the decoder came to.
+    void note(Decoder::Result result);
     /// Says again in last_error why the member is broken, when it is.
     void tell() const;
 
-    z_stream stream = {};
+    z_stream stream = {};              // of a writer
+    std::unique_ptr<Decoder> decoder;  // of a reader
     int z_err = Z_OK;  // zlib's last result; Z_ERRNO also at the end of the storage, Z_DATA_ERROR also for our checks
     EFSError::TYPE reason = EFSError::NONE;  // why z_err is a failure, and in words
     const char* words = "";
     bool z_eof = false;  // the storage is exhausted
     bool begun = false;
     const bool writing;
-    std::uint32_t crc = 0;            // of the plain bytes so far
-    std::uint64_t total = 0;          // plain bytes so far; zlib's own count has 32 bits on Windows
-    std::uint64_t start = 0;          // raw position behind the header
-    std::uint32_t gathered = 0;       // bytes of the blocks last read
-    Bytef* ahead = nullptr;           // room for most_blocks, made when first needed
-    Bytef buffer[buffer_size];        // compressed bytes: not yet inflated, or not yet written
+    std::uint32_t crc = 0;          // of the plain bytes so far
+    std::uint64_t total = 0;        // plain bytes so far; zlib's own count has 32 bits on Windows
+    std::uint64_t start = 0;        // raw position behind the header
+    Bytef buffer[buffer_size];      // compressed bytes: not yet inflated, or not yet written
+    const Bytef* next_in = buffer;  // of those not yet inflated
+    std::uint32_t left_in = 0;
     Bytef scratch[buffer_size] = {};  // what seeks discard, or zeros to fill with
 };
 

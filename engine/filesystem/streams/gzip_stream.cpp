@@ -1,16 +1,12 @@
-// One gzip member over six storage operations. zlib does the raw deflate data; header, checksum and trailer are ours.
+// One gzip member over six storage operations. The raw deflate data is the libraries'; header, checksum and trailer are ours.
 //
-// Compressed bytes move in blocks of 4096, so the raw position of a reader is ahead of what has been decoded by up to
-// that much. The plain bytes go straight between zlib and the caller, in slices that are still in the processor's cache
-// when their checksum is taken.
-//
-// zlib is slow in small steps, so a large read from memory takes several blocks at a time. At its end it gives back
-// those that it did not touch: the raw position is always that of a reader that goes block by block.
+// Compressed bytes move in blocks of 4096, so the raw position of a reader is ahead of what has been decoded by up to that
+// much, and never more: the decoder gives all that it can make of a block before the next one is read. The plain bytes go
+// straight between it and the caller, in slices that are still in the processor's cache when their checksum is taken.
 #include <algorithm>
-#include <limits>
 #include <new>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/streams/gzip_state.h"
 
 namespace fs {
@@ -18,7 +14,6 @@ namespace fs {
 namespace {
 
 constexpr std::uint64_t slice_size = 256 * 1024;
-constexpr std::uint64_t plain_bytes_per_block = 16 * 1024;  // what a block is expected to unpack to, at least
 constexpr std::int64_t crc_step = 0x200000;
 
 }  // namespace
@@ -91,7 +86,7 @@ bool izipped_buffer_file::init_zip_stream(EFSMode::TYPE mode) {
     const bool writing = mode == EFSMode::WRITE;
     if (zip_ != nullptr) return zip_->writing == writing;
     zip_ = new (std::nothrow) State(writing);
-    const bool has_memory = zip_ != nullptr && zip_->begin();
+    const bool has_memory = zip_ != nullptr && guarded(nullptr, false, [this] { return zip_->begin(); });
     if (!has_memory) set_error(EFSError::OUT_OF_MEMORY, "", "There is no memory for a gzip stream.");
     if (has_memory && (writing ? begin_writing() : begin_reading())) return true;
     destroy_zip_stream();
@@ -227,48 +222,28 @@ std::uint64_t izipped_buffer_file::read(void* buffer, std::uint64_t size) {
     auto* out = static_cast<Bytef*>(buffer);
     std::uint64_t done = 0;
     while (done < size && zip_->z_err == Z_OK && !zip_->z_eof)
-        done += inflate_slice(out + done, static_cast<std::uint32_t>(std::min(size - done, slice_size)), size - done);
-    if (zip_->gathered > State::buffer_size) give_back_blocks();
+        done += inflate_slice(out + done, static_cast<std::uint32_t>(std::min(size - done, slice_size)));
     return done;
 }
 
-/// Bytes produced; fewer than asked for at the end of the member and after a failure. `wanted` is what the caller still
-/// wants, this slice included.
-std::uint32_t izipped_buffer_file::inflate_slice(unsigned char* out, std::uint32_t size, std::uint64_t wanted) {
-    z_stream& stream = zip_->stream;
-    stream.next_out = out;
-    stream.avail_out = size;
-    while (zip_->z_err == Z_OK && stream.avail_out != 0) {
-        if (stream.avail_in == 0 && !refill(blocks_worth_reading(wanted))) break;
-        zip_->z_err = inflate(&stream, Z_NO_FLUSH);
-        if (zip_->z_err == Z_MEM_ERROR)
-            zip_->fail(Z_MEM_ERROR, EFSError::OUT_OF_MEMORY, "There is no memory for decoding the gzip member.");
-        else if (zip_->z_err != Z_OK && zip_->z_err != Z_STREAM_END)
-            zip_->fail(zip_->z_err, EFSError::BAD_FORMAT, "The gzip member is damaged.");
+/// Bytes produced; fewer than asked for at the end of the member and after a failure.
+std::uint32_t izipped_buffer_file::inflate_slice(unsigned char* out, std::uint32_t size) {
+    DecoderBuffers buffers{.in = zip_->next_in, .in_size = zip_->left_in, .out = out, .out_size = size};
+    while (zip_->z_err == Z_OK && buffers.out_size != 0) {
+        const Decoder::Result result = zip_->decoder->decode(buffers);  // also of no input: output may wait inside
+        zip_->next_in = buffers.in;
+        zip_->left_in = static_cast<std::uint32_t>(buffers.in_size);
+        zip_->note(result);
+        if (result != Decoder::Result::MORE || buffers.out_size == 0 || buffers.in_size != 0) continue;
+        if (!refill()) break;
+        buffers.in = zip_->next_in;
+        buffers.in_size = zip_->left_in;
     }
-    const std::uint32_t produced = size - stream.avail_out;
+    const auto produced = static_cast<std::uint32_t>(size - buffers.out_size);
     zip_->add_to_crc(out, produced);
     zip_->total += produced;
     if (zip_->z_err == Z_STREAM_END) check_trailer();
     return produced;
-}
-
-std::uint32_t izipped_buffer_file::blocks_worth_reading(std::uint64_t wanted) {
-    const std::uint64_t blocks = std::min<std::uint64_t>(wanted / plain_bytes_per_block, State::most_blocks);
-    // Memory streams of 2 GiB and more cannot be relied on to seek back.
-    const bool several = gives_back_ && blocks > 1 && get_size() <= std::numeric_limits<std::int32_t>::max();
-    return several ? static_cast<std::uint32_t>(blocks) : 1;
-}
-
-/// Unreads the blocks of which nothing was used, but for the first.
-void izipped_buffer_file::give_back_blocks() {
-    const std::uint32_t used = std::max<std::uint32_t>(zip_->gathered - zip_->stream.avail_in, 1);
-    const std::uint32_t blocks = (used - 1) / State::buffer_size + 1;
-    const std::uint32_t kept = std::min(blocks * State::buffer_size, zip_->gathered);
-    const std::uint32_t surplus = zip_->gathered - kept;
-    if (surplus != 0 && !set_current_pos(static_cast<std::int64_t>(get_current_pos() - surplus))) return;
-    zip_->gathered = kept;
-    zip_->stream.avail_in -= surplus;
 }
 
 /// The length behind the checksum is read and not compared.
@@ -324,11 +299,10 @@ std::int64_t izipped_buffer_file::zip_rewind() {
     zip_->z_err = Z_OK;
     zip_->reason = EFSError::NONE;
     zip_->z_eof = false;
-    zip_->stream.avail_in = 0;
-    zip_->gathered = 0;
+    zip_->left_in = 0;
     zip_->crc = 0;
     zip_->total = 0;
-    inflateReset(&zip_->stream);
+    zip_->decoder->start();
     return set_current_pos(static_cast<std::int64_t>(zip_->start)) ? 0 : -1;
 }
 

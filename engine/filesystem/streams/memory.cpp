@@ -11,7 +11,7 @@
 
 namespace fs {
 
-memfile::memfile() { gives_back_ = true; }
+memfile::memfile() = default;
 
 memfile::~memfile() = default;
 
@@ -80,7 +80,7 @@ bool append(ztl::vector<unsigned char>& vector, const unsigned char* data, std::
 
 }  // namespace
 
-vectorfile::vectorfile() { gives_back_ = true; }
+vectorfile::vectorfile() = default;
 
 vectorfile::~vectorfile() = default;
 

@@ -79,11 +79,9 @@ private:
 
     bool begin_reading();
     bool begin_writing();
-    bool refill(std::uint32_t blocks);
-    std::uint32_t blocks_worth_reading(std::uint64_t wanted);
-    void give_back_blocks();
+    bool refill();
     std::uint32_t deflate_slice(const unsigned char* data, std::uint32_t size);
-    std::uint32_t inflate_slice(unsigned char* out, std::uint32_t size, std::uint64_t wanted);
+    std::uint32_t inflate_slice(unsigned char* out, std::uint32_t size);
     void check_trailer();
     void skip_bytes(std::uint32_t count);
     void skip_text();
@@ -92,9 +90,6 @@ private:
     std::int64_t seek_writing(std::int64_t offset, EFSSeek::TYPE origin);
     std::int64_t seek_reading(std::int64_t offset, EFSSeek::TYPE origin);
 
-    friend class memfile;
-    friend class vectorfile;
-    bool gives_back_ = false;  // the storage seeks at no cost, so that reading ahead can be undone
     bool zipped_ = false;
     bool finished_ = false;  // the trailer has been written
     State* zip_ = nullptr;   // null while no member is open
