@@ -76,8 +76,8 @@ Handle refuse_open(const char* path, const char* action) {
     return nullptr;
 }
 
-Handle open_plain(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode,
-                  const platform::OpenOptions& options, std::string_view name) {
+Handle open_plain(CFSSource* source, const platform::PathAt& path, const platform::OpenOptions& options,
+                  std::string_view name) {
     auto handle = named(std::make_unique<Win32FileHandle>(source), name);
     platform::File file = platform::File::open(path, options);
     if (!file.valid()) return refuse_open(path.full, "cannot be opened");
@@ -119,7 +119,7 @@ Handle open_handle(CFSSource* source, const platform::PathAt& path, EFSMode::TYP
     const platform::OpenOptions options = options_of(mode, flags, disposition_of(mode, flags));
     if (const char* const gz = gzip_mode(mode, flags); gz != nullptr) return open_gzip(source, path, options, gz, name);
     if (is_async(mode, flags)) return open_async(source, path, options, name);
-    return open_plain(source, path, mode, options, name);
+    return open_plain(source, path, options, name);
 }
 
 /// Runs an open as a boundary, and tells the monitor when it succeeded.
@@ -153,14 +153,13 @@ SFsFile* open_for_change(CFSSource* source, const platform::PathAt& path, EFSMod
     const bool create = mode == EFSMode::READ_WRITE && has_any(flags, FFSOpenFlags::CREATE);
     const auto disposition = create ? platform::Disposition::CREATE_ALWAYS : platform::Disposition::OPEN_ALWAYS;
     const platform::OpenOptions options = options_of(mode, flags, disposition);
-    return finish_open(path.full, mode, flags, [&] { return open_plain(source, path, mode, options, name); });
+    return finish_open(path.full, mode, flags, [&] { return open_plain(source, path, options, name); });
 }
 
 SFsFile* create_for_change(CFSSource* source, const platform::PathAt& path, FFSOpenFlags::FLAGS flags,
                            std::string_view name) {
     const platform::OpenOptions options = options_of(EFSMode::READ_WRITE, flags, platform::Disposition::CREATE_ALWAYS);
-    return finish_open(path.full, EFSMode::READ_WRITE, flags,
-                       [&] { return open_plain(source, path, EFSMode::READ_WRITE, options, name); });
+    return finish_open(path.full, EFSMode::READ_WRITE, flags, [&] { return open_plain(source, path, options, name); });
 }
 
 }  // namespace fs
