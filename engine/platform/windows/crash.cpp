@@ -14,6 +14,7 @@
 
 #include "engine/platform/windows/crash_stack.h"
 #include "engine/platform/windows/system_error.h"
+#include "engine/platform/windows/wide_text.h"
 
 namespace platform {
 
@@ -182,8 +183,9 @@ void describe_frame(const void* frame, char* out, std::size_t capacity) {
     HMODULE module = nullptr;
     char path[MAX_PATH] = "";
     constexpr DWORD by_address = GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
-    if (GetModuleHandleExA(by_address, static_cast<LPCSTR>(frame), &module) != FALSE) {
-        GetModuleFileNameA(module, path, sizeof(path));
+    wchar_t wide[MAX_PATH];
+    if (GetModuleHandleExW(by_address, static_cast<LPCWSTR>(frame), &module) != FALSE) {
+        to_narrow({wide, GetModuleFileNameW(module, wide, MAX_PATH)}, path, sizeof path);
     }
     const char* const separator = std::strrchr(path, '\\');
     const auto address = reinterpret_cast<std::uintptr_t>(frame);
@@ -197,14 +199,16 @@ Failure write_dump(const DumpRequest& request) {
     if (write == nullptr) return Failure::OTHER;
     if (comment_taken.test_and_set()) return Failure::IN_USE;  // another thread writes one at this moment
     Failure failure = Failure::NONE;
+    wchar_t path[MAX_PATH] = L"";
+    to_wide(request.path, path, MAX_PATH);
     const HANDLE file =
-        CreateFileA(request.path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+        CreateFileW(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         failure = failure_of(GetLastError());
     } else {
         if (!write_to(file, write, request)) failure = Failure::OTHER;
         CloseHandle(file);
-        if (failure != Failure::NONE) DeleteFileA(request.path);
+        if (failure != Failure::NONE) DeleteFileW(path);
     }
     comment_taken.clear();
     return failure;

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "engine/platform/process.h"
+#include "engine/platform/windows/wide_text.h"
 
 namespace platform {
 
@@ -43,7 +44,7 @@ private:
         HMODULE module = nullptr;
         constexpr DWORD by_address =
             GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
-        GetModuleHandleExA(by_address, reinterpret_cast<const char*>(&own_module), &module);
+        GetModuleHandleExW(by_address, reinterpret_cast<const wchar_t*>(&own_module), &module);
         return module;
     }
 
@@ -68,9 +69,11 @@ HMODULE to_handle(Module* module) { return reinterpret_cast<HMODULE>(module); }
 
 Module* open_module(const char* directory, const char* name) {
     char path[longest_path];
+    wchar_t wide[longest_path];
     const int length = std::snprintf(path, sizeof path, "%s%s.dll", directory, name);
     if (length < 0 || length >= longest_path) return nullptr;
-    return reinterpret_cast<Module*>(LoadLibraryA(path));
+    if (to_wide({path, static_cast<std::size_t>(length)}, wide, longest_path) == 0) return nullptr;
+    return reinterpret_cast<Module*>(LoadLibraryW(wide));
 }
 
 }  // namespace

@@ -1,11 +1,15 @@
 #include "engine/platform/process.h"
 
-#include <windows.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <string>
+#include <string_view>
+
+#include "engine/platform/never_destroyed.h"
+#include "engine/platform/windows/wide_text.h"
+#include "engine/platform/windows/windows_api.h"
 
 namespace platform {
 
@@ -20,11 +24,10 @@ struct ProcessFacts {
 };
 
 void read_paths(ProcessFacts& out) {
-    const DWORD length = GetModuleFileNameA(nullptr, out.path, sizeof out.path);
-    if (length == 0 || length >= sizeof out.path) {
-        out.path[0] = '\0';
-        return;
-    }
+    wchar_t path[sizeof out.path / 4];
+    const DWORD units = GetModuleFileNameW(nullptr, path, std::size(path));
+    if (units == 0 || units >= std::size(path)) return;
+    const std::size_t length = to_narrow({path, units}, out.path, sizeof out.path);
     std::replace(out.path, out.path + length, '\\', '/');
     const char* const slash = std::strrchr(out.path, '/');
     if (slash == nullptr) return;
@@ -39,19 +42,23 @@ ProcessFacts& facts() {
     return process_facts;
 }
 
-bool is_set(const char* variable) { return GetEnvironmentVariableA(variable, nullptr, 0) > 1; }
+struct CommandLine {
+    const std::string text = to_utf8(GetCommandLineW());
+};
+
+bool is_set(const wchar_t* variable) { return GetEnvironmentVariableW(variable, nullptr, 0) > 1; }
 
 // Services have no visible window station. A compatibility layer has one even without a screen, and its boxes would
 // be answered by nobody.
 bool has_desktop() {
     USEROBJECTFLAGS flags{};
     const HWINSTA station = GetProcessWindowStation();
-    if (station == nullptr || !GetUserObjectInformationA(station, UOI_FLAGS, &flags, sizeof flags, nullptr)) {
+    if (station == nullptr || !GetUserObjectInformationW(station, UOI_FLAGS, &flags, sizeof flags, nullptr)) {
         return false;
     }
     if ((flags.dwFlags & WSF_VISIBLE) == 0) return false;
-    const bool emulated = GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;
-    return !emulated || is_set("DISPLAY") || is_set("WAYLAND_DISPLAY");
+    const bool emulated = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+    return !emulated || is_set(L"DISPLAY") || is_set(L"WAYLAND_DISPLAY");
 }
 
 Answer to_answer(int button, Answer otherwise) {
@@ -81,9 +88,20 @@ void write_all(const char* text, std::size_t length, Write write) {
     }
 }
 
+/// How much of `text` can be taken without cutting a character in two.
+DWORD whole_characters(const char* text, DWORD length, DWORD most) {
+    if (length <= most) return length;
+    DWORD end = most;
+    while (end > most - 4 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+    return end;
+}
+
 DWORD write_to_screen(HANDLE console, const char* text, DWORD length) {
+    wchar_t wide[2048];
+    const DWORD taken = whole_characters(text, length, std::size(wide));
+    const int units = MultiByteToWideChar(CP_UTF8, 0, text, static_cast<int>(taken), wide, std::size(wide));
     DWORD written = 0;
-    return WriteConsoleA(console, text, length, &written, nullptr) ? written : 0;
+    return WriteConsoleW(console, wide, static_cast<DWORD>(units), &written, nullptr) ? taken : 0;
 }
 
 DWORD write_to_file(HANDLE file, const char* text, DWORD length) {
@@ -98,14 +116,15 @@ const char* executable_path() { return facts().path; }
 const char* executable_directory() { return facts().directory; }
 
 const char* command_line() {
-    const char* const line = GetCommandLineA();
-    return line == nullptr ? "" : line;
+    static const NeverDestroyed<CommandLine> line;
+    return line.value.text.c_str();
 }
 
 void exit_process(int code) { ExitProcess(static_cast<UINT>(code)); }
 
 Answer show_message(const char* text, const char* caption, std::uint32_t style, Answer fallback) {
-    const int button = has_desktop() ? MessageBoxA(nullptr, text, caption, style) : 0;
+    const int button =
+        has_desktop() ? MessageBoxW(nullptr, to_utf16(text).c_str(), to_utf16(caption).c_str(), style) : 0;
     if (button != 0) return to_answer(button, fallback);
     std::fprintf(stderr, "%s: %s\n", caption, text);
     std::fflush(stderr);

@@ -40,4 +40,22 @@ std::size_t to_narrow(std::wstring_view text, char* out, std::size_t capacity) {
     return length;
 }
 
+std::wstring to_utf16(std::string_view text) {
+    std::wstring wide(text.size(), L'\0');
+    const auto size = static_cast<int>(text.size());
+    const int units = text.empty() ? 0 : MultiByteToWideChar(CP_UTF8, 0, text.data(), size, wide.data(), size);
+    wide.resize(static_cast<std::size_t>(std::max(units, 0)));
+    return wide;
+}
+
+std::string to_utf8(std::wstring_view text) {
+    std::string narrow(text.size() * 3, '\0');
+    const auto size = static_cast<int>(text.size());
+    const int bytes = text.empty() ? 0
+                                   : WideCharToMultiByte(CP_UTF8, 0, text.data(), size, narrow.data(),
+                                                         static_cast<int>(narrow.size()), nullptr, nullptr);
+    narrow.resize(static_cast<std::size_t>(std::max(bytes, 0)));
+    return narrow;
+}
+
 }  // namespace platform

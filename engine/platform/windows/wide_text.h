@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace platform {
@@ -13,5 +14,9 @@ std::size_t to_wide(std::string_view text, wchar_t* out, std::size_t capacity, u
 
 /// The way back, in bytes; 0 also for half of a surrogate pair, which no UTF-8 can tell.
 std::size_t to_narrow(std::wstring_view text, char* out, std::size_t capacity);
+
+/// Text of any length for people, in which what cannot be converted is replaced by a mark. Throws std::bad_alloc.
+std::wstring to_utf16(std::string_view text);
+std::string to_utf8(std::wstring_view text);
 
 }  // namespace platform
