@@ -90,7 +90,7 @@ public:
     /// From now on every write goes to the end of the file in one step, wherever the position is and whoever else has the
     /// same open file (a forked process).
     bool append_only();
-    bool sync();                   // waits until what was written is on the disk
+    bool sync();  // waits until what was written is on the disk
 
     /// Starts a read at the record's offset. 0 pending, 1 done, 2 failed, 3 aborted. `transferred` holds the bytes
     /// moved when done at once.
