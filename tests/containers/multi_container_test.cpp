@@ -80,7 +80,7 @@ TEST_F(MultiContainer, KeepsWhatARandomModelKeepsAcrossSavesAndReopening) {
     ASSERT_TRUE(file->Create("a.mc"));
     for (int step = 0; step < 3000; ++step) {
         const std::string name = "c" + std::to_string(random() % 5);
-        const std::uint32_t hash = random() % 4 == 0 ? random() : random() % 40;
+        const auto hash = static_cast<std::uint32_t>(random() % 4 == 0 ? random() : random() % 40);
         const std::string text(random() % 300, static_cast<char>('a' + random() % 26));
         switch (random() % 8) {
             case 0:

@@ -200,7 +200,7 @@ TEST(Path, MarksAreThoseOfTheLatestText) {
 }
 
 TEST(Path, KeepsItsTextWhereverItIsCopied) {
-    for (const std::size_t length : {0, 1, 29, 30, 31, 32, 33, 255, 300, 70000}) {
+    for (const std::size_t length : {0u, 1u, 29u, 30u, 31u, 32u, 33u, 255u, 300u, 70000u}) {
         const std::string word(length, 'w');
         fs::path path;
         path.Set(word.c_str(), word.c_str(), true);

@@ -89,7 +89,7 @@ TEST_F(LogFilter, UpdateChangesTheFirstEntryOfAValueOnly) {
     EXPECT_EQ(_CLFilter(code("ABCD")), 2u);
     EXPECT_EQ(_CLFilterUpdate(code("EFGH"), CLFilterAction::BOTH), CLFilterAction::NOWHERE);
     EXPECT_EQ(_CLFilter(code("EFGH")), 0u) << "nothing is added";
-    for (int i = 0; i < 1000; ++i) _CLFilterAdd(0x1000u + i, 0xFFFFFFFF, CLFilterAction::CONSOLE);
+    for (std::uint32_t i = 0; i < 1000; ++i) _CLFilterAdd(0x1000u + i, 0xFFFFFFFF, CLFilterAction::CONSOLE);
     EXPECT_EQ(_CLFilter(code("ABCD")), 2u) << "growing keeps what was there";
     EXPECT_EQ(_CLFilter(0x1000u + 999), 1u);
     _CLFilterClear();

@@ -20,7 +20,7 @@ class LogLines : public LogTest {};
 TEST_F(LogLines, HeaderHasTimeLevelAndCategory) {
     const std::string text = write(ELevel::INFO, "FileSystem", NEW_LINE, "hello\n");
     EXPECT_THAT(text, testing::MatchesRegex("\\{..:..:..\\....\\} INFO: \\[FileSystem\\] > hello\r\n"));
-    for (const int at : {1, 2, 4, 5, 7, 8, 10, 11, 12}) EXPECT_TRUE(isdigit(text[at])) << text;
+    for (const std::size_t at : {1u, 2u, 4u, 5u, 7u, 8u, 10u, 11u, 12u}) EXPECT_TRUE(isdigit(text[at])) << text;
 }
 
 TEST_F(LogLines, SequencesOfMessagesShareLinesAsTheirModesSay) {

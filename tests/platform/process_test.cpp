@@ -40,7 +40,6 @@ TEST(Process, GivesEveryThreadTheSameTexts) {
 }
 
 TEST(ProcessDeathTest, EndsWithTheGivenCodeAndRunsNothingElse) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto run_and_exit = [] {
         std::atexit([] { std::_Exit(1); });
         exit_process(7);

@@ -39,7 +39,7 @@ constexpr bool is_minidump = false;
 volatile int* volatile nowhere = reinterpret_cast<volatile int*>(16);
 
 // Threads that crash here together race on purpose; the thread sanitizer would lock itself up while it tells of both.
-[[gnu::noinline, gnu::no_sanitize("thread")]] void crash_on_purpose() {
+__attribute__((noinline, no_sanitize("thread"))) void crash_on_purpose() {
     *nowhere = 1;
     std::printf("still here\n");  // keeps the call above from being the last one
 }

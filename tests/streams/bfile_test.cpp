@@ -134,7 +134,7 @@ TEST_F(BufferedNative, BehavesAsAnUnbufferedFileUnderRandomUse) {
                 }
                 case 2:
                 case 3: {
-                    const std::string data = sample_bytes(size, random());
+                    const std::string data = sample_bytes(size, static_cast<std::uint32_t>(random()));
                     ASSERT_EQ(stream.write(data.data(), size), size);
                     model.write(data);
                     break;

@@ -30,7 +30,9 @@ int run(const std::string& program, const std::string& rest) {
     return std::system(
         ("\"\"" + std::filesystem::path(program).make_preferred().string() + "\"" + rest + "\"").c_str());
 #else
-    const int status = std::system(("\"" + program + "\"" + rest).c_str());
+    const char* const emulator = std::getenv("ENGINE_TEST_EMULATOR");  // of a foreign processor
+    const std::string start = emulator == nullptr ? "" : "\"" + std::string(emulator) + "\" ";
+    const int status = std::system((start + "\"" + program + "\"" + rest).c_str());
     return (status & 0x7F) == 0 ? status >> 8 & 0xFF : 128 + (status & 0x7F);
 #endif
 }

@@ -1,5 +1,4 @@
 #include <atomic>
-#include <mutex>
 #include <new>
 #include <unordered_set>
 #include <utility>
@@ -7,6 +6,7 @@
 #include <engine/filesystem/access/open.h>
 
 #include "engine/filesystem/access/parts.h"
+#include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
 
 namespace fs {
@@ -15,9 +15,9 @@ namespace {
 
 struct AccessRecord {
     std::atomic<bool> on{false};
-    std::mutex lock;  // guards what follows
-    ztl::vector<fs::string> names;
-    std::unordered_set<fs::string> noted;
+    platform::Mutex lock;
+    ztl::vector<fs::string> names GUARDED_BY(lock);
+    std::unordered_set<fs::string> noted GUARDED_BY(lock);
 };
 
 AccessRecord& access_record_state() {
@@ -27,7 +27,7 @@ AccessRecord& access_record_state() {
 
 void note(AccessRecord& record, const fs::path& name) {
     fs::string text = full_name(name);
-    const std::lock_guard guard(record.lock);
+    const platform::LockGuard guard(record.lock);
     if (!record.on.load(std::memory_order_relaxed)) return;  // switched off meanwhile
     const auto [place, is_new] = record.noted.insert(std::move(text));
     if (is_new) record.names.push_back(*place);
@@ -48,7 +48,7 @@ void note_access(const fs::path& name) {
 void record_access(bool on) {
     guarded(nullptr, [on] {
         AccessRecord& record = access_record_state();
-        const std::lock_guard guard(record.lock);
+        const platform::LockGuard guard(record.lock);
         if (on) {
             record.names.clear();
             record.noted.clear();
@@ -61,7 +61,7 @@ void get_access_record(ztl::vector<fs::string>& out) {
     out.clear();
     guarded(nullptr, [&] {
         AccessRecord& record = access_record_state();
-        const std::lock_guard guard(record.lock);
+        const platform::LockGuard guard(record.lock);
         out = record.names;
     });
 }

@@ -8,7 +8,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -20,6 +19,7 @@
 #include "engine/filesystem/containers/zip_output.h"
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/set_error.h"
+#include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
 
 namespace MiniZ {
@@ -38,9 +38,9 @@ struct Writer {
 
 /// The archives under way.
 struct Writers {
-    std::mutex lock;  // guards both
-    std::unordered_map<std::uintptr_t, std::unique_ptr<Writer>> open;
-    std::uintptr_t last_handle = 0;
+    platform::Mutex lock;
+    std::unordered_map<std::uintptr_t, std::unique_ptr<Writer>> open GUARDED_BY(lock);
+    std::uintptr_t last_handle GUARDED_BY(lock) = 0;
 };
 
 Writers& writers() {
@@ -88,7 +88,7 @@ bool start(Writer& writer, const char* path) {
 
 void* hand_out(std::unique_ptr<Writer> writer) {
     Writers& all = writers();
-    const std::lock_guard guard(all.lock);
+    const platform::LockGuard guard(all.lock);
     const std::uintptr_t handle = ++all.last_handle;
     all.open.emplace(handle, std::move(writer));
     return reinterpret_cast<void*>(handle);
@@ -96,14 +96,14 @@ void* hand_out(std::unique_ptr<Writer> writer) {
 
 Writer* find(void* handle) {
     Writers& all = writers();
-    const std::lock_guard guard(all.lock);
+    const platform::LockGuard guard(all.lock);
     const auto found = all.open.find(reinterpret_cast<std::uintptr_t>(handle));
     return found == all.open.end() ? nullptr : found->second.get();
 }
 
 std::unique_ptr<Writer> take_back(void* handle) {
     Writers& all = writers();
-    const std::lock_guard guard(all.lock);
+    const platform::LockGuard guard(all.lock);
     auto found = all.open.extract(reinterpret_cast<std::uintptr_t>(handle));
     return found.empty() ? nullptr : std::move(found.mapped());
 }

@@ -1,18 +1,18 @@
 #include "engine/filesystem/handles/queue_slots.h"
 
-#include <mutex>
 #include <utility>
 
 #include "engine/filesystem/handles/io_queue.h"
+#include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
 
 namespace fs {
 namespace {
 
 struct QueueSlot {
-    std::mutex lock;  // guards what follows
-    bool is_started = false;
-    std::shared_ptr<IOQueue> queue;  // null until it could be made
+    platform::Mutex lock;
+    bool is_started GUARDED_BY(lock) = false;
+    std::shared_ptr<IOQueue> queue GUARDED_BY(lock);  // null until it could be made
 };
 
 QueueSlot& slot() {
@@ -24,23 +24,25 @@ QueueSlot& slot() {
 
 void start_queues() {
     QueueSlot& main = slot();
-    const std::lock_guard guard(main.lock);
+    const platform::LockGuard guard(main.lock);
     main.is_started = true;
     if (main.queue == nullptr) main.queue = IOQueue::Create("Main");
 }
 
 void stop_queues() {
     QueueSlot& main = slot();
-    std::unique_lock guard(main.lock);
-    main.is_started = false;
-    const std::shared_ptr<IOQueue> stopped = std::exchange(main.queue, nullptr);
-    guard.unlock();
+    std::shared_ptr<IOQueue> stopped;
+    {
+        const platform::LockGuard guard(main.lock);
+        main.is_started = false;
+        stopped = std::exchange(main.queue, nullptr);
+    }
     if (stopped != nullptr) stopped->Stop();
 }
 
 bool take_queue(std::shared_ptr<IOQueue>& out) {
     QueueSlot& main = slot();
-    const std::lock_guard guard(main.lock);
+    const platform::LockGuard guard(main.lock);
     if (main.is_started && main.queue == nullptr) main.queue = IOQueue::Create("Main");
     out = main.queue;
     return out != nullptr || !main.is_started;

@@ -17,7 +17,8 @@ namespace {
 
 constexpr std::array<char, 256> make_label_table() {
     std::array<char, 256> table{};
-    for (int c = 0; c < 256; ++c) table[c] = is_label_character(static_cast<char>(c)) ? static_cast<char>(c) : '_';
+    for (std::size_t c = 0; c < table.size(); ++c)
+        table[c] = is_label_character(static_cast<char>(c)) ? static_cast<char>(c) : '_';
     return table;
 }
 constexpr std::array<char, 256> label_table = make_label_table();

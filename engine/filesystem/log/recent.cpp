@@ -54,7 +54,8 @@ void remember_output(const char* text, std::size_t length) {
     if (length <= recent_line_limit) return remember_piece(text, length);
     while (length > 0) {
         const void* const newline = std::memchr(text, '\n', length);
-        const std::size_t line = newline == nullptr ? length : static_cast<const char*>(newline) - text + 1;
+        const std::size_t line =
+            newline == nullptr ? length : static_cast<std::size_t>(static_cast<const char*>(newline) - text) + 1;
         if (line <= recent_line_limit) {
             remember_piece(text, line);
         } else {

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include <cstring>
-#include <mutex>
 #include <new>
 #include <string>
 #include <unordered_map>
@@ -15,6 +14,7 @@
 #include "engine/platform/folding.h"
 #include "engine/platform/linux/directory_reader.h"
 #include "engine/platform/linux/stamp_clock.h"
+#include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
 #include "engine/platform/posix/descriptor.h"
 #include "engine/platform/posix/file_time.h"
@@ -102,24 +102,24 @@ struct IdHash {
 };
 
 struct Cache {
-    std::mutex lock;  // guards the rest; never held while the disk is asked
-    std::unordered_map<DirectoryId, Kept, IdHash> listings;
-    std::size_t names = 0;  // in all of them
+    Mutex lock;  // never held while the disk is asked
+    std::unordered_map<DirectoryId, Kept, IdHash> listings GUARDED_BY(lock);
+    std::size_t names GUARDED_BY(lock) = 0;  // in all of them
 
-    Kept* find(const DirectoryStamp& stamp) {
+    Kept* find(const DirectoryStamp& stamp) REQUIRES(lock) {
         const auto found = listings.find(stamp.id);
         if (found == listings.end()) return nullptr;
         if (is_usable(found->second, stamp)) return &found->second;
         erase(stamp.id);
         return nullptr;
     }
-    void erase(const DirectoryId& id) {
+    void erase(const DirectoryId& id) REQUIRES(lock) {
         const auto found = listings.find(id);
         if (found == listings.end()) return;
         names -= found->second.names.size();
         listings.erase(found);
     }
-    void keep(Kept&& kept) {
+    void keep(Kept&& kept) REQUIRES(lock) {
         erase(kept.stamp.id);
         const std::size_t added = kept.names.size();
         if (listings.size() >= most_listings || names + added > most_names) {
@@ -131,7 +131,7 @@ struct Cache {
     }
 };
 
-Cache& cache() {
+Cache& kept_listings() {
     static NeverDestroyed<Cache> instance;  // paths are resolved while the process ends, too
     return instance.value;
 }
@@ -177,36 +177,39 @@ bool stamp_directory(const char* path, DirectoryStamp& out) {
 
 Held find_spelling(const char* path, DirectoryStamp& stamp, char* name, std::size_t length) {
     if (stamp.id.inode == 0 && !stamp_directory(path, stamp)) return Held::UNKNOWN;
+    Cache& cache = kept_listings();
     {
-        const std::lock_guard guard(cache().lock);
-        if (const Kept* const kept = cache().find(stamp); kept != nullptr) return find(kept->names, name, length);
+        const LockGuard guard(cache.lock);
+        if (const Kept* const kept = cache.find(stamp); kept != nullptr) return find(kept->names, name, length);
     }
     Kept listing;
     if (!read_listing(path, listing)) return Held::UNKNOWN;
     stamp = listing.stamp;
     const Held held = find(listing.names, name, length);
     if (!is_usable(listing, stamp)) return held;
-    const std::lock_guard guard(cache().lock);
-    cache().keep(std::move(listing));
+    const LockGuard guard(cache.lock);
+    cache.keep(std::move(listing));
     return held;
 }
 
 void note_created(const char* path, const DirectoryStamp& before, std::string_view name) try {
     DirectoryStamp after;
     if (!stamp_directory(path, after)) return;
-    const std::lock_guard guard(cache().lock);
-    Kept* const kept = cache().find(before);
+    Cache& cache = kept_listings();
+    const LockGuard guard(cache.lock);
+    Kept* const kept = cache.find(before);
     if (kept == nullptr) return;
     kept->names.emplace(name);
-    ++cache().names;
+    ++cache.names;
     kept->stamp = after;
 } catch (const std::bad_alloc&) {
     forget_directory(before);
 }
 
 void forget_directory(const DirectoryStamp& stamp) {
-    const std::lock_guard guard(cache().lock);
-    cache().erase(stamp.id);
+    Cache& cache = kept_listings();
+    const LockGuard guard(cache.lock);
+    cache.erase(stamp.id);
 }
 
 }  // namespace platform

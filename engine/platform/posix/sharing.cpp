@@ -6,10 +6,10 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <mutex>
 #include <new>
 #include <vector>
 
+#include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
 #include "engine/platform/posix/system_error.h"
 
@@ -23,10 +23,10 @@ struct Use {
 
 /// Every open and close of the library passes here, so the table is split by file.
 struct alignas(64) Shard {
-    std::mutex lock;  // guards what follows
-    std::vector<Use> uses;
+    Mutex lock;
+    std::vector<Use> uses GUARDED_BY(lock);
 
-    Use* find(const FileKey& key) {
+    Use* find(const FileKey& key) REQUIRES(lock) {
         const auto found = std::find_if(uses.begin(), uses.end(), [&](const Use& use) { return use.key == key; });
         return found != uses.end() ? &*found : nullptr;
     }
@@ -60,7 +60,7 @@ Shard& shard_of(const FileKey& key) {
 
 bool acquire_share(const FileKey& key, bool exclusive) try {
     Shard& shard = shard_of(key);
-    const std::lock_guard guard(shard.lock);
+    const LockGuard guard(shard.lock);
     if (Use* const use = shard.find(key); use != nullptr) {
         if (exclusive || use->readers == 0) return fail(Failure::IN_USE);
         ++use->readers;
@@ -74,7 +74,7 @@ bool acquire_share(const FileKey& key, bool exclusive) try {
 
 void release_share(const FileKey& key, bool exclusive) {
     Shard& shard = shard_of(key);
-    const std::lock_guard guard(shard.lock);
+    const LockGuard guard(shard.lock);
     Use* const use = shard.find(key);
     if (use == nullptr) return;
     if (!exclusive && --use->readers > 0) return;

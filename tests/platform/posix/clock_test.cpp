@@ -9,23 +9,20 @@
 namespace platform {
 namespace {
 
-// The zone of the process for as long as it lives. The form with rules needs no data of the system.
+/// The zone of the process for as long as it lives. The form with rules needs no data of the system.
 class ZoneReplaced {
 public:
-    explicit ZoneReplaced(const char* zone) {
-        if (const char* const before = std::getenv("TZ")) before_ = before;
-        setenv("TZ", zone, 1);
-        tzset();
-    }
+    explicit ZoneReplaced(const char* zone) { set(zone); }
     ZoneReplaced(const ZoneReplaced&) = delete;
     ZoneReplaced& operator=(const ZoneReplaced&) = delete;
-    ~ZoneReplaced() {
-        before_.empty() ? unsetenv("TZ") : setenv("TZ", before_.c_str(), 1);
-        tzset();
-    }
+    ~ZoneReplaced() { set(before_.empty() ? nullptr : before_.c_str()); }
 
 private:
-    std::string before_;
+    static void set(const char* zone) {
+        zone != nullptr ? ::setenv("TZ", zone, 1) : ::unsetenv("TZ");
+        ::tzset();
+    }
+    std::string before_ = std::getenv("TZ") != nullptr ? std::getenv("TZ") : "";
 };
 
 constexpr char central_europe[] = "CET-1CEST,M3.5.0,M10.5.0/3";

@@ -16,7 +16,6 @@ namespace {
 
 using namespace platform;
 using testing::ElementsAre;
-using testing::UnorderedElementsAre;
 
 constexpr OpenOptions for_writing{.access = Access::WRITE};
 constexpr OpenOptions for_creating{.access = Access::WRITE, .disposition = Disposition::CREATE_ALWAYS};

@@ -42,7 +42,7 @@ private:
     std::string root_;
 };
 
-std::string random_dir(std::mt19937& random, int depth) {
+std::string random_dir(std::mt19937& random, unsigned depth) {
     std::string dir;
     for (int i = static_cast<int>(random() % (depth + 1)); i > 0; --i) {
         for (int j = static_cast<int>(random() % 3); j >= 0; --j) dir += static_cast<char>('a' + random() % 2);
@@ -67,7 +67,7 @@ TEST(NameTable, AnswersAsTheLinearRuleDoesWhateverIsAddedAndRemoved) {
     for (unsigned seed = 0; seed < 30; ++seed) {
         std::mt19937 random(seed);
         const std::string root = seed % 3 == 0 ? "" : "/a/b/";
-        const int names = seed % 2 == 0 ? 1 : 40;
+        const unsigned names = seed % 2 == 0 ? 1 : 40;
         NameTable table(root);
         NaiveTable naive(root);
         for (int step = 0; step < 1500; ++step) {

@@ -1,11 +1,11 @@
 #include "engine/filesystem/sources/memory/server_archive.h"
 
-#include <mutex>
 #include <new>
 
 #include <engine/filesystem/registry.h>
 #include <engine/filesystem/sources/memory_archive.h>
 
+#include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
 
 namespace fs {
@@ -14,8 +14,8 @@ namespace {
 
 /// There is one server archive at most; it is null before its making and after a shutdown.
 struct ServerArchive {
-    std::mutex lock;  // guards `archive`; taken before the registry's lock
-    ZippedDataArchive* archive = nullptr;
+    platform::Mutex lock;  // taken before the registry's lock
+    ZippedDataArchive* archive GUARDED_BY(lock) = nullptr;
 };
 
 ServerArchive& state() {
@@ -27,7 +27,7 @@ ServerArchive& state() {
 
 ZippedDataArchive* create_server_archive(void* memory, std::uint64_t capacity) {
     ServerArchive& server = state();
-    const std::lock_guard guard(server.lock);
+    const platform::LockGuard guard(server.lock);
     if (server.archive) return server.archive;
     try {
         auto archive = std::make_unique<ZippedDataArchive>();
@@ -43,13 +43,13 @@ ZippedDataArchive* create_server_archive(void* memory, std::uint64_t capacity) {
 
 ZippedDataArchive* get_server_archive() {
     ServerArchive& server = state();
-    const std::lock_guard guard(server.lock);
+    const platform::LockGuard guard(server.lock);
     return server.archive;
 }
 
 void destroy_server_archive() {
     ServerArchive& server = state();
-    const std::lock_guard guard(server.lock);
+    const platform::LockGuard guard(server.lock);
     delete server.archive;
     server.archive = nullptr;
 }

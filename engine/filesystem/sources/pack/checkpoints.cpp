@@ -22,7 +22,7 @@ EntryCheckpoints::EntryCheckpoints(std::uint32_t entry, std::uint32_t size, std:
 EntryCheckpoints::~EntryCheckpoints() { total_ -= held_; }
 
 bool EntryCheckpoints::wants(std::uint32_t number) {
-    const std::lock_guard guard(lock_);
+    const platform::LockGuard guard(lock_);
     if (number == 0 || number % interval_ != 0 || number / base_interval >= kept_.size()) return false;
     return !kept_[number / base_interval].state;
 }
@@ -58,7 +58,7 @@ bool EntryCheckpoints::thin_out() {
 
 void EntryCheckpoints::add(std::uint32_t number, EntryCheckpoint checkpoint) {
     const std::uint64_t bytes = checkpoint.state->bytes();
-    const std::lock_guard guard(lock_);
+    const platform::LockGuard guard(lock_);
     EntryCheckpoint& place = kept_[number / base_interval];
     if (place.state) return;
     while (!take_room(bytes)) {
@@ -69,7 +69,7 @@ void EntryCheckpoints::add(std::uint32_t number, EntryCheckpoint checkpoint) {
 }
 
 EntryCheckpoint EntryCheckpoints::find(std::uint32_t number, std::uint32_t after, std::uint32_t& found) {
-    const std::lock_guard guard(lock_);
+    const platform::LockGuard guard(lock_);
     std::size_t i = std::min<std::size_t>(number / base_interval, kept_.size() - 1);
     while (i > 0 && !kept_[i].state) --i;
     found = static_cast<std::uint32_t>(i) * base_interval;
@@ -78,7 +78,7 @@ EntryCheckpoint EntryCheckpoints::find(std::uint32_t number, std::uint32_t after
 
 std::shared_ptr<EntryCheckpoints> PackCheckpoints::of(std::uint32_t entry, std::uint32_t size) {
     if (size / BlockReader::block_size <= EntryCheckpoints::base_interval) return nullptr;
-    const std::lock_guard guard(lock_);
+    const platform::LockGuard guard(lock_);
     const auto same = [entry](const auto& set) { return set->entry() == entry; };
     const auto found = std::find_if(sets_.begin(), sets_.end(), same);
     if (found != sets_.end()) {

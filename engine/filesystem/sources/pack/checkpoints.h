@@ -3,10 +3,10 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "engine/filesystem/formats/decoder.h"
+#include "engine/platform/lock.h"
 
 namespace fs {
 
@@ -39,18 +39,18 @@ public:
     EntryCheckpoint find(std::uint32_t number, std::uint32_t after, std::uint32_t& found);
 
 private:
-    bool take_room(std::uint64_t bytes);
-    void give_back(std::uint64_t bytes);
-    bool thin_out();
+    bool take_room(std::uint64_t bytes) REQUIRES(lock_);
+    void give_back(std::uint64_t bytes) REQUIRES(lock_);
+    bool thin_out() REQUIRES(lock_);
 
-    std::mutex lock_;                    // guards kept_, interval_ and held_
-    std::vector<EntryCheckpoint> kept_;  // by block number / base_interval
+    platform::Mutex lock_;
+    std::vector<EntryCheckpoint> kept_ GUARDED_BY(lock_);  // by block number / base_interval
     std::atomic<std::uint64_t>& total_;
     const std::uint64_t most_;
     const std::uint64_t allowed_;  // to this entry, in bytes
     const std::uint32_t entry_;
-    std::uint32_t interval_ = base_interval;  // doubled as often as they were thinned out
-    std::uint64_t held_ = 0;
+    std::uint32_t interval_ GUARDED_BY(lock_) = base_interval;  // doubled as often as they were thinned out
+    std::uint64_t held_ GUARDED_BY(lock_) = 0;
 };
 
 /// The checkpoints of all entries of a pack: at most 16 MiB, and 2 % of each entry.
@@ -63,11 +63,11 @@ public:
     std::shared_ptr<EntryCheckpoints> of(std::uint32_t entry, std::uint32_t size);
 
 private:
-    void make_room();
+    void make_room() REQUIRES(lock_);
 
     std::atomic<std::uint64_t> total_{0};
-    std::mutex lock_;                                      // guards sets_
-    std::vector<std::shared_ptr<EntryCheckpoints>> sets_;  // the latest used last
+    platform::Mutex lock_;
+    std::vector<std::shared_ptr<EntryCheckpoints>> sets_ GUARDED_BY(lock_);  // the latest used last
 };
 
 }  // namespace fs

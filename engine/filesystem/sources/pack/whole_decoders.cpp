@@ -64,7 +64,7 @@ WholeDecoders::~WholeDecoders() = default;
 
 std::unique_ptr<WholeDecoders::Worker> WholeDecoders::take() {
     {
-        const std::lock_guard guard(lock_);
+        const platform::LockGuard guard(lock_);
         if (!idle_.empty()) {
             std::unique_ptr<Worker> worker = std::move(idle_.back());
             idle_.pop_back();
@@ -79,7 +79,7 @@ void WholeDecoders::give_back(std::unique_ptr<Worker> worker) {
         worker->packed.reset();
         worker->capacity = 0;
     }
-    const std::lock_guard guard(lock_);
+    const platform::LockGuard guard(lock_);
     if (idle_.size() < most_idle) idle_.push_back(std::move(worker));
 }
 

@@ -2,8 +2,9 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
+
+#include "engine/platform/lock.h"
 
 namespace fs {
 
@@ -30,8 +31,8 @@ private:
     std::unique_ptr<Worker> take();
     void give_back(std::unique_ptr<Worker> worker);
 
-    std::mutex lock_;  // guards idle_
-    std::vector<std::unique_ptr<Worker>> idle_;
+    platform::Mutex lock_;
+    std::vector<std::unique_ptr<Worker>> idle_ GUARDED_BY(lock_);
 };
 
 }  // namespace fs

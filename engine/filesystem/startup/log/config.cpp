@@ -30,7 +30,7 @@ constexpr std::uint64_t largest_configuration = 64u << 20;
 constexpr char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c; }
 
 ELevel::TYPE verbose_level(char c, bool letter_e_counts) {
-    if (c >= '1' && c <= '8') return static_cast<ELevel::TYPE>(ELevel::VER1 + (c - '1'));
+    if (c >= '1' && c <= '8') return static_cast<ELevel::TYPE>(static_cast<int>(ELevel::VER1) + (c - '1'));
     return c == '9' || (letter_e_counts && upper(c) == 'E') ? ELevel::VERE : ELevel::VERB;
 }
 

@@ -30,7 +30,7 @@ constexpr int most_registers = 40;
 
 BoundedText& add_number(BoundedText& out, std::uint64_t value, int base = 10, std::size_t width = 0) {
     char digits[20];
-    const std::string_view text(digits, std::to_chars(digits, digits + sizeof(digits), value, base).ptr - digits);
+    const std::string_view text(digits, std::to_chars(digits, std::end(digits), value, base).ptr);
     for (std::size_t i = text.size(); i < width; ++i) out.add('0');
     return out.add(text);
 }
