@@ -7,7 +7,6 @@
 
 #include <engine/filesystem/log.h>
 
-#include "engine/filesystem/log/filter_table.h"
 #include "engine/filesystem/log/state.h"
 
 /// Starts each test from an untouched log core without a crash start-up, and records what the callbacks receive.
