@@ -52,6 +52,7 @@ void fail_assertion(EAssertionResult::TYPE (*answer)(const smart_assert_data&)) 
 void crash_in_many_threads() {
     std::atomic<int> waiting{4};
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             --waiting;
