@@ -110,33 +110,6 @@ TEST_F(LogFilter, CodesAndLevelsTranslate) {
     EXPECT_EQ(_CLogCategoryFromLabel(0x41002DFF), "A___");
 }
 
-TEST_F(LogFilter, FileMessagesRunTheStartUpUnlessThisThreadMayNot) {
-    static int runs;
-    static bool allowed;
-    runs = 0;
-    auto& start_up = logging::state.start_up;
-    start_up.run = [] { ++runs; };
-    start_up.may_start_now = [] { return allowed; };
-    const auto log_to_file = [] {
-        _CLog(Log::ELevel::INFO, "a", nullptr, 0, CLFilterAction::LOGFILE, CLLineMode::NEW_LINE, "x\n");
-    };
-    allowed = false;
-    log_to_file();
-    EXPECT_EQ(runs, 0);
-    allowed = true;
-    log_to_file();
-    _CLFilter(code("INFO"));
-    EXPECT_EQ(runs, 2);
-    _CLog(Log::ELevel::INFO, "a", nullptr, 0, CLFilterAction::CONSOLE, CLLineMode::NEW_LINE, "x\n");
-    EXPECT_EQ(runs, 2) << "a console message needs no file";
-    for (const logging::StartUp phase : {logging::StartUp::COMPLETE, logging::StartUp::CLOSED}) {
-        start_up.phase = phase;
-        log_to_file();
-        EXPECT_EQ(runs, 2);
-    }
-    EXPECT_EQ(file_lines.size(), 4u) << "the callback hears all of them";
-}
-
 TEST_F(LogFilter, ReadersAndChangersRunTogether) {
     std::atomic<bool> stop{false};
     std::thread changer([&] {

@@ -7,7 +7,6 @@
 
 #include <engine/filesystem/log.h>
 
-#include "engine/filesystem/log/filter_table.h"
 #include "engine/filesystem/log/state.h"
 
 /// Starts each test from an untouched log core without a crash start-up, and records what the callbacks receive.
@@ -23,7 +22,6 @@ protected:
         reset();
         // An earlier test may have started the log.
         run_ = logging::state.start_up.run.exchange(nullptr);
-        may_start_now_ = logging::state.start_up.may_start_now.exchange(nullptr);
         phase_ = logging::state.start_up.phase.exchange(logging::StartUp::NOT_STARTED);
         LogSetPrintCallback([](Log::ELevel::TYPE level, const char* category, const char* text) {
             console_lines.push_back({level, category, text});
@@ -36,7 +34,6 @@ protected:
         LogSetPrintCallback(nullptr);
         CrashSetPrintCallback(nullptr);
         logging::state.start_up.phase.store(phase_);
-        logging::state.start_up.may_start_now.store(may_start_now_);
         logging::state.start_up.run.store(run_);
         reset();
     }
@@ -73,6 +70,5 @@ private:
     }
 
     void (*run_)() = nullptr;
-    bool (*may_start_now_)() = nullptr;
     logging::StartUp phase_{};
 };

@@ -52,6 +52,7 @@ void fail_assertion(EAssertionResult::TYPE (*answer)(const smart_assert_data&)) 
 void crash_in_many_threads() {
     std::atomic<int> waiting{4};
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             --waiting;
@@ -172,7 +173,7 @@ TEST(Crash, EachKindLeavesOneWholeAccountAndEndsTheProcessAsBefore) {
         {"fault", "-host", 7, 1, "SIGSEGV"},
         {"abort", "", by_itself, 1, "SIGABRT"},
         {"break", "", by_itself, 1, "SIGTRAP"},
-        // Wine's debugger, which an unhandled exception starts, hangs over a stack that is used up, or ends with 0.
+        // Over a used-up stack Wine hangs behind our handler, or ends the thread alone, with its debugger and without.
         {"deep", is_minidump ? "-host" : "", is_minidump ? 7 : by_itself, 1, "SIGSEGV"},
         {"deep_thread", is_minidump ? "-host" : "", is_minidump ? 7 : by_itself, 1, "SIGSEGV"},
         {"many_threads", "", by_itself, 1, "SIGSEGV"},

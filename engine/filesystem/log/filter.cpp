@@ -1,7 +1,9 @@
 // Where a line goes: the filter mode first, then fixed rules for the codes that everybody uses, then the table.
+#include <new>
+
 #include <engine/filesystem/log.h>
 
-#include "engine/filesystem/log/filter_table.h"
+#include "engine/filesystem/log/change_count.h"
 #include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/log/state.h"
 
@@ -9,6 +11,48 @@ namespace {
 
 using logging::code;
 using logging::state;
+
+struct Entry {
+    std::atomic<std::uint32_t> mask, value, action;
+};
+
+/// The table grows block by block. None is ever given back, since a reader may be walking it; clearing the table leaves
+/// them for the next entries.
+constexpr std::uint32_t block_size = 16;
+struct Block {
+    Entry entries[block_size];
+    std::atomic<Block*> next{nullptr};
+};
+
+struct FilterTable {
+    logging::ChangeCount changes;
+    std::atomic<std::uint32_t> count{0};
+    Block first;
+};
+constinit FilterTable table;
+
+/// Calls `use` for the entries in their order, until it answers true.
+template <class Use>
+void for_each_entry(Use use) {
+    std::uint32_t left = table.count;
+    for (Block* block = &table.first; left > 0; block = block->next) {
+        for (std::uint32_t i = 0; i < block_size && left > 0; ++i, --left) {
+            if (use(block->entries[i])) return;
+        }
+    }
+}
+
+/// The actions of all entries that match, joined.
+std::uint32_t actions_by_table(std::uint32_t id) {
+    return table.changes.read([id] {
+        std::uint32_t joined = 0;
+        for_each_entry([&](const Entry& entry) {
+            if ((id & entry.mask) == entry.value) joined |= entry.action;
+            return false;
+        });
+        return joined;
+    });
+}
 
 enum class Kind { ALWAYS_BOTH, FILE_WHEN_VERBOSE, BY_TABLE };
 
@@ -65,7 +109,7 @@ std::uint32_t action_by_rules(std::uint32_t id) {
         case Kind::BY_TABLE:
             break;
     }
-    return default_action(id) | logging::filter_table.actions(id);
+    return default_action(id) | actions_by_table(id);
 }
 
 /// Value and mask of up to four characters, packed like a multi-character constant.
@@ -106,10 +150,25 @@ CLFilterAction::ENUM _CLFilter(std::uint32_t id) {
 CLFilterMode::ENUM _CLFilterGetMode() { return state.filter_mode.load(std::memory_order_relaxed); }
 void _CLFilterSetMode(CLFilterMode::ENUM mode) { state.filter_mode.store(mode, std::memory_order_relaxed); }
 
-void _CLFilterClear() { logging::filter_table.clear(); }
+void _CLFilterClear() {
+    table.changes.change([] { table.count = 0; });
+}
 
 void _CLFilterAdd(std::uint32_t value, std::uint32_t mask, CLFilterAction::ENUM action) {
-    logging::filter_table.add(value, mask, action);
+    table.changes.change([&] {
+        Block* block = &table.first;
+        std::uint32_t at = table.count;
+        for (; at >= block_size; at -= block_size) {
+            if (block->next == nullptr) block->next = new (std::nothrow) Block;
+            block = block->next;
+            if (block == nullptr) return;  // no memory: the entry is passed over
+        }
+        Entry& entry = block->entries[at];
+        entry.mask = mask;
+        entry.value = value;
+        entry.action = action;
+        ++table.count;
+    });
 }
 
 void _CLFilterAdd(const char* pattern, CLFilterAction::ENUM action) {
@@ -119,7 +178,15 @@ void _CLFilterAdd(const char* pattern, CLFilterAction::ENUM action) {
 }
 
 CLFilterAction::ENUM _CLFilterUpdate(std::uint32_t value, CLFilterAction::ENUM action) {
-    return static_cast<CLFilterAction::ENUM>(logging::filter_table.update(value, action));
+    return table.changes.change([&] {
+        std::uint32_t before = CLFilterAction::NOWHERE;
+        for_each_entry([&](Entry& entry) {
+            if (entry.value != value) return false;
+            before = entry.action.exchange(action);
+            return true;
+        });
+        return static_cast<CLFilterAction::ENUM>(before);
+    });
 }
 
 Log::ELevel::TYPE _CLogLevelFromId(std::uint32_t id) {

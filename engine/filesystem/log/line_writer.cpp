@@ -5,11 +5,12 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <charconv>
 #include <cstring>
 
 #include "engine/filesystem/log/levels.h"
-#include "engine/filesystem/log/wall_clock.h"
+#include "engine/platform/clock.h"
 
 namespace logging {
 
@@ -23,23 +24,39 @@ constexpr std::array<char, 256> make_label_table() {
 }
 constexpr std::array<char, 256> label_table = make_label_table();
 
+constexpr std::int64_t ticks_per_second = 10'000'000;
+
+/// The local hour, minute and second, a byte each. Turning the clock into local time costs more than a whole log line, so
+/// it is done once for each second; what is kept is one word, with that second above, so that its parts belong together.
+std::uint64_t local_second(std::int64_t second) {
+    constinit static std::atomic<std::uint64_t> cached{0};
+    std::uint64_t word = cached.load(std::memory_order_relaxed);
+    if (word >> 24 == static_cast<std::uint64_t>(second)) return word;
+    const platform::CalendarTime local = platform::to_calendar(platform::utc_to_local(second * ticks_per_second));
+    word = static_cast<std::uint64_t>(second) << 24 | static_cast<std::uint64_t>(local.hour) << 16 |
+           static_cast<std::uint64_t>(local.minute) << 8 | static_cast<std::uint64_t>(local.second);
+    cached.store(word, std::memory_order_relaxed);
+    return word;
+}
+
 char* put_two_digits(char* out, int value) {
     *out++ = static_cast<char>('0' + value / 10);
     *out++ = static_cast<char>('0' + value % 10);
     return out;
 }
 
+/// "{hh:mm:ss.mmm} "
 char* put_time(char* out) {
-    const WallClock now = wall_clock();
-    *out++ = '{';
-    out = put_two_digits(out, now.hour);
-    *out++ = ':';
-    out = put_two_digits(out, now.minute);
-    *out++ = ':';
-    out = put_two_digits(out, now.second);
+    const std::int64_t now = platform::now_utc();
+    const std::uint64_t local = local_second(now / ticks_per_second);
+    const auto millisecond = static_cast<int>(now % ticks_per_second / (ticks_per_second / 1000));
+    for (int shift = 16; shift >= 0; shift -= 8) {
+        *out++ = shift == 16 ? '{' : ':';
+        out = put_two_digits(out, static_cast<int>(local >> shift & 0xFF));
+    }
     *out++ = '.';
-    *out++ = static_cast<char>('0' + now.millisecond / 100);
-    out = put_two_digits(out, now.millisecond % 100);
+    *out++ = static_cast<char>('0' + millisecond / 100);
+    out = put_two_digits(out, millisecond % 100);
     *out++ = '}';
     *out++ = ' ';
     return out;
@@ -51,15 +68,11 @@ char* put_text(char* out, const char* text) {
 }
 
 char* put_category(char* out, const char* category) {
-    *out++ = ':';
-    *out++ = ' ';
-    *out++ = '[';
+    out = put_text(out, ": [");
     for (std::size_t i = 0; i < category_name_length && category[i] != '\0'; ++i) {
         *out++ = label_table[static_cast<unsigned char>(category[i])];
     }
-    *out++ = ']';
-    *out++ = ' ';
-    return out;
+    return put_text(out, "] ");
 }
 
 /// ">file(line): ", the file cut so that all of it stays within position_limit.

@@ -18,8 +18,7 @@ using logging::LineWriter;
 using logging::Message;
 using logging::state;
 
-constexpr std::size_t small_text_capacity = 1024;
-constexpr std::size_t small_output_capacity = small_text_capacity + 3 * logging::header_limit;
+constexpr std::size_t small_capacity = 1024;
 
 LineState load_line_state() {
     LineState line;
@@ -65,59 +64,24 @@ void end_process_if_asked(const Message& message, const char* text) {
     platform::exit_process(-1);
 }
 
-/// Lays out and routes a text, which a terminator follows. False when `output` is too small; nothing has happened then.
-bool emit(const Message& message, std::string_view text, char* output, std::size_t capacity) {
-    LineWriter writer(message, load_line_state(), output, capacity);
-    if (!writer.write(text.data(), text.size())) return false;
+/// Formats, lays out and routes one message in buffers of this size. False, and nothing has happened, when they are too
+/// small for it.
+template <std::size_t text_capacity, std::size_t output_capacity>
+[[gnu::noinline]] bool write_in(const Message& message, const char* format, va_list args) {
+    char text[text_capacity];
+    const int length = kernel::format_text(text, text_capacity, format, args);
+    if (length >= static_cast<int>(text_capacity) && text_capacity < logging::message_limit) return false;
+    // What cannot be formatted (a wide character that no text can hold, say) is shown as it was written, not lost.
+    const std::string_view shown = length < 0 ? format : text;
+    char output[output_capacity];
+    LineWriter writer(message, load_line_state(), output, output_capacity);
+    if (!writer.write(shown.data(), shown.size())) return false;
     store_line_state(writer.state());
     logging::remember_output(output, writer.size());
     if ((message.action & CLFilterAction::LOGFILE) != 0) write_to_file(message, output, writer.size());
     if ((message.action & CLFilterAction::CONSOLE) != 0) write_to_console(message, output, writer.size());
-    end_process_if_asked(message, text.data());
+    end_process_if_asked(message, shown.data());
     return true;
-}
-
-bool emit_small(const Message& message, std::string_view text) {
-    char output[small_output_capacity];
-    return emit(message, text, output, sizeof(output));
-}
-
-[[gnu::noinline]] void emit_large(const Message& message, std::string_view text) {
-    char output[logging::output_capacity];
-    emit(message, text, output, sizeof(output));
-}
-
-/// A text that needs no formatting, and hence no copy; longer ones than a message may be are cut by being copied.
-bool emit_plain(const Message& message, const char* text) {
-    if (text == nullptr) text = "(null)";
-    const std::size_t length = strnlen(text, logging::message_limit);
-    if (length == logging::message_limit) return false;
-    if (length >= small_text_capacity || !emit_small(message, {text, length})) emit_large(message, {text, length});
-    return true;
-}
-
-bool format_small(const Message& message, const char* format, va_list args) {
-    char text[small_text_capacity];
-    const int length = kernel::format_text(text, sizeof(text), format, args);
-    // What cannot be formatted (a wide character that no text can hold, say) is shown as it was written, not lost.
-    if (length < 0) return emit_plain(message, format);
-    return length < static_cast<int>(sizeof(text)) && emit_small(message, text);
-}
-
-[[gnu::noinline]] void format_large(const Message& message, const char* format, va_list args) {
-    char text[logging::message_limit];
-    kernel::format_text(text, sizeof(text), format, args);
-    emit_large(message, text);
-}
-
-void format_message(const Message& message, const char* format, va_list args) {
-    va_list again;
-    va_copy(again, args);
-    const bool is_plain = std::strcmp(format, "%s") == 0;
-    const bool is_done =
-        is_plain ? emit_plain(message, va_arg(args, const char*)) : format_small(message, format, args);
-    if (!is_done) format_large(message, format, again);
-    va_end(again);
 }
 
 }  // namespace
@@ -130,7 +94,13 @@ void _CLogV(Log::ELevel::TYPE level, const char* category, const char* file, int
                           .line = line,
                           .action = action,
                           .mode = mode};
-    format_message(message, format == nullptr ? "" : format, args);
+    if (format == nullptr) format = "";
+    va_list again;
+    va_copy(again, args);
+    if (!write_in<small_capacity, small_capacity + 3 * logging::header_limit>(message, format, args)) {
+        write_in<logging::message_limit, logging::output_capacity>(message, format, again);
+    }
+    va_end(again);
 }
 
 void _CLog(Log::ELevel::TYPE level, const char* category, const char* file, int line, CLFilterAction::ENUM action,

@@ -6,8 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
-#include <mutex>
 
 #include "engine/platform/bounded_text.h"
 #include "engine/platform/process.h"
@@ -22,18 +20,11 @@ struct ModuleList {
     int count = 0;
     Module modules[most_modules];
 };
+constinit ModuleList noted;
 
-struct ModuleLists {
-    std::mutex lock;                               // one thread notes at a time
-    std::atomic<const ModuleList*> read{nullptr};  // what handlers read without the lock; the other one is noted into
-    ModuleList lists[2];
-};
-constinit ModuleLists noted;
-
-int note_module(dl_phdr_info* info, std::size_t, void* to) {
-    ModuleList& list = *static_cast<ModuleList*>(to);
-    if (list.count == most_modules) return 1;
-    Module& module = list.modules[list.count];
+int note_module(dl_phdr_info* info, std::size_t, void*) {
+    if (noted.count == most_modules) return 1;
+    Module& module = noted.modules[noted.count];
     module = {.start = UINTPTR_MAX, .base = info->dlpi_addr};
     for (int i = 0; i < info->dlpi_phnum; ++i) {
         const auto& part = info->dlpi_phdr[i];
@@ -42,9 +33,9 @@ int note_module(dl_phdr_info* info, std::size_t, void* to) {
         module.end = std::max<std::uintptr_t>(module.end, info->dlpi_addr + part.p_vaddr + part.p_memsz);
     }
     // The loader lists the program itself first, and without its name.
-    const std::string_view path = list.count == 0 ? executable_path() : info->dlpi_name;
+    const std::string_view path = noted.count == 0 ? executable_path() : info->dlpi_name;
     BoundedText(module.name).add(path.substr(path.rfind('/') + 1));
-    ++list.count;
+    ++noted.count;
     return 0;
 }
 
@@ -99,20 +90,16 @@ std::uintptr_t crashed_at(const void* context) {
 std::uint64_t kernel_thread_id() { return static_cast<std::uint64_t>(syscall(SYS_gettid)); }
 
 void note_modules() {
-    const std::lock_guard guard(noted.lock);
-    ModuleList& list = noted.lists[noted.read.load() == &noted.lists[0] ? 1 : 0];
-    list.count = 0;
-    dl_iterate_phdr(note_module, &list);
-    noted.read.store(&list);
+    noted.count = 0;
+    dl_iterate_phdr(note_module, nullptr);
 }
 
 const Module* find_module(std::uintptr_t address) {
-    const ModuleList* const list = noted.read.load();
-    if (list == nullptr) return nullptr;
-    const auto holds = [&](const Module& module) { return address >= module.start && address < module.end; };
-    const auto* const end = list->modules + list->count;
-    const auto* const found = std::find_if(list->modules, end, holds);
-    return found != end ? found : nullptr;
+    for (int i = 0; i < noted.count; ++i) {
+        const Module& module = noted.modules[i];
+        if (address >= module.start && address < module.end) return &module;
+    }
+    return nullptr;
 }
 
 }  // namespace platform

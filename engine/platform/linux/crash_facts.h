@@ -26,7 +26,7 @@ struct Module {
     std::uintptr_t base = 0;  // from which the file counts its own addresses
     char name[64] = "";       // without its directory
 };
-/// Notes all modules, for find_module. It asks the loader: not for signal handlers.
+/// Notes all modules, for find_module. It asks the loader: not for signal handlers, and not while one may ask.
 void note_modules();
 /// The module at an address; null when none was there as they were noted.
 const Module* find_module(std::uintptr_t address);

@@ -143,22 +143,12 @@ public:
     void SetCategoryLevel(const char* name, ELevel::TYPE level);
 
 private:
-    // Each field is an atomic word; `changes_` is odd while an entry is being changed, so that a reader who met a
-    // change can read again instead of waiting.
-    struct Category {
-        std::atomic<std::uint64_t> name[2] = {};  // 16 bytes, filled up with zeros
-        std::atomic<std::uint32_t> level{0};
-    };
-    struct Lookup;
+    struct State;
+    State& state();
+    const State& state() const;
     void copy(const Settings& other);
-    bool change_category(const char* name, ELevel::TYPE level);
-    bool change_locked(const Lookup& wanted, ELevel::TYPE level);
 
-    std::atomic<std::uint32_t> level_{ELevel::INFO};
-    std::atomic<std::uint32_t> count_{0};
-    std::atomic<std::uint32_t> changes_{0};
-    std::atomic<bool> message_source_{false};
-    Category categories_[8];
+    alignas(std::uint64_t) unsigned char storage_[208];  // of the State
 };
 
 }  // namespace Log

@@ -10,11 +10,12 @@
 #include <unistd.h>
 #include <unwind.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <memory>
-#include <mutex>
 #include <string_view>
+#include <utility>
 
 #include "engine/platform/bounded_text.h"
 #include "engine/platform/linux/crash_facts.h"
@@ -70,24 +71,19 @@ private:
 };
 
 std::string_view signal_name(int number) {
-    switch (number) {
-        case SIGSEGV:
-            return "SIGSEGV, an access to memory that is not there";
-        case SIGBUS:
-            return "SIGBUS, an access that the memory cannot serve";
-        case SIGILL:
-            return "SIGILL, an illegal instruction";
-        case SIGFPE:
-            return "SIGFPE, an arithmetic fault";
-        case SIGABRT:
-            return "SIGABRT, the process gave up";
-        case SIGTRAP:
-            return "SIGTRAP, a breakpoint";
-        case SIGSYS:
-            return "SIGSYS, a forbidden system call";
-        default:
-            return "another signal";
+    constexpr std::pair<int, std::string_view> names[] = {
+        {SIGSEGV, "SIGSEGV, an access to memory that is not there"},
+        {SIGBUS, "SIGBUS, an access that the memory cannot serve"},
+        {SIGILL, "SIGILL, an illegal instruction"},
+        {SIGFPE, "SIGFPE, an arithmetic fault"},
+        {SIGABRT, "SIGABRT, the process gave up"},
+        {SIGTRAP, "SIGTRAP, a breakpoint"},
+        {SIGSYS, "SIGSYS, a forbidden system call"},
+    };
+    for (const auto& [signal_number, name] : names) {
+        if (signal_number == number) return name;
     }
+    return "another signal";
 }
 
 void write_head(Report& report, const CrashContext* crash) {
@@ -118,7 +114,8 @@ void write_registers(Report& report, const CrashContext& crash) {
     }
 }
 
-void write_frame(Report& report, std::uintptr_t address) {
+/// By the modules that were noted: the loader is not asked in a broken process.
+void write_noted_frame(Report& report, std::uintptr_t address) {
     char buffer[128];
     BoundedText text(buffer);
     add_hex(text.add("  "), address, 16);
@@ -128,25 +125,28 @@ void write_frame(Report& report, std::uintptr_t address) {
     report.write(text.add("\n").view());
 }
 
-/// Frames of the handler itself stand before the place of the crash; they are left out when that place is found.
-int first_frame_of_interest(void* const* frames, int count, std::uintptr_t place) {
-    for (int i = 0; i < count; ++i) {
-        if (reinterpret_cast<std::uintptr_t>(frames[i]) == place) return i + 1;
-    }
-    return 0;
+void write_frame(Report& report, const void* frame) {
+    char text[512];
+    describe_frame(frame, text, sizeof(text));
+    report.write("  ");
+    report.write(text);
+    report.write("\n");
 }
 
 void write_back_trace(Report& report, const CrashContext* crash) {
     report.write("\nBack-trace, innermost first\n");
     void* frames[most_frames];
-    const int count = capture_stack(frames, most_frames, 1);
-    int first = 0;
-    if (crash != nullptr) {
-        const std::uintptr_t place = crashed_at(crash->context);
-        write_frame(report, place);
-        first = first_frame_of_interest(frames, count, place);
+    void** const end = frames + capture_stack(frames, most_frames, 1);
+    if (crash == nullptr) {
+        std::for_each(frames, end, [&](const void* at) { write_frame(report, at); });
+        return;
     }
-    for (int i = first; i < count; ++i) write_frame(report, reinterpret_cast<std::uintptr_t>(frames[i]));
+    // Frames of the handler itself stand before the place of the crash; they are left out when that place is found.
+    const std::uintptr_t place = crashed_at(crash->context);
+    void** const found = std::find(frames, end, reinterpret_cast<void*>(place));
+    write_noted_frame(report, place);
+    std::for_each(found == end ? frames : found + 1, end,
+                  [&](const void* at) { write_noted_frame(report, reinterpret_cast<std::uintptr_t>(at)); });
 }
 
 void write_log(Report& report, const DumpRequest& request) {
@@ -206,14 +206,6 @@ void prepare_reports() {
 }
 
 Failure write_dump(const DumpRequest& request) {
-    // One running process writes one report at a time, so that no module list is noted anew while it is read. A handler
-    // must not wait.
-    static std::mutex running;
-    std::unique_lock<std::mutex> guard(running, std::defer_lock);
-    if (request.crash == nullptr) {
-        guard.lock();
-        prepare_reports();
-    }
     Report report(request.path);
     if (!report.is_open()) return report.failure();
     write_head(report, request.crash);
