@@ -112,12 +112,16 @@ bool put(const Arguments& given) {
     CFileHashMultiContainer all;
     const char* const file = given.file.c_str();
     // Only what is not there is made: a file that is damaged, or something else, is not written over.
-    const auto open_or_create = [&] { return fs::exists(file) ? all.Open(file, true) : all.Create(file); };
+    const bool is_new = !fs::exists(file);
+    const auto open_or_create = [&] { return is_new ? all.Create(file) : all.Open(file, true); };
     const auto add = [&] {
         return all.Put(given.container.c_str(), hash, data.data(), data.size(), given.deflate) && all.Save();
     };
-    return attempt(given.file, "it cannot be opened for writing", open_or_create) &&
-           attempt(given.file, "the blob cannot be added", add);
+    if (!attempt(given.file, "it cannot be opened for writing", open_or_create)) return false;
+    if (attempt(given.file, "the blob cannot be added", add)) return true;
+    all.Close();
+    if (is_new) fs::rem_file(file);
+    return false;
 }
 
 bool remove(const Arguments& given) {

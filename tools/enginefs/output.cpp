@@ -62,7 +62,17 @@ bool Output::open_beside(const std::string& place, FFSOpenFlags::FLAGS flags) {
 
 bool Output::write(const void* data, std::uint64_t size) {
     if (interruption_.requested()) return fail(name_, "interrupted; it is as it was");
-    return attempt(name_, "it cannot be written", [&] { return fs::write(file_.get(), data, size) == size; });
+    const auto* bytes = static_cast<const char*>(data);
+    // A disk that fills takes a part first; only the call after that says why it takes no more.
+    return attempt(name_, "it cannot be written", [&] {
+        while (size != 0) {
+            const std::uint64_t done = fs::write(file_.get(), bytes, size);
+            if (done == 0 || done > size) return false;
+            bytes += done;
+            size -= done;
+        }
+        return true;
+    });
 }
 
 bool Output::finish() {

@@ -13,6 +13,8 @@
 #else
 #include <fcntl.h>
 #include <unistd.h>
+
+#include <csignal>
 #endif
 
 #include "names.h"
@@ -40,6 +42,8 @@ void prepare_streams() {
     int descriptor = open("/dev/null", O_RDONLY);
     while (descriptor >= 0 && descriptor <= 2) descriptor = open("/dev/null", O_RDONLY);
     if (descriptor > 2) close(descriptor);
+    // A file that grows past the shell's limit is a full disk, told and cleaned up as one.
+    std::signal(SIGXFSZ, SIG_IGN);
 #endif
 }
 

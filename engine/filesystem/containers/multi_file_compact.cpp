@@ -136,9 +136,10 @@ bool compact(std::unique_ptr<MultiFile>& file) {
     if (fresh == nullptr || !old.MoveInto(*fresh)) return false;
     const std::uint64_t old_end = old.file_.End();
     const std::uint64_t end = fresh->file_.End();
+    const std::string partial = beside(old.native_);  // nothing may throw while both files are closed
     fresh->file_.Close();
     old.file_.Close();
-    if (!platform::replace_file(beside(old.native_).c_str(), native)) {
+    if (!platform::replace_file(partial.c_str(), native)) {
         fs::refuse_by_disk(native, "cannot be replaced");
         if (!old.ReopenNative(old_end)) file.reset();
         return false;
