@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Only the folders of engine/platform that are for one system may include an operating system's header.
 
-Everything else may include the C++ and C libraries, the compiler's intrinsics, our own headers and the
-libraries named below; a header that is in none of these groups is taken for an operating system's.
+Everything else may include the C++ and C libraries, our own headers and the libraries named below; a header that is in
+none of these groups is taken for an operating system's, or a processor's.
 
 usage: os_headers.py ROOT
 """
@@ -22,14 +22,13 @@ typeindex typeinfo unordered_map unordered_set utility valarray variant vector v
 assert.h ctype.h errno.h float.h inttypes.h limits.h math.h stdarg.h stddef.h stdint.h stdio.h stdlib.h string.h time.h
 wchar.h wctype.h
 """.split())
-INTRINSICS = {"immintrin.h", "xmmintrin.h", "emmintrin.h", "smmintrin.h", "nmmintrin.h", "wmmintrin.h", "x86intrin.h"}
 LIBRARIES = {"engine/": ("zlib.h", "miniz.h", "libdeflate.h", "igzip_lib.h", "crc.h", "zstd.h"), "tools/": ("CLI/", "nlohmann/", "zlib.h", "libdeflate.h")}
 SYSTEM_FOLDERS = ("engine/platform/posix/", "engine/platform/linux/", "engine/platform/windows/",
                   "tools/enginefs/terminal.cpp")
 
 
 def allowed(path, name):
-    if name in STANDARD or name in INTRINSICS or name.startswith("engine/"):
+    if name in STANDARD or name.startswith("engine/"):
         return True
     return any(path.startswith(folder) and name.startswith(libraries) for folder, libraries in LIBRARIES.items())
 
