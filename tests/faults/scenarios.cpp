@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <utility>
 
+#include "engine/filesystem/contract/set_error.h"
+
 // What each family must keep when any single step of it fails: an answer of true is the whole truth, and what failed
 // left the old data whole.
 
@@ -277,6 +279,29 @@ bool reads(const char* name, std::string_view beginning) {
     return same;
 }
 
+/// A load tells its failure itself; here the thread's own is asked for.
+bool load_by_worker(Stage&) {
+    SFsLoad* const load = fs::load_async({.path = "packed.txt"});
+    if (load == nullptr) return false;
+    load->Wait();
+    const bool is_good = load->Result() == EFSRequestResult::SUCCESS;
+    const bool is_whole = is_good && std::string_view(static_cast<const char*>(load->Data()), 7) == "line 0\n";
+    if (!is_good) fs::refuse(load->Error().code, "packed.txt", "The load failed.");
+    load->Release();
+    return is_whole;
+}
+
+bool view_files(Stage&) {
+    for (const char* name : {"save.txt", "stored.bin", "packed.txt"}) {
+        SFsView view;
+        if (!fs::map(name, view)) return false;
+        const bool has_bytes = view.size != 0 && static_cast<const char*>(view.data)[0] != '\0';
+        fs::unmap(view);
+        if (!has_bytes) return false;
+    }
+    return true;
+}
+
 /// Names that `fs::search` answers; null for no list at all.
 FS_NAME* found_names = nullptr;
 
@@ -422,6 +447,8 @@ const std::vector<Scenario>& scenarios() {
          .check = save_is_whole},
         {.name = "native stream", .prepare = mounted, .act = write_native_stream, .check = save_is_whole},
         {.name = "gzip handle", .prepare = without_pack, .act = gzip_round_trip, .check = gzip_reads_back},
+        {.name = "load", .prepare = mounted, .act = load_by_worker, .check = [](Stage&, bool) { return ""; }},
+        {.name = "view", .prepare = mounted, .act = view_files, .check = [](Stage&, bool) { return ""; }},
         {.name = "queued read", .prepare = mounted, .act = read_queued, .check = [](Stage&, bool) { return ""; }},
     };
     return all;

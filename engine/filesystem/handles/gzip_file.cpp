@@ -58,7 +58,7 @@ FileGzipped::~FileGzipped() {
     }
     FillGapAtStart();
     errno = 0;
-    if (gzclose(gz_) != Z_OK) ReportWriteFailure("The gzip file could not be finished.");
+    if (gzclose(gz_) != Z_OK) ReportWriteFailure("cannot be finished as gzip");
 }
 
 /// zlib fills the gap of a seek from its buffer, which it has not cleared yet when nothing was written before closing.
@@ -95,9 +95,11 @@ bool FileGzipped::ReportReadFailure(const void* buffer, std::uint64_t size, int 
 }
 
 /// zlib tells no more than that the system failed; its errno is still there.
-void FileGzipped::ReportWriteFailure(const char* text) const {
+void FileGzipped::ReportWriteFailure(const char* action) const {
     const int code = errno;
-    fs::set_error(code == ENOSPC ? EFSError::DISK_FULL : EFSError::IO, name, text, code);
+    const bool is_full = code == ENOSPC || code == EFBIG;
+    const auto failure = is_full ? platform::Failure::DISK_FULL : platform::Failure::IO;
+    fs::set_error_from_platform(name, action, {.failure = failure, .os_code = code});
 }
 
 std::uint64_t FileGzipped::write(const void* buffer, std::uint64_t size) {
@@ -108,7 +110,7 @@ std::uint64_t FileGzipped::write(const void* buffer, std::uint64_t size) {
         const auto piece = static_cast<unsigned>(std::min(size - done, largest_call));
         const int put = gzwrite(gz_, static_cast<const char*>(buffer) + done, piece);
         if (put <= 0) {
-            ReportWriteFailure("The gzip file cannot be written.");
+            ReportWriteFailure("cannot be written as gzip");
             return done != 0 ? done : failed;
         }
         done += static_cast<unsigned>(put);

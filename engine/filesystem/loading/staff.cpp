@@ -48,18 +48,16 @@ void Loader::EnsureWorkers() {
     is_staffed_.store(!workers_.empty(), std::memory_order_release);
 }
 
+/// All that can throw comes before the first thread, which would otherwise have to be told to leave.
 Loader::Workers Loader::Hire(const SFsLoadSettings& settings) {
-    Workers hired;
-    const std::uint32_t count = settings.workers + (settings.no_urgent_lane ? 0 : 1);
-    hired.reserve(count);
-    for (std::uint32_t at = 0; at < count; ++at) {
-        auto worker = std::make_unique<Worker>();
-        worker->is_lane = at == settings.workers;
-        if (!worker->thread.Start(worker->is_lane ? "load lane" : "load", &Loader::Run, worker.get(),
-                                  worker->is_lane ? lane_priority : 0))
-            break;
-        hired.push_back(std::move(worker));
-    }
+    Workers hired(settings.workers + (settings.no_urgent_lane ? 0 : 1));
+    for (auto& worker : hired) worker = std::make_unique<Worker>();
+    if (!settings.no_urgent_lane) hired.back()->is_lane = true;
+    const auto starts = [](const std::unique_ptr<Worker>& worker) {
+        return worker->thread.Start(worker->is_lane ? "load lane" : "load", &Loader::Run, worker.get(),
+                                    worker->is_lane ? lane_priority : 0);
+    };
+    hired.erase(std::find_if_not(hired.begin(), hired.end(), starts), hired.end());
     static std::atomic<bool> is_told{false};
     if (hired.empty() && !is_told.exchange(true))
         log_message(log_source, Log::ELevel::WARN, __LINE__,

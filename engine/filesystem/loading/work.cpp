@@ -94,9 +94,9 @@ LoadWork::Step LoadWork::CheckRead(std::uint64_t asked, std::uint64_t got) {
         return Step::FAILED;
     }
     done_ += got;
-    if (grows_) return got == asked ? Step::MORE : FinishGrown();
+    if (grows_ && (got == asked || told == EFSError::NONE)) return got == asked ? Step::MORE : FinishGrown();
     if (got < asked) {
-        set_error(EFSError::IO, path_.c_str(), "The file ended before its length.");
+        if (told == EFSError::NONE) set_error(EFSError::IO, path_.c_str(), "The file ended before its length.");
         return Step::FAILED;
     }
     return done_ < wanted_ ? Step::MORE : Step::DONE;
