@@ -291,6 +291,25 @@ bool load_by_worker(Stage&) {
     return is_whole;
 }
 
+/// A zlib stream of three stored bytes.
+constexpr unsigned char packed_abc[] = {0x78, 0x01, 0x01, 3, 0, 0xFC, 0xFF, 'a', 'b', 'c', 0x02, 0x4D, 0x01, 0x27};
+
+bool use_memory_archive() {
+    static char memory[100];
+    static fs::ZippedDataArchive archive;
+    archive.UnbindArchiveFromMemory();  // of the run before
+    archive.ResetEntryMap();
+    char plain[4] = "";
+    std::uint32_t length = 0;
+    ztl::list<fs::string> names;
+    fs::clear_error();
+    return archive.BindArchiveToMemory(memory, sizeof memory) &&
+           archive.AddEntry("levels/one.txt", packed_abc, sizeof packed_abc, 3) &&
+           archive.ReadEntryAsZippedData("LEVELS/one.txt", plain, sizeof plain, &length) &&
+           std::string_view(plain, length) == "abc" && said_nothing([&] { archive.GetAllFilenames(names); }) &&
+           names.size() == 1 && archive.RemoveEntry("levels/one.txt");
+}
+
 bool view_files(Stage&) {
     for (const char* name : {"save.txt", "stored.bin", "packed.txt"}) {
         SFsView view;
@@ -447,6 +466,10 @@ const std::vector<Scenario>& scenarios() {
          .check = save_is_whole},
         {.name = "native stream", .prepare = mounted, .act = write_native_stream, .check = save_is_whole},
         {.name = "gzip handle", .prepare = without_pack, .act = gzip_round_trip, .check = gzip_reads_back},
+        {.name = "memory archive",
+         .prepare = [](Stage&) { use_memory_archive(); },  // makes the archive itself
+         .act = [](Stage&) { return use_memory_archive(); },
+         .check = [](Stage&, bool) { return ""; }},
         {.name = "load", .prepare = mounted, .act = load_by_worker, .check = [](Stage&, bool) { return ""; }},
         {.name = "view", .prepare = mounted, .act = view_files, .check = [](Stage&, bool) { return ""; }},
         {.name = "queued read", .prepare = mounted, .act = read_queued, .check = [](Stage&, bool) { return ""; }},
