@@ -6,7 +6,7 @@
 
 namespace fs {
 
-/// A new node that holds `dir` followed by `name`, linked before `next`. Null when memory cannot be had.
+/// A new node that holds `dir` followed by `name`, linked before `next`. Null without memory.
 FS_NAME* new_name(std::string_view dir, std::string_view name, FS_NAME* next);
 
 /// Collects names in their order. The list belongs to the collector until it is released.
@@ -17,7 +17,7 @@ public:
     NameCollector(const NameCollector&) = delete;
     NameCollector& operator=(const NameCollector&) = delete;
 
-    /// False when memory cannot be had; the names so far stay.
+    /// False without memory; the names so far stay.
     bool append(std::string_view dir, std::string_view name);
     /// Hands the list over; null when it is empty.
     FS_NAME* release();

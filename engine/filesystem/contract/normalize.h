@@ -27,7 +27,7 @@ public:
     ScratchText(const ScratchText&) = delete;
     ScratchText& operator=(const ScratchText&) = delete;
 
-    char* text() { return text_; }  // null when memory cannot be had
+    char* text() { return text_; }  // null without memory
 
 private:
     char inline_[path_capacity];

@@ -52,7 +52,7 @@ public:
     /// Null is "".
     void set_name(const char* name);
     /// Makes every directory of `path` that is missing below this one and returns the last; this one for an empty path.
-    /// Null when memory cannot be had.
+    /// Null without memory.
     dir* add_path(const char* path);
     /// The directory at `path` below this one; this one for an empty path; null when there is none.
     dir* find(const char* path);

@@ -64,7 +64,7 @@ public:
     FileInMemory(void* buffer, std::uint64_t size);
     ~FileInMemory() override;
 
-    /// A new file over `buffer`; null, with `buffer` freed, when memory cannot be had.
+    /// A new file over `buffer`; null, with `buffer` freed, without memory.
     static FileInMemory* create(void* buffer, std::uint64_t size);
 
     std::uint64_t read(void* buffer, std::uint64_t size) override;
