@@ -1,0 +1,189 @@
+// Loads by workers: what an urgent one waits while big entries are inflated, what steps and the hand-over cost, how soon a
+// cancel answers, many files by two workers beside a loop, and views beside reads.
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <numeric>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include <engine/filesystem.h>
+
+#include "bench/support/paired.h"
+
+namespace {
+
+constexpr auto mount_flags = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES;
+constexpr std::size_t big_size = 64 << 20;
+constexpr int file_count = 2000;
+
+std::string text_of(std::size_t size, unsigned seed) {
+    static const char* const words[] = {"texture", "mesh", "sound", "level", "\n", " ", "0", "1", "camera", "light"};
+    std::minstd_rand random(seed);
+    std::string text;
+    while (text.size() < size) text += words[random() % std::size(words)];
+    text.resize(size);
+    return text;
+}
+
+std::string name_of(int file) { return "file" + std::to_string(file) + ".bin"; }
+
+/// A pack with big entries, one of them stored, and many small ones, mounted beside an empty root.
+struct Bed {
+    explicit Bed(const SFsLoadSettings& settings) : folder(std::filesystem::temp_directory_path() / "loading_bench") {
+        std::filesystem::create_directories(folder / "root");
+        const std::string pack = (folder / "bench.pak").generic_string();
+        if (!std::filesystem::exists(pack)) make_pack(pack);
+        fs::init((folder / "root").generic_string().c_str(), mount_flags, "", false, false, nullptr);
+        fs::add_source(pack.c_str(), mount_flags);
+        fs::set_load_settings(settings);
+        for (const char* name : {"big0.bin", "big1.bin", "urgent.bin"}) std::free(fs::read(name, nullptr));  // warm
+    }
+    ~Bed() { fs::shutdown(); }
+
+    static void make_pack(const std::string& path) {
+        fs::pack_writer pack;
+        pack.open(path.c_str());
+        for (unsigned i = 0; i < 2; ++i) {
+            const std::string text = text_of(big_size, i + 1);
+            pack.add(("big" + std::to_string(i) + ".bin").c_str(), text.data(), text.size(), 6, 0);
+            if (i == 0) pack.add("stored.bin", text.data(), text.size(), 0, 0);
+        }
+        const std::string small = text_of(64 << 10, 7);
+        pack.add("urgent.bin", small.data(), small.size(), 6, 0);
+        std::minstd_rand random(9);
+        const std::string source = text_of(256 << 10, 8);
+        for (int i = 0; i < file_count; ++i)
+            pack.add(name_of(i).c_str(), source.data(), (1 << 10) + random() % (255 << 10), 6, 0);
+        pack.finish();
+    }
+
+    const std::filesystem::path folder;
+};
+
+void wait_until_in_hand(const SFsLoad& load) {
+    while (load.State() == EFSRequestState::QUEUED) std::this_thread::yield();
+}
+
+void report(benchmark::State& state, std::vector<double> seconds) {
+    std::sort(seconds.begin(), seconds.end());
+    state.counters["median_us"] = seconds[seconds.size() / 2] * 1e6;
+    state.counters["p95_us"] = seconds[seconds.size() * 95 / 100] * 1e6;
+}
+
+/// An urgent 64 KiB while two entries of 64 MiB are inflated by two workers.
+void UrgentBesideBig(benchmark::State& state) {
+    Bed bed({.workers = 2, .no_urgent_lane = state.range(0) == 0});
+    std::vector<double> times;
+    for (auto _ : state) {
+        for (int round = 0; round < 40; ++round) {
+            SFsLoad* const big[] = {fs::load_async({.path = "big0.bin"}), fs::load_async({.path = "big1.bin"})};
+            for (SFsLoad* load : big) wait_until_in_hand(*load);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            times.push_back(paired::seconds([] {
+                SFsLoad* const load = fs::load_async({.path = "urgent.bin", .priority = EFSLoadPriority::URGENT});
+                load->Wait();
+                load->Release();
+            }));
+            for (SFsLoad* load : big) {
+                load->Cancel();
+                load->Release();
+            }
+        }
+    }
+    report(state, times);
+}
+BENCHMARK(UrgentBesideBig)->Iterations(1)->Arg(1)->Arg(0)->ArgName("lane")->Unit(benchmark::kMillisecond);
+
+void CancelOfABigLoad(benchmark::State& state) {
+    Bed bed({.workers = 1});
+    std::vector<double> times;
+    for (auto _ : state) {
+        for (int round = 0; round < 40; ++round) {
+            SFsLoad* const big = fs::load_async({.path = "big0.bin"});
+            wait_until_in_hand(*big);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            times.push_back(paired::seconds([big] { big->Cancel(); }));
+            big->Release();
+        }
+    }
+    report(state, times);
+}
+BENCHMARK(CancelOfABigLoad)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+/// A load in steps beside one whole read.
+void BigInStepsBesideWhole(benchmark::State& state) {
+    Bed bed({.workers = 1});
+    std::vector<char> buffer(big_size);
+    const auto load = [&] {
+        SFsLoad* const big = fs::load_async({.path = "big0.bin", .buffer = buffer.data(), .capacity = buffer.size()});
+        big->Wait();
+        big->Release();
+    };
+    const auto whole = [&] { fs::read(buffer.data(), "big0.bin", nullptr); };
+    paired::compare(state, 1, 9, load, whole);
+}
+BENCHMARK(BigInStepsBesideWhole)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+/// 2,000 files of 1 to 256 KiB beside a loop of fs::read.
+void ManyFilesBesideALoop(benchmark::State& state) {
+    Bed bed({.workers = static_cast<std::uint32_t>(state.range(0)), .no_urgent_lane = true});
+    std::vector<std::string> names;
+    for (int i = 0; i < file_count; ++i) names.push_back(name_of(i));
+    const auto batch = [&] {
+        std::vector<SFsLoadWish> wishes;
+        for (const std::string& name : names) wishes.push_back({.path = name.c_str()});
+        SFsLoadBatch* const loads = fs::load_batch(wishes.data(), wishes.size());
+        loads->Wait();
+        loads->Release();
+    };
+    const auto loop = [&] {
+        for (const std::string& name : names) std::free(fs::read(name.c_str(), nullptr));
+    };
+    paired::compare(state, names.size(), 7, batch, loop);
+}
+BENCHMARK(ManyFilesBesideALoop)->Iterations(1)->Arg(1)->Arg(2)->ArgName("workers")->Unit(benchmark::kMillisecond);
+
+std::uint64_t sum(const void* bytes, std::uint64_t size) {
+    const auto* const words = static_cast<const std::uint64_t*>(bytes);
+    return std::accumulate(words, words + size / sizeof(std::uint64_t), std::uint64_t{0});
+}
+
+/// A sum over a stored entry of 64 MiB, shown where it lies, beside reading it.
+void ViewBesideRead(benchmark::State& state) {
+    Bed bed({});
+    std::vector<std::uint64_t> buffer(big_size / sizeof(std::uint64_t));
+    std::uint64_t total = 0;
+    const auto view = [&] {
+        SFsView shown;
+        fs::map("stored.bin", shown);
+        total += sum(shown.data, shown.size);
+        fs::unmap(shown);
+    };
+    const auto read = [&] {
+        fs::read(buffer.data(), "stored.bin", nullptr);
+        total += sum(buffer.data(), big_size);
+    };
+    paired::compare(state, 1, 9, view, read);
+    benchmark::DoNotOptimize(total);
+    std::vector<double> times;
+    for (int i = 0; i < 1000; ++i) {
+        times.push_back(paired::seconds([] {
+            SFsView shown;
+            fs::map("stored.bin", shown);
+            fs::unmap(shown);
+        }));
+    }
+    report(state, times);
+}
+BENCHMARK(ViewBesideRead)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
