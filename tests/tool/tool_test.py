@@ -94,9 +94,12 @@ def listing(tool):
                ("find B.D", 0, "textures/b.dds\n"),
                ("stat README.TXT", 0, r"~full path  .*/Readme.txt\nsize +6\n"),
                ("--add over which --all readme.txt", 0, r"~root/?\n.*over/? \(shadowed\)\n"),
-               ("cat readme.txt", 0, "hello\n"))
+               ("cat readme.txt", 0, "hello\n"),
+               ("load", 0, r"~^3 files, 0 failed, 18 bytes in (.|\n)*came last:\n( .* ms  .*\n){3}$"),
+               ("load --workers 1 --json b.dds readme.txt", 0, r'~"files": 2,\s+"failed": 0,\s+"bytes": 12,'))
     tool.fails(("ls nowhere", "enginefs: nowhere: no source has such a directory"),
                ("ls --mask *.wav", "*.wav: no file matches"), ("find zebra", "no name contains it"),
+               ("load --order nowhere", "nowhere: it cannot be read"), ("load --workers 65", "at most 64 workers"),
                ("stat zebra", "no source holds it"), ("which zebra", "no source holds it"),
                ("stat textures/", "enginefs: textures/: it is a directory"), ("cat zebra.txt", "enginefs: zebra.txt: "),
                ("cat notes/\acopy.txt", "enginefs: notes/\\x07copy.txt: "), ('cat ""', 'enginefs: "": '))

@@ -60,7 +60,7 @@ int run(int argc, char** argv) {
     Commands commands(app, chosen, options);
     for (const auto add : {add_listing_commands, add_content_commands, add_pack_commands, add_unpack_commands,
                            add_stream_commands, add_chunk_commands, add_manage_commands, add_duplicates_command,
-                           add_container_commands, add_cache_commands, add_log_commands})
+                           add_container_commands, add_cache_commands, add_log_commands, add_load_command})
         add(commands);
     try {
         app.parse(argc, argv);
