@@ -6,8 +6,6 @@
 #include <set>
 #include <string>
 
-#include <engine/filesystem/contract/disk_use.h>
-
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/platform/never_destroyed.h"

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include <engine/filesystem/contract/disk_use.h>
+
 namespace fs {
 
 /// Spans one use of the disk: an open, a read, a listing. On a thread that must not use it, the outermost is counted,
