@@ -1,11 +1,14 @@
 #include "tests/faults/scenarios.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <utility>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/log/hooks.h"
+#include "engine/filesystem/startup/log/file.h"
 
 // What each family must keep when any single step of it fails: an answer of true is the whole truth, and what failed
 // left the old data whole.
@@ -279,6 +282,31 @@ bool reads(const char* name, std::string_view beginning) {
     return same;
 }
 
+// The log goes on without what fails, and keeps the thread's failure as it is: what counts is what its file holds.
+
+bool log_two_lines(Stage&) {
+    const auto open = [] { return crash::open_log_file("logs/a.log", false); };
+    if (fs::guarded(nullptr, crash::Opened::NO, open) != crash::Opened::YES) return true;
+    const auto write = logging::start_up_values().write_to_file.load();
+    for (const std::string_view line : {"first line\r\n", "second line\r\n"}) write(line.data(), line.size());
+    crash::close_log_file();
+    return true;
+}
+
+/// A line may be cut or missing; none runs into another.
+std::string log_is_whole(Stage& stage, bool) {
+    const std::string log = stage.on_disk("root/logs/a.log");
+    if (log == "(none)") return "";
+    for (std::size_t begin = 0; begin < log.size();) {
+        const std::size_t end = std::min(log.find("\r\n", begin), log.size());
+        const std::string line = log.substr(begin, end - begin);
+        if (!std::string_view("first line\r").starts_with(line) && !std::string_view("second line\r").starts_with(line))
+            return "the log has the line \"" + line + "\"";
+        begin = end + 2;
+    }
+    return "";
+}
+
 /// A load tells its failure itself; here the thread's own is asked for.
 bool load_by_worker(Stage&) {
     SFsLoad* const load = fs::load_async({.path = "packed.txt"});
@@ -466,6 +494,7 @@ const std::vector<Scenario>& scenarios() {
          .check = save_is_whole},
         {.name = "native stream", .prepare = mounted, .act = write_native_stream, .check = save_is_whole},
         {.name = "gzip handle", .prepare = without_pack, .act = gzip_round_trip, .check = gzip_reads_back},
+        {.name = "log file", .prepare = without_pack, .act = log_two_lines, .check = log_is_whole},
         {.name = "memory archive",
          .prepare = [](Stage&) { use_memory_archive(); },  // makes the archive itself
          .act = [](Stage&) { return use_memory_archive(); },
