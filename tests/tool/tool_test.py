@@ -233,7 +233,7 @@ def packs(tool):
     with zipfile.ZipFile(tool.path("work/out.pak"), "w") as out:
         for name, text in (("Same.txt", "first"), ("../out.txt", "outside")):
             out.writestr(name, text)
-    tool.fails(("verify work/bad.pak", "sub/text.txt"), ("list work/cut.pak", "enginefs: work/cut.pak: "),
+    tool.fails(("verify work/bad.pak", "sub/text.txt"), ("unpack work/bad.pak work/bad", "sub/text.txt"), ("list work/cut.pak", "enginefs: work/cut.pak: "),
                ("unpack work/out.pak work/out", "../out.txt: "), ("pack work/made.pak nowhere", "nowhere"),
                ("pack nowhere/made.pak work/in", "its directory does not exist"),
                ("unpack work/made.pak root/Readme.txt", "cannot be made a directory"),

@@ -37,10 +37,11 @@ bool read_to_end(SFsFile* file, const std::string& name, const TakeBytes& take) 
     for (;;) {
         fs::clear_error();
         const std::uint64_t got = fs::read(file, buffer.data(), buffer.size());
+        // Bytes may come and be known as damaged. What takes them may use the library, which forgets that.
+        const SFsError error = fs::last_error();
         if (got != failed && got != 0 && !take(buffer.data(), got)) return false;
-        // Bytes may come and be known as damaged.
-        if (got == failed || fs::last_error().code != EFSError::NONE)
-            return fail_with_last_error(name, "it cannot be read");
+        if (got == failed || error.code != EFSError::NONE)
+            return fail(name, error.text.empty() ? "it cannot be read" : error.text);
         if (got == 0) break;
         at += got;
     }
