@@ -16,8 +16,8 @@ namespace {
 struct AccessRecord {
     std::atomic<bool> on{false};
     platform::Mutex lock;
-    ztl::vector<fs::string> names GUARDED_BY(lock);
-    std::unordered_set<fs::string> noted GUARDED_BY(lock);
+    ztl::vector<fs::string> names ENGINE_GUARDED_BY(lock);
+    std::unordered_set<fs::string> noted ENGINE_GUARDED_BY(lock);
 };
 
 AccessRecord& access_record_state() {

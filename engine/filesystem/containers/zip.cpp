@@ -39,8 +39,8 @@ struct Writer {
 /// The archives under way.
 struct Writers {
     platform::Mutex lock;
-    std::unordered_map<std::uintptr_t, std::unique_ptr<Writer>> open GUARDED_BY(lock);
-    std::uintptr_t last_handle GUARDED_BY(lock) = 0;
+    std::unordered_map<std::uintptr_t, std::unique_ptr<Writer>> open ENGINE_GUARDED_BY(lock);
+    std::uintptr_t last_handle ENGINE_GUARDED_BY(lock) = 0;
 };
 
 Writers& writers() {

@@ -11,8 +11,8 @@ namespace {
 
 struct QueueSlot {
     platform::Mutex lock;
-    bool is_started GUARDED_BY(lock) = false;
-    std::shared_ptr<IOQueue> queue GUARDED_BY(lock);  // null until it could be made
+    bool is_started ENGINE_GUARDED_BY(lock) = false;
+    std::shared_ptr<IOQueue> queue ENGINE_GUARDED_BY(lock);  // null until it could be made
 };
 
 QueueSlot& slot() {

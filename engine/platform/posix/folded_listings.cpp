@@ -103,23 +103,23 @@ struct IdHash {
 
 struct Cache {
     Mutex lock;  // never held while the disk is asked
-    std::unordered_map<DirectoryId, Kept, IdHash> listings GUARDED_BY(lock);
-    std::size_t names GUARDED_BY(lock) = 0;  // in all of them
+    std::unordered_map<DirectoryId, Kept, IdHash> listings ENGINE_GUARDED_BY(lock);
+    std::size_t names ENGINE_GUARDED_BY(lock) = 0;  // in all of them
 
-    Kept* find(const DirectoryStamp& stamp) REQUIRES(lock) {
+    Kept* find(const DirectoryStamp& stamp) ENGINE_REQUIRES(lock) {
         const auto found = listings.find(stamp.id);
         if (found == listings.end()) return nullptr;
         if (is_usable(found->second, stamp)) return &found->second;
         erase(stamp.id);
         return nullptr;
     }
-    void erase(const DirectoryId& id) REQUIRES(lock) {
+    void erase(const DirectoryId& id) ENGINE_REQUIRES(lock) {
         const auto found = listings.find(id);
         if (found == listings.end()) return;
         names -= found->second.names.size();
         listings.erase(found);
     }
-    void keep(Kept&& kept) REQUIRES(lock) {
+    void keep(Kept&& kept) ENGINE_REQUIRES(lock) {
         erase(kept.stamp.id);
         const std::size_t added = kept.names.size();
         if (listings.size() >= most_listings || names + added > most_names) {

@@ -24,9 +24,9 @@ struct Use {
 /// Every open and close of the library passes here, so the table is split by file.
 struct alignas(64) Shard {
     Mutex lock;
-    std::vector<Use> uses GUARDED_BY(lock);
+    std::vector<Use> uses ENGINE_GUARDED_BY(lock);
 
-    Use* find(const FileKey& key) REQUIRES(lock) {
+    Use* find(const FileKey& key) ENGINE_REQUIRES(lock) {
         const auto found = std::find_if(uses.begin(), uses.end(), [&](const Use& use) { return use.key == key; });
         return found != uses.end() ? &*found : nullptr;
     }

@@ -15,7 +15,7 @@ namespace {
 /// There is one server archive at most; it is null before its making and after a shutdown.
 struct ServerArchive {
     platform::Mutex lock;  // taken before the registry's lock
-    ZippedDataArchive* archive GUARDED_BY(lock) = nullptr;
+    ZippedDataArchive* archive ENGINE_GUARDED_BY(lock) = nullptr;
 };
 
 ServerArchive& state() {

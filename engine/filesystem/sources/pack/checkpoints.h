@@ -39,18 +39,18 @@ public:
     EntryCheckpoint find(std::uint32_t number, std::uint32_t after, std::uint32_t& found);
 
 private:
-    bool take_room(std::uint64_t bytes) REQUIRES(lock_);
-    void give_back(std::uint64_t bytes) REQUIRES(lock_);
-    bool thin_out() REQUIRES(lock_);
+    bool take_room(std::uint64_t bytes) ENGINE_REQUIRES(lock_);
+    void give_back(std::uint64_t bytes) ENGINE_REQUIRES(lock_);
+    bool thin_out() ENGINE_REQUIRES(lock_);
 
     platform::Mutex lock_;
-    std::vector<EntryCheckpoint> kept_ GUARDED_BY(lock_);  // by block number / base_interval
+    std::vector<EntryCheckpoint> kept_ ENGINE_GUARDED_BY(lock_);  // by block number / base_interval
     std::atomic<std::uint64_t>& total_;
     const std::uint64_t most_;
     const std::uint64_t allowed_;  // to this entry, in bytes
     const std::uint32_t entry_;
-    std::uint32_t interval_ GUARDED_BY(lock_) = base_interval;  // doubled as often as they were thinned out
-    std::uint64_t held_ GUARDED_BY(lock_) = 0;
+    std::uint32_t interval_ ENGINE_GUARDED_BY(lock_) = base_interval;  // doubled as often as they were thinned out
+    std::uint64_t held_ ENGINE_GUARDED_BY(lock_) = 0;
 };
 
 /// The checkpoints of all entries of a pack: at most 16 MiB, and 2 % of each entry.
@@ -63,11 +63,11 @@ public:
     std::shared_ptr<EntryCheckpoints> of(std::uint32_t entry, std::uint32_t size);
 
 private:
-    void make_room() REQUIRES(lock_);
+    void make_room() ENGINE_REQUIRES(lock_);
 
     std::atomic<std::uint64_t> total_{0};
     platform::Mutex lock_;
-    std::vector<std::shared_ptr<EntryCheckpoints>> sets_ GUARDED_BY(lock_);  // the latest used last
+    std::vector<std::shared_ptr<EntryCheckpoints>> sets_ ENGINE_GUARDED_BY(lock_);  // the latest used last
 };
 
 }  // namespace fs

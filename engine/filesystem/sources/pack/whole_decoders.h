@@ -32,7 +32,7 @@ private:
     void give_back(std::unique_ptr<Worker> worker);
 
     platform::Mutex lock_;
-    std::vector<std::unique_ptr<Worker>> idle_ GUARDED_BY(lock_);
+    std::vector<std::unique_ptr<Worker>> idle_ ENGINE_GUARDED_BY(lock_);
 };
 
 }  // namespace fs
