@@ -35,11 +35,11 @@ std::string directory_of(const Given& given) {
 std::vector<Listing> listings_in(const std::string& dir, bool partial = false) {
     std::vector<Listing> found;
     std::error_code error;
-    for (stdfs::directory_iterator walk(to_path(dir), error), end; !error && walk != end; walk.increment(error)) {
+    for (stdfs::directory_iterator walk(fs::to_path(dir), error), end; !error && walk != end; walk.increment(error)) {
         const stdfs::path name = walk->path().filename();
         const bool is_partial = partial && name.stem().stem().extension() == ".fsc";
         if ((name.extension() != ".fsc" && !is_partial) || !walk->is_regular_file(error)) continue;
-        found.push_back({to_text(walk->path()), walk->file_size(error)});
+        found.push_back({fs::from_path(walk->path()), walk->file_size(error)});
     }
     std::sort(found.begin(), found.end(), [](const Listing& a, const Listing& b) { return a.path < b.path; });
     return found;
@@ -54,8 +54,8 @@ bool build(const Given& given) {
     const std::string dir = directory_of(given);
     if (given.session->sources.empty()) fail_usage("cache build", "nothing to record: give the directories with --add");
     std::error_code error;
-    stdfs::create_directories(to_path(dir), error);
-    if (!stdfs::is_directory(to_path(dir), error)) return fail(dir, "it cannot be made a directory");
+    stdfs::create_directories(fs::to_path(dir), error);
+    if (!stdfs::is_directory(fs::to_path(dir), error)) return fail(dir, "it cannot be made a directory");
     Session session;
     if (!session.mount(*given.session)) return false;
     const std::vector<Listing> listings = listings_in(dir);
@@ -66,7 +66,7 @@ bool build(const Given& given) {
 bool show(const Given& given) {
     const std::string dir = directory_of(given);
     std::error_code error;
-    if (!stdfs::is_directory(to_path(dir), error))
+    if (!stdfs::is_directory(fs::to_path(dir), error))
         return fail(dir, "there is no such directory; \"cache build\" makes it");
     return show_listings(listings_in(dir));
 }
@@ -75,7 +75,7 @@ bool drop(const Given& given) {
     bool good = true;
     for (const Listing& listing : listings_in(directory_of(given), true)) {
         std::error_code error;
-        if (!stdfs::remove(to_path(listing.path), error))
+        if (!stdfs::remove(fs::to_path(listing.path), error))
             good = fail(listing.path, "it cannot be removed: " + error.message());
     }
     return good;

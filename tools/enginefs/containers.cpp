@@ -94,7 +94,7 @@ bool get(const Arguments& given) {
 }
 
 bool load(const std::string& name, std::vector<char>& data) {
-    const FilePtr file = open_file(name);
+    const fs::file_ptr file = open_file(name);
     if (file == nullptr) return false;
     const std::uint64_t length = fs::length(file.get());
     if (length > 0xFFFFFFFFu) return fail(name, "a blob holds at most 4294967295 bytes");

@@ -10,7 +10,7 @@
 namespace {
 
 bool cat(const Name& given) {
-    const FilePtr file = open_file(given.name);
+    const fs::file_ptr file = open_file(given.name);
     return file != nullptr && read_to_end(file.get(), given.name, print_bytes);
 }
 

@@ -41,7 +41,7 @@ std::map<std::uint64_t, Names> group_by_size(const Names& names, bool& good) {
     std::map<std::uint64_t, Names> groups;
     for (const std::string& name : names) {
         progress.add(1);
-        const FilePtr file = open_file(name);
+        const fs::file_ptr file = open_file(name);
         const std::uint64_t size = fs::length(file.get());
         if (size != failed)
             groups[size].push_back(name);
@@ -53,8 +53,8 @@ std::map<std::uint64_t, Names> group_by_size(const Names& names, bool& good) {
 }
 
 bool same_bytes(const std::string& a, const std::string& b) {
-    const FilePtr first(fs::open(a.c_str(), EFSMode::READ));
-    const FilePtr second(fs::open(b.c_str(), EFSMode::READ));
+    const fs::file_ptr first(fs::open(a.c_str(), EFSMode::READ));
+    const fs::file_ptr second(fs::open(b.c_str(), EFSMode::READ));
     if (first == nullptr || second == nullptr) return false;
     std::vector<char> one(piece_size), other(piece_size);
     for (;;) {

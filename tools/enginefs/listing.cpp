@@ -70,7 +70,7 @@ std::vector<std::string> subdirectories(const std::string& dir) {
 
 /// The size in bytes; nothing where it is not known.
 std::optional<std::uint64_t> size_of(const std::string& name) {
-    const FilePtr file(fs::open(name.c_str(), EFSMode::READ));
+    const fs::file_ptr file(fs::open(name.c_str(), EFSMode::READ));
     const std::uint64_t size = fs::length(file.get());
     return size == failed ? std::nullopt : std::optional(size);
 }

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cinttypes>
 #include <cstdlib>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -46,16 +45,8 @@ struct ReleaseBatch {
 /// What the list names, or the arguments, or all there is.
 bool choose_names(const Given& given, std::vector<std::string>& names) {
     names = given.names;
-    if (!given.order.empty()) {
-        std::ifstream list(to_path(given.order));
-        if (!list) return fail(given.order, "it cannot be read");
-        for (std::string line; std::getline(list, line);) {
-            if (!line.empty() && line.back() == '\r') line.pop_back();
-            if (!line.empty()) names.push_back(line);
-        }
-    } else if (names.empty()) {
-        names = list_everything();
-    }
+    if (!given.order.empty() && !read_lines(given.order, names)) return false;
+    if (given.order.empty() && names.empty()) names = list_everything();
     return !names.empty() || fail("load", "there is nothing to load");
 }
 

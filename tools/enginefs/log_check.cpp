@@ -20,7 +20,7 @@ namespace {
 constexpr std::uint64_t largest = 64u << 20;  // what the library reads
 
 bool read_text(const char* name, std::string& out, void*) {
-    const FilePtr file(fs::open(name, EFSMode::READ));
+    const fs::file_ptr file(fs::open(name, EFSMode::READ));
     const std::uint64_t length = fs::length(file.get());
     if (file == nullptr || length > largest) return false;
     out.resize(static_cast<std::size_t>(length));

@@ -149,14 +149,14 @@ bool touch(const Touch& given) {
         fail_usage(given.time,
                    "this is no time; give \"YYYY-MM-DD\", \"YYYY-MM-DD HH:MM:SS\" or @SECONDS, in UTC, from 1883 on");
     if (!names_itself(name)) return false;
-    const auto create = [&] { return FilePtr(fs::open(name.c_str(), EFSMode::APPEND)) != nullptr; };
+    const auto create = [&] { return fs::file_ptr(fs::open(name.c_str(), EFSMode::APPEND)) != nullptr; };
     if (!fs::exists(name.c_str()) && !attempt(name, "it cannot be created", create)) return false;
     if (fs::read_only(name.c_str()) || fs::is_protected(name.c_str())) return fail(name, "it is read-only");
     // The sources count in zones of their own, and local time has hours that come twice: the disk knows neither.
     const std::string place = place_on_disk(name);
     if (place.empty()) return fail(name, "its source keeps no such time");
     std::error_code error;
-    std::filesystem::last_write_time(to_path(place), chrono::file_clock::from_sys(*time), error);
+    std::filesystem::last_write_time(fs::to_path(place), chrono::file_clock::from_sys(*time), error);
     return !error || fail(name, "its time cannot be set: " + error.message());
 }
 

@@ -1,6 +1,7 @@
 #include "names.h"
 
 #include <chrono>
+#include <fstream>
 #include <ratio>
 #include <system_error>
 
@@ -15,17 +16,15 @@ namespace {
 constexpr std::size_t piece_size = 1u << 20;
 
 std::vector<std::string> take(FS_NAME* list) {
-    std::vector<std::string> names;
-    for (const FS_NAME* node = list; node != nullptr; node = node->next) names.emplace_back(node->name);
-    fs::free_names(list);
-    return names;
+    const fs::found_files found(list);
+    return {found.begin(), found.end()};
 }
 
 }  // namespace
 
-FilePtr open_file(const std::string& name) {
+fs::file_ptr open_file(const std::string& name) {
     fs::clear_error();
-    FilePtr file(fs::open(name.c_str(), EFSMode::READ));
+    fs::file_ptr file(fs::open(name.c_str(), EFSMode::READ));
     if (file == nullptr) fail_with_last_error(name, "no source holds it");
     return file;
 }
@@ -79,7 +78,7 @@ std::string time_of(const std::string& name) {
     constexpr std::int64_t from_1601_to_1970 = 116'444'736'000'000'000;
     const std::string place = place_on_disk(name);
     std::error_code error;
-    const auto time = place.empty() ? stdfs::file_time_type() : stdfs::last_write_time(to_path(place), error);
+    const auto time = place.empty() ? stdfs::file_time_type() : stdfs::last_write_time(fs::to_path(place), error);
     if (place.empty() || error) return "";
     const auto since_1970 = std::chrono::file_clock::to_sys(std::chrono::time_point_cast<Ticks>(time));
     return fs::get_time_as_str(since_1970.time_since_epoch().count() + from_1601_to_1970);
@@ -98,17 +97,20 @@ std::string normalised(const std::string& name) {
     return out;
 }
 
-stdfs::path to_path(const std::string& text) { return std::u8string(text.begin(), text.end()); }
-
-std::string to_text(const stdfs::path& path) {
-    const std::u8string text = path.generic_u8string();
-    return {text.begin(), text.end()};
-}
-
 std::string full_native_path(const std::string& path) {
     std::error_code error;
-    const stdfs::path full = stdfs::absolute(to_path(path), error);
-    return error ? path : to_text(full.lexically_normal());
+    const stdfs::path full = stdfs::absolute(fs::to_path(path), error);
+    return error ? path : fs::from_path(full.lexically_normal());
+}
+
+bool read_lines(const std::string& path, std::vector<std::string>& lines) {
+    std::ifstream in(fs::to_path(path));
+    if (!in) return fail(path, "it cannot be read");
+    for (std::string line; std::getline(in, line);) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (!line.empty()) lines.push_back(line);
+    }
+    return true;
 }
 
 std::uint32_t little_endian(const unsigned char* bytes) {

@@ -7,18 +7,13 @@
 #include <string>
 #include <vector>
 
-#include <engine/filesystem/contract.h>
+#include <engine/filesystem/comfort.h>
 
 inline constexpr std::uint64_t failed = ~std::uint64_t{0};  // how the library answers for a size it cannot tell
 inline constexpr std::size_t longest_path = 259;            // of a native path, in bytes
 
-struct CloseFile {
-    void operator()(SFsFile* file) const { fs::close(file); }
-};
-using FilePtr = std::unique_ptr<SFsFile, CloseFile>;
-
 /// Opens a file for reading; null, with a word on standard error, when it cannot be opened.
-FilePtr open_file(const std::string& name);
+fs::file_ptr open_file(const std::string& name);
 
 /// Takes bytes one after another; false stops whoever gives them.
 using TakeBytes = std::function<bool(const char* data, std::uint64_t size)>;
@@ -55,12 +50,12 @@ std::string lower_case(std::string text);
 /// The name as the library holds it: "/" separators, dots resolved, lower case.
 std::string normalised(const std::string& name);
 
-// Native paths are UTF-8 as text, on every system.
-std::filesystem::path to_path(const std::string& text);
-std::string to_text(const std::filesystem::path& path);  // with "/"
-
 /// The full form of a path as somebody typed it, with "/" separators.
 std::string full_native_path(const std::string& path);
+
+/// The lines of a text file on the disk, empty ones left out, behind those that are there already. False, with a word on
+/// standard error, when it cannot be read.
+bool read_lines(const std::string& path, std::vector<std::string>& lines);
 
 /// The number that four bytes hold, the lowest first.
 std::uint32_t little_endian(const unsigned char* bytes);

@@ -49,7 +49,8 @@ bool Output::open_beside(const std::string& place, FFSOpenFlags::FLAGS flags) {
     place_ = place;
     std::error_code error;
     // What a link points to is replaced, not the link.
-    if (!virtual_ && stdfs::exists(to_path(place), error)) place_ = to_text(stdfs::canonical(to_path(place)));
+    if (!virtual_ && stdfs::exists(fs::to_path(place), error))
+        place_ = fs::from_path(stdfs::canonical(fs::to_path(place)));
     const std::string beside = place_ + formatted(".%08x", static_cast<unsigned>(std::random_device()()));
     const bool opened = attempt(name_, "it cannot be created", [&] {
         file_.reset(virtual_ ? fs::open(beside.c_str(), EFSMode::WRITE, flags)
@@ -89,20 +90,20 @@ bool Output::put_in_place() {
     if (virtual_)
         return attempt(name_, "it cannot be created", [&] { return fs::rename(beside_.c_str(), place_.c_str()); });
     std::error_code error;
-    const stdfs::file_status before = stdfs::status(to_path(place_), error);
-    if (stdfs::exists(before)) stdfs::permissions(to_path(beside_), before.permissions(), error);
-    stdfs::rename(to_path(beside_), to_path(place_), error);
+    const stdfs::file_status before = stdfs::status(fs::to_path(place_), error);
+    if (stdfs::exists(before)) stdfs::permissions(fs::to_path(beside_), before.permissions(), error);
+    stdfs::rename(fs::to_path(beside_), fs::to_path(place_), error);
     return !error || fail(name_, "it cannot be replaced: " + error.message());
 }
 
 void Output::remove_beside() {
     if (beside_.empty()) return;
     std::error_code error;
-    const bool gone = virtual_ ? fs::rem_file(beside_.c_str()) : stdfs::remove(to_path(beside_), error);
+    const bool gone = virtual_ ? fs::rem_file(beside_.c_str()) : stdfs::remove(fs::to_path(beside_), error);
     if (!gone) fail(beside_, "it is incomplete and cannot be removed");
 }
 
-bool open_both(const FromTo& given, FilePtr& source, Output& output, FFSOpenFlags::FLAGS flags) {
+bool open_both(const FromTo& given, fs::file_ptr& source, Output& output, FFSOpenFlags::FLAGS flags) {
     source = open_file(given.from);
     if (source == nullptr) return false;
     const std::string place = place_on_disk(given.from);
@@ -111,7 +112,7 @@ bool open_both(const FromTo& given, FilePtr& source, Output& output, FFSOpenFlag
 }
 
 bool copy_file(const FromTo& given, const std::string& label, FFSOpenFlags::FLAGS flags) {
-    FilePtr source;
+    fs::file_ptr source;
     Output output;
     if (!open_both(given, source, output, flags)) return false;
     Progress progress(label + given.from, fs::length(source.get()), true);

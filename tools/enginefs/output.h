@@ -31,12 +31,13 @@ private:
     std::string place_;   // where the file goes: a path of the disk, or a virtual name
     std::string beside_;  // where it is written; "" when nothing is left there
     bool virtual_ = false;
-    FilePtr file_;
+    fs::file_ptr file_;
     const Interruption interruption_;
 };
 
 /// Opens what is read and begins what is written, which must not be the same file.
-bool open_both(const FromTo& given, FilePtr& source, Output& output, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
+bool open_both(const FromTo& given, fs::file_ptr& source, Output& output,
+               FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
 
 /// Copies a file; `flags` say how the new one is written.
 bool copy_file(const FromTo& given, const std::string& label, FFSOpenFlags::FLAGS flags);

@@ -50,7 +50,7 @@ bool check_tree(const stdfs::path& dir, std::set<std::string>& seen) {
     std::error_code error;
     stdfs::directory_iterator walk(dir, error);
     for (const stdfs::directory_iterator end; !error && walk != end; walk.increment(error)) {
-        const std::string path = to_text(walk->path());
+        const std::string path = fs::from_path(walk->path());
         std::error_code unknown;
         if (path.size() > longest_path)
             good = fail(path, "its path is longer than 259 bytes");
@@ -59,7 +59,7 @@ bool check_tree(const stdfs::path& dir, std::set<std::string>& seen) {
         else if (!seen.insert(lower_case(path)).second)
             note(path, "another name differs from it in case alone; only one of them is packed");
     }
-    return error ? fail(to_text(dir), "it cannot be listed: " + error.message()) : good;
+    return error ? fail(fs::from_path(dir), "it cannot be listed: " + error.message()) : good;
 }
 
 /// Whether the library listed all of what it mounted, too; it goes where links lead.
@@ -75,13 +75,10 @@ bool is_listed_whole(const std::string& dir) {
 
 /// Puts the names of the order file first, in its order; the rest keep theirs.
 bool apply_order(const std::string& path, std::vector<std::string>& names) {
-    std::ifstream in(to_path(path));
-    if (!in) return false;
+    std::vector<std::string> lines;
+    if (!read_lines(path, lines)) return false;
     std::unordered_map<std::string, std::size_t> places;
-    for (std::string line; std::getline(in, line);) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        places.emplace(normalised(line), places.size());
-    }
+    for (const std::string& line : lines) places.emplace(normalised(line), places.size());
     const auto place = [&places](const std::string& name) {
         const auto found = places.find(name);
         return found != places.end() ? found->second : places.size();
@@ -92,7 +89,7 @@ bool apply_order(const std::string& path, std::vector<std::string>& names) {
 }
 
 void load_file(const std::string& name, bool with_time, PackedFile& file) {
-    const FilePtr open(fs::open(name.c_str(), EFSMode::READ));
+    const fs::file_ptr open(fs::open(name.c_str(), EFSMode::READ));
     const std::uint64_t length = fs::length(open.get());
     if (open == nullptr || length == failed) {
         file.error = "it cannot be read: " + fs::last_error().text;
@@ -131,7 +128,7 @@ bool write_pack(const Pack& given, const std::vector<std::string>& names) {
                                                   : 6,
                         .worth = given.worth};
     const auto plan_of = [&](std::size_t i) {
-        return stored.count(to_text(to_path(names[i]).extension())) != 0 ? PackPlan{.level = 0} : plan;
+        return stored.count(fs::from_path(fs::to_path(names[i]).extension())) != 0 ? PackPlan{.level = 0} : plan;
     };
     Compressor compressor(names.size(), load, plan_of);
     Progress progress("pack " + given.out, names.size(), false);
@@ -146,10 +143,10 @@ bool write_pack(const Pack& given, const std::vector<std::string>& names) {
 bool pack(const Pack& given) {
     std::set<std::string> seen;
     std::error_code error;
-    const stdfs::path parent = to_path(given.out).parent_path();
+    const stdfs::path parent = fs::to_path(given.out).parent_path();
     if (!parent.empty() && !stdfs::is_directory(parent, error)) return fail(given.out, "its directory does not exist");
     Session session;
-    if (!session.mount({.root = given.dir, .fallback = false}) || !check_tree(to_path(given.dir), seen) ||
+    if (!session.mount({.root = given.dir, .fallback = false}) || !check_tree(fs::to_path(given.dir), seen) ||
         !is_listed_whole(given.dir))
         return false;
     std::vector<std::string> names = list_everything();
@@ -158,7 +155,7 @@ bool pack(const Pack& given) {
     if (out.starts_with(root)) std::erase(names, out.substr(root.size()));
     if (names.size() > most_entries)
         return fail(given.dir, "it holds " + std::to_string(names.size()) + " files; a pack holds at most 65535");
-    if (!given.order.empty() && !apply_order(given.order, names)) return fail(given.order, "it cannot be read");
+    if (!given.order.empty() && !apply_order(given.order, names)) return false;
     return write_pack(given, names);
 }
 

@@ -71,7 +71,7 @@ private:
 };
 
 bool gunzip(const FromTo& given) {
-    FilePtr source;
+    fs::file_ptr source;
     Output output;
     if (!open_both(given, source, output)) return false;
     Progress progress("gunzip " + given.from, fs::length(source.get()), true);

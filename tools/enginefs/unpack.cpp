@@ -51,7 +51,7 @@ public:
 
     /// False, with a word on standard error, when the entry is damaged; or when `take` says so.
     bool read(const std::string& label, const std::string& name, const TakeBytes& take) {
-        FilePtr file;
+        fs::file_ptr file;
         return attempt(label, "it cannot be opened",
                        [&] {
                            file.reset(source_.open_read(fs::path(name.c_str(), true), FFSOpenFlags::WHOLE_NAME));
@@ -79,7 +79,7 @@ std::string safe_name(const std::string& name) {
 bool make_directories(const stdfs::path& root, const std::string& name) {
     std::error_code error;
     stdfs::path at = root;
-    for (const stdfs::path& part : to_path(name).parent_path()) {
+    for (const stdfs::path& part : fs::to_path(name).parent_path()) {
         at /= part;
         if (stdfs::is_symlink(stdfs::symlink_status(at, error))) stdfs::remove(at, error);
         stdfs::create_directory(at, error);
@@ -108,14 +108,14 @@ bool unpack_entry(PackReader& reader, const std::string& entry, const stdfs::pat
                   bool& stopped) {
     const std::string name = safe_name(entry);
     if (name.empty()) return fail(entry, "its name would lead out of the directory");
-    const stdfs::path target = root / to_path(name);
+    const stdfs::path target = root / fs::to_path(name);
     std::error_code error;
     if (!taken.take(name, target)) return fail(entry, "an entry before it has the same name");
     if (!make_directories(root, name))
         return fail(entry, "its directory cannot be made: an entry before it is no directory");
     if (stdfs::is_symlink(stdfs::symlink_status(target, error))) stdfs::remove(target, error);
     Output out;
-    if (!out.open_native(to_text(target))) return false;
+    if (!out.open_native(fs::from_path(target))) return false;
     const auto take = [&](const char* data, std::uint64_t size) { return !(stopped = !out.write(data, size)); };
     return reader.read(entry, entry, take) && out.finish();
 }
@@ -124,7 +124,7 @@ bool unpack(const Unpack& given) {
     Entries entries;
     PackReader reader;
     if (!list_entries(given.pack, entries) || !reader.open(given.pack)) return false;
-    const stdfs::path root = to_path(full_native_path(given.dir));
+    const stdfs::path root = fs::to_path(full_native_path(given.dir));
     std::error_code error;
     stdfs::create_directories(root, error);
     if (!stdfs::is_directory(root, error)) return fail(given.dir, "it cannot be made a directory");
