@@ -17,7 +17,12 @@ public:
     Mapping(const File& file, std::uint64_t offset, std::uint64_t size);
     Mapping(Mapping&& other) noexcept
         : start_(std::exchange(other.start_, nullptr)), length_(other.length_), skip_(other.skip_) {}
-    Mapping& operator=(Mapping&& other) noexcept;
+    Mapping& operator=(Mapping&& other) noexcept {
+        std::swap(start_, other.start_);
+        std::swap(length_, other.length_);
+        std::swap(skip_, other.skip_);
+        return *this;
+    }
     ~Mapping() { Unmap(); }
 
     bool IsEmpty() const { return start_ == nullptr; }

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <utility>
 
 #include "engine/platform/fail.h"
 #include "engine/platform/files.h"
@@ -23,13 +22,6 @@ Mapping::Mapping(const File& file, std::uint64_t offset, std::uint64_t size) {
         fail_os(errno);
     else
         start_ = start;
-}
-
-Mapping& Mapping::operator=(Mapping&& other) noexcept {
-    std::swap(start_, other.start_);
-    std::swap(length_, other.length_);
-    std::swap(skip_, other.skip_);
-    return *this;
 }
 
 bool Mapping::Populate() const {

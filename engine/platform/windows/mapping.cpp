@@ -1,7 +1,5 @@
 #include "engine/platform/mapping.h"
 
-#include <utility>
-
 #include "engine/platform/fail.h"
 #include "engine/platform/files.h"
 #include "engine/platform/windows/system_error.h"
@@ -24,13 +22,6 @@ Mapping::Mapping(const File& file, std::uint64_t offset, std::uint64_t size) {
     }
     if (start_ == nullptr) fail_last();
     if (section != nullptr) CloseHandle(section);  // the view keeps it
-}
-
-Mapping& Mapping::operator=(Mapping&& other) noexcept {
-    std::swap(start_, other.start_);
-    std::swap(length_, other.length_);
-    std::swap(skip_, other.skip_);
-    return *this;
 }
 
 // A file that is mapped cannot be cut here, so every page is there to be touched.
