@@ -205,7 +205,7 @@ FilePtr open_pinned(const char* path, FFSOpenFlags::FLAGS flags, registry::Pin& 
 }
 
 SFsFile* open(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    const DiskUse use(DiskUse::Action::OPEN, path);
+    const DiskUse use("opened", path);
     return guarded<SFsFile*>(path, nullptr, [&] {
         if ((flags & FFSOpenFlags::IN_CACHE_DIR) == 0) return open_request(path, mode, flags).release();
         return open_request(with_cache_directory(path, flags).c_str(), mode, flags).release();

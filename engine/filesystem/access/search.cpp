@@ -102,7 +102,7 @@ const fs::idir* search_dir(const char* dir) {
 }
 
 void refresh() {
-    const DiskUse use(DiskUse::Action::LIST, "all sources");
+    const DiskUse use("listed", "all sources");
     guarded(nullptr, [] {
         registry::State& state = registry::state();
         const ExclusiveGuard guard(state);
@@ -112,7 +112,7 @@ void refresh() {
 }
 
 void refresh(const char* path) {
-    const DiskUse use(DiskUse::Action::LIST, path);
+    const DiskUse use("listed", path);
     guarded(path, [&] {
         NormalText wanted(path, false);
         wanted.drop_trailing_slash();

@@ -1,6 +1,5 @@
 #include "engine/filesystem/contract/disk_use.h"
 
-#include <chrono>
 #include <cstdio>
 #include <mutex>
 #include <set>
@@ -36,37 +35,18 @@ thread_local bool is_counting = false;  // within a use that counts
 // Libraries are loaded by the main thread.
 const std::uint64_t main_thread = platform::current_thread_id();
 
-std::int64_t now() {
-    const auto time = std::chrono::steady_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(time).count();
-}
-
-const char* word_for(DiskUse::Action action) {
-    switch (action) {
-        case DiskUse::Action::OPEN:
-            return "opened";
-        case DiskUse::Action::READ:
-            return "read";
-        case DiskUse::Action::LIST:
-            return "listed";
-    }
-    return "";
-}
-
-/// Counts the use and says whether the log has not had its name yet.
-bool count_use(const char* name, SFsDiskUse& use, disk_report& report, void*& user) {
-    Uses& known = uses();
-    const std::lock_guard guard(known.lock);
-    use.count = ++known.count;
-    report = known.report;
-    user = known.user;
-    return known.logged.size() < most_names && known.logged.insert(name).second;
-}
-
 void tell(SFsDiskUse use) {
+    Uses& known = uses();
+    bool is_news = false;  // the log has not had the name yet
     disk_report report = nullptr;
     void* user = nullptr;
-    const bool is_news = count_use(use.name, use, report, user);
+    {
+        const std::lock_guard guard(known.lock);
+        use.count = ++known.count;
+        is_news = known.logged.size() < most_names && known.logged.insert(use.name).second;
+        report = known.report;
+        user = known.user;
+    }
     const auto thread = static_cast<unsigned long long>(platform::current_thread_id());
     char who[32] = "main thread";
     if (thread != main_thread) std::snprintf(who, sizeof who, "thread %llu", thread);
@@ -82,15 +62,15 @@ void DiskUse::Begin(const char* name) {
     if (is_counting || name == nullptr) return;
     is_counting = true;
     name_ = name;
-    began_ = now();
+    began_ = std::chrono::steady_clock::now();
 }
 
 /// A failure that the use has stored stays the thread's last.
 void DiskUse::End() {
     const ErrorKeeper keeper;
-    const auto microseconds = static_cast<std::uint64_t>(now() - began_) / 1000;
-    guarded(name_,
-            [&] { tell({.action = word_for(action_), .name = name_, .microseconds = microseconds, .count = 0}); });
+    const auto time = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - began_);
+    const auto microseconds = static_cast<std::uint64_t>(time.count());
+    guarded(name_, [&] { tell({.action = action_, .name = name_, .microseconds = microseconds, .count = 0}); });
     is_counting = false;
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstdint>
+#include <chrono>
 
 #include <engine/filesystem/contract/disk_use.h>
 
@@ -10,10 +10,8 @@ namespace fs {
 /// logged and reported at its end; on any other it costs the look at one flag.
 class DiskUse {
 public:
-    enum class Action : std::uint8_t { OPEN, READ, LIST };
-
-    /// A null name counts nothing.
-    DiskUse(Action action, const char* name) : action_(action) {
+    /// `action` is "opened", "read" or "listed". A null name counts nothing.
+    DiskUse(const char* action, const char* name) : action_(action) {
         if (is_forbidden) Begin(name);
     }
     DiskUse(const DiskUse&) = delete;
@@ -28,9 +26,9 @@ private:
     void Begin(const char* name);
     void End();
 
-    const Action action_;
+    const char* const action_;
     const char* name_ = nullptr;  // null: nothing is counted
-    std::int64_t began_ = 0;      // nanoseconds
+    std::chrono::steady_clock::time_point began_;
 };
 
 }  // namespace fs

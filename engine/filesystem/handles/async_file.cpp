@@ -45,7 +45,7 @@ Win32FileHandleAsync::~Win32FileHandleAsync() {
 
 std::uint64_t Win32FileHandleAsync::read(void* buffer, std::uint64_t size) {
     if (!file_.valid()) return failed;
-    const fs::DiskUse use(fs::DiskUse::Action::READ, NativePath());
+    const fs::DiskUse use("read", NativePath());
     const std::uint64_t left = position_ < length_ ? length_ - position_ : 0;
     const std::uint64_t wanted = std::min(size, left);
     if (wanted == 0) return 0;

@@ -68,7 +68,7 @@ void FileGzipped::FillGapAtStart() {
 }
 
 std::uint64_t FileGzipped::read(void* buffer, std::uint64_t size) {
-    const fs::DiskUse use(fs::DiskUse::Action::READ, name != nullptr ? name : "");
+    const fs::DiskUse use("read", fs::file_name(this));
     std::uint64_t done = 0;
     while (done < size) {
         const auto piece = static_cast<unsigned>(std::min(size - done, largest_call));

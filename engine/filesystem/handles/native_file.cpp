@@ -12,7 +12,7 @@ constexpr std::uint64_t failed = ~std::uint64_t{0};
 }  // namespace
 
 std::uint64_t Win32FileHandle::read(void* buffer, std::uint64_t size) {
-    const fs::DiskUse use(fs::DiskUse::Action::READ, name != nullptr ? name : "");
+    const fs::DiskUse use("read", fs::file_name(this));
     return check_read(file_.read(buffer, size), buffer, size);
 }
 

@@ -117,7 +117,7 @@ bool unmount_path(const char* path) {
 
 bool add_source(const char* path, FFSAddSourceFlags::ENUM flags) {
     if (path == nullptr) path = "";
-    const DiskUse use(DiskUse::Action::LIST, path);
+    const DiskUse use("listed", path);
     return guarded(path, false, [&] { return mount_path(path, flags); });
 }
 

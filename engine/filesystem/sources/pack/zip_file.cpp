@@ -59,7 +59,7 @@ SZipFile::~SZipFile() = default;
 
 std::uint64_t SZipFile::read(void* buffer, std::uint64_t size) {
     if (position_ > size_) return 0;
-    const fs::DiskUse use(fs::DiskUse::Action::READ, archive_->store().is_in_memory() ? nullptr : name);
+    const fs::DiskUse use("read", archive_->store().is_in_memory() ? nullptr : name);
     const std::uint64_t count = std::min<std::uint64_t>(size, size_ - position_);
     return fs::guarded(name, std::uint64_t{0}, [&] { return read_some(static_cast<std::uint8_t*>(buffer), count); });
 }
