@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/registry/pins.h"
 #include "engine/platform/never_destroyed.h"
 
 // The list of sources and the index of their directories, under one reader-writer lock.

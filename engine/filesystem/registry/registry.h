@@ -11,6 +11,8 @@
 #include <engine/filesystem/contract/source.h>
 #include <engine/kernel/multithreading.h>
 
+#include "engine/filesystem/registry/pins.h"
+
 namespace fs::registry {
 
 inline constexpr std::size_t cache_dir_capacity = 272;
@@ -86,8 +88,7 @@ CFSSource* find(const State& state, const fs::path& path);
 void insert(State& state, std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags);
 /// Puts a root behind all sources there are, and a fallback (which may be null) behind it.
 void append_root(State& state, std::unique_ptr<CFSSource> root, std::unique_ptr<CFSSource> fallback);
-/// Takes a source out of list and index; null when it is not registered or is the fallback. Whoever ends it then waits for
-/// its pins, without the lock.
+/// Takes a source out of list and index, for take_out; null when it is not registered or is the fallback.
 std::unique_ptr<CFSSource> remove(State& state, const CFSSource* source);
 /// Makes the index anew from the trees of all indexed sources in asking order.
 void rebuild_index(State& state);
@@ -106,6 +107,19 @@ const char* type_name(EFSSourceType::TYPE type);
 /// Registers a source without asking for the lock beforehand, and logs it; one that is registered already stays once.
 /// False, with the failure stored and the source destroyed, when there is no memory.
 bool add(std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags);
+
+/// Takes the source that `find()` answers, which is asked under the lock that this takes, out of list and index, and waits
+/// until nobody has a pin on it. Null when that is none, not registered, or the fallback.
+template <typename Find>
+std::unique_ptr<CFSSource> take_out(State& state, Find find) {
+    std::unique_ptr<CFSSource> source;
+    {
+        const ExclusiveGuard guard(state);
+        source = remove(state, find());
+    }
+    if (source != nullptr) wait_for_pins(*source);
+    return source;
+}
 
 /// Empties list and index, and destroys every source, the fallback too, when its pins are dropped. Takes the lock.
 void destroy_all(State& state);

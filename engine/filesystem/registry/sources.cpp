@@ -9,7 +9,6 @@
 #include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/holders.h"
-#include "engine/filesystem/registry/pins.h"
 #include "engine/kernel/text.h"
 
 namespace fs {
@@ -38,13 +37,6 @@ SFsSourceInfo describe(CFSSource& source) {
             .unlisted_directories = native != nullptr ? native->unlisted_directories() : 0};
 }
 
-/// The caller has the source back.
-bool unlink_source(CFSSource* source) {
-    registry::State& state = registry::state();
-    const registry::ExclusiveGuard guard(state);
-    return registry::remove(state, source).release() != nullptr;
-}
-
 }  // namespace
 
 bool registry::add(std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags) {
@@ -68,9 +60,9 @@ void add_source(CFSSource* source, FFSAddSourceFlags::ENUM flags) {
 
 bool rem_source(CFSSource* source) {
     return guarded(nullptr, false, [&] {
-        if (!unlink_source(source)) return refuse(EFSError::NOT_FOUND, nullptr, "This source is not registered.");
-        registry::wait_for_pins(*source);
-        return true;
+        // The caller has the source back.
+        if (registry::take_out(registry::state(), [source] { return source; }).release() != nullptr) return true;
+        return refuse(EFSError::NOT_FOUND, nullptr, "This source is not registered.");
     });
 }
 

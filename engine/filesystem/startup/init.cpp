@@ -104,8 +104,9 @@ bool init(const char* root, FFSAddSourceFlags::ENUM flags, const char* cache_dir
 void shutdown() {
     if (!is_initialized()) return;
     guarded(nullptr, [] {
-        stop_loads();
         registry::State& state = registry::state();
+        { const registry::ExclusiveGuard guard(state); }  // a source or callback that is being asked stops nothing
+        stop_loads();
         registry::destroy_all(state);
         destroy_server_archive();
         stop_queues();

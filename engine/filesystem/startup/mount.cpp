@@ -12,7 +12,6 @@
 #include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/log/message.h"
-#include "engine/filesystem/registry/pins.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/directory/mount/store.h"
 #include "engine/filesystem/startup/prepared_path.h"
@@ -70,16 +69,6 @@ bool check_key(const char* path, const fs::path& key, FFSAddSourceFlags::ENUM fl
     return true;
 }
 
-/// Null, with the failure stored, when there is none of this path.
-std::unique_ptr<CFSSource> unlink_source(const fs::path& path) {
-    registry::State& state = registry::state();
-    const registry::ExclusiveGuard guard(state);
-    CFSSource* const source = registry::find(state, path);
-    if (source != nullptr) return registry::remove(state, source);
-    set_error(EFSError::NOT_FOUND, path.PathName(), "No source of this path is registered.");
-    return nullptr;
-}
-
 bool mount_path(const char* path, FFSAddSourceFlags::ENUM flags) {
     const PreparedPath prepared(path);
     if (!prepared.is_full()) {
@@ -104,10 +93,10 @@ bool unmount_path(const char* path) {
     const PreparedPath prepared(path);
     if (!prepared.is_full()) return refuse(EFSError::INVALID_NAME, path, "The path is no full path.");
     const fs::path key = prepared.as_source_path();
-    const std::unique_ptr<CFSSource> source = unlink_source(key);
-    if (!source) return false;
+    registry::State& state = registry::state();
+    const auto source = registry::take_out(state, [&] { return registry::find(state, key); });
+    if (!source) return refuse(EFSError::NOT_FOUND, key.PathName(), "No source of this path is registered.");
     const EFSSourceType::TYPE type = source->type();
-    registry::wait_for_pins(*source);
     log_message(log_source, Log::ELevel::DEBG, __LINE__, "Removing source '%s%s' of type %s(%i).\n", key.PathName(),
                 key.FileName(), registry::type_name(type), static_cast<int>(type));
     return true;
