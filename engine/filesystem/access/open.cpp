@@ -68,7 +68,7 @@ FilePtr find_to_read(registry::State& state, const Request& request, registry::P
     return file;
 }
 
-FilePtr open_to_read(registry::State& state, const Request& request, registry::Pin* pin = nullptr) {
+FilePtr open_to_read(registry::State& state, const Request& request, registry::Pin* pin) {
     ErrorScope scope;
     FilePtr file = find_to_read(state, request, pin);
     if (file) {
@@ -182,7 +182,7 @@ FilePtr open_to_write(registry::State& state, const Request& request) {
     return std::move(found.file);
 }
 
-FilePtr open_request(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
+FilePtr open_request(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags, registry::Pin* pin = nullptr) {
     registry::State& state = registry::state();
     if (!is_valid_open(mode, flags)) {
         set_error(EFSError::INVALID_ARGUMENT, path, "Mode and flags of the open exclude each other.");
@@ -194,14 +194,13 @@ FilePtr open_request(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS f
         return nullptr;
     }
     const Request request{.text = path, .name = name, .mode = mode, .flags = flags};
-    return mode == EFSMode::READ ? open_to_read(state, request) : open_to_write(state, request);
+    return mode == EFSMode::READ ? open_to_read(state, request, pin) : open_to_write(state, request);
 }
 
 }  // namespace
 
 FilePtr open_pinned(const char* path, FFSOpenFlags::FLAGS flags, registry::Pin& pin) {
-    const fs::path name = lookup_name(path);
-    return open_to_read(registry::state(), {.text = path, .name = name, .mode = EFSMode::READ, .flags = flags}, &pin);
+    return open_request(path, EFSMode::READ, flags, &pin);
 }
 
 SFsFile* open(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {

@@ -7,12 +7,13 @@
 #include <engine/filesystem/request.h>
 #include <engine/kernel/multithreading.h>
 
+#include "engine/filesystem/handles/request_status.h"
+
 class Request;
 class Win32FileHandleAsync;
 using RequestList = std::list<Request*>;
 
-/// The layout behind SFsRequest. State and result change together, in one atomic word, so that whoever sees FINISHED
-/// sees the result that goes with it. A request leaves QUEUED only under the queue's lock.
+/// The layout behind SFsRequest. A request leaves QUEUED only under the queue's lock.
 class Request final : public SFsRequest {
 public:
     Request(Callback callback, void* user) : callback_(callback), user_(user) {}  // throws std::bad_alloc
@@ -23,8 +24,8 @@ public:
     void AddReference() { references_.fetch_add(1, std::memory_order_relaxed); }
     void ReleaseReference();
 
-    EFSRequestState::TYPE State() const;
-    EFSRequestResult::TYPE Result() const;
+    EFSRequestState::TYPE State() const { return status_.State(); }
+    EFSRequestResult::TYPE Result() const { return status_.Result(); }
     std::uint64_t Transferred() const;
     bool Wait(std::uint32_t timeout_ms) { return event_.Wait(timeout_ms); }
 
@@ -36,7 +37,7 @@ public:
     /// To FINISHED with this result, unless it was cancelled meanwhile.
     void EndProgress(EFSRequestResult::TYPE result, std::uint64_t transferred);
     /// To FINISHED and CANCELLED from whatever state, which is returned.
-    EFSRequestState::TYPE Cancel();
+    EFSRequestState::TYPE Cancel() { return status_.Cancel(); }
     /// To FINISHED and SUCCESS without a read.
     void FinishEmpty();
     /// Sets the event, then calls the callback. Without a lock, since the callback may queue the next read.
@@ -56,12 +57,11 @@ public:
 
 private:
     ~Request() = default;
-    void Set(EFSRequestState::TYPE state, EFSRequestResult::TYPE result);
 
     const Callback callback_;
     void* const user_;
     mt::CEvent event_{true};
-    std::atomic<std::uint32_t> word_{0};  // state in the low byte, result above it
+    RequestStatus status_{EFSRequestState::IDLE};
     std::atomic<bool> is_being_read_{false};
     std::atomic<std::uint32_t> references_{1};
     std::atomic<std::uint64_t> transferred_{0};

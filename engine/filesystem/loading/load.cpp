@@ -4,10 +4,6 @@ namespace fs {
 
 namespace {
 
-constexpr std::uint32_t word_of(EFSRequestState::TYPE state, EFSRequestResult::TYPE result) {
-    return static_cast<std::uint32_t>(state) | static_cast<std::uint32_t>(result) << 8;
-}
-
 template <typename Set>
 typename Set::node_type node_of(Load* load) {
     Set single{load};
@@ -28,8 +24,7 @@ Load::Load(const SFsLoadWish& wish, LoadClock::time_point now)
       user(wish.user),
       asked_at(now),
       rank_node(node_of<LoadsByRank>(this)),
-      deadline_node(node_of<LoadsByDeadline>(this)),
-      word_(word_of(EFSRequestState::QUEUED, EFSRequestResult::SUCCESS)) {
+      deadline_node(node_of<LoadsByDeadline>(this)) {
     SetRank(wish.priority, wish.deadline_ms, now);
 }
 
@@ -38,18 +33,6 @@ void Load::SetRank(std::int32_t priority, std::uint32_t deadline_ms, LoadClock::
     rank.is_overdue = false;
     rank.priority = priority;
     rank.deadline = deadline_ms != 0 ? now + std::chrono::milliseconds(deadline_ms) : LoadClock::time_point::max();
-}
-
-EFSRequestState::TYPE Load::State() const {
-    return static_cast<EFSRequestState::TYPE>(word_.load(std::memory_order_acquire) & 0xFF);
-}
-
-EFSRequestResult::TYPE Load::Result() const {
-    return static_cast<EFSRequestResult::TYPE>(word_.load(std::memory_order_acquire) >> 8);
-}
-
-void Load::Set(EFSRequestState::TYPE state, EFSRequestResult::TYPE result) {
-    word_.store(word_of(state, result), std::memory_order_release);
 }
 
 }  // namespace fs

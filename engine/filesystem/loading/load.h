@@ -7,6 +7,7 @@
 #include <set>
 #include <tuple>
 
+#include "engine/filesystem/handles/request_status.h"
 #include "engine/filesystem/loading/work.h"
 
 namespace fs {
@@ -51,14 +52,12 @@ public:
     /// True for the last one: the caller destroys the load.
     bool DropReference() { return references_.fetch_sub(1, std::memory_order_acq_rel) == 1; }
 
-    EFSRequestState::TYPE State() const;
-    EFSRequestResult::TYPE Result() const;
-    bool IsFinished() const { return State() == EFSRequestState::FINISHED; }
-    bool EndedWell() const { return IsFinished() && Result() == EFSRequestResult::SUCCESS; }
-    void Set(EFSRequestState::TYPE state, EFSRequestResult::TYPE result = EFSRequestResult::SUCCESS);
+    bool IsFinished() const { return status.State() == EFSRequestState::FINISHED; }
+    bool EndedWell() const { return IsFinished() && status.Result() == EFSRequestResult::SUCCESS; }
     void SetRank(std::int32_t priority, std::uint32_t deadline_ms, LoadClock::time_point now);
 
     LoadWork work;  // of the worker that has the load in hand; of nobody but the members' readers once FINISHED
+    RequestStatus status{EFSRequestState::QUEUED};  // read without the lock, too
     LoadRank rank;
     std::uint64_t charged = 0;  // bytes of the block that count against the budget
     bool is_waiting = false;    // in the schedule
@@ -75,7 +74,6 @@ public:
     LoadList home{this};
 
 private:
-    std::atomic<std::uint32_t> word_;  // state in the low byte, result above it
     std::atomic<std::uint32_t> references_{1};
 };
 

@@ -34,18 +34,20 @@ bool Loader::Submit(const std::vector<Load*>& loads) {
     return true;
 }
 
-bool Loader::Wait(const Load& load, std::uint32_t timeout_ms) {
-    if (load.IsFinished()) return true;
+template <typename Ended>
+bool Loader::WaitAsHost(std::uint32_t timeout_ms, Ended ended) {
+    if (ended()) return true;
     if (this_load_thread().is_worker) return false;
     Guard guard(lock_);
-    return WaitUntil(guard, timeout_ms, [&] { return load.IsFinished(); });
+    return WaitUntil(guard, timeout_ms, ended);
+}
+
+bool Loader::Wait(const Load& load, std::uint32_t timeout_ms) {
+    return WaitAsHost(timeout_ms, [&] { return load.IsFinished(); });
 }
 
 bool Loader::Wait(const LoadBatch& batch, std::uint32_t timeout_ms) {
-    if (batch.Left() == 0) return true;
-    if (this_load_thread().is_worker) return false;
-    Guard guard(lock_);
-    return WaitUntil(guard, timeout_ms, [&] { return batch.Left() == 0; });
+    return WaitAsHost(timeout_ms, [&] { return batch.Left() == 0; });
 }
 
 bool Loader::Cancel(Load& load) {

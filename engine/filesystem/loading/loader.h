@@ -90,6 +90,8 @@ private:
     void Charge(Load& load, std::uint64_t bytes);
     void WakeFor(std::size_t loads, bool urgent);
     template <typename Ended>
+    bool WaitAsHost(std::uint32_t timeout_ms, Ended ended);
+    template <typename Ended>
     bool WaitUntil(Guard& guard, std::uint32_t timeout_ms, Ended ended);
 
     std::mutex staff_lock_;  // guards hiring; taken before lock_, never while a thread is joined

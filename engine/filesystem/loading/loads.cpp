@@ -108,8 +108,8 @@ using fs::Loader;
 void SFsLoad::AddRef() { Load::Of(this).AddReference(); }
 void SFsLoad::Release() { Loader::Instance().Release(Load::Of(this)); }
 bool SFsLoad::Wait(std::uint32_t timeout_ms) { return Loader::Instance().Wait(Load::Of(this), timeout_ms); }
-EFSRequestState::TYPE SFsLoad::State() const { return Load::Of(this).State(); }
-EFSRequestResult::TYPE SFsLoad::Result() const { return Load::Of(this).Result(); }
+EFSRequestState::TYPE SFsLoad::State() const { return Load::Of(this).status.State(); }
+EFSRequestResult::TYPE SFsLoad::Result() const { return Load::Of(this).status.Result(); }
 const void* SFsLoad::Data() const { return Loader::Instance().Data(Load::Of(this)); }
 void* SFsLoad::Take() { return Loader::Instance().Take(Load::Of(this)); }
 bool SFsLoad::Cancel() { return Loader::Instance().Cancel(Load::Of(this)); }

@@ -69,7 +69,7 @@ void Loader::PutAside(Load& load) {
 void Loader::TakeInHand(Load& load) {
     schedule_.Remove(load);
     ++statistics_.in_hand;
-    load.Set(EFSRequestState::IN_PROGRESS);
+    load.status.Set(EFSRequestState::IN_PROGRESS);
     if (std::exchange(load.was_taken, true)) return;
     const auto waited = duration_cast<microseconds>(LoadClock::now() - load.asked_at).count();
     total_wait_ += static_cast<std::uint64_t>(waited);
@@ -96,9 +96,7 @@ bool Loader::ShouldGiveWay(Load& load, bool is_lane) {
 
 void Loader::End(Load& load, EFSRequestResult::TYPE result, Guard& guard) {
     guard.unlock();
-    load.work.Close();
-    if (result != EFSRequestResult::SUCCESS) load.work.DropBlock();
-    if (result == EFSRequestResult::CANCELLED) load.work.Cancel();
+    load.work.End(result);
     guard.lock();
     Finish(load, result);
     if (is_polled_ && has_callback(load))
@@ -112,9 +110,7 @@ void Loader::EndWaiting(Load& load, Guard& guard) {
     load.is_cancelled = true;
     schedule_.Remove(load);
     guard.unlock();
-    load.work.Close();
-    load.work.DropBlock();
-    load.work.Cancel();
+    load.work.End(EFSRequestResult::CANCELLED);
     guard.lock();
     Finish(load, EFSRequestResult::CANCELLED);
     if (is_polled_ && has_callback(load)) return move_to(to_poll_, load);
@@ -129,7 +125,7 @@ void Loader::Finish(Load& load, EFSRequestResult::TYPE result) {
     statistics_.cancelled += result == EFSRequestResult::CANCELLED ? 1 : 0;
     if (result == EFSRequestResult::SUCCESS) statistics_.bytes += load.work.Size();
     if (load.rank.deadline < LoadClock::now()) ++statistics_.missed_deadlines;
-    load.Set(EFSRequestState::FINISHED, result);
+    load.status.Set(EFSRequestState::FINISHED, result);
     if (load.batch != nullptr) load.batch->CountEnd();
     if (waiters_ != 0) ended_.notify_all();
     if (!schedule_.IsEmpty()) WakeFor(1, true);  // what waited until nothing else is in hand

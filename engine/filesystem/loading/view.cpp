@@ -2,10 +2,10 @@
 #include <memory>
 #include <utility>
 
-#include <engine/filesystem/access/open.h>
 #include <engine/filesystem/contract/viewable_file.h>
 #include <engine/filesystem/loading.h>
 
+#include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/file_ptr.h"
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/loading/work.h"
@@ -31,16 +31,11 @@ const void* look_at(SFsFile& file, std::uint64_t& size, bool populate) {
     return viewable != nullptr ? viewable->view(size, populate) : nullptr;
 }
 
-bool copy_file(const char* path, Shown& shown, SFsView& out) {
-    LoadWork work({.path = path});
+bool read_on(LoadWork& work) {
     LoadWork::Step step;
     do step = work.Next();
     while (step != LoadWork::Step::DONE && step != LoadWork::Step::FAILED);
-    if (step == LoadWork::Step::FAILED) return false;
-    out.size = work.Size();
-    shown.copy.reset(work.TakeBlock());
-    out.data = shown.copy.get();
-    return true;
+    return step == LoadWork::Step::DONE;
 }
 
 bool refuse_copy(const char* path, const ErrorScope& scope) {
@@ -50,17 +45,21 @@ bool refuse_copy(const char* path, const ErrorScope& scope) {
 
 bool show(const char* path, SFsView& out, FFSMapFlags::ENUM flags) {
     auto shown = std::make_unique<Shown>();
-    shown->file.reset(open(path, EFSMode::READ));
-    if (!shown->file) return false;
+    LoadWork work({.path = path});
+    if (work.Next() == LoadWork::Step::FAILED) return false;  // opens the file
     ErrorScope scope;
     SFsView view;
-    view.data = look_at(*shown->file, view.size, (flags & FFSMapFlags::POPULATE) != 0);
+    view.data = look_at(work.File(), view.size, (flags & FFSMapFlags::POPULATE) != 0);
     view.is_mapped = view.data != nullptr;
-    if (!view.is_mapped) {
-        shown->file.reset();
+    if (view.is_mapped) {
+        shown->file = work.TakeFile();
+    } else {
         if ((flags & FFSMapFlags::NO_COPY) != 0) return refuse_copy(path, scope);
-        if (!copy_file(path, *shown, view)) return false;
+        if (!read_on(work)) return false;
         scope.forget();
+        view.size = work.Size();
+        shown->copy.reset(work.TakeBlock());
+        view.data = shown->copy.get();
     }
     out = view;
     out.owner = shown.release();
@@ -72,6 +71,7 @@ bool show(const char* path, SFsView& out, FFSMapFlags::ENUM flags) {
 bool map(const char* path, SFsView& out, FFSMapFlags::ENUM flags) {
     out = {};
     if (path == nullptr || *path == '\0') return refuse(EFSError::INVALID_NAME, path, "An empty path names no file.");
+    const DiskUse use("opened", path);
     return guarded(path, false, [&] { return show(path, out, flags); });
 }
 

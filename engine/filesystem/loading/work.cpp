@@ -33,9 +33,11 @@ LoadWork::LoadWork(const SFsLoadWish& wish)
 LoadWork::~LoadWork() { DropBlock(); }
 
 LoadWork::Step LoadWork::Next() noexcept {
-    clear_error();
     const Step step = guarded(path_.c_str(), Step::FAILED, [&] { return is_open_ ? Read() : Open(); });
-    if (step == Step::FAILED && failure_.code == EFSError::NONE) TakeFailure();
+    if (step == Step::FAILED) {
+        const SFsError& error = last_error();
+        NoteFailure(error.code, error.os_code, error.path, error.text.c_str());
+    }
     return step;
 }
 
@@ -84,11 +86,13 @@ LoadWork::Step LoadWork::Read() {
     if (grows_ && done_ == block_bytes_) ResizeBlock(block_bytes_ * 2);
     const std::uint64_t left = (grows_ ? block_bytes_ : wanted_) - done_;
     const std::uint64_t piece = wanted_ < whole_limit && !grows_ ? left : std::min(left, step_bytes);
-    return piece == 0 ? Step::DONE : CheckRead(piece, file_->read(static_cast<char*>(Data()) + done_, piece));
+    if (piece == 0) return Step::DONE;
+    const ErrorScope scope;
+    return CheckRead(piece, file_->read(static_cast<char*>(Data()) + done_, piece), scope);
 }
 
-LoadWork::Step LoadWork::CheckRead(std::uint64_t asked, std::uint64_t got) {
-    const EFSError::TYPE told = last_error().code;
+LoadWork::Step LoadWork::CheckRead(std::uint64_t asked, std::uint64_t got, const ErrorScope& scope) {
+    const EFSError::TYPE told = scope.has_error() ? last_error().code : EFSError::NONE;
     if (got > asked || told == EFSError::IO || told == EFSError::BAD_FORMAT) {
         if (told == EFSError::NONE) set_error(EFSError::IO, path_.c_str(), "The file cannot be read.");
         return Step::FAILED;
@@ -110,9 +114,12 @@ LoadWork::Step LoadWork::FinishGrown() {
     return Step::DONE;
 }
 
-void LoadWork::Close() noexcept {
+void LoadWork::End(EFSRequestResult::TYPE result) noexcept {
     file_.reset();
     pin_.Drop();
+    if (result != EFSRequestResult::SUCCESS) DropBlock();
+    if (result == EFSRequestResult::CANCELLED)
+        NoteFailure(EFSError::CANCELLED, 0, path_, "The load was cancelled, or its source was removed.");
 }
 
 void LoadWork::DropBlock() noexcept { std::free(TakeBlock()); }
@@ -122,22 +129,13 @@ void* LoadWork::TakeBlock() noexcept {
     return std::exchange(block_, nullptr);
 }
 
-void LoadWork::TakeFailure() noexcept {
-    const SFsError& error = last_error();
-    failure_.code = error.code;
-    failure_.os_code = error.os_code;
+void LoadWork::NoteFailure(EFSError::TYPE code, std::int32_t os_code, const fs::string& path,
+                           const char* text) noexcept {
+    failure_.code = code;
+    failure_.os_code = os_code;
     try {
-        failure_.path = error.path;
-        failure_.text = error.text;
-    } catch (const std::bad_alloc&) {  // the code tells the most
-    }
-}
-
-void LoadWork::Cancel() noexcept {
-    failure_.code = EFSError::CANCELLED;
-    try {
-        failure_.path = path_;
-        failure_.text = "The load was cancelled, or its source was removed.";
+        failure_.path = path;
+        failure_.text = text;
     } catch (const std::bad_alloc&) {  // the code tells the most
     }
 }

@@ -2,11 +2,13 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/loading.h>
 
 #include "engine/filesystem/contract/file_ptr.h"
+#include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/registry/pins.h"
 
 namespace fs {
@@ -27,11 +29,12 @@ public:
     LoadWork& operator=(const LoadWork&) = delete;
 
     Step Next() noexcept;
-    /// Closes the file. What was loaded stays.
-    void Close() noexcept;
-    /// Frees the library's block, if there is one.
-    void DropBlock() noexcept;
+    /// Closes the file, and frees the library's block unless the load ended well.
+    void End(EFSRequestResult::TYPE result) noexcept;
     void* TakeBlock() noexcept;
+    /// The open file; what takes it ends the load for its own purpose.
+    SFsFile& File() const { return *file_; }
+    FilePtr TakeFile() noexcept { return std::move(file_); }
 
     /// Bytes that the library's block has, or will have once it is made; 0 without one.
     std::uint64_t BlockBytes() const { return block_bytes_; }
@@ -42,17 +45,17 @@ public:
     bool UsesSource(const CFSSource& source) const { return pin_.Holds(source); }
 
     const SFsError& Failure() const { return failure_; }
-    void Cancel() noexcept;  // as the failure
 
 private:
     Step Open();
     bool FindRange();
     Step Read();
-    Step CheckRead(std::uint64_t asked, std::uint64_t got);
+    Step CheckRead(std::uint64_t asked, std::uint64_t got, const ErrorScope& scope);
     Step FinishGrown();
     void ResizeBlock(std::uint64_t size);
     bool RefuseSize() const;
-    void TakeFailure() noexcept;
+    void DropBlock() noexcept;
+    void NoteFailure(EFSError::TYPE code, std::int32_t os_code, const fs::string& path, const char* text) noexcept;
 
     const std::string path_;
     const std::uint64_t offset_;
