@@ -7,14 +7,12 @@
 
 #include "engine/platform/faults.h"
 #include "tests/support/memory_source.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/mounted_root.h"
 
 namespace {
 
 using testing::ElementsAre;
 using Flags = FFSOpenFlags;
-
-constexpr auto whole_tree = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES;
 
 class OnDisk : public testing::Test {
 protected:

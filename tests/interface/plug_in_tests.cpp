@@ -37,42 +37,21 @@ private:
 };
 
 /// Holds "greetings/hello.txt" and nothing else.
-class GreetingSource : public CFSSource {
+class GreetingSource : public fs::ReadOnlySource {
 public:
     GreetingSource() {
         path_.Set("/greetings", "", true);
         tree_.set_name("greeting");
         tree_.add_path("greetings");
     }
-    bool init(const fs::path&, FFSAddSourceFlags::ENUM, fs::dir_listing*) override { return true; }
-    void clear() override {}
     const fs::path& path() override { return path_; }
     FFSAddSourceFlags::ENUM flags() override { return FFSAddSourceFlags::INDEX_NAMES; }
-    void refresh_dir(const char*) override {}
-    void refresh() override {}
-    bool writable() override { return false; }
     EFSSourceType::TYPE type() override { return EFSSourceType::PLS; }
     bool exists(const fs::path& p) override { return p == name_; }
-    void full_path(fs::path& out, const fs::path& p) override { root_path(out, p); }
-    void root_path(fs::path& out, const fs::path& p) override {
-        if (p == name_) out = name_;
-    }
     std::int64_t write_time(const fs::path&) override { return 42; }
-    bool set_write_time(const fs::path&, std::int64_t) override { return false; }
-    bool is_protected() override { return false; }
-    bool read_only(const fs::path&) override { return true; }
-    bool set_read_only(const fs::path&, bool) override { return false; }
     SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS) override {
         return p == name_ ? new GreetingFile : nullptr;
     }
-    SFsFile* open_write(const fs::path&, FFSOpenFlags::FLAGS) override { return nullptr; }
-    SFsFile* open_append(const fs::path&, FFSOpenFlags::FLAGS) override { return nullptr; }
-    SFsFile* open_read_write(const fs::path&, FFSOpenFlags::FLAGS) override { return nullptr; }
-    SFsFile* create_write(const fs::path&, FFSOpenFlags::FLAGS) override { return nullptr; }
-    SFsFile* create_read_write(const fs::path&, FFSOpenFlags::FLAGS) override { return nullptr; }
-    bool mkdir(const fs::path&) override { return false; }
-    void rem_dir(const fs::path&) override {}
-    bool rem_file(const fs::path&) override { return false; }
     FS_NAME* get_file_list(const char*, const char*, bool) override {
         auto* const node = static_cast<FS_NAME*>(std::malloc(sizeof(FS_NAME)));
         constexpr char text[] = "greetings/hello.txt";
@@ -81,7 +60,6 @@ public:
         node->next = nullptr;
         return node;
     }
-    FS_NAME* search_substring(const char*) override { return nullptr; }
     fs::dir* dir_tree() override { return &tree_; }
 
 private:

@@ -6,13 +6,11 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/temp_directory.h"
+#include "tests/support/mounted_root.h"
 
 namespace {
 
 using testing::ElementsAre;
-
-constexpr auto mount_flags = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES;
 
 void note(const SFsDiskUse& use, void* user) {
     static_cast<std::vector<std::string>*>(user)->push_back(std::string(use.action) + " " + use.name);
@@ -20,11 +18,12 @@ void note(const SFsDiskUse& use, void* user) {
     fs::load_text_file(ignored, "a.txt");  // not counted
 }
 
+class DiskUses : public MountedRoot {};
+
 /// Each use is told once, by what is outermost; other threads, and questions that tables answer, are not.
-TEST(DiskUses, OfAThreadThatMustNotAreTold) {
-    const TempDirectory directory;
-    directory.write("a.txt", "text");
-    ASSERT_TRUE(fs::init(directory.path().c_str(), mount_flags, "", false, false, nullptr));
+TEST_F(DiskUses, OfAThreadThatMustNotAreTold) {
+    directory_.write("a.txt", "text");
+    fs::refresh();
     std::vector<std::string> told;
     fs::set_disk_report(&note, &told);
     fs::forbid_disk(true);
@@ -38,7 +37,6 @@ TEST(DiskUses, OfAThreadThatMustNotAreTold) {
     fs::forbid_disk(false);
     fs::load_text_file(text, "a.txt");
     fs::set_disk_report(nullptr, nullptr);
-    fs::shutdown();
     EXPECT_THAT(told, ElementsAre("opened a.txt", "read a.txt", "opened none.txt", "listed a.txt"));
 }
 

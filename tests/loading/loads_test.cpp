@@ -14,13 +14,11 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/temp_directory.h"
+#include "tests/support/mounted_root.h"
 
 namespace {
 
 using testing::ElementsAre;
-
-constexpr auto mount_flags = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES;
 
 /// Text that a decoder has work with and that shrinks.
 std::string bytes_of(std::size_t size, unsigned seed) {
@@ -103,7 +101,7 @@ struct Told {
     static void Count(SFsLoad*, void* user) { ++static_cast<Told*>(user)->count; }
 };
 
-class Loads : public testing::Test {
+class Loads : public MountedRoot {
 protected:
     static void SetUpTestSuite() {
         files_ = std::make_unique<TempDirectory>();
@@ -116,18 +114,17 @@ protected:
     static void TearDownTestSuite() { files_.reset(); }
     void SetUp() override {
         directory_.write("loose.bin", small_);
-        Start();
+        MountedRoot::SetUp();
     }
     void TearDown() override {
-        fs::shutdown();
+        MountedRoot::TearDown();
         fs::set_polled_callbacks(false);
         fs::set_load_settings({});
     }
-    void Start() { ASSERT_TRUE(fs::init(directory_.path().c_str(), mount_flags, "", false, false, nullptr)); }
-    void Mount() { ASSERT_TRUE(fs::add_source((*files_ / "p.pak").c_str(), mount_flags)); }
+    void Mount() { ASSERT_TRUE(fs::add_source((*files_ / "p.pak").c_str(), whole_tree)); }
     GatedSource* MountGated() {
         auto* const source = new GatedSource(&gate_);
-        fs::add_source(source, mount_flags);
+        fs::add_source(source, whole_tree);
         return source;
     }
 
@@ -142,7 +139,6 @@ protected:
     static inline std::unique_ptr<TempDirectory> files_;
     static inline const std::string big_ = bytes_of(20 << 20, 2);
     static inline const std::string small_ = bytes_of(70'000, 3);
-    const TempDirectory directory_;
     Gate gate_;
     Told told_;
 };
@@ -190,6 +186,7 @@ TEST_F(Loads, EachFailureTravelsInItsLoad) {
         EFSError::TYPE code;
     };
     const Row rows[] = {{{.path = "none.bin"}, EFSError::NOT_FOUND},
+                        {{.path = "./"}, EFSError::INVALID_NAME},
                         {{.path = "small.bin", .offset = 70'001}, EFSError::INVALID_ARGUMENT},
                         {{.path = "small.bin", .offset = 69'999, .size = 2}, EFSError::INVALID_ARGUMENT},
                         {{.path = "small.bin", .buffer = buffer, .capacity = 4}, EFSError::TOO_LARGE},
@@ -348,6 +345,25 @@ TEST_F(Loads, ShutdownTellsEveryLoadOnce) {
     }
 }
 
+/// A source that is being asked cannot stop the library, and nothing may have been stopped by its trying.
+TEST_F(Loads, GoOnAfterAShutdownThatFailed) {
+    class Stopper final : public fs::ReadOnlySource {
+        bool exists(const fs::path&) override {
+            fs::shutdown();
+            return false;
+        }
+        SFsFile* open_read(const fs::path&, FFSOpenFlags::FLAGS) override { return nullptr; }
+    };
+    fs::add_source(new Stopper, whole_tree);
+    fs::clear_error();
+    EXPECT_FALSE(fs::exists("none.bin"));
+    EXPECT_TRUE(fs::is_initialized());
+    EXPECT_EQ(fs::last_error().code, EFSError::INVALID_ARGUMENT);
+    SFsLoad* const load = Ended({.path = "loose.bin"});
+    EXPECT_TRUE(Text(*load) == small_);
+    load->Release();
+}
+
 /// What a callback may do: load, cancel its neighbour, remove a source, be the last to know its load, shut down.
 TEST_F(Loads, CallbacksMayDoAllButWait) {
     struct Host {
@@ -452,7 +468,7 @@ TEST_F(Loads, SurviveASoak) {
     std::vector<std::thread> hosts;
     for (unsigned i = 0; i < threads; ++i) hosts.emplace_back(host, i);
     for (int i = 0; i < 20; ++i) {
-        fs::add_source((*files_ / "p.pak").c_str(), mount_flags);
+        fs::add_source((*files_ / "p.pak").c_str(), whole_tree);
         fs::set_polled_callbacks(i % 4 == 0);
         fs::set_load_settings({.workers = static_cast<std::uint32_t>(1 + i % 3), .no_urgent_lane = i % 2 == 0});
         fs::rem_source((*files_ / "p.pak").c_str());

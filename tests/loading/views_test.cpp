@@ -6,18 +6,16 @@
 #include <string>
 
 #include "engine/platform/faults.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/mounted_root.h"
 
 namespace {
 
-constexpr auto mount_flags = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES;
-
-class Views : public testing::Test {
+class Views : public MountedRoot {
 protected:
     void SetUp() override {
         directory_.write("loose.bin", text_);
         directory_.write("empty.bin", "");
-        ASSERT_TRUE(fs::init(directory_.path().c_str(), mount_flags, "", false, false, nullptr));
+        MountedRoot::SetUp();
         fs::pack_writer pack;
         ASSERT_TRUE(pack.open((directory_ / "p.pak").c_str()));
         ASSERT_TRUE(pack.add("first.bin", "1234567", 7, 0, 0));
@@ -27,15 +25,14 @@ protected:
     }
     void TearDown() override {
         platform::clear_faults();
-        fs::shutdown();
+        MountedRoot::TearDown();
     }
     bool Mount(FFSAddSourceFlags::ENUM more) {
-        return fs::add_source((directory_ / "p.pak").c_str(), mount_flags | more);
+        return fs::add_source((directory_ / "p.pak").c_str(), whole_tree | more);
     }
     static std::string Text(const SFsView& view) { return {static_cast<const char*>(view.data), view.size}; }
 
     const std::string text_ = std::string(100'000, 'x') + "end";
-    const TempDirectory directory_;
 };
 
 TEST_F(Views, ShowEveryKindOfFile) {
@@ -83,7 +80,7 @@ TEST_F(Views, OutliveTheirSourceAndKeepWritersAway) {
     EXPECT_TRUE(Text(stored) == text_ && Text(loose) == text_);
     fs::unmap(stored);
     fs::unmap(loose);
-    ASSERT_TRUE(fs::init(directory_.path().c_str(), mount_flags, "", false, false, nullptr));
+    Start();
     fs::close(fs::open("loose.bin", EFSMode::WRITE));
     EXPECT_TRUE(std::filesystem::is_empty(directory_ / "loose.bin"));
 }

@@ -13,7 +13,7 @@
 #include "engine/kernel/text.h"
 #include "engine/platform/faults.h"
 #include "tests/support/child_process.h"
-#include "tests/support/temp_directory.h"
+#include "tests/support/mounted_root.h"
 
 namespace {
 
@@ -21,8 +21,6 @@ namespace disk = std::filesystem;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using Flags = FFSAddSourceFlags;
-
-constexpr Flags::ENUM whole_tree = Flags::RECURSIVE | Flags::INDEX_NAMES;
 
 std::string logged;
 void note_line(Log::ELevel::TYPE, const char*, const char* text) {
