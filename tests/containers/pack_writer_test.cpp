@@ -112,6 +112,8 @@ TEST_F(PackWriter, RefusesNamesThatAPackCannotShow) {
     EXPECT_EQ(fs::last_error().code, EFSError::TOO_LARGE);
     EXPECT_FALSE(writer_.add_deflated("huge", "x", 1, std::uint64_t{1} << 32, 0, noon));
     EXPECT_FALSE(writer_.add("null", nullptr, 1, 0, noon));
+    for (const int level : {-1, 13}) EXPECT_FALSE(add("level", "1", level));
+    EXPECT_THAT(fs::last_error().text, HasSubstr("levels from 0 to 12"));
     ASSERT_TRUE(writer_.finish());
     EXPECT_EQ(entry("held"), "1") << "refused entries leave no trace";
 }

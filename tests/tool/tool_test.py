@@ -12,6 +12,7 @@ import struct
 import subprocess
 import sys
 import tempfile
+import warnings
 import zipfile
 import zlib
 
@@ -192,6 +193,11 @@ def unlisted_directories(tool):
     if not tool.native:
         return
     locked = ("part/locked", "root/shut/locked")
+    tool.write("packed/deep/er/file", b"1")
+    tool.run("pack packed.pak packed")
+    tool.write("packed.out/deep/here", b"1")
+    os.chmod(tool.path("packed.out/deep"), 0o555)
+    os.chmod(tool.path("packed.pak"), 0o644)
     for name in locked:
         tool.write(name + "/file", b"data")
     tool.write("out/part.pak", b"what was there")
@@ -202,6 +208,7 @@ def unlisted_directories(tool):
     someone = {"user": 65534} if os.geteuid() == 0 else {}
     tool.run("pack out/part.pak part", 1, err="part/locked: it cannot be listed: ", **someone)
     tool.run("rm -r shut", 1, err="enginefs: shut: ", **someone)
+    tool.run("unpack packed.pak packed.out", 1, err="its directory cannot be made: Permission denied", **someone)
     tool.is_file("out/part.pak", b"what was there")
     for name in locked:
         os.chmod(tool.path(name), 0o700)
@@ -223,7 +230,7 @@ def packs(tool):
                             ("--method zstd", r"9\d{4}  zstd"), ("--method zstd --worth 10", "100010  deflated")):
         tool.run(f"pack work/noise.pak work/noise {options}")
         tool.run("list --long work/noise.pak", 0, f"~100000 +{method}")
-        tool.run("verify work/noise.pak", 0, "work/noise.pak: 1 entries, all good\n")
+        tool.run("verify work/noise.pak", 0, "work/noise.pak: 1 entry, all good\n")
         tool.run("unpack work/noise.pak work/noise.out")
         tool.is_file("work/noise.out/noise.bin", tool.read("work/noise/noise.bin"))
     damaged = bytearray(tool.read("work/made.pak"))
@@ -233,6 +240,14 @@ def packs(tool):
     with zipfile.ZipFile(tool.path("work/out.pak"), "w") as out:
         for name, text in (("Same.txt", "first"), ("../out.txt", "outside")):
             out.writestr(name, text)
+    with zipfile.ZipFile(tool.path("work/twice.pak"), "w") as out, warnings.catch_warnings():
+        warnings.simplefilter("ignore")
+        for text in ("first", "second"):
+            out.writestr("Twice.txt", text)
+    tool.table(("verify work/twice.pak", 0, "work/twice.pak: 1 entry good, 1 not looked at\n", "nobody reads this one"),
+               ("pack work/made.pak work/in --level 13", 2, "", "--level 13: deflate has levels from 0 to 12"),
+               ("pack work/made.pak work/in --level 23 --method zstd", 2, "", "--level"),
+               ("--add work/bad.pak crc sub/text.txt", 1, "", "damaged"))
     tool.fails(("verify work/bad.pak", "sub/text.txt"), ("unpack work/bad.pak work/bad", "sub/text.txt"), ("list work/cut.pak", "enginefs: work/cut.pak: "),
                ("unpack work/out.pak work/out", "../out.txt: "), ("pack work/made.pak nowhere", "nowhere"),
                ("pack nowhere/made.pak work/in", "its directory does not exist"),
@@ -291,12 +306,12 @@ def duplicates(tool):
 
 def containers(tool):
     tool.table(("container put c.mc First 0x10 plain.txt --deflate",), ("container put c.mc Second 17 readme.txt",),
-               ("container ls c.mc", 0, r"~First  1 blobs\nSecond  1 blobs\n2 containers, 2 blobs, "),
+               ("container ls c.mc", 0, r"~First  1 blob\nSecond  1 blob\n2 containers, 2 blobs, "),
                ("container ls c.mc First", 0, r"~0x00000010 +%d +\d+  deflated\n" % len(PLAIN)),
                ("container get c.mc First 16", 0, PLAIN), ("container get c.mc Second 0x11 got.txt",),
                ("container get c.mc Second twelve", 2, "", "this is no hash"), ("container rm c.mc Second 17",),
                ("container compact c.mc", 0, r"~^c.mc: \d+ bytes regained\n$"),
-               ("container verify c.mc", 0, "c.mc: 1 blobs, all good\n"), ("container", 2, "", "subcommand"))
+               ("container verify c.mc", 0, "c.mc: 1 blob, all good\n"), ("container", 2, "", "subcommand"))
     tool.is_file("root/got.txt", b"hello\n")
     rotten = bytearray(tool.read("root/c.mc"))
     rotten[len(rotten) // 2] ^= 0x55

@@ -62,7 +62,7 @@ bool list_one(const CFileHashMultiContainer& all, const Arguments& given, const 
     fs::clear_error();
     if (!all.ListBlobs(container.c_str(), found))
         return fail_with_last_error(given.file, "there is no container \"" + container + "\"");
-    print(container + "  " + std::to_string(found.size()) + " blobs\n");
+    print(container + "  " + counted(found.size(), "blob", "blobs") + "\n");
     if (blobs) std::for_each(found.begin(), found.end(), print_blob);
     return true;
 }
@@ -77,8 +77,9 @@ bool list(const Arguments& given) {
     for (const fs::string& container : containers) good = list_one(all, given, container, given.long_form) && good;
     SMultiContainerStats stats;
     if (!good || !all.GetStats(stats)) return false;
-    return print(std::to_string(stats.containers) + " containers, " + std::to_string(stats.blobs) + " blobs, " +
-                 std::to_string(stats.live_bytes) + " bytes live, " + std::to_string(stats.wasted_bytes) + " wasted\n");
+    return print(counted(stats.containers, "container", "containers") + ", " + counted(stats.blobs, "blob", "blobs") +
+                 ", " + std::to_string(stats.live_bytes) + " bytes live, " + std::to_string(stats.wasted_bytes) +
+                 " wasted\n");
 }
 
 bool get(const Arguments& given) {
@@ -153,7 +154,7 @@ bool verify(const Arguments& given) {
     if (!good) return report.empty() ? fail_with_last_error(given.file, "it is damaged") : false;
     SMultiContainerStats stats;
     all.GetStats(stats);
-    return print(given.file + ": " + std::to_string(stats.blobs) + " blobs, all good\n");
+    return print(given.file + ": " + counted(stats.blobs, "blob", "blobs") + ", all good\n");
 }
 
 /// One of the commands, with the argument that all of them have.

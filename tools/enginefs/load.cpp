@@ -98,8 +98,9 @@ void print_result(const Given& given, const SFsLoadBatch& batch, std::vector<Tim
               "\n");
         return;
     }
-    print(formatted("%zu files, %" PRIu64 " failed, %" PRIu64 " bytes in %.3f s, %.1f MB/s\n", batch.Count(),
-                    statistics.failed, bytes, seconds, rate));
+    print(counted(batch.Count(), "file", "files") + formatted(", %" PRIu64 " failed, %" PRIu64
+                                                              " bytes in %.3f s, %.1f MB/s\n",
+                                                              statistics.failed, bytes, seconds, rate));
     print(formatted("waited for a worker: %.3f ms on average, %.3f ms at most\n",
                     static_cast<double>(statistics.mean_wait) / 1000,
                     static_cast<double>(statistics.longest_wait) / 1000));

@@ -141,6 +141,8 @@ bool write_pack(const Pack& given, const std::vector<std::string>& names) {
 }
 
 bool pack(const Pack& given) {
+    if (given.level > 12 && given.method == "deflate")
+        fail_usage("--level " + std::to_string(given.level), "deflate has levels from 0 to 12, zstd to 22");
     std::set<std::string> seen;
     std::error_code error;
     const stdfs::path parent = fs::to_path(given.out).parent_path();

@@ -54,6 +54,10 @@ std::string formatted(const char* format, ...) {
     return text;
 }
 
+std::string counted(std::uint64_t count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
 bool print(const std::string& text) { return print_bytes(text.data(), text.size()); }
 
 bool print_bytes(const void* data, std::uint64_t size) {

@@ -41,6 +41,9 @@ void note(const std::string& name, const std::string& text);
 std::string
 formatted(const char* format, ...);
 
+/// "1 file", "2 files".
+std::string counted(std::uint64_t count, const char* one, const char* many);
+
 /// Prints to standard output; what cannot be written is remembered for finish_output. False when it was not.
 bool print(const std::string& text);
 bool print_bytes(const void* data, std::uint64_t size);

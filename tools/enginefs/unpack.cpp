@@ -75,15 +75,18 @@ std::string safe_name(const std::string& name) {
 }
 
 /// Makes the directories of a name below `root`. A link on the way is replaced by a directory: what it points to may lie
-/// anywhere.
+/// anywhere. False, with a word on standard error, when that fails.
 bool make_directories(const stdfs::path& root, const std::string& name) {
-    std::error_code error;
     stdfs::path at = root;
     for (const stdfs::path& part : fs::to_path(name).parent_path()) {
+        std::error_code error, unknown;
         at /= part;
-        if (stdfs::is_symlink(stdfs::symlink_status(at, error))) stdfs::remove(at, error);
-        stdfs::create_directory(at, error);
-        if (!stdfs::is_directory(at, error)) return false;
+        if (stdfs::is_symlink(stdfs::symlink_status(at, unknown))) stdfs::remove(at, error);
+        if (!error) stdfs::create_directory(at, error);
+        if (stdfs::is_directory(at, unknown)) continue;
+        const bool taken = stdfs::exists(at, unknown);
+        return fail(name, "its directory cannot be made: " +
+                              (taken ? fs::from_path(at) + " is there and is no directory" : error.message()));
     }
     return true;
 }
@@ -111,8 +114,7 @@ bool unpack_entry(PackReader& reader, const std::string& entry, const stdfs::pat
     const stdfs::path target = root / fs::to_path(name);
     std::error_code error;
     if (!taken.take(name, target)) return fail(entry, "an entry before it has the same name");
-    if (!make_directories(root, name))
-        return fail(entry, "its directory cannot be made: an entry before it is no directory");
+    if (!make_directories(root, name)) return false;
     if (stdfs::is_symlink(stdfs::symlink_status(target, error))) stdfs::remove(target, error);
     Output out;
     if (!out.open_native(fs::from_path(target))) return false;
@@ -155,7 +157,9 @@ bool verify_one(const std::string& pack) {
             good = reader.read(label, entry.name, [](const char*, std::uint64_t) { return true; }) && good;
         progress.add(1);
     }
-    return good && print(pack + ": " + std::to_string(entries.size()) + " entries, all good\n");
+    const std::size_t hidden = entries.size() - names.size();
+    return good && print(pack + ": " + counted(names.size(), "entry", "entries") +
+                         (hidden == 0 ? ", all good\n" : " good, " + std::to_string(hidden) + " not looked at\n"));
 }
 
 bool verify(const Verify& given) {

@@ -20,9 +20,10 @@ bool add_content(SFsFile& file, std::uint64_t length, CrcCalcArgs& args) {
     const std::uint32_t wanted = args.buffer_size != 0 ? args.buffer_size : default_buffer_size;
     const std::uint64_t piece = std::min<std::uint64_t>(wanted, length);
     const PieceBuffer buffer(piece);
+    const ErrorScope scope;  // an entry of a pack gives all its bytes and is damaged all the same
     while (args.size < length) {
         const std::uint64_t size = std::min(piece, length - args.size);
-        if (!read_checked(file, args.path, buffer.data(), size)) return false;
+        if (!read_checked(file, args.path, buffer.data(), size) || scope.has_error()) return false;
         args.crc = kernel::crc32(args.crc, buffer.data(), static_cast<std::size_t>(size));
         args.size += size;
         if (!may_go_on(args, args.size, length)) return false;

@@ -182,6 +182,9 @@ bool pack_writer::add(const char* name, const void* data, std::uint64_t size, in
             return fail(EFSError::INVALID_ARGUMENT, path, "knows no such method");
         if (method == EFSPackMethod::ZSTD && !has_zstd())
             return fail(EFSError::UNSUPPORTED, path, "was built without zstd");
+        const int most = method == EFSPackMethod::ZSTD ? 22 : 12;
+        if (level < 0 || (level > most && method != EFSPackMethod::STORE))
+            return fail(EFSError::INVALID_ARGUMENT, path, "takes levels from 0 to " + std::to_string(most) + " for it");
         const void* bytes = size != 0 ? data : "";
         entry.crc = kernel::crc32(0, bytes, static_cast<std::size_t>(size));
         const Packed packed = state_->pack(bytes, static_cast<std::size_t>(size), level, method);

@@ -1,12 +1,15 @@
 // What an open file of a pack says of itself when the pack, the disk or the caller's seeks are not as they should be.
 #include <gmock/gmock.h>
 
+#include <engine/filesystem/access/manage.h>
 #include <engine/filesystem/contract/error.h>
+#include <engine/filesystem/startup.h>
 
 #include "engine/filesystem/formats/deflate.h"
 #include "engine/filesystem/formats/zstd.h"
 #include "engine/platform/faults.h"
 #include "fixture.h"
+#include "tests/support/temp_directory.h"
 
 namespace {
 
@@ -82,6 +85,22 @@ TEST(PackHonesty, DamageIsToldWithPackEntryAndReason) {
             EXPECT_EQ(fs::last_error().path, "x") << row.label;
         }
     }
+}
+
+// It used to answer the sum of whatever came.
+TEST(PackHonesty, ADamagedEntryHasNoChecksum) {
+    const TempDirectory root;
+    Entry entry = packs::deflated_entry("x", packs::noise(300000, 1));
+    ++entry.crc;
+    root.write("test.pak", packs::build({entry, packs::stored_entry("good", "1")}));
+    ASSERT_TRUE(fs::init(root.path().c_str(), FFSAddSourceFlags::NONE, "", false, false, nullptr));
+    EXPECT_TRUE(fs::add_source((root / "test.pak").c_str(), FFSAddSourceFlags::NONE));
+    std::uint32_t crc = 1;
+    EXPECT_FALSE(fs::calc_file_crc("x", crc));
+    EXPECT_EQ(fs::last_error().code, EFSError::BAD_FORMAT);
+    EXPECT_EQ(crc, 0u);
+    EXPECT_TRUE(fs::calc_file_crc("good", crc)) << "an earlier failure is none of this file's";
+    fs::shutdown();
 }
 
 // Zeros in place of what the disk did not give used to stay in the blocks, with no word of it.

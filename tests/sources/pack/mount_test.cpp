@@ -112,6 +112,8 @@ TEST(PackMount, TellsWhyItRefusesAFile) {
     packs::put_u32(zip64, 0x07064B50);
     zip64 += std::string(16, '\0') + good.substr(good.size() - 22);
     std::memset(&zip64[zip64.size() - 14], 0xFF, 12);
+    std::string counts_more = good;
+    std::memset(&counts_more[good.size() - 14], 0xFF, 4);
     std::string damaged = good;
     damaged[good.rfind("PK\x01\x02")] = 'Q';
     std::string many(65535 * 46, '\0');
@@ -122,6 +124,7 @@ TEST(PackMount, TellsWhyItRefusesAFile) {
         {commented, "has a comment"},
         {zip64, "zip64"},
         {many, "zip64"},
+        {counts_more, "counts 65535 entries where its directory has 2"},
         {"in front" + good, "bytes in front"},
         {damaged, "damaged at entry 2 of 2"},
         {"no zip at all, but long enough", "does not end in"},

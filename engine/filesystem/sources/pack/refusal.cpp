@@ -84,11 +84,15 @@ bool refuse_miscounted(const PackStore& store, std::uint32_t count) {
     return refused;
 }
 
-bool refuse_pack(const PackStore& store, std::uint32_t index, std::uint32_t count) {
+bool refuse_pack(const PackStore& store, std::uint32_t index, std::uint32_t count, std::uint64_t offset) {
     const Ending ending = find_ending(store);
     if (ending != Ending::PLAIN) return refuse_by_ending(store, ending);
     if (index == 0 && has_bytes_in_front(store))
         return refuse_file(store, EFSError::UNSUPPORTED, "zip file with bytes in front that its offsets do not count");
+    if (offset + zip::end_record_size == store.length())
+        return refuse_file(store, EFSError::BAD_FORMAT,
+                           "pack whose end record counts " + std::to_string(count) +
+                               " entries where its directory has " + std::to_string(index));
     return refuse_file(store, EFSError::BAD_FORMAT,
                        "pack whose central directory is damaged at entry " + std::to_string(index + 1) + " of " +
                            std::to_string(count));

@@ -20,6 +20,7 @@ bool DirectoryWalk::begin() {
 bool DirectoryWalk::next() {
     if (done_ == count()) return false;
     const std::uint8_t* bytes = nullptr;
+    entry_ = next_;
     Load loaded = take(zip::central_header_size, bytes);
     if (loaded != Load::DONE) return fail(loaded);
     if (kernel::load_u32(bytes) != zip::central_signature) return fail(Load::ENDS);
@@ -62,6 +63,8 @@ DirectoryWalk::Load DirectoryWalk::load(std::uint32_t size) {
     return filled_ >= size ? Load::DONE : Load::ENDS;
 }
 
-bool DirectoryWalk::fail(Load reason) const { return reason != Load::FAILED && refuse_pack(store_, done_, count()); }
+bool DirectoryWalk::fail(Load reason) const {
+    return reason != Load::FAILED && refuse_pack(store_, done_, count(), entry_);
+}
 
 }  // namespace fs

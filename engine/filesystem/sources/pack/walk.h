@@ -42,6 +42,7 @@ private:
     const std::uint8_t* view_ = nullptr;
     std::uint64_t start_ = 0;  // offset in the pack of the window's first byte
     std::uint64_t filled_ = 0;
+    std::uint64_t entry_ = 0;  // where the header begins that is read, or was last
     std::uint64_t next_ = 0;
     zip::EndRecord end_{};
     zip::CentralHeader header_{};

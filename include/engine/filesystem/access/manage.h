@@ -84,7 +84,7 @@ struct CrcCalcArgs {
     bool (*progress)(std::uint64_t done, std::uint64_t total, void* user) = nullptr;  // false stops the work
     void* user = nullptr;
 };
-/// CRC-32 of a file's content. False, with crc and size 0, when it cannot be read whole or was stopped.
+/// CRC-32 of a file's content. False, with crc and size 0, when it cannot be read whole, is damaged, or was stopped.
 ENGINE_FS_API bool calc_file_crc(CrcCalcArgs& args);
 ENGINE_FS_API bool calc_file_crc(const char* path, std::uint32_t& crc);
 

@@ -25,10 +25,10 @@ public:
 
     /// Starts a pack that will be `native_path`; one under way is cancelled.
     bool open(const char* native_path);
-    /// Adds an entry. `level` 0 stores; 1 to 12 deflate, 1 to 22 are zstd's. What does not become smaller is stored, or,
-    /// when it is longer than 32 KiB, written as a deflate stream that only copies, so that it can be sought in. `size`
-    /// may be 0. `time` counts 100 ns since 1601 and is written as it is, without regard to time zones. ZSTD fails
-    /// (UNSUPPORTED) where the library was built without it; zip tools of before 2021 cannot read it.
+    /// Adds an entry. `level` 0 stores; 1 to 12 are deflate's, 1 to 22 zstd's, others fail. What does not become smaller
+    /// is stored, or, when it is longer than 32 KiB, written as a deflate stream that only copies, so that it can be
+    /// sought in. `size` may be 0. `time` counts 100 ns since 1601 and is written as it is, without regard to time zones.
+    /// ZSTD fails (UNSUPPORTED) where the library was built without it; zip tools of before 2021 cannot read it.
     bool add(const char* name, const void* data, std::uint64_t size, int level, std::int64_t time,
              EFSPackMethod::TYPE method = EFSPackMethod::DEFLATE);
     /// Adds an entry that the caller has deflated (raw, without header). `size` and `crc` are those of the plain bytes.
