@@ -7,6 +7,7 @@
 #include "engine/platform/faults.h"
 #include "tests/faults/allocation_faults.h"
 #include "tests/faults/scenarios.h"
+#include "tests/faults/tool_scenarios.h"
 
 // Every exported family meets every single fault once: the Nth allocation, and the Nth call past each point of the
 // platform seam, for N = 1, 2 … until a run meets none. After each: the answer is honest and so is its reason, old data
@@ -45,6 +46,15 @@ const std::vector<Fault>& faults() {
     return all;
 }
 
+const std::vector<test::Scenario>& scenarios() {
+    static const std::vector<test::Scenario> all = [] {
+        std::vector<test::Scenario> every = test::scenarios();
+        for (test::Scenario& row : test::tool_scenarios()) every.push_back(std::move(row));
+        return every;
+    }();
+    return all;
+}
+
 void order(const Fault& fault, std::uint32_t nth) {
     if (fault.is_allocation) {
         test::fail_allocation(nth, fault.from_then_on);
@@ -70,6 +80,16 @@ std::string wrong_reason(const Fault& fault) {
            std::to_string(error.os_code) + ": " + error.text;
 }
 
+/// The same for what a command of the tool said.
+std::string wrong_message(const Fault& fault) {
+    const std::string said = test::tool_messages();
+    if (said.empty()) return "it failed without a word";
+    const char* const word = fault.reason == EFSError::OUT_OF_MEMORY ? "memory"
+                             : fault.reason == EFSError::DISK_FULL   ? "full"
+                                                                     : "";
+    return said.find(word) != std::string::npos ? "" : "it failed with the words " + said;
+}
+
 /// One fault in one scenario. False when the run met none.
 bool meets(const test::Scenario& scenario, test::Stage& stage, const Fault& fault, std::uint32_t nth) {
     stage.build();
@@ -79,7 +99,10 @@ bool meets(const test::Scenario& scenario, test::Stage& stage, const Fault& faul
     const bool answer = scenario.act(stage);
     const bool struck = forget_order(fault);
 
-    if (!answer) EXPECT_EQ(struck ? wrong_reason(fault) : "it failed without a fault", "");
+    if (!answer) {
+        const std::string wrong = scenario.by_message ? wrong_message(fault) : wrong_reason(fault);
+        EXPECT_EQ(struck ? wrong : "it failed without a fault", "");
+    }
     EXPECT_EQ(scenario.check(stage, answer), "") << (answer ? "after success" : "after failure");
     if (struck && !answer && scenario.repeatable) {
         EXPECT_TRUE(scenario.act(stage)) << "the same again fails: " << fs::last_error().text;
@@ -94,11 +117,11 @@ class Faults : public testing::TestWithParam<std::size_t> {};
 
 TEST_P(Faults, LoseNothingAndAreToldTruly) {
     Log::Settings::Instance().SetLevel(Log::ELevel::NONE);  // a start that fails ends the process by its message
-    const test::Scenario& scenario = test::scenarios()[GetParam()];
+    const test::Scenario& scenario = scenarios()[GetParam()];
     test::Stage stage((std::filesystem::current_path() / "stage").generic_string());
     std::uint32_t visited = 0;
     for (const Fault& fault : faults()) {
-        if (fault.is_allocation && !test::allocations_can_fail) continue;
+        if (fault.is_allocation && !(test::allocations_can_fail && scenario.allocations)) continue;
         for (std::uint32_t nth = 1;; ++nth) {
             SCOPED_TRACE(std::string(scenario.name) + ", " + fault.name + " number " + std::to_string(nth));
             ASSERT_LT(nth, 5000u);
@@ -112,12 +135,12 @@ TEST_P(Faults, LoseNothingAndAreToldTruly) {
 }
 
 std::string scenario_name(const testing::TestParamInfo<std::size_t>& info) {
-    std::string name = test::scenarios()[info.param].name;
+    std::string name = scenarios()[info.param].name;
     std::erase_if(name, [](char letter) { return letter == ' '; });
     std::erase(name, '_');
     return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Everywhere, Faults, testing::Range(std::size_t{0}, test::scenarios().size()), scenario_name);
+INSTANTIATE_TEST_SUITE_P(Everywhere, Faults, testing::Range(std::size_t{0}, scenarios().size()), scenario_name);
 
 }  // namespace

@@ -19,6 +19,10 @@ struct Scenario {
     std::function<std::string(Stage&, bool answer)> check;
     /// Whether, after a failure, the same again must succeed and pass the check with `answer` true.
     bool repeatable = true;
+    /// A command of the tool: it says why on standard error.
+    bool by_message = false;
+    /// False: it lists directories by the standard library, which ends the program when it gets no memory.
+    bool allocations = true;
 };
 
 const std::vector<Scenario>& scenarios();

@@ -34,12 +34,13 @@ std::string directory_of(const Given& given) {
 /// With `partial` also what a writer that was stopped has left beside a listing: its name and two numbers.
 std::vector<Listing> listings_in(const std::string& dir, bool partial = false) {
     std::vector<Listing> found;
-    std::error_code error;
-    for (stdfs::directory_iterator walk(fs::to_path(dir), error), end; !error && walk != end; walk.increment(error)) {
-        const stdfs::path name = walk->path().filename();
+    std::error_code unknown;
+    if (!stdfs::is_directory(fs::to_path(dir), unknown)) return found;
+    for (const stdfs::directory_entry& entry : stdfs::directory_iterator(fs::to_path(dir))) {
+        const stdfs::path name = entry.path().filename();
         const bool is_partial = partial && name.stem().stem().extension() == ".fsc";
-        if ((name.extension() != ".fsc" && !is_partial) || !walk->is_regular_file(error)) continue;
-        found.push_back({fs::from_path(walk->path()), walk->file_size(error)});
+        if ((name.extension() != ".fsc" && !is_partial) || !entry.is_regular_file(unknown)) continue;
+        found.push_back({fs::from_path(entry.path()), entry.file_size(unknown)});
     }
     std::sort(found.begin(), found.end(), [](const Listing& a, const Listing& b) { return a.path < b.path; });
     return found;

@@ -21,10 +21,9 @@ constexpr std::size_t piece_size = 1u << 18;
 
 void show_shadowed(const Names& names) {
     Progress progress("duplicates: names", names.size(), false);
-    ztl::vector<SFsSourceInfo> holders;
     for (const std::string& name : names) {
         progress.add(1);
-        fs::find_holders(name.c_str(), holders);
+        std::vector<SFsSourceInfo> holders = holders_of(name);
         // The disk itself shows what lies below the current directory: that is no second file.
         std::erase_if(holders,
                       [](const SFsSourceInfo& holder) { return holder.path_name.empty() && holder.file_name.empty(); });

@@ -42,8 +42,7 @@ std::string kind_of(const SFsSourceInfo& source) { return is_fallback(source) ? 
 struct NoArguments {};
 
 bool show_sources(const NoArguments&) {
-    ztl::vector<SFsSourceInfo> sources;
-    fs::get_sources(sources);
+    const std::vector<SFsSourceInfo> sources = all_sources();
     for (const SFsSourceInfo& source : sources)
         print(formatted("%-10s %-9s ", kind_of(source).c_str(), source.writable ? "writable" : "read-only") +
               place_of(source) + (source.is_protected ? " (protected)" : "") + "\n");
@@ -135,8 +134,7 @@ struct Which {
 };
 
 bool which(const Which& given) {
-    ztl::vector<SFsSourceInfo> holders;
-    fs::find_holders(given.name.c_str(), holders);
+    const std::vector<SFsSourceInfo> holders = holders_of(given.name);
     if (holders.empty()) return fail_not_held(given.name);
     print(place_of(holders[0]) + "\n");
     for (std::size_t i = 1; given.all && i < holders.size(); ++i) print(place_of(holders[i]) + " (shadowed)\n");
@@ -145,21 +143,24 @@ bool which(const Which& given) {
 
 bool show_file(const Name& given) {
     const std::string& name = given.name;
-    ztl::vector<SFsSourceInfo> holders;
-    fs::find_holders(name.c_str(), holders);
+    const std::vector<SFsSourceInfo> holders = holders_of(name);
     if (holders.empty()) return fail_not_held(name);
-    if (open_file(name) == nullptr) return false;
-    const std::optional<std::uint64_t> size = size_of(name);
+    const fs::file_ptr file = open_file(name);
+    if (file == nullptr) return false;
+    const std::uint64_t size = fs::length(file.get());
     const std::string time = time_of(name);
     const std::string place = place_on_disk(name);
-    const auto yes_no = [](bool on) { return std::string(on ? "yes" : "no"); };
-    print("name       " + fs::root_path(name.c_str()) + "\n");
+    const auto path = [&](auto which_path) { return ask(name, [&] { return which_path(name.c_str()); }); };
+    const auto yes_no = [&](auto is_so) -> std::string {
+        return ask(name, [&] { return is_so(name.c_str()); }) ? "yes" : "no";
+    };
+    print("name       " + path(fs::root_path) + "\n");
     print("source     " + place_of(holders[0]) + " (" + kind_of(holders[0]) + ")\n");
-    print("full path  " + (place.empty() ? fs::full_path(name.c_str()) : place) + "\n");
-    print("size       " + (size ? std::to_string(*size) : "unknown") + "\n");
+    print("full path  " + (place.empty() ? path(fs::full_path) : place) + "\n");
+    print("size       " + (size != failed ? std::to_string(size) : "unknown") + "\n");
     print("written    " + (time.empty() ? "unknown" : time + " UTC") + "\n");
-    print("read-only  " + yes_no(fs::read_only(name.c_str())) + "\n");
-    print("protected  " + yes_no(fs::is_protected(name.c_str())) + "\n");
+    print("read-only  " + yes_no(fs::read_only) + "\n");
+    print("protected  " + yes_no(fs::is_protected) + "\n");
     print("shadows    " + std::to_string(holders.size() - 1) + "\n");
     return true;
 }

@@ -46,8 +46,7 @@ bool rm(const Rm& given) {
             good = false;
             continue;
         }
-        ztl::vector<SFsSourceInfo> others;
-        fs::find_holders(name.c_str(), others);
+        const std::vector<SFsSourceInfo> others = holders_of(name);
         if (!others.empty())
             note(name,
                  "it was removed from one source; " + others[0].path_name + others[0].file_name + " holds it still");

@@ -15,9 +15,19 @@ namespace {
 
 constexpr std::size_t piece_size = 1u << 20;
 
-std::vector<std::string> take(FS_NAME* list) {
-    const fs::found_files found(list);
+std::vector<std::string> search(const char* dir, const char* mask, bool recursive) {
+    const std::string told = dir != nullptr ? dir : "the names of all files";
+    const fs::found_files found(ask(told, [&] { return fs::search(dir, mask, recursive, false); }));
     return {found.begin(), found.end()};
+}
+
+template <class Call>
+std::vector<SFsSourceInfo> ask_for_sources(const std::string& told, const Call& call) {
+    return ask(told, [&] {
+        std::vector<SFsSourceInfo> sources;
+        call(sources);
+        return sources;
+    });
 }
 
 }  // namespace
@@ -48,15 +58,23 @@ bool read_to_end(SFsFile* file, const std::string& name, const TakeBytes& take) 
            fail(name, "it ended after " + std::to_string(at) + " of " + std::to_string(length) + " bytes");
 }
 
-std::vector<std::string> list_files(const std::string& dir, const std::string& mask, bool recursive) {
-    return take(fs::search(dir.c_str(), mask.c_str(), recursive, false));
+std::vector<SFsSourceInfo> all_sources() {
+    return ask_for_sources("the sources", [](auto& sources) { fs::get_sources(sources); });
 }
 
-std::vector<std::string> list_everything() { return take(fs::search(nullptr, nullptr, true, false)); }
+std::vector<SFsSourceInfo> holders_of(const std::string& name) {
+    return ask_for_sources(name, [&](auto& sources) { fs::find_holders(name.c_str(), sources); });
+}
+
+std::vector<std::string> list_files(const std::string& dir, const std::string& mask, bool recursive) {
+    return search(dir.c_str(), mask.c_str(), recursive);
+}
+
+std::vector<std::string> list_everything() { return search(nullptr, nullptr, true); }
 
 bool is_directory(const std::string& name) {
     const std::string clean = normalised(name);
-    return !clean.empty() && fs::search_dir(clean.c_str()) != nullptr;
+    return !clean.empty() && ask(name, [&] { return fs::search_dir(clean.c_str()); }) != nullptr;
 }
 
 bool fail_not_held(const std::string& name, const std::string& if_directory) {
@@ -64,13 +82,14 @@ bool fail_not_held(const std::string& name, const std::string& if_directory) {
 }
 
 bool names_itself(const std::string& name) {
-    if (fs::exists(name.c_str(), FFSOpenFlags::WHOLE_NAME) || !fs::exists(name.c_str())) return true;
+    if (fs::exists(name.c_str(), FFSOpenFlags::WHOLE_NAME)) return true;
+    if (!ask(name, [&] { return fs::exists(name.c_str()); })) return true;
     return fail(name, "it finds " + fs::root_path(name.c_str()) + "; give that name to change it");
 }
 
 std::string place_on_disk(const std::string& name) {
     fs::string place;
-    return fs::native_path(name.c_str(), place) ? place : "";
+    return ask(name, [&] { return fs::native_path(name.c_str(), place); }) ? place : "";
 }
 
 std::string time_of(const std::string& name) {

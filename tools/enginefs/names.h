@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include <engine/filesystem.h>
 #include <engine/filesystem/comfort.h>
 
 inline constexpr std::uint64_t failed = ~std::uint64_t{0};  // how the library answers for a size it cannot tell
@@ -21,6 +22,10 @@ using TakeBytes = std::function<bool(const char* data, std::uint64_t size)>;
 /// Reads an open file from its position to its end. False when `take` says so, or, with a word on standard error, when
 /// the bytes cannot be read or are not what the source has recorded of them.
 bool read_to_end(SFsFile* file, const std::string& name, const TakeBytes& take);
+
+/// The sources, or those that hold a file of this name, in the order in which they are asked.
+std::vector<SFsSourceInfo> all_sources();
+std::vector<SFsSourceInfo> holders_of(const std::string& name);
 
 /// The merged, sorted names of the files in `dir`; "" is the root.
 std::vector<std::string> list_files(const std::string& dir, const std::string& mask, bool recursive);

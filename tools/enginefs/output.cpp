@@ -15,8 +15,7 @@ namespace {
 /// Whether a file may be made in the place of the one that has the name, if one has.
 bool may_replace(const std::string& name) {
     if (is_directory(name)) return fail(name, "it is a directory");
-    ztl::vector<SFsSourceInfo> holders;
-    fs::find_holders(name.c_str(), holders);
+    const std::vector<SFsSourceInfo> holders = holders_of(name);
     if (holders.empty()) return true;
     if (!names_itself(name)) return false;
     if (!holders[0].writable || holders[0].is_protected)

@@ -45,32 +45,21 @@ std::set<std::string> extensions_of(const std::string& list) {
 
 /// What the library does not show would be missing from the pack without a word: a path that is too long and a directory
 /// that cannot be listed are errors, a name that differs from another in case alone is told of.
-bool check_tree(const stdfs::path& dir, std::set<std::string>& seen) {
+bool check_tree(const stdfs::path& dir, std::set<std::string>& seen) try {
     bool good = true;
-    std::error_code error;
-    stdfs::directory_iterator walk(dir, error);
-    for (const stdfs::directory_iterator end; !error && walk != end; walk.increment(error)) {
-        const std::string path = fs::from_path(walk->path());
+    for (const stdfs::directory_entry& entry : stdfs::directory_iterator(dir)) {
+        const std::string path = fs::from_path(entry.path());
         std::error_code unknown;
         if (path.size() > longest_path)
             good = fail(path, "its path is longer than 259 bytes");
-        else if (walk->is_directory(unknown) && !walk->is_symlink(unknown))
-            good = check_tree(walk->path(), seen) && good;
+        else if (entry.is_directory(unknown) && !entry.is_symlink(unknown))
+            good = check_tree(entry.path(), seen) && good;
         else if (!seen.insert(lower_case(path)).second)
             note(path, "another name differs from it in case alone; only one of them is packed");
     }
-    return error ? fail(fs::from_path(dir), "it cannot be listed: " + error.message()) : good;
-}
-
-/// Whether the library listed all of what it mounted, too; it goes where links lead.
-bool is_listed_whole(const std::string& dir) {
-    ztl::vector<SFsSourceInfo> sources;
-    fs::get_sources(sources);
-    for (const SFsSourceInfo& source : sources)
-        if (source.unlisted_directories != 0)
-            return fail_with_last_error(
-                dir, std::to_string(source.unlisted_directories) + " of its directories cannot be listed");
-    return true;
+    return good;
+} catch (const stdfs::filesystem_error& error) {
+    return fail(fs::from_path(dir), "it cannot be listed: " + error.code().message());
 }
 
 /// Puts the names of the order file first, in its order; the rest keep theirs.
@@ -149,7 +138,7 @@ bool pack(const Pack& given) {
     if (!parent.empty() && !stdfs::is_directory(parent, error)) return fail(given.out, "its directory does not exist");
     Session session;
     if (!session.mount({.root = given.dir, .fallback = false}) || !check_tree(fs::to_path(given.dir), seen) ||
-        !is_listed_whole(given.dir))
+        !session.is_whole())
         return false;
     std::vector<std::string> names = list_everything();
     const std::string root = lower_case(full_native_path(given.dir)) + "/";

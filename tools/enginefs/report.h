@@ -22,6 +22,20 @@ bool attempt(const std::string& name, const char* otherwise, const Call& call) {
     return call() || fail_with_last_error(name, otherwise);
 }
 
+/// Thrown, after a word on standard error, where a command cannot go on.
+struct CommandFailed {};
+
+/// What the library answers. The command fails, and says why of `name`, when it could not tell.
+template <class Call>
+auto ask(const std::string& name, const Call& call) {
+    fs::clear_error();
+    auto answer = call();
+    const EFSError::TYPE code = fs::last_error().code;
+    if (code == EFSError::NONE || code == EFSError::NOT_FOUND || code == EFSError::UNSUPPORTED) return answer;
+    fail_with_last_error(name, "it cannot be looked up");
+    throw CommandFailed();
+}
+
 /// Says so without using memory.
 void fail_without_memory();
 

@@ -28,14 +28,6 @@ bool check_directory(const std::string& told, const std::string& full) {
     return fs::does_dir_exist(full.c_str()) || fail(told, "there is no such directory");
 }
 
-bool add(const std::string& path) {
-    const std::string full = full_native_path(path);
-    if (!is_pack_name(full) && !check_directory(path, full)) return false;
-    // Sources given later stand behind those given earlier: what comes first on the line wins.
-    return attempt(path, "it cannot be mounted",
-                   [&] { return fs::add_source(full.c_str(), mount_flags | FFSAddSourceFlags::AFTER_SAME_TYPE); });
-}
-
 }  // namespace
 
 void show_messages(const std::string& level) {
@@ -54,6 +46,24 @@ void show_messages(const std::string& level) {
     fail_usage(level, "this is no level; give none, fatal, error, info, warn, debug, verbose or all");
 }
 
+/// A mount that answers true may still have left names out, and says so.
+void Session::tell_unlisted(const std::string& told) {
+    const SFsError said = fs::last_error();
+    if (said.code == EFSError::NONE) return;
+    for (const SFsSourceInfo& source : all_sources())
+        if (source.unlisted_directories != 0) whole_ = fail(told, said.text);
+}
+
+bool Session::add(const std::string& path) {
+    const std::string full = full_native_path(path);
+    if (!is_pack_name(full) && !check_directory(path, full)) return false;
+    // Sources given later stand behind those given earlier: what comes first on the line wins.
+    constexpr auto flags = mount_flags | FFSAddSourceFlags::AFTER_SAME_TYPE;
+    if (!attempt(path, "it cannot be mounted", [&] { return fs::add_source(full.c_str(), flags); })) return false;
+    tell_unlisted(path);
+    return true;
+}
+
 bool Session::mount(const SessionOptions& options) {
     const std::string root = full_native_path(options.root.empty() ? "." : options.root);
     const std::string& told = options.root.empty() ? root : options.root;
@@ -63,6 +73,7 @@ bool Session::mount(const SessionOptions& options) {
         return fs::init(root.c_str(), mount_flags, cache_dir.c_str(), options.fallback, false, nullptr);
     });
     if (!mounted_) return false;
+    tell_unlisted(told);
     for (const std::string& path : options.sources)
         if (!add(path)) return false;
     return true;

@@ -22,9 +22,15 @@ public:
 
     /// Mounts root and sources. False, with the reason on standard error, when one of them cannot be mounted.
     bool mount(const SessionOptions& options);
+    /// Whether all names of what is mounted are known; what cannot be listed has been said.
+    bool is_whole() const { return whole_; }
 
 private:
+    bool add(const std::string& path);
+    void tell_unlisted(const std::string& told);
+
     bool mounted_ = false;
+    bool whole_ = true;
 };
 
 /// Sends the library's messages of at least this importance to standard error. A word that is no level is wrong usage.

@@ -181,26 +181,32 @@ std::string method_text(std::uint32_t method) {
     }
 }
 
+std::string columns_of(const SFsPackEntry& entry) {
+    return formatted("%12" PRIu64 " %12" PRIu64 "  %-8s  %08" PRIx32 "  %s  ", entry.size, entry.packed_size,
+                     method_text(entry.method).c_str(), entry.crc, fs::get_time_as_str(entry.time).c_str());
+}
+
+Json json_of(const SFsPackEntry& entry, bool long_form) {
+    Json item{{"name", entry.name}};
+    if (long_form)
+        item.update({{"size", entry.size},
+                     {"packed", entry.packed_size},
+                     {"method", method_text(entry.method)},
+                     {"crc", entry.crc},
+                     {"time", fs::get_time_as_str(entry.time)}});
+    return item;
+}
+
 bool list(const List& given) {
     Entries entries;
     if (!list_entries(given.pack, entries)) return false;
-    Json all = Json::array();
-    for (const SFsPackEntry& entry : entries) {
-        const std::string time = fs::get_time_as_str(entry.time);
-        const std::string method = method_text(entry.method);
-        const std::string columns = formatted("%12" PRIu64 " %12" PRIu64 "  %-8s  %08" PRIx32 "  %s  ", entry.size,
-                                              entry.packed_size, method.c_str(), entry.crc, time.c_str());
-        if (!given.json) print((given.long_form ? columns : "") + entry.name + "\n");
-        Json item{{"name", entry.name}};
-        if (given.long_form)
-            item.update({{"size", entry.size},
-                         {"packed", entry.packed_size},
-                         {"method", method},
-                         {"crc", entry.crc},
-                         {"time", time}});
-        if (given.json) all.push_back(std::move(item));
+    if (given.json) {
+        Json all = Json::array();
+        for (const SFsPackEntry& entry : entries) all.push_back(json_of(entry, given.long_form));
+        return print(all.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
     }
-    return !given.json || print(all.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+    for (const SFsPackEntry& entry : entries) print((given.long_form ? columns_of(entry) : "") + entry.name + "\n");
+    return true;
 }
 
 }  // namespace

@@ -1,0 +1,189 @@
+#include "tests/faults/tool_scenarios.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+
+#if defined(_WIN32)
+#include <io.h>
+#else
+#include <unistd.h>
+#endif
+
+#include "tests/support/whole_file.h"
+#include "tools/enginefs/program.h"
+#include "tools/enginefs/report.h"
+
+namespace test {
+
+namespace {
+
+namespace disk = std::filesystem;
+
+struct Row {
+    const char* name;
+    std::vector<std::string> words;  // "@" stands for the stage's folder
+    bool output_varies = false;      // it prints how long it took
+    bool lists_directories = false;
+};
+
+const std::vector<Row>& rows() {
+    static const std::vector<Row> all = {
+        {"enginefs sources", {"sources"}},
+        {"enginefs ls", {"--add", "@/base.pak", "ls"}},
+        {"enginefs find", {"find", "o"}},
+        {"enginefs stat", {"stat", "save.txt"}},
+        {"enginefs which", {"which", "save.txt"}},
+        {"enginefs cat", {"--add", "@/base.pak", "cat", "packed.txt"}},
+        {"enginefs crc", {"--add", "@/base.pak", "crc", "packed.txt"}},
+        {"enginefs duplicates", {"duplicates"}},
+        {"enginefs load", {"--add", "@/base.pak", "load"}, true},
+        {"enginefs list", {"list", "@/base.pak"}},
+        {"enginefs verify", {"verify", "@/base.pak"}},
+        {"enginefs pack", {"pack", "@/more/old.pak", "@/root"}, false, true},
+        {"enginefs pack zstd", {"pack", "--method", "zstd", "--level", "9", "@/more/old.pak", "@/root"}, false, true},
+        {"enginefs unpack", {"unpack", "@/base.pak", "@/out"}},
+        {"enginefs cp", {"cp", "levels/one.txt", "save.txt"}},
+        {"enginefs gzip", {"gzip", "save.txt", "save.gz"}},
+        {"enginefs gunzip", {"gunzip", "levels/one.gz", "save.txt"}},
+        {"enginefs mv", {"mv", "save.txt", "levels/moved.txt"}},
+        {"enginefs rm", {"rm", "save.txt"}},
+        {"enginefs mkdir", {"mkdir", "new/place"}},
+        {"enginefs backup", {"backup", "save.txt"}},
+        {"enginefs touch", {"touch", "save.txt", "2020-02-03T04:05:06Z"}},
+        {"enginefs container put", {"container", "put", "blobs.mc", "kept", "7", "save.txt"}},
+        {"enginefs cache build", {"--cache", "@/cache", "--add", "@/more", "cache", "build"}, false, true},
+    };
+    return all;
+}
+
+/// Standard output and standard error go to a file each, for as long as it lives.
+class Capture {
+public:
+    Capture() {
+        for (std::size_t i = 0; i < streams.size(); ++i) {
+            std::fflush(streams[i]);
+            before_[i] = dup(static_cast<int>(i) + 1);
+            std::remove(names[i]);  // emptying a file waits for the disk
+            const int file = ::open(names[i], O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            dup2(file, static_cast<int>(i) + 1);
+            close(file);
+        }
+    }
+    ~Capture() {
+        for (std::size_t i = 0; i < streams.size(); ++i) {
+            std::fflush(streams[i]);
+            dup2(before_[i], static_cast<int>(i) + 1);
+            close(before_[i]);
+        }
+    }
+    Capture(const Capture&) = delete;
+    Capture& operator=(const Capture&) = delete;
+
+    static constexpr std::array<const char*, 2> names = {"tool.out", "tool.err"};
+
+private:
+    const std::array<FILE*, 2> streams = {stdout, stderr};
+    std::array<int, 2> before_{};
+};
+
+/// One command and what it leaves when nothing fails.
+class Command {
+public:
+    Command(const Row& row, const Stage& stage) : row_(row) {
+        std::vector<std::string> words = {"enginefs", "--root", stage.root};
+        for (std::string word : row.words) {
+            if (word.starts_with('@')) word = stage / word.substr(2).c_str();
+            words.push_back(std::move(word));
+        }
+        std::vector<const char*> arguments;
+        for (const std::string& word : words) arguments.push_back(word.c_str());
+        if (program_.parse(static_cast<int>(arguments.size()), arguments.data())) std::abort();
+        before_ = stage.disk();
+        if (!run()) throw std::runtime_error(row.name + (" fails without a fault: " + tool_messages()));
+        after_ = stage.disk();
+        output_ = read_file(Capture::names[0]);
+    }
+
+    bool run() const {
+        const Capture capture;
+        return program_.run() == exit_ok;
+    }
+
+    std::string check(const Stage& stage, bool answer) const {
+        const Tree now = stage.disk();
+        if (answer && now != after_) return "what it left is not what it should be" + difference(now);
+        if (answer && !row_.output_varies && read_file(Capture::names[0]) != output_)
+            return "it printed " + read_file(Capture::names[0]) + "and not " + output_;
+        for (const auto& [name, bytes] : now) {
+            if (!holds(before_, name, bytes) && !holds(after_, name, bytes)) return name + " is neither old nor new";
+        }
+        for (const auto& [name, bytes] : before_) {
+            if (holds_bytes(after_, bytes) && !holds_bytes(now, bytes)) return "the bytes of " + name + " are lost";
+        }
+        return "";
+    }
+
+private:
+    static bool holds(const Tree& tree, const std::string& name, const std::string& bytes) {
+        const auto place = tree.find(name);
+        return place != tree.end() && place->second == bytes;
+    }
+    static bool holds_bytes(const Tree& tree, const std::string& bytes) {
+        return std::any_of(tree.begin(), tree.end(), [&](const auto& file) { return file.second == bytes; });
+    }
+    std::string difference(const Tree& now) const {
+        for (const auto& [name, bytes] : now)
+            if (!holds(after_, name, bytes)) return ": " + name;
+        return ": something is missing";
+    }
+
+    const Row& row_;
+    Program program_;
+    Tree before_, after_;
+    std::string output_;
+};
+
+/// What commands need beside the stage's tree, and times that are the same in each run.
+void furnish(const Stage& stage) {
+    using namespace std::chrono;
+    static constexpr unsigned char member_of_one[] = {31, 139, 8, 0,   0,   0,   0,   0, 2, 3, 203, 207,
+                                                      75, 5,   0, 241, 134, 108, 122, 3, 0, 0, 0};
+    disk::copy_file(stage.pack, stage / "more/old.pak");
+    write_file(stage / "root/levels/one.gz", {reinterpret_cast<const char*>(member_of_one), sizeof member_of_one});
+    const auto time = file_clock::from_sys(sys_seconds(sys_days(2020y / 1 / 2)));
+    for (const auto& item : disk::recursive_directory_iterator(disk::path(stage.root).parent_path()))
+        disk::last_write_time(item.path(), time);
+}
+
+}  // namespace
+
+std::string tool_messages() { return read_file(Capture::names[1]); }
+
+std::vector<Scenario> tool_scenarios() {
+    std::vector<Scenario> all;
+    for (const Row& row : rows()) {
+        const auto command = std::make_shared<std::unique_ptr<Command>>();
+        all.push_back({.name = row.name,
+                       .prepare =
+                           [=, &row](Stage& stage) {
+                               furnish(stage);
+                               if (*command != nullptr) return;
+                               *command = std::make_unique<Command>(row, stage);
+                               stage.build();
+                               furnish(stage);
+                           },
+                       .act = [=](Stage&) { return (*command)->run(); },
+                       .check = [=](Stage& stage, bool answer) { return (*command)->check(stage, answer); },
+                       .by_message = true,
+                       .allocations = !row.lists_directories});
+    }
+    return all;
+}
+
+}  // namespace test
