@@ -162,16 +162,16 @@ INSTANTIATE_TEST_SUITE_P(Engines, Inflate, testing::Values(InflateEngine::ZLIB, 
                          [](const auto& row) { return row.param == InflateEngine::ZLIB ? "zlib" : "isal"; });
 
 TEST(InflateBuffer, TakesExactlyWhatItIsToldAndNothingDamaged) {
-    fs::BufferInflater inflater;
+    const auto inflater = fs::make_buffer_inflater();
     for (std::uint32_t seed = 0; seed < 20; ++seed) {
         const std::string plain = sample(seed);
         const std::string packed = packs::deflated(plain, 6);
         std::string out(plain.size() + 1, '!');
-        ASSERT_TRUE(inflater.inflate(packed.data(), packed.size(), out.data(), plain.size())) << seed;
+        ASSERT_TRUE(inflater->decode(packed.data(), packed.size(), out.data(), plain.size())) << seed;
         ASSERT_TRUE(out == plain + "!") << seed;
-        EXPECT_FALSE(inflater.inflate(packed.data(), packed.size(), out.data(), out.size())) << seed;
-        if (!plain.empty()) EXPECT_FALSE(inflater.inflate(packed.data(), packed.size(), out.data(), plain.size() - 1));
-        EXPECT_FALSE(inflater.inflate(packed.data(), packed.size() / 2, out.data(), plain.size())) << seed;
+        EXPECT_FALSE(inflater->decode(packed.data(), packed.size(), out.data(), out.size())) << seed;
+        if (!plain.empty()) EXPECT_FALSE(inflater->decode(packed.data(), packed.size(), out.data(), plain.size() - 1));
+        EXPECT_FALSE(inflater->decode(packed.data(), packed.size() / 2, out.data(), plain.size())) << seed;
     }
 }
 
@@ -188,10 +188,10 @@ TEST(Deflate, CopyingMakesStreamsOfTheLengthThatItTells) {
 TEST(Zstd, WritesFramesOfAMebibyteWithATableThatFindsThem) {
     if (!fs::has_zstd()) GTEST_SKIP() << "built without it";
     const std::string plain = packs::noise((5 << 19) + 77, 1);
-    const auto packed = fs::compress_zstd(plain.data(), plain.size(), 3);
-    fs::BufferZstdDecoder whole;
+    const auto packed = fs::make_zstd_compressor()->compress(plain.data(), plain.size(), 3, plain.size());
+    const auto whole = fs::make_buffer_zstd_decoder();
     std::string out(plain.size(), '!');
-    ASSERT_TRUE(whole.decode(packed.data(), packed.size(), out.data(), out.size()));
+    ASSERT_TRUE(whole->decode(packed.data(), packed.size(), out.data(), out.size()));
     EXPECT_TRUE(out == plain);
 
     const std::uint8_t* const end = packed.data() + packed.size();
@@ -217,8 +217,9 @@ TEST(Zstd, WritesFramesOfAMebibyteWithATableThatFindsThem) {
     EXPECT_TRUE(table.starts.empty());
 
     const std::string random = sample(0);
-    EXPECT_TRUE(fs::compress_zstd(random.data(), random.size(), 3).empty()) << "it would not be smaller";
-    const auto one_frame = fs::compress_zstd(plain.data(), 1000, 19);
+    EXPECT_TRUE(fs::make_zstd_compressor()->compress(random.data(), random.size(), 3, random.size()).empty())
+        << "it would not be smaller";
+    const auto one_frame = fs::make_zstd_compressor()->compress(plain.data(), 1000, 19, 1000);
     EXPECT_EQ(fs::ZstdSeekTable::size_by_footer(one_frame.data() + one_frame.size() - 9), 0u);
 }
 

@@ -24,7 +24,7 @@ std::string read_in_steps(SFsFile& file, std::size_t step) {
 }
 
 Entry zstd_entry(const std::string& name, const std::string& data) {
-    const auto packed = fs::compress_zstd(data.data(), data.size(), 3);
+    const auto packed = fs::make_zstd_compressor()->compress(data.data(), data.size(), 3, data.size());
     Entry entry = packs::stored_entry(name, std::string(packed.begin(), packed.end()));
     entry.method = EFSPackMethod::ZSTD;
     entry.size = static_cast<std::uint32_t>(data.size());

@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <new>
-#include <optional>
 #include <utility>
 
 #include "engine/filesystem/contract/set_error.h"
@@ -45,16 +44,14 @@ struct WholeDecoders::Worker {
     }
 
     bool decode(const PackedData& data, const std::uint8_t* bytes, std::uint8_t* out) {
-        if (data.method == EFSPackMethod::ZSTD) {
-            if (!zstd) zstd.emplace();
-            return zstd->decode(bytes, data.packed_size, out, data.size);
-        }
-        if (!inflater) inflater.emplace();
-        return inflater->inflate(bytes, data.packed_size, out, data.size);
+        const bool is_zstd = data.method == EFSPackMethod::ZSTD;
+        std::unique_ptr<BufferDecoder>& decoder = is_zstd ? zstd : inflater;
+        if (!decoder) decoder = is_zstd ? make_buffer_zstd_decoder() : make_buffer_inflater();
+        return decoder->decode(bytes, data.packed_size, out, data.size);
     }
 
-    std::optional<BufferInflater> inflater;
-    std::optional<BufferZstdDecoder> zstd;
+    std::unique_ptr<BufferDecoder> inflater;
+    std::unique_ptr<BufferDecoder> zstd;
     std::unique_ptr<std::uint8_t, Free> packed;
     std::size_t capacity = 0;
 };
