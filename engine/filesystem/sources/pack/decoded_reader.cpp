@@ -72,12 +72,12 @@ bool DecodedReader::refill() {
     return true;
 }
 
-BlockReader::Step DecodedReader::decode_into(int index) {
+bool DecodedReader::decode_into(int index) {
     Block& block = blocks_[index];
     const std::uint32_t room = block_size - block.fill;
-    if (room == 0) return Step::DONE;
+    if (room == 0) return true;
     if (!started_) set_fault(PackFault::NO_MEMORY);
-    if (!started_) return Step::FAILED;
+    if (!started_) return false;
     DecoderBuffers buffers{.out = bytes_.get() + std::size_t{block_size} * static_cast<unsigned>(index) + block.fill,
                            .out_size = room};
     Decoder::Result result = Decoder::Result::MORE;
@@ -93,10 +93,10 @@ BlockReader::Step DecodedReader::decode_into(int index) {
     }
     if (result == Decoder::Result::DAMAGED || result == Decoder::Result::NO_MEMORY) {
         set_fault(result == Decoder::Result::DAMAGED ? PackFault::DAMAGED : PackFault::NO_MEMORY);
-        return Step::FAILED;  // the bytes before the damage do not count
+        return false;  // the bytes before the damage do not count
     }
     block.fill += room - static_cast<std::uint32_t>(buffers.out_size);
-    return Step::DONE;
+    return true;
 }
 
 void DecodedReader::deliver(int index, std::uint8_t* buffer, std::uint32_t count) {
