@@ -15,17 +15,14 @@ namespace {
 
 constexpr std::size_t piece_size = 1u << 20;
 
-std::vector<std::string> take(FS_NAME* list) {
-    const fs::found_files found(list);
-    return {found.begin(), found.end()};
-}
-
 }  // namespace
 
 fs::file_ptr open_file(const std::string& name) {
-    fs::clear_error();
-    fs::file_ptr file(fs::open(name.c_str(), EFSMode::READ));
-    if (file == nullptr) fail_with_last_error(name, "no source holds it");
+    fs::file_ptr file;
+    attempt(name, "no source holds it", [&] {
+        file = fs::open_file(name.c_str(), EFSMode::READ);
+        return file != nullptr;
+    });
     return file;
 }
 
@@ -48,11 +45,10 @@ bool read_to_end(SFsFile* file, const std::string& name, const TakeBytes& take) 
            fail(name, "it ended after " + std::to_string(at) + " of " + std::to_string(length) + " bytes");
 }
 
-std::vector<std::string> list_files(const std::string& dir, const std::string& mask, bool recursive) {
-    return take(fs::search(dir.c_str(), mask.c_str(), recursive, false));
+std::vector<std::string> list_files(const char* dir, const char* mask, bool recursive) {
+    const fs::found_files found = fs::find_files(dir, mask, recursive);
+    return {found.begin(), found.end()};
 }
-
-std::vector<std::string> list_everything() { return take(fs::search(nullptr, nullptr, true, false)); }
 
 bool is_directory(const std::string& name) {
     const std::string clean = normalised(name);
@@ -111,8 +107,4 @@ bool read_lines(const std::string& path, std::vector<std::string>& lines) {
         if (!line.empty()) lines.push_back(line);
     }
     return true;
-}
-
-std::uint32_t little_endian(const unsigned char* bytes) {
-    return bytes[0] | std::uint32_t{bytes[1]} << 8 | std::uint32_t{bytes[2]} << 16 | std::uint32_t{bytes[3]} << 24;
 }

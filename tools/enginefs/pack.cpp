@@ -148,7 +148,7 @@ bool pack(const Pack& given) {
     if (!session.mount({.root = given.dir, .fallback = false}) || !check_tree(fs::to_path(given.dir), seen) ||
         !is_listed_whole(given.dir))
         return false;
-    std::vector<std::string> names = list_everything();
+    std::vector<std::string> names = list_files();
     const std::string root = lower_case(full_native_path(given.dir)) + "/";
     const std::string out = lower_case(full_native_path(given.out));
     if (out.starts_with(root)) std::erase(names, out.substr(root.size()));
