@@ -9,25 +9,16 @@
 
 namespace fs {
 
-namespace {
-
-std::unique_ptr<Decoder> decoder_for(const PackedData& data) {
-    return data.method == EFSPackMethod::ZSTD ? make_zstd_decoder() : make_inflater();
-}
-
-}  // namespace
-
 std::unique_ptr<EntryReader> EntryReader::create(PackArchive& archive, std::uint32_t entry, const PackedData& data,
                                                  bool exact_seeks) {
-    if (data.method != EFSPackMethod::STORE) return std::make_unique<DecodedReader>(archive, entry, data, nullptr);
+    if (data.method != EFSPackMethod::STORE) return std::make_unique<DecodedReader>(archive, entry, data);
     if (exact_seeks) return std::make_unique<ExactStoredReader>(archive.store(), data);
     return std::make_unique<StoredReader>(archive.store(), data);
 }
 
-DecodedReader::DecodedReader(PackArchive& archive, std::uint32_t entry, const PackedData& data,
-                             std::unique_ptr<Decoder> decoder)
+DecodedReader::DecodedReader(PackArchive& archive, std::uint32_t entry, const PackedData& data)
     : input_(archive.store(), data),
-      decoder_(decoder ? std::move(decoder) : decoder_for(data)),
+      decoder_(data.method == EFSPackMethod::ZSTD ? make_zstd_decoder() : make_inflater()),
       bytes_(new std::uint8_t[std::size_t{2} * block_size]) {
     if (data.method == EFSPackMethod::ZSTD) {
         load_frames(data.size);
