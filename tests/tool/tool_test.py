@@ -225,6 +225,8 @@ def packs(tool):
                ("--add work/made.pak which sub/text.txt", 0, "~made.pak\n$"))
     tool.is_file("work/out/sub/text.txt", PLAIN)
     # What packing does not shrink by the percents asked for is copied into a stream that can be sought in.
+    tool.table(("pack work/made.pak work/in --deterministic",), ("pack work/same.pak work/in --deterministic",))
+    tool.is_file("work/same.pak", tool.read("work/made.pak"))
     tool.write("work/noise/noise.bin", os.urandom(95000) + bytes(5000))
     for options, method in (("--worth 10", "100010  deflated"), ("", r"9\d{4}  deflated"), ("--store bin", "100000  stored"),
                             ("--method zstd", r"9\d{4}  zstd"), ("--method zstd --worth 10", "100010  deflated")):

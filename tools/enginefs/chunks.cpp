@@ -28,37 +28,25 @@ struct Header {
     }
 };
 
-/// Reads headers anywhere in a file.
-class HeaderReader {
-public:
-    explicit HeaderReader(fs::ifile& file) : file_(file) {}
-
-    /// An empty text when there is a header at `offset` of a chunk that ends by `end`, else what is wrong with it.
-    std::string read(std::uint64_t offset, std::uint64_t end, Header& header) {
-        if (end - offset < header_size)
-            return std::to_string(end - offset) + " bytes are left, which is no chunk header";
-        unsigned char bytes[header_size];
-        if (!file_.seek(static_cast<std::int64_t>(offset), EFSSeek::BEGIN) ||
-            file_.read(bytes, header_size) != header_size)
-            return "it cannot be read";
-        header.identifier.assign(bytes, bytes + 4);
-        header.version = little_endian(bytes + 4);
-        header.size = little_endian(bytes + 8);
-        if (!header.is_printable()) return "the identifier is not made of printable characters";
-        const std::uint64_t room = end - offset - header_size;
-        if (header.size > room)
-            return "the chunk \"" + header.identifier + "\" claims " + std::to_string(header.size) + " bytes where " +
-                   std::to_string(room) + " are left";
-        return "";
-    }
-
-private:
-    fs::ifile& file_;
-};
+/// An empty text when there is a header at `offset` of a chunk that ends by `end`, else what is wrong with it.
+std::string read_header(fs::ifile& file, std::uint64_t offset, std::uint64_t end, Header& header) {
+    const std::uint64_t left = end - offset;
+    if (left < header_size) return std::to_string(left) + " bytes are left, which is no chunk header";
+    header.identifier.resize(4);
+    if (!file.seek(static_cast<std::int64_t>(offset), EFSSeek::BEGIN) || file.read(header.identifier.data(), 4) != 4)
+        return "it cannot be read";
+    header.version = file.get_uint();
+    header.size = file.get_uint();
+    if (file.tell() != offset + header_size) return "it cannot be read";
+    if (!header.is_printable()) return "the identifier is not made of printable characters";
+    if (header.size <= left - header_size) return "";
+    return "the chunk \"" + header.identifier + "\" claims " + std::to_string(header.size) + " bytes where " +
+           std::to_string(left - header_size) + " are left";
+}
 
 class ChunkPrinter {
 public:
-    ChunkPrinter(fs::ifile& file, std::string name) : reader_(file), name_(std::move(name)) {}
+    ChunkPrinter(fs::ifile& file, std::string name) : file_(file), name_(std::move(name)) {}
 
     /// Prints the tree that fills the file. Its depth costs memory, never stack.
     bool print_tree(std::uint64_t length) {
@@ -71,12 +59,12 @@ public:
             }
             Header header;
             const std::uint64_t offset = level.at;
-            const std::string wrong = reader_.read(offset, level.end, header);
+            const std::string wrong = read_header(file_, offset, level.end, header);
             level.at = wrong.empty() ? offset + header_size + header.size : level.end;
             if (wrong.empty())
                 show(header, offset);
             else
-                report(offset, wrong);
+                good_ = fail(name_, "it makes no sense from offset " + std::to_string(offset) + " on: " + wrong);
         }
         return good_;
     }
@@ -106,7 +94,7 @@ private:
         if (parses(data, end)) return true;
         if (header.size < header_size) return false;
         Header first;
-        reader_.read(data, end, first);
+        read_header(file_, data, end, first);
         return first.is_printable() && first.version < likely_version;
     }
 
@@ -114,17 +102,13 @@ private:
     bool parses(std::uint64_t at, std::uint64_t end) {
         Header header;
         while (at < end) {
-            if (!reader_.read(at, end, header).empty()) return false;
+            if (!read_header(file_, at, end, header).empty()) return false;
             at += header_size + header.size;
         }
         return true;
     }
 
-    void report(std::uint64_t offset, const std::string& wrong) {
-        good_ = fail(name_, "it makes no sense from offset " + std::to_string(offset) + " on: " + wrong);
-    }
-
-    HeaderReader reader_;
+    fs::ifile& file_;
     const std::string name_;
     std::vector<Level> levels_;
     bool good_ = true;

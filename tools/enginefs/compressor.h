@@ -13,31 +13,18 @@
 
 /// A file on its way into a pack.
 struct PackedFile {
-    std::string error;          // not "": why it cannot be packed
-    std::vector<char> plain{};  // kept only when the writer is to pack or store it
-    std::vector<char> packed{};
-    std::uint64_t size = 0;
-    std::uint32_t crc = 0;
+    std::string error;  // not "": why it cannot be packed
+    SFsPackedEntry entry{};
     std::int64_t time = 0;
-    bool deflated = false;
-    EFSPackMethod::TYPE method = EFSPackMethod::STORE;  // of what is not deflated
 };
 
-/// How a file is packed.
-struct PackPlan {
-    EFSPackMethod::TYPE method = EFSPackMethod::DEFLATE;
-    int level = 6;  // 0: stored
-    int worth = 3;  // percent that packing must save, or the file goes in as a deflate stream that only copies
-};
-
-/// Reads and deflates files on every core that gives a thread, and hands them out in their order. What is finished or under way is bounded.
+/// Packs files on every core that gives a thread, and hands them out in their order. What is finished or under way is bounded.
 class Compressor {
 public:
-    /// `load` fills plain, size and time of one file, or its error; it is called from several threads. `plan_of` says
-    /// how a file is packed; the writer does what zstd packs.
-    using Load = std::function<void(std::size_t index, PackedFile& file)>;
-    using PlanOf = std::function<PackPlan(std::size_t index)>;
-    Compressor(std::size_t count, Load load, PlanOf plan_of);
+    /// Makes one file; called from several threads, which have a packer each.
+    using Make = std::function<PackedFile(std::size_t index, fs::entry_packer& packer)>;
+
+    Compressor(std::size_t count, Make make);
     ~Compressor();
     Compressor(const Compressor&) = delete;
     Compressor& operator=(const Compressor&) = delete;
@@ -47,12 +34,10 @@ public:
 
 private:
     void work();
-    PackedFile make(std::size_t index) const;
     bool next_index(std::size_t& index);
 
     const std::size_t count_;
-    const Load load_;
-    const PlanOf plan_of_;
+    const Make make_;
     std::mutex mutex_;  // guards all below
     std::condition_variable changed_;
     std::vector<PackedFile> files_;

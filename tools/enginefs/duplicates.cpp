@@ -119,7 +119,7 @@ struct Given {
 };
 
 bool duplicates(const Given& given) {
-    Names names = list_everything();
+    Names names = list_files();
     names.erase(std::unique(names.begin(), names.end()), names.end());
     if (!given.content_only) show_shadowed(names);
     return given.names_only || show_equal(names);

@@ -1,6 +1,5 @@
 // sources, ls, find, stat, which: what is there, and who wins.
 
-#include <optional>
 #include <set>
 
 #include <nlohmann/json.hpp>
@@ -15,37 +14,25 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-const char* type_name(EFSSourceType::TYPE type) {
-    switch (type) {
-        case EFSSourceType::PLS:
-            return "memory";
-        case EFSSourceType::PACK:
-            return "pack";
-        case EFSSourceType::SPECIAL:
-            return "root";
-        case EFSSourceType::DIR:
-            return "directory";
-    }
-    return "other";
-}
-
-bool is_fallback(const SFsSourceInfo& source) {
-    return source.type == EFSSourceType::SPECIAL && source.path_name.empty() && source.file_name.empty();
+const char* kind_of(const SFsSourceInfo& source) {
+    if (source.type == EFSSourceType::PLS) return "memory";
+    if (source.type == EFSSourceType::PACK) return "pack";
+    if (source.type == EFSSourceType::DIR) return "directory";
+    return source.path_name.empty() && source.file_name.empty() ? "fallback" : "root";
 }
 
 std::string place_of(const SFsSourceInfo& source) {
-    return is_fallback(source) ? "(the disk itself)" : source.path_name + source.file_name;
+    const std::string place = source.path_name + source.file_name;
+    return place.empty() ? "(the disk itself)" : place;
 }
-
-std::string kind_of(const SFsSourceInfo& source) { return is_fallback(source) ? "fallback" : type_name(source.type); }
 
 struct NoArguments {};
 
 bool show_sources(const NoArguments&) {
     const std::vector<SFsSourceInfo> sources = all_sources();
     for (const SFsSourceInfo& source : sources)
-        print(formatted("%-10s %-9s ", kind_of(source).c_str(), source.writable ? "writable" : "read-only") +
-              place_of(source) + (source.is_protected ? " (protected)" : "") + "\n");
+        print(formatted("%-10s %-9s ", kind_of(source), source.writable ? "writable" : "read-only") + place_of(source) +
+              (source.is_protected ? " (protected)" : "") + "\n");
     return true;
 }
 
@@ -59,68 +46,52 @@ struct Ls {
 
 std::vector<std::string> subdirectories(const std::string& dir) {
     std::set<std::string> names;
-    const std::string prefix = dir.empty() ? "" : dir + "/";
     const fs::idir* const node = fs::search_dir(dir.c_str());
     for (const fs::idir* child = node != nullptr ? node->first_child() : nullptr; child != nullptr;
          child = child->next_sibling())
-        names.insert(prefix + child->name());
+        names.insert((dir.empty() ? "" : dir + "/") + child->name());
     return {names.begin(), names.end()};
 }
 
-/// The size in bytes; nothing where it is not known.
-std::optional<std::uint64_t> size_of(const std::string& name) {
-    const fs::file_ptr file(fs::open(name.c_str(), EFSMode::READ));
-    const std::uint64_t size = fs::length(file.get());
-    return size == failed ? std::nullopt : std::optional(size);
-}
+/// The size in bytes, or `failed` where it is not known.
+std::uint64_t size_of(const std::string& name) { return fs::length(fs::open_file(name.c_str(), EFSMode::READ).get()); }
 
-std::string long_line(const std::string& name) {
-    const std::optional<std::uint64_t> size = size_of(name);
-    const std::string time = time_of(name);
-    return formatted("%12s  %-19s  ", size ? std::to_string(*size).c_str() : "-", time.empty() ? "-" : time.c_str()) +
-           name + "\n";
-}
-
-Json json_entry(const std::string& name, bool long_form) {
-    Json entry{{"name", name}, {"kind", "file"}};
-    if (!long_form) return entry;
-    const std::optional<std::uint64_t> size = size_of(name);
-    const std::string time = time_of(name);
-    entry["size"] = size ? Json(*size) : Json(nullptr);
-    entry["time"] = time.empty() ? Json(nullptr) : Json(time);
-    return entry;
-}
-
-void print_listing(const Ls& options, const std::vector<std::string>& dirs, const std::vector<std::string>& files) {
-    for (const std::string& dir : dirs) print((options.long_form ? std::string(35, ' ') : "") + dir + "/\n");
-    for (const std::string& file : files) print(options.long_form ? long_line(file) : file + "\n");
-}
-
-void print_json(const Ls& options, const std::vector<std::string>& dirs, const std::vector<std::string>& files) {
+bool print_listing(const Ls& options, const std::vector<std::string>& dirs, const std::vector<std::string>& files) {
     Json all = Json::array();
-    for (const std::string& dir : dirs) all.push_back({{"name", dir}, {"kind", "directory"}});
-    for (const std::string& file : files) all.push_back(json_entry(file, options.long_form));
-    // Names are bytes; what is no UTF-8 is shown with replacement characters instead of ending the listing.
-    print(all.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+    for (const std::string& dir : dirs) {
+        all.push_back({{"name", dir}, {"kind", "directory"}});
+        if (!options.json) print((options.long_form ? std::string(35, ' ') : "") + dir + "/\n");
+    }
+    for (const std::string& file : files) {
+        const std::uint64_t size = options.long_form ? size_of(file) : failed;
+        const std::string time = options.long_form ? time_of(file) : "";
+        const std::string size_text = size != failed ? std::to_string(size) : "-";
+        const std::string columns = formatted("%12s  %-19s  ", size_text.c_str(), time.empty() ? "-" : time.c_str());
+        if (!options.json) print((options.long_form ? columns : "") + file + "\n");
+        Json item{{"name", file}, {"kind", "file"}};
+        if (options.long_form)
+            item.update({{"size", size != failed ? Json(size) : Json()}, {"time", time.empty() ? Json() : Json(time)}});
+        all.push_back(std::move(item));
+    }
+    return !options.json || print_json(all);
 }
 
 bool list(const Ls& options) {
-    const std::string dir = normalised(options.dir == "." || options.dir == "/" ? "" : options.dir);
-    const std::string clean = !dir.empty() && dir.back() == '/' ? dir.substr(0, dir.size() - 1) : dir;
-    const std::vector<std::string> files = list_files(clean, options.mask, options.recursive);
+    std::string dir = normalised(options.dir == "." || options.dir == "/" ? "" : options.dir);
+    if (dir.ends_with('/')) dir.pop_back();
+    const std::vector<std::string> files = list_files(dir.c_str(), options.mask.c_str(), options.recursive);
     std::vector<std::string> dirs;
-    if (!options.recursive && options.mask.empty()) dirs = subdirectories(clean);
-    if (files.empty() && dirs.empty() && fs::search_dir(clean.c_str()) == nullptr && !clean.empty())
+    if (!options.recursive && options.mask.empty()) dirs = subdirectories(dir);
+    if (files.empty() && dirs.empty() && fs::search_dir(dir.c_str()) == nullptr && !dir.empty())
         return fail(options.dir, "no source has such a directory");
     if (files.empty() && !options.mask.empty()) return fail(options.mask, "no file matches");
-    options.json ? print_json(options, dirs, files) : print_listing(options, dirs, files);
-    return true;
+    return print_listing(options, dirs, files);
 }
 
 bool find(const Name& given) {
     const std::string wanted = lower_case(given.name);
     bool found = false;
-    for (const std::string& name : list_everything()) {
+    for (const std::string& name : list_files()) {
         if (name.find(wanted) == std::string::npos) continue;
         print(name + "\n");
         found = true;
@@ -147,21 +118,20 @@ bool show_file(const Name& given) {
     if (holders.empty()) return fail_not_held(name);
     const fs::file_ptr file = open_file(name);
     if (file == nullptr) return false;
+    const auto show = [](const char* what, const std::string& text) { print(formatted("%-11s", what) + text + "\n"); };
+    const auto path = [&](auto which_path) { return ask(name, [&] { return which_path(name.c_str()); }); };
+    const auto yes_no = [&](auto is_so) { return ask(name, [&] { return is_so(name.c_str()); }) ? "yes" : "no"; };
     const std::uint64_t size = fs::length(file.get());
     const std::string time = time_of(name);
     const std::string place = place_on_disk(name);
-    const auto path = [&](auto which_path) { return ask(name, [&] { return which_path(name.c_str()); }); };
-    const auto yes_no = [&](auto is_so) -> std::string {
-        return ask(name, [&] { return is_so(name.c_str()); }) ? "yes" : "no";
-    };
-    print("name       " + path(fs::root_path) + "\n");
-    print("source     " + place_of(holders[0]) + " (" + kind_of(holders[0]) + ")\n");
-    print("full path  " + (place.empty() ? path(fs::full_path) : place) + "\n");
-    print("size       " + (size != failed ? std::to_string(size) : "unknown") + "\n");
-    print("written    " + (time.empty() ? "unknown" : time + " UTC") + "\n");
-    print("read-only  " + yes_no(fs::read_only) + "\n");
-    print("protected  " + yes_no(fs::is_protected) + "\n");
-    print("shadows    " + std::to_string(holders.size() - 1) + "\n");
+    show("name", path(fs::root_path));
+    show("source", place_of(holders[0]) + " (" + kind_of(holders[0]) + ")");
+    show("full path", place.empty() ? std::string(path(fs::full_path)) : place);
+    show("size", size != failed ? std::to_string(size) : "unknown");
+    show("written", time.empty() ? "unknown" : time + " UTC");
+    show("read-only", yes_no(fs::read_only));
+    show("protected", yes_no(fs::is_protected));
+    show("shadows", std::to_string(holders.size() - 1));
     return true;
 }
 

@@ -46,7 +46,7 @@ struct ReleaseBatch {
 bool choose_names(const Given& given, std::vector<std::string>& names) {
     names = given.names;
     if (!given.order.empty() && !read_lines(given.order, names)) return false;
-    if (given.order.empty() && names.empty()) names = list_everything();
+    if (given.order.empty() && names.empty()) names = list_files();
     return !names.empty() || fail("load", "there is nothing to load");
 }
 
@@ -87,20 +87,17 @@ void print_result(const Given& given, const SFsLoadBatch& batch, std::vector<Tim
     if (given.json) {
         Json last = Json::array();
         for (const Timed& load : timed) last.push_back({{"name", load.name}, {"ms", ms_of(load)}});
-        print(Json{{"files", batch.Count()},
-                   {"failed", statistics.failed},
-                   {"bytes", bytes},
-                   {"seconds", seconds},
-                   {"longest_wait_us", statistics.longest_wait},
-                   {"mean_wait_us", statistics.mean_wait},
-                   {"last", last}}
-                  .dump(2) +
-              "\n");
+        print_json({{"files", batch.Count()},
+                    {"failed", statistics.failed},
+                    {"bytes", bytes},
+                    {"seconds", seconds},
+                    {"longest_wait_us", statistics.longest_wait},
+                    {"mean_wait_us", statistics.mean_wait},
+                    {"last", last}});
         return;
     }
-    print(counted(batch.Count(), "file", "files") + formatted(", %" PRIu64 " failed, %" PRIu64
-                                                              " bytes in %.3f s, %.1f MB/s\n",
-                                                              statistics.failed, bytes, seconds, rate));
+    print(counted(batch.Count(), "file", "files") + ", " + std::to_string(statistics.failed) + " failed, " +
+          std::to_string(bytes) + formatted(" bytes in %.3f s, %.1f MB/s\n", seconds, rate));
     print(formatted("waited for a worker: %.3f ms on average, %.3f ms at most\n",
                     static_cast<double>(statistics.mean_wait) / 1000,
                     static_cast<double>(statistics.longest_wait) / 1000));

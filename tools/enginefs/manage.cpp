@@ -8,6 +8,7 @@
 #include <optional>
 #include <sstream>
 #include <system_error>
+#include <utility>
 
 #include <engine/filesystem.h>
 
@@ -42,14 +43,12 @@ bool remove_one(const std::string& name, bool recursive) {
 bool rm(const Rm& given) {
     bool good = true;
     for (const std::string& name : given.names) {
-        if (!remove_one(name, given.recursive)) {
-            good = false;
-            continue;
-        }
-        const std::vector<SFsSourceInfo> others = holders_of(name);
+        const bool removed = remove_one(name, given.recursive);
+        const std::vector<SFsSourceInfo> others = removed ? holders_of(name) : std::vector<SFsSourceInfo>();
         if (!others.empty())
             note(name,
                  "it was removed from one source; " + others[0].path_name + others[0].file_name + " holds it still");
+        good = removed && good;
     }
     return good;
 }
@@ -81,33 +80,23 @@ struct Crc {
     std::vector<std::string> names;
 };
 
-/// Tells the progress of one checksum after another to one display.
-struct CrcProgress {
-    Progress* progress;
-    std::uint64_t told;
-
-    static bool tell(std::uint64_t done, std::uint64_t, void* user) {
-        auto* const self = static_cast<CrcProgress*>(user);
-        self->progress->add(done - self->told);
-        self->told = done;
-        return true;
-    }
-};
-
 bool crc(const Crc& given) {
-    Progress progress("crc", 0, true);
+    struct Told {
+        Progress progress{"crc", 0, true};
+        std::uint64_t done = 0;
+    } told;
+    const auto tell = [](std::uint64_t done, std::uint64_t, void* user) {
+        auto& all = *static_cast<Told*>(user);
+        all.progress.add(done - std::exchange(all.done, done));
+        return true;
+    };
     bool good = true;
     for (const std::string& name : given.names) {
-        CrcProgress told{&progress, 0};
-        fs::CrcCalcArgs args;
-        args.path = name.c_str();
-        args.buffer_size = 1u << 20;
-        args.progress = CrcProgress::tell;
-        args.user = &told;
-        if (attempt(name, "it cannot be read", [&] { return fs::calc_file_crc(args); }))
-            print(formatted("%08" PRIx32 " %12" PRIu64 "  ", args.crc, args.size) + name + "\n");
-        else
-            good = false;
+        fs::CrcCalcArgs args{.path = name.c_str(), .buffer_size = 1u << 20, .progress = tell, .user = &told};
+        told.done = 0;
+        const bool read = attempt(name, "it cannot be read", [&] { return fs::calc_file_crc(args); });
+        if (read) print(formatted("%08" PRIx32 " %12" PRIu64 "  ", args.crc, args.size) + name + "\n");
+        good = read && good;
     }
     return good;
 }

@@ -15,12 +15,6 @@ namespace {
 
 constexpr std::size_t piece_size = 1u << 20;
 
-std::vector<std::string> search(const char* dir, const char* mask, bool recursive) {
-    const std::string told = dir != nullptr ? dir : "the names of all files";
-    const fs::found_files found(ask(told, [&] { return fs::search(dir, mask, recursive, false); }));
-    return {found.begin(), found.end()};
-}
-
 template <class Call>
 std::vector<SFsSourceInfo> ask_for_sources(const std::string& told, const Call& call) {
     return ask(told, [&] {
@@ -33,9 +27,11 @@ std::vector<SFsSourceInfo> ask_for_sources(const std::string& told, const Call& 
 }  // namespace
 
 fs::file_ptr open_file(const std::string& name) {
-    fs::clear_error();
-    fs::file_ptr file(fs::open(name.c_str(), EFSMode::READ));
-    if (file == nullptr) fail_with_last_error(name, "no source holds it");
+    fs::file_ptr file;
+    attempt(name, "no source holds it", [&] {
+        file = fs::open_file(name.c_str(), EFSMode::READ);
+        return file != nullptr;
+    });
     return file;
 }
 
@@ -66,11 +62,11 @@ std::vector<SFsSourceInfo> holders_of(const std::string& name) {
     return ask_for_sources(name, [&](auto& sources) { fs::find_holders(name.c_str(), sources); });
 }
 
-std::vector<std::string> list_files(const std::string& dir, const std::string& mask, bool recursive) {
-    return search(dir.c_str(), mask.c_str(), recursive);
+std::vector<std::string> list_files(const char* dir, const char* mask, bool recursive) {
+    const std::string told = dir != nullptr ? dir : "the names of all files";
+    const fs::found_files found = ask(told, [&] { return fs::find_files(dir, mask, recursive); });
+    return {found.begin(), found.end()};
 }
-
-std::vector<std::string> list_everything() { return search(nullptr, nullptr, true); }
 
 bool is_directory(const std::string& name) {
     const std::string clean = normalised(name);
@@ -130,8 +126,4 @@ bool read_lines(const std::string& path, std::vector<std::string>& lines) {
         if (!line.empty()) lines.push_back(line);
     }
     return true;
-}
-
-std::uint32_t little_endian(const unsigned char* bytes) {
-    return bytes[0] | std::uint32_t{bytes[1]} << 8 | std::uint32_t{bytes[2]} << 16 | std::uint32_t{bytes[3]} << 24;
 }

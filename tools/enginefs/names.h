@@ -27,11 +27,8 @@ bool read_to_end(SFsFile* file, const std::string& name, const TakeBytes& take);
 std::vector<SFsSourceInfo> all_sources();
 std::vector<SFsSourceInfo> holders_of(const std::string& name);
 
-/// The merged, sorted names of the files in `dir`; "" is the root.
-std::vector<std::string> list_files(const std::string& dir, const std::string& mask, bool recursive);
-
-/// Every name that the file system holds.
-std::vector<std::string> list_everything();
+/// The merged, sorted names of the files in `dir`; "" is the root, null everywhere.
+std::vector<std::string> list_files(const char* dir = nullptr, const char* mask = nullptr, bool recursive = true);
 
 /// Whether the directory index holds a directory of this name.
 bool is_directory(const std::string& name);
@@ -61,6 +58,3 @@ std::string full_native_path(const std::string& path);
 /// The lines of a text file on the disk, empty ones left out, behind those that are there already. False, with a word on
 /// standard error, when it cannot be read.
 bool read_lines(const std::string& path, std::vector<std::string>& lines);
-
-/// The number that four bytes hold, the lowest first.
-std::uint32_t little_endian(const unsigned char* bytes);

@@ -12,6 +12,12 @@ namespace stdfs = std::filesystem;
 
 namespace {
 
+/// What a name has behind it while its file is being made.
+const std::string& suffix() {
+    static const std::string text = formatted(".%08x", static_cast<unsigned>(std::random_device()()));
+    return text;
+}
+
 /// Whether a file may be made in the place of the one that has the name, if one has.
 bool may_replace(const std::string& name) {
     if (is_directory(name)) return fail(name, "it is a directory");
@@ -27,37 +33,40 @@ bool may_replace(const std::string& name) {
 
 Output::~Output() {
     file_.reset();
-    remove_beside();
+    std::error_code error;
+    if (!beside_.empty() && !stdfs::remove(fs::to_path(beside_), error))
+        fail(beside_, "it is incomplete and cannot be removed");
 }
 
 bool Output::open(const std::string& name, FFSOpenFlags::FLAGS flags) {
-    name_ = name;
     if (!may_replace(name)) return false;
     const std::string place = place_on_disk(name);
-    virtual_ = place.empty();
-    return open_beside(virtual_ ? name : place, flags);
+    if (!place.empty()) return open_native(place, name, flags);
+    const std::string beside = name + suffix();
+    if (!create(name, [&] { return fs::open(beside.c_str(), EFSMode::WRITE, flags); })) return false;
+    beside_ = place_on_disk(beside);
+    place_ = beside_.substr(0, beside_.size() - suffix().size());
+    return true;
 }
 
-bool Output::open_native(const std::string& path) {
-    name_ = path;
-    virtual_ = false;
-    return open_beside(path, FFSOpenFlags::NONE);
-}
-
-bool Output::open_beside(const std::string& place, FFSOpenFlags::FLAGS flags) {
-    place_ = place;
+bool Output::open_native(const std::string& path, const std::string& name, FFSOpenFlags::FLAGS flags) {
     std::error_code error;
     // What a link points to is replaced, not the link.
-    if (!virtual_ && stdfs::exists(fs::to_path(place), error))
-        place_ = fs::from_path(stdfs::canonical(fs::to_path(place)));
-    const std::string beside = place_ + formatted(".%08x", static_cast<unsigned>(std::random_device()()));
-    const bool opened = attempt(name_, "it cannot be created", [&] {
-        file_.reset(virtual_ ? fs::open(beside.c_str(), EFSMode::WRITE, flags)
-                             : fs::open_native(nullptr, beside.c_str(), EFSMode::WRITE, flags | FFSOpenFlags::CREATE));
+    const stdfs::path target = stdfs::canonical(fs::to_path(path), error);
+    place_ = error ? path : fs::from_path(target);
+    const std::string beside = place_ + suffix();
+    flags = flags | FFSOpenFlags::CREATE;
+    if (!create(name, [&] { return fs::open_native(nullptr, beside.c_str(), EFSMode::WRITE, flags); })) return false;
+    beside_ = beside;
+    return true;
+}
+
+bool Output::create(const std::string& name, const std::function<SFsFile*()>& open) {
+    name_ = name;
+    return attempt(name_, "it cannot be created", [&] {
+        file_.reset(open());
         return file_ != nullptr;
     });
-    if (opened) beside_ = beside;
-    return opened;
 }
 
 bool Output::write(const void* data, std::uint64_t size) {
@@ -86,20 +95,11 @@ bool Output::finish() {
 }
 
 bool Output::put_in_place() {
-    if (virtual_)
-        return attempt(name_, "it cannot be created", [&] { return fs::rename(beside_.c_str(), place_.c_str()); });
     std::error_code error;
     const stdfs::file_status before = stdfs::status(fs::to_path(place_), error);
     if (stdfs::exists(before)) stdfs::permissions(fs::to_path(beside_), before.permissions(), error);
     stdfs::rename(fs::to_path(beside_), fs::to_path(place_), error);
     return !error || fail(name_, "it cannot be replaced: " + error.message());
-}
-
-void Output::remove_beside() {
-    if (beside_.empty()) return;
-    std::error_code error;
-    const bool gone = virtual_ ? fs::rem_file(beside_.c_str()) : stdfs::remove(fs::to_path(beside_), error);
-    if (!gone) fail(beside_, "it is incomplete and cannot be removed");
 }
 
 bool open_both(const FromTo& given, fs::file_ptr& source, Output& output, FFSOpenFlags::FLAGS flags) {

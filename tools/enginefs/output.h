@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "command.h"
@@ -17,20 +18,18 @@ public:
 
     /// Begins a file of this virtual name: a new one in the first source, or in the place of the one that has the name.
     bool open(const std::string& name, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
-    /// Begins a file of the disk.
-    bool open_native(const std::string& path);
+    /// Begins a file of the disk, of which is told by `name`.
+    bool open_native(const std::string& path, const std::string& name, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
     bool write(const void* data, std::uint64_t size);
     bool finish();
 
 private:
-    bool open_beside(const std::string& place, FFSOpenFlags::FLAGS flags);
+    bool create(const std::string& name, const std::function<SFsFile*()>& open);
     bool put_in_place();
-    void remove_beside();
 
     std::string name_;    // as it is told
-    std::string place_;   // where the file goes: a path of the disk, or a virtual name
+    std::string place_;   // where the file goes
     std::string beside_;  // where it is written; "" when nothing is left there
-    bool virtual_ = false;
     fs::file_ptr file_;
     const Interruption interruption_;
 };

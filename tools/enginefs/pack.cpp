@@ -21,6 +21,7 @@ namespace {
 namespace stdfs = std::filesystem;
 
 constexpr std::size_t most_entries = 65535;
+constexpr std::uint64_t most_bytes = 0xFFFFFFFE;
 // 1980-01-01, where the time of a zip begins: the time of every entry when the pack must not depend on it.
 constexpr std::int64_t fixed_time = 119600064000000000;
 
@@ -77,30 +78,27 @@ bool apply_order(const std::string& path, std::vector<std::string>& names) {
     return true;
 }
 
-void load_file(const std::string& name, bool with_time, PackedFile& file) {
-    const fs::file_ptr open(fs::open(name.c_str(), EFSMode::READ));
+PackedFile make_file(const Pack& given, const SFsPacking& how, const std::string& name, fs::entry_packer& packer) {
+    PackedFile file;
+    std::vector<char> plain;
+    const fs::file_ptr open = fs::open_file(name.c_str(), EFSMode::READ);
     const std::uint64_t length = fs::length(open.get());
-    if (open == nullptr || length == failed) {
+    if (length != failed && length > most_bytes)
+        file.error = "an entry of a pack holds less than 4 GiB";
+    else if (open == nullptr || !fs::read_rest(open.get(), plain))
         file.error = "it cannot be read: " + fs::last_error().text;
-        return;
-    }
-    file.plain.resize(length);
-    if (fs::read(open.get(), file.plain.data(), length) != length) file.error = "it changed while it was read";
-    file.size = length;
-    file.time = with_time ? fs::write_time(name.c_str()) : fixed_time;
+    else if (!packer.pack(plain.data(), plain.size(), how, file.entry))
+        file.error = fs::last_error().text;
+    file.time = given.deterministic ? fixed_time : fs::write_time(name.c_str());
+    return file;
 }
 
-bool add_to_pack(fs::pack_writer& writer, const std::string& out, const std::string& name, const PackPlan& plan,
-                 const PackedFile& file) {
+bool add_to_pack(fs::pack_writer& writer, const std::string& out, const std::string& name, const PackedFile& file) {
     if (!file.error.empty()) return fail(name, file.error);
     fs::clear_error();
-    const int level = file.method == EFSPackMethod::STORE ? 0 : plan.level;
-    const bool added =
-        file.deflated
-            ? writer.add_deflated(name.c_str(), file.packed.data(), file.packed.size(), file.size, file.crc, file.time)
-            : writer.add(name.c_str(), file.plain.data(), file.size, level, file.time, file.method);
     // What is wrong with an entry is said of its name; what fails on the disk, of the pack.
-    return added || fail_with_last_error(fs::last_error().path == name ? name : out, "it cannot be written");
+    return writer.add_packed(name.c_str(), file.entry, file.time) ||
+           fail_with_last_error(fs::last_error().path == name ? name : out, "it cannot be written");
 }
 
 bool write_pack(const Pack& given, const std::vector<std::string>& names) {
@@ -109,20 +107,19 @@ bool write_pack(const Pack& given, const std::vector<std::string>& names) {
     fs::pack_writer writer;
     if (!attempt(given.out, "it cannot be written", [&] { return writer.open(out.c_str()); })) return false;
     const std::set<std::string> stored = extensions_of(given.store);
-    const auto load = [&](std::size_t i, PackedFile& file) { load_file(names[i], !given.deterministic, file); };
     const bool is_zstd = given.method == "zstd";
-    const PackPlan plan{.method = is_zstd ? EFSPackMethod::ZSTD : EFSPackMethod::DEFLATE,
-                        .level = given.level >= 0 ? given.level
-                                 : is_zstd        ? 9
-                                                  : 6,
-                        .worth = given.worth};
-    const auto plan_of = [&](std::size_t i) {
-        return stored.count(fs::from_path(fs::to_path(names[i]).extension())) != 0 ? PackPlan{.level = 0} : plan;
-    };
-    Compressor compressor(names.size(), load, plan_of);
+    const SFsPacking packed{.method = is_zstd ? EFSPackMethod::ZSTD : EFSPackMethod::DEFLATE,
+                            .level = given.level >= 0 ? given.level
+                                     : is_zstd        ? 9
+                                                      : 6,
+                            .worth = given.worth};
+    Compressor compressor(names.size(), [&](std::size_t i, fs::entry_packer& packer) {
+        const bool store = stored.count(fs::from_path(fs::to_path(names[i]).extension())) != 0;
+        return make_file(given, store ? SFsPacking{.method = EFSPackMethod::STORE} : packed, names[i], packer);
+    });
     Progress progress("pack " + given.out, names.size(), false);
     for (std::size_t i = 0; i < names.size(); ++i) {
-        if (!add_to_pack(writer, given.out, names[i], plan, compressor.take(i))) return false;
+        if (!add_to_pack(writer, given.out, names[i], compressor.take(i))) return false;
         if (interruption.requested()) return fail(given.out, "interrupted; it is as it was");
         progress.add(1);
     }
@@ -140,7 +137,7 @@ bool pack(const Pack& given) {
     if (!session.mount({.root = given.dir, .fallback = false}) || !check_tree(fs::to_path(given.dir), seen) ||
         !session.is_whole())
         return false;
-    std::vector<std::string> names = list_everything();
+    std::vector<std::string> names = list_files();
     const std::string root = lower_case(full_native_path(given.dir)) + "/";
     const std::string out = lower_case(full_native_path(given.out));
     if (out.starts_with(root)) std::erase(names, out.substr(root.size()));

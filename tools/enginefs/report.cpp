@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include <nlohmann/json.hpp>
+
 namespace {
 
 int output_error = 0;  // errno of the first write to standard output that failed
@@ -64,6 +66,10 @@ bool print_bytes(const void* data, std::uint64_t size) {
     errno = 0;
     if (std::fwrite(data, 1, size, stdout) != size) remember_failure();
     return output_error == 0;
+}
+
+bool print_json(const nlohmann::ordered_json& json) {
+    return print(json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
 }
 
 int finish_output(int status) {

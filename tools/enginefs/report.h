@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string>
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <engine/filesystem/contract/error.h>
 
 inline constexpr int exit_ok = 0;
@@ -61,6 +63,9 @@ std::string counted(std::uint64_t count, const char* one, const char* many);
 /// Prints to standard output; what cannot be written is remembered for finish_output. False when it was not.
 bool print(const std::string& text);
 bool print_bytes(const void* data, std::uint64_t size);
+
+/// The same of JSON. Names are bytes; what is no UTF-8 is shown with replacement characters.
+bool print_json(const nlohmann::ordered_json& json);
 
 /// `status`, or exit_failed with a message when standard output could not be written.
 int finish_output(int status);

@@ -117,7 +117,7 @@ bool unpack_entry(PackReader& reader, const std::string& entry, const stdfs::pat
     if (!make_directories(root, name)) return false;
     if (stdfs::is_symlink(stdfs::symlink_status(target, error))) stdfs::remove(target, error);
     Output out;
-    if (!out.open_native(fs::from_path(target))) return false;
+    if (!out.open_native(fs::from_path(target), fs::from_path(target))) return false;
     const auto take = [&](const char* data, std::uint64_t size) { return !(stopped = !out.write(data, size)); };
     return reader.read(entry, entry, take) && out.finish();
 }
@@ -169,16 +169,9 @@ bool verify(const Verify& given) {
 }
 
 std::string method_text(std::uint32_t method) {
-    switch (method) {
-        case EFSPackMethod::STORE:
-            return "stored";
-        case EFSPackMethod::DEFLATE:
-            return "deflated";
-        case EFSPackMethod::ZSTD:
-            return "zstd";
-        default:
-            return "method " + std::to_string(method);
-    }
+    if (method == EFSPackMethod::STORE) return "stored";
+    if (method == EFSPackMethod::DEFLATE) return "deflated";
+    return method == EFSPackMethod::ZSTD ? "zstd" : "method " + std::to_string(method);
 }
 
 std::string columns_of(const SFsPackEntry& entry) {
@@ -203,7 +196,7 @@ bool list(const List& given) {
     if (given.json) {
         Json all = Json::array();
         for (const SFsPackEntry& entry : entries) all.push_back(json_of(entry, given.long_form));
-        return print(all.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+        return print_json(all);
     }
     for (const SFsPackEntry& entry : entries) print((given.long_form ? columns_of(entry) : "") + entry.name + "\n");
     return true;

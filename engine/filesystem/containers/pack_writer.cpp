@@ -8,18 +8,15 @@
 #include <string>
 #include <unordered_set>
 #include <utility>
-#include <vector>
 
 #include <engine/filesystem/contract/path.h>
 
-#include "engine/filesystem/containers/pack_writer_names.h"
+#include "engine/filesystem/containers/entry_packer.h"
 #include "engine/filesystem/containers/zip_output.h"
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
-#include "engine/filesystem/formats/deflate.h"
 #include "engine/filesystem/formats/zip.h"
-#include "engine/filesystem/formats/zstd.h"
 #include "engine/kernel/checksum.h"
 
 namespace fs {
@@ -27,25 +24,37 @@ namespace fs {
 namespace {
 
 constexpr const char* beside = ".part";
-constexpr std::uint64_t most_stored = 32768;  // a pack source keeps two blocks of this; a longer entry is sought in
-
-bool fail(EFSError::TYPE code, const std::string& path, std::string text) {
-    set_error(code, path.c_str(), "The pack writer " + std::move(text) + ".");
-    return false;
-}
-
 std::string folded(std::string_view text) {
     std::string copy(text);
     fold_text(copy.data(), copy.size());
     return copy;
 }
 
-/// The bytes of an entry as they will stand in the pack.
-struct Packed {
-    EFSPackMethod::TYPE method;
-    const void* data;
-    std::size_t size;
-};
+/// Why no pack source could show a file of this name; null when it could. The text goes on behind "the name".
+const char* refuse_entry_name(std::string_view name) {
+    if (name.empty()) return "is empty";
+    if (name.size() >= path_capacity) return "is longer than 259 bytes";
+    if (name.find('\0') != std::string_view::npos) return "holds a zero byte";
+    if (name.back() == '/' || name.back() == '\\') return "is that of a directory";
+    char normal[path_capacity];
+    name.copy(normal, name.size());
+    normal[name.size()] = '\0';
+    if (is_full_path(normal)) return "is a full path";
+    const Normalized normalized = normalize(normal, normal, true);
+    if (std::string_view(normal, normalized.length) != name) return "is not in normal form";
+    if (name == ".." || name.starts_with("../")) return "climbs above the pack";
+    if (name.find("/#") != std::string_view::npos) return "would be hidden: it has a component that begins with \"#\"";
+    return nullptr;
+}
+
+/// Calls `add` with the state of an open writer, and with a name that is no null.
+template <typename State, typename Add>
+bool when_open(State* state, const char* name, const Add& add) {
+    return guarded(name, false, [&] {
+        const char* const path = name ? name : "";
+        return state ? add(*state, path) : fail_to_pack(EFSError::INVALID_ARGUMENT, path, "is not open");
+    });
+}
 
 }  // namespace
 
@@ -53,30 +62,29 @@ struct pack_writer::State {
     std::string target;
     std::string partial;  // what is being written; "" when nothing is
     ZipOutput output;
-    Deflater deflater;
-    std::vector<std::uint8_t> packed;       // of the entry in hand, when the deflater does not hold it
+    EntryPacker packer;
     std::uint64_t offset = 0;               // end of what was written
     std::string directory;                  // central headers so far
     std::unordered_set<std::string> names;  // in lower case
 
     bool begin(const char* native_path);
     bool check_target() const;
-    Packed pack(const void* data, std::size_t size, int level, EFSPackMethod::TYPE method);
-    bool add(zip::NewEntry entry, const void* data, std::int64_t time);
+    bool add(const char* name, const void* packed, std::uint64_t packed_size, const SFsPackedEntry& told,
+             std::int64_t time);
     bool check(const zip::NewEntry& entry) const;
     bool write_end();
     void drop();
 };
 
 bool pack_writer::State::check_target() const {
-    if (target.empty()) return fail(EFSError::INVALID_NAME, target, "needs a path to write to");
+    if (target.empty()) return fail_to_pack(EFSError::INVALID_NAME, target.c_str(), "needs a path to write to");
     if (target.size() + std::string_view(beside).size() >= path_capacity)
-        return fail(EFSError::INVALID_NAME, target, "takes no path of more than 254 bytes");
+        return fail_to_pack(EFSError::INVALID_NAME, target.c_str(), "takes no path of more than 254 bytes");
     const auto attributes = platform::get_attributes(target.c_str());
     if (attributes && attributes->is_directory)
-        return fail(EFSError::INVALID_NAME, target, "cannot replace a directory");
+        return fail_to_pack(EFSError::INVALID_NAME, target.c_str(), "cannot replace a directory");
     if (attributes && attributes->is_read_only)
-        return fail(EFSError::READ_ONLY, target, "cannot replace a read-only file");
+        return fail_to_pack(EFSError::READ_ONLY, target.c_str(), "cannot replace a read-only file");
     return true;
 }
 
@@ -93,22 +101,32 @@ bool pack_writer::State::begin(const char* native_path) {
 bool pack_writer::State::check(const zip::NewEntry& entry) const {
     const std::string name(entry.name);
     if (const char* reason = refuse_entry_name(entry.name))
-        return fail(EFSError::INVALID_NAME, name, std::string("refuses the entry: the name ") + reason);
-    if (names.contains(folded(name))) return fail(EFSError::ALREADY_EXISTS, name, "has an entry of that name");
+        return fail_to_pack(EFSError::INVALID_NAME, name.c_str(), std::string("refuses the entry: the name ") + reason);
+    if (names.contains(folded(name)))
+        return fail_to_pack(EFSError::ALREADY_EXISTS, name.c_str(), "has an entry of that name");
     if (names.size() >= zip::most_entries)
-        return fail(EFSError::TOO_LARGE, target, "refuses the entry: a pack holds at most 65535");
+        return fail_to_pack(EFSError::TOO_LARGE, target.c_str(), "refuses the entry: a pack holds at most 65535");
     const std::uint64_t entry_bytes = zip::local_header_size + name.size() + entry.packed_size;
     const std::uint64_t end_bytes = directory.size() + zip::central_header_size + name.size() + zip::end_record_size;
     if (offset + entry_bytes + end_bytes > zip::most_bytes)
-        return fail(EFSError::TOO_LARGE, target, "refuses the entry: a pack holds at most 4 GiB in all");
+        return fail_to_pack(EFSError::TOO_LARGE, target.c_str(),
+                            "refuses the entry: a pack holds at most 4 GiB in all");
     return true;
 }
 
 /// Everything that can fail comes before the first line that changes what finish() writes.
-bool pack_writer::State::add(zip::NewEntry entry, const void* data, std::int64_t time) {
+bool pack_writer::State::add(const char* name, const void* packed, std::uint64_t packed_size,
+                             const SFsPackedEntry& told, std::int64_t time) {
+    if (packed_size > zip::most_bytes || told.size > zip::most_bytes)
+        return fail_to_pack(EFSError::TOO_LARGE, name, "takes no entry of 4 GiB or more");
+    zip::NewEntry entry{.name = name,
+                        .crc = told.crc,
+                        .packed_size = static_cast<std::uint32_t>(packed_size),
+                        .size = static_cast<std::uint32_t>(told.size),
+                        .header_offset = static_cast<std::uint32_t>(offset),
+                        .method = told.method};
     if (!check(entry)) return false;
     zip::to_dos_time(time, entry.dos_date, entry.dos_time);
-    entry.header_offset = static_cast<std::uint32_t>(offset);
     std::string local;
     std::string central;
     zip::append_local_header(local, entry);
@@ -117,27 +135,13 @@ bool pack_writer::State::add(zip::NewEntry entry, const void* data, std::int64_t
         directory.reserve(directory.size() * 2 + central.size());
     const auto place = names.insert(folded(entry.name)).first;
     if (!output.write_at(offset, local.data(), local.size()) ||
-        !output.write_at(offset + local.size(), data, entry.packed_size)) {
+        !output.write_at(offset + local.size(), packed, entry.packed_size)) {
         names.erase(place);
         return false;
     }
     directory += central;
     offset += local.size() + entry.packed_size;
     return true;
-}
-
-Packed pack_writer::State::pack(const void* data, std::size_t size, int level, EFSPackMethod::TYPE method) {
-    const Packed stored{EFSPackMethod::STORE, data, size};
-    if (level <= 0 || method == EFSPackMethod::STORE) return stored;
-    if (method == EFSPackMethod::ZSTD) {
-        packed = compress_zstd(data, size, level);
-        if (!packed.empty()) return {method, packed.data(), packed.size()};
-    } else if (deflater.deflate(data, size, level)) {
-        return {EFSPackMethod::DEFLATE, deflater.data(), deflater.size()};
-    }
-    if (size <= most_stored || size_deflated_by_copying(size) > zip::most_bytes) return stored;
-    packed = deflate_by_copying(data, size);
-    return {EFSPackMethod::DEFLATE, packed.data(), packed.size()};
 }
 
 bool pack_writer::State::write_end() {
@@ -172,42 +176,27 @@ bool pack_writer::open(const char* native_path) {
 
 bool pack_writer::add(const char* name, const void* data, std::uint64_t size, int level, std::int64_t time,
                       EFSPackMethod::TYPE method) {
-    return guarded(name, false, [&] {
-        zip::NewEntry entry{.name = name ? name : "", .size = static_cast<std::uint32_t>(size)};
-        const std::string path(entry.name);
-        if (!state_) return fail(EFSError::INVALID_ARGUMENT, path, "is not open");
-        if (!data && size != 0) return fail(EFSError::INVALID_ARGUMENT, path, "was given no data");
-        if (size > zip::most_bytes) return fail(EFSError::TOO_LARGE, path, "refuses an entry of 4 GiB or more");
-        if (method != EFSPackMethod::STORE && method != EFSPackMethod::DEFLATE && method != EFSPackMethod::ZSTD)
-            return fail(EFSError::INVALID_ARGUMENT, path, "knows no such method");
-        if (method == EFSPackMethod::ZSTD && !has_zstd())
-            return fail(EFSError::UNSUPPORTED, path, "was built without zstd");
-        const int most = method == EFSPackMethod::ZSTD ? 22 : 12;
-        if (level < 0 || (level > most && method != EFSPackMethod::STORE))
-            return fail(EFSError::INVALID_ARGUMENT, path, "takes levels from 0 to " + std::to_string(most) + " for it");
-        const void* bytes = size != 0 ? data : "";
-        entry.crc = kernel::crc32(0, bytes, static_cast<std::size_t>(size));
-        const Packed packed = state_->pack(bytes, static_cast<std::size_t>(size), level, method);
-        entry.method = packed.method;
-        entry.packed_size = static_cast<std::uint32_t>(packed.size);
-        return state_->add(entry, packed.data, time);
+    return when_open(state_.get(), name, [&](State& state, const char* path) {
+        SFsPackedEntry entry{.bytes = {}, .size = size};
+        entry.method = state.packer.pack(path, data, size, {.method = method, .level = level}, entry.bytes);
+        entry.crc = kernel::crc32(0, data, static_cast<std::size_t>(size));
+        const bool stored = entry.method == EFSPackMethod::STORE;
+        return state.add(path, stored ? data : entry.bytes.data(), stored ? size : entry.bytes.size(), entry, time);
+    });
+}
+
+bool pack_writer::add_packed(const char* name, const SFsPackedEntry& entry, std::int64_t time) {
+    return when_open(state_.get(), name, [&](State& state, const char* path) {
+        return state.add(path, entry.bytes.data(), entry.bytes.size(), entry, time);
     });
 }
 
 bool pack_writer::add_deflated(const char* name, const void* packed, std::uint64_t packed_size, std::uint64_t size,
                                std::uint32_t crc, std::int64_t time) {
-    return guarded(name, false, [&] {
-        const zip::NewEntry entry{.name = name ? name : "",
-                                  .crc = crc,
-                                  .packed_size = static_cast<std::uint32_t>(packed_size),
-                                  .size = static_cast<std::uint32_t>(size),
-                                  .method = EFSPackMethod::DEFLATE};
-        const std::string path(entry.name);
-        if (!state_) return fail(EFSError::INVALID_ARGUMENT, path, "is not open");
-        if (!packed || packed_size == 0) return fail(EFSError::INVALID_ARGUMENT, path, "was given no data");
-        if (size > zip::most_bytes || packed_size > zip::most_bytes)
-            return fail(EFSError::TOO_LARGE, path, "refuses an entry of 4 GiB or more");
-        return state_->add(entry, packed, time);
+    return when_open(state_.get(), name, [&](State& state, const char* path) {
+        if (!packed || packed_size == 0) return fail_to_pack(EFSError::INVALID_ARGUMENT, path, "was given no data");
+        return state.add(path, packed, packed_size,
+                         {.bytes = {}, .size = size, .crc = crc, .method = EFSPackMethod::DEFLATE}, time);
     });
 }
 

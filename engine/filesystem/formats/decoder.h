@@ -47,4 +47,13 @@ public:
     virtual bool restore(const Checkpoint& /*from*/) { return false; }
 };
 
+/// Decodes whole buffers in one call, the fastest way there is, keeping its state for the next one.
+/// Threads  one at a time.
+class BufferDecoder {
+public:
+    virtual ~BufferDecoder() = default;
+    /// Whether the packed bytes are good and make exactly `out_size` bytes.
+    virtual bool decode(const void* packed, std::size_t packed_size, void* out, std::size_t out_size) = 0;
+};
+
 }  // namespace fs

@@ -101,46 +101,53 @@ std::unique_ptr<Decoder> make_inflater(InflateEngine engine) {
     return std::make_unique<ZlibInflater>();
 }
 
+namespace {
+
 #if ENGINE_HAS_LIBDEFLATE
 
-struct BufferInflater::State {
-    State() {
-        if (!raw) throw std::bad_alloc();
-    }
-    ~State() { libdeflate_free_decompressor(raw); }
-    State(const State&) = delete;
-    State& operator=(const State&) = delete;
-
-    libdeflate_decompressor* const raw = libdeflate_alloc_decompressor();
+struct FreeDecompressor {
+    void operator()(libdeflate_decompressor* raw) const { libdeflate_free_decompressor(raw); }
 };
 
-bool BufferInflater::inflate(const void* packed, std::size_t packed_size, void* out, std::size_t out_size) {
-    return libdeflate_deflate_decompress(state_->raw, packed, packed_size, out, out_size, nullptr) ==
-           LIBDEFLATE_SUCCESS;
-}
+class BufferInflater final : public BufferDecoder {
+public:
+    BufferInflater() : raw_(libdeflate_alloc_decompressor()) {
+        if (!raw_) throw std::bad_alloc();
+    }
+    bool decode(const void* packed, std::size_t packed_size, void* out, std::size_t out_size) override {
+        return libdeflate_deflate_decompress(raw_.get(), packed, packed_size, out, out_size, nullptr) ==
+               LIBDEFLATE_SUCCESS;
+    }
+
+private:
+    const std::unique_ptr<libdeflate_decompressor, FreeDecompressor> raw_;
+};
 
 #else
 
-struct BufferInflater::State {
-    const std::unique_ptr<Decoder> stream = make_inflater();
-};
+class BufferInflater final : public BufferDecoder {
+public:
+    bool decode(const void* packed, std::size_t packed_size, void* out, std::size_t out_size) override {
+        DecoderBuffers buffers{.in = static_cast<const std::uint8_t*>(packed),
+                               .in_size = packed_size,
+                               .out = static_cast<std::uint8_t*>(out),
+                               .out_size = out_size};
+        if (!stream_->start()) return false;
+        Decoder::Result result = stream_->decode(buffers);
+        // A stream may still have its end to tell when its last byte is out.
+        if (result == Decoder::Result::MORE && buffers.out_size == 0) result = stream_->decode(buffers);
+        return result == Decoder::Result::END && buffers.out_size == 0;
+    }
 
-bool BufferInflater::inflate(const void* packed, std::size_t packed_size, void* out, std::size_t out_size) {
-    DecoderBuffers buffers{.in = static_cast<const std::uint8_t*>(packed),
-                           .in_size = packed_size,
-                           .out = static_cast<std::uint8_t*>(out),
-                           .out_size = out_size};
-    if (!state_->stream->start()) return false;
-    Decoder::Result result = state_->stream->decode(buffers);
-    // A stream may still have its end to tell when its last byte is out.
-    if (result == Decoder::Result::MORE && buffers.out_size == 0) result = state_->stream->decode(buffers);
-    return result == Decoder::Result::END && buffers.out_size == 0;
-}
+private:
+    const std::unique_ptr<Decoder> stream_ = make_inflater();
+};
 
 #endif
 
-BufferInflater::BufferInflater() : state_(std::make_unique<State>()) {}
-BufferInflater::~BufferInflater() = default;
+}  // namespace
+
+std::unique_ptr<BufferDecoder> make_buffer_inflater() { return std::make_unique<BufferInflater>(); }
 
 bool inflate_zlib_stream(const void* packed, std::size_t packed_size, void* out, std::size_t capacity,
                          std::size_t& length) {

@@ -20,21 +20,8 @@ InflateEngine best_inflate_engine();
 /// A decoder of raw deflate (RFC 1951). May throw std::bad_alloc.
 std::unique_ptr<Decoder> make_inflater(InflateEngine engine = best_inflate_engine());
 
-/// Inflates whole buffers of raw deflate in one call, the fastest way there is, keeping its state for the next one.
-class BufferInflater {
-public:
-    BufferInflater();  // may throw std::bad_alloc
-    ~BufferInflater();
-    BufferInflater(const BufferInflater&) = delete;
-    BufferInflater& operator=(const BufferInflater&) = delete;
-
-    /// Whether the stream is good and makes exactly `out_size` bytes.
-    bool inflate(const void* packed, std::size_t packed_size, void* out, std::size_t out_size);
-
-private:
-    struct State;
-    std::unique_ptr<State> state_;
-};
+/// The same for whole buffers. May throw std::bad_alloc.
+std::unique_ptr<BufferDecoder> make_buffer_inflater();
 
 /// One call of such an inflater, for zlib streams (RFC 1950) of at most `capacity` bytes. The length in `length`; false when
 /// the stream is damaged, does not fit, or there is no memory.

@@ -105,18 +105,17 @@ std::size_t IsalInflater::ahead_start() const {
 }
 
 std::shared_ptr<const Decoder::Checkpoint> IsalInflater::save() const {
-    Deflater deflater;
-    if (damaged_ || !deflater.deflate(&state_, plain_size, 1)) return nullptr;
+    if (damaged_) return nullptr;
     auto kept = std::make_shared<Kept>();
-    kept->plain.assign(deflater.data(), deflater.data() + deflater.size());
+    kept->plain = make_deflater()->compress(&state_, plain_size, 1, plain_size);
+    if (kept->plain.empty()) return nullptr;
     kept->ahead.assign(state_.tmp_out_buffer + ahead_start(), state_.tmp_out_buffer + state_.tmp_out_valid);
     return kept;
 }
 
 bool IsalInflater::restore(const Checkpoint& from) {
     const auto& kept = static_cast<const Kept&>(from);
-    BufferInflater inflater;
-    if (!inflater.inflate(kept.plain.data(), kept.plain.size(), &state_, plain_size)) return false;
+    if (!make_buffer_inflater()->decode(kept.plain.data(), kept.plain.size(), &state_, plain_size)) return false;
     std::copy(kept.ahead.begin(), kept.ahead.end(), state_.tmp_out_buffer + ahead_start());  // there may be none
     damaged_ = false;
     return true;

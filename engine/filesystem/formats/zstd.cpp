@@ -117,21 +117,25 @@ void append_table(std::vector<std::uint8_t>& out, const std::vector<std::uint8_t
     append_u32(out, table_signature);
 }
 
-}  // namespace
+class BufferZstdDecoder final : public BufferDecoder {
+public:
+    bool decode(const void* packed, std::size_t packed_size, void* out, std::size_t out_size) override {
+        return ZSTD_decompressDCtx(context_.get(), out, out_size, packed, packed_size) == out_size;
+    }
 
-bool has_zstd() { return true; }
-std::unique_ptr<Decoder> make_zstd_decoder() { return std::make_unique<ZstdDecoder>(); }
-
-struct BufferZstdDecoder::State {
-    const std::unique_ptr<ZSTD_DCtx, FreeContext> context = owned(ZSTD_createDCtx());
+private:
+    const std::unique_ptr<ZSTD_DCtx, FreeContext> context_ = owned(ZSTD_createDCtx());
 };
 
-bool BufferZstdDecoder::decode(const void* packed, std::size_t packed_size, void* out, std::size_t out_size) {
-    return ZSTD_decompressDCtx(state_->context.get(), out, out_size, packed, packed_size) == out_size;
-}
+class ZstdCompressor final : public Compressor {
+public:
+    std::vector<std::uint8_t> compress(const void* data, std::size_t size, int level, std::size_t most) override;
 
-std::vector<std::uint8_t> compress_zstd(const void* data, std::size_t size, int level) {
-    const auto context = owned(ZSTD_createCCtx());
+private:
+    const std::unique_ptr<ZSTD_CCtx, FreeContext> context_ = owned(ZSTD_createCCtx());
+};
+
+std::vector<std::uint8_t> ZstdCompressor::compress(const void* data, std::size_t size, int level, std::size_t most) {
     std::vector<std::uint8_t> out;
     std::vector<std::uint8_t> rows;
     const auto* bytes = static_cast<const std::uint8_t*>(data);
@@ -139,18 +143,26 @@ std::vector<std::uint8_t> compress_zstd(const void* data, std::size_t size, int 
         const std::size_t piece = std::min(size - at, frame_plain_size);
         const std::size_t start = out.size();
         out.resize(start + ZSTD_compressBound(piece));
-        const std::size_t packed = ZSTD_compressCCtx(context.get(), out.data() + start, out.size() - start, bytes + at,
-                                                     piece, std::clamp(level, 1, ZSTD_maxCLevel()));
+        const std::size_t packed =
+            ZSTD_compressCCtx(context_.get(), out.data() + start, out.size() - start, bytes + at, piece, level);
         if (ZSTD_isError(packed) != 0) throw std::bad_alloc();  // the one reason that is left
         out.resize(start + packed);
         append_u32(rows, packed);
         append_u32(rows, piece);
-        if (out.size() >= size) return {};
+        if (out.size() > most) return {};
     }
     if (size > frame_plain_size) append_table(out, rows);
-    if (out.size() >= size) out.clear();
+    if (out.size() > most) return {};
+    out.shrink_to_fit();
     return out;
 }
+
+}  // namespace
+
+bool has_zstd() { return true; }
+std::unique_ptr<Decoder> make_zstd_decoder() { return std::make_unique<ZstdDecoder>(); }
+std::unique_ptr<BufferDecoder> make_buffer_zstd_decoder() { return std::make_unique<BufferZstdDecoder>(); }
+std::unique_ptr<Compressor> make_zstd_compressor() { return std::make_unique<ZstdCompressor>(); }
 
 }  // namespace fs
 
@@ -158,20 +170,11 @@ std::vector<std::uint8_t> compress_zstd(const void* data, std::size_t size, int 
 
 namespace fs {
 
-struct BufferZstdDecoder::State {};
-
 bool has_zstd() { return false; }
 std::unique_ptr<Decoder> make_zstd_decoder() { return nullptr; }
-bool BufferZstdDecoder::decode(const void*, std::size_t, void*, std::size_t) { return false; }
-std::vector<std::uint8_t> compress_zstd(const void*, std::size_t, int) { return {}; }
+std::unique_ptr<BufferDecoder> make_buffer_zstd_decoder() { return nullptr; }
+std::unique_ptr<Compressor> make_zstd_compressor() { return nullptr; }
 
 }  // namespace fs
 
 #endif
-
-namespace fs {
-
-BufferZstdDecoder::BufferZstdDecoder() : state_(std::make_unique<State>()) {}
-BufferZstdDecoder::~BufferZstdDecoder() = default;
-
-}  // namespace fs

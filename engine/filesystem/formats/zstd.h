@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "engine/filesystem/formats/compressor.h"
 #include "engine/filesystem/formats/decoder.h"
 
 namespace fs {
@@ -12,28 +13,17 @@ namespace fs {
 // Zstandard (RFC 8878), as entries of packs hold it: one frame, or frames of equal size followed by a table of them in a
 // skippable frame, as zstd's seekable format has it, so that reading can begin at each.
 
-/// Whether the library was built with it. Without, the functions below answer null, false and nothing.
+/// Whether the library was built with it. Without, the functions below answer null; with it they may throw std::bad_alloc.
 bool has_zstd();
 
 /// A decoder of frames that follow one another. It never tells END: a frame more may always come. May throw
 /// std::bad_alloc.
 std::unique_ptr<Decoder> make_zstd_decoder();
 
-/// Decodes whole buffers in one call, keeping its state for the next one.
-class BufferZstdDecoder {
-public:
-    BufferZstdDecoder();  // may throw std::bad_alloc
-    ~BufferZstdDecoder();
-    BufferZstdDecoder(const BufferZstdDecoder&) = delete;
-    BufferZstdDecoder& operator=(const BufferZstdDecoder&) = delete;
-
-    /// Whether the frames are good and make exactly `out_size` bytes.
-    bool decode(const void* packed, std::size_t packed_size, void* out, std::size_t out_size);
-
-private:
-    struct State;
-    std::unique_ptr<State> state_;
-};
+/// The same for whole buffers.
+std::unique_ptr<BufferDecoder> make_buffer_zstd_decoder();
+/// At levels 1 to 22: up to 1 MiB as one frame, more as frames of 1 MiB and a table.
+std::unique_ptr<Compressor> make_zstd_compressor();
 
 /// Where the frames of an entry begin.
 struct ZstdSeekTable {
@@ -48,9 +38,5 @@ struct ZstdSeekTable {
     /// Reads a table of that size. False, with no frames, when it does not fit the entry or its frames are not equal.
     bool read(const std::uint8_t* table, std::uint64_t table_size, std::uint64_t packed_size, std::uint64_t size);
 };
-
-/// Compresses at `level` from 1 to 22: up to 1 MiB as one frame, more as frames of 1 MiB and a table. Empty when the
-/// result would not be smaller. May throw std::bad_alloc.
-std::vector<std::uint8_t> compress_zstd(const void* data, std::size_t size, int level);
 
 }  // namespace fs

@@ -11,18 +11,14 @@
 
 #include <engine/filesystem/sources/pack.h>
 
+#include "engine/filesystem/formats/zip.h"
 #include "engine/kernel/checksum.h"
 #include "tests/support/whole_file.h"
 
 namespace packs {
 
-inline void put_u16(std::string& out, std::uint32_t value) {
-    out.push_back(static_cast<char>(value & 0xFF));
-    out.push_back(static_cast<char>(value >> 8 & 0xFF));
-}
 inline void put_u32(std::string& out, std::uint32_t value) {
-    put_u16(out, value);
-    put_u16(out, value >> 16);
+    for (int shift = 0; shift < 32; shift += 8) out.push_back(static_cast<char>(value >> shift & 0xFF));
 }
 
 inline std::string deflated(const std::string& data, int level = 6, int strategy = Z_DEFAULT_STRATEGY) {
@@ -50,60 +46,53 @@ struct Entry {
     std::string central_extra = {};
     std::string comment = {};
     std::uint32_t crc = 0;
-    std::uint32_t header_offset = 0;  // filled by build() unless `lies_about_offset`
+    std::uint32_t header_offset = 0;  // where `lies_about_offset`
     bool lies_about_offset = false;
 };
 
-inline Entry deflated_entry(const std::string& name, const std::string& data) {
-    Entry entry{.name = name, .packed = deflated(data), .size = static_cast<std::uint32_t>(data.size())};
-    entry.packed_size = static_cast<std::uint32_t>(entry.packed.size());
+inline Entry packed_entry(const std::string& name, const std::string& data, std::uint16_t method,
+                          const std::string& packed) {
+    Entry entry{.name = name, .packed = packed, .size = static_cast<std::uint32_t>(data.size()), .method = method};
+    entry.packed_size = static_cast<std::uint32_t>(packed.size());
     entry.crc = kernel::crc32(0, data.data(), data.size());
     return entry;
 }
-
+inline Entry deflated_entry(const std::string& name, const std::string& data) {
+    return packed_entry(name, data, 8, deflated(data));
+}
 inline Entry stored_entry(const std::string& name, const std::string& data) {
-    Entry entry{.name = name, .packed = data, .size = static_cast<std::uint32_t>(data.size()), .method = 0};
-    entry.packed_size = entry.size;
-    entry.crc = kernel::crc32(0, data.data(), data.size());
-    return entry;
+    return packed_entry(name, data, 0, data);
 }
 
 /// The bytes of a pack of these entries.
 inline std::string build(std::vector<Entry> entries) {
     std::string out;
-    for (Entry& entry : entries) {
-        if (!entry.lies_about_offset) entry.header_offset = static_cast<std::uint32_t>(out.size());
-        put_u32(out, 0x04034B50);
-        for (const std::uint32_t field : {20u, 0u, std::uint32_t{entry.method}, 0u, 0u}) put_u16(out, field);
-        put_u32(out, entry.crc);
-        put_u32(out, entry.packed_size);
-        put_u32(out, entry.size);
-        put_u16(out, static_cast<std::uint32_t>(entry.name.size()));
-        put_u16(out, static_cast<std::uint32_t>(entry.local_extra.size()));
-        out += entry.name + entry.local_extra + entry.packed;
-    }
-    const auto directory = static_cast<std::uint32_t>(out.size());
+    std::string directory;
+    const auto set_size = [](std::string& in, std::size_t at, const std::string& text) {
+        kernel::store_u16(reinterpret_cast<std::uint8_t*>(&in[at]), static_cast<std::uint16_t>(text.size()));
+    };
     for (const Entry& entry : entries) {
-        put_u32(out, 0x02014B50);
-        for (const std::uint32_t field : {20u, 20u, 0u, std::uint32_t{entry.method}, 0u, 0u}) put_u16(out, field);
-        put_u32(out, entry.crc);
-        put_u32(out, entry.packed_size);
-        put_u32(out, entry.size);
-        put_u16(out, static_cast<std::uint32_t>(entry.name.size()));
-        put_u16(out, static_cast<std::uint32_t>(entry.central_extra.size()));
-        put_u16(out, static_cast<std::uint32_t>(entry.comment.size()));
-        for (int field = 0; field < 4; ++field) put_u16(out, 0);
-        put_u32(out, entry.header_offset);
-        out += entry.name + entry.central_extra + entry.comment;
+        const std::size_t local = out.size();
+        const std::size_t central = directory.size();
+        const fs::zip::NewEntry told{
+            .name = entry.name,
+            .crc = entry.crc,
+            .packed_size = entry.packed_size,
+            .size = entry.size,
+            .header_offset = entry.lies_about_offset ? entry.header_offset : static_cast<std::uint32_t>(local),
+            .method = static_cast<EFSPackMethod::TYPE>(entry.method)};
+        fs::zip::append_local_header(out, told);
+        fs::zip::append_central_header(directory, told);
+        set_size(out, local + 28, entry.local_extra);
+        set_size(directory, central + 30, entry.central_extra);
+        set_size(directory, central + 32, entry.comment);
+        out += entry.local_extra + entry.packed;
+        directory += entry.central_extra + entry.comment;
     }
-    const auto size = static_cast<std::uint32_t>(out.size()) - directory;
-    put_u32(out, 0x06054B50);
-    put_u32(out, 0);
-    put_u16(out, static_cast<std::uint32_t>(entries.size()));
-    put_u16(out, static_cast<std::uint32_t>(entries.size()));
-    put_u32(out, size);
-    put_u32(out, directory);
-    put_u16(out, 0);
+    const auto offset = static_cast<std::uint32_t>(out.size());
+    out += directory;
+    fs::zip::append_end_record(out, static_cast<std::uint32_t>(entries.size()), offset,
+                               static_cast<std::uint32_t>(directory.size()));
     return out;
 }
 

@@ -3,7 +3,6 @@
 #include <string>
 #include <vector>
 
-#include "engine/filesystem/sources/pack/directory.h"
 #include "engine/filesystem/sources/pack/table.h"
 #include "fixture.h"
 
@@ -32,45 +31,16 @@ std::string plain_find(const std::vector<File>& sorted, const std::string& dir, 
     return "";
 }
 
-/// A table over these files, in the order given.
-class Table {
-public:
-    explicit Table(const std::vector<File>& files) {
-        Strings dirs{""};
-        for (const File& file : files) {
-            if (std::find(dirs.begin(), dirs.end(), file.dir) == dirs.end()) dirs.push_back(file.dir);
-        }
-        for (const std::string& dir : dirs) append(directory_.dir_text, dir);
-        std::size_t at = 0;
-        for (const std::string& dir : dirs) {
-            directory_.dirs.emplace_back(directory_.dir_text.data() + at, dir.size());
-            at += dir.size();
-        }
-        for (const File& file : files) {
-            fs::PackRecord record{};
-            record.name_offset = static_cast<std::uint32_t>(directory_.names.size());
-            record.name_length = static_cast<std::uint16_t>(file.name.size());
-            record.dir = static_cast<std::uint16_t>(std::find(dirs.begin(), dirs.end(), file.dir) - dirs.begin());
-            directory_.names += file.name.empty() ? std::string(1, '\0') : file.name;
-            directory_.records.push_back(record);
-        }
-        table_.build(std::move(directory_));
-    }
+fs::PackTable build(const std::vector<File>& files) {
+    fs::PackTableBuilder builder(files.size());
+    for (const File& file : files) builder.add(file.dir, file.name, {});
+    return builder.finish();
+}
 
-    std::string find(const std::string& dir, const std::string& name) const {
-        const auto found = table_.find(dir, name);
-        return found ? std::string(table_.dir(*found)) + std::string(table_.name(*found)) : "";
-    }
-    const fs::PackTable& operator*() const { return table_; }
-
-private:
-    static void append(std::vector<char>& all, const std::string& text) {
-        all.insert(all.end(), text.begin(), text.end());
-    }
-
-    fs::PackDirectory directory_;
-    fs::PackTable table_;
-};
+std::string find(const fs::PackTable& table, const std::string& dir, const std::string& name) {
+    const auto found = table.find(dir, name);
+    return found ? std::string(table.dir(*found)) + std::string(table.name(*found)) : "";
+}
 
 std::string random_dir(std::mt19937& random) {
     static const Strings parts = {"a/", "b/", "ab/", "ba/", "a", "/", "x/a/", "b"};
@@ -88,16 +58,16 @@ TEST(PackTable, AnswersLikeAWalkThroughTheSortedFiles) {
             files.push_back({random_dir(random), "longer_than_eight" + std::to_string(random() % names)});
         }
         if (seed % 2 == 0) files.push_back({random_dir(random), ""});
-        const Table table(files);
+        const fs::PackTable table = build(files);
         std::stable_sort(files.begin(), files.end(), comes_before);
         for (int query = 0; query < 400; ++query) {
             const File& some = files[random() % files.size()];
             const std::string dir = query % 2 == 0 ? some.dir : random_dir(random);
-            ASSERT_EQ(table.find(dir, some.name), plain_find(files, dir, some.name))
+            ASSERT_EQ(find(table, dir, some.name), plain_find(files, dir, some.name))
                 << "seed " << seed << " dir " << dir;
         }
-        EXPECT_EQ(table.find("", "longer_than_eight"), "");
-        EXPECT_EQ(table.find("a/", "other"), "");
+        EXPECT_EQ(find(table, "", "longer_than_eight"), "");
+        EXPECT_EQ(find(table, "a/", "other"), "");
     }
 }
 
@@ -110,8 +80,8 @@ TEST(PackTable, HoldsAboutSixtyBytesAnEntryBesideItsNames) {
             files.push_back({one_name ? "d" + std::to_string(i % 700) + "/" : "dir/", one_name ? "name" : number});
             texts += files.back().name.size();
         }
-        const Table table(files);
-        EXPECT_LE((*table).memory(), files.size() * 61 + texts) << one_name;
+        const fs::PackTable table = build(files);
+        EXPECT_LE(table.memory(), files.size() * 61 + texts) << one_name;
     }
 }
 

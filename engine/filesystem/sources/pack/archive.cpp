@@ -1,20 +1,29 @@
 #include "engine/filesystem/sources/pack/archive.h"
 
+#include <algorithm>
 #include <atomic>
 #include <new>
 #include <string>
-#include <utility>
+#include <vector>
 
 #include <engine/filesystem/contract/names.h>
 
+#include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/formats/zip.h"
 #include "engine/filesystem/formats/zstd.h"
-#include "engine/filesystem/sources/pack/directory.h"
+#include "engine/filesystem/sources/pack/walk.h"
 
 namespace fs {
 
 namespace {
+
+// An entry's state: the length of the local header's two texts, which takes 17 bits, the method that it tells, cut to 14
+// bits by what no method is, and whether the header was read at all.
+constexpr std::uint32_t texts_mask = 0x1FFFF;
+constexpr std::uint32_t method_shift = 17;
+constexpr std::uint32_t most_method = 0x3FFF;
+constexpr std::uint32_t located = 1u << 31;
 
 std::uint32_t state_of(PackEntry& entry) {
     return std::atomic_ref<std::uint32_t>(entry.state).load(std::memory_order_relaxed);
@@ -25,19 +34,37 @@ bool is_zip64(const PackEntry& entry) {
            entry.header_offset == zip::in_zip64_field;
 }
 
-std::uint32_t method_bits(std::uint16_t method) {
-    if (method == EFSPackMethod::STORE) return PackEntry::stored;
-    return method == EFSPackMethod::ZSTD ? PackEntry::zstd : 0;
+/// Directories, and what lies in a directory whose name begins with "#", are not files of the pack.
+bool is_visible(std::string_view name) {
+    return (name.empty() || name.back() != '/') && name.find("/#") == std::string_view::npos;
+}
+
+PackTable read_table(const PackStore& store) {
+    DirectoryWalk walk(store);
+    PackTableBuilder table(walk.count());
+    std::vector<char> text;
+    while (walk.next()) {
+        text.assign(walk.name().begin(), walk.name().end());
+        text.push_back('\0');
+        const Normalized normal = normalize(text.data(), text.data(), false);
+        const std::string_view name(text.data(), normal.length);
+        if (!is_visible(name)) continue;
+        const zip::CentralHeader& header = walk.header();
+        table.add(name.substr(0, normal.split), name.substr(normal.split),
+                  {.header_offset = header.header_offset,
+                   .size = header.size,
+                   .packed_size = header.packed_size,
+                   .crc = header.crc});
+    }
+    return table.finish();
 }
 
 }  // namespace
 
 std::shared_ptr<PackArchive> PackArchive::mount(const char* native_path, bool in_memory) {
     auto archive = std::make_shared<PackArchive>();
-    PackDirectory directory;
     if (!archive->store_.open(native_path, in_memory)) return nullptr;
-    if (!read_pack_directory(archive->store_, directory)) return nullptr;
-    archive->table_.build(std::move(directory));
+    archive->table_ = read_table(archive->store_);
     return archive;
 }
 
@@ -51,7 +78,7 @@ void PackArchive::fill_tree(dir& tree) const {
 
 bool PackArchive::locate(std::uint32_t index) {
     PackEntry& entry = table_.entry(index);
-    if ((state_of(entry) & PackEntry::located) != 0) return true;
+    if ((state_of(entry) & located) != 0) return true;
     const auto refuse_entry = [&](EFSError::TYPE code, const char* reason) {
         return refuse(code, full_name(index).c_str(), reason);
     };
@@ -66,20 +93,21 @@ bool PackArchive::locate(std::uint32_t index) {
         return refuse_entry(EFSError::UNSUPPORTED,
                             "The entry is packed by zstd, which this library was built without.");
     // Two threads may both come here; they read the same header and set the same bits.
+    const std::uint32_t method = std::min<std::uint32_t>(header.method, most_method);
     std::atomic_ref<std::uint32_t>(entry.state)
-        .fetch_or(PackEntry::located | method_bits(header.method) | header.texts_size, std::memory_order_relaxed);
+        .fetch_or(located | method << method_shift | header.texts_size, std::memory_order_relaxed);
     return true;
 }
 
 PackedData PackArchive::data_of(std::uint32_t index) {
     PackEntry& entry = table_.entry(index);
     const std::uint32_t state = state_of(entry);
-    PackedData data{
-        .offset = std::uint64_t{entry.header_offset} + zip::local_header_size + (state & PackEntry::texts_mask),
-        .packed_size = entry.packed_size,
-        .size = entry.size};
-    if ((state & PackEntry::stored) != 0) data.method = EFSPackMethod::STORE;
-    if ((state & PackEntry::zstd) != 0) data.method = EFSPackMethod::ZSTD;
+    PackedData data{.offset = std::uint64_t{entry.header_offset} + zip::local_header_size + (state & texts_mask),
+                    .packed_size = entry.packed_size,
+                    .size = entry.size};
+    const std::uint32_t method = (state ^ located) >> method_shift;
+    if (method == EFSPackMethod::STORE) data.method = EFSPackMethod::STORE;
+    if (method == EFSPackMethod::ZSTD) data.method = EFSPackMethod::ZSTD;
     return data;
 }
 

@@ -96,7 +96,7 @@ std::uint64_t BlockReader::decode(std::uint8_t* buffer, std::uint64_t count) {
         delivered += ready;
         if (delivered == count) return delivered;
         if (held.fill == block_size) enter_next_block();
-        if (decode_into(current_) == Step::FAILED) return 0;
+        if (!decode_into(current_)) return 0;
         if (blocks_[current_].fill == blocks_[current_].read) return delivered;
     }
 }

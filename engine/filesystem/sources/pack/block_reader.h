@@ -30,13 +30,10 @@ protected:
         std::uint64_t number = no_block;
     };
 
-    /// What came of one step of decoding.
-    enum class Step { DONE, FAILED };
-
     /// Takes the decoder back to the entry's start.
     virtual void restart() = 0;
-    /// Decodes into block `index` behind its fill, once; adds what came to the fill.
-    virtual Step decode_into(int index) = 0;
+    /// Decodes into block `index` behind its fill, once; adds what came to the fill. False when the decoder failed.
+    virtual bool decode_into(int index) = 0;
     /// Hands over `count` bytes of block `index` from its read position; a null `buffer` drops them.
     virtual void deliver(int index, std::uint8_t* buffer, std::uint32_t count) = 0;
     /// Called when a read is over, for what `deliver` put off. False when the blocks are not to be kept.

@@ -7,72 +7,40 @@
 
 namespace fs {
 
-namespace {
-
-constexpr std::uint64_t share = 50;  // an entry's checkpoints take at most this part of its size
-
-}  // namespace
-
 EntryCheckpoints::EntryCheckpoints(std::uint32_t entry, std::uint32_t size, std::atomic<std::uint64_t>& total,
                                    std::uint64_t most)
-    : total_(total), most_(most), allowed_(std::min<std::uint64_t>(size / share, most)), entry_(entry) {
-    kept_.resize(size / BlockReader::block_size / base_interval + 1);
+    : total_(total), most_(most), entry_(entry) {
+    const std::uint32_t blocks = size / BlockReader::block_size;
+    while (blocks / interval_ > most_kept) interval_ *= 2;
+    kept_.resize(blocks / interval_ + 1);
 }
 
 EntryCheckpoints::~EntryCheckpoints() { total_ -= held_; }
 
 bool EntryCheckpoints::wants(std::uint32_t number) {
     const platform::LockGuard guard(lock_);
-    if (number == 0 || number % interval_ != 0 || number / base_interval >= kept_.size()) return false;
-    return !kept_[number / base_interval].state;
-}
-
-bool EntryCheckpoints::take_room(std::uint64_t bytes) {
-    if (held_ + bytes > allowed_) return false;
-    if (total_.fetch_add(bytes) + bytes > most_) {
-        total_ -= bytes;
-        return false;
-    }
-    held_ += bytes;
-    return true;
-}
-
-void EntryCheckpoints::give_back(std::uint64_t bytes) {
-    held_ -= bytes;
-    total_ -= bytes;
-}
-
-/// False when that would make no room.
-bool EntryCheckpoints::thin_out() {
-    const std::uint32_t step = interval_ / base_interval * 2;
-    bool made_room = false;
-    for (std::size_t i = 0; i < kept_.size(); ++i) {
-        if (i % step == 0 || !kept_[i].state) continue;
-        give_back(kept_[i].state->bytes());
-        kept_[i] = {};
-        made_room = true;
-    }
-    if (made_room) interval_ *= 2;
-    return made_room;
+    return number != 0 && number % interval_ == 0 && number / interval_ < kept_.size() &&
+           !kept_[number / interval_].state;
 }
 
 void EntryCheckpoints::add(std::uint32_t number, EntryCheckpoint checkpoint) {
     const std::uint64_t bytes = checkpoint.state->bytes();
     const platform::LockGuard guard(lock_);
-    EntryCheckpoint& place = kept_[number / base_interval];
+    EntryCheckpoint& place = kept_[number / interval_];
     if (place.state) return;
-    while (!take_room(bytes)) {
-        if (!thin_out()) return;
+    if (total_.fetch_add(bytes) + bytes > most_) {
+        total_ -= bytes;
+        return;
     }
-    if (number % interval_ != 0) return give_back(bytes);
+    held_ += bytes;
     place = std::move(checkpoint);
 }
 
 EntryCheckpoint EntryCheckpoints::find(std::uint32_t number, std::uint32_t after, std::uint32_t& found) {
     const platform::LockGuard guard(lock_);
-    std::size_t i = std::min<std::size_t>(number / base_interval, kept_.size() - 1);
+    std::size_t i = std::min<std::size_t>(number / interval_, kept_.size() - 1);
     while (i > 0 && !kept_[i].state) --i;
-    found = static_cast<std::uint32_t>(i) * base_interval;
+    found = static_cast<std::uint32_t>(i) * interval_;
     return found > after ? kept_[i] : EntryCheckpoint{};
 }
 

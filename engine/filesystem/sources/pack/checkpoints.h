@@ -17,12 +17,12 @@ struct EntryCheckpoint {
 };
 
 /// States of one entry's decoding at the beginnings of some of its blocks. They are taken as decoding passes and shared
-/// by the open files of the entry. When there is no more room for them, every second one goes, so that the entry stays
-/// evenly covered.
+/// by the open files of the entry.
 /// Threads  any.
 class EntryCheckpoints {
 public:
     static constexpr std::uint32_t base_interval = 57;  // in blocks: 1.8 MiB, of which a checkpoint is 2 %
+    static constexpr std::uint32_t most_kept = 420;     // 16 MiB; an entry that would have more has them further apart
 
     /// All entries of the pack together hold `total` bytes, and may hold `most`.
     EntryCheckpoints(std::uint32_t entry, std::uint32_t size, std::atomic<std::uint64_t>& total, std::uint64_t most);
@@ -39,21 +39,16 @@ public:
     EntryCheckpoint find(std::uint32_t number, std::uint32_t after, std::uint32_t& found);
 
 private:
-    bool take_room(std::uint64_t bytes) ENGINE_REQUIRES(lock_);
-    void give_back(std::uint64_t bytes) ENGINE_REQUIRES(lock_);
-    bool thin_out() ENGINE_REQUIRES(lock_);
-
     platform::Mutex lock_;
-    std::vector<EntryCheckpoint> kept_ ENGINE_GUARDED_BY(lock_);  // by block number / base_interval
+    std::vector<EntryCheckpoint> kept_ ENGINE_GUARDED_BY(lock_);  // by block number / interval_
+    std::uint64_t held_ ENGINE_GUARDED_BY(lock_) = 0;             // bytes
     std::atomic<std::uint64_t>& total_;
     const std::uint64_t most_;
-    const std::uint64_t allowed_;  // to this entry, in bytes
     const std::uint32_t entry_;
-    std::uint32_t interval_ ENGINE_GUARDED_BY(lock_) = base_interval;  // doubled as often as they were thinned out
-    std::uint64_t held_ ENGINE_GUARDED_BY(lock_) = 0;
+    std::uint32_t interval_ = base_interval;  // constant, in blocks
 };
 
-/// The checkpoints of all entries of a pack: at most 16 MiB, and 2 % of each entry.
+/// The checkpoints of all entries of a pack: at most 16 MiB.
 /// Threads  any.
 class PackCheckpoints {
 public:

@@ -9,25 +9,16 @@
 
 namespace fs {
 
-namespace {
-
-std::unique_ptr<Decoder> decoder_for(const PackedData& data) {
-    return data.method == EFSPackMethod::ZSTD ? make_zstd_decoder() : make_inflater();
-}
-
-}  // namespace
-
 std::unique_ptr<EntryReader> EntryReader::create(PackArchive& archive, std::uint32_t entry, const PackedData& data,
                                                  bool exact_seeks) {
-    if (data.method != EFSPackMethod::STORE) return std::make_unique<DecodedReader>(archive, entry, data, nullptr);
+    if (data.method != EFSPackMethod::STORE) return std::make_unique<DecodedReader>(archive, entry, data);
     if (exact_seeks) return std::make_unique<ExactStoredReader>(archive.store(), data);
     return std::make_unique<StoredReader>(archive.store(), data);
 }
 
-DecodedReader::DecodedReader(PackArchive& archive, std::uint32_t entry, const PackedData& data,
-                             std::unique_ptr<Decoder> decoder)
+DecodedReader::DecodedReader(PackArchive& archive, std::uint32_t entry, const PackedData& data)
     : input_(archive.store(), data),
-      decoder_(decoder ? std::move(decoder) : decoder_for(data)),
+      decoder_(data.method == EFSPackMethod::ZSTD ? make_zstd_decoder() : make_inflater()),
       bytes_(new std::uint8_t[std::size_t{2} * block_size]) {
     if (data.method == EFSPackMethod::ZSTD) {
         load_frames(data.size);
@@ -72,12 +63,12 @@ bool DecodedReader::refill() {
     return true;
 }
 
-BlockReader::Step DecodedReader::decode_into(int index) {
+bool DecodedReader::decode_into(int index) {
     Block& block = blocks_[index];
     const std::uint32_t room = block_size - block.fill;
-    if (room == 0) return Step::DONE;
+    if (room == 0) return true;
     if (!started_) set_fault(PackFault::NO_MEMORY);
-    if (!started_) return Step::FAILED;
+    if (!started_) return false;
     DecoderBuffers buffers{.out = bytes_.get() + std::size_t{block_size} * static_cast<unsigned>(index) + block.fill,
                            .out_size = room};
     Decoder::Result result = Decoder::Result::MORE;
@@ -93,10 +84,10 @@ BlockReader::Step DecodedReader::decode_into(int index) {
     }
     if (result == Decoder::Result::DAMAGED || result == Decoder::Result::NO_MEMORY) {
         set_fault(result == Decoder::Result::DAMAGED ? PackFault::DAMAGED : PackFault::NO_MEMORY);
-        return Step::FAILED;  // the bytes before the damage do not count
+        return false;  // the bytes before the damage do not count
     }
     block.fill += room - static_cast<std::uint32_t>(buffers.out_size);
-    return Step::DONE;
+    return true;
 }
 
 void DecodedReader::deliver(int index, std::uint8_t* buffer, std::uint32_t count) {

@@ -13,12 +13,12 @@ namespace fs {
 /// checkpoint, a zstd frame, or the entry's start.
 class DecodedReader final : public BlockReader {
 public:
-    /// Without a decoder, the one that the entry's method asks for. May throw std::bad_alloc.
-    DecodedReader(PackArchive& archive, std::uint32_t entry, const PackedData& data, std::unique_ptr<Decoder> decoder);
+    /// May throw std::bad_alloc.
+    DecodedReader(PackArchive& archive, std::uint32_t entry, const PackedData& data);
 
 protected:
     void restart() override;
-    Step decode_into(int index) override;
+    bool decode_into(int index) override;
     void deliver(int index, std::uint8_t* buffer, std::uint32_t count) override;
     bool finish_read() override;
     void begin_block(int index) override;

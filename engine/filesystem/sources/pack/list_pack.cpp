@@ -12,11 +12,8 @@ bool list_pack(const char* native_path, ztl::vector<SFsPackEntry>& out) {
     return guarded(path, false, [&] {
         PackStore store;
         if (!store.open(path, false)) return false;
-        DirectoryWalk walk(store);
-        if (!walk.begin()) return false;
         ztl::vector<SFsPackEntry> entries;
-        entries.reserve(walk.count());
-        while (walk.next()) {
+        for (DirectoryWalk walk(store); walk.next();) {
             if (walk.name().ends_with('/') || walk.name().ends_with('\\')) continue;
             const zip::CentralHeader& header = walk.header();
             entries.push_back({.name = fs::string(walk.name()),
@@ -26,7 +23,6 @@ bool list_pack(const char* native_path, ztl::vector<SFsPackEntry>& out) {
                                .crc = header.crc,
                                .time = zip::from_dos_time(header.dos_date, header.dos_time)});
         }
-        if (!walk.is_whole()) return false;
         out = std::move(entries);
         return true;
     });

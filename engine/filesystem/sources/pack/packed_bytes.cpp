@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
 #include <utility>
 
 namespace fs {
@@ -15,9 +14,7 @@ constexpr std::uint32_t largest_window = 64 * 1024;
 
 PackedBytes::PackedBytes(const PackStore& store, const PackedData& data)
     : store_(store), data_(data), capacity_(std::clamp(data.packed_size, 1u, largest_window)) {
-    if (store.view(data.offset, data.packed_size)) return;
-    window_.reset(static_cast<std::uint8_t*>(std::malloc(capacity_)));
-    if (!window_) throw std::bad_alloc();
+    if (!store.view(data.offset, data.packed_size)) window_.reset(new std::uint8_t[capacity_]);
 }
 
 const std::uint8_t* PackedBytes::view(std::uint32_t offset, std::uint32_t size) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 
 #include "engine/filesystem/sources/pack/archive.h"
@@ -30,17 +29,13 @@ public:
     static constexpr std::uint32_t longest_view = 16384;
 
 private:
-    struct Free {
-        void operator()(std::uint8_t* bytes) const { std::free(bytes); }
-    };
-
     std::uint32_t read(std::uint32_t offset, std::uint8_t* out, std::uint64_t size, std::uint64_t needed);
 
     const PackStore& store_;
     const PackedData data_;
     const std::uint32_t capacity_;
-    std::unique_ptr<std::uint8_t, Free> window_;  // null for a pack in memory
-    std::uint32_t start_ = 0;                     // offset in the packed bytes of the window's first
+    std::unique_ptr<std::uint8_t[]> window_;  // null for a pack in memory
+    std::uint32_t start_ = 0;                 // offset in the packed bytes of the window's first
     std::uint32_t held_ = 0;
     PackFault fault_ = PackFault::NONE;
 };

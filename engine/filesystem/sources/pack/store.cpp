@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
+#include <new>
 
 #include <engine/filesystem/access/monitor.h>
 
@@ -22,9 +22,7 @@ bool PackStore::open(const char* native_path, bool in_memory) {
 
 /// False when the pack cannot be read.
 bool PackStore::load() {
-    if (length_ > std::numeric_limits<std::size_t>::max()) return true;
-    std::unique_ptr<std::uint8_t, Free> bytes(
-        static_cast<std::uint8_t*>(std::malloc(std::max<std::size_t>(1, static_cast<std::size_t>(length_)))));
+    std::unique_ptr<std::uint8_t[]> bytes(new (std::nothrow) std::uint8_t[static_cast<std::size_t>(length_)]);
     if (!bytes) return true;
     const std::uint64_t got = read(0, bytes.get(), length_);
     if (got == failed) return false;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 
@@ -34,14 +33,10 @@ public:
     platform::Mapping map(std::uint64_t offset, std::uint64_t size) const;
 
 private:
-    struct Free {
-        void operator()(std::uint8_t* bytes) const { std::free(bytes); }
-    };
-
     bool load();
 
     platform::File file_;
-    std::unique_ptr<std::uint8_t, Free> memory_;
+    std::unique_ptr<std::uint8_t[]> memory_;
     std::uint64_t length_ = 0;
     std::string path_;
 };

@@ -4,14 +4,14 @@
 
 namespace fs {
 
-BlockReader::Step StoredReader::decode_into(int index) {
+bool StoredReader::decode_into(int index) {
     Block& block = blocks_[index];
     const std::uint32_t piece = std::min(input_.size() - consumed_, input_size);
     // A block kept from before a seek back may be full already; the piece then waits for the next one.
-    if (piece > block_size - block.fill) return Step::DONE;
+    if (piece > block_size - block.fill) return true;
     block.fill += piece;
     consumed_ += piece;
-    return Step::DONE;
+    return true;
 }
 
 void StoredReader::deliver(int index, std::uint8_t* buffer, std::uint32_t count) {

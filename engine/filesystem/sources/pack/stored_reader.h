@@ -17,7 +17,7 @@ public:
 
 protected:
     void restart() override {}
-    Step decode_into(int index) override;
+    bool decode_into(int index) override;
     void deliver(int index, std::uint8_t* buffer, std::uint32_t count) override;
     bool finish_read() override;
     void begin_block(int index) override { origins_[index] = consumed_; }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -9,31 +10,20 @@
 
 namespace fs {
 
-struct PackDirectory;
-
 /// One file of a pack; its name is in the table of names.
 struct PackEntry {
-    // Bits of `state` beside the length of the local header's two texts, which takes the lowest 17.
-    static constexpr std::uint32_t texts_mask = 0x1FFFF;
-    static constexpr std::uint32_t located = 1u << 17;  // the local header was read: the bits below hold
-    static constexpr std::uint32_t stored = 1u << 18;
-    static constexpr std::uint32_t zstd = 1u << 19;  // neither: deflated
-
-    std::uint32_t file;  // its number in the table of names
-    std::uint32_t header_offset;
-    std::uint32_t size;
-    std::uint32_t packed_size;
-    std::uint32_t crc;    // of the plain bytes
-    std::uint32_t state;  // changes once, when the entry is first opened; read and written atomically
+    std::uint32_t header_offset = 0;
+    std::uint32_t size = 0;
+    std::uint32_t packed_size = 0;
+    std::uint32_t crc = 0;    // of the plain bytes
+    std::uint32_t state = 0;  // PackArchive's; changes once, when the entry is first opened
+    std::uint32_t file = 0;   // its number in the table of names
 };
 
 /// The files of a pack in the order of their names, and between equal names of their directories. Nothing but the
-/// entries' states changes after `build`.
+/// entries' states changes once it is built.
 class PackTable {
 public:
-    /// May throw std::bad_alloc.
-    void build(PackDirectory&& directory);
-
     /// Among the files of that name the first, in table order, whose directory ends in `dir` or is the end of `dir`;
     /// the first of all for an empty `dir`. Both texts are in lower case; so below.
     std::optional<std::uint32_t> find(std::string_view dir, std::string_view name) const {
@@ -55,6 +45,8 @@ public:
     std::size_t memory() const { return entries_.capacity() * sizeof(PackEntry) + names_.bytes(); }
 
 private:
+    friend class PackTableBuilder;
+
     std::optional<std::uint32_t> entry_of(std::uint32_t file) const {
         if (file == NameTable::none) return std::nullopt;
         return names_.value(file);
@@ -62,7 +54,31 @@ private:
 
     NameTable names_;  // each file's value is its entry
     std::vector<PackEntry> entries_;
-    std::vector<std::uint32_t> dirs_;  // numbers of the directories, in the order of their texts
+    std::vector<std::uint32_t> dirs_;  // numbers of the directories; once built, in the order of their texts
+};
+
+/// Puts the files of a pack in order. May throw std::bad_alloc.
+class PackTableBuilder {
+public:
+    explicit PackTableBuilder(std::size_t files) { files_.reserve(files); }
+
+    /// Adds a file; `dir` ends in "/" or is empty. Both are in lower case.
+    void add(std::string_view dir, std::string_view name, const PackEntry& told);
+    PackTable finish();
+
+private:
+    struct File {
+        PackEntry told;
+        std::uint32_t name_offset;  // into names_
+        std::uint32_t name_size;
+        std::uint32_t dir;  // index into the table's directories, which stand in the order of their first appearance
+    };
+
+    std::uint32_t index_of(std::string_view dir);
+
+    PackTable table_;
+    std::vector<File> files_;
+    std::string names_;  // at most 65,535 of as many bytes
 };
 
 }  // namespace fs

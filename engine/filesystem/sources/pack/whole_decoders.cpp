@@ -1,8 +1,5 @@
 #include "engine/filesystem/sources/pack/whole_decoders.h"
 
-#include <cstdlib>
-#include <new>
-#include <optional>
 #include <utility>
 
 #include "engine/filesystem/contract/set_error.h"
@@ -15,47 +12,37 @@ namespace fs {
 namespace {
 
 constexpr std::size_t most_idle = 2;
-constexpr std::size_t kept_capacity = 4 * 1024 * 1024;  // a larger buffer is not kept for the next entry
+constexpr std::size_t kept_capacity = 4 * 1024 * 1024;  // what has a larger buffer is not kept
 constexpr std::uint32_t most_packed = 256 * 1024 * 1024;
 
 }  // namespace
 
 struct WholeDecoders::Worker {
-    struct Free {
-        void operator()(std::uint8_t* bytes) const { std::free(bytes); }
-    };
-
-    void reserve(std::size_t size) {
-        if (size <= capacity) return;
-        packed.reset();
-        capacity = 0;
-        const std::size_t rounded = (size + 0xFFFF) & ~std::size_t{0xFFFF};
-        packed.reset(static_cast<std::uint8_t*>(std::malloc(rounded)));
-        if (!packed) throw std::bad_alloc();
-        capacity = rounded;
-    }
-
     /// The packed bytes of an entry; null when the pack does not give them all.
     const std::uint8_t* load(const PackStore& store, const PackedData& data) {
         if (const std::uint8_t* bytes = store.view(data.offset, data.packed_size)) return bytes;
         if (data.offset > store.length() || data.packed_size > store.length() - data.offset) return nullptr;
-        reserve(data.packed_size);
+        if (data.packed_size > capacity) {
+            packed.reset();
+            capacity = 0;
+            const std::size_t rounded = (data.packed_size + std::size_t{0xFFFF}) & ~std::size_t{0xFFFF};
+            packed.reset(new std::uint8_t[rounded]);
+            capacity = rounded;
+        }
         const ErrorKeeper keep;  // whether the blocks fail too is what counts
         return store.read(data.offset, packed.get(), data.packed_size) == data.packed_size ? packed.get() : nullptr;
     }
 
     bool decode(const PackedData& data, const std::uint8_t* bytes, std::uint8_t* out) {
-        if (data.method == EFSPackMethod::ZSTD) {
-            if (!zstd) zstd.emplace();
-            return zstd->decode(bytes, data.packed_size, out, data.size);
-        }
-        if (!inflater) inflater.emplace();
-        return inflater->inflate(bytes, data.packed_size, out, data.size);
+        const bool is_zstd = data.method == EFSPackMethod::ZSTD;
+        std::unique_ptr<BufferDecoder>& decoder = is_zstd ? zstd : inflater;
+        if (!decoder) decoder = is_zstd ? make_buffer_zstd_decoder() : make_buffer_inflater();
+        return decoder->decode(bytes, data.packed_size, out, data.size);
     }
 
-    std::optional<BufferInflater> inflater;
-    std::optional<BufferZstdDecoder> zstd;
-    std::unique_ptr<std::uint8_t, Free> packed;
+    std::unique_ptr<BufferDecoder> inflater;
+    std::unique_ptr<BufferDecoder> zstd;
+    std::unique_ptr<std::uint8_t[]> packed;
     std::size_t capacity = 0;
 };
 
@@ -75,12 +62,8 @@ std::unique_ptr<WholeDecoders::Worker> WholeDecoders::take() {
 }
 
 void WholeDecoders::give_back(std::unique_ptr<Worker> worker) {
-    if (worker->capacity > kept_capacity) {
-        worker->packed.reset();
-        worker->capacity = 0;
-    }
     const platform::LockGuard guard(lock_);
-    if (idle_.size() < most_idle) idle_.push_back(std::move(worker));
+    if (worker->capacity <= kept_capacity && idle_.size() < most_idle) idle_.push_back(std::move(worker));
 }
 
 bool WholeDecoders::decode(const PackStore& store, const PackedData& data, std::uint8_t* buffer) {

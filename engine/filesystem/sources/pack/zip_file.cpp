@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <iterator>
 #include <string>
 #include <utility>
 
@@ -26,25 +27,17 @@ namespace {
 
 constexpr MessageSource messages{"FileSystem", "engine/filesystem/pack"};
 
-const char* words_for(fs::PackFault fault) {
-    switch (fault) {
-        case fs::PackFault::NONE:
-            return "nothing is wrong";
-        case fs::PackFault::DAMAGED:
-            return "its compressed data is damaged";
-        case fs::PackFault::ENDS_EARLY:
-            return "it has fewer bytes than the pack says";
-        case fs::PackFault::CHECKSUM:
-            return "its checksum does not match";
-        case fs::PackFault::PACK_IS_SHORT:
-            return "the pack ends before it does";
-        case fs::PackFault::IO:
-            return "the disk does not give its bytes";
-        case fs::PackFault::NO_MEMORY:
-            return "there is no memory for decoding it";
-    }
-    return "";
-}
+constexpr const char* fault_words[] = {
+    // by PackFault
+    "nothing is wrong",
+    "its compressed data is damaged",
+    "it has fewer bytes than the pack says",
+    "its checksum does not match",
+    "the pack ends before it does",
+    "the disk does not give its bytes",
+    "there is no memory for decoding it",
+};
+static_assert(std::size(fault_words) == static_cast<std::size_t>(fs::PackFault::NO_MEMORY) + 1);
 
 }  // namespace
 
@@ -93,7 +86,7 @@ std::uint64_t SZipFile::read_some(std::uint8_t* buffer, std::uint64_t count) {
 /// The caller's thread has the reason after every read that met it; the log gets one message for each open file.
 void SZipFile::report(fs::PackFault fault) {
     const std::string& pack = archive_->store().path();
-    const char* words = words_for(fault);
+    const char* words = fault_words[static_cast<std::size_t>(fault)];
     if (!std::exchange(told_, true)) {
         log_message(messages, Log::ELevel::ERRR, __LINE__, "The entry '%s' of the pack '%s' cannot be read: %s.\n",
                     fs::file_name(this), pack.c_str(), words);

@@ -5,8 +5,44 @@
 
 #include <engine/filesystem/api.h>
 #include <engine/filesystem/formats/pack_method.h>
+#include <engine/kernel/ztl.h>
+
+/// How an entry is packed. What does not become smaller by `worth` is stored, or, when it is longer than 32 KiB, written
+/// as a deflate stream that only copies, so that it can be sought in.
+struct SFsPacking {
+    EFSPackMethod::TYPE method = EFSPackMethod::DEFLATE;
+    int level = 6;  // 0 stores; 1 to 12 are deflate's, 1 to 22 zstd's, others fail
+    int worth = 0;  // percent that packing must save
+};
+
+/// An entry as it will stand in a pack.
+struct SFsPackedEntry {
+    ztl::vector<std::uint8_t> bytes;
+    std::uint64_t size = 0;  // of the plain bytes, as the next
+    std::uint32_t crc = 0;
+    EFSPackMethod::TYPE method = EFSPackMethod::STORE;  // how `bytes` are packed
+};
 
 namespace fs {
+
+class EntryPacker;
+
+/// Packs entries before they are added, so that one pack is made on as many threads as there are packers.
+/// Threads  one at a time for each packer.
+class ENGINE_FS_API entry_packer {
+public:
+    entry_packer();
+    ~entry_packer();
+    entry_packer(const entry_packer&) = delete;
+    entry_packer& operator=(const entry_packer&) = delete;
+
+    /// Fills `out`. False, with `out` as it was and the reason in fs::last_error, when there is no such method or level,
+    /// no memory, or more data than an entry holds. ZSTD fails (UNSUPPORTED) where the library was built without it.
+    bool pack(const void* data, std::uint64_t size, const SFsPacking& how, SFsPackedEntry& out);
+
+private:
+    std::unique_ptr<EntryPacker> state_;
+};
 
 /// Makes a pack: writes beside its target and takes the target's place in finish. The bytes depend on nothing but the
 /// calls made.
@@ -25,13 +61,13 @@ public:
 
     /// Starts a pack that will be `native_path`; one under way is cancelled.
     bool open(const char* native_path);
-    /// Adds an entry. `level` 0 stores; 1 to 12 are deflate's, 1 to 22 zstd's, others fail. What does not become smaller
-    /// is stored, or, when it is longer than 32 KiB, written as a deflate stream that only copies, so that it can be
-    /// sought in. `size` may be 0. `time` counts 100 ns since 1601 and is written as it is, without regard to time zones.
-    /// ZSTD fails (UNSUPPORTED) where the library was built without it; zip tools of before 2021 cannot read it.
+    /// Packs an entry as SFsPacking says, and adds it. `size` may be 0. `time` counts 100 ns since 1601 and is written as
+    /// it is, without regard to time zones. Zip tools of before 2021 cannot read ZSTD.
     bool add(const char* name, const void* data, std::uint64_t size, int level, std::int64_t time,
              EFSPackMethod::TYPE method = EFSPackMethod::DEFLATE);
-    /// Adds an entry that the caller has deflated (raw, without header). `size` and `crc` are those of the plain bytes.
+    /// Adds an entry that was packed before.
+    bool add_packed(const char* name, const SFsPackedEntry& entry, std::int64_t time);
+    /// The same for one that the caller has deflated (raw, without header). `size` and `crc` are those of the plain bytes.
     bool add_deflated(const char* name, const void* packed, std::uint64_t packed_size, std::uint64_t size,
                       std::uint32_t crc, std::int64_t time);
     /// Writes the directory and puts the pack in the place of its target.
