@@ -1,5 +1,6 @@
 #include "engine/filesystem/contract/set_error.h"
 
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -46,45 +47,33 @@ void store_kind(EFSError::TYPE code, const char* path, std::int32_t os_code) {
     error.path = std::move(kept_path);
 }
 
-const char* reason(platform::Failure failure) {
-    switch (failure) {
-        case platform::Failure::NONE:
-            return "for no known reason";
-        case platform::Failure::NOT_FOUND:
-            return "because it is not on the disk";
-        case platform::Failure::ACCESS_DENIED:
-            return "because the system denies access";
-        case platform::Failure::IN_USE:
-            return "because it is in use";
-        case platform::Failure::ALREADY_EXISTS:
-            return "because it exists already";
-        case platform::Failure::NOT_EMPTY:
-            return "because the directory is not empty";
-        case platform::Failure::DISK_FULL:
-            return "because the disk is full";
-        case platform::Failure::PATH_TOO_LONG:
-            return "because its path is longer than 259 bytes";
-        case platform::Failure::NOT_REGULAR:
-            return "because it is no regular file";
-        case platform::Failure::READ_ONLY:
-            return "because it is read-only";
-        case platform::Failure::INVALID_NAME:
-            return "because the name is not allowed";
-        case platform::Failure::INVALID_HANDLE:
-            return "because the file is not open";
-        case platform::Failure::ABORTED:
-            return "because the operation was aborted";
-        case platform::Failure::OUT_OF_MEMORY:
-            return "because there is not enough memory";
-        case platform::Failure::TOO_MANY_FILES:
-            return "because too many files are open";
-        case platform::Failure::IO:
-            return "because the device failed to read or write";
-        case platform::Failure::OTHER:
-            return "because the system failed";
-    }
-    return "";
-}
+/// What a failure of the seam is to callers, in the order of platform::Failure.
+struct Meaning {
+    EFSError::TYPE code;
+    const char* reason;
+};
+constexpr Meaning meanings[] = {
+    {EFSError::NONE, "for no known reason"},
+    {EFSError::NOT_FOUND, "because it is not on the disk"},
+    {EFSError::ACCESS_DENIED, "because the system denies access"},
+    {EFSError::IN_USE, "because it is in use"},
+    {EFSError::ALREADY_EXISTS, "because it exists already"},
+    {EFSError::ALREADY_EXISTS, "because the directory is not empty"},
+    {EFSError::DISK_FULL, "because the disk is full"},
+    {EFSError::INVALID_NAME, "because its path is longer than 259 bytes"},
+    {EFSError::ACCESS_DENIED, "because it is no regular file"},
+    {EFSError::READ_ONLY, "because it is read-only"},
+    {EFSError::INVALID_NAME, "because the name is not allowed"},
+    {EFSError::INVALID_ARGUMENT, "because the file is not open"},
+    {EFSError::CANCELLED, "because the operation was aborted"},
+    {EFSError::OUT_OF_MEMORY, "because there is not enough memory"},
+    {EFSError::IO, "because too many files are open"},
+    {EFSError::IO, "because the device failed to read or write"},
+    {EFSError::IO, "because the system failed"},
+};
+static_assert(std::size(meanings) == static_cast<std::size_t>(platform::Failure::OTHER) + 1);
+
+const Meaning& meaning_of(platform::Failure failure) { return meanings[static_cast<std::size_t>(failure)]; }
 
 }  // namespace
 
@@ -137,13 +126,13 @@ ErrorKeeper::ErrorKeeper() { ++keepers; }
 ErrorKeeper::~ErrorKeeper() { --keepers; }
 
 void set_error_from_platform(const char* path, const char* action, const platform::Error& error) {
-    std::string text;
+    const Meaning& meaning = meaning_of(error.failure);
     try {
-        text.append("The file or directory ").append(action).append(" ").append(reason(error.failure)).append(".");
+        std::string text = std::string("The file or directory ") + action + " " + meaning.reason + ".";
+        set_error(meaning.code, path, std::move(text), error.os_code);
     } catch (...) {
-        text.clear();
+        set_error(meaning.code, path, "", error.os_code);
     }
-    set_error(error_from_platform(error.failure), path, std::move(text), error.os_code);
 }
 
 bool refuse(EFSError::TYPE code, const char* path, const char* text) noexcept {
@@ -156,42 +145,6 @@ bool refuse_by_disk(const char* path, const char* action) {
     return false;
 }
 
-EFSError::TYPE error_from_platform(platform::Failure failure) {
-    switch (failure) {
-        case platform::Failure::NONE:
-            return EFSError::NONE;
-        case platform::Failure::NOT_FOUND:
-            return EFSError::NOT_FOUND;
-        case platform::Failure::ACCESS_DENIED:
-            return EFSError::ACCESS_DENIED;
-        case platform::Failure::IN_USE:
-            return EFSError::IN_USE;
-        case platform::Failure::ALREADY_EXISTS:
-            return EFSError::ALREADY_EXISTS;
-        case platform::Failure::NOT_EMPTY:
-            return EFSError::ALREADY_EXISTS;
-        case platform::Failure::DISK_FULL:
-            return EFSError::DISK_FULL;
-        case platform::Failure::PATH_TOO_LONG:
-            return EFSError::INVALID_NAME;
-        case platform::Failure::NOT_REGULAR:
-            return EFSError::ACCESS_DENIED;
-        case platform::Failure::READ_ONLY:
-            return EFSError::READ_ONLY;
-        case platform::Failure::INVALID_NAME:
-            return EFSError::INVALID_NAME;
-        case platform::Failure::INVALID_HANDLE:
-            return EFSError::INVALID_ARGUMENT;
-        case platform::Failure::ABORTED:
-            return EFSError::CANCELLED;
-        case platform::Failure::OUT_OF_MEMORY:
-            return EFSError::OUT_OF_MEMORY;
-        case platform::Failure::TOO_MANY_FILES:
-        case platform::Failure::IO:
-        case platform::Failure::OTHER:
-            return EFSError::IO;
-    }
-    return EFSError::IO;
-}
+EFSError::TYPE error_from_platform(platform::Failure failure) { return meaning_of(failure).code; }
 
 }  // namespace fs
