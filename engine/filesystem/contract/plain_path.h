@@ -46,12 +46,6 @@ inline Block make_plain(Block block, bool keep_case) {
     return block | (Block(block - 'A' < 26) & ('a' - 'A'));
 }
 
-/// Copies plain text of up to 31 bytes, and zeros behind it.
-inline void copy_short_plain(char (&out)[32], const char* in, std::size_t length, bool keep_case) {
-    store_block(out, make_plain(load_block(in, length), keep_case));
-    store_block(out + 16, length > 16 ? make_plain(load_block(in + 16, length - 16), keep_case) : Block{});
-}
-
 /// Copies plain text of any length, without a terminator. `out` may be `in`.
 inline void copy_plain(char* out, const char* in, std::size_t length, bool keep_case) {
     if (length < 16) {
