@@ -36,7 +36,7 @@ protected:
 TEST_F(Registry, AsksByTypeAndTheNewestOfATypeFirstAndTheFallbackLast) {
     fs::registry::State& state = fs::registry::state();
     {
-        const fs::registry::ExclusiveGuard guard(state);
+        const fs::registry::ExclusiveGuard guard;
         state.fallback = std::make_unique<MemorySource>("/fallback/", EFSSourceType::SPECIAL);
     }
     mount_memory("/dir/", EFSSourceType::DIR);
@@ -115,10 +115,9 @@ TEST_F(Registry, TellsWhoHoldsAName) {
 }
 
 TEST_F(Registry, KnowsWhetherThisThreadHoldsItsLock) {
-    fs::registry::State& state = fs::registry::state();
     EXPECT_FALSE(fs::registry::this_thread_holds_lock());
     {
-        const fs::registry::SharedGuard guard(state);
+        const fs::registry::SharedGuard guard;
         EXPECT_TRUE(fs::registry::this_thread_holds_lock());
         bool elsewhere = true;
         std::thread([&] { elsewhere = fs::registry::this_thread_holds_lock(); }).join();

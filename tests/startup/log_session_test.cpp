@@ -80,7 +80,7 @@ void start_late() {
     EXPECT_EQ(Log::Settings::Instance().GetCategoryLevel("Net"), Log::ELevel::VER3);
     ASSERT_TRUE(start_file_system());
     {
-        const fs::registry::SharedGuard guard(fs::registry::state());
+        const fs::registry::SharedGuard guard;
         say("under the lock");
         EXPECT_EQ(CrashGetLogFileName(), nullptr);
     }

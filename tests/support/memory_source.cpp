@@ -231,7 +231,7 @@ MemorySource* mount_memory(const char* mount_path, EFSSourceType::TYPE type, FFS
     return source;
 }
 
-void unmount_all() { fs::registry::destroy_all(fs::registry::state()); }
+void unmount_all() { fs::registry::destroy_all(); }
 
 std::vector<std::string> take_names(FS_NAME* names) {
     std::vector<std::string> out;

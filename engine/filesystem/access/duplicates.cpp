@@ -66,10 +66,10 @@ void append_misses(const Held* first, const Held* last, Lines& out) {
     }
 }
 
-void append_all(const registry::State& state, const char* ext, Lines& out) {
+void append_all(const char* ext, Lines& out) {
     std::vector<Held> held;
     std::size_t index = 0;
-    registry::for_each_source(state, [&](CFSSource& source) {
+    registry::for_each_source([&](CFSSource& source) {
         append_dump(source, ext, out);
         collect_source(source, index++, ext, held);
     });
@@ -87,9 +87,8 @@ void append_all(const registry::State& state, const char* ext, Lines& out) {
 void find_duplicates(Lines& out, const char* ext) {
     guarded(nullptr, [&] {
         Lines lines = out;
-        registry::State& state = registry::state();
-        const registry::SharedGuard guard(state);
-        append_all(state, ext, lines);
+        const registry::SharedGuard guard;
+        append_all(ext, lines);
         out.swap(lines);
     });
 }

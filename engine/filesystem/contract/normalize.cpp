@@ -160,4 +160,10 @@ void fold_text(char* text, std::size_t length) {
     for (std::size_t i = 0; i < length; ++i) text[i] = fold(text[i]);
 }
 
+std::string lower_text(std::string_view text) {
+    std::string lower(text);
+    fold_text(lower.data(), lower.size());
+    return lower;
+}
+
 }  // namespace fs

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 #include <engine/filesystem/contract/path.h>
@@ -54,6 +55,7 @@ private:
 /// ASCII letters in lower case; other bytes stay.
 using kernel::fold;
 void fold_text(char* text, std::size_t length);
+std::string lower_text(std::string_view text);
 
 inline bool is_separator(char letter) { return letter == '/' || letter == '\\'; }
 

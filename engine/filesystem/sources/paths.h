@@ -5,6 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include <engine/filesystem/contract/flags.h>
+#include <engine/filesystem/contract/source.h>
+
 #include "engine/platform/files.h"
 
 namespace fs {
@@ -55,15 +58,13 @@ struct NativePath {
 [[nodiscard]] bool build_native_path(const NativeRoot& root, std::string_view dir, std::string_view name,
                                      NativePath& out);
 
-/// What stands before the first component that could be made: a drive, a network server or the leading "/".
-std::size_t fixed_prefix_length(std::string_view path);
-/// Whether a component is ".." (normalising has left only those that lead out).
-bool climbs(std::string_view path);
-/// Whether there is something to create and every component is a name that both systems can hold.
-bool is_creatable(std::string_view path);
+/// Opens what a source holds at `path`, as fs::open_native does but without asking the sources once more. An append or
+/// read-write open makes a file that is missing. Null, with the failure stored, when that cannot be done.
+SFsFile* open_of_source(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
+                        std::string_view name);
 
-/// Makes every directory of `path` that is missing (the text after its last "/" is none). False, with the error set,
-/// when the disk refuses one.
-bool create_directories(const char* path);
+/// Makes the directories of `to`. False, with the failure stored, when that fails or there is a file of the new name that
+/// is not the old one in another case. May throw std::bad_alloc.
+bool prepare_rename(std::string_view from, const char* to);
 
 }  // namespace fs

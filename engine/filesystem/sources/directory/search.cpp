@@ -1,6 +1,4 @@
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 #include <new>
 #include <string>
 #include <vector>
@@ -57,36 +55,20 @@ private:
     bool last_answer_ = false;
 };
 
-// A node whose name stands in a block of the size of every path buffer; left empty when the name does not fit.
-FS_NAME* new_roomy_name(std::string_view dir, std::string_view name, FS_NAME* next) {
-    auto* node = static_cast<FS_NAME*>(std::malloc(sizeof(FS_NAME)));
-    char* text = static_cast<char*>(std::malloc(fs::path_capacity));
-    if (!text || !node) {
-        std::free(text);
-        std::free(node);
-        return nullptr;
-    }
-    std::size_t length = 0;
-    if (dir.size() + name.size() < fs::path_capacity) {
-        length = dir.copy(text, dir.size());
-        length += name.copy(text + length, name.size());
-    }
-    text[length] = '\0';
-    *node = {.name = text, .next = next};
-    return node;
-}
-
-// Puts each file at the front of a list, and tells the search callback. A list comes whole or not at all.
-template <class MakeNode>
-FS_NAME* list_of(const NameTable& table, const std::vector<std::uint32_t>& files, MakeNode&& make_node) {
+// Puts each file at the front of a list, and tells the search callback. A list comes whole or not at all. Each name has
+// room for `room` bytes; where that is not none, one that does not fit in it is left empty.
+FS_NAME* list_of(const NameTable& table, const std::vector<std::uint32_t>& files, std::size_t room) {
     const fs::search_callback callback = fs::get_search_callback();
-    std::unique_ptr<FS_NAME, decltype(&fs::free_names)> head(nullptr, fs::free_names);
+    fs::NameList head;
     for (const std::uint32_t file : files) {
-        FS_NAME* const node = make_node(table.dir(file), table.name(file), head.get());
+        const std::string_view dir = table.dir(file);
+        const std::string_view name = table.name(file);
+        const bool fits = room == 0 || dir.size() + name.size() < room;
+        FS_NAME* const node = fs::new_name(fits ? dir : "", fits ? name : "", head.get(), room);
         if (!node) throw std::bad_alloc();
         static_cast<void>(head.release());  // it lies behind the new one
         head.reset(node);
-        if (callback) callback(std::string(table.dir(file)).c_str(), std::string(table.name(file)).c_str());
+        if (callback) callback(std::string(dir).c_str(), std::string(name).c_str());
     }
     return head.release();
 }
@@ -107,7 +89,7 @@ FS_NAME* CWin32_dir::get_file_list(const char* dir, const char* mask, bool recur
         const auto wanted = [&](std::uint32_t file) {
             return in_dir(file) && fs::name_matches(table.name(file), mask);
         };
-        return list_of(table, collect(table, wanted), fs::new_name);
+        return list_of(table, collect(table, wanted), 0);
     });
 }
 
@@ -118,7 +100,7 @@ FS_NAME* CWin32_dir::search_substring(const char* text) {
         DirectoryFilter contains(table, [&](std::string_view held) {
             return held.substr(0, held.size() - (held.empty() ? 0 : 1)).find(text) != std::string_view::npos;
         });
-        return list_of(table, collect(table, contains), new_roomy_name);
+        return list_of(table, collect(table, contains), fs::path_capacity);
     });
 }
 

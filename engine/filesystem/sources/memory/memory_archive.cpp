@@ -29,11 +29,7 @@ struct Entry {
     std::uint64_t unzipped_length;
 };
 
-std::string key_of(const char* name) {
-    std::string key = name ? name : "";
-    fold_text(key.data(), key.size());
-    return key;
-}
+std::string key_of(const char* name) { return lower_text(name ? name : ""); }
 
 }  // namespace
 
@@ -58,6 +54,14 @@ struct ZippedDataArchive::State {
     void reset() {
         by_name.clear();
         entries.clear();
+    }
+    /// What `work(key)` answers, with the lock held; `failure`, with the failure stored, without memory.
+    template <class Result, class Work>
+    Result locked(const char* name, Result failure, Work work) {
+        return guarded(name, failure, [&] {
+            const std::lock_guard guard(lock);
+            return work(key_of(name));
+        });
     }
     void record(std::string key, std::uint64_t size, std::uint64_t unzipped_length);
     void close_gap(const Entry& entry);
@@ -121,13 +125,11 @@ void ZippedDataArchive::ResetEntryMap() {
 
 bool ZippedDataArchive::AddEntry(const char* name, const void* data, std::uint64_t size,
                                  std::uint64_t unzipped_length) {
-    return guarded(name, false, [&] {
-        const std::lock_guard guard(state_->lock);
-        State& state = *state_;
+    State& state = *state_;
+    return state.locked(name, false, [&](std::string key) {
         if (!state.bound() || (!data && size != 0)) return false;
         // Never to the last byte; and a new binding may be smaller than what was used of the old one.
         if (state.used >= state.capacity || size >= state.capacity - state.used) return false;
-        std::string key = key_of(name);
         if (state.find_visible(key)) return false;
         state.record(std::move(key), size, unzipped_length);
         if (size != 0) std::memcpy(state.base + state.used, data, static_cast<std::size_t>(size));
@@ -137,9 +139,8 @@ bool ZippedDataArchive::AddEntry(const char* name, const void* data, std::uint64
 }
 
 bool ZippedDataArchive::GetEntry(const char* name, const void** data, std::uint64_t* size) {
-    return guarded(name, false, [&] {
-        const std::lock_guard guard(state_->lock);
-        const Entry* entry = state_->find_visible(key_of(name));
+    return state_->locked(name, false, [&](const std::string& key) {
+        const Entry* const entry = state_->find_visible(key);
         if (!entry) return false;
         if (data) *data = state_->base + entry->offset;
         if (size) *size = entry->size;
@@ -148,9 +149,8 @@ bool ZippedDataArchive::GetEntry(const char* name, const void** data, std::uint6
 }
 
 std::uint64_t ZippedDataArchive::GetEntryUnzippedLength(const char* name) {
-    return guarded(name, std::uint64_t{0}, [&] {
-        const std::lock_guard guard(state_->lock);
-        const Entry* entry = state_->find(key_of(name));
+    return state_->locked(name, std::uint64_t{0}, [&](const std::string& key) {
+        const Entry* const entry = state_->find(key);
         return entry ? entry->unzipped_length : 0;
     });
 }
@@ -158,13 +158,11 @@ std::uint64_t ZippedDataArchive::GetEntryUnzippedLength(const char* name) {
 bool ZippedDataArchive::ReadEntryAsZippedData(const char* name, void* buffer, std::uint64_t capacity,
                                               std::uint32_t* length) {
     if (length) *length = 0;
-    return guarded(name, false, [&] {
-        const std::lock_guard guard(state_->lock);
-        const Entry* entry = state_->find_visible(key_of(name));
-        if (!entry) return false;
+    return state_->locked(name, false, [&](const std::string& key) {
+        const Entry* const entry = state_->find_visible(key);
         std::size_t got = 0;
-        if (!inflate_zlib_stream(state_->base + entry->offset, static_cast<std::size_t>(entry->size), buffer,
-                                 static_cast<std::size_t>(capacity), got))
+        if (!entry || !inflate_zlib_stream(state_->base + entry->offset, static_cast<std::size_t>(entry->size), buffer,
+                                           static_cast<std::size_t>(capacity), got))
             return false;
         if (length) *length = static_cast<std::uint32_t>(got);
         return true;
@@ -172,9 +170,8 @@ bool ZippedDataArchive::ReadEntryAsZippedData(const char* name, void* buffer, st
 }
 
 bool ZippedDataArchive::RemoveEntry(const char* name) {
-    return guarded(name, false, [&] {
-        const std::lock_guard guard(state_->lock);
-        const auto found = state_->by_name.find(key_of(name));
+    return state_->locked(name, false, [&](const std::string& key) {
+        const auto found = state_->by_name.find(key);
         if (found == state_->by_name.end()) return false;
         const auto entry = found->second;
         state_->by_name.erase(found);
@@ -187,34 +184,27 @@ bool ZippedDataArchive::RemoveEntry(const char* name) {
 bool ZippedDataArchive::EntryExists(const char* name) { return GetEntry(name, nullptr, nullptr); }
 
 void ZippedDataArchive::GetAllFilenames(ztl::list<fs::string>& names) {
-    guarded("", [&] {
-        const std::lock_guard guard(state_->lock);
+    state_->locked("", false, [&](const std::string&) {
         ztl::list<fs::string> held;
         for (const Entry& entry : state_->entries) held.push_back(entry.name);
         names = std::move(held);
+        return true;
     });
 }
 
 void ZippedDataArchive::AddIgnoredFile(const char* name) {
-    guarded(name, [&] {
-        const std::lock_guard guard(state_->lock);
-        std::string key = key_of(name);
-        if (!state_->ignores(key)) state_->ignored.push_back(std::move(key));
+    state_->locked(name, false, [&](const std::string& key) {
+        if (!state_->ignores(key)) state_->ignored.push_back(key);
+        return true;
     });
 }
 
 void ZippedDataArchive::RemoveIgnoredFile(const char* name) {
-    guarded(name, [&] {
-        const std::lock_guard guard(state_->lock);
-        std::erase(state_->ignored, key_of(name));
-    });
+    state_->locked(name, std::size_t{0}, [&](const std::string& key) { return std::erase(state_->ignored, key); });
 }
 
 bool ZippedDataArchive::IsIgnoredFile(const char* name) {
-    return guarded(name, false, [&] {
-        const std::lock_guard guard(state_->lock);
-        return state_->ignores(key_of(name));
-    });
+    return state_->locked(name, false, [&](const std::string& key) { return state_->ignores(key); });
 }
 
 }  // namespace fs

@@ -60,6 +60,7 @@ public:
     bool exists_whole(const fs::path& p) override;
 
 private:
+    SFsFile* open(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags);
     bool remove_items(std::string_view dir);
 
     fs::path root_;

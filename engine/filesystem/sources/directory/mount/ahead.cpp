@@ -1,6 +1,7 @@
 #include "engine/filesystem/sources/directory/mount/ahead.h"
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
 #include <new>
 #include <thread>
@@ -76,9 +77,8 @@ void ListingAhead::release_expected() {
 /// One directory alone is listed sooner than a sleeping thread wakes.
 bool ListingAhead::is_worth_waking() const {
     if (!is_idle_) return false;
-    const auto waits = [](const Expected& expected) { return expected.may_be_ahead && expected.slot == nullptr; };
     const auto first = expected_.end() - static_cast<std::ptrdiff_t>(std::min(window, expected_.size()));
-    return static_cast<std::size_t>(std::count_if(first, expected_.end(), waits)) >= window / 2;
+    return static_cast<std::size_t>(std::count_if(first, expected_.end(), std::mem_fn(&Expected::waits))) >= window / 2;
 }
 
 ListingAhead::Slot* ListingAhead::take_next() {
@@ -125,9 +125,8 @@ const ListingAhead::Listed& ListingAhead::list_now(const NativePath& path) {
 
 /// A slot for the next directory that nobody lists; null when there is none, or when there are too many listings about.
 ListingAhead::Slot* ListingAhead::begin_another() {
-    const auto waits = [](const Expected& expected) { return expected.may_be_ahead && expected.slot == nullptr; };
     const auto end = expected_.rbegin() + static_cast<std::ptrdiff_t>(std::min(window, expected_.size()));
-    const auto expected = std::find_if(expected_.rbegin(), end, waits);
+    const auto expected = std::find_if(expected_.rbegin(), end, std::mem_fn(&Expected::waits));
     if (expected == end) return nullptr;
     if (free_.empty()) {
         if (slots_.size() == slot_limit) return nullptr;

@@ -58,6 +58,8 @@ private:
         std::size_t root_length;
         bool may_be_ahead;  // links are looked at before they are entered, and over-long paths never are
         Slot* slot = nullptr;
+
+        bool waits() const { return may_be_ahead && slot == nullptr; }
     };
 
     void work();

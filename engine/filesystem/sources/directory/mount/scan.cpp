@@ -18,12 +18,6 @@ namespace fs {
 
 namespace {
 
-std::string lower_case(std::string_view text) {
-    std::string lower(text);
-    fold_text(lower.data(), lower.size());
-    return lower;
-}
-
 class Scan {
 public:
     Scan(const DirectoryState& state, MountedNames& to, bool recursive, dir_listing* listing)
@@ -82,7 +76,7 @@ void Scan::scan(fs::dir& node, const ListingAhead::Listed& listed) {
 void Scan::note_unlisted(const platform::Error& error) {
     if (listing_) listing_->spoil();
     if (error.failure == platform::Failure::NOT_FOUND) return;
-    to_.unlisted.insert(lower_case(path_.below_root()));
+    to_.unlisted.insert(lower_text(path_.below_root()));
     to_.unlisted_error = error;
 }
 
@@ -118,7 +112,7 @@ void Scan::enter_subdirectory(std::string_view name, bool is_link, fs::dir& node
     if (!path_.append(name) || !path_.append("/") || (is_link && !follows())) {
         ahead_.skip();
     } else {
-        const std::string lower = lower_case(name);
+        const std::string lower = lower_text(name);
         fs::dir* const child = node.add_child(lower.data(), lower.size());
         if (child == nullptr) throw std::bad_alloc();
         links_on_chain_ += is_link ? 1 : 0;

@@ -37,7 +37,7 @@ struct DirectoryState {
     bool is_protected = false;
     bool allow_write = true;
     fs::path root;                        // as given to init
-    fs::path native;                      // the directory that relative directories are appended to, in lower case
+    std::string native;                   // the directory that relative directories are appended to, in lower case
     std::string spelling;                 // how the disk spells the root, as start-up told; may be empty
     NativeRoot native_root;               // `native` as the disk spells it
     std::string start;                    // relative directory at which the scan begins, as the disk spells it
@@ -52,8 +52,10 @@ struct DirectoryState {
     /// The file that the source holds under `p`, or NameTable::none. `whole`: only under exactly this name. Never throws;
     /// so the rest.
     std::uint32_t find(const fs::path& p, bool whole = false) const;
-    /// The same for what changes a file: the one of exactly this name where there is one.
-    std::uint32_t find_to_change(const fs::path& p) const;
+    /// The same, with the native path of the file; for what changes a file, the one of exactly this name where there is
+    /// one.
+    std::uint32_t locate(const fs::path& p, NativePath& out) const { return with_path(find(p), out); }
+    std::uint32_t locate_to_change(const fs::path& p, NativePath& out) const;
     bool native_path(std::uint32_t file, NativePath& out) const {
         const NameTable& table = names->table;
         return build_native_path(native_root, table.spelled_dir(file), table.spelled_name(file), out);
@@ -64,6 +66,10 @@ struct DirectoryState {
         return place_of(native_root, dir) != Place::OUTSIDE &&
                build_native_path(native_root, dir, p.FileNameView(), out);
     }
+    /// The same for a new file, or for a new directory, of which `out` is cut to. False, with the failure stored, where
+    /// nothing may be made.
+    bool place_for_file(const fs::path& p, NativePath& out) const;
+    bool place_for_directory(const fs::path& p, NativePath& out) const;
 
     /// The tree's node of a lower-case relative directory, with or without its last "/"; null when there is none.
     fs::dir* find_node(MountedNames& in, std::string_view dir) const;
@@ -74,6 +80,9 @@ struct DirectoryState {
 private:
     using TreePath = char[path_capacity];
     bool tree_path(std::string_view dir, TreePath& out) const;
+    std::uint32_t with_path(std::uint32_t file, NativePath& out) const {
+        return file != NameTable::none && native_path(file, out) ? file : NameTable::none;
+    }
 };
 
 /// Puts the files of one directory, freshly read into `read`, in the place of those that the source held there; those below
