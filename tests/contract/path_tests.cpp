@@ -20,6 +20,11 @@ std::string normalized(const std::string& in, bool keep_case = false) {
 
 bool is_separator(char c) { return c == '/' || c == '\\'; }
 
+std::string lower_case(std::string text) {
+    for (char& c : text) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+    return text;
+}
+
 /// The rules told once more, as slowly as one would by hand: components in a list.
 std::string model(const std::string& in) {
     const auto at = [&](std::size_t i) { return i < in.size() ? in[i] : '\0'; };
@@ -57,8 +62,7 @@ std::string model(const std::string& in) {
     std::string out = prefix + (rooted ? "/" : "");
     for (std::size_t i = 0; i < parts.size(); ++i) out += (i != 0 ? "/" : "") + parts[i];
     if (!parts.empty() && is_separator(in.back())) out += '/';
-    for (char& c : out) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
-    return out;
+    return lower_case(out);
 }
 
 TEST(PathNormalize, FollowsItsRules) {
@@ -122,6 +126,7 @@ TEST(PathNormalize, AgreesWithASlowModelOnRandomText) {
         }
         const std::string out = normalized(in);
         ASSERT_EQ(out, model(in)) << in;
+        ASSERT_EQ(lower_case(normalized(in, true)), out) << in;
         ASSERT_LE(out.size(), in.size()) << in;
         if (in.find(':') != std::string::npos) continue;
         ASSERT_EQ(normalized(out), out) << in;

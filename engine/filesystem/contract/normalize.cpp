@@ -1,10 +1,6 @@
 #include "engine/filesystem/contract/normalize.h"
 
-#include <cstdlib>
 #include <cstring>
-#include <new>
-
-#include "engine/filesystem/contract/plain_path.h"
 
 // Every name that enters the file system is normalised here, so the usual name must cost next to nothing: a look decides
 // whether there is more to it than case and the kind of its separators, and only then the whole rule is applied.
@@ -17,6 +13,27 @@ namespace fs {
 namespace {
 
 bool ends_component(char letter) { return letter == '\0' || is_separator(letter); }
+
+/// Whether a path is in normal form but for case and the kind of its separators: no component is empty or may be one of
+/// dots, and there is no colon. This loop and the next look at every byte, so that they become vector instructions.
+bool is_plain(const char* in, std::size_t length) {
+    bool is_odd = length != 0 && (in[0] == '.' || in[0] == ':');
+    for (std::size_t i = 1; i < length; ++i) {
+        const bool begins = (in[i - 1] == '/') | (in[i - 1] == '\\');
+        const bool is_special = (in[i] == '/') | (in[i] == '\\') | (in[i] == '.');
+        is_odd |= (begins & is_special) | (in[i] == ':');
+    }
+    return !is_odd;
+}
+
+void copy_plain(char* out, const char* in, std::size_t length, bool keep_case) {
+    const unsigned letters = keep_case ? 0 : 26;
+    for (std::size_t i = 0; i < length; ++i) {
+        const char letter = in[i] == '\\' ? '/' : in[i];
+        const bool is_upper = static_cast<unsigned char>(letter - 'A') < letters;
+        out[i] = static_cast<char>(is_upper ? letter + ('a' - 'A') : letter);
+    }
+}
 
 /// The whole rule. The output position never overtakes the input position, so both may be in one buffer.
 class Rule {
@@ -111,18 +128,16 @@ private:
 }  // namespace
 
 Normalized normalize(char* out, const char* in, bool keep_case) {
-    const std::size_t length = std::strlen(in);
-    const PathLook look = look_at_path(in, length);
-    if (look.is_plain) {
-        copy_plain(out, in, length, keep_case);
-        out[length] = '\0';
-        return {.length = length, .split = look.split};
-    }
     Normalized result;
-    result.length = Rule(out, in, keep_case).apply();
-    result.split = result.length;
-    while (result.split != 0 && out[result.split - 1] != '/') --result.split;
-    result.has_colon = std::memchr(out, ':', result.length) != nullptr;
+    result.length = std::strlen(in);
+    if (is_plain(in, result.length)) {
+        copy_plain(out, in, result.length, keep_case);
+        out[result.length] = '\0';
+    } else {
+        result.length = Rule(out, in, keep_case).apply();
+        result.has_colon = std::memchr(out, ':', result.length) != nullptr;
+    }
+    result.split = std::string_view(out, result.length).rfind('/') + 1;  // 0 when there is none
     return result;
 }
 
@@ -139,21 +154,18 @@ bool is_full_path(const char* path) {
     return end != 0 && path[end] == ':';
 }
 
-ScratchText::ScratchText(std::size_t length) {
-    if (length >= sizeof(inline_)) text_ = static_cast<char*>(std::malloc(length + 1));
-}
-
-ScratchText::~ScratchText() {
-    if (text_ != inline_) std::free(text_);
-}
-
-NormalText::NormalText(const char* path, bool keep_case) : scratch_(path != nullptr ? std::strlen(path) : 0) {
-    if (scratch_.text() == nullptr) throw std::bad_alloc();
-    if (path != nullptr) length_ = normalize(scratch_.text(), path, keep_case).length;
+NormalText::NormalText(const char* path, bool keep_case) {
+    if (path == nullptr) path = "";
+    const std::size_t size = std::strlen(path) + 1;
+    if (size > sizeof inline_) {
+        heap_ = std::make_unique<char[]>(size);
+        text_ = heap_.get();
+    }
+    length_ = normalize(text_, path, keep_case).length;
 }
 
 void NormalText::drop_trailing_slash() {
-    if (length_ != 0 && scratch_.text()[length_ - 1] == '/') scratch_.text()[--length_] = '\0';
+    if (view().ends_with('/')) text_[--length_] = '\0';
 }
 
 void fold_text(char* text, std::size_t length) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -20,35 +21,25 @@ struct Normalized {
 /// fs::path_normalize with its by-products. `in` is not null; `out` may be `in`.
 Normalized normalize(char* out, const char* in, bool keep_case);
 
-/// Room for one text: in place for every path that the system could hold, on the heap for longer ones.
-class ScratchText {
-public:
-    explicit ScratchText(std::size_t length);
-    ~ScratchText();
-    ScratchText(const ScratchText&) = delete;
-    ScratchText& operator=(const ScratchText&) = delete;
-
-    char* text() { return text_; }  // null without memory
-
-private:
-    char inline_[path_capacity];
-    char* text_ = inline_;
-};
-
-/// A path in normal form. Null is the empty path. Throws std::bad_alloc.
+/// A path in normal form, in place while it is no longer than the system could hold. Null is the empty path. Throws
+/// std::bad_alloc.
 class NormalText {
 public:
     NormalText(const char* path, bool keep_case);
+    NormalText(const NormalText&) = delete;
+    NormalText& operator=(const NormalText&) = delete;
 
-    const char* c_str() const { return length_ != 0 ? scratch_.text() : ""; }
-    std::string_view view() const { return {c_str(), length_}; }
+    const char* c_str() const { return text_; }
+    std::string_view view() const { return {text_, length_}; }
     bool empty() const { return length_ == 0; }
     void drop_trailing_slash();
     /// Whether it names nothing below a source: empty, or separators alone.
     bool names_nothing() const { return view().find_first_not_of('/') == std::string_view::npos; }
 
 private:
-    mutable ScratchText scratch_;
+    char inline_[path_capacity];
+    std::unique_ptr<char[]> heap_;
+    char* text_ = inline_;
     std::size_t length_ = 0;
 };
 

@@ -5,9 +5,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <list>
+#include <map>
 #include <mutex>
-#include <new>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -23,7 +22,7 @@ namespace fs {
 namespace {
 
 struct Entry {
-    std::string name;
+    std::uint64_t order;  // of adding, among all entries
     std::uint64_t offset;
     std::uint64_t size;
     std::uint64_t unzipped_length;
@@ -35,8 +34,8 @@ std::string key_of(const char* name) { return lower_text(name ? name : ""); }
 
 struct ZippedDataArchive::State {
     std::mutex lock;  // guards everything below
-    std::list<Entry> entries;
-    std::unordered_map<std::string_view, std::list<Entry>::iterator> by_name;  // keys are the entries' own names
+    std::unordered_map<std::string, Entry> entries;
+    std::uint64_t added = 0;
     std::vector<std::string> ignored;
     std::uint8_t* base = nullptr;
     std::uint64_t capacity = 0;
@@ -47,14 +46,10 @@ struct ZippedDataArchive::State {
         return std::find(ignored.begin(), ignored.end(), key) != ignored.end();
     }
     Entry* find(const std::string& key) {
-        const auto found = by_name.find(key);
-        return found == by_name.end() ? nullptr : &*found->second;
+        const auto found = entries.find(key);
+        return found == entries.end() ? nullptr : &found->second;
     }
     Entry* find_visible(const std::string& key) { return ignores(key) ? nullptr : find(key); }
-    void reset() {
-        by_name.clear();
-        entries.clear();
-    }
     /// What `work(key)` answers, with the lock held; `failure`, with the failure stored, without memory.
     template <class Result, class Work>
     Result locked(const char* name, Result failure, Work work) {
@@ -63,34 +58,16 @@ struct ZippedDataArchive::State {
             return work(key_of(name));
         });
     }
-    void record(std::string key, std::uint64_t size, std::uint64_t unzipped_length);
-    void close_gap(const Entry& entry);
+    void close_gap(const Entry& gone);
 };
 
-/// An ignored name may be held already: the new bytes then take its place.
-void ZippedDataArchive::State::record(std::string key, std::uint64_t size, std::uint64_t unzipped_length) {
-    if (Entry* held = find(key)) {
-        held->offset = used;
-        held->size = size;
-        held->unzipped_length = unzipped_length;
-        return;
+void ZippedDataArchive::State::close_gap(const Entry& gone) {
+    const std::uint64_t end = gone.offset + gone.size;
+    std::memmove(base + gone.offset, base + end, static_cast<std::size_t>(capacity - end));
+    for (auto& [name, entry] : entries) {
+        if (entry.offset > gone.offset) entry.offset -= gone.size;
     }
-    entries.push_back({std::move(key), used, size, unzipped_length});
-    try {
-        by_name.emplace(entries.back().name, std::prev(entries.end()));
-    } catch (const std::bad_alloc&) {
-        entries.pop_back();
-        throw;
-    }
-}
-
-void ZippedDataArchive::State::close_gap(const Entry& entry) {
-    const std::uint64_t end = entry.offset + entry.size;
-    std::memmove(base + entry.offset, base + end, static_cast<std::size_t>(capacity - end));
-    for (Entry& other : entries) {
-        if (other.offset > entry.offset) other.offset -= entry.size;
-    }
-    used -= entry.size;
+    used -= gone.size;
 }
 
 ZippedDataArchive::ZippedDataArchive() : state_(std::make_unique<State>()) {}
@@ -107,7 +84,7 @@ bool ZippedDataArchive::BindArchiveToMemory(void* memory, std::uint64_t capacity
 bool ZippedDataArchive::UnbindArchiveFromMemory() {
     const std::lock_guard guard(state_->lock);
     if (!state_->bound()) return false;
-    state_->reset();
+    state_->entries.clear();
     state_->base = nullptr;
     state_->capacity = 0;
     return true;
@@ -120,7 +97,7 @@ bool ZippedDataArchive::IsMemoryBound() {
 
 void ZippedDataArchive::ResetEntryMap() {
     const std::lock_guard guard(state_->lock);
-    state_->reset();
+    state_->entries.clear();
 }
 
 bool ZippedDataArchive::AddEntry(const char* name, const void* data, std::uint64_t size,
@@ -131,7 +108,10 @@ bool ZippedDataArchive::AddEntry(const char* name, const void* data, std::uint64
         // Never to the last byte; and a new binding may be smaller than what was used of the old one.
         if (state.used >= state.capacity || size >= state.capacity - state.used) return false;
         if (state.find_visible(key)) return false;
-        state.record(std::move(key), size, unzipped_length);
+        // An ignored name may be held already: the new bytes then take its place.
+        Entry& entry = state.entries.try_emplace(std::move(key), Entry{state.added, 0, 0, 0}).first->second;
+        entry = {.order = entry.order, .offset = state.used, .size = size, .unzipped_length = unzipped_length};
+        ++state.added;
         if (size != 0) std::memcpy(state.base + state.used, data, static_cast<std::size_t>(size));
         state.used += size;
         return true;
@@ -171,12 +151,9 @@ bool ZippedDataArchive::ReadEntryAsZippedData(const char* name, void* buffer, st
 
 bool ZippedDataArchive::RemoveEntry(const char* name) {
     return state_->locked(name, false, [&](const std::string& key) {
-        const auto found = state_->by_name.find(key);
-        if (found == state_->by_name.end()) return false;
-        const auto entry = found->second;
-        state_->by_name.erase(found);
-        state_->close_gap(*entry);
-        state_->entries.erase(entry);
+        const auto found = state_->entries.extract(key);
+        if (found.empty()) return false;
+        state_->close_gap(found.mapped());
         return true;
     });
 }
@@ -185,8 +162,10 @@ bool ZippedDataArchive::EntryExists(const char* name) { return GetEntry(name, nu
 
 void ZippedDataArchive::GetAllFilenames(ztl::list<fs::string>& names) {
     state_->locked("", false, [&](const std::string&) {
+        std::map<std::uint64_t, std::string_view> in_order;
+        for (const auto& [name, entry] : state_->entries) in_order.emplace(entry.order, name);
         ztl::list<fs::string> held;
-        for (const Entry& entry : state_->entries) held.push_back(entry.name);
+        for (const auto& [order, name] : in_order) held.emplace_back(name);
         names = std::move(held);
         return true;
     });
