@@ -23,9 +23,10 @@ bool all_components(std::string_view path, Check&& check) {
 }  // namespace
 
 bool is_native_directory_name(std::string_view directory) {
-    const std::size_t end = directory.find_first_of("/:");
-    if (end == std::string_view::npos) return false;
-    return directory[end] == '/' ? end == 0 : knows_drives && end != 0;
+    if (directory.starts_with('/')) return true;
+    if (!knows_drives) return false;
+    const std::size_t colon = directory.find(':');
+    return colon != 0 && colon != std::string_view::npos && colon < directory.find('/');
 }
 
 std::size_t fixed_prefix_length(std::string_view path) {

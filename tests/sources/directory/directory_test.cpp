@@ -35,6 +35,11 @@ protected:
         source_.set_native_spelling((disk_.path() + "/").c_str());
         return source_.init(as_dir(disk_.path()), flags, listing);
     }
+    /// Mounts over these files, each of which holds its own name.
+    bool mount_with(std::initializer_list<const char*> names) {
+        for (const char* name : names) disk_.write(name, name);
+        return mount();
+    }
     std::vector<std::string> all() { return all_names(source_); }
     std::string found(const std::string& query) {
         fs::path out;
@@ -47,9 +52,7 @@ protected:
 };
 
 TEST_F(DirectorySource, ShowsWhatItScannedAndNothingThatIsHidden) {
-    for (const char* name : {"a.txt", "Maps/One.BIN", "maps_2/x/y/deep", "#hidden", "#off/file", "maps_2/#no"})
-        disk_.write(name, "1");
-    ASSERT_TRUE(mount());
+    ASSERT_TRUE(mount_with({"a.txt", "Maps/One.BIN", "maps_2/x/y/deep", "#hidden", "#off/file", "maps_2/#no"}));
     EXPECT_THAT(all(), UnorderedElementsAre("a.txt", "maps/one.bin", "maps_2/x/y/deep"));
     EXPECT_TRUE(source_.exists(as_path("MAPS\\one.bin")));
     EXPECT_FALSE(source_.exists(as_path("#hidden")));
@@ -62,8 +65,7 @@ TEST_F(DirectorySource, ShowsWhatItScannedAndNothingThatIsHidden) {
 }
 
 TEST_F(DirectorySource, TakesTheFirstFileScannedWhoseDirectoryMatches) {
-    for (const char* name : {"b/f", "a/b/f", "ab/f", "z/f", "only"}) disk_.write(name, name);
-    ASSERT_TRUE(mount());
+    ASSERT_TRUE(mount_with({"b/f", "a/b/f", "ab/f", "z/f", "only"}));
     const std::string root = std::filesystem::path(disk_.path()).filename().string();
     const struct {
         std::string query;
@@ -174,8 +176,7 @@ TEST_F(DirectorySource, KnowsNoPathThatIsTooLongForTheDisk) {
 std::vector<std::string> heard;
 
 TEST_F(DirectorySource, FindsTextInDirectoriesLastBucketFirst) {
-    for (const char* name : {"abc/x", "abc/y", "z/bc/x", "bc"}) disk_.write(name, "1");
-    ASSERT_TRUE(mount());
+    ASSERT_TRUE(mount_with({"abc/x", "abc/y", "z/bc/x", "bc"}));
     heard.clear();
     fs::set_search_callback([](const char* dir, const char* name) { heard.push_back(std::string(dir) + "|" + name); });
     // "y" has the bucket before that of "x", and each hit goes to the front.
@@ -188,8 +189,7 @@ TEST_F(DirectorySource, FindsTextInDirectoriesLastBucketFirst) {
 }
 
 TEST_F(DirectorySource, TellsOfDuplicateNames) {
-    for (const char* name : {"a/f.txt", "b/f.txt", "c/f.txt", "a/g.bin", "b/g.bin", "one.txt"}) disk_.write(name, "1");
-    ASSERT_TRUE(mount());
+    ASSERT_TRUE(mount_with({"a/f.txt", "b/f.txt", "c/f.txt", "a/g.bin", "b/g.bin", "one.txt"}));
     const std::string root = disk_.path() + "/";
     ztl::vector<fs::string> lines{"kept"};
     source_.dump(lines, ".txt");
@@ -201,8 +201,7 @@ TEST_F(DirectorySource, TellsOfDuplicateNames) {
 }
 
 TEST_F(DirectorySource, CreatesWithTheCallersCaseAndReusesWhatExists) {
-    disk_.write("Maps/old", "1");
-    ASSERT_TRUE(mount());
+    ASSERT_TRUE(mount_with({"Maps/old"}));
     const RecordingMonitor monitor;
     const fs::path wanted("MAPS/New/File.TXT", false);
     EXPECT_TRUE(write_all(source_.create_write(wanted, FFSOpenFlags::NONE), "text"));
@@ -223,8 +222,7 @@ TEST_F(DirectorySource, CreatesWithTheCallersCaseAndReusesWhatExists) {
 }
 
 TEST_F(DirectorySource, ChangesNothingOutsideAndMakesNoNameThatNotEverySystemHolds) {
-    disk_.write("a/f", "1");
-    ASSERT_TRUE(mount());
+    ASSERT_TRUE(mount_with({"a/f"}));
     const std::string outside = disk_.path() + "x/f";
     for (const char* name : {"", "dir/", "../x", "a/../../x", "a:b", "what?", "dot.", "blank ", "con", "d*r/x", "a\x01",
                              "/elsewhere/a/f", outside.c_str()}) {
@@ -246,9 +244,7 @@ TEST_F(DirectorySource, ChangesNothingOutsideAndMakesNoNameThatNotEverySystemHol
 }
 
 TEST_F(DirectorySource, AnswersTimesInLocalTimeAndMarksFilesAsInstalledOrNot) {
-    disk_.write("a", "1");
-    disk_.write("b", "1");
-    ASSERT_TRUE(mount());
+    ASSERT_TRUE(mount_with({"a", "b"}));
     const std::int64_t time = 132'000'000'000'000'000;
     EXPECT_TRUE(source_.set_write_time(as_path("a"), time));
     EXPECT_EQ(platform::get_attributes((disk_ / "a").c_str())->write_time, platform::local_to_utc(time));
@@ -262,8 +258,7 @@ TEST_F(DirectorySource, AnswersTimesInLocalTimeAndMarksFilesAsInstalledOrNot) {
 }
 
 TEST_F(DirectorySource, ChangesTheFileOfExactlyTheNameWhereThereIsOne) {
-    for (const char* name : {"a/save", "save"}) disk_.write(name, "1");
-    ASSERT_TRUE(mount());
+    ASSERT_TRUE(mount_with({"a/save", "save"}));
     source_.refresh_dir("");  // so that "a/save" is the first by the end
     ASSERT_EQ(found("save"), "a/save");
     EXPECT_TRUE(write_all(source_.open_write(as_path("save"), FFSOpenFlags::WHOLE_NAME), "root"));
@@ -278,8 +273,7 @@ TEST_F(DirectorySource, ChangesTheFileOfExactlyTheNameWhereThereIsOne) {
 }
 
 TEST_F(DirectorySource, RemovesATreeWithItsNames) {
-    for (const char* name : {"Del/f", "Del/Sub/g", "keep/f"}) disk_.write(name, "1");
-    ASSERT_TRUE(mount());
+    ASSERT_TRUE(mount_with({"Del/f", "Del/Sub/g", "keep/f"}));
     source_.rem_dir(as_dir("del"));
     EXPECT_FALSE(disk_.exists("Del"));
     EXPECT_THAT(all(), ElementsAre("keep/f"));
@@ -288,9 +282,7 @@ TEST_F(DirectorySource, RemovesATreeWithItsNames) {
 }
 
 TEST_F(DirectorySource, RefreshesOneDirectoryOrAll) {
-    disk_.write("A/old", "1");
-    disk_.write("A/sub/f", "1");
-    ASSERT_TRUE(mount());
+    ASSERT_TRUE(mount_with({"A/old", "A/sub/f"}));
     std::filesystem::remove(disk_ / "A/old");
     std::filesystem::remove(disk_ / "A/sub/f");
     disk_.write("A/new", "1");
@@ -310,8 +302,7 @@ TEST_F(DirectorySource, RefreshesOneDirectoryOrAll) {
 }
 
 TEST_F(DirectorySource, AnswersNullForAFileThatVanishedAfterItsLookUp) {
-    disk_.write("gone", "1");
-    ASSERT_TRUE(mount());
+    ASSERT_TRUE(mount_with({"gone"}));
     std::filesystem::remove(disk_ / "gone");
     EXPECT_TRUE(source_.exists(as_path("gone")));
     EXPECT_EQ(source_.open_read(as_path("gone"), FFSOpenFlags::NONE), nullptr);
@@ -361,8 +352,7 @@ TEST_F(DirectorySourceFaults, ADirectoryThatCannotBeListedIsToldAndKeepsItsNames
 }
 
 TEST_F(DirectorySourceFaults, ARefusalOfTheDiskLeavesTableAndTreeAsTheyWere) {
-    disk_.write("a/f", "1");
-    ASSERT_TRUE(mount());
+    ASSERT_TRUE(mount_with({"a/f"}));
     using platform::FaultPoint;
     const fs::path f = as_path("a/f");
     const struct {

@@ -19,17 +19,8 @@
 #include "engine/platform/clock.h"
 #include "engine/platform/directories.h"
 
-// Words: the *native root* is the directory on the disk that every relative directory is appended to. It is the root given
-// to init, or its parent when the last component of the root leads every name; that component is then the *start*, where
-// the scan begins. The *spelling* of a name is how the disk writes it; all else is lower case.
-//
-// How a source comes by its names is in mount/: the cache service serves them, or a recorded listing is replayed, or the
-// disk is scanned while the next directories are listed ahead. They stand in a table of names (sources/names/). Here the
-// source mounts and answers; open.cpp opens and creates, change.cpp makes and removes, search.cpp lists.
-//
-// Invariant: each file of the table was seen on the disk, or made by this source, under the native path that its
-// directory and spelling give; nothing asks the disk whether it is still there. What reads names anew builds them beside
-// the old ones, which stay when it fails.
+// Here the source mounts and answers; open.cpp opens and creates, change.cpp makes and removes, search.cpp lists. What they
+// share, and the words for it, are in mount/state.h.
 
 namespace {
 

@@ -16,6 +16,22 @@
 #include "engine/filesystem/sources/paths.h"
 #include "engine/platform/error.h"
 
+// The door of the directory source. The files beside this folder answer the source's operations from what is here; the
+// files of this folder are how it comes by its names; both stand over the table of names in sources/names/.
+//
+// Words: the *native root* is the directory on the disk that every relative directory is appended to. It is the root given
+// to init, or its parent when the last component of the root leads every name; that component is then the *start*, where
+// the scan begins. The *spelling* of a name is how the disk writes it; all else is lower case. A *listing* is what a scan
+// found, written down.
+//
+// A mount asks in this order: cache_service serves the names of a companion module; replay enters a listing (recorded) that
+// store has loaded, and checks it against the disk meanwhile; scan reads the disk, while the next directories are listed
+// ahead, and records a listing for store.
+//
+// Invariant: each file of the table was seen on the disk, or made by this source, under the native path that its
+// directory and spelling give; nothing asks the disk whether it is still there. What reads names anew builds them beside
+// the old ones, which stay when it fails.
+
 namespace fs {
 
 /// What a mount read: files, directories, and what it could not read. A file's value in the table is 1 when it is marked
