@@ -19,7 +19,8 @@ namespace fs::registry {
 
 namespace {
 
-thread_local int locks_held = 0;  // by this thread, in any form
+thread_local int locks_held = 0;     // by this thread, in any form
+thread_local int unlocked_asks = 0;  // on this thread's stack
 
 /// What leads every name of a source that was mounted with its parent: its tree's own name. "" for all others.
 std::string_view leading_directory(CFSSource& source, const fs::dir& tree) {
@@ -63,7 +64,10 @@ State& state() {
     return instance.value;
 }
 
-bool this_thread_holds_lock() { return locks_held != 0; }
+bool this_thread_holds_lock() { return locks_held != 0 || unlocked_asks != 0; }
+
+UnlockedAsking::UnlockedAsking() { ++unlocked_asks; }
+UnlockedAsking::~UnlockedAsking() { --unlocked_asks; }
 
 SharedGuard::SharedGuard(State& state) : state_(state) {
     if (locks_held++ == 0) state_.lock.lock_shared();
@@ -74,7 +78,7 @@ SharedGuard::~SharedGuard() {
 }
 
 ExclusiveGuard::ExclusiveGuard(State& state) : state_(state) {
-    if (locks_held != 0) {
+    if (this_thread_holds_lock()) {
         set_error(EFSError::INVALID_ARGUMENT, nullptr,
                   "A source or callback that is being asked may not change sources or names.");
         throw StoredFailure();

@@ -1,8 +1,11 @@
 #include <engine/filesystem/sources/fallback.h>
 
 #include <cstring>
+#include <memory>
 #include <string>
+#include <typeinfo>
 
+#include "engine/filesystem/contract/file_ptr.h"
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/contract/set_error.h"
@@ -131,6 +134,15 @@ SFsFile* CWin32_fallback::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags
     if (!full_name(p, path)) return nullptr;
     if (fs::has_any(flags, FFSOpenFlags::GZIP) && !beside_executable(path)) return nullptr;
     return open_plain(this, path, EFSMode::READ, flags);
+}
+
+/// A derived class may open in its own way, which is made for the lock.
+fs::LocatingSource::Opening CWin32_fallback::locate(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    return fs::guarded(p.FileName(), Opening(), [&]() -> Opening {
+        if (typeid(*this) == typeid(CWin32_fallback)) return [this, p, flags] { return open_read(p, flags); };
+        const auto file = std::make_shared<fs::FilePtr>(open_read(p, flags));
+        return *file ? Opening([file] { return file->release(); }) : Opening();
+    });
 }
 
 SFsFile* CWin32_fallback::open_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {

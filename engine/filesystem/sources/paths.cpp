@@ -50,7 +50,7 @@ bool open_native_root(std::string_view given, std::string_view spelling, bool pa
     start = split == 0 ? "" : whole.substr(split);
     root.length = whole.copy(root.text, split == 0 ? whole.size() : split);
     root.text[root.length] = '\0';
-    root.handle = platform::Root::open(root.text);
+    root.handle = std::make_shared<platform::Root>(platform::Root::open(root.text));
     return true;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -13,7 +14,7 @@ namespace fs {
 struct NativeRoot {
     char text[platform::path_buffer_size] = "";  // ends in "/" unless empty
     std::size_t length = 0;
-    platform::Root handle;
+    std::shared_ptr<const platform::Root> handle;  // shared with opens on their way
 
     std::string_view view() const { return {text, length}; }
 };
@@ -42,9 +43,10 @@ struct NativePath {
 
     std::string_view view() const { return {text, length}; }
     std::string_view below_root() const { return view().substr(root_length); }
-    platform::PathAt at(const NativeRoot& root) const {
-        if (root_length == 0 || root_length == length || !root.handle.valid()) return {.full = text};
-        return {.full = text, .root = &root.handle, .relative = text + root_length};
+    platform::PathAt at(const NativeRoot& root) const { return at(root.handle.get()); }
+    platform::PathAt at(const platform::Root* root) const {
+        if (root_length == 0 || root_length == length || root == nullptr || !root->valid()) return {.full = text};
+        return {.full = text, .root = root, .relative = text + root_length};
     }
     /// Appends a text. False, with nothing changed, when it does not fit.
     [[nodiscard]] bool append(std::string_view added);

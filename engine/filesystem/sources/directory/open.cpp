@@ -1,5 +1,11 @@
 #include <engine/filesystem/sources/directory.h>
 
+#include <memory>
+#include <optional>
+#include <typeinfo>
+#include <utility>
+
+#include "engine/filesystem/contract/file_ptr.h"
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/open_rules.h"
@@ -19,7 +25,7 @@ SFsFile* open_path(CFSSource* source, const platform::PathAt& path, EFSMode::TYP
     return fs::open_native_at(source, path, mode, flags & ~FFSOpenFlags::THROUGH_VFS, name);
 }
 
-// Directory and name of a file in one buffer, for the handle.
+/// Directory and name of a file in one buffer, for the handle.
 struct EntryName {
     char text[platform::path_buffer_size];
     std::size_t length = 0;
@@ -40,24 +46,59 @@ SFsFile* refuse(const char* path, EFSError::TYPE code, const char* why) {
     return nullptr;
 }
 
+/// A file that the table holds, ready to be opened. It stays so when the tables change, and when the root is opened anew.
+struct Entry {
+    std::shared_ptr<const platform::Root> root;
+    NativePath native;
+    EntryName name;
+    EFSMode::TYPE mode;
+    FFSOpenFlags::FLAGS flags;
+};
+
+std::optional<Entry> find_entry(const fs::DirectoryState& state, const fs::path& p, EFSMode::TYPE mode,
+                                FFSOpenFlags::FLAGS flags) {
+    const std::uint32_t file = state.find(p, fs::has_any(flags, FFSOpenFlags::WHOLE_NAME));
+    if (file == NameTable::none) return std::nullopt;
+    flags &= ~FFSOpenFlags::WHOLE_NAME;
+    if (!fs::is_valid_open(mode, flags)) {
+        refuse(p.FileName(), EFSError::INVALID_ARGUMENT, "Mode and flags of the open exclude each other.");
+        return std::nullopt;
+    }
+    std::optional<Entry> entry({.root = state.native_root.handle,
+                                .native = {},
+                                .name = {state.names->table, file},
+                                .mode = mode,
+                                .flags = flags});
+    if (state.native_path(file, entry->native)) return entry;
+    refuse(p.FileName(), EFSError::INVALID_NAME, "The native path of the file is too long.");
+    return std::nullopt;
+}
+
+SFsFile* open_entry(CFSSource* source, const Entry& entry) {
+    const platform::PathAt path = entry.native.at(entry.root.get());
+    return fs::guarded(path.full, static_cast<SFsFile*>(nullptr), [&] {
+        if (entry.mode == EFSMode::READ || entry.mode == EFSMode::WRITE)
+            return open_path(source, path, entry.mode, entry.flags, entry.name.view());
+        return fs::open_for_change(source, path, entry.mode, entry.flags, entry.name.view());
+    });
+}
+
 }  // namespace
 
 SFsFile* CWin32_dir::open_existing(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    const std::uint32_t file = state_->find(p, fs::has_any(flags, FFSOpenFlags::WHOLE_NAME));
-    if (file == NameTable::none) return nullptr;
-    flags &= ~FFSOpenFlags::WHOLE_NAME;
-    if (!fs::is_valid_open(mode, flags)) {
-        return refuse(p.FileName(), EFSError::INVALID_ARGUMENT, "Mode and flags of the open exclude each other.");
-    }
-    NativePath native;
-    if (!state_->native_path(file, native)) {
-        return refuse(p.FileName(), EFSError::INVALID_NAME, "The native path of the file is too long.");
-    }
-    const platform::PathAt path = native.at(state_->native_root);
-    const EntryName name(state_->names->table, file);
-    return fs::guarded(native.text, static_cast<SFsFile*>(nullptr), [&] {
-        if (mode == EFSMode::READ || mode == EFSMode::WRITE) return open_path(this, path, mode, flags, name.view());
-        return fs::open_for_change(this, path, mode, flags, name.view());
+    const std::optional<Entry> entry = find_entry(*state_, p, mode, flags);
+    return entry ? open_entry(this, *entry) : nullptr;
+}
+
+/// A derived class may open in its own way, which is made for the lock.
+fs::LocatingSource::Opening CWin32_dir::locate(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    return fs::guarded(p.FileName(), Opening(), [&]() -> Opening {
+        if (typeid(*this) != typeid(CWin32_dir)) {
+            const auto file = std::make_shared<fs::FilePtr>(open_read(p, flags));
+            return *file ? Opening([file] { return file->release(); }) : Opening();
+        }
+        std::optional<Entry> entry = find_entry(*state_, p, EFSMode::READ, flags);
+        return entry ? Opening([this, entry = std::move(*entry)] { return open_entry(this, entry); }) : Opening();
     });
 }
 
