@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include <engine/filesystem/contract/locating_source.h>
+
 #include "engine/filesystem/access/open_pinned.h"
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/disk_use.h"
@@ -20,7 +22,8 @@
 // a source before it may still create. And creating, which empties what it meets, never meets a file that an append or
 // read-write open is for.
 //
-// The lock is held shared while sources are asked and exclusive while one creates.
+// The lock is held shared while sources are asked and exclusive while one creates. What a LocatingSource holds is opened for
+// reading without it, under a pin, so that a slow disk stops no lookup: when that fails, the search goes on behind the source.
 
 namespace fs {
 
@@ -56,29 +59,50 @@ bool is_passed_over(CFSSource& source, const Request& request) {
     return match_of(request.flags) == registry::Match::WHOLE && !registry::holds_whole(source, request.name);
 }
 
-FilePtr find_to_read(const Request& request, registry::Pin* pin) {
+/// What a walk over the sources came to: a file, or one that is yet to be opened.
+struct FoundToRead {
+    FilePtr file;
+    LocatingSource::Opening open;
+    registry::Pin pin;  // on the source, where it was asked for or the file is yet to be opened
+};
+
+/// Asks the sources behind the one that `found` has a pin on; all of them when that was removed meanwhile, or there is none.
+void find_to_read(const Request& request, FoundToRead& found, bool pins) {
     const registry::SharedGuard guard;
     if (registry::state().empty()) set_error(EFSError::NOT_INITIALIZED, request.text, "No source is registered.");
     const registry::Concerned concerned(request.name);
-    FilePtr file;
+    const auto is_pinned = [&](const CFSSource& source) { return found.pin.Holds(source); };
+    bool is_behind = found.pin.IsEmpty() || registry::first_source(is_pinned) == nullptr;
     registry::first_source([&](CFSSource& source) {
-        if (concerned(source) && !is_passed_over(source, request)) file.reset(open_in_place(source, request));
-        if (file != nullptr && pin != nullptr) *pin = registry::Pin(source);
-        return file != nullptr;
+        if (!is_behind) return is_behind = is_pinned(source), false;
+        if (!concerned(source) || is_passed_over(source, request)) return false;
+        if (auto* const locating = dynamic_cast<LocatingSource*>(&source))
+            found.open = locating->locate(request.name, request.flags);
+        else
+            found.file.reset(open_in_place(source, request));
+        if (!found.open && !found.file) return false;
+        if (found.open || pins) found.pin = registry::Pin(source);
+        return true;
     });
-    return file;
 }
 
 FilePtr open_to_read(const Request& request, registry::Pin* pin) {
     ErrorScope scope;
-    FilePtr file = find_to_read(request, pin);
-    if (file) {
+    FoundToRead found;
+    do {
+        find_to_read(request, found, pin != nullptr);
+        if (!found.open) break;
+        const registry::UnlockedAsking asking;
+        found.file.reset(std::exchange(found.open, nullptr)());
+    } while (!found.file);
+    if (found.file) {
         scope.forget();
         note_access(request.name);
+        if (pin != nullptr) *pin = std::move(found.pin);
     } else {
         fail_unless_told(scope, EFSError::NOT_FOUND, request.text, "No source holds a file of this name.");
     }
-    return file;
+    return std::move(found.file);
 }
 
 enum class Answer { OPENED, ABSENT, FAILED };

@@ -20,7 +20,8 @@ namespace fs::registry {
 
 namespace {
 
-thread_local int locks_held = 0;  // by this thread, in any form
+thread_local int locks_held = 0;     // by this thread, in any form
+thread_local int unlocked_asks = 0;  // on this thread's stack
 
 /// What leads every name of a source that was mounted with its parent: its tree's own name. "" for all others.
 std::string_view leading_directory(CFSSource& source, const fs::dir& tree) {
@@ -59,7 +60,10 @@ State& state() {
     return instance.value;
 }
 
-bool this_thread_holds_lock() { return locks_held != 0; }
+bool this_thread_holds_lock() { return locks_held != 0 || unlocked_asks != 0; }
+
+UnlockedAsking::UnlockedAsking() { ++unlocked_asks; }
+UnlockedAsking::~UnlockedAsking() { --unlocked_asks; }
 
 SharedGuard::SharedGuard() {
     if (locks_held++ == 0) state().lock.lock_shared();
@@ -70,7 +74,7 @@ SharedGuard::~SharedGuard() {
 }
 
 ExclusiveGuard::ExclusiveGuard() {
-    if (locks_held != 0) {
+    if (this_thread_holds_lock()) {
         set_error(EFSError::INVALID_ARGUMENT, nullptr,
                   "A source or callback that is being asked may not change sources or names.");
         throw StoredFailure();

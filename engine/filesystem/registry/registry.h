@@ -35,8 +35,8 @@ State& state();
 /// Whether this is the source that is asked after all others.
 inline bool is_fallback(const CFSSource* source) { return source == state().fallback.get(); }
 
-/// Whether the calling thread holds the lock in any form. While it does, no message of its may start the crash start-up,
-/// which opens a file and may create it.
+/// Whether the calling thread holds the lock in any form, or asks a source without it. While it does, no message of its may
+/// start the crash start-up, which opens a file and may create it.
 bool this_thread_holds_lock();
 
 /// Locks the registry shared for as long as it lives. A thread that holds the lock already passes: a source may ask fs::
@@ -47,6 +47,16 @@ public:
     SharedGuard(const SharedGuard&) = delete;
     SharedGuard& operator=(const SharedGuard&) = delete;
     ~SharedGuard();
+};
+
+/// Marks the thread, for as long as it lives, as one that asks a pinned source without the lock. What the source calls may
+/// change as little as if the lock were held: removing the source would wait for the thread's own pin.
+class UnlockedAsking {
+public:
+    UnlockedAsking();
+    UnlockedAsking(const UnlockedAsking&) = delete;
+    UnlockedAsking& operator=(const UnlockedAsking&) = delete;
+    ~UnlockedAsking();
 };
 
 /// Locks the registry exclusive for as long as it lives. A thread that holds the lock already would wait for itself; it

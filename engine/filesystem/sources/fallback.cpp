@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <optional>
+#include <typeinfo>
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/native_path.h"
@@ -122,6 +123,14 @@ SFsFile* CWin32_fallback::open_append(const fs::path& p, FFSOpenFlags::FLAGS fla
 }
 SFsFile* CWin32_fallback::open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
     return open(p, EFSMode::READ_WRITE, flags);
+}
+
+/// A derived class may open in its own way, which is made for the lock.
+fs::LocatingSource::Opening CWin32_fallback::locate(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    return fs::guarded(p.FileName(), Opening(), [&]() -> Opening {
+        if (typeid(*this) != typeid(CWin32_fallback)) return fs::already_open(open_read(p, flags));
+        return [this, p, flags] { return open_read(p, flags); };
+    });
 }
 
 void CWin32_fallback::rem_dir(const fs::path& p) {

@@ -1,5 +1,6 @@
 #include "engine/filesystem/sources/paths.h"
 
+#include "engine/filesystem/contract/file_ptr.h"
 #include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/contract/set_error.h"
@@ -34,7 +35,7 @@ bool open_native_root(std::string_view given, std::string_view spelling, bool pa
     start = split == 0 ? "" : whole.substr(split);
     root.length = whole.copy(root.text, split == 0 ? whole.size() : split);
     root.text[root.length] = '\0';
-    root.handle = platform::Root::open(root.text);
+    root.handle = std::make_shared<platform::Root>(platform::Root::open(root.text));
     return true;
 }
 
@@ -70,6 +71,13 @@ SFsFile* open_of_source(CFSSource* source, const platform::PathAt& path, EFSMode
     if (is_valid_open(mode, flags)) return open_for_change(source, path, mode, flags, name);
     set_error(EFSError::INVALID_ARGUMENT, path.full, "Mode and flags of the open exclude each other.");
     return nullptr;
+}
+
+LocatingSource::Opening already_open(SFsFile* file) {
+    FilePtr owned(file);
+    if (!owned) return {};
+    const auto shared = std::make_shared<FilePtr>(std::move(owned));
+    return [shared] { return shared->release(); };
 }
 
 bool prepare_rename(std::string_view from, const char* to) {

@@ -58,7 +58,7 @@ TEST_F(DirectorySource, ShowsWhatItScannedAndNothingThatIsHidden) {
     EXPECT_FALSE(source_.exists(as_path("#hidden")));
     EXPECT_NE(source_.dir_tree()->find("maps_2/x/y"), nullptr);
     EXPECT_EQ(source_.dir_tree()->find("#off"), nullptr);
-    EXPECT_EQ(read_all(source_.open_read(as_path("maps/one.bin"), FFSOpenFlags::NONE)), "1");
+    EXPECT_EQ(read_all(source_.open_read(as_path("maps/one.bin"), FFSOpenFlags::NONE)), "Maps/One.BIN");
     ASSERT_TRUE(mount(FFSAddSourceFlags::NONE)) << "without those below";
     EXPECT_THAT(all(), ElementsAre("a.txt"));
     EXPECT_EQ(source_.dir_tree()->first_child(), nullptr);
@@ -377,7 +377,7 @@ TEST_F(DirectorySourceFaults, ARefusalOfTheDiskLeavesTableAndTreeAsTheyWere) {
         EXPECT_THAT(all(), ElementsAre("a/f"));
         EXPECT_EQ(source_.dir_tree()->find("new"), nullptr);
     }
-    EXPECT_EQ(read_all(source_.open_read(f, FFSOpenFlags::NONE)), "1");
+    EXPECT_EQ(read_all(source_.open_read(f, FFSOpenFlags::NONE)), "a/f");
 }
 
 }  // namespace

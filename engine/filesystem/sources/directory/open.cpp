@@ -1,5 +1,10 @@
 #include <engine/filesystem/sources/directory.h>
 
+#include <memory>
+#include <optional>
+#include <typeinfo>
+#include <utility>
+
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
@@ -12,7 +17,7 @@ namespace {
 using fs::NameTable;
 using fs::NativePath;
 
-// Directory and name of a file in one buffer, for the handle.
+/// Directory and name of a file in one buffer, for the handle.
 struct EntryName {
     char text[platform::path_buffer_size];
     std::size_t length = 0;
@@ -27,14 +32,39 @@ struct EntryName {
     std::string_view view() const { return {text, length}; }
 };
 
+/// A file that the table holds, ready to be opened. It stays so when the tables change, and when the root is opened anew.
+struct Entry {
+    std::shared_ptr<const platform::Root> root;
+    NativePath native;
+    EntryName name;
+
+    SFsFile* open(CFSSource* source, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) const {
+        return fs::open_of_source(source, native.at(root.get()), mode, flags, name.view());
+    }
+};
+
+std::optional<Entry> find_entry(const fs::DirectoryState& state, const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    const std::uint32_t file = state.find(p, fs::has_any(flags, FFSOpenFlags::WHOLE_NAME));
+    if (file == NameTable::none) return std::nullopt;
+    std::optional<Entry> entry({.root = state.native_root.handle, .native = {}, .name = {state.names->table, file}});
+    return state.native_path(file, entry->native) ? entry : std::nullopt;
+}
+
 }  // namespace
 
 SFsFile* CWin32_dir::open_existing(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    const std::uint32_t file = state_->find(p, fs::has_any(flags, FFSOpenFlags::WHOLE_NAME));
-    NativePath native;
-    if (file == NameTable::none || !state_->native_path(file, native)) return nullptr;
-    const EntryName name(state_->names->table, file);
-    return fs::open_of_source(this, native.at(state_->native_root), mode, flags, name.view());
+    const std::optional<Entry> entry = find_entry(*state_, p, flags);
+    return entry ? entry->open(this, mode, flags) : nullptr;
+}
+
+/// A derived class may open in its own way, which is made for the lock.
+fs::LocatingSource::Opening CWin32_dir::locate(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    return fs::guarded(p.FileName(), Opening(), [&]() -> Opening {
+        if (typeid(*this) != typeid(CWin32_dir)) return fs::already_open(open_read(p, flags));
+        std::optional<Entry> entry = find_entry(*state_, p, flags);
+        if (!entry) return {};
+        return [this, entry = std::move(*entry), flags] { return entry.open(this, EFSMode::READ, flags); };
+    });
 }
 
 SFsFile* CWin32_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
