@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <atomic>
 #include <random>
 #include <thread>
 #include <vector>
@@ -193,49 +192,6 @@ TEST_F(Registry, KeepsItsOrderThroughManyChanges) {
         for (const auto& [source, name] : model) expected.push_back(name);
         ASSERT_EQ(order(), expected) << round;
     }
-}
-
-TEST_F(Registry, TwoThreadsChangeSourcesWhileTwentyRead) {
-    mount_memory("/base/")->add("dir/base.txt", "base");
-    std::atomic<bool> stop{false};
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> readers;
-    for (int i = 0; i < 20; ++i) {
-        readers.emplace_back([&] {
-            while (!stop) {
-                if (!fs::exists("dir/base.txt")) ++wrong;
-                SFsFile* const file = fs::open("dir/base.txt", EFSMode::READ);
-                if (file == nullptr || fs::length(file) != 4) ++wrong;
-                fs::close(file);
-                if (test::take_names(fs::search("dir", "*.txt", true, false)).empty()) ++wrong;
-                fs::search_dir("dir");
-                ztl::vector<SFsSourceInfo> infos;
-                fs::get_sources(infos);
-                if (infos.empty()) ++wrong;
-                fs::find_holders("dir/base.txt", infos);
-            }
-        });
-    }
-    std::vector<std::thread> writers;
-    for (int w = 0; w < 2; ++w) {
-        writers.emplace_back([&, w] {
-            const std::string root = "/w" + std::to_string(w) + "/";
-            const std::string file = "dir/extra" + std::to_string(w) + ".txt";
-            for (int i = 0; i < 300; ++i) {
-                auto* const source = new MemorySource(root.c_str(), EFSSourceType::PACK, Flags::INDEX_NAMES);
-                source->add(file, "x");
-                fs::add_source(source, Flags::INDEX_NAMES);
-                if (!fs::exists(file.c_str())) ++wrong;
-                if (!fs::rem_source(source)) ++wrong;
-                delete source;
-            }
-        });
-    }
-    for (std::thread& writer : writers) writer.join();
-    stop = true;
-    for (std::thread& reader : readers) reader.join();
-    EXPECT_EQ(wrong, 0);
-    EXPECT_THAT(order(), ElementsAre("/base/"));
 }
 
 }  // namespace

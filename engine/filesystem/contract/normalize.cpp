@@ -15,15 +15,16 @@ namespace {
 bool ends_component(char letter) { return letter == '\0' || is_separator(letter); }
 
 /// Whether a path is in normal form but for case and the kind of its separators: no component is empty or may be one of
-/// dots, and there is no colon. This loop and the next look at every byte, so that they become vector instructions.
+/// dots, and there is no colon. This loop and the next look at every byte, so that they become vector instructions (of
+/// bytes; a bool would keep them from it).
 bool is_plain(const char* in, std::size_t length) {
-    bool is_odd = length != 0 && (in[0] == '.' || in[0] == ':');
+    unsigned char odd = length != 0 && (in[0] == '.' || in[0] == ':');
     for (std::size_t i = 1; i < length; ++i) {
         const bool begins = (in[i - 1] == '/') | (in[i - 1] == '\\');
         const bool is_special = (in[i] == '/') | (in[i] == '\\') | (in[i] == '.');
-        is_odd |= (begins & is_special) | (in[i] == ':');
+        odd |= (begins & is_special) | (in[i] == ':');
     }
-    return !is_odd;
+    return odd == 0;
 }
 
 void copy_plain(char* out, const char* in, std::size_t length, bool keep_case) {

@@ -67,7 +67,7 @@ void Scan::scan(fs::dir& node, const ListingAhead::Listed& listed) {
     const std::size_t first_waiting = waiting_.size();
     enter_items(listed.items, dir_number);
     if (waiting_.size() == first_waiting) return;
-    ahead_.release_expected();
+    ahead_.start_prefetching();
     chain_.push_back({path_.length, std::nullopt});
     const std::size_t end = waiting_.size();
     for (std::size_t at = first_waiting; at < end; ++at) {
@@ -94,7 +94,7 @@ void Scan::enter_items(const platform::DirectoryListing& listing, std::uint32_t 
             if (listing_) listing_->add_file({item.name, item.length});
         } else if (recursive_) {
             waiting_.push_back({{item.name, item.length}, item.is_link});
-            ahead_.expect(path_, {item.name, item.length}, item.is_link);
+            ahead_.prefetch(path_, {item.name, item.length}, item.is_link);
         }
     }
 }
