@@ -55,7 +55,8 @@ TEST_F(OnDisk, TheCacheDirectoryIsAPlaceOfItsOwn) {
     for (const char* dir : {"", "a", "a\\b\\", static_cast<const char*>(nullptr)})
         EXPECT_TRUE(fs::does_cache_dir_exist(dir));
     EXPECT_FALSE(fs::does_cache_dir_exist(".."));
-    for (const char* none : {"", "/", "../up", static_cast<const char*>(nullptr), std::string(300, 'l').c_str()})
+    const std::string too_long(300, 'l');
+    for (const char* none : {"", "/", "../up", static_cast<const char*>(nullptr), too_long.c_str()})
         EXPECT_FALSE(fs::mkdir_cache(none));
     EXPECT_TRUE(fs::rem_file("textures/sky.dds", Flags::IN_CACHE_DIR));
     EXPECT_FALSE(home_.exists("cache/Textures/Sky.dds"));

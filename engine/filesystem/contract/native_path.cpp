@@ -22,11 +22,9 @@ bool all_components(std::string_view path, Check&& check) {
 
 }  // namespace
 
-bool is_native_directory_name(std::string_view directory) {
-    if (directory.starts_with('/')) return true;
-    if (!knows_drives) return false;
-    const std::size_t colon = directory.find(':');
-    return colon != 0 && colon != std::string_view::npos && colon < directory.find('/');
+bool begins_with_drive(std::string_view path) {
+    const std::size_t colon = path.find(':');
+    return colon != 0 && colon != std::string_view::npos && colon < path.find('/');
 }
 
 std::size_t fixed_prefix_length(std::string_view path) {

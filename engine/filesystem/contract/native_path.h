@@ -14,9 +14,13 @@ inline constexpr bool knows_drives = true;
 inline constexpr bool knows_drives = false;
 #endif
 
-/// Whether a directory part begins at the disk and not at a source: with "/", or on a system of drives with a prefix that
-/// ends in ":".
-bool is_native_directory_name(std::string_view directory);
+/// Whether a prefix that ends in ":" stands before the first "/".
+bool begins_with_drive(std::string_view path);
+
+/// Whether a directory part begins at the disk and not at a source.
+inline bool is_native_directory_name(std::string_view directory) {
+    return directory.starts_with('/') || (knows_drives && begins_with_drive(directory));
+}
 
 /// What stands before the first component that could be made: a drive, a network server or the leading "/".
 std::size_t fixed_prefix_length(std::string_view path);

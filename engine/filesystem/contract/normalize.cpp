@@ -128,12 +128,12 @@ private:
 
 }  // namespace
 
-Normalized normalize(char* out, const char* in, bool keep_case) {
+Normalized normalize(char* out, const char* in, std::size_t length, bool keep_case) {
     Normalized result;
-    result.length = std::strlen(in);
-    if (is_plain(in, result.length)) {
-        copy_plain(out, in, result.length, keep_case);
-        out[result.length] = '\0';
+    if (is_plain(in, length)) {
+        copy_plain(out, in, length, keep_case);
+        out[length] = '\0';
+        result.length = length;
     } else {
         result.length = Rule(out, in, keep_case).apply();
         result.has_colon = std::memchr(out, ':', result.length) != nullptr;
@@ -143,8 +143,7 @@ Normalized normalize(char* out, const char* in, bool keep_case) {
 }
 
 void path_normalize(char* out, const char* in, bool keep_case) {
-    if (out == nullptr) return;
-    normalize(out, in != nullptr ? in : "", keep_case);
+    if (out != nullptr) normalize(out, in != nullptr ? in : "", keep_case);
 }
 
 bool is_full_path(const char* path) {
@@ -157,12 +156,12 @@ bool is_full_path(const char* path) {
 
 NormalText::NormalText(const char* path, bool keep_case) {
     if (path == nullptr) path = "";
-    const std::size_t size = std::strlen(path) + 1;
-    if (size > sizeof inline_) {
-        heap_ = std::make_unique<char[]>(size);
+    const std::size_t length = std::strlen(path);
+    if (length >= sizeof inline_) {
+        heap_ = std::make_unique<char[]>(length + 1);
         text_ = heap_.get();
     }
-    length_ = normalize(text_, path, keep_case).length;
+    length_ = normalize(text_, path, length, keep_case).length;
 }
 
 void NormalText::drop_trailing_slash() {

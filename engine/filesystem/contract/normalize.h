@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -18,8 +19,11 @@ struct Normalized {
     bool has_colon = false;  // a part of it, taken alone, may normalise to something else
 };
 
-/// fs::path_normalize with its by-products. `in` is not null; `out` may be `in`.
-Normalized normalize(char* out, const char* in, bool keep_case);
+/// fs::path_normalize with its by-products, of a terminated text of this length. `out` may be `in`.
+Normalized normalize(char* out, const char* in, std::size_t length, bool keep_case);
+inline Normalized normalize(char* out, const char* in, bool keep_case) {
+    return normalize(out, in, std::strlen(in), keep_case);
+}
 
 /// A path in normal form, in place while it is no longer than the system could hold. Null is the empty path. Throws
 /// std::bad_alloc.

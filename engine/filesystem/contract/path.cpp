@@ -15,16 +15,17 @@ namespace {
 
 constexpr std::size_t longest_part = 0x7FFFFFFE;  // lengths are kept in 32 bits; nothing near this is a name
 
-std::size_t length_of(const char* text) { return text != nullptr ? std::strlen(text) : 0; }
+std::string_view view_of(const char* text) { return text != nullptr ? text : ""; }
 
 }  // namespace
 
 path::path() : path(installed) {}
 
 path::path(const char* text, bool lower) : path(static_cast<std::uint8_t>(installed | (lower ? lowercase : 0))) {
-    char* const out = reserve(length_of(text), 0);
-    if (out == nullptr || text == nullptr) return;
-    const Normalized found = normalize(out, text, !lower);
+    const std::string_view in = view_of(text);
+    char* const out = reserve(in.size(), 0);
+    if (out == nullptr) return;
+    const Normalized found = normalize(out, in.data(), in.size(), !lower);
     std::memmove(out + found.split + 1, out + found.split, found.length - found.split + 1);
     out[found.split] = '\0';
     dir_length_ = static_cast<std::uint32_t>(found.split);
@@ -93,14 +94,16 @@ void path::Release() {
 
 void path::Set(const char* dir, const char* file, bool lower) {
     path made(static_cast<std::uint8_t>(installed | (lower ? lowercase : 0)));  // either text may lie in this path
-    char* const out = made.reserve(length_of(dir) + 1, length_of(file));
+    const std::string_view dir_in = view_of(dir);
+    const std::string_view file_in = view_of(file);
+    char* const out = made.reserve(dir_in.size() + 1, file_in.size());
     if (out != nullptr) {
-        std::size_t length = normalize(out, dir != nullptr ? dir : "", !lower).length;
+        std::size_t length = normalize(out, dir_in.data(), dir_in.size(), !lower).length;
         if (length != 0 && out[length - 1] != '/') out[length++] = '/';
         out[length] = '\0';
         made.dir_length_ = static_cast<std::uint32_t>(length);
-        made.file_length_ =
-            static_cast<std::uint32_t>(normalize(out + length + 1, file != nullptr ? file : "", !lower).length);
+        const Normalized name = normalize(out + length + 1, file_in.data(), file_in.size(), !lower);
+        made.file_length_ = static_cast<std::uint32_t>(name.length);
     }
     *this = std::move(made);
 }
