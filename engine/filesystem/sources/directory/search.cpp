@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <engine/filesystem/access/search.h>
@@ -34,26 +35,15 @@ std::vector<std::uint32_t> collect(const NameTable& table, Wanted&& wanted) {
     return {keys.begin(), keys.end()};  // without the buckets
 }
 
-// Whether files of a directory are wanted, asked once for each run of files of one directory.
+// `wanted` asked of a directory, once for each run of files of one directory.
 template <class Wanted>
-class DirectoryFilter {
-public:
-    DirectoryFilter(const NameTable& table, Wanted wanted) : table_(table), wanted_(wanted) {}
-    bool operator()(std::uint32_t file) {
-        const std::uint32_t dir = table_.dir_number(file);
-        if (dir != last_dir_) {
-            last_dir_ = dir;
-            last_answer_ = wanted_(table_.dir(file));
-        }
-        return last_answer_;
-    }
-
-private:
-    const NameTable& table_;
-    Wanted wanted_;
-    std::uint32_t last_dir_ = NameTable::none;
-    bool last_answer_ = false;
-};
+auto once_for_each_run(const NameTable& table, Wanted wanted) {
+    return [&table, wanted, last = NameTable::none, answer = false](std::uint32_t file) mutable {
+        const std::uint32_t dir = table.dir_number(file);
+        if (dir != std::exchange(last, dir)) answer = wanted(table.dir(file));
+        return answer;
+    };
+}
 
 // Puts each file at the front of a list, and tells the search callback. A list comes whole or not at all. Each name has
 // room for `room` bytes; where that is not none, one that does not fit in it is left empty.
@@ -84,8 +74,8 @@ bool has_extension(std::string_view name, const char* ext) {
 FS_NAME* CWin32_dir::get_file_list(const char* dir, const char* mask, bool recursive) {
     return fs::guarded(dir, static_cast<FS_NAME*>(nullptr), [&] {
         const NameTable& table = state_->names->table;
-        DirectoryFilter in_dir(table,
-                               [&](std::string_view held) { return fs::directory_answers(held, dir, recursive); });
+        auto in_dir = once_for_each_run(
+            table, [&](std::string_view held) { return fs::directory_answers(held, dir, recursive); });
         const auto wanted = [&](std::uint32_t file) {
             return in_dir(file) && fs::name_matches(table.name(file), mask);
         };
@@ -97,7 +87,7 @@ FS_NAME* CWin32_dir::search_substring(const char* text) {
     if (!text || *text == '\0') return nullptr;
     return fs::guarded(text, static_cast<FS_NAME*>(nullptr), [&] {
         const NameTable& table = state_->names->table;
-        DirectoryFilter contains(table, [&](std::string_view held) {
+        auto contains = once_for_each_run(table, [&](std::string_view held) {
             return held.substr(0, held.size() - (held.empty() ? 0 : 1)).find(text) != std::string_view::npos;
         });
         return list_of(table, collect(table, contains), fs::path_capacity);
