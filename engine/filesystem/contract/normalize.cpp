@@ -14,26 +14,47 @@ namespace {
 
 bool ends_component(char letter) { return letter == '\0' || is_separator(letter); }
 
-/// Whether a path is in normal form but for case and the kind of its separators: no component is empty or may be one of
-/// dots, and there is no colon. This loop and the next look at every byte, so that they become vector instructions (of
-/// bytes; a bool would keep them from it).
-bool is_plain(const char* in, std::size_t length) {
-    unsigned char odd = length != 0 && (in[0] == '.' || in[0] == ':');
-    for (std::size_t i = 1; i < length; ++i) {
-        const bool begins = (in[i - 1] == '/') | (in[i - 1] == '\\');
-        const bool is_special = (in[i] == '/') | (in[i] == '\\') | (in[i] == '.');
-        odd |= (begins & is_special) | (in[i] == ':');
+constexpr std::size_t piece = 16;  // bytes; loops over just so many become vector instructions
+
+/// Whether a byte of this piece is a colon, or begins a component as a dot or an empty one. Looks at the byte before, too.
+bool is_odd(const char* text) {
+    unsigned char odd = 0;
+    for (std::size_t i = 0; i < piece; ++i) {
+        const bool begins = (text[i - 1] == '/') | (text[i - 1] == '\\');
+        const bool is_special = (text[i] == '/') | (text[i] == '\\') | (text[i] == '.');
+        odd |= (begins & is_special) | (text[i] == ':');
     }
-    return odd == 0;
+    return odd != 0;
+}
+
+/// Whether a path is in normal form but for case and the kind of its separators: no component is empty or may be one of
+/// dots, and there is no colon.
+bool is_plain(const char* in, std::size_t length) {
+    if (length <= piece) {
+        char padded[piece + 1] = {};
+        std::memcpy(padded, in, length);
+        return padded[0] != '.' && padded[0] != ':' && !is_odd(padded + 1);
+    }
+    bool plain = in[0] != '.' && in[0] != ':';
+    for (std::size_t at = 1; at + piece < length; at += piece) plain = plain && !is_odd(in + at);
+    return plain && !is_odd(in + length - piece);
 }
 
 void copy_plain(char* out, const char* in, std::size_t length, bool keep_case) {
     const unsigned letters = keep_case ? 0 : 26;
-    for (std::size_t i = 0; i < length; ++i) {
-        const char letter = in[i] == '\\' ? '/' : in[i];
-        const bool is_upper = static_cast<unsigned char>(letter - 'A') < letters;
-        out[i] = static_cast<char>(is_upper ? letter + ('a' - 'A') : letter);
-    }
+    const auto copy = [&](std::size_t at, std::size_t size) {
+        char block[piece] = {};
+        std::memcpy(block, in + at, size);
+        for (char& letter : block) {
+            if (letter == '\\') letter = '/';
+            const bool is_upper = static_cast<unsigned char>(letter - 'A') < letters;
+            letter = static_cast<char>(is_upper ? letter + ('a' - 'A') : letter);
+        }
+        std::memcpy(out + at, block, size);
+    };
+    if (length < piece) return copy(0, length);
+    for (std::size_t at = 0; at + piece < length; at += piece) copy(at, piece);
+    copy(length - piece, piece);  // what it copies a second time stays as it is
 }
 
 /// The whole rule. The output position never overtakes the input position, so both may be in one buffer.
