@@ -6,6 +6,7 @@
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/platform/never_destroyed.h"
+#include "engine/platform/per_thread.h"
 
 // The list of sources and the index of their directories, under one reader-writer lock.
 //
@@ -19,7 +20,7 @@ namespace fs::registry {
 
 namespace {
 
-thread_local int locks_held = 0;  // by this thread, in any form
+constinit platform::PerThread<int, struct RegistryLocks> locks_held;  // by this thread, in any form
 
 /// What leads every name of a source that was mounted with its parent: its tree's own name. "" for all others.
 std::string_view leading_directory(CFSSource& source, const fs::dir& tree) {
@@ -66,7 +67,7 @@ State& state() {
 bool this_thread_holds_lock() { return locks_held != 0; }
 
 SharedGuard::SharedGuard(State& state) : state_(state) {
-    if (locks_held++ == 0) state_.lock.lock_shared();
+    if (++locks_held == 1) state_.lock.lock_shared();
 }
 
 SharedGuard::~SharedGuard() {

@@ -17,6 +17,7 @@
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/formats/inflate.h"
+#include "engine/platform/lock.h"
 
 namespace fs {
 
@@ -38,7 +39,7 @@ std::string key_of(const char* name) {
 }  // namespace
 
 struct ZippedDataArchive::State {
-    std::mutex lock;  // guards everything below
+    platform::Mutex lock;  // guards everything below
     std::list<Entry> entries;
     std::unordered_map<std::string_view, std::list<Entry>::iterator> by_name;  // keys are the entries' own names
     std::vector<std::string> ignored;
