@@ -1,39 +1,57 @@
 #include "engine/filesystem/contract/set_error.h"
 
+#include <array>
 #include <iterator>
 #include <new>
 #include <utility>
+
+#include "engine/platform/never_destroyed.h"
+#include "engine/platform/per_thread.h"
 
 namespace fs {
 
 namespace {
 
-SFsError& thread_error() {
-    thread_local SFsError error;
-    return error;
-}
+using ThreadError = platform::ThreadObject<SFsError>;
 
-thread_local ErrorScope::State* innermost_scope = nullptr;
-
+/// Set while the thread's failure is the kind alone, for want of memory for a record of it.
+constinit platform::PerThread<EFSError::TYPE, struct BareErrorKind> bare_kind;
+constinit platform::PerThread<ErrorScope::State*, ErrorScope> innermost_scope;
 /// How many ErrorKeepers stand on the thread's stack.
-thread_local int keepers = 0;
+constinit platform::PerThread<int, ErrorKeeper> keepers;
+
+/// A failure of which nothing but its kind is known.
+const SFsError& bare_error(EFSError::TYPE code) {
+    static constexpr std::size_t kinds = EFSError::IO + 1;
+    struct Bare {
+        std::array<SFsError, kinds> of;
+        Bare() {
+            for (std::size_t i = 0; i < kinds; ++i) of[i].code = static_cast<EFSError::TYPE>(i);
+        }
+    };
+    static const platform::NeverDestroyed<Bare> errors;
+    return errors.value.of[code];
+}
 
 /// Whether a failure of this kind may take the place of what is stored.
 bool says_more(EFSError::TYPE code) {
     if (keepers != 0) return false;
-    const bool found = innermost_scope != nullptr && innermost_scope->found;
-    return !found || code != EFSError::NOT_FOUND || thread_error().code == EFSError::NOT_FOUND;
+    const ErrorScope::State* const scope = innermost_scope;
+    const bool found = scope != nullptr && scope->found;
+    return !found || code != EFSError::NOT_FOUND || last_error().code == EFSError::NOT_FOUND;
 }
 
 /// Before the first failure of a scope is stored: keeps what it takes the place of.
 void note_in_scope() {
-    if (innermost_scope == nullptr || innermost_scope->found) return;
-    innermost_scope->found = true;
-    innermost_scope->before.reset(new (std::nothrow) SFsError(std::move(thread_error())));
+    ErrorScope::State* const scope = innermost_scope;
+    if (scope == nullptr || scope->found) return;
+    scope->found = true;
+    SFsError* const error = bare_kind == EFSError::NONE ? ThreadError::find() : nullptr;
+    scope->before.reset(new (std::nothrow) SFsError(error != nullptr ? std::move(*error) : bare_error(bare_kind)));
 }
 
-void store_kind(EFSError::TYPE code, const char* path, std::int32_t os_code) {
-    SFsError& error = thread_error();
+/// The thread's record with this kind, for the words; null when there is no memory for it.
+SFsError* store_kind(EFSError::TYPE code, const char* path, std::int32_t os_code) {
     // The words may be lost for want of memory; that there was a failure, and of which kind, is not.
     fs::string kept_path;
     try {
@@ -42,9 +60,13 @@ void store_kind(EFSError::TYPE code, const char* path, std::int32_t os_code) {
         kept_path.clear();
     }
     note_in_scope();
-    error.code = code;
-    error.os_code = os_code;
-    error.path = std::move(kept_path);
+    SFsError* const error = ThreadError::make();
+    bare_kind = error == nullptr ? code : EFSError::NONE;
+    if (error == nullptr) return nullptr;
+    error->code = code;
+    error->os_code = os_code;
+    error->path = std::move(kept_path);
+    return error;
 }
 
 /// What a failure of the seam is to callers, in the order of platform::Failure.
@@ -77,29 +99,35 @@ const Meaning& meaning_of(platform::Failure failure) { return meanings[static_ca
 
 }  // namespace
 
-const SFsError& last_error() { return thread_error(); }
+const SFsError& last_error() {
+    const EFSError::TYPE bare = bare_kind;
+    const SFsError* const error = bare == EFSError::NONE ? ThreadError::find() : nullptr;
+    return error != nullptr ? *error : bare_error(bare);
+}
 
 void clear_error() {
-    SFsError& error = thread_error();
-    error.code = EFSError::NONE;
-    error.os_code = 0;
-    error.path.clear();
-    error.text.clear();
+    bare_kind = EFSError::NONE;
+    SFsError* const error = ThreadError::find();
+    if (error == nullptr) return;
+    error->code = EFSError::NONE;
+    error->os_code = 0;
+    error->path.clear();
+    error->text.clear();
 }
 
 void set_error(EFSError::TYPE code, const char* path, std::string text, std::int32_t os_code) {
     if (!says_more(code)) return;
-    store_kind(code, path, os_code);
-    thread_error().text = std::move(text);
+    if (SFsError* const error = store_kind(code, path, os_code)) error->text = std::move(text);
 }
 
 void set_error(EFSError::TYPE code, const char* path, const char* text, std::int32_t os_code) noexcept {
     if (!says_more(code)) return;
-    store_kind(code, path, os_code);
+    SFsError* const error = store_kind(code, path, os_code);
+    if (error == nullptr) return;
     try {
-        thread_error().text.assign(text);
+        error->text.assign(text);
     } catch (...) {
-        thread_error().text.clear();
+        error->text.clear();
     }
 }
 
@@ -116,10 +144,11 @@ ErrorScope::~ErrorScope() {
 void ErrorScope::forget() {
     if (!state_.found) return;
     state_.found = false;
-    if (state_.before != nullptr) {
-        thread_error() = std::move(*state_.before);
-        state_.before.reset();
-    }
+    if (state_.before == nullptr) return;
+    SFsError* const error = ThreadError::make();
+    bare_kind = error == nullptr ? state_.before->code : EFSError::NONE;
+    if (error != nullptr) *error = std::move(*state_.before);
+    state_.before.reset();
 }
 
 ErrorKeeper::ErrorKeeper() { ++keepers; }

@@ -37,7 +37,7 @@ private:
 };
 
 /// One call of such an inflater, for zlib streams (RFC 1950) of at most `capacity` bytes. The length in `length`; false when
-/// the stream is damaged, does not fit, or there is no memory.
+/// the stream is damaged or does not fit. Throws std::bad_alloc.
 bool inflate_zlib_stream(const void* packed, std::size_t packed_size, void* out, std::size_t capacity,
                          std::size_t& length);
 

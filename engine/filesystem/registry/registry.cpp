@@ -7,6 +7,7 @@
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/platform/never_destroyed.h"
+#include "engine/platform/per_thread.h"
 
 // The list of sources and the index of their directories, under one reader-writer lock.
 //
@@ -20,8 +21,8 @@ namespace fs::registry {
 
 namespace {
 
-thread_local int locks_held = 0;     // by this thread, in any form
-thread_local int unlocked_asks = 0;  // on this thread's stack
+constinit platform::PerThread<int, struct RegistryLocks> locks_held;  // by this thread, in any form
+constinit platform::PerThread<int, UnlockedAsking> unlocked_asks;     // on this thread's stack
 
 /// What leads every name of a source that was mounted with its parent: its tree's own name. "" for all others.
 std::string_view leading_directory(CFSSource& source, const fs::dir& tree) {
@@ -66,7 +67,7 @@ UnlockedAsking::UnlockedAsking() { ++unlocked_asks; }
 UnlockedAsking::~UnlockedAsking() { --unlocked_asks; }
 
 SharedGuard::SharedGuard() {
-    if (locks_held++ == 0) state().lock.lock_shared();
+    if (++locks_held == 1) state().lock.lock_shared();
 }
 
 SharedGuard::~SharedGuard() {

@@ -16,6 +16,7 @@
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/formats/inflate.h"
+#include "engine/platform/lock.h"
 
 namespace fs {
 
@@ -33,7 +34,7 @@ std::string key_of(const char* name) { return lower_text(name ? name : ""); }
 }  // namespace
 
 struct ZippedDataArchive::State {
-    std::mutex lock;  // guards everything below
+    platform::Mutex lock;  // guards everything below
     std::unordered_map<std::string, Entry> entries;
     std::uint64_t added = 0;
     std::vector<std::string> ignored;

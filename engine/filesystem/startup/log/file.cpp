@@ -18,14 +18,16 @@
 #include "engine/filesystem/log/hooks.h"
 #include "engine/filesystem/startup/crash/dump.h"
 #include "engine/platform/files.h"
+#include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
+#include "engine/platform/per_thread.h"
 
 namespace crash {
 
 namespace {
 
 struct LogFile {
-    std::mutex lock;          // guards what follows but `is_open`, and all names until it is set
+    platform::Mutex lock;     // guards what follows but `is_open`, and all names until it is set
     SFsFile* file = nullptr;  // owned
     bool is_ours = false;     // made by this process, hence ours to remove
     bool at_line_start = true;
@@ -42,7 +44,7 @@ LogFile& log_file() {
 }
 
 // Writing may itself log (a failure, say); such a message must not wait for the file that its own thread is writing.
-thread_local bool is_writing = false;
+constinit platform::PerThread<bool, struct WritingLogFile> is_writing;
 
 class FileLock {
 public:
@@ -52,7 +54,7 @@ public:
     FileLock& operator=(const FileLock&) = delete;
 
 private:
-    const std::lock_guard<std::mutex> guard_;
+    const std::lock_guard<platform::Mutex> guard_;
 };
 
 /// False when not all of it was written.

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -12,6 +11,7 @@
 
 #include "engine/filesystem/sources/paths.h"
 #include "engine/platform/directories.h"
+#include "engine/platform/lock.h"
 
 namespace fs {
 
@@ -75,15 +75,15 @@ private:
     Slot* asked_for_ = nullptr;  // what next() returned last
     bool was_started_ = false;
 
-    std::mutex lock_;               // guards what follows
+    platform::Mutex lock_;          // guards what follows
     std::vector<Pending> pending_;  // the last is next
     std::vector<std::unique_ptr<Slot>> slots_;
     std::vector<Slot*> free_;  // with room for all slots
     bool is_idle_ = false;
     bool is_stopping_ = false;
 
-    std::condition_variable has_work_;
-    std::condition_variable is_listed_;
+    platform::ConditionVariable has_work_;
+    platform::ConditionVariable is_listed_;
     mt::CThread thread_;
 };
 
