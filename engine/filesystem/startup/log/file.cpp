@@ -15,7 +15,7 @@
 #include "engine/filesystem/contract/file_ptr.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/native_file.h"
-#include "engine/filesystem/log/hooks.h"
+#include "engine/filesystem/log/sinks.h"
 #include "engine/filesystem/startup/crash/dump.h"
 #include "engine/platform/files.h"
 #include "engine/platform/never_destroyed.h"
@@ -124,12 +124,12 @@ Opened open_log_file(const std::string& name, bool must_be_new) {
         log.native_path.swap(native_path);
     }
     log.is_open.store(true, std::memory_order_release);
-    logging::start_up_values().write_to_file.store(write_line, std::memory_order_release);
+    logging::state.write_to_file.store(write_line, std::memory_order_release);
     return Opened::YES;
 }
 
 void close_log_file() {
-    logging::start_up_values().write_to_file.store(nullptr, std::memory_order_release);
+    logging::state.write_to_file.store(nullptr, std::memory_order_release);
     LogFile& log = log_file();
     log.is_open.store(false, std::memory_order_release);
     const fs::ErrorKeeper keeper;

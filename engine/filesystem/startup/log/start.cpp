@@ -18,8 +18,8 @@
 
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/assertions.h"
-#include "engine/filesystem/log/hooks.h"
 #include "engine/filesystem/log/levels.h"
+#include "engine/filesystem/log/sinks.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/startup/crash/assert.h"
 #include "engine/filesystem/startup/crash/name.h"
@@ -32,7 +32,6 @@
 namespace {
 
 using logging::StartUp;
-using logging::StartUpValues;
 
 constexpr std::uint32_t all_bits = 0xFFFFFFFFu;
 constexpr const char* fallback_log_name = "out/logs/crash.log";
@@ -45,17 +44,15 @@ struct CrashState {
 };
 constinit CrashState state;
 
-StartUpValues& values() { return logging::start_up_values(); }
-
 /// Nothing happens, and false is answered, when the phase is not `from`.
 bool change_phase(StartUp from, StartUp to) {
-    return values().phase.compare_exchange_strong(from, to, std::memory_order_acq_rel);
+    return logging::state.phase.compare_exchange_strong(from, to, std::memory_order_acq_rel);
 }
 
 void read_switches() {
     const char* const line = platform::command_line();
     state.is_silent = crash::has_switch(line, "silent");
-    values().verbose.store(crash::has_switch(line, "verbose"), std::memory_order_relaxed);
+    logging::state.verbose.store(crash::has_switch(line, "verbose"), std::memory_order_relaxed);
 }
 
 void read_configuration() {
@@ -65,12 +62,12 @@ void read_configuration() {
 }
 
 void start(bool console) {
-    values().console.store(console ? platform::standard_output() : nullptr, std::memory_order_release);
+    logging::state.console.store(console ? platform::standard_output() : nullptr, std::memory_order_release);
     read_switches();
     _CLFilterClear();
     read_configuration();
     _CLFilterAdd(logging::code("LLOG"), all_bits, CLFilterAction::CONSOLE);
-    if (values().verbose.load(std::memory_order_relaxed)) {
+    if (logging::state.verbose.load(std::memory_order_relaxed)) {
         _CLFilterAdd(logging::code("CLOG"), all_bits, CLFilterAction::BOTH);
     }
     change_phase(StartUp::NOT_STARTED, StartUp::STARTED);
@@ -108,7 +105,7 @@ bool open_named(const std::string& name) {
 }
 
 void open_file() {
-    const bool is_verbose = values().verbose.load(std::memory_order_relaxed);
+    const bool is_verbose = logging::state.verbose.load(std::memory_order_relaxed);
     if (state.is_silent && !is_verbose) return;
     raise_level(is_verbose ? Log::ELevel::DEBG : Log::ELevel::INFO);
     const auto given = crash::option_value(platform::command_line(), "logfile=");
@@ -130,7 +127,7 @@ void complete() {
 
 void run_steps(bool console) {
     const fs::ErrorKeeper keeper;
-    const StartUp phase = values().phase.load(std::memory_order_acquire);
+    const StartUp phase = logging::state.phase.load(std::memory_order_acquire);
     if (phase == StartUp::NOT_STARTED) start(console);
     if (phase == StartUp::STARTED) read_configuration();
     complete();
@@ -141,8 +138,8 @@ bool may_start_now() { return !fs::registry::this_thread_holds_lock(); }
 
 /// Done as the library is loaded: the first message of a process may come before any call that could do it.
 bool install() {
-    values().may_start_now.store(may_start_now, std::memory_order_release);
-    values().run.store(run_by_message, std::memory_order_release);
+    logging::state.may_start_now.store(may_start_now, std::memory_order_release);
+    logging::state.run.store(run_by_message, std::memory_order_release);
     logging::set_default_assert_handler(crash::ask_about_assertion);
     return true;
 }
@@ -163,21 +160,21 @@ void CrashInit(bool console) {
 void CrashInit() { CrashInit(false); }
 
 void CrashClose() {
-    values().phase.store(StartUp::CLOSED, std::memory_order_release);
+    logging::state.phase.store(StartUp::CLOSED, std::memory_order_release);
     crash::close_log_file();
 }
 
-void CrashInitOutToConsole() { values().console.store(platform::standard_output(), std::memory_order_release); }
-void CrashDisableOutToConsole() { values().console.store(nullptr, std::memory_order_release); }
-void* CrashGetConsoleHandle() { return values().console.load(std::memory_order_acquire); }
+void CrashInitOutToConsole() { logging::state.console.store(platform::standard_output(), std::memory_order_release); }
+void CrashDisableOutToConsole() { logging::state.console.store(nullptr, std::memory_order_release); }
+void* CrashGetConsoleHandle() { return logging::state.console.load(std::memory_order_acquire); }
 
 void CrashGetStats(std::uint32_t& errors, std::uint32_t& warnings) {
-    errors = logging::error_count();
-    warnings = logging::warning_count();
+    errors = logging::state.errors.load(std::memory_order_relaxed);
+    warnings = logging::state.warnings.load(std::memory_order_relaxed);
 }
 
-void CrashShowMessageBox(bool on) { values().message_boxes.store(on, std::memory_order_relaxed); }
-bool CrashCanShowMessageBox() { return values().message_boxes.load(std::memory_order_relaxed); }
+void CrashShowMessageBox(bool on) { logging::state.message_boxes.store(on, std::memory_order_relaxed); }
+bool CrashCanShowMessageBox() { return logging::state.message_boxes.load(std::memory_order_relaxed); }
 void CrashShowCallstackInAsserts(bool on) { state.call_stacks.store(on, std::memory_order_relaxed); }
 bool CrashCanShowCallstackInAsserts() { return state.call_stacks.load(std::memory_order_relaxed); }
 
