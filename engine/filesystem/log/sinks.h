@@ -35,6 +35,7 @@ struct State {
     std::atomic<StartUp> phase{StartUp::NOT_STARTED};
     std::atomic<bool> verbose{false};
     std::atomic<bool> message_boxes{true};
+    std::atomic<bool> call_stacks{true};  // in reports of assertions
     std::atomic<void*> console{nullptr};  // null: no console output
     /// Runs the start-up with its default argument. Called while the phase is neither COMPLETE nor CLOSED.
     std::atomic<void (*)()> run{nullptr};

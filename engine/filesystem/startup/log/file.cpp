@@ -79,11 +79,6 @@ bool is_file_on_disk(const std::string& native_path) {
     return attributes && !attributes->is_directory;
 }
 
-bool is_empty_file(const std::string& native_path) {
-    const auto attributes = platform::get_attributes(native_path.c_str());
-    return attributes && !attributes->is_directory && attributes->size == 0;
-}
-
 /// Made, or emptied, and from then on written at its end alone where the file is one of the disk.
 SFsFile* open_appending(const char* name) {
     SFsFile* const file = fs::open(name, EFSMode::WRITE, FFSOpenFlags::CREATE);
@@ -97,7 +92,9 @@ void remove_empty_file(const LogFile& log) {
     if (log.native_path.empty()) return;
     if (fs::is_initialized() && fs::full_path(log.virtual_name.c_str()) == log.native_path)
         fs::rem_file(log.virtual_name.c_str());
-    if (is_empty_file(log.native_path)) platform::remove_file(log.native_path.c_str());
+    const auto attributes = platform::get_attributes(log.native_path.c_str());
+    if (attributes && !attributes->is_directory && attributes->size == 0)
+        platform::remove_file(log.native_path.c_str());
 }
 
 }  // namespace
