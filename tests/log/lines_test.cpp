@@ -61,8 +61,10 @@ TEST_F(LogLines, SequencesOfMessagesShareLinesAsTheirModesSay) {
 }
 
 TEST_F(LogLines, HeadersHaveTimeAndPositionAndArePaddedToTheWidest) {
-    EXPECT_THAT(write("longer", "x\n"),
-                testing::ContainsRegex("^.[0-2][0-9]:[0-5][0-9]:[0-5][0-9][.][0-9][0-9][0-9]. INFO: .longer. > x"));
+    std::string text = write("longer", "x\n");
+    std::ranges::replace_if(
+        text, [](char c) { return c >= '0' && c <= '9'; }, '0');
+    EXPECT_EQ(text, "{00:00:00.000} INFO: [longer] > x\r\n");
     EXPECT_EQ(without_time(write("a", "x\n")), "INFO: [a]      > x\r\n");
     EXPECT_EQ(without_time(write("longest", "x\n")), "INFO: [longest] > x\r\n");
     Log::Settings::Instance().SetMessageSource(true);
