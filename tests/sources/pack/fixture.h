@@ -12,7 +12,7 @@
 #include <engine/filesystem/sources/pack.h>
 
 #include "engine/kernel/checksum.h"
-#include "tests/support/whole_file.h"
+#include "tests/support/temp_directory.h"
 
 namespace packs {
 
