@@ -1,5 +1,7 @@
 // Loads by workers: what an urgent one waits while big entries are inflated, what steps and the hand-over cost, how soon a
-// cancel answers, many files by two workers beside a loop, and views beside reads.
+// cancel answers, many files by two workers beside a loop, lookups beside a slow open, and views beside reads.
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
@@ -149,6 +151,44 @@ void ManyFilesBesideALoop(benchmark::State& state) {
     paired::compare(state, names.size(), 7, batch, loop);
 }
 BENCHMARK(ManyFilesBesideALoop)->Iterations(1)->Arg(1)->Arg(2)->ArgName("workers")->Unit(benchmark::kMillisecond);
+
+/// Makes each open of a file of the disk take as long as a disk that was asleep.
+class SlowDisk final : public fs::IFsMonitor {
+public:
+    SlowDisk() { fs::set_monitor(this); }
+    ~SlowDisk() { fs::set_monitor(nullptr); }
+    void touch_file(const char*, EFSMode::TYPE, FFSOpenFlags::FLAGS) override {
+        is_opening = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    std::atomic<bool> is_opening{false};
+};
+
+/// What fs::exists waits while a worker opens a file that takes 50 ms and another thread adds a source.
+void ExistsBesideASlowOpen(benchmark::State& state) {
+    Bed bed({.workers = 1});
+    const std::string added = (bed.folder / "added").generic_string();
+    std::filesystem::create_directories(added);
+    std::ofstream(bed.folder / "root/slow.bin") << "slow";
+    fs::refresh();
+    std::vector<double> times;
+    for (auto _ : state) {
+        for (int round = 0; round < 20; ++round) {
+            SlowDisk disk;
+            SFsLoad* const load = fs::load_async({.path = "slow.bin"});
+            while (!disk.is_opening) std::this_thread::yield();
+            std::thread adder([&] { fs::add_source(added.c_str(), mount_flags); });
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            times.push_back(paired::seconds([] { fs::exists("urgent.bin"); }));
+            adder.join();
+            load->Wait();
+            load->Release();
+            fs::rem_source(added.c_str());
+        }
+    }
+    report(state, times);
+}
+BENCHMARK(ExistsBesideASlowOpen)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 std::uint64_t sum(const void* bytes, std::uint64_t size) {
     const auto* const words = static_cast<const std::uint64_t*>(bytes);

@@ -3,7 +3,7 @@
 
 #include <engine/filesystem/containers/pack_writer.h>
 
-#include "tests/support/whole_file.h"
+#include "tests/support/temp_directory.h"
 
 int main(int argc, char** argv) {
     if (argc != 2) return 2;

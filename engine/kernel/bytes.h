@@ -1,15 +1,19 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <utility>
 
-/// Numbers in files, least significant byte first, wherever they lie. Compilers make one load or store of each.
+/// Numbers in files, least significant byte first, wherever they lie. Compilers make one load or store of each: of the
+/// folds below, while they keep a loop over the bytes as a loop.
 namespace kernel {
 
 template <typename Number>
 constexpr Number load_number(const std::uint8_t* bytes) {
-    std::uint64_t value = 0;
-    for (unsigned i = 0; i < sizeof(Number); ++i) value |= std::uint64_t{bytes[i]} << 8 * i;
-    return static_cast<Number>(value);
+    return [&]<std::size_t... at>(std::index_sequence<at...>) {
+        return static_cast<Number>((... | (std::uint64_t{bytes[at]} << 8 * at)));
+    }
+    (std::make_index_sequence<sizeof(Number)>());
 }
 constexpr std::uint16_t load_u16(const std::uint8_t* bytes) { return load_number<std::uint16_t>(bytes); }
 constexpr std::uint32_t load_u32(const std::uint8_t* bytes) { return load_number<std::uint32_t>(bytes); }
@@ -17,7 +21,10 @@ constexpr std::uint64_t load_u64(const std::uint8_t* bytes) { return load_number
 
 template <typename Number>
 constexpr void store_number(std::uint8_t* bytes, Number value) {
-    for (unsigned i = 0; i < sizeof(Number); ++i) bytes[i] = static_cast<std::uint8_t>(std::uint64_t{value} >> 8 * i);
+    [&]<std::size_t... at>(std::index_sequence<at...>) {
+        ((bytes[at] = static_cast<std::uint8_t>(std::uint64_t{value} >> 8 * at)), ...);
+    }
+    (std::make_index_sequence<sizeof(Number)>());
 }
 constexpr void store_u16(std::uint8_t* bytes, std::uint16_t value) { store_number(bytes, value); }
 constexpr void store_u32(std::uint8_t* bytes, std::uint32_t value) { store_number(bytes, value); }

@@ -1,10 +1,11 @@
 #include "engine/platform/error.h"
 
 #include "engine/platform/fail.h"
+#include "engine/platform/per_thread.h"
 
 namespace platform {
 namespace {
-constinit thread_local Error thread_error;
+constinit PerThread<Error, struct ThreadFailure> thread_error;
 }  // namespace
 
 Error last_error() { return thread_error; }

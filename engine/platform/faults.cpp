@@ -1,4 +1,5 @@
 #include "engine/platform/faults.h"
+#include "engine/platform/lock.h"
 
 #include <array>
 #include <mutex>
@@ -18,7 +19,7 @@ struct Point {
 };
 
 struct Faults {
-    std::mutex lock;  // guards what follows
+    Mutex lock;  // guards what follows
     std::array<Point, fault_point_count> points{};
     std::uint32_t hits = 0;
     bool counts_calls = false;

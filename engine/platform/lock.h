@@ -1,21 +1,14 @@
 #pragma once
 
-#include <engine/kernel/thread_annotations.h>
-#include <mutex>
+#include <engine/kernel/lock.h>
 
 namespace platform {
 
-/// std::mutex and its guard, annotated, so that clang checks that what a mutex guards is touched under it alone. Where a
-/// condition variable waits, the standard's own are used.
-class ENGINE_CAPABILITY("mutex") Mutex {
-public:
-    void lock() ENGINE_ACQUIRE() { mutex_.lock(); }
-    void unlock() ENGINE_RELEASE() { mutex_.unlock(); }
+using mt::detail::ConditionVariable;
+using mt::detail::Mutex;
 
-private:
-    std::mutex mutex_;
-};
-
+/// Annotated, unlike the standard's guards, so that clang checks that what a mutex guards is touched under it alone. Where
+/// a condition variable waits, the standard's own are used.
 class ENGINE_SCOPED_CAPABILITY LockGuard {
 public:
     explicit LockGuard(Mutex& mutex) ENGINE_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }

@@ -1,11 +1,11 @@
 // Opening and managing through the sources that the library starts with, on a real disk.
 #include <engine/filesystem.h>
+#include <engine/filesystem/comfort.h>
 
 #include <gmock/gmock.h>
 
 #include <string>
 
-#include "engine/platform/faults.h"
 #include "tests/support/memory_source.h"
 #include "tests/support/mounted_root.h"
 
@@ -16,10 +16,7 @@ using Flags = FFSOpenFlags;
 
 class OnDisk : public testing::Test {
 protected:
-    void TearDown() override {
-        platform::clear_faults();
-        fs::shutdown();
-    }
+    void TearDown() override { fs::shutdown(); }
 
     void start(bool use_fallback, FFSAddSourceFlags::ENUM flags = whole_tree) {
         ASSERT_TRUE(fs::init((home_ / "game").c_str(), flags, (home_ / "cache").c_str(), use_fallback, false, nullptr));
@@ -27,18 +24,13 @@ protected:
     }
     static bool save(const char* path, const std::string& text, Flags::FLAGS flags,
                      EFSMode::TYPE mode = EFSMode::WRITE) {
-        SFsFile* const file = fs::open(path, mode, flags);
-        const bool whole = file != nullptr && fs::write(file, text.data(), text.size()) == text.size();
-        fs::close(file);
-        return whole;
+        const fs::file_ptr file = fs::open_file(path, mode, flags);
+        return file && fs::write(file.get(), text.data(), text.size()) == text.size();
     }
     static std::string load(const char* path, Flags::FLAGS flags = Flags::NONE) {
-        SFsFile* const file = fs::open(path, EFSMode::READ, flags);
-        if (file == nullptr) return "(none)";
-        std::string text(fs::length(file), '\0');
-        fs::read(file, text.data(), text.size());
-        fs::close(file);
-        return text;
+        const fs::file_ptr file = fs::open_file(path, EFSMode::READ, flags);
+        std::string text;
+        return file && fs::read_rest(file.get(), text) ? text : "(none)";
     }
 
     TempDirectory home_;
@@ -58,7 +50,14 @@ TEST_F(OnDisk, TheCacheDirectoryIsAPlaceOfItsOwn) {
     EXPECT_EQ(load("textures/sky.dds", Flags::IN_CACHE_DIR), "cached");
     EXPECT_EQ(load("textures/sky.dds"), "game");
     EXPECT_EQ(test::take_names(fs::search(nullptr, nullptr, true, false)).size(), 1u);  // no source learned of it
-    EXPECT_TRUE(fs::mkdir_cache("made") && fs::does_cache_dir_exist("made"));
+    EXPECT_FALSE(fs::does_cache_dir_exist("a"));
+    EXPECT_TRUE(fs::mkdir_cache("a/b") && fs::mkdir_cache("a/b/"));
+    for (const char* dir : {"", "a", "a\\b\\", static_cast<const char*>(nullptr)})
+        EXPECT_TRUE(fs::does_cache_dir_exist(dir));
+    EXPECT_FALSE(fs::does_cache_dir_exist(".."));
+    const std::string too_long(300, 'l');
+    for (const char* none : {"", "/", "../up", static_cast<const char*>(nullptr), too_long.c_str()})
+        EXPECT_FALSE(fs::mkdir_cache(none));
     EXPECT_TRUE(fs::rem_file("textures/sky.dds", Flags::IN_CACHE_DIR));
     EXPECT_FALSE(home_.exists("cache/Textures/Sky.dds"));
     EXPECT_EQ(home_.read("game/textures/sky.dds"), "game");
@@ -117,36 +116,6 @@ TEST_F(OnDisk, ARootThatIsNotWritableCreatesNothing) {
     EXPECT_FALSE(fs::mkdir("dir"));
     EXPECT_EQ(fs::last_error().code, EFSError::READ_ONLY);
     EXPECT_FALSE(home_.exists("game/new.txt") || home_.exists("game/dir"));
-}
-
-TEST_F(OnDisk, OneFailedCallDestroysNothing) {
-    using platform::Failure;
-    using platform::FaultPoint;
-    home_.write("game/save.dat", "precious");
-    start(true);
-    const struct {
-        Failure failure;
-        EFSError::TYPE code;
-    } rows[] = {{Failure::OTHER, EFSError::IO},
-                {Failure::ACCESS_DENIED, EFSError::ACCESS_DENIED},
-                {Failure::IN_USE, EFSError::IN_USE}};
-    for (const auto& row : rows) {
-        for (const auto mode : {EFSMode::WRITE, EFSMode::APPEND, EFSMode::READ_WRITE}) {
-            platform::inject_fault(FaultPoint::OPEN, 1, row.failure, false);
-            EXPECT_EQ(fs::open("save.dat", mode), nullptr);
-            EXPECT_EQ(fs::last_error().code, row.code);
-            platform::clear_faults();
-            EXPECT_EQ(home_.read("game/save.dat"), "precious");
-        }
-    }
-    home_.write("game/target.dat", "whole");
-    fs::refresh();
-    platform::inject_fault(FaultPoint::READ, 1, Failure::OTHER, false);
-    EXPECT_FALSE(fs::copy("save.dat", "target.dat", 0));
-    EXPECT_EQ(home_.read("game/target.dat"), "whole");
-    platform::inject_fault(FaultPoint::WRITE, 1, Failure::DISK_FULL, false);
-    EXPECT_FALSE(fs::save_text_file("text", "full.txt"));
-    EXPECT_EQ(fs::last_error().code, EFSError::DISK_FULL);
 }
 
 TEST_F(OnDisk, TellsHowTheDiskSpellsAFile) {

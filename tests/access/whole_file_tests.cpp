@@ -10,6 +10,7 @@
 namespace {
 
 using test::MemorySource;
+using namespace std::string_literals;
 
 class WholeFile : public testing::Test {
 protected:
@@ -28,22 +29,19 @@ protected:
 };
 
 TEST_F(WholeFile, IsReadIntoANewBlock) {
-    source_->add("x", std::string("a\0b", 3));
+    source_->add("x", "a\0b"s);
     source_->add("empty", "");
-    std::uint64_t size = 99;
-    void* data = fs::read("X", &size);
-    EXPECT_EQ(std::string(static_cast<char*>(data), size), std::string("a\0b", 3));
-    std::free(data);
-    data = fs::read("empty", &size);
-    EXPECT_NE(data, nullptr);
-    EXPECT_EQ(size, 0u);
-    std::free(data);
-    std::free(fs::read("x", nullptr));
-    for (const char* missing : {"missing", static_cast<const char*>(nullptr)}) {
-        size = 99;
-        EXPECT_EQ(fs::read(missing, &size), nullptr);
-        EXPECT_EQ(size, 0u);
+    for (const auto& [name, text] : {std::pair("X", "a\0b"s), std::pair("empty", ""s)}) {
+        std::uint64_t size = 99;
+        void* const data = fs::read(name, &size);
+        ASSERT_NE(data, nullptr);
+        EXPECT_EQ(std::string(static_cast<char*>(data), size), text);
+        std::free(data);
     }
+    std::free(fs::read("x", nullptr));
+    std::uint64_t size = 99;
+    EXPECT_EQ(fs::read("missing", &size), nullptr);
+    EXPECT_EQ(size, 0u);
     EXPECT_EQ(fs::read(nullptr, &size), nullptr);
     EXPECT_EQ(fs::read(nullptr, &size, std::uint64_t{1}), ~std::uint64_t{0});
 }
@@ -103,7 +101,7 @@ TEST_F(WholeFile, BinaryComesBackAsItWasSaved) {
 TEST_F(WholeFile, AFullDiskIsNotTakenForSuccess) {
     source_->file_capacity = 4;
     EXPECT_FALSE(fs::save_text_file("five!", "t.txt"));
-    EXPECT_NE(fs::last_error().code, EFSError::NONE);
+    EXPECT_EQ(fs::last_error().code, EFSError::DISK_FULL);
     EXPECT_FALSE(fs::save_binary_file("five!", 5, "b.bin"));
     EXPECT_FALSE(fs::save_wide_string(L"ab", "w.txt"));
     EXPECT_TRUE(fs::save_text_file("four", "t.txt"));
@@ -117,20 +115,17 @@ TEST_F(WholeFile, WideTextIsMarkedUnitsOrNarrowText) {
         {"", L""},
         {"x", L""},  // a file of one byte is not looked at
         {"\xFF\xFE", L""},
-        {std::string("\xFF\xFE"
-                     "a\0b\0",
-                     6),
+        {"\xFF\xFE"
+         "a\0b\0"s,
          L"ab"},
-        {std::string("\xFF\xFE"
-                     "a\0b",
-                     5),
+        {"\xFF\xFE"
+         "a\0b"s,
          L"a"},  // half a unit is none
-        {std::string("\xFF\xFE\x3D\xD8\x00\xDE", 6), L"\U0001F600"},
-        {std::string("\xFF\xFE\x3D\xD8"
-                     "a\0",
-                     6),
+        {"\xFF\xFE\x3D\xD8\x00\xDE"s, L"\U0001F600"},
+        {"\xFF\xFE\x3D\xD8"
+         "a\0"s,
          std::wstring(1, static_cast<wchar_t>(0xD83D)) + L"a"},
-        {std::string("\xFF\xFE\x00\xDE", 4), std::wstring(1, static_cast<wchar_t>(0xDE00))},
+        {"\xFF\xFE\x00\xDE"s, std::wstring(1, static_cast<wchar_t>(0xDE00))},
         {"narrow", L"narrow"},
     };
     for (const auto& row : rows) {
@@ -142,11 +137,11 @@ TEST_F(WholeFile, WideTextIsMarkedUnitsOrNarrowText) {
 
 TEST_F(WholeFile, WideTextIsSavedAsUnits) {
     EXPECT_TRUE(fs::save_wide_string(L"a\u20AC\U0001F600", "w.txt"));
-    EXPECT_EQ(source_->content("w.txt"), std::string("\xFF\xFE"
-                                                     "a\0"
-                                                     "\xAC\x20"
-                                                     "\x3D\xD8\x00\xDE",
-                                                     10));
+    EXPECT_EQ(source_->content("w.txt"),
+              "\xFF\xFE"
+              "a\0"
+              "\xAC\x20"
+              "\x3D\xD8\x00\xDE"s);
     EXPECT_TRUE(fs::save_wide_string(L"", "w.txt"));
     EXPECT_EQ(source_->content("w.txt"), "\xFF\xFE");
     EXPECT_FALSE(fs::save_wide_string(L"x", nullptr));

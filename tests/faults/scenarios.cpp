@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/log/hooks.h"
+#include "engine/filesystem/log/sinks.h"
 #include "engine/filesystem/startup/log/file.h"
 
 // What each family must keep when any single step of it fails: an answer of true is the whole truth, and what failed
@@ -287,7 +287,7 @@ bool reads(const char* name, std::string_view beginning) {
 bool log_two_lines(Stage&) {
     const auto open = [] { return crash::open_log_file("logs/a.log", false); };
     if (fs::guarded(nullptr, crash::Opened::NO, open) != crash::Opened::YES) return true;
-    const auto write = logging::start_up_values().write_to_file.load();
+    const auto write = logging::state.write_to_file.load();
     for (const std::string_view line : {"first line\r\n", "second line\r\n"}) write(line.data(), line.size());
     crash::close_log_file();
     return true;

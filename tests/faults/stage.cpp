@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "tests/support/whole_file.h"
+#include "tests/support/temp_directory.h"
 
 namespace test {
 

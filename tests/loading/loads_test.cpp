@@ -1,147 +1,15 @@
-#include <engine/filesystem.h>
-
 #include <gmock/gmock.h>
 
-#include <algorithm>
-#include <atomic>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
-#include <mutex>
-#include <random>
-#include <set>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "tests/support/mounted_root.h"
+#include "tests/loading/load_test.h"
 
 namespace {
 
 using testing::ElementsAre;
 
-/// Text that a decoder has work with and that shrinks.
-std::string bytes_of(std::size_t size, unsigned seed) {
-    std::minstd_rand random(seed + 1);
-    std::string text(size, '\0');
-    for (char& c : text) c = static_cast<char>('a' + random() % 7);
-    return text;
-}
-
-/// A file whose reads wait for a gate, and which tells no length, reads short or fails where that is asked for.
-struct Gate {
-    mt::CEvent open{true};
-    mt::CEvent reached{true};
-    std::atomic<int> reads{0};
-};
-
-class GatedFile final : public SFsFile {
-public:
-    GatedFile(Gate* gate, std::string text, bool tells_length)
-        : gate_(gate), text_(std::move(text)), tells_(tells_length) {}
-    std::uint64_t read(void* buffer, std::uint64_t size) override {
-        if (gate_ != nullptr) {
-            gate_->reached.Set();
-            gate_->open.Wait();
-            ++gate_->reads;
-        }
-        const std::uint64_t count = std::min<std::uint64_t>(size, text_.size() - at_);
-        std::memcpy(buffer, text_.data() + at_, count);
-        at_ += count;
-        return count;
-    }
-    std::uint64_t write(const void*, std::uint64_t) override { return ~std::uint64_t{0}; }
-    bool seek(std::int64_t offset, EFSSeek::TYPE) override {
-        at_ = static_cast<std::uint64_t>(offset);
-        return true;
-    }
-    std::uint64_t length() override { return tells_ ? text_.size() + short_by : ~std::uint64_t{0}; }
-    std::uint64_t tell() override { return at_; }
-
-    std::uint64_t short_by = 0;
-
-private:
-    Gate* const gate_;
-    const std::string text_;
-    const bool tells_;
-    std::uint64_t at_ = 0;
-};
-
-/// Serves "gated", "endless" (tells no length), "shrunk" (reads short) and "throws".
-class GatedSource final : public fs::ReadOnlySource {
-public:
-    explicit GatedSource(Gate* gate) : gate_(gate) {}
-    bool exists(const fs::path& p) override { return names.count(p.FileName()) != 0; }
-    SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS) override {
-        const std::string name = p.FileName();
-        if (names.count(name) == 0) return nullptr;
-        if (name == "throws") throw std::bad_alloc();
-        auto* const file = new GatedFile(name == "gated" ? gate_ : nullptr, bytes_of(3'000'000, 1), name != "endless");
-        if (name == "shrunk") file->short_by = 1;
-        return file;
-    }
-
-    const std::set<std::string> names{"gated", "endless", "shrunk", "throws"};
-
-private:
-    Gate* const gate_;
-};
-
-struct Told {
-    std::mutex lock;
-    std::vector<std::string> names;
-    std::atomic<int> count{0};
-
-    static void Note(SFsLoad* load, void* user) {
-        auto& told = *static_cast<Told*>(user);
-        const std::lock_guard guard(told.lock);
-        told.names.push_back(std::string(static_cast<const char*>(load->Data()), 1));
-        ++told.count;
-    }
-    static void Count(SFsLoad*, void* user) { ++static_cast<Told*>(user)->count; }
-};
-
-class Loads : public MountedRoot {
-protected:
-    static void SetUpTestSuite() {
-        files_ = std::make_unique<TempDirectory>();
-        fs::pack_writer pack;
-        ASSERT_TRUE(pack.open((*files_ / "p.pak").c_str()));
-        ASSERT_TRUE(pack.add("big.bin", big_.data(), big_.size(), 1, 0));
-        ASSERT_TRUE(pack.add("small.bin", small_.data(), small_.size(), 1, 0));
-        ASSERT_TRUE(pack.finish());
-    }
-    static void TearDownTestSuite() { files_.reset(); }
-    void SetUp() override {
-        directory_.write("loose.bin", small_);
-        MountedRoot::SetUp();
-    }
-    void TearDown() override {
-        MountedRoot::TearDown();
-        fs::set_polled_callbacks(false);
-        fs::set_load_settings({});
-    }
-    void Mount() { ASSERT_TRUE(fs::add_source((*files_ / "p.pak").c_str(), whole_tree)); }
-    GatedSource* MountGated() {
-        auto* const source = new GatedSource(&gate_);
-        fs::add_source(source, whole_tree);
-        return source;
-    }
-
-    /// The load of `path`, waited for.
-    static SFsLoad* Ended(SFsLoadWish wish) {
-        SFsLoad* const load = fs::load_async(wish);
-        EXPECT_TRUE(load != nullptr && load->Wait());
-        return load;
-    }
-    static std::string Text(const SFsLoad& load) { return {static_cast<const char*>(load.Data()), load.Size()}; }
-
-    static inline std::unique_ptr<TempDirectory> files_;
-    static inline const std::string big_ = bytes_of(20 << 20, 2);
-    static inline const std::string small_ = bytes_of(70'000, 3);
-    Gate gate_;
-    Told told_;
-};
+class Loads : public LoadTest {};
 
 TEST_F(Loads, WholeFilesAndRangesComeFromEverySource) {
     Mount();
@@ -151,7 +19,7 @@ TEST_F(Loads, WholeFilesAndRangesComeFromEverySource) {
         SFsLoadWish wish;
         std::string expected;
     };
-    const std::string endless = bytes_of(3'000'000, 1);
+    const std::string& endless = GatedSource::text;
     const Row rows[] = {{{.path = "small.bin"}, small_},
                         {{.path = "LOOSE.bin"}, small_},
                         {{.path = "big.bin"}, big_},
@@ -432,54 +300,6 @@ TEST_F(Loads, ABatchIsToldOfOnceAndInTheOrderOfItsPack) {
     batch->Release();
     const SFsLoadWish with_empty[] = {{.path = "small.bin"}, {.path = ""}};
     EXPECT_EQ(fs::load_batch(with_empty, 2), nullptr);
-}
-
-/// Random loads, cancels and sources that come and go, from several threads at once.
-TEST_F(Loads, SurviveASoak) {
-    constexpr int threads = 3;
-    constexpr int rounds = 400;
-    std::atomic<int> asked{0};
-    const auto host = [&](unsigned seed) {
-        std::minstd_rand random(seed);
-        std::vector<SFsLoad*> open;
-        for (int i = 0; i < rounds; ++i) {
-            SFsLoadWish wish{.path = random() % 40 == 0  ? "big.bin"
-                                     : random() % 2 != 0 ? "small.bin"
-                                                         : "loose.bin",
-                             .offset = random() % 3 * 1000,
-                             .priority = static_cast<std::int32_t>(random() % 1200) - 100,
-                             .deadline_ms = static_cast<std::uint32_t>(random() % 3),
-                             .callback = &Told::Count,
-                             .user = &told_};
-            if (SFsLoad* const load = fs::load_async(wish)) {
-                ++asked;
-                open.push_back(load);
-            }
-            if (random() % 3 == 0) open[random() % open.size()]->Cancel();
-            if (random() % 3 == 0)
-                open[random() % open.size()]->Reprioritise(static_cast<std::int32_t>(random() % 1100), 1);
-            if (random() % 50 == 0) fs::poll_loads(3);
-        }
-        for (SFsLoad* load : open) {
-            load->Wait();
-            load->Release();
-        }
-    };
-    std::vector<std::thread> hosts;
-    for (unsigned i = 0; i < threads; ++i) hosts.emplace_back(host, i);
-    for (int i = 0; i < 20; ++i) {
-        fs::add_source((*files_ / "p.pak").c_str(), whole_tree);
-        fs::set_polled_callbacks(i % 4 == 0);
-        fs::set_load_settings({.workers = static_cast<std::uint32_t>(1 + i % 3), .no_urgent_lane = i % 2 == 0});
-        fs::rem_source((*files_ / "p.pak").c_str());
-    }
-    for (std::thread& thread : hosts) thread.join();
-    fs::shutdown();
-    EXPECT_EQ(told_.count, asked);
-    SFsLoadStatistics statistics;
-    fs::get_load_statistics(statistics);
-    EXPECT_TRUE(statistics.block_bytes == 0 && statistics.in_hand == 0);
-    Start();
 }
 
 }  // namespace

@@ -5,9 +5,7 @@
 #include <string>
 #include <vector>
 
-#include <engine/filesystem/log.h>
-
-#include "engine/filesystem/log/state.h"
+#include "engine/filesystem/log/sinks.h"
 
 /// Starts each test from an untouched log core without a crash start-up, and records what the callbacks receive.
 class LogTest : public testing::Test {
@@ -21,8 +19,8 @@ protected:
     LogTest() {
         reset();
         // An earlier test may have started the log.
-        run_ = logging::state.start_up.run.exchange(nullptr);
-        phase_ = logging::state.start_up.phase.exchange(logging::StartUp::NOT_STARTED);
+        run_ = logging::state.run.exchange(nullptr);
+        phase_ = logging::state.phase.exchange(logging::StartUp::NOT_STARTED);
         LogSetPrintCallback([](Log::ELevel::TYPE level, const char* category, const char* text) {
             console_lines.push_back({level, category, text});
         });
@@ -33,14 +31,15 @@ protected:
     ~LogTest() override {
         LogSetPrintCallback(nullptr);
         CrashSetPrintCallback(nullptr);
-        logging::state.start_up.phase.store(phase_);
-        logging::state.start_up.run.store(run_);
+        logging::state.phase = phase_;
+        logging::state.run = run_;
         reset();
     }
 
     /// Writes to the console callback; returns what it received.
-    static std::string write(Log::ELevel::TYPE level, const char* category, CLLineMode::ENUM mode,
-                             const std::string& text) {
+    static std::string write(const char* category, const std::string& text,
+                             CLLineMode::ENUM mode = CLLineMode::NEW_LINE,
+                             Log::ELevel::TYPE level = Log::ELevel::INFO) {
         _CLog(level, category, nullptr, 0, CLFilterAction::CONSOLE, mode, text);
         return console_lines.back().text;
     }
@@ -55,14 +54,9 @@ protected:
 
 private:
     static void reset() {
-        auto& state = logging::state;
-        state.filter_mode = CLFilterMode::NORMAL;
-        state.previous_level = 0;
-        state.previous_category[0] = 0;
-        state.previous_category[1] = 0;
-        state.widest_header = 0;
-        state.line_open = false;
-        state.start_up.verbose = false;
+        logging::store_line_state({});
+        logging::state.filter_mode = CLFilterMode::NORMAL;
+        logging::state.verbose = false;
         _CLFilterClear();
         Log::Settings::Instance() = Log::Settings();
         console_lines.clear();

@@ -5,48 +5,46 @@
 #include <gmock/gmock.h>
 #include <zlib.h>
 
-#include <functional>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "tests/support/memory_source.h"
+#include "tests/sources/kit.h"
 #include "tests/support/temp_directory.h"
 
 namespace {
 
-const std::string content = "What the file holds.";
+using testing::ElementsAre;
+using testing::UnorderedElementsAreArray;
+using Flags = FFSOpenFlags;
 
-/// A source that holds a file under `name`, and everything that it lives on.
+const std::string content = "What the file holds.";
+constexpr const char* files[] = {"Sub/File.txt", "Sub/deep/3.TXT", "Sub/4.bin", "subs/5.txt", "r.txt"};
+
+/// A source that holds the files, and everything that it lives on.
 struct Mounted {
     TempDirectory disk;
     std::vector<char> memory;
     fs::ZippedDataArchive archive;
     std::unique_ptr<CFSSource> source;
-    std::string name = "sub/file.txt";
-    std::string missing = "sub/missing.txt";
-    std::string by_end = "file.txt";  // finds the file too, but is not its whole name
+    std::string lead;  // stands before each name that the source is asked for
 };
 
-fs::path directory(const std::string& text) {
-    fs::path out;
-    out.Set(text.c_str(), "", true);
-    return out;
-}
-
 void mount_directory(Mounted& to) {
-    to.disk.write("Sub/File.txt", content);
+    for (const char* name : files) to.disk.write(name, content);
     to.source = std::make_unique<CWin32_dir>(EFSSourceType::DIR);
-    ASSERT_TRUE(to.source->init(directory(to.disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
+    ASSERT_TRUE(to.source->init(as_dir(to.disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
 }
 
 void mount_pack(Mounted& to) {
     const std::string path = to.disk / "some.pak";
     fs::pack_writer writer;
-    ASSERT_TRUE(writer.open(path.c_str()) && writer.add("sub/file.txt", content.data(), content.size(), 6, 0));
+    ASSERT_TRUE(writer.open(path.c_str()));
+    for (const char* name : files) ASSERT_TRUE(writer.add(name, content.data(), content.size(), 6, 0));
     ASSERT_TRUE(writer.finish());
     to.source = std::make_unique<CZip_dir>();
-    ASSERT_TRUE(to.source->init(fs::path(path.c_str(), true), FFSAddSourceFlags::NONE, nullptr));
+    ASSERT_TRUE(to.source->init(as_path(path), FFSAddSourceFlags::NONE, nullptr));
 }
 
 void mount_memory_archive(Mounted& to) {
@@ -54,51 +52,61 @@ void mount_memory_archive(Mounted& to) {
     uLongf size = compressBound(static_cast<uLong>(content.size()));
     std::vector<Bytef> packed(size);
     compress(packed.data(), &size, reinterpret_cast<const Bytef*>(content.data()), static_cast<uLong>(content.size()));
-    std::swap(to.name, to.by_end);  // an archive has no directories, and asks for none
     ASSERT_TRUE(to.archive.BindArchiveToMemory(to.memory.data(), to.memory.size()));
-    ASSERT_TRUE(to.archive.AddEntry("file.txt", packed.data(), size, content.size()));
+    ASSERT_TRUE(to.archive.AddEntry("File.txt", packed.data(), size, content.size()));
     to.source = std::make_unique<fs::CMemZip_dir>(&to.archive);
 }
 
 void mount_fallback(Mounted& to) {
-    to.name = to.disk.write("sub/file.txt", content);
-    to.missing = to.disk / "sub/missing.txt";
+    for (const char* name : files) to.disk.write(name, content);
+    to.lead = to.disk.path() + "/";
     to.source = std::make_unique<CWin32_fallback>();
     ASSERT_TRUE(to.source->init(fs::path(), FFSAddSourceFlags::NONE, nullptr));
 }
 
 void mount_own(Mounted& to) {
     auto own = std::make_unique<test::MemorySource>("/own/");
-    own->add("sub/file.txt", content);
+    for (const char* name : files) own->add(as_text(as_path(name)), content);
     to.source = std::move(own);
 }
 
 struct Kind {
     const char* label;
     void (*mount)(Mounted& to);
-    bool lists;  // has a list and a tree of what it holds
+    const char* whole;  // the name of the file
+    const char* other;  // the same file name with another directory
+    bool finds_other;   // finds the file by it
+    bool lists;         // has a list and a tree of what it holds
+    bool creates;
+    EFSError::TYPE is_missing;  // what a name that is not held leaves in fs::last_error
 };
 void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.label; }
 
 class EverySource : public testing::TestWithParam<Kind> {
 protected:
-    void SetUp() override { GetParam().mount(mounted_); }
+    void SetUp() override {
+        GetParam().mount(mounted_);
+        fs::clear_error();
+    }
     CFSSource& source() { return *mounted_.source; }
-    fs::path held() const { return fs::path(mounted_.name.c_str(), true); }
-    fs::path missing() const { return fs::path(mounted_.missing.c_str(), true); }
+    fs::path at(const std::string& name) const { return as_path(mounted_.lead + name); }
+    fs::path held() const { return at(GetParam().whole); }
+    std::string read() { return read_all(source().open_read(held(), Flags::NONE)); }
+    fs::NativeSource* native() { return dynamic_cast<fs::NativeSource*>(&source()); }
 
     Mounted mounted_;
 };
 
 TEST_P(EverySource, ReadsWhatItHoldsInAnyPortions) {
-    EXPECT_TRUE(source().exists(held()));
     for (const std::size_t step : {std::size_t{1}, std::size_t{7}, content.size() + 1}) {
-        const std::unique_ptr<SFsFile> file(source().open_read(held(), FFSOpenFlags::NONE));
+        const std::unique_ptr<SFsFile> file(source().open_read(held(), Flags::NONE));
         ASSERT_NE(file, nullptr);
         EXPECT_EQ(file->source, &source());
+        EXPECT_STREQ(file->name, as_text(held()).c_str());
         EXPECT_EQ(file->length(), content.size());
         std::string got;
         std::vector<char> buffer(step);
+        EXPECT_EQ(file->read(buffer.data(), 0), 0u);
         while (const std::uint64_t size = file->read(buffer.data(), step)) got.append(buffer.data(), size);
         EXPECT_EQ(got, content);
         EXPECT_EQ(file->tell(), content.size());
@@ -106,63 +114,156 @@ TEST_P(EverySource, ReadsWhatItHoldsInAnyPortions) {
         EXPECT_EQ(file->read(buffer.data(), 1), 1u);
         EXPECT_EQ(buffer[0], content[content.size() - 5]);
     }
+    EXPECT_EQ(fs::last_error().code, EFSError::NONE) << "the end is no failure";
 }
 
 TEST_P(EverySource, HoldsNothingUnderOtherNamesAndChangesNothingForThem) {
-    for (const fs::path& name : {missing(), fs::path()}) {
+    for (const fs::path& name :
+         {at("sub/missing.txt"), at("nowhere/file"), as_path(std::string(300, 'x')), fs::path()}) {
+        fs::clear_error();
         EXPECT_FALSE(source().exists(name));
-        EXPECT_EQ(source().open_read(name, FFSOpenFlags::NONE), nullptr);
-        EXPECT_EQ(source().open_write(name, FFSOpenFlags::NONE), nullptr);
-        EXPECT_FALSE(source().rem_file(name));
+        EXPECT_EQ(source().open_read(name, Flags::NONE), nullptr);
+        if (as_text(name).size() < 260 && !name.Empty()) EXPECT_EQ(fs::last_error().code, GetParam().is_missing);
+        EXPECT_EQ(source().open_write(name, Flags::NONE), nullptr);
+        EXPECT_FALSE(source().rem_file(name) || source().set_read_only(name, true));
         EXPECT_EQ(source().is_installed(name), 0);
         if (auto* const whole = dynamic_cast<fs::WholeNames*>(&source())) EXPECT_FALSE(whole->exists_whole(name));
     }
-    EXPECT_TRUE(source().exists(held()));
+    EXPECT_EQ(read(), content);
 }
 
-TEST_P(EverySource, TakesAWholeNameOnlyAsItIs) {
+TEST_P(EverySource, TakesANameInAnyCaseAndByItsEndUnlessItIsToBeWhole) {
+    EXPECT_TRUE(source().exists(as_path(mounted_.lead + "SUB\\.\\File.TXT")));
+    EXPECT_EQ(source().exists(at(GetParam().other)), GetParam().finds_other);
     auto* const whole = dynamic_cast<fs::WholeNames*>(&source());
     if (whole == nullptr) return;  // one that never matches by the end
     EXPECT_TRUE(whole->exists_whole(held()));
-    EXPECT_FALSE(whole->exists_whole(fs::path(mounted_.by_end.c_str(), true)));
-    EXPECT_EQ(source().open_read(fs::path(mounted_.by_end.c_str(), true), FFSOpenFlags::WHOLE_NAME), nullptr);
-    const std::unique_ptr<SFsFile> file(source().open_read(held(), FFSOpenFlags::WHOLE_NAME));
-    EXPECT_NE(file, nullptr);
+    EXPECT_FALSE(whole->exists_whole(at(GetParam().other)));
+    EXPECT_EQ(source().open_read(at(GetParam().other), Flags::WHOLE_NAME), nullptr);
+    EXPECT_EQ(read_all(source().open_read(held(), Flags::WHOLE_NAME)), content);
 }
 
-TEST_P(EverySource, ListsItsFilesOrNothing) {
-    const std::vector<std::string> names = test::take_names(source().get_file_list(nullptr, "*.TXT", true));
-    const std::vector<std::string> below = test::take_names(source().search_substring("su"));
-    if (!GetParam().lists) {
-        EXPECT_TRUE(names.empty() && below.empty());
-        return;
+TEST_P(EverySource, ListsByDirectoryMaskAndFlagOrNotAtAll) {
+    const struct {
+        const char* dir;
+        const char* mask;
+        bool flag;
+        std::vector<std::string> names;
+    } rows[] = {
+        {nullptr, nullptr, false, {"sub/file.txt", "sub/deep/3.txt", "sub/4.bin", "subs/5.txt", "r.txt"}},
+        {"", "", false, {"r.txt"}},
+        {"", "*.txt", true, {"sub/file.txt", "sub/deep/3.txt", "subs/5.txt", "r.txt"}},
+        {"sub", nullptr, false, {"sub/file.txt", "sub/4.bin"}},
+        {"sub/", "?.TXT", true, {"sub/deep/3.txt"}},
+        {"nowhere", nullptr, true, {}},
+    };
+    for (const auto& row : rows) {
+        EXPECT_THAT(test::take_names(source().get_file_list(row.dir, row.mask, row.flag)),
+                    UnorderedElementsAreArray(GetParam().lists ? row.names : std::vector<std::string>()))
+            << (row.dir ? row.dir : "(null)") << " " << (row.mask ? row.mask : "(null)") << " " << row.flag;
     }
-    EXPECT_THAT(names, testing::ElementsAre("sub/file.txt"));
-    EXPECT_THAT(below, testing::ElementsAre("sub/file.txt"));
+    const std::vector<std::string> below = test::take_names(source().search_substring("ub/d"));
+    EXPECT_EQ(below, std::vector<std::string>(GetParam().lists ? 1 : 0, "sub/deep/3.txt"));
     EXPECT_EQ(source().search_substring("nowhere"), nullptr);
-    EXPECT_EQ(source().get_file_list("nowhere", nullptr, true), nullptr);
-    ASSERT_NE(source().dir_tree(), nullptr);
-    EXPECT_NE(source().dir_tree()->find("sub"), nullptr);
+    EXPECT_EQ(source().dir_tree() != nullptr, GetParam().lists);
+    if (GetParam().lists) EXPECT_NE(source().dir_tree()->find("sub/deep"), nullptr);
 }
 
-TEST_P(EverySource, RefusesEveryChangeUnlessItIsWritable) {
+TEST_P(EverySource, CreatesOnlyWhereItCan) {
+    const fs::path made = as_path(mounted_.lead + "New/Made.txt", false);
+    EXPECT_EQ(write_all(source().create_write(made, Flags::NONE), content), GetParam().creates);
+    EXPECT_EQ(write_all(source().create_read_write(made, Flags::NONE), content), GetParam().creates);
+    EXPECT_EQ(source().exists(at("new/made.txt")), GetParam().creates);
+    EXPECT_EQ(source().mkdir(as_dir(mounted_.lead + "Dir", false)), GetParam().creates);
+    if (GetParam().creates) EXPECT_NE(source().dir_tree()->find("dir"), nullptr);
+}
+
+TEST_P(EverySource, ChangesNothingUnlessItIsWritable) {
     if (source().writable()) return;
-    EXPECT_EQ(source().open_write(held(), FFSOpenFlags::NONE), nullptr);
-    EXPECT_EQ(source().open_append(held(), FFSOpenFlags::NONE), nullptr);
-    EXPECT_EQ(source().open_read_write(held(), FFSOpenFlags::NONE), nullptr);
-    EXPECT_EQ(source().create_write(held(), FFSOpenFlags::NONE), nullptr);
-    EXPECT_EQ(source().create_read_write(held(), FFSOpenFlags::NONE), nullptr);
-    EXPECT_FALSE(source().mkdir(directory("new")));
-    EXPECT_FALSE(source().rem_file(held()));
-    source().rem_dir(directory("sub"));
-    EXPECT_FALSE(source().set_read_only(held(), true));
-    EXPECT_TRUE(source().exists(held()));
+    EXPECT_EQ(source().open_write(held(), Flags::NONE), nullptr);
+    EXPECT_EQ(source().open_append(held(), Flags::NONE), nullptr);
+    EXPECT_EQ(source().open_read_write(held(), Flags::NONE), nullptr);
+    EXPECT_FALSE(source().rem_file(held()) || source().set_read_only(held(), false));
+    source().rem_dir(as_dir("sub"));
+    EXPECT_TRUE(source().read_only(held()));
+    EXPECT_EQ(read(), content);
 }
 
-INSTANTIATE_TEST_SUITE_P(Sources, EverySource,
-                         testing::Values(Kind{"directory", mount_directory, true}, Kind{"pack", mount_pack, true},
-                                         Kind{"memory_archive", mount_memory_archive, false},
-                                         Kind{"fallback", mount_fallback, false}, Kind{"own", mount_own, true}),
+TEST_P(EverySource, OpensInEachModeAndTellsTheMonitorOfTheDisk) {
+    if (!source().writable()) return;
+    const struct {
+        SFsFile* (CFSSource::*open)(const fs::path& p, Flags::FLAGS flags);
+        Flags::FLAGS flags;
+        const char* text;
+        std::string result;
+    } rows[] = {
+        {&CFSSource::open_append, Flags::NONE, "+", content + "+"},
+        {&CFSSource::open_read_write, Flags::NONE, "?", "?" + content.substr(1) + "+"},
+        {&CFSSource::open_write, Flags::WRITE_THROUGH, "yz", "yz"},
+        {&CFSSource::open_read_write, Flags::CREATE, "xyz", "xyz"},
+    };
+    const RecordingMonitor monitor;
+    for (const auto& row : rows) {
+        EXPECT_TRUE(write_all((source().*row.open)(held(), row.flags), row.text));
+        EXPECT_EQ(read(), row.result);
+    }
+    if (native() == nullptr) return;
+    EXPECT_EQ(read_all(source().open_read(held(), Flags::THROUGH_VFS)), "xyz") << "asked through the sources already";
+    std::string heard;
+    for (const std::string& line : monitor.touched) heard += line.substr(line.find(' '));
+    EXPECT_EQ(heard, " 2+0 0+0 3+0 0+0 1+2 0+0 3+32 0+0 0+0");
+    EXPECT_EQ(source().open_append(held(), Flags::GZIP_LEVEL5), nullptr);
+    EXPECT_EQ(source().open_read_write(held(), Flags::GZIP | Flags::CREATE), nullptr);
+    EXPECT_EQ(fs::last_error().code, EFSError::INVALID_ARGUMENT);
+}
+
+TEST_P(EverySource, KeepsTimesAndTheReadOnlyAttributeThatBindsDeletion) {
+    if (!source().writable()) return;
+    constexpr std::int64_t time = 132'000'000'000'000'000;  // some day of 2019, whole milliseconds
+    EXPECT_TRUE(source().set_write_time(held(), time));
+    EXPECT_FALSE(source().read_only(held()));
+    EXPECT_TRUE(source().set_read_only(held(), true));
+    EXPECT_TRUE(source().read_only(held()));
+    if (native() != nullptr)
+        EXPECT_TRUE(source().set_write_time(held(), 5 * time)) << "true even where the disk refuses";
+    EXPECT_EQ(source().write_time(held()), time);
+    EXPECT_EQ(source().write_time(at("none")), -1);
+    EXPECT_EQ(source().open_write(held(), Flags::NONE), nullptr);
+    EXPECT_FALSE(source().rem_file(held()));
+    if (native() != nullptr) EXPECT_EQ(fs::last_error().code, EFSError::READ_ONLY);
+    EXPECT_EQ(read(), content);
+    EXPECT_TRUE(source().set_read_only(held(), false) && source().rem_file(held()));
+    EXPECT_FALSE(source().exists(held()));
+}
+
+TEST_P(EverySource, RenamesOnTheDisk) {
+    if (native() == nullptr) return;
+    const auto rename = [&](const fs::path& from, const char* to) {
+        fs::clear_error();
+        return native()->rename_file(from, as_path(mounted_.lead + to, false)) ? EFSError::NONE : fs::last_error().code;
+    };
+    EXPECT_EQ(rename(held(), "r.txt"), EFSError::ALREADY_EXISTS);
+    EXPECT_EQ(rename(held(), "a?"), EFSError::INVALID_NAME);
+    EXPECT_EQ(rename(at("none"), "x"), EFSError::NOT_FOUND);
+    EXPECT_EQ(rename(held(), "New/Name"), EFSError::NONE);
+    EXPECT_EQ(mounted_.disk.read("New/Name"), content);
+    EXPECT_FALSE(source().exists(held()));
+    EXPECT_EQ(rename(at("new/name"), "new/NAME"), EFSError::NONE) << "a change of case alone";
+    std::vector<std::string> names;
+    for (const auto& item : std::filesystem::directory_iterator(mounted_.disk / "New"))
+        names.push_back(item.path().filename().string());
+    EXPECT_THAT(names, ElementsAre("NAME"));
+    EXPECT_EQ(read_all(source().open_read(at("new/name"), Flags::NONE)), content);
+}
+
+const Kind kinds[] = {
+    {"directory", mount_directory, "sub/file.txt", "file.txt", true, true, true, EFSError::NONE},
+    {"pack", mount_pack, "sub/file.txt", "file.txt", true, true, false, EFSError::NONE},
+    {"memory_archive", mount_memory_archive, "file.txt", "any/file.txt", true, false, false, EFSError::NONE},
+    {"fallback", mount_fallback, "sub/file.txt", "file.txt", false, false, false, EFSError::NOT_FOUND},
+    {"own", mount_own, "sub/file.txt", "file.txt", false, true, true, EFSError::NONE},
+};
+INSTANTIATE_TEST_SUITE_P(Sources, EverySource, testing::ValuesIn(kinds),
                          [](const auto& row) { return row.param.label; });
 
 }  // namespace

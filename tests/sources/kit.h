@@ -20,6 +20,8 @@ inline fs::path as_dir(const std::string& text, bool lower = true) {
     return dir;
 }
 
+inline std::string as_text(const fs::path& path) { return std::string(path.PathName()) + path.FileName(); }
+
 /// Every name of the source, in the order of its list.
 inline std::vector<std::string> all_names(CFSSource& source) {
     return test::take_names(source.get_file_list(nullptr, nullptr, true));

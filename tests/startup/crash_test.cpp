@@ -5,28 +5,20 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <map>
 #include <set>
-#include <sstream>
 #include <thread>
+#include <vector>
 
 #include <engine/filesystem/contract.h>
-#include <engine/filesystem/log.h>
-#include <engine/filesystem/startup.h>
 #include <engine/kernel/multithreading.h>
 
 #include "engine/filesystem/startup/log/switches.h"
 #include "engine/platform/process.h"
+#include "tests/startup/child.h"
 #include "tests/startup/crash_host.h"
-#include "tests/startup/use_up_stack.h"
-#include "tests/support/child_process.h"
 
 namespace {
 
-namespace stdfs = std::filesystem;
 using testing::HasSubstr;
 
 #ifdef _WIN32
@@ -44,15 +36,46 @@ __attribute__((noinline, no_sanitize("thread"))) void crash_on_purpose() {
     std::printf("still here\n");  // keeps the call above from being the last one
 }
 
-void fail_assertion(EAssertionResult::TYPE (*answer)(const smart_assert_data&)) {
-    SetAssertFunc(answer);
+// Without an end on purpose.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winfinite-recursion"
+[[gnu::noinline]] int use_up_stack(int depth) {
+    if (depth < 0) return 0;
+    volatile char block[4096];
+    block[0] = static_cast<char>(depth);
+    return use_up_stack(depth + 1) + block[0];
+}
+#pragma GCC diagnostic pop
+
+class CrashChild : public testing::Test {
+protected:
+    void SetUp() override {
+        if (crash::has_switch(platform::command_line(), "host")) install_host_handler(false);
+        ASSERT_TRUE(start_file_system());
+        CrashInit();
+        say("the last line");
+        ASSERT_TRUE(CrashCatchExceptions(true));
+    }
+};
+
+TEST_F(CrashChild, DISABLED_fault) { crash_on_purpose(); }
+TEST_F(CrashChild, DISABLED_abort) {
+    SetAssertFunc([](const smart_assert_data&) { return EAssertionResult::ABORT; });
     SMART_ASSERT(1 == 2);
 }
-
-void crash_in_many_threads() {
+TEST_F(CrashChild, DISABLED_break) {
+    SetAssertFunc([](const smart_assert_data&) { return EAssertionResult::BREAK; });
+    SMART_ASSERT(1 == 2);
+}
+TEST_F(CrashChild, DISABLED_deep) { std::exit(use_up_stack(0)); }
+TEST_F(CrashChild, DISABLED_deep_thread) {
+    mt::CThread thread;
+    thread.Start(
+        "deep", [](void*) { std::exit(use_up_stack(0)); }, nullptr);
+}
+TEST_F(CrashChild, DISABLED_many_threads) {
     std::atomic<int> waiting{4};
     std::vector<std::thread> threads;
-    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             --waiting;
@@ -62,68 +85,29 @@ void crash_in_many_threads() {
     }
     for (std::thread& thread : threads) thread.join();
 }
-
-void dump_running_process() {
+TEST_F(CrashChild, DISABLED_chained) {
+    install_host_handler(true);
+    EXPECT_TRUE(CrashCatchExceptions(true));
+    crash_on_purpose();
+}
+TEST_F(CrashChild, DISABLED_switched_off) {
+    EXPECT_TRUE(CrashCatchExceptions(false));
+    crash_on_purpose();
+}
+TEST_F(CrashChild, DISABLED_running) {
     EXPECT_TRUE(CrashCatchExceptions(false));
     for (int i = 0; i < 5; ++i) EXPECT_TRUE(GenerateDump()) << "two in one millisecond, too";
     const std::string named = child_root() + "/full.dump";
     EXPECT_TRUE(WriteFullDump(named.c_str()));
-    EXPECT_FALSE(WriteFullDump(named.c_str())) << "nothing is overwritten";
-    EXPECT_EQ(fs::last_error().code, EFSError::ALREADY_EXISTS);
-    EXPECT_FALSE(GenerateDump((child_root() + "/missing/dump").c_str()));
-    EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
-    EXPECT_FALSE(GenerateDump(std::string(5000, 'x').c_str()));
-    EXPECT_EQ(fs::last_error().code, EFSError::INVALID_NAME);
+    const std::pair<std::string, EFSError::TYPE> failures[] = {{named, EFSError::ALREADY_EXISTS},
+                                                               {child_root() + "/missing/dump", EFSError::NOT_FOUND},
+                                                               {std::string(5000, 'x'), EFSError::INVALID_NAME}};
+    for (const auto& [name, code] : failures) {
+        EXPECT_FALSE(WriteFullDump(name.c_str()));
+        EXPECT_EQ(fs::last_error().code, code);
+    }
     CrashClose();
     fs::shutdown();
-}
-
-const std::map<std::string, std::function<void()>> scenarios = {
-    {"fault", crash_on_purpose},
-    {"abort", [] { fail_assertion([](const smart_assert_data&) { return EAssertionResult::ABORT; }); }},
-    {"break", [] { fail_assertion([](const smart_assert_data&) { return EAssertionResult::BREAK; }); }},
-    {"deep", [] { std::exit(use_up_stack(0) == 0 ? 0 : 1); }},
-    {"deep_thread",
-     [] {
-         mt::CThread thread;
-         thread.Start(
-             "deep", [](void*) { std::exit(use_up_stack(0) == 0 ? 0 : 1); }, nullptr);
-     }},
-    {"many_threads", crash_in_many_threads},
-    {"chained",
-     [] {
-         install_host_handler(true);
-         EXPECT_TRUE(CrashCatchExceptions(true));
-         crash_on_purpose();
-     }},
-    {"switched_off",
-     [] {
-         EXPECT_TRUE(CrashCatchExceptions(false));
-         crash_on_purpose();
-     }},
-    {"running", dump_running_process},
-};
-
-TEST(CrashChild, DISABLED_Run) {
-    if (crash::has_switch(platform::command_line(), "host")) install_host_handler(false);
-    ASSERT_TRUE(fs::init(child_root().c_str(), FFSAddSourceFlags::RECURSIVE, "", false, false, nullptr));
-    CrashInit();
-    _CLog(Log::ELevel::INFO, "Test", nullptr, 0, CLFilterAction::LOGFILE, CLLineMode::NEW_LINE, "the last line\n");
-    ASSERT_TRUE(CrashCatchExceptions(true));
-    scenarios.at (*crash::option_value(platform::command_line(), "scenario="))();
-}
-
-/// The dumps that a child left beside its log.
-std::vector<std::string> dumps(const stdfs::path& root) {
-    std::vector<std::string> found;
-    for (const auto& item : stdfs::recursive_directory_iterator(root)) {
-        const std::string ending = item.path().extension().string();
-        if (ending != ".dmp" && ending != ".txt" && ending != ".dump") continue;
-        std::ostringstream text;
-        text << std::ifstream(item.path(), std::ios::binary).rdbuf();
-        found.push_back(text.str());
-    }
-    return found;
 }
 
 std::uint32_t read_u32(const std::string& bytes, std::size_t offset) {
@@ -132,22 +116,18 @@ std::uint32_t read_u32(const std::string& bytes, std::size_t offset) {
     return value;
 }
 
-/// The kinds of streams that a minidump holds, each of them inside the file; empty for what is no minidump.
-std::set<std::uint32_t> minidump_streams(const std::string& dump) {
+/// Each kind of stream that a whole minidump holds stands inside the file.
+void check_minidump(const std::string& dump, bool of_a_crash) {
+    constexpr std::uint32_t thread_list = 3, module_list = 4, exception = 6, system_info = 7, comment = 10;
+    ASSERT_TRUE(dump.starts_with("MDMP"));
     std::set<std::uint32_t> kinds;
-    if (!dump.starts_with("MDMP")) return kinds;
     for (std::uint32_t i = 0; i < read_u32(dump, 8); ++i) {
         const std::size_t entry = read_u32(dump, 12) + i * 12u;
         const std::uint64_t end = std::uint64_t{read_u32(dump, entry + 4)} + read_u32(dump, entry + 8);
         if (end <= dump.size()) kinds.insert(read_u32(dump, entry));
     }
-    return kinds;
-}
-
-void check_minidump(const std::string& dump, bool of_a_crash) {
-    constexpr std::uint32_t thread_list = 3, module_list = 4, exception = 6, system_info = 7, comment = 10;
-    EXPECT_THAT(minidump_streams(dump), testing::IsSupersetOf({thread_list, module_list, system_info, comment}));
-    EXPECT_EQ(minidump_streams(dump).count(exception), of_a_crash ? 1u : 0u);
+    EXPECT_THAT(kinds, testing::IsSupersetOf({thread_list, module_list, system_info, comment}));
+    EXPECT_EQ(kinds.count(exception), of_a_crash ? 1u : 0u);
 }
 
 void check_report(const std::string& report, bool of_a_crash, const char* signal) {
@@ -162,7 +142,7 @@ void check_report(const std::string& report, bool of_a_crash, const char* signal
 TEST(Crash, EachKindLeavesOneWholeAccountAndEndsTheProcessAsBefore) {
     constexpr int by_itself = -1;  // as the system ends it
     struct Case {
-        const char* scenario;
+        const char* child;
         const char* arguments;
         int exit_code;
         std::size_t dump_count;
@@ -183,22 +163,21 @@ TEST(Crash, EachKindLeavesOneWholeAccountAndEndsTheProcessAsBefore) {
         {"running", "", 0, 6, "Report of a running process"},
     };
     for (const Case& row : cases) {
-        SCOPED_TRACE(std::string(row.scenario) + row.arguments);
-        stdfs::remove_all("root");
-        stdfs::create_directories("root");
-        const ChildResult result = run_child("CrashChild.DISABLED_Run", "root",
-                                             std::string("-scenario=") + row.scenario + " " + row.arguments);
+        SCOPED_TRACE(std::string(row.child) + row.arguments);
+        const ChildResult result = run_child(std::string("CrashChild.DISABLED_") + row.child, row.arguments);
         if (row.exit_code != by_itself) EXPECT_EQ(result.exit_code, row.exit_code) << result.output;
         if (row.exit_code == by_itself) EXPECT_THAT(result.exit_code, testing::Not(testing::AnyOf(0, 7, 99)));
         EXPECT_THAT(result.output, testing::Not(HasSubstr("still here")));
         EXPECT_EQ(result.output.find("the host's handler") != std::string::npos, row.exit_code == 7);
-        const auto found = dumps("root");
-        ASSERT_EQ(found.size(), row.dump_count) << result.output;
-        for (const std::string& dump : found) {
+        std::size_t dump_count = 0;
+        for (const auto& [name, dump] : result.files) {
+            if (name.ends_with(".log")) continue;
+            ++dump_count;
             const bool of_a_crash = row.exit_code != 0;
             is_minidump ? check_minidump(dump, of_a_crash) : check_report(dump, of_a_crash, row.signal);
             EXPECT_THAT(dump, HasSubstr("the last line"));
         }
+        EXPECT_EQ(dump_count, row.dump_count) << result.output;
     }
 }
 

@@ -9,24 +9,15 @@
 
 namespace {
 
-TEST(LogSwitches, CountOnlyAsWordsBehindAMarker) {
-    const std::pair<const char*, bool> cases[] = {
-        {"game -silent", true},          {"game --silent", true},
-        {"game /SILENT x", true},        {"-silent", true},
-        {"game\t-Silent\tx", true},      {"game -silentx -silent", true},
-        {"game x-silent -silent", true}, {"game -silentx", false},
-        {"game x-silent", false},        {"game silent", false},
-        {"game ---silent", false},       {"game //silent", false},
-        {"game x--silent", false},       {"game -silent=1", false},
-        {"game - silent", false},        {"", false},
-        {"game -silen", false},          {"game -/silent", false},
-    };
-    for (const auto& [line, expected] : cases) EXPECT_EQ(crash::has_switch(line, "silent"), expected) << line;
-}
-
-TEST(LogSwitches, OptionsHaveShortValuesUpToTheNextBlank) {
+TEST(LogSwitches, CountOnlyAsWordsBehindAMarkerAndOptionsHaveShortValues) {
+    for (const char* line : {"game -silent", "game --silent", "game /SILENT x", "-silent", "game\t-Silent\tx",
+                             "game -silentx -silent", "game x-silent -silent"})
+        EXPECT_TRUE(crash::has_switch(line, "silent")) << line;
+    for (const char* line : {"game -silentx", "game x-silent", "game silent", "game ---silent", "game //silent",
+                             "game x--silent", "game -silent=1", "game - silent", "", "game -silen", "game -/silent"})
+        EXPECT_FALSE(crash::has_switch(line, "silent")) << line;
     const std::string longest(259, 'a');
-    const std::pair<std::string, std::string> cases[] = {
+    const std::pair<std::string, std::string> options[] = {
         {"game -logfile=a/b.log x", "a/b.log"},
         {"game --LogFile=A\tB", "A\tB"},
         {"/logfile=x", "x"},
@@ -38,9 +29,8 @@ TEST(LogSwitches, OptionsHaveShortValuesUpToTheNextBlank) {
         {"game -logfile=a" + longest + " -logfile=b", "b"},
         {"game -logfile=", "none"},
     };
-    for (const auto& [line, expected] : cases) {
+    for (const auto& [line, expected] : options)
         EXPECT_EQ(crash::option_value(line, "logfile=").value_or("none"), expected) << line;
-    }
 }
 
 TEST(LogConfiguration, LevelNamesAreDecodedByTheirLetters) {
@@ -95,20 +85,17 @@ int asked = 0;
 EAssertionResult::TYPE answer = EAssertionResult::IGNORE_ONCE;
 std::string asked_about;
 
-EAssertionResult::TYPE record(const smart_assert_data& data) {
-    ++asked;
-    asked_about = std::string(data.expression) + "|" + data.message + "|" + data.function;
-    EXPECT_EQ(data.count, GetAssertCount());
-    return answer;
-}
-
 void check_positive(int number) { SMART_ASSERT(number > 0, "number %d", number); }
 
 TEST(Assertions, AskTheHandlerUntilTheirPlaceIsIgnored) {
     EXPECT_EQ(GetAssertFunc(), nullptr);
-    SetAssertFunc(record);
-    EXPECT_EQ(GetAssertFunc(), record);
     const std::int32_t before = GetAssertCount();
+    SetAssertFunc([](const smart_assert_data& data) {
+        ++asked;
+        asked_about = std::string(data.expression) + "|" + data.message + "|" + data.function;
+        EXPECT_EQ(data.count, GetAssertCount());
+        return answer;
+    });
     check_positive(1);
     EXPECT_EQ(asked, 0);
     check_positive(-5);

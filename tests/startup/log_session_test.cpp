@@ -2,112 +2,70 @@
 #include <gmock/gmock.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
-#include <functional>
-#include <iterator>
-#include <map>
 #include <sstream>
 #include <thread>
+#include <vector>
 
 #include <engine/filesystem/access.h>
-#include <engine/filesystem/log.h>
 #include <engine/filesystem/registry.h>
-#include <engine/filesystem/startup.h>
 
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
-#include "engine/filesystem/startup/log/switches.h"
 #include "engine/platform/faults.h"
 #include "engine/platform/process.h"
-#include "tests/support/child_process.h"
+#include "tests/startup/child.h"
 
 namespace {
 
-namespace stdfs = std::filesystem;
 using logging::code;
 using testing::HasSubstr;
 
-constexpr MessageSource file_system{"FileSystem", "some/file"};
+/// A child that starts its log by itself.
+class LateChild : public testing::Test {
+protected:
+    ~LateChild() override {
+        CrashClose();
+        fs::shutdown();
+    }
+    static void session() {
+        constexpr MessageSource file_system{"FileSystem", "some/file"};
+        say("a line");
+        log_message(file_system, Log::ELevel::VER1, 1, "in detail\n");
+        log_message(file_system, Log::ELevel::VER2, 1, "in more detail\n");
+        const char* const name = CrashGetLogFileName();
+        const Log::Settings& settings = Log::Settings::Instance();
+        std::printf("log=%s\n", name == nullptr ? "none" : name);
+        std::printf("level=%u Net=%u\n", settings.GetLevel(), settings.GetCategoryLevel("Net"));
+        std::printf("LLOG=%u CLOG=%u WARN=%u\n", _CLFilter(code("LLOG")), _CLFilter(code("CLOG")),
+                    _CLFilter(code("WARN")));
+        CrashClose();
+        CrashInit();
+        say("after the end");
+        EXPECT_EQ(CrashGetLogFileName(), nullptr) << "closed is closed";
+    }
+};
 
-bool start_file_system() {
-    return fs::init(child_root().c_str(), FFSAddSourceFlags::RECURSIVE, "", false, false, nullptr);
-}
+/// A child whose log is there.
+class LogChild : public LateChild {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(start_file_system());
+        CrashInit();
+    }
+};
 
-void say(const char* text, CLFilterAction::ENUM where = CLFilterAction::LOGFILE) {
-    _CLog(Log::ELevel::INFO, "Test", nullptr, 0, where, CLLineMode::NEW_LINE, "%s\n", text);
-}
-
-void end_all() {
-    CrashClose();
-    fs::shutdown();
-}
-
-void show_settings() {
-    const char* const name = CrashGetLogFileName();
-    std::printf("log=%s\n", name == nullptr ? "none" : name);
-    std::printf("level=%u Net=%u\n", Log::Settings::Instance().GetLevel(),
-                Log::Settings::Instance().GetCategoryLevel("Net"));
-    std::printf("LLOG=%u CLOG=%u WARN=%u\n", _CLFilter(code("LLOG")), _CLFilter(code("CLOG")), _CLFilter(code("WARN")));
-}
-
-void session() {
-    say("a line");
-    log_message(file_system, Log::ELevel::VER1, 1, "in detail\n");
-    log_message(file_system, Log::ELevel::VER2, 1, "in more detail\n");
-    show_settings();
-    CrashClose();
-    EXPECT_EQ(CrashGetLogFileName(), nullptr);
-    CrashInit();
-    say("after the end");
-    EXPECT_EQ(CrashGetLogFileName(), nullptr) << "closed is closed";
-    fs::shutdown();
-}
-
-void close_late() {
+TEST_F(LogChild, DISABLED_session) { session(); }
+TEST_F(LogChild, DISABLED_silence) {}
+TEST_F(LogChild, DISABLED_close_late) {
     EXPECT_NE(CrashGetLogFileName(), nullptr);
     fs::shutdown();
-    CrashClose();
 }
 
-void start_late() {
-    say("too early");
-    EXPECT_EQ(CrashGetLogFileName(), nullptr);
-    std::ofstream("CrashLog.cfg") << "!BrenixLogCategoryLevel(Net, V3)\n";
-    say("the configuration is looked for again");
-    EXPECT_EQ(Log::Settings::Instance().GetCategoryLevel("Net"), Log::ELevel::VER3);
-    ASSERT_TRUE(start_file_system());
-    {
-        const fs::registry::SharedGuard guard(fs::registry::state());
-        say("under the lock");
-        EXPECT_EQ(CrashGetLogFileName(), nullptr);
-    }
-    fs::set_error(EFSError::IN_USE, "mine", "The caller's own failure.");
-    say("in time");
-    EXPECT_EQ(fs::last_error().code, EFSError::IN_USE) << "opening the log leaves the caller's failure alone";
-    end_all();
-}
-
-void start_in_a_crowd() {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([] {
-            for (int line = 0; line < 200; ++line) say("crowd");
-            EXPECT_TRUE(GenerateDump((child_root() + "/dump").c_str()) || fs::last_error().code != EFSError::NONE);
-        });
-    }
-    EXPECT_TRUE(start_file_system());
-    EXPECT_TRUE(GenerateDump() || fs::last_error().code == EFSError::IN_USE);
-    for (std::thread& thread : threads) thread.join();
-    say("last");
-    end_all();
-}
-
-int heard = 0;
-
-void fill_the_disk() {
+TEST_F(LogChild, DISABLED_full_disk) {
+    static int heard = 0;
     say("before");
     CrashSetPrintCallback([](Log::ELevel::TYPE, const char*, const char*) { ++heard; });
     platform::inject_fault(platform::FaultPoint::WRITE, 1, platform::Failure::NONE, false);
@@ -119,59 +77,60 @@ void fill_the_disk() {
     EXPECT_EQ(heard, 101);
     EXPECT_EQ(fs::last_error().code, EFSError::NONE);
     say("after");
-    end_all();
 }
 
-void end_by_message() {
-    const auto fatal = [](const char* category, const char* text) {
-        _CLog(Log::ELevel::FATL, category, nullptr, 0, _CLFilter(code("FATL")), CLLineMode::NEW_LINE, "%s\n", text);
-    };
-    fatal("EXITS", "goes on");
-    fatal("EXIT", "the reason");
+TEST_F(LogChild, DISABLED_exit) {
+    for (const auto& [category, text] : {std::pair("EXITS", "goes on\n"), std::pair("EXIT", "the reason\n")})
+        _CLog(Log::ELevel::FATL, category, nullptr, 0, _CLFilter(code("FATL")), CLLineMode::NEW_LINE, "%s", text);
     say("still here");
 }
 
-void use_console() {
+TEST_F(LogChild, DISABLED_console) {
     CrashInitOutToConsole();
     EXPECT_EQ(CrashGetConsoleHandle(), platform::standard_output());
     say("seen one", CLFilterAction::CONSOLE);
     CrashDisableOutToConsole();
     EXPECT_EQ(CrashGetConsoleHandle(), nullptr);
-    say("hidden", CLFilterAction::CONSOLE);
-    CrashClose();
+    say("still here", CLFilterAction::CONSOLE);
 }
 
-struct Scenario {
-    std::function<void()> run;
-    bool starts_log = true;
-};
-const std::map<std::string, Scenario> scenarios = {
-    {"session", {session}},
-    {"silence", {end_all}},
-    {"close_late", {close_late}},
-    {"start_late", {start_late, false}},
-    {"crowd", {start_in_a_crowd, false}},
-    {"full_disk", {fill_the_disk}},
-    {"exit", {end_by_message}},
-    {"console", {use_console}},
-    {"taken",
-     {[] {
-          ASSERT_TRUE(start_file_system());
-          SFsFile* const taken = fs::open("out/logs/mine.log", EFSMode::WRITE, FFSOpenFlags::CREATE);
-          CrashInit();
-          session();
-          fs::close(taken);
-      },
-      false}},
-};
-
-TEST(LogChild, DISABLED_Run) {
-    const Scenario& scenario = scenarios.at(*crash::option_value(platform::command_line(), "scenario="));
-    if (scenario.starts_log) {
-        ASSERT_TRUE(start_file_system());
-        CrashInit();
+TEST_F(LateChild, DISABLED_start) {
+    say("too early");
+    EXPECT_EQ(CrashGetLogFileName(), nullptr);
+    std::ofstream("CrashLog.cfg") << "!BrenixLogCategoryLevel(Net, V3)\n";
+    say("the configuration is looked for again");
+    EXPECT_EQ(Log::Settings::Instance().GetCategoryLevel("Net"), Log::ELevel::VER3);
+    ASSERT_TRUE(start_file_system());
+    {
+        const fs::registry::SharedGuard guard;
+        say("under the lock");
+        EXPECT_EQ(CrashGetLogFileName(), nullptr);
     }
-    scenario.run();
+    fs::set_error(EFSError::IN_USE, "mine", "The caller's own failure.");
+    say("in time");
+    EXPECT_EQ(fs::last_error().code, EFSError::IN_USE) << "opening the log leaves the caller's failure alone";
+}
+
+TEST_F(LateChild, DISABLED_crowd) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([] {
+            for (int line = 0; line < 200; ++line) say("crowd");
+            EXPECT_TRUE(GenerateDump((child_root() + "/dump").c_str()) || fs::last_error().code != EFSError::NONE);
+        });
+    }
+    EXPECT_TRUE(start_file_system());
+    EXPECT_TRUE(GenerateDump() || fs::last_error().code == EFSError::IN_USE);
+    for (std::thread& thread : threads) thread.join();
+    say("last");
+}
+
+TEST_F(LateChild, DISABLED_taken) {
+    ASSERT_TRUE(start_file_system());
+    SFsFile* const taken = fs::open("out/logs/mine.log", EFSMode::WRITE, FFSOpenFlags::CREATE);
+    CrashInit();
+    session();
+    fs::close(taken);
 }
 
 /// The first block of docs/logging.md: what it tells a newcomer to write.
@@ -185,71 +144,57 @@ std::string documented_example() {
     return text;
 }
 
-std::string read_file(const stdfs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 TEST(LogSession, LeavesTheLogThatItsSwitchesAndConfigurationAskFor) {
     constexpr const char* nothing = "\x01";
     struct Case {
-        const char* arguments;  // behind "-scenario="
+        const char* child;
+        const char* arguments;
         std::size_t files;
         const char* output = "";
         const char* logged = "";
         const char* not_logged = nothing;
-        std::map<std::string, std::string> before = {};
+        FileTree before = {};
         int exit_code = 0;
     };
-    const std::map<std::string, std::string> configured = {
+    const FileTree configured = {
         {"CrashLog.cfg", "!BrenixLogLevel(W)\r\n!BrenixLogCategoryLevel(Net, V3)\r\n!Permit(CLOG, 0, 1)\r\n"},
         {"other.cfg", "!BrenixLogLevel(Verbose5) !include \"more/shared.cfg\""},
         {"more/shared.cfg", "!BrenixLogCategoryLevel(Net, F)"}};
     const Case cases[] = {
-        {"session", 1, "level=3 Net=3\nLLOG=1 CLOG=0 WARN=1", "INFO: [Test] > a line\r\n", "after the end"},
-        {"session -silent", 0, "log=none\nlevel=3"},
-        {"session -silent -verbose", 1, "level=5"},
-        {"session --VERBOSE", 1, "LLOG=1 CLOG=3 WARN=3"},
-        {"session -silentx x-silent", 1, "level=3"},
-        {"session -logfile=out/logs/mine.log", 1, "mine.log\n"},
-        {"session -logfile=\"<>|?\"", 1, "crash.log\n"},
-        {"session", 1, "level=4 Net=9\nLLOG=1 CLOG=2", "", nothing, configured},
-        {"session -logcfg=other.cfg", 1, "level=11 Net=1", "", nothing, configured},
-        {"session -logcfg=missing.cfg", 1, "level=3 Net=3", "", nothing, configured},
-        {"session", 1, "level=4", "in detail", "more detail", {{"CrashLog.cfg", documented_example()}}},
-        {"session", 0, "log=none", "", nothing, {{"out", "a file where the directory should be"}}},
-        {"silence", 0},
-        {"close_late", 0},
-        {"silence -logfile=out/logs/kept.log", 1, "", "", nothing, {{"out/logs/kept.log", ""}}},
-        {"taken -logfile=out/logs/mine.log", 2, "log=out/logs/mine_", "a line"},
-        {"start_late", 1, "", "in time", "too early"},
-        {"crowd", 1, "", "last"},
-        {"full_disk", 1, "", "> after\r\n", "lost"},
-        {"exit", 1, "CrashExit...", "goes on", "still here", {}, 255},
-        {"console", 0, "> seen one", "", nothing},
+        {"session", "", 1, "level=3 Net=3\nLLOG=1 CLOG=0 WARN=1", "INFO: [Test] > a line\r\n", "after the end"},
+        {"session", "-silent", 0, "log=none\nlevel=3"},
+        {"session", "-silent -verbose", 1, "level=5"},
+        {"session", "--VERBOSE", 1, "LLOG=1 CLOG=3 WARN=3"},
+        {"session", "-silentx x-silent", 1, "level=3"},
+        {"session", "-logfile=out/logs/mine.log", 1, "mine.log\n"},
+        {"session", "-logfile=\"<>|?\"", 1, "crash.log\n"},
+        {"session", "", 1, "level=4 Net=9\nLLOG=1 CLOG=2", "", nothing, configured},
+        {"session", "-logcfg=other.cfg", 1, "level=11 Net=1", "", nothing, configured},
+        {"session", "-logcfg=missing.cfg", 1, "level=3 Net=3", "", nothing, configured},
+        {"session", "", 1, "level=4", "in detail", "more detail", {{"CrashLog.cfg", documented_example()}}},
+        {"session", "", 0, "log=none", "", nothing, {{"out", "a file where the directory should be"}}},
+        {"silence", "", 0},
+        {"close_late", "", 0},
+        {"silence", "-logfile=out/logs/kept.log", 1, "", "", nothing, {{"out/logs/kept.log", ""}}},
+        {"full_disk", "", 1, "", "> after\r\n", "lost"},
+        {"exit", "", 1, "CrashExit...", "goes on", "still here", {}, 255},
+        {"console", "", 0, "> seen one"},
+        {"taken", "-logfile=out/logs/mine.log", 2, "log=out/logs/mine_", "a line"},
+        {"start", "", 1, "", "in time", "too early"},
+        {"crowd", "", 1, "", "last"},
     };
     for (const Case& row : cases) {
-        SCOPED_TRACE(row.arguments);
-        stdfs::remove_all("root");
-        stdfs::create_directories("root");
-        stdfs::remove("CrashLog.cfg");
-        for (const auto& [name, text] : row.before) {
-            stdfs::create_directories((stdfs::path("root") / name).parent_path());
-            std::ofstream(stdfs::path("root") / name, std::ios::binary) << text;
-        }
-        const ChildResult result =
-            run_child("LogChild.DISABLED_Run", "root", std::string("-scenario=") + row.arguments);
+        SCOPED_TRACE(std::string(row.child) + " " + row.arguments);
+        const ChildResult result = run_child(std::string("L*Child.DISABLED_") + row.child, row.arguments, row.before);
         EXPECT_EQ(result.exit_code & 0xFF, row.exit_code) << result.output;
-        std::string output = result.output;
-        std::erase(output, '\r');
-        EXPECT_THAT(output, HasSubstr(row.output));
-        EXPECT_THAT(output, testing::Not(HasSubstr("hidden")));
+        EXPECT_THAT(result.output, HasSubstr(row.output));
+        EXPECT_THAT(result.output, testing::Not(HasSubstr("still here")));
         std::size_t files = 0;
         std::string text;
-        for (const auto& item : stdfs::recursive_directory_iterator("root")) {
-            if (item.path().extension() != ".log") continue;
+        for (const auto& [name, log] : result.files) {
+            if (!name.ends_with(".log")) continue;
             ++files;
-            text += read_file(item.path());
+            text += log;
         }
         EXPECT_EQ(files, row.files);
         if (files == 0) continue;

@@ -4,7 +4,7 @@
 #include <engine/filesystem/streams/memory.h>
 
 #include "../log/log_fixture.h"
-#include "engine/filesystem/log/state.h"
+#include "engine/filesystem/log/sinks.h"
 
 using namespace std::string_literals;
 

@@ -1,10 +1,11 @@
 #include "tests/support/child_process.h"
 
+#include <algorithm>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
+#include <filesystem>
 
 #include "engine/platform/process.h"
+#include "tests/support/temp_directory.h"
 
 #ifdef _WIN32
 extern "C" __declspec(dllimport) unsigned __stdcall SetErrorMode(unsigned mode);
@@ -39,21 +40,25 @@ int run(const std::string& program, const std::string& rest) {
 
 }  // namespace
 
-ChildResult run_child(const std::string& name, const std::filesystem::path& root, const std::string& arguments) {
-    const std::string absolute = std::filesystem::absolute(root).generic_string();
-    const std::string output = absolute + ".output";
-    set_variable(root_variable, absolute);
+ChildResult run_child(const std::string& name, const std::string& arguments, const FileTree& before) {
+    const TempDirectory folder;
+    const std::string root = folder / "root";
+    const std::string output = folder / "output";
+    std::filesystem::create_directory(root);
+    for (const auto& [file, bytes] : before) folder.write("root/" + file, bytes);
+    set_variable(root_variable, root);
     // A child that crashes leaves its own temporary folder behind: inside ours.
-    set_variable("TMPDIR", std::filesystem::current_path().string());
-    set_variable("TMP", std::filesystem::current_path().string());
+    for (const char* const variable : {"TMPDIR", "TMP"}) set_variable(variable, folder.path());
     ChildResult result;
     result.exit_code = run(platform::executable_path(), " --gtest_filter=" + name +
                                                             " --gtest_also_run_disabled_tests --gtest_brief=1 " +
                                                             arguments + " > \"" + output + "\" 2>&1");
-    std::ostringstream text;
-    text << std::ifstream(output, std::ios::binary).rdbuf();
-    result.output = text.str();
-    set_variable(root_variable, "");
+    result.output = read_file(output);
+    std::erase(result.output, '\r');
+    for (const auto& item : std::filesystem::recursive_directory_iterator(root)) {
+        const std::string file = item.path().lexically_relative(root).generic_string();
+        if (item.is_regular_file()) result.files[file] = read_file(item.path().string());
+    }
     return result;
 }
 

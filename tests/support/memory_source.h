@@ -1,13 +1,21 @@
 #pragma once
 
 #include <engine/filesystem/contract.h>
+#include <engine/filesystem/registry.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "engine/filesystem/contract/name_list.h"
+#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/registry/registry.h"
 
 namespace test {
 
@@ -16,11 +24,31 @@ using Bytes = std::shared_ptr<std::string>;
 /// An open file over bytes that live as long as somebody uses them.
 class MemoryFile : public SFsFile {
 public:
-    MemoryFile(CFSSource* owner, const char* file_name, Bytes bytes, std::uint64_t position);
+    MemoryFile(CFSSource* owner, const std::string& file_name, Bytes bytes, std::uint64_t position)
+        : bytes_(std::move(bytes)), position_(position) {
+        source = owner;
+        name = static_cast<char*>(std::malloc(file_name.size() + 1));
+        std::strcpy(name, file_name.c_str());
+    }
 
-    std::uint64_t read(void* buffer, std::uint64_t size) override;
-    std::uint64_t write(const void* buffer, std::uint64_t size) override;
-    bool seek(std::int64_t offset, EFSSeek::TYPE origin) override;
+    std::uint64_t read(void* buffer, std::uint64_t size) override {
+        if (position_ >= bytes_->size()) return 0;
+        const std::uint64_t count = bytes_->copy(static_cast<char*>(buffer), size, position_);
+        position_ += count;
+        return count;
+    }
+    std::uint64_t write(const void* buffer, std::uint64_t size) override {
+        const std::uint64_t count = std::min(size, capacity > position_ ? capacity - position_ : 0);
+        if (bytes_->size() < position_ + count) bytes_->resize(position_ + count);
+        std::memcpy(bytes_->data() + position_, buffer, count);
+        position_ += count;
+        return count;
+    }
+    bool seek(std::int64_t offset, EFSSeek::TYPE origin) override {
+        const std::uint64_t base = origin == EFSSeek::CURRENT ? position_ : bytes_->size();
+        position_ = (origin == EFSSeek::BEGIN ? 0 : base) + static_cast<std::uint64_t>(offset);
+        return true;
+    }
     std::uint64_t length() override { return bytes_->size(); }
     std::uint64_t tell() override { return position_; }
 
@@ -33,55 +61,27 @@ private:
 
 /// A source such as a caller of the library might write: files in a map, by full lower-case name. What it is asked is
 /// counted, and everything about it can be set.
-class MemorySource : public CFSSource {
+class MemorySource : public fs::ReadOnlySource {
 public:
-    struct Entry {
-        Bytes bytes;
-        bool installed = true;
-        bool read_only = false;
-        std::int64_t time = 0;
-    };
-
     /// `*destroyed` is set when the source goes.
     explicit MemorySource(const char* mount_path, EFSSourceType::TYPE type = EFSSourceType::DIR,
-                          FFSAddSourceFlags::ENUM flags = FFSAddSourceFlags::NONE, bool* destroyed = nullptr);
-    ~MemorySource() override;
+                          FFSAddSourceFlags::ENUM flags = FFSAddSourceFlags::NONE, bool* destroyed = nullptr)
+        : type_(type), destroyed_(destroyed) {
+        ReadOnlySource::init(fs::path(mount_path, true), flags, nullptr);
+    }
+    ~MemorySource() override {
+        if (destroyed_ != nullptr) *destroyed_ = true;
+    }
 
-    void add(const std::string& name, const std::string& content);
+    void add(const std::string& name, const std::string& content) {
+        files_[name].bytes = std::make_shared<std::string>(content);
+        tree.add_path(std::string(directory_of(name)).c_str());
+    }
     /// The content of a file; "(none)" when it is not held.
-    std::string content(const std::string& name) const;
-
-    bool init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir_listing* listing) override;
-    void clear() override;
-    const fs::path& path() override { return path_; }
-    FFSAddSourceFlags::ENUM flags() override { return flags_; }
-    void refresh_dir(const char* dir) override { refreshed_dirs.emplace_back(dir); }
-    void refresh() override { ++refreshes; }
-    bool writable() override { return is_writable; }
-    EFSSourceType::TYPE type() override { return type_; }
-    bool exists(const fs::path& p) override { return find(p) != nullptr; }
-    void full_path(fs::path& out, const fs::path& p) override;
-    void root_path(fs::path& out, const fs::path& p) override;
-    std::int64_t write_time(const fs::path& p) override;
-    bool set_write_time(const fs::path& p, std::int64_t time) override;
-    bool is_protected() override { return is_shielding; }
-    bool read_only(const fs::path& p) override;
-    bool set_read_only(const fs::path& p, bool on) override;
-    void mark_installed_all(bool on) override;
-    void mark_installed(const fs::path& p, bool on) override;
-    int is_installed(const fs::path& p) override;
-    SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    SFsFile* open_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    SFsFile* open_append(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    SFsFile* open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    SFsFile* create_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    SFsFile* create_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    bool mkdir(const fs::path& p) override;
-    void rem_dir(const fs::path& p) override;
-    bool rem_file(const fs::path& p) override;
-    FS_NAME* get_file_list(const char* dir, const char* mask, bool flag) override;
-    FS_NAME* search_substring(const char* text) override;
-    fs::dir* dir_tree() override { return has_tree ? &tree : nullptr; }
+    std::string content(const std::string& name) const {
+        const auto found = files_.find(name);
+        return found != files_.end() ? *found->second.bytes : "(none)";
+    }
 
     bool is_writable = true;
     bool is_shielding = false;
@@ -101,27 +101,162 @@ public:
     std::atomic<int> reads_asked{0};
     std::atomic<FFSOpenFlags::FLAGS> read_flags{FFSOpenFlags::NONE};  // of the latest of them
 
-private:
-    Entry* find(const fs::path& p);
-    std::string held_name(const fs::path& p) const;
-    SFsFile* open_at(const fs::path& p, bool truncate, bool at_end, FFSOpenFlags::FLAGS flags);
-    SFsFile* create(const char* how, const fs::path& p, FFSOpenFlags::FLAGS flags);
+    void clear() override {
+        files_.clear();
+        tree.clear();
+    }
+    void refresh_dir(const char* dir) override { refreshed_dirs.emplace_back(dir); }
+    void refresh() override { ++refreshes; }
+    bool writable() override { return is_writable; }
+    EFSSourceType::TYPE type() override { return type_; }
+    bool is_protected() override { return is_shielding; }
+    bool exists(const fs::path& p) override { return find(p) != nullptr; }
+    void full_path(fs::path& out, const fs::path& p) override {
+        const std::string directory = std::string(path().PathName()) + p.PathName();
+        if (find(p) != nullptr) out.Set(directory.c_str(), p.FileName(), true);
+    }
+    void root_path(fs::path& out, const fs::path& p) override {
+        if (find(p) != nullptr) out = fs::path(held_name(p).c_str(), true);
+    }
+    std::int64_t write_time(const fs::path& p) override { return find(p) != nullptr ? find(p)->time : -1; }
+    bool set_write_time(const fs::path& p, std::int64_t time) override {
+        return exists(p) && (find(p)->time = time, true);
+    }
+    bool read_only(const fs::path& p) override { return exists(p) && find(p)->read_only; }
+    bool set_read_only(const fs::path& p, bool on) override { return exists(p) && (find(p)->read_only = on, true); }
+    void mark_installed_all(bool on) override {
+        for (auto& [name, entry] : files_) entry.installed = on;
+    }
+    void mark_installed(const fs::path& p, bool on) override {
+        if (exists(p)) find(p)->installed = on;
+    }
+    int is_installed(const fs::path& p) override { return !exists(p) ? 0 : find(p)->installed ? 2 : 1; }
 
-    fs::path path_;
-    EFSSourceType::TYPE type_;
-    FFSAddSourceFlags::ENUM flags_;
-    bool* destroyed_;
+    SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) override {
+        ++reads_asked;
+        read_flags = flags;
+        if (!exists(p) || refuses_to_open) return nullptr;
+        return new MemoryFile(this, full_name(p), find(p)->bytes, 0);
+    }
+    SFsFile* open_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override {
+        SFsFile* const file = open_at(p, false, flags);
+        if (file != nullptr) find(p)->bytes->clear();
+        return file;
+    }
+    SFsFile* open_append(const fs::path& p, FFSOpenFlags::FLAGS flags) override { return open_at(p, true, flags); }
+    SFsFile* open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override { return open_at(p, false, flags); }
+    SFsFile* create_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override {
+        return create("create_write ", p, flags);
+    }
+    SFsFile* create_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override {
+        return create("create_read_write ", p, flags);
+    }
+    bool mkdir(const fs::path& p) override {
+        made.push_back(std::string("mkdir ") + p.PathName());
+        fs::path lower = p;
+        lower.Lowercase();
+        tree.add_path(lower.PathName());
+        return is_writable;
+    }
+    void rem_dir(const fs::path& p) override {
+        std::erase_if(files_, [&](const auto& file) { return file.first.starts_with(p.PathName()); });
+        tree.remove(p.PathName());
+    }
+    bool rem_file(const fs::path& p) override {
+        return !refuses_to_remove && exists(p) && !read_only(p) && files_.erase(held_name(p)) != 0;
+    }
+
+    FS_NAME* get_file_list(const char* dir, const char* mask, bool flag) override {
+        FS_NAME* names = nullptr;  // the newest first: no order that a search could rely on
+        for (const auto& [name, entry] : files_) {
+            const std::string_view directory = directory_of(name);
+            const std::string_view file = std::string_view(name).substr(directory.size());
+            if (!fs::directory_answers(directory, dir, flag) || !fs::name_matches(file, mask)) continue;
+            for (int i = 0; i <= (lists_twice ? 1 : 0); ++i) names = fs::new_name(directory, file, names);
+        }
+        return names;
+    }
+    FS_NAME* search_substring(const char* text) override {
+        FS_NAME* names = nullptr;
+        for (const auto& [name, entry] : files_) {
+            if (directory_of(name).find(text) != std::string_view::npos) names = fs::new_name("", name, names);
+        }
+        return names;
+    }
+    fs::dir* dir_tree() override { return has_tree ? &tree : nullptr; }
+
+private:
+    struct Entry {
+        Bytes bytes;
+        bool installed = true;
+        bool read_only = false;
+        std::int64_t time = 0;
+    };
+
+    static std::string full_name(const fs::path& p) {
+        fs::string name;
+        p.FullName(name);
+        return name;
+    }
+    static std::string_view directory_of(const std::string& name) {
+        return std::string_view(name).substr(0, name.rfind('/') + 1);
+    }
+
+    Entry* find(const fs::path& p) {
+        const auto found = files_.find(held_name(p));
+        return found != files_.end() ? &found->second : nullptr;
+    }
+    std::string held_name(const fs::path& p) const {
+        std::string name = full_name(p);
+        if (!matches_by_end || !p.EmptyPath() || files_.contains(name)) return name;
+        for (const auto& [held, entry] : files_) {
+            if (held == name || held.ends_with('/' + name)) return held;
+        }
+        return name;
+    }
+
+    SFsFile* open_at(const fs::path& p, bool at_end, FFSOpenFlags::FLAGS flags) {
+        open_flags.push_back(flags);
+        const Entry* const entry = find(p);
+        if (entry != nullptr && write_failure != EFSError::NONE) fs::refuse(write_failure, p.FileName(), "As ordered.");
+        if (entry == nullptr || refuses_to_open || is_silent || entry->read_only || write_failure != EFSError::NONE)
+            return nullptr;
+        auto* const file = new MemoryFile(this, full_name(p), entry->bytes, at_end ? entry->bytes->size() : 0);
+        file->capacity = file_capacity;
+        return file;
+    }
+    SFsFile* create(const char* how, const fs::path& p, FFSOpenFlags::FLAGS flags) {
+        made.push_back(how + full_name(p));
+        if (!is_writable || refuses_to_open) return nullptr;
+        write_failure = EFSError::NONE;
+        fs::path lower = p;
+        lower.Lowercase();
+        add(full_name(lower), "");
+        return open_write(lower, flags);
+    }
+
+    const EFSSourceType::TYPE type_;
+    bool* const destroyed_;
     std::map<std::string, Entry> files_;
 };
 
 /// Registers a new source and keeps only a pointer to it.
-MemorySource* mount_memory(const char* mount_path, EFSSourceType::TYPE type = EFSSourceType::DIR,
-                           FFSAddSourceFlags::ENUM flags = FFSAddSourceFlags::NONE);
+inline MemorySource* mount_memory(const char* mount_path, EFSSourceType::TYPE type = EFSSourceType::DIR,
+                                  FFSAddSourceFlags::ENUM flags = FFSAddSourceFlags::NONE) {
+    auto* const source = new MemorySource(mount_path, type, flags);
+    fs::add_source(source, flags);
+    return source;
+}
 
 /// Takes every source out of the registry and destroys it, whether it was started or not.
-void unmount_all();
+inline void unmount_all() { fs::registry::destroy_all(); }
 
 /// The names of a list, which is freed.
-std::vector<std::string> take_names(FS_NAME* names);
+inline std::vector<std::string> take_names(FS_NAME* names) {
+    std::vector<std::string> out;
+    for (const FS_NAME* name = names; name != nullptr; name = name->next) out.emplace_back(name->name);
+    fs::free_names(names);
+    return out;
+}
 
 }  // namespace test

@@ -8,6 +8,18 @@
 #include <string_view>
 #include <system_error>
 
+/// The bytes of a native file; none when it cannot be opened.
+inline std::string read_file(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+/// Writes a native file; false when not all of it was written.
+inline bool write_file(const std::string& path, std::string_view bytes) {
+    std::ofstream out(path, std::ios::binary);
+    return out.write(bytes.data(), static_cast<std::streamsize>(bytes.size())).flush().good();
+}
+
 /// A directory of a test's own, removed with everything in it at the end. Its path is full, lower-case and
 /// "/"-separated.
 class TempDirectory {
@@ -17,7 +29,8 @@ public:
         const auto base = std::filesystem::current_path();
         do path_ = base / ("t" + std::to_string(serial.fetch_add(1)));
         while (!std::filesystem::create_directory(path_));
-        text_ = lower_case(path_.generic_string());
+        text_ = path_.generic_string();
+        for (char& c : text_) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
         if (!std::filesystem::exists(text_)) text_ = path_.generic_string();
     }
     TempDirectory(const TempDirectory&) = delete;
@@ -35,21 +48,13 @@ public:
     std::string write(std::string_view name, std::string_view bytes) const {
         const std::string full = *this / name;
         std::filesystem::create_directories(std::filesystem::path(full).parent_path());
-        std::ofstream(full, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        write_file(full, bytes);
         return full;
     }
-    std::string read(std::string_view name) const {
-        std::ifstream in(*this / name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    }
+    std::string read(std::string_view name) const { return read_file(*this / name); }
     bool exists(std::string_view name) const { return std::filesystem::exists(*this / name); }
 
 private:
-    static std::string lower_case(std::string text) {
-        for (char& c : text) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-        return text;
-    }
-
     std::filesystem::path path_;
     std::string text_;
 };

@@ -1,37 +1,25 @@
-// Runs the tests inside a fresh folder of their own, so that relative names never meet what lies
-// around the build tree, and removes it when they are done.
+// Runs the tests inside a fresh folder of their own, so that relative names never meet what lies around the build tree,
+// and removes it when they are done.
 #include <gmock/gmock.h>
 
 #include <cstdio>
 #include <filesystem>
 #include <random>
 #include <string>
-#include <system_error>
 
 namespace {
 
-std::filesystem::path make_private_folder() {
-    std::random_device random;
-    const std::filesystem::path base = std::filesystem::temp_directory_path();
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        const std::filesystem::path folder = base / ("engine_tests_" + std::to_string(random()));
-        std::error_code error;
-        if (std::filesystem::create_directory(folder, error)) return folder;
-    }
-    return {};
-}
+namespace disk = std::filesystem;
 
-// Tests take permissions away from some files; the owner's must be back before removal.
-void remove_folder(const std::filesystem::path& folder) {
+/// Tests take permissions away from some files; the owner's must be back before removal.
+void remove_folder(const disk::path& folder) {
     std::error_code error;
-    std::filesystem::recursive_directory_iterator items(folder, error);
-    for (; items != std::filesystem::recursive_directory_iterator(); items.increment(error)) {
-        if (error) break;
-        if (items->is_symlink(error)) continue;
-        std::filesystem::permissions(items->path(), std::filesystem::perms::owner_all,
-                                     std::filesystem::perm_options::add, error);
+    disk::recursive_directory_iterator items(folder, error);
+    for (; !error && items != disk::recursive_directory_iterator(); items.increment(error)) {
+        if (!items->is_symlink())
+            disk::permissions(items->path(), disk::perms::owner_all, disk::perm_options::add, error);
     }
-    std::filesystem::remove_all(folder, error);
+    disk::remove_all(folder, error);
 }
 
 }  // namespace
@@ -40,15 +28,15 @@ int main(int argc, char** argv) {
     testing::InitGoogleMock(&argc, argv);
     if (testing::GTEST_FLAG(list_tests)) return RUN_ALL_TESTS();
 
-    const std::filesystem::path home = std::filesystem::current_path();
-    const std::filesystem::path folder = make_private_folder();
-    if (folder.empty()) {
-        std::fprintf(stderr, "test_main: cannot make a temporary folder\n");
-        return 1;
-    }
-    std::filesystem::current_path(folder);
+    const disk::path home = disk::current_path();
+    disk::path folder;
+    std::error_code error;
+    do folder = disk::temp_directory_path() / ("engine_tests_" + std::to_string(std::random_device()()));
+    while (!disk::create_directory(folder, error) && !error);
+    if (error) return std::fprintf(stderr, "test_main: cannot make %s\n", folder.string().c_str()), 1;
+    disk::current_path(folder);
     const int status = RUN_ALL_TESTS();
-    std::filesystem::current_path(home);
+    disk::current_path(home);
     remove_folder(folder);
     return status;
 }

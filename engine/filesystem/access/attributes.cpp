@@ -76,10 +76,9 @@ void mark_installed(const char* path, bool on) {
     guarded(path, [&] {
         const fs::path name = lookup_name(path);
         if (name.Empty()) return;
-        registry::State& state = registry::state();
-        const ExclusiveGuard guard(state);
-        const registry::Concerned concerned(state, name);
-        registry::for_each_source(state, [&](CFSSource& source) {
+        const ExclusiveGuard guard;
+        const registry::Concerned concerned(name);
+        registry::for_each_source([&](CFSSource& source) {
             if (concerned(source)) source.mark_installed(name, on);
         });
     });
@@ -87,9 +86,8 @@ void mark_installed(const char* path, bool on) {
 
 void mark_installed(bool on) {
     guarded(nullptr, [&] {
-        registry::State& state = registry::state();
-        const ExclusiveGuard guard(state);
-        registry::for_each_source(state, [&](CFSSource& source) { source.mark_installed_all(on); });
+        const ExclusiveGuard guard;
+        registry::for_each_source([&](CFSSource& source) { source.mark_installed_all(on); });
     });
 }
 
@@ -98,11 +96,10 @@ bool is_installed(const char* path) {
     constexpr int known_installed = 2;
     return guarded(path, false, [&] {
         const fs::path name = lookup_name(path);
-        registry::State& state = registry::state();
-        const SharedGuard guard(state);
-        const registry::Concerned concerned(state, name);
+        const SharedGuard guard;
+        const registry::Concerned concerned(name);
         bool installed = true;
-        const CFSSource* const certain = registry::first_source(state, [&](CFSSource& source) {
+        const CFSSource* const certain = registry::first_source([&](CFSSource& source) {
             const int answer = concerned(source) ? source.is_installed(name) : 0;
             if (answer == known_not_installed) installed = false;
             return answer == known_installed;

@@ -3,6 +3,7 @@
 #include <engine/filesystem/access/manage.h>
 
 #include "engine/filesystem/access/parts.h"
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
 
 // The cache directory is a place on the disk that need not lie below any source, so its directories are made and asked
@@ -19,15 +20,12 @@ std::string cache_path_of(const char* path) {
     const NormalText whole(with_cache_directory(inner.c_str(), FFSOpenFlags::IN_CACHE_DIR).c_str(), true);
     std::string full(whole.view());
     if (!full.ends_with('/')) full += '/';
-    if (leads_above(inner.view())) {
-        set_error(EFSError::INVALID_NAME, path, "The path climbs above the cache directory.");
-    } else if (cache.empty() || cache == "/") {
-        set_error(EFSError::INVALID_NAME, path, "There is no cache directory.");
-    } else if (full.size() > path_capacity) {
-        set_error(EFSError::INVALID_NAME, path, "The path of the directory is longer than 259 bytes.");
-    } else {
-        return full;
-    }
+    const char* const why = climbs(inner.view())            ? "The path climbs above the cache directory."
+                            : cache.empty() || cache == "/" ? "There is no cache directory."
+                            : full.size() > path_capacity   ? "The path of the directory is longer than 259 bytes."
+                                                            : nullptr;
+    if (why == nullptr) return full;
+    set_error(EFSError::INVALID_NAME, path, why);
     return {};
 }
 
@@ -39,7 +37,7 @@ bool mkdir_cache(const char* path) {
             return refuse(EFSError::INVALID_NAME, path, "An empty path names no directory.");
         }
         const std::string whole = cache_path_of(path);
-        return !whole.empty() && make_native_directories(whole);
+        return !whole.empty() && make_native_directory(whole, path);
     });
 }
 
@@ -48,7 +46,7 @@ bool does_cache_dir_exist(const char* path) {
         std::string whole = cache_path_of(path);
         if (whole.empty()) return false;
         whole.pop_back();
-        return does_dir_exist(whole.c_str());
+        return is_native_directory(whole.c_str());
     });
 }
 

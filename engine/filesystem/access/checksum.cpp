@@ -36,11 +36,8 @@ bool add_content(SFsFile& file, std::uint64_t length, CrcCalcArgs& args) {
 bool calc_file_crc(CrcCalcArgs& args) {
     args.crc = 0;
     args.size = 0;
-    const bool whole = guarded(args.path, false, [&] {
-        const FilePtr file(open(args.path, EFSMode::READ));
-        const std::uint64_t length = file ? known_length(*file, args.path) : ~std::uint64_t{0};
-        return length != ~std::uint64_t{0} && add_content(*file, length, args);
-    });
+    const bool whole = with_content(
+        args.path, false, [&](SFsFile& file, std::uint64_t length) { return add_content(file, length, args); });
     if (whole) return true;
     args.crc = 0;
     args.size = 0;

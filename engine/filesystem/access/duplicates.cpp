@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,13 +19,11 @@ namespace {
 using Lines = ztl::vector<fs::string>;
 
 struct Held {
-    fs::string path;  // within its source
-    std::size_t name_at = 0;
-    std::size_t source_index = 0;  // in asking order
-    const char* root = "";
-
-    std::string_view name() const { return std::string_view(path).substr(name_at); }
+    fs::string path;           // within its source
+    std::size_t source_index;  // in asking order
+    const char* root;
 };
+using HeldByName = std::map<fs::string, std::vector<Held>>;
 
 bool has_extension(std::string_view name, const char* ext) {
     if (ext == nullptr) return true;
@@ -32,13 +31,12 @@ bool has_extension(std::string_view name, const char* ext) {
     return dot != std::string_view::npos && name.substr(dot) == ext;
 }
 
-void collect_source(CFSSource& source, std::size_t index, const char* ext, std::vector<Held>& out) {
+void collect_source(CFSSource& source, std::size_t index, const char* ext, HeldByName& out) {
     const NameList names(source.get_file_list(nullptr, nullptr, true));
-    for (const FS_NAME* name = names.get(); name != nullptr; name = name->next) {
-        fs::string path(name->name);
-        const std::size_t name_at = path.rfind('/') + 1;  // 0 when there is no separator
-        if (!has_extension(std::string_view(path).substr(name_at), ext)) continue;
-        out.push_back({.path = std::move(path), .name_at = name_at, .source_index = index, .root = source.root_dir()});
+    for (const FS_NAME* held = names.get(); held != nullptr; held = held->next) {
+        const std::string_view path(held->name);
+        const std::string_view name = path.substr(path.rfind('/') + 1);  // all of it when there is no separator
+        if (has_extension(name, ext)) out[fs::string(name)].push_back({fs::string(path), index, source.root_dir()});
     }
 }
 
@@ -50,36 +48,31 @@ void append_dump(CFSSource& source, const char* ext, Lines& out) {
     }
 }
 
-/// `first` to `last` bear one name, in asking order. Lines are written when a later source holds it only under
-/// directories that the earliest one does not know.
-void append_misses(const Held* first, const Held* last, Lines& out) {
+/// All of `held` bear one name, in asking order. Lines are written when a later source holds it only under directories that
+/// the earliest one does not know.
+void append_misses(const std::vector<Held>& held, Lines& out) {
+    const Held& first = held.front();
     int index = 0;
-    for (const Held* held = first; held != last; ++held) {
-        if (held->source_index == first->source_index) continue;
-        const bool overridden = std::any_of(first, held, [&](const Held& earlier) {
-            return earlier.source_index != held->source_index && earlier.path == held->path;
+    for (auto later = held.begin(); later != held.end(); ++later) {
+        if (later->source_index == first.source_index) continue;
+        const bool overridden = std::any_of(held.begin(), later, [&](const Held& earlier) {
+            return earlier.source_index != later->source_index && earlier.path == later->path;
         });
         if (overridden) continue;
-        if (index == 0) out.push_back("0. " + fs::string(first->root) + first->path);
-        out.push_back(std::to_string(++index) + ". " + held->root + held->path +
+        if (index == 0) out.push_back("0. " + fs::string(first.root) + first.path);
+        out.push_back(std::to_string(++index) + ". " + later->root + later->path +
                       " (different path when overriding in other filesystem source)");
     }
 }
 
-void append_all(const registry::State& state, const char* ext, Lines& out) {
-    std::vector<Held> held;
+void append_all(const char* ext, Lines& out) {
+    HeldByName held;
     std::size_t index = 0;
-    registry::for_each_source(state, [&](CFSSource& source) {
+    registry::for_each_source([&](CFSSource& source) {
         append_dump(source, ext, out);
         collect_source(source, index++, ext, held);
     });
-    std::stable_sort(held.begin(), held.end(), [](const Held& a, const Held& b) { return a.name() < b.name(); });
-    for (std::size_t from = 0; from < held.size();) {
-        std::size_t to = from + 1;
-        while (to < held.size() && held[to].name() == held[from].name()) ++to;
-        append_misses(held.data() + from, held.data() + to, out);
-        from = to;
-    }
+    for (const auto& [name, holders] : held) append_misses(holders, out);
 }
 
 }  // namespace
@@ -87,9 +80,8 @@ void append_all(const registry::State& state, const char* ext, Lines& out) {
 void find_duplicates(Lines& out, const char* ext) {
     guarded(nullptr, [&] {
         Lines lines = out;
-        registry::State& state = registry::state();
-        const registry::SharedGuard guard(state);
-        append_all(state, ext, lines);
+        const registry::SharedGuard guard;
+        append_all(ext, lines);
         out.swap(lines);
     });
 }

@@ -21,9 +21,8 @@ bool refuse_empty(const char* path) { return refuse(EFSError::INVALID_NAME, path
 bool is_itself(const char* from, const char* to) {
     const fs::path name = lookup_name(from);
     if (!(name == lookup_name(to))) return false;
-    registry::State& state = registry::state();
-    const registry::SharedGuard guard(state);
-    CFSSource* const holder = registry::first_holder(state, name, registry::Match::WHOLE);
+    const registry::SharedGuard guard;
+    CFSSource* const holder = registry::first_holder(name, registry::Match::WHOLE);
     return holder != nullptr && holder->writable();
 }
 

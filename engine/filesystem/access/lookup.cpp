@@ -33,15 +33,24 @@ Place place_in(CFSSource& source, const fs::path& name, NativeText& out) {
     return platform::resolve_case(path, out) ? Place::ON_DISK : Place::ELSEWHERE;
 }
 
+/// What the first source that holds the name answers to a question about it.
+fs::string answer_of(const char* path, void (CFSSource::*question)(fs::path& out, const fs::path& p)) {
+    return with_holder<SharedGuard>(path, Match::AS_SOURCE_DOES, fs::string(),
+                                    [&](CFSSource& source, const fs::path& name) {
+                                        fs::path out;
+                                        (source.*question)(out, name);
+                                        return full_name(out);
+                                    });
+}
+
 }  // namespace
 
 bool exists(const char* path, FFSOpenFlags::FLAGS flags) {
     return guarded(path, false, [&] {
         const bool in_cache = (flags & FFSOpenFlags::IN_CACHE_DIR) != 0;
         const fs::path name = in_cache ? lookup_name(with_cache_directory(path, flags).c_str()) : lookup_name(path);
-        registry::State& state = registry::state();
-        const SharedGuard guard(state);
-        return registry::first_holder(state, name, match_of(flags)) != nullptr;
+        const SharedGuard guard;
+        return registry::first_holder(name, match_of(flags)) != nullptr;
     });
 }
 
@@ -55,33 +64,17 @@ fs::string get_source_name(const char* path) {
     });
 }
 
-const fs::string full_path(const char* path) {
-    return with_holder<SharedGuard>(path, Match::AS_SOURCE_DOES, fs::string(),
-                                    [](CFSSource& source, const fs::path& name) {
-                                        fs::path out;
-                                        source.full_path(out, name);
-                                        return full_name(out);
-                                    });
-}
-
-const fs::string root_path(const char* path) {
-    return with_holder<SharedGuard>(path, Match::AS_SOURCE_DOES, fs::string(),
-                                    [](CFSSource& source, const fs::path& name) {
-                                        fs::path out;
-                                        source.root_path(out, name);
-                                        return full_name(out);
-                                    });
-}
+const fs::string full_path(const char* path) { return answer_of(path, &CFSSource::full_path); }
+const fs::string root_path(const char* path) { return answer_of(path, &CFSSource::root_path); }
 
 bool native_path(const char* path, fs::string& out) {
     return guarded(path, false, [&] {
         const fs::path name = lookup_name(path);
-        registry::State& state = registry::state();
-        const SharedGuard guard(state);
-        const registry::Concerned concerned(state, name);
+        const SharedGuard guard;
+        const registry::Concerned concerned(name);
         NativeText found = "";
         Place place = Place::ELSEWHERE;
-        registry::first_source(state, [&](CFSSource& source) {
+        registry::first_source([&](CFSSource& source) {
             if (!name.Empty() && concerned(source)) place = place_in(source, name, found);
             return place != Place::ELSEWHERE;
         });

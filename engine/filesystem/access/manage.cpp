@@ -4,6 +4,7 @@
 
 #include <engine/filesystem/contract/native_source.h>
 #include "engine/filesystem/access/parts.h"
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/platform/files.h"
 
@@ -21,27 +22,23 @@ using registry::Match;
 /// False, with the failure stored, for a path that may not be changed.
 bool may_change(const NormalText& name, const char* path) {
     if (name.names_nothing()) return refuse(EFSError::INVALID_NAME, path, "An empty path names nothing to change.");
-    if (leads_above(name.view())) return refuse(EFSError::INVALID_NAME, path, "The path climbs above its source.");
+    if (climbs(name.view())) return refuse(EFSError::INVALID_NAME, path, "The path climbs above its source.");
     return true;
-}
-
-bool is_native_directory(const std::string& path) {
-    const auto attributes = platform::get_attributes(path.c_str());
-    return attributes && attributes->is_directory;
 }
 
 /// Whether the source has this directory: in its tree, or on the disk where it stands on one. `inner` becomes the name
 /// that the source knows it by.
-bool has_directory(const registry::State& state, CFSSource& source, const fs::path& directory, fs::path& inner) {
+bool has_directory(CFSSource& source, const fs::path& directory, fs::path& inner) {
     inner = directory;
-    if (&source == state.fallback.get()) return is_native_directory(directory.PathName());
+    if (registry::is_fallback(&source)) return is_native_directory(directory.PathName());
     if (is_native_directory_name(directory.PathNameView())) {
         const auto below = registry::below_root(source, directory.PathNameView());
         if (!below || below->empty()) return false;
         inner = directory_name(*below, true);
     }
     if (registry::find_directory(source, inner.PathName()) != nullptr) return true;
-    return source.root_dir()[0] != '\0' && is_native_directory(std::string(source.root_dir()) + inner.PathName());
+    return source.root_dir()[0] != '\0' &&
+           is_native_directory((std::string(source.root_dir()) + inner.PathName()).c_str());
 }
 
 bool move_content(CFSSource& source, const fs::path& from, const fs::path& to, const char* path) {
@@ -60,39 +57,39 @@ bool rename_by_copy(CFSSource& source, const fs::path& from, const fs::path& to,
 }
 
 /// `to` as the source knows it. False, with the failure stored, for a place outside of the source.
-bool keep_within(const registry::State& state, CFSSource& source, fs::path& to, const char* path) {
-    if (&source == state.fallback.get() || !is_native_directory_name(to.PathNameView())) return true;
+bool keep_within(CFSSource& source, fs::path& to, const char* path) {
+    if (registry::is_fallback(&source) || !is_native_directory_name(to.PathNameView())) return true;
     const auto below = registry::below_root(source, to.PathNameView());
     if (!below) return refuse(EFSError::INVALID_NAME, path, "A file is renamed within its source.");
-    to.Set(std::string(*below).c_str(), to.FileName(), false);
+    to = path_of(*below, to.FileName(), false);
     return true;
 }
 
-bool rename_held(registry::State& state, const fs::path& from, fs::path to, const char* path) {
-    CFSSource* const holder = registry::first_holder(state, from, Match::WHOLE);
+bool rename_held(const fs::path& from, fs::path to, const char* path) {
+    CFSSource* const holder = registry::first_holder(from, Match::WHOLE);
     if (holder == nullptr) return refuse(EFSError::NOT_FOUND, path, "No source holds a file of this name.");
     if (!holder->writable()) {
         return refuse(EFSError::READ_ONLY, path, "The source that holds the file cannot be written.");
     }
-    if (!keep_within(state, *holder, to, path)) return false;
+    if (!keep_within(*holder, to, path)) return false;
     const fs::path lower_to = lower_case(to);
-    if (!(lower_to == from) && registry::first_holder(state, lower_to, Match::WHOLE) != nullptr) {
+    if (!(lower_to == from) && registry::first_holder(lower_to, Match::WHOLE) != nullptr) {
         return refuse(EFSError::ALREADY_EXISTS, path, "A source holds a file of the new name already.");
     }
     fs::dir directory;
     if (directory.add_path(lower_to.PathName()) == nullptr) throw std::bad_alloc();
     auto* const native = dynamic_cast<NativeSource*>(holder);
     const bool renamed = native != nullptr ? native->rename_file(from, to) : rename_by_copy(*holder, from, to, path);
-    if (renamed && holder != state.fallback.get()) state.index.take_over(directory);
+    if (renamed && !registry::is_fallback(holder)) registry::state().index.take_over(directory);
     return renamed;
 }
 
-bool make_directory(registry::State& state, fs::path directory, const char* path) {
+bool make_directory(fs::path directory, const char* path) {
     const fs::path asked = lower_case(directory);
-    CFSSource* const creator = creator_of(state, registry::Concerned(state, asked), directory);
+    CFSSource* const creator = creator_of(registry::Concerned(asked), directory);
     if (!may_create(creator, path)) return false;
-    if (creator == state.fallback.get()) {
-        if (is_creatable_directory(directory.PathNameView())) return make_native_directories(directory.PathName());
+    if (registry::is_fallback(creator)) {
+        if (is_creatable(directory.PathNameView())) return make_native_directory(directory.PathName(), path);
         return refuse(EFSError::INVALID_NAME, path, "A directory needs a name that every system can hold.");
     }
     const ErrorScope scope;
@@ -106,11 +103,11 @@ bool mkdir(const char* path) {
     return guarded(path, false, [&] {
         NormalText name(path, false);
         if (!may_change(name, path)) return false;
-        registry::State& state = registry::state();
-        const ExclusiveGuard guard(state);
-        const bool is_indexed = name.view() == state.index.name() || state.index.find(name.c_str()) != nullptr;
+        const ExclusiveGuard guard;
+        fs::dir& index = registry::state().index;
+        const bool is_indexed = name.view() == index.name() || index.find(name.c_str()) != nullptr;
         if (is_indexed && !is_native_directory_name(name.view())) return true;
-        return make_directory(state, directory_name(NormalText(path, true).view(), false), path);
+        return make_directory(directory_name(NormalText(path, true).view(), false), path);
     });
 }
 
@@ -122,9 +119,8 @@ bool rename(const char* from, const char* to) {
         if (old_name.EmptyFile() || !is_creatable_name(new_name)) {
             return refuse(EFSError::INVALID_NAME, to, "A file cannot bear this name.");
         }
-        registry::State& state = registry::state();
-        const ExclusiveGuard guard(state);
-        return rename_held(state, old_name, new_name, from);
+        const ExclusiveGuard guard;
+        return rename_held(old_name, new_name, from);
     });
 }
 
@@ -149,20 +145,19 @@ void rem_dir(const char* path) {
         const NormalText name(path, false);
         if (!may_change(name, path)) return;
         const fs::path directory = directory_name(name.view(), true);
-        registry::State& state = registry::state();
-        const ExclusiveGuard guard(state);
-        const registry::Concerned concerned(state, directory);
+        const ExclusiveGuard guard;
+        const registry::Concerned concerned(directory);
         fs::path inner;
-        CFSSource* const holder = registry::first_source(state, [&](CFSSource& source) {
-            return source.writable() && concerned(source) && has_directory(state, source, directory, inner);
+        CFSSource* const holder = registry::first_source([&](CFSSource& source) {
+            return source.writable() && concerned(source) && has_directory(source, directory, inner);
         });
         if (holder == nullptr) {
             set_error(EFSError::NOT_FOUND, path, "No writable source has this directory.");
             return;
         }
-        const std::vector<std::string> indexed = registry::indexed_directories(state, inner.PathNameView());
+        const std::vector<std::string> indexed = registry::indexed_directories(inner.PathNameView());
         holder->rem_dir(inner);
-        registry::forget_directories(state, indexed);
+        registry::forget_directories(indexed);
     });
 }
 
@@ -171,12 +166,11 @@ fs::string getOutLocationDebugHelper(const char* path) {
         fs::path name = creation_name(path);
         if (name.Empty()) return {};
         const fs::path lower = lower_case(name);
-        registry::State& state = registry::state();
-        const registry::SharedGuard guard(state);
-        const registry::Concerned concerned(state, lower);
+        const registry::SharedGuard guard;
+        const registry::Concerned concerned(lower);
         CFSSource* target = registry::first_source(
-            state, [&](CFSSource& source) { return concerned(source) && source.writable() && source.exists(lower); });
-        if (target == nullptr) target = creator_of(state, concerned, name);
+            [&](CFSSource& source) { return concerned(source) && source.writable() && source.exists(lower); });
+        if (target == nullptr) target = creator_of(concerned, name);
         auto* const on_disk = dynamic_cast<NativeSource*>(target);
         char native[platform::path_buffer_size] = "";
         if (on_disk == nullptr || !target->writable() || !on_disk->native_path(name, native, sizeof(native))) return {};

@@ -2,9 +2,12 @@
 
 #include <utility>
 
+#include <engine/filesystem/contract/locating_source.h>
+
 #include "engine/filesystem/access/open_pinned.h"
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/disk_use.h"
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/open_rules.h"
 
 // Opening by name. A name is put into normal form once and then asked of the sources in their order.
@@ -19,7 +22,8 @@
 // a source before it may still create. And creating, which empties what it meets, never meets a file that an append or
 // read-write open is for.
 //
-// The lock is held shared while sources are asked and exclusive while one creates.
+// The lock is held shared while sources are asked and exclusive while one creates. What a LocatingSource holds is opened for
+// reading without it, under a pin, so that a slow disk stops no lookup: when that fails, the search goes on behind the source.
 
 namespace fs {
 
@@ -55,29 +59,50 @@ bool is_passed_over(CFSSource& source, const Request& request) {
     return match_of(request.flags) == registry::Match::WHOLE && !registry::holds_whole(source, request.name);
 }
 
-FilePtr find_to_read(registry::State& state, const Request& request, registry::Pin* pin) {
-    const registry::SharedGuard guard(state);
-    if (state.empty()) set_error(EFSError::NOT_INITIALIZED, request.text, "No source is registered.");
-    const registry::Concerned concerned(state, request.name);
+/// What a walk over the sources came to: a file, or one that is yet to be opened.
+struct FoundToRead {
     FilePtr file;
-    registry::first_source(state, [&](CFSSource& source) {
-        if (concerned(source) && !is_passed_over(source, request)) file.reset(open_in_place(source, request));
-        if (file != nullptr && pin != nullptr) *pin = registry::Pin(source);
-        return file != nullptr;
+    LocatingSource::Opening open;
+    registry::Pin pin;  // on the source, where it was asked for or the file is yet to be opened
+};
+
+/// Asks the sources behind the one that `found` has a pin on; all of them when that was removed meanwhile, or there is none.
+void find_to_read(const Request& request, FoundToRead& found, bool pins) {
+    const registry::SharedGuard guard;
+    if (registry::state().empty()) set_error(EFSError::NOT_INITIALIZED, request.text, "No source is registered.");
+    const registry::Concerned concerned(request.name);
+    const auto is_pinned = [&](const CFSSource& source) { return found.pin.Holds(source); };
+    bool is_behind = found.pin.IsEmpty() || registry::first_source(is_pinned) == nullptr;
+    registry::first_source([&](CFSSource& source) {
+        if (!is_behind) return is_behind = is_pinned(source), false;
+        if (!concerned(source) || is_passed_over(source, request)) return false;
+        if (auto* const locating = dynamic_cast<LocatingSource*>(&source))
+            found.open = locating->locate(request.name, request.flags);
+        else
+            found.file.reset(open_in_place(source, request));
+        if (!found.open && !found.file) return false;
+        if (found.open || pins) found.pin = registry::Pin(source);
+        return true;
     });
-    return file;
 }
 
-FilePtr open_to_read(registry::State& state, const Request& request, registry::Pin* pin) {
+FilePtr open_to_read(const Request& request, registry::Pin* pin) {
     ErrorScope scope;
-    FilePtr file = find_to_read(state, request, pin);
-    if (file) {
+    FoundToRead found;
+    do {
+        find_to_read(request, found, pin != nullptr);
+        if (!found.open) break;
+        const registry::UnlockedAsking asking;
+        found.file.reset(std::exchange(found.open, nullptr)());
+    } while (!found.file);
+    if (found.file) {
         scope.forget();
         note_access(request.name);
+        if (pin != nullptr) *pin = std::move(found.pin);
     } else {
         fail_unless_told(scope, EFSError::NOT_FOUND, request.text, "No source holds a file of this name.");
     }
-    return file;
+    return std::move(found.file);
 }
 
 enum class Answer { OPENED, ABSENT, FAILED };
@@ -103,18 +128,18 @@ struct Found {
     const CFSSource* failed = nullptr;
 };
 
-Found find_to_write(registry::State& state, const Request& request) {
-    const registry::SharedGuard guard(state);
-    const registry::Concerned concerned(state, request.name);
+Found find_to_write(const Request& request) {
+    const registry::SharedGuard guard;
+    const registry::Concerned concerned(request.name);
     Found found;
-    registry::first_source(state, [&](CFSSource& source) {
+    registry::first_source([&](CFSSource& source) {
         if (!concerned(source)) return false;
         if (!source.writable()) {
             if (source.is_protected() && holds(source, request)) found.shield = &source;
             return found.shield != nullptr;
         }
         // The fallback would make a file in whichever directory the process happens to stand.
-        if (&source == state.fallback.get() && !source.exists(request.name)) return false;
+        if (registry::is_fallback(&source) && !source.exists(request.name)) return false;
         const Answer answer = ask_to_write(source, request, found.file);
         if (answer == Answer::FAILED) found.failed = &source;
         return answer != Answer::ABSENT;
@@ -123,14 +148,13 @@ Found find_to_write(registry::State& state, const Request& request) {
 }
 
 /// A file that lies in no mounted directory is made on the disk, and no source learns of it.
-FilePtr create_outside(registry::State& state, const fs::path& name, const Request& request) {
-    if (!make_native_directories(full_name(name))) return nullptr;
-    CFSSource& fallback = *state.fallback;
-    if (request.mode == EFSMode::WRITE) {
-        return FilePtr(fallback.open_write(name, request.flags | FFSOpenFlags::CREATE));
-    }
+FilePtr create_outside(const fs::path& name, const Request& request) {
+    if (!create_directories(full_name(name))) return nullptr;
+    // An append and a read-write open make what is missing as they are, and cut nothing that another process has made.
+    const auto create = request.mode == EFSMode::WRITE ? FFSOpenFlags::CREATE : FFSOpenFlags::NONE;
     return FilePtr(
-        open_in_place(fallback, {.text = request.text, .name = name, .mode = request.mode, .flags = request.flags}));
+        open_in_place(*registry::state().fallback,
+                      {.text = request.text, .name = name, .mode = request.mode, .flags = request.flags | create}));
 }
 
 /// Whether the name is there after all, so that creating it would meet or shadow a file: another thread made it since the
@@ -142,10 +166,10 @@ bool is_there(CFSSource& creator, const Request& request, FilePtr& file) {
 }
 
 /// The directory of the new file joins the index under the same guard, so that no lookup sees one without the other.
-FilePtr create(registry::State& state, const Request& request, const CFSSource* failed) {
+FilePtr create(const Request& request, const CFSSource* failed) {
     fs::path name = creation_name(request.text);
-    const registry::ExclusiveGuard guard(state);
-    CFSSource* const creator = creator_of(state, registry::Concerned(state, request.name), name);
+    const registry::ExclusiveGuard guard;
+    CFSSource* const creator = creator_of(registry::Concerned(request.name), name);
     if (failed != nullptr && (creator == nullptr || creator == failed || !creator->writable())) return nullptr;
     if (!is_creatable_name(name)) {
         set_error(EFSError::INVALID_NAME, request.text,
@@ -153,26 +177,26 @@ FilePtr create(registry::State& state, const Request& request, const CFSSource* 
         return nullptr;
     }
     if (!may_create(creator, request.text)) return nullptr;
-    if (creator == state.fallback.get()) return create_outside(state, name, request);
+    if (registry::is_fallback(creator)) return create_outside(name, request);
     FilePtr file;
     if (is_there(*creator, request, file)) return file;
     fs::dir directory;
     if (directory.add_path(lower_case(name).PathName()) == nullptr) throw std::bad_alloc();
     file.reset(request.mode == EFSMode::READ_WRITE ? creator->create_read_write(name, request.flags)
                                                    : creator->create_write(name, request.flags));
-    if (file) state.index.take_over(directory);
+    if (file) registry::state().index.take_over(directory);
     return file;
 }
 
-FilePtr open_to_write(registry::State& state, const Request& request) {
+FilePtr open_to_write(const Request& request) {
     ErrorScope scope;
-    Found found = find_to_write(state, request);
+    Found found = find_to_write(request);
     if (found.shield != nullptr) {
         set_error(EFSError::ACCESS_DENIED, request.text,
                   "A protected source holds this name and shields it from being written.");
         return nullptr;
     }
-    if (!found.file) found.file = create(state, request, found.failed);
+    if (!found.file) found.file = create(request, found.failed);
     if (found.file) {
         scope.forget();
     } else {
@@ -183,7 +207,6 @@ FilePtr open_to_write(registry::State& state, const Request& request) {
 }
 
 FilePtr open_request(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags, registry::Pin* pin = nullptr) {
-    registry::State& state = registry::state();
     if (!is_valid_open(mode, flags)) {
         set_error(EFSError::INVALID_ARGUMENT, path, "Mode and flags of the open exclude each other.");
         return nullptr;
@@ -194,7 +217,7 @@ FilePtr open_request(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS f
         return nullptr;
     }
     const Request request{.text = path, .name = name, .mode = mode, .flags = flags};
-    return mode == EFSMode::READ ? open_to_read(state, request, pin) : open_to_write(state, request);
+    return mode == EFSMode::READ ? open_to_read(request, pin) : open_to_write(request);
 }
 
 }  // namespace

@@ -8,11 +8,11 @@
 #include <string>
 
 #include <engine/filesystem/access/open.h>
-#include <engine/filesystem/contract/names.h>
 
 #include "engine/filesystem/contract/file_ptr.h"
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/lookup_name.h"
+#include "engine/filesystem/contract/name_list.h"
 #include "engine/filesystem/registry/holders.h"
 
 // What the files of this room share. All of it throws std::bad_alloc for want of memory; exported functions guard.
@@ -32,31 +32,39 @@ template <typename Guard, typename Result, typename Use>
 Result with_holder(const char* path, registry::Match match, Result missing, Use use) {
     return guarded(path, missing, [&] {
         const fs::path name = lookup_name(path);
-        registry::State& state = registry::state();
-        const Guard guard(state);
-        CFSSource* const holder = registry::first_holder(state, name, match);
+        const Guard guard;
+        CFSSource* const holder = registry::first_holder(name, match);
         if (holder != nullptr) return use(*holder, name);
         set_error(EFSError::NOT_FOUND, path, "No source holds a file of this name.");
         return missing;
     });
 }
 
-/// Stores a failure unless the work since `scope` began stored one that says more; false.
-inline bool fail_unless_told(const ErrorScope& scope, EFSError::TYPE code, const char* path, const char* text) {
-    return !scope.has_error() ? refuse(code, path, text) : false;
-}
-
 /// The source that makes what `name` (a file, or a directory alone) stands for, and the name that it is given: the first
 /// of the list, for a full path the source in whose directory it lies, and the fallback for what belongs to the disk
 /// alone. Null when there is none.
-CFSSource* creator_of(const registry::State& state, const registry::Concerned& concerned, fs::path& name);
+CFSSource* creator_of(const registry::Concerned& concerned, fs::path& name);
 /// Whether `creator` (null: nobody) takes new names; otherwise the failure is stored.
 bool may_create(CFSSource* creator, const char* path);
-/// Makes every directory of a native path, up to its last "/", that is missing.
-bool make_native_directories(std::string path);
+/// Makes a directory of the disk, `native`, which ends in "/", with those above it. False, with the failure stored, when
+/// that cannot be done.
+bool make_native_directory(std::string native, const char* path);
 
-/// The file's length; all bits set, with the failure stored, when it does not tell.
+inline constexpr std::uint64_t no_length = ~std::uint64_t{0};
+/// The file's length; no_length, with the failure stored, when it does not tell.
 std::uint64_t known_length(SFsFile& file, const char* path);
+
+/// What `use(file, length)` answers for the file of this name, opened for reading; `failure`, with the failure stored,
+/// when it cannot be opened or does not tell its length.
+template <typename Result, typename Use>
+Result with_content(const char* path, Result failure, Use use) {
+    return guarded(path, failure, [&] {
+        const FilePtr file(open(path, EFSMode::READ));
+        const std::uint64_t length = file ? known_length(*file, path) : no_length;
+        return length != no_length ? use(*file, length) : failure;
+    });
+}
+
 /// Reads `size` bytes; what does not come is filled with zeros.
 void read_filled(SFsFile& file, void* buffer, std::uint64_t size);
 /// Reads all of it, or stores the failure and answers false.
@@ -92,7 +100,7 @@ template <typename OpenTarget>
 bool copy_content(SFsFile& from, std::uint32_t buffer_size, const char* path, OpenTarget open_target) {
     constexpr std::uint32_t default_buffer_size = 32768;
     const std::uint64_t length = known_length(from, path);
-    if (length == ~std::uint64_t{0}) return false;
+    if (length == no_length) return false;
     const std::uint64_t piece = std::min<std::uint64_t>(buffer_size != 0 ? buffer_size : default_buffer_size, length);
     const PieceBuffer buffer(piece);
     std::uint64_t size = piece;
@@ -108,16 +116,8 @@ bool copy_content(SFsFile& from, std::uint32_t buffer_size, const char* path, Op
     return true;
 }
 
-struct FreeNames {
-    void operator()(FS_NAME* names) const { free_names(names); }
-};
-/// A list that is freed at the end.
-using NameList = std::unique_ptr<FS_NAME, FreeNames>;
-
-/// Sorts a list by the bytes of its names and frees all but one entry of each name. Returns its new head.
-FS_NAME* sort_names(FS_NAME* names);
-/// Merges two sorted lists; of names in both the entry of `first` stays. Returns the head of the whole.
-FS_NAME* merge_names(FS_NAME* first, FS_NAME* second);
+/// Sorts a list by the bytes of its names; of each name the first entry stays.
+NameList sorted(NameList names);
 
 /// Notes a name that was opened for reading, once, when fs::record_access is on. Costs one relaxed load when it is off.
 void note_access(const fs::path& name);

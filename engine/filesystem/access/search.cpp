@@ -4,6 +4,7 @@
 
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/disk_use.h"
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
 
 namespace fs {
@@ -18,10 +19,12 @@ struct SearchState {
 };
 SearchState search_state;
 
-/// A source that had no memory for its list says so and gives a shorter one or none. No list that lacks names is handed
-/// on.
-NameList whole_list(FS_NAME* names, const ErrorScope& scope) {
-    NameList list(names);
+/// What a source answers. One that had no memory for its list says so and gives a shorter one or none; no list that lacks
+/// names is handed on.
+template <typename Ask>
+NameList whole_list(CFSSource& source, Ask ask) {
+    const ErrorScope scope;
+    NameList list(ask(source));
     if (scope.has_error() && last_error().code == EFSError::OUT_OF_MEMORY) throw StoredFailure();
     return list;
 }
@@ -30,15 +33,15 @@ NameList whole_list(FS_NAME* names, const ErrorScope& scope) {
 template <typename Ask>
 FS_NAME* merge_answers(const char* asked, Ask ask) {
     return guarded<FS_NAME*>(asked, nullptr, [&] {
-        registry::State& state = registry::state();
-        const SharedGuard guard(state);
-        NameList merged;
-        registry::for_each_source(state, [&](CFSSource& source) {
-            const ErrorScope scope;
-            NameList names = whole_list(ask(source), scope);
-            merged.reset(merge_names(merged.release(), sort_names(names.release())));
+        const SharedGuard guard;
+        NameList all;
+        FS_NAME* last = nullptr;
+        registry::for_each_source([&](CFSSource& source) {
+            FS_NAME* const names = whole_list(source, ask).release();
+            last == nullptr ? all.reset(names) : static_cast<void>(last->next = names);
+            for (FS_NAME* name = names; name != nullptr; name = name->next) last = name;
         });
-        return merged.release();
+        return sorted(std::move(all)).release();
     });
 }
 
@@ -95,19 +98,17 @@ const fs::idir* search_dir(const char* dir) {
     if (dir == nullptr) return nullptr;
     return guarded<const fs::idir*>(dir, nullptr, [&] {
         const NormalText wanted(dir, false);
-        registry::State& state = registry::state();
-        const SharedGuard guard(state);
-        return state.index.find(wanted.c_str());
+        const SharedGuard guard;
+        return registry::state().index.find(wanted.c_str());
     });
 }
 
 void refresh() {
     const DiskUse use("listed", "all sources");
     guarded(nullptr, [] {
-        registry::State& state = registry::state();
-        const ExclusiveGuard guard(state);
-        registry::for_each_source(state, [](CFSSource& source) { source.refresh(); });
-        registry::rebuild_index(state);
+        const ExclusiveGuard guard;
+        registry::for_each_source([](CFSSource& source) { source.refresh(); });
+        registry::rebuild_index();
     });
 }
 
@@ -119,23 +120,20 @@ void refresh(const char* path) {
         if (wanted.empty()) return;
         const fs::path directory = directory_name(wanted.view(), true);
         const fs::path file = lookup_name(wanted.c_str());
-        registry::State& state = registry::state();
-        const ExclusiveGuard guard(state);
+        const ExclusiveGuard guard;
         registry::for_each_source(
-            state, [&](CFSSource& source) { refresh_if_concerned(source, wanted.view(), directory, file); });
-        registry::rebuild_index(state);
+            [&](CFSSource& source) { refresh_if_concerned(source, wanted.view(), directory, file); });
+        registry::rebuild_index();
     });
 }
 
 void get_file_list(ztl::vector<fs::string>& out) {
     guarded(nullptr, [&] {
         ztl::vector<fs::string> all = out;
-        registry::State& state = registry::state();
-        const SharedGuard guard(state);
-        registry::for_each_source(state, [&](CFSSource& source) {
-            const ErrorScope scope;
-            NameList names = whole_list(source.get_file_list(nullptr, nullptr, true), scope);
-            names.reset(sort_names(names.release()));
+        const SharedGuard guard;
+        registry::for_each_source([&](CFSSource& source) {
+            const auto ask = [](CFSSource& asked) { return asked.get_file_list(nullptr, nullptr, true); };
+            const NameList names = sorted(whole_list(source, ask));
             for (const FS_NAME* name = names.get(); name != nullptr; name = name->next) {
                 all.push_back(native_name(source, name->name));
             }

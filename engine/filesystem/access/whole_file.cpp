@@ -13,8 +13,6 @@ namespace fs {
 
 namespace {
 
-constexpr std::uint64_t failed = ~std::uint64_t{0};
-
 bool write_whole(const char* path, const void* data, std::uint64_t size) {
     return guarded(path, false, [&] {
         const FilePtr file(open(path, EFSMode::WRITE));
@@ -26,7 +24,7 @@ bool write_whole(const char* path, const void* data, std::uint64_t size) {
 
 std::uint64_t known_length(SFsFile& file, const char* path) {
     const std::uint64_t length = file.length();
-    if (length == failed) set_error(EFSError::UNSUPPORTED, path, "The file does not tell its length.");
+    if (length == no_length) set_error(EFSError::UNSUPPORTED, path, "The file does not tell its length.");
     return length;
 }
 
@@ -69,17 +67,15 @@ void* read(const char* path, std::uint64_t* size) {
 }
 
 void read(void* buffer, const char* path, std::uint64_t* size) {
-    guarded(path, [&] {
-        const FilePtr file(open(path, EFSMode::READ));
-        const std::uint64_t length = file ? known_length(*file, path) : failed;
-        if (length == failed) return;
+    with_content(path, false, [&](SFsFile& file, std::uint64_t length) {
         if (size != nullptr) *size = length;
         // The buffer's capacity is the caller's word: it must hold the whole file.
-        if (buffer != nullptr) file->read(buffer, length);
+        if (buffer != nullptr) file.read(buffer, length);
+        return true;
     });
 }
 
-std::uint64_t read(std::nullptr_t, void*, std::uint64_t) { return failed; }
+std::uint64_t read(std::nullptr_t, void*, std::uint64_t) { return no_length; }
 
 void* read(std::nullptr_t, std::uint64_t* size) {
     if (size != nullptr) *size = 0;
@@ -87,13 +83,10 @@ void* read(std::nullptr_t, std::uint64_t* size) {
 }
 
 bool load_text_file(fs::string& out, const char* path) {
-    return guarded(path, false, [&] {
-        const FilePtr file(open(path, EFSMode::READ));
-        const std::uint64_t length = file ? known_length(*file, path) : failed;
-        if (length == failed) return false;
+    return with_content(path, false, [&](SFsFile& file, std::uint64_t length) {
         if (length == 0) return true;
         out.resize(length);
-        read_filled(*file, out.data(), length);
+        read_filled(file, out.data(), length);
         return true;
     });
 }
@@ -116,13 +109,10 @@ bool load_binary_file(void** data, std::uint64_t* size, const char* path) {
     if (size != nullptr) *size = 0;
     if (data == nullptr) return false;
     *data = nullptr;
-    return guarded(path, false, [&] {
-        const FilePtr file(open(path, EFSMode::READ));
-        const std::uint64_t length = file ? known_length(*file, path) : failed;
-        if (length == failed) return false;
+    return with_content(path, false, [&](SFsFile& file, std::uint64_t length) {
         if (size != nullptr) *size = length;
         auto block = allocate(length);
-        read_filled(*file, block.get(), length);
+        read_filled(file, block.get(), length);
         *data = block.release();
         return true;
     });

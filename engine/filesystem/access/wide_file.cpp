@@ -73,11 +73,8 @@ wchar_t* load_text(SFsFile& file, std::uint64_t length) {
 }  // namespace
 
 wchar_t* load_wide_string(const char* path) {
-    return guarded<wchar_t*>(path, nullptr, [&]() -> wchar_t* {
-        const FilePtr file(open(path, EFSMode::READ));
-        const std::uint64_t length = file ? known_length(*file, path) : ~std::uint64_t{0};
-        if (length == ~std::uint64_t{0}) return nullptr;
-        if (length <= largest_text) return load_text(*file, length);
+    return with_content<wchar_t*>(path, nullptr, [&](SFsFile& file, std::uint64_t length) -> wchar_t* {
+        if (length <= largest_text) return load_text(file, length);
         set_error(EFSError::TOO_LARGE, path, "The file is too large for a text in memory.");
         return nullptr;
     });

@@ -8,6 +8,7 @@
 #include <engine/filesystem/contract/file.h>
 
 #include "engine/filesystem/contract/file_ptr.h"
+#include "engine/platform/lock.h"
 
 class Win32FileHandle;
 
@@ -55,9 +56,9 @@ private:
     FilePtr main_;
     Win32FileHandle* native_ = nullptr;  // main_ where it is a native file, which any number of threads read at once
     bool writable_ = false;
-    std::uint64_t flushed_ = 0;           // offset of the first collected byte
-    std::vector<unsigned char> pending_;  // collected bytes
-    mutable std::mutex position_lock_;    // held while main_ is read at its position
+    std::uint64_t flushed_ = 0;              // offset of the first collected byte
+    std::vector<unsigned char> pending_;     // collected bytes
+    mutable platform::Mutex position_lock_;  // held while main_ is read at its position
 };
 
 }  // namespace container

@@ -77,8 +77,12 @@ bool SavedPart::is_sound(std::uint64_t limit) const {
 }
 
 bool Container::IsSound() const {
-    std::call_once(checked_, [this] { is_sound_ = saved_.is_sound(limit_); });
-    return is_sound_;
+    Check check = check_.load(std::memory_order_relaxed);
+    if (check == Check::NOT_YET) {  // two threads may both find out, and find the same
+        check = saved_.is_sound(limit_) ? Check::SOUND : Check::DAMAGED;
+        check_.store(check, std::memory_order_relaxed);
+    }
+    return check == Check::SOUND;
 }
 
 std::optional<Entry> Container::Find(std::uint32_t hash) const {

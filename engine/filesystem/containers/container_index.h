@@ -1,10 +1,10 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <memory_resource>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -69,8 +69,8 @@ public:
 private:
     SavedPart saved_;
     std::uint64_t limit_ = 0;
-    mutable std::once_flag checked_;
-    mutable bool is_sound_ = false;
+    enum class Check : std::uint8_t { NOT_YET, SOUND, DAMAGED };
+    mutable std::atomic<Check> check_{Check::NOT_YET};
     std::pmr::monotonic_buffer_resource memory_;                       // of changes_, which never gives anything back
     std::pmr::unordered_map<std::uint32_t, Entry> changes_{&memory_};  // an entry of offset 0 marks a removed blob
 };

@@ -1,269 +1,196 @@
 #include <engine/filesystem/contract/names.h>
 
-#include <cstdlib>
-#include <cstring>
+#include <algorithm>
+#include <iterator>
+#include <list>
+#include <map>
 #include <new>
+#include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
-// A tree of directories. Children keep the order in which they were added. A directory with many children finds them
-// by a table of buckets; one with few just looks at each. Nothing here recurses: the depth of a tree comes from names
-// that outsiders choose.
+#include "engine/platform/never_destroyed.h"
+
+// A tree of directories. Children keep the order in which they were added, and an index finds them by name. Nothing here
+// recurses: the depth of a tree comes from names that outsiders choose.
 
 namespace fs {
 
+struct dir::State {
+    using Children = std::list<dir>;
+    using Index = std::multimap<std::string_view, Children::iterator>;  // by the children's own names
+
+    std::string name;
+    dir* parent = nullptr;
+    Index::iterator place;  // in the parent's index
+    Children children;
+    Index index;
+
+    /// That of a directory, which has one of its own from its first child or name on.
+    static const State& of(const dir& node) {
+        static const platform::NeverDestroyed<State> none;
+        return node.state_ != nullptr ? *node.state_ : none.value;
+    }
+    dir* find(std::string_view child) const {
+        const auto found = index.find(child);
+        return found != index.end() ? &*found->second : nullptr;
+    }
+};
+
 namespace {
-
-constexpr std::uint32_t few_children = 16;
-
-std::uint32_t hash_of(const char* name, std::size_t length) {
-    std::uint32_t hash = 2166136261u;  // FNV-1a
-    for (std::size_t i = 0; i < length; ++i) hash = (hash ^ static_cast<unsigned char>(name[i])) * 16777619u;
-    return hash;
-}
 
 /// Takes the first component off `rest`; runs of "/" count as one. Empty when none is left.
 std::string_view take_component(std::string_view& rest) {
-    while (!rest.empty() && rest.front() == '/') rest.remove_prefix(1);
+    rest.remove_prefix(std::min(rest.find_first_not_of('/'), rest.size()));
     const std::string_view component = rest.substr(0, rest.find('/'));
     rest.remove_prefix(component.size());
     return component;
 }
 
-char* copy_text(const char* text, std::size_t length) {
-    auto* const copy = static_cast<char*>(std::malloc(length + 1));
-    if (copy == nullptr) return nullptr;
-    std::memcpy(copy, text, length);
-    copy[length] = '\0';
-    return copy;
+/// Goes from `node` along `path`, by `step` from each directory to the next; null where a step is.
+template <typename Step>
+dir* walk(dir* node, const char* path, Step step) {
+    std::string_view rest(path != nullptr ? path : "");
+    for (std::string_view name = take_component(rest); node != nullptr && !name.empty(); name = take_component(rest)) {
+        node = step(*node, name);
+    }
+    return node;
 }
 
 }  // namespace
 
 dir::dir() = default;
+dir::~dir() { clear(); }
 
-dir::~dir() {
-    clear();
-    std::free(name_);
+const char* dir::name() const { return State::of(*this).name.c_str(); }
+const idir* dir::parent() const { return State::of(*this).parent; }
+
+const idir* dir::first_child() const {
+    const State::Children& children = State::of(*this).children;
+    return !children.empty() ? &children.front() : nullptr;
 }
 
-const char* dir::name() const { return name_ != nullptr ? name_ : ""; }
-const idir* dir::parent() const { return parent_; }
-const idir* dir::first_child() const { return first_child_; }
-const idir* dir::next_sibling() const { return next_sibling_; }
+const idir* dir::next_sibling() const {
+    if (parent() == nullptr) return nullptr;
+    const auto next = std::next(state_->place->second);
+    return next != state_->parent->state_->children.end() ? &*next : nullptr;
+}
 
-void dir::set_name(const char* name) {
-    const std::size_t length = name != nullptr ? std::strlen(name) : 0;
-    char* const copy = length != 0 ? copy_text(name, length) : nullptr;
-    if (length != 0 && copy == nullptr) return;
-    if (parent_ != nullptr) parent_->drop_index();
-    std::free(name_);
-    name_ = copy;
-    name_length_ = static_cast<std::uint32_t>(length);
-    name_hash_ = hash_of(this->name(), length);
+void dir::set_name(const char* name) try {
+    if (state_ == nullptr) state_ = std::make_unique<State>();
+    std::string wanted(name != nullptr ? name : "");
+    if (state_->parent == nullptr) {
+        state_->name.swap(wanted);
+        return;
+    }
+    State::Index& index = state_->parent->state_->index;
+    auto entry = index.extract(state_->place);  // its key is the old name
+    state_->name.swap(wanted);
+    entry.key() = state_->name;
+    state_->place = index.insert(std::move(entry));
+} catch (const std::bad_alloc&) {  // it keeps its name
 }
 
 dir* dir::add_path(const char* path) {
-    std::string_view rest(path != nullptr ? path : "");
-    dir* node = this;
-    while (node != nullptr) {
-        const std::string_view component = take_component(rest);
-        if (component.empty()) break;
-        node = node->add_child(component.data(), component.size());
-    }
-    return node;
+    return walk(this, path, [](dir& node, std::string_view name) { return node.add_child(name.data(), name.size()); });
 }
 
 dir* dir::find(const char* path) {
-    std::string_view rest(path != nullptr ? path : "");
-    dir* node = this;
-    while (node != nullptr) {
-        const std::string_view component = take_component(rest);
-        if (component.empty()) break;
-        node = node->find_child(component.data(), component.size());
-    }
-    return node;
+    return walk(this, path, [](dir& node, std::string_view name) { return State::of(node).find(name); });
 }
 
-dir* dir::add_child(const char* name, std::size_t length) {
-    dir* const found = find_child(name, length);
-    return found != nullptr ? found : append_child(name, length);
+dir* dir::add_child(const char* name, std::size_t length) try {
+    const std::string_view wanted(name, length);
+    if (state_ == nullptr) state_ = std::make_unique<State>();
+    if (dir* const known = state_->find(wanted)) return known;
+    State::Children made(1);
+    made.front().state_ = std::make_unique<State>();
+    State& child = *made.front().state_;
+    child.name = wanted;
+    child.parent = this;
+    child.place = state_->index.emplace(child.name, made.begin());
+    state_->children.splice(state_->children.end(), made);
+    return &state_->children.back();
+} catch (const std::bad_alloc&) {
+    return nullptr;
 }
 
 void dir::remove(const char* path) {
     dir* const node = find(path);
     if (node == nullptr || node == this) return;
-    node->unlink();
-    delete node;
+    const State::Index::iterator place = node->state_->place;
+    State& parent = *node->state_->parent->state_;
+    const State::Children::iterator child = place->second;
+    parent.index.erase(place);
+    parent.children.erase(child);
 }
 
 void dir::clear() {
-    drop_index();
+    if (state_ == nullptr) return;
+    state_->index.clear();
     // Each node's children join the list before the node itself goes, so that its destructor finds none.
-    dir* pending = first_child_;
-    dir* last = last_child_;
-    first_child_ = last_child_ = nullptr;
-    child_count_ = 0;
-    while (pending != nullptr) {
-        dir* const node = pending;
-        if (node->first_child_ != nullptr) {
-            last->next_sibling_ = node->first_child_;
-            last = node->last_child_;
-            node->first_child_ = node->last_child_ = nullptr;
-        }
-        pending = node->next_sibling_;
-        delete node;
-    }
+    State::Children pending;
+    pending.swap(state_->children);
+    for (; !pending.empty(); pending.pop_front()) pending.splice(pending.end(), pending.front().state_->children);
 }
 
-bool dir::merge(const dir& other) {
-    for (const dir* node = this; node != nullptr; node = node->parent_) {
+bool dir::merge(const dir& other) try {
+    for (const dir* node = this; node != nullptr; node = State::of(*node).parent) {
         if (node == &other) return true;  // a tree merged into a part of itself would never end
     }
     dir copy;
-    if (!copy.copy_below(other)) return false;
+    std::vector<std::pair<const dir*, dir*>> pending = {{&other, &copy}};
+    while (!pending.empty()) {
+        const auto [from, to] = pending.back();
+        pending.pop_back();
+        for (const dir& child : State::of(*from).children) {
+            dir* const made = to->add_child(child.name(), child.state_->name.size());
+            if (made == nullptr) return false;
+            pending.emplace_back(&child, made);
+        }
+    }
     take_over(copy);
     return true;
-}
-
-bool dir::copy_below(const dir& other) {
-    const dir* from = other.first_child_;
-    dir* to = this;
-    while (from != nullptr) {
-        dir* const child = to->add_child(from->name(), from->name_length_);
-        if (child == nullptr) return false;
-        if (from->first_child_ != nullptr) {
-            to = child;
-            from = from->first_child_;
-            continue;
-        }
-        while (from != nullptr && from->next_sibling_ == nullptr) {
-            from = from->parent_ != &other ? from->parent_ : nullptr;
-            to = to->parent_;
-        }
-        if (from != nullptr) from = from->next_sibling_;
-    }
-    return true;
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 void dir::take_over(dir& other) {
-    if (name_ == nullptr && other.name_ != nullptr) {
-        std::swap(name_, other.name_);
-        std::swap(name_length_, other.name_length_);
-        std::swap(name_hash_, other.name_hash_);
+    if (other.state_ == nullptr) return;
+    if (state_ == nullptr) {
+        state_ = std::move(other.state_);
+        for (dir& child : state_->children) child.state_->parent = this;
+        return;
     }
+    if (state_->name.empty() && state_->parent == nullptr) state_->name.swap(other.state_->name);
     // A child that is new here moves over with all that is below it; of one that is known its own children are looked
     // at, until the foreign tree is bare.
     dir* to = this;
     dir* from = &other;
     while (true) {
-        dir* const child = from->first_child_;
-        if (child == nullptr) {
+        State& source = *from->state_;
+        if (source.children.empty()) {
             if (from == &other) return;
-            dir* const parent = from->parent_;
-            from->unlink();
-            delete from;
-            from = parent;
-            to = to->parent_;
+            from = source.parent;
+            to = to->state_->parent;
+            from->state_->index.erase(source.place);
+            from->state_->children.pop_front();  // it is always the first child that is looked at
             continue;
         }
-        dir* const known = to->find_child(child->name(), child->name_length_);
-        if (known != nullptr) {
+        dir& child = source.children.front();
+        State& moved = *child.state_;
+        if (dir* const known = to->state_->find(moved.name)) {
             to = known;
-            from = child;
-        } else {
-            child->unlink();
-            to->link(child);
+            from = &child;
+            continue;
         }
+        auto entry = source.index.extract(moved.place);
+        State& target = *to->state_;
+        target.children.splice(target.children.end(), source.children, source.children.begin());
+        moved.place = target.index.insert(std::move(entry));
+        moved.parent = to;
     }
-}
-
-dir* dir::find_child(const char* name, std::size_t length) const {
-    const std::uint32_t hash = hash_of(name, length);
-    if (buckets_ != nullptr) return find_indexed(name, length, hash);
-    for (dir* child = first_child_; child != nullptr; child = child->next_sibling_) {
-        if (child->name_hash_ != hash || child->name_length_ != length) continue;
-        if (std::memcmp(child->name(), name, length) == 0) return child;
-    }
-    return nullptr;
-}
-
-dir* dir::find_indexed(const char* name, std::size_t length, std::uint32_t hash) const {
-    for (dir* child = buckets_[hash & (bucket_count_ - 1)]; child != nullptr; child = child->next_in_bucket_) {
-        if (child->name_hash_ != hash || child->name_length_ != length) continue;
-        if (std::memcmp(child->name(), name, length) == 0) return child;
-    }
-    return nullptr;
-}
-
-dir* dir::append_child(const char* name, std::size_t length) {
-    char* const copy = copy_text(name, length);
-    dir* const child = copy != nullptr ? new (std::nothrow) dir : nullptr;
-    if (child == nullptr) {
-        std::free(copy);
-        return nullptr;
-    }
-    child->name_ = copy;
-    child->name_length_ = static_cast<std::uint32_t>(length);
-    child->name_hash_ = hash_of(copy, length);
-    link(child);
-    return child;
-}
-
-void dir::link(dir* child) {
-    child->parent_ = this;
-    child->previous_sibling_ = last_child_;
-    (last_child_ != nullptr ? last_child_->next_sibling_ : first_child_) = child;
-    last_child_ = child;
-    ++child_count_;
-    index_child(child);
-}
-
-void dir::unlink() {
-    parent_->unindex_child(this);
-    (previous_sibling_ != nullptr ? previous_sibling_->next_sibling_ : parent_->first_child_) = next_sibling_;
-    (next_sibling_ != nullptr ? next_sibling_->previous_sibling_ : parent_->last_child_) = previous_sibling_;
-    --parent_->child_count_;
-    parent_ = previous_sibling_ = next_sibling_ = nullptr;
-}
-
-/// Called when `child` has joined the list. Without memory for buckets each child is looked at, which is only slower.
-void dir::index_child(dir* child) {
-    if (buckets_ == nullptr && child_count_ <= few_children) return;
-    if (buckets_ == nullptr || child_count_ > bucket_count_) {
-        build_index(buckets_ == nullptr ? few_children * 4 : std::size_t{bucket_count_} * 4);
-        return;
-    }
-    dir*& bucket = buckets_[child->name_hash_ & (bucket_count_ - 1)];
-    child->next_in_bucket_ = bucket;
-    bucket = child;
-}
-
-void dir::unindex_child(dir* child) {
-    if (buckets_ == nullptr) return;
-    dir** link = &buckets_[child->name_hash_ & (bucket_count_ - 1)];
-    while (*link != child) link = &(*link)->next_in_bucket_;
-    *link = child->next_in_bucket_;
-    child->next_in_bucket_ = nullptr;
-}
-
-void dir::build_index(std::size_t bucket_count) {
-    drop_index();
-    while (bucket_count < child_count_) bucket_count *= 4;
-    buckets_ = static_cast<dir**>(std::calloc(bucket_count, sizeof(dir*)));
-    if (buckets_ == nullptr) return;
-    bucket_count_ = static_cast<std::uint32_t>(bucket_count);
-    for (dir* child = first_child_; child != nullptr; child = child->next_sibling_) {
-        dir*& bucket = buckets_[child->name_hash_ & (bucket_count_ - 1)];
-        child->next_in_bucket_ = bucket;
-        bucket = child;
-    }
-}
-
-void dir::drop_index() {
-    std::free(buckets_);
-    buckets_ = nullptr;
-    bucket_count_ = 0;
 }
 
 }  // namespace fs

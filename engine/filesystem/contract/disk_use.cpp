@@ -7,6 +7,7 @@
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/log/message.h"
+#include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
 #include "engine/platform/threads.h"
 
@@ -18,7 +19,7 @@ constexpr MessageSource log_source{"FileSystem", "engine/filesystem/loading"};
 constexpr std::size_t most_names = 4096;  // that are remembered as logged
 
 struct Uses {
-    std::mutex lock;  // guards all of it
+    platform::Mutex lock;  // guards all of it
     std::set<std::string> logged;
     disk_report report = nullptr;
     void* user = nullptr;
@@ -30,7 +31,7 @@ Uses& uses() {
     return instance.value;
 }
 
-thread_local bool is_counting = false;  // within a use that counts
+constinit platform::PerThread<bool, struct CountingDiskUse> is_counting;  // within a use that counts
 
 // Libraries are loaded by the main thread.
 const std::uint64_t main_thread = platform::current_thread_id();

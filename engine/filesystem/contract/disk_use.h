@@ -4,6 +4,8 @@
 
 #include <engine/filesystem/contract/disk_use.h>
 
+#include "engine/platform/per_thread.h"
+
 namespace fs {
 
 /// Spans one use of the disk: an open, a read, a listing. On a thread that must not use it, the outermost is counted,
@@ -20,7 +22,7 @@ public:
         if (name_ != nullptr) End();
     }
 
-    static inline thread_local bool is_forbidden = false;
+    static inline constinit platform::PerThread<bool, DiskUse> is_forbidden;
 
 private:
     void Begin(const char* name);

@@ -1,38 +1,57 @@
 #include "engine/filesystem/contract/set_error.h"
 
+#include <array>
+#include <iterator>
 #include <new>
 #include <utility>
+
+#include "engine/platform/never_destroyed.h"
+#include "engine/platform/per_thread.h"
 
 namespace fs {
 
 namespace {
 
-SFsError& thread_error() {
-    thread_local SFsError error;
-    return error;
-}
+using ThreadError = platform::ThreadObject<SFsError>;
 
-thread_local ErrorScope::State* innermost_scope = nullptr;
-
+/// Set while the thread's failure is the kind alone, for want of memory for a record of it.
+constinit platform::PerThread<EFSError::TYPE, struct BareErrorKind> bare_kind;
+constinit platform::PerThread<ErrorScope::State*, ErrorScope> innermost_scope;
 /// How many ErrorKeepers stand on the thread's stack.
-thread_local int keepers = 0;
+constinit platform::PerThread<int, ErrorKeeper> keepers;
+
+/// A failure of which nothing but its kind is known.
+const SFsError& bare_error(EFSError::TYPE code) {
+    static constexpr std::size_t kinds = EFSError::IO + 1;
+    struct Bare {
+        std::array<SFsError, kinds> of;
+        Bare() {
+            for (std::size_t i = 0; i < kinds; ++i) of[i].code = static_cast<EFSError::TYPE>(i);
+        }
+    };
+    static const platform::NeverDestroyed<Bare> errors;
+    return errors.value.of[code];
+}
 
 /// Whether a failure of this kind may take the place of what is stored.
 bool says_more(EFSError::TYPE code) {
     if (keepers != 0) return false;
-    const bool found = innermost_scope != nullptr && innermost_scope->found;
-    return !found || code != EFSError::NOT_FOUND || thread_error().code == EFSError::NOT_FOUND;
+    const ErrorScope::State* const scope = innermost_scope;
+    const bool found = scope != nullptr && scope->found;
+    return !found || code != EFSError::NOT_FOUND || last_error().code == EFSError::NOT_FOUND;
 }
 
 /// Before the first failure of a scope is stored: keeps what it takes the place of.
 void note_in_scope() {
-    if (innermost_scope == nullptr || innermost_scope->found) return;
-    innermost_scope->found = true;
-    innermost_scope->before.reset(new (std::nothrow) SFsError(std::move(thread_error())));
+    ErrorScope::State* const scope = innermost_scope;
+    if (scope == nullptr || scope->found) return;
+    scope->found = true;
+    SFsError* const error = bare_kind == EFSError::NONE ? ThreadError::find() : nullptr;
+    scope->before.reset(new (std::nothrow) SFsError(error != nullptr ? std::move(*error) : bare_error(bare_kind)));
 }
 
-void store_kind(EFSError::TYPE code, const char* path, std::int32_t os_code) {
-    SFsError& error = thread_error();
+/// The thread's record with this kind, for the words; null when there is no memory for it.
+SFsError* store_kind(EFSError::TYPE code, const char* path, std::int32_t os_code) {
     // The words may be lost for want of memory; that there was a failure, and of which kind, is not.
     fs::string kept_path;
     try {
@@ -41,76 +60,74 @@ void store_kind(EFSError::TYPE code, const char* path, std::int32_t os_code) {
         kept_path.clear();
     }
     note_in_scope();
-    error.code = code;
-    error.os_code = os_code;
-    error.path = std::move(kept_path);
+    SFsError* const error = ThreadError::make();
+    bare_kind = error == nullptr ? code : EFSError::NONE;
+    if (error == nullptr) return nullptr;
+    error->code = code;
+    error->os_code = os_code;
+    error->path = std::move(kept_path);
+    return error;
 }
 
-const char* reason(platform::Failure failure) {
-    switch (failure) {
-        case platform::Failure::NONE:
-            return "for no known reason";
-        case platform::Failure::NOT_FOUND:
-            return "because it is not on the disk";
-        case platform::Failure::ACCESS_DENIED:
-            return "because the system denies access";
-        case platform::Failure::IN_USE:
-            return "because it is in use";
-        case platform::Failure::ALREADY_EXISTS:
-            return "because it exists already";
-        case platform::Failure::NOT_EMPTY:
-            return "because the directory is not empty";
-        case platform::Failure::DISK_FULL:
-            return "because the disk is full";
-        case platform::Failure::PATH_TOO_LONG:
-            return "because its path is longer than 259 bytes";
-        case platform::Failure::NOT_REGULAR:
-            return "because it is no regular file";
-        case platform::Failure::READ_ONLY:
-            return "because it is read-only";
-        case platform::Failure::INVALID_NAME:
-            return "because the name is not allowed";
-        case platform::Failure::INVALID_HANDLE:
-            return "because the file is not open";
-        case platform::Failure::ABORTED:
-            return "because the operation was aborted";
-        case platform::Failure::OUT_OF_MEMORY:
-            return "because there is not enough memory";
-        case platform::Failure::TOO_MANY_FILES:
-            return "because too many files are open";
-        case platform::Failure::IO:
-            return "because the device failed to read or write";
-        case platform::Failure::OTHER:
-            return "because the system failed";
-    }
-    return "";
-}
+/// What a failure of the seam is to callers, in the order of platform::Failure.
+struct Meaning {
+    EFSError::TYPE code;
+    const char* reason;
+};
+constexpr Meaning meanings[] = {
+    {EFSError::NONE, "for no known reason"},
+    {EFSError::NOT_FOUND, "because it is not on the disk"},
+    {EFSError::ACCESS_DENIED, "because the system denies access"},
+    {EFSError::IN_USE, "because it is in use"},
+    {EFSError::ALREADY_EXISTS, "because it exists already"},
+    {EFSError::ALREADY_EXISTS, "because the directory is not empty"},
+    {EFSError::DISK_FULL, "because the disk is full"},
+    {EFSError::INVALID_NAME, "because its path is longer than 259 bytes"},
+    {EFSError::ACCESS_DENIED, "because it is no regular file"},
+    {EFSError::READ_ONLY, "because it is read-only"},
+    {EFSError::INVALID_NAME, "because the name is not allowed"},
+    {EFSError::INVALID_ARGUMENT, "because the file is not open"},
+    {EFSError::CANCELLED, "because the operation was aborted"},
+    {EFSError::OUT_OF_MEMORY, "because there is not enough memory"},
+    {EFSError::IO, "because too many files are open"},
+    {EFSError::IO, "because the device failed to read or write"},
+    {EFSError::IO, "because the system failed"},
+};
+static_assert(std::size(meanings) == static_cast<std::size_t>(platform::Failure::OTHER) + 1);
+
+const Meaning& meaning_of(platform::Failure failure) { return meanings[static_cast<std::size_t>(failure)]; }
 
 }  // namespace
 
-const SFsError& last_error() { return thread_error(); }
+const SFsError& last_error() {
+    const EFSError::TYPE bare = bare_kind;
+    const SFsError* const error = bare == EFSError::NONE ? ThreadError::find() : nullptr;
+    return error != nullptr ? *error : bare_error(bare);
+}
 
 void clear_error() {
-    SFsError& error = thread_error();
-    error.code = EFSError::NONE;
-    error.os_code = 0;
-    error.path.clear();
-    error.text.clear();
+    bare_kind = EFSError::NONE;
+    SFsError* const error = ThreadError::find();
+    if (error == nullptr) return;
+    error->code = EFSError::NONE;
+    error->os_code = 0;
+    error->path.clear();
+    error->text.clear();
 }
 
 void set_error(EFSError::TYPE code, const char* path, std::string text, std::int32_t os_code) {
     if (!says_more(code)) return;
-    store_kind(code, path, os_code);
-    thread_error().text = std::move(text);
+    if (SFsError* const error = store_kind(code, path, os_code)) error->text = std::move(text);
 }
 
 void set_error(EFSError::TYPE code, const char* path, const char* text, std::int32_t os_code) noexcept {
     if (!says_more(code)) return;
-    store_kind(code, path, os_code);
+    SFsError* const error = store_kind(code, path, os_code);
+    if (error == nullptr) return;
     try {
-        thread_error().text.assign(text);
+        error->text.assign(text);
     } catch (...) {
-        thread_error().text.clear();
+        error->text.clear();
     }
 }
 
@@ -127,23 +144,24 @@ ErrorScope::~ErrorScope() {
 void ErrorScope::forget() {
     if (!state_.found) return;
     state_.found = false;
-    if (state_.before != nullptr) {
-        thread_error() = std::move(*state_.before);
-        state_.before.reset();
-    }
+    if (state_.before == nullptr) return;
+    SFsError* const error = ThreadError::make();
+    bare_kind = error == nullptr ? state_.before->code : EFSError::NONE;
+    if (error != nullptr) *error = std::move(*state_.before);
+    state_.before.reset();
 }
 
 ErrorKeeper::ErrorKeeper() { ++keepers; }
 ErrorKeeper::~ErrorKeeper() { --keepers; }
 
 void set_error_from_platform(const char* path, const char* action, const platform::Error& error) {
-    std::string text;
+    const Meaning& meaning = meaning_of(error.failure);
     try {
-        text.append("The file or directory ").append(action).append(" ").append(reason(error.failure)).append(".");
+        std::string text = std::string("The file or directory ") + action + " " + meaning.reason + ".";
+        set_error(meaning.code, path, std::move(text), error.os_code);
     } catch (...) {
-        text.clear();
+        set_error(meaning.code, path, "", error.os_code);
     }
-    set_error(error_from_platform(error.failure), path, std::move(text), error.os_code);
 }
 
 bool refuse(EFSError::TYPE code, const char* path, const char* text) noexcept {
@@ -156,42 +174,6 @@ bool refuse_by_disk(const char* path, const char* action) {
     return false;
 }
 
-EFSError::TYPE error_from_platform(platform::Failure failure) {
-    switch (failure) {
-        case platform::Failure::NONE:
-            return EFSError::NONE;
-        case platform::Failure::NOT_FOUND:
-            return EFSError::NOT_FOUND;
-        case platform::Failure::ACCESS_DENIED:
-            return EFSError::ACCESS_DENIED;
-        case platform::Failure::IN_USE:
-            return EFSError::IN_USE;
-        case platform::Failure::ALREADY_EXISTS:
-            return EFSError::ALREADY_EXISTS;
-        case platform::Failure::NOT_EMPTY:
-            return EFSError::ALREADY_EXISTS;
-        case platform::Failure::DISK_FULL:
-            return EFSError::DISK_FULL;
-        case platform::Failure::PATH_TOO_LONG:
-            return EFSError::INVALID_NAME;
-        case platform::Failure::NOT_REGULAR:
-            return EFSError::ACCESS_DENIED;
-        case platform::Failure::READ_ONLY:
-            return EFSError::READ_ONLY;
-        case platform::Failure::INVALID_NAME:
-            return EFSError::INVALID_NAME;
-        case platform::Failure::INVALID_HANDLE:
-            return EFSError::INVALID_ARGUMENT;
-        case platform::Failure::ABORTED:
-            return EFSError::CANCELLED;
-        case platform::Failure::OUT_OF_MEMORY:
-            return EFSError::OUT_OF_MEMORY;
-        case platform::Failure::TOO_MANY_FILES:
-        case platform::Failure::IO:
-        case platform::Failure::OTHER:
-            return EFSError::IO;
-    }
-    return EFSError::IO;
-}
+EFSError::TYPE error_from_platform(platform::Failure failure) { return meaning_of(failure).code; }
 
 }  // namespace fs

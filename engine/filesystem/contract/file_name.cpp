@@ -2,9 +2,11 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
 
 // File names taken apart and put together by the rules of the C run-time: the directory ends with the last separator
@@ -14,12 +16,6 @@
 namespace fs {
 
 namespace {
-
-#if defined(_WIN32)
-constexpr bool knows_drives = true;
-#else
-constexpr bool knows_drives = false;
-#endif
 
 struct Parts {
     std::string_view drive;
@@ -110,32 +106,6 @@ Builder join_all(const char* first, va_list components) {
     return builder;
 }
 
-bool is_blank(char letter) { return letter == ' ' || (letter >= '\t' && letter <= '\r'); }
-
-/// A number as "%x" reads it, behind blanks, a sign and "0x"; 0 when there is none.
-std::uint32_t parse_flags(std::string_view text) {
-    while (!text.empty() && is_blank(text.front())) text.remove_prefix(1);
-    const bool is_negative = text.starts_with('-');
-    if (is_negative || text.starts_with('+')) text.remove_prefix(1);
-    if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
-    std::uint32_t flags = 0;
-    for (const char letter : text) {
-        const char digit = fold(letter);
-        if (digit >= '0' && digit <= '9') {
-            flags = flags * 16 + static_cast<std::uint32_t>(digit - '0');
-        } else if (digit >= 'a' && digit <= 'f') {
-            flags = flags * 16 + static_cast<std::uint32_t>(digit - 'a' + 10);
-        } else {
-            break;
-        }
-    }
-    return is_negative ? 0u - flags : flags;
-}
-
-bool copy_part(char* out, std::string_view part) {
-    return out == nullptr || write(out, part)[0] != '\0' || part.empty();
-}
-
 }  // namespace
 
 char* filename_get_ext(char* out, const char* path) { return write(out, split(path).ext); }
@@ -209,10 +179,10 @@ bool decompose_path(const char* path, char* drive, char* dir, char* name, char* 
     char text[path_capacity];
     const Parts parts = split(copy.write_to(text));
     const bool fits = copy.view().size() == text_of(path).size();
-    copy_part(drive, parts.drive);
-    copy_part(dir, parts.dir);
-    copy_part(name, parts.name);
-    copy_part(ext, parts.ext);
+    write(drive, parts.drive);
+    write(dir, parts.dir);
+    write(name, parts.name);
+    write(ext, parts.ext);
     return fits;
 }
 
@@ -234,7 +204,8 @@ char* unmangle_file_name(const char* path, char* out, std::uint32_t& flags) {
     const Parts parts = split(path);
     const std::size_t mark = parts.name.rfind('&');
     const bool mangled = mark != std::string_view::npos;
-    flags = mangled ? parse_flags(parts.name.substr(mark + 1)) : 0;
+    // The number ends at the extension's "." at the latest.
+    flags = mangled ? static_cast<std::uint32_t>(std::strtoull(parts.name.data() + mark + 1, nullptr, 16)) : 0;
     Builder builder;
     builder.add(parts.drive_and_dir());
     builder.add(parts.name.substr(0, mark));

@@ -10,23 +10,16 @@ namespace fs {
 /// std::bad_alloc where fs::path would be empty for want of memory.
 fs::path lookup_name(const char* path);
 fs::path creation_name(const char* path);
-/// The same of a directory alone.
-fs::path directory_name(std::string_view directory, bool lower);
+/// The same of a directory and a file name that are in normal form already, and of a directory alone.
+fs::path path_of(std::string_view directory, const char* file, bool lower);
+inline fs::path directory_name(std::string_view directory, bool lower) { return path_of(directory, "", lower); }
 /// A copy in lower case.
 fs::path lower_case(const fs::path& name);
 /// Directory and file name in one text.
 fs::string full_name(const fs::path& name);
 
-/// Whether a directory part in normal form begins at the disk and not at a source: with "/", or on a system of drives
-/// with a prefix that ends in ":".
-bool is_native_directory_name(std::string_view directory);
-
-/// Whether a path in normal form leads above where it begins.
-inline bool leads_above(std::string_view path) { return path == ".." || path.starts_with("../"); }
-
 /// Whether a file of this name could be made below a source on every system: it has a name, does not lead above the
 /// source, and each part of it is one that Windows could hold.
 bool is_creatable_name(const fs::path& name);
-bool is_creatable_directory(std::string_view directory);
 
 }  // namespace fs

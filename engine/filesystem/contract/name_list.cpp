@@ -1,24 +1,31 @@
 #include "engine/filesystem/contract/name_list.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "engine/filesystem/contract/normalize.h"
 
 namespace fs {
 
-FS_NAME* new_name(std::string_view dir, std::string_view name, FS_NAME* next) {
-    auto* const node = static_cast<FS_NAME*>(std::malloc(sizeof(FS_NAME)));
-    auto* const text = static_cast<char*>(std::malloc(dir.size() + name.size() + 1));
-    if (node == nullptr || text == nullptr) {
-        std::free(node);
-        std::free(text);
-        return nullptr;
-    }
+char* joined_name(std::string_view dir, std::string_view name, std::size_t room) {
+    auto* const text = static_cast<char*>(std::malloc(std::max(dir.size() + name.size() + 1, room)));
+    if (text == nullptr) return nullptr;
     dir.copy(text, dir.size());
     name.copy(text + dir.size(), name.size());
     text[dir.size() + name.size()] = '\0';
-    *node = {.name = text, .next = next};
-    return node;
+    return text;
+}
+
+FS_NAME* new_name(std::string_view dir, std::string_view name, FS_NAME* next, std::size_t room) {
+    auto* const node = static_cast<FS_NAME*>(std::malloc(sizeof(FS_NAME)));
+    char* const text = joined_name(dir, name, room);
+    if (node != nullptr && text != nullptr) {
+        *node = {.name = text, .next = next};
+        return node;
+    }
+    std::free(node);
+    std::free(text);
+    return nullptr;
 }
 
 void free_names(FS_NAME* names) {

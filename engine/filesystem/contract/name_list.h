@@ -1,13 +1,24 @@
 #pragma once
 
+#include <cstddef>
+#include <memory>
 #include <string_view>
 
 #include <engine/filesystem/contract/names.h>
 
 namespace fs {
 
-/// A new node that holds `dir` followed by `name`, linked before `next`. Null without memory.
-FS_NAME* new_name(std::string_view dir, std::string_view name, FS_NAME* next);
+/// `dir` followed by `name` in a block of the C allocator that has room for `room` bytes at least. Null without memory.
+char* joined_name(std::string_view dir, std::string_view name, std::size_t room = 0);
+
+/// A new node that holds such a name, linked before `next`. Null without memory.
+FS_NAME* new_name(std::string_view dir, std::string_view name, FS_NAME* next, std::size_t room = 0);
+
+struct FreeNames {
+    void operator()(FS_NAME* names) const { free_names(names); }
+};
+/// A list that is freed at the end.
+using NameList = std::unique_ptr<FS_NAME, FreeNames>;
 
 /// Collects names in their order. The list belongs to the collector until it is released.
 class NameCollector {

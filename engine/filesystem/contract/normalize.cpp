@@ -1,10 +1,6 @@
 #include "engine/filesystem/contract/normalize.h"
 
-#include <cstdlib>
 #include <cstring>
-#include <new>
-
-#include "engine/filesystem/contract/plain_path.h"
 
 // Every name that enters the file system is normalised here, so the usual name must cost next to nothing: a look decides
 // whether there is more to it than case and the kind of its separators, and only then the whole rule is applied.
@@ -17,6 +13,49 @@ namespace fs {
 namespace {
 
 bool ends_component(char letter) { return letter == '\0' || is_separator(letter); }
+
+constexpr std::size_t piece = 16;  // bytes; loops over just so many become vector instructions
+
+/// Whether a byte of this piece is a colon, or begins a component as a dot or an empty one. Looks at the byte before, too.
+bool is_odd(const char* text) {
+    unsigned char odd = 0;
+    for (std::size_t i = 0; i < piece; ++i) {
+        const bool begins = (text[i - 1] == '/') | (text[i - 1] == '\\');
+        const bool is_special = (text[i] == '/') | (text[i] == '\\') | (text[i] == '.');
+        odd |= (begins & is_special) | (text[i] == ':');
+    }
+    return odd != 0;
+}
+
+/// Whether a path is in normal form but for case and the kind of its separators: no component is empty or may be one of
+/// dots, and there is no colon.
+bool is_plain(const char* in, std::size_t length) {
+    if (length <= piece) {
+        char padded[piece + 1] = {};
+        std::memcpy(padded, in, length);
+        return padded[0] != '.' && padded[0] != ':' && !is_odd(padded + 1);
+    }
+    bool plain = in[0] != '.' && in[0] != ':';
+    for (std::size_t at = 1; at + piece < length; at += piece) plain = plain && !is_odd(in + at);
+    return plain && !is_odd(in + length - piece);
+}
+
+void copy_plain(char* out, const char* in, std::size_t length, bool keep_case) {
+    const unsigned letters = keep_case ? 0 : 26;
+    const auto copy = [&](std::size_t at, std::size_t size) {
+        char block[piece] = {};
+        std::memcpy(block, in + at, size);
+        for (char& letter : block) {
+            if (letter == '\\') letter = '/';
+            const bool is_upper = static_cast<unsigned char>(letter - 'A') < letters;
+            letter = static_cast<char>(is_upper ? letter + ('a' - 'A') : letter);
+        }
+        std::memcpy(out + at, block, size);
+    };
+    if (length < piece) return copy(0, length);
+    for (std::size_t at = 0; at + piece < length; at += piece) copy(at, piece);
+    copy(length - piece, piece);  // what it copies a second time stays as it is
+}
 
 /// The whole rule. The output position never overtakes the input position, so both may be in one buffer.
 class Rule {
@@ -110,25 +149,22 @@ private:
 
 }  // namespace
 
-Normalized normalize(char* out, const char* in, bool keep_case) {
-    const std::size_t length = std::strlen(in);
-    const PathLook look = look_at_path(in, length);
-    if (look.is_plain) {
+Normalized normalize(char* out, const char* in, std::size_t length, bool keep_case) {
+    Normalized result;
+    if (is_plain(in, length)) {
         copy_plain(out, in, length, keep_case);
         out[length] = '\0';
-        return {.length = length, .split = look.split};
+        result.length = length;
+    } else {
+        result.length = Rule(out, in, keep_case).apply();
+        result.has_colon = std::memchr(out, ':', result.length) != nullptr;
     }
-    Normalized result;
-    result.length = Rule(out, in, keep_case).apply();
-    result.split = result.length;
-    while (result.split != 0 && out[result.split - 1] != '/') --result.split;
-    result.has_colon = std::memchr(out, ':', result.length) != nullptr;
+    result.split = std::string_view(out, result.length).rfind('/') + 1;  // 0 when there is none
     return result;
 }
 
 void path_normalize(char* out, const char* in, bool keep_case) {
-    if (out == nullptr) return;
-    normalize(out, in != nullptr ? in : "", keep_case);
+    if (out != nullptr) normalize(out, in != nullptr ? in : "", keep_case);
 }
 
 bool is_full_path(const char* path) {
@@ -139,25 +175,28 @@ bool is_full_path(const char* path) {
     return end != 0 && path[end] == ':';
 }
 
-ScratchText::ScratchText(std::size_t length) {
-    if (length >= sizeof(inline_)) text_ = static_cast<char*>(std::malloc(length + 1));
-}
-
-ScratchText::~ScratchText() {
-    if (text_ != inline_) std::free(text_);
-}
-
-NormalText::NormalText(const char* path, bool keep_case) : scratch_(path != nullptr ? std::strlen(path) : 0) {
-    if (scratch_.text() == nullptr) throw std::bad_alloc();
-    if (path != nullptr) length_ = normalize(scratch_.text(), path, keep_case).length;
+NormalText::NormalText(const char* path, bool keep_case) {
+    if (path == nullptr) path = "";
+    const std::size_t length = std::strlen(path);
+    if (length >= sizeof inline_) {
+        heap_ = std::make_unique<char[]>(length + 1);
+        text_ = heap_.get();
+    }
+    length_ = normalize(text_, path, length, keep_case).length;
 }
 
 void NormalText::drop_trailing_slash() {
-    if (length_ != 0 && scratch_.text()[length_ - 1] == '/') scratch_.text()[--length_] = '\0';
+    if (view().ends_with('/')) text_[--length_] = '\0';
 }
 
 void fold_text(char* text, std::size_t length) {
     for (std::size_t i = 0; i < length; ++i) text[i] = fold(text[i]);
+}
+
+std::string lower_text(std::string_view text) {
+    std::string lower(text);
+    fold_text(lower.data(), lower.size());
+    return lower;
 }
 
 }  // namespace fs

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
+#include <memory>
+#include <string>
 #include <string_view>
 
 #include <engine/filesystem/contract/path.h>
@@ -16,44 +19,38 @@ struct Normalized {
     bool has_colon = false;  // a part of it, taken alone, may normalise to something else
 };
 
-/// fs::path_normalize with its by-products. `in` is not null; `out` may be `in`.
-Normalized normalize(char* out, const char* in, bool keep_case);
+/// fs::path_normalize with its by-products, of a terminated text of this length. `out` may be `in`.
+Normalized normalize(char* out, const char* in, std::size_t length, bool keep_case);
+inline Normalized normalize(char* out, const char* in, bool keep_case) {
+    return normalize(out, in, std::strlen(in), keep_case);
+}
 
-/// Room for one text: in place for every path that the system could hold, on the heap for longer ones.
-class ScratchText {
-public:
-    explicit ScratchText(std::size_t length);
-    ~ScratchText();
-    ScratchText(const ScratchText&) = delete;
-    ScratchText& operator=(const ScratchText&) = delete;
-
-    char* text() { return text_; }  // null without memory
-
-private:
-    char inline_[path_capacity];
-    char* text_ = inline_;
-};
-
-/// A path in normal form. Null is the empty path. Throws std::bad_alloc.
+/// A path in normal form, in place while it is no longer than the system could hold. Null is the empty path. Throws
+/// std::bad_alloc.
 class NormalText {
 public:
     NormalText(const char* path, bool keep_case);
+    NormalText(const NormalText&) = delete;
+    NormalText& operator=(const NormalText&) = delete;
 
-    const char* c_str() const { return length_ != 0 ? scratch_.text() : ""; }
-    std::string_view view() const { return {c_str(), length_}; }
+    const char* c_str() const { return text_; }
+    std::string_view view() const { return {text_, length_}; }
     bool empty() const { return length_ == 0; }
     void drop_trailing_slash();
     /// Whether it names nothing below a source: empty, or separators alone.
     bool names_nothing() const { return view().find_first_not_of('/') == std::string_view::npos; }
 
 private:
-    mutable ScratchText scratch_;
+    char inline_[path_capacity];
+    std::unique_ptr<char[]> heap_;
+    char* text_ = inline_;
     std::size_t length_ = 0;
 };
 
 /// ASCII letters in lower case; other bytes stay.
 using kernel::fold;
 void fold_text(char* text, std::size_t length);
+std::string lower_text(std::string_view text);
 
 inline bool is_separator(char letter) { return letter == '/' || letter == '\\'; }
 

@@ -47,6 +47,12 @@ private:
     State state_;
 };
 
+/// Stores a failure unless one that says more was stored since `scope` began; false.
+inline bool fail_unless_told(const ErrorScope& scope, EFSError::TYPE code, const char* path,
+                             const char* text) noexcept {
+    return !scope.has_error() && refuse(code, path, text);
+}
+
 /// Work that is done in passing, such as a log line on its way to the file: no failure within it is stored, so that what
 /// was stored before stays.
 class ErrorKeeper {

@@ -153,12 +153,14 @@ bool inflate_zlib_stream(const void* packed, std::size_t packed_size, void* out,
                          std::size_t& length) {
     ZlibStream stream;
     unsigned char nothing = 0;  // zlib wants an address even where nothing goes
-    if (!stream.begin(MAX_WBITS)) return false;
+    if (!stream.begin(MAX_WBITS)) throw std::bad_alloc();
     stream.raw.next_in = static_cast<Bytef*>(const_cast<void*>(packed));
     stream.raw.avail_in = clamped(packed_size);
     stream.raw.next_out = out ? static_cast<Bytef*>(out) : &nothing;
     stream.raw.avail_out = out ? clamped(capacity) : 0;
-    const bool whole = ::inflate(&stream.raw, Z_FINISH) == Z_STREAM_END;
+    const int result = ::inflate(&stream.raw, Z_FINISH);
+    if (result == Z_MEM_ERROR) throw std::bad_alloc();
+    const bool whole = result == Z_STREAM_END;
     length = whole ? stream.raw.total_out : 0;
     return whole;
 }

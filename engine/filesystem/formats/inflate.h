@@ -24,7 +24,7 @@ std::unique_ptr<Decoder> make_inflater(InflateEngine engine = best_inflate_engin
 std::unique_ptr<BufferDecoder> make_buffer_inflater();
 
 /// One call of such an inflater, for zlib streams (RFC 1950) of at most `capacity` bytes. The length in `length`; false when
-/// the stream is damaged, does not fit, or there is no memory.
+/// the stream is damaged or does not fit. Throws std::bad_alloc.
 bool inflate_zlib_stream(const void* packed, std::size_t packed_size, void* out, std::size_t capacity,
                          std::size_t& length);
 

@@ -58,7 +58,7 @@ FileGzipped::~FileGzipped() {
     }
     FillGapAtStart();
     errno = 0;
-    if (gzclose(gz_) != Z_OK) ReportWriteFailure("cannot be finished as gzip");
+    if (const int result = gzclose(gz_); result != Z_OK) ReportWriteFailure(result, "cannot be finished as gzip");
 }
 
 /// zlib fills the gap of a seek from its buffer, which it has not cleared yet when nothing was written before closing.
@@ -94,11 +94,12 @@ bool FileGzipped::ReportReadFailure(const void* buffer, std::uint64_t size, int 
     return true;
 }
 
-/// zlib tells no more than that the system failed; its errno is still there.
-void FileGzipped::ReportWriteFailure(const char* action) const {
+/// Of a failing system zlib tells no more; its errno is still there.
+void FileGzipped::ReportWriteFailure(int result, const char* action) const {
     const int code = errno;
     const bool is_full = code == ENOSPC || code == EFBIG;
-    const auto failure = is_full ? platform::Failure::DISK_FULL : platform::Failure::IO;
+    auto failure = is_full ? platform::Failure::DISK_FULL : platform::Failure::IO;
+    if (result == Z_MEM_ERROR) failure = platform::Failure::OUT_OF_MEMORY;
     fs::set_error_from_platform(name, action, {.failure = failure, .os_code = code});
 }
 
@@ -110,7 +111,9 @@ std::uint64_t FileGzipped::write(const void* buffer, std::uint64_t size) {
         const auto piece = static_cast<unsigned>(std::min(size - done, largest_call));
         const int put = gzwrite(gz_, static_cast<const char*>(buffer) + done, piece);
         if (put <= 0) {
-            ReportWriteFailure("cannot be written as gzip");
+            int result = Z_OK;
+            gzerror(gz_, &result);
+            ReportWriteFailure(result, "cannot be written as gzip");
             return done != 0 ? done : failed;
         }
         done += static_cast<unsigned>(put);

@@ -23,7 +23,7 @@ public:
 
 private:
     void FillGapAtStart();
-    void ReportWriteFailure(const char* action) const;
+    void ReportWriteFailure(int result, const char* action) const;
     bool ReportReadFailure(const void* buffer, std::uint64_t size, int result);
 
     platform::File file_;  // keeps the sharing rules; the gz layer has a descriptor of its own

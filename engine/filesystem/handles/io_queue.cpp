@@ -16,6 +16,7 @@
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/handles/async_file.h"
 #include "engine/filesystem/log/message.h"
+#include "engine/platform/per_thread.h"
 
 namespace {
 
@@ -25,7 +26,7 @@ constexpr std::uint64_t largest_native_read = 1u << 30;
 
 enum ReadStatus : int { PENDING = 0, DONE = 1, ERROR_STATUS = 2, ABORTED = 3 };
 
-thread_local const IOQueue* queue_of_this_worker = nullptr;
+constinit platform::PerThread<const IOQueue*, IOQueue> queue_of_this_worker;
 
 void log_read_failure(const Request& request) {
     char size[24];
@@ -86,7 +87,7 @@ void IOQueue::TakeOut(Request& request) {
 
 /// Waits until the worker is done with the read in hand, its callback included, if that is one that `busy` means.
 template <typename Busy>
-void IOQueue::WaitForWorker(std::unique_lock<std::mutex>& guard, Busy busy) {
+void IOQueue::WaitForWorker(std::unique_lock<platform::Mutex>& guard, Busy busy) {
     if (OnWorker() || in_hand_ == nullptr || !busy(*in_hand_)) return;
     changed_.wait(guard, [this, before = ended_] { return ended_ != before; });
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -13,6 +12,7 @@
 
 #include "engine/filesystem/handles/request.h"
 #include "engine/platform/files.h"
+#include "engine/platform/lock.h"
 
 class Win32FileHandleAsync;
 
@@ -57,10 +57,10 @@ private:
     // With lock_ held.
     void TakeOut(Request& request);
     template <typename Busy>
-    void WaitForWorker(std::unique_lock<std::mutex>& guard, Busy busy);
+    void WaitForWorker(std::unique_lock<platform::Mutex>& guard, Busy busy);
 
-    std::mutex lock_;                  // guards all up to stopping_
-    std::condition_variable changed_;  // something is queued, the read in hand has ended, or the queue stops
+    platform::Mutex lock_;                 // guards all up to stopping_
+    platform::ConditionVariable changed_;  // something is queued, the read in hand has ended, or the queue stops
     std::map<std::int32_t, RequestList, std::greater<>> waiting_;  // no list is empty; each request is referenced
     Request* in_hand_ = nullptr;                                   // the worker's, its callback included
     std::uint64_t ended_ = 0;                                      // how many reads the worker is done with

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -13,6 +12,8 @@
 #include "engine/filesystem/loading/batch.h"
 #include "engine/filesystem/loading/load.h"
 #include "engine/filesystem/loading/schedule.h"
+#include "engine/platform/lock.h"
+#include "engine/platform/per_thread.h"
 
 class CFSSource;
 
@@ -63,7 +64,7 @@ private:
         mt::CThread thread;
     };
     using Workers = std::vector<std::unique_ptr<Worker>>;
-    using Guard = std::unique_lock<std::mutex>;
+    using Guard = std::unique_lock<platform::Mutex>;
 
     // staff.cpp: who works.
     void EnsureWorkers();
@@ -94,13 +95,13 @@ private:
     template <typename Ended>
     bool WaitUntil(Guard& guard, std::uint32_t timeout_ms, Ended ended);
 
-    std::mutex staff_lock_;  // guards hiring; taken before lock_, never while a thread is joined
+    platform::Mutex staff_lock_;  // guards hiring; taken before lock_, never while a thread is joined
     std::atomic<bool> is_staffed_{false};
 
-    std::mutex lock_;                    // guards all that follows
-    std::condition_variable work_;       // for workers: something waits, has room or calls back, or they leave
-    std::condition_variable lane_work_;  // the same for the lane
-    std::condition_variable ended_;      // a load, a callback or the stopping has ended
+    platform::Mutex lock_;                   // guards all that follows
+    platform::ConditionVariable work_;       // for workers: something waits, has room or calls back, or they leave
+    platform::ConditionVariable lane_work_;  // the same for the lane
+    platform::ConditionVariable ended_;      // a load, a callback or the stopping has ended
 
     Schedule schedule_;
     LoadList to_call_back_;  // ended, for a worker
@@ -136,12 +137,12 @@ bool Loader::WaitUntil(Guard& guard, std::uint32_t timeout_ms, Ended ended) {
     return has_ended;
 }
 
-/// What a thread of the loader's is about; zeros for every other thread.
+/// What the calling thread is about; zeros for a thread that has nothing to do with the loader.
 struct LoadThread {
-    bool is_worker = false;
-    const Load* in_hand = nullptr;
-    std::uint32_t callbacks = 0;  // on the stack
-    const void* worker = nullptr;
+    platform::PerThread<bool, struct IsLoadWorker> is_worker;
+    platform::PerThread<const Load*, struct LoadInHand> in_hand;
+    platform::PerThread<std::uint32_t, struct LoadCallbacks> callbacks;  // on the stack
+    platform::PerThread<const void*, struct LoadWorker> worker;
 };
 LoadThread& this_load_thread();
 

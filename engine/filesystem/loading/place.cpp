@@ -24,14 +24,13 @@ struct Placed {
 }  // namespace
 
 std::vector<Load*> in_order_of_place(const std::vector<Load*>& loads) {
-    const registry::State& state = registry::state();
     std::map<const CFSSource*, std::size_t> sources;
     std::vector<Placed> placed;
     placed.reserve(loads.size());
     for (Load* const load : loads) {
         const fs::path name = lookup_name(load->work.Path().c_str());
-        const registry::SharedGuard guard(registry::state());
-        CFSSource* const holder = registry::first_holder(state, name, registry::Match::AS_SOURCE_DOES);
+        const registry::SharedGuard guard;
+        CFSSource* const holder = registry::first_holder(name, registry::Match::AS_SOURCE_DOES);
         auto* const tells = dynamic_cast<PlacedSource*>(holder);
         const std::size_t source = sources.try_emplace(holder, sources.size()).first->second;
         placed.push_back({source, tells != nullptr ? tells->place(name) : 0, load});

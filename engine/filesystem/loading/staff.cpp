@@ -30,7 +30,7 @@ SFsLoadSettings with_defaults(SFsLoadSettings settings) {
 Loader::Loader() : settings_(with_defaults({})) {}
 
 LoadThread& this_load_thread() {
-    static thread_local LoadThread thread;
+    static constinit LoadThread thread;
     return thread;
 }
 
@@ -160,7 +160,8 @@ void Loader::Work(const Worker& worker, Guard& guard) {
 void Loader::WorkHere(Guard& guard) {
     if (std::exchange(works_here_, true)) return;
     LoadThread& thread = this_load_thread();
-    const bool was_worker = std::exchange(thread.is_worker, true);
+    const bool was_worker = thread.is_worker;
+    thread.is_worker = true;
     Worker nobody;
     for (;;) {
         if (CallBackFirst(to_call_back_, guard)) continue;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <mutex>
 
+#include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
 
 namespace logging {
@@ -25,7 +26,7 @@ public:
     /// One change at a time, of whatever in the log.
     template <class Change>
     auto change(Change change) {
-        static platform::NeverDestroyed<std::mutex> lock;
+        static platform::NeverDestroyed<platform::Mutex> lock;
         const std::lock_guard guard(lock.value);
         const Mark mark(changes_);
         return change();

@@ -1,11 +1,12 @@
 // Where a line goes: the filter mode first, then fixed rules for the codes that everybody uses, then the table.
+#include <algorithm>
 #include <new>
 
 #include <engine/filesystem/log.h>
 
 #include "engine/filesystem/log/change_count.h"
 #include "engine/filesystem/log/levels.h"
-#include "engine/filesystem/log/state.h"
+#include "engine/filesystem/log/sinks.h"
 
 namespace {
 
@@ -54,62 +55,31 @@ std::uint32_t actions_by_table(std::uint32_t id) {
     });
 }
 
-enum class Kind { ALWAYS_BOTH, FILE_WHEN_VERBOSE, BY_TABLE };
+// The codes that everybody uses have fixed rules; the table is not asked for them.
+constexpr std::uint32_t always_both[] = {code("INFO"), code("ERRR"), code("FATL"), code("EXIT"), code("DXGI")};
+constexpr std::uint32_t file_when_verbose[] = {code("WARN"), code("DEBG")};
+constexpr std::uint32_t console_anyway[] = {
+    code("VERB"), code("VER0"), code("VER1"), code("VER2"), code("VER3"), code("VER4"), code("VER5"), code("VER6"),
+    code("VER7"), code("VER8"), code("VER9"), code("VERE"), code("SESE"), code("SESI"), code("SESL"), code("SESW")};
 
-Kind kind_of(std::uint32_t id) {
-    switch (id) {
-        case code("FATL"):
-        case code("INFO"):
-        case code("ERRR"):
-        case code("EXIT"):
-        case code("DXGI"):
-            return Kind::ALWAYS_BOTH;
-        case code("WARN"):
-        case code("DEBG"):
-            return Kind::FILE_WHEN_VERBOSE;
-        default:
-            return Kind::BY_TABLE;
-    }
-}
-
-void count_message(std::uint32_t id) {
-    if (id == code("ERRR") || id == code("EXIT") || id == code("FATL")) {
-        state.errors.fetch_add(1, std::memory_order_relaxed);
-    } else if (id == code("WARN")) {
-        state.warnings.fetch_add(1, std::memory_order_relaxed);
-    }
-}
-
-bool is_verbose_digit(std::uint32_t id) {
-    const std::uint32_t last = id & 0xFF;
-    return (id & 0xFFFFFF00u) == (code("VER0") & 0xFFFFFF00u) && last >= '0' && last <= '9';
-}
-
-std::uint32_t default_action(std::uint32_t id) {
-    switch (id) {
-        case code("VERB"):
-        case code("VERE"):
-        case code("SESE"):
-        case code("SESI"):
-        case code("SESL"):
-        case code("SESW"):
-            return CLFilterAction::CONSOLE;
-        default:
-            return is_verbose_digit(id) ? CLFilterAction::CONSOLE : CLFilterAction::NOWHERE;
-    }
+template <std::size_t count>
+bool is_one_of(std::uint32_t id, const std::uint32_t (&ids)[count]) {
+    return std::find(ids, ids + count, id) != ids + count;
 }
 
 std::uint32_t action_by_rules(std::uint32_t id) {
-    switch (kind_of(id)) {
-        case Kind::ALWAYS_BOTH:
-            return CLFilterAction::BOTH;
-        case Kind::FILE_WHEN_VERBOSE:
-            return state.start_up.verbose.load(std::memory_order_relaxed) ? CLFilterAction::BOTH
-                                                                          : CLFilterAction::CONSOLE;
-        case Kind::BY_TABLE:
-            break;
+    if (is_one_of(id, always_both)) return CLFilterAction::BOTH;
+    if (is_one_of(id, file_when_verbose)) {
+        return state.verbose.load(std::memory_order_relaxed) ? CLFilterAction::BOTH : CLFilterAction::CONSOLE;
     }
-    return default_action(id) | actions_by_table(id);
+    const bool on_console = is_one_of(id, console_anyway);
+    return (on_console ? CLFilterAction::CONSOLE : CLFilterAction::NOWHERE) | actions_by_table(id);
+}
+
+void count_message(std::uint32_t id) {
+    const bool is_error = id == code("ERRR") || id == code("EXIT") || id == code("FATL");
+    if (is_error) state.errors.fetch_add(1, std::memory_order_relaxed);
+    if (id == code("WARN")) state.warnings.fetch_add(1, std::memory_order_relaxed);
 }
 
 /// Value and mask of up to four characters, packed like a multi-character constant.
@@ -190,20 +160,11 @@ CLFilterAction::ENUM _CLFilterUpdate(std::uint32_t value, CLFilterAction::ENUM a
 }
 
 Log::ELevel::TYPE _CLogLevelFromId(std::uint32_t id) {
-    switch (id) {
-        case code("ERRR"):
-            return Log::ELevel::ERRR;
-        case code("EXIT"):
-            return Log::ELevel::FATL;
-        case code("INFO"):
-            return Log::ELevel::INFO;
-        case code("LLOG"):
-            return Log::ELevel::VERB;
-        case code("WARN"):
-            return Log::ELevel::WARN;
-        default:
-            return Log::ELevel::DEBG;
-    }
+    if (id == code("ERRR")) return Log::ELevel::ERRR;
+    if (id == code("EXIT")) return Log::ELevel::FATL;
+    if (id == code("INFO")) return Log::ELevel::INFO;
+    if (id == code("LLOG")) return Log::ELevel::VERB;
+    return id == code("WARN") ? Log::ELevel::WARN : Log::ELevel::DEBG;
 }
 
 ztl::string_base<char> _CLogCategoryFromLabel(std::uint32_t id) {

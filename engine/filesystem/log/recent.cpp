@@ -22,19 +22,19 @@ struct Ring {
 };
 constinit Ring ring{};
 
-/// The first character in the lowest byte on every machine, since readers take words apart by shifting.
-void store_word(std::uint64_t at, const char* text, std::size_t length) {
-    std::uint8_t bytes[8] = {};
-    std::memcpy(bytes, text, length);
-    ring.words[at % word_count].store(kernel::load_u64(bytes), std::memory_order_relaxed);
-}
-
 void remember_piece(const char* text, std::size_t length) {
-    const std::size_t whole = length / 8;
+    const auto store = [](std::uint64_t at, const void* bytes) {
+        // The first character in the lowest byte on every machine, since readers take words apart by shifting.
+        ring.words[at % word_count].store(kernel::load_u64(static_cast<const std::uint8_t*>(bytes)),
+                                          std::memory_order_relaxed);
+    };
     const std::size_t rest = length % 8;
-    const std::uint64_t first = ring.next.fetch_add(whole + (rest != 0), std::memory_order_relaxed);
-    for (std::size_t i = 0; i < whole; ++i) store_word(first + i, text + i * 8, 8);
-    if (rest != 0) store_word(first + whole, text + whole * 8, rest);
+    std::uint64_t at = ring.next.fetch_add(length / 8 + (rest != 0), std::memory_order_relaxed);
+    for (; length >= 8; length -= 8, text += 8) store(at++, text);
+    if (rest == 0) return;
+    char last[8] = "";
+    std::memcpy(last, text, rest);
+    store(at, last);
 }
 
 /// Calls `use` for each character of the ring from the word `first` on, zeros left out.

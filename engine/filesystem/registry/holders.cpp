@@ -2,7 +2,7 @@
 
 #include <engine/filesystem/contract/whole_names.h>
 
-#include "engine/filesystem/contract/lookup_name.h"
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/kernel/text.h"
 
 namespace fs::registry {
@@ -44,18 +44,14 @@ std::optional<std::string_view> below_root(CFSSource& source, std::string_view d
     return dir;
 }
 
-Concerned::Concerned(const State& state, const fs::path& name)
-    : state_(state), name_(name), is_full_(is_native_directory_name(name.PathNameView())) {
+Concerned::Concerned(const fs::path& name) : name_(name), is_full_(is_native_directory_name(name.PathNameView())) {
     if (!is_full_) return;
-    for (const auto& source : state.sources) {
-        if (!below_root(*source, name.PathNameView())) continue;
-        home_ = source.get();
-        return;
-    }
+    const auto is_home = [&](CFSSource& source) { return below_root(source, name.PathNameView()).has_value(); };
+    home_ = first_source(is_home);  // never the fallback, which stands nowhere
 }
 
 bool Concerned::operator()(CFSSource& source) const {
-    if (!is_full_ || &source == state_.fallback.get()) return true;
+    if (!is_full_ || is_fallback(&source)) return true;
     if (home_ == nullptr) return false;
     return source.root_dir()[0] == '\0' || below_root(source, name_.PathNameView());
 }
@@ -74,10 +70,10 @@ bool holds(CFSSource& source, const fs::path& name, Match match) {
     return match == Match::WHOLE ? holds_whole(source, name) : source.exists(name);
 }
 
-CFSSource* first_holder(const State& state, const fs::path& name, Match match) {
+CFSSource* first_holder(const fs::path& name, Match match) {
     if (name.Empty()) return nullptr;
-    const Concerned concerned(state, name);
-    return first_source(state, [&](CFSSource& source) { return concerned(source) && holds(source, name, match); });
+    const Concerned concerned(name);
+    return first_source([&](CFSSource& source) { return concerned(source) && holds(source, name, match); });
 }
 
 }  // namespace fs::registry

@@ -17,7 +17,7 @@ enum class Match { AS_SOURCE_DOES, WHOLE };
 /// the fallback, alone. A name that is not full is for every source.
 class Concerned {
 public:
-    Concerned(const State& state, const fs::path& name);
+    explicit Concerned(const fs::path& name);
 
     bool operator()(CFSSource& source) const;
     /// Whether the name belongs to the disk alone.
@@ -26,7 +26,6 @@ public:
     CFSSource* home() const { return home_; }
 
 private:
-    const State& state_;
     const fs::path& name_;
     bool is_full_;
     CFSSource* home_ = nullptr;
@@ -41,6 +40,6 @@ bool holds_whole(CFSSource& source, const fs::path& name);
 bool holds(CFSSource& source, const fs::path& name, Match match);
 
 /// The first source, in asking order, that the name is for and that holds it; null when none does.
-CFSSource* first_holder(const State& state, const fs::path& name, Match match);
+CFSSource* first_holder(const fs::path& name, Match match);
 
 }  // namespace fs::registry

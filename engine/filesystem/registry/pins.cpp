@@ -1,10 +1,10 @@
 #include "engine/filesystem/registry/pins.h"
 
 #include <atomic>
-#include <condition_variable>
 #include <map>
 #include <mutex>
 
+#include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
 
 namespace fs::registry {
@@ -21,8 +21,8 @@ namespace {
 
 /// A count stays from the first pin of its source until the source is removed, so that pinning allocates once.
 struct Table {
-    std::mutex lock;  // guards counts; a leaf
-    std::condition_variable dropped;
+    platform::Mutex lock;  // guards counts; a leaf
+    platform::ConditionVariable dropped;
     std::map<const CFSSource*, PinCount> counts;
     std::atomic<RemovalHook> hook{nullptr};
 };

@@ -21,6 +21,7 @@ public:
     ~Pin() { Drop(); }
 
     void Drop() noexcept;
+    bool IsEmpty() const noexcept { return count_ == nullptr; }
     /// Whether somebody waits for the pin to be dropped, since the source was removed.
     bool IsSourceGoing() const noexcept;
     bool Holds(const CFSSource& source) const noexcept;

@@ -1,11 +1,13 @@
 #include "engine/filesystem/registry/registry.h"
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 #include <utility>
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/platform/never_destroyed.h"
+#include "engine/platform/per_thread.h"
 
 // The list of sources and the index of their directories, under one reader-writer lock.
 //
@@ -19,7 +21,8 @@ namespace fs::registry {
 
 namespace {
 
-thread_local int locks_held = 0;  // by this thread, in any form
+constinit platform::PerThread<int, struct RegistryLocks> locks_held;  // by this thread, in any form
+constinit platform::PerThread<int, UnlockedAsking> unlocked_asks;     // on this thread's stack
 
 /// What leads every name of a source that was mounted with its parent: its tree's own name. "" for all others.
 std::string_view leading_directory(CFSSource& source, const fs::dir& tree) {
@@ -38,22 +41,17 @@ void merge_tree(CFSSource& source, fs::dir& out) {
 bool is_indexed(CFSSource& source) { return (source.flags() & FFSAddSourceFlags::INDEX_NAMES) != 0; }
 
 /// The index as it is without `skipped`.
-void build_index(const State& state, const CFSSource* skipped, fs::dir& out) {
-    for_each_source(state, [&](CFSSource& source) {
+void build_index(const CFSSource* skipped, fs::dir& out) {
+    for_each_source([&](CFSSource& source) {
         if (&source != skipped && is_indexed(source)) merge_tree(source, out);
     });
 }
 
-void replace_index(State& state, fs::dir& with) {
-    state.index.clear();
-    state.index.set_name(nullptr);
-    state.index.take_over(with);
-}
-
-auto insertion_point(State& state, EFSSourceType::TYPE type, bool after_equals) {
-    return std::find_if(state.sources.begin(), state.sources.end(), [&](const std::unique_ptr<CFSSource>& source) {
-        return after_equals ? source->type() > type : source->type() >= type;
-    });
+void replace_index(fs::dir& with) {
+    fs::dir& index = state().index;
+    index.clear();
+    index.set_name(nullptr);
+    index.take_over(with);
 }
 
 }  // namespace
@@ -63,113 +61,120 @@ State& state() {
     return instance.value;
 }
 
-bool this_thread_holds_lock() { return locks_held != 0; }
+bool this_thread_holds_lock() { return locks_held != 0 || unlocked_asks != 0; }
 
-SharedGuard::SharedGuard(State& state) : state_(state) {
-    if (locks_held++ == 0) state_.lock.lock_shared();
+UnlockedAsking::UnlockedAsking() { ++unlocked_asks; }
+UnlockedAsking::~UnlockedAsking() { --unlocked_asks; }
+
+SharedGuard::SharedGuard() {
+    if (++locks_held == 1) state().lock.lock_shared();
 }
 
 SharedGuard::~SharedGuard() {
-    if (--locks_held == 0) state_.lock.unlock_shared();
+    if (--locks_held == 0) state().lock.unlock_shared();
 }
 
-ExclusiveGuard::ExclusiveGuard(State& state) : state_(state) {
-    if (locks_held != 0) {
+ExclusiveGuard::ExclusiveGuard() {
+    if (this_thread_holds_lock()) {
         set_error(EFSError::INVALID_ARGUMENT, nullptr,
                   "A source or callback that is being asked may not change sources or names.");
         throw StoredFailure();
     }
-    state_.lock.lock();
+    state().lock.lock();
     ++locks_held;
 }
 
 ExclusiveGuard::~ExclusiveGuard() {
     --locks_held;
-    state_.lock.unlock();
+    state().lock.unlock();
 }
 
-CFSSource* find(const State& state, const fs::path& path) {
-    for (const auto& source : state.sources) {
+CFSSource* find(const fs::path& path) {
+    for (const auto& source : state().sources) {
         if (source->path() == path) return source.get();
     }
     return nullptr;
 }
 
-void insert(State& state, std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags) {
+void insert(std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags) {
     fs::dir names;
     if ((flags & FFSAddSourceFlags::INDEX_NAMES) != 0) merge_tree(*source, names);
-    const bool after_equals = (flags & FFSAddSourceFlags::AFTER_SAME_TYPE) != 0;
-    const auto place = insertion_point(state, source->type(), after_equals);
-    state.sources.insert(place, std::move(source));
-    state.index.take_over(names);
+    const int first_behind =
+        static_cast<int>(source->type()) + ((flags & FFSAddSourceFlags::AFTER_SAME_TYPE) != 0 ? 1 : 0);
+    auto& sources = state().sources;
+    const auto place = std::find_if(sources.begin(), sources.end(),
+                                    [&](const auto& held) { return static_cast<int>(held->type()) >= first_behind; });
+    sources.insert(place, std::move(source));
+    state().index.take_over(names);
 }
 
-void append_root(State& state, std::unique_ptr<CFSSource> root, std::unique_ptr<CFSSource> fallback) {
+void append_root(std::unique_ptr<CFSSource> root, std::unique_ptr<CFSSource> fallback) {
+    State& all = state();
     fs::dir names;
     if (is_indexed(*root)) merge_tree(*root, names);
-    state.sources.reserve(state.sources.size() + 2);
+    all.sources.reserve(all.sources.size() + 2);
     // A second start puts the first one's fallback among the sources.
-    if (state.fallback != nullptr) state.sources.push_back(std::move(state.fallback));
-    state.sources.push_back(std::move(root));
-    state.fallback = std::move(fallback);
-    state.index.take_over(names);
+    if (all.fallback != nullptr) all.sources.push_back(std::move(all.fallback));
+    all.sources.push_back(std::move(root));
+    all.fallback = std::move(fallback);
+    all.index.take_over(names);
 }
 
-std::unique_ptr<CFSSource> remove(State& state, const CFSSource* source) {
-    const auto place = std::find_if(state.sources.begin(), state.sources.end(),
-                                    [&](const auto& held) { return held.get() == source; });
-    if (place == state.sources.end()) return nullptr;
+std::unique_ptr<CFSSource> remove(const CFSSource* source) {
+    auto& sources = state().sources;
+    const auto place =
+        std::find_if(sources.begin(), sources.end(), [&](const auto& held) { return held.get() == source; });
+    if (place == sources.end()) return nullptr;
     fs::dir index;
-    build_index(state, source, index);
+    build_index(source, index);
     std::unique_ptr<CFSSource> removed = std::move(*place);
-    state.sources.erase(place);
-    replace_index(state, index);
+    sources.erase(place);
+    replace_index(index);
     return removed;
 }
 
-void rebuild_index(State& state) {
+void rebuild_index() {
     fs::dir index;
-    build_index(state, nullptr, index);
-    replace_index(state, index);
+    build_index(nullptr, index);
+    replace_index(index);
 }
 
-void destroy_all(State& state) {
+void destroy_all() {
     std::vector<std::unique_ptr<CFSSource>> sources;
     std::unique_ptr<CFSSource> fallback;
     {
-        const ExclusiveGuard guard(state);
-        sources = std::exchange(state.sources, {});
-        fallback = std::move(state.fallback);
-        state.index.clear();
-        state.index.set_name(nullptr);
+        const ExclusiveGuard guard;
+        State& all = state();
+        sources.swap(all.sources);
+        fallback.swap(all.fallback);
+        all.index.clear();
+        all.index.set_name(nullptr);
     }
     for (const auto& source : sources) wait_for_pins(*source);
     if (fallback != nullptr) wait_for_pins(*fallback);
 }
 
-std::vector<std::string> indexed_directories(const State& state, std::string_view dir) {
+std::vector<std::string> indexed_directories(std::string_view dir) {
     std::vector<std::string> found;
+    fs::dir& index = state().index;
     const std::string top(dir.substr(0, dir.size() - (dir.ends_with('/') ? 1 : 0)));
-    if (top.empty() || const_cast<State&>(state).index.find(top.c_str()) == nullptr) return found;
-    found.push_back(top);
+    if (!top.empty() && index.find(top.c_str()) != nullptr) found.push_back(top);
     for (std::size_t at = 0; at < found.size(); ++at) {
-        const fs::dir* const parent = const_cast<State&>(state).index.find(found[at].c_str());
-        for (const fs::idir* child = parent->first_child(); child != nullptr; child = child->next_sibling()) {
+        for (const idir* child = index.find(found[at].c_str())->first_child(); child; child = child->next_sibling()) {
             found.push_back(found[at] + '/' + child->name());
         }
     }
     return found;
 }
 
-void forget_directories(State& state, const std::vector<std::string>& directories) {
+void forget_directories(const std::vector<std::string>& directories) {
+    fs::dir& index = state().index;
     for (auto dir = directories.rbegin(); dir != directories.rend(); ++dir) {
-        const auto has_it = [&](CFSSource& source) {
-            return is_indexed(source) && find_directory(source, dir->c_str()) != nullptr;
-        };
-        const fs::dir* const node = state.index.find(dir->c_str());
-        if (node != nullptr && node->first_child() == nullptr && first_source(state, has_it) == nullptr) {
-            state.index.remove(dir->c_str());
-        }
+        const fs::dir* const node = index.find(dir->c_str());
+        if (node == nullptr || node->first_child() != nullptr) continue;
+        const bool is_held = first_source(
+            [&](CFSSource& source) { return is_indexed(source) && find_directory(source, dir->c_str()) != nullptr; });
+        if (!is_held) index.remove(dir->c_str());
     }
 }
 
@@ -184,17 +189,8 @@ fs::dir* find_directory(CFSSource& source, const char* dir) {
 }
 
 const char* type_name(EFSSourceType::TYPE type) {
-    switch (type) {
-        case EFSSourceType::PLS:
-            return "TYPE_PLS";
-        case EFSSourceType::PACK:
-            return "TYPE_PACK";
-        case EFSSourceType::SPECIAL:
-            return "TYPE_SPECIAL";
-        case EFSSourceType::DIR:
-            return "TYPE_DIR";
-    }
-    return "";
+    constexpr const char* names[] = {"TYPE_PLS", "TYPE_PACK", "TYPE_SPECIAL", "TYPE_DIR"};
+    return type < std::size(names) ? names[type] : "";
 }
 
 }  // namespace fs::registry

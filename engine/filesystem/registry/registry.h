@@ -32,34 +32,41 @@ struct State {
 
 State& state();
 
-/// Whether the calling thread holds the lock in any form. While it does, no message of its may start the crash start-up,
-/// which opens a file and may create it.
+/// Whether this is the source that is asked after all others.
+inline bool is_fallback(const CFSSource* source) { return source == state().fallback.get(); }
+
+/// Whether the calling thread holds the lock in any form, or asks a source without it. While it does, no message of its may
+/// start the crash start-up, which opens a file and may create it.
 bool this_thread_holds_lock();
 
 /// Locks the registry shared for as long as it lives. A thread that holds the lock already passes: a source may ask fs::
 /// for a name while it is being asked itself.
 class SharedGuard {
 public:
-    explicit SharedGuard(State& state);
+    SharedGuard();
     SharedGuard(const SharedGuard&) = delete;
     SharedGuard& operator=(const SharedGuard&) = delete;
     ~SharedGuard();
+};
 
-private:
-    State& state_;
+/// Marks the thread, for as long as it lives, as one that asks a pinned source without the lock. What the source calls may
+/// change as little as if the lock were held: removing the source would wait for the thread's own pin.
+class UnlockedAsking {
+public:
+    UnlockedAsking();
+    UnlockedAsking(const UnlockedAsking&) = delete;
+    UnlockedAsking& operator=(const UnlockedAsking&) = delete;
+    ~UnlockedAsking();
 };
 
 /// Locks the registry exclusive for as long as it lives. A thread that holds the lock already would wait for itself; it
 /// gets StoredFailure instead.
 class ExclusiveGuard {
 public:
-    explicit ExclusiveGuard(State& state);
+    ExclusiveGuard();
     ExclusiveGuard(const ExclusiveGuard&) = delete;
     ExclusiveGuard& operator=(const ExclusiveGuard&) = delete;
     ~ExclusiveGuard();
-
-private:
-    State& state_;
 };
 
 // What follows is called with the lock held: shared to look, exclusive to change. What changes throws std::bad_alloc
@@ -67,7 +74,8 @@ private:
 
 /// The first source, in asking order and the fallback included, for which `wanted(source)` is true; null when none is.
 template <typename Predicate>
-CFSSource* first_source(const State& state, Predicate wanted) {
+CFSSource* first_source(Predicate wanted) {
+    const State& state = registry::state();
     for (const auto& source : state.sources) {
         if (wanted(*source)) return source.get();
     }
@@ -75,28 +83,28 @@ CFSSource* first_source(const State& state, Predicate wanted) {
 }
 
 template <typename Visitor>
-void for_each_source(const State& state, Visitor visit) {
-    first_source(state, [&](CFSSource& source) {
+void for_each_source(Visitor visit) {
+    first_source([&](CFSSource& source) {
         visit(source);
         return false;
     });
 }
 
 /// The source whose path equals `path`; null when there is none. The fallback is not compared.
-CFSSource* find(const State& state, const fs::path& path);
+CFSSource* find(const fs::path& path);
 /// Puts a source where its type and AFTER_SAME_TYPE say, and its names into the index when `flags` hold INDEX_NAMES.
-void insert(State& state, std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags);
+void insert(std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags);
 /// Puts a root behind all sources there are, and a fallback (which may be null) behind it.
-void append_root(State& state, std::unique_ptr<CFSSource> root, std::unique_ptr<CFSSource> fallback);
+void append_root(std::unique_ptr<CFSSource> root, std::unique_ptr<CFSSource> fallback);
 /// Takes a source out of list and index, for take_out; null when it is not registered or is the fallback.
-std::unique_ptr<CFSSource> remove(State& state, const CFSSource* source);
+std::unique_ptr<CFSSource> remove(const CFSSource* source);
 /// Makes the index anew from the trees of all indexed sources in asking order.
-void rebuild_index(State& state);
+void rebuild_index();
 
 /// The directories of the index at and below `dir`, each behind the one that it lies in.
-std::vector<std::string> indexed_directories(const State& state, std::string_view dir);
+std::vector<std::string> indexed_directories(std::string_view dir);
 /// Takes those of `directories` out of the index that no indexed source has any more. Never throws.
-void forget_directories(State& state, const std::vector<std::string>& directories);
+void forget_directories(const std::vector<std::string>& directories);
 
 /// The directory `dir` (as names of the source spell it) in the source's tree; null when it has none of that name.
 fs::dir* find_directory(CFSSource& source, const char* dir);
@@ -111,17 +119,17 @@ bool add(std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags);
 /// Takes the source that `find()` answers, which is asked under the lock that this takes, out of list and index, and waits
 /// until nobody has a pin on it. Null when that is none, not registered, or the fallback.
 template <typename Find>
-std::unique_ptr<CFSSource> take_out(State& state, Find find) {
+std::unique_ptr<CFSSource> take_out(Find find) {
     std::unique_ptr<CFSSource> source;
     {
-        const ExclusiveGuard guard(state);
-        source = remove(state, find());
+        const ExclusiveGuard guard;
+        source = remove(find());
     }
     if (source != nullptr) wait_for_pins(*source);
     return source;
 }
 
 /// Empties list and index, and destroys every source, the fallback too, when its pins are dropped. Takes the lock.
-void destroy_all(State& state);
+void destroy_all();
 
 }  // namespace fs::registry

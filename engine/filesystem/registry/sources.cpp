@@ -42,13 +42,12 @@ SFsSourceInfo describe(CFSSource& source) {
 bool registry::add(std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags) {
     return guarded(nullptr, false, [&] {
         log_added(*source, flags);
-        State& state = registry::state();
-        const ExclusiveGuard guard(state);
-        const bool is_there = first_source(state, [&](CFSSource& held) { return &held == source.get(); }) != nullptr;
+        const ExclusiveGuard guard;
+        const bool is_there = first_source([&](CFSSource& held) { return &held == source.get(); }) != nullptr;
         if (is_there) {
             static_cast<void>(source.release());  // it has its owner
         } else {
-            insert(state, std::move(source), flags);
+            insert(std::move(source), flags);
         }
         return true;
     });
@@ -61,7 +60,7 @@ void add_source(CFSSource* source, FFSAddSourceFlags::ENUM flags) {
 bool rem_source(CFSSource* source) {
     return guarded(nullptr, false, [&] {
         // The caller has the source back.
-        if (registry::take_out(registry::state(), [source] { return source; }).release() != nullptr) return true;
+        if (registry::take_out([source] { return source; }).release() != nullptr) return true;
         return refuse(EFSError::NOT_FOUND, nullptr, "This source is not registered.");
     });
 }
@@ -70,10 +69,9 @@ bool rem_source(std::nullptr_t) { return rem_source(static_cast<CFSSource*>(null
 
 bool source_exists(const char* path) {
     return guarded(path, false, [&] {
-        registry::State& state = registry::state();
-        const registry::SharedGuard guard(state);
+        const registry::SharedGuard guard;
         const std::string_view wanted(path != nullptr ? path : "");
-        for (const auto& source : state.sources) {
+        for (const auto& source : registry::state().sources) {
             if (kernel::equal_folded(source->path().PathNameView(), wanted)) return true;
         }
         return false;
@@ -82,9 +80,8 @@ bool source_exists(const char* path) {
 
 const char* write_path() {
     return guarded<const char*>(nullptr, "", [&] {
-        registry::State& state = registry::state();
-        const registry::SharedGuard guard(state);
-        CFSSource* const first = registry::first_source(state, [](CFSSource&) { return true; });
+        const registry::SharedGuard guard;
+        CFSSource* const first = registry::first_source([](CFSSource&) { return true; });
         return first != nullptr ? first->path().PathName() : "";
     });
 }
@@ -101,9 +98,8 @@ void get_sources(ztl::vector<SFsSourceInfo>& out) {
     out.clear();
     guarded(nullptr, [&] {
         ztl::vector<SFsSourceInfo> found;
-        registry::State& state = registry::state();
-        const registry::SharedGuard guard(state);
-        registry::for_each_source(state, [&](CFSSource& source) { found.push_back(describe(source)); });
+        const registry::SharedGuard guard;
+        registry::for_each_source([&](CFSSource& source) { found.push_back(describe(source)); });
         out = std::move(found);
     });
 }
@@ -113,10 +109,9 @@ void find_holders(const char* path, ztl::vector<SFsSourceInfo>& out) {
     guarded(path, [&] {
         const fs::path name = lookup_name(path);
         ztl::vector<SFsSourceInfo> found;
-        registry::State& state = registry::state();
-        const registry::SharedGuard guard(state);
-        const registry::Concerned concerned(state, name);
-        registry::for_each_source(state, [&](CFSSource& source) {
+        const registry::SharedGuard guard;
+        const registry::Concerned concerned(name);
+        registry::for_each_source([&](CFSSource& source) {
             if (!name.Empty() && concerned(source) && source.exists(name)) found.push_back(describe(source));
         });
         out = std::move(found);

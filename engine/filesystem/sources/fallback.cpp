@@ -1,14 +1,16 @@
 #include <engine/filesystem/sources/fallback.h>
 
+#include <algorithm>
 #include <cstring>
-#include <string>
+#include <optional>
+#include <typeinfo>
 
 #include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/native_open.h"
 #include "engine/filesystem/sources/paths.h"
-#include "engine/kernel/text.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/process.h"
 
@@ -24,28 +26,13 @@ bool full_name(const fs::path& p, Path& out) { return p.FullName(out, sizeof out
 
 // The same, with a refusal noted.
 bool name_or_refuse(const fs::path& p, Path& out) {
-    if (full_name(p, out)) return true;
-    fs::set_error(EFSError::INVALID_NAME, p.FileName(), "The native path is empty or too long.");
-    return false;
+    return full_name(p, out) ||
+           fs::refuse(EFSError::INVALID_NAME, p.FileName(), "The native path is empty or too long.");
 }
 
-SFsFile* open_for_change(CFSSource* source, const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
+std::optional<platform::Attributes> attributes_of(const fs::path& p) {
     Path path;
-    if (!full_name(p, path)) return nullptr;
-    if (!fs::is_valid_open(mode, flags)) {
-        fs::refuse(EFSError::INVALID_ARGUMENT, path, "Mode and flags of the open exclude each other.");
-        return nullptr;
-    }
-    return fs::guarded(path, static_cast<SFsFile*>(nullptr), [&] {
-        return fs::open_for_change(source, {.full = path}, mode, flags & ~FFSOpenFlags::WHOLE_NAME, path);
-    });
-}
-
-SFsFile* open_plain(CFSSource* source, const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    // The question came through the virtual file system already; asking it again would take its lock twice.
-    flags &= ~(FFSOpenFlags::THROUGH_VFS | FFSOpenFlags::WHOLE_NAME);
-    return fs::guarded(path, static_cast<SFsFile*>(nullptr),
-                       [&] { return fs::open_native_at(source, {.full = path}, mode, flags, path); });
+    return full_name(p, path) ? platform::get_attributes(path) : std::nullopt;
 }
 
 // Puts the directory of the running executable before a relative path.
@@ -88,20 +75,13 @@ FS_NAME* CWin32_fallback::get_file_list(const char*, const char*, bool) { return
 FS_NAME* CWin32_fallback::search_substring(const char*) { return nullptr; }
 fs::dir* CWin32_fallback::dir_tree() { return nullptr; }
 
-bool CWin32_fallback::exists(const fs::path& p) {
-    Path path;
-    return full_name(p, path) && platform::get_attributes(path).has_value();
-}
-
+bool CWin32_fallback::exists(const fs::path& p) { return attributes_of(p).has_value(); }
 bool CWin32_fallback::exists_whole(const fs::path& p) { return exists(p); }
-
 void CWin32_fallback::full_path(fs::path& out, const fs::path& p) { out = p; }
 void CWin32_fallback::root_path(fs::path& out, const fs::path& p) { out = p; }
 
 std::int64_t CWin32_fallback::write_time(const fs::path& p) {
-    Path path;
-    if (!full_name(p, path)) return -1;
-    const std::optional<platform::Attributes> attributes = platform::get_attributes(path);
+    const auto attributes = attributes_of(p);
     return attributes ? attributes->write_time : -1;
 }
 
@@ -114,9 +94,7 @@ bool CWin32_fallback::set_write_time(const fs::path& p, std::int64_t time) {
 }
 
 bool CWin32_fallback::read_only(const fs::path& p) {
-    Path path;
-    if (!full_name(p, path)) return false;
-    const std::optional<platform::Attributes> attributes = platform::get_attributes(path);
+    const auto attributes = attributes_of(p);
     return attributes && attributes->is_read_only;
 }
 
@@ -126,24 +104,33 @@ bool CWin32_fallback::set_read_only(const fs::path& p, bool on) {
     return platform::set_read_only(path, on) || fs::refuse_by_disk(path, "keeps its read-only attribute");
 }
 
-SFsFile* CWin32_fallback::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+SFsFile* CWin32_fallback::open(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
     Path path;
     if (!full_name(p, path)) return nullptr;
-    if (fs::has_any(flags, FFSOpenFlags::GZIP) && !beside_executable(path)) return nullptr;
-    return open_plain(this, path, EFSMode::READ, flags);
+    const bool is_beside = mode == EFSMode::READ && fs::has_any(flags, FFSOpenFlags::GZIP);
+    if (is_beside && !beside_executable(path)) return nullptr;
+    return fs::open_of_source(this, {.full = path}, mode, flags, path);
 }
 
+SFsFile* CWin32_fallback::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    return open(p, EFSMode::READ, flags);
+}
 SFsFile* CWin32_fallback::open_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    Path path;
-    return full_name(p, path) ? open_plain(this, path, EFSMode::WRITE, flags) : nullptr;
+    return open(p, EFSMode::WRITE, flags);
 }
-
 SFsFile* CWin32_fallback::open_append(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    return open_for_change(this, p, EFSMode::APPEND, flags);
+    return open(p, EFSMode::APPEND, flags);
+}
+SFsFile* CWin32_fallback::open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    return open(p, EFSMode::READ_WRITE, flags);
 }
 
-SFsFile* CWin32_fallback::open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    return open_for_change(this, p, EFSMode::READ_WRITE, flags);
+/// A derived class may open in its own way, which is made for the lock.
+fs::LocatingSource::Opening CWin32_fallback::locate(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    return fs::guarded(p.FileName(), Opening(), [&]() -> Opening {
+        if (typeid(*this) != typeid(CWin32_fallback)) return fs::already_open(open_read(p, flags));
+        return [this, p, flags] { return open_read(p, flags); };
+    });
 }
 
 void CWin32_fallback::rem_dir(const fs::path& p) {
@@ -202,22 +189,17 @@ bool CWin32_fallback::rename_file(const fs::path& from, const fs::path& to) {
     Path old_path;
     Path new_path;
     if (!name_or_refuse(from, old_path) || !name_or_refuse(to, new_path)) return false;
-    if (fs::climbs(old_path) || to.EmptyFile() || !fs::is_creatable(new_path)) {
-        return fs::refuse(EFSError::INVALID_NAME, new_path,
-                          "The new name leads out of the current directory or is one that not every system can hold.");
-    }
-    if (!kernel::equal_folded(old_path, new_path) && platform::get_attributes(new_path)) {
-        return fs::refuse(EFSError::ALREADY_EXISTS, new_path, "There is a file of the new name.");
-    }
     return fs::guarded(old_path, false, [&] {
-        if (!fs::create_directories(new_path)) return false;
+        if (fs::climbs(old_path) || to.EmptyFile() || !fs::is_creatable(new_path)) {
+            return fs::refuse(
+                EFSError::INVALID_NAME, new_path,
+                "The new name leads out of the current directory or is one that not every system can hold.");
+        }
+        if (!fs::prepare_rename(old_path, new_path)) return false;
         return platform::rename_path(old_path, new_path) || fs::refuse_by_disk(old_path, "cannot be renamed");
     });
 }
 
 bool CWin32_fallback::native_path(const fs::path& p, char* out, std::size_t capacity) {
-    Path path;
-    if (!full_name(p, path) || std::strlen(path) >= capacity) return false;
-    std::memcpy(out, path, std::strlen(path) + 1);
-    return true;
+    return p.FullName(out, std::min(capacity, sizeof(Path))) && *out != '\0';
 }

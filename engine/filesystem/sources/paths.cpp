@@ -1,31 +1,16 @@
 #include "engine/filesystem/sources/paths.h"
 
-#include <algorithm>
-
+#include "engine/filesystem/contract/file_ptr.h"
+#include "engine/filesystem/contract/native_path.h"
+#include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/handles/native_open.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/directories.h"
 
 namespace fs {
 
 namespace {
-
-bool is_full(std::string_view dir) {
-#if defined(_WIN32)
-    if (dir.size() > 1 && dir[1] == ':') return true;
-#endif
-    return !dir.empty() && dir[0] == '/';
-}
-
-template <class Check>
-bool all_components(std::string_view path, Check&& check) {
-    while (!path.empty()) {
-        const std::string_view component = path.substr(0, path.find('/'));
-        if (!check(component)) return false;
-        path.remove_prefix(std::min(path.size(), component.size() + 1));
-    }
-    return true;
-}
 
 // Where the last component of a root begins; 0 when it has no parent.
 std::size_t start_of_last_component(std::string_view root) {
@@ -50,7 +35,7 @@ bool open_native_root(std::string_view given, std::string_view spelling, bool pa
     start = split == 0 ? "" : whole.substr(split);
     root.length = whole.copy(root.text, split == 0 ? whole.size() : split);
     root.text[root.length] = '\0';
-    root.handle = platform::Root::open(root.text);
+    root.handle = std::make_shared<platform::Root>(platform::Root::open(root.text));
     return true;
 }
 
@@ -60,7 +45,7 @@ Place place_of(const NativeRoot& root, std::string_view& dir) {
         dir.remove_prefix(root.length);
         return Place::INSIDE;
     }
-    return is_full(dir) ? Place::OUTSIDE : Place::RELATIVE;
+    return is_native_directory_name(dir) ? Place::OUTSIDE : Place::RELATIVE;
 }
 
 bool NativePath::append(std::string_view added) {
@@ -77,41 +62,29 @@ bool build_native_path(const NativeRoot& root, std::string_view dir, std::string
     return out.append(dir) && out.append(name);
 }
 
-std::size_t fixed_prefix_length(std::string_view path) {
-    const std::size_t separator = path.find_first_of("/:");
-    if (separator == std::string_view::npos) return 0;
-    if (path[separator] == ':') return std::min(path.size(), separator + 2);
-    if (separator != 0) return 0;
-    if (path.size() < 2 || path[1] != '/') return 1;
-    const std::size_t share = path.find('/', 2);
-    return share == std::string_view::npos ? path.size() : share + 1;
-}
-
-bool climbs(std::string_view path) {
-    return !all_components(path, [](std::string_view component) { return component != ".."; });
-}
-
-bool is_creatable(std::string_view path) {
-    path.remove_prefix(fixed_prefix_length(path));
-    return !path.empty() && all_components(path, [](std::string_view component) {
-        return component != ".." && platform::is_valid_name(component.data(), component.size());
-    });
-}
-
-bool create_directories(const char* path) {
-    NativePath part;
-    part.cut(0);
-    if (!part.append(path)) return refuse(EFSError::INVALID_NAME, path, "The native path is too long.");
-    for (std::size_t at = part.view().find('/', fixed_prefix_length(path)); at != std::string_view::npos;
-         at = part.view().find('/', at + 1)) {
-        part.text[at] = '\0';
-        if (!platform::create_directory(part.text) &&
-            platform::last_error().failure != platform::Failure::ALREADY_EXISTS) {
-            return refuse_by_disk(part.text, "cannot be made");
-        }
-        part.text[at] = '/';
+SFsFile* open_of_source(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
+                        std::string_view name) {
+    flags &= ~FFSOpenFlags::WHOLE_NAME;
+    if (mode == EFSMode::READ || mode == EFSMode::WRITE) {
+        return open_native_at(source, path, mode, flags & ~FFSOpenFlags::THROUGH_VFS, name);
     }
-    return true;
+    if (is_valid_open(mode, flags)) return open_for_change(source, path, mode, flags, name);
+    set_error(EFSError::INVALID_ARGUMENT, path.full, "Mode and flags of the open exclude each other.");
+    return nullptr;
+}
+
+LocatingSource::Opening already_open(SFsFile* file) {
+    FilePtr owned(file);
+    if (!owned) return {};
+    const auto shared = std::make_shared<FilePtr>(std::move(owned));
+    return [shared] { return shared->release(); };
+}
+
+bool prepare_rename(std::string_view from, const char* to) {
+    if (!kernel::equal_folded(from, to) && platform::get_attributes(to)) {
+        return refuse(EFSError::ALREADY_EXISTS, to, "There is a file of the new name.");
+    }
+    return create_directories(to);
 }
 
 }  // namespace fs

@@ -2,8 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
+
+#include <engine/filesystem/contract/flags.h>
+#include <engine/filesystem/contract/locating_source.h>
+#include <engine/filesystem/contract/source.h>
 
 #include "engine/platform/files.h"
 
@@ -13,7 +18,7 @@ namespace fs {
 struct NativeRoot {
     char text[platform::path_buffer_size] = "";  // ends in "/" unless empty
     std::size_t length = 0;
-    platform::Root handle;
+    std::shared_ptr<const platform::Root> handle;  // shared with opens on their way
 
     std::string_view view() const { return {text, length}; }
 };
@@ -42,9 +47,10 @@ struct NativePath {
 
     std::string_view view() const { return {text, length}; }
     std::string_view below_root() const { return view().substr(root_length); }
-    platform::PathAt at(const NativeRoot& root) const {
-        if (root_length == 0 || root_length == length || !root.handle.valid()) return {.full = text};
-        return {.full = text, .root = &root.handle, .relative = text + root_length};
+    platform::PathAt at(const NativeRoot& root) const { return at(root.handle.get()); }
+    platform::PathAt at(const platform::Root* root) const {
+        if (root_length == 0 || root_length == length || root == nullptr || !root->valid()) return {.full = text};
+        return {.full = text, .root = root, .relative = text + root_length};
     }
     /// Appends a text. False, with nothing changed, when it does not fit.
     [[nodiscard]] bool append(std::string_view added);
@@ -55,15 +61,16 @@ struct NativePath {
 [[nodiscard]] bool build_native_path(const NativeRoot& root, std::string_view dir, std::string_view name,
                                      NativePath& out);
 
-/// What stands before the first component that could be made: a drive, a network server or the leading "/".
-std::size_t fixed_prefix_length(std::string_view path);
-/// Whether a component is ".." (normalising has left only those that lead out).
-bool climbs(std::string_view path);
-/// Whether there is something to create and every component is a name that both systems can hold.
-bool is_creatable(std::string_view path);
+/// Opens what a source holds at `path`, as fs::open_native does but without asking the sources once more. An append or
+/// read-write open makes a file that is missing. Null, with the failure stored, when that cannot be done.
+SFsFile* open_of_source(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
+                        std::string_view name);
 
-/// Makes every directory of `path` that is missing (the text after its last "/" is none). False, with the error set,
-/// when the disk refuses one.
-bool create_directories(const char* path);
+/// An opening that hands out what is open already; empty for null. May throw std::bad_alloc, and then closes it.
+LocatingSource::Opening already_open(SFsFile* file);
+
+/// Makes the directories of `to`. False, with the failure stored, when that fails or there is a file of the new name that
+/// is not the old one in another case. May throw std::bad_alloc.
+bool prepare_rename(std::string_view from, const char* to);
 
 }  // namespace fs

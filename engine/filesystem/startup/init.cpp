@@ -49,10 +49,9 @@ bool mount_first_sources(const PreparedPath& built, const char* root, FFSAddSour
         std::unique_ptr<CWin32_dir> source = mount_root(built, root, flags, names);
         std::unique_ptr<CWin32_fallback> fallback = use_fallback ? mount_fallback() : nullptr;
         if (!source || (use_fallback && !fallback)) return false;
-        registry::State& state = registry::state();
-        const registry::ExclusiveGuard guard(state);
-        state.index.set_name("data");
-        registry::append_root(state, std::move(source), std::move(fallback));
+        const registry::ExclusiveGuard guard;
+        registry::state().index.set_name("data");
+        registry::append_root(std::move(source), std::move(fallback));
         return true;
     });
 }
@@ -104,13 +103,12 @@ bool init(const char* root, FFSAddSourceFlags::ENUM flags, const char* cache_dir
 void shutdown() {
     if (!is_initialized()) return;
     guarded(nullptr, [] {
-        registry::State& state = registry::state();
-        { const registry::ExclusiveGuard guard(state); }  // a source or callback that is being asked stops nothing
+        { const registry::ExclusiveGuard guard; }  // a source or callback that is being asked stops nothing
         stop_loads();
-        registry::destroy_all(state);
+        registry::destroy_all();
         destroy_server_archive();
         stop_queues();
-        state.initialized.store(false, std::memory_order_release);
+        registry::state().initialized.store(false, std::memory_order_release);
     });
 }
 

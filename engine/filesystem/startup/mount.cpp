@@ -40,9 +40,8 @@ std::unique_ptr<CFSSource> new_source(bool is_pack, const char* spelling) try {
 }
 
 bool is_registered(const fs::path& path) {
-    registry::State& state = registry::state();
-    const registry::SharedGuard guard(state);
-    return registry::find(state, path) != nullptr;
+    const registry::SharedGuard guard;
+    return registry::find(path) != nullptr;
 }
 
 /// Mounts, and leaves a failure stored only for a mount that failed or that could not list everything.
@@ -93,8 +92,7 @@ bool unmount_path(const char* path) {
     const PreparedPath prepared(path);
     if (!prepared.is_full()) return refuse(EFSError::INVALID_NAME, path, "The path is no full path.");
     const fs::path key = prepared.as_source_path();
-    registry::State& state = registry::state();
-    const auto source = registry::take_out(state, [&] { return registry::find(state, key); });
+    const auto source = registry::take_out([&] { return registry::find(key); });
     if (!source) return refuse(EFSError::NOT_FOUND, key.PathName(), "No source of this path is registered.");
     const EFSSourceType::TYPE type = source->type();
     log_message(log_source, Log::ELevel::DEBG, __LINE__, "Removing source '%s%s' of type %s(%i).\n", key.PathName(),

@@ -1,5 +1,5 @@
 // The exported threading classes. Threads and their pointers are the system's; all that they wait for each other with is
-// a mutex and a condition variable of the standard library.
+// a mutex and a condition variable.
 #include <engine/kernel/multithreading.h>
 
 #include <algorithm>
@@ -21,7 +21,7 @@ constexpr std::uint32_t writer_inside = 0x8000'0000;
 constexpr std::uint32_t somebody_waits = 0x4000'0000;
 
 template <typename Ready>
-bool wait_until(std::condition_variable& changed, std::unique_lock<std::mutex>& guard, std::uint32_t timeout_ms,
+bool wait_until(detail::ConditionVariable& changed, std::unique_lock<detail::Mutex>& guard, std::uint32_t timeout_ms,
                 Ready ready) {
     if (timeout_ms != FOREVER) return changed.wait_for(guard, std::chrono::milliseconds(timeout_ms), ready);
     changed.wait(guard, ready);
@@ -68,9 +68,31 @@ void CThreadLocal::Set(void* value) {
 
 CCriticalSection::CCriticalSection() = default;
 CCriticalSection::~CCriticalSection() = default;
-void CCriticalSection::lock() { mutex_.lock(); }
-bool CCriticalSection::try_lock() { return mutex_.try_lock(); }
-void CCriticalSection::unlock() { mutex_.unlock(); }
+
+void CCriticalSection::lock() ENGINE_NOT_CHECKED {
+    const std::uint64_t self = platform::current_thread_id();
+    if (owner_.load(std::memory_order_relaxed) != self) {
+        mutex_.lock();
+        owner_.store(self, std::memory_order_relaxed);
+    }
+    ++depth_;
+}
+
+bool CCriticalSection::try_lock() ENGINE_NOT_CHECKED {
+    const std::uint64_t self = platform::current_thread_id();
+    if (owner_.load(std::memory_order_relaxed) != self) {
+        if (!mutex_.try_lock()) return false;
+        owner_.store(self, std::memory_order_relaxed);
+    }
+    ++depth_;
+    return true;
+}
+
+void CCriticalSection::unlock() ENGINE_NOT_CHECKED {
+    if (--depth_ != 0) return;
+    owner_.store(0, std::memory_order_relaxed);
+    mutex_.unlock();
+}
 
 // While nobody waits, taking and giving back is one step on the state. A waiter sets its bit before it looks for the
 // last time, and whoever gives the lock back and finds the bit passes through the mutex before it wakes: so the waiter

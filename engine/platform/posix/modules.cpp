@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <mutex>
 
+#include "engine/platform/lock.h"
 #include "engine/platform/process.h"
 
 namespace platform {
@@ -16,7 +17,7 @@ namespace {
 constexpr int longest_path = 4096;
 
 // One thread at a time is in the loader. It has a lock of its own, but one that race detectors do not see.
-std::mutex loader_lock;
+Mutex loader_lock;
 
 Module* open_module(const char* directory, const char* name) {
     char path[longest_path];

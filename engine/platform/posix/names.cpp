@@ -3,13 +3,12 @@
 #include <string.h>  // strnlen
 
 #include <cstring>
-#include <mutex>
 #include <new>
 
 namespace platform {
 namespace {
 
-constinit std::mutex creation_lock;  // held while a Creation lives; the lock of the kept listings is taken inside it
+constinit Mutex creation_lock;  // held while a Creation lives; the lock of the kept listings is taken inside it
 
 std::size_t start_of_last(const char* path, std::size_t length) {
     while (length > 0 && path[length - 1] != '/') --length;
@@ -110,15 +109,12 @@ bool find_entry(const char* path, Entry& out) {
     return (find_other_spelling(path, out.path) && look()) || fail_os(errno);
 }
 
-Creation::Creation(const char* path) {
-    creation_lock.lock();
+Creation::Creation(const char* path) : turn_(creation_lock) {
     if (look_up(path)) return;
     // A name that was renamed away by this process; what is kept of the directory still has it.
     forget_directory(directory_);
     look_up(path);
 }
-
-Creation::~Creation() { creation_lock.unlock(); }
 
 /// False when the name that was found is gone.
 bool Creation::look_up(const char* path) {

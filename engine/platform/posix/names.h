@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 
 #include <cstddef>
+#include <mutex>
 
 #include "engine/platform/files.h"
+#include "engine/platform/lock.h"
 #include "engine/platform/posix/folded_listings.h"
 #include "engine/platform/posix/system_error.h"
 
@@ -81,9 +83,6 @@ class Creation {
 public:
     /// Waits for its turn and looks the path up.
     explicit Creation(const char* path);
-    ~Creation();
-    Creation(const Creation&) = delete;
-    Creation& operator=(const Creation&) = delete;
 
     /// NEW: the directory is there and holds no spelling of the name.
     Spelling spelling() const { return spelling_; }
@@ -97,6 +96,7 @@ public:
 private:
     bool look_up(const char* path);
 
+    const std::lock_guard<Mutex> turn_;
     char path_[path_buffer_size] = "";
     DirectoryStamp directory_;
     Spelling spelling_ = Spelling::UNKNOWN;

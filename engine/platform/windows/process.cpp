@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <mutex>
 #include <string>
 #include <string_view>
 
+#include "engine/platform/bounded_text.h"
 #include "engine/platform/never_destroyed.h"
 #include "engine/platform/windows/wide_text.h"
 #include "engine/platform/windows/windows_api.h"
@@ -15,31 +15,24 @@ namespace platform {
 
 namespace {
 
-// Where this program lies. Read when first asked for and never freed: whoever runs at the very end of the process may
-// still use it.
-struct ProcessFacts {
-    std::once_flag once;
+/// Where this program lies. Read when first asked for; whoever runs at the very end of the process may still ask.
+struct Facts {
     char path[4096] = "";
     char directory[4096] = "./";
+
+    Facts() {
+        wchar_t wide[sizeof path / 4];
+        const DWORD units = GetModuleFileNameW(nullptr, wide, std::size(wide));
+        if (units == 0 || units >= std::size(wide)) return;
+        std::replace(path, path + to_narrow({wide, units}, path, sizeof path), '\\', '/');
+        if (const char* const slash = std::strrchr(path, '/'))
+            BoundedText(directory).add({path, static_cast<std::size_t>(slash - path) + 1});
+    }
 };
 
-void read_paths(ProcessFacts& out) {
-    wchar_t path[sizeof out.path / 4];
-    const DWORD units = GetModuleFileNameW(nullptr, path, std::size(path));
-    if (units == 0 || units >= std::size(path)) return;
-    const std::size_t length = to_narrow({path, units}, out.path, sizeof out.path);
-    std::replace(out.path, out.path + length, '\\', '/');
-    const char* const slash = std::strrchr(out.path, '/');
-    if (slash == nullptr) return;
-    const auto directory_length = static_cast<std::size_t>(slash - out.path) + 1;
-    std::memcpy(out.directory, out.path, directory_length);
-    out.directory[directory_length] = '\0';
-}
-
-ProcessFacts& facts() {
-    static constinit ProcessFacts process_facts;
-    std::call_once(process_facts.once, read_paths, process_facts);
-    return process_facts;
+const Facts& facts() {
+    static const Facts instance;
+    return instance;
 }
 
 struct CommandLine {

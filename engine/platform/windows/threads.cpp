@@ -2,7 +2,9 @@
 
 #include <array>
 #include <new>
+#include <utility>
 
+#include "engine/platform/per_thread.h"
 #include "engine/platform/threads.h"
 #include "engine/platform/windows/crash_stack.h"
 
@@ -63,6 +65,30 @@ void join_thread(Thread* thread) {
 }
 
 std::uint64_t current_thread_id() { return GetCurrentThreadId(); }
+
+std::uintptr_t ThreadWord::get() const {
+    const std::uint32_t slot = slot_.load(std::memory_order_acquire);
+    return slot == no_slot ? 0 : reinterpret_cast<std::uintptr_t>(TlsGetValue(slot));
+}
+
+void ThreadWord::set(std::uintptr_t word) {
+    static_assert(no_slot == TLS_OUT_OF_INDEXES);
+    std::uint32_t slot = slot_.load(std::memory_order_acquire);
+    if (slot == no_slot) {
+        const DWORD taken = TlsAlloc();
+        if (slot_.compare_exchange_strong(slot, taken)) {
+            slot = taken;
+        } else if (taken != no_slot) {
+            TlsFree(taken);  // another thread was first
+        }
+    }
+    TlsSetValue(slot, reinterpret_cast<void*>(word));
+}
+
+ThreadBlock::ThreadBlock(void (*free)(void* block)) : slot_(FlsAlloc(free)) {}
+ThreadBlock::~ThreadBlock() { FlsFree(std::exchange(slot_, no_slot)); }
+void* ThreadBlock::get() const { return slot_ == no_slot ? nullptr : FlsGetValue(slot_); }
+bool ThreadBlock::set(void* block) { return slot_ != no_slot && FlsSetValue(slot_, block) != 0; }
 
 struct ThreadSlot {
     DWORD index = TLS_OUT_OF_INDEXES;

@@ -1,11 +1,9 @@
 #pragma once
 
 #include <engine/filesystem/api.h>
-#include <engine/kernel/thread_annotations.h>
+#include <engine/kernel/lock.h>
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 
 /// Threads, the pointers that they keep to themselves, and what they wait for each other with.
 ///
@@ -91,7 +89,9 @@ public:
     void unlock() ENGINE_RELEASE();
 
 private:
-    std::recursive_mutex mutex_;
+    detail::Mutex mutex_;
+    std::atomic<std::uint64_t> owner_{0};  // 0: nobody
+    std::uint32_t depth_ = 0;              // the owner's
 };
 
 /// A lock that many share or one has to itself, for std::shared_lock, std::lock_guard and their kin. A waiting writer
@@ -115,8 +115,8 @@ private:
     void WakeWaiting();
 
     std::atomic<std::uint32_t> state_{0};  // who has the lock, and whether somebody waits for it
-    std::mutex mutex_;                     // guards the counts
-    std::condition_variable changed_;
+    detail::Mutex mutex_;                  // guards the counts
+    detail::ConditionVariable changed_;
     std::uint32_t waiting_readers_ = 0;
     std::uint32_t waiting_writers_ = 0;
 };
@@ -141,8 +141,8 @@ private:
     std::uint32_t generation_ = 0;  // how often a manual event was set
     std::uint32_t waiting_ = 0;
     std::uint32_t released_ = 0;  // how many of those who wait an automatic event lets through
-    std::mutex mutex_;            // guards all of these
-    std::condition_variable changed_;
+    detail::Mutex mutex_;         // guards all of these
+    detail::ConditionVariable changed_;
 };
 
 /// A count that never passes its maximum; each wait takes one from it, as soon as there is one.
@@ -165,8 +165,8 @@ public:
 private:
     const std::uint32_t maximum_;
     std::uint32_t count_;
-    std::mutex mutex_;  // guards the count
-    std::condition_variable changed_;
+    detail::Mutex mutex_;  // guards the count
+    detail::ConditionVariable changed_;
 };
 
 }  // namespace mt

@@ -2,8 +2,8 @@
 
 /// What clang's -Wthread-safety is told about a lock; nothing for other compilers.
 ///
-/// ENGINE_GUARDED_BY on a field needs a lock that is annotated, and lock guards that are too: the standard library's
-/// own mutexes and guards are not, so a field that one of those guards has a comment instead.
+/// ENGINE_GUARDED_BY on a field needs lock guards that are annotated: the standard library's own are not, so a field that
+/// one of those guards has a comment instead.
 
 #if defined(__clang__)
 #define ENGINE_THREAD_ANNOTATION(x) __attribute__((x))
@@ -21,3 +21,5 @@
 #define ENGINE_TRY_ACQUIRE(...) ENGINE_THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
 #define ENGINE_RELEASE(...) ENGINE_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 #define ENGINE_RELEASE_SHARED(...) ENGINE_THREAD_ANNOTATION(release_shared_capability(__VA_ARGS__))
+/// For a lock that is taken or not by what the code finds.
+#define ENGINE_NOT_CHECKED ENGINE_THREAD_ANNOTATION(no_thread_safety_analysis)

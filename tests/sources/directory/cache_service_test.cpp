@@ -50,39 +50,40 @@ protected:
         disk_.write("on_disk", "1");
     }
     ~CacheService() override { platform::clear_faults(); }
+    void SetUp() override { ASSERT_TRUE(companion_.is_loaded()); }
     bool mount(fs::dir_listing* listing = nullptr) {
         return source_.init(as_dir(disk_.path()), FFSAddSourceFlags::RECURSIVE, listing);
     }
 
     TempDirectory disk_;
+    Companion companion_{"FileSystemCache_x64"};
     CWin32_dir source_{EFSSourceType::DIR};
 };
 
 TEST_F(CacheService, ServesAMountWithoutTouchingADirectory) {
-    Companion companion("FileSystemCache_x64");
-    ASSERT_TRUE(companion.is_loaded());
     platform::inject_fault(platform::FaultPoint::LIST, 1, platform::Failure::ACCESS_DENIED, true);
     ASSERT_TRUE(mount());
     EXPECT_EQ(platform::fault_hits(), 0u);
     EXPECT_THAT(all_names(source_), UnorderedElementsAre("served.txt", "dir/two", "b/three", "b/no#"));
     EXPECT_EQ(source_.dir_tree()->first_child(), nullptr);
-    EXPECT_TRUE(kernel::equal_folded(companion.control().path, disk_.path() + "/")) << companion.control().path;
-    EXPECT_EQ(companion.control().second, 1);
-    EXPECT_EQ(companion.control().items_released, 1);
-    EXPECT_EQ(companion.control().mount_points_released, 1);
-    SFsFile* file = source_.open_read(fs::path("dir/two", true), FFSOpenFlags::NONE);
-    EXPECT_NE(file, nullptr) << "names keep the spelling of the service";
-    fs::close(file);
+    EXPECT_TRUE(kernel::equal_folded(companion_.control().path, disk_.path() + "/")) << companion_.control().path;
+    EXPECT_EQ(companion_.control().second, 1);
+    EXPECT_EQ(companion_.control().items_released, 1);
+    EXPECT_EQ(companion_.control().mount_points_released, 1);
+    EXPECT_EQ(read_all(source_.open_read(as_path("dir/two"), FFSOpenFlags::NONE)), "2") << "by the service's spelling";
+    companion_.control().item_count = 0;
+    ASSERT_TRUE(mount());
+    EXPECT_TRUE(all_names(source_).empty());
 }
 
 TEST_F(CacheService, IsAskedBeforeAStoredListing) {
+    companion_.control().is_running = false;
     fs::dir_listing recorded;
     ASSERT_TRUE(mount(&recorded));
     fs::dir_listing listing;
     ASSERT_TRUE(listing.assign(recorded.bytes()));
-    Companion companion("FileSystemCache_x64");
-    ASSERT_TRUE(companion.is_loaded());
-    companion.control().item_count = 1;
+    companion_.control().is_running = true;
+    companion_.control().item_count = 1;
     platform::inject_fault(platform::FaultPoint::STAT, 1, platform::Failure::ACCESS_DENIED, true);
     ASSERT_TRUE(mount(&listing));
     EXPECT_EQ(platform::fault_hits(), 0u) << "the stamps of the directories are not looked at";
@@ -91,49 +92,37 @@ TEST_F(CacheService, IsAskedBeforeAStoredListing) {
 }
 
 TEST_F(CacheService, PutsTheStartBeforeEachNameWhenTheParentIsMounted) {
-    Companion companion("FileSystemCache_x64");
-    ASSERT_TRUE(companion.is_loaded());
-    companion.control().item_count = 1;
+    companion_.control().item_count = 1;
     ASSERT_TRUE(source_.init(as_dir(disk_ / "dir"), FFSAddSourceFlags::MOUNT_PARENT, nullptr));
     EXPECT_THAT(all_names(source_), UnorderedElementsAre("dir/served.txt"));
-    EXPECT_TRUE(kernel::equal_folded(companion.control().path, disk_.path() + "/Dir/")) << companion.control().path;
-}
-
-TEST_F(CacheService, ServesAnEmptyListingAsAnEmptyMount) {
-    Companion companion("FileSystemCache_x64");
-    ASSERT_TRUE(companion.is_loaded());
-    companion.control().item_count = 0;
-    ASSERT_TRUE(mount());
-    EXPECT_TRUE(all_names(source_).empty());
+    EXPECT_TRUE(kernel::equal_folded(companion_.control().path, disk_.path() + "/Dir/")) << companion_.control().path;
 }
 
 TEST_F(CacheService, LeavesTheMountToTheDiskWhenItRefuses) {
-    Companion companion("FileSystemCache_x64");
-    ASSERT_TRUE(companion.is_loaded());
     for (bool CacheServiceControl::*refusal :
          {&CacheServiceControl::inits, &CacheServiceControl::is_running, &CacheServiceControl::refuses_mount}) {
-        companion.control().*refusal = !(companion.control().*refusal);
+        bool& refuses = companion_.control().*refusal;
+        refuses = !refuses;
         ASSERT_TRUE(mount());
         EXPECT_THAT(all_names(source_), UnorderedElementsAre("on_disk", "dir/two"));
-        companion.control().*refusal = !(companion.control().*refusal);
+        refuses = !refuses;
     }
-    EXPECT_EQ(companion.control().mount_points_released, 0);
+    EXPECT_EQ(companion_.control().mount_points_released, 0);
 }
 
 TEST_F(CacheService, IsNeverUsedWhenAnyEntryPointIsMissing) {
+    companion_.control().is_running = false;
+    std::vector<std::string> modules{"FileSystemCache_absent", "FileSystemCache_x64"};  // whole, but not running
     for (int missing = 1; missing <= 14; ++missing) {
-        const std::string name = "FileSystemCache_without_" + std::to_string(missing);
-        Companion companion(name.c_str());
-        ASSERT_TRUE(companion.is_loaded()) << name;
+        modules.push_back("FileSystemCache_without_" + std::to_string(missing));
+        ASSERT_TRUE(Companion(modules.back().c_str()).is_loaded()) << modules.back();
+    }
+    for (const std::string& name : modules) {
         const fs::DirectoryState state;
         fs::MountedNames names("");
         EXPECT_FALSE(fs::fill_from_cache_service(state, names, name.c_str())) << name;
         EXPECT_EQ(names.table.size(), 0u);
     }
-    const fs::DirectoryState state;
-    fs::MountedNames names("");
-    EXPECT_FALSE(fs::fill_from_cache_service(state, names, "FileSystemCache_absent"));
-    EXPECT_FALSE(fs::fill_from_cache_service(state, names)) << "whole, but not running";
 }
 
 }  // namespace

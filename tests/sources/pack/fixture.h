@@ -13,7 +13,7 @@
 
 #include "engine/filesystem/formats/zip.h"
 #include "engine/kernel/checksum.h"
-#include "tests/support/whole_file.h"
+#include "tests/support/temp_directory.h"
 
 namespace packs {
 

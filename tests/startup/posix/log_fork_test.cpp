@@ -3,30 +3,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-#include <map>
 #include <set>
 #include <sstream>
 
-#include <engine/filesystem/log.h>
-#include <engine/filesystem/startup.h>
-
-#include "tests/support/child_process.h"
+#include "tests/startup/child.h"
 
 namespace {
 
 constexpr int process_count = 20;
 constexpr int line_count = 200;
-
-void say(const std::string& text) {
-    _CLog(Log::ELevel::INFO, "Test", nullptr, 0, CLFilterAction::LOGFILE, CLLineMode::NEW_LINE, "%s\n", text.c_str());
-}
-
-void start() {
-    ASSERT_TRUE(fs::init(child_root().c_str(), FFSAddSourceFlags::RECURSIVE, "", false, false, nullptr));
-    CrashInit();
-}
 
 /// What several processes pass when the last of them has come: each has an end to close, and reading ends when all have.
 class Gate {
@@ -43,10 +28,9 @@ private:
     int ends_[2];
 };
 
-/// Runs `work` in processes that all begin when the last is there, and end when the last has done it; true when all end
-/// well.
+/// Runs `work` in processes that all begin when the last is there, and end when the last has done it.
 template <class Work, class Finish>
-bool in_processes(Work work, Finish finish) {
+void run_in_processes(Work work, Finish finish) {
     Gate begin;
     Gate end;
     for (int i = 0; i < process_count; ++i) {
@@ -59,55 +43,42 @@ bool in_processes(Work work, Finish finish) {
     }
     begin.Arrive();
     end.Arrive();
-    bool all_well = true;
-    for (int status = 0; wait(&status) > 0;) all_well = all_well && status == 0;
-    return all_well;
+    for (int status = 0; wait(&status) > 0;) EXPECT_EQ(status, 0);
 }
 
 TEST(LogForkChild, DISABLED_Hosts) {
     const auto host = [](const std::string& name) {
-        start();
+        if (!start_file_system()) _exit(1);
+        CrashInit();
         say("host " + name);
     };
-    EXPECT_TRUE(in_processes(host, [] { CrashClose(); }));
+    run_in_processes(host, CrashClose);
 }
 
 TEST(LogForkChild, DISABLED_Forks) {
-    start();
+    ASSERT_TRUE(start_file_system());
+    CrashInit();
     const auto many_lines = [](const std::string& name) {
         for (int i = 0; i < line_count; ++i) say("line " + std::to_string(i) + " of " + name);
     };
-    EXPECT_TRUE(in_processes(many_lines, [] {}));
+    run_in_processes(many_lines, [] {});
     CrashClose();
-}
-
-std::map<std::string, std::string> run(const char* child, const char* arguments) {
-    std::filesystem::remove_all("root");
-    std::filesystem::create_directories("root");
-    const ChildResult result = run_child(child, "root", arguments);
-    EXPECT_EQ(result.exit_code, 0) << result.output;
-    std::map<std::string, std::string> logs;
-    for (const auto& item : std::filesystem::recursive_directory_iterator("root")) {
-        if (!item.is_regular_file()) continue;
-        std::ostringstream text;
-        text << std::ifstream(item.path()).rdbuf();
-        logs[item.path().filename().string()] = text.str();
-    }
-    return logs;
 }
 
 TEST(LogProcesses, HostsStartedTogetherHaveALogEach) {
     for (const char* arguments : {"", "-logfile=out/logs/mine.log"}) {
-        const auto logs = run("LogForkChild.DISABLED_Hosts", arguments);
-        EXPECT_EQ(logs.size(), std::size_t{process_count}) << arguments;
-        for (const auto& [name, text] : logs) EXPECT_THAT(text, testing::HasSubstr("> host ")) << name;
+        const ChildResult result = run_child("LogForkChild.DISABLED_Hosts", arguments);
+        EXPECT_EQ(result.exit_code, 0) << result.output;
+        EXPECT_EQ(result.files.size(), std::size_t{process_count}) << arguments;
+        for (const auto& [name, text] : result.files) EXPECT_THAT(text, testing::HasSubstr("> host ")) << name;
     }
 }
 
 TEST(LogProcesses, AForkedHostKeepsEveryLine) {
-    const auto logs = run("LogForkChild.DISABLED_Forks", "");
-    ASSERT_EQ(logs.size(), 1u);
-    std::istringstream lines(logs.begin()->second);
+    const ChildResult result = run_child("LogForkChild.DISABLED_Forks");
+    EXPECT_EQ(result.exit_code, 0) << result.output;
+    ASSERT_EQ(result.files.size(), 1u);
+    std::istringstream lines(result.files.begin()->second);
     std::set<std::string> found;
     for (std::string line; std::getline(lines, line);) found.insert(line.substr(line.find('>')));
     EXPECT_EQ(found.size(), std::size_t{process_count * line_count});

@@ -3,10 +3,10 @@
 #include <engine/filesystem/sources/directory.h>
 
 #include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/sources/directory/mount/state.h"
-#include "engine/kernel/text.h"
 #include "engine/platform/directories.h"
 
 namespace {
@@ -44,26 +44,14 @@ void forget(DirectoryState& state, const char* path, const platform::DirectoryIt
     if (file != NameTable::none) state.names->table.remove(file);
 }
 
-bool is_on_disk(const char* path) { return platform::get_attributes(path).has_value(); }
-
 }  // namespace
 
 bool CWin32_dir::mkdir(const fs::path& p) {
     NativePath native;
-    if (p.EmptyPath() || !state_->native_path(p, native)) {
-        return fs::refuse(EFSError::INVALID_NAME, p.PathName(),
-                          "The directory has no name, leads out of the source, or its native path is too long.");
-    }
-    native.cut(native.length - p.FileNameView().size());
-    if (fs::climbs(p.PathNameView()) || !fs::is_creatable(native.below_root())) {
-        return fs::refuse(EFSError::INVALID_NAME, native.text,
-                          "The directory leads out of the source or has a name that not every system can hold.");
-    }
+    if (!state_->place_for_directory(p, native)) return false;
     return fs::guarded(native.text, false, [&] {
-        if (!fs::create_directories(native.text)) return false;
-        NativePath lower = native;
-        fs::fold_text(lower.text, lower.length);
-        state_->make_node(*state_->names, lower.below_root());
+        if (!fs::create_directories(native.view())) return false;
+        state_->make_node(*state_->names, fs::lower_text(native.below_root()));
         return true;
     });
 }
@@ -91,9 +79,9 @@ bool CWin32_dir::rem_file(const fs::path& p) {
     if (p.EmptyFile() || fs::climbs(p.PathNameView())) {
         return fs::refuse(EFSError::INVALID_NAME, p.FileName(), "The name is empty or leads out of the source.");
     }
-    const std::uint32_t file = state_->find_to_change(p);
     NativePath native;
-    if (file == NameTable::none || !state_->native_path(file, native)) return false;
+    const std::uint32_t file = state_->locate_to_change(p, native);
+    if (file == NameTable::none) return false;
     if (!platform::remove_file(native.text)) return fs::refuse_by_disk(native.text, "cannot be deleted");
     state_->names->table.remove(file);
     state_->names->table.compact();
@@ -101,24 +89,16 @@ bool CWin32_dir::rem_file(const fs::path& p) {
 }
 
 bool CWin32_dir::rename_file(const fs::path& from, const fs::path& to) {
-    const std::uint32_t file = from.EmptyFile() ? NameTable::none : state_->find_to_change(from);
     NativePath native_from;
     NativePath native_to;
-    if (file == NameTable::none || !state_->native_path(file, native_from)) {
+    const bool is_name = !from.EmptyFile() && !fs::climbs(from.PathNameView());
+    const std::uint32_t file = is_name ? state_->locate_to_change(from, native_from) : NameTable::none;
+    if (file == NameTable::none) {
         return fs::refuse(EFSError::NOT_FOUND, from.FileName(), "The source does not hold the file to rename.");
     }
-    const bool fits = !to.EmptyFile() && state_->native_path(to, native_to);
-    if (!fits || fs::climbs(from.PathNameView()) || fs::climbs(to.PathNameView()) ||
-        !fs::is_creatable(native_to.below_root())) {
-        return fs::refuse(
-            EFSError::INVALID_NAME, to.FileName(),
-            "The new name is empty, too long, leads out of the source or is one that not every system can hold.");
-    }
-    if (!kernel::equal_folded(native_from.view(), native_to.view()) && is_on_disk(native_to.text)) {
-        return fs::refuse(EFSError::ALREADY_EXISTS, native_to.text, "There is a file of the new name.");
-    }
+    if (!state_->place_for_file(to, native_to)) return false;
     return fs::guarded(native_from.text, false, [&] {
-        if (!fs::create_directories(native_to.text)) return false;
+        if (!fs::prepare_rename(native_from.view(), native_to.text)) return false;
         fs::NewEntry entry(*state_);
         if (!entry.enter(native_to, to.FileNameView().size(), fs::NewEntry::Spelling::OF_CALLER)) return false;
         if (!platform::rename_path(native_from.text, native_to.text)) {

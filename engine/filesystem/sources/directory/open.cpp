@@ -1,25 +1,23 @@
 #include <engine/filesystem/sources/directory.h>
 
+#include <memory>
+#include <optional>
+#include <typeinfo>
+#include <utility>
+
 #include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/open_rules.h"
-#include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/native_open.h"
 #include "engine/filesystem/sources/directory/mount/state.h"
-#include "engine/platform/directories.h"
 
 namespace {
 
 using fs::NameTable;
 using fs::NativePath;
 
-SFsFile* open_path(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
-                   std::string_view name) {
-    // The question came through the virtual file system already; asking it again would take its lock twice.
-    return fs::open_native_at(source, path, mode, flags & ~FFSOpenFlags::THROUGH_VFS, name);
-}
-
-// Directory and name of a file in one buffer, for the handle.
+/// Directory and name of a file in one buffer, for the handle.
 struct EntryName {
     char text[platform::path_buffer_size];
     std::size_t length = 0;
@@ -28,36 +26,44 @@ struct EntryName {
         const std::string_view dir = table.dir(file);
         const std::string_view name = table.name(file);
         if (dir.size() + name.size() > platform::max_path_bytes) return;
-        dir.copy(text, dir.size());
-        name.copy(text + dir.size(), name.size());
-        length = dir.size() + name.size();
+        length = dir.copy(text, dir.size());
+        length += name.copy(text + length, name.size());
     }
     std::string_view view() const { return {text, length}; }
 };
 
-SFsFile* refuse(const char* path, EFSError::TYPE code, const char* why) {
-    fs::refuse(code, path, why);
-    return nullptr;
+/// A file that the table holds, ready to be opened. It stays so when the tables change, and when the root is opened anew.
+struct Entry {
+    std::shared_ptr<const platform::Root> root;
+    NativePath native;
+    EntryName name;
+
+    SFsFile* open(CFSSource* source, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) const {
+        return fs::open_of_source(source, native.at(root.get()), mode, flags, name.view());
+    }
+};
+
+std::optional<Entry> find_entry(const fs::DirectoryState& state, const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    const std::uint32_t file = state.find(p, fs::has_any(flags, FFSOpenFlags::WHOLE_NAME));
+    if (file == NameTable::none) return std::nullopt;
+    std::optional<Entry> entry({.root = state.native_root.handle, .native = {}, .name = {state.names->table, file}});
+    return state.native_path(file, entry->native) ? entry : std::nullopt;
 }
 
 }  // namespace
 
 SFsFile* CWin32_dir::open_existing(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    const std::uint32_t file = state_->find(p, fs::has_any(flags, FFSOpenFlags::WHOLE_NAME));
-    if (file == NameTable::none) return nullptr;
-    flags &= ~FFSOpenFlags::WHOLE_NAME;
-    if (!fs::is_valid_open(mode, flags)) {
-        return refuse(p.FileName(), EFSError::INVALID_ARGUMENT, "Mode and flags of the open exclude each other.");
-    }
-    NativePath native;
-    if (!state_->native_path(file, native)) {
-        return refuse(p.FileName(), EFSError::INVALID_NAME, "The native path of the file is too long.");
-    }
-    const platform::PathAt path = native.at(state_->native_root);
-    const EntryName name(state_->names->table, file);
-    return fs::guarded(native.text, static_cast<SFsFile*>(nullptr), [&] {
-        if (mode == EFSMode::READ || mode == EFSMode::WRITE) return open_path(this, path, mode, flags, name.view());
-        return fs::open_for_change(this, path, mode, flags, name.view());
+    const std::optional<Entry> entry = find_entry(*state_, p, flags);
+    return entry ? entry->open(this, mode, flags) : nullptr;
+}
+
+/// A derived class may open in its own way, which is made for the lock.
+fs::LocatingSource::Opening CWin32_dir::locate(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    return fs::guarded(p.FileName(), Opening(), [&]() -> Opening {
+        if (typeid(*this) != typeid(CWin32_dir)) return fs::already_open(open_read(p, flags));
+        std::optional<Entry> entry = find_entry(*state_, p, flags);
+        if (!entry) return {};
+        return [this, entry = std::move(*entry), flags] { return entry.open(this, EFSMode::READ, flags); };
     });
 }
 
@@ -76,24 +82,16 @@ SFsFile* CWin32_dir::open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flag
 
 SFsFile* CWin32_dir::create(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
     NativePath native;
-    if (p.EmptyFile() || !state_->native_path(p, native)) {
-        return refuse(p.FileName(), EFSError::INVALID_NAME,
-                      "There is no name to create, or it leads out of the source, or its native path is too long.");
-    }
-    if (fs::climbs(p.PathNameView()) || !fs::is_creatable(native.below_root())) {
-        return refuse(native.text, EFSError::INVALID_NAME,
-                      "The name leads out of the source or is one that not every system can hold.");
-    }
+    if (!state_->place_for_file(p, native)) return nullptr;
     return fs::guarded(native.text, static_cast<SFsFile*>(nullptr), [&]() -> SFsFile* {
-        std::string name(native.below_root());
-        fs::fold_text(name.data(), name.size());
-        if (!fs::create_directories(native.text)) return nullptr;
+        const std::string name = fs::lower_text(native.below_root());
+        if (!fs::create_directories(native.view())) return nullptr;
         fs::NewEntry entry(*state_);
         if (!entry.enter(native, p.FileNameView().size(), fs::NewEntry::Spelling::OF_DISK)) return nullptr;
         const platform::PathAt path = native.at(state_->native_root);
-        const FFSOpenFlags::FLAGS plain = flags & ~FFSOpenFlags::WHOLE_NAME;
-        SFsFile* const file = mode == EFSMode::WRITE ? open_path(this, path, mode, plain | FFSOpenFlags::CREATE, name)
-                                                     : fs::create_for_change(this, path, plain, name);
+        SFsFile* const file = mode == EFSMode::WRITE
+                                  ? fs::open_of_source(this, path, mode, flags | FFSOpenFlags::CREATE, name)
+                                  : fs::create_for_change(this, path, flags & ~FFSOpenFlags::WHOLE_NAME, name);
         if (file) entry.keep(true);
         return file;
     });

@@ -1,8 +1,7 @@
 #include <algorithm>
-#include <cstdlib>
-#include <memory>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <engine/filesystem/access/search.h>
@@ -36,57 +35,30 @@ std::vector<std::uint32_t> collect(const NameTable& table, Wanted&& wanted) {
     return {keys.begin(), keys.end()};  // without the buckets
 }
 
-// Whether files of a directory are wanted, asked once for each run of files of one directory.
+// `wanted` asked of a directory, once for each run of files of one directory.
 template <class Wanted>
-class DirectoryFilter {
-public:
-    DirectoryFilter(const NameTable& table, Wanted wanted) : table_(table), wanted_(wanted) {}
-    bool operator()(std::uint32_t file) {
-        const std::uint32_t dir = table_.dir_number(file);
-        if (dir != last_dir_) {
-            last_dir_ = dir;
-            last_answer_ = wanted_(table_.dir(file));
-        }
-        return last_answer_;
-    }
-
-private:
-    const NameTable& table_;
-    Wanted wanted_;
-    std::uint32_t last_dir_ = NameTable::none;
-    bool last_answer_ = false;
-};
-
-// A node whose name stands in a block of the size of every path buffer; left empty when the name does not fit.
-FS_NAME* new_roomy_name(std::string_view dir, std::string_view name, FS_NAME* next) {
-    auto* node = static_cast<FS_NAME*>(std::malloc(sizeof(FS_NAME)));
-    char* text = static_cast<char*>(std::malloc(fs::path_capacity));
-    if (!text || !node) {
-        std::free(text);
-        std::free(node);
-        return nullptr;
-    }
-    std::size_t length = 0;
-    if (dir.size() + name.size() < fs::path_capacity) {
-        length = dir.copy(text, dir.size());
-        length += name.copy(text + length, name.size());
-    }
-    text[length] = '\0';
-    *node = {.name = text, .next = next};
-    return node;
+auto once_for_each_run(const NameTable& table, Wanted wanted) {
+    return [&table, wanted, last = NameTable::none, answer = false](std::uint32_t file) mutable {
+        const std::uint32_t dir = table.dir_number(file);
+        if (dir != std::exchange(last, dir)) answer = wanted(table.dir(file));
+        return answer;
+    };
 }
 
-// Puts each file at the front of a list, and tells the search callback. A list comes whole or not at all.
-template <class MakeNode>
-FS_NAME* list_of(const NameTable& table, const std::vector<std::uint32_t>& files, MakeNode&& make_node) {
+// Puts each file at the front of a list, and tells the search callback. A list comes whole or not at all. Each name has
+// room for `room` bytes; where that is not none, one that does not fit in it is left empty.
+FS_NAME* list_of(const NameTable& table, const std::vector<std::uint32_t>& files, std::size_t room) {
     const fs::search_callback callback = fs::get_search_callback();
-    std::unique_ptr<FS_NAME, decltype(&fs::free_names)> head(nullptr, fs::free_names);
+    fs::NameList head;
     for (const std::uint32_t file : files) {
-        FS_NAME* const node = make_node(table.dir(file), table.name(file), head.get());
+        const std::string_view dir = table.dir(file);
+        const std::string_view name = table.name(file);
+        const bool fits = room == 0 || dir.size() + name.size() < room;
+        FS_NAME* const node = fs::new_name(fits ? dir : "", fits ? name : "", head.get(), room);
         if (!node) throw std::bad_alloc();
         static_cast<void>(head.release());  // it lies behind the new one
         head.reset(node);
-        if (callback) callback(std::string(table.dir(file)).c_str(), std::string(table.name(file)).c_str());
+        if (callback) callback(std::string(dir).c_str(), std::string(name).c_str());
     }
     return head.release();
 }
@@ -102,12 +74,12 @@ bool has_extension(std::string_view name, const char* ext) {
 FS_NAME* CWin32_dir::get_file_list(const char* dir, const char* mask, bool recursive) {
     return fs::guarded(dir, static_cast<FS_NAME*>(nullptr), [&] {
         const NameTable& table = state_->names->table;
-        DirectoryFilter in_dir(table,
-                               [&](std::string_view held) { return fs::directory_answers(held, dir, recursive); });
+        auto in_dir = once_for_each_run(
+            table, [&](std::string_view held) { return fs::directory_answers(held, dir, recursive); });
         const auto wanted = [&](std::uint32_t file) {
             return in_dir(file) && fs::name_matches(table.name(file), mask);
         };
-        return list_of(table, collect(table, wanted), fs::new_name);
+        return list_of(table, collect(table, wanted), 0);
     });
 }
 
@@ -115,10 +87,10 @@ FS_NAME* CWin32_dir::search_substring(const char* text) {
     if (!text || *text == '\0') return nullptr;
     return fs::guarded(text, static_cast<FS_NAME*>(nullptr), [&] {
         const NameTable& table = state_->names->table;
-        DirectoryFilter contains(table, [&](std::string_view held) {
+        auto contains = once_for_each_run(table, [&](std::string_view held) {
             return held.substr(0, held.size() - (held.empty() ? 0 : 1)).find(text) != std::string_view::npos;
         });
-        return list_of(table, collect(table, contains), new_roomy_name);
+        return list_of(table, collect(table, contains), fs::path_capacity);
     });
 }
 

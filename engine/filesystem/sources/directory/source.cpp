@@ -7,6 +7,7 @@
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/lookup_name.h"
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/message.h"
@@ -18,17 +19,8 @@
 #include "engine/platform/clock.h"
 #include "engine/platform/directories.h"
 
-// Words: the *native root* is the directory on the disk that every relative directory is appended to. It is the root given
-// to init, or its parent when the last component of the root leads every name; that component is then the *start*, where
-// the scan begins. The *spelling* of a name is how the disk writes it; all else is lower case.
-//
-// How a source comes by its names is in mount/: the cache service serves them, or a recorded listing is replayed, or the
-// disk is scanned while the next directories are listed ahead. They stand in a table of names (sources/names/). Here the
-// source mounts and answers; open.cpp opens and creates, change.cpp makes and removes, search.cpp lists.
-//
-// Invariant: each file of the table was seen on the disk, or made by this source, under the native path that its
-// directory and spelling give; nothing asks the disk whether it is still there. What reads names anew builds them beside
-// the old ones, which stay when it fails.
+// Here the source mounts and answers; open.cpp opens and creates, change.cpp makes and removes, search.cpp lists. What they
+// share, and the words for it, are in mount/state.h.
 
 namespace {
 
@@ -36,20 +28,6 @@ constexpr MessageSource log_source{"FileSystem", "engine/filesystem/win/win_file
 
 bool has(FFSAddSourceFlags::ENUM flags, FFSAddSourceFlags::ENUM bit) {
     return (flags & bit) != FFSAddSourceFlags::NONE;
-}
-
-bool is_directory(const char* path) {
-    const std::optional<platform::Attributes> attributes = platform::get_attributes(path);
-    return attributes && attributes->is_directory;
-}
-
-bool choose_roots(fs::DirectoryState& state) {
-    const bool parent = has(state.flags, FFSAddSourceFlags::MOUNT_PARENT);
-    if (!fs::open_native_root(state.root.PathNameView(), state.spelling, parent, state.native_root, state.start)) {
-        return false;
-    }
-    state.native.Set(state.native_root.text, state.root.FileName(), true);
-    return true;
 }
 
 std::unique_ptr<fs::MountedNames> read_names(const fs::DirectoryState& state, fs::dir_listing* listing) {
@@ -83,18 +61,20 @@ bool mount(fs::DirectoryState& state, const fs::path& root, FFSAddSourceFlags::E
     fs::DirectoryState fresh;
     fresh.type = state.type;
     fresh.flags = flags;
-    fresh.root = fresh.native = root;
+    fresh.root = root;
     fresh.is_protected = has(flags, FFSAddSourceFlags::PROTECTED);
     fresh.allow_write = !has(flags, FFSAddSourceFlags::MUST_EXIST);
     fresh.spelling = state.spelling;
     fresh.include = state.include;
-    const char* text = fresh.root.PathName();
-    if (fresh.root.Empty() && !root.Empty()) throw std::bad_alloc();
-    if (fresh.root.Empty()) return fs::refuse(EFSError::INVALID_NAME, "", "The root of a directory source is empty.");
-    if (!fresh.allow_write && (fresh.root.EmptyPath() || !is_directory(text))) {
-        return fs::refuse(EFSError::NOT_FOUND, text, "The root of the source must exist and is not a directory.");
+    const std::string_view dir = fresh.root.PathNameView();
+    if (root.Empty()) return fs::refuse(EFSError::INVALID_NAME, "", "The root of a directory source is empty.");
+    if (fresh.root.Empty()) throw std::bad_alloc();
+    if (!fresh.allow_write && (dir.empty() || !fs::is_native_directory(dir.data()))) {
+        return fs::refuse(EFSError::NOT_FOUND, dir.data(), "The root of the source must exist and is not a directory.");
     }
-    if (!choose_roots(fresh)) return false;
+    const bool parent = has(flags, FFSAddSourceFlags::MOUNT_PARENT);
+    if (!fs::open_native_root(dir, fresh.spelling, parent, fresh.native_root, fresh.start)) return false;
+    fresh.native = fs::lower_text(fresh.native_root.view());
     fresh.names = read_names(fresh, listing);
     if (before) fs::keep_unlisted(fresh, *before, *fresh.names);
     tell_unlisted(fresh, *fresh.names);
@@ -170,17 +150,15 @@ EFSSourceType::TYPE CWin32_dir::type() { return state_->type; }
 bool CWin32_dir::is_protected() { return state_->is_protected; }
 bool CWin32_dir::writable() { return state_->allow_write && !state_->is_protected; }
 fs::dir* CWin32_dir::dir_tree() { return &state_->names->tree; }
-const char* CWin32_dir::root_dir() { return state_->native.PathName(); }
+const char* CWin32_dir::root_dir() { return state_->native.c_str(); }
 
 bool CWin32_dir::exists(const fs::path& p) { return state_->find(p) != fs::NameTable::none; }
 bool CWin32_dir::exists_whole(const fs::path& p) { return state_->find(p, true) != fs::NameTable::none; }
 
 void CWin32_dir::full_path(fs::path& out, const fs::path& p) {
-    const std::uint32_t file = state_->find(p);
     fs::NativePath native;
     out = fs::path();
-    if (file == fs::NameTable::none || !state_->native_path(file, native)) return;
-    fs::guarded(p.FileName(), [&] { out = fs::lookup_name(native.text); });
+    if (state_->locate(p, native) != fs::NameTable::none) out = fs::path(native.text, true);
 }
 
 void CWin32_dir::root_path(fs::path& out, const fs::path& p) {
@@ -189,25 +167,23 @@ void CWin32_dir::root_path(fs::path& out, const fs::path& p) {
     if (file == fs::NameTable::none) return;
     fs::guarded(p.FileName(), [&] {
         const fs::NameTable& table = state_->names->table;
-        out.Set(std::string(table.dir(file)).c_str(), std::string(table.name(file)).c_str(), true);
+        out = fs::path_of(table.dir(file), std::string(table.name(file)).c_str(), true);
         out.SetInstalled(table.value(file) != 0);
     });
 }
 
 std::int64_t CWin32_dir::write_time(const fs::path& p) {
-    const std::uint32_t file = state_->find(p);
     fs::NativePath native;
-    if (file == fs::NameTable::none || !state_->native_path(file, native)) return -1;
-    const std::optional<platform::Attributes> attributes = platform::get_attributes(native.at(state_->native_root));
+    if (state_->locate(p, native) == fs::NameTable::none) return -1;
+    const auto attributes = platform::get_attributes(native.at(state_->native_root));
     if (attributes) return platform::utc_to_local(attributes->write_time);
     fs::refuse_by_disk(native.text, "has no readable attributes");
     return -1;
 }
 
 bool CWin32_dir::set_write_time(const fs::path& p, std::int64_t time) {
-    const std::uint32_t file = state_->find_to_change(p);
     fs::NativePath native;
-    if (file == fs::NameTable::none || !state_->native_path(file, native)) return false;
+    if (state_->locate_to_change(p, native) == fs::NameTable::none) return false;
     // The answer does not depend on the disk: a file that cannot be opened keeps its time, and this is true all the same.
     if (!platform::set_write_time(native.text, platform::local_to_utc(time))) {
         fs::refuse_by_disk(native.text, "keeps its time");
@@ -216,17 +192,15 @@ bool CWin32_dir::set_write_time(const fs::path& p, std::int64_t time) {
 }
 
 bool CWin32_dir::read_only(const fs::path& p) {
-    const std::uint32_t file = state_->find(p);
     fs::NativePath native;
-    if (file == fs::NameTable::none || !state_->native_path(file, native)) return false;
-    const std::optional<platform::Attributes> attributes = platform::get_attributes(native.at(state_->native_root));
+    if (state_->locate(p, native) == fs::NameTable::none) return false;
+    const auto attributes = platform::get_attributes(native.at(state_->native_root));
     return attributes && attributes->is_read_only;
 }
 
 bool CWin32_dir::set_read_only(const fs::path& p, bool on) {
-    const std::uint32_t file = state_->find_to_change(p);
     fs::NativePath native;
-    if (file == fs::NameTable::none || !state_->native_path(file, native)) return false;
+    if (state_->locate_to_change(p, native) == fs::NameTable::none) return false;
     return platform::set_read_only(native.text, on) || fs::refuse_by_disk(native.text, "keeps its read-only attribute");
 }
 

@@ -5,9 +5,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <list>
+#include <map>
 #include <mutex>
-#include <new>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -17,30 +16,27 @@
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/formats/inflate.h"
+#include "engine/platform/lock.h"
 
 namespace fs {
 
 namespace {
 
 struct Entry {
-    std::string name;
+    std::uint64_t order;  // of adding, among all entries
     std::uint64_t offset;
     std::uint64_t size;
     std::uint64_t unzipped_length;
 };
 
-std::string key_of(const char* name) {
-    std::string key = name ? name : "";
-    fold_text(key.data(), key.size());
-    return key;
-}
+std::string key_of(const char* name) { return lower_text(name ? name : ""); }
 
 }  // namespace
 
 struct ZippedDataArchive::State {
-    std::mutex lock;  // guards everything below
-    std::list<Entry> entries;
-    std::unordered_map<std::string_view, std::list<Entry>::iterator> by_name;  // keys are the entries' own names
+    platform::Mutex lock;  // guards everything below
+    std::unordered_map<std::string, Entry> entries;
+    std::uint64_t added = 0;
     std::vector<std::string> ignored;
     std::uint8_t* base = nullptr;
     std::uint64_t capacity = 0;
@@ -51,42 +47,28 @@ struct ZippedDataArchive::State {
         return std::find(ignored.begin(), ignored.end(), key) != ignored.end();
     }
     Entry* find(const std::string& key) {
-        const auto found = by_name.find(key);
-        return found == by_name.end() ? nullptr : &*found->second;
+        const auto found = entries.find(key);
+        return found == entries.end() ? nullptr : &found->second;
     }
     Entry* find_visible(const std::string& key) { return ignores(key) ? nullptr : find(key); }
-    void reset() {
-        by_name.clear();
-        entries.clear();
+    /// What `work(key)` answers, with the lock held; `failure`, with the failure stored, without memory.
+    template <class Result, class Work>
+    Result locked(const char* name, Result failure, Work work) {
+        return guarded(name, failure, [&] {
+            const std::lock_guard guard(lock);
+            return work(key_of(name));
+        });
     }
-    void record(std::string key, std::uint64_t size, std::uint64_t unzipped_length);
-    void close_gap(const Entry& entry);
+    void close_gap(const Entry& gone);
 };
 
-/// An ignored name may be held already: the new bytes then take its place.
-void ZippedDataArchive::State::record(std::string key, std::uint64_t size, std::uint64_t unzipped_length) {
-    if (Entry* held = find(key)) {
-        held->offset = used;
-        held->size = size;
-        held->unzipped_length = unzipped_length;
-        return;
+void ZippedDataArchive::State::close_gap(const Entry& gone) {
+    const std::uint64_t end = gone.offset + gone.size;
+    std::memmove(base + gone.offset, base + end, static_cast<std::size_t>(capacity - end));
+    for (auto& [name, entry] : entries) {
+        if (entry.offset > gone.offset) entry.offset -= gone.size;
     }
-    entries.push_back({std::move(key), used, size, unzipped_length});
-    try {
-        by_name.emplace(entries.back().name, std::prev(entries.end()));
-    } catch (const std::bad_alloc&) {
-        entries.pop_back();
-        throw;
-    }
-}
-
-void ZippedDataArchive::State::close_gap(const Entry& entry) {
-    const std::uint64_t end = entry.offset + entry.size;
-    std::memmove(base + entry.offset, base + end, static_cast<std::size_t>(capacity - end));
-    for (Entry& other : entries) {
-        if (other.offset > entry.offset) other.offset -= entry.size;
-    }
-    used -= entry.size;
+    used -= gone.size;
 }
 
 ZippedDataArchive::ZippedDataArchive() : state_(std::make_unique<State>()) {}
@@ -103,7 +85,7 @@ bool ZippedDataArchive::BindArchiveToMemory(void* memory, std::uint64_t capacity
 bool ZippedDataArchive::UnbindArchiveFromMemory() {
     const std::lock_guard guard(state_->lock);
     if (!state_->bound()) return false;
-    state_->reset();
+    state_->entries.clear();
     state_->base = nullptr;
     state_->capacity = 0;
     return true;
@@ -116,20 +98,21 @@ bool ZippedDataArchive::IsMemoryBound() {
 
 void ZippedDataArchive::ResetEntryMap() {
     const std::lock_guard guard(state_->lock);
-    state_->reset();
+    state_->entries.clear();
 }
 
 bool ZippedDataArchive::AddEntry(const char* name, const void* data, std::uint64_t size,
                                  std::uint64_t unzipped_length) {
-    return guarded(name, false, [&] {
-        const std::lock_guard guard(state_->lock);
-        State& state = *state_;
+    State& state = *state_;
+    return state.locked(name, false, [&](std::string key) {
         if (!state.bound() || (!data && size != 0)) return false;
         // Never to the last byte; and a new binding may be smaller than what was used of the old one.
         if (state.used >= state.capacity || size >= state.capacity - state.used) return false;
-        std::string key = key_of(name);
         if (state.find_visible(key)) return false;
-        state.record(std::move(key), size, unzipped_length);
+        // An ignored name may be held already: the new bytes then take its place.
+        Entry& entry = state.entries.try_emplace(std::move(key), Entry{state.added, 0, 0, 0}).first->second;
+        entry = {.order = entry.order, .offset = state.used, .size = size, .unzipped_length = unzipped_length};
+        ++state.added;
         if (size != 0) std::memcpy(state.base + state.used, data, static_cast<std::size_t>(size));
         state.used += size;
         return true;
@@ -137,9 +120,8 @@ bool ZippedDataArchive::AddEntry(const char* name, const void* data, std::uint64
 }
 
 bool ZippedDataArchive::GetEntry(const char* name, const void** data, std::uint64_t* size) {
-    return guarded(name, false, [&] {
-        const std::lock_guard guard(state_->lock);
-        const Entry* entry = state_->find_visible(key_of(name));
+    return state_->locked(name, false, [&](const std::string& key) {
+        const Entry* const entry = state_->find_visible(key);
         if (!entry) return false;
         if (data) *data = state_->base + entry->offset;
         if (size) *size = entry->size;
@@ -148,9 +130,8 @@ bool ZippedDataArchive::GetEntry(const char* name, const void** data, std::uint6
 }
 
 std::uint64_t ZippedDataArchive::GetEntryUnzippedLength(const char* name) {
-    return guarded(name, std::uint64_t{0}, [&] {
-        const std::lock_guard guard(state_->lock);
-        const Entry* entry = state_->find(key_of(name));
+    return state_->locked(name, std::uint64_t{0}, [&](const std::string& key) {
+        const Entry* const entry = state_->find(key);
         return entry ? entry->unzipped_length : 0;
     });
 }
@@ -158,13 +139,11 @@ std::uint64_t ZippedDataArchive::GetEntryUnzippedLength(const char* name) {
 bool ZippedDataArchive::ReadEntryAsZippedData(const char* name, void* buffer, std::uint64_t capacity,
                                               std::uint32_t* length) {
     if (length) *length = 0;
-    return guarded(name, false, [&] {
-        const std::lock_guard guard(state_->lock);
-        const Entry* entry = state_->find_visible(key_of(name));
-        if (!entry) return false;
+    return state_->locked(name, false, [&](const std::string& key) {
+        const Entry* const entry = state_->find_visible(key);
         std::size_t got = 0;
-        if (!inflate_zlib_stream(state_->base + entry->offset, static_cast<std::size_t>(entry->size), buffer,
-                                 static_cast<std::size_t>(capacity), got))
+        if (!entry || !inflate_zlib_stream(state_->base + entry->offset, static_cast<std::size_t>(entry->size), buffer,
+                                           static_cast<std::size_t>(capacity), got))
             return false;
         if (length) *length = static_cast<std::uint32_t>(got);
         return true;
@@ -172,14 +151,10 @@ bool ZippedDataArchive::ReadEntryAsZippedData(const char* name, void* buffer, st
 }
 
 bool ZippedDataArchive::RemoveEntry(const char* name) {
-    return guarded(name, false, [&] {
-        const std::lock_guard guard(state_->lock);
-        const auto found = state_->by_name.find(key_of(name));
-        if (found == state_->by_name.end()) return false;
-        const auto entry = found->second;
-        state_->by_name.erase(found);
-        state_->close_gap(*entry);
-        state_->entries.erase(entry);
+    return state_->locked(name, false, [&](const std::string& key) {
+        const auto found = state_->entries.extract(key);
+        if (found.empty()) return false;
+        state_->close_gap(found.mapped());
         return true;
     });
 }
@@ -187,34 +162,29 @@ bool ZippedDataArchive::RemoveEntry(const char* name) {
 bool ZippedDataArchive::EntryExists(const char* name) { return GetEntry(name, nullptr, nullptr); }
 
 void ZippedDataArchive::GetAllFilenames(ztl::list<fs::string>& names) {
-    guarded("", [&] {
-        const std::lock_guard guard(state_->lock);
+    state_->locked("", false, [&](const std::string&) {
+        std::map<std::uint64_t, std::string_view> in_order;
+        for (const auto& [name, entry] : state_->entries) in_order.emplace(entry.order, name);
         ztl::list<fs::string> held;
-        for (const Entry& entry : state_->entries) held.push_back(entry.name);
+        for (const auto& [order, name] : in_order) held.emplace_back(name);
         names = std::move(held);
+        return true;
     });
 }
 
 void ZippedDataArchive::AddIgnoredFile(const char* name) {
-    guarded(name, [&] {
-        const std::lock_guard guard(state_->lock);
-        std::string key = key_of(name);
-        if (!state_->ignores(key)) state_->ignored.push_back(std::move(key));
+    state_->locked(name, false, [&](const std::string& key) {
+        if (!state_->ignores(key)) state_->ignored.push_back(key);
+        return true;
     });
 }
 
 void ZippedDataArchive::RemoveIgnoredFile(const char* name) {
-    guarded(name, [&] {
-        const std::lock_guard guard(state_->lock);
-        std::erase(state_->ignored, key_of(name));
-    });
+    state_->locked(name, std::size_t{0}, [&](const std::string& key) { return std::erase(state_->ignored, key); });
 }
 
 bool ZippedDataArchive::IsIgnoredFile(const char* name) {
-    return guarded(name, false, [&] {
-        const std::lock_guard guard(state_->lock);
-        return state_->ignores(key_of(name));
-    });
+    return state_->locked(name, false, [&](const std::string& key) { return state_->ignores(key); });
 }
 
 }  // namespace fs

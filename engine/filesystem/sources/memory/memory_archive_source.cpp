@@ -5,9 +5,9 @@
 #include <engine/filesystem/sources/memory_archive.h>
 #include <engine/filesystem/streams/memory.h>
 
+#include "engine/filesystem/contract/name_list.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/message.h"
-#include "engine/filesystem/sources/joined_name.h"
 
 namespace fs {
 

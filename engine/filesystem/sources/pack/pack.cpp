@@ -18,6 +18,7 @@
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/sources/pack/archive.h"
+#include "engine/platform/lock.h"
 
 namespace {
 
@@ -66,7 +67,7 @@ struct CZip_dir::State {
 
     std::shared_ptr<fs::PackArchive> archive;  // null until init has succeeded
     std::string native_spelling;
-    std::mutex tree_lock;  // guards the first filling of `tree`
+    platform::Mutex tree_lock;  // guards the first filling of `tree`
     fs::dir tree;
     bool tree_wanted = false;  // dir_tree was asked for
 };

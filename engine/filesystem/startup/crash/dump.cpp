@@ -16,6 +16,7 @@
 #include "engine/platform/crash.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/files.h"
+#include "engine/platform/lock.h"
 
 namespace {
 
@@ -25,7 +26,7 @@ using platform::path_buffer_size;
 constexpr MessageSource source{"Crash", "engine/filesystem/kernelimports"};
 
 struct DumpState {
-    std::mutex lock;  // guards what follows; a handler reads `directory` and `local_offset` without it
+    platform::Mutex lock;  // guards what follows; a handler reads `directory` and `local_offset` without it
     char log_directory[path_buffer_size] = "";
     // Written before the handler is there.
     char directory[path_buffer_size] = "";

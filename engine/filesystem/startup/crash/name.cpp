@@ -1,6 +1,5 @@
 #include "engine/filesystem/startup/crash/name.h"
 
-#include <algorithm>
 #include <charconv>
 #include <cstdint>
 
@@ -24,12 +23,9 @@ void add_stamped_name(platform::BoundedText& out, const platform::CalendarTime& 
     const auto add = [&](int value, std::size_t width) { add_number(out, static_cast<std::uint32_t>(value), width); };
     out.add("crash_");
     add(time.year, 4);
-    add(time.month, 2);
-    add(time.day, 2);
+    for (const int part : {time.month, time.day}) add(part, 2);
     out.add('_');
-    add(time.hour, 2);
-    add(time.minute, 2);
-    add(time.second, 2);
+    for (const int part : {time.hour, time.minute, time.second}) add(part, 2);
     add(time.millisecond, 3);
     out.add(ending);
 }

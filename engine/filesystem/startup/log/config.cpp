@@ -1,10 +1,10 @@
 // The logging configuration: found, read whole, parsed and applied command by command.
 #include "engine/filesystem/startup/log/config.h"
 
-#include <cstdio>
-#include <memory>
+#include <algorithm>
 #include <new>
 #include <optional>
+#include <utility>
 
 #include <engine/filesystem/access.h>
 #include <engine/filesystem/contract.h>
@@ -13,7 +13,7 @@
 #include <engine/kernel/parser.h>
 
 #include "engine/filesystem/contract/file_ptr.h"
-#include "engine/platform/directories.h"
+#include "engine/kernel/text.h"
 #include "engine/platform/files.h"
 #include "engine/platform/process.h"
 
@@ -27,41 +27,15 @@ constexpr const char* keywords =
     "!Permit(s,i,i)\r\n!BrenixLogLevel(s)\r\n!BrenixLogCategoryLevel(s,s)\r\n!BrenixLogMessageSource(i)";
 constexpr std::uint64_t largest_configuration = 64u << 20;
 
-constexpr char upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c; }
-
-ELevel::TYPE verbose_level(char c, bool letter_e_counts) {
-    if (c >= '1' && c <= '8') return static_cast<ELevel::TYPE>(static_cast<int>(ELevel::VER1) + (c - '1'));
-    return c == '9' || (letter_e_counts && upper(c) == 'E') ? ELevel::VERE : ELevel::VERB;
-}
-
-struct CloseText {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
-std::optional<std::string> read_through_file_system(const std::string& name) {
-    const fs::FilePtr file(fs::open(name.c_str(), EFSMode::READ));
-    if (file == nullptr) return std::nullopt;
-    const std::uint64_t length = fs::length(file.get());
+/// All of an open file, whichever kind it is of. Line ends need no care: the parser takes returns for blanks.
+template <class File>
+std::optional<std::string> read_whole(File& file) {
+    const std::uint64_t length = file.length();
     if (length > largest_configuration) return std::nullopt;
     std::string text(static_cast<std::size_t>(length), '\0');
-    const std::uint64_t got = fs::read(file.get(), text.data(), length);
+    const std::uint64_t got = file.read(text.data(), length);
     if (got > length) return std::nullopt;
     text.resize(static_cast<std::size_t>(got));
-    return text;
-}
-
-/// As the C run-time reads text: on Windows it ends at a control-Z, and "\r\n" is one character.
-std::optional<std::string> read_from_disk(const std::string& name) {
-    char path[platform::path_buffer_size];
-    if (!platform::resolve_case(name.c_str(), path)) return std::nullopt;
-    const std::unique_ptr<std::FILE, CloseText> file(std::fopen(path, "rt"));
-    if (file == nullptr) return std::nullopt;
-    std::string text;
-    char piece[16384];
-    while (const std::size_t got = std::fread(piece, 1, sizeof(piece), file.get())) {
-        if (text.size() + got > largest_configuration) return std::nullopt;
-        text.append(piece, got);
-    }
     return text;
 }
 
@@ -72,12 +46,14 @@ bool is_file_on_disk(const std::string& name) {
 
 std::optional<std::string> read_text(const std::string& name) {
     const bool through_file_system = fs::is_initialized();
-    const std::string beside = platform::executable_directory() + name;
     const bool is_here = through_file_system ? fs::exists(name.c_str()) : is_file_on_disk(name);
-    const std::string& chosen = is_here ? name : beside;
-    if (through_file_system) return read_through_file_system(chosen);
-    // Opening a device or a pipe could block for ever.
-    return is_file_on_disk(chosen) ? read_from_disk(chosen) : std::nullopt;
+    const std::string path = is_here ? name : platform::executable_directory() + name;
+    if (through_file_system) {
+        const fs::FilePtr file(fs::open(path.c_str(), EFSMode::READ));
+        return file == nullptr ? std::nullopt : read_whole(*file);
+    }
+    platform::File file = platform::File::open(path.c_str(), {});
+    return file.valid() ? read_whole(file) : std::nullopt;
 }
 
 bool read_include(const char* name, std::string& out, void*) try {
@@ -115,28 +91,19 @@ void apply(const kernel::SConfigCommand& command) {
 }  // namespace
 
 ELevel::TYPE level_from_name(std::string_view name) {
+    constexpr std::pair<char, ELevel::TYPE> first_letters[] = {
+        {'a', ELevel::VERE}, {'x', ELevel::VERE}, {'d', ELevel::DEBG}, {'e', ELevel::ERRR},
+        {'f', ELevel::FATL}, {'i', ELevel::INFO}, {'w', ELevel::WARN}, {'v', ELevel::VERB}};
     if (name.empty()) return ELevel::NONE;
-    switch (upper(name[0])) {
-        case 'A':
-        case 'X':
-            return ELevel::VERE;
-        case 'D':
-            return ELevel::DEBG;
-        case 'E':
-            return ELevel::ERRR;
-        case 'F':
-            return ELevel::FATL;
-        case 'I':
-            return ELevel::INFO;
-        case 'W':
-            return ELevel::WARN;
-        case 'V':
-            break;
-        default:
-            return ELevel::NONE;
-    }
-    if (name.size() == 2) return verbose_level(name[1], false);
-    return name.size() >= 8 ? verbose_level(name[7], true) : ELevel::VERB;
+    const auto* const found =
+        std::ranges::find(first_letters, kernel::fold(name[0]), &std::pair<char, ELevel::TYPE>::first);
+    if (found == std::end(first_letters)) return ELevel::NONE;
+    if (found->second != ELevel::VERB || (name.size() != 2 && name.size() < 8)) return found->second;
+    // "V3" or "Verbose3".
+    const char digit = name.size() == 2 ? name[1] : name[7];
+    if (digit >= '1' && digit <= '8') return static_cast<ELevel::TYPE>(ELevel::VER1 + (digit - '1'));
+    const bool is_everything = digit == '9' || (name.size() != 2 && kernel::fold(digit) == 'e');
+    return is_everything ? ELevel::VERE : ELevel::VERB;
 }
 
 bool apply_configuration(const std::string& text, const char* file) {

@@ -15,17 +15,19 @@
 #include "engine/filesystem/contract/file_ptr.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/native_file.h"
-#include "engine/filesystem/log/hooks.h"
+#include "engine/filesystem/log/sinks.h"
 #include "engine/filesystem/startup/crash/dump.h"
 #include "engine/platform/files.h"
+#include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
+#include "engine/platform/per_thread.h"
 
 namespace crash {
 
 namespace {
 
 struct LogFile {
-    std::mutex lock;          // guards what follows but `is_open`, and all names until it is set
+    platform::Mutex lock;     // guards what follows but `is_open`, and all names until it is set
     SFsFile* file = nullptr;  // owned
     bool is_ours = false;     // made by this process, hence ours to remove
     bool at_line_start = true;
@@ -42,7 +44,7 @@ LogFile& log_file() {
 }
 
 // Writing may itself log (a failure, say); such a message must not wait for the file that its own thread is writing.
-thread_local bool is_writing = false;
+constinit platform::PerThread<bool, struct WritingLogFile> is_writing;
 
 class FileLock {
 public:
@@ -52,7 +54,7 @@ public:
     FileLock& operator=(const FileLock&) = delete;
 
 private:
-    const std::lock_guard<std::mutex> guard_;
+    const std::lock_guard<platform::Mutex> guard_;
 };
 
 /// False when not all of it was written.
@@ -79,11 +81,6 @@ bool is_file_on_disk(const std::string& native_path) {
     return attributes && !attributes->is_directory;
 }
 
-bool is_empty_file(const std::string& native_path) {
-    const auto attributes = platform::get_attributes(native_path.c_str());
-    return attributes && !attributes->is_directory && attributes->size == 0;
-}
-
 /// Made, or emptied, and from then on written at its end alone where the file is one of the disk.
 SFsFile* open_appending(const char* name) {
     SFsFile* const file = fs::open(name, EFSMode::WRITE, FFSOpenFlags::CREATE);
@@ -97,7 +94,9 @@ void remove_empty_file(const LogFile& log) {
     if (log.native_path.empty()) return;
     if (fs::is_initialized() && fs::full_path(log.virtual_name.c_str()) == log.native_path)
         fs::rem_file(log.virtual_name.c_str());
-    if (is_empty_file(log.native_path)) platform::remove_file(log.native_path.c_str());
+    const auto attributes = platform::get_attributes(log.native_path.c_str());
+    if (attributes && !attributes->is_directory && attributes->size == 0)
+        platform::remove_file(log.native_path.c_str());
 }
 
 }  // namespace
@@ -124,12 +123,12 @@ Opened open_log_file(const std::string& name, bool must_be_new) {
         log.native_path.swap(native_path);
     }
     log.is_open.store(true, std::memory_order_release);
-    logging::start_up_values().write_to_file.store(write_line, std::memory_order_release);
+    logging::state.write_to_file.store(write_line, std::memory_order_release);
     return Opened::YES;
 }
 
 void close_log_file() {
-    logging::start_up_values().write_to_file.store(nullptr, std::memory_order_release);
+    logging::state.write_to_file.store(nullptr, std::memory_order_release);
     LogFile& log = log_file();
     log.is_open.store(false, std::memory_order_release);
     const fs::ErrorKeeper keeper;

@@ -1,5 +1,5 @@
-// How the log is prepared for a process. One thread at a time does the work; whoever comes meanwhile, on this thread or
-// another, goes on without waiting, and its message without the file.
+// How the log is prepared for a process, in five phases. One thread at a time does the work; whoever comes meanwhile, on
+// this thread or another, goes on without waiting, and its message without the file.
 //
 //     NOT_STARTED ---> STARTED ---> OPENING ---> COMPLETE        (the first message, or CrashInit, walks as far as it can)
 //         |  switches and  |  the file system  |  there is a file,  |
@@ -9,8 +9,8 @@
 // While the file system is not there yet the phase stays STARTED, and each message for the file tries again.
 #include <engine/filesystem/startup/crash.h>
 
+#include <algorithm>
 #include <atomic>
-#include <new>
 #include <string>
 
 #include <engine/filesystem/log.h>
@@ -18,8 +18,8 @@
 
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/assertions.h"
-#include "engine/filesystem/log/hooks.h"
 #include "engine/filesystem/log/levels.h"
+#include "engine/filesystem/log/sinks.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/startup/crash/assert.h"
 #include "engine/filesystem/startup/crash/name.h"
@@ -32,53 +32,38 @@
 namespace {
 
 using logging::StartUp;
-using logging::StartUpValues;
 
 constexpr std::uint32_t all_bits = 0xFFFFFFFFu;
 constexpr const char* fallback_log_name = "out/logs/crash.log";
 
-struct CrashState {
-    std::atomic_flag busy;  // held by the thread that runs a step; guards the next two
+struct Progress {
+    std::atomic_flag busy;  // set by the thread that runs a step; guards the next two
     bool is_silent = false;
     bool is_configured = false;
-    std::atomic<bool> call_stacks{true};
 };
-constinit CrashState state;
-
-StartUpValues& values() { return logging::start_up_values(); }
+constinit Progress progress;
 
 /// Nothing happens, and false is answered, when the phase is not `from`.
 bool change_phase(StartUp from, StartUp to) {
-    return values().phase.compare_exchange_strong(from, to, std::memory_order_acq_rel);
-}
-
-void read_switches() {
-    const char* const line = platform::command_line();
-    state.is_silent = crash::has_switch(line, "silent");
-    values().verbose.store(crash::has_switch(line, "verbose"), std::memory_order_relaxed);
+    return logging::state.phase.compare_exchange_strong(from, to, std::memory_order_acq_rel);
 }
 
 void read_configuration() {
-    if (state.is_configured) return;
+    if (progress.is_configured) return;
     const std::string name = crash::option_value(platform::command_line(), "logcfg=").value_or("CrashLog.cfg");
-    state.is_configured = crash::read_configuration(name);
+    progress.is_configured = crash::read_configuration(name);
 }
 
 void start(bool console) {
-    values().console.store(console ? platform::standard_output() : nullptr, std::memory_order_release);
-    read_switches();
+    logging::state.console = console ? platform::standard_output() : nullptr;
+    const char* const line = platform::command_line();
+    progress.is_silent = crash::has_switch(line, "silent");
+    logging::state.verbose = crash::has_switch(line, "verbose");
     _CLFilterClear();
     read_configuration();
     _CLFilterAdd(logging::code("LLOG"), all_bits, CLFilterAction::CONSOLE);
-    if (values().verbose.load(std::memory_order_relaxed)) {
-        _CLFilterAdd(logging::code("CLOG"), all_bits, CLFilterAction::BOTH);
-    }
+    if (logging::state.verbose) _CLFilterAdd(logging::code("CLOG"), all_bits, CLFilterAction::BOTH);
     change_phase(StartUp::NOT_STARTED, StartUp::STARTED);
-}
-
-void raise_level(Log::ELevel::TYPE level) {
-    Log::Settings& settings = Log::Settings::Instance();
-    if (settings.GetLevel() < level) settings.SetLevel(level);
 }
 
 std::string with_process(const std::string& name) {
@@ -108,9 +93,10 @@ bool open_named(const std::string& name) {
 }
 
 void open_file() {
-    const bool is_verbose = values().verbose.load(std::memory_order_relaxed);
-    if (state.is_silent && !is_verbose) return;
-    raise_level(is_verbose ? Log::ELevel::DEBG : Log::ELevel::INFO);
+    const bool is_verbose = logging::state.verbose;
+    if (progress.is_silent && !is_verbose) return;
+    Log::Settings& settings = Log::Settings::Instance();
+    settings.SetLevel(std::max(settings.GetLevel(), is_verbose ? Log::ELevel::DEBG : Log::ELevel::INFO));
     const auto given = crash::option_value(platform::command_line(), "logfile=");
     if (given ? open_named(*given) : open_stamped()) return;
     open_named(fallback_log_name);
@@ -119,30 +105,14 @@ void open_file() {
 /// The step that needs the file system. Who closes the log meanwhile finds the file closed again.
 void complete() {
     if (!fs::is_initialized() || !change_phase(StartUp::STARTED, StartUp::OPENING)) return;
-    try {
-        open_file();
-    } catch (const std::bad_alloc&) {
-        change_phase(StartUp::OPENING, StartUp::STARTED);  // for the next message to try again
-        return;
-    }
+    open_file();
     if (!change_phase(StartUp::OPENING, StartUp::COMPLETE)) crash::close_log_file();
 }
 
-void run_steps(bool console) {
-    const fs::ErrorKeeper keeper;
-    const StartUp phase = values().phase.load(std::memory_order_acquire);
-    if (phase == StartUp::NOT_STARTED) start(console);
-    if (phase == StartUp::STARTED) read_configuration();
-    complete();
-}
-
-void run_by_message() { CrashInit(false); }
-bool may_start_now() { return !fs::registry::this_thread_holds_lock(); }
-
 /// Done as the library is loaded: the first message of a process may come before any call that could do it.
 bool install() {
-    values().may_start_now.store(may_start_now, std::memory_order_release);
-    values().run.store(run_by_message, std::memory_order_release);
+    logging::state.may_start_now = [] { return !fs::registry::this_thread_holds_lock(); };
+    logging::state.run = [] { CrashInit(false); };
     logging::set_default_assert_handler(crash::ask_about_assertion);
     return true;
 }
@@ -151,34 +121,38 @@ bool install() {
 }  // namespace
 
 void CrashInit(bool console) {
-    if (state.busy.test_and_set(std::memory_order_acquire)) return;
+    if (progress.busy.test_and_set(std::memory_order_acquire)) return;
     try {
-        run_steps(console);
-    } catch (const std::bad_alloc&) {
-        // The next message tries again.
+        const fs::ErrorKeeper keeper;
+        const StartUp phase = logging::state.phase;
+        if (phase == StartUp::NOT_STARTED) start(console);
+        if (phase == StartUp::STARTED) read_configuration();
+        complete();
+    } catch (...) {  // no memory: the next message tries again
+        change_phase(StartUp::OPENING, StartUp::STARTED);
     }
-    state.busy.clear(std::memory_order_release);
+    progress.busy.clear(std::memory_order_release);
 }
 
 void CrashInit() { CrashInit(false); }
 
 void CrashClose() {
-    values().phase.store(StartUp::CLOSED, std::memory_order_release);
+    logging::state.phase = StartUp::CLOSED;
     crash::close_log_file();
 }
 
-void CrashInitOutToConsole() { values().console.store(platform::standard_output(), std::memory_order_release); }
-void CrashDisableOutToConsole() { values().console.store(nullptr, std::memory_order_release); }
-void* CrashGetConsoleHandle() { return values().console.load(std::memory_order_acquire); }
+void CrashInitOutToConsole() { logging::state.console = platform::standard_output(); }
+void CrashDisableOutToConsole() { logging::state.console = nullptr; }
+void* CrashGetConsoleHandle() { return logging::state.console; }
 
 void CrashGetStats(std::uint32_t& errors, std::uint32_t& warnings) {
-    errors = logging::error_count();
-    warnings = logging::warning_count();
+    errors = logging::state.errors;
+    warnings = logging::state.warnings;
 }
 
-void CrashShowMessageBox(bool on) { values().message_boxes.store(on, std::memory_order_relaxed); }
-bool CrashCanShowMessageBox() { return values().message_boxes.load(std::memory_order_relaxed); }
-void CrashShowCallstackInAsserts(bool on) { state.call_stacks.store(on, std::memory_order_relaxed); }
-bool CrashCanShowCallstackInAsserts() { return state.call_stacks.load(std::memory_order_relaxed); }
+void CrashShowMessageBox(bool on) { logging::state.message_boxes = on; }
+bool CrashCanShowMessageBox() { return logging::state.message_boxes; }
+void CrashShowCallstackInAsserts(bool on) { logging::state.call_stacks = on; }
+bool CrashCanShowCallstackInAsserts() { return logging::state.call_stacks; }
 
 const char* CrashGetLogFileName() { return crash::log_file_name(); }

@@ -2,14 +2,14 @@
 
 #include <algorithm>
 
+#include "engine/kernel/text.h"
+
 namespace crash {
 
 namespace {
 
 constexpr std::size_t value_limit = 260;
 
-constexpr char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
-bool equal_folded(char a, char b) { return lower(a) == lower(b); }
 bool is_separator(char c) { return c == ' ' || c == '\t'; }
 
 /// Whether `before`, what stands before a word, ends in a marker that starts the line or follows a blank.
@@ -25,13 +25,12 @@ bool ends_in_marker(std::string_view before) {
 /// Calls `use` with what follows each marked occurrence of `word`, until it answers true.
 template <class Use>
 bool for_each_switch(std::string_view line, std::string_view word, Use use) {
-    auto from = line.begin();
-    while (true) {
-        const auto found = std::search(from, line.end(), word.begin(), word.end(), equal_folded);
-        if (found == line.end()) return false;
-        const auto at = static_cast<std::size_t>(found - line.begin());
+    const auto is_same = [](char a, char b) { return kernel::fold(a) == kernel::fold(b); };
+    for (auto from = line.begin();; ++from) {
+        from = std::search(from, line.end(), word.begin(), word.end(), is_same);
+        if (from == line.end()) return false;
+        const auto at = static_cast<std::size_t>(from - line.begin());
         if (ends_in_marker(line.substr(0, at)) && use(line.substr(at + word.size()))) return true;
-        from = found + 1;
     }
 }
 

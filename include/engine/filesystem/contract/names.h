@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
+#include <memory>
 
 #include <engine/filesystem/api.h>
 
@@ -70,29 +70,8 @@ public:
     dir* add_child(const char* name, std::size_t length);
 
 private:
-    dir* find_child(const char* name, std::size_t length) const;
-    dir* find_indexed(const char* name, std::size_t length, std::uint32_t hash) const;
-    dir* append_child(const char* name, std::size_t length);
-    bool copy_below(const dir& other);
-    void link(dir* child);
-    void unlink();
-    void index_child(dir* child);
-    void unindex_child(dir* child);
-    void build_index(std::size_t bucket_count);
-    void drop_index();
-
-    char* name_ = nullptr;
-    dir* parent_ = nullptr;
-    dir* first_child_ = nullptr;
-    dir* last_child_ = nullptr;
-    dir* previous_sibling_ = nullptr;
-    dir* next_sibling_ = nullptr;
-    dir** buckets_ = nullptr;         // finds a child by name; null while there are few
-    dir* next_in_bucket_ = nullptr;   // in the parent's buckets
-    std::uint32_t bucket_count_ = 0;  // a power of two
-    std::uint32_t child_count_ = 0;
-    std::uint32_t name_length_ = 0;
-    std::uint32_t name_hash_ = 0;
+    struct State;
+    std::unique_ptr<State> state_;
 };
 
 }  // namespace fs

@@ -28,7 +28,7 @@ public:
     path& operator=(const path& other);
     path& operator=(path&& other) noexcept;
     ~path() {
-        if ((flags_ & (file_on_heap | dir_on_heap)) != 0) Release();
+        if ((flags_ & on_heap) != 0) Release();
     }
 
     /// Replaces both parts and sets the flags to installed, plus lower-cased when `lower`.
@@ -45,14 +45,8 @@ public:
     /// The directory, ending in "/"; "" when there is none. Valid until the path changes.
     const char* PathName() const { return PathNameView().data(); }
     /// The same two texts with their lengths.
-    std::string_view FileNameView() const {
-        if ((flags_ & file_on_heap) != 0) return {file_.heap.text, file_.heap.length};
-        return {file_.inline_text, file_length_};
-    }
-    std::string_view PathNameView() const {
-        if ((flags_ & dir_on_heap) != 0) return {dir_.heap.text, dir_.heap.length};
-        return {dir_.inline_text, dir_length_};
-    }
+    std::string_view FileNameView() const { return {text() + dir_length_ + 1, file_length_}; }
+    std::string_view PathNameView() const { return {text(), dir_length_}; }
 
     bool IsInstalled() const { return (flags_ & installed) != 0; }
     void SetInstalled(bool on);
@@ -81,33 +75,28 @@ public:
     std::uint64_t calc_occupied_space() const;
 
 private:
-    static constexpr std::size_t inline_capacity = 32;
-    static constexpr std::uint8_t file_on_heap = 1;
-    static constexpr std::uint8_t dir_on_heap = 2;
+    static constexpr std::size_t inline_capacity = 64;
+    static constexpr std::uint8_t on_heap = 1;
     static constexpr std::uint8_t lowercase = 4;
     static constexpr std::uint8_t installed = 8;
 
-    /// One part: up to 31 characters in place, a longer text in a block of the C allocator, as the flag says.
-    union Text {
-        char inline_text[inline_capacity];
-        struct {
-            char* text;
-            std::uint32_t length;
-            std::uint32_t capacity;
-        } heap;
-    };
-
+    explicit path(std::uint8_t flags) { reset(flags); }
     void reset(std::uint8_t flags);
-    void set_normalized(const char* text, std::size_t length, std::uint8_t flags);
-    bool store(Text& part, std::uint8_t& length, std::uint8_t heap_flag, std::string_view text);
-    void assign(std::string_view dir, std::string_view file, std::uint8_t flags);
-    void release_part(Text& part, std::uint8_t& length, std::uint8_t heap_flag);
+    char* reserve(std::size_t dir_length, std::size_t file_length);
     void take_from(path& other);
+    const char* text() const { return (flags_ & on_heap) != 0 ? heap_.text : inline_; }
 
-    Text file_;
-    Text dir_;
-    std::uint8_t file_length_;  // of a text in place
-    std::uint8_t dir_length_;
+    struct Block {  // of the C allocator
+        char* text;
+        std::size_t capacity;
+    };
+    // The directory and the file name, each with a terminator: in place while they fit, else in a block.
+    union {
+        char inline_[inline_capacity];
+        Block heap_;
+    };
+    std::uint32_t dir_length_;
+    std::uint32_t file_length_;
     std::uint8_t flags_;
 };
 

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include <engine/filesystem/api.h>
+#include <engine/filesystem/contract/locating_source.h>
 #include <engine/filesystem/contract/native_source.h>
 #include <engine/filesystem/contract/source.h>
 #include <engine/filesystem/contract/whole_names.h>
@@ -27,7 +28,10 @@ struct DirectoryState;
 /// Failure  what answers false, null or -1 leaves the reason in fs::last_error and everything as it was; null for a
 ///          name that is not held leaves nothing there. Nothing throws.
 /// Threads  as for every source: the registry's lock guards each call. init runs outside it.
-class ENGINE_FS_API CWin32_dir : public CFSSource, public fs::NativeSource, public fs::WholeNames {
+class ENGINE_FS_API CWin32_dir : public CFSSource,
+                                 public fs::NativeSource,
+                                 public fs::WholeNames,
+                                 public fs::LocatingSource {
 public:
     /// `include`: null, or a null-terminated list of the only files (directory and name) that are shown.
     explicit CWin32_dir(EFSSourceType::TYPE type, const char* const* include = nullptr);
@@ -87,6 +91,7 @@ public:
     bool native_path(const fs::path& p, char* out, std::size_t capacity) override;
     std::uint32_t unlisted_directories() override;
     bool exists_whole(const fs::path& p) override;
+    Opening locate(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
 
 private:
     SFsFile* open_existing(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags);

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include <engine/filesystem/api.h>
+#include <engine/filesystem/contract/locating_source.h>
 #include <engine/filesystem/contract/native_source.h>
 #include <engine/filesystem/contract/source.h>
 #include <engine/filesystem/contract/whole_names.h>
@@ -15,7 +16,10 @@
 /// Times    in 100 ns since 1601, universal, where the directory source speaks of local time.
 /// Failure  what answers false, null or -1 leaves the reason in fs::last_error. Nothing throws.
 /// Threads  any; it has no state that changes after init.
-class ENGINE_FS_API CWin32_fallback : public CFSSource, public fs::NativeSource, public fs::WholeNames {
+class ENGINE_FS_API CWin32_fallback : public CFSSource,
+                                      public fs::NativeSource,
+                                      public fs::WholeNames,
+                                      public fs::LocatingSource {
 public:
     CWin32_fallback();
     ~CWin32_fallback() override;
@@ -58,8 +62,10 @@ public:
     bool rename_file(const fs::path& from, const fs::path& to) override;
     bool native_path(const fs::path& p, char* out, std::size_t capacity) override;
     bool exists_whole(const fs::path& p) override;
+    Opening locate(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
 
 private:
+    SFsFile* open(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags);
     bool remove_items(std::string_view dir);
 
     fs::path root_;

@@ -14,42 +14,44 @@ namespace {
 
 using testing::UnorderedElementsAre;
 
-TEST(DirectorySourceLinks, AreFollowedButNotRoundInACircle) {
+class DirectorySourceLinks : public testing::Test {
+protected:
+    bool mount() { return source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr); }
+    void link(const std::string& from, const std::string& to) const {
+        std::filesystem::create_directory_symlink(disk / to, disk / from);
+    }
+
     TempDirectory disk;
+    CWin32_dir source{EFSSourceType::DIR};
+};
+
+TEST_F(DirectorySourceLinks, AreFollowedButNotRoundInACircle) {
     disk.write("a/f", "1");
-    std::filesystem::create_directory_symlink(disk.path(), disk / "a/up");
-    std::filesystem::create_directory_symlink(disk / "a", disk / "a/self");
-    std::filesystem::create_directory_symlink(disk / "a", disk / "twin");
+    link("a/up", ".");
+    link("a/self", "a");
+    link("twin", "a");
     std::filesystem::create_symlink(disk / "a/f", disk / "file");
     std::filesystem::create_symlink(disk / "nowhere", disk / "broken");
-    CWin32_dir source(EFSSourceType::DIR);
-    ASSERT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
+    ASSERT_TRUE(mount());
     EXPECT_THAT(all_names(source), UnorderedElementsAre("a/f", "twin/f", "file"));
 }
 
-TEST(DirectorySourceLinks, ThatLeadToEachOtherEndAndThoseToOnePlaceAllCount) {
-    TempDirectory disk;
+TEST_F(DirectorySourceLinks, ThatLeadToEachOtherEndAndThoseToOnePlaceAllCount) {
     for (const char from : std::string("12345678")) {
         disk.write(std::string("d") + from + "/f", "1");
-        for (const char to : std::string("12345678")) {
-            std::filesystem::create_directory_symlink(disk / (std::string("d") + to),
-                                                      disk / (std::string("d") + from + "/l" + to));
-        }
+        for (const char to : std::string("12345678")) link(std::string("d") + from + "/l" + to, std::string("d") + to);
     }
-    CWin32_dir source(EFSSourceType::DIR);
-    ASSERT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
+    ASSERT_TRUE(mount());
     // Eight directories, seven links in each, and a chain that reached six of them for the first time.
     EXPECT_EQ(all_names(source).size(), 8u + 8 * 7 + 6);
     for (const char* name : {"d1/l8/f", "d8/l1/f", "d5/l4/f"}) EXPECT_TRUE(source.exists_whole(fs::path(name, true)));
 }
 
-TEST(DirectorySourceLinks, AreRemovedThemselvesWithATree) {
-    TempDirectory disk;
+TEST_F(DirectorySourceLinks, AreRemovedThemselvesWithATree) {
     disk.write("target/f", "1");
     disk.write("tree/own", "1");
-    std::filesystem::create_directory_symlink(disk / "target", disk / "tree/link");
-    CWin32_dir source(EFSSourceType::DIR);
-    ASSERT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
+    link("tree/link", "target");
+    ASSERT_TRUE(mount());
     source.rem_dir(as_dir("tree/link"));
     EXPECT_THAT(all_names(source), UnorderedElementsAre("target/f", "tree/own"));
     EXPECT_EQ(source.dir_tree()->find("tree/link"), nullptr);
@@ -57,9 +59,9 @@ TEST(DirectorySourceLinks, AreRemovedThemselvesWithATree) {
     for (CFSSource* remover : std::initializer_list<CFSSource*>{&source, &fallback}) {
         const std::string root = remover == &source ? "" : disk.path() + "/";
         disk.write("tree/own", "1");
-        std::filesystem::create_directory_symlink(disk / "target", disk / "tree/link");
+        link("tree/link", "target");
         std::filesystem::create_symlink(disk / "nowhere", disk / "tree/broken");
-        std::filesystem::create_directory_symlink(disk / "target", disk / "alone");
+        link("alone", "target");
         source.refresh();
         remover->rem_dir(as_dir(root + "alone"));
         remover->rem_dir(as_dir(root + "tree"));
@@ -70,21 +72,17 @@ TEST(DirectorySourceLinks, AreRemovedThemselvesWithATree) {
     }
 }
 
-TEST(DirectorySourceLinks, NamesWithABackslashArePassedOver) {
-    TempDirectory disk;
+TEST_F(DirectorySourceLinks, NamesWithABackslashArePassedOver) {
     disk.write("..\\..\\x", "1");
     disk.write("b", "1");
-    CWin32_dir source(EFSSourceType::DIR);
-    ASSERT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
+    ASSERT_TRUE(mount());
     EXPECT_THAT(all_names(source), UnorderedElementsAre("b"));
 }
 
-TEST(DirectorySourceLinks, TwoSpellingsOfOneNameAreTwoFilesOfWhichTheFirstIsFound) {
-    TempDirectory disk;
+TEST_F(DirectorySourceLinks, TwoSpellingsOfOneNameAreTwoFilesOfWhichTheFirstIsFound) {
     disk.write("d/FILE", "upper");
     disk.write("d/file", "lower");
-    CWin32_dir source(EFSSourceType::DIR);
-    ASSERT_TRUE(source.init(as_dir(disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
+    ASSERT_TRUE(mount());
     EXPECT_THAT(all_names(source), UnorderedElementsAre("d/file", "d/file"));
     EXPECT_EQ(read_all(source.open_read(as_path("d/file"), FFSOpenFlags::NONE)), "upper");
 }

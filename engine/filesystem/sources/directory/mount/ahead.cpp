@@ -1,6 +1,7 @@
 #include "engine/filesystem/sources/directory/mount/ahead.h"
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
 #include <new>
 #include <thread>
@@ -46,7 +47,7 @@ void ListingAhead::list(const NativePath& path, Listed& out) const {
     if (!out.is_complete) out.error = platform::last_error();
 }
 
-void ListingAhead::expect(const NativePath& parent, std::string_view name, bool is_link) {
+void ListingAhead::prefetch(const NativePath& parent, std::string_view name, bool is_link) {
     std::string path;
     path.reserve(parent.length + name.size() + 1);
     path.append(parent.view()).append(name).append("/");
@@ -54,14 +55,13 @@ void ListingAhead::expect(const NativePath& parent, std::string_view name, bool 
     told_.push_back({std::move(path), parent.root_length, fits && !is_link});
 }
 
-void ListingAhead::release_expected() {
+void ListingAhead::start_prefetching() {
     if (told_.empty()) return;
     std::size_t count = 0;
     {
         const std::lock_guard guard(lock_);
-        expected_.insert(expected_.end(), std::make_move_iterator(told_.rbegin()),
-                         std::make_move_iterator(told_.rend()));
-        count = expected_.size();
+        pending_.insert(pending_.end(), std::make_move_iterator(told_.rbegin()), std::make_move_iterator(told_.rend()));
+        count = pending_.size();
         if (is_worth_waking()) is_idle_ = false;
     }
     has_work_.notify_one();
@@ -76,15 +76,14 @@ void ListingAhead::release_expected() {
 /// One directory alone is listed sooner than a sleeping thread wakes.
 bool ListingAhead::is_worth_waking() const {
     if (!is_idle_) return false;
-    const auto waits = [](const Expected& expected) { return expected.may_be_ahead && expected.slot == nullptr; };
-    const auto first = expected_.end() - static_cast<std::ptrdiff_t>(std::min(window, expected_.size()));
-    return static_cast<std::size_t>(std::count_if(first, expected_.end(), waits)) >= window / 2;
+    const auto first = pending_.end() - static_cast<std::ptrdiff_t>(std::min(window, pending_.size()));
+    return static_cast<std::size_t>(std::count_if(first, pending_.end(), std::mem_fn(&Pending::waits))) >= window / 2;
 }
 
 ListingAhead::Slot* ListingAhead::take_next() {
     if (asked_for_ != nullptr) free_.push_back(asked_for_);
-    asked_for_ = expected_.back().slot;
-    expected_.pop_back();
+    asked_for_ = pending_.back().slot;
+    pending_.pop_back();
     if (is_worth_waking()) {
         is_idle_ = false;
         has_work_.notify_one();
@@ -125,10 +124,9 @@ const ListingAhead::Listed& ListingAhead::list_now(const NativePath& path) {
 
 /// A slot for the next directory that nobody lists; null when there is none, or when there are too many listings about.
 ListingAhead::Slot* ListingAhead::begin_another() {
-    const auto waits = [](const Expected& expected) { return expected.may_be_ahead && expected.slot == nullptr; };
-    const auto end = expected_.rbegin() + static_cast<std::ptrdiff_t>(std::min(window, expected_.size()));
-    const auto expected = std::find_if(expected_.rbegin(), end, waits);
-    if (expected == end) return nullptr;
+    const auto end = pending_.rbegin() + static_cast<std::ptrdiff_t>(std::min(window, pending_.size()));
+    const auto pending = std::find_if(pending_.rbegin(), end, std::mem_fn(&Pending::waits));
+    if (pending == end) return nullptr;
     if (free_.empty()) {
         if (slots_.size() == slot_limit) return nullptr;
         free_.reserve(slots_.size() + 1);
@@ -139,9 +137,9 @@ ListingAhead::Slot* ListingAhead::begin_another() {
     free_.pop_back();
     slot->is_done = false;
     slot->path.cut(0);
-    slot->path.root_length = expected->root_length;
-    static_cast<void>(slot->path.append(expected->path));  // fits, or it would not be listed ahead
-    return expected->slot = slot;
+    slot->path.root_length = pending->root_length;
+    static_cast<void>(slot->path.append(pending->path));  // fits, or it would not be listed ahead
+    return pending->slot = slot;
 }
 
 // Without memory for a slot the thread ends, and the scan goes on alone.

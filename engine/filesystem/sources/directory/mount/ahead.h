@@ -1,6 +1,5 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -12,6 +11,7 @@
 
 #include "engine/filesystem/sources/paths.h"
 #include "engine/platform/directories.h"
+#include "engine/platform/lock.h"
 
 namespace fs {
 
@@ -35,10 +35,10 @@ public:
     ~ListingAhead();
 
     /// Tells of a subdirectory of `parent`, which ends in "/".
-    void expect(const NativePath& parent, std::string_view name, bool is_link);
-    /// Lets those that were told of since the last time be listed, first told first and before all earlier ones. Each
+    void prefetch(const NativePath& parent, std::string_view name, bool is_link);
+    /// Lists those that were told of since the last time, first told first and before all earlier ones. Each
     /// must then be asked for with next() or passed over with skip(), in that order.
-    void release_expected();
+    void start_prefetching();
     /// For links that are not followed and what is too long to be entered.
     void skip();
     /// What the directory holds that is next, `path`. Valid until the next call.
@@ -53,11 +53,13 @@ private:
         Listed listed;
         bool is_done = false;
     };
-    struct Expected {
+    struct Pending {
         std::string path;
         std::size_t root_length;
         bool may_be_ahead;  // links are looked at before they are entered, and over-long paths never are
         Slot* slot = nullptr;
+
+        bool waits() const { return may_be_ahead && slot == nullptr; }
     };
 
     void work();
@@ -68,20 +70,20 @@ private:
 
     const NativeRoot& root_;
     const bool with_times_;
-    std::vector<Expected> told_;
+    std::vector<Pending> told_;
     Listed own_;
     Slot* asked_for_ = nullptr;  // what next() returned last
     bool was_started_ = false;
 
-    std::mutex lock_;                 // guards what follows
-    std::vector<Expected> expected_;  // the last is next
+    platform::Mutex lock_;          // guards what follows
+    std::vector<Pending> pending_;  // the last is next
     std::vector<std::unique_ptr<Slot>> slots_;
     std::vector<Slot*> free_;  // with room for all slots
     bool is_idle_ = false;
     bool is_stopping_ = false;
 
-    std::condition_variable has_work_;
-    std::condition_variable is_listed_;
+    platform::ConditionVariable has_work_;
+    platform::ConditionVariable is_listed_;
     mt::CThread thread_;
 };
 

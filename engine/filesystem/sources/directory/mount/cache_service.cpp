@@ -1,8 +1,10 @@
 #include <array>
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
 
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/sources/directory/mount/cache_service.h"
 #include "engine/filesystem/sources/directory/mount/state.h"
 #include "engine/platform/modules.h"
@@ -32,40 +34,33 @@ constexpr std::array<const char*, ENTRY_COUNT> entry_names = {"fscCreateMountPoi
                                                               "fscIsServiceRunning",
                                                               "fscServiceRunning"};
 
+struct Unload {
+    void operator()(platform::Module* module) const { platform::unload_module(module); }
+};
+
 class CacheService {
 public:
     explicit CacheService(const char* module) : module_(platform::load_module(module)) {
-        is_complete_ = module_ && resolve();
+        for (std::size_t i = 0; module_ != nullptr && i < ENTRY_COUNT; ++i) {
+            entries_[i] = platform::find_symbol(module_.get(), entry_names[i]);
+            if (entries_[i] == nullptr) module_ = nullptr;
+        }
     }
-    CacheService(const CacheService&) = delete;
-    CacheService& operator=(const CacheService&) = delete;
-    ~CacheService() {
-        if (module_) platform::unload_module(module_);
-    }
-
     bool is_running() const {
-        return is_complete_ && call<bool (*)()>(INIT)() && call<bool (*)()>(IS_SERVICE_RUNNING)();
+        return module_ != nullptr && call<bool (*)()>(INIT)() && call<bool (*)()>(IS_SERVICE_RUNNING)();
     }
     ICacheServiceMountPoint* create_mount_point(const char* path) const {
         return call<ICacheServiceMountPoint* (*)(const char*, int)>(CREATE_MOUNT_POINT)(path, 1);
     }
 
 private:
-    bool resolve() {
-        for (std::size_t i = 0; i < ENTRY_COUNT; ++i) {
-            entries_[i] = platform::find_symbol(module_, entry_names[i]);
-            if (!entries_[i]) return false;
-        }
-        return true;
-    }
     template <class Function>
     Function call(Entry entry) const {
         return reinterpret_cast<Function>(entries_[entry]);
     }
 
-    platform::Module* module_;
+    std::unique_ptr<platform::Module, Unload> module_;  // null unless it has every entry
     std::array<void*, ENTRY_COUNT> entries_{};
-    bool is_complete_ = false;
 };
 
 // Whether a scan would pass over the item or a directory on the way to it. Where the scan begins is not asked.
@@ -86,20 +81,11 @@ void enter_item(const DirectoryState& state, MountedNames& to, const char* name)
 
 // Lets go of one of the module's objects however the listing ends. They are known by the order of their operations alone,
 // so a check of their C++ type would fail, here and where they are used.
-template <class Object>
-class Released {
-public:
-    explicit Released(Object* object) : object_(object) {}
-    Released(const Released&) = delete;
-    Released& operator=(const Released&) = delete;
-    __attribute__((no_sanitize("vptr"))) ~Released() {
-        if (object_) object_->release();
+struct Release {
+    template <class Object>
+    __attribute__((no_sanitize("vptr"))) void operator()(Object* object) const {
+        object->release();
     }
-    Object* operator->() const { return object_; }
-    explicit operator bool() const { return object_ != nullptr; }
-
-private:
-    Object* object_;
 };
 
 }  // namespace
@@ -109,9 +95,9 @@ __attribute__((no_sanitize("vptr"))) bool fill_from_cache_service(const Director
     const CacheService service(module);
     if (!service.is_running()) return false;
     const std::string path = state.native_root.text + state.start;
-    const Released mount_point(service.create_mount_point(path.c_str()));
+    const std::unique_ptr<ICacheServiceMountPoint, Release> mount_point(service.create_mount_point(path.c_str()));
     if (!mount_point) return false;
-    const Released items(mount_point->enumerate());
+    const std::unique_ptr<ICacheServiceItems, Release> items(mount_point->enumerate());
     for (; items && items->valid(); items->next()) enter_item(state, to, items->item_name());
     return true;
 }

@@ -18,12 +18,6 @@ namespace fs {
 
 namespace {
 
-std::string lower_case(std::string_view text) {
-    std::string lower(text);
-    fold_text(lower.data(), lower.size());
-    return lower;
-}
-
 class Scan {
 public:
     Scan(const DirectoryState& state, MountedNames& to, bool recursive, dir_listing* listing)
@@ -38,6 +32,10 @@ public:
     }
 
 private:
+    struct Waiting {  // a subdirectory of the path
+        std::string name;
+        bool is_link;
+    };
     struct Chained {
         std::size_t length;  // of the path of an ancestor
         std::optional<platform::DirectoryId> id;
@@ -46,8 +44,6 @@ private:
     void scan(fs::dir& node, const ListingAhead::Listed& listed);
     void note_unlisted(const platform::Error& error);
     void enter_items(const platform::DirectoryListing& listing, std::uint32_t dir_number);
-    void add_waiting(const platform::DirectoryItem& item);
-    void enter_subdirectories(std::size_t first, fs::dir& node);
     void enter_subdirectory(std::string_view name, bool is_link, fs::dir& node);
     bool follows();
     bool is_on_chain(const platform::DirectoryId& id);
@@ -58,7 +54,7 @@ private:
     dir_listing* listing_;
     NativePath path_;  // of the directory being scanned; ends in "/"
     ListingAhead ahead_;
-    std::vector<char> waiting_;   // subdirectories: "L" or "D" (link or not), name, NUL
+    std::vector<Waiting> waiting_;
     std::vector<Chained> chain_;  // the directories from the root to this one
     std::size_t links_on_chain_ = 0;
     std::set<std::pair<std::uint64_t, std::uint64_t>> linked_;  // directories that links led to
@@ -71,18 +67,22 @@ void Scan::scan(fs::dir& node, const ListingAhead::Listed& listed) {
     const std::size_t first_waiting = waiting_.size();
     enter_items(listed.items, dir_number);
     if (waiting_.size() == first_waiting) return;
-    ahead_.release_expected();
+    ahead_.start_prefetching();
     chain_.push_back({path_.length, std::nullopt});
-    enter_subdirectories(first_waiting, node);
+    const std::size_t end = waiting_.size();
+    for (std::size_t at = first_waiting; at < end; ++at) {
+        const Waiting next = std::move(waiting_[at]);  // what is below it waits behind the others
+        enter_subdirectory(next.name, next.is_link, node);
+    }
     chain_.pop_back();
-    waiting_.resize(first_waiting);
+    waiting_.erase(waiting_.begin() + static_cast<std::ptrdiff_t>(first_waiting), waiting_.end());
 }
 
 // A record of what could not be listed would make a passing failure last.
 void Scan::note_unlisted(const platform::Error& error) {
     if (listing_) listing_->spoil();
     if (error.failure == platform::Failure::NOT_FOUND) return;
-    to_.unlisted.insert(lower_case(path_.below_root()));
+    to_.unlisted.insert(lower_text(path_.below_root()));
     to_.unlisted_error = error;
 }
 
@@ -93,23 +93,9 @@ void Scan::enter_items(const platform::DirectoryListing& listing, std::uint32_t 
             state_.enter(to_, dir_number, {item.name, item.length});
             if (listing_) listing_->add_file({item.name, item.length});
         } else if (recursive_) {
-            add_waiting(item);
+            waiting_.push_back({{item.name, item.length}, item.is_link});
+            ahead_.prefetch(path_, {item.name, item.length}, item.is_link);
         }
-    }
-}
-
-void Scan::add_waiting(const platform::DirectoryItem& item) {
-    waiting_.push_back(item.is_link ? 'L' : 'D');
-    waiting_.insert(waiting_.end(), item.name, item.name + item.length + 1);
-    ahead_.expect(path_, {item.name, item.length}, item.is_link);
-}
-
-void Scan::enter_subdirectories(std::size_t first, fs::dir& node) {
-    const std::size_t end = waiting_.size();
-    for (std::size_t at = first; at < end;) {
-        const std::string name(waiting_.data() + at);
-        at += name.size() + 1;
-        enter_subdirectory(std::string_view(name).substr(1), name[0] == 'L', node);
     }
 }
 
@@ -118,7 +104,7 @@ void Scan::enter_subdirectory(std::string_view name, bool is_link, fs::dir& node
     if (!path_.append(name) || !path_.append("/") || (is_link && !follows())) {
         ahead_.skip();
     } else {
-        const std::string lower = lower_case(name);
+        const std::string lower = lower_text(name);
         fs::dir* const child = node.add_child(lower.data(), lower.size());
         if (child == nullptr) throw std::bad_alloc();
         links_on_chain_ += is_link ? 1 : 0;

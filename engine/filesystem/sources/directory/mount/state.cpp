@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/kernel/text.h"
@@ -14,9 +15,7 @@ namespace fs {
 std::unique_ptr<MountedNames> DirectoryState::no_names() const {
     auto made = std::make_unique<MountedNames>(native_root.view());
     if (start.empty()) return made;
-    std::string name = start.substr(0, start.size() - 1);
-    fold_text(name.data(), name.size());
-    made->tree.set_name(name.c_str());
+    made->tree.set_name(lower_text(start.substr(0, start.size() - 1)).c_str());
     return made;
 }
 
@@ -24,8 +23,7 @@ void DirectoryState::enter(MountedNames& to, std::uint32_t dir, std::string_view
     const std::string_view dir_text = to.table.dir_text(dir);
     if (native_root.length + dir_text.size() + spelled_name.size() > platform::max_path_bytes) return;
     if (!include.empty()) {
-        std::string full = std::string(dir_text).append(spelled_name);
-        fold_text(full.data(), full.size());
+        const std::string full = lower_text(std::string(dir_text).append(spelled_name));
         if (!std::binary_search(include.begin(), include.end(), full)) return;
     }
     to.table.add(dir, spelled_name, 1);
@@ -33,20 +31,31 @@ void DirectoryState::enter(MountedNames& to, std::uint32_t dir, std::string_view
 
 std::uint32_t DirectoryState::find(const fs::path& p, bool whole) const {
     std::string_view dir = p.PathNameView();
-    switch (place_of(native_root, dir)) {
-        case Place::OUTSIDE:
-            return NameTable::none;
-        case Place::INSIDE:
-            return names->table.find_exact(dir, p.FileNameView());
-        case Place::RELATIVE:
-            break;
-    }
-    return whole ? names->table.find_exact(dir, p.FileNameView()) : names->table.find(dir, p.FileNameView());
+    const Place place = place_of(native_root, dir);
+    if (place == Place::OUTSIDE) return NameTable::none;
+    if (place == Place::INSIDE || whole) return names->table.find_exact(dir, p.FileNameView());
+    return names->table.find(dir, p.FileNameView());
 }
 
-std::uint32_t DirectoryState::find_to_change(const fs::path& p) const {
+std::uint32_t DirectoryState::locate_to_change(const fs::path& p, NativePath& out) const {
     const std::uint32_t exact = find(p, true);
-    return exact != NameTable::none ? exact : find(p);
+    return with_path(exact != NameTable::none ? exact : find(p), out);
+}
+
+bool DirectoryState::place_for_file(const fs::path& p, NativePath& out) const {
+    const bool fits = !p.EmptyFile() && native_path(p, out);
+    if (fits && !climbs(p.PathNameView()) && is_creatable(out.below_root())) return true;
+    return refuse(EFSError::INVALID_NAME, p.FileName(),
+                  "The new name is empty, too long, leads out of the source or is one that not every system can hold.");
+}
+
+bool DirectoryState::place_for_directory(const fs::path& p, NativePath& out) const {
+    const bool fits = !p.EmptyPath() && native_path(p, out);
+    if (fits) out.cut(out.length - p.FileNameView().size());
+    if (fits && !climbs(p.PathNameView()) && is_creatable(out.below_root())) return true;
+    return refuse(
+        EFSError::INVALID_NAME, p.PathName(),
+        "The directory has no name or too long a one, leads out of the source, or not every system can hold it.");
 }
 
 /// The directory as the tree counts it: below the start, whose own node is the root. False when it does not fit.

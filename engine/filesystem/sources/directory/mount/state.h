@@ -16,6 +16,22 @@
 #include "engine/filesystem/sources/paths.h"
 #include "engine/platform/error.h"
 
+// The door of the directory source. The files beside this folder answer the source's operations from what is here; the
+// files of this folder are how it comes by its names; both stand over the table of names in sources/names/.
+//
+// Words: the *native root* is the directory on the disk that every relative directory is appended to. It is the root given
+// to init, or its parent when the last component of the root leads every name; that component is then the *start*, where
+// the scan begins. The *spelling* of a name is how the disk writes it; all else is lower case. A *listing* is what a scan
+// found, written down.
+//
+// A mount asks in this order: cache_service serves the names of a companion module; replay enters a listing (recorded) that
+// store has loaded, and checks it against the disk meanwhile; scan reads the disk, while the next directories are listed
+// ahead, and records a listing for store.
+//
+// Invariant: each file of the table was seen on the disk, or made by this source, under the native path that its
+// directory and spelling give; nothing asks the disk whether it is still there. What reads names anew builds them beside
+// the old ones, which stay when it fails.
+
 namespace fs {
 
 /// What a mount read: files, directories, and what it could not read. A file's value in the table is 1 when it is marked
@@ -37,7 +53,7 @@ struct DirectoryState {
     bool is_protected = false;
     bool allow_write = true;
     fs::path root;                        // as given to init
-    fs::path native;                      // the directory that relative directories are appended to, in lower case
+    std::string native;                   // the directory that relative directories are appended to, in lower case
     std::string spelling;                 // how the disk spells the root, as start-up told; may be empty
     NativeRoot native_root;               // `native` as the disk spells it
     std::string start;                    // relative directory at which the scan begins, as the disk spells it
@@ -52,8 +68,10 @@ struct DirectoryState {
     /// The file that the source holds under `p`, or NameTable::none. `whole`: only under exactly this name. Never throws;
     /// so the rest.
     std::uint32_t find(const fs::path& p, bool whole = false) const;
-    /// The same for what changes a file: the one of exactly this name where there is one.
-    std::uint32_t find_to_change(const fs::path& p) const;
+    /// The same, with the native path of the file; for what changes a file, the one of exactly this name where there is
+    /// one.
+    std::uint32_t locate(const fs::path& p, NativePath& out) const { return with_path(find(p), out); }
+    std::uint32_t locate_to_change(const fs::path& p, NativePath& out) const;
     bool native_path(std::uint32_t file, NativePath& out) const {
         const NameTable& table = names->table;
         return build_native_path(native_root, table.spelled_dir(file), table.spelled_name(file), out);
@@ -64,6 +82,10 @@ struct DirectoryState {
         return place_of(native_root, dir) != Place::OUTSIDE &&
                build_native_path(native_root, dir, p.FileNameView(), out);
     }
+    /// The same for a new file, or for a new directory, of which `out` is cut to. False, with the failure stored, where
+    /// nothing may be made.
+    bool place_for_file(const fs::path& p, NativePath& out) const;
+    bool place_for_directory(const fs::path& p, NativePath& out) const;
 
     /// The tree's node of a lower-case relative directory, with or without its last "/"; null when there is none.
     fs::dir* find_node(MountedNames& in, std::string_view dir) const;
@@ -74,6 +96,9 @@ struct DirectoryState {
 private:
     using TreePath = char[path_capacity];
     bool tree_path(std::string_view dir, TreePath& out) const;
+    std::uint32_t with_path(std::uint32_t file, NativePath& out) const {
+        return file != NameTable::none && native_path(file, out) ? file : NameTable::none;
+    }
 };
 
 /// Puts the files of one directory, freshly read into `read`, in the place of those that the source held there; those below

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/platform/files.h"
 #include "engine/platform/process.h"
 
@@ -31,11 +32,6 @@ std::uint64_t hash_of(std::string_view text) {
     return hash;
 }
 
-bool is_directory(const std::string& path) {
-    const std::optional<platform::Attributes> attributes = platform::get_attributes(path.c_str());
-    return attributes && attributes->is_directory;
-}
-
 bool write_whole(const std::string& path, const std::vector<std::uint8_t>& bytes) {
     platform::File file = platform::File::open(
         path.c_str(), {.access = platform::Access::WRITE, .disposition = platform::Disposition::CREATE_ALWAYS});
@@ -51,7 +47,7 @@ std::unique_ptr<ListingStore> ListingStore::open(const char* cache_dir, const ch
                                                  FFSAddSourceFlags::ENUM flags) try {
     if ((flags & FFSAddSourceFlags::SKIP_LISTING_CACHE) != 0) return nullptr;
     const std::string folder = std::string(cache_dir) + below;
-    if (!is_directory(folder)) return nullptr;
+    if (!is_native_directory(folder.c_str())) return nullptr;
     char name[32];
     const std::string flags_text = std::to_string(static_cast<unsigned>(flags & scan_flags));
     std::snprintf(name, sizeof name, "/%016" PRIx64 ".fsc", hash_of(source_path + ('|' + flags_text)));

@@ -5,8 +5,8 @@
 
 #include <engine/filesystem/log.h>
 
-#include "engine/filesystem/log/category.h"
 #include "engine/filesystem/log/change_count.h"
+#include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/log/message.h"
 
 namespace Log {

@@ -3,11 +3,18 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
-// How the crash start-up, which stands far above the log core, is reached from it.
+#include <engine/filesystem/log.h>
+
+#include "engine/filesystem/log/line.h"
+
+// Where finished output goes. The crash start-up, which stands far above the log core, opens the log file: it is reached
+// through what it installs here.
 
 namespace logging {
 
+/// The phases of the log's start; drawn in startup/log/start.cpp.
 enum class StartUp : std::uint32_t {
     NOT_STARTED = 0,
     STARTED = 1,  // switches and configuration read, no log file yet
@@ -16,14 +23,20 @@ enum class StartUp : std::uint32_t {
     CLOSED = 4,
 };
 
-/// What the crash start-up keeps in the log core for it to read, and the calls by which it is asked. All of them are
-/// null until the crash start-up installs itself; messages for the log file then reach the crash print callback alone.
-struct StartUpValues {
+/// The log core's process-wide values. Each is whole by itself, and nobody waits for anybody.
+struct State {
+    std::atomic<CLFilterMode::ENUM> filter_mode{CLFilterMode::NORMAL};
+    std::atomic<std::uint32_t> errors{0};  // counted by _CLFilter
+    std::atomic<std::uint32_t> warnings{0};
+    std::atomic<LogPrintCallback> console_callback{nullptr};
+    std::atomic<LogPrintCallback> file_callback{nullptr};
+
+    // The crash start-up's. Its calls are null until it installs itself.
     std::atomic<StartUp> phase{StartUp::NOT_STARTED};
     std::atomic<bool> verbose{false};
     std::atomic<bool> message_boxes{true};
+    std::atomic<bool> call_stacks{true};  // in reports of assertions
     std::atomic<void*> console{nullptr};  // null: no console output
-
     /// Runs the start-up with its default argument. Called while the phase is neither COMPLETE nor CLOSED.
     std::atomic<void (*)()> run{nullptr};
     /// Whether this thread may run it now: not while it holds a lock that opening the log file needs.
@@ -32,13 +45,12 @@ struct StartUpValues {
     std::atomic<void (*)(const char* text, std::size_t length)> write_to_file{nullptr};
 };
 
-StartUpValues& start_up_values();
+extern State state;
 
 /// Runs the crash start-up unless it has completed, or must not run on this thread now.
 void ensure_started();
 
-/// The counters that _CLFilter keeps.
-std::uint32_t error_count();
-std::uint32_t warning_count();
+/// Hands output, which may be empty and ends in a zero, to what the message's action names.
+void send(const Message& message, std::string_view output);
 
 }  // namespace logging

@@ -1,0 +1,185 @@
+#include <engine/filesystem.h>
+#include <engine/filesystem/contract/locating_source.h>
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <string>
+#include <thread>
+
+#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/registry/registry.h"
+#include "tests/support/memory_source.h"
+#include "tests/support/mounted_root.h"
+
+namespace {
+
+using test::MemorySource;
+
+/// Stands in the midst of the open of "slow.bin" until it is let go.
+class SlowDisk final : public fs::IFsMonitor {
+public:
+    SlowDisk() { fs::set_monitor(this); }
+    ~SlowDisk() { fs::set_monitor(nullptr); }
+    void touch_file(const char* path, EFSMode::TYPE, FFSOpenFlags::FLAGS) override {
+        if (!std::string(path).ends_with("slow.bin")) return;
+        reached.Set();
+        go.Wait();
+        could_remove = removes != nullptr && fs::rem_source(removes);
+    }
+
+    mt::CEvent reached{true};
+    mt::CEvent go{true};
+    CFSSource* removes = nullptr;  // by the thread that opens
+    bool could_remove = false;
+};
+
+/// Whether it ends while the disk stands still.
+template <typename Call>
+std::future<bool> begin(Call call) {
+    return std::async(std::launch::async, call);
+}
+bool has_ended(const std::future<bool>& call) {
+    return call.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+}
+
+CFSSource* find_source(const std::string& path) {
+    const fs::registry::SharedGuard guard;
+    return fs::registry::find(fs::path((path + '/').c_str(), true));
+}
+
+class SlowOpens : public MountedRoot {
+protected:
+    void SetUp() override {
+        directory_.write("slow.bin", "slow");
+        directory_.write("other.bin", "other");
+        MountedRoot::SetUp();
+    }
+    static bool Reads(const char* path, const std::string& expected) {
+        fs::string text;
+        return fs::load_text_file(text, path) && text == expected;
+    }
+};
+
+/// A writer of the list that waits shuts out those who ask for names: so nobody may hold its lock for as long as a disk takes.
+TEST_F(SlowOpens, StopNoLookupWhenASourceIsAdded) {
+    const std::string root_file = directory_ / "slow.bin";
+    for (const char* path : {"slow.bin", root_file.c_str()}) {
+        SlowDisk disk;
+        std::future<bool> opened = begin([=] { return Reads(path, "slow"); });
+        ASSERT_TRUE(disk.reached.Wait(10'000));
+        std::future<bool> added = begin([] {
+            fs::add_source(new MemorySource("/added/"), whole_tree);
+            return true;
+        });
+        std::future<bool> asked = begin([] { return fs::exists("other.bin"); });
+        EXPECT_TRUE(has_ended(added) && has_ended(asked)) << path;
+        disk.go.Set();
+        EXPECT_TRUE(opened.get() && added.get() && asked.get());
+        EXPECT_TRUE(fs::rem_source("/added/"));
+    }
+}
+
+TEST_F(SlowOpens, KeepTheirSource) {
+    TempDirectory second;
+    second.write("deep/slow.bin", "second");
+    ASSERT_TRUE(fs::add_source(second.path().c_str(), whole_tree));
+    SlowDisk disk;
+    disk.removes = find_source(second.path());
+    ASSERT_NE(disk.removes, nullptr);
+    std::future<bool> opened = begin([] { return Reads("deep/slow.bin", "second"); });
+    ASSERT_TRUE(disk.reached.Wait(10'000));
+    fs::refresh();
+    std::future<bool> removed = begin([&] { return fs::rem_source(second.path().c_str()); });
+    while (fs::exists("deep/slow.bin")) std::this_thread::yield();
+    EXPECT_EQ(removed.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+    disk.go.Set();
+    EXPECT_TRUE(opened.get() && removed.get());
+    EXPECT_FALSE(disk.could_remove) << "it would wait for its own open";
+}
+
+/// Locates what it holds, and then fails to open it; meanwhile `act` runs on another thread.
+class FailingSource final : public MemorySource, public fs::LocatingSource {
+public:
+    using MemorySource::MemorySource;
+    Opening locate(const fs::path& p, FFSOpenFlags::FLAGS) override {
+        if (!exists(p)) return {};
+        return [this]() -> SFsFile* {
+            if (act) begin(act).get();
+            fs::set_error(EFSError::IO, "failing", "It cannot be read.");
+            return nullptr;
+        };
+    }
+
+    std::function<bool()> act;
+};
+
+TEST_F(SlowOpens, ThatFailAreLookedForInTheSourcesBehind) {
+    auto* const failing = new FailingSource("/failing/", EFSSourceType::PLS);
+    failing->add("other.bin", "");
+    failing->add("lost.bin", "");
+    fs::add_source(failing, FFSAddSourceFlags::NONE);
+    EXPECT_TRUE(Reads("other.bin", "other"));
+    EXPECT_FALSE(Reads("lost.bin", ""));
+    EXPECT_EQ(fs::last_error().code, EFSError::IO);
+    // One that comes in front meanwhile is not asked; the one that was asked may be removed.
+    failing->act = [] {
+        auto* const in_front = new MemorySource("/front/", EFSSourceType::PLS);
+        in_front->add("other.bin", "front");
+        fs::add_source(in_front, FFSAddSourceFlags::NONE);
+        return true;
+    };
+    EXPECT_TRUE(Reads("other.bin", "other"));
+    EXPECT_TRUE(Reads("other.bin", "front"));
+    EXPECT_TRUE(fs::rem_source("/front/"));
+    std::future<bool> removed;
+    failing->act = [&] {
+        removed = begin([=] { return fs::rem_source("/failing/"); });
+        while (find_source("/failing") != nullptr) std::this_thread::yield();
+        return true;
+    };
+    EXPECT_TRUE(Reads("other.bin", "other"));
+    EXPECT_TRUE(removed.get());
+}
+
+/// What the table holds and the disk has lost is found in the sources behind; a writer of this process keeps readers away.
+TEST_F(SlowOpens, AnswerAsOpensUnderTheLockDid) {
+    TempDirectory front;
+    front.write("other.bin", "front");
+    front.write("busy.bin", "");
+    auto* const source = new CWin32_dir(EFSSourceType::PLS);
+    ASSERT_TRUE(source->init(fs::path((front.path() + '/').c_str(), true), whole_tree, nullptr));
+    fs::add_source(source, whole_tree);
+    EXPECT_TRUE(Reads("other.bin", "front"));
+    std::filesystem::remove(front / "other.bin");
+    fs::clear_error();
+    EXPECT_TRUE(Reads("other.bin", "other"));
+    EXPECT_EQ(fs::last_error().code, EFSError::NONE);
+    SFsFile* const writer = fs::open("busy.bin", EFSMode::WRITE);
+    EXPECT_EQ(fs::open("busy.bin", EFSMode::READ), nullptr);
+    EXPECT_EQ(fs::last_error().code, EFSError::IN_USE);
+    fs::close(writer);
+}
+
+/// Of a host's own class, which knows nothing of opens without the lock.
+TEST_F(SlowOpens, LeaveADerivedSourceToItself) {
+    class Derived final : public CWin32_dir {
+    public:
+        using CWin32_dir::CWin32_dir;
+        SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) override {
+            ++opens;
+            return CWin32_dir::open_read(p, flags);
+        }
+        int opens = 0;
+    };
+    auto* const derived = new Derived(EFSSourceType::PLS);
+    ASSERT_TRUE(derived->init(fs::path((directory_.path() + '/').c_str(), true), whole_tree, nullptr));
+    fs::add_source(derived, whole_tree);
+    EXPECT_TRUE(Reads("other.bin", "other"));
+    EXPECT_EQ(derived->opens, 1);
+}
+
+}  // namespace

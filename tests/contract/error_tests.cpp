@@ -1,0 +1,45 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "engine/filesystem/contract/set_error.h"
+
+namespace {
+
+TEST(ErrorScope, ANameNotFoundDoesNotHideABetterReason) {
+    fs::set_error(EFSError::IO, "before", "An older failure.");
+    {
+        const fs::ErrorScope scope;
+        EXPECT_FALSE(scope.has_error());
+        fs::set_error(EFSError::NOT_FOUND, "a", "Not here.");
+        EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
+        fs::set_error(EFSError::IN_USE, "b", std::string("In use."), 32);
+        fs::set_error(EFSError::NOT_FOUND, "c", "Not here either.");
+        EXPECT_TRUE(scope.has_error());
+        EXPECT_EQ(fs::last_error().code, EFSError::IN_USE);
+        EXPECT_EQ(fs::last_error().os_code, 32);
+        EXPECT_EQ(fs::last_error().path, "b");
+    }
+    fs::set_error(EFSError::NOT_FOUND, "d", "Not here.");
+    EXPECT_EQ(fs::last_error().path, "d");
+    {
+        fs::ErrorScope outer;
+        {
+            fs::ErrorScope inner;
+            fs::set_error(EFSError::IO, "e", "Within.");
+            inner.forget();
+            EXPECT_FALSE(inner.has_error());
+            EXPECT_EQ(fs::last_error().path, "d");
+            fs::set_error(EFSError::IO, "f", "Within again.");
+        }
+        fs::set_error(EFSError::IN_USE, "g", "And around it.");
+        EXPECT_TRUE(outer.has_error());
+        outer.forget();
+    }
+    EXPECT_EQ(fs::last_error().path, "d");
+    EXPECT_EQ(fs::last_error().text, "Not here.");
+    fs::clear_error();
+    EXPECT_EQ(fs::last_error().code, EFSError::NONE);
+}
+
+}  // namespace
