@@ -11,13 +11,13 @@
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/streams/failure.h"
 #include "engine/platform/files.h"
 
 namespace fs {
 
 namespace {
 
-constexpr std::uint64_t failure = UINT64_MAX;
 constexpr std::uint64_t largest_position = std::numeric_limits<std::int64_t>::max();
 constexpr FFSOpenFlags::FLAGS gzip_flags =
     FFSOpenFlags::GZIP | FFSOpenFlags::GZIP_LEVEL1 | FFSOpenFlags::GZIP_LEVEL5 | FFSOpenFlags::GZIP_LEVEL9;
@@ -197,7 +197,7 @@ std::uint64_t bfile_win32::read(void* buffer, std::uint64_t size) {
 
 /// What the window holds, and then what must be fetched.
 std::uint64_t bfile_win32::read_on(std::uint8_t* out, std::uint64_t size) {
-    if (!readable_) return failure;
+    if (!readable_) return fail(EFSError::INVALID_ARGUMENT, "The stream is not open for reading.");
     std::uint64_t done = 0;
     while (done < size) {
         const std::uint64_t inside = pos_ - base_;
@@ -261,8 +261,8 @@ void bfile_win32::put(const std::uint8_t* data, std::uint32_t size) {
 }
 
 std::uint64_t bfile_win32::write_on(const std::uint8_t* data, std::uint64_t size) {
-    if (!writable_) return failure;
-    if (size > largest_position - pos_) return failure;
+    if (!writable_) return fail(EFSError::INVALID_ARGUMENT, "The stream is not open for writing.");
+    if (size > largest_position - pos_) return fail(EFSError::TOO_LARGE, "No file is as long as this.");
     std::uint64_t done = 0;
     while (done < size) {
         const std::uint64_t inside = pos_ - base_;

@@ -8,13 +8,12 @@
 #include <engine/filesystem/access/open.h>
 #include <engine/filesystem/streams/cached.h>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/streams/failure.h"
 
 namespace fs {
 
 namespace {
 
-constexpr std::uint64_t failure = UINT64_MAX;
 constexpr std::align_val_t block_alignment{4096};  // what unbuffered handles ask for
 
 }  // namespace
@@ -97,7 +96,7 @@ std::uint64_t cachedrdfile::read_any(std::uint8_t* out, std::uint64_t size) {
 
 /// Also when the block is just used up: the next one is fetched at once.
 std::uint64_t cachedrdfile::read_blocks(std::uint8_t* out, std::uint64_t size) {
-    if (handle == nullptr) return failure;
+    if (handle == nullptr) return not_open();
     const std::uint64_t position = tell();
     if (position >= file_length_) return 0;
     size = std::min(size, file_length_ - position);
