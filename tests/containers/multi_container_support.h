@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -8,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <engine/filesystem/containers/multi_container.h>
+
+#include "engine/filesystem/containers/container_format.h"
 
 namespace test {
 
@@ -41,6 +44,23 @@ inline Blobs opened(const char* name, bool& ok) {
     CFileHashMultiContainer file;
     ok = file.Open(name, false);
     return ok ? everything(file) : Blobs{};
+}
+
+/// A file of these parts, whose checksums are all good, unless `twist` changes the record.
+inline std::string made_of(const std::string& data, const std::string& index, std::uint64_t directory_size,
+                           const std::function<void(container::Commit&)>& twist = {}) {
+    std::string bytes(container::data_offset, '\0');
+    bytes.replace(0, container::magic.size(), reinterpret_cast<const char*>(container::magic.data()),
+                  container::magic.size());
+    container::Commit commit{.sequence = 2,
+                             .index_offset = container::data_offset + data.size(),
+                             .index_size = index.size(),
+                             .directory_size = directory_size,
+                             .directory_checksum = container::checksum(index.data(), directory_size)};
+    if (twist) twist(commit);
+    const container::CommitBytes record = container::encode(commit);
+    bytes.replace(commit.place(), record.size(), reinterpret_cast<const char*>(record.data()), record.size());
+    return bytes + data + index;
 }
 
 }  // namespace test

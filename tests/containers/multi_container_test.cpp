@@ -1,3 +1,4 @@
+#include <functional>
 #include <memory>
 #include <random>
 #include <string>
@@ -10,15 +11,18 @@
 #include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/registry.h>
 
-#include "engine/filesystem/containers/container_format.h"
+#include "engine/filesystem/containers/container_index.h"
 #include "tests/containers/multi_container_support.h"
 #include "tests/support/memory_source.h"
 
 namespace {
 
+using container::Commit;
+using container::Entry;
 using test::Blobs;
 using test::everything;
 using test::fetch;
+using test::made_of;
 using test::opened;
 using test::put;
 
@@ -185,66 +189,119 @@ TEST_F(MultiContainer, NoDamagedByteGivesWrongBytesOut) {
     }
 }
 
-TEST_F(MultiContainer, SayWhyTheyRefuse) {
+TEST_F(MultiContainer, SayWhyTheyFail) {
+    using File = CFileHashMultiContainer;
     struct Row {
         const char* label;
         EFSError::TYPE code;
-        bool (*run)(CFileHashMultiContainer&);
+        bool (*run)(File&);
     };
     static ztl::vector<unsigned char> out;
     static std::uint64_t size;
     static char buffer[2];
-    const Row rows[] = {
-        {"no such file", EFSError::NOT_FOUND, [](auto& f) { return f.Open("none.mc", false); }},
-        {"null path", EFSError::NOT_FOUND, [](auto& f) { return f.Open(nullptr, true); }},
-        {"no container file", EFSError::BAD_FORMAT, [](auto& f) { return f.Open("text.txt", true); }},
-        {"nothing open", EFSError::INVALID_ARGUMENT, [](auto& f) { return f.Fetch("c", 1, out); }},
-        {"nothing open to save", EFSError::INVALID_ARGUMENT, [](auto& f) { return f.Save(); }},
-        {"not for writing", EFSError::READ_ONLY,
-         [](auto& f) { return f.Open("a.mc", false) && f.Put("c", 1, "x", 1); }},
-        {"no such container", EFSError::NOT_FOUND,
-         [](auto& f) { return f.Open("a.mc", false) && f.Fetch("d", 1, out); }},
-        {"no such blob", EFSError::NOT_FOUND, [](auto& f) { return f.Open("a.mc", false) && f.Fetch("c", 9, out); }},
-        {"small buffer", EFSError::INVALID_ARGUMENT,
-         [](auto& f) { return f.Open("a.mc", false) && f.Fetch("c", 1, buffer, sizeof buffer, size); }},
-        {"null data", EFSError::INVALID_ARGUMENT,
-         [](auto& f) { return f.Open("a.mc", true) && f.Put("c", 1, nullptr, 1); }},
-        {"long name", EFSError::INVALID_ARGUMENT,
-         [](auto& f) { return f.Open("a.mc", true) && f.Put(std::string(65536, 'n').c_str(), 1, "x", 1); }},
-        {"not for compacting", EFSError::READ_ONLY, [](auto& f) { return f.Open("a.mc", false) && f.Compact(); }},
-        {"null buffer", EFSError::INVALID_ARGUMENT,
-         [](auto& f) { return f.Open("a.mc", false) && f.Fetch("c", 1, nullptr, 9, size); }},
-        {"not on the disk", EFSError::UNSUPPORTED,
-         [](auto& f) { return f.Open("a.mc", true) && f.Remove("c", 1) && f.Compact(); }},
+    const auto readable = [](File& f) { return f.Open("a.mc", false); };
+    const auto writable = [](File& f) { return f.Open("a.mc", true); };
+    const std::pair<bool (*)(File&), std::vector<Row>> groups[] = {
+        {[](File&) { return true; },
+         {{"no such file", EFSError::NOT_FOUND, [](File& f) { return f.Open("none.mc", false); }},
+          {"null path", EFSError::NOT_FOUND, [](File& f) { return f.Open(nullptr, true); }},
+          {"no container file", EFSError::BAD_FORMAT, [](File& f) { return f.Open("text.txt", true); }},
+          {"nothing open", EFSError::INVALID_ARGUMENT, [](File& f) { return f.Fetch("c", 1, out); }},
+          {"nothing open to save", EFSError::INVALID_ARGUMENT, [](File& f) { return f.Save(); }}}},
+        {readable,
+         {{"not for writing", EFSError::READ_ONLY, [](File& f) { return f.Put("c", 1, "x", 1); }},
+          {"not for compacting", EFSError::READ_ONLY, [](File& f) { return f.Compact(); }},
+          {"no such container", EFSError::NOT_FOUND, [](File& f) { return f.Fetch("d", 1, out); }},
+          {"no such blob", EFSError::NOT_FOUND, [](File& f) { return f.Fetch("c", 9, out); }},
+          {"null buffer", EFSError::INVALID_ARGUMENT, [](File& f) { return f.Fetch("c", 1, nullptr, 9, size); }},
+          {"small buffer", EFSError::INVALID_ARGUMENT, [](File& f) { return f.Fetch("c", 1, buffer, 2, size); }}}},
+        {writable,
+         {{"null data", EFSError::INVALID_ARGUMENT, [](File& f) { return f.Put("c", 1, nullptr, 1); }},
+          {"long name", EFSError::INVALID_ARGUMENT,
+           [](File& f) { return f.Put(std::string(65536, 'n').c_str(), 1, "x", 1); }},
+          {"not on the disk", EFSError::UNSUPPORTED, [](File& f) { return f.Remove("c", 1) && f.Compact(); }}}},
     };
     source_->add("text.txt", std::string(1000, 't'));
-    CFileHashMultiContainer made;
+    File made;
     ASSERT_TRUE(made.Create("a.mc") && put(made, "c", 1, "text") && made.Save());
     made.Close();
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.label);
-        fs::clear_error();
-        CFileHashMultiContainer file;
-        EXPECT_FALSE(row.run(file));
-        EXPECT_EQ(fs::last_error().code, row.code);
-        EXPECT_NE(fs::last_error().text, "");
+    for (const auto& [open, rows] : groups) {
+        for (const Row& row : rows) {
+            SCOPED_TRACE(row.label);
+            File file;
+            ASSERT_TRUE(open(file));
+            fs::clear_error();
+            EXPECT_FALSE(row.run(file));
+            EXPECT_EQ(fs::last_error().code, row.code);
+        }
     }
-    EXPECT_EQ(size, 4u);
+    EXPECT_EQ(size, 4u) << "what a small buffer would need";
 }
 
-TEST_F(MultiContainer, AFullDiskFailsTheSaveAndKeepsTheOldState) {
-    CFileHashMultiContainer made;
-    ASSERT_TRUE(made.Create("a.mc") && put(made, "c", 1, "old") && made.Save());
-    made.Close();
-    source_->file_capacity = source_->content("a.mc").size() + 100;
+/// An index of one container "c" of these blobs, as the library writes it.
+std::string index_of(std::vector<container::Blob> blobs, std::uint64_t& directory_size) {
+    Commit commit;
+    const container::IndexBytes bytes = container::encode({{"c", std::move(blobs)}}, commit);
+    directory_size = commit.directory_size;
+    return {bytes.get(), bytes.get() + commit.index_size};
+}
+
+Entry blob_at(std::uint64_t offset, std::uint32_t stored_size, std::uint32_t size, bool deflated = false) {
+    return {.offset = offset, .stored_size = stored_size, .size = size, .deflated = deflated};
+}
+
+TEST_F(MultiContainer, AnIndexThatLiesBehindGoodChecksumsIsDamaged) {
+    const std::string data(100, 'd');
+    std::uint64_t directory_size = 0;
+    const std::string good = index_of({{1, blob_at(192, 4, 4)}, {2, blob_at(196, 4, 4)}}, directory_size);
+    std::string long_name = good;
+    long_name[1] = 1;
+    std::string many_blobs = good;
+    many_blobs[6] = 127;
+    const struct {
+        const char* label;
+        const std::string& index;
+        std::function<void(Commit&)> twist;
+    } files[] = {
+        {"index in the head", good, [](Commit& c) { c.index_offset = 0; }},
+        {"index far away", good, [](Commit& c) { c.index_offset = ~std::uint64_t{0} - 8; }},
+        {"index larger than the file", good, [](Commit& c) { c.index_size = ~std::uint64_t{0}; }},
+        {"directory larger than the index", good, [](Commit& c) { c.directory_size = c.index_size + 1; }},
+        {"sizes that wrap", good, [](Commit& c) { c.index_size = c.directory_size = ~c.index_offset; }},
+        {"name longer than the directory", long_name, {}},
+        {"more blobs than there are", many_blobs, {}},
+    };
     CFileHashMultiContainer file;
-    ASSERT_TRUE(file.Open("a.mc", true));
-    EXPECT_TRUE(put(file, "c", 1, std::string(1000, 'n')));
-    EXPECT_FALSE(file.Save());
-    EXPECT_EQ(fetch(file, "c", 1), std::string(1000, 'n')) << "what was put can still be fetched";
-    file.Close();
-    bool ok = false;
-    EXPECT_EQ(opened("a.mc", ok), (Blobs{{{"c", 1}, "old"}}));
+    for (const auto& row : files) {
+        source_->add("bad.mc", made_of(data, row.index, directory_size, row.twist));
+        EXPECT_FALSE(file.Open("bad.mc", true)) << row.label;
+    }
+    const struct {
+        const char* label;
+        std::vector<container::Blob> blobs;
+    } parts[] = {
+        {"hashes that descend", {{2, blob_at(192, 4, 4)}, {1, blob_at(196, 4, 4)}}},
+        {"a hash twice", {{1, blob_at(192, 4, 4)}, {1, blob_at(196, 4, 4)}}},
+        {"a blob in the head", {{1, blob_at(0, 4, 4)}}},
+        {"a blob behind the index", {{1, blob_at(std::uint64_t{1} << 62, 4, 4)}}},
+        {"a blob into the index", {{1, blob_at(290, 4, 4)}}},
+        {"two sizes of a stored blob", {{1, blob_at(192, 4, 0xFFFFFFFF)}}},
+        {"a blob that no deflate packs so well", {{1, blob_at(192, 4, 0xFFFFFFFF, true)}}},
+    };
+    for (const auto& row : parts) {
+        SCOPED_TRACE(row.label);
+        const std::string index = index_of(row.blobs, directory_size);
+        source_->add("bad.mc", made_of(data, index, directory_size));
+        ASSERT_TRUE(file.Open("bad.mc", true));
+        EXPECT_EQ(fetch(file, "c", 1), "(none)");
+        ztl::vector<fs::string> report;
+        EXPECT_FALSE(file.Verify(report));
+        EXPECT_FALSE(put(file, "c", 7, "more")) << "saving would make it look good";
+        EXPECT_TRUE(put(file, "other", 7, "more"));
+        EXPECT_FALSE(file.Save());
+        EXPECT_TRUE(file.RemoveContainer("c") && file.Save()) << "what is sound can be rescued";
+        file.Close();
+    }
 }
 
 }  // namespace

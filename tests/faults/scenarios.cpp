@@ -479,6 +479,14 @@ const std::vector<Scenario>& scenarios() {
          .prepare = without_pack,
          .act = [](Stage&) { return write_zip(); },
          .check = zip_is_whole},
+        {.name = "make a container anew",
+         .prepare = make_container,
+         .act = [](Stage&) { return CFileHashMultiContainer().Create("a.mc"); },
+         .check = [](Stage& stage, bool answer) -> std::string {
+             CFileHashMultiContainer file;
+             const bool is_empty = file.Open("a.mc", false) && fetch_text(file, 1) == "(none)";
+             return answer ? is_empty ? "" : "it is not empty" : container_is_whole(stage, false);
+         }},
         {.name = "change a container", .prepare = make_container, .act = change_container, .check = container_is_whole},
         {.name = "compact a container",
          .prepare = make_container,

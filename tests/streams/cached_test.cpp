@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/streams/cached.h>
 
 #include "recording_file.h"
@@ -15,32 +16,20 @@ std::string read_string(fs::ifile& stream, std::size_t size) {
     return bytes;
 }
 
-struct CachedReader : testing::Test {
-    CachedReader() {
-        record.bytes = sample_bytes(10000);
-        EXPECT_TRUE(stream.open_from_handle(new RecordingFile(record)));
-    }
-    FileRecord record;
-    fs::cachedrdfile stream{4096};
-};
-
-TEST_F(CachedReader, FetchesEachBlockOnceAndEndsWithTheFile) {
-    EXPECT_EQ(read_string(stream, 10000), record.bytes);
-    EXPECT_THAT(record.reads, ElementsAre(4096, 4096, 4096));
-    EXPECT_EQ(read_string(stream, 1), "");
-    EXPECT_EQ(record.reads.size(), 3u);
-    EXPECT_TRUE(stream.eof());
-}
-
-TEST_F(CachedReader, FetchesTheNextBlockAsSoonAsOneIsUsedUp) {
+TEST(CachedReader, FetchesEachBlockOnceAsSoonAsTheOneBeforeIsUsedUp) {
+    FileRecord record{.bytes = sample_bytes(10000)};
+    fs::cachedrdfile stream(4096);
+    ASSERT_TRUE(stream.open_from_handle(new RecordingFile(record)));
     EXPECT_EQ(read_string(stream, 4095).size(), 4095u);
     EXPECT_EQ(record.reads.size(), 1u);
     EXPECT_EQ(read_string(stream, 1), record.bytes.substr(4095, 1));
     EXPECT_EQ(record.reads.size(), 2u);
-    EXPECT_EQ(stream.tell(), 4096u);
+    EXPECT_EQ(read_string(stream, 10000), record.bytes.substr(4096));
+    EXPECT_EQ(read_string(stream, 1), "");
+    EXPECT_THAT(record.reads, ElementsAre(4096, 4096, 4096));
 }
 
-TEST(CachedReaderSeek, GoesByTheseRules) {
+TEST(CachedReader, SeeksByTheseRules) {
     struct Row {
         const char* label;
         std::int64_t offset;
@@ -77,33 +66,20 @@ TEST(CachedReaderSeek, GoesByTheseRules) {
     }
 }
 
-TEST(CachedReaderFailures, AreToldFromTheEnd) {
-    FileRecord record{.bytes = sample_bytes(10000), .failing_read = 1};
-    fs::cachedrdfile stream(4096);
-    ASSERT_TRUE(stream.open_from_handle(new RecordingFile(record)));
-    EXPECT_EQ(read_string(stream, 5000), record.bytes.substr(0, 4096)) << "what was there comes first";
-    record.failing_read = 2;
-    char byte = 0;
-    fs::clear_error();
-    EXPECT_EQ(stream.read(&byte, 1), UINT64_MAX);
-    EXPECT_EQ(fs::last_error().code, EFSError::IO);
-    EXPECT_EQ(read_string(stream, 5), record.bytes.substr(4096, 5)) << "a later read tries again";
-
+TEST(CachedReader, OpensForReadingOnlyWhatCanBeRead) {
     FileRecord bad{.bytes = "x", .failing_read = 0};
-    fs::cachedrdfile refused(16);
-    EXPECT_FALSE(refused.open_from_handle(new RecordingFile(bad)));
-    fs::cachedrdfile without_handle(16);
-    EXPECT_FALSE(without_handle.open_from_handle(nullptr));
-    EXPECT_EQ(without_handle.read(&byte, 1), UINT64_MAX);
-    fs::cachedrdfile without_buffer(0);
-    without_buffer.open_from_handle(new RecordingFile(record));
-    EXPECT_EQ(without_buffer.read(&byte, 1), 0u) << "and no endless loop";
-}
-
-TEST(CachedReaderOpen, IsForReadingOnly) {
     fs::cachedrdfile stream(16);
+    fs::clear_error();
+    EXPECT_FALSE(stream.open_from_handle(new RecordingFile(bad)));
+    EXPECT_EQ(fs::last_error().code, EFSError::IO) << "where the file itself gave no reason";
+    stream.close();
+    EXPECT_FALSE(stream.open_from_handle(nullptr));
     EXPECT_FALSE(stream.open("no such file", EFSMode::WRITE, FFSOpenFlags::CREATE));
     EXPECT_FALSE(stream.open("no such file", EFSMode::READ));
+    FileRecord record{.bytes = "x"};
+    fs::cachedrdfile without_buffer(0);
+    without_buffer.open_from_handle(new RecordingFile(record));
+    EXPECT_EQ(read_string(without_buffer, 1), "") << "and no endless loop";
 }
 
 TEST(CachedWriterWithoutSeek, WritesFullBuffersAndTheRestAtClose) {
@@ -119,84 +95,58 @@ TEST(CachedWriterWithoutSeek, WritesFullBuffersAndTheRestAtClose) {
     EXPECT_THAT(record.writes, ElementsAre(16, 16));
     stream.close();
     EXPECT_THAT(record.writes, ElementsAre(16, 16, 8));
-    EXPECT_TRUE(record.closed);
     EXPECT_EQ(record.bytes, bytes);
     EXPECT_EQ(fs::cachedwrnoseekfile(0).write("x", 1), UINT64_MAX) << "and no endless loop";
 }
 
-TEST(CachedWriters, SayAtCloseThatBytesAreLostOnAFullDisk) {
-    const std::string bytes = sample_bytes(40);
-    fs::cachedwrnoseekfile by_blocks(16);
-    fs::cachedwrfile by_image(16);
-    for (fs::file* stream : {static_cast<fs::file*>(&by_blocks), static_cast<fs::file*>(&by_image)}) {
-        FileRecord record{.bytes = "", .capacity = 20};
-        stream->open_from_handle(new RecordingFile(record));
-        EXPECT_EQ(stream->write(bytes.data(), 40), 40u);
-        fs::clear_error();
-        stream->close();
-        EXPECT_EQ(fs::last_error().code, EFSError::DISK_FULL);
-        EXPECT_EQ(record.bytes, bytes.substr(0, 20)) << "a part of the last write landed";
-        FileRecord healthy{.bytes = ""};
-        stream->open_from_handle(new RecordingFile(healthy));
-        fs::clear_error();
-        stream->write(bytes.data(), 40);
-        stream->close();
-        EXPECT_EQ(fs::last_error().code, EFSError::NONE);
-        EXPECT_EQ(healthy.bytes, bytes);
+struct CachedWriter : testing::Test {
+    /// What a stream of this step writes at its end.
+    template <class Work>
+    std::string written(std::uint64_t grow_step, Work work) {
+        record = {};
+        fs::cachedwrfile stream(grow_step);
+        stream.open_from_handle(new RecordingFile(record));
+        work(stream);
+        EXPECT_TRUE(record.writes.empty()) << "nothing before the end";
+        return stream.close(), record.bytes;
     }
-}
-
-TEST(CachedWriter, WritesTheImageUpToThePositionInOnePiece) {
-    const std::string bytes = sample_bytes(20);
     FileRecord record;
-    fs::cachedwrfile stream(8);
-    stream.open_from_handle(new RecordingFile(record));
-    EXPECT_EQ(stream.write(bytes.data(), 20), 20u);
-    EXPECT_TRUE(record.writes.empty());
-    stream.seek(10, EFSSeek::BEGIN);
-    stream.close();
-    EXPECT_THAT(record.writes, ElementsAre(10));
-    EXPECT_EQ(record.bytes, bytes.substr(0, 10));
+};
+
+TEST_F(CachedWriter, EndsTheFileAtThePositionInOneWrite) {
+    const std::string bytes = sample_bytes(9'000'000);
+    const auto write_all = [&](fs::cachedwrfile& stream) {
+        for (std::size_t at = 0; at < bytes.size(); at += 30'000) stream.write(bytes.data() + at, 30'000);
+    };
+    EXPECT_TRUE(written(100'000, write_all) == bytes);
+    EXPECT_EQ(record.writes.size(), 1u);
+    EXPECT_EQ(written(8, [](auto& out) { out.write("abcdefghi", 9), out.seek(5, EFSSeek::BEGIN); }), "abcde");
     {
-        FileRecord destroyed;
-        {
-            fs::cachedwrfile other(8);
-            other.open_from_handle(new RecordingFile(destroyed));
-            other.write("abc", 3);
-        }
-        EXPECT_EQ(destroyed.bytes, "abc");
+        fs::cachedwrfile destroyed(8);
+        destroyed.open_from_handle(new RecordingFile(record = {}));
+        destroyed.write("abc", 3);
     }
+    EXPECT_EQ(record.bytes, "abc");
 }
 
-TEST(CachedWriter, KeepsShortValuesWhereverItWentInBetween) {
-    FileRecord record;
-    fs::cachedwrfile stream(64);
-    stream.open_from_handle(new RecordingFile(record));
-    for (int i = 1; i <= 4; ++i) stream.put_int(i);
-    stream.seek(0, EFSSeek::BEGIN);
-    stream.put_int(7);
-    stream.seek(20, EFSSeek::BEGIN);
-    stream.put_int(8);
-    stream.put_int(9);
-    stream.close();
-    std::string expected(28, '\0');
+TEST_F(CachedWriter, FillsGapsWithZerosAndKeepsWhatWasWritten) {
+    const auto values = [](fs::cachedwrfile& stream) {
+        for (int i = 1; i <= 4; ++i) stream.put_int(i);
+        stream.seek(0, EFSSeek::BEGIN);
+        stream.put_int(7);
+        stream.seek(20, EFSSeek::BEGIN);
+        stream.put_int(8);
+        stream.put_int(9);
+        EXPECT_TRUE(stream.seek(100, EFSSeek::CURRENT)) << "and grows";
+        EXPECT_EQ(stream.tell(), 128u);
+    };
+    std::string expected(128, '\0');
     for (const auto& [at, value] : {std::pair{0, 7}, {4, 2}, {8, 3}, {12, 4}, {20, 8}, {24, 9}})
         expected[static_cast<std::size_t>(at)] = static_cast<char>(value);
-    EXPECT_EQ(record.bytes, expected) << "only the gap is zeros";
+    EXPECT_EQ(written(64, values), expected);
 }
 
-TEST(CachedWriter, HoldsALargeImage) {
-    const std::string bytes = sample_bytes(9'000'000);
-    FileRecord record;
-    fs::cachedwrfile stream(100'000);
-    stream.open_from_handle(new RecordingFile(record));
-    for (std::size_t at = 0; at < bytes.size(); at += 30'000) stream.write(bytes.data() + at, 30'000);
-    stream.close();
-    EXPECT_THAT(record.writes, ElementsAre(bytes.size()));
-    EXPECT_TRUE(record.bytes == bytes);
-}
-
-TEST(CachedWriter, CountsTheEndFromItsCapacity) {
+TEST_F(CachedWriter, CountsTheEndFromItsCapacity) {
     struct Row {
         std::uint64_t written;
         std::uint64_t capacity;
@@ -209,23 +159,19 @@ TEST(CachedWriter, CountsTheEndFromItsCapacity) {
     }
 }
 
-TEST(CachedWriter, FillsAGapWithZerosAndRefusesToWriteOutsideTheImage) {
-    FileRecord record;
-    fs::cachedwrfile stream(8);
-    stream.open_from_handle(new RecordingFile(record));
-    stream.write("ab", 2);
-    EXPECT_TRUE(stream.seek(30, EFSSeek::CURRENT));
-    EXPECT_EQ(stream.write("c", 1), 1u);
-    const std::uint64_t here = stream.tell();
-    EXPECT_EQ(here, 33u);
-    for (const std::int64_t outside : {std::int64_t{1000}, std::int64_t{-1}, INT64_MAX}) {
-        EXPECT_TRUE(stream.seek(outside, EFSSeek::BEGIN));
-        EXPECT_EQ(stream.write("x", 1), UINT64_MAX) << outside;
-    }
-    stream.seek(static_cast<std::int64_t>(here), EFSSeek::BEGIN);
-    EXPECT_FALSE(stream.seek(INT64_MAX, EFSSeek::CURRENT)) << "no such memory";
-    stream.close();
-    EXPECT_EQ(record.bytes, "ab" + std::string(30, '\0') + "c");
+TEST_F(CachedWriter, DoesNotWriteOutsideItsImage) {
+    const auto outside = [](fs::cachedwrfile& stream) {
+        stream.write("ab", 2);
+        for (const std::int64_t position : {std::int64_t{1000}, std::int64_t{-1}, INT64_MAX}) {
+            EXPECT_TRUE(stream.seek(position, EFSSeek::BEGIN));
+            EXPECT_EQ(stream.tell(), static_cast<std::uint64_t>(position));
+            EXPECT_EQ(stream.write("xxxx", 4), UINT64_MAX) << position;
+        }
+        stream.seek(2, EFSSeek::BEGIN);
+        EXPECT_FALSE(stream.seek(INT64_MAX, EFSSeek::CURRENT)) << "no such memory";
+        EXPECT_EQ(stream.write("c", 1), 1u);
+    };
+    EXPECT_EQ(written(8, outside), "abc");
     EXPECT_EQ(fs::cachedwrfile(0).write("x", 1), UINT64_MAX) << "and no endless loop";
     EXPECT_EQ(fs::cachedwrfile(UINT64_MAX).write("x", 1), UINT64_MAX);
 }

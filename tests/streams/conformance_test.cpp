@@ -1,106 +1,87 @@
-// What every stream promises, asked of every stream: a kind makes a writer over some storage, and then readers of it.
+// What every stream answers, asked of every stream: a kind makes a writer over some storage, and then readers of it.
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <random>
 
+#include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/handles.h>
 #include <engine/filesystem/streams.h>
 
 #include "../support/temp_directory.h"
+#include "engine/platform/faults.h"
 #include "recording_file.h"
 
 namespace {
+
+using platform::Failure;
+using platform::FaultPoint;
+
+constexpr std::uint64_t failed = UINT64_MAX;
 
 using Stream = std::unique_ptr<fs::ifile>;
 
 struct Storage {
     TempDirectory directory;
-    ztl::vector<unsigned char> bytes = ztl::vector<unsigned char>(1 << 20);
-
-    SFsFile* open(EFSMode::TYPE mode) const {
-        const FFSOpenFlags::FLAGS flags = mode == EFSMode::READ ? FFSOpenFlags::NONE : FFSOpenFlags::CREATE;
-        return fs::open_native(nullptr, (directory / "file.bin").c_str(), mode, flags);
-    }
+    const std::string path = directory / "file.bin";
+    ztl::vector<unsigned char> bytes;
 };
 
-template <class File>
-Stream over_handle(std::unique_ptr<File> stream, const Storage& storage, EFSMode::TYPE mode) {
-    EXPECT_TRUE(stream->open_from_handle(storage.open(mode)));
+template <class File, auto... arguments>
+Stream over_file(Storage& storage, EFSMode::TYPE mode) {
+    const FFSOpenFlags::FLAGS flags = mode == EFSMode::READ ? FFSOpenFlags::NONE : FFSOpenFlags::CREATE;
+    auto stream = std::make_unique<File>(arguments...);
+    if constexpr (std::is_same_v<File, fs::file_native> || !std::is_base_of_v<fs::file, File>)
+        EXPECT_TRUE(stream->open(storage.path.c_str(), mode, flags));
+    else
+        EXPECT_TRUE(stream->open_from_handle(fs::open_native(nullptr, storage.path.c_str(), mode, flags)));
     return stream;
 }
 
-Stream over_vector(Storage& storage, EFSMode::TYPE mode, bool zip) {
+template <bool zip>
+Stream over_vector(Storage& storage, EFSMode::TYPE mode) {
     auto stream = std::make_unique<fs::vectorfile>();
-    if (mode == EFSMode::WRITE) storage.bytes.clear();
     EXPECT_TRUE(stream->open_from_memory(mode, &storage.bytes, zip));
     return stream;
 }
 
+Stream over_block(Storage& storage, EFSMode::TYPE mode) {
+    auto stream = std::make_unique<fs::memfile>();
+    EXPECT_TRUE(stream->open_from_memory(mode, storage.bytes.data(), storage.bytes.size(), false));
+    return stream;
+}
+
+using Maker = Stream (*)(Storage&, EFSMode::TYPE);
+
 struct Kind {
     const char* name;
-    bool zipped;
-    bool seeks_back_when_writing;
-    Stream (*writer)(Storage&);
-    Stream (*reader)(Storage&);
+    Maker make_writer;
+    Maker make_reader;
+    bool goes_back;  // for writing
+    enum Medium { DISK, MEMORY, MEMBER } medium;
 };
 
 const Kind kinds[] = {
-    {"file", false, true, [](Storage& s) { return over_handle(std::make_unique<fs::file>(), s, EFSMode::WRITE); },
-     [](Storage& s) { return over_handle(std::make_unique<fs::file>(), s, EFSMode::READ); }},
-    {"file_native", false, true,
-     [](Storage& s) -> Stream {
-         auto stream = std::make_unique<fs::file_native>();
-         EXPECT_TRUE(stream->open((s.directory / "file.bin").c_str(), EFSMode::WRITE, FFSOpenFlags::CREATE));
-         return stream;
-     },
-     [](Storage& s) -> Stream {
-         auto stream = std::make_unique<fs::file_native>();
-         EXPECT_TRUE(stream->open((s.directory / "file.bin").c_str(), EFSMode::READ));
-         return stream;
-     }},
-    {"cached_noseek", false, false,
-     [](Storage& s) { return over_handle(std::make_unique<fs::cachedwrnoseekfile>(512), s, EFSMode::WRITE); },
-     [](Storage& s) { return over_handle(std::make_unique<fs::cachedrdfile>(4096), s, EFSMode::READ); }},
-    {"cached_image", false, true,
-     [](Storage& s) { return over_handle(std::make_unique<fs::cachedwrfile>(100), s, EFSMode::WRITE); },
-     [](Storage& s) { return over_handle(std::make_unique<fs::cachedrdfile>(7), s, EFSMode::READ); }},
-    {"bfile", false, true,
-     [](Storage& s) -> Stream {
-         auto stream = std::make_unique<fs::bfile_win32>(1000);
-         EXPECT_TRUE(stream->open((s.directory / "file.bin").c_str(), EFSMode::WRITE, FFSOpenFlags::CREATE));
-         return stream;
-     },
-     [](Storage& s) -> Stream {
-         auto stream = std::make_unique<fs::bfile_win32>(100);
-         EXPECT_TRUE(stream->open((s.directory / "file.bin").c_str(), EFSMode::READ));
-         return stream;
-     }},
-    {"memfile", false, true,
-     [](Storage& s) -> Stream {
-         auto stream = std::make_unique<fs::vectorfile>();
-         s.bytes.clear();
-         EXPECT_TRUE(stream->open_from_memory(EFSMode::WRITE, &s.bytes, false));
-         return stream;
-     },
-     [](Storage& s) -> Stream {
-         auto stream = std::make_unique<fs::memfile>();
-         EXPECT_TRUE(stream->open_from_memory(EFSMode::READ, s.bytes.data(), s.bytes.size(), false));
-         return stream;
-     }},
-    {"vectorfile", false, true, [](Storage& s) { return over_vector(s, EFSMode::WRITE, false); },
-     [](Storage& s) { return over_vector(s, EFSMode::READ, false); }},
-    {"zipped", true, false, [](Storage& s) { return over_vector(s, EFSMode::WRITE, true); },
-     [](Storage& s) { return over_vector(s, EFSMode::READ, true); }},
+    {"file", over_file<fs::file>, over_file<fs::file>, true, Kind::DISK},
+    {"file_native", over_file<fs::file_native>, over_file<fs::file_native>, true, Kind::DISK},
+    {"cached_noseek", over_file<fs::cachedwrnoseekfile, 512>, over_file<fs::cachedrdfile, 4096>, false, Kind::DISK},
+    {"cached_image", over_file<fs::cachedwrfile, 100>, over_file<fs::cachedrdfile, 7>, true, Kind::DISK},
+    {"bfile", over_file<fs::bfile_win32, 1000>, over_file<fs::bfile_win32, 100>, true, Kind::DISK},
+    {"memfile", over_vector<false>, over_block, true, Kind::MEMORY},
+    {"vectorfile", over_vector<false>, over_vector<false>, true, Kind::MEMORY},
+    {"zipped", over_vector<true>, over_vector<true>, false, Kind::MEMBER},
 };
 
 struct EveryStream : testing::TestWithParam<Kind> {
+    ~EveryStream() override { platform::clear_faults(); }
+    Stream writer() { return GetParam().make_writer(storage, EFSMode::WRITE); }
+    Stream reader() { return GetParam().make_reader(storage, EFSMode::READ); }
     void write(const std::string& data) {
-        const Stream stream = GetParam().writer(storage);
+        const Stream stream = writer();
         ASSERT_EQ(stream->write(data.data(), data.size()), data.size());
         stream->close();
     }
-    Stream reader() { return GetParam().reader(storage); }
+    bool is(Kind::Medium medium) const { return GetParam().medium == medium; }
     Storage storage;
 };
 
@@ -108,22 +89,28 @@ INSTANTIATE_TEST_SUITE_P(Streams, EveryStream, testing::ValuesIn(kinds),
                          [](const auto& kind) { return std::string(kind.param.name); });
 
 TEST_P(EveryStream, GivesBackWhatWasWrittenInAnyPieces) {
-    const std::string data = sample_bytes(100000);
+    std::string data = sample_bytes(100000);
     std::mt19937 random(7);
     const auto next_piece = [&](std::size_t at) {
         return std::min<std::size_t>(random() % (random() % 4 == 0 ? 5000 : 20), data.size() - at);
     };
-    const Stream out = GetParam().writer(storage);
+    const Stream out = writer();
     for (std::size_t at = 0; at < data.size();) {
         const std::size_t size = next_piece(at);
         ASSERT_EQ(out->write(data.data() + at, size), size);
         at += size;
         ASSERT_EQ(out->tell(), at);
+        if (!GetParam().goes_back || at < 20) continue;
+        const std::size_t target = random() % (at - 4);
+        ASSERT_TRUE(out->seek(static_cast<std::int64_t>(target), EFSSeek::BEGIN));
+        out->put_int(0x61626364);
+        data.replace(target, 4, "dcba");
+        ASSERT_TRUE(out->seek(static_cast<std::int64_t>(at - target - 4), EFSSeek::CURRENT));
     }
     out->close();
 
     const Stream in = reader();
-    if (!GetParam().zipped) EXPECT_EQ(in->length(), data.size());
+    if (!is(Kind::MEMBER)) EXPECT_EQ(in->length(), data.size());
     std::string read(data.size(), '\0');
     for (std::size_t at = 0; at < data.size();) {
         const std::size_t size = next_piece(at);
@@ -131,19 +118,13 @@ TEST_P(EveryStream, GivesBackWhatWasWrittenInAnyPieces) {
         at += size;
         ASSERT_EQ(in->tell(), at);
     }
-    EXPECT_EQ(read, data);
-    char byte = 0;
-    EXPECT_EQ(in->read(&byte, 1), 0u);
-    EXPECT_EQ(in->eof(), !GetParam().zipped) << "a zipped stream's length is the raw one";
-}
-
-TEST_P(EveryStream, CutsAReadAtTheEnd) {
-    write("abcdefg");
-    const Stream in = reader();
-    char buffer[100] = {};
-    EXPECT_EQ(in->read(buffer, 5), 5u);
-    EXPECT_EQ(in->read(buffer + 5, 50), 2u);
-    EXPECT_STREQ(buffer, "abcdefg");
+    EXPECT_TRUE(read == data);
+    ASSERT_TRUE(in->seek(99995, EFSSeek::BEGIN));
+    fs::clear_error();
+    EXPECT_EQ(in->read(read.data(), 100), 5u) << "cut at the end";
+    EXPECT_EQ(in->read(read.data(), 1), 0u);
+    EXPECT_EQ(fs::last_error().code, EFSError::NONE);
+    EXPECT_EQ(in->eof(), !is(Kind::MEMBER)) << "a member's length is the raw one";
 }
 
 TEST_P(EveryStream, SeeksForReading) {
@@ -162,62 +143,73 @@ TEST_P(EveryStream, SeeksForReading) {
         ASSERT_EQ(in->read(bytes, 5), 5u);
         ASSERT_EQ(std::string(bytes, 5), data.substr(target, 5)) << target;
     }
-    EXPECT_EQ(in->seek(-4, EFSSeek::END), !GetParam().zipped);
-    if (!GetParam().zipped) {
-        EXPECT_EQ(in->tell(), data.size() - 4);
-    }
+    EXPECT_EQ(in->seek(-4, EFSSeek::END), !is(Kind::MEMBER));
+    if (!is(Kind::MEMBER)) EXPECT_EQ(in->tell(), data.size() - 4);
 }
 
-TEST_P(EveryStream, CarriesEveryTypedValue) {
-    const std::vector<std::string> texts = {"one", "", std::string(5000, 't')};
-    const Stream out = GetParam().writer(storage);
-    *out << true << "narrow" << L"wide \x20AC" << texts;
-    out->put_int(-5);
-    out->put_float(0.25f);
-    out->printf("%04d", 42);
+TEST_P(EveryStream, SaysWhyItNeitherReadsNorWrites) {
+    if (is(Kind::MEMORY)) return;  // it goes both ways, and closing takes nothing away
+    char byte = 0;
+    const auto fails = [&](std::uint64_t answer, const Stream& stream, bool reads) {
+        fs::clear_error();
+        EXPECT_EQ(reads ? stream->read(&byte, 1) : stream->write(&byte, 1), answer);
+        EXPECT_NE(fs::last_error().code, EFSError::NONE);
+    };
+    const std::uint64_t answer = is(Kind::MEMBER) ? 0 : failed;
+    const Stream out = writer();
+    fails(answer, out, true);
     out->close();
-
     const Stream in = reader();
-    bool truth = false;
-    std::string narrow;
-    std::wstring wide;
-    std::vector<std::string> read;
-    *in >> truth >> narrow >> wide >> read;
-    EXPECT_TRUE(truth);
-    EXPECT_EQ(narrow, "narrow");
-    EXPECT_EQ(wide, L"wide \x20AC");
-    EXPECT_EQ(read, texts);
-    EXPECT_EQ(in->get_int(), -5);
-    EXPECT_EQ(in->get_float(), 0.25f);
-    char formatted[5] = {};
-    EXPECT_EQ(in->read(formatted, 4), 4u);
-    EXPECT_STREQ(formatted, "0042");
+    fails(answer, in, false);
+    in->close();
+    if (is(Kind::MEMBER)) return;  // it now gives the raw bytes
+    fails(failed, in, true);
+    fails(failed, in, false);
+    EXPECT_EQ(in->length(), failed);
+    EXPECT_FALSE(in->seek(1, EFSSeek::BEGIN));
+    EXPECT_EQ(in->name(), nullptr);
+    in->close();
 }
 
-TEST_P(EveryStream, CarriesChunksWhereItCanSeekBack) {
-    if (!GetParam().seeks_back_when_writing) return;
-    const Stream out = GetParam().writer(storage);
-    {
-        fs::chunk_save outer(*out, 0x41424344, 1);
-        for (int i = 0; i < 100; ++i) {
-            fs::chunk_save inner(*out, 0x64617461, 2);
-            out->printf("%*d", i, 0);
-        }
-    }
-    out->close();
+TEST_P(EveryStream, TellsAFailedReadFromTheEndAndGoesOnBehindIt) {
+    if (!is(Kind::DISK)) return;
+    const std::string data = sample_bytes(20000);
+    write(data);
     const Stream in = reader();
-    std::uint64_t end = 0;
-    {
-        const fs::chunk_load outer(*in);
-        end = outer.end;
-        EXPECT_EQ(outer.size, in->length() - 12);
-        for (std::uint32_t i = 0; i < 100; ++i) {
-            const fs::chunk_load inner(*in);
-            EXPECT_TRUE(inner.match(0x64617461, 2, nullptr));
-            EXPECT_EQ(inner.size, std::max(i, 1u));
-        }
+    platform::inject_fault(FaultPoint::READ, 2, Failure::OTHER, false);
+    std::string read;
+    int failures = 0;
+    while (read.size() < data.size() && failures < 2) {
+        char bytes[300];
+        fs::clear_error();
+        const std::uint64_t got = in->read(bytes, sizeof(bytes));
+        if (got != failed) read.append(bytes, got);
+        if (got == sizeof(bytes) || read.size() == data.size()) continue;
+        ++failures;
+        EXPECT_EQ(fs::last_error().code, EFSError::IO);
+        ASSERT_EQ(in->tell(), read.size());
     }
-    EXPECT_EQ(in->tell(), end);
+    EXPECT_EQ(failures, 1);
+    EXPECT_TRUE(read == data);
+}
+
+TEST_P(EveryStream, TellsOfAFullDiskAtCloseAtTheLatest) {
+    if (!is(Kind::DISK)) return;
+    const std::string data = sample_bytes(20000);
+    for (const bool is_full : {true, false}) {
+        const Stream out = writer();
+        if (is_full) platform::inject_fault(FaultPoint::WRITE, 1, Failure::DISK_FULL, true);
+        bool told = false;
+        for (std::size_t at = 0; at < data.size(); at += 1000) {
+            fs::clear_error();
+            if (out->write(data.data() + at, 1000) != 1000) told = fs::last_error().code == EFSError::DISK_FULL;
+        }
+        fs::clear_error();
+        out->close();
+        EXPECT_EQ(told || fs::last_error().code == EFSError::DISK_FULL, is_full);
+        platform::clear_faults();
+    }
+    EXPECT_TRUE(storage.directory.read("file.bin") == data) << "also after the failure of another";
 }
 
 }  // namespace

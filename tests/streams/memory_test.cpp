@@ -12,10 +12,8 @@ TEST(MemoryStream, DropsWhatDoesNotFit) {
     unsigned char block[4];
     fs::memfile stream;
     ASSERT_TRUE(stream.open_from_memory(EFSMode::WRITE, block, sizeof(block), false));
-    EXPECT_EQ(stream.length(), 0u);
     EXPECT_EQ(stream.write("abcdef", 6), 4u);
     EXPECT_EQ(stream.write("g", 1), 0u);
-    EXPECT_EQ(stream.length(), 4u);
     EXPECT_TRUE(stream.seek(-2, EFSSeek::END));
     stream.set_eof();
     EXPECT_EQ(stream.length(), 2u);
@@ -23,16 +21,11 @@ TEST(MemoryStream, DropsWhatDoesNotFit) {
     EXPECT_EQ(stream.length(), 4u) << "no more than the block holds";
     EXPECT_FALSE(stream.seek(5, EFSSeek::BEGIN));
     EXPECT_FALSE(stream.seek(-1, EFSSeek::BEGIN));
-    EXPECT_EQ(stream.tell(), 2u);
     EXPECT_FALSE(stream.seek(0, static_cast<EFSSeek::TYPE>(3)));
-}
-
-TEST(MemoryStream, SeeksByTheSizeAsASigned32BitNumber) {
-    unsigned char byte = 0;
-    fs::memfile stream;
-    stream.open_from_memory(EFSMode::READ, &byte, 0x100000005ull, false);
+    EXPECT_EQ(stream.tell(), 2u);
+    stream.open_from_memory(EFSMode::READ, block, 0x100000005ull, false);
     EXPECT_TRUE(stream.set_current_pos(5));
-    EXPECT_FALSE(stream.set_current_pos(6));
+    EXPECT_FALSE(stream.set_current_pos(6)) << "the size counts as a signed 32-bit number";
 }
 
 TEST(MemoryStream, WithoutMemoryIsEmpty) {
@@ -40,15 +33,13 @@ TEST(MemoryStream, WithoutMemoryIsEmpty) {
     block.open_from_memory(EFSMode::READ, nullptr, 100, false);
     fs::vectorfile vector;
     vector.open_from_memory(EFSMode::WRITE, nullptr, false);
-    for (fs::izipped_buffer_file* stream :
-         {static_cast<fs::izipped_buffer_file*>(&block), static_cast<fs::izipped_buffer_file*>(&vector)}) {
+    for (fs::ifile* stream : {static_cast<fs::ifile*>(&block), static_cast<fs::ifile*>(&vector)}) {
         char buffer[4];
         EXPECT_EQ(stream->read(buffer, 4), 0u);
         EXPECT_EQ(stream->write("x", 1), 0u);
         EXPECT_TRUE(stream->seek(0, EFSSeek::END));
         EXPECT_FALSE(stream->seek(1, EFSSeek::BEGIN));
     }
-    EXPECT_FALSE(vector.set_size(1));
 }
 
 TEST(VectorStream, KeepsTheContentsAndGrows) {
@@ -56,8 +47,7 @@ TEST(VectorStream, KeepsTheContentsAndGrows) {
     fs::vectorfile stream;
     stream.open_from_memory(EFSMode::WRITE, &bytes, false);
     EXPECT_TRUE(stream.seek(10, EFSSeek::BEGIN));
-    EXPECT_EQ(bytes.size(), 10u);
-    EXPECT_EQ(bytes[9], 0);
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "ab" + std::string(8, '\0'));
     EXPECT_TRUE(stream.seek(1, EFSSeek::BEGIN));
     const std::string text(20, 'x');
     EXPECT_EQ(stream.write(text.data(), 20), 20u);
@@ -80,11 +70,9 @@ TEST(InMemoryFile, ServesItsBlock) {
     EXPECT_EQ(file->read(buffer, 8), 3u);
     EXPECT_EQ(std::string(buffer, 3), "cde");
     EXPECT_EQ(file->read(buffer, 8), 0u);
-    EXPECT_EQ(file->tell(), 5u);
     EXPECT_EQ(file->length(), 5u);
     EXPECT_FALSE(file->seek(1, EFSSeek::CURRENT));
     EXPECT_EQ(file->write("x", 1), UINT64_MAX);
-    EXPECT_FALSE(file->set_eof());
     EXPECT_EQ(FileInMemory(nullptr, 0).read(buffer, 1), UINT64_MAX);
 }
 

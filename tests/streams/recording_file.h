@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <engine/filesystem/contract/file.h>
@@ -14,8 +13,7 @@ struct FileRecord {
     std::vector<std::uint64_t> reads = {};   // sizes asked for
     std::vector<std::uint64_t> writes = {};  // sizes given
     bool closed = false;
-    std::uint64_t capacity = UINT64_MAX;  // writing stops here, as on a full disk
-    int failing_read = -1;                // the read, counted from 0, that fails
+    int failing_read = -1;  // the read, counted from 0, that fails without a reason
 };
 
 /// An open file over a record in memory.
@@ -27,24 +25,22 @@ public:
     std::uint64_t read(void* buffer, std::uint64_t size) override {
         record_.reads.push_back(size);
         if (static_cast<int>(record_.reads.size()) - 1 == record_.failing_read) return UINT64_MAX;
-        const std::uint64_t there = std::min<std::uint64_t>(size, record_.bytes.size() - std::min(at_, length()));
-        std::memcpy(buffer, record_.bytes.data() + std::min(at_, length()), there);
+        const std::uint64_t begin = std::min(at_, length());
+        const std::uint64_t there = std::min(size, length() - begin);
+        std::memcpy(buffer, record_.bytes.data() + begin, there);
         at_ += there;
         return there;
     }
     std::uint64_t write(const void* data, std::uint64_t size) override {
         record_.writes.push_back(size);
-        size = std::min(size, record_.capacity - std::min(at_, record_.capacity));
         if (record_.bytes.size() < at_ + size) record_.bytes.resize(at_ + size);
         std::memcpy(record_.bytes.data() + at_, data, size);
         at_ += size;
         return size;
     }
     bool seek(std::int64_t offset, EFSSeek::TYPE origin) override {
-        at_ = (origin == EFSSeek::BEGIN     ? 0
-               : origin == EFSSeek::CURRENT ? at_
-                                            : length()) +
-              static_cast<std::uint64_t>(offset);
+        const std::uint64_t from[] = {0, at_, length()};
+        at_ = from[origin] + static_cast<std::uint64_t>(offset);
         return true;
     }
     std::uint64_t length() override { return record_.bytes.size(); }

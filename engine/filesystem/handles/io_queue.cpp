@@ -205,9 +205,14 @@ int IOQueue::ReadWhole(const Request& request) {
     while (done < request.size) {
         std::uint32_t transferred = 0;
         const int status = ReadPiece(request, done, &transferred);
-        if (status != DONE) return status;
-        if (transferred == 0) return done == 0 ? ERROR_STATUS : DONE;
-        done += transferred;
+        if (status == DONE && transferred != 0) {
+            done += transferred;
+            continue;
+        }
+        // Both systems call the end a failure.
+        const bool is_at_end = done != 0 && request.offset + done >= request.file->length();
+        if (status == ABORTED || !is_at_end) return status == ABORTED ? ABORTED : ERROR_STATUS;
+        break;
     }
     return DONE;
 }

@@ -116,7 +116,7 @@ Handle open_gzip(CFSSource* source, const platform::PathAt& path, platform::Open
 
 Handle open_handle(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
                    std::string_view name) {
-    const platform::OpenOptions options = options_of(mode, flags, disposition_of(mode, flags));
+    const platform::OpenOptions options = native_options(mode, flags);
     if (const char* const gz = gzip_mode(mode, flags); gz != nullptr) return open_gzip(source, path, options, gz, name);
     if (is_async(mode, flags)) return open_async(source, path, options, name);
     return open_plain(source, path, options, name);
@@ -131,6 +131,10 @@ SFsFile* finish_open(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS f
 }
 
 }  // namespace
+
+platform::OpenOptions native_options(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
+    return options_of(mode, flags, disposition_of(mode, flags));
+}
 
 SFsFile* open_native(CFSSource* source, const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
     return open_native_at(source, platform::PathAt{.full = path != nullptr ? path : ""}, mode, flags, {});

@@ -8,6 +8,9 @@
 
 namespace fs {
 
+/// How a file is opened in this mode.
+platform::OpenOptions native_options(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags);
+
 /// fs::open_native for a source that holds its root directory open; `name` becomes the handle's name ("" leaves it
 /// unset). `path.full` is what the monitor and the log are told.
 SFsFile* open_native_at(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,

@@ -1,20 +1,15 @@
-// The reader's block. cursor_ and end_ bound the bytes that may be delivered, so that the fast path of read is one
-// comparison; the block is block_position_ bytes into the file, and what lies between buffer_ and cursor_ has been
-// read.
 #include <algorithm>
-#include <cstring>
 #include <new>
 
 #include <engine/filesystem/access/open.h>
 #include <engine/filesystem/streams/cached.h>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/streams/failure.h"
 
 namespace fs {
 
 namespace {
 
-constexpr std::uint64_t failure = UINT64_MAX;
 constexpr std::align_val_t block_alignment{4096};  // what unbuffered handles ask for
 
 }  // namespace
@@ -25,20 +20,20 @@ cachedrdfile::~cachedrdfile() { releasebuffer(); }
 
 void cachedrdfile::reallocate() {
     releasebuffer();
-    buffer_ = static_cast<std::uint8_t*>(::operator new(buffer_size_, block_alignment, std::nothrow));
+    window_.bytes = static_cast<std::uint8_t*>(::operator new(buffer_size_, block_alignment, std::nothrow));
     forget_block();
 }
 
 void cachedrdfile::releasebuffer() {
-    ::operator delete(buffer_, block_alignment);
-    buffer_ = nullptr;
+    ::operator delete(window_.bytes, block_alignment);
+    window_.bytes = nullptr;
     forget_block();
 }
 
-void cachedrdfile::forget_block() { cursor_ = end_ = buffer_; }
+void cachedrdfile::forget_block() { window_.next = window_.end = window_.bytes; }
 
 bool cachedrdfile::open(const char* name, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    if (mode != EFSMode::READ) return false;
+    if (mode != EFSMode::READ) return refuse(EFSError::INVALID_ARGUMENT, name, "A cached reader only reads.");
     SFsFile* const opened = fs::open(name, EFSMode::READ, flags);
     if (opened == nullptr) return false;
     open_from_handle(opened);
@@ -47,76 +42,73 @@ bool cachedrdfile::open(const char* name, EFSMode::TYPE mode, FFSOpenFlags::FLAG
 
 bool cachedrdfile::open_from_handle(SFsFile* adopted) {
     handle = adopted;
-    block_position_ = 0;
+    window_.base = 0;
     file_length_ = fs::length(handle);
     return fetch();
 }
 
 void cachedrdfile::close() {
     file::close();
-    block_position_ = 0;
+    window_.base = 0;
     file_length_ = 0;
     failed_ = false;
     forget_block();
 }
 
-/// Reads the block at block_position_ and stands at its beginning.
+/// Reads the block at the window's base and stands at its beginning.
 bool cachedrdfile::fetch() {
     forget_block();
     failed_ = false;
-    if (block_position_ == file_length_) return true;
+    if (window_.base == file_length_) return true;
     ErrorScope scope;
-    const bool can_read = handle != nullptr && buffer_ != nullptr &&
-                          handle->seek(static_cast<std::int64_t>(block_position_), EFSSeek::BEGIN);
-    const std::uint64_t got = can_read ? handle->read(buffer_, buffer_size_) : failure;
+    const bool can_read = handle != nullptr && window_.bytes != nullptr &&
+                          handle->seek(static_cast<std::int64_t>(window_.base), EFSSeek::BEGIN);
+    const std::uint64_t got = can_read ? handle->read(window_.bytes, buffer_size_) : failure;
     if (got > buffer_size_) {
         failed_ = true;
         if (scope.has_error()) return false;
-        const EFSError::TYPE code = buffer_ == nullptr  ? EFSError::OUT_OF_MEMORY
-                                    : handle == nullptr ? EFSError::INVALID_ARGUMENT
-                                                        : EFSError::IO;
+        const EFSError::TYPE code = window_.bytes == nullptr ? EFSError::OUT_OF_MEMORY
+                                    : handle == nullptr      ? EFSError::INVALID_ARGUMENT
+                                                             : EFSError::IO;
         return refuse(code, name(), "A block of the file cannot be read.");
     }
     // A file that has grown since it was opened still ends where it did.
-    end_ = buffer_ + std::min(got, file_length_ - block_position_);
+    window_.end = window_.bytes + std::min(got, file_length_ - window_.base);
     return true;
 }
 
-std::uint64_t cachedrdfile::tell() { return block_position_ + static_cast<std::uint64_t>(cursor_ - buffer_); }
-
-std::uint64_t cachedrdfile::read_any(std::uint8_t* out, std::uint64_t size) {
-    if (size >= static_cast<std::uint64_t>(end_ - cursor_)) return read_blocks(out, size);
-    if (size == 2) {  // the length of a text
-        std::memcpy(out, cursor_, 2);
-    } else {
-        std::memcpy(out, cursor_, static_cast<std::size_t>(size));
-    }
-    cursor_ += size;
-    return size;
-}
+std::uint64_t cachedrdfile::tell() { return window_.position(); }
 
 /// Also when the block is just used up: the next one is fetched at once.
-std::uint64_t cachedrdfile::read_blocks(std::uint8_t* out, std::uint64_t size) {
-    if (handle == nullptr) return failure;
+std::uint64_t cachedrdfile::read_any(std::uint8_t* out, std::uint64_t size) {
+    if (size < window_.left()) {
+        if (size == 2)  // the length of a text
+            std::memcpy(out, window_.next, 2);
+        else
+            std::memcpy(out, window_.next, static_cast<std::size_t>(size));
+        window_.next += size;
+        return size;
+    }
+    if (handle == nullptr) return not_open();
     const std::uint64_t position = tell();
     if (position >= file_length_) return 0;
     size = std::min(size, file_length_ - position);
     std::uint64_t done = 0;
     while (done < size) {
-        const auto now = std::min(size - done, static_cast<std::uint64_t>(end_ - cursor_));
-        if (now != 0) std::memcpy(out + done, cursor_, static_cast<std::size_t>(now));
-        cursor_ += now;
+        const std::uint64_t now = std::min(size - done, window_.left());
+        if (now != 0) std::memcpy(out + done, window_.next, static_cast<std::size_t>(now));
+        window_.next += now;
         done += now;
-        if (cursor_ != end_) continue;
-        block_position_ = tell();
+        if (window_.left() != 0) continue;
+        window_.base = tell();
         if (!fetch() && done == 0) return failure;
-        if (cursor_ == end_) break;
+        if (window_.left() == 0) break;
     }
     return done;
 }
 
 bool cachedrdfile::move_to(std::uint64_t position) {
-    block_position_ = position;
+    window_.base = position;
     forget_block();
     if (position >= file_length_) return false;
     fetch();
@@ -125,19 +117,18 @@ bool cachedrdfile::move_to(std::uint64_t position) {
 
 bool cachedrdfile::seek(std::int64_t offset, EFSSeek::TYPE origin) {
     const auto distance = static_cast<std::uint64_t>(offset);
-    const auto valid = static_cast<std::uint64_t>(end_ - buffer_);
-    const auto inside = static_cast<std::uint64_t>(cursor_ - buffer_);
+    const std::uint64_t valid = window_.used() + window_.left();
     switch (origin) {
         case EFSSeek::BEGIN:
-            if (distance < block_position_ || distance - block_position_ >= valid) return move_to(distance);
-            cursor_ = buffer_ + (distance - block_position_);
+            if (distance < window_.base || distance - window_.base >= valid) return move_to(distance);
+            window_.next = window_.bytes + (distance - window_.base);
             return true;
         case EFSSeek::CURRENT: {
             // Whether the target lies in the block is decided in 32-bit arithmetic, so that a distance of a multiple of
             // 4 GiB is taken for none.
-            const auto target = static_cast<std::int32_t>(static_cast<std::uint32_t>(inside + distance));
+            const auto target = static_cast<std::int32_t>(static_cast<std::uint32_t>(window_.used() + distance));
             if (failed_ || target < 0 || target >= static_cast<std::int32_t>(valid)) return move_to(tell() + distance);
-            cursor_ = buffer_ + target;
+            window_.next = window_.bytes + target;
             return true;
         }
         case EFSSeek::END:

@@ -1,10 +1,11 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include <engine/filesystem/streams/cached.h>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/streams/failure.h"
 #include "engine/filesystem/streams/image_block.h"
 #include "engine/filesystem/streams/write_all.h"
 
@@ -12,16 +13,11 @@ namespace fs {
 
 namespace {
 
-constexpr std::uint64_t failure = UINT64_MAX;
-
 void copy(std::uint8_t* to, const std::uint8_t* from, std::uint64_t size) {
     if (size != 0) std::memcpy(to, from, static_cast<std::size_t>(size));
 }
 
-std::uint64_t without_memory() {
-    set_error(EFSError::OUT_OF_MEMORY, "", "There is no memory for what is written.");
-    return failure;
-}
+std::uint64_t without_memory() { return fail(EFSError::OUT_OF_MEMORY, "There is no memory for what is written."); }
 
 }  // namespace
 
@@ -34,18 +30,19 @@ cachedwrnoseekfile::~cachedwrnoseekfile() {
 
 void cachedwrnoseekfile::reallocate() {
     releasebuffer();
-    buffer_ = buffer_size_ == 0 ? nullptr : static_cast<std::uint8_t*>(std::malloc(buffer_size_));
-    if (buffer_ == nullptr) buffer_size_ = 0;
+    window_.bytes = window_.next = static_cast<std::uint8_t*>(std::malloc(buffer_size_));
+    window_.end = window_.bytes == nullptr ? nullptr : window_.bytes + buffer_size_;
 }
 
 void cachedwrnoseekfile::releasebuffer() {
-    std::free(buffer_);
-    buffer_ = nullptr;
+    std::free(window_.bytes);
+    window_ = {};
 }
 
 void cachedwrnoseekfile::flush() {
-    if (used_ != 0 && handle != nullptr && !write_all(*handle, buffer_, used_)) lost_ = last_error().code;
-    used_ = 0;
+    const std::uint64_t size = window_.used();
+    if (size != 0 && handle != nullptr && !write_all(*handle, window_.bytes, size)) lost_ = last_error().code;
+    window_.next = window_.bytes;
 }
 
 void cachedwrnoseekfile::close() {
@@ -56,74 +53,75 @@ void cachedwrnoseekfile::close() {
     file::close();
 }
 
-std::uint64_t cachedwrnoseekfile::tell() { return fs::tell(handle) + used_; }
+std::uint64_t cachedwrnoseekfile::tell() { return fs::tell(handle) + window_.used(); }
 
 bool cachedwrnoseekfile::seek(std::int64_t, EFSSeek::TYPE) { return false; }
 
-std::uint64_t cachedwrnoseekfile::write_blocks(const std::uint8_t* data, std::uint64_t size) {
-    if (size == 0) return 0;
-    if (buffer_size_ == 0) return without_memory();  // nothing to collect in
-    std::uint64_t done = 0;
-    while (done < size) {
-        const auto now = static_cast<std::uint32_t>(std::min<std::uint64_t>(size - done, buffer_size_ - used_));
-        std::memcpy(buffer_ + used_, data + done, now);
-        used_ += now;
+std::uint64_t cachedwrnoseekfile::write_any(const std::uint8_t* data, std::uint64_t size) {
+    if (size != 0 && window_.left() == 0) return without_memory();  // nothing to collect in
+    for (std::uint64_t done = 0; done < size;) {
+        const std::uint64_t now = std::min(size - done, window_.left());
+        copy(window_.next, data + done, now);
+        window_.next += now;
         done += now;
-        if (used_ == buffer_size_) flush();
+        if (window_.left() == 0) flush();
     }
     return size;
 }
 
-cachedwrfile::cachedwrfile(std::uint64_t grow_step) : grow_step_(grow_step) {
-    reallocate();
-    allow_short_way();
-}
+/// All that is written. Up to `written`, and up to the position where it lies inside, every byte has its value.
+struct cachedwrfile::Image {
+    std::uint8_t* bytes = nullptr;
+    std::uint64_t capacity = 0;   // what the stream counts with: a multiple of the step
+    std::uint64_t allocated = 0;  // what the memory holds; it grows as suits it
+    std::uint64_t written = 0;
+};
+
+cachedwrfile::cachedwrfile(std::uint64_t grow_step) : grow_step_(grow_step) { reallocate(); }
 
 cachedwrfile::~cachedwrfile() {
     flush();
     releasebuffer();
 }
 
-bool cachedwrfile::reallocate() { return grow_step_ <= UINT64_MAX - capacity_ && grow_to(capacity_ + grow_step_); }
+std::uint64_t cachedwrfile::capacity() const { return image_ == nullptr ? 0 : image_->capacity; }
 
-void cachedwrfile::releasebuffer() {
-    free_image(buffer_, allocated_);
-    buffer_ = nullptr;
-    capacity_ = allocated_ = written_ = 0;
-}
-
-/// The image counts in steps; the memory behind it grows as suits it.
-bool cachedwrfile::grow_to(std::uint64_t capacity) {
-    if (!enlarge_image(buffer_, allocated_, capacity)) return false;
-    capacity_ = capacity;
+/// By whole steps, at least `size` bytes; the position stays.
+bool cachedwrfile::grow_by(std::uint64_t size) {
+    if (grow_step_ == 0) return false;
+    if (image_ == nullptr) image_.reset(new (std::nothrow) Image);
+    const std::uint64_t steps = (size - 1) / grow_step_ + 1;
+    if (image_ == nullptr || steps > (UINT64_MAX - capacity()) / grow_step_) return false;
+    const std::uint64_t position = tell();
+    if (!enlarge_image(image_->bytes, image_->allocated, capacity() + steps * grow_step_)) return false;
+    image_->capacity += steps * grow_step_;
+    stand_at(position);
     return true;
 }
 
-/// Counts in what was written the short way. Each operation begins with this, and ends with allow_short_way.
+bool cachedwrfile::reallocate() { return grow_by(1); }
+
+void cachedwrfile::releasebuffer() {
+    if (image_ != nullptr) free_image(image_->bytes, image_->allocated);
+    image_.reset();
+    window_ = {};
+}
+
 void cachedwrfile::note_written() {
-    if (short_end_ != 0) written_ = std::max(written_, pos_);
+    if (image_ != nullptr && window_.bytes != nullptr) image_->written = std::max(image_->written, window_.used());
 }
 
-void cachedwrfile::allow_short_way() {
-    constexpr std::uint64_t value_size = 4;
-    const bool gap = pos_ > written_;
-    short_end_ = gap || capacity_ < value_size ? 0 : capacity_ - value_size;
-}
-
-/// A seek may have left bytes below `end` (within the image) unwritten: they become zeros.
-void cachedwrfile::fill_gap(std::uint64_t end) {
-    if (end <= written_) return;
-    std::memset(buffer_ + written_, 0, static_cast<std::size_t>(end - written_));
-    written_ = end;
+void cachedwrfile::stand_at(std::uint64_t position) {
+    window_ = {.base = position};
+    if (image_ == nullptr || position > image_->capacity) return;
+    window_ = {.bytes = image_->bytes, .next = image_->bytes + position, .end = image_->bytes + image_->capacity};
 }
 
 void cachedwrfile::flush() {
-    note_written();
-    const std::uint64_t size = std::min(pos_, capacity_);
-    fill_gap(size);
-    if (size != 0 && handle != nullptr) write_all(*handle, buffer_, size);
-    pos_ = written_ = 0;
-    allow_short_way();
+    const std::uint64_t size = std::min(tell(), capacity());
+    if (size != 0 && handle != nullptr) write_all(*handle, image_->bytes, size);
+    if (image_ != nullptr) image_->written = 0;
+    stand_at(0);
 }
 
 void cachedwrfile::close() {
@@ -131,65 +129,41 @@ void cachedwrfile::close() {
     file::close();
 }
 
-std::uint64_t cachedwrfile::tell() { return pos_; }
+std::uint64_t cachedwrfile::tell() { return window_.position(); }
 
 bool cachedwrfile::seek(std::int64_t offset, EFSSeek::TYPE origin) {
     note_written();
-    const bool moved = move(offset, origin);
-    allow_short_way();
-    return moved;
-}
-
-bool cachedwrfile::move(std::int64_t offset, EFSSeek::TYPE origin) {
     const auto distance = static_cast<std::uint64_t>(offset);
-    switch (origin) {
-        case EFSSeek::BEGIN:
-            pos_ = distance;
-            return true;
-        case EFSSeek::CURRENT:
-            if (offset > 0 && pos_ <= capacity_ && distance > capacity_ - pos_) {
-                if (grow_step_ == 0) return false;
-                const std::uint64_t steps = (distance - (capacity_ - pos_) - 1) / grow_step_ + 1;
-                if (steps > (UINT64_MAX - capacity_) / grow_step_) return false;
-                if (!grow_to(capacity_ + steps * grow_step_)) return false;
-            }
-            pos_ += distance;
-            return true;
-        case EFSSeek::END:
-            pos_ = capacity_ + distance;
-            return true;
+    std::uint64_t target = distance;
+    if (origin == EFSSeek::CURRENT) {
+        if (offset > 0 && tell() <= capacity() && distance > capacity() - tell() &&
+            !grow_by(distance - (capacity() - tell())))
+            return false;
+        target += tell();
     }
+    if (origin == EFSSeek::END) target += capacity();
+    if (origin <= EFSSeek::END) stand_at(target);
+    // What was never written, up to the new position, becomes zeros.
+    const std::uint64_t end = std::min(tell(), capacity());
+    if (image_ == nullptr || end <= image_->written) return true;
+    std::memset(image_->bytes + image_->written, 0, static_cast<std::size_t>(end - image_->written));
+    image_->written = end;
     return true;
 }
 
+/// Grows as soon as the image is full. What it cannot hold fails: all bits set when that is everything.
 std::uint64_t cachedwrfile::write_any(const std::uint8_t* data, std::uint64_t size) {
-    note_written();
-    const std::uint64_t taken = write_into_image(data, size);
-    allow_short_way();
-    return taken;
-}
-
-/// Grows as soon as the image is full. What can't be held is refused: all bits set when that is everything.
-std::uint64_t cachedwrfile::write_into_image(const std::uint8_t* data, std::uint64_t size) {
     if (size == 0) return 0;
-    if (pos_ > capacity_ || grow_step_ == 0) {
-        set_error(EFSError::INVALID_ARGUMENT, "", "A cached writer does not write outside of its image.");
-        return failure;
+    if (tell() > capacity() || grow_step_ == 0)
+        return fail(EFSError::INVALID_ARGUMENT, "A cached writer does not write outside of its image.");
+    const std::uint64_t room = capacity() - tell();
+    if (size >= room && !grow_by(size - room + 1)) {
+        without_memory();
+        size = room;
     }
-    std::uint64_t taken = std::min(size, capacity_ - pos_);
-    if (taken == capacity_ - pos_) {
-        const std::uint64_t steps = (size - taken) / grow_step_ + 1;
-        const bool fits = steps <= (UINT64_MAX - capacity_) / grow_step_ && grow_to(capacity_ + steps * grow_step_);
-        if (fits)
-            taken = size;
-        else
-            without_memory();
-    }
-    fill_gap(pos_);
-    copy(buffer_ + pos_, data, taken);
-    pos_ += taken;
-    written_ = std::max(written_, pos_);
-    return taken == 0 ? failure : taken;
+    copy(window_.next, data, size);
+    window_.next += size;
+    return size == 0 ? failure : size;
 }
 
 }  // namespace fs

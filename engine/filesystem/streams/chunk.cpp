@@ -4,6 +4,7 @@
 #include <engine/filesystem/streams/memory.h>
 
 #include "engine/filesystem/log/levels.h"
+#include "engine/kernel/bytes.h"
 
 namespace fs {
 
@@ -21,13 +22,6 @@ constexpr std::int64_t size_field = 4;
 std::uint32_t reverse_bytes(std::uint32_t value) {
     return value >> 24 | (value >> 8 & 0xFF00) | (value << 8 & 0xFF0000) | value << 24;
 }
-
-struct IdentifierText {
-    explicit IdentifierText(std::uint32_t id)
-        : characters{static_cast<char>(id >> 24), static_cast<char>(id >> 16), static_cast<char>(id >> 8),
-                     static_cast<char>(id), '\0'} {}
-    char characters[5];
-};
 
 /// Whether going to `position` would make a vector longer: a damaged size must not cost memory.
 bool lies_behind_vector(ifile& file, std::uint64_t position) {
@@ -70,10 +64,12 @@ void chunk_load::rewind() { end -= std::uint64_t{header_size} + size; }
 bool chunk_load::match(unsigned wanted_id, unsigned wanted_version, const char* context) const {
     if (wanted_id == id && wanted_version == version) return true;
     if (context == nullptr) return false;
+    std::uint8_t letters[5] = {};
+    kernel::store_u32(letters, reverse_bytes(id));
     // The version is the one asked for, not the chunk's own.
     _CLog(_CLogLevelFromId(error_id), _CLogCategoryFromLabel(error_id).c_str(), log_source, log_line,
           _CLFilter(error_id), CLLineMode::CONTINUE, "%s Unknown data chunk %s_%i\n", context,
-          IdentifierText(id).characters, static_cast<int>(wanted_version));
+          reinterpret_cast<const char*>(letters), static_cast<int>(wanted_version));
     return false;
 }
 

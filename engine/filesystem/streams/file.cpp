@@ -3,6 +3,8 @@
 #include <engine/filesystem/access/open.h>
 #include <engine/filesystem/handles.h>
 
+#include "engine/filesystem/streams/failure.h"
+
 namespace fs {
 
 file::file() = default;
@@ -27,9 +29,13 @@ std::uint64_t file::tell() { return fs::tell(handle); }
 
 bool file::seek(std::int64_t offset, EFSSeek::TYPE origin) { return fs::seek(handle, offset, origin); }
 
-std::uint64_t file::read(void* buffer, std::uint64_t size) { return fs::read(handle, buffer, size); }
+std::uint64_t file::read(void* buffer, std::uint64_t size) {
+    return handle == nullptr ? not_open() : handle->read(buffer, size);
+}
 
-std::uint64_t file::write(const void* data, std::uint64_t size) { return fs::write(handle, data, size); }
+std::uint64_t file::write(const void* data, std::uint64_t size) {
+    return handle == nullptr ? not_open() : handle->write(data, size);
+}
 
 void file::set_eof() { fs::set_eof(handle); }
 

@@ -84,7 +84,8 @@ void izipped_buffer_file::delete_buffer() {}
 bool izipped_buffer_file::init_zip_stream(EFSMode::TYPE mode) {
     if (!zipped_) return false;
     const bool writing = mode == EFSMode::WRITE;
-    if (zip_ != nullptr) return zip_->writing == writing;
+    if (zip_ != nullptr && zip_->writing == writing) return true;
+    if (zip_ != nullptr) return refuse(EFSError::INVALID_ARGUMENT, "", "A gzip member is either read or written.");
     zip_ = new (std::nothrow) State(writing);
     const bool has_memory = zip_ != nullptr && guarded(nullptr, false, [this] { return zip_->begin(); });
     if (!has_memory) set_error(EFSError::OUT_OF_MEMORY, "", "There is no memory for a gzip stream.");

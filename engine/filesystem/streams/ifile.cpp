@@ -7,18 +7,26 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
-#include <new>
+#include <string>
+#include <type_traits>
+#include <vector>
 
-#include "engine/filesystem/streams/wide_units.h"
+#include "engine/filesystem/contract/guarded.h"
+#include "engine/kernel/text.h"
 
 namespace fs {
 
 namespace {
 
 constexpr std::size_t scratch_size = 1024;
+constexpr std::size_t gathered_size = 4096;
+
+template <class Char>
+constexpr std::uint32_t unit_size = sizeof(Char) == 1 ? 1 : 2;  // in the file
 
 void write_count(ifile& stream, std::uint16_t count) {
-    const std::uint8_t bytes[2] = {static_cast<std::uint8_t>(count), static_cast<std::uint8_t>(count >> 8)};
+    std::uint8_t bytes[2];
+    kernel::store_u16(bytes, count);
     stream.write(bytes, sizeof(bytes));
 }
 
@@ -26,7 +34,7 @@ void write_count(ifile& stream, std::uint16_t count) {
 bool read_count(ifile& stream, std::uint16_t& count) {
     std::uint8_t bytes[2] = {};
     const bool whole = stream.read(bytes, sizeof(bytes)) == sizeof(bytes);
-    count = static_cast<std::uint16_t>(bytes[0] | bytes[1] << 8);
+    count = kernel::load_u16(bytes);
     return whole;
 }
 
@@ -37,39 +45,58 @@ void write_text(ifile& stream, const char* text, std::size_t length) {
     if (count != 0) stream.write(text, count);
 }
 
-void write_text(ifile& stream, const wchar_t* text, std::size_t length) {
-    auto left = static_cast<std::uint16_t>(count_units(text, length));
-    write_count(stream, left);
-    UnitReader units(text);
-    while (left != 0) {
-        std::uint8_t bytes[scratch_size];
-        const auto now = static_cast<std::uint16_t>(std::min<std::size_t>(left, scratch_size / 2));
-        for (std::size_t i = 0; i < now; ++i) {
-            const std::uint16_t unit = units.next();
-            bytes[2 * i] = static_cast<std::uint8_t>(unit);
-            bytes[2 * i + 1] = static_cast<std::uint8_t>(unit >> 8);
+/// Wide text is 16-bit units in files. Where wchar_t is wider, pairs of surrogates become one character and back; a lone
+/// one passes as it is, and what no pair can say becomes U+FFFD.
+std::u16string units_of(const wchar_t* text, std::size_t length) {
+    std::u16string units;
+    units.reserve(length);
+    for (std::size_t i = 0; i < length; ++i) {
+        const std::uint32_t code = static_cast<std::make_unsigned_t<wchar_t>>(text[i]);
+        if (code > 0xFFFF && code <= 0x10FFFF) {
+            units.push_back(static_cast<char16_t>(0xD800 | (code - 0x10000) >> 10));
+            units.push_back(static_cast<char16_t>(0xDC00 | (code & 0x3FF)));
+        } else {
+            units.push_back(static_cast<char16_t>(code <= 0xFFFF ? code : 0xFFFD));
         }
-        stream.write(bytes, now * 2u);
-        left = static_cast<std::uint16_t>(left - now);
     }
+    return units;
+}
+
+void write_text(ifile& stream, const wchar_t* text, std::size_t length) {
+    guarded(stream.name(), [&] {
+        const std::u16string units = units_of(text, length);
+        const auto count = static_cast<std::uint16_t>(units.size());
+        std::vector<std::uint8_t> bytes(2u + 2u * count);
+        kernel::store_u16(bytes.data(), count);
+        for (std::size_t i = 0; i < count; ++i) kernel::store_u16(&bytes[2 + 2 * i], units[i]);
+        stream.write(bytes.data(), bytes.size());
+    });
 }
 
 /// Reads `count` units into `out` (room for as many characters) and returns how many characters they make; a unit that
 /// the stream does not hold counts as one and stays as it was.
 std::size_t read_units(ifile& stream, std::uint16_t count, wchar_t* out) {
-    CharacterWriter characters(out);
+    wchar_t* end = out;
+    std::uint32_t high = 0;  // the unit before, unless a pair ended with it
     std::size_t left = count;
     while (left != 0) {
         std::uint8_t bytes[scratch_size];
         const std::size_t now = std::min<std::size_t>(left, scratch_size / 2);
         const std::uint64_t got = stream.read(bytes, now * 2);
         const std::size_t whole = got > now * 2 ? 0 : static_cast<std::size_t>(got / 2);
-        for (std::size_t i = 0; i < whole; ++i)
-            characters.add(static_cast<std::uint16_t>(bytes[2 * i] | bytes[2 * i + 1] << 8));
+        for (std::size_t i = 0; i < whole; ++i) {
+            const std::uint32_t unit = kernel::load_u16(bytes + 2 * i);
+            const bool joins = sizeof(wchar_t) > 2 && kernel::is_high_surrogate(high) && kernel::is_low_surrogate(unit);
+            if (joins)
+                end[-1] = static_cast<wchar_t>(kernel::join_surrogates(high, unit));
+            else
+                *end++ = static_cast<wchar_t>(unit);
+            high = joins ? 0 : unit;
+        }
         left -= whole;
         if (whole != now) break;
     }
-    return characters.count() + left;
+    return static_cast<std::size_t>(end - out) + left;
 }
 
 void discard(ifile& stream, std::uint32_t size) {
@@ -90,10 +117,9 @@ std::size_t read_characters(ifile& stream, std::uint16_t count, wchar_t* out) { 
 
 template <class Char>
 void read_into_buffer(ifile& stream, Char* text) {
-    constexpr std::uint32_t unit_size = sizeof(Char) == 1 ? 1 : 2;
     std::uint16_t count = 0;
     read_count(stream, count);
-    if (text == nullptr) return discard(stream, count * unit_size);
+    if (text == nullptr) return discard(stream, count * unit_size<Char>);
     // The caller answers for the size of the buffer.
     const std::size_t length = count == 0 ? 0 : read_characters(stream, count, text);
     text[length] = 0;
@@ -107,7 +133,10 @@ void read_into_pointer(ifile& stream, Char*& text) {
     read_count(stream, count);
     if (count == 0) return;
     text = static_cast<Char*>(std::calloc(count + std::size_t{1}, sizeof(Char)));
-    if (text == nullptr) return discard(stream, count * (sizeof(Char) == 1 ? 1u : 2u));
+    if (text == nullptr) {
+        set_error(EFSError::OUT_OF_MEMORY, stream.name(), "There is no memory for a text.");
+        return discard(stream, count * unit_size<Char>);
+    }
     text[read_characters(stream, count, text)] = 0;
 }
 
@@ -116,11 +145,10 @@ template <class Char>
 bool read_into_string(ifile& stream, ztl::string_base<Char>& text) {
     std::uint16_t count = 0;
     const bool whole = read_count(stream, count);
-    try {
-        text.resize(count);
-    } catch (const std::bad_alloc&) {
+    const bool has_memory = guarded(stream.name(), false, [&] { return text.resize(count), true; });
+    if (!has_memory) {
         text.clear();
-        discard(stream, count * (sizeof(Char) == 1 ? 1u : 2u));
+        discard(stream, count * unit_size<Char>);
         return whole;
     }
     if (count != 0) text.resize(read_characters(stream, count, text.data()));
@@ -136,35 +164,6 @@ std::uint32_t credible_elements(ifile& stream, std::uint32_t count) {
     if (length == UINT64_MAX || position >= length) return 0;
     return static_cast<std::uint32_t>(std::min<std::uint64_t>({count, (length - position) / 2, enough}));
 }
-
-/// Gathers small pieces, so that a vector of short texts costs few calls of the stream's write.
-class Gatherer {
-public:
-    explicit Gatherer(ifile& stream) : stream_(stream) {}
-    ~Gatherer() { flush(); }
-    Gatherer(const Gatherer&) = delete;
-    Gatherer& operator=(const Gatherer&) = delete;
-
-    void put(const void* data, std::size_t size) {
-        if (size > sizeof(bytes_) - used_) flush();
-        if (size > sizeof(bytes_)) {
-            stream_.write(data, size);
-            return;
-        }
-        std::memcpy(bytes_ + used_, data, size);
-        used_ += size;
-    }
-
-private:
-    void flush() {
-        if (used_ != 0) stream_.write(bytes_, used_);
-        used_ = 0;
-    }
-
-    ifile& stream_;
-    std::size_t used_ = 0;
-    std::uint8_t bytes_[4 * scratch_size] = {};
-};
 
 }  // namespace
 
@@ -210,19 +209,25 @@ ifile& ifile::operator<<(ztl::string_base<wchar_t>& text) {
 }
 
 ifile& ifile::operator<<(const ztl::vector<ztl::string_base<char>>& texts) {
-    Gatherer out(*this);
-    const auto elements = static_cast<std::uint32_t>(texts.size());
-    const std::uint8_t header[4] = {static_cast<std::uint8_t>(elements), static_cast<std::uint8_t>(elements >> 8),
-                                    static_cast<std::uint8_t>(elements >> 16),
-                                    static_cast<std::uint8_t>(elements >> 24)};
-    out.put(header, sizeof(header));
-    for (std::uint32_t i = 0; i < elements; ++i) {
-        const ztl::string_base<char>& text = texts[i];
-        const auto count = static_cast<std::uint16_t>(text.size());
-        const std::uint8_t bytes[2] = {static_cast<std::uint8_t>(count), static_cast<std::uint8_t>(count >> 8)};
-        out.put(bytes, sizeof(bytes));
-        out.put(text.data(), count);
-    }
+    guarded(name(), [&] {
+        std::string bytes;  // gathered, so that many short texts cost few writes
+        const auto put = [&bytes](std::uint32_t number, std::size_t size) {
+            std::uint8_t stored[4];
+            kernel::store_u32(stored, number);
+            bytes.append(reinterpret_cast<const char*>(stored), size);
+        };
+        const auto elements = static_cast<std::uint32_t>(texts.size());
+        put(elements, 4);
+        for (std::uint32_t i = 0; i < elements; ++i) {
+            const auto count = static_cast<std::uint16_t>(texts[i].size());
+            put(count, 2);
+            bytes.append(texts[i], 0, count);
+            if (bytes.size() < gathered_size) continue;
+            write(bytes.data(), bytes.size());
+            bytes.clear();
+        }
+        if (!bytes.empty()) write(bytes.data(), bytes.size());
+    });
     return *this;
 }
 
@@ -269,16 +274,14 @@ ifile& ifile::operator>>(ztl::string_base<wchar_t>& text) {
 
 ifile& ifile::operator>>(ztl::vector<ztl::string_base<char>>& texts) {
     const std::uint32_t elements = get_uint();
-    try {
+    guarded(name(), [&] {
         texts.reserve(texts.size() + credible_elements(*this, elements));
         for (std::uint32_t i = 0; i < elements; ++i) {
             if (read_into_string(*this, texts.emplace_back())) continue;
             texts.pop_back();
             break;
         }
-    } catch (const std::bad_alloc&) {
-        return *this;
-    }
+    });
     return *this;
 }
 

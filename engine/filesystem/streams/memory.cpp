@@ -69,13 +69,7 @@ bool resize(ztl::vector<unsigned char>& vector, std::uint64_t size) {
 }
 
 bool append(ztl::vector<unsigned char>& vector, const unsigned char* data, std::uint64_t size) {
-    if (size > memory_limit) return false;
-    try {
-        vector.insert(vector.end(), data, data + size);
-        return true;
-    } catch (...) {  // no memory
-        return false;
-    }
+    return guarded("", false, [&] { return vector.insert(vector.end(), data, data + size), true; });
 }
 
 }  // namespace
