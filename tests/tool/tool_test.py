@@ -286,6 +286,10 @@ def chunk_trees(tool):
     tool.write("root/deep.chk", b"".join(chunk(b"DEEP", 1, b"")[:8] + struct.pack("<I", 12 * left)
                                          for left in range(19999, -1, -1)))
     tool.run("chunks deep.chk", 0, r"~\[19999\] DEEP  version 1  offset 239988  size 0\n$")
+    # In a pack too, where a stored file is sought in back and forth.
+    tool.write("stored/far.chk", chunk(b"FARR", 1, chunk(b"data", 1, bytes(150000)) + chunk(b"last", 1, b"")) + TREE)
+    tool.run("pack stored.pak stored --store chk")
+    tool.run("--add stored.pak chunks far.chk", 0, r"~  last  version 1  offset 150024  size 0\nTREE(.|\n)*leaf")
     inner = bytearray(TREE)
     inner[20] = 200  # the size of the chunk "data"
     for name, data, offset in (("cut", TREE[:-1], 0), ("tail", TREE + b"abc", 53), ("inner", bytes(inner), 12),
