@@ -240,7 +240,7 @@ def packs(tool):
     tool.write("work/bad.pak", bytes(damaged))
     tool.write("work/cut.pak", bytes(damaged[:100]))
     with zipfile.ZipFile(tool.path("work/out.pak"), "w") as out:
-        for name, text in (("Same.txt", "first"), ("../out.txt", "outside")):
+        for name, text in (("Same.txt", "first"), ("../out.txt", "outside"), ("a/#b/hidden", "")):
             out.writestr(name, text)
     with zipfile.ZipFile(tool.path("work/twice.pak"), "w") as out, warnings.catch_warnings():
         warnings.simplefilter("ignore")
@@ -250,7 +250,7 @@ def packs(tool):
                ("pack work/made.pak work/in --level 13", 2, "", "--level 13: deflate has levels from 0 to 12"),
                ("pack work/made.pak work/in --level 23 --method zstd", 2, "", "--level"),
                ("--add work/bad.pak crc sub/text.txt", 1, "", "damaged"))
-    tool.fails(("verify work/bad.pak", "sub/text.txt"), ("unpack work/bad.pak work/bad", "sub/text.txt"), ("list work/cut.pak", "enginefs: work/cut.pak: "),
+    tool.fails(("verify work/bad.pak", "sub/text.txt"), ("verify work/out.pak", "a/#b/hidden: a mounted pack shows no file"), ("unpack work/bad.pak work/bad", "sub/text.txt"), ("list work/cut.pak", "enginefs: work/cut.pak: "),
                ("unpack work/out.pak work/out", "../out.txt: "), ("pack work/made.pak nowhere", "nowhere"),
                ("pack nowhere/made.pak work/in", "its directory does not exist"),
                ("unpack work/made.pak root/Readme.txt", "cannot be made a directory"),
