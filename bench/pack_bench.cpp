@@ -563,6 +563,31 @@ void MixedAssetsZstd(benchmark::State& state) {
 }
 BENCHMARK(MixedAssetsZstd)->Iterations(1);
 
+/// Entries packed by two threads, a packer each, beside one.
+void PackTwoThreads(benchmark::State& state) {
+    const SFsPacking how{.method = state.range(0) != 0 ? EFSPackMethod::ZSTD : EFSPackMethod::DEFLATE, .level = 6};
+    std::vector<std::string> bodies;
+    for (std::uint32_t i = 0; i < 200; ++i) bodies.push_back(text_like(64 * 1024, i));
+    const auto pack_half = [&](std::size_t first) {
+        fs::entry_packer packer;
+        SFsPackedEntry entry;
+        for (std::size_t i = first; i < bodies.size(); i += 2)
+            require(packer.pack(bodies[i].data(), bodies[i].size(), how, entry), "cannot pack");
+    };
+    paired::compare(
+        state, bodies.size(), 9,
+        [&] {
+            std::thread other(pack_half, 1);
+            pack_half(0);
+            other.join();
+        },
+        [&] {
+            pack_half(0);
+            pack_half(1);
+        });
+}
+BENCHMARK(PackTwoThreads)->Iterations(1)->Arg(0)->Arg(1)->ArgName("zstd");
+
 #if HAVE_LIBZIP
 void MountLibzip(benchmark::State& state) {
     const Pack& pack = large_pack(MANY_NAMES);

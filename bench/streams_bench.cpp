@@ -4,6 +4,7 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -371,12 +372,73 @@ void GzipRead_vectorfile_by_4K(benchmark::State& state) {
     count_plain_bytes(state);
 }
 
+/// The member as a file of the disk.
+const std::string& member_path() {
+    static const std::string path = [] {
+        need_member();
+        const std::string made = work_path("streams_bench_member.gz");
+        std::ofstream(made, std::ios::binary)
+            .write(reinterpret_cast<const char*>(member.data()), static_cast<std::streamsize>(member.size()));
+        return made;
+    }();
+    return path;
+}
+
+/// A gzip stream over a file of ours, as a host that has members in files writes it.
+class GzipOverFile : public fs::izipped_buffer_file {
+public:
+    explicit GzipOverFile(const std::string& path)
+        : file_(fs::open_native(nullptr, path.c_str(), EFSMode::READ, FFSOpenFlags::NONE)) {
+        init(EFSMode::READ, true);
+    }
+    ~GzipOverFile() override {
+        close();
+        fs::close(file_);
+    }
+    std::uint64_t write_data(const void*, std::uint64_t) override { return 0; }
+    std::uint64_t read_data(void* buffer, std::uint64_t size) override { return fs::read(file_, buffer, size); }
+    std::uint64_t get_size() override { return fs::length(file_); }
+    bool set_size(std::uint64_t) override { return false; }
+    std::uint64_t get_current_pos() override { return fs::tell(file_); }
+    bool set_current_pos(std::int64_t position) override { return fs::seek(file_, position, EFSSeek::BEGIN); }
+
+private:
+    SFsFile* file_;
+};
+
+void GzipRead_file(benchmark::State& state) {
+    const std::string& path = member_path();
+    std::string piece(1 << 16, '\0');
+    for (auto _ : state) {
+        GzipOverFile stream(path);
+        std::uint64_t bytes = 0;
+        while (const std::uint64_t got = stream.read(piece.data(), piece.size())) bytes += got;
+        if (bytes != plain_size || fs::last_error().code != EFSError::NONE) state.SkipWithError("short read");
+    }
+    count_plain_bytes(state);
+}
+
+void GzipRead_gzread(benchmark::State& state) {
+    const std::string& path = member_path();
+    std::string piece(1 << 16, '\0');
+    for (auto _ : state) {
+        const gzFile file = gzopen(path.c_str(), "rb");
+        std::uint64_t bytes = 0;
+        for (int got = 1; got > 0; bytes += static_cast<std::uint64_t>(std::max(got, 0)))
+            got = gzread(file, piece.data(), static_cast<unsigned>(piece.size()));
+        if (gzclose(file) != Z_OK || bytes != plain_size) state.SkipWithError("short read");
+    }
+    count_plain_bytes(state);
+}
+
 BENCHMARK(GzipWrite_zlib)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(GzipWrite_vectorfile)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(GzipRead_zlib)->Unit(benchmark::kMillisecond);
 BENCHMARK(GzipRead_decoder)->Unit(benchmark::kMillisecond);
 BENCHMARK(GzipRead_vectorfile)->Unit(benchmark::kMillisecond);
 BENCHMARK(GzipRead_vectorfile_by_4K)->Unit(benchmark::kMillisecond);
+BENCHMARK(GzipRead_file)->Unit(benchmark::kMillisecond);
+BENCHMARK(GzipRead_gzread)->Unit(benchmark::kMillisecond);
 
 // Growing by small pieces of 4 to 16 bytes, to the size given in MiB.
 

@@ -13,7 +13,9 @@
 
 namespace {
 
-constexpr auto mount_flags = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES;
+// EXACT_SEEKS: stored entries of packs are read at the position asked for.
+constexpr auto mount_flags =
+    FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES | FFSAddSourceFlags::EXACT_SEEKS;
 
 void put(const std::filesystem::path& file, const std::string& text) {
     std::filesystem::create_directories(file.parent_path());
@@ -60,6 +62,23 @@ void write_progress() {
     expect(fs::read_file(text, "saves/progress.txt") && text == "level two", "and reads back");
 }
 
+void seek_in_pack(const std::string& path) {
+    std::string sounds(200000, '.');
+    sounds.replace(10, 5, "steps");
+    fs::pack_writer pack;
+    expect(pack.open(path.c_str()) && pack.add("sounds.bank", sounds.data(), sounds.size(), 0, 0) && pack.finish(),
+           "a pack is written, its entry stored");
+    expect(fs::add_source(path.c_str(), mount_flags), "and mounted");
+
+    const fs::file_ptr bank = fs::open_file("sounds.bank", EFSMode::READ);
+    std::string found(5, ' ');
+    fs::seek(bank.get(), 150000, EFSSeek::BEGIN);
+    fs::read(bank.get(), found.data(), found.size());
+    fs::seek(bank.get(), 10, EFSSeek::BEGIN);
+    expect(fs::read(bank.get(), found.data(), found.size()) == 5 && found == "steps",
+           "reading goes back and forth in it");
+}
+
 void run(const std::filesystem::path& folder) {
     put(folder / "data/levels/one.txt", "one");
     put(folder / "data/levels/two.txt", "two");
@@ -75,6 +94,7 @@ void run(const std::filesystem::path& folder) {
     list_levels();
     read_levels();
     write_progress();
+    seek_in_pack(fs::from_path(folder / "sounds.pak"));
     fs::shutdown();
     CrashClose();
     expect(std::filesystem::exists(folder / "changes/saves/progress.txt"), "on the disk it lies where it belongs");

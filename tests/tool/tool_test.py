@@ -240,7 +240,7 @@ def packs(tool):
     tool.write("work/bad.pak", bytes(damaged))
     tool.write("work/cut.pak", bytes(damaged[:100]))
     with zipfile.ZipFile(tool.path("work/out.pak"), "w") as out:
-        for name, text in (("Same.txt", "first"), ("../out.txt", "outside")):
+        for name, text in (("Same.txt", "first"), ("../out.txt", "outside"), ("a/#b/hidden", "")):
             out.writestr(name, text)
     with zipfile.ZipFile(tool.path("work/twice.pak"), "w") as out, warnings.catch_warnings():
         warnings.simplefilter("ignore")
@@ -250,7 +250,7 @@ def packs(tool):
                ("pack work/made.pak work/in --level 13", 2, "", "--level 13: deflate has levels from 0 to 12"),
                ("pack work/made.pak work/in --level 23 --method zstd", 2, "", "--level"),
                ("--add work/bad.pak crc sub/text.txt", 1, "", "damaged"))
-    tool.fails(("verify work/bad.pak", "sub/text.txt"), ("unpack work/bad.pak work/bad", "sub/text.txt"), ("list work/cut.pak", "enginefs: work/cut.pak: "),
+    tool.fails(("verify work/bad.pak", "sub/text.txt"), ("verify work/out.pak", "a/#b/hidden: a mounted pack shows no file"), ("unpack work/bad.pak work/bad", "sub/text.txt"), ("list work/cut.pak", "enginefs: work/cut.pak: "),
                ("unpack work/out.pak work/out", "../out.txt: "), ("pack work/made.pak nowhere", "nowhere"),
                ("pack nowhere/made.pak work/in", "its directory does not exist"),
                ("unpack work/made.pak root/Readme.txt", "cannot be made a directory"),
@@ -286,6 +286,10 @@ def chunk_trees(tool):
     tool.write("root/deep.chk", b"".join(chunk(b"DEEP", 1, b"")[:8] + struct.pack("<I", 12 * left)
                                          for left in range(19999, -1, -1)))
     tool.run("chunks deep.chk", 0, r"~\[19999\] DEEP  version 1  offset 239988  size 0\n$")
+    # In a pack too, where a stored file is sought in back and forth.
+    tool.write("stored/far.chk", chunk(b"FARR", 1, chunk(b"data", 1, bytes(150000)) + chunk(b"last", 1, b"")) + TREE)
+    tool.run("pack stored.pak stored --store chk")
+    tool.run("--add stored.pak chunks far.chk", 0, r"~  last  version 1  offset 150024  size 0\nTREE(.|\n)*leaf")
     inner = bytearray(TREE)
     inner[20] = 200  # the size of the chunk "data"
     for name, data, offset in (("cut", TREE[:-1], 0), ("tail", TREE + b"abc", 53), ("inner", bytes(inner), 12),

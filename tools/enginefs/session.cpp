@@ -9,7 +9,8 @@
 
 namespace {
 
-constexpr auto mount_flags = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES;
+constexpr auto mount_flags =
+    FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES | FFSAddSourceFlags::EXACT_SEEKS;
 
 /// Log lines end as log files want it; standard error ends its lines as the system does.
 void print_message(Log::ELevel::TYPE, const char*, const char* text) {

@@ -52,7 +52,7 @@ public:
     /// False, with a word on standard error, when the entry is damaged; or when `take` says so.
     bool read(const std::string& label, const std::string& name, const TakeBytes& take) {
         fs::file_ptr file;
-        return attempt(label, "it cannot be opened",
+        return attempt(label, "a mounted pack shows no file of this name",
                        [&] {
                            file.reset(source_.open_read(fs::path(name.c_str(), true), FFSOpenFlags::WHOLE_NAME));
                            return file != nullptr;

@@ -42,8 +42,7 @@ std::string native_of(CFSSource& source, const fs::path& name) {
 FilePtr open_in_place(const char* path, std::string& native) {
     const fs::path name(path, true);
     const fs::registry::SharedGuard guard;
-    CFSSource* const holder =
-        fs::registry::first_source([&name](CFSSource& source) { return source.exists(name); });
+    CFSSource* const holder = fs::registry::first_source([&name](CFSSource& source) { return source.exists(name); });
     if (holder == nullptr) {
         fs::set_error(EFSError::NOT_FOUND, path, "No source holds a multi-container file of this name.");
         return nullptr;

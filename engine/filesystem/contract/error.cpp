@@ -47,7 +47,8 @@ void note_in_scope() {
     if (scope == nullptr || scope->found) return;
     scope->found = true;
     SFsError* const error = bare_kind == EFSError::NONE ? ThreadError::find() : nullptr;
-    scope->before.reset(new (std::nothrow) SFsError(error != nullptr ? std::move(*error) : bare_error(bare_kind)));
+    scope->before.reset(new (std::nothrow) SFsError{.code = bare_kind, .path = {}, .text = {}});
+    if (scope->before != nullptr && error != nullptr) *scope->before = std::move(*error);
 }
 
 /// The thread's record with this kind, for the words; null when there is no memory for it.

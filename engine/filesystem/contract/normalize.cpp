@@ -16,13 +16,14 @@ bool ends_component(char letter) { return letter == '\0' || is_separator(letter)
 
 constexpr std::size_t piece = 16;  // bytes; loops over just so many become vector instructions
 
-/// Whether a byte of this piece is a colon, or begins a component as a dot or an empty one. Looks at the byte before, too.
-bool is_odd(const char* text) {
+/// Whether a byte of the piece behind this byte is a colon, or begins a component as a dot or an empty one.
+bool is_odd(const char* before) {
     unsigned char odd = 0;
     for (std::size_t i = 0; i < piece; ++i) {
-        const bool begins = (text[i - 1] == '/') | (text[i - 1] == '\\');
-        const bool is_special = (text[i] == '/') | (text[i] == '\\') | (text[i] == '.');
-        odd |= (begins & is_special) | (text[i] == ':');
+        const char next = before[i + 1];
+        const bool begins = (before[i] == '/') | (before[i] == '\\');
+        const bool is_special = (next == '/') | (next == '\\') | (next == '.');
+        odd |= (begins & is_special) | (next == ':');
     }
     return odd != 0;
 }
@@ -33,11 +34,11 @@ bool is_plain(const char* in, std::size_t length) {
     if (length <= piece) {
         char padded[piece + 1] = {};
         std::memcpy(padded, in, length);
-        return padded[0] != '.' && padded[0] != ':' && !is_odd(padded + 1);
+        return padded[0] != '.' && padded[0] != ':' && !is_odd(padded);
     }
     bool plain = in[0] != '.' && in[0] != ':';
-    for (std::size_t at = 1; at + piece < length; at += piece) plain = plain && !is_odd(in + at);
-    return plain && !is_odd(in + length - piece);
+    for (std::size_t at = 0; at + piece + 1 < length; at += piece) plain = plain && !is_odd(in + at);
+    return plain && !is_odd(in + length - piece - 1);
 }
 
 void copy_plain(char* out, const char* in, std::size_t length, bool keep_case) {
