@@ -15,7 +15,7 @@
 #include <unistd.h>
 #endif
 
-#include "tests/support/whole_file.h"
+#include "tests/support/temp_directory.h"
 #include "tools/enginefs/program.h"
 #include "tools/enginefs/report.h"
 
@@ -24,6 +24,13 @@ namespace test {
 namespace {
 
 namespace disk = std::filesystem;
+
+// The tool is a program of the standard library; on Windows that ends the process when a lock of its own gets no memory.
+#if defined(_WIN32)
+constexpr bool tool_allocations_can_fail = false;
+#else
+constexpr bool tool_allocations_can_fail = true;
+#endif
 
 struct Row {
     const char* name;
@@ -158,7 +165,7 @@ void furnish(const Stage& stage) {
     write_file(stage / "root/levels/one.gz", {reinterpret_cast<const char*>(member_of_one), sizeof member_of_one});
     const auto time = file_clock::from_sys(sys_seconds(sys_days(2020y / 1 / 2)));
     for (const auto& item : disk::recursive_directory_iterator(disk::path(stage.root).parent_path()))
-        disk::last_write_time(item.path(), time);
+        if (item.is_regular_file()) disk::last_write_time(item.path(), time);
 }
 
 }  // namespace
@@ -181,7 +188,7 @@ std::vector<Scenario> tool_scenarios() {
                        .act = [=](Stage&) { return (*command)->run(); },
                        .check = [=](Stage& stage, bool answer) { return (*command)->check(stage, answer); },
                        .by_message = true,
-                       .allocations = !row.lists_directories});
+                       .allocations = tool_allocations_can_fail && !row.lists_directories});
     }
     return all;
 }

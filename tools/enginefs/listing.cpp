@@ -56,24 +56,32 @@ std::vector<std::string> subdirectories(const std::string& dir) {
 /// The size in bytes, or `failed` where it is not known.
 std::uint64_t size_of(const std::string& name) { return fs::length(fs::open_file(name.c_str(), EFSMode::READ).get()); }
 
-bool print_listing(const Ls& options, const std::vector<std::string>& dirs, const std::vector<std::string>& files) {
-    Json all = Json::array();
-    for (const std::string& dir : dirs) {
-        all.push_back({{"name", dir}, {"kind", "directory"}});
-        if (!options.json) print((options.long_form ? std::string(35, ' ') : "") + dir + "/\n");
-    }
+void print_listing(const Ls& options, const std::vector<std::string>& dirs, const std::vector<std::string>& files) {
+    for (const std::string& dir : dirs) print((options.long_form ? std::string(35, ' ') : "") + dir + "/\n");
     for (const std::string& file : files) {
         const std::uint64_t size = options.long_form ? size_of(file) : failed;
         const std::string time = options.long_form ? time_of(file) : "";
         const std::string size_text = size != failed ? std::to_string(size) : "-";
         const std::string columns = formatted("%12s  %-19s  ", size_text.c_str(), time.empty() ? "-" : time.c_str());
-        if (!options.json) print((options.long_form ? columns : "") + file + "\n");
-        Json item{{"name", file}, {"kind", "file"}};
-        if (options.long_form)
-            item.update({{"size", size != failed ? Json(size) : Json()}, {"time", time.empty() ? Json() : Json(time)}});
-        all.push_back(std::move(item));
+        print((options.long_form ? columns : "") + file + "\n");
     }
-    return !options.json || print_json(all);
+}
+
+Json json_of(const std::string& file, bool long_form) {
+    Json item{{"name", file}, {"kind", "file"}};
+    if (!long_form) return item;
+    const std::uint64_t size = size_of(file);
+    const std::string time = time_of(file);
+    item.update({{"size", size != failed ? Json(size) : Json()}, {"time", time.empty() ? Json() : Json(time)}});
+    return item;
+}
+
+bool print_json_listing(const Ls& options, const std::vector<std::string>& dirs,
+                        const std::vector<std::string>& files) {
+    Json all = Json::array();
+    for (const std::string& dir : dirs) all.push_back({{"name", dir}, {"kind", "directory"}});
+    for (const std::string& file : files) all.push_back(json_of(file, options.long_form));
+    return print_json(all);
 }
 
 bool list(const Ls& options) {
@@ -85,7 +93,9 @@ bool list(const Ls& options) {
     if (files.empty() && dirs.empty() && fs::search_dir(dir.c_str()) == nullptr && !dir.empty())
         return fail(options.dir, "no source has such a directory");
     if (files.empty() && !options.mask.empty()) return fail(options.mask, "no file matches");
-    return print_listing(options, dirs, files);
+    if (options.json) return print_json_listing(options, dirs, files);
+    print_listing(options, dirs, files);
+    return true;
 }
 
 bool find(const Name& given) {

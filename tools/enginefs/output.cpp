@@ -34,18 +34,22 @@ bool may_replace(const std::string& name) {
 Output::~Output() {
     file_.reset();
     std::error_code error;
-    if (!beside_.empty() && !stdfs::remove(fs::to_path(beside_), error))
-        fail(beside_, "it is incomplete and cannot be removed");
+    if (!beside_.empty() && !stdfs::remove(beside_, error))
+        std::fputs("enginefs: an incomplete file is left\n", stderr);
+    if (!unplaced_.empty()) fs::rem_file(unplaced_.c_str());
 }
 
 bool Output::open(const std::string& name, FFSOpenFlags::FLAGS flags) {
     if (!may_replace(name)) return false;
     const std::string place = place_on_disk(name);
     if (!place.empty()) return open_native(place, name, flags);
-    const std::string beside = name + suffix();
+    std::string beside = name + suffix();
     if (!create(name, [&] { return fs::open(beside.c_str(), EFSMode::WRITE, flags); })) return false;
-    beside_ = place_on_disk(beside);
-    place_ = beside_.substr(0, beside_.size() - suffix().size());
+    unplaced_ = std::move(beside);
+    const std::string made = place_on_disk(unplaced_);
+    place_ = fs::to_path(made.substr(0, made.size() - suffix().size()));
+    beside_ = fs::to_path(made);
+    unplaced_.clear();
     return true;
 }
 
@@ -53,11 +57,12 @@ bool Output::open_native(const std::string& path, const std::string& name, FFSOp
     std::error_code error;
     // What a link points to is replaced, not the link.
     const stdfs::path target = stdfs::canonical(fs::to_path(path), error);
-    place_ = error ? path : fs::from_path(target);
-    const std::string beside = place_ + suffix();
+    place_ = error ? fs::to_path(path) : target;
+    const std::string beside = fs::from_path(place_) + suffix();
+    stdfs::path made = fs::to_path(beside);  // what removes it later takes no memory
     flags = flags | FFSOpenFlags::CREATE;
     if (!create(name, [&] { return fs::open_native(nullptr, beside.c_str(), EFSMode::WRITE, flags); })) return false;
-    beside_ = beside;
+    beside_.swap(made);
     return true;
 }
 
@@ -96,9 +101,9 @@ bool Output::finish() {
 
 bool Output::put_in_place() {
     std::error_code error;
-    const stdfs::file_status before = stdfs::status(fs::to_path(place_), error);
-    if (stdfs::exists(before)) stdfs::permissions(fs::to_path(beside_), before.permissions(), error);
-    stdfs::rename(fs::to_path(beside_), fs::to_path(place_), error);
+    const stdfs::file_status before = stdfs::status(place_, error);
+    if (stdfs::exists(before)) stdfs::permissions(beside_, before.permissions(), error);
+    stdfs::rename(beside_, place_, error);
     return !error || fail(name_, "it cannot be replaced: " + error.message());
 }
 

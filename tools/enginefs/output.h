@@ -27,9 +27,10 @@ private:
     bool create(const std::string& name, const std::function<SFsFile*()>& open);
     bool put_in_place();
 
-    std::string name_;    // as it is told
-    std::string place_;   // where the file goes
-    std::string beside_;  // where it is written; "" when nothing is left there
+    std::string name_;              // as it is told
+    std::filesystem::path place_;   // where the file goes
+    std::filesystem::path beside_;  // where it is written; "" when nothing is left there
+    std::string unplaced_;          // its virtual name, for as long as its place on the disk is not known
     fs::file_ptr file_;
     const Interruption interruption_;
 };

@@ -89,7 +89,10 @@ PackedFile make_file(const Pack& given, const SFsPacking& how, const std::string
         file.error = "it cannot be read: " + fs::last_error().text;
     else if (!packer.pack(plain.data(), plain.size(), how, file.entry))
         file.error = fs::last_error().text;
+    if (!file.error.empty()) return file;
+    fs::clear_error();
     file.time = given.deterministic ? fixed_time : fs::write_time(name.c_str());
+    if (file.time == 0) file.error = fs::last_error().text;
     return file;
 }
 

@@ -29,8 +29,13 @@ Place place_in(CFSSource& source, const fs::path& name, NativeText& out) {
     auto* const native = dynamic_cast<NativeSource*>(&source);
     if (native == nullptr) return Place::NOT_ON_DISK;
     NativeText path;
-    if (!native->native_path(name, path, sizeof(path)) || !is_native(path, false)) return Place::ELSEWHERE;
-    return platform::resolve_case(path, out) ? Place::ON_DISK : Place::ELSEWHERE;
+    if (!native->native_path(name, path, sizeof(path))) return Place::ELSEWHERE;
+    const auto attributes = platform::get_attributes(path);
+    if (attributes && attributes->is_directory) return Place::ELSEWHERE;
+    if (attributes && platform::resolve_case(path, out)) return Place::ON_DISK;
+    const platform::Error& error = platform::last_error();
+    if (error.failure != platform::Failure::NOT_FOUND) set_error_from_platform(path, "could not be looked up", error);
+    return Place::ELSEWHERE;
 }
 
 /// What the first source that holds the name answers to a question about it.
@@ -69,6 +74,7 @@ const fs::string root_path(const char* path) { return answer_of(path, &CFSSource
 
 bool native_path(const char* path, fs::string& out) {
     return guarded(path, false, [&] {
+        ErrorScope scope;
         const fs::path name = lookup_name(path);
         const SharedGuard guard;
         const registry::Concerned concerned(name);
@@ -78,11 +84,15 @@ bool native_path(const char* path, fs::string& out) {
             if (!name.Empty() && concerned(source)) place = place_in(source, name, found);
             return place != Place::ELSEWHERE;
         });
-        if (place == Place::ON_DISK) out = found;
+        if (place == Place::ON_DISK) {
+            out = found;
+            scope.forget();
+        }
         if (place == Place::NOT_ON_DISK) {
             set_error(EFSError::UNSUPPORTED, path, "The file lies in a pack or in memory and has no path on the disk.");
         }
-        if (place == Place::ELSEWHERE) set_error(EFSError::NOT_FOUND, path, "No source holds a file of this name.");
+        if (place == Place::ELSEWHERE)
+            fail_unless_told(scope, EFSError::NOT_FOUND, path, "No source holds a file of this name.");
         return place == Place::ON_DISK;
     });
 }
