@@ -36,6 +36,23 @@ protected:
     TempDirectory home_;
 };
 
+TEST_F(OnDisk, WhatAnotherProcessMadeSinceTheMountIsChangedInPlace) {
+    home_.write("game/saves/known.txt", "known");
+    start(false);
+    for (const std::string name : {"new.txt", "saves/new.txt", "saves/other.txt"}) {
+        SCOPED_TRACE(name);
+        home_.write("game/" + name, "theirs");
+        EXPECT_TRUE(save(name.c_str(), "+ours", Flags::NONE, EFSMode::APPEND));
+        EXPECT_EQ(load(name.c_str()), "theirs+ours");
+    }
+    home_.write("game/saves/changed.txt", "theirs");
+    EXPECT_TRUE(save("saves/changed.txt", "T", Flags::NONE, EFSMode::READ_WRITE));
+    EXPECT_EQ(load("saves/changed.txt"), "Theirs");
+    home_.write("game/saves/written.txt", "theirs");
+    EXPECT_TRUE(save("saves/written.txt", "ours", Flags::NONE));
+    EXPECT_EQ(load("saves/written.txt"), "ours");
+}
+
 TEST_F(OnDisk, TheCacheDirectoryIsAPlaceOfItsOwn) {
     home_.write("game/textures/sky.dds", "game");
     start(true);

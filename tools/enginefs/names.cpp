@@ -96,7 +96,8 @@ std::string time_of(const std::string& name) {
     const auto time = place.empty() ? stdfs::file_time_type() : stdfs::last_write_time(fs::to_path(place), error);
     if (place.empty() || error) return "";
     const auto since_1970 = std::chrono::file_clock::to_sys(std::chrono::time_point_cast<Ticks>(time));
-    return fs::get_time_as_str(since_1970.time_since_epoch().count() + from_1601_to_1970);
+    const std::int64_t ticks = since_1970.time_since_epoch().count() + from_1601_to_1970;
+    return ask(name, [&] { return fs::get_time_as_str(ticks); });
 }
 
 std::string lower_case(std::string text) {

@@ -92,7 +92,7 @@ PackedFile make_file(const Pack& given, const SFsPacking& how, const std::string
     if (!file.error.empty()) return file;
     fs::clear_error();
     file.time = given.deterministic ? fixed_time : fs::write_time(name.c_str());
-    if (file.time == 0) file.error = fs::last_error().text;
+    if (file.time < 0) file.error = "its time cannot be told: " + fs::last_error().text;
     return file;
 }
 

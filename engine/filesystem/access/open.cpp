@@ -3,12 +3,14 @@
 #include <utility>
 
 #include <engine/filesystem/contract/locating_source.h>
+#include <engine/filesystem/contract/native_source.h>
 
 #include "engine/filesystem/access/open_pinned.h"
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/open_rules.h"
+#include "engine/platform/files.h"
 
 // Opening by name. A name is put into normal form once and then asked of the sources in their order.
 //
@@ -165,6 +167,27 @@ bool is_there(CFSSource& creator, const Request& request, FilePtr& file) {
     return request.mode != EFSMode::WRITE || !registry::holds_whole(creator, request.name);
 }
 
+/// Whether the disk holds a file that the source has not listed: another process made it, or a listing failed.
+bool is_unlisted(CFSSource& creator, const fs::path& name) {
+    auto* const native = dynamic_cast<NativeSource*>(&creator);
+    char path[platform::path_buffer_size];
+    return native != nullptr && native->native_path(name, path, sizeof path) && native_does_file_exist(path);
+}
+
+/// Opens it in place, once the source has listed its directory again.
+FilePtr open_unlisted(CFSSource& creator, const fs::path& name, const Request& request) {
+    std::string_view directory = name.PathNameView();
+    if (directory.ends_with('/')) directory.remove_suffix(1);
+    creator.refresh_dir(std::string(directory).c_str());
+    const ErrorScope scope;
+    FilePtr file;
+    if (!is_there(creator, request, file)) {
+        fail_unless_told(scope, EFSError::ALREADY_EXISTS, request.text,
+                         "The disk holds a file of this name that its source could not list.");
+    }
+    return file;
+}
+
 /// The directory of the new file joins the index under the same guard, so that no lookup sees one without the other.
 FilePtr create(const Request& request, const CFSSource* failed) {
     fs::path name = creation_name(request.text);
@@ -180,6 +203,7 @@ FilePtr create(const Request& request, const CFSSource* failed) {
     if (registry::is_fallback(creator)) return create_outside(name, request);
     FilePtr file;
     if (is_there(*creator, request, file)) return file;
+    if (request.mode != EFSMode::WRITE && is_unlisted(*creator, name)) return open_unlisted(*creator, name, request);
     fs::dir directory;
     if (directory.add_path(lower_case(name).PathName()) == nullptr) throw std::bad_alloc();
     file.reset(request.mode == EFSMode::READ_WRITE ? creator->create_read_write(name, request.flags)
