@@ -2,15 +2,12 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
 #include <utility>
 
-#include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/native_file.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/streams/write_all.h"
-#include "engine/platform/files.h"
 
 namespace container {
 namespace {
@@ -25,21 +22,9 @@ bool fail(const SFsFile& file, EFSError::TYPE code, const char* text) {
     return fs::refuse(code, file.name != nullptr ? file.name : "", text);
 }
 
-/// The path of a file of the disk; "" when the source keeps it elsewhere.
-std::string native_of(CFSSource& source, const fs::path& name) {
-    fs::path full;
-    const fs::ErrorScope scope;
-    source.full_path(full, name);
-    if (full.Empty() && scope.has_error()) throw std::bad_alloc();
-    fs::string native = fs::full_name(full);
-    const bool is_absent =
-        !platform::get_attributes(native.c_str()) && platform::last_error().failure == platform::Failure::NOT_FOUND;
-    return is_absent ? std::string() : native;
-}
-
 }  // namespace
 
-FilePtr open_in_place(const char* path, std::string& native) {
+FilePtr open_in_place(const char* path) {
     const fs::path name(path, true);
     const fs::registry::SharedGuard guard;
     CFSSource* const holder = fs::registry::first_source([&name](CFSSource& source) { return source.exists(name); });
@@ -51,7 +36,6 @@ FilePtr open_in_place(const char* path, std::string& native) {
         fs::set_error(EFSError::READ_ONLY, path, "The source that holds the multi-container file is not writable.");
         return nullptr;
     }
-    native = native_of(*holder, name);
     fs::ErrorScope scope;
     // With the disk after each write, which the order of saving needs.
     FilePtr file(holder->open_read_write(name, FFSOpenFlags::WRITE_THROUGH));
@@ -70,27 +54,20 @@ void File::Use(FilePtr file, bool writable) {
 
 bool File::Read(void* buffer, std::uint64_t size, std::uint64_t offset) const {
     if (size == 0) return true;
+    std::uint64_t got = 0;
     if (offset >= flushed_ && !pending_.empty()) {
-        const std::uint64_t place = offset - flushed_;
-        if (place > pending_.size() || size > pending_.size() - place)
-            return fail(*main_, EFSError::BAD_FORMAT, "The multi-container ends before its data does.");
-        std::memcpy(buffer, pending_.data() + place, size);
-        return true;
+        const std::uint64_t place = std::min<std::uint64_t>(offset - flushed_, pending_.size());
+        got = std::min(size, pending_.size() - place);
+        std::memcpy(buffer, pending_.data() + place, got);
+    } else if (native_ != nullptr) {
+        got = native_->read_at(buffer, size, offset);
+    } else {
+        const std::lock_guard lock(position_lock_);
+        fs::ErrorScope scope;
+        got = seek_to(*main_, offset) ? main_->read(buffer, size) : ~std::uint64_t{0};
+        if (got > size && !scope.has_error()) fail(*main_, EFSError::IO, "The multi-container file cannot be read.");
     }
-    if (native_ == nullptr) return ReadShared(buffer, size, offset);
-    const std::uint64_t got = native_->read_at(buffer, size, offset);
-    if (got == size) return true;
-    return got < size && fail(*main_, EFSError::BAD_FORMAT, "The multi-container ends before its data does.");
-}
-
-/// Reads a file that knows one position only.
-bool File::ReadShared(void* buffer, std::uint64_t size, std::uint64_t offset) const {
-    const std::lock_guard lock(position_lock_);
-    fs::ErrorScope scope;
-    const std::uint64_t got = seek_to(*main_, offset) ? main_->read(buffer, size) : ~std::uint64_t{0};
-    if (got == size) return true;
-    if (got < size) return fail(*main_, EFSError::BAD_FORMAT, "The multi-container ends before its data does.");
-    return scope.has_error() ? false : fail(*main_, EFSError::IO, "The multi-container file cannot be read.");
+    return got == size || (got < size && fail(*main_, EFSError::BAD_FORMAT, "The multi-container ends too early."));
 }
 
 bool File::Append(const void* data, std::uint64_t size) {

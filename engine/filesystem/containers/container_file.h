@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <mutex>
-#include <string>
 #include <vector>
 
 #include <engine/filesystem/contract/file.h>
@@ -17,8 +16,8 @@ namespace container {
 using fs::FilePtr;
 
 /// Opens the file that reading `path` opens, for reading and writing in place, where a writable source holds it. Unlike
-/// fs::open it never makes one. `native` becomes its path on the disk, "" when it is no file of the disk.
-FilePtr open_in_place(const char* path, std::string& native);
+/// fs::open it never makes one.
+FilePtr open_in_place(const char* path);
 
 /// The open file under a multi-container: reads from any thread, writes collected behind its end. A failure leaves its
 /// reason in last_error. Everything else that happens to the file's name leaves the open file as it is.
@@ -51,8 +50,6 @@ public:
     bool WriteAt(const void* data, std::uint64_t size, std::uint64_t offset);
 
 private:
-    bool ReadShared(void* buffer, std::uint64_t size, std::uint64_t offset) const;
-
     FilePtr main_;
     Win32FileHandle* native_ = nullptr;  // main_ where it is a native file, which any number of threads read at once
     bool writable_ = false;

@@ -1,11 +1,23 @@
 #include "engine/filesystem/containers/container_format.h"
 
+#include <algorithm>
+
 #include "engine/kernel/checksum.h"
 
 namespace container {
 namespace {
 
 constexpr std::size_t checksum_place = commit_size - 4;
+
+/// Nothing when the record is damaged.
+std::optional<Commit> decode(const unsigned char* bytes) {
+    if (load_u32(bytes + checksum_place) != checksum(bytes, checksum_place)) return std::nullopt;
+    return Commit{.sequence = load_u64(bytes),
+                  .index_offset = load_u64(bytes + 8),
+                  .index_size = load_u64(bytes + 16),
+                  .directory_size = load_u64(bytes + 24),
+                  .directory_checksum = load_u32(bytes + 32)};
+}
 
 }  // namespace
 
@@ -31,13 +43,11 @@ CommitBytes encode(const Commit& commit) {
     return bytes;
 }
 
-std::optional<Commit> decode(const unsigned char* bytes) {
-    if (load_u32(bytes + checksum_place) != checksum(bytes, checksum_place)) return std::nullopt;
-    return Commit{.sequence = load_u64(bytes),
-                  .index_offset = load_u64(bytes + 8),
-                  .index_size = load_u64(bytes + 16),
-                  .directory_size = load_u64(bytes + 24),
-                  .directory_checksum = load_u32(bytes + 32)};
+HeadBytes head_of(const Commit& commit) {
+    HeadBytes head{};
+    std::ranges::copy(magic, head.begin());
+    std::ranges::copy(encode(commit), head.begin() + static_cast<std::ptrdiff_t>(commit.place()));
+    return head;
 }
 
 bool Commit::is_inside(std::uint64_t file_length) const {
@@ -45,9 +55,10 @@ bool Commit::is_inside(std::uint64_t file_length) const {
            directory_size <= index_size;
 }
 
-std::optional<Commit> newest_commit(const unsigned char* bytes) {
-    const std::optional<Commit> first = decode(bytes + commit_offset);
-    const std::optional<Commit> second = decode(bytes + commit_offset + commit_size);
+std::optional<Commit> newest_commit(const HeadBytes& head) {
+    if (!std::equal(magic.begin(), magic.end(), head.begin())) return std::nullopt;
+    const std::optional<Commit> first = decode(head.data() + commit_offset);
+    const std::optional<Commit> second = decode(head.data() + commit_offset + commit_size);
     if (!first || !second) return first ? first : second;
     return first->sequence > second->sequence ? first : second;
 }

@@ -52,10 +52,11 @@ struct Commit {
 
 using CommitBytes = std::array<unsigned char, commit_size>;
 CommitBytes encode(const Commit& commit);
-/// Nothing when the record is damaged.
-std::optional<Commit> decode(const unsigned char* bytes);
-/// The newer one of the two records that are whole; `bytes` are the file's first data_offset ones. When it points beyond
-/// the end, the file has lost bytes: what it points to was written before it.
-std::optional<Commit> newest_commit(const unsigned char* bytes);
+/// A file's first bytes: the magic, and this record alone.
+using HeadBytes = std::array<unsigned char, data_offset>;
+HeadBytes head_of(const Commit& commit);
+/// The newer one of the two records that are whole; nothing when both are damaged or the bytes are no
+/// container's. When it points beyond the end, the file has lost bytes: what it points to was written before it.
+std::optional<Commit> newest_commit(const HeadBytes& head);
 
 }  // namespace container

@@ -94,25 +94,17 @@ std::optional<Entry> Container::Find(std::uint32_t hash) const {
 }
 
 std::vector<Blob> Container::Blobs() const {
-    std::vector<Blob> changes;
-    changes.reserve(changes_.size());
-    for (const auto& [hash, entry] : changes_) changes.push_back({hash, entry});
-    std::ranges::sort(changes, {}, &Blob::hash);
-
     std::vector<Blob> all;
-    all.reserve(saved_.count() + changes.size());
-    auto change = changes.begin();
-    const auto add_change = [&] {
-        if (change->entry.offset != 0) all.push_back(*change);
-        ++change;
-    };
+    all.reserve(saved_.count() + changes_.size());
     for (std::uint32_t i = 0; i < saved_.count(); ++i) {
         const Blob saved = saved_.blob(i);
-        while (change != changes.end() && change->hash < saved.hash) add_change();
-        if (change != changes.end() && change->hash == saved.hash) continue;  // the change takes its place
-        all.push_back(saved);
+        if (changes_.empty() || !changes_.contains(saved.hash)) all.push_back(saved);
     }
-    while (change != changes.end()) add_change();
+    const auto kept = static_cast<std::ptrdiff_t>(all.size());
+    for (const auto& [hash, entry] : changes_)
+        if (entry.offset != 0) all.push_back({hash, entry});
+    std::ranges::sort(all.begin() + kept, all.end(), {}, &Blob::hash);
+    std::ranges::inplace_merge(all, all.begin() + kept, {}, &Blob::hash);
     return all;
 }
 
@@ -188,10 +180,6 @@ void Index::Put(std::string_view name, std::uint32_t hash, const Entry& entry) {
         if (is_new) containers_.erase(place);
         throw;
     }
-}
-
-void Index::RemoveBlob(std::string_view name, std::uint32_t hash) {
-    if (const auto place = containers_.find(name); place != containers_.end()) place->second.Remove(hash);
 }
 
 bool Index::Remove(std::string_view name) {

@@ -62,7 +62,6 @@ public:
     bool IsSound() const;
     std::optional<Entry> Find(std::uint32_t hash) const;
     void Put(std::uint32_t hash, const Entry& entry) { changes_.insert_or_assign(hash, entry); }
-    void Remove(std::uint32_t hash) { Put(hash, Entry{}); }
     /// All blobs by ascending hash.
     std::vector<Blob> Blobs() const;
 
@@ -97,9 +96,8 @@ public:
     std::optional<std::vector<Part>> Parts() const;
 
     const Container* Find(std::string_view name) const;
-    /// Adds or replaces a blob, and makes its container when it is missing.
+    /// Adds or replaces a blob, and makes its container when it is missing; an entry of offset 0 takes the blob away.
     void Put(std::string_view name, std::uint32_t hash, const Entry& entry);
-    void RemoveBlob(std::string_view name, std::uint32_t hash);
     bool Remove(std::string_view name);
     const Containers& all() const { return containers_; }
 

@@ -31,20 +31,23 @@ constexpr std::uint64_t largest_blob = std::numeric_limits<std::uint32_t>::max()
 constexpr std::uint64_t largest_deflated = largest_blob / 2;  // zlib's sizes are 32 bits wide on Windows
 constexpr std::size_t longest_name = std::numeric_limits<std::uint16_t>::max();
 
+using Shared = std::shared_lock<mt::CSlimLock>;
+using Exclusive = std::lock_guard<mt::CSlimLock>;
+
 /// What `work(state)` answers under the lock; false when the object itself could not be made for want of memory.
-template <class Hold, class State, class Work>
+template <class Guard, class State, class Work>
 bool with_lock(State* state, const Work& work) {
     return fs::guarded("", false, [&] {
         if (state == nullptr) throw std::bad_alloc();
-        const Hold guard(state->lock);
+        const Guard guard(state->lock);
         return work(*state);
     });
 }
 
 /// The same for what needs an open file, which gets that.
-template <class Hold, class State, class Work>
+template <class Guard, class State, class Work>
 bool with_file(State* state, const Work& work) {
-    return with_lock<Hold>(state, [&](State& locked) {
+    return with_lock<Guard>(state, [&](State& locked) {
         if (locked.file == nullptr)
             return fs::refuse(EFSError::INVALID_ARGUMENT, "", "No multi-container file is open.");
         return work(*locked.file);
@@ -53,13 +56,12 @@ bool with_file(State* state, const Work& work) {
 
 template <class State, class Work>
 bool look(const State* state, const Work& work) {
-    return with_file<std::shared_lock<mt::CSlimLock>>(state, [&](const MultiFile& file) { return work(file); });
+    return with_file<Shared>(state, [&](const MultiFile& file) { return work(file); });
 }
 
 template <class State, class Work>
 bool change(State* state, const Work& work) {
-    return with_file<std::lock_guard<mt::CSlimLock>>(state,
-                                                     [&](MultiFile& file) { return file.IsWritable() && work(file); });
+    return with_file<Exclusive>(state, [&](MultiFile& file) { return file.IsWritable() && work(file); });
 }
 
 const char* text_of(const char* text) { return text != nullptr ? text : ""; }
@@ -87,7 +89,7 @@ CFileHashMultiContainer::CFileHashMultiContainer() : state_(new (std::nothrow) S
 CFileHashMultiContainer::~CFileHashMultiContainer() = default;
 
 bool CFileHashMultiContainer::Open(const char* path, bool writable) {
-    return with_lock<std::lock_guard<mt::CSlimLock>>(state_.get(), [&](State& state) {
+    return with_lock<Exclusive>(state_.get(), [&](State& state) {
         state.file.reset();
         state.file = MultiFile::Open(text_of(path), writable);
         return state.file != nullptr;
@@ -95,7 +97,7 @@ bool CFileHashMultiContainer::Open(const char* path, bool writable) {
 }
 
 bool CFileHashMultiContainer::Create(const char* path) {
-    return with_lock<std::lock_guard<mt::CSlimLock>>(state_.get(), [&](State& state) {
+    return with_lock<Exclusive>(state_.get(), [&](State& state) {
         state.file.reset();
         state.file = MultiFile::Create(text_of(path));
         return state.file != nullptr;
@@ -103,15 +105,11 @@ bool CFileHashMultiContainer::Create(const char* path) {
 }
 
 void CFileHashMultiContainer::Close() {
-    with_lock<std::lock_guard<mt::CSlimLock>>(state_.get(), [](State& state) {
-        state.file.reset();
-        return true;
-    });
+    with_lock<Exclusive>(state_.get(), [](State& state) { return state.file.reset(), true; });
 }
 
 bool CFileHashMultiContainer::IsOpen() const {
-    return with_lock<std::shared_lock<mt::CSlimLock>>(state_.get(),
-                                                      [](const State& state) { return state.file != nullptr; });
+    return with_lock<Shared>(state_.get(), [](const State& state) { return state.file != nullptr; });
 }
 
 bool CFileHashMultiContainer::Put(const char* name, std::uint32_t hash, const void* data, std::uint64_t size,
@@ -182,7 +180,7 @@ bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, void* 
 
 void CFileHashMultiContainer::ListContainers(ztl::vector<fs::string>& out) const {
     out.clear();
-    const bool is_listed = with_lock<std::shared_lock<mt::CSlimLock>>(state_.get(), [&](const State& state) {
+    const bool is_listed = with_lock<Shared>(state_.get(), [&](const State& state) {
         if (state.file == nullptr) return true;
         for (const auto& named : state.file->index().all()) out.push_back(named.first);
         return true;
@@ -208,14 +206,16 @@ bool CFileHashMultiContainer::GetStats(SMultiContainerStats& stats) const {
 }
 
 bool CFileHashMultiContainer::Save() {
-    return with_file<std::lock_guard<mt::CSlimLock>>(state_.get(), [](MultiFile& file) { return file.Save(); });
+    return with_file<Exclusive>(state_.get(), [](MultiFile& file) { return file.Save(); });
 }
 
 bool CFileHashMultiContainer::Compact() {
-    return with_lock<std::lock_guard<mt::CSlimLock>>(state_.get(), [](State& state) {
+    return with_lock<Exclusive>(state_.get(), [](State& state) {
         if (state.file == nullptr)
             return fs::refuse(EFSError::INVALID_ARGUMENT, "", "No multi-container file is open.");
-        return state.file->IsWritable() && container::compact(state.file);
+        const bool done = state.file->IsWritable() && state.file->Compact();
+        if (!state.file->IsOpen()) state.file.reset();
+        return done;
     });
 }
 

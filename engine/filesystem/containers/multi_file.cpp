@@ -6,7 +6,6 @@
 
 #include "engine/filesystem/containers/multi_file.h"
 
-#include <cstring>
 #include <utility>
 
 #include <zlib.h>
@@ -21,38 +20,32 @@ namespace container {
 bool MultiFile::Fail(EFSError::TYPE code, const char* text) const { return fs::refuse(code, path_.c_str(), text); }
 
 std::unique_ptr<MultiFile> MultiFile::Open(const char* path, bool writable) {
-    std::unique_ptr<MultiFile> opened = writable ? OpenInPlace(path) : nullptr;
-    if (!writable) {
-        opened.reset(new MultiFile(path));
-        opened->file_.Use(FilePtr(fs::open(path, EFSMode::READ)), false);
-        if (!opened->file_.IsOpen()) return nullptr;
-    }
+    std::unique_ptr<MultiFile> opened = OpenFile(path, writable);
     return opened != nullptr && opened->Load() ? std::move(opened) : nullptr;
 }
 
-std::unique_ptr<MultiFile> MultiFile::OpenInPlace(const char* path) {
+std::unique_ptr<MultiFile> MultiFile::OpenFile(const char* path, bool writable) {
     std::unique_ptr<MultiFile> opened(new MultiFile(path));
-    FilePtr file = open_in_place(path, opened->native_);
+    FilePtr file = writable ? open_in_place(path) : FilePtr(fs::open(path, EFSMode::READ));
     if (file == nullptr) return nullptr;
-    opened->file_.Use(std::move(file), true);
+    opened->file_.Use(std::move(file), writable);
     return opened;
 }
 
-/// Reads the first data_offset bytes. `newest` is nothing when they are no container's or both records are damaged; false
-/// when they cannot be read.
-bool MultiFile::ReadHead(unsigned char* head, std::optional<Commit>& newest) const {
+/// `newest` is nothing when the file is no container or both its records are damaged; false when it cannot be read.
+bool MultiFile::ReadHead(std::optional<Commit>& newest) const {
+    HeadBytes head;
     const std::uint64_t length = file_.Length();
     if (length == ~std::uint64_t{0}) return Fail(EFSError::IO, "The length of the multi-container is not known.");
-    if (length < data_offset) return true;
-    if (!file_.Read(head, data_offset, 0)) return false;
-    if (std::memcmp(head, magic.data(), magic.size()) == 0) newest = newest_commit(head);
+    if (length < head.size()) return true;
+    if (!file_.Read(head.data(), head.size(), 0)) return false;
+    newest = newest_commit(head);
     return true;
 }
 
 bool MultiFile::Load() {
-    unsigned char head[data_offset];
     std::optional<Commit> newest;
-    if (!ReadHead(head, newest)) return false;
+    if (!ReadHead(newest)) return false;
     if (!newest) return Fail(EFSError::BAD_FORMAT, "The file is no multi-container, or both its records are damaged.");
     if (!newest->is_inside(file_.Length())) return Fail(EFSError::BAD_FORMAT, "The multi-container has lost its end.");
     IndexBytes bytes(new unsigned char[newest->index_size]);
@@ -70,7 +63,7 @@ std::unique_ptr<MultiFile> MultiFile::Create(const char* path) {
         FilePtr(fs::open(path, EFSMode::READ_WRITE, FFSOpenFlags::CREATE | FFSOpenFlags::WRITE_THROUGH)) == nullptr)
         return nullptr;
     // Opened by the same steps as one that is there: what answers true is what reading the name finds.
-    std::unique_ptr<MultiFile> made = OpenInPlace(path);
+    std::unique_ptr<MultiFile> made = OpenFile(path, true);
     if (made != nullptr && made->Empty()) return made;
     made.reset();
     const fs::ErrorKeeper keeper;
@@ -81,24 +74,20 @@ std::unique_ptr<MultiFile> MultiFile::Create(const char* path) {
 /// Makes an open file an empty container. Where it is one already a single record does it, so that it stays as it was
 /// until then.
 bool MultiFile::Empty() {
-    unsigned char head[data_offset] = {};
     std::optional<Commit> newest;
-    if (!ReadHead(head, newest)) return false;
+    if (!ReadHead(newest)) return false;
     commit_ = Commit{.sequence = newest ? newest->sequence + 1 : 1,
                      .index_offset = data_offset,
                      .directory_checksum = checksum(nullptr, 0)};
-    const CommitBytes record = encode(commit_);
-    if (newest) {
-        if (!file_.WriteAt(record.data(), record.size(), commit_.place())) return false;
-    } else {
-        std::memset(head, 0, sizeof head);
-        std::memcpy(head, magic.data(), magic.size());
-        std::memcpy(head + commit_.place(), record.data(), record.size());
-        if (!file_.WriteAt(head, sizeof head, 0)) return false;
-    }
+    if (newest ? !WriteRecord(commit_) : !file_.WriteAt(head_of(commit_).data(), data_offset, 0)) return false;
     file_.SetEnd(data_offset);
     file_.CutAtEnd();
     return true;
+}
+
+bool MultiFile::WriteRecord(const Commit& commit) {
+    const CommitBytes record = encode(commit);
+    return file_.WriteAt(record.data(), record.size(), commit.place());
 }
 
 bool MultiFile::IsWritable() const {
@@ -163,7 +152,7 @@ bool MultiFile::Put(std::string_view name, std::uint32_t hash, Entry entry, cons
 
 bool MultiFile::Remove(std::string_view name, std::uint32_t hash) {
     if (!FindBlob(name, hash)) return false;
-    index_.RemoveBlob(name, hash);
+    index_.Put(name, hash, {});
     is_changed_ = true;
     return true;
 }
@@ -184,20 +173,19 @@ std::optional<std::vector<Part>> MultiFile::Parts() const {
 bool MultiFile::Save() {
     if (!is_changed_) return true;
     const std::optional<std::vector<Part>> parts = Parts();
-    if (!parts || !file_.Flush() || WriteIndex(*parts) == nullptr) return false;
+    Commit next{.sequence = commit_.sequence + 1};
+    if (!parts || !file_.Flush() || append_index(file_, *parts, next) == nullptr) return false;
+    // From here on the end lies behind the index: a record whose writing fails may be on the disk all the same.
+    if (!WriteRecord(next)) return false;
+    commit_ = next;
     is_changed_ = false;
     return true;
 }
 
-IndexBytes MultiFile::WriteIndex(const std::vector<Part>& parts) {
-    Commit next{.sequence = commit_.sequence + 1, .index_offset = file_.End()};
-    IndexBytes bytes = container::encode(parts, next);
-    const CommitBytes record = encode(next);
-    if (!file_.AppendAtOnce(bytes.get(), next.index_size)) return nullptr;
-    // From here on the end lies behind the index: a record whose writing fails may be on the disk all the same.
-    if (!file_.WriteAt(record.data(), record.size(), next.place())) return nullptr;
-    commit_ = next;
-    return bytes;
+IndexBytes append_index(File& file, const std::vector<Part>& parts, Commit& commit) {
+    commit.index_offset = file.End();
+    IndexBytes bytes = encode(parts, commit);
+    return file.AppendAtOnce(bytes.get(), commit.index_size) ? std::move(bytes) : nullptr;
 }
 
 }  // namespace container

@@ -38,49 +38,32 @@ public:
     bool RemoveContainer(std::string_view name);
     /// Writes what is new, the index, and last the commit record that makes both count.
     bool Save();
+    /// Saves, and writes the file anew without what was replaced or removed. After a failure the file may be closed, but
+    /// only where the disk does not let it be opened again.
+    bool Compact();
+    bool IsOpen() const { return file_.IsOpen(); }
 
     bool Fail(EFSError::TYPE code, const char* text) const;
 
 private:
-    friend bool compact(std::unique_ptr<MultiFile>& file);
-
-    /// Removes a file at the end, unless it has become what it was made for.
-    class Remover {
-    public:
-        ~Remover();
-        void operator=(std::string path) { path_ = std::move(path); }
-        void Keep() { path_.clear(); }
-
-    private:
-        std::string path_;
-    };
-
     explicit MultiFile(const char* path) : path_(path) {}
 
-    static std::unique_ptr<MultiFile> OpenInPlace(const char* path);
-    /// An empty container beside a file of the disk.
-    static std::unique_ptr<MultiFile> CreateBeside(const char* path, const std::string& native);
-    bool ReopenNative(std::uint64_t end);
-
+    static std::unique_ptr<MultiFile> OpenFile(const char* path, bool writable);
     bool Load();
-    bool ReadHead(unsigned char* head, std::optional<Commit>& newest) const;
+    bool ReadHead(std::optional<Commit>& newest) const;
     bool Empty();
-    bool MoveInto(MultiFile& target) const;
+    bool WriteRecord(const Commit& commit);
     std::optional<std::vector<Part>> Parts() const;
-    /// Writes an index behind all else, and the commit record that makes it count. The bytes; null when that fails.
-    IndexBytes WriteIndex(const std::vector<Part>& parts);
+    bool Replace(const char* native, const char* partial, std::uint64_t new_end);
 
-    std::string path_;    // as the caller gave it
-    std::string native_;  // of a writable file of the disk, else ""
-    Remover partial_;     // the file that is not in its place yet; goes after file_ was closed
+    const std::string path_;  // as the caller gave it
     File file_;
     Index index_;
     Commit commit_;
     bool is_changed_ = false;
 };
 
-/// Saves, and writes the file anew without what was replaced or removed. `file` becomes null, and its object closed, only
-/// where the disk does not let the file be opened again.
-bool compact(std::unique_ptr<MultiFile>& file);
+/// Writes an index behind all else, and says in the commit where it lies. The bytes; null when that fails.
+IndexBytes append_index(File& file, const std::vector<Part>& parts, Commit& commit);
 
 }  // namespace container

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include <engine/filesystem/access/open.h>
 #include <engine/filesystem/handles.h>
 
 #include "engine/filesystem/containers/multi_file.h"
@@ -17,8 +18,6 @@ namespace {
 
 constexpr std::uint64_t piece_size = 256u << 10;  // read and written from the processor's cache
 constexpr std::uint64_t largest_gap = 32u << 10;  // reading over it costs less than one more call
-
-std::string beside(const std::string& native) { return native + ".new"; }
 
 /// Copies blobs to the end of a file, and says in them where they lie then.
 class Mover {
@@ -85,68 +84,70 @@ private:
     std::vector<Entry*> order_;
 };
 
+/// Removes a file that we made, unless it was put in its place.
+struct Partial {
+    ~Partial() {
+        if (is_ours) platform::remove_file(path.c_str());
+    }
+    const std::string path;
+    bool is_ours = false;
+};
+
+FilePtr open_at(const char* native, FFSOpenFlags::FLAGS flags) {
+    return FilePtr(fs::open_native(nullptr, native, EFSMode::READ_WRITE, flags));
+}
+
 }  // namespace
 
-MultiFile::Remover::~Remover() {
-    if (!path_.empty()) platform::remove_file(path_.c_str());
-}
-
-std::unique_ptr<MultiFile> MultiFile::CreateBeside(const char* path, const std::string& native) {
-    std::unique_ptr<MultiFile> made(new MultiFile(path));
-    made->native_ = native;
-    std::string partial = beside(native);
-    // Nobody sees this file before it takes its place, and that waits for the disk.
-    FilePtr file(fs::open_native(nullptr, partial.c_str(), EFSMode::READ_WRITE, FFSOpenFlags::CREATE));
-    if (file == nullptr) return nullptr;
-    made->partial_ = std::move(partial);
-    made->file_.Use(std::move(file), true);
-    return made->Empty() ? std::move(made) : nullptr;
-}
-
-bool MultiFile::MoveInto(MultiFile& target) const {
-    std::optional<std::vector<Part>> parts = Parts();
-    // A blob that has rotted keeps its checksum, so moving gives it no second life.
-    if (!parts || !Mover(file_, target.file_).Move(*parts)) return false;
-    IndexBytes bytes = target.WriteIndex(*parts);
-    return bytes != nullptr && target.index_.Load(std::move(bytes), target.commit_);
-}
-
-bool MultiFile::ReopenNative(std::uint64_t end) {
-    FilePtr file(fs::open_native(nullptr, native_.c_str(), EFSMode::READ_WRITE, FFSOpenFlags::WRITE_THROUGH));
-    if (file == nullptr) return false;
-    file_.Use(std::move(file), true);
-    file_.SetEnd(end);
-    return true;
-}
-
-bool compact(std::unique_ptr<MultiFile>& file) {
-    MultiFile& old = *file;
+bool MultiFile::Compact() {
     SMultiContainerStats stats;
-    if (!old.Save() || !old.Count(stats)) return false;
+    if (!Save() || !Count(stats)) return false;
     // Also where blobs share bytes, as no file of ours has them: each would get its own.
     if (stats.wasted_bytes == 0) return true;
-    const char* const native = old.native_.c_str();
-    if (old.native_.empty())
-        return old.Fail(EFSError::UNSUPPORTED, "Only a multi-container on the disk can be compacted.");
-    if (platform::File::open(native, {}).valid())  // ours could not be opened a second time
-        return old.Fail(EFSError::IN_USE, "Another file has taken the place of the multi-container.");
+    fs::string native;
+    if (!fs::native_path(path_.c_str(), native)) return false;
+    if (platform::File::open(native.c_str(), {}).valid())  // ours could not be opened a second time
+        return Fail(EFSError::IN_USE, "Another file has taken the place of the multi-container.");
     if (platform::last_error().failure != platform::Failure::IN_USE)
-        return fs::refuse_by_disk(native, "cannot be compacted");
-    std::unique_ptr<MultiFile> fresh = MultiFile::CreateBeside(old.path_.c_str(), old.native_);
-    if (fresh == nullptr || !old.MoveInto(*fresh)) return false;
-    const std::uint64_t old_end = old.file_.End();
-    const std::uint64_t end = fresh->file_.End();
-    const std::string partial = beside(old.native_);  // nothing may throw while both files are closed
-    fresh->file_.Close();
-    old.file_.Close();
-    if (!platform::replace_file(partial.c_str(), native)) {
-        fs::refuse_by_disk(native, "cannot be replaced");
-        if (!old.ReopenNative(old_end)) file.reset();
-        return false;
+        return fs::refuse_by_disk(native.c_str(), "cannot be compacted");
+    std::optional<std::vector<Part>> parts = Parts();
+    Partial partial{.path = native + ".new"};
+    // Nobody sees this file before it takes its place, and that waits for the disk.
+    FilePtr made = open_at(partial.path.c_str(), FFSOpenFlags::CREATE);
+    if (!parts || made == nullptr) return false;
+    partial.is_ours = true;
+    File fresh;
+    fresh.Use(std::move(made), true);
+    fresh.SetEnd(data_offset);
+    Commit commit{.sequence = commit_.sequence + 1};
+    // A blob that has rotted keeps its checksum, so moving gives it no second life.
+    if (!Mover(file_, fresh).Move(*parts)) return false;
+    IndexBytes bytes = append_index(fresh, *parts, commit);
+    if (bytes == nullptr || !fresh.WriteAt(head_of(commit).data(), data_offset, 0)) return false;
+    Index index;
+    index.Load(std::move(bytes), commit);
+    const std::uint64_t end = fresh.End();
+    fresh.Close();
+    if (!Replace(native.c_str(), partial.path.c_str(), end)) return false;
+    partial.is_ours = false;
+    index_ = std::move(index);
+    commit_ = commit;
+    return IsOpen();
+}
+
+/// Puts a finished file in the place of ours and goes on with it; when that fails, with the old one. Ours is closed
+/// meanwhile, so nothing here throws.
+bool MultiFile::Replace(const char* native, const char* partial, std::uint64_t new_end) {
+    const std::uint64_t old_end = file_.End();
+    file_.Close();
+    const bool is_replaced = platform::replace_file(partial, native);
+    const platform::Error error = platform::last_error();
+    if (FilePtr file = open_at(native, FFSOpenFlags::WRITE_THROUGH); file != nullptr) {
+        file_.Use(std::move(file), true);
+        file_.SetEnd(is_replaced ? new_end : old_end);
     }
-    fresh->partial_.Keep();
-    file = fresh->ReopenNative(end) ? std::move(fresh) : nullptr;
-    return file != nullptr;
+    if (!is_replaced) fs::set_error_from_platform(native, "cannot be replaced", error);
+    return is_replaced;
 }
 
 }  // namespace container
