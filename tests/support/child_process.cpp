@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include "engine/platform/process.h"
 
@@ -39,22 +40,33 @@ int run(const std::string& program, const std::string& rest) {
 
 }  // namespace
 
-ChildResult run_child(const std::string& name, const std::filesystem::path& root, const std::string& arguments) {
+std::vector<ChildResult> run_children(std::size_t count, const std::string& name, const std::filesystem::path& root,
+                                      const std::string& arguments) {
     const std::string absolute = std::filesystem::absolute(root).generic_string();
-    const std::string output = absolute + ".output";
     set_variable(root_variable, absolute);
     // A child that crashes leaves its own temporary folder behind: inside ours.
     set_variable("TMPDIR", std::filesystem::current_path().string());
     set_variable("TMP", std::filesystem::current_path().string());
-    ChildResult result;
-    result.exit_code = run(platform::executable_path(), " --gtest_filter=" + name +
-                                                            " --gtest_also_run_disabled_tests --gtest_brief=1 " +
-                                                            arguments + " > \"" + output + "\" 2>&1");
-    std::ostringstream text;
-    text << std::ifstream(output, std::ios::binary).rdbuf();
-    result.output = text.str();
+    std::vector<ChildResult> results(count);
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < count; ++i) {
+        threads.emplace_back([&, i] {
+            const std::string output = absolute + "." + std::to_string(i) + ".output";
+            results[i].exit_code = run(platform::executable_path(),
+                                       " --gtest_filter=" + name + " --gtest_also_run_disabled_tests --gtest_brief=1 " +
+                                           arguments + " > \"" + output + "\" 2>&1");
+            std::ostringstream text;
+            text << std::ifstream(output, std::ios::binary).rdbuf();
+            results[i].output = text.str();
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
     set_variable(root_variable, "");
-    return result;
+    return results;
+}
+
+ChildResult run_child(const std::string& name, const std::filesystem::path& root, const std::string& arguments) {
+    return run_children(1, name, root, arguments).front();
 }
 
 std::string child_root() {
