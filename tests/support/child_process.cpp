@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
+#include <thread>
 
 #include "engine/platform/process.h"
 #include "tests/support/temp_directory.h"
@@ -40,21 +40,34 @@ int run(const std::string& program, const std::string& rest) {
 
 }  // namespace
 
+std::vector<ChildResult> run_children(std::size_t count, const std::string& name, const std::filesystem::path& root,
+                                      const std::string& arguments) {
+    const std::filesystem::path absolute = std::filesystem::absolute(root);
+    set_variable(root_variable, absolute.generic_string());
+    // A child that crashes leaves its own temporary folder behind: inside ours.
+    for (const char* const variable : {"TMPDIR", "TMP"}) set_variable(variable, absolute.parent_path().string());
+    std::vector<ChildResult> results(count);
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < count; ++i) {
+        threads.emplace_back([&, i] {
+            const std::string output = absolute.generic_string() + "." + std::to_string(i) + ".output";
+            results[i].exit_code = run(platform::executable_path(),
+                                       " --gtest_filter=" + name + " --gtest_also_run_disabled_tests --gtest_brief=1 " +
+                                           arguments + " > \"" + output + "\" 2>&1");
+            results[i].output = read_file(output);
+            std::erase(results[i].output, '\r');
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    return results;
+}
+
 ChildResult run_child(const std::string& name, const std::string& arguments, const FileTree& before) {
     const TempDirectory folder;
     const std::string root = folder / "root";
-    const std::string output = folder / "output";
     std::filesystem::create_directory(root);
     for (const auto& [file, bytes] : before) folder.write("root/" + file, bytes);
-    set_variable(root_variable, root);
-    // A child that crashes leaves its own temporary folder behind: inside ours.
-    for (const char* const variable : {"TMPDIR", "TMP"}) set_variable(variable, folder.path());
-    ChildResult result;
-    result.exit_code = run(platform::executable_path(), " --gtest_filter=" + name +
-                                                            " --gtest_also_run_disabled_tests --gtest_brief=1 " +
-                                                            arguments + " > \"" + output + "\" 2>&1");
-    result.output = read_file(output);
-    std::erase(result.output, '\r');
+    ChildResult result = run_children(1, name, root, arguments).front();
     for (const auto& item : std::filesystem::recursive_directory_iterator(root)) {
         const std::string file = item.path().lexically_relative(root).generic_string();
         if (item.is_regular_file()) result.files[file] = read_file(item.path().string());

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <filesystem>
 #include <map>
 #include <string>
+#include <vector>
 
 /// Files by their names below a directory.
 using FileTree = std::map<std::string, std::string>;
@@ -16,6 +18,10 @@ struct ChildResult {
 /// Runs the disabled test `name` ("Suite.DISABLED_Name") with these further arguments on its command line, over a fresh
 /// root that holds the files of `before`; the child finds it with child_root().
 ChildResult run_child(const std::string& name, const std::string& arguments = "", const FileTree& before = {});
+
+/// Runs as many such children at once, over a root that is there; the files stay in it.
+std::vector<ChildResult> run_children(std::size_t count, const std::string& name, const std::filesystem::path& root,
+                                      const std::string& arguments = "");
 
 /// In a child: its root, absolute. Elsewhere "".
 std::string child_root();
