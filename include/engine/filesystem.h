@@ -1,6 +1,9 @@
 #pragma once
 
 // The whole exported interface of the engine's file system.
+//
+// Failures  no function throws: each gives its failure result and leaves the reason in fs::last_error. A constructor has
+//           no result; where there is no memory it throws std::bad_alloc, as `new` does.
 
 #include <engine/filesystem/access.h>
 #include <engine/filesystem/containers.h>

@@ -70,7 +70,7 @@ CCriticalSection::CCriticalSection() = default;
 CCriticalSection::~CCriticalSection() = default;
 
 void CCriticalSection::lock() ENGINE_NOT_CHECKED {
-    const std::uint64_t self = platform::current_thread_id();
+    const std::uint64_t self = platform::current_thread_key();
     if (owner_.load(std::memory_order_relaxed) != self) {
         mutex_.lock();
         owner_.store(self, std::memory_order_relaxed);
@@ -79,7 +79,7 @@ void CCriticalSection::lock() ENGINE_NOT_CHECKED {
 }
 
 bool CCriticalSection::try_lock() ENGINE_NOT_CHECKED {
-    const std::uint64_t self = platform::current_thread_id();
+    const std::uint64_t self = platform::current_thread_key();
     if (owner_.load(std::memory_order_relaxed) != self) {
         if (!mutex_.try_lock()) return false;
         owner_.store(self, std::memory_order_relaxed);

@@ -48,6 +48,10 @@ void join_thread(Thread* thread) {
 }
 
 std::uint64_t current_thread_id() { return this_thread_id(); }
+std::uint64_t current_thread_key() {
+    static thread_local char own;
+    return reinterpret_cast<std::uintptr_t>(&own);
+}
 
 struct ThreadSlot {
     pthread_key_t key{};

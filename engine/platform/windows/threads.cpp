@@ -65,6 +65,7 @@ void join_thread(Thread* thread) {
 }
 
 std::uint64_t current_thread_id() { return GetCurrentThreadId(); }
+std::uint64_t current_thread_key() { return GetCurrentThreadId(); }
 
 std::uintptr_t ThreadWord::get() const {
     const std::uint32_t slot = slot_.load(std::memory_order_acquire);
