@@ -5,8 +5,11 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <future>
 #include <numeric>
 #include <random>
 #include <string>
@@ -14,6 +17,13 @@
 #include <vector>
 
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#if defined(HAVE_TBB)
+#include <tbb/parallel_for_each.h>
+#include <tbb/task_arena.h>
+#endif
 
 #include <engine/filesystem.h>
 
@@ -119,6 +129,27 @@ void CancelOfABigLoad(benchmark::State& state) {
 }
 BENCHMARK(CancelOfABigLoad)->Iterations(1)->Unit(benchmark::kMillisecond);
 
+/// Processor time of all threads, in seconds.
+double processor_seconds(const std::function<void()>& work) {
+    const std::clock_t start = std::clock();
+    work();
+    return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+}
+
+/// What ours takes of the processors beside theirs: the ratio, and for each of `items` the microseconds more.
+void compare_processor_time(benchmark::State& state, std::size_t items, const std::function<void()>& ours,
+                            const std::function<void()>& theirs) {
+    std::vector<double> ratios, more;
+    for (int round = 0; round < 9; ++round) {
+        const double their_time = processor_seconds(theirs);
+        const double our_time = processor_seconds(ours);
+        ratios.push_back(our_time / their_time);
+        more.push_back((our_time - their_time) / static_cast<double>(items) * 1e6);
+    }
+    state.counters["cpu_ratio"] = paired::median(ratios);
+    state.counters["cpu_more_us"] = paired::median(more);
+}
+
 /// A load in steps beside one whole read.
 void BigInStepsBesideWhole(benchmark::State& state) {
     Bed bed({.workers = 1});
@@ -130,27 +161,109 @@ void BigInStepsBesideWhole(benchmark::State& state) {
     };
     const auto whole = [&] { fs::read(buffer.data(), "big0.bin", nullptr); };
     paired::compare(state, 1, 9, load, whole);
+    compare_processor_time(state, 1, load, whole);
 }
 BENCHMARK(BigInStepsBesideWhole)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+std::vector<std::string> names_of_files() {
+    std::vector<std::string> names;
+    for (int i = 0; i < file_count; ++i) names.push_back(name_of(i));
+    return names;
+}
+
+void read_in_a_loop(const std::vector<std::string>& names) {
+    for (const std::string& name : names) std::free(fs::read(name.c_str(), nullptr));
+}
+
+/// As a game takes them over: each block is used up in its callback.
+void load_as_a_batch(const std::vector<std::string>& names) {
+    std::vector<SFsLoadWish> wishes;
+    for (const std::string& name : names)
+        wishes.push_back({.path = name.c_str(), .callback = [](SFsLoad* load, void*) { std::free(load->Take()); }});
+    static mt::CEvent done(false);  // a worker may still be inside when this goes on
+    SFsLoadBatch* const loads = fs::load_batch(
+        wishes.data(), wishes.size(), [](SFsLoadBatch*, void* event) { static_cast<mt::CEvent*>(event)->Set(); },
+        &done);
+    done.Wait();
+    loads->Release();
+}
 
 /// 2,000 files of 1 to 256 KiB beside a loop of fs::read.
 void ManyFilesBesideALoop(benchmark::State& state) {
     Bed bed({.workers = static_cast<std::uint32_t>(state.range(0)), .no_urgent_lane = true});
-    std::vector<std::string> names;
-    for (int i = 0; i < file_count; ++i) names.push_back(name_of(i));
-    const auto batch = [&] {
-        std::vector<SFsLoadWish> wishes;
-        for (const std::string& name : names) wishes.push_back({.path = name.c_str()});
-        SFsLoadBatch* const loads = fs::load_batch(wishes.data(), wishes.size());
-        loads->Wait();
-        loads->Release();
-    };
-    const auto loop = [&] {
-        for (const std::string& name : names) std::free(fs::read(name.c_str(), nullptr));
-    };
+    const std::vector<std::string> names = names_of_files();
+    const auto batch = [&] { load_as_a_batch(names); };
+    const auto loop = [&] { read_in_a_loop(names); };
     paired::compare(state, names.size(), 7, batch, loop);
+    compare_processor_time(state, names.size(), batch, loop);
 }
 BENCHMARK(ManyFilesBesideALoop)->Iterations(1)->Arg(1)->Arg(2)->ArgName("workers")->Unit(benchmark::kMillisecond);
+
+/// The same by a std::async for each file, as a host without loads may do it.
+void ManyFilesByStdAsync(benchmark::State& state) {
+    Bed bed({});
+    const std::vector<std::string> names = names_of_files();
+    const auto by_async = [&] {
+        std::vector<std::future<void>> reads;
+        for (const std::string& name : names)
+            reads.push_back(std::async(std::launch::async, [&name] { std::free(fs::read(name.c_str(), nullptr)); }));
+        for (std::future<void>& read : reads) read.get();
+    };
+    const auto loop = [&] { read_in_a_loop(names); };
+    paired::compare(state, names.size(), 7, by_async, loop);
+    compare_processor_time(state, names.size(), by_async, loop);
+}
+BENCHMARK(ManyFilesByStdAsync)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+/// The same by two threads of TBB.
+void ManyFilesByTbb(benchmark::State& state) {
+#if defined(HAVE_TBB)
+    Bed bed({});
+    const std::vector<std::string> names = names_of_files();
+    tbb::task_arena arena(2);
+    const auto by_tbb = [&] {
+        arena.execute([&] {
+            tbb::parallel_for_each(names, [](const std::string& name) { std::free(fs::read(name.c_str(), nullptr)); });
+        });
+    };
+    const auto loop = [&] { read_in_a_loop(names); };
+    paired::compare(state, names.size(), 7, by_tbb, loop);
+    compare_processor_time(state, names.size(), by_tbb, loop);
+#else
+    state.SkipWithError("TBB: not available");
+#endif
+}
+BENCHMARK(ManyFilesByTbb)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+/// The same files in a directory whose pages the system has dropped, by four workers beside the loop.
+void ColdFilesBesideALoop(benchmark::State& state) {
+    Bed bed({.workers = 4, .no_urgent_lane = true});
+    const std::vector<std::string> names = names_of_files();
+    const std::filesystem::path folder = bed.folder / "loose";
+    std::vector<int> files;
+    std::filesystem::create_directories(folder);
+    for (const std::string& name : names) {
+        const std::string file = (folder / name).generic_string();
+        if (!std::filesystem::exists(file)) {
+            std::uint64_t size = 0;
+            void* const bytes = fs::read(name.c_str(), &size);
+            std::ofstream(file, std::ios::binary)
+                .write(static_cast<const char*>(bytes), static_cast<std::streamsize>(size));
+            std::free(bytes);
+        }
+        files.push_back(::open(file.c_str(), O_RDONLY));
+        ::fdatasync(files.back());  // what is not on the disk yet is not dropped
+    }
+    fs::rem_source((bed.folder / "bench.pak").generic_string().c_str());
+    fs::add_source(folder.generic_string().c_str(), mount_flags);
+    const auto drop = [&] {
+        for (const int file : files) ::posix_fadvise(file, 0, 0, POSIX_FADV_DONTNEED);
+    };
+    paired::compare_prepared(
+        state, names.size(), 7, drop, [&] { load_as_a_batch(names); }, [&] { read_in_a_loop(names); });
+    for (const int file : files) ::close(file);
+}
+BENCHMARK(ColdFilesBesideALoop)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 /// Makes each open of a file of the disk take as long as a disk that was asleep.
 class SlowDisk final : public fs::IFsMonitor {
