@@ -51,10 +51,13 @@ std::vector<ChildResult> run_children(std::size_t count, const std::string& name
     for (std::size_t i = 0; i < count; ++i) {
         threads.emplace_back([&, i] {
             const std::string output = absolute.generic_string() + "." + std::to_string(i) + ".output";
-            results[i].exit_code = run(platform::executable_path(),
-                                       " --gtest_filter=" + name + " --gtest_also_run_disabled_tests --gtest_brief=1 " +
-                                           arguments + " > \"" + output + "\" 2>&1");
-            results[i].output = read_file(output);
+            const std::string rest = " --gtest_filter=" + name + " --gtest_also_run_disabled_tests --gtest_brief=1 " +
+                                     arguments + " > \"" + output + "\" 2>&1";
+            // A busy system may fail to start it, which leaves -1 and not a word.
+            for (int attempt = 0; attempt < 3 && results[i].exit_code == -1 && results[i].output.empty(); ++attempt) {
+                results[i].exit_code = run(platform::executable_path(), rest);
+                results[i].output = read_file(output);
+            }
             std::erase(results[i].output, '\r');
         });
     }
