@@ -17,11 +17,27 @@ constexpr const char* root_variable = "ENGINE_TEST_CHILD_ROOT";
 
 void set_variable(const char* name, const std::string& value) {
 #ifdef _WIN32
-    _putenv_s(name, value.c_str());
+    _putenv_s(name, value.c_str());  // an empty one is removed
 #else
-    setenv(name, value.c_str(), 1);
+    value.empty() ? unsetenv(name) : setenv(name, value.c_str(), 1);
 #endif
 }
+
+/// A variable of the environment that children take over, for as long as this lives.
+class Inherited {
+public:
+    Inherited(const char* name, const std::string& value) : name_(name) {
+        if (const char* const before = std::getenv(name)) before_ = before;
+        set_variable(name, value);
+    }
+    ~Inherited() { set_variable(name_, before_); }
+    Inherited(const Inherited&) = delete;
+    Inherited& operator=(const Inherited&) = delete;
+
+private:
+    const char* name_;
+    std::string before_;
+};
 
 int run(const std::string& program, const std::string& rest) {
 #ifdef _WIN32
@@ -43,9 +59,10 @@ int run(const std::string& program, const std::string& rest) {
 std::vector<ChildResult> run_children(std::size_t count, const std::string& name, const std::filesystem::path& root,
                                       const std::string& arguments) {
     const std::filesystem::path absolute = std::filesystem::absolute(root);
-    set_variable(root_variable, absolute.generic_string());
+    const Inherited root_of_children(root_variable, absolute.generic_string());
     // A child that crashes leaves its own temporary folder behind: inside ours.
-    for (const char* const variable : {"TMPDIR", "TMP"}) set_variable(variable, absolute.parent_path().string());
+    const std::string ours = absolute.parent_path().string();
+    const Inherited folders[] = {{"TMPDIR", ours}, {"TMP", ours}};
     std::vector<ChildResult> results(count);
     std::vector<std::thread> threads;
     for (std::size_t i = 0; i < count; ++i) {
