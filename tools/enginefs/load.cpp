@@ -38,8 +38,14 @@ struct Timed {
     steady_clock::time_point ended;
 };
 
-struct ReleaseBatch {
-    void operator()(SFsLoadBatch* batch) const { batch->Release(); }
+/// Gives the batch up when the last callback has run: what the callbacks write to must live until then.
+struct EndBatch {
+    void operator()(SFsLoadBatch* batch) const {
+        batch->Cancel();
+        all_told->Wait();
+        batch->Release();
+    }
+    mt::CEvent* all_told;
 };
 
 /// What the list names, or the arguments, or all there is.
@@ -124,14 +130,15 @@ bool load(const Given& given) {
     }
     const auto start = steady_clock::now();
     static mt::CEvent all_told(true);  // a worker may still be inside when this one goes on
+    all_told.Reset();
     const auto tell = [](SFsLoadBatch*, void* user) { static_cast<mt::CEvent*>(user)->Set(); };
-    const std::unique_ptr<SFsLoadBatch, ReleaseBatch> batch(
-        fs::load_batch(wishes.data(), wishes.size(), tell, &all_told));
+    const std::unique_ptr<SFsLoadBatch, EndBatch> batch(fs::load_batch(wishes.data(), wishes.size(), tell, &all_told),
+                                                        EndBatch{&all_told});
     if (batch == nullptr) return fail_with_last_error("load", "the loads cannot begin");
     wait_with_progress(*batch, all_told);
     std::uint64_t bytes = 0;
     const bool good = check_loads(*batch, timed, bytes);
-    print_result(given, *batch, std::move(timed), bytes, start);
+    print_result(given, *batch, timed, bytes, start);
     return good;
 }
 
