@@ -127,7 +127,8 @@ public:
         if (answer && !row_.output_varies && read_file(Capture::names[0]) != output_)
             return "it printed " + read_file(Capture::names[0]) + "and not " + output_;
         for (const auto& [name, bytes] : now) {
-            if (!holds(before_, name, bytes) && !holds(after_, name, bytes)) return name + " is neither old nor new: \"" + bytes.substr(0, 60) + "\"";
+            if (!holds(before_, name, bytes) && !holds(after_, name, bytes))
+                return name + " is neither old nor new: \"" + bytes.substr(0, 60) + "\"";
         }
         for (const auto& [name, bytes] : before_) {
             if (holds_bytes(after_, bytes) && !holds_bytes(now, bytes)) return "the bytes of " + name + " are lost";

@@ -60,7 +60,8 @@ bool build(const Given& given) {
     Session session;
     if (!session.mount(*given.session)) return false;
     const std::vector<Listing> listings = listings_in(dir);
-    if (listings.empty()) return fail(dir, "mounting recorded no listing there; only directories have one, or the disk is full");
+    if (listings.empty())
+        return fail(dir, "mounting recorded no listing there; only directories have one, or the disk is full");
     return show_listings(listings);
 }
 
