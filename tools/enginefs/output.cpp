@@ -110,9 +110,10 @@ bool Output::put_in_place() {
 bool open_both(const FromTo& given, fs::file_ptr& source, Output& output, FFSOpenFlags::FLAGS flags) {
     source = open_file(given.from);
     if (source == nullptr) return false;
-    if (!names_itself(given.to)) return false;
     const std::string place = place_on_disk(given.from);
-    if (!place.empty() && place == place_on_disk(given.to)) return fail(given.to, "it is the file that is read");
+    const bool is_there = fs::exists(given.to.c_str(), FFSOpenFlags::WHOLE_NAME);
+    if (is_there && !place.empty() && place == place_on_disk(given.to))
+        return fail(given.to, "it is the file that is read");
     return output.open(given.to, flags);
 }
 

@@ -3,6 +3,7 @@
 #include <engine/filesystem/contract/native_source.h>
 
 #include "engine/filesystem/access/parts.h"
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/files.h"
 
@@ -12,12 +13,6 @@ namespace {
 
 using registry::Match;
 using registry::SharedGuard;
-
-bool is_native(const char* path, bool directory) {
-    if (path == nullptr || path[0] == '\0') return false;
-    const auto attributes = platform::get_attributes(path);
-    return attributes && attributes->is_directory == directory;
-}
 
 using NativeText = char[platform::path_buffer_size];
 
@@ -60,8 +55,11 @@ bool exists(const char* path, FFSOpenFlags::FLAGS flags) {
 }
 
 bool does_file_exist(const char* path) { return exists(path) || native_does_file_exist(path); }
-bool native_does_file_exist(const char* path) { return is_native(path, false); }
-bool does_dir_exist(const char* path) { return is_native(path, true); }
+bool native_does_file_exist(const char* path) {
+    const auto attributes = platform::get_attributes(path != nullptr ? path : "");
+    return attributes && !attributes->is_directory;
+}
+bool does_dir_exist(const char* path) { return is_native_directory(path != nullptr ? path : ""); }
 
 fs::string get_source_name(const char* path) {
     return with_holder<SharedGuard>(path, Match::AS_SOURCE_DOES, fs::string(), [](CFSSource& source, const fs::path&) {

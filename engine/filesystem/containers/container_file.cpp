@@ -18,10 +18,6 @@ bool seek_to(SFsFile& file, std::uint64_t offset) {
     return file.seek(static_cast<std::int64_t>(offset), EFSSeek::BEGIN);
 }
 
-bool fail(const SFsFile& file, EFSError::TYPE code, const char* text) {
-    return fs::refuse(code, file.name != nullptr ? file.name : "", text);
-}
-
 }  // namespace
 
 FilePtr open_in_place(const char* path) {
@@ -39,8 +35,8 @@ FilePtr open_in_place(const char* path) {
     fs::ErrorScope scope;
     // With the disk after each write, which the order of saving needs.
     FilePtr file(holder->open_read_write(name, FFSOpenFlags::WRITE_THROUGH));
-    if (file == nullptr && !scope.has_error())
-        fs::set_error(EFSError::IO, path, "The source cannot open the multi-container file for writing.");
+    if (file == nullptr)
+        fs::fail_unless_told(scope, EFSError::IO, path, "The source cannot open the multi-container file for writing.");
     return file;
 }
 
@@ -65,9 +61,12 @@ bool File::Read(void* buffer, std::uint64_t size, std::uint64_t offset) const {
         const std::lock_guard lock(position_lock_);
         fs::ErrorScope scope;
         got = seek_to(*main_, offset) ? main_->read(buffer, size) : ~std::uint64_t{0};
-        if (got > size && !scope.has_error()) fail(*main_, EFSError::IO, "The multi-container file cannot be read.");
+        if (got > size)
+            fs::fail_unless_told(scope, EFSError::IO, fs::file_name(main_.get()),
+                                 "The multi-container file cannot be read.");
     }
-    return got == size || (got < size && fail(*main_, EFSError::BAD_FORMAT, "The multi-container ends too early."));
+    return got == size || (got < size && fs::refuse(EFSError::BAD_FORMAT, fs::file_name(main_.get()),
+                                                    "The multi-container ends too early."));
 }
 
 bool File::Append(const void* data, std::uint64_t size) {
@@ -101,7 +100,8 @@ bool File::WriteAt(const void* data, std::uint64_t size, std::uint64_t offset) {
     const std::lock_guard lock(position_lock_);
     fs::ErrorScope scope;
     if (seek_to(*main_, offset)) return fs::write_all(*main_, data, size);
-    return scope.has_error() ? false : fail(*main_, EFSError::IO, "The multi-container file cannot be written.");
+    return fs::fail_unless_told(scope, EFSError::IO, fs::file_name(main_.get()),
+                                "The multi-container file cannot be written.");
 }
 
 }  // namespace container

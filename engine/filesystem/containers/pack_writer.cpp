@@ -24,11 +24,6 @@ namespace fs {
 namespace {
 
 constexpr const char* beside = ".part";
-std::string folded(std::string_view text) {
-    std::string copy(text);
-    fold_text(copy.data(), copy.size());
-    return copy;
-}
 
 /// Why no pack source could show a file of this name; null when it could. The text goes on behind "the name".
 const char* refuse_entry_name(std::string_view name) {
@@ -102,7 +97,7 @@ bool pack_writer::State::check(const zip::NewEntry& entry) const {
     const std::string name(entry.name);
     if (const char* reason = refuse_entry_name(entry.name))
         return fail_to_pack(EFSError::INVALID_NAME, name.c_str(), std::string("refuses the entry: the name ") + reason);
-    if (names.contains(folded(name)))
+    if (names.contains(lower_text(name)))
         return fail_to_pack(EFSError::ALREADY_EXISTS, name.c_str(), "has an entry of that name");
     if (names.size() >= zip::most_entries)
         return fail_to_pack(EFSError::TOO_LARGE, target.c_str(), "refuses the entry: a pack holds at most 65535");
@@ -133,7 +128,7 @@ bool pack_writer::State::add(const char* name, const void* packed, std::uint64_t
     zip::append_central_header(central, entry);
     if (directory.capacity() - directory.size() < central.size())
         directory.reserve(directory.size() * 2 + central.size());
-    const auto place = names.insert(folded(entry.name)).first;
+    const auto place = names.insert(lower_text(entry.name)).first;
     if (!output.write_at(offset, local.data(), local.size()) ||
         !output.write_at(offset + local.size(), packed, entry.packed_size)) {
         names.erase(place);

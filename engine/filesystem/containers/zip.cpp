@@ -78,7 +78,7 @@ bool start(Writer& writer, const char* path) {
     const fs::ErrorScope scope;
     const fs::string native_path = fs::full_path(path);
     if (native_path.empty()) {
-        return scope.has_error() ? false : fs::refuse(EFSError::UNSUPPORTED, path, "The file is not on the disk.");
+        return fs::fail_unless_told(scope, EFSError::UNSUPPORTED, path, "The file is not on the disk.");
     }
     if (!writer.output.open(native_path.c_str())) return false;
     writer.zip.m_pWrite = write_to_output;

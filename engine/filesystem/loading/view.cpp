@@ -39,8 +39,7 @@ bool read_on(LoadWork& work) {
 }
 
 bool refuse_copy(const char* path, const ErrorScope& scope) {
-    return !scope.has_error() &&
-           refuse(EFSError::UNSUPPORTED, path, "The bytes of this file are not shown without a copy.");
+    return fail_unless_told(scope, EFSError::UNSUPPORTED, path, "The bytes of this file are not shown without a copy.");
 }
 
 bool show(const char* path, SFsView& out, FFSMapFlags::ENUM flags) {

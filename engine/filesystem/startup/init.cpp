@@ -90,8 +90,7 @@ bool init(const char* root, FFSAddSourceFlags::ENUM flags, const char* cache_dir
     const ErrorScope scope;
     if (!mount_first_sources(built, root, flags, use_fallback, names)) {
         log_message(exit_source, Log::ELevel::FATL, __LINE__, "could not initialize\n");
-        if (!scope.has_error()) set_error(EFSError::NOT_FOUND, root, "The root directory could not be mounted.");
-        return false;
+        return fail_unless_told(scope, EFSError::NOT_FOUND, root, "The root directory could not be mounted.");
     }
     std::strcpy(state.cache_dir, cache.c_str());
     state.initialized.store(true, std::memory_order_release);

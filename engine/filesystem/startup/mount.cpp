@@ -52,8 +52,7 @@ bool mount(CFSSource& source, const fs::path& path, FFSAddSourceFlags::ENUM flag
         if (native == nullptr || native->unlisted_directories() == 0) scope.forget();
         return true;
     }
-    if (!scope.has_error()) set_error(EFSError::NOT_FOUND, path.PathName(), "The source could not be mounted.");
-    return false;
+    return fail_unless_told(scope, EFSError::NOT_FOUND, path.PathName(), "The source could not be mounted.");
 }
 
 bool check_key(const char* path, const fs::path& key, FFSAddSourceFlags::ENUM flags) {

@@ -66,11 +66,10 @@ bool cachedrdfile::fetch() {
     const std::uint64_t got = can_read ? handle->read(window_.bytes, buffer_size_) : failure;
     if (got > buffer_size_) {
         failed_ = true;
-        if (scope.has_error()) return false;
         const EFSError::TYPE code = window_.bytes == nullptr ? EFSError::OUT_OF_MEMORY
                                     : handle == nullptr      ? EFSError::INVALID_ARGUMENT
                                                              : EFSError::IO;
-        return refuse(code, name(), "A block of the file cannot be read.");
+        return fail_unless_told(scope, code, name(), "A block of the file cannot be read.");
     }
     // A file that has grown since it was opened still ends where it did.
     window_.end = window_.bytes + std::min(got, file_length_ - window_.base);

@@ -11,10 +11,9 @@ bool write_all(SFsFile& file, const void* data, std::uint64_t size) {
     for (std::uint64_t left = size; left != 0; left -= done, next += done) {
         done = file.write(next, left);
         if (done != 0 && done <= left) continue;
-        if (scope.has_error()) return false;
         const bool is_full = done == 0 || left != size;
-        return refuse(is_full ? EFSError::DISK_FULL : EFSError::IO, file_name(&file),
-                      is_full ? "The file takes no more bytes." : "The file cannot be written.");
+        return fail_unless_told(scope, is_full ? EFSError::DISK_FULL : EFSError::IO, file_name(&file),
+                                is_full ? "The file takes no more bytes." : "The file cannot be written.");
     }
     return true;
 }

@@ -22,17 +22,11 @@
 
 namespace {
 
-std::string folded(std::string_view text) {
-    std::string copy(text);
-    fs::fold_text(copy.data(), copy.size());
-    return copy;
-}
-
 /// By the end of the directory, or, `whole`, by all of it.
 std::optional<std::uint32_t> find(const fs::PackTable& table, const fs::path& p, bool whole) {
     if (!p.IsLowercase()) {
-        const std::string dir = folded(p.PathNameView());
-        const std::string name = folded(p.FileNameView());
+        const std::string dir = fs::lower_text(p.PathNameView());
+        const std::string name = fs::lower_text(p.FileNameView());
         return whole ? table.find_exact(dir, name) : table.find(dir, name);
     }
     return whole ? table.find_exact(p.PathNameView(), p.FileNameView())
@@ -145,8 +139,8 @@ SFsFile* CZip_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS open_flags) 
 FS_NAME* CZip_dir::get_file_list(const char* dir, const char* mask, bool flag) {
     if (!state_->archive) return nullptr;
     return fs::guarded(dir, static_cast<FS_NAME*>(nullptr), [&] {
-        const std::string folded_dir = folded(dir ? dir : "");
-        const std::string folded_mask = folded(mask ? mask : "");
+        const std::string folded_dir = fs::lower_text(dir ? dir : "");
+        const std::string folded_mask = fs::lower_text(mask ? mask : "");
         return state_->list([&](std::string_view held_dir, std::string_view name) {
             return fs::directory_answers(held_dir, dir ? folded_dir.c_str() : nullptr, flag) &&
                    fs::name_matches(name, folded_mask.c_str());
@@ -157,7 +151,7 @@ FS_NAME* CZip_dir::get_file_list(const char* dir, const char* mask, bool flag) {
 FS_NAME* CZip_dir::search_substring(const char* text) {
     if (!state_->archive || !text || *text == '\0') return nullptr;
     return fs::guarded(text, static_cast<FS_NAME*>(nullptr), [&] {
-        const std::string wanted = folded(text);
+        const std::string wanted = fs::lower_text(text);
         return state_->list([&](std::string_view dir, std::string_view /*name*/) {
             return dir.substr(0, dir.empty() ? 0 : dir.size() - 1).find(wanted) != std::string_view::npos;
         });
