@@ -71,7 +71,7 @@ TEST(OtherProcess, DISABLED_Opens) {
     OpenOptions options;
     std::memcpy(&options, read_file("options").data(), sizeof(options));
     const File file = File::open("file", options);
-    std::_Exit(static_cast<int>(outcome(file.valid())));
+    std::exit(static_cast<int>(outcome(file.valid())));
 }
 
 TEST_F(Files, ShareAmongReadersOnlyInThisProcessAndAmongAll) {

@@ -70,7 +70,7 @@ TEST_F(DiskRules, NeverWaitForPipesAndOpenNoOtherThanRegularFiles) {
     ::close(listener);
 }
 
-TEST_F(DiskRules, FollowLinksAndRemoveThemAlone) {
+TEST_F(DiskRules, FollowLinksRemoveThemAloneAndKnowAFileUnderAllItsNames) {
     std::filesystem::create_directory("folder");
     write_file("folder/inner", "i");
     write_file("file", "content");
@@ -91,16 +91,21 @@ TEST_F(DiskRules, FollowLinksAndRemoveThemAlone) {
     EXPECT_EQ(folder, behind_link);
     EXPECT_TRUE(is_link("to_folder") && is_link("To_Folder/") && is_link("to_file") && !is_link("folder"));
     EXPECT_FALSE(File::open("broken", for_creating).valid()) << "a link must not make a file elsewhere";
-    const File open = File::open("to_file", {});
+    File open = File::open("to_file", {});
     ASSERT_TRUE(open.valid());
     EXPECT_FALSE(remove_file("file")) << "open under another name";
     EXPECT_TRUE(remove_file("to_file")) << "the link itself is not open";
+    std::filesystem::create_hard_link("file", "hard");
+    EXPECT_EQ(try_open("hard", for_writing), Failure::IN_USE);
+    EXPECT_FALSE(remove_file("hard"));
+    open.close();
+    EXPECT_TRUE(rename_path("file", "hard")) << "one file under two names";
     EXPECT_FALSE(remove_file("folder"));
     EXPECT_TRUE(remove_directory("to_folder/"));
     EXPECT_TRUE(remove_file("broken"));
-    EXPECT_THAT(list("."), ElementsAre("file", "folder"));
+    EXPECT_THAT(list("."), ElementsAre("folder", "hard"));
     EXPECT_EQ(read_file("folder/inner"), "i");
-    EXPECT_EQ(read_file("file"), "content");
+    EXPECT_EQ(read_file("hard"), "content");
 }
 
 TEST_F(DiskRules, RemoveATreeAndNothingThatItsLinksLeadTo) {
@@ -154,17 +159,6 @@ TEST_F(DiskRules, TellAnAbsentNameFromOneThatCouldNotBeLookedFor) {
         EXPECT_EQ(outcome(get_attributes("folder/missing").has_value()), Failure::NOT_FOUND);
     }
     EXPECT_THAT(list("Folder"), ElementsAre("File"));
-}
-
-TEST_F(DiskRules, KnowAFileUnderAllItsNames) {
-    write_file("one", "content");
-    std::filesystem::create_hard_link("one", "two");
-    File open = File::open("one", {});
-    EXPECT_FALSE(File::open("two", for_writing).valid());
-    EXPECT_FALSE(remove_file("two"));
-    open.close();
-    EXPECT_TRUE(rename_path("one", "two"));
-    EXPECT_THAT(list("."), ElementsAre("two"));
 }
 
 TEST_F(DiskRules, CreateUnderTheUmaskAndTakeTheOwnersWritePermissionForTheAttribute) {
