@@ -3,12 +3,9 @@
 
 #include <array>
 #include <atomic>
-#include <functional>
-#include <memory>
 #include <mutex>
 #include <shared_mutex>
 #include <thread>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -18,59 +15,42 @@ namespace {
 constexpr std::uint32_t long_time_ms = 60'000;
 constexpr std::uint32_t short_time_ms = 20;
 
-template <typename T>
-constexpr bool is_fixed = !std::is_copy_constructible_v<T> && !std::is_move_constructible_v<T>;
-static_assert(is_fixed<CCriticalSection> && is_fixed<CSlimLock> && is_fixed<CEvent> && is_fixed<CSemaphore>);
-static_assert(!std::is_copy_constructible_v<CThread> && std::is_nothrow_move_constructible_v<CThread>);
-
-/// Runs a function on a thread of its own, and waits for its end.
-class Worker {
-public:
-    explicit Worker(std::function<void()> work, int priority = 0) : work_(std::move(work)) {
-        const auto run = [](void* self) { static_cast<Worker*>(self)->work_(); };
-        EXPECT_TRUE(thread_.Start("a worker with a long name", run, this, priority));
-    }
-    void join() { thread_.Join(); }
-
-private:
-    std::function<void()> work_;
-    CThread thread_;
-};
-using Crowd = std::vector<std::unique_ptr<Worker>>;
+using Crowd = std::vector<std::jthread>;  // which waits for their ends
 
 TEST(CThread, StandsForOneThreadAtATimeAndMovesWithIt) {
-    CEvent go(true);
-    std::atomic<int> passed{0};
-    struct Both {
-        CEvent& go;
-        std::atomic<int>& passed;
-    } both{go, passed};
+    struct Shared {
+        CEvent go{true};
+        std::atomic<int> passed{0};
+    } shared;
     const CThread::Entry pass = [](void* argument) {
-        auto& shared = *static_cast<Both*>(argument);
-        shared.go.Wait();
-        ++shared.passed;
+        auto& [go, passed] = *static_cast<Shared*>(argument);
+        go.Wait();
+        ++passed;
     };
     {
         CThread thread;
         EXPECT_FALSE(thread.Start("nothing to run", nullptr, nullptr));
-        ASSERT_TRUE(thread.Start(nullptr, pass, &both));
-        EXPECT_FALSE(thread.Start("second", pass, &both));
+        ASSERT_TRUE(thread.Start(nullptr, pass, &shared));
+        EXPECT_FALSE(thread.Start("second", pass, &shared));
         CThread other(std::move(thread));
         EXPECT_FALSE(thread.IsStarted());
         EXPECT_TRUE(other.IsStarted());
-        ASSERT_TRUE(thread.Start("second", pass, &both, 99));
-        EXPECT_EQ(passed, 0);
-        go.Set();
+        ASSERT_TRUE(thread.Start("second", pass, &shared, 99));
+        EXPECT_EQ(shared.passed, 0);
+        shared.go.Set();
         other = std::move(thread);  // joins the first; the destructor joins the second
-        EXPECT_GE(passed, 1);
+        EXPECT_GE(shared.passed, 1);
     }
-    EXPECT_EQ(passed, 2);
+    EXPECT_EQ(shared.passed, 2);
 }
 
 TEST(CThread, RunsAtAnyPriority) {
+    const CThread::Entry tell_id = [](void* id) { *static_cast<std::uint64_t*>(id) = CThread::CurrentId(); };
     for (int priority = -2; priority <= 2; ++priority) {
         std::uint64_t id = 0;
-        Worker([&] { id = CThread::CurrentId(); }, priority).join();
+        CThread thread;
+        EXPECT_TRUE(thread.Start("a worker with a long name", tell_id, &id, priority));
+        thread.Join();
         EXPECT_NE(id, 0u) << priority;
         EXPECT_NE(id, CThread::CurrentId()) << priority;
     }
@@ -82,7 +62,7 @@ TEST(CThreadLocal, GivesEachThreadItsOwnPointerStartingWithNull) {
     int mine = 0;
     int others = 0;
     slot.Set(&mine);
-    Worker([&] {
+    std::jthread([&] {
         EXPECT_EQ(slot.Get(), nullptr);
         slot.Set(&others);
         EXPECT_EQ(slot.Get(), &others);
@@ -94,7 +74,7 @@ TEST(CCriticalSection, IsLeftAsOftenAsItWasEntered) {
     CCriticalSection section;
     const auto other_thread_enters = [&] {
         bool entered = false;
-        Worker([&] { entered = std::unique_lock(section, std::try_to_lock).owns_lock(); }).join();
+        std::jthread([&] { entered = std::unique_lock(section, std::try_to_lock).owns_lock(); }).join();
         return entered;
     };
     {
@@ -119,12 +99,12 @@ TEST(CSlimLock, LetsReadersShareAndAWriterBeAlone) {
     {
         const std::shared_lock guard(lock);
         EXPECT_FALSE(try_alone());
-        Worker(read).join();  // would hang if readers did not share
+        std::jthread(read).join();  // would hang if readers did not share
     }
     reader_was_in = false;
     std::unique_lock alone(lock);
     EXPECT_FALSE(try_alone());
-    Worker reader(read);
+    std::jthread reader(read);
     for (int i = 0; i < 1000; ++i) std::this_thread::yield();
     EXPECT_FALSE(reader_was_in);
     alone.unlock();
@@ -157,8 +137,8 @@ TEST(CSlimLock, KeepsACrowdConsistentAndLosesNoWake) {
     };
     {
         Crowd crowd;
-        for (int i = 0; i < 4; ++i) crowd.push_back(std::make_unique<Worker>(write));
-        for (int i = 0; i < 8; ++i) crowd.push_back(std::make_unique<Worker>(read));
+        for (int i = 0; i < 4; ++i) crowd.emplace_back(write);
+        for (int i = 0; i < 8; ++i) crowd.emplace_back(read);
     }
     EXPECT_EQ(torn, 0);
     EXPECT_THAT(pair, testing::Each(4 * writes));
@@ -171,14 +151,14 @@ TEST(CSlimLock, LetsAWriterInAmongTwentyReadersThatNeverPause) {
     CEvent written(true);
     Crowd readers;
     for (int i = 0; i < 20; ++i) {
-        readers.push_back(std::make_unique<Worker>([&] {
+        readers.emplace_back([&] {
             while (!stop) {
                 const std::shared_lock guard(lock);
                 for (int step = 0; step < 10; ++step) std::this_thread::yield();
             }
-        }));
+        });
     }
-    Worker writer([&] {
+    std::jthread writer([&] {
         for (int i = 0; i < 20; ++i) const std::lock_guard guard(lock);
         written.Set();
     });
@@ -212,11 +192,11 @@ TEST(CEvent, ReleasesWhoWaitedWhateverFollows) {
         std::atomic<int> about_to_wait{0};
         Crowd crowd;
         for (int i = 0; i < sleepers; ++i) {
-            crowd.push_back(std::make_unique<Worker>([&] {
+            crowd.emplace_back([&] {
                 ++about_to_wait;
                 event.Wait(long_time_ms);
                 woken.Release();
-            }));
+            });
         }
         while (about_to_wait < sleepers) std::this_thread::yield();
         EXPECT_FALSE(woken.Wait(short_time_ms));  // time to fall asleep in
@@ -248,9 +228,9 @@ TEST(CSemaphore, HandsOutEachCountExactlyOnce) {
     std::atomic<int> taken{0};
     Crowd crowd;
     for (int i = 0; i < takers; ++i) {
-        crowd.push_back(std::make_unique<Worker>([&] {
+        crowd.emplace_back([&] {
             while (semaphore.Wait() && left.fetch_sub(1) > 0) ++taken;
-        }));
+        });
     }
     for (int i = 0; i < counts; ++i) semaphore.Release();
     semaphore.Release(takers);  // one more for each, which ends it

@@ -3,25 +3,37 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
-#include <fstream>
+#include <latch>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "engine/platform/directories.h"
 #include "engine/platform/faults.h"
 #include "engine/platform/files.h"
+#include "tests/support/child_process.h"
+#include "tests/support/temp_directory.h"
 
 /// What the tests of files and directories share. They look at the disk through the standard library, so that the seam
 /// does not vouch for itself.
 namespace disk {
 
-inline void put(const std::string& path, const std::string& content) {
-    std::ofstream(path, std::ios::binary) << content;
-}
+using namespace platform;
 
-inline std::string get(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
+constexpr OpenOptions for_reading{};
+constexpr OpenOptions for_writing{.access = Access::WRITE};
+constexpr OpenOptions for_both{.access = Access::READ_WRITE};
+constexpr OpenOptions for_creating{.access = Access::WRITE, .disposition = Disposition::CREATE_ALWAYS};
+constexpr OpenOptions alone{.sharing = Sharing::NONE};
+
+inline Failure outcome(bool done) { return done ? Failure::NONE : last_error().failure; }
+inline Failure try_open(const std::string& path, const OpenOptions& options) {
+    return outcome(File::open(path.c_str(), options).valid());
+}
+/// The same for "file" of the current folder in a process of its own, which then ends with the file open.
+inline Failure try_open_elsewhere(const OpenOptions& options) {
+    write_file("options", {reinterpret_cast<const char*>(&options), sizeof(options)});
+    return static_cast<Failure>(run_children(1, "OtherProcess.DISABLED_Opens", ".").front().exit_code);
 }
 
 inline std::vector<std::string> names_in(const std::string& directory) {
@@ -31,27 +43,43 @@ inline std::vector<std::string> names_in(const std::string& directory) {
     }
     return names;
 }
+inline std::vector<std::string> names_of(const DirectoryListing& listing) {
+    std::vector<std::string> names;
+    for (const DirectoryItem& item : listing.items()) names.emplace_back(item.name, item.length);
+    return names;
+}
+/// "" when it fails.
+inline std::string spelled(const std::string& path) {
+    char out[path_buffer_size];
+    return resolve_case(path.c_str(), out) ? out : "";
+}
+
+/// Runs act(0) to act(count - 1), each in a thread of its own, all at once.
+template <class Act>
+void run_together(std::size_t count, Act act) {
+    std::latch start(static_cast<std::ptrdiff_t>(count));
+    std::vector<std::jthread> threads;
+    for (std::size_t id = 0; id < count; ++id) {
+        threads.emplace_back([&, id] {
+            start.arrive_and_wait();
+            act(id);
+        });
+    }
+}
 
 /// A fresh folder that is current while the test runs.
 class DiskTest : public testing::Test {
 protected:
-    void SetUp() override {
-        home_ = std::filesystem::current_path();
-        folder_ = home_ / testing::UnitTest::GetInstance()->current_test_info()->name();
-        std::filesystem::create_directory(folder_);
-        std::filesystem::current_path(folder_);
-    }
-    void TearDown() override {
-        platform::clear_faults();
+    DiskTest() { std::filesystem::current_path(folder_.path()); }
+    ~DiskTest() override {
+        clear_faults();
         std::filesystem::current_path(home_);
-        std::error_code left_to_the_end_of_the_run;  // by read-only files on Windows
-        std::filesystem::remove_all(folder_, left_to_the_end_of_the_run);
     }
-    std::string path_to(const std::string& name) const { return (folder_ / name).generic_string(); }
+    std::string path_to(const std::string& name) const { return folder_ / name; }
 
 private:
-    std::filesystem::path home_;
-    std::filesystem::path folder_;
+    const std::filesystem::path home_ = std::filesystem::current_path();
+    const TempDirectory folder_;
 };
 
 }  // namespace disk

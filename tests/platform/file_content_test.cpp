@@ -1,6 +1,5 @@
-#include "engine/platform/files.h"
-
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 
 #include "tests/platform/disk.h"
@@ -9,12 +8,11 @@
 
 namespace {
 
-using namespace platform;
+using namespace disk;
 
 constexpr std::uint64_t all_ones = ~std::uint64_t{0};
-constexpr OpenOptions for_reading{};
 
-class FileContent : public disk::DiskTest {};
+class FileContent : public DiskTest {};
 
 TEST_F(FileContent, MoveAndEndWhereTold) {
     File file = File::open("file", {.access = Access::READ_WRITE, .disposition = Disposition::CREATE_ALWAYS});
@@ -49,11 +47,11 @@ TEST_F(FileContent, MoveAndEndWhereTold) {
     EXPECT_TRUE(file.set_end());
     EXPECT_TRUE(file.sync());
     file.close();
-    EXPECT_EQ(disk::get("file"), std::string("0123\0\0\0\0", 8));
+    EXPECT_EQ(read_file("file"), std::string("0123\0\0\0\0", 8));
 }
 
 TEST_F(FileContent, TellEndOfFileFromFailure) {
-    disk::put("file", "0123456789");
+    write_file("file", "0123456789");
     File file = File::open("file", for_reading);
     char buffer[16] = {};
     EXPECT_EQ(file.read(buffer, 4), 4u);
@@ -69,22 +67,17 @@ TEST_F(FileContent, TellEndOfFileFromFailure) {
     EXPECT_FALSE(file.set_end());
 
     File none;
-    EXPECT_EQ(none.read(buffer, 1), all_ones);
-    EXPECT_EQ(none.write(buffer, 1), all_ones);
-    EXPECT_EQ(none.read_at(buffer, 1, 0), all_ones);
-    EXPECT_EQ(none.length(), all_ones);
-    EXPECT_EQ(none.tell(), all_ones);
-    EXPECT_FALSE(none.seek(0, Origin::BEGIN));
-    EXPECT_FALSE(none.set_end());
-    EXPECT_FALSE(none.cancel());
+    for (const std::uint64_t answer :
+         {none.read(buffer, 1), none.write(buffer, 1), none.read_at(buffer, 1, 0), none.length(), none.tell()}) {
+        EXPECT_EQ(answer, all_ones);
+    }
+    EXPECT_FALSE(none.seek(0, Origin::BEGIN) || none.set_end() || none.cancel());
     EXPECT_EQ(none.duplicate_descriptor(false), -1);
     EXPECT_EQ(last_error().failure, Failure::INVALID_HANDLE);
 }
 
 TEST_F(FileContent, ReadUnbufferedUpToAnUnevenEnd) {
-    std::string content(10000, 'x');
-    content.back() = 'y';
-    disk::put("file", content);
+    write_file("file", std::string(9999, 'x') + "y");
     const File file = File::open("file", {.unbuffered = true, .overlapped = true});
     ASSERT_TRUE(file.valid());
     const std::uint64_t alignment = file.alignment();
@@ -97,7 +90,7 @@ TEST_F(FileContent, ReadUnbufferedUpToAnUnevenEnd) {
 }
 
 TEST_F(FileContent, CompleteOverlappedReads) {
-    disk::put("file", "0123456789");
+    write_file("file", "0123456789");
     File file = File::open("file", {.overlapped = true});
     SNativeOverlapped* const record = create_overlapped();
     ASSERT_NE(record, nullptr);
@@ -122,11 +115,9 @@ TEST_F(FileContent, CompleteOverlappedReads) {
 }
 
 TEST_F(FileContent, LendADescriptorToTheRunTime) {
-    disk::put("file", "content");
+    write_file("file", "content");
     const File file = File::open("file", for_reading);
-    const int descriptor = file.duplicate_descriptor(false);
-    ASSERT_GE(descriptor, 0);
-    std::FILE* const stream = fdopen(descriptor, "rb");
+    std::FILE* const stream = fdopen(file.duplicate_descriptor(false), "rb");
     ASSERT_NE(stream, nullptr);
     char buffer[16] = {};
     EXPECT_EQ(std::fread(buffer, 1, sizeof(buffer), stream), 7u);

@@ -5,8 +5,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
-#include <thread>
-#include <vector>
 
 namespace platform {
 namespace {
@@ -25,18 +23,6 @@ TEST(Process, KnowsWhereItsExecutableLies) {
     EXPECT_TRUE(std::filesystem::is_regular_file(path)) << path;
     const std::string name = std::filesystem::path(path).stem().string();
     EXPECT_THAT(command_line(), HasSubstr(name));
-}
-
-// The texts are read when first asked for, which may be in several threads at once, and stay where they are.
-TEST(Process, GivesEveryThreadTheSameTexts) {
-    std::vector<std::vector<const void*>> seen(8);
-    {
-        std::vector<std::jthread> threads;
-        for (auto& mine : seen) {
-            threads.emplace_back([&mine] { mine = {executable_path(), executable_directory(), command_line()}; });
-        }
-    }
-    EXPECT_THAT(seen, testing::Each(seen.front()));
 }
 
 TEST(ProcessDeathTest, EndsWithTheGivenCodeAndRunsNothingElse) {
@@ -69,12 +55,6 @@ TEST(Process, WritesToARedirectedStandardOutput) {
     const std::string written = testing::internal::GetCapturedStdout();
     EXPECT_NE(output, nullptr);
     EXPECT_EQ(written, line);
-}
-
-TEST(Process, KnowsItsProcessorsAndItself) {
-    EXPECT_GE(processor_count(), 1u);
-    EXPECT_NE(process_id(), 0u);
-    trim_heap();
 }
 
 }  // namespace

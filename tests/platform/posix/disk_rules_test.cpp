@@ -2,11 +2,12 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstring>
-#include <thread>
 
 #include "tests/platform/disk.h"
 
@@ -14,39 +15,34 @@
 
 namespace {
 
-using namespace platform;
+using namespace disk;
 using testing::ElementsAre;
 
-constexpr OpenOptions for_writing{.access = Access::WRITE};
-constexpr OpenOptions for_creating{.access = Access::WRITE, .disposition = Disposition::CREATE_ALWAYS};
-
-class DiskRules : public disk::DiskTest {};
-
-std::string spelled(const char* path) {
-    char out[path_buffer_size];
-    return resolve_case(path, out) ? out : "";
-}
+class DiskRules : public DiskTest {};
 
 std::vector<std::string> list(const char* path) {
     DirectoryListing listing;
-    std::vector<std::string> names;
-    if (!list_directory({path}, listing)) return names;
-    for (const DirectoryItem& item : listing.items()) names.push_back(item.name);
-    return names;
+    list_directory({path}, listing);
+    return names_of(listing);
+}
+
+mode_t mode_of(const char* path) {
+    struct stat status {};
+    return ::stat(path, &status) == 0 ? status.st_mode & 0777 : 0;
 }
 
 TEST_F(DiskRules, PreferTheExactThenTheLowerCaseThenTheSmallestSpelling) {
-    for (const char* name : {"NAME", "Name", "nAME"}) disk::put(name, "");
+    for (const char* name : {"NAME", "Name", "nAME"}) write_file(name, "");
     EXPECT_EQ(spelled("Name"), "Name");
     EXPECT_EQ(spelled("name"), "NAME") << "the smallest by bytes";
-    disk::put("name", "");
+    write_file("name", "");
     EXPECT_EQ(spelled("nAMe"), "name");
     EXPECT_EQ(spelled("nAME"), "nAME");
     EXPECT_THAT(list("."), ElementsAre("NAME", "Name", "nAME", "name"));
 
     std::filesystem::create_directory("DIR");
     std::filesystem::create_directory("dir");
-    disk::put("DIR/file", "");
+    write_file("DIR/file", "");
     EXPECT_FALSE(get_attributes("dir/file").has_value()) << "the exact directory wins, whatever it holds";
     EXPECT_FALSE(get_attributes("Dir/file").has_value());
     EXPECT_TRUE(get_attributes("DIR/FILE").has_value());
@@ -68,20 +64,20 @@ TEST_F(DiskRules, NeverWaitForPipesAndOpenNoOtherThanRegularFiles) {
         EXPECT_FALSE(set_read_only(path, true));
         EXPECT_FALSE(remove_file(path));
     }
-    disk::put("file", "");
+    write_file("file", "");
     EXPECT_FALSE(rename_path("file", "pipe"));
     EXPECT_THAT(list("."), ElementsAre("file"));
     ::close(listener);
 }
 
-TEST_F(DiskRules, FollowLinksAndRemoveThemAlone) {
+TEST_F(DiskRules, FollowLinksRemoveThemAloneAndKnowAFileUnderAllItsNames) {
     std::filesystem::create_directory("folder");
-    disk::put("folder/inner", "i");
-    disk::put("file", "content");
+    write_file("folder/inner", "i");
+    write_file("file", "content");
     std::filesystem::create_symlink("folder", "to_folder");
     std::filesystem::create_symlink("file", "to_file");
     std::filesystem::create_symlink("nowhere", "broken");
-    disk::put("back\\slash", "");
+    write_file("back\\slash", "");
     DirectoryListing listing;
     ASSERT_TRUE(list_directory({"."}, listing));
     ASSERT_EQ(listing.items().size(), 4u) << "neither the broken link nor the backslash";
@@ -90,31 +86,33 @@ TEST_F(DiskRules, FollowLinksAndRemoveThemAlone) {
     EXPECT_TRUE(listing.items()[2].is_link && !listing.items()[2].is_directory);
     EXPECT_FALSE(listing.items()[1].is_link);
 
-    DirectoryId folder;
-    DirectoryId behind_link;
+    DirectoryId folder, behind_link;
     ASSERT_TRUE(get_directory_id("folder", folder) && get_directory_id("TO_FOLDER", behind_link));
     EXPECT_EQ(folder, behind_link);
     EXPECT_TRUE(is_link("to_folder") && is_link("To_Folder/") && is_link("to_file") && !is_link("folder"));
     EXPECT_FALSE(File::open("broken", for_creating).valid()) << "a link must not make a file elsewhere";
-    {
-        const File open = File::open("to_file", {});
-        ASSERT_TRUE(open.valid());
-        EXPECT_FALSE(remove_file("file")) << "open under another name";
-        EXPECT_TRUE(remove_file("to_file")) << "the link itself is not open";
-    }
+    File open = File::open("to_file", {});
+    ASSERT_TRUE(open.valid());
+    EXPECT_FALSE(remove_file("file")) << "open under another name";
+    EXPECT_TRUE(remove_file("to_file")) << "the link itself is not open";
+    std::filesystem::create_hard_link("file", "hard");
+    EXPECT_EQ(try_open("hard", for_writing), Failure::IN_USE);
+    EXPECT_FALSE(remove_file("hard"));
+    open.close();
+    EXPECT_TRUE(rename_path("file", "hard")) << "one file under two names";
     EXPECT_FALSE(remove_file("folder"));
     EXPECT_TRUE(remove_directory("to_folder/"));
     EXPECT_TRUE(remove_file("broken"));
-    EXPECT_THAT(list("."), ElementsAre("file", "folder"));
-    EXPECT_EQ(disk::get("folder/inner"), "i");
-    EXPECT_EQ(disk::get("file"), "content");
+    EXPECT_THAT(list("."), ElementsAre("folder", "hard"));
+    EXPECT_EQ(read_file("folder/inner"), "i");
+    EXPECT_EQ(read_file("hard"), "content");
 }
 
 TEST_F(DiskRules, RemoveATreeAndNothingThatItsLinksLeadTo) {
-    disk::put("outside", "content");
+    write_file("outside", "content");
     for (const char* target : {"outside", ".", "nowhere"}) {
         std::filesystem::create_directories("tree/sub");
-        disk::put("tree/sub/file", "");
+        write_file("tree/sub/file", "");
         std::filesystem::create_symlink(std::filesystem::absolute(target), "tree/sub/link");
         std::filesystem::create_symlink("sub", "tree/beside");
         TreeRemoval removal;
@@ -126,21 +124,19 @@ TEST_F(DiskRules, RemoveATreeAndNothingThatItsLinksLeadTo) {
     TreeRemoval removal;
     EXPECT_TRUE(remove_tree("link", removal)) << "itself a link";
     EXPECT_TRUE(remove_tree("folder", removal));
-    EXPECT_FALSE(remove_tree("folder", removal));
-    EXPECT_EQ(last_error().failure, Failure::NOT_FOUND);
+    EXPECT_EQ(outcome(remove_tree("folder", removal)), Failure::NOT_FOUND);
     EXPECT_EQ(removal.left, "folder");
 }
 
 TEST_F(DiskRules, NameWhatStaysOfATreeAndRemoveTheRest) {
     std::filesystem::create_directories("tree/b");
-    for (const char* name : {"tree/a", "tree/b/open", "tree/b/other", "tree/kept", "tree/z"}) disk::put(name, "");
+    for (const char* name : {"tree/a", "tree/b/open", "tree/b/other", "tree/kept", "tree/z"}) write_file(name, "");
     const File open = File::open("tree/b/open", {});
     std::vector<std::string> gone;
     TreeRemoval removal;
     removal.keeps = [](const DirectoryItem& item) { return std::string(item.name) == "kept"; };
     removal.removed = [&](const char* path, const DirectoryItem&) { gone.emplace_back(path); };
-    EXPECT_FALSE(remove_tree("tree", removal));
-    EXPECT_EQ(last_error().failure, Failure::IN_USE);
+    EXPECT_EQ(outcome(remove_tree("tree", removal)), Failure::IN_USE);
     EXPECT_EQ(removal.left, "tree/b/open");
     EXPECT_THAT(gone, ElementsAre("tree/a", "tree/b/other", "tree/z"));
     EXPECT_THAT(list("tree"), ElementsAre("b", "kept"));
@@ -149,68 +145,42 @@ TEST_F(DiskRules, NameWhatStaysOfATreeAndRemoveTheRest) {
 // A name is held, absent, or the disk does not tell; and what it did not tell once is asked again.
 TEST_F(DiskRules, TellAnAbsentNameFromOneThatCouldNotBeLookedFor) {
     std::filesystem::create_directory("Folder");
-    disk::put("Folder/File", "");
+    write_file("Folder/File", "");
     for (const Failure failure : {Failure::IO, Failure::OUT_OF_MEMORY, Failure::TOO_MANY_FILES}) {
         std::filesystem::rename("Folder", "folder");  // nothing remembered of it is good any more
         std::filesystem::rename("folder", "Folder");
         inject_fault(FaultPoint::LIST, 1, failure, true);
         for (const char* path : {"FOLDER/file", "Folder/FILE", "Folder/missing"}) {
-            EXPECT_FALSE(get_attributes(path).has_value());
-            EXPECT_EQ(last_error().failure, failure) << path;
-            EXPECT_FALSE(File::open(path, for_creating).valid());
-            EXPECT_EQ(last_error().failure, failure) << path;
+            EXPECT_EQ(outcome(get_attributes(path).has_value()), failure) << path;
+            EXPECT_EQ(try_open(path, for_creating), failure) << path;
         }
         clear_faults();
         EXPECT_TRUE(get_attributes("FOLDER/file").has_value());
-        EXPECT_FALSE(get_attributes("folder/missing").has_value());
-        EXPECT_EQ(last_error().failure, Failure::NOT_FOUND);
+        EXPECT_EQ(outcome(get_attributes("folder/missing").has_value()), Failure::NOT_FOUND);
     }
     EXPECT_THAT(list("Folder"), ElementsAre("File"));
 }
 
-TEST_F(DiskRules, KnowAFileUnderAllItsNames) {
-    disk::put("one", "content");
-    std::filesystem::create_hard_link("one", "two");
-    {
-        const File open = File::open("one", {});
-        EXPECT_FALSE(File::open("two", for_writing).valid());
-        EXPECT_FALSE(remove_file("two"));
-    }
-    EXPECT_TRUE(rename_path("one", "two"));
-    EXPECT_THAT(list("."), ElementsAre("two"));
-}
-
-TEST_F(DiskRules, TakeTheOwnersWritePermissionForTheAttribute) {
-    disk::put("file", "");
-    ASSERT_EQ(::chmod("file", 0466), 0);
-    EXPECT_TRUE(get_attributes("file")->is_read_only);
-    EXPECT_FALSE(File::open("file", for_writing).valid());
-    EXPECT_EQ(last_error().failure, Failure::READ_ONLY);
-    ASSERT_TRUE(set_read_only("file", false));
-    EXPECT_TRUE(File::open("file", for_writing).valid());
-    ASSERT_TRUE(set_read_only("file", true));
-    struct stat status;
-    ASSERT_EQ(::stat("file", &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0444u);
-}
-
-TEST_F(DiskRules, CreateUnderTheUmask) {
+TEST_F(DiskRules, CreateUnderTheUmaskAndTakeTheOwnersWritePermissionForTheAttribute) {
     const mode_t before = ::umask(027);
-    File::open("file", for_creating);
+    try_open("file", for_creating);
     create_directory("folder");
     ::umask(0222);
-    const bool opened = File::open("born_read_only", for_creating).valid();
+    EXPECT_EQ(try_open("born_read_only", for_creating), Failure::NONE) << "whoever creates a file may write it";
     ::umask(before);
-    struct stat status;
-    ASSERT_EQ(::stat("file", &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0640u);
-    ASSERT_EQ(::stat("folder", &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0750u);
-    EXPECT_TRUE(opened) << "whoever creates a file may write it";
+    EXPECT_EQ(mode_of("file"), 0640u);
+    EXPECT_EQ(mode_of("folder"), 0750u);
+    ASSERT_EQ(::chmod("file", 0466), 0);
+    EXPECT_TRUE(get_attributes("file")->is_read_only);
+    EXPECT_EQ(try_open("file", for_writing), Failure::READ_ONLY);
+    ASSERT_TRUE(set_read_only("file", false));
+    EXPECT_EQ(try_open("file", for_writing), Failure::NONE);
+    ASSERT_TRUE(set_read_only("file", true));
+    EXPECT_EQ(mode_of("file"), 0444u);
 }
 
 TEST_F(DiskRules, LeakNoDescriptorAndHandNoneToChildren) {
-    disk::put("file", "");
+    write_file("file", "");
     const int before = ::dup(0);
     ::close(before);
     for (const char* path : {"file", "missing", ".", "/dev/null", "FILE", "no/where/file"}) {
@@ -228,7 +198,7 @@ TEST_F(DiskRules, LeakNoDescriptorAndHandNoneToChildren) {
 
 TEST_F(DiskRules, ReachAFileThroughARootThatMoved) {
     std::filesystem::create_directory("base");
-    disk::put("base/file", "");
+    write_file("base/file", "");
     const Root root = Root::open("base");
     const std::string full = path_to("base/file");
     const PathAt at{full.c_str(), &root, full.c_str() + full.size() - 4};
@@ -237,39 +207,46 @@ TEST_F(DiskRules, ReachAFileThroughARootThatMoved) {
     std::filesystem::remove("moved/file");
     EXPECT_FALSE(File::open(at, {}).valid());
     std::filesystem::create_directory("BASE");
-    disk::put("BASE/FILE", "");
+    write_file("BASE/FILE", "");
     EXPECT_TRUE(File::open(at, {}).valid()) << "the full path is tried when the root has nothing";
-}
-
-TEST_F(DiskRules, LeaveTheAccessTimeAlone) {
-    disk::put("file", "");
-    ASSERT_TRUE(set_all_times("file", 126227808000000000));
-    ASSERT_TRUE(set_write_time("file", 133000000001234567));
-    EXPECT_EQ(get_attributes("file")->access_time, 126227808000000000);
 }
 
 // Two threads that make "Name" and "name" must end with one file: the lookup and the making are one step.
 TEST_F(DiskRules, MakeOneFileAndOneFolderOfManySpellings) {
-    for (int round = 0; round < 20; ++round) {
-        const std::string number = std::to_string(round);
+    for (std::size_t round = 1; round <= 20; ++round) {
         std::atomic<int> made{0};
-        std::atomic<bool> go{false};
-        std::vector<std::thread> workers;
-        for (std::size_t id = 0; id < 6; ++id) {
-            workers.emplace_back([&, id] {
-                std::string folder = "folder" + number;
-                std::string file = "file" + number;
-                folder[id] = static_cast<char>(folder[id] - 32);
-                file[id % 4] = static_cast<char>(file[id % 4] - 32);
-                while (!go) std::this_thread::yield();
-                if (create_directory(folder.c_str())) ++made;
-                File::open(file.c_str(), for_creating);
-            });
+        run_together(6, [&](std::size_t id) {
+            std::string folder = "folder" + std::to_string(round);
+            std::string file = "file" + std::to_string(round);
+            for (char* letter : {&folder[id % 6], &file[id % 4]}) *letter = static_cast<char>(*letter - 32);
+            if (create_directory(folder.c_str())) ++made;
+            try_open(file, for_creating);
+        });
+        EXPECT_EQ(made, 1);
+        EXPECT_EQ(list(".").size(), 2 * round);
+    }
+}
+
+TEST_F(DiskRules, LoseNoLockToForkedProcessesAndLeaveThemNone) {
+    write_file("file", "");
+    for (const OpenOptions& options : {for_reading, for_writing}) {
+        SCOPED_TRACE(static_cast<int>(options.access));
+        File file = File::open("file", options);
+        const pid_t heir = ::fork();  // has the descriptor as long as it lives
+        if (heir == 0) {
+            for (;;) ::pause();
         }
-        go = true;
-        for (std::thread& worker : workers) worker.join();
-        EXPECT_EQ(made.load(), 1);
-        EXPECT_EQ(list(".").size(), static_cast<std::size_t>(2 * (round + 1)));
+        const pid_t short_lived = ::fork();
+        if (short_lived == 0) {
+            file.close();
+            ::_exit(0);
+        }
+        ::waitpid(short_lived, nullptr, 0);
+        EXPECT_EQ(try_open_elsewhere(for_writing), Failure::IN_USE) << "a child has closed its copy";
+        file.close();
+        EXPECT_EQ(try_open_elsewhere(for_writing), Failure::NONE) << "a child has its copy still";
+        ::kill(heir, SIGKILL);
+        ::waitpid(heir, nullptr, 0);
     }
 }
 
