@@ -1,17 +1,7 @@
 // What every source answers, whatever its kind: each case runs over the directory, a pack, the memory archive, the fallback
 // and a source of a caller's own.
-#include <engine/filesystem.h>
-
-#include <gmock/gmock.h>
-#include <zlib.h>
-
-#include <filesystem>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "tests/sources/kit.h"
-#include "tests/support/temp_directory.h"
 
 namespace {
 
@@ -49,11 +39,9 @@ void mount_pack(Mounted& to) {
 
 void mount_memory_archive(Mounted& to) {
     to.memory.resize(4096);
-    uLongf size = compressBound(static_cast<uLong>(content.size()));
-    std::vector<Bytef> packed(size);
-    compress(packed.data(), &size, reinterpret_cast<const Bytef*>(content.data()), static_cast<uLong>(content.size()));
+    const std::string packed = zipped(content);
     ASSERT_TRUE(to.archive.BindArchiveToMemory(to.memory.data(), to.memory.size()));
-    ASSERT_TRUE(to.archive.AddEntry("File.txt", packed.data(), size, content.size()));
+    ASSERT_TRUE(to.archive.AddEntry("File.txt", packed.data(), packed.size(), content.size()));
     to.source = std::make_unique<fs::CMemZip_dir>(&to.archive);
 }
 
