@@ -179,24 +179,21 @@ TEST_F(ListingCache, ReplacesAFileThatIsDamagedOrForeign) {
 TEST_F(ListingCache, MountsAllTheSameWhenItCannotWrite) {
     is_replayed();
     const std::vector<std::string> before = stored();
-    const struct {
-        const char* label;
-        platform::FaultPoint point;
-        platform::Failure failure;
-    } rows[] = {
-        {"full disk", platform::FaultPoint::WRITE, platform::Failure::DISK_FULL},
-        {"disk full half way", platform::FaultPoint::WRITE, platform::Failure::NONE},
-        {"opened for reading only", platform::FaultPoint::OPEN, platform::Failure::ACCESS_DENIED},
-        {"not to be replaced", platform::FaultPoint::RENAME, platform::Failure::ACCESS_DENIED},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.label);
-        home_.write(std::string("data/") + row.label, "1");
-        platform::inject_fault(row.point, 1, row.failure, true);
+    using platform::Failure;
+    using platform::FaultPoint;
+    const std::pair<FaultPoint, Failure> rows[] = {{FaultPoint::WRITE, Failure::DISK_FULL},
+                                                   {FaultPoint::WRITE, Failure::NONE},  // a part is written
+                                                   {FaultPoint::OPEN, Failure::ACCESS_DENIED},
+                                                   {FaultPoint::RENAME, Failure::ACCESS_DENIED}};
+    std::string name = "later";
+    for (const auto& [point, failure] : rows) {
+        SCOPED_TRACE(name += '+');
+        home_.write("data/" + name, "1");
+        platform::inject_fault(point, 1, failure, true);
         EXPECT_TRUE(mount());
         EXPECT_NE(platform::fault_hits(), 0u);
         platform::clear_faults();
-        EXPECT_TRUE(fs::exists(row.label));
+        EXPECT_TRUE(fs::exists(name.c_str()));
         EXPECT_EQ(stored(), before) << "nothing is left beside it";
     }
 }
