@@ -1,14 +1,18 @@
 #pragma once
 
+#include <engine/filesystem.h>
+#include <engine/filesystem/comfort.h>
+
+#include <gmock/gmock.h>
+#include <zlib.h>
+
+#include <filesystem>
 #include <string>
 #include <vector>
 
-#include <engine/filesystem/access/monitor.h>
-#include <engine/filesystem/contract/names.h>
-#include <engine/filesystem/contract/path.h>
-#include <engine/filesystem/contract/source.h>
-
+#include "engine/platform/faults.h"
 #include "tests/support/memory_source.h"
+#include "tests/support/temp_directory.h"
 
 // What tests of sources say again and again.
 
@@ -30,8 +34,8 @@ inline std::vector<std::string> all_names(CFSSource& source) {
 /// Reads to the end and closes; "(null)" for a null handle.
 inline std::string read_all(SFsFile* file) {
     if (!file) return "(null)";
-    std::string bytes(fs::length(file), '\0');
-    bytes.resize(fs::read(file, bytes.data(), bytes.size()));
+    std::string bytes;
+    EXPECT_TRUE(fs::read_rest(file, bytes));
     fs::close(file);
     return bytes;
 }
@@ -41,6 +45,16 @@ inline bool write_all(SFsFile* file, const std::string& bytes) {
     const bool written = file && fs::write(file, bytes.data(), bytes.size()) == bytes.size();
     fs::close(file);
     return written;
+}
+
+/// The bytes as a zlib stream.
+inline std::string zipped(const std::string& bytes) {
+    uLongf size = compressBound(static_cast<uLong>(bytes.size()));
+    std::string out(size, '\0');
+    compress(reinterpret_cast<Bytef*>(out.data()), &size, reinterpret_cast<const Bytef*>(bytes.data()),
+             static_cast<uLong>(bytes.size()));
+    out.resize(size);
+    return out;
 }
 
 /// Notes what the file monitor hears, as NAME MODE+FLAGS.

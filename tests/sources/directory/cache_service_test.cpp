@@ -1,23 +1,14 @@
-#include <gmock/gmock.h>
-
-#include <memory>
-#include <string>
-#include <vector>
-
-#include <engine/filesystem/sources/directory.h>
-
 #include "engine/filesystem/sources/directory/mount/cache_service.h"
 #include "engine/filesystem/sources/directory/mount/recorded.h"
 #include "engine/filesystem/sources/directory/mount/state.h"
 #include "engine/kernel/text.h"
-#include "engine/platform/faults.h"
 #include "engine/platform/modules.h"
 #include "tests/modules/cache_service_control.h"
 #include "tests/sources/kit.h"
-#include "tests/support/temp_directory.h"
 
 namespace {
 
+using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 constexpr const char* items[] = {"Served.TXT", "Dir\\Two", "a/../b/./three", "",     "../out",
@@ -46,13 +37,16 @@ private:
 class CacheService : public testing::Test {
 protected:
     CacheService() {
-        disk_.write("Dir/Two", "2");
-        disk_.write("on_disk", "1");
+        for (const char* name : {"Dir/Two", "on_disk"}) disk_.write(name, name);
     }
     ~CacheService() override { platform::clear_faults(); }
     void SetUp() override { ASSERT_TRUE(companion_.is_loaded()); }
-    bool mount(fs::dir_listing* listing = nullptr) {
-        return source_.init(as_dir(disk_.path()), FFSAddSourceFlags::RECURSIVE, listing);
+    std::vector<std::string> mount(fs::dir_listing* listing = nullptr) {
+        EXPECT_TRUE(source_.init(as_dir(disk_.path()), FFSAddSourceFlags::RECURSIVE, listing));
+        return all_names(source_);
+    }
+    void expect_path(const std::string& path) {
+        EXPECT_TRUE(kernel::equal_folded(companion_.control().path, path)) << companion_.control().path;
     }
 
     TempDirectory disk_;
@@ -62,50 +56,43 @@ protected:
 
 TEST_F(CacheService, ServesAMountWithoutTouchingADirectory) {
     platform::inject_fault(platform::FaultPoint::LIST, 1, platform::Failure::ACCESS_DENIED, true);
-    ASSERT_TRUE(mount());
+    EXPECT_THAT(mount(), UnorderedElementsAre("served.txt", "dir/two", "b/three", "b/no#"));
     EXPECT_EQ(platform::fault_hits(), 0u);
-    EXPECT_THAT(all_names(source_), UnorderedElementsAre("served.txt", "dir/two", "b/three", "b/no#"));
+    platform::clear_faults();
     EXPECT_EQ(source_.dir_tree()->first_child(), nullptr);
-    EXPECT_TRUE(kernel::equal_folded(companion_.control().path, disk_.path() + "/")) << companion_.control().path;
-    EXPECT_EQ(companion_.control().second, 1);
-    EXPECT_EQ(companion_.control().items_released, 1);
-    EXPECT_EQ(companion_.control().mount_points_released, 1);
-    EXPECT_EQ(read_all(source_.open_read(as_path("dir/two"), FFSOpenFlags::NONE)), "2") << "by the service's spelling";
+    const CacheServiceControl& told = companion_.control();
+    expect_path(disk_.path() + "/");
+    EXPECT_TRUE(told.second == 1 && told.items_released == 1 && told.mount_points_released == 1);
+    EXPECT_EQ(read_all(source_.open_read(as_path("dir/two"), FFSOpenFlags::NONE)), "Dir/Two") << "by its spelling";
     companion_.control().item_count = 0;
-    ASSERT_TRUE(mount());
-    EXPECT_TRUE(all_names(source_).empty());
+    EXPECT_THAT(mount(), IsEmpty());
+    companion_.control().item_count = 1;
+    ASSERT_TRUE(source_.init(as_dir(disk_ / "dir"), FFSAddSourceFlags::MOUNT_PARENT, nullptr));
+    EXPECT_THAT(all_names(source_), UnorderedElementsAre("dir/served.txt")) << "the start leads each name";
+    expect_path(disk_.path() + "/Dir/");
 }
 
 TEST_F(CacheService, IsAskedBeforeAStoredListing) {
     companion_.control().is_running = false;
     fs::dir_listing recorded;
-    ASSERT_TRUE(mount(&recorded));
     fs::dir_listing listing;
+    mount(&recorded);
     ASSERT_TRUE(listing.assign(recorded.bytes()));
     companion_.control().is_running = true;
     companion_.control().item_count = 1;
     platform::inject_fault(platform::FaultPoint::STAT, 1, platform::Failure::ACCESS_DENIED, true);
-    ASSERT_TRUE(mount(&listing));
+    EXPECT_THAT(mount(&listing), UnorderedElementsAre("served.txt"));
     EXPECT_EQ(platform::fault_hits(), 0u) << "the stamps of the directories are not looked at";
-    EXPECT_THAT(all_names(source_), UnorderedElementsAre("served.txt"));
     EXPECT_TRUE(listing.is_stored()) << "nothing is recorded";
 }
 
-TEST_F(CacheService, PutsTheStartBeforeEachNameWhenTheParentIsMounted) {
-    companion_.control().item_count = 1;
-    ASSERT_TRUE(source_.init(as_dir(disk_ / "dir"), FFSAddSourceFlags::MOUNT_PARENT, nullptr));
-    EXPECT_THAT(all_names(source_), UnorderedElementsAre("dir/served.txt"));
-    EXPECT_TRUE(kernel::equal_folded(companion_.control().path, disk_.path() + "/Dir/")) << companion_.control().path;
-}
-
-TEST_F(CacheService, LeavesTheMountToTheDiskWhenItRefuses) {
-    for (bool CacheServiceControl::*refusal :
+TEST_F(CacheService, LeavesTheMountToTheDiskWhenItDeclines) {
+    for (bool CacheServiceControl::*answer :
          {&CacheServiceControl::inits, &CacheServiceControl::is_running, &CacheServiceControl::refuses_mount}) {
-        bool& refuses = companion_.control().*refusal;
-        refuses = !refuses;
-        ASSERT_TRUE(mount());
-        EXPECT_THAT(all_names(source_), UnorderedElementsAre("on_disk", "dir/two"));
-        refuses = !refuses;
+        bool& declines = companion_.control().*answer;
+        declines = !declines;
+        EXPECT_THAT(mount(), UnorderedElementsAre("on_disk", "dir/two"));
+        declines = !declines;
     }
     EXPECT_EQ(companion_.control().mount_points_released, 0);
 }
