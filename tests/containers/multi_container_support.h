@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -40,27 +41,24 @@ inline Blobs everything(const CFileHashMultiContainer& file) {
     return all;
 }
 
-inline Blobs opened(const char* name, bool& ok) {
+/// What a file holds; none when it does not open.
+inline std::optional<Blobs> opened(const char* name) {
     CFileHashMultiContainer file;
-    ok = file.Open(name, false);
-    return ok ? everything(file) : Blobs{};
+    if (!file.Open(name, false)) return std::nullopt;
+    return everything(file);
 }
 
 /// A file of these parts, whose checksums are all good, unless `twist` changes the record.
 inline std::string made_of(const std::string& data, const std::string& index, std::uint64_t directory_size,
                            const std::function<void(container::Commit&)>& twist = {}) {
-    std::string bytes(container::data_offset, '\0');
-    bytes.replace(0, container::magic.size(), reinterpret_cast<const char*>(container::magic.data()),
-                  container::magic.size());
     container::Commit commit{.sequence = 2,
                              .index_offset = container::data_offset + data.size(),
                              .index_size = index.size(),
                              .directory_size = directory_size,
                              .directory_checksum = container::checksum(index.data(), directory_size)};
     if (twist) twist(commit);
-    const container::CommitBytes record = container::encode(commit);
-    bytes.replace(commit.place(), record.size(), reinterpret_cast<const char*>(record.data()), record.size());
-    return bytes + data + index;
+    const container::HeadBytes head = container::head_of(commit);
+    return std::string(head.begin(), head.end()) + data + index;
 }
 
 }  // namespace test
