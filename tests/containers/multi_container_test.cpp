@@ -1,30 +1,77 @@
+// Multi-containers over a source in memory that notes each write, and over the disk.
+#include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include <engine/filesystem/access/open.h>
+#include <engine/filesystem/access/search.h>
 #include <engine/filesystem/containers/multi_container.h>
 #include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/registry.h>
 
+#include "engine/filesystem/containers/container_format.h"
 #include "engine/filesystem/containers/container_index.h"
-#include "tests/containers/multi_container_support.h"
 #include "tests/support/memory_source.h"
+#include "tests/support/mounted_root.h"
 
 namespace {
 
 using container::Commit;
 using container::Entry;
-using test::Blobs;
-using test::everything;
-using test::fetch;
-using test::made_of;
-using test::opened;
-using test::put;
+
+/// What a multi-container holds, by container and hash.
+using Blobs = std::map<std::pair<std::string, std::uint32_t>, std::string>;
+
+std::string fetch(const CFileHashMultiContainer& file, const std::string& container, std::uint32_t hash) {
+    ztl::vector<unsigned char> bytes;
+    if (!file.Fetch(container.c_str(), hash, bytes)) return "(none)";
+    return {bytes.begin(), bytes.end()};
+}
+
+bool put(CFileHashMultiContainer& file, const std::string& container, std::uint32_t hash, const std::string& text,
+         bool deflate = false) {
+    return file.Put(container.c_str(), hash, text.data(), text.size(), deflate);
+}
+
+Blobs everything(const CFileHashMultiContainer& file) {
+    Blobs all;
+    ztl::vector<fs::string> names;
+    file.ListContainers(names);
+    for (const fs::string& name : names) {
+        ztl::vector<SBlobInfo> blobs;
+        EXPECT_TRUE(file.ListBlobs(name.c_str(), blobs));
+        for (const SBlobInfo& blob : blobs) all[{name, blob.hash}] = fetch(file, name, blob.hash);
+    }
+    return all;
+}
+
+/// What a file holds; none when it does not open.
+std::optional<Blobs> opened(const char* name) {
+    CFileHashMultiContainer file;
+    if (!file.Open(name, false)) return std::nullopt;
+    return everything(file);
+}
+
+/// A file of these parts, whose checksums are all good, unless `twist` changes the record.
+std::string made_of(const std::string& data, const std::string& index, std::uint64_t directory_size,
+                    const std::function<void(Commit&)>& twist = {}) {
+    Commit commit{.sequence = 2,
+                  .index_offset = container::data_offset + data.size(),
+                  .index_size = index.size(),
+                  .directory_size = directory_size,
+                  .directory_checksum = container::checksum(index.data(), directory_size)};
+    if (twist) twist(commit);
+    const container::HeadBytes head = container::head_of(commit);
+    return std::string(head.begin(), head.end()) + data + index;
+}
 
 /// One write as the disk would see it.
 struct Write {
@@ -290,6 +337,73 @@ TEST_F(MultiContainer, AnIndexThatLiesBehindGoodChecksumsIsDamaged) {
         EXPECT_TRUE(file.RemoveContainer("c") && file.Save()) << "what is sound can be rescued";
         file.Close();
     }
+}
+
+class MultiContainerOnDisk : public MountedRoot {};
+
+TEST_F(MultiContainerOnDisk, CompactingGivesBackWhatIsWastedAndWhatIsOpenIsReadWhateverBecomesOfItsName) {
+    CFileHashMultiContainer file;
+    ASSERT_TRUE(file.Create("sub/a.mc"));
+    for (std::uint32_t round = 0; round < 4; ++round) {
+        for (std::uint32_t i = 0; i < 500; ++i)
+            put(file, "c" + std::to_string(i % 3), i, std::string(200, static_cast<char>('a' + round)));
+        ASSERT_TRUE(file.Save());
+    }
+    for (std::uint32_t i = 0; i < 100; ++i) file.Remove("c0", i);
+    ASSERT_TRUE(put(file, "large", 1, std::string(300u << 10, 'l')) && file.Save());
+    const Blobs before = everything(file);
+
+    std::filesystem::create_directory(directory_ / "sub/a.mc.new");
+    EXPECT_FALSE(file.Compact()) << "the new file cannot be made";
+    std::filesystem::remove(directory_ / "sub/a.mc.new");
+    SMultiContainerStats stats;
+    ASSERT_TRUE(file.Compact() && file.GetStats(stats));
+    EXPECT_EQ(stats.wasted_bytes, 0u);
+    EXPECT_EQ(stats.blobs, before.size());
+    EXPECT_EQ(everything(file), before);
+    EXPECT_TRUE(put(file, "c9", 1, "goes on") && file.Save() && file.Remove("c9", 1) && file.Save());
+    EXPECT_FALSE(directory_.exists("sub/a.mc.new"));
+#ifndef _WIN32  // where nobody can replace a file that is open
+    directory_.write("other.mc", "no container");
+    std::filesystem::rename(directory_ / "other.mc", directory_ / "sub/a.mc");
+    EXPECT_FALSE(file.Compact());
+    EXPECT_EQ(directory_.read("sub/a.mc"), "no container") << "what took its place is left alone";
+#endif
+    std::vector<std::thread> readers;
+    for (int reader = 0; reader < 4; ++reader) readers.emplace_back([&] { EXPECT_EQ(everything(file), before); });
+    for (std::thread& reader : readers) reader.join();
+}
+
+TEST_F(MultiContainerOnDisk, ABlobThatHasRottedStaysKnownAsRottenWhenTheRestIsCompacted) {
+    CFileHashMultiContainer file;
+    ASSERT_TRUE(file.Create("a.mc") && put(file, "c", 1, "gone") && put(file, "c", 2, "rots") &&
+                put(file, "c", 3, "keeps"));
+    ASSERT_TRUE(file.Save() && file.Remove("c", 1) && file.Save());
+    file.Close();
+    directory_.write("a.mc", directory_.read("a.mc").replace(container::data_offset + 5, 1, "!"));
+    ASSERT_TRUE(file.Open("a.mc", true) && file.Compact());
+    EXPECT_EQ(fetch(file, "c", 2), "(none)");
+    EXPECT_EQ(fetch(file, "c", 3), "keeps");
+    ztl::vector<fs::string> report;
+    EXPECT_FALSE(file.Verify(report));
+    EXPECT_EQ(report.size(), 1u);
+}
+
+TEST_F(MultiContainerOnDisk, KeepsBlobsBeyondFourGigabytes) {
+    constexpr std::uint64_t far = std::uint64_t{5} << 30;
+    const std::string path = directory_.write("far.mc", made_of("", "", 0, [](Commit& c) { c.index_offset = far; }));
+    std::filesystem::resize_file(path, far);  // a hole, which takes no space
+    fs::refresh();
+    CFileHashMultiContainer file;
+    ASSERT_TRUE(file.Open("far.mc", true));
+    ASSERT_TRUE(put(file, "c", 1, "far away") && put(file, "c", 2, std::string(5000, 'z'), true) && file.Save());
+    const Blobs before = everything(file);
+    file.Close();
+    EXPECT_GT(std::filesystem::file_size(path), far);
+    EXPECT_EQ(opened("far.mc"), before);
+    ASSERT_TRUE(file.Open("far.mc", true) && file.Compact());
+    EXPECT_EQ(everything(file), before);
+    EXPECT_LT(std::filesystem::file_size(path), 1000u);
 }
 
 }  // namespace
