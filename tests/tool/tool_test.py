@@ -207,9 +207,9 @@ def packs(tool):
                ("verify work/made.pak", 0, "work/made.pak: 2 entries, all good\n"), ("unpack work/made.pak work/out",),
                ("--add work/made.pak which sub/text.txt", 0, "~made.pak\n$"))
     tool.is_file("work/out/sub/text.txt", PLAIN)
-    # What packing does not shrink by the percents asked for is copied into a stream that can be sought in.
     tool.table(("pack work/made.pak work/in --deterministic",), ("pack work/same.pak work/in --deterministic",))
     tool.is_file("work/same.pak", tool.read("work/made.pak"))
+    # What packing does not shrink by the percents asked for is copied into a stream that can be sought in.
     tool.write("work/noise/noise.bin", os.urandom(95000) + bytes(5000))
     for options, method in (("--worth 10", "100010  deflated"), ("", r"9\d{4}  deflated"), ("--store bin", "100000  stored"),
                             ("--method zstd", r"9\d{4}  zstd"), ("--method zstd --worth 10", "100010  deflated")):
@@ -233,7 +233,9 @@ def packs(tool):
                ("pack work/made.pak work/in --level 13", 2, "", "--level 13: deflate has levels from 0 to 12"),
                ("pack work/made.pak work/in --level 23 --method zstd", 2, "", "--level"),
                ("--add work/bad.pak crc sub/text.txt", 1, "", "damaged"))
-    tool.fails(("verify work/bad.pak", "sub/text.txt"), ("verify work/out.pak", "a/#b/hidden: a mounted pack shows no file"), ("unpack work/bad.pak work/bad", "sub/text.txt"), ("list work/cut.pak", "enginefs: work/cut.pak: "),
+    tool.fails(("verify work/bad.pak", "sub/text.txt"), ("unpack work/bad.pak work/bad", "sub/text.txt"),
+               ("verify work/out.pak", "a/#b/hidden: a mounted pack shows no file"),
+               ("list work/cut.pak", "enginefs: work/cut.pak: "),
                ("unpack work/out.pak work/out", "../out.txt: "), ("pack work/made.pak nowhere", "nowhere"),
                ("pack nowhere/made.pak work/in", "its directory does not exist"),
                ("unpack work/made.pak root/Readme.txt", "cannot be made a directory"),
