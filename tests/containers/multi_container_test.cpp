@@ -1,30 +1,77 @@
+// Multi-containers over a source in memory that notes each write, and over the disk.
+#include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include <engine/filesystem/access/open.h>
+#include <engine/filesystem/access/search.h>
 #include <engine/filesystem/containers/multi_container.h>
 #include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/registry.h>
 
+#include "engine/filesystem/containers/container_format.h"
 #include "engine/filesystem/containers/container_index.h"
-#include "tests/containers/multi_container_support.h"
 #include "tests/support/memory_source.h"
+#include "tests/support/mounted_root.h"
 
 namespace {
 
 using container::Commit;
 using container::Entry;
-using test::Blobs;
-using test::everything;
-using test::fetch;
-using test::made_of;
-using test::opened;
-using test::put;
+
+/// What a multi-container holds, by container and hash.
+using Blobs = std::map<std::pair<std::string, std::uint32_t>, std::string>;
+
+std::string fetch(const CFileHashMultiContainer& file, const std::string& container, std::uint32_t hash) {
+    ztl::vector<unsigned char> bytes;
+    if (!file.Fetch(container.c_str(), hash, bytes)) return "(none)";
+    return {bytes.begin(), bytes.end()};
+}
+
+bool put(CFileHashMultiContainer& file, const std::string& container, std::uint32_t hash, const std::string& text,
+         bool deflate = false) {
+    return file.Put(container.c_str(), hash, text.data(), text.size(), deflate);
+}
+
+Blobs everything(const CFileHashMultiContainer& file) {
+    Blobs all;
+    ztl::vector<fs::string> names;
+    file.ListContainers(names);
+    for (const fs::string& name : names) {
+        ztl::vector<SBlobInfo> blobs;
+        EXPECT_TRUE(file.ListBlobs(name.c_str(), blobs));
+        for (const SBlobInfo& blob : blobs) all[{name, blob.hash}] = fetch(file, name, blob.hash);
+    }
+    return all;
+}
+
+/// What a file holds; none when it does not open.
+std::optional<Blobs> opened(const char* name) {
+    CFileHashMultiContainer file;
+    if (!file.Open(name, false)) return std::nullopt;
+    return everything(file);
+}
+
+/// A file of these parts, whose checksums are all good, unless `twist` changes the record.
+std::string made_of(const std::string& data, const std::string& index, std::uint64_t directory_size,
+                    const std::function<void(Commit&)>& twist = {}) {
+    Commit commit{.sequence = 2,
+                  .index_offset = container::data_offset + data.size(),
+                  .index_size = index.size(),
+                  .directory_size = directory_size,
+                  .directory_checksum = container::checksum(index.data(), directory_size)};
+    if (twist) twist(commit);
+    const container::HeadBytes head = container::head_of(commit);
+    return std::string(head.begin(), head.end()) + data + index;
+}
 
 /// One write as the disk would see it.
 struct Write {
@@ -68,13 +115,10 @@ private:
 
 class MultiContainer : public ::testing::Test {
 protected:
-    void SetUp() override {
-        source_ = new NotingSource;
-        fs::add_source(source_, FFSAddSourceFlags::NONE);
-    }
-    void TearDown() override { test::unmount_all(); }
+    MultiContainer() { fs::add_source(source_, FFSAddSourceFlags::NONE); }
+    ~MultiContainer() override { test::unmount_all(); }
 
-    NotingSource* source_ = nullptr;
+    NotingSource* const source_ = new NotingSource;
 };
 
 TEST_F(MultiContainer, KeepsWhatARandomModelKeepsAcrossSavesAndReopening) {
@@ -107,9 +151,7 @@ TEST_F(MultiContainer, KeepsWhatARandomModelKeepsAcrossSavesAndReopening) {
     EXPECT_EQ(everything(*file), model);
     ASSERT_TRUE(file->Save());
     file.reset();
-    bool ok = false;
-    EXPECT_EQ(opened("a.mc", ok), model);
-    EXPECT_TRUE(ok);
+    EXPECT_EQ(opened("a.mc"), model);
 }
 
 /// Lets the writes that were noted reach a disk byte by byte; how often the state is `after` in the end. Any other than
@@ -123,9 +165,8 @@ int states_after(test::MemorySource& source, std::string disk, const std::vector
             if (state.size() < write.offset + cut) state.resize(write.offset + cut);
             state.replace(write.offset, cut, write.bytes, 0, cut);
             source.add("cut.mc", state);
-            bool ok = false;
-            const Blobs found = opened("cut.mc", ok);
-            EXPECT_TRUE(ok && (found == before || found == after)) << "write at " << write.offset << ", cut at " << cut;
+            const auto found = opened("cut.mc");
+            EXPECT_TRUE(found == before || found == after) << "write at " << write.offset << ", cut at " << cut;
             if (found == after) ++seen_after;
             if (cut == write.bytes.size()) disk = state;
         }
@@ -154,9 +195,8 @@ TEST_F(MultiContainer, ASaveCutOffAtAnyByteLeavesTheOldStateOrTheNew) {
         EXPECT_EQ(states_after(*source_, disk, source_->writes, before, after), 1)
             << "only the whole of the last write brings the new state";
     }
-    for (const FFSOpenFlags::FLAGS flags : source_->open_flags)
-        EXPECT_NE(flags & FFSOpenFlags::WRITE_THROUGH, FFSOpenFlags::NONE)
-            << "the writes reach the disk in their order";
+    for (const auto flags : source_->open_flags)
+        EXPECT_TRUE(flags & FFSOpenFlags::WRITE_THROUGH) << "the writes reach the disk in their order";
 }
 
 TEST_F(MultiContainer, NoDamagedByteGivesWrongBytesOut) {
@@ -184,56 +224,51 @@ TEST_F(MultiContainer, NoDamagedByteGivesWrongBytesOut) {
     }
     for (std::size_t length = 0; length < whole.size(); ++length) {
         source_->add("bad.mc", whole.substr(0, length));
-        CFileHashMultiContainer bad;
-        ASSERT_FALSE(bad.Open("bad.mc", false)) << length;
+        ASSERT_FALSE(opened("bad.mc")) << length;
     }
 }
 
 TEST_F(MultiContainer, SayWhyTheyFail) {
     using File = CFileHashMultiContainer;
-    struct Row {
-        const char* label;
-        EFSError::TYPE code;
-        bool (*run)(File&);
-    };
     static ztl::vector<unsigned char> out;
     static std::uint64_t size;
     static char buffer[2];
-    const auto readable = [](File& f) { return f.Open("a.mc", false); };
-    const auto writable = [](File& f) { return f.Open("a.mc", true); };
-    const std::pair<bool (*)(File&), std::vector<Row>> groups[] = {
-        {[](File&) { return true; },
-         {{"no such file", EFSError::NOT_FOUND, [](File& f) { return f.Open("none.mc", false); }},
-          {"null path", EFSError::NOT_FOUND, [](File& f) { return f.Open(nullptr, true); }},
-          {"no container file", EFSError::BAD_FORMAT, [](File& f) { return f.Open("text.txt", true); }},
-          {"nothing open", EFSError::INVALID_ARGUMENT, [](File& f) { return f.Fetch("c", 1, out); }},
-          {"nothing open to save", EFSError::INVALID_ARGUMENT, [](File& f) { return f.Save(); }}}},
-        {readable,
-         {{"not for writing", EFSError::READ_ONLY, [](File& f) { return f.Put("c", 1, "x", 1); }},
-          {"not for compacting", EFSError::READ_ONLY, [](File& f) { return f.Compact(); }},
-          {"no such container", EFSError::NOT_FOUND, [](File& f) { return f.Fetch("d", 1, out); }},
-          {"no such blob", EFSError::NOT_FOUND, [](File& f) { return f.Fetch("c", 9, out); }},
-          {"null buffer", EFSError::INVALID_ARGUMENT, [](File& f) { return f.Fetch("c", 1, nullptr, 9, size); }},
-          {"small buffer", EFSError::INVALID_ARGUMENT, [](File& f) { return f.Fetch("c", 1, buffer, 2, size); }}}},
-        {writable,
-         {{"null data", EFSError::INVALID_ARGUMENT, [](File& f) { return f.Put("c", 1, nullptr, 1); }},
-          {"long name", EFSError::INVALID_ARGUMENT,
-           [](File& f) { return f.Put(std::string(65536, 'n').c_str(), 1, "x", 1); }},
-          {"not on the disk", EFSError::UNSUPPORTED, [](File& f) { return f.Remove("c", 1) && f.Compact(); }}}},
+    enum Opened { CLOSED, READABLE, WRITABLE };
+    const struct {
+        const char* label;
+        Opened opened;
+        EFSError::TYPE code;
+        bool (*run)(File&);
+    } rows[] = {
+        {"no such file", CLOSED, EFSError::NOT_FOUND, [](File& f) { return f.Open("none.mc", false); }},
+        {"null path", CLOSED, EFSError::NOT_FOUND, [](File& f) { return f.Open(nullptr, true); }},
+        {"no container file", CLOSED, EFSError::BAD_FORMAT, [](File& f) { return f.Open("text.txt", true); }},
+        {"nothing open", CLOSED, EFSError::INVALID_ARGUMENT, [](File& f) { return f.Fetch("c", 1, out); }},
+        {"nothing to save", CLOSED, EFSError::INVALID_ARGUMENT, [](File& f) { return f.Save(); }},
+        {"not for writing", READABLE, EFSError::READ_ONLY, [](File& f) { return put(f, "c", 1, "x"); }},
+        {"not for compacting", READABLE, EFSError::READ_ONLY, [](File& f) { return f.Compact(); }},
+        {"no such container", READABLE, EFSError::NOT_FOUND, [](File& f) { return f.Fetch("d", 1, out); }},
+        {"no such blob", READABLE, EFSError::NOT_FOUND, [](File& f) { return f.Fetch("c", 9, out); }},
+        {"null buffer", READABLE, EFSError::INVALID_ARGUMENT,
+         [](File& f) { return f.Fetch("c", 1, nullptr, 9, size); }},
+        {"small buffer", READABLE, EFSError::INVALID_ARGUMENT,
+         [](File& f) { return f.Fetch("c", 1, buffer, 2, size); }},
+        {"null data", WRITABLE, EFSError::INVALID_ARGUMENT, [](File& f) { return f.Put("c", 1, nullptr, 1); }},
+        {"long name", WRITABLE, EFSError::INVALID_ARGUMENT,
+         [](File& f) { return put(f, std::string(65536, 'n'), 1, "x"); }},
+        {"not on the disk", WRITABLE, EFSError::UNSUPPORTED, [](File& f) { return f.Remove("c", 1) && f.Compact(); }},
     };
     source_->add("text.txt", std::string(1000, 't'));
     File made;
     ASSERT_TRUE(made.Create("a.mc") && put(made, "c", 1, "text") && made.Save());
     made.Close();
-    for (const auto& [open, rows] : groups) {
-        for (const Row& row : rows) {
-            SCOPED_TRACE(row.label);
-            File file;
-            ASSERT_TRUE(open(file));
-            fs::clear_error();
-            EXPECT_FALSE(row.run(file));
-            EXPECT_EQ(fs::last_error().code, row.code);
-        }
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        File file;
+        ASSERT_TRUE(row.opened == CLOSED || file.Open("a.mc", row.opened == WRITABLE));
+        fs::clear_error();
+        EXPECT_FALSE(row.run(file));
+        EXPECT_EQ(fs::last_error().code, row.code);
     }
     EXPECT_EQ(size, 4u) << "what a small buffer would need";
 }
@@ -302,6 +337,73 @@ TEST_F(MultiContainer, AnIndexThatLiesBehindGoodChecksumsIsDamaged) {
         EXPECT_TRUE(file.RemoveContainer("c") && file.Save()) << "what is sound can be rescued";
         file.Close();
     }
+}
+
+class MultiContainerOnDisk : public MountedRoot {};
+
+TEST_F(MultiContainerOnDisk, CompactingGivesBackWhatIsWastedAndWhatIsOpenIsReadWhateverBecomesOfItsName) {
+    CFileHashMultiContainer file;
+    ASSERT_TRUE(file.Create("sub/a.mc"));
+    for (std::uint32_t round = 0; round < 4; ++round) {
+        for (std::uint32_t i = 0; i < 500; ++i)
+            put(file, "c" + std::to_string(i % 3), i, std::string(200, static_cast<char>('a' + round)));
+        ASSERT_TRUE(file.Save());
+    }
+    for (std::uint32_t i = 0; i < 100; ++i) file.Remove("c0", i);
+    ASSERT_TRUE(put(file, "large", 1, std::string(300u << 10, 'l')) && file.Save());
+    const Blobs before = everything(file);
+
+    std::filesystem::create_directory(directory_ / "sub/a.mc.new");
+    EXPECT_FALSE(file.Compact()) << "the new file cannot be made";
+    std::filesystem::remove(directory_ / "sub/a.mc.new");
+    SMultiContainerStats stats;
+    ASSERT_TRUE(file.Compact() && file.GetStats(stats));
+    EXPECT_EQ(stats.wasted_bytes, 0u);
+    EXPECT_EQ(stats.blobs, before.size());
+    EXPECT_EQ(everything(file), before);
+    EXPECT_TRUE(put(file, "c9", 1, "goes on") && file.Save() && file.Remove("c9", 1) && file.Save());
+    EXPECT_FALSE(directory_.exists("sub/a.mc.new"));
+#ifndef _WIN32  // where nobody can replace a file that is open
+    directory_.write("other.mc", "no container");
+    std::filesystem::rename(directory_ / "other.mc", directory_ / "sub/a.mc");
+    EXPECT_FALSE(file.Compact());
+    EXPECT_EQ(directory_.read("sub/a.mc"), "no container") << "what took its place is left alone";
+#endif
+    std::vector<std::thread> readers;
+    for (int reader = 0; reader < 4; ++reader) readers.emplace_back([&] { EXPECT_EQ(everything(file), before); });
+    for (std::thread& reader : readers) reader.join();
+}
+
+TEST_F(MultiContainerOnDisk, ABlobThatHasRottedStaysKnownAsRottenWhenTheRestIsCompacted) {
+    CFileHashMultiContainer file;
+    ASSERT_TRUE(file.Create("a.mc") && put(file, "c", 1, "gone") && put(file, "c", 2, "rots") &&
+                put(file, "c", 3, "keeps"));
+    ASSERT_TRUE(file.Save() && file.Remove("c", 1) && file.Save());
+    file.Close();
+    directory_.write("a.mc", directory_.read("a.mc").replace(container::data_offset + 5, 1, "!"));
+    ASSERT_TRUE(file.Open("a.mc", true) && file.Compact());
+    EXPECT_EQ(fetch(file, "c", 2), "(none)");
+    EXPECT_EQ(fetch(file, "c", 3), "keeps");
+    ztl::vector<fs::string> report;
+    EXPECT_FALSE(file.Verify(report));
+    EXPECT_EQ(report.size(), 1u);
+}
+
+TEST_F(MultiContainerOnDisk, KeepsBlobsBeyondFourGigabytes) {
+    constexpr std::uint64_t far = std::uint64_t{5} << 30;
+    const std::string path = directory_.write("far.mc", made_of("", "", 0, [](Commit& c) { c.index_offset = far; }));
+    std::filesystem::resize_file(path, far);  // a hole, which takes no space
+    fs::refresh();
+    CFileHashMultiContainer file;
+    ASSERT_TRUE(file.Open("far.mc", true));
+    ASSERT_TRUE(put(file, "c", 1, "far away") && put(file, "c", 2, std::string(5000, 'z'), true) && file.Save());
+    const Blobs before = everything(file);
+    file.Close();
+    EXPECT_GT(std::filesystem::file_size(path), far);
+    EXPECT_EQ(opened("far.mc"), before);
+    ASSERT_TRUE(file.Open("far.mc", true) && file.Compact());
+    EXPECT_EQ(everything(file), before);
+    EXPECT_LT(std::filesystem::file_size(path), 1000u);
 }
 
 }  // namespace

@@ -18,29 +18,18 @@ constexpr std::size_t most_output = 300000;
 std::string sample(std::uint32_t seed) {
     std::mt19937 random(seed);
     const std::size_t size = random() % 150000;
+    if (seed % 5 == 1) return packs::noise(size, seed);
     std::string out;
     while (out.size() < size) {
-        switch (seed % 5) {
-            case 0:
-                out += static_cast<char>(random());
-                break;
-            case 1:
-                out += static_cast<char>('a' + random() % 16);
-                break;
-            case 2:
-                if (out.size() > 100 && random() % 3 != 0) {
-                    const std::size_t from = out.size() - 1 - random() % std::min<std::size_t>(out.size() - 1, 40000);
-                    for (std::size_t i = 0, length = 3 + random() % 300; i < length; ++i) out += out[from + i];
-                } else {
-                    out += static_cast<char>(random());
-                }
-                break;
-            case 3:
-                out.append(random() % 500, static_cast<char>(random() % 3));
-                break;
-            default:
-                out += std::to_string(random() % 1000) + " word ";
-                break;
+        if (seed % 5 == 2 && out.size() > 100 && random() % 3 != 0) {
+            const std::size_t from = out.size() - 1 - random() % std::min<std::size_t>(out.size() - 1, 40000);
+            for (std::size_t i = 0, length = 3 + random() % 300; i < length; ++i) out += out[from + i];
+        } else if (seed % 5 == 3) {
+            out.append(random() % 500, static_cast<char>(random() % 3));
+        } else if (seed % 5 == 4) {
+            out += std::to_string(random() % 1000) + " word ";
+        } else {
+            out += static_cast<char>(random());
         }
     }
     return out;
@@ -111,9 +100,10 @@ TEST_P(Inflate, GivesTheBytesOfZlibAndLeavesWhatFollowsTheStream) {
         for (const auto& [in_piece, out_piece] : pieces) {
             if (out_piece == 1 && plain.size() > 20000) continue;
             const Decoded decoded = in_pieces(GetParam(), packed + "trailer!", in_piece, out_piece);
-            ASSERT_EQ(decoded.result, Decoder::Result::END) << seed << " " << in_piece;
-            ASSERT_TRUE(decoded.bytes == plain) << seed << " " << in_piece << " " << out_piece;
-            ASSERT_EQ(decoded.left, 8u) << seed << " " << in_piece << " " << out_piece;
+            SCOPED_TRACE(testing::Message() << seed << " " << in_piece << " " << out_piece);
+            ASSERT_EQ(decoded.result, Decoder::Result::END);
+            ASSERT_TRUE(decoded.bytes == plain);
+            ASSERT_EQ(decoded.left, 8u);
         }
     }
 }
@@ -137,14 +127,13 @@ TEST_P(Inflate, NeverGivesOtherBytesForAStreamThatZlibTakes) {
         for (int flips = 0; flips < 2; ++flips) packed[random() % where] ^= static_cast<char>(1 << random() % 8);
         streams.push_back(packed);
     }
-    for (std::size_t i = 0; i < streams.size(); ++i) {
+    for (const std::string& stream : streams) {
+        SCOPED_TRACE(testing::Message() << "stream " << &stream - streams.data());
         std::string expected;
-        const bool zlib_takes_it = by_zlib(streams[i], expected);
-        const Decoded decoded = in_pieces(GetParam(), streams[i], 16384, 32768);
-        if (zlib_takes_it)
-            ASSERT_TRUE(decoded.result == Decoder::Result::END && decoded.bytes == expected) << "stream " << i;
-        const std::size_t both = std::min(decoded.bytes.size(), expected.size());
-        ASSERT_TRUE(decoded.bytes.compare(0, both, expected, 0, both) == 0) << "stream " << i;
+        const bool zlib_takes_it = by_zlib(stream, expected);
+        const Decoded decoded = in_pieces(GetParam(), stream, 16384, 32768);
+        if (zlib_takes_it) ASSERT_TRUE(decoded.result == Decoder::Result::END && decoded.bytes == expected);
+        ASSERT_TRUE(decoded.bytes.starts_with(expected) || expected.starts_with(decoded.bytes));
     }
 }
 
@@ -184,11 +173,11 @@ TEST(Deflate, CopyingMakesStreamsOfTheLengthThatItTells) {
 
 TEST(Zstd, WritesFramesOfAMebibyteWithATableThatFindsThem) {
     if (!fs::has_zstd()) GTEST_SKIP() << "built without it";
+    const auto compressor = fs::make_zstd_compressor();
     const std::string plain = packs::noise((5 << 19) + 77, 1);
-    const auto packed = fs::make_zstd_compressor()->compress(plain.data(), plain.size(), 3, plain.size());
-    const auto whole = fs::make_buffer_zstd_decoder();
+    const auto packed = compressor->compress(plain.data(), plain.size(), 3, plain.size());
     std::string out(plain.size(), '!');
-    ASSERT_TRUE(whole->decode(packed.data(), packed.size(), out.data(), out.size()));
+    ASSERT_TRUE(fs::make_buffer_zstd_decoder()->decode(packed.data(), packed.size(), out.data(), out.size()));
     EXPECT_TRUE(out == plain);
 
     const std::uint8_t* const end = packed.data() + packed.size();
@@ -199,24 +188,22 @@ TEST(Zstd, WritesFramesOfAMebibyteWithATableThatFindsThem) {
     ASSERT_EQ(table.starts.size(), 3u);
     EXPECT_EQ(table.frame_size, 1u << 20);
     const auto decoder = fs::make_zstd_decoder();
-    for (std::size_t frame : {2u, 0u, 1u}) {
-        std::string found(1000, '\0');
+    for (const std::size_t frame : {2u, 0u, 1u}) {
+        std::uint8_t found[1000];
+        const std::uint64_t start = table.starts[frame];
+        fs::DecoderBuffers buffers{
+            .in = packed.data() + start, .in_size = packed.size() - start, .out = found, .out_size = sizeof found};
         ASSERT_TRUE(decoder->start());
-        fs::DecoderBuffers buffers{.in = packed.data() + table.starts[frame],
-                                   .in_size = packed.size() - table.starts[frame],
-                                   .out = reinterpret_cast<std::uint8_t*>(found.data()),
-                                   .out_size = found.size()};
         EXPECT_EQ(decoder->decode(buffers), Decoder::Result::MORE);
-        EXPECT_TRUE(found == plain.substr(frame << 20, 1000)) << frame;
+        EXPECT_EQ(std::memcmp(found, plain.data() + (frame << 20), sizeof found), 0) << frame;
     }
     EXPECT_FALSE(table.read(end - table_size, table_size, packed.size() + 1, plain.size()));
     EXPECT_FALSE(table.read(end - table_size, table_size, packed.size(), plain.size() - 1));
     EXPECT_TRUE(table.starts.empty());
 
     const std::string random = sample(0);
-    EXPECT_TRUE(fs::make_zstd_compressor()->compress(random.data(), random.size(), 3, random.size()).empty())
-        << "it would not be smaller";
-    const auto one_frame = fs::make_zstd_compressor()->compress(plain.data(), 1000, 19, 1000);
+    EXPECT_TRUE(compressor->compress(random.data(), random.size(), 3, random.size()).empty()) << "not smaller";
+    const auto one_frame = compressor->compress(plain.data(), 1000, 19, 1000);
     EXPECT_EQ(fs::ZstdSeekTable::size_by_footer(one_frame.data() + one_frame.size() - 9), 0u);
 }
 

@@ -121,11 +121,9 @@ def changing(tool):
     tool.check(os.path.isdir(tool.path("root/made/deep")), "mkdir: nothing was made")
     tool.is_file("root/m/fresh", b"")
     tool.run("crc m/two.txt zebra", 1, "%08x %12d  m/two.txt\n" % (zlib.crc32(b"one"), 3), "enginefs: zebra: ")
-    for generation in range(1, 6):
-        tool.write("root/m/saved.cfg", b"%d" % generation)
-        tool.run("backup m/saved.cfg")
-    for name, data in (("bak", b"5"), ("ba1", b"4"), ("ba2", b"3"), ("ba3", b"2")):
-        tool.is_file("root/m/saved.cfg." + name, data)
+    tool.write("root/m/saved.cfg", b"saved")
+    tool.run("backup m/saved.cfg")
+    tool.is_file("root/m/saved.cfg.bak", b"saved")
     tool.fails(("cp readme.txt notes/a|b.txt", "notes/a|b.txt"), ("cp zebra.txt copy.txt", "enginefs: zebra.txt: "),
                ("cp readme.txt readme.txt", "it is the file that is read"), ("cp readme.txt m", "it is a directory"),
                ("mkdir readme.txt", "enginefs: readme.txt: "), ("mkdir ../outside", "climbs"),
@@ -152,29 +150,20 @@ def times(tool):
         tool.run(f"touch dated --time {time}", 2, err="this is no time")
 
 
-def failing_disk(tool):
-    """What cannot be written leaves what was there, and nothing beside it."""
+def limited_processes(tool):
+    """A full disk leaves nothing behind, and where no thread can be started the work is done without."""
     if not tool.native:
         return
     tool.write("root/big", os.urandom(300000))
-    tool.write("root/big.gz", gzip.compress(tool.read("root/big")))
-    tool.write("root/keep", b"kept")
     tool.write("tree/big", tool.read("root/big"))
     tool.run("pack keep.pak tree")
-    before = tool.read("keep.pak"), sorted(os.listdir(tool.path("root")))
+    before = os.listdir(tool.path("root"))
 
     def small_files():
         resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000))
 
-    for line in ("cp big keep", "gzip big keep", "gunzip big.gz keep", "cp big new", "pack keep.pak tree",
-                 "unpack keep.pak root", "container put new.mc c 1 big"):
-        tool.run(line, 1, err="because the disk is full",
-                 preexec_fn=small_files)
-        tool.is_file("root/keep", b"kept")
-    tool.check((tool.read("keep.pak"), sorted(os.listdir(tool.path("root")))) == before, "a failed command left traces")
-
-    # A name of another source is not written to where reading would not find it.
-    tool.run("--add keep.pak cp keep big", 1, err="keep.pak holds it")
+    tool.run("container put new.mc c 1 big", 1, err="because the disk is full", preexec_fn=small_files)
+    tool.check(os.listdir(tool.path("root")) == before, "a failed command left traces")
 
     def no_threads():  # a stack that no address space holds
         resource.setrlimit(resource.RLIMIT_STACK, (1 << 44, resource.RLIM_INFINITY))
@@ -193,14 +182,9 @@ def unlisted_directories(tool):
     if not tool.native:
         return
     locked = ("part/locked", "root/shut/locked")
-    tool.write("packed/deep/er/file", b"1")
-    tool.run("pack packed.pak packed")
-    tool.write("packed.out/deep/here", b"1")
-    os.chmod(tool.path("packed.out/deep"), 0o555)
-    os.chmod(tool.path("packed.pak"), 0o644)
+    tool.write("out/part.pak", b"what was there")
     for name in locked:
         tool.write(name + "/file", b"data")
-    tool.write("out/part.pak", b"what was there")
     for name in ("", "out", "root", "root/shut"):
         os.chmod(tool.path(name), 0o777)
     for name in locked:
@@ -208,10 +192,9 @@ def unlisted_directories(tool):
     someone = {"user": 65534} if os.geteuid() == 0 else {}
     tool.run("pack out/part.pak part", 1, err="part/locked: it cannot be listed: ", **someone)
     tool.run("rm -r shut", 1, err="enginefs: shut: ", **someone)
-    tool.run("unpack packed.pak packed.out", 1, err="its directory cannot be made: Permission denied", **someone)
-    tool.is_file("out/part.pak", b"what was there")
     for name in locked:
         os.chmod(tool.path(name), 0o700)
+    tool.is_file("out/part.pak", b"what was there")
     tool.is_file("root/shut/locked/file", b"data")
 
 
@@ -224,9 +207,9 @@ def packs(tool):
                ("verify work/made.pak", 0, "work/made.pak: 2 entries, all good\n"), ("unpack work/made.pak work/out",),
                ("--add work/made.pak which sub/text.txt", 0, "~made.pak\n$"))
     tool.is_file("work/out/sub/text.txt", PLAIN)
-    # What packing does not shrink by the percents asked for is copied into a stream that can be sought in.
     tool.table(("pack work/made.pak work/in --deterministic",), ("pack work/same.pak work/in --deterministic",))
     tool.is_file("work/same.pak", tool.read("work/made.pak"))
+    # What packing does not shrink by the percents asked for is copied into a stream that can be sought in.
     tool.write("work/noise/noise.bin", os.urandom(95000) + bytes(5000))
     for options, method in (("--worth 10", "100010  deflated"), ("", r"9\d{4}  deflated"), ("--store bin", "100000  stored"),
                             ("--method zstd", r"9\d{4}  zstd"), ("--method zstd --worth 10", "100010  deflated")):
@@ -250,10 +233,13 @@ def packs(tool):
                ("pack work/made.pak work/in --level 13", 2, "", "--level 13: deflate has levels from 0 to 12"),
                ("pack work/made.pak work/in --level 23 --method zstd", 2, "", "--level"),
                ("--add work/bad.pak crc sub/text.txt", 1, "", "damaged"))
-    tool.fails(("verify work/bad.pak", "sub/text.txt"), ("verify work/out.pak", "a/#b/hidden: a mounted pack shows no file"), ("unpack work/bad.pak work/bad", "sub/text.txt"), ("list work/cut.pak", "enginefs: work/cut.pak: "),
+    tool.fails(("verify work/bad.pak", "sub/text.txt"), ("unpack work/bad.pak work/bad", "sub/text.txt"),
+               ("verify work/out.pak", "a/#b/hidden: a mounted pack shows no file"),
+               ("list work/cut.pak", "enginefs: work/cut.pak: "),
                ("unpack work/out.pak work/out", "../out.txt: "), ("pack work/made.pak nowhere", "nowhere"),
                ("pack nowhere/made.pak work/in", "its directory does not exist"),
                ("unpack work/made.pak root/Readme.txt", "cannot be made a directory"),
+               ("--add work/made.pak cp readme.txt sub/text.txt", "made.pak holds it"),
                ("--add work/made.pak rm sub/text.txt", "cannot be written"))
     tool.is_file("work/out/Same.txt", b"first")
     tool.is_file("work/out.txt", None)
@@ -353,21 +339,16 @@ def caches(tool):
 
 def log_configurations(tool):
     tool.write("root/good.cfg", b"!BrenixLogLevel(WARNING) // a comment\r\n!Permit(\"ERRR\", 1, 1)\n"
-                                b"!BrenixLogCategoryLevel(FileSystem, verbose3)\n!BrenixLogMessageSource(1)\n")
+                                b"!BrenixLogCategoryLevel(FileSystem, verbose3)\n!BrenixLogMessageSource(1)\n"
+                                b"!BrenixLogCategoryLevel(Net, VerboseE)\n!Permit(VERB, 0, 1)\n")
     tool.run("log-check good.cfg", 0,
              "good.cfg:1:2: the level: warn\n"
              "good.cfg:2:2: messages \"ERRR\" (warning: changes nothing: these go to console and log file always, and the "
              "filter is not asked)\n"
              "good.cfg:3:2: the level of category \"FileSystem\": verbose 3\n"
-             "good.cfg:4:2: source positions in messages: on\n")
-    with open(os.path.join(os.path.dirname(__file__), "../../docs/logging.md"), encoding="utf-8") as guide:
-        example = re.search(r"\n\n((?:        \S.*\n)+)", guide.read()).group(1)
-    tool.write("root/example.cfg", example.encode())
-    tool.run("log-check example.cfg", 0,
-             "example.cfg:2:10: the level: warn\n"
-             "example.cfg:3:10: the level of category \"FileSystem\": everything\n"
-             "example.cfg:4:10: messages \"VERB\" go to the log file too\n"
-             "example.cfg:5:10: messages \"VER1\" go to the log file too\n")
+             "good.cfg:4:2: source positions in messages: on\n"
+             "good.cfg:5:2: the level of category \"Net\": everything\n"
+             "good.cfg:6:2: messages \"VERB\" go to the log file too\n")
     for lines, at, said in (
             (b"Permit(VER?, 1, 1)", 1, "changes nothing: a \"?\" at the end is dropped, so it stands for \"?VER\""),
             (b"Permit(DEBG, 0, 1)", 1, "changes nothing: these go to the console, to the log file with -verbose"),
@@ -436,7 +417,7 @@ def main(program, *emulator):
     tool = Tool([*filter(None, emulator), program, "--root", "root", "--no-fallback"], where)
     try:
         for part in (listing, changing, times, packs, gzip_members, chunk_trees, containers, caches, log_configurations,
-                     names_in_other_scripts, failing_disk, unlisted_directories, command_lines):
+                     names_in_other_scripts, limited_processes, unlisted_directories, command_lines):
             part(tool)
     finally:
         shutil.rmtree(where, ignore_errors=True)

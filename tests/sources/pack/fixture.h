@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -13,13 +14,10 @@
 
 #include "engine/filesystem/formats/zip.h"
 #include "engine/kernel/checksum.h"
+#include "tests/sources/kit.h"
 #include "tests/support/temp_directory.h"
 
 namespace packs {
-
-inline void put_u32(std::string& out, std::uint32_t value) {
-    for (int shift = 0; shift < 32; shift += 8) out.push_back(static_cast<char>(value >> shift & 0xFF));
-}
 
 inline std::string deflated(const std::string& data, int level = 6, int strategy = Z_DEFAULT_STRATEGY) {
     z_stream stream{};
@@ -42,20 +40,28 @@ struct Entry {
     std::uint32_t size = 0;
     std::uint32_t packed_size = 0;
     std::uint16_t method = 8;
+    std::uint32_t crc = 0;
     std::string local_extra = {};
     std::string central_extra = {};
     std::string comment = {};
-    std::uint32_t crc = 0;
-    std::uint32_t header_offset = 0;  // where `lies_about_offset`
-    bool lies_about_offset = false;
+    std::optional<std::uint32_t> header_offset = {};  // not set: where the header is
 };
+
+/// The entry after a change.
+template <typename Change>
+Entry with(Entry entry, Change change) {
+    change(entry);
+    return entry;
+}
 
 inline Entry packed_entry(const std::string& name, const std::string& data, std::uint16_t method,
                           const std::string& packed) {
-    Entry entry{.name = name, .packed = packed, .size = static_cast<std::uint32_t>(data.size()), .method = method};
-    entry.packed_size = static_cast<std::uint32_t>(packed.size());
-    entry.crc = kernel::crc32(0, data.data(), data.size());
-    return entry;
+    return {.name = name,
+            .packed = packed,
+            .size = static_cast<std::uint32_t>(data.size()),
+            .packed_size = static_cast<std::uint32_t>(packed.size()),
+            .method = method,
+            .crc = kernel::crc32(0, data.data(), data.size())};
 }
 inline Entry deflated_entry(const std::string& name, const std::string& data) {
     return packed_entry(name, data, 8, deflated(data));
@@ -65,7 +71,7 @@ inline Entry stored_entry(const std::string& name, const std::string& data) {
 }
 
 /// The bytes of a pack of these entries.
-inline std::string build(std::vector<Entry> entries) {
+inline std::string build(const std::vector<Entry>& entries) {
     std::string out;
     std::string directory;
     const auto set_size = [](std::string& in, std::size_t at, const std::string& text) {
@@ -74,13 +80,12 @@ inline std::string build(std::vector<Entry> entries) {
     for (const Entry& entry : entries) {
         const std::size_t local = out.size();
         const std::size_t central = directory.size();
-        const fs::zip::NewEntry told{
-            .name = entry.name,
-            .crc = entry.crc,
-            .packed_size = entry.packed_size,
-            .size = entry.size,
-            .header_offset = entry.lies_about_offset ? entry.header_offset : static_cast<std::uint32_t>(local),
-            .method = static_cast<EFSPackMethod::TYPE>(entry.method)};
+        const fs::zip::NewEntry told{.name = entry.name,
+                                     .crc = entry.crc,
+                                     .packed_size = entry.packed_size,
+                                     .size = entry.size,
+                                     .header_offset = entry.header_offset.value_or(static_cast<std::uint32_t>(local)),
+                                     .method = static_cast<EFSPackMethod::TYPE>(entry.method)};
         fs::zip::append_local_header(out, told);
         fs::zip::append_central_header(directory, told);
         set_size(out, local + 28, entry.local_extra);
@@ -104,34 +109,33 @@ inline std::string noise(std::size_t size, std::uint32_t seed) {
     return out;
 }
 
-/// Writes the bytes to "test.pak" and mounts it; null when it is refused.
-inline std::unique_ptr<CZip_dir> mount(const std::string& bytes,
-                                       FFSAddSourceFlags::ENUM flags = FFSAddSourceFlags::NONE) {
-    EXPECT_TRUE(write_file("test.pak", bytes));
+/// Mounts the pack at this native path; null when that fails.
+inline std::unique_ptr<CZip_dir> mount_file(const std::string& path,
+                                            FFSAddSourceFlags::ENUM flags = FFSAddSourceFlags::NONE) {
     auto source = std::make_unique<CZip_dir>();
-    if (!source->init(fs::path("test.pak", true), flags, nullptr)) return nullptr;
+    source->set_native_spelling(path.c_str());
+    if (!source->init(as_path(path), flags, nullptr)) return nullptr;
     return source;
 }
 
-inline SFsFile* open(CZip_dir& source, const std::string& name) {
-    return source.open_read(fs::path(name.c_str(), true), FFSOpenFlags::NONE);
+/// Writes the bytes to "test.pak" and mounts it.
+inline std::unique_ptr<CZip_dir> mount(const std::string& bytes,
+                                       FFSAddSourceFlags::ENUM flags = FFSAddSourceFlags::NONE) {
+    EXPECT_TRUE(write_file("test.pak", bytes));
+    return mount_file("test.pak", flags);
 }
 
-/// The whole file by one read; "(absent)" when it does not open.
-inline std::string content(CZip_dir& source, const std::string& name) {
-    const std::unique_ptr<SFsFile> file(open(source, name));
-    if (!file) return "(absent)";
-    std::string out(static_cast<std::size_t>(file->length()), '\0');
-    out.resize(static_cast<std::size_t>(file->read(out.data(), out.size())));
-    return out;
+inline std::unique_ptr<SFsFile> open(CZip_dir& source, const std::string& name) {
+    return std::unique_ptr<SFsFile>(source.open_read(as_path(name), FFSOpenFlags::NONE));
 }
 
-/// A list of names as text, freed.
-inline std::vector<std::string> take_names(FS_NAME* names) {
-    std::vector<std::string> out;
-    for (const FS_NAME* name = names; name; name = name->next) out.emplace_back(name->name);
-    fs::free_names(names);
-    return out;
+/// The whole file by one read; "(null)" when it does not open.
+inline std::string content(CZip_dir& source, const std::string& name) { return read_all(open(source, name).release()); }
+
+/// The same of the pack at this native path; "(no pack)" when it does not mount.
+inline std::string content_of(const std::string& path, const std::string& name) {
+    const auto source = mount_file(path, FFSAddSourceFlags::PACK_IN_MEMORY);
+    return source ? content(*source, name) : "(no pack)";
 }
 
 }  // namespace packs

@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <engine/filesystem/access/monitor.h>
 #include <engine/filesystem/contract/error.h>
 
 #include "fixture.h"
@@ -12,20 +11,17 @@ namespace {
 
 using packs::content;
 using packs::deflated_entry;
-using packs::Entry;
 using packs::stored_entry;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-fs::path lower(const char* text) { return fs::path(text, true); }
-
 std::string full_name(CZip_dir& source, const char* text) {
     fs::path found;
-    source.root_path(found, lower(text));
+    source.root_path(found, as_path(text));
     fs::path same;
-    source.full_path(same, lower(text));
+    source.full_path(same, as_path(text));
     EXPECT_TRUE(found == same);
-    return std::string(found.PathName()) + found.FileName();
+    return as_text(found);
 }
 
 TEST(PackMount, ShowsFilesByNameWithAnyEndOfTheirDirectory) {
@@ -58,48 +54,37 @@ TEST(PackMount, ShowsFilesByNameWithAnyEndOfTheirDirectory) {
     };
     for (const auto& [asked, found] : rows) {
         EXPECT_EQ(full_name(*source, asked), found) << asked;
-        EXPECT_EQ(source->exists(lower(asked)), *found != '\0') << asked;
+        EXPECT_EQ(source->exists(as_path(asked)), *found != '\0') << asked;
     }
     EXPECT_TRUE(source->exists(fs::path("A/B/C.Txt", false)));
     EXPECT_EQ(content(*source, "a/b/c.txt"), "2");
     EXPECT_EQ(content(*source, "z/b/c.txt"), "1");
 }
 
-TEST(PackMount, ListsBackwardsByDirectoryAndMask) {
+TEST(PackMount, ListsBackwardsAndByPartsOfDirectories) {
     const auto source = packs::mount(packs::build({stored_entry("a/x.txt", ""), stored_entry("a/b/Y.txt", ""),
                                                    stored_entry("z.bin", ""), stored_entry("ab/w.txt", "")}));
     ASSERT_TRUE(source);
-    const auto list = [&](const char* dir, const char* mask, bool flag) {
-        return packs::take_names(source->get_file_list(dir, mask, flag));
-    };
-    EXPECT_THAT(list(nullptr, nullptr, true), ElementsAre("z.bin", "a/b/y.txt", "a/x.txt", "ab/w.txt"));
-    EXPECT_THAT(list("", "", false), ElementsAre("z.bin"));
-    EXPECT_THAT(list("A", "*.TXT", false), ElementsAre("a/x.txt"));
-    EXPECT_THAT(list("a/", "?.txt", true), ElementsAre("a/b/y.txt", "a/x.txt"));
-    EXPECT_THAT(list("q", nullptr, true), ElementsAre());
-    EXPECT_THAT(packs::take_names(source->search_substring("B")), ElementsAre("a/b/y.txt", "ab/w.txt"));
-    EXPECT_THAT(packs::take_names(source->search_substring("/b")), ElementsAre("a/b/y.txt"));
-    EXPECT_EQ(source->search_substring(""), nullptr);
-    EXPECT_EQ(source->search_substring(nullptr), nullptr);
-    ASSERT_TRUE(source->dir_tree());
-    for (const char* dir : {"a", "a/b", "ab"}) EXPECT_TRUE(source->dir_tree()->find(dir)) << dir;
+    EXPECT_THAT(all_names(*source), ElementsAre("z.bin", "a/b/y.txt", "a/x.txt", "ab/w.txt"));
+    EXPECT_THAT(test::take_names(source->get_file_list("A", "*.TXT", false)), ElementsAre("a/x.txt"));
+    EXPECT_THAT(test::take_names(source->search_substring("B")), ElementsAre("a/b/y.txt", "ab/w.txt"));
+    for (const char* nothing : {"", static_cast<const char*>(nullptr)})
+        EXPECT_EQ(source->search_substring(nothing), nullptr);
     EXPECT_FALSE(source->dir_tree()->find("b"));
 }
 
 TEST(PackMount, ForgetsEverythingWhenCleared) {
     const auto source = packs::mount(packs::build({stored_entry("a/x", "1")}), FFSAddSourceFlags::INDEX_NAMES);
     ASSERT_TRUE(source);
-    const fs::path x = lower("a/x");
     EXPECT_EQ(source->type(), EFSSourceType::PACK);
     EXPECT_EQ(source->flags(), FFSAddSourceFlags::INDEX_NAMES);
-    EXPECT_STREQ(source->path().FileName(), "test.pak");
-    EXPECT_EQ(source->write_time(x), 0);
+    EXPECT_EQ(source->write_time(as_path("a/x")), 0);
     source->clear();
-    EXPECT_FALSE(source->exists(x));
+    EXPECT_FALSE(source->exists(as_path("a/x")));
     EXPECT_EQ(source->get_file_list(nullptr, nullptr, true), nullptr);
     const fs::dir* tree = source->dir_tree();
     EXPECT_EQ(tree->first_child(), nullptr);
-    EXPECT_TRUE(source->init(lower("test.pak"), FFSAddSourceFlags::NONE, nullptr));
+    EXPECT_TRUE(source->init(as_path("test.pak"), FFSAddSourceFlags::NONE, nullptr));
     EXPECT_TRUE(tree->first_child()) << "a tree that somebody holds is filled without being asked for";
 }
 
@@ -109,8 +94,7 @@ TEST(PackMount, TellsWhyItRefusesAFile) {
     commented[commented.size() - 2] = 5;
     commented += "hello";
     std::string zip64 = good.substr(0, good.size() - 22);
-    packs::put_u32(zip64, 0x07064B50);
-    zip64 += std::string(16, '\0') + good.substr(good.size() - 22);
+    zip64 += "PK\x06\x07" + std::string(16, '\0') + good.substr(good.size() - 22);
     std::memset(&zip64[zip64.size() - 14], 0xFF, 12);
     std::string counts_more = good;
     std::memset(&counts_more[good.size() - 14], 0xFF, 4);
@@ -118,8 +102,8 @@ TEST(PackMount, TellsWhyItRefusesAFile) {
     damaged[good.rfind("PK\x01\x02")] = 'Q';
     std::string many(65535 * 46, '\0');
     for (std::size_t at = 0; at < many.size(); at += 46) std::memcpy(&many[at], "PK\x01\x02", 4);
-    packs::put_u32(many, 0x07064B50);
-    many += std::string(16, '\0') + "PK\x05\x06" + std::string(4, '\0') + "\xFF\xFF\xFF\xFF" + std::string(10, '\0');
+    many += "PK\x06\x07" + std::string(16, '\0') + "PK\x05\x06" + std::string(4, '\0') + "\xFF\xFF\xFF\xFF" +
+            std::string(10, '\0');
     const std::pair<std::string, const char*> rows[] = {
         {commented, "has a comment"},
         {zip64, "zip64"},
@@ -137,23 +121,18 @@ TEST(PackMount, TellsWhyItRefusesAFile) {
         EXPECT_THAT(fs::last_error().text, HasSubstr(reason));
         EXPECT_THAT(fs::last_error().path, HasSubstr("test.pak"));
     }
-    CZip_dir source;
     EXPECT_TRUE(write_file("a.edat.pak", good));
-    EXPECT_FALSE(source.init(lower("a.edat.pak"), FFSAddSourceFlags::NONE, nullptr));
-    EXPECT_FALSE(source.init(lower("missing.pak"), FFSAddSourceFlags::NONE, nullptr));
+    EXPECT_FALSE(packs::mount_file("a.edat.pak"));
+    EXPECT_FALSE(packs::mount_file("missing.pak"));
     EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
-    EXPECT_FALSE(source.init(fs::path(), FFSAddSourceFlags::NONE, nullptr));
-}
-
-// The last 22 bytes are taken for the end record whatever they are.
-TEST(PackMount, TakesAFileThatCountsNoEntriesForAnEmptyPack) {
-    const auto source = packs::mount(std::string(30, '\0'));
-    ASSERT_TRUE(source);
-    EXPECT_EQ(source->get_file_list(nullptr, nullptr, true), nullptr);
+    EXPECT_FALSE(CZip_dir().init(fs::path(), FFSAddSourceFlags::NONE, nullptr));
+    const auto empty = packs::mount(std::string(30, '\0'));
+    ASSERT_TRUE(empty) << "the last 22 bytes are taken for the end record whatever they are";
+    EXPECT_EQ(empty->get_file_list(nullptr, nullptr, true), nullptr);
 }
 
 TEST(PackMount, UsesTheLocalHeaderForPlaceAndMethodAlone) {
-    Entry entry = deflated_entry("a", "some text, some text");
+    packs::Entry entry = deflated_entry("a", "some text, some text");
     entry.local_extra = std::string(300, 'e');
     entry.central_extra = std::string(20, 'c');
     entry.comment = "not the pack's";
@@ -166,38 +145,20 @@ TEST(PackMount, UsesTheLocalHeaderForPlaceAndMethodAlone) {
     EXPECT_EQ(content(*source, "b"), "2");
 }
 
-struct Hearing : fs::IFsMonitor {
-    void touch_file(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) override {
-        heard += std::string(path) + " " + std::to_string(mode) + " " + std::to_string(flags) + "\n";
-    }
-    std::string heard;
-};
-
-TEST(PackMount, TellsTheMonitorAndSharesThePackWithNobody) {
-    Hearing monitor;
-    fs::set_monitor(&monitor);
-    const auto source = packs::mount(packs::build({stored_entry("a", "1")}));
-    fs::set_monitor(nullptr);
+TEST(PackMount, TellsTheMonitorAndSharesThePackWithNobodyUnlessInMemory) {
+    const std::string bytes = packs::build({stored_entry("a", "1")});
+    const RecordingMonitor monitor;
+    const auto source = packs::mount(bytes);
     ASSERT_TRUE(source);
-    EXPECT_EQ(monitor.heard, "test.pak 0 0\n");
-    CZip_dir second;
-    EXPECT_FALSE(second.init(lower("test.pak"), FFSAddSourceFlags::NONE, nullptr));
+    EXPECT_THAT(monitor.touched, ElementsAre("test.pak 0+0"));
+    EXPECT_FALSE(packs::mount_file("test.pak"));
     EXPECT_EQ(fs::last_error().code, EFSError::IN_USE);
-    const auto in_memory = packs::build({stored_entry("a", "1")});
-    EXPECT_TRUE(write_file("memory.pak", in_memory));
-    CZip_dir third;
-    CZip_dir fourth;
-    EXPECT_TRUE(third.init(lower("memory.pak"), FFSAddSourceFlags::PACK_IN_MEMORY, nullptr));
-    EXPECT_TRUE(fourth.init(lower("memory.pak"), FFSAddSourceFlags::PACK_IN_MEMORY, nullptr));
-}
-
-TEST(PackMount, OpensThePackByItsNativeSpelling) {
-    EXPECT_TRUE(write_file("Mixed.PAK", packs::build({stored_entry("a", "1")})));
-    CZip_dir source;
-    source.set_native_spelling("Mixed.PAK");
-    ASSERT_TRUE(source.init(lower("Mixed.PAK"), FFSAddSourceFlags::NONE, nullptr));
-    EXPECT_STREQ(source.path().FileName(), "mixed.pak");
-    EXPECT_EQ(content(source, "a"), "1");
+    EXPECT_TRUE(write_file("Memory.PAK", bytes));
+    const auto one = packs::mount_file("Memory.PAK", FFSAddSourceFlags::PACK_IN_MEMORY);
+    const auto other = packs::mount_file("Memory.PAK", FFSAddSourceFlags::PACK_IN_MEMORY);
+    ASSERT_TRUE(one && other) << "opened by its native spelling";
+    EXPECT_STREQ(one->path().FileName(), "memory.pak");
+    EXPECT_EQ(content(*one, "a") + content(*other, "a"), "11");
 }
 
 }  // namespace
