@@ -27,20 +27,8 @@ def exported_symbols(library):
 
 
 def plain(symbol):
-    """The qualified name of a demangled symbol, without what surrounds it: kinds, parameters, return types."""
-    symbol = re.sub(r"^(?:vtable|typeinfo name|typeinfo|VTT|guard variable|construction vtable) for ", "", symbol)
-    symbol = re.sub(r"^(?:non-virtual|virtual) thunk to ", "", symbol)
-    symbol = symbol.replace("[abi:cxx11]", "").replace("(anonymous namespace)", "<anonymous>")
-    name, depth = "", 0
-    for at, letter in enumerate(symbol):
-        if name.endswith("operator") and letter in "<>(":
-            return name + re.match(r"\(\)|<<|>>|<=|>=|<|>", symbol[at:]).group(0)
-        depth += (letter == "<") - (letter == ">")
-        if letter == "(" and depth == 0:
-            break
-        if letter != ">" and depth == 0:
-            name = "" if letter == " " and "operator" not in name else name + letter
-    return name
+    """The qualified name of a demangled symbol, without its kind in front and the parameters that thunks have."""
+    return re.sub(r"^.* (?:for|to) |\(.*", "", symbol).replace("[abi:cxx11]", "")
 
 
 def owner(name, listed):
@@ -57,7 +45,7 @@ def main(root, library):
     if not os.path.isfile(library):
         sources.finish("exported_names", [f"{library} is not built"])
     met = set()
-    for symbol in run("c++filt", data="\n".join(exported_symbols(library))).splitlines():
+    for symbol in run("c++filt", "--no-params", data="\n".join(exported_symbols(library))).splitlines():
         found = owner(plain(symbol), listed)
         met |= {plain(symbol), found}
         # MinGW's compiler exports the type information of bases and children of marked classes, and of what is caught
