@@ -1,18 +1,22 @@
 #!/usr/bin/env python3
-"""The library exports exactly the names of exported_names.txt, each of which is a function, a variable, a class, or a
-member of a listed class that callers rely on.
+"""The library exports exactly what the public headers mark, and they mark every function that they do not define, unless
+it is a detail.
 
-Every symbol must be one of the list or a member of a class in it, and every name of the list must have a symbol.
+Every symbol must be a marked name or a member of a marked class, and every marked name must have a symbol.
 
 usage: exported_names.py ROOT LIBRARY        (libengine_filesystem.so or engine_filesystem.dll)
 """
-import collections
 import os
 import re
 import subprocess
 import sys
 
 import sources
+
+NAMESPACE = re.compile(r"^namespace ([\w:]+) {")
+CLASS = re.compile(r"^(?:class|struct) (ENGINE_FS_API )?(?:ENGINE_CAPABILITY\(\S+\) )?(\w+)[^;]*$")
+MARKED = re.compile(r"^( *)ENGINE_FS_API [^(]*?(\w+)\(")
+UNMARKED = re.compile(r"^(    )?(?!ENGINE|inline|constexpr|virtual|template|using|typedef|return|class|struct)\w[\w:<>*&, ]* [*&]*(\w+)\([^{=]*;")
 
 
 def run(*command, data=None):
@@ -27,44 +31,50 @@ def exported_symbols(library):
 
 
 def plain(symbol):
-    """The qualified name of a demangled symbol, without what surrounds it: kinds, parameters, return types."""
-    symbol = re.sub(r"^(?:vtable|typeinfo name|typeinfo|VTT|guard variable|construction vtable) for ", "", symbol)
-    symbol = re.sub(r"^(?:non-virtual|virtual) thunk to ", "", symbol)
-    symbol = symbol.replace("[abi:cxx11]", "").replace("(anonymous namespace)", "<anonymous>")
-    name, depth = "", 0
-    for at, letter in enumerate(symbol):
-        if name.endswith("operator") and letter in "<>(":
-            return name + re.match(r"\(\)|<<|>>|<=|>=|<|>", symbol[at:]).group(0)
-        depth += (letter == "<") - (letter == ">")
-        if letter == "(" and depth == 0:
-            break
-        if letter != ">" and depth == 0:
-            name = "" if letter == " " and "operator" not in name else name + letter
-    return name
+    """The qualified name of a demangled symbol, without its kind in front and the parameters that thunks have."""
+    return re.sub(r"^.* (?:for|to) |\(.*", "", symbol).replace("[abi:cxx11]", "")
 
 
-def owner(name, listed):
-    """The listed name that a symbol belongs to: itself, or the class that it is a member of."""
+def scan_header(path, header, marked):
+    """Adds the names that it marks, and tells of functions that it neither defines nor marks."""
+    namespace, class_name, is_whole = "", "", False
+    for number, line in enumerate(header, 1):
+        if match := NAMESPACE.match(line):
+            namespace = match[1] + "::"
+        elif line.startswith("}  // namespace"):
+            namespace = ""
+        elif match := CLASS.match(line):
+            class_name, is_whole = namespace + match[2], match[1] is not None
+            marked |= {class_name} if is_whole else set()
+        elif match := MARKED.match(line):
+            marked.add((class_name + "::" if match[1] else namespace) + match[2])
+        elif (match := UNMARKED.match(line)) and not (match[1] and is_whole) and "detail::" not in namespace:
+            yield f"{path}:{number}: {match[2]} is not marked"
+
+
+def owner(name, marked):
+    """The marked name that a symbol belongs to: itself, or the class that it is a member of."""
     parts = name.split("::")
     candidates = ("::".join(parts[:length]) for length in range(len(parts), 0, -1))
-    return next((candidate for candidate in candidates if candidate in listed), None)
+    return next((candidate for candidate in candidates if candidate in marked), None)
 
 
 def main(root, library):
-    with open(os.path.join(root, "tests", "checks", "exported_names.txt"), encoding="utf-8") as text:
-        listed = collections.Counter(line.strip() for line in text if line.strip() and not line.startswith("#"))
-    complaints = [f"{name} is listed {count} times" for name, count in listed.items() if count > 1]
+    marked, complaints = set(), []
+    for path in sources.files(root, "include"):
+        with open(os.path.join(root, path), encoding="utf-8") as header:
+            complaints += scan_header(path, header, marked)
     if not os.path.isfile(library):
         sources.finish("exported_names", [f"{library} is not built"])
     met = set()
-    for symbol in run("c++filt", data="\n".join(exported_symbols(library))).splitlines():
-        found = owner(plain(symbol), listed)
+    for symbol in run("c++filt", "--no-params", data="\n".join(exported_symbols(library))).splitlines():
+        found = owner(plain(symbol), marked)
         met |= {plain(symbol), found}
         # MinGW's compiler exports the type information of bases and children of marked classes, and of what is caught
         # beside them. A caller cannot name it, and nothing turns it off.
         if found is None and not (library.endswith(".dll") and symbol.startswith("typeinfo for ")):
-            complaints.append(f"{symbol} is exported, but not listed")
-    complaints += [f"{name} is listed, but not in the symbol table" for name in sorted(set(listed) - met)]
+            complaints.append(f"{symbol} is exported, but not marked")
+    complaints += [f"{name} is marked, but not in the symbol table" for name in sorted(marked - met)]
     sources.finish("exported_names", complaints)
 
 

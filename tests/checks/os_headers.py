@@ -11,24 +11,16 @@ import sys
 
 import sources
 
-STANDARD = set("""
-algorithm any array atomic barrier bit bitset cassert cctype cerrno cfenv cfloat charconv chrono cinttypes climits clocale
-cmath compare complex concepts condition_variable coroutine csetjmp csignal cstdarg cstddef cstdint cstdio cstdlib cstring
-ctime cuchar cwchar cwctype deque exception execution filesystem format forward_list fstream functional future
-initializer_list iomanip ios iosfwd iostream istream iterator latch limits list locale map memory memory_resource mutex new
-numbers numeric optional ostream queue random ranges ratio regex scoped_allocator semaphore set shared_mutex source_location
-span sstream stack stdexcept stop_token streambuf string string_view syncstream system_error thread tuple type_traits
-typeindex typeinfo unordered_map unordered_set utility valarray variant vector version
-assert.h ctype.h errno.h float.h inttypes.h limits.h math.h stdarg.h stddef.h stdint.h stdio.h stdlib.h string.h time.h
-wchar.h wctype.h
-""".split())
+# A header of C++ has neither a directory nor an ending.
+C_HEADERS = {name + ".h" for name in ("assert ctype errno float inttypes limits math stdarg stddef stdint stdio stdlib string "
+                                      "time wchar wctype").split()}
 LIBRARIES = {"engine/": ("zlib.h", "miniz.h", "libdeflate.h", "igzip_lib.h", "crc.h", "zstd.h"), "tools/": ("CLI/", "nlohmann/", "zlib.h", "libdeflate.h")}
 SYSTEM_FOLDERS = ("engine/platform/posix/", "engine/platform/linux/", "engine/platform/windows/",
                   "tools/enginefs/terminal.cpp")
 
 
 def allowed(path, name):
-    if name in STANDARD or name.startswith("engine/"):
+    if name.isidentifier() or name in C_HEADERS or name.startswith("engine/"):
         return True
     return any(path.startswith(folder) and name.startswith(libraries) for folder, libraries in LIBRARIES.items())
 

@@ -1,5 +1,3 @@
-#include <thread>
-
 #include "engine/filesystem/log/levels.h"
 #include "tests/log/log_fixture.h"
 
@@ -94,25 +92,6 @@ TEST_F(LogFilter, CodesAndLevelsTranslate) {
     EXPECT_EQ(logging::level_id(ELevel::VER3), code("VER3"));
     EXPECT_EQ(logging::level_id(static_cast<ELevel::TYPE>(16)), 0u);
     EXPECT_EQ(_CLogCategoryFromLabel(code("aB_.")) + _CLogCategoryFromLabel(0x41002DFF), "aB_.A___");
-}
-
-TEST_F(LogFilter, ReadersAndChangersRunTogether) {
-    std::atomic<bool> stop{false};
-    std::thread changer([&] {
-        for (int round = 0; round < 300; ++round) {
-            _CLFilterClear();
-            for (std::uint32_t i = 0; i < 50; ++i) _CLFilterAdd(i, all_bits, CLFilterAction::LOGFILE);
-            Log::Settings::Instance().SetCategoryLevel("one", round % 2 ? Log::ELevel::VER1 : Log::ELevel::NONE);
-        }
-        stop = true;
-    });
-    while (!stop) {
-        const std::uint32_t action = _CLFilter(7);
-        EXPECT_TRUE(action == 0 || action == 2) << action;
-        const auto level = Log::Settings::Instance().GetCategoryLevel("one");
-        EXPECT_TRUE(level == Log::ELevel::INFO || level == Log::ELevel::VER1) << level;
-    }
-    changer.join();
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // A companion module as the cache-service client expects it. It serves nothing until a test that holds it loaded says so
-// through fscTestControl. Built once whole and once without each entry point (FSC_MISSING is the order of the missing one).
+// through fscTestControl. Built once whole and once without each entry point, which a definition then renames.
 #include <cstdio>
 
 #include "tests/modules/cache_service_control.h"
@@ -8,9 +8,6 @@
 #define FSC_EXPORT extern "C" __declspec(dllexport)
 #else
 #define FSC_EXPORT extern "C" __attribute__((visibility("default")))
-#endif
-#ifndef FSC_MISSING
-#define FSC_MISSING 0
 #endif
 
 namespace {
@@ -47,49 +44,22 @@ protected:
 
 FSC_EXPORT CacheServiceControl* fscTestControl() { return &control; }
 
-#if FSC_MISSING != 1
 FSC_EXPORT void* fscCreateMountPoint(const char* path, int second) {
     std::snprintf(control.path, sizeof control.path, "%s", path);
     control.second = second;
     return control.refuses_mount ? nullptr : new MountPoint;
 }
-#endif
-#if FSC_MISSING != 2
-FSC_EXPORT void fscDestroyMountPoint() {}
-#endif
-#if FSC_MISSING != 3
-FSC_EXPORT void fscGetNumMountPoints() {}
-#endif
-#if FSC_MISSING != 4
-FSC_EXPORT void fscGetMountPoint() {}
-#endif
-#if FSC_MISSING != 5
-FSC_EXPORT void fscCreateMountPointsChangedSemaphore() {}
-#endif
-#if FSC_MISSING != 6
-FSC_EXPORT void fscNotifyAdd() {}
-#endif
-#if FSC_MISSING != 7
-FSC_EXPORT void fscNotifyRemove() {}
-#endif
-#if FSC_MISSING != 8
-FSC_EXPORT void fscNotifyRename() {}
-#endif
-#if FSC_MISSING != 9
 FSC_EXPORT bool fscInit() { return control.inits; }
-#endif
-#if FSC_MISSING != 10
-FSC_EXPORT void fscGetMemStats() {}
-#endif
-#if FSC_MISSING != 11
-FSC_EXPORT void fscCompact() {}
-#endif
-#if FSC_MISSING != 12
-FSC_EXPORT void fscDumpBlocks() {}
-#endif
-#if FSC_MISSING != 13
 FSC_EXPORT bool fscIsServiceRunning() { return control.is_running; }
-#endif
-#if FSC_MISSING != 14
+// Looked up and never called.
+FSC_EXPORT void fscDestroyMountPoint() {}
+FSC_EXPORT void fscGetNumMountPoints() {}
+FSC_EXPORT void fscGetMountPoint() {}
+FSC_EXPORT void fscCreateMountPointsChangedSemaphore() {}
+FSC_EXPORT void fscNotifyAdd() {}
+FSC_EXPORT void fscNotifyRemove() {}
+FSC_EXPORT void fscNotifyRename() {}
+FSC_EXPORT void fscGetMemStats() {}
+FSC_EXPORT void fscCompact() {}
+FSC_EXPORT void fscDumpBlocks() {}
 FSC_EXPORT void fscServiceRunning() {}
-#endif

@@ -1,7 +1,7 @@
 // Children that crash, and what they leave: one table for both systems.
 #include <gmock/gmock.h>
 
-#include <atomic>
+#include <barrier>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,7 +15,6 @@
 #include "engine/filesystem/startup/log/switches.h"
 #include "engine/platform/process.h"
 #include "tests/startup/child.h"
-#include "tests/startup/crash_host.h"
 
 namespace {
 
@@ -74,16 +73,14 @@ TEST_F(CrashChild, DISABLED_deep_thread) {
         "deep", [](void*) { std::exit(use_up_stack(0)); }, nullptr);
 }
 TEST_F(CrashChild, DISABLED_many_threads) {
-    std::atomic<int> waiting{4};
-    std::vector<std::thread> threads;
+    std::barrier together(4);
+    std::vector<std::jthread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
-            --waiting;
-            while (waiting != 0) std::this_thread::yield();
+            together.arrive_and_wait();
             crash_on_purpose();
         });
     }
-    for (std::thread& thread : threads) thread.join();
 }
 TEST_F(CrashChild, DISABLED_chained) {
     install_host_handler(true);

@@ -37,10 +37,9 @@ protected:
         log_message(file_system, Log::ELevel::VER2, 1, "in more detail\n");
         const char* const name = CrashGetLogFileName();
         const Log::Settings& settings = Log::Settings::Instance();
-        std::printf("log=%s\n", name == nullptr ? "none" : name);
-        std::printf("level=%u Net=%u\n", settings.GetLevel(), settings.GetCategoryLevel("Net"));
-        std::printf("LLOG=%u CLOG=%u WARN=%u\n", _CLFilter(code("LLOG")), _CLFilter(code("CLOG")),
-                    _CLFilter(code("WARN")));
+        std::printf("log=%s\nlevel=%u Net=%u\nLLOG=%u CLOG=%u WARN=%u\n", name == nullptr ? "none" : name,
+                    settings.GetLevel(), settings.GetCategoryLevel("Net"), _CLFilter(code("LLOG")),
+                    _CLFilter(code("CLOG")), _CLFilter(code("WARN")));
         CrashClose();
         CrashInit();
         say("after the end");
@@ -112,16 +111,17 @@ TEST_F(LateChild, DISABLED_start) {
 }
 
 TEST_F(LateChild, DISABLED_crowd) {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([] {
-            for (int line = 0; line < 200; ++line) say("crowd");
-            EXPECT_TRUE(GenerateDump((child_root() + "/dump").c_str()) || fs::last_error().code != EFSError::NONE);
-        });
+    {
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back([] {
+                for (int line = 0; line < 200; ++line) say("crowd");
+                EXPECT_TRUE(GenerateDump((child_root() + "/dump").c_str()) || fs::last_error().code != EFSError::NONE);
+            });
+        }
+        EXPECT_TRUE(start_file_system());
+        EXPECT_TRUE(GenerateDump() || fs::last_error().code == EFSError::IN_USE);
     }
-    EXPECT_TRUE(start_file_system());
-    EXPECT_TRUE(GenerateDump() || fs::last_error().code == EFSError::IN_USE);
-    for (std::thread& thread : threads) thread.join();
     say("last");
 }
 
@@ -165,7 +165,6 @@ TEST(LogSession, LeavesTheLogThatItsSwitchesAndConfigurationAskFor) {
         {"session", "-silent", 0, "log=none\nlevel=3"},
         {"session", "-silent -verbose", 1, "level=5"},
         {"session", "--VERBOSE", 1, "LLOG=1 CLOG=3 WARN=3"},
-        {"session", "-silentx x-silent", 1, "level=3"},
         {"session", "-logfile=out/logs/mine.log", 1, "mine.log\n"},
         {"session", "-logfile=\"<>|?\"", 1, "crash.log\n"},
         {"session", "", 1, "level=4 Net=9\nLLOG=1 CLOG=2", "", nothing, configured},
@@ -201,7 +200,7 @@ TEST(LogSession, LeavesTheLogThatItsSwitchesAndConfigurationAskFor) {
         EXPECT_THAT(text, HasSubstr(row.logged));
         EXPECT_THAT(text, testing::Not(HasSubstr(row.not_logged)));
         std::istringstream lines(text);
-        for (std::string line; std::getline(lines, line);) EXPECT_THAT(line, testing::StartsWith("{"));
+        for (std::string line; std::getline(lines, line);) EXPECT_TRUE(line.starts_with("{")) << line;
     }
 }
 

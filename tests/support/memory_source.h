@@ -98,8 +98,7 @@ public:
     std::vector<std::string> refreshed_dirs;
     std::vector<std::string> made;                // "create_write NAME", "mkdir DIR" and the like, in the caller's case
     std::vector<FFSOpenFlags::FLAGS> open_flags;  // of every open that was asked for writing
-    std::atomic<int> reads_asked{0};
-    std::atomic<FFSOpenFlags::FLAGS> read_flags{FFSOpenFlags::NONE};  // of the latest of them
+    std::atomic<FFSOpenFlags::FLAGS> read_flags{FFSOpenFlags::NONE};  // of the latest open for reading
 
     void clear() override {
         files_.clear();
@@ -133,7 +132,6 @@ public:
     int is_installed(const fs::path& p) override { return !exists(p) ? 0 : find(p)->installed ? 2 : 1; }
 
     SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) override {
-        ++reads_asked;
         read_flags = flags;
         if (!exists(p) || refuses_to_open) return nullptr;
         return new MemoryFile(this, full_name(p), find(p)->bytes, 0);

@@ -1,4 +1,4 @@
-#include "tests/startup/crash_host.h"
+#include "tests/startup/child.h"
 
 #include <windows.h>
 
