@@ -1,16 +1,18 @@
 // Opening and managing through the sources that the library starts with, on a real disk.
 #include <engine/filesystem.h>
-#include <engine/filesystem/comfort.h>
 
 #include <gmock/gmock.h>
 
 #include <string>
 
+#include "tests/access/files.h"
 #include "tests/support/memory_source.h"
 #include "tests/support/mounted_root.h"
 
 namespace {
 
+using test::load;
+using test::save;
 using testing::ElementsAre;
 using Flags = FFSOpenFlags;
 
@@ -22,16 +24,6 @@ protected:
         ASSERT_TRUE(fs::init((home_ / "game").c_str(), flags, (home_ / "cache").c_str(), use_fallback, false, nullptr));
         fs::clear_error();
     }
-    static bool save(const char* path, const std::string& text, Flags::FLAGS flags,
-                     EFSMode::TYPE mode = EFSMode::WRITE) {
-        const fs::file_ptr file = fs::open_file(path, mode, flags);
-        return file && fs::write(file.get(), text.data(), text.size()) == text.size();
-    }
-    static std::string load(const char* path, Flags::FLAGS flags = Flags::NONE) {
-        const fs::file_ptr file = fs::open_file(path, EFSMode::READ, flags);
-        std::string text;
-        return file && fs::read_rest(file.get(), text) ? text : "(none)";
-    }
 
     TempDirectory home_;
 };
@@ -42,14 +34,14 @@ TEST_F(OnDisk, WhatAnotherProcessMadeSinceTheMountIsChangedInPlace) {
     for (const std::string name : {"new.txt", "saves/new.txt", "saves/other.txt"}) {
         SCOPED_TRACE(name);
         home_.write("game/" + name, "theirs");
-        EXPECT_TRUE(save(name.c_str(), "+ours", Flags::NONE, EFSMode::APPEND));
+        EXPECT_TRUE(save(name.c_str(), "+ours", EFSMode::APPEND));
         EXPECT_EQ(load(name.c_str()), "theirs+ours");
     }
     home_.write("game/saves/changed.txt", "theirs");
-    EXPECT_TRUE(save("saves/changed.txt", "T", Flags::NONE, EFSMode::READ_WRITE));
+    EXPECT_TRUE(save("saves/changed.txt", "T", EFSMode::READ_WRITE));
     EXPECT_EQ(load("saves/changed.txt"), "Theirs");
     home_.write("game/saves/written.txt", "theirs");
-    EXPECT_TRUE(save("saves/written.txt", "ours", Flags::NONE));
+    EXPECT_TRUE(save("saves/written.txt", "ours"));
     EXPECT_EQ(load("saves/written.txt"), "ours");
 }
 
@@ -59,9 +51,9 @@ TEST_F(OnDisk, TheCacheDirectoryIsAPlaceOfItsOwn) {
     EXPECT_EQ(load("textures/sky.dds", Flags::IN_CACHE_DIR), "(none)");
     EXPECT_FALSE(fs::exists("textures/sky.dds", Flags::IN_CACHE_DIR));
     EXPECT_FALSE(fs::rem_file("textures/sky.dds", Flags::IN_CACHE_DIR));
-    EXPECT_TRUE(save("Textures/Sky.dds", "cached", Flags::IN_CACHE_DIR | Flags::CREATE));
-    EXPECT_TRUE(save("log.txt", "one", Flags::IN_CACHE_DIR, EFSMode::APPEND));
-    EXPECT_TRUE(save("log.txt", "two", Flags::IN_CACHE_DIR, EFSMode::APPEND));
+    EXPECT_TRUE(save("Textures/Sky.dds", "cached", EFSMode::WRITE, Flags::IN_CACHE_DIR | Flags::CREATE));
+    EXPECT_TRUE(save("log.txt", "one", EFSMode::APPEND, Flags::IN_CACHE_DIR));
+    EXPECT_TRUE(save("log.txt", "two", EFSMode::APPEND, Flags::IN_CACHE_DIR));
     EXPECT_EQ(home_.read("cache/Textures/Sky.dds"), "cached");
     EXPECT_EQ(home_.read("cache/log.txt"), "onetwo");
     EXPECT_EQ(load("textures/sky.dds", Flags::IN_CACHE_DIR), "cached");
@@ -78,7 +70,7 @@ TEST_F(OnDisk, TheCacheDirectoryIsAPlaceOfItsOwn) {
     EXPECT_TRUE(fs::rem_file("textures/sky.dds", Flags::IN_CACHE_DIR));
     EXPECT_FALSE(home_.exists("cache/Textures/Sky.dds"));
     EXPECT_EQ(home_.read("game/textures/sky.dds"), "game");
-    EXPECT_FALSE(save("bad|name", "", Flags::IN_CACHE_DIR | Flags::CREATE));
+    EXPECT_FALSE(save("bad|name", "", EFSMode::WRITE, Flags::IN_CACHE_DIR | Flags::CREATE));
     EXPECT_EQ(fs::last_error().code, EFSError::INVALID_NAME);
 }
 
@@ -114,12 +106,12 @@ TEST_F(OnDisk, WithoutTheFallbackNothingLeadsOutOfTheMounts) {
     for (const char* path : {outside.c_str(), fresh.c_str(), "/engine_test_x.txt"}) {
         EXPECT_EQ(load(path), "(none)") << path;
         for (const auto mode : {EFSMode::WRITE, EFSMode::APPEND, EFSMode::READ_WRITE}) {
-            EXPECT_FALSE(save(path, "x", Flags::CREATE, mode)) << path;
+            EXPECT_FALSE(save(path, "x", mode, Flags::CREATE)) << path;
             EXPECT_EQ(fs::last_error().code, EFSError::ACCESS_DENIED) << path;
         }
         EXPECT_FALSE(fs::exists(path) || fs::rem_file(path) || fs::mkdir(path));
     }
-    EXPECT_FALSE(save("x.txt", "x", Flags::IN_CACHE_DIR | Flags::CREATE));
+    EXPECT_FALSE(save("x.txt", "x", EFSMode::WRITE, Flags::IN_CACHE_DIR | Flags::CREATE));
     EXPECT_EQ(home_.read("outside/x.txt"), "kept");
     EXPECT_FALSE(home_.exists("outside/new.txt"));
     EXPECT_TRUE(test::take_names(fs::search(nullptr, nullptr, true, false)).empty());

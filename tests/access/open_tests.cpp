@@ -8,34 +8,22 @@
 #include <string>
 
 #include "engine/filesystem/registry/registry.h"
+#include "tests/access/files.h"
 #include "tests/support/memory_source.h"
 
 namespace {
 
+using test::load;
 using test::MemorySource;
 using test::mount_memory;
+using test::save;
 using testing::ElementsAre;
 using Flags = FFSOpenFlags;
-
-std::string read_all(const char* path) {
-    fs::string text = "(none)";
-    fs::load_text_file(text, path);
-    return text;
-}
 
 class Open : public testing::Test {
 protected:
     void SetUp() override { fs::clear_error(); }
     void TearDown() override { test::unmount_all(); }
-
-    /// Opens, writes `text` and closes; false when the open failed.
-    static bool write(const char* path, EFSMode::TYPE mode, const std::string& text, Flags::FLAGS flags = Flags::NONE) {
-        SFsFile* const file = fs::open(path, mode, flags);
-        if (file == nullptr) return false;
-        EXPECT_EQ(fs::write(file, text.data(), text.size()), text.size());
-        fs::close(file);
-        return true;
-    }
 };
 
 TEST_F(Open, IsRefusedWithoutSourcesOrName) {
@@ -103,9 +91,9 @@ TEST_F(Open, ReadsFromTheFirstSourceThatCanOpenTheName) {
     second->add("dir/x.txt", "second");
     MemorySource* const first = mount_memory("/first/");
     first->add("dir/x.txt", "first");
-    EXPECT_EQ(read_all("DIR\\.\\X.txt"), "first");
+    EXPECT_EQ(load("DIR\\.\\X.txt"), "first");
     first->refuses_to_open = true;  // holding a name is not enough
-    EXPECT_EQ(read_all("dir/x.txt"), "second");
+    EXPECT_EQ(load("dir/x.txt"), "second");
     second->refuses_to_open = true;
     EXPECT_EQ(fs::open("dir/x.txt", EFSMode::READ), nullptr);
     EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
@@ -117,17 +105,17 @@ TEST_F(Open, WritesWhereTheNameIsAndElseCreatesInTheFirstSource) {
     MemorySource* const second = mount_memory("/second/");
     second->add("old.txt", "old");
     MemorySource* const first = mount_memory("/first/");
-    EXPECT_TRUE(write("Old.TXT", EFSMode::WRITE, "new"));
+    EXPECT_TRUE(save("Old.TXT", "new"));
     EXPECT_EQ(second->content("old.txt"), "new");
-    EXPECT_TRUE(write("old.txt", EFSMode::APPEND, "er"));
+    EXPECT_TRUE(save("old.txt", "er", EFSMode::APPEND));
     EXPECT_EQ(second->content("old.txt"), "newer");
-    EXPECT_TRUE(write("old.txt", EFSMode::READ_WRITE, "N"));
+    EXPECT_TRUE(save("old.txt", "N", EFSMode::READ_WRITE));
     EXPECT_EQ(second->content("old.txt"), "Newer");
     EXPECT_TRUE(first->made.empty());
 
-    EXPECT_TRUE(write("Sub\\Made.txt", EFSMode::WRITE, "1"));
-    EXPECT_TRUE(write("Sub/Appended.txt", EFSMode::APPEND, "2"));
-    EXPECT_TRUE(write("Sub/Both.txt", EFSMode::READ_WRITE, "3"));
+    EXPECT_TRUE(save("Sub\\Made.txt", "1"));
+    EXPECT_TRUE(save("Sub/Appended.txt", "2", EFSMode::APPEND));
+    EXPECT_TRUE(save("Sub/Both.txt", "3", EFSMode::READ_WRITE));
     EXPECT_THAT(first->made, ElementsAre("create_write Sub/Made.txt", "create_write Sub/Appended.txt",
                                          "create_read_write Sub/Both.txt"));
     EXPECT_EQ(first->content("sub/appended.txt"), "2");
@@ -143,14 +131,14 @@ TEST_F(Open, AProtectedSourceShieldsTheNamesThatItHolds) {
     shield->is_writable = false;
     shield->is_shielding = true;
     for (const EFSMode::TYPE mode : {EFSMode::WRITE, EFSMode::APPEND, EFSMode::READ_WRITE}) {
-        EXPECT_FALSE(write("shielded.txt", mode, "x"));
+        EXPECT_FALSE(save("shielded.txt", "x", mode));
         EXPECT_EQ(fs::last_error().code, EFSError::ACCESS_DENIED);
     }
     EXPECT_EQ(last->content("shielded.txt"), "stays");
     shield->is_shielding = false;  // not writable alone is passed over
-    EXPECT_TRUE(write("shielded.txt", EFSMode::WRITE, "written"));
+    EXPECT_TRUE(save("shielded.txt", "written"));
     EXPECT_EQ(last->content("shielded.txt"), "written");
-    EXPECT_FALSE(write("new.txt", EFSMode::WRITE, "x"));  // the first source creates, or nobody
+    EXPECT_FALSE(save("new.txt", "x"));  // the first source creates, or nobody
     EXPECT_EQ(fs::last_error().code, EFSError::READ_ONLY);
     EXPECT_TRUE(shield->made.empty());
     EXPECT_EQ(last->content("new.txt"), "(none)");
@@ -188,7 +176,7 @@ TEST_F(Open, BehindASourceThatHoldsTheNameAndFailsNothingIsWritten) {
         if (row.second_holds) second->add("x.txt", "old");
         first->write_failure = row.first_fails;
         second->write_failure = row.second_fails;
-        EXPECT_EQ(write("x.txt", row.mode, "new"), row.code == NONE);
+        EXPECT_EQ(save("x.txt", "new", row.mode), row.code == NONE);
         EXPECT_EQ(fs::last_error().code, row.code) << "what failed on the way to a success is forgotten";
         if (row.code != NONE) EXPECT_TRUE(first->made.empty());
         EXPECT_EQ(first->content("x.txt"), row.first);
@@ -202,17 +190,17 @@ TEST_F(Open, ASaveIsReadBackByTheSameNameOrRefused) {
     MemorySource* const source = mount_memory("/a/");
     source->matches_by_end = true;
     source->add("profiles/save.dat", "old");
-    EXPECT_TRUE(write("save.dat", EFSMode::WRITE, "new"));
+    EXPECT_TRUE(save("save.dat", "new"));
     EXPECT_EQ(source->content("profiles/save.dat"), "new");
     for (const auto failure : {EFSError::NOT_FOUND, EFSError::READ_ONLY}) {
         source->write_failure = failure;
-        EXPECT_FALSE(write("save.dat", EFSMode::WRITE, "lost"));
+        EXPECT_FALSE(save("save.dat", "lost"));
         EXPECT_EQ(fs::last_error().code, failure);
     }
     EXPECT_TRUE(source->made.empty());
     source->write_failure = EFSError::NONE;
     source->is_silent = true;  // fails without a reason; reading would find the file
-    EXPECT_FALSE(write("save.dat", EFSMode::APPEND, "lost"));
+    EXPECT_FALSE(save("save.dat", "lost", EFSMode::APPEND));
     EXPECT_EQ(fs::last_error().code, EFSError::ACCESS_DENIED);
     EXPECT_EQ(source->content("profiles/save.dat"), "new");
 }
@@ -225,7 +213,7 @@ TEST_F(Open, AWholeNameIsNeverTakenByItsEnd) {
     EXPECT_FALSE(fs::exists("save.dat", Flags::WHOLE_NAME));
     EXPECT_TRUE(fs::exists("profiles/save.dat", Flags::WHOLE_NAME));
     EXPECT_EQ(fs::open("save.dat", EFSMode::READ, Flags::WHOLE_NAME), nullptr);
-    EXPECT_TRUE(write("save.dat", EFSMode::WRITE, "new", Flags::WHOLE_NAME));
+    EXPECT_TRUE(save("save.dat", "new", EFSMode::WRITE, Flags::WHOLE_NAME));
     EXPECT_EQ(source->content("profiles/save.dat"), "kept");
     EXPECT_EQ(source->content("save.dat"), "new");
 }
@@ -234,8 +222,8 @@ TEST_F(Open, ALongPathIsLookedUpLikeAnyOther) {
     const std::string longest(70000, 'n');
     MemorySource* const source = mount_memory("/a/");
     source->add(longest, "found");
-    EXPECT_EQ(read_all(longest.c_str()), "found");
-    EXPECT_EQ(read_all((longest + "x").c_str()), "(none)");
+    EXPECT_EQ(load(longest.c_str()), "found");
+    EXPECT_EQ(load((longest + "x").c_str()), "(none)");
     EXPECT_FALSE(fs::native_does_file_exist(longest.c_str()));
 }
 
@@ -243,12 +231,12 @@ TEST_F(Open, RecordsWhatWasOpenedForReadingOnceAndInOrder) {
     MemorySource* const source = mount_memory("/a/");
     for (const char* name : {"x.txt", "dir/y.txt", "z.txt"}) source->add(name, "");
     ztl::vector<fs::string> names;
-    read_all("x.txt");
+    load("x.txt");
     fs::record_access(true);
-    for (const char* path : {"DIR/y.txt", "missing.txt", "x.txt", "dir\\Y.txt"}) read_all(path);
-    write("z.txt", EFSMode::WRITE, "");
+    for (const char* path : {"DIR/y.txt", "missing.txt", "x.txt", "dir\\Y.txt"}) load(path);
+    save("z.txt", "");
     fs::record_access(false);
-    read_all("z.txt");
+    load("z.txt");
     fs::get_access_record(names);
     EXPECT_THAT(names, ElementsAre("dir/y.txt", "x.txt"));
     fs::record_access(true);

@@ -12,11 +12,13 @@
 
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/registry/registry.h"
+#include "tests/access/files.h"
 #include "tests/support/memory_source.h"
 #include "tests/support/mounted_root.h"
 
 namespace {
 
+using test::load;
 using test::MemorySource;
 
 /// Stands in the midst of the open of "slow.bin" until it is let go.
@@ -58,10 +60,6 @@ protected:
         directory_.write("other.bin", "other");
         MountedRoot::SetUp();
     }
-    static bool Reads(const char* path, const std::string& expected) {
-        fs::string text;
-        return fs::load_text_file(text, path) && text == expected;
-    }
 };
 
 /// A writer of the list that waits shuts out those who ask for names: so nobody may hold its lock for as long as a disk takes.
@@ -69,7 +67,7 @@ TEST_F(SlowOpens, StopNoLookupWhenASourceIsAdded) {
     const std::string root_file = directory_ / "slow.bin";
     for (const char* path : {"slow.bin", root_file.c_str()}) {
         SlowDisk disk;
-        std::future<bool> opened = begin([=] { return Reads(path, "slow"); });
+        std::future<bool> opened = begin([=] { return load(path) == "slow"; });
         ASSERT_TRUE(disk.reached.Wait(10'000));
         std::future<bool> added = begin([] {
             fs::add_source(new MemorySource("/added/"), whole_tree);
@@ -90,7 +88,7 @@ TEST_F(SlowOpens, KeepTheirSource) {
     SlowDisk disk;
     disk.removes = find_source(second.path());
     ASSERT_NE(disk.removes, nullptr);
-    std::future<bool> opened = begin([] { return Reads("deep/slow.bin", "second"); });
+    std::future<bool> opened = begin([] { return load("deep/slow.bin") == "second"; });
     ASSERT_TRUE(disk.reached.Wait(10'000));
     fs::refresh();
     std::future<bool> removed = begin([&] { return fs::rem_source(second.path().c_str()); });
@@ -122,8 +120,8 @@ TEST_F(SlowOpens, ThatFailAreLookedForInTheSourcesBehind) {
     failing->add("other.bin", "");
     failing->add("lost.bin", "");
     fs::add_source(failing, FFSAddSourceFlags::NONE);
-    EXPECT_TRUE(Reads("other.bin", "other"));
-    EXPECT_FALSE(Reads("lost.bin", ""));
+    EXPECT_EQ(load("other.bin"), "other");
+    EXPECT_EQ(load("lost.bin"), "(none)");
     EXPECT_EQ(fs::last_error().code, EFSError::IO);
     // One that comes in front meanwhile is not asked; the one that was asked may be removed.
     failing->act = [] {
@@ -132,8 +130,8 @@ TEST_F(SlowOpens, ThatFailAreLookedForInTheSourcesBehind) {
         fs::add_source(in_front, FFSAddSourceFlags::NONE);
         return true;
     };
-    EXPECT_TRUE(Reads("other.bin", "other"));
-    EXPECT_TRUE(Reads("other.bin", "front"));
+    EXPECT_EQ(load("other.bin"), "other");
+    EXPECT_EQ(load("other.bin"), "front");
     EXPECT_TRUE(fs::rem_source("/front/"));
     std::future<bool> removed;
     failing->act = [&] {
@@ -141,7 +139,7 @@ TEST_F(SlowOpens, ThatFailAreLookedForInTheSourcesBehind) {
         while (find_source("/failing") != nullptr) std::this_thread::yield();
         return true;
     };
-    EXPECT_TRUE(Reads("other.bin", "other"));
+    EXPECT_EQ(load("other.bin"), "other");
     EXPECT_TRUE(removed.get());
 }
 
@@ -153,10 +151,10 @@ TEST_F(SlowOpens, AnswerAsOpensUnderTheLockDid) {
     auto* const source = new CWin32_dir(EFSSourceType::PLS);
     ASSERT_TRUE(source->init(fs::path((front.path() + '/').c_str(), true), whole_tree, nullptr));
     fs::add_source(source, whole_tree);
-    EXPECT_TRUE(Reads("other.bin", "front"));
+    EXPECT_EQ(load("other.bin"), "front");
     std::filesystem::remove(front / "other.bin");
     fs::clear_error();
-    EXPECT_TRUE(Reads("other.bin", "other"));
+    EXPECT_EQ(load("other.bin"), "other");
     EXPECT_EQ(fs::last_error().code, EFSError::NONE);
     SFsFile* const writer = fs::open("busy.bin", EFSMode::WRITE);
     EXPECT_EQ(fs::open("busy.bin", EFSMode::READ), nullptr);
@@ -178,7 +176,7 @@ TEST_F(SlowOpens, LeaveADerivedSourceToItself) {
     auto* const derived = new Derived(EFSSourceType::PLS);
     ASSERT_TRUE(derived->init(fs::path((directory_.path() + '/').c_str(), true), whole_tree, nullptr));
     fs::add_source(derived, whole_tree);
-    EXPECT_TRUE(Reads("other.bin", "other"));
+    EXPECT_EQ(load("other.bin"), "other");
     EXPECT_EQ(derived->opens, 1);
 }
 

@@ -108,40 +108,28 @@ TEST_F(WholeFile, AFullDiskIsNotTakenForSuccess) {
 }
 
 TEST_F(WholeFile, WideTextIsMarkedUnitsOrNarrowText) {
-    const struct {
-        std::string bytes;
-        std::wstring text;
-    } rows[] = {
+    const std::wstring half_a(1, static_cast<wchar_t>(0xD83D)), half_b(1, static_cast<wchar_t>(0xDE00));
+    const std::pair<std::string, std::wstring> rows[] = {
         {"", L""},
         {"x", L""},  // a file of one byte is not looked at
         {"\xFF\xFE", L""},
-        {"\xFF\xFE"
-         "a\0b\0"s,
-         L"ab"},
-        {"\xFF\xFE"
-         "a\0b"s,
-         L"a"},  // half a unit is none
+        {"\xFF\xFE\x61\0b\0"s, L"ab"},
+        {"\xFF\xFE\x61\0b"s, L"a"},  // half a unit is none
         {"\xFF\xFE\x3D\xD8\x00\xDE"s, L"\U0001F600"},
-        {"\xFF\xFE\x3D\xD8"
-         "a\0"s,
-         std::wstring(1, static_cast<wchar_t>(0xD83D)) + L"a"},
-        {"\xFF\xFE\x00\xDE"s, std::wstring(1, static_cast<wchar_t>(0xDE00))},
+        {"\xFF\xFE\x3D\xD8\x61\0"s, half_a + L"a"},
+        {"\xFF\xFE\x00\xDE"s, half_b},
         {"narrow", L"narrow"},
     };
-    for (const auto& row : rows) {
-        source_->add("w.txt", row.bytes);
-        EXPECT_EQ(load_wide("w.txt"), row.text) << testing::PrintToString(row.bytes);
+    for (const auto& [bytes, text] : rows) {
+        source_->add("w.txt", bytes);
+        EXPECT_EQ(load_wide("w.txt"), text) << testing::PrintToString(bytes);
     }
     EXPECT_EQ(load_wide("missing"), L"(none)");
 }
 
 TEST_F(WholeFile, WideTextIsSavedAsUnits) {
     EXPECT_TRUE(fs::save_wide_string(L"a\u20AC\U0001F600", "w.txt"));
-    EXPECT_EQ(source_->content("w.txt"),
-              "\xFF\xFE"
-              "a\0"
-              "\xAC\x20"
-              "\x3D\xD8\x00\xDE"s);
+    EXPECT_EQ(source_->content("w.txt"), "\xFF\xFE\x61\0\xAC\x20\x3D\xD8\x00\xDE"s);
     EXPECT_TRUE(fs::save_wide_string(L"", "w.txt"));
     EXPECT_EQ(source_->content("w.txt"), "\xFF\xFE");
     EXPECT_FALSE(fs::save_wide_string(L"x", nullptr));

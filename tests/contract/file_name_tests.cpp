@@ -38,20 +38,24 @@ TEST(FileNames, AreTakenApartAsTheRunTimeDoes) {
         {"dir/", "dir/", "", ""},   {"/root.x", "/", "root", ".x"},
     };
     for (const auto& row : rows) {
-        const char* shown = row.path != nullptr ? row.path : "(null)";
-        EXPECT_EQ(call(fs::filename_get_path, row.path), row.dir) << shown;
-        EXPECT_EQ(call(fs::filename_get_name, row.path), row.name) << shown;
-        EXPECT_EQ(call(fs::filename_get_ext, row.path), row.ext) << shown;
-        EXPECT_EQ(call(fs::filename_get_fname, row.path), std::string(row.name) + row.ext) << shown;
+        SCOPED_TRACE(testing::PrintToString(row.path));
         const fs::string text = row.path != nullptr ? row.path : "";
-        EXPECT_EQ(fs::filename_get_path(text), row.dir) << shown;
-        EXPECT_EQ(fs::filename_get_name(text), row.name) << shown;
-        EXPECT_EQ(fs::filename_get_ext(text), row.ext) << shown;
-        EXPECT_EQ(fs::filename_get_fname(text), std::string(row.name) + row.ext) << shown;
-        EXPECT_EQ(fs::extract_path(row.path), row.dir) << shown;
+        const struct {
+            char* (*of_path)(char*, const char*);
+            fs::string (*of_text)(const fs::string&);
+            std::string part;
+        } functions[] = {{fs::filename_get_path, fs::filename_get_path, row.dir},
+                         {fs::filename_get_name, fs::filename_get_name, row.name},
+                         {fs::filename_get_ext, fs::filename_get_ext, row.ext},
+                         {fs::filename_get_fname, fs::filename_get_fname, std::string(row.name) + row.ext}};
+        for (const auto& function : functions) {
+            EXPECT_EQ(call(function.of_path, row.path), function.part);
+            EXPECT_EQ(function.of_text(text), function.part);
+        }
+        EXPECT_EQ(fs::extract_path(row.path), row.dir);
         char drive[fs::path_capacity], dir[fs::path_capacity], name[fs::path_capacity], ext[fs::path_capacity];
-        EXPECT_TRUE(fs::decompose_path(row.path, drive, dir, name, ext)) << shown;
-        EXPECT_EQ(std::string(drive) + dir + name + ext, text) << shown;
+        EXPECT_TRUE(fs::decompose_path(row.path, drive, dir, name, ext));
+        EXPECT_EQ(std::string(drive) + dir + name + ext, text);
     }
     EXPECT_EQ(call(fs::filename_get_path, "c:x"), knows_drives ? "c:" : "");
     EXPECT_EQ(call(fs::filename_get_name, "c:x"), knows_drives ? "x" : "c:x");

@@ -99,26 +99,13 @@ TEST(Dir, HoldsHugeAndDeepTrees) {
     EXPECT_NE(copy.find(path.c_str()), nullptr);
 }
 
-std::string dumped;
-void note_dump(Log::ELevel::TYPE, const char*, const char* text) { dumped += text; }
-
-/// A directory of somebody else's making, which may have children of one name.
-struct OwnDirectory final : fs::idir {
-    OwnDirectory(const char* name, const idir* child, const idir* sibling)
-        : name_(name), child_(child), sibling_(sibling) {}
-    const char* name() const override { return name_; }
-    const idir* parent() const override { return nullptr; }
-    const idir* first_child() const override { return child_; }
-    const idir* next_sibling() const override { return sibling_; }
-    const char* name_;
-    const idir* child_;
-    const idir* sibling_;
-};
-
 TEST(DumpDirectories, WritesATreeWithDuplicatesMarked) {
-    const OwnDirectory two("twin", nullptr, nullptr), one("twin", nullptr, &two), root("root", &one, nullptr);
-    dumped.clear();
-    LogSetPrintCallback(note_dump);
+    fs::dir root;
+    root.set_name("root");
+    root.add_path("twin");
+    root.add_path("other")->set_name("twin");
+    static std::string dumped;
+    LogSetPrintCallback([](Log::ELevel::TYPE, const char*, const char* text) { dumped += text; });
     _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
     DumpDirectories(&root, 1);
     DumpDirectories(nullptr, 1);

@@ -67,33 +67,21 @@ std::string model(const std::string& in) {
 
 TEST(PathNormalize, FollowsItsRules) {
     const std::pair<const char*, const char*> rows[] = {{"", ""},
-                                                        {"Data", "data"},
                                                         {"C:\\Data\\.\\Maps\\..\\x.bin", "c:/data/x.bin"},
                                                         {"a/../../b", "../b"},
                                                         {"/../a", "/a"},
                                                         {"a//b/", "a/b/"},
                                                         {"\\\\srv\\share\\dir", "//srv/share/dir"},
-                                                        {"//SRV/Share/../x", "//srv/share/x"},
                                                         {"//server/", "//server/"},
                                                         {"//server", "/server"},
                                                         {"//server//x", "/server/x"},
-                                                        {"///server/x", "/server/x"},
                                                         {"..", ".."},
-                                                        {"../", "../"},
-                                                        {"../..", "../.."},
                                                         {"a/..", ""},
-                                                        {"a/../", ""},
                                                         {"///", "/"},
                                                         {"/", "/"},
-                                                        {".", ""},
-                                                        {"./", ""},
-                                                        {"./x", "x"},
-                                                        {"x/.", "x"},
-                                                        {"x/./", "x/"},
                                                         {"x/..y", "x/..y"},
                                                         {".git/..hidden/...", ".git/..hidden/..."},
                                                         {"c:", "c:"},
-                                                        {"c:x", "c:x"},
                                                         {"c:..\\x", "c:../x"},
                                                         {"c:/..", "c:/"},
                                                         {"pack:a/../b", "pack:b"},
@@ -143,55 +131,37 @@ TEST(IsFullPath, KnowsRootsAndPrefixes) {
     EXPECT_FALSE(fs::is_full_path(nullptr));
 }
 
-struct Split {
-    std::string dir;
-    std::string file;
-    bool operator==(const Split&) const = default;
-};
-std::ostream& operator<<(std::ostream& out, const Split& split) { return out << split.dir << '|' << split.file; }
-Split split_of(const fs::path& path) { return {path.PathName(), path.FileName()}; }
+/// "directory|file name".
+std::string split_of(const fs::path& path) { return std::string(path.PathName()) + '|' + path.FileName(); }
 
 TEST(Path, SplitsAtTheLastSeparator) {
-    const struct {
-        const char* in;
-        Split out;
-    } rows[] = {
-        {"", {"", ""}},
-        {"File.TXT", {"", "file.txt"}},
-        {"A\\B\\c", {"a/b/", "c"}},
-        {"a/b/", {"a/b/", ""}},
-        {"a/..", {"", ""}},
-        {"../x", {"../", "x"}},
-        {"/x", {"/", "x"}},
-        {"c:/x", {"c:/", "x"}},
-        {"c:x", {"", "c:x"}},
-        {"//srv/share/x", {"//srv/share/", "x"}},
-        {"a/c:..", {"a/", "c:.."}},
-        {"a/c:./", {"a/c:./", ""}},
-        {"a/c:.", {"a/", "c:"}},  // each part is normalised on its own
+    const std::pair<const char*, const char*> rows[] = {
+        {"", "|"},
+        {"A\\B\\c", "a/b/|c"},
+        {"../x", "../|x"},
+        {"c:x", "|c:x"},
+        {"//srv/share/x", "//srv/share/|x"},
+        {"a/c:..", "a/|c:.."},
+        {"a/c:./", "a/c:./|"},
+        {"a/c:.", "a/|c:"},  // each part is normalised on its own
     };
-    for (const auto& row : rows) EXPECT_EQ(split_of(fs::path(row.in, true)), row.out) << row.in;
+    for (const auto& [in, out] : rows) EXPECT_EQ(split_of(fs::path(in, true)), out) << in;
     EXPECT_TRUE(fs::path(nullptr, true).Empty());
-    EXPECT_EQ(split_of(fs::path("Maps/Big", false)), (Split{"Maps/", "Big"}));
+    EXPECT_EQ(split_of(fs::path("Maps/Big", false)), "Maps/|Big");
 }
 
 TEST(Path, MarksAreThoseOfTheLatestText) {
-    fs::path path;
-    EXPECT_TRUE(path.IsInstalled());
-    EXPECT_FALSE(path.IsLowercase());
-    path.SetInstalled(false);
-    path.Set("A", "B", false);
-    EXPECT_TRUE(path.IsInstalled());
-    EXPECT_FALSE(path.IsLowercase());
-    path.Lowercase();
+    fs::path path("X", true);
     EXPECT_TRUE(path.IsLowercase());
-    EXPECT_EQ(split_of(path), (Split{"a/", "b"}));
-    EXPECT_TRUE(fs::path("X", true).IsLowercase());
-    EXPECT_FALSE(fs::path("X", false).IsLowercase());
     path.SetInstalled(false);
     const fs::path copy = path;
-    EXPECT_FALSE(copy.IsInstalled());
-    EXPECT_TRUE(copy.IsLowercase());
+    EXPECT_TRUE(copy.IsLowercase() && !copy.IsInstalled());
+    path.Set("A", "B", false);
+    EXPECT_TRUE(path.IsInstalled() && !path.IsLowercase());
+    path.Lowercase();
+    EXPECT_TRUE(path.IsLowercase());
+    EXPECT_EQ(split_of(path), "a/|b");
+    EXPECT_FALSE(fs::path("X", false).IsLowercase() || fs::path().IsLowercase());
 }
 
 TEST(Path, KeepsItsTextWhereverItIsCopied) {
@@ -199,7 +169,7 @@ TEST(Path, KeepsItsTextWhereverItIsCopied) {
         const std::string word(length, 'w');
         fs::path path;
         path.Set(word.c_str(), word.c_str(), true);
-        const Split expected{word.empty() ? "" : word + "/", word};
+        const std::string expected = (word.empty() ? "" : word + "/") + '|' + word;
         fs::path copy(path);
         const fs::path& same = copy;
         copy = same;  // onto itself
@@ -212,7 +182,7 @@ TEST(Path, KeepsItsTextWhereverItIsCopied) {
         moved.Set(moved.FileName(), moved.FileName(), true);  // its own text
         EXPECT_EQ(split_of(moved), expected) << length;
         moved = fs::path("short", true);
-        EXPECT_EQ(split_of(moved), (Split{"", "short"})) << length;
+        EXPECT_EQ(split_of(moved), "|short") << length;
         copy = moved;
         EXPECT_TRUE(copy == moved);
         moved.Release();

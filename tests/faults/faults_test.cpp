@@ -1,13 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstdio>
 #include <filesystem>
 
 #include "engine/platform/faults.h"
 #include "tests/faults/allocation_faults.h"
 #include "tests/faults/scenarios.h"
-#include "tests/faults/tool_scenarios.h"
 
 // Every exported family meets every single fault once: the Nth allocation, and the Nth call past each point of the
 // platform seam, for N = 1, 2 … until a run meets none. After each: the answer is honest and so is its reason, old data
@@ -27,31 +25,25 @@ struct Fault {
     EFSError::TYPE reason;  // what a failing call must say; NONE: any reason will do
 };
 
-const std::vector<Fault>& faults() {
-    static const std::vector<Fault> all = {
-        {"allocation", true, {}, {}, false, EFSError::OUT_OF_MEMORY},
-        {"allocations from then on", true, {}, {}, true, EFSError::OUT_OF_MEMORY},
-        {"open", false, FaultPoint::OPEN, Failure::OTHER, false, EFSError::NONE},
-        {"open, denied", false, FaultPoint::OPEN, Failure::ACCESS_DENIED, false, EFSError::NONE},
-        {"read", false, FaultPoint::READ, Failure::OTHER, false, EFSError::IO},
-        {"full disk", false, FaultPoint::WRITE, Failure::DISK_FULL, true, EFSError::DISK_FULL},
-        {"write", false, FaultPoint::WRITE, Failure::OTHER, false, EFSError::NONE},
-        {"listing", false, FaultPoint::LIST, Failure::OTHER, false, EFSError::NONE},
-        {"stat", false, FaultPoint::STAT, Failure::OTHER, false, EFSError::NONE},
-        {"removal", false, FaultPoint::REMOVE, Failure::OTHER, false, EFSError::NONE},
-        {"renaming", false, FaultPoint::RENAME, Failure::OTHER, false, EFSError::NONE},
-        {"making a directory", false, FaultPoint::CREATE_DIRECTORY, Failure::DISK_FULL, false, EFSError::NONE},
-        {"setting the end", false, FaultPoint::SET_END, Failure::OTHER, false, EFSError::NONE},
-    };
-    return all;
-}
+const Fault faults[] = {
+    {"allocation", true, {}, {}, false, EFSError::OUT_OF_MEMORY},
+    {"allocations from then on", true, {}, {}, true, EFSError::OUT_OF_MEMORY},
+    {"open", false, FaultPoint::OPEN, Failure::OTHER, false, EFSError::NONE},
+    {"open, denied", false, FaultPoint::OPEN, Failure::ACCESS_DENIED, false, EFSError::NONE},
+    {"read", false, FaultPoint::READ, Failure::OTHER, false, EFSError::IO},
+    {"full disk", false, FaultPoint::WRITE, Failure::DISK_FULL, true, EFSError::DISK_FULL},
+    {"write", false, FaultPoint::WRITE, Failure::OTHER, false, EFSError::NONE},
+    {"listing", false, FaultPoint::LIST, Failure::OTHER, false, EFSError::NONE},
+    {"stat", false, FaultPoint::STAT, Failure::OTHER, false, EFSError::NONE},
+    {"removal", false, FaultPoint::REMOVE, Failure::OTHER, false, EFSError::NONE},
+    {"renaming", false, FaultPoint::RENAME, Failure::OTHER, false, EFSError::NONE},
+    {"making a directory", false, FaultPoint::CREATE_DIRECTORY, Failure::DISK_FULL, false, EFSError::NONE},
+    {"setting the end", false, FaultPoint::SET_END, Failure::OTHER, false, EFSError::NONE},
+};
 
-const std::vector<test::Scenario>& scenarios() {
-    static const std::vector<test::Scenario> all = [] {
-        std::vector<test::Scenario> every = test::scenarios();
-        for (test::Scenario& row : test::tool_scenarios()) every.push_back(std::move(row));
-        return every;
-    }();
+std::vector<test::Scenario> all_scenarios() {
+    std::vector<test::Scenario> all = test::scenarios();
+    for (test::Scenario& row : test::tool_scenarios()) all.push_back(std::move(row));
     return all;
 }
 
@@ -113,14 +105,14 @@ bool meets(const test::Scenario& scenario, test::Stage& stage, const Fault& faul
     return struck;
 }
 
-class Faults : public testing::TestWithParam<std::size_t> {};
+class Faults : public testing::TestWithParam<test::Scenario> {};
 
 TEST_P(Faults, LoseNothingAndAreToldTruly) {
     Log::Settings::Instance().SetLevel(Log::ELevel::NONE);  // a start that fails ends the process by its message
-    const test::Scenario& scenario = scenarios()[GetParam()];
+    const test::Scenario& scenario = GetParam();
     test::Stage stage((std::filesystem::current_path() / "stage").generic_string());
     std::uint32_t visited = 0;
-    for (const Fault& fault : faults()) {
+    for (const Fault& fault : faults) {
         if (fault.is_allocation && !scenario.allocations) continue;
         for (std::uint32_t nth = 1;; ++nth) {
             SCOPED_TRACE(std::string(scenario.name) + ", " + fault.name + " number " + std::to_string(nth));
@@ -134,13 +126,12 @@ TEST_P(Faults, LoseNothingAndAreToldTruly) {
     RecordProperty("faults", std::to_string(visited));
 }
 
-std::string scenario_name(const testing::TestParamInfo<std::size_t>& info) {
-    std::string name = scenarios()[info.param].name;
-    std::erase_if(name, [](char letter) { return letter == ' '; });
-    std::erase(name, '_');
+std::string scenario_name(const testing::TestParamInfo<test::Scenario>& info) {
+    std::string name = info.param.name;
+    std::erase(name, ' ');
     return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Everywhere, Faults, testing::Range(std::size_t{0}, scenarios().size()), scenario_name);
+INSTANTIATE_TEST_SUITE_P(Everywhere, Faults, testing::ValuesIn(all_scenarios()), scenario_name);
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "tests/faults/scenarios.h"
 
+#include <engine/filesystem/comfort.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -23,7 +25,6 @@ const fs::string new_save = "the new save, which is longer";
 const fs::string fresh = "fresh";
 const fs::string long_text(5000, 'x');
 
-void mounted(Stage& stage) { stage.mount(); }
 void bare(Stage&) {}
 /// A pack at the head of the list creates nothing.
 void without_pack(Stage& stage) {
@@ -65,15 +66,18 @@ std::string all_is_mounted() {
                      expect("packed.txt", load("packed.txt").substr(0, 14), "line 0\nline 1\n")});
 }
 
+std::string mount_is_whole(Stage&, bool answer) { return answer ? all_is_mounted() : ""; }
+
+/// Writes and closes.
+bool write_all(fs::file_ptr file, std::string_view text) {
+    return file && fs::write(file.get(), text.data(), text.size()) == text.size();
+}
+
 /// Adds `text` to save.txt by an open of this mode.
 bool add_to_save(EFSMode::TYPE mode, const char* text) {
-    SFsFile* const file = fs::open("save.txt", mode);
-    if (file == nullptr) return false;
-    const std::string_view bytes = text;
-    const bool placed = mode == EFSMode::APPEND || fs::seek(file, 0, EFSSeek::END);
-    const bool written = placed && fs::write(file, bytes.data(), bytes.size()) == bytes.size();
-    fs::close(file);
-    return written;
+    fs::file_ptr file = fs::open_file("save.txt", mode);
+    if (file == nullptr || (mode != EFSMode::APPEND && !fs::seek(file.get(), 0, EFSSeek::END))) return false;
+    return write_all(std::move(file), text);
 }
 
 std::string save_begins_as_before(Stage& stage, bool answer) {
@@ -82,24 +86,26 @@ std::string save_begins_as_before(Stage& stage, bool answer) {
     return answer && !found.ends_with("+") ? "what was added is not there" : "";
 }
 
-std::string save_is_whole(Stage& stage, bool answer) {
-    if (!answer) return "";
-    return first_of({expect("save.txt on the disk", stage.on_disk("root/save.txt"), new_save),
-                     expect("save.txt", load("save.txt"), new_save)});
-}
-
 /// Everything that `names` do not name is as it was built.
-std::string others_untouched(Stage& stage, std::initializer_list<const char*> names) {
+std::string others_untouched(Stage& stage, const std::vector<std::string>& names) {
     const Tree disk = stage.disk();
     for (const auto& [name, bytes] : stage_tree()) {
-        bool is_meant = false;
-        for (const char* meant : names) is_meant = is_meant || name == meant;
-        if (is_meant) continue;
+        if (std::find(names.begin(), names.end(), name) != names.end()) continue;
         const auto found = disk.find(name);
         if (found == disk.end()) return name + " is gone";
         if (found->second != bytes) return name + " has changed";
     }
     return "";
+}
+
+/// After success the file `name` of the root holds this, on the disk and for the library; no other file changes ever.
+auto leaves(std::string name, std::string bytes) {
+    return [=](Stage& stage, bool answer) -> std::string {
+        const std::string on_disk = "root/" + name;
+        return first_of({others_untouched(stage, {on_disk}),
+                         answer ? expect(on_disk, stage.on_disk(on_disk.c_str()), bytes) : "",
+                         answer ? expect(name, load(name.c_str()), bytes) : ""});
+    };
 }
 
 std::string renamed(Stage& stage, bool answer) {
@@ -134,22 +140,18 @@ bool mounts_with(const std::string& path, const std::vector<const char*>& names)
 
 Scenario pack_scenario() {
     static std::vector<const char*> added;
-    return {.name = "pack writer",
-            .prepare =
-                [](Stage& stage) {
-                    write_pack(stage, added);  // the old one, and room for what is added
-                    fs::init(stage.root.c_str(), FFSAddSourceFlags::NONE, "", false, false, nullptr);
-                },
-            .act = [](Stage& stage) { return write_pack(stage, added); },
-            .check = [](Stage& stage, bool) -> std::string {
-                if (!mounts_with(stage.new_pack, {"a.txt", "b.txt", "c.txt"}) && !mounts_with(stage.new_pack, added)) {
-                    return "the pack is neither the old one nor what was added";
-                }
-                for (const auto& [name, bytes] : stage.disk()) {
-                    if (name.starts_with("new.pak") && name != "new.pak") return name + " is left over";
-                }
-                return "";
-            }};
+    const auto prepare = [](Stage& stage) {
+        write_pack(stage, added);  // the old one, and room for what is added
+        fs::init(stage.root.c_str(), FFSAddSourceFlags::NONE, "", false, false, nullptr);
+    };
+    const auto check = [](Stage& stage, bool) -> std::string {
+        if (!mounts_with(stage.new_pack, {"a.txt", "b.txt", "c.txt"}) && !mounts_with(stage.new_pack, added))
+            return "the pack is neither the old one nor what was added";
+        for (const auto& [name, bytes] : stage.disk())
+            if (name.starts_with("new.pak") && name != "new.pak") return name + " is left over";
+        return "";
+    };
+    return {"pack writer", [](Stage& stage) { return write_pack(stage, added); }, check, prepare};
 }
 
 bool write_zip() {
@@ -235,24 +237,18 @@ bool write_native_stream(Stage& stage) {
     return written && !stream.failed();
 }
 
-bool gzip_round_trip(Stage&) {
+bool write_gzip(Stage&) {
     fs::clear_error();
-    SFsFile* const out = fs::open("save.gz", EFSMode::WRITE, FFSOpenFlags::CREATE | FFSOpenFlags::GZIP_LEVEL5);
-    if (out == nullptr) return false;
-    const std::string_view text = new_save;
-    const bool written = fs::write(out, text.data(), text.size()) == text.size();
-    fs::close(out);
-    return written && fs::last_error().code == EFSError::NONE;
+    constexpr auto flags = FFSOpenFlags::CREATE | FFSOpenFlags::GZIP_LEVEL5;
+    return write_all(fs::open_file("save.gz", EFSMode::WRITE, flags), new_save) &&
+           fs::last_error().code == EFSError::NONE;
 }
 
 std::string gzip_reads_back(Stage&, bool answer) {
-    if (!answer) return "";
-    SFsFile* const in = fs::open("save.gz", EFSMode::READ, FFSOpenFlags::GZIP);
-    if (in == nullptr) return "the member does not open";
-    char bytes[100];
-    const std::uint64_t got = fs::read(in, bytes, sizeof(bytes));
-    fs::close(in);
-    return expect("save.gz", std::string(bytes, got <= sizeof(bytes) ? static_cast<std::size_t>(got) : 0), new_save);
+    std::string text = "(none)";
+    const fs::file_ptr in = fs::open_file("save.gz", EFSMode::READ, FFSOpenFlags::GZIP);
+    if (answer && in) fs::read_rest(in.get(), text);
+    return answer ? expect("save.gz", text, new_save) : "";
 }
 
 bool read_queued(Stage&) {
@@ -322,7 +318,7 @@ bool load_by_worker(Stage&) {
 /// A zlib stream of three stored bytes.
 constexpr unsigned char packed_abc[] = {0x78, 0x01, 0x01, 3, 0, 0xFC, 0xFF, 'a', 'b', 'c', 0x02, 0x4D, 0x01, 0x27};
 
-bool use_memory_archive() {
+bool use_memory_archive(Stage&) {
     static char memory[100];
     static fs::ZippedDataArchive archive;
     archive.UnbindArchiveFromMemory();  // of the run before
@@ -359,157 +355,104 @@ std::string list_is_whole(Stage&, bool answer) {
     return text.empty() && !answer ? "" : expect("the list", text, "levels/one.txt levels/two.txt ");
 }
 
+std::string directory_is_gone(Stage& stage, bool answer) {
+    if (answer && std::filesystem::exists(stage / "root/levels")) return "the directory is still there";
+    if (answer && fs::search_dir("levels") != nullptr) return "the index still has the directory";
+    return others_untouched(stage, {"root/levels/one.txt", "root/levels/two.txt"});
+}
+
+std::string file_is_gone(Stage& stage, bool answer) {
+    const bool is_there = stage.on_disk("root/save.txt") != "(none)";
+    if (is_there != fs::exists("save.txt")) return "table and disk disagree";
+    return answer && is_there ? "the file is still there" : "";
+}
+
+std::string directory_is_made(Stage& stage, bool answer) {
+    return !answer || std::filesystem::is_directory(stage / "root/new/place") ? "" : "the directory is not there";
+}
+
+std::string backup_is_whole(Stage& stage, bool answer) {
+    const std::string copied = stage.on_disk("root/save.txt.bak");
+    if (stage.on_disk("root/save.txt") != old_save && copied != old_save) return "the file is lost";
+    return answer ? expect("the backup", copied, old_save) : "";
+}
+
+bool change_attributes(Stage&) {
+    return fs::set_write_time("save.txt", 132'000'000'000'000'000) && fs::read_only_set("save.txt") &&
+           fs::read_only_remove("save.txt");
+}
+
+std::string only_attributes_changed(Stage& stage, bool) {
+    fs::read_only_remove("save.txt");
+    return others_untouched(stage, {});
+}
+
+void add_behind_the_mount(Stage& stage) {
+    stage.mount();
+    std::filesystem::copy_file(stage / "root/save.txt", stage / "root/levels/added.txt");
+}
+
+std::string refresh_finds_all(Stage&, bool answer) {
+    return first_of({all_is_mounted(), answer ? expect("what was added", load("levels/added.txt"), old_save) : ""});
+}
+
+std::string container_is_old_or_empty(Stage& stage, bool answer) {
+    if (!answer) return container_is_whole(stage, false);
+    CFileHashMultiContainer file;
+    return file.Open("a.mc", false) && fetch_text(file, 1) == "(none)" ? "" : "it is not empty";
+}
+
+bool read_whole_files(Stage&) {
+    return reads("levels/one.txt", "one") && reads("packed.txt", "line 0\nline 1\n") && reads("stored.bin", "stored");
+}
+
 }  // namespace
 
 const std::vector<Scenario>& scenarios() {
     static const std::vector<Scenario> all = {
-        {.name = "mount",
-         .prepare = bare,
-         .act = [](Stage& stage) { return stage.unmount(), stage.mount(); },
-         .check = [](Stage&, bool answer) { return answer ? all_is_mounted() : ""; }},
-        {.name = "mount by a recorded listing",
-         .prepare = [](Stage& stage) { stage.mount(true), stage.unmount(); },
-         .act = [](Stage& stage) { return stage.unmount(), stage.mount(true); },
-         .check = [](Stage&, bool answer) { return answer ? all_is_mounted() : ""; }},
-        {.name = "append",
-         .prepare = mounted,
-         .act = [](Stage&) { return add_to_save(EFSMode::APPEND, "+"); },
-         .check = save_begins_as_before},
-        {.name = "read and write",
-         .prepare = mounted,
-         .act = [](Stage&) { return add_to_save(EFSMode::READ_WRITE, "+"); },
-         .check = save_begins_as_before},
-        {.name = "save",
-         .prepare = without_pack,
-         .act = [](Stage&) { return fs::save_text_file(new_save, "save.txt"); },
-         .check = save_is_whole},
-        {.name = "save a new file",
-         .prepare = without_pack,
-         .act = [](Stage&) { return fs::save_text_file(fresh, "made/up/fresh.txt"); },
-         .check = [](Stage&, bool answer) -> std::string {
-             return answer ? expect("fresh.txt", load("made/up/fresh.txt"), fresh) : "";
-         }},
-        {.name = "read whole files",
-         .prepare = mounted,
-         .act =
-             [](Stage&) {
-                 return reads("levels/one.txt", "one") && reads("packed.txt", "line 0\nline 1\n") &&
-                        reads("stored.bin", "stored");
-             },
-         .check = [](Stage&, bool) { return ""; }},
-        {.name = "search",
-         .prepare = mounted,
-         .act = [](Stage&) { return said_nothing([] { found_names = fs::search("levels/", "*.txt", false, false); }); },
-         .check = list_is_whole},
-        {.name = "make a directory",
-         .prepare = without_pack,
-         .act = [](Stage&) { return fs::mkdir("new/place"); },
-         .check = [](Stage& stage, bool answer) -> std::string {
-             const bool is_there = std::filesystem::is_directory(stage / "root/new/place");
-             return answer && !is_there ? "the directory is not there" : "";
-         }},
-        {.name = "rename",
-         .prepare = mounted,
-         .act = [](Stage&) { return fs::rename("save.txt", "kept/save2.txt"); },
-         .check = renamed},
-        {.name = "remove a file",
-         .prepare = mounted,
-         .act = [](Stage&) { return fs::rem_file("save.txt"); },
-         .check = [](Stage& stage, bool answer) -> std::string {
-             const bool is_there = stage.on_disk("root/save.txt") != "(none)";
-             if (is_there == fs::exists("save.txt")) return answer && is_there ? "the file is still there" : "";
-             return "table and disk disagree";
-         }},
-        {.name = "remove a directory",
-         .prepare = mounted,
-         .act = [](Stage&) { return said_nothing([] { fs::rem_dir("levels"); }); },
-         .check = [](Stage& stage, bool answer) -> std::string {
-             if (answer && std::filesystem::exists(stage / "root/levels")) return "the directory is still there";
-             if (answer && fs::search_dir("levels") != nullptr) return "the index still has the directory";
-             return others_untouched(stage, {"root/levels/one.txt", "root/levels/two.txt"});
-         }},
-        {.name = "copy",
-         .prepare = without_pack,
-         .act = [](Stage&) { return fs::copy("levels/one.txt", "copies/one.txt", 0); },
-         .check = [](Stage& stage, bool answer) -> std::string {
-             return first_of(
-                 {others_untouched(stage, {}), answer ? expect("the copy", load("copies/one.txt"), "one") : ""});
-         }},
-        {.name = "copy a directory",
-         .prepare = without_pack,
-         .act = [](Stage&) { return fs::copy_dir("levels", "copies"); },
-         .check = [](Stage& stage, bool answer) -> std::string {
-             return first_of(
-                 {others_untouched(stage, {}), answer ? expect("the copy", load("copies/two.txt"), "two") : ""});
-         }},
-        {.name = "back up",
-         .prepare = without_pack,
-         .act = [](Stage&) { return said_nothing([] { fs::create_backup_copy("save.txt"); }); },
-         .check = [](Stage& stage, bool answer) -> std::string {
-             const std::string kept = stage.on_disk("root/save.txt");
-             const std::string copied = stage.on_disk("root/save.txt.bak");
-             if (kept != old_save && copied != old_save) return "the file is lost";
-             return answer ? expect("the backup", copied, old_save) : "";
-         },
-         .repeatable = false},
-        {.name = "attributes",
-         .prepare = mounted,
-         .act =
-             [](Stage&) {
-                 return fs::set_write_time("save.txt", 132'000'000'000'000'000) && fs::read_only_set("save.txt") &&
-                        fs::read_only_remove("save.txt");
-             },
-         .check = [](Stage& stage, bool) -> std::string {
-             fs::read_only_remove("save.txt");
-             return others_untouched(stage, {});
-         }},
-        {.name = "refresh",
-         .prepare =
-             [](Stage& stage) {
-                 stage.mount();
-                 std::filesystem::copy_file(stage / "root/save.txt", stage / "root/levels/added.txt");
-             },
-         .act = [](Stage&) { return said_nothing([] { fs::refresh(); }); },
-         .check = [](Stage&, bool answer) -> std::string {
-             return first_of(
-                 {all_is_mounted(), answer ? expect("what was added", load("levels/added.txt"), old_save) : ""});
-         }},
+        {"mount", [](Stage& stage) { return stage.unmount(), stage.mount(); }, mount_is_whole, bare},
+        {"mount by a recorded listing", [](Stage& stage) { return stage.unmount(), stage.mount(true); }, mount_is_whole,
+         [](Stage& stage) { stage.mount(true), stage.unmount(); }},
+        {"append", [](Stage&) { return add_to_save(EFSMode::APPEND, "+"); }, save_begins_as_before},
+        {"read and write", [](Stage&) { return add_to_save(EFSMode::READ_WRITE, "+"); }, save_begins_as_before},
+        {"save", [](Stage&) { return fs::save_text_file(new_save, "save.txt"); }, leaves("save.txt", new_save),
+         without_pack},
+        {"save a new file", [](Stage&) { return fs::save_text_file(fresh, "made/up/fresh.txt"); },
+         leaves("made/up/fresh.txt", fresh), without_pack},
+        {"read whole files", read_whole_files},
+        {"search",
+         [](Stage&) { return said_nothing([] { found_names = fs::search("levels/", "*.txt", false, false); }); },
+         list_is_whole},
+        {"make a directory", [](Stage&) { return fs::mkdir("new/place"); }, directory_is_made, without_pack},
+        {"rename", [](Stage&) { return fs::rename("save.txt", "kept/save2.txt"); }, renamed},
+        {"remove a file", [](Stage&) { return fs::rem_file("save.txt"); }, file_is_gone},
+        {"remove a directory", [](Stage&) { return said_nothing([] { fs::rem_dir("levels"); }); }, directory_is_gone},
+        {"copy", [](Stage&) { return fs::copy("levels/one.txt", "copies/one.txt", 0); },
+         leaves("copies/one.txt", "one"), without_pack},
+        {"copy a directory", [](Stage&) { return fs::copy_dir("levels", "copies"); }, leaves("copies/two.txt", "two"),
+         without_pack},
+        {"back up", [](Stage&) { return said_nothing([] { fs::create_backup_copy("save.txt"); }); }, backup_is_whole,
+         without_pack, /*repeatable*/ false},
+        {"attributes", change_attributes, only_attributes_changed},
+        {"refresh", [](Stage&) { return said_nothing([] { fs::refresh(); }); }, refresh_finds_all,
+         add_behind_the_mount},
         pack_scenario(),
-        {.name = "zip writer",
-         .prepare = without_pack,
-         .act = [](Stage&) { return write_zip(); },
-         .check = zip_is_whole},
-        {.name = "make a container anew",
-         .prepare = make_container,
-         .act = [](Stage&) { return CFileHashMultiContainer().Create("a.mc"); },
-         .check = [](Stage& stage, bool answer) -> std::string {
-             CFileHashMultiContainer file;
-             const bool is_empty = file.Open("a.mc", false) && fetch_text(file, 1) == "(none)";
-             return answer ? is_empty ? "" : "it is not empty" : container_is_whole(stage, false);
-         }},
-        {.name = "change a container", .prepare = make_container, .act = change_container, .check = container_is_whole},
-        {.name = "compact a container",
-         .prepare = make_container,
-         .act = compact_container,
-         .check = container_is_whole},
-        {.name = "cached writer",
-         .prepare = mounted,
-         .act = [](Stage&) { return write_stream(fs::cachedwrfile(16)); },
-         .check = save_is_whole},
-        {.name = "cached writer in order",
-         .prepare = mounted,
-         .act = [](Stage&) { return write_stream(fs::cachedwrnoseekfile(16)); },
-         .check = save_is_whole},
-        {.name = "native stream", .prepare = mounted, .act = write_native_stream, .check = save_is_whole},
-        {.name = "gzip handle", .prepare = without_pack, .act = gzip_round_trip, .check = gzip_reads_back},
-        {.name = "log file", .prepare = without_pack, .act = log_two_lines, .check = log_is_whole},
-        {.name = "memory archive",
-         .prepare = [](Stage&) { use_memory_archive(); },  // makes the archive itself
-         .act = [](Stage&) { return use_memory_archive(); },
-         .check = [](Stage&, bool) { return ""; }},
-        {.name = "load", .prepare = mounted, .act = load_by_worker, .check = [](Stage&, bool) { return ""; }},
-        {.name = "view", .prepare = mounted, .act = view_files, .check = [](Stage&, bool) { return ""; }},
-        {.name = "queued read", .prepare = mounted, .act = read_queued, .check = [](Stage&, bool) { return ""; }},
+        {"zip writer", [](Stage&) { return write_zip(); }, zip_is_whole, without_pack},
+        {"make a container anew", [](Stage&) { return CFileHashMultiContainer().Create("a.mc"); },
+         container_is_old_or_empty, make_container},
+        {"change a container", change_container, container_is_whole, make_container},
+        {"compact a container", compact_container, container_is_whole, make_container},
+        {"cached writer", [](Stage&) { return write_stream(fs::cachedwrfile(16)); }, leaves("save.txt", new_save)},
+        {"cached writer in order", [](Stage&) { return write_stream(fs::cachedwrnoseekfile(16)); },
+         leaves("save.txt", new_save)},
+        {"native stream", write_native_stream, leaves("save.txt", new_save)},
+        {"gzip handle", write_gzip, gzip_reads_back, without_pack},
+        {"log file", log_two_lines, log_is_whole, without_pack},
+        {"memory archive", use_memory_archive, nothing_wrong,
+         [](Stage& stage) { use_memory_archive(stage); }},  // makes it itself
+        {"load", load_by_worker},
+        {"view", view_files},
+        {"queued read", read_queued},
     };
     return all;
 }

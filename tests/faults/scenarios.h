@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -8,15 +9,18 @@
 
 namespace test {
 
+inline void mounted(Stage& stage) { stage.mount(); }
+inline std::string nothing_wrong(Stage&, bool) { return ""; }
+
 /// What an exported family does while the disk or memory may fail.
 struct Scenario {
     const char* name;
-    /// On a fresh stage, before anything fails: mounts it, mostly.
-    std::function<void(Stage&)> prepare;
     /// What may meet the fault. Its answer; for calls without one, whether fs::last_error stayed empty.
     std::function<bool(Stage&)> act;
     /// "" or what is wrong, after the fault, with the library still mounted. `answer` is what `act` said.
-    std::function<std::string(Stage&, bool answer)> check;
+    std::function<std::string(Stage&, bool answer)> check = nothing_wrong;
+    /// On a fresh stage, before anything fails.
+    std::function<void(Stage&)> prepare = mounted;
     /// Whether, after a failure, the same again must succeed and pass the check with `answer` true.
     bool repeatable = true;
     /// A command of the tool: it says why on standard error.
@@ -25,6 +29,12 @@ struct Scenario {
     bool allocations = true;
 };
 
+inline void PrintTo(const Scenario& scenario, std::ostream* out) { *out << scenario.name; }
+
 const std::vector<Scenario>& scenarios();
+/// A row for each command of enginefs. What a command leaves is held against what it leaves when nothing fails.
+std::vector<Scenario> tool_scenarios();
+/// What the last command said on standard error.
+std::string tool_messages();
 
 }  // namespace test

@@ -1,8 +1,9 @@
 #include "tests/faults/stage.h"
 
+#include <engine/filesystem/comfort.h>
+
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 
 #include "tests/support/temp_directory.h"
 
@@ -96,12 +97,8 @@ std::string Stage::left_open() const {
 }
 
 std::string load(const char* name) {
-    std::uint64_t size = 0;
-    void* const bytes = fs::read(name, &size);
-    if (bytes == nullptr) return "(none)";
-    std::string text(static_cast<const char*>(bytes), static_cast<std::size_t>(size));
-    std::free(bytes);
-    return text;
+    std::string text;
+    return fs::read_file(text, name) ? text : "(none)";
 }
 
 }  // namespace test

@@ -1,5 +1,3 @@
-#include "tests/faults/tool_scenarios.h"
-
 #include <fcntl.h>
 
 #include <algorithm>
@@ -15,6 +13,7 @@
 #include <unistd.h>
 #endif
 
+#include "tests/faults/scenarios.h"
 #include "tests/support/temp_directory.h"
 #include "tools/enginefs/program.h"
 #include "tools/enginefs/report.h"
@@ -176,22 +175,22 @@ std::vector<Scenario> tool_scenarios() {
     std::vector<Scenario> all;
     for (const Row& row : rows()) {
         const auto command = std::make_shared<std::unique_ptr<Command>>();
-        all.push_back(
-            {.name = row.name,
-             .prepare =
-                 [=, &row](Stage& stage) {
-                     furnish(stage);
-                     if (*command != nullptr) return;
-                     *command = std::make_unique<Command>(row, stage);
-                     stage.build();
-                     furnish(stage);
-                 },
-             .act = [=](Stage&) { return (*command)->run(); },
-             .check = [=](Stage& stage, bool answer) { return (*command)->check(stage, answer); },
-             // Done, but for names of a directory that cannot be listed, it ends with 1 and cannot be done again.
-             .repeatable = !row.moves,
-             .by_message = true,
-             .allocations = tool_allocations_can_fail && !row.lists_directories});
+        const auto prepare = [=, &row](Stage& stage) {
+            furnish(stage);
+            if (*command != nullptr) return;
+            *command = std::make_unique<Command>(row, stage);
+            stage.build();
+            furnish(stage);
+        };
+        // Done, but for names of a directory that cannot be listed, it ends with 1 and cannot be done again.
+        const bool repeatable = !row.moves;
+        all.push_back({.name = row.name,
+                       .act = [=](Stage&) { return (*command)->run(); },
+                       .check = [=](Stage& stage, bool answer) { return (*command)->check(stage, answer); },
+                       .prepare = prepare,
+                       .repeatable = repeatable,
+                       .by_message = true,
+                       .allocations = tool_allocations_can_fail && !row.lists_directories});
     }
     return all;
 }
