@@ -98,6 +98,10 @@ bool remove_tree(const char* path, TreeRemoval& removal);
 /// Whether the last component of `path` is itself a link.
 bool is_link(const char* path);
 
+/// Writes the path of what the link `path` leads to; one that is no link as resolve_case does. False when it leads nowhere
+/// or the path does not fit. `out` holds path_buffer_size bytes.
+bool resolve_link(const char* path, char* out);
+
 /// Writes the spelling under which the disk holds `path` (components that do not exist keep the caller's). False when
 /// it does not fit, or a directory on the way could not be read. `out` holds path_buffer_size bytes and may be `path`.
 bool resolve_case(const char* path, char* out);

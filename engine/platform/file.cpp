@@ -127,4 +127,17 @@ bool File::sync() {
     return !meets_fault(FaultPoint::SYNC) && flush();
 }
 
+bool File::replace(const char* from, const char* to) {
+    if (!sync() || meets_fault(FaultPoint::RENAME) || !rename_open(from, to)) return false;
+    close();
+    return true;
+}
+
+bool File::remove(const char* from) {
+    if (!valid()) return fail(Failure::INVALID_HANDLE);
+    if (meets_fault(FaultPoint::REMOVE) || !remove_open(from)) return false;
+    close();
+    return true;
+}
+
 }  // namespace platform

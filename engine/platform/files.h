@@ -29,6 +29,7 @@ struct OpenOptions {
     bool unbuffered = false;  // bypass the system's cache where the file system can
     bool overlapped = false;  // reads only through read_overlapped and read_at
     bool at_end = false;      // begin at the end of the file; the open fails when the length cannot be told
+    bool replaces = false;    // replace() or remove() will end it
 };
 
 /// A directory kept open so that opening below it walks only the rest of the path. Movable; may be empty.
@@ -91,6 +92,12 @@ public:
     /// same open file (a forked process).
     bool append_only();
     bool sync();  // waits until what was written is on the disk
+    /// Renames this open file, which was opened with `replaces` under the name `from`, onto `to` and closes it. It stays
+    /// locked until it has the new name, and its content is on the disk before: whatever happens, `to` is the old file or
+    /// the new one. False, with both as they were and this file open, when `to` is read-only, open or no file.
+    bool replace(const char* from, const char* to);
+    /// Removes this open file in the same way.
+    bool remove(const char* from);
 
     /// Starts a read at the record's offset. 0 pending, 1 done, 2 failed, 3 aborted. `transferred` holds the bytes
     /// moved when done at once.
@@ -132,6 +139,8 @@ private:
     std::uint64_t ask_length() const;
     bool end_at(std::uint64_t position);
     bool flush();
+    bool rename_open(const char* from, const char* to);
+    bool remove_open(const char* from);
 
     State state_;
 };

@@ -4,6 +4,7 @@
 
 #include <engine/filesystem/contract/locating_source.h>
 #include <engine/filesystem/contract/native_source.h>
+#include <engine/filesystem/contract/replacing_file.h>
 
 #include "engine/filesystem/access/open_pinned.h"
 #include "engine/filesystem/access/parts.h"
@@ -39,6 +40,11 @@ struct Request {
 };
 
 SFsFile* open_in_place(CFSSource& source, const Request& request) {
+    if (has_any(request.flags, FFSOpenFlags::REPLACE) && dynamic_cast<NativeSource*>(&source) == nullptr) {
+        set_error(EFSError::UNSUPPORTED, request.text,
+                  "The source does not write on the disk, so it replaces no file.");
+        return nullptr;
+    }
     switch (request.mode) {
         case EFSMode::READ:
             return source.open_read(request.name, request.flags);
@@ -188,6 +194,31 @@ FilePtr open_unlisted(CFSSource& creator, const fs::path& name, const Request& r
     return file;
 }
 
+/// The directory of a new file, made ready to join the index.
+struct NewDirectory {
+    fs::dir tree;
+    explicit NewDirectory(const fs::path& file) {
+        if (tree.add_path(lower_case(file).PathName()) == nullptr) throw std::bad_alloc();
+    }
+    void join() { registry::state().index.take_over(tree); }
+};
+
+/// The source learns of a new file that is written beside its place when it has its place.
+void add_when_committed(SFsFile& file, const CFSSource& creator, const fs::path& name) {
+    auto* const replacing = dynamic_cast<ReplacingFile*>(&file);
+    if (replacing == nullptr) return;
+    replacing->on_commit([owner = &creator, name] {
+        guarded(name.FileName(), [&] {
+            const registry::ExclusiveGuard guard;
+            CFSSource* const source = registry::first_source([&](CFSSource& held) { return &held == owner; });
+            // Another source may stand in the place of the one that was removed.
+            if (source == nullptr || !is_unlisted(*source, name)) return;
+            NewDirectory directory(name);
+            if (dynamic_cast<NativeSource&>(*source).add_file(name)) directory.join();
+        });
+    });
+}
+
 /// The directory of the new file joins the index under the same guard, so that no lookup sees one without the other.
 FilePtr create(const Request& request, const CFSSource* failed) {
     fs::path name = creation_name(request.text);
@@ -204,11 +235,13 @@ FilePtr create(const Request& request, const CFSSource* failed) {
     FilePtr file;
     if (is_there(*creator, request, file)) return file;
     if (request.mode != EFSMode::WRITE && is_unlisted(*creator, name)) return open_unlisted(*creator, name, request);
-    fs::dir directory;
-    if (directory.add_path(lower_case(name).PathName()) == nullptr) throw std::bad_alloc();
+    NewDirectory directory(name);
     file.reset(request.mode == EFSMode::READ_WRITE ? creator->create_read_write(name, request.flags)
                                                    : creator->create_write(name, request.flags));
-    if (file) registry::state().index.take_over(directory);
+    if (file && has_any(request.flags, FFSOpenFlags::REPLACE))
+        add_when_committed(*file, *creator, name);
+    else if (file)
+        directory.join();
     return file;
 }
 

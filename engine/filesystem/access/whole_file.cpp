@@ -13,10 +13,10 @@ namespace fs {
 
 namespace {
 
-bool write_whole(const char* path, const void* data, std::uint64_t size) {
+bool write_whole(const char* path, const void* data, std::uint64_t size, FFSOpenFlags::FLAGS flags) {
     return guarded(path, false, [&] {
-        const FilePtr file(open(path, EFSMode::WRITE));
-        return file && write_checked(*file, path, data, size);
+        FilePtr file(open(path, EFSMode::WRITE, flags));
+        return file && write_checked(*file, path, data, size) && commit(file.release());
     });
 }
 
@@ -91,7 +91,9 @@ bool load_text_file(fs::string& out, const char* path) {
     });
 }
 
-bool save_text_file(const fs::string& text, const char* path) { return write_whole(path, text.data(), text.size()); }
+bool save_text_file(const fs::string& text, const char* path, FFSOpenFlags::FLAGS flags) {
+    return write_whole(path, text.data(), text.size(), flags);
+}
 
 bool save_text_file(const fs::string& text, const char* name, const char* ext, const char* dir) {
     const platform::CalendarTime now = platform::now_local();
@@ -118,11 +120,11 @@ bool load_binary_file(void** data, std::uint64_t* size, const char* path) {
     });
 }
 
-bool save_binary_file(const void* data, std::uint64_t size, const char* path) {
+bool save_binary_file(const void* data, std::uint64_t size, const char* path, FFSOpenFlags::FLAGS flags) {
     if (data == nullptr && size != 0) {
         return refuse(EFSError::INVALID_ARGUMENT, path, "There are no bytes to write.");
     }
-    return write_whole(path, data, size);
+    return write_whole(path, data, size, flags);
 }
 
 }  // namespace fs

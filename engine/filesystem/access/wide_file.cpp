@@ -80,13 +80,13 @@ wchar_t* load_wide_string(const char* path) {
     });
 }
 
-bool save_wide_string(const ztl::string_base<wchar_t>& text, const char* path) {
+bool save_wide_string(const ztl::string_base<wchar_t>& text, const char* path, FFSOpenFlags::FLAGS flags) {
     return guarded(path, false, [&] {
         std::vector<std::uint8_t> bytes;
         bytes.reserve(text.size() * 2 + mark_bytes);
         append_unit(bytes, 0xFEFFu);
         for (const wchar_t letter : text) append_character(bytes, letter);
-        return save_binary_file(bytes.data(), bytes.size(), path);
+        return save_binary_file(bytes.data(), bytes.size(), path, flags);
     });
 }
 

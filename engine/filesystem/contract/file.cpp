@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include <engine/filesystem/contract/replacing_file.h>
+
 #include "engine/filesystem/contract/set_error.h"
 
 namespace {
@@ -32,6 +34,20 @@ int SFsFile::write_overlapped(void*, std::uint32_t, std::uint32_t*, SNativeOverl
 namespace fs {
 
 void close(SFsFile* file) { delete file; }
+
+bool commit(SFsFile* file) {
+    if (file == nullptr) return refuse(EFSError::INVALID_ARGUMENT, nullptr, "There is no file to commit.");
+    const ErrorScope scope;
+    auto* const replacing = dynamic_cast<ReplacingFile*>(file);
+    const bool is_placed = replacing == nullptr || replacing->commit();
+    close(file);
+    return is_placed && (replacing != nullptr || !scope.has_error());
+}
+
+void discard(SFsFile* file) {
+    if (auto* const replacing = dynamic_cast<ReplacingFile*>(file)) replacing->discard();
+    close(file);
+}
 
 std::uint64_t read(SFsFile* file, void* buffer, std::uint64_t size) {
     return file != nullptr ? file->read(buffer, size) : failed;

@@ -50,15 +50,20 @@ bool FileGzipped::Attach(platform::File file, const char* path, const char* mode
     return true;
 }
 
-FileGzipped::~FileGzipped() {
-    if (gz_ == nullptr) return;
-    if (!writes_) {  // what was wrong has been told by read
-        gzclose(gz_);
-        return;
-    }
-    FillGapAtStart();
+void FileGzipped::Finish() {
+    gzFile_s* const gz = gz_;
+    if (gz == nullptr) return;
+    if (writes_) FillGapAtStart();
     errno = 0;
-    if (const int result = gzclose(gz_); result != Z_OK) ReportWriteFailure(result, "cannot be finished as gzip");
+    gz_ = nullptr;
+    const int result = gzclose(gz);
+    // What was wrong with a read has been told by it.
+    if (writes_ && result != Z_OK) ReportWriteFailure(result, "cannot be finished as gzip");
+}
+
+platform::File FileGzipped::Release() {
+    Finish();
+    return std::move(file_);
 }
 
 /// zlib fills the gap of a seek from its buffer, which it has not cleared yet when nothing was written before closing.

@@ -2,14 +2,13 @@
 
 #include <utility>
 
-#include <engine/filesystem/contract/file.h>
 #include <engine/filesystem/contract/viewable_file.h>
 
-#include "engine/platform/files.h"
+#include "engine/filesystem/handles/replacing_file.h"
 #include "engine/platform/mapping.h"
 
 /// A synchronous native file.
-class Win32FileHandle final : public SFsFile, public fs::ViewableFile {
+class Win32FileHandle final : public NativeWriter, public fs::ViewableFile {
 public:
     explicit Win32FileHandle(CFSSource* owner) { source = owner; }
     void Attach(platform::File file) { file_ = std::move(file); }
@@ -20,6 +19,7 @@ public:
     std::uint64_t length() override;
     std::uint64_t tell() override;
     bool set_eof() override;
+    platform::File Release() override { return std::move(file_); }
     /// From now on every write goes to the end of the file, also when a forked process writes it too.
     bool append_only() { return file_.append_only(); }
     const void* view(std::uint64_t& size, bool populate) override;

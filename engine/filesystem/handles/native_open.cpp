@@ -17,7 +17,9 @@
 #include "engine/filesystem/handles/gzip_file.h"
 #include "engine/filesystem/handles/native_file.h"
 #include "engine/filesystem/handles/queue_slots.h"
+#include "engine/filesystem/handles/replacing_file.h"
 #include "engine/filesystem/registry/registry.h"
+#include "engine/platform/directories.h"
 
 namespace fs {
 namespace {
@@ -55,10 +57,12 @@ platform::OpenOptions options_of(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags, 
             .write_through = has_any(flags, FFSOpenFlags::WRITE_THROUGH),
             .unbuffered = async && has_any(flags, FFSOpenFlags::ASYNC_UNBUFFERED),
             .overlapped = async,
-            .at_end = mode == EFSMode::APPEND};
+            .at_end = mode == EFSMode::APPEND,
+            .replaces = has_any(flags, FFSOpenFlags::REPLACE)};
 }
 
 using Handle = std::unique_ptr<SFsFile>;
+using Writer = std::unique_ptr<NativeWriter>;
 
 /// Every handle exists, with its name, before its file is opened: so no file is made or cut for want of memory.
 template <typename Kind>
@@ -71,16 +75,16 @@ std::unique_ptr<Kind> named(std::unique_ptr<Kind> handle, std::string_view name)
     return handle;
 }
 
-Handle refuse_open(const char* path, const char* action) {
+std::nullptr_t refuse_open(const char* path, const char* action = "cannot be opened") {
     refuse_by_disk(path, action);
     return nullptr;
 }
 
-Handle open_plain(CFSSource* source, const platform::PathAt& path, const platform::OpenOptions& options,
+Writer open_plain(CFSSource* source, const platform::PathAt& path, const platform::OpenOptions& options,
                   std::string_view name) {
     auto handle = named(std::make_unique<Win32FileHandle>(source), name);
     platform::File file = platform::File::open(path, options);
-    if (!file.valid()) return refuse_open(path.full, "cannot be opened");
+    if (!file.valid()) return refuse_open(path.full);
     handle->Attach(std::move(file));
     return handle;
 }
@@ -91,13 +95,13 @@ Handle open_async(CFSSource* source, const platform::PathAt& path, const platfor
     if (!take_queue(queue)) return nullptr;
     auto handle = named(std::make_unique<Win32FileHandleAsync>(source, path.full, std::move(queue)), name);
     platform::File file = platform::File::open(path, options);
-    if (!file.valid() || !handle->Attach(std::move(file))) return refuse_open(path.full, "cannot be opened");
+    if (!file.valid() || !handle->Attach(std::move(file))) return refuse_open(path.full);
     return handle;
 }
 
 /// A writer is opened as it stands, and emptied only when the gz layer has all it needs. A file that this made goes again
 /// when the layer cannot be put over it.
-Handle open_gzip(CFSSource* source, const platform::PathAt& path, platform::OpenOptions options, const char* gz,
+Writer open_gzip(CFSSource* source, const platform::PathAt& path, platform::OpenOptions options, const char* gz,
                  std::string_view name) {
     auto handle = named(std::make_unique<FileGzipped>(source), name);
     options.disposition = platform::Disposition::OPEN_EXISTING;
@@ -108,18 +112,50 @@ Handle open_gzip(CFSSource* source, const platform::PathAt& path, platform::Open
         options.disposition = platform::Disposition::OPEN_ALWAYS;
         file = platform::File::open(path, options);
     }
-    if (!file.valid()) return refuse_open(path.full, "cannot be opened");
+    if (!file.valid()) return refuse_open(path.full);
     if (handle->Attach(std::move(file), path.full, gz)) return handle;
     if (is_new) platform::remove_file(path.full);
     return nullptr;
 }
 
+Writer open_at_once(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
+                    std::string_view name) {
+    const platform::OpenOptions options = native_options(mode, flags);
+    const char* const gz = gzip_mode(mode, flags);
+    return gz != nullptr ? open_gzip(source, path, options, gz, name) : open_plain(source, path, options, name);
+}
+
+/// Where the disk holds, or would hold, the file to replace. False where no file of this name could be written.
+bool find_target(const char* path, bool creates, char (&target)[platform::path_buffer_size]) {
+    if (!platform::resolve_link(path, target)) return refuse_by_disk(path, "cannot be looked for");
+    const auto before = platform::get_attributes(target);
+    if (!before) {
+        const bool is_new = platform::last_error().failure == platform::Failure::NOT_FOUND;
+        return (is_new && creates) || refuse_by_disk(path, "cannot be opened");
+    }
+    if (before->is_directory) return refuse(EFSError::ACCESS_DENIED, path, "A directory has this name.");
+    return !before->is_read_only || refuse(EFSError::READ_ONLY, path, "The file is read-only.");
+}
+
+Handle open_replacing(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
+                      std::string_view name) {
+    char target[platform::path_buffer_size];
+    const bool creates = disposition_of(mode, flags) == platform::Disposition::CREATE_ALWAYS;
+    if (!find_target(path.full, creates, target)) return nullptr;
+    std::string beside(target);
+    beside.insert(beside.find_last_of("/\\") + 1, 1, '#');
+    auto handle = named(std::make_unique<ReplacingHandle>(source, target, beside), name);
+    Writer writer = open_at_once(source, {.full = beside.c_str()}, mode, flags | FFSOpenFlags::CREATE, name);
+    if (writer == nullptr) return nullptr;
+    handle->Attach(std::move(writer));
+    return handle;
+}
+
 Handle open_handle(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
                    std::string_view name) {
-    const platform::OpenOptions options = native_options(mode, flags);
-    if (const char* const gz = gzip_mode(mode, flags); gz != nullptr) return open_gzip(source, path, options, gz, name);
-    if (is_async(mode, flags)) return open_async(source, path, options, name);
-    return open_plain(source, path, options, name);
+    if (has_any(flags, FFSOpenFlags::REPLACE)) return open_replacing(source, path, mode, flags, name);
+    if (is_async(mode, flags)) return open_async(source, path, native_options(mode, flags), name);
+    return open_at_once(source, path, mode, flags, name);
 }
 
 /// Runs an open as a boundary, and tells the monitor when it succeeded.

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -120,6 +121,17 @@ bool remove_directory(const char* path) {
 bool is_link(const char* path) {
     Entry entry;
     return find_entry(path, entry) && entry.is_link();
+}
+
+bool resolve_link(const char* path, char* out) {
+    Entry entry;
+    if (!find_entry(path, entry) || !entry.is_link()) return resolve_case(path, out);
+    char* const target = ::realpath(entry.path, nullptr);
+    if (target == nullptr) return fail_os(errno);
+    const std::size_t length = std::strlen(target);
+    if (length < path_buffer_size) std::memcpy(out, target, length + 1);
+    std::free(target);
+    return length < path_buffer_size || fail(Failure::PATH_TOO_LONG);
 }
 
 bool resolve_case(const char* path, char* out) {

@@ -60,9 +60,8 @@ bool change_case(const Entry& source, const char* name) {
 /// Renaming one of two names of a file onto the other does nothing, says POSIX; callers expect the first to be gone.
 bool merge_names(const Entry& source) { return ::unlink(source.path) == 0 || fail_os(errno); }
 
+/// The caller has the source alone.
 bool move_entry(const Entry& source, const char* to) {
-    SoleUse source_use;
-    if (!source_use.acquire(source.status)) return false;
     const Creation creation(to);
     if (creation.spelling() != Spelling::EXISTS) {
         return creation.check_new() && rename_entry(source, creation.path()) && creation.done();
@@ -82,7 +81,30 @@ bool start_rename(const char* from, const char* to, Entry& source) {
     return check_path(from) && check_path(to) && !meets_fault(FaultPoint::RENAME) && find_entry(from, source);
 }
 
+/// Finds the open file under the name that it was opened by.
+bool find_open(const char* path, const FileKey& key, Entry& out) {
+    return find_entry(path, out) && (key_of(out.status) == key || fail(Failure::NOT_FOUND));
+}
+
 }  // namespace
+
+bool File::rename_open(const char* from, const char* to) {
+    Entry source;
+    if (!check_path(to) || !find_open(from, {.device = state_.device, .inode = state_.inode}, source)) return false;
+    struct stat before;
+    const auto ask = [&](int directory, const char* name) { return ::fstatat(directory, name, &before, 0); };
+    // Who may read it stays who may; where the owner does not allow that, the file keeps what it was made with.
+    if (call_at(PathAt{.full = to}, ask) == 0) (void)::fchmod(static_cast<int>(state_.handle), before.st_mode & 07777);
+    return move_entry(source, to);
+}
+
+bool File::remove_open(const char* from) {
+    Entry entry;
+    if (!find_open(from, {.device = state_.device, .inode = state_.inode}, entry)) return false;
+    if (::unlink(entry.path) != 0) return fail_os(errno);
+    count_removal();
+    return true;
+}
 
 bool remove_file(const char* path) {
     Entry entry;
@@ -98,7 +120,8 @@ bool remove_file(const char* path) {
 
 bool rename_path(const char* from, const char* to) {
     Entry source;
-    return start_rename(from, to, source) && move_entry(source, to);
+    SoleUse use;
+    return start_rename(from, to, source) && use.acquire(source.status) && move_entry(source, to);
 }
 
 bool replace_file(const char* from, const char* to) {
@@ -106,7 +129,9 @@ bool replace_file(const char* from, const char* to) {
     if (!start_rename(from, to, source)) return false;
     if (!source.is_regular()) return fail(Failure::NOT_REGULAR);
     // The content must be on the disk before the name is, or a crash leaves the new name with nothing behind it.
-    if (meets_fault(FaultPoint::SYNC) || !sync(source.path) || !move_entry(source, to)) return false;
+    SoleUse use;
+    if (meets_fault(FaultPoint::SYNC) || !sync(source.path)) return false;
+    if (!use.acquire(source.status) || !move_entry(source, to)) return false;
     // The directory is synced too, since a crash may bring back the old name until then. It is done all the same where
     // that fails: whoever asks finds the new file.
     Entry replaced;

@@ -110,9 +110,7 @@ bool is_open_somewhere(const wchar_t* path) {
     return !handle.valid() && GetLastError() == ERROR_SHARING_VIOLATION;
 }
 
-bool move(const wchar_t* from, const wchar_t* to, DWORD flags) {
-    if (MoveFileExW(from, to, flags)) return true;
-    const DWORD code = GetLastError();
+bool fail_move(const wchar_t* to, DWORD code) {
     return code == ERROR_ACCESS_DENIED && is_open_somewhere(to) ? fail(Failure::IN_USE, ERROR_ACCESS_DENIED)
                                                                 : fail_os(code);
 }
@@ -124,7 +122,7 @@ bool move_path(const char* from, const char* to, DWORD flags) {
     if (!target.valid() || meets_fault(FaultPoint::RENAME)) return false;
     if (is_other_case(source.text(), target.text())) return change_case(source.text(), target.text(), flags);
     if (!may_take_place(source.text(), target.text())) return false;
-    return move(source.text(), target.text(), flags);
+    return MoveFileExW(source.text(), target.text(), flags) || fail_move(target.text(), GetLastError());
 }
 
 // The content must be on the disk before the name is. A read-only file has been closed by its writer long ago, and the
@@ -187,6 +185,31 @@ bool replace_file(const char* from, const char* to) {
     if (is_directory(attribute_bits(source.text()))) return fail(Failure::NOT_REGULAR);
     if (meets_fault(FaultPoint::SYNC) || !sync_file(source.text())) return false;
     return move_path(from, to, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
+}
+
+bool File::rename_open(const char* from, const char* to) {
+    const NativePath source(from);
+    if (!source.valid()) return false;
+    const NativePath target(to, NativePath::Use::NEW);
+    if (!target.valid() || !may_take_place(source.text(), target.text())) return false;
+    struct Order {
+        FILE_RENAME_INFO head;
+        wchar_t rest[path_buffer_size];
+    } order{};
+    wchar_t* const text = order.head.FileName;
+    const DWORD length = GetFullPathNameW(target.text(), path_buffer_size, text, nullptr);
+    if (length == 0 || length >= path_buffer_size) return fail(Failure::PATH_TOO_LONG);
+    order.head.ReplaceIfExists = TRUE;
+    order.head.FileNameLength = length * static_cast<DWORD>(sizeof(wchar_t));
+    const auto handle = reinterpret_cast<HANDLE>(state_.handle);
+    return SetFileInformationByHandle(handle, FileRenameInfo, &order, sizeof order) ||
+           fail_move(target.text(), GetLastError());
+}
+
+bool File::remove_open(const char*) {
+    FILE_DISPOSITION_INFO order{.DeleteFile = TRUE};
+    const auto handle = reinterpret_cast<HANDLE>(state_.handle);
+    return SetFileInformationByHandle(handle, FileDispositionInfo, &order, sizeof order) || fail_last();
 }
 
 }  // namespace platform

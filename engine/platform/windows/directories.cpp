@@ -213,6 +213,19 @@ bool is_link(const char* path) {
            find_item(native.text(), item) && is_link_item(item);
 }
 
+bool resolve_link(const char* path, char* out) {
+    if (!is_link(path)) return resolve_case(path, out);
+    const Handle handle(open_for_query(NativePath(path).text()));
+    if (!handle.valid()) return fail_last();
+    wchar_t target[path_buffer_size];
+    const std::wstring_view mark = L"\\\\?\\";  // before a path of any length
+    const DWORD length = GetFinalPathNameByHandleW(handle.get(), target, path_buffer_size, FILE_NAME_NORMALIZED);
+    if (length <= mark.size() || length >= path_buffer_size) return fail(Failure::PATH_TOO_LONG);
+    const std::size_t written =
+        to_narrow(std::wstring_view(target + mark.size(), length - mark.size()), out, path_buffer_size);
+    return written != 0 || fail(Failure::PATH_TOO_LONG);
+}
+
 bool resolve_case(const char* path, char* out) { return respell(path, out, Respell::ALL); }
 
 bool expand_short_names(const char* path, char* out) { return respell(path, out, Respell::SHORT_NAMES); }

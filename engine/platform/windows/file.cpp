@@ -22,7 +22,8 @@ bool truncates(Disposition disposition) {
 bool writes(const OpenOptions& options) { return options.access != Access::READ || truncates(options.disposition); }
 
 HANDLE create_file(const wchar_t* path, const OpenOptions& options, DWORD flags) {
-    const DWORD access = (options.access != Access::WRITE ? GENERIC_READ : 0) | (writes(options) ? GENERIC_WRITE : 0);
+    const DWORD access = (options.access != Access::WRITE ? GENERIC_READ : 0) | (writes(options) ? GENERIC_WRITE : 0) |
+                         (options.replaces ? DELETE : 0);
     const DWORD share = options.sharing == Sharing::READ ? FILE_SHARE_READ : 0;
     const DWORD disposition = creates(options.disposition) ? windows_api::open_always : windows_api::open_existing;
     return CreateFileW(path, access, share, nullptr, disposition, flags, nullptr);

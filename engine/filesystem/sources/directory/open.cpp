@@ -89,11 +89,23 @@ SFsFile* CWin32_dir::create(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags:
         fs::NewEntry entry(*state_);
         if (!entry.enter(native, p.FileNameView().size(), fs::NewEntry::Spelling::OF_DISK)) return nullptr;
         const platform::PathAt path = native.at(state_->native_root);
+        const bool is_made_later = fs::has_any(flags, FFSOpenFlags::REPLACE);
         SFsFile* const file = mode == EFSMode::WRITE
                                   ? fs::open_of_source(this, path, mode, flags | FFSOpenFlags::CREATE, name)
                                   : fs::create_for_change(this, path, flags & ~FFSOpenFlags::WHOLE_NAME, name);
-        if (file) entry.keep(true);
+        if (file && !is_made_later) entry.keep(true);
         return file;
+    });
+}
+
+bool CWin32_dir::add_file(const fs::path& p) {
+    NativePath native;
+    if (!state_->place_for_file(p, native)) return false;
+    return fs::guarded(native.text, false, [&] {
+        fs::NewEntry entry(*state_);
+        if (!entry.enter(native, p.FileNameView().size(), fs::NewEntry::Spelling::OF_DISK)) return false;
+        entry.keep(true);
+        return true;
     });
 }
 

@@ -54,6 +54,17 @@ namespace fs {
 // The same operations as free functions that accept a null file.
 
 ENGINE_FS_API void close(SFsFile* file);
+/// Closes with an answer: false, with the reason in fs::last_error, for null, when what was buffered could not be written,
+/// and when a file opened with FFSOpenFlags::REPLACE could not take its place; then the old file stays.
+///
+/// Such a file is written beside its target, under the target's name behind "#", which no mount shows, and renamed when it
+/// is closed: by this, or by fs::close, which gives no answer. Its content is on the disk before it has the name, so
+/// that whatever happens, a reader finds the old file or the new one, whole. A write that fails, a target that is open by
+/// then or became read-only, and fs::discard leave the old file. A second writer of the same target is refused; what a
+/// killed process left is written anew by the next one. Where a link is opened, the file behind it is replaced.
+ENGINE_FS_API bool commit(SFsFile* file);
+/// Closes, and leaves the old file when this one was opened with FFSOpenFlags::REPLACE.
+ENGINE_FS_API void discard(SFsFile* file);
 ENGINE_FS_API std::uint64_t read(SFsFile* file, void* buffer, std::uint64_t size);         // null: all bits set
 ENGINE_FS_API std::uint64_t write(SFsFile* file, const void* buffer, std::uint64_t size);  // null: all bits set
 ENGINE_FS_API std::uint64_t length(SFsFile* file);                                         // null: all bits set

@@ -31,6 +31,7 @@ struct FFSOpenFlags {
         ASYNC_UNBUFFERED = 0x080,  // as ASYNC, past the system's cache
         THROUGH_VFS = 0x100,       // fs::open_native in READ mode opens through fs::open instead
         GZIP_LEVEL1 = 0x200,       // WRITE only, level 1; tested before level 5, which is tested before level 9
+        REPLACE = 0x400,           // WRITE only: the old file stays until the new one is closed (see fs::commit)
         WHOLE_NAME = 0x800,        // the name is taken as a whole, never by its end
         SEEKABLE = 0x1000,         // a stored entry of a pack is read at the position asked for
     };

@@ -20,6 +20,10 @@ public:
     /// `capacity` bytes.
     virtual bool native_path(const fs::path& p, char* out, std::size_t capacity) = 0;
 
+    /// Takes up a file that the disk holds now under this name, which keeps the caller's case, as if it had been created here.
+    /// Threads  called under the registry's exclusive lock.
+    virtual bool add_file(const fs::path&) { return true; }
+
     /// How many directories the latest mount or refresh could not list, so that names may be missing.
     virtual std::uint32_t unlisted_directories() { return 0; }
 
