@@ -106,7 +106,7 @@ TEST_F(Replace, WhatFailsLeavesTheOldFile) {
     EXPECT_TRUE(fs::read_only_remove("saves/slot.sav"));
     EXPECT_EQ(load("saves/slot.sav"), "old");
     EXPECT_EQ(on_disk(), std::vector<std::string>{"Saves/Slot.sav"});
-    for (const EFSMode::TYPE mode : {EFSMode::READ, EFSMode::APPEND, EFSMode::READ_WRITE}) {
+    for (const EFSMode::TYPE mode : {EFSMode::APPEND, EFSMode::READ_WRITE}) {
         EXPECT_EQ(fs::open("saves/slot.sav", mode, Flags::REPLACE), nullptr);
         EXPECT_EQ(fs::last_error().code, EFSError::INVALID_ARGUMENT);
     }

@@ -11,10 +11,9 @@ std::string with_cache_directory(const char* path, FFSOpenFlags::FLAGS flags) {
 }
 
 CFSSource* creator_of(const registry::Concerned& concerned, fs::path& name) {
-    const registry::State& state = registry::state();
-    if (concerned.is_outside()) return state.fallback.get();
+    if (concerned.is_outside()) return registry::state().fallback.get();
     CFSSource* const home = concerned.home();
-    if (home == nullptr) return !state.sources.empty() ? state.sources.front().get() : nullptr;
+    if (home == nullptr) return registry::creator(name.PathNameView());
     name = path_of(*registry::below_root(*home, name.PathNameView()), name.FileName(), name.IsLowercase());
     return home;
 }

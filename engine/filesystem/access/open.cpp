@@ -40,11 +40,6 @@ struct Request {
 };
 
 SFsFile* open_in_place(CFSSource& source, const Request& request) {
-    if (has_any(request.flags, FFSOpenFlags::REPLACE) && dynamic_cast<NativeSource*>(&source) == nullptr) {
-        set_error(EFSError::UNSUPPORTED, request.text,
-                  "The source does not write on the disk, so it replaces no file.");
-        return nullptr;
-    }
     switch (request.mode) {
         case EFSMode::READ:
             return source.open_read(request.name, request.flags);
@@ -194,6 +189,19 @@ FilePtr open_unlisted(CFSSource& creator, const fs::path& name, const Request& r
     return file;
 }
 
+/// Whether a source that is asked before the creator holds the name, so that the new file would never be read.
+bool is_shadowed(const CFSSource& creator, const Request& request) {
+    if (registry::Concerned(request.name).home() != nullptr) return false;
+    CFSSource* const first = registry::first_source(
+        [&](CFSSource& source) { return &source == &creator || registry::holds_whole(source, request.name); });
+    if (first == &creator) return false;
+    const fs::path& holder = first->path();
+    const std::string text = full_name(request.name) + " is held by " +
+                             (holder.EmptyFile() ? holder.PathName() : holder.FileName()) + ", which is asked first.";
+    set_error(EFSError::ALREADY_EXISTS, request.text, text);
+    return true;
+}
+
 /// The directory of a new file, made ready to join the index.
 struct NewDirectory {
     fs::dir tree;
@@ -203,10 +211,10 @@ struct NewDirectory {
     void join() { registry::state().index.take_over(tree); }
 };
 
-/// The source learns of a new file that is written beside its place when it has its place.
-void add_when_committed(SFsFile& file, const CFSSource& creator, const fs::path& name) {
+/// A new file that is written beside its place joins its source and the index when it has its place. False for any other.
+bool add_when_committed(SFsFile& file, const CFSSource& creator, const fs::path& name) {
     auto* const replacing = dynamic_cast<ReplacingFile*>(&file);
-    if (replacing == nullptr) return;
+    if (replacing == nullptr) return false;
     replacing->on_commit([owner = &creator, name] {
         guarded(name.FileName(), [&] {
             const registry::ExclusiveGuard guard;
@@ -217,6 +225,7 @@ void add_when_committed(SFsFile& file, const CFSSource& creator, const fs::path&
             if (dynamic_cast<NativeSource&>(*source).add_file(name)) directory.join();
         });
     });
+    return true;
 }
 
 /// The directory of the new file joins the index under the same guard, so that no lookup sees one without the other.
@@ -232,16 +241,14 @@ FilePtr create(const Request& request, const CFSSource* failed) {
     }
     if (!may_create(creator, request.text)) return nullptr;
     if (registry::is_fallback(creator)) return create_outside(name, request);
+    if (is_shadowed(*creator, request)) return nullptr;
     FilePtr file;
     if (is_there(*creator, request, file)) return file;
     if (request.mode != EFSMode::WRITE && is_unlisted(*creator, name)) return open_unlisted(*creator, name, request);
     NewDirectory directory(name);
     file.reset(request.mode == EFSMode::READ_WRITE ? creator->create_read_write(name, request.flags)
                                                    : creator->create_write(name, request.flags));
-    if (file && has_any(request.flags, FFSOpenFlags::REPLACE))
-        add_when_committed(*file, *creator, name);
-    else if (file)
-        directory.join();
+    if (file && !add_when_committed(*file, *creator, name)) directory.join();
     return file;
 }
 

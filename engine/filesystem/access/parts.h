@@ -40,8 +40,8 @@ Result with_holder(const char* path, registry::Match match, Result missing, Use 
     });
 }
 
-/// The source that makes what `name` (a file, or a directory alone) stands for, and the name that it is given: the first
-/// of the list, for a full path the source in whose directory it lies, and the fallback for what belongs to the disk
+/// The source that makes what `name` (a file, or a directory alone) stands for, and the name that it is given:
+/// registry::creator, for a full path the source in whose directory it lies, and the fallback for what belongs to the disk
 /// alone. Null when there is none.
 CFSSource* creator_of(const registry::Concerned& concerned, fs::path& name);
 /// Whether `creator` (null: nobody) takes new names; otherwise the failure is stored.

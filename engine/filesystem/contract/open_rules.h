@@ -16,9 +16,8 @@ inline constexpr FFSOpenFlags::FLAGS gzip_write_flags =
 /// Whether there is such a mode, and mode and flags go together at all.
 constexpr bool is_valid_open(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
     if (mode > EFSMode::READ_WRITE) return false;
-    if (mode != EFSMode::WRITE && has_any(flags, FFSOpenFlags::REPLACE)) return false;
     if (mode != EFSMode::APPEND && mode != EFSMode::READ_WRITE) return true;
-    if (has_any(flags, gzip_write_flags)) return false;
+    if (has_any(flags, gzip_write_flags | FFSOpenFlags::REPLACE)) return false;
     return mode == EFSMode::APPEND || !has_any(flags, FFSOpenFlags::CREATE) || !has_any(flags, FFSOpenFlags::GZIP);
 }
 

@@ -153,7 +153,8 @@ Handle open_replacing(CFSSource* source, const platform::PathAt& path, EFSMode::
 
 Handle open_handle(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
                    std::string_view name) {
-    if (has_any(flags, FFSOpenFlags::REPLACE)) return open_replacing(source, path, mode, flags, name);
+    const bool replaces = mode == EFSMode::WRITE && has_any(flags, FFSOpenFlags::REPLACE);
+    if (replaces) return open_replacing(source, path, mode, flags, name);
     if (is_async(mode, flags)) return open_async(source, path, native_options(mode, flags), name);
     return open_at_once(source, path, mode, flags, name);
 }

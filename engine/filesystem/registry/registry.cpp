@@ -6,13 +6,15 @@
 #include <utility>
 
 #include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/registry/prefixed_names.h"
+#include "engine/kernel/text.h"
 #include "engine/platform/never_destroyed.h"
 #include "engine/platform/per_thread.h"
 
 // The list of sources and the index of their directories, under one reader-writer lock.
 //
-// Asking order: sources stand in ascending order of their type. Among equals the newest is asked first, unless it was
-// added with AFTER_SAME_TYPE. The fallback, when there is one, is asked after all of them: walks that compare, insert
+// Asking order: sources stand in ascending order of their type; what was added with BEFORE_PACKS stands between memory
+// archives and packs. Among equals the newest is asked first, unless it was added with AFTER_SAME_TYPE. The fallback, when there is one, is asked after all of them: walks that compare, insert
 // or remove leave it out, walks that ask questions do not.
 //
 // Sources take no lock of their own; they rely on this one.
@@ -38,7 +40,31 @@ void merge_tree(CFSSource& source, fs::dir& out) {
     if (place == nullptr || !place->merge(*tree)) throw std::bad_alloc();
 }
 
-bool is_indexed(CFSSource& source) { return (source.flags() & FFSAddSourceFlags::INDEX_NAMES) != 0; }
+bool has(FFSAddSourceFlags::ENUM flags, FFSAddSourceFlags::ENUM bit) { return (flags & bit) != 0; }
+
+bool is_indexed(CFSSource& source) { return has(source.flags(), FFSAddSourceFlags::INDEX_NAMES); }
+
+int rank_of(EFSSourceType::TYPE type, FFSAddSourceFlags::ENUM flags) {
+    constexpr int overlay = 2 * EFSSourceType::PACK - 1;
+    return has(flags, FFSAddSourceFlags::BEFORE_PACKS) ? overlay : 2 * static_cast<int>(type);
+}
+
+using Place = std::vector<std::unique_ptr<CFSSource>>::iterator;
+
+/// Where a source goes: before its equals, or behind them with AFTER_SAME_TYPE.
+Place first_behind(EFSSourceType::TYPE type, FFSAddSourceFlags::ENUM flags) {
+    const int rank = rank_of(type, flags) + (has(flags, FFSAddSourceFlags::AFTER_SAME_TYPE) ? 1 : 0);
+    auto& sources = state().sources;
+    return std::find_if(sources.begin(), sources.end(),
+                        [&](const auto& held) { return rank_of(held->type(), held->flags()) >= rank; });
+}
+
+void insert_at(Place place, std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags) {
+    auto& creators = state().creators;
+    creators.reserve(creators.size() + 1);
+    CFSSource* const inserted = state().sources.insert(place, std::move(source))->get();
+    if (has(flags, FFSAddSourceFlags::WRITE_HERE)) creators.push_back(inserted);
+}
 
 /// The index as it is without `skipped`.
 void build_index(const CFSSource* skipped, fs::dir& out) {
@@ -98,24 +124,36 @@ CFSSource* find(const fs::path& path) {
 
 void insert(std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags) {
     fs::dir names;
-    if ((flags & FFSAddSourceFlags::INDEX_NAMES) != 0) merge_tree(*source, names);
-    const int first_behind =
-        static_cast<int>(source->type()) + ((flags & FFSAddSourceFlags::AFTER_SAME_TYPE) != 0 ? 1 : 0);
-    auto& sources = state().sources;
-    const auto place = std::find_if(sources.begin(), sources.end(),
-                                    [&](const auto& held) { return static_cast<int>(held->type()) >= first_behind; });
-    sources.insert(place, std::move(source));
+    if (has(flags, FFSAddSourceFlags::INDEX_NAMES)) merge_tree(*source, names);
+    const Place place = first_behind(source->type(), flags);
+    insert_at(place, std::move(source), flags);
     state().index.take_over(names);
+}
+
+CFSSource* creator(std::string_view directory) {
+    const State& all = state();
+    const auto makes = [&](const CFSSource* source) {
+        const auto* const prefixed = dynamic_cast<const PrefixedNames*>(source);
+        return prefixed == nullptr ||
+               kernel::equal_folded(directory.substr(0, prefixed->prefix().size()), prefixed->prefix());
+    };
+    const auto newest = std::find_if(all.creators.rbegin(), all.creators.rend(), makes);
+    if (newest != all.creators.rend()) return *newest;
+    return !all.sources.empty() ? all.sources.front().get() : nullptr;
 }
 
 void append_root(std::unique_ptr<CFSSource> root, std::unique_ptr<CFSSource> fallback) {
     State& all = state();
     fs::dir names;
     if (is_indexed(*root)) merge_tree(*root, names);
+    const FFSAddSourceFlags::ENUM flags = root->flags();
     all.sources.reserve(all.sources.size() + 2);
+    all.creators.reserve(all.creators.size() + 1);
     // A second start puts the first one's fallback among the sources.
+    const bool is_overlay = has(flags, FFSAddSourceFlags::BEFORE_PACKS);
     if (all.fallback != nullptr) all.sources.push_back(std::move(all.fallback));
-    all.sources.push_back(std::move(root));
+    const Place place = is_overlay ? first_behind(root->type(), flags) : all.sources.end();
+    insert_at(place, std::move(root), flags);
     all.fallback = std::move(fallback);
     all.index.take_over(names);
 }
@@ -129,6 +167,7 @@ std::unique_ptr<CFSSource> remove(const CFSSource* source) {
     build_index(source, index);
     std::unique_ptr<CFSSource> removed = std::move(*place);
     sources.erase(place);
+    std::erase(state().creators, removed.get());
     replace_index(index);
     return removed;
 }
@@ -146,6 +185,7 @@ void destroy_all() {
         const ExclusiveGuard guard;
         State& all = state();
         sources.swap(all.sources);
+        all.creators.clear();
         fallback.swap(all.fallback);
         all.index.clear();
         all.index.set_name(nullptr);

@@ -22,6 +22,7 @@ struct State {
     mt::CSlimLock lock;                               // guards sources, fallback and index
     std::vector<std::unique_ptr<CFSSource>> sources;  // in asking order
     std::unique_ptr<CFSSource> fallback;      // asked after all others, never compared and never removed by itself
+    std::vector<CFSSource*> creators;         // those of `sources` added with WRITE_HERE, the newest last
     fs::dir index;                            // every directory of the sources that are indexed, and of created files
     char cache_dir[cache_dir_capacity] = "";  // written by fs::init alone, before others run
     std::atomic<bool> initialized{false};
@@ -92,10 +93,15 @@ void for_each_source(Visitor visit) {
 
 /// The source whose path equals `path`; null when there is none. The fallback is not compared.
 CFSSource* find(const fs::path& path);
-/// Puts a source where its type and AFTER_SAME_TYPE say, and its names into the index when `flags` hold INDEX_NAMES.
+/// Puts a source where its type, BEFORE_PACKS and AFTER_SAME_TYPE say, and its names into the index when `flags` hold
+/// INDEX_NAMES.
 void insert(std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags);
-/// Puts a root behind all sources there are, and a fallback (which may be null) behind it.
+/// Puts a root behind all sources there are, or where BEFORE_PACKS among its flags says, and a fallback (which may be null)
+/// behind everything.
 void append_root(std::unique_ptr<CFSSource> root, std::unique_ptr<CFSSource> fallback);
+/// The source that makes what nobody holds in this directory (full names in the caller's case, ending in "/"); null when
+/// there is none.
+CFSSource* creator(std::string_view directory);
 /// Takes a source out of list and index, for take_out; null when it is not registered or is the fallback.
 std::unique_ptr<CFSSource> remove(const CFSSource* source);
 /// Makes the index anew from the trees of all indexed sources in asking order.

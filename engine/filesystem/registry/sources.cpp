@@ -81,8 +81,8 @@ bool source_exists(const char* path) {
 const char* write_path() {
     return guarded<const char*>(nullptr, "", [&] {
         const registry::SharedGuard guard;
-        CFSSource* const first = registry::first_source([](CFSSource&) { return true; });
-        return first != nullptr ? first->path().PathName() : "";
+        CFSSource* const creator = registry::creator("");
+        return creator != nullptr ? creator->path().PathName() : "";
     });
 }
 

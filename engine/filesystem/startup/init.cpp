@@ -99,6 +99,10 @@ bool init(const char* root, FFSAddSourceFlags::ENUM flags, const char* cache_dir
     return true;
 }
 
+bool init(const init_options& options) {
+    return init(options.root, options.flags, options.cache_dir, options.use_fallback, false, options.names);
+}
+
 void shutdown() {
     if (!is_initialized()) return;
     guarded(nullptr, [] {

@@ -11,9 +11,12 @@
 
 #include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/native_path.h"
+#include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/directory/mount/store.h"
+#include "engine/filesystem/sources/prefixed.h"
 #include "engine/filesystem/startup/prepared_path.h"
 
 // Mounting by path. The path decides the kind of source. Mounting reads the disk and may take long, so it runs outside
@@ -67,7 +70,7 @@ bool check_key(const char* path, const fs::path& key, FFSAddSourceFlags::ENUM fl
     return true;
 }
 
-bool mount_path(const char* path, FFSAddSourceFlags::ENUM flags) {
+bool mount_path(const char* path, std::string_view prefix, FFSAddSourceFlags::ENUM flags) {
     const PreparedPath prepared(path);
     if (!prepared.is_full()) {
         log_message(log_source, Log::ELevel::WARN, __LINE__, "Cannot add source '%s'. It is not full path.\n", path);
@@ -80,6 +83,7 @@ bool mount_path(const char* path, FFSAddSourceFlags::ENUM flags) {
         log_message(log_source, Log::ELevel::ERRR, __LINE__, "Can not allocate memory for source '%s'.\n", path);
         return refuse(EFSError::OUT_OF_MEMORY, path, "There is no memory for one more source.");
     }
+    if (!prefix.empty()) source = make_prefixed(std::move(source), prefix);
     const fs::path key = prepared.as_source_path();
     if (!check_key(path, key, flags) || !mount(*source, key, flags, cache.get())) return false;
     if (!registry::add(std::move(source), flags)) return false;
@@ -104,7 +108,19 @@ bool unmount_path(const char* path) {
 bool add_source(const char* path, FFSAddSourceFlags::ENUM flags) {
     if (path == nullptr) path = "";
     const DiskUse use("listed", path);
-    return guarded(path, false, [&] { return mount_path(path, flags); });
+    return guarded(path, false, [&] { return mount_path(path, "", flags); });
+}
+
+bool add_source_at(const char* path, const char* prefix, FFSAddSourceFlags::ENUM flags) {
+    if (path == nullptr) path = "";
+    const DiskUse use("listed", path);
+    return guarded(path, false, [&] {
+        NormalText place(prefix, false);
+        place.drop_trailing_slash();
+        if (is_full_path(place.c_str()) || climbs(place.c_str()))
+            return refuse(EFSError::INVALID_NAME, prefix, "The prefix is a full path, or climbs.");
+        return mount_path(path, place.c_str(), flags);
+    });
 }
 
 bool rem_source(const char* path) {

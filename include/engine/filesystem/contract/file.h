@@ -61,7 +61,8 @@ ENGINE_FS_API void close(SFsFile* file);
 /// is closed: by this, or by fs::close, which gives no answer. Its content is on the disk before it has the name, so
 /// that whatever happens, a reader finds the old file or the new one, whole. A write that fails, a target that is open by
 /// then or became read-only, and fs::discard leave the old file. A second writer of the same target is refused; what a
-/// killed process left is written anew by the next one. Where a link is opened, the file behind it is replaced.
+/// killed process left is written anew by the next one. Where a link is opened, the file behind it is replaced. A
+/// caller's own source gets the flag as any other, and does with it what it can.
 ENGINE_FS_API bool commit(SFsFile* file);
 /// Closes, and leaves the old file when this one was opened with FFSOpenFlags::REPLACE.
 ENGINE_FS_API void discard(SFsFile* file);

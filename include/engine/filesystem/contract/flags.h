@@ -51,6 +51,8 @@ struct FFSAddSourceFlags {
         PROTECTED = 0x80,           // not writable, and shields the names that it holds
         MUST_EXIST = 0x100,         // the directory must exist; not writable
         EXACT_SEEKS = 0x200,        // a pack's stored entries are read at the position asked for
+        BEFORE_PACKS = 0x400,       // a directory is asked before every pack, and behind memory archives
+        WRITE_HERE = 0x800,  // what nobody holds is created here, not in the first source; the newest such counts
     };
 };
 

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include <engine/filesystem/contract/source.h>
+
+namespace fs {
+
+/// A source that shows every name of `inner` below `prefix`, which is in normal form, lower case, and neither empty nor a
+/// full path. What is created begins with all of the prefix; everything else may name a file by its end, as in `inner`.
+/// The callback of searches hears the names as `inner` has them. Throws std::bad_alloc.
+std::unique_ptr<CFSSource> make_prefixed(std::unique_ptr<CFSSource> inner, std::string_view prefix);
+
+}  // namespace fs

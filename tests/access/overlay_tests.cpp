@@ -1,0 +1,142 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <engine/filesystem.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/access/files.h"
+#include "tests/support/mounted_root.h"
+
+// Who is asked first, who creates, and names below a prefix.
+
+namespace {
+
+using Add = FFSAddSourceFlags;
+using test::load;
+using test::save;
+using testing::ElementsAre;
+
+class Overlays : public testing::Test {
+protected:
+    void SetUp() override {
+        home_.write("game/a.txt", "root");
+        home_.write("game/config.ini", "root");
+        home_.write("mod/a.txt", "mod");
+        home_.write("mod/Deep/b.txt", "mod b");
+        pack("base.pak", {{"a.txt", "pack"}, {"textures/sky.dds", "sky"}});
+        pack("late.pak", {{"a.txt", "late"}});
+    }
+    void TearDown() override { fs::shutdown(); }
+
+    void start(Add::ENUM flags = Add::NONE) {
+        const std::string root = home_ / "game";
+        ASSERT_TRUE(fs::init({.root = root.c_str(), .flags = whole_tree | flags, .use_fallback = false}));
+        fs::clear_error();
+    }
+    void pack(const char* name, std::initializer_list<std::pair<const char*, std::string_view>> entries) {
+        fs::pack_writer writer;
+        ASSERT_TRUE(writer.open((home_ / name).c_str()));
+        for (const auto& [entry, bytes] : entries) ASSERT_TRUE(writer.add(entry, bytes.data(), bytes.size(), 6, 0));
+        ASSERT_TRUE(writer.finish());
+    }
+    bool add(const char* name, Add::ENUM flags = Add::NONE) { return fs::add_source((home_ / name).c_str(), flags); }
+    bool add_at(const char* name, const char* prefix, Add::ENUM flags = whole_tree) {
+        return fs::add_source_at((home_ / name).c_str(), prefix, flags);
+    }
+
+    static std::vector<std::string> names_in(const char* dir, bool recursive) {
+        std::vector<std::string> names;
+        for (const char* name : fs::find_files(dir, nullptr, recursive)) names.emplace_back(name);
+        return names;
+    }
+
+    TempDirectory home_;
+};
+
+TEST_F(Overlays, ADirectoryBeforePacksWinsOverAllOfThem) {
+    start();
+    ASSERT_TRUE(add("base.pak"));
+    EXPECT_EQ(load("a.txt"), "pack");
+    ASSERT_TRUE(add("mod", whole_tree | Add::BEFORE_PACKS));
+    EXPECT_EQ(load("a.txt"), "mod");
+    ASSERT_TRUE(add("late.pak"));
+    EXPECT_EQ(load("a.txt"), "mod") << "later packs go behind it";
+    EXPECT_TRUE(fs::rem_source((home_ / "mod").c_str()));
+    EXPECT_EQ(load("a.txt"), "late");
+    fs::shutdown();
+    start(Add::BEFORE_PACKS);
+    ASSERT_TRUE(add("base.pak"));
+    EXPECT_EQ(load("a.txt"), "root");
+}
+
+TEST_F(Overlays, NewFilesGoToTheNewestThatTakesThem) {
+    start(Add::WRITE_HERE);
+    ASSERT_TRUE(add("base.pak"));
+    EXPECT_TRUE(save("saves/slot.sav", "saved"));
+    EXPECT_EQ(home_.read("game/saves/slot.sav"), "saved");
+    EXPECT_EQ(load("saves/slot.sav"), "saved");
+    EXPECT_EQ(fs::write_path(), home_ / "game/");
+    EXPECT_FALSE(save("textures/sky.dds", "mine")) << "it could not be read back";
+    EXPECT_EQ(fs::last_error().code, EFSError::ALREADY_EXISTS);
+    EXPECT_EQ(fs::last_error().text, "textures/sky.dds is held by base.pak, which is asked first.");
+    EXPECT_FALSE(home_.exists("game/textures"));
+    ASSERT_TRUE(add("mod", whole_tree | Add::WRITE_HERE));
+    EXPECT_TRUE(save("new.txt", "new") && fs::mkdir("made"));
+    EXPECT_TRUE(home_.exists("mod/new.txt") && home_.exists("mod/made"));
+    EXPECT_TRUE(fs::rem_source((home_ / "mod").c_str()));
+    EXPECT_TRUE(save("new.txt", "new") && home_.exists("game/new.txt"));
+}
+
+TEST_F(Overlays, APrefixLeadsEveryName) {
+    start(Add::WRITE_HERE);
+    ASSERT_TRUE(add_at("mod", "Mods/Cool/", whole_tree | Add::WRITE_HERE));
+    ASSERT_TRUE(add_at("base.pak", "packs"));
+    // asked, who answers
+    const std::pair<const char*, const char*> rows[] = {
+        {"mods/cool/a.txt", "mod"}, {"COOL/A.TXT", "mod"},       {"mods/cool/deep/b.txt", "mod b"},
+        {"deep/b.txt", "mod b"},    {"b.txt", "mod b"},          {"packs/a.txt", "pack"},
+        {"sky.dds", "sky"},         {"packs/sky.dds", "(none)"}, {"mods/a.txt", "(none)"},
+        {"cool/deep/x", "(none)"},  {"ol/a.txt", "(none)"},      {"mods/cool/sky.dds", "(none)"},
+    };
+    for (const auto& [asked, answer] : rows) EXPECT_EQ(load(asked), answer) << asked;
+    EXPECT_TRUE(fs::exists("mods/cool/a.txt", FFSOpenFlags::WHOLE_NAME));
+    EXPECT_FALSE(fs::exists("deep/b.txt", FFSOpenFlags::WHOLE_NAME));
+    EXPECT_EQ(fs::root_path("deep/b.txt"), "mods/cool/deep/b.txt");
+    fs::string native;
+    EXPECT_TRUE(fs::native_path("cool/deep/b.txt", native) && native.ends_with("/mod/Deep/b.txt"));
+    EXPECT_FALSE(fs::native_path("packs/a.txt", native));
+    EXPECT_EQ(fs::last_error().code, EFSError::UNSUPPORTED);
+    EXPECT_NE(fs::search_dir("mods/cool/deep"), nullptr);
+    EXPECT_THAT(names_in("mods", true), ElementsAre("mods/cool/a.txt", "mods/cool/deep/b.txt"));
+    EXPECT_THAT(names_in("mods/cool", false), ElementsAre("mods/cool/a.txt"));
+    EXPECT_THAT(names_in("mods", false), ElementsAre());
+}
+
+TEST_F(Overlays, WhatIsMadeBelowAPrefixGoesThere) {
+    start(Add::WRITE_HERE);
+    ASSERT_TRUE(add_at("mod", "mods/cool", whole_tree | Add::WRITE_HERE));
+    EXPECT_TRUE(save("Mods/Cool/New/c.txt", "c") && save("mods/cool/new/c.txt", "cc"));
+    EXPECT_EQ(home_.read("mod/New/c.txt"), "cc");
+    EXPECT_NE(fs::search_dir("mods/cool/new"), nullptr);
+    EXPECT_TRUE(save("other.txt", "o") && home_.exists("game/other.txt")) << "whose name does not begin so";
+    EXPECT_TRUE(fs::save_text_file("r", "mods/cool/replaced.txt", FFSOpenFlags::REPLACE));
+    EXPECT_EQ(load("mods/cool/replaced.txt"), "r");
+    EXPECT_TRUE(fs::rename("mods/cool/a.txt", "mods/cool/moved/a2.txt"));
+    EXPECT_EQ(load("moved/a2.txt"), "mod");
+    EXPECT_TRUE(fs::rem_file("mods/cool/deep/b.txt"));
+    EXPECT_FALSE(home_.exists("mod/Deep/b.txt"));
+    fs::rem_dir("mods/cool/new");
+    EXPECT_FALSE(home_.exists("mod/New"));
+    home_.write("mod/seen.txt", "seen");
+    fs::refresh("mods/cool");
+    EXPECT_EQ(load("mods/cool/seen.txt"), "seen");
+    EXPECT_FALSE(add_at("mod", "elsewhere")) << "it is mounted";
+    EXPECT_FALSE(add_at("late.pak", "../up"));
+    EXPECT_FALSE(add_at("late.pak", (home_ / "full").c_str()));
+    EXPECT_TRUE(fs::rem_source((home_ / "mod").c_str()));
+    EXPECT_FALSE(fs::exists("mods/cool/seen.txt"));
+}
+
+}  // namespace
