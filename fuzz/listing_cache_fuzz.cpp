@@ -18,7 +18,7 @@ void require(bool holds) {
 }
 
 std::vector<std::uint8_t> with_good_head(const std::uint8_t* data, std::size_t size) {
-    std::vector<std::uint8_t> bytes = fs::encode_listing(key, fs::dir_listing());
+    std::vector<std::uint8_t> bytes = fs::dir_listing().encode(key);
     bytes.insert(bytes.end(), data, data + size);
     kernel::store_u32(bytes.data() + 8, kernel::crc32(0, bytes.data() + 12, bytes.size() - 12));
     return bytes;
@@ -31,11 +31,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::vector<std::uint8_t> bytes(data + 1, data + size);
     if (data[0] % 4 != 0) bytes = with_good_head(data + 1, size - 1);
     fs::dir_listing listing;
-    if (!fs::decode_listing(key, bytes, listing)) {
+    if (!listing.decode(key, bytes)) {
         require(listing.is_empty());
         return 0;
     }
-    require(fs::encode_listing(key, listing) == bytes);
+    require(listing.encode(key) == bytes);
 
     const fs::DirectoryState state;
     fs::MountedNames names("");

@@ -103,13 +103,13 @@ TEST_F(SlowOpens, KeepTheirSource) {
 class FailingSource final : public MemorySource, public fs::LocatingSource {
 public:
     using MemorySource::MemorySource;
-    Opening locate(const fs::path& p, FFSOpenFlags::FLAGS) override {
-        if (!exists(p)) return {};
-        return [this]() -> SFsFile* {
-            if (act) begin(act).get();
-            fs::set_error(EFSError::IO, "failing", "It cannot be read.");
-            return nullptr;
-        };
+    Answer locate(const fs::path& p, FFSOpenFlags::FLAGS, Located&) override {
+        return exists(p) ? Answer::LOCATED : Answer::NOT_HELD;
+    }
+    SFsFile* open_located(const fs::path&, FFSOpenFlags::FLAGS, const Located&) override {
+        if (act) begin(act).get();
+        fs::set_error(EFSError::IO, "failing", "It cannot be read.");
+        return nullptr;
     }
 
     std::function<bool()> act;

@@ -65,7 +65,8 @@ bool is_passed_over(CFSSource& source, const Request& request) {
 /// What a walk over the sources came to: a file, or one that is yet to be opened.
 struct FoundToRead {
     FilePtr file;
-    LocatingSource::Opening open;
+    LocatingSource* opener = nullptr;  // of what was located
+    LocatingSource::Located located;
     registry::Pin pin;  // on the source, where it was asked for or the file is yet to be opened
 };
 
@@ -79,12 +80,14 @@ void find_to_read(const Request& request, FoundToRead& found, bool pins) {
     registry::first_source([&](CFSSource& source) {
         if (!is_behind) return is_behind = is_pinned(source), false;
         if (!concerned(source) || is_passed_over(source, request)) return false;
-        if (auto* const locating = dynamic_cast<LocatingSource*>(&source))
-            found.open = locating->locate(request.name, request.flags);
-        else
-            found.file.reset(open_in_place(source, request));
-        if (!found.open && !found.file) return false;
-        if (found.open || pins) found.pin = registry::Pin(source);
+        using Answer = LocatingSource::Answer;
+        auto* const locating = dynamic_cast<LocatingSource*>(&source);
+        const Answer answer =
+            locating ? locating->locate(request.name, request.flags, found.located) : Answer::OPEN_READ;
+        if (answer == Answer::OPEN_READ) found.file.reset(open_in_place(source, request));
+        if (answer == Answer::LOCATED) found.opener = locating;
+        if (!found.opener && !found.file) return false;
+        if (found.opener || pins) found.pin = registry::Pin(source);
         return true;
     });
 }
@@ -93,10 +96,11 @@ FilePtr open_to_read(const Request& request, registry::Pin* pin) {
     ErrorScope scope;
     FoundToRead found;
     do {
+        found.opener = nullptr;
         find_to_read(request, found, pin != nullptr);
-        if (!found.open) break;
+        if (!found.opener) break;
         const registry::UnlockedAsking asking;
-        found.file.reset(std::exchange(found.open, nullptr)());
+        found.file.reset(found.opener->open_located(request.name, request.flags, found.located));
     } while (!found.file);
     if (found.file) {
         scope.forget();

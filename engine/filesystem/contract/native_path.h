@@ -22,6 +22,11 @@ inline bool is_native_directory_name(std::string_view directory) {
     return directory.starts_with('/') || (knows_drives && begins_with_drive(directory));
 }
 
+/// What stands before the last component of a path that ends in "/"; "" when nothing does.
+inline std::string_view parent_directory(std::string_view path) {
+    return path.empty() ? path : path.substr(0, path.substr(0, path.size() - 1).rfind('/') + 1);
+}
+
 /// What stands before the first component that could be made: a drive, a network server or the leading "/".
 std::size_t fixed_prefix_length(std::string_view path);
 

@@ -19,9 +19,9 @@ bool begins_with_directory(std::string_view dir, std::string_view lead) {
 /// How much of the source's own path leads to its native root: less than all of it where the last directory leads every
 /// name.
 std::size_t root_length(CFSSource& source, std::string_view mounted) {
-    if ((source.flags() & FFSAddSourceFlags::MOUNT_PARENT) == 0 || mounted.size() < 2) return mounted.size();
-    const std::size_t separator = mounted.rfind('/', mounted.size() - 2);
-    return separator == std::string_view::npos ? mounted.size() : separator + 1;
+    const bool has_parent = (source.flags() & FFSAddSourceFlags::MOUNT_PARENT) != 0;
+    const std::size_t parent = has_parent ? parent_directory(mounted).size() : 0;
+    return parent != 0 ? parent : mounted.size();
 }
 
 }  // namespace

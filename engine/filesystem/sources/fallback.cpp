@@ -125,12 +125,12 @@ SFsFile* CWin32_fallback::open_read_write(const fs::path& p, FFSOpenFlags::FLAGS
     return open(p, EFSMode::READ_WRITE, flags);
 }
 
-/// A derived class may open in its own way, which is made for the lock.
-fs::LocatingSource::Opening CWin32_fallback::locate(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    return fs::guarded(p.FileName(), Opening(), [&]() -> Opening {
-        if (typeid(*this) != typeid(CWin32_fallback)) return fs::already_open(open_read(p, flags));
-        return [this, p, flags] { return open_read(p, flags); };
-    });
+// The name as it is asked for is all that an open needs. A derived class may open in its own way, which is made for the lock.
+fs::LocatingSource::Answer CWin32_fallback::locate(const fs::path&, FFSOpenFlags::FLAGS, Located&) {
+    return typeid(*this) == typeid(CWin32_fallback) ? Answer::LOCATED : Answer::OPEN_READ;
+}
+SFsFile* CWin32_fallback::open_located(const fs::path& p, FFSOpenFlags::FLAGS flags, const Located&) {
+    return open_read(p, flags);
 }
 
 void CWin32_fallback::rem_dir(const fs::path& p) {

@@ -1,6 +1,5 @@
 #include "engine/filesystem/sources/paths.h"
 
-#include "engine/filesystem/contract/file_ptr.h"
 #include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/contract/set_error.h"
@@ -9,17 +8,6 @@
 #include "engine/platform/directories.h"
 
 namespace fs {
-
-namespace {
-
-// Where the last component of a root begins; 0 when it has no parent.
-std::size_t start_of_last_component(std::string_view root) {
-    if (root.size() < 2) return 0;
-    const std::size_t separator = root.rfind('/', root.size() - 2);
-    return separator == std::string_view::npos ? 0 : separator + 1;
-}
-
-}  // namespace
 
 bool open_native_root(std::string_view given, std::string_view spelling, bool parent, NativeRoot& root,
                       std::string& start) {
@@ -31,18 +19,16 @@ bool open_native_root(std::string_view given, std::string_view spelling, bool pa
     if (!platform::resolve_case(wanted.c_str(), spelled)) return refuse_by_disk(wanted.c_str(), "cannot be looked for");
     // Its length may be another one: short names of Windows are told in full.
     const std::string_view whole(spelled);
-    const std::size_t split = parent ? start_of_last_component(whole) : 0;
+    const std::size_t split = parent ? parent_directory(whole).size() : 0;
     start = split == 0 ? "" : whole.substr(split);
-    root.length = whole.copy(root.text, split == 0 ? whole.size() : split);
-    root.text[root.length] = '\0';
-    root.handle = std::make_shared<platform::Root>(platform::Root::open(root.text));
+    root.text = split == 0 ? whole : whole.substr(0, split);
+    root.handle = std::make_shared<platform::Root>(platform::Root::open(root.text.c_str()));
     return true;
 }
 
 Place place_of(const NativeRoot& root, std::string_view& dir) {
-    if (root.length != 0 && dir.size() >= root.length &&
-        kernel::equal_folded(dir.substr(0, root.length), root.view())) {
-        dir.remove_prefix(root.length);
+    if (!root.text.empty() && kernel::equal_folded(dir.substr(0, root.text.size()), root.text)) {
+        dir.remove_prefix(root.text.size());
         return Place::INSIDE;
     }
     return is_native_directory_name(dir) ? Place::OUTSIDE : Place::RELATIVE;
@@ -57,7 +43,7 @@ bool NativePath::append(std::string_view added) {
 
 bool build_native_path(const NativeRoot& root, std::string_view dir, std::string_view name, NativePath& out) {
     out.cut(0);
-    if (!out.append(root.view())) return false;
+    if (!out.append(root.text)) return false;
     out.root_length = out.length;
     return out.append(dir) && out.append(name);
 }
@@ -71,13 +57,6 @@ SFsFile* open_of_source(CFSSource* source, const platform::PathAt& path, EFSMode
     if (is_valid_open(mode, flags)) return open_for_change(source, path, mode, flags, name);
     set_error(EFSError::INVALID_ARGUMENT, path.full, "Mode and flags of the open exclude each other.");
     return nullptr;
-}
-
-LocatingSource::Opening already_open(SFsFile* file) {
-    FilePtr owned(file);
-    if (!owned) return {};
-    const auto shared = std::make_shared<FilePtr>(std::move(owned));
-    return [shared] { return shared->release(); };
 }
 
 bool prepare_rename(std::string_view from, const char* to) {

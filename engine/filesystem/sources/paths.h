@@ -7,7 +7,6 @@
 #include <string_view>
 
 #include <engine/filesystem/contract/flags.h>
-#include <engine/filesystem/contract/locating_source.h>
 #include <engine/filesystem/contract/source.h>
 
 #include "engine/platform/files.h"
@@ -16,11 +15,8 @@ namespace fs {
 
 /// The native root of a directory source as the disk spells it, and kept open.
 struct NativeRoot {
-    char text[platform::path_buffer_size] = "";  // ends in "/" unless empty
-    std::size_t length = 0;
+    std::string text;                              // ends in "/" unless empty
     std::shared_ptr<const platform::Root> handle;  // shared with opens on their way
-
-    std::string_view view() const { return {text, length}; }
 };
 
 /// Opens the root of a directory source. `given` is its path; `spelling` is used instead where it is the same path in
@@ -39,6 +35,12 @@ enum class Place : std::uint8_t {
 /// The place of `dir`; where it is INSIDE, `dir` is cut to what follows the root.
 Place place_of(const NativeRoot& root, std::string_view& dir);
 
+/// A native path of which so much is the root.
+inline platform::PathAt path_at(const char* path, std::size_t root_length, const platform::Root* root) {
+    if (root_length == 0 || path[root_length] == '\0' || root == nullptr || !root->valid()) return {.full = path};
+    return {.full = path, .root = root, .relative = path + root_length};
+}
+
 /// A native path, and how much of it is the root.
 struct NativePath {
     char text[platform::path_buffer_size];
@@ -47,11 +49,7 @@ struct NativePath {
 
     std::string_view view() const { return {text, length}; }
     std::string_view below_root() const { return view().substr(root_length); }
-    platform::PathAt at(const NativeRoot& root) const { return at(root.handle.get()); }
-    platform::PathAt at(const platform::Root* root) const {
-        if (root_length == 0 || root_length == length || root == nullptr || !root->valid()) return {.full = text};
-        return {.full = text, .root = root, .relative = text + root_length};
-    }
+    platform::PathAt at(const NativeRoot& root) const { return path_at(text, root_length, root.handle.get()); }
     /// Appends a text. False, with nothing changed, when it does not fit.
     [[nodiscard]] bool append(std::string_view added);
     void cut(std::size_t new_length) { text[length = new_length] = '\0'; }
@@ -65,9 +63,6 @@ struct NativePath {
 /// read-write open makes a file that is missing. Null, with the failure stored, when that cannot be done.
 SFsFile* open_of_source(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
                         std::string_view name);
-
-/// An opening that hands out what is open already; empty for null. May throw std::bad_alloc, and then closes it.
-LocatingSource::Opening already_open(SFsFile* file);
 
 /// Makes the directories of `to`. False, with the failure stored, when that fails or there is a file of the new name that
 /// is not the old one in another case. May throw std::bad_alloc.

@@ -77,7 +77,7 @@ TEST_F(CacheService, IsAskedBeforeAStoredListing) {
     fs::dir_listing recorded;
     fs::dir_listing listing;
     mount(&recorded);
-    ASSERT_TRUE(listing.assign(recorded.bytes()));
+    ASSERT_TRUE(listing.decode({}, recorded.encode({})));
     companion_.control().is_running = true;
     companion_.control().item_count = 1;
     platform::inject_fault(platform::FaultPoint::STAT, 1, platform::Failure::ACCESS_DENIED, true);

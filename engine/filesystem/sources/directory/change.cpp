@@ -34,7 +34,7 @@ void forget(DirectoryState& state, const char* path, const platform::DirectoryIt
     NativePath lower;
     lower.cut(0);
     if (!lower.append(path)) return;
-    lower.root_length = state.native_root.length;
+    lower.root_length = state.native_root.text.size();
     fs::fold_text(lower.text, lower.length);
     const std::string_view name = lower.below_root();
     if (item.is_link) return forget_link(state, name);

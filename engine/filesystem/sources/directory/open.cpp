@@ -1,9 +1,7 @@
 #include <engine/filesystem/sources/directory.h>
 
-#include <memory>
-#include <optional>
+#include <cstring>
 #include <typeinfo>
-#include <utility>
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/native_path.h"
@@ -17,54 +15,42 @@ namespace {
 using fs::NameTable;
 using fs::NativePath;
 
-/// Directory and name of a file in one buffer, for the handle.
-struct EntryName {
-    char text[platform::path_buffer_size];
-    std::size_t length = 0;
-
-    EntryName(const NameTable& table, std::uint32_t file) {
-        const std::string_view dir = table.dir(file);
-        const std::string_view name = table.name(file);
-        if (dir.size() + name.size() > platform::max_path_bytes) return;
-        length = dir.copy(text, dir.size());
-        length += name.copy(text + length, name.size());
-    }
-    std::string_view view() const { return {text, length}; }
-};
-
-/// A file that the table holds, ready to be opened. It stays so when the tables change, and when the root is opened anew.
-struct Entry {
-    std::shared_ptr<const platform::Root> root;
-    NativePath native;
-    EntryName name;
-
-    SFsFile* open(CFSSource* source, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) const {
-        return fs::open_of_source(source, native.at(root.get()), mode, flags, name.view());
-    }
-};
-
-std::optional<Entry> find_entry(const fs::DirectoryState& state, const fs::path& p, FFSOpenFlags::FLAGS flags) {
+bool locate_entry(const fs::DirectoryState& state, const fs::path& p, FFSOpenFlags::FLAGS flags,
+                  fs::LocatingSource::Located& out) {
     const std::uint32_t file = state.find(p, fs::has_any(flags, FFSOpenFlags::WHOLE_NAME));
-    if (file == NameTable::none) return std::nullopt;
-    std::optional<Entry> entry({.root = state.native_root.handle, .native = {}, .name = {state.names->table, file}});
-    return state.native_path(file, entry->native) ? entry : std::nullopt;
+    NativePath native;
+    if (file == NameTable::none || !state.native_path(file, native)) return false;
+    out.root = state.native_root.handle;
+    out.root_length = native.root_length;
+    std::memcpy(out.path, native.text, native.length + 1);
+    return true;
+}
+
+SFsFile* open_entry(CFSSource* source, const fs::LocatingSource::Located& entry, EFSMode::TYPE mode,
+                    FFSOpenFlags::FLAGS flags) {
+    char name[platform::path_buffer_size];
+    const std::string_view spelled(entry.path + entry.root_length);
+    fs::fold_text(name, spelled.copy(name, sizeof name));
+    const auto* const root = static_cast<const platform::Root*>(entry.root.get());
+    return fs::open_of_source(source, fs::path_at(entry.path, entry.root_length, root), mode, flags,
+                              {name, spelled.size()});
 }
 
 }  // namespace
 
 SFsFile* CWin32_dir::open_existing(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    const std::optional<Entry> entry = find_entry(*state_, p, flags);
-    return entry ? entry->open(this, mode, flags) : nullptr;
+    Located entry;
+    return locate_entry(*state_, p, flags, entry) ? open_entry(this, entry, mode, flags) : nullptr;
 }
 
-/// A derived class may open in its own way, which is made for the lock.
-fs::LocatingSource::Opening CWin32_dir::locate(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    return fs::guarded(p.FileName(), Opening(), [&]() -> Opening {
-        if (typeid(*this) != typeid(CWin32_dir)) return fs::already_open(open_read(p, flags));
-        std::optional<Entry> entry = find_entry(*state_, p, flags);
-        if (!entry) return {};
-        return [this, entry = std::move(*entry), flags] { return entry.open(this, EFSMode::READ, flags); };
-    });
+fs::LocatingSource::Answer CWin32_dir::locate(const fs::path& p, FFSOpenFlags::FLAGS flags, Located& out) {
+    // A derived class may open in its own way, which is made for the lock.
+    if (typeid(*this) != typeid(CWin32_dir)) return Answer::OPEN_READ;
+    return locate_entry(*state_, p, flags, out) ? Answer::LOCATED : Answer::NOT_HELD;
+}
+
+SFsFile* CWin32_dir::open_located(const fs::path& /*p*/, FFSOpenFlags::FLAGS flags, const Located& found) {
+    return open_entry(this, found, EFSMode::READ, flags);
 }
 
 SFsFile* CWin32_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {

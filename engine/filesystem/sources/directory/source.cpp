@@ -62,19 +62,17 @@ bool mount(fs::DirectoryState& state, const fs::path& root, FFSAddSourceFlags::E
     fresh.type = state.type;
     fresh.flags = flags;
     fresh.root = root;
-    fresh.is_protected = has(flags, FFSAddSourceFlags::PROTECTED);
-    fresh.allow_write = !has(flags, FFSAddSourceFlags::MUST_EXIST);
     fresh.spelling = state.spelling;
     fresh.include = state.include;
     const std::string_view dir = fresh.root.PathNameView();
     if (root.Empty()) return fs::refuse(EFSError::INVALID_NAME, "", "The root of a directory source is empty.");
     if (fresh.root.Empty()) throw std::bad_alloc();
-    if (!fresh.allow_write && (dir.empty() || !fs::is_native_directory(dir.data()))) {
+    if (has(flags, FFSAddSourceFlags::MUST_EXIST) && (dir.empty() || !fs::is_native_directory(dir.data()))) {
         return fs::refuse(EFSError::NOT_FOUND, dir.data(), "The root of the source must exist and is not a directory.");
     }
     const bool parent = has(flags, FFSAddSourceFlags::MOUNT_PARENT);
     if (!fs::open_native_root(dir, fresh.spelling, parent, fresh.native_root, fresh.start)) return false;
-    fresh.native = fs::lower_text(fresh.native_root.view());
+    fresh.native = fs::lower_text(fresh.native_root.text);
     fresh.names = read_names(fresh, listing);
     if (before) fs::keep_unlisted(fresh, *before, *fresh.names);
     tell_unlisted(fresh, *fresh.names);
@@ -147,8 +145,10 @@ std::uint32_t CWin32_dir::unlisted_directories() { return static_cast<std::uint3
 const fs::path& CWin32_dir::path() { return state_->root; }
 FFSAddSourceFlags::ENUM CWin32_dir::flags() { return state_->flags; }
 EFSSourceType::TYPE CWin32_dir::type() { return state_->type; }
-bool CWin32_dir::is_protected() { return state_->is_protected; }
-bool CWin32_dir::writable() { return state_->allow_write && !state_->is_protected; }
+bool CWin32_dir::is_protected() { return has(state_->flags, FFSAddSourceFlags::PROTECTED); }
+bool CWin32_dir::writable() {
+    return !has(state_->flags, FFSAddSourceFlags::PROTECTED | FFSAddSourceFlags::MUST_EXIST);
+}
 fs::dir* CWin32_dir::dir_tree() { return &state_->names->tree; }
 const char* CWin32_dir::root_dir() { return state_->native.c_str(); }
 

@@ -3,15 +3,14 @@
 
 #include <engine/filesystem/sources/memory_archive.h>
 
-#include <algorithm>
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
-#include <vector>
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/normalize.h"
@@ -37,20 +36,17 @@ struct ZippedDataArchive::State {
     platform::Mutex lock;  // guards everything below
     std::unordered_map<std::string, Entry> entries;
     std::uint64_t added = 0;
-    std::vector<std::string> ignored;
+    std::set<std::string> ignored;
     std::uint8_t* base = nullptr;
     std::uint64_t capacity = 0;
     std::uint64_t used = 0;
 
     bool bound() const { return base != nullptr && capacity != 0; }
-    bool ignores(const std::string& key) const {
-        return std::find(ignored.begin(), ignored.end(), key) != ignored.end();
-    }
     Entry* find(const std::string& key) {
         const auto found = entries.find(key);
         return found == entries.end() ? nullptr : &found->second;
     }
-    Entry* find_visible(const std::string& key) { return ignores(key) ? nullptr : find(key); }
+    Entry* find_visible(const std::string& key) { return ignored.contains(key) ? nullptr : find(key); }
     /// What `work(key)` answers, with the lock held; `failure`, with the failure stored, without memory.
     template <class Result, class Work>
     Result locked(const char* name, Result failure, Work work) {
@@ -173,18 +169,15 @@ void ZippedDataArchive::GetAllFilenames(ztl::list<fs::string>& names) {
 }
 
 void ZippedDataArchive::AddIgnoredFile(const char* name) {
-    state_->locked(name, false, [&](const std::string& key) {
-        if (!state_->ignores(key)) state_->ignored.push_back(key);
-        return true;
-    });
+    state_->locked(name, false, [&](std::string key) { return state_->ignored.insert(std::move(key)).second; });
 }
 
 void ZippedDataArchive::RemoveIgnoredFile(const char* name) {
-    state_->locked(name, std::size_t{0}, [&](const std::string& key) { return std::erase(state_->ignored, key); });
+    state_->locked(name, std::size_t{0}, [&](const std::string& key) { return state_->ignored.erase(key); });
 }
 
 bool ZippedDataArchive::IsIgnoredFile(const char* name) {
-    return state_->locked(name, false, [&](const std::string& key) { return state_->ignores(key); });
+    return state_->locked(name, false, [&](const std::string& key) { return state_->ignored.contains(key); });
 }
 
 }  // namespace fs

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cstdlib>
-#include <limits>
 
 #include <engine/filesystem/sources/memory_archive.h>
 #include <engine/filesystem/streams/memory.h>
@@ -49,7 +48,6 @@ SFsFile* CMemZip_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
     if (!archive_ || !archive_->GetEntry(p.FileName(), nullptr, &packed_size)) return nullptr;
     const std::uint64_t size = archive_->GetEntryUnzippedLength(p.FileName());
     if (size / best_ratio > packed_size) return refuse_entry(p);
-    if (size > std::numeric_limits<std::size_t>::max()) return refuse_memory(p);
     // Zeros: a recorded length that is too large must not show what lay in the memory before.
     void* buffer = std::calloc(std::max<std::size_t>(1, static_cast<std::size_t>(size)), 1);
     if (!buffer) return refuse_memory(p);

@@ -1,10 +1,12 @@
 #include "engine/filesystem/sources/memory/server_archive.h"
 
-#include <new>
+#include <memory>
+#include <utility>
 
 #include <engine/filesystem/registry.h>
 #include <engine/filesystem/sources/memory_archive.h>
 
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
 
@@ -15,7 +17,7 @@ namespace {
 /// There is one server archive at most; it is null before its making and after a shutdown.
 struct ServerArchive {
     platform::Mutex lock;  // taken before the registry's lock
-    ZippedDataArchive* archive ENGINE_GUARDED_BY(lock) = nullptr;
+    std::unique_ptr<ZippedDataArchive> archive ENGINE_GUARDED_BY(lock);
 };
 
 ServerArchive& state() {
@@ -26,32 +28,29 @@ ServerArchive& state() {
 }  // namespace
 
 ZippedDataArchive* create_server_archive(void* memory, std::uint64_t capacity) {
-    ServerArchive& server = state();
-    const platform::LockGuard guard(server.lock);
-    if (server.archive) return server.archive;
-    try {
+    return guarded<ZippedDataArchive*>(nullptr, nullptr, [&] {
+        ServerArchive& server = state();
+        const platform::LockGuard guard(server.lock);
+        if (server.archive) return server.archive.get();
         auto archive = std::make_unique<ZippedDataArchive>();
         auto source = std::make_unique<CMemZip_dir>(archive.get());
         if (memory) archive->BindArchiveToMemory(memory, capacity);
-        server.archive = archive.release();
+        server.archive = std::move(archive);
         add_source(source.release(), FFSAddSourceFlags::INDEX_NAMES);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-    return server.archive;
+        return server.archive.get();
+    });
 }
 
 ZippedDataArchive* get_server_archive() {
     ServerArchive& server = state();
     const platform::LockGuard guard(server.lock);
-    return server.archive;
+    return server.archive.get();
 }
 
 void destroy_server_archive() {
     ServerArchive& server = state();
     const platform::LockGuard guard(server.lock);
-    delete server.archive;
-    server.archive = nullptr;
+    server.archive.reset();
 }
 
 }  // namespace fs

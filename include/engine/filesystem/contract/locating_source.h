@@ -1,6 +1,8 @@
 #pragma once
 
-#include <functional>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
 
 #include <engine/filesystem/contract/file.h>
 #include <engine/filesystem/contract/flags.h>
@@ -13,15 +15,26 @@ namespace fs {
 /// CFSSource; who needs it asks with dynamic_cast, and calls it instead of open_read.
 class LocatingSource {
 public:
-    /// Opens what was found, once, and answers as open_read would have. It owns all that it needs but the source itself,
-    /// which is not destroyed before: the tables may change meanwhile.
-    /// Threads  called without the registry's lock, on the thread that called locate.
-    using Opening = std::function<SFsFile*()>;
+    /// What a source needs to know to open a file that it found, whatever becomes of its tables meanwhile. Only the source
+    /// itself fills and reads it.
+    struct Located {
+        std::shared_ptr<const void> root;  // what is to be kept until the file is open
+        std::size_t root_length = 0;       // how much of `path` is the root
+        char path[path_capacity];
+    };
+    enum class Answer : std::uint8_t {
+        NOT_HELD,   // open_read would answer null without asking the disk; fs::last_error is as open_read leaves it
+        LOCATED,    // open_located opens it
+        OPEN_READ,  // to be opened by open_read, under the lock
+    };
 
-    /// The first half of open_read. Empty where open_read would answer null without asking the disk; fs::last_error then is
-    /// as open_read leaves it.
+    /// The first half of open_read.
     /// Threads  called under the registry's lock, held shared at least.
-    virtual Opening locate(const fs::path& p, FFSOpenFlags::FLAGS flags) = 0;
+    virtual Answer locate(const fs::path& p, FFSOpenFlags::FLAGS flags, Located& out) = 0;
+    /// The second half: opens what the same question located, and answers as open_read would have.
+    /// Threads  called without the registry's lock, on the thread that called locate. The source is not destroyed before
+    ///          it returns; its tables may have changed.
+    virtual SFsFile* open_located(const fs::path& p, FFSOpenFlags::FLAGS flags, const Located& found) = 0;
 
 protected:
     ~LocatingSource() = default;

@@ -92,7 +92,8 @@ public:
     bool add_file(const fs::path& p) override;
     std::uint32_t unlisted_directories() override;
     bool exists_whole(const fs::path& p) override;
-    Opening locate(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
+    Answer locate(const fs::path& p, FFSOpenFlags::FLAGS flags, Located& out) override;
+    SFsFile* open_located(const fs::path& p, FFSOpenFlags::FLAGS flags, const Located& found) override;
 
 private:
     SFsFile* open_existing(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags);

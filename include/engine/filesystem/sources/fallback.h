@@ -62,7 +62,8 @@ public:
     bool rename_file(const fs::path& from, const fs::path& to) override;
     bool native_path(const fs::path& p, char* out, std::size_t capacity) override;
     bool exists_whole(const fs::path& p) override;
-    Opening locate(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
+    Answer locate(const fs::path& p, FFSOpenFlags::FLAGS flags, Located& out) override;
+    SFsFile* open_located(const fs::path& p, FFSOpenFlags::FLAGS flags, const Located& found) override;
 
 private:
     SFsFile* open(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags);

@@ -41,73 +41,72 @@ ListingAhead::~ListingAhead() {
     thread_.Join();
 }
 
-void ListingAhead::list(const NativePath& path, Listed& out) const {
-    if (with_times_) out.times = recorded_times(path.at(root_));
-    out.is_complete = platform::list_directory(path.at(root_), out.items);
+void ListingAhead::list_now(const std::string& path, Listed& out) const {
+    const platform::PathAt at = path_at(path.c_str(), root_.text.size(), root_.handle.get());
+    if (with_times_) out.times = recorded_times(at);
+    out.is_complete = platform::list_directory(at, out.items);
     if (!out.is_complete) out.error = platform::last_error();
 }
 
-void ListingAhead::prefetch(const NativePath& parent, std::string_view name, bool is_link) {
-    std::string path;
-    path.reserve(parent.length + name.size() + 1);
-    path.append(parent.view()).append(name).append("/");
-    const bool fits = path.size() <= platform::max_path_bytes;
-    told_.push_back({std::move(path), parent.root_length, fits && !is_link});
-}
-
-void ListingAhead::start_prefetching() {
-    if (told_.empty()) return;
-    std::size_t count = 0;
+std::size_t ListingAhead::add(const Directory& parent, const platform::DirectoryListing& items) {
+    std::vector<Directory> found;
+    for (const platform::DirectoryItem& item : items.items()) {
+        if (!item.is_directory || is_passed_over(item)) continue;
+        std::string path;
+        path.reserve(parent.path.size() + item.length + 1);
+        path.append(parent.path).append(item.name, item.length).append("/");
+        found.push_back({.path = std::move(path), .is_link = item.is_link});
+    }
+    if (found.empty()) return 0;
+    std::size_t waiting = 0;
     {
         const std::lock_guard guard(lock_);
-        pending_.insert(pending_.end(), std::make_move_iterator(told_.rbegin()), std::make_move_iterator(told_.rend()));
-        count = pending_.size();
+        waiting_.insert(waiting_.end(), std::make_move_iterator(found.rbegin()), std::make_move_iterator(found.rend()));
+        waiting = waiting_.size();
         if (is_worth_waking()) is_idle_ = false;
     }
     has_work_.notify_one();
-    told_.clear();
-    if (was_started_ || count < worth_a_thread) return;
-    was_started_ = true;  // a start that fails is no failure: nothing is listed ahead then
-    if (std::thread::hardware_concurrency() < 2) return;
-    thread_.Start(
-        "fs listing", [](void* self) { static_cast<ListingAhead*>(self)->work(); }, this);
+    if (!was_started_ && waiting >= worth_a_thread) {
+        was_started_ = true;  // a start that fails is no failure: nothing is listed ahead then
+        const auto run = [](void* self) { static_cast<ListingAhead*>(self)->work(); };
+        if (std::thread::hardware_concurrency() > 1) thread_.Start("fs listing", run, this);
+    }
+    return found.size();
 }
 
 /// One directory alone is listed sooner than a sleeping thread wakes.
 bool ListingAhead::is_worth_waking() const {
     if (!is_idle_) return false;
-    const auto first = pending_.end() - static_cast<std::ptrdiff_t>(std::min(window, pending_.size()));
-    return static_cast<std::size_t>(std::count_if(first, pending_.end(), std::mem_fn(&Pending::waits))) >= window / 2;
+    const auto first = waiting_.end() - static_cast<std::ptrdiff_t>(std::min(window, waiting_.size()));
+    return static_cast<std::size_t>(std::count_if(first, waiting_.end(), std::mem_fn(&Directory::may_be_listed))) >=
+           window / 2;
 }
 
-ListingAhead::Slot* ListingAhead::take_next() {
-    if (asked_for_ != nullptr) free_.push_back(asked_for_);
-    asked_for_ = pending_.back().slot;
-    pending_.pop_back();
+ListingAhead::Directory ListingAhead::take_next() {
+    const std::lock_guard guard(lock_);
+    if (taken_ != nullptr) free_.push_back(taken_);
+    Directory next = std::move(waiting_.back());
+    waiting_.pop_back();
+    taken_ = next.slot;
     if (is_worth_waking()) {
         is_idle_ = false;
         has_work_.notify_one();
     }
-    return asked_for_;
+    return next;
 }
 
-void ListingAhead::skip() {
-    const std::lock_guard guard(lock_);
-    take_next();  // which nobody lists: see may_be_ahead
-}
-
-const ListingAhead::Listed& ListingAhead::next(const NativePath& path) {
-    std::unique_lock guard(lock_);
-    Slot* const slot = take_next();
+const ListingAhead::Listed& ListingAhead::list(const Directory& directory) {
+    Slot* const slot = directory.slot;
     if (slot == nullptr) {
-        guard.unlock();
-        return list_now(path);
+        list_now(directory.path, own_);
+        return own_;
     }
+    std::unique_lock guard(lock_);
     while (!slot->is_done) {
         // Instead of waiting for the other thread, the next directory behind is listed.
         if (Slot* const other = begin_another()) {
             guard.unlock();
-            list(other->path, other->listed);
+            list_now(other->path, other->listed);
             guard.lock();
             other->is_done = true;
         } else {
@@ -117,16 +116,11 @@ const ListingAhead::Listed& ListingAhead::next(const NativePath& path) {
     return slot->listed;
 }
 
-const ListingAhead::Listed& ListingAhead::list_now(const NativePath& path) {
-    list(path, own_);
-    return own_;
-}
-
 /// A slot for the next directory that nobody lists; null when there is none, or when there are too many listings about.
 ListingAhead::Slot* ListingAhead::begin_another() {
-    const auto end = pending_.rbegin() + static_cast<std::ptrdiff_t>(std::min(window, pending_.size()));
-    const auto pending = std::find_if(pending_.rbegin(), end, std::mem_fn(&Pending::waits));
-    if (pending == end) return nullptr;
+    const auto end = waiting_.rbegin() + static_cast<std::ptrdiff_t>(std::min(window, waiting_.size()));
+    const auto next = std::find_if(waiting_.rbegin(), end, std::mem_fn(&Directory::may_be_listed));
+    if (next == end) return nullptr;
     if (free_.empty()) {
         if (slots_.size() == slot_limit) return nullptr;
         free_.reserve(slots_.size() + 1);
@@ -134,12 +128,10 @@ ListingAhead::Slot* ListingAhead::begin_another() {
         free_.push_back(slots_.back().get());
     }
     Slot* const slot = free_.back();
-    free_.pop_back();
+    slot->path = next->path;
     slot->is_done = false;
-    slot->path.cut(0);
-    slot->path.root_length = pending->root_length;
-    static_cast<void>(slot->path.append(pending->path));  // fits, or it would not be listed ahead
-    return pending->slot = slot;
+    free_.pop_back();
+    return next->slot = slot;
 }
 
 // Without memory for a slot the thread ends, and the scan goes on alone.
@@ -153,7 +145,7 @@ void ListingAhead::work() try {
             continue;
         }
         guard.unlock();
-        list(slot->path, slot->listed);
+        list_now(slot->path, slot->listed);
         guard.lock();
         slot->is_done = true;
         is_listed_.notify_one();

@@ -10,9 +10,15 @@
 
 namespace fs {
 
+/// What a stored listing was recorded for. One recorded for anything else is foreign.
+struct ListingKey {
+    std::string_view source_path;  // prepared: normalised, lower case, without a last "/"
+    std::uint32_t flags = 0;       // those add-source flags that decide what a scan enters
+};
+
 /// A recorded listing of a directory source: every directory that its scan entered, in the order of the scan, with its
 /// files. Directories are relative to the native root and spelled as the disk spells them.
-/// What adds may throw std::bad_alloc.
+/// What adds, encodes or decodes may throw std::bad_alloc.
 class dir_listing {
 public:
     /// Times that let nobody trust the record.
@@ -28,43 +34,39 @@ public:
 
     /// Begins a directory; the files that follow are its own.
     void add_directory(std::string_view dir, const platform::DirectoryTimes& times);
-    void add_file(std::string_view name);
+    void add_file(std::string_view name) { put_text(name); }
 
     std::span<const std::uint8_t> bytes() const { return bytes_; }
     /// The number of files of a stored listing.
     std::size_t files() const { return files_; }
-    /// Takes stored bytes. False, and empty, when they are damaged.
-    [[nodiscard]] bool assign(std::span<const std::uint8_t> bytes);
+
+    /// The bytes to store.
+    std::vector<std::uint8_t> encode(const ListingKey& key) const;
+    /// Takes stored bytes. False, and empty, when they are damaged, cut off, of another version or foreign.
+    [[nodiscard]] bool decode(const ListingKey& key, std::span<const std::uint8_t> bytes);
 
 private:
-    std::uint8_t* extend(std::size_t size);
     void put_text(std::string_view text);
 
     std::vector<std::uint8_t> bytes_;
-    std::size_t count_at_ = 0;  // where the current directory's number of files stands
     bool is_whole_ = true;
     bool is_stored_ = false;
     std::size_t files_ = 0;
 };
 
-/// Reads recorded bytes from the front, each length checked against what is left.
+/// Reads recorded bytes from the front, checked against what is left.
 class ListingReader {
 public:
     /// What a listing holds was checked when it came in.
     explicit ListingReader(const dir_listing& listing) : rest_(listing.bytes()), is_checked_(true) {}
     explicit ListingReader(std::span<const std::uint8_t> bytes) : rest_(bytes), is_checked_(false) {}
 
-    struct Directory {
-        std::string_view dir;
-        platform::DirectoryTimes times;
-        std::uint32_t files = 0;
-    };
     bool at_end() const { return rest_.empty(); }
-    /// False once the bytes are damaged; so the rest.
-    [[nodiscard]] bool read_directory(Directory& out);
-    [[nodiscard]] bool read_file(std::string_view& out);
-    /// Passes over the files of a directory.
-    [[nodiscard]] bool skip_files(std::uint32_t count);
+    /// Whether another file of the directory follows.
+    bool at_file() const { return !at_end() && rest_.front() != 0; }
+    /// False once the bytes are damaged; so the next.
+    [[nodiscard]] bool read_directory(std::string_view& dir, platform::DirectoryTimes& times);
+    [[nodiscard]] bool read_file(std::string_view& name);
 
 private:
     bool read_text(std::string_view& out);
@@ -72,16 +74,5 @@ private:
     std::span<const std::uint8_t> rest_;
     bool is_checked_;
 };
-
-/// What a stored listing was recorded for. One recorded for anything else is foreign.
-struct ListingKey {
-    std::string_view source_path;  // prepared: normalised, lower case, without a last "/"
-    std::uint32_t flags = 0;       // those add-source flags that decide what a scan enters
-};
-
-/// The bytes of a stored listing. May throw std::bad_alloc.
-std::vector<std::uint8_t> encode_listing(const ListingKey& key, const dir_listing& listing);
-/// The listing of stored bytes; false, and `out` empty, when they are damaged, cut off, of another version or foreign.
-[[nodiscard]] bool decode_listing(const ListingKey& key, std::span<const std::uint8_t> bytes, dir_listing& out);
 
 }  // namespace fs

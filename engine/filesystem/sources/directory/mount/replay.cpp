@@ -44,14 +44,17 @@ private:
 
     bool holds() const {
         ListingReader reader(listing_);
-        ListingReader::Directory directory;
+        std::string_view text;
+        platform::DirectoryTimes recorded;
         while (!reader.at_end()) {
             NativePath path;
             platform::DirectoryTimes times;
-            if (!reader.read_directory(directory) || !reader.skip_files(directory.files)) return false;
-            if (directory.times == dir_listing::untrusted_times) return false;
-            if (!build_native_path(root_, directory.dir, {}, path)) return false;
-            if (!platform::get_directory_times(path.at(root_), times) || times != directory.times) return false;
+            if (!reader.read_directory(text, recorded) || recorded == dir_listing::untrusted_times) return false;
+            if (!build_native_path(root_, text, {}, path)) return false;
+            if (!platform::get_directory_times(path.at(root_), times) || times != recorded) return false;
+            while (reader.at_file()) {
+                if (!reader.read_file(text)) return false;
+            }
         }
         return true;
     }
@@ -68,14 +71,14 @@ bool replay_listing(const DirectoryState& state, MountedNames& to, const dir_lis
     ListingCheck check(state.native_root, listing, checking);
     to.table.reserve(listing.files(), listing.bytes().size());
     ListingReader reader(listing);
-    ListingReader::Directory directory;
+    std::string_view text;
+    platform::DirectoryTimes times;
     while (!reader.at_end()) {
-        if (check.is_stale() || !reader.read_directory(directory)) return false;
-        const std::uint32_t dir = to.table.intern_dir(directory.dir);
-        std::string_view name;
-        for (std::uint32_t i = 0; i < directory.files; ++i) {
-            if (!reader.read_file(name)) return false;
-            state.enter(to, dir, name);
+        if (check.is_stale() || !reader.read_directory(text, times)) return false;
+        const std::uint32_t dir = to.table.intern_dir(text);
+        while (reader.at_file()) {
+            if (!reader.read_file(text)) return false;
+            state.enter(to, dir, text);
         }
         state.make_node(to, to.table.dir_text(dir));
     }

@@ -5,14 +5,15 @@
 #include <optional>
 #include <utility>
 
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/sources/directory/mount/ahead.h"
 #include "engine/filesystem/sources/directory/mount/recorded.h"
 #include "engine/platform/directories.h"
 
 // A scan takes one native directory after the other and enters what it finds: files into the table, directories into the
-// tree. A directory's subdirectories wait on one stack of names until its files are in, because the order of entry is the
-// order in which lookups find them. While names are entered the next directories are listed already.
+// tree. Subdirectories wait until the files of their directory are in, because the order of entry is the order in which
+// lookups find them. While names are entered the next directories are listed already.
 
 namespace fs {
 
@@ -27,107 +28,83 @@ public:
           listing_(listing),
           ahead_(state.native_root, listing != nullptr) {}
 
-    void run(std::string_view dir, fs::dir& node) {
-        if (build_native_path(state_.native_root, dir, {}, path_)) scan(node, ahead_.list_now(path_));
-    }
+    void enter(const ListingAhead::Directory& directory, fs::dir& node);
 
 private:
-    struct Waiting {  // a subdirectory of the path
-        std::string name;
-        bool is_link;
-    };
     struct Chained {
-        std::size_t length;  // of the path of an ancestor
+        const char* path;  // of an ancestor
         std::optional<platform::DirectoryId> id;
     };
 
-    void scan(fs::dir& node, const ListingAhead::Listed& listed);
-    void note_unlisted(const platform::Error& error);
-    void enter_items(const platform::DirectoryListing& listing, std::uint32_t dir_number);
-    void enter_subdirectory(std::string_view name, bool is_link, fs::dir& node);
-    bool follows();
+    void note_unlisted(std::string_view dir, const platform::Error& error);
+    void enter_files(const platform::DirectoryListing& listing, std::uint32_t dir_number);
+    void enter_next_below(const ListingAhead::Directory& parent, fs::dir& node);
+    bool follows(const char* link);
     bool is_on_chain(const platform::DirectoryId& id);
 
     const DirectoryState& state_;
     MountedNames& to_;
     bool recursive_;
     dir_listing* listing_;
-    NativePath path_;  // of the directory being scanned; ends in "/"
     ListingAhead ahead_;
-    std::vector<Waiting> waiting_;
-    std::vector<Chained> chain_;  // the directories from the root to this one
+    std::vector<Chained> chain_;  // the directories from the root to the one that is being entered
     std::size_t links_on_chain_ = 0;
     std::set<std::pair<std::uint64_t, std::uint64_t>> linked_;  // directories that links led to
 };
 
-void Scan::scan(fs::dir& node, const ListingAhead::Listed& listed) {
-    if (listing_) listing_->add_directory(path_.below_root(), listed.times);
-    if (!listed.is_complete) note_unlisted(listed.error);
-    const std::uint32_t dir_number = to_.table.intern_dir(path_.below_root());
-    const std::size_t first_waiting = waiting_.size();
-    enter_items(listed.items, dir_number);
-    if (waiting_.size() == first_waiting) return;
-    ahead_.start_prefetching();
-    chain_.push_back({path_.length, std::nullopt});
-    const std::size_t end = waiting_.size();
-    for (std::size_t at = first_waiting; at < end; ++at) {
-        const Waiting next = std::move(waiting_[at]);  // what is below it waits behind the others
-        enter_subdirectory(next.name, next.is_link, node);
+void Scan::enter(const ListingAhead::Directory& directory, fs::dir& node) {
+    const ListingAhead::Listed& listed = ahead_.list(directory);
+    const std::string_view below_root = std::string_view(directory.path).substr(state_.native_root.text.size());
+    if (listing_) listing_->add_directory(below_root, listed.times);
+    if (!listed.is_complete) note_unlisted(below_root, listed.error);
+    enter_files(listed.items, to_.table.intern_dir(below_root));
+    chain_.push_back({directory.path.c_str(), std::nullopt});
+    for (std::size_t left = recursive_ ? ahead_.add(directory, listed.items) : 0; left > 0; --left) {
+        enter_next_below(directory, node);
     }
     chain_.pop_back();
-    waiting_.erase(waiting_.begin() + static_cast<std::ptrdiff_t>(first_waiting), waiting_.end());
 }
 
 // A record of what could not be listed would make a passing failure last.
-void Scan::note_unlisted(const platform::Error& error) {
+void Scan::note_unlisted(std::string_view dir, const platform::Error& error) {
     if (listing_) listing_->spoil();
     if (error.failure == platform::Failure::NOT_FOUND) return;
-    to_.unlisted.insert(lower_text(path_.below_root()));
+    to_.unlisted.insert(lower_text(dir));
     to_.unlisted_error = error;
 }
 
-void Scan::enter_items(const platform::DirectoryListing& listing, std::uint32_t dir_number) {
+void Scan::enter_files(const platform::DirectoryListing& listing, std::uint32_t dir_number) {
     for (const platform::DirectoryItem& item : listing.items()) {
-        if (item.name[0] == '#' || item.is_offline) continue;
-        if (!item.is_directory) {
-            state_.enter(to_, dir_number, {item.name, item.length});
-            if (listing_) listing_->add_file({item.name, item.length});
-        } else if (recursive_) {
-            waiting_.push_back({{item.name, item.length}, item.is_link});
-            ahead_.prefetch(path_, {item.name, item.length}, item.is_link);
-        }
+        if (item.is_directory || is_passed_over(item)) continue;
+        state_.enter(to_, dir_number, {item.name, item.length});
+        if (listing_) listing_->add_file({item.name, item.length});
     }
 }
 
-void Scan::enter_subdirectory(std::string_view name, bool is_link, fs::dir& node) {
-    const std::size_t before = path_.length;
-    if (!path_.append(name) || !path_.append("/") || (is_link && !follows())) {
-        ahead_.skip();
-    } else {
-        const std::string lower = lower_text(name);
-        fs::dir* const child = node.add_child(lower.data(), lower.size());
-        if (child == nullptr) throw std::bad_alloc();
-        links_on_chain_ += is_link ? 1 : 0;
-        scan(*child, ahead_.next(path_));
-        links_on_chain_ -= is_link ? 1 : 0;
-    }
-    path_.cut(before);
+void Scan::enter_next_below(const ListingAhead::Directory& parent, fs::dir& node) {
+    const ListingAhead::Directory next = ahead_.take_next();
+    if (next.path.size() > platform::max_path_bytes || (next.is_link && !follows(next.path.c_str()))) return;
+    const std::string name = lower_text(std::string_view(next.path).substr(parent.path.size()));
+    fs::dir* const child = node.add_child(name.data(), name.size() - 1);
+    if (child == nullptr) throw std::bad_alloc();
+    links_on_chain_ += next.is_link ? 1 : 0;
+    enter(next, *child);
+    links_on_chain_ -= next.is_link ? 1 : 0;
 }
 
-// Whether the link at path_ is entered. Identities are asked for only where links make it necessary.
-bool Scan::follows() {
+// Whether a link is entered. Identities are asked for only where links make it necessary.
+bool Scan::follows(const char* link) {
     platform::DirectoryId id;
-    if (!platform::get_directory_id(path_.text, id) || is_on_chain(id)) return false;
+    if (!platform::get_directory_id(link, id) || is_on_chain(id)) return false;
     const bool is_new = linked_.insert({id.device, id.inode}).second;
     return is_new || links_on_chain_ == 0;
 }
 
 bool Scan::is_on_chain(const platform::DirectoryId& id) {
     return std::any_of(chain_.begin(), chain_.end(), [&](Chained& ancestor) {
-        if (!ancestor.id) {
-            const std::string path(path_.text, ancestor.length);
-            platform::DirectoryId found;
-            if (platform::get_directory_id(path.empty() ? "." : path.c_str(), found)) ancestor.id = found;
+        platform::DirectoryId found;
+        if (!ancestor.id && platform::get_directory_id(*ancestor.path == '\0' ? "." : ancestor.path, found)) {
+            ancestor.id = found;
         }
         return ancestor.id == id;
     });
@@ -138,8 +115,7 @@ bool is_below_any(const std::set<std::string, std::less<>>& dirs, std::string_vi
     for (;;) {
         if (dirs.contains(dir)) return true;
         if (dir.empty()) return false;
-        const std::size_t separator = dir.substr(0, dir.size() - 1).rfind('/');
-        dir = dir.substr(0, separator == std::string_view::npos ? 0 : separator + 1);
+        dir = parent_directory(dir);
     }
 }
 
@@ -147,7 +123,9 @@ bool is_below_any(const std::set<std::string, std::less<>>& dirs, std::string_vi
 
 void scan_directory(const DirectoryState& state, MountedNames& to, std::string_view dir, fs::dir& node, bool recursive,
                     dir_listing* listing) {
-    Scan(state, to, recursive, listing).run(dir, node);
+    NativePath path;
+    if (!build_native_path(state.native_root, dir, {}, path)) return;
+    Scan(state, to, recursive, listing).enter({.path = std::string(path.view())}, node);
 }
 
 void keep_unlisted(const DirectoryState& state, MountedNames& before, MountedNames& to) {

@@ -13,7 +13,7 @@
 namespace fs {
 
 std::unique_ptr<MountedNames> DirectoryState::no_names() const {
-    auto made = std::make_unique<MountedNames>(native_root.view());
+    auto made = std::make_unique<MountedNames>(native_root.text);
     if (start.empty()) return made;
     made->tree.set_name(lower_text(start.substr(0, start.size() - 1)).c_str());
     return made;
@@ -21,7 +21,7 @@ std::unique_ptr<MountedNames> DirectoryState::no_names() const {
 
 void DirectoryState::enter(MountedNames& to, std::uint32_t dir, std::string_view spelled_name) const {
     const std::string_view dir_text = to.table.dir_text(dir);
-    if (native_root.length + dir_text.size() + spelled_name.size() > platform::max_path_bytes) return;
+    if (native_root.text.size() + dir_text.size() + spelled_name.size() > platform::max_path_bytes) return;
     if (!include.empty()) {
         const std::string full = lower_text(std::string(dir_text).append(spelled_name));
         if (!std::binary_search(include.begin(), include.end(), full)) return;

@@ -50,8 +50,6 @@ struct MountedNames {
 struct DirectoryState {
     EFSSourceType::TYPE type = EFSSourceType::DIR;
     FFSAddSourceFlags::ENUM flags = FFSAddSourceFlags::NONE;
-    bool is_protected = false;
-    bool allow_write = true;
     fs::path root;                        // as given to init
     std::string native;                   // the directory that relative directories are appended to, in lower case
     std::string spelling;                 // how the disk spells the root, as start-up told; may be empty

@@ -64,7 +64,7 @@ void ListingStore::load() {
     const std::uint64_t size = file.valid() ? file.length() : limit;
     if (size >= limit) return;
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
-    if (file.read(bytes.data(), size) != size || !decode_listing(key(), bytes, listing_)) listing_.clear();
+    if (file.read(bytes.data(), size) != size || !listing_.decode(key(), bytes)) listing_.clear();
 }
 
 // Written beside its place and renamed, so that a reader finds the old listing or the new one, whole.
@@ -72,7 +72,7 @@ void ListingStore::finish() try {
     // Nothing was recorded where the mount was replayed, or served in another way.
     if (listing_.is_stored() || listing_.is_empty() || !listing_.is_whole()) return;
     static std::atomic<unsigned> serial{0};
-    const std::vector<std::uint8_t> bytes = encode_listing(key(), listing_);
+    const std::vector<std::uint8_t> bytes = listing_.encode(key());
     const std::string beside = file_ + "." + std::to_string(platform::process_id()) + "." +
                                std::to_string(serial.fetch_add(1, std::memory_order_relaxed));
     if (write_whole(beside, bytes) && platform::rename_path(beside.c_str(), file_.c_str())) return;
