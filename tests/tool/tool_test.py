@@ -60,8 +60,8 @@ class Tool:
         standard output, or "~" and an expression that it holds; `err` a text in standard error, which is empty when it
         is ""."""
         words = [word.replace("_", " ").replace('""', "") for word in line.split()]
-        result = subprocess.run(self.command + words, cwd=self.where, capture_output=True, check=False, timeout=120,
-                                **options)
+        result = subprocess.run(self.command + words, capture_output=True, check=False, timeout=120,
+                                **{"cwd": self.where, **options})
         said = result.stderr.replace(b"\r\n", b"\n").decode("utf-8", "replace")
         self.runs += 1
         self.check(result.returncode == status, f"{line}: status {result.returncode}, not {status}; {said[:400]!r}")
@@ -90,7 +90,7 @@ def listing(tool):
     tool.table(("sources", 0, "~root/? +writable|root +writable"),
                ("ls", 0, "textures/\nreadme.txt\n"),
                ("ls textures --mask a.*", 0, "textures/a.dds\n"),
-               ("ls -r --long", 0, r"~  6  \d{4}-\d\d-\d\d .*textures/b.dds\n"),
+               ("ls -r --long", 0, r"~  6  \d{4}-\d\d-\d\dT.*Z  textures/b.dds\n"),
                ("ls --json", 0, r'~"name": "textures",\s+"kind": "directory"'),
                ("find B.D", 0, "textures/b.dds\n"),
                ("stat README.TXT", 0, r"~full path  .*/Readme.txt\nsize +6\n"),
@@ -139,15 +139,61 @@ def changing(tool):
 
 def times(tool):
     tool.write("root/dated", b"")
-    for time, seconds, shown in (("2001-02-03_04:05:06", 981173106, "2001-02-03 04:05:06"),
-                                 ("@86400", 86400, "1970-01-02 00:00:00"), ("2024-07-01", 1719792000, "2024-07-01 00:00:00")):
+    for time, seconds, shown in (("2001-02-03_04:05:06", 981173106, "2001-02-03T04:05:06Z"),
+                                 ("2001-02-03T04:05:06+05:30", 981153306, "2001-02-02T22:35:06Z"),
+                                 ("1970-01-02T00:00:00Z", 86400, "1970-01-02T00:00:00Z"),
+                                 ("@86400", 86400, "1970-01-02T00:00:00Z"), ("2024-07-01", 1719792000, "2024-07-01T00:00:00Z")):
         for zone in ("UTC", "Asia/Kolkata", "EST5EDT"):
             environment = {**os.environ, "TZ": zone}
             tool.run(f"touch dated --time {time}", env=environment)
             tool.check(os.stat(tool.path("root/dated")).st_mtime == seconds, f"touch --time {time}: off in {zone}")
-            tool.run("stat dated", 0, f"~written +{shown} UTC\n", env=environment)
-    for time in ("2023-02-29", "yesterday", "2001-02-03_24:00:00", "@", "@99999999999999", "2001-02-03_04:05:06x"):
+            tool.run("stat dated", 0, f"~time +{shown}\n", env=environment)
+    for time in ("2023-02-29", "yesterday", "2001-02-03_24:00:00", "@", "@99999999999999", "2001-02-03_04:05:06x",
+                 "2001-02-03_04:05:06+1:00", "2001-02-03T"):
         tool.run(f"touch dated --time {time}", 2, err="this is no time")
+
+
+def whose_file_it_is(tool):
+    """What changes files takes no other file than the one that was named."""
+    for name, data in (("here/out.txt", b"outside"), ("here/dir/a.txt", b"a"), ("tree/case/FILE.TXT", b"upper"),
+                       ("tree/sub/end.txt", b"end"), ("tree/b1.txt", b"1"), ("tree/b2.txt", b"2"), ("tree/into/x", b"x")):
+        tool.write("whose/" + name, data)
+    before, tool.command = tool.command, [*tool.command[:-3], "--root", tool.path("whose/tree")]
+    here, inside = {"cwd": tool.path("whose/here")}, "no source holds it, but the current directory does"
+    for line in ("rm out.txt", "rm -r dir", "mv out.txt new.txt", "touch out.txt", "backup out.txt", "cp b1.txt out.txt"):
+        tool.run(line, 1, err=inside, **here)
+    # A directory that only the current one has is nobody's; a name that another ends in is free.
+    for line in ("mkdir dir", "mkdir end.txt", "mkdir into", "mv b1.txt b2.txt into", "rm in*/b?.txt"):
+        tool.run(line, **here)
+    tool.run(f"mv {tool.path('whose/here/dir')} gone", 1, err="only files are renamed", **here)
+    tool.fails(("rm *.none", "no file matches"), ("mv b1.txt x b2.txt", "it is no directory"))
+    for name, data in (("here/out.txt", b"outside"), ("here/dir/a.txt", b"a"), ("tree/into/b1.txt", None), ("tree/into/x", b"x")):
+        tool.is_file("whose/" + name, data)
+    tool.check(os.path.isdir(tool.path("whose/tree/end.txt")), "mkdir: nothing was made")
+    tool.write("whose/tree/case/file.txt", b"lower")
+    if len(os.listdir(tool.path("whose/tree/case"))) == 2:  # a disk that tells case apart
+        for line in ("mv case/file.txt m", "touch case/file.txt", "cp into/x case/file.txt"):
+            tool.run(line, 1, err="differs from it in case alone")
+        tool.run("rm case/file.txt")
+        tool.check(os.listdir(tool.path("whose/tree/case")) == ["FILE.TXT"], "rm: the wrong spelling went")
+    tool.command = before
+
+
+def forms_of_output(tool):
+    names = ("forms/Big.Txt", "forms/sub/small.txt", "forms/sub/deep/s.bin")
+    for name in names:
+        tool.write("root/" + name, b"12")
+    tool.table(("find forms/**.txt", 0, "forms/big.txt\nforms/sub/small.txt\n"), ("find forms/**/s*", 0, "~^(.*s/s.*\n|.*deep/s.*\n){2}$"),
+               ("find forms/*/s?all.txt forms/b", 0, "forms/big.txt\nforms/sub/small.txt\n"),
+               ("ls -r forms --spelling", 0, "forms/Big.Txt\nforms/sub/deep/s.bin\nforms/sub/small.txt\n"),
+               ("ls forms/b* forms/sub -0", 0, "forms/big.txt\0forms/sub/deep\0forms/sub/small.txt\0"),
+               ("ls forms --native-paths", 0, "~^/?.*/root/forms/Big.Txt\n$"), ("cat forms/**.txt", 0, "1212"),
+               ("sources --json", 0, '~"place": ".*root/",\\s+"kind": "root"'), ("find -0 s.bin", 0, "forms/sub/deep/s.bin\0"),
+               ("which s.bin --json", 0, '~"name": "s.bin",\\s+"shadowed": false'),
+               ("stat forms/*.txt --json", 0, '~"size": 2,\\s+"time": "....-..-..T..:..:..Z"'),
+               ("crc s.bin --json", 0, '~"name": "s.bin",\\s+"crc": %d,\\s+"size": 2' % zlib.crc32(b"12")),
+               ("ls --color always forms", 0, "\x1b[1;34mforms/sub\x1b[0m/\nforms/big.txt\n"),
+               ("ls --color never nowhere", 1, "", "enginefs: nowhere"), ("ls --color red", 2, "", "--color"))
 
 
 def limited_processes(tool):
@@ -403,7 +449,10 @@ def command_lines(tool):
             tool.check((result.returncode, result.stderr[:len(wanted)]) == (1, wanted), f"{command} to a full device: {result}")
     tool.command = tool.command[:-3]
     duplicates(tool)
-    tool.table(("", 2, "", "subcommand"), ("frobnicate", 2, "", "--help"), ("pack", 2, "", "OUT"),
+    tool.table(("", 2, "", "subcommand"), ("frobnicate", 2, "", "frobnicate: this is no command here\n"),
+               ("lss", 2, "", 'lss: this is no command here; did you mean "ls"?'), ("ls --recusive", 2, "", 'did you mean "--recursive"?'),
+               ("--version", 0, r"~^enginefs \d+\.\d+\.\d+\n$"), ("ls --root root forms/b* --log none", 0, "forms/big.txt\n"),
+               ("--add root/forms/Big.Txt ls", 1, "", "the name of a pack ends in .pak or .mpak"), ("pack", 2, "", "OUT"),
                ("--log shouting ls", 2, "", "this is no level"),
                ("--root root --log debug sources", 0, "~root +writable", "DEBG: [FileSystem] > Initializing fs from"),
                ("--root nowhere ls", 1, "", "there is no such directory"),
@@ -416,7 +465,7 @@ def main(program, *emulator):
     os.mkdir(os.path.join(where, "root"))
     tool = Tool([*filter(None, emulator), program, "--root", "root", "--no-fallback"], where)
     try:
-        for part in (listing, changing, times, packs, gzip_members, chunk_trees, containers, caches, log_configurations,
+        for part in (listing, changing, times, whose_file_it_is, forms_of_output, packs, gzip_members, chunk_trees, containers, caches, log_configurations,
                      names_in_other_scripts, limited_processes, unlisted_directories, command_lines):
             part(tool)
     finally:

@@ -4,20 +4,18 @@
 #include <system_error>
 #include <unordered_set>
 
-#include <nlohmann/json.hpp>
-
 #include <engine/filesystem.h>
 
 #include "commands.h"
 #include "names.h"
 #include "output.h"
 #include "report.h"
+#include "result.h"
 #include "terminal.h"
 
 namespace {
 
 namespace stdfs = std::filesystem;
-using Json = nlohmann::ordered_json;
 
 struct Unpack {
     std::string pack;
