@@ -38,7 +38,7 @@ private:
     };
     struct Chained {
         std::size_t length;  // of the path of an ancestor
-        std::optional<platform::DirectoryId> id;
+        std::optional<platform::FileId> id;
     };
 
     void scan(fs::dir& node, const ListingAhead::Listed& listed);
@@ -46,7 +46,7 @@ private:
     void enter_items(const platform::DirectoryListing& listing, std::uint32_t dir_number);
     void enter_subdirectory(std::string_view name, bool is_link, fs::dir& node);
     bool follows();
-    bool is_on_chain(const platform::DirectoryId& id);
+    bool is_on_chain(const platform::FileId& id);
 
     const DirectoryState& state_;
     MountedNames& to_;
@@ -116,17 +116,17 @@ void Scan::enter_subdirectory(std::string_view name, bool is_link, fs::dir& node
 
 // Whether the link at path_ is entered. Identities are asked for only where links make it necessary.
 bool Scan::follows() {
-    platform::DirectoryId id;
+    platform::FileId id;
     if (!platform::get_directory_id(path_.text, id) || is_on_chain(id)) return false;
     const bool is_new = linked_.insert({id.device, id.inode}).second;
     return is_new || links_on_chain_ == 0;
 }
 
-bool Scan::is_on_chain(const platform::DirectoryId& id) {
+bool Scan::is_on_chain(const platform::FileId& id) {
     return std::any_of(chain_.begin(), chain_.end(), [&](Chained& ancestor) {
         if (!ancestor.id) {
             const std::string path(path_.text, ancestor.length);
-            platform::DirectoryId found;
+            platform::FileId found;
             if (platform::get_directory_id(path.empty() ? "." : path.c_str(), found)) ancestor.id = found;
         }
         return ancestor.id == id;
