@@ -145,7 +145,7 @@ void copy_file(const std::string& from, const std::string& to, bool is_durable) 
     static const std::unique_ptr<char[]> buffer(new char[piece]);
     platform::File source = platform::File::open(from.c_str(), {});
     platform::File target = platform::File::open(
-        to.c_str(), {.access = platform::Access::WRITE, .disposition = platform::Disposition::CREATE_ALWAYS});
+        to.c_str(), {.access = platform::Access::WRITE, .disposition = platform::Disposition::TRUNCATE_OR_CREATE});
     for (std::uint64_t got = piece; got == piece;) {
         got = source.read(buffer.get(), piece);
         if (target.write(buffer.get(), got) != got) std::abort();

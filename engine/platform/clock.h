@@ -15,6 +15,8 @@ struct CalendarTime {
 };
 
 /// File times are 64-bit counts of 100 ns since 1601-01-01.
+inline constexpr std::int64_t ticks_per_second = 10'000'000;
+inline constexpr std::int64_t ticks_per_ms = ticks_per_second / 1000;
 std::int64_t now_utc();
 CalendarTime now_local();
 CalendarTime to_calendar(std::int64_t file_time);
@@ -25,7 +27,12 @@ std::int64_t from_calendar(const CalendarTime& time);
 std::int64_t utc_to_local(std::int64_t utc);
 std::int64_t local_to_utc(std::int64_t local);
 
-/// Nanoseconds of a steady clock.
-std::uint64_t steady_ns();
+/// What local time is ahead of universal time at one moment; for the two functions above. `utc` is in whole milliseconds.
+struct LocalOffset {
+    std::int64_t ticks = 0;
+    bool is_summer = false;
+    bool operator==(const LocalOffset&) const = default;
+};
+LocalOffset local_offset_at(std::int64_t utc);
 
 }  // namespace platform

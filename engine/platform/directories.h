@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -27,29 +26,21 @@ class DirectoryListing {
 public:
     const std::vector<DirectoryItem>& items() const { return items_; }
     void clear();
-    /// Adds an item whose text is copied into the listing; used by the back ends. Throws std::bad_alloc, as sort() does,
-    /// which list_directory turns into a failure.
+    /// Adds an item whose text is copied into the listing; used by the back ends. It has its name only after sort(). Both
+    /// throw std::bad_alloc, after which only clear() may be called.
     void add(const char* name, std::size_t length, const DirectoryItem& kind);
-    /// Puts the items in order; used by the back ends when the directory has been read.
+    /// Puts the items in order when the directory has been read.
     void sort();
 
 private:
-    char* store(const char* text, std::size_t length);
-
-    struct Block {
-        std::unique_ptr<char[]> bytes;
-        std::size_t size = 0;
-    };
     struct Key {
         std::uint64_t prefix = 0;
         std::uint32_t index = 0;
     };
+    std::string text_;  // the names, each with a zero behind it
     std::vector<DirectoryItem> items_;
     std::vector<DirectoryItem> sorted_items_;  // scratch of sort()
     std::vector<Key> keys_;                    // scratch of sort()
-    std::vector<Block> blocks_;
-    std::size_t block_ = 0;  // the block being filled
-    std::size_t used_ = 0;   // bytes used in it
 };
 
 enum class Links : std::uint8_t {
@@ -58,16 +49,13 @@ enum class Links : std::uint8_t {
 };
 
 /// Reads a directory. False when it cannot be opened, or one of its items not be read: last_error() says why
-/// (NOT_FOUND only when it surely is not there), and `out` holds what could be read.
+/// (NOT_FOUND only when it surely is not there), and `out` holds what could be read; nothing without memory.
 bool list_directory(const PathAt& path, DirectoryListing& out, Links links = Links::FOLLOWED);
+/// What each system supplies for it: adds the items in any order. May throw std::bad_alloc.
+bool read_items(const PathAt& path, Links links, DirectoryListing& out);
 
-/// What tells two directories apart, links followed.
-struct DirectoryId {
-    std::uint64_t device = 0;
-    std::uint64_t inode = 0;
-    bool operator==(const DirectoryId&) const = default;
-};
-bool get_directory_id(const char* path, DirectoryId& out);
+/// Links are followed.
+bool get_directory_id(const char* path, FileId& out);
 
 /// When a directory last changed, 100 ns since 1601 (universal).
 struct DirectoryTimes {

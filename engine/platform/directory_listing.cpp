@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "engine/platform/directories.h"
+#include "engine/platform/fail.h"
 #include "engine/platform/folding.h"
 
 // A listing is put in order on eight bytes of each folded name, taken from where the names begin to differ: names of
@@ -10,7 +12,6 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t block_size = 64 * 1024;
 constexpr std::size_t key_bytes = 8;
 
 std::uint64_t load_big_endian(const char* text) {
@@ -21,7 +22,7 @@ std::uint64_t load_big_endian(const char* text) {
 }
 
 /// The eight folded bytes from `name + skip`, most significant first, zero beyond the end. Reads up to eight bytes
-/// past the name, which `store` keeps readable.
+/// past the name, which sort() keeps readable.
 std::uint64_t key_of(const DirectoryItem& item, std::size_t skip) {
     if (skip >= item.length) return 0;
     std::uint64_t word = load_big_endian(item.name + skip);
@@ -58,57 +59,51 @@ std::size_t common_beginning(const std::vector<DirectoryItem>& items) {
 
 }  // namespace
 
-void DirectoryListing::clear() {
-    items_.clear();
-    block_ = 0;
-    used_ = 0;
-}
-
-char* DirectoryListing::store(const char* text, std::size_t length) {
-    const std::size_t needed = length + 1 + key_bytes;
-    while (block_ < blocks_.size() && blocks_[block_].size - used_ < needed) {
-        ++block_;
-        used_ = 0;
-    }
-    if (block_ == blocks_.size()) {
-        const std::size_t size = std::max(block_size, needed);
-        blocks_.push_back(Block{.bytes = std::unique_ptr<char[]>(new char[size]), .size = size});
-        used_ = 0;
-    }
-    char* const copy = blocks_[block_].bytes.get() + used_;
-    std::memcpy(copy, text, length);
-    copy[length] = '\0';
-    used_ += length + 1;
-    return copy;
-}
-
 void DirectoryListing::add(const char* name, std::size_t length, const DirectoryItem& kind) {
-    // The name first: an item without one, left by missing memory, would lead from a root to the whole disk.
-    const char* const kept = store(name, length);
+    text_.append(name, length).push_back('\0');
     DirectoryItem& item = items_.emplace_back(kind);
-    item.name = kept;
     item.length = static_cast<std::uint16_t>(length);
     item.is_lower_case = !has_upper_case(name, length);
 }
 
+void DirectoryListing::clear() {
+    items_.clear();
+    text_.clear();
+}
+
 void DirectoryListing::sort() {
+    text_.append(key_bytes, '\0');
+    const char* name = text_.data();
+    for (DirectoryItem& item : items_) {
+        item.name = name;
+        name += item.length + 1;
+    }
     if (items_.size() < 2) return;
     const std::size_t skip = common_beginning(items_);
-    keys_.resize(items_.size());
-    bool sorted = true;
-    for (std::size_t i = 0; i < items_.size(); ++i) {
-        keys_[i] = Key{.prefix = key_of(items_[i], skip), .index = static_cast<std::uint32_t>(i)};
-        if (!sorted || i == 0 || keys_[i - 1].prefix < keys_[i].prefix) continue;
-        sorted = keys_[i - 1].prefix == keys_[i].prefix && !goes_before(items_[i], items_[i - 1], skip);
+    keys_.clear();
+    for (const DirectoryItem& item : items_) {
+        keys_.push_back({.prefix = key_of(item, skip), .index = static_cast<std::uint32_t>(keys_.size())});
     }
-    if (sorted) return;
-    std::sort(keys_.begin(), keys_.end(), [&](const Key& a, const Key& b) {
+    const auto is_before = [&](const Key& a, const Key& b) {
         if (a.prefix != b.prefix) return a.prefix < b.prefix;
         return goes_before(items_[a.index], items_[b.index], skip + key_bytes);
-    });
-    sorted_items_.resize(items_.size());
-    for (std::size_t i = 0; i < keys_.size(); ++i) sorted_items_[i] = items_[keys_[i].index];
+    };
+    if (std::is_sorted(keys_.begin(), keys_.end(), is_before)) return;
+    std::sort(keys_.begin(), keys_.end(), is_before);
+    sorted_items_.clear();
+    for (const Key& key : keys_) sorted_items_.push_back(items_[key.index]);
     items_.swap(sorted_items_);
+}
+
+bool list_directory(const PathAt& path, DirectoryListing& out, Links links) try {
+    out.clear();
+    if (meets_fault(FaultPoint::LIST)) return false;
+    const bool is_complete = read_items(path, links, out);
+    out.sort();
+    return is_complete;
+} catch (const std::bad_alloc&) {
+    out.clear();  // an item that has no name yet would lead from a root to the whole disk
+    return fail(Failure::OUT_OF_MEMORY);
 }
 
 }  // namespace platform

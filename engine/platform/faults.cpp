@@ -1,8 +1,8 @@
 #include "engine/platform/faults.h"
-#include "engine/platform/lock.h"
 
 #include <array>
-#include <mutex>
+
+#include "engine/platform/lock.h"
 
 namespace platform {
 namespace {
@@ -13,28 +13,15 @@ struct Order {
     bool from_then_on = false;
 };
 
-struct Point {
-    Order order;
-    std::uint32_t calls = 0;
-};
+constinit Mutex lock;
+constinit std::array<Order, fault_point_count> given ENGINE_GUARDED_BY(lock){};
+constinit std::uint32_t hits ENGINE_GUARDED_BY(lock) = 0;
 
-struct Faults {
-    Mutex lock;  // guards what follows
-    std::array<Point, fault_point_count> points{};
-    std::uint32_t hits = 0;
-    bool counts_calls = false;
-};
+Order& order_of(FaultPoint point) ENGINE_REQUIRES(lock) { return given[static_cast<std::size_t>(point)]; }
 
-Faults& faults() {
-    static Faults instance;
-    return instance;
-}
-
-Point& at(FaultPoint point) { return faults().points[static_cast<std::size_t>(point)]; }
-
-void update_orders() {
-    std::uint32_t orders = faults().counts_calls ? 1 : 0;
-    for (const Point& point : faults().points) orders += point.order.calls_left != 0 ? 1 : 0;
+void update_orders() ENGINE_REQUIRES(lock) {
+    std::uint32_t orders = 0;
+    for (const Order& order : given) orders += order.calls_left != 0 ? 1 : 0;
     faults_detail::orders.store(orders, std::memory_order_relaxed);
 }
 
@@ -45,9 +32,8 @@ namespace faults_detail {
 constinit std::atomic<std::uint32_t> orders{0};
 
 std::optional<Failure> strike(FaultPoint point) {
-    const std::lock_guard guard(faults().lock);
-    if (faults().counts_calls) ++at(point).calls;
-    Order& order = at(point).order;
+    const LockGuard guard(lock);
+    Order& order = order_of(point);
     if (order.calls_left == 0) return std::nullopt;
     if (order.calls_left > 1) {
         --order.calls_left;
@@ -56,41 +42,28 @@ std::optional<Failure> strike(FaultPoint point) {
     const Failure failure = order.failure;
     if (!order.from_then_on) order = Order{};
     update_orders();
-    ++faults().hits;
+    ++hits;
     return failure;
 }
 
 }  // namespace faults_detail
 
 void inject_fault(FaultPoint point, std::uint32_t nth, Failure failure, bool from_then_on) {
-    const std::lock_guard guard(faults().lock);
-    at(point).order = Order{.calls_left = nth, .failure = failure, .from_then_on = from_then_on};
+    const LockGuard guard(lock);
+    order_of(point) = Order{.calls_left = nth, .failure = failure, .from_then_on = from_then_on};
     update_orders();
-}
-
-void count_calls() {
-    const std::lock_guard guard(faults().lock);
-    for (Point& point : faults().points) point.calls = 0;
-    faults().counts_calls = true;
-    update_orders();
-}
-
-std::uint32_t calls_passing(FaultPoint point) {
-    const std::lock_guard guard(faults().lock);
-    return at(point).calls;
 }
 
 void clear_faults() {
-    const std::lock_guard guard(faults().lock);
-    faults().points = {};
-    faults().hits = 0;
-    faults().counts_calls = false;
+    const LockGuard guard(lock);
+    given = {};
+    hits = 0;
     update_orders();
 }
 
 std::uint32_t fault_hits() {
-    const std::lock_guard guard(faults().lock);
-    return faults().hits;
+    const LockGuard guard(lock);
+    return hits;
 }
 
 }  // namespace platform

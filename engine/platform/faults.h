@@ -36,17 +36,13 @@ inline constexpr std::size_t fault_point_count = 15;
 /// Failure::NONE makes a call at READ or WRITE move only half of what it was asked, rounded down: a file that ends
 /// early, or a disk that is full half way. One order at a time for each point; a new one replaces it.
 void inject_fault(FaultPoint point, std::uint32_t nth, Failure failure, bool from_then_on);
-/// Counts the calls that pass each point from now on, until clear_faults.
-void count_calls();
-/// How many passed `point` since count_calls.
-std::uint32_t calls_passing(FaultPoint point);
-/// Forgets all orders, ends the counting and sets all counts to zero.
+/// Forgets all orders and their count.
 void clear_faults();
 /// How often an order has struck since clear_faults.
 std::uint32_t fault_hits();
 
 namespace faults_detail {
-extern std::atomic<std::uint32_t> orders;  // how many points have an order, and one more while calls are counted
+extern std::atomic<std::uint32_t> orders;  // how many points have an order
 std::optional<Failure> strike(FaultPoint point);
 }  // namespace faults_detail
 

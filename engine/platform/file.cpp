@@ -10,13 +10,8 @@
 namespace platform {
 namespace {
 
-constexpr std::uint64_t all_ones = ~std::uint64_t{0};  // nothing moved, or not known
 constexpr std::uint64_t largest_position = 0x7FFF'FFFF'FFFF'FFFF;
 constexpr std::uint64_t largest_piece = 0x4000'0000;  // a multiple of any alignment, and below every system's limit
-
-bool truncates(Disposition disposition) {
-    return disposition == Disposition::CREATE_ALWAYS || disposition == Disposition::TRUNCATE_EXISTING;
-}
 
 std::uint64_t no_handle() {
     fail(Failure::INVALID_HANDLE);
@@ -35,6 +30,14 @@ std::uint64_t move_all(std::uint64_t size, std::uint32_t alignment, Move move) {
         if (moved == 0 || done % alignment != 0) break;
     }
     return done;
+}
+
+/// Opened for writing, and so refused on a read-only file and on one that is in use. 0 is no time.
+bool change_times(const char* path, std::int64_t time, bool all) {
+    if (meets_fault(FaultPoint::CHANGE)) return false;
+    if (time < 0) return fail(Failure::OTHER);
+    File file = File::open(path, OpenOptions{.access = Access::WRITE});
+    return file.valid() && (time == 0 || file.set_times(time, all));
 }
 
 }  // namespace
@@ -57,7 +60,7 @@ File File::open(const PathAt& path, const OpenOptions& options) {
     bool created = false;
     file.open_unchanged(path, options, created);
     if (!file.valid()) return file;
-    const bool empties = truncates(options.disposition) && !created;
+    const bool empties = options.truncates() && !created;
     if (options.at_end && !created && !empties) {
         file.state_.position = file.length();
         if (file.state_.position == all_ones) file.close();
@@ -139,5 +142,8 @@ bool File::remove(const char* from) {
     close();
     return true;
 }
+
+bool set_write_time(const char* path, std::int64_t time) { return change_times(path, time, false); }
+bool set_all_times(const char* path, std::int64_t time) { return change_times(path, time, true); }
 
 }  // namespace platform

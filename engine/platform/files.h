@@ -17,28 +17,49 @@ inline constexpr std::size_t max_path_bytes = 259;
 inline constexpr std::size_t path_buffer_size = max_path_bytes + 1;
 
 enum class Access : std::uint8_t { READ, WRITE, READ_WRITE };
-enum class Disposition : std::uint8_t { OPEN_EXISTING, OPEN_ALWAYS, CREATE_ALWAYS, TRUNCATE_EXISTING };
+/// What becomes of a file that is there, and whether one that is not is made.
+enum class Disposition : std::uint8_t { OPEN, OPEN_OR_CREATE, TRUNCATE, TRUNCATE_OR_CREATE };
 enum class Sharing : std::uint8_t { READ, NONE };  // what this open lets others do meanwhile
 enum class Origin : std::uint32_t { BEGIN = 0, CURRENT = 1, END = 2 };
 
 struct OpenOptions {
     Access access = Access::READ;
-    Disposition disposition = Disposition::OPEN_EXISTING;
+    Disposition disposition = Disposition::OPEN;
     Sharing sharing = Sharing::READ;
     bool write_through = false;
     bool unbuffered = false;  // bypass the system's cache where the file system can
     bool overlapped = false;  // reads only through read_overlapped and read_at
     bool at_end = false;      // begin at the end of the file; the open fails when the length cannot be told
     bool replaces = false;    // replace() or remove() will end it
+
+    bool creates() const {
+        return disposition == Disposition::OPEN_OR_CREATE || disposition == Disposition::TRUNCATE_OR_CREATE;
+    }
+    bool truncates() const {
+        return disposition == Disposition::TRUNCATE || disposition == Disposition::TRUNCATE_OR_CREATE;
+    }
+    bool writes() const { return access != Access::READ || truncates(); }
 };
+
+/// What tells two files or directories apart.
+struct FileId {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;  // 0: none
+    bool operator==(const FileId&) const = default;
+};
+
+inline constexpr std::uint64_t all_ones = ~std::uint64_t{0};  // nothing moved, or not known
 
 /// A directory kept open so that opening below it walks only the rest of the path. Movable; may be empty.
 /// Where the system has no such thing (Windows) it is always empty and costs nothing.
 class Root {
 public:
     Root() = default;
-    Root(Root&& other) noexcept;
-    Root& operator=(Root&& other) noexcept;
+    Root(Root&& other) noexcept : handle_(std::exchange(other.handle_, -1)) {}
+    Root& operator=(Root&& other) noexcept {
+        std::swap(handle_, other.handle_);
+        return *this;
+    }
     ~Root();
 
     /// Opens the directory at `path`, resolving its case as every seam call does. Empty on failure.
@@ -98,6 +119,8 @@ public:
     bool replace(const char* from, const char* to);
     /// Removes this open file in the same way.
     bool remove(const char* from);
+    /// The last-write time and, with `all`, the others that the system has. Universal time, not below 0.
+    bool set_times(std::int64_t time, bool all);
 
     /// Starts a read at the record's offset. 0 pending, 1 done, 2 failed, 3 aborted. `transferred` holds the bytes
     /// moved when done at once.
@@ -117,8 +140,7 @@ public:
 private:
     struct State {
         std::intptr_t handle = -1;
-        std::uint64_t device = 0;  // key of this file in the table of open files (POSIX)
-        std::uint64_t inode = 0;
+        FileId id;                   // in the table of open files (POSIX)
         std::uint64_t position = 0;  // where the next read or write goes
         std::uint32_t alignment = 1;
         std::uint32_t forks = 0;  // how many lay between the program's start and this process when it opened it (POSIX)
@@ -165,8 +187,8 @@ struct Attributes {
 };
 
 /// Of a file or directory, links followed. Devices, pipes and sockets have none.
-std::optional<Attributes> get_attributes(const char* path);
 std::optional<Attributes> get_attributes(const PathAt& path);
+inline std::optional<Attributes> get_attributes(const char* path) { return get_attributes(PathAt{.full = path}); }
 
 /// Sets or clears the read-only attribute.
 bool set_read_only(const char* path, bool on);

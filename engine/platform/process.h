@@ -2,15 +2,20 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace platform {
 
-/// Directory of the running executable with "/" separators, ending in "/". Written once; never null.
+/// Directory of the running executable, ending in "/"; "./" when it is not known. It stays; never null, as the next two.
 const char* executable_directory();
-/// Full path of the running executable.
+/// Full path of the running executable with "/" separators; "" when it is not known.
 const char* executable_path();
-/// The process's command line (on POSIX its arguments joined by blanks). Never null.
+/// The process's command line (on POSIX its arguments joined by blanks).
 const char* command_line();
+
+/// What each system supplies for these three. They throw std::bad_alloc.
+std::string find_executable();
+std::string find_command_line();
 
 /// Ends the process at once with this exit code, without static destructors.
 [[noreturn]] void exit_process(int code);
@@ -26,9 +31,5 @@ void* standard_output();
 void write_console(void* console, const char* text, std::size_t length);
 
 std::uint32_t process_id();
-std::uint32_t processor_count();
-
-/// Gives memory back to the system where the allocator keeps it, after something large was freed.
-void trim_heap();
 
 }  // namespace platform

@@ -15,7 +15,8 @@ std::uint64_t current_thread_id();
 /// Tells the calling thread from the others that live, without asking the system; never 0.
 std::uint64_t current_thread_key();
 
-/// A slot in which each thread keeps one pointer, null at first.
+/// A slot in which each thread keeps one pointer, null at first. The address is the system's number of it, one up, and
+/// there is no object of this type.
 struct ThreadSlot;
 /// Null when the system has no slot left.
 ThreadSlot* create_thread_slot();

@@ -134,7 +134,7 @@ TEST_F(Directories, AreToldApartByIdAndDatedByTheirNames) {
     std::filesystem::create_directories("one");
     std::filesystem::create_directories("two");
     write_file("file", "");
-    DirectoryId one, again, two;
+    FileId one, again, two;
     ASSERT_TRUE(get_directory_id("one", one) && get_directory_id("ONE", again) && get_directory_id("two", two));
     EXPECT_EQ(one, again);
     EXPECT_FALSE(one == two);

@@ -23,7 +23,7 @@ using namespace platform;
 constexpr OpenOptions for_reading{};
 constexpr OpenOptions for_writing{.access = Access::WRITE};
 constexpr OpenOptions for_both{.access = Access::READ_WRITE};
-constexpr OpenOptions for_creating{.access = Access::WRITE, .disposition = Disposition::CREATE_ALWAYS};
+constexpr OpenOptions for_creating{.access = Access::WRITE, .disposition = Disposition::TRUNCATE_OR_CREATE};
 constexpr OpenOptions alone{.sharing = Sharing::NONE};
 
 inline Failure outcome(bool done) { return done ? Failure::NONE : last_error().failure; }

@@ -10,12 +10,10 @@ namespace {
 
 using namespace disk;
 
-constexpr std::uint64_t all_ones = ~std::uint64_t{0};
-
 class FileContent : public DiskTest {};
 
 TEST_F(FileContent, MoveAndEndWhereTold) {
-    File file = File::open("file", {.access = Access::READ_WRITE, .disposition = Disposition::CREATE_ALWAYS});
+    File file = File::open("file", {.access = Access::READ_WRITE, .disposition = Disposition::TRUNCATE_OR_CREATE});
     ASSERT_EQ(file.write("0123456789", 10), 10u);
     const struct {
         std::int64_t offset;

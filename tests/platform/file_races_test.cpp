@@ -17,7 +17,7 @@ TEST_F(FileRaces, NeverLetAWriterMeetAnybody) {
     run_together(8, [&](std::size_t id) {
         const bool writing = id % 2 == 0;
         const OpenOptions options{.access = writing ? Access::WRITE : Access::READ,
-                                  .disposition = writing ? Disposition::OPEN_ALWAYS : Disposition::OPEN_EXISTING};
+                                  .disposition = writing ? Disposition::OPEN_OR_CREATE : Disposition::OPEN};
         for (int i = 0; i < 300; ++i) {
             if (id % 4 == 0) remove_file("FILE");
             if (id % 4 == 1) rename_path("file", "File");

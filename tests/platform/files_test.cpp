@@ -21,10 +21,10 @@ TEST_F(Files, OpenAsTheirDispositionSays) {
         const char* of_old;   // what the content becomes
         const char* of_none;  // the same where no file was; null: it fails
     } rows[] = {
-        {"existing", Disposition::OPEN_EXISTING, "old", nullptr},
-        {"always", Disposition::OPEN_ALWAYS, "old", ""},
-        {"create", Disposition::CREATE_ALWAYS, "", ""},
-        {"truncate", Disposition::TRUNCATE_EXISTING, "", nullptr},
+        {"existing", Disposition::OPEN, "old", nullptr},
+        {"always", Disposition::OPEN_OR_CREATE, "old", ""},
+        {"create", Disposition::TRUNCATE_OR_CREATE, "", ""},
+        {"truncate", Disposition::TRUNCATE, "", nullptr},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.label);
@@ -155,7 +155,7 @@ TEST_F(Files, AreFoundUnderAnyCaseAndMadeInTheCallersOnlyWhenMissing) {
     std::filesystem::create_directories("Sub/Deep");
     EXPECT_EQ(try_open("SUB/deep/File.Txt", for_creating), Failure::NONE);
     EXPECT_EQ(try_open("sub/deep/FILE.TXT", for_creating), Failure::NONE);
-    EXPECT_EQ(try_open("sub/deep/file.txt", {.access = Access::WRITE, .disposition = Disposition::OPEN_ALWAYS}),
+    EXPECT_EQ(try_open("sub/deep/file.txt", {.access = Access::WRITE, .disposition = Disposition::OPEN_OR_CREATE}),
               Failure::NONE);
     EXPECT_THAT(names_in("."), ElementsAre("Sub"));
     EXPECT_THAT(names_in("Sub/Deep"), ElementsAre("File.Txt"));

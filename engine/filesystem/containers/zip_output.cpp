@@ -11,7 +11,7 @@ bool ZipOutput::open(const char* native_path) {
     path_ = native_path;
     if (!buffer_) buffer_ = std::make_unique<std::uint8_t[]>(capacity);
     file_ = platform::File::open(native_path, {.access = platform::Access::WRITE,
-                                               .disposition = platform::Disposition::CREATE_ALWAYS,
+                                               .disposition = platform::Disposition::TRUNCATE_OR_CREATE,
                                                .sharing = platform::Sharing::NONE});
     start_ = end_ = 0;
     used_ = 0;

@@ -45,9 +45,9 @@ platform::Access access_of(EFSMode::TYPE mode) {
 
 platform::Disposition disposition_of(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
     const bool writes = mode == EFSMode::WRITE || mode == EFSMode::READ_WRITE;
-    if (writes && has_any(flags, FFSOpenFlags::CREATE)) return platform::Disposition::CREATE_ALWAYS;
-    if (gzip_mode(mode, flags) != nullptr && mode == EFSMode::WRITE) return platform::Disposition::CREATE_ALWAYS;
-    return mode == EFSMode::WRITE ? platform::Disposition::TRUNCATE_EXISTING : platform::Disposition::OPEN_EXISTING;
+    if (writes && has_any(flags, FFSOpenFlags::CREATE)) return platform::Disposition::TRUNCATE_OR_CREATE;
+    if (gzip_mode(mode, flags) != nullptr && mode == EFSMode::WRITE) return platform::Disposition::TRUNCATE_OR_CREATE;
+    return mode == EFSMode::WRITE ? platform::Disposition::TRUNCATE : platform::Disposition::OPEN;
 }
 
 platform::OpenOptions options_of(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags, platform::Disposition disposition) {
@@ -104,12 +104,12 @@ Handle open_async(CFSSource* source, const platform::PathAt& path, const platfor
 Writer open_gzip(CFSSource* source, const platform::PathAt& path, platform::OpenOptions options, const char* gz,
                  std::string_view name) {
     auto handle = named(std::make_unique<FileGzipped>(source), name);
-    options.disposition = platform::Disposition::OPEN_EXISTING;
+    options.disposition = platform::Disposition::OPEN;
     platform::File file = platform::File::open(path, options);
     const bool is_new = !file.valid() && options.access == platform::Access::WRITE &&
                         platform::last_error().failure == platform::Failure::NOT_FOUND;
     if (is_new) {
-        options.disposition = platform::Disposition::OPEN_ALWAYS;
+        options.disposition = platform::Disposition::OPEN_OR_CREATE;
         file = platform::File::open(path, options);
     }
     if (!file.valid()) return refuse_open(path.full);
@@ -140,7 +140,7 @@ bool find_target(const char* path, bool creates, char (&target)[platform::path_b
 Handle open_replacing(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
                       std::string_view name) {
     char target[platform::path_buffer_size];
-    const bool creates = disposition_of(mode, flags) == platform::Disposition::CREATE_ALWAYS;
+    const bool creates = native_options(mode, flags).creates();
     if (!find_target(path.full, creates, target)) return nullptr;
     std::string beside(target);
     beside.insert(beside.find_last_of("/\\") + 1, 1, '#');
@@ -192,14 +192,15 @@ SFsFile* open_native_at(CFSSource* source, const platform::PathAt& path, EFSMode
 SFsFile* open_for_change(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
                          std::string_view name) {
     const bool create = mode == EFSMode::READ_WRITE && has_any(flags, FFSOpenFlags::CREATE);
-    const auto disposition = create ? platform::Disposition::CREATE_ALWAYS : platform::Disposition::OPEN_ALWAYS;
+    const auto disposition = create ? platform::Disposition::TRUNCATE_OR_CREATE : platform::Disposition::OPEN_OR_CREATE;
     const platform::OpenOptions options = options_of(mode, flags, disposition);
     return finish_open(path.full, mode, flags, [&] { return open_plain(source, path, options, name); });
 }
 
 SFsFile* create_for_change(CFSSource* source, const platform::PathAt& path, FFSOpenFlags::FLAGS flags,
                            std::string_view name) {
-    const platform::OpenOptions options = options_of(EFSMode::READ_WRITE, flags, platform::Disposition::CREATE_ALWAYS);
+    const platform::OpenOptions options =
+        options_of(EFSMode::READ_WRITE, flags, platform::Disposition::TRUNCATE_OR_CREATE);
     return finish_open(path.full, EFSMode::READ_WRITE, flags, [&] { return open_plain(source, path, options, name); });
 }
 

@@ -118,12 +118,14 @@ public:
     SFsFile* open_read_write(const fs::path& p, Flags flags) override {
         return open(p, flags, &CFSSource::open_read_write);
     }
-    Opening locate(const fs::path& p, Flags flags) override {
+    Answer locate(const fs::path& p, Flags flags, Located& out) override {
         auto* const locating = dynamic_cast<LocatingSource*>(inner_.get());
-        if (locating == nullptr)
-            return guarded(p.FileName(), Opening(), [&] { return already_open(open_read(p, flags)); });
+        if (locating == nullptr) return Answer::OPEN_READ;
         return ask(
-            p, Opening(), [&](auto&, auto& name) { return locating->locate(name, flags); }, flags);
+            p, Answer::NOT_HELD, [&](auto&, auto& name) { return locating->locate(name, flags, out); }, flags);
+    }
+    SFsFile* open_located(const fs::path& p, Flags flags, const Located& found) override {
+        return dynamic_cast<LocatingSource&>(*inner_).open_located(p, flags, found);
     }
 
     SFsFile* create_write(const fs::path& p, Flags flags) override {

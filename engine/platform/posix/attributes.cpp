@@ -16,17 +16,6 @@ bool stat_at(const PathAt& path, struct stat& status) {
     return call_at(path, ask) == 0 || fail_os(errno);
 }
 
-bool set_times(const char* path, const timespec& access, std::int64_t write_time) {
-    if (meets_fault(FaultPoint::CHANGE)) return false;
-    if (write_time < 0) return fail(Failure::OTHER, EINVAL);
-    // Opened for writing, and so refused on a read-only file and on one that is in use.
-    const File file = File::open(path, OpenOptions{.access = Access::WRITE});
-    if (!file.valid()) return false;
-    if (write_time == 0) return true;  // no time: what the file has stays, as it does elsewhere
-    const timespec times[2] = {access, from_file_time(write_time)};
-    return ::futimens(static_cast<int>(file.native()), times) == 0 || fail_os(errno);
-}
-
 }  // namespace
 
 std::optional<Attributes> get_attributes(const PathAt& path) {
@@ -47,8 +36,6 @@ std::optional<Attributes> get_attributes(const PathAt& path) {
                       .access_time = to_file_time(status.st_atim)};
 }
 
-std::optional<Attributes> get_attributes(const char* path) { return get_attributes(PathAt{.full = path}); }
-
 bool set_read_only(const char* path, bool on) {
     if (!check_path(path) || meets_fault(FaultPoint::CHANGE)) return false;
     const PathAt at{.full = path};
@@ -63,10 +50,10 @@ bool set_read_only(const char* path, bool on) {
     return call_at(at, change) == 0 || fail_os(errno);
 }
 
-bool set_write_time(const char* path, std::int64_t time) {
-    return set_times(path, timespec{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, time);
+bool File::set_times(std::int64_t time, bool all) {
+    const timespec value = from_file_time(time);
+    const timespec times[2] = {all ? value : timespec{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, value};
+    return ::futimens(static_cast<int>(state_.handle), times) == 0 || fail_os(errno);
 }
-
-bool set_all_times(const char* path, std::int64_t time) { return set_times(path, from_file_time(time), time); }
 
 }  // namespace platform

@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <new>
 
 #include "engine/platform/linux/directory_reader.h"
 #include "engine/platform/posix/descriptor.h"
@@ -63,32 +62,24 @@ bool remove_directory_link(const Entry& entry) {
 
 }  // namespace
 
-bool list_directory(const PathAt& path, DirectoryListing& out, Links links) try {
-    out.clear();
-    if (!check_path(path.full) || meets_fault(FaultPoint::LIST)) return false;
+bool read_items(const PathAt& path, Links links, DirectoryListing& out) {
+    if (!check_path(path.full)) return false;
     const Descriptor directory(call_at(path, [](int at, const char* text) {
         return ::openat(at, text, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK);
     }));
     if (!directory.valid()) return fail_os(errno);
     int item_code = 0;  // of the first item that could not be looked at
-    bool complete = read_directory(directory.number(), [&](const DirectoryRecord& record, const char* name) {
+    const bool is_read = read_directory(directory.number(), [&](const DirectoryRecord& record, const char* name) {
         if (!add_record(directory.number(), record, name, links, out) && item_code == 0) item_code = errno;
     });
-    if (complete && item_code != 0) {
-        errno = item_code;
-        complete = false;
-    }
-    if (!complete) fail_os(errno);
-    out.sort();
-    return complete;
-} catch (const std::bad_alloc&) {
-    return fail_os(ENOMEM);
+    if (!is_read) return fail_os(errno);
+    return item_code == 0 || fail_os(item_code);
 }
 
-bool get_directory_id(const char* path, DirectoryId& out) {
+bool get_directory_id(const char* path, FileId& out) {
     struct stat status;
     if (!stat_directory(PathAt{.full = path}, status)) return false;
-    out = DirectoryId{.device = status.st_dev, .inode = status.st_ino};
+    out = FileId{.device = status.st_dev, .inode = status.st_ino};
     return true;
 }
 

@@ -25,8 +25,6 @@ struct SNativeOverlapped {
 namespace platform {
 namespace {
 
-constexpr std::uint64_t all_ones = ~std::uint64_t{0};
-
 // Creating and removing by others can make a step find what the step before it denied. Each attempt starts from
 // nothing, and only a race that is lost this often in a row fails.
 constexpr int attempts = 64;
@@ -36,21 +34,14 @@ enum class Step : std::uint8_t { DONE, FAILED, AGAIN };
 
 Step done_if(bool done) { return done ? Step::DONE : Step::FAILED; }
 
-bool creates(const OpenOptions& options) {
-    return options.disposition == Disposition::CREATE_ALWAYS || options.disposition == Disposition::OPEN_ALWAYS;
-}
-bool truncates(const OpenOptions& options) {
-    return options.disposition == Disposition::CREATE_ALWAYS || options.disposition == Disposition::TRUNCATE_EXISTING;
-}
-bool writes(const OpenOptions& options) { return options.access != Access::READ || truncates(options); }
-bool is_exclusive(const OpenOptions& options) { return writes(options) || options.sharing == Sharing::NONE; }
+bool is_exclusive(const OpenOptions& options) { return options.writes() || options.sharing == Sharing::NONE; }
 
 int open_flags(const OpenOptions& options) {
     // Non-blocking and without a controlling terminal: a pipe or a terminal is found out before it can do harm.
     int flags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     if (options.access == Access::WRITE)
         flags |= O_WRONLY;
-    else if (writes(options))
+    else if (options.writes())
         flags |= O_RDWR;
     if (options.write_through) flags |= O_DSYNC;
     if (options.unbuffered) flags |= open_direct;
@@ -84,14 +75,14 @@ public:
 
     bool is_created() const { return created_[0] != '\0'; }
     bool is_direct() const { return (flags_ & open_direct) != 0; }
-    FileKey key() const { return key_of(status_); }
+    FileId id() const { return id_of(status_); }
     int release() { return descriptor_.release(); }
 
 private:
     Step open_or_create() {
         descriptor_.reset(call_at(path_, [&](int at, const char* text) { return open_or_buffered(at, text, flags_); }));
         if (descriptor_.valid()) return Step::DONE;
-        return errno == ENOENT && creates(options_) ? create_new() : fail_open(errno);
+        return errno == ENOENT && options_.creates() ? create_new() : fail_open(errno);
     }
 
     Step create_new() {
@@ -121,13 +112,13 @@ private:
         if (::fstat(descriptor_.number(), &status_) != 0) return done_if(fail_os(errno));
         if (!S_ISREG(status_.st_mode)) return done_if(fail(Failure::NOT_REGULAR));
         const bool read_only = (status_.st_mode & S_IWUSR) == 0;
-        if (read_only && writes(options_) && !is_created()) return done_if(fail(Failure::READ_ONLY));
-        if (!acquire_share(key(), is_exclusive(options_))) return leave_if_held();
-        const bool is_locked = lock_file(descriptor_.number(), writes(options_));
+        if (read_only && options_.writes() && !is_created()) return done_if(fail(Failure::READ_ONLY));
+        if (!acquire_share(id(), is_exclusive(options_))) return leave_if_held();
+        const bool is_locked = lock_file(descriptor_.number(), options_.writes());
         // What another process removes or replaces in this moment is not counted here, and nothing may be written to it.
         const bool is_sure = removal_count() == removals && !is_exclusive(options_);
         if (is_locked && (is_sure || still_has_name())) return Step::DONE;
-        release_share(key(), is_exclusive(options_));
+        release_share(id(), is_exclusive(options_));
         if (!is_locked) return leave_if_held();
         created_[0] = '\0';
         return Step::AGAIN;
@@ -161,13 +152,6 @@ std::uint64_t moved_or_fail(ssize_t moved) {
 
 }  // namespace
 
-Root::Root(Root&& other) noexcept : handle_(std::exchange(other.handle_, -1)) {}
-
-Root& Root::operator=(Root&& other) noexcept {
-    std::swap(handle_, other.handle_);
-    return *this;
-}
-
 Root::~Root() {
     if (valid()) ::close(number_of(handle_));
 }
@@ -195,8 +179,7 @@ void File::open_unchanged(const PathAt& path, const OpenOptions& options, bool& 
         if (step == Step::FAILED) return;
         created = opening.is_created();
         state_ = State{.handle = opening.release(),
-                       .device = opening.key().device,
-                       .inode = opening.key().inode,
+                       .id = opening.id(),
                        .alignment = opening.is_direct() ? direct_alignment : 1,
                        .forks = fork_count(),
                        .exclusive = is_exclusive(options)};
@@ -209,7 +192,7 @@ void File::close_handle() {
     // The lock goes first and the entry in the table last: in between nobody of this process asks for the lock.
     unlock_file(number_of(state_.handle), state_.exclusive, state_.forks);
     ::close(number_of(state_.handle));
-    release_share(FileKey{.device = state_.device, .inode = state_.inode}, state_.exclusive);
+    release_share(state_.id, state_.exclusive);
 }
 
 std::uint64_t File::read_some(void* buffer, std::uint64_t size, std::uint64_t offset) const {

@@ -22,13 +22,13 @@ bool sync(const char* path) {
     return retry_interrupted([&] { return ::fsync(opened.number()); }) == 0 || fail_os(errno);
 }
 
-bool same_object(const Entry& a, const Entry& b) { return key_of(a.status) == key_of(b.status); }
+bool same_object(const Entry& a, const Entry& b) { return id_of(a.status) == id_of(b.status); }
 
 /// Whether two paths of the disk are one name: the same spelling in the same directory.
 bool same_name(const Entry& a, const Entry& b) {
     if (!same_object(a, b) || std::strcmp(last_component(a.path), last_component(b.path)) != 0) return false;
-    DirectoryId one;
-    DirectoryId other;
+    FileId one;
+    FileId other;
     return get_directory_id(DirectoryPath(a.path).text, one) && get_directory_id(DirectoryPath(b.path).text, other) &&
            one == other;
 }

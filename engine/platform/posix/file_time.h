@@ -1,12 +1,12 @@
 #pragma once
 
+#include <cstdint>
 #include <ctime>
 
-#include <cstdint>
+#include "engine/platform/clock.h"
 
 namespace platform {
 
-inline constexpr std::int64_t ticks_per_second = 10'000'000;  // of 100 ns
 inline constexpr std::int64_t seconds_from_1601_to_1970 = 11'644'473'600;
 
 inline std::int64_t to_ns(const timespec& time) {

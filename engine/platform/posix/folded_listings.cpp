@@ -3,13 +3,13 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <cstring>
 #include <new>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
 
-#include "engine/platform/clock.h"
 #include "engine/platform/faults.h"
 #include "engine/platform/folding.h"
 #include "engine/platform/linux/directory_reader.h"
@@ -58,10 +58,12 @@ Held find(const Names& names, char* name, std::size_t length) {
     return Held::YES;
 }
 
+using Clock = std::chrono::steady_clock;
+
 struct Kept {
     DirectoryStamp stamp;
     Names names;
-    std::uint64_t believed_until = 0;  // of the steady clock; what matters when the stamp is not trusted
+    Clock::time_point believed_until;  // what matters when the stamp is not trusted
 };
 
 // The one rule of trust. A listing is used as long as the directory has the stamp under which it was read, and if that
@@ -76,8 +78,8 @@ struct Kept {
 // would read n * n names where only ticks are told.
 constexpr std::int64_t few_ticks_ns = 40'000'000;        // the coarsest tick is 10 ms; processors may disagree about it
 constexpr std::int64_t coarse_stamp_ns = 2'100'000'000;  // where stamps have no fraction and count pairs of seconds
-constexpr std::uint64_t long_reading_ns = 1'000'000;
-constexpr std::uint64_t belief_in_readings = 50;  // reading takes at most a fiftieth of the time
+constexpr std::chrono::milliseconds long_reading(1);
+constexpr int belief_in_readings = 50;  // reading takes at most a fiftieth of the time
 
 bool is_trusted(std::int64_t changed_ns, std::int64_t ticks_before, bool is_local) {
     const std::int64_t needed = changed_ns % 1'000'000'000 == 0 ? coarse_stamp_ns : few_ticks_ns;
@@ -86,11 +88,7 @@ bool is_trusted(std::int64_t changed_ns, std::int64_t ticks_before, bool is_loca
 
 bool is_usable(const Kept& kept, const DirectoryStamp& now) {
     const bool is_same = kept.stamp.id == now.id && kept.stamp.changed_ns == now.changed_ns;
-    return is_same && (kept.stamp.is_trusted || steady_ns() < kept.believed_until);
-}
-
-std::uint64_t belief_until(std::uint64_t start, std::uint64_t end) {
-    return end - start >= long_reading_ns ? end + belief_in_readings * (end - start) : 0;
+    return is_same && (kept.stamp.is_trusted || Clock::now() < kept.believed_until);
 }
 
 /// When the bounds are reached everything is forgotten, and what is in use is read again.
@@ -98,12 +96,12 @@ constexpr std::size_t most_names = 300'000;
 constexpr std::size_t most_listings = 4096;
 
 struct IdHash {
-    std::size_t operator()(const DirectoryId& id) const { return (id.device << 32 ^ id.inode) * 0x9E3779B97F4A7C15u; }
+    std::size_t operator()(const FileId& id) const { return (id.device << 32 ^ id.inode) * 0x9E3779B97F4A7C15u; }
 };
 
 struct Cache {
     Mutex lock;  // never held while the disk is asked
-    std::unordered_map<DirectoryId, Kept, IdHash> listings ENGINE_GUARDED_BY(lock);
+    std::unordered_map<FileId, Kept, IdHash> listings ENGINE_GUARDED_BY(lock);
     std::size_t names ENGINE_GUARDED_BY(lock) = 0;  // in all of them
 
     Kept* find(const DirectoryStamp& stamp) ENGINE_REQUIRES(lock) {
@@ -113,7 +111,7 @@ struct Cache {
         erase(stamp.id);
         return nullptr;
     }
-    void erase(const DirectoryId& id) ENGINE_REQUIRES(lock) {
+    void erase(const FileId& id) ENGINE_REQUIRES(lock) {
         const auto found = listings.find(id);
         if (found == listings.end()) return;
         names -= found->second.names.size();
@@ -153,13 +151,14 @@ bool read_listing(const char* path, Kept& out) {
         retry_interrupted([&] { return ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK); }));
     if (!directory.valid()) return false;
     const std::int64_t ticks_before = stamp_clock_ns();
-    const std::uint64_t start = steady_ns();
+    const Clock::time_point start = Clock::now();
     struct stat status;
     if (::fstat(directory.number(), &status) != 0) return false;
     const auto add = [&](const DirectoryRecord&, const char* name) { out.names.emplace(name); };
     if (!read_directory(directory.number(), add)) return false;
     out.stamp = stamp_of(status, ticks_before);
-    out.believed_until = belief_until(start, steady_ns());
+    const Clock::duration reading = Clock::now() - start;
+    if (reading >= long_reading) out.believed_until = start + (1 + belief_in_readings) * reading;
     return true;
 }
 

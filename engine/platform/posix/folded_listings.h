@@ -13,7 +13,7 @@ namespace platform {
 /// Which state of a directory's list of names somebody looked at. The change time is taken and not the modification
 /// time, since nobody can set it back.
 struct DirectoryStamp {
-    DirectoryId id;  // inode 0: not looked yet
+    FileId id;  // inode 0: not looked yet
     std::int64_t changed_ns = 0;
     bool is_trusted = false;  // any later change gives another stamp
 };

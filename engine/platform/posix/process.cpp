@@ -4,10 +4,8 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <thread>
 
 #include "engine/platform/posix/system_error.h"
 
@@ -77,7 +75,5 @@ void write_console(void* console, const char* text, std::size_t length) {
 }
 
 std::uint32_t process_id() { return static_cast<std::uint32_t>(::getpid()); }
-
-std::uint32_t processor_count() { return std::max(std::thread::hardware_concurrency(), 1u); }
 
 }  // namespace platform

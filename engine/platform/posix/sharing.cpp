@@ -17,7 +17,7 @@ namespace platform {
 namespace {
 
 struct Use {
-    FileKey key;
+    FileId id;
     std::uint32_t readers = 0;  // 0: exclusive
 };
 
@@ -26,8 +26,8 @@ struct alignas(64) Shard {
     Mutex lock;
     std::vector<Use> uses ENGINE_GUARDED_BY(lock);
 
-    Use* find(const FileKey& key) ENGINE_REQUIRES(lock) {
-        const auto found = std::find_if(uses.begin(), uses.end(), [&](const Use& use) { return use.key == key; });
+    Use* find(const FileId& id) ENGINE_REQUIRES(lock) {
+        const auto found = std::find_if(uses.begin(), uses.end(), [&](const Use& use) { return use.id == id; });
         return found != uses.end() ? &*found : nullptr;
     }
 };
@@ -51,31 +51,31 @@ Table::Table() {
     ::pthread_atfork([] { table().may_have_children = true; }, nullptr, [] { ++table().forks; });
 }
 
-Shard& shard_of(const FileKey& key) {
-    const std::uint64_t mixed = (key.inode ^ key.device << 32) * 0x9E3779B97F4A7C15u;
+Shard& shard_of(const FileId& id) {
+    const std::uint64_t mixed = (id.inode ^ id.device << 32) * 0x9E3779B97F4A7C15u;
     return table().shards[mixed >> (64 - shard_bits)];
 }
 
 }  // namespace
 
-bool acquire_share(const FileKey& key, bool exclusive) try {
-    Shard& shard = shard_of(key);
+bool acquire_share(const FileId& id, bool exclusive) try {
+    Shard& shard = shard_of(id);
     const LockGuard guard(shard.lock);
-    if (Use* const use = shard.find(key); use != nullptr) {
+    if (Use* const use = shard.find(id); use != nullptr) {
         if (exclusive || use->readers == 0) return fail(Failure::IN_USE);
         ++use->readers;
         return true;
     }
-    shard.uses.push_back(Use{.key = key, .readers = exclusive ? 0u : 1u});
+    shard.uses.push_back(Use{.id = id, .readers = exclusive ? 0u : 1u});
     return true;
 } catch (const std::bad_alloc&) {
     return fail(Failure::OUT_OF_MEMORY, ENOMEM);
 }
 
-void release_share(const FileKey& key, bool exclusive) {
-    Shard& shard = shard_of(key);
+void release_share(const FileId& id, bool exclusive) {
+    Shard& shard = shard_of(id);
     const LockGuard guard(shard.lock);
-    Use* const use = shard.find(key);
+    Use* const use = shard.find(id);
     if (use == nullptr) return;
     if (!exclusive && --use->readers > 0) return;
     *use = shard.uses.back();

@@ -4,22 +4,19 @@
 
 #include <cstdint>
 
+#include "engine/platform/files.h"
+
 /// Who has which file open. POSIX lets everybody open, delete and rename what others hold open; callers expect the rules
 /// of Windows: readers share with readers, everything else is alone. Within this process a table keeps them, for other
 /// processes the locks of flock.
 
 namespace platform {
 
-struct FileKey {
-    std::uint64_t device = 0;
-    std::uint64_t inode = 0;  // 0: no file
-    bool operator==(const FileKey&) const = default;
-};
-inline FileKey key_of(const struct stat& status) { return FileKey{.device = status.st_dev, .inode = status.st_ino}; }
+inline FileId id_of(const struct stat& status) { return FileId{.device = status.st_dev, .inode = status.st_ino}; }
 
 /// Enters a file into the table. False, with the failure recorded, when a holder excludes this use.
-bool acquire_share(const FileKey& key, bool exclusive);
-void release_share(const FileKey& key, bool exclusive);
+bool acquire_share(const FileId& id, bool exclusive);
+void release_share(const FileId& id, bool exclusive);
 
 /// Takes the lock against other processes. False, with the failure recorded, when one of them excludes this use; file
 /// systems without locks exclude nobody.
@@ -44,18 +41,18 @@ public:
     SoleUse(const SoleUse&) = delete;
     SoleUse& operator=(const SoleUse&) = delete;
     ~SoleUse() {
-        if (key_.inode != 0) release_share(key_, true);
+        if (id_.inode != 0) release_share(id_, true);
     }
     /// False, with the failure recorded, when it is in use.
     bool acquire(const struct stat& status) {
         if (!S_ISREG(status.st_mode)) return true;
-        if (!acquire_share(platform::key_of(status), true)) return false;
-        key_ = platform::key_of(status);
+        if (!acquire_share(id_of(status), true)) return false;
+        id_ = id_of(status);
         return true;
     }
 
 private:
-    FileKey key_;
+    FileId id_;
 };
 
 }  // namespace platform

@@ -31,6 +31,11 @@ void* run_thread(void* argument) {
     return nullptr;
 }
 
+ThreadSlot* to_slot(pthread_key_t number) { return reinterpret_cast<ThreadSlot*>(std::uintptr_t{number} + 1); }
+pthread_key_t number_of(const ThreadSlot* slot) {
+    return static_cast<pthread_key_t>(reinterpret_cast<std::uintptr_t>(slot) - 1);
+}
+
 }  // namespace
 
 Thread* start_thread(const char* name, int priority, void (*entry)(void* argument), void* argument) {
@@ -53,23 +58,12 @@ std::uint64_t current_thread_key() {
     return reinterpret_cast<std::uintptr_t>(&own);
 }
 
-struct ThreadSlot {
-    pthread_key_t key{};
-};
-
 ThreadSlot* create_thread_slot() {
-    auto* const slot = new (std::nothrow) ThreadSlot;
-    if (slot != nullptr && pthread_key_create(&slot->key, nullptr) == 0) return slot;
-    delete slot;
-    return nullptr;
+    pthread_key_t number{};
+    return pthread_key_create(&number, nullptr) == 0 ? to_slot(number) : nullptr;
 }
-
-void destroy_thread_slot(ThreadSlot* slot) {
-    pthread_key_delete(slot->key);
-    delete slot;
-}
-
-void* get_thread_value(const ThreadSlot* slot) { return pthread_getspecific(slot->key); }
-void set_thread_value(ThreadSlot* slot, void* value) { pthread_setspecific(slot->key, value); }
+void destroy_thread_slot(ThreadSlot* slot) { pthread_key_delete(number_of(slot)); }
+void* get_thread_value(const ThreadSlot* slot) { return pthread_getspecific(number_of(slot)); }
+void set_thread_value(ThreadSlot* slot, void* value) { pthread_setspecific(number_of(slot), value); }
 
 }  // namespace platform

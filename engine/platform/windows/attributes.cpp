@@ -5,6 +5,7 @@
 
 #include "engine/platform/directories.h"
 #include "engine/platform/files.h"
+#include "engine/platform/windows/file_time.h"
 #include "engine/platform/windows/native_path.h"
 
 // Asking about files, and changing what is written about them: attributes, times, names.
@@ -16,37 +17,13 @@ namespace {
 // Both records of the system have these fields under the same names.
 template <typename Record>
 Attributes to_attributes(const Record& record) {
-    return {.is_directory = has_bits(record.dwFileAttributes, FILE_ATTRIBUTE_DIRECTORY),
+    return {.is_directory = is_directory(record.dwFileAttributes),
             .is_read_only = has_bits(record.dwFileAttributes, FILE_ATTRIBUTE_READONLY),
             .size = std::uint64_t{record.nFileSizeHigh} << 32 | record.nFileSizeLow,
             .write_time = to_file_time(record.ftLastWriteTime),
             .creation_time = to_file_time(record.ftCreationTime),
             .access_time = to_file_time(record.ftLastAccessTime)};
 }
-
-// Of what a link leads to: the quick question answers about the link itself.
-std::optional<Attributes> attributes_behind_link(const wchar_t* path) {
-    BY_HANDLE_FILE_INFORMATION record{};
-    const Handle handle(open_for_query(path));
-    if (handle.valid() && GetFileInformationByHandle(handle.get(), &record)) return to_attributes(record);
-    fail_last();
-    return std::nullopt;
-}
-
-// Opened for writing, so that a read-only file and one that is open refuse.
-bool set_times(const char* path, std::int64_t time, bool all) {
-    if (meets_fault(FaultPoint::CHANGE)) return false;
-    // The system gives these a meaning of its own.
-    if (time < 0) return fail(Failure::OTHER, ERROR_INVALID_PARAMETER);
-    const File file = File::open(path, {.access = Access::WRITE});
-    if (!file.valid()) return false;
-    const FILETIME value{.dwLowDateTime = static_cast<DWORD>(time),
-                         .dwHighDateTime = static_cast<DWORD>(static_cast<std::uint64_t>(time) >> 32)};
-    const FILETIME* const others = all ? &value : nullptr;
-    return SetFileTime(reinterpret_cast<HANDLE>(file.native()), others, others, &value) || fail_last();
-}
-
-bool is_directory(DWORD attributes) { return has_bits(attributes, FILE_ATTRIBUTE_DIRECTORY); }
 
 bool refuse_read_only(DWORD attributes) {
     if (!has_bits(attributes, FILE_ATTRIBUTE_READONLY) || is_directory(attributes)) return true;
@@ -56,12 +33,7 @@ bool refuse_read_only(DWORD attributes) {
 bool is_same_file(const wchar_t* a, const wchar_t* b) {
     BY_HANDLE_FILE_INFORMATION first{};
     BY_HANDLE_FILE_INFORMATION second{};
-    const Handle first_handle(open_for_query(a));
-    const Handle second_handle(open_for_query(b));
-    return first_handle.valid() && second_handle.valid() && GetFileInformationByHandle(first_handle.get(), &first) &&
-           GetFileInformationByHandle(second_handle.get(), &second) &&
-           first.dwVolumeSerialNumber == second.dwVolumeSerialNumber && first.nFileIndexHigh == second.nFileIndexHigh &&
-           first.nFileIndexLow == second.nFileIndexLow;
+    return query(a, first) && query(b, second) && id_of(first) == id_of(second);
 }
 
 std::wstring_view last_component(std::wstring_view path) { return path.substr(path.find_last_of(L"/\\") + 1); }
@@ -106,7 +78,7 @@ bool may_take_place(const wchar_t* from, const wchar_t* to) {
 // The system says "access denied" of a file that cannot be replaced because it is open.
 bool is_open_somewhere(const wchar_t* path) {
     const Handle handle(
-        CreateFileW(path, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, windows_api::open_existing, 0, nullptr));
+        CreateFileW(path, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr));
     return !handle.valid() && GetLastError() == ERROR_SHARING_VIOLATION;
 }
 
@@ -129,8 +101,7 @@ bool move_path(const char* from, const char* to, DWORD flags) {
 // system flushes nothing that is not open for writing.
 bool sync_file(const wchar_t* path) {
     if (has_bits(attribute_bits(path), FILE_ATTRIBUTE_READONLY)) return true;
-    const Handle handle(
-        CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ, nullptr, windows_api::open_existing, 0, nullptr));
+    const Handle handle(CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
     return (handle.valid() && FlushFileBuffers(handle.get())) || fail_last();
 }
 
@@ -142,18 +113,15 @@ std::optional<Attributes> get_attributes(const PathAt& path) {
     WIN32_FILE_ATTRIBUTE_DATA record{};
     if (!GetFileAttributesExW(native.text(), GetFileExInfoStandard, &record)) {
         fail_last();
-        return std::nullopt;
+    } else if (!is_directory(record.dwFileAttributes) && ends_in_slash(path.full)) {
+        fail_os(ERROR_DIRECTORY);  // a name that ends in a slash is a directory's
+    } else if (!has_bits(record.dwFileAttributes, FILE_ATTRIBUTE_REPARSE_POINT)) {
+        return to_attributes(record);
+    } else if (BY_HANDLE_FILE_INFORMATION behind{}; query(native.text(), behind)) {
+        return to_attributes(behind);  // what the link leads to: the quick question answers about the link itself
     }
-    // A name that ends in a slash is a directory's.
-    if (!is_directory(record.dwFileAttributes) && ends_in_slash(path.full)) {
-        fail_os(ERROR_DIRECTORY);
-        return std::nullopt;
-    }
-    if (has_bits(record.dwFileAttributes, FILE_ATTRIBUTE_REPARSE_POINT)) return attributes_behind_link(native.text());
-    return to_attributes(record);
+    return std::nullopt;
 }
-
-std::optional<Attributes> get_attributes(const char* path) { return get_attributes(PathAt{.full = path}); }
 
 bool set_read_only(const char* path, bool on) {
     const NativePath native(path);
@@ -163,10 +131,6 @@ bool set_read_only(const char* path, bool on) {
     const DWORD others = attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY);
     return SetFileAttributesW(native.text(), on ? others | FILE_ATTRIBUTE_READONLY : others) || fail_last();
 }
-
-bool set_write_time(const char* path, std::int64_t time) { return set_times(path, time, false); }
-
-bool set_all_times(const char* path, std::int64_t time) { return set_times(path, time, true); }
 
 bool remove_file(const char* path) {
     const NativePath native(path);

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <new>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,22 +14,8 @@ namespace platform {
 
 namespace {
 
-/// Listings without short names, in large pieces.
-class Search {
-public:
-    Search(const wchar_t* pattern, WIN32_FIND_DATAW& item)
-        : handle_(FindFirstFileExW(pattern, FindExInfoBasic, &item, FindExSearchNameMatch, nullptr,
-                                   FIND_FIRST_EX_LARGE_FETCH)) {}
-    Search(const Search&) = delete;
-    Search& operator=(const Search&) = delete;
-    ~Search() {
-        if (valid()) FindClose(handle_);
-    }
-    bool valid() const { return handle_ != INVALID_HANDLE_VALUE; }
-    bool next(WIN32_FIND_DATAW& item) { return FindNextFileW(handle_, &item) != 0; }
-
-private:
-    HANDLE handle_;
+struct CloseSearch {
+    void operator()(HANDLE search) const { FindClose(search); }
 };
 
 bool is_link_item(const WIN32_FIND_DATAW& item) {
@@ -43,15 +29,6 @@ std::wstring join(const NativePath& directory, std::wstring_view name) {
     return path.append(name);
 }
 
-/// What a link leads to decides what it is. False, with the failure recorded, when it leads nowhere.
-bool follow_link(const std::wstring& path, bool& is_directory) {
-    BY_HANDLE_FILE_INFORMATION record{};
-    const Handle handle(open_for_query(path.c_str()));
-    if (!handle.valid() || !GetFileInformationByHandle(handle.get(), &record)) return fail_last();
-    is_directory = has_bits(record.dwFileAttributes, FILE_ATTRIBUTE_DIRECTORY);
-    return true;
-}
-
 bool leads_nowhere(Failure failure) { return failure == Failure::NOT_FOUND || failure == Failure::ACCESS_DENIED; }
 
 /// False, with the failure recorded, when the item could not be looked at.
@@ -62,42 +39,17 @@ bool add_item(const NativePath& directory, const WIN32_FIND_DATAW& item, Links l
     char name[path_buffer_size];
     const std::size_t length = to_narrow(wide, name, sizeof name);
     if (length == 0) return true;
-    DirectoryItem kind{.is_directory = has_bits(item.dwFileAttributes, FILE_ATTRIBUTE_DIRECTORY),
+    DirectoryItem kind{.is_directory = is_directory(item.dwFileAttributes),
                        .is_link = is_link_item(item),
                        .is_offline = has_bits(item.dwFileAttributes, FILE_ATTRIBUTE_OFFLINE)};
-    if (kind.is_link && !follow_link(join(directory, wide), kind.is_directory)) {
+    if (BY_HANDLE_FILE_INFORMATION behind{}; kind.is_link && query(join(directory, wide).c_str(), behind)) {
+        kind.is_directory = is_directory(behind.dwFileAttributes);
+    } else if (kind.is_link) {
         if (!leads_nowhere(last_error().failure)) return false;
         if (links == Links::FOLLOWED) return true;
     }
     out.add(name, length, kind);
     return true;
-}
-
-bool read_items(const NativePath& directory, Links links, DirectoryListing& out) {
-    WIN32_FIND_DATAW item{};
-    Search search(join(directory, L"*").c_str(), item);
-    if (!search.valid())
-        return GetLastError() == ERROR_FILE_NOT_FOUND || fail_last();  // an empty root has not even "."
-    Error first{};                                                     // of an item that could not be looked at
-    do {
-        if (!add_item(directory, item, links, out) && first.failure == Failure::NONE) first = last_error();
-    } while (search.next(item));
-    if (GetLastError() != ERROR_NO_MORE_FILES) return fail_last();
-    return first.failure == Failure::NONE || fail(first.failure, first.os_code);
-}
-
-std::optional<BY_HANDLE_FILE_INFORMATION> query_directory(const char* path) {
-    const NativePath native(path);
-    if (!native.valid()) return std::nullopt;
-    BY_HANDLE_FILE_INFORMATION record{};
-    const Handle handle(open_for_query(native.text()));
-    if (!handle.valid() || !GetFileInformationByHandle(handle.get(), &record)) {
-        fail_last();
-        return std::nullopt;
-    }
-    if (has_bits(record.dwFileAttributes, FILE_ATTRIBUTE_DIRECTORY)) return record;
-    fail(Failure::NOT_FOUND, ERROR_DIRECTORY);
-    return std::nullopt;
 }
 
 /// What comes before the first component that can be looked for: a drive, a server and its share, slashes.
@@ -139,18 +91,13 @@ std::wstring respell(std::wstring_view path, Respell which) {
 }
 
 bool respell(const char* path, char* out, Respell which) try {
-    const NativePath native(path);
-    if (!native.valid()) return false;
-    const std::wstring spelled = respell(native.view(), which);
+    wchar_t wide[path_buffer_size];
     char text[path_buffer_size];
-    std::size_t length = to_narrow(spelled, text, sizeof text);
-    std::size_t slashes = 0;  // at the end, which stay
-    for (const std::size_t size = std::strlen(path); spelled.back() != L'/' && slashes < size; ++slashes) {
-        if (path[size - 1 - slashes] != '/' && path[size - 1 - slashes] != '\\') break;
-    }
-    if (length == 0 || length + slashes > max_path_bytes) return fail(Failure::PATH_TOO_LONG);
-    std::memcpy(text + length, path + std::strlen(path) - slashes, slashes + 1);
-    std::memcpy(out, text, length + slashes + 1);
+    if (!NativePath(path).valid()) return false;
+    const std::wstring spelled = respell({wide, to_wide(path, wide, path_buffer_size)}, which);
+    const std::size_t length = to_narrow(spelled, text, sizeof text);
+    if (length == 0) return fail(Failure::PATH_TOO_LONG);
+    std::memcpy(out, text, length + 1);
     return true;
 } catch (const std::bad_alloc&) {
     return fail_os(ERROR_NOT_ENOUGH_MEMORY);
@@ -158,23 +105,30 @@ bool respell(const char* path, char* out, Respell which) try {
 
 }  // namespace
 
-bool list_directory(const PathAt& path, DirectoryListing& out, Links links) try {
-    out.clear();
-    const NativePath native(path.full);
-    if (!native.valid() || meets_fault(FaultPoint::LIST)) return false;
-    const bool complete = read_items(native, links, out);
-    out.sort();
-    return complete;
-} catch (const std::bad_alloc&) {
-    return fail_os(ERROR_NOT_ENOUGH_MEMORY);
+bool read_items(const PathAt& path, Links links, DirectoryListing& out) {
+    const NativePath directory(path.full);
+    if (!directory.valid()) return false;
+    WIN32_FIND_DATAW item{};
+    // Without short names, and in large pieces.
+    const HANDLE found = FindFirstFileExW(join(directory, L"*").c_str(), FindExInfoBasic, &item, FindExSearchNameMatch,
+                                          nullptr, FIND_FIRST_EX_LARGE_FETCH);
+    // An empty root has not even ".".
+    if (found == INVALID_HANDLE_VALUE) return GetLastError() == ERROR_FILE_NOT_FOUND || fail_last();
+    const std::unique_ptr<void, CloseSearch> search(found);
+    Error first{};  // of an item that could not be looked at
+    do {
+        if (!add_item(directory, item, links, out) && first.failure == Failure::NONE) first = last_error();
+    } while (FindNextFileW(found, &item));
+    if (GetLastError() != ERROR_NO_MORE_FILES) return fail_last();
+    return first.failure == Failure::NONE || fail(first.failure, first.os_code);
 }
 
-bool get_directory_id(const char* path, DirectoryId& out) {
-    const auto record = query_directory(path);
-    if (!record) return false;
-    out = {.device = record->dwVolumeSerialNumber,
-           .inode = std::uint64_t{record->nFileIndexHigh} << 32 | record->nFileIndexLow};
-    return true;
+bool get_directory_id(const char* path, FileId& out) {
+    const NativePath native(path);
+    BY_HANDLE_FILE_INFORMATION record{};
+    if (!native.valid() || !query(native.text(), record)) return false;
+    out = id_of(record);
+    return is_directory(record.dwFileAttributes) || fail_os(ERROR_DIRECTORY);
 }
 
 bool get_directory_times(const PathAt& path, DirectoryTimes& out) {
@@ -185,9 +139,8 @@ bool get_directory_times(const PathAt& path, DirectoryTimes& out) {
     if (!handle.valid() || !GetFileInformationByHandleEx(handle.get(), FileBasicInfo, &record, sizeof record)) {
         return fail_last();
     }
-    if (!has_bits(record.FileAttributes, FILE_ATTRIBUTE_DIRECTORY)) return fail(Failure::NOT_FOUND, ERROR_DIRECTORY);
     out = {.written = record.LastWriteTime.QuadPart, .changed = record.ChangeTime.QuadPart};
-    return true;
+    return is_directory(record.FileAttributes) || fail_os(ERROR_DIRECTORY);
 }
 
 bool create_directory(const char* path) {

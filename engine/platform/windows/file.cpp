@@ -2,30 +2,20 @@
 #include <io.h>
 
 #include "engine/platform/files.h"
+#include "engine/platform/windows/file_time.h"
 #include "engine/platform/windows/native_path.h"
 
 namespace platform {
 
 namespace {
 
-constexpr std::uint64_t all_ones = ~std::uint64_t{0};  // nothing moved, or not known
-constexpr std::uint32_t unbuffered_alignment = 4096;   // a multiple of what any disk asks for
-
-HANDLE to_handle(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
-
-bool creates(Disposition disposition) {
-    return disposition == Disposition::CREATE_ALWAYS || disposition == Disposition::OPEN_ALWAYS;
-}
-bool truncates(Disposition disposition) {
-    return disposition == Disposition::CREATE_ALWAYS || disposition == Disposition::TRUNCATE_EXISTING;
-}
-bool writes(const OpenOptions& options) { return options.access != Access::READ || truncates(options.disposition); }
+constexpr std::uint32_t unbuffered_alignment = 4096;  // a multiple of what any disk asks for
 
 HANDLE create_file(const wchar_t* path, const OpenOptions& options, DWORD flags) {
-    const DWORD access = (options.access != Access::WRITE ? GENERIC_READ : 0) | (writes(options) ? GENERIC_WRITE : 0) |
+    const DWORD access = (options.access != Access::WRITE ? GENERIC_READ : 0) | (options.writes() ? GENERIC_WRITE : 0) |
                          (options.replaces ? DELETE : 0);
     const DWORD share = options.sharing == Sharing::READ ? FILE_SHARE_READ : 0;
-    const DWORD disposition = creates(options.disposition) ? windows_api::open_always : windows_api::open_existing;
+    const DWORD disposition = options.creates() ? OPEN_ALWAYS : OPEN_EXISTING;
     return CreateFileW(path, access, share, nullptr, disposition, flags, nullptr);
 }
 
@@ -74,20 +64,15 @@ std::uint64_t move_some(HANDLE handle, std::uint64_t offset, HANDLE event, Call 
 }  // namespace
 
 // There is no opening relative to a directory here that were cheaper than a whole path.
-Root::Root(Root&& other) noexcept : handle_(std::exchange(other.handle_, -1)) {}
-Root& Root::operator=(Root&& other) noexcept {
-    handle_ = std::exchange(other.handle_, -1);
-    return *this;
-}
 Root::~Root() = default;
 Root Root::open(const char*) { return {}; }
 
 void File::open_unchanged(const PathAt& path, const OpenOptions& options, bool& created) {
     if (ends_in_slash(path.full) && !fail(Failure::INVALID_NAME)) return;
-    const NativePath native(path.full, creates(options.disposition) ? NativePath::Use::NEW : NativePath::Use::EXISTING);
+    const NativePath native(path.full, options.creates() ? NativePath::Use::NEW : NativePath::Use::EXISTING);
     if (!native.valid()) return;
     // Where the caller may do everything, some systems let the attribute bind nobody.
-    if (writes(options) && has_bits(attribute_bits(native.text()), FILE_ATTRIBUTE_READONLY)) {
+    if (options.writes() && has_bits(attribute_bits(native.text()), FILE_ATTRIBUTE_READONLY)) {
         record_open_failure(native.text(), true, ERROR_ACCESS_DENIED);
         return;
     }
@@ -95,10 +80,10 @@ void File::open_unchanged(const PathAt& path, const OpenOptions& options, bool& 
     const HANDLE handle = create_or_buffered(native.text(), options, flags);
     const DWORD code = GetLastError();
     if (handle == INVALID_HANDLE_VALUE) {
-        record_open_failure(native.text(), writes(options), code);
+        record_open_failure(native.text(), options.writes(), code);
         return;
     }
-    created = creates(options.disposition) && code != ERROR_ALREADY_EXISTS;
+    created = options.creates() && code != ERROR_ALREADY_EXISTS;
     state_.handle = reinterpret_cast<std::intptr_t>(handle);
     state_.alignment = (flags & FILE_FLAG_NO_BUFFERING) != 0 ? unbuffered_alignment : 1;
     state_.overlapped = options.overlapped;
@@ -147,6 +132,13 @@ bool File::end_at(std::uint64_t position) {
     end.QuadPart = static_cast<LONGLONG>(position);
     const HANDLE handle = to_handle(state_.handle);
     return (SetFilePointerEx(handle, end, nullptr, FILE_BEGIN) && SetEndOfFile(handle)) || fail_last();
+}
+
+// To the system, too, a 0 is no time.
+bool File::set_times(std::int64_t time, bool all) {
+    const FILETIME value = from_file_time(time);
+    const FILETIME* const others = all ? &value : nullptr;
+    return SetFileTime(to_handle(state_.handle), others, others, &value) || fail_last();
 }
 
 bool File::flush() { return FlushFileBuffers(to_handle(state_.handle)) || fail_last(); }

@@ -1,9 +1,6 @@
 #include "engine/platform/mapping.h"
 
-#include "engine/platform/fail.h"
-#include "engine/platform/files.h"
-#include "engine/platform/windows/system_error.h"
-#include "engine/platform/windows/windows_api.h"
+#include "engine/platform/windows/native_path.h"
 
 namespace platform {
 
@@ -14,8 +11,7 @@ Mapping::Mapping(const File& file, std::uint64_t offset, std::uint64_t size) {
     skip_ = static_cast<std::size_t>(offset % system.dwAllocationGranularity);
     length_ = static_cast<std::size_t>(size) + skip_;
     const std::uint64_t from = offset - skip_;
-    HANDLE const section =
-        CreateFileMappingW(reinterpret_cast<HANDLE>(file.native()), nullptr, PAGE_READONLY, 0, 0, nullptr);
+    HANDLE const section = CreateFileMappingW(to_handle(file.native()), nullptr, PAGE_READONLY, 0, 0, nullptr);
     if (section != nullptr) {
         start_ =
             MapViewOfFile(section, FILE_MAP_READ, static_cast<DWORD>(from >> 32), static_cast<DWORD>(from), length_);

@@ -64,8 +64,13 @@ bool ends_in_slash(const char* path) {
 
 HANDLE open_for_query(const wchar_t* path) {
     constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    return CreateFileW(path, FILE_READ_ATTRIBUTES, share_all, nullptr, windows_api::open_existing,
-                       FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    return CreateFileW(path, FILE_READ_ATTRIBUTES, share_all, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS,
+                       nullptr);
+}
+
+bool query(const wchar_t* path, BY_HANDLE_FILE_INFORMATION& out) {
+    const Handle handle(open_for_query(path));
+    return (handle.valid() && GetFileInformationByHandle(handle.get(), &out)) || fail_last();
 }
 
 bool find_item(const wchar_t* path, WIN32_FIND_DATAW& item) {

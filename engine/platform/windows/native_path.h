@@ -1,10 +1,11 @@
 #pragma once
 
+#include <windows.h>
+
 #include <string_view>
 
 #include "engine/platform/files.h"
 #include "engine/platform/windows/system_error.h"
-#include "engine/platform/windows/windows_api.h"
 
 namespace platform {
 
@@ -30,6 +31,8 @@ private:
 
 bool ends_in_slash(const char* path);
 
+inline HANDLE to_handle(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
+
 /// An owned handle of the system.
 class Handle {
 public:
@@ -48,6 +51,12 @@ private:
 
 /// Opens a file or directory for asking about it alone, links followed; it shares with everybody.
 HANDLE open_for_query(const wchar_t* path);
+/// Asks about a file or directory, links followed. False, with the failure recorded, when it cannot be asked.
+bool query(const wchar_t* path, BY_HANDLE_FILE_INFORMATION& out);
+inline FileId id_of(const BY_HANDLE_FILE_INFORMATION& record) {
+    return {.device = record.dwVolumeSerialNumber,
+            .inode = std::uint64_t{record.nFileIndexHigh} << 32 | record.nFileIndexLow};
+}
 
 /// The record of one item of a directory: its spelling, and the item itself where it is a link.
 bool find_item(const wchar_t* path, WIN32_FIND_DATAW& item);
@@ -57,9 +66,6 @@ inline DWORD attribute_bits(const wchar_t* path) { return GetFileAttributesW(pat
 inline bool has_bits(DWORD attributes, DWORD bits) {
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & bits) != 0;
 }
-
-inline std::int64_t to_file_time(const FILETIME& time) {
-    return static_cast<std::int64_t>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
-}
+inline bool is_directory(DWORD attributes) { return has_bits(attributes, FILE_ATTRIBUTE_DIRECTORY); }
 
 }  // namespace platform

@@ -1,8 +1,6 @@
 #include <new>
 
-#include "engine/platform/files.h"
-#include "engine/platform/windows/system_error.h"
-#include "engine/platform/windows/windows_api.h"
+#include "engine/platform/windows/native_path.h"
 
 struct SNativeOverlapped {
     OVERLAPPED record;  // its event resets by itself
@@ -13,8 +11,6 @@ namespace platform {
 namespace {
 
 enum Status { PENDING = 0, DONE = 1, FAILED = 2, ABORTED = 3 };
-
-HANDLE to_handle(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
 
 int status_of(DWORD code) {
     if (code == ERROR_IO_PENDING) return PENDING;

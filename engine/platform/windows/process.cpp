@@ -1,43 +1,15 @@
 #include "engine/platform/process.h"
 
+#include <windows.h>
+
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
-#include <string>
-#include <string_view>
 
-#include "engine/platform/bounded_text.h"
-#include "engine/platform/never_destroyed.h"
 #include "engine/platform/windows/wide_text.h"
-#include "engine/platform/windows/windows_api.h"
 
 namespace platform {
 
 namespace {
-
-/// Where this program lies. Read when first asked for; whoever runs at the very end of the process may still ask.
-struct Facts {
-    char path[4096] = "";
-    char directory[4096] = "./";
-
-    Facts() {
-        wchar_t wide[sizeof path / 4];
-        const DWORD units = GetModuleFileNameW(nullptr, wide, std::size(wide));
-        if (units == 0 || units >= std::size(wide)) return;
-        std::replace(path, path + to_narrow({wide, units}, path, sizeof path), '\\', '/');
-        if (const char* const slash = std::strrchr(path, '/'))
-            BoundedText(directory).add({path, static_cast<std::size_t>(slash - path) + 1});
-    }
-};
-
-const Facts& facts() {
-    static const Facts instance;
-    return instance;
-}
-
-struct CommandLine {
-    const std::string text = to_utf8(GetCommandLineW());
-};
 
 bool is_set(const wchar_t* variable) { return GetEnvironmentVariableW(variable, nullptr, 0) > 1; }
 
@@ -69,18 +41,6 @@ Answer to_answer(int button, Answer otherwise) {
     }
 }
 
-// `write` moves up to so many bytes and answers how many, 0 for a failure.
-template <typename Write>
-void write_all(const char* text, std::size_t length, Write write) {
-    constexpr std::size_t largest_piece = 16 * 1024;  // older consoles take no more at once
-    while (length != 0) {
-        const DWORD written = write(text, static_cast<DWORD>(std::min(length, largest_piece)));
-        if (written == 0) return;
-        text += written;
-        length -= written;
-    }
-}
-
 /// How much of `text` can be taken without cutting a character in two.
 DWORD whole_characters(const char* text, DWORD length, DWORD most) {
     if (length <= most) return length;
@@ -89,6 +49,7 @@ DWORD whole_characters(const char* text, DWORD length, DWORD most) {
     return end;
 }
 
+// Both move up to `length` bytes and answer how many, 0 for a failure.
 DWORD write_to_screen(HANDLE console, const char* text, DWORD length) {
     wchar_t wide[2048];
     const DWORD taken = whole_characters(text, length, std::size(wide));
@@ -104,14 +65,16 @@ DWORD write_to_file(HANDLE file, const char* text, DWORD length) {
 
 }  // namespace
 
-const char* executable_path() { return facts().path; }
-
-const char* executable_directory() { return facts().directory; }
-
-const char* command_line() {
-    static const NeverDestroyed<CommandLine> line;
-    return line.value.text.c_str();
+std::string find_executable() {
+    wchar_t wide[1024];
+    const DWORD units = GetModuleFileNameW(nullptr, wide, std::size(wide));
+    if (units == std::size(wide)) return {};  // it did not fit
+    std::string path = to_utf8({wide, units});
+    std::replace(path.begin(), path.end(), '\\', '/');
+    return path;
 }
+
+std::string find_command_line() { return to_utf8(GetCommandLineW()); }
 
 void exit_process(int code) { ExitProcess(static_cast<UINT>(code)); }
 
@@ -130,16 +93,17 @@ void* standard_output() {
 }
 
 void write_console(void* console, const char* text, std::size_t length) {
-    if (console == nullptr) return;
+    constexpr std::size_t largest_piece = 16 * 1024;  // older consoles take no more at once
     DWORD mode = 0;
     const auto write = GetConsoleMode(console, &mode) ? write_to_screen : write_to_file;
-    write_all(text, length, [&](const char* piece, DWORD size) { return write(console, piece, size); });
+    while (console != nullptr && length != 0) {
+        const DWORD written = write(console, text, static_cast<DWORD>(std::min(length, largest_piece)));
+        if (written == 0) return;
+        text += written;
+        length -= written;
+    }
 }
 
 std::uint32_t process_id() { return GetCurrentProcessId(); }
-
-std::uint32_t processor_count() { return std::max<DWORD>(GetActiveProcessorCount(ALL_PROCESSOR_GROUPS), 1); }
-
-void trim_heap() { HeapCompact(GetProcessHeap(), 0); }
 
 }  // namespace platform

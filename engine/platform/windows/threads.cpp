@@ -1,12 +1,14 @@
 #include <windows.h>
 
-#include <array>
+#include <iterator>
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "engine/platform/per_thread.h"
 #include "engine/platform/threads.h"
 #include "engine/platform/windows/crash_stack.h"
+#include "engine/platform/windows/wide_text.h"
 
 namespace platform {
 
@@ -26,19 +28,17 @@ DWORD WINAPI run_thread(void* argument) {
 }
 
 // Systems before version 10 know no names of threads.
-void set_name(HANDLE thread, const char* name) {
+void set_name(HANDLE thread, std::string_view name) {
     using SetDescription = HRESULT(WINAPI*)(HANDLE, PCWSTR);
-    const HMODULE kernel = GetModuleHandleA("kernel32.dll");
-    const auto set_description =
-        reinterpret_cast<SetDescription>(reinterpret_cast<void*>(GetProcAddress(kernel, "SetThreadDescription")));
-    std::array<wchar_t, 64> wide{};
-    std::size_t length = 0;
-    while (length < wide.size() - 1 && name[length] != '\0') {
-        wide[length] = static_cast<unsigned char>(name[length]);
-        ++length;
-    }
-    if (set_description != nullptr) set_description(thread, wide.data());
+    const auto found = GetProcAddress(GetModuleHandleA("kernel32.dll"), "SetThreadDescription");
+    const auto set_description = reinterpret_cast<SetDescription>(reinterpret_cast<void*>(found));
+    wchar_t wide[64] = L"";
+    to_wide(name.substr(0, std::size(wide) - 1), wide, std::size(wide));
+    if (set_description != nullptr) set_description(thread, wide);
 }
+
+ThreadSlot* to_slot(DWORD number) { return reinterpret_cast<ThreadSlot*>(std::uintptr_t{number} + 1); }
+DWORD number_of(const ThreadSlot* slot) { return static_cast<DWORD>(reinterpret_cast<std::uintptr_t>(slot) - 1); }
 
 }  // namespace
 
@@ -91,25 +91,12 @@ ThreadBlock::~ThreadBlock() { FlsFree(std::exchange(slot_, no_slot)); }
 void* ThreadBlock::get() const { return slot_ == no_slot ? nullptr : FlsGetValue(slot_); }
 bool ThreadBlock::set(void* block) { return slot_ != no_slot && FlsSetValue(slot_, block) != 0; }
 
-struct ThreadSlot {
-    DWORD index = TLS_OUT_OF_INDEXES;
-};
-
 ThreadSlot* create_thread_slot() {
-    auto* const slot = new (std::nothrow) ThreadSlot;
-    if (slot == nullptr) return nullptr;
-    slot->index = TlsAlloc();
-    if (slot->index != TLS_OUT_OF_INDEXES) return slot;
-    delete slot;
-    return nullptr;
+    const DWORD number = TlsAlloc();
+    return number != TLS_OUT_OF_INDEXES ? to_slot(number) : nullptr;
 }
-
-void destroy_thread_slot(ThreadSlot* slot) {
-    TlsFree(slot->index);
-    delete slot;
-}
-
-void* get_thread_value(const ThreadSlot* slot) { return TlsGetValue(slot->index); }
-void set_thread_value(ThreadSlot* slot, void* value) { TlsSetValue(slot->index, value); }
+void destroy_thread_slot(ThreadSlot* slot) { TlsFree(number_of(slot)); }
+void* get_thread_value(const ThreadSlot* slot) { return TlsGetValue(number_of(slot)); }
+void set_thread_value(ThreadSlot* slot, void* value) { TlsSetValue(number_of(slot), value); }
 
 }  // namespace platform

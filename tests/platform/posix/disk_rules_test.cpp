@@ -86,7 +86,7 @@ TEST_F(DiskRules, FollowLinksRemoveThemAloneAndKnowAFileUnderAllItsNames) {
     EXPECT_TRUE(listing.items()[2].is_link && !listing.items()[2].is_directory);
     EXPECT_FALSE(listing.items()[1].is_link);
 
-    DirectoryId folder, behind_link;
+    FileId folder, behind_link;
     ASSERT_TRUE(get_directory_id("folder", folder) && get_directory_id("TO_FOLDER", behind_link));
     EXPECT_EQ(folder, behind_link);
     EXPECT_TRUE(is_link("to_folder") && is_link("To_Folder/") && is_link("to_file") && !is_link("folder"));

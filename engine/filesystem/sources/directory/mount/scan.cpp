@@ -33,14 +33,14 @@ public:
 private:
     struct Chained {
         const char* path;  // of an ancestor
-        std::optional<platform::DirectoryId> id;
+        std::optional<platform::FileId> id;
     };
 
     void note_unlisted(std::string_view dir, const platform::Error& error);
     void enter_files(const platform::DirectoryListing& listing, std::uint32_t dir_number);
     void enter_next_below(const ListingAhead::Directory& parent, fs::dir& node);
     bool follows(const char* link);
-    bool is_on_chain(const platform::DirectoryId& id);
+    bool is_on_chain(const platform::FileId& id);
 
     const DirectoryState& state_;
     MountedNames& to_;
@@ -94,15 +94,15 @@ void Scan::enter_next_below(const ListingAhead::Directory& parent, fs::dir& node
 
 // Whether a link is entered. Identities are asked for only where links make it necessary.
 bool Scan::follows(const char* link) {
-    platform::DirectoryId id;
+    platform::FileId id;
     if (!platform::get_directory_id(link, id) || is_on_chain(id)) return false;
     const bool is_new = linked_.insert({id.device, id.inode}).second;
     return is_new || links_on_chain_ == 0;
 }
 
-bool Scan::is_on_chain(const platform::DirectoryId& id) {
+bool Scan::is_on_chain(const platform::FileId& id) {
     return std::any_of(chain_.begin(), chain_.end(), [&](Chained& ancestor) {
-        platform::DirectoryId found;
+        platform::FileId found;
         if (!ancestor.id && platform::get_directory_id(*ancestor.path == '\0' ? "." : ancestor.path, found)) {
             ancestor.id = found;
         }

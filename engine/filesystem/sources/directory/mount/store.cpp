@@ -34,7 +34,7 @@ std::uint64_t hash_of(std::string_view text) {
 
 bool write_whole(const std::string& path, const std::vector<std::uint8_t>& bytes) {
     platform::File file = platform::File::open(
-        path.c_str(), {.access = platform::Access::WRITE, .disposition = platform::Disposition::CREATE_ALWAYS});
+        path.c_str(), {.access = platform::Access::WRITE, .disposition = platform::Disposition::TRUNCATE_OR_CREATE});
     return file.valid() && file.write(bytes.data(), bytes.size()) == bytes.size();
 }
 
