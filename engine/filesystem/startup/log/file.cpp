@@ -76,11 +76,6 @@ void write_line(const char* text, std::size_t length) {
     if (!needs_line_end || put(log, "\r\n")) put(log, {text, length});
 }
 
-bool is_file_on_disk(const std::string& native_path) {
-    const auto attributes = platform::get_attributes(native_path.c_str());
-    return attributes && !attributes->is_directory;
-}
-
 /// Made, or emptied, and from then on written at its end alone where the file is one of the disk.
 SFsFile* open_appending(const char* name) {
     SFsFile* const file = fs::open(name, EFSMode::WRITE, FFSOpenFlags::CREATE);
@@ -105,10 +100,10 @@ Opened open_log_file(const std::string& name, bool must_be_new) {
     const fs::ErrorKeeper keeper;
     // Files that another process made are on the disk alone, not in the source's table.
     const std::string on_disk = fs::is_full_path(name.c_str()) ? name : fs::write_path() + name;
-    const bool existed = is_file_on_disk(on_disk) || fs::exists(name.c_str());
+    const bool existed = fs::native_does_file_exist(on_disk.c_str()) || fs::exists(name.c_str());
     if (existed && must_be_new) return Opened::TAKEN;
     fs::FilePtr file(open_appending(name.c_str()));
-    if (file == nullptr) return is_file_on_disk(on_disk) ? Opened::TAKEN : Opened::NO;
+    if (file == nullptr) return fs::native_does_file_exist(on_disk.c_str()) ? Opened::TAKEN : Opened::NO;
     std::string virtual_name = name;
     std::string shown_name = fs::file_name(file.get());
     std::string native_path = fs::full_path(name.c_str());
