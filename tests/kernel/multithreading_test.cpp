@@ -166,7 +166,8 @@ TEST(CEvent, StaysSignalledUntilResetOrLetsOneThrough) {
     }
 }
 
-// A reset right after the signal used to keep most of those asleep who had waited for it.
+// A reset right after the signal used to keep most of those asleep who had waited for it, and whoever came then took
+// the signal of one who had not woken yet.
 TEST(CEvent, ReleasesWhoWaitedWhateverFollows) {
     constexpr int sleepers = 4;
     for (const bool manual : {true, false}) {
@@ -186,6 +187,7 @@ TEST(CEvent, ReleasesWhoWaitedWhateverFollows) {
         EXPECT_FALSE(woken.Wait(short_time_ms));  // time to fall asleep in
         for (int i = 0; i < (manual ? 1 : sleepers); ++i) event.Set();
         event.Reset();
+        EXPECT_FALSE(event.Wait(0)) << "the signals are for those who waited";
         for (int i = 0; i < sleepers; ++i) EXPECT_TRUE(woken.Wait(long_time_ms / 2)) << i;
     }
 }
