@@ -16,7 +16,6 @@
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/native_file.h"
 #include "engine/filesystem/log/sinks.h"
-#include "engine/filesystem/startup/crash/dump.h"
 #include "engine/platform/files.h"
 #include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
@@ -107,7 +106,6 @@ Opened open_log_file(const std::string& name, bool must_be_new) {
     std::string virtual_name = name;
     std::string shown_name = fs::file_name(file.get());
     std::string native_path = fs::full_path(name.c_str());
-    set_log_directory(native_path.substr(0, native_path.rfind('/') + 1).c_str());
     LogFile& log = log_file();
     {
         const FileLock lock(log);
@@ -136,6 +134,13 @@ void close_log_file() {
     const bool is_empty = fs::length(file) == 0;
     fs::close(file);
     if (is_empty && log.is_ours) remove_empty_file(log);
+}
+
+std::string log_directory() {
+    if (is_writing) return "";
+    LogFile& log = log_file();
+    const FileLock lock(log);
+    return log.native_path.substr(0, log.native_path.rfind('/') + 1);
 }
 
 const char* log_file_name() {
