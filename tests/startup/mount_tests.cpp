@@ -227,6 +227,7 @@ TEST_F(StartUp, TwoThreadsMountAndUnmountWhileTwentyRead) {
     ASSERT_TRUE(start(true));
     Log::Settings::Instance().SetCategoryLevel("FileSystem", Log::ELevel::NONE);
     LogSetPrintCallback(nullptr);
+    CrashSetPrintCallback(nullptr);
     std::atomic<int> changers{2};
     std::atomic<int> wrong{0};
     const auto change = [&](const std::string& digit) {
