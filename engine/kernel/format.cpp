@@ -9,164 +9,91 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <string_view>
+
+#include "engine/platform/bounded_text.h"
 
 namespace kernel {
 
 namespace {
 
+using platform::BoundedText;
+
 constexpr std::size_t rewritten_capacity = 4096;
-
-constexpr bool is_modifier(char c) {
-    constexpr std::string_view modifiers = "-+ #0123456789.*hlLjzt'";
-    return modifiers.find(c) != std::string_view::npos;
-}
-
-/// May say yes to "%%p", where nothing will be rewritten. Nearly every format is told by its letters 'p' alone.
-bool has_pointer(const char* format) {
-    for (const char* p = std::strchr(format, 'p'); p != nullptr; p = std::strchr(p + 1, 'p')) {
-        const char* before = p;
-        while (before > format && is_modifier(before[-1])) --before;
-        if (before > format && before[-1] == '%') return true;
-    }
-    return false;
-}
-
-/// The conversion that starts at `percent` (a '%'): one past its last character, or its terminator.
-const char* conversion_end(const char* percent) {
-    const char* at = percent + 1;
-    while (*at != '\0' && is_modifier(*at)) ++at;
-    return *at == '\0' ? at : at + 1;
-}
-
-class Rewriter {
-public:
-    Rewriter(char* out, std::size_t capacity) : out_(out), left_(capacity - 1) {}
-
-    void add(const char* text, std::size_t length) {
-        if (length > left_) ok_ = false;
-        if (!ok_) return;
-        std::memcpy(out_, text, length);
-        out_ += length;
-        left_ -= length;
-    }
-    /// `from` is "%" and what stands between it and the 'p'. Pointers and 64-bit values travel alike as arguments.
-    void add_pointer(const char* from, const char* p) {
-        const bool plain = p == from + 1;
-        add(plain ? "0x%" : "%#", plain ? 3 : 2);
-        add(from + 1, static_cast<std::size_t>(p - from - 1));
-        add("llx", 3);
-    }
-    bool finish() {
-        *out_ = '\0';
-        return ok_;
-    }
-
-private:
-    char* out_;
-    std::size_t left_;
-    bool ok_ = true;
-};
+constexpr std::string_view modifiers = "-+ #0123456789.*hlLjzt'";
 
 /// Rewrites each "%p" of `format`. False when the result does not fit.
-bool rewrite_pointers(const char* format, char* out) {
-    Rewriter rewriter(out, rewritten_capacity);
-    while (const char* percent = std::strchr(format, '%')) {
-        rewriter.add(format, static_cast<std::size_t>(percent - format));
-        const char* const end = conversion_end(percent);
-        if (end[-1] == 'p' && end - percent > 1) {
-            rewriter.add_pointer(percent, end - 1);
+bool rewrite_pointers(std::string_view format, BoundedText& out) {
+    while (!format.empty()) {
+        out.add(format.substr(0, format.find('%')));
+        format.remove_prefix(std::min(format.find('%'), format.size()));
+        const std::size_t letter = std::min(format.find_first_not_of(modifiers, 1), format.size());
+        if (letter < format.size() && format[letter] == 'p') {
+            // Pointers and 64-bit values travel alike as arguments.
+            out.add(letter == 1 ? "0x%" : "%#").add(format.substr(1, letter - 1)).add("llx");
         } else {
-            rewriter.add(percent, static_cast<std::size_t>(end - percent));
+            out.add(format.substr(0, letter + 1));
         }
-        format = end;
+        format.remove_prefix(std::min(letter + 1, format.size()));
     }
-    rewriter.add(format, std::strlen(format));
-    return rewriter.finish();
+    return !out.is_cut();
 }
 
-/// Writes into a buffer as long as all of it, and a terminator, fit.
-class PlainWriter {
-public:
-    PlainWriter(char* out, std::size_t capacity) : start_(out), at_(out), left_(capacity) {}
-
-    bool add(const char* text, std::size_t length) {
-        if (length >= left_) return false;
-        std::memcpy(at_, text, length);
-        at_ += length;
-        left_ -= length;
-        return true;
-    }
-    template <class Number>
-    bool add_number(Number value, int base = 10) {
-        char digits[24];
-        return add(digits,
-                   static_cast<std::size_t>(std::to_chars(digits, digits + sizeof(digits), value, base).ptr - digits));
-    }
-    int finish() {
-        *at_ = '\0';
-        return static_cast<int>(at_ - start_);
-    }
-
-private:
-    char* const start_;
-    char* at_;
-    std::size_t left_;
-};
-
-bool add_string(PlainWriter& writer, const char* text) {
-    if (text == nullptr) text = "(null)";
-    return writer.add(text, std::strlen(text));
+template <class Number>
+void add_number(BoundedText& out, Number value, int base = 10) {
+    char digits[24];
+    out.add({digits, std::to_chars(digits, std::end(digits), value, base).ptr});
 }
 
-bool add_pointer(PlainWriter& writer, const void* pointer) {
-    return writer.add("0x", 2) && writer.add_number(reinterpret_cast<std::uintptr_t>(pointer), 16);
-}
-
-/// One conversion without flags, width, precision or length modifier. False for all others, and when it does not fit.
-bool add_conversion(PlainWriter& writer, char conversion, va_list* args) {
+/// One conversion without flags, width, precision or length modifier. False for all others.
+bool add_conversion(BoundedText& out, char conversion, va_list* args) {
     switch (conversion) {
-        case 's':
-            return add_string(writer, va_arg(*args, const char*));
+        case 's': {
+            const char* const text = va_arg(*args, const char*);
+            out.add(text == nullptr ? "(null)" : text);
+            return true;
+        }
         case 'd':
         case 'i':
-            return writer.add_number(va_arg(*args, int));
+            add_number(out, va_arg(*args, int));
+            return true;
         case 'u':
-            return writer.add_number(va_arg(*args, unsigned));
+            add_number(out, va_arg(*args, unsigned));
+            return true;
         case 'x':
-            return writer.add_number(va_arg(*args, unsigned), 16);
+            add_number(out, va_arg(*args, unsigned), 16);
+            return true;
         case 'p':
-            return add_pointer(writer, va_arg(*args, const void*));
+            out.add("0x");
+            add_number(out, reinterpret_cast<std::uintptr_t>(va_arg(*args, const void*)), 16);
+            return true;
         case '%':
-            return writer.add("%", 1);
+            out.add('%');
+            return true;
         default:
             return false;
     }
 }
 
-/// The text's length, or -1 when the C library must do it.
-int format_plain(char* out, std::size_t capacity, const char* format, va_list* args) {
-    PlainWriter writer(out, capacity);
+/// False when the C library must do it.
+bool format_plain(BoundedText& out, const char* format, va_list* args) {
     while (const char* const percent = std::strchr(format, '%')) {
-        if (!writer.add(format, static_cast<std::size_t>(percent - format))) return -1;
-        if (!add_conversion(writer, percent[1], args)) return -1;
+        out.add({format, percent});
+        if (!add_conversion(out, percent[1], args)) return false;
         format = percent + 2;
     }
-    return writer.add(format, std::strlen(format)) ? writer.finish() : -1;
-}
-
-int format_checked(char* out, std::size_t capacity, const char* format, va_list args) {
-    const int length = std::vsnprintf(out, capacity, format, args);
-    if (length < 0 && capacity > 0) out[0] = '\0';
-    return length;
+    return !out.add(format).is_cut();
 }
 
 /// Apart from the rest for the sake of its buffer.
 [[gnu::noinline]] int format_by_library(char* out, std::size_t capacity, const char* format, va_list args) {
-    if (!has_pointer(format)) return format_checked(out, capacity, format, args);
     char rewritten[rewritten_capacity];
-    const bool fits = rewrite_pointers(format, rewritten);
-    return format_checked(out, capacity, fits ? rewritten : format, args);
+    BoundedText text(rewritten);
+    if (std::strchr(format, 'p') != nullptr && rewrite_pointers(format, text)) format = rewritten;
+    const int length = std::vsnprintf(out, capacity, format, args);
+    if (length < 0 && capacity > 0) out[0] = '\0';
+    return length;
 }
 
 }  // namespace
@@ -174,9 +101,10 @@ int format_checked(char* out, std::size_t capacity, const char* format, va_list 
 int format_text(char* out, std::size_t capacity, const char* format, va_list args) {
     va_list plain;
     va_copy(plain, args);
-    const int length = format_plain(out, capacity, format, &plain);
+    BoundedText text(out, capacity);
+    const bool is_done = format_plain(text, format, &plain);
     va_end(plain);
-    return length >= 0 ? length : format_by_library(out, capacity, format, args);
+    return is_done ? static_cast<int>(text.length()) : format_by_library(out, capacity, format, args);
 }
 
 }  // namespace kernel

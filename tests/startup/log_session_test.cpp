@@ -84,6 +84,11 @@ TEST_F(LogChild, DISABLED_exit) {
     say("still here");
 }
 
+TEST_F(LateChild, DISABLED_no_root) {
+    fs::init((child_root() + "/none").c_str(), FFSAddSourceFlags::MUST_EXIST, "", false, false, nullptr);
+    std::puts("still here");
+}
+
 TEST_F(LogChild, DISABLED_console) {
     CrashInitOutToConsole();
     EXPECT_EQ(CrashGetConsoleHandle(), platform::standard_output());
@@ -177,6 +182,7 @@ TEST(LogSession, LeavesTheLogThatItsSwitchesAndConfigurationAskFor) {
         {"silence", "-logfile=out/logs/kept.log", 1, "", "", nothing, {{"out/logs/kept.log", ""}}},
         {"full_disk", "", 1, "", "> after\r\n", "lost"},
         {"exit", "", 1, "CrashExit...", "goes on", "still here", {}, 255},
+        {"no_root", "", 0, "could not initialize", "", nothing, {}, 255},
         {"console", "", 0, "> seen one"},
         {"taken", "-logfile=out/logs/mine.log", 2, "log=out/logs/mine_", "a line"},
         {"start", "", 1, "", "in time", "too early"},

@@ -2,16 +2,18 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "engine/filesystem/startup/prepared_path.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/faults.h"
-#include "tests/support/child_process.h"
+#include "tests/log/log_fixture.h"
 #include "tests/support/mounted_root.h"
 
 namespace {
@@ -20,33 +22,27 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using Flags = FFSAddSourceFlags;
 
-std::string logged;
-
-/// A fresh folder of the test's own, and the file system stopped at the end.
-class StartUp : public testing::Test {
+/// A folder of the test's own, the library's messages, and the file system stopped at the end.
+class StartUp : public LogTest {
 protected:
-    StartUp() {
-        logged.clear();
-        LogSetPrintCallback([](Log::ELevel::TYPE, const char*, const char* text) {
-            logged += text;
-            std::erase(logged, '\r');  // lines end in both
-        });
-        _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);  // or the first message would open a log file below the root
-        Log::Settings::Instance().SetCategoryLevel("FileSystem", Log::ELevel::DEBG);
-    }
+    StartUp() { Log::Settings::Instance().SetCategoryLevel("FileSystem", Log::ELevel::DEBG); }
     ~StartUp() override {
         fs::shutdown();
         platform::clear_faults();
-        LogSetPrintCallback(nullptr);
-        _CLFilterSetMode(CLFilterMode::NORMAL);
-        Log::Settings::Instance().SetCategoryLevel("FileSystem", Log::ELevel::NONE);
     }
 
+    /// What was said since the last question.
+    static std::string logged() {
+        std::string text;
+        for (const Line& line : std::exchange(console_lines, {})) text += line.text;
+        std::erase(text, '\r');  // lines end in both
+        return text;
+    }
     std::string path(const std::string& name) const { return home_ / name; }
     /// As the library answers it.
     std::string lower(const std::string& name) const {
         std::string text = path(name);
-        for (char& c : text) c = kernel::fold(c);
+        std::ranges::transform(text, text.begin(), kernel::fold);
         return text;
     }
     static std::string read(const std::string& name) {
@@ -100,10 +96,9 @@ TEST_F(StartUp, FailsForARootThatIsNotFullOrTooLong) {
     const std::string too_long = longest + "n";
     for (const char* root :
          {"relative/dir", "", ".", longest.c_str(), too_long.c_str(), static_cast<const char*>(nullptr)}) {
-        logged.clear();
         EXPECT_FALSE(fs::init(root, Flags::NONE, "", false, false, nullptr));
         EXPECT_FALSE(fs::is_initialized());
-        EXPECT_THAT(logged, HasSubstr("Full path must be specified when calling fs::init()!\n"));
+        EXPECT_THAT(logged(), HasSubstr("Full path must be specified when calling fs::init()!\n"));
         EXPECT_EQ(sources().size(), 0u);
     }
     EXPECT_FALSE(fs::init(path("Root").c_str(), Flags::NONE, longest.c_str(), false, false, nullptr));
@@ -131,10 +126,11 @@ TEST_F(StartUp, StopsOnceAndStartsAgainWithOneSlashAtTheEndOfTheRoot) {
         fs::shutdown();
     }
     fs::close(file);
+    const std::string said = logged();
     for (const std::string& line : {std::string("FileSystem cache is force disabled (unused)."),
                                     "Initializing fs from '" + path("Root") + "' ...",
                                     "fs:init paths: '" + path("Root") + "/' incoming, '" + lower("Root") + "/' built"})
-        EXPECT_THAT(logged, HasSubstr(line + "\n"));
+        EXPECT_THAT(said, HasSubstr(line + "\n"));
     EXPECT_TRUE(start() && start()) << "a second root";
     EXPECT_EQ(sources().size(), 2u);
 }
@@ -169,12 +165,12 @@ TEST_F(StartUp, AsksTheNewestPackThenTheRootThenDirectoriesThenTheFallbackInTheC
     EXPECT_TRUE(fs::rem_source(path("patch.pak").c_str()));
     EXPECT_EQ(read("dir/x.txt"), "base");
 
-    logged.clear();
+    logged();
     EXPECT_FALSE(fs::rem_source(path("none").c_str()) || fs::rem_source("MORE") || fs::rem_source(nullptr));
-    EXPECT_EQ(logged, "");
+    EXPECT_EQ(logged(), "");
     EXPECT_NE(fs::search_dir("sub"), nullptr);
     EXPECT_TRUE(fs::rem_source((path("More") + "\\").c_str()));
-    EXPECT_THAT(logged, HasSubstr("Removing source '" + lower("MORE") + "/' of type TYPE_DIR(3).\n"));
+    EXPECT_THAT(logged(), HasSubstr("Removing source '" + lower("MORE") + "/' of type TYPE_DIR(3).\n"));
     EXPECT_EQ(fs::search_dir("sub"), nullptr);
     EXPECT_EQ(read("gone.txt"), "(none)");
 }
@@ -196,12 +192,12 @@ TEST_F(StartUp, RefusesSourcesWithTheReason) {
     home_.write("broken.pak", "no pack");
     ASSERT_TRUE(start());
     EXPECT_FALSE(fs::add_source("more"));
-    EXPECT_THAT(logged, HasSubstr("Cannot add source 'more'. It is not full path.\n"));
+    EXPECT_THAT(logged(), HasSubstr("Cannot add source 'more'. It is not full path.\n"));
     EXPECT_EQ(fs::last_error().code, EFSError::INVALID_NAME);
     EXPECT_TRUE(add("more", Flags::NONE));
-    EXPECT_THAT(logged, HasSubstr("Adding source '" + lower("more") + "/' of type TYPE_DIR(3) with flags 0x00.\n"));
+    EXPECT_THAT(logged(), HasSubstr("Adding source '" + lower("more") + "/' of type TYPE_DIR(3) with flags 0x00.\n"));
     EXPECT_FALSE(add("MORE/"));
-    EXPECT_THAT(logged, HasSubstr("Source from path '" + path("MORE/") + "' already added.\n"));
+    EXPECT_THAT(logged(), HasSubstr("Source from path '" + path("MORE/") + "' already added.\n"));
     EXPECT_EQ(fs::last_error().code, EFSError::ALREADY_EXISTS);
     EXPECT_FALSE(add("none", Flags::MUST_EXIST));
     for (const std::string& name :
@@ -215,7 +211,7 @@ TEST_F(StartUp, RefusesSourcesWithTheReason) {
     platform::inject_fault(platform::FaultPoint::LIST, 2, platform::Failure::ACCESS_DENIED, false);
     EXPECT_TRUE(add("more", whole_tree | Flags::ALLOW_DUPLICATE)) << "without the directory that was not listed";
     EXPECT_EQ(fs::last_error().code, EFSError::ACCESS_DENIED);
-    EXPECT_THAT(logged, HasSubstr("1 directories of source '" + lower("more") + "/' could not be listed"));
+    EXPECT_THAT(logged(), HasSubstr("1 directories of source '" + lower("more") + "/' could not be listed"));
     ztl::vector<SFsSourceInfo> infos;
     fs::get_sources(infos);
     ASSERT_EQ(infos.size(), 3u);
@@ -231,42 +227,31 @@ TEST_F(StartUp, TwoThreadsMountAndUnmountWhileTwentyRead) {
     ASSERT_TRUE(start(true));
     Log::Settings::Instance().SetCategoryLevel("FileSystem", Log::ELevel::NONE);
     LogSetPrintCallback(nullptr);
+    CrashSetPrintCallback(nullptr);
     std::atomic<int> changers{2};
     std::atomic<int> wrong{0};
+    const auto change = [&](const std::string& digit) {
+        for (int i = 0; i < 100; ++i) {
+            if (!add("more" + digit) || read("dir/x" + digit + ".txt") != digit) ++wrong;
+            if (!fs::rem_source(path("more" + digit).c_str())) ++wrong;
+        }
+        --changers;
+    };
+    const auto ask = [&] {
+        while (changers != 0) {
+            if (read("dir/base.txt") != "base" || !fs::exists("dir/base.txt")) ++wrong;
+            fs::exists("dir/x0.txt");
+            fs::search_dir("dir");
+            fs::free_names(fs::search("dir", nullptr, true, false));
+        }
+    };
     {
         std::vector<std::jthread> threads;
-        for (const std::string digit : {"0", "1"}) {
-            threads.emplace_back([&, digit] {
-                for (int i = 0; i < 100; ++i) {
-                    if (!add("more" + digit) || read("dir/x" + digit + ".txt") != digit) ++wrong;
-                    if (!fs::rem_source(path("more" + digit).c_str())) ++wrong;
-                }
-                --changers;
-            });
-        }
-        for (int i = 0; i < 20; ++i) {
-            threads.emplace_back([&] {
-                while (changers != 0) {
-                    if (read("dir/base.txt") != "base" || !fs::exists("dir/base.txt")) ++wrong;
-                    fs::exists("dir/x0.txt");
-                    fs::search_dir("dir");
-                    fs::free_names(fs::search("dir", nullptr, true, false));
-                }
-            });
-        }
+        for (const char* digit : {"0", "1"}) threads.emplace_back(change, digit);
+        for (int i = 0; i < 20; ++i) threads.emplace_back(ask);
     }
     EXPECT_EQ(wrong, 0);
     EXPECT_EQ(sources().size(), 2u);
 }
-
-#if !defined(_WIN32)
-TEST(StartUpChild, DISABLED_MountARootThatIsNotThere) {
-    fs::init((child_root() + "/none").c_str(), Flags::MUST_EXIST, "", false, false, nullptr);
-}
-TEST_F(StartUp, ARootThatDoesNotMountEndsTheProcess) {
-    const ChildResult result = run_child("StartUpChild.DISABLED_MountARootThatIsNotThere");
-    EXPECT_EQ(result.exit_code, 255) << result.output;
-}
-#endif
 
 }  // namespace

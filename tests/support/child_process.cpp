@@ -15,41 +15,22 @@ namespace {
 
 constexpr const char* root_variable = "ENGINE_TEST_CHILD_ROOT";
 
-void set_variable(const char* name, const std::string& value) {
-#ifdef _WIN32
-    _putenv_s(name, value.c_str());  // an empty one is removed
-#else
-    value.empty() ? unsetenv(name) : setenv(name, value.c_str(), 1);
-#endif
-}
-
-/// A variable of the environment that children take over, for as long as this lives.
-class Inherited {
-public:
-    Inherited(const char* name, const std::string& value) : name_(name) {
-        if (const char* const before = std::getenv(name)) before_ = before;
-        set_variable(name, value);
-    }
-    ~Inherited() { set_variable(name_, before_); }
-    Inherited(const Inherited&) = delete;
-    Inherited& operator=(const Inherited&) = delete;
-
-private:
-    const char* name_;
-    std::string before_;
-};
-
-int run(const std::string& program, const std::string& rest) {
+/// Runs the program with these variables in its environment.
+int run(const std::string& program, const std::string& rest, const std::map<std::string, std::string>& variables) {
+    std::string command;
 #ifdef _WIN32
     // A child that crashes starts no debugger, which would keep the child's output open. Children take the mode over.
     constexpr unsigned no_box_of_a_fault = 2;
     SetErrorMode(no_box_of_a_fault);
-    return std::system(
-        ("\"\"" + std::filesystem::path(program).make_preferred().string() + "\"" + rest + "\"").c_str());
+    for (const auto& [name, value] : variables) command += "set " + name + "=" + value + "&&";
+    command += "\"" + std::filesystem::path(program).make_preferred().string() + "\"" + rest;
+    return std::system(command.c_str());
 #else
+    for (const auto& [name, value] : variables) command += name + "=\"" + value + "\" ";
     const char* const emulator = std::getenv("ENGINE_TEST_EMULATOR");  // of a foreign processor
-    const std::string start = emulator == nullptr ? "" : "\"" + std::string(emulator) + "\" ";
-    const int status = std::system((start + "\"" + program + "\"" + rest).c_str());
+    if (emulator != nullptr) command += "\"" + std::string(emulator) + "\" ";
+    command += "\"" + program + "\"" + rest;
+    const int status = std::system(command.c_str());
     return (status & 0x7F) == 0 ? status >> 8 & 0xFF : 128 + (status & 0x7F);
 #endif
 }
@@ -59,10 +40,10 @@ int run(const std::string& program, const std::string& rest) {
 std::vector<ChildResult> run_children(std::size_t count, const std::string& name, const std::filesystem::path& root,
                                       const std::string& arguments) {
     const std::filesystem::path absolute = std::filesystem::absolute(root);
-    const Inherited root_of_children(root_variable, absolute.generic_string());
     // A child that crashes leaves its own temporary folder behind: inside ours.
     const std::string ours = absolute.parent_path().string();
-    const Inherited folders[] = {{"TMPDIR", ours}, {"TMP", ours}};
+    const std::map<std::string, std::string> variables = {
+        {root_variable, absolute.generic_string()}, {"TMPDIR", ours}, {"TMP", ours}};
     std::vector<ChildResult> results(count);
     std::vector<std::thread> threads;
     for (std::size_t i = 0; i < count; ++i) {
@@ -72,7 +53,7 @@ std::vector<ChildResult> run_children(std::size_t count, const std::string& name
                                      arguments + " > \"" + output + "\" 2>&1";
             // A busy system may fail to start it, which leaves -1 and not a word.
             for (int attempt = 0; attempt < 3 && results[i].exit_code == -1 && results[i].output.empty(); ++attempt) {
-                results[i].exit_code = run(platform::executable_path(), rest);
+                results[i].exit_code = run(platform::executable_path(), rest, variables);
                 results[i].output = read_file(output);
             }
             std::erase(results[i].output, '\r');

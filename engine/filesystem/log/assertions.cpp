@@ -1,8 +1,9 @@
-#include "engine/filesystem/log/assertions.h"
+#include <engine/filesystem/log/assert.h>
 
 #include <cstdarg>
 #include <cstdlib>
 
+#include "engine/filesystem/log/sinks.h"
 #include "engine/kernel/format.h"
 #include "engine/platform/crash.h"
 
@@ -10,14 +11,13 @@ namespace {
 
 struct AssertState {
     std::atomic<smart_assert_handler> handler{nullptr};
-    std::atomic<smart_assert_handler> default_handler{nullptr};
     std::atomic<std::int32_t> count{0};
 };
 constinit AssertState state;
 
 EAssertionResult::TYPE ask(const smart_assert_data& data) {
     smart_assert_handler handler = GetAssertFunc();
-    if (handler == nullptr) handler = state.default_handler.load(std::memory_order_acquire);
+    if (handler == nullptr) handler = logging::state.default_assert_handler.load(std::memory_order_acquire);
     return handler == nullptr ? EAssertionResult::IGNORE_ONCE : handler(data);
 }
 
@@ -61,11 +61,3 @@ smart_assert_handler GetAssertFunc() { return state.handler.load(std::memory_ord
 
 void IncreaseAssertCount() { state.count.fetch_add(1, std::memory_order_relaxed); }
 std::int32_t GetAssertCount() { return state.count.load(std::memory_order_relaxed); }
-
-namespace logging {
-
-void set_default_assert_handler(smart_assert_handler handler) {
-    state.default_handler.store(handler, std::memory_order_release);
-}
-
-}  // namespace logging

@@ -41,6 +41,8 @@ struct State {
     std::atomic<void (*)()> run{nullptr};
     /// Whether this thread may run it now: not while it holds a lock that opening the log file needs.
     std::atomic<bool (*)()> may_start_now{nullptr};
+    /// Asked about a failed assertion while the host has set nothing.
+    std::atomic<smart_assert_handler> default_assert_handler{nullptr};
     /// Writes to the log file; null while there is none.
     std::atomic<void (*)(const char* text, std::size_t length)> write_to_file{nullptr};
 };

@@ -158,9 +158,9 @@ CEvent::~CEvent() = default;
 
 void CEvent::Set() {
     const std::lock_guard guard(mutex_);
+    ++generation_;
     if (manual_reset_) {
         signalled_ = true;
-        ++generation_;
         changed_.notify_all();
     } else if (released_ < waiting_) {
         ++released_;
@@ -181,10 +181,11 @@ bool CEvent::Wait(std::uint32_t timeout_ms) {
         signalled_ = manual_reset_;
         return true;
     }
+    // A signal that was given before belongs to one who waited by then and has not woken yet.
     const std::uint32_t before = generation_;
     ++waiting_;
-    const bool passed =
-        wait_until(changed_, guard, timeout_ms, [&] { return released_ != 0 || generation_ != before; });
+    const bool passed = wait_until(changed_, guard, timeout_ms,
+                                   [&] { return generation_ != before && (manual_reset_ || released_ != 0); });
     --waiting_;
     if (passed && !manual_reset_) --released_;
     return passed;

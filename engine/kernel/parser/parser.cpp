@@ -22,7 +22,7 @@ constexpr std::size_t max_errors = 1000;
 
 /// What parsing collects.
 struct Result {
-    NameMap<Keyword> keywords;
+    Keywords keywords;
     std::deque<std::string> texts;  // never move, so that all others may point at them
     std::vector<SConfigCommand> commands;
     std::vector<SConfigValue> values;  // of all commands, one after the other
@@ -80,7 +80,7 @@ private:
             return advance();
         }
         advance();
-        if (const Keyword* const keyword = find_keyword(name.text)) return command(*keyword, name);
+        if (const auto* const keyword = find_keyword(name.text)) return command(*keyword, name);
         if (equal_folded(name.text, "include")) return include(name);
         if (equal_folded(name.text, "const")) return define_constant(name);
         if (equal_folded(name.text, "set")) return set_variable(name);
@@ -100,16 +100,17 @@ private:
         }
     }
 
-    void command(const Keyword& keyword, const Token& name) {
+    void command(const Keywords::value_type& keyword, const Token& name) {
         Result& result = session_.result;
+        const std::vector<Type>& types = keyword.second;
         const std::size_t first = result.values.size();
-        const std::size_t count = keyword.types.size();
+        const std::size_t count = types.size();
         result.values.resize(first + count);
         for_each_argument([&](std::size_t index, const Argument& given) {
-            if (index < count) result.values[first + index] = bind(keyword.types[index], given);
-            if (index == count) error(given.token, "This keyword has fewer parameters.", keyword.name);
+            if (index < count) result.values[first + index] = bind(types[index], given);
+            if (index == count) error(given.token, "This keyword has fewer parameters.", keyword.first);
         });
-        result.commands.push_back({.keyword = keyword.name.c_str(),
+        result.commands.push_back({.keyword = keyword.first.c_str(),
                                    .values = nullptr,  // linked when they stay where they are
                                    .value_count = static_cast<std::uint32_t>(count),
                                    .file = file_,
@@ -296,9 +297,9 @@ private:
         return text;
     }
 
-    const Keyword* find_keyword(std::string_view name) const {
+    const Keywords::value_type* find_keyword(std::string_view name) const {
         const auto found = session_.result.keywords.find(name);
-        return found == session_.result.keywords.end() ? nullptr : &found->second;
+        return found == session_.result.keywords.end() ? nullptr : &*found;
     }
 
     SConfigValue no_value(const Token& where, std::string_view sentence, std::string_view detail = {}) {

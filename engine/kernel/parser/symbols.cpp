@@ -30,19 +30,18 @@ std::optional<Type> type_from_name(std::string_view name) {
     return static_cast<Type>(EConfigValue::STRING + (found - names.begin()));
 }
 
-NameMap<Keyword> read_keywords(std::string_view text) {
-    NameMap<Keyword> keywords;
-    Keyword* current = nullptr;
+Keywords read_keywords(std::string_view text) {
+    Keywords keywords;
+    std::vector<Type>* current = nullptr;
     bool in_types = false;
     Lexer lexer(text);
     for (Token token = lexer.next(); token.kind != TokenKind::END; token = lexer.next()) {
         if (token.kind == TokenKind::WORD && in_types) {
-            current->types.push_back(type_from_letter(token.text[0]));
+            current->push_back(type_from_letter(token.text[0]));
         } else if (token.kind == TokenKind::WORD) {
             current = &keywords[std::string(token.text)];
-            current->name = token.text;
         } else if (token.kind == TokenKind::OPEN && current != nullptr && !in_types) {
-            current->types.clear();
+            current->clear();
             in_types = true;
         } else if (token.kind == TokenKind::CLOSE) {
             in_types = false;

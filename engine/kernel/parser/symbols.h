@@ -32,13 +32,11 @@ using Type = EConfigValue::TYPE;
 
 std::optional<Type> type_from_name(std::string_view name);
 
-struct Keyword {
-    std::string name;
-    std::vector<Type> types;
-};
+/// Keywords and the types of their parameters.
+using Keywords = NameMap<std::vector<Type>>;
 
 /// Reads lines such as "!Permit(s,i,i)". What is no type letter counts as a string.
-NameMap<Keyword> read_keywords(std::string_view text);
+Keywords read_keywords(std::string_view text);
 
 /// The whole of `text` as a number, the same in every locale; nothing when it is none or does not fit.
 std::optional<std::int32_t> parse_int(std::string_view text);  // decimal or 0x, signed

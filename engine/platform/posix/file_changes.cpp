@@ -82,15 +82,15 @@ bool start_rename(const char* from, const char* to, Entry& source) {
 }
 
 /// Finds the open file under the name that it was opened by.
-bool find_open(const char* path, const FileKey& key, Entry& out) {
-    return find_entry(path, out) && (key_of(out.status) == key || fail(Failure::NOT_FOUND));
+bool find_open(const char* path, const FileId& id, Entry& out) {
+    return find_entry(path, out) && (id_of(out.status) == id || fail(Failure::NOT_FOUND));
 }
 
 }  // namespace
 
 bool File::rename_open(const char* from, const char* to) {
     Entry source;
-    if (!check_path(to) || !find_open(from, {.device = state_.device, .inode = state_.inode}, source)) return false;
+    if (!check_path(to) || !find_open(from, state_.id, source)) return false;
     struct stat before;
     const auto ask = [&](int directory, const char* name) { return ::fstatat(directory, name, &before, 0); };
     // Who may read it stays who may; where the owner does not allow that, the file keeps what it was made with.
@@ -100,7 +100,7 @@ bool File::rename_open(const char* from, const char* to) {
 
 bool File::remove_open(const char* from) {
     Entry entry;
-    if (!find_open(from, {.device = state_.device, .inode = state_.inode}, entry)) return false;
+    if (!find_open(from, state_.id, entry)) return false;
     if (::unlink(entry.path) != 0) return fail_os(errno);
     count_removal();
     return true;

@@ -138,7 +138,7 @@ public:
 private:
     const bool manual_reset_;
     bool signalled_;
-    std::uint32_t generation_ = 0;  // how often a manual event was set
+    std::uint32_t generation_ = 0;  // how often it was set
     std::uint32_t waiting_ = 0;
     std::uint32_t released_ = 0;  // how many of those who wait an automatic event lets through
     detail::Mutex mutex_;         // guards all of these

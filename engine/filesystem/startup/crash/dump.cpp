@@ -1,7 +1,5 @@
 // Dumps go straight to the disk, past the virtual file system: they are written when nothing can be relied on. What a
 // crash handler needs is therefore worked out beforehand and kept in fixed buffers.
-#include "engine/filesystem/startup/crash/dump.h"
-
 #include <mutex>
 #include <string>
 
@@ -12,6 +10,7 @@
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/log/recent.h"
 #include "engine/filesystem/startup/crash/name.h"
+#include "engine/filesystem/startup/log/file.h"
 #include "engine/platform/clock.h"
 #include "engine/platform/crash.h"
 #include "engine/platform/directories.h"
@@ -26,9 +25,7 @@ using platform::path_buffer_size;
 constexpr MessageSource source{"Crash", "engine/filesystem/kernelimports"};
 
 struct DumpState {
-    platform::Mutex lock;  // guards what follows; a handler reads `directory` and `local_offset` without it
-    char log_directory[path_buffer_size] = "";
-    // Written before the handler is there.
+    platform::Mutex lock;  // guards what follows, which is written before the handler is there and reads it
     char directory[path_buffer_size] = "";
     std::int64_t local_offset = 0;  // what local time is ahead of universal time
 };
@@ -48,14 +45,9 @@ void make_directories(const std::string& path) {
     }
 }
 
-std::string log_directory() {
-    const std::lock_guard guard(state.lock);
-    return state.log_directory;
-}
-
 /// The directory for dumps, made when it is missing: the log file's, else the one where a log file would be.
 std::string dump_directory() {
-    std::string directory = log_directory();
+    std::string directory = crash::log_directory();
     if (directory.empty()) {
         directory = fs::is_initialized() ? fs::write_path() : "";
         directory += crash::log_folder;
@@ -126,15 +118,6 @@ bool catch_exceptions(const std::string& directory) {
 }
 
 }  // namespace
-
-namespace crash {
-
-void set_log_directory(const char* directory) {
-    const std::lock_guard guard(state.lock);
-    BoundedText(state.log_directory).add(directory);
-}
-
-}  // namespace crash
 
 fs::string CreateDumpFilename() {
     return fs::guarded(nullptr, fs::string(), [] {

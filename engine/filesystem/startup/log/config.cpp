@@ -39,14 +39,9 @@ std::optional<std::string> read_whole(File& file) {
     return text;
 }
 
-bool is_file_on_disk(const std::string& name) {
-    const auto attributes = platform::get_attributes(name.c_str());
-    return attributes && !attributes->is_directory;
-}
-
 std::optional<std::string> read_text(const std::string& name) {
     const bool through_file_system = fs::is_initialized();
-    const bool is_here = through_file_system ? fs::exists(name.c_str()) : is_file_on_disk(name);
+    const bool is_here = through_file_system ? fs::exists(name.c_str()) : fs::native_does_file_exist(name.c_str());
     const std::string path = is_here ? name : platform::executable_directory() + name;
     if (through_file_system) {
         const fs::FilePtr file(fs::open(path.c_str(), EFSMode::READ));
@@ -56,12 +51,10 @@ std::optional<std::string> read_text(const std::string& name) {
     return file.valid() ? read_whole(file) : std::nullopt;
 }
 
-bool read_include(const char* name, std::string& out, void*) try {
+bool read_include(const char* name, std::string& out, void*) {
     std::optional<std::string> text = read_text(name);
     if (text) out = std::move(*text);
     return text.has_value();
-} catch (const std::bad_alloc&) {
-    return false;
 }
 
 std::string_view text_of(const kernel::SConfigValue& value) {
@@ -70,6 +63,23 @@ std::string_view text_of(const kernel::SConfigValue& value) {
 
 bool is_keyword(const kernel::SConfigCommand& command, const char* name) {
     return std::string_view(command.keyword) == name;
+}
+
+/// NONE for a name that is none.
+ELevel::TYPE level_from_name(std::string_view name) {
+    constexpr std::pair<char, ELevel::TYPE> first_letters[] = {
+        {'a', ELevel::VERE}, {'x', ELevel::VERE}, {'d', ELevel::DEBG}, {'e', ELevel::ERRR},
+        {'f', ELevel::FATL}, {'i', ELevel::INFO}, {'w', ELevel::WARN}, {'v', ELevel::VERB}};
+    if (name.empty()) return ELevel::NONE;
+    const auto* const found =
+        std::ranges::find(first_letters, kernel::fold(name[0]), &std::pair<char, ELevel::TYPE>::first);
+    if (found == std::end(first_letters)) return ELevel::NONE;
+    if (found->second != ELevel::VERB || (name.size() != 2 && name.size() < 8)) return found->second;
+    // "V3" or "Verbose3".
+    const char digit = name.size() == 2 ? name[1] : name[7];
+    if (digit >= '1' && digit <= '8') return static_cast<ELevel::TYPE>(ELevel::VER1 + (digit - '1'));
+    const bool is_everything = digit == '9' || (name.size() != 2 && kernel::fold(digit) == 'e');
+    return is_everything ? ELevel::VERE : ELevel::VERB;
 }
 
 void apply(const kernel::SConfigCommand& command) {
@@ -89,22 +99,6 @@ void apply(const kernel::SConfigCommand& command) {
 }
 
 }  // namespace
-
-ELevel::TYPE level_from_name(std::string_view name) {
-    constexpr std::pair<char, ELevel::TYPE> first_letters[] = {
-        {'a', ELevel::VERE}, {'x', ELevel::VERE}, {'d', ELevel::DEBG}, {'e', ELevel::ERRR},
-        {'f', ELevel::FATL}, {'i', ELevel::INFO}, {'w', ELevel::WARN}, {'v', ELevel::VERB}};
-    if (name.empty()) return ELevel::NONE;
-    const auto* const found =
-        std::ranges::find(first_letters, kernel::fold(name[0]), &std::pair<char, ELevel::TYPE>::first);
-    if (found == std::end(first_letters)) return ELevel::NONE;
-    if (found->second != ELevel::VERB || (name.size() != 2 && name.size() < 8)) return found->second;
-    // "V3" or "Verbose3".
-    const char digit = name.size() == 2 ? name[1] : name[7];
-    if (digit >= '1' && digit <= '8') return static_cast<ELevel::TYPE>(ELevel::VER1 + (digit - '1'));
-    const bool is_everything = digit == '9' || (name.size() != 2 && kernel::fold(digit) == 'e');
-    return is_everything ? ELevel::VERE : ELevel::VERB;
-}
 
 bool apply_configuration(const std::string& text, const char* file) {
     kernel::CConfigText* const parsed = kernel::CConfigText::Parse(

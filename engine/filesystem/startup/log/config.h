@@ -1,14 +1,8 @@
 #pragma once
 
 #include <string>
-#include <string_view>
-
-#include <engine/filesystem/log.h>
 
 namespace crash {
-
-/// The level that a name in a configuration stands for; NONE for a name that is none.
-Log::ELevel::TYPE level_from_name(std::string_view name);
 
 /// Reads the configuration and applies it to filters and levels. Looks for `name`, then for the same name in the
 /// directory of the executable: through the file system when it is initialised, otherwise on the disk.

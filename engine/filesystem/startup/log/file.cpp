@@ -16,7 +16,6 @@
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/native_file.h"
 #include "engine/filesystem/log/sinks.h"
-#include "engine/filesystem/startup/crash/dump.h"
 #include "engine/platform/files.h"
 #include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
@@ -76,11 +75,6 @@ void write_line(const char* text, std::size_t length) {
     if (!needs_line_end || put(log, "\r\n")) put(log, {text, length});
 }
 
-bool is_file_on_disk(const std::string& native_path) {
-    const auto attributes = platform::get_attributes(native_path.c_str());
-    return attributes && !attributes->is_directory;
-}
-
 /// Made, or emptied, and from then on written at its end alone where the file is one of the disk.
 SFsFile* open_appending(const char* name) {
     SFsFile* const file = fs::open(name, EFSMode::WRITE, FFSOpenFlags::CREATE);
@@ -105,14 +99,13 @@ Opened open_log_file(const std::string& name, bool must_be_new) {
     const fs::ErrorKeeper keeper;
     // Files that another process made are on the disk alone, not in the source's table.
     const std::string on_disk = fs::is_full_path(name.c_str()) ? name : fs::write_path() + name;
-    const bool existed = is_file_on_disk(on_disk) || fs::exists(name.c_str());
+    const bool existed = fs::native_does_file_exist(on_disk.c_str()) || fs::exists(name.c_str());
     if (existed && must_be_new) return Opened::TAKEN;
     fs::FilePtr file(open_appending(name.c_str()));
-    if (file == nullptr) return is_file_on_disk(on_disk) ? Opened::TAKEN : Opened::NO;
+    if (file == nullptr) return fs::native_does_file_exist(on_disk.c_str()) ? Opened::TAKEN : Opened::NO;
     std::string virtual_name = name;
     std::string shown_name = fs::file_name(file.get());
     std::string native_path = fs::full_path(name.c_str());
-    set_log_directory(native_path.substr(0, native_path.rfind('/') + 1).c_str());
     LogFile& log = log_file();
     {
         const FileLock lock(log);
@@ -141,6 +134,13 @@ void close_log_file() {
     const bool is_empty = fs::length(file) == 0;
     fs::close(file);
     if (is_empty && log.is_ours) remove_empty_file(log);
+}
+
+std::string log_directory() {
+    if (is_writing) return "";
+    LogFile& log = log_file();
+    const FileLock lock(log);
+    return log.native_path.substr(0, log.native_path.rfind('/') + 1);
 }
 
 const char* log_file_name() {

@@ -16,6 +16,8 @@ enum class Opened {
 Opened open_log_file(const std::string& name, bool must_be_new);
 /// Closes it, and removes it when it is empty and this process made it. Nothing happens when there is none.
 void close_log_file();
+/// Where on the disk it lies, or lay: the path ends in "/". "" when there was none.
+std::string log_directory();
 /// As the open file names itself; null when there is none.
 const char* log_file_name();
 

@@ -17,7 +17,6 @@
 #include <engine/filesystem/registry.h>
 
 #include "engine/filesystem/contract/set_error.h"
-#include "engine/filesystem/log/assertions.h"
 #include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/log/sinks.h"
 #include "engine/filesystem/registry/registry.h"
@@ -113,7 +112,7 @@ void complete() {
 bool install() {
     logging::state.may_start_now = [] { return !fs::registry::this_thread_holds_lock(); };
     logging::state.run = [] { CrashInit(false); };
-    logging::set_default_assert_handler(crash::ask_about_assertion);
+    logging::state.default_assert_handler = crash::ask_about_assertion;
     return true;
 }
 [[maybe_unused]] const bool is_installed = install();
