@@ -53,6 +53,12 @@ bool expand(std::vector<std::string>& names);
 /// answered so.
 bool for_each_file(std::vector<std::string> names, const std::function<bool(const std::string&)>& run);
 
+/// The same for files that get a new name, which is the last of `names`, or their own in the directory that it names.
+struct FromTo {
+    std::string from, to;
+};
+bool for_each_target(std::vector<std::string> names, const std::function<bool(const FromTo&)>& run);
+
 /// Whether a source other than the disk itself holds a file of this whole name.
 bool is_listed(const std::string& name);
 

@@ -43,4 +43,8 @@ void Listing::add(Json item, const std::string& line) {
         print(as_zeros ? item.front().get<std::string>() + '\0' : line + "\n");
 }
 
+void Listing::note(const std::string& line) {
+    if (!as_json && !as_zeros) print(line + "\n");
+}
+
 bool Listing::finish() const { return as_json ? print_json(items_) : print(""); }

@@ -26,6 +26,8 @@ class Listing {
 public:
     /// `line` is how the item looks as text.
     void add(Json item, const std::string& line);
+    /// A line for readers alone, such as a sum.
+    void note(const std::string& line);
     bool finish() const;
 
 private:
