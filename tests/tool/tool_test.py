@@ -259,7 +259,8 @@ def packs(tool):
                ("list work/made.pak", 0, "~^(empty\nsub/text.txt|sub/text.txt\nempty)\n$"),
                ("list --long work/made.pak", 0, r"~%d +\d+  deflated  %08x" % (len(PLAIN), zlib.crc32(PLAIN))),
                ("verify work/made.pak", 0, "work/made.pak: 2 entries, all good\n"), ("unpack work/made.pak work/out",),
-               ("--add work/made.pak which sub/text.txt", 0, "~made.pak\n$"))
+               ("--add work/made.pak which sub/text.txt", 0, "~made.pak\n$"),
+               ("--add work/made.pak find text.txt --native-paths", 0, "~work/made.pak/sub/text.txt\n$"))
     tool.is_file("work/out/sub/text.txt", PLAIN)
     tool.table(("pack work/made.pak work/in --deterministic",), ("pack work/same.pak work/in --deterministic",))
     tool.is_file("work/same.pak", tool.read("work/made.pak"))
@@ -471,13 +472,30 @@ def command_lines(tool):
                ("container put --help", 0, "~Usage: "))
 
 
+def walk_of_the_guide(tool):
+    """The guide shows what the tool prints."""
+    if not tool.native:
+        return
+    with open(os.path.join(os.path.dirname(__file__), "../../docs/using.md"), encoding="utf-8") as guide:
+        blocks = "".join(re.findall(r"```console\n(.*?)```", guide.read(), re.S))
+    home = os.path.realpath(tool.path("walk"))
+    os.mkdir(home)
+    path = os.path.dirname(os.path.abspath(tool.command[0])) + ":" + os.environ["PATH"]
+    for command, said in re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", blocks, re.M):
+        result = subprocess.run(["sh", "-c", command], cwd=home, env={**os.environ, "PATH": path, "TZ": "UTC"}, check=False,
+                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        printed = result.stdout.decode().replace(home, "/home/you").replace(home.lower(), "/home/you")
+        tool.runs += 1
+        tool.check(printed == said, f"docs/using.md: {command} prints {printed!r}, not {said!r}")
+
+
 def main(program, *emulator):
     where = tempfile.mkdtemp(prefix="enginefs-tool-")
     os.mkdir(os.path.join(where, "root"))
     tool = Tool([*filter(None, emulator), program, "--root", "root", "--no-fallback"], where)
     try:
         for part in (listing, changing, times, whose_file_it_is, forms_of_output, over_long_paths, packs, gzip_members, chunk_trees, containers, caches, log_configurations,
-                     names_in_other_scripts, limited_processes, unlisted_directories, command_lines):
+                     names_in_other_scripts, limited_processes, unlisted_directories, command_lines, walk_of_the_guide):
             part(tool)
     finally:
         shutil.rmtree(where, ignore_errors=True)

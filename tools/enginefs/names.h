@@ -34,7 +34,7 @@ std::string place_of(const SFsSourceInfo& source);
 /// How a command shows names.
 struct NameForm {
     bool spelling = false;  // as the disk spells them
-    bool native = false;    // their places on the disk
+    bool native = false;    // their places on the disk, or in the pack
 };
 std::string told_name(const std::string& name, const NameForm& form);
 
