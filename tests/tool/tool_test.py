@@ -67,7 +67,7 @@ class Tool:
         self.check(result.returncode == status, f"{line}: status {result.returncode}, not {status}; {said[:400]!r}")
         self.check("\r" not in said, f"{line}: a stray return on standard error: {said!r}")
         self.check(err in said if err else not said, f"{line}: standard error is {said[:400]!r}, wanted {err!r}")
-        self.check(status != 1 or said.startswith("enginefs: "), f"{line}: no word about the failure")
+        self.check(status != 1 or said.startswith(("enginefs: ", "\x1b[31menginefs\x1b[0m: ")), f"{line}: no word about the failure")
         if isinstance(out, str) and out.startswith("~"):
             good = re.search(out[1:], result.stdout.decode("utf-8", "replace"))
         else:
@@ -193,7 +193,12 @@ def forms_of_output(tool):
                ("stat forms/*.txt --json", 0, '~"size": 2,\\s+"time": "....-..-..T..:..:..Z"'),
                ("crc s.bin --json", 0, '~"name": "s.bin",\\s+"crc": %d,\\s+"size": 2' % zlib.crc32(b"12")),
                ("ls --color always forms", 0, "\x1b[1;34mforms/sub\x1b[0m/\nforms/big.txt\n"),
+               ("ls --color always nowhere", 1, "", "\x1b[31menginefs\x1b[0m: nowhere: "),
                ("ls --color never nowhere", 1, "", "enginefs: nowhere"), ("ls --color red", 2, "", "--color"))
+    if tool.native:  # what would steer a terminal is escaped there
+        for name in ("a\x1bb", "c\x7f\u009bd"):
+            tool.write("root/esc/" + name, b"")
+        tool.table(("ls --color always esc", 0, "esc/a\\x1bb\nesc/c\\x7f\\x9bd\n"), ("ls esc", 0, "esc/a\x1bb\nesc/c\x7f\u009bd\n"))
 
 
 def over_long_paths(tool):
