@@ -50,7 +50,9 @@ std::vector<Recorded> listings_in(const std::string& dir, bool partial = false) 
 bool show_listings(const std::vector<Recorded>& listings) {
     Listing listing;
     for (const Recorded& one : listings)
-        listing.add({{"path", one.path}, {"size", one.size}}, std::to_string(one.size) + "  " + shown(one.path));
+        listing.add(one.path, std::to_string(one.size) + "  " + shown(one.path), [&] {
+            return Json{{"path", one.path}, {"size", one.size}};
+        });
     return listing.finish();
 }
 
