@@ -83,7 +83,13 @@ void Scan::enter_files(const platform::DirectoryListing& listing, std::uint32_t 
 
 void Scan::enter_next_below(const ListingAhead::Directory& parent, fs::dir& node) {
     const ListingAhead::Directory next = ahead_.take_next();
-    if (next.path.size() > platform::max_path_bytes || (next.is_link && !follows(next.path.c_str()))) return;
+    if (next.path.size() > platform::max_path_bytes) {
+        const std::string_view below = std::string_view(next.path).substr(state_.native_root.text.size());
+        to_.note_too_long(below.substr(0, below.size() - 1), "");
+        if (listing_) listing_->spoil();
+        return;
+    }
+    if (next.is_link && !follows(next.path.c_str())) return;
     const std::string name = lower_text(std::string_view(next.path).substr(parent.path.size()));
     fs::dir* const child = node.add_child(name.data(), name.size() - 1);
     if (child == nullptr) throw std::bad_alloc();
