@@ -44,7 +44,7 @@ static_assert(std::size(fault_words) == static_cast<std::size_t>(fs::PackFault::
 SZipFile::SZipFile(CFSSource* owner, std::shared_ptr<fs::PackArchive> archive, std::uint32_t entry, bool exact_seeks)
     : archive_(std::move(archive)), entry_(entry), exact_seeks_(exact_seeks) {
     source = owner;
-    name = fs::joined_name(archive_->table().dir(entry), archive_->table().name(entry));
+    name = fs::joined_name(archive_->table().names.dir(entry), archive_->table().names.name(entry));
     size_ = archive_->table().entry(entry).size;
 }
 
