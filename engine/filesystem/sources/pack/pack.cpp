@@ -1,6 +1,6 @@
 // A pack source: a zip file whose directory is read once, when it is mounted, into a table that never changes (table.h).
 // Its bytes are reached through one store (store.h), and an open file decodes its entry in blocks of 32 KiB
-// (block_reader.h) or, when it is read whole, in one go (whole_decoders.h).
+// (decoded_reader.h) or, when it is read whole, in one go (whole_decoders.h).
 //
 // The invariant: whichever way the bytes of an entry come, a caller sees what the block decoder would give, in results,
 // positions and failures.

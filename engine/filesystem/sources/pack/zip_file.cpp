@@ -35,9 +35,8 @@ constexpr const char* fault_words[] = {
     "its checksum does not match",
     "the pack ends before it does",
     "the disk does not give its bytes",
-    "there is no memory for decoding it",
 };
-static_assert(std::size(fault_words) == static_cast<std::size_t>(fs::PackFault::NO_MEMORY) + 1);
+static_assert(std::size(fault_words) == static_cast<std::size_t>(fs::PackFault::IO) + 1);
 
 }  // namespace
 
@@ -92,8 +91,7 @@ void SZipFile::report(fs::PackFault fault) {
                     fs::file_name(this), pack.c_str(), words);
     }
     if (fault == fs::PackFault::IO) return;  // whoever asked the disk has told why
-    fs::set_error(fault == fs::PackFault::NO_MEMORY ? EFSError::OUT_OF_MEMORY : EFSError::BAD_FORMAT, name,
-                  "The entry of the pack \"" + pack + "\" cannot be read: " + words + ".");
+    fs::set_error(EFSError::BAD_FORMAT, name, "The entry of the pack \"" + pack + "\" cannot be read: " + words + ".");
 }
 
 std::uint64_t SZipFile::write(const void* /*buffer*/, std::uint64_t /*size*/) { return 0; }
