@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <new>
 
 #include "engine/filesystem/contract/normalize.h"
 
@@ -37,19 +38,11 @@ void free_names(FS_NAME* names) {
     }
 }
 
-bool NameCollector::append(std::string_view dir, std::string_view name) {
-    FS_NAME* const node = new_name(dir, name, nullptr);
-    if (node == nullptr) return false;
-    *tail_ = node;
-    tail_ = &node->next;
-    return true;
-}
-
-FS_NAME* NameCollector::release() {
-    FS_NAME* const head = head_;
-    head_ = nullptr;
-    tail_ = &head_;
-    return head;
+void prepend(NameList& list, std::string_view dir, std::string_view name, std::size_t room) {
+    FS_NAME* const node = new_name(dir, name, list.get(), room);
+    if (node == nullptr) throw std::bad_alloc();
+    static_cast<void>(list.release());  // it lies behind the new one
+    list.reset(node);
 }
 
 bool name_matches(std::string_view name, const char* mask) {

@@ -20,23 +20,8 @@ struct FreeNames {
 /// A list that is freed at the end.
 using NameList = std::unique_ptr<FS_NAME, FreeNames>;
 
-/// Collects names in their order. The list belongs to the collector until it is released.
-class NameCollector {
-public:
-    NameCollector() = default;
-    ~NameCollector() { free_names(head_); }
-    NameCollector(const NameCollector&) = delete;
-    NameCollector& operator=(const NameCollector&) = delete;
-
-    /// False without memory; the names so far stay.
-    bool append(std::string_view dir, std::string_view name);
-    /// Hands the list over; null when it is empty.
-    FS_NAME* release();
-
-private:
-    FS_NAME* head_ = nullptr;
-    FS_NAME** tail_ = &head_;
-};
+/// Puts a name in front of the list. May throw std::bad_alloc, and then changes nothing.
+void prepend(NameList& list, std::string_view dir, std::string_view name, std::size_t room = 0);
 
 /// Whether the whole of `name` matches `mask`: "*" any run of characters, "?" any one; ASCII letters in any case. A
 /// null or empty mask matches every name.

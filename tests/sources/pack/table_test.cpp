@@ -30,8 +30,9 @@ fs::PackTable build(const std::vector<File>& files) {
 }
 
 std::string find(const fs::PackTable& table, const std::string& dir, const std::string& name) {
-    const auto found = table.find(dir, name);
-    return found ? std::string(table.dir(*found)) + std::string(table.name(*found)) : "";
+    const std::uint32_t file = table.names.find(dir, name);
+    if (file == fs::NameTable::none) return "";
+    return std::string(table.names.dir(file)) + std::string(table.names.name(file));
 }
 
 std::string random_dir(std::mt19937& random) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <new>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -69,18 +70,21 @@ std::shared_ptr<PackArchive> PackArchive::mount(const char* native_path, bool in
 }
 
 void PackArchive::fill_tree(dir& tree) const {
-    std::string path;
-    for (const std::string_view directory : table_.directories()) {
-        path.assign(directory.substr(0, directory.size() - 1));
-        if (!tree.add_path(path.c_str())) throw std::bad_alloc();
+    const NameTable& names = table_.names;
+    std::set<std::string_view> directories;
+    for (std::uint32_t file = names.first(); file != NameTable::none; file = names.next(file)) {
+        if (!names.dir(file).empty()) directories.insert(names.dir(file));
+    }
+    for (const std::string_view directory : directories) {
+        if (!tree.add_path(std::string(directory.substr(0, directory.size() - 1)).c_str())) throw std::bad_alloc();
     }
 }
 
-bool PackArchive::locate(std::uint32_t index) {
-    PackEntry& entry = table_.entry(index);
+bool PackArchive::locate(std::uint32_t file) {
+    PackEntry& entry = table_.entry(file);
     if ((state_of(entry) & located) != 0) return true;
     const auto refuse_entry = [&](EFSError::TYPE code, const char* reason) {
-        return refuse(code, full_name(index).c_str(), reason);
+        return refuse(code, full_name(file).c_str(), reason);
     };
     if (is_zip64(entry)) return refuse_entry(EFSError::UNSUPPORTED, "The entry of the pack is in zip64 form.");
     std::uint8_t bytes[zip::local_header_size];
@@ -99,8 +103,8 @@ bool PackArchive::locate(std::uint32_t index) {
     return true;
 }
 
-PackedData PackArchive::data_of(std::uint32_t index) {
-    PackEntry& entry = table_.entry(index);
+PackedData PackArchive::data_of(std::uint32_t file) {
+    PackEntry& entry = table_.entry(file);
     const std::uint32_t state = state_of(entry);
     PackedData data{.offset = std::uint64_t{entry.header_offset} + zip::local_header_size + (state & texts_mask),
                     .packed_size = entry.packed_size,

@@ -37,14 +37,14 @@ public:
     PackCheckpoints& checkpoints() { return checkpoints_; }
     WholeDecoders& whole_decoders() { return whole_decoders_; }
 
-    std::string full_name(std::uint32_t index) const {
-        return std::string(table_.dir(index)).append(table_.name(index));
+    std::string full_name(std::uint32_t file) const {
+        return std::string(table_.names.dir(file)).append(table_.names.name(file));
     }
-    /// Reads the entry's local header unless that was done before. False, with fs::last_error set, when that fails or the
+    /// Reads the file's local header unless that was done before. False, with fs::last_error set, when that fails or the
     /// entry is of a kind that is not read.
-    bool locate(std::uint32_t index);
-    /// Of an entry that was located.
-    PackedData data_of(std::uint32_t index);
+    bool locate(std::uint32_t file);
+    /// Of a file that was located.
+    PackedData data_of(std::uint32_t file);
 
 private:
     PackStore store_;

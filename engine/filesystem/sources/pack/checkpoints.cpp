@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <utility>
 
-#include "engine/filesystem/sources/pack/block_reader.h"
+#include "engine/filesystem/sources/pack/entry_reader.h"
 
 namespace fs {
 
 EntryCheckpoints::EntryCheckpoints(std::uint32_t entry, std::uint32_t size, std::atomic<std::uint64_t>& total,
                                    std::uint64_t most)
     : total_(total), most_(most), entry_(entry) {
-    const std::uint32_t blocks = size / BlockReader::block_size;
+    const std::uint32_t blocks = size / EntryReader::block_size;
     while (blocks / interval_ > most_kept) interval_ *= 2;
     kept_.resize(blocks / interval_ + 1);
 }
@@ -45,7 +45,7 @@ EntryCheckpoint EntryCheckpoints::find(std::uint32_t number, std::uint32_t after
 }
 
 std::shared_ptr<EntryCheckpoints> PackCheckpoints::of(std::uint32_t entry, std::uint32_t size) {
-    if (size / BlockReader::block_size <= EntryCheckpoints::base_interval) return nullptr;
+    if (size / EntryReader::block_size <= EntryCheckpoints::base_interval) return nullptr;
     const platform::LockGuard guard(lock_);
     const auto same = [entry](const auto& set) { return set->entry() == entry; };
     const auto found = std::find_if(sets_.begin(), sets_.end(), same);

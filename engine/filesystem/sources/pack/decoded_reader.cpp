@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "engine/filesystem/formats/inflate.h"
 #include "engine/filesystem/sources/pack/stored_reader.h"
@@ -12,8 +13,7 @@ namespace fs {
 std::unique_ptr<EntryReader> EntryReader::create(PackArchive& archive, std::uint32_t entry, const PackedData& data,
                                                  bool exact_seeks) {
     if (data.method != EFSPackMethod::STORE) return std::make_unique<DecodedReader>(archive, entry, data);
-    if (exact_seeks) return std::make_unique<ExactStoredReader>(archive.store(), data);
-    return std::make_unique<StoredReader>(archive.store(), data);
+    return std::make_unique<StoredReader>(archive.store(), data, exact_seeks);
 }
 
 DecodedReader::DecodedReader(PackArchive& archive, std::uint32_t entry, const PackedData& data)
@@ -40,37 +40,120 @@ void DecodedReader::load_frames(std::uint32_t size) {
     if (input_.take_fault() != PackFault::NONE || frames_.frame_size % block_size != 0) frames_.starts.clear();
 }
 
-void DecodedReader::go_to_input(std::uint32_t offset) {
-    loaded_ = offset;
-    left_ = 0;
-    tainted_ = false;
+std::uint64_t DecodedReader::read(std::uint64_t position, std::uint8_t* buffer, std::uint64_t count) {
+    fault_ = PackFault::NONE;
+    // An exception leaves no state to go on from. What was made of zeros is forgotten too, so that the next read asks the
+    // disk again.
+    if (!std::exchange(is_good_, false)) start_at(0, 0);
+    approach(position);
+    const std::uint64_t delivered = decode(buffer, count);
+    is_good_ = !tainted_;
+    return delivered;
 }
 
-void DecodedReader::restart() {
-    started_ = decoder_->start();
-    go_to_input(0);
+void DecodedReader::seek(std::uint64_t position) {
+    for (unsigned index = 0; index < 2; ++index) {
+        if (blocks_[index].number != position / block_size) continue;
+        current_ = index;
+        blocks_[index].read = std::min(static_cast<std::uint32_t>(position % block_size), blocks_[index].fill);
+        return;
+    }
 }
 
-/// False when the packed bytes are all taken.
-bool DecodedReader::refill() {
-    left_ = std::min(input_.size() - loaded_, input_size);
-    if (left_ == 0) return false;
-    next_ = input_.view(loaded_, static_cast<std::uint32_t>(left_));
-    loaded_ += static_cast<std::uint32_t>(left_);
-    const PackFault fault = input_.take_fault();
-    set_fault(fault);
-    tainted_ = tainted_ || fault != PackFault::NONE;
+/// Makes the current block's read position the one asked for, as far as the entry allows.
+void DecodedReader::approach(std::uint64_t position) {
+    const std::uint64_t number = position / block_size;
+    const Block before = blocks_[current_];
+    if (number < before.number) {
+        if (!jump(number, no_block)) start_at(0, 0);
+    } else if (number > before.number) {
+        jump(number, before.number);
+    }
+    const Block& from = blocks_[current_];
+    decode(nullptr, position - (from.number * block_size + from.read));
+}
+
+/// Goes to the beginning of a block at or before `number`, and behind `after` unless that is no_block, if that is better
+/// than decoding on.
+bool DecodedReader::jump(std::uint64_t number, std::uint64_t after) {
+    if (!frames_.starts.empty()) return jump_to_frame(number, after);
+    if (!checkpoints_) return false;
+    std::uint32_t found = 0;
+    const auto last_passed = static_cast<std::uint32_t>(after == no_block ? 0 : after);
+    const EntryCheckpoint checkpoint = checkpoints_->find(static_cast<std::uint32_t>(number), last_passed, found);
+    if (!checkpoint.state) return false;
+    start_at(found, checkpoint.consumed, checkpoint.state.get());
     return true;
 }
 
-bool DecodedReader::decode_into(int index) {
-    Block& block = blocks_[index];
+bool DecodedReader::jump_to_frame(std::uint64_t number, std::uint64_t after) {
+    const std::uint64_t frame = number * block_size / frames_.frame_size;
+    const std::uint64_t first = frame * frames_.frame_size / block_size;
+    if (frame >= frames_.starts.size() || (after != no_block && first <= after)) return false;
+    start_at(first, frames_.starts[static_cast<std::size_t>(frame)]);
+    return true;
+}
+
+/// Goes to the beginning of a block, which `offset` in the packed bytes and the decoder's `state` there lead to; null where
+/// a stream begins.
+void DecodedReader::start_at(std::uint64_t number, std::uint32_t offset, const Decoder::Checkpoint* state) {
+    if (!(state ? decoder_->restore(*state) : decoder_->start())) throw std::bad_alloc();
+    loaded_ = offset;
+    left_ = 0;
+    tainted_ = false;
+    current_ = 0;
+    blocks_[0] = {.read = 0, .fill = 0, .number = number};
+    blocks_[1] = {};
+}
+
+/// The other block becomes the current one. It may hold the next block already, from before a seek back.
+void DecodedReader::enter_next_block() {
+    const std::uint64_t number = blocks_[current_].number + 1;
+    current_ ^= 1;
+    Block& block = blocks_[current_];
+    block.read = 0;
+    if (block.number == number) return;
+    block.number = number;
+    block.fill = 0;
+    leave_checkpoint();
+}
+
+/// At the beginning of the current block.
+void DecodedReader::leave_checkpoint() {
+    const auto number = static_cast<std::uint32_t>(blocks_[current_].number);
+    if (!checkpoints_ || tainted_ || !checkpoints_->wants(number)) return;
+    try {
+        EntryCheckpoint checkpoint{.state = decoder_->save(), .consumed = loaded_ - static_cast<std::uint32_t>(left_)};
+        if (checkpoint.state) checkpoints_->add(number, std::move(checkpoint));
+    } catch (const std::bad_alloc&) {  // then a seek will take longer
+    }
+}
+
+/// Delivers (or drops) `count` bytes from the current block's read position on. What was delivered before damage was
+/// met does not count: the answer is then 0.
+std::uint64_t DecodedReader::decode(std::uint8_t* buffer, std::uint64_t count) {
+    std::uint64_t delivered = 0;
+    for (;;) {
+        Block& held = blocks_[current_];
+        const auto ready =
+            static_cast<std::uint32_t>(std::min<std::uint64_t>(held.fill - held.read, count - delivered));
+        const std::uint8_t* const bytes = bytes_.get() + std::size_t{block_size} * current_ + held.read;
+        if (buffer && ready != 0) std::memcpy(buffer + delivered, bytes, ready);
+        held.read += ready;
+        delivered += ready;
+        if (delivered == count) return delivered;
+        if (held.fill == block_size) enter_next_block();
+        if (!fill_block()) return 0;
+        if (blocks_[current_].fill == blocks_[current_].read) return delivered;
+    }
+}
+
+/// Decodes into the current block behind its fill, once. False when the entry is damaged.
+bool DecodedReader::fill_block() {
+    Block& block = blocks_[current_];
     const std::uint32_t room = block_size - block.fill;
     if (room == 0) return true;
-    if (!started_) set_fault(PackFault::NO_MEMORY);
-    if (!started_) return false;
-    DecoderBuffers buffers{.out = bytes_.get() + std::size_t{block_size} * static_cast<unsigned>(index) + block.fill,
-                           .out_size = room};
+    DecoderBuffers buffers{.out = bytes_.get() + std::size_t{block_size} * current_ + block.fill, .out_size = room};
     Decoder::Result result = Decoder::Result::MORE;
     bool has_input = true;
     // A piece of input may make nothing yet.
@@ -82,52 +165,25 @@ bool DecodedReader::decode_into(int index) {
         next_ = buffers.in;
         left_ = buffers.in_size;
     }
-    if (result == Decoder::Result::DAMAGED || result == Decoder::Result::NO_MEMORY) {
-        set_fault(result == Decoder::Result::DAMAGED ? PackFault::DAMAGED : PackFault::NO_MEMORY);
+    if (result == Decoder::Result::NO_MEMORY) throw std::bad_alloc();
+    if (result == Decoder::Result::DAMAGED) {
+        if (fault_ == PackFault::NONE) fault_ = PackFault::DAMAGED;
         return false;  // the bytes before the damage do not count
     }
     block.fill += room - static_cast<std::uint32_t>(buffers.out_size);
     return true;
 }
 
-void DecodedReader::deliver(int index, std::uint8_t* buffer, std::uint32_t count) {
-    if (!buffer) return;
-    std::memcpy(buffer, bytes_.get() + std::size_t{block_size} * static_cast<unsigned>(index) + blocks_[index].read,
-                count);
-}
-
-/// What was made of zeros is forgotten, so that the next read asks the disk again.
-bool DecodedReader::finish_read() { return !tainted_; }
-
-void DecodedReader::begin_block(int index) {
-    const std::uint64_t number = blocks_[index].number;
-    if (!checkpoints_ || tainted_ || !checkpoints_->wants(static_cast<std::uint32_t>(number))) return;
-    try {
-        EntryCheckpoint checkpoint{.state = decoder_->save(), .consumed = loaded_ - static_cast<std::uint32_t>(left_)};
-        if (checkpoint.state) checkpoints_->add(static_cast<std::uint32_t>(number), std::move(checkpoint));
-    } catch (const std::bad_alloc&) {  // then a seek will take longer
-    }
-}
-
-std::uint64_t DecodedReader::jump(std::uint64_t number, std::uint64_t after) {
-    if (!frames_.starts.empty()) return jump_to_frame(number, after);
-    if (!checkpoints_) return no_block;
-    std::uint32_t found = 0;
-    const auto last_passed = static_cast<std::uint32_t>(after == no_block ? 0 : after);
-    const EntryCheckpoint checkpoint = checkpoints_->find(static_cast<std::uint32_t>(number), last_passed, found);
-    if (!checkpoint.state) return no_block;
-    started_ = decoder_->restore(*checkpoint.state);
-    go_to_input(checkpoint.consumed);
-    return found;
-}
-
-std::uint64_t DecodedReader::jump_to_frame(std::uint64_t number, std::uint64_t after) {
-    const std::uint64_t frame = number * block_size / frames_.frame_size;
-    const std::uint64_t first = frame * frames_.frame_size / block_size;
-    if (frame >= frames_.starts.size() || (after != no_block && first <= after)) return no_block;
-    started_ = decoder_->start();
-    go_to_input(frames_.starts[static_cast<std::size_t>(frame)]);
-    return first;
+/// False when the packed bytes are all taken.
+bool DecodedReader::refill() {
+    left_ = std::min(input_.size() - loaded_, input_size);
+    if (left_ == 0) return false;
+    next_ = input_.view(loaded_, static_cast<std::uint32_t>(left_));
+    loaded_ += static_cast<std::uint32_t>(left_);
+    const PackFault fault = input_.take_fault();
+    if (fault_ == PackFault::NONE) fault_ = fault;
+    tainted_ = tainted_ || fault != PackFault::NONE;
+    return true;
 }
 
 }  // namespace fs

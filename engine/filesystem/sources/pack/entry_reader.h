@@ -11,6 +11,9 @@ namespace fs {
 /// Threads  one at a time.
 class EntryReader {
 public:
+    static constexpr std::uint32_t block_size = 32768;
+    static constexpr std::uint32_t input_size = 16384;  // blocks are filled from pieces of the input of this size
+
     /// The reader that the entry's method asks for. `exact_seeks`: a stored entry is read at the position asked for. May
     /// throw std::bad_alloc.
     static std::unique_ptr<EntryReader> create(PackArchive& archive, std::uint32_t entry, const PackedData& data,
@@ -20,9 +23,12 @@ public:
     /// Reads `count` bytes, which the entry's size allows, at `position`. Bytes delivered.
     virtual std::uint64_t read(std::uint64_t position, std::uint8_t* buffer, std::uint64_t count) = 0;
     /// The caller moved to `position`.
-    virtual void seek(std::uint64_t /*position*/) {}
+    virtual void seek(std::uint64_t position) = 0;
     /// What went wrong in the last read.
-    virtual PackFault fault() const = 0;
+    PackFault fault() const { return fault_; }
+
+protected:
+    PackFault fault_ = PackFault::NONE;
 };
 
 }  // namespace fs

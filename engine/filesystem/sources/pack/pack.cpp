@@ -1,6 +1,6 @@
 // A pack source: a zip file whose directory is read once, when it is mounted, into a table that never changes (table.h).
 // Its bytes are reached through one store (store.h), and an open file decodes its entry in blocks of 32 KiB
-// (block_reader.h) or, when it is read whole, in one go (whole_decoders.h).
+// (decoded_reader.h) or, when it is read whole, in one go (whole_decoders.h).
 //
 // The invariant: whichever way the bytes of an entry come, a caller sees what the block decoder would give, in results,
 // positions and failures.
@@ -8,8 +8,6 @@
 #include <engine/filesystem/sources/pack.h>
 
 #include <mutex>
-#include <new>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -22,41 +20,35 @@
 
 namespace {
 
-/// By the end of the directory, or, `whole`, by all of it.
-std::optional<std::uint32_t> find(const fs::PackTable& table, const fs::path& p, bool whole) {
-    if (!p.IsLowercase()) {
-        const std::string dir = fs::lower_text(p.PathNameView());
-        const std::string name = fs::lower_text(p.FileNameView());
-        return whole ? table.find_exact(dir, name) : table.find(dir, name);
-    }
-    return whole ? table.find_exact(p.PathNameView(), p.FileNameView())
-                 : table.find(p.PathNameView(), p.FileNameView());
-}
-
-/// What would not fit into a host's buffers of 260 bytes is not listed, though it can be opened.
-bool fits_host_buffers(const fs::PackTable& table, std::uint32_t entry) {
-    return table.dir(entry).size() + table.name(entry).size() < fs::path_capacity;
-}
+constexpr std::uint32_t none = fs::NameTable::none;
 
 bool has(FFSOpenFlags::FLAGS flags, FFSOpenFlags::FLAGS flag) { return (flags & flag) != 0; }
 
 }  // namespace
 
 struct CZip_dir::State {
-    std::optional<std::uint32_t> find_entry(const fs::path& p, bool whole = false) const {
-        return archive ? find(archive->table(), p, whole) : std::nullopt;
+    /// The file's number by the end of its directory, or, `whole`, by all of it; none when there is no such file.
+    std::uint32_t find(const fs::path& p, bool whole = false) const {
+        if (!archive) return none;
+        const auto find_lower = [&names = archive->table().names, whole](std::string_view dir, std::string_view name) {
+            return whole ? names.find_exact(dir, name) : names.find(dir, name);
+        };
+        return p.IsLowercase() ? find_lower(p.PathNameView(), p.FileNameView())
+                               : find_lower(fs::lower_text(p.PathNameView()), fs::lower_text(p.FileNameView()));
     }
 
-    /// The names of the entries that answer, the last of the table first.
+    /// The names of the files that answer, the last of the table first. What would not fit into a host's buffers of 260
+    /// bytes is not listed, though it can be opened.
     template <class Answers>
     FS_NAME* list(Answers answers) const {
-        const fs::PackTable& table = archive->table();
-        fs::NameCollector names;
-        for (std::uint32_t i = table.count(); i-- > 0;) {
-            if (!fits_host_buffers(table, i) || !answers(table.dir(i), table.name(i))) continue;
-            if (!names.append(table.dir(i), table.name(i))) throw std::bad_alloc();
+        const fs::NameTable& names = archive->table().names;
+        fs::NameList found;
+        for (std::uint32_t file = names.first(); file != none; file = names.next(file)) {
+            const std::string_view dir = names.dir(file);
+            const std::string_view name = names.name(file);
+            if (dir.size() + name.size() < fs::path_capacity && answers(dir, name)) fs::prepend(found, dir, name);
         }
-        return names.release();
+        return found.release();
     }
 
     std::shared_ptr<fs::PackArchive> archive;  // null until init has succeeded
@@ -111,28 +103,28 @@ fs::dir* CZip_dir::dir_tree() {
     return &state_->tree;
 }
 
-bool CZip_dir::exists(const fs::path& p) { return state_->find_entry(p).has_value(); }
-bool CZip_dir::exists_whole(const fs::path& p) { return state_->find_entry(p, true).has_value(); }
+bool CZip_dir::exists(const fs::path& p) { return state_->find(p) != none; }
+bool CZip_dir::exists_whole(const fs::path& p) { return state_->find(p, true) != none; }
 
 std::uint64_t CZip_dir::place(const fs::path& p) {
-    const auto entry = state_->find_entry(p);
-    return entry ? state_->archive->table().entry(*entry).header_offset : 0;
+    const std::uint32_t file = state_->find(p);
+    return file != none ? state_->archive->table().entry(file).header_offset : 0;
 }
 
 void CZip_dir::root_path(fs::path& out, const fs::path& p) {
     out.Release();
     fs::guarded(p.FileName(), [&] {
-        const auto entry = state_->find_entry(p);
-        if (entry) out = fs::path(state_->archive->full_name(*entry).c_str(), true);
+        const std::uint32_t file = state_->find(p);
+        if (file != none) out = fs::path(state_->archive->full_name(file).c_str(), true);
     });
 }
 
 SFsFile* CZip_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS open_flags) {
     return fs::guarded(p.FileName(), static_cast<SFsFile*>(nullptr), [&]() -> SFsFile* {
-        const auto entry = state_->find_entry(p, has(open_flags, FFSOpenFlags::WHOLE_NAME));
-        if (!entry || !state_->archive->locate(*entry)) return nullptr;
+        const std::uint32_t file = state_->find(p, has(open_flags, FFSOpenFlags::WHOLE_NAME));
+        if (file == none || !state_->archive->locate(file)) return nullptr;
         const bool exact = (flags() & FFSAddSourceFlags::EXACT_SEEKS) != 0 || has(open_flags, FFSOpenFlags::SEEKABLE);
-        return new SZipFile(this, state_->archive, *entry, exact);
+        return new SZipFile(this, state_->archive, file, exact);
     });
 }
 

@@ -4,45 +4,42 @@
 
 namespace fs {
 
-bool StoredReader::decode_into(int index) {
-    Block& block = blocks_[index];
-    const std::uint32_t piece = std::min(input_.size() - consumed_, input_size);
-    // A block kept from before a seek back may be full already; the piece then waits for the next one.
-    if (piece > block_size - block.fill) return true;
-    block.fill += piece;
-    consumed_ += piece;
-    return true;
-}
-
-void StoredReader::deliver(int index, std::uint8_t* buffer, std::uint32_t count) {
-    if (!buffer) return;
-    const std::uint32_t offset = origins_[index] + blocks_[index].read;
-    const bool goes_on = run_size_ != 0 && run_offset_ + run_size_ == offset;
-    if (!goes_on) {
-        fetch_run();
-        run_buffer_ = buffer;
-        run_offset_ = offset;
-    }
-    run_size_ += count;
-}
-
-void StoredReader::fetch_run() {
-    input_.copy(run_offset_, run_buffer_, run_size_);
-    run_size_ = 0;
-}
-
-bool StoredReader::finish_read() {
-    fetch_run();
-    set_fault(input_.take_fault());
-    return true;
-}
-
-std::uint64_t ExactStoredReader::read(std::uint64_t position, std::uint8_t* buffer, std::uint64_t count) {
+std::uint64_t StoredReader::read(std::uint64_t position, std::uint8_t* buffer, std::uint64_t count) {
+    if (!exact_seeks_) pass(position, position + count);
+    const std::uint64_t offset = shift_ + position;
     const std::uint64_t size = input_.size();
-    const std::uint64_t delivered = position < size ? std::min(count, size - position) : 0;
-    input_.copy(static_cast<std::uint32_t>(position), buffer, delivered);
+    const std::uint64_t delivered = offset < size ? std::min(count, size - offset) : 0;
+    input_.copy(static_cast<std::uint32_t>(offset), buffer, delivered);
     fault_ = input_.take_fault();
     return delivered;
+}
+
+void StoredReader::seek(std::uint64_t position) {
+    const std::uint64_t number = position / block_size;
+    if (number <= latest_ && number + 1 >= latest_) current_ = number;
+}
+
+/// Counts what filling blocks up to `end` would take of the input.
+void StoredReader::pass(std::uint64_t position, std::uint64_t end) {
+    if (position / block_size < current_) {
+        shift_ = consumed();
+        current_ = latest_ = fill_ = 0;
+    }
+    for (;;) {
+        const std::uint64_t fill = current_ < latest_ ? block_size : fill_;
+        if (current_ * block_size + fill >= end) return;
+        if (fill == block_size) {
+            if (++current_ > latest_) {
+                latest_ = current_;
+                fill_ = 0;
+            }
+        } else if (consumed() == input_.size()) {
+            return;
+        }
+        // The latest block may be full already, from before a seek back; the piece then waits for the next one.
+        const std::uint64_t piece = std::min<std::uint64_t>(input_.size() - consumed(), input_size);
+        if (piece <= block_size - fill_) fill_ += piece;
+    }
 }
 
 }  // namespace fs

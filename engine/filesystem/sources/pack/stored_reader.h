@@ -2,48 +2,32 @@
 
 #include <cstdint>
 
-#include "engine/filesystem/sources/pack/block_reader.h"
+#include "engine/filesystem/sources/pack/entry_reader.h"
 
 namespace fs {
 
-/// Reads a stored entry. Its blocks are only counted, since the pack has their bytes: a block is a run of the input, and
-/// long reads go straight from the pack into the caller's buffer.
+/// Reads a stored entry, straight from the pack into the caller's buffer.
 ///
-/// On purpose, going back to the start leaves the input where it is: a stored entry reads on from the later input after
-/// a seek behind its two blocks.
-class StoredReader final : public BlockReader {
+/// Without exact seeks it reads, on purpose, as if it had the two blocks of a compressed entry and a seek behind them
+/// went back to the first block but left the input where it is: reading then goes on from later input.
+class StoredReader final : public EntryReader {
 public:
-    StoredReader(const PackStore& store, const PackedData& data) : input_(store, data) {}
-
-protected:
-    void restart() override {}
-    bool decode_into(int index) override;
-    void deliver(int index, std::uint8_t* buffer, std::uint32_t count) override;
-    bool finish_read() override;
-    void begin_block(int index) override { origins_[index] = consumed_; }
-
-private:
-    void fetch_run();
-
-    PackedBytes input_;
-    std::uint32_t consumed_ = 0;          // input that went into blocks
-    std::uint32_t origins_[2] = {};       // where each block's bytes begin in the input
-    std::uint8_t* run_buffer_ = nullptr;  // what `deliver` has put together and fetch_run reads
-    std::uint32_t run_offset_ = 0;
-    std::uint64_t run_size_ = 0;
-};
-
-/// Reads a stored entry at the position asked for.
-class ExactStoredReader final : public EntryReader {
-public:
-    ExactStoredReader(const PackStore& store, const PackedData& data) : input_(store, data) {}
+    StoredReader(const PackStore& store, const PackedData& data, bool exact_seeks)
+        : input_(store, data), exact_seeks_(exact_seeks) {}
 
     std::uint64_t read(std::uint64_t position, std::uint8_t* buffer, std::uint64_t count) override;
-    PackFault fault() const override { return fault_; }
+    void seek(std::uint64_t position) override;
 
 private:
+    std::uint64_t consumed() const { return shift_ + latest_ * block_size + fill_; }
+    void pass(std::uint64_t position, std::uint64_t end);
+
     PackedBytes input_;
-    PackFault fault_ = PackFault::NONE;
+    const bool exact_seeks_;
+    std::uint64_t shift_ = 0;    // where in the input the entry begins by now
+    std::uint64_t current_ = 0;  // the block that reading stands in: the latest, or the one before it
+    std::uint64_t latest_ = 0;
+    std::uint64_t fill_ = 0;  // of the latest; the one before is full
 };
 
 }  // namespace fs

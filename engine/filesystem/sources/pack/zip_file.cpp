@@ -35,16 +35,15 @@ constexpr const char* fault_words[] = {
     "its checksum does not match",
     "the pack ends before it does",
     "the disk does not give its bytes",
-    "there is no memory for decoding it",
 };
-static_assert(std::size(fault_words) == static_cast<std::size_t>(fs::PackFault::NO_MEMORY) + 1);
+static_assert(std::size(fault_words) == static_cast<std::size_t>(fs::PackFault::IO) + 1);
 
 }  // namespace
 
 SZipFile::SZipFile(CFSSource* owner, std::shared_ptr<fs::PackArchive> archive, std::uint32_t entry, bool exact_seeks)
     : archive_(std::move(archive)), entry_(entry), exact_seeks_(exact_seeks) {
     source = owner;
-    name = fs::joined_name(archive_->table().dir(entry), archive_->table().name(entry));
+    name = fs::joined_name(archive_->table().names.dir(entry), archive_->table().names.name(entry));
     size_ = archive_->table().entry(entry).size;
 }
 
@@ -92,8 +91,7 @@ void SZipFile::report(fs::PackFault fault) {
                     fs::file_name(this), pack.c_str(), words);
     }
     if (fault == fs::PackFault::IO) return;  // whoever asked the disk has told why
-    fs::set_error(fault == fs::PackFault::NO_MEMORY ? EFSError::OUT_OF_MEMORY : EFSError::BAD_FORMAT, name,
-                  "The entry of the pack \"" + pack + "\" cannot be read: " + words + ".");
+    fs::set_error(EFSError::BAD_FORMAT, name, "The entry of the pack \"" + pack + "\" cannot be read: " + words + ".");
 }
 
 std::uint64_t SZipFile::write(const void* /*buffer*/, std::uint64_t /*size*/) { return 0; }
