@@ -29,8 +29,9 @@ enum class FaultPoint : std::uint8_t {
     SYNC,              // sync, and replace_file before it renames
     CHANGE,            // set_read_only, set_write_time, set_all_times
     DUPLICATE,         // duplicate_descriptor
+    THREAD,            // start_thread
 };
-inline constexpr std::size_t fault_point_count = 15;
+inline constexpr std::size_t fault_point_count = 16;
 
 /// The `nth` call (1: the next) that passes `point` answers `failure`, and every later one too when `from_then_on`.
 /// Failure::NONE makes a call at READ or WRITE move only half of what it was asked, rounded down: a file that ends

@@ -39,6 +39,8 @@ const Fault faults[] = {
     {"renaming", false, FaultPoint::RENAME, Failure::OTHER, false, EFSError::NONE},
     {"making a directory", false, FaultPoint::CREATE_DIRECTORY, Failure::DISK_FULL, false, EFSError::NONE},
     {"setting the end", false, FaultPoint::SET_END, Failure::OTHER, false, EFSError::NONE},
+    {"thread", false, FaultPoint::THREAD, Failure::OTHER, false, EFSError::NONE},
+    {"threads from then on", false, FaultPoint::THREAD, Failure::OTHER, true, EFSError::NONE},
 };
 
 std::vector<test::Scenario> all_scenarios() {

@@ -2,16 +2,17 @@
 
 #include <engine/filesystem.h>
 
-#include <algorithm>
 #include <atomic>
-#include <cstring>
+#include <chrono>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <random>
-#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "tests/support/memory_source.h"
 #include "tests/support/mounted_root.h"
 
 /// Text that a decoder has work with and that shrinks.
@@ -22,61 +23,49 @@ inline std::string bytes_of(std::size_t size, unsigned seed) {
     return text;
 }
 
-/// A file whose reads wait for a gate, and which tells no length, reads short or fails where that is asked for.
+/// Holds reads back.
 struct Gate {
     mt::CEvent open{true};
     mt::CEvent reached{true};
     std::atomic<int> reads{0};
 };
 
-class GatedFile final : public SFsFile {
+class GatedFile final : public test::MemoryFile {
 public:
-    GatedFile(Gate* gate, const std::string& text, bool tells_length)
-        : gate_(gate), text_(text), tells_(tells_length) {}
+    GatedFile(const std::string& file_name, const test::Bytes& bytes, Gate* gate, std::uint64_t told_length)
+        : MemoryFile(nullptr, file_name, bytes, 0), gate_(gate), told_length_(told_length) {}
     std::uint64_t read(void* buffer, std::uint64_t size) override {
         if (gate_ != nullptr) {
             gate_->reached.Set();
             gate_->open.Wait();
             ++gate_->reads;
         }
-        const std::uint64_t count = std::min<std::uint64_t>(size, text_.size() - at_);
-        std::memcpy(buffer, text_.data() + at_, count);
-        at_ += count;
-        return count;
+        return MemoryFile::read(buffer, size);
     }
-    std::uint64_t write(const void*, std::uint64_t) override { return ~std::uint64_t{0}; }
-    bool seek(std::int64_t offset, EFSSeek::TYPE) override {
-        at_ = static_cast<std::uint64_t>(offset);
-        return true;
-    }
-    std::uint64_t length() override { return tells_ ? text_.size() + short_by : ~std::uint64_t{0}; }
-    std::uint64_t tell() override { return at_; }
-
-    std::uint64_t short_by = 0;
+    std::uint64_t length() override { return told_length_; }
 
 private:
     Gate* const gate_;
-    const std::string& text_;
-    const bool tells_;
-    std::uint64_t at_ = 0;
+    const std::uint64_t told_length_;
 };
 
 /// Serves "gated", "endless" (tells no length), "shrunk" (reads short) and "throws".
 class GatedSource final : public fs::ReadOnlySource {
 public:
     explicit GatedSource(Gate* gate) : gate_(gate) {}
-    bool exists(const fs::path& p) override { return names.count(p.FileName()) != 0; }
+    bool exists(const fs::path& p) override {
+        const std::string name = p.FileName();
+        return name == "gated" || name == "endless" || name == "shrunk" || name == "throws";
+    }
     SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS) override {
         const std::string name = p.FileName();
-        if (names.count(name) == 0) return nullptr;
+        if (!exists(p)) return nullptr;
         if (name == "throws") throw std::bad_alloc();
-        auto* const file = new GatedFile(name == "gated" ? gate_ : nullptr, text, name != "endless");
-        if (name == "shrunk") file->short_by = 1;
-        return file;
+        const std::uint64_t length = name == "endless" ? ~std::uint64_t{0} : text->size() + (name == "shrunk" ? 1 : 0);
+        return new GatedFile(name, text, name == "gated" ? gate_ : nullptr, length);
     }
 
-    static inline const std::string text = bytes_of(3'000'000, 1);  // of each
-    const std::set<std::string> names{"gated", "endless", "shrunk", "throws"};
+    static inline const test::Bytes text = std::make_shared<std::string>(bytes_of(3'000'000, 1));  // of each
 
 private:
     Gate* const gate_;
@@ -84,17 +73,26 @@ private:
 
 struct Told {
     std::mutex lock;
-    std::vector<std::string> names;
+    std::string names;  // the first letter of each load's bytes
     std::atomic<int> count{0};
 
     static void Note(SFsLoad* load, void* user) {
         auto& told = *static_cast<Told*>(user);
         const std::lock_guard guard(told.lock);
-        told.names.push_back(std::string(static_cast<const char*>(load->Data()), 1));
+        told.names += *static_cast<const char*>(load->Data());
         ++told.count;
     }
     static void Count(SFsLoad*, void* user) { ++static_cast<Told*>(user)->count; }
 };
+
+struct ReleaseCounted {
+    template <typename Counted>
+    void operator()(Counted* counted) const {
+        counted->Release();
+    }
+};
+using LoadPtr = std::unique_ptr<SFsLoad, ReleaseCounted>;
+using BatchPtr = std::unique_ptr<SFsLoadBatch, ReleaseCounted>;
 
 /// A root with "loose.bin", and a pack with "small.bin", of the same bytes, and "big.bin", which is loaded in steps.
 class LoadTest : public MountedRoot {
@@ -123,14 +121,30 @@ protected:
         fs::add_source(source, whole_tree);
         return source;
     }
+    static void WorkAlone() { ASSERT_TRUE(fs::set_load_settings({.workers = 1, .no_urgent_lane = true})); }
 
-    /// The load of `path`, waited for.
-    static SFsLoad* Ended(SFsLoadWish wish) {
-        SFsLoad* const load = fs::load_async(wish);
+    static LoadPtr Begin(const SFsLoadWish& wish) { return LoadPtr(fs::load_async(wish)); }
+    LoadPtr BeginCounted(const char* path) { return Begin({.path = path, .callback = &Told::Count, .user = &told_}); }
+    static void WaitUntilInHand(const SFsLoad& load) {
+        while (load.State() == EFSRequestState::QUEUED) std::this_thread::yield();
+    }
+    static LoadPtr Ended(const SFsLoadWish& wish) {
+        LoadPtr load = Begin(wish);
         EXPECT_TRUE(load != nullptr && load->Wait());
         return load;
     }
+    std::jthread OpenGateSoon() {
+        return std::jthread([this] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            gate_.open.Set();
+        });
+    }
     static std::string Text(const SFsLoad& load) { return {static_cast<const char*>(load.Data()), load.Size()}; }
+    static SFsLoadStatistics Statistics() {
+        SFsLoadStatistics statistics;
+        fs::get_load_statistics(statistics);
+        return statistics;
+    }
 
     static inline std::unique_ptr<TempDirectory> files_;
     static inline const std::string big_ = bytes_of(20 << 20, 2);

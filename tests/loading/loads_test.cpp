@@ -1,8 +1,9 @@
 #include <gmock/gmock.h>
 
 #include <cstdlib>
-#include <thread>
+#include <cstring>
 
+#include "engine/platform/faults.h"
 #include "tests/loading/load_test.h"
 
 namespace {
@@ -19,35 +20,41 @@ TEST_F(Loads, WholeFilesAndRangesComeFromEverySource) {
         SFsLoadWish wish;
         std::string expected;
     };
-    const std::string& endless = GatedSource::text;
+    const std::string& text = *GatedSource::text;
     const Row rows[] = {{{.path = "small.bin"}, small_},
                         {{.path = "LOOSE.bin"}, small_},
                         {{.path = "big.bin"}, big_},
                         {{.path = "big.bin", .offset = 19'000'001, .size = 5}, big_.substr(19'000'001, 5)},
                         {{.path = "small.bin", .offset = 69'000, .size = ~std::uint64_t{0}}, small_.substr(69'000)},
                         {{.path = "small.bin", .offset = 70'000}, ""},
-                        {{.path = "gated"}, endless},
-                        {{.path = "endless"}, endless},
-                        {{.path = "endless", .offset = 10, .size = 20}, endless.substr(10, 20)}};
+                        {{.path = "gated"}, text},
+                        {{.path = "endless"}, text},
+                        {{.path = "endless", .offset = 10, .size = 20}, text.substr(10, 20)}};
     for (const Row& row : rows) {
-        SFsLoad* const load = Ended(row.wish);
+        const LoadPtr load = Ended(row.wish);
         EXPECT_EQ(load->Result(), EFSRequestResult::SUCCESS) << row.wish.path << ": " << load->Error().text;
-        EXPECT_TRUE(Text(*load) == row.expected) << row.wish.path;
-        load->Release();
+        EXPECT_TRUE(load->Data() != nullptr && Text(*load) == row.expected) << row.wish.path;
         std::string buffer(row.expected.size(), '?');
         SFsLoadWish into = row.wish;
         into.buffer = buffer.data();
         into.capacity = buffer.size();
-        SFsLoad* const second = Ended(into);
+        const LoadPtr second = Ended(into);
         EXPECT_TRUE(second->Result() == EFSRequestResult::SUCCESS && buffer == row.expected) << row.wish.path;
         EXPECT_EQ(second->Take(), nullptr);
-        second->Release();
     }
 }
 
+/// A pack with the entries of the other one, and a byte of each turned over.
+void write_damaged(const TempDirectory& files) {
+    std::string bytes = read_file(files / "p.pak");
+    for (const std::size_t at : {bytes.size() / 2, bytes.size() - 10'000}) bytes[at] = static_cast<char>(~bytes[at]);
+    write_file(files / "damaged.pak", bytes);
+}
+
 TEST_F(Loads, EachFailureTravelsInItsLoad) {
-    Mount();
+    write_damaged(*files_);
     MountGated();
+    ASSERT_TRUE(fs::add_source((*files_ / "damaged.pak").c_str(), whole_tree));
     char buffer[4] = {'k', 'e', 'p', 't'};
     struct Row {
         SFsLoadWish wish;
@@ -55,26 +62,27 @@ TEST_F(Loads, EachFailureTravelsInItsLoad) {
     };
     const Row rows[] = {{{.path = "none.bin"}, EFSError::NOT_FOUND},
                         {{.path = "./"}, EFSError::INVALID_NAME},
-                        {{.path = "small.bin", .offset = 70'001}, EFSError::INVALID_ARGUMENT},
-                        {{.path = "small.bin", .offset = 69'999, .size = 2}, EFSError::INVALID_ARGUMENT},
-                        {{.path = "small.bin", .buffer = buffer, .capacity = 4}, EFSError::TOO_LARGE},
+                        {{.path = "small.bin"}, EFSError::BAD_FORMAT},
+                        {{.path = "big.bin"}, EFSError::BAD_FORMAT},
+                        {{.path = "loose.bin", .offset = 70'001}, EFSError::INVALID_ARGUMENT},
+                        {{.path = "loose.bin", .offset = 69'999, .size = 2}, EFSError::INVALID_ARGUMENT},
+                        {{.path = "loose.bin", .buffer = buffer, .capacity = 4}, EFSError::TOO_LARGE},
                         {{.path = "endless", .buffer = buffer, .capacity = 4}, EFSError::TOO_LARGE},
                         {{.path = "shrunk"}, EFSError::IO},
                         {{.path = "throws"}, EFSError::OUT_OF_MEMORY}};
     fs::clear_error();
     for (const Row& row : rows) {
-        SFsLoad* const load = Ended(row.wish);
+        const LoadPtr load = Ended(row.wish);
         EXPECT_EQ(load->Result(), EFSRequestResult::FAILED) << row.wish.path;
         EXPECT_EQ(load->Error().code, row.code) << row.wish.path << ": " << load->Error().text;
         EXPECT_TRUE(load->Data() == nullptr && load->Size() == 0 && load->Take() == nullptr);
-        load->Release();
     }
     EXPECT_EQ(std::string(buffer, 4), "kept");
     EXPECT_EQ(fs::last_error().code, EFSError::NONE) << "nothing of a load reaches the caller's thread";
     EXPECT_EQ(fs::load_async({.path = ""}), nullptr);
     EXPECT_EQ(fs::load_batch(nullptr, 0), nullptr);
     fs::shutdown();
-    EXPECT_EQ(fs::load_async({.path = "small.bin"}), nullptr);
+    EXPECT_EQ(fs::load_async({.path = "loose.bin"}), nullptr);
     EXPECT_EQ(fs::last_error().code, EFSError::NOT_INITIALIZED);
     Start();
 }
@@ -82,10 +90,11 @@ TEST_F(Loads, EachFailureTravelsInItsLoad) {
 /// One worker is kept busy while the others queue up behind it.
 TEST_F(Loads, AreServedByUrgencyDeadlinePriorityAndArrival) {
     MountGated();
-    ASSERT_TRUE(fs::set_load_settings({.workers = 1, .no_urgent_lane = true}));
+    WorkAlone();
     for (const char* name : {"a", "b", "c", "d", "e", "f", "g"}) directory_.write(name, name);
     fs::refresh();
-    SFsLoad* const first = fs::load_async({.path = "gated", .priority = EFSLoadPriority::URGENT});
+    const std::uint64_t missed_before = Statistics().missed_deadlines;
+    const LoadPtr first = Begin({.path = "gated", .priority = EFSLoadPriority::URGENT});
     ASSERT_TRUE(gate_.reached.Wait(10'000));
     const SFsLoadWish wishes[] = {{.path = "a", .priority = EFSLoadPriority::BACKGROUND},
                                   {.path = "b"},
@@ -94,123 +103,136 @@ TEST_F(Loads, AreServedByUrgencyDeadlinePriorityAndArrival) {
                                   {.path = "e", .priority = EFSLoadPriority::BACKGROUND, .deadline_ms = 1},
                                   {.path = "f", .priority = EFSLoadPriority::BACKGROUND},
                                   {.path = "g"}};
-    std::vector<SFsLoad*> loads;
+    std::vector<LoadPtr> loads;
     for (SFsLoadWish wish : wishes) {
         wish.callback = &Told::Note;
         wish.user = &told_;
-        loads.push_back(fs::load_async(wish));
+        loads.push_back(Begin(wish));
     }
-    SFsLoadStatistics statistics;
-    fs::get_load_statistics(statistics);
-    EXPECT_THAT(statistics.waiting, ElementsAre(3, 3, 1, 0));
+    EXPECT_THAT(Statistics().waiting, ElementsAre(3, 3, 1, 0));
     EXPECT_TRUE(loads[5]->Reprioritise(EFSLoadPriority::URGENT, 0));
     std::this_thread::sleep_for(std::chrono::milliseconds(5));  // the deadline of "e" passes
     gate_.open.Set();
-    for (SFsLoad* load : loads) EXPECT_TRUE(load->Wait());
+    for (const LoadPtr& load : loads) EXPECT_TRUE(load->Wait());
     fs::shutdown();
-    EXPECT_THAT(told_.names, ElementsAre("f", "e", "d", "c", "b", "g", "a"));
+    EXPECT_EQ(told_.names, "fedcbga");
     EXPECT_FALSE(loads[5]->Reprioritise(0, 0));
-    for (SFsLoad* load : loads) load->Release();
-    first->Release();
+    EXPECT_EQ(Statistics().missed_deadlines, missed_before + 1);
+    SFsLoadTimes times;
+    loads[0]->Times(times);
+    EXPECT_TRUE(times.waited >= 5000 && times.opening + times.reading < times.waited && times.aside == 0);
     Start();
 }
 
 TEST_F(Loads, ALongLoadGivesWayAndGoesOn) {
     Mount();
-    ASSERT_TRUE(fs::set_load_settings({.workers = 1, .no_urgent_lane = true}));
-    SFsLoad* const big = fs::load_async({.path = "big.bin", .callback = &Told::Note, .user = &told_});
-    while (big->State() == EFSRequestState::QUEUED) std::this_thread::yield();
-    SFsLoad* const urgent = Ended({.path = "small.bin", .priority = EFSLoadPriority::URGENT});
+    WorkAlone();
+    const LoadPtr big = Begin({.path = "big.bin"});
+    WaitUntilInHand(*big);
+    const LoadPtr urgent = Ended({.path = "small.bin", .priority = EFSLoadPriority::URGENT});
     EXPECT_NE(big->State(), EFSRequestState::FINISHED);
     EXPECT_TRUE(Text(*urgent) == small_);
     EXPECT_TRUE(big->Wait() && Text(*big) == big_);
-    big->Release();
-    urgent->Release();
+    SFsLoadTimes times;
+    big->Times(times);
+    EXPECT_TRUE(times.opening != 0 && times.reading != 0 && times.aside != 0);
 }
 
 TEST_F(Loads, CancelEndsALoadWhereverItStands) {
     Mount();
     MountGated();
-    ASSERT_TRUE(fs::set_load_settings({.workers = 1, .no_urgent_lane = true}));
-    SFsLoad* const held = fs::load_async({.path = "gated", .callback = &Told::Count, .user = &told_});
+    WorkAlone();
+    const LoadPtr held = BeginCounted("gated");
     ASSERT_TRUE(gate_.reached.Wait(10'000));
-    SFsLoad* const waiting = fs::load_async({.path = "small.bin", .callback = &Told::Count, .user = &told_});
+    const LoadPtr waiting = BeginCounted("small.bin");
     EXPECT_TRUE(waiting->Cancel());
     EXPECT_EQ(waiting->Result(), EFSRequestResult::CANCELLED);
     EXPECT_EQ(waiting->Error().code, EFSError::CANCELLED);
     EXPECT_FALSE(waiting->Cancel());
-    std::thread opener([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        gate_.open.Set();
-    });
+    const std::jthread opener = OpenGateSoon();
     EXPECT_TRUE(held->Cancel());  // waits for the read in hand
     EXPECT_TRUE(held->State() == EFSRequestState::FINISHED && held->Result() == EFSRequestResult::CANCELLED);
-    opener.join();
-    SFsLoad* const big = fs::load_async({.path = "big.bin", .callback = &Told::Count, .user = &told_});
-    while (big->State() == EFSRequestState::QUEUED) std::this_thread::yield();
+    const LoadPtr big = BeginCounted("big.bin");
+    WaitUntilInHand(*big);
     EXPECT_TRUE(big->Cancel());
     fs::shutdown();
     EXPECT_EQ(told_.count, 3);
-    for (SFsLoad* load : {held, waiting, big}) load->Release();
+    EXPECT_EQ(Statistics().block_bytes, 0u);
     Start();
 }
 
 TEST_F(Loads, TheBudgetHoldsLoadsBackAndNeverForGood) {
     Mount();
     ASSERT_TRUE(fs::set_load_settings({.workers = 2, .block_bytes = 100'000}));
-    std::vector<SFsLoad*> loads;
-    for (int i = 0; i < 20; ++i) loads.push_back(fs::load_async({.path = i % 5 == 0 ? "big.bin" : "small.bin"}));
-    for (SFsLoad* load : loads) EXPECT_TRUE(load->Wait() && load->Result() == EFSRequestResult::SUCCESS);
-    SFsLoadStatistics statistics;
-    fs::get_load_statistics(statistics);
-    EXPECT_EQ(statistics.block_bytes, 4 * big_.size() + 16 * small_.size());
+    std::vector<LoadPtr> loads;
+    for (int i = 0; i < 20; ++i) {
+        const auto priority = i % 3 == 0 ? EFSLoadPriority::URGENT : EFSLoadPriority::NORMAL;  // both lanes
+        loads.push_back(Begin({.path = i % 5 == 0 ? "big.bin" : "small.bin", .priority = priority}));
+    }
+    for (const LoadPtr& load : loads) EXPECT_TRUE(load->Wait() && load->Result() == EFSRequestResult::SUCCESS);
+    EXPECT_EQ(Statistics().block_bytes, 4 * big_.size() + 16 * small_.size());
     void* const taken = loads[0]->Take();
     EXPECT_TRUE(taken != nullptr && std::memcmp(taken, big_.data(), big_.size()) == 0);
     EXPECT_TRUE(loads[0]->Data() == nullptr && loads[0]->Take() == nullptr);
     std::free(taken);
-    for (SFsLoad* load : loads) load->Release();
-    do fs::get_load_statistics(statistics);  // a worker may be about to give its reference back
-    while (statistics.block_bytes != 0);
+    loads.clear();
+    while (Statistics().block_bytes != 0) continue;  // a worker may be about to give its reference back
 }
 
 TEST_F(Loads, RemovingASourceEndsItsLoadsFirst) {
     Mount();
     GatedSource* const source = MountGated();
-    SFsLoad* const load = fs::load_async({.path = "gated", .callback = &Told::Count, .user = &told_});
+    const LoadPtr load = BeginCounted("gated");
     ASSERT_TRUE(gate_.reached.Wait(10'000));
-    std::thread opener([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        gate_.open.Set();
-    });
+    const std::jthread opener = OpenGateSoon();
     EXPECT_TRUE(fs::rem_source(source));
     EXPECT_EQ(gate_.reads, 1);
     EXPECT_TRUE(load->Wait() && load->Result() == EFSRequestResult::CANCELLED);
-    opener.join();
     delete source;
-    load->Release();
-    SFsLoad* const big = fs::load_async({.path = "big.bin"});
-    while (big->State() == EFSRequestState::QUEUED) std::this_thread::yield();
+    const LoadPtr big = Begin({.path = "big.bin"});
+    WaitUntilInHand(*big);
     EXPECT_TRUE(fs::rem_source((*files_ / "p.pak").c_str()));
     EXPECT_TRUE(big->Wait());
-    big->Release();
 }
 
-TEST_F(Loads, ShutdownTellsEveryLoadOnce) {
+TEST_F(Loads, ShutdownTellsEachOfAHundredThousandOnce) {
+    const std::vector<SFsLoadWish> wishes(100'000, {.path = "none.bin", .callback = &Told::Count, .user = &told_});
     for (const bool polled : {false, true}) {
         Mount();
         fs::set_polled_callbacks(polled);
         told_.count = 0;
-        std::vector<SFsLoad*> loads;
-        for (int i = 0; i < 50; ++i)
-            loads.push_back(fs::load_async({.path = "big.bin", .callback = &Told::Count, .user = &told_}));
+        std::vector<LoadPtr> loads;
+        for (int i = 0; i < 50; ++i) loads.push_back(BeginCounted("big.bin"));
+        const BatchPtr batch(fs::load_batch(wishes.data(), wishes.size()));
         fs::shutdown();
-        EXPECT_EQ(told_.count, 50);
-        for (SFsLoad* load : loads) {
-            EXPECT_EQ(load->State(), EFSRequestState::FINISHED);
-            load->Release();
-        }
+        EXPECT_EQ(told_.count, 100'050);
+        EXPECT_EQ(batch->Left(), 0u);
+        for (const LoadPtr& load : loads) EXPECT_EQ(load->State(), EFSRequestState::FINISHED);
         Start();
     }
+}
+
+/// They run on the caller, one at a time, and tell it nothing but by themselves.
+TEST_F(Loads, NeedNoThreads) {
+    platform::inject_fault(platform::FaultPoint::THREAD, 1, platform::Failure::OTHER, true);
+    std::string told;
+    fs::set_disk_report([](const SFsDiskUse& use, void* user) { *static_cast<std::string*>(user) += use.action; },
+                        &told);
+    fs::forbid_disk(true);
+    fs::clear_error();
+    const auto load_another = [](SFsLoad* load, void* user) {
+        const LoadPtr another(fs::load_async({.path = "none.bin", .callback = &Told::Count, .user = user}));
+        EXPECT_TRUE(!another->Wait() && another->State() == EFSRequestState::QUEUED && Text(*load) == small_);
+    };
+    const LoadPtr load = Begin({.path = "loose.bin", .callback = load_another, .user = &told_});
+    EXPECT_EQ(load->State(), EFSRequestState::FINISHED);
+    EXPECT_EQ(told_.count, 1);
+    EXPECT_EQ(fs::last_error().code, EFSError::NONE);
+    EXPECT_EQ(told, "openedreadopened");
+    fs::forbid_disk(false);
+    fs::set_disk_report(nullptr, nullptr);
+    platform::clear_faults();
+    EXPECT_EQ(Text(*Ended({.path = "loose.bin"})), small_);
 }
 
 /// A source that is being asked cannot stop the library, and nothing may have been stopped by its trying.
@@ -227,52 +249,43 @@ TEST_F(Loads, GoOnAfterAShutdownThatFailed) {
     EXPECT_FALSE(fs::exists("none.bin"));
     EXPECT_TRUE(fs::is_initialized());
     EXPECT_EQ(fs::last_error().code, EFSError::INVALID_ARGUMENT);
-    SFsLoad* const load = Ended({.path = "loose.bin"});
-    EXPECT_TRUE(Text(*load) == small_);
-    load->Release();
+    EXPECT_TRUE(Text(*Ended({.path = "loose.bin"})) == small_);
 }
 
 /// What a callback may do: load, cancel its neighbour, remove a source, be the last to know its load, shut down.
 TEST_F(Loads, CallbacksMayDoAllButWait) {
     struct Host {
-        SFsLoad* neighbour = nullptr;
+        LoadPtr neighbour;
         std::string pack;
         mt::CEvent done{true};
         bool waited = true;
         bool cancelled = false;
         bool removed = false;
-    } host;
-    Mount();
-    MountGated();
-    ASSERT_TRUE(fs::set_load_settings({.workers = 1}));
-    host.pack = *files_ / "p.pak";
-    const SFsLoadWish wish{.path = "small.bin",
-                           .callback =
-                               [](SFsLoad*, void* user) {
-                                   auto& its = *static_cast<Host*>(user);
-                                   SFsLoad* const other = fs::load_async({.path = "loose.bin"});
-                                   its.waited = other->Wait();
-                                   other->Release();
-                                   its.cancelled = its.neighbour->Cancel();
-                                   its.removed = fs::rem_source(its.pack.c_str());
-                                   fs::shutdown();
-                                   its.done.Set();
-                               },
-                           .user = &host};
-    fs::set_polled_callbacks(true);
-    SFsLoad* const load = Ended(wish);
-    host.neighbour = fs::load_async({.path = "gated"});
-    gate_.open.Set();
-    host.neighbour->Wait();
-    host.neighbour->Release();
-    host.neighbour = fs::load_async({.path = "big.bin", .priority = EFSLoadPriority::BACKGROUND});
-    load->Release();
-    fs::set_polled_callbacks(false);
-    ASSERT_TRUE(host.done.Wait(10'000));
-    EXPECT_FALSE(host.waited);
-    EXPECT_TRUE(host.cancelled && host.removed);
-    host.neighbour->Release();
-    Start();
+    };
+    const auto do_all = [](SFsLoad*, void* user) {
+        auto& its = *static_cast<Host*>(user);
+        its.waited = LoadPtr(fs::load_async({.path = "loose.bin"}))->Wait();
+        its.cancelled = its.neighbour->Cancel();
+        its.removed = fs::rem_source(its.pack.c_str());
+        fs::shutdown();
+        its.done.Set();
+    };
+    for (const bool polled : {false, true}) {
+        Host host{.neighbour = nullptr, .pack = *files_ / "p.pak"};
+        Mount();
+        ASSERT_TRUE(fs::set_load_settings({.workers = 1}));
+        fs::set_polled_callbacks(true);
+        Ended({.path = "small.bin", .callback = do_all, .user = &host});
+        host.neighbour = Begin({.path = "big.bin", .priority = EFSLoadPriority::BACKGROUND});
+        if (polled)
+            EXPECT_EQ(fs::poll_loads(1), 1u);
+        else
+            fs::set_polled_callbacks(false);
+        ASSERT_TRUE(host.done.Wait(10'000));
+        EXPECT_FALSE(host.waited);
+        EXPECT_TRUE(host.cancelled && host.removed);
+        Start();
+    }
 }
 
 TEST_F(Loads, ABatchIsToldOfOnceAndInTheOrderOfItsPack) {
@@ -283,21 +296,18 @@ TEST_F(Loads, ABatchIsToldOfOnceAndInTheOrderOfItsPack) {
         wish.callback = &Told::Count;
         wish.user = &told_;
     }
-    static std::atomic<int> batches_told{0};
-    batches_told = 0;
-    SFsLoadBatch* const batch = fs::load_batch(
-        wishes, 3, [](SFsLoadBatch* ended, void* user) { batches_told += ended == *static_cast<SFsLoadBatch**>(user); },
-        const_cast<SFsLoadBatch**>(&batch));
+    const auto count_batch = [](SFsLoadBatch* ended, void* user) {
+        static_cast<Told*>(user)->count += 100 * static_cast<int>(ended->Count());
+    };
+    const BatchPtr batch(fs::load_batch(wishes, 3, count_batch, &told_));
     ASSERT_TRUE(batch != nullptr && batch->Wait());
     EXPECT_EQ(fs::poll_loads(2), 2u);
-    EXPECT_EQ(batches_told, 0);
+    EXPECT_EQ(told_.count, 2);
     EXPECT_EQ(fs::poll_loads(100), 1u);
-    EXPECT_EQ(told_.count, 3);
-    EXPECT_EQ(batches_told, 1);
-    EXPECT_TRUE(batch->Count() == 3 && batch->Left() == 0 && batch->At(3) == nullptr);
+    EXPECT_EQ(told_.count, 303);
+    EXPECT_TRUE(batch->Left() == 0 && batch->At(3) == nullptr);
     EXPECT_TRUE(Text(*batch->At(0)) == small_ && Text(*batch->At(2)) == big_);
     EXPECT_EQ(batch->At(1)->Error().code, EFSError::NOT_FOUND);
-    batch->Release();
     const SFsLoadWish with_empty[] = {{.path = "small.bin"}, {.path = ""}};
     EXPECT_EQ(fs::load_batch(with_empty, 2), nullptr);
 }

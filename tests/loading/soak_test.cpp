@@ -1,9 +1,7 @@
-#include <chrono>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
-#include <thread>
 
 #include "tests/loading/load_test.h"
 
@@ -21,7 +19,7 @@ std::size_t soak_loads() {
 /// A place for one load after the other, with a buffer that is written to when the load must no longer do so.
 struct Slot {
     std::string buffer = std::string(70'000, '?');
-    SFsLoad* load = nullptr;
+    LoadPtr load;
     std::string_view expected;
 };
 
@@ -34,8 +32,8 @@ protected:
         for (std::size_t i = 0; i < rounds; ++i) {
             Slot& slot = slots[random() % slots.size()];
             if (slot.load != nullptr) End(slot, random() % 3 == 0);
-            slot.load = Begin(random, slot);
-            SFsLoad* const other = slots[random() % slots.size()].load;
+            slot.load = BeginRandom(random, slot);
+            SFsLoad* const other = slots[random() % slots.size()].load.get();
             if (other == nullptr) continue;
             if (random() % 8 == 0) other->Cancel();
             if (random() % 3 == 0) other->Reprioritise(static_cast<std::int32_t>(random() % 1200) - 100, random() % 3);
@@ -45,14 +43,14 @@ protected:
         }
     }
 
-    SFsLoad* Begin(std::minstd_rand& random, Slot& slot) {
+    LoadPtr BeginRandom(std::minstd_rand& random, Slot& slot) {
         struct File {
             const char* name;
             const std::string& bytes;
         };
-        static const File files[] = {{"small.bin", small_},         {"loose.bin", small_},
-                                     {"added.bin", small_},         {"endless", GatedSource::text},
-                                     {"shrunk", GatedSource::text}, {"big.bin", big_}};
+        static const File files[] = {{"small.bin", small_},          {"loose.bin", small_},
+                                     {"added.bin", small_},          {"endless", *GatedSource::text},
+                                     {"shrunk", *GatedSource::text}, {"big.bin", big_}};
         const bool is_big = random() % 400 == 0;
         const File& file = files[is_big ? 5 : random() % 5];
         const std::uint64_t offset = random() % 3 * 1000;
@@ -68,7 +66,7 @@ protected:
             wish.buffer = slot.buffer.data();
             wish.capacity = slot.buffer.size();
         }
-        SFsLoad* const load = fs::load_async(wish);
+        LoadPtr load = Begin(wish);
         if (load != nullptr) ++asked_;
         return load;
     }
@@ -80,8 +78,7 @@ protected:
             slot.load->Wait();
         EXPECT_EQ(slot.load->State(), EFSRequestState::FINISHED);
         if (slot.load->Result() == EFSRequestResult::SUCCESS && Text(*slot.load) != slot.expected) ++wrong_;
-        slot.load->Release();
-        slot.load = nullptr;
+        slot.load.reset();
         slot.buffer.assign(slot.buffer.size(), '?');
     }
 
@@ -112,8 +109,7 @@ protected:
 };
 
 TEST_F(Soak, LoadsEndOnceEachWhateverHappensMeanwhile) {
-    SFsLoadStatistics before;
-    fs::get_load_statistics(before);
+    const SFsLoadStatistics before = Statistics();
     std::thread disturber([this] { Disturb(); });
     std::vector<std::thread> askers;
     for (unsigned i = 0; i < hosts; ++i) askers.emplace_back([this, i] { Ask(i + 1, soak_loads() / hosts); });
@@ -123,8 +119,7 @@ TEST_F(Soak, LoadsEndOnceEachWhateverHappensMeanwhile) {
     fs::shutdown();
     EXPECT_EQ(told_.count, asked_);
     EXPECT_EQ(wrong_, 0);
-    SFsLoadStatistics statistics;
-    fs::get_load_statistics(statistics);
+    const SFsLoadStatistics statistics = Statistics();
     EXPECT_TRUE(statistics.block_bytes == 0 && statistics.in_hand == 0);
     std::printf("%" PRIu64 " done, %" PRIu64 " failed, %" PRIu64 " cancelled\n", statistics.done - before.done,
                 statistics.failed - before.failed, statistics.cancelled - before.cancelled);

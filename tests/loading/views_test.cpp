@@ -1,9 +1,12 @@
 #include <engine/filesystem.h>
+#include <engine/filesystem/comfort.h>
+#include <engine/filesystem/contract/viewable_file.h>
 
 #include <gmock/gmock.h>
 
 #include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "engine/platform/faults.h"
 #include "tests/support/mounted_root.h"
@@ -83,6 +86,19 @@ TEST_F(Views, OutliveTheirSourceAndKeepWritersAway) {
     Start();
     fs::close(fs::open("loose.bin", EFSMode::WRITE));
     EXPECT_TRUE(std::filesystem::is_empty(directory_ / "loose.bin"));
+}
+
+/// On Windows nobody can cut it.
+TEST_F(Views, AFileThatWasCutUnderAViewIsNotInMemory) {
+    const fs::file_ptr file = fs::open_file("loose.bin", EFSMode::READ);
+    auto* const viewable = dynamic_cast<fs::ViewableFile*>(file.get());
+    std::uint64_t size = 0;
+    ASSERT_TRUE(viewable != nullptr && viewable->view(size, false) != nullptr);
+    std::error_code refused;
+    std::filesystem::resize_file(directory_ / "loose.bin", 10, refused);
+    fs::clear_error();
+    EXPECT_EQ(viewable->view(size, true) != nullptr, static_cast<bool>(refused));
+    EXPECT_EQ(fs::last_error().code, refused ? EFSError::NONE : EFSError::IO);
 }
 
 TEST_F(Views, WhatCannotBeMappedIsCopied) {

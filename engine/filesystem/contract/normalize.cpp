@@ -5,7 +5,7 @@
 // Every name that enters the file system is normalised here, so the usual name must cost next to nothing: a look decides
 // whether there is more to it than case and the kind of its separators, and only then the whole rule is applied.
 //
-// Words: the prefix is what comes before the first separator and ends in ":", or "//server/share"; the floor is the
+// Words: the prefix is what comes before the first separator and ends in ":", or "//server/share"; the base is the
 // output position behind prefix and root, and nothing before it is ever taken back.
 
 namespace fs {
@@ -68,9 +68,9 @@ public:
         const bool trailing = length != 0 && is_separator(in_[length - 1]);
         if (!copy_network_prefix()) copy_drive_prefix();
         copy_root();
-        floor_ = out_at_;
+        base_ = out_at_;
         while (in_[in_at_] != '\0') take_component();
-        if (trailing && out_at_ > floor_ && out_[out_at_ - 1] != '/') out_[out_at_++] = '/';
+        if (trailing && out_at_ > base_ && out_[out_at_ - 1] != '/') out_[out_at_++] = '/';
         out_[out_at_] = '\0';
         return out_at_;
     }
@@ -123,7 +123,7 @@ private:
         } else if (two_dots && !climb_is_kept()) {
             in_at_ = end;
         } else {
-            if (out_at_ > floor_) out_[out_at_++] = '/';
+            if (out_at_ > base_) out_[out_at_++] = '/';
             copy_until(end);
         }
         skip_separators();
@@ -131,11 +131,11 @@ private:
 
     /// Resolves ".." where that can be done; true when it must be written instead.
     bool climb_is_kept() {
-        if (out_at_ == floor_) return !rooted_;
+        if (out_at_ == base_) return !rooted_;
         std::size_t start = out_at_;
-        while (start > floor_ && out_[start - 1] != '/') --start;
+        while (start > base_ && out_[start - 1] != '/') --start;
         if (out_at_ - start == 2 && out_[start] == '.' && out_[start + 1] == '.') return true;
-        out_at_ = start == floor_ ? start : start - 1;
+        out_at_ = start == base_ ? start : start - 1;
         return false;
     }
 
@@ -144,7 +144,7 @@ private:
     bool keep_case_;
     std::size_t in_at_ = 0;
     std::size_t out_at_ = 0;
-    std::size_t floor_ = 0;
+    std::size_t base_ = 0;
     bool rooted_ = false;
 };
 

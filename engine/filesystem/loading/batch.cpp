@@ -9,7 +9,6 @@ LoadBatch::~LoadBatch() {
 }
 
 void LoadBatch::Add(const SFsLoadWish& wish, LoadClock::time_point now) {
-    loads_.reserve(loads_.size() + 1);
     loads_.push_back(std::make_unique<Load>(wish, now).release());
     left_.fetch_add(1, std::memory_order_relaxed);
     untold_.fetch_add(1, std::memory_order_relaxed);

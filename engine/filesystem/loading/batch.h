@@ -13,7 +13,10 @@ class LoadBatch final : public SFsLoadBatch {
 public:
     using Callback = void (*)(SFsLoadBatch* batch, void* user);
 
-    LoadBatch(Callback callback, void* user) : callback_(callback), user_(user) {}
+    /// Of up to `count` loads. Throws std::bad_alloc.
+    LoadBatch(std::size_t count, Callback callback, void* user) : callback_(callback), user_(user) {
+        loads_.reserve(count);
+    }
     LoadBatch(const LoadBatch&) = delete;
     LoadBatch& operator=(const LoadBatch&) = delete;
     ~LoadBatch();

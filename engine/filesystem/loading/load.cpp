@@ -22,7 +22,7 @@ Load::Load(const SFsLoadWish& wish, LoadClock::time_point now)
     : work(wish),
       callback(wish.callback),
       user(wish.user),
-      asked_at(now),
+      waits_since(now),
       rank_node(node_of<LoadsByRank>(this)),
       deadline_node(node_of<LoadsByDeadline>(this)) {
     SetRank(wish.priority, wish.deadline_ms, now);

@@ -61,12 +61,12 @@ public:
     LoadRank rank;
     std::uint64_t charged = 0;  // bytes of the block that count against the budget
     bool is_waiting = false;    // in the schedule
-    bool was_taken = false;     // by a worker, once at least
     bool is_cancelled = false;
     LoadBatch* batch = nullptr;  // owns a reference to it
     void (*const callback)(SFsLoad* load, void* user);
     void* const user;
-    const LoadClock::time_point asked_at;
+    LoadClock::time_point waits_since;  // when it was asked for, or put aside
+    SFsLoadTimes times{};
 
     // The load's own nodes of the schedule and of the list of callbacks, so that moving it there needs no memory.
     LoadsByRank::node_type rank_node;

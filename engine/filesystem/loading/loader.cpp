@@ -37,7 +37,7 @@ bool Loader::Submit(const std::vector<Load*>& loads) {
 template <typename Ended>
 bool Loader::WaitAsHost(std::uint32_t timeout_ms, Ended ended) {
     if (ended()) return true;
-    if (this_load_thread().is_worker) return false;
+    if (this_load_thread().MayNotWait()) return false;
     Guard guard(lock_);
     return WaitUntil(guard, timeout_ms, ended);
 }

@@ -79,13 +79,15 @@ private:
     Load* Choose(bool is_lane);
     void Serve(Load& load, const Worker& worker, Guard& guard);
     void TakeInHand(Load& load);
+    static LoadWork::Step Step(Load& load, Guard& guard);
+    void LeaveHand(bool was_urgent);
     void PutAside(Load& load);
     bool HasRoom(const Load& load, std::uint64_t others, std::uint64_t urgent_others) const;
     bool KeepsHold(Load& load, LoadWork::Step step, const Worker& worker);
     bool ShouldGiveWay(Load& load, bool is_lane);
-    void End(Load& load, EFSRequestResult::TYPE result, Guard& guard);
+    bool End(Load& load, EFSRequestResult::TYPE result, Guard& guard);
     void EndWaiting(Load& load, Guard& guard);
-    void Finish(Load& load, EFSRequestResult::TYPE result);
+    void* Finish(Load& load, EFSRequestResult::TYPE result);
     bool CallBackFirst(LoadList& from, Guard& guard);
     void CallBack(Load& load, Guard& guard);
     void Charge(Load& load, std::uint64_t bytes);
@@ -143,6 +145,9 @@ struct LoadThread {
     platform::PerThread<const Load*, struct LoadInHand> in_hand;
     platform::PerThread<std::uint32_t, struct LoadCallbacks> callbacks;  // on the stack
     platform::PerThread<const void*, struct LoadWorker> worker;
+
+    /// Whether a load may wait for what the thread does.
+    bool MayNotWait() const { return is_worker || callbacks != 0; }
 };
 LoadThread& this_load_thread();
 

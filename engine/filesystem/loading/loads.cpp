@@ -26,7 +26,7 @@ struct ReleaseBatch {
 
 std::unique_ptr<LoadBatch, ReleaseBatch> make_batch(const SFsLoadWish* wishes, std::size_t count,
                                                     LoadBatch::Callback callback, void* user) {
-    std::unique_ptr<LoadBatch, ReleaseBatch> batch(new LoadBatch(callback, user));
+    std::unique_ptr<LoadBatch, ReleaseBatch> batch(new LoadBatch(count, callback, user));
     const auto now = LoadClock::now();
     for (std::size_t at = 0; at < count; ++at) batch->Add(wishes[at], now);
     return batch;
@@ -120,6 +120,10 @@ const SFsError& SFsLoad::Error() const {
 }
 
 std::uint64_t SFsLoad::Size() const { return Load::Of(this).EndedWell() ? Load::Of(this).work.Size() : 0; }
+
+void SFsLoad::Times(SFsLoadTimes& out) const {
+    out = Load::Of(this).IsFinished() ? Load::Of(this).times : SFsLoadTimes{};
+}
 
 bool SFsLoad::Reprioritise(std::int32_t priority, std::uint32_t deadline_ms) {
     return Loader::Instance().Reprioritise(Load::Of(this), priority, deadline_ms);

@@ -1,7 +1,7 @@
 #include "engine/filesystem/loading/loader.h"
 
 #include <algorithm>
-#include <utility>
+#include <cstdlib>
 
 #include "engine/filesystem/contract/guarded.h"
 
@@ -16,8 +16,16 @@ namespace fs {
 
 namespace {
 
-using std::chrono::duration_cast;
-using std::chrono::microseconds;
+std::uint64_t microseconds_since(LoadClock::time_point then) {
+    const auto time = std::chrono::duration_cast<std::chrono::microseconds>(LoadClock::now() - then);
+    return static_cast<std::uint64_t>(time.count());
+}
+
+/// Of a load that is taken, or ends without.
+void count_wait(Load& load) {
+    const bool is_first = load.status.State() == EFSRequestState::QUEUED;
+    (is_first ? load.times.waited : load.times.aside) += microseconds_since(load.waits_since);
+}
 
 bool has_callback(const Load& load) { return load.callback != nullptr || load.batch != nullptr; }
 
@@ -40,41 +48,58 @@ bool Loader::HasRoom(const Load& load, std::uint64_t others, std::uint64_t urgen
 void Loader::Serve(Load& load, const Worker& worker, Guard& guard) {
     const bool is_urgent = load.rank.is_urgent;
     TakeInHand(load);
-    urgent_in_hand_ += is_urgent ? 1 : 0;
     LoadWork::Step step;
     do {
         Charge(load, load.work.BlockBytes());
-        this_load_thread().in_hand = &load;
-        guard.unlock();
-        step = load.work.Next();
-        guard.lock();
-        this_load_thread().in_hand = nullptr;
+        step = Step(load, guard);
     } while (KeepsHold(load, step, worker));
-    urgent_in_hand_ -= is_urgent ? 1 : 0;
-    --statistics_.in_hand;
+    bool is_to_be_told = false;
     if (load.is_cancelled || load.work.IsSourceGoing() || is_stopping_)
-        End(load, EFSRequestResult::CANCELLED, guard);
+        is_to_be_told = End(load, EFSRequestResult::CANCELLED, guard);
     else if (step == LoadWork::Step::DONE || step == LoadWork::Step::FAILED)
-        End(load, step == LoadWork::Step::DONE ? EFSRequestResult::SUCCESS : EFSRequestResult::FAILED, guard);
+        is_to_be_told =
+            End(load, step == LoadWork::Step::DONE ? EFSRequestResult::SUCCESS : EFSRequestResult::FAILED, guard);
     else
         PutAside(load);
+    LeaveHand(is_urgent);
+    if (is_to_be_told) CallBack(load, guard);
 }
 
-/// Somebody else may have to take it, or what it made room for.
+LoadWork::Step Loader::Step(Load& load, Guard& guard) {
+    this_load_thread().in_hand = &load;
+    guard.unlock();
+    std::uint64_t& time = load.work.IsOpen() ? load.times.reading : load.times.opening;
+    const auto began = LoadClock::now();
+    const LoadWork::Step step = load.work.Next();
+    time += microseconds_since(began);
+    guard.lock();
+    this_load_thread().in_hand = nullptr;
+    return step;
+}
+
 void Loader::PutAside(Load& load) {
+    load.waits_since = LoadClock::now();
     schedule_.Add(load);
-    WakeFor(1, true);
 }
 
 void Loader::TakeInHand(Load& load) {
     schedule_.Remove(load);
     ++statistics_.in_hand;
+    urgent_in_hand_ += load.rank.is_urgent ? 1 : 0;
+    count_wait(load);
+    if (load.status.State() != EFSRequestState::QUEUED) return;
     load.status.Set(EFSRequestState::IN_PROGRESS);
-    if (std::exchange(load.was_taken, true)) return;
-    const auto waited = duration_cast<microseconds>(LoadClock::now() - load.asked_at).count();
-    total_wait_ += static_cast<std::uint64_t>(waited);
+    total_wait_ += load.times.waited;
     ++taken_;
-    statistics_.longest_wait = std::max(statistics_.longest_wait, static_cast<std::uint64_t>(waited));
+    statistics_.longest_wait = std::max(statistics_.longest_wait, load.times.waited);
+}
+
+/// Somebody else may have to take what was put aside, or what waited for room or until nothing else is in hand.
+void Loader::LeaveHand(bool was_urgent) {
+    --statistics_.in_hand;
+    urgent_in_hand_ -= was_urgent ? 1 : 0;
+    if (waiters_ != 0) ended_.notify_all();
+    if (!schedule_.IsEmpty()) WakeFor(1, true);
 }
 
 /// Whether the worker goes on with the load after this step.
@@ -94,31 +119,35 @@ bool Loader::ShouldGiveWay(Load& load, bool is_lane) {
     return !others_take_it && HasRoom(*first, statistics_.in_hand - 1, urgent_in_hand_);
 }
 
-void Loader::End(Load& load, EFSRequestResult::TYPE result, Guard& guard) {
+/// True when the load is to be told of now, and not by Poll. A block that nobody gets is freed last: with many pages that
+/// takes longer than a step, and whoever cancels waits.
+bool Loader::End(Load& load, EFSRequestResult::TYPE result, Guard& guard) {
     guard.unlock();
-    load.work.End(result);
+    load.work.Close(result);
     guard.lock();
-    Finish(load, result);
-    if (is_polled_ && has_callback(load))
-        move_to(to_poll_, load);
-    else
-        CallBack(load, guard);
+    void* const dropped = Finish(load, result);
+    const bool waits_for_poll = is_polled_ && has_callback(load);
+    if (waits_for_poll) move_to(to_poll_, load);
+    if (dropped != nullptr) {
+        guard.unlock();
+        std::free(dropped);
+        guard.lock();
+    }
+    return !waits_for_poll;
 }
 
 /// Of a load that waits; it is nobody's meanwhile.
 void Loader::EndWaiting(Load& load, Guard& guard) {
     load.is_cancelled = true;
     schedule_.Remove(load);
-    guard.unlock();
-    load.work.End(EFSRequestResult::CANCELLED);
-    guard.lock();
-    Finish(load, EFSRequestResult::CANCELLED);
-    if (is_polled_ && has_callback(load)) return move_to(to_poll_, load);
-    move_to(to_call_back_, load);
-    WakeFor(1, false);
+    count_wait(load);
+    if (End(load, EFSRequestResult::CANCELLED, guard)) move_to(to_call_back_, load);
+    WakeFor(1, true);
 }
 
-void Loader::Finish(Load& load, EFSRequestResult::TYPE result) {
+/// Answers the block of a load that did not end well.
+void* Loader::Finish(Load& load, EFSRequestResult::TYPE result) {
+    void* const dropped = result == EFSRequestResult::SUCCESS ? nullptr : load.work.TakeBlock();
     Charge(load, load.work.BlockBytes());
     statistics_.done += result == EFSRequestResult::SUCCESS ? 1 : 0;
     statistics_.failed += result == EFSRequestResult::FAILED ? 1 : 0;
@@ -128,7 +157,7 @@ void Loader::Finish(Load& load, EFSRequestResult::TYPE result) {
     load.status.Set(EFSRequestState::FINISHED, result);
     if (load.batch != nullptr) load.batch->CountEnd();
     if (waiters_ != 0) ended_.notify_all();
-    if (!schedule_.IsEmpty()) WakeFor(1, true);  // what waited until nothing else is in hand
+    return dropped;
 }
 
 /// Tells the host, and gives the loader's reference back.

@@ -25,6 +25,13 @@ SFsLoadSettings with_defaults(SFsLoadSettings settings) {
     return settings;
 }
 
+void tell_of_no_threads() {
+    static std::atomic<bool> is_told{false};
+    if (!is_told.exchange(true))
+        log_message(log_source, Log::ELevel::WARN, __LINE__,
+                    "The system has no thread for loads: they run where they are asked for, one at a time.\n");
+}
+
 }  // namespace
 
 Loader::Loader() : settings_(with_defaults({})) {}
@@ -58,10 +65,6 @@ Loader::Workers Loader::Hire(const SFsLoadSettings& settings) {
                                     worker->is_lane ? lane_priority : 0);
     };
     hired.erase(std::find_if_not(hired.begin(), hired.end(), starts), hired.end());
-    static std::atomic<bool> is_told{false};
-    if (hired.empty() && !is_told.exchange(true))
-        log_message(log_source, Log::ELevel::WARN, __LINE__,
-                    "The system has no thread for loads: they run where they are asked for, one at a time.\n");
     return hired;
 }
 
@@ -87,7 +90,7 @@ void Loader::SeeOff(Workers leaving) {
 
 bool Loader::SetSettings(SFsLoadSettings settings) {
     constexpr std::uint32_t most_workers = 64;
-    if (settings.workers > most_workers || this_load_thread().is_worker)
+    if (settings.workers > most_workers || this_load_thread().MayNotWait())
         return refuse(EFSError::INVALID_ARGUMENT, nullptr,
                       "There are at most 64 workers, and a worker does not change their number.");
     settings = with_defaults(settings);
@@ -122,9 +125,11 @@ void Loader::Stop() {
     guard.unlock();
     SeeOff(std::move(leaving));
     guard.lock();
-    while (CallBackFirst(to_call_back_, guard) || CallBackFirst(to_poll_, guard)) continue;
     const std::uint64_t own = this_load_thread().callbacks;
-    WaitUntil(guard, mt::FOREVER, [&] { return statistics_.in_hand == 0 && calling_back_ <= own; });
+    const auto is_quiet = [&] { return statistics_.in_hand == 0 && calling_back_ <= own; };
+    do {
+        WaitUntil(guard, mt::FOREVER, is_quiet);
+    } while (CallBackFirst(to_call_back_, guard) || CallBackFirst(to_poll_, guard));
     is_stopping_ = false;
     ended_.notify_all();
 }
@@ -156,21 +161,28 @@ void Loader::Work(const Worker& worker, Guard& guard) {
     }
 }
 
-/// Serves all that waits, unless another thread does so already, also one further up on this stack.
+/// Serves all that waits, unless another thread does so already, also one further up on this stack. Unlocks the guard.
 void Loader::WorkHere(Guard& guard) {
-    if (std::exchange(works_here_, true)) return;
+    const bool is_done_elsewhere = std::exchange(works_here_, true);
+    guard.unlock();
+    if (is_done_elsewhere) return;
+    ErrorScope scope;  // what fails here is told by its load
+    tell_of_no_threads();
     LoadThread& thread = this_load_thread();
     const bool was_worker = thread.is_worker;
     thread.is_worker = true;
-    Worker nobody;
+    const Worker nobody;
+    guard.lock();
     for (;;) {
         if (CallBackFirst(to_call_back_, guard)) continue;
         Load* const load = Choose(false);
         if (load == nullptr) break;
         Serve(*load, nobody, guard);
     }
-    thread.is_worker = was_worker;
     works_here_ = false;
+    guard.unlock();
+    thread.is_worker = was_worker;
+    scope.forget();
 }
 
 }  // namespace fs

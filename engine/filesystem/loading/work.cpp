@@ -7,7 +7,9 @@
 #include <utility>
 
 #include "engine/filesystem/access/open_pinned.h"
+#include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/guarded.h"
+#include "engine/platform/memory.h"
 
 // A file below whole_limit is read by one call, which is what decoders do fastest; a longer one in steps, so that cancelling
 // and loads that come before wait for one step and not for the whole.
@@ -33,6 +35,7 @@ LoadWork::LoadWork(const SFsLoadWish& wish)
 LoadWork::~LoadWork() { DropBlock(); }
 
 LoadWork::Step LoadWork::Next() noexcept {
+    const DiskUse use(is_open_ ? "read" : "opened", path_.c_str());  // where there is no worker, the caller does it
     const Step step = guarded(path_.c_str(), Step::FAILED, [&] { return is_open_ ? Read() : Open(); });
     if (step == Step::FAILED) {
         const SFsError& error = last_error();
@@ -87,8 +90,10 @@ LoadWork::Step LoadWork::Read() {
     const std::uint64_t left = (grows_ ? block_bytes_ : wanted_) - done_;
     const std::uint64_t piece = wanted_ < whole_limit && !grows_ ? left : std::min(left, step_bytes);
     if (piece == 0) return Step::DONE;
+    char* const place = static_cast<char*>(Data()) + done_;
+    if (needs_block_ && piece >= step_bytes) platform::populate(place, static_cast<std::size_t>(piece));
     const ErrorScope scope;
-    return CheckRead(piece, file_->read(static_cast<char*>(Data()) + done_, piece), scope);
+    return CheckRead(piece, file_->read(place, piece), scope);
 }
 
 LoadWork::Step LoadWork::CheckRead(std::uint64_t asked, std::uint64_t got, const ErrorScope& scope) {
@@ -114,10 +119,9 @@ LoadWork::Step LoadWork::FinishGrown() {
     return Step::DONE;
 }
 
-void LoadWork::End(EFSRequestResult::TYPE result) noexcept {
+void LoadWork::Close(EFSRequestResult::TYPE result) noexcept {
     file_.reset();
     pin_.Drop();
-    if (result != EFSRequestResult::SUCCESS) DropBlock();
     if (result == EFSRequestResult::CANCELLED)
         NoteFailure(EFSError::CANCELLED, 0, path_, "The load was cancelled, or its source was removed.");
 }

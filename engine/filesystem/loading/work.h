@@ -29,8 +29,8 @@ public:
     LoadWork& operator=(const LoadWork&) = delete;
 
     Step Next() noexcept;
-    /// Closes the file, and frees the library's block unless the load ended well.
-    void End(EFSRequestResult::TYPE result) noexcept;
+    /// Closes the file. The block stays until it is taken.
+    void Close(EFSRequestResult::TYPE result) noexcept;
     void* TakeBlock() noexcept;
     /// The open file; what takes it ends the load for its own purpose.
     SFsFile& File() const { return *file_; }
@@ -41,6 +41,7 @@ public:
     void* Data() const { return block_ != nullptr ? block_ : buffer_; }
     std::uint64_t Size() const { return done_; }
     const std::string& Path() const { return path_; }
+    bool IsOpen() const { return is_open_; }
     bool IsSourceGoing() const { return pin_.IsSourceGoing(); }
     bool UsesSource(const CFSSource& source) const { return pin_.Holds(source); }
 

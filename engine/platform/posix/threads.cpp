@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <new>
 
+#include "engine/platform/faults.h"
 #include "engine/platform/linux/this_thread.h"
 #include "engine/platform/posix/crash/alternate_stack.h"
 
@@ -39,6 +40,7 @@ pthread_key_t number_of(const ThreadSlot* slot) {
 }  // namespace
 
 Thread* start_thread(const char* name, int priority, void (*entry)(void* argument), void* argument) {
+    if (fault_at(FaultPoint::THREAD)) return nullptr;
     auto* const thread = new (std::nothrow) Thread{.priority = priority, .entry = entry, .argument = argument};
     if (thread == nullptr) return nullptr;
     std::snprintf(thread->name, sizeof thread->name, "%s", name);

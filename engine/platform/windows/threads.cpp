@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "engine/platform/faults.h"
 #include "engine/platform/per_thread.h"
 #include "engine/platform/threads.h"
 #include "engine/platform/windows/crash_stack.h"
@@ -43,6 +44,7 @@ DWORD number_of(const ThreadSlot* slot) { return static_cast<DWORD>(reinterpret_
 }  // namespace
 
 Thread* start_thread(const char* name, int priority, void (*entry)(void* argument), void* argument) {
+    if (fault_at(FaultPoint::THREAD)) return nullptr;
     auto* const thread = new (std::nothrow) Thread{.entry = entry, .argument = argument};
     if (thread == nullptr) return nullptr;
     // Suspended until it has its name and priority, so that no step of it runs without them.

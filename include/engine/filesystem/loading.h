@@ -37,6 +37,14 @@ struct SFsLoadWish {
     void* user = nullptr;
 };
 
+/// Where the time of a load went, in microseconds.
+struct SFsLoadTimes {
+    std::uint64_t waited;   // until a worker took it
+    std::uint64_t opening;  // to find and open the file
+    std::uint64_t reading;  // to read and decode
+    std::uint64_t aside;    // for loads that come before, or for room among the library's blocks
+};
+
 /// One load on its way or ended.
 ///
 /// State     EFSRequestState and EFSRequestResult as of an SFsRequest: QUEUED, IN_PROGRESS, FINISHED.
@@ -56,6 +64,8 @@ struct SFsLoad {
     ENGINE_FS_API EFSRequestResult::TYPE Result() const;  // meaningful once FINISHED
     /// Why it FAILED or was CANCELLED: what fs::last_error would have told. Lives as long as the load; NONE before its end.
     ENGINE_FS_API const SFsError& Error() const;
+    /// What it waited and worked for; zeros before its end.
+    ENGINE_FS_API void Times(SFsLoadTimes& out) const;
 
     /// The bytes of a load that ended well: the caller's buffer or the library's block. Null before, and once taken.
     ENGINE_FS_API const void* Data() const;
