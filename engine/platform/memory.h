@@ -16,4 +16,8 @@ void* allocate_block(std::size_t size);
 void* grow_block(void* block, std::size_t old_size, std::size_t new_size);
 void free_block(void* block, std::size_t size);
 
+/// Has the system put memory behind a range, of any kind, in one go instead of at the first touch of each page: for what
+/// is about to be written. Where the system has no means nothing happens.
+void populate(void* range, std::size_t size);
+
 }  // namespace platform

@@ -1,6 +1,9 @@
 #include "engine/platform/memory.h"
 
 #include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdint>
 
 namespace platform {
 namespace {
@@ -24,5 +27,17 @@ void* grow_block(void* block, std::size_t old_size, std::size_t new_size) {
 }
 
 void free_block(void* block, std::size_t size) { ::munmap(block, size); }
+
+void populate(void* range, std::size_t size) {
+#ifdef MADV_POPULATE_WRITE
+    static const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
+    const std::uintptr_t begin = (reinterpret_cast<std::uintptr_t>(range) + page - 1) / page * page;
+    const std::uintptr_t end = (reinterpret_cast<std::uintptr_t>(range) + size) / page * page;
+    if (begin < end) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
+#else
+    static_cast<void>(range);
+    static_cast<void>(size);
+#endif
+}
 
 }  // namespace platform

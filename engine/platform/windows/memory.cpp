@@ -1,8 +1,8 @@
 #include "engine/platform/memory.h"
 
-#include <windows.h>
-
 #include <cstring>
+
+#include "engine/platform/windows/windows_api.h"
 
 namespace platform {
 
@@ -16,6 +16,9 @@ void* grow_block(void* block, std::size_t old_size, std::size_t new_size) {
     free_block(block, old_size);
     return larger;
 }
+
+// VirtualAlloc's pages come cheaply enough, and a heap's cannot be told from them.
+void populate(void*, std::size_t) {}
 
 void free_block(void* block, std::size_t) { VirtualFree(block, 0, MEM_RELEASE); }
 
