@@ -235,11 +235,11 @@ private:
     FS_NAME* list(const char* asked, const char* mask, Wanted wanted) {
         return guarded<FS_NAME*>(asked, nullptr, [&] {
             const NameList all(inner_->get_file_list(nullptr, mask, false));
-            NameCollector found;
+            NameList found;
             for (const FS_NAME* item = all.get(); item != nullptr; item = item->next) {
                 const std::string name = prefix_ + item->name;
                 const std::size_t split = name.rfind('/') + 1;
-                if (wanted(std::string_view(name).substr(0, split)) && !found.append("", name)) throw std::bad_alloc();
+                if (wanted(std::string_view(name).substr(0, split))) prepend(found, "", name);
             }
             return found.release();
         });
