@@ -1,8 +1,8 @@
 #include "engine/platform/memory.h"
 
-#include <cstring>
+#include <windows.h>
 
-#include "engine/platform/windows/windows_api.h"
+#include <cstring>
 
 namespace platform {
 
@@ -17,9 +17,8 @@ void* grow_block(void* block, std::size_t old_size, std::size_t new_size) {
     return larger;
 }
 
-// VirtualAlloc's pages come cheaply enough, and a heap's cannot be told from them.
-void populate(void*, std::size_t) {}
-
 void free_block(void* block, std::size_t) { VirtualFree(block, 0, MEM_RELEASE); }
+
+void populate(void*, std::size_t) {}
 
 }  // namespace platform
