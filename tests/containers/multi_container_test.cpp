@@ -19,6 +19,7 @@
 
 #include "engine/filesystem/containers/container_format.h"
 #include "engine/filesystem/containers/container_index.h"
+#include "tests/sources/pack/fixture.h"
 #include "tests/support/memory_source.h"
 #include "tests/support/mounted_root.h"
 
@@ -387,6 +388,24 @@ TEST_F(MultiContainerOnDisk, ABlobThatHasRottedStaysKnownAsRottenWhenTheRestIsCo
     ztl::vector<fs::string> report;
     EXPECT_FALSE(file.Verify(report));
     EXPECT_EQ(report.size(), 1u);
+}
+
+TEST_F(MultiContainerOnDisk, CompactingGivesBlobsThatShareBytesTheirOwn) {
+    const std::string data = packs::noise(1000, 1);
+    const auto blob = [&data](std::uint32_t hash, std::uint32_t at, std::uint32_t size) {
+        Entry entry = blob_at(container::data_offset + at, size, size);
+        entry.checksum = container::checksum(&data[at], size);
+        return container::Blob{hash, entry};
+    };
+    std::uint64_t directory_size = 0;
+    const std::string index = index_of({blob(1, 100, 300), blob(2, 150, 200), blob(3, 900, 50)}, directory_size);
+    directory_.write("a.mc", made_of(data, index, directory_size));
+    fs::refresh();
+    CFileHashMultiContainer file;
+    ASSERT_TRUE(file.Open("a.mc", true) && file.Compact());
+    EXPECT_EQ(everything(file), (Blobs{{{"c", 1}, data.substr(100, 300)},
+                                       {{"c", 2}, data.substr(150, 200)},
+                                       {{"c", 3}, data.substr(900, 50)}}));
 }
 
 TEST_F(MultiContainerOnDisk, KeepsBlobsBeyondFourGigabytes) {

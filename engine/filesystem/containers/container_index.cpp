@@ -133,7 +133,7 @@ IndexBytes encode(const std::vector<Part>& parts, Commit& commit) {
 
 bool Index::Load(IndexBytes bytes, const Commit& commit) {
     bytes_ = std::move(bytes);
-    containers_.clear();
+    containers.clear();
     if (checksum(bytes_.get(), commit.directory_size) != commit.directory_checksum) return false;
     const unsigned char* next = bytes_.get();
     std::uint64_t left = commit.directory_size;
@@ -146,8 +146,8 @@ bool Index::Load(IndexBytes bytes, const Commit& commit) {
         const unsigned char* const tail = next + 2 + length;
         const SavedPart saved(bytes_.get() + part, load_u32(tail), load_u32(tail + 4));
         if (saved.size() > commit.index_size - part) return false;
-        containers_.try_emplace(std::string(reinterpret_cast<const char*>(next + 2), length), saved,
-                                commit.index_offset);
+        containers.try_emplace(std::string(reinterpret_cast<const char*>(next + 2), length), saved,
+                               commit.index_offset);
         part += saved.size();
         next += record_size;
         left -= record_size;
@@ -155,38 +155,16 @@ bool Index::Load(IndexBytes bytes, const Commit& commit) {
     return true;
 }
 
-std::optional<std::vector<Part>> Index::Parts() const {
-    std::vector<Part> parts;
-    parts.reserve(containers_.size());
-    for (const auto& [name, container] : containers_) {
-        if (!container.IsSound()) return std::nullopt;
-        parts.push_back({name, container.Blobs()});
-    }
-    return parts;
-}
-
-const Container* Index::Find(std::string_view name) const {
-    const auto place = containers_.find(name);
-    return place != containers_.end() ? &place->second : nullptr;
-}
-
 void Index::Put(std::string_view name, std::uint32_t hash, const Entry& entry) {
-    auto place = containers_.find(name);
-    const bool is_new = place == containers_.end();
-    if (is_new) place = containers_.try_emplace(std::string(name)).first;
+    auto place = containers.find(name);
+    const bool is_new = place == containers.end();
+    if (is_new) place = containers.try_emplace(std::string(name)).first;
     try {
         place->second.Put(hash, entry);
     } catch (...) {  // a container that the blob alone called for goes again
-        if (is_new) containers_.erase(place);
+        if (is_new) containers.erase(place);
         throw;
     }
-}
-
-bool Index::Remove(std::string_view name) {
-    const auto place = containers_.find(name);
-    if (place == containers_.end()) return false;
-    containers_.erase(place);
-    return true;
 }
 
 }  // namespace container

@@ -88,22 +88,15 @@ IndexBytes encode(const std::vector<Part>& parts, Commit& commit);
 /// All containers of a file.
 class Index {
 public:
-    using Containers = std::map<std::string, Container, std::less<>>;
-
     /// Takes over the bytes of a saved index. False when its directory is damaged.
     bool Load(IndexBytes bytes, const Commit& commit);
-    /// All that there is; nothing when the saved part of a container is damaged. The names live as long as the index.
-    std::optional<std::vector<Part>> Parts() const;
-
-    const Container* Find(std::string_view name) const;
     /// Adds or replaces a blob, and makes its container when it is missing; an entry of offset 0 takes the blob away.
     void Put(std::string_view name, std::uint32_t hash, const Entry& entry);
-    bool Remove(std::string_view name);
-    const Containers& all() const { return containers_; }
+
+    std::map<std::string, Container, std::less<>> containers;
 
 private:
     IndexBytes bytes_;
-    Containers containers_;
 };
 
 }  // namespace container

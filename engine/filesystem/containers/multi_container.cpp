@@ -21,8 +21,10 @@ using container::Entry;
 using container::MultiFile;
 
 struct CFileHashMultiContainer::State {
-    mutable mt::CSlimLock lock;       // guards `file`: fetching and listing hold it shared
-    std::unique_ptr<MultiFile> file;  // null while none is open
+    bool is_open() const { return file != nullptr && file->IsOpen(); }  // compacting may have closed it
+
+    mutable mt::CSlimLock lock;  // guards `file`: fetching and listing hold it shared
+    std::unique_ptr<MultiFile> file;
 };
 
 namespace {
@@ -48,9 +50,8 @@ bool with_lock(State* state, const Work& work) {
 template <class Guard, class State, class Work>
 bool with_file(State* state, const Work& work) {
     return with_lock<Guard>(state, [&](State& locked) {
-        if (locked.file == nullptr)
-            return fs::refuse(EFSError::INVALID_ARGUMENT, "", "No multi-container file is open.");
-        return work(*locked.file);
+        return locked.is_open() ? work(*locked.file)
+                                : fs::refuse(EFSError::INVALID_ARGUMENT, "", "No multi-container file is open.");
     });
 }
 
@@ -109,7 +110,7 @@ void CFileHashMultiContainer::Close() {
 }
 
 bool CFileHashMultiContainer::IsOpen() const {
-    return with_lock<Shared>(state_.get(), [](const State& state) { return state.file != nullptr; });
+    return with_lock<Shared>(state_.get(), [](const State& state) { return state.is_open(); });
 }
 
 bool CFileHashMultiContainer::Put(const char* name, std::uint32_t hash, const void* data, std::uint64_t size,
@@ -181,8 +182,8 @@ bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, void* 
 void CFileHashMultiContainer::ListContainers(ztl::vector<fs::string>& out) const {
     out.clear();
     const bool is_listed = with_lock<Shared>(state_.get(), [&](const State& state) {
-        if (state.file == nullptr) return true;
-        for (const auto& named : state.file->index().all()) out.push_back(named.first);
+        if (!state.is_open()) return true;
+        for (const auto& named : state.file->index().containers) out.push_back(named.first);
         return true;
     });
     if (!is_listed) out.clear();
@@ -210,20 +211,14 @@ bool CFileHashMultiContainer::Save() {
 }
 
 bool CFileHashMultiContainer::Compact() {
-    return with_lock<Exclusive>(state_.get(), [](State& state) {
-        if (state.file == nullptr)
-            return fs::refuse(EFSError::INVALID_ARGUMENT, "", "No multi-container file is open.");
-        const bool done = state.file->IsWritable() && state.file->Compact();
-        if (!state.file->IsOpen()) state.file.reset();
-        return done;
-    });
+    return change(state_.get(), [](MultiFile& file) { return file.Compact(); });
 }
 
 bool CFileHashMultiContainer::Verify(ztl::vector<fs::string>& report) const {
     return look(state_.get(), [&](const MultiFile& file) {
         const std::size_t before = report.size();
         ztl::vector<unsigned char> bytes;
-        for (const auto& [name, found] : file.index().all()) {
+        for (const auto& [name, found] : file.index().containers) {
             if (!found.IsSound()) {
                 report.push_back("container \"" + name + "\": its index is damaged");
                 continue;

@@ -95,12 +95,12 @@ bool MultiFile::IsWritable() const {
 }
 
 const Container* MultiFile::FindSound(std::string_view name) const {
-    const Container* const found = index_.Find(name);
-    if (found == nullptr) {
+    const auto found = index_.containers.find(name);
+    if (found == index_.containers.end()) {
         Fail(EFSError::NOT_FOUND, "The multi-container has no container of this name.");
         return nullptr;
     }
-    if (found->IsSound()) return found;
+    if (found->second.IsSound()) return &found->second;
     Fail(EFSError::BAD_FORMAT, "The index of the container is damaged.");
     return nullptr;
 }
@@ -140,8 +140,8 @@ bool MultiFile::Count(SMultiContainerStats& stats) const {
 }
 
 bool MultiFile::Put(std::string_view name, std::uint32_t hash, Entry entry, const void* stored) {
-    const Container* const known = index_.Find(name);
-    if (known != nullptr && !known->IsSound())
+    const auto known = index_.containers.find(name);
+    if (known != index_.containers.end() && !known->second.IsSound())
         return Fail(EFSError::BAD_FORMAT, "The index of the container is damaged.");
     if (!file_.Append(stored, entry.stored_size)) return false;
     entry.offset = file_.End() - entry.stored_size;
@@ -158,15 +158,25 @@ bool MultiFile::Remove(std::string_view name, std::uint32_t hash) {
 }
 
 bool MultiFile::RemoveContainer(std::string_view name) {
-    if (!index_.Remove(name)) return Fail(EFSError::NOT_FOUND, "The multi-container has no container of this name.");
+    const auto found = index_.containers.find(name);
+    if (found == index_.containers.end())
+        return Fail(EFSError::NOT_FOUND, "The multi-container has no container of this name.");
+    index_.containers.erase(found);
     is_changed_ = true;
     return true;
 }
 
 /// Saving a damaged container would give it a good checksum.
 std::optional<std::vector<Part>> MultiFile::Parts() const {
-    std::optional<std::vector<Part>> parts = index_.Parts();
-    if (!parts) Fail(EFSError::BAD_FORMAT, "A container of the file is damaged.");
+    std::vector<Part> parts;
+    parts.reserve(index_.containers.size());
+    for (const auto& [name, container] : index_.containers) {
+        if (!container.IsSound()) {
+            Fail(EFSError::BAD_FORMAT, "A container of the file is damaged.");
+            return std::nullopt;
+        }
+        parts.push_back({name, container.Blobs()});
+    }
     return parts;
 }
 

@@ -53,6 +53,7 @@ private:
     bool ReadHead(std::optional<Commit>& newest) const;
     bool Empty();
     bool WriteRecord(const Commit& commit);
+    /// All that there is; nothing when the saved part of a container is damaged. The names live as long as the index.
     std::optional<std::vector<Part>> Parts() const;
     bool Replace(const char* native, const char* partial, std::uint64_t new_end);
 

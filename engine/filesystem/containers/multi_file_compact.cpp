@@ -2,6 +2,7 @@
 // NAME.new, which takes the old one's place when it is whole and on the disk.
 
 #include <algorithm>
+#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,73 +17,39 @@
 namespace container {
 namespace {
 
-constexpr std::uint64_t piece_size = 256u << 10;  // read and written from the processor's cache
-constexpr std::uint64_t largest_gap = 32u << 10;  // reading over it costs less than one more call
+constexpr std::uint64_t window_size = 256u << 10;  // read and written from the processor's cache
 
-/// Copies blobs to the end of a file, and says in them where they lie then.
-class Mover {
-public:
-    Mover(const File& from, File& to) : from_(from), to_(to), buffer_(piece_size) {}
-
-    bool Move(std::vector<Part>& parts) {
-        for (Part& part : parts)
-            for (Blob& blob : part.blobs) order_.push_back(&blob.entry);
-        std::ranges::sort(order_, {}, &Entry::offset);
-        for (std::size_t first = 0; first < order_.size();) {
-            const std::size_t last = SpanEnd(first);
-            if (!(last == first ? MoveLarge(*order_[first]) : MoveSpan(first, last))) return false;
-            first = std::max(last, first + 1);
-        }
-        return true;
-    }
-
-private:
-    /// The blobs from `first` on that one read fetches; `first` itself when it does not even fetch that one.
-    std::size_t SpanEnd(std::size_t first) const {
-        const std::uint64_t start = order_[first]->offset;
-        std::uint64_t end = start;
-        std::size_t last = first;
-        for (; last < order_.size(); ++last) {
-            const Entry& next = *order_[last];
-            if (next.offset < end || next.offset - end > largest_gap) break;
-            if (next.offset - start > piece_size || next.stored_size > piece_size - (next.offset - start)) break;
-            end = next.offset + next.stored_size;
-        }
-        return last;
-    }
-
-    bool MoveSpan(std::size_t first, std::size_t last) {
-        const std::uint64_t start = order_[first]->offset;
-        const std::uint64_t end = order_[last - 1]->offset + order_[last - 1]->stored_size;
-        if (!from_.Read(buffer_.data(), end - start, start)) return false;
-        std::uint64_t kept = 0;
-        for (std::size_t i = first; i < last; ++i) {
-            Entry& blob = *order_[i];
-            const std::uint64_t place = blob.offset - start;
-            if (place != kept) std::copy_n(buffer_.data() + place, blob.stored_size, buffer_.data() + kept);
-            blob.offset = to_.End() + kept;
-            kept += blob.stored_size;
-        }
-        return to_.AppendAtOnce(buffer_.data(), kept);
-    }
-
-    bool MoveLarge(Entry& blob) {
-        const std::uint64_t target = to_.End();
-        for (std::uint64_t done = 0; done < blob.stored_size;) {
-            const std::uint64_t size = std::min(piece_size, blob.stored_size - done);
-            if (!from_.Read(buffer_.data(), size, blob.offset + done)) return false;
-            if (!to_.AppendAtOnce(buffer_.data(), size)) return false;
+/// Copies blobs to the end of a file, and says in them where they lie then. What one read fetches is closed up in memory
+/// and written at once.
+bool move_blobs(std::vector<Part>& parts, const File& from, File& to) {
+    std::vector<Entry*> order;
+    for (Part& part : parts)
+        for (Blob& blob : part.blobs) order.push_back(&blob.entry);
+    std::ranges::sort(order, {}, &Entry::offset);
+    std::vector<unsigned char> window(window_size);
+    std::uint64_t start = 0;  // where in `from` the window begins
+    std::uint64_t held = 0;
+    std::uint64_t kept = 0;  // bytes at its front that wait for being written
+    for (Entry* const blob : order) {
+        const std::uint64_t target = to.End() + kept;
+        for (std::uint64_t done = 0; done < blob->stored_size;) {
+            const std::uint64_t next = blob->offset + done;
+            if (next < start + kept || next - start >= held) {
+                if (!to.AppendAtOnce(window.data(), kept)) return false;
+                kept = 0;
+                start = next;
+                held = std::min(window_size, from.End() - start);
+                if (!from.Read(window.data(), held, start)) return false;
+            }
+            const std::uint64_t size = std::min(start + held - next, blob->stored_size - done);
+            std::memmove(window.data() + kept, window.data() + (next - start), size);
+            kept += size;
             done += size;
         }
-        blob.offset = target;
-        return true;
+        blob->offset = target;
     }
-
-    const File& from_;
-    File& to_;
-    std::vector<unsigned char> buffer_;
-    std::vector<Entry*> order_;
-};
+    return to.AppendAtOnce(window.data(), kept);
+}
 
 /// Removes a file that we made, unless it was put in its place.
 struct Partial {
@@ -121,7 +88,7 @@ bool MultiFile::Compact() {
     fresh.SetEnd(data_offset);
     Commit commit{.sequence = commit_.sequence + 1};
     // A blob that has rotted keeps its checksum, so moving gives it no second life.
-    if (!Mover(file_, fresh).Move(*parts)) return false;
+    if (!move_blobs(*parts, file_, fresh)) return false;
     IndexBytes bytes = append_index(fresh, *parts, commit);
     if (bytes == nullptr || !fresh.WriteAt(head_of(commit).data(), data_offset, 0)) return false;
     Index index;

@@ -7,66 +7,56 @@
 
 namespace fs {
 
-EntryCheckpoints::EntryCheckpoints(std::uint32_t entry, std::uint32_t size, std::atomic<std::uint64_t>& total,
-                                   std::uint64_t most)
-    : total_(total), most_(most), entry_(entry) {
-    const std::uint32_t blocks = size / EntryReader::block_size;
-    while (blocks / interval_ > most_kept) interval_ *= 2;
-    kept_.resize(blocks / interval_ + 1);
-}
-
-EntryCheckpoints::~EntryCheckpoints() { total_ -= held_; }
-
-bool EntryCheckpoints::wants(std::uint32_t number) {
-    const platform::LockGuard guard(lock_);
-    return number != 0 && number % interval_ == 0 && number / interval_ < kept_.size() &&
-           !kept_[number / interval_].state;
-}
-
-void EntryCheckpoints::add(std::uint32_t number, EntryCheckpoint checkpoint) {
-    const std::uint64_t bytes = checkpoint.state->bytes();
-    const platform::LockGuard guard(lock_);
-    EntryCheckpoint& place = kept_[number / interval_];
-    if (place.state) return;
-    if (total_.fetch_add(bytes) + bytes > most_) {
-        total_ -= bytes;
-        return;
-    }
-    held_ += bytes;
-    place = std::move(checkpoint);
-}
-
-EntryCheckpoint EntryCheckpoints::find(std::uint32_t number, std::uint32_t after, std::uint32_t& found) {
-    const platform::LockGuard guard(lock_);
-    std::size_t i = std::min<std::size_t>(number / interval_, kept_.size() - 1);
-    while (i > 0 && !kept_[i].state) --i;
-    found = static_cast<std::uint32_t>(i) * interval_;
-    return found > after ? kept_[i] : EntryCheckpoint{};
-}
-
 std::shared_ptr<EntryCheckpoints> PackCheckpoints::of(std::uint32_t entry, std::uint32_t size) {
-    if (size / EntryReader::block_size <= EntryCheckpoints::base_interval) return nullptr;
+    const std::uint32_t blocks = size / EntryReader::block_size;
+    if (blocks <= base_interval) return nullptr;
     const platform::LockGuard guard(lock_);
-    const auto same = [entry](const auto& set) { return set->entry() == entry; };
-    const auto found = std::find_if(sets_.begin(), sets_.end(), same);
+    const auto found = std::ranges::find(sets_, entry, &EntryCheckpoints::entry);
     if (found != sets_.end()) {
         std::rotate(found, found + 1, sets_.end());
         return sets_.back();
     }
     make_room();
-    sets_.push_back(std::make_shared<EntryCheckpoints>(entry, size, total_, most_bytes));
+    const std::uint32_t interval = std::max(base_interval, blocks / most_kept + 1);
+    sets_.push_back(std::make_shared<EntryCheckpoints>(
+        EntryCheckpoints{entry, interval, std::vector<EntryCheckpoint>(blocks / interval + 1)}));
     return sets_.back();
 }
 
 /// When most of the memory is taken, gives up the sets that no open file uses, the longest unused first.
 void PackCheckpoints::make_room() {
-    for (std::size_t i = 0; i < sets_.size() && total_ > most_bytes / 2;) {
-        if (sets_[i].use_count() == 1) {
-            sets_.erase(sets_.begin() + static_cast<std::ptrdiff_t>(i));
-        } else {
-            ++i;
+    for (auto set = sets_.begin(); set != sets_.end() && held_ > most_bytes / 2;) {
+        if (set->use_count() != 1) {
+            ++set;
+            continue;
         }
+        for (const EntryCheckpoint& kept : (*set)->kept) held_ -= kept.state ? kept.state->bytes() : 0;
+        set = sets_.erase(set);
     }
+}
+
+bool PackCheckpoints::wants(const EntryCheckpoints& set, std::uint32_t number) {
+    if (number == 0 || number % set.interval != 0 || number / set.interval >= set.kept.size()) return false;
+    const platform::LockGuard guard(lock_);
+    return !set.kept[number / set.interval].state;
+}
+
+void PackCheckpoints::add(EntryCheckpoints& set, std::uint32_t number, EntryCheckpoint checkpoint) {
+    const std::uint64_t bytes = checkpoint.state->bytes();
+    const platform::LockGuard guard(lock_);
+    EntryCheckpoint& place = set.kept[number / set.interval];
+    if (place.state || held_ + bytes > most_bytes) return;
+    held_ += bytes;
+    place = std::move(checkpoint);
+}
+
+EntryCheckpoint PackCheckpoints::find(const EntryCheckpoints& set, std::uint32_t number, std::uint32_t after,
+                                      std::uint32_t& found) {
+    const platform::LockGuard guard(lock_);
+    std::size_t i = std::min<std::size_t>(number / set.interval, set.kept.size() - 1);
+    while (i > 0 && !set.kept[i].state) --i;
+    found = static_cast<std::uint32_t>(i) * set.interval;
+    return found > after ? set.kept[i] : EntryCheckpoint{};
 }
 
 }  // namespace fs

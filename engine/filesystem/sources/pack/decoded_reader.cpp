@@ -19,11 +19,12 @@ std::unique_ptr<EntryReader> EntryReader::create(PackArchive& archive, std::uint
 DecodedReader::DecodedReader(PackArchive& archive, std::uint32_t entry, const PackedData& data)
     : input_(archive.store(), data),
       decoder_(data.method == EFSPackMethod::ZSTD ? make_zstd_decoder() : make_inflater()),
-      bytes_(new std::uint8_t[std::size_t{2} * block_size]) {
+      bytes_(new std::uint8_t[std::size_t{2} * block_size]),
+      checkpoints_(archive.checkpoints()) {
     if (data.method == EFSPackMethod::ZSTD) {
         load_frames(data.size);
     } else {
-        checkpoints_ = archive.checkpoints().of(entry, data.size);
+        own_checkpoints_ = checkpoints_.of(entry, data.size);
     }
 }
 
@@ -77,10 +78,11 @@ void DecodedReader::approach(std::uint64_t position) {
 /// than decoding on.
 bool DecodedReader::jump(std::uint64_t number, std::uint64_t after) {
     if (!frames_.starts.empty()) return jump_to_frame(number, after);
-    if (!checkpoints_) return false;
+    if (!own_checkpoints_) return false;
     std::uint32_t found = 0;
     const auto last_passed = static_cast<std::uint32_t>(after == no_block ? 0 : after);
-    const EntryCheckpoint checkpoint = checkpoints_->find(static_cast<std::uint32_t>(number), last_passed, found);
+    const EntryCheckpoint checkpoint =
+        checkpoints_.find(*own_checkpoints_, static_cast<std::uint32_t>(number), last_passed, found);
     if (!checkpoint.state) return false;
     start_at(found, checkpoint.consumed, checkpoint.state.get());
     return true;
@@ -121,10 +123,10 @@ void DecodedReader::enter_next_block() {
 /// At the beginning of the current block.
 void DecodedReader::leave_checkpoint() {
     const auto number = static_cast<std::uint32_t>(blocks_[current_].number);
-    if (!checkpoints_ || tainted_ || !checkpoints_->wants(number)) return;
+    if (!own_checkpoints_ || tainted_ || !checkpoints_.wants(*own_checkpoints_, number)) return;
     try {
         EntryCheckpoint checkpoint{.state = decoder_->save(), .consumed = loaded_ - static_cast<std::uint32_t>(left_)};
-        if (checkpoint.state) checkpoints_->add(number, std::move(checkpoint));
+        if (checkpoint.state) checkpoints_.add(*own_checkpoints_, number, std::move(checkpoint));
     } catch (const std::bad_alloc&) {  // then a seek will take longer
     }
 }

@@ -45,8 +45,9 @@ private:
 
     PackedBytes input_;
     const std::unique_ptr<Decoder> decoder_;
-    const std::unique_ptr<std::uint8_t[]> bytes_;    // of both blocks
-    std::shared_ptr<EntryCheckpoints> checkpoints_;  // null for an entry that is small or has frames
+    const std::unique_ptr<std::uint8_t[]> bytes_;  // of both blocks
+    PackCheckpoints& checkpoints_;
+    std::shared_ptr<EntryCheckpoints> own_checkpoints_;  // null for an entry that is small or has frames
     ZstdSeekTable frames_;
     Block blocks_[2];
     unsigned current_ = 0;

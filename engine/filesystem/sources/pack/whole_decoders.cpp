@@ -24,10 +24,8 @@ struct WholeDecoders::Worker {
         if (data.offset > store.length() || data.packed_size > store.length() - data.offset) return nullptr;
         if (data.packed_size > capacity) {
             packed.reset();
-            capacity = 0;
-            const std::size_t rounded = (data.packed_size + std::size_t{0xFFFF}) & ~std::size_t{0xFFFF};
-            packed.reset(new std::uint8_t[rounded]);
-            capacity = rounded;
+            capacity = std::size_t{data.packed_size | 0xFFFF} + 1;
+            packed.reset(new std::uint8_t[capacity]);  // what throws ends this worker
         }
         const ErrorKeeper keep;  // whether the blocks fail too is what counts
         return store.read(data.offset, packed.get(), data.packed_size) == data.packed_size ? packed.get() : nullptr;
