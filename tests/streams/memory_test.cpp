@@ -4,6 +4,8 @@
 #include <cstring>
 #include <memory>
 
+#include <engine/filesystem/contract/error.h>
+
 #include "kit.h"
 
 namespace {
@@ -72,8 +74,11 @@ TEST(InMemoryFile, ServesItsBlock) {
     EXPECT_EQ(file->read(buffer, 8), 0u);
     EXPECT_EQ(file->length(), 5u);
     EXPECT_FALSE(file->seek(1, EFSSeek::CURRENT));
+    fs::clear_error();
     EXPECT_EQ(file->write("x", 1), UINT64_MAX);
+    EXPECT_EQ(fs::last_error().code, EFSError::UNSUPPORTED);
     EXPECT_EQ(FileInMemory(nullptr, 0).read(buffer, 1), UINT64_MAX);
+    EXPECT_EQ(fs::last_error().code, EFSError::INVALID_ARGUMENT);
 }
 
 }  // namespace
