@@ -237,23 +237,4 @@ TEST_P(EveryStream, TellsAFailedReadFromTheEndAndGoesOnBehindIt) {
     EXPECT_TRUE(read == data);
 }
 
-TEST_P(EveryStream, TellsOfAFullDiskAtCloseAtTheLatest) {
-    if (!is(Kind::DISK)) return;
-    const std::string data = sample_bytes(20000);
-    for (const bool is_full : {true, false}) {
-        const Stream out = writer();
-        if (is_full) platform::inject_fault(FaultPoint::WRITE, 1, Failure::DISK_FULL, true);
-        bool told = false;
-        for (std::size_t at = 0; at < data.size(); at += 1000) {
-            fs::clear_error();
-            if (out->write(data.data() + at, 1000) != 1000) told = fs::last_error().code == EFSError::DISK_FULL;
-        }
-        fs::clear_error();
-        out->close();
-        EXPECT_EQ(told || fs::last_error().code == EFSError::DISK_FULL, is_full);
-        platform::clear_faults();
-    }
-    EXPECT_TRUE(storage.directory.read("file.bin") == data) << "also after the failure of another";
-}
-
 }  // namespace

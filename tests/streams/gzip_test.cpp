@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <engine/filesystem/contract/error.h>
+#include <engine/filesystem/streams/file.h>
 
+#include "../support/temp_directory.h"
 #include "kit.h"
 
 using namespace std::string_literals;
@@ -25,6 +27,24 @@ TEST_F(Gzip, WritesAHeaderRawDeflateAndATrailer) {
     const std::string header = "\x1F\x8B\x08\0\0\0\0\0\0\x0B"s;
     EXPECT_EQ(gzip_member_of("abc"), header + "\x4B\x4C\x4A\x06\0\xC2\x41\x24\x35\x03\0\0\0"s);
     EXPECT_EQ(gzip_member_of(""), header + "\x03\0"s + std::string(8, '\0'));
+}
+
+TEST_F(Gzip, MembersGoBothWaysBetweenUsAndZlib) {
+    const TempDirectory directory;
+    const std::string path = directory / "a.gz";
+    fs::file_native file;
+    for (const std::string& plain : {std::string(), std::string("abc"), mixed_text(300000)}) {
+        directory.write("a.gz", gzip_member_of(plain));
+        ASSERT_TRUE(file.open(path.c_str(), EFSMode::READ, FFSOpenFlags::GZIP));
+        EXPECT_TRUE(read_all(file) == plain) << plain.size();
+        file.close();
+        ASSERT_TRUE(file.open(path.c_str(), EFSMode::WRITE, FFSOpenFlags::GZIP_LEVEL1));
+        EXPECT_EQ(file.write(plain.data(), plain.size()), plain.size());
+        file.close();
+        ASSERT_TRUE(start_reading(directory.read("a.gz"), true));
+        EXPECT_TRUE(read_all(stream) == plain) << plain.size();
+        EXPECT_TRUE(stream.check_zip_crc());
+    }
 }
 
 TEST_F(Gzip, WritingCountsPlainBytesAndSeeksForwardOnly) {
