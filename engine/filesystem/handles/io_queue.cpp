@@ -77,10 +77,9 @@ void IOQueue::TakeOut(Request& request) {
     if (from->second.empty()) waiting_.erase(from);
 }
 
-/// Waits until the worker is done with the read in hand, its callback included, if that is one that `busy` means.
-template <typename Busy>
-void IOQueue::WaitForWorker(std::unique_lock<platform::Mutex>& guard, Busy busy) {
-    if (OnWorker() || in_hand_ == nullptr || !busy(*in_hand_)) return;
+/// Waits until the worker is done with the read in hand, its callback included.
+void IOQueue::WaitForWorker(std::unique_lock<platform::Mutex>& guard) {
+    if (OnWorker()) return;
     changed_.wait(guard, [this, before = ended_] { return ended_ != before; });
 }
 
@@ -95,7 +94,7 @@ void IOQueue::Cancel(Request& request) {
         return;
     }
     if (found == EFSRequestState::IN_PROGRESS) request.file->file.cancel();
-    WaitForWorker(guard, [&request](const Request& busy) { return &busy == &request; });
+    if (in_hand_ == &request) WaitForWorker(guard);
 }
 
 void IOQueue::Abandon(const QueuedFile& file) {
@@ -122,7 +121,7 @@ void IOQueue::Abandon(const QueuedFile& file) {
         request->Release();
     }
     guard.lock();
-    WaitForWorker(guard, [&file](const Request& busy) { return busy.file == &file; });
+    if (in_hand_ != nullptr && in_hand_->file == &file) WaitForWorker(guard);
 }
 
 void IOQueue::Stop() {

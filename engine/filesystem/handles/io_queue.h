@@ -50,8 +50,7 @@ private:
 
     // With lock_ held.
     void TakeOut(Request& request);
-    template <typename Busy>
-    void WaitForWorker(std::unique_lock<platform::Mutex>& guard, Busy busy);
+    void WaitForWorker(std::unique_lock<platform::Mutex>& guard);
 
     platform::Mutex lock_;                 // guards all up to stopping_
     platform::ConditionVariable changed_;  // something is queued, the read in hand has ended, or the queue stops
