@@ -245,6 +245,20 @@ TEST_F(ReadQueue, CancellingRacesCompletionAndReturnsAfterTheOneCallback) {
     second.join();
 }
 
+// Whoever asked for the state and queued at once used to be woken by the event of the read before.
+TEST_F(ReadQueue, ARequestThatIsPolledServesAgainAfterItsEvent) {
+    const RequestPtr request(SFsRequest::Create(nullptr, nullptr));
+    for (int i = 0; i < 20000; ++i) {
+        while (!Queue(request)) std::this_thread::yield();
+        if (i % 2 == 0) {
+            while (request->State() != EFSRequestState::FINISHED) std::this_thread::yield();
+        } else {
+            ASSERT_TRUE(request->Wait(long_wait_ms));
+            ASSERT_EQ(request->State(), EFSRequestState::FINISHED) << i;
+        }
+    }
+}
+
 TEST_F(ReadQueue, SynchronousReadsAndSeeksKeepToTheLengthAtOpening) {
     for (const FFSOpenFlags::FLAGS flags : {FFSOpenFlags::ASYNC, FFSOpenFlags::ASYNC_UNBUFFERED}) {
         SCOPED_TRACE(flags);

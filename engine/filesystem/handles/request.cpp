@@ -2,25 +2,10 @@
 
 #include "engine/filesystem/contract/guarded.h"
 
-bool Request::IsFree() const {
-    const EFSRequestState::TYPE state = State();
-    return state != EFSRequestState::QUEUED && state != EFSRequestState::IN_PROGRESS &&
-           !is_being_read_.load(std::memory_order_acquire);
-}
-
 void Request::BeginQueued() {
+    was_queued_.store(true, std::memory_order_relaxed);
     if (State() == EFSRequestState::FINISHED) event_.Reset();
     status_.Set(EFSRequestState::QUEUED);
-}
-
-void Request::BeginProgress() {
-    is_being_read_.store(true, std::memory_order_relaxed);
-    status_.Set(EFSRequestState::IN_PROGRESS);
-}
-
-void Request::EndProgress(EFSRequestResult::TYPE result) {
-    is_being_read_.store(false, std::memory_order_release);
-    status_.EndProgress(result);
 }
 
 void Request::FinishEmpty() {

@@ -21,12 +21,12 @@ public:
     static Request& Of(SFsRequest* request) { return *static_cast<Request*>(request); }
     static const Request& Of(const SFsRequest* request) { return *static_cast<const Request*>(request); }
 
-    /// Whether it may serve the next read: not while it is on its way, nor until a cancelled read has ended.
-    bool IsFree() const;
+    /// Whether it may serve the next read: FINISHED is not enough, since the event of the last one may still be to come.
+    bool IsFree() { return !was_queued_.load(std::memory_order_relaxed) || event_.Wait(0); }
     void BeginQueued();
-    void BeginProgress();
+    void BeginProgress() { status_.Set(EFSRequestState::IN_PROGRESS); }
     /// To FINISHED with this result, unless it was cancelled meanwhile.
-    void EndProgress(EFSRequestResult::TYPE result);
+    void EndProgress(EFSRequestResult::TYPE result) { status_.EndProgress(result); }
     /// To FINISHED and CANCELLED from whatever state, which is returned.
     EFSRequestState::TYPE Cancel() { return status_.Cancel(); }
     /// To FINISHED and SUCCESS without a read.
@@ -54,6 +54,6 @@ private:
     void* const user_;
     mt::CEvent event_{true};
     RequestStatus status_{EFSRequestState::IDLE};
-    std::atomic<bool> is_being_read_{false};
+    std::atomic<bool> was_queued_{false};
     std::atomic<std::uint32_t> references_{1};
 };
