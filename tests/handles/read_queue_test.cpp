@@ -14,6 +14,7 @@
 
 #include "engine/filesystem/contract/file_ptr.h"
 #include "engine/filesystem/handles/queue_slots.h"
+#include "engine/platform/faults.h"
 #include "tests/support/temp_directory.h"
 
 namespace {
@@ -117,6 +118,20 @@ TEST_F(ReadQueue, TellsHowEachReadEnded) {
     }
     file_->cancel_async(request.get());
     EXPECT_EQ(request->Result(), EFSRequestResult::CANCELLED) << "even when it was done";
+}
+
+// An unbuffered read that failed behind its first piece used to be told as a success.
+TEST_F(ReadQueue, APartThatEndsBeforeTheFileDoesIsAFailure) {
+    path_ = directory_.write("large.bin", std::string(3 << 20, 'x'));
+    const FilePtr file = Open(FFSOpenFlags::ASYNC_UNBUFFERED);
+    std::string got(2 << 20, '\0');
+    const RequestPtr request = make_request(note_);
+    platform::inject_fault(platform::FaultPoint::READ, 2, platform::Failure::OTHER, false);
+    ASSERT_TRUE(file->read_async(got.data(), 1, got.size(), request.get(), 0));
+    EXPECT_TRUE(request->Wait(long_wait_ms));
+    const bool struck = platform::fault_hits() != 0;  // where the disk reads unbuffered, unaligned bytes come in pieces
+    platform::clear_faults();
+    EXPECT_EQ(request->Result(), struck ? EFSRequestResult::FAILED : EFSRequestResult::SUCCESS);
 }
 
 TEST_F(ReadQueue, ServesHigherPrioritiesFirstAndEqualsInTheirOrder) {
