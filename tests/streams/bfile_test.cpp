@@ -66,11 +66,16 @@ TEST_F(BufferedNative, KeepsWhatCouldNotBeWrittenAndTellsOfIt) {
     stream.close();
     EXPECT_EQ(directory.read("file.bin"), bytes);
 
-    ASSERT_TRUE(stream.open(path.c_str(), EFSMode::READ_WRITE));
-    stream.write("x", 1);
-    platform::inject_fault(platform::FaultPoint::WRITE, 1, platform::Failure::DISK_FULL, true);
-    stream.close();
-    EXPECT_TRUE(stream.failed()) << "also after close";
+    for (const auto point : {platform::FaultPoint::WRITE, platform::FaultPoint::SET_END}) {
+        ASSERT_TRUE(stream.open(path.c_str(), EFSMode::READ_WRITE));
+        stream.write("x", 1);
+        platform::inject_fault(point, 1, platform::Failure::DISK_FULL, true);
+        stream.set_eof();
+        EXPECT_TRUE(stream.failed());
+        stream.close();
+        EXPECT_TRUE(stream.failed()) << "also after close";
+        platform::clear_faults();
+    }
 }
 
 }  // namespace
