@@ -1,9 +1,11 @@
 #include <gmock/gmock.h>
 
+#include <functional>
+
 #include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/streams/cached.h>
 
-#include "recording_file.h"
+#include "kit.h"
 
 using testing::ElementsAre;
 
@@ -17,14 +19,14 @@ std::string read_string(fs::ifile& stream, std::size_t size) {
 }
 
 TEST(CachedReader, FetchesEachBlockOnceAsSoonAsTheOneBeforeIsUsedUp) {
-    FileRecord record{.bytes = sample_bytes(10000)};
+    FileRecord record(sample_bytes(10000));
     fs::cachedrdfile stream(4096);
     ASSERT_TRUE(stream.open_from_handle(new RecordingFile(record)));
     EXPECT_EQ(read_string(stream, 4095).size(), 4095u);
     EXPECT_EQ(record.reads.size(), 1u);
-    EXPECT_EQ(read_string(stream, 1), record.bytes.substr(4095, 1));
+    EXPECT_EQ(read_string(stream, 1), record.bytes->substr(4095, 1));
     EXPECT_EQ(record.reads.size(), 2u);
-    EXPECT_EQ(read_string(stream, 10000), record.bytes.substr(4096));
+    EXPECT_EQ(read_string(stream, 10000), record.bytes->substr(4096));
     EXPECT_EQ(read_string(stream, 1), "");
     EXPECT_THAT(record.reads, ElementsAre(4096, 4096, 4096));
 }
@@ -54,7 +56,7 @@ TEST(CachedReader, SeeksByTheseRules) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
-        FileRecord record{.bytes = sample_bytes(10000)};
+        FileRecord record(sample_bytes(10000));
         fs::cachedrdfile stream(4096);
         ASSERT_TRUE(stream.open_from_handle(new RecordingFile(record)));
         read_string(stream, 10);
@@ -62,12 +64,13 @@ TEST(CachedReader, SeeksByTheseRules) {
         EXPECT_EQ(stream.seek(row.offset, row.origin), row.result);
         EXPECT_EQ(stream.tell(), row.position);
         EXPECT_EQ(record.reads.size(), row.fetches);
-        EXPECT_EQ(read_string(stream, 3), row.result ? record.bytes.substr(row.position, 3) : "");
+        EXPECT_EQ(read_string(stream, 3), row.result ? record.bytes->substr(row.position, 3) : "");
     }
 }
 
 TEST(CachedReader, OpensForReadingOnlyWhatCanBeRead) {
-    FileRecord bad{.bytes = "x", .failing_read = 0};
+    FileRecord bad("x");
+    bad.fails_to_read = true;
     fs::cachedrdfile stream(16);
     fs::clear_error();
     EXPECT_FALSE(stream.open_from_handle(new RecordingFile(bad)));
@@ -76,7 +79,7 @@ TEST(CachedReader, OpensForReadingOnlyWhatCanBeRead) {
     EXPECT_FALSE(stream.open_from_handle(nullptr));
     EXPECT_FALSE(stream.open("no such file", EFSMode::WRITE, FFSOpenFlags::CREATE));
     EXPECT_FALSE(stream.open("no such file", EFSMode::READ));
-    FileRecord record{.bytes = "x"};
+    FileRecord record("x");
     fs::cachedrdfile without_buffer(0);
     without_buffer.open_from_handle(new RecordingFile(record));
     EXPECT_EQ(read_string(without_buffer, 1), "") << "and no endless loop";
@@ -95,58 +98,62 @@ TEST(CachedWriterWithoutSeek, WritesFullBuffersAndTheRestAtClose) {
     EXPECT_THAT(record.writes, ElementsAre(16, 16));
     stream.close();
     EXPECT_THAT(record.writes, ElementsAre(16, 16, 8));
-    EXPECT_EQ(record.bytes, bytes);
+    EXPECT_EQ(*record.bytes, bytes);
     EXPECT_EQ(fs::cachedwrnoseekfile(0).write("x", 1), UINT64_MAX) << "and no endless loop";
 }
 
-struct CachedWriter : testing::Test {
-    /// What a stream of this step writes at its end.
-    template <class Work>
-    std::string written(std::uint64_t grow_step, Work work) {
-        record = {};
-        fs::cachedwrfile stream(grow_step);
-        stream.open_from_handle(new RecordingFile(record));
-        work(stream);
-        EXPECT_TRUE(record.writes.empty()) << "nothing before the end";
-        return stream.close(), record.bytes;
-    }
-    FileRecord record;
-};
-
-TEST_F(CachedWriter, EndsTheFileAtThePositionInOneWrite) {
-    const std::string bytes = sample_bytes(9'000'000);
-    const auto write_all = [&](fs::cachedwrfile& stream) {
-        for (std::size_t at = 0; at < bytes.size(); at += 30'000) stream.write(bytes.data() + at, 30'000);
+TEST(CachedWriter, HandsItsImageOverInOneWriteThatEndsAtThePosition) {
+    const std::string large = sample_bytes(9'000'000);
+    struct Row {
+        const char* label;
+        std::uint64_t grow_step;
+        std::function<void(fs::cachedwrfile&)> work;
+        std::string written;
     };
-    EXPECT_TRUE(written(100'000, write_all) == bytes);
-    EXPECT_EQ(record.writes.size(), 1u);
-    EXPECT_EQ(written(8, [](auto& out) { out.write("abcdefghi", 9), out.seek(5, EFSSeek::BEGIN); }), "abcde");
-    {
-        fs::cachedwrfile destroyed(8);
-        destroyed.open_from_handle(new RecordingFile(record = {}));
-        destroyed.write("abc", 3);
+    const Row rows[] = {
+        {"large, in pieces", 100'000,
+         [&](auto& out) {
+             for (std::size_t at = 0; at < large.size(); at += 30'000) out.write(large.data() + at, 30'000);
+         },
+         large},
+        {"moved back", 8, [](auto& out) { out.write("abcdefghi", 9), out.seek(5, EFSSeek::BEGIN); }, "abcde"},
+        {"gaps", 64,
+         [](auto& out) {
+             out.write("abcd", 4), out.seek(20, EFSSeek::BEGIN), out.put_int(8), out.put_int(9);
+             EXPECT_TRUE(out.seek(100, EFSSeek::CURRENT)) << "and grows";
+         },
+         "abcd" + std::string(16, '\0') + '\b' + std::string(3, '\0') + '\t' + std::string(103, '\0')},
+        {"outside", 8,
+         [](auto& out) {
+             out.write("ab", 2);
+             for (const std::int64_t position : {std::int64_t{1000}, std::int64_t{-1}, INT64_MAX}) {
+                 EXPECT_TRUE(out.seek(position, EFSSeek::BEGIN));
+                 EXPECT_EQ(out.tell(), static_cast<std::uint64_t>(position));
+                 EXPECT_EQ(out.write("xxxx", 4), UINT64_MAX) << position;
+             }
+             out.seek(2, EFSSeek::BEGIN);
+             EXPECT_FALSE(out.seek(INT64_MAX, EFSSeek::CURRENT)) << "no such memory";
+             EXPECT_EQ(out.write("c", 1), 1u);
+         },
+         "abc"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.label);
+        FileRecord record;
+        {
+            fs::cachedwrfile stream(row.grow_step);
+            stream.open_from_handle(new RecordingFile(record));
+            row.work(stream);
+            EXPECT_TRUE(record.writes.empty()) << "nothing before the end";
+        }
+        EXPECT_EQ(record.writes.size(), 1u);
+        EXPECT_TRUE(*record.bytes == row.written);
     }
-    EXPECT_EQ(record.bytes, "abc");
+    EXPECT_EQ(fs::cachedwrfile(0).write("x", 1), UINT64_MAX) << "and no endless loop";
+    EXPECT_EQ(fs::cachedwrfile(UINT64_MAX).write("x", 1), UINT64_MAX);
 }
 
-TEST_F(CachedWriter, FillsGapsWithZerosAndKeepsWhatWasWritten) {
-    const auto values = [](fs::cachedwrfile& stream) {
-        for (int i = 1; i <= 4; ++i) stream.put_int(i);
-        stream.seek(0, EFSSeek::BEGIN);
-        stream.put_int(7);
-        stream.seek(20, EFSSeek::BEGIN);
-        stream.put_int(8);
-        stream.put_int(9);
-        EXPECT_TRUE(stream.seek(100, EFSSeek::CURRENT)) << "and grows";
-        EXPECT_EQ(stream.tell(), 128u);
-    };
-    std::string expected(128, '\0');
-    for (const auto& [at, value] : {std::pair{0, 7}, {4, 2}, {8, 3}, {12, 4}, {20, 8}, {24, 9}})
-        expected[static_cast<std::size_t>(at)] = static_cast<char>(value);
-    EXPECT_EQ(written(64, values), expected);
-}
-
-TEST_F(CachedWriter, CountsTheEndFromItsCapacity) {
+TEST(CachedWriter, CountsTheEndFromItsCapacity) {
     struct Row {
         std::uint64_t written;
         std::uint64_t capacity;
@@ -157,23 +164,6 @@ TEST_F(CachedWriter, CountsTheEndFromItsCapacity) {
         EXPECT_TRUE(stream.seek(0, EFSSeek::END));
         EXPECT_EQ(stream.tell(), row.capacity) << row.written;
     }
-}
-
-TEST_F(CachedWriter, DoesNotWriteOutsideItsImage) {
-    const auto outside = [](fs::cachedwrfile& stream) {
-        stream.write("ab", 2);
-        for (const std::int64_t position : {std::int64_t{1000}, std::int64_t{-1}, INT64_MAX}) {
-            EXPECT_TRUE(stream.seek(position, EFSSeek::BEGIN));
-            EXPECT_EQ(stream.tell(), static_cast<std::uint64_t>(position));
-            EXPECT_EQ(stream.write("xxxx", 4), UINT64_MAX) << position;
-        }
-        stream.seek(2, EFSSeek::BEGIN);
-        EXPECT_FALSE(stream.seek(INT64_MAX, EFSSeek::CURRENT)) << "no such memory";
-        EXPECT_EQ(stream.write("c", 1), 1u);
-    };
-    EXPECT_EQ(written(8, outside), "abc");
-    EXPECT_EQ(fs::cachedwrfile(0).write("x", 1), UINT64_MAX) << "and no endless loop";
-    EXPECT_EQ(fs::cachedwrfile(UINT64_MAX).write("x", 1), UINT64_MAX);
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
 #include <gmock/gmock.h>
 
 #include <engine/filesystem/streams/chunk.h>
-#include <engine/filesystem/streams/memory.h>
 
 #include "../log/log_fixture.h"
 #include "engine/filesystem/log/sinks.h"
+#include "kit.h"
 
 using namespace std::string_literals;
 
@@ -13,15 +13,7 @@ namespace {
 constexpr unsigned data_id = 0x64617461;  // "data"
 constexpr unsigned tree_id = 0x54524545;  // "TREE"
 
-struct Chunks : LogTest {
-    Chunks() { stream.open_from_memory(EFSMode::WRITE, &bytes, false); }
-    void start_reading(const std::string& from) {
-        bytes.assign(from.begin(), from.end());
-        stream.open_from_memory(EFSMode::READ, &bytes, false);
-    }
-    ztl::vector<unsigned char> bytes;
-    fs::vectorfile stream;
-};
+struct Chunks : LogTest, VectorStream {};
 
 TEST_F(Chunks, NestAndKnowTheirSize) {
     {
@@ -30,7 +22,7 @@ TEST_F(Chunks, NestAndKnowTheirSize) {
         stream.write("12345", 5);
     }
     { fs::chunk_save empty(stream, data_id, 3); }
-    EXPECT_EQ(std::string(bytes.begin(), bytes.end()),
+    EXPECT_EQ(written(),
               "TREE\1\0\0\0\x11\0\0\0data\3\0\0\0\5\0\0\0"
               "12345data\3\0\0\0\0\0\0\0"s);
     EXPECT_EQ(stream.tell(), 41u);
@@ -78,16 +70,14 @@ TEST_F(Chunks, DamagedSizesCostNoMemoryAndNoRunawayPosition) {
 }
 
 TEST_F(Chunks, LeaveTheDataAloneWhereTheStreamCannotGoBack) {
-    fs::vectorfile zipped;
-    zipped.open_from_memory(EFSMode::WRITE, &bytes, true);
+    stream.open_from_memory(EFSMode::WRITE, &bytes, true);
     {
-        fs::chunk_save chunk(zipped, data_id, 1);
-        zipped.write("abc", 3);
+        fs::chunk_save chunk(stream, data_id, 1);
+        stream.write("abc", 3);
     }
-    zipped.close();
-    zipped.open_from_memory(EFSMode::READ, &bytes, true);
-    char plain[32];
-    EXPECT_EQ(std::string(plain, zipped.read(plain, sizeof(plain))), "data\1\0\0\0\0\0\0\0"s + "abc");
+    stream.close();
+    stream.open_from_memory(EFSMode::READ, &bytes, true);
+    EXPECT_EQ(read_all(stream), "data\1\0\0\0\0\0\0\0"s + "abc");
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 
 #include "../support/temp_directory.h"
 #include "engine/platform/faults.h"
-#include "recording_file.h"
+#include "kit.h"
 
 namespace {
 
@@ -29,18 +29,28 @@ struct Storage {
 
 template <class File, auto... arguments>
 Stream over_file(Storage& storage, EFSMode::TYPE mode) {
-    const FFSOpenFlags::FLAGS flags = mode == EFSMode::READ ? FFSOpenFlags::NONE : FFSOpenFlags::CREATE;
+    const FFSOpenFlags::FLAGS flags = mode == EFSMode::WRITE ? FFSOpenFlags::CREATE : FFSOpenFlags::NONE;
     auto stream = std::make_unique<File>(arguments...);
-    if constexpr (std::is_same_v<File, fs::file_native> || !std::is_base_of_v<fs::file, File>)
-        EXPECT_TRUE(stream->open(storage.path.c_str(), mode, flags));
-    else
+    if constexpr (std::is_base_of_v<fs::file, File>)
         EXPECT_TRUE(stream->open_from_handle(fs::open_native(nullptr, storage.path.c_str(), mode, flags)));
+    else
+        EXPECT_TRUE(stream->open(storage.path.c_str(), mode, flags));
     return stream;
 }
+
+template <FFSOpenFlags::FLAGS for_writing, FFSOpenFlags::FLAGS for_reading>
+Stream over_path(Storage& storage, EFSMode::TYPE mode) {
+    auto stream = std::make_unique<fs::file_native>();
+    EXPECT_TRUE(stream->open(storage.path.c_str(), mode, mode == EFSMode::WRITE ? for_writing : for_reading));
+    return stream;
+}
+const auto over_native = over_path<FFSOpenFlags::CREATE, FFSOpenFlags::NONE>;
+const auto over_gzip = over_path<FFSOpenFlags::GZIP_LEVEL1, FFSOpenFlags::GZIP>;
 
 template <bool zip>
 Stream over_vector(Storage& storage, EFSMode::TYPE mode) {
     auto stream = std::make_unique<fs::vectorfile>();
+    if (mode == EFSMode::READ_WRITE) mode = EFSMode::WRITE;  // it goes both ways in any mode
     EXPECT_TRUE(stream->open_from_memory(mode, &storage.bytes, zip));
     return stream;
 }
@@ -57,19 +67,23 @@ struct Kind {
     const char* name;
     Maker make_writer;
     Maker make_reader;
-    bool goes_back;  // for writing
-    enum Medium { DISK, MEMORY, MEMBER } medium;
+    enum Ways { FORWARD, BACK, BOTH } ways;  // a writer only goes on, goes back, or also reads
+    enum Medium { DISK, MEMORY, MEMBER, GZIP_FILE } medium;
 };
 
 const Kind kinds[] = {
-    {"file", over_file<fs::file>, over_file<fs::file>, true, Kind::DISK},
-    {"file_native", over_file<fs::file_native>, over_file<fs::file_native>, true, Kind::DISK},
-    {"cached_noseek", over_file<fs::cachedwrnoseekfile, 512>, over_file<fs::cachedrdfile, 4096>, false, Kind::DISK},
-    {"cached_image", over_file<fs::cachedwrfile, 100>, over_file<fs::cachedrdfile, 7>, true, Kind::DISK},
-    {"bfile", over_file<fs::bfile_win32, 1000>, over_file<fs::bfile_win32, 100>, true, Kind::DISK},
-    {"memfile", over_vector<false>, over_block, true, Kind::MEMORY},
-    {"vectorfile", over_vector<false>, over_vector<false>, true, Kind::MEMORY},
-    {"zipped", over_vector<true>, over_vector<true>, false, Kind::MEMBER},
+    {"file", over_file<fs::file>, over_file<fs::file>, Kind::BOTH, Kind::DISK},
+    {"file_native", over_native, over_native, Kind::BOTH, Kind::DISK},
+    {"cached_noseek", over_file<fs::cachedwrnoseekfile, 512>, over_file<fs::cachedrdfile, 4096>, Kind::FORWARD,
+     Kind::DISK},
+    {"cached_image", over_file<fs::cachedwrfile, 100>, over_file<fs::cachedrdfile, 7>, Kind::BACK, Kind::DISK},
+    {"bfile_1", over_file<fs::bfile_win32, 1>, over_file<fs::bfile_win32, 1>, Kind::BOTH, Kind::DISK},
+    {"bfile_7", over_file<fs::bfile_win32, 7>, over_file<fs::bfile_win32, 7>, Kind::BOTH, Kind::DISK},
+    {"bfile_1000", over_file<fs::bfile_win32, 1000>, over_file<fs::bfile_win32, 1000>, Kind::BOTH, Kind::DISK},
+    {"memfile", over_vector<false>, over_block, Kind::BACK, Kind::MEMORY},
+    {"vectorfile", over_vector<false>, over_vector<false>, Kind::BOTH, Kind::MEMORY},
+    {"zipped", over_vector<true>, over_vector<true>, Kind::FORWARD, Kind::MEMBER},
+    {"gzip_handle", over_gzip, over_gzip, Kind::FORWARD, Kind::GZIP_FILE},
 };
 
 struct EveryStream : testing::TestWithParam<Kind> {
@@ -82,69 +96,100 @@ struct EveryStream : testing::TestWithParam<Kind> {
         stream->close();
     }
     bool is(Kind::Medium medium) const { return GetParam().medium == medium; }
+    bool is_packed() const { return is(Kind::MEMBER) || is(Kind::GZIP_FILE); }
     Storage storage;
 };
 
 INSTANTIATE_TEST_SUITE_P(Streams, EveryStream, testing::ValuesIn(kinds),
                          [](const auto& kind) { return std::string(kind.param.name); });
 
-TEST_P(EveryStream, GivesBackWhatWasWrittenInAnyPieces) {
-    std::string data = sample_bytes(100000);
-    std::mt19937 random(7);
-    const auto next_piece = [&](std::size_t at) {
-        return std::min<std::size_t>(random() % (random() % 4 == 0 ? 5000 : 20), data.size() - at);
-    };
-    const Stream out = writer();
-    for (std::size_t at = 0; at < data.size();) {
-        const std::size_t size = next_piece(at);
-        ASSERT_EQ(out->write(data.data() + at, size), size);
+/// The same operations on a stream and on a string, which must agree.
+struct Twins {
+    std::size_t any_size() { return random() % (random() % 16 == 0 ? 5000 : 20); }
+    void write(std::size_t size) {
+        const std::string data = sample_bytes(size, static_cast<std::uint32_t>(random()));
+        ASSERT_EQ(stream->write(data.data(), size), size);
+        if (size == 0) return;
+        if (bytes.size() < at + size) bytes.resize(at + size);
+        bytes.replace(at, size, data);
         at += size;
-        ASSERT_EQ(out->tell(), at);
-        if (!GetParam().goes_back || at < 20) continue;
-        const std::size_t target = random() % (at - 4);
-        ASSERT_TRUE(out->seek(static_cast<std::int64_t>(target), EFSSeek::BEGIN));
-        out->put_int(0x61626364);
-        data.replace(target, 4, "dcba");
-        ASSERT_TRUE(out->seek(static_cast<std::int64_t>(at - target - 4), EFSSeek::CURRENT));
     }
-    out->close();
+    void read(std::size_t size) {
+        std::string got(size, '\0');
+        got.resize(stream->read(got.data(), size));
+        ASSERT_EQ(got, at < bytes.size() ? bytes.substr(at, size) : "");
+        at += got.size();
+    }
+    void seek(std::size_t target) {
+        const bool relative = random() % 2 == 0;
+        ASSERT_TRUE(stream->seek(static_cast<std::int64_t>(target) - static_cast<std::int64_t>(relative ? at : 0),
+                                 relative ? EFSSeek::CURRENT : EFSSeek::BEGIN));
+        at = target;
+    }
+    void cut() {
+        stream->set_eof();
+        bytes.resize(at);
+    }
+    void start(Stream on) {
+        stream = std::move(on);
+        at = 0;
+    }
 
-    const Stream in = reader();
-    if (!is(Kind::MEMBER)) EXPECT_EQ(in->length(), data.size());
-    std::string read(data.size(), '\0');
-    for (std::size_t at = 0; at < data.size();) {
-        const std::size_t size = next_piece(at);
-        ASSERT_EQ(in->read(read.data() + at, size), size);
-        at += size;
-        ASSERT_EQ(in->tell(), at);
+    Stream stream;
+    std::string bytes;
+    std::size_t at = 0;
+    std::mt19937 random{7};
+};
+
+TEST_P(EveryStream, BehavesAsAStringOfBytesUnderRandomUse) {
+    Twins both;
+    both.start(writer());
+    for (int step = 0; step < 2000; ++step) {
+        both.write(both.any_size());
+        ASSERT_EQ(both.stream->tell(), both.at);
+        if (GetParam().ways != Kind::FORWARD && both.random() % 8 == 0)
+            both.seek(both.random() % (both.bytes.size() + 1));
     }
-    EXPECT_TRUE(read == data);
-    ASSERT_TRUE(in->seek(99995, EFSSeek::BEGIN));
+    if (GetParam().ways != Kind::FORWARD) both.seek(both.bytes.size());
+    both.write(20000);
+    both.stream->close();
+
+    if (GetParam().ways == Kind::BOTH) {
+        both.start(GetParam().make_reader(storage, EFSMode::READ_WRITE));
+        const std::size_t gap = is(Kind::DISK) ? 20 : 1;  // a vector grows when it is gone past
+        for (int step = 0; step < 5000; ++step) {
+            const auto action = both.random() % 12;
+            if (action < 4) both.read(both.any_size());
+            if (action >= 4 && action < 8) both.write(both.any_size());
+            if (action >= 8) both.seek(both.random() % (both.bytes.size() + gap));
+            if (action == 11 && both.random() % 20 == 0) both.cut();
+            if (auto* const buffered = dynamic_cast<fs::bfile_win32*>(both.stream.get()); buffered && action == 10)
+                EXPECT_TRUE(buffered->flush());
+            ASSERT_EQ(both.stream->tell(), both.at);
+            ASSERT_EQ(both.stream->length(), both.bytes.size());
+        }
+        both.seek(0);
+        both.write(20000);
+        both.stream->close();
+    }
+
+    both.start(reader());
+    if (!is_packed()) EXPECT_EQ(both.stream->length(), both.bytes.size());
+    for (int step = 0; step < 1000; ++step) {
+        both.read(both.any_size());
+        ASSERT_EQ(both.stream->tell(), both.at);
+        if (both.random() % 4 == 0) both.seek(both.random() % both.bytes.size());
+    }
+    both.seek(both.bytes.size() - 5);
     fs::clear_error();
-    EXPECT_EQ(in->read(read.data(), 100), 5u) << "cut at the end";
-    EXPECT_EQ(in->read(read.data(), 1), 0u);
-    EXPECT_EQ(fs::last_error().code, EFSError::NONE);
-    EXPECT_EQ(in->eof(), !is(Kind::MEMBER)) << "a member's length is the raw one";
-}
-
-TEST_P(EveryStream, SeeksForReading) {
-    const std::string data = sample_bytes(20000);
-    write(data);
-    const Stream in = reader();
-    std::mt19937 random(3);
-    for (int i = 0; i < 100; ++i) {
-        const std::size_t target = random() % (data.size() - 5);
-        const auto from = static_cast<std::int64_t>(in->tell());
-        const bool relative = i % 2 == 0;
-        ASSERT_TRUE(in->seek(static_cast<std::int64_t>(target) - (relative ? from : 0),
-                             relative ? EFSSeek::CURRENT : EFSSeek::BEGIN));
-        ASSERT_EQ(in->tell(), target);
-        char bytes[5];
-        ASSERT_EQ(in->read(bytes, 5), 5u);
-        ASSERT_EQ(std::string(bytes, 5), data.substr(target, 5)) << target;
-    }
-    EXPECT_EQ(in->seek(-4, EFSSeek::END), !is(Kind::MEMBER));
-    if (!is(Kind::MEMBER)) EXPECT_EQ(in->tell(), data.size() - 4);
+    both.read(100);
+    both.read(1);
+    EXPECT_EQ(fs::last_error().code, EFSError::NONE) << "the end is no failure";
+    EXPECT_EQ(both.stream->eof(), !is_packed()) << "a packed stream does not know its length";
+    EXPECT_EQ(both.stream->seek(-4, EFSSeek::END), !is_packed());
+    if (!is_packed()) EXPECT_EQ(both.stream->tell(), both.bytes.size() - 4);
+    EXPECT_FALSE(both.stream->seek(1, static_cast<EFSSeek::TYPE>(3)));
+    EXPECT_FALSE(both.stream->seek(-1, EFSSeek::BEGIN));
 }
 
 TEST_P(EveryStream, SaysWhyItNeitherReadsNorWrites) {
@@ -191,25 +236,6 @@ TEST_P(EveryStream, TellsAFailedReadFromTheEndAndGoesOnBehindIt) {
     }
     EXPECT_EQ(failures, 1);
     EXPECT_TRUE(read == data);
-}
-
-TEST_P(EveryStream, TellsOfAFullDiskAtCloseAtTheLatest) {
-    if (!is(Kind::DISK)) return;
-    const std::string data = sample_bytes(20000);
-    for (const bool is_full : {true, false}) {
-        const Stream out = writer();
-        if (is_full) platform::inject_fault(FaultPoint::WRITE, 1, Failure::DISK_FULL, true);
-        bool told = false;
-        for (std::size_t at = 0; at < data.size(); at += 1000) {
-            fs::clear_error();
-            if (out->write(data.data() + at, 1000) != 1000) told = fs::last_error().code == EFSError::DISK_FULL;
-        }
-        fs::clear_error();
-        out->close();
-        EXPECT_EQ(told || fs::last_error().code == EFSError::DISK_FULL, is_full);
-        platform::clear_faults();
-    }
-    EXPECT_TRUE(storage.directory.read("file.bin") == data) << "also after the failure of another";
 }
 
 }  // namespace

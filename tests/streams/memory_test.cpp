@@ -4,7 +4,9 @@
 #include <cstring>
 #include <memory>
 
-#include <engine/filesystem/streams/memory.h>
+#include <engine/filesystem/contract/error.h>
+
+#include "kit.h"
 
 namespace {
 
@@ -42,20 +44,20 @@ TEST(MemoryStream, WithoutMemoryIsEmpty) {
     }
 }
 
-TEST(VectorStream, KeepsTheContentsAndGrows) {
-    ztl::vector<unsigned char> bytes = {'a', 'b'};
-    fs::vectorfile stream;
-    stream.open_from_memory(EFSMode::WRITE, &bytes, false);
+TEST(VectorFile, KeepsTheContentsAndGrows) {
+    VectorStream vector;
+    fs::vectorfile& stream = vector.stream;
+    stream.write("ab", 2);
+    stream.open_from_memory(EFSMode::WRITE, &vector.bytes, false);
     EXPECT_TRUE(stream.seek(10, EFSSeek::BEGIN));
-    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "ab" + std::string(8, '\0'));
+    EXPECT_EQ(vector.written(), "ab" + std::string(8, '\0'));
     EXPECT_TRUE(stream.seek(1, EFSSeek::BEGIN));
     const std::string text(20, 'x');
     EXPECT_EQ(stream.write(text.data(), 20), 20u);
-    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "a" + text) << "over the end in one write";
-    bytes.resize(5);
+    EXPECT_EQ(vector.written(), "a" + text) << "over the end in one write";
+    vector.bytes.resize(5);
     EXPECT_EQ(stream.write("y", 1), 1u) << "also after the owner shortened the vector";
-    EXPECT_EQ(bytes.size(), 22u);
-    EXPECT_FALSE(stream.set_current_pos(-1));
+    EXPECT_EQ(vector.bytes.size(), 22u);
     EXPECT_FALSE(stream.set_current_pos(0x80000000ll));
     EXPECT_FALSE(stream.set_size(UINT64_MAX));
     EXPECT_EQ(stream.tell(), 22u);
@@ -72,8 +74,11 @@ TEST(InMemoryFile, ServesItsBlock) {
     EXPECT_EQ(file->read(buffer, 8), 0u);
     EXPECT_EQ(file->length(), 5u);
     EXPECT_FALSE(file->seek(1, EFSSeek::CURRENT));
+    fs::clear_error();
     EXPECT_EQ(file->write("x", 1), UINT64_MAX);
+    EXPECT_EQ(fs::last_error().code, EFSError::UNSUPPORTED);
     EXPECT_EQ(FileInMemory(nullptr, 0).read(buffer, 1), UINT64_MAX);
+    EXPECT_EQ(fs::last_error().code, EFSError::INVALID_ARGUMENT);
 }
 
 }  // namespace

@@ -1,10 +1,9 @@
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <cstdlib>
 
-#include <engine/filesystem/streams/memory.h>
+#include "kit.h"
 
-using testing::ElementsAre;
 using namespace std::string_literals;
 
 namespace {
@@ -21,17 +20,7 @@ static_assert(writable<bool, const char*, char*, const wchar_t*, wchar_t*, std::
 static_assert(writable<int, unsigned, char, float, double, std::int64_t, void*, int*, std::nullptr_t,
                        std::vector<std::wstring>, EFSMode::TYPE, char16_t*> == 0);
 
-/// A vector stream that is written and then read from its beginning.
-struct TypedStream : testing::Test {
-    TypedStream() { stream.open_from_memory(EFSMode::WRITE, &bytes, false); }
-    std::string written() const { return {bytes.begin(), bytes.end()}; }
-    void start_reading(const std::string& from) {
-        bytes.assign(from.begin(), from.end());
-        stream.open_from_memory(EFSMode::READ, &bytes, false);
-    }
-    ztl::vector<unsigned char> bytes;
-    fs::vectorfile stream;
-};
+struct TypedStream : testing::Test, VectorStream {};
 
 TEST_F(TypedStream, EncodesNumbersLeastSignificantByteFirst) {
     stream << true << false;

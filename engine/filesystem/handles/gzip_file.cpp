@@ -24,6 +24,11 @@ constexpr std::uint64_t failed = ~std::uint64_t{0};
 constexpr std::uint64_t largest_call = 1u << 30;  // what one call of the gz layer takes is 32 bits wide
 constexpr unsigned buffer_size = 64 * 1024;
 
+std::uint64_t wrong_way(const char* path, const char* text) {
+    fs::set_error(EFSError::INVALID_ARGUMENT, path, text);
+    return failed;
+}
+
 EFSError::TYPE kind_of(int code) {
     if (code == Z_ERRNO) return EFSError::IO;
     return code == Z_MEM_ERROR ? EFSError::OUT_OF_MEMORY : EFSError::BAD_FORMAT;
@@ -73,13 +78,13 @@ void FileGzipped::FillGapAtStart() {
 }
 
 std::uint64_t FileGzipped::read(void* buffer, std::uint64_t size) {
+    if (writes_ && size != 0) return wrong_way(name, "The gzip file is open for writing.");
     const fs::DiskUse use("read", fs::file_name(this));
     std::uint64_t done = 0;
     while (done < size) {
         const auto piece = static_cast<unsigned>(std::min(size - done, largest_call));
         const int got = gzread(gz_, static_cast<char*>(buffer) + done, piece);
         if (ReportReadFailure(buffer, size, got)) return failed;
-        if (got <= 0) return got < 0 ? failed : done;
         done += static_cast<unsigned>(got);
         if (static_cast<unsigned>(got) < piece) break;
     }
@@ -90,7 +95,7 @@ std::uint64_t FileGzipped::read(void* buffer, std::uint64_t size) {
 bool FileGzipped::ReportReadFailure(const void* buffer, std::uint64_t size, int result) {
     int code = Z_OK;
     const char* const text = gzerror(gz_, &code);
-    if (code >= 0) return false;
+    if (code >= 0 && result >= 0) return false;
     const char* const words = text != nullptr ? text : "";
     fs::set_error(kind_of(code), name, std::string("The gzip file cannot be decoded: ") + words);
     log_message(messages, Log::ELevel::ERRR, __LINE__,
@@ -109,6 +114,7 @@ void FileGzipped::ReportWriteFailure(int result, const char* action) const {
 }
 
 std::uint64_t FileGzipped::write(const void* buffer, std::uint64_t size) {
+    if (!writes_ && size != 0) return wrong_way(name, "The gzip file is open for reading.");
     if (size != 0) is_untouched_ = false;
     errno = 0;
     std::uint64_t done = 0;

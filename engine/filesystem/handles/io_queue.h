@@ -7,14 +7,10 @@
 #include <memory>
 #include <mutex>
 
-#include <engine/filesystem/contract/file.h>
 #include <engine/kernel/multithreading.h>
 
 #include "engine/filesystem/handles/request.h"
-#include "engine/platform/files.h"
 #include "engine/platform/lock.h"
-
-class Win32FileHandleAsync;
 
 /// Serves asynchronous reads: callers queue them with a priority, one worker issues each natively, waits for it and
 /// completes its request. A higher priority is read first; equals in the order in which they came.
@@ -26,14 +22,14 @@ public:
 
     /// Queues the read that `request` is to serve. False, with the thread's failure set, when the queue has stopped or the
     /// request is on its way already. Throws std::bad_alloc, with nothing changed.
-    bool Enqueue(Win32FileHandleAsync* file, std::uint64_t offset, std::uint64_t size, void* buffer, Request& request,
+    bool Enqueue(QueuedFile& file, std::uint64_t offset, std::uint64_t size, void* buffer, Request& request,
                  std::int32_t priority);
 
     /// Cancels a request at whatever stage. Its callback has run when this returns, except in a callback of the worker.
-    void Cancel(Win32FileHandleAsync* file, Request& request);
+    void Cancel(Request& request);
 
     /// Cancels what is queued for this file and waits for the read in hand, so that the file can be destroyed.
-    void Abandon(Win32FileHandleAsync* file);
+    void Abandon(const QueuedFile& file);
 
     /// The worker finishes the read in hand, tells every queued request that it is CANCELLED, and ends. Later calls do
     /// nothing.
@@ -46,18 +42,15 @@ public:
     bool OnWorker() const;
 
 private:
-    IOQueue();
+    IOQueue() = default;
 
     static void Run(void* self);
     void Runtime();
-    void Serve(Request& request);
-    int ReadWhole(const Request& request);
-    int ReadPiece(const Request& request, std::uint64_t done, std::uint32_t* transferred);
+    static void Serve(Request& request);
 
     // With lock_ held.
     void TakeOut(Request& request);
-    template <typename Busy>
-    void WaitForWorker(std::unique_lock<platform::Mutex>& guard, Busy busy);
+    void WaitForWorker(std::unique_lock<platform::Mutex>& guard);
 
     platform::Mutex lock_;                 // guards all up to stopping_
     platform::ConditionVariable changed_;  // something is queued, the read in hand has ended, or the queue stops
@@ -66,10 +59,6 @@ private:
     std::uint64_t ended_ = 0;                                      // how many reads the worker is done with
     bool stopping_ = false;
 
-    struct DestroyRecord {
-        void operator()(SNativeOverlapped* record) const { platform::destroy_overlapped(record); }
-    };
-    const std::unique_ptr<SNativeOverlapped, DestroyRecord> overlapped_;  // the worker's
     std::shared_ptr<IOQueue> stopped_by_itself_;
     mt::CThread worker_;
 };

@@ -91,9 +91,7 @@ Writer open_plain(CFSSource* source, const platform::PathAt& path, const platfor
 
 Handle open_async(CFSSource* source, const platform::PathAt& path, const platform::OpenOptions& options,
                   std::string_view name) {
-    std::shared_ptr<IOQueue> queue;
-    if (!take_queue(queue)) return nullptr;
-    auto handle = named(std::make_unique<Win32FileHandleAsync>(source, path.full, std::move(queue)), name);
+    auto handle = named(std::make_unique<Win32FileHandleAsync>(source, path.full, take_queue()), name);
     platform::File file = platform::File::open(path, options);
     if (!file.valid() || !handle->Attach(std::move(file))) return refuse_open(path.full);
     return handle;

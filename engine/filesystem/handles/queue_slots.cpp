@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/handles/io_queue.h"
 #include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
@@ -40,12 +41,12 @@ void stop_queues() {
     if (stopped != nullptr) stopped->Stop();
 }
 
-bool take_queue(std::shared_ptr<IOQueue>& out) {
+std::shared_ptr<IOQueue> take_queue() {
     QueueSlot& main = slot();
     const platform::LockGuard guard(main.lock);
     if (main.is_started && main.queue == nullptr) main.queue = IOQueue::Create("Main");
-    out = main.queue;
-    return out != nullptr || !main.is_started;
+    if (main.is_started && main.queue == nullptr) throw StoredFailure();
+    return main.queue;
 }
 
 }  // namespace fs

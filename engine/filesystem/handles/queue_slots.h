@@ -11,8 +11,8 @@ namespace fs {
 void start_queues();
 /// Stops it; open asynchronous handles answer with failures from then on.
 void stop_queues();
-/// The queue that an asynchronous handle takes at opening; it stays null before start_queues and after stop_queues.
-/// False, with the thread's failure set, when it cannot be started.
-bool take_queue(std::shared_ptr<IOQueue>& out);
+/// The queue that an asynchronous handle takes at opening; null before start_queues and after stop_queues. Throws
+/// StoredFailure when it cannot be started.
+std::shared_ptr<IOQueue> take_queue();
 
 }  // namespace fs

@@ -15,6 +15,9 @@ public:
     EFSRequestResult::TYPE Result() const {
         return static_cast<EFSRequestResult::TYPE>(word_.load(std::memory_order_acquire) >> 8);
     }
+    bool HasSucceeded() const {
+        return word_.load(std::memory_order_acquire) == word_of(EFSRequestState::FINISHED, EFSRequestResult::SUCCESS);
+    }
     void Set(EFSRequestState::TYPE state, EFSRequestResult::TYPE result = EFSRequestResult::SUCCESS) {
         word_.store(word_of(state, result), std::memory_order_release);
     }

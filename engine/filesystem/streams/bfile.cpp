@@ -52,7 +52,8 @@ struct bfile_win32::State {
     const std::string name;
     const bool readable;
     const bool writable;
-    bool failed = false;
+    bool failed = false;  // what is pending could not be written
+    bool uncut = false;   // the end could not be set
     platform::File file;
     std::uint64_t pos = 0;
     std::uint64_t length = 0;  // with what is pending
@@ -97,8 +98,8 @@ std::uint64_t bfile_win32::State::write_at(const std::uint8_t* data, std::uint64
 
 void bfile_win32::State::set_end() {
     if (!writable || !flush()) return;
-    if (!file.seek(static_cast<std::int64_t>(pos), platform::Origin::BEGIN) || !file.set_end()) {
-        failed = true;
+    uncut = !file.seek(static_cast<std::int64_t>(pos), platform::Origin::BEGIN) || !file.set_end();
+    if (uncut) {
         refuse_by_disk(name.c_str(), "cannot be cut");
         return;
     }
@@ -222,13 +223,13 @@ bool bfile_win32::open(const char* name, EFSMode::TYPE mode, FFSOpenFlags::FLAGS
 
 void bfile_win32::close() {
     if (state_ == nullptr) return;
-    failed_ = !state_->flush() || state_->failed;
+    failed_ = !state_->flush() || state_->uncut;
     state_.reset();
 }
 
 bool bfile_win32::flush() { return state_ == nullptr ? !failed_ : state_->flush(); }
 
-bool bfile_win32::failed() const { return state_ == nullptr ? failed_ : state_->failed; }
+bool bfile_win32::failed() const { return state_ == nullptr ? failed_ : state_->failed || state_->uncut; }
 
 std::uint64_t bfile_win32::length() { return state_ == nullptr ? failure : state_->length; }
 

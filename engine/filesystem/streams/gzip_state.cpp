@@ -17,16 +17,17 @@ bool izipped_buffer_file::State::begin() {
         return decoder->start();
     }
     z_err = deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, raw_window_bits, memory_level, Z_DEFAULT_STRATEGY);
-    begun = z_err == Z_OK;
     stream.next_out = buffer;
     stream.avail_out = buffer_size;
-    return begun;
+    return z_err == Z_OK;
 }
 
-int izipped_buffer_file::State::end() {
-    if (!begun) return Z_OK;
-    begun = false;
-    return deflateEnd(&stream);
+int izipped_buffer_file::State::end() { return stream.state == nullptr ? Z_OK : deflateEnd(&stream); }
+
+bool izipped_buffer_file::State::is_broken() const {
+    if (z_err != Z_DATA_ERROR && z_err != Z_ERRNO) return false;
+    tell();
+    return true;
 }
 
 void izipped_buffer_file::State::fail(int result, EFSError::TYPE code, const char* text) {

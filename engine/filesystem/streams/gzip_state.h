@@ -27,9 +27,8 @@ struct izipped_buffer_file::State {
     bool begin();
     /// Of a writer: zlib's verdict on giving the stream back; Z_OK when there is none.
     int end();
-    /// Whether nothing more can be read.
-    bool stopped() const { return z_err == Z_DATA_ERROR || z_err == Z_ERRNO || z_err == Z_STREAM_END; }
-    bool broken() const { return z_err == Z_DATA_ERROR || z_err == Z_ERRNO; }
+    /// Whether the member or its storage has failed; last_error then says why, again.
+    bool is_broken() const;
     void add_to_crc(const void* data, std::size_t size) { crc = kernel::crc32(crc, data, size); }
     /// Notes why the member is broken, unless that is known, and says so in last_error.
     void fail(int result, EFSError::TYPE code, const char* text);
@@ -44,7 +43,6 @@ struct izipped_buffer_file::State {
     EFSError::TYPE reason = EFSError::NONE;  // why z_err is a failure, and in words
     const char* words = "";
     bool z_eof = false;  // the storage is exhausted
-    bool begun = false;
     const bool writing;
     std::uint32_t crc = 0;          // of the plain bytes so far
     std::uint64_t total = 0;        // plain bytes so far; zlib's own count has 32 bits on Windows

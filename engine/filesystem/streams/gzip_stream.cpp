@@ -8,6 +8,7 @@
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/streams/gzip_state.h"
+#include "engine/kernel/bytes.h"
 
 namespace fs {
 
@@ -24,7 +25,9 @@ izipped_buffer_file::izipped_buffer_file() = default;
 
 izipped_buffer_file::~izipped_buffer_file() { delete zip_; }
 
-bool izipped_buffer_file::open(const char*, EFSMode::TYPE, FFSOpenFlags::FLAGS) { return false; }
+bool izipped_buffer_file::open(const char* name, EFSMode::TYPE, FFSOpenFlags::FLAGS) {
+    return refuse(EFSError::UNSUPPORTED, name, "A stream over memory is not opened by name.");
+}
 
 void izipped_buffer_file::close() {
     if (zipped_) {
@@ -61,7 +64,8 @@ void izipped_buffer_file::set_eof() {
 const char* izipped_buffer_file::name() const { return nullptr; }
 
 bool izipped_buffer_file::init(EFSMode::TYPE mode, bool zip) {
-    if (mode != EFSMode::READ && mode != EFSMode::WRITE) return false;
+    if (mode != EFSMode::READ && mode != EFSMode::WRITE)
+        return refuse(EFSError::INVALID_ARGUMENT, "", "A stream over memory is opened to read or to write.");
     use_zip(zip);
     if (!zip || init_zip_stream(mode)) return true;
     use_zip(false);
@@ -115,11 +119,7 @@ bool izipped_buffer_file::begin_writing() {
 
 std::uint64_t izipped_buffer_file::write(const void* data, std::uint64_t size) {
     if (!zipped_) return write_data(data, size);
-    if (!init_zip_stream(EFSMode::WRITE)) return 0;
-    if (zip_->broken()) {
-        zip_->tell();
-        return 0;
-    }
+    if (!init_zip_stream(EFSMode::WRITE) || zip_->is_broken()) return 0;
     const auto* in = static_cast<const Bytef*>(data);
     std::uint64_t done = 0;
     while (done < size) {
@@ -173,11 +173,7 @@ void izipped_buffer_file::flush() {
 }
 
 bool izipped_buffer_file::flush_zip_stream() {
-    if (zip_ == nullptr || !zip_->writing) return false;
-    if (zip_->broken()) {
-        zip_->tell();
-        return false;
-    }
+    if (zip_ == nullptr || !zip_->writing || zip_->is_broken()) return false;
     z_stream& stream = zip_->stream;
     stream.avail_in = 0;
     bool last = false;
@@ -205,8 +201,8 @@ bool izipped_buffer_file::finish() {
 }
 
 void izipped_buffer_file::put_long(std::uint32_t value) {
-    const unsigned char bytes[4] = {static_cast<unsigned char>(value), static_cast<unsigned char>(value >> 8),
-                                    static_cast<unsigned char>(value >> 16), static_cast<unsigned char>(value >> 24)};
+    std::uint8_t bytes[4];
+    kernel::store_u32(bytes, value);
     if (zip_ != nullptr)
         store(bytes, sizeof(bytes));
     else
@@ -216,10 +212,7 @@ void izipped_buffer_file::put_long(std::uint32_t value) {
 std::uint64_t izipped_buffer_file::read(void* buffer, std::uint64_t size) {
     if (!zipped_) return read_data(buffer, size);
     if (!init_zip_stream(EFSMode::READ)) return 0;
-    if (zip_->stopped()) {
-        zip_->tell();
-        return 0;
-    }
+    zip_->tell();
     auto* out = static_cast<Bytef*>(buffer);
     std::uint64_t done = 0;
     while (done < size && zip_->z_err == Z_OK && !zip_->z_eof)
@@ -256,11 +249,7 @@ void izipped_buffer_file::check_trailer() {
 }
 
 std::int64_t izipped_buffer_file::seek_zipped(std::int64_t offset, EFSSeek::TYPE origin) {
-    if (zip_ == nullptr) return -1;
-    if (zip_->broken()) {
-        zip_->tell();
-        return -1;
-    }
+    if (zip_ == nullptr || zip_->is_broken()) return -1;
     if (origin != EFSSeek::BEGIN && origin != EFSSeek::CURRENT) return -1;
     return zip_->writing ? seek_writing(offset, origin) : seek_reading(offset, origin);
 }

@@ -9,6 +9,7 @@
 #include <cwchar>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "engine/filesystem/contract/guarded.h"
@@ -39,10 +40,11 @@ bool read_count(ifile& stream, std::uint16_t& count) {
 }
 
 /// Only the low 16 bits of the length are kept, on purpose: readers rely on the prefix.
-void write_text(ifile& stream, const char* text, std::size_t length) {
+ifile& write_text(ifile& stream, const char* text, std::size_t length) {
     const auto count = static_cast<std::uint16_t>(length);
     write_count(stream, count);
     if (count != 0) stream.write(text, count);
+    return stream;
 }
 
 /// Wide text is 16-bit units in files. Where wchar_t is wider, pairs of surrogates become one character and back; a lone
@@ -62,7 +64,7 @@ std::u16string units_of(const wchar_t* text, std::size_t length) {
     return units;
 }
 
-void write_text(ifile& stream, const wchar_t* text, std::size_t length) {
+ifile& write_text(ifile& stream, const wchar_t* text, std::size_t length) {
     guarded(stream.name(), [&] {
         const std::u16string units = units_of(text, length);
         const auto count = static_cast<std::uint16_t>(units.size());
@@ -71,6 +73,7 @@ void write_text(ifile& stream, const wchar_t* text, std::size_t length) {
         for (std::size_t i = 0; i < count; ++i) kernel::store_u16(&bytes[2 + 2 * i], units[i]);
         stream.write(bytes.data(), bytes.size());
     });
+    return stream;
 }
 
 /// Reads `count` units into `out` (room for as many characters) and returns how many characters they make; a unit that
@@ -99,13 +102,14 @@ std::size_t read_units(ifile& stream, std::uint16_t count, wchar_t* out) {
     return static_cast<std::size_t>(end - out) + left;
 }
 
-void discard(ifile& stream, std::uint32_t size) {
+ifile& discard(ifile& stream, std::uint32_t size) {
     std::uint8_t bytes[scratch_size];
     while (size != 0) {
         const std::uint32_t now = std::min<std::uint32_t>(size, scratch_size);
-        if (stream.read(bytes, now) != now) return;
+        if (stream.read(bytes, now) != now) break;
         size -= now;
     }
+    return stream;
 }
 
 std::size_t read_characters(ifile& stream, std::uint16_t count, char* out) {
@@ -116,28 +120,31 @@ std::size_t read_characters(ifile& stream, std::uint16_t count, char* out) {
 std::size_t read_characters(ifile& stream, std::uint16_t count, wchar_t* out) { return read_units(stream, count, out); }
 
 template <class Char>
-void read_into_buffer(ifile& stream, Char* text) {
+ifile& read_into_buffer(ifile& stream, Char* text) {
     std::uint16_t count = 0;
     read_count(stream, count);
     if (text == nullptr) return discard(stream, count * unit_size<Char>);
     // The caller answers for the size of the buffer.
     const std::size_t length = count == 0 ? 0 : read_characters(stream, count, text);
     text[length] = 0;
+    return stream;
 }
 
 template <class Char>
-void read_into_pointer(ifile& stream, Char*& text) {
-    std::free(text);
-    text = nullptr;
+ifile& read_into_pointer(ifile& stream, Char** out) {
+    if (out == nullptr) return stream;
+    std::free(std::exchange(*out, nullptr));
     std::uint16_t count = 0;
     read_count(stream, count);
-    if (count == 0) return;
-    text = static_cast<Char*>(std::calloc(count + std::size_t{1}, sizeof(Char)));
+    if (count == 0) return stream;
+    auto* const text = static_cast<Char*>(std::calloc(count + std::size_t{1}, sizeof(Char)));
     if (text == nullptr) {
         set_error(EFSError::OUT_OF_MEMORY, stream.name(), "There is no memory for a text.");
         return discard(stream, count * unit_size<Char>);
     }
     text[read_characters(stream, count, text)] = 0;
+    *out = text;
+    return stream;
 }
 
 /// False when the length is not there.
@@ -176,33 +183,23 @@ ifile& ifile::operator<<(bool value) {
     return *this;
 }
 
-ifile& ifile::operator<<(const char* text) {
-    write_text(*this, text, text == nullptr ? 0 : std::strlen(text));
-    return *this;
-}
+ifile& ifile::operator<<(const char* text) { return write_text(*this, text, text == nullptr ? 0 : std::strlen(text)); }
 
 ifile& ifile::operator<<(char* text) { return *this << const_cast<const char*>(text); }
 
 ifile& ifile::operator<<(const wchar_t* text) {
-    write_text(*this, text, text == nullptr ? 0 : std::wcslen(text));
-    return *this;
+    return write_text(*this, text, text == nullptr ? 0 : std::wcslen(text));
 }
 
 ifile& ifile::operator<<(wchar_t* text) { return *this << const_cast<const wchar_t*>(text); }
 
-ifile& ifile::operator<<(const ztl::string_base<char>& text) {
-    write_text(*this, text.data(), text.size());
-    return *this;
-}
+ifile& ifile::operator<<(const ztl::string_base<char>& text) { return write_text(*this, text.data(), text.size()); }
 
 ifile& ifile::operator<<(ztl::string_base<char>& text) {
     return *this << const_cast<const ztl::string_base<char>&>(text);
 }
 
-ifile& ifile::operator<<(const ztl::string_base<wchar_t>& text) {
-    write_text(*this, text.data(), text.size());
-    return *this;
-}
+ifile& ifile::operator<<(const ztl::string_base<wchar_t>& text) { return write_text(*this, text.data(), text.size()); }
 
 ifile& ifile::operator<<(ztl::string_base<wchar_t>& text) {
     return *this << const_cast<const ztl::string_base<wchar_t>&>(text);
@@ -238,27 +235,15 @@ ifile& ifile::operator>>(bool& value) {
     return *this;
 }
 
-ifile& ifile::operator>>(char* text) {
-    read_into_buffer(*this, text);
-    return *this;
-}
+ifile& ifile::operator>>(char* text) { return read_into_buffer(*this, text); }
 
-ifile& ifile::operator>>(wchar_t* text) {
-    read_into_buffer(*this, text);
-    return *this;
-}
+ifile& ifile::operator>>(wchar_t* text) { return read_into_buffer(*this, text); }
 
-ifile& ifile::operator>>(char** text) {
-    if (text != nullptr) read_into_pointer(*this, *text);
-    return *this;
-}
+ifile& ifile::operator>>(char** text) { return read_into_pointer(*this, text); }
 
 ifile& ifile::operator>>(const char** text) { return *this >> const_cast<char**>(text); }
 
-ifile& ifile::operator>>(wchar_t** text) {
-    if (text != nullptr) read_into_pointer(*this, *text);
-    return *this;
-}
+ifile& ifile::operator>>(wchar_t** text) { return read_into_pointer(*this, text); }
 
 ifile& ifile::operator>>(const wchar_t** text) { return *this >> const_cast<wchar_t**>(text); }
 

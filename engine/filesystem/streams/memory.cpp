@@ -1,6 +1,7 @@
 #include <engine/filesystem/streams/memory.h>
 
 #include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/streams/failure.h"
 #include "engine/filesystem/streams/memory_limit.h"
 
 #include <algorithm>
@@ -10,6 +11,20 @@
 #include <new>
 
 namespace fs {
+
+namespace {
+
+/// Up to `size` bytes from `pos` on, which moves.
+std::uint64_t copy_out(const unsigned char* bytes, std::uint64_t end, std::uint64_t& pos, void* buffer,
+                       std::uint64_t size) {
+    if (size == 0 || pos >= end) return 0;
+    const std::uint64_t there = std::min(size, end - pos);
+    std::memcpy(buffer, bytes + pos, static_cast<std::size_t>(there));
+    pos += there;
+    return there;
+}
+
+}  // namespace
 
 memfile::memfile() = default;
 
@@ -35,11 +50,7 @@ std::uint64_t memfile::write_data(const void* data, std::uint64_t size) {
 }
 
 std::uint64_t memfile::read_data(void* buffer, std::uint64_t size) {
-    if (size == 0 || pos_ >= size_) return 0;
-    const std::uint64_t there = std::min(size, size_ - pos_);
-    std::memcpy(buffer, buffer_ + pos_, static_cast<std::size_t>(there));
-    pos_ += there;
-    return there;
+    return copy_out(buffer_, size_, pos_, buffer, size);
 }
 
 std::uint64_t memfile::get_size() { return size_; }
@@ -98,12 +109,7 @@ std::uint64_t vectorfile::write_data(const void* data, std::uint64_t size) {
 }
 
 std::uint64_t vectorfile::read_data(void* buffer, std::uint64_t size) {
-    const std::uint64_t total = get_size();
-    if (size == 0 || pos_ >= total) return 0;
-    const std::uint64_t there = std::min(size, total - pos_);
-    std::memcpy(buffer, vector_->data() + pos_, static_cast<std::size_t>(there));
-    pos_ += there;
-    return there;
+    return vector_ == nullptr ? 0 : copy_out(vector_->data(), vector_->size(), pos_, buffer, size);
 }
 
 std::uint64_t vectorfile::get_size() { return vector_ == nullptr ? 0 : vector_->size(); }
@@ -135,10 +141,13 @@ FileInMemory* FileInMemory::create(void* buffer, std::uint64_t size) {
 }
 
 std::uint64_t FileInMemory::read(void* buffer, std::uint64_t size) {
-    return buffer_ == nullptr ? UINT64_MAX : stream_.read(buffer, size);
+    if (buffer_ == nullptr) return fs::fail(EFSError::INVALID_ARGUMENT, "The file in memory has no bytes.", name);
+    return stream_.read(buffer, size);
 }
 
-std::uint64_t FileInMemory::write(const void*, std::uint64_t) { return UINT64_MAX; }
+std::uint64_t FileInMemory::write(const void*, std::uint64_t) {
+    return fs::fail(EFSError::UNSUPPORTED, "A file in memory is only read.", name);
+}
 
 bool FileInMemory::seek(std::int64_t offset, EFSSeek::TYPE origin) { return stream_.seek(offset, origin); }
 

@@ -16,9 +16,9 @@ struct EFSRequestResult {
 
 /// The record through which a caller is told of the end of an asynchronous read.
 ///
-/// A request serves one read at a time: it is queued by SFsFile::read_async and may serve the next one, of any file, when
-/// it is FINISHED and a cancelled read has ended. A read without a request is passed over with a warning in the log, since
-/// nobody would hear of its end; one of 0 bytes finishes on the spot.
+/// A request serves one read at a time: it is queued by SFsFile::read_async and may serve the next one, of any file, once
+/// Wait has returned or its callback runs; before, also when it is FINISHED, queueing fails with IN_USE. A read without a
+/// request is passed over with a warning in the log, since nobody would hear of its end; one of 0 bytes ends on the spot.
 ///
 /// Callback runs once for each read, after the event that Wait waits for is set, on the thread that finishes the read: the
 ///          queue's worker, the thread that cancels it or closes its file, or the caller itself for 0 bytes. It may queue

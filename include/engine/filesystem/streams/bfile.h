@@ -45,7 +45,7 @@ public:
     bool is_open() const { return state_ != nullptr; }
     /// Hands what is pending to the system. False when not all of it could be written.
     bool flush();
-    /// Whether bytes could not be written, and still are not; or were not when the file was closed.
+    /// Whether bytes could not be written, or the end could not be set, and still is not; or was not at close.
     bool failed() const;
 
 private:

@@ -8,7 +8,7 @@
 namespace fs {
 
 /// Brackets what is written to a stream during its life with a chunk header; chunks nest. Layout: docs/formats.md,
-/// "Chunk layout". The stream must be able to seek back; where it cannot, the size stays 0.
+/// "Chunk layout". The stream must outlive it, and be able to seek back; where it cannot, the size stays 0.
 class ENGINE_FS_API chunk_save {
 public:
     /// `id` is four characters, the first one most significant.

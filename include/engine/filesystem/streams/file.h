@@ -14,7 +14,9 @@ namespace fs {
 ///
 /// Owns     its handle, from open or open_from_handle until close or destruction. Both replace a handle that is there
 ///          without closing it: close first.
-/// Closed   sizes are all bits set, answers false, name() null.
+/// Closed   sizes are all bits set, answers false, name() null; reads and writes say so in fs::last_error.
+/// Failure  what the handle answers, with its reason in fs::last_error; the end of the file never sets it.
+/// Threads  one at a time.
 class ENGINE_FS_API file : public ifile {
 public:
     file();

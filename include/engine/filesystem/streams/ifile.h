@@ -12,7 +12,9 @@ namespace fs {
 /// A stream of bytes, with typed accessors whose encoding is the same for every stream. The order of the virtual
 /// operations is part of the contract. Encodings: docs/formats.md, "Typed encoding".
 ///
-/// Failure  all bits set from the operations that return a size, false from the others; nothing throws.
+/// Failure  all bits set from the operations that return a size, false from the others; nothing throws. A read or write
+///          that fails sets fs::last_error, also when it returns what it moved before; coming to the end of the stream
+///          never does. So whoever must tell the two apart clears it first.
 /// Threads  one thread at a time.
 /// Typed    reading checks no byte counts: a short stream leaves the rest of the value as it was. Whoever must know
 ///          compares tell() with what was expected.

@@ -10,7 +10,7 @@
 namespace fs {
 
 /// A stream over a block of the caller's memory, which must outlive it. What does not fit is dropped, and the count
-/// says so.
+/// says so; fs::last_error stays as it is. One thread at a time.
 class ENGINE_FS_API memfile : public izipped_buffer_file {
 public:
     memfile();
@@ -34,7 +34,8 @@ private:
 };
 
 /// A stream over a vector of the caller's, which must outlive it and grows as needed. Its contents are kept, for WRITE
-/// too. Seeking past the end extends it with zeros.
+/// too. Seeking past the end extends it with zeros. Without memory a write returns 0 and a seek false, the vector as it
+/// was and the reason in fs::last_error. One thread at a time, with the vector.
 class ENGINE_FS_API vectorfile : public izipped_buffer_file {
 public:
     vectorfile();
@@ -58,7 +59,9 @@ private:
 
 /// An open file whose bytes lie in memory.
 ///
-/// Owns     `buffer`, a block of the C allocator, from construction on. Writes are refused.
+/// Owns     `buffer`, a block of the C allocator, from construction on.
+/// Failure  writes, and reads of a null block: all bits set, the reason in fs::last_error; the end never sets it.
+/// Threads  one at a time.
 class ENGINE_FS_API FileInMemory : public SFsFile {
 public:
     FileInMemory(void* buffer, std::uint64_t size);

@@ -14,6 +14,7 @@ namespace fs {
 ///          forwards only, filling with zeros; END is refused; tell() counts plain bytes and length() raw ones.
 /// Errors   a damaged or truncated member, or a storage that fails: reads give 0, tell() all bits set, seeks false, until
 ///          the member is opened again. Each such call sets fs::last_error; the end of a good member never does.
+/// Threads  one at a time.
 /// Close    close() writes what is pending and the trailer. Destruction frees memory and writes nothing, since the
 ///          storage may be gone by then.
 class ENGINE_FS_API izipped_buffer_file : public ifile {
@@ -25,7 +26,7 @@ public:
     izipped_buffer_file(const izipped_buffer_file&) = delete;
     izipped_buffer_file& operator=(const izipped_buffer_file&) = delete;
 
-    /// Always false: these streams open through init or open_from_memory.
+    /// Always false, UNSUPPORTED: these streams open through init or open_from_memory.
     bool open(const char* name, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE) override;
     void close() override;
     std::uint64_t length() override;
