@@ -103,6 +103,7 @@ bool Output::put_in_place() {
     std::error_code error;
     const stdfs::file_status before = stdfs::status(place_, error);
     if (stdfs::exists(before)) stdfs::permissions(beside_, before.permissions(), error);
+    if (time_) stdfs::last_write_time(beside_, *time_, error);
     stdfs::rename(beside_, place_, error);
     return !error || fail(name_, "it cannot be replaced: " + error.message());
 }

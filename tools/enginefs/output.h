@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "command.h"
@@ -21,6 +22,8 @@ public:
     /// Begins a file of the disk, of which is told by `name`.
     bool open_native(const std::string& path, const std::string& name, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
     bool write(const void* data, std::uint64_t size);
+    /// When the file is to have been written last.
+    void keep_time(std::filesystem::file_time_type time) { time_ = time; }
     bool finish();
 
 private:
@@ -32,6 +35,7 @@ private:
     std::filesystem::path beside_;  // where it is written; "" when nothing is left there
     std::string unplaced_;          // its virtual name, for as long as its place on the disk is not known
     fs::file_ptr file_;
+    std::optional<std::filesystem::file_time_type> time_;
     const Interruption interruption_;
 };
 
