@@ -7,6 +7,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "names.h"
+#include "result.h"
 #include "session.h"
 
 /// The command that was chosen on the command line.
@@ -27,6 +29,9 @@ struct Added {
 struct Name {
     std::string name;
 };
+struct Names {
+    std::vector<std::string> names;
+};
 struct FromTo {
     std::string from, to;
 };
@@ -34,12 +39,53 @@ struct FromTo {
 /// Where commands are added: the parser, or a group of commands in it.
 class Commands {
 public:
-    Commands(CLI::App& app, Chosen& chosen, const SessionOptions& session)
-        : app_(app), chosen_(chosen), session_(session) {}
+    Commands(CLI::App& app, Chosen& chosen, SessionOptions& session, Style& style)
+        : app_(app), chosen_(chosen), session_(session), style_(style) {}
 
     /// A command that calls `run` with its arguments.
     template <class Given>
     Added<Given> add(const char* name, const char* help, bool (*run)(const Given&), bool needs_mount = true) {
+        return add_running<Given>(name, help, run, needs_mount);
+    }
+
+    /// One that takes names and patterns, and calls `run` for each of the files.
+    Added<Names> add(const char* name, const char* help, const char* argument, bool (*run)(const Name&)) {
+        const auto added = add_running<Names>(name, help, [run](const Names& given) {
+            return for_each_file(given.names, [run](const std::string& file) { return run({file}); });
+        });
+        added->add_option(argument, added.given.names)->required();
+        return added;
+    }
+
+    /// Lets a command that lists be asked for other forms than lines.
+    template <class Given>
+    void add_forms(const Added<Given>& added, const char* first) {
+        added->add_flag("--json", style_.json, "As a JSON array of objects");
+        added->add_flag("-0,--null", style_.zero, std::string(first) + " alone, with a zero byte behind each");
+    }
+    /// The same for one that lists files.
+    template <class Given>
+    void add_forms(const Added<Given>& added) {
+        add_forms(added, "The names");
+        CLI::Option* const spelling =
+            added->add_flag("--spelling", added.given.form.spelling, "Names as the disk spells them");
+        added->add_flag("--native-paths", added.given.form.native, "The place of each on the disk for its name")
+            ->excludes(spelling);
+    }
+
+    Commands group(const char* name, const char* help) {
+        CLI::App* const app = app_.add_subcommand(name, help);
+        app->require_subcommand(1);
+        return {*app, chosen_, session_, style_};
+    }
+
+    /// The options before the command; they are full when a command runs.
+    const SessionOptions& session() const { return session_; }
+
+private:
+    template <class Given>
+    Added<Given> add_running(const char* name, const char* help, std::function<bool(const Given&)> run,
+                             bool needs_mount = true) {
         const auto given = std::make_shared<Given>();
         Chosen& chosen = chosen_;
         CLI::App* const app = app_.add_subcommand(name, help);
@@ -47,23 +93,8 @@ public:
         return {app, *given};
     }
 
-    /// One that takes a single required argument.
-    void add(const char* name, const char* help, const char* argument, bool (*run)(const Name&)) {
-        const Added<Name> added = add(name, help, run);
-        added->add_option(argument, added.given.name)->required();
-    }
-
-    Commands group(const char* name, const char* help) {
-        CLI::App* const app = app_.add_subcommand(name, help);
-        app->require_subcommand(1);
-        return {*app, chosen_, session_};
-    }
-
-    /// The options before the command; they are full when a command runs.
-    const SessionOptions& session() const { return session_; }
-
-private:
     CLI::App& app_;
     Chosen& chosen_;
-    const SessionOptions& session_;
+    SessionOptions& session_;
+    Style& style_;
 };

@@ -19,9 +19,7 @@ bool cp(const FromTo& given) { return copy_file(given, "cp ", FFSOpenFlags::NONE
 }  // namespace
 
 void add_content_commands(Commands& commands) {
-    const auto cat_command = commands.add("cat", "Write a file's content to standard output", cat);
-    cat_command->add_option("NAME", cat_command.given.name, "The file; its end is enough where that names no other")
-        ->required();
+    commands.add("cat", "Write the content of files to standard output", "NAME", cat);
 
     const auto cp_command =
         commands.add("cp", "Copy a file into the first source, or over a file that a source holds", cp);

@@ -3,23 +3,19 @@
 #include <algorithm>
 #include <cinttypes>
 
-#include <nlohmann/json.hpp>
-
 #include <engine/filesystem.h>
 
 #include "commands.h"
 #include "pack_check.h"
 #include "pack_files.h"
 #include "report.h"
+#include "result.h"
 #include "terminal.h"
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 struct Diff {
     std::string from, to;
-    bool json = false;
 };
 struct Patch {
     std::string from, to, out;
@@ -76,30 +72,26 @@ private:
     std::vector<Change> changes_;
 };
 
+Json json_or_null(std::uint64_t size) { return size != failed ? Json(size) : Json(); }
+std::string text_or_dash(std::uint64_t size) { return size != failed ? std::to_string(size) : "-"; }
+
 bool diff(const Diff& given) {
     Comparison all;
     if (!all.run(given.from, given.to)) return false;
-    const auto size_or_null = [](std::uint64_t size) { return size != failed ? Json(size) : Json(); };
-    const auto size_or_dash = [](std::uint64_t size) { return size != failed ? std::to_string(size) : "-"; };
-    Json items = Json::array();
+    Listing listing;
     for (const Change& change : all.changes()) {
         const char* const kind = kind_names[static_cast<int>(change.kind)];
-        if (given.json)
-            items.push_back({{"name", change.name},
-                             {"change", kind},
-                             {"old_size", size_or_null(change.old_size)},
-                             {"new_size", size_or_null(change.new_size)}});
-        else
-            print(formatted("%-7s %12s %12s  ", kind, size_or_dash(change.old_size).c_str(),
-                            size_or_dash(change.new_size).c_str()) +
-                  change.name + "\n");
+        listing.add({{"name", change.name},
+                     {"change", kind},
+                     {"old_size", json_or_null(change.old_size)},
+                     {"new_size", json_or_null(change.new_size)}},
+                    formatted("%-7s %12s %12s  ", kind, text_or_dash(change.old_size).c_str(),
+                              text_or_dash(change.new_size).c_str()) +
+                        shown(change.name));
     }
-    if (given.json) return print_json(items);
-    std::string sum;
-    for (const Kind kind : {Kind::ADDED, Kind::REMOVED, Kind::CHANGED})
-        sum += std::to_string(all.count(kind)) + " " + kind_names[static_cast<int>(kind)] +
-               (kind == Kind::CHANGED ? "\n" : ", ");
-    return print(sum);
+    listing.note(std::to_string(all.count(Kind::ADDED)) + " added, " + std::to_string(all.count(Kind::REMOVED)) +
+                 " removed, " + std::to_string(all.count(Kind::CHANGED)) + " changed");
+    return listing.finish();
 }
 
 bool patch(const Patch& given) {
@@ -128,7 +120,7 @@ void add_diff_commands(Commands& commands) {
         /*needs_mount*/ false);
     diff_command->add_option("OLD", diff_command.given.from, "A pack or a directory")->required();
     diff_command->add_option("NEW", diff_command.given.to, "A pack or a directory")->required();
-    diff_command->add_flag("--json", diff_command.given.json, "As a JSON array of objects");
+    commands.add_forms(diff_command, "The names");
 
     const auto patch_command = commands.add(
         "patch", "Make a pack of what was added and changed: mounted before OLD it shows what NEW shows", patch,

@@ -1,10 +1,7 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 #include <vector>
-
-bool matches(std::string_view pattern, std::string_view name);
 
 /// Names that are chosen among those of a tree, by patterns in any case. One without "/" is held against each part of a
 /// name, one with it against the whole and against each directory that the name lies in: "*.tga", "textures" and

@@ -1,47 +1,55 @@
 // sources, ls, find, stat, which: what is there, and who wins.
 
+#include <algorithm>
 #include <set>
-
-#include <nlohmann/json.hpp>
 
 #include <engine/filesystem.h>
 
 #include "commands.h"
 #include "names.h"
 #include "report.h"
+#include "result.h"
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 const char* kind_of(const SFsSourceInfo& source) {
     if (source.type == EFSSourceType::PLS) return "memory";
     if (source.type == EFSSourceType::PACK) return "pack";
     if (source.type == EFSSourceType::DIR) return "directory";
-    return source.path_name.empty() && source.file_name.empty() ? "fallback" : "root";
+    return place_of(source).empty() ? "fallback" : "root";
 }
 
-std::string place_of(const SFsSourceInfo& source) {
-    const std::string place = source.path_name + source.file_name;
+std::string told_place(const SFsSourceInfo& source) {
+    const std::string place = place_of(source);
     return place.empty() ? "(the disk itself)" : place;
+}
+
+Color color_of(const SFsSourceInfo& source) {
+    return source.type == EFSSourceType::PACK ? Color::PACK : Color::DIRECTORY;
 }
 
 struct NoArguments {};
 
 bool show_sources(const NoArguments&) {
-    const std::vector<SFsSourceInfo> sources = all_sources();
-    for (const SFsSourceInfo& source : sources)
-        print(formatted("%-10s %-9s ", kind_of(source), source.writable ? "writable" : "read-only") + place_of(source) +
-              (source.is_protected ? " (protected)" : "") + "\n");
-    return true;
+    Listing listing;
+    for (const SFsSourceInfo& source : all_sources()) {
+        const std::string place = told_place(source);
+        listing.add({{"place", place},
+                     {"kind", kind_of(source)},
+                     {"writable", source.writable},
+                     {"protected", source.is_protected}},
+                    formatted("%-10s %-9s ", kind_of(source), source.writable ? "writable" : "read-only") +
+                        shown(place, color_of(source)) + (source.is_protected ? " (protected)" : ""));
+    }
+    return listing.finish();
 }
 
 struct Ls {
-    std::string dir;
+    std::vector<std::string> names;
     std::string mask;
     bool recursive = false;
     bool long_form = false;
-    bool json = false;
+    NameForm form;
 };
 
 std::vector<std::string> subdirectories(const std::string& dir) {
@@ -53,115 +61,166 @@ std::vector<std::string> subdirectories(const std::string& dir) {
     return {names.begin(), names.end()};
 }
 
-/// The size in bytes, or `failed` where it is not known.
-std::uint64_t size_of(const std::string& name) { return fs::length(fs::open_file(name.c_str(), EFSMode::READ).get()); }
+Json json_or_null(std::uint64_t size) { return size != failed ? Json(size) : Json(); }
+Json json_or_null(const std::string& text) { return !text.empty() ? Json(text) : Json(); }
 
-void print_listing(const Ls& options, const std::vector<std::string>& dirs, const std::vector<std::string>& files) {
-    for (const std::string& dir : dirs) print((options.long_form ? std::string(35, ' ') : "") + dir + "/\n");
-    for (const std::string& file : files) {
-        const std::uint64_t size = options.long_form ? size_of(file) : failed;
-        const std::string time = options.long_form ? time_of(file) : "";
-        const std::string size_text = size != failed ? std::to_string(size) : "-";
-        const std::string columns = formatted("%12s  %-19s  ", size_text.c_str(), time.empty() ? "-" : time.c_str());
-        print((options.long_form ? columns : "") + file + "\n");
+void add_file(Listing& listing, const std::string& file, const Ls& options) {
+    const std::string name = told_name(file, options.form);
+    Json item{{"name", name}, {"kind", "file"}};
+    std::string columns;
+    if (options.long_form) {
+        const std::uint64_t size = fs::length(fs::open_file(file.c_str(), EFSMode::READ).get());
+        const std::string time = time_of(file);
+        item.update({{"size", json_or_null(size)}, {"time", json_or_null(time)}});
+        columns = formatted("%12s  %-20s  ", size != failed ? std::to_string(size).c_str() : "-",
+                            !time.empty() ? time.c_str() : "-");
     }
+    listing.add(std::move(item), columns + shown(name));
 }
 
-Json json_of(const std::string& file, bool long_form) {
-    Json item{{"name", file}, {"kind", "file"}};
-    if (!long_form) return item;
-    const std::uint64_t size = size_of(file);
-    const std::string time = time_of(file);
-    item.update({{"size", size != failed ? Json(size) : Json()}, {"time", time.empty() ? Json() : Json(time)}});
-    return item;
-}
-
-bool print_json_listing(const Ls& options, const std::vector<std::string>& dirs,
-                        const std::vector<std::string>& files) {
-    Json all = Json::array();
-    for (const std::string& dir : dirs) all.push_back({{"name", dir}, {"kind", "directory"}});
-    for (const std::string& file : files) all.push_back(json_of(file, options.long_form));
-    return print_json(all);
-}
-
-bool list(const Ls& options) {
-    std::string dir = normalised(options.dir == "." || options.dir == "/" ? "" : options.dir);
+bool list_directory(Listing& listing, const Ls& options, const std::string& given) {
+    std::string dir = normalised(given == "." || given == "/" ? "" : given);
     if (dir.ends_with('/')) dir.pop_back();
     const std::vector<std::string> files = list_files(dir.c_str(), options.mask.c_str(), options.recursive);
     std::vector<std::string> dirs;
-    if (!options.recursive && options.mask.empty()) dirs = subdirectories(dir);
+    if (!options.recursive && options.mask.empty() && !options.form.native) dirs = subdirectories(dir);
     if (files.empty() && dirs.empty() && fs::search_dir(dir.c_str()) == nullptr && !dir.empty())
-        return fail(options.dir, "no source has such a directory");
+        return fail(given, "no source has such a directory");
     if (files.empty() && !options.mask.empty()) return fail(options.mask, "no file matches");
-    if (options.json) return print_json_listing(options, dirs, files);
-    print_listing(options, dirs, files);
+    for (const std::string& name : dirs)
+        listing.add({{"name", name}, {"kind", "directory"}},
+                    std::string(options.long_form ? 36 : 0, ' ') + shown(name, Color::DIRECTORY) + "/");
+    for (const std::string& file : files) add_file(listing, file, options);
     return true;
 }
 
-bool find(const Name& given) {
-    const std::string wanted = lower_case(given.name);
-    bool found = false;
-    for (const std::string& name : list_files()) {
-        if (name.find(wanted) == std::string::npos) continue;
-        print(name + "\n");
-        found = true;
+bool list(const Ls& options) {
+    Listing listing;
+    const auto names = options.names.empty() ? std::vector<std::string>{""} : options.names;
+    const bool good = for_each_file(names, [&](const std::string& name) {
+        if (!is_listed(name)) return list_directory(listing, options, name);
+        add_file(listing, normalised(name), options);
+        return true;
+    });
+    return listing.finish() && good;
+}
+
+struct Find {
+    std::vector<std::string> texts;
+    NameForm form;
+};
+
+bool find(const Find& given) {
+    bool good = true;
+    std::set<std::string> found;
+    const std::vector<std::string> all = list_files();
+    for (const std::string& text : given.texts) {
+        const std::string wanted = lower_case(text);
+        const bool is_pattern = wanted.find_first_of("*?") != std::string::npos;
+        bool any = false;
+        for (const std::string& name : all) {
+            if (is_pattern ? !matches(wanted, name) : name.find(wanted) == std::string::npos) continue;
+            found.insert(name);
+            any = true;
+        }
+        if (!any) good = fail(text, is_pattern ? "no file matches" : "no name contains it");
     }
-    return found || fail(given.name, "no name contains it");
+    Listing listing;
+    for (const std::string& file : found) {
+        const std::string name = told_name(file, given.form);
+        listing.add({{"name", name}}, shown(name));
+    }
+    return listing.finish() && good;
 }
 
 struct Which {
-    std::string name;
+    std::vector<std::string> names;
     bool all = false;
 };
 
 bool which(const Which& given) {
-    const std::vector<SFsSourceInfo> holders = holders_of(given.name);
-    if (holders.empty()) return fail_not_held(given.name);
-    print(place_of(holders[0]) + "\n");
-    for (std::size_t i = 1; given.all && i < holders.size(); ++i) print(place_of(holders[i]) + " (shadowed)\n");
-    return true;
+    Listing listing;
+    const bool good = for_each_file(given.names, [&](const std::string& name) {
+        const std::vector<SFsSourceInfo> holders = holders_of(name);
+        if (holders.empty()) return fail_not_held(name);
+        for (std::size_t i = 0; i < (given.all ? holders.size() : 1); ++i) {
+            const std::string place = told_place(holders[i]);
+            listing.add({{"place", place}, {"name", name}, {"shadowed", i != 0}},
+                        shown(place, i == 0 ? color_of(holders[i]) : Color::SHADOWED) + (i == 0 ? "" : " (shadowed)"));
+        }
+        return true;
+    });
+    return listing.finish() && good;
 }
 
-bool show_file(const Name& given) {
-    const std::string& name = given.name;
+bool describe(const std::string& name, Json& item) {
     const std::vector<SFsSourceInfo> holders = holders_of(name);
     if (holders.empty()) return fail_not_held(name);
     const fs::file_ptr file = open_file(name);
     if (file == nullptr) return false;
-    const auto show = [](const char* what, const std::string& text) { print(formatted("%-11s", what) + text + "\n"); };
-    const auto path = [&](auto which_path) { return ask(name, [&] { return which_path(name.c_str()); }); };
-    const auto yes_no = [&](auto is_so) { return ask(name, [&] { return is_so(name.c_str()); }) ? "yes" : "no"; };
-    const std::uint64_t size = fs::length(file.get());
-    const std::string time = time_of(name);
-    const std::string place = place_on_disk(name);
-    show("name", path(fs::root_path));
-    show("source", place_of(holders[0]) + " (" + kind_of(holders[0]) + ")");
-    show("full path", place.empty() ? std::string(path(fs::full_path)) : place);
-    show("size", size != failed ? std::to_string(size) : "unknown");
-    show("written", time.empty() ? "unknown" : time + " UTC");
-    show("read-only", yes_no(fs::read_only));
-    show("protected", yes_no(fs::is_protected));
-    show("shadows", std::to_string(holders.size() - 1));
+    const auto say = [&](auto call) { return ask(name, [&] { return call(name.c_str()); }); };
+    item = {{"name", std::string(say(fs::root_path))},
+            {"source", told_place(holders[0])},
+            {"kind", kind_of(holders[0])},
+            {"full_path", told_name(name, {.native = true})},
+            {"size", json_or_null(fs::length(file.get()))},
+            {"time", json_or_null(time_of(name))},
+            {"read_only", say(fs::read_only)},
+            {"protected", say(fs::is_protected)},
+            {"shadows", holders.size() - 1}};
     return true;
+}
+
+/// An item as lines of key and value.
+std::string lines_of(const Json& item) {
+    std::string lines;
+    for (const auto& [key, value] : item.items()) {
+        const std::string text = value.is_null()      ? "unknown"
+                                 : value.is_boolean() ? (value ? "yes" : "no")
+                                 : value.is_string()  ? shown(value)
+                                                      : value.dump();
+        std::string label = formatted("%-11s", key.c_str());
+        std::ranges::replace(label, '_', ' ');
+        lines += (lines.empty() ? "" : "\n") + label + text;
+    }
+    return lines;
+}
+
+bool stat(const Names& given) {
+    Listing listing;
+    const bool good = for_each_file(given.names, [&](const std::string& name) {
+        Json item;
+        if (!describe(name, item)) return false;
+        listing.add(item, lines_of(item));
+        return true;
+    });
+    return listing.finish() && good;
 }
 
 }  // namespace
 
 void add_listing_commands(Commands& commands) {
-    commands.add("sources", "Show the sources in the order in which they are asked", show_sources);
+    const auto sources = commands.add("sources", "Show the sources in the order in which they are asked", show_sources);
+    commands.add_forms(sources, "The places");
 
     const auto ls = commands.add("ls", "List the files and directories of a directory, all sources merged", list);
-    ls->add_option("DIR", ls.given.dir, "Directory (default: the root)");
+    ls->add_option("NAME", ls.given.names, "Directories and files (default: the root)");
     ls->add_option("--mask", ls.given.mask, "Only file names that match, with * and ?")->type_name("P");
     ls->add_flag("-r,--recursive", ls.given.recursive, "Everything below the directory");
-    ls->add_flag("--long", ls.given.long_form, "Size of each file, and time in UTC");
-    ls->add_flag("--json", ls.given.json, "As a JSON array of objects (with --long: size in bytes, time)");
+    ls->add_flag("--long", ls.given.long_form, "Size of each file in bytes, and time in UTC");
+    commands.add_forms(ls);
 
-    commands.add("find", "Find the names that contain a text", "TEXT", find);
-    commands.add("stat", "Show what is known of a file", "NAME", show_file);
+    const auto find_command = commands.add("find", "Find the names that contain a text, or match a pattern", find);
+    find_command->add_option("TEXT", find_command.given.texts)->required();
+    commands.add_forms(find_command);
+
+    const auto stat_command = commands.add("stat", "Show what is known of files", stat);
+    stat_command->add_option("NAME", stat_command.given.names)->required();
+    commands.add_forms(stat_command, "The names");
 
     const auto which_command = commands.add("which", "Show the source that a name is read from", which);
-    which_command->add_option("NAME", which_command.given.name)->required();
+    which_command->add_option("NAME", which_command.given.names)->required();
     which_command->add_flag("--all", which_command.given.all,
                             "Every source that holds the name, in asking order; those that lose are marked");
+    commands.add_forms(which_command, "The places");
 }

@@ -8,18 +8,16 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
 #include <engine/filesystem.h>
 
 #include "commands.h"
 #include "names.h"
 #include "report.h"
+#include "result.h"
 #include "terminal.h"
 
 namespace {
 
-using Json = nlohmann::ordered_json;
 using std::chrono::duration;
 using std::chrono::steady_clock;
 
@@ -52,6 +50,7 @@ struct EndBatch {
 bool choose_names(const Given& given, std::vector<std::string>& names) {
     names = given.names;
     if (!given.order.empty() && !read_lines(given.order, names)) return false;
+    if (!expand(names)) return false;
     if (given.order.empty() && names.empty()) names = list_files();
     return !names.empty() || fail("load", "there is nothing to load");
 }

@@ -1,8 +1,8 @@
 // rm, mkdir, mv, backup, crc, touch: changing files, and telling whether they are the same.
 
-#include <charconv>
 #include <chrono>
 #include <cinttypes>
+#include <cstdio>
 #include <ctime>
 #include <iomanip>
 #include <optional>
@@ -15,6 +15,7 @@
 #include "commands.h"
 #include "names.h"
 #include "report.h"
+#include "result.h"
 #include "terminal.h"
 
 namespace {
@@ -33,43 +34,60 @@ bool remove_directory(const std::string& name) {
     return !is_directory(name) || fail(name, "it is still there: not everything in it could be removed");
 }
 
+bool remove_native(const std::string& path) {
+    std::error_code error;
+    return std::filesystem::remove(fs::to_path(path), error) || fail(path, "it cannot be removed: " + error.message());
+}
+
 bool remove_one(const std::string& name, bool recursive) {
-    if (fs::exists(name.c_str()))
-        return names_itself(name) && attempt(name, "it cannot be removed", [&] { return fs::rem_file(name.c_str()); });
-    return recursive ? remove_directory(name)
-                     : fail_not_held(name, "it is a directory; -r removes one with everything in it");
+    if (const std::string exact = exact_spelling(name); !exact.empty())
+        return holders_of(name)[0].writable ? remove_native(exact) : fail(name, "its source cannot be written to");
+    if (recursive && is_directory(name)) return remove_directory(name);
+    if (!fs::exists(name.c_str()))
+        return fail_not_held(name, "it is a directory; -r removes one with everything in it");
+    if (!names_itself(name) || !attempt(name, "it cannot be removed", [&] { return fs::rem_file(name.c_str()); }))
+        return false;
+    if (is_listed(name))
+        note(name, "it was removed from one source; " + place_of(holders_of(name)[0]) + " holds it still");
+    return true;
 }
 
 bool rm(const Rm& given) {
-    bool good = true;
-    for (const std::string& name : given.names) {
-        const bool removed = remove_one(name, given.recursive);
-        const std::vector<SFsSourceInfo> others = removed ? holders_of(name) : std::vector<SFsSourceInfo>();
-        if (!others.empty())
-            note(name,
-                 "it was removed from one source; " + others[0].path_name + others[0].file_name + " holds it still");
-        good = removed && good;
-    }
-    return good;
+    return for_each_file(given.names, [&](const std::string& name) { return remove_one(name, given.recursive); });
 }
 
 bool mkdir(const Name& given) {
-    if (fs::exists(given.name.c_str())) return fail(given.name, "a file of this name is there");
+    if (is_listed(given.name)) return fail(given.name, "a file of this name is there");
     return attempt(given.name, "it cannot be made", [&] { return fs::mkdir(given.name.c_str()); });
 }
 
-bool mv(const FromTo& given) {
-    if (!fs::exists(given.from.c_str())) return fail_not_held(given.from, "it is a directory; only files are renamed");
-    if (!names_itself(given.from)) return false;
-    if (is_directory(given.to)) return fail(given.to, "it is a directory; give the whole new name");
-    return attempt(given.from, "it cannot be renamed",
-                   [&] { return fs::rename(given.from.c_str(), given.to.c_str()); });
+bool rename(const std::string& from, const std::string& to) {
+    if (is_directory(from)) return fail(from, "it is a directory; only files are renamed");
+    if (!fs::exists(from.c_str())) return fail_not_held(from);
+    return names_itself(from) &&
+           attempt(from, "it cannot be renamed", [&] { return fs::rename(from.c_str(), to.c_str()); });
+}
+
+/// The last name is the new one, or a directory that takes files under their own names.
+bool mv(const Names& given) {
+    std::vector<std::string> names = given.names;
+    const std::string to = names.back();
+    names.pop_back();
+    bool good = expand(names);
+    const bool is_into = to.ends_with('/') || is_directory(to);
+    if (names.size() > 1 && !is_into) return fail(to, "it is no directory, which several files need");
+    for (const std::string& name : names) {
+        const std::string last = name.substr(name.find_last_of("/\\") + 1);
+        good = rename(name, is_into ? to + "/" + last : to) && good;
+    }
+    return good;
 }
 
 bool backup(const Name& given) {
     const std::string& name = given.name;
     if (!fs::exists(name.c_str())) return fail(name, "no source holds it");
-    if (!names_itself(name)) return false;
+    for (const char* const extension : {"", ".bak", ".ba1", ".ba2", ".ba3"})
+        if (!names_itself(name + extension)) return false;
     fs::clear_error();
     fs::create_backup_copy(name.c_str());
     if (fs::last_error().code != EFSError::NONE) return fail_with_last_error(name, "it cannot be moved");
@@ -78,6 +96,7 @@ bool backup(const Name& given) {
 
 struct Crc {
     std::vector<std::string> names;
+    NameForm form;
 };
 
 bool crc(const Crc& given) {
@@ -90,52 +109,64 @@ bool crc(const Crc& given) {
         all.progress.add(done - std::exchange(all.done, done));
         return true;
     };
-    bool good = true;
-    for (const std::string& name : given.names) {
-        fs::CrcCalcArgs args{.path = name.c_str(), .buffer_size = 1u << 20, .progress = tell, .user = &told};
+    Listing listing;
+    const bool good = for_each_file(given.names, [&](const std::string& file) {
+        fs::CrcCalcArgs args{.path = file.c_str(), .buffer_size = 1u << 20, .progress = tell, .user = &told};
         told.done = 0;
-        const bool read = attempt(name, "it cannot be read", [&] { return fs::calc_file_crc(args); });
-        if (read) print(formatted("%08" PRIx32 " %12" PRIu64 "  ", args.crc, args.size) + name + "\n");
-        good = read && good;
-    }
-    return good;
+        if (!attempt(file, "it cannot be read", [&] { return fs::calc_file_crc(args); })) return false;
+        const std::string name = told_name(file, given.form);
+        listing.add({{"name", name}, {"crc", args.crc}, {"size", args.size}},
+                    formatted("%08" PRIx32 " %12" PRIu64 "  ", args.crc, args.size) + shown(name));
+        return true;
+    });
+    return listing.finish() && good;
 }
 
 struct Touch {
-    std::string name;
+    std::vector<std::string> names;
     std::string time;
 };
 
-/// What a text names: "YYYY-MM-DD", "YYYY-MM-DD HH:MM:SS" (also with a "T") or "@SECONDS" since 1970.
+/// "+HH:MM" or "-HH:MM" in seconds; "" and "Z" are 0.
+std::optional<int> parse_zone(const std::string& text) {
+    int hours = 0, minutes = 0, length = 0;
+    if (text.empty() || text == "Z") return 0;
+    if (std::sscanf(text.c_str(), "%*1[+-]%2d:%2d%n", &hours, &minutes, &length) != 2 || text.size() != 6 ||
+        length != 6)
+        return std::nullopt;
+    return (text[0] == '-' ? -1 : 1) * (hours * 60 + minutes) * 60;
+}
+
+/// What a text names: a date, with a time of day behind a "T" or a blank, with a zone behind that; or "@SECONDS" since
+/// 1970.
 std::optional<chrono::sys_seconds> parse_time(const std::string& text) {
     std::int64_t seconds = 0;
-    const char* const end = text.data() + text.size();
-    if (text.starts_with('@')) {
-        const auto [stop, error] = std::from_chars(text.data() + 1, end, seconds);
-        if (error != std::errc() || stop != end) return std::nullopt;
+    std::istringstream in(text);
+    const auto next = [&in] { return in.rdbuf()->sgetc(); };
+    if (next() == '@') {
+        if (!(in.ignore() >> seconds) || next() != EOF) return std::nullopt;
     } else {
         std::tm fields{};
-        std::istringstream in(text.size() == 10 ? text + " 00:00:00" : text);
-        in >> std::get_time(&fields, text.find('T') != std::string::npos ? "%Y-%m-%dT%H:%M:%S" : "%Y-%m-%d %H:%M:%S");
+        std::string zone;
+        in >> std::get_time(&fields, "%Y-%m-%d");
+        if (next() == 'T' || next() == ' ') in.ignore() >> std::get_time(&fields, "%H:%M:%S");
         const chrono::year_month_day date(chrono::year(fields.tm_year + 1900),
                                           chrono::month(static_cast<unsigned>(fields.tm_mon + 1)),
                                           chrono::day(static_cast<unsigned>(fields.tm_mday)));
-        if (in.fail() || in.peek() != std::istringstream::traits_type::eof() || !date.ok()) return std::nullopt;
+        if (in.fail() || !date.ok()) return std::nullopt;
+        std::getline(in, zone, '\0');
+        const std::optional<int> offset = parse_zone(zone);
+        if (!offset) return std::nullopt;
         seconds = chrono::sys_seconds(chrono::sys_days(date)).time_since_epoch().count() + fields.tm_hour * 3600 +
-                  fields.tm_min * 60 + fields.tm_sec;
+                  fields.tm_min * 60 + fields.tm_sec - *offset;
     }
     // 1883 to 2465: what the standard library's clock of files can tell.
     if (seconds < -2'745'446'400 || seconds >= 15'652'310'400) return std::nullopt;
     return chrono::sys_seconds(chrono::seconds(seconds));
 }
 
-bool touch(const Touch& given) {
-    const std::string& name = given.name;
-    const auto now = chrono::floor<chrono::seconds>(chrono::system_clock::now());
-    const std::optional<chrono::sys_seconds> time = given.time.empty() ? now : parse_time(given.time);
-    if (!time)
-        fail_usage(given.time,
-                   "this is no time; give \"YYYY-MM-DD\", \"YYYY-MM-DD HH:MM:SS\" or @SECONDS, in UTC, from 1883 on");
+bool set_time(const std::string& name, chrono::sys_seconds time) {
+    if (is_directory(name)) return fail(name, "it is a directory");
     if (!names_itself(name)) return false;
     const auto create = [&] { return fs::file_ptr(fs::open(name.c_str(), EFSMode::APPEND)) != nullptr; };
     if (!fs::exists(name.c_str()) && !attempt(name, "it cannot be created", create)) return false;
@@ -144,8 +175,18 @@ bool touch(const Touch& given) {
     const std::string place = place_on_disk(name);
     if (place.empty()) return fail(name, "its source keeps no such time");
     std::error_code error;
-    std::filesystem::last_write_time(fs::to_path(place), chrono::file_clock::from_sys(*time), error);
+    std::filesystem::last_write_time(fs::to_path(place), chrono::file_clock::from_sys(time), error);
     return !error || fail(name, "its time cannot be set: " + error.message());
+}
+
+bool touch(const Touch& given) {
+    const auto now = chrono::floor<chrono::seconds>(chrono::system_clock::now());
+    const std::optional<chrono::sys_seconds> time = given.time.empty() ? now : parse_time(given.time);
+    if (!time)
+        fail_usage(given.time,
+                   "this is no time; give \"YYYY-MM-DD\", \"YYYY-MM-DDTHH:MM:SS\", in UTC unless \"+HH:MM\" follows, "
+                   "or @SECONDS, from 1883 on");
+    return for_each_file(given.names, [&](const std::string& name) { return set_time(name, *time); });
 }
 
 }  // namespace
@@ -159,23 +200,26 @@ void add_manage_commands(Commands& commands) {
 
     commands.add("mkdir", "Make a directory, and those above it, in the first source", "DIR", mkdir);
 
-    const auto move = commands.add("mv", "Rename a file within the source that holds it", mv);
-    move->add_option("FROM", move.given.from)->required();
-    move->add_option("TO", move.given.to, "The whole new name, which no source may hold yet")->required();
+    const auto move = commands.add("mv", "Rename files within the source that holds them", mv);
+    move->add_option("NAMES", move.given.names,
+                     "Files, and last the whole new name, which no source may hold yet, or a directory")
+        ->required()
+        ->expected(2, -1);
 
     commands.add("backup",
-                 "Move a file into its newest backup NAME.bak, and older ones to .ba1, .ba2 and .ba3; NAME itself "
+                 "Move files into their newest backups NAME.bak, and older ones to .ba1, .ba2 and .ba3; NAME itself "
                  "is gone afterwards",
                  "NAME", backup);
 
     const auto checksum = commands.add("crc", "Print CRC-32, size and name of files", crc);
     checksum->add_option("NAME", checksum.given.names)->required();
+    commands.add_forms(checksum);
 
-    const auto set_time =
-        commands.add("touch", "Set the write time of a file, which is made, empty, when no source holds it", touch);
-    set_time->add_option("NAME", set_time.given.name)->required();
-    set_time
-        ->add_option("--time", set_time.given.time,
-                     "\"YYYY-MM-DD\", \"YYYY-MM-DD HH:MM:SS\" or @SECONDS since 1970, in UTC (default: now)")
+    const auto set =
+        commands.add("touch", "Set the write time of files, which are made, empty, when no source holds them", touch);
+    set->add_option("NAME", set.given.names)->required();
+    set->add_option("--time", set.given.time,
+                    "\"YYYY-MM-DD\", \"YYYY-MM-DDTHH:MM:SS\", in UTC unless a zone as \"+01:00\" follows, or @SECONDS "
+                    "since 1970 (default: now)")
         ->type_name("T");
 }

@@ -1,5 +1,6 @@
 #include "names.h"
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <ratio>
@@ -68,9 +69,85 @@ std::vector<std::string> list_files(const char* dir, const char* mask, bool recu
     return {found.begin(), found.end()};
 }
 
+bool matches(std::string_view pattern, std::string_view name) {
+    constexpr std::size_t none = std::string_view::npos;
+    struct {
+        std::size_t pattern = none, name = 0;
+    } part, path;  // where the latest "*" and "**" take one character more
+    bool whole_parts = false;
+    std::size_t p = 0, n = 0;
+    while (n < name.size()) {
+        const std::string_view left = pattern.substr(p);
+        if (left.starts_with("**")) {
+            whole_parts = left.starts_with("**/");
+            path = {p += whole_parts ? 3 : 2, n};
+            part = {};
+        } else if (left.starts_with('*')) {
+            part = {++p, n};
+        } else if (!left.empty() && (left[0] == name[n] || (left[0] == '?' && name[n] != '/'))) {
+            ++p, ++n;
+        } else if (part.pattern != none && name[part.name] != '/') {
+            p = part.pattern, n = ++part.name;
+        } else if (path.pattern != none) {
+            do n = ++path.name;
+            while (whole_parts && n < name.size() && name[n - 1] != '/');
+            p = path.pattern;
+            part = {};
+        } else {
+            return false;
+        }
+    }
+    return pattern.find_first_not_of('*', p) == none;
+}
+
+bool expand(std::vector<std::string>& names) {
+    bool good = true;
+    std::vector<std::string> all;
+    for (const std::string& name : names) {
+        const bool is_pattern = name.find_first_of("*?") != std::string::npos;
+        if (!is_pattern || ask(name, [&] { return fs::exists(name.c_str(), FFSOpenFlags::WHOLE_NAME); })) {
+            all.push_back(name);
+            continue;
+        }
+        const std::size_t before = all.size();
+        const std::string pattern = normalised(name);
+        for (const std::string& file : list_files())
+            if (matches(pattern, file)) all.push_back(file);
+        if (all.size() == before) good = fail(name, "no file matches");
+    }
+    names = std::move(all);
+    return good;
+}
+
+bool for_each_file(std::vector<std::string> names, const std::function<bool(const std::string&)>& run) {
+    bool good = expand(names);
+    for (const std::string& name : names) good = run(name) && good;
+    return good;
+}
+
+bool is_listed(const std::string& name) {
+    const std::string clean = normalised(name);
+    const std::size_t split = clean.rfind('/') + 1;
+    const std::string dir = clean.substr(0, split == 0 ? 0 : split - 1);
+    const std::vector<std::string> found = list_files(dir.c_str(), clean.c_str() + split, false);
+    return std::ranges::find(found, clean) != found.end();
+}
+
 bool is_directory(const std::string& name) {
     const std::string clean = normalised(name);
-    return !clean.empty() && ask(name, [&] { return fs::search_dir(clean.c_str()); }) != nullptr;
+    if (clean.empty()) return false;
+    return ask(name, [&] { return fs::search_dir(clean.c_str()); }) != nullptr ||
+           (fs::is_full_path(name.c_str()) && fs::does_dir_exist(name.c_str()));
+}
+
+std::string place_of(const SFsSourceInfo& source) { return source.path_name + source.file_name; }
+
+std::string told_name(const std::string& name, const NameForm& form) {
+    if (!form.native && !form.spelling) return name;
+    const std::string place = place_on_disk(name);
+    if (form.native)
+        return !place.empty() ? place : ask(name, [&] { return std::string(fs::full_path(name.c_str())); });
+    return lower_case(place).ends_with(name) ? place.substr(place.size() - name.size()) : name;
 }
 
 bool fail_not_held(const std::string& name, const std::string& if_directory) {
@@ -78,9 +155,25 @@ bool fail_not_held(const std::string& name, const std::string& if_directory) {
 }
 
 bool names_itself(const std::string& name) {
-    if (fs::exists(name.c_str(), FFSOpenFlags::WHOLE_NAME)) return true;
-    if (!ask(name, [&] { return fs::exists(name.c_str()); })) return true;
+    if (const std::string exact = exact_spelling(name); !exact.empty())
+        return fail(name, "it finds " + place_on_disk(name) + ", which differs from it in case alone");
+    const bool is_full = fs::is_full_path(name.c_str());
+    if (is_full ? fs::exists(name.c_str(), FFSOpenFlags::WHOLE_NAME) : is_listed(name)) return true;
+    const std::vector<SFsSourceInfo> holders = holders_of(name);
+    if (holders.empty()) return true;
+    if (place_of(holders[0]).empty())
+        return fail(name, "no source holds it, but the current directory does; give the full path, or --no-fallback");
     return fail(name, "it finds " + fs::root_path(name.c_str()) + "; give that name to change it");
+}
+
+std::string exact_spelling(const std::string& name) {
+    const std::string found = place_on_disk(name), typed = normalised(name, /*keep_case*/ true);
+    if (found.size() < typed.size() || found.ends_with(typed) || fs::is_full_path(name.c_str())) return "";
+    const std::string exact = found.substr(0, found.size() - typed.size()) + typed;
+    std::error_code error;
+    const bool is_other = lower_case(exact) == lower_case(found) && stdfs::exists(fs::to_path(exact), error) &&
+                          !stdfs::equivalent(fs::to_path(exact), fs::to_path(found), error);
+    return is_other && !error ? exact : "";
 }
 
 std::string place_on_disk(const std::string& name) {
@@ -97,7 +190,9 @@ std::string time_of(const std::string& name) {
     if (place.empty() || error) return "";
     const auto since_1970 = std::chrono::file_clock::to_sys(std::chrono::time_point_cast<Ticks>(time));
     const std::int64_t ticks = since_1970.time_since_epoch().count() + from_1601_to_1970;
-    return ask(name, [&] { return fs::get_time_as_str(ticks); });
+    std::string text = ask(name, [&] { return fs::get_time_as_str(ticks); });
+    if (!text.empty()) text.replace(10, 1, "T") += 'Z';
+    return text;
 }
 
 std::string lower_case(std::string text) {
@@ -106,9 +201,9 @@ std::string lower_case(std::string text) {
     return text;
 }
 
-std::string normalised(const std::string& name) {
+std::string normalised(const std::string& name, bool keep_case) {
     std::string out(name.size() + 1, '\0');
-    fs::path_normalize(out.data(), name.c_str(), false);
+    fs::path_normalize(out.data(), name.c_str(), keep_case);
     out.resize(out.find('\0'));
     return out;
 }

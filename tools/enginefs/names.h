@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <engine/filesystem.h>
@@ -27,30 +28,59 @@ bool read_to_end(SFsFile* file, const std::string& name, const TakeBytes& take);
 std::vector<SFsSourceInfo> all_sources();
 std::vector<SFsSourceInfo> holders_of(const std::string& name);
 
+/// Where a source lies; "" for the disk itself.
+std::string place_of(const SFsSourceInfo& source);
+
+/// How a command shows names.
+struct NameForm {
+    bool spelling = false;  // as the disk spells them
+    bool native = false;    // their places on the disk
+};
+std::string told_name(const std::string& name, const NameForm& form);
+
 /// The merged, sorted names of the files in `dir`; "" is the root, null everywhere.
 std::vector<std::string> list_files(const char* dir = nullptr, const char* mask = nullptr, bool recursive = true);
 
-/// Whether the directory index holds a directory of this name.
+/// Whether a name as the library holds it matches a pattern: "?" stands for a character and "*" for any number of them,
+/// neither for a "/"; "**" for any number with it, and "**/" also for no directory.
+bool matches(std::string_view pattern, std::string_view name);
+
+/// The names, with a pattern replaced by the files that match it. A name that a file has is no pattern. False, with a word
+/// on standard error, when a pattern matches nothing.
+bool expand(std::vector<std::string>& names);
+
+/// Calls `run` for each of the files that names and patterns stand for. False when a pattern matches nothing, or a call
+/// answered so.
+bool for_each_file(std::vector<std::string> names, const std::function<bool(const std::string&)>& run);
+
+/// Whether a source other than the disk itself holds a file of this whole name.
+bool is_listed(const std::string& name);
+
+/// Whether the directory index holds a directory of this name, or the disk one of this full path.
 bool is_directory(const std::string& name);
 
 /// Says that nothing holds a file of this name, or that it is a directory. Returns false.
 bool fail_not_held(const std::string& name, const std::string& if_directory = "it is a directory");
 
-/// Names find files by their ends: "one.txt" finds "levels/one.txt". That is fine for reading, but what changes a file
-/// asks this first: false, with a word on standard error, when the name finds a file of another name.
+/// Names find files by their ends ("one.txt" finds "levels/one.txt"), in any case, and below the current directory. That
+/// is fine for reading, but what changes a file asks this first: false, with a word on standard error, when the name finds
+/// another file than one would think.
 bool names_itself(const std::string& name);
+
+/// Where the disk holds a file of just this spelling while the name finds one that differs in case; "" otherwise.
+std::string exact_spelling(const std::string& name);
 
 /// Where on the disk the file lies, as the disk spells it; "" when it lies in a pack or nowhere.
 std::string place_on_disk(const std::string& name);
 
-/// "YYYY-MM-DD HH:MM:SS", in UTC, of a file's last change; "" when its source keeps none.
+/// "YYYY-MM-DDTHH:MM:SSZ" of a file's last change; "" when its source keeps none.
 std::string time_of(const std::string& name);
 
 /// `text` with ASCII letters lower-cased.
 std::string lower_case(std::string text);
 
-/// The name as the library holds it: "/" separators, dots resolved, lower case.
-std::string normalised(const std::string& name);
+/// The name as the library holds it: "/" separators, dots resolved, lower case unless `keep_case`.
+std::string normalised(const std::string& name, bool keep_case = false);
 
 /// The full form of a path as somebody typed it, with "/" separators.
 std::string full_native_path(const std::string& path);

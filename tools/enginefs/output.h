@@ -8,6 +8,9 @@
 #include "interruption.h"
 #include "names.h"
 
+/// The place below a directory of a name from outside; "" for one that would leave it or that no disk of ours could hold.
+std::string safe_name(const std::string& name);
+
 /// A file that is being made. It is written beside its place and put there by finish(), so that what is there stays whole
 /// until then, and stays when this ends before. What goes wrong is said on standard error.
 class Output {
@@ -21,6 +24,9 @@ public:
     bool open(const std::string& name, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
     /// Begins a file of the disk, of which is told by `name`.
     bool open_native(const std::string& path, const std::string& name, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
+    /// Begins a file of the disk below a directory, with the directories of its name. Links on the way and in its place
+    /// are replaced: what they point to may lie anywhere. `name` is a safe_name.
+    bool open_below(const std::filesystem::path& root, const std::string& name);
     bool write(const void* data, std::uint64_t size);
     /// When the file is to have been written last.
     void keep_time(std::filesystem::file_time_type time) { time_ = time; }

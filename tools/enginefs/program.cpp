@@ -1,7 +1,9 @@
 #include "program.h"
 
+#include <algorithm>
 #include <exception>
 #include <new>
+#include <numeric>
 
 #include <engine/filesystem.h>
 
@@ -10,7 +12,7 @@
 
 namespace {
 
-void add_session_options(CLI::App& app, SessionOptions& options) {
+void add_session_options(CLI::App& app, SessionOptions& options, Style& style) {
     app.add_option("--root", options.root,
                    "Directory that is asked after packs and written to (default: the current one)")
         ->type_name("DIR");
@@ -30,6 +32,52 @@ void add_session_options(CLI::App& app, SessionOptions& options) {
                    "Show the library's messages on standard error: none, fatal, error, info, "
                    "warn, debug, verbose or all")
         ->type_name("LEVEL");
+    app.add_option("--color", style.color,
+                   "Colours: auto (on a terminal, unless NO_COLOR is set), always or never (default: auto)")
+        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->type_name("WHEN");
+}
+
+/// How many letters must be changed, added or dropped to make one word of the other.
+std::size_t distance(const std::string& a, const std::string& b) {
+    std::vector<std::size_t> row(b.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        std::size_t diagonal = std::exchange(row[0], i + 1);
+        for (std::size_t j = 0; j < b.size(); ++j) {
+            const std::size_t changed = diagonal + (a[i] == b[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({changed, diagonal + 1, row[j] + 1});
+        }
+    }
+    return row.back();
+}
+
+/// The command or option that is meant by a word which is none; "" where none is near.
+std::string suggestion(const CLI::App& app, const std::string& word) {
+    std::vector<std::string> known;
+    for (const CLI::App* const command : app.get_subcommands({})) known.push_back(command->get_name());
+    for (const CLI::App* at = &app; at != nullptr; at = at->get_parent())
+        for (const CLI::Option* const option : at->get_options())
+            for (const std::string& name : option->get_lnames()) known.push_back("--" + name);
+    const auto near = [&](const std::string& name) { return distance(word, name); };
+    const auto best = std::ranges::min_element(known, {}, near);
+    return best != known.end() && near(*best) <= 2 && near(*best) < word.size() ? *best : "";
+}
+
+std::string message_of(const CLI::App* app, const CLI::Error& error) {
+    const std::vector<std::string> unknown = app->remaining(true);
+    while (!app->get_subcommands().empty()) app = app->get_subcommands().front();
+    const auto code = static_cast<CLI::ExitCodes>(error.get_exit_code());
+    const bool is_unknown = code == CLI::ExitCodes::ExtrasError || code == CLI::ExitCodes::RequiredError;
+    std::string text = std::string("enginefs: ") + error.what() + "\n";
+    if (is_unknown && !unknown.empty()) {
+        const bool is_option = unknown[0].starts_with('-');
+        const std::string meant = suggestion(*app, unknown[0]);
+        text = "enginefs: " + printable(unknown[0]) + ": this is no " + (is_option ? "option" : "command") + " here";
+        text += meant.empty() ? "\n" : "; did you mean \"" + meant + "\"?\n";
+    }
+    return text + "Run with --help for more information.\n";
 }
 
 }  // namespace
@@ -37,15 +85,17 @@ void add_session_options(CLI::App& app, SessionOptions& options) {
 Program::Program() : app_("Lists, reads, explains and changes what the engine's file system sees.", "enginefs") {
     app_.footer(
         "Names use \"/\" and any case; a name that begins with \"-\" stands behind \"--\". A file is also found by the "
-        "end of its name (\"one.txt\" for \"levels/one.txt\"), but only changed by the whole of it. Exit status: 0 "
-        "done, 1 not found or failed, 2 wrong command line.");
-    app_.failure_message([](const CLI::App*, const CLI::Error& error) {
-        return "enginefs: " + std::string(error.what()) + "\nRun with --help for more information.\n";
-    });
+        "end of its name (\"one.txt\" for \"levels/one.txt\"), but only changed by the whole of it. Where names are "
+        "taken "
+        "so are patterns of whole names: \"*\" and \"?\" within a directory, \"**\" across. Options of this page stand "
+        "before or behind the command. Exit status: 0 done, 1 not found or failed, 2 wrong command line.");
+    app_.failure_message(message_of);
+    app_.set_version_flag("--version", "enginefs " ENGINE_VERSION);
     app_.require_subcommand(1);
+    app_.fallthrough();
     app_.option_defaults()->always_capture_default(false);
-    add_session_options(app_, options_);
-    Commands commands(app_, chosen_, options_);
+    add_session_options(app_, options_, style_);
+    Commands commands(app_, chosen_, options_, style_);
     for (const auto add :
          {add_listing_commands, add_content_commands, add_pack_commands, add_unpack_commands, add_diff_commands,
           add_stream_commands, add_chunk_commands, add_manage_commands, add_duplicates_command, add_container_commands,
@@ -78,6 +128,7 @@ int Program::run() const {
 }
 
 bool Program::run_chosen() const {
+    set_style(style_);
     // Messages go to the callback alone: a tool leaves no log files in the trees that it looks at.
     _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
     if (!options_.log_level.empty()) show_messages(options_.log_level);

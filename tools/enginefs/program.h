@@ -23,5 +23,6 @@ private:
 
     CLI::App app_;
     SessionOptions options_;
+    Style style_;
     Chosen chosen_;
 };

@@ -5,31 +5,37 @@
 #include <cstdio>
 #include <cstring>
 
-#include <nlohmann/json.hpp>
-
 namespace {
 
 int output_error = 0;  // errno of the first write to standard output that failed
+bool has_colors = false;
 
 void remember_failure() {
     if (output_error == 0) output_error = errno != 0 ? errno : EIO;
 }
 
-/// A name as it stands in a message of one line.
-std::string printable(const std::string& name) {
-    if (name.empty()) return "\"\"";
-    std::string text;
-    for (const char c : name)
-        text +=
-            static_cast<unsigned char>(c) >= ' ' ? std::string(1, c) : formatted("\\x%02x", static_cast<unsigned>(c));
-    return text;
+}  // namespace
+
+std::string printable(const std::string& text) {
+    std::string out;
+    unsigned char before = 0;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool is_iso = before == 0xC2 && byte >= 0x80 && byte < 0xA0;
+        if (is_iso) out.pop_back();
+        out += byte < ' ' || byte == 0x7F || is_iso ? formatted("\\x%02x", static_cast<unsigned>(byte))
+                                                    : std::string(1, c);
+        before = byte;
+    }
+    return out;
 }
 
-}  // namespace
+void color_errors(bool on) { has_colors = on; }
 
 bool fail(const std::string& name, const std::string& reason) {
     std::fflush(stdout);
-    std::fprintf(stderr, "enginefs: %s: %s\n", printable(name).c_str(), reason.c_str());
+    std::fprintf(stderr, has_colors ? "\x1b[31menginefs\x1b[0m: %s: %s\n" : "enginefs: %s: %s\n",
+                 name.empty() ? "\"\"" : printable(name).c_str(), printable(reason).c_str());
     return false;
 }
 
@@ -66,10 +72,6 @@ bool print_bytes(const void* data, std::uint64_t size) {
     errno = 0;
     if (std::fwrite(data, 1, size, stdout) != size) remember_failure();
     return output_error == 0;
-}
-
-bool print_json(const nlohmann::ordered_json& json) {
-    return print(json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
 }
 
 int finish_output(int status) {

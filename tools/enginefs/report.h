@@ -3,13 +3,17 @@
 #include <cstdint>
 #include <string>
 
-#include <nlohmann/json_fwd.hpp>
-
 #include <engine/filesystem/contract/error.h>
 
 inline constexpr int exit_ok = 0;
 inline constexpr int exit_failed = 1;  // not found, or failed
 inline constexpr int exit_usage = 2;   // a wrong command line
+
+/// A text as it stands in one line: without the control characters of ASCII and of ISO 8859, which steer terminals.
+std::string printable(const std::string& text);
+
+/// Whether what is said on standard error has colours.
+void color_errors(bool on);
 
 /// Says on standard error what is wrong with `name`. Returns false.
 bool fail(const std::string& name, const std::string& reason);
@@ -63,9 +67,6 @@ std::string counted(std::uint64_t count, const char* one, const char* many);
 /// Prints to standard output; what cannot be written is remembered for finish_output. False when it was not.
 bool print(const std::string& text);
 bool print_bytes(const void* data, std::uint64_t size);
-
-/// The same of JSON. Names are bytes; what is no UTF-8 is shown with replacement characters.
-bool print_json(const nlohmann::ordered_json& json);
 
 /// `status`, or exit_failed with a message when standard output could not be written.
 int finish_output(int status);

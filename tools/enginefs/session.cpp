@@ -26,6 +26,8 @@ bool is_pack_name(const std::string& path) {
 
 bool check_directory(const std::string& told, const std::string& full) {
     if (full.size() > longest_path) return fail(told, "its full path is longer than 259 bytes");
+    if (fs::native_does_file_exist(full.c_str()))
+        return fail(told, "it is no directory, and the name of a pack ends in .pak or .mpak");
     return fs::does_dir_exist(full.c_str()) || fail(told, "there is no such directory");
 }
 

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 // The tool's only look at a system by itself.
 #if defined(_WIN32)
@@ -47,11 +48,26 @@ void prepare_streams() {
 #endif
 }
 
+bool is_terminal(int stream) { return isatty(stream) != 0; }
+
+bool shows_colors(int stream) {
+    if (!is_terminal(stream)) return false;
+#if defined(_WIN32)
+    const HANDLE console = GetStdHandle(stream == 1 ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
+    DWORD mode = 0;
+    return GetConsoleMode(console, &mode) != 0 &&
+           SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+#else
+    const char* const kind = std::getenv("TERM");
+    return kind != nullptr && std::strcmp(kind, "dumb") != 0;
+#endif
+}
+
 Progress::Progress(std::string label, std::uint64_t total, bool bytes)
     : label_(std::move(label)),
       total_(total == failed ? 0 : total),
       bytes_(bytes),
-      watched_(isatty(2) != 0),
+      watched_(is_terminal(2)),
       start_ms_(now_ms()) {}
 
 Progress::~Progress() {

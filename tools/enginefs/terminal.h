@@ -7,6 +7,10 @@
 /// were closed a place where writing fails, so that no file that is opened later is taken for one of them.
 void prepare_streams();
 
+/// Whether a standard stream, 1 or 2, is a terminal; and one that shows colours.
+bool is_terminal(int stream);
+bool shows_colors(int stream);
+
 /// Shows how far long work has come, on a terminal only; cleared when it ends.
 class Progress {
 public:

@@ -6,8 +6,6 @@
 #include <system_error>
 #include <unordered_set>
 
-#include <nlohmann/json.hpp>
-
 #include <engine/filesystem.h>
 
 #include "commands.h"
@@ -16,13 +14,13 @@
 #include "names.h"
 #include "output.h"
 #include "report.h"
+#include "result.h"
 #include "terminal.h"
 #include "tree.h"
 
 namespace {
 
 namespace stdfs = std::filesystem;
-using Json = nlohmann::ordered_json;
 
 struct Unpack {
     std::string pack;
@@ -37,35 +35,7 @@ struct Verify {
 struct List {
     std::string pack;
     bool long_form = false;
-    bool json = false;
 };
-
-/// The entry's place below a directory, or "" for a name that would leave it or that no disk of ours could hold.
-std::string safe_name(const std::string& name) {
-    if (name.find('\0') != std::string::npos || name.find(':') != std::string::npos) return "";
-    std::string out(name.size() + 1, '\0');
-    fs::path_normalize(out.data(), name.c_str(), true);
-    out.resize(out.find('\0'));
-    const bool climbs = out == ".." || out.compare(0, 3, "../") == 0;
-    return out.empty() || out[0] == '/' || climbs ? "" : out;
-}
-
-/// Makes the directories of a name below `root`. A link on the way is replaced by a directory: what it points to may lie
-/// anywhere. False, with a word on standard error, when that fails.
-bool make_directories(const stdfs::path& root, const std::string& name) {
-    stdfs::path at = root;
-    for (const stdfs::path& part : fs::to_path(name).parent_path()) {
-        std::error_code error, unknown;
-        at /= part;
-        if (stdfs::is_symlink(stdfs::symlink_status(at, unknown))) stdfs::remove(at, error);
-        if (!error) stdfs::create_directory(at, error);
-        if (stdfs::is_directory(at, unknown)) continue;
-        const bool taken = stdfs::exists(at, unknown);
-        return fail(name, "its directory cannot be made: " +
-                              (taken ? fs::from_path(at) + " is there and is no directory" : error.message()));
-    }
-    return true;
-}
 
 /// Remembers the names it is asked for. Whether one was taken before: in the same spelling or, where the disk does not
 /// tell case apart, in another.
@@ -156,14 +126,12 @@ private:
         if (is_there && (given_.overwrite == "never" || (given_.overwrite == "older" && !is_older(target, entry.time))))
             return true;
         if (given_.dry_run) return print(name + "\n");
-        return make_directories(root_, name) && write(entry, target, progress);
+        return write(entry, name, progress);
     }
 
-    bool write(const SFsPackEntry& entry, const stdfs::path& target, Progress& progress) {
-        std::error_code error;
-        if (stdfs::is_symlink(stdfs::symlink_status(target, error))) stdfs::remove(target, error);
+    bool write(const SFsPackEntry& entry, const std::string& name, Progress& progress) {
         Output out;
-        if (!out.open_native(fs::from_path(target), fs::from_path(target))) return false;
+        if (!out.open_below(root_, name)) return false;
         const auto take = [&](const char* data, std::uint64_t size) {
             progress.add(size);
             return !(stopped_ = !out.write(data, size));
@@ -223,33 +191,28 @@ std::string method_text(std::uint32_t method) {
     return method == EFSPackMethod::ZSTD ? "zstd" : "method " + std::to_string(method);
 }
 
-std::string columns_of(const SFsPackEntry& entry) {
-    return formatted("%12" PRIu64 " %12" PRIu64 "  %-8s  %08" PRIx32 "  %s  ", entry.size, entry.packed_size,
-                     method_text(entry.method).c_str(), entry.crc, fs::get_time_as_str(entry.time).c_str());
-}
-
-Json json_of(const SFsPackEntry& entry, bool long_form) {
-    Json item{{"name", entry.name}};
-    if (long_form)
-        item.update({{"size", entry.size},
-                     {"packed", entry.packed_size},
-                     {"method", method_text(entry.method)},
-                     {"crc", entry.crc},
-                     {"time", fs::get_time_as_str(entry.time)}});
-    return item;
-}
-
 bool list(const List& given) {
     ztl::vector<SFsPackEntry> entries;
     const std::string full = full_native_path(given.pack);
     if (!attempt(given.pack, "it cannot be read", [&] { return fs::list_pack(full.c_str(), entries); })) return false;
-    if (given.json) {
-        Json all = Json::array();
-        for (const SFsPackEntry& entry : entries) all.push_back(json_of(entry, given.long_form));
-        return print_json(all);
+    Listing listing;
+    for (const SFsPackEntry& entry : entries) {
+        Json item{{"name", entry.name}};
+        std::string columns;
+        if (given.long_form) {
+            const std::string method = method_text(entry.method);
+            const std::string time = fs::get_time_as_str(entry.time).replace(10, 1, "T");
+            item.update({{"size", entry.size},
+                         {"packed", entry.packed_size},
+                         {"method", method},
+                         {"crc", entry.crc},
+                         {"time", time}});
+            columns = formatted("%12" PRIu64 " %12" PRIu64 "  %-8s  %08" PRIx32 "  %s  ", entry.size, entry.packed_size,
+                                method.c_str(), entry.crc, time.c_str());
+        }
+        listing.add(std::move(item), columns + shown(entry.name));
     }
-    for (const SFsPackEntry& entry : entries) print((given.long_form ? columns_of(entry) : "") + entry.name + "\n");
-    return true;
+    return listing.finish();
 }
 
 }  // namespace
@@ -275,6 +238,6 @@ void add_unpack_commands(Commands& commands) {
     const auto list_command = commands.add("list", "List the entries of a pack as it records them", list, false);
     list_command->add_option("PACK", list_command.given.pack)->required();
     list_command->add_flag("--long", list_command.given.long_form,
-                           "Size, packed size, method, checksum and time of each");
-    list_command->add_flag("--json", list_command.given.json, "As a JSON array of objects");
+                           "Size, packed size, method, checksum and time of each; packs keep no time zone");
+    commands.add_forms(list_command, "The names");
 }

@@ -1,0 +1,50 @@
+#include "result.h"
+
+#include <cstdlib>
+
+#include "report.h"
+#include "terminal.h"
+
+namespace {
+
+bool as_json = false;
+bool as_zeros = false;
+bool has_colors = false;
+bool has_escapes = false;
+
+bool takes_colors(const std::string& color, int stream) {
+    const char* const no_color = std::getenv("NO_COLOR");
+    const bool is_wanted = no_color == nullptr || no_color[0] == '\0';
+    return color == "always" || (color == "auto" && is_wanted && shows_colors(stream));
+}
+
+}  // namespace
+
+void set_style(const Style& style) {
+    as_json = style.json;
+    as_zeros = style.zero;
+    has_colors = takes_colors(style.color, 1);
+    has_escapes = has_colors || is_terminal(1);
+    color_errors(takes_colors(style.color, 2));
+}
+
+std::string shown(const std::string& name, Color color) {
+    constexpr const char* codes[] = {"", "\x1b[1;34m", "\x1b[36m", "\x1b[2m"};
+    const std::string text = has_escapes ? printable(name) : name;
+    return has_colors && color != Color::PLAIN ? codes[static_cast<int>(color)] + text + "\x1b[0m" : text;
+}
+
+bool print_json(const Json& json) { return print(json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"); }
+
+void Listing::add(Json item, const std::string& line) {
+    if (as_json)
+        items_.push_back(std::move(item));
+    else
+        print(as_zeros ? item.front().get<std::string>() + '\0' : line + "\n");
+}
+
+void Listing::note(const std::string& line) {
+    if (!as_json && !as_zeros) print(line + "\n");
+}
+
+bool Listing::finish() const { return as_json ? print_json(items_) : print(""); }
