@@ -67,7 +67,7 @@ class Tool:
         self.check(result.returncode == status, f"{line}: status {result.returncode}, not {status}; {said[:400]!r}")
         self.check("\r" not in said, f"{line}: a stray return on standard error: {said!r}")
         self.check(err in said if err else not said, f"{line}: standard error is {said[:400]!r}, wanted {err!r}")
-        self.check(status != 1 or said.startswith("enginefs: "), f"{line}: no word about the failure")
+        self.check(status != 1 or said.startswith(("enginefs: ", "\x1b[31menginefs\x1b[0m: ")), f"{line}: no word about the failure")
         if isinstance(out, str) and out.startswith("~"):
             good = re.search(out[1:], result.stdout.decode("utf-8", "replace"))
         else:
@@ -125,7 +125,7 @@ def changing(tool):
     tool.run("backup m/saved.cfg")
     tool.is_file("root/m/saved.cfg.bak", b"saved")
     tool.fails(("cp readme.txt notes/a|b.txt", "notes/a|b.txt"), ("cp zebra.txt copy.txt", "enginefs: zebra.txt: "),
-               ("cp readme.txt readme.txt", "it is the file that is read"), ("cp readme.txt m", "it is a directory"),
+               ("cp readme.txt readme.txt", "it is the file that is read"), ("cp readme.txt Textures b", "it is no directory, which"),
                ("mkdir readme.txt", "enginefs: readme.txt: "), ("mkdir ../outside", "climbs"),
                ("mv m/one.txt m/three.txt", "enginefs: m/one.txt: no source holds it"), ("mv m m2", "is a directory"),
                ("mv m/two.txt readme.txt", "holds a file of the new name already"),
@@ -163,11 +163,11 @@ def whose_file_it_is(tool):
     for line in ("rm out.txt", "rm -r dir", "mv out.txt new.txt", "touch out.txt", "backup out.txt", "cp b1.txt out.txt"):
         tool.run(line, 1, err=inside, **here)
     # A directory that only the current one has is nobody's; a name that another ends in is free.
-    for line in ("mkdir dir", "mkdir end.txt", "mkdir into", "mv b1.txt b2.txt into", "rm in*/b?.txt"):
+    for line in ("mkdir dir", "mkdir end.txt", "mkdir into", "mv b1.txt b2.txt into", "cp into/b?.txt dir/", "rm in*/b?.txt"):
         tool.run(line, **here)
     tool.run(f"mv {tool.path('whose/here/dir')} gone", 1, err="only files are renamed", **here)
     tool.fails(("rm *.none", "no file matches"), ("mv b1.txt x b2.txt", "it is no directory"))
-    for name, data in (("here/out.txt", b"outside"), ("here/dir/a.txt", b"a"), ("tree/into/b1.txt", None), ("tree/into/x", b"x")):
+    for name, data in (("here/out.txt", b"outside"), ("here/dir/a.txt", b"a"), ("tree/into/b1.txt", None), ("tree/dir/b2.txt", b"2")):
         tool.is_file("whose/" + name, data)
     tool.check(os.path.isdir(tool.path("whose/tree/end.txt")), "mkdir: nothing was made")
     tool.write("whose/tree/case/file.txt", b"lower")
@@ -193,7 +193,20 @@ def forms_of_output(tool):
                ("stat forms/*.txt --json", 0, '~"size": 2,\\s+"time": "....-..-..T..:..:..Z"'),
                ("crc s.bin --json", 0, '~"name": "s.bin",\\s+"crc": %d,\\s+"size": 2' % zlib.crc32(b"12")),
                ("ls --color always forms", 0, "\x1b[1;34mforms/sub\x1b[0m/\nforms/big.txt\n"),
+               ("ls --color always nowhere", 1, "", "\x1b[31menginefs\x1b[0m: nowhere: "),
                ("ls --color never nowhere", 1, "", "enginefs: nowhere"), ("ls --color red", 2, "", "--color"))
+    if tool.native:  # what would steer a terminal is escaped there
+        for name in ("a\x1bb", "c\x7f\u009bd"):
+            tool.write("root/esc/" + name, b"")
+        tool.table(("ls --color always esc", 0, "esc/a\\x1bb\nesc/c\\x7f\\x9bd\n"), ("ls esc", 0, "esc/a\x1bb\nesc/c\x7f\u009bd\n"))
+
+
+def over_long_paths(tool):
+    """What is too long to be shown is told."""
+    tool.write("long/short.txt", b"s")
+    for name in ("d" * 200 + "/" + "f" * 100, "d" * 200 + "/" + "e" * 100 + "/f"):
+        tool.write("long/" + name, b"l")
+        tool.run("--add long ls -r --mask short*", 1, "short.txt\n", "because its path is longer than 259 bytes")
 
 
 def limited_processes(tool):
@@ -259,7 +272,8 @@ def packs(tool):
                ("list work/made.pak", 0, "~^(empty\nsub/text.txt|sub/text.txt\nempty)\n$"),
                ("list --long work/made.pak", 0, r"~%d +\d+  deflated  %08x" % (len(PLAIN), zlib.crc32(PLAIN))),
                ("verify work/made.pak", 0, "work/made.pak: 2 entries, all good\n"), ("unpack work/made.pak work/out",),
-               ("--add work/made.pak which sub/text.txt", 0, "~made.pak\n$"))
+               ("--add work/made.pak which sub/text.txt", 0, "~made.pak\n$"),
+               ("--add work/made.pak find text.txt --native-paths", 0, "~work/made.pak/sub/text.txt\n$"))
     tool.is_file("work/out/sub/text.txt", PLAIN)
     tool.table(("pack work/made.pak work/in --deterministic", 0, "~2 files"), ("pack work/same.pak work/in --deterministic", 0, "~2 files"))
     tool.is_file("work/same.pak", tool.read("work/made.pak"))
@@ -424,12 +438,14 @@ def duplicates(tool):
     for options, wanted in (("", "~(?s)^held by 2 sources: a/one.bin\n.*" + re.escape(same) + "$"), ("--content", same),
                             ("--names", r"~dup2/? \(shadowed\)\n$")):
         tool.run(f"--root dup --add dup2 --no-fallback duplicates {options}", 0, wanted)
+    tool.run("--root dup --no-fallback duplicates --content --json", 0, r'~"crc": \d+,\s+"names": \[\s+"a/one.bin",')
     tool.run("duplicates --names --content", 2, err="--help")
 
 
 def containers(tool):
     tool.table(("container put c.mc First 0x10 plain.txt --deflate",), ("container put c.mc Second 17 readme.txt",),
                ("container ls c.mc", 0, r"~First  1 blob\nSecond  1 blob\n2 containers, 2 blobs, "),
+               ("container ls c.mc First --json", 0, r'~"blobs": \[\s+\{\s+"hash": 16,\s+"size": %d' % len(PLAIN)),
                ("container ls c.mc First", 0, r"~0x00000010 +%d +\d+  deflated\n" % len(PLAIN)),
                ("container get c.mc First 16", 0, PLAIN), ("container get c.mc Second 0x11 got.txt",),
                ("container get c.mc Second twelve", 2, "", "this is no hash"), ("container rm c.mc Second 17",),
@@ -487,6 +503,7 @@ def log_configurations(tool):
              "good.cfg:4:2: source positions in messages: on\n"
              "good.cfg:5:2: the level of category \"Net\": everything\n"
              "good.cfg:6:2: messages \"VERB\" go to the log file too\n")
+    tool.run("log-check g*d.cfg --json", 0, r'~"place": "good.cfg:2:2",\s+"says": "messages .*,\s+"idle": "these go')
     for lines, at, said in (
             (b"Permit(VER?, 1, 1)", 1, "changes nothing: a \"?\" at the end is dropped, so it stands for \"?VER\""),
             (b"Permit(DEBG, 0, 1)", 1, "changes nothing: these go to the console, to the log file with -verbose"),
@@ -545,11 +562,28 @@ def command_lines(tool):
                ("lss", 2, "", 'lss: this is no command here; did you mean "ls"?'), ("ls --recusive", 2, "", 'did you mean "--recursive"?'),
                ("--version", 0, r"~^enginefs \d+\.\d+\.\d+\n$"), ("ls --root root forms/b* --log none", 0, "forms/big.txt\n"),
                ("--add root/forms/Big.Txt ls", 1, "", "the name of a pack ends in .pak or .mpak"), ("pack", 2, "", "OUT"),
-               ("--log shouting ls", 2, "", "this is no level"),
+               ("--log shouting ls", 2, "", "--log: shouting not in"),
                ("--root root --log debug sources", 0, "~root +writable", "DEBG: [FileSystem] > Initializing fs from"),
                ("--root nowhere ls", 1, "", "there is no such directory"),
                ("--add nowhere ls", 1, "", "enginefs: nowhere: there is no such directory"),
                ("container put --help", 0, "~Usage: "))
+
+
+def walk_of_the_guide(tool):
+    """The guide shows what the tool prints."""
+    if not tool.native:
+        return
+    with open(os.path.join(os.path.dirname(__file__), "../../docs/using.md"), encoding="utf-8") as guide:
+        blocks = "".join(re.findall(r"```console\n(.*?)```", guide.read(), re.S))
+    home = os.path.realpath(tool.path("walk"))
+    os.mkdir(home)
+    path = os.path.dirname(os.path.abspath(tool.command[0])) + ":" + os.environ["PATH"]
+    for command, said in re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", blocks, re.M):
+        result = subprocess.run(["sh", "-c", command], cwd=home, env={**os.environ, "PATH": path, "TZ": "UTC"}, check=False,
+                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        printed = result.stdout.decode().replace(home, "/home/you").replace(home.lower(), "/home/you")
+        tool.runs += 1
+        tool.check(printed == said, f"docs/using.md: {command} prints {printed!r}, not {said!r}")
 
 
 def main(program, *emulator):
@@ -557,8 +591,9 @@ def main(program, *emulator):
     os.mkdir(os.path.join(where, "root"))
     tool = Tool([*filter(None, emulator), program, "--root", "root", "--no-fallback"], where)
     try:
-        for part in (listing, changing, times, whose_file_it_is, forms_of_output, packs, pack_findings, unpacking, patches, gzip_members, chunk_trees, containers, caches, log_configurations,
-                     names_in_other_scripts, limited_processes, unlisted_directories, command_lines):
+        for part in (listing, changing, times, whose_file_it_is, forms_of_output, over_long_paths, packs, pack_findings,
+                     unpacking, patches, gzip_members, chunk_trees, containers, caches, log_configurations,
+                     names_in_other_scripts, limited_processes, unlisted_directories, command_lines, walk_of_the_guide):
             part(tool)
     finally:
         shutil.rmtree(where, ignore_errors=True)

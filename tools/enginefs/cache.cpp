@@ -10,12 +10,13 @@
 #include "commands.h"
 #include "names.h"
 #include "report.h"
+#include "result.h"
 
 namespace {
 
 namespace stdfs = std::filesystem;
 
-struct Listing {
+struct Recorded {
     std::string path;
     std::uint64_t size = 0;
 };
@@ -32,8 +33,8 @@ std::string directory_of(const Given& given) {
 }
 
 /// With `partial` also what a writer that was stopped has left beside a listing: its name and two numbers.
-std::vector<Listing> listings_in(const std::string& dir, bool partial = false) {
-    std::vector<Listing> found;
+std::vector<Recorded> listings_in(const std::string& dir, bool partial = false) {
+    std::vector<Recorded> found;
     std::error_code unknown;
     if (!stdfs::is_directory(fs::to_path(dir), unknown)) return found;
     for (const stdfs::directory_entry& entry : stdfs::directory_iterator(fs::to_path(dir))) {
@@ -42,13 +43,15 @@ std::vector<Listing> listings_in(const std::string& dir, bool partial = false) {
         if ((name.extension() != ".fsc" && !is_partial) || !entry.is_regular_file(unknown)) continue;
         found.push_back({fs::from_path(entry.path()), entry.file_size(unknown)});
     }
-    std::sort(found.begin(), found.end(), [](const Listing& a, const Listing& b) { return a.path < b.path; });
+    std::sort(found.begin(), found.end(), [](const Recorded& a, const Recorded& b) { return a.path < b.path; });
     return found;
 }
 
-bool show_listings(const std::vector<Listing>& listings) {
-    for (const Listing& listing : listings) print(std::to_string(listing.size) + "  " + listing.path + "\n");
-    return true;
+bool show_listings(const std::vector<Recorded>& listings) {
+    Listing listing;
+    for (const Recorded& one : listings)
+        listing.add({{"path", one.path}, {"size", one.size}}, std::to_string(one.size) + "  " + shown(one.path));
+    return listing.finish();
 }
 
 bool build(const Given& given) {
@@ -59,7 +62,7 @@ bool build(const Given& given) {
     if (!stdfs::is_directory(fs::to_path(dir), error)) return fail(dir, "it cannot be made a directory");
     Session session;
     if (!session.mount(*given.session)) return false;
-    const std::vector<Listing> listings = listings_in(dir);
+    const std::vector<Recorded> listings = listings_in(dir);
     if (listings.empty())
         return fail(dir, "mounting recorded no listing there; only directories have one, or the disk is full");
     return show_listings(listings);
@@ -75,7 +78,7 @@ bool show(const Given& given) {
 
 bool drop(const Given& given) {
     bool good = true;
-    for (const Listing& listing : listings_in(directory_of(given), true)) {
+    for (const Recorded& listing : listings_in(directory_of(given), true)) {
         std::error_code error;
         if (!stdfs::remove(fs::to_path(listing.path), error))
             good = fail(listing.path, "it cannot be removed: " + error.message());
@@ -90,9 +93,11 @@ void add_cache_commands(Commands& commands) {
         "cache",
         "Recorded listings of sources in the cache directory (--cache), which later mounts read instead of the disk");
     const auto add = [&](const char* name, const char* help, bool (*run)(const Given&)) {
-        cache.add(name, help, run, false).given.session = &cache.session();
+        const auto added = cache.add(name, help, run, false);
+        added.given.session = &cache.session();
+        return added;
     };
     add("build", "Make the place for them and mount the sources of --add, so that each is recorded", build);
-    add("show", "Show the recorded listings with their sizes", show);
+    cache.add_forms(add("show", "Show the recorded listings with their sizes", show), "The places");
     add("drop", "Remove the recorded listings; the next mounts read the disk", drop);
 }

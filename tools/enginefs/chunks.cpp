@@ -9,6 +9,7 @@
 #include "commands.h"
 #include "names.h"
 #include "report.h"
+#include "result.h"
 
 namespace {
 
@@ -66,7 +67,7 @@ public:
             else
                 good_ = fail(name_, "it makes no sense from offset " + std::to_string(offset) + " on: " + wrong);
         }
-        return good_;
+        return listing_.finish() && good_;
     }
 
 private:
@@ -79,9 +80,14 @@ private:
         // A deep tree must not take line lengths in proportion.
         const std::size_t depth = levels_.size() - 1;
         const std::string indent = depth <= 40 ? std::string(depth * 2, ' ') : "[" + std::to_string(depth) + "] ";
-        print(indent + header.identifier +
-              formatted("  version %" PRIu32 "  offset %" PRIu64 "  size %" PRIu32 "\n", header.version, offset,
-                        header.size));
+        listing_.add({{"identifier", header.identifier},
+                      {"depth", depth},
+                      {"version", header.version},
+                      {"offset", offset},
+                      {"size", header.size}},
+                     indent + header.identifier +
+                         formatted("  version %" PRIu32 "  offset %" PRIu64 "  size %" PRIu32, header.version, offset,
+                                   header.size));
         const std::uint64_t data = offset + header_size;
         if (holds_chunks(header, data)) levels_.push_back({data, data + header.size});
     }
@@ -111,6 +117,7 @@ private:
     fs::ifile& file_;
     const std::string name_;
     std::vector<Level> levels_;
+    Listing listing_;
     bool good_ = true;
 };
 
@@ -123,7 +130,8 @@ bool chunks(const Name& given) {
 }  // namespace
 
 void add_chunk_commands(Commands& commands) {
-    commands.add("chunks",
-                 "Print the tree of chunks in a file: identifier, version, offset of the header, size of the data",
-                 "NAME", chunks);
+    const auto added = commands.add(
+        "chunks", "Print the tree of chunks in a file: identifier, version, offset of the header, size of the data",
+        "NAME", chunks);
+    commands.add_json(added);
 }

@@ -32,9 +32,6 @@ struct Name {
 struct Names {
     std::vector<std::string> names;
 };
-struct FromTo {
-    std::string from, to;
-};
 
 /// Where commands are added: the parser, or a group of commands in it.
 class Commands {
@@ -57,11 +54,25 @@ public:
         return added;
     }
 
-    /// Lets a command that lists be asked for other forms than lines.
+    /// One that takes names and patterns and then a new name, or a directory for files under their own; calls `run` for
+    /// each of the files.
+    void add_moving(const char* name, const char* help, bool (*run)(const FromTo&)) {
+        const auto added =
+            add_running<Names>(name, help, [run](const Names& given) { return for_each_target(given.names, run); });
+        added->add_option("NAMES", added.given.names, "Files, and last the whole new name, or a directory for them")
+            ->required()
+            ->expected(2, -1);
+    }
+
+    /// Lets a command that lists be asked for other forms than lines; `first` is what -0 prints.
     template <class Given>
-    void add_forms(const Added<Given>& added, const char* first) {
+    void add_json(const Added<Given>& added) {
         added->add_flag("--json", style_.json, "As a JSON array of objects");
-        added->add_flag("-0,--null", style_.zero, std::string(first) + " alone, with a zero byte behind each");
+    }
+    template <class Given>
+    void add_forms(const Added<Given>& added, const std::string& first) {
+        add_json(added);
+        added->add_flag("-0,--null", style_.zero, first + " alone, with a zero byte behind each");
     }
     /// The same for one that lists files.
     template <class Given>

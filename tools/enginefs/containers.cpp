@@ -1,6 +1,5 @@
 // container: looking into multi-container files and changing them.
 
-#include <algorithm>
 #include <charconv>
 #include <cinttypes>
 #include <functional>
@@ -14,6 +13,7 @@
 #include "names.h"
 #include "output.h"
 #include "report.h"
+#include "result.h"
 #include "terminal.h"
 #include "tree.h"
 
@@ -62,34 +62,41 @@ bool has_blob(const CFileHashMultiContainer& all, const Arguments& given, std::u
                                                         : fail_with_last_error(given.file, missing);
 }
 
-void print_blob(const SBlobInfo& blob) {
-    print(formatted("    %s %12" PRIu64 " %12" PRIu64 "  %s\n", hash_text(blob.hash).c_str(), blob.size,
-                    blob.stored_size, blob.deflated ? "deflated" : "stored"));
-}
-
-bool list_one(const CFileHashMultiContainer& all, const Arguments& given, const std::string& container, bool blobs) {
+bool list_one(const CFileHashMultiContainer& all, const Arguments& given, const std::string& container, bool blobs,
+              Listing& listing) {
     ztl::vector<SBlobInfo> found;
     fs::clear_error();
     if (!all.ListBlobs(container.c_str(), found))
         return fail_with_last_error(given.file, "there is no container \"" + container + "\"");
-    print(container + "  " + counted(found.size(), "blob", "blobs") + "\n");
-    if (blobs) std::for_each(found.begin(), found.end(), print_blob);
+    Json item{{"container", container}, {"count", found.size()}};
+    std::string lines = shown(container) + "  " + counted(found.size(), "blob", "blobs");
+    for (std::size_t i = 0; blobs && i < found.size(); ++i) {
+        const SBlobInfo& blob = found[i];
+        item["blobs"].push_back(
+            {{"hash", blob.hash}, {"size", blob.size}, {"stored_size", blob.stored_size}, {"deflated", blob.deflated}});
+        lines += formatted("\n    %s %12" PRIu64 " %12" PRIu64 "  %s", hash_text(blob.hash).c_str(), blob.size,
+                           blob.stored_size, blob.deflated ? "deflated" : "stored");
+    }
+    listing.add(std::move(item), lines);
     return true;
 }
 
 bool list(const Arguments& given) {
     CFileHashMultiContainer all;
     if (!open(all, given.file, false)) return false;
-    if (!given.container.empty()) return list_one(all, given, given.container, true);
+    Listing listing;
+    if (!given.container.empty()) return list_one(all, given, given.container, true, listing) && listing.finish();
     ztl::vector<fs::string> containers;
     all.ListContainers(containers);
     bool good = true;
-    for (const fs::string& container : containers) good = list_one(all, given, container, given.long_form) && good;
+    for (const fs::string& container : containers)
+        good = list_one(all, given, container, given.long_form, listing) && good;
     SMultiContainerStats stats;
     if (!good || !all.GetStats(stats)) return false;
-    return print(counted(stats.containers, "container", "containers") + ", " + counted(stats.blobs, "blob", "blobs") +
+    listing.note(counted(stats.containers, "container", "containers") + ", " + counted(stats.blobs, "blob", "blobs") +
                  ", " + std::to_string(stats.live_bytes) + " bytes live, " + std::to_string(stats.wasted_bytes) +
-                 " wasted\n");
+                 " wasted");
+    return listing.finish();
 }
 
 bool get(const Arguments& given) {
@@ -291,6 +298,7 @@ void add_container_commands(Commands& commands) {
 
     const auto ls = add(group, "ls", "List the containers, or the blobs of one", list);
     add_container(ls);
+    group.add_forms(ls, "The containers");
     ls->add_flag("--long", ls.given.long_form, "The blobs of every container: hash, size, stored size, method");
 
     const auto get_command = add(group, "get", "Fetch a blob", get);

@@ -21,10 +21,5 @@ bool cp(const FromTo& given) { return copy_file(given, "cp ", FFSOpenFlags::NONE
 void add_content_commands(Commands& commands) {
     commands.add("cat", "Write the content of files to standard output", "NAME", cat);
 
-    const auto cp_command =
-        commands.add("cp", "Copy a file into the first source, or over a file that a source holds", cp);
-    cp_command->add_option("FROM", cp_command.given.from, "The file that is read")->required();
-    cp_command
-        ->add_option("TO", cp_command.given.to, "The whole name of the file that is written, replaced when it is there")
-        ->required();
+    commands.add_moving("cp", "Copy files into the first source, or over files that a source holds", cp);
 }

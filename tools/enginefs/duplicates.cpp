@@ -11,6 +11,7 @@
 #include "commands.h"
 #include "names.h"
 #include "report.h"
+#include "result.h"
 #include "terminal.h"
 
 namespace {
@@ -19,18 +20,22 @@ using Names = std::vector<std::string>;
 
 constexpr std::size_t piece_size = 1u << 18;
 
-void show_shadowed(const Names& names) {
+void show_shadowed(const Names& names, Listing& listing) {
     Progress progress("duplicates: names", names.size(), false);
     for (const std::string& name : names) {
         progress.add(1);
         std::vector<SFsSourceInfo> holders = holders_of(name);
         // The disk itself shows what lies below the current directory: that is no second file.
-        std::erase_if(holders,
-                      [](const SFsSourceInfo& holder) { return holder.path_name.empty() && holder.file_name.empty(); });
+        std::erase_if(holders, [](const SFsSourceInfo& holder) { return place_of(holder).empty(); });
         if (holders.size() < 2) continue;
-        print("held by " + std::to_string(holders.size()) + " sources: " + name + "\n");
-        for (std::size_t i = 0; i < holders.size(); ++i)
-            print("    " + holders[i].path_name + holders[i].file_name + (i == 0 ? "\n" : " (shadowed)\n"));
+        std::string lines = "held by " + std::to_string(holders.size()) + " sources: " + shown(name);
+        Json places = Json::array();
+        for (const SFsSourceInfo& holder : holders) {
+            lines += "\n    " + shown(place_of(holder), places.empty() ? Color::PLAIN : Color::SHADOWED) +
+                     (places.empty() ? "" : " (shadowed)");
+            places.push_back(place_of(holder));
+        }
+        listing.add({{"name", name}, {"places", places}}, lines);
     }
 }
 
@@ -78,14 +83,15 @@ std::vector<Names> split_by_bytes(const Names& names) {
     return classes;
 }
 
-void show_group(std::uint64_t size, std::uint32_t crc, const Names& names) {
+void show_group(std::uint64_t size, std::uint32_t crc, const Names& names, Listing& listing) {
     if (names.size() < 2) return;
-    print(formatted("equal content, %" PRIu64 " bytes, crc %08" PRIx32 ":\n", size, crc));
-    for (const std::string& name : names) print("    " + name + "\n");
+    std::string lines = formatted("equal content, %" PRIu64 " bytes, crc %08" PRIx32 ":", size, crc);
+    for (const std::string& name : names) lines += "\n    " + shown(name);
+    listing.add({{"size", size}, {"crc", crc}, {"names", names}}, lines);
 }
 
 /// Shows what is equal among files of one size.
-bool show_equal_of(std::uint64_t size, const Names& names, Progress& progress) {
+bool show_equal_of(std::uint64_t size, const Names& names, Progress& progress, Listing& listing) {
     bool good = true;
     std::map<std::uint32_t, Names> checksums;
     for (const std::string& name : names) {
@@ -98,18 +104,18 @@ bool show_equal_of(std::uint64_t size, const Names& names, Progress& progress) {
     }
     for (const auto& [crc, files] : checksums)
         if (files.size() > 1)
-            for (const Names& same : split_by_bytes(files)) show_group(size, crc, same);
+            for (const Names& same : split_by_bytes(files)) show_group(size, crc, same, listing);
     return good;
 }
 
-bool show_equal(const Names& names) {
+bool show_equal(const Names& names, Listing& listing) {
     bool good = true;
     const std::map<std::uint64_t, Names> sizes = group_by_size(names, good);
     std::uint64_t total = 0;
     for (const auto& [size, group] : sizes) total += size * group.size();
     Progress progress("duplicates: content", total, true);
     for (auto group = sizes.rbegin(); group != sizes.rend(); ++group)
-        good = show_equal_of(group->first, group->second, progress) && good;
+        good = show_equal_of(group->first, group->second, progress, listing) && good;
     return good;
 }
 
@@ -121,8 +127,10 @@ struct Given {
 bool duplicates(const Given& given) {
     Names names = list_files();
     names.erase(std::unique(names.begin(), names.end()), names.end());
-    if (!given.content_only) show_shadowed(names);
-    return given.names_only || show_equal(names);
+    Listing listing;
+    if (!given.content_only) show_shadowed(names, listing);
+    const bool good = given.names_only || show_equal(names, listing);
+    return listing.finish() && good;
 }
 
 }  // namespace
@@ -134,4 +142,5 @@ void add_duplicates_command(Commands& commands) {
     CLI::Option* const names_only =
         added->add_flag("--names", added.given.names_only, "Only the names, which costs no reading");
     added->add_flag("--content", added.given.content_only, "Only the content")->excludes(names_only);
+    commands.add_json(added);
 }

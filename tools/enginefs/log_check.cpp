@@ -1,12 +1,11 @@
 // log-check: what each line of a logging configuration changes, which lines change nothing, and why.
 
-#include <cstring>
+#include <algorithm>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
-
-#include <CLI/CLI.hpp>
 
 #include <engine/filesystem.h>
 #include <engine/kernel/parser.h>
@@ -14,6 +13,7 @@
 #include "commands.h"
 #include "names.h"
 #include "report.h"
+#include "result.h"
 
 namespace {
 
@@ -42,30 +42,32 @@ std::string level_name(const char* text) {
     return names[level];
 }
 
-constexpr bool is_fixed(std::string_view code) {
-    return code == "FATL" || code == "INFO" || code == "ERRR" || code == "EXIT" || code == "DXGI";
-}
-constexpr bool waits_for_verbose(std::string_view code) { return code == "WARN" || code == "DEBG"; }
-constexpr std::string_view console_codes[] = {"VERB", "VER0", "VER1", "VER2", "VER3", "VER4", "VER5", "VER6", "VER7",
-                                              "VER8", "VER9", "VERE", "SESE", "SESI", "SESL", "SESW", "LLOG"};
-constexpr std::string_view other_codes[] = {"FATL", "INFO", "ERRR", "EXIT", "DXGI", "WARN", "DEBG", "NONE", "CLOG"};
+/// The codes of the library's messages, by where they go without a filter entry.
+enum class Goes { EVERYWHERE, CONSOLE_AND_VERBOSE_FILE, CONSOLE, NOWHERE };
+constexpr struct {
+    Goes where;
+    std::string_view codes;
+} known_codes[] = {
+    {Goes::EVERYWHERE, "FATL INFO ERRR EXIT DXGI"},
+    {Goes::CONSOLE_AND_VERBOSE_FILE, "WARN DEBG"},
+    {Goes::CONSOLE, "VERB VER0 VER1 VER2 VER3 VER4 VER5 VER6 VER7 VER8 VER9 VERE SESE SESI SESL SESW LLOG"},
+    {Goes::NOWHERE, "NONE CLOG"}};
 
-/// A pattern as it is compared: its last four characters against those of the code, wildcards at its end dropped.
-struct Pattern {
-    std::string text;  // four characters, "?" for any
-
-    explicit Pattern(std::string_view given) {
-        given = given.substr(0, 4);
-        given = given.substr(0, given.find_last_not_of('?') + 1);
-        text = std::string(4 - given.size(), '?') + std::string(given);
-    }
-    bool matches(std::string_view code) const {
-        for (std::size_t i = 0; i < 4; ++i)
-            if (text[i] != '?' && text[i] != code[i]) return false;
-        return true;
-    }
-    bool names_one_code() const { return text.find('?') == std::string::npos; }
+/// A filter entry. The last four characters of its pattern are compared with those of the code, "?" with any.
+struct Permit {
+    std::string pattern;
+    bool console;
+    bool log_file;
 };
+
+/// Where what the pattern matches goes; nothing when it matches no code of the library.
+std::optional<Goes> find_code(const std::string& pattern) {
+    for (const auto& [where, codes] : known_codes)
+        for (std::size_t at = 0; at < codes.size(); at += 5)
+            if (std::ranges::equal(pattern, codes.substr(at, 4), [](char p, char c) { return p == '?' || p == c; }))
+                return where;
+    return std::nullopt;
+}
 
 /// Goes through the commands in their order, as the library does when it applies them, and keeps what they come to.
 class Checker {
@@ -75,38 +77,35 @@ public:
     bool check(const kernel::CConfigText& text) {
         for (std::uint32_t i = 0; i < text.CommandCount(); ++i) check_command(text.Command(i));
         for (const auto& [name, level] : categories_)
-            if (level.value == level_.value) add_warning(level.line, ": it is the level of all others");
-        for (const Line& line : lines_) print(line.place + ": " + line.text + "\n");
-        for (std::uint32_t i = 0; i < text.ErrorCount(); ++i) {
-            const kernel::SConfigError& error = text.Error(i);
-            good_ = fail(place(error.file, error.line, error.column), error.text);
-        }
-        return good_;
+            if (level.value == level_.value) warn(level.line, "it is the level of all others");
+        Listing listing;
+        for (const Line& line : lines_)
+            listing.add(
+                {{"place", line.place}, {"says", line.text}, {"idle", line.idle.empty() ? Json() : Json(line.idle)}},
+                shown(line.place) + ": " + shown(line.text) +
+                    (line.idle.empty() ? "" : " (warning: changes nothing: " + shown(line.idle) + ")"));
+        for (std::uint32_t i = 0; i < text.ErrorCount(); ++i) fail_at(text.Error(i), text.Error(i).text);
+        return listing.finish() && good_;
     }
 
 private:
     using Command = kernel::SConfigCommand;
 
     struct Line {
-        std::string place;
-        std::string text;
+        std::string place, text;
+        std::string idle{};  // why it changes nothing
     };
-    /// A value that commands set, and the line that set it last; -1: it is as it was at first.
+    /// A value that commands set, and the line that set it last; none: it is as it was at first.
     struct Setting {
         std::string value;
-        int line = -1;
-    };
-    struct Permit {
-        Pattern pattern;
-        bool console;
-        bool log_file;
+        std::optional<std::size_t> line{};
     };
 
     void check_command(const Command& command) {
         for (std::uint32_t i = 0; i < command.value_count; ++i)
             if (command.values[i].type == kernel::EConfigValue::MISSING)
-                return unusable(command,
-                                "parameter " + std::to_string(i + 1) + " of " + command.keyword + " is missing");
+                return fail_at(command,
+                               "parameter " + std::to_string(i + 1) + " of " + command.keyword + " is missing");
         const std::string_view keyword = command.keyword;
         if (keyword == "Permit") return check_permit(command);
         if (keyword == "BrenixLogLevel") return check_level(command);
@@ -115,105 +114,100 @@ private:
     }
 
     void check_permit(const Command& command) {
-        const std::string text = command.values[0].string;
-        if (text.find_first_not_of('?') == std::string::npos)
-            return unusable(command, "the pattern \"" + text + "\" names no message");
-        if (text.size() > 4) return unusable(command, "the pattern \"" + text + "\" is longer than 4 characters");
-        const Permit permit{Pattern(text), command.values[1].integer != 0, command.values[2].integer != 0};
-        const char* const where = permit.console && permit.log_file ? "console and log file"
-                                  : permit.console                  ? "console"
-                                                                    : "log file";
-        const std::string idle = why_idle(permit, text);
-        if (!idle.empty()) return warn(command, "messages \"" + text + "\"", idle);
-        says(command, "messages \"" + permit.pattern.text + "\" go to the " + where + " too");
+        const std::string given = command.values[0].string;
+        const std::string quoted = "the pattern \"" + given + "\" ";
+        const std::size_t length = given.find_last_not_of('?') + 1;  // wildcards at the end are dropped
+        if (length == 0) return fail_at(command, quoted + "names no message");
+        if (given.size() > 4) return fail_at(command, quoted + "is longer than 4 characters");
+        const Permit permit{std::string(4 - length, '?') + given.substr(0, length), command.values[1].integer != 0,
+                            command.values[2].integer != 0};
+        const std::string idle = why_idle(permit, length != given.size());
+        if (!idle.empty()) {
+            say(command, "messages \"" + given + "\"");
+            return warn(lines_.size() - 1, idle);
+        }
+        const char* const where = !permit.log_file ? "console" : !permit.console ? "log file" : "console and log file";
+        say(command, "messages \"" + permit.pattern + "\" go to the " + where + " too");
         permits_.push_back(permit);
     }
 
     /// Why a filter entry changes nothing; "" when it does change something.
-    std::string why_idle(const Permit& permit, const std::string& given) const {
+    std::string why_idle(const Permit& permit, bool is_cut) const {
         if (!permit.console && !permit.log_file) return "it permits neither console nor log file";
-        std::size_t known = 0, fixed = 0, verbose = 0, on_console = 0;
-        const auto look = [&](std::string_view code) {
-            if (!permit.pattern.matches(code)) return;
-            ++known;
-            fixed += is_fixed(code);
-            verbose += waits_for_verbose(code);
-        };
-        for (const std::string_view code : other_codes) look(code);
-        for (const std::string_view code : console_codes) {
-            look(code);
-            on_console += permit.pattern.matches(code);
-        }
-        if (known == 0 && given.back() == '?')
-            return "a \"?\" at the end is dropped, so it stands for \"" + permit.pattern.text +
+        const std::optional<Goes> where = find_code(permit.pattern);
+        if (!where && is_cut)
+            return "a \"?\" at the end is dropped, so it stands for \"" + permit.pattern +
                    "\", which is no code of the library; name each code";
-        if (!permit.pattern.names_one_code()) return covered(permit);
-        if (fixed != 0) return "these go to console and log file always, and the filter is not asked";
-        if (verbose != 0) return "these go to the console, to the log file with -verbose, and the filter is not asked";
-        if (on_console != 0 && !permit.log_file) return "these go to the console anyway";
-        return covered(permit);
+        if (where && permit.pattern.find('?') == std::string::npos) {
+            if (*where == Goes::EVERYWHERE)
+                return "these go to console and log file always, and the filter is not asked";
+            if (*where == Goes::CONSOLE_AND_VERBOSE_FILE)
+                return "these go to the console, to the log file with -verbose, and the filter is not asked";
+            if (*where == Goes::CONSOLE && !permit.log_file) return "these go to the console anyway";
+        }
+        const bool is_covered = std::ranges::any_of(permits_, [&](const Permit& before) {
+            return before.pattern == permit.pattern && before.console >= permit.console &&
+                   before.log_file >= permit.log_file;
+        });
+        return is_covered ? "an earlier line permits this already" : "";
     }
 
-    std::string covered(const Permit& permit) const {
-        for (const Permit& before : permits_) {
-            if (before.pattern.text != permit.pattern.text) continue;
-            if (before.console >= permit.console && before.log_file >= permit.log_file)
-                return "an earlier line permits this already";
-        }
-        return "";
+    /// The level that a parameter names; "", and said so, when it names none.
+    std::string level_of(const Command& command, std::uint32_t parameter) {
+        const char* const given = command.values[parameter].string;
+        const std::string name = level_name(given);
+        if (name.empty()) fail_at(command, std::string("\"") + given + "\" is no level");
+        return name;
     }
 
     void check_level(const Command& command) {
-        const char* const given = command.values[0].string;
-        const std::string name = level_name(given);
-        if (name.empty()) return unusable(command, std::string("\"") + given + "\" is no level");
-        const bool is_raised = CrashLevelFromName(given) < Log::ELevel::INFO;
+        const std::string name = level_of(command, 0);
+        if (name.empty()) return;
+        const bool is_raised = CrashLevelFromName(command.values[0].string) < Log::ELevel::INFO;
         set(command, level_, is_raised ? name + ", raised to info when the log file is opened" : name, "the level");
     }
 
     void check_category(const Command& command) {
-        const auto longest = static_cast<std::size_t>(Log::Settings::MAX_CATEGORY_NAME_LEN);
         const std::string given = command.values[0].string;
-        const std::string category = given.substr(0, longest);  // as far as names are compared
-        const std::string level = level_name(command.values[1].string);
-        if (level.empty()) return unusable(command, std::string("\"") + command.values[1].string + "\" is no level");
-        if (category.empty()) return unusable(command, "the category has no name");
+        const std::string category = given.substr(0, Log::Settings::MAX_CATEGORY_NAME_LEN);  // as far as it is compared
+        const std::string level = level_of(command, 1);
+        if (level.empty()) return;
+        if (category.empty()) return fail_at(command, "the category has no name");
         const std::string what = "the level of category \"" + category + "\"";
-        if (level == "none") {
-            const auto found = categories_.find(category);
-            if (found == categories_.end()) return warn(command, what, "it has no level of its own");
+        const auto found = categories_.find(category);
+        if (level == "none" && found == categories_.end()) {
+            say(command, what);
+            warn(lines_.size() - 1, "it has no level of its own");
+        } else if (level == "none") {
             set(command, found->second, "that of all others", what);
             categories_.erase(found);
-        } else if (categories_.count(category) == 0 && categories_.size() >= Log::Settings::MAX_CATEGORIES_COUNT) {
-            unusable(command, "there is room for " + std::to_string(Log::Settings::MAX_CATEGORIES_COUNT) +
-                                  " categories, and \"" + given + "\" is one more");
+        } else if (found == categories_.end() && categories_.size() >= Log::Settings::MAX_CATEGORIES_COUNT) {
+            fail_at(command, "there is room for " + std::to_string(Log::Settings::MAX_CATEGORIES_COUNT) +
+                                 " categories, and \"" + given + "\" is one more");
         } else {
             set(command, categories_[category], level, what);
         }
     }
 
     void set(const Command& command, Setting& setting, const std::string& value, const std::string& what) {
-        if (setting.value == value) return warn(command, what + ": " + value, "it is so already");
-        add_warning(setting.line, ": line " + std::to_string(command.line) + " sets it again");
-        says(command, what + ": " + value);
-        setting = {value, static_cast<int>(lines_.size()) - 1};
+        say(command, what + ": " + value);
+        if (setting.value == value) return warn(lines_.size() - 1, "it is so already");
+        if (setting.line) warn(*setting.line, "line " + std::to_string(command.line) + " sets it again");
+        setting = {value, lines_.size() - 1};
     }
 
-    void says(const Command& command, const std::string& text) {
-        lines_.push_back({place(command.file, command.line, command.column), text});
+    void say(const Command& command, const std::string& text) { lines_.push_back({place_of(command), text}); }
+    void warn(std::optional<std::size_t> line, const std::string& why) {
+        if (line) lines_[*line].idle = why;
     }
-    void warn(const Command& command, const std::string& what, const std::string& why) {
-        says(command, what);
-        add_warning(static_cast<int>(lines_.size()) - 1, ": " + why);
+    template <class Placed>
+    void fail_at(const Placed& placed, const std::string& text) {
+        good_ = fail(place_of(placed), text);
     }
-    void add_warning(int line, const std::string& why) {
-        if (line >= 0) lines_[static_cast<std::size_t>(line)].text += " (warning: changes nothing" + why + ")";
-    }
-    void unusable(const Command& command, const std::string& text) {
-        good_ = fail(place(command.file, command.line, command.column), text);
-    }
-    std::string place(const char* file, std::uint32_t line, std::uint32_t column) const {
-        return (file[0] != '\0' ? file : file_) + ":" + std::to_string(line) + ":" + std::to_string(column);
+    template <class Placed>
+    std::string place_of(const Placed& placed) const {
+        return (placed.file[0] != '\0' ? placed.file : file_) + ":" + std::to_string(placed.line) + ":" +
+               std::to_string(placed.column);
     }
 
     const std::string file_;
@@ -240,12 +234,10 @@ bool log_check(const Name& given) {
 }  // namespace
 
 void add_log_commands(Commands& commands) {
-    const auto check = commands.add("log-check",
-                                    "Read a logging configuration; say what each line changes, which lines change "
-                                    "nothing or cannot be used, and why",
-                                    log_check);
-    check
-        ->add_option("FILE", check.given.name,
-                     "Usually CrashLog.cfg; it and what it includes are looked up as the engine does")
-        ->required();
+    const auto check =
+        commands.add("log-check",
+                     "Read logging configurations, usually CrashLog.cfg, which are looked up as the engine "
+                     "does; say what each line changes, which lines change nothing or cannot be used, and why",
+                     "FILE", log_check);
+    commands.add_forms(check, "The places");
 }

@@ -61,26 +61,11 @@ bool mkdir(const Name& given) {
     return attempt(given.name, "it cannot be made", [&] { return fs::mkdir(given.name.c_str()); });
 }
 
-bool rename(const std::string& from, const std::string& to) {
-    if (is_directory(from)) return fail(from, "it is a directory; only files are renamed");
-    if (!fs::exists(from.c_str())) return fail_not_held(from);
-    return names_itself(from) &&
-           attempt(from, "it cannot be renamed", [&] { return fs::rename(from.c_str(), to.c_str()); });
-}
-
-/// The last name is the new one, or a directory that takes files under their own names.
-bool mv(const Names& given) {
-    std::vector<std::string> names = given.names;
-    const std::string to = names.back();
-    names.pop_back();
-    bool good = expand(names);
-    const bool is_into = to.ends_with('/') || is_directory(to);
-    if (names.size() > 1 && !is_into) return fail(to, "it is no directory, which several files need");
-    for (const std::string& name : names) {
-        const std::string last = name.substr(name.find_last_of("/\\") + 1);
-        good = rename(name, is_into ? to + "/" + last : to) && good;
-    }
-    return good;
+bool mv(const FromTo& given) {
+    if (is_directory(given.from)) return fail(given.from, "it is a directory; only files are renamed");
+    if (!fs::exists(given.from.c_str())) return fail_not_held(given.from);
+    return names_itself(given.from) && attempt(given.from, "it cannot be renamed",
+                                               [&] { return fs::rename(given.from.c_str(), given.to.c_str()); });
 }
 
 bool backup(const Name& given) {
@@ -200,11 +185,7 @@ void add_manage_commands(Commands& commands) {
 
     commands.add("mkdir", "Make a directory, and those above it, in the first source", "DIR", mkdir);
 
-    const auto move = commands.add("mv", "Rename files within the source that holds them", mv);
-    move->add_option("NAMES", move.given.names,
-                     "Files, and last the whole new name, which no source may hold yet, or a directory")
-        ->required()
-        ->expected(2, -1);
+    commands.add_moving("mv", "Rename files within the source that holds them, to names that no source holds yet", mv);
 
     commands.add("backup",
                  "Move files into their newest backups NAME.bak, and older ones to .ba1, .ba2 and .ba3; NAME itself "

@@ -125,6 +125,17 @@ bool for_each_file(std::vector<std::string> names, const std::function<bool(cons
     return good;
 }
 
+bool for_each_target(std::vector<std::string> names, const std::function<bool(const FromTo&)>& run) {
+    const std::string to = names.back();
+    names.pop_back();
+    const bool is_into = to.ends_with('/') || is_directory(to);
+    bool good = expand(names);
+    if (names.size() > 1 && !is_into) return fail(to, "it is no directory, which several files need");
+    for (const std::string& name : names)
+        good = run({name, is_into ? to + "/" + name.substr(name.find_last_of("/\\") + 1) : to}) && good;
+    return good;
+}
+
 bool is_listed(const std::string& name) {
     const std::string clean = normalised(name);
     const std::size_t split = clean.rfind('/') + 1;
@@ -145,8 +156,8 @@ std::string place_of(const SFsSourceInfo& source) { return source.path_name + so
 std::string told_name(const std::string& name, const NameForm& form) {
     if (!form.native && !form.spelling) return name;
     const std::string place = place_on_disk(name);
-    if (form.native)
-        return !place.empty() ? place : ask(name, [&] { return std::string(fs::full_path(name.c_str())); });
+    if (form.native && !place.empty()) return place;
+    if (form.native) return place_of(holders_of(name).at(0)) + "/" + fs::root_path(name.c_str());
     return lower_case(place).ends_with(name) ? place.substr(place.size() - name.size()) : name;
 }
 

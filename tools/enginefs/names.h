@@ -34,7 +34,7 @@ std::string place_of(const SFsSourceInfo& source);
 /// How a command shows names.
 struct NameForm {
     bool spelling = false;  // as the disk spells them
-    bool native = false;    // their places on the disk
+    bool native = false;    // their places on the disk, or in the pack
 };
 std::string told_name(const std::string& name, const NameForm& form);
 
@@ -52,6 +52,12 @@ bool expand(std::vector<std::string>& names);
 /// Calls `run` for each of the files that names and patterns stand for. False when a pattern matches nothing, or a call
 /// answered so.
 bool for_each_file(std::vector<std::string> names, const std::function<bool(const std::string&)>& run);
+
+/// The same for files that get a new name, which is the last of `names`, or their own in the directory that it names.
+struct FromTo {
+    std::string from, to;
+};
+bool for_each_target(std::vector<std::string> names, const std::function<bool(const FromTo&)>& run);
 
 /// Whether a source other than the disk itself holds a file of this whole name.
 bool is_listed(const std::string& name);

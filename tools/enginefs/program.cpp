@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <exception>
+#include <iostream>
 #include <new>
 #include <numeric>
+#include <set>
+#include <sstream>
 
 #include <engine/filesystem.h>
 
@@ -28,12 +31,12 @@ void add_session_options(CLI::App& app, SessionOptions& options, Style& style) {
     app.add_option("--cache", options.cache_dir,
                    "Cache directory, which holds recorded listings (see the command \"cache\")")
         ->type_name("DIR");
-    app.add_option("--log", options.log_level,
-                   "Show the library's messages on standard error: none, fatal, error, info, "
-                   "warn, debug, verbose or all")
+    const std::set<std::string> levels = {"none", "fatal", "error", "info", "warn", "debug", "verbose", "all"};
+    app.add_option("--log", options.log_level, "Show the library's messages of this level on standard error")
+        ->check(CLI::IsMember(levels))
         ->type_name("LEVEL");
     app.add_option("--color", style.color,
-                   "Colours: auto (on a terminal, unless NO_COLOR is set), always or never (default: auto)")
+                   "Colours: always, never, or, by default, on a terminal unless NO_COLOR is set")
         ->check(CLI::IsMember({"auto", "always", "never"}))
         ->type_name("WHEN");
 }
@@ -107,7 +110,10 @@ std::optional<int> Program::parse(int argc, const char* const* argv) {
     try {
         app_.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app_.exit(error) == 0 ? exit_ok : exit_usage;
+        std::ostringstream help;
+        const int code = app_.exit(error, help, std::cerr);
+        print(help.str());
+        return code == 0 ? exit_ok : exit_usage;
     }
     return std::nullopt;
 }

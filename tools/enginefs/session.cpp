@@ -34,19 +34,8 @@ bool check_directory(const std::string& told, const std::string& full) {
 }  // namespace
 
 void show_messages(const std::string& level) {
-    struct {
-        const char* text;
-        Log::ELevel::TYPE level;
-    } constexpr names[] = {{"none", Log::ELevel::NONE},    {"fatal", Log::ELevel::FATL}, {"error", Log::ELevel::ERRR},
-                           {"info", Log::ELevel::INFO},    {"warn", Log::ELevel::WARN},  {"debug", Log::ELevel::DEBG},
-                           {"verbose", Log::ELevel::VERB}, {"all", Log::ELevel::VERE}};
-    for (const auto& name : names) {
-        if (level != name.text) continue;
-        Log::Settings::Instance().SetLevel(name.level);
-        LogSetPrintCallback(print_message);
-        return;
-    }
-    fail_usage(level, "this is no level; give none, fatal, error, info, warn, debug, verbose or all");
+    Log::Settings::Instance().SetLevel(level == "all" ? Log::ELevel::VERE : CrashLevelFromName(level.c_str()));
+    LogSetPrintCallback(print_message);
 }
 
 /// A mount that answers true may still have left names out, and says so.

@@ -33,5 +33,5 @@ private:
     bool whole_ = true;
 };
 
-/// Sends the library's messages of at least this importance to standard error. A word that is no level is wrong usage.
+/// Sends the library's messages of at least this importance to standard error.
 void show_messages(const std::string& level);

@@ -152,7 +152,22 @@ TEST_F(DirectorySource, KnowsNoPathThatIsTooLongForTheDisk) {
     const std::string longest = part + "/" + std::string(room, 'f');
     ASSERT_TRUE(mount_with({longest.c_str()}));
     EXPECT_EQ(all().size(), 1u);
+    EXPECT_EQ(source_.unlisted_directories(), 0u);
     EXPECT_FALSE(create((longest + "f").c_str()));
+    // The disk may hold longer ones; that they are not shown is told. So with a directory, whose listing is not kept.
+    for (const std::string& name : {longest + "f", part + "/" + std::string(room, 'd') + "/g"}) {
+        const auto work = std::filesystem::current_path();
+        std::filesystem::current_path(disk_ / part.c_str());
+        const std::filesystem::path below(name.substr(part.size() + 1));
+        if (below.has_parent_path()) std::filesystem::create_directory(below.parent_path());
+        std::ofstream(below) << "1";
+        std::filesystem::current_path(work);
+        fs::clear_error();
+        source_.refresh();
+        EXPECT_EQ(all().size(), 1u);
+        EXPECT_EQ(source_.unlisted_directories(), below.has_parent_path() ? 2u : 1u);
+        EXPECT_EQ(fs::last_error().code, EFSError::INVALID_NAME);
+    }
 }
 
 std::vector<std::string> heard;

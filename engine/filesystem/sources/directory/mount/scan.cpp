@@ -101,7 +101,12 @@ void Scan::enter_items(const platform::DirectoryListing& listing, std::uint32_t 
 
 void Scan::enter_subdirectory(std::string_view name, bool is_link, fs::dir& node) {
     const std::size_t before = path_.length;
-    if (!path_.append(name) || !path_.append("/") || (is_link && !follows())) {
+    if (!path_.append(name) || !path_.append("/")) {
+        ahead_.skip();
+        path_.cut(before);
+        to_.note_too_long(path_.below_root(), name);
+        if (listing_) listing_->spoil();
+    } else if (is_link && !follows()) {
         ahead_.skip();
     } else {
         const std::string lower = lower_text(name);

@@ -19,14 +19,21 @@ std::unique_ptr<MountedNames> DirectoryState::no_names() const {
     return made;
 }
 
+void MountedNames::note_too_long(std::string_view dir, std::string_view name) {
+    unlisted.insert(lower_text(std::string(dir).append(name)) + "/");
+    unlisted_error = {.failure = platform::Failure::PATH_TOO_LONG};
+}
+
 void DirectoryState::enter(MountedNames& to, std::uint32_t dir, std::string_view spelled_name) const {
     const std::string_view dir_text = to.table.dir_text(dir);
-    if (native_root.length + dir_text.size() + spelled_name.size() > platform::max_path_bytes) return;
     if (!include.empty()) {
         const std::string full = lower_text(std::string(dir_text).append(spelled_name));
         if (!std::binary_search(include.begin(), include.end(), full)) return;
     }
-    to.table.add(dir, spelled_name, 1);
+    if (native_root.length + dir_text.size() + spelled_name.size() > platform::max_path_bytes)
+        to.note_too_long(dir_text, spelled_name);
+    else
+        to.table.add(dir, spelled_name, 1);
 }
 
 std::uint32_t DirectoryState::find(const fs::path& p, bool whole) const {

@@ -41,9 +41,12 @@ struct MountedNames {
 
     NameTable table;
     fs::dir tree;  // its root stands for the start
-    /// Directories that could not be listed (lower case, "" or ending in "/"), and why the latest of them.
+    /// Directories that could not be listed (lower case, "" or ending in "/"), names that are too long for a native path
+    /// among them, and why the latest.
     std::set<std::string, std::less<>> unlisted;
     platform::Error unlisted_error;
+
+    void note_too_long(std::string_view dir, std::string_view name);
 };
 
 /// What a directory source holds. Its methods throw std::bad_alloc unless they say otherwise.
