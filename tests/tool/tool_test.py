@@ -8,6 +8,7 @@ import gzip
 import os
 import re
 import shutil
+import signal
 import struct
 import subprocess
 import sys
@@ -244,6 +245,24 @@ def limited_processes(tool):
         tool.is_file("alone.pak", tool.read("keep.pak"))
 
 
+def interruptions(tool):
+    """Ctrl-C leaves nothing half-made."""
+    if not tool.native:
+        return
+    tool.write("slow/zeros", b"")
+    os.truncate(tool.path("slow/zeros"), 200 << 20)
+    os.makedirs(tool.path("stopped"))
+    tool.run("pack slow.pak slow --level 1", 0, "~1 file, ")
+    for line, said in (("unpack slow.pak stopped", "stopped: the rest was not unpacked"), ("pack stopped/slow.pak slow", "it is as it was")):
+        running = subprocess.Popen(tool.command + line.split(), cwd=tool.where, stderr=subprocess.PIPE)
+        while running.poll() is None and not os.listdir(tool.path("stopped")):
+            pass
+        running.send_signal(signal.SIGINT)
+        heard = running.communicate(timeout=60)[1].decode()
+        tool.check(running.returncode == 1 and said in heard, f"{line}: interrupted, it ended with {running.returncode}: {heard}")
+        tool.check(not os.listdir(tool.path("stopped")), f"{line}: interrupted, it left something half-made")
+
+
 def unlisted_directories(tool):
     """A directory that cannot be listed is no empty directory."""
     if not tool.native:
@@ -360,7 +379,7 @@ def unpacking(tool):
     for name, data in (("sub/one.tga", b"1"), ("sub/two.txt", b"2"), ("three.tga", b"3")):
         tool.write("many/" + name, data)
         os.utime(tool.path("many", name), (1600000000, 1600000000))
-    for zone in ("UTC", "Asia/Kolkata", "EST5EDT"):
+    for zone in ("UTC", "Asia/Kolkata", "EST5EDT") if tool.native else ("",):
         tool.run("pack many.pak many", 0, "~3 files", env={**os.environ, "TZ": zone})
         tool.run("unpack many.pak kept", env={**os.environ, "TZ": zone})
         tool.check(os.stat(tool.path("kept/three.tga")).st_mtime == 1600000000, f"unpack: another time in {zone}")
@@ -383,7 +402,7 @@ def patches(tool):
     for new in ("new", "new.pak"):
         tool.run(f"diff old.pak {new}", 0, "changed            4            4  changed\nremoved            4            -  gone\n"
                  "added              -            5  sub/added\n1 added, 1 removed, 1 changed\n")
-        tool.run(f"patch old.pak {new} patch.pak", 0, "~2 files, 9 bytes in", f"gone: {new} lacks it")
+        tool.run(f"patch old.pak {new} patch.pak", 0, "~2 files, 9 bytes in", f"gone: old.pak shows it still, though {new} lacks it")
         tool.table(("list patch.pak", 0, "changed\nsub/added\n"),
                    ("--add patch.pak --add old.pak cat changed sub/added same", 0, "1235addedsame"))
     tool.run("diff old.pak new --json", 0, '~"name": "sub/added",\\s+"change": "added",\\s+"old_size": null,\\s+"new_size": 5')
@@ -478,7 +497,7 @@ def caches(tool):
         tool.write("data/" + name, b"1")
     for name in ("data", "data/Maps"):
         os.utime(tool.path(name), (1600000000, 1600000000))
-    line = r"~^\d+  .*/filesystem/\w+_x64/[0-9a-f]{16}\.fsc\n$"
+    line = r"~^ +bytes .*\n +\d+  2\d{3}-.*Z  .*/data\n +.*/filesystem/\w+_x64/[0-9a-f]{16}\.fsc\n$"
     tool.table(("cache show", 2, "", "--cache DIR"), ("--cache work/cache cache build", 2, "", "--add"),
                ("--cache work/cache cache show", 1, "", "there is no such directory"),
                ("--cache work/cache --add data cache build", 0, line), ("--cache work/cache cache show", 0, line),
@@ -583,6 +602,7 @@ def walk_of_the_guide(tool):
                                 stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         printed = result.stdout.decode().replace(home, "/home/you").replace(home.lower(), "/home/you")
         tool.runs += 1
+        printed = re.sub(r"\d+\.\d s$", "0.0 s", printed, flags=re.M)
         tool.check(printed == said, f"docs/using.md: {command} prints {printed!r}, not {said!r}")
 
 
@@ -593,7 +613,7 @@ def main(program, *emulator):
     try:
         for part in (listing, changing, times, whose_file_it_is, forms_of_output, over_long_paths, packs, pack_findings,
                      unpacking, patches, gzip_members, chunk_trees, containers, caches, log_configurations,
-                     names_in_other_scripts, limited_processes, unlisted_directories, command_lines, walk_of_the_guide):
+                     names_in_other_scripts, limited_processes, interruptions, unlisted_directories, command_lines, walk_of_the_guide):
             part(tool)
     finally:
         shutil.rmtree(where, ignore_errors=True)

@@ -107,7 +107,7 @@ bool patch(const Patch& given) {
     for (const Change& change : all.changes())
         if (change.kind == Kind::REMOVED)
             note(change.name,
-                 given.to + " lacks it, but shows it still over " + given.from + ": packs cannot hide names");
+                 given.from + " shows it still, though " + given.to + " lacks it: packs cannot hide names");
     return write_packs(all.new_tree(), names, check.total_bytes(), given.out, given.how);
 }
 

@@ -2,7 +2,9 @@
 
 #include "pack_files.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cinttypes>
 #include <memory>
 #include <set>
 #include <sstream>
@@ -96,15 +98,19 @@ public:
         return true;
     }
 
-    std::size_t count() const { return writers_.size(); }
-    std::uint64_t total_bytes() const { return total_; }
+    std::string summary(std::uint64_t bytes_in) const {
+        const double percent =
+            100.0 * static_cast<double>(total_) / static_cast<double>(std::max<std::uint64_t>(bytes_in, 1));
+        return (writers_.size() > 1 ? " in " + std::to_string(writers_.size()) + " packs" : "") +
+               formatted(", %" PRIu64 " bytes in, %" PRIu64 " out (%.1f %%)", bytes_in, total_, percent);
+    }
 
 private:
     std::string place(std::size_t number) const {
         if (number == 1) return out_;
-        const std::size_t name = out_.find_last_of("/\\") + 1;
-        const std::size_t dot = std::min(out_.size(), out_.find('.', out_.rfind('.') < name ? name : out_.rfind('.')));
-        return out_.substr(0, dot) + "." + std::to_string(number) + out_.substr(dot);
+        stdfs::path path = fs::to_path(out_);
+        const stdfs::path extension = path.extension();
+        return fs::from_path(path.replace_extension("." + std::to_string(number)) += extension);
     }
 
     bool begin() {
@@ -127,17 +133,22 @@ private:
     std::uint64_t total_ = 0;
 };
 
+/// What needs no look at the files.
+bool may_begin(const std::string& out, std::size_t count, const Packing& how) {
+    if (count > most_entries && !how.split && how.split_size == 0)
+        return fail(out, std::to_string(count) + " files; a pack holds at most 65535, --split makes several");
+    std::error_code unknown;
+    const stdfs::path parent = fs::to_path(out).parent_path();
+    return parent.empty() || stdfs::is_directory(parent, unknown) || fail(out, "its directory does not exist");
+}
+
 }  // namespace
 
 bool write_packs(const Tree& tree, const std::vector<std::string>& names, std::uint64_t total_bytes,
                  const std::string& out, const Packing& how) {
-    const SFsPacking packing = packing_of(how);
-    if (names.size() > most_entries && !how.split && how.split_size == 0)
-        return fail(out, std::to_string(names.size()) + " files; a pack holds at most 65535, --split makes several");
-    std::error_code unknown;
-    const stdfs::path parent = fs::to_path(out).parent_path();
-    if (!parent.empty() && !stdfs::is_directory(parent, unknown)) return fail(out, "its directory does not exist");
     const auto start = std::chrono::steady_clock::now();
+    const SFsPacking packing = packing_of(how);
+    if (!may_begin(out, names.size(), how)) return false;
     const std::set<std::string> stored = extensions_of(how.store);
     const Interruption interruption;
     Volumes volumes(out, how);
@@ -153,15 +164,9 @@ bool write_packs(const Tree& tree, const std::vector<std::string>& names, std::u
         if (interruption.requested()) return fail(out, "interrupted; it is as it was");
         progress.add(file.entry.size);
     }
-    if (!volumes.finish()) return false;
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-    const double percent = total_bytes != 0
-                               ? 100.0 * static_cast<double>(volumes.total_bytes()) / static_cast<double>(total_bytes)
-                               : 100.0;
-    return print(out + ": " + counted(names.size(), "file", "files") +
-                 (volumes.count() > 1 ? " in " + std::to_string(volumes.count()) + " packs" : "") + ", " +
-                 std::to_string(total_bytes) + " bytes in, " + std::to_string(volumes.total_bytes()) + " out" +
-                 formatted(" (%.1f %%), %.1f s\n", percent, took.count()));
+    return volumes.finish() && print(out + ": " + counted(names.size(), "file", "files") +
+                                     volumes.summary(total_bytes) + formatted(", %.1f s\n", took.count()));
 }
 
 void add_packing_options(CLI::App* command, Packing& how) {

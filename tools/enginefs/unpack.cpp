@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cinttypes>
 #include <ctime>
+#include <iomanip>
+#include <sstream>
 #include <system_error>
 #include <unordered_set>
 
@@ -55,20 +57,10 @@ private:
 
 /// What the disk calls a time of a pack, which is local time.
 stdfs::file_time_type disk_time(std::int64_t pack_time) {
-    using namespace std::chrono;
-    constexpr std::int64_t ticks_per_second = 10'000'000, from_1601_to_1970 = 11'644'473'600;
-    const sys_seconds local(seconds(pack_time / ticks_per_second - from_1601_to_1970));
-    const year_month_day date(floor<days>(local));
-    const hh_mm_ss clock(local - floor<days>(local));
     std::tm fields{};
-    fields.tm_year = static_cast<int>(date.year()) - 1900;
-    fields.tm_mon = static_cast<int>(static_cast<unsigned>(date.month())) - 1;
-    fields.tm_mday = static_cast<int>(static_cast<unsigned>(date.day()));
-    fields.tm_hour = static_cast<int>(clock.hours().count());
-    fields.tm_min = static_cast<int>(clock.minutes().count());
-    fields.tm_sec = static_cast<int>(clock.seconds().count());
+    std::istringstream(time_text(pack_time)) >> std::get_time(&fields, "%Y-%m-%dT%H:%M:%S");
     fields.tm_isdst = -1;
-    return file_clock::from_sys(system_clock::from_time_t(std::mktime(&fields)));
+    return std::chrono::file_clock::from_sys(std::chrono::system_clock::from_time_t(std::mktime(&fields)));
 }
 
 bool is_older(const stdfs::path& file, std::int64_t pack_time) {
@@ -201,7 +193,7 @@ bool list(const List& given) {
         std::string columns;
         if (given.long_form) {
             const std::string method = method_text(entry.method);
-            const std::string time = fs::get_time_as_str(entry.time).replace(10, 1, "T");
+            const std::string time = time_text(entry.time);
             item.update({{"size", entry.size},
                          {"packed", entry.packed_size},
                          {"method", method},
