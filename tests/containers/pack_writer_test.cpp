@@ -76,8 +76,25 @@ TEST_F(PackWriter, LeavesTheTargetAloneUntilItIsFinished) {
     EXPECT_FALSE(exists("out.pak.part"));
     ASSERT_TRUE(writer_.open(target_.c_str()));
     ASSERT_TRUE(add("a", "1"));
+    ASSERT_TRUE(writer_.complete());
+    EXPECT_EQ(dir_.read("out.pak"), "precious");
+    EXPECT_FALSE(add("b", "2")) << "it has its directory already";
     ASSERT_TRUE(writer_.finish());
     EXPECT_EQ(entry("a"), "1");
+}
+
+// A name that only claims to be UTF-8 keeps other programs from reading the pack.
+TEST_F(PackWriter, MarksNamesThatAreUtf8) {
+    const std::pair<const char*, bool> rows[] = {
+        {"plain", false},        {"\xC3\xA9", true},          {"\xE3\x83\x9D/x", true},    {"\xF0\x9F\x98\x80", true},
+        {"\xE9.txt", false},     {"cut\xC3", false},          {"\xC0\xAF", false},         {"\xE0\x80\xAF", false},
+        {"\xED\xA0\x80", false}, {"\xF4\x90\x80\x80", false}, {"\xF0\x80\x80\x80", false}, {"\xF5\x80\x80\x80", false},
+        {"\x80", false},
+    };
+    for (const auto& [name, marked] : rows) {
+        ASSERT_TRUE(writer_.open(target_.c_str()) && add(name, "1") && writer_.finish()) << name;
+        EXPECT_EQ(read_file(target_).substr(6, 2), std::string(marked ? "\0\x08" : "\0\0", 2)) << name;
+    }
 }
 
 TEST_F(PackWriter, RefusesNamesThatAPackCannotShow) {
@@ -99,6 +116,7 @@ TEST_F(PackWriter, RefusesNamesThatAPackCannotShow) {
         {"HELD", "of that name"},
     };
     for (const auto& [name, reason] : rows) {
+        EXPECT_EQ(fs::pack_writer::check_name(name.c_str()), reason == std::string("of that name")) << name;
         EXPECT_FALSE(add(name, "2")) << name;
         EXPECT_THAT(fs::last_error().text, HasSubstr(reason)) << name;
     }

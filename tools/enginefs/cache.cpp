@@ -1,7 +1,10 @@
 // cache: the recorded listings that spare later mounts a look at the disk.
 
 #include <algorithm>
+#include <cinttypes>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <system_error>
 #include <vector>
 
@@ -47,12 +50,29 @@ std::vector<Recorded> listings_in(const std::string& dir, bool partial = false) 
     return found;
 }
 
+/// The directory that a listing is of, as it says (docs/formats.md); "" when it is none.
+std::string directory_in(const std::string& path) {
+    std::ifstream in(fs::to_path(path), std::ios::binary);
+    unsigned char head[18];
+    if (!in.read(reinterpret_cast<char*>(head), sizeof head) || std::memcmp(head, "FSCL", 4) != 0) return "";
+    std::string directory(head[16] | head[17] << 8, '\0');
+    return in.read(directory.data(), static_cast<std::streamsize>(directory.size())) ? directory : "";
+}
+
 bool show_listings(const std::vector<Recorded>& listings) {
     Listing listing;
-    for (const Recorded& one : listings)
-        listing.add(one.path, std::to_string(one.size) + "  " + shown(one.path), [&] {
-            return Json{{"path", one.path}, {"size", one.size}};
+    listing.note("       bytes  written               directory, and its listing");
+    for (const Recorded& one : listings) {
+        std::error_code error;
+        const std::string time = time_text(stdfs::last_write_time(fs::to_path(one.path), error));
+        const std::string directory = directory_in(one.path);
+        const std::string line = formatted("%12" PRIu64 "  %s  ", one.size, time.c_str()) +
+                                 (directory.empty() ? "(damaged)" : shown(directory, Color::DIRECTORY)) + "\n" +
+                                 std::string(36, ' ') + shown(one.path);
+        listing.add(one.path, line, [&] {
+            return Json{{"path", one.path}, {"size", one.size}, {"time", time}, {"directory", directory}};
         });
+    }
     return listing.finish();
 }
 

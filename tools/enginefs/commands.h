@@ -7,6 +7,7 @@ void add_listing_commands(Commands& commands);
 void add_content_commands(Commands& commands);
 void add_pack_commands(Commands& commands);
 void add_unpack_commands(Commands& commands);
+void add_diff_commands(Commands& commands);
 void add_stream_commands(Commands& commands);
 void add_chunk_commands(Commands& commands);
 void add_manage_commands(Commands& commands);

@@ -2,14 +2,20 @@
 
 #include <charconv>
 #include <cinttypes>
+#include <functional>
+#include <optional>
+#include <system_error>
 
 #include <engine/filesystem.h>
 
 #include "commands.h"
+#include "interruption.h"
 #include "names.h"
 #include "output.h"
 #include "report.h"
 #include "result.h"
+#include "terminal.h"
+#include "tree.h"
 
 namespace {
 
@@ -24,16 +30,20 @@ struct Arguments {
 };
 
 /// A number, decimal or with "0x".
-std::uint32_t hash_of(const Arguments& given) {
-    const std::string& text = given.hash;
+std::optional<std::uint32_t> parse_hash(const std::string& text) {
     const bool hexadecimal = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
     const char* const begin = text.data() + (hexadecimal ? 2 : 0);
     const char* const end = text.data() + text.size();
     std::uint32_t hash = 0;
     const auto [stop, error] = std::from_chars(begin, end, hash, hexadecimal ? 16 : 10);
-    if (error != std::errc() || stop != end)
-        fail_usage(text, "this is no hash; give a number of 32 bits, as 0x... or decimal");
+    if (error != std::errc() || stop != end) return std::nullopt;
     return hash;
+}
+
+std::uint32_t hash_of(const std::string& text) {
+    const std::optional<std::uint32_t> hash = parse_hash(text);
+    if (!hash) fail_usage(text, "this is no hash; give a number of 32 bits, as 0x... or decimal");
+    return *hash;
 }
 
 std::string hash_text(std::uint32_t hash) { return formatted("0x%08" PRIx32, hash); }
@@ -93,7 +103,7 @@ bool list(const Arguments& given) {
 }
 
 bool get(const Arguments& given) {
-    const std::uint32_t hash = hash_of(given);
+    const std::uint32_t hash = hash_of(given.hash);
     CFileHashMultiContainer all;
     if (!open(all, given.file, false) || !has_blob(all, given, hash)) return false;
     ztl::vector<unsigned char> blob;
@@ -116,28 +126,36 @@ bool load(const std::string& name, std::vector<char>& data) {
     });
 }
 
-bool put(const Arguments& given) {
-    const std::uint32_t hash = hash_of(given);
-    std::vector<char> data;
-    if (!load(given.name, data) || !names_itself(given.file)) return false;
+/// Calls `add` with a file that is there or made, and saves what it adds: all or nothing. Ctrl-C waits for that.
+bool add_to(const std::string& name, const std::function<bool(CFileHashMultiContainer&)>& add) {
+    if (!names_itself(name)) return false;
+    const Interruption interruption;
     CFileHashMultiContainer all;
-    const char* const file = given.file.c_str();
+    const char* const file = name.c_str();
     // Only what is not there is made: a file that is damaged, or something else, is not written over.
     const bool is_new = !fs::exists(file);
     const auto open_or_create = [&] { return is_new ? all.Create(file) : all.Open(file, true); };
-    const auto add = [&] {
-        return all.Put(given.container.c_str(), hash, data.data(), data.size(), given.deflate) && all.Save();
-    };
-    if (!attempt(given.file, "it cannot be opened for writing", open_or_create)) return false;
-    if (attempt(given.file, "the blob cannot be added", add)) return true;
+    if (!attempt(name, "it cannot be opened for writing", open_or_create)) return false;
+    const bool added = add(all) && attempt(name, "it cannot be saved", [&] { return all.Save(); });
     all.Close();
-    if (is_new) fs::rem_file(file);
-    return false;
+    if (!added && is_new) fs::rem_file(file);
+    return added;
+}
+
+bool put(const Arguments& given) {
+    const std::uint32_t hash = hash_of(given.hash);
+    std::vector<char> data;
+    return load(given.name, data) && add_to(given.file, [&](CFileHashMultiContainer& all) {
+               return attempt(given.file, "the blob cannot be added", [&] {
+                   return all.Put(given.container.c_str(), hash, data.data(), data.size(), given.deflate);
+               });
+           });
 }
 
 bool remove(const Arguments& given) {
+    const Interruption interruption;
     const bool one_blob = !given.hash.empty();
-    const std::uint32_t hash = one_blob ? hash_of(given) : 0;
+    const std::uint32_t hash = one_blob ? hash_of(given.hash) : 0;
     CFileHashMultiContainer all;
     if (!open(all, given.file, true) || (one_blob && !has_blob(all, given, hash))) return false;
     const char* const container = given.container.c_str();
@@ -147,6 +165,7 @@ bool remove(const Arguments& given) {
 }
 
 bool compact(const Arguments& given) {
+    const Interruption interruption;
     CFileHashMultiContainer all;
     if (!open(all, given.file, true)) return false;
     SMultiContainerStats before;
@@ -155,16 +174,108 @@ bool compact(const Arguments& given) {
            print(given.file + ": " + std::to_string(before.wasted_bytes) + " bytes regained\n");
 }
 
-bool verify(const Arguments& given) {
-    CFileHashMultiContainer all;
-    if (!open(all, given.file, false)) return false;
-    ztl::vector<fs::string> report;
-    const bool good = all.Verify(report);
-    for (const fs::string& line : report) fail(given.file, line);
-    if (!good) return report.empty() ? fail_with_last_error(given.file, "it is damaged") : false;
+/// Calls `take` for the blobs of every container. False when one of them cannot be fetched, of which is told, or when
+/// `take` says so, which ends it.
+bool for_each_blob(
+    const CFileHashMultiContainer& all, const Arguments& given,
+    const std::function<bool(const std::string&, std::uint32_t, const ztl::vector<unsigned char>&)>& take) {
     SMultiContainerStats stats;
     all.GetStats(stats);
-    return print(given.file + ": " + counted(stats.blobs, "blob", "blobs") + ", all good\n");
+    Progress progress(given.file, stats.live_bytes, true);
+    ztl::vector<fs::string> containers;
+    all.ListContainers(containers);
+    bool good = true;
+    for (const fs::string& container : containers) {
+        const std::string told = given.file + ": container \"" + container + "\"";
+        ztl::vector<SBlobInfo> blobs;
+        good = attempt(told, "it cannot be listed", [&] { return all.ListBlobs(container.c_str(), blobs); }) && good;
+        for (const SBlobInfo& blob : blobs) {
+            ztl::vector<unsigned char> bytes;
+            const std::string label = told + ", blob " + hash_text(blob.hash);
+            progress.add(blob.stored_size);
+            if (!attempt(label, "it is damaged", [&] { return all.Fetch(container.c_str(), blob.hash, bytes); }))
+                good = false;
+            else if (!take(container, blob.hash, bytes))
+                return false;
+        }
+    }
+    return good;
+}
+
+bool verify(const Arguments& given) {
+    CFileHashMultiContainer all;
+    std::uint64_t blobs = 0;
+    const auto count = [&](const auto&...) { return ++blobs, true; };
+    return open(all, given.file, false) && for_each_blob(all, given, count) &&
+           print(given.file + ": " + counted(blobs, "blob", "blobs") + ", all good\n");
+}
+
+bool export_blobs(const Arguments& given) {
+    CFileHashMultiContainer all;
+    const std::filesystem::path root = fs::to_path(full_native_path(given.name));
+    std::uint64_t blobs = 0;
+    const Interruption interruption;
+    const auto write = [&](const std::string& container, std::uint32_t hash, const ztl::vector<unsigned char>& bytes) {
+        const std::string name = safe_name(container);
+        if (name != container)
+            return fail(given.file, "container \"" + container + "\": no directory can have its name");
+        Output out;
+        ++blobs;
+        return out.open_below(root, name + "/" + hash_text(hash)) && out.write(bytes.data(), bytes.size()) &&
+               out.finish();
+    };
+    if (!open(all, given.file, false)) return false;
+    std::error_code error;
+    std::filesystem::create_directories(root, error);
+    return for_each_blob(all, given, write) && print(given.name + ": " + counted(blobs, "blob", "blobs") + "\n");
+}
+
+/// What a file of an exported tree is: CONTAINER/HASH, or CONTAINER/HASH.EXTENSION.
+struct Blob {
+    std::string name;  // in the tree
+    std::string container;
+    std::uint32_t hash;
+};
+
+bool find_blobs(const Tree& tree, const std::string& dir, std::vector<Blob>& blobs) {
+    const std::size_t root = full_native_path(dir).size() + 1;
+    bool good = tree.is_whole();
+    for (const std::string& name : tree.names()) {
+        const std::string place = tree.native_path(name).substr(root);
+        const std::size_t slash = place.rfind('/');
+        const std::string file = place.substr(slash + 1);
+        const std::optional<std::uint32_t> hash = parse_hash(file.substr(0, file.find('.')));
+        if (!hash || slash == std::string::npos)
+            good = fail(dir + "/" + place, "it is no CONTAINER/HASH, as \"container export\" writes them");
+        else
+            blobs.push_back({name, place.substr(0, slash), *hash});
+    }
+    return good;
+}
+
+bool import_blobs(const Arguments& given) {
+    Tree tree;
+    std::vector<Blob> blobs;
+    if (!tree.open(given.name)) return false;
+    if (tree.is_pack()) return fail(given.name, "it is no directory");
+    if (!find_blobs(tree, given.name, blobs)) return false;
+    const Interruption interruption;
+    Progress progress("import " + given.name, blobs.size(), false);
+    const auto add = [&](CFileHashMultiContainer& all) {
+        for (const Blob& blob : blobs) {
+            std::string bytes;
+            const std::string told = given.name + "/" + blob.name;
+            const auto take = [&](const char* data, std::uint64_t size) { return bytes.append(data, size), true; };
+            const auto put = [&] {
+                return all.Put(blob.container.c_str(), blob.hash, bytes.data(), bytes.size(), given.deflate);
+            };
+            if (!tree.read(blob.name, told, take) || !attempt(told, "the blob cannot be added", put)) return false;
+            if (interruption.requested()) return fail(given.file, "interrupted; it is as it was");
+            progress.add(1);
+        }
+        return true;
+    };
+    return add_to(given.file, add) && print(given.file + ": " + counted(blobs.size(), "blob", "blobs") + "\n");
 }
 
 /// One of the commands, with the argument that all of them have.
@@ -208,6 +319,15 @@ void add_container_commands(Commands& commands) {
     const auto rm = add(group, "rm", "Remove a blob, or a whole container", remove);
     add_container(rm)->required();
     add_hash(rm);
+
+    const auto export_command = add(group, "export", "Write every blob to a file DIR/CONTAINER/HASH", export_blobs);
+    export_command->add_option("DIR", export_command.given.name, "A directory of the disk, made when missing")
+        ->required();
+
+    const auto import_command =
+        add(group, "import", "Add the files of such a directory, all or none; FILE is made when missing", import_blobs);
+    import_command->add_option("DIR", import_command.given.name, "A directory of the disk")->required();
+    import_command->add_flag("--deflate", import_command.given.deflate, "Store them compressed where that is smaller");
 
     add(group, "compact", "Give back the space of what was replaced or removed", compact);
     add(group, "verify", "Check every structure's bounds and every blob's checksum", verify);

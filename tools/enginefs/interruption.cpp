@@ -6,6 +6,7 @@
 namespace {
 
 volatile std::sig_atomic_t requests = 0;  // a signal handler may touch nothing else
+int depth = 0;
 
 void remember(int number) {
     requests = 1;
@@ -15,6 +16,7 @@ void remember(int number) {
 }  // namespace
 
 Interruption::Interruption() {
+    if (depth++ != 0) return;
     requests = 0;
     for (const int number : {SIGINT, SIGTERM}) {
         if (std::signal(number, remember) == SIG_IGN) std::signal(number, SIG_IGN);
@@ -22,6 +24,7 @@ Interruption::Interruption() {
 }
 
 Interruption::~Interruption() {
+    if (--depth != 0) return;
     for (const int number : {SIGINT, SIGTERM}) {
         if (std::signal(number, SIG_DFL) == SIG_IGN) std::signal(number, SIG_IGN);
     }

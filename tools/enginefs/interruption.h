@@ -1,7 +1,7 @@
 #pragma once
 
 /// While it lives, the first Ctrl-C (or request to end) is only remembered, so that half a result can be removed; the
-/// second ends the program as usual. One at a time.
+/// second ends the program as usual. One within another is the same one.
 class Interruption {
 public:
     Interruption();

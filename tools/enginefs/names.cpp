@@ -193,17 +193,24 @@ std::string place_on_disk(const std::string& name) {
 }
 
 std::string time_of(const std::string& name) {
-    using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
-    constexpr std::int64_t from_1601_to_1970 = 116'444'736'000'000'000;
     const std::string place = place_on_disk(name);
     std::error_code error;
     const auto time = place.empty() ? stdfs::file_time_type() : stdfs::last_write_time(fs::to_path(place), error);
-    if (place.empty() || error) return "";
+    return place.empty() || error ? "" : time_text(time);
+}
+
+std::string time_text(stdfs::file_time_type time) {
+    using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
+    constexpr std::int64_t from_1601_to_1970 = 116'444'736'000'000'000;
     const auto since_1970 = std::chrono::file_clock::to_sys(std::chrono::time_point_cast<Ticks>(time));
     const std::int64_t ticks = since_1970.time_since_epoch().count() + from_1601_to_1970;
-    std::string text = ask(name, [&] { return fs::get_time_as_str(ticks); });
-    if (!text.empty()) text.replace(10, 1, "T") += 'Z';
-    return text;
+    const std::string text = time_text(ticks);
+    return text.empty() ? "" : text + "Z";
+}
+
+std::string time_text(std::int64_t ticks) {
+    std::string text = ask("a time", [&] { return fs::get_time_as_str(ticks); });
+    return text.empty() ? text : text.replace(10, 1, "T");
 }
 
 std::string lower_case(std::string text) {

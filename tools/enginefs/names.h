@@ -81,6 +81,9 @@ std::string place_on_disk(const std::string& name);
 
 /// "YYYY-MM-DDTHH:MM:SSZ" of a file's last change; "" when its source keeps none.
 std::string time_of(const std::string& name);
+std::string time_text(std::filesystem::file_time_type time);
+/// The same without zone of a count of 100 ns since 1601, in whatever zone it is.
+std::string time_text(std::int64_t ticks);
 
 /// `text` with ASCII letters lower-cased.
 std::string lower_case(std::string text);

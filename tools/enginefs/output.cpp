@@ -29,7 +29,33 @@ bool may_replace(const std::string& name) {
     return !fs::read_only(name.c_str()) || fail(name, "it is read-only");
 }
 
+/// Makes the directories of a name below `root`. A link on the way is replaced by a directory: what it points to may lie
+/// anywhere. False, with a word on standard error, when that fails.
+bool make_directories(const stdfs::path& root, const std::string& name) {
+    stdfs::path at = root;
+    for (const stdfs::path& part : fs::to_path(name).parent_path()) {
+        std::error_code error, unknown;
+        at /= part;
+        if (stdfs::is_symlink(stdfs::symlink_status(at, unknown))) stdfs::remove(at, error);
+        if (!error) stdfs::create_directory(at, error);
+        if (stdfs::is_directory(at, unknown)) continue;
+        const bool taken = stdfs::exists(at, unknown);
+        return fail(name, "its directory cannot be made: " +
+                              (taken ? fs::from_path(at) + " is there and is no directory" : error.message()));
+    }
+    return true;
+}
+
 }  // namespace
+
+std::string safe_name(const std::string& name) {
+    if (name.find('\0') != std::string::npos || name.find(':') != std::string::npos) return "";
+    std::string out(name.size() + 1, '\0');
+    fs::path_normalize(out.data(), name.c_str(), true);
+    out.resize(out.find('\0'));
+    const bool climbs = out == ".." || out.compare(0, 3, "../") == 0;
+    return out.empty() || out[0] == '/' || climbs ? "" : out;
+}
 
 Output::~Output() {
     file_.reset();
@@ -64,6 +90,14 @@ bool Output::open_native(const std::string& path, const std::string& name, FFSOp
     if (!create(name, [&] { return fs::open_native(nullptr, beside.c_str(), EFSMode::WRITE, flags); })) return false;
     beside_.swap(made);
     return true;
+}
+
+bool Output::open_below(const stdfs::path& root, const std::string& name) {
+    const stdfs::path target = root / fs::to_path(name);
+    std::error_code error;
+    if (!make_directories(root, name)) return false;
+    if (stdfs::is_symlink(stdfs::symlink_status(target, error))) stdfs::remove(target, error);
+    return open_native(fs::from_path(target), fs::from_path(target));
 }
 
 bool Output::create(const std::string& name, const std::function<SFsFile*()>& open) {
@@ -103,6 +137,7 @@ bool Output::put_in_place() {
     std::error_code error;
     const stdfs::file_status before = stdfs::status(place_, error);
     if (stdfs::exists(before)) stdfs::permissions(beside_, before.permissions(), error);
+    if (time_) stdfs::last_write_time(beside_, *time_, error);
     stdfs::rename(beside_, place_, error);
     return !error || fail(name_, "it cannot be replaced: " + error.message());
 }

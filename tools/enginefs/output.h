@@ -1,11 +1,15 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "command.h"
 #include "interruption.h"
 #include "names.h"
+
+/// The place below a directory of a name from outside; "" for one that would leave it or that no disk of ours could hold.
+std::string safe_name(const std::string& name);
 
 /// A file that is being made. It is written beside its place and put there by finish(), so that what is there stays whole
 /// until then, and stays when this ends before. What goes wrong is said on standard error.
@@ -20,7 +24,12 @@ public:
     bool open(const std::string& name, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
     /// Begins a file of the disk, of which is told by `name`.
     bool open_native(const std::string& path, const std::string& name, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
+    /// Begins a file of the disk below a directory, with the directories of its name. Links on the way and in its place
+    /// are replaced: what they point to may lie anywhere. `name` is a safe_name.
+    bool open_below(const std::filesystem::path& root, const std::string& name);
     bool write(const void* data, std::uint64_t size);
+    /// When the file is to have been written last.
+    void keep_time(std::filesystem::file_time_type time) { time_ = time; }
     bool finish();
 
 private:
@@ -32,6 +41,7 @@ private:
     std::filesystem::path beside_;  // where it is written; "" when nothing is left there
     std::string unplaced_;          // its virtual name, for as long as its place on the disk is not known
     fs::file_ptr file_;
+    std::optional<std::filesystem::file_time_type> time_;
     const Interruption interruption_;
 };
 

@@ -1,17 +1,24 @@
 // unpack, verify, list: looking into packs.
 
+#include <chrono>
 #include <cinttypes>
+#include <ctime>
+#include <iomanip>
+#include <sstream>
 #include <system_error>
 #include <unordered_set>
 
 #include <engine/filesystem.h>
 
 #include "commands.h"
+#include "globs.h"
+#include "interruption.h"
 #include "names.h"
 #include "output.h"
 #include "report.h"
 #include "result.h"
 #include "terminal.h"
+#include "tree.h"
 
 namespace {
 
@@ -20,6 +27,9 @@ namespace stdfs = std::filesystem;
 struct Unpack {
     std::string pack;
     std::string dir;
+    std::vector<std::string> names{};  // none: all
+    std::string overwrite = "always";
+    bool dry_run = false;
 };
 struct Verify {
     std::vector<std::string> packs;
@@ -27,67 +37,7 @@ struct Verify {
 struct List {
     std::string pack;
     bool long_form = false;
-    bool json = false;
 };
-
-using Entries = ztl::vector<SFsPackEntry>;
-
-bool list_entries(const std::string& pack, Entries& entries) {
-    return attempt(pack, "it cannot be read", [&] { return fs::list_pack(full_native_path(pack).c_str(), entries); });
-}
-
-/// A pack whose entries are read as the engine reads them, which holds each against its checksum.
-class PackReader {
-public:
-    bool open(const std::string& pack) {
-        const std::string full = full_native_path(pack);
-        source_.set_native_spelling(full.c_str());
-        return attempt(pack, "it cannot be mounted", [&] {
-            return source_.init(fs::path(full.c_str(), true), FFSAddSourceFlags::EXACT_SEEKS, nullptr);
-        });
-    }
-
-    /// False, with a word on standard error, when the entry is damaged; or when `take` says so.
-    bool read(const std::string& label, const std::string& name, const TakeBytes& take) {
-        fs::file_ptr file;
-        return attempt(label, "a mounted pack shows no file of this name",
-                       [&] {
-                           file.reset(source_.open_read(fs::path(name.c_str(), true), FFSOpenFlags::WHOLE_NAME));
-                           return file != nullptr;
-                       }) &&
-               read_to_end(file.get(), label, take);
-    }
-
-private:
-    CZip_dir source_;
-};
-
-/// The entry's place below a directory, or "" for a name that would leave it or that no disk of ours could hold.
-std::string safe_name(const std::string& name) {
-    if (name.find('\0') != std::string::npos || name.find(':') != std::string::npos) return "";
-    std::string out(name.size() + 1, '\0');
-    fs::path_normalize(out.data(), name.c_str(), true);
-    out.resize(out.find('\0'));
-    const bool climbs = out == ".." || out.compare(0, 3, "../") == 0;
-    return out.empty() || out[0] == '/' || climbs ? "" : out;
-}
-
-/// Makes the directories of a name below `root`. A link on the way is replaced by a directory: what it points to may lie
-/// anywhere. False, with a word on standard error, when that fails.
-bool make_directories(const stdfs::path& root, const std::string& name) {
-    stdfs::path at = root;
-    for (const stdfs::path& part : fs::to_path(name).parent_path()) {
-        std::error_code error, unknown;
-        at /= part;
-        if (stdfs::is_symlink(stdfs::symlink_status(at, unknown))) stdfs::remove(at, error);
-        if (!error) stdfs::create_directory(at, error);
-        if (stdfs::is_directory(at, unknown)) continue;
-        const bool taken = stdfs::exists(at, unknown);
-        return fail(name, "its directory cannot be made: " +
-                              (taken ? fs::from_path(at) + " is there and is no directory" : error.message()));
-    }
-    return true;
-}
 
 /// Remembers the names it is asked for. Whether one was taken before: in the same spelling or, where the disk does not
 /// tell case apart, in another.
@@ -105,59 +55,120 @@ private:
     std::unordered_set<std::string> folded_;
 };
 
-bool unpack_entry(PackReader& reader, const std::string& entry, const stdfs::path& root, TakenNames& taken,
-                  bool& stopped) {
-    const std::string name = safe_name(entry);
-    if (name.empty()) return fail(entry, "its name would lead out of the directory");
-    const stdfs::path target = root / fs::to_path(name);
-    std::error_code error;
-    if (!taken.take(name, target)) return fail(entry, "an entry before it has the same name");
-    if (!make_directories(root, name)) return false;
-    if (stdfs::is_symlink(stdfs::symlink_status(target, error))) stdfs::remove(target, error);
-    Output out;
-    if (!out.open_native(fs::from_path(target), fs::from_path(target))) return false;
-    const auto take = [&](const char* data, std::uint64_t size) { return !(stopped = !out.write(data, size)); };
-    return reader.read(entry, entry, take) && out.finish();
+/// What the disk calls a time of a pack, which is local time.
+stdfs::file_time_type disk_time(std::int64_t pack_time) {
+    std::tm fields{};
+    std::istringstream(time_text(pack_time)) >> std::get_time(&fields, "%Y-%m-%dT%H:%M:%S");
+    fields.tm_isdst = -1;
+    return std::chrono::file_clock::from_sys(std::chrono::system_clock::from_time_t(std::mktime(&fields)));
 }
+
+bool is_older(const stdfs::path& file, std::int64_t pack_time) {
+    std::error_code error;
+    const stdfs::file_time_type time = stdfs::last_write_time(file, error);
+    return error || time < disk_time(pack_time);
+}
+
+class Unpacking {
+public:
+    Unpacking(const Unpack& given, const Tree& pack)
+        : given_(given), pack_(pack), root_(fs::to_path(full_native_path(given.dir))) {}
+
+    bool run() {
+        std::error_code error;
+        if (!given_.dry_run) stdfs::create_directories(root_, error);
+        if (!given_.dry_run && !stdfs::is_directory(root_, error))
+            return fail(given_.dir, "it cannot be made a directory");
+        const std::vector<const SFsPackEntry*> chosen = choose();
+        std::uint64_t total = 0;
+        for (const SFsPackEntry* entry : chosen) total += entry->size;
+        Progress progress("unpack " + given_.pack, total, true);
+        for (const SFsPackEntry* entry : chosen) {
+            good_ = unpack(*entry, progress) && good_;
+            if (stopped_ || interruption_.requested()) return fail(given_.dir, "the rest was not unpacked");
+        }
+        return good_;
+    }
+
+private:
+    /// The entries that are asked for. What matches none is said.
+    std::vector<const SFsPackEntry*> choose() {
+        std::vector<const SFsPackEntry*> chosen;
+        std::vector<bool> used(given_.names.size());
+        for (const SFsPackEntry& entry : pack_.entries()) {
+            bool wanted = given_.names.empty();
+            for (std::size_t i = 0; i < used.size(); ++i) {
+                if (!Globs::selects(given_.names[i], entry.name)) continue;
+                wanted = used[i] = true;
+            }
+            if (wanted) chosen.push_back(&entry);
+        }
+        for (std::size_t i = 0; i < used.size(); ++i)
+            if (!used[i]) good_ = fail(given_.names[i], "no entry of the pack matches");
+        return chosen;
+    }
+
+    bool unpack(const SFsPackEntry& entry, Progress& progress) {
+        const std::string name = safe_name(entry.name);
+        if (name.empty()) return fail(entry.name, "its name would lead out of the directory");
+        const stdfs::path target = root_ / fs::to_path(name);
+        std::error_code error;
+        if (!taken_.take(name, target)) return fail(entry.name, "an entry before it has the same name");
+        const bool is_there = stdfs::exists(stdfs::symlink_status(target, error));
+        if (is_there && (given_.overwrite == "never" || (given_.overwrite == "older" && !is_older(target, entry.time))))
+            return true;
+        if (given_.dry_run) return print(name + "\n");
+        return write(entry, name, progress);
+    }
+
+    bool write(const SFsPackEntry& entry, const std::string& name, Progress& progress) {
+        Output out;
+        if (!out.open_below(root_, name)) return false;
+        const auto take = [&](const char* data, std::uint64_t size) {
+            progress.add(size);
+            return !(stopped_ = !out.write(data, size));
+        };
+        out.keep_time(disk_time(entry.time));
+        return pack_.read(entry.name, entry.name, take) && out.finish();
+    }
+
+    const Unpack& given_;
+    const Tree& pack_;
+    const stdfs::path root_;
+    const Interruption interruption_;
+    TakenNames taken_;
+    bool good_ = true;
+    bool stopped_ = false;
+};
 
 bool unpack(const Unpack& given) {
-    Entries entries;
-    PackReader reader;
-    if (!list_entries(given.pack, entries) || !reader.open(given.pack)) return false;
-    const stdfs::path root = fs::to_path(full_native_path(given.dir));
-    std::error_code error;
-    stdfs::create_directories(root, error);
-    if (!stdfs::is_directory(root, error)) return fail(given.dir, "it cannot be made a directory");
-    Progress progress("unpack " + given.pack, entries.size(), false);
-    bool good = true;
-    bool stopped = false;
-    TakenNames taken;
-    for (const SFsPackEntry& entry : entries) {
-        good = unpack_entry(reader, entry.name, root, taken, stopped) && good;
-        if (stopped) return fail(given.dir, "the rest was not unpacked");
-        progress.add(1);
-    }
-    return good;
+    Tree pack;
+    return pack.open_pack(given.pack) && Unpacking(given, pack).run();
 }
 
-bool verify_one(const std::string& pack) {
-    Entries entries;
-    PackReader reader;
-    if (!list_entries(pack, entries) || !reader.open(pack)) return false;
-    Progress progress("verify " + pack, entries.size(), false);
-    bool good = true;
+/// Also what is not damaged but does not show: a name that leads out of the pack, or that an entry before has.
+bool verify_one(const std::string& name) {
+    Tree pack;
+    if (!pack.open_pack(name)) return false;
+    std::uint64_t total = 0;
+    for (const SFsPackEntry& entry : pack.entries()) total += entry.size;
+    Progress progress("verify " + name, total, true);
+    std::size_t good = 0;
     std::unordered_set<std::string> names;
-    for (const SFsPackEntry& entry : entries) {
-        const std::string label = pack + ": " + entry.name;
-        if (!names.insert(normalised(entry.name)).second)
-            note(label, "an entry before it has the same name: nobody reads this one");
-        else
-            good = reader.read(label, entry.name, [](const char*, std::uint64_t) { return true; }) && good;
-        progress.add(1);
+    for (const SFsPackEntry& entry : pack.entries()) {
+        const std::string label = name + ": " + entry.name;
+        const auto take = [&](const char*, std::uint64_t size) { return progress.add(size), true; };
+        if (safe_name(entry.name).empty())
+            fail(label, "its name leads out of the pack");
+        else if (!names.insert(normalised(entry.name)).second)
+            fail(label, "an entry before it has the same name: nobody reads this one");
+        else if (pack.read(entry.name, label, take))
+            ++good;
     }
-    const std::size_t hidden = entries.size() - names.size();
-    return good && print(pack + ": " + counted(names.size(), "entry", "entries") +
-                         (hidden == 0 ? ", all good\n" : " good, " + std::to_string(hidden) + " not looked at\n"));
+    const std::size_t findings = pack.entries().size() - good;
+    print(name + ": " + counted(good, "entry", "entries") +
+          (findings == 0 ? ", all good\n" : " good, " + counted(findings, "finding", "findings") + "\n"));
+    return findings == 0;
 }
 
 bool verify(const Verify& given) {
@@ -172,32 +183,28 @@ std::string method_text(std::uint32_t method) {
     return method == EFSPackMethod::ZSTD ? "zstd" : "method " + std::to_string(method);
 }
 
-std::string columns_of(const SFsPackEntry& entry) {
-    return formatted("%12" PRIu64 " %12" PRIu64 "  %-8s  %08" PRIx32 "  %s  ", entry.size, entry.packed_size,
-                     method_text(entry.method).c_str(), entry.crc, fs::get_time_as_str(entry.time).c_str());
-}
-
-Json json_of(const SFsPackEntry& entry, bool long_form) {
-    Json item{{"name", entry.name}};
-    if (long_form)
-        item.update({{"size", entry.size},
-                     {"packed", entry.packed_size},
-                     {"method", method_text(entry.method)},
-                     {"crc", entry.crc},
-                     {"time", fs::get_time_as_str(entry.time)}});
-    return item;
-}
-
 bool list(const List& given) {
-    Entries entries;
-    if (!list_entries(given.pack, entries)) return false;
-    if (given.json) {
-        Json all = Json::array();
-        for (const SFsPackEntry& entry : entries) all.push_back(json_of(entry, given.long_form));
-        return print_json(all);
+    ztl::vector<SFsPackEntry> entries;
+    const std::string full = full_native_path(given.pack);
+    if (!attempt(given.pack, "it cannot be read", [&] { return fs::list_pack(full.c_str(), entries); })) return false;
+    Listing listing;
+    for (const SFsPackEntry& entry : entries) {
+        Json item{{"name", entry.name}};
+        std::string columns;
+        if (given.long_form) {
+            const std::string method = method_text(entry.method);
+            const std::string time = time_text(entry.time);
+            item.update({{"size", entry.size},
+                         {"packed", entry.packed_size},
+                         {"method", method},
+                         {"crc", entry.crc},
+                         {"time", time}});
+            columns = formatted("%12" PRIu64 " %12" PRIu64 "  %-8s  %08" PRIx32 "  %s  ", entry.size, entry.packed_size,
+                                method.c_str(), entry.crc, time.c_str());
+        }
+        listing.add(std::move(item), columns + shown(entry.name));
     }
-    for (const SFsPackEntry& entry : entries) print((given.long_form ? columns_of(entry) : "") + entry.name + "\n");
-    return true;
+    return listing.finish();
 }
 
 }  // namespace
@@ -207,6 +214,14 @@ void add_unpack_commands(Commands& commands) {
         commands.add("unpack", "Write the files of a pack below a directory, and nowhere else", unpack, false);
     unpack_command->add_option("PACK", unpack_command.given.pack)->required();
     unpack_command->add_option("DIR", unpack_command.given.dir)->required();
+    unpack_command->add_option("NAME", unpack_command.given.names,
+                               "Entries, directories of them or patterns, in any case (default: everything)");
+    unpack_command
+        ->add_option("--overwrite", unpack_command.given.overwrite,
+                     "Which files that are there to replace: never, older (than the entry) or always (default: always)")
+        ->check(CLI::IsMember({"never", "older", "always"}));
+    unpack_command->add_flag("-n,--dry-run", unpack_command.given.dry_run,
+                             "Print what would be written, and write nothing");
 
     const auto verify_command =
         commands.add("verify", "Decode every entry of packs and hold it against its checksum and size", verify, false);
@@ -215,6 +230,6 @@ void add_unpack_commands(Commands& commands) {
     const auto list_command = commands.add("list", "List the entries of a pack as it records them", list, false);
     list_command->add_option("PACK", list_command.given.pack)->required();
     list_command->add_flag("--long", list_command.given.long_form,
-                           "Size, packed size, method, checksum and time of each");
-    list_command->add_flag("--json", list_command.given.json, "As a JSON array of objects");
+                           "Size, packed size, method, checksum and time of each; packs keep no time zone");
+    commands.add_forms(list_command, "The names");
 }

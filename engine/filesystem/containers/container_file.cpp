@@ -79,9 +79,14 @@ bool File::Append(const void* data, std::uint64_t size) {
 }
 
 bool File::AppendAtOnce(const void* data, std::uint64_t size) {
-    if (!WriteAt(data, size, flushed_)) return false;
-    flushed_ += size;
-    return true;
+    if (WriteAt(data, size, flushed_)) {
+        flushed_ += size;
+        return true;
+    }
+    // What a full disk took of it would only be in the way.
+    const fs::ErrorKeeper keeper;
+    CutAtEnd();
+    return false;
 }
 
 bool File::Flush() {

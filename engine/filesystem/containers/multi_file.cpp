@@ -6,6 +6,7 @@
 
 #include "engine/filesystem/containers/multi_file.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <zlib.h>
@@ -135,7 +136,10 @@ bool MultiFile::Count(SMultiContainerStats& stats) const {
         for (const Blob& blob : part.blobs) stats.live_bytes += blob.entry.stored_size;
     }
     const std::uint64_t needed = data_offset + stats.live_bytes + commit_.index_size;
-    stats.wasted_bytes = file_.End() > needed ? file_.End() - needed : 0;
+    // Behind the end may lie what a save that was stopped has left.
+    const std::uint64_t length = file_.Length();
+    const std::uint64_t end = length != ~std::uint64_t{0} ? std::max(file_.End(), length) : file_.End();
+    stats.wasted_bytes = end > needed ? end - needed : 0;
     return true;
 }
 

@@ -42,6 +42,12 @@ const char* refuse_entry_name(std::string_view name) {
     return nullptr;
 }
 
+bool check_entry_name(const char* name) {
+    const char* const reason = refuse_entry_name(name);
+    return reason == nullptr ||
+           fail_to_pack(EFSError::INVALID_NAME, name, std::string("refuses the entry: the name ") + reason);
+}
+
 /// Calls `add` with the state of an open writer, and with a name that is no null.
 template <typename State, typename Add>
 bool when_open(State* state, const char* name, const Add& add) {
@@ -61,13 +67,15 @@ struct pack_writer::State {
     std::uint64_t offset = 0;               // end of what was written
     std::string directory;                  // central headers so far
     std::unordered_set<std::string> names;  // in lower case
+    bool is_complete = false;
 
     bool begin(const char* native_path);
     bool check_target() const;
     bool add(const char* name, const void* packed, std::uint64_t packed_size, const SFsPackedEntry& told,
              std::int64_t time);
     bool check(const zip::NewEntry& entry) const;
-    bool write_end();
+    bool complete();
+    bool finish();
     void drop();
 };
 
@@ -95,8 +103,7 @@ bool pack_writer::State::begin(const char* native_path) {
 /// Whether the format and a pack source can hold one more entry, this one.
 bool pack_writer::State::check(const zip::NewEntry& entry) const {
     const std::string name(entry.name);
-    if (const char* reason = refuse_entry_name(entry.name))
-        return fail_to_pack(EFSError::INVALID_NAME, name.c_str(), std::string("refuses the entry: the name ") + reason);
+    if (!check_entry_name(name.c_str())) return false;
     if (names.contains(lower_text(name)))
         return fail_to_pack(EFSError::ALREADY_EXISTS, name.c_str(), "has an entry of that name");
     if (names.size() >= zip::most_entries)
@@ -120,6 +127,7 @@ bool pack_writer::State::add(const char* name, const void* packed, std::uint64_t
                         .size = static_cast<std::uint32_t>(told.size),
                         .header_offset = static_cast<std::uint32_t>(offset),
                         .method = told.method};
+    if (is_complete) return fail_to_pack(EFSError::INVALID_ARGUMENT, name, "is complete already");
     if (!check(entry)) return false;
     zip::to_dos_time(time, entry.dos_date, entry.dos_time);
     std::string local;
@@ -139,14 +147,23 @@ bool pack_writer::State::add(const char* name, const void* packed, std::uint64_t
     return true;
 }
 
-bool pack_writer::State::write_end() {
+bool pack_writer::State::complete() {
+    if (is_complete) return true;
     std::string end = directory;
     zip::append_end_record(end, static_cast<std::uint32_t>(names.size()), static_cast<std::uint32_t>(offset),
                            static_cast<std::uint32_t>(directory.size()));
     if (!output.write_at(offset, end.data(), end.size()) || !output.finish(offset + end.size())) return false;
     output.close();
-    return platform::replace_file(partial.c_str(), target.c_str()) ||
-           refuse_by_disk(partial.c_str(), "cannot take the place of the pack's target");
+    is_complete = true;
+    return true;
+}
+
+bool pack_writer::State::finish() {
+    if (!complete()) return false;
+    if (!platform::replace_file(partial.c_str(), target.c_str()))
+        return refuse_by_disk(partial.c_str(), "cannot take the place of the pack's target");
+    partial.clear();
+    return true;
 }
 
 void pack_writer::State::drop() {
@@ -195,12 +212,18 @@ bool pack_writer::add_deflated(const char* name, const void* packed, std::uint64
     });
 }
 
+bool pack_writer::complete() {
+    return when_open(state_.get(), "", [](State& state, const char*) { return state.complete(); });
+}
+
 bool pack_writer::finish() {
-    if (!state_) return refuse(EFSError::INVALID_ARGUMENT, "", "The pack writer is not open.");
-    const bool done = guarded(state_->target.c_str(), false, [this] { return state_->write_end(); });
-    if (done) state_->partial.clear();
+    const bool done = when_open(state_.get(), "", [](State& state, const char*) { return state.finish(); });
     cancel();
     return done;
+}
+
+bool pack_writer::check_name(const char* name) {
+    return guarded(name, false, [&] { return check_entry_name(name ? name : ""); });
 }
 
 void pack_writer::cancel() {

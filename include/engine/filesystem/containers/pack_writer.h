@@ -70,10 +70,16 @@ public:
     /// The same for one that the caller has deflated (raw, without header). `size` and `crc` are those of the plain bytes.
     bool add_deflated(const char* name, const void* packed, std::uint64_t packed_size, std::uint64_t size,
                       std::uint32_t crc, std::int64_t time);
-    /// Writes the directory and puts the pack in the place of its target.
+    /// Writes the directory: the pack is whole beside its target, takes no more entries, and finish has only to put it
+    /// in its place. For packs of which all or none shall appear; others call finish alone.
+    bool complete();
+    /// Completes the pack where that was not done, and puts it in the place of its target.
     bool finish();
     /// Drops what was written; the target stays as it was.
     void cancel();
+
+    /// Whether a pack can hold and show an entry of this name. Any thread.
+    static bool check_name(const char* name);
 
 private:
     struct State;

@@ -1,0 +1,198 @@
+// Files on their way into packs: read and packed on every core, written in their order.
+
+#include "pack_files.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cinttypes>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <system_error>
+
+#include <engine/filesystem.h>
+
+#include "compressor.h"
+#include "interruption.h"
+#include "report.h"
+#include "terminal.h"
+
+namespace {
+
+namespace stdfs = std::filesystem;
+
+constexpr std::size_t most_entries = 65535;
+constexpr std::uint64_t most_bytes = 0xFFFFFFFE;
+// 1980-01-01, where the time of a zip begins: the time of every entry when the pack must not depend on it.
+constexpr std::int64_t fixed_time = 119600064000000000;
+
+std::set<std::string> extensions_of(const std::string& list) {
+    std::set<std::string> all;
+    std::istringstream in(lower_case(list));
+    for (std::string ext; std::getline(in, ext, ',');)
+        if (!ext.empty()) all.insert(ext[0] == '.' ? ext : "." + ext);
+    return all;
+}
+
+SFsPacking packing_of(const Packing& how) {
+    if (how.level > 12 && how.method == "deflate")
+        fail_usage("--level " + std::to_string(how.level), "deflate has levels from 0 to 12, zstd to 22");
+    const bool is_zstd = how.method == "zstd";
+    const int usual = is_zstd ? 9 : 6;
+    return {.method = is_zstd ? EFSPackMethod::ZSTD : EFSPackMethod::DEFLATE,
+            .level = how.level >= 0 ? how.level : usual,
+            .worth = how.worth};
+}
+
+PackedFile make_file(const Tree& tree, const std::string& name, bool deterministic, const SFsPacking& how,
+                     fs::entry_packer& packer) {
+    PackedFile file;
+    std::vector<char> plain;
+    const fs::file_ptr open = tree.open_file(name);
+    if (open == nullptr || !fs::read_rest(open.get(), plain))
+        file.error = "it cannot be read: " + fs::last_error().text;
+    else if (!packer.pack(plain.data(), plain.size(), how, file.entry))
+        file.error = fs::last_error().text;
+    if (!file.error.empty()) return file;
+    fs::clear_error();
+    file.time = deterministic ? fixed_time : tree.time_of(name);
+    if (file.time < 0) file.error = "its time cannot be told: " + fs::last_error().text;
+    return file;
+}
+
+/// The packs that are made: OUT, and behind it OUT.2, OUT.3 and so on, before the extension, where one would not do.
+class Volumes {
+public:
+    Volumes(const std::string& out, const Packing& how)
+        : out_(out),
+          split_(how.split || how.split_size != 0),
+          limit_(how.split_size != 0 ? how.split_size : most_bytes) {}
+
+    bool add(const std::string& name, const PackedFile& file) {
+        constexpr std::uint64_t headers = 30 + 46;  // of an entry, which has its name in both
+        if (!file.error.empty()) return fail(name, file.error);
+        const std::uint64_t bytes = headers + 2 * name.size() + file.entry.bytes.size();
+        const bool is_full = split_ && entries_ != 0 && (entries_ == most_entries || bytes_ + bytes > limit_);
+        if ((writers_.empty() || is_full) && !begin()) return false;
+        fs::clear_error();
+        // What is wrong with an entry is said of its name; what fails on the disk, of the pack.
+        if (!writers_.back()->add_packed(name.c_str(), file.entry, file.time))
+            return fail_with_last_error(fs::last_error().path == name ? name : place(writers_.size()),
+                                        "it cannot be written");
+        ++entries_;
+        bytes_ += bytes;
+        total_ += bytes;
+        return true;
+    }
+
+    bool finish() {
+        if (writers_.empty() && !begin()) return false;
+        for (std::size_t i = 0; i < writers_.size(); ++i)
+            if (!attempt(place(i + 1), "it cannot be written", [&] { return writers_[i]->complete(); })) return false;
+        for (std::size_t i = 0; i < writers_.size(); ++i)
+            if (!attempt(place(i + 1), "it cannot be replaced", [&] { return writers_[i]->finish(); })) return false;
+        std::error_code unknown;
+        const std::string next = place(writers_.size() + 1);
+        if (split_ && stdfs::exists(fs::to_path(next), unknown))
+            note(next, "it is left from before, and no part of this");
+        return true;
+    }
+
+    std::string summary(std::uint64_t bytes_in) const {
+        const double percent =
+            100.0 * static_cast<double>(total_) / static_cast<double>(std::max<std::uint64_t>(bytes_in, 1));
+        return (writers_.size() > 1 ? " in " + std::to_string(writers_.size()) + " packs" : "") +
+               formatted(", %" PRIu64 " bytes in, %" PRIu64 " out (%.1f %%)", bytes_in, total_, percent);
+    }
+
+private:
+    std::string place(std::size_t number) const {
+        if (number == 1) return out_;
+        stdfs::path path = fs::to_path(out_);
+        const stdfs::path extension = path.extension();
+        return fs::from_path(path.replace_extension("." + std::to_string(number)) += extension);
+    }
+
+    bool begin() {
+        constexpr std::uint64_t end_record = 22;
+        writers_.push_back(std::make_unique<fs::pack_writer>());
+        entries_ = 0;
+        bytes_ = end_record;
+        total_ += end_record;
+        const std::string told = place(writers_.size());
+        return attempt(told, "it cannot be written",
+                       [&] { return writers_.back()->open(full_native_path(told).c_str()); });
+    }
+
+    const std::string out_;  // as it is told
+    const bool split_;
+    const std::uint64_t limit_;
+    std::vector<std::unique_ptr<fs::pack_writer>> writers_{};
+    std::size_t entries_ = 0;  // of the last pack, as the next
+    std::uint64_t bytes_ = 0;
+    std::uint64_t total_ = 0;
+};
+
+/// What needs no look at the files.
+bool may_begin(const std::string& out, std::size_t count, const Packing& how) {
+    if (count > most_entries && !how.split && how.split_size == 0)
+        return fail(out, std::to_string(count) + " files; a pack holds at most 65535, --split makes several");
+    std::error_code unknown;
+    const stdfs::path parent = fs::to_path(out).parent_path();
+    return parent.empty() || stdfs::is_directory(parent, unknown) || fail(out, "its directory does not exist");
+}
+
+}  // namespace
+
+bool write_packs(const Tree& tree, const std::vector<std::string>& names, std::uint64_t total_bytes,
+                 const std::string& out, const Packing& how) {
+    const auto start = std::chrono::steady_clock::now();
+    const SFsPacking packing = packing_of(how);
+    if (!may_begin(out, names.size(), how)) return false;
+    const std::set<std::string> stored = extensions_of(how.store);
+    const Interruption interruption;
+    Volumes volumes(out, how);
+    Compressor compressor(names.size(), [&](std::size_t i, fs::entry_packer& packer) {
+        const bool store = stored.count(fs::from_path(fs::to_path(names[i]).extension())) != 0;
+        return make_file(tree, names[i], how.deterministic,
+                         store ? SFsPacking{.method = EFSPackMethod::STORE} : packing, packer);
+    });
+    Progress progress("pack " + out, total_bytes, true);
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const PackedFile file = compressor.take(i);
+        if (!volumes.add(names[i], file)) return false;
+        if (interruption.requested()) return fail(out, "interrupted; it is as it was");
+        progress.add(file.entry.size);
+    }
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    return volumes.finish() && print(out + ": " + counted(names.size(), "file", "files") +
+                                     volumes.summary(total_bytes) + formatted(", %.1f s\n", took.count()));
+}
+
+void add_packing_options(CLI::App* command, Packing& how) {
+    command
+        ->add_option("--method", how.method,
+                     "deflate, which every zip tool reads, or zstd, which is read faster and which zip tools of before "
+                     "2021 do not know (default: deflate)")
+        ->check(CLI::IsMember({"deflate", "zstd"}));
+    command->add_option("--level", how.level, "How hard to pack: 0 (store) to 12, usually 6; for zstd to 22, usually 9")
+        ->check(CLI::Range(0, 22));
+    command
+        ->add_option("--worth", how.worth,
+                     "What packing must save of a file, in percent (default: 3); what saves less is only copied, and "
+                     "can be sought in like the rest")
+        ->check(CLI::Range(0, 100))
+        ->type_name("P");
+    command
+        ->add_option("--store", how.store,
+                     "Store files with these extensions, for views of the pack without a copy. Do not seek far back in "
+                     "them: unless the pack is mounted with EXACT_SEEKS, reading goes on from where it was")
+        ->type_name("EXT,...");
+    command->add_flag("--deterministic", how.deterministic, "The same bytes for the same tree: no times");
+    command->add_flag(
+        "--split", how.split,
+        "Go on in OUT.2.pak, OUT.3.pak and so on where one pack would hold more than 65,535 files or 4 GiB");
+    command->add_option("--split-size", how.split_size, "The same where one would pass this size, such as 600M")
+        ->transform(CLI::AsSizeValue(false))
+        ->type_name("BYTES");
+}

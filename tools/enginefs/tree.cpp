@@ -1,0 +1,101 @@
+#include "tree.h"
+
+#include <algorithm>
+#include <system_error>
+
+#include <zlib.h>
+
+#include "report.h"
+
+namespace stdfs = std::filesystem;
+
+bool Tree::open(const std::string& path) {
+    const std::string full = full_native_path(path);
+    std::error_code unknown;
+    if (!stdfs::is_directory(fs::to_path(full), unknown)) return open_pack(path);
+    if (full.size() > longest_path) return fail(path, "its full path is longer than 259 bytes");
+    path_ = path;
+    auto directory = std::make_unique<CWin32_dir>(EFSSourceType::DIR);
+    directory->set_native_spelling(full.c_str());
+    directory_ = directory.get();
+    source_ = std::move(directory);
+    return mount(full + "/");
+}
+
+bool Tree::open_pack(const std::string& path) {
+    path_ = path;
+    const std::string full = full_native_path(path);
+    if (!attempt(path, "it cannot be read", [&] { return fs::list_pack(full.c_str(), entries_); })) return false;
+    for (const SFsPackEntry& entry : entries_) shown_.emplace(normalised(entry.name), &entry);
+    auto pack = std::make_unique<CZip_dir>();
+    pack->set_native_spelling(full.c_str());
+    source_ = std::move(pack);
+    return mount(full);
+}
+
+bool Tree::mount(const std::string& full) {
+    constexpr auto flags = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::EXACT_SEEKS;
+    if (!attempt(path_, "it cannot be mounted",
+                 [&] { return source_->init(fs::path(full.c_str(), true), flags, nullptr); }))
+        return false;
+    if (directory_ != nullptr && directory_->unlisted_directories() != 0) unlisted_ = fs::last_error().text;
+    const fs::found_files found =
+        ask(path_, [&] { return fs::found_files(source_->get_file_list("", nullptr, true)); });
+    names_.assign(found.begin(), found.end());
+    std::sort(names_.begin(), names_.end());
+    names_.erase(std::unique(names_.begin(), names_.end()), names_.end());
+    return true;
+}
+
+bool Tree::is_whole() const { return unlisted_.empty() || fail(path_, unlisted_); }
+
+bool Tree::holds(const std::string& name) const { return std::binary_search(names_.begin(), names_.end(), name); }
+
+bool Tree::holds_below(const std::string& directory) const {
+    const std::string prefix = directory + "/";
+    const auto first = std::lower_bound(names_.begin(), names_.end(), prefix);
+    return first != names_.end() && first->starts_with(prefix);
+}
+
+const SFsPackEntry* Tree::entry_of(const std::string& name) const {
+    const auto found = shown_.find(name);
+    return found != shown_.end() ? found->second : nullptr;
+}
+
+fs::file_ptr Tree::open_file(const std::string& name) const {
+    return fs::file_ptr(source_->open_read(fs::path(name.c_str(), true), FFSOpenFlags::WHOLE_NAME));
+}
+
+bool Tree::read(const std::string& name, const std::string& label, const TakeBytes& take) const {
+    fs::file_ptr file;
+    const auto open = [&] { return (file = open_file(name)) != nullptr; };
+    return attempt(label, is_pack() ? "a mounted pack shows no file of this name" : "it cannot be read", open) &&
+           read_to_end(file.get(), label, take);
+}
+
+std::uint64_t Tree::size_of(const std::string& name) const {
+    const SFsPackEntry* const entry = entry_of(name);
+    return entry != nullptr ? entry->size : fs::length(open_file(name).get());
+}
+
+bool Tree::crc_of(const std::string& name, std::uint32_t& crc) const {
+    const SFsPackEntry* const entry = entry_of(name);
+    crc = entry != nullptr ? entry->crc : 0;
+    return entry != nullptr || read(name, path_ + "/" + name, [&crc](const char* data, std::uint64_t size) {
+               crc = static_cast<std::uint32_t>(
+                   ::crc32(crc, reinterpret_cast<const Bytef*>(data), static_cast<uInt>(size)));
+               return true;
+           });
+}
+
+std::int64_t Tree::time_of(const std::string& name) const {
+    const SFsPackEntry* const entry = entry_of(name);
+    return entry != nullptr ? entry->time : source_->write_time(fs::path(name.c_str(), true));
+}
+
+std::string Tree::native_path(const std::string& name) const {
+    char place[longest_path + 1];
+    const bool known =
+        directory_ != nullptr && directory_->native_path(fs::path(name.c_str(), true), place, sizeof place);
+    return known ? place : "";
+}
