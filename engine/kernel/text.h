@@ -10,11 +10,8 @@
 namespace kernel {
 
 // Names are compared without regard to the case of ASCII letters; other bytes stand for themselves.
+using platform::equal_folded;
 using platform::fold;
-
-inline bool equal_folded(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && platform::equal_folded(a.data(), b.data(), a.size());
-}
 
 /// A quick hash of a text, eight bytes at a time. It stays inside the process and never reaches a file.
 inline std::uint64_t hash_text(std::string_view text, std::uint64_t seed = 0) {

@@ -24,6 +24,9 @@ struct DirectoryItem {
 /// Made to be reused: memory is kept between uses.
 class DirectoryListing {
 public:
+    DirectoryListing() = default;
+    DirectoryListing(const DirectoryListing&) = delete;  // the items point into it
+    DirectoryListing& operator=(const DirectoryListing&) = delete;
     const std::vector<DirectoryItem>& items() const { return items_; }
     void clear();
     /// Adds an item whose text is copied into the listing; used by the back ends. It has its name only after sort(). Both

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 /// Names of files are compared without regard to the case of ASCII letters, on both systems.
 
@@ -34,11 +36,8 @@ inline bool has_upper_case(const char* text, std::size_t length) {
     return false;
 }
 
-inline bool equal_folded(const char* a, const char* b, std::size_t length) {
-    for (std::size_t i = 0; i < length; ++i) {
-        if (fold(a[i]) != fold(b[i])) return false;
-    }
-    return true;
+inline bool equal_folded(std::string_view a, std::string_view b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return fold(x) == fold(y); });
 }
 
 }  // namespace platform

@@ -48,6 +48,12 @@ inline std::vector<std::string> names_of(const DirectoryListing& listing) {
     for (const DirectoryItem& item : listing.items()) names.emplace_back(item.name, item.length);
     return names;
 }
+/// What could be listed of a directory.
+inline std::vector<std::string> list(const std::string& path) {
+    DirectoryListing listing;
+    list_directory({path.c_str()}, listing);
+    return names_of(listing);
+}
 /// "" when it fails.
 inline std::string spelled(const std::string& path) {
     char out[path_buffer_size];

@@ -262,6 +262,9 @@ TEST_F(Files, KeepTimesTo100Nanoseconds) {
         EXPECT_EQ(get_attributes("file")->access_time, time);
         ASSERT_TRUE(set_write_time("file", time + 20000000));
         EXPECT_EQ(get_attributes("file")->write_time, time + 20000000);
+#ifndef _WIN32  // where Wine counts as access that a file's kind is asked for
+        EXPECT_EQ(get_attributes("file")->access_time, time) << "which writing the other leaves alone";
+#endif
     }
     EXPECT_FALSE(set_write_time("missing", 133000000001234567));
     EXPECT_FALSE(set_write_time("file", -1));
@@ -281,8 +284,7 @@ TEST_F(Files, FailOnOrder) {
         std::function<bool(File&)> act;
     } rows[] = {
         {FaultPoint::OPEN, "open", [](File&) { return File::open("file", {}).valid(); }},
-        {FaultPoint::READ, "read", [&](File& file) { return file.read(buffer, 1) == 1; }},
-        {FaultPoint::READ, "read_at", [&](File& file) { return file.read_at(buffer, 1, 0) == 1; }},
+        {FaultPoint::READ, "read", [&](File& file) { return file.read_at(buffer, 1, 0) == 1; }},
         {FaultPoint::WRITE, "write", [&](File& file) { return file.write(buffer, 1) == 1; }},
         {FaultPoint::SET_END, "set_end", [](File& file) { return file.set_end(); }},
         {FaultPoint::STAT, "stat", [](File&) { return get_attributes("file").has_value(); }},

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "engine/platform/bounded_text.h"
 #include "engine/platform/process.h"
@@ -39,53 +40,38 @@ int note_module(dl_phdr_info* info, std::size_t, void*) {
     return 0;
 }
 
-#if defined(__x86_64__)
-struct NumberedName {
-    std::string_view name;
-    int number;
-};
-constexpr NumberedName registers[] = {
-    {"rip", REG_RIP}, {"rsp", REG_RSP}, {"rbp", REG_RBP}, {"rax", REG_RAX}, {"rbx", REG_RBX}, {"rcx", REG_RCX},
-    {"rdx", REG_RDX}, {"rsi", REG_RSI}, {"rdi", REG_RDI}, {"r8", REG_R8},   {"r9", REG_R9},   {"r10", REG_R10},
-    {"r11", REG_R11}, {"r12", REG_R12}, {"r13", REG_R13}, {"r14", REG_R14}, {"r15", REG_R15}, {"efl", REG_EFL},
-};
+}  // namespace
 
-int fill(const ucontext_t& context, Register* out, int capacity) {
+#if defined(__x86_64__)
+int read_registers(const void* context, Register (&out)[most_registers]) {
+    constexpr std::pair<std::string_view, int> registers[] = {
+        {"rip", REG_RIP}, {"rsp", REG_RSP}, {"rbp", REG_RBP}, {"rax", REG_RAX}, {"rbx", REG_RBX}, {"rcx", REG_RCX},
+        {"rdx", REG_RDX}, {"rsi", REG_RSI}, {"rdi", REG_RDI}, {"r8", REG_R8},   {"r9", REG_R9},   {"r10", REG_R10},
+        {"r11", REG_R11}, {"r12", REG_R12}, {"r13", REG_R13}, {"r14", REG_R14}, {"r15", REG_R15}, {"efl", REG_EFL},
+    };
+    const auto& values = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
     int count = 0;
-    for (const auto& [name, number] : registers) {
-        if (count < capacity) out[count++] = {name, static_cast<std::uint64_t>(context.uc_mcontext.gregs[number])};
-    }
+    for (const auto& [name, number] : registers) out[count++] = {name, static_cast<std::uint64_t>(values[number])};
     return count;
 }
 #elif defined(__aarch64__)
-constexpr std::string_view general[] = {"x0",  "x1",  "x2",  "x3",  "x4",  "x5",  "x6",  "x7",  "x8",  "x9",  "x10",
-                                        "x11", "x12", "x13", "x14", "x15", "x16", "x17", "x18", "x19", "x20", "x21",
-                                        "x22", "x23", "x24", "x25", "x26", "x27", "x28", "x29", "x30"};
-
-int fill(const ucontext_t& context, Register* out, int capacity) {
-    int count = 0;
-    const auto add = [&](std::string_view name, std::uint64_t value) {
-        if (count < capacity) out[count++] = {name, value};
-    };
-    add("pc", context.uc_mcontext.pc);
-    add("sp", context.uc_mcontext.sp);
-    for (int i = 0; i < 31; ++i) add(general[i], context.uc_mcontext.regs[i]);
+int read_registers(const void* context, Register (&out)[most_registers]) {
+    constexpr std::string_view general[] = {"x0",  "x1",  "x2",  "x3",  "x4",  "x5",  "x6",  "x7",  "x8",  "x9",  "x10",
+                                            "x11", "x12", "x13", "x14", "x15", "x16", "x17", "x18", "x19", "x20", "x21",
+                                            "x22", "x23", "x24", "x25", "x26", "x27", "x28", "x29", "x30"};
+    const auto& values = static_cast<const ucontext_t*>(context)->uc_mcontext;
+    out[0] = {"pc", values.pc};
+    out[1] = {"sp", values.sp};
+    int count = 2;
+    for (const std::string_view name : general) {
+        out[count] = {name, values.regs[count - 2]};
+        ++count;
+    }
     return count;
 }
 #else
-int fill(const ucontext_t&, Register*, int) { return 0; }
+int read_registers(const void*, Register (&)[most_registers]) { return 0; }
 #endif
-
-}  // namespace
-
-int read_registers(const void* context, Register* out, int capacity) {
-    return context == nullptr ? 0 : fill(*static_cast<const ucontext_t*>(context), out, capacity);
-}
-
-std::uintptr_t crashed_at(const void* context) {
-    Register first;
-    return read_registers(context, &first, 1) == 1 ? static_cast<std::uintptr_t>(first.value) : 0;
-}
 
 std::uint64_t kernel_thread_id() { return static_cast<std::uint64_t>(syscall(SYS_gettid)); }
 

@@ -7,15 +7,14 @@
 
 namespace platform {
 
-/// Where the process crashed, from the ucontext_t of a signal; 0 where this processor is not known here.
-std::uintptr_t crashed_at(const void* context);
-
 struct Register {
     std::string_view name;
     std::uint64_t value = 0;
 };
-/// The registers of a signal's ucontext_t, the most telling first; returns their number, at most `capacity`.
-int read_registers(const void* context, Register* out, int capacity);
+/// The registers of a signal's ucontext_t, the place of the crash first; returns their number, 0 where this processor is
+/// not known here.
+inline constexpr int most_registers = 33;
+int read_registers(const void* context, Register (&out)[most_registers]);
 
 std::uint64_t kernel_thread_id();
 

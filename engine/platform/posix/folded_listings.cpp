@@ -33,9 +33,7 @@ struct FoldedHash {
 };
 struct FoldedEqual {
     using is_transparent = void;
-    bool operator()(std::string_view a, std::string_view b) const {
-        return a.size() == b.size() && equal_folded(a.data(), b.data(), a.size());
-    }
+    bool operator()(std::string_view a, std::string_view b) const { return equal_folded(a, b); }
 };
 using Names = std::unordered_multiset<std::string, FoldedHash, FoldedEqual>;
 

@@ -11,7 +11,10 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 
+#include "engine/platform/bounded_text.h"
+#include "engine/platform/lock.h"
 #include "engine/platform/windows/crash_stack.h"
 #include "engine/platform/windows/system_error.h"
 #include "engine/platform/windows/wide_text.h"
@@ -48,21 +51,9 @@ struct HandlerState {
 };
 constinit HandlerState state;
 
-/// The last log lines as the minidump's comment. A static block, since the process may be out of memory and stack.
-struct Comment {
-    char text[128 * 1024];
-    std::size_t length = 0;
-
-    static void add(const char* text, std::size_t length, void* user) {
-        Comment& comment = *static_cast<Comment*>(user);
-        const std::size_t room = sizeof(comment.text) - 1 - comment.length;
-        if (length > room) length = room;
-        std::memcpy(comment.text + comment.length, text, length);
-        comment.length += length;
-    }
-};
-Comment comment;
-std::atomic_flag comment_taken;
+/// The last log lines, as the minidump's comment. A static block, since the process may be out of memory and stack.
+char comment[128 * 1024];
+constinit Mutex dump_lock;  // guards it; held while a dump is written
 
 DWORD WINAPI call_handler(void* crash) {
     if (const CrashHandler handler = state.handler.load()) handler(static_cast<const CrashContext*>(crash));
@@ -157,10 +148,12 @@ MINIDUMP_TYPE dump_type(bool full) {
 bool write_to(HANDLE file, WriteDumpFunction write, const DumpRequest& request) {
     MINIDUMP_EXCEPTION_INFORMATION exception{};
     if (request.crash != nullptr) exception = {request.crash->thread, request.crash->pointers, FALSE};
-    comment.length = 0;
-    if (request.write_log != nullptr) request.write_log(Comment::add, &comment);
-    comment.text[comment.length] = '\0';
-    MINIDUMP_USER_STREAM stream{CommentStreamA, static_cast<ULONG>(comment.length + 1), comment.text};
+    BoundedText log(comment);
+    const TextSink add = [](const char* text, std::size_t length, void* user) {
+        static_cast<BoundedText*>(user)->add({text, length});
+    };
+    if (request.write_log != nullptr) request.write_log(add, &log);
+    MINIDUMP_USER_STREAM stream{CommentStreamA, static_cast<ULONG>(log.length() + 1), comment};
     MINIDUMP_USER_STREAM_INFORMATION streams{1, &stream};
     return write(GetCurrentProcess(), GetCurrentProcessId(), file, dump_type(request.full),
                  request.crash == nullptr ? nullptr : &exception, &streams, nullptr) != FALSE;
@@ -197,21 +190,18 @@ void describe_frame(const void* frame, char* out, std::size_t capacity) {
 Failure write_dump(const DumpRequest& request) {
     const WriteDumpFunction write = load_dump_library();
     if (write == nullptr) return Failure::OTHER;
-    if (comment_taken.test_and_set()) return Failure::IN_USE;  // another thread writes one at this moment
-    Failure failure = Failure::NONE;
+    const std::unique_lock guard(dump_lock, std::try_to_lock);
+    if (!guard) return Failure::IN_USE;  // another thread writes one at this moment
     wchar_t path[MAX_PATH] = L"";
     to_wide(request.path, path, MAX_PATH);
     const HANDLE file =
         CreateFileW(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
-        failure = failure_of(GetLastError());
-    } else {
-        if (!write_to(file, write, request)) failure = Failure::OTHER;
-        CloseHandle(file);
-        if (failure != Failure::NONE) DeleteFileW(path);
-    }
-    comment_taken.clear();
-    return failure;
+    if (file == INVALID_HANDLE_VALUE) return failure_of(GetLastError());
+    const bool is_written = write_to(file, write, request);
+    CloseHandle(file);
+    if (is_written) return Failure::NONE;
+    DeleteFileW(path);
+    return Failure::OTHER;
 }
 
 const char* dump_ending() { return ".dmp"; }

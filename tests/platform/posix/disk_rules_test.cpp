@@ -20,12 +20,6 @@ using testing::ElementsAre;
 
 class DiskRules : public DiskTest {};
 
-std::vector<std::string> list(const char* path) {
-    DirectoryListing listing;
-    list_directory({path}, listing);
-    return names_of(listing);
-}
-
 mode_t mode_of(const char* path) {
     struct stat status {};
     return ::stat(path, &status) == 0 ? status.st_mode & 0777 : 0;

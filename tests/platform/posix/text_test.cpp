@@ -19,6 +19,8 @@ TEST(PosixText, ReadsUtf8AndTakesOtherBytesOneForOne) {
         std::string text;
         std::u32string expected;
     } rows[] = {
+        {"nothing", "", U""},
+        {"a zero", std::string("a\0z", 3), std::u32string(U"a\0z", 3)},
         {"one to four bytes", "a\u00e4\u20ac\U0001F600z", U"a\u00e4\u20ac\U0001F600z"},
         {"the largest character", "\xF4\x8F\xBF\xBF", U"\U0010FFFF"},
         {"beyond the largest", "\xF4\x90\x80\x80", U"\u00f4\u0090\u0080\u0080"},

@@ -27,7 +27,6 @@ namespace platform {
 namespace {
 
 constexpr int most_frames = 128;
-constexpr int most_registers = 40;
 
 BoundedText& add_number(BoundedText& out, std::uint64_t value, int base = 10, std::size_t width = 0) {
     char digits[20];
@@ -104,7 +103,7 @@ void write_head(Report& report, const CrashContext* crash) {
 
 void write_registers(Report& report, const CrashContext& crash) {
     Register registers[most_registers];
-    const int count = read_registers(crash.context, registers, most_registers);
+    const int count = read_registers(crash.context, registers);
     report.write("\nRegisters\n");
     for (int i = 0; i < count; ++i) {
         char buffer[64];
@@ -142,7 +141,8 @@ void write_back_trace(Report& report, const CrashContext* crash) {
         return;
     }
     // Frames of the handler itself stand before the place of the crash; they are left out when that place is found.
-    const std::uintptr_t place = crashed_at(crash->context);
+    Register registers[most_registers];
+    const auto place = read_registers(crash->context, registers) != 0 ? std::uintptr_t{registers[0].value} : 0;
     void** const found = std::find(frames, end, reinterpret_cast<void*>(place));
     write_noted_frame(report, place);
     std::for_each(found == end ? frames : found + 1, end,
