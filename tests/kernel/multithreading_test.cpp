@@ -169,7 +169,7 @@ TEST(CEvent, StaysSignalledUntilResetOrLetsOneThrough) {
 // A reset right after the signal used to keep most of those asleep who had waited for it, and whoever came then took
 // the signal of one who had not woken yet.
 TEST(CEvent, ReleasesWhoWaitedWhateverFollows) {
-    constexpr int sleepers = 4;
+    constexpr int sleepers = 32;
     for (const bool manual : {true, false}) {
         SCOPED_TRACE(manual ? "manual reset" : "automatic reset");
         CEvent event(manual);
