@@ -169,7 +169,7 @@ TEST(CEvent, StaysSignalledUntilResetOrLetsOneThrough) {
 // A reset right after the signal used to keep most of those asleep who had waited for it, and whoever came then took
 // the signal of one who had not woken yet.
 TEST(CEvent, ReleasesWhoWaitedWhateverFollows) {
-    constexpr int sleepers = 4;
+    constexpr int sleepers = 8;
     for (const bool manual : {true, false}) {
         SCOPED_TRACE(manual ? "manual reset" : "automatic reset");
         CEvent event(manual);
@@ -184,7 +184,7 @@ TEST(CEvent, ReleasesWhoWaitedWhateverFollows) {
             });
         }
         while (about_to_wait < sleepers) std::this_thread::yield();
-        EXPECT_FALSE(woken.Wait(short_time_ms));  // time to fall asleep in
+        EXPECT_FALSE(woken.Wait(5 * short_time_ms));  // time to fall asleep in
         for (int i = 0; i < (manual ? 1 : sleepers); ++i) event.Set();
         event.Reset();
         EXPECT_FALSE(event.Wait(0)) << "the signals are for those who waited";

@@ -4,6 +4,9 @@
 #include <atomic>
 #include <thread>
 
+#include <engine/kernel/multithreading.h>
+
+#include "engine/filesystem/log/change_count.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/log/recent.h"
 #include "tests/log/log_fixture.h"
@@ -83,6 +86,18 @@ TEST_F(LogSettings, TheLastLinesAreKeptForCrashReports) {
     EXPECT_EQ(all.find("number 801\r\n"), std::string::npos);
     EXPECT_NE(all.find("xxx\r\n"), std::string::npos) << "long lines lose their end, not their line";
     EXPECT_TRUE(all.ends_with("short\r\n"));
+}
+
+// Each kind of change used to have a lock of its own.
+TEST(LogChanges, OfAnyKindAreMadeOneAtATime) {
+    logging::ChangeCount changes;
+    mt::CEvent changed(true);
+    std::jthread other;
+    changes.change([&] {
+        other = std::jthread([&] { changes.change([&] { changed.Set(); }); });
+        EXPECT_FALSE(changed.Wait(20));
+    });
+    EXPECT_TRUE(changed.Wait(60'000));
 }
 
 TEST_F(LogSettings, ThreadsMayInterleaveButNeverRace) {

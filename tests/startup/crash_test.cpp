@@ -147,7 +147,7 @@ TEST(Crash, EachKindLeavesOneWholeAccountAndEndsTheProcessAsBefore) {
     };
     const Case cases[] = {
         {"fault", "", by_itself, 1, "SIGSEGV"},
-        {"fault", "-host", 7, 1, "SIGSEGV"},
+        {"fault", "-host -logfile=logs/of/mine.log", 7, 1, "SIGSEGV"},
         {"abort", "", by_itself, 1, "SIGABRT"},
         {"break", "", by_itself, 1, "SIGTRAP"},
         // Over a used-up stack Wine hangs behind our handler, or ends the thread alone, with its debugger and without.
@@ -167,9 +167,14 @@ TEST(Crash, EachKindLeavesOneWholeAccountAndEndsTheProcessAsBefore) {
         EXPECT_THAT(result.output, testing::Not(HasSubstr("still here")));
         EXPECT_EQ(result.output.find("the host's handler") != std::string::npos, row.exit_code == 7);
         std::size_t dump_count = 0;
+        std::string log_folder;
+        for (const auto& [name, log] : result.files) {
+            if (name.ends_with(".log")) log_folder = name.substr(0, name.rfind('/') + 1);
+        }
         for (const auto& [name, dump] : result.files) {
             if (name.ends_with(".log")) continue;
             ++dump_count;
+            EXPECT_TRUE(name.starts_with(log_folder) || name == "full.dump") << name;
             const bool of_a_crash = row.exit_code != 0;
             is_minidump ? check_minidump(dump, of_a_crash) : check_report(dump, of_a_crash, row.signal);
             EXPECT_THAT(dump, HasSubstr("the last line"));

@@ -26,13 +26,18 @@ public:
     /// One change at a time, of whatever in the log.
     template <class Change>
     auto change(Change change) {
-        static platform::NeverDestroyed<platform::Mutex> lock;
-        const std::lock_guard guard(lock.value);
+        const std::lock_guard guard(lock());
         const Mark mark(changes_);
         return change();
     }
 
 private:
+    // Outside of `change`, of which there is one for each kind of change.
+    static platform::Mutex& lock() {
+        static platform::NeverDestroyed<platform::Mutex> instance;
+        return instance.value;
+    }
+
     struct Mark {
         explicit Mark(std::atomic<std::uint32_t>& changes) : changes_(changes) { ++changes_; }
         ~Mark() { ++changes_; }

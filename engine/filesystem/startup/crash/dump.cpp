@@ -107,11 +107,11 @@ void on_crash(const platform::CrashContext* context) {
 }
 
 bool catch_exceptions(const std::string& directory) {
+    if (directory.size() >= path_buffer_size)
+        return fs::refuse(EFSError::INVALID_NAME, directory.c_str(), "The directory for dumps has too long a name.");
     const std::lock_guard guard(state.lock);
     platform::remove_crash_handler();
-    if (BoundedText(state.directory).add(directory).is_cut()) {
-        return fs::refuse(EFSError::INVALID_NAME, directory.c_str(), "The directory for dumps has too long a name.");
-    }
+    BoundedText(state.directory).add(directory);
     state.local_offset = local_offset_now();
     if (platform::install_crash_handler(on_crash)) return true;
     return fs::refuse(EFSError::UNSUPPORTED, directory.c_str(), "The system installs no handler of crashes.");
