@@ -59,7 +59,7 @@ class Tool:
         """`line` is split at blanks ("_" stands for one within a word, '""' for an empty word). `out` is the whole
         standard output, or "~" and an expression that it holds; `err` a text in standard error, which is empty when it
         is ""."""
-        words = [word.replace("_", " ").replace('""', "") for word in line.split()]
+        words = [word if self.where in word else word.replace("_", " ").replace('""', "") for word in line.split()]
         result = subprocess.run(self.command + words, capture_output=True, check=False, timeout=120,
                                 **{"cwd": self.where, **options})
         said = result.stderr.replace(b"\r\n", b"\n").decode("utf-8", "replace")
