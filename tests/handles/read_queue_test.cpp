@@ -14,6 +14,7 @@
 
 #include "engine/filesystem/contract/file_ptr.h"
 #include "engine/filesystem/handles/queue_slots.h"
+#include "engine/filesystem/handles/request.h"
 #include "engine/platform/faults.h"
 #include "tests/support/temp_directory.h"
 
@@ -261,17 +262,17 @@ TEST_F(ReadQueue, CancellingRacesCompletionAndReturnsAfterTheOneCallback) {
 }
 
 // Whoever asked for the state and queued at once used to be woken by the event of the read before.
-TEST_F(ReadQueue, ARequestThatIsPolledServesAgainAfterItsEvent) {
-    const RequestPtr request(SFsRequest::Create(nullptr, nullptr));
-    for (int i = 0; i < 20000; ++i) {
-        while (!Queue(request)) std::this_thread::yield();
-        if (i % 2 == 0) {
-            while (request->State() != EFSRequestState::FINISHED) std::this_thread::yield();
-        } else {
-            ASSERT_TRUE(request->Wait(long_wait_ms));
-            ASSERT_EQ(request->State(), EFSRequestState::FINISHED) << i;
-        }
-    }
+TEST(ReadRequest, IsFreeOnlyOnceItsEventIsSet) {
+    const RequestPtr owner(SFsRequest::Create(nullptr, nullptr));
+    Request& request = Request::Of(owner.get());
+    EXPECT_TRUE(request.IsFree());
+    request.BeginQueued();
+    request.BeginProgress();
+    request.EndProgress(EFSRequestResult::SUCCESS);
+    EXPECT_EQ(request.State(), EFSRequestState::FINISHED);
+    EXPECT_FALSE(request.IsFree());
+    request.Signal();
+    EXPECT_TRUE(request.IsFree());
 }
 
 TEST_F(ReadQueue, SynchronousReadsAndSeeksKeepToTheLengthAtOpening) {
