@@ -60,7 +60,7 @@ class Tool:
         """`line` is split at blanks ("_" stands for one within a word, '""' for an empty word). `out` is the whole
         standard output, or "~" and an expression that it holds; `err` a text in standard error, which is empty when it
         is ""."""
-        words = [word.replace("_", " ").replace('""', "") for word in line.split()]
+        words = [word if self.where in word else word.replace("_", " ").replace('""', "") for word in line.split()]
         result = subprocess.run(self.command + words, capture_output=True, check=False, timeout=120,
                                 **{"cwd": self.where, **options})
         said = result.stderr.replace(b"\r\n", b"\n").decode("utf-8", "replace")
@@ -579,7 +579,7 @@ def command_lines(tool):
     duplicates(tool)
     tool.table(("", 2, "", "subcommand"), ("frobnicate", 2, "", "frobnicate: this is no command here\n"),
                ("lss", 2, "", 'lss: this is no command here; did you mean "ls"?'), ("ls --recusive", 2, "", 'did you mean "--recursive"?'),
-               ("--version", 0, r"~^enginefs \d+\.\d+\.\d+\n$"), ("ls --root root forms/b* --log none", 0, "forms/big.txt\n"),
+               ("--mask x ls", 2, "", "--mask: this is no option here; it stands behind the command"), ("--version", 0, r"~^enginefs \d+\.\d+\.\d+\n$"), ("ls --root root forms/b* --log none", 0, "forms/big.txt\n"),
                ("--add root/forms/Big.Txt ls", 1, "", "the name of a pack ends in .pak or .mpak"), ("pack", 2, "", "OUT"),
                ("--log shouting ls", 2, "", "--log: shouting not in"),
                ("--root root --log debug sources", 0, "~root +writable", "DEBG: [FileSystem] > Initializing fs from"),

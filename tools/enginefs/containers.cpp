@@ -68,16 +68,19 @@ bool list_one(const CFileHashMultiContainer& all, const Arguments& given, const 
     fs::clear_error();
     if (!all.ListBlobs(container.c_str(), found))
         return fail_with_last_error(given.file, "there is no container \"" + container + "\"");
-    Json item{{"container", container}, {"count", found.size()}};
     std::string lines = shown(container) + "  " + counted(found.size(), "blob", "blobs");
-    for (std::size_t i = 0; blobs && i < found.size(); ++i) {
-        const SBlobInfo& blob = found[i];
-        item["blobs"].push_back(
-            {{"hash", blob.hash}, {"size", blob.size}, {"stored_size", blob.stored_size}, {"deflated", blob.deflated}});
-        lines += formatted("\n    %s %12" PRIu64 " %12" PRIu64 "  %s", hash_text(blob.hash).c_str(), blob.size,
-                           blob.stored_size, blob.deflated ? "deflated" : "stored");
-    }
-    listing.add(std::move(item), lines);
+    for (std::size_t i = 0; blobs && i < found.size(); ++i)
+        lines += formatted("\n    %s %12" PRIu64 " %12" PRIu64 "  %s", hash_text(found[i].hash).c_str(), found[i].size,
+                           found[i].stored_size, found[i].deflated ? "deflated" : "stored");
+    listing.add(container, lines, [&] {
+        Json object{{"container", container}, {"count", found.size()}};
+        for (std::size_t i = 0; blobs && i < found.size(); ++i)
+            object["blobs"].push_back({{"hash", found[i].hash},
+                                       {"size", found[i].size},
+                                       {"stored_size", found[i].stored_size},
+                                       {"deflated", found[i].deflated}});
+        return object;
+    });
     return true;
 }
 

@@ -81,13 +81,14 @@ bool diff(const Diff& given) {
     Listing listing;
     for (const Change& change : all.changes()) {
         const char* const kind = kind_names[static_cast<int>(change.kind)];
-        listing.add({{"name", change.name},
-                     {"change", kind},
-                     {"old_size", json_or_null(change.old_size)},
-                     {"new_size", json_or_null(change.new_size)}},
-                    formatted("%-7s %12s %12s  ", kind, text_or_dash(change.old_size).c_str(),
-                              text_or_dash(change.new_size).c_str()) +
-                        shown(change.name));
+        const std::string columns = formatted("%-7s %12s %12s  ", kind, text_or_dash(change.old_size).c_str(),
+                                              text_or_dash(change.new_size).c_str());
+        listing.add(change.name, columns + shown(change.name), [&] {
+            return Json{{"name", change.name},
+                        {"change", kind},
+                        {"old_size", json_or_null(change.old_size)},
+                        {"new_size", json_or_null(change.new_size)}};
+        });
     }
     listing.note(std::to_string(all.count(Kind::ADDED)) + " added, " + std::to_string(all.count(Kind::REMOVED)) +
                  " removed, " + std::to_string(all.count(Kind::CHANGED)) + " changed");

@@ -29,13 +29,13 @@ void show_shadowed(const Names& names, Listing& listing) {
         std::erase_if(holders, [](const SFsSourceInfo& holder) { return place_of(holder).empty(); });
         if (holders.size() < 2) continue;
         std::string lines = "held by " + std::to_string(holders.size()) + " sources: " + shown(name);
-        Json places = Json::array();
+        Names places;
         for (const SFsSourceInfo& holder : holders) {
             lines += "\n    " + shown(place_of(holder), places.empty() ? Color::PLAIN : Color::SHADOWED) +
                      (places.empty() ? "" : " (shadowed)");
             places.push_back(place_of(holder));
         }
-        listing.add({{"name", name}, {"places", places}}, lines);
+        listing.add(name, lines, [&] { return Json{{"name", name}, {"places", places}}; });
     }
 }
 
@@ -87,7 +87,7 @@ void show_group(std::uint64_t size, std::uint32_t crc, const Names& names, Listi
     if (names.size() < 2) return;
     std::string lines = formatted("equal content, %" PRIu64 " bytes, crc %08" PRIx32 ":", size, crc);
     for (const std::string& name : names) lines += "\n    " + shown(name);
-    listing.add({{"size", size}, {"crc", crc}, {"names", names}}, lines);
+    listing.add(names[0], lines, [&] { return Json{{"size", size}, {"crc", crc}, {"names", names}}; });
 }
 
 /// Shows what is equal among files of one size.

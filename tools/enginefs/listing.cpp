@@ -34,12 +34,14 @@ bool show_sources(const NoArguments&) {
     Listing listing;
     for (const SFsSourceInfo& source : all_sources()) {
         const std::string place = told_place(source);
-        listing.add({{"place", place},
-                     {"kind", kind_of(source)},
-                     {"writable", source.writable},
-                     {"protected", source.is_protected}},
-                    formatted("%-10s %-9s ", kind_of(source), source.writable ? "writable" : "read-only") +
-                        shown(place, color_of(source)) + (source.is_protected ? " (protected)" : ""));
+        const std::string line = formatted("%-10s %-9s ", kind_of(source), source.writable ? "writable" : "read-only") +
+                                 shown(place, color_of(source)) + (source.is_protected ? " (protected)" : "");
+        listing.add(place, line, [&] {
+            return Json{{"place", place},
+                        {"kind", kind_of(source)},
+                        {"writable", source.writable},
+                        {"protected", source.is_protected}};
+        });
     }
     return listing.finish();
 }
@@ -66,16 +68,15 @@ Json json_or_null(const std::string& text) { return !text.empty() ? Json(text) :
 
 void add_file(Listing& listing, const std::string& file, const Ls& options) {
     const std::string name = told_name(file, options.form);
-    Json item{{"name", name}, {"kind", "file"}};
-    std::string columns;
-    if (options.long_form) {
-        const std::uint64_t size = fs::length(fs::open_file(file.c_str(), EFSMode::READ).get());
-        const std::string time = time_of(file);
-        item.update({{"size", json_or_null(size)}, {"time", json_or_null(time)}});
-        columns = formatted("%12s  %-20s  ", size != failed ? std::to_string(size).c_str() : "-",
-                            !time.empty() ? time.c_str() : "-");
-    }
-    listing.add(std::move(item), columns + shown(name));
+    if (!options.long_form)
+        return listing.add(name, shown(name), [&] { return Json{{"name", name}, {"kind", "file"}}; });
+    const std::uint64_t size = fs::length(fs::open_file(file.c_str(), EFSMode::READ).get());
+    const std::string time = time_of(file);
+    const std::string columns = formatted("%12s  %-20s  ", size != failed ? std::to_string(size).c_str() : "-",
+                                          !time.empty() ? time.c_str() : "-");
+    listing.add(name, columns + shown(name), [&] {
+        return Json{{"name", name}, {"kind", "file"}, {"size", json_or_null(size)}, {"time", json_or_null(time)}};
+    });
 }
 
 bool list_directory(Listing& listing, const Ls& options, const std::string& given) {
@@ -88,8 +89,9 @@ bool list_directory(Listing& listing, const Ls& options, const std::string& give
         return fail(given, "no source has such a directory");
     if (files.empty() && !options.mask.empty()) return fail(options.mask, "no file matches");
     for (const std::string& name : dirs)
-        listing.add({{"name", name}, {"kind", "directory"}},
-                    std::string(options.long_form ? 36 : 0, ' ') + shown(name, Color::DIRECTORY) + "/");
+        listing.add(name, std::string(options.long_form ? 36 : 0, ' ') + shown(name, Color::DIRECTORY) + "/", [&] {
+            return Json{{"name", name}, {"kind", "directory"}};
+        });
     for (const std::string& file : files) add_file(listing, file, options);
     return true;
 }
@@ -128,7 +130,7 @@ bool find(const Find& given) {
     Listing listing;
     for (const std::string& file : found) {
         const std::string name = told_name(file, given.form);
-        listing.add({{"name", name}}, shown(name));
+        listing.add(name, shown(name), [&] { return Json{{"name", name}}; });
     }
     return listing.finish() && good;
 }
@@ -145,36 +147,34 @@ bool which(const Which& given) {
         if (holders.empty()) return fail_not_held(name);
         for (std::size_t i = 0; i < (given.all ? holders.size() : 1); ++i) {
             const std::string place = told_place(holders[i]);
-            listing.add({{"place", place}, {"name", name}, {"shadowed", i != 0}},
-                        shown(place, i == 0 ? color_of(holders[i]) : Color::SHADOWED) + (i == 0 ? "" : " (shadowed)"));
+            const Color color = i == 0 ? color_of(holders[i]) : Color::SHADOWED;
+            listing.add(place, shown(place, color) + (i == 0 ? "" : " (shadowed)"), [&] {
+                return Json{{"place", place}, {"name", name}, {"shadowed", i != 0}};
+            });
         }
         return true;
     });
     return listing.finish() && good;
 }
 
-bool describe(const std::string& name, Json& item) {
-    const std::vector<SFsSourceInfo> holders = holders_of(name);
-    if (holders.empty()) return fail_not_held(name);
-    const fs::file_ptr file = open_file(name);
-    if (file == nullptr) return false;
+using Facts = std::vector<std::pair<std::string, Json>>;
+
+Facts facts_of(const std::string& name, const SFsSourceInfo& holder, SFsFile* file, std::size_t shadowed) {
     const auto say = [&](auto call) { return ask(name, [&] { return call(name.c_str()); }); };
-    item = {{"name", std::string(say(fs::root_path))},
-            {"source", told_place(holders[0])},
-            {"kind", kind_of(holders[0])},
+    return {{"name", std::string(say(fs::root_path))},
+            {"source", told_place(holder)},
+            {"kind", kind_of(holder)},
             {"full_path", told_name(name, {.native = true})},
-            {"size", json_or_null(fs::length(file.get()))},
+            {"size", json_or_null(fs::length(file))},
             {"time", json_or_null(time_of(name))},
             {"read_only", say(fs::read_only)},
             {"protected", say(fs::is_protected)},
-            {"shadows", holders.size() - 1}};
-    return true;
+            {"shadows", shadowed}};
 }
 
-/// An item as lines of key and value.
-std::string lines_of(const Json& item) {
+std::string lines_of(const Facts& facts) {
     std::string lines;
-    for (const auto& [key, value] : item.items()) {
+    for (const auto& [key, value] : facts) {
         const std::string text = value.is_null()      ? "unknown"
                                  : value.is_boolean() ? (value ? "yes" : "no")
                                  : value.is_string()  ? shown(value)
@@ -186,12 +186,19 @@ std::string lines_of(const Json& item) {
     return lines;
 }
 
-bool stat(const Names& given) {
+bool show_files(const Names& given) {
     Listing listing;
     const bool good = for_each_file(given.names, [&](const std::string& name) {
-        Json item;
-        if (!describe(name, item)) return false;
-        listing.add(item, lines_of(item));
+        const std::vector<SFsSourceInfo> holders = holders_of(name);
+        if (holders.empty()) return fail_not_held(name);
+        const fs::file_ptr file = open_file(name);
+        if (file == nullptr) return false;
+        const Facts facts = facts_of(name, holders[0], file.get(), holders.size() - 1);
+        listing.add(facts[0].second.get<std::string>(), lines_of(facts), [&] {
+            Json object;
+            for (const auto& [key, value] : facts) object[key] = value;
+            return object;
+        });
         return true;
     });
     return listing.finish() && good;
@@ -214,7 +221,7 @@ void add_listing_commands(Commands& commands) {
     find_command->add_option("TEXT", find_command.given.texts)->required();
     commands.add_forms(find_command);
 
-    const auto stat_command = commands.add("stat", "Show what is known of files", stat);
+    const auto stat_command = commands.add("stat", "Show what is known of files", show_files);
     stat_command->add_option("NAME", stat_command.given.names)->required();
     commands.add_forms(stat_command, "The names");
 

@@ -100,8 +100,9 @@ bool crc(const Crc& given) {
         told.done = 0;
         if (!attempt(file, "it cannot be read", [&] { return fs::calc_file_crc(args); })) return false;
         const std::string name = told_name(file, given.form);
-        listing.add({{"name", name}, {"crc", args.crc}, {"size", args.size}},
-                    formatted("%08" PRIx32 " %12" PRIu64 "  ", args.crc, args.size) + shown(name));
+        listing.add(name, formatted("%08" PRIx32 " %12" PRIu64 "  ", args.crc, args.size) + shown(name), [&] {
+            return Json{{"name", name}, {"crc", args.crc}, {"size", args.size}};
+        });
         return true;
     });
     return listing.finish() && good;

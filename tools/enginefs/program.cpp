@@ -78,7 +78,11 @@ std::string message_of(const CLI::App* app, const CLI::Error& error) {
         const bool is_option = unknown[0].starts_with('-');
         const std::string meant = suggestion(*app, unknown[0]);
         text = "enginefs: " + printable(unknown[0]) + ": this is no " + (is_option ? "option" : "command") + " here";
-        text += meant.empty() ? "\n" : "; did you mean \"" + meant + "\"?\n";
+        if (meant == unknown[0])
+            text += "; it stands behind the command";
+        else if (!meant.empty())
+            text += "; did you mean \"" + meant + "\"?";
+        text += "\n";
     }
     return text + "Run with --help for more information.\n";
 }

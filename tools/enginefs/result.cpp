@@ -36,11 +36,11 @@ std::string shown(const std::string& name, Color color) {
 
 bool print_json(const Json& json) { return print(json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"); }
 
-void Listing::add(Json item, const std::string& line) {
+void Listing::add(const std::string& first, const std::string& line, const std::function<Json()>& object) {
     if (as_json)
-        items_.push_back(std::move(item));
+        items_.push_back(object());
     else
-        print(as_zeros ? item.front().get<std::string>() + '\0' : line + "\n");
+        print(as_zeros ? first + '\0' : line + "\n");
 }
 
 void Listing::note(const std::string& line) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -24,8 +25,8 @@ bool print_json(const Json& json);
 /// What a command lists, in the style that is set.
 class Listing {
 public:
-    /// `line` is how the item looks as text.
-    void add(Json item, const std::string& line);
+    /// An item as a line; `first` of it alone; and what makes the object, since destroying one takes memory.
+    void add(const std::string& first, const std::string& line, const std::function<Json()>& object);
     /// A line for readers alone, such as a sum.
     void note(const std::string& line);
     bool finish() const;

@@ -189,20 +189,17 @@ bool list(const List& given) {
     if (!attempt(given.pack, "it cannot be read", [&] { return fs::list_pack(full.c_str(), entries); })) return false;
     Listing listing;
     for (const SFsPackEntry& entry : entries) {
-        Json item{{"name", entry.name}};
-        std::string columns;
-        if (given.long_form) {
-            const std::string method = method_text(entry.method);
-            const std::string time = time_text(entry.time);
-            item.update({{"size", entry.size},
-                         {"packed", entry.packed_size},
-                         {"method", method},
-                         {"crc", entry.crc},
-                         {"time", time}});
-            columns = formatted("%12" PRIu64 " %12" PRIu64 "  %-8s  %08" PRIx32 "  %s  ", entry.size, entry.packed_size,
-                                method.c_str(), entry.crc, time.c_str());
-        }
-        listing.add(std::move(item), columns + shown(entry.name));
+        const std::string time = given.long_form ? time_text(entry.time) : "";
+        const std::string method = method_text(entry.method);
+        const std::string columns =
+            given.long_form ? formatted("%12" PRIu64 " %12" PRIu64 "  %-8s  %08" PRIx32 "  %s  ", entry.size,
+                                        entry.packed_size, method.c_str(), entry.crc, time.c_str())
+                            : "";
+        listing.add(entry.name, columns + shown(entry.name), [&] {
+            if (!given.long_form) return Json{{"name", entry.name}};
+            return Json{{"name", entry.name}, {"size", entry.size}, {"packed", entry.packed_size},
+                        {"method", method},   {"crc", entry.crc},   {"time", time}};
+        });
     }
     return listing.finish();
 }
