@@ -66,10 +66,9 @@ bool show_listings(const std::vector<Recorded>& listings) {
         std::error_code error;
         const std::string time = time_text(stdfs::last_write_time(fs::to_path(one.path), error));
         const std::string directory = directory_in(one.path);
-        const std::string line = formatted("%12" PRIu64 "  %s  ", one.size, time.c_str()) +
-                                 (directory.empty() ? "(damaged)" : shown(directory, Color::DIRECTORY)) + "\n" +
-                                 std::string(36, ' ') + shown(one.path);
-        listing.add(one.path, line, [&] {
+        const std::string columns = formatted("%12" PRIu64 "  %s  ", one.size, time.c_str());
+        const std::string shown_directory = directory.empty() ? "(damaged)" : shown(directory, Color::DIRECTORY);
+        listing.add(one.path, columns + shown_directory + "\n" + std::string(36, ' ') + shown(one.path), [&] {
             return Json{{"path", one.path}, {"size", one.size}, {"time", time}, {"directory", directory}};
         });
     }

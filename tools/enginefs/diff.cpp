@@ -81,10 +81,9 @@ bool diff(const Diff& given) {
     Listing listing;
     for (const Change& change : all.changes()) {
         const char* const kind = kind_names[static_cast<int>(change.kind)];
-        const std::string line = formatted("%-7s %12s %12s  ", kind, text_or_dash(change.old_size).c_str(),
-                                           text_or_dash(change.new_size).c_str()) +
-                                 shown(change.name);
-        listing.add(change.name, line, [&] {
+        const std::string columns = formatted("%-7s %12s %12s  ", kind, text_or_dash(change.old_size).c_str(),
+                                              text_or_dash(change.new_size).c_str());
+        listing.add(change.name, columns + shown(change.name), [&] {
             return Json{{"name", change.name},
                         {"change", kind},
                         {"old_size", json_or_null(change.old_size)},

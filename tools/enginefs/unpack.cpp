@@ -183,28 +183,23 @@ std::string method_text(std::uint32_t method) {
     return method == EFSPackMethod::ZSTD ? "zstd" : "method " + std::to_string(method);
 }
 
-Json json_of(const SFsPackEntry& entry, bool long_form) {
-    if (!long_form) return Json{{"name", entry.name}};
-    return Json{{"name", entry.name},
-                {"size", entry.size},
-                {"packed", entry.packed_size},
-                {"method", method_text(entry.method)},
-                {"crc", entry.crc},
-                {"time", time_text(entry.time)}};
-}
-
 bool list(const List& given) {
     ztl::vector<SFsPackEntry> entries;
     const std::string full = full_native_path(given.pack);
     if (!attempt(given.pack, "it cannot be read", [&] { return fs::list_pack(full.c_str(), entries); })) return false;
     Listing listing;
     for (const SFsPackEntry& entry : entries) {
-        std::string columns;
-        if (given.long_form) {
-            columns = formatted("%12" PRIu64 " %12" PRIu64 "  %-8s  %08" PRIx32 "  %s  ", entry.size, entry.packed_size,
-                                method_text(entry.method).c_str(), entry.crc, time_text(entry.time).c_str());
-        }
-        listing.add(entry.name, columns + shown(entry.name), [&] { return json_of(entry, given.long_form); });
+        const std::string time = given.long_form ? time_text(entry.time) : "";
+        const std::string method = method_text(entry.method);
+        const std::string columns =
+            given.long_form ? formatted("%12" PRIu64 " %12" PRIu64 "  %-8s  %08" PRIx32 "  %s  ", entry.size,
+                                        entry.packed_size, method.c_str(), entry.crc, time.c_str())
+                            : "";
+        listing.add(entry.name, columns + shown(entry.name), [&] {
+            if (!given.long_form) return Json{{"name", entry.name}};
+            return Json{{"name", entry.name}, {"size", entry.size}, {"packed", entry.packed_size},
+                        {"method", method},   {"crc", entry.crc},   {"time", time}};
+        });
     }
     return listing.finish();
 }
