@@ -1,15 +1,19 @@
 // A small host: it mounts a folder of its game data and a folder of changes, lists, reads and writes
 // through the library, and records what it read, so that `enginefs pack --order` can lay a pack out
-// in the order in which the game needs it.
+// in the order in which the game needs it. Then it streams a level while it draws.
 #include <engine/filesystem.h>
 #include <engine/filesystem/comfort.h>
 
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <random>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -79,6 +83,45 @@ void seek_in_pack(const std::string& path) {
            "reading goes back and forth in it");
 }
 
+struct Level {
+    bool is_whole = true;
+    bool is_done = false;
+    std::uint64_t bytes = 0;
+};
+
+/// Here a game would hand load->Data() to the graphics card.
+void take(SFsLoad* load, void* user) {
+    auto& level = *static_cast<Level*>(user);
+    level.is_whole = level.is_whole && load->Result() == EFSRequestResult::SUCCESS;
+    level.bytes += load->Size();
+}
+
+void finish(SFsLoadBatch*, void* user) { static_cast<Level*>(user)->is_done = true; }
+
+void draw_frame() {
+    fs::poll_loads(4);  // no more in one frame
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+/// Workers open, read and decode; what is there is taken between two frames.
+void stream_level() {
+    fs::set_polled_callbacks(true);
+    Level level;
+    SFsLoadWish wishes[] = {{.path = "levels/one.txt"},
+                            {.path = "levels/two.txt"},
+                            {.path = "sounds.bank", .priority = EFSLoadPriority::HIGH}};
+    for (SFsLoadWish& wish : wishes) {
+        wish.callback = &take;
+        wish.user = &level;
+    }
+    SFsLoadBatch* const batch = fs::load_batch(wishes, std::size(wishes), &finish, &level);
+    expect(batch != nullptr, "a level begins to load");
+    if (batch == nullptr) return;
+    while (!level.is_done) draw_frame();
+    batch->Release();
+    expect(level.is_whole && level.bytes == 3 + 12 + 200000, "and is there some frames later");
+}
+
 void run(const std::filesystem::path& folder) {
     put(folder / "data/levels/one.txt", "one");
     put(folder / "data/levels/two.txt", "two");
@@ -95,6 +138,7 @@ void run(const std::filesystem::path& folder) {
     read_levels();
     write_progress();
     seek_in_pack(fs::from_path(folder / "sounds.pak"));
+    stream_level();
     fs::shutdown();
     CrashClose();
     expect(std::filesystem::exists(folder / "changes/saves/progress.txt"), "on the disk it lies where it belongs");

@@ -97,8 +97,10 @@ def listing(tool):
                ("stat README.TXT", 0, r"~full path  .*/Readme.txt\nsize +6\n"),
                ("--add over which --all readme.txt", 0, r"~root/?\n.*over/? \(shadowed\)\n"),
                ("cat readme.txt", 0, "hello\n"),
-               ("load", 0, r"~^3 files, 0 failed, 18 bytes in (.|\n)*came last:\n( .* ms  .*\n){3}$"),
-               ("load --workers 1 --json b.dds readme.txt", 0, r'~"files": 2,\s+"failed": 0,\s+"bytes": 12,'))
+               ("load", 0, r"~^3 files, 0 failed, 18 bytes in (.|\n)*slowest (.|\n)*( .* ms  .*: .*\n){3}$"),
+               ("load --urgent b.dds", 0, r"~at priority 1000: (.|\n)*at priority 0: "),
+               ("load --workers 1 --json b.dds readme.txt", 0, r'~"files": 2,\s+"failed": 0,\s+"bytes": 12,(.|\n)*"waits": \[\s+\{\s+"priority": 0,\s+"loads": 2,(.|\n)*'
+                r'"slowest": (.|\n)*"reason": '))
     tool.fails(("ls nowhere", "enginefs: nowhere: no source has such a directory"),
                ("ls --mask *.wav", "*.wav: no file matches"), ("find zebra", "no name contains it"),
                ("load --order nowhere", "nowhere: it cannot be read"), ("load --workers 65", "at most 64 workers"),

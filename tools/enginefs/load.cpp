@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cinttypes>
+#include <cstdint>
 #include <cstdlib>
+#include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,19 +23,22 @@ namespace {
 using std::chrono::duration;
 using std::chrono::steady_clock;
 
-constexpr std::size_t last_shown = 10;
+constexpr std::size_t slowest_shown = 10;
 
 struct Given {
     std::uint32_t workers = 0;
     std::string order;
+    std::vector<std::string> urgent;
     bool json = false;
     std::vector<std::string> names;
 };
 
-/// One load of the batch, and when it ended.
+/// One load of the batch, and what became of it.
 struct Timed {
     std::string name;
-    steady_clock::time_point ended;
+    std::int32_t priority = EFSLoadPriority::NORMAL;
+    std::uint64_t bytes = 0;
+    SFsLoadTimes times{};
 };
 
 /// Gives the batch up when the last callback has run: what the callbacks write to must live until then.
@@ -68,46 +73,113 @@ void wait_with_progress(const SFsLoadBatch& batch, mt::CEvent& all_told) {
 }
 
 /// Says what failed; the bytes of the rest.
-bool check_loads(const SFsLoadBatch& batch, const std::vector<Timed>& timed, std::uint64_t& bytes) {
-    bool good = true;
-    for (std::size_t at = 0; at < batch.Count(); ++at) {
+std::uint64_t count_failed(const SFsLoadBatch& batch, const std::vector<Timed>& timed, std::uint64_t& bytes) {
+    std::uint64_t failed = 0;
+    for (std::size_t at = 0; at < timed.size(); ++at) {
+        bytes += timed[at].bytes;
         const SFsLoad& load = *batch.At(at);
-        bytes += load.Size();
-        if (load.Result() != EFSRequestResult::SUCCESS) good = fail(timed[at].name, load.Error().text);
+        if (load.Result() == EFSRequestResult::SUCCESS) continue;
+        fail(timed[at].name, load.Error().text);
+        ++failed;
     }
-    return good;
+    return failed;
 }
 
-void print_result(const Given& given, const SFsLoadBatch& batch, std::vector<Timed> timed, std::uint64_t bytes,
-                  steady_clock::time_point start) {
-    SFsLoadStatistics statistics;
-    fs::get_load_statistics(statistics);
-    const double seconds = duration<double>(steady_clock::now() - start).count();
-    const double rate = static_cast<double>(bytes) / 1e6 / std::max(seconds, 1e-9);
-    const std::size_t count = std::min(last_shown, timed.size());
-    std::partial_sort(timed.begin(), timed.begin() + static_cast<std::ptrdiff_t>(count), timed.end(),
-                      [](const Timed& a, const Timed& b) { return a.ended > b.ended; });
-    timed.resize(count);
-    const auto ms_of = [start](const Timed& load) { return duration<double, std::milli>(load.ended - start).count(); };
-    if (given.json) {
-        Json last = Json::array();
-        for (const Timed& load : timed) last.push_back({{"name", load.name}, {"ms", ms_of(load)}});
-        print_json({{"files", batch.Count()},
-                    {"failed", statistics.failed},
-                    {"bytes", bytes},
-                    {"seconds", seconds},
-                    {"longest_wait_us", statistics.longest_wait},
-                    {"mean_wait_us", statistics.mean_wait},
-                    {"last", last}});
-        return;
+/// What the loads of one priority waited until a worker took them.
+struct Waits {
+    std::uint64_t loads = 0;
+    std::uint64_t total = 0;
+    std::uint64_t longest = 0;
+};
+
+std::map<std::int32_t, Waits, std::greater<>> waits_by_priority(const std::vector<Timed>& timed) {
+    std::map<std::int32_t, Waits, std::greater<>> all;
+    for (const Timed& load : timed) {
+        Waits& waits = all[load.priority];
+        ++waits.loads;
+        waits.total += load.times.waited;
+        waits.longest = std::max(waits.longest, load.times.waited);
     }
-    print(counted(batch.Count(), "file", "files") + ", " + std::to_string(statistics.failed) + " failed, " +
-          std::to_string(bytes) + formatted(" bytes in %.3f s, %.1f MB/s\n", seconds, rate));
-    print(formatted("waited for a worker: %.3f ms on average, %.3f ms at most\n",
-                    static_cast<double>(statistics.mean_wait) / 1000,
-                    static_cast<double>(statistics.longest_wait) / 1000));
-    print("came last:\n");
-    for (const Timed& load : timed) print(formatted("%10.3f ms  ", ms_of(load)) + load.name + "\n");
+    return all;
+}
+
+std::uint64_t time_of(const Timed& load) { return load.times.opening + load.times.reading + load.times.aside; }
+double ms_of(std::uint64_t microseconds) { return static_cast<double>(microseconds) / 1000; }
+
+std::vector<Timed> slowest_of(std::vector<Timed> timed) {
+    const std::size_t count = std::min(slowest_shown, timed.size());
+    std::partial_sort(timed.begin(), timed.begin() + static_cast<std::ptrdiff_t>(count), timed.end(),
+                      [](const Timed& a, const Timed& b) { return time_of(a) > time_of(b); });
+    timed.resize(count);
+    return timed;
+}
+
+/// What took most of the time.
+std::string reason_of(const Timed& load) {
+    const SFsLoadTimes& times = load.times;
+    if (times.aside > times.opening && times.aside > times.reading) return "put aside for others or for room";
+    if (times.opening > times.reading) return "finding and opening it";
+    return "reading and decoding " + counted(load.bytes, "byte", "bytes");
+}
+
+void print_as_json(const std::vector<Timed>& timed, std::uint64_t failed, std::uint64_t bytes, double seconds) {
+    Json waits = Json::array();
+    for (const auto& [priority, its] : waits_by_priority(timed))
+        waits.push_back({{"priority", priority},
+                         {"loads", its.loads},
+                         {"mean_ms", ms_of(its.total / its.loads)},
+                         {"longest_ms", ms_of(its.longest)}});
+    Json slowest = Json::array();
+    for (const Timed& load : slowest_of(timed))
+        slowest.push_back({{"name", load.name},
+                           {"bytes", load.bytes},
+                           {"ms", ms_of(time_of(load))},
+                           {"reason", reason_of(load)},
+                           {"waited_ms", ms_of(load.times.waited)},
+                           {"opening_ms", ms_of(load.times.opening)},
+                           {"reading_ms", ms_of(load.times.reading)},
+                           {"aside_ms", ms_of(load.times.aside)}});
+    print_json({{"files", timed.size()},
+                {"failed", failed},
+                {"bytes", bytes},
+                {"seconds", seconds},
+                {"waits", waits},
+                {"slowest", slowest}});
+}
+
+void print_as_text(const std::vector<Timed>& timed, std::uint64_t failed, std::uint64_t bytes, double seconds) {
+    print(counted(timed.size(), "file", "files") + ", " + std::to_string(failed) + " failed, " + std::to_string(bytes) +
+          formatted(" bytes in %.3f s, %.1f MB/s\n", seconds, static_cast<double>(bytes) / 1e6 / seconds));
+    for (const auto& [priority, its] : waits_by_priority(timed))
+        print(formatted("waited for a worker at priority %d: %.3f ms on average, %.3f ms at most\n", priority,
+                        ms_of(its.total / its.loads), ms_of(its.longest)));
+    print("slowest once a worker had them:\n");
+    for (const Timed& load : slowest_of(timed))
+        print(formatted("%10.3f ms  ", ms_of(time_of(load))) + load.name + ": " + reason_of(load) + "\n");
+}
+
+/// All of `names`, those of `urgent` before the rest.
+std::vector<Timed> loads_of(const std::vector<std::string>& names, const std::vector<std::string>& urgent) {
+    std::vector<Timed> timed;
+    for (const std::string& name : urgent) timed.push_back({.name = name, .priority = EFSLoadPriority::URGENT});
+    for (const std::string& name : names) {
+        if (std::find(urgent.begin(), urgent.end(), name) == urgent.end()) timed.push_back({.name = name});
+    }
+    return timed;
+}
+
+/// The wishes point into `timed`. Only the time is wanted.
+std::vector<SFsLoadWish> wishes_of(std::vector<Timed>& timed) {
+    std::vector<SFsLoadWish> wishes;
+    const auto note_end = [](SFsLoad* ended, void* user) {
+        auto& its = *static_cast<Timed*>(user);
+        ended->Times(its.times);
+        its.bytes = ended->Size();
+        std::free(ended->Take());
+    };
+    for (Timed& load : timed)
+        wishes.push_back({.path = load.name.c_str(), .priority = load.priority, .callback = note_end, .user = &load});
+    return wishes;
 }
 
 bool load(const Given& given) {
@@ -116,17 +188,8 @@ bool load(const Given& given) {
     if (!attempt("load", "the workers cannot be set",
                  [&] { return fs::set_load_settings({.workers = given.workers}); }))
         return false;
-    std::vector<Timed> timed;
-    timed.reserve(names.size());  // the wishes point into it
-    std::vector<SFsLoadWish> wishes;
-    for (const std::string& name : names) {
-        timed.push_back({.name = name, .ended = {}});
-        const auto note_end = [](SFsLoad* ended, void* user) {
-            static_cast<Timed*>(user)->ended = steady_clock::now();
-            std::free(ended->Take());  // only the time is wanted
-        };
-        wishes.push_back({.path = timed.back().name.c_str(), .callback = note_end, .user = &timed.back()});
-    }
+    std::vector<Timed> timed = loads_of(names, given.urgent);
+    const std::vector<SFsLoadWish> wishes = wishes_of(timed);
     const auto start = steady_clock::now();
     static mt::CEvent all_told(true);  // a worker may still be inside when this one goes on
     all_told.Reset();
@@ -135,10 +198,11 @@ bool load(const Given& given) {
                                                         EndBatch{&all_told});
     if (batch == nullptr) return fail_with_last_error("load", "the loads cannot begin");
     wait_with_progress(*batch, all_told);
+    const double seconds = std::max(duration<double>(steady_clock::now() - start).count(), 1e-9);
     std::uint64_t bytes = 0;
-    const bool good = check_loads(*batch, timed, bytes);
-    print_result(given, *batch, timed, bytes, start);
-    return good;
+    const std::uint64_t failed = count_failed(*batch, timed, bytes);
+    (given.json ? print_as_json : print_as_text)(timed, failed, bytes, seconds);
+    return failed == 0;
 }
 
 }  // namespace
@@ -153,5 +217,8 @@ void add_load_command(Commands& commands) {
         ->type_name("N");
     added->add_option("--order", added.given.order, "Load the names of this list, in its order (see fs::record_access)")
         ->type_name("FILE");
+    added->add_option("--urgent", added.given.urgent, "A file that a frame waits for; may be given several times")
+        ->type_name("NAME")
+        ->allow_extra_args(false);
     added->add_flag("--json", added.given.json, "As a JSON object");
 }
