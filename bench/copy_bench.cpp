@@ -2,6 +2,10 @@
 // the page cache from one that is there already; what was made goes before the disk has anything of it. On a virtual
 // machine that gives free memory back to its host the large file tells more of the host than of the copies: the small
 // one finds the pages that the copy before it has left.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -61,6 +65,29 @@ BENCHMARK(CopyBesideTheSystems)
     ->ArgsProduct({{1024, 0}, {256, 1024}})
     ->Iterations(1)
     ->Unit(benchmark::kMillisecond);
+
+/// A save that takes the place of the one before, beside the same done by hand: written beside it, waited for, renamed.
+void ReplaceBesideByHand(benchmark::State& state) {
+    const Bed bed(0);
+    const std::string text(static_cast<std::size_t>(state.range(0)) << 10, 's');
+    const std::string by_hand = bed.root + "/theirs.sav";
+    const std::string beside = by_hand + ".new";
+    const auto ours = [&] {
+        if (!fs::save_text_file(text, "ours.sav", FFSOpenFlags::REPLACE)) state.SkipWithError("not saved");
+    };
+    const auto theirs = [&] {
+        const int file = ::open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        const bool is_written = ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+        if (!is_written || ::fdatasync(file) != 0) state.SkipWithError("not written");
+        ::close(file);
+        if (::rename(beside.c_str(), by_hand.c_str()) != 0) state.SkipWithError("not renamed");
+    };
+    ours();
+    theirs();
+    paired::compare_prepared(
+        state, 1, 200, [] {}, ours, theirs);
+}
+BENCHMARK(ReplaceBesideByHand)->ArgName("KiB")->Arg(4)->Arg(256)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

@@ -131,7 +131,8 @@ bool File::sync() {
 }
 
 bool File::replace(const char* from, const char* to) {
-    if (!sync() || meets_fault(FaultPoint::RENAME) || !rename_open(from, to)) return false;
+    if (!valid()) return fail(Failure::INVALID_HANDLE);
+    if (meets_fault(FaultPoint::RENAME) || !rename_open(from, to)) return false;
     close();
     return true;
 }

@@ -114,8 +114,8 @@ public:
     bool append_only();
     bool sync();  // waits until what was written is on the disk
     /// Renames this open file, which was opened with `replaces` under the name `from`, onto `to` and closes it. It stays
-    /// locked until it has the new name, and its content is on the disk before: whatever happens, `to` is the old file or
-    /// the new one. False, with both as they were and this file open, when `to` is read-only, open or no file.
+    /// locked until it has the new name. When sync() came before, then whatever happens `to` is the old file or the new
+    /// one. False, with both as they were and this file open, when `to` is read-only, open or no file.
     bool replace(const char* from, const char* to);
     /// Removes this open file in the same way.
     bool remove(const char* from);

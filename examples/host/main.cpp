@@ -1,4 +1,4 @@
-// A small host: it mounts a folder of its game data and a folder of changes, lists, reads and writes
+// A small host: it mounts a folder of its game data, a pack, a mod over both and one at a prefix; it lists, reads and saves
 // through the library, and records what it read, so that `enginefs pack --order` can lay a pack out
 // in the order in which the game needs it. Then it streams a level while it draws.
 #include <engine/filesystem.h>
@@ -59,8 +59,9 @@ void read_levels() {
 }
 
 void write_progress() {
-    expect(fs::save_text_file(fs::string("level two"), "saves/progress.txt"),
-           "a new file is created in the first source");
+    // REPLACE: the save before stays until this one is whole, also when the process is killed.
+    expect(fs::save_text_file("level two", "saves/progress.txt", FFSOpenFlags::REPLACE),
+           "a save goes where WRITE_HERE says, packs or not");
 
     fs::string text;
     expect(fs::read_file(text, "saves/progress.txt") && text == "level two", "and reads back");
@@ -70,7 +71,8 @@ void seek_in_pack(const std::string& path) {
     std::string sounds(200000, '.');
     sounds.replace(10, 5, "steps");
     fs::pack_writer pack;
-    expect(pack.open(path.c_str()) && pack.add("sounds.bank", sounds.data(), sounds.size(), 0, 0) && pack.finish(),
+    expect(pack.open(path.c_str()) && pack.add("sounds.bank", sounds.data(), sounds.size(), 0, 0) &&
+               pack.add("sounds.txt", "loud", 4, 6, 0) && pack.finish(),
            "a pack is written, its entry stored");
     expect(fs::add_source(path.c_str(), mount_flags), "and mounted");
 
@@ -81,6 +83,14 @@ void seek_in_pack(const std::string& path) {
     fs::seek(bank.get(), 10, EFSSeek::BEGIN);
     expect(fs::read(bank.get(), found.data(), found.size()) == 5 && found == "steps",
            "reading goes back and forth in it");
+}
+
+void play_mods(const std::string& overlay, const std::string& extra) {
+    fs::string text;
+    expect(fs::add_source(overlay.c_str(), mount_flags | FFSAddSourceFlags::BEFORE_PACKS), "a mod lies over packs");
+    expect(fs::load_text_file(text, "sounds.txt") && text == "louder", "and wins");
+    expect(fs::add_source_at(extra.c_str(), "mods/extra", mount_flags), "another one shows its files at a prefix");
+    expect(fs::load_text_file(text, "mods/extra/forecast.txt") && text == "snow", "where nothing else lies");
 }
 
 struct Level {
@@ -127,17 +137,22 @@ void run(const std::filesystem::path& folder) {
     put(folder / "data/levels/two.txt", "two");
     put(folder / "changes/levels/two.txt", "two, changed");
     put(folder / "changes/levels/three.txt", "three");
+    put(folder / "overlay/sounds.txt", "louder");
+    put(folder / "extra/forecast.txt", "snow");
 
     const std::string changes = fs::from_path(folder / "changes");
     const std::string data = fs::from_path(folder / "data");
-    if (!fs::init(changes.c_str(), mount_flags, "", false, false, nullptr)) return expect(false, "fs::init");
-    CrashInit();  // the log is made in the first source, so before anything else is mounted
+    const auto root_flags = mount_flags | FFSAddSourceFlags::WRITE_HERE;
+    if (!fs::init({.root = changes.c_str(), .flags = root_flags, .use_fallback = false}))
+        return expect(false, "fs::init");
+    CrashInit();  // the log is made where new files are made, so behind fs::init
     expect(CrashGetLogFileName() != nullptr, "the log is open");
     expect(fs::add_source(data.c_str(), mount_flags), "a second folder is mounted below the first");
     list_levels();
     read_levels();
-    write_progress();
     seek_in_pack(fs::from_path(folder / "sounds.pak"));
+    write_progress();
+    play_mods(fs::from_path(folder / "overlay"), fs::from_path(folder / "extra"));
     stream_level();
     fs::shutdown();
     CrashClose();

@@ -108,6 +108,15 @@ auto leaves(std::string name, std::string bytes) {
     };
 }
 
+/// The file is the old one until the call succeeds, and nothing else is left.
+std::string replaced(Stage& stage, bool answer) {
+    const std::string wanted = answer ? new_save : old_save;
+    if (std::filesystem::exists(stage / "root/#save.txt")) return "a half-made file is left";
+    return first_of({others_untouched(stage, {"root/save.txt"}),
+                     expect("save.txt on the disk", stage.on_disk("root/save.txt"), wanted),
+                     answer ? expect("save.txt", load("save.txt"), wanted) : ""});
+}
+
 std::string renamed(Stage& stage, bool answer) {
     const std::string before = stage.on_disk("root/save.txt");
     const std::string after = stage.on_disk("root/kept/save2.txt");
@@ -417,6 +426,11 @@ const std::vector<Scenario>& scenarios() {
         {"read and write", [](Stage&) { return add_to_save(EFSMode::READ_WRITE, "+"); }, save_begins_as_before},
         {"save", [](Stage&) { return fs::save_text_file(new_save, "save.txt"); }, leaves("save.txt", new_save),
          without_pack},
+        {"save in the place of a file",
+         [](Stage&) { return fs::save_text_file(new_save, "save.txt", FFSOpenFlags::REPLACE); }, replaced},
+        {"save a new file beside its place",
+         [](Stage&) { return fs::save_text_file(fresh, "made/up/fresh.txt", FFSOpenFlags::REPLACE); },
+         leaves("made/up/fresh.txt", fresh), without_pack},
         {"save a new file", [](Stage&) { return fs::save_text_file(fresh, "made/up/fresh.txt"); },
          leaves("made/up/fresh.txt", fresh), without_pack},
         {"read whole files", read_whole_files},

@@ -172,11 +172,17 @@ bool is_there(CFSSource& creator, const Request& request, FilePtr& file) {
     return request.mode != EFSMode::WRITE || !registry::holds_whole(creator, request.name);
 }
 
+/// Where the disk holds, or would hold, a file of the source; "" when it stands elsewhere.
+std::string native_name(CFSSource& source, const fs::path& name) {
+    auto* const native = dynamic_cast<NativeSource*>(&source);
+    char path[platform::path_buffer_size];
+    return native != nullptr && native->native_path(name, path, sizeof path) ? path : "";
+}
+
 /// Whether the disk holds a file that the source has not listed: another process made it, or a listing failed.
 bool is_unlisted(CFSSource& creator, const fs::path& name) {
-    auto* const native = dynamic_cast<NativeSource*>(&creator);
-    char path[platform::path_buffer_size];
-    return native != nullptr && native->native_path(name, path, sizeof path) && native_does_file_exist(path);
+    const std::string path = native_name(creator, name);
+    return !path.empty() && native_does_file_exist(path.c_str());
 }
 
 /// Opens it in place, once the source has listed its directory again.
@@ -215,18 +221,20 @@ struct NewDirectory {
     void join() { registry::state().index.take_over(tree); }
 };
 
-/// A new file that is written beside its place joins its source and the index when it has its place. False for any other.
-bool add_when_committed(SFsFile& file, const CFSSource& creator, const fs::path& name) {
+/// A new file that is written beside its place joins its source and the index when it gets its place. False for any other.
+bool add_when_committed(SFsFile& file, CFSSource& creator, const fs::path& name) {
     auto* const replacing = dynamic_cast<ReplacingFile*>(&file);
     if (replacing == nullptr) return false;
-    replacing->on_commit([owner = &creator, name] {
-        guarded(name.FileName(), [&] {
+    replacing->on_commit([owner = &creator, path = native_name(creator, name), name](const auto& place) {
+        return guarded(name.FileName(), false, [&] {
             const registry::ExclusiveGuard guard;
             CFSSource* const source = registry::first_source([&](CFSSource& held) { return &held == owner; });
-            // Another source may stand in the place of the one that was removed.
-            if (source == nullptr || !is_unlisted(*source, name)) return;
+            // It may have been removed, and another source stand in its place.
+            if (source == nullptr || native_name(*source, name) != path) return place();
             NewDirectory directory(name);
-            if (dynamic_cast<NativeSource&>(*source).add_file(name)) directory.join();
+            if (!dynamic_cast<NativeSource&>(*source).add_file(name, place)) return false;
+            directory.join();
+            return true;
         });
     });
     return true;

@@ -30,17 +30,16 @@ bool ReplacingHandle::commit() {
     const fs::ErrorScope scope;
     platform::File file = writer_->Release();
     writer_.reset();
-    if (!scope.has_error() && PutInPlace(file)) {
-        const fs::ErrorKeeper keeper;  // the file has its place, whatever its source makes of it
-        if (told_) told_();
-        return true;
-    }
+    if (!scope.has_error() && PutInPlace(file)) return true;
     file.remove(beside_.c_str());
     return false;
 }
 
 bool ReplacingHandle::PutInPlace(platform::File& file) {
-    return file.replace(beside_.c_str(), target_.c_str()) || fs::refuse_by_disk(target_.c_str(), "cannot be replaced");
+    const auto refuse = [this] { return fs::refuse_by_disk(target_.c_str(), "cannot be replaced"); };
+    const auto place = [&] { return file.replace(beside_.c_str(), target_.c_str()) || refuse(); };
+    // The content is on the disk before the name is, and nobody is kept from asking for names meanwhile.
+    return file.sync() ? enter_ ? enter_(place) : place() : refuse();
 }
 
 void ReplacingHandle::discard() {

@@ -37,7 +37,7 @@ public:
 
     bool commit() override;
     void discard() override;
-    void on_commit(std::function<void()> told) override { told_ = std::move(told); }
+    void on_commit(std::function<bool(const Place& place)> enter) override { enter_ = std::move(enter); }
 
 private:
     bool NoteWrite(bool done);
@@ -46,6 +46,6 @@ private:
     const std::string target_;
     const std::string beside_;
     std::unique_ptr<NativeWriter> writer_;  // until the file has its place, or is given up
-    std::function<void()> told_;
+    std::function<bool(const Place& place)> enter_;
     EFSError::TYPE failure_ = EFSError::NONE;  // of the first write that failed
 };

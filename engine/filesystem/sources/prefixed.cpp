@@ -269,8 +269,8 @@ public:
             return name && native_.native_path(*name, out, capacity);
         });
     }
-    bool add_file(const fs::path& p) override {
-        return change(p, false, [&](CFSSource&, const fs::path& name) { return native_.add_file(name); });
+    bool add_file(const fs::path& p, const std::function<bool()>& place) override {
+        return change(p, false, [&](CFSSource&, const fs::path& name) { return native_.add_file(name, place); });
     }
     std::uint32_t unlisted_directories() override { return native_.unlisted_directories(); }
 

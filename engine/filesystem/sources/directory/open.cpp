@@ -84,12 +84,12 @@ SFsFile* CWin32_dir::create(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags:
     });
 }
 
-bool CWin32_dir::add_file(const fs::path& p) {
+bool CWin32_dir::add_file(const fs::path& p, const std::function<bool()>& place) {
     NativePath native;
     if (!state_->place_for_file(p, native)) return false;
     return fs::guarded(native.text, false, [&] {
         fs::NewEntry entry(*state_);
-        if (!entry.enter(native, p.FileNameView().size(), fs::NewEntry::Spelling::OF_DISK)) return false;
+        if (!entry.enter(native, p.FileNameView().size(), fs::NewEntry::Spelling::OF_DISK) || !place()) return false;
         entry.keep(true);
         return true;
     });

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
 #include <engine/filesystem/contract/path.h>
 
@@ -20,9 +21,10 @@ public:
     /// `capacity` bytes.
     virtual bool native_path(const fs::path& p, char* out, std::size_t capacity) = 0;
 
-    /// Takes up a file that the disk holds now under this name, which keeps the caller's case, as if it had been created here.
+    /// Takes up a new file that `place` puts on the disk under this name, which keeps the caller's case. False, with the
+    /// names as they were, when `place` answers false or there is no memory, and then it is not called.
     /// Threads  called under the registry's exclusive lock.
-    virtual bool add_file(const fs::path&) { return true; }
+    virtual bool add_file(const fs::path& /*p*/, const std::function<bool()>& place) { return place(); }
 
     /// How many directories the latest mount or refresh could not list, so that names may be missing.
     virtual std::uint32_t unlisted_directories() { return 0; }

@@ -13,8 +13,10 @@ public:
     virtual bool commit() = 0;
     /// Leaves the target as it is.
     virtual void discard() = 0;
-    /// What commit calls when the file has its place; it may throw nothing.
-    virtual void on_commit(std::function<void()> told) = 0;
+    /// `enter` has the file renamed by calling `place`, once what it needs for its own part is there, and answers what that
+    /// answered. It throws nothing, and is called once by commit; without it the file is just renamed.
+    using Place = std::function<bool()>;
+    virtual void on_commit(std::function<bool(const Place& place)> enter) = 0;
 
 protected:
     ~ReplacingFile() = default;

@@ -89,7 +89,7 @@ public:
 
     bool rename_file(const fs::path& from, const fs::path& to) override;
     bool native_path(const fs::path& p, char* out, std::size_t capacity) override;
-    bool add_file(const fs::path& p) override;
+    bool add_file(const fs::path& p, const std::function<bool()>& place) override;
     std::uint32_t unlisted_directories() override;
     bool exists_whole(const fs::path& p) override;
     Answer locate(const fs::path& p, FFSOpenFlags::FLAGS flags, Located& out) override;
