@@ -181,7 +181,7 @@ std::string lines_of(const Facts& facts) {
                                                       : value.dump();
         std::string label = formatted("%-11s", key.c_str());
         std::ranges::replace(label, '_', ' ');
-        lines += (lines.empty() ? "" : "\n") + label + text;
+        lines.append(lines.empty() ? "" : "\n").append(label).append(text);
     }
     return lines;
 }

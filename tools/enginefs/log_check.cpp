@@ -157,7 +157,7 @@ private:
     /// The level that a parameter names; "", and said so, when it names none.
     std::string level_of(const Command& command, std::uint32_t parameter) {
         const char* const given = command.values[parameter].string;
-        const std::string name = level_name(given);
+        std::string name = level_name(given);
         if (name.empty()) fail_at(command, std::string("\"") + given + "\" is no level");
         return name;
     }

@@ -155,7 +155,7 @@ std::string place_of(const SFsSourceInfo& source) { return source.path_name + so
 
 std::string told_name(const std::string& name, const NameForm& form) {
     if (!form.native && !form.spelling) return name;
-    const std::string place = place_on_disk(name);
+    std::string place = place_on_disk(name);
     if (form.native && !place.empty()) return place;
     if (form.native) return place_of(holders_of(name).at(0)) + "/" + fs::root_path(name.c_str());
     return lower_case(place).ends_with(name) ? place.substr(place.size() - name.size()) : name;

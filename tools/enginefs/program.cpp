@@ -100,6 +100,7 @@ Program::Program() : app_("Lists, reads, explains and changes what the engine's 
     app_.set_version_flag("--version", "enginefs " ENGINE_VERSION);
     app_.require_subcommand(1);
     app_.fallthrough();
+    app_.allow_windows_style_options(false);  // "/games/one" is a path there too
     app_.option_defaults()->always_capture_default(false);
     add_session_options(app_, options_, style_);
     Commands commands(app_, chosen_, options_, style_);
