@@ -25,6 +25,8 @@ protected:
         home_.write("game/config.ini", "root");
         home_.write("mod/a.txt", "mod");
         home_.write("mod/Deep/b.txt", "mod b");
+        home_.write("mod/again/a.txt", "mod again");
+        home_.write("mod/0/a.txt", "mod 0");
         pack("base.pak", {{"a.txt", "pack"}, {"textures/sky.dds", "sky"}});
         pack("late.pak", {{"a.txt", "late"}});
     }
@@ -95,21 +97,33 @@ TEST_F(Overlays, APrefixLeadsEveryName) {
     ASSERT_TRUE(add_at("base.pak", "packs"));
     // asked, who answers
     const std::pair<const char*, const char*> rows[] = {
-        {"mods/cool/a.txt", "mod"}, {"COOL/A.TXT", "mod"},       {"mods/cool/deep/b.txt", "mod b"},
-        {"deep/b.txt", "mod b"},    {"b.txt", "mod b"},          {"packs/a.txt", "pack"},
-        {"sky.dds", "sky"},         {"packs/sky.dds", "(none)"}, {"mods/a.txt", "(none)"},
-        {"cool/deep/x", "(none)"},  {"ol/a.txt", "(none)"},      {"mods/cool/sky.dds", "(none)"},
+        {"mods/cool/a.txt", "mod"},
+        {"COOL/A.TXT", "mod"},
+        {"mods/cool/deep/b.txt", "mod b"},
+        {"deep/b.txt", "mod b"},
+        {"b.txt", "mod b"},
+        {"packs/a.txt", "pack"},
+        {"sky.dds", "sky"},
+        {"packs/sky.dds", "(none)"},
+        {"mods/a.txt", "(none)"},
+        {"cool/deep/x", "(none)"},
+        {"ol/a.txt", "mod"},
+        {"x/deep/b.txt", "(none)"},
+        {"mods/cool/sky.dds", "(none)"},
     };
     for (const auto& [asked, answer] : rows) EXPECT_EQ(load(asked), answer) << asked;
     EXPECT_TRUE(fs::exists("mods/cool/a.txt", FFSOpenFlags::WHOLE_NAME));
     EXPECT_FALSE(fs::exists("deep/b.txt", FFSOpenFlags::WHOLE_NAME));
     EXPECT_EQ(fs::root_path("deep/b.txt"), "mods/cool/deep/b.txt");
+    EXPECT_EQ(fs::root_path("mods/cool/a.txt"), "mods/cool/a.txt");
+    EXPECT_TRUE(fs::full_path("mods/cool/a.txt").ends_with("/mod/a.txt"));
     fs::string native;
     EXPECT_TRUE(fs::native_path("cool/deep/b.txt", native) && native.ends_with("/mod/Deep/b.txt"));
     EXPECT_FALSE(fs::native_path("packs/a.txt", native));
     EXPECT_EQ(fs::last_error().code, EFSError::UNSUPPORTED);
     EXPECT_NE(fs::search_dir("mods/cool/deep"), nullptr);
-    EXPECT_THAT(names_in("mods", true), ElementsAre("mods/cool/a.txt", "mods/cool/deep/b.txt"));
+    EXPECT_THAT(names_in("mods", true),
+                ElementsAre("mods/cool/0/a.txt", "mods/cool/a.txt", "mods/cool/again/a.txt", "mods/cool/deep/b.txt"));
     EXPECT_THAT(names_in("mods/cool", false), ElementsAre("mods/cool/a.txt"));
     EXPECT_THAT(names_in("mods", false), ElementsAre());
 }

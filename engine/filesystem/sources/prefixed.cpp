@@ -13,6 +13,7 @@
 #include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/contract/name_list.h"
 #include "engine/filesystem/contract/native_path.h"
+#include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/registry/holders.h"
 #include "engine/filesystem/registry/prefixed_names.h"
 #include "engine/filesystem/sources/paths.h"
@@ -80,7 +81,8 @@ public:
         out = fs::path();
         ask(p, false, [&](CFSSource& inner, const fs::path& name) {
             fs::path held;
-            inner.root_path(held, name);
+            if (registry::holds_whole(inner, name) && !is_native_directory_name(name.PathNameView())) held = name;
+            if (held.Empty()) inner.root_path(held, name);
             if (!held.Empty()) out = with_directory(prefix_ + held.PathName(), held);
             return true;
         });
@@ -165,27 +167,32 @@ protected:
         return inside ? std::optional(with_directory(*inside, p)) : std::nullopt;
     }
 
+    struct Asked {
+        fs::path name;
+        bool is_whole = false;  // no other file that ends so
+    };
     /// What the inner source is asked for `p`, if it holds that: where `p` spells out an end of the prefix, a file of just
     /// the rest; else, unless `whole`, what it finds by the end.
-    std::optional<fs::path> find(const fs::path& p, bool whole) {
+    std::optional<Asked> find(const fs::path& p, bool whole) {
         std::string_view lead = prefix_;
         do {
             if (const auto inside = below(p.PathNameView(), lead)) {
                 fs::path rest = with_directory(*inside, p);
-                if (registry::holds_whole(*inner_, rest)) return rest;
+                if (registry::holds_whole(*inner_, rest)) return Asked{below_root(rest), true};
             }
-            lead.remove_prefix(lead.find('/') + 1);
+            lead.remove_prefix(1);  // directories match by their ends letter by letter
         } while (!whole && !lead.empty());
-        const bool is_full = is_native_directory_name(p.PathNameView());
-        if (whole ? is_full && registry::holds_whole(*inner_, p) : inner_->exists(p)) return p;
+        if (is_native_directory_name(p.PathNameView()) ? registry::holds(*inner_, p, match_of(whole))
+                                                       : !whole && matches_by_end(p))
+            return Asked{p};
         return std::nullopt;
     }
 
     template <typename Result, typename Use>
     Result ask(const fs::path& p, Result missing, Use use, Flags flags = FFSOpenFlags::NONE) {
         return guarded(p.FileName(), missing, [&]() -> Result {
-            const auto name = find(p, (flags & FFSOpenFlags::WHOLE_NAME) != 0);
-            return name ? use(*inner_, *name) : missing;
+            const auto asked = find(p, (flags & FFSOpenFlags::WHOLE_NAME) != 0);
+            return asked ? use(*inner_, asked->name) : missing;
         });
     }
 
@@ -219,12 +226,33 @@ protected:
     }
 
 private:
+    /// A name as one that only the file itself has: a full path, where the inner source stands on the disk.
+    fs::path below_root(const fs::path& name) {
+        return with_directory(inner_->root_dir() + std::string(name.PathNameView()), name);
+    }
+
+    static registry::Match match_of(bool whole) {
+        return whole ? registry::Match::WHOLE : registry::Match::AS_SOURCE_DOES;
+    }
+
+    /// Whether what the inner source finds is found by the whole of its name here, too.
+    bool matches_by_end(const fs::path& p) {
+        if (!inner_->exists(p)) return false;
+        fs::path held;
+        inner_->root_path(held, p);
+        const std::string dir = prefix_ + held.PathName();
+        const std::string asked = lower_text(p.PathNameView());
+        return dir.ends_with(asked) || asked.ends_with(dir);
+    }
+
     using Open = SFsFile* (CFSSource::*)(const fs::path& p, Flags flags);
 
     SFsFile* open(const fs::path& p, Flags flags, Open how) {
-        return ask(
-            p, static_cast<SFsFile*>(nullptr),
-            [&](CFSSource& inner, const fs::path& name) { return (inner.*how)(name, flags); }, flags);
+        return guarded(p.FileName(), static_cast<SFsFile*>(nullptr), [&]() -> SFsFile* {
+            const auto asked = find(p, (flags & FFSOpenFlags::WHOLE_NAME) != 0);
+            if (!asked) return nullptr;
+            return (*inner_.*how)(asked->name, asked->is_whole ? flags | FFSOpenFlags::WHOLE_NAME : flags);
+        });
     }
     SFsFile* create(const fs::path& p, Flags flags, Open how) {
         return change(p, static_cast<SFsFile*>(nullptr),
@@ -259,13 +287,13 @@ public:
     bool rename_file(const fs::path& from, const fs::path& to) override {
         return change(to, false, [&](CFSSource&, const fs::path& new_name) {
             const auto old_name = find(from, false);
-            return native_.rename_file(old_name ? *old_name : from, new_name);
+            return native_.rename_file(old_name ? old_name->name : from, new_name);
         });
     }
     bool native_path(const fs::path& p, char* out, std::size_t capacity) override {
         return guarded(p.FileName(), false, [&] {
-            auto name = find(p, false);
-            if (!name) name = strip(p);
+            const auto held = find(p, false);
+            const std::optional<fs::path> name = held ? held->name : strip(p);
             return name && native_.native_path(*name, out, capacity);
         });
     }
