@@ -296,7 +296,8 @@ def packs(tool):
                ("list work/made.pak", 0, "~^(empty\nsub/text.txt|sub/text.txt\nempty)\n$"),
                ("list --long work/made.pak", 0, r"~%d +\d+  deflated  %08x" % (len(PLAIN), zlib.crc32(PLAIN))),
                ("verify work/made.pak", 0, "work/made.pak: 2 entries, all good\n"), ("unpack work/made.pak work/out",),
-               ("--add work/made.pak which sub/text.txt", 0, "~made.pak\n$"),
+               ("--add work/made.pak which sub/text.txt", 0, "~made.pak\n$"), ("--add work/made.pak cp empty beside/pack.txt",),
+               ("--add work/made.pak cat beside/pack.txt",), ("--add work/made.pak mkdir beside/made",),
                ("--add work/made.pak find text.txt --native-paths", 0, "~work/made.pak/sub/text.txt\n$"))
     tool.is_file("work/out/sub/text.txt", PLAIN)
     tool.table(("pack work/made.pak work/in --deterministic", 0, "~2 files"), ("pack work/same.pak work/in --deterministic", 0, "~2 files"))

@@ -21,5 +21,5 @@ bool cp(const FromTo& given) { return copy_file(given, "cp ", FFSOpenFlags::NONE
 void add_content_commands(Commands& commands) {
     commands.add("cat", "Write the content of files to standard output", "NAME", cat);
 
-    commands.add_moving("cp", "Copy files into the first source, or over files that a source holds", cp);
+    commands.add_moving("cp", "Copy files into the root, or over files that a source holds", cp);
 }

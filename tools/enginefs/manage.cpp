@@ -184,7 +184,7 @@ void add_manage_commands(Commands& commands) {
     remove->add_flag("-r,--recursive", remove.given.recursive,
                      "Remove directories too, with everything that their first writable source has in them");
 
-    commands.add("mkdir", "Make a directory, and those above it, in the first source", "DIR", mkdir);
+    commands.add("mkdir", "Make a directory, and those above it, in the root", "DIR", mkdir);
 
     commands.add_moving("mv", "Rename files within the source that holds them, to names that no source holds yet", mv);
 

@@ -62,7 +62,10 @@ bool Session::mount(const SessionOptions& options) {
     if (!check_directory(told, root)) return false;
     const std::string cache_dir = options.cache_dir.empty() ? "" : full_native_path(options.cache_dir);
     mounted_ = attempt(told, "it cannot be the root", [&] {
-        return fs::init(root.c_str(), mount_flags, cache_dir.c_str(), options.fallback, false, nullptr);
+        return fs::init({.root = root.c_str(),
+                         .cache_dir = cache_dir.c_str(),
+                         .flags = mount_flags | FFSAddSourceFlags::WRITE_HERE,
+                         .use_fallback = options.fallback});
     });
     if (!mounted_) return false;
     tell_unlisted(told);
