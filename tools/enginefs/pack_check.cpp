@@ -90,7 +90,8 @@ void PackCheck::look_at_file(const std::string& path, const std::string& name) {
 
 void PackCheck::look_at(const std::vector<std::string>& names, const std::string& where) {
     for (const std::string& name : names) {
-        const std::string label = where + "/" + name;
+        std::string label = where;
+        label.append("/").append(name);
         fs::clear_error();
         const std::uint64_t size = tree_.size_of(name);
         if (size == failed)
