@@ -246,7 +246,8 @@ bool find_blobs(const Tree& tree, const std::string& dir, std::vector<Blob>& blo
         const std::string file = place.substr(slash + 1);
         const std::optional<std::uint32_t> hash = parse_hash(file.substr(0, file.find('.')));
         if (!hash || slash == std::string::npos)
-            good = fail(dir + "/" + place, "it is no CONTAINER/HASH, as \"container export\" writes them");
+            good = fail(std::string(dir).append("/").append(place),
+                        "it is no CONTAINER/HASH, as \"container export\" writes them");
         else
             blobs.push_back({name, place.substr(0, slash), *hash});
     }

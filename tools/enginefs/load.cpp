@@ -161,6 +161,7 @@ void print_as_text(const std::vector<Timed>& timed, std::uint64_t failed, std::u
 /// All of `names`, those of `urgent` before the rest.
 std::vector<Timed> loads_of(const std::vector<std::string>& names, const std::vector<std::string>& urgent) {
     std::vector<Timed> timed;
+    timed.reserve(urgent.size() + names.size());
     for (const std::string& name : urgent) timed.push_back({.name = name, .priority = EFSLoadPriority::URGENT});
     for (const std::string& name : names) {
         if (std::find(urgent.begin(), urgent.end(), name) == urgent.end()) timed.push_back({.name = name});
@@ -171,6 +172,7 @@ std::vector<Timed> loads_of(const std::vector<std::string>& names, const std::ve
 /// The wishes point into `timed`. Only the time is wanted.
 std::vector<SFsLoadWish> wishes_of(std::vector<Timed>& timed) {
     std::vector<SFsLoadWish> wishes;
+    wishes.reserve(timed.size());
     const auto note_end = [](SFsLoad* ended, void* user) {
         auto& its = *static_cast<Timed*>(user);
         ended->Times(its.times);
