@@ -131,8 +131,11 @@ bool for_each_target(std::vector<std::string> names, const std::function<bool(co
     const bool is_into = to.ends_with('/') || is_directory(to);
     bool good = expand(names);
     if (names.size() > 1 && !is_into) return fail(to, "it is no directory, which several files need");
-    for (const std::string& name : names)
-        good = run({name, is_into ? to + "/" + name.substr(name.find_last_of("/\\") + 1) : to}) && good;
+    for (const std::string& name : names) {
+        FromTo one{name, to};
+        if (is_into) one.to.append("/").append(name, name.find_last_of("/\\") + 1);
+        good = run(one) && good;
+    }
     return good;
 }
 
