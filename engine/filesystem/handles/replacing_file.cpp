@@ -1,6 +1,6 @@
 #include "engine/filesystem/handles/replacing_file.h"
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/guarded.h"
 
 ReplacingHandle::~ReplacingHandle() { commit(); }
 
@@ -36,10 +36,12 @@ bool ReplacingHandle::commit() {
 }
 
 bool ReplacingHandle::PutInPlace(platform::File& file) {
-    const auto refuse = [this] { return fs::refuse_by_disk(target_.c_str(), "cannot be replaced"); };
-    const auto place = [&] { return file.replace(beside_.c_str(), target_.c_str()) || refuse(); };
-    // The content is on the disk before the name is, and nobody is kept from asking for names meanwhile.
-    return file.sync() ? enter_ ? enter_(place) : place() : refuse();
+    return fs::guarded(target_.c_str(), false, [&] {
+        const auto refuse = [this] { return fs::refuse_by_disk(target_.c_str(), "cannot be replaced"); };
+        const auto place = [&] { return file.replace(beside_.c_str(), target_.c_str()) || refuse(); };
+        // The content is on the disk before the name is, and nobody is kept from asking for names meanwhile.
+        return file.sync() ? enter_ ? enter_(place) : place() : refuse();
+    });
 }
 
 void ReplacingHandle::discard() {
