@@ -1,4 +1,6 @@
 # Every command of enginefs as a user calls it, for this build's system.
 find_package(Python3 COMPONENTS Interpreter REQUIRED)
-add_test(NAME tool/commands COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_SOURCE_DIR}/tool/tool_test.py
-    $<TARGET_FILE:enginefs> ${CMAKE_CROSSCOMPILING_EMULATOR})
+foreach(part IN ITEMS tool pack formats)
+    add_test(NAME tool/${part} COMMAND ${Python3_EXECUTABLE} -B ${CMAKE_CURRENT_SOURCE_DIR}/tool/${part}_test.py
+        $<TARGET_FILE:enginefs> ${CMAKE_CROSSCOMPILING_EMULATOR})
+endforeach()

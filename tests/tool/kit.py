@@ -1,0 +1,79 @@
+"""What the tests of enginefs share: the tool over a small tree of its own, and what its runs are held against."""
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+PLAIN = b"one line of plain text\n" * 4000
+
+
+class Tool:
+    def __init__(self, command, where):
+        self.command, self.where, self.failures, self.runs = command, where, [], 0
+        self.native = len(command) == 4  # else it runs in an emulator, which has limits of its own
+
+    def path(self, *names):
+        return os.path.join(self.where, *names)
+
+    def write(self, name, data):
+        os.makedirs(os.path.dirname(self.path(name)), exist_ok=True)
+        with open(self.path(name), "wb") as out:
+            out.write(data)
+
+    def read(self, name):
+        with open(self.path(name), "rb") as data:
+            return data.read()
+
+    def check(self, holds, what):
+        if not holds:
+            self.failures.append(what)
+
+    def is_file(self, name, data):
+        there = os.path.exists(self.path(name))
+        self.check((self.read(name) if there else None) == data, f"{name} is not as it should be")
+
+    def run(self, line, status=0, out="", err="", **options):
+        """`line` is split at blanks ("_" stands for one within a word, '""' for an empty word). `out` is the whole
+        standard output, or "~" and an expression that it holds; `err` a text in standard error, which is empty when it
+        is ""."""
+        words = [word if self.where in word else word.replace("_", " ").replace('""', "") for word in line.split()]
+        result = subprocess.run(self.command + words, capture_output=True, check=False, timeout=120,
+                                **{"cwd": self.where, **options})
+        said = result.stderr.replace(b"\r\n", b"\n").decode("utf-8", "replace")
+        self.runs += 1
+        self.check(result.returncode == status, f"{line}: status {result.returncode}, not {status}; {said[:400]!r}")
+        self.check("\r" not in said, f"{line}: a stray return on standard error: {said!r}")
+        self.check(err in said if err else not said, f"{line}: standard error is {said[:400]!r}, wanted {err!r}")
+        self.check(status != 1 or said.startswith(("enginefs: ", "\x1b[31menginefs\x1b[0m: ")), f"{line}: no word about the failure")
+        if isinstance(out, str) and out.startswith("~"):
+            good = re.search(out[1:], result.stdout.decode("utf-8", "replace"))
+        else:
+            good = result.stdout == (out if isinstance(out, bytes) else out.encode())
+        self.check(good, f"{line}: standard output is {result.stdout[:400]!r}, wanted {out[:400]!r}")
+
+    def table(self, *rows):
+        for row in rows:
+            self.run(*row)
+
+    def fails(self, *rows):
+        for line, err in rows:
+            self.run(line, 1, err=err)
+
+
+def main(parts):
+    """Runs `parts` one after another on one tree, by the program (and its emulator) that the command line names."""
+    program, *emulator = sys.argv[1:]
+    where = tempfile.mkdtemp(prefix="enginefs-tool-")
+    tool = Tool([*filter(None, emulator), program, "--root", "root", "--no-fallback"], where)
+    tool.write("root/Readme.txt", b"hello\n")
+    try:
+        for part in parts:
+            part(tool)
+    finally:
+        shutil.rmtree(where, ignore_errors=True)
+    for failure in tool.failures:
+        print(failure)
+    print(f"{tool.runs} runs, {len(tool.failures)} complaint(s)")
+    sys.exit(1 if tool.failures else 0)

@@ -1,0 +1,141 @@
+#!/usr/bin/env python3
+"""Makes, reads, compares and patches packs with enginefs, and holds what it says and leaves against what it should.
+
+usage: pack_test.py PROGRAM [EMULATOR]
+"""
+import os
+import warnings
+import zipfile
+import zlib
+
+import kit
+from kit import PLAIN
+
+
+def packs(tool):
+    tool.write("work/in/sub/text.txt", PLAIN)
+    tool.write("work/in/empty", b"")
+    tool.table(("pack work/made.pak work/in", 0, r"~^work/made.pak: 2 files, %d bytes in, \d+ out \(\d+\.\d %%\), \d+\.\d s\n$" % len(PLAIN)),
+               ("list work/made.pak", 0, "~^(empty\nsub/text.txt|sub/text.txt\nempty)\n$"),
+               ("list --long work/made.pak", 0, r"~%d +\d+  deflated  %08x" % (len(PLAIN), zlib.crc32(PLAIN))),
+               ("verify work/made.pak", 0, "work/made.pak: 2 entries, all good\n"), ("unpack work/made.pak work/out",),
+               ("--add work/made.pak which sub/text.txt", 0, "~made.pak\n$"), ("--add work/made.pak cp empty beside/pack.txt",),
+               ("--add work/made.pak cat beside/pack.txt",), ("--add work/made.pak mkdir beside/made",),
+               ("--add work/made.pak find text.txt --native-paths", 0, "~work/made.pak/sub/text.txt\n$"))
+    tool.is_file("work/out/sub/text.txt", PLAIN)
+    tool.table(("pack work/made.pak work/in --deterministic", 0, "~2 files"), ("pack work/same.pak work/in --deterministic", 0, "~2 files"))
+    tool.is_file("work/same.pak", tool.read("work/made.pak"))
+    # What packing does not shrink by the percents asked for is copied into a stream that can be sought in.
+    tool.write("work/noise/noise.bin", os.urandom(95000) + bytes(5000))
+    for options, method in (("--worth 10", "100010  deflated"), ("", r"9\d{4}  deflated"), ("--store bin", "100000  stored"),
+                            ("--method zstd", r"9\d{4}  zstd"), ("--method zstd --worth 10", "100010  deflated")):
+        tool.run(f"pack work/noise.pak work/noise {options}", 0, "~1 file, ")
+        tool.run("list --long work/noise.pak", 0, f"~100000 +{method}")
+        tool.run("verify work/noise.pak", 0, "work/noise.pak: 1 entry, all good\n")
+        tool.run("unpack work/noise.pak work/noise.out")
+        tool.is_file("work/noise.out/noise.bin", tool.read("work/noise/noise.bin"))
+    damaged = bytearray(tool.read("work/made.pak"))
+    damaged[damaged.index(b"sub/text.txt") + 30] ^= 0xFF
+    tool.write("work/bad.pak", bytes(damaged))
+    tool.write("work/cut.pak", bytes(damaged[:100]))
+    with zipfile.ZipFile(tool.path("work/out.pak"), "w") as out:
+        for name, text in (("Same.txt", "first"), ("../out.txt", "outside"), ("a/#b/hidden", "")):
+            out.writestr(name, text)
+    with zipfile.ZipFile(tool.path("work/twice.pak"), "w") as out, warnings.catch_warnings():
+        warnings.simplefilter("ignore")
+        for text in ("first", "second"):
+            out.writestr("Twice.txt", text)
+    tool.table(("verify work/twice.pak", 1, "work/twice.pak: 1 entry good, 1 finding\n", "nobody reads this one"),
+               ("verify work/out.pak", 1, "work/out.pak: 1 entry good, 2 findings\n", "../out.txt: its name leads out"),
+               ("verify work/bad.pak", 1, "~1 entry good, 1 finding", "sub/text.txt"),
+               ("pack work/made.pak work/in --level 13", 2, "", "--level 13: deflate has levels from 0 to 12"),
+               ("pack work/made.pak work/in --level 23 --method zstd", 2, "", "--level"),
+               ("--add work/bad.pak crc sub/text.txt", 1, "", "damaged"))
+    tool.fails(("unpack work/bad.pak work/bad", "sub/text.txt"), ("unpack work/out.pak work/out #b", "a mounted pack shows no file"),
+               ("list work/cut.pak", "enginefs: work/cut.pak: "),
+               ("unpack work/out.pak work/out", "../out.txt: "), ("pack work/made.pak nowhere", "nowhere"),
+               ("pack nowhere/made.pak work/in", "its directory does not exist"),
+               ("unpack work/made.pak root/Readme.txt", "cannot be made a directory"), ("pack work/new.pak work/made.pak", "it is no directory"),
+               ("--add work/made.pak cp readme.txt sub/text.txt", "made.pak holds it"),
+               ("--add work/made.pak rm sub/text.txt", "cannot be written"))
+    tool.is_file("work/out/Same.txt", b"first")
+    tool.is_file("work/out.txt", None)
+
+
+def pack_findings(tool):
+    """All that a pack would lack is told before anything is written."""
+    for name in ("a.txt", "#hidden", "#dir/file", "sub/b.txt"):
+        tool.write("finds/" + name, b"data")
+    findings = ["#dir: mounts hide names", "#hidden: mounts hide names"]
+    if tool.native:
+        tool.write("finds/A.TXT", b"other")
+        tool.write("finds/back\\slash", b"")
+        os.mkfifo(tool.path("finds/fifo"))
+        for link, to in (("broken", "nowhere"), ("sub/loop", "..")):
+            os.symlink(to, tool.path("finds", link))
+        with open(os.path.join(os.fsencode(tool.path("finds")), b"\xe9.txt"), "wb"):
+            pass
+        findings += ["a.txt: another name differs from it in case alone, and is packed in its place: finds/A.TXT",
+                     "back\\slash: its name holds a backslash", "broken: the link leads nowhere", "fifo: it is no regular file",
+                     "sub/loop: the link to a directory shows nothing", "its name is not UTF-8"]
+    for finding in findings:
+        tool.run("pack finds.pak finds --strict", 1, err=finding)
+    tool.run("pack finds.pak finds --strict", 1, err=f"finds.pak: it is not made; see the {len(findings)} findings above")
+    tool.run("pack finds.pak finds -n", 0, "~ sub/b.txt\n", err=findings[0])
+    tool.is_file("finds.pak", None)
+    tool.run("pack finds.pak finds", 0, "~ files, ", err=findings[0])
+    tool.run("list finds.pak", 0, "~a.txt\n")
+    if tool.native:
+        with zipfile.ZipFile(tool.path("finds.pak")) as pack:  # which fails where a name only claims to be UTF-8
+            tool.check(all(entry.flag_bits == 0 for entry in pack.infolist()), "a name that is not UTF-8 claims to be")
+        os.truncate(tool.path("finds/a.txt"), 5 << 30)
+        os.remove(tool.path("finds/A.TXT"))
+        tool.run("pack finds.pak finds", 1, err="finds/a.txt: it has 5368709120 bytes; an entry of a pack holds less than 4 GiB")
+        os.truncate(tool.path("finds/a.txt"), 4)
+    for options, wanted in (("--exclude *hidden --include a.*", "a.txt"), ("--include SUB/", "sub/b.txt"), ("--include s*/b.txt", "sub/b.txt")):
+        tool.run(f"pack chosen.pak finds {options} --strict --exclude loop --exclude fifo --exclude #dir", 0, "~1 file, ")
+        tool.run("list chosen.pak", 0, wanted + "\n")
+    for number in range(1, 6):
+        tool.write(f"parts/{number}", os.urandom(1000))
+    tool.run("pack parts.new.pak parts --split-size 2500", 0, "~5 files in 3 packs, 5000 bytes in, ")
+    for pack, wanted in (("parts.new.pak", "1\n2\n"), ("parts.new.2.pak", "3\n4\n"), ("parts.new.3.pak", "5\n")):
+        tool.run(f"list {pack}", 0, wanted)
+    tool.run("pack parts.new.pak parts --split-size 1M", 0, "~5 files, ", "parts.new.2.pak: it is left from before")
+
+
+def unpacking(tool):
+    for name, data in (("sub/one.tga", b"1"), ("sub/two.txt", b"2"), ("three.tga", b"3")):
+        tool.write("many/" + name, data)
+        os.utime(tool.path("many", name), (1600000000, 1600000000))
+    for zone in ("UTC", "Asia/Kolkata", "EST5EDT") if tool.native else ("",):
+        tool.run("pack many.pak many", 0, "~3 files", env={**os.environ, "TZ": zone})
+        tool.run("unpack many.pak kept", env={**os.environ, "TZ": zone})
+        tool.check(os.stat(tool.path("kept/three.tga")).st_mtime == 1600000000, f"unpack: another time in {zone}")
+    tool.run("unpack many.pak some -n *.tga", 0, "~^(sub/one.tga\nthree.tga|three.tga\nsub/one.tga)\n$")
+    tool.check(not os.path.exists(tool.path("some")), "unpack -n: something was made")
+    tool.run("unpack many.pak some SUB/ zebra", 1, err="zebra: no entry of the pack matches")
+    tool.check(os.listdir(tool.path("some")) == ["sub"] and len(os.listdir(tool.path("some/sub"))) == 2, "unpack SUB/: not just that")
+    for overwrite, seconds, data in (("never", 1, b"mine"), ("older", 1700000000, b"mine"), ("older", 1, b"3"), ("always", 1700000000, b"3")):
+        tool.write("some/three.tga", b"mine")
+        os.utime(tool.path("some/three.tga"), (seconds, seconds))
+        tool.run(f"unpack many.pak some --overwrite {overwrite}")
+        tool.is_file("some/three.tga", data)
+
+
+def patches(tool):
+    for name, data in (("old/same", b"same"), ("old/changed", b"1234"), ("old/gone", b"gone"), ("new/same", b"same"),
+                       ("new/changed", b"1235"), ("new/sub/added", b"added")):
+        tool.write(name, data)
+    tool.table(("pack old.pak old", 0, "~3 files"), ("pack new.pak new", 0, "~3 files"), ("diff new.pak new", 0, "0 added, 0 removed, 0 changed\n"))
+    for new in ("new", "new.pak"):
+        tool.run(f"diff old.pak {new}", 0, "changed            4            4  changed\nremoved            4            -  gone\n"
+                 "added              -            5  sub/added\n1 added, 1 removed, 1 changed\n")
+        tool.run(f"patch old.pak {new} patch.pak", 0, "~2 files, 9 bytes in", f"gone: old.pak shows it still, though {new} lacks it")
+        tool.table(("list patch.pak", 0, "changed\nsub/added\n"),
+                   ("--add patch.pak --add old.pak cat changed sub/added same", 0, "1235addedsame"))
+    tool.run("diff old.pak new --json", 0, '~"name": "sub/added",\\s+"change": "added",\\s+"old_size": null,\\s+"new_size": 5')
+    tool.fails(("diff old.pak nowhere", "nowhere"), ("patch old.pak new nowhere/patch.pak", "its directory does not exist"))
+
+
+if __name__ == "__main__":
+    kit.main((packs, pack_findings, unpacking, patches))
