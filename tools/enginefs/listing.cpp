@@ -118,14 +118,13 @@ bool find(const Find& given) {
     const std::vector<std::string> all = list_files();
     for (const std::string& text : given.texts) {
         const std::string wanted = lower_case(text);
-        const bool is_pattern = wanted.find_first_of("*?") != std::string::npos;
         bool any = false;
         for (const std::string& name : all) {
-            if (is_pattern ? !matches(wanted, name) : name.find(wanted) == std::string::npos) continue;
+            if (is_pattern(wanted) ? !matches(wanted, name) : name.find(wanted) == std::string::npos) continue;
             found.insert(name);
             any = true;
         }
-        if (!any) good = fail(text, is_pattern ? "no file matches" : "no name contains it");
+        if (!any) good = fail(text, is_pattern(wanted) ? "no file matches" : "no name contains it");
     }
     Listing listing;
     for (const std::string& file : found) {

@@ -100,12 +100,13 @@ bool matches(std::string_view pattern, std::string_view name) {
     return pattern.find_first_not_of('*', p) == none;
 }
 
+bool is_pattern(const std::string& text) { return text.find_first_of("*?") != std::string::npos; }
+
 bool expand(std::vector<std::string>& names) {
     bool good = true;
     std::vector<std::string> all;
     for (const std::string& name : names) {
-        const bool is_pattern = name.find_first_of("*?") != std::string::npos;
-        if (!is_pattern || ask(name, [&] { return fs::exists(name.c_str(), FFSOpenFlags::WHOLE_NAME); })) {
+        if (!is_pattern(name) || ask(name, [&] { return fs::exists(name.c_str(), FFSOpenFlags::WHOLE_NAME); })) {
             all.push_back(name);
             continue;
         }

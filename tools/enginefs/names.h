@@ -44,6 +44,7 @@ std::vector<std::string> list_files(const char* dir = nullptr, const char* mask 
 /// Whether a name as the library holds it matches a pattern: "?" stands for a character and "*" for any number of them,
 /// neither for a "/"; "**" for any number with it, and "**/" also for no directory.
 bool matches(std::string_view pattern, std::string_view name);
+bool is_pattern(const std::string& text);
 
 /// The names, with a pattern replaced by the files that match it. A name that a file has is no pattern. False, with a word
 /// on standard error, when a pattern matches nothing.

@@ -25,7 +25,7 @@ bool may_replace(const std::string& name) {
     if (holders.empty()) return true;
     if (!names_itself(name)) return false;
     if (!holders[0].writable || holders[0].is_protected)
-        return fail(name, holders[0].path_name + holders[0].file_name + " holds it, and cannot be written to");
+        return fail(name, place_of(holders[0]) + " holds it, and cannot be written to");
     return !fs::read_only(name.c_str()) || fail(name, "it is read-only");
 }
 
@@ -50,54 +50,34 @@ bool make_directories(const stdfs::path& root, const std::string& name) {
 
 std::string safe_name(const std::string& name) {
     if (name.find('\0') != std::string::npos || name.find(':') != std::string::npos) return "";
-    std::string out(name.size() + 1, '\0');
-    fs::path_normalize(out.data(), name.c_str(), true);
-    out.resize(out.find('\0'));
+    std::string out = normalised(name, /*keep_case*/ true);
     const bool climbs = out == ".." || out.compare(0, 3, "../") == 0;
     return out.empty() || out[0] == '/' || climbs ? "" : out;
 }
 
 Output::~Output() {
-    file_.reset();
+    fs::discard(file_.release());
     std::error_code error;
     if (!beside_.empty() && !stdfs::remove(beside_, error))
         std::fputs("enginefs: an incomplete file is left\n", stderr);
-    if (!unplaced_.empty()) fs::rem_file(unplaced_.c_str());
 }
 
 bool Output::open(const std::string& name, FFSOpenFlags::FLAGS flags) {
-    if (!may_replace(name)) return false;
-    const std::string place = place_on_disk(name);
-    if (!place.empty()) return open_native(place, name, flags);
-    std::string beside = name + suffix();
-    if (!create(name, [&] { return fs::open(beside.c_str(), EFSMode::WRITE, flags); })) return false;
-    unplaced_ = std::move(beside);
-    const std::string made = place_on_disk(unplaced_);
-    place_ = fs::to_path(made.substr(0, made.size() - suffix().size()));
-    beside_ = fs::to_path(made);
-    unplaced_.clear();
-    return true;
-}
-
-bool Output::open_native(const std::string& path, const std::string& name, FFSOpenFlags::FLAGS flags) {
-    std::error_code error;
-    // What a link points to is replaced, not the link.
-    const stdfs::path target = stdfs::canonical(fs::to_path(path), error);
-    place_ = error ? fs::to_path(path) : target;
-    const std::string beside = fs::from_path(place_) + suffix();
-    stdfs::path made = fs::to_path(beside);  // what removes it later takes no memory
-    flags = flags | FFSOpenFlags::CREATE;
-    if (!create(name, [&] { return fs::open_native(nullptr, beside.c_str(), EFSMode::WRITE, flags); })) return false;
-    beside_.swap(made);
-    return true;
+    flags = flags | FFSOpenFlags::REPLACE | FFSOpenFlags::WHOLE_NAME;
+    return may_replace(name) && create(name, [&] { return fs::open(name.c_str(), EFSMode::WRITE, flags); });
 }
 
 bool Output::open_below(const stdfs::path& root, const std::string& name) {
-    const stdfs::path target = root / fs::to_path(name);
+    place_ = root / fs::to_path(name);
     std::error_code error;
     if (!make_directories(root, name)) return false;
-    if (stdfs::is_symlink(stdfs::symlink_status(target, error))) stdfs::remove(target, error);
-    return open_native(fs::from_path(target), fs::from_path(target));
+    if (stdfs::is_symlink(stdfs::symlink_status(place_, error))) stdfs::remove(place_, error);
+    const std::string beside = fs::from_path(place_) + suffix();
+    stdfs::path made = fs::to_path(beside);  // what removes it later takes no memory
+    const auto open = [&] { return fs::open_native(nullptr, beside.c_str(), EFSMode::WRITE, FFSOpenFlags::CREATE); };
+    if (!create(fs::from_path(place_), open)) return false;
+    beside_.swap(made);
+    return true;
 }
 
 bool Output::create(const std::string& name, const std::function<SFsFile*()>& open) {
@@ -124,16 +104,14 @@ bool Output::write(const void* data, std::uint64_t size) {
 }
 
 bool Output::finish() {
-    const auto close = [this] {
-        file_.reset();
-        return fs::last_error().code == EFSError::NONE;
-    };
-    if (!attempt(name_, "it cannot be written", close) || !put_in_place()) return false;
+    const auto commit = [this] { return fs::commit(file_.release()); };
+    if (!attempt(name_, "it cannot be written", commit) || !put_in_place()) return false;
     beside_.clear();
     return true;
 }
 
 bool Output::put_in_place() {
+    if (beside_.empty()) return true;
     std::error_code error;
     const stdfs::file_status before = stdfs::status(place_, error);
     if (stdfs::exists(before)) stdfs::permissions(beside_, before.permissions(), error);

@@ -12,7 +12,8 @@
 std::string safe_name(const std::string& name);
 
 /// A file that is being made. It is written beside its place and put there by finish(), so that what is there stays whole
-/// until then, and stays when this ends before. What goes wrong is said on standard error.
+/// until then, and stays when this ends before. What goes wrong is said on standard error. A file of the mounted file system
+/// is on the disk by then; of the many below a directory each is not waited for.
 class Output {
 public:
     Output() = default;
@@ -22,8 +23,6 @@ public:
 
     /// Begins a file of this virtual name: a new one in the first source, or in the place of the one that has the name.
     bool open(const std::string& name, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
-    /// Begins a file of the disk, of which is told by `name`.
-    bool open_native(const std::string& path, const std::string& name, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
     /// Begins a file of the disk below a directory, with the directories of its name. Links on the way and in its place
     /// are replaced: what they point to may lie anywhere. `name` is a safe_name.
     bool open_below(const std::filesystem::path& root, const std::string& name);
@@ -37,9 +36,8 @@ private:
     bool put_in_place();
 
     std::string name_;              // as it is told
-    std::filesystem::path place_;   // where the file goes
-    std::filesystem::path beside_;  // where it is written; "" when nothing is left there
-    std::string unplaced_;          // its virtual name, for as long as its place on the disk is not known
+    std::filesystem::path place_;   // where a file below a directory goes
+    std::filesystem::path beside_;  // where that is written; "" when nothing is left there
     fs::file_ptr file_;
     std::optional<std::filesystem::file_time_type> time_;
     const Interruption interruption_;

@@ -13,8 +13,6 @@ namespace stdfs = std::filesystem;
 
 namespace {
 
-constexpr std::uint64_t most_bytes = 0xFFFFFFFE;
-
 /// Why mounts hide a file or a directory by its name alone; null when they do not.
 const char* hidden_because(const std::string& file_name) {
     if (file_name.starts_with('#')) return "mounts hide names that begin with \"#\"";

@@ -22,7 +22,6 @@ namespace {
 namespace stdfs = std::filesystem;
 
 constexpr std::size_t most_entries = 65535;
-constexpr std::uint64_t most_bytes = 0xFFFFFFFE;
 // 1980-01-01, where the time of a zip begins: the time of every entry when the pack must not depend on it.
 constexpr std::int64_t fixed_time = 119600064000000000;
 

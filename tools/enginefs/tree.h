@@ -10,6 +10,9 @@
 
 #include "names.h"
 
+/// What 32 bits of a zip hold at the most: the bytes of an entry, and of a pack.
+inline constexpr std::uint64_t most_bytes = 0xFFFFFFFE;
+
 /// What a directory or a pack shows where it is mounted by itself. What goes wrong is said on standard error.
 /// Threads  once it is open, any number may ask and open files.
 class Tree {
