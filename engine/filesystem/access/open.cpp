@@ -200,8 +200,8 @@ FilePtr open_unlisted(CFSSource& creator, const fs::path& name, const Request& r
 }
 
 /// Whether a source that is asked before the creator holds the name, so that the new file would never be read.
-bool is_shadowed(const CFSSource& creator, const Request& request) {
-    if (registry::Concerned(request.name).home() != nullptr) return false;
+bool is_shadowed(const registry::Concerned& concerned, const CFSSource& creator, const Request& request) {
+    if (concerned.home() != nullptr) return false;
     CFSSource* const first = registry::first_source(
         [&](CFSSource& source) { return &source == &creator || registry::holds_whole(source, request.name); });
     if (first == &creator) return false;
@@ -244,7 +244,8 @@ bool add_when_committed(SFsFile& file, CFSSource& creator, const fs::path& name)
 FilePtr create(const Request& request, const CFSSource* failed) {
     fs::path name = creation_name(request.text);
     const registry::ExclusiveGuard guard;
-    CFSSource* const creator = creator_of(registry::Concerned(request.name), name);
+    const registry::Concerned concerned(request.name);
+    CFSSource* const creator = creator_of(concerned, name);
     if (failed != nullptr && (creator == nullptr || creator == failed || !creator->writable())) return nullptr;
     if (!is_creatable_name(name)) {
         set_error(EFSError::INVALID_NAME, request.text,
@@ -253,7 +254,7 @@ FilePtr create(const Request& request, const CFSSource* failed) {
     }
     if (!may_create(creator, request.text)) return nullptr;
     if (registry::is_fallback(creator)) return create_outside(name, request);
-    if (is_shadowed(*creator, request)) return nullptr;
+    if (is_shadowed(concerned, *creator, request)) return nullptr;
     FilePtr file;
     if (is_there(*creator, request, file)) return file;
     if (request.mode != EFSMode::WRITE && is_unlisted(*creator, name)) return open_unlisted(*creator, name, request);

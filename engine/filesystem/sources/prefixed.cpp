@@ -141,7 +141,10 @@ public:
                       [](CFSSource& inner, const fs::path& name) { return name.Empty() || inner.mkdir(name); });
     }
     void rem_dir(const fs::path& p) override {
-        change(p, false, [](CFSSource& inner, const fs::path& name) { return inner.rem_dir(name), true; });
+        guarded(p.PathName(), [&] {
+            inner_->rem_dir(strip_or_refuse(p));
+            follow();
+        });
     }
     bool rem_file(const fs::path& p) override {
         return ask(p, false, [](auto& inner, auto& name) { return inner.rem_file(name); });
@@ -166,6 +169,11 @@ protected:
         const auto inside = below(p.PathNameView(), prefix_);
         return inside ? std::optional(with_directory(*inside, p)) : std::nullopt;
     }
+    fs::path strip_or_refuse(const fs::path& p) const {
+        if (const auto name = strip(p)) return *name;
+        set_error(EFSError::INVALID_NAME, p.FileName(), "The names of this source begin with " + prefix_);
+        throw StoredFailure();
+    }
 
     struct Asked {
         fs::path name;
@@ -178,7 +186,7 @@ protected:
         do {
             if (const auto inside = below(p.PathNameView(), lead)) {
                 fs::path rest = with_directory(*inside, p);
-                if (registry::holds_whole(*inner_, rest)) return Asked{below_root(rest), true};
+                if (registry::holds_whole(*inner_, rest)) return Asked{exact_name(rest), true};
             }
             lead.remove_prefix(1);  // directories match by their ends letter by letter
         } while (!whole && !lead.empty());
@@ -196,17 +204,14 @@ protected:
         });
     }
 
-    /// For what makes names: `use(inner, name)`, and the tree follows.
+    /// For what makes names: `use(inner, name)`, and the tree has their directory.
     template <typename Result, typename Use>
     Result change(const fs::path& p, Result failure, Use use) {
         return guarded(p.FileName(), failure, [&]() -> Result {
-            const auto name = strip(p);
-            if (!name) {
-                set_error(EFSError::INVALID_NAME, p.FileName(), "The names of this source begin with " + prefix_);
-                return failure;
-            }
-            const Result result = use(*inner_, *name);
-            follow();
+            fs::dir fresh;
+            if (fresh.add_path(lower_text(p.PathNameView()).c_str()) == nullptr) throw std::bad_alloc();
+            const Result result = use(*inner_, strip_or_refuse(p));
+            if (result) tree_.take_over(fresh);
             return result;
         });
     }
@@ -227,7 +232,7 @@ protected:
 
 private:
     /// A name as one that only the file itself has: a full path, where the inner source stands on the disk.
-    fs::path below_root(const fs::path& name) {
+    fs::path exact_name(const fs::path& name) {
         return with_directory(inner_->root_dir() + std::string(name.PathNameView()), name);
     }
 

@@ -36,6 +36,19 @@ SFsFile* open_entry(CFSSource* source, const fs::LocatingSource::Located& entry,
                               {name, spelled.size()});
 }
 
+/// Enters a new file, with the directories of its name, and keeps the entry when `make(native)` answers true.
+template <typename Make>
+void enter_new(fs::DirectoryState& state, const fs::path& p, Make make) {
+    NativePath native;
+    if (!state.place_for_file(p, native)) return;
+    fs::guarded(native.text, [&] {
+        fs::NewEntry entry(state);
+        if (fs::create_directories(native.view()) &&
+            entry.enter(native, p.FileNameView().size(), fs::NewEntry::Spelling::OF_DISK) && make(native))
+            entry.keep(true);
+    });
+}
+
 }  // namespace
 
 SFsFile* CWin32_dir::open_existing(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
@@ -67,32 +80,21 @@ SFsFile* CWin32_dir::open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flag
 }
 
 SFsFile* CWin32_dir::create(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    NativePath native;
-    if (!state_->place_for_file(p, native)) return nullptr;
-    return fs::guarded(native.text, static_cast<SFsFile*>(nullptr), [&]() -> SFsFile* {
+    SFsFile* file = nullptr;
+    enter_new(*state_, p, [&](const NativePath& native) {
         const std::string name = fs::lower_text(native.below_root());
-        if (!fs::create_directories(native.view())) return nullptr;
-        fs::NewEntry entry(*state_);
-        if (!entry.enter(native, p.FileNameView().size(), fs::NewEntry::Spelling::OF_DISK)) return nullptr;
         const platform::PathAt path = native.at(state_->native_root);
-        const bool is_made_later = fs::has_any(flags, FFSOpenFlags::REPLACE);
-        SFsFile* const file = mode == EFSMode::WRITE
-                                  ? fs::open_of_source(this, path, mode, flags | FFSOpenFlags::CREATE, name)
-                                  : fs::create_for_change(this, path, flags & ~FFSOpenFlags::WHOLE_NAME, name);
-        if (file && !is_made_later) entry.keep(true);
-        return file;
+        file = mode == EFSMode::WRITE ? fs::open_of_source(this, path, mode, flags | FFSOpenFlags::CREATE, name)
+                                      : fs::create_for_change(this, path, flags & ~FFSOpenFlags::WHOLE_NAME, name);
+        return file != nullptr && !fs::has_any(flags, FFSOpenFlags::REPLACE);  // which calls add_file
     });
+    return file;
 }
 
 bool CWin32_dir::add_file(const fs::path& p, const std::function<bool()>& place) {
-    NativePath native;
-    if (!state_->place_for_file(p, native)) return false;
-    return fs::guarded(native.text, false, [&] {
-        fs::NewEntry entry(*state_);
-        if (!entry.enter(native, p.FileNameView().size(), fs::NewEntry::Spelling::OF_DISK) || !place()) return false;
-        entry.keep(true);
-        return true;
-    });
+    bool is_placed = false;
+    enter_new(*state_, p, [&](const NativePath&) { return is_placed = place(); });
+    return is_placed;
 }
 
 SFsFile* CWin32_dir::create_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
