@@ -4,28 +4,30 @@
 
 ReplacingHandle::~ReplacingHandle() { commit(); }
 
-bool ReplacingHandle::NoteWrite(bool done) {
+void ReplacingHandle::NoteFailure(const fs::ErrorScope& scope) {
     // A disk that fills takes a part without a word.
-    if (!done && failure_ == EFSError::NONE) failure_ = EFSError::DISK_FULL;
-    return done;
+    if (failure_ == EFSError::NONE) failure_ = scope.has_error() ? fs::last_error().code : EFSError::DISK_FULL;
 }
 
 std::uint64_t ReplacingHandle::write(const void* buffer, std::uint64_t size) {
     const fs::ErrorScope scope;
     const std::uint64_t written = writer_->write(buffer, size);
-    if (written != size && scope.has_error()) failure_ = fs::last_error().code;
-    NoteWrite(written == size);
+    if (written != size) NoteFailure(scope);
     return written;
 }
 
-bool ReplacingHandle::set_eof() { return NoteWrite(writer_->set_eof()); }
+bool ReplacingHandle::set_eof() {
+    const fs::ErrorScope scope;
+    if (writer_->set_eof()) return true;
+    NoteFailure(scope);
+    return false;
+}
 
 bool ReplacingHandle::commit() {
     if (writer_ == nullptr) return true;
     if (failure_ != EFSError::NONE) {
-        const EFSError::TYPE failure = failure_;
         discard();
-        return fs::refuse(failure, target_.c_str(), "A write failed, so the file stays as it was.");
+        return fs::refuse(failure_, target_.c_str(), "A write failed, so the file stays as it was.");
     }
     const fs::ErrorScope scope;
     platform::File file = writer_->Release();

@@ -3,10 +3,10 @@
 #include <memory>
 #include <string>
 
-#include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/contract/file.h>
 #include <engine/filesystem/contract/replacing_file.h>
 
+#include "engine/filesystem/contract/set_error.h"
 #include "engine/platform/files.h"
 
 /// A handle that writes a native file.
@@ -40,7 +40,7 @@ public:
     void on_commit(std::function<bool(const Place& place)> enter) override { enter_ = std::move(enter); }
 
 private:
-    bool NoteWrite(bool done);
+    void NoteFailure(const fs::ErrorScope& scope);
     bool PutInPlace(platform::File& file);
 
     const std::string target_;
