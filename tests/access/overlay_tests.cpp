@@ -8,6 +8,7 @@
 
 #include "tests/access/files.h"
 #include "tests/support/mounted_root.h"
+#include "tests/support/pack_file.h"
 
 // Who is asked first, who creates, and names below a prefix.
 
@@ -27,8 +28,8 @@ protected:
         home_.write("mod/Deep/b.txt", "mod b");
         home_.write("mod/again/a.txt", "mod again");
         home_.write("mod/0/a.txt", "mod 0");
-        pack("base.pak", {{"a.txt", "pack"}, {"textures/sky.dds", "sky"}});
-        pack("late.pak", {{"a.txt", "late"}});
+        ASSERT_TRUE(write_pack(home_ / "base.pak", {{"a.txt", "pack"}, {"textures/sky.dds", "sky"}}));
+        ASSERT_TRUE(write_pack(home_ / "late.pak", {{"a.txt", "late"}}));
     }
     void TearDown() override { fs::shutdown(); }
 
@@ -36,12 +37,6 @@ protected:
         const std::string root = home_ / "game";
         ASSERT_TRUE(fs::init({.root = root.c_str(), .flags = whole_tree | flags, .use_fallback = false}));
         fs::clear_error();
-    }
-    void pack(const char* name, std::initializer_list<std::pair<const char*, std::string_view>> entries) {
-        fs::pack_writer writer;
-        ASSERT_TRUE(writer.open((home_ / name).c_str()));
-        for (const auto& [entry, bytes] : entries) ASSERT_TRUE(writer.add(entry, bytes.data(), bytes.size(), 6, 0));
-        ASSERT_TRUE(writer.finish());
     }
     bool add(const char* name, Add::ENUM flags = Add::NONE) { return fs::add_source((home_ / name).c_str(), flags); }
     bool add_at(const char* name, const char* prefix, Add::ENUM flags = whole_tree) {

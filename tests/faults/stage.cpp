@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "tests/support/pack_file.h"
 #include "tests/support/temp_directory.h"
 
 namespace test {
@@ -20,12 +21,7 @@ std::string long_text() {
 /// The pack's bytes, which are made once: making it waits for the disk.
 const std::string& pack_bytes(const std::string& path) {
     static const std::string bytes = [&] {
-        fs::pack_writer pack;
-        const std::string text = long_text();
-        if (!pack.open(path.c_str()) || !pack.add("packed.txt", text.data(), text.size(), 6, 0) ||
-            !pack.add("stored.bin", "stored", 6, 0, 0) || !pack.finish()) {
-            std::abort();
-        }
+        if (!write_pack(path, {{"packed.txt", long_text()}, {"stored.bin", "stored", 0}})) std::abort();
         return read_file(path);
     }();
     return bytes;

@@ -14,6 +14,7 @@
 
 #include "tests/support/memory_source.h"
 #include "tests/support/mounted_root.h"
+#include "tests/support/pack_file.h"
 
 /// Text that a decoder has work with and that shrinks.
 inline std::string bytes_of(std::size_t size, unsigned seed) {
@@ -99,11 +100,7 @@ class LoadTest : public MountedRoot {
 protected:
     static void SetUpTestSuite() {
         files_ = std::make_unique<TempDirectory>();
-        fs::pack_writer pack;
-        ASSERT_TRUE(pack.open((*files_ / "p.pak").c_str()));
-        ASSERT_TRUE(pack.add("big.bin", big_.data(), big_.size(), 1, 0));
-        ASSERT_TRUE(pack.add("small.bin", small_.data(), small_.size(), 1, 0));
-        ASSERT_TRUE(pack.finish());
+        ASSERT_TRUE(write_pack(*files_ / "p.pak", {{"big.bin", big_, 1}, {"small.bin", small_, 1}}));
     }
     static void TearDownTestSuite() { files_.reset(); }
     void SetUp() override {

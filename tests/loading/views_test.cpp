@@ -10,6 +10,7 @@
 
 #include "engine/platform/faults.h"
 #include "tests/support/mounted_root.h"
+#include "tests/support/pack_file.h"
 
 namespace {
 
@@ -19,12 +20,8 @@ protected:
         directory_.write("loose.bin", text_);
         directory_.write("empty.bin", "");
         MountedRoot::SetUp();
-        fs::pack_writer pack;
-        ASSERT_TRUE(pack.open((directory_ / "p.pak").c_str()));
-        ASSERT_TRUE(pack.add("first.bin", "1234567", 7, 0, 0));
-        ASSERT_TRUE(pack.add("stored.bin", text_.data(), text_.size(), 0, 0));
-        ASSERT_TRUE(pack.add("deflated.bin", text_.data(), text_.size(), 6, 0));
-        ASSERT_TRUE(pack.finish());
+        ASSERT_TRUE(write_pack(directory_ / "p.pak",
+                               {{"first.bin", "1234567", 0}, {"stored.bin", text_, 0}, {"deflated.bin", text_}}));
     }
     void TearDown() override {
         platform::clear_faults();

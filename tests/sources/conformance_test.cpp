@@ -2,6 +2,7 @@
 // fallback.
 
 #include "tests/sources/kit.h"
+#include "tests/support/pack_file.h"
 
 namespace {
 
@@ -29,10 +30,9 @@ void mount_directory(Mounted& to) {
 
 void mount_pack(Mounted& to) {
     const std::string path = to.disk / "some.pak";
-    fs::pack_writer writer;
-    ASSERT_TRUE(writer.open(path.c_str()));
-    for (const char* name : files) ASSERT_TRUE(writer.add(name, content.data(), content.size(), 6, 0));
-    ASSERT_TRUE(writer.finish());
+    std::vector<PackFileEntry> entries;
+    for (const char* name : files) entries.push_back({name, content});
+    ASSERT_TRUE(write_pack(path, entries));
     to.source = std::make_unique<CZip_dir>();
     ASSERT_TRUE(to.source->init(as_path(path), FFSAddSourceFlags::NONE, nullptr));
 }

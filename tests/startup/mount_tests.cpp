@@ -15,6 +15,7 @@
 #include "engine/platform/faults.h"
 #include "tests/log/log_fixture.h"
 #include "tests/support/mounted_root.h"
+#include "tests/support/pack_file.h"
 
 namespace {
 
@@ -156,10 +157,7 @@ TEST_F(StartUp, AsksTheNewestPackThenTheRootThenDirectoriesThenTheFallbackInTheC
     EXPECT_EQ(fs::last_error().code, EFSError::NONE) << "what failed on the way to a success is forgotten";
 
     for (const std::string pack : {"base", "patch"}) {
-        fs::pack_writer writer;
-        ASSERT_TRUE(writer.open(path(pack + ".pak").c_str()));
-        ASSERT_TRUE(writer.add("dir/x.txt", pack.data(), pack.size(), 6, 0) && writer.finish());
-        ASSERT_TRUE(add(pack + ".pak"));
+        ASSERT_TRUE(write_pack(path(pack + ".pak"), {{"dir/x.txt", pack}}) && add(pack + ".pak"));
         EXPECT_EQ(read("dir/x.txt"), pack);
     }
     EXPECT_TRUE(fs::rem_source(path("patch.pak").c_str()));
