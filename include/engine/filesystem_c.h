@@ -244,8 +244,9 @@ ENGINE_FS_API int enginefs_set_end(enginefs_file* file);
     is. `size` gets the bytes without that and may be null. `flags` as for enginefs_open. Never a part of the file:
     what enginefs_read tells of fails here too. */
 ENGINE_FS_API void* enginefs_load(const char* path, uint32_t flags, uint64_t* size);
-/** Makes the file of these bytes, or fills it anew. `flags` as for enginefs_open; with REPLACE the old file stays
-    until the new one is whole. `data` may be null when `size` is 0. */
+/** Makes the file of these bytes, or fills it anew. `flags` as for enginefs_open: with REPLACE the old file stays until
+    the new one is whole, and without WHOLE_NAME a file whose name ends like this may be the one that is filled. `data`
+    may be null when `size` is 0. */
 ENGINE_FS_API int enginefs_save(const char* path, const void* data, uint64_t size, uint32_t flags);
 /** 1 when a source, the fallback included, holds a file of this name, 0 when none does or the arguments are wrong.
     Of the flags WHOLE_NAME and IN_CACHE_DIR are heeded; so below. */
