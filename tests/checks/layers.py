@@ -38,7 +38,7 @@ def layer(path):
 
 def resolve(known, path, kind, name):
     beside = os.path.normpath(os.path.join(os.path.dirname(path), name)).replace(os.sep, "/")
-    places = ["include/" + name] if kind == "<" else [beside, name, "include/" + name]
+    places = ["include/" + name] if kind == "<" else [beside, name, "include/" + name, "tools/enginefs/" + name]
     return next((place for place in places if place in known), None)
 
 
