@@ -4,3 +4,7 @@ foreach(part IN ITEMS tool pack formats)
     add_test(NAME tool/${part} COMMAND ${Python3_EXECUTABLE} -B ${CMAKE_CURRENT_SOURCE_DIR}/tool/${part}_test.py
         $<TARGET_FILE:enginefs> ${CMAKE_CROSSCOMPILING_EMULATOR})
 endforeach()
+if(TARGET pages)
+    add_test(NAME tool/pages COMMAND ${Python3_EXECUTABLE} -B ${CMAKE_CURRENT_SOURCE_DIR}/tool/pages_test.py
+        $<TARGET_FILE:enginefs> ${engine_pages})
+endif()
