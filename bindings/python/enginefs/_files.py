@@ -10,7 +10,7 @@ from ctypes import byref, c_char
 from typing import IO, Any, NamedTuple, Optional
 
 from . import _native
-from ._native import Name, address, c, check, encode, failure, new_bytes
+from ._native import Name, address, c, check, encode, failure, int64, new_bytes
 
 BUFFER_SIZE = 64 * 1024  # a call through ctypes costs more than a system call does
 _READING = _native.WHOLE_NAME | _native.SEEKABLE
@@ -47,7 +47,7 @@ def read_bytes(name: Name) -> bytes:
     """The whole file: without a buffer in between, and never a part of it."""
     handle = c.open(encode(name), _native.READ, _READING)
     if handle is None:
-        raise _open_failure(name)
+        raise _file_failure(name)
     try:
         return _read_rest(handle, c.length(handle), name)
     finally:
@@ -63,7 +63,8 @@ def write_bytes(name: Name, data: Any) -> int:
 
 def remove(name: Name) -> None:
     """Deletes a file in the first source that holds it."""
-    check(c.remove(encode(name)), name)
+    if c.remove(encode(name)):
+        raise _file_failure(name)
 
 
 def mkdir(name: Name) -> None:
@@ -88,7 +89,7 @@ def copy(old: Name, new: Name) -> None:
     check(c.copy(encode(old), encode(new)), old, new)
 
 
-def _open_failure(name: Name) -> OSError:
+def _file_failure(name: Name) -> OSError:
     error = failure(name)
     info = find(name)
     if info is not None and info.what == _native.IS_DIRECTORY:
@@ -156,13 +157,13 @@ class RawFile(io.RawIOBase):
         with self._lock:
             handle = self._open("write", self._writes)
             if self._appends:
-                self._checked(c.seek(handle, 0, io.SEEK_END), 0)
+                check(c.seek(handle, 0, io.SEEK_END), self.name)
             return self._checked(c.write(handle, start, size))
 
     def seek(self, offset: int, whence: int = io.SEEK_SET) -> int:
         with self._lock:
             handle = self._open("seek")
-            check(c.seek(handle, offset, whence), self.name)
+            check(c.seek(handle, int64(offset), whence), self.name)
             return self._checked(c.tell(handle))
 
     def tell(self) -> int:
@@ -174,7 +175,7 @@ class RawFile(io.RawIOBase):
             handle = self._open("truncate", self._writes)
             position = self._checked(c.tell(handle))
             end = position if size is None else size
-            check(c.seek(handle, end, io.SEEK_SET), self.name)
+            check(c.seek(handle, int64(end), io.SEEK_SET), self.name)
             status = c.set_end(handle)
             error = failure(self.name) if status else None
             check(c.seek(handle, position, io.SEEK_SET), self.name)
@@ -203,8 +204,8 @@ class RawFile(io.RawIOBase):
             raise io.UnsupportedOperation(f"{what}: {self.name} is open in mode {self.mode!r}")
         return self._handle
 
-    def _checked(self, answer: int, good: Optional[int] = None) -> int:
-        if answer < 0 or good is not None and answer != good:
+    def _checked(self, answer: int) -> int:
+        if answer < 0:
             raise failure(self.name)
         return answer
 
@@ -224,7 +225,7 @@ def _open_handle(name: Name, kind: str, both: bool) -> int:
         how = _native.APPEND if kind == "a" else _native.WRITE
     handle: Optional[int] = c.open(encoded, how, flags)
     if handle is None:
-        raise _open_failure(name)
+        raise _file_failure(name)
     return handle
 
 

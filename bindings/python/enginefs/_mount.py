@@ -2,7 +2,9 @@
 from __future__ import annotations
 
 import atexit
+import errno
 import os
+import stat
 import tempfile
 import threading
 from ctypes import byref
@@ -90,7 +92,8 @@ class Mount:
     def set_log(self, log: Optional[Log], level: int = 2) -> None:
         """Has `log` told each line of the library's log: level, category, text. None: no longer, and no lines are made.
 
-        level    up to which lines are made: 1 fatal, 2 error, 3 info, 4 warning, 5 debug.
+        level    up to which lines are made: 1 fatal, 2 error, 3 info, 4 warning, 5 debug. The first one opens a log file, below
+                 "out/logs" in the root.
         Threads  it runs on any, several at once, and calls nothing of this package; what it raises goes to sys.unraisablehook.
                  The one before runs no more when this returns, so hold no lock here that it waits for.
         """
@@ -101,8 +104,11 @@ class Mount:
 
     def add(self, path: DiskPath, prefix: str = "", flags: Optional[Flags] = None) -> None:
         """Mounts one more pack or directory, its names below `prefix`. FileExistsError when it is mounted already."""
+        is_directory = stat.S_ISDIR(os.stat(path).st_mode)  # the library would mount a directory that is yet to come
+        if not is_directory and not os.fspath(path).lower().endswith((".pak", ".mpak")):
+            raise NotADirectoryError(errno.ENOTDIR, "This is no directory, and no pack by its name", os.fspath(path))
         if flags is None:
-            flags = Flags.TREE if os.path.isdir(path) else Flags.NONE
+            flags = Flags.TREE if is_directory else Flags.NONE
         check(c.add_source_at(disk_path(path), encode(prefix), flags), os.fspath(path))
 
     def remove(self, path: DiskPath) -> None:

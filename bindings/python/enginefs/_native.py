@@ -174,6 +174,13 @@ def disk_path(path: Union[str, "os.PathLike[str]"]) -> bytes:
     return encode(os.path.abspath(os.fspath(path)))
 
 
+def int64(number: int) -> int:
+    """The number, which ctypes would cut to 64 bits without a word."""
+    if not -(1 << 63) <= number < 1 << 63:
+        raise OverflowError(f"{number} does not fit into 64 bits")
+    return number
+
+
 def address(data: Any) -> tuple[Any, int]:
     """The bytes of a buffer for a c_void_p argument, and how many. Only what is read-only and no bytes object is copied."""
     if not isinstance(data, bytes):

@@ -7,7 +7,7 @@ from enum import IntEnum
 from typing import Any, NamedTuple, Optional, Type, Union
 
 from . import _native
-from ._native import address, c, check, disk_path, encode, failure
+from ._native import address, c, check, disk_path, encode, failure, int64
 
 
 class Method(IntEnum):
@@ -67,7 +67,7 @@ class PackWriter:
         Failure  OSError, and the pack takes further entries: a name that a pack cannot hold or has already, a level that is none.
         """
         start, size = address(data)
-        time = round((mtime + 11_644_473_600) * 10_000_000) if mtime else 0
+        time = int64(round((mtime + 11_644_473_600) * 10_000_000)) if mtime else 0
         check(c.pack_add(self._open(), encode(name), start, size, method, level, time), name)
 
     def add_file(self, path: Union[str, "os.PathLike[str]"], name: str, method: Method = Method.DEFLATE, level: int = 6) -> None:

@@ -21,7 +21,9 @@ class Path(PurePosixPath):
     """
 
     __slots__ = ()
-    __fspath__ = None  # type: ignore[assignment]  # a name of the disk would be another file
+
+    def __fspath__(self) -> str:
+        raise TypeError(f"{str(self)!r} is a name of the mounted file system, not a path of the disk: hand over path.open('rb')")
 
     def open(self, mode: str = "r", buffering: int = -1, encoding: Optional[str] = None, errors: Optional[str] = None,
              newline: Optional[str] = None) -> IO[Any]:

@@ -178,14 +178,18 @@ class Opening(Mounted):
             (lambda: enginefs.open("a<b", "w"), OSError, errno.EINVAL),
             (lambda: path("levels").rmdir(), OSError, errno.ENOTEMPTY),
             (lambda: enginefs.list_pack(self.root / "levels/deep/b.json"), OSError, errno.EBADMSG),
+            (lambda: path("levels").unlink(), IsADirectoryError, errno.EISDIR),
             (lambda: self.mount.add(self.pack), FileExistsError, errno.EEXIST),
+            (lambda: self.mount.add(self.top / "missing"), FileNotFoundError, errno.ENOENT),
+            (lambda: self.mount.add(self.root / "one.txt"), NotADirectoryError, errno.ENOTDIR),
         ):
             with self.assertRaises(kind) as caught:
                 act()
             self.assertEqual(caught.exception.errno, number, caught.exception)
             self.assertGreater(len(caught.exception.strerror), 10)
-        self.assertRaises(ValueError, enginefs.open, "a\0b")
-        self.assertRaises(TypeError, builtins.open, path("one.txt"))
+        for act, kind in ((lambda: enginefs.open("a\0b"), ValueError), (lambda: builtins.open(path("one.txt")), TypeError),
+                          (lambda: held.raw.seek(1 << 70), OverflowError)):
+            self.assertRaises(kind, act)
 
     def test_a_damaged_entry_is_an_error_and_not_data(self) -> None:
         damaged = bytearray(self.pack.read_bytes())
