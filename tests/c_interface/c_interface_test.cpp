@@ -3,7 +3,9 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -310,6 +312,24 @@ TEST_F(CInterface, ALogCallbackThatThrowsLosesNothingAndEndsWithItsRemoval) {
     const int level = enginefs_log_level(ENGINEFS_LOG_DEBUG);
     EXPECT_EQ(enginefs_log_level(level), ENGINEFS_LOG_DEBUG);
     EXPECT_EQ(enginefs_log_level(-1), level);
+}
+
+TEST_F(CInterface, ARemovedLogCallbackRunsNoMoreWhateverOthersLog) {
+    std::atomic<bool> ends{false};
+    std::thread speaker([&] {
+        while (!ends) enginefs_log(ENGINEFS_LOG_ERROR, "Other", "word\n");
+    });
+    for (int turn = 0; turn < 200; ++turn) {
+        const auto heard = std::make_unique<Heard>();
+        enginefs_set_log(hear, heard.get());
+        while (heard->lines == 0) std::this_thread::yield();
+        enginefs_set_log(nullptr, nullptr);
+        const int before = heard->lines;
+        std::this_thread::yield();
+        EXPECT_EQ(heard->lines, before);
+    }
+    ends = true;
+    speaker.join();
 }
 
 /// Releases its load and throws.
