@@ -21,6 +21,7 @@ function(engine_install libdir prefix)
     install(EXPORT ${prefix}engine_filesystem_targets FILE engine_filesystemTargets.cmake NAMESPACE engine::
         DESTINATION ${package_dir} ${development})
 
+    # The library for hosts in C; on Windows with the import library that MSVC reads, if one could be made.
     set(engine_c_location ${libdir}/libengine_filesystem.so)
     set(engine_c_implib)
     if(WIN32)
