@@ -1,4 +1,4 @@
-# Headers, library, CMake package and pkg-config file. The tool installs itself.
+# Headers, library, CMake package and pkg-config files. The tool installs itself.
 include(CMakePackageConfigHelpers)
 set(engine_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/engine_filesystem)
 
@@ -18,5 +18,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/engine_filesystemConfig.cmake
     ${CMAKE_CURRENT_BINARY_DIR}/engine_filesystemConfigVersion.cmake DESTINATION ${engine_package_dir})
 
 file(RELATIVE_PATH engine_pc_to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
-configure_file(cmake/engine_filesystem.pc.in ${CMAKE_CURRENT_BINARY_DIR}/engine_filesystem.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/engine_filesystem.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(name engine_filesystem engine_filesystem_c)
+    configure_file(cmake/${name}.pc.in ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()
