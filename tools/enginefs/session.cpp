@@ -3,6 +3,9 @@
 #include <cstdio>
 
 #include <engine/filesystem.h>
+#if defined(ENGINE_HAS_HTTP)
+#include <engine/filesystem_http.h>
+#endif
 
 #include "names.h"
 #include "report.h"
@@ -22,6 +25,22 @@ void print_message(Log::ELevel::TYPE, const char*, const char* text) {
 bool is_pack_name(const std::string& path) {
     const std::string name = lower_case(path);
     return name.ends_with(".pak") || name.ends_with(".mpak");
+}
+
+bool is_url(const std::string& path) {
+    const std::string name = lower_case(path);
+    return name.starts_with("http://") || name.starts_with("https://");
+}
+
+/// Blocks of it are kept below the cache directory, where there is one. Passwords in a URL are not told.
+bool add_url([[maybe_unused]] const std::string& url, [[maybe_unused]] FFSAddSourceFlags::ENUM flags) {
+#if defined(ENGINE_HAS_HTTP)
+    const std::string cache_dir = *fs::get_cache_dir() != '\0' ? std::string(fs::get_cache_dir()) + "http" : "";
+    return attempt(fs::http::source_name(url.c_str()), "it cannot be mounted",
+                   [&] { return fs::http::add_pack(url.c_str(), cache_dir.c_str(), {.flags = flags}); });
+#else
+    return fail("--add", "packs by URL are not available: built without HTTP");
+#endif
 }
 
 bool check_directory(const std::string& told, const std::string& full) {
@@ -47,10 +66,11 @@ void Session::tell_unlisted(const std::string& told) {
 }
 
 bool Session::add(const std::string& path) {
-    const std::string full = full_native_path(path);
-    if (!is_pack_name(full) && !check_directory(path, full)) return false;
     // Sources given later stand behind those given earlier: what comes first on the line wins.
     constexpr auto flags = mount_flags | FFSAddSourceFlags::AFTER_SAME_TYPE;
+    if (is_url(path)) return add_url(path, flags);
+    const std::string full = full_native_path(path);
+    if (!is_pack_name(full) && !check_directory(path, full)) return false;
     if (!attempt(path, "it cannot be mounted", [&] { return fs::add_source(full.c_str(), flags); })) return false;
     tell_unlisted(path);
     return true;
