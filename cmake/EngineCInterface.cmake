@@ -4,14 +4,6 @@ add_library(engine_filesystem_c INTERFACE)
 add_library(engine::filesystem_c ALIAS engine_filesystem_c)
 target_link_libraries(engine_filesystem_c INTERFACE engine_filesystem)
 
-# Where an installed package has them, below its prefix.
-set(engine_c_location ${CMAKE_INSTALL_LIBDIR}/libengine_filesystem.so)
-set(engine_c_implib)
-if(WIN32)
-    set(engine_c_location ${CMAKE_INSTALL_BINDIR}/engine_filesystem.dll)
-    set(engine_c_implib ${CMAKE_INSTALL_LIBDIR}/libengine_filesystem.dll.a)
-endif()
-
 find_program(ENGINE_DLLTOOL NAMES llvm-dlltool llvm-dlltool-19 llvm-dlltool-16 llvm-dlltool-14)
 if(WIN32 AND ENGINE_DLLTOOL AND engine_library_type STREQUAL SHARED)
     set(header ${PROJECT_SOURCE_DIR}/include/engine/filesystem_c.h)
@@ -30,8 +22,4 @@ if(WIN32 AND ENGINE_DLLTOOL AND engine_library_type STREQUAL SHARED)
         COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}
         COMMAND ${ENGINE_DLLTOOL} -m i386:x86-64 -d ${definition} -l ${engine_c_import_library})
     add_custom_target(engine_filesystem_c_import ALL DEPENDS ${engine_c_import_library})
-    set(engine_c_implib ${CMAKE_INSTALL_LIBDIR}/engine_filesystem_c.lib)
-    if(ENGINE_INSTALL)
-        install(FILES ${engine_c_import_library} DESTINATION ${CMAKE_INSTALL_LIBDIR})
-    endif()
 endif()
