@@ -30,7 +30,7 @@ def layer(path):
         return 0
     if path.startswith(("engine/kernel/", "include/engine/kernel/")):
         return 1
-    if path.startswith(("tools/", "examples/")):
+    if path.startswith(("tools/", "examples/", "include/engine/adapters/")):
         return 9
     room = ROOM.match(path)
     return ROOMS.get(room.group(1)) if room else None

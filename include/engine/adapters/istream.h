@@ -6,7 +6,8 @@
 //     if (!in) std::puts(enginefs::reason());
 //
 // Nothing found, a failed read and the end are three things: a stream that could not be opened has failbit, one whose disk
-// failed or whose pack is damaged has badbit, and the end is eofbit as ever. enginefs::reason() tells why.
+// failed or whose pack is damaged has badbit, and the end is eofbit as ever. enginefs::reason() tells why. Whoever reads past
+// the stream, by std::istreambuf_iterator for one, meets such a failure as std::ios_base::failure.
 //
 // Threads    one stream is for one thread at a time.
 
@@ -35,7 +36,8 @@ inline const char* reason() {
 class filebuf : public std::streambuf {
 public:
     /// `flags` are ENGINEFS_OPEN_. Without SEEKABLE, stored entries of packs cannot be sought in backwards.
-    explicit filebuf(const char* path, std::uint32_t flags = ENGINEFS_OPEN_SEEKABLE, std::size_t buffer_size = 16 * 1024)
+    explicit filebuf(const char* path, std::uint32_t flags = ENGINEFS_OPEN_SEEKABLE,
+                     std::size_t buffer_size = 16 * 1024)
         : file_(enginefs_open(path, ENGINEFS_READ, flags)), buffer_(buffer_size != 0 ? buffer_size : 1) {}
     ~filebuf() override {
         if (is_open()) enginefs_close(file_);

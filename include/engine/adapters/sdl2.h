@@ -19,7 +19,8 @@ extern "C" {
 #endif
 
 static inline int enginefs_rwops_fail(void) {
-    enginefs_error error = {sizeof error};
+    enginefs_error error;
+    error.struct_size = sizeof error;
     enginefs_last_error(&error);
     return SDL_SetError("%s", error.text);
 }
@@ -65,7 +66,8 @@ static inline int SDLCALL enginefs_rwops_close(SDL_RWops* ops) {
     failure. One thread at a time. */
 static inline SDL_RWops* enginefs_rwops(const char* path, int mode, uint32_t flags) {
     SDL_RWops* ops;
-    enginefs_file* const file = enginefs_open(path, mode, mode == ENGINEFS_READ ? flags | ENGINEFS_OPEN_SEEKABLE : flags);
+    enginefs_file* const file =
+        enginefs_open(path, mode, mode == ENGINEFS_READ ? flags | ENGINEFS_OPEN_SEEKABLE : flags);
     if (file == NULL) {
         enginefs_rwops_fail();
         return NULL;

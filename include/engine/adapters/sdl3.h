@@ -19,7 +19,8 @@ extern "C" {
 #endif
 
 static inline bool enginefs_iostream_fail(SDL_IOStatus* status) {
-    enginefs_error error = {sizeof error};
+    enginefs_error error;
+    error.struct_size = sizeof error;
     enginefs_last_error(&error);
     if (status != NULL) *status = SDL_IO_STATUS_ERROR;
     return SDL_SetError("%s", error.text);
@@ -63,7 +64,8 @@ static inline bool SDLCALL enginefs_iostream_close(void* file) {
 static inline SDL_IOStream* enginefs_iostream(const char* path, int mode, uint32_t flags) {
     SDL_IOStreamInterface interface;
     SDL_IOStream* stream;
-    enginefs_file* const file = enginefs_open(path, mode, mode == ENGINEFS_READ ? flags | ENGINEFS_OPEN_SEEKABLE : flags);
+    enginefs_file* const file =
+        enginefs_open(path, mode, mode == ENGINEFS_READ ? flags | ENGINEFS_OPEN_SEEKABLE : flags);
     if (file == NULL) {
         enginefs_iostream_fail(NULL);
         return NULL;
