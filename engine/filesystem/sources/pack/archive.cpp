@@ -62,9 +62,9 @@ PackTable read_table(const PackStore& store) {
 
 }  // namespace
 
-std::shared_ptr<PackArchive> PackArchive::mount(const char* native_path, bool in_memory) {
+std::shared_ptr<PackArchive> PackArchive::mount(const char* native_path, bool in_memory, const PackArchive* before) {
     auto archive = std::make_shared<PackArchive>();
-    if (!archive->store_.open(native_path, in_memory)) return nullptr;
+    if (!archive->store_.open(native_path, in_memory, before != nullptr ? &before->store_ : nullptr)) return nullptr;
     archive->table_ = read_table(archive->store_);
     return archive;
 }

@@ -28,7 +28,9 @@ struct PackedData {
 class PackArchive {
 public:
     /// Opens and reads the pack. Null, with fs::last_error set, on failure. May throw std::bad_alloc.
-    static std::shared_ptr<PackArchive> mount(const char* native_path, bool in_memory);
+    /// `before` is what was mounted from this path so far, if anything.
+    static std::shared_ptr<PackArchive> mount(const char* native_path, bool in_memory,
+                                              const PackArchive* before = nullptr);
     /// Adds the pack's directories. May throw std::bad_alloc.
     void fill_tree(dir& tree) const;
 

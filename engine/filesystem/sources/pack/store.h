@@ -19,7 +19,8 @@ public:
 
     /// Opens `native_path` and tells the monitor of it; with `in_memory` reads it whole and closes it again. When there is
     /// no memory for that, the file stays open instead. False, with fs::last_error set, on failure.
-    bool open(const char* native_path, bool in_memory);
+    /// A pack that was written over in place is the file that `before` (may be null) has open, and shares it.
+    bool open(const char* native_path, bool in_memory, const PackStore* before = nullptr);
 
     const std::string& path() const { return path_; }
     std::uint64_t length() const { return length_; }
@@ -35,7 +36,7 @@ public:
 private:
     bool load();
 
-    platform::File file_;
+    std::shared_ptr<platform::File> file_;
     std::unique_ptr<std::uint8_t[]> memory_;
     std::uint64_t length_ = 0;
     std::string path_;
