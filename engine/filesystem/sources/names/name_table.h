@@ -41,6 +41,9 @@ public:
     /// The first file of exactly this directory and name.
     std::uint32_t find_exact(std::string_view dir, std::string_view name) const;
 
+    /// The next file of the same directory and name, whose spelling is another; or none.
+    std::uint32_t next_exact(std::uint32_t file) const;
+
     std::string_view name(std::uint32_t file) const { return {text(file), record(file).length}; }
     std::string_view spelled_name(std::uint32_t file) const {
         return {text(file) + (record(file).is_spelled ? record(file).length : 0), record(file).length};

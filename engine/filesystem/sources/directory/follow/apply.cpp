@@ -17,8 +17,10 @@ void DirectoryFollower::apply(ChangeBatch& batch) {
     if (is_to_be_mounted_) mount_again(batch);
     apply_directories(batch);
     for (auto at = marks_.begin(); at != marks_.end();) {
-        if (at->second.is_due) apply_mark(batch, at->first, at->second);
-        at = at->second.is_due ? marks_.erase(at) : std::next(at);
+        Mark& mark = at->second;
+        const bool is_done = mark.is_due && apply_mark(batch, at->first, mark);
+        mark.is_named |= mark.is_due;
+        at = is_done ? marks_.erase(at) : std::next(at);
     }
     due_ = 0;
     if (is_lost_) batch.add(SFsChange::LOST, "");
@@ -62,55 +64,83 @@ void DirectoryFollower::apply_directories(ChangeBatch& batch) {
     gone_dirs_.clear();
 }
 
-void DirectoryFollower::apply_mark(ChangeBatch& batch, const std::string& name, const Mark& mark) {
-    NameTable& table = state_.names->table;
-    const std::size_t split = name.rfind('/') + 1;
-    const std::string_view dir = std::string_view(name).substr(0, split);
-    std::vector<std::uint32_t> held;
-    for (std::uint32_t file = table.find_exact(dir, std::string_view(name).substr(split)); file != NameTable::none;
-         file = table.next_of_name(file)) {
-        if (table.dir(file) == dir) held.push_back(file);
+/// False when the disk is to be asked first.
+bool DirectoryFollower::apply_mark(ChangeBatch& batch, const std::string& name, const Mark& mark) {
+    const std::vector<std::uint32_t> held = held_files(name);
+    if (!mark.is_named) {
+        const bool is_held =
+            std::any_of(held.begin(), held.end(), [&](std::uint32_t file) { return is_named(mark, file); });
+        if (is_held) batch.add(SFsChange::CONTENT, name).winner_changed = batch.is_winner(name);
+        return is_held;
     }
-    std::vector<std::string> held_paths;
-    for (const std::uint32_t file : held)
-        held_paths.push_back(std::string(table.spelled_dir(file)).append(table.spelled_name(file)));
-
-    // What nobody named is there still.
-    std::vector<std::string_view> wanted;
-    for (const std::string& path : held_paths) {
-        const bool is_named = std::any_of(mark.spellings.begin(), mark.spellings.end(),
-                                          [&](const Spelling& spelling) { return spelling.path == path; });
-        if (!is_named) wanted.emplace_back(path);
-    }
-    for (const Spelling& spelling : mark.spellings) {
-        if (spelling.is_there) wanted.emplace_back(spelling.path);
-    }
-    std::sort(wanted.begin(), wanted.end());
-    wanted.erase(std::unique(wanted.begin(), wanted.end()), wanted.end());
-
+    const std::vector<std::string> wanted = wanted_spellings(held, mark);
+    if (wanted.empty() && held.empty()) return true;
     if (wanted.empty()) {
-        if (held.empty()) return;
         batch.add(SFsChange::REMOVED, name).winner_changed = batch.is_winner(name);
-        for (const std::uint32_t file : held) table.remove(file);
-        return;
+        for (const std::uint32_t file : held) state_.names->table.remove(file);
+        return true;
     }
-    const bool is_same = std::equal(wanted.begin(), wanted.end(), held_paths.begin(), held_paths.end());
-    if (is_same && !mark.is_written) return;
+    const bool is_same =
+        std::equal(held.begin(), held.end(), wanted.begin(), wanted.end(),
+                   [&](std::uint32_t file, const std::string& path) { return is_spelled(file, path); });
+    if (is_same && !mark.is_written) return true;
     const bool is_created = held.empty() || (is_same && mark.is_new);
     SFsChange& change = batch.add(is_created ? SFsChange::CREATED : SFsChange::CONTENT, name);
+    bool is_shown = true;
     try {
-        if (!is_same) replace(held, wanted);
+        if (!is_same) is_shown = replace(held, wanted);
     } catch (...) {
         batch.take_back();
         throw;
     }
-    if (held.empty() && table.find_exact(dir, std::string_view(name).substr(split)) == NameTable::none)
-        return batch.take_back();  // the source does not show it
-    change.winner_changed = batch.is_winner(name);
+    if (is_shown)
+        change.winner_changed = batch.is_winner(name);
+    else
+        batch.take_back();
+    return true;
 }
 
-/// Puts these spellings of one name in the place of the files that the table has.
-void DirectoryFollower::replace(const std::vector<std::uint32_t>& held, const std::vector<std::string_view>& wanted) {
+/// The files of the table that have this name, in their order; they differ in case.
+std::vector<std::uint32_t> DirectoryFollower::held_files(std::string_view name) const {
+    const NameTable& table = state_.names->table;
+    const std::size_t split = name.rfind('/') + 1;
+    std::vector<std::uint32_t> held;
+    std::uint32_t file = table.find_exact(name.substr(0, split), name.substr(split));
+    for (; file != NameTable::none; file = table.next_exact(file)) held.push_back(file);
+    return held;
+}
+
+bool DirectoryFollower::is_spelled(std::uint32_t file, std::string_view path) const {
+    const NameTable& table = state_.names->table;
+    return path.ends_with(table.spelled_name(file)) &&
+           path.substr(0, path.size() - table.spelled_name(file).size()) == table.spelled_dir(file);
+}
+
+/// Whether something was told of just this file.
+bool DirectoryFollower::is_named(const Mark& mark, std::uint32_t file) const {
+    return std::any_of(mark.spellings.begin(), mark.spellings.end(),
+                       [&](const Spelling& spelling) { return is_spelled(file, spelling.path); });
+}
+
+/// The spellings that the table is to have, in the order of a scan: what is there, and of what it has already what nobody
+/// touched.
+std::vector<std::string> DirectoryFollower::wanted_spellings(const std::vector<std::uint32_t>& held,
+                                                             const Mark& mark) const {
+    const NameTable& table = state_.names->table;
+    std::vector<std::string> wanted;
+    for (const std::uint32_t file : held) {
+        if (!is_named(mark, file))
+            wanted.push_back(std::string(table.spelled_dir(file)).append(table.spelled_name(file)));
+    }
+    for (const Spelling& spelling : mark.spellings) {
+        if (spelling.is_there) wanted.push_back(spelling.path);
+    }
+    std::sort(wanted.begin(), wanted.end());
+    return wanted;
+}
+
+/// Puts these spellings of one name in the place of the files that the table has. False when the source shows none of them.
+bool DirectoryFollower::replace(const std::vector<std::uint32_t>& held, const std::vector<std::string>& wanted) {
     NameTable& table = state_.names->table;
     std::vector<std::uint32_t> added;
     added.reserve(wanted.size());
@@ -129,6 +159,7 @@ void DirectoryFollower::replace(const std::vector<std::uint32_t>& held, const st
         if (!held.empty()) table.set_value(file, table.value(held.front()));
     }
     for (const std::uint32_t file : held) table.remove(file);
+    return !added.empty();
 }
 
 }  // namespace fs

@@ -130,10 +130,16 @@ void DirectoryFollower::note_event(const std::string& dir, const platform::Watch
         mark_directory(path + "/", is_other, is_other);
     }
     if (event.is_directory) return;
-    mark(std::move(path), now, event.kind != Kind::REMOVED, event.kind == Kind::CREATED);
+    if (event.kind == Kind::CHANGED && latest_ != nullptr && latest_->spellings.back().path == path) {
+        latest_->last = now;
+        latest_->is_written = true;
+        return;
+    }
+    latest_ = &mark(std::move(path), now, event.kind != Kind::REMOVED, event.kind == Kind::CREATED);
+    latest_->is_named |= event.kind != Kind::CHANGED;
 }
 
-void DirectoryFollower::mark(std::string path, std::int64_t when, bool is_written, bool is_new) {
+DirectoryFollower::Mark& DirectoryFollower::mark(std::string path, std::int64_t when, bool is_written, bool is_new) {
     const auto [place, is_added] = marks_.try_emplace(lower_text(path));
     Mark& mark = place->second;
     if (is_added) {
@@ -143,6 +149,7 @@ void DirectoryFollower::mark(std::string path, std::int64_t when, bool is_writte
     mark.last = std::max(mark.last, when);
     mark.is_written |= is_written;
     add_spelling(mark, std::move(path));
+    return mark;
 }
 
 void DirectoryFollower::add_spelling(Mark& mark, std::string path) {
@@ -204,6 +211,7 @@ bool DirectoryFollower::find_root() {
     new_dirs_.clear();
     if (!was_known && !is_there) return false;
     marks_.clear();
+    latest_ = nullptr;
     directory_marks_.clear();
     due_ = 0;
     is_root_gone_ = !is_there;
@@ -214,10 +222,11 @@ bool DirectoryFollower::find_root() {
 bool DirectoryFollower::look_at_due(std::int64_t now, std::int64_t quiet) {
     bool is_whole = true;
     due_ = 0;
+    latest_ = nullptr;
     for (auto& [name, mark] : marks_) {
         mark.is_due = now - mark.last >= quiet || (now - mark.first) / 10 >= quiet;
         if (!mark.is_due) continue;
-        mark.is_due = look_at(mark);
+        mark.is_due = !mark.is_named || look_at(mark);
         is_whole &= mark.is_due;
         due_ += mark.is_due ? 1 : 0;
     }

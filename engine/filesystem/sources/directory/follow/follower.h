@@ -48,6 +48,7 @@ private:
         std::int64_t first = 0;
         std::int64_t last = 0;
         bool is_written = false;  // its content may be another
+        bool is_named = false;    // the name may have come or gone; otherwise the disk need not be asked
         bool is_new = false;      // when it was first touched there was no such name
         bool is_due = false;      // looked at, and to be applied
         std::vector<Spelling> spellings;
@@ -66,7 +67,7 @@ private:
     // follower.cpp
     void take_settings();
     void note_event(const std::string& dir, const platform::WatchEvent& event, std::int64_t now);
-    void mark(std::string path, std::int64_t when, bool is_written, bool is_new);
+    Mark& mark(std::string path, std::int64_t when, bool is_written, bool is_new);
     static void add_spelling(Mark& mark, std::string path);
     void mark_directory(const std::string& dir, bool is_written, bool is_deep);
     bool watch_known(const std::string& dir);
@@ -86,8 +87,12 @@ private:
 
     // apply.cpp
     void apply_directories(ChangeBatch& batch);
-    void apply_mark(ChangeBatch& batch, const std::string& name, const Mark& mark);
-    void replace(const std::vector<std::uint32_t>& held, const std::vector<std::string_view>& wanted);
+    bool apply_mark(ChangeBatch& batch, const std::string& name, const Mark& mark);
+    std::vector<std::uint32_t> held_files(std::string_view name) const;
+    bool is_spelled(std::uint32_t file, std::string_view path) const;
+    bool is_named(const Mark& mark, std::uint32_t file) const;
+    std::vector<std::string> wanted_spellings(const std::vector<std::uint32_t>& held, const Mark& mark) const;
+    bool replace(const std::vector<std::uint32_t>& held, const std::vector<std::string>& wanted);
     void mount_again(ChangeBatch& batch);
 
     CWin32_dir& source_;
@@ -103,6 +108,7 @@ private:
     std::map<std::string, std::int64_t, std::less<>> directories_;  // known ones, with their watches (-1: none)
     std::set<std::pair<std::uint64_t, std::uint64_t>> linked_;      // as MountedNames has them
     Marks marks_;
+    Mark* latest_ = nullptr;  // of them: what an event named last, which the next often names once more
     DirectoryMarks directory_marks_;
     std::vector<std::string> new_dirs_;   // in lower case, to be entered in the tree
     std::vector<std::string> gone_dirs_;  // to be taken out

@@ -138,7 +138,7 @@ void DirectoryFollower::enter(Reading& reading, const Visit& visit, const platfo
             if (was_known)
                 reading.found.insert(std::move(path));
             else
-                mark(std::move(path), reading.when, true, true);
+                mark(std::move(path), reading.when, true, true).is_named = true;
             continue;
         }
         if (!is_recursive_) continue;
@@ -177,9 +177,10 @@ void DirectoryFollower::compare(Reading& reading) {
         std::string path(table.spelled_dir(file));
         path.append(table.spelled_name(file));
         const bool is_found = fate->second != Fate::GONE && reading.found.erase(path) != 0;
-        if (!is_found || fate->second == Fate::WRITTEN) mark(std::move(path), reading.when, is_found, false);
+        if (!is_found || fate->second == Fate::WRITTEN)
+            mark(std::move(path), reading.when, is_found, false).is_named = true;
     }
-    for (const std::string& path : reading.found) mark(path, reading.when, true, true);
+    for (const std::string& path : reading.found) mark(path, reading.when, true, true).is_named = true;
 }
 
 /// Whether a scan would enter this link: not to a directory on its own way, and through another link only where no link has
