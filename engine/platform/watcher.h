@@ -10,16 +10,16 @@ namespace platform {
 /// One thing that the system told of a watched directory.
 struct WatchEvent {
     enum class Kind : std::uint8_t {
-        CREATED,   // a new name
-        ARRIVED,   // moved here, perhaps onto a name that was there
-        CHANGED,   // content was written; never told of a directory
-        REMOVED,   // deleted, or moved away
-        RIGHTS,    // of a directory in it: what may be listed may be another
-        GONE,      // the watched directory itself was deleted, moved or unmounted
-        OVERFLOW_  // events were dropped; of every watch when `watch` is -1
+        CREATED,  // a new name
+        ARRIVED,  // moved here, perhaps onto a name that was there
+        CHANGED,  // content was written; never told of a directory
+        REMOVED,  // deleted, or moved away
+        RIGHTS,   // of a directory in it: what may be listed may be another
+        GONE,     // the watched directory itself was deleted, moved or unmounted
+        DROPPED   // events were dropped; of every watch when `watch` is -1
     };
     std::int64_t watch = -1;
-    Kind kind = Kind::OVERFLOW_;
+    Kind kind = Kind::DROPPED;
     bool is_directory = false;  // surely one; false also where the system does not tell
     std::string_view name;  // below the watched directory, "/"-separated, as the disk spells it; good during the visit
 };

@@ -123,6 +123,24 @@ TEST_F(Watch, ShowsNamesAtTheirPrefix) {
     EXPECT_NE(fs::search_dir("mods/one/sub"), nullptr);
 }
 
+TEST_F(Watch, HeedsHowItsSourceWasMounted) {
+    outside_.write("top/low/x", "");
+    const std::string top = outside_ / "top";
+    ASSERT_TRUE(fs::add_source(top.c_str(), whole_tree | FFSAddSourceFlags::MOUNT_PARENT));
+    ASSERT_TRUE(fs::watch(top.c_str(), true));
+    outside_.write("top/low/y", "");
+    outside_.write("top/new/z", "");
+    EXPECT_THAT(poll_now(), ElementsAre("CREATED top/low/y", "CREATED top/new/z"));
+    EXPECT_NE(fs::search_dir("top/new"), nullptr);
+    ASSERT_TRUE(fs::rem_source(top.c_str()));
+    ASSERT_TRUE(fs::add_source(top.c_str(), FFSAddSourceFlags::NONE));
+    ASSERT_TRUE(fs::watch(top.c_str(), true));
+    outside_.write("top/low/y2", "");
+    outside_.write("top/new2/z", "");
+    outside_.write("top/here", "");
+    EXPECT_THAT(poll_now(), ElementsAre("CREATED here"));
+}
+
 TEST_F(Watch, FindsWhatChangedBetweenMountAndWatch) {
     ASSERT_TRUE(fs::watch(directory_.path().c_str(), false));
     directory_.write("d/late/x.txt", "");

@@ -71,7 +71,7 @@ public:
             if (is_good && moved != 0)
                 tell_records(visit);
             else if (is_good || code == ERROR_NOTIFY_ENUM_DIR || code == ERROR_OPERATION_ABORTED)
-                visit({.watch = number_, .kind = WatchEvent::Kind::OVERFLOW_, .name = {}});
+                visit({.watch = number_, .kind = WatchEvent::Kind::DROPPED, .name = {}});
             if ((!is_good && code != ERROR_NOTIFY_ENUM_DIR && code != ERROR_OPERATION_ABORTED) || !read())
                 visit({.watch = number_, .kind = WatchEvent::Kind::GONE, .name = {}});
         }

@@ -5,7 +5,7 @@
 
 #include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
-#include "engine/filesystem/registry/registry.h"
+#include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/sources/directory/follow/follower.h"
 
 // Under the registry's exclusive lock the table is brought to what was found. Each name is told, entered and unmarked in
@@ -30,7 +30,9 @@ void DirectoryFollower::apply(ChangeBatch& batch) {
 
 /// The root went or came.
 void DirectoryFollower::mount_again(ChangeBatch& batch) {
-    source_.refresh();
+    ErrorScope scope;
+    source_.refresh();  // which fails for a root that must exist, and keeps the names
+    scope.forget();
     batch.tree_changed();
     reads_ = state_.reads;
     is_to_be_mounted_ = false;
@@ -57,8 +59,9 @@ void DirectoryFollower::apply_directories(ChangeBatch& batch) {
         }
     }
     for (const std::string& dir : new_dirs_) {
-        state_.make_node(names, dir);
-        names.unlisted.erase(dir);
+        if (!directories_.contains(dir)) continue;  // it went again
+        state_.make_node(names, lower_text(dir));
+        names.unlisted.erase(lower_text(dir));
     }
     new_dirs_.clear();
     gone_dirs_.clear();

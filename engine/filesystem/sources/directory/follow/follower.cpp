@@ -49,7 +49,8 @@ std::vector<std::string> known_directories(const DirectoryState& state) {
     for (const std::string& dir : lower) {
         NativePath path;
         if (spelled.contains(dir) || !build_native_path(state.native_root, dir, {}, path)) continue;
-        if (platform::resolve_case(path.text, path.text)) found.emplace_back(path.below_root());
+        const bool is_told = platform::resolve_case(path.text, path.text);
+        found.emplace_back(is_told ? path.below_root() : std::string_view(dir));
     }
     return found;
 }
@@ -77,8 +78,9 @@ bool DirectoryFollower::begin(Watches& watches) {
     for (const std::string& dir : known) {
         if (!watch_known(dir)) return false;
         platform::DirectoryTimes times;
+        // Where nobody tells, it is read again.
         const bool is_told = platform::get_directory_times({.full = native(dir).c_str()}, times);
-        if (is_told && std::max(times.written, times.changed) >= begun) mark_directory(dir, false, false);
+        if (!is_told || std::max(times.written, times.changed) >= begun) mark_directory(dir, false, false);
     }
     new_dirs_.clear();  // the tree has them
     return true;
@@ -108,7 +110,7 @@ void DirectoryFollower::note(const std::string& dir, const platform::WatchEvent&
 
 void DirectoryFollower::note_event(const std::string& dir, const platform::WatchEvent& event, std::int64_t now) {
     using Kind = platform::WatchEvent::Kind;
-    if (event.kind == Kind::OVERFLOW_) {
+    if (event.kind == Kind::DROPPED) {
         is_to_be_read_ = true;
         return;
     }
@@ -167,7 +169,7 @@ void DirectoryFollower::mark_directory(const std::string& dir, bool is_written, 
 /// False, with the failure stored and in platform::last_error, when it is not watched.
 bool DirectoryFollower::watch(const std::string& dir) {
     const auto [place, is_added] = directories_.try_emplace(dir, -1);
-    if (is_added) new_dirs_.push_back(lower_text(dir));
+    if (is_added) new_dirs_.push_back(dir);
     const bool is_start = dir == start_;
     if (platform::Watcher::sees_below && !is_start) return true;
     const std::int64_t watch = watches_->add(native(dir).c_str(), is_start, *this, place->first);

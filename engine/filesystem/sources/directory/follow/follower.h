@@ -110,8 +110,8 @@ private:
     Marks marks_;
     Mark* latest_ = nullptr;  // of them: what an event named last, which the next often names once more
     DirectoryMarks directory_marks_;
-    std::vector<std::string> new_dirs_;   // in lower case, to be entered in the tree
-    std::vector<std::string> gone_dirs_;  // to be taken out
+    std::vector<std::string> new_dirs_;   // to be entered in the tree
+    std::vector<std::string> gone_dirs_;  // in lower case, to be taken out
     std::size_t due_ = 0;
     bool is_to_be_read_ = false;  // all of it
     bool is_root_gone_ = false;

@@ -73,7 +73,7 @@ bool DirectoryFollower::read_directories(std::int64_t when) {
     }
     compare(reading);
     is_lost_ |= reading.is_whole_source;
-    is_to_be_read_ = false;
+    is_to_be_read_ = reading.is_whole_source && reading.unread.contains(start_);
     directory_marks_.swap(reading.failed);
     return reading.is_whole;
 }
