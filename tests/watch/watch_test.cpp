@@ -207,8 +207,8 @@ TEST_F(Watch, ReadsTheSourceAgainWhenTheSystemDroppedEvents) {
     EXPECT_EQ(lines.size(), count + 3);
     EXPECT_EQ(lines.back(), "LOST ");
     expect_as_mounted_anew(directory_);
-    directory_.write("d/g/last", "again");
-    EXPECT_THAT(poll_now(), ElementsAre("CONTENT d/g/last"));
+    directory_.write("d/f0", "again");
+    EXPECT_THAT(poll_now(), ElementsAre("CONTENT d/f0"));
 }
 
 TEST_F(Watch, TellsThatAPackWasReplacedAndTakesTheNewOne) {
@@ -266,8 +266,9 @@ public:
             case 4:
                 if (random_() % 4 == 0) disk::remove_all(from, ignored);
                 return;
-            default:
-                disk::rename(from, any(), ignored);
+            default:  // Wine loses track of a directory that moves
+                if (!platform::Watcher::sees_below || !disk::is_directory(from, ignored))
+                    disk::rename(from, any(), ignored);
         }
     }
 
