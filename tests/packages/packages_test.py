@@ -12,7 +12,8 @@ import sys
 import tempfile
 import zipfile
 
-IN_ZIP = {"engine_filesystem.dll", "libengine_filesystem.dll.a", "enginefs.exe", "filesystem.h", "LICENSE", "NOTICES"}
+IN_ZIP = {"engine_filesystem.dll", "libengine_filesystem.dll.a", "engine_filesystem_c.lib", "enginefs.exe", "filesystem.h",
+          "filesystem_c.h", "LICENSE", "NOTICES"}
 
 
 def run(*command, **options):
@@ -54,16 +55,20 @@ def install(packages, root):
 
 
 def check_programs(source, root, where):
-    """What others build against the installed files alone."""
+    """What others build against the installed files alone, in C and C++."""
     libraries = os.path.dirname(glob.glob(f"{root}/usr/lib/*/pkgconfig")[0])
     found = {**os.environ, "LD_LIBRARY_PATH": libraries, "PKG_CONFIG_LIBDIR": libraries + "/pkgconfig"}
-    flags = run("pkg-config", "--cflags", "--libs", "engine_filesystem", env=found).split()
-    host, build = os.path.join(source, "examples/host"), os.path.join(where, "host")
-    run("c++", f"{host}/main.cpp", "-o", f"{where}/by_pkg_config", *flags)
-    run(f"{where}/by_pkg_config", env=found, cwd=where)
-    run("cmake", "-S", host, "-B", build, f"-DCMAKE_PREFIX_PATH={root}/usr")
+    data = os.path.join(where, "data")
+    os.mkdir(data)
+    for compiler, package_name, example, arguments in (("cc", "engine_filesystem_c", "c_host/main.c", [data]),
+                                                       ("c++", "engine_filesystem", "host/main.cpp", [])):
+        flags = run("pkg-config", "--cflags", "--libs", package_name, env=found).split()
+        run(compiler, os.path.join(source, "examples", example), "-o", f"{where}/program", *flags)
+        run(f"{where}/program", *arguments, env=found, cwd=where)
+    build = os.path.join(where, "c_host")
+    run("cmake", "-S", os.path.join(source, "examples/c_host"), "-B", build, f"-DCMAKE_PREFIX_PATH={root}/usr")
     run("cmake", "--build", build)
-    run(f"{build}/host", env=found, cwd=where)
+    run(f"{build}/c_host", data, env=found)
     run(f"{root}/usr/bin/enginefs", "--root", where, "ls", env=found)
 
 
