@@ -21,7 +21,7 @@ function(engine_install libdir prefix)
     install(EXPORT ${prefix}engine_filesystem_targets FILE engine_filesystemTargets.cmake NAMESPACE engine::
         DESTINATION ${package_dir} ${development})
 
-    set(engine_libdir ${libdir})
+    # The library for hosts in C; on Windows with the import library that MSVC reads, if one could be made.
     set(engine_c_location ${libdir}/libengine_filesystem.so)
     set(engine_c_implib)
     if(WIN32)
@@ -37,6 +37,7 @@ function(engine_install libdir prefix)
     install(FILES ${generated}/engine_filesystemConfig.cmake
         ${CMAKE_CURRENT_BINARY_DIR}/engine_filesystemConfigVersion.cmake DESTINATION ${package_dir} ${development})
 
+    set(engine_libdir ${libdir})
     file(RELATIVE_PATH engine_pc_to_prefix /${libdir}/pkgconfig /)
     foreach(name engine_filesystem engine_filesystem_c)
         configure_file(cmake/${name}.pc.in ${generated}/${name}.pc @ONLY)

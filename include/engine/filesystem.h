@@ -11,6 +11,7 @@
 #include <engine/filesystem/handles.h>
 #include <engine/filesystem/loading.h>
 #include <engine/filesystem/log.h>
+#include <engine/filesystem/pack_reader.h>
 #include <engine/filesystem/registry.h>
 #include <engine/filesystem/sources.h>
 #include <engine/filesystem/startup.h>

@@ -17,7 +17,7 @@ C_HEADERS = {name + ".h" for name in ("assert ctype errno float inttypes limits 
 LIBRARIES = {"engine/": ("zlib.h", "miniz.h", "libdeflate.h", "igzip_lib.h", "crc.h", "zstd.h"), "tools/": ("CLI/", "nlohmann/", "zlib.h", "libdeflate.h"),
              "examples/adapters/": ("SDL.h", "SDL3/SDL.h", "lua.h", "lauxlib.h", "lualib.h", "stb_image.h", "imgui.h")}
 SYSTEM_FOLDERS = ("engine/platform/posix/", "engine/platform/linux/", "engine/platform/windows/",
-                  "tools/enginefs/terminal.cpp")
+                  "tools/enginefs/terminal.cpp", "tools/enginefs/mount/fuse/")
 
 
 def allowed(path, name):
@@ -40,7 +40,7 @@ def main(root):
 
 def is_file_of_ours(root, path, name):
     beside = os.path.join(root, os.path.dirname(path), name)
-    return any(os.path.isfile(place) for place in (beside, os.path.join(root, name), os.path.join(root, "include", name)))
+    return any(os.path.isfile(place) for place in (beside, *(os.path.join(root, top, name) for top in ("", "include", "tools/enginefs"))))
 
 
 if __name__ == "__main__":

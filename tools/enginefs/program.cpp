@@ -107,7 +107,7 @@ Program::Program() : app_("Lists, reads, explains and changes what the engine's 
     for (const auto add :
          {add_listing_commands, add_content_commands, add_pack_commands, add_unpack_commands, add_diff_commands,
           add_stream_commands, add_chunk_commands, add_manage_commands, add_duplicates_command, add_container_commands,
-          add_cache_commands, add_log_commands, add_load_command})
+          add_cache_commands, add_log_commands, add_load_command, add_mount_command, add_report_command})
         add(commands);
 }
 

@@ -19,11 +19,6 @@ void print_message(Log::ELevel::TYPE, const char*, const char* text) {
     std::fputs(lines.c_str(), stderr);
 }
 
-bool is_pack_name(const std::string& path) {
-    const std::string name = lower_case(path);
-    return name.ends_with(".pak") || name.ends_with(".mpak");
-}
-
 bool check_directory(const std::string& told, const std::string& full) {
     if (full.size() > longest_path) return fail(told, "its full path is longer than 259 bytes");
     if (fs::native_does_file_exist(full.c_str()))
@@ -32,6 +27,11 @@ bool check_directory(const std::string& told, const std::string& full) {
 }
 
 }  // namespace
+
+bool is_pack_name(const std::string& path) {
+    const std::string name = lower_case(path);
+    return name.ends_with(".pak") || name.ends_with(".mpak");
+}
 
 void show_messages(const std::string& level) {
     Log::Settings::Instance().SetLevel(level == "all" ? Log::ELevel::VERE : CrashLevelFromName(level.c_str()));

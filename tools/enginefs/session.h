@@ -33,5 +33,8 @@ private:
     bool whole_ = true;
 };
 
+/// Whether a source of this name is mounted as a pack.
+bool is_pack_name(const std::string& path);
+
 /// Sends the library's messages of at least this importance to standard error.
 void show_messages(const std::string& level);

@@ -5,12 +5,14 @@
 #include <utility>
 
 #include <engine/filesystem/contract/native_source.h>
+#include <engine/filesystem/pack_reader.h>
 #include <engine/filesystem/registry.h>
 #include <engine/filesystem/sources/directory.h>
 #include <engine/filesystem/sources/pack.h>
 
 #include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/log/message.h"
@@ -91,11 +93,28 @@ bool mount_path(const char* path, std::string_view prefix, FFSAddSourceFlags::EN
     return true;
 }
 
+bool mount_reader(const char* name, std::shared_ptr<pack_reader> reader, FFSAddSourceFlags::ENUM flags) {
+    const fs::path key = lookup_name(name);
+    auto source = std::make_unique<CZip_dir>();
+    source->set_native_spelling(name);
+    source->set_reader(std::move(reader));
+    return check_key(name, key, flags) && mount(*source, key, flags, nullptr) &&
+           registry::add(std::move(source), flags);
+}
+
+/// A pack that a host reads has whatever name the host gave it; other sources are named by a full path.
+CFSSource* find_named(const char* path, const PreparedPath& prepared) {
+    if (prepared.is_full()) {
+        if (CFSSource* const found = registry::find(prepared.as_source_path())) return found;
+    }
+    return dynamic_cast<CZip_dir*>(registry::find(lookup_name(path)));
+}
+
 bool unmount_path(const char* path) {
     const PreparedPath prepared(path);
-    if (!prepared.is_full()) return refuse(EFSError::INVALID_NAME, path, "The path is no full path.");
-    const fs::path key = prepared.as_source_path();
-    const auto source = registry::take_out([&] { return registry::find(key); });
+    const fs::path key = prepared.is_full() ? prepared.as_source_path() : lookup_name(path);
+    const auto source = registry::take_out([&] { return find_named(path, prepared); });
+    if (!source && !prepared.is_full()) return refuse(EFSError::INVALID_NAME, path, "The path is no full path.");
     if (!source) return refuse(EFSError::NOT_FOUND, key.PathName(), "No source of this path is registered.");
     const EFSSourceType::TYPE type = source->type();
     log_message(log_source, Log::ELevel::DEBG, __LINE__, "Removing source '%s%s' of type %s(%i).\n", key.PathName(),
@@ -120,6 +139,15 @@ bool add_source_at(const char* path, const char* prefix, FFSAddSourceFlags::ENUM
         if (is_full_path(place.c_str()) || climbs(place.c_str()))
             return refuse(EFSError::INVALID_NAME, prefix, "The prefix is a full path, or climbs.");
         return mount_path(path, place.c_str(), flags);
+    });
+}
+
+bool add_pack_reader(const char* name, pack_reader& reader, FFSAddSourceFlags::ENUM flags) {
+    if (name == nullptr) name = "";
+    const DiskUse use("listed", name);
+    return guarded(name, false, [&] {
+        return mount_reader(name, std::shared_ptr<pack_reader>(&reader, [](pack_reader* done) { done->release(); }),
+                            flags);
     });
 }
 

@@ -5,6 +5,7 @@
 #include <new>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <engine/filesystem/contract/names.h>
@@ -62,9 +63,9 @@ PackTable read_table(const PackStore& store) {
 
 }  // namespace
 
-std::shared_ptr<PackArchive> PackArchive::mount(const char* native_path, bool in_memory) {
+std::shared_ptr<PackArchive> PackArchive::mount(PackStore store) {
     auto archive = std::make_shared<PackArchive>();
-    if (!archive->store_.open(native_path, in_memory)) return nullptr;
+    archive->store_ = std::move(store);
     archive->table_ = read_table(archive->store_);
     return archive;
 }
@@ -80,14 +81,20 @@ void PackArchive::fill_tree(dir& tree) const {
     }
 }
 
+bool PackArchive::open(std::uint32_t file) {
+    if (is_zip64(table_.entry(file)))
+        return refuse(EFSError::UNSUPPORTED, full_name(file).c_str(), "The entry of the pack is in zip64 form.");
+    return store_.is_remote() || locate(file);
+}
+
 bool PackArchive::locate(std::uint32_t file) {
     PackEntry& entry = table_.entry(file);
     if ((state_of(entry) & located) != 0) return true;
     const auto refuse_entry = [&](EFSError::TYPE code, const char* reason) {
         return refuse(code, full_name(file).c_str(), reason);
     };
-    if (is_zip64(entry)) return refuse_entry(EFSError::UNSUPPORTED, "The entry of the pack is in zip64 form.");
     std::uint8_t bytes[zip::local_header_size];
+    store_.prefetch(entry.header_offset, sizeof bytes + std::uint64_t{entry.packed_size});
     const std::uint64_t got = store_.read(entry.header_offset, bytes, sizeof bytes);
     if (got == PackStore::failed) return false;
     if (got != sizeof bytes)

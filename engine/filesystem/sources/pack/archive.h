@@ -27,8 +27,8 @@ struct PackedData {
 /// Threads  any number at once; what changes has its own lock or is atomic.
 class PackArchive {
 public:
-    /// Opens and reads the pack. Null, with fs::last_error set, on failure. May throw std::bad_alloc.
-    static std::shared_ptr<PackArchive> mount(const char* native_path, bool in_memory);
+    /// Reads the directory of an open pack. May throw std::bad_alloc, or StoredFailure when it is none.
+    static std::shared_ptr<PackArchive> mount(PackStore store);
     /// Adds the pack's directories. May throw std::bad_alloc.
     void fill_tree(dir& tree) const;
 
@@ -40,8 +40,10 @@ public:
     std::string full_name(std::uint32_t file) const {
         return std::string(table_.names.dir(file)).append(table_.names.name(file));
     }
-    /// Reads the file's local header unless that was done before. False, with fs::last_error set, when that fails or the
-    /// entry is of a kind that is not read.
+    /// What is done when the file is opened: locates it, unless that may take long. False, with fs::last_error set, when
+    /// that fails or the entry is of a kind that is not read.
+    bool open(std::uint32_t file);
+    /// Reads the file's local header unless that was done before; the first step of every use of an open file.
     bool locate(std::uint32_t file);
     /// Of a file that was located.
     PackedData data_of(std::uint32_t file);

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/name_list.h"
@@ -53,7 +54,8 @@ struct CZip_dir::State {
 
     std::shared_ptr<fs::PackArchive> archive;  // null until init has succeeded
     std::string native_spelling;
-    platform::Mutex tree_lock;  // guards the first filling of `tree`
+    std::shared_ptr<fs::pack_reader> reader;  // null for a pack of the disk
+    platform::Mutex tree_lock;                // guards the first filling of `tree`
     fs::dir tree;
     bool tree_wanted = false;  // dir_tree was asked for
 };
@@ -64,6 +66,8 @@ CZip_dir::~CZip_dir() = default;
 void CZip_dir::set_native_spelling(const char* native_path) {
     state_->native_spelling = native_path ? native_path : "";
 }
+
+void CZip_dir::set_reader(std::shared_ptr<fs::pack_reader> reader) { state_->reader = std::move(reader); }
 
 bool CZip_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir_listing* listing) {
     clear();
@@ -77,10 +81,14 @@ bool CZip_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir
                           "The pack source never serves a file with \".edat\" in its name.");
     const char* native_path = state_->native_spelling.empty() ? full_name : state_->native_spelling.c_str();
     return fs::guarded(native_path, false, [&] {
-        auto archive = fs::PackArchive::mount(native_path, (flags & FFSAddSourceFlags::PACK_IN_MEMORY) != 0);
-        if (archive && state_->tree_wanted) archive->fill_tree(state_->tree);
+        fs::PackStore store;
+        const bool in_memory = (flags & FFSAddSourceFlags::PACK_IN_MEMORY) != 0;
+        if (!(state_->reader ? store.open(native_path, state_->reader, in_memory) : store.open(native_path, in_memory)))
+            return false;
+        auto archive = fs::PackArchive::mount(std::move(store));
+        if (state_->tree_wanted) archive->fill_tree(state_->tree);
         state_->archive = std::move(archive);
-        return state_->archive != nullptr;
+        return true;
     });
 }
 
@@ -122,7 +130,7 @@ void CZip_dir::root_path(fs::path& out, const fs::path& p) {
 SFsFile* CZip_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS open_flags) {
     return fs::guarded(p.FileName(), static_cast<SFsFile*>(nullptr), [&]() -> SFsFile* {
         const std::uint32_t file = state_->find(p, has(open_flags, FFSOpenFlags::WHOLE_NAME));
-        if (file == none || !state_->archive->locate(file)) return nullptr;
+        if (file == none || !state_->archive->open(file)) return nullptr;
         const bool exact = (flags() & FFSAddSourceFlags::EXACT_SEEKS) != 0 || has(open_flags, FFSOpenFlags::SEEKABLE);
         return new SZipFile(this, state_->archive, file, exact);
     });

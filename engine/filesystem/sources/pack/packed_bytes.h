@@ -10,8 +10,8 @@ namespace fs {
 /// Why an entry did not give what its directory promises.
 enum class PackFault : std::uint8_t { NONE, DAMAGED, ENDS_EARLY, CHECKSUM, PACK_IS_SHORT, IO };
 
-/// The packed bytes of one entry, read through a window. What the pack does not have (any more), or the disk does not
-/// give, are zeros; such bytes are handed out once and never kept.
+/// The packed bytes of one entry, read through a window. What the pack does not have (any more), or what cannot
+/// be read, are zeros; such bytes are handed out once and never kept.
 /// Threads  one at a time.
 class PackedBytes {
 public:

@@ -3,21 +3,25 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
-
-#include <engine/filesystem/access/monitor.h>
-
-#include "engine/filesystem/contract/set_error.h"
+#include <utility>
 
 namespace fs {
 
 bool PackStore::open(const char* native_path, bool in_memory) {
     path_ = native_path;
-    file_ = platform::File::open(native_path, {.sharing = platform::Sharing::NONE});
-    if (!file_.valid()) return refuse_by_disk(native_path, "cannot be opened as a pack");
-    monitor_touch_file(native_path);
-    length_ = file_.length();
-    if (length_ == failed) return refuse_by_disk(native_path, "does not tell its length");
-    return !in_memory || load();
+    return start(PackOrigin::file(native_path), in_memory);
+}
+
+bool PackStore::open(const char* name, std::shared_ptr<pack_reader> reader, bool in_memory) {
+    path_ = name;
+    return start(PackOrigin::reader(name, std::move(reader)), in_memory);
+}
+
+bool PackStore::start(std::unique_ptr<PackOrigin> origin, bool in_memory) {
+    if (!origin) return false;
+    origin_ = std::move(origin);
+    length_ = origin_->length();
+    return length_ != failed && (!in_memory || load());
 }
 
 /// False when the pack cannot be read.
@@ -28,7 +32,7 @@ bool PackStore::load() {
     if (got == failed) return false;
     length_ = got;
     memory_ = std::move(bytes);
-    file_.close();
+    origin_.reset();
     return true;
 }
 
@@ -39,9 +43,7 @@ std::uint64_t PackStore::read(std::uint64_t offset, void* buffer, std::uint64_t 
         std::memcpy(buffer, memory_.get() + offset, static_cast<std::size_t>(wanted));
         return wanted;
     }
-    const std::uint64_t got = wanted == 0 ? 0 : file_.read_at(buffer, wanted, offset);
-    if (got == failed) refuse_by_disk(path_.c_str(), "cannot be read as a pack");
-    return got;
+    return wanted == 0 ? 0 : origin_->read(offset, buffer, wanted);
 }
 
 const std::uint8_t* PackStore::view(std::uint64_t offset, std::uint64_t size) const {
@@ -49,10 +51,8 @@ const std::uint8_t* PackStore::view(std::uint64_t offset, std::uint64_t size) co
     return memory_.get() + offset;
 }
 
-platform::Mapping PackStore::map(std::uint64_t offset, std::uint64_t size) const {
-    platform::Mapping mapping(file_, offset, size);
-    if (mapping.IsEmpty()) refuse_by_disk(path_.c_str(), "cannot be mapped");
-    return mapping;
+void PackStore::prefetch(std::uint64_t offset, std::uint64_t size) const {
+    if (is_remote() && offset < length_) origin_->prefetch(offset, std::min(size, length_ - offset));
 }
 
 }  // namespace fs

@@ -4,38 +4,43 @@
 #include <memory>
 #include <string>
 
-#include "engine/platform/files.h"
-#include "engine/platform/mapping.h"
+#include "engine/filesystem/sources/pack/origin.h"
 
 namespace fs {
 
-/// The bytes of one pack: an open file, which nobody else may open meanwhile, or a copy of it in memory.
+/// The bytes of one pack: where they come from, or a copy of them in memory.
 /// Threads  reading from any number of threads at once, without a lock: every read names its own offset.
 class PackStore {
 public:
-    static constexpr std::uint64_t failed = ~std::uint64_t{0};
+    static constexpr std::uint64_t failed = PackOrigin::failed;
 
     PackStore() = default;
 
-    /// Opens `native_path` and tells the monitor of it; with `in_memory` reads it whole and closes it again. When there is
-    /// no memory for that, the file stays open instead. False, with fs::last_error set, on failure.
+    /// Opens the file; with `in_memory` reads it whole and closes it again. When there is no memory for that, it stays open
+    /// instead. False, with fs::last_error set, on failure.
     bool open(const char* native_path, bool in_memory);
+    /// The same of what a host reads, which messages call `name`.
+    bool open(const char* name, std::shared_ptr<pack_reader> reader, bool in_memory);
 
     const std::string& path() const { return path_; }
     std::uint64_t length() const { return length_; }
     bool is_in_memory() const { return memory_ != nullptr; }
+    bool is_remote() const { return origin_ && origin_->is_remote(); }
     /// Bytes read: less than `size` where the pack ends, or ended since it was opened. `failed`, with fs::last_error set,
-    /// when the system fails.
+    /// when the system or the host fails.
     std::uint64_t read(std::uint64_t offset, void* buffer, std::uint64_t size) const;
     /// The bytes themselves when the pack is in memory and holds them all; else null.
     const std::uint8_t* view(std::uint64_t offset, std::uint64_t size) const;
-    /// Bytes of a pack that is no copy in memory. Empty, with fs::last_error set, on failure.
-    platform::Mapping map(std::uint64_t offset, std::uint64_t size) const;
+    /// Bytes of a pack that is neither a copy in memory nor remote. Empty, with fs::last_error set, on failure.
+    platform::Mapping map(std::uint64_t offset, std::uint64_t size) const { return origin_->map(offset, size); }
+    /// Tells a remote pack what of it will be read next.
+    void prefetch(std::uint64_t offset, std::uint64_t size) const;
 
 private:
+    bool start(std::unique_ptr<PackOrigin> origin, bool in_memory);
     bool load();
 
-    platform::File file_;
+    std::unique_ptr<PackOrigin> origin_;  // null for a copy in memory
     std::unique_ptr<std::uint8_t[]> memory_;
     std::uint64_t length_ = 0;
     std::string path_;

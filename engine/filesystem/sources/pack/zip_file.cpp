@@ -34,7 +34,7 @@ constexpr const char* fault_words[] = {
     "it has fewer bytes than the pack says",
     "its checksum does not match",
     "the pack ends before it does",
-    "the disk does not give its bytes",
+    "its bytes are out of reach",
 };
 static_assert(std::size(fault_words) == static_cast<std::size_t>(fs::PackFault::IO) + 1);
 
@@ -57,6 +57,7 @@ std::uint64_t SZipFile::read(void* buffer, std::uint64_t size) {
 }
 
 std::uint64_t SZipFile::read_some(std::uint8_t* buffer, std::uint64_t count) {
+    if (!archive_->locate(entry_)) return report(fs::PackFault::IO), 0;
     const fs::PackedData data = archive_->data_of(entry_);
     const bool in_blocks = data.method == EFSPackMethod::STORE && !exact_seeks_;
     if (count == 0 && !in_blocks) return 0;  // nothing is decoded for nothing
@@ -90,7 +91,7 @@ void SZipFile::report(fs::PackFault fault) {
         log_message(messages, Log::ELevel::ERRR, __LINE__, "The entry '%s' of the pack '%s' cannot be read: %s.\n",
                     fs::file_name(this), pack.c_str(), words);
     }
-    if (fault == fs::PackFault::IO) return;  // whoever asked the disk has told why
+    if (fault == fs::PackFault::IO) return;  // whoever asked for the bytes has told why
     fs::set_error(EFSError::BAD_FORMAT, name, "The entry of the pack \"" + pack + "\" cannot be read: " + words + ".");
 }
 
@@ -106,6 +107,7 @@ bool SZipFile::seek(std::int64_t offset, EFSSeek::TYPE origin) {
 const void* SZipFile::view(std::uint64_t& size, bool populate) {
     const fs::PackStore& store = archive_->store();
     return fs::guarded<const void*>(name, nullptr, [&]() -> const void* {
+        if (store.is_remote() || !archive_->locate(entry_)) return nullptr;
         const fs::PackedData data = archive_->data_of(entry_);
         size = data.size;
         if (data.method != EFSPackMethod::STORE || size == 0 || data.packed_size != size) return nullptr;

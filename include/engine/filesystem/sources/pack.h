@@ -17,6 +17,7 @@ namespace fs {
 class EntryReader;
 class PackArchive;
 class PackView;
+class pack_reader;
 enum class PackFault : std::uint8_t;
 
 }  // namespace fs
@@ -34,6 +35,9 @@ public:
 
     /// The spelling of the pack's own path on a disk that tells case apart; given before init. Null: as init spells it.
     void set_native_spelling(const char* native_path);
+
+    /// What reads the pack in place of the disk (pack_reader.h); given before init. The source and its open files keep it.
+    void set_reader(std::shared_ptr<fs::pack_reader> reader);
 
     /// Reads the pack's directory; with FFSAddSourceFlags::PACK_IN_MEMORY its every byte. With EXACT_SEEKS stored entries
     /// are read at the position asked for. False, with the reason in fs::last_error, when it is no pack.
