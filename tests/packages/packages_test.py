@@ -55,7 +55,7 @@ def install(packages, root):
 
 
 def check_programs(source, root, where):
-    """What others build against the installed files alone, in C and C++."""
+    """The tool, and what others build against the installed files alone: in C and C++, by pkg-config and by CMake."""
     libraries = os.path.dirname(glob.glob(f"{root}/usr/lib/*/pkgconfig")[0])
     found = {**os.environ, "LD_LIBRARY_PATH": libraries, "PKG_CONFIG_LIBDIR": libraries + "/pkgconfig"}
     data = os.path.join(where, "data")
@@ -65,11 +65,12 @@ def check_programs(source, root, where):
         flags = run("pkg-config", "--cflags", "--libs", package_name, env=found).split()
         run(compiler, os.path.join(source, "examples", example), "-o", f"{where}/program", *flags)
         run(f"{where}/program", *arguments, env=found, cwd=where)
-    build = os.path.join(where, "c_host")
-    run("cmake", "-S", os.path.join(source, "examples/c_host"), "-B", build, f"-DCMAKE_PREFIX_PATH={root}/usr")
-    run("cmake", "--build", build)
-    run(f"{build}/c_host", data, env=found)
-    run(f"{root}/usr/bin/enginefs", "--root", where, "ls", env=found)
+    build, tool = os.path.join(where, "build"), f"{root}/usr/bin/enginefs"
+    run("cmake", "-S", os.path.join(source, "examples/adapters"), "-B", build, f"-DCMAKE_PREFIX_PATH={root}/usr")
+    run("cmake", "--build", build, "--target", "adapter_istream")
+    run(tool, "pack", f"{where}/data.pak", data, env=found)
+    name = run(tool, "list", f"{where}/data.pak", env=found).split()[-1]
+    run(f"{build}/adapter_istream", data, f"{where}/data.pak", name, os.path.join(data, name), env=found)
 
 
 def check_zip(path):
