@@ -25,7 +25,7 @@ add_custom_target(packages
     COMMAND ${PROJECT_SOURCE_DIR}/packaging/make-packages ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR}/build/packages
     VERBATIM USES_TERMINAL)
 add_dependencies(packages engine_filesystem enginefs)
-foreach(target IN ITEMS pages engine_filesystem_c_import)
+foreach(target IN ITEMS pages engine_filesystem_c_import engine_filesystem_http)
     if(TARGET ${target})
         add_dependencies(packages ${target})
     endif()

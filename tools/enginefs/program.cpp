@@ -20,8 +20,8 @@ void add_session_options(CLI::App& app, SessionOptions& options, Style& style) {
                    "Directory that is asked after packs and written to (default: the current one)")
         ->type_name("DIR");
     app.add_option("--add", options.sources,
-                   "Further source: a pack (.pak, .mpak), which is asked before the root, or a directory, which is "
-                   "asked after it; repeatable, of each kind the earlier ones win")
+                   "Further source: a pack (.pak, .mpak, or by an http or https URL), which is asked before the root, or "
+                   "a directory, which is asked after it; repeatable, of each kind the earlier ones win")
         ->type_name("PATH")
         ->take_all()
         ->expected(1);
