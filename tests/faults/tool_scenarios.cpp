@@ -65,6 +65,7 @@ const std::vector<Row>& rows() {
         {"enginefs rm", {"rm", "save.txt"}, false, false, true},
         {"enginefs mkdir", {"mkdir", "new/place"}},
         {"enginefs touch", {"touch", "--time", "2020-02-03", "save.txt"}},
+        {"enginefs report", {"report", "--exact", "--pack", "@/base.pak", "--pack", "@/more/old.pak", "@/page.html"}},
         {"enginefs cache build", {"--cache", "@/cache", "--add", "@/more", "cache", "build"}, true, true},
     };
     return all;
