@@ -65,6 +65,9 @@ const std::vector<Row>& rows() {
         {"enginefs rm", {"rm", "save.txt"}, false, false, true},
         {"enginefs mkdir", {"mkdir", "new/place"}},
         {"enginefs touch", {"touch", "--time", "2020-02-03", "save.txt"}},
+        {"enginefs report", {"report", "--exact", "--pack", "@/base.pak", "--pack", "@/more/old.pak", "@/page.html"}},
+        {"enginefs container import", {"container", "import", "new.mc", "@/blobs"}, false, false, true},
+        {"enginefs container export", {"container", "export", "blobs.mc", "@/out"}},
         {"enginefs cache build", {"--cache", "@/cache", "--add", "@/more", "cache", "build"}, true, true},
     };
     return all;
@@ -158,6 +161,20 @@ private:
     std::string output_;
 };
 
+/// The bytes of a container with two blobs, which is made once.
+const std::string& container_bytes(const Stage& stage) {
+    static const std::string bytes = [&] {
+        CFileHashMultiContainer all;
+        const bool is_made = fs::init({.root = stage.root.c_str(), .use_fallback = false}) && all.Create("blobs.mc") &&
+                             all.Put("one", 1, "first", 5, false) && all.Put("two", 2, "second", 6, true) && all.Save();
+        all.Close();
+        fs::shutdown();
+        if (!is_made) std::abort();
+        return read_file(stage / "root/blobs.mc");
+    }();
+    return bytes;
+}
+
 /// What commands need beside the stage's tree, and times that are the same in each run.
 void furnish(const Stage& stage) {
     using namespace std::chrono;
@@ -165,6 +182,11 @@ void furnish(const Stage& stage) {
                                                       75, 5,   0, 241, 134, 108, 122, 3, 0, 0, 0};
     disk::copy_file(stage.pack, stage / "more/old.pak");
     write_file(stage / "root/levels/one.gz", {reinterpret_cast<const char*>(member_of_one), sizeof member_of_one});
+    write_file(stage / "root/blobs.mc", container_bytes(stage));
+    for (const char* const name : {"blobs/one/0x00000001", "blobs/two/0x00000002.txt"}) {
+        disk::create_directories(disk::path(stage / name).parent_path());
+        write_file(stage / name, name);
+    }
     const auto time = file_clock::from_sys(sys_seconds(sys_days(2020y / 1 / 2)));
     for (const auto& item : disk::recursive_directory_iterator(disk::path(stage.root).parent_path()))
         if (item.is_regular_file()) disk::last_write_time(item.path(), time);

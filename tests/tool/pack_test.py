@@ -100,6 +100,9 @@ def pack_findings(tool):
     tool.run("pack parts.new.pak parts --split-size 2500", 0, "~5 files in 3 packs, 5000 bytes in, ")
     for pack, wanted in (("parts.new.pak", "1\n2\n"), ("parts.new.2.pak", "3\n4\n"), ("parts.new.3.pak", "5\n")):
         tool.run(f"list {pack}", 0, wanted)
+    added = " ".join(f"--add parts.new{number}.pak" for number in ("", ".2", ".3"))
+    tool.run(f"{added} sources", 0, r"~^pack +read-only .*/parts.new.pak \(3 parts\)\nroot")
+    tool.run(f"{added} sources -0", 0, r"~parts.new.pak\0.*/parts.new.2.pak\0.*/parts.new.3.pak\0")
     tool.run("pack parts.new.pak parts --split-size 1M", 0, "~5 files, ", "parts.new.2.pak: it is left from before")
 
 

@@ -27,7 +27,7 @@ def hostile_pack(tool):
 
 
 def data_of(tool, page):
-    return json.loads(re.search(r'<script type="application/json" id="data">(.*)</script>', tool.read(page).decode())[1])
+    return json.loads(re.search(r'<script type="application/json" id="data">(.*?)</script>', tool.read(page).decode(), re.S)[1])
 
 
 def files_of(data):

@@ -84,13 +84,20 @@ bool list_one(const CFileHashMultiContainer& all, const Arguments& given, const 
     return true;
 }
 
+ztl::vector<fs::string> containers_of(const CFileHashMultiContainer& all, const Arguments& given) {
+    return ask(given.file, [&] {
+        ztl::vector<fs::string> containers;
+        all.ListContainers(containers);
+        return containers;
+    });
+}
+
 bool list(const Arguments& given) {
     CFileHashMultiContainer all;
     if (!open(all, given.file, false)) return false;
     Listing listing;
     if (!given.container.empty()) return list_one(all, given, given.container, true, listing) && listing.finish();
-    ztl::vector<fs::string> containers;
-    all.ListContainers(containers);
+    const ztl::vector<fs::string> containers = containers_of(all, given);
     bool good = true;
     for (const fs::string& container : containers)
         good = list_one(all, given, container, given.long_form, listing) && good;
@@ -182,8 +189,7 @@ bool for_each_blob(
     SMultiContainerStats stats;
     all.GetStats(stats);
     Progress progress(given.file, stats.live_bytes, true);
-    ztl::vector<fs::string> containers;
-    all.ListContainers(containers);
+    const ztl::vector<fs::string> containers = containers_of(all, given);
     bool good = true;
     for (const fs::string& container : containers) {
         const std::string told = given.file + ": container \"" + container + "\"";

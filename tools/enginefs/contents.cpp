@@ -73,7 +73,7 @@ bool Contents::can_be_read(std::size_t i) const {
 
 bool Contents::same_content(std::size_t a, std::size_t b) const {
     const auto open = [this](const ContainedFile& file) { return places_[file.place].tree.open_file(file.key); };
-    return same_bytes(open(files_[a]).get(), open(files_[b]).get());
+    return same_bytes(open(files_[a]).get(), open(files_[b]).get(), files_[b].name);
 }
 
 /// Of files of one size. Those of a directory are read for it.

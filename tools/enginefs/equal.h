@@ -5,8 +5,9 @@
 
 #include "names.h"
 
-/// Whether two open files have the same bytes. False when one is null or cannot be read.
-bool same_bytes(SFsFile* first, SFsFile* second);
+/// Whether two open files have the same bytes. The command fails, and says why of `told`, when one is null or cannot be
+/// read.
+bool same_bytes(SFsFile* first, SFsFile* second, const std::string& told);
 
 /// Items that are the same, together.
 template <class Item, class Same>

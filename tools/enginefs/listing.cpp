@@ -1,6 +1,7 @@
 // sources, ls, find, stat, which: what is there, and who wins.
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 #include <engine/filesystem.h>
@@ -30,17 +31,40 @@ Color color_of(const SFsSourceInfo& source) {
 
 struct NoArguments {};
 
+/// Further parts of packs that were split, by the places of the first.
+std::map<std::string, std::vector<std::string>> parts_of(const std::vector<SFsSourceInfo>& sources) {
+    std::set<std::string> packs;
+    for (const SFsSourceInfo& source : sources)
+        if (source.type == EFSSourceType::PACK) packs.insert(place_of(source));
+    std::map<std::string, std::vector<std::string>> parts;
+    for (const std::string& pack : packs)
+        for (std::string part; packs.contains(part = part_of(pack, 2 + parts[pack].size()));)
+            parts[pack].push_back(part);
+    return parts;
+}
+
 bool show_sources(const NoArguments&) {
     Listing listing;
-    for (const SFsSourceInfo& source : all_sources()) {
+    const std::vector<SFsSourceInfo> sources = all_sources();
+    std::set<std::string> told;
+    std::map<std::string, std::vector<std::string>> parts = parts_of(sources);
+    for (const auto& [pack, others] : parts) told.insert(others.begin(), others.end());
+    for (const SFsSourceInfo& source : sources) {
         const std::string place = told_place(source);
+        if (!told.insert(place).second) continue;
+        const std::vector<std::string>& others = parts[place];
         const std::string line = formatted("%-10s %-9s ", kind_of(source), source.writable ? "writable" : "read-only") +
-                                 shown(place, color_of(source)) + (source.is_protected ? " (protected)" : "");
-        listing.add(place, line, [&] {
+                                 shown(place, color_of(source)) +
+                                 (others.empty() ? "" : " (" + std::to_string(1 + others.size()) + " parts)") +
+                                 (source.is_protected ? " (protected)" : "");
+        std::string all = place;
+        for (const std::string& part : others) (all += '\0') += part;
+        listing.add(all, line, [&] {
             return Json{{"place", place},
                         {"kind", kind_of(source)},
                         {"writable", source.writable},
-                        {"protected", source.is_protected}};
+                        {"protected", source.is_protected},
+                        {"parts", others}};
         });
     }
     return listing.finish();

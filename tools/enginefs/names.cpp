@@ -196,6 +196,12 @@ std::string place_on_disk(const std::string& name) {
     return ask(name, [&] { return fs::native_path(name.c_str(), place); }) ? place : "";
 }
 
+std::string part_of(const std::string& pack, std::size_t number) {
+    stdfs::path path = fs::to_path(pack);
+    const stdfs::path extension = path.extension();
+    return number == 1 ? pack : fs::from_path(path.replace_extension("." + std::to_string(number)) += extension);
+}
+
 std::string time_of(const std::string& name) {
     const std::string place = place_on_disk(name);
     std::error_code error;

@@ -80,6 +80,9 @@ std::string exact_spelling(const std::string& name);
 /// Where on the disk the file lies, as the disk spells it; "" when it lies in a pack or nowhere.
 std::string place_on_disk(const std::string& name);
 
+/// Where part `number` of a pack lies that was split; 1 is the pack itself.
+std::string part_of(const std::string& pack, std::size_t number);
+
 /// "YYYY-MM-DDTHH:MM:SSZ" of a file's last change; "" when its source keeps none.
 std::string time_of(const std::string& name);
 std::string time_text(std::filesystem::file_time_type time);

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <system_error>
 
-#include <nlohmann/json.hpp>
-
 #include <engine/filesystem.h>
 
 #include "report.h"
@@ -18,14 +16,6 @@ const char* hidden_because(const std::string& file_name) {
     if (file_name.starts_with('#')) return "mounts hide names that begin with \"#\"";
     return file_name.find('\\') != std::string::npos ? "its name holds a backslash, which separates directories"
                                                      : nullptr;
-}
-
-bool is_utf8(const std::string& text) {
-    try {
-        return nlohmann::json(text).dump().size() > text.size();
-    } catch (const nlohmann::json::type_error&) {
-        return false;
-    }
 }
 
 }  // namespace
@@ -98,7 +88,7 @@ void PackCheck::look_at(const std::vector<std::string>& names, const std::string
             tell_error(label, "it has " + std::to_string(size) + " bytes; an entry of a pack holds less than 4 GiB");
         else if (!fs::pack_writer::check_name(name.c_str()))
             tell_error(label, fs::last_error().text);
-        else if (!is_utf8(name))
+        else if (as_utf8(name) != printable(name))
             tell(label, "its name is not UTF-8: other systems read another one");
         total_bytes_ += size;
     }

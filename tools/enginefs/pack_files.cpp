@@ -105,12 +105,7 @@ public:
     }
 
 private:
-    std::string place(std::size_t number) const {
-        if (number == 1) return out_;
-        stdfs::path path = fs::to_path(out_);
-        const stdfs::path extension = path.extension();
-        return fs::from_path(path.replace_extension("." + std::to_string(number)) += extension);
-    }
+    std::string place(std::size_t number) const { return part_of(out_, number); }
 
     bool begin() {
         constexpr std::uint64_t end_record = 22;

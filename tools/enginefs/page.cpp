@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "report.h"
-#include "result.h"
 
 extern const char page_text[];  // page/page.html
 
@@ -29,6 +28,33 @@ std::string html(const std::string& text) {
     }
     return out;
 }
+
+/// As JSON that can stand within HTML.
+std::string json_text(const std::string& text) {
+    std::string out = "\"";
+    for (const char c : as_utf8(text)) {
+        if (c == '"' || c == '\\') out += '\\';
+        if (c == '<')
+            out += "\\u003c";
+        else
+            out += c;
+    }
+    return out += '"';
+}
+
+/// A field of an object, behind another. (Values of the library for JSON take memory to end.)
+class JsonArray {
+public:
+    explicit JsonArray(const char* name) : text_(std::string(",\"") + name + "\":[") {}
+    void add(const std::string& value) {
+        if (text_.back() != '[') text_ += ',';
+        text_ += value;
+    }
+    std::string text() const { return text_ + "]\n"; }
+
+private:
+    std::string text_;
+};
 
 /// "12,345,678".
 std::string grouped(std::uint64_t number) {
@@ -180,35 +206,30 @@ public:
     /// that it lies in, and has the next `counts` files.
     std::string data(bool has_record) const {
         Directories tree;
-        for (const Contents::Place& place : contents_.places()) tree.add(0, as_utf8(place.name));
+        for (const Contents::Place& place : contents_.places()) tree.add(0, place.name);
         for (std::size_t i = 0; i < files_.size(); ++i) tree.add_file(1 + files_[i].place, files_[i].name, i);
-        Json names = Json::array(), sizes = Json::array(), saved = Json::array(), counts = Json::array();
-        Json shadowed = Json::array(), order = Json::array();
         std::vector<std::size_t> positions(files_.size());
-        for (const auto& files : tree.files) {
-            counts.push_back(files.size());
-            for (const auto& [name, i] : files) {
-                positions[i] = names.size();
-                names.push_back(name);
-                sizes.push_back(files_[i].size);
-                saved.push_back(static_cast<std::int64_t>(files_[i].size - files_[i].packed));
+        std::size_t position = 0;
+        JsonArray dirs("dirs"), parents("parents"), counts("counts"), names("names"), sizes("sizes"), saved("saved");
+        JsonArray shadowed("shadowed"), order("order");
+        for (std::size_t d = 0; d < tree.names.size(); ++d) {
+            dirs.add(json_text(tree.names[d]));
+            parents.add(std::to_string(tree.parents[d]));
+            counts.add(std::to_string(tree.files[d].size()));
+            for (const auto& [name, i] : tree.files[d]) {
+                positions[i] = position++;
+                names.add(json_text(name));
+                sizes.add(std::to_string(files_[i].size));
+                saved.add(std::to_string(static_cast<std::int64_t>(files_[i].size - files_[i].packed)));
             }
         }
-        for (const std::size_t i : shadowed_files()) shadowed.push_back(positions[i]);
-        for (const std::size_t i : contents_.record()) order.push_back(positions[i]);
-        const Json all = {{"places", contents_.places().size()},
-                          {"dirs", tree.names},
-                          {"parents", tree.parents},
-                          {"counts", counts},
-                          {"names", names},
-                          {"sizes", sizes},
-                          {"saved", saved},
-                          {"shadowed", shadowed},
-                          {"order", order},
-                          {"recorded", has_record}};
-        std::string text = all.dump();
-        for (std::size_t at = 0; (at = text.find('<', at)) != std::string::npos;) text.replace(at, 1, "\\u003c");
-        return text;
+        for (const std::size_t i : shadowed_files()) shadowed.add(std::to_string(positions[i]));
+        for (const std::size_t i : contents_.record()) order.add(std::to_string(positions[i]));
+        std::string all = std::string(R"({"recorded":)") + (has_record ? "true" : "false") + R"(,"places":)" +
+                          std::to_string(contents_.places().size());
+        for (const JsonArray* const array : {&dirs, &parents, &counts, &names, &sizes, &saved, &shadowed, &order})
+            all += array->text();
+        return all + "}";
     }
 
 private:
@@ -230,11 +251,11 @@ private:
                 const std::size_t end = path.find('/', begin);
                 if (end == std::string::npos) break;
                 const auto [place, is_new] = known.try_emplace({at, path.substr(begin, end - begin)});
-                if (is_new) place->second = add(at, as_utf8(place->first.second));
+                if (is_new) place->second = add(at, place->first.second);
                 at = place->second;
                 begin = end + 1;
             }
-            files[at].emplace_back(as_utf8(path.substr(begin)), file);
+            files[at].emplace_back(path.substr(begin), file);
         }
     };
 

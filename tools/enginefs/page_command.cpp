@@ -33,8 +33,8 @@ bool write_file(const std::string& path, const std::string& text) {
     const stdfs::path place = fs::to_path(full_native_path(path));
     const std::string name = safe_name(fs::from_path(place.filename()));
     std::error_code unknown;
-    if (name.empty() || !stdfs::is_directory(place.parent_path(), unknown))
-        return fail(path, "its directory does not exist");
+    if (name.empty()) return fail(path, "it is no name of a file");
+    if (!stdfs::is_directory(place.parent_path(), unknown)) return fail(path, "its directory does not exist");
     Output out;
     return out.open_below(place.parent_path(), name) && out.write(text.data(), text.size()) && out.finish();
 }
@@ -48,7 +48,8 @@ bool report(const Given& given) {
     std::string title = given.title;
     for (const Contents::Place& place : contents.places())
         if (given.title.empty()) title += (title.empty() ? "What fills " : ", ") + place.name;
-    return write_file(given.out, page_of(contents, title, !given.record.empty(), given.exact)) && contents.is_whole();
+    const std::string page = page_of(contents, title, !given.record.empty(), given.exact);
+    return contents.is_whole() && write_file(given.out, page);
 }
 
 }  // namespace

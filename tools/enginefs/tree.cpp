@@ -75,7 +75,14 @@ bool Tree::read(const std::string& name, const std::string& label, const TakeByt
 
 std::uint64_t Tree::size_of(const std::string& name) const {
     const SFsPackEntry* const entry = entry_of(name);
-    return entry != nullptr ? entry->size : fs::length(open_file(name).get());
+    if (entry != nullptr) return entry->size;
+    // What everybody may read need not be opened to be sure.
+    constexpr auto readable = stdfs::perms::owner_read | stdfs::perms::group_read | stdfs::perms::others_read;
+    const stdfs::path path = fs::to_path(native_path(name));
+    std::error_code error;
+    const bool is_open_to_all = (stdfs::status(path, error).permissions() & readable) == readable;
+    const std::uint64_t size = is_open_to_all ? stdfs::file_size(path, error) : failed;
+    return size != failed ? size : fs::length(open_file(name).get());
 }
 
 bool Tree::crc_of(const std::string& name, std::uint32_t& crc) const {

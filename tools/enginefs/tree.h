@@ -36,7 +36,7 @@ public:
     fs::file_ptr open_file(const std::string& name) const;
     /// Reads one to its end, which holds it against its checksum. `label` is what is told of.
     bool read(const std::string& name, const std::string& label, const TakeBytes& take) const;
-    /// Bytes of a file, or `failed`.
+    /// Bytes of a file, or `failed` when it is not there or may not be read.
     std::uint64_t size_of(const std::string& name) const;
     bool crc_of(const std::string& name, std::uint32_t& crc) const;
     /// 100 ns since 1601 in local time, as packs keep it; below 0 when it is not known.
