@@ -1,22 +1,52 @@
-# Headers, library, CMake package and pkg-config file. The tool installs itself.
+# Headers, library, CMake package and pkg-config files, in the components "library" and "development". The tool installs
+# itself, as the component "tool".
 include(CMakePackageConfigHelpers)
-set(engine_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/engine_filesystem)
 
-install(TARGETS engine_filesystem EXPORT engine_filesystem_targets
-    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
-install(EXPORT engine_filesystem_targets FILE engine_filesystemTargets.cmake NAMESPACE engine::
-    DESTINATION ${engine_package_dir})
-
-configure_package_config_file(cmake/engine_filesystemConfig.cmake.in
-    ${CMAKE_CURRENT_BINARY_DIR}/engine_filesystemConfig.cmake INSTALL_DESTINATION ${engine_package_dir})
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/engine_filesystemConfigVersion.cmake
     COMPATIBILITY SameMajorVersion)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/engine_filesystemConfig.cmake
-    ${CMAKE_CURRENT_BINARY_DIR}/engine_filesystemConfigVersion.cmake DESTINATION ${engine_package_dir})
 
-file(RELATIVE_PATH engine_pc_to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
-configure_file(cmake/engine_filesystem.pc.in ${CMAKE_CURRENT_BINARY_DIR}/engine_filesystem.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/engine_filesystem.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# engine_install(LIBDIR PREFIX [EXCLUDE_FROM_ALL]): everything with its libraries in LIBDIR, as components PREFIXlibrary and
+# PREFIXdevelopment.
+function(engine_install libdir prefix)
+    set(library COMPONENT ${prefix}library ${ARGN})
+    set(development COMPONENT ${prefix}development ${ARGN})
+    set(package_dir ${libdir}/cmake/engine_filesystem)
+    set(generated ${CMAKE_CURRENT_BINARY_DIR}/${prefix}install)
+
+    install(TARGETS engine_filesystem EXPORT ${prefix}engine_filesystem_targets
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} ${library}
+        LIBRARY DESTINATION ${libdir} ${library} NAMELINK_COMPONENT ${prefix}development
+        ARCHIVE DESTINATION ${libdir} ${development})
+    install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${development} FILES_MATCHING PATTERN "*.h")
+    install(EXPORT ${prefix}engine_filesystem_targets FILE engine_filesystemTargets.cmake NAMESPACE engine::
+        DESTINATION ${package_dir} ${development})
+
+    # The library for hosts in C; on Windows with the import library that MSVC reads, if one could be made.
+    set(engine_c_location ${libdir}/libengine_filesystem.so)
+    set(engine_c_implib)
+    if(WIN32)
+        set(engine_c_location ${CMAKE_INSTALL_BINDIR}/engine_filesystem.dll)
+        set(engine_c_implib ${libdir}/libengine_filesystem.dll.a)
+    endif()
+    if(engine_c_import_library)
+        set(engine_c_implib ${libdir}/engine_filesystem_c.lib)
+        install(FILES ${engine_c_import_library} DESTINATION ${libdir} ${development})
+    endif()
+    configure_package_config_file(cmake/engine_filesystemConfig.cmake.in ${generated}/engine_filesystemConfig.cmake
+        INSTALL_DESTINATION ${package_dir})
+    install(FILES ${generated}/engine_filesystemConfig.cmake
+        ${CMAKE_CURRENT_BINARY_DIR}/engine_filesystemConfigVersion.cmake DESTINATION ${package_dir} ${development})
+
+    set(engine_libdir ${libdir})
+    file(RELATIVE_PATH engine_pc_to_prefix /${libdir}/pkgconfig /)
+    foreach(name engine_filesystem engine_filesystem_c)
+        configure_file(cmake/${name}.pc.in ${generated}/${name}.pc @ONLY)
+        install(FILES ${generated}/${name}.pc DESTINATION ${libdir}/pkgconfig ${development})
+    endforeach()
+endfunction()
+
+engine_install(${CMAKE_INSTALL_LIBDIR} "")
+install(FILES LICENSE NOTICES DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)
+if(CMAKE_LIBRARY_ARCHITECTURE)
+    engine_install(lib/${CMAKE_LIBRARY_ARCHITECTURE} debian- EXCLUDE_FROM_ALL)  # where Debian's packages have them
+endif()

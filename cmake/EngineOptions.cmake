@@ -72,6 +72,8 @@ endif()
 if(WIN32)
     # C99 formatting from MinGW's own printf, Windows 10, and a windows.h that leaves min and max alone.
     add_compile_definitions(__USE_MINGW_ANSI_STDIO=1 _WIN32_WINNT=0x0A00 NOMINMAX WIN32_LEAN_AND_MEAN)
+    # The same sources give the same file, whenever it is linked.
+    add_link_options(-Wl,--no-insert-timestamp)
 endif()
 
 add_library(engine_warnings INTERFACE)

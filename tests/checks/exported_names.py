@@ -27,7 +27,8 @@ def exported_symbols(library):
     if library.endswith(".dll"):
         table = run("x86_64-w64-mingw32-objdump", "-p", library).partition("[Ordinal/Name Pointer] Table")[2]
         return re.findall(r"^\s*\[\s*\d+\]\s+(?:\+base\[\s*\d+\]\s+[0-9a-f]+\s+)?(\S+)$", table.partition("\n\n")[0], re.M)
-    return [line.split()[-1] for line in run("nm", "-D", "--defined-only", library).splitlines()]
+    symbols = [line.split()[-1] for line in run("nm", "-D", "--defined-only", library).splitlines()]
+    return [symbol.partition("@")[0] for symbol in symbols if not symbol.startswith("ENGINEFS_")]  # not the versions
 
 
 def plain(symbol):

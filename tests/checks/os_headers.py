@@ -16,7 +16,7 @@ C_HEADERS = {name + ".h" for name in ("assert ctype errno float inttypes limits 
                                       "time wchar wctype").split()}
 LIBRARIES = {"engine/": ("zlib.h", "miniz.h", "libdeflate.h", "igzip_lib.h", "crc.h", "zstd.h"), "tools/": ("CLI/", "nlohmann/", "zlib.h", "libdeflate.h")}
 SYSTEM_FOLDERS = ("engine/platform/posix/", "engine/platform/linux/", "engine/platform/windows/",
-                  "tools/enginefs/terminal.cpp")
+                  "tools/enginefs/terminal.cpp", "tools/enginefs/mount/fuse/")
 
 
 def allowed(path, name):
@@ -39,7 +39,7 @@ def main(root):
 
 def is_file_of_ours(root, path, name):
     beside = os.path.join(root, os.path.dirname(path), name)
-    return any(os.path.isfile(place) for place in (beside, os.path.join(root, name), os.path.join(root, "include", name)))
+    return any(os.path.isfile(place) for place in (beside, *(os.path.join(root, top, name) for top in ("", "include", "tools/enginefs"))))
 
 
 if __name__ == "__main__":

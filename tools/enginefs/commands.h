@@ -16,3 +16,5 @@ void add_container_commands(Commands& commands);
 void add_cache_commands(Commands& commands);
 void add_log_commands(Commands& commands);
 void add_load_command(Commands& commands);
+void add_mount_command(Commands& commands);
+void add_report_command(Commands& commands);

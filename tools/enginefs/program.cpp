@@ -19,9 +19,10 @@ void add_session_options(CLI::App& app, SessionOptions& options, Style& style) {
     app.add_option("--root", options.root,
                    "Directory that is asked after packs and written to (default: the current one)")
         ->type_name("DIR");
-    app.add_option("--add", options.sources,
-                   "Further source: a pack (.pak, .mpak, or by an http or https URL), which is asked before the root, or "
-                   "a directory, which is asked after it; repeatable, of each kind the earlier ones win")
+    app.add_option(
+           "--add", options.sources,
+           "Further source: a pack (.pak, .mpak, or by an http or https URL), which is asked before the root, or "
+           "a directory, which is asked after it; repeatable, of each kind the earlier ones win")
         ->type_name("PATH")
         ->take_all()
         ->expected(1);
@@ -107,7 +108,7 @@ Program::Program() : app_("Lists, reads, explains and changes what the engine's 
     for (const auto add :
          {add_listing_commands, add_content_commands, add_pack_commands, add_unpack_commands, add_diff_commands,
           add_stream_commands, add_chunk_commands, add_manage_commands, add_duplicates_command, add_container_commands,
-          add_cache_commands, add_log_commands, add_load_command})
+          add_cache_commands, add_log_commands, add_load_command, add_mount_command, add_report_command})
         add(commands);
 }
 

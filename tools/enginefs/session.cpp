@@ -3,9 +3,6 @@
 #include <cstdio>
 
 #include <engine/filesystem.h>
-#if defined(ENGINE_HAS_HTTP)
-#include <engine/filesystem_http.h>
-#endif
 
 #include "names.h"
 #include "report.h"
@@ -22,27 +19,6 @@ void print_message(Log::ELevel::TYPE, const char*, const char* text) {
     std::fputs(lines.c_str(), stderr);
 }
 
-bool is_pack_name(const std::string& path) {
-    const std::string name = lower_case(path);
-    return name.ends_with(".pak") || name.ends_with(".mpak");
-}
-
-bool is_url(const std::string& path) {
-    const std::string name = lower_case(path);
-    return name.starts_with("http://") || name.starts_with("https://");
-}
-
-/// Blocks of it are kept below the cache directory, where there is one. Passwords in a URL are not told.
-bool add_url([[maybe_unused]] const std::string& url, [[maybe_unused]] FFSAddSourceFlags::ENUM flags) {
-#if defined(ENGINE_HAS_HTTP)
-    const std::string cache_dir = *fs::get_cache_dir() != '\0' ? std::string(fs::get_cache_dir()) + "http" : "";
-    return attempt(fs::http::source_name(url.c_str()), "it cannot be mounted",
-                   [&] { return fs::http::add_pack(url.c_str(), cache_dir.c_str(), {.flags = flags}); });
-#else
-    return fail("--add", "packs by URL are not available: built without HTTP");
-#endif
-}
-
 bool check_directory(const std::string& told, const std::string& full) {
     if (full.size() > longest_path) return fail(told, "its full path is longer than 259 bytes");
     if (fs::native_does_file_exist(full.c_str()))
@@ -50,7 +26,17 @@ bool check_directory(const std::string& told, const std::string& full) {
     return fs::does_dir_exist(full.c_str()) || fail(told, "there is no such directory");
 }
 
+bool is_url(const std::string& path) {
+    const std::string name = lower_case(path);
+    return name.starts_with("http://") || name.starts_with("https://");
+}
+
 }  // namespace
+
+bool is_pack_name(const std::string& path) {
+    const std::string name = lower_case(path);
+    return name.ends_with(".pak") || name.ends_with(".mpak");
+}
 
 void show_messages(const std::string& level) {
     Log::Settings::Instance().SetLevel(level == "all" ? Log::ELevel::VERE : CrashLevelFromName(level.c_str()));
@@ -68,7 +54,10 @@ void Session::tell_unlisted(const std::string& told) {
 bool Session::add(const std::string& path) {
     // Sources given later stand behind those given earlier: what comes first on the line wins.
     constexpr auto flags = mount_flags | FFSAddSourceFlags::AFTER_SAME_TYPE;
-    if (is_url(path)) return add_url(path, flags);
+    if (is_url(path)) {
+        return mount_url != nullptr ? mount_url(path, flags)
+                                    : fail("--add", "packs by URL are not available: built without HTTP");
+    }
     const std::string full = full_native_path(path);
     if (!is_pack_name(full) && !check_directory(path, full)) return false;
     if (!attempt(path, "it cannot be mounted", [&] { return fs::add_source(full.c_str(), flags); })) return false;

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include <engine/filesystem/contract/flags.h>
+
 /// What the options before the command say.
 struct SessionOptions {
     std::string root;  // "": the current directory
@@ -32,6 +34,13 @@ private:
     bool mounted_ = false;
     bool whole_ = true;
 };
+
+/// Mounts a pack by its URL, and says why that fails; set by a program that has the module for it.
+using UrlMount = bool (*)(const std::string& url, FFSAddSourceFlags::ENUM flags);
+inline UrlMount mount_url = nullptr;
+
+/// Whether a source of this name is mounted as a pack.
+bool is_pack_name(const std::string& path);
 
 /// Sends the library's messages of at least this importance to standard error.
 void show_messages(const std::string& level);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "engine/kernel/utf8.h"
 #include "engine/platform/clock.h"
 
 namespace fs::zip {
@@ -39,29 +40,9 @@ bool is_ascii(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char letter) { return static_cast<unsigned char>(letter) < 0x80; });
 }
 
-/// Whether all of the text is well-formed UTF-8.
-bool is_utf8(std::string_view text) {
-    for (std::size_t at = 0; at < text.size();) {
-        const auto byte = [&](std::size_t i) {
-            return static_cast<std::uint8_t>(at + i < text.size() ? text[at + i] : 0);
-        };
-        const std::uint8_t lead = byte(0);
-        const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-        if ((lead >= 0x80 && lead < 0xC2) || lead > 0xF4) return false;
-        for (std::size_t i = 1; i < length; ++i)
-            if ((byte(i) & 0xC0) != 0x80) return false;
-        // Longer forms than needed, surrogates and what lies beyond the last character differ in the second byte.
-        const std::uint8_t second = byte(1);
-        if ((lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F)) return false;
-        if ((lead == 0xF0 && second < 0x90) || (lead == 0xF4 && second > 0x8F)) return false;
-        at += length;
-    }
-    return true;
-}
-
 /// The flags say that a name is UTF-8. One that only claims it keeps other zip tools from reading the whole pack.
 std::uint16_t flags_for(std::string_view name) {
-    return !is_ascii(name) && is_utf8(name) ? flag_utf8 : std::uint16_t{0};
+    return !is_ascii(name) && kernel::is_utf8(name) ? flag_utf8 : std::uint16_t{0};
 }
 
 /// The fields that both headers have in the same order.

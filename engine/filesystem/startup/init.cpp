@@ -16,6 +16,7 @@
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/memory/server_archive.h"
 #include "engine/filesystem/startup/prepared_path.h"
+#include "engine/filesystem/startup/start.h"
 
 // Starting and stopping. The root directory is the first source and the one that is written to; the fallback, when it is
 // wanted, stands behind everything. Stopping takes things apart in the order in which they lean on each other: loads,
@@ -72,36 +73,51 @@ PreparedPath prepare_directory(const char* path) {
 
 static_assert(registry::cache_dir_capacity >= path_capacity);
 
-bool init(const char* root, FFSAddSourceFlags::ENUM flags, const char* cache_dir, bool use_fallback, bool /*use_cache*/,
-          const char** names) {
-    if (root == nullptr) root = "";
+namespace {
+
+enum class Started : std::uint8_t { YES, NO, UNMOUNTABLE };
+
+Started try_to_start(const init_options& options) {
+    const char* const root = options.root != nullptr ? options.root : "";
     log_message(log_source, Log::ELevel::DEBG, __LINE__, "FileSystem cache is force disabled (unused).\n");
     log_message(log_source, Log::ELevel::DEBG, __LINE__, "Initializing fs from '%s' ...\n", root);
     registry::State& state = registry::state();
     state.cache_dir[0] = '\0';
     const PreparedPath built = prepare_directory(root);
-    const PreparedPath cache = prepare_directory(cache_dir);
+    const PreparedPath cache = prepare_directory(options.cache_dir);
     log_message(log_source, Log::ELevel::DEBG, __LINE__, "fs:init paths: '%s' incoming, '%s' built\n", root,
                 built.c_str());
-    // An empty root would become "/", and the whole machine would be mounted.
-    if (PreparedPath(root).is_empty() || !built.is_full() || built.is_too_long()) return refuse_root(root);
-    // Nothing that is too long to be a directory is taken, before anything has changed.
-    if (cache.is_too_long()) return refuse_root(cache_dir);
+    // An empty root would become "/", and the whole machine would be mounted. And nothing that is too long to be a
+    // directory is taken, before anything has changed.
+    const bool is_root = !PreparedPath(root).is_empty() && built.is_full() && !built.is_too_long();
+    if (!is_root || cache.is_too_long()) return refuse_root(is_root ? options.cache_dir : root), Started::NO;
     const ErrorScope scope;
-    if (!mount_first_sources(built, root, flags, use_fallback, names)) {
-        log_message(exit_source, Log::ELevel::FATL, __LINE__, "could not initialize\n");
-        return fail_unless_told(scope, EFSError::NOT_FOUND, root, "The root directory could not be mounted.");
+    if (!mount_first_sources(built, root, options.flags, options.use_fallback, options.names)) {
+        fail_unless_told(scope, EFSError::NOT_FOUND, root, "The root directory could not be mounted.");
+        return Started::UNMOUNTABLE;
     }
     std::strcpy(state.cache_dir, cache.c_str());
     state.initialized.store(true, std::memory_order_release);
     start_queues();
     start_loads();
-    return true;
+    return Started::YES;
+}
+
+}  // namespace
+
+bool init(const char* root, FFSAddSourceFlags::ENUM flags, const char* cache_dir, bool use_fallback, bool /*use_cache*/,
+          const char** names) {
+    return init({.root = root, .cache_dir = cache_dir, .flags = flags, .use_fallback = use_fallback, .names = names});
 }
 
 bool init(const init_options& options) {
-    return init(options.root, options.flags, options.cache_dir, options.use_fallback, false, options.names);
+    const Started started = try_to_start(options);
+    if (started == Started::UNMOUNTABLE)
+        log_message(exit_source, Log::ELevel::FATL, __LINE__, "could not initialize\n");
+    return started == Started::YES;
 }
+
+bool start(const init_options& options) { return try_to_start(options) == Started::YES; }
 
 void shutdown() {
     if (!is_initialized()) return;

@@ -139,28 +139,57 @@ std::uint64_t DecodedReader::decode(std::uint8_t* buffer, std::uint64_t count) {
         Block& held = blocks_[current_];
         const auto ready =
             static_cast<std::uint32_t>(std::min<std::uint64_t>(held.fill - held.read, count - delivered));
-        const std::uint8_t* const bytes = bytes_.get() + std::size_t{block_size} * current_ + held.read;
-        if (buffer && ready != 0) std::memcpy(buffer + delivered, bytes, ready);
+        if (buffer && ready != 0) std::memcpy(buffer + delivered, current_bytes() + held.read, ready);
         held.read += ready;
         delivered += ready;
         if (delivered == count) return delivered;
         if (held.fill == block_size) enter_next_block();
-        if (!fill_block()) return 0;
-        if (blocks_[current_].fill == blocks_[current_].read) return delivered;
+        Block& next = blocks_[current_];
+        if (buffer && next.fill == 0 && count - delivered >= std::uint64_t{2} * block_size) {
+            std::uint64_t made = 0;
+            if (!decode_blocks(buffer + delivered, count - delivered, made)) return 0;
+            if (made == 0) return delivered;
+            delivered += made;
+            continue;
+        }
+        std::uint32_t made = 0;
+        if (!decode_some(current_bytes() + next.fill, block_size - next.fill, made)) return 0;
+        next.fill += made;
+        if (next.fill == next.read) return delivered;
     }
 }
 
-/// Decodes into the current block behind its fill, once. False when the entry is damaged.
-bool DecodedReader::fill_block() {
+/// Decodes as many whole blocks as `room` has, up to the next checkpoint's place, where the caller wants them; the last
+/// becomes the current block. False when the entry is damaged.
+bool DecodedReader::decode_blocks(std::uint8_t* buffer, std::uint64_t room, std::uint64_t& made) {
     Block& block = blocks_[current_];
-    const std::uint32_t room = block_size - block.fill;
+    std::uint64_t count = room / block_size;
+    if (own_checkpoints_)
+        count = std::min(count, own_checkpoints_->interval - block.number % own_checkpoints_->interval);
+    const std::uint64_t wanted = count * block_size;
+    bool is_whole = true;
+    for (std::uint32_t step = 1; is_whole && step != 0 && made < wanted; made += step) {
+        step = 0;
+        is_whole = decode_some(buffer + made, static_cast<std::uint32_t>(wanted - made), step);
+    }
+    if (made == 0) return is_whole;
+    const std::uint64_t before = (made - 1) / block_size * block_size;
+    block.number += before / block_size;
+    block.read = block.fill = static_cast<std::uint32_t>(made - before);
+    std::memcpy(current_bytes(), buffer + before, block.fill);
+    blocks_[current_ ^ 1] = {};
+    return is_whole;
+}
+
+/// What one piece of input gives, at most `room` bytes; none at the end. False when the entry is damaged.
+bool DecodedReader::decode_some(std::uint8_t* out, std::uint32_t room, std::uint32_t& made) {
     if (room == 0) return true;
-    DecoderBuffers buffers{.out = bytes_.get() + std::size_t{block_size} * current_ + block.fill, .out_size = room};
+    DecoderBuffers buffers{.out = out, .out_size = room};
     Decoder::Result result = Decoder::Result::MORE;
     bool has_input = true;
     // A piece of input may make nothing yet.
     while (result == Decoder::Result::MORE && buffers.out_size == room && has_input) {
-        if (left_ == 0) has_input = refill();
+        if (left_ == 0) has_input = refill(room > block_size ? PackedBytes::longest_view : input_size);
         buffers.in = next_;
         buffers.in_size = left_;
         result = decoder_->decode(buffers);
@@ -172,17 +201,19 @@ bool DecodedReader::fill_block() {
         if (fault_ == PackFault::NONE) fault_ = PackFault::DAMAGED;
         return false;  // the bytes before the damage do not count
     }
-    block.fill += room - static_cast<std::uint32_t>(buffers.out_size);
+    made = room - static_cast<std::uint32_t>(buffers.out_size);
     return true;
 }
 
 /// False when the packed bytes are all taken.
-bool DecodedReader::refill() {
-    left_ = std::min(input_.size() - loaded_, input_size);
+bool DecodedReader::refill(std::uint32_t most) {
+    left_ = std::min(input_.size() - loaded_, most);
     if (left_ == 0) return false;
     next_ = input_.view(loaded_, static_cast<std::uint32_t>(left_));
-    loaded_ += static_cast<std::uint32_t>(left_);
     const PackFault fault = input_.take_fault();
+    if (fault != PackFault::NONE && left_ > input_size)
+        return refill(input_size);  // what is missing may not be needed yet
+    loaded_ += static_cast<std::uint32_t>(left_);
     if (fault_ == PackFault::NONE) fault_ = fault;
     tainted_ = tainted_ || fault != PackFault::NONE;
     return true;

@@ -9,8 +9,9 @@
 
 namespace fs {
 
-/// Reads a compressed entry, whichever decoder it takes, in blocks of 32 KiB, of which the two latest are kept. A seek
-/// goes on from the nearest place where decoding can begin: a checkpoint, a zstd frame, or the entry's start.
+/// Reads a compressed entry, whichever decoder it takes, in blocks of 32 KiB, of which the two latest are kept; of a long
+/// read whole blocks go straight to the caller. A seek goes on from the nearest place where decoding can begin: a
+/// checkpoint, a zstd frame, or the entry's start.
 ///
 /// Words: a block is full when it holds 32 KiB; the current block is the one that reading stands in; its read position
 /// may lag behind the position asked for, and the next read catches up by decoding.
@@ -40,8 +41,10 @@ private:
     void enter_next_block();
     void leave_checkpoint();
     std::uint64_t decode(std::uint8_t* buffer, std::uint64_t count);
-    bool fill_block();
-    bool refill();
+    bool decode_blocks(std::uint8_t* buffer, std::uint64_t room, std::uint64_t& made);
+    bool decode_some(std::uint8_t* out, std::uint32_t room, std::uint32_t& made);
+    bool refill(std::uint32_t most);
+    std::uint8_t* current_bytes() { return bytes_.get() + std::size_t{block_size} * current_; }
 
     PackedBytes input_;
     const std::unique_ptr<Decoder> decoder_;

@@ -8,12 +8,12 @@ namespace fs {
 
 namespace {
 
-constexpr std::uint32_t largest_window = 64 * 1024;
+constexpr std::uint32_t shortest_read = 16 * 1024;  // into other memory than the window
 
 }  // namespace
 
 PackedBytes::PackedBytes(const PackStore& store, const PackedData& data)
-    : store_(store), data_(data), capacity_(std::clamp(data.packed_size, 1u, largest_window)) {
+    : store_(store), data_(data), capacity_(std::clamp(data.packed_size, 1u, longest_view)) {
     if (!store.view(data.offset, data.packed_size)) window_.reset(new std::uint8_t[capacity_]);
 }
 
@@ -27,7 +27,7 @@ const std::uint8_t* PackedBytes::view(std::uint32_t offset, std::uint32_t size) 
 }
 
 void PackedBytes::copy(std::uint32_t offset, std::uint8_t* out, std::uint64_t size) {
-    if (size >= longest_view) {
+    if (size >= shortest_read) {
         read(offset, out, size, size);
     } else if (size != 0) {
         std::memcpy(out, view(offset, static_cast<std::uint32_t>(size)), static_cast<std::size_t>(size));

@@ -26,7 +26,7 @@ public:
     /// What went wrong since the last call of this.
     PackFault take_fault();
 
-    static constexpr std::uint32_t longest_view = 16384;
+    static constexpr std::uint32_t longest_view = 64 * 1024;
 
 private:
     std::uint32_t read(std::uint32_t offset, std::uint8_t* out, std::uint64_t size, std::uint64_t needed);

@@ -1,0 +1,272 @@
+"""Open files in the manner of io, and what is done with whole files."""
+from __future__ import annotations
+
+import errno
+import io
+import os
+import stat as modes
+import threading
+from ctypes import byref, c_char
+from typing import IO, Any, NamedTuple, Optional
+
+from . import _native
+from ._native import Name, address, c, check, encode, failure, int64, new_bytes
+
+BUFFER_SIZE = 64 * 1024  # a call through ctypes costs more than a system call does
+_READING = _native.WHOLE_NAME | _native.SEEKABLE
+
+
+class Stat(NamedTuple):
+    """What is known of a file or a directory, under os.stat_result's names. Times are seconds since 1970, 0.0 in a pack."""
+
+    st_mode: int
+    st_size: int
+    st_mtime: float
+
+
+def find(name: Name) -> Optional[_native.FileInfo]:
+    """What the library tells of a name, or None when nobody holds it."""
+    info = _native.FileInfo()
+    status = c.stat(encode(name), _native.WHOLE_NAME, byref(info))
+    if status == _native.NOT_FOUND:
+        return None
+    check(status, name)
+    return info
+
+
+def stat(name: Name) -> Stat:
+    info = find(name)
+    if info is None:
+        raise failure(name)
+    if info.what == _native.IS_DIRECTORY:
+        return Stat(modes.S_IFDIR | 0o755, 0, 0.0)
+    return Stat(modes.S_IFREG | (0o444 if info.read_only else 0o644), info.size, _native.seconds(info.time))
+
+
+def read_bytes(name: Name) -> bytes:
+    """The whole file: without a buffer in between, and never a part of it."""
+    handle = c.open(encode(name), _native.READ, _READING)
+    if handle is None:
+        raise _file_failure(name)
+    try:
+        return _read_rest(handle, c.length(handle), name)
+    finally:
+        c.close(handle)
+
+
+def write_bytes(name: Name, data: Any) -> int:
+    """Replaces the whole file, or makes it: whatever happens, readers find the old one or the new one."""
+    start, size = address(data)
+    check(c.save(encode(name), start, size, _native.WHOLE_NAME | _native.REPLACE), name)
+    return size
+
+
+def remove(name: Name) -> None:
+    """Deletes a file in the first source that holds it."""
+    if c.remove(encode(name)):
+        raise _file_failure(name)
+
+
+def mkdir(name: Name) -> None:
+    """Makes a directory, and those above it."""
+    check(c.mkdir(encode(name)), name)
+
+
+def rmdir(name: Name) -> None:
+    """Removes a directory that is empty."""
+    if _native.texts(c.search(encode(name), None, 1), name) or _native.texts(c.dirs(encode(name), 0), name):
+        raise OSError(errno.ENOTEMPTY, os.strerror(errno.ENOTEMPTY), str(name))
+    check(c.remove_dir(encode(name)), name)
+
+
+def rename(old: Name, new: Name) -> None:
+    """Renames a file within the source that holds it; FileExistsError when `new` is held."""
+    check(c.rename(encode(old), encode(new)), old, new)
+
+
+def copy(old: Name, new: Name) -> None:
+    """Copies a file, over an old one too."""
+    check(c.copy(encode(old), encode(new)), old, new)
+
+
+def _file_failure(name: Name) -> OSError:
+    error = failure(name)
+    info = find(name)
+    if info is not None and info.what == _native.IS_DIRECTORY:
+        return IsADirectoryError(errno.EISDIR, os.strerror(errno.EISDIR), str(name))
+    return error
+
+
+def _read_rest(handle: int, size: int, name: Any) -> bytes:
+    data: bytes = new_bytes(None, max(size, 0))
+    got = c.read(handle, data, len(data))
+    if got < 0:
+        raise failure(name)
+    return data if got == len(data) else data[:got]
+
+
+class RawFile(io.RawIOBase):
+    """An unbuffered file of the mounted file system; enginefs.open makes it.
+
+    Reads land in the caller's buffer without a copy, from any position of any entry. Any thread may use it, one at a time.
+    """
+
+    _handle: Optional[int] = None
+
+    def __init__(self, name: Name, kind: str, both: bool) -> None:
+        self.name = name
+        self.mode = ("r" if kind == "w" and both else kind) + ("b+" if both else "b")  # as io.FileIO tells it
+        self._reads = kind == "r" or both
+        self._writes = kind != "r" or both
+        self._appends = kind == "a"
+        self._lock = threading.Lock()  # a handle is for one thread at a time, and calls run without the interpreter's lock
+        self._handle = _open_handle(name, kind, both)
+        if self._appends:
+            self.seek(0, io.SEEK_END)
+
+    def readable(self) -> bool:
+        return self._live(self._reads)
+
+    def writable(self) -> bool:
+        return self._live(self._writes)
+
+    def seekable(self) -> bool:
+        return self._live(True)
+
+    def readinto(self, buffer: Any) -> int:
+        """Fills `buffer`; less only at the end of the file. OSError when bytes are lost or damaged."""
+        view = memoryview(buffer)
+        if not view.nbytes:
+            return 0
+        start = byref(c_char.from_buffer(view))
+        with self._lock:
+            return self._checked(c.read(self._open("read", self._reads), start, view.nbytes))
+
+    def read(self, size: Optional[int] = -1) -> bytes:
+        with self._lock:
+            handle = self._open("read", self._reads)
+            left = max(0, self._checked(c.length(handle)) - self._checked(c.tell(handle)))
+            return _read_rest(handle, left if size is None or size < 0 else min(size, left), self.name)
+
+    def readall(self) -> bytes:
+        return self.read()
+
+    def write(self, data: Any) -> int:
+        """Writes all of it. A failure, a full disk say, may leave a part."""
+        start, size = address(data)
+        with self._lock:
+            handle = self._open("write", self._writes)
+            if self._appends:
+                check(c.seek(handle, 0, io.SEEK_END), self.name)
+            return self._checked(c.write(handle, start, size))
+
+    def seek(self, offset: int, whence: int = io.SEEK_SET) -> int:
+        with self._lock:
+            handle = self._open("seek")
+            check(c.seek(handle, int64(offset), whence), self.name)
+            return self._checked(c.tell(handle))
+
+    def tell(self) -> int:
+        with self._lock:
+            return self._checked(c.tell(self._open("tell")))
+
+    def truncate(self, size: Optional[int] = None) -> int:
+        with self._lock:
+            handle = self._open("truncate", self._writes)
+            position = self._checked(c.tell(handle))
+            end = position if size is None else size
+            check(c.seek(handle, int64(end), io.SEEK_SET), self.name)
+            status = c.set_end(handle)
+            error = failure(self.name) if status else None
+            check(c.seek(handle, position, io.SEEK_SET), self.name)
+        if error:
+            raise error
+        return end
+
+    def close(self) -> None:
+        """Ends the file. OSError when what was written could not be kept; it is closed all the same."""
+        try:
+            super().close()
+        finally:
+            with self._lock:
+                handle, self._handle = self._handle, None
+                status = c.close(handle) if handle is not None else 0
+            check(status, self.name)
+
+    def _live(self, answer: bool) -> bool:
+        self._open("ask")
+        return answer
+
+    def _open(self, what: str, allowed: bool = True) -> int:
+        if self._handle is None:
+            raise ValueError("I/O operation on closed file")
+        if not allowed:
+            raise io.UnsupportedOperation(f"{what}: {self.name} is open in mode {self.mode!r}")
+        return self._handle
+
+    def _checked(self, answer: int) -> int:
+        if answer < 0:
+            raise failure(self.name)
+        return answer
+
+
+def _open_handle(name: Name, kind: str, both: bool) -> int:
+    encoded, flags = encode(name), _native.WHOLE_NAME
+    if kind == "x" and find(name) is not None:
+        raise FileExistsError(errno.EEXIST, os.strerror(errno.EEXIST), str(name))
+    if kind == "r" and both and find(name) is None:  # the library would make it
+        raise FileNotFoundError(errno.ENOENT, os.strerror(errno.ENOENT), str(name))
+    if kind == "r" and not both:
+        how, flags = _native.READ, _READING
+    elif both:
+        how = _native.READ_WRITE
+        flags |= _native.CREATE if kind in "wx" else 0
+    else:
+        how = _native.APPEND if kind == "a" else _native.WRITE
+    handle: Optional[int] = c.open(encoded, how, flags)
+    if handle is None:
+        raise _file_failure(name)
+    return handle
+
+
+def open_file(file: Name, mode: str = "r", buffering: int = -1, encoding: Optional[str] = None,
+              errors: Optional[str] = None, newline: Optional[str] = None) -> IO[Any]:
+    """Opens a file of the mounted file system, and answers what io.open would: raw, buffered or text.
+
+    mode       "r", "w", "a" or "x", with "b" and "+" as in io.open. Names are taken as a whole, in any case; "w" empties an old
+               file at once (write_bytes keeps it until the new one is whole), and directories are made as needed.
+    buffering  0: none (binary only), 1: by lines (text only), else the size in bytes, by default 64 KiB.
+    encoding   UTF-8 by default, on every system; errors and newline as in io.open.
+    Failure    OSError: FileNotFoundError, IsADirectoryError, PermissionError, FileExistsError ("x"), EBUSY when the file is open
+               in a way that excludes this one. ValueError for a mode that is none.
+    Threads    any; a buffered file may be used by several.
+    """
+    letters = set(mode)
+    kinds = letters & set("rwax")
+    if len(letters) != len(mode) or letters - set("rwaxbt+") or len(kinds) != 1 or {"b", "t"} <= letters:
+        raise ValueError(f"invalid mode: {mode!r}")
+    binary = "b" in letters
+    if binary and not (encoding is errors is newline is None):
+        raise ValueError("binary mode takes no encoding, errors or newline")
+    if buffering == 0 and not binary:
+        raise ValueError("can't have unbuffered text I/O")
+    kind = kinds.pop()
+    raw = RawFile(file, kind, "+" in letters)
+    if buffering == 0:
+        return raw  # type: ignore[return-value]
+    try:
+        buffered: IO[Any] = _buffered(raw, BUFFER_SIZE if buffering in (-1, 1) else buffering)
+        if binary:
+            return buffered
+        text = io.TextIOWrapper(buffered, encoding or "utf-8", errors, newline, line_buffering=buffering == 1)
+        text.mode = mode  # type: ignore[misc]
+        return text
+    except BaseException:
+        raw.close()
+        raise
+
+
+def _buffered(raw: RawFile, size: int) -> Any:
+    if "+" in raw.mode:
+        return io.BufferedRandom(raw, size)
+    return io.BufferedReader(raw, size) if raw.mode[0] == "r" else io.BufferedWriter(raw, size)

@@ -1,0 +1,126 @@
+#include "engine/filesystem/c_interface/files.h"
+
+#include <utility>
+
+#include <engine/filesystem/access/open.h>
+
+#include "engine/filesystem/c_interface/call.h"
+
+namespace {
+
+using namespace fs::c;
+
+constexpr std::uint64_t failed = ~std::uint64_t{0};
+
+bool may_open(const char* path, int mode, uint32_t flags) {
+    if (!are_known(flags, open_flags)) return false;
+    if (mode < ENGINEFS_READ || mode > ENGINEFS_READ_WRITE)
+        return fs::refuse(EFSError::INVALID_ARGUMENT, path, "There is no such mode.");
+    return mode == ENGINEFS_READ ? are_given({path}) : is_new_name(path);
+}
+
+bool may_write(const OpenFile& open) {
+    return open.is_written ||
+           fs::refuse(EFSError::INVALID_ARGUMENT, fs::file_name(open.file.get()), "The file was opened for reading.");
+}
+
+/// What `ask(file)` answers, a size or a position; -1, with the failure stored, when it fails, or tells of one beside its
+/// answer, as handles of packs do of damage. This is on the way of every read: one scope, no lock.
+template <typename Ask>
+int64_t ask_file(enginefs_file* handle, EFSError::TYPE untold, const char* text, Ask ask) noexcept {
+    OpenFile* const open = find(handle);
+    if (open == nullptr) return -1;
+    const fs::ErrorScope scope;
+    const std::uint64_t answer = fs::guarded(nullptr, failed, [&] { return ask(*open); });
+    if (answer <= INT64_MAX && !scope.has_error()) return static_cast<int64_t>(answer);
+    fs::fail_unless_told(scope, untold, fs::file_name(open->file.get()), text);
+    return -1;
+}
+
+/// From the beginning; sources differ in what they make of other origins, and of positions before it.
+bool find_position(enginefs_file* file, int64_t offset, int origin, int64_t& position) {
+    int64_t from = 0;
+    if (origin == ENGINEFS_SEEK_CURRENT)
+        from = enginefs_tell(file);
+    else if (origin == ENGINEFS_SEEK_END)
+        from = enginefs_length(file);
+    else if (origin != ENGINEFS_SEEK_BEGIN)
+        return fs::refuse(EFSError::INVALID_ARGUMENT, nullptr, "There is no such origin to seek from.");
+    if (from < 0) return false;
+    if (offset > INT64_MAX - from || offset < -from)
+        return fs::refuse(EFSError::INVALID_ARGUMENT, nullptr, "The position is before the beginning of the file.");
+    position = from + offset;
+    return true;
+}
+
+/// Ends the handle and hands its file to `use`.
+template <typename Use>
+int end_file(enginefs_file* handle, Use use) noexcept {
+    return status(nullptr, [&] {
+        const std::unique_ptr<OpenFile> open(end(handle));
+        return open != nullptr && use(open->file.release());
+    });
+}
+
+}  // namespace
+
+enginefs_file* enginefs_open(const char* path, int mode, uint32_t flags) {
+    return fs::guarded<enginefs_file*>(path, nullptr, [&]() -> enginefs_file* {
+        if (!may_open(path, mode, flags)) return nullptr;
+        auto open = std::make_unique<OpenFile>();
+        open->file.reset(fs::open(path, static_cast<EFSMode::TYPE>(mode), as_open_flags(flags)));
+        open->is_written = mode != ENGINEFS_READ;
+        return open->file ? give<enginefs_file>(std::move(open)) : nullptr;
+    });
+}
+
+int enginefs_close(enginefs_file* file) { return end_file(file, fs::commit); }
+int enginefs_commit(enginefs_file* file) { return end_file(file, fs::commit); }
+int enginefs_discard(enginefs_file* file) {
+    return end_file(file, [](SFsFile* open) { return fs::discard(open), true; });
+}
+
+int64_t enginefs_read(enginefs_file* file, void* buffer, uint64_t size) {
+    return ask_file(file, EFSError::IO, "The file cannot be read.", [&](const OpenFile& open) {
+        const std::uint64_t got = is_block(buffer, size) ? open.file->read(buffer, size) : failed;
+        return got <= size ? got : failed;
+    });
+}
+
+int64_t enginefs_write(enginefs_file* file, const void* data, uint64_t size) {
+    // Nothing but a full disk takes less without a reason of its own.
+    return ask_file(file, EFSError::DISK_FULL, "The disk is full.", [&](const OpenFile& open) {
+        if (!is_block(data, size) || !may_write(open)) return failed;
+        return size == 0 || open.file->write(data, size) == size ? size : failed;
+    });
+}
+
+int enginefs_seek(enginefs_file* file, int64_t offset, int origin) {
+    return status(nullptr, [&] {
+        const OpenFile* const open = find(file);
+        int64_t position = 0;
+        return open != nullptr && find_position(file, offset, origin, position) &&
+               open->file->seek(position, EFSSeek::BEGIN);
+    });
+}
+
+int64_t enginefs_tell(enginefs_file* file) {
+    return ask_file(file, EFSError::IO, "The position is not known.",
+                    [](const OpenFile& open) { return open.file->tell(); });
+}
+
+int64_t enginefs_length(enginefs_file* file) {
+    return ask_file(file, EFSError::UNSUPPORTED, "The file does not tell its length.",
+                    [](const OpenFile& open) { return open.file->length(); });
+}
+
+int enginefs_set_end(enginefs_file* file) {
+    return status(nullptr, [&] {
+        const OpenFile* const open = find(file);
+        if (open == nullptr) return false;
+        const fs::ErrorScope scope;
+        return open->file->set_eof() ||
+               fs::fail_unless_told(scope, EFSError::UNSUPPORTED, fs::file_name(open->file.get()),
+                                    "This kind of file cannot be cut or extended.");
+    });
+}

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include <engine/filesystem_c.h>
+
+// What a host of the C interface gets for an object: a number, never an address. It names a place in a table and the
+// object that stood there when it was given out, so that one that has ended, belongs to another kind or was made up is
+// found out without touching memory that is gone.
+
+class SFsFile;
+struct SFsLoad;
+
+namespace fs {
+class pack_writer;
+}
+
+namespace fs::c {
+
+struct OpenFile;
+struct List;
+
+/// The object behind each type of handle, and the number that tells the types apart.
+template <typename Handle>
+struct Behind;
+template <>
+struct Behind<enginefs_file> {
+    using Object = OpenFile;
+    static constexpr std::uint8_t kind = 1;
+};
+template <>
+struct Behind<enginefs_list> {
+    using Object = List;
+    static constexpr std::uint8_t kind = 2;
+};
+template <>
+struct Behind<enginefs_pack> {
+    using Object = pack_writer;
+    static constexpr std::uint8_t kind = 3;
+};
+template <>
+struct Behind<enginefs_async_load> {
+    using Object = SFsLoad;
+    static constexpr std::uint8_t kind = 4;
+};
+
+namespace handles {
+
+using Handle = std::uintptr_t;
+static_assert(sizeof(Handle) == 8);
+
+/// A new handle of this kind. Throws StoredFailure when too many are open, and std::bad_alloc.
+Handle add(std::uint8_t kind, void* object);
+/// Null, with the failure stored, when the handle is not open. Takes no lock.
+void* find(Handle handle, std::uint8_t kind) noexcept;
+/// Ends the handle. Its object; null, with the failure stored, when it is not open.
+void* end(Handle handle, std::uint8_t kind) noexcept;
+/// Puts another object behind the handle unless it has ended.
+void set(Handle handle, void* object) noexcept;
+
+}  // namespace handles
+
+template <typename Handle>
+typename Behind<Handle>::Object* find(const Handle* handle) noexcept {
+    return static_cast<typename Behind<Handle>::Object*>(
+        handles::find(reinterpret_cast<handles::Handle>(handle), Behind<Handle>::kind));
+}
+
+/// Ends the handle; the caller owns its object.
+template <typename Handle>
+typename Behind<Handle>::Object* end(Handle* handle) noexcept {
+    return static_cast<typename Behind<Handle>::Object*>(
+        handles::end(reinterpret_cast<handles::Handle>(handle), Behind<Handle>::kind));
+}
+
+/// A handle to the object, which it owns from here on.
+template <typename Handle>
+Handle* give(std::unique_ptr<typename Behind<Handle>::Object> object) {
+    const handles::Handle handle = handles::add(Behind<Handle>::kind, object.get());
+    static_cast<void>(object.release());
+    return reinterpret_cast<Handle*>(handle);
+}
+
+}  // namespace fs::c

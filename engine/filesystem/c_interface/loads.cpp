@@ -1,0 +1,139 @@
+#include <memory>
+#include <utility>
+
+#include <engine/filesystem/loading.h>
+
+#include "engine/filesystem/c_interface/call.h"
+#include "engine/filesystem/c_interface/handles.h"
+
+// A load's handle is made before the load, since its callback may run before the call that started it has returned. So
+// the callback puts the load behind the handle just as that call does, whichever comes first, and may end the handle.
+
+namespace {
+
+using namespace fs::c;
+
+/// What a load tells its end to.
+struct Listener {
+    enginefs_load_callback callback;
+    void* user;
+    handles::Handle handle;
+};
+
+void tell(SFsLoad* load, void* user) {
+    const std::unique_ptr<Listener> listener(static_cast<Listener*>(user));
+    handles::set(listener->handle, load);
+    listener->callback(reinterpret_cast<enginefs_async_load*>(listener->handle), listener->user);
+}
+
+/// A handle that ends here unless it is kept.
+class NewHandle {
+public:
+    NewHandle() : handle_(handles::add(Behind<enginefs_async_load>::kind, nullptr)) {}
+    NewHandle(const NewHandle&) = delete;
+    NewHandle& operator=(const NewHandle&) = delete;
+    ~NewHandle() {
+        if (handle_ != 0) handles::end(handle_, Behind<enginefs_async_load>::kind);
+    }
+    handles::Handle get() const { return handle_; }
+    enginefs_async_load* keep() { return reinterpret_cast<enginefs_async_load*>(std::exchange(handle_, 0)); }
+
+private:
+    handles::Handle handle_;
+};
+
+enginefs_async_load* start(const enginefs_load_wish& wish) {
+    NewHandle handle;
+    std::unique_ptr<Listener> listener;
+    if (wish.callback != nullptr)
+        listener =
+            std::make_unique<Listener>(Listener{.callback = wish.callback, .user = wish.user, .handle = handle.get()});
+    SFsLoad* const load = fs::load_async({.path = wish.path,
+                                          .offset = wish.offset,
+                                          .size = wish.size,
+                                          .buffer = wish.buffer,
+                                          .capacity = wish.capacity,
+                                          .priority = wish.priority,
+                                          .deadline_ms = wish.deadline_ms,
+                                          .callback = listener ? tell : nullptr,
+                                          .user = listener.get()});
+    if (load == nullptr) return nullptr;
+    static_cast<void>(listener.release());
+    handles::set(handle.get(), load);
+    return handle.keep();
+}
+
+/// Why a load that has ended has no bytes to give, told as this thread's failure.
+void tell_why_not(const SFsLoad& load) {
+    const SFsError& error = load.Error();
+    if (load.State() != EFSRequestState::FINISHED)
+        fs::set_error(EFSError::INVALID_ARGUMENT, nullptr, "The load has not ended yet.");
+    else if (error.code != EFSError::NONE)
+        fs::set_error(error.code, error.path.c_str(), error.text, error.os_code);
+    else
+        fs::set_error(EFSError::INVALID_ARGUMENT, nullptr, "The block of this load was taken already.");
+}
+
+int state_of(const SFsLoad& load) {
+    switch (load.State()) {
+        case EFSRequestState::IDLE:
+        case EFSRequestState::QUEUED:
+            return ENGINEFS_LOAD_QUEUED;
+        case EFSRequestState::IN_PROGRESS:
+            return ENGINEFS_LOAD_RUNNING;
+        case EFSRequestState::FINISHED:
+            break;
+    }
+    if (load.Result() == EFSRequestResult::SUCCESS) return ENGINEFS_LOAD_DONE;
+    return load.Result() == EFSRequestResult::CANCELLED ? ENGINEFS_LOAD_CANCELLED : ENGINEFS_LOAD_FAILED;
+}
+
+}  // namespace
+
+enginefs_async_load* enginefs_load_async(const enginefs_load_wish* wish) {
+    return fs::guarded<enginefs_async_load*>(nullptr, nullptr, [&]() -> enginefs_async_load* {
+        enginefs_load_wish known{};
+        return take(wish, known) && are_given({known.path}) ? start(known) : nullptr;
+    });
+}
+
+int enginefs_load_wait(enginefs_async_load* load, uint32_t timeout_ms) {
+    SFsLoad* const known = find(load);
+    return known != nullptr ? static_cast<int>(known->Wait(timeout_ms)) : -1;
+}
+
+int enginefs_load_state(enginefs_async_load* load) {
+    const SFsLoad* const known = find(load);
+    return known != nullptr ? state_of(*known) : -1;
+}
+
+void* enginefs_load_take(enginefs_async_load* load, uint64_t* size) {
+    if (size != nullptr) *size = 0;
+    SFsLoad* const known = find(load);
+    if (known == nullptr) return nullptr;
+    return fs::guarded<void*>(nullptr, nullptr, [&]() -> void* {
+        const std::uint64_t loaded = known->Size();
+        const void* const data = known->Data();
+        void* const taken = known->Take();
+        void* const block = taken != nullptr ? taken : const_cast<void*>(data);  // the caller's own buffer
+        if (block == nullptr) return tell_why_not(*known), nullptr;
+        if (size != nullptr) *size = loaded;
+        return block;
+    });
+}
+
+int enginefs_load_cancel(enginefs_async_load* load) {
+    return status(nullptr, [&] {
+        SFsLoad* const known = find(load);
+        if (known != nullptr) known->Cancel();
+        return known != nullptr;
+    });
+}
+
+int enginefs_load_release(enginefs_async_load* load) {
+    return status(nullptr, [&] {
+        SFsLoad* const known = end(load);
+        if (known != nullptr) known->Release();
+        return known != nullptr;
+    });
+}

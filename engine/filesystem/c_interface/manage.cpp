@@ -1,0 +1,148 @@
+#include <engine/filesystem/access/manage.h>
+#include <engine/filesystem/contract/locating_source.h>
+#include <engine/filesystem/contract/native_source.h>
+#include <engine/filesystem_c.h>
+
+#include "engine/filesystem/access/parts.h"
+#include "engine/filesystem/c_interface/call.h"
+#include "engine/filesystem/contract/normalize.h"
+#include "engine/platform/clock.h"
+#include "engine/platform/files.h"
+
+namespace {
+
+using namespace fs::c;
+using fs::registry::Match;
+using fs::registry::SharedGuard;
+
+constexpr std::uint32_t asking_flags = FFSOpenFlags::WHOLE_NAME | FFSOpenFlags::IN_CACHE_DIR;
+
+/// Where the disk holds the file that this source opens for the name; false when that is not known.
+bool find_native(CFSSource& source, const fs::path& name, FFSOpenFlags::FLAGS flags,
+                 fs::LocatingSource::Located& found) {
+    found.path[0] = '\0';
+    auto* const locating = dynamic_cast<fs::LocatingSource*>(&source);
+    if (!locating || locating->locate(name, flags, found) != fs::LocatingSource::Answer::LOCATED) return false;
+    auto* const native = dynamic_cast<fs::NativeSource*>(&source);
+    return found.path[0] != '\0' || (native && native->native_path(name, found.path, sizeof found.path));
+}
+
+/// Files of the disk are asked for their attributes when the lock is given back; `native` names them.
+bool describe(CFSSource& source, const fs::path& name, FFSOpenFlags::FLAGS flags, enginefs_info& info,
+              fs::LocatingSource::Located& native) {
+    info.kind = source.type();
+    info.is_protected = source.is_protected();
+    if (find_native(source, name, flags, native)) return true;
+    native.path[0] = '\0';
+    const fs::FilePtr file(source.open_read(name, flags));
+    if (!file) return false;
+    info.size = static_cast<int64_t>(file->length());
+    info.time = source.write_time(name);
+    info.read_only = source.read_only(name);
+    return true;
+}
+
+bool describe_native(const char* native, enginefs_info& info) {
+    const auto attributes = platform::get_attributes(native);
+    if (!attributes) return fs::refuse_by_disk(native, "has no readable attributes");
+    info.size = static_cast<int64_t>(attributes->size);
+    info.time = attributes->write_time;
+    info.read_only = attributes->is_read_only;
+    return true;
+}
+
+bool describe_file(const char* path, FFSOpenFlags::FLAGS flags, enginefs_info& info) {
+    const std::string name = fs::with_cache_directory(path, flags);
+    fs::LocatingSource::Located native;
+    native.path[0] = '\0';
+    info.what = ENGINEFS_IS_FILE;
+    const auto use = [&](CFSSource& source, const fs::path& held) {
+        return describe(source, held, flags & FFSOpenFlags::WHOLE_NAME, info, native);
+    };
+    if (!fs::with_holder<SharedGuard>(name.c_str(), fs::match_of(flags), false, use)) return false;
+    return native.path[0] == '\0' || describe_native(native.path, info);
+}
+
+bool describe_directory(const char* path, enginefs_info& info) {
+    fs::NormalText wanted(path, false);
+    wanted.drop_trailing_slash();
+    const SharedGuard guard;
+    const CFSSource* const holder = fs::registry::first_source(
+        [&](CFSSource& source) { return fs::registry::find_directory(source, wanted.c_str()) != nullptr; });
+    info = {.struct_size = 0,
+            .what = ENGINEFS_IS_DIRECTORY,
+            .size = -1,
+            .time = -1,
+            .kind = 0,
+            .read_only = 0,
+            .is_protected = 0,
+            .reserved = 0};
+    return holder != nullptr;
+}
+
+bool describe_any(const char* path, FFSOpenFlags::FLAGS flags, enginefs_info& info) {
+    fs::ErrorScope scope;
+    if (describe_file(path, flags, info)) return true;
+    if (!describe_directory(path, info)) return false;
+    scope.forget();
+    return true;
+}
+
+/// Directory sources speak of local time, this interface of universal time alone.
+bool set_time(CFSSource& source, const fs::path& name, int64_t time) {
+    const bool is_local = !fs::registry::is_fallback(&source) && dynamic_cast<fs::NativeSource*>(&source) != nullptr;
+    const fs::ErrorScope scope;
+    return source.set_write_time(name, is_local ? platform::utc_to_local(time) : time) && !scope.has_error();
+}
+
+}  // namespace
+
+int enginefs_exists(const char* path, uint32_t flags) {
+    return are_given({path}) && are_known(flags, open_flags) && fs::exists(path, as_open_flags(flags & asking_flags));
+}
+
+int enginefs_stat(const char* path, uint32_t flags, enginefs_info* out) {
+    return status(path, [&] {
+        enginefs_info info{};
+        return are_given({path}) && are_known(flags, open_flags) && is_struct(out) &&
+               describe_any(path, as_open_flags(flags & asking_flags), info) && put(out, info);
+    });
+}
+
+int enginefs_set_time(const char* path, int64_t time) {
+    return status(path, [&] {
+        return are_given({path}) &&
+               fs::with_holder<SharedGuard>(path, Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
+                   return set_time(source, name, time);
+               });
+    });
+}
+
+int enginefs_remove(const char* path) {
+    return status(path, [&] { return are_given({path}) && fs::rem_file(path); });
+}
+
+int enginefs_remove_dir(const char* path) {
+    return status(path, [&] {
+        if (!are_given({path})) return false;
+        const fs::ErrorScope scope;
+        fs::rem_dir(path);
+        return !scope.has_error();
+    });
+}
+
+int enginefs_mkdir(const char* path) {
+    return status(path, [&] { return is_new_name(path) && fs::mkdir(path); });
+}
+
+int enginefs_rename(const char* from, const char* to) {
+    return status(from, [&] { return are_given({from}) && is_new_name(to) && fs::rename(from, to); });
+}
+
+int enginefs_copy(const char* from, const char* to) {
+    return status(from, [&] { return are_given({from}) && is_new_name(to) && fs::copy(from, to, 0); });
+}
+
+int enginefs_crc(const char* path, uint32_t* crc) {
+    return status(path, [&] { return are_given({path, crc}) && fs::calc_file_crc(path, *crc); });
+}

@@ -1,0 +1,91 @@
+#include <cstdlib>
+#include <iterator>
+#include <mutex>
+
+#include <engine/filesystem/contract/error.h>
+#include <engine/filesystem/registry.h>
+#include <engine/filesystem_c.h>
+#include <engine/kernel/lock.h>
+
+#include "engine/filesystem/c_interface/call.h"
+#include "engine/filesystem/startup/start.h"
+#include "engine/platform/files.h"
+
+// The C interface: the library for hosts that are not written in C++, or by another compiler. A layer over everything else
+// that adds no behaviour of its own: it checks arguments, calls what the C++ interface calls, and answers in C's manner.
+//
+// Three things hold throughout. What the library stored as the thread's failure is the answer's reason, and a call that
+// fails has one (call.h). No pointer of the library is given out as a handle (handles.h). Structures are copied as far as
+// their struct_size goes, so that programs of before and after this version are served (call.h).
+
+namespace {
+
+using namespace fs::c;
+
+constinit mt::detail::Mutex start_lock;  // one start or end at a time
+
+bool is_directory(const char* root) {
+    const auto attributes = platform::get_attributes(root);
+    if (!attributes) return fs::refuse_by_disk(root, "cannot be mounted");
+    return attributes->is_directory || fs::refuse(EFSError::NOT_FOUND, root, "The root is no directory.");
+}
+
+bool start(const enginefs_options* given) {
+    enginefs_options options{};
+    if (!take(given, options) || !are_given({options.root}) || !are_known(options.flags, source_flags)) return false;
+    const std::lock_guard guard(start_lock);
+    if (fs::is_initialized())
+        return fs::refuse(EFSError::ALREADY_EXISTS, options.root, "The file system runs already.");
+    const fs::init_options known{.root = options.root,
+                                 .cache_dir = options.cache_dir,
+                                 .flags = static_cast<FFSAddSourceFlags::ENUM>(options.flags),
+                                 .use_fallback = options.use_fallback != 0,
+                                 .names = const_cast<const char**>(options.names)};
+    // What mounts makes a root that is missing. One that is no full path has its own reason.
+    if (fs::is_full_path(options.root) && !is_directory(options.root)) return false;
+    return fs::start(known);
+}
+
+constexpr const char* error_names[] = {
+    "OK",         "NOT_FOUND",   "ACCESS_DENIED", "IN_USE",           "ALREADY_EXISTS",
+    "READ_ONLY",  "DISK_FULL",   "INVALID_NAME",  "INVALID_ARGUMENT", "NOT_INITIALIZED",
+    "BAD_FORMAT", "UNSUPPORTED", "TOO_LARGE",     "OUT_OF_MEMORY",    "CANCELLED",
+    "IO"};
+static_assert(std::size(error_names) == EFSError::IO + 1);
+
+}  // namespace
+
+uint32_t enginefs_version() { return ENGINEFS_VERSION; }
+
+int enginefs_init(const enginefs_options* options) {
+    return status(nullptr, [&] { return start(options); });
+}
+
+int enginefs_shutdown() {
+    return status(nullptr, [] {
+        const std::lock_guard guard(start_lock);
+        fs::shutdown();
+        return !fs::is_initialized();
+    });
+}
+
+void enginefs_free(void* block) { std::free(block); }
+
+int enginefs_last_error(enginefs_error* out) {
+    const SFsError& error = fs::last_error();
+    const int code = static_cast<int>(error.code);
+    if (out != nullptr && !put(out, {.struct_size = 0,
+                                     .code = code,
+                                     .system_code = error.os_code,
+                                     .reserved = 0,
+                                     .path = error.path.c_str(),
+                                     .text = error.text.c_str()}))
+        return ENGINEFS_ERROR_INVALID_ARGUMENT;
+    return code;
+}
+
+void enginefs_clear_error() { fs::clear_error(); }
+
+const char* enginefs_error_name(int code) {
+    return code >= 0 && static_cast<std::size_t>(code) < std::size(error_names) ? error_names[code] : "UNKNOWN";
+}

@@ -1,0 +1,98 @@
+#!/usr/bin/env python3
+"""The packages of a build are the same bytes each time, satisfy lintian, install, and serve programs of others.
+
+usage: packages_test.py SOURCE-DIR BUILD-DIR
+"""
+import filecmp
+import glob
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import zipfile
+
+IN_ZIP = {"engine_filesystem.dll", "libengine_filesystem.dll.a", "enginefs.exe", "filesystem.h", "LICENSE", "NOTICES"}
+
+
+def run(*command, **options):
+    result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False, text=True, **options)
+    if result.returncode != 0:
+        sys.exit(f"{' '.join(command)}: status {result.returncode}\n{result.stdout}")
+    return result.stdout
+
+
+def package(source, build, out, zone, mask):
+    run(os.path.join(source, "packaging/make-packages"), build, out, env={**os.environ, "TZ": zone}, umask=mask)
+    return sorted(os.listdir(out))
+
+
+def check_same_bytes(source, build, where):
+    """By two users at two times, who know different zones and let others see different things."""
+    first, second = os.path.join(where, "first"), os.path.join(where, "second")
+    names = package(source, build, first, "UTC", 0o022)
+    if package(source, build, second, "Asia/Tokyo", 0o077) != names:
+        sys.exit(f"not what was made the first time: {names}")
+    same = filecmp.cmpfiles(first, second, names, shallow=False)[0]
+    if same != names:
+        sys.exit(f"other bytes the second time in all but {same}")
+    return [os.path.join(first, name) for name in names]
+
+
+def install(packages, root):
+    """By dpkg into a root of its own, which has a list of packages but nothing that these need; as a user, unpacked."""
+    for folder in ("info", "updates", "triggers"):
+        os.makedirs(os.path.join(root, "var/lib/dpkg", folder))
+    if os.geteuid() == 0:
+        open(os.path.join(root, "var/lib/dpkg/status"), "w", encoding="ascii").close()
+        run("dpkg", f"--root={root}", "--log=/dev/null", "--force-depends", "--install", *packages)
+        if run("dpkg", f"--root={root}", "--verify"):
+            sys.exit("dpkg does not find what it installed as it was")
+    else:
+        for one in packages:
+            run("dpkg-deb", "-x", one, root)
+
+
+def check_programs(source, root, where):
+    """What others build against the installed files alone."""
+    libraries = os.path.dirname(glob.glob(f"{root}/usr/lib/*/pkgconfig")[0])
+    found = {**os.environ, "LD_LIBRARY_PATH": libraries, "PKG_CONFIG_LIBDIR": libraries + "/pkgconfig"}
+    flags = run("pkg-config", "--cflags", "--libs", "engine_filesystem", env=found).split()
+    host, build = os.path.join(source, "examples/host"), os.path.join(where, "host")
+    run("c++", f"{host}/main.cpp", "-o", f"{where}/by_pkg_config", *flags)
+    run(f"{where}/by_pkg_config", env=found, cwd=where)
+    run("cmake", "-S", host, "-B", build, f"-DCMAKE_PREFIX_PATH={root}/usr")
+    run("cmake", "--build", build)
+    run(f"{build}/host", env=found, cwd=where)
+    run(f"{root}/usr/bin/enginefs", "--root", where, "ls", env=found)
+
+
+def check_zip(path):
+    names = {os.path.basename(name) for name in zipfile.ZipFile(path).namelist()}
+    if missing := IN_ZIP - names:
+        sys.exit(f"{path}: {missing} are missing")
+
+
+def main(source, build):
+    if not shutil.which("dpkg-gencontrol"):
+        print("not available: dpkg-dev")
+        return
+    with tempfile.TemporaryDirectory() as where:
+        archive, *debs = check_same_bytes(source, build, where)
+        if archive.endswith(".zip"):
+            return check_zip(archive)
+        if len(debs) != 3:
+            sys.exit(f"not three packages: {debs}")
+        if shutil.which("lintian"):
+            run("lintian", "--fail-on", "error,warning", *debs)
+        else:
+            print("lintian: not available")
+        install(debs, os.path.join(where, "root"))
+        check_programs(source, os.path.join(where, "root"), where)
+        run("tar", "-xzf", archive, "-C", where)
+        run(glob.glob(f"{where}/engine_filesystem-*/bin/enginefs")[0], "--root", where, "ls")
+    print("packages: good")
+
+
+if __name__ == "__main__":
+    main(*map(os.path.abspath, sys.argv[1:]))

@@ -1,0 +1,162 @@
+#!/usr/bin/env python3
+"""Mounts what enginefs sees, where the system lets it, and reads it as any program would.
+
+usage: mount_test.py PROGRAM [EMULATOR]
+"""
+import concurrent.futures
+import contextlib
+import errno
+import os
+import random
+import shutil
+import signal
+import subprocess
+import sys
+
+import kit
+from kit import PLAIN
+
+ABSENT = ("not available: built without FUSE", "/dev/fuse", "ermitted", "fusermount3")
+BIG = random.Random(3).randbytes(3_000_000).hex().encode()
+
+
+def words(tool, line):
+    return tool.command + line.replace("_", " ").split()
+
+
+@contextlib.contextmanager
+def mounted(tool, line):
+    """A mount in the foreground; the process. Ends with it, whatever happens."""
+    place = tool.path("view")
+    os.makedirs(place, exist_ok=True)
+    with subprocess.Popen(words(tool, line), cwd=tool.where, stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+        try:
+            said = process.stdout.readline()
+            tool.check(said.startswith(b"view: "), f"{line}: it says {said!r}; {'' if said else process.stderr.read()!r}")
+            yield process
+        finally:
+            unmount(place)
+            process.kill()
+
+
+def unmount(place):
+    if os.path.ismount(place):
+        subprocess.run(["fusermount3", "-uz", place], check=False)
+
+
+def skip_where_absent(tool):
+    os.makedirs(tool.path("view"))
+    tried = subprocess.run(words(tool, "mount view --detach"), cwd=tool.where, capture_output=True, check=False, timeout=60)
+    said = tried.stderr.decode("utf-8", "replace")
+    unmount(tool.path("view"))
+    if tried.returncode != 0 and any(reason in said for reason in ABSENT):
+        print(f"not available: {said.strip()}")
+        shutil.rmtree(tool.where, ignore_errors=True)
+        sys.exit(0)
+    tool.check(tried.returncode == 0 and not said, f"mount --detach: {tried.returncode}, {said!r}")
+
+
+def make_sources(tool):
+    tool.write("root/Textures/Sky/One.TXT", b"one\n")
+    tool.write("root/Textures/both.txt", b"of the root\n")
+    tool.write("root/clash", b"a file\n")
+    os.makedirs(tool.path("root/Empty/Deep"))
+    for name, data in (("textures/Both.txt", b"of the pack\n"), ("clash/inner.txt", b"inner\n"), ("plain.txt", PLAIN),
+                       ("deep/plain.txt", b"another by the end of its name\n"), ("nothing", b""), ("big.hex", BIG)):
+        tool.write("first/" + name, data)
+    tool.write("second/stored.bin", BIG[:700_001])
+    tool.write("second/plain.txt", b"shadowed\n")
+    tool.write("extra/deep/z.txt", b"of the directory\n")
+    os.utime(tool.path("first/plain.txt"), (1_580_000_000, 1_580_000_000))
+    os.utime(tool.path("root/Readme.txt"), ns=(0, 1_234_567_890_123_456_700))
+    tool.run("pack first.pak first", 0, "~6 files")
+    tool.run("pack second.pak second --level 0", 0, "~2 files")
+
+
+ADDED = "--add first.pak --add second.pak --add extra"
+
+
+def tree_of(top):
+    found = {}
+    for where, directories, files in os.walk(top):
+        for name in directories + files:
+            path = os.path.join(where, name)
+            found[os.path.relpath(path, top)] = None if name in directories else (os.stat(path).st_size, os.stat(path).st_mtime_ns)
+    return found
+
+
+def shows_what_the_game_reads(tool):
+    tool.run("unpack first.pak merged")
+    with mounted(tool, f"{ADDED} mount view") as process:
+        view = tree_of(tool.path("view"))
+        wanted = {name.replace("textures", "textures"): facts for name, facts in tree_of(tool.path("merged")).items()}
+        for name, facts in wanted.items():
+            tool.check(view.pop(name, 0) == facts, f"{name} is not as unpack makes it")
+            if facts is not None:
+                tool.check(tool.read("view/" + name) == tool.read("merged/" + name), f"{name} holds something else")
+        tool.check(view.pop("Readme.txt")[1] == 1_234_567_890_123_456_700, "the time of a file of the disk")
+        tool.check(sorted(view) == ["Empty", "Empty/Deep", "deep/z.txt", "stored.bin", "textures/Sky", "textures/Sky/One.TXT"],
+                   f"the rest of the view is {sorted(view)}")
+        for name in ("textures/sky/one.txt", "TEXTURES/SKY/ONE.TXT"):
+            tool.is_file("view/" + name, b"one\n")
+        tool.check(len({os.stat(tool.path("view", name)).st_ino for name in ("plain.txt", "PLAIN.txt", "Plain.TXT")}) == 1,
+                   "spellings are different files")
+        for name in ("both.txt", "textures/none", "clash/none", "plain.txt/x"):
+            tool.check(not os.path.exists(tool.path("view", name)), f"{name} is there")
+        reads_anywhere(tool)
+        takes_no_change(tool)
+        process.send_signal(signal.SIGTERM)
+        tool.check(process.wait(60) == 0 and not os.path.ismount(tool.path("view")), "SIGTERM does not end it")
+        said = process.stderr.read().decode()
+        tool.check(said == "enginefs: clash: a directory of an earlier source hides this file\n", f"it says {said!r}")
+
+
+def reads_anywhere(tool):
+    def read_some(seed):
+        rng = random.Random(seed)
+        with open(tool.path("view", "Big.hex"), "rb") as packed, open(tool.path("view", "stored.bin"), "rb") as stored:
+            for _ in range(100):
+                at = rng.randrange(len(BIG))
+                packed.seek(at)
+                stored.seek(at % 700_000)
+                if packed.read(5000) != BIG[at:at + 5000] or stored.read(10) != BIG[at % 700_000:700_001][:10]:
+                    return False
+        return True
+
+    with concurrent.futures.ThreadPoolExecutor(4) as pool:
+        tool.check(all(pool.map(read_some, range(4))), "reads here and there bring something else")
+
+
+def takes_no_change(tool):
+    view = tool.path("view")
+    for what, change in (("creating", lambda: open(view + "/new", "wb")), ("appending", lambda: open(view + "/plain.txt", "ab")),
+                         ("removing", lambda: os.remove(view + "/plain.txt")), ("making", lambda: os.mkdir(view + "/d")),
+                         ("renaming", lambda: os.rename(view + "/plain.txt", view + "/p")), ("times", lambda: os.utime(view + "/plain.txt"))):
+        try:
+            change()
+            tool.check(False, f"{what} succeeds")
+        except OSError as error:
+            tool.check(error.errno == errno.EROFS, f"{what}: {error}")
+
+
+def tells_what_is_wrong(tool):
+    tool.write("damaged.pak", (whole := tool.read("first.pak")).replace(whole[2000:2050], bytes(50), 1))
+    with mounted(tool, "--add damaged.pak mount view --memory 1"):
+        try:
+            tool.read("view/big.hex")
+            tool.check(False, "damage is read")
+        except OSError as error:
+            tool.check(error.errno == errno.EIO, f"damage: {error}")
+        tool.is_file("view/readme.txt", b"hello\n")
+    tool.fails(("mount root", "root: it is not empty"), ("mount none", "none: there is no such directory"),
+               ("--add none.pak mount view --detach", "none.pak: "))
+    tool.run("mount view --memory 0", 2, "", "--memory")
+    hidden = "touch file && mount --bind file /dev/fuse && exec \"$@\""
+    if subprocess.run(["unshare", "-m", "true"], capture_output=True, check=False).returncode == 0:
+        tried = subprocess.run(["unshare", "-m", "sh", "-c", hidden, "sh", *words(tool, "mount view")], cwd=tool.where,
+                               capture_output=True, check=False, timeout=60)
+        tool.check(tried.returncode == 1 and b"/dev/fuse" in tried.stderr, f"without /dev/fuse: {tried}")
+
+
+if __name__ == "__main__":
+    kit.main([skip_where_absent, make_sources, shows_what_the_game_reads, tells_what_is_wrong])

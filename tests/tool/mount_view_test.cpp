@@ -1,0 +1,189 @@
+// What a mounted view is made of, without a kernel.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "mount/table.h"
+#include "mount/window_cache.h"
+
+namespace {
+
+constexpr std::uint64_t kib = 1024;
+constexpr std::uint64_t failed = ~std::uint64_t{0};
+
+std::vector<std::string> listed(const Table& table, std::uint64_t directory) {
+    std::vector<std::string> names;
+    for (std::uint64_t index = 0; const std::uint64_t inode = table.child(directory, index); ++index)
+        names.emplace_back(table.name(*table.find(inode)));
+    return names;
+}
+
+using Names = std::vector<std::string>;
+
+TEST(MountTable, FindsEverySpellingAndListsTheDisksInOrder) {
+    const Table table({{.path = "levels/One.txt", .source = 1, .size = 7, .time = 5},
+                       {.path = "Levels/two.txt", .source = 0, .is_decoded = true},
+                       {.path = "levels-old/x", .source = 1},
+                       {.path = "levels.txt", .source = 1},
+                       {.path = "Empty/Deep/", .source = 1}});
+    EXPECT_EQ(listed(table, Table::root), (Names{"Empty", "Levels", "levels-old", "levels.txt"}));
+    const std::uint64_t levels = table.lookup(Table::root, "LEVELS");
+    EXPECT_EQ(table.lookup(Table::root, "levels"), levels);
+    EXPECT_EQ(listed(table, levels), (Names{"One.txt", "two.txt"}));
+    const std::uint64_t one = table.lookup(levels, "oNE.TXT");
+    ASSERT_NE(table.find(one), nullptr);
+    EXPECT_EQ(table.find(one)->size, 7U);
+    EXPECT_EQ(table.find(one)->time, 5);
+    EXPECT_FALSE(table.find(one)->is_decoded);
+    EXPECT_TRUE(table.find(table.lookup(levels, "two.txt"))->is_decoded);
+    EXPECT_EQ(table.path(one), "Levels/One.txt");
+    EXPECT_EQ(table.parent(one), levels);
+    EXPECT_EQ(table.parent(Table::root), Table::root);
+    EXPECT_EQ(listed(table, table.lookup(table.lookup(1, "empty"), "deep")), Names());
+    for (const char* const absent : {"", "level", "levelss", "One.txt", "levels/"})
+        EXPECT_EQ(table.lookup(Table::root, absent), 0U) << absent;
+    EXPECT_EQ(table.lookup(one, "x"), 0U);
+    EXPECT_EQ(table.lookup(99, "x"), 0U);
+    EXPECT_EQ(table.find(0), nullptr);
+    EXPECT_EQ(table.files(), 4U);
+}
+
+TEST(MountTable, KeepsFileOrDirectoryOfTheFirstSource) {
+    const Table table({{.path = "a", .source = 1},
+                       {.path = "A/below", .source = 0},
+                       {.path = "a/Deep/x", .source = 2},
+                       {.path = "b", .source = 0},
+                       {.path = "b-c", .source = 0},
+                       {.path = "b/x/y", .source = 1},
+                       {.path = "b/", .source = 2}});
+    EXPECT_EQ(listed(table, Table::root), (Names{"A", "b", "b-c"}));
+    EXPECT_EQ(listed(table, table.lookup(Table::root, "a")), (Names{"below", "Deep"}));
+    EXPECT_FALSE(table.find(table.lookup(Table::root, "b"))->is_directory);
+    EXPECT_EQ(table.hidden(), (Names{"a", "b/"}));
+    EXPECT_EQ(listed(Table({}), Table::root), Names());
+}
+
+/// A file that must be decoded from its start to wherever it is read, as the worst of packs.
+class DecodedFile : public SFsFile {
+public:
+    DecodedFile(std::uint64_t id, std::uint64_t size, std::atomic<std::uint64_t>& decoded, bool is_damaged)
+        : id_(id), size_(size), decoded_(decoded), is_damaged_(is_damaged) {}
+
+    static char byte(std::uint64_t id, std::uint64_t at) { return static_cast<char>((at >> 12) * 31 + at * 7 + id); }
+
+    std::uint64_t read(void* buffer, std::uint64_t size) override {
+        if (is_damaged_ && position_ + size > size_ / 2) return 0;
+        if (position_ < reached_) reached_ = 0;
+        size = std::min(size, size_ - position_);
+        for (std::uint64_t i = 0; i < size; ++i) static_cast<char*>(buffer)[i] = byte(id_, position_ + i);
+        position_ += size;
+        decoded_ += position_ - reached_;
+        reached_ = position_;
+        return size;
+    }
+    std::uint64_t write(const void*, std::uint64_t) override { return 0; }
+    bool seek(std::int64_t offset, EFSSeek::TYPE) override {
+        position_ = static_cast<std::uint64_t>(offset);
+        return true;
+    }
+    std::uint64_t length() override { return size_; }
+    std::uint64_t tell() override { return position_; }
+
+private:
+    const std::uint64_t id_, size_;
+    std::atomic<std::uint64_t>& decoded_;
+    const bool is_damaged_;
+    std::uint64_t position_ = 0, reached_ = 0;
+};
+
+class MountWindowCache : public testing::Test {
+protected:
+    bool reads(std::uint64_t id, std::uint64_t offset, std::uint64_t size) {
+        std::vector<char> out(size);
+        const std::uint64_t got = windows_->read({id, size_, true}, offset, out.data(), size);
+        if (got != std::min(size, size_ - offset)) return false;
+        for (std::uint64_t i = 0; i < got; ++i)
+            if (out[i] != DecodedFile::byte(id, offset + i)) return false;
+        return true;
+    }
+    void use(std::uint64_t budget, std::uint64_t size) {
+        size_ = size;
+        windows_ = std::make_unique<WindowCache>(budget, [this](std::uint64_t id) {
+            ++opened_;
+            return fs::file_ptr(new DecodedFile(id, size_, decoded_, is_damaged_));
+        });
+    }
+
+    std::atomic<std::uint64_t> decoded_ = 0, opened_ = 0;
+    std::atomic<bool> is_damaged_ = false;
+    std::uint64_t size_ = 0;
+    std::unique_ptr<WindowCache> windows_;
+};
+
+TEST_F(MountWindowCache, DecodesOnceWhatTheBudgetHolds) {
+    use(8192 * kib, 8000 * kib + 5);
+    std::mt19937_64 random(1);
+    for (int i = 0; i < 500; ++i) ASSERT_TRUE(reads(7, random() % (size_ - 4 * kib), 4 * kib));
+    ASSERT_TRUE(reads(7, size_ - 3, 100));
+    EXPECT_LE(decoded_, size_);
+    EXPECT_EQ(windows_->read({7, size_, true}, size_, nullptr, 1), 0U);
+}
+
+TEST_F(MountWindowCache, StaysBelowTheBudget) {
+    use(1024 * kib, 8000 * kib + 5);
+    std::mt19937_64 random(2);
+    for (int i = 0; i < 60; ++i) {
+        ASSERT_TRUE(reads(random() % 3, random() % size_, random() % (300 * kib)));
+        ASSERT_LE(windows_->bytes(), 1024 * kib);
+    }
+}
+
+TEST_F(MountWindowCache, StreamsWhatIsReadInOrder) {
+    for (const std::uint64_t size : {200 * kib, 20'000 * kib + 1}) {
+        use(64 * 1024 * kib, size);
+        decoded_ = opened_ = 0;
+        for (std::uint64_t at = 0; at < size; at += 100 * kib) ASSERT_TRUE(reads(1, at, 100 * kib));
+        EXPECT_EQ(decoded_, size);
+        EXPECT_EQ(opened_, 1U);
+        EXPECT_LE(windows_->bytes(), 2 * WindowCache::window_size) << "what was read through is kept";
+    }
+    use(0, 200 * kib);
+    ASSERT_TRUE(reads(1, 0, 200 * kib));
+    EXPECT_EQ(windows_->bytes(), 0U);
+}
+
+TEST_F(MountWindowCache, FailsWhereTheFileIsDamagedAndThereAlone) {
+    use(4096 * kib, 2000 * kib);
+    is_damaged_ = true;
+    char out[10];
+    EXPECT_TRUE(reads(1, 5, 4 * kib));
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(windows_->read({1, size_, true}, 1900 * kib, out, sizeof out), failed);
+        EXPECT_EQ(windows_->read({1, size_, true}, 0, std::vector<char>(size_).data(), size_), failed);
+    }
+    is_damaged_ = false;
+    EXPECT_TRUE(reads(1, 1900 * kib, 4 * kib));
+}
+
+TEST_F(MountWindowCache, ServesManyThreads) {
+    use(1024 * kib, 1500 * kib);
+    std::atomic<int> wrong = 0;
+    std::vector<std::thread> threads;
+    for (unsigned seed = 0; seed < 4; ++seed)
+        threads.emplace_back([&, seed] {
+            std::mt19937_64 random(seed);
+            for (int i = 0; i < 50; ++i)
+                if (!reads(random() % 2, random() % size_, random() % (300 * kib))) ++wrong;
+        });
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+}  // namespace

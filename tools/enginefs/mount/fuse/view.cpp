@@ -1,0 +1,237 @@
+// The view as a file system of the kernel, by the low-level interface of libfuse: inodes are those of the table.
+//
+// Nothing changes while it is mounted, so the kernel may keep names, attributes, listings and bytes; it is told that
+// opening needs no answer at all, and asks but once. What remains is lookups, listings and reads.
+
+#include "mount/view.h"
+
+#define FUSE_USE_VERSION 35
+#include <fuse_lowlevel.h>
+#include <malloc.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "names.h"
+#include "report.h"
+
+namespace {
+
+constexpr double kept_seconds = 3600;
+constexpr std::uint64_t block_size = 4096;
+
+struct Shown {
+    const View& view;
+    const timespec mounted;
+};
+
+const Shown& shown_by(fuse_req_t request) { return *static_cast<const Shown*>(fuse_req_userdata(request)); }
+const Table& table_of(fuse_req_t request) { return shown_by(request).view.table; }
+
+/// No exception goes through libfuse.
+template <class Answer>
+void answer(fuse_req_t request, const Answer& make) {
+    try {
+        if (const int error = make(); error != 0) fuse_reply_err(request, error);
+    } catch (const std::bad_alloc&) {
+        fuse_reply_err(request, ENOMEM);
+    }
+}
+
+timespec time_of(std::int64_t nanoseconds) {
+    const std::int64_t part = (nanoseconds % 1'000'000'000 + 1'000'000'000) % 1'000'000'000;
+    return {.tv_sec = (nanoseconds - part) / 1'000'000'000, .tv_nsec = part};
+}
+
+struct stat attributes_of(const Shown& shown, std::uint64_t inode, const Table::Node& node) {
+    struct stat out {};
+    out.st_ino = inode;
+    out.st_mode = node.is_directory ? S_IFDIR | 0555 : S_IFREG | 0444;
+    out.st_nlink = 1;  // of a directory: not known, so that nobody counts on it
+    out.st_uid = getuid();
+    out.st_gid = getgid();
+    out.st_size = static_cast<off_t>(node.size);
+    out.st_blksize = block_size;
+    out.st_blocks = static_cast<blkcnt_t>((node.size + 511) / 512);
+    out.st_mtim = out.st_ctim = out.st_atim = node.is_directory ? shown.mounted : time_of(node.time);
+    return out;
+}
+
+fuse_entry_param entry_of(const Shown& shown, std::uint64_t inode) {
+    fuse_entry_param entry{};
+    entry.entry_timeout = entry.attr_timeout = kept_seconds;
+    if (const Table::Node* const node = shown.view.table.find(inode)) {
+        entry.ino = inode;
+        entry.attr = attributes_of(shown, inode, *node);
+    }
+    return entry;
+}
+
+void start(void*, fuse_conn_info* connection) {
+    // Attributes come with the names, always.
+    connection->want |= connection->capable & (FUSE_CAP_READDIRPLUS | FUSE_CAP_PARALLEL_DIROPS | FUSE_CAP_ASYNC_READ);
+    connection->want &= ~static_cast<unsigned>(FUSE_CAP_READDIRPLUS_AUTO);
+}
+
+/// A name that is not there has inode 0, which the kernel remembers as well.
+void look_up(fuse_req_t request, fuse_ino_t parent, const char* name) {
+    answer(request, [&] {
+        const fuse_entry_param entry = entry_of(shown_by(request), table_of(request).lookup(parent, name));
+        return fuse_reply_entry(request, &entry), 0;
+    });
+}
+
+void get_attributes(fuse_req_t request, fuse_ino_t inode, fuse_file_info*) {
+    const fuse_entry_param entry = entry_of(shown_by(request), inode);
+    if (entry.ino == 0)
+        fuse_reply_err(request, ENOENT);
+    else
+        fuse_reply_attr(request, &entry.attr, kept_seconds);
+}
+
+/// An older kernel wants an answer to every opening.
+void open(fuse_req_t request, fuse_ino_t, fuse_file_info*) { fuse_reply_err(request, ENOSYS); }
+
+/// The places of a listing: 0 is ".", 1 is "..", and the children follow.
+std::uint64_t inode_at(const Table& table, std::uint64_t directory, std::uint64_t place) {
+    if (place == 0) return directory;
+    return place == 1 ? table.parent(directory) : table.child(directory, place - 2);
+}
+
+std::size_t add_to_listing(fuse_req_t request, std::uint64_t directory, std::uint64_t place, bool with_attributes,
+                           char* out, std::size_t room) {
+    const std::uint64_t inode = inode_at(table_of(request), directory, place);
+    fuse_entry_param entry = entry_of(shown_by(request), inode);
+    const std::string name = place == 0   ? "."
+                             : place == 1 ? ".."
+                                          : std::string(table_of(request).name(*table_of(request).find(inode)));
+    const auto next = static_cast<off_t>(place + 1);
+    if (!with_attributes) return fuse_add_direntry(request, out, room, name.c_str(), &entry.attr, next);
+    if (place < 2) entry.ino = 0;  // the kernel counts no lookup of them
+    return fuse_add_direntry_plus(request, out, room, name.c_str(), &entry, next);
+}
+
+void list(fuse_req_t request, fuse_ino_t directory, std::size_t size, off_t offset, bool with_attributes) {
+    answer(request, [&] {
+        std::vector<char> out(size);
+        std::size_t used = 0;
+        for (auto place = static_cast<std::uint64_t>(offset); inode_at(table_of(request), directory, place) != 0;
+             ++place) {
+            const std::size_t wanted =
+                add_to_listing(request, directory, place, with_attributes, out.data() + used, size - used);
+            if (wanted > size - used) break;
+            used += wanted;
+        }
+        return fuse_reply_buf(request, out.data(), used), 0;
+    });
+}
+
+void list_names(fuse_req_t request, fuse_ino_t directory, std::size_t size, off_t offset, fuse_file_info*) {
+    list(request, directory, size, offset, false);
+}
+void list_attributes(fuse_req_t request, fuse_ino_t directory, std::size_t size, off_t offset, fuse_file_info*) {
+    list(request, directory, size, offset, true);
+}
+
+void read(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offset, fuse_file_info*) {
+    answer(request, [&] {
+        const Table::Node* const node = table_of(request).find(inode);
+        if (node == nullptr || node->is_directory) return EIO;
+        thread_local std::vector<char> out;
+        out.resize(std::max(out.size(), size));
+        const WindowCache::File file{.id = inode, .size = node->size, .is_decoded = node->is_decoded};
+        const std::uint64_t got =
+            shown_by(request).view.windows.read(file, static_cast<std::uint64_t>(offset), out.data(), size);
+        if (got == failed) {
+            const SFsError& error = fs::last_error();
+            if (error.code != EFSError::NONE || !node->is_decoded)  // else it was said before
+                fail_with_last_error(table_of(request).path(inode), "it has become shorter since it was mounted");
+            return EIO;
+        }
+        return fuse_reply_buf(request, out.data(), got), 0;
+    });
+}
+
+void tell_size(fuse_req_t request, fuse_ino_t) {
+    const Table& table = table_of(request);
+    struct statvfs out {};
+    out.f_bsize = out.f_frsize = block_size;
+    out.f_blocks = (table.bytes() + block_size - 1) / block_size;
+    out.f_files = table.size();
+    out.f_namemax = longest_path;
+    fuse_reply_statfs(request, &out);
+}
+
+constexpr fuse_lowlevel_ops operations() {
+    fuse_lowlevel_ops out{};
+    out.init = start;
+    out.lookup = look_up;
+    out.getattr = get_attributes;
+    out.open = open;
+    out.opendir = open;
+    out.readdir = list_names;
+    out.readdirplus = list_attributes;
+    out.read = read;
+    out.statfs = tell_size;
+    return out;
+}
+
+std::string said;  // by libfuse, until the view is shown
+
+void take_message(fuse_log_level, const char* format, va_list arguments) {
+    char text[512];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    said = text;
+    while (said.ends_with('\n')) said.pop_back();
+}
+
+/// Why libfuse could not mount, with what is mostly the reason.
+std::string reason_of_failure() {
+    constexpr const char* device = "/dev/fuse";
+    struct stat found {};
+    const bool is_fuse = stat(device, &found) == 0 && S_ISCHR(found.st_mode) && found.st_rdev == makedev(10, 229);
+    const std::string reason = said.empty() ? "libfuse gave no reason" : said;
+    return is_fuse ? reason : reason + "; " + device + ", the kernel's side of it, is missing here";
+}
+
+struct EndSession {
+    void operator()(fuse_session* session) const {
+        fuse_remove_signal_handlers(session);
+        fuse_session_unmount(session);
+        fuse_session_destroy(session);
+    }
+};
+
+}  // namespace
+
+bool show_view(const View& view, const ViewOptions& options, const std::function<void()>& ready) {
+    const Shown shown{.view = view, .mounted = {.tv_sec = time(nullptr), .tv_nsec = 0}};
+    std::string how = "ro,default_permissions,nosuid,nodev,fsname=enginefs,subtype=enginefs";
+    if (options.allow_other) how += ",allow_other";
+    char program[] = "enginefs", option[] = "-o";
+    char* words[] = {program, option, how.data()};
+    fuse_args arguments = FUSE_ARGS_INIT(3, words);
+    constexpr fuse_lowlevel_ops ops = operations();
+    fuse_set_log_func(take_message);
+    const std::unique_ptr<fuse_session, EndSession> session(
+        fuse_session_new(&arguments, &ops, sizeof ops, const_cast<Shown*>(&shown)));
+    if (session == nullptr || fuse_set_signal_handlers(session.get()) != 0 ||
+        fuse_session_mount(session.get(), options.place.c_str()) != 0)
+        return fail(options.place, "it cannot be mounted: " + reason_of_failure());
+    fuse_set_log_func(nullptr);
+    malloc_trim(0);  // what gathering the names took
+    ready();
+    fuse_loop_config threads{.clone_fd = 0, .max_idle_threads = 10};
+    const int ended = fuse_session_loop_mt(session.get(), &threads);
+    return ended >= 0 || fail(options.place, std::string("the view ended: ") + std::strerror(-ended));
+}

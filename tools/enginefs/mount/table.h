@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// The names of a mounted view, as inodes: numbers from 1, the root, upwards. It never changes once it is made.
+///
+/// Names    one name for each, without regard to the case of ASCII letters; listed as they were given.
+/// Threads  any number at once.
+class Table {
+public:
+    static constexpr std::uint64_t root = 1;
+
+    /// A file, or a directory of which nothing else may be known.
+    struct Item {
+        std::string path;      // "/" between names, and at the end of a directory's
+        std::uint32_t source;  // its place in asking order
+        std::uint64_t size = 0;
+        std::int64_t time = 0;    // of its last change, in ns since 1970
+        bool is_decoded = false;  // its bytes must be unpacked, so that a seek costs
+    };
+
+    struct Node {
+        std::uint32_t parent = 0;  // an index, as the next
+        std::uint32_t first = 0;   // child
+        std::uint32_t count = 0;   // of children
+        std::uint32_t source = 0;
+        std::uint32_t name_at = 0;
+        std::uint16_t name_size = 0;
+        bool is_directory = false;
+        bool is_decoded = false;
+        std::uint64_t size = 0;
+        std::int64_t time = 0;
+    };
+
+    /// Of a file and a directory of one name the one from the first source is kept; hidden() tells of the other.
+    explicit Table(std::vector<Item> items);
+
+    /// Null for a number that no name has.
+    const Node* find(std::uint64_t inode) const;
+    /// The inode of a name in a directory, in any case; 0 when there is none.
+    std::uint64_t lookup(std::uint64_t directory, std::string_view name) const;
+    /// The inode of a directory's child, counted from 0; 0 behind the last.
+    std::uint64_t child(std::uint64_t directory, std::uint64_t index) const;
+    std::uint64_t parent(std::uint64_t inode) const;
+
+    std::string_view name(const Node& node) const { return {names_.data() + node.name_at, node.name_size}; }
+    /// The whole name of a file or a directory.
+    std::string path(std::uint64_t inode) const;
+
+    std::size_t size() const { return nodes_.size(); }  // with the root
+    std::size_t files() const;
+    std::uint64_t bytes() const;  // of all files
+    /// The paths that were left out, those of directories with "/" at the end.
+    const std::vector<std::string>& hidden() const { return hidden_; }
+
+private:
+    class Builder;
+
+    std::vector<Node> nodes_;
+    std::string names_;
+    std::vector<std::string> hidden_;
+};

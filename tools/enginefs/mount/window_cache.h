@@ -1,0 +1,87 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include <engine/filesystem/comfort.h>
+
+/// Reads files at any place. Of those that must be decoded it keeps windows, so that reading here and there does not
+/// decode them again and again; what is read in order passes through, and its windows are the first to go.
+///
+/// Memory   windows take no more than the budget, and each read that fills one has that one in hand.
+/// Files    only those that are decoded stay open, the latest few.
+/// Threads  any number read at once; one file is decoded by one after another.
+class WindowCache {
+public:
+    static constexpr std::uint64_t window_size = 256 * 1024;
+    static constexpr std::size_t most_open = 32;
+
+    /// The caller's number for a file, and what is known of it.
+    struct File {
+        std::uint64_t id;
+        std::uint64_t size;
+        bool is_decoded;
+    };
+    /// Opens a file; null with the reason in fs::last_error. Called by whichever thread reads.
+    using Open = std::function<fs::file_ptr(std::uint64_t id)>;
+
+    WindowCache(std::uint64_t budget, Open open) : budget_(budget), open_(std::move(open)) {}
+
+    /// Reads `size` bytes, less at the end of the file. `failed` when they cannot be read or are damaged, with the reason
+    /// in fs::last_error; nothing is there for a file that was found to be damaged before, which fails for good.
+    std::uint64_t read(const File& file, std::uint64_t offset, char* out, std::uint64_t size);
+
+    std::uint64_t bytes() const;  // of the windows that are kept
+
+private:
+    struct Key {
+        std::uint64_t id, index;
+        bool operator==(const Key&) const = default;
+    };
+    struct KeyHash {
+        std::size_t operator()(const Key& key) const { return key.id * 0x9E3779B97F4A7C15 + key.index; }
+    };
+    using Block = std::shared_ptr<std::vector<char>>;
+    struct Window {
+        Key key;
+        Block block;
+        std::uint64_t served = 0;  // bytes handed out: all of them once it was read through
+    };
+    using Place = std::list<Window>::iterator;
+    /// A file that is being decoded. The lock guards the rest.
+    struct Stream {
+        std::mutex lock;
+        fs::file_ptr file;
+        std::uint64_t position = 0;
+    };
+
+    bool read_plain(const File& file, std::uint64_t offset, char* out, std::uint64_t size);
+    bool is_damaged(std::uint64_t id) const;
+    void note_failure(std::uint64_t id);
+    bool read_window(const File& file, std::uint64_t offset, char* out, std::uint64_t size);
+    bool read_on(Stream& stream, const File& file, std::uint64_t offset, char* out, std::uint64_t size);
+    std::uint64_t first_missing(const Stream& stream, Key key) const;
+    Block decode(Stream& stream, const File& file, std::uint64_t index, std::uint64_t served);
+    std::shared_ptr<Stream> stream_of(std::uint64_t id);
+    Block find(Key key, std::uint64_t served);
+    Block take_block(std::uint64_t size);
+    void keep(Window window);
+    void drop(Place window);
+
+    const std::uint64_t budget_;
+    const Open open_;
+    mutable std::mutex mutex_;  // guards what follows; never held while a file is opened or read
+    std::uint64_t used_ = 0;
+    std::unordered_set<std::uint64_t> damaged_;
+    std::list<Window> windows_;  // the latest first; those that were read through last
+    std::unordered_map<Key, Place, KeyHash> by_key_;
+    std::list<std::pair<std::uint64_t, std::shared_ptr<Stream>>> streams_;  // by file, the latest first
+};
