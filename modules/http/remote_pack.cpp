@@ -41,11 +41,11 @@ public:
         while (size != 0) {
             const std::uint64_t wanted = pack_.cache_.size_of(next_);
             const std::size_t part = std::min<std::size_t>(size, wanted - bytes_.size());
-            bytes_.append(bytes, part);
+            if (part != wanted) bytes_.append(bytes, part);
+            if (part != wanted && bytes_.size() != wanted) return;
+            pack_.cache_.put(next_, part == wanted ? bytes : bytes_.data());
             bytes += part;
             size -= part;
-            if (bytes_.size() != wanted) return;
-            pack_.cache_.put(next_, bytes_.data());
             bytes_.clear();
             const std::lock_guard guard(pack_.lock_);
             ++next_;
@@ -190,7 +190,8 @@ bool RemotePack::load(std::uint64_t first, std::uint64_t end) {
                 queue(block, block + 1, true);
                 job = job_of(block);
             }
-            if (!job) return failure = broken_, false;
+            if (!broken_.empty() && !job) return failure = broken_, false;
+            if (!job) continue;  // it has come meanwhile
             job->is_urgent = true;
             came_.wait(guard, [&] { return job->is_done || cache_.has(block); });
             if (!job->failure.empty() && !cache_.has(block)) return failure = job->failure, false;
@@ -223,8 +224,17 @@ void RemotePack::queue(std::uint64_t first, std::uint64_t end, bool is_urgent) {
         asked_.notify_all();
         const auto waiting = std::ranges::count_if(jobs_, [](const JobPtr& job) { return !job->is_taken; });
         if (static_cast<std::size_t>(waiting) > idle_ && workers_.size() < std::clamp(how_.connections, 1u, 32u))
-            workers_.emplace_back([this] { work(); });
+            start_worker();
     }
+}
+
+/// Of a job that nobody would ever take, nobody must be left waiting.
+void RemotePack::start_worker() try {
+    workers_.emplace_back([this] { work(); });
+} catch (...) {
+    if (!workers_.empty()) return;
+    jobs_.pop_back();
+    throw;
 }
 
 /// Notes where somebody reads, and fetches what comes next once that is a sequence: ever more, up to 16 MiB.

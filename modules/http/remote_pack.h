@@ -61,6 +61,7 @@ private:
     JobPtr job_of(std::uint64_t block);
     void queue(std::uint64_t first, std::uint64_t end, bool is_urgent);
     void read_ahead(std::uint64_t first, std::uint64_t end);
+    void start_worker();
     void work();
     void run(Connection& connection, Job& job);
 
