@@ -17,7 +17,7 @@ ROOMS = {"formats": 1.5, "log": 1.5, "contract": 2, "registry": 3, "access": 4, 
          "startup": 8, "c_interface": 8.5}
 # Public headers that are named after no room: marks and declarations that every room needs.
 OTHERS = {"include/engine/filesystem/api.h": 0, "include/engine/kernel/thread_annotations.h": 0, "include/engine/kernel/lock.h": 0,
-          "include/engine/filesystem/request.h": 2, "include/engine/filesystem/pack_reader.h": 2, "include/engine/filesystem/pack_reader.h": 2,
+          "include/engine/filesystem/request.h": 2, "include/engine/filesystem/pack_reader.h": 2,
           "include/engine/filesystem_c.h": 8.5, "include/engine/filesystem.h": 9,
           "include/engine/filesystem/comfort.h": 9}
 ROOM = re.compile(r"^(?:include/)?engine/filesystem/([a-z_]+)(?:\.h$|/)")
@@ -39,7 +39,8 @@ def layer(path):
 
 def resolve(known, path, kind, name):
     beside = os.path.normpath(os.path.join(os.path.dirname(path), name)).replace(os.sep, "/")
-    places = ["include/" + name, "modules/http/include/" + name] if kind == "<" else [beside, name, "include/" + name, "tools/enginefs/" + name]
+    places = (["include/" + name, "modules/http/include/" + name] if kind == "<" else
+              [beside, name, "include/" + name, "tools/enginefs/" + name])
     return next((place for place in places if place in known), None)
 
 

@@ -35,9 +35,8 @@ private:
     bool whole_ = true;
 };
 
-/// Mounts a pack by its URL, and says why that fails; set by a program that has the module for it.
-using UrlMount = bool (*)(const std::string& url, FFSAddSourceFlags::ENUM flags);
-inline UrlMount mount_url = nullptr;
+/// Mounts a pack by its URL, or tells why it cannot be. Null where the tool was built without HTTP.
+extern bool (*mount_url)(const std::string& url, FFSAddSourceFlags::ENUM flags);
 
 /// Whether a source of this name is mounted as a pack.
 bool is_pack_name(const std::string& path);

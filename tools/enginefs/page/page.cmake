@@ -1,5 +1,8 @@
-# engine_page(OUTPUT SOURCE): makes OUTPUT, a source that holds the page SOURCE as one constant. In it @script_hash@ and
-# @style_hash@ become the checksums of its script and its style, which its policy lets in by them.
+# The page of "report" as one constant, in the source ${page_text}. Its policy lets in its own script and style alone, by their
+# checksums.
+set(page_source ${CMAKE_CURRENT_LIST_DIR}/page.html)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${page_source})
+file(READ ${page_source} page)
 function(engine_hash_element page tag)
     string(FIND "${page}" "<${tag}>" begin)
     string(FIND "${page}" "</${tag}>" end REVERSE)
@@ -21,13 +24,8 @@ function(engine_hash_element page tag)
     string(SUBSTRING ${base64} 0 43 base64)
     set(${tag}_hash "${base64}=" PARENT_SCOPE)
 endfunction()
-
-function(engine_page output source)
-    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${source})
-    file(READ ${source} page)
-    engine_hash_element("${page}" script)
-    engine_hash_element("${page}" style)
-    string(CONFIGURE "${page}" page @ONLY)
-    file(CONFIGURE OUTPUT ${output} CONTENT
-        "extern const char page_text[];\nconst char page_text[] = R\"page(@page@)page\";\n" @ONLY)
-endfunction()
+engine_hash_element("${page}" script)
+engine_hash_element("${page}" style)
+string(CONFIGURE "${page}" page @ONLY)
+set(page_text ${CMAKE_CURRENT_BINARY_DIR}/page_text.cpp)
+file(CONFIGURE OUTPUT ${page_text} CONTENT "extern const char page_text[];\nconst char page_text[] = R\"page(@page@)page\";\n" @ONLY)
