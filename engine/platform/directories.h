@@ -54,6 +54,10 @@ enum class Links : std::uint8_t {
 /// Reads a directory. False when it cannot be opened, or one of its items not be read: last_error() says why
 /// (NOT_FOUND only when it surely is not there), and `out` holds what could be read; nothing without memory.
 bool list_directory(const PathAt& path, DirectoryListing& out, Links links = Links::FOLLOWED);
+/// Looks at one thing of the disk as list_directory shows it, under exactly this spelling where the disk knows case. False
+/// when it is not there or list_directory would pass it over (NOT_FOUND), or cannot be looked at. `name` receives its last
+/// component as the disk spells it; path_buffer_size bytes. `out` has no name.
+bool look_at(const char* path, DirectoryItem& out, char* name);
 /// What each system supplies for it: adds the items in any order. May throw std::bad_alloc.
 bool read_items(const PathAt& path, Links links, DirectoryListing& out);
 

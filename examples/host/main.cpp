@@ -1,6 +1,7 @@
 // A small host: it mounts a folder of its game data, a pack, a mod over both and one at a prefix; it lists, reads and saves
 // through the library, and records what it read, so that `enginefs pack --order` can lay a pack out
-// in the order in which the game needs it. Then it streams a level while it draws.
+// in the order in which the game needs it. Then it streams a level while it draws, and reads a texture again that changes
+// meanwhile.
 #include <engine/filesystem.h>
 #include <engine/filesystem/comfort.h>
 
@@ -132,6 +133,24 @@ void stream_level() {
     expect(level.is_whole && level.bytes == 3 + 12 + 200000, "and is there some frames later");
 }
 
+/// An artist saves while the game runs, and the host hears of it between two frames.
+void follow_artist(const std::filesystem::path& folder) {
+    const std::string changes = fs::from_path(folder / "changes");
+    expect(fs::watch(changes.c_str(), true), "a folder is watched");
+    put(folder / "changes/textures/wall.dds", "moss");
+    fs::string texture;
+    ztl::vector<SFsChange> told;
+    for (int frame = 0; texture.empty() && frame < 5000; ++frame) {
+        draw_frame();
+        fs::poll_changes(told);
+        for (const SFsChange& change : told) {
+            if (change.name == "textures/wall.dds" && change.winner_changed)
+                fs::read_file(texture, "textures/wall.dds");
+        }
+    }
+    expect(texture == "moss", "and a texture that was changed is read again");
+}
+
 void run(const std::filesystem::path& folder) {
     put(folder / "data/levels/one.txt", "one");
     put(folder / "data/levels/two.txt", "two");
@@ -139,6 +158,7 @@ void run(const std::filesystem::path& folder) {
     put(folder / "changes/levels/three.txt", "three");
     put(folder / "overlay/sounds.txt", "louder");
     put(folder / "extra/forecast.txt", "snow");
+    put(folder / "changes/textures/wall.dds", "bricks");
 
     const std::string changes = fs::from_path(folder / "changes");
     const std::string data = fs::from_path(folder / "data");
@@ -154,6 +174,7 @@ void run(const std::filesystem::path& folder) {
     write_progress();
     play_mods(fs::from_path(folder / "overlay"), fs::from_path(folder / "extra"));
     stream_level();
+    follow_artist(folder);
     fs::shutdown();
     CrashClose();
     expect(std::filesystem::exists(folder / "changes/saves/progress.txt"), "on the disk it lies where it belongs");

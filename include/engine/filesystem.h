@@ -16,5 +16,6 @@
 #include <engine/filesystem/sources.h>
 #include <engine/filesystem/startup.h>
 #include <engine/filesystem/streams.h>
+#include <engine/filesystem/watch.h>
 #include <engine/kernel/multithreading.h>
 #include <engine/kernel/ztl.h>

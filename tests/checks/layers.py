@@ -13,7 +13,7 @@ import sys
 
 import sources
 
-ROOMS = {"formats": 1.5, "log": 1.5, "contract": 2, "registry": 3, "access": 4, "handles": 5, "loading": 5, "streams": 6, "sources": 7, "containers": 7,
+ROOMS = {"formats": 1.5, "log": 1.5, "contract": 2, "registry": 3, "access": 4, "handles": 5, "loading": 5, "watch": 5, "streams": 6, "sources": 7, "containers": 7,
          "startup": 8, "c_interface": 8.5}
 # Public headers that are named after no room: marks and declarations that every room needs.
 OTHERS = {"include/engine/filesystem/api.h": 0, "include/engine/kernel/thread_annotations.h": 0, "include/engine/kernel/lock.h": 0,
@@ -31,7 +31,7 @@ def layer(path):
         return 0
     if path.startswith(("engine/kernel/", "include/engine/kernel/")):
         return 1
-    if path.startswith(("tools/", "examples/", "modules/")):
+    if path.startswith(("tools/", "examples/", "modules/", "include/engine/adapters/")):
         return 9
     room = ROOM.match(path)
     return ROOMS.get(room.group(1)) if room else None

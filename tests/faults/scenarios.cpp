@@ -451,6 +451,39 @@ std::string refresh_finds_all(Stage&, bool answer) {
     return first_of({all_is_mounted(), answer ? expect("what was added", load("levels/added.txt"), old_save) : ""});
 }
 
+void change_behind_the_watch(Stage& stage) {
+    stage.mount();
+    fs::watch(stage.root.c_str(), true);
+    ztl::vector<SFsChange> changes;
+    fs::poll_changes(changes, 0);
+    std::filesystem::copy_file(stage / "root/save.txt", stage / "root/levels/added.txt");
+    std::filesystem::create_directories(stage / "root/fresh");
+    std::filesystem::copy_file(stage / "root/save.txt", stage / "root/fresh/added.txt");
+    std::filesystem::remove_all(stage / "root/deep");
+}
+
+bool poll(Stage&) {
+    ztl::vector<SFsChange> changes;
+    return fs::poll_changes(changes, 0);
+}
+
+std::string changes_are_known(Stage&, bool answer) {
+    if (!answer) return "";
+    if (fs::exists("deep/er/three.txt")) return "what was removed is held";
+    return first_of({expect("what was added", load("levels/added.txt"), old_save),
+                     expect("what is in a new directory", load("fresh/added.txt"), old_save)});
+}
+
+std::string watch_tells(Stage& stage, bool answer) {
+    if (!answer) return "";
+    ztl::vector<SFsChange> changes;
+    fs::poll_changes(changes, 0);
+    constexpr auto again = std::filesystem::copy_options::overwrite_existing;
+    std::filesystem::copy_file(stage / "root/save.txt", stage / "root/levels/added.txt", again);
+    fs::poll_changes(changes, 0);
+    return changes.size() == 1 ? "" : "a change is not told";
+}
+
 std::string container_is_old_or_empty(Stage& stage, bool answer) {
     if (!answer) return container_is_whole(stage, false);
     CFileHashMultiContainer file;
@@ -497,6 +530,8 @@ const std::vector<Scenario>& scenarios() {
         {"attributes", change_attributes, only_attributes_changed},
         {"refresh", [](Stage&) { return said_nothing([] { fs::refresh(); }); }, refresh_finds_all,
          add_behind_the_mount},
+        {"watch", [](Stage& stage) { return fs::watch(stage.root.c_str(), true); }, watch_tells},
+        {"poll", poll, changes_are_known, change_behind_the_watch},
         pack_scenario(),
         {"zip writer", [](Stage&) { return write_zip(); }, zip_is_whole, without_pack},
         {"make a container anew", [](Stage&) { return CFileHashMultiContainer().Create("a.mc"); },

@@ -4,8 +4,10 @@
 usage: tool_test.py PROGRAM [EMULATOR]
 """
 import gzip
+import json
 import os
 import re
+import shutil
 import signal
 import subprocess
 import time
@@ -220,6 +222,21 @@ def interruptions(tool):
         tool.check(not os.listdir(tool.path("stopped")), f"{line}: interrupted, it left something half-made")
 
 
+def watching(tool):
+    tool.write("root/seen/one.txt", b"1")
+    running = subprocess.Popen([*tool.command, "watch", "--json", "--count", "2"], cwd=tool.where, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    for said in running.stderr:
+        if b"watching" in said:
+            break
+    os.rename(tool.path("root/seen"), tool.path("root/gone"))
+    out = running.communicate(timeout=60)[0].decode()
+    changes = sorted((change["kind"], change["name"]) for change in map(json.loads, out.splitlines()))
+    tool.runs += 1
+    tool.check(running.returncode == 0, f"watch ends with {running.returncode}")
+    tool.check(changes == [("created", "gone/one.txt"), ("removed", "seen/one.txt")], f"watch tells {changes}")
+    shutil.rmtree(tool.path("root/gone"))
+
+
 def unlisted_directories(tool):
     """A directory that cannot be listed is no empty directory."""
     if not tool.native:
@@ -293,4 +310,4 @@ def walk_of_the_guide(tool):
 
 
 if __name__ == "__main__":
-    kit.main((listing, changing, times, whose_file_it_is, forms_of_output, over_long_paths, names_in_other_scripts, limited_processes, interruptions, unlisted_directories, command_lines, walk_of_the_guide))
+    kit.main((listing, changing, times, whose_file_it_is, forms_of_output, over_long_paths, names_in_other_scripts, limited_processes, interruptions, watching, unlisted_directories, command_lines, walk_of_the_guide))

@@ -105,10 +105,10 @@ Program::Program() : app_("Lists, reads, explains and changes what the engine's 
     app_.option_defaults()->always_capture_default(false);
     add_session_options(app_, options_, style_);
     Commands commands(app_, chosen_, options_, style_);
-    for (const auto add :
-         {add_listing_commands, add_content_commands, add_pack_commands, add_unpack_commands, add_diff_commands,
-          add_stream_commands, add_chunk_commands, add_manage_commands, add_duplicates_command, add_container_commands,
-          add_cache_commands, add_log_commands, add_load_command, add_mount_command, add_report_command})
+    for (const auto add : {add_listing_commands, add_content_commands, add_pack_commands, add_unpack_commands,
+                           add_diff_commands, add_stream_commands, add_chunk_commands, add_manage_commands,
+                           add_duplicates_command, add_container_commands, add_cache_commands, add_log_commands,
+                           add_load_command, add_mount_command, add_report_command, add_watch_command})
         add(commands);
 }
 

@@ -1,9 +1,12 @@
 #include "engine/filesystem/sources/prefixed.h"
 
+#include <functional>
+#include <memory>
 #include <new>
 #include <optional>
 #include <utility>
 
+#include <engine/filesystem/contract/followed_source.h>
 #include <engine/filesystem/contract/locating_source.h>
 #include <engine/filesystem/contract/native_source.h>
 #include <engine/filesystem/contract/placed_source.h>
@@ -17,6 +20,7 @@
 #include "engine/filesystem/registry/holders.h"
 #include "engine/filesystem/registry/prefixed_names.h"
 #include "engine/filesystem/sources/paths.h"
+#include "engine/filesystem/watch/follower.h"
 #include "engine/kernel/text.h"
 
 namespace fs {
@@ -39,6 +43,7 @@ class PrefixedSource : public CFSSource,
                        public LocatingSource,
                        public PlacedSource,
                        public WholeNames,
+                       public FollowedSource,
                        public registry::PrefixedNames {
 public:
     PrefixedSource(std::unique_ptr<CFSSource> inner, std::string_view prefix)
@@ -58,6 +63,19 @@ public:
             follow();
         });
     }
+
+    std::unique_ptr<Follower> make_follower() override {
+        auto* const followed = dynamic_cast<FollowedSource*>(inner_.get());
+        return followed != nullptr ? followed->make_follower() : nullptr;
+    }
+    std::function<void()> read_anew() override {
+        auto* const followed = dynamic_cast<FollowedSource*>(inner_.get());
+        if (followed == nullptr) return [this] { refresh(); };
+        std::function<void()> take_up = followed->read_anew();
+        if (!take_up) return {};
+        return [this, take_up = std::move(take_up)] { take_up(), follow(); };
+    }
+    void follow_tree() override { follow(); }
 
     const fs::path& path() override { return inner_->path(); }
     // The tree shows what leads every name.

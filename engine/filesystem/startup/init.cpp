@@ -17,9 +17,10 @@
 #include "engine/filesystem/sources/memory/server_archive.h"
 #include "engine/filesystem/startup/prepared_path.h"
 #include "engine/filesystem/startup/start.h"
+#include "engine/filesystem/watch/watching.h"
 
 // Starting and stopping. The root directory is the first source and the one that is written to; the fallback, when it is
-// wanted, stands behind everything. Stopping takes things apart in the order in which they lean on each other: loads,
+// wanted, stands behind everything. Stopping takes things apart in the order in which they lean on each other: watches, loads,
 // sources, index, server archive, read queues.
 
 namespace fs {
@@ -123,6 +124,7 @@ void shutdown() {
     if (!is_initialized()) return;
     guarded(nullptr, [] {
         { const registry::ExclusiveGuard guard; }  // a source or callback that is being asked stops nothing
+        stop_watching();
         stop_loads();
         registry::destroy_all();
         destroy_server_archive();

@@ -7,6 +7,7 @@
 #include "engine/platform/files.h"
 #include "engine/platform/posix/file_time.h"
 #include "engine/platform/posix/names.h"
+#include "engine/platform/same_file.h"
 
 namespace platform {
 namespace {
@@ -17,6 +18,13 @@ bool stat_at(const PathAt& path, struct stat& status) {
 }
 
 }  // namespace
+
+bool leads_to(const char* path, const File& file) {
+    struct stat there;
+    struct stat open;
+    return stat_at(PathAt{.full = path}, there) && ::fstat(static_cast<int>(file.native()), &open) == 0 &&
+           there.st_dev == open.st_dev && there.st_ino == open.st_ino;
+}
 
 std::optional<Attributes> get_attributes(const PathAt& path) {
     struct stat status;

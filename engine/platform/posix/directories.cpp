@@ -76,6 +76,19 @@ bool read_items(const PathAt& path, Links links, DirectoryListing& out) {
     return item_code == 0 || fail_os(item_code);
 }
 
+bool look_at(const char* path, DirectoryItem& out, char* name) {
+    if (!check_path(path) || meets_fault(FaultPoint::STAT)) return false;
+    struct stat status;
+    if (::lstat(path, &status) != 0) return fail_os(errno);
+    const bool is_link = S_ISLNK(status.st_mode);
+    if (is_link && ::stat(path, &status) != 0) return leads_nowhere(errno) ? fail_os(ENOENT) : fail_os(errno);
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return fail_os(ENOENT);
+    out = {.is_directory = S_ISDIR(status.st_mode), .is_link = is_link};
+    const char* const last = last_component(path);
+    std::memcpy(name, last, std::strlen(last) + 1);
+    return true;
+}
+
 bool get_directory_id(const char* path, FileId& out) {
     struct stat status;
     if (!stat_directory(PathAt{.full = path}, status)) return false;

@@ -5,6 +5,7 @@
 
 #include "engine/platform/directories.h"
 #include "engine/platform/files.h"
+#include "engine/platform/same_file.h"
 #include "engine/platform/windows/file_time.h"
 #include "engine/platform/windows/native_path.h"
 
@@ -106,6 +107,14 @@ bool sync_file(const wchar_t* path) {
 }
 
 }  // namespace
+
+bool leads_to(const char* path, const File& file) {
+    const NativePath native(path);
+    BY_HANDLE_FILE_INFORMATION there{};
+    BY_HANDLE_FILE_INFORMATION open{};
+    return native.valid() && query(native.text(), there) &&
+           GetFileInformationByHandle(to_handle(file.native()), &open) && id_of(there) == id_of(open);
+}
 
 std::optional<Attributes> get_attributes(const PathAt& path) {
     const NativePath native(path.full);

@@ -23,8 +23,8 @@ bool is_link_item(const WIN32_FIND_DATAW& item) {
     return item.dwReserved0 == IO_REPARSE_TAG_SYMLINK || item.dwReserved0 == IO_REPARSE_TAG_MOUNT_POINT;
 }
 
-std::wstring join(const NativePath& directory, std::wstring_view name) {
-    std::wstring path(directory.view());
+std::wstring join(std::wstring_view directory, std::wstring_view name) {
+    std::wstring path(directory);
     if (path.back() != L'/' && path.back() != L'\\') path += L'/';
     return path.append(name);
 }
@@ -32,7 +32,7 @@ std::wstring join(const NativePath& directory, std::wstring_view name) {
 bool leads_nowhere(Failure failure) { return failure == Failure::NOT_FOUND || failure == Failure::ACCESS_DENIED; }
 
 /// False, with the failure recorded, when the item could not be looked at.
-bool add_item(const NativePath& directory, const WIN32_FIND_DATAW& item, Links links, DirectoryListing& out) {
+bool add_item(std::wstring_view directory, const WIN32_FIND_DATAW& item, Links links, DirectoryListing& out) {
     const std::wstring_view wide = item.cFileName;
     if (wide == L"." || wide == L".." || has_bits(item.dwFileAttributes, FILE_ATTRIBUTE_DEVICE)) return true;
     // A name that is too long, or no text, could not be asked for.
@@ -110,17 +110,35 @@ bool read_items(const PathAt& path, Links links, DirectoryListing& out) {
     if (!directory.valid()) return false;
     WIN32_FIND_DATAW item{};
     // Without short names, and in large pieces.
-    const HANDLE found = FindFirstFileExW(join(directory, L"*").c_str(), FindExInfoBasic, &item, FindExSearchNameMatch,
-                                          nullptr, FIND_FIRST_EX_LARGE_FETCH);
+    const HANDLE found = FindFirstFileExW(join(directory.view(), L"*").c_str(), FindExInfoBasic, &item,
+                                          FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH);
     // An empty root has not even ".".
     if (found == INVALID_HANDLE_VALUE) return GetLastError() == ERROR_FILE_NOT_FOUND || fail_last();
     const std::unique_ptr<void, CloseSearch> search(found);
     Error first{};  // of an item that could not be looked at
     do {
-        if (!add_item(directory, item, links, out) && first.failure == Failure::NONE) first = last_error();
+        if (!add_item(directory.view(), item, links, out) && first.failure == Failure::NONE) first = last_error();
     } while (FindNextFileW(found, &item));
     if (GetLastError() != ERROR_NO_MORE_FILES) return fail_last();
     return first.failure == Failure::NONE || fail(first.failure, first.os_code);
+}
+
+bool look_at(const char* path, DirectoryItem& out, char* name) try {
+    const NativePath native(path);
+    WIN32_FIND_DATAW item{};
+    if (!native.valid() || meets_fault(FaultPoint::STAT)) return false;
+    if (!find_item(native.text(), item)) return fail_last();
+    DirectoryListing found;
+    const std::wstring_view whole = native.view();
+    if (!add_item(whole.substr(0, whole.find_last_of(L"/\\") + 1), item, Links::FOLLOWED, found)) return false;
+    if (found.items().empty()) return fail(Failure::NOT_FOUND);
+    found.sort();
+    out = found.items().front();
+    std::memcpy(name, out.name, out.length + std::size_t{1});
+    out.name = "";
+    return true;
+} catch (const std::bad_alloc&) {
+    return fail_os(ERROR_NOT_ENOUGH_MEMORY);
 }
 
 bool get_directory_id(const char* path, FileId& out) {

@@ -11,6 +11,7 @@
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/message.h"
+#include "engine/filesystem/sources/directory/follow/follower.h"
 #include "engine/filesystem/sources/directory/mount/cache_service.h"
 #include "engine/filesystem/sources/directory/mount/recorded.h"
 #include "engine/filesystem/sources/directory/mount/replay.h"
@@ -64,6 +65,7 @@ bool mount(fs::DirectoryState& state, const fs::path& root, FFSAddSourceFlags::E
     fresh.root = root;
     fresh.spelling = state.spelling;
     fresh.include = state.include;
+    fresh.reads = state.reads + 1;
     const std::string_view dir = fresh.root.PathNameView();
     if (root.Empty()) return fs::refuse(EFSError::INVALID_NAME, "", "The root of a directory source is empty.");
     if (fresh.root.Empty()) throw std::bad_alloc();
@@ -138,6 +140,14 @@ void CWin32_dir::refresh_dir(const char* dir) {
         fs::replace_directory(state, below, *read);
         tell_unlisted(state, *read);
     });
+}
+
+std::unique_ptr<fs::Follower> CWin32_dir::make_follower() {
+    return std::make_unique<fs::DirectoryFollower>(*this, *state_);
+}
+
+std::function<void()> CWin32_dir::read_anew() {
+    return [this] { refresh(); };
 }
 
 std::uint32_t CWin32_dir::unlisted_directories() { return static_cast<std::uint32_t>(state_->names->unlisted.size()); }

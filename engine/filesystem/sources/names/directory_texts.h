@@ -26,6 +26,11 @@ public:
         const Head found = head(dir);
         return {text(dir) + (found.is_spelled ? found.length : 0), found.length};
     }
+    /// Calls `visit(dir)` for every directory that was ever interned.
+    template <class Visit>
+    void for_each(Visit visit) const {
+        for (std::uint32_t dir = after(root_dir); dir < store_.size(); dir = after(dir)) visit(dir);
+    }
     std::string_view root() const { return lower(root_dir); }
     /// What lookups compare: the directory's own text, or the root's when that is empty.
     std::string_view compared(std::uint32_t dir) const { return head(dir).length != 0 ? lower(dir) : root(); }
@@ -49,6 +54,10 @@ private:
         Head found;
         std::memcpy(&found, store_.data() + dir, sizeof found);
         return found;
+    }
+    std::uint32_t after(std::uint32_t dir) const {
+        const Head found = head(dir);
+        return dir + std::uint32_t{sizeof found} + found.length * (found.is_spelled ? 2u : 1u);
     }
     const char* text(std::uint32_t dir) const { return store_.data() + dir + sizeof(Head); }
     std::uint32_t store(std::string_view spelled);

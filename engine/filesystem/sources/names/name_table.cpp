@@ -70,6 +70,13 @@ std::uint32_t NameTable::find_exact(std::string_view dir, std::string_view name)
     }
 }
 
+std::uint32_t NameTable::next_exact(std::uint32_t file) const {
+    const std::uint32_t value = index_.value(find_slot(kernel::hash_text(name(file)), name(file)));
+    const Crowd* const crowd = crowd_of(value);
+    if (crowd && !crowd->tree.is_shared(dirs_.characters(), dirs_.compared(record(file).dir))) return none;
+    return next_of_same_dir(file, last_of(value));
+}
+
 void NameTable::reserve(std::size_t files, std::size_t name_bytes) {
     constexpr std::size_t mean_padding = 2;
     index_.reserve(count_ + files);

@@ -41,12 +41,20 @@ public:
     /// The first file of exactly this directory and name.
     std::uint32_t find_exact(std::string_view dir, std::string_view name) const;
 
+    /// The next file of the same directory and name, whose spelling is another; or none.
+    std::uint32_t next_exact(std::uint32_t file) const;
+
     std::string_view name(std::uint32_t file) const { return {text(file), record(file).length}; }
     std::string_view spelled_name(std::uint32_t file) const {
         return {text(file) + (record(file).is_spelled ? record(file).length : 0), record(file).length};
     }
     std::uint32_t dir_number(std::uint32_t file) const { return record(file).dir; }
     std::string_view dir_text(std::uint32_t dir) const { return dirs_.lower(dir); }
+    /// Calls `visit(lower, spelled)` for every directory that has a number, whether it has files or not.
+    template <class Visit>
+    void for_each_dir(Visit visit) const {
+        dirs_.for_each([&](std::uint32_t dir) { visit(dirs_.lower(dir), dirs_.spelled(dir)); });
+    }
     std::string_view dir(std::uint32_t file) const { return dirs_.lower(record(file).dir); }
     std::string_view spelled_dir(std::uint32_t file) const { return dirs_.spelled(record(file).dir); }
     std::uint32_t value(std::uint32_t file) const { return record(file).value; }

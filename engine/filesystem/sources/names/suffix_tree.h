@@ -37,6 +37,11 @@ public:
         nodes_[node].exact = nodes_[node].is_shared ? heir() : none;
         update_least(node);
     }
+    /// Whether several numbers may bear exactly this directory.
+    bool is_shared(const char* characters, std::string_view dir) const {
+        const std::uint32_t node = find_node(characters, dir);
+        return node != none && nodes_[node].is_shared;
+    }
     std::size_t bytes() const { return nodes_.capacity() * sizeof(Node) + children_.bytes(); }
 
 private:

@@ -8,6 +8,7 @@
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/platform/files.h"
+#include "engine/platform/same_file.h"
 
 namespace fs {
 
@@ -15,16 +16,17 @@ namespace {
 
 class FileOrigin final : public PackOrigin {
 public:
-    FileOrigin(const char* path, platform::File file) : path_(path), file_(std::move(file)) {}
+    FileOrigin(std::string path, std::shared_ptr<const platform::File> file)
+        : path_(std::move(path)), file_(std::move(file)) {}
 
     std::uint64_t length() override {
-        const std::uint64_t length = file_.length();
+        const std::uint64_t length = file_->length();
         if (length == failed) refuse_by_disk(path_.c_str(), "does not tell its length");
         return length;
     }
 
     std::uint64_t read(std::uint64_t offset, void* buffer, std::uint64_t size) const override {
-        const std::uint64_t got = file_.read_at(buffer, size, offset);
+        const std::uint64_t got = file_->read_at(buffer, size, offset);
         if (got == failed) refuse_by_disk(path_.c_str(), "cannot be read as a pack");
         return got;
     }
@@ -32,14 +34,18 @@ public:
     bool is_remote() const override { return false; }
 
     platform::Mapping map(std::uint64_t offset, std::uint64_t size) const override {
-        platform::Mapping mapping(file_, offset, size);
+        platform::Mapping mapping(*file_, offset, size);
         if (mapping.IsEmpty()) refuse_by_disk(path_.c_str(), "cannot be mapped");
         return mapping;
     }
 
+    std::unique_ptr<PackOrigin> again() const override {
+        return platform::leads_to(path_.c_str(), *file_) ? std::make_unique<FileOrigin>(path_, file_) : nullptr;
+    }
+
 private:
     const std::string path_;
-    const platform::File file_;
+    const std::shared_ptr<const platform::File> file_;
 };
 
 class ReaderOrigin final : public PackOrigin {
@@ -88,7 +94,7 @@ std::unique_ptr<PackOrigin> PackOrigin::file(const char* native_path) {
     auto file = platform::File::open(native_path, {.sharing = platform::Sharing::NONE});
     if (!file.valid()) return refuse_by_disk(native_path, "cannot be opened as a pack"), nullptr;
     monitor_touch_file(native_path);
-    return std::make_unique<FileOrigin>(native_path, std::move(file));
+    return std::make_unique<FileOrigin>(native_path, std::make_shared<const platform::File>(std::move(file)));
 }
 
 std::unique_ptr<PackOrigin> PackOrigin::reader(const char* name, std::shared_ptr<pack_reader> reader) {

@@ -28,6 +28,9 @@ public:
     /// Empty, with fs::last_error set, on failure.
     virtual platform::Mapping map(std::uint64_t /*offset*/, std::uint64_t /*size*/) const { return {}; }
 
+    /// The same bytes once more, where these are a file's that its path still leads to. Null otherwise.
+    virtual std::unique_ptr<PackOrigin> again() const { return nullptr; }
+
     /// A file, which nobody else may open meanwhile; the monitor is told of it. Null, with fs::last_error set, on failure.
     static std::unique_ptr<PackOrigin> file(const char* native_path);
     /// What a host reads. `name` outlives it.

@@ -16,7 +16,10 @@
 #include "engine/filesystem/contract/name_list.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/pack/archive.h"
+#include "engine/filesystem/sources/pack/follower.h"
+#include "engine/platform/directories.h"
 #include "engine/platform/lock.h"
 
 namespace {
@@ -90,6 +93,32 @@ bool CZip_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir
         state_->archive = std::move(archive);
         return true;
     });
+}
+
+std::unique_ptr<fs::Follower> CZip_dir::make_follower() {
+    char spelled[platform::path_buffer_size];
+    if (!state_->archive || state_->reader || !platform::resolve_case(state_->archive->store().path().c_str(), spelled))
+        return nullptr;
+    return std::make_unique<fs::PackFollower>(spelled);
+}
+
+std::function<void()> CZip_dir::read_anew() {
+    std::shared_ptr<fs::PackArchive> before;
+    {
+        const fs::registry::SharedGuard guard;
+        before = state_->archive;
+    }
+    if (!before || state_->reader) return [] {};  // what a host reads never changes
+    fs::PackStore store;
+    if (!store.open_anew(before->store(), (flags() & FFSAddSourceFlags::PACK_IN_MEMORY) != 0)) return {};
+    auto archive = fs::PackArchive::mount(std::move(store));
+    return [this, archive] {
+        fs::dir tree;
+        if (state_->tree_wanted) archive->fill_tree(tree);
+        state_->archive = archive;
+        state_->tree.clear();
+        state_->tree.take_over(tree);
+    };
 }
 
 void CZip_dir::clear() {

@@ -5,11 +5,22 @@
 #include <new>
 #include <utility>
 
+#include "engine/filesystem/contract/set_error.h"
+
 namespace fs {
 
 bool PackStore::open(const char* native_path, bool in_memory) {
     path_ = native_path;
     return start(PackOrigin::file(native_path), in_memory);
+}
+
+bool PackStore::open_anew(const PackStore& mounted, bool in_memory) {
+    path_ = mounted.path_;
+    ErrorScope scope;
+    std::unique_ptr<PackOrigin> origin = PackOrigin::file(path_.c_str());
+    if (!origin && mounted.origin_) origin = mounted.origin_->again();
+    if (origin) scope.forget();
+    return start(std::move(origin), in_memory);
 }
 
 bool PackStore::open(const char* name, std::shared_ptr<pack_reader> reader, bool in_memory) {

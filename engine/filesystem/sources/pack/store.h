@@ -19,6 +19,9 @@ public:
     /// Opens the file; with `in_memory` reads it whole and closes it again. When there is no memory for that, it stays open
     /// instead. False, with fs::last_error set, on failure.
     bool open(const char* native_path, bool in_memory);
+    /// The same of the path of a mounted pack. A file that was written over in place is the one that `mounted` has open, and
+    /// both share it.
+    bool open_anew(const PackStore& mounted, bool in_memory);
     /// The same of what a host reads, which messages call `name`.
     bool open(const char* name, std::shared_ptr<pack_reader> reader, bool in_memory);
 

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include <engine/filesystem/api.h>
+#include <engine/filesystem/contract/followed_source.h>
 #include <engine/filesystem/contract/locating_source.h>
 #include <engine/filesystem/contract/native_source.h>
 #include <engine/filesystem/contract/source.h>
@@ -31,7 +32,8 @@ struct DirectoryState;
 class ENGINE_FS_API CWin32_dir : public CFSSource,
                                  public fs::NativeSource,
                                  public fs::WholeNames,
-                                 public fs::LocatingSource {
+                                 public fs::LocatingSource,
+                                 public fs::FollowedSource {
 public:
     /// `include`: null, or a null-terminated list of the only files (directory and name) that are shown.
     explicit CWin32_dir(EFSSourceType::TYPE type, const char* const* include = nullptr);
@@ -94,6 +96,8 @@ public:
     bool exists_whole(const fs::path& p) override;
     Answer locate(const fs::path& p, FFSOpenFlags::FLAGS flags, Located& out) override;
     SFsFile* open_located(const fs::path& p, FFSOpenFlags::FLAGS flags, const Located& found) override;
+    std::unique_ptr<fs::Follower> make_follower() override;
+    std::function<void()> read_anew() override;
 
 private:
     SFsFile* open_existing(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags);

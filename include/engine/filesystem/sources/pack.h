@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include <engine/filesystem/api.h>
 #include <engine/filesystem/contract/file.h>
+#include <engine/filesystem/contract/followed_source.h>
 #include <engine/filesystem/contract/placed_source.h>
 #include <engine/filesystem/contract/read_only_source.h>
 #include <engine/filesystem/contract/viewable_file.h>
@@ -28,7 +30,10 @@ enum class PackFault : std::uint8_t;
 ///          FFSOpenFlags::WHOLE_NAME as a whole.
 /// Threads  questions and opens from any number of threads between init and clear.
 /// Memory   open files share the archive, so that they stay readable after clear and after the source's end.
-class ENGINE_FS_API CZip_dir : public fs::ReadOnlySource, public fs::WholeNames, public fs::PlacedSource {
+class ENGINE_FS_API CZip_dir : public fs::ReadOnlySource,
+                               public fs::WholeNames,
+                               public fs::PlacedSource,
+                               public fs::FollowedSource {
 public:
     CZip_dir();
     ~CZip_dir() override;
@@ -56,6 +61,8 @@ public:
     FS_NAME* get_file_list(const char* dir, const char* mask, bool flag) override;
     FS_NAME* search_substring(const char* text) override;
     fs::dir* dir_tree() override;
+    std::unique_ptr<fs::Follower> make_follower() override;
+    std::function<void()> read_anew() override;
 
 private:
     struct State;

@@ -49,7 +49,6 @@ private:
     ListingAhead ahead_;
     std::vector<Chained> chain_;  // the directories from the root to the one that is being entered
     std::size_t links_on_chain_ = 0;
-    std::set<std::pair<std::uint64_t, std::uint64_t>> linked_;  // directories that links led to
 };
 
 void Scan::enter(const ListingAhead::Directory& directory, fs::dir& node) {
@@ -102,7 +101,7 @@ void Scan::enter_next_below(const ListingAhead::Directory& parent, fs::dir& node
 bool Scan::follows(const char* link) {
     platform::FileId id;
     if (!platform::get_directory_id(link, id) || is_on_chain(id)) return false;
-    const bool is_new = linked_.insert({id.device, id.inode}).second;
+    const bool is_new = to_.linked.insert({id.device, id.inode}).second;
     return is_new || links_on_chain_ == 0;
 }
 

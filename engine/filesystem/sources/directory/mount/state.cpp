@@ -24,16 +24,16 @@ void MountedNames::note_too_long(std::string_view dir, std::string_view name) {
     unlisted_error = {.failure = platform::Failure::PATH_TOO_LONG};
 }
 
-void DirectoryState::enter(MountedNames& to, std::uint32_t dir, std::string_view spelled_name) const {
+std::uint32_t DirectoryState::enter(MountedNames& to, std::uint32_t dir, std::string_view spelled_name) const {
     const std::string_view dir_text = to.table.dir_text(dir);
     if (!include.empty()) {
         const std::string full = lower_text(std::string(dir_text).append(spelled_name));
-        if (!std::binary_search(include.begin(), include.end(), full)) return;
+        if (!std::binary_search(include.begin(), include.end(), full)) return NameTable::none;
     }
-    if (native_root.text.size() + dir_text.size() + spelled_name.size() > platform::max_path_bytes)
-        to.note_too_long(dir_text, spelled_name);
-    else
-        to.table.add(dir, spelled_name, 1);
+    if (native_root.text.size() + dir_text.size() + spelled_name.size() <= platform::max_path_bytes)
+        return to.table.add(dir, spelled_name, 1);
+    to.note_too_long(dir_text, spelled_name);
+    return NameTable::none;
 }
 
 std::uint32_t DirectoryState::find(const fs::path& p, bool whole) const {
@@ -119,6 +119,7 @@ void replace_directory(DirectoryState& state, std::string_view dir, const Mounte
         throw;
     }
     for (const std::uint32_t file : gone) table.remove(file);
+    ++state.reads;
     names.unlisted.erase(std::string(dir));
     table.compact();
 }

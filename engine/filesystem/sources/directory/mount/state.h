@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <engine/filesystem/contract/flags.h>
@@ -14,6 +15,7 @@
 
 #include "engine/filesystem/sources/names/name_table.h"
 #include "engine/filesystem/sources/paths.h"
+#include "engine/platform/clock.h"
 #include "engine/platform/error.h"
 
 // The door of the directory source. The files beside this folder answer the source's operations from what is here; the
@@ -45,6 +47,9 @@ struct MountedNames {
     /// among them, and why the latest.
     std::set<std::string, std::less<>> unlisted;
     platform::Error unlisted_error;
+    /// Directories that links led to, by device and inode.
+    std::set<std::pair<std::uint64_t, std::uint64_t>> linked;
+    const std::int64_t begun = platform::now_utc();
 
     void note_too_long(std::string_view dir, std::string_view name);
 };
@@ -60,11 +65,12 @@ struct DirectoryState {
     std::string start;                    // relative directory at which the scan begins, as the disk spells it
     std::vector<std::string> include;     // full names of the only files to show, sorted; empty: all
     std::unique_ptr<MountedNames> names;  // never null
+    std::uint32_t reads = 0;              // how often names were read anew, in whole or in part
 
     /// No names yet; the tree's root bears the start's name.
     std::unique_ptr<MountedNames> no_names() const;
-    /// Enters a file unless the include list leaves it out or its native path would be too long.
-    void enter(MountedNames& to, std::uint32_t dir, std::string_view spelled_name) const;
+    /// Enters a file unless the include list leaves it out or its native path would be too long; NameTable::none then.
+    std::uint32_t enter(MountedNames& to, std::uint32_t dir, std::string_view spelled_name) const;
 
     /// The file that the source holds under `p`, or NameTable::none. `whole`: only under exactly this name. Never throws;
     /// so the rest.

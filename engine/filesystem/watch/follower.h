@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <engine/filesystem/watch.h>
+
+#include "engine/platform/watcher.h"
+
+namespace fs {
+
+class Watches;
+
+/// Takes the changes of one source, under the registry's exclusive lock.
+class ChangeBatch {
+public:
+    /// Whether fs::open of this name of the source answers what the source holds under it.
+    virtual bool is_winner(std::string_view name) = 0;
+    /// Tells a change, with `winner_changed` set. Throws std::bad_alloc, and then nothing is told. Good until the next.
+    virtual SFsChange& add(SFsChange::KIND kind, std::string_view name) = 0;
+    /// Takes the latest back.
+    virtual void take_back() noexcept = 0;
+    virtual void tree_changed() = 0;
+
+protected:
+    ~ChangeBatch() = default;
+};
+
+/// Follows the disk for one source. Events only mark what they name; what became of it the disk tells in prepare, and apply
+/// brings the source's table to that. Times are in milliseconds. Whatever throws loses no mark.
+/// Threads  one at a time; the source stays for the length of a call.
+class Follower {
+public:
+    Follower() = default;
+    Follower(const Follower&) = delete;
+    Follower& operator=(const Follower&) = delete;
+    virtual ~Follower() = default;
+
+    /// Begins to watch. False, with the failure stored, when not all can be watched; the follower is then destroyed.
+    virtual bool begin(Watches& watches) = 0;
+    /// `dir` is what the watch was added for. Never throws.
+    virtual void note(const std::string& dir, const platform::WatchEvent& event, std::int64_t now) noexcept = 0;
+    /// Whether there is something to prepare.
+    virtual bool is_marked() const = 0;
+    /// Looks at the disk for what is marked and, `quiet` being over, due. Without the registry's lock, which it may take
+    /// shared. False, with the failure stored, when something could not be looked at.
+    virtual bool prepare(std::int64_t now, std::int64_t quiet) = 0;
+    /// Whether there is something to apply.
+    virtual bool is_prepared() const = 0;
+    /// Under the registry's exclusive lock.
+    virtual void apply(ChangeBatch& batch) = 0;
+};
+
+}  // namespace fs

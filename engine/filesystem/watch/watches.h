@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+
+#include "engine/filesystem/watch/follower.h"
+#include "engine/platform/watcher.h"
+
+namespace fs {
+
+/// The watches of all followers. Several may watch one directory, and one of them by two ways.
+class Watches {
+public:
+    /// Has events of `directory` told to the follower as those of `dir`, which stays where it is until remove. The number
+    /// of the watch; -1, with the failure stored, when the system does not watch it. May throw std::bad_alloc.
+    [[nodiscard]] std::int64_t add(const char* directory, bool tells_gone, Follower& follower, const std::string& dir);
+    void remove(std::int64_t watch, const Follower& follower, const std::string& dir) noexcept;
+    /// Hands on what the system told. False, with the failure stored, when it does not give it.
+    bool drain(std::int64_t now);
+
+private:
+    struct Listener {
+        Follower* follower;
+        const std::string* dir;
+    };
+
+    platform::Watcher watcher_;
+    std::unordered_multimap<std::int64_t, Listener> listeners_;  // by the number of the watch
+};
+
+}  // namespace fs

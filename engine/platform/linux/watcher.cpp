@@ -1,0 +1,115 @@
+#include "engine/platform/watcher.h"
+
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <cstddef>
+
+#include "engine/platform/posix/descriptor.h"
+#include "engine/platform/posix/system_error.h"
+
+// A watch is of a directory's inode, so that two ways to one directory have one number. Its mask is that of its latest
+// add: a watch that was to tell of its own end keeps doing so, because that is asked for by IN_MASK_ADD.
+
+namespace platform {
+
+namespace {
+
+constexpr std::uint32_t names = IN_CREATE | IN_MOVED_TO | IN_MODIFY | IN_CLOSE_WRITE | IN_DELETE | IN_MOVED_FROM |
+                                IN_ATTRIB | IN_ONLYDIR | IN_EXCL_UNLINK | IN_MASK_ADD;
+constexpr std::uint32_t own_end = IN_DELETE_SELF | IN_MOVE_SELF;
+constexpr std::size_t buffer_size = 64 * 1024;
+constexpr int most_reads = 256;  // in one drain, so that it ends while others go on writing
+
+/// False for what callers need not know.
+bool translate(const inotify_event& event, WatchEvent& out) {
+    using Kind = WatchEvent::Kind;
+    const std::uint32_t mask = event.mask;
+    out = {.watch = event.wd,
+           .is_directory = (mask & IN_ISDIR) != 0,
+           .name = event.len != 0 ? std::string_view(event.name) : std::string_view()};
+    if ((mask & IN_Q_OVERFLOW) != 0) return true;
+    if ((mask & (own_end | IN_UNMOUNT)) != 0) {
+        out.kind = Kind::GONE;
+        return true;
+    }
+    if (out.name.empty() || out.name.find('\\') != std::string_view::npos) return false;
+    if ((mask & IN_CREATE) != 0)
+        out.kind = Kind::CREATED;
+    else if ((mask & IN_MOVED_TO) != 0)
+        out.kind = Kind::ARRIVED;
+    else if ((mask & (IN_DELETE | IN_MOVED_FROM)) != 0)
+        out.kind = Kind::REMOVED;
+    else if ((mask & IN_ATTRIB) != 0)
+        out.kind = Kind::RIGHTS;
+    else
+        out.kind = Kind::CHANGED;
+    return out.kind != Kind::RIGHTS || out.is_directory;
+}
+
+/// Whether the process may still open files, so that it was another limit that kept it from this one.
+bool may_open() {
+    const Descriptor any(::open("/", O_PATH | O_CLOEXEC));
+    return any.valid();
+}
+
+}  // namespace
+
+struct Watcher::State {
+    Descriptor instance{-1};
+    const char* limit = "";
+    alignas(inotify_event) char buffer[buffer_size];
+};
+
+Watcher::Watcher() : state_(std::make_unique<State>()) {}
+Watcher::~Watcher() = default;
+
+const char* Watcher::limit() const { return state_->limit; }
+
+std::int64_t Watcher::add(const char* directory, bool tells_gone) {
+    state_->limit = "";
+    if (meets_fault(FaultPoint::OPEN)) return -1;
+    if (!state_->instance.valid()) {
+        state_->instance.reset(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+        if (!state_->instance.valid()) {
+            const int code = errno;
+            if (code == EMFILE && may_open()) state_->limit = "fs.inotify.max_user_instances";
+            fail_os(code);
+            return -1;
+        }
+    }
+    const char* const path = *directory != '\0' ? directory : ".";
+    const int watch = ::inotify_add_watch(state_->instance.number(), path, names | (tells_gone ? own_end : 0));
+    if (watch >= 0) return watch;
+    if (errno == ENOSPC) {
+        state_->limit = "fs.inotify.max_user_watches";
+        fail(Failure::TOO_MANY_FILES, ENOSPC);
+    } else {
+        fail_os(errno);
+    }
+    return -1;
+}
+
+void Watcher::remove(std::int64_t watch) {
+    if (watch >= 0) ::inotify_rm_watch(state_->instance.number(), static_cast<int>(watch));
+}
+
+bool Watcher::drain(const std::function<void(const WatchEvent&)>& visit) {
+    if (!state_->instance.valid()) return true;
+    for (int reads = 0; reads < most_reads; ++reads) {
+        const auto got =
+            retry_interrupted([&] { return ::read(state_->instance.number(), state_->buffer, buffer_size); });
+        if (got < 0 && errno == EAGAIN) return true;
+        if (got <= 0) return fail_os(errno);
+        for (std::size_t at = 0; at < static_cast<std::size_t>(got);) {
+            const auto& event = *reinterpret_cast<const inotify_event*>(state_->buffer + at);
+            WatchEvent told;
+            if (translate(event, told)) visit(told);
+            at += sizeof event + event.len;
+        }
+    }
+    return true;
+}
+
+}  // namespace platform

@@ -1,0 +1,309 @@
+#include <atomic>
+#include <random>
+#include <thread>
+
+#include "engine/platform/watcher.h"
+#include "tests/support/pack_file.h"
+#include "tests/watch/kit.h"
+
+namespace {
+
+namespace disk = std::filesystem;
+using platform::FaultPoint;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class Watch : public MountedRoot {
+protected:
+    void SetUp() override {
+        for (const char* name : {"a.txt", "d/b.txt", "d/e/c.txt", "#x/h.txt"}) directory_.write(name, "old");
+        Start();
+        ASSERT_TRUE(fs::watch(directory_.path().c_str(), true)) << fs::last_error().text;
+        ASSERT_THAT(poll_now(), IsEmpty());
+    }
+    void TearDown() override {
+        platform::clear_faults();
+        MountedRoot::TearDown();
+    }
+    disk::path at(const std::string& name) const { return directory_ / name; }
+
+    const TempDirectory outside_;
+};
+
+TEST_F(Watch, TellsEachNameOnceAndTakesItUp) {
+    outside_.write("in/b.txt", "new");
+    outside_.write("in/f/g.txt", "new");
+    const struct {
+        const char* what;
+        std::function<void()> happens;
+        std::vector<std::string> lines;
+    } rows[] = {
+        {"a file is made", [&] { directory_.write("New.TXT", ""); }, {"CREATED new.txt"}},
+        {"and written", [&] { directory_.write("New.TXT", "more"); }, {"CONTENT new.txt"}},
+        {"and changes its case", [&] { disk::rename(at("New.TXT"), at("NEW.txt")); }, {"CONTENT new.txt"}},
+        {"and is renamed",
+         [&] { disk::rename(at("NEW.txt"), at("d/new2.txt")); },
+         {"CREATED d/new2.txt", "REMOVED new.txt"}},
+        {"and goes", [&] { disk::remove(at("d/new2.txt")); }, {"REMOVED d/new2.txt"}},
+        {"an editor saves beside",
+         [&] {
+             directory_.write("a.txt~1", "saved");
+             disk::rename(at("a.txt"), at("a.txt~2"));
+             disk::rename(at("a.txt~1"), at("a.txt"));
+             disk::remove(at("a.txt~2"));
+         },
+         {"CONTENT a.txt"}},
+        {"what comes and goes", [&] { directory_.write("t", ""), disk::remove(at("t")); }, {}},
+        {"what scans pass over", [&] { directory_.write("#y", ""), directory_.write("#x/z", ""); }, {}},
+        {"directories are made", [&] { directory_.write("n/Nn/x.txt", ""); }, {"CREATED n/nn/x.txt"}},
+        {"and written to", [&] { directory_.write("n/Nn/x.txt", "1"); }, {"CONTENT n/nn/x.txt"}},
+        {"a directory moves within",
+         [&] { disk::rename(at("d"), at("n/moved")); },
+         {"REMOVED d/b.txt", "REMOVED d/e/c.txt", "CREATED n/moved/b.txt", "CREATED n/moved/e/c.txt"}},
+        {"its files are known there", [&] { directory_.write("n/moved/e/c.txt", "2"); }, {"CONTENT n/moved/e/c.txt"}},
+        {"it moves out",
+         [&] { disk::rename(at("n/moved"), outside_ / "out"); },
+         {"REMOVED n/moved/b.txt", "REMOVED n/moved/e/c.txt"}},
+        {"and is no longer followed", [&] { outside_.write("out/b.txt", "3"), outside_.write("out/q", ""); }, {}},
+        {"another moves in", [&] { disk::rename(outside_ / "in", at("D")); }, {"CREATED d/b.txt", "CREATED d/f/g.txt"}},
+        {"one takes the place of one",
+         [&] {
+             disk::rename(at("D"), outside_ / "was");
+             disk::rename(outside_ / "out", at("D"));
+         },
+         {"CONTENT d/b.txt", "CREATED d/e/c.txt", "REMOVED d/f/g.txt", "CREATED d/q"}},
+        {"a file takes the place of one",
+         [&] { disk::remove_all(at("D")), directory_.write("D", ""); },
+         {"CREATED d", "REMOVED d/b.txt", "REMOVED d/e/c.txt", "REMOVED d/q"}},
+        {"and a directory that of a file",
+         [&] { disk::remove(at("D")), directory_.write("D/r", ""); },
+         {"REMOVED d", "CREATED d/r"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        row.happens();
+        EXPECT_EQ(poll_now(), row.lines);
+        EXPECT_THAT(poll_now(), IsEmpty());
+        expect_as_mounted_anew(directory_);
+    }
+    EXPECT_TRUE(fs::exists("d/r"));
+    EXPECT_EQ(fs::search_dir("d/e"), nullptr);
+}
+
+TEST_F(Watch, WaitsUntilANameIsQuiet) {
+    ztl::vector<SFsChange> changes;
+    directory_.write("a.txt", "new");
+    EXPECT_TRUE(fs::poll_changes(changes, 0xFFFFFFFFu));
+    EXPECT_THAT(changes, IsEmpty());
+    EXPECT_THAT(poll_now(), ElementsAre("CONTENT a.txt"));
+}
+
+TEST_F(Watch, SaysWhetherAnotherSourceWins) {
+    outside_.write("a.txt", "low");
+    const FFSAddSourceFlags::ENUM flags = whole_tree | FFSAddSourceFlags::AFTER_SAME_TYPE;
+    ASSERT_TRUE(fs::add_source(outside_.path().c_str(), flags));
+    ASSERT_TRUE(fs::add_source_at(directory_.path().c_str(), "at/Here", flags | FFSAddSourceFlags::ALLOW_DUPLICATE));
+    ASSERT_TRUE(fs::watch(outside_.path().c_str(), true));
+    outside_.write("a.txt", "lower");
+    outside_.write("at/here/d/q.txt", "");
+    EXPECT_THAT(poll_now(), ElementsAre("CONTENT a.txt shadowed", "CREATED at/here/d/q.txt"));
+    disk::remove(at("a.txt"));
+    EXPECT_THAT(poll_now(), ElementsAre("REMOVED a.txt"));
+    outside_.write("a.txt", "low");
+    EXPECT_THAT(poll_now(), ElementsAre("CONTENT a.txt"));
+}
+
+TEST_F(Watch, ShowsNamesAtTheirPrefix) {
+    outside_.write("old/x", "");
+    ASSERT_TRUE(fs::add_source_at(outside_.path().c_str(), "mods/one", whole_tree));
+    ASSERT_TRUE(fs::watch(outside_.path().c_str(), true));
+    outside_.write("sub/m.txt", "");
+    EXPECT_THAT(poll_now(), ElementsAre("CREATED mods/one/sub/m.txt"));
+    EXPECT_TRUE(fs::exists("mods/one/sub/m.txt"));
+    EXPECT_NE(fs::search_dir("mods/one/sub"), nullptr);
+}
+
+TEST_F(Watch, HeedsHowItsSourceWasMounted) {
+    outside_.write("top/low/x", "");
+    const std::string top = outside_ / "top";
+    ASSERT_TRUE(fs::add_source(top.c_str(), whole_tree | FFSAddSourceFlags::MOUNT_PARENT));
+    ASSERT_TRUE(fs::watch(top.c_str(), true));
+    outside_.write("top/low/y", "");
+    outside_.write("top/new/z", "");
+    EXPECT_THAT(poll_now(), ElementsAre("CREATED top/low/y", "CREATED top/new/z"));
+    EXPECT_NE(fs::search_dir("top/new"), nullptr);
+    ASSERT_TRUE(fs::rem_source(top.c_str()));
+    ASSERT_TRUE(fs::add_source(top.c_str(), FFSAddSourceFlags::NONE));
+    ASSERT_TRUE(fs::watch(top.c_str(), true));
+    outside_.write("top/low/y2", "");
+    outside_.write("top/new2/z", "");
+    outside_.write("top/here", "");
+    EXPECT_THAT(poll_now(), ElementsAre("CREATED here"));
+}
+
+TEST_F(Watch, FindsWhatChangedBetweenMountAndWatch) {
+    ASSERT_TRUE(fs::watch(directory_.path().c_str(), false));
+    directory_.write("d/late/x.txt", "");
+    disk::remove(at("a.txt"));
+    EXPECT_THAT(poll_now(), IsEmpty());
+    ASSERT_TRUE(fs::watch(directory_.path().c_str(), true));
+    EXPECT_THAT(poll_now(), ElementsAre("REMOVED a.txt", "CREATED d/late/x.txt"));
+}
+
+TEST_F(Watch, KnowsWhatTheProcessDoesItself) {
+    ASSERT_TRUE(fs::save_text_file("1", "own/new.txt"));
+    EXPECT_THAT(poll_now(), ElementsAre("CREATED own/new.txt"));
+    ASSERT_TRUE(fs::rem_file("own/new.txt", FFSOpenFlags::NONE));
+    EXPECT_THAT(poll_now(), IsEmpty());
+    directory_.write("z.txt", "");
+    fs::refresh();
+    EXPECT_THAT(poll_now(), ElementsAre("CREATED z.txt", "LOST "));
+}
+
+TEST_F(Watch, LosesNothingToAFailureOfTheDisk) {
+    for (const FaultPoint point : {FaultPoint::LIST, FaultPoint::STAT, FaultPoint::OPEN}) {
+        const std::string dir = "n" + std::to_string(static_cast<int>(point));
+        directory_.write(dir + "/x.txt", "");
+        platform::inject_fault(point, 1, platform::Failure::IO, false);
+        ztl::vector<SFsChange> changes;
+        EXPECT_FALSE(fs::poll_changes(changes, 0));
+        EXPECT_EQ(fs::last_error().code, EFSError::IO);
+        directory_.write(dir + "/y.txt", "");
+        EXPECT_EQ(changes.size() + poll_now().size(), 2u);
+        expect_as_mounted_anew(directory_);
+    }
+}
+
+TEST_F(Watch, EndsWithItsSourceAndIsWholeOrNotAtAll) {
+    const char* const path = outside_.path().c_str();
+    outside_.write("s/x", "");
+    EXPECT_FALSE(fs::watch(path, true));
+    EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
+    ASSERT_TRUE(fs::add_source(path, whole_tree));
+    platform::inject_fault(FaultPoint::OPEN, platform::Watcher::sees_below ? 1 : 2, platform::Failure::IO, false);
+    EXPECT_FALSE(fs::watch(path, true));
+    outside_.write("s/y", "");
+    EXPECT_THAT(poll_now(), IsEmpty());
+    ASSERT_TRUE(fs::watch(path, true));
+    EXPECT_THAT(poll_now(), ElementsAre("CREATED s/y"));
+    outside_.write("s/z", "");
+    ASSERT_TRUE(fs::rem_source(path));
+    EXPECT_THAT(poll_now(), IsEmpty());
+    fs::shutdown();
+    EXPECT_THAT(poll_now(), IsEmpty());
+}
+
+TEST_F(Watch, ReadsTheSourceAgainWhenTheSystemDroppedEvents) {
+    disk::remove(at("d/e/c.txt"));
+    for (int i = 0; i < 20000; ++i) directory_.write("d/f" + std::to_string(i), "");
+    disk::rename(at("d/e"), at("d/g"));
+    directory_.write("d/g/last", "");
+    const std::vector<std::string> lines = poll_now();
+    EXPECT_EQ(lines.size(), 20000u + 1 + 1 + 1);
+    EXPECT_EQ(lines.back(), "LOST ");
+    expect_as_mounted_anew(directory_);
+    directory_.write("d/g/last", "again");
+    EXPECT_THAT(poll_now(), ElementsAre("CONTENT d/g/last"));
+}
+
+TEST_F(Watch, TellsThatAPackWasReplacedAndTakesTheNewOne) {
+    const std::string pack = outside_ / "Data.pak";
+    ASSERT_TRUE(write_pack(pack, {{.name = "p.txt", .bytes = "old pack"}}));
+    ASSERT_TRUE(fs::add_source(pack.c_str(), whole_tree));
+    ASSERT_TRUE(fs::watch(pack.c_str(), true)) << fs::last_error().text;
+    const fs::file_ptr open = fs::open_file("p.txt", EFSMode::READ);
+    ASSERT_TRUE(
+        write_pack(outside_ / "Next.pak", {{.name = "p.txt", .bytes = "new pack"}, {.name = "x/q", .bytes = ""}}));
+    EXPECT_THAT(poll_now(), IsEmpty());
+    std::error_code refused;
+    disk::rename(outside_ / "Next.pak", pack, refused);
+    if (refused) GTEST_SKIP() << "not available: the system replaces no file that is open";
+    EXPECT_THAT(poll_now(), ElementsAre("LOST "));
+    fs::string text;
+    EXPECT_TRUE(fs::load_text_file(text, "p.txt") && text == "old pack");
+    ASSERT_TRUE(fs::reload_source(pack.c_str())) << fs::last_error().text;
+    EXPECT_TRUE(fs::load_text_file(text, "p.txt") && text == "new pack");
+    EXPECT_NE(fs::search_dir("x"), nullptr);
+    EXPECT_EQ(fs::read_rest(open.get(), text), true);
+    EXPECT_EQ(text, "old pack");
+
+    // Written over in place: it is the file that is open here.
+    ASSERT_TRUE(write_pack(outside_ / "Third.pak", {{.name = "p.txt", .bytes = "third"}}));
+    ASSERT_TRUE(write_file(pack, read_file(outside_ / "Third.pak")));
+    EXPECT_THAT(poll_now(), ElementsAre("LOST "));
+    ASSERT_TRUE(fs::reload_source(pack.c_str())) << fs::last_error().text;
+    EXPECT_TRUE(fs::load_text_file(text, "p.txt") && text == "third");
+    ASSERT_TRUE(write_file(pack, "no pack"));
+    EXPECT_FALSE(fs::reload_source(pack.c_str()));
+    EXPECT_TRUE(fs::exists("p.txt")) << "everything is as it was";
+}
+
+/// Makes, moves and removes below `root`, as another program would.
+class Vandal {
+public:
+    explicit Vandal(const TempDirectory& root) : root_(root) {}
+
+    void act() {
+        std::error_code ignored;
+        const disk::path from = any();
+        switch (random_() % 6) {
+            case 0:
+            case 1:
+                disk::create_directories(from.parent_path(), ignored);
+                write_file(from.string(), std::to_string(random_()));
+                return;
+            case 2:
+                disk::create_directories(from, ignored);
+                return;
+            case 3:
+                disk::remove(from, ignored);
+                return;
+            case 4:
+                if (random_() % 4 == 0) disk::remove_all(from, ignored);
+                return;
+            default:
+                disk::rename(from, any(), ignored);
+        }
+    }
+
+private:
+    /// One of few names, so that they meet.
+    disk::path any() {
+        disk::path path = root_.path();
+        for (std::uint32_t depth = 1 + random_() % 4; depth != 0; --depth)
+            path /= std::string(1, "abcDE"[random_() % 5]);
+        return path;
+    }
+
+    const TempDirectory& root_;
+    std::mt19937 random_{20261126};
+};
+
+// Readers meanwhile: what they are answered is from before or after a batch.
+TEST_F(Watch, KeepsUpWithAnybodyWhoWritesWhileOthersRead) {
+    std::atomic<bool> is_done{false};
+    std::thread writer([&] {
+        Vandal vandal(directory_);
+        for (int i = 0; i < 2000; ++i) vandal.act();
+        is_done = true;
+    });
+    std::thread reader([&] {
+        while (!is_done) {
+            fs::exists("a/b/c");
+            fs::free_names(fs::search("a", nullptr, true, false));
+            fs::close(fs::open("b", EFSMode::READ));
+        }
+    });
+    ztl::vector<SFsChange> changes;
+    std::mt19937 random(1);
+    while (!is_done) {
+        fs::poll_changes(changes, random() % 3);
+        std::this_thread::yield();
+    }
+    writer.join();
+    reader.join();
+    poll_now();
+    expect_as_mounted_anew(directory_);
+}
+
+}  // namespace

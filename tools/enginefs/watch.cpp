@@ -1,0 +1,90 @@
+// watch: what changes in the sources, as it changes.
+
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <thread>
+
+#include <engine/filesystem.h>
+
+#include "commands.h"
+#include "interruption.h"
+#include "report.h"
+#include "result.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds between_polls{10};
+
+struct Given {
+    std::uint32_t quiet_ms = 50;
+    std::size_t count = 0;  // 0: without an end
+    bool json = false;
+};
+
+constexpr const char* kinds[] = {"created", "content", "removed", "lost"};  // by SFsChange::KIND
+static_assert(std::size(kinds) == SFsChange::LOST + 1);
+
+/// Has every source watched but the fallback, which holds no names.
+bool watch_sources() {
+    ztl::vector<SFsSourceInfo> sources;
+    fs::get_sources(sources);
+    for (const SFsSourceInfo& source : sources) {
+        const std::string path = source.path_name + source.file_name;
+        if (path.empty()) continue;
+        if (!attempt(path, "it cannot be watched", [&] { return fs::watch(path.c_str(), true); })) return false;
+    }
+    return true;
+}
+
+std::string line_of(const SFsChange& change, bool json) {
+    const char* const kind = kinds[change.kind];
+    if (json) {
+        const Json object = {{"kind", kind},
+                             {"name", change.name},
+                             {"source", change.source},
+                             {"winner_changed", change.winner_changed}};
+        return object.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+    }
+    const std::string what = change.kind == SFsChange::LOST ? change.source : change.name;
+    const Color color = change.winner_changed ? Color::PLAIN : Color::SHADOWED;
+    return formatted("%-7s  ", kind) + shown(what, color) + (change.winner_changed ? "\n" : " (shadowed)\n");
+}
+
+/// Says what could not be looked at, once for as long as it stays so.
+void tell_failure(bool is_whole, std::string& told) {
+    const std::string reason = is_whole ? "" : fs::last_error().path + ": " + fs::last_error().text;
+    if (!is_whole && reason != told) fail_with_last_error("watch", "something cannot be looked at");
+    told = reason;
+}
+
+bool run_watch(const Given& given) {
+    const Interruption interruption;
+    if (!watch_sources()) return false;
+    note("watch", "watching; Ctrl-C ends it");
+    std::size_t left = given.count;
+    std::string told;
+    ztl::vector<SFsChange> changes;
+    while (!interruption.requested()) {
+        tell_failure(fs::poll_changes(changes, given.quiet_ms), told);
+        for (const SFsChange& change : changes) {
+            if (!print(line_of(change, given.json))) return false;
+            if (given.count != 0 && --left == 0) return true;
+        }
+        // Whoever reads the other end of a pipe wants each as it comes.
+        if (!changes.empty() && std::fflush(stdout) != 0) return false;
+        std::this_thread::sleep_for(between_polls);
+    }
+    return true;
+}
+
+}  // namespace
+
+void add_watch_command(Commands& commands) {
+    const auto watch = commands.add("watch", "Print what changes in the sources, as it changes", run_watch);
+    watch->add_option("--quiet", watch.given.quiet_ms, "Wait until a name was not touched for so long (default: 50)")
+        ->type_name("MS");
+    watch->add_option("-n,--count", watch.given.count, "End after so many changes")->type_name("N");
+    watch->add_flag("--json", watch.given.json, "Each as a JSON object in a line");
+}
