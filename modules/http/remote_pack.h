@@ -72,7 +72,7 @@ private:
     BlockCache cache_;
     std::unique_ptr<Connection> first_connection_;  // which mounted, for the first worker
     std::atomic<bool> stopping_{false};
-    std::mutex lock_;  // guards what follows
+    std::mutex lock_;                // guards what follows
     std::condition_variable asked_;  // for jobs, or to stop
     std::condition_variable came_;   // blocks, or the end of a job
     std::list<JobPtr> jobs_;
