@@ -25,12 +25,11 @@ add_custom_target(packages
     COMMAND ${PROJECT_SOURCE_DIR}/packaging/make-packages ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR}/build/packages
     VERBATIM USES_TERMINAL)
 add_dependencies(packages engine_filesystem enginefs)
-if(TARGET engine_filesystem_c_import)
-    add_dependencies(packages engine_filesystem_c_import)
-endif()
-if(TARGET pages)
-    add_dependencies(packages pages)
-endif()
+foreach(target IN ITEMS pages engine_filesystem_c_import engine_filesystem_http)
+    if(TARGET ${target})
+        add_dependencies(packages ${target})
+    endif()
+endforeach()
 
 find_program(ENGINE_MINGW x86_64-w64-mingw32-g++-posix)
 if(ENGINE_MINGW AND NOT CMAKE_CROSSCOMPILING)

@@ -33,14 +33,15 @@ class Option:
 
 
 def items(lines):
-    """Pairs of a section. A long label has its explanation on the next line."""
+    """Pairs of a section. A long label has its explanation on the next line; one in brackets may have a blank at the column."""
     found = []
     for line in lines:
         if line.startswith(" " * COLUMN):
             found[-1][1] = (found[-1][1] + " " + line.strip()).strip()
         else:
-            is_long = len(line) < COLUMN or line[COLUMN - 1] != " "
-            found.append([line.strip(), ""] if is_long else [line[:COLUMN].strip(), line[COLUMN:].strip()])
+            label = line[:COLUMN]
+            is_long = len(line) < COLUMN or label[-1] != " " or label.count("[") != label.count("]")
+            found.append([line.strip(), ""] if is_long else [label.strip(), line[COLUMN:].strip()])
     return found
 
 

@@ -450,26 +450,6 @@ ENGINE_FS_API int enginefs_log_level(int level);
     for the category "EXIT" at FATAL, with which C++ hosts end the process. */
 ENGINE_FS_API int enginefs_log(int level, const char* category, const char* text);
 
-/* --- Packs that the host reads ---------------------------------------------------------------------------------- */
-
-/** The bytes of a pack, which never change; docs/remote.md. The callbacks run on any thread, `read_at` on several at
-    once, without a lock of the library: they may use this interface, but not remove the pack's own source. */
-typedef struct enginefs_pack_reader {
-    uint32_t struct_size;
-    void* user;      /* given to each callback */
-    uint64_t length; /* of the pack, in bytes */
-    /** Reads `size` bytes at `offset`, which `length` allows, into `to`. How many it read; any other number than `size`
-        is a failure. */
-    int64_t (*read_at)(void* user, uint64_t offset, void* to, uint64_t size);
-    /** The library is done with `user`: called once, when the source is removed and the last file of the pack closed, or by
-        a call that fails, unless for this structure itself. May be null. */
-    void (*release)(void* user);
-} enginefs_pack_reader;
-
-/** Mounts the pack that the host reads, under a name that no source has and that enginefs_remove_source takes. The
-    structure is copied. ENGINEFS_ERROR_IO when it cannot be read. */
-ENGINE_FS_API int enginefs_add_pack_reader(const char* name, const enginefs_pack_reader* reader, uint32_t flags);
-
 #ifdef __cplusplus
 }
 #endif

@@ -12,7 +12,8 @@ import sys
 import tempfile
 import zipfile
 
-IN_ZIP = {"engine_filesystem.dll", "libengine_filesystem.dll.a", "enginefs.exe", "filesystem.h", "LICENSE", "NOTICES"}
+IN_ZIP = {"engine_filesystem.dll", "libengine_filesystem.dll.a", "engine_filesystem_c.lib", "enginefs.exe", "filesystem.h",
+          "filesystem_c.h", "LICENSE", "NOTICES"}
 
 
 def run(*command, **options):
@@ -54,17 +55,22 @@ def install(packages, root):
 
 
 def check_programs(source, root, where):
-    """What others build against the installed files alone."""
+    """The tool, and what others build against the installed files alone: in C and C++, by pkg-config and by CMake."""
     libraries = os.path.dirname(glob.glob(f"{root}/usr/lib/*/pkgconfig")[0])
     found = {**os.environ, "LD_LIBRARY_PATH": libraries, "PKG_CONFIG_LIBDIR": libraries + "/pkgconfig"}
-    flags = run("pkg-config", "--cflags", "--libs", "engine_filesystem", env=found).split()
-    host, build = os.path.join(source, "examples/host"), os.path.join(where, "host")
-    run("c++", f"{host}/main.cpp", "-o", f"{where}/by_pkg_config", *flags)
-    run(f"{where}/by_pkg_config", env=found, cwd=where)
-    run("cmake", "-S", host, "-B", build, f"-DCMAKE_PREFIX_PATH={root}/usr")
-    run("cmake", "--build", build)
-    run(f"{build}/host", env=found, cwd=where)
-    run(f"{root}/usr/bin/enginefs", "--root", where, "ls", env=found)
+    data = os.path.join(where, "data")
+    os.mkdir(data)
+    for compiler, package_name, example, arguments in (("cc", "engine_filesystem_c", "c_host/main.c", [data]),
+                                                       ("c++", "engine_filesystem", "host/main.cpp", [])):
+        flags = run("pkg-config", "--cflags", "--libs", package_name, env=found).split()
+        run(compiler, os.path.join(source, "examples", example), "-o", f"{where}/program", *flags)
+        run(f"{where}/program", *arguments, env=found, cwd=where)
+    build, tool = os.path.join(where, "build"), f"{root}/usr/bin/enginefs"
+    run("cmake", "-S", os.path.join(source, "examples/adapters"), "-B", build, f"-DCMAKE_PREFIX_PATH={root}/usr")
+    run("cmake", "--build", build, "--target", "adapter_istream")
+    run(tool, "pack", f"{where}/data.pak", data, env=found)
+    name = run(tool, "list", f"{where}/data.pak", env=found).split()[-1]
+    run(f"{build}/adapter_istream", data, f"{where}/data.pak", name, os.path.join(data, name), env=found)
 
 
 def check_zip(path):

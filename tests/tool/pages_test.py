@@ -47,8 +47,8 @@ def check_page(page, known):
         section = next((text for text in sections if text.startswith(title)), "")
         yield from (f"{page}: {title.strip()}: {name} is missing" for name in options - {"-h", "--help"}
                     if not re.search(rf"\\fB.*{name}[,\\]", section))
-        if not section:
-            yield f"{page}: {title} is missing"
+        if not section or (torn := re.search(r"^[^\[\n]*\].*", section, re.M)):
+            yield f"{page}: {title}: " + (f"the end of a label is in {torn[0]!r}" if section else "is missing")
     if shutil.which("man"):
         said = subprocess.run(["man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z", page], capture_output=True, check=False,
                               text=True, env={**os.environ, "MANROFFSEQ": "", "MANWIDTH": "80"}).stderr

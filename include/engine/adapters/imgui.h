@@ -26,9 +26,13 @@ inline ImFont* add_font(ImFontAtlas& atlas, const char* path, float pixels, cons
     void* const data = size > 0 && size <= most ? ImGui::MemAlloc(static_cast<size_t>(size)) : nullptr;
     const bool is_whole = data != nullptr && enginefs_read(file, data, static_cast<uint64_t>(size)) == size;
     enginefs_close(file);
-    if (is_whole) return atlas.AddFontFromMemoryTTF(data, static_cast<int>(size), pixels, config, ranges);
-    ImGui::MemFree(data);
-    return nullptr;
+    if (!is_whole) {
+        ImGui::MemFree(data);
+        return nullptr;
+    }
+    ImFontConfig owning = config != nullptr ? *config : ImFontConfig();
+    owning.FontDataOwnedByAtlas = true;
+    return atlas.AddFontFromMemoryTTF(data, static_cast<int>(size), pixels, &owning, ranges);
 }
 
 }  // namespace enginefs

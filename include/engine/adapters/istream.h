@@ -49,6 +49,7 @@ public:
 
 protected:
     int_type underflow() override {
+        setg(nullptr, nullptr, nullptr);  // should the read fail
         const std::size_t got = read(buffer_.data(), buffer_.size());
         setg(buffer_.data(), buffer_.data(), buffer_.data() + got);
         return got != 0 ? traits_type::to_int_type(*gptr()) : traits_type::eof();

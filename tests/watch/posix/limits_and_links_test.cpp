@@ -84,7 +84,19 @@ TEST_F(WatchOnPosix, FollowsLinksAndPassesOverWhatScansDo) {
     expect_as_mounted_anew(directory_);
 }
 
+TEST_F(WatchOnPosix, KnowsTheFilesOfADirectoryThatMoved) {
+    disk::rename(directory_ / "d", directory_ / "e");
+    EXPECT_THAT(poll_now(), ElementsAre("REMOVED d/x.txt", "CREATED e/x.txt"));
+    directory_.write("e/x.txt", "1");
+    EXPECT_THAT(poll_now(), ElementsAre("CONTENT e/x.txt"));
+}
+
 TEST_F(WatchOnPosix, TellsNamesThatDifferInCaseAsOne) {
+    disk::rename(directory_ / "d/x.txt", directory_ / "d/X.TXT");
+    EXPECT_THAT(poll_now(), ElementsAre("CONTENT d/x.txt"));
+    expect_as_mounted_anew(directory_);
+    disk::rename(directory_ / "d/X.TXT", directory_ / "d/x.txt");
+    poll_now();
     directory_.write("D/X.txt", "upper");
     EXPECT_THAT(poll_now(), ElementsAre("CONTENT d/x.txt"));
     expect_as_mounted_anew(directory_);

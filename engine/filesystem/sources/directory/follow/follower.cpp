@@ -188,6 +188,8 @@ void DirectoryFollower::unwatch(std::string_view dir) noexcept {
 }
 
 bool DirectoryFollower::prepare(std::int64_t now, std::int64_t quiet) {
+    for (auto& [name, mark] : marks_) mark.is_due = false;  // should this end before it has looked
+    due_ = 0;
     {
         const registry::SharedGuard guard;
         take_settings();
@@ -226,8 +228,8 @@ bool DirectoryFollower::look_at_due(std::int64_t now, std::int64_t quiet) {
     due_ = 0;
     latest_ = nullptr;
     for (auto& [name, mark] : marks_) {
-        mark.is_due = now - mark.last >= quiet || (now - mark.first) / 10 >= quiet;
-        if (!mark.is_due) continue;
+        mark.is_due = false;
+        if (now - mark.last < quiet && (now - mark.first) / 10 < quiet) continue;
         mark.is_due = !mark.is_named || look_at(mark);
         is_whole &= mark.is_due;
         due_ += mark.is_due ? 1 : 0;
