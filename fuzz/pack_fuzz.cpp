@@ -1,12 +1,14 @@
 // A file of any bytes mounted as a pack; then everything that can be asked of it, and every entry read with seeks. The
-// first byte says whether it is read into memory.
+// first byte says whether it is read into memory, and whether by a reader of the host.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <string>
 
+#include <engine/filesystem/pack_reader.h>
 #include <engine/filesystem/sources/pack.h>
 
 namespace {
@@ -54,14 +56,31 @@ void read_entry(CZip_dir& source, const fs::path& name) {
     read_at(*file, 3, 1);
 }
 
+class BytesReader final : public fs::pack_reader {
+public:
+    BytesReader(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
+    std::uint64_t length() override { return size_; }
+    std::int64_t read_at(std::uint64_t offset, void* to, std::uint64_t size) override {
+        require(offset <= size_ && size <= size_ - offset);
+        std::memcpy(to, data_ + offset, size);
+        return static_cast<std::int64_t>(size);
+    }
+
+private:
+    const std::uint8_t* data_;
+    const std::size_t size_;
+};
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (size == 0 || !write_pack(data + 1, size - 1)) return 0;
+    const bool by_reader = size != 0 && (data[0] & 4) != 0;
+    if (size == 0 || (!by_reader && !write_pack(data + 1, size - 1))) return 0;
     CZip_dir source;
     const FFSAddSourceFlags::ENUM flags =
         data[0] % 2 == 0 ? FFSAddSourceFlags::PACK_IN_MEMORY : FFSAddSourceFlags::NONE;
     source.set_native_spelling(pack_path().c_str());
+    if (by_reader) source.set_reader(std::make_shared<BytesReader>(data + 1, size - 1));
     if (!source.init(fs::path("fuzz.pak", true), flags, nullptr)) return 0;
     FS_NAME* names = source.get_file_list(nullptr, nullptr, true);
     int entries = 0;

@@ -41,15 +41,15 @@ public:
         while (size != 0) {
             const std::uint64_t wanted = pack_.cache_.size_of(next_);
             const std::size_t part = std::min<std::size_t>(size, wanted - bytes_.size());
-            bytes_.append(bytes, part);
+            if (part != wanted) bytes_.append(bytes, part);
+            if (part != wanted && bytes_.size() != wanted) return;
+            pack_.cache_.put(next_, part == wanted ? bytes : bytes_.data());
             bytes += part;
             size -= part;
-            if (bytes_.size() != wanted) return;
-            pack_.cache_.put(next_, bytes_.data());
             bytes_.clear();
             const std::lock_guard guard(pack_.lock_);
             ++next_;
-            pack_.changed_.notify_all();
+            pack_.came_.notify_all();
         }
     }
     const std::uint64_t& next() const { return next_; }
@@ -81,7 +81,7 @@ RemotePack::~RemotePack() {
         const std::lock_guard guard(lock_);
         stopping_ = true;
     }
-    changed_.notify_all();
+    asked_.notify_all();
     for (std::thread& worker : workers_) worker.join();
 }
 
@@ -152,7 +152,7 @@ bool RemotePack::wait_before_retry(unsigned failures, std::uint32_t wished_secon
         std::max<std::uint64_t>(doubled + random() % doubled, wished_seconds * std::uint64_t{1000}),
         how_.longest_wait_ms);
     std::unique_lock guard(lock_);
-    return !changed_.wait_for(guard, std::chrono::milliseconds(wait), [this] { return stopping_.load(); });
+    return !asked_.wait_for(guard, std::chrono::milliseconds(wait), [this] { return stopping_.load(); });
 }
 
 std::int64_t RemotePack::read_at(std::uint64_t offset, void* to, std::uint64_t size) {
@@ -190,9 +190,10 @@ bool RemotePack::load(std::uint64_t first, std::uint64_t end) {
                 queue(block, block + 1, true);
                 job = job_of(block);
             }
-            if (!job) return failure = broken_, false;
+            if (!broken_.empty() && !job) return failure = broken_, false;
+            if (!job) continue;  // it has come meanwhile
             job->is_urgent = true;
-            changed_.wait(guard, [&] { return job->is_done || cache_.has(block); });
+            came_.wait(guard, [&] { return job->is_done || cache_.has(block); });
             if (!job->failure.empty() && !cache_.has(block)) return failure = job->failure, false;
         }
     }
@@ -220,11 +221,20 @@ void RemotePack::queue(std::uint64_t first, std::uint64_t end, bool is_urgent) {
         }
         jobs_.push_back(std::make_shared<Job>(Job{.first = first, .end = behind, .is_urgent = is_urgent}));
         first = behind;
+        asked_.notify_all();
         const auto waiting = std::ranges::count_if(jobs_, [](const JobPtr& job) { return !job->is_taken; });
         if (static_cast<std::size_t>(waiting) > idle_ && workers_.size() < std::clamp(how_.connections, 1u, 32u))
-            workers_.emplace_back([this] { work(); });
+            start_worker();
     }
-    changed_.notify_all();
+}
+
+/// Of a job that nobody would ever take, nobody must be left waiting.
+void RemotePack::start_worker() try {
+    workers_.emplace_back([this] { work(); });
+} catch (...) {
+    if (!workers_.empty()) return;
+    jobs_.pop_back();
+    throw;
 }
 
 /// Notes where somebody reads, and fetches what comes next once that is a sequence: ever more, up to 16 MiB.
@@ -242,7 +252,7 @@ void RemotePack::read_ahead(std::uint64_t first, std::uint64_t end) {
     if (end <= stream->next) return;
     stream->next = end;
     if (++stream->advances < advances_before_reading_ahead) return;
-    stream->window = std::min(std::max(stream->window * 2, 2 * (end - first)), most_ahead);
+    stream->window = std::min(std::max(stream->window * 4, 4 * (end - first)), most_ahead);
     const std::uint64_t wanted = end + stream->window;
     if (stream->ahead > end && wanted - stream->ahead < stream->window / 2) return;
     queue(std::max(end, stream->ahead), wanted, false);
@@ -258,7 +268,7 @@ void RemotePack::work() {
         const auto is_free = [](const JobPtr& job) { return !job->is_taken; };
         auto next = jobs_.end();
         ++idle_;
-        changed_.wait(guard, [&] {
+        asked_.wait(guard, [&] {
             next = std::ranges::find_if(jobs_, [&](const JobPtr& job) { return is_free(job) && job->is_urgent; });
             if (next == jobs_.end()) next = std::ranges::find_if(jobs_, is_free);
             return stopping_ || next != jobs_.end();
@@ -278,7 +288,7 @@ void RemotePack::work() {
         guard.lock();
         job->is_done = true;
         jobs_.remove(job);
-        changed_.notify_all();
+        came_.notify_all();
     }
 }
 

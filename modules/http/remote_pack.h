@@ -61,6 +61,7 @@ private:
     JobPtr job_of(std::uint64_t block);
     void queue(std::uint64_t first, std::uint64_t end, bool is_urgent);
     void read_ahead(std::uint64_t first, std::uint64_t end);
+    void start_worker();
     void work();
     void run(Connection& connection, Job& job);
 
@@ -71,8 +72,9 @@ private:
     BlockCache cache_;
     std::unique_ptr<Connection> first_connection_;  // which mounted, for the first worker
     std::atomic<bool> stopping_{false};
-    std::mutex lock_;  // guards what follows
-    std::condition_variable changed_;
+    std::mutex lock_;                // guards what follows
+    std::condition_variable asked_;  // for jobs, or to stop
+    std::condition_variable came_;   // blocks, or the end of a job
     std::list<JobPtr> jobs_;
     std::vector<std::thread> workers_;
     std::size_t idle_ = 0;

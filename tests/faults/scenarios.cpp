@@ -343,6 +343,33 @@ bool serve_c(Stage&) {
     return is_whole;
 }
 
+/// The stage's pack as a host reads it; counts for how many mounts it is still in use.
+struct HostPack final : fs::pack_reader {
+    std::uint64_t length() override { return bytes.size(); }
+    std::int64_t read_at(std::uint64_t offset, void* to, std::uint64_t size) override {
+        return static_cast<std::int64_t>(bytes.copy(static_cast<char*>(to), size, offset));
+    }
+    void release() noexcept override { --used; }
+    std::string bytes;
+    int used = 0;
+} host_pack;
+
+void keep_host_pack(Stage& stage) {
+    host_pack.bytes = stage.on_disk("base.pak");
+    stage.mount();
+}
+
+bool use_host_pack(Stage&) {
+    ++host_pack.used;
+    return fs::add_pack_reader("host", host_pack) && reads("packed.txt", "line 0\nline 1\n") &&
+           reads("stored.bin", "stored") && fs::rem_source("host");
+}
+
+std::string host_pack_is_released(Stage&, bool) {
+    fs::rem_source("host");
+    return host_pack.used == 0 ? "" : "the host's pack is in use, or was released twice";
+}
+
 /// A zlib stream of three stored bytes.
 constexpr unsigned char packed_abc[] = {0x78, 0x01, 0x01, 3, 0, 0xFC, 0xFF, 'a', 'b', 'c', 0x02, 0x4D, 0x01, 0x27};
 
@@ -486,6 +513,7 @@ const std::vector<Scenario>& scenarios() {
         {"save a new file", [](Stage&) { return fs::save_text_file(fresh, "made/up/fresh.txt"); },
          leaves("made/up/fresh.txt", fresh), without_pack},
         {"read whole files", read_whole_files},
+        {"mount a pack that the host reads", use_host_pack, host_pack_is_released, keep_host_pack},
         {"search",
          [](Stage&) { return said_nothing([] { found_names = fs::search("levels/", "*.txt", false, false); }); },
          list_is_whole},
