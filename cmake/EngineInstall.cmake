@@ -1,4 +1,4 @@
-# Headers, library, CMake package and pkg-config file, in the components "library" and "development". The tool installs
+# Headers, library, CMake package and pkg-config files, in the components "library" and "development". The tool installs
 # itself, as the component "tool".
 include(CMakePackageConfigHelpers)
 
@@ -21,6 +21,17 @@ function(engine_install libdir prefix)
     install(EXPORT ${prefix}engine_filesystem_targets FILE engine_filesystemTargets.cmake NAMESPACE engine::
         DESTINATION ${package_dir} ${development})
 
+    # The library for hosts in C; on Windows with the import library that MSVC reads, if one could be made.
+    set(engine_c_location ${libdir}/libengine_filesystem.so)
+    set(engine_c_implib)
+    if(WIN32)
+        set(engine_c_location ${CMAKE_INSTALL_BINDIR}/engine_filesystem.dll)
+        set(engine_c_implib ${libdir}/libengine_filesystem.dll.a)
+    endif()
+    if(engine_c_import_library)
+        set(engine_c_implib ${libdir}/engine_filesystem_c.lib)
+        install(FILES ${engine_c_import_library} DESTINATION ${libdir} ${development})
+    endif()
     configure_package_config_file(cmake/engine_filesystemConfig.cmake.in ${generated}/engine_filesystemConfig.cmake
         INSTALL_DESTINATION ${package_dir})
     install(FILES ${generated}/engine_filesystemConfig.cmake
@@ -28,8 +39,10 @@ function(engine_install libdir prefix)
 
     set(engine_libdir ${libdir})
     file(RELATIVE_PATH engine_pc_to_prefix /${libdir}/pkgconfig /)
-    configure_file(cmake/engine_filesystem.pc.in ${generated}/engine_filesystem.pc @ONLY)
-    install(FILES ${generated}/engine_filesystem.pc DESTINATION ${libdir}/pkgconfig ${development})
+    foreach(name engine_filesystem engine_filesystem_c)
+        configure_file(cmake/${name}.pc.in ${generated}/${name}.pc @ONLY)
+        install(FILES ${generated}/${name}.pc DESTINATION ${libdir}/pkgconfig ${development})
+    endforeach()
 endfunction()
 
 engine_install(${CMAKE_INSTALL_LIBDIR} "")

@@ -1,7 +1,14 @@
-# Installs a build to a fresh prefix, and builds and runs the host against it as an outside project would.
+# Installs a build to a fresh prefix, and builds and runs the hosts, in C++ and in C, against it as outside projects would.
 set(prefix ${ENGINE_BUILD_DIR}/host_test/prefix)
 set(build ${ENGINE_BUILD_DIR}/host_test/build)
+set(c_build ${ENGINE_BUILD_DIR}/host_test/c_build)
 file(REMOVE_RECURSE ${ENGINE_BUILD_DIR}/host_test)
+
+set(c_root ${ENGINE_BUILD_DIR}/host_test/c_root)
+file(MAKE_DIRECTORY ${c_root})
+if(ENGINE_SUFFIX STREQUAL ".exe")
+    string(PREPEND c_root "Z:")
+endif()
 
 function(run)
     execute_process(COMMAND ${ARGN} RESULT_VARIABLE result)
@@ -18,13 +25,16 @@ else()
     list(APPEND options -DCMAKE_CXX_COMPILER=${ENGINE_CXX_COMPILER})
 endif()
 if(ENGINE_SANITIZE)
-    list(APPEND options "-DCMAKE_CXX_FLAGS=-fsanitize=${ENGINE_SANITIZE}")
+    list(APPEND options "-DCMAKE_CXX_FLAGS=-fsanitize=${ENGINE_SANITIZE}" "-DCMAKE_C_FLAGS=-fsanitize=${ENGINE_SANITIZE}")
 endif()
 
 run(${CMAKE_COMMAND} --install ${ENGINE_BUILD_DIR} --prefix ${prefix})
 run(${CMAKE_COMMAND} -S ${ENGINE_SOURCE_DIR}/examples/host -B ${build} -G ${ENGINE_GENERATOR} ${options})
 run(${CMAKE_COMMAND} --build ${build})
 run(${ENGINE_EMULATOR} ${build}/host${ENGINE_SUFFIX})
+run(${CMAKE_COMMAND} -S ${ENGINE_SOURCE_DIR}/examples/c_host -B ${c_build} -G ${ENGINE_GENERATOR} ${options})
+run(${CMAKE_COMMAND} --build ${c_build})
+run(${ENGINE_EMULATOR} ${c_build}/c_host${ENGINE_SUFFIX} ${c_root})
 
 # The installed tool finds the installed library by itself.
 if(EXISTS ${prefix}/bin/enginefs${ENGINE_SUFFIX})
@@ -36,11 +46,17 @@ find_program(pkg_config pkg-config)
 if(pkg_config AND NOT ENGINE_TOOLCHAIN AND NOT ENGINE_SANITIZE)
     file(GLOB_RECURSE found ${prefix}/*/engine_filesystem.pc)
     get_filename_component(folder ${found} DIRECTORY)
-    execute_process(COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${folder} ${pkg_config} --cflags --libs engine_filesystem
-        OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
-    separate_arguments(flags UNIX_COMMAND ${flags})
     get_filename_component(library_folder ${folder} DIRECTORY)
-    run(${ENGINE_CXX_COMPILER} ${ENGINE_SOURCE_DIR}/examples/host/main.cpp -o ${build}/host_by_pkg_config ${flags}
-        -Wl,-rpath,${library_folder})
+    foreach(module engine_filesystem engine_filesystem_c)
+        execute_process(COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${folder} ${pkg_config} --cflags --libs ${module}
+            OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+        separate_arguments(flags_of_${module} UNIX_COMMAND "${flags} -Wl,-rpath,${library_folder}")
+    endforeach()
+    run(${ENGINE_CXX_COMPILER} ${ENGINE_SOURCE_DIR}/examples/host/main.cpp -o ${build}/host_by_pkg_config
+        ${flags_of_engine_filesystem})
     run(${build}/host_by_pkg_config)
+    find_program(cc NAMES cc gcc clang REQUIRED)
+    run(${cc} -std=c99 -Wall -Wextra -pedantic -Werror ${ENGINE_SOURCE_DIR}/examples/c_host/main.c -o
+        ${c_build}/c_host_by_pkg_config ${flags_of_engine_filesystem_c})
+    run(${c_build}/c_host_by_pkg_config ${c_root})
 endif()

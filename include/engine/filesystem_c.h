@@ -1,29 +1,29 @@
 #ifndef ENGINE_FILESYSTEM_C_H
 #define ENGINE_FILESYSTEM_C_H
 
-/* The engine's file system for C and for every language and compiler that can call C. What a name finds, who is asked and
-   in which order is as in <engine/filesystem.h>; docs/embedding.md walks through it.
+/* The engine's file system for C and for every language and compiler that can call C. What a name finds, who is
+   asked and in which order is as in <engine/filesystem.h>; docs/embedding.md walks through it.
 
    Promise    Functions, constants and structures of this header are only ever added to. On Linux the symbols have the
               version ENGINEFS_1. Nothing like it holds for the C++ interface.
    Text       Zero-terminated UTF-8, "/" or "\" between directories, names in any case. A name that is to be created
-              must be UTF-8 (INVALID_ARGUMENT); where a name is only asked for, other bytes stand for themselves and find
-              what the disk holds under them.
-   Failure    A call that returns `int` and says nothing else answers 0, or the ENGINEFS_ERROR_ that tells why; one that
-              returns a size or a position answers -1, one that returns a pointer null. enginefs_last_error has the
-              reason. A failure leaves things as they were; no call ends the process or lets an exception through.
+              must be UTF-8 (INVALID_ARGUMENT); where a name is only asked for, other bytes stand for themselves and
+              find what the disk holds under them.
+   Failure    A call that returns `int` and says nothing else answers 0, or the ENGINEFS_ERROR_ that tells why; one
+              that returns a size or a position answers -1, one that returns a pointer null. enginefs_last_error has
+              the reason. A failure leaves things as they were; no call ends the process or lets an exception through.
    Null       INVALID_ARGUMENT wherever it is not said to be allowed.
-   Handles    enginefs_file, _list, _pack and _async_load are numbers behind a pointer's type, never to be looked into.
-              One that has ended, belongs to another kind or was never given out is INVALID_ARGUMENT.
-              Undefined: to end a handle while another thread uses it. At most 4,194,304 are open at once.
-   Structs    Begin with `struct_size`, which the caller sets to sizeof. They only grow: an older program has shorter ones,
-              and of longer ones this library serves the part that it knows. Less than it first had, 0 too, is
+   Handles    enginefs_file, _list, _pack and _async_load are numbers behind a pointer's type, never to be looked
+              into. One that has ended, belongs to another kind or was never given out is INVALID_ARGUMENT. Undefined:
+              to end a handle while another thread uses it. At most 4,194,304 are open at once.
+   Structs    Begin with `struct_size`, which the caller sets to sizeof. They only grow: an older program has shorter
+              ones, and of longer ones this library serves the part that it knows. Less than it first had, 0 too, is
               INVALID_ARGUMENT.
    Memory     What a call returns to be freed is freed with enginefs_free, never with free().
-   Threads    Any thread may call anything at any time after enginefs_init has returned and before enginefs_shutdown is
-              called; one handle is for one thread at a time unless it says otherwise.
-   Callbacks  of the host run on threads of the library, or inside a call of the host. They must not throw; an exception
-              of GCC's or clang's C++ that leaves one all the same is caught and dropped. */
+   Threads    Any thread may call anything at any time after enginefs_init has returned and before enginefs_shutdown
+              is called; one handle is for one thread at a time unless it says otherwise.
+   Callbacks  of the host run on threads of the library, or inside a call of the host. They must not throw; an
+              exception of GCC's or clang's C++ that leaves one all the same is caught and dropped. */
 
 #include <stddef.h>
 #include <stdint.h>
@@ -34,16 +34,17 @@
 extern "C" {
 #endif
 
-/* --- Version, start and end ------------------------------------------------------------------------------------------- */
+/* --- Version, start and end ------------------------------------------------------------------------------------- */
 
 /** Of this header: major * 65536 + minor * 256 + patch. */
 #define ENGINEFS_VERSION 0x010000
 
-/** The same of the library that runs. One of the same major number and no older than the header serves it. Never fails. */
+/** The same of the library that runs. One of the same major number and no older than the header serves it. Never
+    fails. */
 ENGINE_FS_API uint32_t enginefs_version(void);
 
 /** How a source is mounted, for enginefs_init and enginefs_add_source. Other bits fail. */
-enum {
+enum enginefs_source_flag {
     ENGINEFS_SOURCE_RECURSIVE = 0x01,          /* subdirectories too */
     ENGINEFS_SOURCE_AFTER_SAME_TYPE = 0x02,    /* asked after, not before, the sources of its own kind */
     ENGINEFS_SOURCE_MOUNT_PARENT = 0x04,       /* the last component of the directory leads every name */
@@ -68,22 +69,22 @@ typedef struct enginefs_options {
     uint32_t reserved;        /* 0 */
 } enginefs_options;
 
-/** Starts the file system; there is one for the process. Nothing but enginefs_version and the error calls comes before.
-    NOT_FOUND when the root is missing, INVALID_NAME when it is no full path or longer than 259 bytes, ALREADY_EXISTS when
-    the file system runs already. */
+/** Starts the file system; there is one for the process. Nothing but enginefs_version and the error calls comes
+    before. NOT_FOUND when the root is missing, INVALID_NAME when it is no full path or longer than 259 bytes,
+    ALREADY_EXISTS when the file system runs already. */
 ENGINE_FS_API int enginefs_init(const enginefs_options* options);
 
-/** Cancels all loads, removes every source and stops the library's threads; enginefs_init may follow. Handles that are
-    still open stay valid until they are ended: reads of files of the disk and of packs go on. 0 also when the file system
-    does not run; INVALID_ARGUMENT inside of a callback. */
+/** Cancels all loads, removes every source and stops the library's threads; enginefs_init may follow. Handles that
+    are still open stay valid until they are ended: reads of files of the disk and of packs go on. 0 also when the
+    file system does not run; INVALID_ARGUMENT inside of a callback. */
 ENGINE_FS_API int enginefs_shutdown(void);
 
 /** Frees a block that a call of this interface has handed over. Null is allowed. */
 ENGINE_FS_API void enginefs_free(void* block);
 
-/* --- Errors ----------------------------------------------------------------------------------------------------------- */
+/* --- Errors ----------------------------------------------------------------------------------------------------- */
 
-enum {
+enum enginefs_error_code {
     ENGINEFS_OK = 0,
     ENGINEFS_ERROR_NOT_FOUND = 1,     /* no source holds the name, or the disk has lost it */
     ENGINEFS_ERROR_ACCESS_DENIED = 2, /* by the system, or a protected source shields the name */
@@ -111,8 +112,8 @@ typedef struct enginefs_error {
     const char* text;    /* one English sentence */
 } enginefs_error;
 
-/** The calling thread's most recent failure; a success leaves it alone. The texts belong to the library and live until
-    the thread's next failure, enginefs_clear_error, or the thread's end. `out` may be null. Returns its code. */
+/** The calling thread's most recent failure; a success leaves it alone. The texts belong to the library and live
+    until the thread's next failure, enginefs_clear_error, or the thread's end. `out` may be null. Returns its code. */
 ENGINE_FS_API int enginefs_last_error(enginefs_error* out);
 
 /** Forgets the calling thread's most recent failure. */
@@ -121,40 +122,41 @@ ENGINE_FS_API void enginefs_clear_error(void);
 /** "NOT_FOUND" and so on, "OK" for 0, "UNKNOWN" for a number that is no code. Never null; lives for ever. */
 ENGINE_FS_API const char* enginefs_error_name(int code);
 
-/* --- Lists ------------------------------------------------------------------------------------------------------------ */
+/* --- Lists ------------------------------------------------------------------------------------------------------ */
 
-/** Texts that a call has collected, in its order. A copy: nothing that happens later changes it, and any number of threads
-    may read it. The caller frees it with enginefs_list_free, and its texts live as long as it does. Names of the disk may
-    hold bytes that are not UTF-8. */
+/** Texts that a call has collected, in its order. A copy: nothing that happens later changes it, and any number of
+    threads may read it. The caller frees it with enginefs_list_free, and its texts live as long as it does. Names of
+    the disk may hold bytes that are not UTF-8. */
 typedef struct enginefs_list enginefs_list;
 
 /** How many texts; -1 for no list. */
 ENGINE_FS_API int64_t enginefs_list_count(const enginefs_list* list);
 /** The text of this index, from 0. */
 ENGINE_FS_API const char* enginefs_list_at(const enginefs_list* list, uint64_t index);
-/** All texts at once, each with its zero byte behind it, for those to whom a call for each is dear. `size` gets the bytes
-    and may be null. Not null for an empty list either. */
+/** All texts at once, each with its zero byte behind it, for those to whom a call for each is dear. `size` gets the
+    bytes and may be null. Not null for an empty list either. */
 ENGINE_FS_API const char* enginefs_list_block(const enginefs_list* list, uint64_t* size);
 /** Null is allowed. */
 ENGINE_FS_API int enginefs_list_free(enginefs_list* list);
 
-/* --- Sources ---------------------------------------------------------------------------------------------------------- */
+/* --- Sources ---------------------------------------------------------------------------------------------------- */
 
-/** Mounts a pack (".pak", ".mpak") or else a directory, full path. `flags` are ENGINEFS_SOURCE_. ALREADY_EXISTS when a
-    source of that path is mounted. A directory of which a part could not be listed is mounted all the same, and
+/** Mounts a pack (".pak", ".mpak") or else a directory, full path. `flags` are ENGINEFS_SOURCE_. ALREADY_EXISTS when
+    a source of that path is mounted. A directory of which a part could not be listed is mounted all the same, and
     enginefs_last_error tells. */
 ENGINE_FS_API int enginefs_add_source(const char* path, uint32_t flags);
-/** The same, with every name of the source below `prefix`: "mods/cool" shows its "a.txt" as "mods/cool/a.txt". An empty
-    prefix mounts as enginefs_add_source; a full path and one that climbs fail. */
+/** The same, with every name of the source below `prefix`: "mods/cool" shows its "a.txt" as "mods/cool/a.txt". An
+    empty prefix mounts as enginefs_add_source; a full path and one that climbs fail. */
 ENGINE_FS_API int enginefs_add_source_at(const char* path, const char* prefix, uint32_t flags);
 /** Removes the source that was mounted from `path`, and cancels its loads. Files of it that are open stay usable. */
 ENGINE_FS_API int enginefs_remove_source(const char* path);
 
-enum { /* kinds of sources, in the order in which they are asked */
-       ENGINEFS_KIND_MEMORY = 0,
-       ENGINEFS_KIND_PACK = 1,
-       ENGINEFS_KIND_ROOT = 2,
-       ENGINEFS_KIND_DIRECTORY = 3
+/** Kinds of sources, in the order in which they are asked. */
+enum enginefs_source_kind {
+    ENGINEFS_KIND_MEMORY = 0,
+    ENGINEFS_KIND_PACK = 1,
+    ENGINEFS_KIND_ROOT = 2,
+    ENGINEFS_KIND_DIRECTORY = 3
 };
 
 typedef struct enginefs_source_info {
@@ -177,56 +179,56 @@ ENGINE_FS_API int enginefs_source_at(const enginefs_list* list, uint64_t index, 
     telling that a directory could not be listed, or that there was no memory for the new names; the rest is done. */
 ENGINE_FS_API int enginefs_refresh(const char* path);
 
-/* --- Open files ------------------------------------------------------------------------------------------------------- */
+/* --- Open files ------------------------------------------------------------------------------------------------- */
 
 typedef struct enginefs_file enginefs_file;
 
-enum {                         /* modes of enginefs_open */
-       ENGINEFS_READ = 0,      /* an existing file */
-       ENGINEFS_WRITE = 1,     /* emptied; made when nobody holds the name */
-       ENGINEFS_APPEND = 2,    /* positioned at the end; made when nobody holds the name */
-       ENGINEFS_READ_WRITE = 3 /* as it is; made when nobody holds the name */
+/** Modes of enginefs_open. */
+enum enginefs_mode {
+    ENGINEFS_READ = 0,      /* an existing file */
+    ENGINEFS_WRITE = 1,     /* emptied; made when nobody holds the name */
+    ENGINEFS_APPEND = 2,    /* positioned at the end; made when nobody holds the name */
+    ENGINEFS_READ_WRITE = 3 /* as it is; made when nobody holds the name */
 };
 
-enum {                                      /* flags of enginefs_open; other bits fail */
-       ENGINEFS_OPEN_IN_CACHE_DIR = 0x001,  /* the path is relative to the cache directory */
-       ENGINEFS_OPEN_WRITE_THROUGH = 0x002, /* writes reach the disk before they return */
-       ENGINEFS_OPEN_GZIP_LEVEL5 = 0x004,   /* WRITE only: the file is written as a gzip stream */
-       ENGINEFS_OPEN_GZIP_LEVEL9 = 0x008,
-       ENGINEFS_OPEN_GZIP = 0x010,   /* READ only: decoded by a gzip reader; its length is not known */
-       ENGINEFS_OPEN_CREATE = 0x020, /* WRITE and READ_WRITE: made anew where it exists */
-       ENGINEFS_OPEN_GZIP_LEVEL1 = 0x200,
-       ENGINEFS_OPEN_REPLACE =
-           0x400, /* WRITE only: the old file stays until the new one is closed; see enginefs_commit */
-       ENGINEFS_OPEN_WHOLE_NAME = 0x800, /* the name is taken as a whole: "a.txt" is never "levels/a.txt" */
-       ENGINEFS_OPEN_SEEKABLE =
-           0x1000 /* the handle seeks exactly, whatever the entry; without it a stored entry of a pack
-                                            is for forward reading alone */
+/** Flags of enginefs_open; other bits fail. Without SEEKABLE a stored entry of a pack is for forward reading alone. */
+enum enginefs_open_flag {
+    ENGINEFS_OPEN_IN_CACHE_DIR = 0x001,  /* the path is relative to the cache directory */
+    ENGINEFS_OPEN_WRITE_THROUGH = 0x002, /* writes reach the disk before they return */
+    ENGINEFS_OPEN_GZIP_LEVEL5 = 0x004,   /* WRITE only: the file is written as a gzip stream */
+    ENGINEFS_OPEN_GZIP_LEVEL9 = 0x008,
+    ENGINEFS_OPEN_GZIP = 0x010,   /* READ only: decoded by a gzip reader; its length is not known */
+    ENGINEFS_OPEN_CREATE = 0x020, /* WRITE and READ_WRITE: made anew where it exists */
+    ENGINEFS_OPEN_GZIP_LEVEL1 = 0x200,
+    ENGINEFS_OPEN_REPLACE = 0x400,    /* WRITE only: the old file stays until the new one is closed (enginefs_commit) */
+    ENGINEFS_OPEN_WHOLE_NAME = 0x800, /* the name is taken as a whole: "a.txt" is never "levels/a.txt" */
+    ENGINEFS_OPEN_SEEKABLE = 0x1000   /* the handle seeks exactly, whatever the entry */
 };
 
-/** Opens a file by its name. Reading takes the first source, in asking order, that opens it; the end of a name is enough
-    unless WHOLE_NAME. Writing takes the first writable source that holds it; what nobody holds is created, with its
-    directories, by the newest source with WRITE_HERE, else by the first of the list. The caller ends the file with
-    enginefs_close, enginefs_commit or enginefs_discard. */
+/** Opens a file by its name. Reading takes the first source, in asking order, that opens it; the end of a name is
+    enough unless WHOLE_NAME. Writing takes the first writable source that holds it; what nobody holds is created,
+    with its directories, by the newest source with WRITE_HERE, else by the first of the list. The caller ends the
+    file with enginefs_close, enginefs_commit or enginefs_discard. */
 ENGINE_FS_API enginefs_file* enginefs_open(const char* path, int mode, uint32_t flags);
 
-/** Closes; the handle has ended whatever the answer. Fails when what was buffered could not be written and, for a file
-    opened with REPLACE, when it could not take its place. */
+/** Closes; the handle has ended whatever the answer. Fails when what was buffered could not be written and, for a
+    file opened with REPLACE, when it could not take its place. */
 ENGINE_FS_API int enginefs_close(enginefs_file* file);
-/** enginefs_close under the name that belongs beside enginefs_discard. A file opened with REPLACE is on the disk and has its
-    name when this answers 0; otherwise the old file stands, whole. */
+/** enginefs_close under the name that belongs beside enginefs_discard. A file opened with REPLACE is on the disk and
+    has its name when this answers 0; otherwise the old file stands, whole. */
 ENGINE_FS_API int enginefs_commit(enginefs_file* file);
 /** Closes; the old file stays when this one was opened with REPLACE, and otherwise what was written stays written. */
 ENGINE_FS_API int enginefs_discard(enginefs_file* file);
 
-/** Reads up to `size` bytes at the position and moves it. Bytes read, less than `size` only at the end of the file. -1 when
-    the disk failed or the bytes are not what their pack promised (their checksum too, once a file was read through):
-    what arrived lies in `buffer`, and enginefs_tell says how far it goes. `buffer` may be null when `size` is 0. */
+/** Reads up to `size` bytes at the position and moves it. Bytes read, less than `size` only at the end of the file.
+    -1 when the disk failed or the bytes are not what their pack promised (their checksum too, once a file was read
+    through): what arrived lies in `buffer`, and enginefs_tell says how far it goes. `buffer` may be null when `size`
+    is 0. */
 ENGINE_FS_API int64_t enginefs_read(enginefs_file* file, void* buffer, uint64_t size);
 /** Writes `size` bytes at the position and moves it. `size`, or -1; a part may have been written then (DISK_FULL). */
 ENGINE_FS_API int64_t enginefs_write(enginefs_file* file, const void* data, uint64_t size);
 
-enum { ENGINEFS_SEEK_BEGIN = 0, ENGINEFS_SEEK_CURRENT = 1, ENGINEFS_SEEK_END = 2 };
+enum enginefs_origin { ENGINEFS_SEEK_BEGIN = 0, ENGINEFS_SEEK_CURRENT = 1, ENGINEFS_SEEK_END = 2 };
 /** Moves the position to `offset` bytes from `origin`. A position behind the end is allowed; reading there gives 0. */
 ENGINE_FS_API int enginefs_seek(enginefs_file* file, int64_t offset, int origin);
 /** The position in bytes. */
@@ -236,20 +238,20 @@ ENGINE_FS_API int64_t enginefs_length(enginefs_file* file);
 /** Cuts the file at the position, or extends it to there with zeros. */
 ENGINE_FS_API int enginefs_set_end(enginefs_file* file);
 
-/* --- Whole files and managing them ------------------------------------------------------------------------------------ */
+/* --- Whole files and managing them ------------------------------------------------------------------------------ */
 
-/** The whole file in a new block, freed with enginefs_free. A zero byte follows it, so that a text can be used as it is.
-    `size` gets the bytes without that and may be null. `flags` as for enginefs_open. Never a part of the file: what
-    enginefs_read tells of fails here too. */
+/** The whole file in a new block, freed with enginefs_free. A zero byte follows it, so that a text can be used as it
+    is. `size` gets the bytes without that and may be null. `flags` as for enginefs_open. Never a part of the file:
+    what enginefs_read tells of fails here too. */
 ENGINE_FS_API void* enginefs_load(const char* path, uint32_t flags, uint64_t* size);
-/** Makes the file of these bytes, or fills it anew. `flags` as for enginefs_open; with REPLACE the old file stays until the
-    new one is whole. `data` may be null when `size` is 0. */
+/** Makes the file of these bytes, or fills it anew. `flags` as for enginefs_open; with REPLACE the old file stays
+    until the new one is whole. `data` may be null when `size` is 0. */
 ENGINE_FS_API int enginefs_save(const char* path, const void* data, uint64_t size, uint32_t flags);
-/** 1 when a source, the fallback included, holds a file of this name, 0 when none does or the arguments are wrong. Of the
-    flags WHOLE_NAME and IN_CACHE_DIR are heeded; so below. */
+/** 1 when a source, the fallback included, holds a file of this name, 0 when none does or the arguments are wrong.
+    Of the flags WHOLE_NAME and IN_CACHE_DIR are heeded; so below. */
 ENGINE_FS_API int enginefs_exists(const char* path, uint32_t flags);
 
-enum { ENGINEFS_IS_FILE = 1, ENGINEFS_IS_DIRECTORY = 2 };
+enum enginefs_what { ENGINEFS_IS_FILE = 1, ENGINEFS_IS_DIRECTORY = 2 };
 
 typedef struct enginefs_info {
     uint32_t struct_size;
@@ -262,11 +264,11 @@ typedef struct enginefs_info {
     uint32_t reserved;     /* 0 */
 } enginefs_info;
 
-/** Describes the file that enginefs_open would open, without opening it; where there is none, the directory that some
-    source has under this whole name. */
+/** Describes the file that enginefs_open would open, without opening it; where there is none, the directory that
+    some source has under this whole name. */
 ENGINE_FS_API int enginefs_stat(const char* path, uint32_t flags, enginefs_info* out);
 
-/* What changes things takes names as a whole. Names are of one file system: what lies in a pack is never changed. */
+/* What follows takes names as a whole, but for enginefs_crc. It changes files of the disk alone, never what a pack holds. */
 
 /** Sets the time that enginefs_stat tells, in its unit. */
 ENGINE_FS_API int enginefs_set_time(const char* path, int64_t time);
@@ -283,45 +285,47 @@ ENGINE_FS_API int enginefs_copy(const char* from, const char* to);
 /** CRC-32 (as in zip and gzip) of the file that enginefs_open would open. */
 ENGINE_FS_API int enginefs_crc(const char* path, uint32_t* crc);
 
-/* --- Searching -------------------------------------------------------------------------------------------------------- */
+/* --- Searching -------------------------------------------------------------------------------------------------- */
 
-/** The files in `dir` that match `mask`, sorted, lower case, each once; an empty list when there are none. `dir` null: in any
-    directory; "": in the root, and with `recursive` everywhere; `recursive` 1: also below. `mask` is `*` and `?` against the
-    file name, in any case; null or "" is any. */
+/** The files in `dir` that match `mask`, sorted, lower case, each once; an empty list when there are none. `dir`
+    null: in any directory; "": in the root, and with `recursive` everywhere; `recursive` 1: also below. `mask` is
+    `*` and `?` against the file name, in any case; null or "" is any. */
 ENGINE_FS_API enginefs_list* enginefs_search(const char* dir, const char* mask, int recursive);
-/** The directories in `dir` ("": the root), with `recursive` also those below, as whole names, sorted. NOT_FOUND when no
-    source has `dir`. */
+/** The directories in `dir` ("": the root), with `recursive` also those below, as whole names, sorted. NOT_FOUND
+    when no source has `dir`. */
 ENGINE_FS_API enginefs_list* enginefs_dirs(const char* dir, int recursive);
 
-/** From now on (`on` 1, starting afresh), or no longer (0), notes the names that are opened for reading. Never fails. */
+/** From now on (`on` 1, starting afresh), or no longer (0), notes the names that are opened for reading. Never
+    fails. */
 ENGINE_FS_API void enginefs_record_access(int on);
 /** The names noted so far, each once, in the order of their first opening: the order for a pack. */
 ENGINE_FS_API enginefs_list* enginefs_access_record(void);
 
-/* --- Packs ------------------------------------------------------------------------------------------------------------ */
+/* --- Packs ------------------------------------------------------------------------------------------------------ */
 
 /** A pack that is being made: written beside its target, whose place it takes in enginefs_pack_finish. */
 typedef struct enginefs_pack enginefs_pack;
 
-enum { /* how an entry is packed */
-       ENGINEFS_METHOD_STORE = 0,
-       ENGINEFS_METHOD_DEFLATE = 8,
-       ENGINEFS_METHOD_ZSTD = 93 /* UNSUPPORTED where the library was built without it */
+/** How an entry is packed. */
+enum enginefs_method {
+    ENGINEFS_METHOD_STORE = 0,
+    ENGINEFS_METHOD_DEFLATE = 8,
+    ENGINEFS_METHOD_ZSTD = 93 /* UNSUPPORTED where the library was built without it */
 };
 
 /** Starts a pack that will be `native_path`, a path of the disk. The caller ends it with enginefs_pack_finish or
     enginefs_pack_cancel. */
 ENGINE_FS_API enginefs_pack* enginefs_pack_create(const char* native_path);
-/** Packs these bytes and adds them. `level` 0 stores, 1 to 12 are deflate's, 1 to 22 zstd's. `time` counts 100 ns since
-    1601. `data` may be null when `size` is 0. A failed add leaves the pack ready for the next. At most 65,535 entries and
-    4 GiB. */
+/** Packs these bytes and adds them. `level` 0 stores, 1 to 12 are deflate's, 1 to 22 zstd's. `time` counts 100 ns
+    since 1601. `data` may be null when `size` is 0. A failed add leaves the pack ready for the next. At most 65,535
+    entries and 4 GiB. */
 ENGINE_FS_API int enginefs_pack_add(enginefs_pack* pack, const char* name, const void* data, uint64_t size, int method,
                                     int level, int64_t time);
 /** Adds what the caller has deflated (raw, without header). `size` and `crc` are of the plain bytes. */
 ENGINE_FS_API int enginefs_pack_add_deflated(enginefs_pack* pack, const char* name, const void* packed,
                                              uint64_t packed_size, uint64_t size, uint32_t crc, int64_t time);
-/** Completes the pack and puts it in the place of its target; the handle has ended whatever the answer. A failure leaves
-    the target as it was. */
+/** Completes the pack and puts it in the place of its target; the handle has ended whatever the answer. A failure
+    leaves the target as it was. */
 ENGINE_FS_API int enginefs_pack_finish(enginefs_pack* pack);
 /** Drops what was written and ends the handle; the target stays as it was. */
 ENGINE_FS_API int enginefs_pack_cancel(enginefs_pack* pack);
@@ -341,85 +345,89 @@ ENGINE_FS_API enginefs_list* enginefs_pack_list(const char* native_path);
 /** What the pack's directory tells of the entry of this index, of a list of enginefs_pack_list. */
 ENGINE_FS_API int enginefs_pack_entry_at(const enginefs_list* list, uint64_t index, enginefs_pack_entry* out);
 
-/* --- Loads: files that workers of the library open, read and decode ---------------------------------------------------- */
+/* --- Loads: files that workers of the library open, read and decode --------------------------------------------- */
 
 /** One load on its way or ended. Any thread may use it, several at once too; only its release must come last. */
 typedef struct enginefs_async_load enginefs_async_load;
 
+/** Runs once, however the load ends, on a worker, and maybe before enginefs_load_async has returned. It may call
+    everything, and release this load too. */
 typedef void (*enginefs_load_callback)(enginefs_async_load* load, void* user);
 
-enum { /* priorities; any number between and around these may be used */
-       ENGINEFS_PRIORITY_BACKGROUND = -100,
-       ENGINEFS_PRIORITY_NORMAL = 0,
-       ENGINEFS_PRIORITY_HIGH = 100,
-       ENGINEFS_PRIORITY_URGENT = 1000
+/** Priorities; any number between and around these may be used. */
+enum enginefs_priority {
+    ENGINEFS_PRIORITY_BACKGROUND = -100,
+    ENGINEFS_PRIORITY_NORMAL = 0,
+    ENGINEFS_PRIORITY_HIGH = 100,
+    ENGINEFS_PRIORITY_URGENT = 1000
 };
 
 typedef struct enginefs_load_wish {
     uint32_t struct_size;
     int32_t priority;
-    const char* path;  /* as enginefs_open takes it; copied */
-    uint64_t offset;   /* bytes from the start of the file */
-    uint64_t size;     /* bytes; 0: to the end of the file */
-    void* buffer;      /* the caller's until the load has ended; null: a block of the library's */
-    uint64_t capacity; /* bytes of `buffer`; a longer load fails with TOO_LARGE, nothing written */
-    enginefs_load_callback
-        callback;         /* null: none. Runs once, on a worker, however the load ends; it may call everything,
-                                        release this load too. It may run before enginefs_load_async returns */
-    void* user;           /* handed to it */
-    uint32_t deadline_ms; /* from now; 0: none. It orders; a miss fails nothing */
-    uint32_t reserved;    /* 0 */
+    const char* path;                /* as enginefs_open takes it; copied */
+    uint64_t offset;                 /* bytes from the start of the file */
+    uint64_t size;                   /* bytes; 0: to the end of the file */
+    void* buffer;                    /* the caller's until the load has ended; null: a block of the library's */
+    uint64_t capacity;               /* bytes of `buffer`; a longer load fails with TOO_LARGE, nothing written */
+    enginefs_load_callback callback; /* null: none */
+    void* user;                      /* handed to it */
+    uint32_t deadline_ms;            /* from now; 0: none. It orders; a miss fails nothing */
+    uint32_t reserved;               /* 0 */
 } enginefs_load_wish;
 
-enum { /* states of a load; the last three are its end */
-       ENGINEFS_LOAD_QUEUED = 1,
-       ENGINEFS_LOAD_RUNNING = 2,
-       ENGINEFS_LOAD_DONE = 3,
-       ENGINEFS_LOAD_FAILED = 4,
-       ENGINEFS_LOAD_CANCELLED = 5
+/** States of a load; the last three are its end. */
+enum enginefs_load_state_code {
+    ENGINEFS_LOAD_QUEUED = 1,
+    ENGINEFS_LOAD_RUNNING = 2,
+    ENGINEFS_LOAD_DONE = 3,
+    ENGINEFS_LOAD_FAILED = 4,
+    ENGINEFS_LOAD_CANCELLED = 5
 };
 
-/** Starts a load. URGENT ones come first, then those whose deadline has passed, then by priority, deadline and arrival. Null
-    when it could not begin, and then the callback does not run; all that concerns the file is told by the load. The caller
-    gives the handle back with enginefs_load_release. */
+/** Starts a load. URGENT ones come first, then those whose deadline has passed, then by priority, deadline and
+    arrival. Null when it could not begin, and then the callback does not run; all that concerns the file is told by
+    the load. The caller gives the handle back with enginefs_load_release. */
 ENGINE_FS_API enginefs_async_load* enginefs_load_async(const enginefs_load_wish* wish);
-/** Waits up to `timeout_ms` (all ones: for ever) until the load has ended, its callback not included. 1 when it has, 0 when
-    the time passed first, and at once inside of a load's callback; -1 for no load. */
+/** Waits up to `timeout_ms` (all ones: for ever) until the load has ended, its callback not included. 1 when it has,
+    0 when the time passed first, and at once inside of a load's callback; -1 for no load. */
 ENGINE_FS_API int enginefs_load_wait(enginefs_async_load* load, uint32_t timeout_ms);
 /** ENGINEFS_LOAD_; -1 for no load. */
 ENGINE_FS_API int enginefs_load_state(enginefs_async_load* load);
-/** The bytes of a load that is DONE, and in `size`, which may be null, how many: the caller's own buffer, or the library's
-    block, which is the caller's from now on (enginefs_free). Null with the reason when it FAILED or was CANCELLED, and with
-    INVALID_ARGUMENT before its end and when its block was taken already. */
+/** The bytes of a load that is DONE, and in `size`, which may be null, how many: the caller's own buffer, or the
+    library's block, which is the caller's from now on (enginefs_free). Null with the reason when it FAILED or was
+    CANCELLED, and with INVALID_ARGUMENT before its end and when its block was taken already. */
 ENGINE_FS_API void* enginefs_load_take(enginefs_async_load* load, uint64_t* size);
 /** Ends the load as CANCELLED; the buffer is touched no more when this returns. 0 too when it had ended already. */
 ENGINE_FS_API int enginefs_load_cancel(enginefs_async_load* load);
-/** Ends the handle, and frees a block that was not taken. The load itself goes on, and its callback runs, with a handle
-    that has ended. */
+/** Ends the handle, and frees a block that was not taken. The load itself goes on, and its callback runs, with a
+    handle that has ended. */
 ENGINE_FS_API int enginefs_load_release(enginefs_async_load* load);
 
-/* --- The log ---------------------------------------------------------------------------------------------------------- */
+/* --- The log ---------------------------------------------------------------------------------------------------- */
 
-enum { /* levels; INFO stands before WARN on purpose: at INFO warnings are held back */
-       ENGINEFS_LOG_FATAL = 1,
-       ENGINEFS_LOG_ERROR = 2,
-       ENGINEFS_LOG_INFO = 3,
-       ENGINEFS_LOG_WARN = 4,
-       ENGINEFS_LOG_DEBUG = 5,
-       ENGINEFS_LOG_VERBOSE = 6 /* 7 to 15 say still more */
+/** Levels. INFO stands before WARN on purpose: a level of INFO holds warnings back. */
+enum enginefs_log_level_code {
+    ENGINEFS_LOG_FATAL = 1,
+    ENGINEFS_LOG_ERROR = 2,
+    ENGINEFS_LOG_INFO = 3,
+    ENGINEFS_LOG_WARN = 4,
+    ENGINEFS_LOG_DEBUG = 5,
+    ENGINEFS_LOG_VERBOSE = 6 /* 7 to 15 say still more */
 };
 
 typedef void (*enginefs_log_callback)(int level, const char* category, const char* text, void* user);
 
-/** Has finished lines, each with its line break, told to `callback` as well as to the console; null: no longer. It is called
-    by whichever thread has something to say, by several at once, and with locks of the library held: it calls nothing of this
-    interface. When this returns the earlier callback runs no more, unless this was called inside of it. So hold no lock
-    here for which a callback waits. Never fails. */
+/** Has finished lines, as the log file has them, told to `callback` as well as to the console; null: no longer. It
+    is called by whichever thread has something to say, by several at once, and with locks of the library held: it
+    calls nothing of this interface. When this returns the earlier callback runs no more, unless this was called
+    inside of it. So hold no lock here for which a callback waits. Never fails. */
 ENGINE_FS_API void enginefs_set_log(enginefs_log_callback callback, void* user);
-/** Sets the level up to which messages are emitted, 0 (none) to 15, and answers the one before; -1 only asks, and so does
-    a number that is no level (with INVALID_ARGUMENT in enginefs_last_error). */
+/** Sets the level up to which messages are emitted, 0 (none) to 15, and answers the one before; -1 only asks, and so
+    does a number that is no level (with INVALID_ARGUMENT in enginefs_last_error). */
 ENGINE_FS_API int enginefs_log_level(int level);
-/** Logs a text as it stands, a line break at its end where the line ends; null `category` is "". */
+/** Logs a text as it stands, a line break at its end where the line ends; null `category` is "". INVALID_ARGUMENT
+    for the category "EXIT" at FATAL, with which C++ hosts end the process. */
 ENGINE_FS_API int enginefs_log(int level, const char* category, const char* text);
 
 #ifdef __cplusplus

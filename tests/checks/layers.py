@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """A folder is a layer: a file includes only from its own layer or a lower one, and never in a circle.
 
-A public header belongs to the layer of the room that it is named after. tools/ and examples/ see the
-public headers alone.
+A public header belongs to the layer of the room that it is named after. tools/, examples/ and
+modules/ see the public headers alone.
 
 usage: layers.py ROOT
 """
@@ -31,7 +31,7 @@ def layer(path):
         return 0
     if path.startswith(("engine/kernel/", "include/engine/kernel/")):
         return 1
-    if path.startswith(("tools/", "examples/")):
+    if path.startswith(("tools/", "examples/", "modules/")):
         return 9
     room = ROOM.match(path)
     return ROOMS.get(room.group(1)) if room else None
@@ -39,7 +39,8 @@ def layer(path):
 
 def resolve(known, path, kind, name):
     beside = os.path.normpath(os.path.join(os.path.dirname(path), name)).replace(os.sep, "/")
-    places = ["include/" + name] if kind == "<" else [beside, name, "include/" + name, "tools/enginefs/" + name]
+    places = (["include/" + name, "modules/http/include/" + name] if kind == "<" else
+              [beside, name, "include/" + name, "tools/enginefs/" + name])
     return next((place for place in places if place in known), None)
 
 
@@ -57,7 +58,7 @@ def check_file(root, known, path, graph):
         graph[path].append(target)
         if (layer(target) or 0) > layer(path):
             yield f"{path}:{line}: layer {layer(path)} includes {target} of layer {layer(target)}"
-        if path.startswith(("tools/", "examples/", "include/")) and target.startswith("engine/"):
+        if path.startswith(("tools/", "examples/", "modules/", "include/")) and target.startswith("engine/"):
             yield f"{path}:{line}: includes {target}, which is private"
 
 
@@ -69,7 +70,7 @@ def check_circles(graph):
 
 
 def main(root):
-    paths = list(sources.files(root, "engine", "include", "tools", "examples"))
+    paths = list(sources.files(root, "engine", "include", "tools", "examples", "modules"))
     graph = {}
     complaints = [text for path in paths for text in check_file(root, set(paths), path, graph)]
     sources.finish("layers", complaints + list(check_circles(graph)))

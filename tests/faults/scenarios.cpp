@@ -1,6 +1,7 @@
 #include "tests/faults/scenarios.h"
 
 #include <engine/filesystem/comfort.h>
+#include <engine/filesystem_c.h>
 
 #include <algorithm>
 #include <array>
@@ -324,6 +325,24 @@ bool load_by_worker(Stage&) {
     return is_whole;
 }
 
+/// What a host in C holds are numbers, behind which a failure must lose no object.
+bool serve_c(Stage&) {
+    enginefs_info info{};
+    info.struct_size = sizeof info;
+    std::uint64_t size = 0;
+    void* const bytes = enginefs_load("packed.txt", 0, &size);
+    enginefs_list* const names = bytes != nullptr ? enginefs_search("levels", nullptr, 0) : nullptr;
+    enginefs_list* const dirs = names != nullptr ? enginefs_dirs("", 1) : nullptr;
+    const bool is_whole = dirs != nullptr && size > 7 && std::string_view(static_cast<char*>(bytes), 7) == "line 0\n" &&
+                          enginefs_list_count(names) == 2 && enginefs_stat("save.txt", 0, &info) == ENGINEFS_OK &&
+                          info.size == static_cast<std::int64_t>(old_save.size()) &&
+                          enginefs_save("save.txt", new_save.data(), new_save.size(), 0) == 0;
+    enginefs_free(bytes);
+    enginefs_list_free(names);
+    enginefs_list_free(dirs);
+    return is_whole;
+}
+
 /// A zlib stream of three stored bytes.
 constexpr unsigned char packed_abc[] = {0x78, 0x01, 0x01, 3, 0, 0xFC, 0xFF, 'a', 'b', 'c', 0x02, 0x4D, 0x01, 0x27};
 
@@ -500,6 +519,7 @@ const std::vector<Scenario>& scenarios() {
         {"memory archive", use_memory_archive, nothing_wrong,
          [](Stage& stage) { use_memory_archive(stage); }},  // makes it itself
         {"load", load_by_worker},
+        {"C interface", serve_c, leaves("save.txt", new_save)},
         {"view", view_files},
         {"queued read", read_queued},
     };

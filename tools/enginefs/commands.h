@@ -17,4 +17,5 @@ void add_cache_commands(Commands& commands);
 void add_log_commands(Commands& commands);
 void add_load_command(Commands& commands);
 void add_mount_command(Commands& commands);
+void add_report_command(Commands& commands);
 void add_watch_command(Commands& commands);

@@ -9,6 +9,7 @@
 #include <engine/filesystem.h>
 
 #include "commands.h"
+#include "equal.h"
 #include "names.h"
 #include "report.h"
 #include "result.h"
@@ -19,6 +20,12 @@ namespace {
 using Names = std::vector<std::string>;
 
 constexpr std::size_t piece_size = 1u << 18;
+
+bool same_content(const std::string& a, const std::string& b) {
+    const fs::file_ptr first(fs::open(a.c_str(), EFSMode::READ));
+    const fs::file_ptr second(fs::open(b.c_str(), EFSMode::READ));
+    return same_bytes(first.get(), second.get());
+}
 
 void show_shadowed(const Names& names, Listing& listing) {
     Progress progress("duplicates: names", names.size(), false);
@@ -56,33 +63,6 @@ std::map<std::uint64_t, Names> group_by_size(const Names& names, bool& good) {
     return groups;
 }
 
-bool same_bytes(const std::string& a, const std::string& b) {
-    const fs::file_ptr first(fs::open(a.c_str(), EFSMode::READ));
-    const fs::file_ptr second(fs::open(b.c_str(), EFSMode::READ));
-    if (first == nullptr || second == nullptr) return false;
-    std::vector<char> one(piece_size), other(piece_size);
-    for (;;) {
-        const std::uint64_t got = fs::read(first.get(), one.data(), piece_size);
-        if (got == failed || fs::read(second.get(), other.data(), piece_size) != got) return false;
-        if (got == 0) return true;
-        if (std::memcmp(one.data(), other.data(), static_cast<std::size_t>(got)) != 0) return false;
-    }
-}
-
-/// Files of one size and checksum, put together as their bytes say.
-std::vector<Names> split_by_bytes(const Names& names) {
-    std::vector<Names> classes;
-    for (const std::string& name : names) {
-        const auto same =
-            std::find_if(classes.begin(), classes.end(), [&](const Names& all) { return same_bytes(all[0], name); });
-        if (same == classes.end())
-            classes.push_back({name});
-        else
-            same->push_back(name);
-    }
-    return classes;
-}
-
 void show_group(std::uint64_t size, std::uint32_t crc, const Names& names, Listing& listing) {
     if (names.size() < 2) return;
     std::string lines = formatted("equal content, %" PRIu64 " bytes, crc %08" PRIx32 ":", size, crc);
@@ -104,7 +84,7 @@ bool show_equal_of(std::uint64_t size, const Names& names, Progress& progress, L
     }
     for (const auto& [crc, files] : checksums)
         if (files.size() > 1)
-            for (const Names& same : split_by_bytes(files)) show_group(size, crc, same, listing);
+            for (const Names& same : split_by(files, same_content)) show_group(size, crc, same, listing);
     return good;
 }
 
@@ -134,6 +114,17 @@ bool duplicates(const Given& given) {
 }
 
 }  // namespace
+
+bool same_bytes(SFsFile* first, SFsFile* second) {
+    if (first == nullptr || second == nullptr) return false;
+    std::vector<char> one(piece_size), other(piece_size);
+    for (;;) {
+        const std::uint64_t got = fs::read(first, one.data(), piece_size);
+        if (got == failed || fs::read(second, other.data(), piece_size) != got) return false;
+        if (got == 0) return true;
+        if (std::memcmp(one.data(), other.data(), static_cast<std::size_t>(got)) != 0) return false;
+    }
+}
 
 void add_duplicates_command(Commands& commands) {
     const auto added = commands.add(

@@ -19,9 +19,10 @@ void add_session_options(CLI::App& app, SessionOptions& options, Style& style) {
     app.add_option("--root", options.root,
                    "Directory that is asked after packs and written to (default: the current one)")
         ->type_name("DIR");
-    app.add_option("--add", options.sources,
-                   "Further source: a pack (.pak, .mpak), which is asked before the root, or a directory, which is "
-                   "asked after it; repeatable, of each kind the earlier ones win")
+    app.add_option(
+           "--add", options.sources,
+           "Further source: a pack (.pak, .mpak, or by an http or https URL), which is asked before the root, or "
+           "a directory, which is asked after it; repeatable, of each kind the earlier ones win")
         ->type_name("PATH")
         ->take_all()
         ->expected(1);
@@ -104,10 +105,10 @@ Program::Program() : app_("Lists, reads, explains and changes what the engine's 
     app_.option_defaults()->always_capture_default(false);
     add_session_options(app_, options_, style_);
     Commands commands(app_, chosen_, options_, style_);
-    for (const auto add :
-         {add_listing_commands, add_content_commands, add_pack_commands, add_unpack_commands, add_diff_commands,
-          add_stream_commands, add_chunk_commands, add_manage_commands, add_duplicates_command, add_container_commands,
-          add_cache_commands, add_log_commands, add_load_command, add_mount_command, add_watch_command})
+    for (const auto add : {add_listing_commands, add_content_commands, add_pack_commands, add_unpack_commands,
+                           add_diff_commands, add_stream_commands, add_chunk_commands, add_manage_commands,
+                           add_duplicates_command, add_container_commands, add_cache_commands, add_log_commands,
+                           add_load_command, add_mount_command, add_report_command, add_watch_command})
         add(commands);
 }
 

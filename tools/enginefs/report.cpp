@@ -1,9 +1,11 @@
 #include "report.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 namespace {
 
@@ -12,6 +14,22 @@ bool has_colors = false;
 
 void remember_failure() {
     if (output_error == 0) output_error = errno != 0 ? errno : EIO;
+}
+
+/// Bytes of the character that a text begins with; 0 when that is no UTF-8.
+std::size_t utf8_length(std::string_view text) {
+    const auto byte = [text](std::size_t at) { return at < text.size() ? static_cast<unsigned char>(text[at]) : 0u; };
+    const unsigned first = byte(0), second = byte(1);
+    if (first < 0x80) return 1;
+    if (first < 0xC2 || first > 0xF4) return 0;
+    // What could be shorter, halves of surrogate pairs, and what is beyond the last character.
+    const unsigned from = first == 0xE0 ? 0xA0 : first == 0xF0 ? 0x90 : 0x80;
+    const unsigned to = first == 0xED ? 0x9F : first == 0xF4 ? 0x8F : 0xBF;
+    if (second < from || second > to) return 0;
+    const std::size_t length = first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+    for (std::size_t at = 2; at < length; ++at)
+        if ((byte(at) & 0xC0) != 0x80) return 0;
+    return length;
 }
 
 }  // namespace
@@ -28,6 +46,16 @@ std::string printable(const std::string& text) {
         before = byte;
     }
     return out;
+}
+
+std::string as_utf8(const std::string& text) {
+    std::string out;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t length = utf8_length(std::string_view(text).substr(at));
+        out += length != 0 ? text.substr(at, length) : formatted("\\x%02x", static_cast<unsigned char>(text[at]));
+        at += std::max<std::size_t>(length, 1);
+    }
+    return printable(out);
 }
 
 void color_errors(bool on) { has_colors = on; }

@@ -12,6 +12,9 @@ inline constexpr int exit_usage = 2;   // a wrong command line
 /// A text as it stands in one line: without the control characters of ASCII and of ISO 8859, which steer terminals.
 std::string printable(const std::string& text);
 
+/// The same, with bytes that are no UTF-8 as "\\xe9".
+std::string as_utf8(const std::string& text);
+
 /// Whether what is said on standard error has colours.
 void color_errors(bool on);
 

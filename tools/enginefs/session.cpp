@@ -19,6 +19,16 @@ void print_message(Log::ELevel::TYPE, const char*, const char* text) {
     std::fputs(lines.c_str(), stderr);
 }
 
+bool is_url(const std::string& path) {
+    const std::string name = lower_case(path);
+    return name.starts_with("http://") || name.starts_with("https://");
+}
+
+bool add_url(const std::string& url, FFSAddSourceFlags::ENUM flags) {
+    if (mount_url == nullptr) return fail("--add", "packs by URL are not available: built without HTTP");
+    return mount_url(url, flags);
+}
+
 bool check_directory(const std::string& told, const std::string& full) {
     if (full.size() > longest_path) return fail(told, "its full path is longer than 259 bytes");
     if (fs::native_does_file_exist(full.c_str()))
@@ -27,6 +37,8 @@ bool check_directory(const std::string& told, const std::string& full) {
 }
 
 }  // namespace
+
+bool (*mount_url)(const std::string& url, FFSAddSourceFlags::ENUM flags) = nullptr;
 
 bool is_pack_name(const std::string& path) {
     const std::string name = lower_case(path);
@@ -47,10 +59,11 @@ void Session::tell_unlisted(const std::string& told) {
 }
 
 bool Session::add(const std::string& path) {
-    const std::string full = full_native_path(path);
-    if (!is_pack_name(full) && !check_directory(path, full)) return false;
     // Sources given later stand behind those given earlier: what comes first on the line wins.
     constexpr auto flags = mount_flags | FFSAddSourceFlags::AFTER_SAME_TYPE;
+    if (is_url(path)) return add_url(path, flags);
+    const std::string full = full_native_path(path);
+    if (!is_pack_name(full) && !check_directory(path, full)) return false;
     if (!attempt(path, "it cannot be mounted", [&] { return fs::add_source(full.c_str(), flags); })) return false;
     tell_unlisted(path);
     return true;

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include <engine/filesystem/contract/flags.h>
+
 /// What the options before the command say.
 struct SessionOptions {
     std::string root;  // "": the current directory
@@ -32,6 +34,9 @@ private:
     bool mounted_ = false;
     bool whole_ = true;
 };
+
+/// Mounts a pack by its URL, or tells why it cannot be. Null where the tool was built without HTTP.
+extern bool (*mount_url)(const std::string& url, FFSAddSourceFlags::ENUM flags);
 
 /// Whether a source of this name is mounted as a pack.
 bool is_pack_name(const std::string& path);

@@ -4,7 +4,7 @@
 
     with enginefs.Mount("game", packs=["game/base.pak"]):
         for path in enginefs.Path("levels").glob("*.json"):
-            print(path.name, json.loads(path.read_text()))
+            print(path, json.loads(path.read_text()))
         with enginefs.open("saves/one.txt", "w") as file:
             file.write("level two")
 

@@ -4,6 +4,7 @@
 usage: package_test.py OTHER-LIBRARY [unittest's arguments]   with ENGINEFS_LIBRARY and PYTHONPATH set
 """
 import builtins
+import contextlib
 import errno
 import faulthandler
 import io
@@ -11,6 +12,7 @@ import json
 import os
 import pathlib
 import random
+import re
 import shutil
 import subprocess
 import sys
@@ -243,6 +245,23 @@ class Packs(Mounted):
                          [("a", 10, 0, zlib.crc32(EVENS.tobytes()), 315_532_800.0), ("b/c", 0, 0, 0, 1_000_000_000.0)])
         self.mount.add(target)
         self.assertEqual(enginefs.Path("a").read_bytes(), EVENS.tobytes())
+
+
+class Documents(unittest.TestCase):
+    def test_what_the_documents_show_runs(self) -> None:
+        tree = pathlib.Path(enginefs.__file__).parents[3]
+        for document in ("README.md", "bindings/python/README.md", "docs/embedding.md"):
+            for block in re.findall(r"```python\n(.*?)```", (tree / document).read_text(), re.S):
+                with self.subTest(document=document), tempfile.TemporaryDirectory() as directory:
+                    for name in ("game/levels", "mods"):
+                        os.makedirs(f"{directory}/{name}")
+                    pathlib.Path(directory, "game/levels/three.json").write_text("{}")
+                    with enginefs.PackWriter(f"{directory}/game/base.pak") as pack:
+                        pack.add("levels/four.json", b"{}")
+                    out = io.StringIO()
+                    with contextlib.chdir(directory), contextlib.redirect_stdout(out):
+                        exec(block, {})  # noqa: S102
+                    self.assertIn("levels/", out.getvalue())
 
 
 class Process(Mounted):

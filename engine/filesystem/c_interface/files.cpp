@@ -19,14 +19,20 @@ bool may_open(const char* path, int mode, uint32_t flags) {
     return mode == ENGINEFS_READ ? are_given({path}) : is_new_name(path);
 }
 
-/// What `ask(file)` answers, a size or a position; -1, with the failure stored, when it fails.
+bool may_write(const OpenFile& open) {
+    return open.is_written ||
+           fs::refuse(EFSError::INVALID_ARGUMENT, fs::file_name(open.file.get()), "The file was opened for reading.");
+}
+
+/// What `ask(file)` answers, a size or a position; -1, with the failure stored, when it fails, or tells of one beside its
+/// answer, as handles of packs do of damage. This is on the way of every read: one scope, no lock.
 template <typename Ask>
 int64_t ask_file(enginefs_file* handle, EFSError::TYPE untold, const char* text, Ask ask) noexcept {
     OpenFile* const open = find(handle);
     if (open == nullptr) return -1;
     const fs::ErrorScope scope;
-    const std::uint64_t answer = fs::guarded(nullptr, failed, [&] { return ask(*open->file); });
-    if (answer <= INT64_MAX) return static_cast<int64_t>(answer);
+    const std::uint64_t answer = fs::guarded(nullptr, failed, [&] { return ask(*open); });
+    if (answer <= INT64_MAX && !scope.has_error()) return static_cast<int64_t>(answer);
     fs::fail_unless_told(scope, untold, fs::file_name(open->file.get()), text);
     return -1;
 }
@@ -75,25 +81,18 @@ int enginefs_discard(enginefs_file* file) {
 }
 
 int64_t enginefs_read(enginefs_file* file, void* buffer, uint64_t size) {
-    return ask_file(file, EFSError::IO, "The file cannot be read.", [&](SFsFile& open) {
-        if (!is_block(buffer, size)) return failed;
-        // Handles of packs tell of damage beside what they answer.
-        const fs::ErrorScope scope;
-        const std::uint64_t got = open.read(buffer, size);
-        return scope.has_error() || got > size ? failed : got;
+    return ask_file(file, EFSError::IO, "The file cannot be read.", [&](const OpenFile& open) {
+        const std::uint64_t got = is_block(buffer, size) ? open.file->read(buffer, size) : failed;
+        return got <= size ? got : failed;
     });
 }
 
 int64_t enginefs_write(enginefs_file* file, const void* data, uint64_t size) {
-    const OpenFile* const given = find(file);
-    if (given == nullptr || !is_block(data, size)) return -1;
-    if (!given->is_written)
-        return fs::refuse(EFSError::INVALID_ARGUMENT, fs::file_name(given->file.get()),
-                          "The file was opened for reading."),
-               -1;
     // Nothing but a full disk takes less without a reason of its own.
-    return ask_file(file, EFSError::DISK_FULL, "The disk is full.",
-                    [&](SFsFile& open) { return size == 0 || open.write(data, size) == size ? size : failed; });
+    return ask_file(file, EFSError::DISK_FULL, "The disk is full.", [&](const OpenFile& open) {
+        if (!is_block(data, size) || !may_write(open)) return failed;
+        return size == 0 || open.file->write(data, size) == size ? size : failed;
+    });
 }
 
 int enginefs_seek(enginefs_file* file, int64_t offset, int origin) {
@@ -106,12 +105,13 @@ int enginefs_seek(enginefs_file* file, int64_t offset, int origin) {
 }
 
 int64_t enginefs_tell(enginefs_file* file) {
-    return ask_file(file, EFSError::IO, "The position is not known.", [](SFsFile& open) { return open.tell(); });
+    return ask_file(file, EFSError::IO, "The position is not known.",
+                    [](const OpenFile& open) { return open.file->tell(); });
 }
 
 int64_t enginefs_length(enginefs_file* file) {
     return ask_file(file, EFSError::UNSUPPORTED, "The file does not tell its length.",
-                    [](SFsFile& open) { return open.length(); });
+                    [](const OpenFile& open) { return open.file->length(); });
 }
 
 int enginefs_set_end(enginefs_file* file) {

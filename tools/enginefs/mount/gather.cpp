@@ -46,9 +46,11 @@ class Gathering {
 public:
     explicit Gathering(const std::vector<ListedPack>& packs) : sources_(all_sources()) {
         for (const ListedPack& pack : packs) add_pack(pack);
-        std::ranges::stable_sort(entries_, {}, [](const Entry& entry) {
-            return std::pair(std::string_view(entry.name), entry.item.source);
-        });
+        const auto is_before = [](const Entry& a, const Entry& b) {
+            const int order = a.name.compare(b.name);
+            return order != 0 ? order < 0 : a.item.source < b.item.source;
+        };
+        if (!std::ranges::is_sorted(entries_, is_before)) std::ranges::stable_sort(entries_, is_before);
     }
 
     std::vector<Table::Item> run() {

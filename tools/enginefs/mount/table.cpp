@@ -29,10 +29,12 @@ public:
     Builder(Table& table, std::vector<Item>& items) : table_(table), items_(items) {}
 
     void build() {
-        std::sort(items_.begin(), items_.end(), [](const Item& a, const Item& b) {
+        const auto is_before = [](const Item& a, const Item& b) {
             const auto order = compare_folded(a.path, b.path);
             return order != 0 ? order < 0 : a.source < b.source;
-        });
+        };
+        if (!std::is_sorted(items_.begin(), items_.end(), is_before))
+            std::sort(items_.begin(), items_.end(), is_before);
         table_.nodes_.push_back({.is_directory = true});
         below_.push_back({items_, 0});
         for (std::size_t at = 0; at < table_.nodes_.size(); ++at)

@@ -7,6 +7,7 @@
 
 #define FUSE_USE_VERSION 35
 #include <fuse_lowlevel.h>
+#include <malloc.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
@@ -227,6 +228,8 @@ bool show_view(const View& view, const ViewOptions& options, const std::function
     if (session == nullptr || fuse_set_signal_handlers(session.get()) != 0 ||
         fuse_session_mount(session.get(), options.place.c_str()) != 0)
         return fail(options.place, "it cannot be mounted: " + reason_of_failure());
+    fuse_set_log_func(nullptr);
+    malloc_trim(0);  // what gathering the names took
     ready();
     fuse_loop_config threads{.clone_fd = 0, .max_idle_threads = 10};
     const int ended = fuse_session_loop_mt(session.get(), &threads);

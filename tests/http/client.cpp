@@ -1,0 +1,93 @@
+// Mounts the pack at a URL and holds all of its entries against the same pack on the disk:
+//
+//   http_client URL CACHE PACK THREADS [OPTION=NUMBER]...      the threads take turns with the entries; 0: only mount
+//
+// Prints "N good" and, where entries failed, their number and the last reason; "wrong bytes" is the one thing that may
+// never be seen. Status 1 when it does not mount.
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <engine/filesystem.h>
+#include <engine/filesystem/comfort.h>
+#include <engine/filesystem_http.h>
+
+namespace {
+
+struct Counts {
+    std::atomic<int> good{0};
+    std::atomic<int> failed{0};
+    std::atomic<int> wrong{0};
+    std::mutex lock;
+    std::string reason;
+};
+
+void compare(CZip_dir& disk, const std::string& name, Counts& counts) {
+    fs::string here;
+    fs::string there;
+    const fs::file_ptr file(disk.open_read(fs::path(name.c_str(), true), FFSOpenFlags::NONE));
+    if (!file || !fs::read_rest(file.get(), here)) std::abort();
+    fs::clear_error();
+    const bool is_whole = fs::load_text_file(there, name.c_str()) && fs::last_error().code == EFSError::NONE;
+    if (is_whole) {
+        ++(here == there ? counts.good : counts.wrong);
+        return;
+    }
+    ++counts.failed;
+    const std::lock_guard guard(counts.lock);
+    counts.reason = fs::last_error().text;
+}
+
+bool set_option(fs::http::options& how, const std::string& text) {
+    const std::pair<const char*, std::uint32_t*> known[] = {
+        {"connections", &how.connections},    {"retries", &how.retries},         {"stall", &how.stall_timeout_ms},
+        {"connect", &how.connect_timeout_ms}, {"longest", &how.longest_wait_ms},
+    };
+    const std::size_t equal = text.find('=');
+    if (equal == std::string::npos) return false;
+    const auto number = static_cast<std::uint32_t>(std::strtoul(text.c_str() + equal + 1, nullptr, 10));
+    for (const auto& [name, value] : known)
+        if (text.compare(0, equal, name) == 0) return *value = number, true;
+    return text.starts_with("first=") && (how.first_bytes = number, true);
+}
+
+int run(const char* url, const char* cache, const char* pack, unsigned threads, const fs::http::options& how) {
+    CZip_dir disk;
+    ztl::vector<SFsPackEntry> entries;
+    if (!fs::list_pack(pack, entries) || !disk.init(fs::path(pack, false), FFSAddSourceFlags::NONE, nullptr)) return 2;
+    if (!fs::http::add_pack(url, cache, how)) {
+        std::printf("%s (%u)\n", fs::last_error().text.c_str(), static_cast<unsigned>(fs::last_error().code));
+        return 1;
+    }
+    Counts counts;
+    std::atomic<std::size_t> next{0};
+    const auto work = [&] {
+        for (std::size_t at = next++; at < entries.size(); at = next++) compare(disk, entries[at].name, counts);
+    };
+    std::vector<std::thread> workers;
+    for (unsigned started = 0; started < threads; ++started) workers.emplace_back(work);
+    for (std::thread& worker : workers) worker.join();
+    std::printf("%d good", counts.good.load());
+    if (counts.failed != 0) std::printf(", %d failed: %s", counts.failed.load(), counts.reason.c_str());
+    if (counts.wrong != 0) std::printf(", %d wrong bytes", counts.wrong.load());
+    std::puts("");
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    fs::http::options how;
+    bool is_good = argc >= 5;
+    for (int at = 5; at < argc; ++at) is_good = is_good && set_option(how, argv[at]);
+    if (!is_good || !fs::init({.root = "/", .flags = FFSAddSourceFlags::NONE, .use_fallback = false})) return 2;
+    CrashDisableOutToConsole();
+    const int status = run(argv[1], argv[2], argv[3], static_cast<unsigned>(std::atoi(argv[4])), how);
+    fs::shutdown();
+    return status;
+}

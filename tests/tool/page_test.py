@@ -1,0 +1,120 @@
+#!/usr/bin/env python3
+"""Holds the page of "enginefs report" against what the packs in it list: its data, its tables and its policy.
+
+usage: page_test.py PROGRAM [EMULATOR]
+"""
+import base64
+import hashlib
+import html
+import json
+import os
+import re
+import subprocess
+import zipfile
+import zlib
+
+import kit
+
+HOSTILE = ["</script><script>boom", "<!--", "<img src=x onerror=boom>.png", '" onload=boom & &lt;.txt', "line\nbreak.txt", "\u202eotxt.exe",
+           "../climbs.txt", "/rooted.txt", "Mixed/Case.TXT", "mixed/case.txt", "deep/" * 90 + "end", "caf?.txt"]
+
+
+def hostile_pack(tool):
+    with zipfile.ZipFile(tool.path("hostile.pak"), "w", zipfile.ZIP_DEFLATED) as out:
+        for number, name in enumerate(HOSTILE):
+            out.writestr(name, b"x" * (100 * number + 7))
+    tool.write("hostile.pak", tool.read("hostile.pak").replace(b"caf?", b"caf\xe9"))
+
+
+def data_of(tool, page):
+    return json.loads(re.search(r'<script type="application/json" id="data">(.*)</script>', tool.read(page).decode())[1])
+
+
+def files_of(data):
+    """(name, size, packed) of every file, the name without its place."""
+    paths, files, rest = [""], [], iter(zip(data["names"], data["sizes"], data["saved"]))
+    for d in range(1, len(data["dirs"])):
+        paths.append(paths[data["parents"][d]] + data["dirs"][d] + "/" if d > data["places"] else "")
+    for d, count in enumerate(data["counts"]):
+        files += [(paths[d] + name, size, size - saved) for name, size, saved in (next(rest) for _ in range(count))]
+    return files
+
+
+def listed(tool, pack):
+    words = [*tool.command, "list", "--long", "--json", pack]
+    entries = json.loads(subprocess.run(words, capture_output=True, check=True, cwd=tool.where).stdout)
+    return [(entry["name"], entry["size"], entry["packed"]) for entry in entries]
+
+
+def data_is_what_packs_list(tool):
+    hostile_pack(tool)
+    tool.run("report page.html --pack hostile.pak")
+    wanted = [(name.replace("\n", "\\x0a").replace("\ufffd", "\\xe9"), *rest) for name, *rest in listed(tool, "hostile.pak")]
+    wanted.append(("Readme.txt", 6, 6))
+    tool.check(sorted(files_of(data_of(tool, "page.html"))) == sorted(wanted), "the data of the page is not what the pack lists")
+    page = tool.read("page.html").decode()
+    tool.check("<img" not in page and "<script>boom" not in page, "a name stands in the page as it is")
+    tool.check(page.count("<script") == 2 and page.count("<!--") == 0, "a name is taken for a part of the page")
+    policy = re.search(r'http-equiv="Content-Security-Policy" content="([^"]*)"', page)[1]
+    for kind in ("script", "style"):
+        text = re.search(f"<{kind}>(.*)</{kind}>", page, re.S)[1]
+        digest = base64.b64encode(hashlib.sha256(text.encode()).digest()).decode()
+        tool.check(f"{kind}-src 'sha256-{digest}'" in policy, f"the policy keeps the page's own {kind} out")
+    tool.check(policy.startswith("default-src 'none'; "), f"the policy is {policy}")
+
+
+def rows_of(tool, page, heading):
+    """The texts of the cells of a table's rows."""
+    table = re.search(rf"<h2>{heading}</h2>.*?<tbody>(.*?)</tbody>", tool.read(page).decode(), re.S)
+    rows = table[1].split("<tr>")[1:] if table else []
+    return [[html.unescape(re.sub("<(?!br)[^>]*>", "", cell)).strip() for cell in row.split("<td")[1:]] for row in rows]
+
+
+def tables(tool):
+    equal = bytes(range(256)) * 40
+    delta = int(f"{0x104C11DB7:b}"[::-1], 2).to_bytes(5, "little")  # the checksum's polynomial, which it does not see
+    other = bytes(a ^ b for a, b in zip(equal, delta)) + equal[5:]
+    tool.check(zlib.crc32(equal) == zlib.crc32(other), "the two contents have different checksums")
+    for name, data in (("Maps/One.txt", b"first"), ("b.bin", equal), ("c.bin", equal), ("d.bin", other)):
+        tool.write("in/" + name, data)
+    tool.write("root/maps/one.txt", b"of the root")
+    tool.write("record.txt", b"c.bin\r\nNOWHERE.txt\nmaps\\one.txt\nc.bin\n")
+    tool.run("pack in.pak in", 0, "~4 files")
+    with zipfile.ZipFile(tool.path("noise.pak"), "w", zipfile.ZIP_DEFLATED) as out:
+        out.writestr("noise.bin", os.urandom(9000))
+    tool.run("--add in.pak report all.html --pack noise.pak --record record.txt --title <b>_of_two")
+    for heading, wanted in (
+            ("Packs and directories", [["noise.pak", "pack", "1"], ["in.pak", "pack", "4"], ["root", "directory", "2"]]),
+            ("Shadowed", [["maps/one.txt", "root", "11", "11", "in.pak"]]),
+            ("Gains nothing by deflate", [["noise.bin", "noise.pak", "9,000"]]),
+            ("Never read", [["noise.bin"], ["b.bin"], ["d.bin"], ["Readme.txt", "root", "6"]]),
+            ("Wasted by duplicates", [["b.bin<br>c.bin<br>d.bin", "3", "10,240"]])):
+        # A cell begins with its attributes and ">".
+        found = [[cell.rsplit(">", 1)[-1] if "<br" not in cell else cell.lstrip(">") for cell in row] for row in rows_of(tool, "all.html", heading)]
+        same = sorted(row[:len(want)] for row, want in zip(found, wanted)) if len(found) == len(wanted) else found
+        tool.check([sorted(row) for row in same] == [sorted(row) for row in sorted(wanted)], f"{heading}: {found}")
+    data = data_of(tool, "all.html")
+    order = [files_of(data)[file][0] for file in data["order"]]
+    tool.check(order == ["c.bin", "maps/one.txt"], f"the order of access is {order}")
+    tool.check(b"<h1>&#60;b&#62; of two</h1>" in tool.read("all.html"), "the title is not text")
+    tool.run("report exact.html --pack in.pak --exact")
+    found = rows_of(tool, "exact.html", "Wasted by duplicates")
+    tool.check(len(found) == 1 and "b.bin<br>c.bin" in found[0][0] and "d.bin" not in found[0][0], f"--exact: {found}")
+
+
+def size_and_failures(tool):
+    with zipfile.ZipFile(tool.path("many.pak"), "w") as out:
+        for number in range(60000):
+            out.writestr(f"textures/level{number % 300}/material_{number}_normal.dds", b"x")
+    tool.write("many.txt", b"".join(b"textures/level%d/material_%d_normal.dds\n" % (number % 300, number) for number in range(60000)))
+    tool.run("report many.html --pack many.pak --record many.txt")
+    size = len(tool.read("many.html"))
+    tool.check(size <= 4_000_000, f"60,000 entries are a page of {size} bytes")
+    tool.write("kept.html", b"what was there")
+    tool.fails(("report kept.html --pack nowhere.pak", "nowhere.pak"), ("report kept.html --record nowhere.txt", "nowhere.txt"),
+               ("report nowhere/page.html", "its directory does not exist"))
+    tool.is_file("kept.html", b"what was there")
+
+
+if __name__ == "__main__":
+    kit.main([data_is_what_packs_list, tables, size_and_failures])
