@@ -41,11 +41,13 @@ static int show_readdir(const char* path, void* buffer, fuse_fill_dir_t fill, of
     char name[4096];
     DIR* const directory = opendir(below(path, name));
     const struct dirent* item;
-    (void)offset, (void)file, (void)flags;
+    (void)offset, (void)file;
     if (directory == NULL) return -errno;
     while ((item = readdir(directory)) != NULL) {
         struct stat known = {.st_ino = item->d_ino, .st_mode = (mode_t)item->d_type << 12};
-        if (fill(buffer, item->d_name, &known, 0, 0) != 0) break;
+        const int with_attributes = (flags & FUSE_READDIR_PLUS) != 0 &&
+                                    fstatat(dirfd(directory), item->d_name, &known, AT_SYMLINK_NOFOLLOW) == 0;
+        if (fill(buffer, item->d_name, &known, 0, with_attributes ? FUSE_FILL_DIR_PLUS : 0) != 0) break;
     }
     closedir(directory);
     return 0;

@@ -25,6 +25,9 @@ add_custom_target(packages
     COMMAND ${PROJECT_SOURCE_DIR}/packaging/make-packages ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR}/build/packages
     VERBATIM USES_TERMINAL)
 add_dependencies(packages engine_filesystem enginefs)
+if(TARGET engine_filesystem_c_import)
+    add_dependencies(packages engine_filesystem_c_import)
+endif()
 if(TARGET pages)
     add_dependencies(packages pages)
 endif()

@@ -21,7 +21,9 @@ int main(int argc, char** argv) {
     options.flags = ENGINEFS_SOURCE_RECURSIVE | ENGINEFS_SOURCE_INDEX_NAMES;
     if (enginefs_init(&options) != ENGINEFS_OK) return failed("the file system does not start");
 
-    if (enginefs_save("saves/settings.txt", settings, sizeof settings - 1, ENGINEFS_OPEN_REPLACE) != ENGINEFS_OK)
+    /* WHOLE_NAME: a file whose name only ends like this is another one. */
+    if (enginefs_save("saves/settings.txt", settings, sizeof settings - 1,
+                      ENGINEFS_OPEN_REPLACE | ENGINEFS_OPEN_WHOLE_NAME) != ENGINEFS_OK)
         return failed("the settings were not saved");
     names = enginefs_search("", "*.txt", 1);
     for (i = 0; i < enginefs_list_count(names); ++i) {

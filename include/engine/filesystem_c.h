@@ -148,6 +148,25 @@ ENGINE_FS_API int enginefs_add_source(const char* path, uint32_t flags);
 /** The same, with every name of the source below `prefix`: "mods/cool" shows its "a.txt" as "mods/cool/a.txt". An
     empty prefix mounts as enginefs_add_source; a full path and one that climbs fail. */
 ENGINE_FS_API int enginefs_add_source_at(const char* path, const char* prefix, uint32_t flags);
+
+/** The bytes of a pack that is no file of the disk: nested in another one, encrypted, in memory, on the network. They
+    never change. The library calls it on any thread, several times at once, and holds no lock meanwhile: it may open
+    and read files, but not remove its own source. */
+typedef struct enginefs_pack_reader {
+    uint32_t struct_size;
+    uint32_t reserved; /* 0 */
+    uint64_t length;   /* bytes of the pack */
+    /* Reads `size` bytes at `offset` into `to`; any other answer than `size` is a failure. */
+    int64_t (*read_at)(void* user, uint64_t offset, void* to, uint64_t size);
+    void (*release)(void* user); /* null: none. Called once, when the library is done with the reader */
+    void* user;                  /* handed to both */
+} enginefs_pack_reader;
+
+/** Mounts the pack that `reader`, which is copied, reads. `name` is what sources and messages call it and what
+    enginefs_remove_source takes, any text of at most 259 bytes that no source has. When this fails, `release` has been
+    called before it returns, unless the structure itself was wrong; else it is called once the source is removed and
+    the last open file of the pack is closed. */
+ENGINE_FS_API int enginefs_add_pack_reader(const char* name, const enginefs_pack_reader* reader, uint32_t flags);
 /** Removes the source that was mounted from `path`, and cancels its loads. Files of it that are open stay usable. */
 ENGINE_FS_API int enginefs_remove_source(const char* path);
 
@@ -244,8 +263,9 @@ ENGINE_FS_API int enginefs_set_end(enginefs_file* file);
     is. `size` gets the bytes without that and may be null. `flags` as for enginefs_open. Never a part of the file:
     what enginefs_read tells of fails here too. */
 ENGINE_FS_API void* enginefs_load(const char* path, uint32_t flags, uint64_t* size);
-/** Makes the file of these bytes, or fills it anew. `flags` as for enginefs_open; with REPLACE the old file stays
-    until the new one is whole. `data` may be null when `size` is 0. */
+/** Makes the file of these bytes, or fills it anew. `flags` as for enginefs_open: with REPLACE the old file stays until
+    the new one is whole, and without WHOLE_NAME a file whose name ends like this may be the one that is filled. `data`
+    may be null when `size` is 0. */
 ENGINE_FS_API int enginefs_save(const char* path, const void* data, uint64_t size, uint32_t flags);
 /** 1 when a source, the fallback included, holds a file of this name, 0 when none does or the arguments are wrong.
     Of the flags WHOLE_NAME and IN_CACHE_DIR are heeded; so below. */

@@ -3,7 +3,9 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -48,7 +50,7 @@ protected:
 
     /// A pack in the root with one stored entry, "bytes", mounted.
     std::string MountPack(std::string_view bytes) {
-        const std::string path = directory_ / "one.pak";
+        std::string path = directory_ / "one.pak";
         enginefs_pack* const pack = enginefs_pack_create(path.c_str());
         EXPECT_EQ(enginefs_pack_add(pack, "bytes", bytes.data(), bytes.size(), ENGINEFS_METHOD_DEFLATE, 0, 0), 0);
         EXPECT_EQ(enginefs_pack_finish(pack), ENGINEFS_OK);
@@ -233,20 +235,6 @@ TEST_F(CInterface, DamageFailsTheReadThatMeetsIt) {
     EXPECT_EQ(enginefs_load("bytes", 0, nullptr), nullptr);
 }
 
-TEST_F(CInterface, ASeekableHandleReadsAStoredEntryAtThePositionAskedFor) {
-    std::string bytes(300'000, '\0');
-    for (std::size_t at = 0; at < bytes.size(); ++at) bytes[at] = static_cast<char>(at * at % 251);
-    MountPack(bytes);
-    enginefs_file* const file = enginefs_open("bytes", ENGINEFS_READ, ENGINEFS_OPEN_SEEKABLE);
-    std::string got(1000, '\0');
-    for (const std::int64_t at : {250'000, 3, 131'072, 40'000, 299'500}) {
-        ASSERT_EQ(enginefs_seek(file, at, ENGINEFS_SEEK_BEGIN), ENGINEFS_OK);
-        const std::int64_t count = enginefs_read(file, got.data(), got.size());
-        EXPECT_EQ(got.substr(0, static_cast<std::size_t>(count)), bytes.substr(static_cast<std::size_t>(at), 1000));
-    }
-    EXPECT_EQ(enginefs_close(file), ENGINEFS_OK);
-}
-
 TEST_F(CInterface, AWholeGzipStreamIsLoadedThoughItsLengthIsNotKnown) {
     const std::string bytes(200'000, 'z');
     ASSERT_EQ(enginefs_save("a.gz", bytes.data(), bytes.size(), ENGINEFS_OPEN_GZIP_LEVEL1), ENGINEFS_OK);
@@ -256,6 +244,47 @@ TEST_F(CInterface, AWholeGzipStreamIsLoadedThoughItsLengthIsNotKnown) {
     EXPECT_EQ(std::string_view(text), bytes);
     EXPECT_EQ(size, bytes.size());
     enginefs_free(text);
+}
+
+/// A pack in memory, which may be torn off.
+struct Memory {
+    std::string bytes;
+    bool is_torn = false;
+    std::atomic<int> released{0};
+
+    enginefs_pack_reader reader() {
+        auto made = sized<enginefs_pack_reader>();
+        made.length = bytes.size();
+        made.user = this;
+        made.read_at = [](void* user, std::uint64_t offset, void* to, std::uint64_t size) {
+            const Memory& memory = *static_cast<Memory*>(user);
+            if (memory.is_torn) throw std::bad_function_call();
+            return static_cast<std::int64_t>(memory.bytes.copy(static_cast<char*>(to), size, offset));
+        };
+        made.release = [](void* user) { ++static_cast<Memory*>(user)->released; };
+        return made;
+    }
+};
+
+TEST_F(CInterface, APackIsReadThroughTheHostAndReleasedOnceWhateverHappens) {
+    const std::string path = MountPack("in memory");
+    ASSERT_EQ(enginefs_remove_source(path.c_str()), ENGINEFS_OK);
+    Memory memory{.bytes = directory_.read("one.pak")};
+    const enginefs_pack_reader reader = memory.reader();
+    ASSERT_EQ(enginefs_add_pack_reader("memory", &reader, 0), ENGINEFS_OK) << error_text();
+    char* const text = static_cast<char*>(enginefs_load("bytes", 0, nullptr));
+    EXPECT_STREQ(text, "in memory");
+    enginefs_free(text);
+    EXPECT_EQ(enginefs_add_pack_reader("memory", &reader, 0), ENGINEFS_ERROR_ALREADY_EXISTS);
+    EXPECT_EQ(memory.released, 1);
+    EXPECT_EQ(enginefs_remove_source("memory"), ENGINEFS_OK);
+    EXPECT_EQ(memory.released, 2);
+    memory.is_torn = true;
+    EXPECT_EQ(enginefs_add_pack_reader("memory", &reader, 0), ENGINEFS_ERROR_IO);
+    EXPECT_EQ(memory.released, 3);
+    EXPECT_EQ(enginefs_add_pack_reader(nullptr, &reader, 0), ENGINEFS_ERROR_INVALID_ARGUMENT);
+    EXPECT_EQ(memory.released, 4);
+    EXPECT_EQ(enginefs_add_pack_reader("memory", nullptr, 0), ENGINEFS_ERROR_INVALID_ARGUMENT);
 }
 
 struct Heard {
@@ -283,6 +312,24 @@ TEST_F(CInterface, ALogCallbackThatThrowsLosesNothingAndEndsWithItsRemoval) {
     const int level = enginefs_log_level(ENGINEFS_LOG_DEBUG);
     EXPECT_EQ(enginefs_log_level(level), ENGINEFS_LOG_DEBUG);
     EXPECT_EQ(enginefs_log_level(-1), level);
+}
+
+TEST_F(CInterface, ARemovedLogCallbackRunsNoMoreWhateverOthersLog) {
+    std::atomic<bool> ends{false};
+    std::thread speaker([&] {
+        while (!ends) enginefs_log(ENGINEFS_LOG_ERROR, "Other", "word\n");
+    });
+    for (int turn = 0; turn < 200; ++turn) {
+        const auto heard = std::make_unique<Heard>();
+        enginefs_set_log(hear, heard.get());
+        while (heard->lines == 0) std::this_thread::yield();
+        enginefs_set_log(nullptr, nullptr);
+        const int before = heard->lines;
+        std::this_thread::yield();
+        EXPECT_EQ(heard->lines, before);
+    }
+    ends = true;
+    speaker.join();
 }
 
 /// Releases its load and throws.

@@ -19,7 +19,7 @@ HEADER = "include/engine/filesystem_c.h"
 DUMP = "tests/c_interface/ENGINEFS_1.abi"
 DECLARATION = re.compile(r"^ENGINE_FS_API ([^;]*?(\w+)\([^;]*\));", re.M)
 DUMP_OPTIONS = ("--load-all-types", "--no-corpus-path", "--no-comp-dir-path", "--no-show-locs", "--no-elf-needed",
-                "--no-architecture")
+                "--no-architecture", "--type-id-style", "hash")
 
 
 def run(*command):

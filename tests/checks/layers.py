@@ -31,7 +31,7 @@ def layer(path):
         return 0
     if path.startswith(("engine/kernel/", "include/engine/kernel/")):
         return 1
-    if path.startswith(("tools/", "examples/", "modules/")):
+    if path.startswith(("tools/", "examples/", "modules/", "include/engine/adapters/")):
         return 9
     room = ROOM.match(path)
     return ROOMS.get(room.group(1)) if room else None

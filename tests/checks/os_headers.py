@@ -14,7 +14,8 @@ import sources
 # A header of C++ has neither a directory nor an ending.
 C_HEADERS = {name + ".h" for name in ("assert ctype errno float inttypes limits math stdarg stddef stdint stdio stdlib string "
                                       "time wchar wctype").split()}
-LIBRARIES = {"engine/": ("zlib.h", "miniz.h", "libdeflate.h", "igzip_lib.h", "crc.h", "zstd.h"), "tools/": ("CLI/", "nlohmann/", "zlib.h", "libdeflate.h")}
+LIBRARIES = {"engine/": ("zlib.h", "miniz.h", "libdeflate.h", "igzip_lib.h", "crc.h", "zstd.h"), "tools/": ("CLI/", "nlohmann/", "zlib.h", "libdeflate.h"),
+             "examples/adapters/": ("SDL.h", "SDL3/SDL.h", "lua.h", "lauxlib.h", "lualib.h", "stb_image.h", "imgui.h")}
 SYSTEM_FOLDERS = ("engine/platform/posix/", "engine/platform/linux/", "engine/platform/windows/",
                   "tools/enginefs/terminal.cpp", "tools/enginefs/mount/fuse/")
 

@@ -14,7 +14,6 @@ from typing import IO, Any, Callable, Iterable, NamedTuple, Optional, Type, Unio
 from . import _native
 from ._files import open_file
 from ._native import c, check, disk_path, encode, failure
-from ._path import Path
 
 DiskPath = Union[str, "os.PathLike[str]"]
 Log = Callable[[int, str, str], Any]
@@ -131,10 +130,6 @@ class Mount:
              errors: Optional[str] = None, newline: Optional[str] = None) -> IO[Any]:
         """As enginefs.open."""
         return open_file(file, mode, buffering, encoding, errors, newline)
-
-    def path(self, *parts: str) -> Path:
-        """A Path; without parts, the top of the tree."""
-        return Path(*parts)
 
     def close(self) -> None:
         """Stops the file system. Nothing happens when it was stopped before."""

@@ -72,7 +72,6 @@ _SIGNATURES: dict[str, tuple[Any, ...]] = {
     "shutdown": (c_int,),
     "free": (None, c_void_p),
     "last_error": (c_int, POINTER(Error)),
-    "list_count": (c_int64, c_void_p),
     "list_block": (c_void_p, c_void_p, POINTER(c_uint64)),
     "list_free": (c_int, c_void_p),
     "add_source_at": (c_int, c_char_p, c_char_p, c_uint32),
@@ -89,7 +88,6 @@ _SIGNATURES: dict[str, tuple[Any, ...]] = {
     "tell": (c_int64, c_void_p),
     "length": (c_int64, c_void_p),
     "set_end": (c_int, c_void_p),
-    "load": (c_void_p, c_char_p, c_uint32, POINTER(c_uint64)),
     "save": (c_int, c_char_p, c_void_p, c_uint64, c_uint32),
     "stat": (c_int, c_char_p, c_uint32, POINTER(FileInfo)),
     "remove": (c_int, c_char_p),
@@ -107,7 +105,6 @@ _SIGNATURES: dict[str, tuple[Any, ...]] = {
     "pack_entry_at": (c_int, c_void_p, c_uint64, POINTER(EntryInfo)),
     "set_log": (None, LogCallback, c_void_p),
     "log_level": (c_int, c_int),
-    "log": (c_int, c_int, c_char_p, c_char_p),
 }
 
 

@@ -70,7 +70,7 @@ class Path(PurePosixPath):
         pieces, start = PurePosixPath(pattern.lower()).parts, len(self.parts)
         if not pieces or pieces[0] == "/":
             raise ValueError("a pattern is relative and not empty")
-        below = map(type(self), _below(self, recursive=True))
+        below = map(type(self), _below(self, recursive=len(pieces) > 1 or "**" in pieces))
         return (path for path in below if _matches(path.parts[start:], pieces))
 
     def rglob(self, pattern: str) -> Iterator[Path]:

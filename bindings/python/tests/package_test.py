@@ -69,13 +69,15 @@ class Mounted(unittest.TestCase):
         self.addCleanup(directory.cleanup)
         self.top = pathlib.Path(directory.name)
         self.root = self.top / "root"
-        for name, data in {"one.txt": TEXT, "levels/a.json": b'{"n": [1, 2]}', "levels/deep/b.json": b"{}", "levels/c.bin": NOISE}.items():
+        on_disk = {"one.txt": TEXT, "levels/a.json": b'{"n": [1, 2]}', "levels/deep/b.json": b"{}", "levels/c.bin": NOISE}
+        for name, data in on_disk.items():
             (self.root / name).parent.mkdir(parents=True, exist_ok=True)
             (self.root / name).write_bytes(data)
         self.pack = self.top / "base.pak"
         with enginefs.PackWriter(self.pack) as pack:
-            for name, data in {"packed/stored.bin": NOISE, "packed/photo.png": picture(), "packed/inner.zip": nested_zip(), "packed/array.npy": array_file()}.items():
-                pack.add(name, data, enginefs.Method.STORE, 0)
+            packed = {"stored.bin": NOISE, "photo.png": picture(), "inner.zip": nested_zip(), "array.npy": array_file()}
+            for name, data in packed.items():
+                pack.add("packed/" + name, data, enginefs.Method.STORE, 0)
             pack.add("packed/text.txt", memoryview(bytearray(TEXT)), mtime=1_000_000_000)
         self.mount = enginefs.Mount(self.root, packs=[self.pack])
         self.addCleanup(self.mount.close)
@@ -100,11 +102,12 @@ def use(opening, name: str, mode: str, steps) -> list:
 
 class Opening(Mounted):
     def test_modes_do_what_those_of_io_do(self) -> None:
-        steps = [lambda f: f.read(7), lambda f: f.write(b"12345" if "b" in f.mode else "12345"), lambda f: f.seek(3), lambda f: f.readline(),
-                 lambda f: f.truncate(9), lambda f: f.seek(0, 2), lambda f: f.seek(-1), lambda f: f.seek(500), lambda f: f.read(), lambda f: f.tell()]
+        steps = [lambda f: f.read(7), lambda f: f.write(b"12345" if "b" in f.mode else "12345"), lambda f: f.seek(3),
+                 lambda f: f.readline(), lambda f: f.truncate(9), lambda f: f.seek(0, 2), lambda f: f.seek(-1),
+                 lambda f: f.seek(500), lambda f: f.read(), lambda f: f.tell()]
         own = self.top / "own"
         own.mkdir()
-        for mode in ("r", "rb", "r+", "r+b", "w", "wb", "w+", "w+b", "a", "ab", "a+", "a+b", "x", "xb", "x+b", "rw", "b", "rbt", ""):
+        for mode in "r rb r+ r+b w wb w+ w+b a ab a+ a+b x xb x+b rw b rbt rr".split():
             for name, before in (("old.dat", b"first\nsecond\nthird\n"), ("new.dat", None)):
                 for folder in (own, self.root):
                     (folder / name).unlink(missing_ok=True)
@@ -250,6 +253,7 @@ class Packs(Mounted):
 class Documents(unittest.TestCase):
     def test_what_the_documents_show_runs(self) -> None:
         tree = pathlib.Path(enginefs.__file__).parents[3]
+        self.addCleanup(os.chdir, os.getcwd())
         for document in ("README.md", "bindings/python/README.md", "docs/embedding.md"):
             for block in re.findall(r"```python\n(.*?)```", (tree / document).read_text(), re.S):
                 with self.subTest(document=document), tempfile.TemporaryDirectory() as directory:
@@ -258,8 +262,8 @@ class Documents(unittest.TestCase):
                     pathlib.Path(directory, "game/levels/three.json").write_text("{}")
                     with enginefs.PackWriter(f"{directory}/game/base.pak") as pack:
                         pack.add("levels/four.json", b"{}")
-                    out = io.StringIO()
-                    with contextlib.chdir(directory), contextlib.redirect_stdout(out):
+                    os.chdir(directory)
+                    with contextlib.redirect_stdout(io.StringIO()) as out:
                         exec(block, {})  # noqa: S102
                     self.assertIn("levels/", out.getvalue())
 
@@ -317,10 +321,12 @@ class Process(Mounted):
         self.assertEqual(unraisable, ["from the callback"] * len(lines))
 
     def test_a_library_that_does_not_fit_is_told_at_import(self) -> None:
-        for library, text in (("/nonexistent.so", "cannot load its library"), ("libm.so.6", "needs a library .* of no known version, and it lacks"),
+        for library, text in (("/nonexistent.so", "cannot load its library"),
+                              ("libm.so.6", "needs a library .* of no known version, and it lacks"),
                               (OTHER_LIBRARY, r"needs a library engine_filesystem 1.x.* is 2\.5\.7, and it lacks")):
-            done = subprocess.run([sys.executable, "-B", "-c", "import enginefs"], env={**os.environ, "ENGINEFS_LIBRARY": library},
-                                  capture_output=True, text=True, check=False)
+            environment = {**os.environ, "ENGINEFS_LIBRARY": library}
+            done = subprocess.run([sys.executable, "-B", "-c", "import enginefs"], env=environment, capture_output=True,
+                                  text=True, check=False)
             self.assertRegex(done.stderr.splitlines()[-1], f"^ImportError: enginefs [0-9.]+ .*{text}")
 
 

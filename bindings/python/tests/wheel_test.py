@@ -54,7 +54,8 @@ def main(standalone: str, shared: str) -> None:
         install(wheel, top / "target")
         used = run(sys.executable, "-B", "-s", "-c", USE, top / "made.pak", cwd=top, env={"PYTHONPATH": top / "target"})
         assert used.returncode == 0, used.stderr
-        assert used.stdout.splitlines() == [str(top / "target/enginefs" / name) for name in ("__init__.py", "libengine_filesystem.so")], used.stdout
+        package = top / "target/enginefs"
+        assert used.stdout.split() == [str(package / "__init__.py"), str(package / "libengine_filesystem.so")], used.stdout
         print(f"wheel_test: good, {wheel.name}, {wheel.stat().st_size} bytes")
 
 

@@ -1,5 +1,6 @@
 #include <cstring>
 #include <mutex>
+#include <utility>
 
 #include <engine/filesystem/log.h>
 #include <engine/filesystem_c.h>
@@ -18,7 +19,9 @@ struct Listener {
     mt::detail::ConditionVariable idle;
     enginefs_log_callback callback = nullptr;
     void* user = nullptr;
+    unsigned turn = 0;     // how often it was replaced
     unsigned running = 0;  // calls of it now
+    unsigned older = 0;    // calls now of those before it
 };
 Listener& listener() {
     static platform::NeverDestroyed<Listener> instance;
@@ -33,6 +36,7 @@ void tell(Log::ELevel::TYPE level, const char* category, const char* text) {
     std::unique_lock guard(to.lock);
     const enginefs_log_callback callback = to.callback;
     void* const user = to.user;
+    const unsigned turn = to.turn;
     if (callback == nullptr) return;
     ++to.running;
     guard.unlock();
@@ -43,7 +47,11 @@ void tell(Log::ELevel::TYPE level, const char* category, const char* text) {
     }
     --callbacks_here;
     guard.lock();
-    if (--to.running == 0) to.idle.notify_all();
+    if (turn == to.turn) {
+        --to.running;
+    } else if (--to.older == 0) {
+        to.idle.notify_all();
+    }
 }
 
 bool is_level(int level) {
@@ -58,8 +66,10 @@ void enginefs_set_log(enginefs_log_callback callback, void* user) {
     std::unique_lock guard(to.lock);
     to.callback = callback;
     to.user = user;
+    ++to.turn;
+    to.older += std::exchange(to.running, 0);
     LogSetPrintCallback(callback != nullptr ? tell : nullptr);
-    if (callbacks_here == 0) to.idle.wait(guard, [&] { return to.running == 0; });
+    if (callbacks_here == 0) to.idle.wait(guard, [&] { return to.older == 0; });
 }
 
 int enginefs_log_level(int level) {

@@ -1,0 +1,126 @@
+#!/usr/bin/env python3
+"""Runs the examples of the adapters over a pack, a good one and a damaged one.
+
+usage: adapters_test.py EXAMPLE PROGRAM [EMULATOR]
+"""
+import glob
+import os
+import random
+import struct
+import subprocess
+import sys
+import tempfile
+import zipfile
+import zlib
+
+WIDTH, HEIGHT, PIXEL = 61, 40, (10, 20, 30)
+LUA_GOOD = (
+    'assert(require("greet")("you") == "hello you" and require("deep.well").depth == 7 and package.loaded.greet)',
+    'local ok, why = pcall(require, "none.such") assert(not ok and why:find("no file \'scripts/none/such.lua\'", 1, true), why)',
+    'assert(why == nil) local ok, why = pcall(require, "broken") assert(not ok and why:find("scripts/broken.lua:1", 1, true), why)',
+    'local f, why, code = enginefs.open("nowhere") assert(f == nil and code == 1 and #why > 0)',
+    'assert(enginefs.exists("lines.txt") and not enginefs.exists("nowhere"))',
+    'local f = enginefs.open("lines.txt") assert(f:read() == "one" and f:read("*l") == "" and f:read(2) == "th") '
+    'assert(f:seek() == 7 and f:read("a") == "ree\\nfour" and f:read("a") == "" and f:read() == nil and f:read(1) == nil) '
+    'assert(f:seek("set", 4) == 4) local all = {} for line in f:lines() do all[#all + 1] = line end '
+    'assert(table.concat(all, "|") == "|three|four" and f:seek("end", -4) == 11 and f:read() == "four") '
+    'assert(f:seek("set", -1) == nil) f:close() f:close() assert(not pcall(f.read, f) and not pcall(f.lines, f))',
+    'local all, f = enginefs.load("deflated.bin"), enginefs.open("deflated.bin") '
+    'for i = 1, 300 do local at, size = math.random(0, #all), math.random(0, 9000) f:seek("set", at) '
+    'assert((f:read(size) or "") == all:sub(at + 1, at + size)) end',
+)
+
+
+def bmp():
+    row = bytes(reversed(PIXEL)) * WIDTH
+    rows = (row + b"\0" * (-len(row) % 4)) * HEIGHT
+    return struct.pack("<2sIIIIiiHHIIIIII", b"BM", 54 + len(rows), 0, 54, 40, WIDTH, HEIGHT, 1, 24, 0, len(rows), 0, 0, 0, 0) + rows
+
+
+def png():
+    def chunk(kind, data):
+        return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+    rows = (b"\0" + bytes(PIXEL) * WIDTH) * HEIGHT
+    # What a reader does not know it skips.
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", WIDTH, HEIGHT, 8, 2, 0, 0, 0)) +
+            chunk(b"teSt", bytes(9000)) + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
+
+
+class Examples:
+    def __init__(self, where, command):
+        self.where, self.command, self.failures = where, command, 0
+        # A Windows program names the disk under Wine by its letter.
+        self.native = "Z:" + where if command[0] != command[-1] and command[-1].endswith(".exe") else where
+
+    def run(self, pack, arguments, status=0, out="", err=""):
+        root = f"{self.native}/root"
+        result = subprocess.run([*self.command, root, f"{self.native}/{pack}", *arguments], capture_output=True, text=True,
+                                check=False, timeout=120)
+        if result.returncode != status or out not in result.stdout or err not in result.stderr:
+            self.failures += 1
+            print(f"{arguments}: status {result.returncode}, not {status}; wanted {out!r} and {err!r}\n{result.stdout}{result.stderr}")
+
+
+def write_packs(where):
+    """good.pak, and bad.pak: of its deflated.bin one byte in the middle is another. `where` also gets the plain bytes."""
+    numbers = random.Random(7)
+    data = b"".join(bytes(numbers.randrange(256) for _ in range(100)) * 3 for _ in range(2000))
+    os.mkdir(f"{where}/root")
+    with open(f"{where}/plain.bin", "wb") as plain:
+        plain.write(data)
+    texts = {"lines.txt": "one\n\nthree\nfour", "scripts/greet.lua": "return function(who) return 'hello ' .. who end",
+             "scripts/deep/well/init.lua": "return {depth = 7}", "scripts/broken.lua": "return return"}
+    with zipfile.ZipFile(f"{where}/good.pak", "w") as pack:
+        pack.writestr("stored.bin", data)
+        pack.writestr("deflated.bin", data, zipfile.ZIP_DEFLATED)
+        for name, content in {"sky.bmp": bmp(), "sky.png": png(), **texts}.items():
+            pack.writestr(name, content, zipfile.ZIP_DEFLATED)
+        for font in glob.glob("/usr/share/fonts/**/*.ttf", recursive=True)[:1]:
+            pack.write(font, "font.ttf", zipfile.ZIP_DEFLATED)
+        entry = pack.getinfo("deflated.bin")
+        middle = entry.header_offset + 100 + entry.compress_size // 2
+    with open(f"{where}/good.pak", "rb") as pack:
+        damaged = bytearray(pack.read())
+    damaged[middle] ^= 0xFF
+    with open(f"{where}/bad.pak", "wb") as pack:
+        pack.write(damaged)
+
+
+def run_example(example, run, native):
+    size_and_pixel = f"{WIDTH} x {HEIGHT}, the first pixel is {' '.join(map(str, PIXEL))}"
+    if example == "istream":
+        for name in ("stored.bin", "deflated.bin"):
+            run("good.pak", [name, f"{native}/plain.bin"], out="300 places and the whole are the same")
+        run("bad.pak", ["deflated.bin", f"{native}/plain.bin"], 1, err="deflated.bin: ")
+        run("good.pak", ["nowhere", f"{native}/plain.bin"], 1, err="nowhere: No source holds")
+    elif example == "sdl3":
+        run("bad.pak", ["deflated.bin"], 1, err="deflated.bin: ")
+        run("good.pak", ["nowhere"], 1, err="nowhere: ")
+        run("good.pak", ["lines.txt"], out=f"the last byte is {ord('r')}")
+    elif example in ("sdl2", "stb_image", "imgui"):
+        name = {"sdl2": "sky.bmp", "stb_image": "sky.png", "imgui": "font.ttf"}[example]
+        run("good.pak", [name], out="A is there" if example == "imgui" else size_and_pixel)
+        run("good.pak", ["nowhere"], 1, err="nowhere")
+    else:
+        for code in LUA_GOOD:
+            run("good.pak", [code])
+        run("bad.pak", ['assert(enginefs.load("deflated.bin"))'], 1, err="deflated.bin")
+
+
+def main(example, program, *emulator):
+    with tempfile.TemporaryDirectory() as where:
+        write_packs(where)
+        if example == "imgui" and "font.ttf" not in zipfile.ZipFile(f"{where}/good.pak").namelist():
+            print("not available: a font")
+            return
+        examples = Examples(where, [*filter(None, emulator), program])
+        run_example(example, examples.run, examples.native)
+        if example == "sdl3":
+            with open(f"{where}/root/copy", "rb") as copy:
+                examples.failures += copy.read() != b"one\n\nthree\nfour"
+        print(f"{example}: {examples.failures} complaint(s)")
+        sys.exit(1 if examples.failures else 0)
+
+
+if __name__ == "__main__":
+    main(*sys.argv[1:])
