@@ -197,10 +197,13 @@ bool watch_source(const fs::path& key) {
     all.followed.reserve(all.followed.size() + 1);
     if (all.watches == nullptr) all.watches = std::make_unique<Watches>();
     const bool begun = guarded(key.PathName(), false, [&] { return made.follower->begin(*all.watches); });
-    if (begun) all.followed.push_back(std::move(made));
+    if (begun) {
+        all.followed.push_back(std::move(made));
+        return true;
+    }
     made.follower.reset();
     all.drop_idle_watches();
-    return begun;
+    return false;
 }
 
 bool unwatch_source(const fs::path& key) {
