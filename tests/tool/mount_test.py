@@ -12,6 +12,7 @@ import shutil
 import signal
 import subprocess
 import sys
+import time
 
 import kit
 from kit import PLAIN
@@ -158,5 +159,41 @@ def tells_what_is_wrong(tool):
         tool.check(tried.returncode == 1 and b"/dev/fuse" in tried.stderr, f"without /dev/fuse: {tried}")
 
 
+def comes_to(tool, what, look):
+    """Whether `look` answers true within a while: changes are taken up some time after they are made."""
+    end = time.monotonic() + 20
+    while not (good := look()) and time.monotonic() < end:
+        time.sleep(0.02)
+    tool.check(good, f"{what} does not show")
+
+
+def follows_the_disk(tool):
+    view = tool.path("view")
+    tool.write("live/Kept.txt", b"before\n")
+    tool.write("live/sub/Gone.txt", b"gone\n")
+    tool.write("packed/z.bin", b"first\n" * 9)
+    tool.run("pack live.pak packed", 0, "~1 file")
+    with mounted(tool, "--root live --add live.pak mount view --follow"):
+        kept = os.stat(view + "/kept.txt").st_ino
+        tool.is_file("view/Kept.txt", b"before\n")
+        tool.check(not os.path.exists(view + "/New.txt") and os.listdir(view + "/sub") == ["Gone.txt"], "the view before")
+        tool.write("live/Kept.txt", b"after it was written\n")
+        tool.write("live/New.txt", b"new\n")
+        os.remove(tool.path("live/sub/Gone.txt"))
+        os.makedirs(tool.path("live/More/Deep"))
+        tool.write("live/More/Deep/x.txt", b"x\n")
+        comes_to(tool, "a change of content", lambda: tool.read("view/Kept.txt") == b"after it was written\n")
+        comes_to(tool, "a new file", lambda: os.path.exists(view + "/New.txt") and tool.read("view/new.TXT") == b"new\n")
+        comes_to(tool, "a new directory", lambda: os.path.exists(view + "/More/Deep/x.txt"))
+        comes_to(tool, "a removal", lambda: not os.path.exists(view + "/sub/Gone.txt"))
+        tool.check(os.stat(view + "/kept.txt").st_ino == kept, "a file that stays gets another inode")
+        comes_to(tool, "a listing", lambda: sorted(os.listdir(view)) == ["Kept.txt", "More", "New.txt", "sub", "z.bin"]
+                 and os.listdir(view + "/sub") == [])
+        tool.check(tool.read("view/z.bin") == b"first\n" * 9, "the pack before")
+        tool.write("packed/z.bin", b"other\n" * 9)
+        tool.run("pack live.pak packed", 0, "~1 file")
+        comes_to(tool, "a pack that was replaced", lambda: tool.read("view/z.bin") == b"other\n" * 9)
+
+
 if __name__ == "__main__":
-    kit.main([skip_where_absent, make_sources, shows_what_the_game_reads, tells_what_is_wrong])
+    kit.main([skip_where_absent, make_sources, shows_what_the_game_reads, follows_the_disk, tells_what_is_wrong])

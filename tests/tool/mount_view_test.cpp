@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 #include <random>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -68,6 +69,22 @@ TEST(MountTable, KeepsFileOrDirectoryOfTheFirstSource) {
     EXPECT_FALSE(table.find(table.lookup(Table::root, "b"))->is_directory);
     EXPECT_EQ(table.hidden(), (Names{"a", "b/"}));
     EXPECT_EQ(listed(Table({}), Table::root), Names());
+}
+
+TEST(MountTable, KeepsInodesOfWhatStaysAndGivesNoneTwice) {
+    const Table before({{.path = "a/one", .source = 0}, {.path = "a/two", .source = 0}, {.path = "kind", .source = 0}});
+    const Table after(
+        {{.path = "A/0new", .source = 0}, {.path = "A/Two", .source = 0}, {.path = "kind/x", .source = 0}}, &before);
+    const Table last({{.path = "a/one", .source = 0}, {.path = "a/0new", .source = 0}}, &after);
+    EXPECT_EQ(after.lookup_path("a/two"), before.lookup_path("a/two"));
+    EXPECT_EQ(after.lookup_path("a"), before.lookup_path("A"));
+    EXPECT_EQ(after.find(before.lookup_path("a/one")), nullptr);
+    EXPECT_EQ(last.lookup_path("a/0new"), after.lookup_path("a/0new"));
+    std::set<std::uint64_t> inodes;
+    for (const Table* const table : {&before, &after, &last})
+        for (const Table::Node& node : table->nodes()) inodes.insert(node.inode);
+    EXPECT_EQ(inodes.size(), 9U) << "root, a, one, two, kind as a file; 0new, kind as a directory, x; one again";
+    EXPECT_EQ(last.find(after.lookup_path("kind")), nullptr);
 }
 
 /// A file that must be decoded from its start to wherever it is read, as the worst of packs.
@@ -157,6 +174,17 @@ TEST_F(MountWindowCache, StreamsWhatIsReadInOrder) {
     use(0, 200 * kib);
     ASSERT_TRUE(reads(1, 0, 200 * kib));
     EXPECT_EQ(windows_->bytes(), 0U);
+}
+
+TEST_F(MountWindowCache, ForgetsAFileThatIsAnother) {
+    use(4096 * kib, 2000 * kib);
+    ASSERT_TRUE(reads(1, 0, 4 * kib));
+    ASSERT_TRUE(reads(2, 0, 4 * kib));
+    windows_->forget(1);
+    EXPECT_EQ(windows_->bytes(), WindowCache::window_size);
+    decoded_ = 0;
+    ASSERT_TRUE(reads(1, 0, 4 * kib));
+    EXPECT_EQ(decoded_, WindowCache::window_size);
 }
 
 TEST_F(MountWindowCache, FailsWhereTheFileIsDamagedAndThereAlone) {

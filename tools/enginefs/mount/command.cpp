@@ -17,6 +17,7 @@ struct Given {
     std::uint64_t memory_mib = 64;
     bool detach = false;
     bool allow_other = false;
+    bool follow = false;
 };
 
 #if defined(ENGINEFS_WITH_FUSE)
@@ -32,8 +33,14 @@ bool check_place(const std::string& told, const std::string& full) {
     return is_empty || fail(told, "it is not empty");
 }
 
+void tell_hidden(const Table& table) {
+    for (const std::string& hidden : table.hidden())
+        note(hidden, hidden.ends_with('/') ? "a file of an earlier source hides this directory"
+                                           : "a directory of an earlier source hides this file");
+}
+
 bool mount(const Given& given) {
-    const ViewOptions options{.place = full_native_path(given.place), .allow_other = given.allow_other};
+    ViewOptions options{.place = full_native_path(given.place), .allow_other = given.allow_other};
     if (!check_place(given.place, options.place)) return false;
     Detached detached;  // before anything has a thread, since only one goes along
     if (given.detach && !detached.start()) return false;
@@ -44,16 +51,15 @@ bool mount(const Given& given) {
     sources.fallback = false;
     Session session;
     if (!session.mount(sources)) return false;
-    const Table table(gather(packs));
+    const auto table = std::make_shared<const Table>(gather(packs));
+    tell_hidden(*table);
+    Follower follower(sources, given.follow ? std::move(packs) : std::vector<ListedPack>());
     packs = {};
-    for (const std::string& hidden : table.hidden())
-        note(hidden, hidden.ends_with('/') ? "a file of an earlier source hides this directory"
-                                           : "a directory of an earlier source hides this file");
-    WindowCache windows(given.memory_mib << 20, [&table](std::uint64_t inode) {
-        return fs::open_file(table.path(inode).c_str(), EFSMode::READ, FFSOpenFlags::WHOLE_NAME);
-    });
-    return show_view({.table = table, .windows = windows}, options, [&] {
-        print(given.place + ": " + counted(table.files(), "file", "files") + "\n");
+    if (given.follow && !follower.start()) return false;
+    if (given.follow) options.next = [&](const Table& before) { return follower.next(before); };
+    View view(table, given.memory_mib << 20);
+    return show_view(view, options, [&] {
+        print(given.place + ": " + counted(table->files(), "file", "files") + "\n");
         finish_output(exit_ok);
         detached.tell();
     });
@@ -73,6 +79,7 @@ void add_mount_command(Commands& commands) {
     added.given.session = &commands.session();
     added->add_option("DIR", added.given.place, "An empty directory")->required();
     added->add_flag("--detach", added.given.detach, "Go on in the background, and return once it can be read");
+    added->add_flag("--follow", added.given.follow, "Show what changes on the disk meanwhile");
     added->add_option("--memory", added.given.memory_mib, "How many MiB of decoded data to keep (default: 64)")
         ->type_name("MIB")
         ->check(CLI::Range(1, 1 << 20));

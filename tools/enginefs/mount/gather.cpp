@@ -44,7 +44,7 @@ private:
 
 class Gathering {
 public:
-    explicit Gathering(const std::vector<ListedPack>& packs) : sources_(all_sources()) {
+    Gathering(const std::vector<ListedPack>& packs, const Known& known) : sources_(all_sources()), known_(known) {
         for (const ListedPack& pack : packs) add_pack(pack);
         const auto is_before = [](const Entry& a, const Entry& b) {
             const int order = a.name.compare(b.name);
@@ -57,7 +57,7 @@ public:
         const std::vector<std::string> names = list_files("");
         items_.reserve(names.size());
         for (const std::string& name : names) {
-            if (!add_packed(name) && !add_from_disk(name)) note(name, "it is not there any more");
+            if (!add_known(name) && !add_packed(name) && !add_from_disk(name)) note(name, "it is not there any more");
         }
         if (const fs::idir* const top = fs::search_dir("")) add_empty_directories(*top, "", names);
         return std::move(items_);
@@ -82,6 +82,12 @@ private:
                                  .time = times_.time_of(entry.time),
                                  .is_decoded = entry.method != EFSPackMethod::STORE}});
         }
+    }
+
+    bool add_known(const std::string& name) {
+        std::optional<Table::Item> item = known_ ? known_(name) : std::nullopt;
+        if (item) items_.push_back(std::move(*item));
+        return item.has_value();
     }
 
     /// Names come in order, and the entries lie in it.
@@ -151,6 +157,7 @@ private:
     }
 
     const std::vector<SFsSourceInfo> sources_;
+    const Known& known_;
     LocalTimes times_;
     std::vector<Entry> entries_;  // of all packs
     std::size_t next_entry_ = 0;
@@ -170,4 +177,6 @@ bool list_packs(const std::vector<std::string>& sources, std::vector<ListedPack>
     return true;
 }
 
-std::vector<Table::Item> gather(const std::vector<ListedPack>& packs) { return Gathering(packs).run(); }
+std::vector<Table::Item> gather(const std::vector<ListedPack>& packs, const Known& known) {
+    return Gathering(packs, known).run();
+}

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,5 +19,8 @@ struct ListedPack {
 /// cannot be read.
 bool list_packs(const std::vector<std::string>& sources, std::vector<ListedPack>& out);
 
+/// What is known of a name already; nothing for one that is to be looked at.
+using Known = std::function<std::optional<Table::Item>(const std::string& name)>;
+
 /// What the mounted sources show: every file, from the source that wins, and the directories without any.
-std::vector<Table::Item> gather(const std::vector<ListedPack>& packs);
+std::vector<Table::Item> gather(const std::vector<ListedPack>& packs, const Known& known = nullptr);

@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr std::uint32_t none = ~std::uint32_t{0};
+
 char folded(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 std::weak_ordering compare_folded(std::string_view a, std::string_view b) {
@@ -19,14 +21,15 @@ std::weak_ordering compare_folded(std::string_view a, std::string_view b) {
 }
 
 /// Where the name that begins at `at` ends.
-std::size_t end_of_name(const std::string& path, std::size_t at) { return std::min(path.find('/', at), path.size()); }
+std::size_t end_of_name(std::string_view path, std::size_t at) { return std::min(path.find('/', at), path.size()); }
 
 }  // namespace
 
 /// Goes from the root downwards; what lies in a directory is a run of the sorted items.
 class Table::Builder {
 public:
-    Builder(Table& table, std::vector<Item>& items) : table_(table), items_(items) {}
+    Builder(Table& table, std::vector<Item>& items, const Table* before)
+        : table_(table), items_(items), before_(before) {}
 
     void build() {
         const auto is_before = [](const Item& a, const Item& b) {
@@ -35,7 +38,9 @@ public:
         };
         if (!std::is_sorted(items_.begin(), items_.end(), is_before))
             std::sort(items_.begin(), items_.end(), is_before);
-        table_.nodes_.push_back({.is_directory = true});
+        table_.by_inode_.resize(before_ != nullptr ? before_->by_inode_.size() : root + 1, none);
+        table_.by_inode_[root] = 0;
+        table_.nodes_.push_back({.inode = root, .is_directory = true});
         below_.push_back({items_, 0});
         for (std::size_t at = 0; at < table_.nodes_.size(); ++at)
             if (table_.nodes_[at].is_directory) fill(static_cast<std::uint32_t>(at));
@@ -95,6 +100,17 @@ private:
         return children;
     }
 
+    /// The number of a child that is about to be added.
+    std::uint32_t inode_of(std::uint32_t directory, std::string_view name, bool is_directory) {
+        if (before_ != nullptr) {
+            const std::uint64_t known = before_->lookup(table_.nodes_[directory].inode, name);
+            if (known != 0 && before_->find(known)->is_directory == is_directory)
+                return static_cast<std::uint32_t>(known);
+        }
+        table_.by_inode_.push_back(none);
+        return static_cast<std::uint32_t>(table_.by_inode_.size() - 1);
+    }
+
     void fill(std::uint32_t directory) {
         const std::vector<Child> children = children_of(below_[directory]);
         below_[directory] = {};
@@ -103,7 +119,10 @@ private:
         for (const Child& child : children) {
             const Item& item = *child.first;
             const bool is_directory = !child.run.items.empty();
-            table_.nodes_.push_back({.parent = directory,
+            const std::uint32_t inode = inode_of(directory, child.name, is_directory);
+            table_.by_inode_[inode] = static_cast<std::uint32_t>(table_.nodes_.size());
+            table_.nodes_.push_back({.inode = inode,
+                                     .parent = directory,
                                      .source = item.source,
                                      .name_at = static_cast<std::uint32_t>(table_.names_.size()),
                                      .name_size = static_cast<std::uint16_t>(child.name.size()),
@@ -118,17 +137,18 @@ private:
 
     Table& table_;
     std::vector<Item>& items_;
+    const Table* const before_;
     std::vector<Run> below_;  // of each node
 };
 
-Table::Table(std::vector<Item> items) {
-    Builder(*this, items).build();
+Table::Table(std::vector<Item> items, const Table* before) : made_(std::time(nullptr)) {
+    Builder(*this, items, before).build();
     nodes_.shrink_to_fit();
     names_.shrink_to_fit();
 }
 
 const Table::Node* Table::find(std::uint64_t inode) const {
-    return inode >= root && inode - root < nodes_.size() ? &nodes_[inode - root] : nullptr;
+    return inode < by_inode_.size() && by_inode_[inode] != none ? &nodes_[by_inode_[inode]] : nullptr;
 }
 
 std::uint64_t Table::lookup(std::uint64_t directory, std::string_view name) const {
@@ -139,17 +159,27 @@ std::uint64_t Table::lookup(std::uint64_t directory, std::string_view name) cons
         children, name, [](std::string_view a, std::string_view b) { return compare_folded(a, b) < 0; },
         [this](const Node& child) { return this->name(child); });
     if (found == children.end() || compare_folded(this->name(*found), name) != 0) return 0;
-    return root + node->first + static_cast<std::uint64_t>(found - children.begin());
+    return found->inode;
 }
 
 std::uint64_t Table::child(std::uint64_t directory, std::uint64_t index) const {
     const Node* const node = find(directory);
-    return node != nullptr && index < node->count ? root + node->first + index : 0;
+    return node != nullptr && index < node->count ? nodes_[node->first + index].inode : 0;
 }
 
 std::uint64_t Table::parent(std::uint64_t inode) const {
     const Node* const node = find(inode);
-    return node != nullptr ? root + node->parent : 0;
+    return node != nullptr ? nodes_[node->parent].inode : 0;
+}
+
+std::uint64_t Table::lookup_path(std::string_view path) const {
+    std::uint64_t inode = root;
+    for (std::size_t at = 0; inode != 0 && at < path.size();) {
+        const std::size_t end = end_of_name(path, at);
+        inode = lookup(inode, path.substr(at, end - at));
+        at = end + 1;
+    }
+    return inode;
 }
 
 std::string Table::path(std::uint64_t inode) const {

@@ -2,11 +2,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-/// The names of a mounted view, as inodes: numbers from 1, the root, upwards. It never changes once it is made.
+/// The names of a mounted view, as inodes: numbers from 1, the root, upwards. It never changes once it is made; one that
+/// takes its place keeps the numbers of what is there still, and gives none of them to another name.
 ///
 /// Names    one name for each, without regard to the case of ASCII letters; listed as they were given.
 /// Threads  any number at once.
@@ -24,6 +27,7 @@ public:
     };
 
     struct Node {
+        std::uint32_t inode = 0;
         std::uint32_t parent = 0;  // an index, as the next
         std::uint32_t first = 0;   // child
         std::uint32_t count = 0;   // of children
@@ -37,7 +41,7 @@ public:
     };
 
     /// Of a file and a directory of one name the one from the first source is kept; hidden() tells of the other.
-    explicit Table(std::vector<Item> items);
+    explicit Table(std::vector<Item> items, const Table* before = nullptr);
 
     /// Null for a number that no name has.
     const Node* find(std::uint64_t inode) const;
@@ -46,12 +50,15 @@ public:
     /// The inode of a directory's child, counted from 0; 0 behind the last.
     std::uint64_t child(std::uint64_t directory, std::uint64_t index) const;
     std::uint64_t parent(std::uint64_t inode) const;
+    /// The inode of a whole name, in any case; 0 when there is none.
+    std::uint64_t lookup_path(std::string_view path) const;
 
     std::string_view name(const Node& node) const { return {names_.data() + node.name_at, node.name_size}; }
     /// The whole name of a file or a directory.
     std::string path(std::uint64_t inode) const;
 
-    std::size_t size() const { return nodes_.size(); }  // with the root
+    std::span<const Node> nodes() const { return nodes_; }  // the root first
+    std::time_t made() const { return made_; }
     std::size_t files() const;
     std::uint64_t bytes() const;  // of all files
     /// The paths that were left out, those of directories with "/" at the end.
@@ -60,7 +67,9 @@ public:
 private:
     class Builder;
 
+    const std::time_t made_;
     std::vector<Node> nodes_;
+    std::vector<std::uint32_t> by_inode_;  // indices of nodes; `none` for one that is gone
     std::string names_;
     std::vector<std::string> hidden_;
 };

@@ -103,7 +103,7 @@ WindowCache::Block WindowCache::decode(Stream& stream, const File& file, std::ui
         const std::uint64_t size = std::min(window_size, file.size - at * window_size);
         block = take_block(size);
         if (!read_on(stream, file, at * window_size, block->data(), size)) return nullptr;
-        keep({{file.id, at}, block, at == index ? served : 0});
+        keep({{file.id, at}, block, at == index ? served : 0}, stream);
     }
     return block;
 }
@@ -143,11 +143,25 @@ WindowCache::Block WindowCache::take_block(std::uint64_t size) {
     return block != nullptr ? block : std::make_shared<std::vector<char>>(size);
 }
 
-void WindowCache::keep(Window window) {
+/// Nothing is kept of a file that was forgotten, or put aside, while it was decoded.
+void WindowCache::keep(Window window, const Stream& stream) {
     const std::lock_guard guard(mutex_);
+    const auto is_it = [&stream](const auto& entry) { return entry.second.get() == &stream; };
+    if (std::ranges::none_of(streams_, is_it)) return;
     used_ += window.block->size();
     windows_.push_front(std::move(window));
     by_key_[windows_.front().key] = windows_.begin();
+}
+
+void WindowCache::forget(std::uint64_t id) {
+    const std::lock_guard guard(mutex_);
+    damaged_.erase(id);
+    std::erase_if(streams_, [id](const auto& entry) { return entry.first == id; });
+    for (Place window = windows_.begin(); window != windows_.end();) {
+        const Place next = std::next(window);
+        if (window->key.id == id) drop(window);
+        window = next;
+    }
 }
 
 void WindowCache::drop(Place window) {

@@ -39,6 +39,9 @@ public:
     /// in fs::last_error; nothing is there for a file that was found to be damaged before, which fails for good.
     std::uint64_t read(const File& file, std::uint64_t offset, char* out, std::uint64_t size);
 
+    /// A file holds something else now: nothing that was decoded of it is used any more.
+    void forget(std::uint64_t id);
+
     std::uint64_t bytes() const;  // of the windows that are kept
 
 private:
@@ -73,7 +76,7 @@ private:
     std::shared_ptr<Stream> stream_of(std::uint64_t id);
     Block find(Key key, std::uint64_t served);
     Block take_block(std::uint64_t size);
-    void keep(Window window);
+    void keep(Window window, const Stream& stream);
     void drop(Place window);
 
     const std::uint64_t budget_;

@@ -1,7 +1,7 @@
 // The view as a file system of the kernel, by the low-level interface of libfuse: inodes are those of the table.
 //
-// Nothing changes while it is mounted, so the kernel may keep names, attributes, listings and bytes; it is told that
-// opening needs no answer at all, and asks but once. What remains is lookups, listings and reads.
+// Nothing changes while it is mounted, or the kernel is told what does, so it may keep names, attributes, listings and
+// bytes; opening needs no answer at all, and it asks for one but once. What remains is lookups, listings and reads.
 
 #include "mount/view.h"
 
@@ -15,11 +15,17 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <memory>
+#include <mutex>
 #include <new>
+#include <thread>
 #include <vector>
 
 #include "names.h"
@@ -28,15 +34,16 @@
 namespace {
 
 constexpr double kept_seconds = 3600;
+constexpr double doubtful_seconds = 1;  // of names that nobody can tell the kernel about when they change
 constexpr std::uint64_t block_size = 4096;
 
 struct Shown {
-    const View& view;
-    const timespec mounted;
+    View& view;
+    const ViewOptions& options;
 };
 
 const Shown& shown_by(fuse_req_t request) { return *static_cast<const Shown*>(fuse_req_userdata(request)); }
-const Table& table_of(fuse_req_t request) { return shown_by(request).view.table; }
+std::shared_ptr<const Table> table_of(fuse_req_t request) { return shown_by(request).view.table(); }
 
 /// No exception goes through libfuse.
 template <class Answer>
@@ -53,9 +60,9 @@ timespec time_of(std::int64_t nanoseconds) {
     return {.tv_sec = (nanoseconds - part) / 1'000'000'000, .tv_nsec = part};
 }
 
-struct stat attributes_of(const Shown& shown, std::uint64_t inode, const Table::Node& node) {
+struct stat attributes_of(const Table& table, const Table::Node& node) {
     struct stat out {};
-    out.st_ino = inode;
+    out.st_ino = node.inode;
     out.st_mode = node.is_directory ? S_IFDIR | 0555 : S_IFREG | 0444;
     out.st_nlink = 1;  // of a directory: not known, so that nobody counts on it
     out.st_uid = getuid();
@@ -63,16 +70,17 @@ struct stat attributes_of(const Shown& shown, std::uint64_t inode, const Table::
     out.st_size = static_cast<off_t>(node.size);
     out.st_blksize = block_size;
     out.st_blocks = static_cast<blkcnt_t>((node.size + 511) / 512);
-    out.st_mtim = out.st_ctim = out.st_atim = node.is_directory ? shown.mounted : time_of(node.time);
+    out.st_mtim = out.st_ctim = out.st_atim =
+        node.is_directory ? timespec{.tv_sec = table.made(), .tv_nsec = 0} : time_of(node.time);
     return out;
 }
 
-fuse_entry_param entry_of(const Shown& shown, std::uint64_t inode) {
+fuse_entry_param entry_of(const Table& table, std::uint64_t inode) {
     fuse_entry_param entry{};
     entry.entry_timeout = entry.attr_timeout = kept_seconds;
-    if (const Table::Node* const node = shown.view.table.find(inode)) {
+    if (const Table::Node* const node = table.find(inode)) {
         entry.ino = inode;
-        entry.attr = attributes_of(shown, inode, *node);
+        entry.attr = attributes_of(table, *node);
     }
     return entry;
 }
@@ -83,16 +91,22 @@ void start(void*, fuse_conn_info* connection) {
     connection->want &= ~static_cast<unsigned>(FUSE_CAP_READDIRPLUS_AUTO);
 }
 
-/// A name that is not there has inode 0, which the kernel remembers as well.
+/// A name that is not there has inode 0, which the kernel remembers as well. Where things change it is told of names as
+/// they are listed; of other spellings it must ask again.
 void look_up(fuse_req_t request, fuse_ino_t parent, const char* name) {
     answer(request, [&] {
-        const fuse_entry_param entry = entry_of(shown_by(request), table_of(request).lookup(parent, name));
+        const std::shared_ptr<const Table> table = table_of(request);
+        const std::uint64_t inode = table->lookup(parent, name);
+        fuse_entry_param entry = entry_of(*table, inode);
+        if (shown_by(request).options.next && (inode == 0 || table->name(*table->find(inode)) != name))
+            entry.entry_timeout = doubtful_seconds;
         return fuse_reply_entry(request, &entry), 0;
     });
 }
 
 void get_attributes(fuse_req_t request, fuse_ino_t inode, fuse_file_info*) {
-    const fuse_entry_param entry = entry_of(shown_by(request), inode);
+    const std::shared_ptr<const Table> table = table_of(request);
+    const fuse_entry_param entry = entry_of(*table, inode);
     if (entry.ino == 0)
         fuse_reply_err(request, ENOENT);
     else
@@ -108,13 +122,11 @@ std::uint64_t inode_at(const Table& table, std::uint64_t directory, std::uint64_
     return place == 1 ? table.parent(directory) : table.child(directory, place - 2);
 }
 
-std::size_t add_to_listing(fuse_req_t request, std::uint64_t directory, std::uint64_t place, bool with_attributes,
-                           char* out, std::size_t room) {
-    const std::uint64_t inode = inode_at(table_of(request), directory, place);
-    fuse_entry_param entry = entry_of(shown_by(request), inode);
-    const std::string name = place == 0   ? "."
-                             : place == 1 ? ".."
-                                          : std::string(table_of(request).name(*table_of(request).find(inode)));
+std::size_t add_to_listing(fuse_req_t request, const Table& table, std::uint64_t directory, std::uint64_t place,
+                           bool with_attributes, char* out, std::size_t room) {
+    const std::uint64_t inode = inode_at(table, directory, place);
+    fuse_entry_param entry = entry_of(table, inode);
+    const std::string name = place == 0 ? "." : place == 1 ? ".." : std::string(table.name(*table.find(inode)));
     const auto next = static_cast<off_t>(place + 1);
     if (!with_attributes) return fuse_add_direntry(request, out, room, name.c_str(), &entry.attr, next);
     if (place < 2) entry.ino = 0;  // the kernel counts no lookup of them
@@ -123,12 +135,13 @@ std::size_t add_to_listing(fuse_req_t request, std::uint64_t directory, std::uin
 
 void list(fuse_req_t request, fuse_ino_t directory, std::size_t size, off_t offset, bool with_attributes) {
     answer(request, [&] {
+        const std::shared_ptr<const Table> table = table_of(request);
         std::vector<char> out(size);
         std::size_t used = 0;
-        for (auto place = static_cast<std::uint64_t>(offset); inode_at(table_of(request), directory, place) != 0;
-             ++place) {
+        if (table->find(directory) == nullptr) return ENOENT;
+        for (auto place = static_cast<std::uint64_t>(offset); inode_at(*table, directory, place) != 0; ++place) {
             const std::size_t wanted =
-                add_to_listing(request, directory, place, with_attributes, out.data() + used, size - used);
+                add_to_listing(request, *table, directory, place, with_attributes, out.data() + used, size - used);
             if (wanted > size - used) break;
             used += wanted;
         }
@@ -145,17 +158,18 @@ void list_attributes(fuse_req_t request, fuse_ino_t directory, std::size_t size,
 
 void read(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offset, fuse_file_info*) {
     answer(request, [&] {
-        const Table::Node* const node = table_of(request).find(inode);
+        const std::shared_ptr<const Table> table = table_of(request);
+        const Table::Node* const node = table->find(inode);
         if (node == nullptr || node->is_directory) return EIO;
         thread_local std::vector<char> out;
         out.resize(std::max(out.size(), size));
         const WindowCache::File file{.id = inode, .size = node->size, .is_decoded = node->is_decoded};
         const std::uint64_t got =
-            shown_by(request).view.windows.read(file, static_cast<std::uint64_t>(offset), out.data(), size);
+            shown_by(request).view.windows().read(file, static_cast<std::uint64_t>(offset), out.data(), size);
         if (got == failed) {
             const SFsError& error = fs::last_error();
             if (error.code != EFSError::NONE || !node->is_decoded)  // else it was said before
-                fail_with_last_error(table_of(request).path(inode), "it has become shorter since it was mounted");
+                fail_with_last_error(table->path(inode), "it has become shorter since it was mounted");
             return EIO;
         }
         return fuse_reply_buf(request, out.data(), got), 0;
@@ -163,11 +177,11 @@ void read(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offset, 
 }
 
 void tell_size(fuse_req_t request, fuse_ino_t) {
-    const Table& table = table_of(request);
+    const std::shared_ptr<const Table> table = table_of(request);
     struct statvfs out {};
     out.f_bsize = out.f_frsize = block_size;
-    out.f_blocks = (table.bytes() + block_size - 1) / block_size;
-    out.f_files = table.size();
+    out.f_blocks = (table->bytes() + block_size - 1) / block_size;
+    out.f_files = table->nodes().size();
     out.f_namemax = longest_path;
     fuse_reply_statfs(request, &out);
 }
@@ -212,10 +226,90 @@ struct EndSession {
     }
 };
 
+/// Replaces the table for each batch of changes, and then tells the kernel what it must not use any more.
+class FollowThread {
+public:
+    FollowThread(fuse_session* session, View& view, const ViewOptions& options)
+        : session_(session), view_(view), options_(options) {
+        if (!options.next) return;
+        sigset_t all, before;  // signals are the main thread's
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before);
+        thread_ = std::thread([this] { run(); });
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    }
+    FollowThread(const FollowThread&) = delete;
+    FollowThread& operator=(const FollowThread&) = delete;
+    ~FollowThread() {
+        {
+            const std::lock_guard guard(lock_);
+            is_ended_ = true;
+        }
+        ended_.notify_one();
+        if (thread_.joinable()) thread_.join();
+    }
+
+private:
+    void run() {
+        std::unique_lock guard(lock_);
+        while (!ended_.wait_for(guard, poll_every, [this] { return is_ended_; })) {
+            guard.unlock();
+            try {
+                take_up();
+            } catch (const std::exception& error) {
+                fail("--follow", error.what());
+            } catch (const CommandFailed&) {  // and has said so
+            }
+            guard.lock();
+        }
+    }
+
+    void take_up() {
+        const std::shared_ptr<const Table> before = view_.table();
+        const Batch batch = options_.next(*before);
+        if (batch.table == nullptr) return;
+        view_.replace(batch.table);
+        for (const std::uint64_t inode : batch.rewritten) forget(inode);
+        for (const Table::Node& node : before->nodes()) compare(*before, node, *batch.table);
+        for (const Table::Node& node : batch.table->nodes())
+            if (before->find(node.inode) == nullptr) forget_name(*batch.table, node);
+    }
+
+    void compare(const Table& before, const Table::Node& was, const Table& after) const {
+        const Table::Node* const is = after.find(was.inode);
+        if (is == nullptr || before.name(was) != after.name(*is)) forget_name(before, was);
+        if (is == nullptr || is->source != was.source || is->size != was.size || is->time != was.time)
+            forget(was.inode);
+    }
+
+    void forget(std::uint64_t inode) const {
+        view_.windows().forget(inode);
+        fuse_lowlevel_notify_inval_inode(session_, inode, 0, 0);
+    }
+
+    /// A name that comes or goes changes the listing of its directory.
+    void forget_name(const Table& table, const Table::Node& node) const {
+        const std::uint64_t directory = table.parent(node.inode);
+        const std::string name(table.name(node));
+        fuse_lowlevel_notify_inval_entry(session_, directory, name.c_str(), name.size());
+        fuse_lowlevel_notify_inval_inode(session_, directory, 0, 0);
+    }
+
+    static constexpr std::chrono::milliseconds poll_every{100};
+
+    fuse_session* const session_;
+    View& view_;
+    const ViewOptions& options_;
+    std::mutex lock_;  // guards the next
+    bool is_ended_ = false;
+    std::condition_variable ended_;
+    std::thread thread_;
+};
+
 }  // namespace
 
-bool show_view(const View& view, const ViewOptions& options, const std::function<void()>& ready) {
-    const Shown shown{.view = view, .mounted = {.tv_sec = time(nullptr), .tv_nsec = 0}};
+bool show_view(View& view, const ViewOptions& options, const std::function<void()>& ready) {
+    Shown shown{.view = view, .options = options};
     std::string how = "ro,default_permissions,nosuid,nodev,fsname=enginefs,subtype=enginefs";
     if (options.allow_other) how += ",allow_other";
     char program[] = "enginefs", option[] = "-o";
@@ -223,13 +317,13 @@ bool show_view(const View& view, const ViewOptions& options, const std::function
     fuse_args arguments = FUSE_ARGS_INIT(3, words);
     constexpr fuse_lowlevel_ops ops = operations();
     fuse_set_log_func(take_message);
-    const std::unique_ptr<fuse_session, EndSession> session(
-        fuse_session_new(&arguments, &ops, sizeof ops, const_cast<Shown*>(&shown)));
+    const std::unique_ptr<fuse_session, EndSession> session(fuse_session_new(&arguments, &ops, sizeof ops, &shown));
     if (session == nullptr || fuse_set_signal_handlers(session.get()) != 0 ||
         fuse_session_mount(session.get(), options.place.c_str()) != 0)
         return fail(options.place, "it cannot be mounted: " + reason_of_failure());
     fuse_set_log_func(nullptr);
     malloc_trim(0);  // what gathering the names took
+    const FollowThread following(session.get(), view, options);
     ready();
     fuse_loop_config threads{.clone_fd = 0, .max_idle_threads = 10};
     const int ended = fuse_session_loop_mt(session.get(), &threads);
