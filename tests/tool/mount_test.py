@@ -22,7 +22,9 @@ BIG = random.Random(3).randbytes(3_000_000).hex().encode()
 
 
 def words(tool, line):
-    return tool.command + line.replace("_", " ").split()
+    """A root of the line's own takes the place of the tool's."""
+    command = tool.command[:-3] if line.startswith("--root") else tool.command
+    return command + line.replace("_", " ").split()
 
 
 @contextlib.contextmanager
