@@ -133,20 +133,38 @@ bool load(const std::string& name, std::vector<char>& data) {
     });
 }
 
+/// A file that goes with this unless it is to stay.
+class NewFile {
+public:
+    NewFile(const char* name, bool stays) : name_(name), stays_(stays) {}
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+    ~NewFile() {
+        if (!stays_) fs::rem_file(name_);
+    }
+
+    void keep() { stays_ = true; }
+
+private:
+    const char* const name_;
+    bool stays_;
+};
+
 /// Calls `add` with a file that is there or made, and saves what it adds: all or nothing. Ctrl-C waits for that.
 bool add_to(const std::string& name, const std::function<bool(CFileHashMultiContainer&)>& add) {
     if (!names_itself(name)) return false;
     const Interruption interruption;
-    CFileHashMultiContainer all;
     const char* const file = name.c_str();
     // Only what is not there is made: a file that is damaged, or something else, is not written over.
     const bool is_new = !fs::exists(file);
+    NewFile made(file, !is_new);
+    CFileHashMultiContainer all;
     const auto open_or_create = [&] { return is_new ? all.Create(file) : all.Open(file, true); };
-    if (!attempt(name, "it cannot be opened for writing", open_or_create)) return false;
-    const bool added = add(all) && attempt(name, "it cannot be saved", [&] { return all.Save(); });
-    all.Close();
-    if (!added && is_new) fs::rem_file(file);
-    return added;
+    if (!attempt(name, "it cannot be opened for writing", open_or_create) || !add(all) ||
+        !attempt(name, "it cannot be saved", [&] { return all.Save(); }))
+        return false;
+    made.keep();
+    return true;
 }
 
 bool put(const Arguments& given) {

@@ -318,6 +318,7 @@ bool show_view(View& view, const ViewOptions& options, const std::function<void(
     constexpr fuse_lowlevel_ops ops = operations();
     fuse_set_log_func(take_message);
     const std::unique_ptr<fuse_session, EndSession> session(fuse_session_new(&arguments, &ops, sizeof ops, &shown));
+    fuse_opt_free_args(&arguments);
     if (session == nullptr || fuse_set_signal_handlers(session.get()) != 0 ||
         fuse_session_mount(session.get(), options.place.c_str()) != 0)
         return fail(options.place, "it cannot be mounted: " + reason_of_failure());
