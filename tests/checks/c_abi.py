@@ -16,7 +16,7 @@ import tempfile
 import sources
 
 HEADER = "include/engine/filesystem_c.h"
-DUMP = "tests/c_interface/ENGINEFS_1.abi"
+DUMP = "packaging/ENGINEFS_1.abi"
 DECLARATION = re.compile(r"^ENGINE_FS_API ([^;]*?(\w+)\([^;]*\));", re.M)
 DUMP_OPTIONS = ("--load-all-types", "--no-corpus-path", "--no-comp-dir-path", "--no-show-locs", "--no-elf-needed",
                 "--no-architecture", "--type-id-style", "hash")
