@@ -78,12 +78,17 @@ public:
     }
 
 private:
+    /// Where there is no memory for one of them, the rest counts as dropped.
     void tell_records(const Visitor& visit) const {
-        for (const char* at = buffer_;;) {
-            const auto& record = *reinterpret_cast<const FILE_NOTIFY_INFORMATION*>(at);
-            tell({record.FileName, record.FileNameLength / sizeof(WCHAR)}, kind_of(record.Action), visit);
-            if (record.NextEntryOffset == 0) return;
-            at += record.NextEntryOffset;
+        try {
+            for (const char* at = buffer_;;) {
+                const auto& record = *reinterpret_cast<const FILE_NOTIFY_INFORMATION*>(at);
+                tell({record.FileName, record.FileNameLength / sizeof(WCHAR)}, kind_of(record.Action), visit);
+                if (record.NextEntryOffset == 0) return;
+                at += record.NextEntryOffset;
+            }
+        } catch (const std::bad_alloc&) {
+            visit({.watch = number_, .kind = WatchEvent::Kind::DROPPED, .name = {}});
         }
     }
 
