@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 
 #include "engine/platform/faults.h"
@@ -107,6 +108,12 @@ bool meets(const test::Scenario& scenario, test::Stage& stage, const Fault& faul
     return struck;
 }
 
+/// A command of the tool meets hundreds while it reads its own line and prints: there a sample of the later ones does.
+std::uint32_t stride(const test::Scenario& scenario, std::uint32_t nth) {
+    static const bool all = std::getenv("ENGINE_ALL_FAULTS") != nullptr;
+    return scenario.by_message && nth >= 60 && !all ? 7 : 1;
+}
+
 class Faults : public testing::TestWithParam<test::Scenario> {};
 
 TEST_P(Faults, LoseNothingAndAreToldTruly) {
@@ -116,7 +123,7 @@ TEST_P(Faults, LoseNothingAndAreToldTruly) {
     std::uint32_t visited = 0;
     for (const Fault& fault : faults) {
         if (fault.is_allocation && !scenario.allocations) continue;
-        for (std::uint32_t nth = 1;; ++nth) {
+        for (std::uint32_t nth = 1;; nth += stride(scenario, nth)) {
             SCOPED_TRACE(std::string(scenario.name) + ", " + fault.name + " number " + std::to_string(nth));
             ASSERT_LT(nth, 5000u);
             if (!meets(scenario, stage, fault, nth)) break;
