@@ -88,6 +88,7 @@ std::vector<std::vector<std::size_t>> Contents::by_checksum(const std::vector<st
             is_whole_ = false;
     }
     std::vector<std::vector<std::size_t>> all;
+    all.reserve(groups.size());
     for (auto& [crc, group] : groups) all.push_back(std::move(group));
     return all;
 }

@@ -13,11 +13,14 @@ constexpr std::uint32_t none = ~std::uint32_t{0};
 
 char folded(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
-std::weak_ordering compare_folded(std::string_view a, std::string_view b) {
-    return std::lexicographical_compare_three_way(
+/// Below, at or above 0, as memcmp.
+int compare_folded(std::string_view a, std::string_view b) {
+    const std::weak_ordering order = std::lexicographical_compare_three_way(
         a.begin(), a.end(), b.begin(), b.end(), [](char left, char right) -> std::weak_ordering {
             return static_cast<unsigned char>(folded(left)) <=> static_cast<unsigned char>(folded(right));
         });
+    if (std::is_eq(order)) return 0;
+    return std::is_lt(order) ? -1 : 1;
 }
 
 /// Where the name that begins at `at` ends.
@@ -33,7 +36,7 @@ public:
 
     void build() {
         const auto is_before = [](const Item& a, const Item& b) {
-            const auto order = compare_folded(a.path, b.path);
+            const int order = compare_folded(a.path, b.path);
             return order != 0 ? order < 0 : a.source < b.source;
         };
         if (!std::is_sorted(items_.begin(), items_.end(), is_before))
@@ -86,7 +89,7 @@ private:
                 children.push_back(take(run));
         }
         std::sort(children.begin(), children.end(), [](const Child& a, const Child& b) {
-            const auto order = compare_folded(a.name, b.name);
+            const int order = compare_folded(a.name, b.name);
             return order != 0 ? order < 0 : a.first->source < b.first->source;
         });
         const auto is_hidden = [this](const Child& kept, const Child& other) {

@@ -182,6 +182,7 @@ bool DecodedReader::decode_blocks(std::uint8_t* buffer, std::uint64_t room, std:
 }
 
 /// What one piece of input gives, at most `room` bytes; none at the end. False when the entry is damaged.
+// NOLINTNEXTLINE(readability-non-const-parameter): the decoder writes there
 bool DecodedReader::decode_some(std::uint8_t* out, std::uint32_t room, std::uint32_t& made) {
     if (room == 0) return true;
     DecoderBuffers buffers{.out = out, .out_size = room};
