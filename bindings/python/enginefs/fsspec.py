@@ -6,7 +6,7 @@ from __future__ import annotations
 
 from typing import Any, Optional
 
-from fsspec.spec import AbstractFileSystem
+from fsspec import AbstractFileSystem
 
 from . import _files, _native
 from ._files import open_file
