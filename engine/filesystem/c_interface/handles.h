@@ -21,29 +21,23 @@ namespace fs::c {
 struct OpenFile;
 struct List;
 
+template <typename ObjectOfKind, std::uint8_t number>
+struct Kind {
+    using Object = ObjectOfKind;
+    static constexpr std::uint8_t kind = number;
+};
+
 /// The object behind each type of handle, and the number that tells the types apart.
 template <typename Handle>
 struct Behind;
 template <>
-struct Behind<enginefs_file> {
-    using Object = OpenFile;
-    static constexpr std::uint8_t kind = 1;
-};
+struct Behind<enginefs_file> : Kind<OpenFile, 1> {};
 template <>
-struct Behind<enginefs_list> {
-    using Object = List;
-    static constexpr std::uint8_t kind = 2;
-};
+struct Behind<enginefs_list> : Kind<List, 2> {};
 template <>
-struct Behind<enginefs_pack> {
-    using Object = pack_writer;
-    static constexpr std::uint8_t kind = 3;
-};
+struct Behind<enginefs_pack> : Kind<pack_writer, 3> {};
 template <>
-struct Behind<enginefs_async_load> {
-    using Object = SFsLoad;
-    static constexpr std::uint8_t kind = 4;
-};
+struct Behind<enginefs_async_load> : Kind<SFsLoad, 4> {};
 
 namespace handles {
 
