@@ -12,6 +12,7 @@
 
 #include <zlib.h>
 
+#include "bytes.h"
 #include "connection.h"
 
 namespace fs::http {
@@ -68,14 +69,6 @@ std::uint32_t sum_of(const char* bytes, std::uint64_t size) {
     return std::max(sum, 1u);
 }
 
-void store(std::uint8_t (&bytes)[4], std::uint32_t number) {
-    for (unsigned at = 0; at < 4; ++at) bytes[at] = static_cast<std::uint8_t>(number >> (8 * at));
-}
-
-std::uint32_t load(const std::uint8_t* bytes) {
-    return bytes[0] | std::uint32_t{bytes[1]} << 8 | std::uint32_t{bytes[2]} << 16 | std::uint32_t{bytes[3]} << 24;
-}
-
 }  // namespace
 
 BlockCache::~BlockCache() {
@@ -114,10 +107,10 @@ void BlockCache::accept(const Version& version) {
 
 void BlockCache::load_sums() {
     const std::uint64_t most = sums_.size() * 4;
-    std::vector<std::uint8_t> bytes(most);
+    std::vector<char> bytes(most);
     const ssize_t got = ::pread(file_, bytes.data(), most, static_cast<off_t>(page));
     for (std::uint64_t block = 0; got > 0 && (block + 1) * 4 <= static_cast<std::uint64_t>(got); ++block) {
-        sums_[block] = load(&bytes[block * 4]);
+        sums_[block] = load_u32(&bytes[block * 4]);
         if (sums_[block] != 0) states_[block] = State::UNCHECKED;
     }
 }
@@ -151,8 +144,8 @@ bool BlockCache::check(std::uint64_t block) {
 
 void BlockCache::put(std::uint64_t block, const char* bytes) {
     const std::uint64_t size = size_of(block);
-    std::uint8_t sum[4];
-    store(sum, sum_of(bytes, size));
+    char sum[4];
+    store_u32(sum, sum_of(bytes, size));
     const bool is_written =
         write_at(file_, place_of(block), bytes, size) && write_at(file_, page + block * 4, sum, sizeof sum);
     const std::lock_guard guard(lock_);

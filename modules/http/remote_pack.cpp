@@ -5,6 +5,7 @@
 #include <random>
 #include <utility>
 
+#include "bytes.h"
 #include "url.h"
 
 namespace fs::http {
@@ -22,12 +23,6 @@ constexpr std::size_t most_streams = 16;
 constexpr unsigned advances_before_reading_ahead = 3;  // an entry of a few blocks is no sequence yet
 
 thread_local std::string failure;  // of this thread's latest call
-
-std::uint64_t load_u32(const std::string& bytes, std::size_t at) {
-    std::uint64_t number = 0;
-    for (std::size_t byte = 4; byte-- > 0;) number = number << 8 | static_cast<unsigned char>(bytes[at + byte]);
-    return number;
-}
 
 }  // namespace
 
@@ -114,8 +109,8 @@ bool RemotePack::load_directory(const std::string& tail) {
     }
     if (tail.size() < end_record_size) return true;
     const std::size_t record = tail.size() - end_record_size;
-    const std::uint64_t size = load_u32(tail, record + 12);
-    const std::uint64_t offset = load_u32(tail, record + 16);
+    const std::uint64_t size = load_u32(&tail[record + 12]);
+    const std::uint64_t offset = load_u32(&tail[record + 16]);
     if (size > most_directory || offset >= version_.size || version_.size - offset > most_directory) return true;
     std::uint64_t begin = offset / block_size;
     std::uint64_t end = cache_.blocks();
