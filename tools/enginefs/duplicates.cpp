@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cinttypes>
-#include <cstring>
 #include <map>
 #include <vector>
 
@@ -18,8 +17,6 @@
 namespace {
 
 using Names = std::vector<std::string>;
-
-constexpr std::size_t piece_size = 1u << 18;
 
 bool same_content(const std::string& a, const std::string& b) {
     const fs::file_ptr first(fs::open(a.c_str(), EFSMode::READ));
@@ -114,28 +111,6 @@ bool duplicates(const Given& given) {
 }
 
 }  // namespace
-
-bool same_bytes(SFsFile* first, SFsFile* second, const std::string& told) {
-    const auto fail_if = [&told](bool is_bad) {
-        if (!is_bad) return;
-        fail_with_last_error(told, "it cannot be read");
-        throw CommandFailed();
-    };
-    const auto read = [&](SFsFile* file, std::vector<char>& piece) {
-        const std::uint64_t got = fs::read(file, piece.data(), piece_size);
-        fail_if(got == failed || fs::last_error().code != EFSError::NONE);
-        return got;
-    };
-    fail_if(first == nullptr || second == nullptr);
-    fs::clear_error();
-    std::vector<char> one(piece_size), other(piece_size);
-    for (;;) {
-        const std::uint64_t got = read(first, one);
-        if (read(second, other) != got) return false;
-        if (got == 0) return true;
-        if (std::memcmp(one.data(), other.data(), static_cast<std::size_t>(got)) != 0) return false;
-    }
-}
 
 void add_duplicates_command(Commands& commands) {
     const auto added = commands.add(
