@@ -2,9 +2,6 @@
 
 #include <chrono>
 #include <cinttypes>
-#include <ctime>
-#include <iomanip>
-#include <sstream>
 #include <system_error>
 #include <unordered_set>
 
@@ -13,6 +10,7 @@
 #include "commands.h"
 #include "globs.h"
 #include "interruption.h"
+#include "local_times.h"
 #include "names.h"
 #include "output.h"
 #include "report.h"
@@ -57,10 +55,8 @@ private:
 
 /// What the disk calls a time of a pack, which is local time.
 stdfs::file_time_type disk_time(std::int64_t pack_time) {
-    std::tm fields{};
-    std::istringstream(time_text(pack_time)) >> std::get_time(&fields, "%Y-%m-%dT%H:%M:%S");
-    fields.tm_isdst = -1;
-    return std::chrono::file_clock::from_sys(std::chrono::system_clock::from_time_t(std::mktime(&fields)));
+    const std::chrono::nanoseconds since_1970(LocalTimes().time_of(pack_time));
+    return std::chrono::file_clock::from_sys(std::chrono::sys_time<std::chrono::nanoseconds>(since_1970));
 }
 
 bool is_older(const stdfs::path& file, std::int64_t pack_time) {
