@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
 #include <new>
 #include <set>
 #include <string>
@@ -15,6 +16,8 @@
 #include "engine/filesystem/formats/zip.h"
 #include "engine/filesystem/formats/zstd.h"
 #include "engine/filesystem/sources/pack/walk.h"
+#include "engine/kernel/text.h"
+#include "engine/platform/lock.h"
 
 namespace fs {
 
@@ -40,6 +43,18 @@ bool is_zip64(const PackEntry& entry) {
 bool is_visible(std::string_view name) {
     return (name.empty() || name.back() != '/') && name.find("/#") == std::string_view::npos;
 }
+
+/// The packs that are in use: nobody can open their files once more, to list them say. Never destroyed, so that late
+/// callers find it.
+struct PacksInUse {
+    platform::Mutex lock;                                                         // guards the packs
+    std::vector<std::pair<std::string, std::weak_ptr<const PackArchive>>> packs;  // by their paths
+
+    static PacksInUse& get() {
+        static auto& packs = *new PacksInUse;
+        return packs;
+    }
+};
 
 PackTable read_table(const PackStore& store) {
     DirectoryWalk walk(store);
@@ -67,7 +82,20 @@ std::shared_ptr<PackArchive> PackArchive::mount(PackStore store) {
     auto archive = std::make_shared<PackArchive>();
     archive->store_ = std::move(store);
     archive->table_ = read_table(archive->store_);
+    PacksInUse& used = PacksInUse::get();
+    const std::lock_guard guard(used.lock);
+    std::erase_if(used.packs, [](const auto& pack) { return pack.second.expired(); });
+    used.packs.emplace_back(archive->store_.path(), archive);
     return archive;
+}
+
+std::shared_ptr<const PackArchive> PackArchive::mounted_from(std::string_view path) {
+    PacksInUse& used = PacksInUse::get();
+    const std::lock_guard guard(used.lock);
+    for (auto pack = used.packs.rbegin(); pack != used.packs.rend(); ++pack) {
+        if (kernel::equal_folded(pack->first, path) && !pack->second.expired()) return pack->second.lock();
+    }
+    return nullptr;
 }
 
 void PackArchive::fill_tree(dir& tree) const {
