@@ -6,10 +6,16 @@
 #include <mutex>
 #include <string>
 #include <utility>
+#include <vector>
 
-#include "mount/follow.h"
 #include "mount/table.h"
 #include "mount/window_cache.h"
+
+/// What has changed since the table before.
+struct Batch {
+    std::shared_ptr<const Table> table;    // null: nothing
+    std::vector<std::uint64_t> rewritten;  // inodes whose bytes may be others now
+};
 
 /// What is shown at a mount point. The table may be replaced at any time; a request goes on with the one that it began with.
 class View {
