@@ -16,7 +16,6 @@
 #include "engine/filesystem/formats/zip.h"
 #include "engine/filesystem/formats/zstd.h"
 #include "engine/filesystem/sources/pack/walk.h"
-#include "engine/kernel/text.h"
 #include "engine/platform/lock.h"
 
 namespace fs {
@@ -48,7 +47,7 @@ bool is_visible(std::string_view name) {
 /// callers find it.
 struct PacksInUse {
     platform::Mutex lock;                                                         // guards the packs
-    std::vector<std::pair<std::string, std::weak_ptr<const PackArchive>>> packs;  // by their paths
+    std::vector<std::pair<std::string, std::weak_ptr<const PackArchive>>> packs;  // by their paths in normal form
 
     static PacksInUse& get() {
         static auto& packs = *new PacksInUse;
@@ -85,15 +84,16 @@ std::shared_ptr<PackArchive> PackArchive::mount(PackStore store) {
     PacksInUse& used = PacksInUse::get();
     const std::lock_guard guard(used.lock);
     std::erase_if(used.packs, [](const auto& pack) { return pack.second.expired(); });
-    used.packs.emplace_back(archive->store_.path(), archive);
+    used.packs.emplace_back(NormalText(archive->store_.path().c_str(), false).c_str(), archive);
     return archive;
 }
 
-std::shared_ptr<const PackArchive> PackArchive::mounted_from(std::string_view path) {
+std::shared_ptr<const PackArchive> PackArchive::mounted_from(const char* path) {
+    const NormalText wanted(path, false);
     PacksInUse& used = PacksInUse::get();
     const std::lock_guard guard(used.lock);
     for (auto pack = used.packs.rbegin(); pack != used.packs.rend(); ++pack) {
-        if (kernel::equal_folded(pack->first, path) && !pack->second.expired()) return pack->second.lock();
+        if (pack->first == wanted.c_str() && !pack->second.expired()) return pack->second.lock();
     }
     return nullptr;
 }

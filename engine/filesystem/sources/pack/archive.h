@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <string_view>
 
 #include <engine/filesystem/formats/pack_method.h>
 
@@ -31,7 +30,7 @@ public:
     /// Reads the directory of an open pack. May throw std::bad_alloc, or StoredFailure when it is none.
     static std::shared_ptr<PackArchive> mount(PackStore store);
     /// The latest one that was mounted from this path, in any case, and is still in use; null when there is none.
-    static std::shared_ptr<const PackArchive> mounted_from(std::string_view path);
+    static std::shared_ptr<const PackArchive> mounted_from(const char* path);
     /// Adds the pack's directories. May throw std::bad_alloc.
     void fill_tree(dir& tree) const;
 
