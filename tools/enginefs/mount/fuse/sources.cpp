@@ -28,12 +28,12 @@ std::int64_t nanoseconds(const timespec& time) { return time.tv_sec * 1'000'000'
 class Gathering {
 public:
     /// What `before` tells of other names than the changed ones is taken from there.
-    Gathering(const Table* before, const std::set<std::string>& changed)
-        : before_(before), changed_(changed), names_(list_files("")), is_found_(names_.size()) {
+    Gathering(const Table* before, const std::set<std::string>& changed, std::uint32_t version)
+        : before_(before), changed_(changed), version_(version), names_(list_files("")), is_found_(names_.size()) {
         items_.reserve(names_.size());
     }
 
-    void add_pack(std::uint32_t source, const ztl::vector<SFsPackEntry>& entries) {
+    void add_pack(std::uint32_t source, const ztl::vector<SFsPackEntry>& entries, std::uint32_t version) {
         for (const SFsPackEntry& entry : entries) {
             const std::string path = normalised(entry.name, /*keep_case*/ true);
             if (take(lower_case(path)))
@@ -41,7 +41,8 @@ public:
                                   .source = source,
                                   .size = entry.size,
                                   .time = times_.time_of(entry.time),
-                                  .is_decoded = entry.method != EFSPackMethod::STORE});
+                                  .is_decoded = entry.method != EFSPackMethod::STORE,
+                                  .version = version});
         }
     }
 
@@ -65,7 +66,8 @@ public:
                 items_.push_back({.path = spelled,
                                   .source = source,
                                   .size = known != nullptr ? known->size : static_cast<std::uint64_t>(found.st_size),
-                                  .time = known != nullptr ? known->time : nanoseconds(found.st_mtim)});
+                                  .time = known != nullptr ? known->time : nanoseconds(found.st_mtim),
+                                  .version = known != nullptr ? known->version : version_});
         }
     }
 
@@ -102,6 +104,7 @@ private:
 
     const Table* const before_;
     const std::set<std::string>& changed_;
+    const std::uint32_t version_;           // of what is looked at
     const std::vector<std::string> names_;  // that the library shows, sorted
     std::vector<char> is_found_;            // of each
     LocalTimes times_;
@@ -112,21 +115,25 @@ private:
 
 std::shared_ptr<const Table> Sources::next_table(const Table* before, const std::set<std::string>& changed,
                                                  bool is_lost) {
-    Gathering gathering(is_lost ? nullptr : before, changed);
+    ++version_;
+    Gathering gathering(is_lost ? nullptr : before, changed, version_);
     const std::vector<SFsSourceInfo> sources = all_sources();
     for (std::uint32_t at = 0; at < sources.size(); ++at) {
         const std::string place = place_of(sources[at]);
-        if (sources[at].type == EFSSourceType::PACK)
-            gathering.add_pack(at, entries_of(place));
-        else
+        if (sources[at].type == EFSSourceType::PACK) {
+            const Pack& pack = listed(place);
+            gathering.add_pack(at, pack.entries, pack.version);
+        } else {
             gathering.add_directory(at, spelled(place), "");
+        }
     }
     return std::make_shared<const Table>(gathering.finish(), before);
 }
 
-const Sources::Entries& Sources::entries_of(const std::string& pack) {
-    const auto [known, is_new] = packs_.try_emplace(pack);
-    if (is_new && !attempt(pack, "it cannot be listed", [&] { return fs::list_pack(pack.c_str(), known->second); })) {
+const Sources::Pack& Sources::listed(const std::string& pack) {
+    const auto [known, is_new] = packs_.try_emplace(pack, Pack{.entries = {}, .version = version_});
+    ztl::vector<SFsPackEntry>& entries = known->second.entries;
+    if (is_new && !attempt(pack, "it cannot be listed", [&] { return fs::list_pack(pack.c_str(), entries); })) {
         packs_.erase(known);
         throw CommandFailed();
     }
@@ -150,7 +157,7 @@ bool Sources::watch() const {
     });
 }
 
-Batch Sources::changes(const Table& before) {
+std::shared_ptr<const Table> Sources::changes(const Table& before) {
     ztl::vector<SFsChange> changes;
     if (fs::poll_changes(changes))
         said_.clear();
@@ -170,9 +177,5 @@ Batch Sources::changes(const Table& before) {
             attempt(change.source, "it cannot be mounted anew",
                     [&] { return fs::reload_source(change.source.c_str()); });
     }
-    Batch batch{.table = next_table(&before, names, is_lost), .rewritten = {}};
-    for (const std::string& name : names) batch.rewritten.push_back(before.lookup_path(name));
-    for (const Table::Node& node : before.nodes())
-        if (is_lost && !node.is_directory) batch.rewritten.push_back(node.inode);
-    return batch;
+    return next_table(&before, names, is_lost);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <set>
@@ -21,17 +22,21 @@ public:
 
     /// Has them follow the disk. False, with a word on standard error, when one cannot be watched.
     bool watch() const;
-    /// What has changed on the disk. Asks it for no more than that.
-    Batch changes(const Table& before);
+    /// The table after what has changed on the disk, which is asked for no more than that; null where nothing has.
+    std::shared_ptr<const Table> changes(const Table& before);
 
 private:
-    using Entries = ztl::vector<SFsPackEntry>;
+    struct Pack {
+        ztl::vector<SFsPackEntry> entries;
+        std::uint32_t version = 0;
+    };
 
     std::shared_ptr<const Table> next_table(const Table* before, const std::set<std::string>& changed, bool is_lost);
-    const Entries& entries_of(const std::string& pack);
+    const Pack& listed(const std::string& pack);
     std::string spelled(const std::string& directory) const;
 
     const SessionOptions& session_;
-    std::map<std::string, Entries> packs_;  // by their places
-    std::string said_;                      // of the latest poll that failed
+    std::uint32_t version_ = 0;          // of what is looked at now
+    std::map<std::string, Pack> packs_;  // by their places
+    std::string said_;                   // of the latest poll that failed
 };
