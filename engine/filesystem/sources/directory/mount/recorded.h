@@ -28,7 +28,7 @@ public:
     /// False once something could not be recorded.
     bool is_whole() const { return is_whole_; }
     void spoil() { is_whole_ = false; }
-    /// Whether it comes from a file, and is to be checked against the disk before it is used.
+    /// Whether it comes from a file.
     bool is_stored() const { return is_stored_; }
     void clear() { *this = {}; }
 
