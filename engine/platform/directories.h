@@ -36,14 +36,8 @@ public:
     void sort();
 
 private:
-    struct Key {
-        std::uint64_t prefix = 0;
-        std::uint32_t index = 0;
-    };
     std::string text_;  // the names, each with a zero behind it
     std::vector<DirectoryItem> items_;
-    std::vector<DirectoryItem> sorted_items_;  // scratch of sort()
-    std::vector<Key> keys_;                    // scratch of sort()
 };
 
 enum class Links : std::uint8_t {
