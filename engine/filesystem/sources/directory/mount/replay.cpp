@@ -18,7 +18,8 @@ bool is_current(const NativeRoot& root, std::string_view dir, const platform::Di
 }  // namespace
 
 bool replay_listing(const DirectoryState& state, MountedNames& to, const dir_listing& listing, Checking checking) {
-    to.table.reserve(listing.files(), listing.bytes().size());
+    constexpr std::size_t mean_name = 16;
+    to.table.reserve(listing.bytes().size() / mean_name, listing.bytes().size());
     ListingReader reader(listing);
     std::string_view text;
     platform::DirectoryTimes times;
