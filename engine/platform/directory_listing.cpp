@@ -45,9 +45,7 @@ bool goes_before(const DirectoryItem& a, const DirectoryItem& b) {
 
 void DirectoryListing::add(const char* name, std::size_t length, const DirectoryItem& kind) {
     text_.append(name, length).push_back('\0');
-    DirectoryItem& item = items_.emplace_back(kind);
-    item.length = static_cast<std::uint16_t>(length);
-    item.is_lower_case = !has_upper_case(name, length);
+    items_.emplace_back(kind).length = static_cast<std::uint16_t>(length);
 }
 
 void DirectoryListing::clear() {
