@@ -38,9 +38,9 @@ def stat(name: Name) -> Stat:
     info = find(name)
     if info is None:
         raise failure(name)
-    if info.what == _native.IS_DIRECTORY:
+    if info.type == _native.IS_DIRECTORY:
         return Stat(modes.S_IFDIR | 0o755, 0, 0.0)
-    return Stat(modes.S_IFREG | (0o444 if info.read_only else 0o644), info.size, _native.seconds(info.time))
+    return Stat(modes.S_IFREG | (0o444 if info.is_read_only else 0o644), info.size, _native.seconds(info.time))
 
 
 def read_bytes(name: Name) -> bytes:
@@ -63,36 +63,36 @@ def write_bytes(name: Name, data: Any) -> int:
 
 def remove(name: Name) -> None:
     """Deletes a file in the first source that holds it."""
-    if c.remove(encode(name)):
+    if c.remove(encode(name), 0):
         raise _file_failure(name)
 
 
 def mkdir(name: Name) -> None:
     """Makes a directory, and those above it."""
-    check(c.mkdir(encode(name)), name)
+    check(c.mkdir(encode(name), 0), name)
 
 
 def rmdir(name: Name) -> None:
     """Removes a directory that is empty."""
     if _native.texts(c.search(encode(name), None, 1), name) or _native.texts(c.dirs(encode(name), 0), name):
         raise OSError(errno.ENOTEMPTY, os.strerror(errno.ENOTEMPTY), str(name))
-    check(c.remove_dir(encode(name)), name)
+    check(c.remove_dir(encode(name), 0), name)
 
 
 def rename(old: Name, new: Name) -> None:
     """Renames a file within the source that holds it; FileExistsError when `new` is held."""
-    check(c.rename(encode(old), encode(new)), old, new)
+    check(c.rename(encode(old), encode(new), 0), old, new)
 
 
 def copy(old: Name, new: Name) -> None:
     """Copies a file, over an old one too."""
-    check(c.copy(encode(old), encode(new)), old, new)
+    check(c.copy(encode(old), encode(new), 0), old, new)
 
 
 def _file_failure(name: Name) -> OSError:
     error = failure(name)
     info = find(name)
-    if info is not None and info.what == _native.IS_DIRECTORY:
+    if info is not None and info.type == _native.IS_DIRECTORY:
         return IsADirectoryError(errno.EISDIR, os.strerror(errno.EISDIR), str(name))
     return error
 

@@ -124,7 +124,7 @@ class Mount:
 
     def holders(self, name: _native.Name) -> list[Source]:
         """The sources that hold a file of this name, also by its end; the first one wins."""
-        return _sources(c.holders(encode(name)))
+        return _sources(c.holders(encode(name), 0))
 
     def open(self, file: _native.Name, mode: str = "r", buffering: int = -1, encoding: Optional[str] = None,
              errors: Optional[str] = None, newline: Optional[str] = None) -> IO[Any]:
@@ -168,7 +168,7 @@ def _sources(handle: Optional[int]) -> list[Source]:
         for index, path in enumerate(_native.peek_texts(handle)):
             info = _native.SourceInfo()
             check(c.source_at(handle, index, byref(info)))
-            found.append(Source(path, Flags(info.flags), bool(info.writable), bool(info.is_protected)))
+            found.append(Source(path, Flags(info.flags), bool(info.is_writable), bool(info.is_protected)))
     finally:
         c.list_free(handle)
     return found

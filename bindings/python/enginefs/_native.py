@@ -49,13 +49,13 @@ class Error(Struct):
 
 
 class SourceInfo(Struct):
-    _fields_ = [("struct_size", c_uint32), ("kind", c_uint32), ("flags", c_uint32), ("writable", c_uint32),
+    _fields_ = [("struct_size", c_uint32), ("kind", c_uint32), ("flags", c_uint32), ("is_writable", c_uint32),
                 ("is_protected", c_uint32), ("unlisted_directories", c_uint32)]
 
 
 class FileInfo(Struct):
-    _fields_ = [("struct_size", c_uint32), ("what", c_uint32), ("size", c_int64), ("time", c_int64), ("kind", c_uint32),
-                ("read_only", c_uint32), ("is_protected", c_uint32), ("reserved", c_uint32)]
+    _fields_ = [("struct_size", c_uint32), ("type", c_uint32), ("size", c_int64), ("time", c_int64), ("kind", c_uint32),
+                ("is_read_only", c_uint32), ("is_protected", c_uint32), ("reserved", c_uint32)]
 
 
 class EntryInfo(Struct):
@@ -77,7 +77,7 @@ _SIGNATURES: dict[str, tuple[Any, ...]] = {
     "add_source_at": (c_int, c_char_p, c_char_p, c_uint32),
     "remove_source": (c_int, c_char_p),
     "sources": (c_void_p,),
-    "holders": (c_void_p, c_char_p),
+    "holders": (c_void_p, c_char_p, c_uint32),
     "source_at": (c_int, c_void_p, c_uint64, POINTER(SourceInfo)),
     "refresh": (c_int, c_char_p),
     "open": (c_void_p, c_char_p, c_int, c_uint32),
@@ -90,11 +90,11 @@ _SIGNATURES: dict[str, tuple[Any, ...]] = {
     "set_end": (c_int, c_void_p),
     "save": (c_int, c_char_p, c_void_p, c_uint64, c_uint32),
     "stat": (c_int, c_char_p, c_uint32, POINTER(FileInfo)),
-    "remove": (c_int, c_char_p),
-    "remove_dir": (c_int, c_char_p),
-    "mkdir": (c_int, c_char_p),
-    "rename": (c_int, c_char_p, c_char_p),
-    "copy": (c_int, c_char_p, c_char_p),
+    "remove": (c_int, c_char_p, c_uint32),
+    "remove_dir": (c_int, c_char_p, c_uint32),
+    "mkdir": (c_int, c_char_p, c_uint32),
+    "rename": (c_int, c_char_p, c_char_p, c_uint32),
+    "copy": (c_int, c_char_p, c_char_p, c_uint32),
     "search": (c_void_p, c_char_p, c_char_p, c_int),
     "dirs": (c_void_p, c_char_p, c_int),
     "pack_create": (c_void_p, c_char_p),

@@ -55,11 +55,11 @@ class Path(PurePosixPath):
 
     def is_file(self) -> bool:
         info = find(self)
-        return info is not None and info.what != _native.IS_DIRECTORY
+        return info is not None and info.type != _native.IS_DIRECTORY
 
     def is_dir(self) -> bool:
         info = find(self)
-        return info is not None and info.what == _native.IS_DIRECTORY
+        return info is not None and info.type == _native.IS_DIRECTORY
 
     def iterdir(self) -> Iterator[Path]:
         """The directories in it, then the files, each in order."""

@@ -30,7 +30,7 @@ class EngineFileSystem(AbstractFileSystem):  # type: ignore[misc]
         found = _files.find(path)
         if found is None:
             raise FileNotFoundError(path)
-        kind = "directory" if found.what == _native.IS_DIRECTORY else "file"
+        kind = "directory" if found.type == _native.IS_DIRECTORY else "file"
         return {"name": path, "size": found.size if kind == "file" else 0, "type": kind, "mtime": _native.seconds(found.time)}
 
     def ls(self, path: str, detail: bool = True, **_: Any) -> list[Any]:
