@@ -270,6 +270,8 @@ TEST_F(CInterface, FlagsMeanTheSameWhereverAFileIsNamed) {
     EXPECT_EQ(enginefs_crc("made/newer.txt", in_cache, &a_crc), ENGINEFS_OK) << error_text();
     EXPECT_EQ(directory_.read("cache/made/newer.txt"), "in the cache");
     EXPECT_EQ(enginefs_remove("made/newer.txt", in_cache), ENGINEFS_OK) << error_text();
+    EXPECT_EQ(enginefs_stat("made", in_cache, &an_info), ENGINEFS_OK) << error_text();
+    EXPECT_EQ(an_info.type, ENGINEFS_TYPE_DIRECTORY);
     EXPECT_EQ(enginefs_remove_dir("made", in_cache), ENGINEFS_OK) << error_text();
     EXPECT_FALSE(directory_.exists("cache/made"));
 }

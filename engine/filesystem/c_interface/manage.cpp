@@ -1,9 +1,13 @@
+#include <optional>
+#include <string>
+
 #include <engine/filesystem/access/manage.h>
 #include <engine/filesystem/contract/locating_source.h>
 #include <engine/filesystem/contract/native_source.h>
 
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/c_interface/call.h"
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/platform/clock.h"
 #include "engine/platform/files.h"
@@ -51,33 +55,36 @@ bool describe_native(const char* native, enginefs_info& info) {
 }
 
 bool describe_file(const char* path, FFSOpenFlags::FLAGS flags, enginefs_info& info) {
-    const std::string name = fs::with_cache_directory(path, flags);
     fs::LocatingSource::Located native;
     native.path[0] = '\0';
     info.type = ENGINEFS_TYPE_FILE;
     const auto use = [&](CFSSource& source, const fs::path& held) {
         return describe(source, held, flags & FFSOpenFlags::WHOLE_NAME, info, native);
     };
-    if (!fs::with_holder<SharedGuard>(name.c_str(), fs::match_of(flags), false, use)) return false;
+    if (!fs::with_holder<SharedGuard>(path, fs::match_of(flags), false, use)) return false;
     return native.path[0] == '\0' || describe_native(native.path, info);
 }
 
+bool has_directory(CFSSource& source, const fs::path& directory) {
+    std::optional<std::string_view> name = directory.PathNameView();
+    if (fs::is_native_directory_name(*name)) name = fs::registry::below_root(source, *name);
+    return name && fs::registry::find_directory(source, std::string(*name).c_str()) != nullptr;
+}
+
 bool describe_directory(const char* path, enginefs_info& info) {
-    fs::NormalText wanted(path, false);
-    wanted.drop_trailing_slash();
-    const SharedGuard guard;
-    const CFSSource* const holder = fs::registry::first_source(
-        [&](CFSSource& source) { return fs::registry::find_directory(source, wanted.c_str()) != nullptr; });
+    const fs::path directory = fs::directory_name(fs::NormalText(path, false).view(), true);
     info = {};
     info.type = ENGINEFS_TYPE_DIRECTORY;
     info.size = info.time = -1;
-    return holder != nullptr;
+    const SharedGuard guard;
+    return fs::registry::first_source([&](CFSSource& source) { return has_directory(source, directory); }) != nullptr;
 }
 
 bool describe_any(const char* path, FFSOpenFlags::FLAGS flags, enginefs_info& info) {
     fs::ErrorScope scope;
-    if (describe_file(path, flags, info)) return true;
-    if (!describe_directory(path, info)) return false;
+    const std::string name = fs::with_cache_directory(path, flags);
+    if (describe_file(name.c_str(), flags, info)) return true;
+    if (!describe_directory(name.c_str(), info)) return false;
     scope.forget();
     return true;
 }
