@@ -4,14 +4,11 @@
 #include <stdio.h>
 #include <string.h>
 
-#include <engine/filesystem_c.h>
+#include <engine/adapters/base.h>
 
 /* Tells why the latest call failed; the answer is a program's status. */
 static inline int complain(const char* name) {
-    enginefs_error error;
-    error.struct_size = sizeof error;
-    enginefs_last_error(&error);
-    fprintf(stderr, "%s: %s\n", name, error.text);
+    fprintf(stderr, "%s: %s\n", name, enginefs_reason());
     return 1;
 }
 

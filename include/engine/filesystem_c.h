@@ -6,9 +6,12 @@
 
    Promise    Functions, constants and structures of this header are only ever added to. On Linux the symbols have the
               version ENGINEFS_1. Nothing like it holds for the C++ interface.
+   Order      The handle or the name comes first, then what goes in, its flags last, then what comes out.
    Text       Zero-terminated UTF-8, "/" or "\" between directories, names in any case. A name that is to be created
               must be UTF-8 (INVALID_ARGUMENT); where a name is only asked for, other bytes stand for themselves and
               find what the disk holds under them.
+   Flags      Every function that names a file takes ENGINEFS_OPEN_ flags, and unknown bits fail. Those that open no
+              file heed IN_CACHE_DIR and WHOLE_NAME alone; those that change files always take names as a whole.
    Failure    A call that returns `int` and says nothing else answers 0, or the ENGINEFS_ERROR_ that tells why; one
               that returns a size or a position answers -1, one that returns a pointer null. enginefs_last_error has
               the reason. A failure leaves things as they were; no call ends the process or lets an exception through.
@@ -18,12 +21,15 @@
               to end a handle while another thread uses it. At most 4,194,304 are open at once.
    Structs    Begin with `struct_size`, which the caller sets to sizeof. They only grow: an older program has shorter
               ones, and of longer ones this library serves the part that it knows. Less than it first had, 0 too, is
-              INVALID_ARGUMENT.
+              INVALID_ARGUMENT, and so is another `reserved` than 0 in what goes in. What comes out is filled on
+              success alone.
    Memory     What a call returns to be freed is freed with enginefs_free, never with free().
-   Threads    Any thread may call anything at any time after enginefs_init has returned and before enginefs_shutdown
-              is called; one handle is for one thread at a time unless it says otherwise.
+   Threads    Any thread may call anything at any time; one handle is for one thread at a time unless it says otherwise.
+              What names files or sources is NOT_INITIALIZED before enginefs_init and after enginefs_shutdown; the rest
+              (errors, lists, packs that are made or listed, the log, handles that are still open) works then, too.
    Callbacks  of the host run on threads of the library, or inside a call of the host. They must not throw; an
-              exception of GCC's or clang's C++ that leaves one all the same is caught and dropped. */
+              exception of GCC's or clang's C++ that leaves one all the same is caught and dropped. Undefined: to leave
+              one by longjmp, or to end its thread. */
 
 #include <stddef.h>
 #include <stdint.h>
@@ -65,13 +71,13 @@ typedef struct enginefs_options {
     const char* root;         /* full path of a directory that exists; it is asked first and written to */
     const char* cache_dir;    /* what ENGINEFS_OPEN_IN_CACHE_DIR is relative to; null or "": none */
     const char* const* names; /* the only files that the root shows, null behind the last; null: all of them */
-    uint32_t use_fallback;    /* 1: names that no source holds are served straight from the disk */
+    uint32_t use_fallback;    /* 1 or 0: names that no source holds are served straight from the disk */
     uint32_t reserved;        /* 0 */
 } enginefs_options;
 
-/** Starts the file system; there is one for the process. Nothing but enginefs_version and the error calls comes
-    before. NOT_FOUND when the root is missing, INVALID_NAME when it is no full path or longer than 259 bytes,
-    ALREADY_EXISTS when the file system runs already. */
+/** Starts the file system; there is one for the process. NOT_FOUND when the root is missing, INVALID_NAME when it is no
+    full path or longer than 259 bytes, ALREADY_EXISTS when the file system runs already, INVALID_ARGUMENT inside of a
+    callback. */
 ENGINE_FS_API int enginefs_init(const enginefs_options* options);
 
 /** Cancels all loads, removes every source and stops the library's threads; enginefs_init may follow. Handles that
@@ -113,7 +119,8 @@ typedef struct enginefs_error {
 } enginefs_error;
 
 /** The calling thread's most recent failure; a success leaves it alone. The texts belong to the library and live
-    until the thread's next failure, enginefs_clear_error, or the thread's end. `out` may be null. Returns its code. */
+    until the thread's next failure, enginefs_clear_error, or the thread's end. `out` may be null. Returns its code, or
+    INVALID_ARGUMENT, with the failure left alone, for an `out` that is too small. */
 ENGINE_FS_API int enginefs_last_error(enginefs_error* out);
 
 /** Forgets the calling thread's most recent failure. */
@@ -142,8 +149,8 @@ ENGINE_FS_API int enginefs_list_free(enginefs_list* list);
 /* --- Sources ---------------------------------------------------------------------------------------------------- */
 
 /** Mounts a pack (".pak", ".mpak") or else a directory, full path. `flags` are ENGINEFS_SOURCE_. ALREADY_EXISTS when
-    a source of that path is mounted. A directory of which a part could not be listed is mounted all the same, and
-    enginefs_last_error tells. */
+    a source of that path is mounted. A directory that does not exist is mounted as an empty one unless MUST_EXIST; one
+    of which a part could not be listed is mounted all the same, and enginefs_last_error tells. */
 ENGINE_FS_API int enginefs_add_source(const char* path, uint32_t flags);
 /** The same, with every name of the source below `prefix`: "mods/cool" shows its "a.txt" as "mods/cool/a.txt". An
     empty prefix mounts as enginefs_add_source; a full path and one that climbs fail. */
@@ -180,17 +187,17 @@ enum enginefs_source_kind {
 
 typedef struct enginefs_source_info {
     uint32_t struct_size;
-    uint32_t kind;     /* ENGINEFS_KIND_ */
-    uint32_t flags;    /* ENGINEFS_SOURCE_ */
-    uint32_t writable; /* 1 or 0, as the next */
+    uint32_t kind;        /* ENGINEFS_KIND_ */
+    uint32_t flags;       /* ENGINEFS_SOURCE_ */
+    uint32_t is_writable; /* 1 or 0, as the next */
     uint32_t is_protected;
     uint32_t unlisted_directories; /* that the latest mount or refresh could not list: names may be missing */
 } enginefs_source_info;
 
 /** The paths of all sources in asking order, the fallback last, which is "". */
 ENGINE_FS_API enginefs_list* enginefs_sources(void);
-/** The same of those that hold a file of this name, found by its end too. Empty when none does. */
-ENGINE_FS_API enginefs_list* enginefs_holders(const char* path);
+/** The same of those that hold a file of this name. Empty when none does. */
+ENGINE_FS_API enginefs_list* enginefs_holders(const char* path, uint32_t flags);
 /** What is known of the source of this index, of a list of enginefs_sources or enginefs_holders. */
 ENGINE_FS_API int enginefs_source_at(const enginefs_list* list, uint64_t index, enginefs_source_info* out);
 
@@ -210,7 +217,7 @@ enum enginefs_mode {
     ENGINEFS_READ_WRITE = 3 /* as it is; made when nobody holds the name */
 };
 
-/** Flags of enginefs_open; other bits fail. Without SEEKABLE a stored entry of a pack is for forward reading alone. */
+/** Flags of enginefs_open and of all that names a file. Without SEEKABLE a stored entry of a pack is for forward reading alone. */
 enum enginefs_open_flag {
     ENGINEFS_OPEN_IN_CACHE_DIR = 0x001,  /* the path is relative to the cache directory */
     ENGINEFS_OPEN_WRITE_THROUGH = 0x002, /* writes reach the disk before they return */
@@ -260,26 +267,25 @@ ENGINE_FS_API int enginefs_set_end(enginefs_file* file);
 /* --- Whole files and managing them ------------------------------------------------------------------------------ */
 
 /** The whole file in a new block, freed with enginefs_free. A zero byte follows it, so that a text can be used as it
-    is. `size` gets the bytes without that and may be null. `flags` as for enginefs_open. Never a part of the file:
-    what enginefs_read tells of fails here too. */
+    is. `size` gets the bytes without that, 0 on failure, and may be null. Never a part of the file: what enginefs_read
+    tells of fails here too. */
 ENGINE_FS_API void* enginefs_load(const char* path, uint32_t flags, uint64_t* size);
-/** Makes the file of these bytes, or fills it anew. `flags` as for enginefs_open: with REPLACE the old file stays until
-    the new one is whole, and without WHOLE_NAME a file whose name ends like this may be the one that is filled. `data`
+/** Makes the file of these bytes, or fills it anew: with REPLACE the old file stays until the new one is whole, and without WHOLE_NAME a file whose name ends like this may be the one that is filled. `data`
     may be null when `size` is 0. */
 ENGINE_FS_API int enginefs_save(const char* path, const void* data, uint64_t size, uint32_t flags);
-/** 1 when a source, the fallback included, holds a file of this name, 0 when none does or the arguments are wrong.
-    Of the flags WHOLE_NAME and IN_CACHE_DIR are heeded; so below. */
+/** 1 when a source, the fallback included, holds a file of this name. 0 when none does, which is no failure, and when
+    the call fails. */
 ENGINE_FS_API int enginefs_exists(const char* path, uint32_t flags);
 
-enum enginefs_what { ENGINEFS_IS_FILE = 1, ENGINEFS_IS_DIRECTORY = 2 };
+enum enginefs_type { ENGINEFS_TYPE_FILE = 1, ENGINEFS_TYPE_DIRECTORY = 2 };
 
 typedef struct enginefs_info {
     uint32_t struct_size;
-    uint32_t what;         /* ENGINEFS_IS_FILE or ENGINEFS_IS_DIRECTORY, of which the rest says nothing */
+    uint32_t type;         /* ENGINEFS_TYPE_; of a directory the rest says nothing */
     int64_t size;          /* bytes; -1 when it is not known */
     int64_t time;          /* of the last write: 100 ns since 1601-01-01, universal time; 0 in a pack, -1 not known */
     uint32_t kind;         /* ENGINEFS_KIND_ of the source that holds it */
-    uint32_t read_only;    /* 1 or 0, as the next */
+    uint32_t is_read_only; /* 1 or 0, as the next */
     uint32_t is_protected; /* its source is */
     uint32_t reserved;     /* 0 */
 } enginefs_info;
@@ -287,23 +293,25 @@ typedef struct enginefs_info {
 /** Describes the file that enginefs_open would open, without opening it; where there is none, the directory that
     some source has under this whole name. */
 ENGINE_FS_API int enginefs_stat(const char* path, uint32_t flags, enginefs_info* out);
+/** CRC-32 (as in zip and gzip) of the bytes that enginefs_load would give. UNSUPPORTED for a file whose length is not
+    known. */
+ENGINE_FS_API int enginefs_crc(const char* path, uint32_t flags, uint32_t* out);
 
-/* What follows takes names as a whole, but for enginefs_crc. It changes files of the disk alone, never what a pack holds. */
+/* What follows changes files of the disk alone, never what a pack holds, and takes names as a whole. Flags for two
+   names are for both. */
 
 /** Sets the time that enginefs_stat tells, in its unit. */
-ENGINE_FS_API int enginefs_set_time(const char* path, int64_t time);
+ENGINE_FS_API int enginefs_set_time(const char* path, int64_t time, uint32_t flags);
 /** Deletes the file in the first source that holds it. */
-ENGINE_FS_API int enginefs_remove(const char* path);
+ENGINE_FS_API int enginefs_remove(const char* path, uint32_t flags);
 /** Deletes a directory with everything in it from the first writable source that has it; links go themselves. */
-ENGINE_FS_API int enginefs_remove_dir(const char* path);
+ENGINE_FS_API int enginefs_remove_dir(const char* path, uint32_t flags);
 /** Makes a directory, with those above it, in the first source; 0 too when it is there. */
-ENGINE_FS_API int enginefs_mkdir(const char* path);
+ENGINE_FS_API int enginefs_mkdir(const char* path, uint32_t flags);
 /** Renames a file within its source. ALREADY_EXISTS when `to` is held. */
-ENGINE_FS_API int enginefs_rename(const char* from, const char* to);
+ENGINE_FS_API int enginefs_rename(const char* from, const char* to, uint32_t flags);
 /** Copies a file, over an old one too; a copy that fails may leave a part. */
-ENGINE_FS_API int enginefs_copy(const char* from, const char* to);
-/** CRC-32 (as in zip and gzip) of the file that enginefs_open would open. */
-ENGINE_FS_API int enginefs_crc(const char* path, uint32_t* crc);
+ENGINE_FS_API int enginefs_copy(const char* from, const char* to, uint32_t flags);
 
 /* --- Searching -------------------------------------------------------------------------------------------------- */
 
@@ -355,9 +363,9 @@ typedef struct enginefs_pack_entry {
     uint32_t method; /* ENGINEFS_METHOD_, or another number that the pack records */
     uint64_t size;   /* plain bytes */
     uint64_t packed_size;
-    int64_t time; /* 100 ns since 1601, in whatever time zone the pack was made */
-    uint32_t crc; /* CRC-32 of the plain bytes */
-    uint32_t reserved;
+    int64_t time;      /* 100 ns since 1601, in whatever time zone the pack was made */
+    uint32_t crc;      /* CRC-32 of the plain bytes */
+    uint32_t reserved; /* 0 */
 } enginefs_pack_entry;
 
 /** The names of a pack's entries, in its order and case. The pack need not be mounted, nor the file system run. */
@@ -384,16 +392,16 @@ enum enginefs_priority {
 
 typedef struct enginefs_load_wish {
     uint32_t struct_size;
-    int32_t priority;
-    const char* path;                /* as enginefs_open takes it; copied */
+    uint32_t flags;                  /* as for enginefs_open in the mode READ; SEEKABLE is added */
+    const char* path;                /* copied */
     uint64_t offset;                 /* bytes from the start of the file */
     uint64_t size;                   /* bytes; 0: to the end of the file */
     void* buffer;                    /* the caller's until the load has ended; null: a block of the library's */
     uint64_t capacity;               /* bytes of `buffer`; a longer load fails with TOO_LARGE, nothing written */
     enginefs_load_callback callback; /* null: none */
     void* user;                      /* handed to it */
+    int32_t priority;                /* ENGINEFS_PRIORITY_ */
     uint32_t deadline_ms;            /* from now; 0: none. It orders; a miss fails nothing */
-    uint32_t reserved;               /* 0 */
 } enginefs_load_wish;
 
 /** States of a load; the last three are its end. */

@@ -26,6 +26,6 @@ void start(void) {
     text = enginefs_load("msvc.txt", 0, &size);
     CHECK(text && size == 6 && text[5] == 'f' && text[6] == '\0');
     enginefs_free((void*)text);
-    CHECK(enginefs_remove("msvc.txt") == ENGINEFS_OK && enginefs_shutdown() == ENGINEFS_OK);
+    CHECK(enginefs_remove("msvc.txt", 0) == ENGINEFS_OK && enginefs_shutdown() == ENGINEFS_OK);
     ExitProcess(0);
 }

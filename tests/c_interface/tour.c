@@ -38,16 +38,17 @@ static const char* whole_files(void) {
     CHECK(enginefs_load("one.txt", ENGINEFS_OPEN_WHOLE_NAME, &size) == NULL && size == 0);
 
     CHECK(enginefs_save("new/a.bin", "abc", 3, 0) == ENGINEFS_OK && enginefs_save("empty", NULL, 0, 0) == ENGINEFS_OK);
-    CHECK(enginefs_crc("new/a.bin", &crc) == ENGINEFS_OK && crc == 0x352441C2);
-    CHECK(enginefs_copy("new/a.bin", "new/b.bin") == ENGINEFS_OK);
-    CHECK(enginefs_rename("new/b.bin", "new/c.bin") == ENGINEFS_OK && !enginefs_exists("new/b.bin", 0));
-    CHECK(enginefs_set_time("new/c.bin", 132223104000000000) == ENGINEFS_OK);
+    CHECK(enginefs_crc("new/a.bin", 0, &crc) == ENGINEFS_OK && crc == 0x352441C2);
+    CHECK(enginefs_copy("new/a.bin", "new/b.bin", 0) == ENGINEFS_OK);
+    CHECK(enginefs_rename("new/b.bin", "new/c.bin", 0) == ENGINEFS_OK && !enginefs_exists("new/b.bin", 0));
+    CHECK(enginefs_set_time("new/c.bin", 132223104000000000, 0) == ENGINEFS_OK);
     info.struct_size = sizeof info;
-    CHECK(enginefs_stat("new/c.bin", 0, &info) == ENGINEFS_OK && info.what == ENGINEFS_IS_FILE && info.size == 3);
-    CHECK(info.time == 132223104000000000 && info.kind == ENGINEFS_KIND_ROOT && !info.read_only && !info.is_protected);
-    CHECK(enginefs_stat("new", 0, &info) == ENGINEFS_OK && info.what == ENGINEFS_IS_DIRECTORY && info.size == -1);
-    CHECK(enginefs_mkdir("made/deep") == ENGINEFS_OK && enginefs_remove("new/c.bin") == ENGINEFS_OK);
-    CHECK(enginefs_remove_dir("made") == ENGINEFS_OK && enginefs_stat("made", 0, &info) == ENGINEFS_ERROR_NOT_FOUND);
+    CHECK(enginefs_stat("new/c.bin", 0, &info) == ENGINEFS_OK && info.type == ENGINEFS_TYPE_FILE && info.size == 3);
+    CHECK(info.time == 132223104000000000 && info.kind == ENGINEFS_KIND_ROOT && !info.is_read_only &&
+          !info.is_protected);
+    CHECK(enginefs_stat("new", 0, &info) == ENGINEFS_OK && info.type == ENGINEFS_TYPE_DIRECTORY && info.size == -1);
+    CHECK(enginefs_mkdir("made/deep", 0) == ENGINEFS_OK && enginefs_remove("new/c.bin", 0) == ENGINEFS_OK);
+    CHECK(enginefs_remove_dir("made", 0) == ENGINEFS_OK && enginefs_stat("made", 0, &info) == ENGINEFS_ERROR_NOT_FOUND);
     return NULL;
 }
 
@@ -97,14 +98,14 @@ static const char* sources(const char* pack) {
     list = enginefs_sources();
     info.struct_size = sizeof info;
     CHECK(enginefs_list_count(list) == 2 && enginefs_source_at(list, 0, &info) == ENGINEFS_OK);
-    CHECK(info.kind == ENGINEFS_KIND_PACK && info.flags == ENGINEFS_SOURCE_EXACT_SEEKS && !info.writable);
+    CHECK(info.kind == ENGINEFS_KIND_PACK && info.flags == ENGINEFS_SOURCE_EXACT_SEEKS && !info.is_writable);
     enginefs_list_free(list);
-    list = enginefs_holders("mods/snow/p/two.txt");
+    list = enginefs_holders("mods/snow/p/two.txt", 0);
     CHECK(enginefs_list_count(list) == 1 && strcmp(enginefs_list_at(list, 0), pack) == 0);
     enginefs_list_free(list);
     file.struct_size = sizeof file;
     CHECK(enginefs_stat("mods/snow/p/two.txt", 0, &file) == ENGINEFS_OK && file.size == 3 && file.time == 0);
-    CHECK(file.kind == ENGINEFS_KIND_PACK && file.read_only);
+    CHECK(file.kind == ENGINEFS_KIND_PACK && file.is_read_only);
     CHECK(enginefs_refresh(NULL) == ENGINEFS_OK && enginefs_refresh("levels") == ENGINEFS_OK);
     CHECK(enginefs_remove_source(pack) == ENGINEFS_OK && !enginefs_exists("mods/snow/p/two.txt", 0));
     return NULL;

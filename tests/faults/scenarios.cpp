@@ -337,7 +337,7 @@ bool serve_c(Stage&) {
     enginefs_list* const dirs = names != nullptr ? enginefs_dirs("", 1) : nullptr;
     const bool is_whole = dirs != nullptr && size > 7 && std::string_view(static_cast<char*>(bytes), 7) == "line 0\n" &&
                           enginefs_list_count(names) == 2 && enginefs_stat("save.txt", 0, &info) == ENGINEFS_OK &&
-                          info.what == ENGINEFS_IS_FILE &&
+                          info.type == ENGINEFS_TYPE_FILE &&
                           enginefs_save("save.txt", new_save.data(), new_save.size(), 0) == 0;
     enginefs_free(bytes);
     enginefs_list_free(names);

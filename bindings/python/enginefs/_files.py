@@ -1,27 +1,18 @@
-"""Open files in the manner of io, and what is done with whole files."""
+"""Open files in the manner of io, and whole files."""
 from __future__ import annotations
 
 import errno
 import io
 import os
-import stat as modes
 import threading
 from ctypes import byref, c_char
-from typing import IO, Any, NamedTuple, Optional
+from typing import IO, Any, Optional
 
 from . import _native
-from ._native import Name, address, c, check, encode, failure, int64, new_bytes
+from ._native import Name, Single, address, c, check, encode, failure, int64, new_bytes
 
 BUFFER_SIZE = 64 * 1024  # a call through ctypes costs more than a system call does
 _READING = _native.WHOLE_NAME | _native.SEEKABLE
-
-
-class Stat(NamedTuple):
-    """What is known of a file or a directory, under os.stat_result's names. Times are seconds since 1970, 0.0 in a pack."""
-
-    st_mode: int
-    st_size: int
-    st_mtime: float
 
 
 def find(name: Name) -> Optional[_native.FileInfo]:
@@ -34,22 +25,25 @@ def find(name: Name) -> Optional[_native.FileInfo]:
     return info
 
 
-def stat(name: Name) -> Stat:
-    info = find(name)
-    if info is None:
-        raise failure(name)
-    if info.what == _native.IS_DIRECTORY:
-        return Stat(modes.S_IFDIR | 0o755, 0, 0.0)
-    return Stat(modes.S_IFREG | (0o444 if info.read_only else 0o644), info.size, _native.seconds(info.time))
+def is_directory(info: Optional[_native.FileInfo]) -> bool:
+    return info is not None and info.type == _native.DIRECTORY
+
+
+def file_failure(name: Name) -> OSError:
+    """Why a file could not be had: as failure, and IsADirectoryError where there is a directory."""
+    error = failure(name)
+    return os_error(errno.EISDIR, name) if is_directory(find(name)) else error
+
+
+def os_error(number: int, name: Name) -> OSError:
+    return OSError(number, os.strerror(number), str(name))
 
 
 def read_bytes(name: Name) -> bytes:
     """The whole file: without a buffer in between, and never a part of it."""
-    handle = c.open(encode(name), _native.READ, _READING)
-    if handle is None:
-        raise _file_failure(name)
+    handle = _open_handle(name, "r", False)
     try:
-        return _read_rest(handle, c.length(handle), name)
+        return _read(handle, c.length(handle), name)
     finally:
         c.close(handle)
 
@@ -61,43 +55,12 @@ def write_bytes(name: Name, data: Any) -> int:
     return size
 
 
-def remove(name: Name) -> None:
-    """Deletes a file in the first source that holds it."""
-    if c.remove(encode(name)):
-        raise _file_failure(name)
-
-
-def mkdir(name: Name) -> None:
-    """Makes a directory, and those above it."""
-    check(c.mkdir(encode(name)), name)
-
-
-def rmdir(name: Name) -> None:
-    """Removes a directory that is empty."""
-    if _native.texts(c.search(encode(name), None, 1), name) or _native.texts(c.dirs(encode(name), 0), name):
-        raise OSError(errno.ENOTEMPTY, os.strerror(errno.ENOTEMPTY), str(name))
-    check(c.remove_dir(encode(name)), name)
-
-
-def rename(old: Name, new: Name) -> None:
-    """Renames a file within the source that holds it; FileExistsError when `new` is held."""
-    check(c.rename(encode(old), encode(new)), old, new)
-
-
 def copy(old: Name, new: Name) -> None:
     """Copies a file, over an old one too."""
-    check(c.copy(encode(old), encode(new)), old, new)
+    check(c.copy(encode(old), encode(new), 0), old, new)
 
 
-def _file_failure(name: Name) -> OSError:
-    error = failure(name)
-    info = find(name)
-    if info is not None and info.what == _native.IS_DIRECTORY:
-        return IsADirectoryError(errno.EISDIR, os.strerror(errno.EISDIR), str(name))
-    return error
-
-
-def _read_rest(handle: int, size: int, name: Any) -> bytes:
+def _read(handle: int, size: int, name: Any) -> bytes:
     data: bytes = new_bytes(None, max(size, 0))
     got = c.read(handle, data, len(data))
     if got < 0:
@@ -105,7 +68,7 @@ def _read_rest(handle: int, size: int, name: Any) -> bytes:
     return data if got == len(data) else data[:got]
 
 
-class RawFile(io.RawIOBase):
+class RawFile(Single, io.RawIOBase):
     """An unbuffered file of the mounted file system; enginefs.open makes it.
 
     Reads land in the caller's buffer without a copy, from any position of any entry. Any thread may use it, one at a time.
@@ -125,31 +88,25 @@ class RawFile(io.RawIOBase):
             self.seek(0, io.SEEK_END)
 
     def readable(self) -> bool:
-        return self._live(self._reads)
+        return self._open("ask") is not None and self._reads
 
     def writable(self) -> bool:
-        return self._live(self._writes)
+        return self._open("ask") is not None and self._writes
 
     def seekable(self) -> bool:
-        return self._live(True)
+        return self._open("ask") is not None
 
     def readinto(self, buffer: Any) -> int:
         """Fills `buffer`; less only at the end of the file. OSError when bytes are lost or damaged."""
         view = memoryview(buffer)
-        if not view.nbytes:
-            return 0
-        start = byref(c_char.from_buffer(view))
+        start = byref(c_char.from_buffer(view)) if view.nbytes else None
         with self._lock:
             return self._checked(c.read(self._open("read", self._reads), start, view.nbytes))
 
-    def read(self, size: Optional[int] = -1) -> bytes:
+    def readall(self) -> bytes:
         with self._lock:
             handle = self._open("read", self._reads)
-            left = max(0, self._checked(c.length(handle)) - self._checked(c.tell(handle)))
-            return _read_rest(handle, left if size is None or size < 0 else min(size, left), self.name)
-
-    def readall(self) -> bytes:
-        return self.read()
+            return _read(handle, self._checked(c.length(handle)) - self._checked(c.tell(handle)), self.name)
 
     def write(self, data: Any) -> int:
         """Writes all of it. A failure, a full disk say, may leave a part."""
@@ -167,20 +124,18 @@ class RawFile(io.RawIOBase):
             return self._checked(c.tell(handle))
 
     def tell(self) -> int:
-        with self._lock:
-            return self._checked(c.tell(self._open("tell")))
+        return self.seek(0, io.SEEK_CUR)
 
     def truncate(self, size: Optional[int] = None) -> int:
         with self._lock:
             handle = self._open("truncate", self._writes)
             position = self._checked(c.tell(handle))
-            end = position if size is None else size
-            check(c.seek(handle, int64(end), io.SEEK_SET), self.name)
-            status = c.set_end(handle)
-            error = failure(self.name) if status else None
-            check(c.seek(handle, position, io.SEEK_SET), self.name)
-        if error:
-            raise error
+            end = position if size is None else int64(size)
+            check(c.seek(handle, end, io.SEEK_SET), self.name)
+            try:
+                check(c.set_end(handle), self.name)
+            finally:
+                check(c.seek(handle, position, io.SEEK_SET), self.name)
         return end
 
     def close(self) -> None:
@@ -192,10 +147,6 @@ class RawFile(io.RawIOBase):
                 handle, self._handle = self._handle, None
                 status = c.close(handle) if handle is not None else 0
             check(status, self.name)
-
-    def _live(self, answer: bool) -> bool:
-        self._open("ask")
-        return answer
 
     def _open(self, what: str, allowed: bool = True) -> int:
         if self._handle is None:
@@ -213,19 +164,18 @@ class RawFile(io.RawIOBase):
 def _open_handle(name: Name, kind: str, both: bool) -> int:
     encoded, flags = encode(name), _native.WHOLE_NAME
     if kind == "x" and find(name) is not None:
-        raise FileExistsError(errno.EEXIST, os.strerror(errno.EEXIST), str(name))
+        raise os_error(errno.EEXIST, name)
     if kind == "r" and both and find(name) is None:  # the library would make it
-        raise FileNotFoundError(errno.ENOENT, os.strerror(errno.ENOENT), str(name))
+        raise os_error(errno.ENOENT, name)
     if kind == "r" and not both:
         how, flags = _native.READ, _READING
     elif both:
-        how = _native.READ_WRITE
-        flags |= _native.CREATE if kind in "wx" else 0
+        how, flags = _native.READ_WRITE, flags | (_native.CREATE if kind in "wx" else 0)
     else:
         how = _native.APPEND if kind == "a" else _native.WRITE
     handle: Optional[int] = c.open(encoded, how, flags)
     if handle is None:
-        raise _file_failure(name)
+        raise file_failure(name)
     return handle
 
 
@@ -250,12 +200,12 @@ def open_file(file: Name, mode: str = "r", buffering: int = -1, encoding: Option
         raise ValueError("binary mode takes no encoding, errors or newline")
     if buffering == 0 and not binary:
         raise ValueError("can't have unbuffered text I/O")
-    kind = kinds.pop()
-    raw = RawFile(file, kind, "+" in letters)
+    raw = RawFile(file, kinds.pop(), "+" in letters)
     if buffering == 0:
         return raw  # type: ignore[return-value]
     try:
-        buffered: IO[Any] = _buffered(raw, BUFFER_SIZE if buffering in (-1, 1) else buffering)
+        wrap: Any = io.BufferedRandom if "+" in letters else io.BufferedReader if "r" in letters else io.BufferedWriter
+        buffered: IO[Any] = wrap(raw, BUFFER_SIZE if buffering < 0 or buffering == 1 else buffering)
         if binary:
             return buffered
         text = io.TextIOWrapper(buffered, encoding or "utf-8", errors, newline, line_buffering=buffering == 1)
@@ -264,9 +214,3 @@ def open_file(file: Name, mode: str = "r", buffering: int = -1, encoding: Option
     except BaseException:
         raw.close()
         raise
-
-
-def _buffered(raw: RawFile, size: int) -> Any:
-    if "+" in raw.mode:
-        return io.BufferedRandom(raw, size)
-    return io.BufferedReader(raw, size) if raw.mode[0] == "r" else io.BufferedWriter(raw, size)

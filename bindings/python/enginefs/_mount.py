@@ -4,18 +4,18 @@ from __future__ import annotations
 import atexit
 import errno
 import os
+import shutil
 import stat
 import tempfile
 import threading
 from ctypes import byref
 from enum import IntFlag
-from typing import IO, Any, Callable, Iterable, NamedTuple, Optional, Type, Union
+from typing import IO, Any, Callable, Iterable, NamedTuple, Optional, Type
 
 from . import _native
 from ._files import open_file
-from ._native import c, check, disk_path, encode, failure
+from ._native import DiskName, Single, c, check, disk_path, encode
 
-DiskPath = Union[str, "os.PathLike[str]"]
 Log = Callable[[int, str, str], Any]
 
 
@@ -46,7 +46,7 @@ class Source(NamedTuple):
     protected: bool
 
 
-class Mount:
+class Mount(Single):
     """Starts the file system, and stops it at the end of a `with` block, by close, or when the interpreter ends.
 
     root         directory that is asked after the packs and written to; None: an empty one that goes with the mount.
@@ -57,22 +57,23 @@ class Mount:
 
     The library is one for the process, and so is the mount: RuntimeError for a second one. OSError when a source cannot be
     mounted; nothing is left mounted then. Files that are still open at the end can be read and closed. Any thread may use it;
-    a child made by fork may not.
+    another interpreter of the process and a child made by fork may not, and the child's end leaves it alone.
     """
 
+    root: str  # as a full path
     _current: Optional[Mount] = None
     _guard = threading.Lock()  # over _current
 
-    def __init__(self, root: Optional[DiskPath] = None, packs: Iterable[DiskPath] = (), directories: Iterable[DiskPath] = (), *,
+    def __init__(self, root: Optional[DiskName] = None, packs: Iterable[DiskName] = (), directories: Iterable[DiskName] = (), *,
                  flags: Flags = Flags.TREE | Flags.WRITE_HERE, fallback: bool = False, log: Optional[Log] = None,
                  level: int = 2) -> None:
-        self._temporary = tempfile.TemporaryDirectory(prefix="enginefs-") if root is None else None
-        self.root = os.path.abspath(os.fspath(root) if root is not None else self._temporary.name)  # type: ignore[union-attr]
         with Mount._guard:
             if Mount._current is not None:
-                self._drop_temporary()
                 raise RuntimeError(f"a file system is mounted already, with the root {Mount._current.root!r}; "
                                    "there is one for each process, so close that Mount first")
+            self._temporary = tempfile.mkdtemp(prefix="enginefs-") if root is None else None
+            self.root = os.path.abspath(os.fspath(self._temporary or root))  # type: ignore[arg-type]
+            self._process = os.getpid()
             try:
                 self.set_log(log, level)
                 check(c.init(byref(_native.Options(flags, disk_path(self.root), None, None, fallback, 0))), self.root)
@@ -101,7 +102,7 @@ class Mount:
         self._callback = callback  # lives as long as it may be called
         c.log_level(level if log else 0)
 
-    def add(self, path: DiskPath, prefix: str = "", flags: Optional[Flags] = None) -> None:
+    def add(self, path: DiskName, prefix: str = "", flags: Optional[Flags] = None) -> None:
         """Mounts one more pack or directory, its names below `prefix`. FileExistsError when it is mounted already."""
         is_directory = stat.S_ISDIR(os.stat(path).st_mode)  # the library would mount a directory that is yet to come
         if not is_directory and not os.fspath(path).lower().endswith((".pak", ".mpak")):
@@ -110,7 +111,7 @@ class Mount:
             flags = Flags.TREE if is_directory else Flags.NONE
         check(c.add_source_at(disk_path(path), encode(prefix), flags), os.fspath(path))
 
-    def remove(self, path: DiskPath) -> None:
+    def remove(self, path: DiskName) -> None:
         """Takes a source away; its open files stay usable."""
         check(c.remove_source(disk_path(path)), os.fspath(path))
 
@@ -124,7 +125,7 @@ class Mount:
 
     def holders(self, name: _native.Name) -> list[Source]:
         """The sources that hold a file of this name, also by its end; the first one wins."""
-        return _sources(c.holders(encode(name)))
+        return _sources(c.holders(encode(name), 0))
 
     def open(self, file: _native.Name, mode: str = "r", buffering: int = -1, encoding: Optional[str] = None,
              errors: Optional[str] = None, newline: Optional[str] = None) -> IO[Any]:
@@ -134,7 +135,7 @@ class Mount:
     def close(self) -> None:
         """Stops the file system. Nothing happens when it was stopped before."""
         with Mount._guard:
-            if Mount._current is not self:
+            if Mount._current is not self or self._process != os.getpid():  # a fork has none of the library's threads
                 return
             check(c.shutdown(), self.root)
             self.set_log(None)
@@ -144,7 +145,7 @@ class Mount:
 
     def _drop_temporary(self) -> None:
         if self._temporary is not None:
-            self._temporary.cleanup()
+            shutil.rmtree(self._temporary, ignore_errors=True)
 
     def __enter__(self) -> Mount:
         return self
@@ -161,14 +162,5 @@ def _told(log: Log) -> Callable[[int, bytes, bytes, Any], None]:
 
 
 def _sources(handle: Optional[int]) -> list[Source]:
-    if handle is None:
-        raise failure()
-    found = []
-    try:
-        for index, path in enumerate(_native.peek_texts(handle)):
-            info = _native.SourceInfo()
-            check(c.source_at(handle, index, byref(info)))
-            found.append(Source(path, Flags(info.flags), bool(info.writable), bool(info.is_protected)))
-    finally:
-        c.list_free(handle)
-    return found
+    return [Source(path, Flags(info.flags), bool(info.is_writable), bool(info.is_protected))
+            for path, info in _native.items(handle, None, c.source_at, _native.SourceInfo)]

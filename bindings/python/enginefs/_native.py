@@ -10,6 +10,7 @@ import errno
 import os
 import sys
 from ctypes import POINTER, byref, c_char, c_char_p, c_int, c_int32, c_int64, c_uint32, c_uint64, c_void_p
+from operator import index
 from pathlib import Path as DiskPath
 from pathlib import PurePath
 from types import SimpleNamespace
@@ -17,11 +18,12 @@ from typing import Any, Optional, Union
 
 __version__ = "1.0.0"
 
-Name = Union[str, "os.PathLike[str]", PurePath]
+DiskName = Union[str, "os.PathLike[str]"]
+Name = Union[DiskName, PurePath]
 
 READ, WRITE, APPEND, READ_WRITE = range(4)
 CREATE, REPLACE, WHOLE_NAME, SEEKABLE = 0x20, 0x400, 0x800, 0x1000
-IS_DIRECTORY = 2
+DIRECTORY = 2
 NOT_FOUND = 1
 
 _ERRNO = {
@@ -49,13 +51,13 @@ class Error(Struct):
 
 
 class SourceInfo(Struct):
-    _fields_ = [("struct_size", c_uint32), ("kind", c_uint32), ("flags", c_uint32), ("writable", c_uint32),
+    _fields_ = [("struct_size", c_uint32), ("kind", c_uint32), ("flags", c_uint32), ("is_writable", c_uint32),
                 ("is_protected", c_uint32), ("unlisted_directories", c_uint32)]
 
 
 class FileInfo(Struct):
-    _fields_ = [("struct_size", c_uint32), ("what", c_uint32), ("size", c_int64), ("time", c_int64), ("kind", c_uint32),
-                ("read_only", c_uint32), ("is_protected", c_uint32), ("reserved", c_uint32)]
+    _fields_ = [("struct_size", c_uint32), ("type", c_uint32), ("size", c_int64), ("time", c_int64), ("kind", c_uint32),
+                ("is_read_only", c_uint32), ("is_protected", c_uint32), ("reserved", c_uint32)]
 
 
 class EntryInfo(Struct):
@@ -65,46 +67,34 @@ class EntryInfo(Struct):
 
 LogCallback = ctypes.CFUNCTYPE(None, c_int, c_char_p, c_char_p, c_void_p)
 
-# What each function answers, and what it takes.
-_SIGNATURES: dict[str, tuple[Any, ...]] = {
-    "version": (c_uint32,),
-    "init": (c_int, POINTER(Options)),
-    "shutdown": (c_int,),
-    "free": (None, c_void_p),
-    "last_error": (c_int, POINTER(Error)),
-    "list_block": (c_void_p, c_void_p, POINTER(c_uint64)),
-    "list_free": (c_int, c_void_p),
-    "add_source_at": (c_int, c_char_p, c_char_p, c_uint32),
-    "remove_source": (c_int, c_char_p),
-    "sources": (c_void_p,),
-    "holders": (c_void_p, c_char_p),
-    "source_at": (c_int, c_void_p, c_uint64, POINTER(SourceInfo)),
-    "refresh": (c_int, c_char_p),
-    "open": (c_void_p, c_char_p, c_int, c_uint32),
-    "close": (c_int, c_void_p),
-    "read": (c_int64, c_void_p, c_void_p, c_uint64),
-    "write": (c_int64, c_void_p, c_void_p, c_uint64),
-    "seek": (c_int, c_void_p, c_int64, c_int),
-    "tell": (c_int64, c_void_p),
-    "length": (c_int64, c_void_p),
-    "set_end": (c_int, c_void_p),
-    "save": (c_int, c_char_p, c_void_p, c_uint64, c_uint32),
-    "stat": (c_int, c_char_p, c_uint32, POINTER(FileInfo)),
-    "remove": (c_int, c_char_p),
-    "remove_dir": (c_int, c_char_p),
-    "mkdir": (c_int, c_char_p),
-    "rename": (c_int, c_char_p, c_char_p),
-    "copy": (c_int, c_char_p, c_char_p),
-    "search": (c_void_p, c_char_p, c_char_p, c_int),
-    "dirs": (c_void_p, c_char_p, c_int),
-    "pack_create": (c_void_p, c_char_p),
-    "pack_add": (c_int, c_void_p, c_char_p, c_void_p, c_uint64, c_int, c_int, c_int64),
-    "pack_finish": (c_int, c_void_p),
-    "pack_cancel": (c_int, c_void_p),
-    "pack_list": (c_void_p, c_char_p),
-    "pack_entry_at": (c_int, c_void_p, c_uint64, POINTER(EntryInfo)),
-    "set_log": (None, LogCallback, c_void_p),
-    "log_level": (c_int, c_int),
+# What functions answer, and what they take.
+_SIGNATURES: dict[tuple[Any, ...], str] = {
+    (None, LogCallback, c_void_p): "set_log",
+    (None, c_void_p): "free",
+    (c_uint32,): "version",
+    (c_int,): "shutdown",
+    (c_int, c_int): "log_level",
+    (c_int, POINTER(Options)): "init",
+    (c_int, POINTER(Error)): "last_error",
+    (c_int, c_char_p): "remove_source refresh",
+    (c_int, c_char_p, c_char_p, c_uint32): "add_source_at rename copy",
+    (c_int, c_char_p, c_uint32): "remove remove_dir mkdir",
+    (c_int, c_char_p, c_uint32, POINTER(FileInfo)): "stat",
+    (c_int, c_char_p, c_void_p, c_uint64, c_uint32): "save",
+    (c_int, c_void_p): "close set_end list_free pack_finish pack_cancel",
+    (c_int, c_void_p, c_int64, c_int): "seek",
+    (c_int, c_void_p, c_uint64, POINTER(SourceInfo)): "source_at",
+    (c_int, c_void_p, c_uint64, POINTER(EntryInfo)): "pack_entry_at",
+    (c_int, c_void_p, c_char_p, c_void_p, c_uint64, c_int, c_int, c_int64): "pack_add",
+    (c_int64, c_void_p): "tell length",
+    (c_int64, c_void_p, c_void_p, c_uint64): "read write",
+    (c_void_p,): "sources",
+    (c_void_p, c_char_p): "pack_create pack_list",
+    (c_void_p, c_char_p, c_int): "dirs",
+    (c_void_p, c_char_p, c_uint32): "holders",
+    (c_void_p, c_char_p, c_char_p, c_int): "search",
+    (c_void_p, c_char_p, c_int, c_uint32): "open",
+    (c_void_p, c_void_p, POINTER(c_uint64)): "list_block",
 }
 
 
@@ -116,20 +106,25 @@ def _library_path() -> str:
     return os.environ.get("ENGINEFS_LIBRARY") or (str(beside) if beside.exists() else installed)
 
 
-def _bind(library: ctypes.CDLL, path: str) -> SimpleNamespace:
+def _load() -> SimpleNamespace:
     """The functions of the library under their names without the prefix, or an ImportError that says what does not fit."""
-    functions = SimpleNamespace()
-    missing = []
-    for name, (result, *arguments) in _SIGNATURES.items():
-        function = getattr(library, "enginefs_" + name, None)
-        if function is None:
-            missing.append("enginefs_" + name)
-            continue
-        function.restype, function.argtypes = result, arguments
-        setattr(functions, name, function)
-    number = functions.version() if hasattr(functions, "version") else 0
-    found = (number >> 16, number >> 8 & 0xFF, number & 0xFF)
-    wanted = tuple(map(int, __version__.split(".")))
+    path = _library_path()
+    try:
+        library = ctypes.CDLL(path)
+    except OSError as error:
+        raise ImportError(f"enginefs {__version__} cannot load its library: {error}. Install engine_filesystem or the wheel, "
+                          "or name the file in ENGINEFS_LIBRARY", path=path) from error
+    functions, missing = SimpleNamespace(version=lambda: 0), []
+    for (result, *arguments), names in _SIGNATURES.items():
+        for name in names.split():
+            function = getattr(library, "enginefs_" + name, None)
+            if function is None:
+                missing.append("enginefs_" + name)
+                continue
+            function.restype, function.argtypes = result, arguments
+            setattr(functions, name, function)
+    number = functions.version()
+    found, wanted = (number >> 16, number >> 8 & 0xFF, number & 0xFF), tuple(map(int, __version__.split(".")))
     if missing or found[0] != wanted[0] or found < wanted:
         text = ".".join(map(str, found)) if number else "of no known version"
         lacks = f", and it lacks {', '.join(missing[:3])}{' and more' if missing[3:] else ''}" if missing else ""
@@ -138,22 +133,19 @@ def _bind(library: ctypes.CDLL, path: str) -> SimpleNamespace:
     return functions
 
 
-def _load() -> SimpleNamespace:
-    path = _library_path()
-    try:
-        library = ctypes.CDLL(path)
-    except OSError as error:
-        raise ImportError(f"enginefs {__version__} cannot load its library: {error}. Install engine_filesystem or the wheel, "
-                          "or name the file in ENGINEFS_LIBRARY", path=path) from error
-    return _bind(library, path)
-
-
 c: Any = _load()
 
 # A new bytes object of this size with nothing in it yet, for the library to fill: reading then copies nothing.
 new_bytes = ctypes.pythonapi.PyBytes_FromStringAndSize
 new_bytes.restype = ctypes.py_object
 new_bytes.argtypes = [c_void_p, ctypes.c_ssize_t]
+
+
+class Single:
+    """What stands for one thing of the library, and so is neither copied nor pickled."""
+
+    def __reduce_ex__(self, _: Any) -> Any:
+        raise TypeError(f"cannot copy or pickle a {type(self).__name__}")
 
 
 def encode(name: Name) -> bytes:
@@ -166,13 +158,14 @@ def encode(name: Name) -> bytes:
     return b"" if text == "." else text.encode("utf-8", "surrogateescape")
 
 
-def disk_path(path: Union[str, "os.PathLike[str]"]) -> bytes:
+def disk_path(path: DiskName) -> bytes:
     """A path of the disk as the library takes it: full."""
     return encode(os.path.abspath(os.fspath(path)))
 
 
 def int64(number: int) -> int:
     """The number, which ctypes would cut to 64 bits without a word."""
+    number = index(number)
     if not -(1 << 63) <= number < 1 << 63:
         raise OverflowError(f"{number} does not fit into 64 bits")
     return number
@@ -205,17 +198,22 @@ def check(status: int, name: Any = None, second: Any = None) -> None:
 
 def texts(handle: Optional[int], name: Any = None) -> list[str]:
     """The texts of a list, which ends with this."""
+    return [text for text, _ in items(handle, name)]
+
+
+def items(handle: Optional[int], name: Any = None, tell: Any = None, kind: Any = None) -> list[tuple[str, Any]]:
+    """The texts of a list, which ends with this, and what `tell(handle, index, kind)` knows of each, where that is wanted."""
     if handle is None:
         raise failure(name)
-    found = peek_texts(handle)
-    c.list_free(handle)
-    return found
-
-
-def peek_texts(handle: int) -> list[str]:
-    size = c_uint64()
-    block = ctypes.string_at(c.list_block(handle, byref(size)), size.value)
-    return block.decode("utf-8", "surrogateescape").split("\0")[:-1]
+    try:
+        size = c_uint64()
+        block = ctypes.string_at(c.list_block(handle, byref(size)), size.value)
+        found = [(text, kind and kind()) for text in block.decode("utf-8", "surrogateescape").split("\0")[:-1]]
+        for at, (_, info) in enumerate(found if tell else ()):
+            check(tell(handle, at, byref(info)), name)
+        return found
+    finally:
+        c.list_free(handle)
 
 
 def seconds(time: int) -> float:

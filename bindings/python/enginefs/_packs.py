@@ -2,12 +2,11 @@
 from __future__ import annotations
 
 import os
-from ctypes import byref
 from enum import IntEnum
-from typing import Any, NamedTuple, Optional, Type, Union
+from typing import Any, NamedTuple, Optional, Type
 
 from . import _native
-from ._native import address, c, check, disk_path, encode, failure, int64
+from ._native import DiskName, Single, address, c, check, disk_path, encode, failure, int64
 
 
 class Method(IntEnum):
@@ -29,31 +28,20 @@ class PackEntry(NamedTuple):
     mtime: float  # seconds since 1970 in whatever time zone the pack was made; 1980 where none was given
 
 
-def list_pack(path: Union[str, "os.PathLike[str]"]) -> list[PackEntry]:
+def list_pack(path: DiskName) -> list[PackEntry]:
     """The entries of a pack of the disk, in its order. Nothing need be mounted. OSError when it is no pack (EBADMSG)."""
-    handle = c.pack_list(disk_path(path))
-    if handle is None:
-        raise failure(os.fspath(path))
-    entries = []
-    try:
-        block = _native.peek_texts(handle)
-        for index, name in enumerate(block):
-            info = _native.EntryInfo()
-            check(c.pack_entry_at(handle, index, byref(info)), os.fspath(path))
-            entries.append(PackEntry(name, info.size, info.packed_size, info.method, info.crc, _native.seconds(info.time)))
-    finally:
-        c.list_free(handle)
-    return entries
+    found = _native.items(c.pack_list(disk_path(path)), os.fspath(path), c.pack_entry_at, _native.EntryInfo)
+    return [PackEntry(name, info.size, info.packed_size, info.method, info.crc, _native.seconds(info.time)) for name, info in found]
 
 
-class PackWriter:
+class PackWriter(Single):
     """Makes a pack: `with PackWriter("game.pak") as pack: pack.add("levels/one.txt", data)`.
 
     It is written beside its target and takes its place at the end of the block; when the block raises, or the pack cannot be
     finished, the old one stays. For one thread at a time.
     """
 
-    def __init__(self, path: Union[str, "os.PathLike[str]"]) -> None:
+    def __init__(self, path: DiskName) -> None:
         self.path = os.fspath(path)
         self._handle: Optional[int] = c.pack_create(disk_path(path))
         if self._handle is None:
@@ -70,7 +58,7 @@ class PackWriter:
         time = int64(round((mtime + 11_644_473_600) * 10_000_000)) if mtime else 0
         check(c.pack_add(self._open(), encode(name), start, size, method, level, time), name)
 
-    def add_file(self, path: Union[str, "os.PathLike[str]"], name: str, method: Method = Method.DEFLATE, level: int = 6) -> None:
+    def add_file(self, path: DiskName, name: str, method: Method = Method.DEFLATE, level: int = 6) -> None:
         """Adds a file of the disk with its time."""
         with open(path, "rb") as file:
             self.add(name, file.read(), method, level, os.fstat(file.fileno()).st_mtime)

@@ -2,15 +2,23 @@
 from __future__ import annotations
 
 import errno
-import os
 import re
+import stat as modes
 from fnmatch import fnmatchcase
 from pathlib import PurePosixPath
-from typing import IO, Any, Iterator, Optional
+from typing import IO, Any, Iterator, NamedTuple, Optional
 
 from . import _native
-from ._files import Stat, find, mkdir, open_file, read_bytes, remove, rename, rmdir, stat, write_bytes
-from ._native import c
+from ._files import file_failure, find, is_directory, open_file, os_error, read_bytes, write_bytes
+from ._native import c, check, encode, texts
+
+
+class Stat(NamedTuple):
+    """What is known of a file or a directory, under os.stat_result's names. Times are seconds since 1970, 0.0 in a pack."""
+
+    st_mode: int
+    st_size: int
+    st_mtime: float
 
 
 class Path(PurePosixPath):
@@ -48,29 +56,33 @@ class Path(PurePosixPath):
         return len(text)
 
     def stat(self) -> Stat:
-        return stat(self)
+        info = find(self)
+        if info is None:
+            raise os_error(errno.ENOENT, self)
+        if is_directory(info):
+            return Stat(modes.S_IFDIR | 0o755, 0, 0.0)
+        return Stat(modes.S_IFREG | (0o444 if info.is_read_only else 0o644), info.size, _native.seconds(info.time))
 
     def exists(self) -> bool:
         return find(self) is not None
 
     def is_file(self) -> bool:
         info = find(self)
-        return info is not None and info.what != _native.IS_DIRECTORY
+        return info is not None and not is_directory(info)
 
     def is_dir(self) -> bool:
-        info = find(self)
-        return info is not None and info.what == _native.IS_DIRECTORY
+        return is_directory(find(self))
 
     def iterdir(self) -> Iterator[Path]:
         """The directories in it, then the files, each in order."""
-        return map(type(self), _below(self, recursive=False))
+        return self._below(recursive=False)
 
     def glob(self, pattern: str) -> Iterator[Path]:
         """Files and directories below it that match, in any case: `*`, `?`, `[...]`, and `**` for any directories."""
         pieces, start = PurePosixPath(pattern.lower()).parts, len(self.parts)
         if not pieces or pieces[0] == "/":
             raise ValueError("a pattern is relative and not empty")
-        below = map(type(self), _below(self, recursive=len(pieces) > 1 or "**" in pieces))
+        below = self._below(recursive=len(pieces) > 1 or "**" in pieces)
         return (path for path in below if _matches(path.parts[start:], pieces))
 
     def rglob(self, pattern: str) -> Iterator[Path]:
@@ -78,28 +90,31 @@ class Path(PurePosixPath):
 
     def mkdir(self) -> None:
         """Makes it, and the directories above it."""
-        mkdir(self)
+        check(c.mkdir(encode(self), 0), self)
 
     def unlink(self) -> None:
-        remove(self)
+        """Deletes the file in the first source that holds it."""
+        if c.remove(encode(self), 0):
+            raise file_failure(self)
 
     def rmdir(self) -> None:
         """Removes an empty directory."""
-        rmdir(self)
+        name = encode(self)
+        if texts(c.search(name, None, 1), self) or texts(c.dirs(name, 0), self):
+            raise os_error(errno.ENOTEMPTY, self)
+        check(c.remove_dir(name, 0), self)
 
     def rename(self, target: PurePosixPath | str) -> Path:
-        """Renames a file within the source that holds it. Fails when the target exists."""
-        rename(self, target)
+        """Renames a file within the source that holds it. FileExistsError when the target is held."""
+        check(c.rename(encode(self), encode(target), 0), self, target)
         return type(self)(target)
 
-
-def _below(path: Path, recursive: bool) -> list[str]:
-    """The directories below, then the files. NotADirectoryError for a file."""
-    name = _native.encode(path)
-    if path.is_file():
-        raise NotADirectoryError(errno.ENOTDIR, os.strerror(errno.ENOTDIR), str(path))
-    directories = _native.texts(c.dirs(name, recursive), path)
-    return directories + _native.texts(c.search(name, None, recursive), path)
+    def _below(self, recursive: bool) -> Iterator[Path]:
+        """The directories below, then the files. NotADirectoryError for a file."""
+        if self.is_file():
+            raise os_error(errno.ENOTDIR, self)
+        name = encode(self)
+        return map(type(self), texts(c.dirs(name, recursive), self) + texts(c.search(name, None, recursive), self))
 
 
 def _matches(parts: tuple[str, ...], pattern: tuple[str, ...]) -> bool:

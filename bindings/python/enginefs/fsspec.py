@@ -9,7 +9,6 @@ from typing import Any, Optional
 from fsspec import AbstractFileSystem
 
 from . import _files, _native
-from ._files import open_file
 from ._path import Path
 
 
@@ -30,7 +29,7 @@ class EngineFileSystem(AbstractFileSystem):  # type: ignore[misc]
         found = _files.find(path)
         if found is None:
             raise FileNotFoundError(path)
-        kind = "directory" if found.what == _native.IS_DIRECTORY else "file"
+        kind = "directory" if _files.is_directory(found) else "file"
         return {"name": path, "size": found.size if kind == "file" else 0, "type": kind, "mtime": _native.seconds(found.time)}
 
     def ls(self, path: str, detail: bool = True, **_: Any) -> list[Any]:
@@ -40,7 +39,7 @@ class EngineFileSystem(AbstractFileSystem):  # type: ignore[misc]
 
     def _open(self, path: str, mode: str = "rb", block_size: Optional[int] = None, autocommit: bool = True,
               cache_options: Optional[dict[str, Any]] = None, **_: Any) -> Any:
-        return open_file(path, mode)
+        return _files.open_file(path, mode)
 
     def cat_file(self, path: str, start: Optional[int] = None, end: Optional[int] = None, **kwargs: Any) -> bytes:
         if start is end is None:
@@ -59,16 +58,15 @@ class EngineFileSystem(AbstractFileSystem):  # type: ignore[misc]
             _files.copy(self._strip_protocol(path1), self._strip_protocol(path2))
 
     def _rm(self, path: str) -> None:
-        (_files.rmdir if self.isdir(path) else _files.remove)(self._strip_protocol(path))
+        (Path.rmdir if self.isdir(path) else Path.unlink)(Path(self._strip_protocol(path)))
 
     def rmdir(self, path: str) -> None:
-        _files.rmdir(self._strip_protocol(path))
+        Path(self._strip_protocol(path)).rmdir()
 
     def mkdir(self, path: str, create_parents: bool = True, **_: Any) -> None:
         self.makedirs(path)
 
     def makedirs(self, path: str, exist_ok: bool = False) -> None:
-        path = self._strip_protocol(path)
         if not exist_ok and self.exists(path):
             raise FileExistsError(path)
-        _files.mkdir(path)
+        Path(self._strip_protocol(path)).mkdir()

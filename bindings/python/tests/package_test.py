@@ -5,12 +5,14 @@ usage: package_test.py OTHER-LIBRARY [unittest's arguments]   with ENGINEFS_LIBR
 """
 import builtins
 import contextlib
+import copy
 import errno
 import faulthandler
 import io
 import json
 import os
 import pathlib
+import pickle
 import random
 import re
 import shutil
@@ -41,24 +43,20 @@ EVENS = numpy.arange(10, dtype=numpy.int16)[::2]  # not in one piece
 OTHER_LIBRARY = sys.argv.pop(1)
 
 
-def picture() -> bytes:
+def made(write) -> bytes:
     out = io.BytesIO()
-    Image.new("RGB", (40, 30), (200, 100, 50)).save(out, "png")
+    write(out)
     return out.getvalue()
 
 
-def nested_zip() -> bytes:
-    out = io.BytesIO()
+def write_zip(out) -> None:
     with zipfile.ZipFile(out, "w", zipfile.ZIP_DEFLATED) as archive:
         archive.writestr("inner/text.txt", TEXT)
         archive.writestr("inner/noise.bin", NOISE)
-    return out.getvalue()
 
 
-def array_file() -> bytes:
-    out = io.BytesIO()
-    numpy.save(out, numpy.arange(1000))
-    return out.getvalue()
+PACKED = {"stored.bin": NOISE, "photo.png": made(lambda out: Image.new("RGB", (40, 30), (200, 100, 50)).save(out, "png")),
+          "inner.zip": made(write_zip), "array.npy": made(lambda out: numpy.save(out, numpy.arange(1000)))}
 
 
 class Mounted(unittest.TestCase):
@@ -75,8 +73,7 @@ class Mounted(unittest.TestCase):
             (self.root / name).write_bytes(data)
         self.pack = self.top / "base.pak"
         with enginefs.PackWriter(self.pack) as pack:
-            packed = {"stored.bin": NOISE, "photo.png": picture(), "inner.zip": nested_zip(), "array.npy": array_file()}
-            for name, data in packed.items():
+            for name, data in PACKED.items():
                 pack.add("packed/" + name, data, enginefs.Method.STORE, 0)
             pack.add("packed/text.txt", memoryview(bytearray(TEXT)), mtime=1_000_000_000)
         self.mount = enginefs.Mount(self.root, packs=[self.pack])
@@ -125,8 +122,7 @@ class Opening(Mounted):
         self.assertEqual((self.root / "t.txt").read_bytes(), "ä\r\nö\r\n".encode("utf-16"))
         with enginefs.open("T.TXT", encoding="utf-16") as file:
             self.assertEqual(list(file), ["ä\n", "ö\n"])
-        kinds = [(0, io.RawIOBase), (-1, io.BufferedReader), (10, io.BufferedReader)]
-        for buffering, kind in kinds:
+        for buffering, kind in ((0, io.RawIOBase), (-1, io.BufferedReader), (10, io.BufferedReader)):
             with enginefs.open("one.txt", "rb", buffering) as file:
                 self.assertIsInstance(file, kind)
                 self.assertEqual(file.read(), TEXT)
@@ -166,18 +162,24 @@ class Opening(Mounted):
 
     def test_failures_are_those_of_python_with_the_reason(self) -> None:
         os.chmod(self.root / "levels/c.bin", 0o444)
+        damaged = bytearray(self.pack.read_bytes())
+        damaged[damaged.index(NOISE) + 1000] ^= 1
+        (self.top / "damaged.pak").write_bytes(damaged)
+        self.mount.add(self.top / "damaged.pak", prefix="bad")
         held = enginefs.open("one.txt", "rb")
         self.addCleanup(held.close)
         path = enginefs.Path
         for act, kind, number in (
             (lambda: enginefs.open("none/such"), FileNotFoundError, errno.ENOENT),
             (lambda: path("such").read_bytes(), FileNotFoundError, errno.ENOENT),
+            (lambda: path("bad/packed/stored.bin").read_bytes(), OSError, errno.EBADMSG),
             (lambda: path("levels").read_bytes(), IsADirectoryError, errno.EISDIR),
             (lambda: enginefs.open("levels", "w"), IsADirectoryError, errno.EISDIR),
             (lambda: list(path("one.txt").iterdir()), NotADirectoryError, errno.ENOTDIR),
             (lambda: list(path("none").iterdir()), FileNotFoundError, errno.ENOENT),
             (lambda: enginefs.open("levels/c.bin", "r+"), PermissionError, errno.EACCES),
             (lambda: enginefs.open("one.txt", "w"), OSError, errno.EBUSY),
+            (lambda: held.raw.seek(-1), OSError, errno.EINVAL),
             (lambda: enginefs.open("packed/text.txt", "x"), FileExistsError, errno.EEXIST),
             (lambda: path("levels/a.json").rename("levels/c.bin"), FileExistsError, errno.EEXIST),
             (lambda: enginefs.open("a<b", "w"), OSError, errno.EINVAL),
@@ -193,17 +195,10 @@ class Opening(Mounted):
             self.assertEqual(caught.exception.errno, number, caught.exception)
             self.assertGreater(len(caught.exception.strerror), 10)
         for act, kind in ((lambda: enginefs.open("a\0b"), ValueError), (lambda: builtins.open(path("one.txt")), TypeError),
-                          (lambda: held.raw.seek(1 << 70), OverflowError)):
+                          (lambda: enginefs.open(b"one.txt"), TypeError), (lambda: held.raw.seek(1 << 70), OverflowError),
+                          (lambda: held.raw.seek(1.5), TypeError), (lambda: held.raw.readinto(b"12"), TypeError),
+                          (lambda: copy.copy(held.raw), TypeError), (lambda: pickle.dumps(self.mount), TypeError)):
             self.assertRaises(kind, act)
-
-    def test_a_damaged_entry_is_an_error_and_not_data(self) -> None:
-        damaged = bytearray(self.pack.read_bytes())
-        damaged[damaged.index(NOISE) + 1000] ^= 1
-        (self.top / "damaged.pak").write_bytes(damaged)
-        self.mount.add(self.top / "damaged.pak", prefix="bad")
-        with self.assertRaises(OSError) as caught:
-            enginefs.Path("bad/packed/stored.bin").read_bytes()
-        self.assertEqual(caught.exception.errno, errno.EBADMSG)
 
 
 class Names(Mounted):
@@ -283,6 +278,12 @@ class Process(Mounted):
             held = enginefs.open("packed/text.txt", "rb")
         self.assertEqual(held.read(), TEXT)
         held.close()
+
+    def test_a_fork_ends_without_the_mount_of_its_parent(self) -> None:
+        use = ("import os, enginefs\nmount, path = enginefs.Mount(), enginefs.Path('a')\npath.write_bytes(b'1')\n"
+               "if os.fork() == 0: raise SystemExit\nassert os.wait()[1] == 0 and path.read_bytes() == b'1'")
+        done = subprocess.run([sys.executable, "-B", "-c", use], capture_output=True, text=True, timeout=60, check=False)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
 
     def test_log_callbacks_and_locks_do_not_wait_for_each_other(self) -> None:
         lines, unraisable, inside, stop = [], [], threading.Event(), threading.Event()

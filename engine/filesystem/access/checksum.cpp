@@ -36,8 +36,8 @@ bool add_content(SFsFile& file, std::uint64_t length, CrcCalcArgs& args) {
 bool calc_file_crc(CrcCalcArgs& args) {
     args.crc = 0;
     args.size = 0;
-    const bool whole = with_content(
-        args.path, false, [&](SFsFile& file, std::uint64_t length) { return add_content(file, length, args); });
+    const auto use = [&](SFsFile& file, std::uint64_t length) { return add_content(file, length, args); };
+    const bool whole = with_content(args.path, false, use, args.flags);
     if (whole) return true;
     args.crc = 0;
     args.size = 0;

@@ -22,9 +22,7 @@ namespace fs {
 /// The path itself, or behind the cache directory when IN_CACHE_DIR asks for that. Null is "".
 std::string with_cache_directory(const char* path, FFSOpenFlags::FLAGS flags);
 
-inline registry::Match match_of(FFSOpenFlags::FLAGS flags) {
-    return (flags & FFSOpenFlags::WHOLE_NAME) != 0 ? registry::Match::WHOLE : registry::Match::AS_SOURCE_DOES;
-}
+using registry::match_of;  // of the flags of an open
 
 /// What `use(source, name)` answers for the first source that holds `path`; `missing`, with the failure stored, when
 /// none does. `use` runs under the registry's lock, taken as `Guard` does.
@@ -57,9 +55,9 @@ std::uint64_t known_length(SFsFile& file, const char* path);
 /// What `use(file, length)` answers for the file of this name, opened for reading; `failure`, with the failure stored,
 /// when it cannot be opened or does not tell its length.
 template <typename Result, typename Use>
-Result with_content(const char* path, Result failure, Use use) {
+Result with_content(const char* path, Result failure, Use use, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE) {
     return guarded(path, failure, [&] {
-        const FilePtr file(open(path, EFSMode::READ));
+        const FilePtr file(open(path, EFSMode::READ, flags));
         const std::uint64_t length = file ? known_length(*file, path) : no_length;
         return length != no_length ? use(*file, length) : failure;
     });

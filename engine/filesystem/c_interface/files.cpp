@@ -1,5 +1,3 @@
-#include "engine/filesystem/c_interface/files.h"
-
 #include <utility>
 
 #include <engine/filesystem/access/open.h>
@@ -13,10 +11,8 @@ using namespace fs::c;
 constexpr std::uint64_t failed = ~std::uint64_t{0};
 
 bool may_open(const char* path, int mode, uint32_t flags) {
-    if (!are_known(flags, open_flags)) return false;
-    if (mode < ENGINEFS_READ || mode > ENGINEFS_READ_WRITE)
-        return fs::refuse(EFSError::INVALID_ARGUMENT, path, "There is no such mode.");
-    return mode == ENGINEFS_READ ? are_given({path}) : is_new_name(path);
+    if (mode < ENGINEFS_READ || mode > ENGINEFS_READ_WRITE) return refuse_argument("There is no such mode.");
+    return is_name(path, flags) && (mode == ENGINEFS_READ || is_new_name(path));
 }
 
 bool may_write(const OpenFile& open) {
@@ -45,21 +41,12 @@ bool find_position(enginefs_file* file, int64_t offset, int origin, int64_t& pos
     else if (origin == ENGINEFS_SEEK_END)
         from = enginefs_length(file);
     else if (origin != ENGINEFS_SEEK_BEGIN)
-        return fs::refuse(EFSError::INVALID_ARGUMENT, nullptr, "There is no such origin to seek from.");
+        return refuse_argument("There is no such origin to seek from.");
     if (from < 0) return false;
     if (offset > INT64_MAX - from || offset < -from)
-        return fs::refuse(EFSError::INVALID_ARGUMENT, nullptr, "The position is before the beginning of the file.");
+        return refuse_argument("The position is before the beginning of the file.");
     position = from + offset;
     return true;
-}
-
-/// Ends the handle and hands its file to `use`.
-template <typename Use>
-int end_file(enginefs_file* handle, Use use) noexcept {
-    return status(nullptr, [&] {
-        const std::unique_ptr<OpenFile> open(end(handle));
-        return open != nullptr && use(open->file.release());
-    });
 }
 
 }  // namespace
@@ -74,10 +61,14 @@ enginefs_file* enginefs_open(const char* path, int mode, uint32_t flags) {
     });
 }
 
-int enginefs_close(enginefs_file* file) { return end_file(file, fs::commit); }
-int enginefs_commit(enginefs_file* file) { return end_file(file, fs::commit); }
+int enginefs_close(enginefs_file* file) { return enginefs_commit(file); }
+
+int enginefs_commit(enginefs_file* file) {
+    return status_of_end(file, [](OpenFile& open) { return fs::commit(open.file.release()); });
+}
+
 int enginefs_discard(enginefs_file* file) {
-    return end_file(file, [](SFsFile* open) { return fs::discard(open), true; });
+    return status_of_end(file, [](OpenFile& open) { return fs::discard(open.file.release()), true; });
 }
 
 int64_t enginefs_read(enginefs_file* file, void* buffer, uint64_t size) {
@@ -96,11 +87,9 @@ int64_t enginefs_write(enginefs_file* file, const void* data, uint64_t size) {
 }
 
 int enginefs_seek(enginefs_file* file, int64_t offset, int origin) {
-    return status(nullptr, [&] {
-        const OpenFile* const open = find(file);
+    return status_of(file, [&](const OpenFile& open) {
         int64_t position = 0;
-        return open != nullptr && find_position(file, offset, origin, position) &&
-               open->file->seek(position, EFSSeek::BEGIN);
+        return find_position(file, offset, origin, position) && open.file->seek(position, EFSSeek::BEGIN);
     });
 }
 
@@ -115,12 +104,10 @@ int64_t enginefs_length(enginefs_file* file) {
 }
 
 int enginefs_set_end(enginefs_file* file) {
-    return status(nullptr, [&] {
-        const OpenFile* const open = find(file);
-        if (open == nullptr) return false;
+    return status_of(file, [](const OpenFile& open) {
         const fs::ErrorScope scope;
-        return open->file->set_eof() ||
-               fs::fail_unless_told(scope, EFSError::UNSUPPORTED, fs::file_name(open->file.get()),
+        return open.file->set_eof() ||
+               fs::fail_unless_told(scope, EFSError::UNSUPPORTED, fs::file_name(open.file.get()),
                                     "This kind of file cannot be cut or extended.");
     });
 }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <utility>
 
 #include <engine/kernel/lock.h>
 
@@ -16,54 +17,48 @@ namespace fs::c::handles {
 namespace {
 
 constexpr std::uint32_t places_of_chunk = 1024;
-constexpr std::uint32_t chunk_count = 4096;
-constexpr std::uint32_t no_place = ~std::uint32_t{0};
+constexpr std::uint32_t most_chunks = 4096;
 constexpr int kind_shift = 24;
 constexpr int turn_shift = 32;
 
 struct Place {
     std::atomic<Handle> handle{0};  // 0: free
     std::atomic<void*> object{nullptr};
-    std::uint32_t turn = 0;              // guarded by the lock, as the next
-    std::uint32_t next_free = no_place;  // while it is free
+    std::uint32_t number = 0;  // never changes
+    std::uint32_t turn = 0;    // guarded by the lock, as the next
+    Place* next_free = nullptr;
 };
 
 struct Table {
     mt::detail::Mutex lock;  // guards everything but what a lookup reads
-    std::atomic<Place*> chunks[chunk_count]{};
-    std::uint32_t used = 0;  // places that were ever given out
-    std::uint32_t free = no_place;
+    std::atomic<Place*> chunks[most_chunks]{};
+    std::uint32_t chunk_count = 0;
+    Place* free = nullptr;
 };
 constinit Table table;  // never emptied, so that late callers find it
 
-Place* place_at(std::uint32_t number) {
-    if (number >= places_of_chunk * chunk_count) return nullptr;
-    Place* const chunk = table.chunks[number / places_of_chunk].load(std::memory_order_acquire);
-    return chunk != nullptr ? chunk + number % places_of_chunk : nullptr;
-}
-
 Place* place_of(Handle handle, std::uint8_t kind) {
     if (static_cast<std::uint8_t>(handle >> kind_shift) != kind) return nullptr;
-    Place* const place = place_at(static_cast<std::uint32_t>(handle & ((1u << kind_shift) - 1)));
-    return place != nullptr && place->handle.load(std::memory_order_acquire) == handle ? place : nullptr;
+    const std::uint32_t number = static_cast<std::uint32_t>(handle) & ((1u << kind_shift) - 1);
+    if (number >= places_of_chunk * most_chunks) return nullptr;
+    Place* const chunk = table.chunks[number / places_of_chunk].load(std::memory_order_acquire);
+    if (chunk == nullptr) return nullptr;
+    Place& place = chunk[number % places_of_chunk];
+    return place.handle.load(std::memory_order_acquire) == handle ? &place : nullptr;
 }
 
 /// With the lock held.
-std::uint32_t take_place() {
-    if (table.free != no_place) {
-        const std::uint32_t number = table.free;
-        table.free = place_at(number)->next_free;
-        return number;
-    }
-    const std::uint32_t number = table.used;
-    if (number == places_of_chunk * chunk_count) {
+void add_chunk() {
+    if (table.chunk_count == most_chunks) {
         set_error(EFSError::OUT_OF_MEMORY, nullptr, "Too many handles are open.");
         throw StoredFailure();
     }
-    if (number % places_of_chunk == 0)
-        table.chunks[number / places_of_chunk].store(new Place[places_of_chunk], std::memory_order_release);
-    ++table.used;
-    return number;
+    auto* const chunk = new Place[places_of_chunk];
+    for (std::uint32_t i = places_of_chunk; i-- > 0;) {
+        chunk[i].number = table.chunk_count * places_of_chunk + i;
+        chunk[i].next_free = std::exchange(table.free, &chunk[i]);
+    }
+    table.chunks[table.chunk_count++].store(chunk, std::memory_order_release);
 }
 
 void refuse_handle(Handle handle) {
@@ -75,9 +70,9 @@ void refuse_handle(Handle handle) {
 
 Handle add(std::uint8_t kind, void* object) {
     const std::lock_guard guard(table.lock);
-    const std::uint32_t number = take_place();
-    Place& place = *place_at(number);
-    const Handle handle = Handle{++place.turn} << turn_shift | Handle{kind} << kind_shift | number;
+    if (table.free == nullptr) add_chunk();
+    Place& place = *std::exchange(table.free, table.free->next_free);
+    const Handle handle = Handle{++place.turn} << turn_shift | Handle{kind} << kind_shift | place.number;
     place.object.store(object, std::memory_order_relaxed);
     place.handle.store(handle, std::memory_order_release);
     return handle;
@@ -95,8 +90,7 @@ void* end(Handle handle, std::uint8_t kind) noexcept {
     Place* const place = place_of(handle, kind);
     if (place == nullptr) return refuse_handle(handle), nullptr;
     place->handle.store(0, std::memory_order_release);
-    place->next_free = table.free;
-    table.free = static_cast<std::uint32_t>(handle & ((1u << kind_shift) - 1));
+    place->next_free = std::exchange(table.free, place);
     return place->object.load(std::memory_order_relaxed);
 }
 

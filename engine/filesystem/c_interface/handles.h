@@ -3,27 +3,33 @@
 #include <cstdint>
 #include <memory>
 
+#include <engine/filesystem/containers/pack_writer.h>
+#include <engine/filesystem/loading.h>
 #include <engine/filesystem_c.h>
+
+#include "engine/filesystem/contract/file_ptr.h"
 
 // What a host of the C interface gets for an object: a number, never an address. It names a place in a table and the
 // object that stood there when it was given out, so that one that has ended, belongs to another kind or was made up is
 // found out without touching memory that is gone.
 
-class SFsFile;
-struct SFsLoad;
-
-namespace fs {
-class pack_writer;
-}
-
 namespace fs::c {
 
-struct OpenFile;
+struct OpenFile {
+    FilePtr file;
+    bool is_written;  // opened in another mode than READ
+};
+
 struct List;
 
-template <typename ObjectOfKind, std::uint8_t number>
+struct ReleaseLoad {
+    void operator()(SFsLoad* load) const { load->Release(); }
+};
+
+template <typename ObjectOfKind, std::uint8_t number, typename Delete = std::default_delete<ObjectOfKind>>
 struct Kind {
     using Object = ObjectOfKind;
+    using Owner = std::unique_ptr<Object, Delete>;
     static constexpr std::uint8_t kind = number;
 };
 
@@ -37,7 +43,7 @@ struct Behind<enginefs_list> : Kind<List, 2> {};
 template <>
 struct Behind<enginefs_pack> : Kind<pack_writer, 3> {};
 template <>
-struct Behind<enginefs_async_load> : Kind<SFsLoad, 4> {};
+struct Behind<enginefs_async_load> : Kind<SFsLoad, 4, ReleaseLoad> {};
 
 namespace handles {
 
@@ -61,16 +67,16 @@ typename Behind<Handle>::Object* find(const Handle* handle) noexcept {
         handles::find(reinterpret_cast<handles::Handle>(handle), Behind<Handle>::kind));
 }
 
-/// Ends the handle; the caller owns its object.
+/// Ends the handle.
 template <typename Handle>
-typename Behind<Handle>::Object* end(Handle* handle) noexcept {
-    return static_cast<typename Behind<Handle>::Object*>(
-        handles::end(reinterpret_cast<handles::Handle>(handle), Behind<Handle>::kind));
+typename Behind<Handle>::Owner end(Handle* handle) noexcept {
+    return typename Behind<Handle>::Owner(static_cast<typename Behind<Handle>::Object*>(
+        handles::end(reinterpret_cast<handles::Handle>(handle), Behind<Handle>::kind)));
 }
 
 /// A handle to the object, which it owns from here on.
 template <typename Handle>
-Handle* give(std::unique_ptr<typename Behind<Handle>::Object> object) {
+Handle* give(typename Behind<Handle>::Owner object) {
     const handles::Handle handle = handles::add(Behind<Handle>::kind, object.get());
     static_cast<void>(object.release());
     return reinterpret_cast<Handle*>(handle);

@@ -1,5 +1,4 @@
 #include "engine/filesystem/c_interface/lists.h"
-#include "engine/filesystem/c_interface/call.h"
 
 using fs::c::find;
 using fs::c::List;
@@ -22,9 +21,5 @@ const char* enginefs_list_block(const enginefs_list* list, uint64_t* size) {
 }
 
 int enginefs_list_free(enginefs_list* list) {
-    if (list == nullptr) return ENGINEFS_OK;
-    return fs::c::status(nullptr, [&] {
-        const std::unique_ptr<List> texts(fs::c::end(list));
-        return texts != nullptr;
-    });
+    return list == nullptr ? ENGINEFS_OK : fs::c::status_of_end(list, [](List&) { return true; });
 }

@@ -8,8 +8,7 @@
 #include <engine/filesystem/registry.h>
 #include <engine/filesystem/sources/pack.h>
 
-#include "engine/filesystem/c_interface/handles.h"
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/c_interface/call.h"
 
 namespace fs::c {
 
@@ -39,8 +38,17 @@ enginefs_list* make_list(const char* path, Fill&& fill) noexcept {
 template <typename Item>
 const Item* item_at(const std::vector<Item>& items, std::uint64_t index) {
     if (index < items.size()) return &items[static_cast<std::size_t>(index)];
-    refuse(EFSError::INVALID_ARGUMENT, nullptr, "The list has no such item.");
-    return nullptr;
+    return refuse_argument("The list has no such item."), nullptr;
+}
+
+/// Fills `out` with what `describe(item)` makes of the item of this index of one of the list's vectors.
+template <typename Item, typename Struct, typename Describe>
+int put_item(const enginefs_list* list, std::vector<Item> List::*items, std::uint64_t index, Struct* out,
+             Describe describe) noexcept {
+    return status_of(list, [&](const List& texts) {
+        const Item* const item = item_at(texts.*items, index);
+        return item != nullptr && put(out, describe(*item));
+    });
 }
 
 }  // namespace fs::c

@@ -4,7 +4,7 @@
 #include <engine/filesystem/loading.h>
 
 #include "engine/filesystem/c_interface/call.h"
-#include "engine/filesystem/c_interface/handles.h"
+#include "engine/filesystem/c_interface/host.h"
 
 // A load's handle is made before the load, since its callback may run before the call that started it has returned. So
 // the callback puts the load behind the handle just as that call does, whichever comes first, and may end the handle.
@@ -17,33 +17,27 @@ using namespace fs::c;
 struct Listener {
     enginefs_load_callback callback;
     void* user;
-    handles::Handle handle;
+    enginefs_async_load* handle;
 };
+
+struct EndHandle {
+    void operator()(enginefs_async_load* handle) const { end(handle); }
+};
+using NewHandle = std::unique_ptr<enginefs_async_load, EndHandle>;  // ends unless the load begins
+
+void set_load(enginefs_async_load* handle, SFsLoad* load) {
+    handles::set(reinterpret_cast<handles::Handle>(handle), load);
+}
 
 void tell(SFsLoad* load, void* user) {
     const std::unique_ptr<Listener> listener(static_cast<Listener*>(user));
-    handles::set(listener->handle, load);
-    listener->callback(reinterpret_cast<enginefs_async_load*>(listener->handle), listener->user);
+    set_load(listener->handle, load);
+    const InHost in_host;
+    listener->callback(listener->handle, listener->user);
 }
 
-/// A handle that ends here unless it is kept.
-class NewHandle {
-public:
-    NewHandle() : handle_(handles::add(Behind<enginefs_async_load>::kind, nullptr)) {}
-    NewHandle(const NewHandle&) = delete;
-    NewHandle& operator=(const NewHandle&) = delete;
-    ~NewHandle() {
-        if (handle_ != 0) handles::end(handle_, Behind<enginefs_async_load>::kind);
-    }
-    handles::Handle get() const { return handle_; }
-    enginefs_async_load* keep() { return reinterpret_cast<enginefs_async_load*>(std::exchange(handle_, 0)); }
-
-private:
-    handles::Handle handle_;
-};
-
 enginefs_async_load* start(const enginefs_load_wish& wish) {
-    NewHandle handle;
+    NewHandle handle(give<enginefs_async_load>(nullptr));
     std::unique_ptr<Listener> listener;
     if (wish.callback != nullptr)
         listener =
@@ -56,22 +50,23 @@ enginefs_async_load* start(const enginefs_load_wish& wish) {
                                           .priority = wish.priority,
                                           .deadline_ms = wish.deadline_ms,
                                           .callback = listener ? tell : nullptr,
-                                          .user = listener.get()});
+                                          .user = listener.get(),
+                                          .flags = as_open_flags(wish.flags)});
     if (load == nullptr) return nullptr;
     static_cast<void>(listener.release());
-    handles::set(handle.get(), load);
-    return handle.keep();
+    set_load(handle.get(), load);
+    return handle.release();
 }
 
 /// Why a load that has ended has no bytes to give, told as this thread's failure.
 void tell_why_not(const SFsLoad& load) {
     const SFsError& error = load.Error();
     if (load.State() != EFSRequestState::FINISHED)
-        fs::set_error(EFSError::INVALID_ARGUMENT, nullptr, "The load has not ended yet.");
+        refuse_argument("The load has not ended yet.");
     else if (error.code != EFSError::NONE)
         fs::set_error(error.code, error.path.c_str(), error.text, error.os_code);
     else
-        fs::set_error(EFSError::INVALID_ARGUMENT, nullptr, "The block of this load was taken already.");
+        refuse_argument("The block of this load was taken already.");
 }
 
 int state_of(const SFsLoad& load) {
@@ -93,7 +88,7 @@ int state_of(const SFsLoad& load) {
 enginefs_async_load* enginefs_load_async(const enginefs_load_wish* wish) {
     return fs::guarded<enginefs_async_load*>(nullptr, nullptr, [&]() -> enginefs_async_load* {
         enginefs_load_wish known{};
-        return take(wish, known) && are_given({known.path}) ? start(known) : nullptr;
+        return take(wish, known) && is_name(known.path, known.flags) ? start(known) : nullptr;
     });
 }
 
@@ -123,17 +118,9 @@ void* enginefs_load_take(enginefs_async_load* load, uint64_t* size) {
 }
 
 int enginefs_load_cancel(enginefs_async_load* load) {
-    return status(nullptr, [&] {
-        SFsLoad* const known = find(load);
-        if (known != nullptr) known->Cancel();
-        return known != nullptr;
-    });
+    return status_of(load, [](SFsLoad& known) { return known.Cancel(), true; });
 }
 
 int enginefs_load_release(enginefs_async_load* load) {
-    return status(nullptr, [&] {
-        SFsLoad* const known = end(load);
-        if (known != nullptr) known->Release();
-        return known != nullptr;
-    });
+    return status_of_end(load, [](SFsLoad&) { return true; });
 }

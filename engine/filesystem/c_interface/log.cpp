@@ -7,11 +7,13 @@
 #include <engine/kernel/lock.h>
 
 #include "engine/filesystem/c_interface/call.h"
+#include "engine/filesystem/c_interface/host.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/platform/never_destroyed.h"
-#include "engine/platform/per_thread.h"
 
 namespace {
+
+using namespace fs::c;
 
 /// Whom lines are told to.
 struct Listener {
@@ -28,7 +30,7 @@ Listener& listener() {
     return instance.value;
 }
 
-/// How many callbacks stand on the thread's stack.
+/// How many log callbacks stand on the thread's stack.
 constinit platform::PerThread<int, Listener> callbacks_here;
 
 void tell(Log::ELevel::TYPE level, const char* category, const char* text) {
@@ -42,6 +44,7 @@ void tell(Log::ELevel::TYPE level, const char* category, const char* text) {
     guard.unlock();
     ++callbacks_here;
     try {
+        const InHost in_host;
         callback(static_cast<int>(level), category, text, user);
     } catch (...) {  // NOLINT(bugprone-empty-catch): a log line fails nobody
     }
@@ -55,8 +58,7 @@ void tell(Log::ELevel::TYPE level, const char* category, const char* text) {
 }
 
 bool is_level(int level) {
-    return static_cast<unsigned>(level) <= Log::ELevel::VERE ||
-           fs::refuse(EFSError::INVALID_ARGUMENT, nullptr, "There is no such level.");
+    return static_cast<unsigned>(level) <= Log::ELevel::VERE || refuse_argument("There is no such level.");
 }
 
 }  // namespace
@@ -80,11 +82,11 @@ int enginefs_log_level(int level) {
 }
 
 int enginefs_log(int level, const char* category, const char* text) {
-    return fs::c::status(nullptr, [&] {
-        if (!fs::c::are_given({text}) || !is_level(level)) return false;
+    return status(nullptr, [&] {
+        if (!are_given({text}) || !is_level(level)) return false;
         if (category == nullptr) category = "";
         if (level == Log::ELevel::FATL && std::strcmp(category, "EXIT") == 0)
-            return fs::refuse(EFSError::INVALID_ARGUMENT, nullptr, "A fatal line of this category ends the process.");
+            return refuse_argument("A fatal line of this category ends the process.");
         log_message({.category = category, .file = nullptr}, static_cast<Log::ELevel::TYPE>(level), 0, "%s", text);
         return true;
     });

@@ -1,10 +1,13 @@
+#include <optional>
+#include <string>
+
 #include <engine/filesystem/access/manage.h>
 #include <engine/filesystem/contract/locating_source.h>
 #include <engine/filesystem/contract/native_source.h>
-#include <engine/filesystem_c.h>
 
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/c_interface/call.h"
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/platform/clock.h"
 #include "engine/platform/files.h"
@@ -38,7 +41,7 @@ bool describe(CFSSource& source, const fs::path& name, FFSOpenFlags::FLAGS flags
     if (!file) return false;
     info.size = static_cast<int64_t>(file->length());
     info.time = source.write_time(name);
-    info.read_only = source.read_only(name);
+    info.is_read_only = source.read_only(name);
     return true;
 }
 
@@ -47,43 +50,41 @@ bool describe_native(const char* native, enginefs_info& info) {
     if (!attributes) return fs::refuse_by_disk(native, "has no readable attributes");
     info.size = static_cast<int64_t>(attributes->size);
     info.time = attributes->write_time;
-    info.read_only = attributes->is_read_only;
+    info.is_read_only = attributes->is_read_only;
     return true;
 }
 
 bool describe_file(const char* path, FFSOpenFlags::FLAGS flags, enginefs_info& info) {
-    const std::string name = fs::with_cache_directory(path, flags);
     fs::LocatingSource::Located native;
     native.path[0] = '\0';
-    info.what = ENGINEFS_IS_FILE;
+    info.type = ENGINEFS_TYPE_FILE;
     const auto use = [&](CFSSource& source, const fs::path& held) {
         return describe(source, held, flags & FFSOpenFlags::WHOLE_NAME, info, native);
     };
-    if (!fs::with_holder<SharedGuard>(name.c_str(), fs::match_of(flags), false, use)) return false;
+    if (!fs::with_holder<SharedGuard>(path, fs::match_of(flags), false, use)) return false;
     return native.path[0] == '\0' || describe_native(native.path, info);
 }
 
+bool has_directory(CFSSource& source, const fs::path& directory) {
+    std::optional<std::string_view> name = directory.PathNameView();
+    if (fs::is_native_directory_name(*name)) name = fs::registry::below_root(source, *name);
+    return name && fs::registry::find_directory(source, std::string(*name).c_str()) != nullptr;
+}
+
 bool describe_directory(const char* path, enginefs_info& info) {
-    fs::NormalText wanted(path, false);
-    wanted.drop_trailing_slash();
+    const fs::path directory = fs::directory_name(fs::NormalText(path, false).view(), true);
+    info = {};
+    info.type = ENGINEFS_TYPE_DIRECTORY;
+    info.size = info.time = -1;
     const SharedGuard guard;
-    const CFSSource* const holder = fs::registry::first_source(
-        [&](CFSSource& source) { return fs::registry::find_directory(source, wanted.c_str()) != nullptr; });
-    info = {.struct_size = 0,
-            .what = ENGINEFS_IS_DIRECTORY,
-            .size = -1,
-            .time = -1,
-            .kind = 0,
-            .read_only = 0,
-            .is_protected = 0,
-            .reserved = 0};
-    return holder != nullptr;
+    return fs::registry::first_source([&](CFSSource& source) { return has_directory(source, directory); }) != nullptr;
 }
 
 bool describe_any(const char* path, FFSOpenFlags::FLAGS flags, enginefs_info& info) {
     fs::ErrorScope scope;
-    if (describe_file(path, flags, info)) return true;
-    if (!describe_directory(path, info)) return false;
+    const std::string name = fs::with_cache_directory(path, flags);
+    if (describe_file(name.c_str(), flags, info)) return true;
+    if (!describe_directory(name.c_str(), info)) return false;
     scope.forget();
     return true;
 }
@@ -95,54 +96,60 @@ bool set_time(CFSSource& source, const fs::path& name, int64_t time) {
     return source.set_write_time(name, is_local ? platform::utc_to_local(time) : time) && !scope.has_error();
 }
 
+/// What `work(name)` does with a file or directory of the disk.
+template <typename Work>
+int change(const char* path, uint32_t flags, Work work) noexcept {
+    return status(path, [&] {
+        return is_name(path, flags) && work(fs::with_cache_directory(path, as_open_flags(flags)).c_str());
+    });
+}
+
+/// The same with a second name, that of a file to be made.
+template <typename Work>
+int change_two(const char* from, const char* to, uint32_t flags, Work work) noexcept {
+    return change(from, flags, [&](const char* name) {
+        return is_new_name(to) && work(name, fs::with_cache_directory(to, as_open_flags(flags)).c_str());
+    });
+}
+
 }  // namespace
 
 int enginefs_exists(const char* path, uint32_t flags) {
-    return are_given({path}) && are_known(flags, open_flags) && fs::exists(path, as_open_flags(flags & asking_flags));
+    return is_name(path, flags) && fs::exists(path, as_open_flags(flags));
 }
 
 int enginefs_stat(const char* path, uint32_t flags, enginefs_info* out) {
     return status(path, [&] {
         enginefs_info info{};
-        return are_given({path}) && are_known(flags, open_flags) && is_struct(out) &&
+        return is_name(path, flags) && is_struct(out) &&
                describe_any(path, as_open_flags(flags & asking_flags), info) && put(out, info);
     });
 }
 
-int enginefs_set_time(const char* path, int64_t time) {
-    return status(path, [&] {
-        return are_given({path}) &&
-               fs::with_holder<SharedGuard>(path, Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
-                   return set_time(source, name, time);
-               });
+int enginefs_set_time(const char* path, int64_t time, uint32_t flags) {
+    return change(path, flags, [&](const char* file) {
+        return fs::with_holder<SharedGuard>(file, Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
+            return set_time(source, name, time);
+        });
     });
 }
 
-int enginefs_remove(const char* path) {
-    return status(path, [&] { return are_given({path}) && fs::rem_file(path); });
+int enginefs_remove(const char* path, uint32_t flags) {
+    return change(path, flags, [](const char* name) { return fs::rem_file(name); });
 }
 
-int enginefs_remove_dir(const char* path) {
-    return status(path, [&] {
-        if (!are_given({path})) return false;
-        const fs::ErrorScope scope;
-        fs::rem_dir(path);
-        return !scope.has_error();
-    });
+int enginefs_remove_dir(const char* path, uint32_t flags) {
+    return change(path, flags, [](const char* name) { return is_quiet([&] { fs::rem_dir(name); }); });
 }
 
-int enginefs_mkdir(const char* path) {
-    return status(path, [&] { return is_new_name(path) && fs::mkdir(path); });
+int enginefs_mkdir(const char* path, uint32_t flags) {
+    return change(path, flags, [&](const char* name) { return is_new_name(path) && fs::mkdir(name); });
 }
 
-int enginefs_rename(const char* from, const char* to) {
-    return status(from, [&] { return are_given({from}) && is_new_name(to) && fs::rename(from, to); });
+int enginefs_rename(const char* from, const char* to, uint32_t flags) {
+    return change_two(from, to, flags, fs::rename);
 }
 
-int enginefs_copy(const char* from, const char* to) {
-    return status(from, [&] { return are_given({from}) && is_new_name(to) && fs::copy(from, to, 0); });
-}
-
-int enginefs_crc(const char* path, uint32_t* crc) {
-    return status(path, [&] { return are_given({path, crc}) && fs::calc_file_crc(path, *crc); });
+int enginefs_copy(const char* from, const char* to, uint32_t flags) {
+    return change_two(from, to, flags, [](const char* old, const char* made) { return fs::copy(old, made, 0); });
 }

@@ -2,18 +2,22 @@
 #include <new>
 
 #include <engine/filesystem/pack_reader.h>
-#include <engine/filesystem_c.h>
 
 #include "engine/filesystem/c_interface/call.h"
+#include "engine/filesystem/c_interface/host.h"
 
 namespace {
 
 using namespace fs::c;
 
+/// Its own failures do not take the place of what the library has to tell.
 void release_host(const enginefs_pack_reader& host) noexcept {
+    const InHost in_host;
+    fs::ErrorScope scope;
     fs::guarded(nullptr, [&] {
         if (host.release != nullptr) host.release(host.user);
     });
+    scope.forget();
 }
 
 /// Lives until the library releases it.
@@ -23,6 +27,7 @@ public:
 
     std::uint64_t length() override { return host_.length; }
     std::int64_t read_at(std::uint64_t offset, void* to, std::uint64_t size) override {
+        const InHost in_host;
         return host_.read_at(host_.user, offset, to, size);
     }
     void release() noexcept override {
@@ -44,9 +49,9 @@ bool add_reader(const char* name, const enginefs_pack_reader& host, uint32_t fla
         release_host(host);
         throw std::bad_alloc();
     }
-    return is_new_name(name) && are_given({reinterpret_cast<const void*>(host.read_at)}) &&
-           are_known(flags, source_flags) &&
-           fs::add_pack_reader(name, *reader.release(), static_cast<FFSAddSourceFlags::ENUM>(flags));
+    return is_name(name, flags, source_flags) && is_new_name(name) &&
+           are_given({reinterpret_cast<const void*>(host.read_at)}) &&
+           fs::add_pack_reader(name, *reader.release(), as_source_flags(flags));
 }
 
 }  // namespace

@@ -1,30 +1,14 @@
 #include <engine/filesystem/containers/pack_writer.h>
 
-#include "engine/filesystem/c_interface/call.h"
 #include "engine/filesystem/c_interface/lists.h"
 
 namespace {
 
 using namespace fs::c;
 
-/// The pack, for an entry of this name and these bytes; null when there is something wrong with one of them.
-fs::pack_writer* pack_for(enginefs_pack* handle, const char* name, const void* data, std::uint64_t size) {
-    fs::pack_writer* const pack = find(handle);
-    return pack != nullptr && is_new_name(name) && is_block(data, size) ? pack : nullptr;
-}
-
-/// Ends the handle; what `use(pack)` does not finish is cancelled.
-template <typename Use>
-int end_pack(enginefs_pack* handle, Use use) noexcept {
-    return status(nullptr, [&] {
-        const std::unique_ptr<fs::pack_writer> pack(end(handle));
-        return pack != nullptr && use(*pack);
-    });
-}
-
 bool is_method(int method) {
     return method == ENGINEFS_METHOD_STORE || method == ENGINEFS_METHOD_DEFLATE || method == ENGINEFS_METHOD_ZSTD ||
-           fs::refuse(EFSError::INVALID_ARGUMENT, nullptr, "There is no such method.");
+           refuse_argument("There is no such method.");
 }
 
 }  // namespace
@@ -39,27 +23,26 @@ enginefs_pack* enginefs_pack_create(const char* native_path) {
 
 int enginefs_pack_add(enginefs_pack* pack, const char* name, const void* data, uint64_t size, int method, int level,
                       int64_t time) {
-    return status(name, [&] {
-        fs::pack_writer* const writer = pack_for(pack, name, data, size);
-        return writer != nullptr && is_method(method) &&
-               writer->add(name, data, size, level, time, static_cast<EFSPackMethod::TYPE>(method));
+    return status_of(pack, [&](fs::pack_writer& writer) {
+        return is_new_name(name) && is_block(data, size) && is_method(method) &&
+               writer.add(name, data, size, level, time, static_cast<EFSPackMethod::TYPE>(method));
     });
 }
 
 int enginefs_pack_add_deflated(enginefs_pack* pack, const char* name, const void* packed, uint64_t packed_size,
                                uint64_t size, uint32_t crc, int64_t time) {
-    return status(name, [&] {
-        fs::pack_writer* const writer = pack_for(pack, name, packed, packed_size);
-        return writer != nullptr && writer->add_deflated(name, packed, packed_size, size, crc, time);
+    return status_of(pack, [&](fs::pack_writer& writer) {
+        return is_new_name(name) && is_block(packed, packed_size) &&
+               writer.add_deflated(name, packed, packed_size, size, crc, time);
     });
 }
 
 int enginefs_pack_finish(enginefs_pack* pack) {
-    return end_pack(pack, [](fs::pack_writer& writer) { return writer.finish(); });
+    return status_of_end(pack, [](fs::pack_writer& writer) { return writer.finish(); });
 }
 
 int enginefs_pack_cancel(enginefs_pack* pack) {
-    return end_pack(pack, [](fs::pack_writer& writer) { return writer.cancel(), true; });
+    return status_of_end(pack, [](fs::pack_writer& writer) { return writer.cancel(), true; });
 }
 
 enginefs_list* enginefs_pack_list(const char* native_path) {
@@ -71,15 +54,13 @@ enginefs_list* enginefs_pack_list(const char* native_path) {
 }
 
 int enginefs_pack_entry_at(const enginefs_list* list, uint64_t index, enginefs_pack_entry* out) {
-    return status(nullptr, [&] {
-        const List* const texts = find(list);
-        const SFsPackEntry* const entry = texts != nullptr ? item_at(texts->entries, index) : nullptr;
-        return entry != nullptr && put(out, {.struct_size = 0,
-                                             .method = entry->method,
-                                             .size = entry->size,
-                                             .packed_size = entry->packed_size,
-                                             .time = entry->time,
-                                             .crc = entry->crc,
-                                             .reserved = 0});
+    return put_item(list, &List::entries, index, out, [](const SFsPackEntry& entry) {
+        return enginefs_pack_entry{.struct_size = 0,
+                                   .method = entry.method,
+                                   .size = entry.size,
+                                   .packed_size = entry.packed_size,
+                                   .time = entry.time,
+                                   .crc = entry.crc,
+                                   .reserved = 0};
     });
 }

@@ -4,10 +4,10 @@
 
 #include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/registry.h>
-#include <engine/filesystem_c.h>
 #include <engine/kernel/lock.h>
 
 #include "engine/filesystem/c_interface/call.h"
+#include "engine/filesystem/c_interface/host.h"
 #include "engine/filesystem/startup/start.h"
 #include "engine/platform/files.h"
 
@@ -30,15 +30,21 @@ bool is_directory(const char* root) {
     return attributes->is_directory || fs::refuse(EFSError::NOT_FOUND, root, "The root is no directory.");
 }
 
+/// Inside of one the lock may be held already by whoever waits for the callback.
+bool is_outside_of_callbacks() {
+    return !InHost::is_here() || refuse_argument("A callback neither starts nor stops the file system.");
+}
+
 bool start(const enginefs_options* given) {
     enginefs_options options{};
     if (!take(given, options) || !are_given({options.root}) || !are_known(options.flags, source_flags)) return false;
+    if (!is_outside_of_callbacks()) return false;
     const std::lock_guard guard(start_lock);
     if (fs::is_initialized())
         return fs::refuse(EFSError::ALREADY_EXISTS, options.root, "The file system runs already.");
     const fs::init_options known{.root = options.root,
                                  .cache_dir = options.cache_dir,
-                                 .flags = static_cast<FFSAddSourceFlags::ENUM>(options.flags),
+                                 .flags = as_source_flags(options.flags),
                                  .use_fallback = options.use_fallback != 0,
                                  .names = const_cast<const char**>(options.names)};
     // What mounts makes a root that is missing. One that is no full path has its own reason.
@@ -63,6 +69,7 @@ int enginefs_init(const enginefs_options* options) {
 
 int enginefs_shutdown() {
     return status(nullptr, [] {
+        if (!is_outside_of_callbacks()) return false;
         const std::lock_guard guard(start_lock);
         fs::shutdown();
         return !fs::is_initialized();
@@ -72,6 +79,7 @@ int enginefs_shutdown() {
 void enginefs_free(void* block) { std::free(block); }
 
 int enginefs_last_error(enginefs_error* out) {
+    const fs::ErrorKeeper keeper;
     const SFsError& error = fs::last_error();
     const int code = static_cast<int>(error.code);
     if (out != nullptr && !put(out, {.struct_size = 0,

@@ -5,7 +5,6 @@
 #include <engine/filesystem/access/open.h>
 #include <engine/filesystem/access/search.h>
 
-#include "engine/filesystem/c_interface/call.h"
 #include "engine/filesystem/c_interface/lists.h"
 #include "engine/filesystem/contract/name_list.h"
 #include "engine/filesystem/contract/normalize.h"
@@ -43,16 +42,17 @@ bool collect_directories(Names& out, std::string_view dir, bool recursive) {
 
 enginefs_list* enginefs_search(const char* dir, const char* mask, int recursive) {
     return make_list(dir, [&](List& list) {
-        const fs::ErrorScope scope;
-        const fs::NameList names(fs::search(dir, mask, recursive != 0, /*indexed_only*/ false));
+        fs::NameList names;
+        if (!is_running() || !is_quiet([&] { names.reset(fs::search(dir, mask, recursive != 0, false)); }))
+            return false;
         for (const FS_NAME* name = names.get(); name != nullptr; name = name->next) list.add(name->name);
-        return names != nullptr || !scope.has_error();
+        return true;
     });
 }
 
 enginefs_list* enginefs_dirs(const char* dir, int recursive) {
     return make_list(dir, [&](List& list) {
-        if (!are_given({dir})) return false;
+        if (!is_name(dir)) return false;
         fs::NormalText wanted(dir, false);
         wanted.drop_trailing_slash();
         Names names;
@@ -67,10 +67,9 @@ void enginefs_record_access(int on) { fs::record_access(on != 0); }
 
 enginefs_list* enginefs_access_record() {
     return make_list(nullptr, [](List& list) {
-        const fs::ErrorScope scope;
         ztl::vector<fs::string> names;
-        fs::get_access_record(names);
+        if (!is_quiet([&] { fs::get_access_record(names); })) return false;
         for (const fs::string& name : names) list.add(name);
-        return !scope.has_error();
+        return true;
     });
 }

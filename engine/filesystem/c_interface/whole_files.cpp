@@ -3,8 +3,8 @@
 #include <memory>
 #include <new>
 
+#include <engine/filesystem/access/manage.h>
 #include <engine/filesystem/access/whole_file.h>
-#include <engine/filesystem_c.h>
 
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/c_interface/call.h"
@@ -51,7 +51,7 @@ Block read_whole(SFsFile& file, const char* path, std::uint64_t& size) {
 void* enginefs_load(const char* path, uint32_t flags, uint64_t* size) {
     if (size != nullptr) *size = 0;
     return fs::guarded<void*>(path, nullptr, [&]() -> void* {
-        if (!are_given({path}) || !are_known(flags, open_flags)) return nullptr;
+        if (!is_name(path, flags)) return nullptr;
         const fs::FilePtr file(fs::open(path, EFSMode::READ, as_open_flags(flags)));
         if (!file) return nullptr;
         std::uint64_t length = 0;
@@ -63,7 +63,18 @@ void* enginefs_load(const char* path, uint32_t flags, uint64_t* size) {
 
 int enginefs_save(const char* path, const void* data, uint64_t size, uint32_t flags) {
     return status(path, [&] {
-        return is_new_name(path) && is_block(data, size) && are_known(flags, open_flags) &&
+        return is_name(path, flags) && is_new_name(path) && is_block(data, size) &&
                fs::save_binary_file(data, size, path, as_open_flags(flags));
+    });
+}
+
+int enginefs_crc(const char* path, uint32_t flags, uint32_t* out) {
+    return status(path, [&] {
+        fs::CrcCalcArgs args;
+        args.path = path;
+        args.flags = as_open_flags(flags);
+        if (!is_name(path, flags) || !are_given({out}) || !fs::calc_file_crc(args)) return false;
+        *out = args.crc;
+        return true;
     });
 }

@@ -30,7 +30,7 @@ std::vector<Load*> in_order_of_place(const std::vector<Load*>& loads) {
     for (Load* const load : loads) {
         const fs::path name = lookup_name(load->work.Path().c_str());
         const registry::SharedGuard guard;
-        CFSSource* const holder = registry::first_holder(name, registry::Match::AS_SOURCE_DOES);
+        CFSSource* const holder = registry::first_holder(name, registry::match_of(load->work.Flags()));
         auto* const tells = dynamic_cast<PlacedSource*>(holder);
         const std::size_t source = sources.try_emplace(holder, sources.size()).first->second;
         placed.push_back({source, tells != nullptr ? tells->place(name) : 0, load});

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "engine/filesystem/access/open_pinned.h"
+#include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/platform/memory.h"
@@ -26,7 +27,8 @@ constexpr std::uint64_t step_bytes = 256 << 10;
 }  // namespace
 
 LoadWork::LoadWork(const SFsLoadWish& wish)
-    : path_(wish.path),
+    : path_(with_cache_directory(wish.path, wish.flags)),
+      flags_(wish.flags),
       offset_(wish.offset),
       asked_(wish.size == 0 ? all : wish.size),
       buffer_(wish.buffer),
@@ -45,7 +47,7 @@ LoadWork::Step LoadWork::Next() noexcept {
 }
 
 LoadWork::Step LoadWork::Open() {
-    file_ = open_pinned(path_.c_str(), FFSOpenFlags::SEEKABLE, pin_);
+    file_ = open_pinned(path_.c_str(), flags_ | FFSOpenFlags::SEEKABLE, pin_);
     if (!file_ || !FindRange()) return Step::FAILED;
     is_open_ = true;
     if (needs_block_) block_bytes_ = std::max<std::uint64_t>(wanted_, 1);

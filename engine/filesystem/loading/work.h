@@ -41,6 +41,7 @@ public:
     void* Data() const { return block_ != nullptr ? block_ : buffer_; }
     std::uint64_t Size() const { return done_; }
     const std::string& Path() const { return path_; }
+    FFSOpenFlags::FLAGS Flags() const { return flags_; }
     bool IsOpen() const { return is_open_; }
     bool IsSourceGoing() const { return pin_.IsSourceGoing(); }
     bool UsesSource(const CFSSource& source) const { return pin_.Holds(source); }
@@ -59,6 +60,7 @@ private:
     void NoteFailure(EFSError::TYPE code, std::int32_t os_code, const fs::string& path, const char* text) noexcept;
 
     const std::string path_;
+    const FFSOpenFlags::FLAGS flags_;
     const std::uint64_t offset_;
     const std::uint64_t asked_;  // all ones: to the end
     void* const buffer_;         // the caller's, or null

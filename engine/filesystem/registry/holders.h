@@ -11,6 +11,9 @@ namespace fs::registry {
 
 /// How a name is compared with what a source holds: as the source looks names up, which may be by their end, or whole.
 enum class Match { AS_SOURCE_DOES, WHOLE };
+constexpr Match match_of(FFSOpenFlags::FLAGS flags) {
+    return (flags & FFSOpenFlags::WHOLE_NAME) != 0 ? Match::WHOLE : Match::AS_SOURCE_DOES;
+}
 
 /// A full path that lies in a mounted directory means the file there: other directories are not asked, packs and sources
 /// that stand nowhere on the disk are, by its end. One that lies in no mounted directory belongs to the disk, that is to

@@ -104,7 +104,7 @@ void get_sources(ztl::vector<SFsSourceInfo>& out) {
     });
 }
 
-void find_holders(const char* path, ztl::vector<SFsSourceInfo>& out) {
+void find_holders(const char* path, ztl::vector<SFsSourceInfo>& out, FFSOpenFlags::FLAGS flags) {
     out.clear();
     guarded(path, [&] {
         const fs::path name = lookup_name(path);
@@ -112,7 +112,8 @@ void find_holders(const char* path, ztl::vector<SFsSourceInfo>& out) {
         const registry::SharedGuard guard;
         const registry::Concerned concerned(name);
         registry::for_each_source([&](CFSSource& source) {
-            if (!name.Empty() && concerned(source) && source.exists(name)) found.push_back(describe(source));
+            if (!name.Empty() && concerned(source) && registry::holds(source, name, registry::match_of(flags)))
+                found.push_back(describe(source));
         });
         out = std::move(found);
     });

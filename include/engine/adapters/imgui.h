@@ -8,7 +8,7 @@
 #error "include imgui.h before <engine/adapters/imgui.h>"
 #endif
 
-#include <engine/filesystem_c.h>
+#include <engine/adapters/base.h>
 
 namespace enginefs {
 
@@ -18,7 +18,7 @@ namespace enginefs {
 /// Threads  as the atlas.
 inline ImFont* add_font(ImFontAtlas& atlas, const char* path, float pixels, const ImFontConfig* config = nullptr,
                         const ImWchar* ranges = nullptr) {
-    enginefs_file* const file = enginefs_open(path, ENGINEFS_READ, ENGINEFS_OPEN_SEEKABLE);
+    enginefs_file* const file = enginefs_open_seekable(path, ENGINEFS_READ, 0);
     if (file == nullptr) return nullptr;
     constexpr int64_t most = 0x7FFFFFFF;  // what an atlas counts in an int
     const int64_t size = enginefs_length(file);

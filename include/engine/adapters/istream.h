@@ -3,10 +3,10 @@
 // std::istream over files of the engine's file system, for parsers that take one. C++11, any compiler.
 //
 //     enginefs::ifstream in("levels/one.json");
-//     if (!in) std::puts(enginefs::reason());
+//     if (!in) std::puts(enginefs_reason());
 //
 // Nothing found, a failed read and the end are three things: a stream that could not be opened has failbit, one whose disk
-// failed or whose pack is damaged has badbit, and the end is eofbit as ever. enginefs::reason() tells why. Whoever reads past
+// failed or whose pack is damaged has badbit, and the end is eofbit as ever. enginefs_reason() tells why. Whoever reads past
 // the stream, by std::istreambuf_iterator for one, meets such a failure as std::ios_base::failure.
 //
 // Threads    one stream is for one thread at a time.
@@ -20,17 +20,9 @@
 #include <streambuf>
 #include <vector>
 
-#include <engine/filesystem_c.h>
+#include <engine/adapters/base.h>
 
 namespace enginefs {
-
-/// Why the calling thread's latest call failed, as one sentence that lives until its next failure; "" when none has.
-inline const char* reason() {
-    enginefs_error error = {};
-    error.struct_size = sizeof error;
-    enginefs_last_error(&error);
-    return error.text != nullptr ? error.text : "";
-}
 
 /// The buffer of such a stream. It owns the file, reads `buffer_size` bytes ahead, and larger pieces past its buffer.
 class filebuf : public std::streambuf {
@@ -56,24 +48,11 @@ protected:
     }
 
     std::streamsize xsgetn(char* to, std::streamsize size) override {
-        const auto wanted = static_cast<std::size_t>(size);
-        std::size_t done = 0;
-        while (done < wanted) {
-            const auto ready = static_cast<std::size_t>(egptr() - gptr());
-            const std::size_t left = wanted - done;
-            if (ready != 0) {
-                const std::size_t part = ready < left ? ready : left;
-                std::memcpy(to + done, gptr(), part);
-                setg(eback(), gptr() + part, egptr());
-                done += part;
-            } else if (left >= buffer_.size()) {
-                setg(nullptr, nullptr, nullptr);
-                return static_cast<std::streamsize>(done + read(to + done, left));
-            } else if (traits_type::eq_int_type(underflow(), traits_type::eof())) {
-                break;
-            }
-        }
-        return static_cast<std::streamsize>(done);
+        const std::streamsize ready = egptr() - gptr();
+        if (size - ready < static_cast<std::streamsize>(buffer_.size())) return std::streambuf::xsgetn(to, size);
+        if (ready != 0) std::memcpy(to, gptr(), static_cast<std::size_t>(ready));
+        setg(nullptr, nullptr, nullptr);
+        return ready + static_cast<std::streamsize>(read(to + ready, static_cast<std::size_t>(size - ready)));
     }
 
     pos_type seekoff(off_type offset, std::ios_base::seekdir origin, std::ios_base::openmode mode) override {
@@ -106,7 +85,7 @@ private:
     /// The stream that calls this turns the exception into its badbit, which is how a buffer tells of a failure.
     std::size_t read(char* to, std::size_t size) {
         const std::int64_t got = is_open() ? enginefs_read(file_, to, size) : 0;
-        if (got < 0) throw std::ios_base::failure(reason());
+        if (got < 0) throw std::ios_base::failure(enginefs_reason());
         return static_cast<std::size_t>(got);
     }
 

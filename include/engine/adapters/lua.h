@@ -25,7 +25,7 @@
 
 #include <string.h>
 
-#include <engine/filesystem_c.h>
+#include <engine/adapters/base.h>
 
 #define ENGINEFS_LUA_FILE "enginefs.file"
 
@@ -38,12 +38,9 @@ typedef struct enginefs_lua_file {
 
 /* nil, reason, code of this thread's latest failure. */
 static inline int enginefs_lua_fail(lua_State* L) {
-    enginefs_error error;
-    error.struct_size = sizeof error;
-    enginefs_last_error(&error);
     lua_pushnil(L);
-    lua_pushstring(L, error.text);
-    lua_pushinteger(L, error.code);
+    lua_pushstring(L, enginefs_reason());
+    lua_pushinteger(L, enginefs_last_error(NULL));
     return 3;
 }
 
@@ -119,9 +116,10 @@ static inline int enginefs_lua_seek(lua_State* L) {
     const int origin = luaL_checkoption(L, 2, "cur", names);
     lua_Integer offset = luaL_optinteger(L, 3, 0);
     if (origin == ENGINEFS_SEEK_CURRENT) offset -= (lua_Integer)(object->end - object->begin);
-    if (enginefs_seek(object->file, offset, origin) != 0) return enginefs_lua_fail(L);
+    offset = (lua_Integer)enginefs_seek_to(object->file, offset, origin);
+    if (offset < 0) return enginefs_lua_fail(L);
     object->begin = object->end = 0;
-    lua_pushinteger(L, (lua_Integer)enginefs_tell(object->file));
+    lua_pushinteger(L, offset);
     return 1;
 }
 
@@ -141,7 +139,7 @@ static inline int enginefs_lua_open_file(lua_State* L) {
     object->begin = object->end = 0;
     luaL_getmetatable(L, ENGINEFS_LUA_FILE);
     lua_setmetatable(L, -2);
-    object->file = enginefs_open(name, ENGINEFS_READ, ENGINEFS_OPEN_SEEKABLE);
+    object->file = enginefs_open_seekable(name, ENGINEFS_READ, 0);
     return object->file != NULL ? 1 : enginefs_lua_fail(L);
 }
 
@@ -166,17 +164,14 @@ static inline int enginefs_lua_module(lua_State* L, const char* name, const char
     const char* const chunk = lua_pushfstring(L, "@%s", path);
     uint64_t size = 0;
     void* const text = enginefs_load(path, ENGINEFS_OPEN_WHOLE_NAME, &size);
-    int failed = 0;
-    if (text != NULL) {
+    const int code = text != NULL ? ENGINEFS_OK : enginefs_last_error(NULL);
+    int failed = 1;
+    if (code == ENGINEFS_ERROR_NOT_FOUND || code == ENGINEFS_ERROR_INVALID_NAME) return 0;
+    if (text != NULL)
         failed = luaL_loadbuffer(L, (const char*)text, (size_t)size, chunk);
-        enginefs_free(text);
-    } else {
-        const int code = enginefs_last_error(NULL);
-        if (code == ENGINEFS_ERROR_NOT_FOUND || code == ENGINEFS_ERROR_INVALID_NAME) return 0;
-        failed = 1;
-        enginefs_lua_fail(L);
-        lua_pop(L, 1);
-    }
+    else
+        lua_pushstring(L, enginefs_reason());
+    enginefs_free(text);
     if (failed) luaL_error(L, "error loading module '%s' from '%s':\n\t%s", name, path, lua_tostring(L, -1));
     return 1;
 }

@@ -12,53 +12,45 @@
 #error "include SDL.h of SDL 2 before <engine/adapters/sdl2.h>"
 #endif
 
-#include <engine/filesystem_c.h>
+#include <engine/adapters/base.h>
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-static inline int enginefs_rwops_fail(void) {
-    enginefs_error error;
-    error.struct_size = sizeof error;
-    enginefs_last_error(&error);
-    return SDL_SetError("%s", error.text);
+/* The answer; the reason is told to SDL too where that is a failure. */
+static inline Sint64 enginefs_rwops_tell(Sint64 answer) {
+    if (answer < 0) SDL_SetError("%s", enginefs_reason());
+    return answer;
 }
 
 static inline enginefs_file* enginefs_rwops_file(SDL_RWops* ops) { return (enginefs_file*)ops->hidden.unknown.data1; }
 
 static inline Sint64 SDLCALL enginefs_rwops_size(SDL_RWops* ops) {
-    const Sint64 size = enginefs_length(enginefs_rwops_file(ops));
-    return size >= 0 ? size : enginefs_rwops_fail();
+    return enginefs_rwops_tell(enginefs_length(enginefs_rwops_file(ops)));
 }
 
+/* SDL counts origins as the engine does. */
 static inline Sint64 SDLCALL enginefs_rwops_seek(SDL_RWops* ops, Sint64 offset, int whence) {
-    const int origin = whence == RW_SEEK_SET   ? ENGINEFS_SEEK_BEGIN
-                       : whence == RW_SEEK_CUR ? ENGINEFS_SEEK_CURRENT
-                                               : ENGINEFS_SEEK_END;
-    if (enginefs_seek(enginefs_rwops_file(ops), offset, origin) != 0) return enginefs_rwops_fail();
-    return enginefs_tell(enginefs_rwops_file(ops));
+    return enginefs_rwops_tell(enginefs_seek_to(enginefs_rwops_file(ops), offset, whence));
 }
 
 static inline size_t SDLCALL enginefs_rwops_read(SDL_RWops* ops, void* to, size_t size, size_t count) {
-    int64_t got;
+    Sint64 got;
     if (size == 0 || count > SIZE_MAX / size) return 0;
-    got = enginefs_read(enginefs_rwops_file(ops), to, size * count);
-    if (got < 0) enginefs_rwops_fail();
+    got = enginefs_rwops_tell(enginefs_read(enginefs_rwops_file(ops), to, size * count));
     return got > 0 ? (size_t)got / size : 0;
 }
 
 static inline size_t SDLCALL enginefs_rwops_write(SDL_RWops* ops, const void* from, size_t size, size_t count) {
     if (size == 0 || count > SIZE_MAX / size) return 0;
-    if (enginefs_write(enginefs_rwops_file(ops), from, size * count) >= 0) return count;
-    enginefs_rwops_fail();
-    return 0;
+    return enginefs_rwops_tell(enginefs_write(enginefs_rwops_file(ops), from, size * count)) >= 0 ? count : 0;
 }
 
 static inline int SDLCALL enginefs_rwops_close(SDL_RWops* ops) {
     const int code = enginefs_close(enginefs_rwops_file(ops));
     SDL_FreeRW(ops);
-    return code == 0 ? 0 : enginefs_rwops_fail();
+    return code == ENGINEFS_OK ? 0 : SDL_SetError("%s", enginefs_reason());
 }
 
 /** Opens a file for SDL. `mode` and `flags` are those of enginefs_open; what is read can always be sought in. The caller, or
@@ -66,15 +58,11 @@ static inline int SDLCALL enginefs_rwops_close(SDL_RWops* ops) {
     failure. One thread at a time. */
 static inline SDL_RWops* enginefs_rwops(const char* path, int mode, uint32_t flags) {
     SDL_RWops* ops;
-    enginefs_file* const file =
-        enginefs_open(path, mode, mode == ENGINEFS_READ ? flags | ENGINEFS_OPEN_SEEKABLE : flags);
-    if (file == NULL) {
-        enginefs_rwops_fail();
-        return NULL;
-    }
-    ops = SDL_AllocRW();
+    enginefs_file* const file = enginefs_open_seekable(path, mode, flags);
+    if (file == NULL) SDL_SetError("%s", enginefs_reason());
+    ops = file != NULL ? SDL_AllocRW() : NULL;
     if (ops == NULL) {
-        enginefs_discard(file);
+        if (file != NULL) enginefs_discard(file);
         return NULL;
     }
     ops->type = SDL_RWOPS_UNKNOWN;

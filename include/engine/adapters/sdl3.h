@@ -12,50 +12,40 @@
 #error "include SDL3/SDL.h before <engine/adapters/sdl3.h>"
 #endif
 
-#include <engine/filesystem_c.h>
+#include <engine/adapters/base.h>
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-static inline bool enginefs_iostream_fail(SDL_IOStatus* status) {
-    enginefs_error error;
-    error.struct_size = sizeof error;
-    enginefs_last_error(&error);
-    if (status != NULL) *status = SDL_IO_STATUS_ERROR;
-    return SDL_SetError("%s", error.text);
+/* The answer; where that is a failure SDL is told, too. `status` may be null. */
+static inline Sint64 enginefs_iostream_tell(Sint64 answer, SDL_IOStatus* status) {
+    if (answer < 0) SDL_SetError("%s", enginefs_reason());
+    if (answer < 0 && status != NULL) *status = SDL_IO_STATUS_ERROR;
+    return answer;
 }
 
 static inline Sint64 SDLCALL enginefs_iostream_size(void* file) {
-    const Sint64 size = enginefs_length((enginefs_file*)file);
-    if (size < 0) enginefs_iostream_fail(NULL);
-    return size;
+    return enginefs_iostream_tell(enginefs_length((enginefs_file*)file), NULL);
 }
 
+/* SDL counts origins as the engine does. */
 static inline Sint64 SDLCALL enginefs_iostream_seek(void* file, Sint64 offset, SDL_IOWhence whence) {
-    const int origin = whence == SDL_IO_SEEK_SET   ? ENGINEFS_SEEK_BEGIN
-                       : whence == SDL_IO_SEEK_CUR ? ENGINEFS_SEEK_CURRENT
-                                                   : ENGINEFS_SEEK_END;
-    if (enginefs_seek((enginefs_file*)file, offset, origin) == 0) return enginefs_tell((enginefs_file*)file);
-    enginefs_iostream_fail(NULL);
-    return -1;
+    return enginefs_iostream_tell(enginefs_seek_to((enginefs_file*)file, offset, (int)whence), NULL);
 }
 
 static inline size_t SDLCALL enginefs_iostream_read(void* file, void* to, size_t size, SDL_IOStatus* status) {
-    const int64_t got = enginefs_read((enginefs_file*)file, to, size);
-    if (got < 0) enginefs_iostream_fail(status);
+    const Sint64 got = enginefs_iostream_tell(enginefs_read((enginefs_file*)file, to, size), status);
     if (got >= 0 && (size_t)got < size) *status = SDL_IO_STATUS_EOF;
     return got > 0 ? (size_t)got : 0;
 }
 
 static inline size_t SDLCALL enginefs_iostream_write(void* file, const void* from, size_t size, SDL_IOStatus* status) {
-    if (enginefs_write((enginefs_file*)file, from, size) >= 0) return size;
-    enginefs_iostream_fail(status);
-    return 0;
+    return enginefs_iostream_tell(enginefs_write((enginefs_file*)file, from, size), status) >= 0 ? size : 0;
 }
 
 static inline bool SDLCALL enginefs_iostream_close(void* file) {
-    return enginefs_close((enginefs_file*)file) == 0 || enginefs_iostream_fail(NULL);
+    return enginefs_close((enginefs_file*)file) == ENGINEFS_OK || SDL_SetError("%s", enginefs_reason());
 }
 
 /** Opens a file for SDL. `mode` and `flags` are those of enginefs_open; what is read can always be sought in. The caller, or
@@ -64,10 +54,9 @@ static inline bool SDLCALL enginefs_iostream_close(void* file) {
 static inline SDL_IOStream* enginefs_iostream(const char* path, int mode, uint32_t flags) {
     SDL_IOStreamInterface interface;
     SDL_IOStream* stream;
-    enginefs_file* const file =
-        enginefs_open(path, mode, mode == ENGINEFS_READ ? flags | ENGINEFS_OPEN_SEEKABLE : flags);
+    enginefs_file* const file = enginefs_open_seekable(path, mode, flags);
     if (file == NULL) {
-        enginefs_iostream_fail(NULL);
+        SDL_SetError("%s", enginefs_reason());
         return NULL;
     }
     SDL_INIT_INTERFACE(&interface);

@@ -14,7 +14,7 @@
 #error "include stb_image.h before <engine/adapters/stb_image.h>"
 #endif
 
-#include <engine/filesystem_c.h>
+#include <engine/adapters/base.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -45,7 +45,7 @@ static inline const stbi_io_callbacks* enginefs_stbi_callbacks(void) {
     not be opened or is no image. */
 static inline stbi_uc* enginefs_stbi_load(const char* path, int* width, int* height, int* channels, int wanted) {
     stbi_uc* pixels = NULL;
-    enginefs_file* const file = enginefs_open(path, ENGINEFS_READ, ENGINEFS_OPEN_SEEKABLE);
+    enginefs_file* const file = enginefs_open_seekable(path, ENGINEFS_READ, 0);
     if (file == NULL) return NULL;
     pixels = stbi_load_from_callbacks(enginefs_stbi_callbacks(), file, width, height, channels, wanted);
     enginefs_close(file);

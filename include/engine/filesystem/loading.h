@@ -6,6 +6,7 @@
 #include <engine/filesystem/api.h>
 #include <engine/filesystem/contract/disk_use.h>
 #include <engine/filesystem/contract/error.h>
+#include <engine/filesystem/contract/flags.h>
 #include <engine/filesystem/request.h>
 
 // Loads: files, or parts of them, that workers of the library open, read and decode while the game goes on. Any name that
@@ -35,6 +36,7 @@ struct SFsLoadWish {
     std::uint32_t deadline_ms = 0;  // from now; 0: none. It orders; a miss is counted and fails nothing
     void (*callback)(SFsLoad* load, void* user) = nullptr;  // may be null; see SFsLoad
     void* user = nullptr;
+    FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE;  // as for fs::open; SEEKABLE is added
 };
 
 /// Where the time of a load went, in microseconds.

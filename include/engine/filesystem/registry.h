@@ -48,7 +48,8 @@ ENGINE_FS_API bool is_read_membuffer_enabled();
 
 /// All sources in asking order, the fallback last. Replaces `out`.
 ENGINE_FS_API void get_sources(ztl::vector<SFsSourceInfo>& out);
-/// The sources that hold `path`, in asking order. Replaces `out`.
-ENGINE_FS_API void find_holders(const char* path, ztl::vector<SFsSourceInfo>& out);
+/// The sources that hold `path`, in asking order; of the flags WHOLE_NAME is heeded. Replaces `out`.
+ENGINE_FS_API void find_holders(const char* path, ztl::vector<SFsSourceInfo>& out,
+                                FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
 
 }  // namespace fs

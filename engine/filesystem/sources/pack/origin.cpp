@@ -61,8 +61,12 @@ public:
 
     std::uint64_t read(std::uint64_t offset, void* buffer, std::uint64_t size) const override {
         return guarded(name_.c_str(), failed, [&] {
+            ErrorScope scope;
             const std::int64_t got = reader_->read_at(offset, buffer, size);
-            if (got >= 0 && static_cast<std::uint64_t>(got) == size) return size;
+            if (got >= 0 && static_cast<std::uint64_t>(got) == size) {
+                scope.forget();  // what failed on the reader's own way to them
+                return size;
+            }
             if (got < 0) return fail("its reader failed");
             return fail("its reader answered " + std::to_string(got) + " for the " + std::to_string(size) +
                         " bytes at " + std::to_string(offset));

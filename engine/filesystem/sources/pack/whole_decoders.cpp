@@ -27,8 +27,10 @@ struct WholeDecoders::Worker {
             capacity = std::size_t{data.packed_size | 0xFFFF} + 1;
             packed.reset(new std::uint8_t[capacity]);  // what throws ends this worker
         }
-        const ErrorKeeper keep;  // whether the blocks fail too is what counts
-        return store.read(data.offset, packed.get(), data.packed_size) == data.packed_size ? packed.get() : nullptr;
+        ErrorScope scope;
+        const bool is_whole = store.read(data.offset, packed.get(), data.packed_size) == data.packed_size;
+        scope.forget();  // whether the blocks fail too is what counts
+        return is_whole ? packed.get() : nullptr;
     }
 
     bool decode(const PackedData& data, const std::uint8_t* bytes, std::uint8_t* out) {

@@ -83,6 +83,7 @@ struct CrcCalcArgs {
     std::uint64_t size = 0;         // result: bytes that went into it
     bool (*progress)(std::uint64_t done, std::uint64_t total, void* user) = nullptr;  // false stops the work
     void* user = nullptr;
+    FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE;  // as for fs::open
 };
 /// CRC-32 of a file's content. False, with crc and size 0, when it cannot be read whole, is damaged, or was stopped.
 ENGINE_FS_API bool calc_file_crc(CrcCalcArgs& args);
