@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/registry/registry.h"
@@ -99,6 +100,7 @@ void DirectoryFollower::note_event(const std::string& dir, const platform::Watch
     if (is_hidden(event.name) || (is_below && !is_recursive_)) return;
     std::string path = dir;
     path.append(event.name);
+    if (is_below && !directories_.contains(parent_directory(path))) return mark_above(parent_directory(path));
     const bool is_replaced = event.kind == Kind::REMOVED || event.kind == Kind::ARRIVED;  // a link to one, too
     const bool is_known_directory = is_replaced && directories_.contains(path + "/");
     if ((event.is_directory || is_known_directory) && is_recursive_)
@@ -127,6 +129,12 @@ void DirectoryFollower::add_spelling(Mark& mark, std::string path) {
 void DirectoryFollower::mark_directory(const std::string& dir, Extent extent) {
     Extent& marked = directory_marks_.try_emplace(dir, extent).first->second;
     marked = std::max(marked, extent);
+}
+
+/// Marks what is nearest above an unknown directory: a new one, or one that the disk spells in another way.
+void DirectoryFollower::mark_above(std::string_view dir) {
+    while (dir != start_ && !directories_.contains(dir)) dir = parent_directory(dir);
+    mark_directory(std::string(dir), Extent::BELOW);
 }
 
 bool DirectoryFollower::prepare(std::int64_t now, std::int64_t quiet) {
@@ -192,9 +200,9 @@ bool DirectoryFollower::look_at(Mark& mark) {
         is_there = is_there && !item.is_directory && !item.is_offline;
         // A disk that knows no case finds a name by each spelling: it tells that of the name, and those of directories are
         // known.
-        if (is_there && !path.ends_with(name)) add_spelling(mark, dir + name);
-        is_there = is_there && path.ends_with(name) && (mark.spellings.size() == 1 || directories_.contains(dir));
-        mark.spellings[at].is_there = is_there;
+        const bool is_spelled = path.ends_with(name);
+        if (is_there && !is_spelled) add_spelling(mark, dir + name);
+        mark.spellings[at].is_there = is_there && is_spelled && directories_.contains(dir);
     }
     return true;
 }

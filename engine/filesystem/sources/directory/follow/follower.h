@@ -73,6 +73,7 @@ private:
     void mark(std::string path, Kind kind, std::int64_t when);
     static void add_spelling(Mark& mark, std::string path);
     void mark_directory(const std::string& dir, Extent extent);
+    void mark_above(std::string_view dir);
     bool watch_known(const std::string& dir);
     [[nodiscard]] bool watch(const std::string& dir);
     void find_root();

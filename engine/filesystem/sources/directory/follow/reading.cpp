@@ -20,6 +20,14 @@ constexpr std::int64_t long_ago = std::numeric_limits<std::int64_t>::min() / 2; 
 
 enum class Fate : std::uint8_t { STAYS, LISTED, REPLACED, GONE };  // of the files that the table has in a directory
 
+/// Takes out a directory and all below it.
+template <class Map>
+void erase_tree(Map& directories, std::string_view dir) {
+    const auto first = directories.lower_bound(dir);
+    directories.erase(first, std::find_if_not(first, directories.end(),
+                                              [&](const auto& each) { return each.first.starts_with(dir); }));
+}
+
 struct Outcome {  // of a directory
     Fate fate = Fate::STAYS;
     Fate below = Fate::STAYS;  // of the directories below it that have no outcome of their own
@@ -79,11 +87,10 @@ bool DirectoryFollower::read_directories(std::int64_t when) {
 void DirectoryFollower::lose(Reading& reading, const std::string& dir) {
     is_root_gone_ |= dir == start_;
     if (is_root_gone_) return;
-    reading.outcomes[dir] = {Fate::GONE, Fate::GONE};
     gone_dirs_.insert(lower_text(dir));
-    const auto is_below = [&](const auto& known) { return known.first.starts_with(dir); };
-    const auto first = directories_.lower_bound(dir);
-    directories_.erase(first, std::find_if_not(first, directories_.end(), is_below));
+    erase_tree(directories_, dir);
+    erase_tree(reading.outcomes, dir);
+    reading.outcomes[dir] = {Fate::GONE, Fate::GONE};
 }
 
 /// Whether a scan would enter what is at `path` as this directory. What is not entered is lost, or put off.
