@@ -75,7 +75,15 @@ public:
         if (!take_up) return {};
         return [this, take_up = std::move(take_up)] { take_up(), follow(); };
     }
-    void follow_tree() override { follow(); }
+    void follow_tree() override {
+        fs::dir* const tree = inner_->dir_tree();
+        const bool has_lead = (inner_->flags() & FFSAddSourceFlags::MOUNT_PARENT) != 0 && tree != nullptr;
+        fs::dir fresh;
+        fs::dir* const place = fresh.add_path((prefix_ + (has_lead ? tree->name() : "")).c_str());
+        if (place == nullptr || (tree != nullptr && !place->merge(*tree))) throw std::bad_alloc();
+        tree_.clear();
+        tree_.take_over(fresh);
+    }
 
     const fs::path& path() override { return inner_->path(); }
     // The tree shows what leads every name.
@@ -236,16 +244,8 @@ protected:
 
     /// Makes the tree anew from the inner source's. True.
     bool follow() {
-        return guarded(prefix_.c_str(), true, [&] {
-            fs::dir* const tree = inner_->dir_tree();
-            const bool has_lead = (inner_->flags() & FFSAddSourceFlags::MOUNT_PARENT) != 0 && tree != nullptr;
-            fs::dir fresh;
-            fs::dir* const place = fresh.add_path((prefix_ + (has_lead ? tree->name() : "")).c_str());
-            if (place == nullptr || (tree != nullptr && !place->merge(*tree))) throw std::bad_alloc();
-            tree_.clear();
-            tree_.take_over(fresh);
-            return true;
-        });
+        guarded(prefix_.c_str(), [&] { follow_tree(); });
+        return true;
     }
 
 private:

@@ -44,10 +44,7 @@ std::function<void()> read_anew(const fs::path& key, registry::Pin& pin) {
 
 bool watch(const char* source_path, bool on) {
     const DiskUse use("watched", source_path);
-    return guarded(source_path, false, [&] {
-        const fs::path key = key_of(source_path);
-        return on ? watch_source(key) : unwatch_source(key);
-    });
+    return guarded(source_path, false, [&] { return watch_source(key_of(source_path), on); });
 }
 
 bool reload_source(const char* source_path) {

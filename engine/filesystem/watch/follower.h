@@ -2,33 +2,27 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
-
-#include <engine/filesystem/watch.h>
 
 #include "engine/platform/watcher.h"
 
 namespace fs {
 
+class ChangeBatch;
 class Watches;
 
-/// Takes the changes of one source, under the registry's exclusive lock.
-class ChangeBatch {
-public:
-    /// Whether fs::open of this name of the source answers what the source holds under it.
-    virtual bool is_winner(std::string_view name) = 0;
-    /// Tells a change, with `winner_changed` set. Throws std::bad_alloc, and then nothing is told. Good until the next.
-    virtual SFsChange& add(SFsChange::KIND kind, std::string_view name) = 0;
-    /// Takes the latest back.
-    virtual void take_back() noexcept = 0;
-    virtual void tree_changed() = 0;
+/// When a name was touched, in milliseconds.
+struct Touches {
+    std::int64_t first = 0;
+    std::int64_t last = 0;
 
-protected:
-    ~ChangeBatch() = default;
+    /// Whether it was quiet for so long, or has waited for ten times that.
+    bool are_over(std::int64_t now, std::int64_t quiet) const {
+        return now - last >= quiet || (now - first) / 10 >= quiet;
+    }
 };
 
 /// Follows the disk for one source. Events only mark what they name; what became of it the disk tells in prepare, and apply
-/// brings the source's table to that. Times are in milliseconds. Whatever throws loses no mark.
+/// brings the source's table to that. Whatever throws loses no mark.
 /// Threads  one at a time; the source stays for the length of a call.
 class Follower {
 public:
@@ -39,7 +33,7 @@ public:
 
     /// Begins to watch. False, with the failure stored, when not all can be watched; the follower is then destroyed.
     virtual bool begin(Watches& watches) = 0;
-    /// `dir` is what the watch was added for. Never throws.
+    /// `dir` is what the watch was added for.
     virtual void note(const std::string& dir, const platform::WatchEvent& event, std::int64_t now) noexcept = 0;
     /// Whether there is something to prepare.
     virtual bool is_marked() const = 0;

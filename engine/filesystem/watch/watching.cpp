@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <memory>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -11,10 +10,8 @@
 #include <engine/filesystem/watch.h>
 
 #include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/lookup_name.h"
-#include "engine/filesystem/registry/holders.h"
-#include "engine/filesystem/registry/prefixed_names.h"
 #include "engine/filesystem/registry/registry.h"
+#include "engine/filesystem/watch/change_batch.h"
 #include "engine/filesystem/watch/follower.h"
 #include "engine/filesystem/watch/watches.h"
 #include "engine/platform/lock.h"
@@ -40,8 +37,12 @@ struct Watching {
     platform::Mutex lock;              // guards all of this; taken before the registry's
     std::unique_ptr<Watches> watches;  // while something is followed
     std::vector<Followed> followed;
-    bool is_index_stale = false;
+    bool is_tree_new = false;  // directories came or went, and not all who show them know
 
+    auto find(std::uint64_t serial) {
+        return std::find_if(followed.begin(), followed.end(),
+                            [&](const Followed& each) { return each.serial == serial; });
+    }
     void drop_idle_watches() {
         if (followed.empty()) watches.reset();
     }
@@ -64,61 +65,14 @@ std::int64_t milliseconds_now() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
 }
 
-/// The followed source of a path; null, with the failure stored, when there is none.
-FollowedSource* find_source(const fs::path& key, CFSSource*& source) {
-    source = registry::find(key);
-    if (source == nullptr) {
-        set_error(EFSError::NOT_FOUND, key.PathName(), "No source of this path is registered.");
-        return nullptr;
-    }
-    auto* const followed = dynamic_cast<FollowedSource*>(source);
-    if (followed == nullptr)
-        set_error(EFSError::UNSUPPORTED, key.PathName(), "Only directories and packs can be watched.");
-    return followed;
-}
-
-/// Tells the changes of one source.
-class Batch final : public ChangeBatch {
-public:
-    Batch(CFSSource& source, ztl::vector<SFsChange>& out) : source_(source), out_(out) {
-        path_.append(source.path().PathNameView()).append(source.path().FileNameView());
-        const auto* const prefixed = dynamic_cast<const registry::PrefixedNames*>(&source);
-        if (prefixed != nullptr) prefix_ = prefixed->prefix();
-    }
-
-    bool is_winner(std::string_view name) override {
-        const fs::path whole = lookup_name(with_prefix(name).c_str());
-        if (registry::first_holder(whole, registry::Match::AS_SOURCE_DOES) != &source_) return false;
-        fs::path held;
-        source_.root_path(held, whole);
-        return held == whole;
-    }
-    SFsChange& add(SFsChange::KIND kind, std::string_view name) override {
-        out_.push_back({.kind = kind,
-                        .name = kind == SFsChange::LOST ? std::string() : with_prefix(name),
-                        .source = path_,
-                        .winner_changed = true});
-        return out_.back();
-    }
-    void take_back() noexcept override { out_.pop_back(); }
-    void tree_changed() override { has_new_tree_ = true; }
-    bool has_new_tree() const { return has_new_tree_; }
-
-private:
-    std::string with_prefix(std::string_view name) const { return std::string(prefix_).append(name); }
-
-    CFSSource& source_;
-    ztl::vector<SFsChange>& out_;
-    std::string path_;
-    std::string_view prefix_;
-    bool has_new_tree_ = false;
-};
-
 /// A followed source that is registered, in a poll.
 struct Turn {
     CFSSource* source;
+    FollowedSource* followed;
     Follower* follower;
     registry::Pin pin;
+
+    const char* path() const { return source->path().PathName(); }
 };
 
 /// Those that are followed and still registered, in asking order; the others end.
@@ -127,55 +81,48 @@ std::vector<Turn> take_turns(Watching& all) {
     turns.reserve(all.followed.size());
     const registry::SharedGuard guard;
     registry::for_each_source([&](CFSSource& source) {
-        const auto* const asked = dynamic_cast<const FollowedSource*>(&source);
-        if (asked == nullptr) return;
-        for (const Followed& followed : all.followed) {
-            if (followed.serial == asked->serial())
-                turns.push_back({&source, followed.follower.get(), registry::Pin(source)});
-        }
+        auto* const asked = dynamic_cast<FollowedSource*>(&source);
+        const auto found = asked != nullptr ? all.find(asked->serial()) : all.followed.end();
+        if (found != all.followed.end())
+            turns.push_back({&source, asked, found->follower.get(), registry::Pin(source)});
     });
-    std::erase_if(all.followed, [&](const Followed& followed) {
+    std::erase_if(all.followed, [&](const Followed& each) {
         return std::none_of(turns.begin(), turns.end(),
-                            [&](const Turn& turn) { return turn.follower == followed.follower.get(); });
+                            [&](const Turn& turn) { return turn.follower == each.follower.get(); });
     });
     return turns;
 }
 
 /// False, with the failure stored, when not all of it could be done.
-bool apply(const Turn& turn, ztl::vector<SFsChange>& out, bool& is_index_stale) {
-    if (turn.pin.IsSourceGoing() || !turn.follower->is_prepared()) return true;
-    return guarded(turn.source->path().PathName(), false, [&] {
-        Batch batch(*turn.source, out);
-        const bool is_applied = guarded(turn.source->path().PathName(), false, [&] {
-            turn.follower->apply(batch);
-            return true;
-        });
-        if (!batch.has_new_tree()) return is_applied;
-        dynamic_cast<FollowedSource&>(*turn.source).follow_tree();
-        is_index_stale |= (turn.source->flags() & FFSAddSourceFlags::INDEX_NAMES) != 0;
-        return is_applied;
-    });
-}
-
 bool take_up(Watching& all, ztl::vector<SFsChange>& out, std::int64_t now, std::int64_t quiet) {
     const std::vector<Turn> turns = take_turns(all);
     bool is_whole = true;
-    for (const Turn& turn : turns) {
-        is_whole &= guarded(turn.source->path().PathName(), false, [&] { return turn.follower->prepare(now, quiet); });
-    }
-    const bool is_prepared =
-        std::any_of(turns.begin(), turns.end(), [](const Turn& turn) { return turn.follower->is_prepared(); });
-    if (!is_prepared && !all.is_index_stale) return is_whole;
+    for (const Turn& turn : turns)
+        is_whole &= guarded(turn.path(), false, [&] { return turn.follower->prepare(now, quiet); });
+    const auto is_prepared = [](const Turn& turn) { return turn.follower->is_prepared(); };
+    if (!all.is_tree_new && std::none_of(turns.begin(), turns.end(), is_prepared)) return is_whole;
     const registry::ExclusiveGuard guard;
-    for (const Turn& turn : turns) is_whole &= apply(turn, out, all.is_index_stale);
-    if (all.is_index_stale) registry::rebuild_index();
-    all.is_index_stale = false;
+    for (const Turn& turn : turns) {
+        if (turn.pin.IsSourceGoing() || !turn.follower->is_prepared()) continue;
+        is_whole &= guarded(turn.path(), false, [&] {
+            ChangeBatch batch(*turn.source, out, all.is_tree_new);
+            turn.follower->apply(batch);
+            return true;
+        });
+    }
+    if (!all.is_tree_new) return is_whole;
+    for (const Turn& turn : turns) turn.followed->follow_tree();
+    const auto is_indexed = [](const Turn& turn) {
+        return (turn.source->flags() & FFSAddSourceFlags::INDEX_NAMES) != 0;
+    };
+    if (std::any_of(turns.begin(), turns.end(), is_indexed)) registry::rebuild_index();
+    all.is_tree_new = false;
     return is_whole;
 }
 
 }  // namespace
 
-bool watch_source(const fs::path& key) {
+bool watch_source(const fs::path& key, bool on) {
     check_thread();
     Watching& all = watching();
     const platform::LockGuard guard(all.lock);
@@ -183,21 +130,24 @@ bool watch_source(const fs::path& key) {
     registry::Pin pin;
     {
         const registry::SharedGuard shared;
-        CFSSource* source = nullptr;
-        FollowedSource* const followed = find_source(key, source);
-        if (followed == nullptr) return false;
-        made.serial = followed->serial();
-        const auto is_same = [&](const Followed& other) { return other.serial == made.serial; };
-        if (std::any_of(all.followed.begin(), all.followed.end(), is_same)) return true;
-        made.follower = followed->make_follower();
+        CFSSource* const source = registry::find(key);
+        if (source == nullptr)
+            return refuse(EFSError::NOT_FOUND, key.PathName(), "No source of this path is registered.");
+        auto* const followed = dynamic_cast<FollowedSource*>(source);
+        if (followed == nullptr)
+            return refuse(EFSError::UNSUPPORTED, key.PathName(), "Only directories and packs can be watched.");
+        const auto found = all.find(followed->serial());
+        if (!on && found != all.followed.end()) all.followed.erase(found);
+        all.drop_idle_watches();
+        if (!on || found != all.followed.end()) return true;
+        made = {followed->serial(), followed->make_follower()};
         if (made.follower == nullptr)
             return refuse(EFSError::UNSUPPORTED, key.PathName(), "What is mounted here cannot be watched.");
         pin = registry::Pin(*source);
     }
     all.followed.reserve(all.followed.size() + 1);
     if (all.watches == nullptr) all.watches = std::make_unique<Watches>();
-    const bool begun = guarded(key.PathName(), false, [&] { return made.follower->begin(*all.watches); });
-    if (begun) {
+    if (guarded(key.PathName(), false, [&] { return made.follower->begin(*all.watches); })) {
         all.followed.push_back(std::move(made));
         return true;
     }
@@ -206,25 +156,12 @@ bool watch_source(const fs::path& key) {
     return false;
 }
 
-bool unwatch_source(const fs::path& key) {
-    check_thread();
-    Watching& all = watching();
-    const platform::LockGuard guard(all.lock);
-    const registry::SharedGuard shared;
-    CFSSource* source = nullptr;
-    FollowedSource* const followed = find_source(key, source);
-    if (followed == nullptr) return false;
-    std::erase_if(all.followed, [&](const Followed& other) { return other.serial == followed->serial(); });
-    all.drop_idle_watches();
-    return true;
-}
-
 void stop_watching() {
     Watching& all = watching();
     const platform::LockGuard guard(all.lock);
     all.followed.clear();
     all.watches.reset();
-    all.is_index_stale = false;
+    all.is_tree_new = false;
 }
 
 bool poll_changes(ztl::vector<SFsChange>& out, std::uint32_t quiet_ms) {
@@ -238,7 +175,7 @@ bool poll_changes(ztl::vector<SFsChange>& out, std::uint32_t quiet_ms) {
         const bool is_drained = all.watches->drain(now);
         const bool is_marked = std::any_of(all.followed.begin(), all.followed.end(),
                                            [](const Followed& each) { return each.follower->is_marked(); });
-        if (!is_marked && !all.is_index_stale) return is_drained;
+        if (!is_marked && !all.is_tree_new) return is_drained;
         const bool is_whole = take_up(all, out, now, quiet_ms);
         all.drop_idle_watches();
         return is_whole && is_drained;

@@ -4,10 +4,9 @@
 
 namespace fs {
 
-/// Makes the registered source of this path follow the disk. False, with the failure stored, as fs::watch says. Throws.
-bool watch_source(const fs::path& key);
-/// Ends that. False, with the failure stored, when there is no such source. Throws.
-bool unwatch_source(const fs::path& key);
+/// Makes the registered source of this path follow the disk, or ends that. False, with the failure stored, as fs::watch
+/// says. Throws.
+bool watch_source(const fs::path& key, bool on);
 /// Ends every watch, before the sources go.
 void stop_watching();
 

@@ -48,6 +48,14 @@ bool translate(const inotify_event& event, WatchEvent& out) {
     return out.kind != Kind::RIGHTS || out.is_directory;
 }
 
+/// Whether it says of a file that content was written, as what came just before it has said already.
+bool repeats(const inotify_event* before, const inotify_event& event) {
+    constexpr std::uint32_t written = IN_MODIFY | IN_CLOSE_WRITE;
+    return before != nullptr && (event.mask & written) != 0 &&
+           (before->mask & (written | IN_CREATE | IN_MOVED_TO)) != 0 && before->wd == event.wd &&
+           std::string_view(before->name, before->len) == std::string_view(event.name, event.len);
+}
+
 /// Whether the process may still open files, so that it was another limit that kept it from this one.
 bool may_open() {
     const Descriptor any(::open("/", O_PATH | O_CLOEXEC));
@@ -102,10 +110,12 @@ bool Watcher::drain(const std::function<void(const WatchEvent&)>& visit) {
             retry_interrupted([&] { return ::read(state_->instance.number(), state_->buffer, buffer_size); });
         if (got < 0 && errno == EAGAIN) return true;
         if (got <= 0) return fail_os(errno);
-        for (std::size_t at = 0; at < static_cast<std::size_t>(got);) {
-            const auto& event = *reinterpret_cast<const inotify_event*>(state_->buffer + at);
+        const inotify_event* before = nullptr;
+        for (const char* at = state_->buffer; at < state_->buffer + got;) {
+            const auto& event = *reinterpret_cast<const inotify_event*>(at);
             WatchEvent told;
-            if (translate(event, told)) visit(told);
+            if (!repeats(before, event) && translate(event, told)) visit(told);
+            before = &event;
             at += sizeof event + event.len;
         }
     }

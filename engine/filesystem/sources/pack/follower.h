@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "engine/filesystem/watch/follower.h"
+#include "engine/filesystem/watch/watches.h"
 
 namespace fs {
 
@@ -11,7 +11,6 @@ namespace fs {
 class PackFollower final : public Follower {
 public:
     explicit PackFollower(const std::string& native_path);
-    ~PackFollower() override;
 
     bool begin(Watches& watches) override;
     void note(const std::string& dir, const platform::WatchEvent& event, std::int64_t now) noexcept override;
@@ -23,10 +22,8 @@ public:
 private:
     const std::string directory_;
     const std::string name_;
-    Watches* watches_ = nullptr;
-    std::int64_t watch_ = -1;
-    std::int64_t first_ = 0;
-    std::int64_t last_ = 0;
+    Watches::Watch watch_;
+    Touches touches_;
     bool is_touched_ = false;
     bool is_due_ = false;
 };

@@ -17,7 +17,8 @@ public:
     /// Reads the source anew beside what it has, without the registry's lock. What takes it up, which is called under the
     /// exclusive lock; empty, with fs::last_error set, when it cannot be read.
     virtual std::function<void()> read_anew() = 0;
-    /// The follower has changed the tree of directories. Called under the registry's exclusive lock.
+    /// The tree of directories of a followed source has changed, perhaps of this one. Called under the registry's exclusive
+    /// lock. Throws std::bad_alloc, and is then called again.
     virtual void follow_tree() {}
     /// What no other source ever has, so that a source is known again after its place in memory was given to another.
     std::uint64_t serial() const { return serial_; }

@@ -1,15 +1,11 @@
 #include "engine/filesystem/sources/directory/follow/follower.h"
 
 #include <algorithm>
-#include <unordered_set>
-
-#include <engine/filesystem/sources/directory.h>
 
 #include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/registry/registry.h"
-#include "engine/filesystem/watch/watches.h"
 
 namespace fs {
 
@@ -19,42 +15,6 @@ namespace {
 constexpr std::int64_t stamp_step = 2 * platform::ticks_per_second;
 
 bool is_hidden(std::string_view name) { return name.starts_with('#') || name.find("/#") != std::string_view::npos; }
-
-/// The lower-case directories below a node, which stands for `dir`.
-void collect_tree(const idir& top, const std::string& dir, std::vector<std::string>& out) {
-    std::vector<std::pair<const idir*, std::string>> pending = {{&top, dir}};
-    while (!pending.empty()) {
-        auto [node, path] = std::move(pending.back());
-        pending.pop_back();
-        for (const idir* child = node->first_child(); child != nullptr; child = child->next_sibling()) {
-            pending.emplace_back(child, path + child->name() + "/");
-        }
-        out.push_back(std::move(path));
-    }
-}
-
-/// The directories of a source as the disk spells them. Under the registry's lock.
-std::vector<std::string> known_directories(const DirectoryState& state) {
-    std::vector<std::string> lower;
-    collect_tree(state.names->tree, lower_text(state.start), lower);
-    const std::unordered_set<std::string_view> in_tree(lower.begin(), lower.end());
-    std::unordered_set<std::string_view> spelled;
-    std::vector<std::string> found;
-    state.names->table.for_each_dir([&](std::string_view dir, std::string_view spelling) {
-        const auto known = in_tree.find(dir);
-        if (known == in_tree.end()) return;
-        spelled.insert(*known);
-        found.emplace_back(spelling);
-    });
-    // An empty directory may be known to the tree alone.
-    for (const std::string& dir : lower) {
-        NativePath path;
-        if (spelled.contains(dir) || !build_native_path(state.native_root, dir, {}, path)) continue;
-        const bool is_told = platform::resolve_case(path.text, path.text);
-        found.emplace_back(is_told ? path.below_root() : std::string_view(dir));
-    }
-    return found;
-}
 
 }  // namespace
 
@@ -74,26 +34,21 @@ bool DirectoryFollower::begin(Watches& watches) {
         linked_ = state_.names->linked;
         reads_ = state_.reads;
         begun = state_.names->begun - stamp_step;
-        known = is_recursive_ ? known_directories(state_) : std::vector{start_};
+        known.push_back(start_);
+        // What the process made since is in a directory that has changed since.
+        state_.names->table.for_each_dir([&](std::string_view /*lower*/, std::string_view dir) {
+            const bool is_below = dir.size() > start_.size() && dir.starts_with(start_);
+            if (is_recursive_ && is_below && !is_hidden(dir.substr(start_.size()))) known.emplace_back(dir);
+        });
     }
     for (const std::string& dir : known) {
         if (!watch_known(dir)) return false;
         platform::DirectoryTimes times;
         // Where nobody tells, it is read again.
         const bool is_told = platform::get_directory_times({.full = native(dir).c_str()}, times);
-        if (!is_told || std::max(times.written, times.changed) >= begun) mark_directory(dir, false, false);
+        if (!is_told || std::max(times.written, times.changed) >= begun) mark_directory(dir, Extent::ITSELF);
     }
-    new_dirs_.clear();  // the tree has them
     return true;
-}
-
-/// Marks what is nearest above an unknown directory: a new one, or one that the disk spells in another way.
-void DirectoryFollower::mark_above(std::string_view dir) {
-    for (; !directories_.contains(dir) && dir != start_; dir = parent_directory(dir)) {
-        const auto marked = directory_marks_.find(dir);
-        if (marked != directory_marks_.end() && marked->second.is_deep) return;
-    }
-    mark_directory(std::string(dir), false, true);
 }
 
 /// Watches what was mounted. A directory that went meanwhile is marked, and one that may not be read has no names.
@@ -102,11 +57,22 @@ bool DirectoryFollower::watch_known(const std::string& dir) {
     if (watch(dir)) return true;
     const platform::Failure failure = platform::last_error().failure;
     if (failure == platform::Failure::NOT_FOUND && dir != start_) {
-        mark_directory(dir, true, true);
+        mark_directory(dir, Extent::REPLACED);
     } else if (failure != platform::Failure::ACCESS_DENIED || dir == start_) {
         return false;
     }
     scope.forget();
+    return true;
+}
+
+/// False, with the failure stored and in platform::last_error, when it is not watched. It is known all the same.
+bool DirectoryFollower::watch(const std::string& dir) {
+    const auto place = directories_.try_emplace(dir).first;
+    const bool is_start = dir == start_;
+    if (platform::Watcher::sees_below && !is_start) return true;
+    Watches::Watch watch = watches_->add(native(dir).c_str(), is_start, *this, place->first);
+    if (watch == nullptr) return false;
+    place->second = std::move(watch);
     return true;
 }
 
@@ -119,7 +85,6 @@ void DirectoryFollower::note(const std::string& dir, const platform::WatchEvent&
 }
 
 void DirectoryFollower::note_event(const std::string& dir, const platform::WatchEvent& event, std::int64_t now) {
-    using Kind = platform::WatchEvent::Kind;
     if (event.kind == Kind::DROPPED) {
         is_to_be_read_ = true;
         return;
@@ -128,152 +93,116 @@ void DirectoryFollower::note_event(const std::string& dir, const platform::Watch
         if (dir == start_)
             is_root_gone_ = true;
         else
-            mark_directory(dir, true, true);
+            mark_directory(dir, Extent::REPLACED);
         return;
     }
     const bool is_below = event.name.find('/') != std::string_view::npos;
     if (is_hidden(event.name) || (is_below && !is_recursive_)) return;
     std::string path = dir;
     path.append(event.name);
-    if (is_below && !directories_.contains(parent_directory(path))) {
-        mark_above(parent_directory(path));
-        return;
-    }
+    if (is_below && !directories_.contains(parent_directory(path))) return mark_above(parent_directory(path));
     const bool is_replaced = event.kind == Kind::REMOVED || event.kind == Kind::ARRIVED;  // a link to one, too
     const bool is_known_directory = is_replaced && directories_.contains(path + "/");
-    if ((event.is_directory || is_known_directory) && is_recursive_) {
-        const bool is_other = event.kind != Kind::RIGHTS;
-        mark_directory(path + "/", is_other, is_other);
-    }
-    if (event.is_directory) return;
-    if (event.kind == Kind::CHANGED && latest_ != nullptr && latest_->spellings.back().path == path) {
-        latest_->last = now;
-        latest_->is_written = true;
-        return;
-    }
-    latest_ = &mark(std::move(path), now, event.kind != Kind::REMOVED, event.kind == Kind::CREATED);
-    latest_->is_named |= event.kind != Kind::CHANGED;
+    if ((event.is_directory || is_known_directory) && is_recursive_)
+        mark_directory(path + "/", event.kind == Kind::RIGHTS ? Extent::ITSELF : Extent::REPLACED);
+    if (!event.is_directory) mark(std::move(path), event.kind, now);
 }
 
-DirectoryFollower::Mark& DirectoryFollower::mark(std::string path, std::int64_t when, bool is_written, bool is_new) {
+/// Marks a name as one of which the system would tell this.
+void DirectoryFollower::mark(std::string path, Kind kind, std::int64_t when) {
     const auto [place, is_added] = marks_.try_emplace(lower_text(path));
     Mark& mark = place->second;
-    if (is_added) {
-        mark.first = mark.last = when;
-        mark.is_new = is_new;
-    }
-    mark.last = std::max(mark.last, when);
-    mark.is_written |= is_written;
+    if (is_added) mark.touches.first = mark.touches.last = when;
+    mark.touches.last = std::max(mark.touches.last, when);
+    mark.is_written |= kind != Kind::REMOVED;
+    mark.is_named |= kind != Kind::CHANGED;
+    mark.is_new |= is_added && kind == Kind::CREATED;
     add_spelling(mark, std::move(path));
-    return mark;
 }
 
 void DirectoryFollower::add_spelling(Mark& mark, std::string path) {
     const auto is_same = [&](const Spelling& spelling) { return spelling.path == path; };
-    if (std::any_of(mark.spellings.begin(), mark.spellings.end(), is_same)) return;
-    mark.spellings.push_back({.path = std::move(path)});
+    if (std::none_of(mark.spellings.begin(), mark.spellings.end(), is_same))
+        mark.spellings.push_back({.path = std::move(path)});
 }
 
-void DirectoryFollower::mark_directory(const std::string& dir, bool is_written, bool is_deep) {
-    DirectoryMark& mark = directory_marks_[dir];
-    mark.is_written |= is_written;
-    mark.is_deep |= is_deep;
+void DirectoryFollower::mark_directory(const std::string& dir, Extent extent) {
+    Extent& marked = directory_marks_.try_emplace(dir, extent).first->second;
+    marked = std::max(marked, extent);
 }
 
-/// False, with the failure stored and in platform::last_error, when it is not watched.
-bool DirectoryFollower::watch(const std::string& dir) {
-    const auto [place, is_added] = directories_.try_emplace(dir, -1);
-    if (is_added) new_dirs_.push_back(dir);
-    const bool is_start = dir == start_;
-    if (platform::Watcher::sees_below && !is_start) return true;
-    const std::int64_t watch = watches_->add(native(dir).c_str(), is_start, *this, place->first);
-    if (watch < 0) return false;
-    const std::int64_t before = std::exchange(place->second, watch);
-    if (before != watch && before >= 0) watches_->remove(before, *this, place->first);
-    return true;
-}
-
-/// Forgets a directory and all below it.
-void DirectoryFollower::unwatch(std::string_view dir) noexcept {
-    for (auto at = directories_.lower_bound(dir); at != directories_.end() && at->first.starts_with(dir);) {
-        if (at->second >= 0) watches_->remove(at->second, *this, at->first);
-        at = directories_.erase(at);
-    }
+/// Marks what is nearest above an unknown directory: a new one, or one that the disk spells in another way.
+void DirectoryFollower::mark_above(std::string_view dir) {
+    while (dir != start_ && !directories_.contains(dir)) dir = parent_directory(dir);
+    mark_directory(std::string(dir), Extent::BELOW);
 }
 
 bool DirectoryFollower::prepare(std::int64_t now, std::int64_t quiet) {
-    for (auto& [name, mark] : marks_) mark.is_due = false;  // should this end before it has looked
-    due_ = 0;
+    due_.clear();
     {
         const registry::SharedGuard guard;
         take_settings();
         is_lost_ |= std::exchange(reads_, state_.reads) != state_.reads;
     }
-    if (is_root_gone_ && !find_root()) return true;
-    bool is_whole = read_directories(now);
-    is_whole &= look_at_due(now, quiet);
-    if (!is_whole || directory_marks_.empty()) return is_whole;
-    // Links, and what the system did not tell to be one, turned out to be directories.
-    is_whole = read_directories(now);
-    return look_at_due(now, quiet) && is_whole;
+    if (is_root_gone_) {
+        find_root();
+        return true;
+    }
+    const auto look = [&] {
+        const bool is_read = read_directories(now);
+        return look_at_due(now, quiet) && is_read;
+    };
+    const bool is_whole = look();
+    // Links, and what the system did not tell to be one, may have turned out to be directories.
+    return is_whole && !directory_marks_.empty() ? look() : is_whole;
 }
 
-/// Whether there is a root to be looked at. A root that went and one that came are mounted anew.
-bool DirectoryFollower::find_root() {
+/// A root that went, and one that came, are mounted anew.
+void DirectoryFollower::find_root() {
     const bool was_known = !directories_.empty();
-    unwatch("");
+    directories_.clear();
     ErrorScope scope;
-    const bool is_there = watch(start_);
-    if (!is_there) unwatch("");
+    is_root_gone_ = !watch(start_);
+    if (is_root_gone_) directories_.clear();
     scope.forget();
-    new_dirs_.clear();
-    if (!was_known && !is_there) return false;
+    if (!was_known && is_root_gone_) return;
     marks_.clear();
-    latest_ = nullptr;
     directory_marks_.clear();
-    due_ = 0;
-    is_root_gone_ = !is_there;
     is_to_be_mounted_ = true;
-    return false;
 }
 
 bool DirectoryFollower::look_at_due(std::int64_t now, std::int64_t quiet) {
     bool is_whole = true;
-    due_ = 0;
-    latest_ = nullptr;
-    for (auto& [name, mark] : marks_) {
-        mark.is_due = false;
-        if (now - mark.last < quiet && (now - mark.first) / 10 < quiet) continue;
-        mark.is_due = !mark.is_named || look_at(mark);
-        is_whole &= mark.is_due;
-        due_ += mark.is_due ? 1 : 0;
+    due_.clear();
+    for (auto& entry : marks_) {
+        if (!entry.second.touches.are_over(now, quiet)) continue;
+        const bool is_seen = !entry.second.is_named || look_at(entry.second);
+        if (is_seen) due_.push_back(&entry);
+        is_whole &= is_seen;
     }
+    std::sort(due_.begin(), due_.end(), [](const auto* a, const auto* b) { return a->first < b->first; });
     return is_whole;
 }
 
 /// False, with the failure stored, when the disk does not tell.
 bool DirectoryFollower::look_at(Mark& mark) {
     for (std::size_t at = 0; at < mark.spellings.size(); ++at) {
-        Spelling& spelling = mark.spellings[at];
-        const std::string path = native(spelling.path);
+        const std::string path = mark.spellings[at].path;
+        const std::string dir = path.substr(0, path.rfind('/') + 1);
+        const std::string full = native(path);
         platform::DirectoryItem item;
         char name[platform::path_buffer_size];
-        spelling.is_there = platform::look_at(path.c_str(), item, name);
-        if (!spelling.is_there) {
-            const platform::Failure failure = platform::last_error().failure;
-            const bool is_absent =
-                failure == platform::Failure::NOT_FOUND || failure == platform::Failure::PATH_TOO_LONG;
-            if (!is_absent) return refuse_by_disk(path.c_str(), "cannot be looked at");
-            continue;
-        }
-        if (item.is_directory && is_recursive_ && !directories_.contains(spelling.path + "/"))
-            mark_directory(spelling.path + "/", mark.is_written, mark.is_written);
-        const bool is_known = directories_.contains(parent_directory(spelling.path));
-        spelling.is_there = is_known && !item.is_directory && !item.is_offline;
-        if (spelling.path.ends_with(name)) continue;
-        // A disk that knows no case has another spelling, which is looked at next.
-        spelling.is_there = false;
-        add_spelling(mark, spelling.path.substr(0, spelling.path.rfind('/') + 1) + name);
+        bool is_there = platform::look_at(full.c_str(), item, name);
+        if (!is_there && !is_absent(platform::last_error().failure))
+            return refuse_by_disk(full.c_str(), "cannot be looked at");
+        if (is_there && item.is_directory && is_recursive_ && !directories_.contains(path + "/"))
+            mark_directory(path + "/", mark.is_written ? Extent::REPLACED : Extent::ITSELF);
+        is_there = is_there && !item.is_directory && !item.is_offline;
+        // A disk that knows no case finds a name by each spelling: it tells that of the name, and those of directories are
+        // known.
+        const bool is_spelled = path.ends_with(name);
+        if (is_there && !is_spelled) add_spelling(mark, dir + name);
+        mark.spellings[at].is_there = is_there && is_spelled && directories_.contains(dir);
     }
     return true;
 }
