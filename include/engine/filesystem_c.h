@@ -24,9 +24,10 @@
               INVALID_ARGUMENT, and so is another `reserved` than 0 in what goes in. What comes out is filled on
               success alone.
    Memory     What a call returns to be freed is freed with enginefs_free, never with free().
-   Threads    Any thread may call anything at any time; one handle is for one thread at a time unless it says otherwise.
-              What names files or sources is NOT_INITIALIZED before enginefs_init and after enginefs_shutdown; the rest
-              (errors, lists, packs that are made or listed, the log, handles that are still open) works then, too.
+   Threads    Any thread may call anything at any time, but enginefs_init and enginefs_shutdown while others call what
+              names files or sources; one handle is for one thread at a time unless it says otherwise.
+   Start      Before enginefs_init and after enginefs_shutdown what names files or sources is NOT_INITIALIZED. The rest
+              works then, too: errors, lists, packs that are made or listed, the log, handles that are still open.
    Callbacks  of the host run on threads of the library, or inside a call of the host. They must not throw; an
               exception of GCC's or clang's C++ that leaves one all the same is caught and dropped. Undefined: to leave
               one by longjmp, or to end its thread. */
@@ -71,7 +72,7 @@ typedef struct enginefs_options {
     const char* root;         /* full path of a directory that exists; it is asked first and written to */
     const char* cache_dir;    /* what ENGINEFS_OPEN_IN_CACHE_DIR is relative to; null or "": none */
     const char* const* names; /* the only files that the root shows, null behind the last; null: all of them */
-    uint32_t use_fallback;    /* 1 or 0: names that no source holds are served straight from the disk */
+    uint32_t use_fallback;    /* 1: names that no source holds are served straight from the disk; 0: not */
     uint32_t reserved;        /* 0 */
 } enginefs_options;
 
@@ -270,8 +271,9 @@ ENGINE_FS_API int enginefs_set_end(enginefs_file* file);
     is. `size` gets the bytes without that, 0 on failure, and may be null. Never a part of the file: what enginefs_read
     tells of fails here too. */
 ENGINE_FS_API void* enginefs_load(const char* path, uint32_t flags, uint64_t* size);
-/** Makes the file of these bytes, or fills it anew: with REPLACE the old file stays until the new one is whole, and without WHOLE_NAME a file whose name ends like this may be the one that is filled. `data`
-    may be null when `size` is 0. */
+/** Makes the file of these bytes, or fills it anew: with REPLACE the old file stays until the new one is whole, and
+    without WHOLE_NAME a file whose name ends like this may be the one that is filled. `data` may be null when `size`
+    is 0. */
 ENGINE_FS_API int enginefs_save(const char* path, const void* data, uint64_t size, uint32_t flags);
 /** 1 when a source, the fallback included, holds a file of this name. 0 when none does, which is no failure, and when
     the call fails. */

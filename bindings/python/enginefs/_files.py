@@ -40,7 +40,7 @@ def os_error(number: int, name: Name) -> OSError:
 
 
 def read_bytes(name: Name) -> bytes:
-    """The whole file: without a buffer in between, and never a part of it."""
+    """The whole file, read in one call: without a buffer in between, and never a part of it."""
     handle = _open_handle(name, "r", False)
     try:
         return _read(handle, c.length(handle), name)
@@ -49,7 +49,7 @@ def read_bytes(name: Name) -> bytes:
 
 
 def write_bytes(name: Name, data: Any) -> int:
-    """Replaces the whole file, or makes it: whatever happens, readers find the old one or the new one."""
+    """Replaces the whole file, or makes it: whatever happens, readers find the old one or the new one. Answers the bytes."""
     start, size = address(data)
     check(c.save(encode(name), start, size, _native.WHOLE_NAME | _native.REPLACE), name)
     return size

@@ -10,7 +10,7 @@ import tempfile
 import threading
 from ctypes import byref
 from enum import IntFlag
-from typing import IO, Any, Callable, Iterable, NamedTuple, Optional, Type
+from typing import Any, Callable, Iterable, NamedTuple, Optional, Type
 
 from . import _native
 from ._files import open_file
@@ -127,10 +127,7 @@ class Mount(Single):
         """The sources that hold a file of this name, also by its end; the first one wins."""
         return _sources(c.holders(encode(name), 0))
 
-    def open(self, file: _native.Name, mode: str = "r", buffering: int = -1, encoding: Optional[str] = None,
-             errors: Optional[str] = None, newline: Optional[str] = None) -> IO[Any]:
-        """As enginefs.open."""
-        return open_file(file, mode, buffering, encoding, errors, newline)
+    open = staticmethod(open_file)
 
     def close(self) -> None:
         """Stops the file system. Nothing happens when it was stopped before."""

@@ -6,7 +6,7 @@ import re
 import stat as modes
 from fnmatch import fnmatchcase
 from pathlib import PurePosixPath
-from typing import IO, Any, Iterator, NamedTuple, Optional
+from typing import Iterator, NamedTuple
 
 from . import _native
 from ._files import file_failure, find, is_directory, open_file, os_error, read_bytes, write_bytes
@@ -33,26 +33,17 @@ class Path(PurePosixPath):
     def __fspath__(self) -> str:
         raise TypeError(f"{str(self)!r} is a name of the mounted file system, not a path of the disk: hand over path.open('rb')")
 
-    def open(self, mode: str = "r", buffering: int = -1, encoding: Optional[str] = None, errors: Optional[str] = None,
-             newline: Optional[str] = None) -> IO[Any]:
-        """As enginefs.open."""
-        return open_file(self, mode, buffering, encoding, errors, newline)
-
-    def read_bytes(self) -> bytes:
-        """The whole file, read in one call."""
-        return read_bytes(self)
+    open = open_file
+    read_bytes = read_bytes
+    write_bytes = write_bytes
 
     def read_text(self, encoding: str = "utf-8", errors: str = "strict") -> str:
         """The whole file as text, with every end of line as "\\n"."""
-        return re.sub("\r\n?", "\n", read_bytes(self).decode(encoding, errors))
-
-    def write_bytes(self, data: Any) -> int:
-        """Replaces the whole file: whatever happens, readers find the old one or the new one. Answers the number of bytes."""
-        return write_bytes(self, data)
+        return re.sub("\r\n?", "\n", self.read_bytes().decode(encoding, errors))
 
     def write_text(self, text: str, encoding: str = "utf-8", errors: str = "strict") -> int:
         """As write_bytes, the ends of line as they are. Answers the number of characters."""
-        write_bytes(self, text.encode(encoding, errors))
+        self.write_bytes(text.encode(encoding, errors))
         return len(text)
 
     def stat(self) -> Stat:
