@@ -455,9 +455,12 @@ std::string refresh_finds_all(Stage&, bool answer) {
 
 void change_behind_the_watch(Stage& stage) {
     stage.mount();
-    fs::watch(stage.root.c_str(), true);
+    const std::string levels = stage / "root/levels";
+    fs::add_source_at(levels.c_str(), "mods", FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES);
+    for (const std::string& path : {stage.root, levels}) fs::watch(path.c_str(), true);
     ztl::vector<SFsChange> changes;
     fs::poll_changes(changes, 0);
+    std::filesystem::create_directories(stage / "root/levels/inner");
     std::filesystem::copy_file(stage / "root/save.txt", stage / "root/levels/added.txt");
     std::filesystem::create_directories(stage / "root/fresh");
     std::filesystem::copy_file(stage / "root/save.txt", stage / "root/fresh/added.txt");
@@ -471,6 +474,7 @@ bool poll(Stage&) {
 
 std::string unknown_change() {
     if (fs::exists("deep/er/three.txt")) return "what was removed is held";
+    if (fs::search_dir("mods/inner") == nullptr) return "the tree of a source below a prefix lacks a new directory";
     return first_of({expect("what was added", load("levels/added.txt"), old_save),
                      expect("what is in a new directory", load("fresh/added.txt"), old_save)});
 }

@@ -77,6 +77,16 @@ TEST_F(Watch, TellsEachNameOnceAndTakesItUp) {
         {"and a directory that of a file",
          [&] { disk::remove(at("D")), directory_.write("D/r", ""); },
          {"REMOVED d", "CREATED d/r"}},
+        {"a name is each in turn",
+         [&] {
+             directory_.write("t", "");
+             disk::remove(at("t"));
+             directory_.write("t/u", "");
+             disk::remove_all(at("t"));
+             directory_.write("t", "");
+         },
+         {"CREATED t"}},
+        {"a directory changes its case", [&] { disk::rename(at("D"), at("d")); }, {"CONTENT d/r"}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
@@ -195,6 +205,8 @@ TEST_F(Watch, EndsWithItsSourceAndIsWholeOrNotAtAll) {
     EXPECT_THAT(poll_now(), IsEmpty());
     fs::shutdown();
     EXPECT_THAT(poll_now(), IsEmpty());
+    EXPECT_FALSE(fs::watch(directory_.path().c_str(), true));
+    EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
 }
 
 TEST_F(Watch, ReadsTheSourceAgainWhenTheSystemDroppedEvents) {
@@ -286,7 +298,7 @@ private:
     std::mt19937 random_{20261126};
 };
 
-// Readers meanwhile: what they are answered is from before or after a batch.
+// Readers meanwhile: what they are answered is from before or after a batch. Another source comes and goes.
 TEST_F(Watch, KeepsUpWithAnybodyWhoWritesWhileOthersRead) {
     std::atomic<bool> is_done{false};
     std::thread writer([&] {
@@ -299,6 +311,9 @@ TEST_F(Watch, KeepsUpWithAnybodyWhoWritesWhileOthersRead) {
             fs::exists("a/b/c");
             fs::free_names(fs::search("a", nullptr, true, false));
             fs::close(fs::open("b", EFSMode::READ));
+            fs::add_source_at(outside_.path().c_str(), "out", whole_tree);
+            fs::watch(outside_.path().c_str(), true);
+            fs::rem_source(outside_.path().c_str());
         }
     });
     ztl::vector<SFsChange> changes;

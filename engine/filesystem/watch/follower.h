@@ -35,7 +35,7 @@ public:
     virtual bool begin(Watches& watches) = 0;
     /// `dir` is what the watch was added for.
     virtual void note(const std::string& dir, const platform::WatchEvent& event, std::int64_t now) noexcept = 0;
-    /// Whether there is something to prepare.
+    /// Whether there is something to prepare, or left to apply.
     virtual bool is_marked() const = 0;
     /// Looks at the disk for what is marked and, `quiet` being over, due. Without the registry's lock, which it may take
     /// shared. False, with the failure stored, when something could not be looked at.

@@ -9,7 +9,7 @@ PackFollower::PackFollower(const std::string& native_path)
     : directory_(native_path, 0, native_path.rfind('/') + 1), name_(native_path, native_path.rfind('/') + 1) {}
 
 bool PackFollower::begin(Watches& watches) {
-    watch_ = watches.add(directory_.c_str(), false, *this, directory_);
+    watch_ = watches.add(directory_.c_str(), true, *this, directory_);
     return watch_ != nullptr;
 }
 

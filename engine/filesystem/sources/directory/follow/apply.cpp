@@ -14,53 +14,6 @@
 
 namespace fs {
 
-namespace {
-
-/// Files that are in the table, and go again unless they are kept.
-class Entered {
-public:
-    explicit Entered(DirectoryState& state) : state_(state), table_(state.names->table) {}
-    Entered(const Entered&) = delete;
-    Entered& operator=(const Entered&) = delete;
-    ~Entered() { remove(files_); }
-
-    /// What the source shows of these.
-    void enter(const std::vector<std::string>& paths) {
-        files_.reserve(paths.size());
-        for (const std::string_view path : paths) {
-            const std::size_t split = path.rfind('/') + 1;
-            const std::uint32_t dir = table_.intern_dir(path.substr(0, split));
-            const std::uint32_t file = state_.enter(*state_.names, dir, path.substr(split));
-            if (file != NameTable::none) files_.push_back(file);
-        }
-    }
-    bool empty() const { return files_.empty(); }
-    /// Keeps them, in the place of those.
-    void keep_instead_of(const std::vector<std::uint32_t>& held) noexcept {
-        for (const std::uint32_t file : files_) {
-            if (!held.empty()) table_.set_value(file, table_.value(held.front()));
-        }
-        files_.clear();
-        remove(held);
-    }
-
-private:
-    void remove(const std::vector<std::uint32_t>& files) noexcept {
-        for (const std::uint32_t file : files) table_.remove(file);
-    }
-
-    DirectoryState& state_;
-    NameTable& table_;
-    std::vector<std::uint32_t> files_;
-};
-
-bool is_spelled(const NameTable& table, std::uint32_t file, std::string_view path) {
-    return path.ends_with(table.spelled_name(file)) &&
-           path.substr(0, path.size() - table.spelled_name(file).size()) == table.spelled_dir(file);
-}
-
-}  // namespace
-
 void DirectoryFollower::apply(ChangeBatch& batch) {
     if (is_to_be_mounted_) mount_again(batch);
     apply_directories(batch);
@@ -119,25 +72,53 @@ void DirectoryFollower::apply_directories(ChangeBatch& batch) {
 /// False when the disk is to be asked first.
 bool DirectoryFollower::apply_mark(ChangeBatch& batch, const std::string& name, const Mark& mark) {
     const std::vector<std::uint32_t> held = held_files(name);
+    std::vector<std::string> before;  // as the disk spells them
+    std::vector<std::string> wanted;  // of these what nobody touched, and what is there
+    for (const std::uint32_t file : held) {
+        before.push_back(spelled_path(file));
+        const auto is_it = [&](const Spelling& spelling) { return spelling.path == before.back(); };
+        if (std::none_of(mark.spellings.begin(), mark.spellings.end(), is_it)) wanted.push_back(before.back());
+    }
     if (!mark.is_named) {
-        const bool is_held =
-            std::any_of(held.begin(), held.end(), [&](std::uint32_t file) { return is_touched(mark, file); });
+        const bool is_held = wanted.size() < held.size();
         if (is_held) batch.add(SFsChange::CONTENT, name);
         return is_held;
     }
-    const std::vector<std::string> wanted = wanted_spellings(held, mark);
-    const bool is_same = std::equal(
-        held.begin(), held.end(), wanted.begin(), wanted.end(),
-        [&](std::uint32_t file, const std::string& path) { return is_spelled(state_.names->table, file, path); });
-    if (is_same && (held.empty() || !mark.is_written)) return true;
-    Entered entered(state_);
-    if (!is_same) entered.enter(wanted);
-    if (held.empty() && entered.empty()) return true;  // the source shows no such name
-    const bool is_removed = !is_same && entered.empty();
-    const bool is_created = held.empty() || (is_same && mark.is_new);
-    batch.add(is_removed ? SFsChange::REMOVED : is_created ? SFsChange::CREATED : SFsChange::CONTENT, name);
-    if (!is_same) entered.keep_instead_of(held);
+    for (const Spelling& spelling : mark.spellings) {
+        if (spelling.is_there) wanted.push_back(spelling.path);
+    }
+    std::sort(wanted.begin(), wanted.end());  // as a scan enters them
+    if (wanted != before)
+        replace(batch, name, held, wanted);
+    else if (mark.is_written && !held.empty())
+        batch.add(mark.is_new ? SFsChange::CREATED : SFsChange::CONTENT, name);
     return true;
+}
+
+/// Puts files of these paths in the place of those that the table has under the name.
+void DirectoryFollower::replace(ChangeBatch& batch, const std::string& name, const std::vector<std::uint32_t>& held,
+                                const std::vector<std::string>& paths) {
+    NameTable& table = state_.names->table;
+    std::vector<std::uint32_t> entered;
+    entered.reserve(paths.size());
+    try {
+        for (const std::string_view path : paths) {
+            const std::size_t split = path.rfind('/') + 1;
+            const std::uint32_t dir = table.intern_dir(path.substr(0, split));
+            const std::uint32_t file = state_.enter(*state_.names, dir, path.substr(split));
+            if (file != NameTable::none) entered.push_back(file);
+        }
+        const bool is_there = !entered.empty();
+        if (is_there || !held.empty())
+            batch.add(!is_there ? SFsChange::REMOVED : held.empty() ? SFsChange::CREATED : SFsChange::CONTENT, name);
+    } catch (...) {
+        for (const std::uint32_t file : entered) table.remove(file);
+        throw;
+    }
+    for (const std::uint32_t file : entered) {
+        if (!held.empty()) table.set_value(file, table.value(held.front()));
+    }
+    for (const std::uint32_t file : held) table.remove(file);
 }
 
 /// The files of the table that have this name, in their order; they differ in case.
@@ -148,27 +129,6 @@ std::vector<std::uint32_t> DirectoryFollower::held_files(std::string_view name) 
     std::uint32_t file = table.find_exact(name.substr(0, split), name.substr(split));
     for (; file != NameTable::none; file = table.next_exact(file)) held.push_back(file);
     return held;
-}
-
-/// Whether something was told of just this file.
-bool DirectoryFollower::is_touched(const Mark& mark, std::uint32_t file) const {
-    return std::any_of(mark.spellings.begin(), mark.spellings.end(),
-                       [&](const Spelling& spelling) { return is_spelled(state_.names->table, file, spelling.path); });
-}
-
-/// The spellings that the table is to have, in the order of a scan: what is there, and of what it has already what nobody
-/// touched.
-std::vector<std::string> DirectoryFollower::wanted_spellings(const std::vector<std::uint32_t>& held,
-                                                             const Mark& mark) const {
-    std::vector<std::string> wanted;
-    for (const std::uint32_t file : held) {
-        if (!is_touched(mark, file)) wanted.push_back(spelled_path(file));
-    }
-    for (const Spelling& spelling : mark.spellings) {
-        if (spelling.is_there) wanted.push_back(spelling.path);
-    }
-    std::sort(wanted.begin(), wanted.end());
-    return wanted;
 }
 
 std::string DirectoryFollower::spelled_path(std::uint32_t file) const {

@@ -159,16 +159,16 @@ bool DirectoryFollower::prepare(std::int64_t now, std::int64_t quiet) {
 
 /// A root that went, and one that came, are mounted anew.
 void DirectoryFollower::find_root() {
-    const bool was_known = !directories_.empty();
+    is_to_be_mounted_ |= !directories_.empty();
     directories_.clear();
     ErrorScope scope;
     is_root_gone_ = !watch(start_);
     if (is_root_gone_) directories_.clear();
     scope.forget();
-    if (!was_known && is_root_gone_) return;
+    is_to_be_mounted_ |= !is_root_gone_;
+    if (!is_to_be_mounted_) return;
     marks_.clear();
     directory_marks_.clear();
-    is_to_be_mounted_ = true;
 }
 
 bool DirectoryFollower::look_at_due(std::int64_t now, std::int64_t quiet) {

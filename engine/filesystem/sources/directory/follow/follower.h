@@ -30,7 +30,7 @@ public:
     bool begin(Watches& watches) override;
     void note(const std::string& dir, const platform::WatchEvent& event, std::int64_t now) noexcept override;
     bool is_marked() const override {
-        return !marks_.empty() || !directory_marks_.empty() || is_to_be_read_ || is_root_gone_;
+        return !marks_.empty() || !directory_marks_.empty() || is_to_be_read_ || is_root_gone_ || is_prepared();
     }
     bool prepare(std::int64_t now, std::int64_t quiet) override;
     bool is_prepared() const override {
@@ -94,10 +94,10 @@ private:
     void mount_again(ChangeBatch& batch);
     void apply_directories(ChangeBatch& batch);
     bool apply_mark(ChangeBatch& batch, const std::string& name, const Mark& mark);
+    void replace(ChangeBatch& batch, const std::string& name, const std::vector<std::uint32_t>& held,
+                 const std::vector<std::string>& paths);
     std::vector<std::uint32_t> held_files(std::string_view name) const;
-    bool is_touched(const Mark& mark, std::uint32_t file) const;
     std::string spelled_path(std::uint32_t file) const;
-    std::vector<std::string> wanted_spellings(const std::vector<std::uint32_t>& held, const Mark& mark) const;
 
     CWin32_dir& source_;
     DirectoryState& state_;  // touched under the registry's lock alone
