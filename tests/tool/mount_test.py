@@ -160,6 +160,7 @@ def tells_what_is_wrong(tool):
         process.kill()
         process.wait(60)
         tool.fails(("mount view", "view: the process of a view there was killed"),)
+        subprocess.run(["fusermount3", "-uz", tool.path("view")], check=False)
     tool.fails(("mount root", "root: it is not empty"), ("mount none", "none: there is no such directory"),
                ("--add none.pak mount view --detach", "none.pak: "))
     tool.run("mount view --memory 0", 2, "", "--memory")
