@@ -64,6 +64,9 @@ def make_sources(tool):
     tool.write("root/Textures/both.txt", b"of the root\n")
     tool.write("root/clash", b"a file\n")
     os.makedirs(tool.path("root/Empty/Deep"))
+    for name, data in (("Two.TXT", b"first\n"), ("two.txt", b"second\n")):
+        tool.write("root/Pair/" + name, data)
+    os.symlink("..", tool.path("root/Pair/loop"))
     for name, data in (("textures/Both.txt", b"of the pack\n"), ("clash/inner.txt", b"inner\n"), ("plain.txt", PLAIN),
                        ("deep/plain.txt", b"another by the end of its name\n"), ("nothing", b""), ("big.hex", BIG)):
         tool.write("first/" + name, data)
@@ -98,12 +101,14 @@ def shows_what_the_game_reads(tool):
             if facts is not None:
                 tool.check(tool.read("view/" + name) == tool.read("merged/" + name), f"{name} holds something else")
         tool.check(view.pop("Readme.txt")[1] == 1_234_567_890_123_456_700, "the time of a file of the disk")
-        tool.check(sorted(view) == ["Empty", "Empty/Deep", "deep/z.txt", "stored.bin", "textures/Sky", "textures/Sky/One.TXT"],
+        tool.check(sorted(view) == ["Empty", "Empty/Deep", "Pair", "Pair/Two.TXT", "deep/z.txt", "stored.bin", "textures/Sky", "textures/Sky/One.TXT"],
                    f"the rest of the view is {sorted(view)}")
         for name in ("textures/sky/one.txt", "TEXTURES/SKY/ONE.TXT"):
             tool.is_file("view/" + name, b"one\n")
         tool.check(len({os.stat(tool.path("view", name)).st_ino for name in ("plain.txt", "PLAIN.txt", "Plain.TXT")}) == 1,
                    "spellings are different files")
+        tool.run("cat pair/two.txt", 0, b"first\n")
+        tool.is_file("view/pair/two.txt", b"first\n")
         for name in ("both.txt", "textures/none", "clash/none", "plain.txt/x"):
             tool.check(not os.path.exists(tool.path("view", name)), f"{name} is there")
         reads_anywhere(tool)
@@ -151,6 +156,11 @@ def tells_what_is_wrong(tool):
         except OSError as error:
             tool.check(error.errno == errno.EIO, f"damage: {error}")
         tool.is_file("view/readme.txt", b"hello\n")
+    with mounted(tool, "mount view") as process:
+        process.kill()
+        process.wait(60)
+        tool.fails(("mount view", "view: the process of a view there was killed"),)
+        subprocess.run(["fusermount3", "-uz", tool.path("view")], check=False)
     tool.fails(("mount root", "root: it is not empty"), ("mount none", "none: there is no such directory"),
                ("--add none.pak mount view --detach", "none.pak: "))
     tool.run("mount view --memory 0", 2, "", "--memory")

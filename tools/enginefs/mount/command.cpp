@@ -26,6 +26,8 @@ struct Given {
 bool check_place(const std::string& told, const std::string& full) {
     std::error_code error;
     const stdfs::file_type type = stdfs::status(fs::to_path(full), error).type();
+    if (error == std::errc::not_connected)
+        return fail(told, "the process of a view there was killed; fusermount3 -u " + told + " clears it away");
     if (type == stdfs::file_type::not_found || (!error && type != stdfs::file_type::directory))
         return fail(told, "there is no such directory");
     const bool is_empty = !error && stdfs::is_empty(fs::to_path(full), error);
@@ -40,7 +42,8 @@ void tell_hidden(const Table& table) {
 }
 
 bool mount(const Given& given) {
-    ViewOptions options{.place = full_native_path(given.place), .allow_other = given.allow_other};
+    ViewOptions options{
+        .place = full_native_path(given.place), .memory = given.memory_mib << 20, .allow_other = given.allow_other};
     if (!check_place(given.place, options.place)) return false;
     Detached detached;  // before anything has a thread, since only one goes along
     if (given.detach && !detached.start()) return false;
@@ -54,8 +57,7 @@ bool mount(const Given& given) {
     const std::shared_ptr<const Table> table = sources.table();
     tell_hidden(*table);
     if (given.follow) options.next = [&](const Table& before) { return sources.changes(before); };
-    View view(table, given.memory_mib << 20);
-    return show_view(view, options, [&] {
+    return show_view(table, options, [&] {
         print(given.place + ": " + counted(table->files(), "file", "files") + "\n");
         finish_output(exit_ok);
         detached.tell();

@@ -22,34 +22,29 @@ bool read_all(SFsFile* file, char* out, std::uint64_t size) {
 std::uint64_t WindowCache::read(const File& file, std::uint64_t offset, char* out, std::uint64_t size) {
     if (offset >= file.size) return 0;
     fs::clear_error();
-    if (file.is_decoded && is_damaged(file.id)) return failed;
+    if (const std::lock_guard guard(mutex_); damaged_.contains(file.id)) return failed;
     size = std::min(size, file.size - offset);
+    if (read_part(file, offset, out, size)) return size;
+    // A checksum is looked at only where a file is read in order: who asks again for the last piece alone would get it.
+    if (!file.is_decoded || fs::last_error().code != EFSError::BAD_FORMAT) return failed;
+    const std::lock_guard guard(mutex_);
+    damaged_.insert(file.id);
+    return failed;
+}
+
+bool WindowCache::read_part(const File& file, std::uint64_t offset, char* out, std::uint64_t size) {
     // Most files are read in one go and need no window.
-    if (!file.is_decoded || size == file.size) return read_plain(file, offset, out, size) ? size : failed;
+    if (!file.is_decoded || size == file.size) {
+        Stream stream;
+        return read_on(stream, file, offset, out, size);
+    }
     for (std::uint64_t done = 0; done < size;) {
         const std::uint64_t at = offset + done;
         const std::uint64_t part = std::min(size - done, window_size - at % window_size);
-        if (!read_window(file, at, out + done, part)) return failed;
+        if (!read_window(file, at, out + done, part)) return false;
         done += part;
     }
-    return size;
-}
-
-bool WindowCache::read_plain(const File& file, std::uint64_t offset, char* out, std::uint64_t size) {
-    Stream stream;
-    return read_on(stream, file, offset, out, size);
-}
-
-bool WindowCache::is_damaged(std::uint64_t id) const {
-    const std::lock_guard guard(mutex_);
-    return damaged_.contains(id);
-}
-
-/// A checksum is looked at only where a file is read in order: who asks again for the last piece alone would get it.
-void WindowCache::note_failure(std::uint64_t id) {
-    if (fs::last_error().code != EFSError::BAD_FORMAT) return;
-    const std::lock_guard guard(mutex_);
-    damaged_.insert(id);
+    return true;
 }
 
 bool WindowCache::read_window(const File& file, std::uint64_t offset, char* out, std::uint64_t size) {
@@ -65,7 +60,7 @@ bool WindowCache::read_window(const File& file, std::uint64_t offset, char* out,
         if (block == nullptr) block = decode(*stream, file, key.index, size);
         if (block == nullptr) return false;
     }
-    std::memcpy(out, block->data() + offset % window_size, size);
+    std::memcpy(out, block.get() + offset % window_size, size);
     return true;
 }
 
@@ -78,7 +73,6 @@ bool WindowCache::read_on(Stream& stream, const File& file, std::uint64_t offset
         stream.file != nullptr &&
         (offset == stream.position || fs::seek(stream.file.get(), static_cast<std::int64_t>(offset), EFSSeek::BEGIN)) &&
         read_all(stream.file.get(), out, size);
-    if (!is_good && file.is_decoded) note_failure(file.id);
     stream.position = offset + size;
     if (!is_good || stream.position == file.size) {
         stream.file = nullptr;
@@ -102,8 +96,8 @@ WindowCache::Block WindowCache::decode(Stream& stream, const File& file, std::ui
     for (std::uint64_t at = first_missing(stream, {file.id, index}); at <= index; ++at) {
         const std::uint64_t size = std::min(window_size, file.size - at * window_size);
         block = take_block(size);
-        if (!read_on(stream, file, at * window_size, block->data(), size)) return nullptr;
-        keep({{file.id, at}, block, at == index ? served : 0}, stream);
+        if (!read_on(stream, file, at * window_size, block.get(), size)) return nullptr;
+        keep({{file.id, at}, block, size, at == index ? served : 0}, stream);
     }
     return block;
 }
@@ -125,7 +119,7 @@ WindowCache::Block WindowCache::find(Key key, std::uint64_t served) {
     if (found == by_key_.end()) return nullptr;
     const Place window = found->second;
     window->served += served;
-    const bool was_read_through = window->served >= window->block->size();
+    const bool was_read_through = window->served >= window->size;
     windows_.splice(was_read_through ? windows_.end() : windows_.begin(), windows_, window);
     return window->block;
 }
@@ -136,11 +130,11 @@ WindowCache::Block WindowCache::take_block(std::uint64_t size) {
     Block block;
     while (!windows_.empty()) {
         const Window& last = windows_.back();
-        if (used_ + size <= budget_ && last.served < last.block->size()) break;
-        if (last.block.use_count() == 1 && last.block->size() == size) block = last.block;
+        if (used_ + size <= budget_ && last.served < last.size) break;
+        if (last.block.use_count() == 1 && last.size == size) block = last.block;
         drop(std::prev(windows_.end()));
     }
-    return block != nullptr ? block : std::make_shared<std::vector<char>>(size);
+    return block != nullptr ? block : std::make_shared_for_overwrite<char[]>(size);
 }
 
 /// Nothing is kept of a file that was forgotten, or put aside, while it was decoded.
@@ -148,7 +142,7 @@ void WindowCache::keep(Window window, const Stream& stream) {
     const std::lock_guard guard(mutex_);
     const auto is_it = [&stream](const auto& entry) { return entry.second.get() == &stream; };
     if (std::ranges::none_of(streams_, is_it)) return;
-    used_ += window.block->size();
+    used_ += window.size;
     windows_.push_front(std::move(window));
     by_key_[windows_.front().key] = windows_.begin();
 }
@@ -157,15 +151,11 @@ void WindowCache::forget(std::uint64_t id) {
     const std::lock_guard guard(mutex_);
     damaged_.erase(id);
     std::erase_if(streams_, [id](const auto& entry) { return entry.first == id; });
-    for (Place window = windows_.begin(); window != windows_.end();) {
-        const Place next = std::next(window);
-        if (window->key.id == id) drop(window);
-        window = next;
-    }
+    for (auto at = by_key_.lower_bound({id, 0}); at != by_key_.end() && at->first.id == id;) drop((at++)->second);
 }
 
 void WindowCache::drop(Place window) {
-    used_ -= window->block->size();
+    used_ -= window->size;
     by_key_.erase(window->key);
     windows_.erase(window);
 }

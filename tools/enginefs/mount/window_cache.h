@@ -4,12 +4,11 @@
 #include <cstdint>
 #include <functional>
 #include <list>
+#include <map>
 #include <memory>
 #include <mutex>
-#include <unordered_map>
 #include <unordered_set>
 #include <utility>
-#include <vector>
 
 #include <engine/filesystem/comfort.h>
 
@@ -47,15 +46,13 @@ public:
 private:
     struct Key {
         std::uint64_t id, index;
-        bool operator==(const Key&) const = default;
+        auto operator<=>(const Key&) const = default;
     };
-    struct KeyHash {
-        std::size_t operator()(const Key& key) const { return key.id * 0x9E3779B97F4A7C15 + key.index; }
-    };
-    using Block = std::shared_ptr<std::vector<char>>;
+    using Block = std::shared_ptr<char[]>;
     struct Window {
         Key key;
         Block block;
+        std::uint64_t size;
         std::uint64_t served = 0;  // bytes handed out: all of them once it was read through
     };
     using Place = std::list<Window>::iterator;
@@ -66,9 +63,7 @@ private:
         std::uint64_t position = 0;
     };
 
-    bool read_plain(const File& file, std::uint64_t offset, char* out, std::uint64_t size);
-    bool is_damaged(std::uint64_t id) const;
-    void note_failure(std::uint64_t id);
+    bool read_part(const File& file, std::uint64_t offset, char* out, std::uint64_t size);
     bool read_window(const File& file, std::uint64_t offset, char* out, std::uint64_t size);
     bool read_on(Stream& stream, const File& file, std::uint64_t offset, char* out, std::uint64_t size);
     std::uint64_t first_missing(const Stream& stream, Key key) const;
@@ -85,6 +80,6 @@ private:
     std::uint64_t used_ = 0;
     std::unordered_set<std::uint64_t> damaged_;
     std::list<Window> windows_;  // the latest first; those that were read through last
-    std::unordered_map<Key, Place, KeyHash> by_key_;
+    std::map<Key, Place> by_key_;
     std::list<std::pair<std::uint64_t, std::shared_ptr<Stream>>> streams_;  // by file, the latest first
 };

@@ -25,9 +25,12 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <stop_token>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "mount/window_cache.h"
 #include "names.h"
 #include "report.h"
 
@@ -36,14 +39,38 @@ namespace {
 constexpr double kept_seconds = 3600;
 constexpr double doubtful_seconds = 1;  // of names that nobody can tell the kernel about when they change
 constexpr std::uint64_t block_size = 4096;
+constexpr std::chrono::milliseconds poll_every{100};
 
-struct Shown {
-    View& view;
+/// What is shown. The table may be replaced at any time; a request goes on with the one that it began with.
+class View {
+public:
+    View(std::shared_ptr<const Table> table, const ViewOptions& given)
+        : options(given),
+          windows(given.memory,
+                  [this](std::uint64_t inode) {
+                      return fs::open_file(this->table()->path(inode).c_str(), EFSMode::READ, FFSOpenFlags::WHOLE_NAME);
+                  }),
+          table_(std::move(table)) {}
+
+    std::shared_ptr<const Table> table() const {
+        const std::lock_guard guard(lock_);
+        return table_;
+    }
+    void replace(std::shared_ptr<const Table> table) {
+        const std::lock_guard guard(lock_);
+        table_.swap(table);
+    }
+
     const ViewOptions& options;
+    WindowCache windows;
+
+private:
+    mutable std::mutex lock_;  // guards the next
+    std::shared_ptr<const Table> table_;
 };
 
-const Shown& shown_by(fuse_req_t request) { return *static_cast<const Shown*>(fuse_req_userdata(request)); }
-std::shared_ptr<const Table> table_of(fuse_req_t request) { return shown_by(request).view.table(); }
+View& view_of(fuse_req_t request) { return *static_cast<View*>(fuse_req_userdata(request)); }
+std::shared_ptr<const Table> table_of(fuse_req_t request) { return view_of(request).table(); }
 
 /// No exception goes through libfuse.
 template <class Answer>
@@ -98,7 +125,7 @@ void look_up(fuse_req_t request, fuse_ino_t parent, const char* name) {
         const std::shared_ptr<const Table> table = table_of(request);
         const std::uint64_t inode = table->lookup(parent, name);
         fuse_entry_param entry = entry_of(*table, inode);
-        if (shown_by(request).options.next && (inode == 0 || table->name(*table->find(inode)) != name))
+        if (view_of(request).options.next && (inode == 0 || table->name(*table->find(inode)) != name))
             entry.entry_timeout = doubtful_seconds;
         return fuse_reply_entry(request, &entry), 0;
     });
@@ -122,24 +149,21 @@ std::uint64_t inode_at(const Table& table, std::uint64_t directory, std::uint64_
     return place == 1 ? table.parent(directory) : table.child(directory, place - 2);
 }
 
-std::size_t add_to_listing(fuse_req_t request, const Table& table, std::uint64_t directory, std::uint64_t place,
-                           char* out, std::size_t room) {
-    const std::uint64_t inode = inode_at(table, directory, place);
-    fuse_entry_param entry = entry_of(table, inode);
-    if (place < 2) entry.ino = 0;  // the kernel counts no lookup of them
-    const std::string name = place == 0 ? "." : place == 1 ? ".." : std::string(table.name(*table.find(inode)));
-    return fuse_add_direntry_plus(request, out, room, name.c_str(), &entry, static_cast<off_t>(place + 1));
-}
-
 void list(fuse_req_t request, fuse_ino_t directory, std::size_t size, off_t offset, fuse_file_info*) {
     answer(request, [&] {
         const std::shared_ptr<const Table> table = table_of(request);
         if (table->find(directory) == nullptr) return ENOENT;
         std::vector<char> out(size);
         std::size_t used = 0;
-        for (auto place = static_cast<std::uint64_t>(offset); inode_at(*table, directory, place) != 0; ++place) {
-            const std::size_t wanted =
-                add_to_listing(request, *table, directory, place, out.data() + used, size - used);
+        auto place = static_cast<std::uint64_t>(offset);
+        while (const std::uint64_t inode = inode_at(*table, directory, place)) {
+            fuse_entry_param entry = entry_of(*table, inode);
+            const std::string name = place == 0   ? "."
+                                     : place == 1 ? ".."
+                                                  : std::string(table->name(*table->find(inode)));
+            if (place < 2) entry.ino = 0;  // the kernel counts no lookup of them
+            const std::size_t wanted = fuse_add_direntry_plus(request, out.data() + used, size - used, name.c_str(),
+                                                              &entry, static_cast<off_t>(++place));
             if (wanted > size - used) break;
             used += wanted;
         }
@@ -156,7 +180,7 @@ void read(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offset, 
         out.resize(std::max(out.size(), size));
         const WindowCache::File file{.id = inode, .size = node->size, .is_decoded = node->is_decoded};
         const std::uint64_t got =
-            shown_by(request).view.windows().read(file, static_cast<std::uint64_t>(offset), out.data(), size);
+            view_of(request).windows.read(file, static_cast<std::uint64_t>(offset), out.data(), size);
         if (got == failed) {
             const SFsError& error = fs::last_error();
             if (error.code != EFSError::NONE || !node->is_decoded)  // else it was said before
@@ -216,77 +240,60 @@ struct EndSession {
     }
 };
 
-/// Replaces the table for each batch of changes, and then tells the kernel what it must not use any more.
-class Follow {
-public:
-    Follow(fuse_session* session, View& view, const ViewOptions& options)
-        : session_(session), view_(view), options_(options) {}
+void forget(fuse_session* session, View& view, std::uint64_t inode) {
+    view.windows.forget(inode);
+    fuse_lowlevel_notify_inval_inode(session, inode, 0, 0);
+}
 
-    void run(const std::stop_token& stop) const {
+/// A name that comes or goes changes the listing of its directory.
+void forget_name(fuse_session* session, const Table& table, const Table::Node& node) {
+    const std::uint64_t directory = table.parent(node.inode);
+    const std::string name(table.name(node));
+    fuse_lowlevel_notify_inval_entry(session, directory, name.c_str(), name.size());
+    fuse_lowlevel_notify_inval_inode(session, directory, 0, 0);
+}
+
+/// Replaces the table when something has changed, and then tells the kernel what it must not use any more.
+void take_up_changes(fuse_session* session, View& view) {
+    const std::shared_ptr<const Table> before = view.table(), after = view.options.next(*before);
+    if (after == nullptr) return;
+    view.replace(after);
+    for (const Table::Node& was : before->nodes()) {
+        const Table::Node* const is = after->find(was.inode);
+        if (is == nullptr || before->name(was) != after->name(*is)) forget_name(session, *before, was);
+        if (is == nullptr || is->source != was.source || is->version != was.version) forget(session, view, was.inode);
+    }
+    for (const Table::Node& is : after->nodes())
+        if (before->find(is.inode) == nullptr) forget_name(session, *after, is);
+}
+
+/// Ends with what it returns. Signals are the main thread's.
+std::jthread start_following(fuse_session* session, View& view) {
+    if (!view.options.next) return {};
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    std::jthread thread([session, &view](const std::stop_token& stop) {
         std::mutex lock;
         std::unique_lock guard(lock);
-        for (std::condition_variable_any never;
-             !never.wait_for(guard, stop, poll_every, [] { return false; }) && !stop.stop_requested();) {
+        std::condition_variable_any ended;
+        while (!ended.wait_for(guard, stop, poll_every, [&stop] { return stop.stop_requested(); })) {
             try {
-                take_up();
+                take_up_changes(session, view);
             } catch (const std::exception& error) {
                 fail("--follow", error.what());
             } catch (const CommandFailed&) {  // and has said so
             }
         }
-    }
-
-private:
-    void take_up() const {
-        const std::shared_ptr<const Table> before = view_.table(), after = options_.next(*before);
-        if (after == nullptr) return;
-        view_.replace(after);
-        for (const Table::Node& was : before->nodes()) compare(*before, was, *after);
-        for (const Table::Node& is : after->nodes())
-            if (before->find(is.inode) == nullptr) forget_name(*after, is);
-    }
-
-    void compare(const Table& before, const Table::Node& was, const Table& after) const {
-        const Table::Node* const is = after.find(was.inode);
-        if (is == nullptr || before.name(was) != after.name(*is)) forget_name(before, was);
-        if (is == nullptr || is->source != was.source || is->version != was.version) forget(was.inode);
-    }
-
-    void forget(std::uint64_t inode) const {
-        view_.windows().forget(inode);
-        fuse_lowlevel_notify_inval_inode(session_, inode, 0, 0);
-    }
-
-    /// A name that comes or goes changes the listing of its directory.
-    void forget_name(const Table& table, const Table::Node& node) const {
-        const std::uint64_t directory = table.parent(node.inode);
-        const std::string name(table.name(node));
-        fuse_lowlevel_notify_inval_entry(session_, directory, name.c_str(), name.size());
-        fuse_lowlevel_notify_inval_inode(session_, directory, 0, 0);
-    }
-
-    static constexpr std::chrono::milliseconds poll_every{100};
-
-    fuse_session* const session_;
-    View& view_;
-    const ViewOptions& options_;
-};
-
-/// Ends with what it returns. Signals are the main thread's.
-std::jthread start_following(fuse_session* session, View& view, const ViewOptions& options) {
-    if (!options.next) return {};
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    std::jthread thread([follow = Follow(session, view, options)](const std::stop_token& stop) { follow.run(stop); });
+    });
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return thread;
 }
 
 }  // namespace
 
-bool show_view(View& view, const ViewOptions& options, const std::function<void()>& ready) {
-    Shown shown{.view = view, .options = options};
+bool show_view(std::shared_ptr<const Table> table, const ViewOptions& options, const std::function<void()>& ready) {
+    View view(std::move(table), options);
     std::string how = "ro,default_permissions,nosuid,nodev,fsname=enginefs,subtype=enginefs";
     if (options.allow_other) how += ",allow_other";
     char program[] = "enginefs", option[] = "-o";
@@ -294,14 +301,14 @@ bool show_view(View& view, const ViewOptions& options, const std::function<void(
     fuse_args arguments = FUSE_ARGS_INIT(3, words);
     constexpr fuse_lowlevel_ops ops = operations();
     fuse_set_log_func(take_message);
-    const std::unique_ptr<fuse_session, EndSession> session(fuse_session_new(&arguments, &ops, sizeof ops, &shown));
+    const std::unique_ptr<fuse_session, EndSession> session(fuse_session_new(&arguments, &ops, sizeof ops, &view));
     fuse_opt_free_args(&arguments);
     if (session == nullptr || fuse_set_signal_handlers(session.get()) != 0 ||
         fuse_session_mount(session.get(), options.place.c_str()) != 0)
         return fail(options.place, "it cannot be mounted: " + reason_of_failure());
     fuse_set_log_func(nullptr);
     malloc_trim(0);  // what gathering the names took
-    const std::jthread following = start_following(session.get(), view, options);
+    const std::jthread following = start_following(session.get(), view);
     ready();
     fuse_loop_config threads{.clone_fd = 0, .max_idle_threads = 10};
     const int ended = fuse_session_loop_mt(session.get(), &threads);
