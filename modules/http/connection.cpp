@@ -99,13 +99,10 @@ bool Transfer::accept() {
         return refuse(Outcome::FAILED, "the server does not say which part of the file it sends");
     if (!encoding.empty() && !curl_strequal(encoding.c_str(), "identity"))
         return refuse(Outcome::FAILED, "the server packs the file by itself (" + encoding.substr(0, 20) + ")");
-    if (!etag.empty() && !etag.starts_with("W/")) {  // a weak one does not vouch for bytes
-        version.validator = etag;
-        version.condition = "If-Match: " + etag;
-    } else if (!changed_at.empty()) {
-        version.validator = changed_at;
-        version.condition = "If-Unmodified-Since: " + changed_at;
-    }
+    const bool is_strong = !etag.empty() && !etag.starts_with("W/");  // a weak one does not vouch for bytes
+    version.validator = is_strong ? etag : changed_at;
+    if (!version.validator.empty())
+        version.condition = (is_strong ? "If-Match: " : "If-Unmodified-Since: ") + version.validator;
     if (range.known && !(version == *range.known))
         return refuse(Outcome::CHANGED, "the file was changed on the server");
     missing = range.known ? range.size : std::min(range.size, version.size);

@@ -15,6 +15,7 @@ namespace {
 constexpr std::uint64_t block_size = BlockCache::block_size;
 constexpr std::uint64_t failed = ~std::uint64_t{0};
 constexpr std::uint64_t end_record_size = 22;
+constexpr std::uint64_t longest_pack = 0x200000000;         // entries and directory, each of 32 bits
 constexpr std::uint64_t most_directory = 64 * 1024 * 1024;  // what claims more is read as it is walked
 constexpr std::uint64_t blocks_a_request = 64;              // of those that are read ahead
 constexpr std::uint64_t most_ahead = 256;
@@ -88,6 +89,7 @@ bool RemotePack::connect() {
                                  [&](const char* bytes, std::size_t size) { tail.append(bytes, size); });
     });
     if (result.outcome != Outcome::DONE) return failure = result.reason, false;
+    if (result.version.size > longest_pack) return failure = "the file is longer than any pack", false;
     version_ = result.version;
     cache_.accept(version_);
     is_coming_.assign(cache_.blocks(), false);
@@ -121,13 +123,14 @@ Result RemotePack::retry(const std::function<Result(bool& has_advanced)>& attemp
 
 /// False when the pack is given up meanwhile. The wait doubles, and is not the same for all who wait.
 bool RemotePack::wait_before_retry(unsigned failures, std::uint32_t wished_seconds) {
-    thread_local std::minstd_rand random{std::random_device{}()};
+    const auto now = std::chrono::steady_clock::now();
+    std::minstd_rand random(static_cast<std::uint_fast32_t>(now.time_since_epoch().count()));
     const std::uint64_t doubled = std::uint64_t{100} << std::min(failures - 1, 10u);
     const std::uint64_t wait = std::min<std::uint64_t>(
         std::max<std::uint64_t>(doubled + random() % doubled, wished_seconds * std::uint64_t{1000}),
         how_.longest_wait_ms);
     std::unique_lock guard(lock_);
-    return !asked_.wait_for(guard, std::chrono::milliseconds(wait), [this] { return stopping_.load(); });
+    return !asked_.wait_until(guard, now + std::chrono::milliseconds(wait), [this] { return stopping_.load(); });
 }
 
 std::int64_t RemotePack::read_at(std::uint64_t offset, void* to, std::uint64_t size) {
