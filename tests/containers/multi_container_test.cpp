@@ -357,8 +357,22 @@ TEST_F(MultiContainerOnDisk, CompactingGivesBackWhatIsWastedAndWhatIsOpenIsReadW
     std::filesystem::create_directory(directory_ / "sub/a.mc.new");
     EXPECT_FALSE(file.Compact()) << "the new file cannot be made";
     std::filesystem::remove(directory_ / "sub/a.mc.new");
+    const std::string as_saved = directory_.read("sub/a.mc");
+    const auto stop = [](std::uint64_t done, std::uint64_t, void*) { return done == 0; };
+    EXPECT_FALSE(file.Compact(stop, nullptr));
+    EXPECT_EQ(fs::last_error().code, EFSError::CANCELLED);
+    EXPECT_EQ(directory_.read("sub/a.mc"), as_saved);
     SMultiContainerStats stats;
-    ASSERT_TRUE(file.Compact() && file.GetStats(stats));
+    std::vector<std::uint64_t> heard;
+    const auto hear = [](std::uint64_t done, std::uint64_t total, void* user) {
+        auto& all = *static_cast<std::vector<std::uint64_t>*>(user);
+        if (!all.empty()) EXPECT_LE(all.back(), done);
+        all.push_back(done);
+        return done <= total;
+    };
+    ASSERT_TRUE(file.Compact(hear, &heard) && file.GetStats(stats));
+    EXPECT_GT(heard.size(), 1u);
+    EXPECT_EQ(heard.back(), stats.live_bytes);
     EXPECT_EQ(stats.wasted_bytes, 0u);
     EXPECT_EQ(stats.blobs, before.size());
     EXPECT_EQ(everything(file), before);
@@ -373,6 +387,16 @@ TEST_F(MultiContainerOnDisk, CompactingGivesBackWhatIsWastedAndWhatIsOpenIsReadW
     std::vector<std::thread> readers;
     for (int reader = 0; reader < 4; ++reader) readers.emplace_back([&] { EXPECT_EQ(everything(file), before); });
     for (std::thread& reader : readers) reader.join();
+}
+
+TEST_F(MultiContainerOnDisk, WhatIsNotSavedLeavesNoBytesBehind) {
+    CFileHashMultiContainer file;
+    ASSERT_TRUE(file.Create("a.mc") && put(file, "c", 1, "saved") && file.Save());
+    const std::string as_saved = directory_.read("a.mc");
+    ASSERT_TRUE(put(file, "c", 2, std::string(9u << 20, 'l')));
+    EXPECT_GT(directory_.read("a.mc").size(), as_saved.size()) << "more than is collected is written at once";
+    file.Close();
+    EXPECT_EQ(directory_.read("a.mc"), as_saved);
 }
 
 TEST_F(MultiContainerOnDisk, ABlobThatHasRottedStaysKnownAsRottenWhenTheRestIsCompacted) {

@@ -210,8 +210,15 @@ bool CFileHashMultiContainer::Save() {
     return with_file<Exclusive>(state_.get(), [](MultiFile& file) { return file.Save(); });
 }
 
-bool CFileHashMultiContainer::Compact() {
-    return change(state_.get(), [](MultiFile& file) { return file.Compact(); });
+bool CFileHashMultiContainer::Compact() { return Compact(nullptr, nullptr); }
+
+bool CFileHashMultiContainer::Compact(bool (*progress)(std::uint64_t done, std::uint64_t total, void* user),
+                                      void* user) {
+    return change(state_.get(), [=](MultiFile& file) {
+        return file.Compact([=](std::uint64_t done, std::uint64_t total) {
+            return progress == nullptr || progress(done, total, user);
+        });
+    });
 }
 
 bool CFileHashMultiContainer::Verify(ztl::vector<fs::string>& report) const {

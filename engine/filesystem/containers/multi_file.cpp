@@ -14,11 +14,21 @@
 #include <engine/filesystem/access/manage.h>
 #include <engine/filesystem/access/open.h>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/guarded.h"
 
 namespace container {
 
 bool MultiFile::Fail(EFSError::TYPE code, const char* text) const { return fs::refuse(code, path_.c_str(), text); }
+
+/// Blobs that were written and never saved would only take space.
+MultiFile::~MultiFile() {
+    if (!is_changed_ || is_record_in_doubt_ || !file_.IsWritable()) return;
+    const fs::ErrorKeeper keeper;
+    fs::guarded(path_.c_str(), [this] {
+        file_.SetEnd(commit_.end());
+        file_.CutAtEnd();
+    });
+}
 
 std::unique_ptr<MultiFile> MultiFile::Open(const char* path, bool writable) {
     std::unique_ptr<MultiFile> opened = OpenFile(path, writable);
@@ -189,10 +199,11 @@ bool MultiFile::Save() {
     const std::optional<std::vector<Part>> parts = Parts();
     Commit next{.sequence = commit_.sequence + 1};
     if (!parts || !file_.Flush() || append_index(file_, *parts, next) == nullptr) return false;
-    // From here on the end lies behind the index: a record whose writing fails may be on the disk all the same.
+    // From here on the end lies behind the index, as the record may say although its writing fails.
+    is_record_in_doubt_ = true;
     if (!WriteRecord(next)) return false;
     commit_ = next;
-    is_changed_ = false;
+    is_changed_ = is_record_in_doubt_ = false;
     return true;
 }
 

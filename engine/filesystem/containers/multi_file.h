@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,6 +22,9 @@ class MultiFile {
 public:
     static std::unique_ptr<MultiFile> Open(const char* path, bool writable);
     static std::unique_ptr<MultiFile> Create(const char* path);
+    ~MultiFile();
+    MultiFile(const MultiFile&) = delete;
+    MultiFile& operator=(const MultiFile&) = delete;
 
     /// False, with the reason, unless the file is open for writing.
     bool IsWritable() const;
@@ -38,9 +42,11 @@ public:
     bool RemoveContainer(std::string_view name);
     /// Writes what is new, the index, and last the commit record that makes both count.
     bool Save();
+    /// Hears how many of the bytes that are to be moved are moved; false stops the work.
+    using Hear = std::function<bool(std::uint64_t done, std::uint64_t total)>;
     /// Saves, and writes the file anew without what was replaced or removed. After a failure the file may be closed, but
     /// only where the disk does not let it be opened again.
-    bool Compact();
+    bool Compact(const Hear& hear);
     bool IsOpen() const { return file_.IsOpen(); }
 
     bool Fail(EFSError::TYPE code, const char* text) const;
@@ -62,6 +68,7 @@ private:
     Index index_;
     Commit commit_;
     bool is_changed_ = false;
+    bool is_record_in_doubt_ = false;  // its writing failed, which the disk may have done all the same
 };
 
 /// Writes an index behind all else, and says in the commit where it lies. The bytes; null when that fails.

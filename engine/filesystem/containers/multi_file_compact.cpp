@@ -20,8 +20,8 @@ namespace {
 constexpr std::uint64_t window_size = 256u << 10;  // read and written from the processor's cache
 
 /// Copies blobs to the end of a file, and says in them where they lie then. What one read fetches is closed up in memory
-/// and written at once.
-bool move_blobs(std::vector<Part>& parts, const File& from, File& to) {
+/// and written at once; `go_on` hears how many bytes were, and may stop it.
+bool move_blobs(std::vector<Part>& parts, const File& from, File& to, const std::function<bool(std::uint64_t)>& go_on) {
     std::vector<Entry*> order;
     for (Part& part : parts)
         for (Blob& blob : part.blobs) order.push_back(&blob.entry);
@@ -35,7 +35,7 @@ bool move_blobs(std::vector<Part>& parts, const File& from, File& to) {
         for (std::uint64_t done = 0; done < blob->stored_size;) {
             const std::uint64_t next = blob->offset + done;
             if (next < start + kept || next - start >= held) {
-                if (!to.AppendAtOnce(window.data(), kept)) return false;
+                if (!to.AppendAtOnce(window.data(), kept) || !go_on(to.End() - data_offset)) return false;
                 kept = 0;
                 start = next;
                 held = std::min(window_size, from.End() - start);
@@ -48,7 +48,7 @@ bool move_blobs(std::vector<Part>& parts, const File& from, File& to) {
         }
         blob->offset = target;
     }
-    return to.AppendAtOnce(window.data(), kept);
+    return to.AppendAtOnce(window.data(), kept) && go_on(to.End() - data_offset);
 }
 
 /// Removes a file that we made, unless it was put in its place.
@@ -66,7 +66,7 @@ FilePtr open_at(const char* native, FFSOpenFlags::FLAGS flags) {
 
 }  // namespace
 
-bool MultiFile::Compact() {
+bool MultiFile::Compact(const Hear& hear) {
     SMultiContainerStats stats;
     if (!Save() || !Count(stats)) return false;
     // Also where blobs share bytes, as no file of ours has them: each would get its own.
@@ -88,7 +88,10 @@ bool MultiFile::Compact() {
     fresh.SetEnd(data_offset);
     Commit commit{.sequence = commit_.sequence + 1};
     // A blob that has rotted keeps its checksum, so moving gives it no second life.
-    if (!move_blobs(*parts, file_, fresh)) return false;
+    const auto go_on = [&](std::uint64_t done) {
+        return hear(done, stats.live_bytes) || Fail(EFSError::CANCELLED, "The multi-container was not compacted.");
+    };
+    if (!move_blobs(*parts, file_, fresh, go_on)) return false;
     IndexBytes bytes = append_index(fresh, *parts, commit);
     if (bytes == nullptr || !fresh.WriteAt(head_of(commit).data(), data_offset, 0)) return false;
     Index index;

@@ -76,6 +76,9 @@ public:
     /// UNSUPPORTED). The old file stays until the new one is whole. Closed after a failure only where the disk does not let
     /// the file be opened again.
     bool Compact();
+    /// The same. `progress` hears, on this thread, how many bytes of `total` were moved, at last all; where it answers false
+    /// the file stays as it was saved (CANCELLED). It must not use the object.
+    bool Compact(bool (*progress)(std::uint64_t done, std::uint64_t total, void* user), void* user);
     /// Checks the structure's bounds and every blob's checksum. Appends a line for everything that is wrong; true when
     /// nothing is.
     bool Verify(ztl::vector<fs::string>& report) const;
