@@ -147,7 +147,7 @@ SERVERS = {
     "sneaky": (lambda a: a.later(lambda: a.part(a.server.new, '"two"')), later_fails(CHANGED), (), 60),
     "grown": (lambda a: a.later(lambda: a.part(a.server.old + b"x")), later_fails(CHANGED), QUICK, 99),
     "shrunk": (lambda a: a.later(lambda: a.send(416)), later_fails(CHANGED), QUICK, 99),
-    "unready": (lambda a: a.later(lambda: a.send(200, body=a.server.old)), later_fails("the server does not serve .*"), (), 99),
+    "unready": (lambda a: a.later(lambda: a.send(200, body=b"x" * 4096)), later_fails("the server does not serve .*"), (), 99),
     "shifted": (lambda a: a.later(lambda: a.part(shift=4096)), later_fails("the server sends another part .*"), QUICK, 99),
     # What was right of these answers is used.
     "longer": (lambda a: a.later(lambda: a.part(extra=b"z" * 70000)), GOOD + "|" + later_fails("the server sends more .*"), QUICK, 99),
