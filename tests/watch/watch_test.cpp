@@ -86,7 +86,6 @@ TEST_F(Watch, TellsEachNameOnceAndTakesItUp) {
              directory_.write("t", "");
          },
          {"CREATED t"}},
-        {"a directory changes its case", [&] { disk::rename(at("D"), at("d")); }, {"CONTENT d/r"}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);

@@ -89,6 +89,9 @@ TEST_F(WatchOnPosix, KnowsTheFilesOfADirectoryThatMoved) {
     EXPECT_THAT(poll_now(), ElementsAre("REMOVED d/x.txt", "CREATED e/x.txt"));
     directory_.write("e/x.txt", "1");
     EXPECT_THAT(poll_now(), ElementsAre("CONTENT e/x.txt"));
+    disk::rename(directory_ / "e", directory_ / "E");
+    EXPECT_THAT(poll_now(), ElementsAre("CONTENT e/x.txt"));
+    expect_as_mounted_anew(directory_);
 }
 
 TEST_F(WatchOnPosix, TellsNamesThatDifferInCaseAsOne) {
