@@ -1,12 +1,12 @@
-# Headers, library, CMake package and pkg-config files, in the components "library" and "development". The tool installs
-# itself, as the component "tool".
+# Headers, libraries, CMake package and pkg-config files, in the components "library", "http" and "development". The tool
+# installs itself, as the component "tool".
 include(CMakePackageConfigHelpers)
 
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/engine_filesystemConfigVersion.cmake
     COMPATIBILITY SameMajorVersion)
 
-# engine_install(LIBDIR PREFIX [EXCLUDE_FROM_ALL]): everything with its libraries in LIBDIR, as components PREFIXlibrary and
-# PREFIXdevelopment.
+# engine_install(LIBDIR PREFIX [EXCLUDE_FROM_ALL]): everything with its libraries in LIBDIR, as components PREFIXlibrary,
+# PREFIXhttp (the library for packs on web servers) and PREFIXdevelopment.
 function(engine_install libdir prefix)
     set(library COMPONENT ${prefix}library ${ARGN})
     set(development COMPONENT ${prefix}development ${ARGN})
@@ -20,6 +20,17 @@ function(engine_install libdir prefix)
     install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${development} FILES_MATCHING PATTERN "*.h")
     install(EXPORT ${prefix}engine_filesystem_targets FILE engine_filesystemTargets.cmake NAMESPACE engine::
         DESTINATION ${package_dir} ${development})
+
+    set(modules engine_filesystem engine_filesystem_c)
+    if(TARGET engine_filesystem_http)
+        list(APPEND modules engine_filesystem_http)
+        install(TARGETS engine_filesystem_http EXPORT ${prefix}engine_filesystem_http_targets
+            LIBRARY DESTINATION ${libdir} COMPONENT ${prefix}http ${ARGN} NAMELINK_COMPONENT ${prefix}development
+            ARCHIVE DESTINATION ${libdir} ${development})
+        install(DIRECTORY modules/http/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${development})
+        install(EXPORT ${prefix}engine_filesystem_http_targets FILE engine_filesystem_httpTargets.cmake NAMESPACE engine::
+            DESTINATION ${package_dir} ${development})
+    endif()
 
     # The library for hosts in C; on Windows with the import library that MSVC reads, if one could be made.
     set(engine_c_location ${libdir}/libengine_filesystem.so)
@@ -39,7 +50,7 @@ function(engine_install libdir prefix)
 
     set(engine_libdir ${libdir})
     file(RELATIVE_PATH engine_pc_to_prefix /${libdir}/pkgconfig /)
-    foreach(name engine_filesystem engine_filesystem_c)
+    foreach(name IN LISTS modules)
         configure_file(cmake/${name}.pc.in ${generated}/${name}.pc @ONLY)
         install(FILES ${generated}/${name}.pc DESTINATION ${libdir}/pkgconfig ${development})
     endforeach()

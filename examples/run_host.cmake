@@ -36,6 +36,17 @@ run(${CMAKE_COMMAND} -S ${ENGINE_SOURCE_DIR}/examples/c_host -B ${c_build} -G ${
 run(${CMAKE_COMMAND} --build ${c_build})
 run(${ENGINE_EMULATOR} ${c_build}/c_host${ENGINE_SUFFIX} ${c_root})
 
+# Packs on web servers are a component, where it was built. Nobody listens on port 1.
+if(EXISTS ${prefix}/include/engine/filesystem_http.h)
+    set(http_build ${ENGINE_BUILD_DIR}/host_test/http_build)
+    run(${CMAKE_COMMAND} -S ${ENGINE_SOURCE_DIR}/examples/http -B ${http_build} -G ${ENGINE_GENERATOR} ${options})
+    run(${CMAKE_COMMAND} --build ${http_build})
+    execute_process(COMMAND ${http_build}/http_host http://127.0.0.1:1/x.pak x ERROR_VARIABLE said)
+    if(NOT said MATCHES "x.pak\" cannot be read: the transfer failed")
+        message(FATAL_ERROR "http_host says: ${said}")
+    endif()
+endif()
+
 # The installed tool finds the installed library by itself.
 if(EXISTS ${prefix}/bin/enginefs${ENGINE_SUFFIX})
     run(${ENGINE_EMULATOR} ${prefix}/bin/enginefs${ENGINE_SUFFIX} --help)

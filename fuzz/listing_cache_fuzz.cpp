@@ -1,5 +1,5 @@
 // A stored listing whose bytes are anything. The first byte says whether the checksum is made good, so that what lies
-// behind it is reached; what decodes must then replay and encode to the same bytes.
+// behind it is reached; what decodes must encode to the same bytes, and what then replays answer its own names.
 #include <cstdint>
 #include <cstdlib>
 #include <vector>
@@ -39,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const fs::DirectoryState state;
     fs::MountedNames names("");
-    require(fs::replay_listing(state, names, listing, fs::Checking::NONE));
+    if (!fs::replay_listing(state, names, listing, fs::Checking::NONE)) return 0;
     for (std::uint32_t file = names.table.first(); file != fs::NameTable::none; file = names.table.next(file)) {
         require(names.table.find(names.table.dir(file), names.table.name(file)) <= file);
     }

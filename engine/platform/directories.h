@@ -14,9 +14,8 @@ struct DirectoryItem {
     const char* name = "";  // as the disk spells it; owned by the listing
     std::uint16_t length = 0;
     bool is_directory = false;
-    bool is_link = false;       // a symbolic link or a reparse point (what it leads to decides is_directory)
-    bool is_offline = false;    // Windows: attribute 0x1000
-    bool is_lower_case = true;  // the name holds no upper-case ASCII letter
+    bool is_link = false;     // a symbolic link or a reparse point (what it leads to decides is_directory)
+    bool is_offline = false;  // Windows: attribute 0x1000
 };
 
 /// The items of one directory in ascending order of their names folded to lower case (ties by bytes), without "." and
@@ -36,14 +35,8 @@ public:
     void sort();
 
 private:
-    struct Key {
-        std::uint64_t prefix = 0;
-        std::uint32_t index = 0;
-    };
     std::string text_;  // the names, each with a zero behind it
     std::vector<DirectoryItem> items_;
-    std::vector<DirectoryItem> sorted_items_;  // scratch of sort()
-    std::vector<Key> keys_;                    // scratch of sort()
 };
 
 enum class Links : std::uint8_t {

@@ -6,8 +6,7 @@
 #include "engine/platform/fail.h"
 #include "engine/platform/folding.h"
 
-// A listing is put in order on eight bytes of each folded name, taken from where the names begin to differ: names of
-// one directory share long beginnings ("texture_0001"), and eight bytes that are all alike would decide nothing.
+// Names are compared by eight folded bytes at a time.
 
 namespace platform {
 namespace {
@@ -31,11 +30,10 @@ std::uint64_t key_of(const DirectoryItem& item, std::size_t skip) {
     return fold_word(word);
 }
 
-/// `skip` bytes are known to be alike under folding. No name holds a zero byte, so the zeros beyond an end put the
-/// shorter name first.
-bool goes_before(const DirectoryItem& a, const DirectoryItem& b, std::size_t skip) {
+/// No name holds a zero byte, so the zeros beyond an end put the shorter name first.
+bool goes_before(const DirectoryItem& a, const DirectoryItem& b) {
     const std::size_t end = std::max(a.length, b.length);
-    for (std::size_t at = skip; at < end; at += key_bytes) {
+    for (std::size_t at = 0; at < end; at += key_bytes) {
         const std::uint64_t key_a = key_of(a, at);
         const std::uint64_t key_b = key_of(b, at);
         if (key_a != key_b) return key_a < key_b;
@@ -43,27 +41,11 @@ bool goes_before(const DirectoryItem& a, const DirectoryItem& b, std::size_t ski
     return std::memcmp(a.name, b.name, a.length) < 0;
 }
 
-std::size_t common_beginning(const std::vector<DirectoryItem>& items) {
-    const DirectoryItem& first = items.front();
-    std::size_t common = first.length;
-    for (const DirectoryItem& item : items) {
-        common = std::min<std::size_t>(common, item.length);
-        if (std::memcmp(first.name, item.name, common) == 0) continue;
-        std::size_t same = 0;
-        while (same < common && fold(first.name[same]) == fold(item.name[same])) ++same;
-        common = same;
-        if (common == 0) break;
-    }
-    return common;
-}
-
 }  // namespace
 
 void DirectoryListing::add(const char* name, std::size_t length, const DirectoryItem& kind) {
     text_.append(name, length).push_back('\0');
-    DirectoryItem& item = items_.emplace_back(kind);
-    item.length = static_cast<std::uint16_t>(length);
-    item.is_lower_case = !has_upper_case(name, length);
+    items_.emplace_back(kind).length = static_cast<std::uint16_t>(length);
 }
 
 void DirectoryListing::clear() {
@@ -78,21 +60,8 @@ void DirectoryListing::sort() {
         item.name = name;
         name += item.length + 1;
     }
-    if (items_.size() < 2) return;
-    const std::size_t skip = common_beginning(items_);
-    keys_.clear();
-    for (const DirectoryItem& item : items_) {
-        keys_.push_back({.prefix = key_of(item, skip), .index = static_cast<std::uint32_t>(keys_.size())});
-    }
-    const auto is_before = [&](const Key& a, const Key& b) {
-        if (a.prefix != b.prefix) return a.prefix < b.prefix;
-        return goes_before(items_[a.index], items_[b.index], skip + key_bytes);
-    };
-    if (std::is_sorted(keys_.begin(), keys_.end(), is_before)) return;
-    std::sort(keys_.begin(), keys_.end(), is_before);
-    sorted_items_.clear();
-    for (const Key& key : keys_) sorted_items_.push_back(items_[key.index]);
-    items_.swap(sorted_items_);
+    if (!std::is_sorted(items_.begin(), items_.end(), goes_before))
+        std::sort(items_.begin(), items_.end(), goes_before);
 }
 
 bool list_directory(const PathAt& path, DirectoryListing& out, Links links) try {

@@ -181,8 +181,7 @@ struct Attributes {
     bool is_directory = false;
     bool is_read_only = false;
     std::uint64_t size = 0;
-    std::int64_t write_time = 0;  // 100 ns since 1601-01-01, universal time; so the other two
-    std::int64_t creation_time = 0;
+    std::int64_t write_time = 0;  // 100 ns since 1601-01-01, universal time; so the next
     std::int64_t access_time = 0;
 };
 

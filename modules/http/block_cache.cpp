@@ -21,28 +21,13 @@ namespace {
 
 constexpr char magic[] = "engine_filesystem_http 1\n";
 
-bool read_at(int file, std::uint64_t offset, void* to, std::uint64_t size) {
-    auto* bytes = static_cast<char*>(to);
-    while (size != 0) {
-        const ssize_t got = ::pread(file, bytes, size, static_cast<off_t>(offset));
-        if (got <= 0) return false;
-        bytes += got;
-        offset += static_cast<std::uint64_t>(got);
-        size -= static_cast<std::uint64_t>(got);
-    }
-    return true;
+/// Files of the disk give and take whole blocks. What is cut short has failed: it is fetched again, or stays in memory.
+bool read_at(int file, std::uint64_t offset, char* to, std::uint64_t size) {
+    return ::pread(file, to, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
 }
 
-bool write_at(int file, std::uint64_t offset, const void* from, std::uint64_t size) {
-    const auto* bytes = static_cast<const char*>(from);
-    while (size != 0) {
-        const ssize_t put = ::pwrite(file, bytes, size, static_cast<off_t>(offset));
-        if (put <= 0) return false;
-        bytes += put;
-        offset += static_cast<std::uint64_t>(put);
-        size -= static_cast<std::uint64_t>(put);
-    }
-    return true;
+bool write_at(int file, std::uint64_t offset, const char* from, std::uint64_t size) {
+    return ::pwrite(file, from, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
 }
 
 /// -1 when it is no regular file, or somebody else has it.
@@ -81,9 +66,13 @@ void BlockCache::open(const std::string& directory, const std::string& name) {
         std::filesystem::create_directories(directory, error);
         file_ = open_alone(directory + "/" + name);
     }
+    has_name_ = file_ >= 0;
+    if (!has_name_) file_ = open_nameless();
+}
+
+bool BlockCache::is_kept() const {
     char begin[sizeof magic - 1];
-    is_kept_ = file_ >= 0 && read_at(file_, 0, begin, sizeof begin) && std::memcmp(begin, magic, sizeof begin) == 0;
-    if (file_ < 0) file_ = open_nameless();
+    return has_name_ && read_at(file_, 0, begin, sizeof begin) && std::memcmp(begin, magic, sizeof begin) == 0;
 }
 
 void BlockCache::accept(const Version& version) {
@@ -91,18 +80,15 @@ void BlockCache::accept(const Version& version) {
     const std::uint64_t blocks = (version.size + block_size - 1) / block_size;
     data_start_ = page + (blocks * 4 + page - 1) / page * page;
     std::string header = magic + std::to_string(version.size) + "\n" + version.validator + "\n";
-    const bool is_known = !version.validator.empty() && header.size() <= page;
+    has_name_ = has_name_ && !version.validator.empty() && header.size() <= page;
     header.resize(page);
     std::string found(page, '\0');
-    const std::lock_guard guard(lock_);
     states_.assign(blocks, State::ABSENT);
     sums_.assign(blocks, 0);
-    held_.clear();
-    if (is_kept_ && is_known && read_at(file_, 0, found.data(), page) && found == header) return load_sums();
-    if (::ftruncate(file_, 0) != 0 || (is_known && !write_at(file_, 0, header.data(), page))) {
-        if (file_ >= 0) ::close(file_);
-        file_ = -1;  // every block stays in memory
-    }
+    if (has_name_ && read_at(file_, 0, found.data(), page) && found == header) return load_sums();
+    if (::ftruncate(file_, 0) == 0 && (!has_name_ || write_at(file_, 0, header.data(), page))) return;
+    if (file_ >= 0) ::close(file_);
+    file_ = -1;  // every block stays in memory
 }
 
 void BlockCache::load_sums() {
@@ -119,12 +105,17 @@ std::uint64_t BlockCache::size_of(std::uint64_t block) const {
     return std::min(block_size, file_size_ - block * block_size);
 }
 
+/// Two threads may both check one block; they come to the same answer.
 bool BlockCache::has(std::uint64_t block) {
-    {
-        const std::lock_guard guard(lock_);
-        if (states_[block] != State::UNCHECKED) return states_[block] != State::ABSENT;
-    }
-    return check(block);
+    std::unique_lock guard(lock_);
+    if (states_[block] != State::UNCHECKED) return states_[block] != State::ABSENT;
+    guard.unlock();
+    std::string bytes(size_of(block), '\0');
+    const bool is_good = read_at(file_, place_of(block), bytes.data(), bytes.size()) &&
+                         sum_of(bytes.data(), bytes.size()) == sums_[block];
+    guard.lock();
+    if (states_[block] == State::UNCHECKED) states_[block] = is_good ? State::IN_FILE : State::ABSENT;
+    return states_[block] != State::ABSENT;
 }
 
 bool BlockCache::may_have(std::uint64_t block) {
@@ -132,37 +123,21 @@ bool BlockCache::may_have(std::uint64_t block) {
     return states_[block] != State::ABSENT;
 }
 
-/// Two threads may both check one block; they come to the same answer.
-bool BlockCache::check(std::uint64_t block) {
-    std::string bytes(size_of(block), '\0');
-    const bool is_good = read_at(file_, place_of(block), bytes.data(), bytes.size()) &&
-                         sum_of(bytes.data(), bytes.size()) == sums_[block];
-    const std::lock_guard guard(lock_);
-    if (states_[block] == State::UNCHECKED) states_[block] = is_good ? State::IN_FILE : State::ABSENT;
-    return states_[block] != State::ABSENT;
-}
-
 void BlockCache::put(std::uint64_t block, const char* bytes) {
     const std::uint64_t size = size_of(block);
-    char sum[4];
-    store_u32(sum, sum_of(bytes, size));
-    const bool is_written =
-        write_at(file_, place_of(block), bytes, size) && write_at(file_, page + block * 4, sum, sizeof sum);
-    const std::lock_guard guard(lock_);
-    if (is_written) {
-        states_[block] = State::IN_FILE;
-    } else {
-        hold(block, bytes);
+    bool is_written = write_at(file_, place_of(block), bytes, size);
+    if (is_written && has_name_) {  // a later run will want the sum
+        char sum[4];
+        store_u32(sum, sum_of(bytes, size));
+        is_written = write_at(file_, page + block * 4, sum, sizeof sum);
     }
-}
-
-void BlockCache::hold(std::uint64_t block, const char* bytes) {
-    if (held_.size() >= most_in_memory) {
+    const std::lock_guard guard(lock_);
+    if (!is_written && held_.size() >= most_in_memory) {
         states_[held_.begin()->first] = State::ABSENT;
         held_.erase(held_.begin());
     }
-    held_[block].assign(bytes, size_of(block));
-    states_[block] = State::IN_MEMORY;
+    if (!is_written) held_[block].assign(bytes, size);
+    states_[block] = is_written ? State::IN_FILE : State::IN_MEMORY;
 }
 
 bool BlockCache::read(std::uint64_t offset, char* to, std::uint64_t size) {

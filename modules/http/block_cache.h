@@ -30,7 +30,7 @@ public:
     /// Opens the kept file of this name in `directory`; one without a name when that is "" or does not work.
     void open(const std::string& directory, const std::string& name);
     /// Whether an earlier run left something.
-    bool is_kept() const { return is_kept_; }
+    bool is_kept() const;
     /// Drops what is of another version. Before anything below.
     void accept(const Version& version);
 
@@ -49,13 +49,11 @@ private:
     static constexpr std::size_t most_in_memory = 1024;
 
     void load_sums();
-    bool check(std::uint64_t block);
-    void hold(std::uint64_t block, const char* bytes);
     bool read_part(std::uint64_t block, std::uint64_t skip, char* to, std::uint64_t size);
     std::uint64_t place_of(std::uint64_t block) const { return data_start_ + block * block_size; }
 
     int file_ = -1;
-    bool is_kept_ = false;
+    bool has_name_ = false;        // and so may serve a later run
     std::uint64_t file_size_ = 0;  // of the remote file
     std::uint64_t data_start_ = 0;
     std::mutex lock_;  // guards what follows; what a state tells of the file holds as long as the state does

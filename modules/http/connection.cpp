@@ -2,12 +2,9 @@
 
 #include <algorithm>
 #include <charconv>
-#include <mutex>
 #include <new>
 #include <string_view>
 #include <utility>
-
-#include <curl/curl.h>
 
 namespace fs::http {
 
@@ -25,31 +22,9 @@ void append(HeaderList& list, const std::string& line) {
     list.reset(longer);
 }
 
-bool take_number(std::string_view& text, std::uint64_t& number, char end) {
-    const auto [next, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc()) return false;
-    text.remove_prefix(static_cast<std::size_t>(next - text.data()));
-    if (end == '\0') return text.empty();
-    if (!text.starts_with(end)) return false;
-    text.remove_prefix(1);
-    return true;
+std::string text_of(std::uint64_t first, std::uint64_t last) {
+    return std::to_string(first) + "-" + std::to_string(last);
 }
-
-struct ContentRange {
-    std::uint64_t first = 0;
-    std::uint64_t last = 0;
-    std::uint64_t total = 0;
-};
-
-/// "bytes 0-99/1000", and nothing else.
-bool read_content_range(std::string_view text, ContentRange& out) {
-    if (!text.starts_with("bytes ")) return false;
-    text.remove_prefix(6);
-    return take_number(text, out.first, '-') && take_number(text, out.last, '/') &&
-           take_number(text, out.total, '\0') && out.first <= out.last && out.last < out.total;
-}
-
-bool is_redirection(long status) { return (status >= 301 && status <= 303) || status == 307 || status == 308; }
 
 /// Failures of the connection, not of what was asked.
 bool may_pass(CURLcode code) {
@@ -63,57 +38,45 @@ bool may_pass(CURLcode code) {
 /// One request and its answer. What it decides by the headers ends the transfer before any of the body is fetched.
 struct Transfer {
     const Range& range;
-    Receiver& receiver;
+    const Receiver& receiver;
     CURL* curl;
-    std::string etag{};
-    std::string changed_at{};
-    std::string content_range{};
-    std::string encoding{};
     std::uint64_t missing = 0;  // bytes of the body yet to come, once it is accepted
     bool accepted = false;
     bool failed_in_memory = false;
-    Result result{Outcome::MAY_PASS};  // its reason is "" until something was decided
+    Result result{.outcome = Outcome::MAY_PASS};  // its reason is "" until something was decided
 
     bool refuse(Outcome outcome, std::string reason) {
         result.outcome = outcome;
         result.reason = std::move(reason);
         return false;
     }
+    std::string answered(const char* name) const;
     bool header(std::string_view line);
-    bool end_of_headers();
     bool accept();
     bool refuse_status(long status);
     bool body(const char* bytes, std::size_t size);
 };
 
-bool Transfer::header(std::string_view line) {
-    while (line.ends_with('\n') || line.ends_with('\r')) line.remove_suffix(1);
-    if (accepted) return true;  // a trailer
-    if (line.empty()) return end_of_headers();
-    if (line.starts_with("HTTP/")) etag = changed_at = content_range = encoding = "";
-    const std::size_t colon = line.find(':');
-    if (colon == std::string_view::npos) return true;
-    const std::string name(line.substr(0, colon));
-    line.remove_prefix(std::min(line.find_first_not_of(" \t", colon + 1), line.size()));
-    const std::pair<const char*, std::string*> known[] = {{"ETag", &etag},
-                                                          {"Last-Modified", &changed_at},
-                                                          {"Content-Range", &content_range},
-                                                          {"Content-Encoding", &encoding}};
-    for (const auto& [known_name, value] : known)
-        if (curl_strequal(name.c_str(), known_name)) *value = line;
-    return true;
+/// A header of the latest answer, behind all redirections; "" where it has none.
+std::string Transfer::answered(const char* name) const {
+    curl_header* found = nullptr;
+    return curl_easy_header(curl, name, 0, CURLH_HEADER, -1, &found) == CURLHE_OK ? found->value : "";
 }
 
-bool Transfer::end_of_headers() {
+bool Transfer::header(std::string_view line) {
+    if (accepted || !(line == "\r\n" || line == "\n")) return true;  // a trailer, or not yet the end
     long status = 0;
     curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
-    if (status / 100 == 1 || is_redirection(status)) return true;  // more follows, or body() ends it
+    const bool is_redirection = status / 100 == 3 && !answered("Location").empty();
+    if (is_redirection || status / 100 == 1) return true;  // another answer follows
     return status == 206 ? accept() : refuse_status(status);
 }
 
 bool Transfer::refuse_status(long status) {
     const std::string answer = "the server answers " + std::to_string(status);
     if (status == 412) return refuse(Outcome::CHANGED, "the file was changed on the server");
+    if (status == 416 && range.known) return refuse(Outcome::CHANGED, "the file was changed on the server");
+    if (status == 416) return refuse(Outcome::FAILED, "the file is empty");
     if (status == 200) return refuse(Outcome::FAILED, "the server does not serve parts of the file");
     if (status != 429 && status / 100 != 5) return refuse(Outcome::FAILED, answer);
     curl_off_t seconds = 0;
@@ -124,12 +87,18 @@ bool Transfer::refuse_status(long status) {
 
 /// Holds what the server says it sends against what was asked for.
 bool Transfer::accept() {
-    ContentRange sent;
-    if (!read_content_range(content_range, sent))
+    const std::string part = answered("Content-Range");
+    const std::string encoding = answered("Content-Encoding");
+    const std::string etag = answered("ETag");
+    const std::string changed_at = answered("Last-Modified");
+    Version version;
+    const std::size_t slash = part.find('/');
+    const char* const end = part.data() + part.size();
+    if (slash == std::string::npos || std::from_chars(part.data() + slash + 1, end, version.size).ptr != end ||
+        version.size == 0)
         return refuse(Outcome::FAILED, "the server does not say which part of the file it sends");
     if (!encoding.empty() && !curl_strequal(encoding.c_str(), "identity"))
         return refuse(Outcome::FAILED, "the server packs the file by itself (" + encoding.substr(0, 20) + ")");
-    Version version{.size = sent.total};
     if (!etag.empty() && !etag.starts_with("W/")) {  // a weak one does not vouch for bytes
         version.validator = etag;
         version.condition = "If-Match: " + etag;
@@ -139,20 +108,18 @@ bool Transfer::accept() {
     }
     if (range.known && !(version == *range.known))
         return refuse(Outcome::CHANGED, "the file was changed on the server");
-    const std::uint64_t first = range.known ? range.first : sent.total - std::min(range.size, sent.total);
-    const std::uint64_t last = range.known ? range.first + range.size - 1 : sent.total - 1;
-    if (sent.first != first || sent.last != last)
+    missing = range.known ? range.size : std::min(range.size, version.size);
+    const std::uint64_t first = range.known ? range.first : version.size - missing;
+    if (part != "bytes " + text_of(first, first + missing - 1) + "/" + std::to_string(version.size))
         return refuse(Outcome::FAILED, "the server sends another part of the file than was asked for");
-    missing = last - first + 1;
     accepted = true;
-    receiver.begin(version, first);
+    result.version = std::move(version);
     return true;
 }
 
 bool Transfer::body(const char* bytes, std::size_t size) {
-    if (!accepted) return refuse(Outcome::FAILED, "the server answers with a redirection that leads nowhere");
     if (size > missing) return refuse(Outcome::FAILED, "the server sends more than was asked for");
-    receiver.take(bytes, size);
+    receiver(bytes, size);
     missing -= size;
     return true;
 }
@@ -183,18 +150,10 @@ int on_progress(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
 
 }  // namespace
 
-struct Connection::State {
-    std::unique_ptr<CURL, void (*)(CURL*)> curl{nullptr, curl_easy_cleanup};
-    const options& how;
-};
-
 Connection::Connection(const std::string& url, const options& how, const std::atomic<bool>& stop)
-    : state_(new State{.how = how}) {
-    static std::once_flag started;
-    std::call_once(started, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-    CURL* const curl = curl_easy_init();
+    : how_(how), curl_(curl_easy_init(), curl_easy_cleanup) {
+    CURL* const curl = curl_.get();
     if (!curl) throw std::bad_alloc();
-    state_->curl.reset(curl);
     const bool is_secure = curl_strnequal(url.c_str(), "https:", 6) != 0;
     curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
     curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
@@ -215,16 +174,13 @@ Connection::Connection(const std::string& url, const options& how, const std::at
     curl_easy_setopt(curl, CURLOPT_XFERINFODATA, &stop);
 }
 
-Connection::~Connection() = default;
-
-Result Connection::fetch(const Range& range, Receiver& receiver) {
-    CURL* const curl = state_->curl.get();
+Result Connection::fetch(const Range& range, const Receiver& receiver) {
+    CURL* const curl = curl_.get();
     HeaderList headers;
-    for (const fs::string& line : state_->how.headers) append(headers, line);
+    for (const fs::string& line : how_.headers) append(headers, line);
     if (range.known && !range.known->condition.empty()) append(headers, range.known->condition);
-    const std::string part = range.known
-                                 ? std::to_string(range.first) + "-" + std::to_string(range.first + range.size - 1)
-                                 : "-" + std::to_string(range.size);
+    const std::string part =
+        range.known ? text_of(range.first, range.first + range.size - 1) : "-" + std::to_string(range.size);
     Transfer transfer{.range = range, .receiver = receiver, .curl = curl};
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers.get());
     curl_easy_setopt(curl, CURLOPT_RANGE, part.c_str());
@@ -234,10 +190,11 @@ Result Connection::fetch(const Range& range, Receiver& receiver) {
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, nullptr);
     if (transfer.failed_in_memory || code == CURLE_OUT_OF_MEMORY) throw std::bad_alloc();
     if (!transfer.result.reason.empty()) return transfer.result;
-    if (code == CURLE_OK && transfer.accepted && transfer.missing == 0) return {};
-    if (code == CURLE_OK) return {Outcome::MAY_PASS, "the server sends less than it says"};
-    return {may_pass(code) ? Outcome::MAY_PASS : Outcome::FAILED,
-            std::string("the transfer failed (") + curl_easy_strerror(code) + ")"};
+    if (code == CURLE_OK && transfer.accepted && transfer.missing == 0)
+        return {.version = std::move(transfer.result.version)};
+    if (code == CURLE_OK) return {.outcome = Outcome::MAY_PASS, .reason = "the server sends less than it says"};
+    return {.outcome = may_pass(code) ? Outcome::MAY_PASS : Outcome::FAILED,
+            .reason = std::string("the transfer failed (") + curl_easy_strerror(code) + ")"};
 }
 
 }  // namespace fs::http

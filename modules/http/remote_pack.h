@@ -1,8 +1,10 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -21,7 +23,7 @@ namespace fs::http {
 /// its own; readers wait until their blocks are there.
 class RemotePack final : public pack_reader {
 public:
-    RemotePack(std::string url, std::string cache_dir, options how);
+    RemotePack(const std::string& url, std::string cache_dir, options how);
 
     std::uint64_t length() override;
     std::int64_t read_at(std::uint64_t offset, void* to, std::uint64_t size) override;
@@ -30,57 +32,49 @@ public:
     void release() noexcept override { delete this; }
 
 private:
-    /// Blocks that are to be fetched by one request, or are being fetched.
+    /// Blocks that one request will fetch.
     struct Job {
         std::uint64_t first;
         std::uint64_t end;
-        bool is_urgent = false;  // somebody waits for it
-        bool is_taken = false;   // by a worker
-        bool is_done = false;
-        std::string failure{};
     };
-    using JobPtr = std::shared_ptr<Job>;
-    /// A place where somebody reads on.
+    /// A place where somebody reads on, in blocks.
     struct Stream {
-        std::uint64_t next = 0;   // the block behind the latest read
-        std::uint64_t ahead = 0;  // the block behind those that were asked for
-        std::uint64_t window = 0;
-        unsigned advances = 0;
-        std::uint64_t used = 0;  // when, by counting
+        std::uint64_t start = 0;
+        std::uint64_t next = 0;   // behind the latest read
+        std::uint64_t ahead = 0;  // behind those that were asked for
     };
     class BlockSink;
-    class TailSink;
 
     ~RemotePack();
     bool connect();
     bool load_directory(const std::string& tail);
-    Result fetch(Connection& connection, Range range, Receiver& receiver, const std::uint64_t& progress);
+    Result retry(const std::function<Result(bool& has_advanced)>& attempt);
     bool wait_before_retry(unsigned failures, std::uint32_t wished_seconds);
 
     bool load(std::uint64_t first, std::uint64_t end);
-    JobPtr job_of(std::uint64_t block);
-    void queue(std::uint64_t first, std::uint64_t end, bool is_urgent);
-    void read_ahead(std::uint64_t first, std::uint64_t end);
+    void want(std::uint64_t first, std::uint64_t end);
+    void queue(std::uint64_t first, std::uint64_t needed, std::uint64_t end);
     void start_worker();
-    void work();
-    void run(Connection& connection, Job& job);
+    void work(std::unique_ptr<Connection> connection);
+    Result run(Connection& connection, Job& job);
 
-    const std::string url_;
+    const std::string url_;  // "" when it is none of http or https
     const std::string cache_dir_;
+    const std::string kept_name_;  // of the file of blocks
     const options how_;
     Version version_;
     BlockCache cache_;
-    std::unique_ptr<Connection> first_connection_;  // which mounted, for the first worker
     std::atomic<bool> stopping_{false};
     std::mutex lock_;                // guards what follows
     std::condition_variable asked_;  // for jobs, or to stop
-    std::condition_variable came_;   // blocks, or the end of a job
-    std::list<JobPtr> jobs_;
+    std::condition_variable came_;   // a block, or the end of a job
+    std::list<Job> jobs_;            // which no worker has taken yet
+    std::vector<bool> is_coming_;    // blocks that somebody has asked for
     std::vector<std::thread> workers_;
     std::size_t idle_ = 0;
-    std::string broken_;  // why nothing can be fetched any more; "" while it can
-    std::vector<Stream> streams_;
-    std::uint64_t uses_ = 0;
+    bool is_broken_ = false;                                             // nothing can be fetched any more
+    std::string failure_ = "the file of fetched blocks cannot be read";  // why the latest fetch failed
+    std::array<Stream, 16> streams_{};                                   // where somebody read on, the latest first
 };
 
 }  // namespace fs::http

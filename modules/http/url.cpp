@@ -10,11 +10,22 @@ namespace fs::http {
 
 namespace {
 
-std::string part_of(CURLU* url, CURLUPart part) {
+using Url = std::unique_ptr<CURLU, void (*)(CURLU*)>;
+
+std::string part_of(const Url& url, CURLUPart part) {
     char* text = nullptr;
-    if (curl_url_get(url, part, &text, 0) != CURLUE_OK) return "";
+    if (curl_url_get(url.get(), part, &text, 0) != CURLUE_OK) return "";
     const std::unique_ptr<char, void (*)(void*)> owner(text, curl_free);
     return text;
+}
+
+/// Null when it is none of http or https. Blanks and the like are encoded.
+Url parse(const std::string& text) {
+    Url url(curl_url(), curl_url_cleanup);
+    if (url && curl_url_set(url.get(), CURLUPART_URL, text.c_str(), CURLU_URLENCODE) != CURLUE_OK) url.reset();
+    const std::string scheme = url ? part_of(url, CURLUPART_SCHEME) : "";
+    if (scheme != "http" && scheme != "https") url.reset();
+    return url;
 }
 
 std::uint64_t fnv1a(const std::string& text, std::uint64_t hash) {
@@ -24,14 +35,17 @@ std::uint64_t fnv1a(const std::string& text, std::uint64_t hash) {
 
 }  // namespace
 
-std::string shown_url(const std::string& url) {
-    const std::unique_ptr<CURLU, void (*)(CURLU*)> parsed(curl_url(), curl_url_cleanup);
-    if (!parsed || curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK) return "";
-    const std::string scheme = part_of(parsed.get(), CURLUPART_SCHEME);
-    if (scheme != "http" && scheme != "https") return "";
+std::string encoded_url(const std::string& text) {
+    const Url url = parse(text);
+    return url ? part_of(url, CURLUPART_URL) : "";
+}
+
+std::string shown_url(const std::string& text) {
+    const Url url = parse(text);
+    if (!url) return "";
     for (const CURLUPart secret : {CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_QUERY, CURLUPART_FRAGMENT})
-        curl_url_set(parsed.get(), secret, nullptr, 0);
-    return part_of(parsed.get(), CURLUPART_URL);
+        curl_url_set(url.get(), secret, nullptr, 0);
+    return part_of(url, CURLUPART_URL);
 }
 
 std::string hashed_name(const std::string& text) {

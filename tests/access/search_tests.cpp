@@ -3,13 +3,9 @@
 
 #include <gmock/gmock.h>
 
-#include <random>
-#include <set>
 #include <string>
 #include <vector>
 
-#include "engine/filesystem/access/parts.h"
-#include "engine/filesystem/contract/name_list.h"
 #include "tests/support/memory_source.h"
 
 namespace {
@@ -50,22 +46,6 @@ TEST_F(Search, FindsDirectoriesByAPartOfTheirName) {
     EXPECT_THAT(take_names(fs::search_substring("TEXT")), ElementsAre("textures/stone/a.dds", "textures/wood/b.dds"));
     EXPECT_THAT(take_names(fs::search_substring("stone")), ElementsAre("textures/stone/a.dds"));
     EXPECT_EQ(fs::search_substring(nullptr), nullptr);
-}
-
-TEST_F(Search, SortsRandomListsLikeASet) {
-    std::mt19937 random(3);
-    for (int round = 0; round < 300; ++round) {
-        std::set<std::vector<unsigned char>> expected;  // names are compared as unsigned bytes
-        FS_NAME* names = nullptr;
-        for (unsigned i = random() % 100; i != 0; --i) {
-            const std::string name(1 + random() % 2, static_cast<char>(random() % 200 + 1));
-            names = fs::new_name("", name, names);
-            expected.insert({name.begin(), name.end()});
-        }
-        std::vector<std::string> sorted;
-        for (const auto& name : expected) sorted.emplace_back(name.begin(), name.end());
-        ASSERT_EQ(take_names(fs::sorted(fs::NameList(names)).release()), sorted) << round;
-    }
 }
 
 TEST_F(Search, ListsTheNativeNamesSourceBySource) {

@@ -119,6 +119,18 @@ TEST_F(WholeFile, WideTextIsMarkedUnitsOrNarrowText) {
         {"\xFF\xFE\x3D\xD8\x61\0"s, half_a + L"a"},
         {"\xFF\xFE\x00\xDE"s, half_b},
         {"narrow", L"narrow"},
+#if !defined(_WIN32)  // where narrow text is UTF-8, and bytes that are none are taken one for one
+        {"a\0z"s, L"a"},
+        {"a\u00e4\u20ac\U0010FFFFz", L"a\u00e4\u20ac\U0010FFFFz"},
+        {"\xF4\x90\x80\x80", L"\u00f4\x90\x80\x80"},
+        {"Stra\xDF.", L"Stra\u00df."},
+        {"\x80x", L"\x80x"},
+        {"x\xE2\x82", L"x\u00e2\x82"},
+        {"\xE2\x82x", L"\u00e2\x82x"},
+        {"\xC0\xAF\xE0\x80\xAF", L"\u00c0\u00af\u00e0\x80\u00af"},
+        {"\xED\xA0\x80", L"\u00ed\u00a0\x80"},
+        {"\xFF\xFF", L"\u00ff\u00ff"},
+#endif
     };
     for (const auto& [bytes, text] : rows) {
         source_->add("w.txt", bytes);

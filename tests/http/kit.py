@@ -32,7 +32,7 @@ class Client:
 
     def start(self, url, cache, pack, threads, *options):
         return subprocess.Popen([self.program, url, cache, pack, str(threads), *options], stdout=subprocess.PIPE,
-                                stderr=subprocess.STDOUT, env=self.environment, cwd=self.where)
+                                stderr=subprocess.STDOUT, env=self.environment, cwd=self.where, restore_signals=False)
 
     def ended(self, label, process, wanted):
         """`wanted` is an expression that all of the output matches."""

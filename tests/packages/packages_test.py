@@ -66,11 +66,12 @@ def check_programs(source, root, where):
         run(compiler, os.path.join(source, "examples", example), "-o", f"{where}/program", *flags)
         run(f"{where}/program", *arguments, env=found, cwd=where)
     build, tool = os.path.join(where, "build"), f"{root}/usr/bin/enginefs"
-    run("cmake", "-S", os.path.join(source, "examples/adapters"), "-B", build, f"-DCMAKE_PREFIX_PATH={root}/usr")
-    run("cmake", "--build", build, "--target", "adapter_istream")
+    for project, target in (("adapters", "adapter_istream"), ("http", "http_host")):
+        run("cmake", "-S", os.path.join(source, "examples", project), "-B", f"{build}/{project}", f"-DCMAKE_PREFIX_PATH={root}/usr")
+        run("cmake", "--build", f"{build}/{project}", "--target", target)
     run(tool, "pack", f"{where}/data.pak", data, env=found)
     name = run(tool, "list", f"{where}/data.pak", env=found).split()[-1]
-    run(f"{build}/adapter_istream", data, f"{where}/data.pak", name, os.path.join(data, name), env=found)
+    run(f"{build}/adapters/adapter_istream", data, f"{where}/data.pak", name, os.path.join(data, name), env=found)
 
 
 def check_zip(path):
@@ -87,8 +88,8 @@ def main(source, build):
         archive, *debs = check_same_bytes(source, build, where)
         if archive.endswith(".zip"):
             return check_zip(archive)
-        if len(debs) != 3:
-            sys.exit(f"not three packages: {debs}")
+        if len(debs) != 4:
+            sys.exit(f"not four packages: {debs}")
         if shutil.which("lintian"):
             run("lintian", "--fail-on", "error,warning", *debs)
         else:

@@ -1,5 +1,3 @@
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
 
 #include "tests/platform/disk.h"
@@ -110,17 +108,6 @@ TEST_F(FileContent, CompleteOverlappedReads) {
         EXPECT_EQ(buffer[0], static_cast<char>('0' + row.offset));
     }
     destroy_overlapped(record);
-}
-
-TEST_F(FileContent, LendADescriptorToTheRunTime) {
-    write_file("file", "content");
-    const File file = File::open("file", for_reading);
-    std::FILE* const stream = fdopen(file.duplicate_descriptor(false), "rb");
-    ASSERT_NE(stream, nullptr);
-    char buffer[16] = {};
-    EXPECT_EQ(std::fread(buffer, 1, sizeof(buffer), stream), 7u);
-    std::fclose(stream);
-    EXPECT_EQ(file.length(), 7u) << "closing the descriptor leaves the file open";
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 
 #include "tests/platform/disk.h"
 
@@ -271,54 +270,6 @@ TEST_F(Files, KeepTimesTo100Nanoseconds) {
     const std::int64_t before = get_attributes("file")->write_time;
     EXPECT_TRUE(set_write_time("file", 0) && set_all_times("file", 0));
     EXPECT_EQ(get_attributes("file")->write_time, before) << "0 is no time";
-}
-
-TEST_F(Files, FailOnOrder) {
-    write_file("file", "0123456789");
-    std::filesystem::create_directory("folder");
-    DirectoryListing listing;
-    char buffer[8];
-    const struct {
-        FaultPoint point;
-        const char* label;
-        std::function<bool(File&)> act;
-    } rows[] = {
-        {FaultPoint::OPEN, "open", [](File&) { return File::open("file", {}).valid(); }},
-        {FaultPoint::READ, "read", [&](File& file) { return file.read_at(buffer, 1, 0) == 1; }},
-        {FaultPoint::WRITE, "write", [&](File& file) { return file.write(buffer, 1) == 1; }},
-        {FaultPoint::SET_END, "set_end", [](File& file) { return file.set_end(); }},
-        {FaultPoint::STAT, "stat", [](File&) { return get_attributes("file").has_value(); }},
-        {FaultPoint::LIST, "list", [&](File&) { return list_directory({"folder"}, listing); }},
-        {FaultPoint::REMOVE, "remove", [](File&) { return remove_file("gone"); }},
-        {FaultPoint::RENAME, "rename", [](File&) { return rename_path("gone", "gone"); }},
-        {FaultPoint::CREATE_DIRECTORY, "mkdir",
-         [](File&) { return create_directory("made") && remove_directory("made"); }},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.label);
-        write_file("other", "0123456789");
-        File file = File::open("other", for_both);
-        const auto act = [&] {
-            write_file("gone", "");
-            return row.act(file);
-        };
-        inject_fault(row.point, 2, Failure::DISK_FULL, false);
-        EXPECT_TRUE(act()) << "before its turn";
-        EXPECT_EQ(outcome(act()), Failure::DISK_FULL);
-        EXPECT_TRUE(act()) << "once only";
-        inject_fault(row.point, 1, Failure::ACCESS_DENIED, true);
-        for (int i = 0; i < 3; ++i) EXPECT_FALSE(act());
-        EXPECT_EQ(fault_hits(), 4u);
-        clear_faults();
-        EXPECT_EQ(fault_hits(), 0u);
-        EXPECT_TRUE(act());
-    }
-    File file = File::open("file", for_both);
-    inject_fault(FaultPoint::WRITE, 1, Failure::NONE, false);
-    inject_fault(FaultPoint::READ, 1, Failure::NONE, false);
-    EXPECT_EQ(file.write("abcd", 4), 2u) << "a short write";
-    EXPECT_EQ(file.read_at(buffer, 8, 0), 4u) << "a short read";
-    EXPECT_EQ(std::string(buffer, 4), "ab23");
 }
 
 }  // namespace

@@ -67,7 +67,7 @@ TEST(MountTable, KeepsFileOrDirectoryOfTheFirstSource) {
     EXPECT_EQ(listed(table, Table::root), (Names{"A", "b", "b-c"}));
     EXPECT_EQ(listed(table, table.lookup(Table::root, "a")), (Names{"below", "Deep"}));
     EXPECT_FALSE(table.find(table.lookup(Table::root, "b"))->is_directory);
-    EXPECT_EQ(table.hidden(), (Names{"a", "b/"}));
+    EXPECT_EQ(table.hidden(), (std::set<std::string>{"a", "b/"}));
     EXPECT_EQ(listed(Table({}), Table::root), Names());
 }
 

@@ -97,8 +97,7 @@ private:
     template <typename Ended>
     bool WaitUntil(Guard& guard, std::uint32_t timeout_ms, Ended ended);
 
-    platform::Mutex staff_lock_;  // guards hiring; taken before lock_, never while a thread is joined
-    std::atomic<bool> is_staffed_{false};
+    platform::Mutex staff_lock_;  // held, before lock_, by who changes workers_; never while a thread is joined
 
     platform::Mutex lock_;                   // guards all that follows
     platform::ConditionVariable work_;       // for workers: something waits, has room or calls back, or they leave
@@ -118,7 +117,6 @@ private:
     std::uint64_t urgent_in_hand_ = 0;
     std::uint64_t calling_back_ = 0;
     std::size_t idle_ = 0;
-    std::size_t waiters_ = 0;
     bool lane_is_idle_ = false;
     bool is_polled_ = false;
     bool is_allowed_ = false;
@@ -129,25 +127,19 @@ private:
 /// False when the time passed first.
 template <typename Ended>
 bool Loader::WaitUntil(Guard& guard, std::uint32_t timeout_ms, Ended ended) {
-    ++waiters_;
-    bool has_ended = true;
-    if (timeout_ms == mt::FOREVER)
-        ended_.wait(guard, ended);
-    else
-        has_ended = ended_.wait_for(guard, std::chrono::milliseconds(timeout_ms), ended);
-    --waiters_;
-    return has_ended;
+    if (timeout_ms != mt::FOREVER) return ended_.wait_for(guard, std::chrono::milliseconds(timeout_ms), ended);
+    ended_.wait(guard, ended);
+    return true;
 }
 
 /// What the calling thread is about; zeros for a thread that has nothing to do with the loader.
 struct LoadThread {
-    platform::PerThread<bool, struct IsLoadWorker> is_worker;
     platform::PerThread<const Load*, struct LoadInHand> in_hand;
     platform::PerThread<std::uint32_t, struct LoadCallbacks> callbacks;  // on the stack
-    platform::PerThread<const void*, struct LoadWorker> worker;
+    platform::PerThread<const void*, struct LoadWorker> worker;          // that it runs
 
     /// Whether a load may wait for what the thread does.
-    bool MayNotWait() const { return is_worker || callbacks != 0; }
+    bool MayNotWait() const { return worker != nullptr || callbacks != 0; }
 };
 LoadThread& this_load_thread();
 

@@ -98,7 +98,7 @@ void Loader::TakeInHand(Load& load) {
 void Loader::LeaveHand(bool was_urgent) {
     --statistics_.in_hand;
     urgent_in_hand_ -= was_urgent ? 1 : 0;
-    if (waiters_ != 0) ended_.notify_all();
+    ended_.notify_all();
     if (!schedule_.IsEmpty()) WakeFor(1, true);
 }
 
@@ -156,7 +156,7 @@ void* Loader::Finish(Load& load, EFSRequestResult::TYPE result) {
     if (load.rank.deadline < LoadClock::now()) ++statistics_.missed_deadlines;
     load.status.Set(EFSRequestState::FINISHED, result);
     if (load.batch != nullptr) load.batch->CountEnd();
-    if (waiters_ != 0) ended_.notify_all();
+    ended_.notify_all();
     return dropped;
 }
 
@@ -177,7 +177,7 @@ void Loader::CallBack(Load& load, Guard& guard) {
     Release(load);
     guard.lock();
     --calling_back_;
-    if (waiters_ != 0) ended_.notify_all();
+    ended_.notify_all();
 }
 
 bool Loader::CallBackFirst(LoadList& from, Guard& guard) {

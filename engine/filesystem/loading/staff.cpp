@@ -43,16 +43,14 @@ LoadThread& this_load_thread() {
 
 /// Without a thread for even one worker there is nobody, and WorkHere serves.
 void Loader::EnsureWorkers() {
-    if (is_staffed_.load(std::memory_order_acquire)) return;
     const std::lock_guard hiring(staff_lock_);
     Guard guard(lock_);
-    if (!is_allowed_ || is_staffed_.load(std::memory_order_relaxed)) return;
+    if (!is_allowed_ || !workers_.empty()) return;
     const SFsLoadSettings settings = settings_;
     guard.unlock();
     Workers hired = Hire(settings);
     guard.lock();
     workers_ = std::move(hired);
-    is_staffed_.store(!workers_.empty(), std::memory_order_release);
 }
 
 /// All that can throw comes before the first thread, which would otherwise have to be told to leave.
@@ -73,7 +71,6 @@ Loader::Workers Loader::Dismiss(Workers successors) {
     for (const auto& worker : workers_) worker->is_leaving = true;
     work_.notify_all();
     lane_work_.notify_all();
-    is_staffed_.store(!successors.empty(), std::memory_order_release);
     return std::exchange(workers_, std::move(successors));
 }
 
@@ -97,7 +94,7 @@ bool Loader::SetSettings(SFsLoadSettings settings) {
     Workers leaving;
     {
         const std::lock_guard hiring(staff_lock_);
-        Workers hired = is_staffed_.load(std::memory_order_relaxed) ? Hire(settings) : Workers();
+        Workers hired = workers_.empty() ? Workers() : Hire(settings);
         const Guard guard(lock_);
         settings_ = settings;
         leaving = Dismiss(std::move(hired));
@@ -136,9 +133,7 @@ void Loader::Stop() {
 
 void Loader::Run(void* worker) {
     Loader& loader = Instance();
-    LoadThread& thread = this_load_thread();
-    thread.is_worker = true;
-    thread.worker = worker;
+    this_load_thread().worker = worker;
     Guard guard(loader.lock_);
     loader.Work(*static_cast<const Worker*>(worker), guard);
 }
@@ -168,20 +163,19 @@ void Loader::WorkHere(Guard& guard) {
     if (is_done_elsewhere) return;
     ErrorScope scope;  // what fails here is told by its load
     tell_of_no_threads();
-    LoadThread& thread = this_load_thread();
-    const bool was_worker = thread.is_worker;
-    thread.is_worker = true;
-    const Worker nobody;
+    const Worker here;
+    const void* const worker_before = this_load_thread().worker;
+    this_load_thread().worker = &here;
     guard.lock();
     for (;;) {
         if (CallBackFirst(to_call_back_, guard)) continue;
         Load* const load = Choose(false);
         if (load == nullptr) break;
-        Serve(*load, nobody, guard);
+        Serve(*load, here, guard);
     }
     works_here_ = false;
     guard.unlock();
-    thread.is_worker = was_worker;
+    this_load_thread().worker = worker_before;
     scope.forget();
 }
 

@@ -1,9 +1,7 @@
 #include "engine/platform/linux/crash_facts.h"
 
 #include <link.h>
-#include <sys/syscall.h>
 #include <ucontext.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <utility>
@@ -72,8 +70,6 @@ int read_registers(const void* context, Register (&out)[most_registers]) {
 #else
 int read_registers(const void*, Register (&)[most_registers]) { return 0; }
 #endif
-
-std::uint64_t kernel_thread_id() { return static_cast<std::uint64_t>(syscall(SYS_gettid)); }
 
 void note_modules() {
     noted.count = 0;

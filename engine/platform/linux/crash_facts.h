@@ -16,8 +16,6 @@ struct Register {
 inline constexpr int most_registers = 33;
 int read_registers(const void* context, Register (&out)[most_registers]);
 
-std::uint64_t kernel_thread_id();
-
 /// One file of code in the process.
 struct Module {
     std::uintptr_t start = 0;

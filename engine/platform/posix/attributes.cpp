@@ -2,8 +2,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-
 #include "engine/platform/files.h"
 #include "engine/platform/posix/file_time.h"
 #include "engine/platform/posix/names.h"
@@ -34,13 +32,10 @@ std::optional<Attributes> get_attributes(const PathAt& path) {
         fail(Failure::NOT_REGULAR);
         return std::nullopt;
     }
-    const std::int64_t write_time = to_file_time(status.st_mtim);
     return Attributes{.is_directory = is_directory,
                       .is_read_only = (status.st_mode & S_IWUSR) == 0,
                       .size = is_directory ? 0 : static_cast<std::uint64_t>(status.st_size),
-                      .write_time = write_time,
-                      // There is no time of creation that can be set; the earlier of the two changes stands for it.
-                      .creation_time = std::min(write_time, to_file_time(status.st_ctim)),
+                      .write_time = to_file_time(status.st_mtim),
                       .access_time = to_file_time(status.st_atim)};
 }
 

@@ -22,7 +22,6 @@ Attributes to_attributes(const Record& record) {
             .is_read_only = has_bits(record.dwFileAttributes, FILE_ATTRIBUTE_READONLY),
             .size = std::uint64_t{record.nFileSizeHigh} << 32 | record.nFileSizeLow,
             .write_time = to_file_time(record.ftLastWriteTime),
-            .creation_time = to_file_time(record.ftCreationTime),
             .access_time = to_file_time(record.ftLastAccessTime)};
 }
 

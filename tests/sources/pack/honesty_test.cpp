@@ -153,6 +153,10 @@ TEST(PackList, TellsWhatTheDirectoryRecordsAndLeavesTheListAloneOnFailure) {
     const Entry entry = packs::deflated_entry("Dir/A.txt", packs::noise(3000, 1));
     EXPECT_TRUE(write_file("test.pak", packs::build({packs::stored_entry("dir/", ""), entry})));
     ztl::vector<SFsPackEntry> entries;
+    {
+        const auto mounted = packs::mount_file("test.pak");
+        ASSERT_TRUE(mounted && fs::list_pack("TEST.pak", entries)) << "a mounted pack had been in use";
+    }
     ASSERT_TRUE(fs::list_pack("test.pak", entries));
     EXPECT_TRUE(write_file("test.pak", "no pack at all, but long enough"));
     EXPECT_FALSE(fs::list_pack("test.pak", entries) || fs::list_pack(nullptr, entries));

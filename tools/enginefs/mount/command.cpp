@@ -3,7 +3,7 @@
 #include <system_error>
 
 #include "commands.h"
-#include "mount/gather.h"
+#include "mount/fuse/sources.h"
 #include "mount/view.h"
 #include "report.h"
 
@@ -44,19 +44,16 @@ bool mount(const Given& given) {
     if (!check_place(given.place, options.place)) return false;
     Detached detached;  // before anything has a thread, since only one goes along
     if (given.detach && !detached.start()) return false;
-    std::vector<ListedPack> packs;
-    if (!list_packs(given.session->sources, packs)) return false;
     // Names of the table alone: the disk itself must not answer for one that is gone.
-    SessionOptions sources = *given.session;
-    sources.fallback = false;
+    SessionOptions options_of_session = *given.session;
+    options_of_session.fallback = false;
     Session session;
-    if (!session.mount(sources)) return false;
-    const auto table = std::make_shared<const Table>(gather(packs));
+    if (!session.mount(options_of_session)) return false;
+    Sources sources(options_of_session);
+    if (given.follow && !sources.watch()) return false;
+    const std::shared_ptr<const Table> table = sources.table();
     tell_hidden(*table);
-    Follower follower(sources, given.follow ? std::move(packs) : std::vector<ListedPack>());
-    packs = {};
-    if (given.follow && !follower.start()) return false;
-    if (given.follow) options.next = [&](const Table& before) { return follower.next(before); };
+    if (given.follow) options.next = [&](const Table& before) { return sources.changes(before); };
     View view(table, given.memory_mib << 20);
     return show_view(view, options, [&] {
         print(given.place + ": " + counted(table->files(), "file", "files") + "\n");

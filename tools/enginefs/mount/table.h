@@ -3,9 +3,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 /// The names of a mounted view, as inodes: numbers from 1, the root, upwards. It never changes once it is made; one that
@@ -22,17 +24,19 @@ public:
         std::string path;      // "/" between names, and at the end of a directory's
         std::uint32_t source;  // its place in asking order
         std::uint64_t size = 0;
-        std::int64_t time = 0;    // of its last change, in ns since 1970
-        bool is_decoded = false;  // its bytes must be unpacked, so that a seek costs
+        std::int64_t time = 0;      // of its last change, in ns since 1970
+        bool is_decoded = false;    // its bytes must be unpacked, so that a seek costs
+        std::uint32_t version = 0;  // another number for what may be other bytes
     };
 
     struct Node {
         std::uint32_t inode = 0;
-        std::uint32_t parent = 0;  // an index, as the next
-        std::uint32_t first = 0;   // child
+        std::uint32_t parent = 0;  // an index of nodes
+        std::uint32_t first = 0;   // child, an index of children
         std::uint32_t count = 0;   // of children
         std::uint32_t source = 0;
-        std::uint32_t name_at = 0;
+        std::uint32_t version = 0;
+        std::uint32_t name_at = 0, key_at = 0;  // a key is a name in lower case
         std::uint16_t name_size = 0;
         bool is_directory = false;
         bool is_decoded = false;
@@ -53,7 +57,7 @@ public:
     /// The inode of a whole name, in any case; 0 when there is none.
     std::uint64_t lookup_path(std::string_view path) const;
 
-    std::string_view name(const Node& node) const { return {names_.data() + node.name_at, node.name_size}; }
+    std::string_view name(const Node& node) const { return {texts_.data() + node.name_at, node.name_size}; }
     /// The whole name of a file or a directory.
     std::string path(std::uint64_t inode) const;
 
@@ -62,14 +66,20 @@ public:
     std::size_t files() const;
     std::uint64_t bytes() const;  // of all files
     /// The paths that were left out, those of directories with "/" at the end.
-    const std::vector<std::string>& hidden() const { return hidden_; }
+    const std::set<std::string>& hidden() const { return hidden_; }
 
 private:
-    class Builder;
+    using Known = std::unordered_map<std::string, std::uint32_t>;  // indices of nodes, by paths in lower case
+
+    std::uint32_t add(Known& known, std::string_view path, bool is_directory, const Item& item, const Table* before);
+    std::uint32_t add_text(std::string_view text);
+    void sort_children();
+    std::string_view key(const Node& node) const { return {texts_.data() + node.key_at, node.name_size}; }
 
     const std::time_t made_;
     std::vector<Node> nodes_;
+    std::vector<std::uint32_t> children_;  // indices of nodes: by directory, and there by key
     std::vector<std::uint32_t> by_inode_;  // indices of nodes; `none` for one that is gone
-    std::string names_;
-    std::vector<std::string> hidden_;
+    std::string texts_;                    // names and keys
+    std::set<std::string> hidden_;
 };

@@ -7,7 +7,6 @@
 #include <string>
 #include <utility>
 
-#include "mount/follow.h"
 #include "mount/table.h"
 #include "mount/window_cache.h"
 
@@ -43,8 +42,8 @@ private:
 struct ViewOptions {
     std::string place;         // the mount point, a full path
     bool allow_other = false;  // other users may look at it
-    /// What has changed, asked again and again by a thread of its own; null: nothing ever does.
-    std::function<Batch(const Table& before)> next = nullptr;
+    /// The table after what has changed, or null, asked again and again by a thread of its own. Null: nothing ever does.
+    std::function<std::shared_ptr<const Table>(const Table& before)> next = nullptr;
 };
 
 /// Shows the view until a signal ends this process's work, or somebody unmounts it. `ready` is called once it can be seen.

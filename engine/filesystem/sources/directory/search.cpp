@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <new>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <engine/filesystem/access/search.h>
@@ -35,16 +34,6 @@ std::vector<std::uint32_t> collect(const NameTable& table, Wanted&& wanted) {
     return {keys.begin(), keys.end()};  // without the buckets
 }
 
-// `wanted` asked of a directory, once for each run of files of one directory.
-template <class Wanted>
-auto once_for_each_run(const NameTable& table, Wanted wanted) {
-    return [&table, wanted, last = NameTable::none, answer = false](std::uint32_t file) mutable {
-        const std::uint32_t dir = table.dir_number(file);
-        if (dir != std::exchange(last, dir)) answer = wanted(table.dir(file));
-        return answer;
-    };
-}
-
 // Puts each file at the front of a list, and tells the search callback. A list comes whole or not at all. Each name has
 // room for `room` bytes; where that is not none, one that does not fit in it is left empty.
 FS_NAME* list_of(const NameTable& table, const std::vector<std::uint32_t>& files, std::size_t room) {
@@ -74,10 +63,8 @@ bool has_extension(std::string_view name, const char* ext) {
 FS_NAME* CWin32_dir::get_file_list(const char* dir, const char* mask, bool recursive) {
     return fs::guarded(dir, static_cast<FS_NAME*>(nullptr), [&] {
         const NameTable& table = state_->names->table;
-        auto in_dir = once_for_each_run(
-            table, [&](std::string_view held) { return fs::directory_answers(held, dir, recursive); });
         const auto wanted = [&](std::uint32_t file) {
-            return in_dir(file) && fs::name_matches(table.name(file), mask);
+            return fs::directory_answers(table.dir(file), dir, recursive) && fs::name_matches(table.name(file), mask);
         };
         return list_of(table, collect(table, wanted), 0);
     });
@@ -87,9 +74,10 @@ FS_NAME* CWin32_dir::search_substring(const char* text) {
     if (!text || *text == '\0') return nullptr;
     return fs::guarded(text, static_cast<FS_NAME*>(nullptr), [&] {
         const NameTable& table = state_->names->table;
-        auto contains = once_for_each_run(table, [&](std::string_view held) {
+        const auto contains = [&](std::uint32_t file) {
+            const std::string_view held = table.dir(file);
             return held.substr(0, held.size() - (held.empty() ? 0 : 1)).find(text) != std::string_view::npos;
-        });
+        };
         return list_of(table, collect(table, contains), fs::path_capacity);
     });
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
 #include <new>
 #include <set>
 #include <string>
@@ -15,6 +16,7 @@
 #include "engine/filesystem/formats/zip.h"
 #include "engine/filesystem/formats/zstd.h"
 #include "engine/filesystem/sources/pack/walk.h"
+#include "engine/platform/lock.h"
 
 namespace fs {
 
@@ -40,6 +42,18 @@ bool is_zip64(const PackEntry& entry) {
 bool is_visible(std::string_view name) {
     return (name.empty() || name.back() != '/') && name.find("/#") == std::string_view::npos;
 }
+
+/// The packs that are in use: nobody can open their files once more, to list them say. Never destroyed, so that late
+/// callers find it.
+struct PacksInUse {
+    platform::Mutex lock;                                                         // guards the packs
+    std::vector<std::pair<std::string, std::weak_ptr<const PackArchive>>> packs;  // by their paths in normal form
+
+    static PacksInUse& get() {
+        static auto& packs = *new PacksInUse;
+        return packs;
+    }
+};
 
 PackTable read_table(const PackStore& store) {
     DirectoryWalk walk(store);
@@ -67,7 +81,21 @@ std::shared_ptr<PackArchive> PackArchive::mount(PackStore store) {
     auto archive = std::make_shared<PackArchive>();
     archive->store_ = std::move(store);
     archive->table_ = read_table(archive->store_);
+    PacksInUse& used = PacksInUse::get();
+    const std::lock_guard guard(used.lock);
+    std::erase_if(used.packs, [](const auto& pack) { return pack.second.expired(); });
+    used.packs.emplace_back(NormalText(archive->store_.path().c_str(), false).c_str(), archive);
     return archive;
+}
+
+std::shared_ptr<const PackArchive> PackArchive::mounted_from(const char* path) {
+    const NormalText wanted(path, false);
+    PacksInUse& used = PacksInUse::get();
+    const std::lock_guard guard(used.lock);
+    for (auto pack = used.packs.rbegin(); pack != used.packs.rend(); ++pack) {
+        if (pack->first == wanted.c_str() && !pack->second.expired()) return pack->second.lock();
+    }
+    return nullptr;
 }
 
 void PackArchive::fill_tree(dir& tree) const {

@@ -29,6 +29,8 @@ class PackArchive {
 public:
     /// Reads the directory of an open pack. May throw std::bad_alloc, or StoredFailure when it is none.
     static std::shared_ptr<PackArchive> mount(PackStore store);
+    /// The latest one that was mounted from this path, in any case, and is still in use; null when there is none.
+    static std::shared_ptr<const PackArchive> mounted_from(const char* path);
     /// Adds the pack's directories. May throw std::bad_alloc.
     void fill_tree(dir& tree) const;
 

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <iterator>
 
-#include "engine/platform/linux/crash_facts.h"
+#include "engine/platform/linux/this_thread.h"
 #include "engine/platform/posix/crash/alternate_stack.h"
 #include "engine/platform/posix/crash/report.h"
 
@@ -69,7 +69,7 @@ void wait_for_report() {
 
 void on_signal(int signal_number, siginfo_t* info, void* context) {
     const int saved_errno = errno;
-    const std::uint64_t self = kernel_thread_id();
+    const std::uint64_t self = this_thread_id();
     std::uint64_t reporter = 0;
     if (state.reporter.compare_exchange_strong(reporter, self)) {
         state.is_writing.store(true);

@@ -19,6 +19,7 @@
 
 #include "engine/platform/bounded_text.h"
 #include "engine/platform/linux/crash_facts.h"
+#include "engine/platform/linux/this_thread.h"
 #include "engine/platform/posix/descriptor.h"
 #include "engine/platform/posix/system_error.h"
 
@@ -97,7 +98,7 @@ void write_head(Report& report, const CrashContext* crash) {
         add_hex(text.add("\nAddress: "), reinterpret_cast<std::uintptr_t>(crash->info->si_addr)).add("\n");
     }
     add_number(text.add("Process: "), static_cast<std::uint64_t>(getpid()));
-    add_number(text.add("\nThread: "), kernel_thread_id()).add("\n");
+    add_number(text.add("\nThread: "), this_thread_id()).add("\n");
     report.write(text.view());
 }
 

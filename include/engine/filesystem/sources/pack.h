@@ -119,8 +119,8 @@ struct SFsPackEntry {
 
 namespace fs {
 
-/// Lists a pack's entries, directories left out, in the order in which the pack records them. A pack that is mounted in
-/// this process is in use.
+/// Lists a pack's entries, directories left out, in the order in which the pack records them. One that is mounted in this
+/// process is listed too; of a pack that a host reads, `native_path` is the name that it was mounted by.
 ///
 /// Returns  false, with the reason in fs::last_error and `out` as it was, when the file is no pack.
 /// Threads  any.

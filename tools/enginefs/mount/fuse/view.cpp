@@ -123,37 +123,28 @@ std::uint64_t inode_at(const Table& table, std::uint64_t directory, std::uint64_
 }
 
 std::size_t add_to_listing(fuse_req_t request, const Table& table, std::uint64_t directory, std::uint64_t place,
-                           bool with_attributes, char* out, std::size_t room) {
+                           char* out, std::size_t room) {
     const std::uint64_t inode = inode_at(table, directory, place);
     fuse_entry_param entry = entry_of(table, inode);
-    const std::string name = place == 0 ? "." : place == 1 ? ".." : std::string(table.name(*table.find(inode)));
-    const auto next = static_cast<off_t>(place + 1);
-    if (!with_attributes) return fuse_add_direntry(request, out, room, name.c_str(), &entry.attr, next);
     if (place < 2) entry.ino = 0;  // the kernel counts no lookup of them
-    return fuse_add_direntry_plus(request, out, room, name.c_str(), &entry, next);
+    const std::string name = place == 0 ? "." : place == 1 ? ".." : std::string(table.name(*table.find(inode)));
+    return fuse_add_direntry_plus(request, out, room, name.c_str(), &entry, static_cast<off_t>(place + 1));
 }
 
-void list(fuse_req_t request, fuse_ino_t directory, std::size_t size, off_t offset, bool with_attributes) {
+void list(fuse_req_t request, fuse_ino_t directory, std::size_t size, off_t offset, fuse_file_info*) {
     answer(request, [&] {
         const std::shared_ptr<const Table> table = table_of(request);
+        if (table->find(directory) == nullptr) return ENOENT;
         std::vector<char> out(size);
         std::size_t used = 0;
-        if (table->find(directory) == nullptr) return ENOENT;
         for (auto place = static_cast<std::uint64_t>(offset); inode_at(*table, directory, place) != 0; ++place) {
             const std::size_t wanted =
-                add_to_listing(request, *table, directory, place, with_attributes, out.data() + used, size - used);
+                add_to_listing(request, *table, directory, place, out.data() + used, size - used);
             if (wanted > size - used) break;
             used += wanted;
         }
         return fuse_reply_buf(request, out.data(), used), 0;
     });
-}
-
-void list_names(fuse_req_t request, fuse_ino_t directory, std::size_t size, off_t offset, fuse_file_info*) {
-    list(request, directory, size, offset, false);
-}
-void list_attributes(fuse_req_t request, fuse_ino_t directory, std::size_t size, off_t offset, fuse_file_info*) {
-    list(request, directory, size, offset, true);
 }
 
 void read(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offset, fuse_file_info*) {
@@ -193,8 +184,7 @@ constexpr fuse_lowlevel_ops operations() {
     out.getattr = get_attributes;
     out.open = open;
     out.opendir = open;
-    out.readdir = list_names;
-    out.readdirplus = list_attributes;
+    out.readdirplus = list;
     out.read = read;
     out.statfs = tell_size;
     return out;
@@ -227,59 +217,39 @@ struct EndSession {
 };
 
 /// Replaces the table for each batch of changes, and then tells the kernel what it must not use any more.
-class FollowThread {
+class Follow {
 public:
-    FollowThread(fuse_session* session, View& view, const ViewOptions& options)
-        : session_(session), view_(view), options_(options) {
-        if (!options.next) return;
-        sigset_t all, before;  // signals are the main thread's
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before);
-        thread_ = std::thread([this] { run(); });
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    }
-    FollowThread(const FollowThread&) = delete;
-    FollowThread& operator=(const FollowThread&) = delete;
-    ~FollowThread() {
-        {
-            const std::lock_guard guard(lock_);
-            is_ended_ = true;
-        }
-        ended_.notify_one();
-        if (thread_.joinable()) thread_.join();
-    }
+    Follow(fuse_session* session, View& view, const ViewOptions& options)
+        : session_(session), view_(view), options_(options) {}
 
-private:
-    void run() {
-        std::unique_lock guard(lock_);
-        while (!ended_.wait_for(guard, poll_every, [this] { return is_ended_; })) {
-            guard.unlock();
+    void run(const std::stop_token& stop) const {
+        std::mutex lock;
+        std::unique_lock guard(lock);
+        for (std::condition_variable_any never;
+             !never.wait_for(guard, stop, poll_every, [] { return false; }) && !stop.stop_requested();) {
             try {
                 take_up();
             } catch (const std::exception& error) {
                 fail("--follow", error.what());
             } catch (const CommandFailed&) {  // and has said so
             }
-            guard.lock();
         }
     }
 
-    void take_up() {
-        const std::shared_ptr<const Table> before = view_.table();
-        const Batch batch = options_.next(*before);
-        if (batch.table == nullptr) return;
-        view_.replace(batch.table);
-        for (const std::uint64_t inode : batch.rewritten) forget(inode);
-        for (const Table::Node& node : before->nodes()) compare(*before, node, *batch.table);
-        for (const Table::Node& node : batch.table->nodes())
-            if (before->find(node.inode) == nullptr) forget_name(*batch.table, node);
+private:
+    void take_up() const {
+        const std::shared_ptr<const Table> before = view_.table(), after = options_.next(*before);
+        if (after == nullptr) return;
+        view_.replace(after);
+        for (const Table::Node& was : before->nodes()) compare(*before, was, *after);
+        for (const Table::Node& is : after->nodes())
+            if (before->find(is.inode) == nullptr) forget_name(*after, is);
     }
 
     void compare(const Table& before, const Table::Node& was, const Table& after) const {
         const Table::Node* const is = after.find(was.inode);
         if (is == nullptr || before.name(was) != after.name(*is)) forget_name(before, was);
-        if (is == nullptr || is->source != was.source || is->size != was.size || is->time != was.time)
-            forget(was.inode);
+        if (is == nullptr || is->source != was.source || is->version != was.version) forget(was.inode);
     }
 
     void forget(std::uint64_t inode) const {
@@ -300,11 +270,18 @@ private:
     fuse_session* const session_;
     View& view_;
     const ViewOptions& options_;
-    std::mutex lock_;  // guards the next
-    bool is_ended_ = false;
-    std::condition_variable ended_;
-    std::thread thread_;
 };
+
+/// Ends with what it returns. Signals are the main thread's.
+std::jthread start_following(fuse_session* session, View& view, const ViewOptions& options) {
+    if (!options.next) return {};
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    std::jthread thread([follow = Follow(session, view, options)](const std::stop_token& stop) { follow.run(stop); });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return thread;
+}
 
 }  // namespace
 
@@ -324,7 +301,7 @@ bool show_view(View& view, const ViewOptions& options, const std::function<void(
         return fail(options.place, "it cannot be mounted: " + reason_of_failure());
     fuse_set_log_func(nullptr);
     malloc_trim(0);  // what gathering the names took
-    const FollowThread following(session.get(), view, options);
+    const std::jthread following = start_following(session.get(), view, options);
     ready();
     fuse_loop_config threads{.clone_fd = 0, .max_idle_threads = 10};
     const int ended = fuse_session_loop_mt(session.get(), &threads);

@@ -1,9 +1,7 @@
 #include "engine/filesystem/sources/directory/mount/ahead.h"
 
 #include <algorithm>
-#include <functional>
 #include <iterator>
-#include <new>
 #include <thread>
 #include <utility>
 
@@ -16,7 +14,7 @@ namespace {
 
 constexpr std::size_t worth_a_thread = 32;  // directories
 constexpr std::size_t window = 8;           // how many of the next directories are listed ahead
-constexpr std::size_t slot_limit = 32;      // a scan in the depth leaves those of the upper directories waiting
+constexpr std::size_t most_ahead = 32;      // a scan in the depth leaves those of the upper directories waiting
 
 // A directory's time stamp counts in steps of up to two seconds on some file systems: a change within that time of the
 // last one may leave no trace.
@@ -41,21 +39,22 @@ ListingAhead::~ListingAhead() {
     thread_.Join();
 }
 
-void ListingAhead::list_now(const std::string& path, Listed& out) const {
-    const platform::PathAt at = path_at(path.c_str(), root_.text.size(), root_.handle.get());
-    if (with_times_) out.times = recorded_times(at);
-    out.is_complete = platform::list_directory(at, out.items);
-    if (!out.is_complete) out.error = platform::last_error();
+void ListingAhead::list_now(Directory& directory) const {
+    const platform::PathAt at = path_at(directory.path.c_str(), root_.text.size(), root_.handle.get());
+    if (with_times_) directory.times = recorded_times(at);
+    directory.is_complete = platform::list_directory(at, directory.items);
+    if (!directory.is_complete) directory.error = platform::last_error();
 }
 
-std::size_t ListingAhead::add(const Directory& parent, const platform::DirectoryListing& items) {
-    std::vector<Directory> found;
-    for (const platform::DirectoryItem& item : items.items()) {
+std::size_t ListingAhead::add(const Directory& parent) {
+    std::vector<DirectoryPtr> found;
+    for (const platform::DirectoryItem& item : parent.items.items()) {
         if (!item.is_directory || is_passed_over(item)) continue;
-        std::string path;
-        path.reserve(parent.path.size() + item.length + 1);
-        path.append(parent.path).append(item.name, item.length).append("/");
-        found.push_back({.path = std::move(path), .is_link = item.is_link});
+        auto directory = std::make_unique<Directory>();
+        directory->path.reserve(parent.path.size() + item.length + 1);
+        directory->path.append(parent.path).append(item.name, item.length).append("/");
+        directory->is_link = item.is_link;
+        found.push_back(std::move(directory));
     }
     if (found.empty()) return 0;
     std::size_t waiting = 0;
@@ -78,16 +77,15 @@ std::size_t ListingAhead::add(const Directory& parent, const platform::Directory
 bool ListingAhead::is_worth_waking() const {
     if (!is_idle_) return false;
     const auto first = waiting_.end() - static_cast<std::ptrdiff_t>(std::min(window, waiting_.size()));
-    return static_cast<std::size_t>(std::count_if(first, waiting_.end(), std::mem_fn(&Directory::may_be_listed))) >=
-           window / 2;
+    const auto may_be_listed = [](const DirectoryPtr& directory) { return directory->may_be_listed(); };
+    return static_cast<std::size_t>(std::count_if(first, waiting_.end(), may_be_listed)) >= window / 2;
 }
 
-ListingAhead::Directory ListingAhead::take_next() {
+ListingAhead::DirectoryPtr ListingAhead::take_next() {
     const std::lock_guard guard(lock_);
-    if (taken_ != nullptr) free_.push_back(taken_);
-    Directory next = std::move(waiting_.back());
+    DirectoryPtr next = std::move(waiting_.back());
     waiting_.pop_back();
-    taken_ = next.slot;
+    if (next->is_begun) --ahead_;
     if (is_worth_waking()) {
         is_idle_ = false;
         has_work_.notify_one();
@@ -95,62 +93,52 @@ ListingAhead::Directory ListingAhead::take_next() {
     return next;
 }
 
-const ListingAhead::Listed& ListingAhead::list(const Directory& directory) {
-    Slot* const slot = directory.slot;
-    if (slot == nullptr) {
-        list_now(directory.path, own_);
-        return own_;
-    }
+void ListingAhead::list(Directory& directory) {
     std::unique_lock guard(lock_);
-    while (!slot->is_done) {
+    if (!directory.is_begun) {
+        guard.unlock();
+        return list_now(directory);
+    }
+    while (!directory.is_done) {
         // Instead of waiting for the other thread, the next directory behind is listed.
-        if (Slot* const other = begin_another()) {
+        if (Directory* const other = begin_another()) {
             guard.unlock();
-            list_now(other->path, other->listed);
+            list_now(*other);
             guard.lock();
             other->is_done = true;
         } else {
-            is_listed_.wait(guard, [&] { return slot->is_done; });
+            is_listed_.wait(guard, [&] { return directory.is_done; });
         }
     }
-    return slot->listed;
 }
 
-/// A slot for the next directory that nobody lists; null when there is none, or when there are too many listings about.
-ListingAhead::Slot* ListingAhead::begin_another() {
+/// The next directory that nobody lists; null when there is none, or when there are too many listings about.
+ListingAhead::Directory* ListingAhead::begin_another() {
+    if (ahead_ == most_ahead) return nullptr;
     const auto end = waiting_.rbegin() + static_cast<std::ptrdiff_t>(std::min(window, waiting_.size()));
-    const auto next = std::find_if(waiting_.rbegin(), end, std::mem_fn(&Directory::may_be_listed));
+    const auto next =
+        std::find_if(waiting_.rbegin(), end, [](const DirectoryPtr& directory) { return directory->may_be_listed(); });
     if (next == end) return nullptr;
-    if (free_.empty()) {
-        if (slots_.size() == slot_limit) return nullptr;
-        free_.reserve(slots_.size() + 1);
-        slots_.push_back(std::make_unique<Slot>());
-        free_.push_back(slots_.back().get());
-    }
-    Slot* const slot = free_.back();
-    slot->path = next->path;
-    slot->is_done = false;
-    free_.pop_back();
-    return next->slot = slot;
+    ++ahead_;
+    (*next)->is_begun = true;
+    return next->get();
 }
 
-// Without memory for a slot the thread ends, and the scan goes on alone.
-void ListingAhead::work() try {
+void ListingAhead::work() {
     std::unique_lock guard(lock_);
     while (!is_stopping_) {
-        Slot* const slot = begin_another();
-        if (slot == nullptr) {
+        Directory* const directory = begin_another();
+        if (directory == nullptr) {
             is_idle_ = true;
             has_work_.wait(guard, [&] { return !is_idle_ || is_stopping_; });
             continue;
         }
         guard.unlock();
-        list_now(slot->path, slot->listed);
+        list_now(*directory);
         guard.lock();
-        slot->is_done = true;
+        directory->is_done = true;
         is_listed_.notify_one();
     }
-} catch (const std::bad_alloc&) {
 }
 
 }  // namespace fs

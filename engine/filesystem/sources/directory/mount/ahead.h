@@ -17,60 +17,55 @@ namespace fs {
 
 /// The directories that a scan has yet to enter. Those that come next are listed on a second thread while the scan enters the
 /// names of those before. The thread is started when there is enough to list and a core to run it on; without it the
-/// caller's thread lists everything, with the same results. What adds or lists may throw std::bad_alloc.
+/// caller's thread lists everything, with the same results. What adds may throw std::bad_alloc.
 ///
 /// Threads  one thread uses the object; the second one is its own.
 class ListingAhead {
 public:
-    struct Listed {
+    struct Directory {
+        std::string path;  // native; ends in "/" unless it is the current one
+        bool is_link = false;
+
+        // What is in it, once it was listed.
         platform::DirectoryListing items;
         platform::DirectoryTimes times;  // as dir_listing keeps them; only where times are wanted
         bool is_complete = false;        // read to its end
         platform::Error error;           // else why not
-    };
-    struct Slot {
-        std::string path;
-        Listed listed;
+
+        // Guarded by the lock while it waits.
+        bool is_begun = false;  // somebody lists it
         bool is_done = false;
-    };
-    struct Directory {
-        std::string path;  // native; ends in "/" unless it is the current one
-        bool is_link = false;
-        Slot* slot = nullptr;  // of its listing, when it is being made or waits to be asked for
 
         /// Links are looked at before they are entered, and over-long paths never are.
-        bool may_be_listed() const { return slot == nullptr && !is_link && path.size() <= platform::max_path_bytes; }
+        bool may_be_listed() const { return !is_begun && !is_link && path.size() <= platform::max_path_bytes; }
     };
+    using DirectoryPtr = std::unique_ptr<Directory>;
 
     ListingAhead(const NativeRoot& root, bool with_times) : root_(root), with_times_(with_times) {}
     ListingAhead(const ListingAhead&) = delete;
     ListingAhead& operator=(const ListingAhead&) = delete;
     ~ListingAhead();
 
-    /// Adds those of `items` that are directories for a scan, which lie in `parent`: they come next, in this order. Answers
-    /// how many they are.
-    std::size_t add(const Directory& parent, const platform::DirectoryListing& items);
+    /// Adds what lies in `parent` and is a directory for a scan: they come next, in this order. Answers how many they are.
+    std::size_t add(const Directory& parent);
     /// Takes out the directory that comes next.
-    Directory take_next();
-    /// What a directory holds that was taken out last, or was never added. Valid until the next call of take_next.
-    const Listed& list(const Directory& directory);
+    DirectoryPtr take_next();
+    /// Fills in what a directory holds that was taken out, or was never added. Never throws.
+    void list(Directory& directory);
 
 private:
     void work();
-    Slot* begin_another();
+    Directory* begin_another();
     bool is_worth_waking() const;
-    void list_now(const std::string& path, Listed& out) const;
+    void list_now(Directory& directory) const;
 
     const NativeRoot& root_;
     const bool with_times_;
-    Listed own_;
-    Slot* taken_ = nullptr;  // that of the directory taken out last
     bool was_started_ = false;
 
-    platform::Mutex lock_;            // guards what follows
-    std::vector<Directory> waiting_;  // the last is next
-    std::vector<std::unique_ptr<Slot>> slots_;
-    std::vector<Slot*> free_;  // with room for all slots
+    platform::Mutex lock_;               // guards what follows
+    std::vector<DirectoryPtr> waiting_;  // the last is next
+    std::size_t ahead_ = 0;              // of those, how many are begun
     bool is_idle_ = false;
     bool is_stopping_ = false;
 

@@ -28,7 +28,7 @@ public:
           listing_(listing),
           ahead_(state.native_root, listing != nullptr) {}
 
-    void enter(const ListingAhead::Directory& directory, fs::dir& node);
+    void enter(ListingAhead::Directory& directory, fs::dir& node);
 
 private:
     struct Chained {
@@ -51,16 +51,16 @@ private:
     std::size_t links_on_chain_ = 0;
 };
 
-void Scan::enter(const ListingAhead::Directory& directory, fs::dir& node) {
-    const ListingAhead::Listed& listed = ahead_.list(directory);
+void Scan::enter(ListingAhead::Directory& directory, fs::dir& node) {
+    ahead_.list(directory);
     const std::string_view below_root = std::string_view(directory.path).substr(state_.native_root.text.size());
-    if (listing_) listing_->add_directory(below_root, listed.times);
-    if (!listed.is_complete) note_unlisted(below_root, listed.error);
-    enter_files(listed.items, to_.table.intern_dir(below_root));
+    if (listing_) listing_->add_directory(below_root, directory.times);
+    if (!directory.is_complete) note_unlisted(below_root, directory.error);
+    enter_files(directory.items, to_.table.intern_dir(below_root));
+    std::size_t left = recursive_ ? ahead_.add(directory) : 0;
+    directory.items.clear();
     chain_.push_back({directory.path.c_str(), std::nullopt});
-    for (std::size_t left = recursive_ ? ahead_.add(directory, listed.items) : 0; left > 0; --left) {
-        enter_next_below(directory, node);
-    }
+    for (; left > 0; --left) enter_next_below(directory, node);
     chain_.pop_back();
 }
 
@@ -81,7 +81,8 @@ void Scan::enter_files(const platform::DirectoryListing& listing, std::uint32_t 
 }
 
 void Scan::enter_next_below(const ListingAhead::Directory& parent, fs::dir& node) {
-    const ListingAhead::Directory next = ahead_.take_next();
+    const ListingAhead::DirectoryPtr taken = ahead_.take_next();
+    ListingAhead::Directory& next = *taken;
     if (next.path.size() > platform::max_path_bytes) {
         const std::string_view below = std::string_view(next.path).substr(state_.native_root.text.size());
         to_.note_too_long(below.substr(0, below.size() - 1), "");
@@ -130,7 +131,9 @@ void scan_directory(const DirectoryState& state, MountedNames& to, std::string_v
                     dir_listing* listing) {
     NativePath path;
     if (!build_native_path(state.native_root, dir, {}, path)) return;
-    Scan(state, to, recursive, listing).enter({.path = std::string(path.view())}, node);
+    ListingAhead::Directory directory;
+    directory.path = path.view();
+    Scan(state, to, recursive, listing).enter(directory, node);
 }
 
 void keep_unlisted(const DirectoryState& state, MountedNames& before, MountedNames& to) {

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+
+#include <engine/filesystem.h>
+
+#include "mount/view.h"
+#include "session.h"
+
+/// The mounted sources of a session: what they show, and what changes there.
+/// Threads  one at a time.
+class Sources {
+public:
+    explicit Sources(const SessionOptions& session) : session_(session) {}
+
+    /// Every file, from the source that wins, and the directories. Throws CommandFailed when a pack cannot be listed.
+    std::shared_ptr<const Table> table() { return next_table(nullptr, {}, false); }
+
+    /// Has them follow the disk. False, with a word on standard error, when one cannot be watched.
+    bool watch() const;
+    /// The table after what has changed on the disk, which is asked for no more than that; null where nothing has.
+    std::shared_ptr<const Table> changes(const Table& before);
+
+private:
+    struct Pack {
+        ztl::vector<SFsPackEntry> entries;
+        std::uint32_t version = 0;
+    };
+
+    std::shared_ptr<const Table> next_table(const Table* before, const std::set<std::string>& changed, bool is_lost);
+    const Pack& listed(const std::string& pack);
+    std::string spelled(const std::string& directory) const;
+
+    const SessionOptions& session_;
+    std::uint32_t version_ = 0;          // of what is looked at now
+    std::map<std::string, Pack> packs_;  // by their places
+    std::string said_;                   // of the latest poll that failed
+};
