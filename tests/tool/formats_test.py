@@ -22,7 +22,8 @@ TREE = chunk(b"TREE", 1, chunk(b"data", 3, b"12345") + chunk(b"NODE", 2, chunk(b
 
 def gzip_members(tool):
     tool.write("root/plain.txt", PLAIN)
-    tool.run("gzip plain.txt plain.gz")
+    tool.table(("gzip plain.txt plain.gz",), ("gzip plain.txt readme.txt zipped/",), ("gunzip zipped/*.gz unzipped/",))
+    tool.is_file("root/unzipped/plain.txt", PLAIN)
     tool.check(gzip.decompress(tool.read("root/plain.gz")) == PLAIN, "gzip: another reader reads something else")
     whole = gzip.compress(PLAIN, mtime=0)
     for name, data, plain in (("two", whole + gzip.compress(b"more"), PLAIN + b"more"), ("padded", whole + bytes(5000), PLAIN),
@@ -67,7 +68,7 @@ def containers(tool):
                ("container ls c.mc First", 0, r"~0x00000010 +%d +\d+  deflated\n" % len(PLAIN)),
                ("container get c.mc First 16", 0, PLAIN), ("container get c.mc Second 0x11 got.txt",),
                ("container get c.mc Second twelve", 2, "", "this is no hash"), ("container rm c.mc Second 17",),
-               ("container compact c.mc", 0, r"~^c.mc: \d+ bytes regained\n$"),
+               ("container compact *.mc", 0, r"~^c.mc: \d+ bytes regained\n$"),
                ("container verify c.mc", 0, "c.mc: 1 blob, all good\n"), ("container", 2, "", "subcommand"))
     tool.is_file("root/got.txt", b"hello\n")
     tool.table(("container put c.mc Se/cond 0xfffffffF readme.txt",), ("container export c.mc blobs", 0, "blobs: 2 blobs\n"),
@@ -81,7 +82,7 @@ def containers(tool):
     rotten[len(rotten) // 2] ^= 0x55
     tool.write("root/rotten.mc", bytes(rotten))
     tool.write("root/cut.mc", bytes(rotten[:-1]))
-    tool.fails(("container get c.mc Second 18", "there is no blob 0x00000012 in container \"Second\""),
+    tool.fails(("container get c.mc Second 18", "enginefs: c.mc: container \"Second\", blob 0x00000012: The container has no blob"),
                ("container rm c.mc Third", "enginefs: c.mc: "), ("container ls zebra.mc", "enginefs: zebra.mc: "),
                ("container verify rotten.mc", "enginefs: rotten.mc: "),
                ("container put readme.txt First 1 plain.txt", "enginefs: readme.txt: "),

@@ -1,4 +1,5 @@
 """What the tests of enginefs share: the tool over a small tree of its own, and what its runs are held against."""
+import glob
 import os
 import re
 import shutil
@@ -25,6 +26,10 @@ class Tool:
     def read(self, name):
         with open(self.path(name), "rb") as data:
             return data.read()
+
+    def files(self):
+        """Every file by its path, with its bytes."""
+        return {path: self.read(path) for path in glob.glob(self.path("**"), recursive=True) if os.path.isfile(path)}
 
     def check(self, holds, what):
         if not holds:

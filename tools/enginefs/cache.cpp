@@ -12,6 +12,7 @@
 
 #include "commands.h"
 #include "names.h"
+#include "output.h"
 #include "report.h"
 #include "result.h"
 
@@ -78,9 +79,7 @@ bool show_listings(const std::vector<Recorded>& listings) {
 bool build(const Given& given) {
     const std::string dir = directory_of(given);
     if (given.session->sources.empty()) fail_usage("cache build", "nothing to record: give the directories with --add");
-    std::error_code error;
-    stdfs::create_directories(fs::to_path(dir), error);
-    if (!stdfs::is_directory(fs::to_path(dir), error)) return fail(dir, "it cannot be made a directory");
+    if (!make_directory(dir, fs::to_path(dir))) return false;
     Session session;
     if (!session.mount(*given.session)) return false;
     const std::vector<Recorded> listings = listings_in(dir);
@@ -98,13 +97,11 @@ bool show(const Given& given) {
 }
 
 bool drop(const Given& given) {
-    bool good = true;
-    for (const Recorded& listing : listings_in(directory_of(given), true)) {
+    return for_all(listings_in(directory_of(given), true), [](const Recorded& listing) {
         std::error_code error;
-        if (!stdfs::remove(fs::to_path(listing.path), error))
-            good = fail(listing.path, "it cannot be removed: " + error.message());
-    }
-    return good;
+        return stdfs::remove(fs::to_path(listing.path), error) ||
+               fail(listing.path, "it cannot be removed: " + error.message());
+    });
 }
 
 }  // namespace

@@ -124,7 +124,8 @@ private:
 
 bool chunks(const Name& given) {
     fs::cachedrdfile file(window_size);
-    return attempt(given.name, "no source holds it", [&] { return file.open(given.name.c_str(), EFSMode::READ); }) &&
+    fs::clear_error();
+    return (file.open(given.name.c_str(), EFSMode::READ) || fail_to_read(given.name)) &&
            ChunkPrinter(file, given.name).print_tree(file.length());
 }
 

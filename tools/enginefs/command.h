@@ -54,11 +54,11 @@ public:
         return added;
     }
 
-    /// One that takes names and patterns and then a new name, or a directory for files under their own; calls `run` for
-    /// each of the files.
-    void add_moving(const char* name, const char* help, bool (*run)(const FromTo&)) {
-        const auto added =
-            add_running<Names>(name, help, [run](const Names& given) { return for_each_target(given.names, run); });
+    /// One that takes names and patterns and then a new name, or a directory for files under what `rename` makes of their
+    /// own; calls `run` for each of the files.
+    void add_moving(const char* name, const char* help, bool (*run)(const FromTo&), Rename rename = nullptr) {
+        const auto added = add_running<Names>(
+            name, help, [=](const Names& given) { return for_each_target(given.names, run, rename); });
         added->add_option("NAMES", added.given.names, "Files, and last the whole new name, or a directory for them")
             ->required()
             ->expected(2, -1);
@@ -66,13 +66,13 @@ public:
 
     /// Lets a command that lists be asked for other forms than lines; `first` is what -0 prints.
     template <class Given>
-    void add_json(const Added<Given>& added) {
-        added->add_flag("--json", style_.json, "As a JSON array of objects");
+    CLI::Option* add_json(const Added<Given>& added) {
+        return added->add_flag("--json", style_.json, "As a JSON array of objects");
     }
     template <class Given>
     void add_forms(const Added<Given>& added, const std::string& first) {
-        add_json(added);
-        added->add_flag("-0,--null", style_.zero, first + " alone, with a zero byte behind each");
+        added->add_flag("-0,--null", style_.zero, first + " alone, with a zero byte behind each")
+            ->excludes(add_json(added));
     }
     /// The same for one that lists files.
     template <class Given>

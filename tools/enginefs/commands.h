@@ -8,7 +8,6 @@ void add_content_commands(Commands& commands);
 void add_pack_commands(Commands& commands);
 void add_unpack_commands(Commands& commands);
 void add_diff_commands(Commands& commands);
-void add_stream_commands(Commands& commands);
 void add_chunk_commands(Commands& commands);
 void add_manage_commands(Commands& commands);
 void add_duplicates_command(Commands& commands);

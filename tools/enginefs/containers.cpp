@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cinttypes>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <system_error>
 
@@ -49,25 +50,25 @@ std::uint32_t hash_of(const std::string& text) {
 std::string hash_text(std::uint32_t hash) { return formatted("0x%08" PRIx32, hash); }
 
 bool open(CFileHashMultiContainer& all, const std::string& file, bool writable) {
-    return (!writable || names_itself(file)) &&
-           attempt(file, "it cannot be opened", [&] { return all.Open(file.c_str(), writable); });
+    if (writable && !names_itself(file)) return false;
+    fs::clear_error();
+    return all.Open(file.c_str(), writable) || fail_to_read(file);
 }
 
-/// Says so where the blob is missing, and why where it cannot even be looked for.
-bool has_blob(const CFileHashMultiContainer& all, const Arguments& given, std::uint32_t hash) {
-    fs::clear_error();
-    if (all.Exists(given.container.c_str(), hash)) return true;
-    const std::string missing = "there is no blob " + hash_text(hash) + " in container \"" + given.container + "\"";
-    return fs::last_error().code == EFSError::NOT_FOUND ? fail(given.file, missing)
-                                                        : fail_with_last_error(given.file, missing);
+/// How what is in a file is told of.
+std::string told(const std::string& file, const std::string& container) {
+    return file + ": container \"" + container + "\"";
+}
+std::string told(const std::string& file, const std::string& container, std::uint32_t hash) {
+    return told(file, container) + ", blob " + hash_text(hash);
 }
 
 bool list_one(const CFileHashMultiContainer& all, const Arguments& given, const std::string& container, bool blobs,
               Listing& listing) {
     ztl::vector<SBlobInfo> found;
-    fs::clear_error();
-    if (!all.ListBlobs(container.c_str(), found))
-        return fail_with_last_error(given.file, "there is no container \"" + container + "\"");
+    if (!attempt(told(given.file, container), "it cannot be listed",
+                 [&] { return all.ListBlobs(container.c_str(), found); }))
+        return false;
     std::string lines = shown(container) + "  " + counted(found.size(), "blob", "blobs");
     for (std::size_t i = 0; blobs && i < found.size(); ++i)
         lines += formatted("\n    %s %12" PRIu64 " %12" PRIu64 "  %s", hash_text(found[i].hash).c_str(), found[i].size,
@@ -84,8 +85,8 @@ bool list_one(const CFileHashMultiContainer& all, const Arguments& given, const 
     return true;
 }
 
-ztl::vector<fs::string> containers_of(const CFileHashMultiContainer& all, const Arguments& given) {
-    return ask(given.file, [&] {
+ztl::vector<fs::string> containers_of(const CFileHashMultiContainer& all, const std::string& file) {
+    return ask(file, [&] {
         ztl::vector<fs::string> containers;
         all.ListContainers(containers);
         return containers;
@@ -97,12 +98,11 @@ bool list(const Arguments& given) {
     if (!open(all, given.file, false)) return false;
     Listing listing;
     if (!given.container.empty()) return list_one(all, given, given.container, true, listing) && listing.finish();
-    const ztl::vector<fs::string> containers = containers_of(all, given);
-    bool good = true;
-    for (const fs::string& container : containers)
-        good = list_one(all, given, container, given.long_form, listing) && good;
+    const auto list = [&](const std::string& container) {
+        return list_one(all, given, container, given.long_form, listing);
+    };
     SMultiContainerStats stats;
-    if (!good || !all.GetStats(stats)) return false;
+    if (!for_all(containers_of(all, given.file), list) || !all.GetStats(stats)) return false;
     listing.note(counted(stats.containers, "container", "containers") + ", " + counted(stats.blobs, "blob", "blobs") +
                  ", " + std::to_string(stats.live_bytes) + " bytes live, " + std::to_string(stats.wasted_bytes) +
                  " wasted");
@@ -112,10 +112,11 @@ bool list(const Arguments& given) {
 bool get(const Arguments& given) {
     const std::uint32_t hash = hash_of(given.hash);
     CFileHashMultiContainer all;
-    if (!open(all, given.file, false) || !has_blob(all, given, hash)) return false;
     ztl::vector<unsigned char> blob;
-    if (!all.Fetch(given.container.c_str(), hash, blob))
-        return fail_with_last_error(given.file, "blob " + hash_text(hash) + " cannot be fetched");
+    const auto fetch = [&] { return all.Fetch(given.container.c_str(), hash, blob); };
+    if (!open(all, given.file, false) ||
+        !attempt(told(given.file, given.container, hash), "it cannot be fetched", fetch))
+        return false;
     if (given.name.empty()) return print_bytes(blob.data(), blob.size());
     Output out;
     return out.open(given.name) && out.write(blob.data(), blob.size()) && out.finish();
@@ -125,99 +126,95 @@ bool load(const std::string& name, std::vector<char>& data) {
     const fs::file_ptr file = open_file(name);
     if (file == nullptr) return false;
     const std::uint64_t length = fs::length(file.get());
-    if (length > 0xFFFFFFFFu) return fail(name, "a blob holds at most 4294967295 bytes");
-    data.reserve(static_cast<std::size_t>(length));
-    return read_to_end(file.get(), name, [&data](const char* bytes, std::uint64_t size) {
+    if (length != failed && length > 0xFFFFFFFFu) return fail(name, "a blob holds at most 4294967295 bytes");
+    Progress progress("read " + name, length, true);
+    return read_to_end(file.get(), name, [&](const char* bytes, std::uint64_t size) {
+        progress.add(size);
         data.insert(data.end(), bytes, bytes + size);
         return true;
     });
 }
 
-/// A file that goes with this unless it is to stay.
-class NewFile {
-public:
-    NewFile(const char* name, bool stays) : name_(name), stays_(stays) {}
-    NewFile(const NewFile&) = delete;
-    NewFile& operator=(const NewFile&) = delete;
-    ~NewFile() {
-        if (!stays_) fs::rem_file(name_);
-    }
-
-    void keep() { stays_ = true; }
-
-private:
-    const char* const name_;
-    bool stays_;
+struct RemoveFile {
+    void operator()(const char* name) const { fs::rem_file(name); }
 };
 
-/// Calls `add` with a file that is there or made, and saves what it adds: all or nothing. Ctrl-C waits for that.
+/// Calls `add` with a file that is there or made, and saves what it adds: all or nothing.
 bool add_to(const std::string& name, const std::function<bool(CFileHashMultiContainer&)>& add) {
     if (!names_itself(name)) return false;
     const Interruption interruption;
     const char* const file = name.c_str();
     // Only what is not there is made: a file that is damaged, or something else, is not written over.
     const bool is_new = !fs::exists(file);
-    NewFile made(file, !is_new);
+    std::unique_ptr<const char, RemoveFile> made(is_new ? file : nullptr);
     CFileHashMultiContainer all;
     const auto open_or_create = [&] { return is_new ? all.Create(file) : all.Open(file, true); };
-    if (!attempt(name, "it cannot be opened for writing", open_or_create) || !add(all) ||
-        !attempt(name, "it cannot be saved", [&] { return all.Save(); }))
-        return false;
-    made.keep();
+    if (!attempt(name, "it cannot be opened for writing", open_or_create) || !add(all)) return false;
+    if (Interruption::requested()) return fail(name, "interrupted; it is as it was");
+    if (!attempt(name, "it cannot be saved", [&] { return all.Save(); })) return false;
+    static_cast<void>(made.release());
     return true;
+}
+
+bool put_blob(CFileHashMultiContainer& all, const Arguments& given, const std::string& container, std::uint32_t hash,
+              const std::vector<char>& data) {
+    return attempt(told(given.file, container, hash), "it cannot be added",
+                   [&] { return all.Put(container.c_str(), hash, data.data(), data.size(), given.deflate); });
 }
 
 bool put(const Arguments& given) {
     const std::uint32_t hash = hash_of(given.hash);
     std::vector<char> data;
-    return load(given.name, data) && add_to(given.file, [&](CFileHashMultiContainer& all) {
-               return attempt(given.file, "the blob cannot be added", [&] {
-                   return all.Put(given.container.c_str(), hash, data.data(), data.size(), given.deflate);
-               });
-           });
+    const auto add = [&](CFileHashMultiContainer& all) { return put_blob(all, given, given.container, hash, data); };
+    return load(given.name, data) && add_to(given.file, add);
 }
 
 bool remove(const Arguments& given) {
     const Interruption interruption;
+    const char* const container = given.container.c_str();
     const bool one_blob = !given.hash.empty();
     const std::uint32_t hash = one_blob ? hash_of(given.hash) : 0;
+    const std::string what = one_blob ? told(given.file, container, hash) : told(given.file, container);
     CFileHashMultiContainer all;
-    if (!open(all, given.file, true) || (one_blob && !has_blob(all, given, hash))) return false;
-    const char* const container = given.container.c_str();
-    if (!(one_blob ? all.Remove(container, hash) : all.RemoveContainer(container)))
-        return fail_with_last_error(given.file, "there is no container \"" + given.container + "\"");
-    return all.Save() || fail_with_last_error(given.file, "it cannot be saved");
+    const auto remove_it = [&] { return one_blob ? all.Remove(container, hash) : all.RemoveContainer(container); };
+    return open(all, given.file, true) && attempt(what, "it cannot be removed", remove_it) &&
+           attempt(given.file, "it cannot be saved", [&] { return all.Save(); });
 }
 
-bool compact(const Arguments& given) {
+bool compact(const Name& given) {
     const Interruption interruption;
     CFileHashMultiContainer all;
-    if (!open(all, given.file, true)) return false;
     SMultiContainerStats before;
-    all.GetStats(before);
-    return attempt(given.file, "it cannot be compacted", [&] { return all.Compact(); }) &&
-           print(given.file + ": " + std::to_string(before.wasted_bytes) + " bytes regained\n");
+    const auto count = [&] { return all.GetStats(before); };
+    if (!open(all, given.name, true) || !attempt(given.name, "it cannot be compacted", count)) return false;
+    Progress progress("compact " + given.name, before.live_bytes, true);
+    const auto tell = [](std::uint64_t done, std::uint64_t, void* user) {
+        static_cast<Progress*>(user)->reach(done);
+        return !Interruption::requested();
+    };
+    return attempt(given.name, "it cannot be compacted", [&] { return all.Compact(tell, &progress); }) &&
+           print(shown(given.name) + ": " + std::to_string(before.wasted_bytes) + " bytes regained\n");
 }
+
+using TakeBlob =
+    std::function<bool(const std::string& container, std::uint32_t hash, const ztl::vector<unsigned char>&)>;
 
 /// Calls `take` for the blobs of every container. False when one of them cannot be fetched, of which is told, or when
 /// `take` says so, which ends it.
-bool for_each_blob(
-    const CFileHashMultiContainer& all, const Arguments& given,
-    const std::function<bool(const std::string&, std::uint32_t, const ztl::vector<unsigned char>&)>& take) {
+bool for_each_blob(const CFileHashMultiContainer& all, const std::string& file, const TakeBlob& take) {
     SMultiContainerStats stats;
     all.GetStats(stats);
-    Progress progress(given.file, stats.live_bytes, true);
-    const ztl::vector<fs::string> containers = containers_of(all, given);
+    Progress progress(file, stats.live_bytes, true);
     bool good = true;
-    for (const fs::string& container : containers) {
-        const std::string told = given.file + ": container \"" + container + "\"";
+    for (const fs::string& container : containers_of(all, file)) {
         ztl::vector<SBlobInfo> blobs;
-        good = attempt(told, "it cannot be listed", [&] { return all.ListBlobs(container.c_str(), blobs); }) && good;
+        const auto list = [&] { return all.ListBlobs(container.c_str(), blobs); };
+        good = attempt(told(file, container), "it cannot be listed", list) && good;
         for (const SBlobInfo& blob : blobs) {
             ztl::vector<unsigned char> bytes;
-            const std::string label = told + ", blob " + hash_text(blob.hash);
+            const auto fetch = [&] { return all.Fetch(container.c_str(), blob.hash, bytes); };
             progress.add(blob.stored_size);
-            if (!attempt(label, "it is damaged", [&] { return all.Fetch(container.c_str(), blob.hash, bytes); }))
+            if (!attempt(told(file, container, blob.hash), "it is damaged", fetch))
                 good = false;
             else if (!take(container, blob.hash, bytes))
                 return false;
@@ -226,12 +223,16 @@ bool for_each_blob(
     return good;
 }
 
-bool verify(const Arguments& given) {
+bool print_count(const std::string& name, std::uint64_t blobs, const char* behind = "") {
+    return print(shown(name) + ": " + counted(blobs, "blob", "blobs") + behind + "\n");
+}
+
+bool verify(const Name& given) {
     CFileHashMultiContainer all;
     std::uint64_t blobs = 0;
     const auto count = [&](const auto&...) { return ++blobs, true; };
-    return open(all, given.file, false) && for_each_blob(all, given, count) &&
-           print(given.file + ": " + counted(blobs, "blob", "blobs") + ", all good\n");
+    return open(all, given.name, false) && for_each_blob(all, given.name, count) &&
+           print_count(given.name, blobs, ", all good");
 }
 
 bool export_blobs(const Arguments& given) {
@@ -241,17 +242,14 @@ bool export_blobs(const Arguments& given) {
     const Interruption interruption;
     const auto write = [&](const std::string& container, std::uint32_t hash, const ztl::vector<unsigned char>& bytes) {
         const std::string name = safe_name(container);
-        if (name != container)
-            return fail(given.file, "container \"" + container + "\": no directory can have its name");
+        if (name != container) return fail(told(given.file, container), "no directory can have its name");
         Output out;
         ++blobs;
         return out.open_below(root, name + "/" + hash_text(hash)) && out.write(bytes.data(), bytes.size()) &&
                out.finish();
     };
-    if (!open(all, given.file, false)) return false;
-    std::error_code error;
-    std::filesystem::create_directories(root, error);
-    return for_each_blob(all, given, write) && print(given.name + ": " + counted(blobs, "blob", "blobs") + "\n");
+    return open(all, given.file, false) && make_directory(given.name, root) && for_each_blob(all, given.file, write) &&
+           print_count(given.name, blobs);
 }
 
 /// What a file of an exported tree is: CONTAINER/HASH, or CONTAINER/HASH.EXTENSION.
@@ -284,23 +282,22 @@ bool import_blobs(const Arguments& given) {
     if (!tree.open(given.name)) return false;
     if (tree.is_pack()) return fail(given.name, "it is no directory");
     if (!find_blobs(tree, given.name, blobs)) return false;
-    const Interruption interruption;
-    Progress progress("import " + given.name, blobs.size(), false);
     const auto add = [&](CFileHashMultiContainer& all) {
+        Progress progress("import " + given.name, blobs.size(), false);
         for (const Blob& blob : blobs) {
-            std::string bytes;
-            const std::string told = given.name + "/" + blob.name;
-            const auto take = [&](const char* data, std::uint64_t size) { return bytes.append(data, size), true; };
-            const auto put = [&] {
-                return all.Put(blob.container.c_str(), blob.hash, bytes.data(), bytes.size(), given.deflate);
+            std::vector<char> bytes;
+            const auto take = [&](const char* data, std::uint64_t size) {
+                return bytes.insert(bytes.end(), data, data + size), true;
             };
-            if (!tree.read(blob.name, told, take) || !attempt(told, "the blob cannot be added", put)) return false;
-            if (interruption.requested()) return fail(given.file, "interrupted; it is as it was");
+            if (!tree.read(blob.name, given.name + "/" + blob.name, take) ||
+                !put_blob(all, given, blob.container, blob.hash, bytes))
+                return false;
+            if (Interruption::requested()) break;  // of which add_to tells
             progress.add(1);
         }
         return true;
     };
-    return add_to(given.file, add) && print(given.file + ": " + counted(blobs.size(), "blob", "blobs") + "\n");
+    return add_to(given.file, add) && print_count(given.file, blobs.size());
 }
 
 /// One of the commands, with the argument that all of them have.
@@ -354,6 +351,6 @@ void add_container_commands(Commands& commands) {
     import_command->add_option("DIR", import_command.given.name, "A directory of the disk")->required();
     import_command->add_flag("--deflate", import_command.given.deflate, "Store them compressed where that is smaller");
 
-    add(group, "compact", "Give back the space of what was replaced or removed", compact);
-    add(group, "verify", "Check every structure's bounds and every blob's checksum", verify);
+    group.add("compact", "Give back the space of what was replaced or removed", "FILE", compact);
+    group.add("verify", "Check every structure's bounds and every blob's checksum", "FILE", verify);
 }

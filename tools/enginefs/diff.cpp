@@ -72,17 +72,14 @@ private:
     std::vector<Change> changes_;
 };
 
-Json json_or_null(std::uint64_t size) { return size != failed ? Json(size) : Json(); }
-std::string text_or_dash(std::uint64_t size) { return size != failed ? std::to_string(size) : "-"; }
-
 bool diff(const Diff& given) {
     Comparison all;
     if (!all.run(given.from, given.to)) return false;
     Listing listing;
     for (const Change& change : all.changes()) {
         const char* const kind = kind_names[static_cast<int>(change.kind)];
-        const std::string columns = formatted("%-7s %12s %12s  ", kind, text_or_dash(change.old_size).c_str(),
-                                              text_or_dash(change.new_size).c_str());
+        const std::string columns =
+            formatted("%-7s %12s %12s  ", kind, size_text(change.old_size).c_str(), size_text(change.new_size).c_str());
         listing.add(change.name, columns + shown(change.name), [&] {
             return Json{{"name", change.name},
                         {"change", kind},

@@ -17,7 +17,6 @@ void remember(int number) {
 
 Interruption::Interruption() {
     if (depth++ != 0) return;
-    requests = 0;
     for (const int number : {SIGINT, SIGTERM}) {
         if (std::signal(number, remember) == SIG_IGN) std::signal(number, SIG_IGN);
     }
@@ -30,4 +29,4 @@ Interruption::~Interruption() {
     }
 }
 
-bool Interruption::requested() const { return requests != 0; }
+bool Interruption::requested() { return requests != 0; }

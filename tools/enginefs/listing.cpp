@@ -87,17 +87,13 @@ std::vector<std::string> subdirectories(const std::string& dir) {
     return {names.begin(), names.end()};
 }
 
-Json json_or_null(std::uint64_t size) { return size != failed ? Json(size) : Json(); }
-Json json_or_null(const std::string& text) { return !text.empty() ? Json(text) : Json(); }
-
 void add_file(Listing& listing, const std::string& file, const Ls& options) {
     const std::string name = told_name(file, options.form);
     if (!options.long_form)
         return listing.add(name, shown(name), [&] { return Json{{"name", name}, {"kind", "file"}}; });
     const std::uint64_t size = fs::length(fs::open_file(file.c_str(), EFSMode::READ).get());
     const std::string time = time_of(file);
-    const std::string columns = formatted("%12s  %-20s  ", size != failed ? std::to_string(size).c_str() : "-",
-                                          !time.empty() ? time.c_str() : "-");
+    const std::string columns = formatted("%12s  %-20s  ", size_text(size).c_str(), !time.empty() ? time.c_str() : "-");
     listing.add(name, columns + shown(name), [&] {
         return Json{{"name", name}, {"kind", "file"}, {"size", json_or_null(size)}, {"time", json_or_null(time)}};
     });
@@ -109,7 +105,7 @@ bool list_directory(Listing& listing, const Ls& options, const std::string& give
     const std::vector<std::string> files = list_files(dir.c_str(), options.mask.c_str(), options.recursive);
     std::vector<std::string> dirs;
     if (!options.recursive && options.mask.empty() && !options.form.native) dirs = subdirectories(dir);
-    if (files.empty() && dirs.empty() && fs::search_dir(dir.c_str()) == nullptr && !dir.empty())
+    if (files.empty() && dirs.empty() && !is_indexed(dir) && !dir.empty())
         return fail(given, "no source has such a directory");
     if (files.empty() && !options.mask.empty()) return fail(options.mask, "no file matches");
     for (const std::string& name : dirs)

@@ -225,7 +225,7 @@ bool log_check(const Name& given) {
     std::string text;
     fs::clear_error();
     if (!read_text(name.c_str(), text, nullptr))
-        return fail_with_last_error(name, "it cannot be read, or is larger than 64 MiB");
+        return fail_to_read(name, "it cannot be read, or is larger than 64 MiB");
     const std::unique_ptr<kernel::CConfigText, ReleaseText> parsed(kernel::CConfigText::Parse(
         CrashConfigKeywords(),
         {.text = text.data(), .length = text.size(), .file = name.c_str(), .reader = read_text, .user = nullptr}));

@@ -13,6 +13,7 @@
 #include <engine/filesystem.h>
 
 #include "commands.h"
+#include "interruption.h"
 #include "names.h"
 #include "report.h"
 #include "result.h"
@@ -43,9 +44,8 @@ bool remove_one(const std::string& name, bool recursive) {
     if (const std::string exact = exact_spelling(name); !exact.empty())
         return holders_of(name)[0].writable ? remove_native(exact) : fail(name, "its source cannot be written to");
     if (recursive && is_directory(name)) return remove_directory(name);
-    if (!fs::exists(name.c_str()))
-        return fail_not_held(name, "it is a directory; -r removes one with everything in it");
-    if (!names_itself(name) || !attempt(name, "it cannot be removed", [&] { return fs::rem_file(name.c_str()); }))
+    if (!can_change(name, "it is a directory; -r removes one with everything in it") ||
+        !attempt(name, "it cannot be removed", [&] { return fs::rem_file(name.c_str()); }))
         return false;
     if (is_listed(name))
         note(name, "it was removed from one source; " + place_of(holders_of(name)[0]) + " holds it still");
@@ -63,15 +63,15 @@ bool mkdir(const Name& given) {
 
 bool mv(const FromTo& given) {
     if (is_directory(given.from)) return fail(given.from, "it is a directory; only files are renamed");
-    if (!fs::exists(given.from.c_str())) return fail_not_held(given.from);
-    return names_itself(given.from) && attempt(given.from, "it cannot be renamed",
-                                               [&] { return fs::rename(given.from.c_str(), given.to.c_str()); });
+    return can_change(given.from) && attempt(given.from, "it cannot be renamed",
+                                             [&] { return fs::rename(given.from.c_str(), given.to.c_str()); });
 }
 
 bool backup(const Name& given) {
     const std::string& name = given.name;
-    if (!fs::exists(name.c_str())) return fail(name, "no source holds it");
-    for (const char* const extension : {"", ".bak", ".ba1", ".ba2", ".ba3"})
+    const Interruption interruption;  // a move is a copy and a removal
+    if (!can_change(name)) return false;
+    for (const char* const extension : {".bak", ".ba1", ".ba2", ".ba3"})
         if (!names_itself(name + extension)) return false;
     fs::clear_error();
     fs::create_backup_copy(name.c_str());
@@ -85,27 +85,30 @@ struct Crc {
 };
 
 bool crc(const Crc& given) {
+    std::vector<std::string> names = given.names;
+    const bool all_match = expand(names);
     struct Told {
-        Progress progress{"crc", 0, true};
-        std::uint64_t done = 0;
-    } told;
+        Progress progress;
+        std::uint64_t done;
+    } told{{"crc", size_to_watch(names), true}, 0};
     const auto tell = [](std::uint64_t done, std::uint64_t, void* user) {
         auto& all = *static_cast<Told*>(user);
         all.progress.add(done - std::exchange(all.done, done));
         return true;
     };
     Listing listing;
-    const bool good = for_each_file(given.names, [&](const std::string& file) {
+    const bool good = for_all(names, [&](const std::string& file) {
         fs::CrcCalcArgs args{.path = file.c_str(), .buffer_size = 1u << 20, .progress = tell, .user = &told};
         told.done = 0;
-        if (!attempt(file, "it cannot be read", [&] { return fs::calc_file_crc(args); })) return false;
+        fs::clear_error();
+        if (!fs::calc_file_crc(args)) return fail_to_read(file);
         const std::string name = told_name(file, given.form);
         listing.add(name, formatted("%08" PRIx32 " %12" PRIu64 "  ", args.crc, args.size) + shown(name), [&] {
             return Json{{"name", name}, {"crc", args.crc}, {"size", args.size}};
         });
         return true;
     });
-    return listing.finish() && good;
+    return listing.finish() && good && all_match;
 }
 
 struct Touch {
@@ -153,10 +156,10 @@ std::optional<chrono::sys_seconds> parse_time(const std::string& text) {
 
 bool set_time(const std::string& name, chrono::sys_seconds time) {
     if (is_directory(name)) return fail(name, "it is a directory");
-    if (!names_itself(name)) return false;
     const auto create = [&] { return fs::file_ptr(fs::open(name.c_str(), EFSMode::APPEND)) != nullptr; };
     if (!fs::exists(name.c_str()) && !attempt(name, "it cannot be created", create)) return false;
-    if (fs::read_only(name.c_str()) || fs::is_protected(name.c_str())) return fail(name, "it is read-only");
+    if (!can_change(name)) return false;
+    if (fs::read_only(name.c_str())) return fail(name, "it is read-only");
     // The sources count in zones of their own, and local time has hours that come twice: the disk knows neither.
     const std::string place = place_on_disk(name);
     if (place.empty()) return fail(name, "its source keeps no such time");

@@ -9,6 +9,7 @@
 #include <engine/filesystem.h>
 
 #include "report.h"
+#include "terminal.h"
 
 namespace stdfs = std::filesystem;
 
@@ -27,13 +28,24 @@ std::vector<SFsSourceInfo> ask_for_sources(const std::string& told, const Call& 
 
 }  // namespace
 
+bool fail_to_read(const std::string& name, const std::string& otherwise) {
+    return fs::last_error().code == EFSError::NOT_FOUND ? fail_not_held(name) : fail_with_last_error(name, otherwise);
+}
+
 fs::file_ptr open_file(const std::string& name) {
-    fs::file_ptr file;
-    attempt(name, "no source holds it", [&] {
-        file = fs::open_file(name.c_str(), EFSMode::READ);
-        return file != nullptr;
-    });
+    fs::clear_error();
+    fs::file_ptr file = fs::open_file(name.c_str(), EFSMode::READ);
+    if (file == nullptr) fail_to_read(name);
     return file;
+}
+
+std::uint64_t size_to_watch(const std::vector<std::string>& names) {
+    std::uint64_t total = 0;
+    for (std::size_t i = 0; is_terminal(2) && i < names.size(); ++i) {
+        const std::uint64_t size = fs::length(fs::open_file(names[i].c_str(), EFSMode::READ).get());
+        total += size != failed ? size : 0;
+    }
+    return total;
 }
 
 bool read_to_end(SFsFile* file, const std::string& name, const TakeBytes& take) {
@@ -121,23 +133,21 @@ bool expand(std::vector<std::string>& names) {
 }
 
 bool for_each_file(std::vector<std::string> names, const std::function<bool(const std::string&)>& run) {
-    bool good = expand(names);
-    for (const std::string& name : names) good = run(name) && good;
-    return good;
+    const bool good = expand(names);
+    return for_all(names, run) && good;
 }
 
-bool for_each_target(std::vector<std::string> names, const std::function<bool(const FromTo&)>& run) {
-    const std::string to = names.back();
+bool for_each_target(std::vector<std::string> names, const std::function<bool(const FromTo&)>& run, Rename rename) {
+    std::string to = names.back();
     names.pop_back();
-    const bool is_into = to.ends_with('/') || is_directory(to);
-    bool good = expand(names);
+    const bool is_into = to.ends_with('/') || is_directory(to), good = expand(names);
     if (names.size() > 1 && !is_into) return fail(to, "it is no directory, which several files need");
-    for (const std::string& name : names) {
-        FromTo one{name, to};
-        if (is_into) one.to.append("/").append(name, name.find_last_of("/\\") + 1);
-        good = run(one) && good;
-    }
-    return good;
+    if (is_into && !to.ends_with('/')) to += '/';
+    const auto run_one = [&](const std::string& name) {
+        const std::string own = name.substr(name.find_last_of("/\\") + 1);
+        return run({name, is_into ? to + (rename != nullptr ? rename(own) : own) : to});
+    };
+    return for_all(names, run_one) && good;
 }
 
 bool is_listed(const std::string& name) {
@@ -148,11 +158,13 @@ bool is_listed(const std::string& name) {
     return std::ranges::find(found, clean) != found.end();
 }
 
-bool is_directory(const std::string& name) {
+bool is_indexed(const std::string& name) {
     const std::string clean = normalised(name);
-    if (clean.empty()) return false;
-    return ask(name, [&] { return fs::search_dir(clean.c_str()); }) != nullptr ||
-           (fs::is_full_path(name.c_str()) && fs::does_dir_exist(name.c_str()));
+    return !clean.empty() && clean[0] != '/' && ask(name, [&] { return fs::search_dir(clean.c_str()); }) != nullptr;
+}
+
+bool is_directory(const std::string& name) {
+    return is_indexed(name) || (fs::is_full_path(name.c_str()) && fs::does_dir_exist(name.c_str()));
 }
 
 std::string place_of(const SFsSourceInfo& source) { return source.path_name + source.file_name; }
@@ -179,6 +191,13 @@ bool names_itself(const std::string& name) {
     if (place_of(holders[0]).empty())
         return fail(name, "no source holds it, but the current directory does; give the full path, or --no-fallback");
     return fail(name, "it finds " + fs::root_path(name.c_str()) + "; give that name to change it");
+}
+
+bool can_change(const std::string& name, const std::string& if_directory) {
+    const std::vector<SFsSourceInfo> holders = holders_of(name);
+    if (holders.empty()) return fail_not_held(name, if_directory);
+    return names_itself(name) && ((holders[0].writable && !holders[0].is_protected) ||
+                                  fail(name, place_of(holders[0]) + " holds it, and cannot be written to"));
 }
 
 std::string exact_spelling(const std::string& name) {

@@ -11,11 +11,20 @@
 #include <engine/filesystem.h>
 #include <engine/filesystem/comfort.h>
 
+#include "interruption.h"
+#include "report.h"
+
 inline constexpr std::uint64_t failed = ~std::uint64_t{0};  // how the library answers for a size it cannot tell
 inline constexpr std::size_t longest_path = 259;            // of a native path, in bytes
 
+/// Says why a file cannot be read, by the thread's last failure. Returns false.
+bool fail_to_read(const std::string& name, const std::string& otherwise = "it cannot be read");
+
 /// Opens a file for reading; null, with a word on standard error, when it cannot be opened.
 fs::file_ptr open_file(const std::string& name);
+
+/// The bytes of files for a Progress; 0 where no terminal shows it.
+std::uint64_t size_to_watch(const std::vector<std::string>& names);
 
 /// Takes bytes one after another; false stops whoever gives them.
 using TakeBytes = std::function<bool(const char* data, std::uint64_t size)>;
@@ -50,20 +59,36 @@ bool is_pattern(const std::string& text);
 /// on standard error, when a pattern matches nothing.
 bool expand(std::vector<std::string>& names);
 
+/// Calls `run` for each item, until Ctrl-C is remembered, of which is told. False then, or when a call answered so.
+template <class Items, class Run>
+bool for_all(const Items& items, const Run& run) {
+    bool good = true;
+    for (const auto& item : items) {
+        if (Interruption::requested()) return fail("interrupted", "the rest is as it was");
+        good = run(item) && good;
+    }
+    return good;
+}
+
 /// Calls `run` for each of the files that names and patterns stand for. False when a pattern matches nothing, or a call
 /// answered so.
 bool for_each_file(std::vector<std::string> names, const std::function<bool(const std::string&)>& run);
 
-/// The same for files that get a new name, which is the last of `names`, or their own in the directory that it names.
+/// The same for files that get a new name, which is the last of `names`, or, in the directory that it names, what `rename`
+/// makes of their own.
 struct FromTo {
     std::string from, to;
 };
-bool for_each_target(std::vector<std::string> names, const std::function<bool(const FromTo&)>& run);
+using Rename = std::string (*)(const std::string&);
+bool for_each_target(std::vector<std::string> names, const std::function<bool(const FromTo&)>& run, Rename rename);
 
 /// Whether a source other than the disk itself holds a file of this whole name.
 bool is_listed(const std::string& name);
 
-/// Whether the directory index holds a directory of this name, or the disk one of this full path.
+/// Whether the directory index holds a directory of this name.
+bool is_indexed(const std::string& name);
+
+/// The same, or whether the disk has one of this full path.
 bool is_directory(const std::string& name);
 
 /// Says that nothing holds a file of this name, or that it is a directory. Returns false.
@@ -73,6 +98,10 @@ bool fail_not_held(const std::string& name, const std::string& if_directory = "i
 /// is fine for reading, but what changes a file asks this first: false, with a word on standard error, when the name finds
 /// another file than one would think.
 bool names_itself(const std::string& name);
+
+/// Whether a file is held by its own name, in a source that can be written to; otherwise false, with a word on standard
+/// error.
+bool can_change(const std::string& name, const std::string& if_directory = "it is a directory");
 
 /// Where the disk holds a file of just this spelling while the name finds one that differs in case; "" otherwise.
 std::string exact_spelling(const std::string& name);

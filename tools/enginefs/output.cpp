@@ -21,12 +21,8 @@ const std::string& suffix() {
 /// Whether a file may be made in the place of the one that has the name, if one has.
 bool may_replace(const std::string& name) {
     if (is_directory(name)) return fail(name, "it is a directory");
-    const std::vector<SFsSourceInfo> holders = holders_of(name);
-    if (holders.empty()) return true;
-    if (!names_itself(name)) return false;
-    if (!holders[0].writable || holders[0].is_protected)
-        return fail(name, place_of(holders[0]) + " holds it, and cannot be written to");
-    return !fs::read_only(name.c_str()) || fail(name, "it is read-only");
+    if (holders_of(name).empty()) return true;
+    return can_change(name) && (!fs::read_only(name.c_str()) || fail(name, "it is read-only"));
 }
 
 /// Makes the directories of a name below `root`. A link on the way is replaced by a directory: what it points to may lie
@@ -89,7 +85,7 @@ bool Output::create(const std::string& name, const std::function<SFsFile*()>& op
 }
 
 bool Output::write(const void* data, std::uint64_t size) {
-    if (interruption_.requested()) return fail(name_, "interrupted; it is as it was");
+    if (Interruption::requested()) return fail(name_, "interrupted; it is as it was");
     const auto* bytes = static_cast<const char*>(data);
     // A disk that fills takes a part first; only the call after that says why it takes no more.
     return attempt(name_, "it cannot be written", [&] {
@@ -120,24 +116,24 @@ bool Output::put_in_place() {
     return !error || fail(name_, "it cannot be replaced: " + error.message());
 }
 
-bool open_both(const FromTo& given, fs::file_ptr& source, Output& output, FFSOpenFlags::FLAGS flags) {
-    source = open_file(given.from);
+bool copy_to(Output& output, const FromTo& given, const char* label, const TakeBytes& take, FFSOpenFlags::FLAGS flags) {
+    const fs::file_ptr source = open_file(given.from);
     if (source == nullptr) return false;
     const std::string place = place_on_disk(given.from);
     const bool is_there = fs::exists(given.to.c_str(), FFSOpenFlags::WHOLE_NAME);
     if (is_there && !place.empty() && place == place_on_disk(given.to))
         return fail(given.to, "it is the file that is read");
-    return output.open(given.to, flags);
+    if (!output.open(given.to, flags)) return false;
+    Progress progress(label + given.from, fs::length(source.get()), true);
+    return read_to_end(source.get(), given.from, [&](const char* data, std::uint64_t size) {
+        progress.add(size);
+        return take(data, size);
+    });
 }
 
-bool copy_file(const FromTo& given, const std::string& label, FFSOpenFlags::FLAGS flags) {
-    fs::file_ptr source;
-    Output output;
-    if (!open_both(given, source, output, flags)) return false;
-    Progress progress(label + given.from, fs::length(source.get()), true);
-    const auto take = [&](const char* data, std::uint64_t size) {
-        progress.add(size);
-        return output.write(data, size);
-    };
-    return read_to_end(source.get(), given.from, take) && output.finish();
+bool make_directory(const std::string& told, const stdfs::path& path) {
+    std::error_code error, unknown;
+    stdfs::create_directories(path, error);
+    return stdfs::is_directory(path, unknown) ||
+           fail(told, "it cannot be made a directory" + (error ? ": " + error.message() : ""));
 }

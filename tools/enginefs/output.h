@@ -43,9 +43,10 @@ private:
     const Interruption interruption_;
 };
 
-/// Opens what is read and begins what is written, which must not be the same file.
-bool open_both(const FromTo& given, fs::file_ptr& source, Output& output,
-               FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
+/// Begins the file that is written, as `flags` say, and gives the bytes of the one that is read to `take`. They must not be
+/// the same file.
+bool copy_to(Output& output, const FromTo& given, const char* label, const TakeBytes& take,
+             FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
 
-/// Copies a file; `flags` say how the new one is written.
-bool copy_file(const FromTo& given, const std::string& label, FFSOpenFlags::FLAGS flags);
+/// Makes a directory of the disk, and those above it. False, with a word on standard error of `told`, when it is none then.
+bool make_directory(const std::string& told, const std::filesystem::path& path);

@@ -10,6 +10,7 @@
 #include "pack_check.h"
 #include "pack_files.h"
 #include "report.h"
+#include "result.h"
 
 namespace {
 
@@ -60,7 +61,7 @@ bool pack(const Pack& given) {
                     "it is not made; see the " + counted(check.findings(), "finding", "findings") + " above");
     if (!tree.is_whole() || (!given.order.empty() && !apply_order(given.order, names))) return false;
     if (!given.dry_run) return write_packs(tree, names, check.total_bytes(), given.out, given.how);
-    for (const std::string& name : names) print(formatted("%12" PRIu64 "  ", tree.size_of(name)) + name + "\n");
+    for (const std::string& name : names) print(formatted("%12" PRIu64 "  ", tree.size_of(name)) + shown(name) + "\n");
     return print(counted(names.size(), "file", "files") + ", " + std::to_string(check.total_bytes()) + " bytes\n");
 }
 

@@ -67,6 +67,7 @@ void PackCheck::look_at_entry(const stdfs::directory_entry& entry, const std::st
 }
 
 void PackCheck::look_at_file(const std::string& path, const std::string& name) {
+    walked_.add(1);
     if (!tree_.holds(name)) return tell(path, "a mount does not show it");
     const auto [first, is_new] = seen_.emplace(name, path);
     if (is_new) return;

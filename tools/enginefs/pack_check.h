@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "globs.h"
+#include "terminal.h"
 #include "tree.h"
 
 /// Looks for all that a pack of a tree would lack or could not hold, before anything is written, and says each with its
@@ -37,4 +38,5 @@ private:
     std::size_t findings_ = 0;
     std::size_t errors_ = 0;
     std::uint64_t total_bytes_ = 0;
+    Progress walked_{"look at the directory", tree_.names().size(), false};
 };

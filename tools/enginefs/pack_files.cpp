@@ -15,6 +15,7 @@
 #include "compressor.h"
 #include "interruption.h"
 #include "report.h"
+#include "result.h"
 #include "terminal.h"
 
 namespace {
@@ -155,11 +156,11 @@ bool write_packs(const Tree& tree, const std::vector<std::string>& names, std::u
     for (std::size_t i = 0; i < names.size(); ++i) {
         const PackedFile file = compressor.take(i);
         if (!volumes.add(names[i], file)) return false;
-        if (interruption.requested()) return fail(out, "interrupted; it is as it was");
+        if (Interruption::requested()) return fail(out, "interrupted; it is as it was");
         progress.add(file.entry.size);
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-    return volumes.finish() && print(out + ": " + counted(names.size(), "file", "files") +
+    return volumes.finish() && print(shown(out) + ": " + counted(names.size(), "file", "files") +
                                      volumes.summary(total_bytes) + formatted(", %.1f s\n", took.count()));
 }
 

@@ -78,7 +78,10 @@ std::string message_of(const CLI::App* app, const CLI::Error& error) {
     if (is_unknown && !unknown.empty()) {
         const bool is_option = unknown[0].starts_with('-');
         const std::string meant = suggestion(*app, unknown[0]);
-        text = "enginefs: " + printable(unknown[0]) + ": this is no " + (is_option ? "option" : "command") + " here";
+        text = "enginefs: " + printable(unknown[0]) + ": this is " +
+               (is_option                          ? "no option here"
+                : app->get_subcommands({}).empty() ? "one argument too many"
+                                                   : "no command here");
         if (meant == unknown[0])
             text += "; it stands behind the command";
         else if (!meant.empty())
@@ -105,10 +108,10 @@ Program::Program() : app_("Lists, reads, explains and changes what the engine's 
     app_.option_defaults()->always_capture_default(false);
     add_session_options(app_, options_, style_);
     Commands commands(app_, chosen_, options_, style_);
-    for (const auto add : {add_listing_commands, add_content_commands, add_pack_commands, add_unpack_commands,
-                           add_diff_commands, add_stream_commands, add_chunk_commands, add_manage_commands,
-                           add_duplicates_command, add_container_commands, add_cache_commands, add_log_commands,
-                           add_load_command, add_mount_command, add_report_command, add_watch_command})
+    for (const auto add :
+         {add_listing_commands, add_content_commands, add_pack_commands, add_unpack_commands, add_diff_commands,
+          add_chunk_commands, add_manage_commands, add_duplicates_command, add_container_commands, add_cache_commands,
+          add_log_commands, add_load_command, add_mount_command, add_report_command, add_watch_command})
         add(commands);
 }
 

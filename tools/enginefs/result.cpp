@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "names.h"
 #include "report.h"
 #include "terminal.h"
 
@@ -35,6 +36,10 @@ std::string shown(const std::string& name, Color color) {
 }
 
 bool print_json(const Json& json) { return print(json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n"); }
+
+Json json_or_null(std::uint64_t size) { return size != failed ? Json(size) : Json(); }
+Json json_or_null(const std::string& text) { return !text.empty() ? Json(text) : Json(); }
+std::string size_text(std::uint64_t size) { return size != failed ? std::to_string(size) : "-"; }
 
 void Listing::add(const std::string& first, const std::string& line, const std::function<Json()>& object) {
     if (as_json)

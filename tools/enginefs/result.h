@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -21,6 +22,11 @@ std::string shown(const std::string& name, Color color = Color::PLAIN);
 
 /// Names are bytes; what is no UTF-8 is shown with replacement characters. False when it cannot be written.
 bool print_json(const Json& json);
+
+/// A size or text as JSON, and a size in a line; null and "-" where it is not known.
+Json json_or_null(std::uint64_t size);
+Json json_or_null(const std::string& text);
+std::string size_text(std::uint64_t size);
 
 /// What a command lists, in the style that is set.
 class Listing {

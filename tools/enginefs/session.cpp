@@ -1,9 +1,11 @@
 #include "session.h"
 
 #include <cstdio>
+#include <optional>
 
 #include <engine/filesystem.h>
 
+#include "interruption.h"
 #include "names.h"
 #include "report.h"
 
@@ -74,6 +76,9 @@ bool Session::mount(const SessionOptions& options) {
     const std::string& told = options.root.empty() ? root : options.root;
     if (!check_directory(told, root)) return false;
     const std::string cache_dir = options.cache_dir.empty() ? "" : full_native_path(options.cache_dir);
+    // Mounting records listings there, which are not to be left half-made.
+    std::optional<Interruption> interruption;
+    if (!cache_dir.empty()) interruption.emplace();
     mounted_ = attempt(told, "it cannot be the root", [&] {
         return fs::init({.root = root.c_str(),
                          .cache_dir = cache_dir.c_str(),
@@ -84,7 +89,7 @@ bool Session::mount(const SessionOptions& options) {
     tell_unlisted(told);
     for (const std::string& path : options.sources)
         if (!add(path)) return false;
-    return true;
+    return !Interruption::requested() || fail("interrupted", "the rest is as it was");
 }
 
 Session::~Session() {

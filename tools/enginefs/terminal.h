@@ -21,6 +21,7 @@ public:
     Progress& operator=(const Progress&) = delete;
 
     void add(std::uint64_t amount);
+    void reach(std::uint64_t done) { add(done - done_); }
 
 private:
     void draw(std::uint64_t now_ms);

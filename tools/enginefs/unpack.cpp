@@ -71,17 +71,14 @@ public:
         : given_(given), pack_(pack), root_(fs::to_path(full_native_path(given.dir))) {}
 
     bool run() {
-        std::error_code error;
-        if (!given_.dry_run) stdfs::create_directories(root_, error);
-        if (!given_.dry_run && !stdfs::is_directory(root_, error))
-            return fail(given_.dir, "it cannot be made a directory");
+        if (!given_.dry_run && !make_directory(given_.dir, root_)) return false;
         const std::vector<const SFsPackEntry*> chosen = choose();
         std::uint64_t total = 0;
         for (const SFsPackEntry* entry : chosen) total += entry->size;
         Progress progress("unpack " + given_.pack, total, true);
         for (const SFsPackEntry* entry : chosen) {
             good_ = unpack(*entry, progress) && good_;
-            if (stopped_ || interruption_.requested()) return fail(given_.dir, "the rest was not unpacked");
+            if (stopped_ || Interruption::requested()) return fail(given_.dir, "the rest was not unpacked");
         }
         return good_;
     }
@@ -113,7 +110,7 @@ private:
         const bool is_there = stdfs::exists(stdfs::symlink_status(target, error));
         if (is_there && (given_.overwrite == "never" || (given_.overwrite == "older" && !is_older(target, entry.time))))
             return true;
-        if (given_.dry_run) return print(name + "\n");
+        if (given_.dry_run) return print(shown(name) + "\n");
         return write(entry, name, progress);
     }
 
@@ -162,16 +159,12 @@ bool verify_one(const std::string& name) {
             ++good;
     }
     const std::size_t findings = pack.entries().size() - good;
-    print(name + ": " + counted(good, "entry", "entries") +
+    print(shown(name) + ": " + counted(good, "entry", "entries") +
           (findings == 0 ? ", all good\n" : " good, " + counted(findings, "finding", "findings") + "\n"));
     return findings == 0;
 }
 
-bool verify(const Verify& given) {
-    bool good = true;
-    for (const std::string& pack : given.packs) good = verify_one(pack) && good;
-    return good;
-}
+bool verify(const Verify& given) { return for_all(given.packs, verify_one); }
 
 std::string method_text(std::uint32_t method) {
     if (method == EFSPackMethod::STORE) return "stored";

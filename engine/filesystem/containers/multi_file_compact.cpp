@@ -89,7 +89,8 @@ bool MultiFile::Compact(const Hear& hear) {
     Commit commit{.sequence = commit_.sequence + 1};
     // A blob that has rotted keeps its checksum, so moving gives it no second life.
     const auto go_on = [&](std::uint64_t done) {
-        return hear(done, stats.live_bytes) || Fail(EFSError::CANCELLED, "The multi-container was not compacted.");
+        return hear(done, stats.live_bytes) ||
+               Fail(EFSError::CANCELLED, "Compacting was stopped; the multi-container is as it was saved.");
     };
     if (!move_blobs(*parts, file_, fresh, go_on)) return false;
     IndexBytes bytes = append_index(fresh, *parts, commit);
