@@ -164,6 +164,7 @@ TEST_F(Watch, LosesNothingToAFailureOfTheDisk) {
         if (point == FaultPoint::OPEN && platform::Watcher::sees_below) continue;
         const std::string dir = "n" + std::to_string(static_cast<int>(point));
         directory_.write(dir + "/x.txt", "");
+        catch_up();
         platform::inject_fault(point, 1, platform::Failure::IO, false);
         ztl::vector<SFsChange> changes;
         EXPECT_FALSE(fs::poll_changes(changes, 0));

@@ -5,6 +5,7 @@
 
 #include <engine/filesystem/sources/directory.h>
 
+#include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/registry/registry.h"
@@ -86,6 +87,15 @@ bool DirectoryFollower::begin(Watches& watches) {
     return true;
 }
 
+/// Marks what is nearest above an unknown directory: a new one, or one that the disk spells in another way.
+void DirectoryFollower::mark_above(std::string_view dir) {
+    for (; !directories_.contains(dir) && dir != start_; dir = parent_directory(dir)) {
+        const auto marked = directory_marks_.find(dir);
+        if (marked != directory_marks_.end() && marked->second.is_deep) return;
+    }
+    mark_directory(std::string(dir), false, true);
+}
+
 /// Watches what was mounted. A directory that went meanwhile is marked, and one that may not be read has no names.
 bool DirectoryFollower::watch_known(const std::string& dir) {
     ErrorScope scope;
@@ -125,6 +135,10 @@ void DirectoryFollower::note_event(const std::string& dir, const platform::Watch
     if (is_hidden(event.name) || (is_below && !is_recursive_)) return;
     std::string path = dir;
     path.append(event.name);
+    if (is_below && !directories_.contains(parent_directory(path))) {
+        mark_above(parent_directory(path));
+        return;
+    }
     const bool is_replaced = event.kind == Kind::REMOVED || event.kind == Kind::ARRIVED;  // a link to one, too
     const bool is_known_directory = is_replaced && directories_.contains(path + "/");
     if ((event.is_directory || is_known_directory) && is_recursive_) {
@@ -254,7 +268,8 @@ bool DirectoryFollower::look_at(Mark& mark) {
         }
         if (item.is_directory && is_recursive_ && !directories_.contains(spelling.path + "/"))
             mark_directory(spelling.path + "/", mark.is_written, mark.is_written);
-        spelling.is_there = !item.is_directory && !item.is_offline;
+        const bool is_known = directories_.contains(parent_directory(spelling.path));
+        spelling.is_there = is_known && !item.is_directory && !item.is_offline;
         if (spelling.path.ends_with(name)) continue;
         // A disk that knows no case has another spelling, which is looked at next.
         spelling.is_there = false;

@@ -70,6 +70,7 @@ private:
     Mark& mark(std::string path, std::int64_t when, bool is_written, bool is_new);
     static void add_spelling(Mark& mark, std::string path);
     void mark_directory(const std::string& dir, bool is_written, bool is_deep);
+    void mark_above(std::string_view dir);
     bool watch_known(const std::string& dir);
     [[nodiscard]] bool watch(const std::string& dir);
     void unwatch(std::string_view dir) noexcept;

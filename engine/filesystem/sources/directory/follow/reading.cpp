@@ -96,12 +96,14 @@ void DirectoryFollower::visit(Reading& reading, Visit visit) {
     if (!visit.is_checked && visit.dir != start_) {
         platform::DirectoryItem item;
         char name[platform::path_buffer_size];
-        const bool is_there = platform::look_at(path.substr(0, path.size() - 1).c_str(), item, name);
+        const std::string_view spelled(path.data(), path.size() - 1);
+        const bool is_there = platform::look_at(std::string(spelled).c_str(), item, name);
         if (!is_there && !is_gone(platform::last_error().failure)) {
             reading.unread.insert(visit.dir);
             return give_up("cannot be looked at");
         }
-        const bool is_entered = is_there && item.is_directory && !item.is_offline;
+        // A disk that knows no case may have it under another spelling.
+        const bool is_entered = is_there && item.is_directory && !item.is_offline && spelled.ends_with(name);
         if (!is_entered || (item.is_link && !directories_.contains(visit.dir) && !follows(visit.dir)))
             return lose(reading, visit.dir);
     }
@@ -163,7 +165,8 @@ void DirectoryFollower::compare(Reading& reading) {
     enum class Fate : std::uint8_t { STAYS, LISTED, WRITTEN, GONE };
     const auto fate_of = [&](std::string_view dir) {
         const auto listed = reading.listed.find(dir);
-        if (listed != reading.listed.end()) return listed->second ? Fate::WRITTEN : Fate::LISTED;
+        const bool is_known = directories_.contains(dir);  // it may be listed, and then its parent lost
+        if (is_known && listed != reading.listed.end()) return listed->second ? Fate::WRITTEN : Fate::LISTED;
         const bool is_gone = holds_parent(reading.gone, dir) || holds_parent(reading.deep, dir);
         return is_gone && !holds_parent(reading.unread, dir) ? Fate::GONE : Fate::STAYS;
     };
