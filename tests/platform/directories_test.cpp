@@ -63,25 +63,6 @@ TEST_F(Directories, ListFilesAndFoldersInOrder) {
     }
 }
 
-TEST_F(Directories, ListAndOpenThroughARoot) {
-    std::filesystem::create_directories("Base/Sub");
-    write_file("Base/Sub/File", "content");
-    const Root root = Root::open("BASE");
-    const std::string full = path_to("base/sub/file");
-    const PathAt file{full.c_str(), &root, full.c_str() + full.size() - std::string("sub/file").size()};
-    EXPECT_TRUE(File::open(file, {}).valid());
-    EXPECT_TRUE(get_attributes(file).has_value());
-    const std::string base = path_to("Base/");
-    const PathAt itself{base.c_str(), &root, base.c_str() + base.size()};
-    DirectoryListing listing;
-    ASSERT_TRUE(list_directory(itself, listing));
-    EXPECT_THAT(names_of(listing), ElementsAre("Sub"));
-    DirectoryTimes times;
-    EXPECT_TRUE(get_directory_times(itself, times));
-    EXPECT_GT(times.written, 0);
-    EXPECT_FALSE(Root::open("missing").valid());
-}
-
 TEST_F(Directories, AreMadeOnceUnderAnyCase) {
     write_file("file", "");
     EXPECT_EQ(outcome(create_directory("Sub")), Failure::NONE);
