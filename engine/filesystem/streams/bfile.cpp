@@ -19,6 +19,7 @@ namespace fs {
 namespace {
 
 constexpr std::uint64_t largest_position = std::numeric_limits<std::int64_t>::max();
+constexpr std::uint64_t value_size = 4;
 constexpr FFSOpenFlags::FLAGS gzip_flags =
     FFSOpenFlags::GZIP | FFSOpenFlags::GZIP_LEVEL1 | FFSOpenFlags::GZIP_LEVEL5 | FFSOpenFlags::GZIP_LEVEL9;
 constexpr FFSOpenFlags::FLAGS known_flags = FFSOpenFlags::CREATE | FFSOpenFlags::WRITE_THROUGH;
@@ -36,7 +37,9 @@ struct bfile_win32::State {
     bool start(const platform::OpenOptions& options);
     bool flush();
     std::uint64_t read(std::uint8_t* out, std::uint64_t size);
+    bool read_value(void* out);
     std::uint64_t write(const std::uint8_t* data, std::uint64_t size);
+    bool write_value(const void* data);
     std::uint64_t write_at(const std::uint8_t* data, std::uint64_t size, std::uint64_t offset);
     void put(const std::uint8_t* data, std::uint32_t size);
     void set_end();
@@ -177,6 +180,28 @@ std::uint64_t bfile_win32::State::write(const std::uint8_t* data, std::uint64_t 
     return size;
 }
 
+// Typed values come four bytes at a time; these two make no call.
+
+bool bfile_win32::State::read_value(void* out) {
+    const std::uint64_t inside = pos - base;
+    if (!readable || valid < value_size || inside > valid - value_size) return false;
+    std::memcpy(out, buffer.get() + inside, value_size);
+    pos += value_size;
+    return true;
+}
+
+/// Only where the value goes on behind the pending run, at the window's end.
+bool bfile_win32::State::write_value(const void* data) {
+    const std::uint64_t inside = pos - base;
+    if (dirty_begin == dirty_end || inside != dirty_end || inside != valid || buffer_size - inside < value_size)
+        return false;
+    std::memcpy(buffer.get() + inside, data, value_size);
+    valid = dirty_end = static_cast<std::uint32_t>(inside + value_size);
+    pos += value_size;
+    length = std::max(length, pos);
+    return true;
+}
+
 bfile_win32::bfile_win32(std::uint32_t buffer_size) : buffer_size_(std::max<std::uint32_t>(buffer_size, 1)) {}
 
 bfile_win32::~bfile_win32() { close(); }
@@ -226,11 +251,15 @@ bool bfile_win32::seek(std::int64_t offset, EFSSeek::TYPE origin) {
 }
 
 std::uint64_t bfile_win32::read(void* buffer, std::uint64_t size) {
-    return state_ == nullptr ? not_open() : state_->read(static_cast<std::uint8_t*>(buffer), size);
+    if (state_ == nullptr) return not_open();
+    if (size == value_size && state_->read_value(buffer)) return value_size;
+    return state_->read(static_cast<std::uint8_t*>(buffer), size);
 }
 
 std::uint64_t bfile_win32::write(const void* data, std::uint64_t size) {
-    return state_ == nullptr ? not_open() : state_->write(static_cast<const std::uint8_t*>(data), size);
+    if (state_ == nullptr) return not_open();
+    if (size == value_size && state_->write_value(data)) return value_size;
+    return state_->write(static_cast<const std::uint8_t*>(data), size);
 }
 
 }  // namespace fs
