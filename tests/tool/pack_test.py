@@ -19,6 +19,9 @@ def packs(tool):
                ("list work/made.pak", 0, "~^(empty\nsub/text.txt|sub/text.txt\nempty)\n$"),
                ("list --long work/made.pak", 0, r"~%d +\d+  deflated  %08x" % (len(PLAIN), zlib.crc32(PLAIN))),
                ("verify work/made.pak", 0, "work/made.pak: 2 entries, all good\n"), ("unpack work/made.pak work/out",),
+               ("pack work/dry.pak work/in --dry-run --json", 0, f'~"name": "sub/text.txt",\\s+"size": {len(PLAIN)}\\s'),
+               ("unpack work/made.pak work/dry --json -n EMPTY", 0, '~"name": "empty",\\s+"size": 0\\s'),
+               ("pack work/dry.pak work/in --json", 2, "", "--json requires --dry-run"), ("list work/dry.pak", 1, "", "work/dry.pak"),
                ("--add work/made.pak which sub/text.txt", 0, "~made.pak\n$"), ("--add work/made.pak cp empty beside/pack.txt",),
                ("--add work/made.pak cat beside/pack.txt",), ("--add work/made.pak mkdir beside/made",),
                ("--add work/made.pak find text.txt --native-paths", 0, "~work/made.pak/sub/text.txt\n$"))

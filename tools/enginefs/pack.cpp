@@ -61,8 +61,15 @@ bool pack(const Pack& given) {
                     "it is not made; see the " + counted(check.findings(), "finding", "findings") + " above");
     if (!tree.is_whole() || (!given.order.empty() && !apply_order(given.order, names))) return false;
     if (!given.dry_run) return write_packs(tree, names, check.total_bytes(), given.out, given.how);
-    for (const std::string& name : names) print(formatted("%12" PRIu64 "  ", tree.size_of(name)) + shown(name) + "\n");
-    return print(counted(names.size(), "file", "files") + ", " + std::to_string(check.total_bytes()) + " bytes\n");
+    Listing listing;
+    for (const std::string& name : names) {
+        const std::uint64_t size = tree.size_of(name);
+        listing.add(name, formatted("%12" PRIu64 "  ", size) + shown(name), [&] {
+            return Json{{"name", name}, {"size", size}};
+        });
+    }
+    listing.note(counted(names.size(), "file", "files") + ", " + std::to_string(check.total_bytes()) + " bytes");
+    return listing.finish();
 }
 
 }  // namespace
@@ -89,5 +96,7 @@ void add_pack_commands(Commands& commands) {
                      "Lay the names of this list out first, in its order (see fs::record_access)")
         ->type_name("FILE");
     added->add_flag("--strict", given.strict, "Make nothing where something in the directory would be missing");
-    added->add_flag("-n,--dry-run", given.dry_run, "Say what would go in, and what would not, and make nothing");
+    CLI::Option* const dry_run =
+        added->add_flag("-n,--dry-run", given.dry_run, "Say what would go in, and what would not, and make nothing");
+    commands.add_json(added)->needs(dry_run);
 }

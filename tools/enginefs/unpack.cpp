@@ -80,7 +80,7 @@ public:
             good_ = unpack(*entry, progress) && good_;
             if (stopped_ || Interruption::requested()) return fail(given_.dir, "the rest was not unpacked");
         }
-        return good_;
+        return (!given_.dry_run || listing_.finish()) && good_;
     }
 
 private:
@@ -110,8 +110,9 @@ private:
         const bool is_there = stdfs::exists(stdfs::symlink_status(target, error));
         if (is_there && (given_.overwrite == "never" || (given_.overwrite == "older" && !is_older(target, entry.time))))
             return true;
-        if (given_.dry_run) return print(shown(name) + "\n");
-        return write(entry, name, progress);
+        if (!given_.dry_run) return write(entry, name, progress);
+        listing_.add(name, shown(name), [&] { return Json{{"name", name}, {"size", entry.size}}; });
+        return true;
     }
 
     bool write(const SFsPackEntry& entry, const std::string& name, Progress& progress) {
@@ -130,6 +131,7 @@ private:
     const stdfs::path root_;
     const Interruption interruption_;
     TakenNames taken_;
+    Listing listing_;  // of a dry run
     bool good_ = true;
     bool stopped_ = false;
 };
@@ -206,8 +208,9 @@ void add_unpack_commands(Commands& commands) {
         ->add_option("--overwrite", unpack_command.given.overwrite,
                      "Which files that are there to replace: never, older (than the entry) or always (default: always)")
         ->check(CLI::IsMember({"never", "older", "always"}));
-    unpack_command->add_flag("-n,--dry-run", unpack_command.given.dry_run,
-                             "Print what would be written, and write nothing");
+    CLI::Option* const dry_run = unpack_command->add_flag("-n,--dry-run", unpack_command.given.dry_run,
+                                                          "Print what would be written, and write nothing");
+    commands.add_json(unpack_command)->needs(dry_run);
 
     const auto verify_command =
         commands.add("verify", "Decode every entry of packs and hold it against its checksum and size", verify, false);

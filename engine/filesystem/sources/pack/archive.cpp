@@ -17,6 +17,7 @@
 #include "engine/filesystem/formats/zstd.h"
 #include "engine/filesystem/sources/pack/walk.h"
 #include "engine/platform/lock.h"
+#include "engine/platform/never_destroyed.h"
 
 namespace fs {
 
@@ -50,8 +51,8 @@ struct PacksInUse {
     std::vector<std::pair<std::string, std::weak_ptr<const PackArchive>>> packs;  // by their paths in normal form
 
     static PacksInUse& get() {
-        static auto& packs = *new PacksInUse;
-        return packs;
+        static platform::NeverDestroyed<PacksInUse> instance;
+        return instance.value;
     }
 };
 
