@@ -66,7 +66,7 @@ bool run_watch(const Given& given) {
     std::size_t left = given.count;
     std::string told;
     ztl::vector<SFsChange> changes;
-    while (!interruption.requested()) {
+    while (!Interruption::requested()) {
         tell_failure(fs::poll_changes(changes, given.quiet_ms), told);
         for (const SFsChange& change : changes) {
             if (!print(line_of(change, given.json))) return false;

@@ -46,7 +46,7 @@ public:
 private:
     struct Key {
         std::uint64_t id, index;
-        auto operator<=>(const Key&) const = default;
+        auto operator<=>(const Key&) const = default;  // NOLINT(modernize-use-nullptr): there is none
     };
     using Block = std::shared_ptr<char[]>;
     struct Window {

@@ -111,6 +111,8 @@ bool DirectoryFollower::is_entered(Reading& reading, const Visit& visit, const s
 }
 
 void DirectoryFollower::visit(Reading& reading, const Visit& visit) {
+    // It may have gone with its parent, while a disk that knows no case has another there.
+    if (visit.dir != start_ && !directories_.contains(parent_directory(visit.dir))) return;
     const std::string path = native(visit.dir);
     if (path.size() > platform::max_path_bytes) return;
     if (!visit.is_checked && visit.dir != start_ && !is_entered(reading, visit, path)) return;
