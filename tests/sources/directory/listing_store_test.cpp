@@ -119,6 +119,21 @@ TEST_F(ListingCache, ScansAgainWhenAnyDirectoryChanged) {
     }
 }
 
+TEST_F(ListingCache, ChecksALongListingWhileItIsReplayed) {
+    for (int i = 1000; i < 1800; ++i) home_.write("data/many/" + std::string(90, 'x') + std::to_string(i), "");
+    age_all();
+    EXPECT_FALSE(is_replayed());
+    const std::vector<std::string> scanned = names();
+    EXPECT_EQ(scanned.size(), 804u);
+    EXPECT_TRUE(is_replayed());
+    EXPECT_EQ(names(), scanned);
+    home_.write("data/many/new", "1");
+    EXPECT_FALSE(is_replayed());
+    EXPECT_TRUE(fs::exists("many/new"));
+    EXPECT_EQ(names().size(), 805u);
+    EXPECT_NE(fs::search_dir("maps/deep"), nullptr);
+}
+
 TEST_F(ListingCache, DoesNotTrustADirectoryThatChangedJustBeforeItWasRecorded) {
     home_.write("data/Maps/fresh", "1");
     EXPECT_FALSE(is_replayed());

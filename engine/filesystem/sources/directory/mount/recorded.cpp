@@ -81,8 +81,19 @@ bool dir_listing::decode(const ListingKey& key, std::span<const std::uint8_t> by
     if (path_size > rest.size()) return false;
     if (std::string_view(reinterpret_cast<const char*>(rest.data()), path_size) != key.source_path) return false;
     rest = rest.subspan(path_size);
+    ListingReader reader(rest);
+    std::size_t files = 0;
+    while (!reader.at_end()) {
+        std::string_view text;
+        platform::DirectoryTimes times;
+        if (!reader.read_directory(text, times)) return false;
+        for (; reader.at_file(); ++files) {
+            if (!reader.read_file(text)) return false;
+        }
+    }
     bytes_.assign(rest.begin(), rest.end());
     is_stored_ = true;
+    files_ = files;
     return true;
 }
 
@@ -100,9 +111,9 @@ bool ListingReader::read_directory(std::string_view& dir, platform::DirectoryTim
     times.written = static_cast<std::int64_t>(kernel::load_u64(rest_.data() + 1));
     times.changed = static_cast<std::int64_t>(kernel::load_u64(rest_.data() + 9));
     rest_ = rest_.subspan(directory_head);
-    return read_text(dir) && is_directory(dir);
+    return read_text(dir) && (is_checked_ || is_directory(dir));
 }
 
-bool ListingReader::read_file(std::string_view& name) { return read_text(name) && is_name(name); }
+bool ListingReader::read_file(std::string_view& name) { return read_text(name) && (is_checked_ || is_name(name)); }
 
 }  // namespace fs

@@ -28,7 +28,7 @@ public:
     /// False once something could not be recorded.
     bool is_whole() const { return is_whole_; }
     void spoil() { is_whole_ = false; }
-    /// Whether it comes from a file.
+    /// Whether it comes from a file, and is to be checked against the disk before it is used.
     bool is_stored() const { return is_stored_; }
     void clear() { *this = {}; }
 
@@ -37,11 +37,12 @@ public:
     void add_file(std::string_view name) { put_text(name); }
 
     std::span<const std::uint8_t> bytes() const { return bytes_; }
+    /// The number of files of a stored listing.
+    std::size_t files() const { return files_; }
 
     /// The bytes to store.
     std::vector<std::uint8_t> encode(const ListingKey& key) const;
-    /// Takes stored bytes. False, and empty, when they are damaged, cut off, of another version or foreign. What the
-    /// records say is for the reader to check.
+    /// Takes stored bytes. False, and empty, when they are damaged, cut off, of another version or foreign.
     [[nodiscard]] bool decode(const ListingKey& key, std::span<const std::uint8_t> bytes);
 
 private:
@@ -50,12 +51,15 @@ private:
     std::vector<std::uint8_t> bytes_;
     bool is_whole_ = true;
     bool is_stored_ = false;
+    std::size_t files_ = 0;
 };
 
-/// Reads the records of a listing from the front, and trusts none of them.
+/// Reads recorded bytes from the front, checked against what is left.
 class ListingReader {
 public:
-    explicit ListingReader(const dir_listing& listing) : rest_(listing.bytes()) {}
+    /// What a listing holds was checked when it came in.
+    explicit ListingReader(const dir_listing& listing) : rest_(listing.bytes()), is_checked_(true) {}
+    explicit ListingReader(std::span<const std::uint8_t> bytes) : rest_(bytes), is_checked_(false) {}
 
     bool at_end() const { return rest_.empty(); }
     /// Whether another file of the directory follows.
@@ -68,6 +72,7 @@ private:
     bool read_text(std::string_view& out);
 
     std::span<const std::uint8_t> rest_;
+    bool is_checked_;
 };
 
 }  // namespace fs

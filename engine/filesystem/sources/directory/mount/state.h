@@ -27,7 +27,7 @@
 // found, written down.
 //
 // A mount asks in this order: cache_service serves the names of a companion module; replay enters a listing (recorded) that
-// store has loaded, and checks each directory against the disk; scan reads the disk, while the next directories are listed
+// store has loaded, and checks it against the disk meanwhile; scan reads the disk, while the next directories are listed
 // ahead, and records a listing for store.
 //
 // Invariant: each file of the table was seen on the disk, or made by this source, under the native path that its
