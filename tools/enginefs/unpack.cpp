@@ -53,16 +53,10 @@ private:
     std::unordered_set<std::string> folded_;
 };
 
-/// What the disk calls a time of a pack, which is local time.
-stdfs::file_time_type disk_time(std::int64_t pack_time) {
-    const std::chrono::nanoseconds since_1970(LocalTimes().time_of(pack_time));
-    return std::chrono::file_clock::from_sys(std::chrono::sys_time<std::chrono::nanoseconds>(since_1970));
-}
-
-bool is_older(const stdfs::path& file, std::int64_t pack_time) {
+bool is_older(const stdfs::path& file, stdfs::file_time_type than) {
     std::error_code error;
     const stdfs::file_time_type time = stdfs::last_write_time(file, error);
-    return error || time < disk_time(pack_time);
+    return error || time < than;
 }
 
 class Unpacking {
@@ -108,7 +102,8 @@ private:
         std::error_code error;
         if (!taken_.take(name, target)) return fail(entry.name, "an entry before it has the same name");
         const bool is_there = stdfs::exists(stdfs::symlink_status(target, error));
-        if (is_there && (given_.overwrite == "never" || (given_.overwrite == "older" && !is_older(target, entry.time))))
+        if (is_there &&
+            (given_.overwrite == "never" || (given_.overwrite == "older" && !is_older(target, disk_time(entry)))))
             return true;
         if (!given_.dry_run) return write(entry, name, progress);
         listing_.add(name, shown(name), [&] { return Json{{"name", name}, {"size", entry.size}}; });
@@ -122,14 +117,21 @@ private:
             progress.add(size);
             return !(stopped_ = !out.write(data, size));
         };
-        out.keep_time(disk_time(entry.time));
+        out.keep_time(disk_time(entry));
         return pack_.read(entry.name, entry.name, take) && out.finish();
+    }
+
+    /// What the disk calls the time of an entry, which is local time.
+    stdfs::file_time_type disk_time(const SFsPackEntry& entry) {
+        const std::chrono::nanoseconds since_1970(times_.time_of(entry.time));
+        return std::chrono::file_clock::from_sys(std::chrono::sys_time<std::chrono::nanoseconds>(since_1970));
     }
 
     const Unpack& given_;
     const Tree& pack_;
     const stdfs::path root_;
     const Interruption interruption_;
+    LocalTimes times_;
     TakenNames taken_;
     Listing listing_;  // of a dry run
     bool good_ = true;
