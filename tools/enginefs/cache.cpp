@@ -56,7 +56,7 @@ std::string directory_in(const std::string& path) {
     std::ifstream in(fs::to_path(path), std::ios::binary);
     unsigned char head[18];
     if (!in.read(reinterpret_cast<char*>(head), sizeof head) || std::memcmp(head, "FSCL", 4) != 0) return "";
-    std::string directory(head[16] | head[17] << 8, '\0');
+    std::string directory(static_cast<std::size_t>(head[16] | head[17] << 8), '\0');
     return in.read(directory.data(), static_cast<std::streamsize>(directory.size())) ? directory : "";
 }
 
