@@ -5,11 +5,10 @@
 // they reach the C library.
 #include "engine/kernel/format.h"
 
-#include <charconv>
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <string_view>
 
 #include "engine/platform/bounded_text.h"
@@ -40,12 +39,6 @@ bool rewrite_pointers(std::string_view format, BoundedText& out) {
     return !out.is_cut();
 }
 
-template <class Number>
-void add_number(BoundedText& out, Number value, int base = 10) {
-    char digits[24];
-    out.add({digits, std::to_chars(digits, std::end(digits), value, base).ptr});
-}
-
 /// One conversion without flags, width, precision or length modifier. False for all others.
 bool add_conversion(BoundedText& out, char conversion, va_list* args) {
     switch (conversion) {
@@ -56,17 +49,16 @@ bool add_conversion(BoundedText& out, char conversion, va_list* args) {
         }
         case 'd':
         case 'i':
-            add_number(out, va_arg(*args, int));
+            out.add_number(va_arg(*args, int));
             return true;
         case 'u':
-            add_number(out, va_arg(*args, unsigned));
+            out.add_number(va_arg(*args, unsigned));
             return true;
         case 'x':
-            add_number(out, va_arg(*args, unsigned), 16);
+            out.add_number(va_arg(*args, unsigned), 16);
             return true;
         case 'p':
-            out.add("0x");
-            add_number(out, reinterpret_cast<std::uintptr_t>(va_arg(*args, const void*)), 16);
+            out.add_hex(reinterpret_cast<std::uintptr_t>(va_arg(*args, const void*)));
             return true;
         case '%':
             out.add('%');

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <charconv>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
 namespace platform {
@@ -27,6 +30,15 @@ public:
         return *this;
     }
     BoundedText& add(char letter) { return add(std::string_view(&letter, 1)); }
+    /// In this base, with zeros before it up to `width` digits.
+    template <class Number>
+    BoundedText& add_number(Number value, int base = 10, std::size_t width = 0) {
+        char digits[24];
+        const std::string_view text(digits, std::to_chars(digits, std::end(digits), value, base).ptr);
+        for (std::size_t i = text.size(); i < width; ++i) add('0');
+        return add(text);
+    }
+    BoundedText& add_hex(std::uint64_t value, std::size_t width = 0) { return add("0x").add_number(value, 16, width); }
 
     std::string_view view() const { return {out_, length_}; }
     std::size_t length() const { return length_; }

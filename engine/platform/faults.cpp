@@ -1,5 +1,6 @@
 #include "engine/platform/faults.h"
 
+#include <algorithm>
 #include <array>
 
 #include "engine/platform/lock.h"
@@ -20,9 +21,8 @@ constinit std::uint32_t hits ENGINE_GUARDED_BY(lock) = 0;
 Order& order_of(FaultPoint point) ENGINE_REQUIRES(lock) { return given[static_cast<std::size_t>(point)]; }
 
 void update_orders() ENGINE_REQUIRES(lock) {
-    std::uint32_t orders = 0;
-    for (const Order& order : given) orders += order.calls_left != 0 ? 1 : 0;
-    faults_detail::orders.store(orders, std::memory_order_relaxed);
+    const auto orders = std::ranges::count_if(given, [](const Order& order) { return order.calls_left != 0; });
+    faults_detail::orders.store(static_cast<std::uint32_t>(orders), std::memory_order_relaxed);
 }
 
 }  // namespace
@@ -34,16 +34,11 @@ constinit std::atomic<std::uint32_t> orders{0};
 std::optional<Failure> strike(FaultPoint point) {
     const LockGuard guard(lock);
     Order& order = order_of(point);
-    if (order.calls_left == 0) return std::nullopt;
-    if (order.calls_left > 1) {
-        --order.calls_left;
-        return std::nullopt;
-    }
-    const Failure failure = order.failure;
-    if (!order.from_then_on) order = Order{};
+    if (order.calls_left == 0 || --order.calls_left != 0) return std::nullopt;
+    if (order.from_then_on) order.calls_left = 1;
     update_orders();
     ++hits;
-    return failure;
+    return order.failure;
 }
 
 }  // namespace faults_detail

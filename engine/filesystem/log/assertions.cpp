@@ -22,18 +22,9 @@ EAssertionResult::TYPE ask(const smart_assert_data& data) {
 }
 
 void obey(EAssertionResult::TYPE result, smart_assert_site& site) {
-    switch (result) {
-        case EAssertionResult::IGNORE_ONCE:
-            return;
-        case EAssertionResult::IGNORE_ALWAYS:
-            site.ignored.store(true, std::memory_order_relaxed);
-            return;
-        case EAssertionResult::BREAK:
-            platform::break_into_debugger();
-            return;
-        case EAssertionResult::ABORT:
-            std::abort();
-    }
+    if (result == EAssertionResult::IGNORE_ALWAYS) site.ignored.store(true, std::memory_order_relaxed);
+    if (result == EAssertionResult::BREAK) platform::break_into_debugger();
+    if (result == EAssertionResult::ABORT) std::abort();
 }
 
 }  // namespace

@@ -26,15 +26,14 @@ constexpr std::array<char, 256> label_table = [] {
     return table;
 }();
 
-constexpr std::int64_t ticks_per_second = 10'000'000;
-
 /// The local hour, minute and second, a byte each. Turning the clock into local time costs more than a whole log line, so
 /// it is done once for each second; what is kept is one word, with that second above, so that its parts belong together.
 std::uint64_t local_second(std::int64_t second) {
     constinit static std::atomic<std::uint64_t> cached{0};
     std::uint64_t word = cached.load(std::memory_order_relaxed);
     if (word >> 24 == static_cast<std::uint64_t>(second)) return word;
-    const platform::CalendarTime local = platform::to_calendar(platform::utc_to_local(second * ticks_per_second));
+    const platform::CalendarTime local =
+        platform::to_calendar(platform::utc_to_local(second * platform::ticks_per_second));
     word = static_cast<std::uint64_t>(second) << 24 | static_cast<std::uint64_t>(local.hour) << 16 |
            static_cast<std::uint64_t>(local.minute) << 8 | static_cast<std::uint64_t>(local.second);
     cached.store(word, std::memory_order_relaxed);
@@ -50,8 +49,8 @@ char* put_two_digits(char* out, int value) {
 /// "{hh:mm:ss.mmm} "
 char* put_time(char* out) {
     const std::int64_t now = platform::now_utc();
-    const std::uint64_t local = local_second(now / ticks_per_second);
-    const auto millisecond = static_cast<int>(now % ticks_per_second / (ticks_per_second / 1000));
+    const std::uint64_t local = local_second(now / platform::ticks_per_second);
+    const auto millisecond = static_cast<int>(now % platform::ticks_per_second / platform::ticks_per_ms);
     for (int shift = 16; shift >= 0; shift -= 8) {
         *out++ = shift == 16 ? '{' : ':';
         out = put_two_digits(out, static_cast<int>(local >> shift & 0xFF));

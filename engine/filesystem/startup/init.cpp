@@ -70,11 +70,7 @@ PreparedPath prepare_directory(const char* path) {
     return prepared;
 }
 
-}  // namespace
-
 static_assert(registry::cache_dir_capacity >= path_capacity);
-
-namespace {
 
 enum class Started : std::uint8_t { YES, NO, UNMOUNTABLE };
 

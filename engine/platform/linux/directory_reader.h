@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "engine/platform/posix/system_error.h"
 
@@ -20,10 +21,6 @@ struct DirectoryRecord {
     char name[1];
 };
 
-inline bool is_dot_or_dots(const char* name) {
-    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
-}
-
 /// Hands each record of the open directory but "." and ".." to `visit`. False with errno when reading failed.
 /// readdir would copy everything once more through a smaller buffer of its own.
 template <class Visit>
@@ -36,7 +33,7 @@ bool read_directory(int directory, Visit visit) {
             const auto* record = reinterpret_cast<const DirectoryRecord*>(buffer + at);
             const char* const name = buffer + at + offsetof(DirectoryRecord, name);
             at += record->length;
-            if (!is_dot_or_dots(name)) visit(*record, name);
+            if (std::string_view(name) != "." && std::string_view(name) != "..") visit(*record, name);
         }
     }
 }

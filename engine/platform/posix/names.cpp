@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <new>
+#include <string_view>
 
 namespace platform {
 namespace {
@@ -11,8 +12,7 @@ namespace {
 constinit Mutex creation_lock;  // held while a Creation lives; the lock of the kept listings is taken inside it
 
 std::size_t start_of_last(const char* path, std::size_t length) {
-    while (length > 0 && path[length - 1] != '/') --length;
-    return length;
+    return std::string_view(path, length).rfind('/') + 1;
 }
 
 /// Where the component before the slashes that end at `end` begins.
@@ -21,9 +21,7 @@ std::size_t start_of_previous(const char* path, std::size_t end) {
     return start_of_last(path, end);
 }
 
-bool is_dots(const char* name, std::size_t length) {
-    return (length == 1 && name[0] == '.') || (length == 2 && name[0] == '.' && name[1] == '.');
-}
+bool is_dots(std::string_view name) { return name == "." || name == ".."; }
 
 bool is_absence(int os_code) { return failure_of(os_code) == Failure::NOT_FOUND; }
 
@@ -45,7 +43,7 @@ Spelling spell(char* path, DirectoryStamp* directory) {
     while (begin < length) {
         std::size_t end = begin;
         while (end < length && path[end] != '/') ++end;
-        if (end > begin && !is_dots(path + begin, end - begin)) {
+        if (end > begin && !is_dots({path + begin, end - begin})) {
             const Held held = find_spelling(DirectoryPath(path, begin).text, stamp, path + begin, end - begin);
             const bool is_absent = held == Held::NO || (held == Held::UNKNOWN && is_absence(errno));
             if (held == Held::UNKNOWN && !is_absent) return Spelling::UNKNOWN;

@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <mutex>
 
@@ -182,9 +181,9 @@ void describe_frame(const void* frame, char* out, std::size_t capacity) {
     }
     const char* const separator = std::strrchr(path, '\\');
     const auto address = reinterpret_cast<std::uintptr_t>(frame);
-    std::snprintf(out, capacity, "0x%016llx %s+0x%llx", static_cast<unsigned long long>(address),
-                  separator == nullptr ? path : separator + 1,
-                  static_cast<unsigned long long>(address - reinterpret_cast<std::uintptr_t>(module)));
+    BoundedText text(out, capacity);
+    text.add_hex(address, 16).add(" ").add(separator == nullptr ? path : separator + 1).add("+");
+    text.add_hex(address - reinterpret_cast<std::uintptr_t>(module));
 }
 
 Failure write_dump(const DumpRequest& request) {

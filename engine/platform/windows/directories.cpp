@@ -25,7 +25,7 @@ bool is_link_item(const WIN32_FIND_DATAW& item) {
 
 std::wstring join(std::wstring_view directory, std::wstring_view name) {
     std::wstring path(directory);
-    if (path.back() != L'/' && path.back() != L'\\') path += L'/';
+    if (!path.empty() && path.back() != L'/' && path.back() != L'\\') path += L'/';
     return path.append(name);
 }
 
@@ -189,12 +189,16 @@ bool resolve_link(const char* path, char* out) {
     const Handle handle(open_for_query(NativePath(path).text()));
     if (!handle.valid()) return fail_last();
     wchar_t target[path_buffer_size];
-    const std::wstring_view mark = L"\\\\?\\";  // before a path of any length
+    const std::wstring_view mark = L"\\\\?\\";  // before a path of any length; of another machine, with "UNC" behind it
     const DWORD length = GetFinalPathNameByHandleW(handle.get(), target, path_buffer_size, FILE_NAME_NORMALIZED);
     if (length <= mark.size() || length >= path_buffer_size) return fail(Failure::PATH_TOO_LONG);
-    const std::size_t written =
-        to_narrow(std::wstring_view(target + mark.size(), length - mark.size()), out, path_buffer_size);
-    return written != 0 || fail(Failure::PATH_TOO_LONG);
+    std::wstring_view found(target, length);
+    found.remove_prefix(mark.size());
+    if (found.starts_with(L"UNC\\")) {
+        target[mark.size() + 2] = L'\\';
+        found.remove_prefix(2);
+    }
+    return to_narrow(found, out, path_buffer_size) != 0 || fail(Failure::PATH_TOO_LONG);
 }
 
 bool resolve_case(const char* path, char* out) { return respell(path, out, Respell::ALL); }

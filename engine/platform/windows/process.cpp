@@ -27,18 +27,10 @@ bool has_desktop() {
 }
 
 Answer to_answer(int button, Answer otherwise) {
-    switch (button) {
-        case IDOK:
-            return Answer::OK;
-        case IDABORT:
-            return Answer::ABORT;
-        case IDRETRY:
-            return Answer::RETRY;
-        case IDIGNORE:
-            return Answer::CARRY_ON;
-        default:
-            return otherwise;
-    }
+    if (button == IDABORT) return Answer::ABORT;
+    if (button == IDRETRY) return Answer::RETRY;
+    if (button == IDIGNORE) return Answer::CARRY_ON;
+    return button == IDOK ? Answer::OK : otherwise;
 }
 
 /// How much of `text` can be taken without cutting a character in two.

@@ -2,67 +2,48 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <initializer_list>
+
 namespace platform {
+namespace {
+
+using enum Failure;
+/// A failure, and the codes that mean it.
+struct Meaning {
+    Failure failure;
+    std::initializer_list<std::uint32_t> codes;
+};
+
+constexpr std::uint32_t over_quota = 1295;  // of a user, which not every header names
+
+/// ERROR_INVALID_NAME: nothing can have such a name. ERROR_DIRECTORY: a file where the path has a directory.
+constexpr Meaning meanings[] = {
+    {NOT_FOUND,
+     {ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_INVALID_DRIVE, ERROR_NOT_READY, ERROR_BAD_NETPATH,
+      ERROR_BAD_NET_NAME, ERROR_INVALID_NAME, ERROR_BAD_PATHNAME, ERROR_DIRECTORY, ERROR_CANT_RESOLVE_FILENAME}},
+    {ACCESS_DENIED, {ERROR_ACCESS_DENIED, ERROR_PRIVILEGE_NOT_HELD}},
+    {IN_USE, {ERROR_SHARING_VIOLATION, ERROR_LOCK_VIOLATION, ERROR_BUSY, ERROR_DELETE_PENDING, ERROR_USER_MAPPED_FILE}},
+    {ALREADY_EXISTS, {ERROR_FILE_EXISTS, ERROR_ALREADY_EXISTS}},
+    {NOT_EMPTY, {ERROR_DIR_NOT_EMPTY}},
+    {DISK_FULL, {ERROR_DISK_FULL, ERROR_HANDLE_DISK_FULL, ERROR_FILE_TOO_LARGE, over_quota}},
+    {PATH_TOO_LONG, {ERROR_FILENAME_EXCED_RANGE, ERROR_BUFFER_OVERFLOW}},
+    {READ_ONLY, {ERROR_WRITE_PROTECT}},
+    {OUT_OF_MEMORY, {ERROR_NOT_ENOUGH_MEMORY, ERROR_OUTOFMEMORY, ERROR_NO_SYSTEM_RESOURCES, ERROR_COMMITMENT_LIMIT}},
+    {TOO_MANY_FILES, {ERROR_TOO_MANY_OPEN_FILES}},
+    {IO,
+     {ERROR_CRC, ERROR_READ_FAULT, ERROR_WRITE_FAULT, ERROR_IO_DEVICE, ERROR_SECTOR_NOT_FOUND, ERROR_FILE_CORRUPT,
+      ERROR_DISK_CORRUPT}},
+    {INVALID_HANDLE, {ERROR_INVALID_HANDLE}},
+    {ABORTED, {ERROR_OPERATION_ABORTED}},
+};
+
+}  // namespace
 
 Failure failure_of(std::uint32_t os_code) {
-    switch (os_code) {
-        case ERROR_FILE_NOT_FOUND:
-        case ERROR_PATH_NOT_FOUND:
-        case ERROR_INVALID_DRIVE:
-        case ERROR_NOT_READY:
-        case ERROR_BAD_NETPATH:
-        case ERROR_BAD_NET_NAME:
-        case ERROR_INVALID_NAME:  // nothing can have such a name
-        case ERROR_BAD_PATHNAME:
-        case ERROR_DIRECTORY:  // a file where the path has a directory
-        case ERROR_CANT_RESOLVE_FILENAME:
-            return Failure::NOT_FOUND;
-        case ERROR_ACCESS_DENIED:
-        case ERROR_PRIVILEGE_NOT_HELD:
-            return Failure::ACCESS_DENIED;
-        case ERROR_SHARING_VIOLATION:
-        case ERROR_LOCK_VIOLATION:
-        case ERROR_BUSY:
-        case ERROR_DELETE_PENDING:
-        case ERROR_USER_MAPPED_FILE:
-            return Failure::IN_USE;
-        case ERROR_FILE_EXISTS:
-        case ERROR_ALREADY_EXISTS:
-            return Failure::ALREADY_EXISTS;
-        case ERROR_DIR_NOT_EMPTY:
-            return Failure::NOT_EMPTY;
-        case ERROR_DISK_FULL:
-        case ERROR_HANDLE_DISK_FULL:
-        case ERROR_FILE_TOO_LARGE:
-        case 1295:  // the quota of a user, which not every header names
-            return Failure::DISK_FULL;
-        case ERROR_FILENAME_EXCED_RANGE:
-        case ERROR_BUFFER_OVERFLOW:
-            return Failure::PATH_TOO_LONG;
-        case ERROR_WRITE_PROTECT:
-            return Failure::READ_ONLY;
-        case ERROR_NOT_ENOUGH_MEMORY:
-        case ERROR_OUTOFMEMORY:
-        case ERROR_NO_SYSTEM_RESOURCES:
-        case ERROR_COMMITMENT_LIMIT:
-            return Failure::OUT_OF_MEMORY;
-        case ERROR_TOO_MANY_OPEN_FILES:
-            return Failure::TOO_MANY_FILES;
-        case ERROR_CRC:
-        case ERROR_READ_FAULT:
-        case ERROR_WRITE_FAULT:
-        case ERROR_IO_DEVICE:
-        case ERROR_SECTOR_NOT_FOUND:
-        case ERROR_FILE_CORRUPT:
-        case ERROR_DISK_CORRUPT:
-            return Failure::IO;
-        case ERROR_INVALID_HANDLE:
-            return Failure::INVALID_HANDLE;
-        case ERROR_OPERATION_ABORTED:
-            return Failure::ABORTED;
-        default:
-            return Failure::OTHER;
-    }
+    for (const auto& [failure, codes] : meanings)
+        if (std::ranges::find(codes, os_code) != codes.end()) return failure;
+    return OTHER;
 }
 
 bool fail_os(std::uint32_t os_code) { return fail(failure_of(os_code), static_cast<std::int32_t>(os_code)); }

@@ -25,16 +25,9 @@ constexpr int most_reads = 256;           // in one drain, so that it ends while
 using Visitor = std::function<void(const WatchEvent&)>;
 
 WatchEvent::Kind kind_of(DWORD action) {
-    switch (action) {
-        case FILE_ACTION_ADDED:
-            return WatchEvent::Kind::CREATED;
-        case FILE_ACTION_RENAMED_NEW_NAME:
-            return WatchEvent::Kind::ARRIVED;
-        case FILE_ACTION_MODIFIED:
-            return WatchEvent::Kind::CHANGED;
-        default:
-            return WatchEvent::Kind::REMOVED;
-    }
+    if (action == FILE_ACTION_ADDED) return WatchEvent::Kind::CREATED;
+    if (action == FILE_ACTION_RENAMED_NEW_NAME) return WatchEvent::Kind::ARRIVED;
+    return action == FILE_ACTION_MODIFIED ? WatchEvent::Kind::CHANGED : WatchEvent::Kind::REMOVED;
 }
 
 class DirectoryWatch {

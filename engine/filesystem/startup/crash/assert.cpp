@@ -37,16 +37,8 @@ std::string describe(const smart_assert_data& data) {
 }
 
 EAssertionResult::TYPE result_of(platform::Answer answer) {
-    switch (answer) {
-        case platform::Answer::ABORT:
-            return EAssertionResult::ABORT;
-        case platform::Answer::RETRY:
-            return EAssertionResult::BREAK;
-        case platform::Answer::OK:
-        case platform::Answer::CARRY_ON:
-            break;
-    }
-    return EAssertionResult::IGNORE_ONCE;
+    if (answer == platform::Answer::ABORT) return EAssertionResult::ABORT;
+    return answer == platform::Answer::RETRY ? EAssertionResult::BREAK : EAssertionResult::IGNORE_ONCE;
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -18,7 +19,6 @@ namespace platform {
 namespace {
 
 constexpr int crash_signals[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGTRAP, SIGSYS};
-constexpr std::size_t crash_signal_count = std::size(crash_signals);
 constexpr int most_levels = 8;
 constexpr std::size_t stack_size = 256 * 1024;  // only what a handler touches takes memory
 
@@ -34,14 +34,12 @@ struct HandlerState {
     std::atomic<CrashHandler> handler{nullptr};
     std::atomic<std::uint64_t> reporter{0};  // the thread that crashed first; one report for one process
     std::atomic<bool> is_writing{false};
-    Chain chains[crash_signal_count];
+    Chain chains[std::size(crash_signals)];
 };
 HandlerState state;
 
 Chain& chain_of(int signal_number) {
-    std::size_t at = 0;
-    while (at + 1 < crash_signal_count && crash_signals[at] != signal_number) ++at;
-    return state.chains[at];
+    return state.chains[std::find(crash_signals, std::end(crash_signals) - 1, signal_number) - crash_signals];
 }
 
 /// A fault comes again when the handler returns to it; everything else has to be sent again.
@@ -89,10 +87,7 @@ bool is_ours(const struct sigaction& action) {
 }
 
 bool has_room() {
-    for (const Chain& chain : state.chains) {
-        if (chain.count == most_levels) return false;
-    }
-    return true;
+    return std::ranges::none_of(state.chains, [](const Chain& chain) { return chain.count == most_levels; });
 }
 
 }  // namespace

@@ -11,7 +11,6 @@
 #include <unwind.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdlib>
 #include <memory>
 #include <string_view>
@@ -28,16 +27,6 @@ namespace platform {
 namespace {
 
 constexpr int most_frames = 128;
-
-BoundedText& add_number(BoundedText& out, std::uint64_t value, int base = 10, std::size_t width = 0) {
-    char digits[20];
-    const std::string_view text(digits, std::to_chars(digits, std::end(digits), value, base).ptr);
-    for (std::size_t i = text.size(); i < width; ++i) out.add('0');
-    return out.add(text);
-}
-BoundedText& add_hex(BoundedText& out, std::uint64_t value, std::size_t width = 0) {
-    return add_number(out.add("0x"), value, 16, width);
-}
 
 /// The report's file; remembers why a write failed.
 class Report {
@@ -92,13 +81,12 @@ void write_head(Report& report, const CrashContext* crash) {
     if (crash == nullptr) {
         text.add("Report of a running process\n");
     } else {
-        add_number(text.add("Crash report\nSignal: "), static_cast<std::uint64_t>(crash->signal_number)).add(" (");
+        text.add("Crash report\nSignal: ").add_number(static_cast<unsigned>(crash->signal_number)).add(" (");
         text.add(signal_name(crash->signal_number)).add(")\n");
-        add_number(text.add("Code: "), static_cast<std::uint32_t>(crash->info->si_code));
-        add_hex(text.add("\nAddress: "), reinterpret_cast<std::uintptr_t>(crash->info->si_addr)).add("\n");
+        text.add("Code: ").add_number(static_cast<std::uint32_t>(crash->info->si_code));
+        text.add("\nAddress: ").add_hex(reinterpret_cast<std::uintptr_t>(crash->info->si_addr)).add("\n");
     }
-    add_number(text.add("Process: "), static_cast<std::uint64_t>(getpid()));
-    add_number(text.add("\nThread: "), this_thread_id()).add("\n");
+    text.add("Process: ").add_number(getpid()).add("\nThread: ").add_number(this_thread_id()).add("\n");
     report.write(text.view());
 }
 
@@ -110,7 +98,7 @@ void write_registers(Report& report, const CrashContext& crash) {
         char buffer[64];
         BoundedText text(buffer);
         text.add("  ").add(registers[i].name).add(registers[i].name.size() == 2 ? "  " : " ");
-        report.write(add_hex(text, registers[i].value, 16).add("\n").view());
+        report.write(text.add_hex(registers[i].value, 16).add("\n").view());
     }
 }
 
@@ -118,9 +106,9 @@ void write_registers(Report& report, const CrashContext& crash) {
 void write_noted_frame(Report& report, std::uintptr_t address) {
     char buffer[128];
     BoundedText text(buffer);
-    add_hex(text.add("  "), address, 16);
+    text.add("  ").add_hex(address, 16);
     if (const Module* const module = find_module(address)) {
-        add_hex(text.add(" ").add(module->name).add("+"), address - module->base);
+        text.add(" ").add(module->name).add("+").add_hex(address - module->base);
     }
     report.write(text.add("\n").view());
 }
@@ -187,17 +175,17 @@ _Unwind_Reason_Code take_frame(_Unwind_Context* context, void* user) {
 void describe_frame(const void* frame, char* out, std::size_t capacity) {
     const auto address = reinterpret_cast<std::uintptr_t>(frame);
     BoundedText text(out, capacity);
-    add_hex(text, address, 16);
+    text.add_hex(address, 16);
     Dl_info info{};
     if (dladdr(frame, &info) == 0 || info.dli_fname == nullptr) return;
     const std::string_view path = info.dli_fname;
-    text.add(" ").add(path.substr(path.rfind('/') + 1));
-    add_hex(text.add("+"), address - reinterpret_cast<std::uintptr_t>(info.dli_fbase));
+    text.add(" ").add(path.substr(path.rfind('/') + 1)).add("+");
+    text.add_hex(address - reinterpret_cast<std::uintptr_t>(info.dli_fbase));
     if (info.dli_sname == nullptr) return;
     const std::unique_ptr<char, decltype(&std::free)> readable(
         abi::__cxa_demangle(info.dli_sname, nullptr, nullptr, nullptr), std::free);
-    text.add(" (").add(readable ? readable.get() : info.dli_sname);
-    add_hex(text.add("+"), address - reinterpret_cast<std::uintptr_t>(info.dli_saddr)).add(")");
+    text.add(" (").add(readable ? readable.get() : info.dli_sname).add("+");
+    text.add_hex(address - reinterpret_cast<std::uintptr_t>(info.dli_saddr)).add(")");
 }
 
 void prepare_reports() {
