@@ -235,6 +235,20 @@ TEST_F(Loads, NeedNoThreads) {
     EXPECT_EQ(Text(*Ended({.path = "loose.bin"})), small_);
 }
 
+TEST_F(Loads, ThatWaitedForAWorkerAreServedWhenNoneTakesItsPlace) {
+    MountGated();
+    WorkAlone();
+    const LoadPtr held = Begin({.path = "gated"});
+    ASSERT_TRUE(gate_.reached.Wait(10'000));
+    const LoadPtr waiting = Begin({.path = "loose.bin"});
+    platform::inject_fault(platform::FaultPoint::THREAD, 1, platform::Failure::OTHER, true);
+    const std::jthread opener = OpenGateSoon();
+    EXPECT_TRUE(fs::set_load_settings({.workers = 2}));
+    platform::clear_faults();
+    EXPECT_TRUE(waiting->Wait(10'000) && Text(*waiting) == small_);
+    EXPECT_TRUE(held->Wait(10'000) && Text(*held) == *GatedSource::text);
+}
+
 /// A source that is being asked cannot stop the library, and nothing may have been stopped by its trying.
 TEST_F(Loads, GoOnAfterAShutdownThatFailed) {
     class Stopper final : public fs::ReadOnlySource {

@@ -10,6 +10,7 @@ LoadBatch::~LoadBatch() {
 
 void LoadBatch::Add(const SFsLoadWish& wish, LoadClock::time_point now) {
     loads_.push_back(std::make_unique<Load>(wish, now).release());
+    loads_.back()->batch = this;
     left_.fetch_add(1, std::memory_order_relaxed);
     untold_.fetch_add(1, std::memory_order_relaxed);
 }

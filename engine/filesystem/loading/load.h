@@ -62,7 +62,7 @@ public:
     std::uint64_t charged = 0;  // bytes of the block that count against the budget
     bool is_waiting = false;    // in the schedule
     bool is_cancelled = false;
-    LoadBatch* batch = nullptr;  // owns a reference to it
+    LoadBatch* batch = nullptr;  // there is a reference to it until the load has ended
     void (*const callback)(SFsLoad* load, void* user);
     void* const user;
     LoadClock::time_point waits_since;  // when it was asked for, or put aside

@@ -1,5 +1,6 @@
 #include "engine/filesystem/loading/loader.h"
 
+#include <chrono>
 #include <utility>
 
 #include "engine/filesystem/contract/set_error.h"
@@ -23,23 +24,32 @@ bool Loader::Submit(const std::vector<Load*>& loads) {
     }
     bool urgent = false;
     for (Load* const load : loads) {
+        load->AddReference();
+        if (load->batch != nullptr) load->batch->AddReference();
         load->rank.arrival = ++arrivals_;
         urgent = urgent || load->rank.is_urgent;
         schedule_.Add(*load);
     }
-    if (workers_.empty())
-        WorkHere(guard);
-    else
-        WakeFor(loads.size(), urgent);
+    ServeSoon(loads.size(), urgent, guard);
     return true;
 }
 
+void Loader::ServeSoon(std::size_t count, bool urgent, Guard& guard) {
+    if (workers_.empty())
+        WorkHere(guard);
+    else
+        WakeFor(count, urgent);
+}
+
+/// False when the time passed first, or the thread may not wait.
 template <typename Ended>
 bool Loader::WaitAsHost(std::uint32_t timeout_ms, Ended ended) {
     if (ended()) return true;
     if (this_load_thread().MayNotWait()) return false;
     Guard guard(lock_);
-    return WaitUntil(guard, timeout_ms, ended);
+    if (timeout_ms != mt::FOREVER) return ended_.wait_for(guard, std::chrono::milliseconds(timeout_ms), ended);
+    ended_.wait(guard, ended);
+    return true;
 }
 
 bool Loader::Wait(const Load& load, std::uint32_t timeout_ms) {
@@ -57,7 +67,7 @@ bool Loader::Cancel(Load& load) {
     if (load.is_waiting) {
         EndWaiting(load, guard);
     } else if (this_load_thread().in_hand != &load) {  // or a source cancels the load that it is being read for
-        WaitUntil(guard, mt::FOREVER, [&] { return load.IsFinished(); });
+        ended_.wait(guard, [&] { return load.IsFinished(); });
     }
     return true;
 }
@@ -103,10 +113,7 @@ void Loader::SetPolled(bool on) {
     is_polled_ = on;
     if (on || to_poll_.empty()) return;
     to_call_back_.splice(to_call_back_.end(), to_poll_);
-    if (workers_.empty())
-        WorkHere(guard);
-    else
-        WakeFor(to_call_back_.size(), false);
+    ServeSoon(to_call_back_.size(), false, guard);
 }
 
 std::uint32_t Loader::Poll(std::uint32_t most) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -31,7 +30,7 @@ public:
 
     static Loader& Instance();
 
-    /// Takes over one reference to each load. False, with the failure stored and no load begun, while loads are stopped.
+    /// Takes a reference to each load and to its batch. False, with the failure stored and no load begun, while loads are stopped.
     /// Throws std::bad_alloc, with none begun.
     bool Submit(const std::vector<Load*>& loads);
     bool Wait(const Load& load, std::uint32_t timeout_ms);
@@ -74,6 +73,7 @@ private:
     static void Run(void* worker);
     void Work(const Worker& worker, Guard& guard);
     void WorkHere(Guard& guard);
+    void ServeSoon(std::size_t count, bool urgent, Guard& guard);
 
     // service.cpp: a load from the schedule to its callback. With lock_ held; what takes the guard lets it go meanwhile.
     Load* Choose(bool is_lane);
@@ -81,7 +81,6 @@ private:
     void TakeInHand(Load& load);
     static LoadWork::Step Step(Load& load, Guard& guard);
     void LeaveHand(bool was_urgent);
-    void PutAside(Load& load);
     bool HasRoom(const Load& load, std::uint64_t others, std::uint64_t urgent_others) const;
     bool KeepsHold(Load& load, LoadWork::Step step, const Worker& worker);
     bool ShouldGiveWay(Load& load, bool is_lane);
@@ -94,8 +93,6 @@ private:
     void WakeFor(std::size_t loads, bool urgent);
     template <typename Ended>
     bool WaitAsHost(std::uint32_t timeout_ms, Ended ended);
-    template <typename Ended>
-    bool WaitUntil(Guard& guard, std::uint32_t timeout_ms, Ended ended);
 
     platform::Mutex staff_lock_;  // held, before lock_, by who changes workers_; never while a thread is joined
 
@@ -123,14 +120,6 @@ private:
     bool is_stopping_ = false;
     bool works_here_ = false;  // the system has no thread, and one of a caller serves what waits
 };
-
-/// False when the time passed first.
-template <typename Ended>
-bool Loader::WaitUntil(Guard& guard, std::uint32_t timeout_ms, Ended ended) {
-    if (timeout_ms != mt::FOREVER) return ended_.wait_for(guard, std::chrono::milliseconds(timeout_ms), ended);
-    ended_.wait(guard, ended);
-    return true;
-}
 
 /// What the calling thread is about; zeros for a thread that has nothing to do with the loader.
 struct LoadThread {

@@ -24,40 +24,13 @@ struct ReleaseBatch {
     void operator()(LoadBatch* batch) const { batch->DropReference(); }
 };
 
-std::unique_ptr<LoadBatch, ReleaseBatch> make_batch(const SFsLoadWish* wishes, std::size_t count,
-                                                    LoadBatch::Callback callback, void* user) {
-    std::unique_ptr<LoadBatch, ReleaseBatch> batch(new LoadBatch(count, callback, user));
-    const auto now = LoadClock::now();
-    for (std::size_t at = 0; at < count; ++at) batch->Add(wishes[at], now);
-    return batch;
-}
-
-/// Each load gets the loader's reference to it, and has one to the batch.
-void join(LoadBatch& batch) {
-    for (Load* const load : batch.Loads()) {
-        load->AddReference();
-        load->batch = &batch;
-        batch.AddReference();
-    }
-}
-
-void part(LoadBatch& batch) {
-    for (Load* const load : batch.Loads()) {
-        static_cast<void>(load->DropReference());
-        load->batch = nullptr;
-        batch.DropReference();
-    }
-}
-
 }  // namespace
 
 SFsLoad* load_async(const SFsLoadWish& wish) {
     return guarded<SFsLoad*>(wish.path, nullptr, [&]() -> SFsLoad* {
         if (!names_a_file(wish)) return nullptr;
         auto load = std::make_unique<Load>(wish, LoadClock::now());
-        const std::vector<Load*> loads{load.get()};
-        load->AddReference();
-        return Loader::Instance().Submit(loads) ? load.release() : nullptr;
+        return Loader::Instance().Submit({load.get()}) ? load.release() : nullptr;
     });
 }
 
@@ -69,17 +42,10 @@ SFsLoadBatch* load_batch(const SFsLoadWish* wishes, std::size_t count,
             return nullptr;
         }
         if (!std::all_of(wishes, wishes + count, names_a_file)) return nullptr;
-        auto batch = make_batch(wishes, count, callback, user);
-        const std::vector<Load*> loads = in_order_of_place(batch->Loads());
-        join(*batch);
-        try {
-            if (Loader::Instance().Submit(loads)) return batch.release();
-        } catch (...) {
-            part(*batch);
-            throw;
-        }
-        part(*batch);
-        return nullptr;
+        std::unique_ptr<LoadBatch, ReleaseBatch> batch(new LoadBatch(count, callback, user));
+        const auto now = LoadClock::now();
+        for (std::size_t at = 0; at < count; ++at) batch->Add(wishes[at], now);
+        return Loader::Instance().Submit(in_order_of_place(batch->Loads())) ? batch.release() : nullptr;
     });
 }
 

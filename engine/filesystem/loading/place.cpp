@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <map>
-#include <tuple>
+#include <utility>
 
 #include <engine/filesystem/contract/placed_source.h>
 
@@ -13,13 +13,9 @@ namespace fs {
 
 namespace {
 
-struct Placed {
-    std::size_t source;  // in the order in which the loads name them
-    std::uint64_t place;
-    Load* load;
-
-    bool operator<(const Placed& other) const { return std::tie(source, place) < std::tie(other.source, other.place); }
-};
+/// Its source, by a number in the order in which the loads name them, and its place there.
+using Place = std::pair<std::size_t, std::uint64_t>;
+using Placed = std::pair<Place, Load*>;
 
 }  // namespace
 
@@ -33,12 +29,12 @@ std::vector<Load*> in_order_of_place(const std::vector<Load*>& loads) {
         CFSSource* const holder = registry::first_holder(name, registry::match_of(load->work.Flags()));
         auto* const tells = dynamic_cast<PlacedSource*>(holder);
         const std::size_t source = sources.try_emplace(holder, sources.size()).first->second;
-        placed.push_back({source, tells != nullptr ? tells->place(name) : 0, load});
+        placed.push_back({{source, tells != nullptr ? tells->place(name) : 0}, load});
     }
-    std::stable_sort(placed.begin(), placed.end());
+    std::ranges::stable_sort(placed, {}, &Placed::first);
     std::vector<Load*> ordered;
     ordered.reserve(placed.size());
-    for (const Placed& each : placed) ordered.push_back(each.load);
+    for (const auto& [place, load] : placed) ordered.push_back(load);
     return ordered;
 }
 

@@ -54,13 +54,16 @@ void Loader::Serve(Load& load, const Worker& worker, Guard& guard) {
         step = Step(load, guard);
     } while (KeepsHold(load, step, worker));
     bool is_to_be_told = false;
-    if (load.is_cancelled || load.work.IsSourceGoing() || is_stopping_)
+    if (load.is_cancelled || load.work.IsSourceGoing() || is_stopping_) {
         is_to_be_told = End(load, EFSRequestResult::CANCELLED, guard);
-    else if (step == LoadWork::Step::DONE || step == LoadWork::Step::FAILED)
-        is_to_be_told =
-            End(load, step == LoadWork::Step::DONE ? EFSRequestResult::SUCCESS : EFSRequestResult::FAILED, guard);
-    else
-        PutAside(load);
+    } else if (step == LoadWork::Step::DONE) {
+        is_to_be_told = End(load, EFSRequestResult::SUCCESS, guard);
+    } else if (step == LoadWork::Step::FAILED) {
+        is_to_be_told = End(load, EFSRequestResult::FAILED, guard);
+    } else {  // put aside
+        load.waits_since = LoadClock::now();
+        schedule_.Add(load);
+    }
     LeaveHand(is_urgent);
     if (is_to_be_told) CallBack(load, guard);
 }
@@ -75,11 +78,6 @@ LoadWork::Step Loader::Step(Load& load, Guard& guard) {
     guard.lock();
     this_load_thread().in_hand = nullptr;
     return step;
-}
-
-void Loader::PutAside(Load& load) {
-    load.waits_since = LoadClock::now();
-    schedule_.Add(load);
 }
 
 void Loader::TakeInHand(Load& load) {

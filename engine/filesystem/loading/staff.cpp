@@ -100,6 +100,8 @@ bool Loader::SetSettings(SFsLoadSettings settings) {
         leaving = Dismiss(std::move(hired));
     }
     SeeOff(std::move(leaving));
+    Guard guard(lock_);
+    if (!schedule_.IsEmpty() || !to_call_back_.empty()) ServeSoon(1, true, guard);  // the system may have no thread now
     return true;
 }
 
@@ -114,7 +116,7 @@ void Loader::Stop() {
     }
     Guard guard(lock_);
     if (is_stopping_) {  // another thread does it
-        if (!in_callback) WaitUntil(guard, mt::FOREVER, [this] { return !is_stopping_; });
+        if (!in_callback) ended_.wait(guard, [this] { return !is_stopping_; });
         return;
     }
     is_stopping_ = true;
@@ -125,7 +127,7 @@ void Loader::Stop() {
     const std::uint64_t own = this_load_thread().callbacks;
     const auto is_quiet = [&] { return statistics_.in_hand == 0 && calling_back_ <= own; };
     do {
-        WaitUntil(guard, mt::FOREVER, is_quiet);
+        ended_.wait(guard, is_quiet);
     } while (CallBackFirst(to_call_back_, guard) || CallBackFirst(to_poll_, guard));
     is_stopping_ = false;
     ended_.notify_all();
