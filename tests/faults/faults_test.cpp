@@ -85,11 +85,32 @@ std::string wrong_message(const Fault& fault) {
     return said.find(word) != std::string::npos ? "" : "it failed with the words " + said;
 }
 
-/// One fault in one scenario. False when the run met none.
-bool meets(const test::Scenario& scenario, test::Stage& stage, const Fault& fault, std::uint32_t nth) {
+void prepare(const test::Scenario& scenario, test::Stage& stage) {
     stage.build();
     scenario.prepare(stage);
     fs::clear_error();
+}
+
+void check(const test::Scenario& scenario, test::Stage& stage, const test::Outcome& normal, bool answer) {
+    EXPECT_EQ(normal.check(stage, answer), "") << (answer ? "after success" : "after failure");
+    EXPECT_EQ(scenario.check(stage, answer), "") << (answer ? "after success" : "after failure");
+}
+
+/// What the scenario leaves when nothing fails.
+test::Outcome outcome(const test::Scenario& scenario, test::Stage& stage) {
+    prepare(scenario, stage);
+    test::Outcome normal{stage.disk(), {}, scenario.half_made, scenario.bytes_vary};
+    EXPECT_TRUE(scenario.act(stage)) << fs::last_error().text << test::tool_messages();
+    normal.after = stage.disk();
+    check(scenario, stage, normal, true);
+    stage.unmount();
+    return normal;
+}
+
+/// One fault in one scenario. False when the run met none.
+bool meets(const test::Scenario& scenario, test::Stage& stage, const test::Outcome& normal, const Fault& fault,
+           std::uint32_t nth) {
+    prepare(scenario, stage);
     order(fault, nth);
     const bool answer = scenario.act(stage);
     const bool struck = forget_order(fault);
@@ -98,10 +119,10 @@ bool meets(const test::Scenario& scenario, test::Stage& stage, const Fault& faul
         const std::string wrong = scenario.by_message ? wrong_message(fault) : wrong_reason(fault);
         EXPECT_EQ(struck ? wrong : "it failed without a fault", "");
     }
-    EXPECT_EQ(scenario.check(stage, answer), "") << (answer ? "after success" : "after failure");
+    check(scenario, stage, normal, answer);
     if (struck && !answer && scenario.repeatable) {
         EXPECT_TRUE(scenario.act(stage)) << "the same again fails: " << fs::last_error().text;
-        EXPECT_EQ(scenario.check(stage, true), "") << "after the same again";
+        check(scenario, stage, normal, true);
     }
     stage.unmount();
     EXPECT_EQ(stage.left_open(), "") << "is still open";
@@ -120,13 +141,14 @@ TEST_P(Faults, LoseNothingAndAreToldTruly) {
     Log::Settings::Instance().SetLevel(Log::ELevel::NONE);  // a start that fails ends the process by its message
     const test::Scenario& scenario = GetParam();
     test::Stage stage((std::filesystem::current_path() / "stage").generic_string());
+    const test::Outcome normal = outcome(scenario, stage);
     std::uint32_t visited = 0;
     for (const Fault& fault : faults) {
         if (fault.is_allocation && !scenario.allocations) continue;
         for (std::uint32_t nth = 1;; nth += stride(scenario, nth)) {
             SCOPED_TRACE(std::string(scenario.name) + ", " + fault.name + " number " + std::to_string(nth));
             ASSERT_LT(nth, 5000u);
-            if (!meets(scenario, stage, fault, nth)) break;
+            if (!meets(scenario, stage, normal, fault, nth)) break;
             ++visited;
         }
     }

@@ -2,6 +2,7 @@
 
 #include <engine/filesystem/comfort.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
@@ -74,15 +75,16 @@ std::string Stage::on_disk(const char* name) const {
 Tree Stage::disk() const {
     Tree tree;
     for (const auto& item : std::filesystem::recursive_directory_iterator(folder_)) {
-        if (!item.is_regular_file()) continue;
         const std::string name = item.path().lexically_relative(folder_).generic_string();
-        tree[name] = read_file(item.path().string());
+        if (item.is_directory()) tree[name + "/"] = "";
+        if (item.is_regular_file()) tree[name] = read_file(item.path().string());
     }
     return tree;
 }
 
 std::string Stage::left_open() const {
     for (const auto& [name, bytes] : disk()) {
+        if (name.ends_with('/')) continue;
         fs::clear_error();
         SFsFile* const file =
             fs::open_native(nullptr, (folder_ + "/" + name).c_str(), EFSMode::READ_WRITE, FFSOpenFlags::NONE);
@@ -90,6 +92,53 @@ std::string Stage::left_open() const {
         fs::close(file);
     }
     return "";
+}
+
+namespace {
+
+bool holds(const Tree& tree, const std::string& name, const std::string& bytes) {
+    const auto place = tree.find(name);
+    return place != tree.end() && place->second == bytes;
+}
+
+bool holds_bytes(const Tree& tree, const std::string& bytes) {
+    return std::ranges::any_of(tree, [&](const auto& file) { return file.second == bytes; });
+}
+
+/// What the library answers of what is new below the root, and of what is gone.
+std::string wrong_answer(const Tree& before, const Tree& after) {
+    constexpr std::string_view root = "root/";
+    for (const auto& [name, bytes] : after) {
+        const bool is_new = name.starts_with(root) && !name.ends_with('/') && !holds(before, name, bytes);
+        if (is_new && load(name.c_str() + root.size()) != bytes) return "the library does not have " + name;
+    }
+    for (const auto& [name, bytes] : before) {
+        if (!name.starts_with(root) || after.contains(name)) continue;
+        const std::string below = name.substr(root.size());
+        if (below.ends_with('/') ? fs::search_dir(below.c_str()) != nullptr : fs::exists(below.c_str()))
+            return "the library still has " + name;
+    }
+    return "";
+}
+
+}  // namespace
+
+std::string Outcome::check(const Stage& stage, bool answer) const {
+    const Tree now = stage.disk();
+    const auto is_free = [&](const std::string& name) {
+        const bool is_half_made = name == half_made || (half_made.ends_with('/') && name.starts_with(half_made));
+        return is_half_made && (!answer || bytes_vary);
+    };
+    for (const auto& [name, bytes] : now) {
+        if (!is_free(name) && !holds(after, name, bytes) && (answer || !holds(before, name, bytes)))
+            return name + " is not what it should be: \"" + bytes.substr(0, 60) + "\"";
+    }
+    for (const auto& [name, bytes] : after)
+        if (answer && !now.contains(name) && !is_free(name)) return name + " is missing";
+    for (const auto& [name, bytes] : before)
+        if (!is_free(name) && holds_bytes(after, bytes) && !holds_bytes(now, bytes))
+            return "the bytes of " + name + " are lost";
+    return answer && !bytes_vary && fs::is_initialized() ? wrong_answer(before, after) : "";
 }
 
 std::string load(const char* name) {

@@ -30,13 +30,23 @@ public:
     const std::string root, more, pack, new_pack, save, cache;
     /// The bytes of a file of the disk; "(none)" when there is none.
     std::string on_disk(const char* name) const;
-    /// All files of the disk.
+    /// All files of the disk, and its directories with a "/" at their end.
     Tree disk() const;
     /// Of the disk's files, one that somebody still has open; "" when there is none.
     std::string left_open() const;
 
 private:
     std::string folder_;
+};
+
+/// What a scenario leaves on the disk when nothing fails: what it may leave is held against that.
+struct Outcome {
+    Tree before, after;
+    std::string half_made;
+    bool bytes_vary = false;
+
+    /// "" or what is wrong with the disk, and after success with what the library answers about it.
+    std::string check(const Stage& stage, bool answer) const;
 };
 
 /// What the stage's files hold.

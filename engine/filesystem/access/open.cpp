@@ -221,11 +221,9 @@ struct NewDirectory {
     void join() { registry::state().index.take_over(tree); }
 };
 
-/// A new file that is written beside its place joins its source and the index when it gets its place. False for any other.
-bool add_when_committed(SFsFile& file, CFSSource& creator, const fs::path& name) {
-    auto* const replacing = dynamic_cast<ReplacingFile*>(&file);
-    if (replacing == nullptr) return false;
-    replacing->on_commit([owner = &creator, path = native_name(creator, name), name](const auto& place) {
+/// What a new file that is written beside its place does when it gets its place: it joins its source and the index.
+auto entry_on_commit(CFSSource& creator, const fs::path& name) {
+    return [owner = &creator, path = native_name(creator, name), name](const auto& place) {
         return guarded(name.FileName(), false, [&] {
             const registry::ExclusiveGuard guard;
             CFSSource* const source = registry::first_source([&](CFSSource& held) { return &held == owner; });
@@ -236,7 +234,19 @@ bool add_when_committed(SFsFile& file, CFSSource& creator, const fs::path& name)
             directory.join();
             return true;
         });
-    });
+    };
+}
+
+/// False for a file that is in its place already.
+bool add_when_committed(SFsFile& file, CFSSource& creator, const fs::path& name) {
+    auto* const replacing = dynamic_cast<ReplacingFile*>(&file);
+    if (replacing == nullptr) return false;
+    try {
+        replacing->on_commit(entry_on_commit(creator, name));
+    } catch (...) {  // no memory; and closing the file would put it in its place as it is
+        replacing->discard();
+        throw;
+    }
     return true;
 }
 
