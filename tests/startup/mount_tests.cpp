@@ -10,7 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "engine/filesystem/startup/prepared_path.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/faults.h"
 #include "tests/log/log_fixture.h"
@@ -67,29 +66,6 @@ protected:
 
     TempDirectory home_;
 };
-
-TEST(PreparedPath, DropsOneSeparatorAndNormalises) {
-    const struct {
-        const char* in;
-        const char* out;
-        bool pack;
-    } rows[] = {{"/Data/Maps/", "/data/maps", false},
-                {"/data\\\\", "/data/", false},
-                {"/", "/", false},
-                {"", "", false},
-                {"/a/../B.PAK", "/b.pak", true},
-                {"/x.mPak/", "/x.mpak", true},
-                {"/a.pak/b", "/a.pak/b", false},
-                {"/x.zip", "/x.zip", false},
-                {nullptr, "", false}};
-    for (const auto& row : rows) {
-        const fs::PreparedPath prepared(row.in);
-        EXPECT_STREQ(prepared.c_str(), row.out);
-        EXPECT_EQ(prepared.names_pack(), row.pack) << prepared.c_str();
-    }
-    EXPECT_STREQ(fs::PreparedPath("/a/b.pak").as_source_path().FileName(), "b.pak");
-    EXPECT_STREQ(fs::PreparedPath("/a/b.c").as_source_path().PathName(), "/a/b.c/");
-}
 
 TEST_F(StartUp, FailsForARootThatIsNotFullOrTooLong) {
     home_.write("Root/x", "");
@@ -156,12 +132,12 @@ TEST_F(StartUp, AsksTheNewestPackThenTheRootThenDirectoriesThenTheFallbackInTheC
     EXPECT_EQ(read("gone.txt"), "more");
     EXPECT_EQ(fs::last_error().code, EFSError::NONE) << "what failed on the way to a success is forgotten";
 
-    for (const std::string pack : {"base", "patch"}) {
-        ASSERT_TRUE(write_pack(path(pack + ".pak"), {{"dir/x.txt", pack}}) && add(pack + ".pak"));
+    for (const std::string pack : {"base.pak", "patch.mPak"}) {
+        ASSERT_TRUE(write_pack(path(pack), {{"dir/x.txt", pack}}) && add("MORE/../" + pack + "/"));
         EXPECT_EQ(read("dir/x.txt"), pack);
     }
-    EXPECT_TRUE(fs::rem_source(path("patch.pak").c_str()));
-    EXPECT_EQ(read("dir/x.txt"), "base");
+    EXPECT_TRUE(fs::rem_source(path("patch.MPAK").c_str()));
+    EXPECT_EQ(read("dir/x.txt"), "base.pak");
 
     logged();
     EXPECT_FALSE(fs::rem_source(path("none").c_str()) || fs::rem_source("MORE") || fs::rem_source(nullptr));

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <new>
+#include <string>
 #include <utility>
 
 #include <engine/filesystem/contract/native_source.h>
@@ -80,7 +81,9 @@ bool mount_path(const char* path, std::string_view prefix, FFSAddSourceFlags::EN
     }
     const std::unique_ptr<ListingStore> cache =
         ListingStore::open(get_cache_dir(), listing_cache_folder, prepared.c_str(), flags);
-    std::unique_ptr<CFSSource> source = new_source(prepared.names_pack(), path);
+    std::string spelling = path;
+    if (spelling.size() > 1 && is_separator(spelling.back())) spelling.pop_back();  // no file opens by such a name
+    std::unique_ptr<CFSSource> source = new_source(prepared.names_pack(), spelling.c_str());
     if (!source) {
         log_message(log_source, Log::ELevel::ERRR, __LINE__, "Can not allocate memory for source '%s'.\n", path);
         return refuse(EFSError::OUT_OF_MEMORY, path, "There is no memory for one more source.");
