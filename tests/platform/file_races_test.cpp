@@ -38,26 +38,4 @@ TEST_F(FileRaces, NeverLetAWriterMeetAnybody) {
 #endif
 }
 
-// A file that is written and then put in another's place is seen whole: the old content or the new.
-TEST_F(FileRaces, ShowReplacedFilesOldOrNew) {
-    write_file("target", std::string(1000, '0'));
-    std::atomic<int> torn{0};
-    run_together(8, [&](std::size_t id) {
-        const std::string part = "part" + std::to_string(id);
-        for (int i = 0; i < 100; ++i) {
-            if (id < 2) {
-                write_file(part, std::string(1000, static_cast<char>('0' + i % 10)));
-                rename_path(part.c_str(), "TARGET");
-                continue;
-            }
-            File file = File::open("target", {});
-            char content[1001];
-            if (!file.valid()) continue;
-            const std::uint64_t length = file.read(content, sizeof(content));
-            if (length != 1000 || std::string(content, 1000) != std::string(1000, content[0])) ++torn;
-        }
-    });
-    EXPECT_EQ(torn, 0);
-}
-
 }  // namespace
