@@ -27,6 +27,9 @@ public:
     /// Makes a load, which belongs to the batch as well. Throws std::bad_alloc.
     void Add(const SFsLoadWish& wish, LoadClock::time_point now);
     const std::vector<Load*>& Loads() const { return loads_; }
+    /// The loads in the order in which their bytes lie: those of one source together, in the order of their places in it,
+    /// where it tells them. Throws std::bad_alloc.
+    std::vector<Load*> InOrderOfPlace() const;
     std::size_t Left() const { return left_.load(std::memory_order_acquire); }
 
     void AddReference() { references_.fetch_add(1, std::memory_order_relaxed); }

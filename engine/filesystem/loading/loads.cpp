@@ -7,7 +7,6 @@
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/loading/control.h"
 #include "engine/filesystem/loading/loader.h"
-#include "engine/filesystem/loading/place.h"
 
 // The exported boundary of the room.
 
@@ -45,7 +44,7 @@ SFsLoadBatch* load_batch(const SFsLoadWish* wishes, std::size_t count,
         std::unique_ptr<LoadBatch, ReleaseBatch> batch(new LoadBatch(count, callback, user));
         const auto now = LoadClock::now();
         for (std::size_t at = 0; at < count; ++at) batch->Add(wishes[at], now);
-        return Loader::Instance().Submit(in_order_of_place(batch->Loads())) ? batch.release() : nullptr;
+        return Loader::Instance().Submit(batch->InOrderOfPlace()) ? batch.release() : nullptr;
     });
 }
 
