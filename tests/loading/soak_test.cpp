@@ -33,6 +33,7 @@ protected:
             Slot& slot = slots[random() % slots.size()];
             if (slot.load != nullptr) End(slot, random() % 3 == 0);
             slot.load = BeginRandom(random, slot);
+            if (i % 16 == 0) AskForNames();
             SFsLoad* const other = slots[random() % slots.size()].load.get();
             if (other == nullptr) continue;
             if (random() % 8 == 0) other->Cancel();
@@ -41,6 +42,13 @@ protected:
         for (Slot& slot : slots) {
             if (slot.load != nullptr) End(slot, false);
         }
+    }
+
+    void AskForNames() {
+        if (!fs::exists("loose.bin") || fs::root_path("loose.bin") != "loose.bin") ++wrong_;
+        fs::exists("added.bin");
+        fs::search_dir("sub");
+        fs::free_names(fs::search("", nullptr, true, false));
     }
 
     LoadPtr BeginRandom(std::minstd_rand& random, Slot& slot) {
@@ -87,6 +95,7 @@ protected:
         const std::string pack = *files_ / "p.pak";
         const TempDirectory folder;
         folder.write("added.bin", small_);
+        folder.write("sub/below.bin", small_);
         for (unsigned i = 0; !is_done_; ++i) {
             GatedSource* const own = MountGated();
             fs::add_source(pack.c_str(), whole_tree);

@@ -3,10 +3,8 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <atomic>
 #include <filesystem>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -192,40 +190,6 @@ TEST_F(StartUp, RefusesSourcesWithTheReason) {
     EXPECT_EQ(infos[1].unlisted_directories + infos[2].unlisted_directories, 1u);
     fs::refresh();
     EXPECT_EQ(read("shut/f"), "1");
-}
-
-TEST_F(StartUp, TwoThreadsMountAndUnmountWhileTwentyRead) {
-    home_.write("Root/dir/base.txt", "base");
-    home_.write("more0/dir/x0.txt", "0");
-    home_.write("more1/dir/x1.txt", "1");
-    ASSERT_TRUE(start(true));
-    Log::Settings::Instance().SetCategoryLevel("FileSystem", Log::ELevel::NONE);
-    LogSetPrintCallback(nullptr);
-    CrashSetPrintCallback(nullptr);
-    std::atomic<int> changers{2};
-    std::atomic<int> wrong{0};
-    const auto change = [&](const std::string& digit) {
-        for (int i = 0; i < 100; ++i) {
-            if (!add("more" + digit) || read("dir/x" + digit + ".txt") != digit) ++wrong;
-            if (!fs::rem_source(path("more" + digit).c_str())) ++wrong;
-        }
-        --changers;
-    };
-    const auto ask = [&] {
-        while (changers != 0) {
-            if (read("dir/base.txt") != "base" || !fs::exists("dir/base.txt")) ++wrong;
-            fs::exists("dir/x0.txt");
-            fs::search_dir("dir");
-            fs::free_names(fs::search("dir", nullptr, true, false));
-        }
-    };
-    {
-        std::vector<std::jthread> threads;
-        for (const char* digit : {"0", "1"}) threads.emplace_back(change, digit);
-        for (int i = 0; i < 20; ++i) threads.emplace_back(ask);
-    }
-    EXPECT_EQ(wrong, 0);
-    EXPECT_EQ(sources().size(), 2u);
 }
 
 }  // namespace
