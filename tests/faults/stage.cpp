@@ -105,20 +105,17 @@ bool holds_bytes(const Tree& tree, const std::string& bytes) {
     return std::ranges::any_of(tree, [&](const auto& file) { return file.second == bytes; });
 }
 
-/// What the library answers of what is new below the root, and of what is gone.
-std::string wrong_answer(const Tree& before, const Tree& after) {
-    constexpr std::string_view root = "root/";
-    for (const auto& [name, bytes] : after) {
-        const bool is_new = name.starts_with(root) && !name.ends_with('/') && !holds(before, name, bytes);
-        if (is_new && load(name.c_str() + root.size()) != bytes) return "the library does not have " + name;
+/// What the library answers of a name below the root, which the scenario may have made, changed or removed.
+std::string wrong_answer(const std::string& name, const Tree& now, bool answer) {
+    const std::string below = name.substr(sizeof("root/") - 1);
+    const auto found = now.find(name);
+    const bool is_there = found != now.end();
+    if (name.ends_with('/')) {
+        const bool is_gone = is_there || fs::search_dir(below.c_str()) == nullptr;
+        return is_gone ? "" : "the index still has " + name;
     }
-    for (const auto& [name, bytes] : before) {
-        if (!name.starts_with(root) || after.contains(name)) continue;
-        const std::string below = name.substr(root.size());
-        if (below.ends_with('/') ? fs::search_dir(below.c_str()) != nullptr : fs::exists(below.c_str()))
-            return "the library still has " + name;
-    }
-    return "";
+    if (fs::exists(below.c_str()) != is_there) return "disk and library disagree about " + name;
+    return !answer || !is_there || load(below.c_str()) == found->second ? "" : "the library has another " + name;
 }
 
 }  // namespace
@@ -138,7 +135,14 @@ std::string Outcome::check(const Stage& stage, bool answer) const {
     for (const auto& [name, bytes] : before)
         if (!is_free(name) && holds_bytes(after, bytes) && !holds_bytes(now, bytes))
             return "the bytes of " + name + " are lost";
-    return answer && !bytes_vary && fs::is_initialized() ? wrong_answer(before, after) : "";
+    for (const Tree* const tree : {&before, &after}) {
+        for (const auto& [name, bytes] : *tree) {
+            const bool may_change = !holds(before, name, bytes) || !holds(after, name, bytes);
+            if (!may_change || !name.starts_with("root/") || !fs::is_initialized()) continue;
+            if (std::string wrong = wrong_answer(name, now, answer); !wrong.empty()) return wrong;
+        }
+    }
+    return "";
 }
 
 std::string load(const char* name) {

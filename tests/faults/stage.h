@@ -45,7 +45,7 @@ struct Outcome {
     std::string half_made;
     bool bytes_vary = false;
 
-    /// "" or what is wrong with the disk, and after success with what the library answers about it.
+    /// "" or what is wrong with the disk, or with what the library answers about it.
     std::string check(const Stage& stage, bool answer) const;
 };
 
