@@ -18,11 +18,7 @@ namespace {
 constexpr std::size_t most_copied = 0xFFFF;  // by one block of a deflate stream
 constexpr std::size_t block_header_size = 5;
 
-}  // namespace
-
 #if ENGINE_HAS_LIBDEFLATE
-
-namespace {
 
 struct FreeCompressor {
     void operator()(libdeflate_compressor* compressor) const { libdeflate_free_compressor(compressor); }
@@ -45,11 +41,7 @@ private:
     int level_ = 0;
 };
 
-}  // namespace
-
 #else
-
-namespace {
 
 class Deflater final : public Compressor {
 public:
@@ -70,9 +62,9 @@ public:
     }
 };
 
-}  // namespace
-
 #endif
+
+}  // namespace
 
 std::unique_ptr<Compressor> make_deflater() { return std::make_unique<Deflater>(); }
 

@@ -91,18 +91,6 @@ std::shared_ptr<const Decoder::Checkpoint> ZlibInflater::save() const {
     return kept;
 }
 
-}  // namespace
-
-bool has_inflate_engine(InflateEngine engine) { return engine == InflateEngine::ZLIB || isal_is_built_in; }
-InflateEngine best_inflate_engine() { return isal_is_built_in ? InflateEngine::ISAL : InflateEngine::ZLIB; }
-
-std::unique_ptr<Decoder> make_inflater(InflateEngine engine) {
-    if (engine == InflateEngine::ISAL && isal_is_built_in) return make_isal_inflater();
-    return std::make_unique<ZlibInflater>();
-}
-
-namespace {
-
 #if ENGINE_HAS_LIBDEFLATE
 
 struct FreeDecompressor {
@@ -146,6 +134,14 @@ private:
 #endif
 
 }  // namespace
+
+bool has_inflate_engine(InflateEngine engine) { return engine == InflateEngine::ZLIB || isal_is_built_in; }
+InflateEngine best_inflate_engine() { return isal_is_built_in ? InflateEngine::ISAL : InflateEngine::ZLIB; }
+
+std::unique_ptr<Decoder> make_inflater(InflateEngine engine) {
+    if (engine == InflateEngine::ISAL && isal_is_built_in) return make_isal_inflater();
+    return std::make_unique<ZlibInflater>();
+}
 
 std::unique_ptr<BufferDecoder> make_buffer_inflater() { return std::make_unique<BufferInflater>(); }
 

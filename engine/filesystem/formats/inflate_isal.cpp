@@ -129,12 +129,4 @@ std::unique_ptr<Decoder> make_isal_inflater() {
 
 }  // namespace fs
 
-#else
-
-namespace fs {
-
-std::unique_ptr<Decoder> make_isal_inflater() { return nullptr; }
-
-}  // namespace fs
-
 #endif

@@ -25,15 +25,8 @@ void append_u32(std::string& out, std::uint32_t value) {
 
 /// The version of the format that a reader needs.
 std::uint32_t version_for(EFSPackMethod::TYPE method) {
-    switch (method) {
-        case EFSPackMethod::STORE:
-            return 10;
-        case EFSPackMethod::DEFLATE:
-            return 20;
-        case EFSPackMethod::ZSTD:
-            return 63;
-    }
-    return 63;
+    if (method == EFSPackMethod::STORE) return 10;
+    return method == EFSPackMethod::DEFLATE ? 20 : 63;
 }
 
 bool is_ascii(std::string_view text) {

@@ -1,5 +1,12 @@
 #include "engine/filesystem/formats/zstd.h"
 
+#include <algorithm>
+#include <new>
+
+#if ENGINE_HAS_ZSTD
+#include <zstd.h>
+#endif
+
 #include "engine/kernel/bytes.h"
 
 // The table behind the frames: the header of a skippable frame, a row for each frame (its packed and its plain size, with
@@ -47,16 +54,7 @@ bool ZstdSeekTable::read(const std::uint8_t* table, std::uint64_t table_size, st
     return fits;
 }
 
-}  // namespace fs
-
 #if ENGINE_HAS_ZSTD
-
-#include <algorithm>
-#include <new>
-
-#include <zstd.h>
-
-namespace fs {
 
 namespace {
 
@@ -164,17 +162,13 @@ std::unique_ptr<Decoder> make_zstd_decoder() { return std::make_unique<ZstdDecod
 std::unique_ptr<BufferDecoder> make_buffer_zstd_decoder() { return std::make_unique<BufferZstdDecoder>(); }
 std::unique_ptr<Compressor> make_zstd_compressor() { return std::make_unique<ZstdCompressor>(); }
 
-}  // namespace fs
-
 #else
-
-namespace fs {
 
 bool has_zstd() { return false; }
 std::unique_ptr<Decoder> make_zstd_decoder() { return nullptr; }
 std::unique_ptr<BufferDecoder> make_buffer_zstd_decoder() { return nullptr; }
 std::unique_ptr<Compressor> make_zstd_compressor() { return nullptr; }
 
-}  // namespace fs
-
 #endif
+
+}  // namespace fs
