@@ -30,5 +30,9 @@ bool name_matches(std::string_view name, const char* mask);
 /// Whether a file of directory `held` (ending in "/" or empty) answers a search in `dir`: null any; else without regard
 /// to one trailing "/" in `dir`, `held` must be that directory or, with `below`, lie below it. Bytes are compared.
 bool directory_answers(std::string_view held, const char* dir, bool below);
+/// Whether `text` stands in a file's directory, whose last "/" takes no part.
+inline bool directory_contains(std::string_view held, std::string_view text) {
+    return held.substr(0, held.empty() ? 0 : held.size() - 1).find(text) != std::string_view::npos;
+}
 
 }  // namespace fs

@@ -5,8 +5,9 @@
 namespace fs {
 
 /// Whether any of `bits` is set.
-constexpr bool has_any(FFSOpenFlags::FLAGS flags, FFSOpenFlags::FLAGS bits) {
-    return (flags & bits) != FFSOpenFlags::NONE;
+template <typename Flags>
+constexpr bool has_any(Flags flags, Flags bits) {
+    return (flags & bits) != 0;
 }
 
 /// Any of these takes an append or read-write open out of question.

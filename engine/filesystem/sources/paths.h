@@ -43,6 +43,8 @@ inline platform::PathAt path_at(const char* path, std::size_t root_length, const
 
 /// A native path, and how much of it is the root.
 struct NativePath {
+    NativePath() { text[0] = '\0'; }
+
     char text[platform::path_buffer_size];
     std::size_t length = 0;
     std::size_t root_length = 0;

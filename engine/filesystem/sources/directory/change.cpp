@@ -32,7 +32,6 @@ void forget_link(DirectoryState& state, std::string_view link) {
 // Takes what was deleted out of table and tree. Asks for no memory, so that they always follow the disk.
 void forget(DirectoryState& state, const char* path, const platform::DirectoryItem& item) {
     NativePath lower;
-    lower.cut(0);
     if (!lower.append(path)) return;
     lower.root_length = state.native_root.text.size();
     fs::fold_text(lower.text, lower.length);
@@ -48,7 +47,7 @@ void forget(DirectoryState& state, const char* path, const platform::DirectoryIt
 
 bool CWin32_dir::mkdir(const fs::path& p) {
     NativePath native;
-    if (!state_->place_for_directory(p, native)) return false;
+    if (!state_->place_for_new(DirectoryState::Kind::DIRECTORY, p, native)) return false;
     return fs::guarded(native.text, false, [&] {
         if (!fs::create_directories(native.view())) return false;
         state_->make_node(*state_->names, fs::lower_text(native.below_root()));
@@ -96,11 +95,11 @@ bool CWin32_dir::rename_file(const fs::path& from, const fs::path& to) {
     if (file == NameTable::none) {
         return fs::refuse(EFSError::NOT_FOUND, from.FileName(), "The source does not hold the file to rename.");
     }
-    if (!state_->place_for_file(to, native_to)) return false;
+    if (!state_->place_for_new(DirectoryState::Kind::REGULAR, to, native_to)) return false;
     return fs::guarded(native_from.text, false, [&] {
         if (!fs::prepare_rename(native_from.view(), native_to.text)) return false;
         fs::NewEntry entry(*state_);
-        if (!entry.enter(native_to, to.FileNameView().size(), fs::NewEntry::Spelling::OF_CALLER)) return false;
+        if (!entry.enter(native_to, fs::NewEntry::Spelling::OF_CALLER)) return false;
         if (!platform::rename_path(native_from.text, native_to.text)) {
             return fs::refuse_by_disk(native_from.text, "cannot be renamed");
         }

@@ -40,11 +40,11 @@ SFsFile* open_entry(CFSSource* source, const fs::LocatingSource::Located& entry,
 template <typename Make>
 void enter_new(fs::DirectoryState& state, const fs::path& p, Make make) {
     NativePath native;
-    if (!state.place_for_file(p, native)) return;
+    if (!state.place_for_new(fs::DirectoryState::Kind::REGULAR, p, native)) return;
     fs::guarded(native.text, [&] {
         fs::NewEntry entry(state);
-        if (fs::create_directories(native.view()) &&
-            entry.enter(native, p.FileNameView().size(), fs::NewEntry::Spelling::OF_DISK) && make(native))
+        if (fs::create_directories(native.view()) && entry.enter(native, fs::NewEntry::Spelling::OF_DISK) &&
+            make(native))
             entry.keep(true);
     });
 }

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <new>
 #include <string>
 #include <vector>
 
@@ -43,10 +42,7 @@ FS_NAME* list_of(const NameTable& table, const std::vector<std::uint32_t>& files
         const std::string_view dir = table.dir(file);
         const std::string_view name = table.name(file);
         const bool fits = room == 0 || dir.size() + name.size() < room;
-        FS_NAME* const node = fs::new_name(fits ? dir : "", fits ? name : "", head.get(), room);
-        if (!node) throw std::bad_alloc();
-        static_cast<void>(head.release());  // it lies behind the new one
-        head.reset(node);
+        fs::prepend(head, fits ? dir : "", fits ? name : "", room);
         if (callback) callback(std::string(dir).c_str(), std::string(name).c_str());
     }
     return head.release();
@@ -74,11 +70,8 @@ FS_NAME* CWin32_dir::search_substring(const char* text) {
     if (!text || *text == '\0') return nullptr;
     return fs::guarded(text, static_cast<FS_NAME*>(nullptr), [&] {
         const NameTable& table = state_->names->table;
-        const auto contains = [&](std::uint32_t file) {
-            const std::string_view held = table.dir(file);
-            return held.substr(0, held.size() - (held.empty() ? 0 : 1)).find(text) != std::string_view::npos;
-        };
-        return list_of(table, collect(table, contains), fs::path_capacity);
+        const auto wanted = [&](std::uint32_t file) { return fs::directory_contains(table.dir(file), text); };
+        return list_of(table, collect(table, wanted), fs::path_capacity);
     });
 }
 

@@ -9,6 +9,7 @@
 #include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/sources/directory/follow/follower.h"
@@ -27,10 +28,6 @@ namespace {
 
 constexpr MessageSource log_source{"FileSystem", "engine/filesystem/win/win_files"};
 
-bool has(FFSAddSourceFlags::ENUM flags, FFSAddSourceFlags::ENUM bit) {
-    return (flags & bit) != FFSAddSourceFlags::NONE;
-}
-
 std::unique_ptr<fs::MountedNames> read_names(const fs::DirectoryState& state, fs::dir_listing* listing) {
     std::unique_ptr<fs::MountedNames> names = state.no_names();
     if (fs::fill_from_cache_service(state, *names)) return names;
@@ -39,7 +36,7 @@ std::unique_ptr<fs::MountedNames> read_names(const fs::DirectoryState& state, fs
         names = state.no_names();
     }
     if (listing) listing->clear();
-    const bool recursive = has(state.flags, FFSAddSourceFlags::RECURSIVE);
+    const bool recursive = fs::has_any(state.flags, FFSAddSourceFlags::RECURSIVE);
     fs::scan_directory(state, *names, state.start, names->tree, recursive, listing);
     return names;
 }
@@ -69,10 +66,10 @@ bool mount(fs::DirectoryState& state, const fs::path& root, FFSAddSourceFlags::E
     const std::string_view dir = fresh.root.PathNameView();
     if (root.Empty()) return fs::refuse(EFSError::INVALID_NAME, "", "The root of a directory source is empty.");
     if (fresh.root.Empty()) throw std::bad_alloc();
-    if (has(flags, FFSAddSourceFlags::MUST_EXIST) && (dir.empty() || !fs::is_native_directory(dir.data()))) {
+    if (fs::has_any(flags, FFSAddSourceFlags::MUST_EXIST) && (dir.empty() || !fs::is_native_directory(dir.data()))) {
         return fs::refuse(EFSError::NOT_FOUND, dir.data(), "The root of the source must exist and is not a directory.");
     }
-    const bool parent = has(flags, FFSAddSourceFlags::MOUNT_PARENT);
+    const bool parent = fs::has_any(flags, FFSAddSourceFlags::MOUNT_PARENT);
     if (!fs::open_native_root(dir, fresh.spelling, parent, fresh.native_root, fresh.start)) return false;
     fresh.native = fs::lower_text(fresh.native_root.text);
     fresh.names = read_names(fresh, listing);
@@ -155,9 +152,9 @@ std::uint32_t CWin32_dir::unlisted_directories() { return static_cast<std::uint3
 const fs::path& CWin32_dir::path() { return state_->root; }
 FFSAddSourceFlags::ENUM CWin32_dir::flags() { return state_->flags; }
 EFSSourceType::TYPE CWin32_dir::type() { return state_->type; }
-bool CWin32_dir::is_protected() { return has(state_->flags, FFSAddSourceFlags::PROTECTED); }
+bool CWin32_dir::is_protected() { return fs::has_any(state_->flags, FFSAddSourceFlags::PROTECTED); }
 bool CWin32_dir::writable() {
-    return !has(state_->flags, FFSAddSourceFlags::PROTECTED | FFSAddSourceFlags::MUST_EXIST);
+    return !fs::has_any(state_->flags, FFSAddSourceFlags::PROTECTED | FFSAddSourceFlags::MUST_EXIST);
 }
 fs::dir* CWin32_dir::dir_tree() { return &state_->names->tree; }
 const char* CWin32_dir::root_dir() { return state_->native.c_str(); }

@@ -49,31 +49,22 @@ std::uint32_t NameTable::find(std::string_view dir, std::string_view name) const
     if (slot == HashIndex::npos) return none;
     const std::uint32_t last = last_of(index_.value(slot));
     if (dir.empty()) return record(last).next;
-    const Crowd* const crowd = crowd_of(index_.value(slot));
-    if (crowd) return crowd->tree.find(dirs_.characters(), dir);
-    for (std::uint32_t file = record(last).next;; file = record(file).next) {
-        if (is_suffix_of_other(dir, dirs_.compared(record(file).dir))) return file;
-        if (file == last) return none;
-    }
+    if (const Crowd* const crowd = crowd_of(index_.value(slot))) return crowd->tree.find(dirs_.characters(), dir);
+    return first_in_ring(last, [&](std::uint32_t file) { return is_suffix_of_other(dir, compared_dir(file)); });
 }
 
 std::uint32_t NameTable::find_exact(std::string_view dir, std::string_view name) const {
     const std::size_t slot = find_slot(kernel::hash_text(name), name);
     if (slot == HashIndex::npos) return none;
     if (dir.empty()) dir = dirs_.root();
-    const Crowd* const crowd = crowd_of(index_.value(slot));
-    if (crowd) return crowd->tree.find_exact(dirs_.characters(), dir);
-    const std::uint32_t last = last_of(index_.value(slot));
-    for (std::uint32_t file = record(last).next;; file = record(file).next) {
-        if (dirs_.compared(record(file).dir) == dir) return file;
-        if (file == last) return none;
-    }
+    if (const Crowd* const crowd = crowd_of(index_.value(slot))) return crowd->tree.find_exact(dirs_.characters(), dir);
+    return first_in_ring(last_of(index_.value(slot)), [&](std::uint32_t file) { return compared_dir(file) == dir; });
 }
 
 std::uint32_t NameTable::next_exact(std::uint32_t file) const {
     const std::uint32_t value = index_.value(find_slot(kernel::hash_text(name(file)), name(file)));
     const Crowd* const crowd = crowd_of(value);
-    if (crowd && !crowd->tree.is_shared(dirs_.characters(), dirs_.compared(record(file).dir))) return none;
+    if (crowd && !crowd->tree.is_shared(dirs_.characters(), compared_dir(file))) return none;
     return next_of_same_dir(file, last_of(value));
 }
 
@@ -126,22 +117,14 @@ std::uint32_t NameTable::store(std::uint32_t dir, std::string_view spelled_name,
 // Puts a stored file at the end of the ring of its name.
 void NameTable::join(std::size_t slot, std::uint32_t file) {
     const std::uint32_t last = last_of(index_.value(slot));
-    if ((index_.value(slot) & crowd_bit) != 0) {
-        Crowd& crowd = *crowds_[index_.value(slot) ^ crowd_bit];
-        add_to_tree(crowd, file);
-        crowd.last = file;
+    int files = 0;
+    if (crowd_of(index_.value(slot)) == nullptr) first_in_ring(last, [&](std::uint32_t) { return ++files == few; });
+    if (files == few) make_crowd(slot, last);
+    if (Crowd* const crowd = crowd_of(index_.value(slot))) {
+        add_to_tree(*crowd, file);
+        crowd->last = file;
     } else {
-        int files = 1;
-        for (std::uint32_t other = record(last).next; other != last; other = record(other).next) ++files;
-        if (files < few) {
-            index_.set(slot, file);
-        } else {
-            std::unique_ptr<Crowd> crowd = make_crowd(last);
-            add_to_tree(*crowd, file);
-            crowd->last = file;
-            crowds_.push_back(std::move(crowd));
-            index_.set(slot, crowd_bit | static_cast<std::uint32_t>(crowds_.size() - 1));
-        }
+        index_.set(slot, file);
     }
     record(file).previous = last;
     record(file).next = record(last).next;
@@ -149,12 +132,12 @@ void NameTable::join(std::size_t slot, std::uint32_t file) {
     record(last).next = file;
 }
 
-std::unique_ptr<NameTable::Crowd> NameTable::make_crowd(std::uint32_t last) const {
+void NameTable::make_crowd(std::size_t slot, std::uint32_t last) {
     auto crowd = std::make_unique<Crowd>();
-    for (std::uint32_t file = record(last).next;; file = record(file).next) {
-        add_to_tree(*crowd, file);
-        if (file == last) return crowd;
-    }
+    crowd->last = last;
+    first_in_ring(last, [&](std::uint32_t file) { return add_to_tree(*crowd, file), false; });
+    crowds_.push_back(std::move(crowd));
+    index_.set(slot, crowd_bit | static_cast<std::uint32_t>(crowds_.size() - 1));
 }
 
 void NameTable::add_to_tree(Crowd& crowd, std::uint32_t file) const {
@@ -163,20 +146,21 @@ void NameTable::add_to_tree(Crowd& crowd, std::uint32_t file) const {
 }
 
 std::uint32_t NameTable::next_of_same_dir(std::uint32_t file, std::uint32_t last) const {
-    const std::string_view dir = dirs_.compared(record(file).dir);
+    const std::string_view dir = compared_dir(file);
     while (file != last) {
         file = record(file).next;
-        if (dirs_.compared(record(file).dir) == dir) return file;
+        if (compared_dir(file) == dir) return file;
     }
     return none;
 }
 
 void NameTable::remove(std::uint32_t file) noexcept {
     const std::size_t slot = find_slot(kernel::hash_text(name(file)), name(file));
+    const std::uint32_t value = index_.value(slot);
     if (record(file).next != file) {
         leave(slot, file);
     } else {
-        if ((index_.value(slot) & crowd_bit) != 0) crowds_[index_.value(slot) ^ crowd_bit].reset();
+        if (crowd_of(value) != nullptr) crowds_[value ^ crowd_bit].reset();
         index_.erase(slot);
     }
     record(file).is_removed = true;
@@ -190,13 +174,14 @@ void NameTable::leave(std::size_t slot, std::uint32_t file) noexcept {
     const std::uint32_t last = last_of(index_.value(slot));
     record(gone.previous).next = gone.next;
     record(gone.next).previous = gone.previous;
-    if ((index_.value(slot) & crowd_bit) == 0) {
-        if (file == last) index_.set(slot, gone.previous);
-        return;
-    }
-    Crowd& crowd = *crowds_[index_.value(slot) ^ crowd_bit];
-    crowd.tree.remove(dirs_.characters(), dirs_.compared(gone.dir), file, [&] { return next_of_same_dir(file, last); });
-    if (file == last) crowd.last = gone.previous;
+    Crowd* const crowd = crowd_of(index_.value(slot));
+    if (crowd != nullptr)
+        crowd->tree.remove(dirs_.characters(), compared_dir(file), file, [&] { return next_of_same_dir(file, last); });
+    if (file != last) return;
+    if (crowd != nullptr)
+        crowd->last = gone.previous;
+    else
+        index_.set(slot, gone.previous);
 }
 
 void NameTable::compact() noexcept {

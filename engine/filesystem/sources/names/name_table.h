@@ -92,17 +92,26 @@ private:
     std::uint32_t at_or_after(std::uint32_t file) const;
 
     // What a value of the index stands for.
-    const Crowd* crowd_of(std::uint32_t value) const {
+    Crowd* crowd_of(std::uint32_t value) const {
         return (value & crowd_bit) != 0 ? crowds_[value ^ crowd_bit].get() : nullptr;
     }
     std::uint32_t last_of(std::uint32_t value) const {
         const Crowd* const crowd = crowd_of(value);
         return crowd ? crowd->last : value;
     }
+    /// The first file of the ring that ends in `last` for which `matches(file)` is true.
+    template <class Matches>
+    std::uint32_t first_in_ring(std::uint32_t last, Matches matches) const {
+        for (std::uint32_t file = record(last).next;; file = record(file).next) {
+            if (matches(file)) return file;
+            if (file == last) return none;
+        }
+    }
+    std::string_view compared_dir(std::uint32_t file) const { return dirs_.compared(record(file).dir); }
     std::size_t find_slot(std::uint64_t hash, std::string_view name) const;
     std::uint32_t store(std::uint32_t dir, std::string_view spelled_name, std::uint32_t value);
     void join(std::size_t slot, std::uint32_t file);
-    std::unique_ptr<Crowd> make_crowd(std::uint32_t last) const;
+    void make_crowd(std::size_t slot, std::uint32_t last);
     void add_to_tree(Crowd& crowd, std::uint32_t file) const;
     void leave(std::size_t slot, std::uint32_t file) noexcept;
     std::uint32_t next_of_same_dir(std::uint32_t file, std::uint32_t last) const;

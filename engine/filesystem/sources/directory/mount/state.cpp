@@ -49,20 +49,13 @@ std::uint32_t DirectoryState::locate_to_change(const fs::path& p, NativePath& ou
     return with_path(exact != NameTable::none ? exact : find(p), out);
 }
 
-bool DirectoryState::place_for_file(const fs::path& p, NativePath& out) const {
-    const bool fits = !p.EmptyFile() && native_path(p, out);
+bool DirectoryState::place_for_new(Kind kind, const fs::path& p, NativePath& out) const {
+    const bool is_file = kind == Kind::REGULAR;
+    const bool fits = !(is_file ? p.EmptyFile() : p.EmptyPath()) && native_path(p, out);
+    if (fits && !is_file) out.cut(out.length - p.FileNameView().size());
     if (fits && !climbs(p.PathNameView()) && is_creatable(out.below_root())) return true;
-    return refuse(EFSError::INVALID_NAME, p.FileName(),
+    return refuse(EFSError::INVALID_NAME, is_file ? p.FileName() : p.PathName(),
                   "The new name is empty, too long, leads out of the source or is one that not every system can hold.");
-}
-
-bool DirectoryState::place_for_directory(const fs::path& p, NativePath& out) const {
-    const bool fits = !p.EmptyPath() && native_path(p, out);
-    if (fits) out.cut(out.length - p.FileNameView().size());
-    if (fits && !climbs(p.PathNameView()) && is_creatable(out.below_root())) return true;
-    return refuse(
-        EFSError::INVALID_NAME, p.PathName(),
-        "The directory has no name or too long a one, leads out of the source, or not every system can hold it.");
 }
 
 /// The directory as the tree counts it: below the start, whose own node is the root. False when it does not fit.
@@ -98,11 +91,11 @@ fs::dir& DirectoryState::make_node(MountedNames& in, std::string_view dir) const
 void replace_directory(DirectoryState& state, std::string_view dir, const MountedNames& read) {
     MountedNames& names = *state.names;
     NameTable& table = names.table;
-    if (!read.unlisted.empty()) {
-        names.unlisted.insert(read.unlisted.begin(), read.unlisted.end());
-        names.unlisted_error = read.unlisted_error;
-        return;
-    }
+    auto unlisted = names.unlisted;
+    if (!read.unlisted.contains(dir)) unlisted.erase(std::string(dir));
+    unlisted.insert(read.unlisted.begin(), read.unlisted.end());
+    if (!read.unlisted.empty()) names.unlisted_error = read.unlisted_error;
+    if (read.unlisted.contains(dir)) return names.unlisted.swap(unlisted);
     std::vector<std::uint32_t> gone;
     for (std::uint32_t file = table.first(); file != NameTable::none; file = table.next(file)) {
         if (table.dir(file) == dir) gone.push_back(file);
@@ -120,26 +113,29 @@ void replace_directory(DirectoryState& state, std::string_view dir, const Mounte
     }
     for (const std::uint32_t file : gone) table.remove(file);
     ++state.reads;
-    names.unlisted.erase(std::string(dir));
+    names.unlisted.swap(unlisted);
     table.compact();
 }
 
-bool NewEntry::enter(const NativePath& made, std::size_t name_length, Spelling spelling) {
+bool NewEntry::enter(const NativePath& made, Spelling spelling) {
     NameTable& table = state_.names->table;
     NativePath spelled = made;
     if (!platform::resolve_case(made.text, spelled.text)) return refuse_by_disk(made.text, "cannot be looked for");
+    spelled.length = std::strlen(spelled.text);  // short names of Windows are told in full
+    const auto split_of = [](const NativePath& path) { return path.view().rfind('/') + 1; };
     if (spelling == Spelling::OF_CALLER) {
-        const std::size_t dir_length = made.length - name_length;
-        made.view().substr(dir_length).copy(spelled.text + dir_length, name_length);
+        spelled.cut(split_of(spelled));
+        if (!spelled.append(made.view().substr(split_of(made))))
+            return refuse(EFSError::INVALID_NAME, made.text, "The new name is too long.");
     }
-    const std::string_view below = spelled.below_root();
-    const std::string_view dir = below.substr(0, below.size() - name_length);
-    const std::string_view name = below.substr(dir.size());
     NativePath lower = spelled;
     fold_text(lower.text, lower.length);
-    const std::string_view lower_dir = lower.below_root().substr(0, dir.size());
+    const std::size_t split = split_of(spelled) - spelled.root_length;
+    const std::string_view dir = spelled.below_root().substr(0, split);
+    const std::string_view name = spelled.below_root().substr(split);
+    const std::string_view lower_dir = lower.below_root().substr(0, split);
     state_.make_node(*state_.names, lower_dir);
-    known_ = table.find_exact(lower_dir, lower.below_root().substr(dir.size()));
+    known_ = table.find_exact(lower_dir, lower.below_root().substr(split));
     if (known_ != NameTable::none && table.spelled_name(known_) == name && table.spelled_dir(known_) == dir)
         return true;
     added_ = table.add(table.intern_dir(dir), name, 0);

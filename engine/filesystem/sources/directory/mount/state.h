@@ -91,8 +91,8 @@ struct DirectoryState {
     }
     /// The same for a new file, or for a new directory, of which `out` is cut to. False, with the failure stored, where
     /// nothing may be made.
-    bool place_for_file(const fs::path& p, NativePath& out) const;
-    bool place_for_directory(const fs::path& p, NativePath& out) const;
+    enum class Kind : std::uint8_t { REGULAR, DIRECTORY };
+    bool place_for_new(Kind kind, const fs::path& p, NativePath& out) const;
 
     /// The tree's node of a lower-case relative directory, with or without its last "/"; null when there is none.
     fs::dir* find_node(MountedNames& in, std::string_view dir) const;
@@ -125,7 +125,7 @@ public:
 
     /// `made` is the native path; directories keep the disk's spelling. False, with the error set, when the disk cannot
     /// tell it. May throw std::bad_alloc.
-    [[nodiscard]] bool enter(const NativePath& made, std::size_t name_length, Spelling spelling);
+    [[nodiscard]] bool enter(const NativePath& made, Spelling spelling);
     /// The file was made: from now on the table answers with it alone, and no longer with `renamed`. Never throws.
     void keep(bool installed, std::uint32_t renamed = NameTable::none);
 
