@@ -1,5 +1,10 @@
-// Damaged packs must cost a refusal or short reads: no crash, no hang, nothing outside the pack's bytes.
+// Damaged packs, failing disks and entries that lie must cost a refusal or short reads, and a reason: no crash, no hang,
+// nothing outside the pack's bytes.
+#include <engine/filesystem/access/manage.h>
+#include <engine/filesystem/contract/error.h>
+
 #include "fixture.h"
+#include "tests/support/mounted_root.h"
 
 namespace {
 
@@ -7,6 +12,8 @@ using packs::deflated_entry;
 using packs::Entry;
 using packs::stored_entry;
 using packs::with;
+using testing::AllOf;
+using testing::HasSubstr;
 
 std::string small_pack() {
     return packs::build({deflated_entry("dir/a.txt", packs::noise(200, 1) + std::string(200, 'z')),
@@ -81,20 +88,6 @@ TEST(PackDamage, NamesMayBeAsLongAsTheFormatAllows) {
     EXPECT_EQ(all_names(*source), std::vector<std::string>{"short"}) << "what 260-byte buffers of a host can hold";
 }
 
-// Reading 64 MiB of zeros costs time, but no memory beside the blocks.
-TEST(PackDamage, BombsAreReadThroughTheBlocks) {
-    const Entry bomb = with(deflated_entry("bomb", std::string(64 << 20, '\0')), [](Entry& e) { e.size = 0xFFFFFFFE; });
-    const auto source = packs::mount(packs::build({bomb}));
-    ASSERT_TRUE(source);
-    const auto file = packs::open(*source, "bomb");
-    char buffer[100] = "x";
-    file->seek(60 << 20, EFSSeek::BEGIN);
-    EXPECT_EQ(file->read(buffer, sizeof buffer), sizeof buffer);
-    EXPECT_EQ(buffer[0], '\0');
-    file->seek(0x7FFFFFFF, EFSSeek::BEGIN);
-    EXPECT_EQ(file->read(buffer, sizeof buffer), 0u);
-}
-
 // A pack in use cannot be opened for writing here, but another process, or another system over the network, may.
 TEST(PackDamage, APackThatShrinksWhileOpenGivesShortReadsOrZeros) {
     const std::string data = packs::noise(200000, 5);
@@ -110,6 +103,104 @@ TEST(PackDamage, APackThatShrinksWhileOpenGivesShortReadsOrZeros) {
     EXPECT_EQ(found, std::string(data.size(), '\0'));
     EXPECT_LE(packed->read(found.data(), found.size()), found.size());
     EXPECT_TRUE(packs::open(*source, "d")) << "its local header was read before";
+}
+
+// Damage used to be read without a word.
+TEST(PackDamage, IsToldWithPackEntryAndReasonAndNothingElseIs) {
+    const std::string data = packs::noise(300000, 1);
+    const Entry deflated = deflated_entry("deflated", data);
+    struct Row {
+        Entry entry;
+        const char* reason;
+    };
+    std::vector<Row> rows = {
+        {with(deflated, [](Entry& e) { e.packed[10] = static_cast<char>(~e.packed[10]); }), "damaged"},
+        {with(deflated, [](Entry& e) { e.packed.resize(e.packed_size = 90000); }), "fewer bytes"}};
+    for (const Entry& good : packs::entries_of_all_methods(data)) {
+        rows.push_back({good, nullptr});
+        rows.push_back({with(good, [](Entry& e) { e.crc ^= 1; }), "checksum"});
+        rows.push_back({with(good, [](Entry& e) { e.size += 1000; }), "fewer bytes"});
+    }
+    const auto expect_told = [](const Row& row) {
+        EXPECT_EQ(fs::last_error().code, EFSError::BAD_FORMAT);
+        EXPECT_THAT(fs::last_error().text, AllOf(HasSubstr(row.reason), HasSubstr("test.pak")));
+        EXPECT_EQ(fs::last_error().path, row.entry.name);
+        fs::clear_error();
+    };
+    for (const Row& row : rows) {
+        const auto source = packs::mount(packs::build({row.entry}), FFSAddSourceFlags::EXACT_SEEKS);
+        ASSERT_TRUE(source) << row.entry.name;
+        for (const std::size_t step : {std::size_t{4096}, std::size_t{row.entry.size}}) {
+            SCOPED_TRACE(testing::Message()
+                         << row.entry.name << " by " << step << ": " << (row.reason != nullptr ? row.reason : "good"));
+            const auto file = packs::open(*source, row.entry.name);
+            std::string found;
+            std::string piece(step, '\0');
+            fs::clear_error();
+            while (const std::uint64_t got = file->read(piece.data(), step)) found.append(piece, 0, got);
+            if (!row.reason) {
+                EXPECT_TRUE(found == data && fs::last_error().code == EFSError::NONE);
+                continue;
+            }
+            expect_told(row);
+            if (row.reason == std::string("checksum")) continue;
+            file->seek(-500, EFSSeek::END);
+            EXPECT_EQ(file->read(piece.data(), 1), 0u) << "what is missing, asked for alone";
+            expect_told(row);
+        }
+    }
+}
+
+class PackChecksum : public MountedRoot {};
+
+// It used to answer the sum of whatever came.
+TEST_F(PackChecksum, IsNoneForADamagedEntry) {
+    const Entry bad = with(deflated_entry("x", packs::noise(300000, 1)), [](Entry& e) { ++e.crc; });
+    ASSERT_TRUE(fs::add_source(directory_.write("test.pak", packs::build({bad, stored_entry("good", "1")})).c_str()));
+    std::uint32_t crc = 1;
+    EXPECT_FALSE(fs::calc_file_crc("x", crc));
+    EXPECT_EQ(fs::last_error().code, EFSError::BAD_FORMAT);
+    EXPECT_EQ(crc, 0u);
+    EXPECT_TRUE(fs::calc_file_crc("good", crc)) << "an earlier failure is none of this file's";
+}
+
+// Zeros in place of what the disk did not give used to stay in the blocks, with no word of it.
+TEST(PackDamage, AFailedReadIsToldAndNotKept) {
+    const std::string data = packs::noise(300000, 1);
+    const auto source = packs::mount(packs::build(packs::entries_of_all_methods(data)));
+    ASSERT_TRUE(source);
+    for (const std::string& name : all_names(*source)) {
+        for (const std::size_t at : {0u, 70000u}) {
+            SCOPED_TRACE(testing::Message() << name << " at " << at);
+            std::string found(1000, '\0');
+            const auto file = packs::open(*source, name);
+            for (const bool is_good : {false, true}) {
+                file->seek(static_cast<std::int64_t>(at), EFSSeek::BEGIN);
+                fs::clear_error();
+                if (!is_good) platform::inject_fault(platform::FaultPoint::READ, 1, platform::Failure::OTHER, false);
+                const std::uint64_t got = file->read(found.data(), found.size());
+                platform::clear_faults();
+                EXPECT_EQ(fs::last_error().code, is_good ? EFSError::NONE : EFSError::IO);
+                if (is_good) EXPECT_TRUE(got == found.size() && found == data.substr(at, 1000));
+            }
+        }
+    }
+}
+
+TEST(PackDamage, Zip64EntriesAreRefusedAloneAndByName) {
+    static constexpr std::uint32_t all = 0xFFFFFFFF;
+    const auto source = packs::mount(packs::build(
+        {with(stored_entry("size", "1"), [](Entry& e) { e.size = all; }),
+         with(stored_entry("packed", "1"), [](Entry& e) { e.packed_size = all; }),
+         with(stored_entry("offset", "1"), [](Entry& e) { e.header_offset = all; }), stored_entry("good", "2")}));
+    ASSERT_TRUE(source);
+    for (const char* name : {"size", "packed", "offset"}) {
+        EXPECT_FALSE(packs::open(*source, name));
+        EXPECT_EQ(fs::last_error().code, EFSError::UNSUPPORTED);
+        EXPECT_EQ(fs::last_error().path, name);
+        EXPECT_THAT(fs::last_error().text, HasSubstr("zip64"));
+    }
+    EXPECT_EQ(packs::content(*source, "good"), "2");
 }
 
 }  // namespace

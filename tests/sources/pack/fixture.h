@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <random>
@@ -10,9 +12,11 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include <engine/filesystem/pack_reader.h>
 #include <engine/filesystem/sources/pack.h>
 
 #include "engine/filesystem/formats/zip.h"
+#include "engine/filesystem/formats/zstd.h"
 #include "engine/kernel/checksum.h"
 #include "tests/sources/kit.h"
 #include "tests/support/temp_directory.h"
@@ -70,6 +74,16 @@ inline Entry stored_entry(const std::string& name, const std::string& data) {
     return packed_entry(name, data, 0, data);
 }
 
+/// The data as "deflated", "stored" and, where the library was built with it, "zstd".
+inline std::vector<Entry> entries_of_all_methods(const std::string& data) {
+    std::vector<Entry> entries = {deflated_entry("deflated", data), stored_entry("stored", data)};
+    if (fs::has_zstd()) {
+        const auto packed = fs::make_zstd_compressor()->compress(data.data(), data.size(), 3, data.size());
+        entries.push_back(packed_entry("zstd", data, EFSPackMethod::ZSTD, {packed.begin(), packed.end()}));
+    }
+    return entries;
+}
+
 /// The bytes of a pack of these entries.
 inline std::string build(const std::vector<Entry>& entries) {
     std::string out;
@@ -108,6 +122,35 @@ inline std::string noise(std::size_t size, std::uint32_t seed) {
     for (char& byte : out) byte = static_cast<char>('a' + (random() & 15));
     return out;
 }
+
+/// A pack in memory that answers by `fault` while that is set.
+class MemoryReader : public fs::pack_reader {
+public:
+    using Fault = std::function<std::int64_t(std::uint64_t size)>;
+
+    explicit MemoryReader(std::string bytes) : bytes_(std::move(bytes)) {}
+    std::uint64_t length() override { return length_known ? bytes_.size() : ~std::uint64_t{0}; }
+    std::int64_t read_at(std::uint64_t offset, void* to, std::uint64_t size) override {
+        EXPECT_TRUE(offset <= bytes_.size() && size <= bytes_.size() - offset);
+        ++reads;
+        if (during_read) during_read();
+        if (fault) return fault(size);
+        std::memcpy(to, bytes_.data() + offset, size);
+        return static_cast<std::int64_t>(size);
+    }
+    fs::string last_failure() override { return reason; }
+    void release() noexcept override { ++released; }
+
+    Fault fault;
+    std::function<void()> during_read;
+    fs::string reason;
+    bool length_known = true;
+    int reads = 0;
+    int released = 0;
+
+private:
+    const std::string bytes_;
+};
 
 /// Mounts the pack at this native path; null when that fails.
 inline std::unique_ptr<CZip_dir> mount_file(const std::string& path,

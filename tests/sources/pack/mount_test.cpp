@@ -3,8 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <engine/filesystem/contract/error.h>
-
 #include "fixture.h"
 
 namespace {
@@ -34,6 +32,8 @@ TEST(PackMount, ShowsFilesByNameWithAnyEndOfTheirDirectory) {
         stored_entry("x/y/../z/./deep.txt", "5"),
         stored_entry("#open/f2.txt", "6"),
         stored_entry("\xC3\x89tat.txt", "7"),
+        stored_entry("dup/g.txt", "first"),
+        stored_entry("DUP/G.TXT", "second"),
     }));
     ASSERT_TRUE(source);
     const std::pair<const char*, const char*> rows[] = {
@@ -59,18 +59,15 @@ TEST(PackMount, ShowsFilesByNameWithAnyEndOfTheirDirectory) {
     EXPECT_TRUE(source->exists(fs::path("A/B/C.Txt", false)));
     EXPECT_EQ(content(*source, "a/b/c.txt"), "2");
     EXPECT_EQ(content(*source, "z/b/c.txt"), "1");
-}
-
-TEST(PackMount, ListsBackwardsAndByPartsOfDirectories) {
-    const auto source = packs::mount(packs::build({stored_entry("a/x.txt", ""), stored_entry("a/b/Y.txt", ""),
-                                                   stored_entry("z.bin", ""), stored_entry("ab/w.txt", "")}));
-    ASSERT_TRUE(source);
-    EXPECT_THAT(all_names(*source), ElementsAre("z.bin", "a/b/y.txt", "a/x.txt", "ab/w.txt"));
-    EXPECT_THAT(test::take_names(source->get_file_list("A", "*.TXT", false)), ElementsAre("a/x.txt"));
-    EXPECT_THAT(test::take_names(source->search_substring("B")), ElementsAre("a/b/y.txt", "ab/w.txt"));
+    EXPECT_EQ(content(*source, "g.txt"), "first");
+    // By name, then by directory, and backwards.
+    EXPECT_THAT(all_names(*source), ElementsAre("\xC3\x89tat.txt", "top.txt", "dup/g.txt", "dup/g.txt", "#open/f2.txt",
+                                                "x/z/deep.txt", "b/c.txt", "a/b/c.txt"));
+    EXPECT_THAT(test::take_names(source->get_file_list("A", "*.TXT", true)), ElementsAre("a/b/c.txt"));
+    EXPECT_THAT(test::take_names(source->search_substring("B")), ElementsAre("b/c.txt", "a/b/c.txt"));
     for (const char* nothing : {"", static_cast<const char*>(nullptr)})
         EXPECT_EQ(source->search_substring(nothing), nullptr);
-    EXPECT_FALSE(source->dir_tree()->find("b"));
+    EXPECT_FALSE(source->dir_tree()->find("z"));
 }
 
 TEST(PackMount, ForgetsEverythingWhenCleared) {
@@ -145,12 +142,20 @@ TEST(PackMount, UsesTheLocalHeaderForPlaceAndMethodAlone) {
     EXPECT_EQ(content(*source, "b"), "2");
 }
 
+class NotingMonitor : public fs::IFsMonitor {
+public:
+    NotingMonitor() { fs::set_monitor(this); }
+    ~NotingMonitor() { fs::set_monitor(nullptr); }
+    void touch_file(const char* path, EFSMode::TYPE, FFSOpenFlags::FLAGS) override { touched.emplace_back(path); }
+    std::vector<std::string> touched;
+};
+
 TEST(PackMount, TellsTheMonitorAndSharesThePackWithNobodyUnlessInMemory) {
     const std::string bytes = packs::build({stored_entry("a", "1")});
-    const RecordingMonitor monitor;
+    const NotingMonitor monitor;
     const auto source = packs::mount(bytes);
     ASSERT_TRUE(source);
-    EXPECT_THAT(monitor.touched, ElementsAre("test.pak 0+0"));
+    EXPECT_THAT(monitor.touched, ElementsAre("test.pak"));
     EXPECT_FALSE(packs::mount_file("test.pak"));
     EXPECT_EQ(fs::last_error().code, EFSError::IN_USE);
     EXPECT_TRUE(write_file("Memory.PAK", bytes));
@@ -159,6 +164,25 @@ TEST(PackMount, TellsTheMonitorAndSharesThePackWithNobodyUnlessInMemory) {
     ASSERT_TRUE(one && other) << "opened by its native spelling";
     EXPECT_STREQ(one->path().FileName(), "memory.pak");
     EXPECT_EQ(content(*one, "a") + content(*other, "a"), "11");
+}
+
+TEST(PackList, TellsWhatTheDirectoryRecordsAndLeavesTheListAloneOnFailure) {
+    const packs::Entry entry = deflated_entry("Dir/A.txt", packs::noise(3000, 1));
+    EXPECT_TRUE(write_file("test.pak", packs::build({stored_entry("dir/", ""), entry})));
+    ztl::vector<SFsPackEntry> entries;
+    {
+        const auto mounted = packs::mount_file("test.pak");
+        ASSERT_TRUE(mounted && fs::list_pack("TEST.pak", entries)) << "a mounted pack had been in use";
+    }
+    ASSERT_TRUE(fs::list_pack("test.pak", entries));
+    EXPECT_TRUE(write_file("test.pak", "no pack at all, but long enough"));
+    EXPECT_FALSE(fs::list_pack("test.pak", entries) || fs::list_pack(nullptr, entries));
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].name, "Dir/A.txt");
+    EXPECT_EQ(entries[0].size, entry.size);
+    EXPECT_EQ(entries[0].packed_size, entry.packed_size);
+    EXPECT_EQ(entries[0].method, EFSPackMethod::DEFLATE);
+    EXPECT_EQ(entries[0].crc, entry.crc);
 }
 
 }  // namespace

@@ -15,7 +15,6 @@
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/formats/zip.h"
 #include "engine/filesystem/formats/zstd.h"
-#include "engine/filesystem/sources/pack/walk.h"
 #include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
 
@@ -39,11 +38,6 @@ bool is_zip64(const PackEntry& entry) {
            entry.header_offset == zip::in_zip64_field;
 }
 
-/// Directories, and what lies in a directory whose name begins with "#", are not files of the pack.
-bool is_visible(std::string_view name) {
-    return (name.empty() || name.back() != '/') && name.find("/#") == std::string_view::npos;
-}
-
 /// The packs that are in use: nobody can open their files once more, to list them say. Never destroyed, so that late
 /// callers find it.
 struct PacksInUse {
@@ -55,26 +49,6 @@ struct PacksInUse {
         return instance.value;
     }
 };
-
-PackTable read_table(const PackStore& store) {
-    DirectoryWalk walk(store);
-    PackTableBuilder table(walk.count());
-    std::vector<char> text;
-    while (walk.next()) {
-        text.assign(walk.name().begin(), walk.name().end());
-        text.push_back('\0');
-        const Normalized normal = normalize(text.data(), text.data(), false);
-        const std::string_view name(text.data(), normal.length);
-        if (!is_visible(name)) continue;
-        const zip::CentralHeader& header = walk.header();
-        table.add(name.substr(0, normal.split), name.substr(normal.split),
-                  {.header_offset = header.header_offset,
-                   .size = header.size,
-                   .packed_size = header.packed_size,
-                   .crc = header.crc});
-    }
-    return table.finish();
-}
 
 }  // namespace
 

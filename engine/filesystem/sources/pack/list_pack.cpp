@@ -34,7 +34,7 @@ bool list_pack(const char* native_path, ztl::vector<SFsPackEntry>& out) {
     return guarded(path, false, [&] {
         PackStore store;
         ErrorScope scope;
-        if (store.open(path, false)) {
+        if (store.open(path, PackOrigin::file(path), false)) {
             out = entries_of(store);
             return true;
         }

@@ -15,6 +15,7 @@
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/name_list.h"
 #include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/pack/archive.h"
@@ -25,8 +26,6 @@
 namespace {
 
 constexpr std::uint32_t none = fs::NameTable::none;
-
-bool has(FFSOpenFlags::FLAGS flags, FFSOpenFlags::FLAGS flag) { return (flags & flag) != 0; }
 
 }  // namespace
 
@@ -85,8 +84,9 @@ bool CZip_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir
     const char* native_path = state_->native_spelling.empty() ? full_name : state_->native_spelling.c_str();
     return fs::guarded(native_path, false, [&] {
         fs::PackStore store;
-        const bool in_memory = (flags & FFSAddSourceFlags::PACK_IN_MEMORY) != 0;
-        if (!(state_->reader ? store.open(native_path, state_->reader, in_memory) : store.open(native_path, in_memory)))
+        auto origin =
+            state_->reader ? fs::PackOrigin::reader(native_path, state_->reader) : fs::PackOrigin::file(native_path);
+        if (!store.open(native_path, std::move(origin), fs::has_any(flags, FFSAddSourceFlags::PACK_IN_MEMORY)))
             return false;
         auto archive = fs::PackArchive::mount(std::move(store));
         if (state_->tree_wanted) archive->fill_tree(state_->tree);
@@ -110,7 +110,7 @@ std::function<void()> CZip_dir::read_anew() {
     }
     if (!before || state_->reader) return [] {};  // what a host reads never changes
     fs::PackStore store;
-    if (!store.open_anew(before->store(), (flags() & FFSAddSourceFlags::PACK_IN_MEMORY) != 0)) return {};
+    if (!store.open_anew(before->store(), fs::has_any(flags(), FFSAddSourceFlags::PACK_IN_MEMORY))) return {};
     auto archive = fs::PackArchive::mount(std::move(store));
     return [this, archive] {
         fs::dir tree;
@@ -158,9 +158,10 @@ void CZip_dir::root_path(fs::path& out, const fs::path& p) {
 
 SFsFile* CZip_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS open_flags) {
     return fs::guarded(p.FileName(), static_cast<SFsFile*>(nullptr), [&]() -> SFsFile* {
-        const std::uint32_t file = state_->find(p, has(open_flags, FFSOpenFlags::WHOLE_NAME));
+        const std::uint32_t file = state_->find(p, fs::has_any(open_flags, FFSOpenFlags::WHOLE_NAME));
         if (file == none || !state_->archive->open(file)) return nullptr;
-        const bool exact = (flags() & FFSAddSourceFlags::EXACT_SEEKS) != 0 || has(open_flags, FFSOpenFlags::SEEKABLE);
+        const bool exact =
+            fs::has_any(flags(), FFSAddSourceFlags::EXACT_SEEKS) || fs::has_any(open_flags, FFSOpenFlags::SEEKABLE);
         return new SZipFile(this, state_->archive, file, exact);
     });
 }
@@ -169,10 +170,9 @@ FS_NAME* CZip_dir::get_file_list(const char* dir, const char* mask, bool flag) {
     if (!state_->archive) return nullptr;
     return fs::guarded(dir, static_cast<FS_NAME*>(nullptr), [&] {
         const std::string folded_dir = fs::lower_text(dir ? dir : "");
-        const std::string folded_mask = fs::lower_text(mask ? mask : "");
         return state_->list([&](std::string_view held_dir, std::string_view name) {
             return fs::directory_answers(held_dir, dir ? folded_dir.c_str() : nullptr, flag) &&
-                   fs::name_matches(name, folded_mask.c_str());
+                   fs::name_matches(name, mask);
         });
     });
 }
@@ -181,8 +181,6 @@ FS_NAME* CZip_dir::search_substring(const char* text) {
     if (!state_->archive || !text || *text == '\0') return nullptr;
     return fs::guarded(text, static_cast<FS_NAME*>(nullptr), [&] {
         const std::string wanted = fs::lower_text(text);
-        return state_->list([&](std::string_view dir, std::string_view /*name*/) {
-            return dir.substr(0, dir.empty() ? 0 : dir.size() - 1).find(wanted) != std::string_view::npos;
-        });
+        return state_->list([&](std::string_view dir, auto&) { return fs::directory_contains(dir, wanted); });
     });
 }

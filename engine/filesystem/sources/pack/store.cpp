@@ -9,30 +9,20 @@
 
 namespace fs {
 
-bool PackStore::open(const char* native_path, bool in_memory) {
-    path_ = native_path;
-    return start(PackOrigin::file(native_path), in_memory);
-}
-
-bool PackStore::open_anew(const PackStore& mounted, bool in_memory) {
-    path_ = mounted.path_;
-    ErrorScope scope;
-    std::unique_ptr<PackOrigin> origin = PackOrigin::file(path_.c_str());
-    if (!origin && mounted.origin_) origin = mounted.origin_->again();
-    if (origin) scope.forget();
-    return start(std::move(origin), in_memory);
-}
-
-bool PackStore::open(const char* name, std::shared_ptr<pack_reader> reader, bool in_memory) {
-    path_ = name;
-    return start(PackOrigin::reader(name, std::move(reader)), in_memory);
-}
-
-bool PackStore::start(std::unique_ptr<PackOrigin> origin, bool in_memory) {
+bool PackStore::open(std::string path, std::unique_ptr<PackOrigin> origin, bool in_memory) {
     if (!origin) return false;
+    path_ = std::move(path);
     origin_ = std::move(origin);
     length_ = origin_->length();
     return length_ != failed && (!in_memory || load());
+}
+
+bool PackStore::open_anew(const PackStore& mounted, bool in_memory) {
+    ErrorScope scope;
+    std::unique_ptr<PackOrigin> origin = PackOrigin::file(mounted.path_.c_str());
+    if (!origin && mounted.origin_) origin = mounted.origin_->again();
+    if (origin) scope.forget();
+    return open(mounted.path_, std::move(origin), in_memory);
 }
 
 /// False when the pack cannot be read.

@@ -16,14 +16,13 @@ public:
 
     PackStore() = default;
 
-    /// Opens the file; with `in_memory` reads it whole and closes it again. When there is no memory for that, it stays open
-    /// instead. False, with fs::last_error set, on failure.
-    bool open(const char* native_path, bool in_memory);
+    /// Takes the bytes from there, null where they could not be opened; messages call them by `path`. With `in_memory` they
+    /// are read whole and let go; when there is no memory for that, they stay open instead. False, with fs::last_error set,
+    /// on failure.
+    bool open(std::string path, std::unique_ptr<PackOrigin> origin, bool in_memory);
     /// The same of the path of a mounted pack. A file that was written over in place is the one that `mounted` has open, and
     /// both share it.
     bool open_anew(const PackStore& mounted, bool in_memory);
-    /// The same of what a host reads, which messages call `name`.
-    bool open(const char* name, std::shared_ptr<pack_reader> reader, bool in_memory);
 
     const std::string& path() const { return path_; }
     std::uint64_t length() const { return length_; }
@@ -40,7 +39,6 @@ public:
     void prefetch(std::uint64_t offset, std::uint64_t size) const;
 
 private:
-    bool start(std::unique_ptr<PackOrigin> origin, bool in_memory);
     bool load();
 
     std::unique_ptr<PackOrigin> origin_;  // null for a copy in memory

@@ -1,13 +1,13 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "engine/filesystem/sources/names/name_table.h"
 
 namespace fs {
+
+class PackStore;
 
 /// One file of a pack; its name is in the table of names.
 struct PackEntry {
@@ -26,30 +26,9 @@ struct PackTable {
     std::vector<PackEntry> entries;
 
     PackEntry& entry(std::uint32_t file) { return entries[names.value(file)]; }
-    /// Bytes that the table holds, its texts among them.
-    std::size_t memory() const { return entries.capacity() * sizeof(PackEntry) + names.bytes(); }
 };
 
-/// Puts the files of a pack in order. May throw std::bad_alloc.
-class PackTableBuilder {
-public:
-    explicit PackTableBuilder(std::size_t files) { files_.reserve(files); }
-
-    /// Adds a file; `dir` ends in "/" or is empty. Both are in lower case.
-    void add(std::string_view dir, std::string_view name, const PackEntry& told);
-    PackTable finish();
-
-private:
-    struct File {
-        PackEntry told;
-        std::uint32_t name_offset;  // into names_
-        std::uint32_t name_size;
-        std::uint32_t dir;  // as the table of names numbers it
-    };
-
-    PackTable table_;
-    std::vector<File> files_;
-    std::string names_;  // at most 65,535 of as many bytes
-};
+/// Reads the directory of an open pack. May throw std::bad_alloc, or StoredFailure when it is no pack.
+PackTable read_table(const PackStore& store);
 
 }  // namespace fs

@@ -16,7 +16,6 @@
 
 class fs::PackView {
 public:
-    explicit PackView(platform::Mapping bytes) : mapping(std::move(bytes)) {}
     platform::Mapping mapping;
 };
 
@@ -70,15 +69,18 @@ std::uint64_t SZipFile::read_some(std::uint8_t* buffer, std::uint64_t count) {
         fault = reader_->fault();
     }
     if (position_ == 0) checked_ = crc_ = 0;
-    if (position_ == checked_) {
+    const bool in_order = position_ == checked_;
+    if (in_order) {
         crc_ = kernel::crc32(crc_, buffer, static_cast<std::size_t>(delivered));
         checked_ += static_cast<std::uint32_t>(delivered);
-        const bool all = checked_ == size_ && delivered != 0;
-        if (fault == fs::PackFault::NONE && delivered < count) fault = fs::PackFault::ENDS_EARLY;
-        if (fault == fs::PackFault::NONE && all && crc_ != archive_->table().entry(entry_).crc)
-            fault = fs::PackFault::CHECKSUM;
     }
     position_ += delivered;
+    if (fault == fs::PackFault::NONE) {
+        const bool is_through = in_order && checked_ == size_ && delivered != 0;
+        // A seek in blocks goes to other input than the position's, which may end before.
+        if (delivered < count && (in_order || !in_blocks)) fault = fs::PackFault::ENDS_EARLY;
+        if (is_through && crc_ != archive_->table().entry(entry_).crc) fault = fs::PackFault::CHECKSUM;
+    }
     if (fault != fs::PackFault::NONE) report(fault);
     return delivered;
 }
@@ -113,8 +115,12 @@ const void* SZipFile::view(std::uint64_t& size, bool populate) {
         if (data.method != EFSPackMethod::STORE || size == 0 || data.packed_size != size) return nullptr;
         if (const void* const bytes = store.view(data.offset, size)) return bytes;
         if (data.offset > store.length() || size > store.length() - data.offset) return nullptr;
-        if (!view_) view_ = std::make_unique<fs::PackView>(store.map(data.offset, size));
-        if (!view_->mapping.IsEmpty() && (!populate || view_->mapping.Populate())) return view_->mapping.Data();
+        if (!view_) {
+            platform::Mapping mapping = store.map(data.offset, size);
+            if (mapping.IsEmpty()) return nullptr;
+            view_.reset(new fs::PackView{std::move(mapping)});
+        }
+        if (!populate || view_->mapping.Populate()) return view_->mapping.Data();
         fs::refuse_by_disk(store.path().c_str(), "cannot be mapped");
         return nullptr;
     });
