@@ -1,5 +1,6 @@
 #include <engine/filesystem/access.h>
 #include <engine/filesystem/registry.h>
+#include <engine/filesystem/sources/memory_archive.h>
 
 #include <gmock/gmock.h>
 
@@ -58,15 +59,14 @@ TEST_F(Registry, FindsSourcesByDirectoryInAnyCaseAsWritten) {
 }
 
 TEST_F(Registry, GivesASourceBackWithoutDestroyingIt) {
-    bool destroyed = false;
-    auto* const source = new MemorySource("/x/", EFSSourceType::DIR, Flags::NONE, &destroyed);
-    EXPECT_FALSE(fs::rem_source(source));
-    fs::add_source(source, Flags::NONE);
-    fs::add_source(source, Flags::NONE);  // once is enough: it could not be destroyed twice
-    EXPECT_TRUE(fs::rem_source(source));
-    EXPECT_FALSE(fs::rem_source(source) || fs::rem_source(nullptr) || destroyed);
+    MemorySource source("/x/");  // nobody could destroy it
+    EXPECT_FALSE(fs::rem_source(&source));
+    fs::add_source(&source, Flags::NONE);
+    fs::add_source(&source, Flags::NONE);
+    EXPECT_THAT(order(), ElementsAre("/x/"));
+    EXPECT_TRUE(fs::rem_source(&source));
+    EXPECT_FALSE(fs::rem_source(&source) || fs::rem_source(nullptr));
     EXPECT_THAT(order(), IsEmpty());
-    delete source;
     fs::add_source(static_cast<CFSSource*>(nullptr), Flags::NONE);
     EXPECT_STREQ(fs::write_path(), "");
 }
@@ -118,7 +118,7 @@ public:
         });
         std::this_thread::yield();
         for (int i = 0; i < 1000; ++i) heard = fs::exists("other.txt") && heard;
-        EXPECT_FALSE(fs::rem_file("other.txt"));
+        EXPECT_FALSE(fs::rem_file("other.txt") || fs::create_server_archive(nullptr, 0) || fs::get_server_archive());
         EXPECT_EQ(fs::last_error().code, EFSError::INVALID_ARGUMENT);
         return MemorySource::open_read(p, flags);
     }

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -27,8 +26,7 @@ public:
     MemoryFile(CFSSource* owner, const std::string& file_name, Bytes bytes, std::uint64_t position)
         : bytes_(std::move(bytes)), position_(position) {
         source = owner;
-        name = static_cast<char*>(std::malloc(file_name.size() + 1));
-        std::strcpy(name, file_name.c_str());
+        name = fs::joined_name(file_name, "");
     }
 
     std::uint64_t read(void* buffer, std::uint64_t size) override {
@@ -63,14 +61,10 @@ private:
 /// counted, and everything about it can be set.
 class MemorySource : public fs::ReadOnlySource {
 public:
-    /// `*destroyed` is set when the source goes.
     explicit MemorySource(const char* mount_path, EFSSourceType::TYPE type = EFSSourceType::DIR,
-                          FFSAddSourceFlags::ENUM flags = FFSAddSourceFlags::NONE, bool* destroyed = nullptr)
-        : type_(type), destroyed_(destroyed) {
+                          FFSAddSourceFlags::ENUM flags = FFSAddSourceFlags::NONE)
+        : type_(type) {
         ReadOnlySource::init(fs::path(mount_path, true), flags, nullptr);
-    }
-    ~MemorySource() override {
-        if (destroyed_ != nullptr) *destroyed_ = true;
     }
 
     void add(const std::string& name, const std::string& content) {
@@ -234,7 +228,6 @@ private:
     }
 
     const EFSSourceType::TYPE type_;
-    bool* const destroyed_;
     std::map<std::string, Entry> files_;
 };
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/registry/prefixed_names.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/never_destroyed.h"
@@ -28,7 +29,7 @@ constinit platform::PerThread<int, UnlockedAsking> unlocked_asks;     // on this
 
 /// What leads every name of a source that was mounted with its parent: its tree's own name. "" for all others.
 std::string_view leading_directory(CFSSource& source, const fs::dir& tree) {
-    return (source.flags() & FFSAddSourceFlags::MOUNT_PARENT) != 0 ? tree.name() : "";
+    return has_any(source.flags(), FFSAddSourceFlags::MOUNT_PARENT) ? tree.name() : "";
 }
 
 /// Adds the source's tree to `out`, which takes the tree's name when it has none.
@@ -40,20 +41,18 @@ void merge_tree(CFSSource& source, fs::dir& out) {
     if (place == nullptr || !place->merge(*tree)) throw std::bad_alloc();
 }
 
-bool has(FFSAddSourceFlags::ENUM flags, FFSAddSourceFlags::ENUM bit) { return (flags & bit) != 0; }
-
-bool is_indexed(CFSSource& source) { return has(source.flags(), FFSAddSourceFlags::INDEX_NAMES); }
+bool is_indexed(CFSSource& source) { return has_any(source.flags(), FFSAddSourceFlags::INDEX_NAMES); }
 
 int rank_of(EFSSourceType::TYPE type, FFSAddSourceFlags::ENUM flags) {
     constexpr int overlay = 2 * EFSSourceType::PACK - 1;
-    return has(flags, FFSAddSourceFlags::BEFORE_PACKS) ? overlay : 2 * static_cast<int>(type);
+    return has_any(flags, FFSAddSourceFlags::BEFORE_PACKS) ? overlay : 2 * static_cast<int>(type);
 }
 
 using Place = std::vector<std::unique_ptr<CFSSource>>::iterator;
 
 /// Where a source goes: before its equals, or behind them with AFTER_SAME_TYPE.
 Place first_behind(EFSSourceType::TYPE type, FFSAddSourceFlags::ENUM flags) {
-    const int rank = rank_of(type, flags) + (has(flags, FFSAddSourceFlags::AFTER_SAME_TYPE) ? 1 : 0);
+    const int rank = rank_of(type, flags) + (has_any(flags, FFSAddSourceFlags::AFTER_SAME_TYPE) ? 1 : 0);
     auto& sources = state().sources;
     return std::find_if(sources.begin(), sources.end(),
                         [&](const auto& held) { return rank_of(held->type(), held->flags()) >= rank; });
@@ -63,7 +62,7 @@ void insert_at(Place place, std::unique_ptr<CFSSource> source, FFSAddSourceFlags
     auto& creators = state().creators;
     creators.reserve(creators.size() + 1);
     CFSSource* const inserted = state().sources.insert(place, std::move(source))->get();
-    if (has(flags, FFSAddSourceFlags::WRITE_HERE)) creators.push_back(inserted);
+    if (has_any(flags, FFSAddSourceFlags::WRITE_HERE)) creators.push_back(inserted);
 }
 
 /// The index as it is without `skipped`.
@@ -124,7 +123,7 @@ CFSSource* find(const fs::path& path) {
 
 void insert(std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags) {
     fs::dir names;
-    if (has(flags, FFSAddSourceFlags::INDEX_NAMES)) merge_tree(*source, names);
+    if (has_any(flags, FFSAddSourceFlags::INDEX_NAMES)) merge_tree(*source, names);
     const Place place = first_behind(source->type(), flags);
     insert_at(place, std::move(source), flags);
     state().index.take_over(names);
@@ -150,7 +149,7 @@ void append_root(std::unique_ptr<CFSSource> root, std::unique_ptr<CFSSource> fal
     all.sources.reserve(all.sources.size() + 2);
     all.creators.reserve(all.creators.size() + 1);
     // A second start puts the first one's fallback among the sources.
-    const bool is_overlay = has(flags, FFSAddSourceFlags::BEFORE_PACKS);
+    const bool is_overlay = has_any(flags, FFSAddSourceFlags::BEFORE_PACKS);
     if (all.fallback != nullptr) all.sources.push_back(std::move(all.fallback));
     const Place place = is_overlay ? first_behind(root->type(), flags) : all.sources.end();
     insert_at(place, std::move(root), flags);

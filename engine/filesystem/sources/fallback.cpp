@@ -1,7 +1,6 @@
 #include <engine/filesystem/sources/fallback.h>
 
 #include <algorithm>
-#include <cstring>
 #include <optional>
 #include <typeinfo>
 
@@ -19,33 +18,22 @@
 
 namespace {
 
-using Path = char[platform::path_buffer_size];
+using fs::NativePath;
 
 // Directory and name of a request. False when they are empty or do not fit.
-bool full_name(const fs::path& p, Path& out) { return p.FullName(out, sizeof out) && *out != '\0'; }
+bool full_name(const fs::path& p, NativePath& out) {
+    return out.append(p.PathNameView()) && out.append(p.FileNameView()) && out.length != 0;
+}
 
 // The same, with a refusal noted.
-bool name_or_refuse(const fs::path& p, Path& out) {
+bool name_or_refuse(const fs::path& p, NativePath& out) {
     return full_name(p, out) ||
            fs::refuse(EFSError::INVALID_NAME, p.FileName(), "The native path is empty or too long.");
 }
 
 std::optional<platform::Attributes> attributes_of(const fs::path& p) {
-    Path path;
-    return full_name(p, path) ? platform::get_attributes(path) : std::nullopt;
-}
-
-// Puts the directory of the running executable before a relative path.
-bool beside_executable(Path& path) {
-    if (fs::is_full_path(path)) return true;
-    const std::string_view beside(platform::executable_directory());
-    const std::size_t length = std::strlen(path);
-    if (beside.size() + length >= sizeof path) {
-        return fs::refuse(EFSError::INVALID_NAME, path, "The native path is too long.");
-    }
-    std::memmove(path + beside.size(), path, length + 1);
-    beside.copy(path, beside.size());
-    return true;
+    NativePath path;
+    return full_name(p, path) ? platform::get_attributes(path.text) : std::nullopt;
 }
 
 }  // namespace
@@ -86,10 +74,10 @@ std::int64_t CWin32_fallback::write_time(const fs::path& p) {
 }
 
 bool CWin32_fallback::set_write_time(const fs::path& p, std::int64_t time) {
-    Path path;
+    NativePath path;
     if (!name_or_refuse(p, path)) return false;
     // The answer does not depend on the disk: a file that cannot be opened keeps its times, and this is true all the same.
-    if (!platform::set_all_times(path, time)) fs::refuse_by_disk(path, "keeps its times");
+    if (!platform::set_all_times(path.text, time)) fs::refuse_by_disk(path.text, "keeps its times");
     return true;
 }
 
@@ -99,17 +87,21 @@ bool CWin32_fallback::read_only(const fs::path& p) {
 }
 
 bool CWin32_fallback::set_read_only(const fs::path& p, bool on) {
-    Path path;
+    NativePath path;
     if (!name_or_refuse(p, path)) return false;
-    return platform::set_read_only(path, on) || fs::refuse_by_disk(path, "keeps its read-only attribute");
+    return platform::set_read_only(path.text, on) || fs::refuse_by_disk(path.text, "keeps its read-only attribute");
 }
 
 SFsFile* CWin32_fallback::open(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    Path path;
-    if (!full_name(p, path)) return nullptr;
-    const bool is_beside = mode == EFSMode::READ && fs::has_any(flags, FFSOpenFlags::GZIP);
-    if (is_beside && !beside_executable(path)) return nullptr;
-    return fs::open_of_source(this, {.full = path}, mode, flags, path);
+    NativePath name;
+    NativePath path;
+    if (!full_name(p, name)) return nullptr;
+    const bool is_gzip = mode == EFSMode::READ && fs::has_any(flags, FFSOpenFlags::GZIP);
+    const bool is_beside = is_gzip && !fs::is_full_path(name.text);
+    if (path.append(is_beside ? platform::executable_directory() : "") && path.append(name.view()))
+        return fs::open_of_source(this, {.full = path.text}, mode, flags, path.view());
+    fs::refuse(EFSError::INVALID_NAME, name.text, "The native path is too long.");
+    return nullptr;
 }
 
 SFsFile* CWin32_fallback::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
@@ -135,8 +127,7 @@ SFsFile* CWin32_fallback::open_located(const fs::path& p, FFSOpenFlags::FLAGS fl
 
 void CWin32_fallback::rem_dir(const fs::path& p) {
     const std::string_view dir = p.PathNameView();
-    fs::NativePath path;
-    path.cut(0);
+    NativePath path;
     if (dir.size() <= fs::fixed_prefix_length(dir) || fs::climbs(dir) || !path.append(dir)) {
         fs::refuse(EFSError::INVALID_NAME, p.PathName(),
                    "The directory to remove is a root, leads out of the current one, or is too long.");
@@ -155,8 +146,7 @@ void CWin32_fallback::rem_dir(const fs::path& p) {
 
 // False when the directory cannot be listed: then it stays.
 bool CWin32_fallback::remove_items(std::string_view dir) {
-    fs::NativePath path;
-    path.cut(0);
+    NativePath path;
     platform::DirectoryListing items;
     if (!path.append(dir) || !platform::list_directory({.full = path.text}, items, platform::Links::ALL)) {
         return fs::refuse_by_disk(path.text, "cannot be listed");
@@ -178,28 +168,29 @@ bool CWin32_fallback::remove_items(std::string_view dir) {
 }
 
 bool CWin32_fallback::rem_file(const fs::path& p) {
-    Path path;
+    NativePath path;
     if (!name_or_refuse(p, path)) return false;
-    if (fs::climbs(path))
-        return fs::refuse(EFSError::INVALID_NAME, path, "The path leads out of the current directory.");
-    return platform::remove_file(path) || fs::refuse_by_disk(path, "cannot be deleted");
+    if (fs::climbs(path.view()))
+        return fs::refuse(EFSError::INVALID_NAME, path.text, "The path leads out of the current directory.");
+    return platform::remove_file(path.text) || fs::refuse_by_disk(path.text, "cannot be deleted");
 }
 
 bool CWin32_fallback::rename_file(const fs::path& from, const fs::path& to) {
-    Path old_path;
-    Path new_path;
+    NativePath old_path;
+    NativePath new_path;
     if (!name_or_refuse(from, old_path) || !name_or_refuse(to, new_path)) return false;
-    return fs::guarded(old_path, false, [&] {
-        if (fs::climbs(old_path) || to.EmptyFile() || !fs::is_creatable(new_path)) {
+    return fs::guarded(old_path.text, false, [&] {
+        if (fs::climbs(old_path.view()) || to.EmptyFile() || !fs::is_creatable(new_path.view())) {
             return fs::refuse(
-                EFSError::INVALID_NAME, new_path,
+                EFSError::INVALID_NAME, new_path.text,
                 "The new name leads out of the current directory or is one that not every system can hold.");
         }
-        if (!fs::prepare_rename(old_path, new_path)) return false;
-        return platform::rename_path(old_path, new_path) || fs::refuse_by_disk(old_path, "cannot be renamed");
+        if (!fs::prepare_rename(old_path.view(), new_path.text)) return false;
+        return platform::rename_path(old_path.text, new_path.text) ||
+               fs::refuse_by_disk(old_path.text, "cannot be renamed");
     });
 }
 
 bool CWin32_fallback::native_path(const fs::path& p, char* out, std::size_t capacity) {
-    return p.FullName(out, std::min(capacity, sizeof(Path))) && *out != '\0';
+    return p.FullName(out, std::min(capacity, platform::path_buffer_size)) && *out != '\0';
 }

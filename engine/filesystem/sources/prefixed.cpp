@@ -28,6 +28,7 @@ namespace fs {
 namespace {
 
 using Flags = FFSOpenFlags::FLAGS;
+using registry::Match;
 
 /// A directory below `lead` (which ends in "/"), without it.
 std::optional<std::string_view> below(std::string_view dir, std::string_view lead) {
@@ -97,7 +98,7 @@ public:
         return ask(p, false, [](auto&, auto&) { return true; });
     }
     bool exists_whole(const fs::path& p) override {
-        return guarded(p.FileName(), false, [&] { return find(p, true).has_value(); });
+        return guarded(p.FileName(), false, [&] { return find(p, Match::WHOLE).has_value(); });
     }
     void full_path(fs::path& out, const fs::path& p) override {
         out = fs::path();
@@ -163,8 +164,7 @@ public:
         return create(p, flags, &CFSSource::create_read_write);
     }
     bool mkdir(const fs::path& p) override {
-        return change(p, false,
-                      [](CFSSource& inner, const fs::path& name) { return name.Empty() || inner.mkdir(name); });
+        return change(p, false, [](auto& inner, const auto& name) { return name.Empty() || inner.mkdir(name); });
     }
     void rem_dir(const fs::path& p) override {
         guarded(p.PathName(), [&] {
@@ -181,15 +181,11 @@ public:
     }
     FS_NAME* search_substring(const char* text) override {
         if (text == nullptr || *text == '\0') return nullptr;
-        return list(text, nullptr, [=](std::string_view held) {
-            return held.substr(0, held.size() - 1).find(text) != std::string_view::npos;
-        });
+        return list(text, nullptr, [=](std::string_view held) { return directory_contains(held, text); });
     }
     void dump(ztl::vector<fs::string>& lines, const char* ext) override { inner_->dump(lines, ext); }
 
 protected:
-    CFSSource& inner() { return *inner_; }
-
     /// The name within the inner source of one that begins with all of the prefix.
     std::optional<fs::path> strip(const fs::path& p) const {
         const auto inside = below(p.PathNameView(), prefix_);
@@ -206,8 +202,9 @@ protected:
         bool is_whole = false;  // no other file that ends so
     };
     /// What the inner source is asked for `p`, if it holds that: where `p` spells out an end of the prefix, a file of just
-    /// the rest; else, unless `whole`, what it finds by the end.
-    std::optional<Asked> find(const fs::path& p, bool whole) {
+    /// the rest; else, unless it is to match as a whole, what it finds by the end.
+    std::optional<Asked> find(const fs::path& p, Match match = Match::AS_SOURCE_DOES) {
+        const bool whole = match == Match::WHOLE;
         std::string_view lead = prefix_;
         do {
             if (const auto inside = below(p.PathNameView(), lead)) {
@@ -216,7 +213,7 @@ protected:
             }
             lead.remove_prefix(1);  // directories match by their ends letter by letter
         } while (!whole && !lead.empty());
-        if (is_native_directory_name(p.PathNameView()) ? registry::holds(*inner_, p, match_of(whole))
+        if (is_native_directory_name(p.PathNameView()) ? registry::holds(*inner_, p, match)
                                                        : !whole && matches_by_end(p))
             return Asked{p};
         return std::nullopt;
@@ -225,7 +222,7 @@ protected:
     template <typename Result, typename Use>
     Result ask(const fs::path& p, Result missing, Use use, Flags flags = FFSOpenFlags::NONE) {
         return guarded(p.FileName(), missing, [&]() -> Result {
-            const auto asked = find(p, (flags & FFSOpenFlags::WHOLE_NAME) != 0);
+            const auto asked = find(p, registry::match_of(flags));
             return asked ? use(*inner_, asked->name) : missing;
         });
     }
@@ -254,10 +251,6 @@ private:
         return with_directory(inner_->root_dir() + std::string(name.PathNameView()), name);
     }
 
-    static registry::Match match_of(bool whole) {
-        return whole ? registry::Match::WHOLE : registry::Match::AS_SOURCE_DOES;
-    }
-
     /// Whether what the inner source finds is found by the whole of its name here, too.
     bool matches_by_end(const fs::path& p) {
         if (!inner_->exists(p)) return false;
@@ -271,15 +264,14 @@ private:
     using Open = SFsFile* (CFSSource::*)(const fs::path& p, Flags flags);
 
     SFsFile* open(const fs::path& p, Flags flags, Open how) {
-        return guarded(p.FileName(), static_cast<SFsFile*>(nullptr), [&]() -> SFsFile* {
-            const auto asked = find(p, (flags & FFSOpenFlags::WHOLE_NAME) != 0);
+        return guarded<SFsFile*>(p.FileName(), nullptr, [&]() -> SFsFile* {
+            const auto asked = find(p, registry::match_of(flags));
             if (!asked) return nullptr;
             return (*inner_.*how)(asked->name, asked->is_whole ? flags | FFSOpenFlags::WHOLE_NAME : flags);
         });
     }
     SFsFile* create(const fs::path& p, Flags flags, Open how) {
-        return change(p, static_cast<SFsFile*>(nullptr),
-                      [&](CFSSource& inner, const fs::path& name) { return (inner.*how)(name, flags); });
+        return change<SFsFile*>(p, nullptr, [&](auto& inner, const auto& name) { return (inner.*how)(name, flags); });
     }
 
     template <typename Wanted>
@@ -309,13 +301,13 @@ public:
 
     bool rename_file(const fs::path& from, const fs::path& to) override {
         return change(to, false, [&](CFSSource&, const fs::path& new_name) {
-            const auto old_name = find(from, false);
+            const auto old_name = find(from);
             return native_.rename_file(old_name ? old_name->name : from, new_name);
         });
     }
     bool native_path(const fs::path& p, char* out, std::size_t capacity) override {
         return guarded(p.FileName(), false, [&] {
-            const auto held = find(p, false);
+            const auto held = find(p);
             const std::optional<fs::path> name = held ? held->name : strip(p);
             return name && native_.native_path(*name, out, capacity);
         });

@@ -1,12 +1,12 @@
 #include "engine/filesystem/sources/memory/server_archive.h"
 
+#include <atomic>
 #include <memory>
-#include <utility>
 
-#include <engine/filesystem/registry.h>
 #include <engine/filesystem/sources/memory_archive.h>
 
 #include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/registry/registry.h"
 #include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
 
@@ -14,10 +14,10 @@ namespace fs {
 
 namespace {
 
-/// There is one server archive at most; it is null before its making and after a shutdown.
+/// There is one server archive at most. Asking for it takes no lock: a source may ask while it is being asked itself.
 struct ServerArchive {
-    platform::Mutex lock;  // taken before the registry's lock
-    std::unique_ptr<ZippedDataArchive> archive ENGINE_GUARDED_BY(lock);
+    platform::Mutex making;                            // taken before the registry's lock
+    std::atomic<ZippedDataArchive*> archive{nullptr};  // owned
 };
 
 ServerArchive& state() {
@@ -29,28 +29,19 @@ ServerArchive& state() {
 
 ZippedDataArchive* create_server_archive(void* memory, std::uint64_t capacity) {
     return guarded<ZippedDataArchive*>(nullptr, nullptr, [&] {
-        ServerArchive& server = state();
-        const platform::LockGuard guard(server.lock);
-        if (server.archive) return server.archive.get();
+        if (ZippedDataArchive* const made = get_server_archive()) return made;
+        const platform::LockGuard guard(state().making);
+        if (ZippedDataArchive* const made = get_server_archive()) return made;
         auto archive = std::make_unique<ZippedDataArchive>();
-        auto source = std::make_unique<CMemZip_dir>(archive.get());
         if (memory) archive->BindArchiveToMemory(memory, capacity);
-        server.archive = std::move(archive);
-        add_source(source.release(), FFSAddSourceFlags::INDEX_NAMES);
-        return server.archive.get();
+        if (registry::add(std::make_unique<CMemZip_dir>(archive.get()), FFSAddSourceFlags::INDEX_NAMES))
+            state().archive.store(archive.release(), std::memory_order_release);
+        return get_server_archive();
     });
 }
 
-ZippedDataArchive* get_server_archive() {
-    ServerArchive& server = state();
-    const platform::LockGuard guard(server.lock);
-    return server.archive.get();
-}
+ZippedDataArchive* get_server_archive() { return state().archive.load(std::memory_order_acquire); }
 
-void destroy_server_archive() {
-    ServerArchive& server = state();
-    const platform::LockGuard guard(server.lock);
-    server.archive.reset();
-}
+void destroy_server_archive() { delete state().archive.exchange(nullptr); }
 
 }  // namespace fs
