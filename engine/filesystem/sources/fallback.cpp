@@ -42,30 +42,13 @@ CWin32_fallback::CWin32_fallback() = default;
 CWin32_fallback::~CWin32_fallback() = default;
 
 bool CWin32_fallback::init(const fs::path&, FFSAddSourceFlags::ENUM flags, fs::dir_listing*) {
-    flags_ = flags;
-    return true;
+    return ReadOnlySource::init(fs::path(), flags, nullptr);
 }
 
-const fs::path& CWin32_fallback::path() { return root_; }
-FFSAddSourceFlags::ENUM CWin32_fallback::flags() { return flags_; }
 bool CWin32_fallback::writable() { return true; }
-EFSSourceType::TYPE CWin32_fallback::type() { return EFSSourceType::SPECIAL; }
-bool CWin32_fallback::is_protected() { return false; }
-
-// What has no table has nothing to forget, to read again, to list or to create.
-void CWin32_fallback::clear() {}
-void CWin32_fallback::refresh_dir(const char*) {}
-void CWin32_fallback::refresh() {}
-SFsFile* CWin32_fallback::create_write(const fs::path&, FFSOpenFlags::FLAGS) { return nullptr; }
-SFsFile* CWin32_fallback::create_read_write(const fs::path&, FFSOpenFlags::FLAGS) { return nullptr; }
-bool CWin32_fallback::mkdir(const fs::path&) { return false; }
-FS_NAME* CWin32_fallback::get_file_list(const char*, const char*, bool) { return nullptr; }
-FS_NAME* CWin32_fallback::search_substring(const char*) { return nullptr; }
-fs::dir* CWin32_fallback::dir_tree() { return nullptr; }
 
 bool CWin32_fallback::exists(const fs::path& p) { return attributes_of(p).has_value(); }
 bool CWin32_fallback::exists_whole(const fs::path& p) { return exists(p); }
-void CWin32_fallback::full_path(fs::path& out, const fs::path& p) { out = p; }
 void CWin32_fallback::root_path(fs::path& out, const fs::path& p) { out = p; }
 
 std::int64_t CWin32_fallback::write_time(const fs::path& p) {
