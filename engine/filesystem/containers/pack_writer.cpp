@@ -18,6 +18,7 @@
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/formats/zip.h"
 #include "engine/kernel/checksum.h"
+#include "engine/platform/files.h"
 
 namespace fs {
 
