@@ -8,6 +8,7 @@
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
+#include "engine/platform/bounded_text.h"
 
 // File names taken apart and put together by the rules of the C run-time: the directory ends with the last separator
 // of either kind, the extension begins with the last "." behind it. Answers may overwrite the text that they come
@@ -56,54 +57,40 @@ fs::string to_string(std::string_view text) {
                    [text] { return text.size() < path_capacity ? fs::string(text) : fs::string(); });
 }
 
-/// Puts a path together in a buffer of its own, so that the answer may go where a part came from.
-class Builder {
-public:
-    void add(std::string_view text) {
-        if (text.size() >= path_capacity - length_) {
-            fits_ = false;
-            return;
-        }
-        if (!text.empty()) std::memcpy(text_ + length_, text.data(), text.size());
-        length_ += text.size();
-    }
-    void add_unless_ended_by(char letter) {
-        if (length_ == 0 || text_[length_ - 1] != letter) add({&letter, 1});
-    }
-    bool ends_in_separator() const { return length_ != 0 && is_separator(text_[length_ - 1]); }
-    std::string_view view() const { return {text_, fits_ ? length_ : 0}; }
-    char* write_to(char* out) const { return write(out, view()); }
-
-private:
-    char text_[path_capacity];
-    std::size_t length_ = 0;
-    bool fits_ = true;
-};
-
 std::string_view text_of(const char* text) { return text != nullptr ? text : ""; }
 
-void add_extension(Builder& builder, std::string_view ext) {
-    if (ext.empty()) return;
-    if (ext.front() != '.') builder.add(".");
-    builder.add(ext);
+/// A path that is put together in a buffer of its own, so that the answer may go where a part came from.
+struct PathBuffer {
+    char buffer[path_capacity];
+};
+struct Built : PathBuffer, platform::BoundedText {
+    Built() : BoundedText(buffer) {}
+    std::string_view answer() const { return is_cut() ? "" : view(); }
+    bool ends_in(bool (*is_end)(char)) const { return !view().empty() && is_end(view().back()); }
+};
+
+bool is_dot(char letter) { return letter == '.'; }
+bool is_colon(char letter) { return letter == ':'; }
+
+void add_extension(Built& path, std::string_view ext) {
+    if (!ext.empty() && !is_dot(ext.front())) path.add('.');
+    path.add(ext);
 }
 
 /// One more component behind the ones before it, with one "/" between them.
-void join(Builder& builder, std::string_view component) {
-    if (!builder.view().empty()) {
+void join(Built& path, std::string_view component) {
+    if (!path.view().empty()) {
         while (!component.empty() && is_separator(component.front())) component.remove_prefix(1);
     }
     if (component.empty()) return;
-    if (!builder.view().empty() && !builder.ends_in_separator()) builder.add("/");
-    builder.add(component);
+    if (!path.view().empty() && !path.ends_in(is_separator)) path.add('/');
+    path.add(component);
 }
 
-Builder join_all(const char* first, va_list components) {
-    Builder builder;
+void join_all(Built& path, const char* first, va_list components) {
     for (const char* component = first; component != nullptr; component = va_arg(components, const char*)) {
-        join(builder, component);
+        join(path, component);
     }
-    return builder;
 }
 
 }  // namespace
@@ -120,11 +107,10 @@ fs::string filename_get_fname(const fs::string& path) { return to_string(split(p
 
 char* filename_change_extension_inplace(char* path, const char* ext) {
     const Parts parts = split(path);
-    Builder builder;
-    builder.add(parts.drive_and_dir());
-    builder.add(parts.name);
-    add_extension(builder, text_of(ext));
-    return builder.write_to(path);
+    Built changed;
+    changed.add(parts.drive_and_dir()).add(parts.name);
+    add_extension(changed, text_of(ext));
+    return write(path, changed.answer());
 }
 
 char* remove_slash(char* path) {
@@ -141,49 +127,48 @@ char* append_slash(char* path, std::uint32_t capacity) {
 }
 
 char* filename_build_path(char* out, const char* drive, const char* dir, const char* name, const char* ext) {
-    Builder builder;
-    builder.add(text_of(drive));
-    if (!builder.view().empty()) builder.add_unless_ended_by(':');
+    Built path;
+    path.add(text_of(drive));
+    if (!path.view().empty() && !path.ends_in(is_colon)) path.add(':');
     const std::string_view directory = text_of(dir);
-    builder.add(directory);
-    if (!directory.empty() && !builder.ends_in_separator()) builder.add("/");
-    builder.add(text_of(name));
-    add_extension(builder, text_of(ext));
-    return builder.write_to(out);
+    path.add(directory);
+    if (!directory.empty() && !path.ends_in(is_separator)) path.add('/');
+    path.add(text_of(name));
+    add_extension(path, text_of(ext));
+    return write(out, path.answer());
 }
 
 char* filename_build_path_v(char* out, const char* first, ...) {
     va_list components;
     va_start(components, first);
-    const Builder builder = join_all(first, components);
+    Built path;
+    join_all(path, first, components);
     va_end(components);
-    return builder.write_to(out);
+    return write(out, path.answer());
 }
 
 char* filename_build_path_vq(char* out, const char* first, ...) {
     va_list components;
     va_start(components, first);
-    const Builder builder = join_all(first, components);
+    Built path;
+    join_all(path, first, components);
     va_end(components);
-    if (builder.view().find(' ') == std::string_view::npos) return builder.write_to(out);
-    Builder quoted;
-    quoted.add("\"");
-    quoted.add(builder.view());
-    quoted.add("\"");
-    return quoted.write_to(out);
+    if (path.answer().find(' ') == std::string_view::npos) return write(out, path.answer());
+    Built quoted;
+    quoted.add('"').add(path.answer()).add('"');
+    return write(out, quoted.answer());
 }
 
 bool decompose_path(const char* path, char* drive, char* dir, char* name, char* ext) {
-    Builder copy;  // the parts may go where the path lies
+    Built copy;  // the parts may go where the path lies
     copy.add(text_of(path));
-    char text[path_capacity];
-    const Parts parts = split(copy.write_to(text));
-    const bool fits = copy.view().size() == text_of(path).size();
+    if (copy.is_cut()) copy.buffer[0] = '\0';
+    const Parts parts = split(copy.buffer);
     write(drive, parts.drive);
     write(dir, parts.dir);
     write(name, parts.name);
     write(ext, parts.ext);
-    return fits;
+    return !copy.is_cut();
 }
 
 fs::string extract_path(const char* path) { return to_string(split(path).drive_and_dir()); }
@@ -192,26 +177,21 @@ char* mangle_file_name(char* out, const char* path, std::uint32_t flags) {
     const Parts parts = split(path);
     char suffix[16];
     std::snprintf(suffix, sizeof(suffix), "&%04x", static_cast<unsigned>(flags));
-    Builder builder;
-    builder.add(parts.drive_and_dir());
-    builder.add(parts.name);
-    builder.add(suffix);
-    builder.add(parts.ext);
-    return builder.write_to(out);
+    Built mangled;
+    mangled.add(parts.drive_and_dir()).add(parts.name).add(suffix).add(parts.ext);
+    return write(out, mangled.answer());
 }
 
 char* unmangle_file_name(const char* path, char* out, std::uint32_t& flags) {
     const Parts parts = split(path);
     const std::size_t mark = parts.name.rfind('&');
-    const bool mangled = mark != std::string_view::npos;
+    const bool is_mangled = mark != std::string_view::npos;
     // The number ends at the extension's "." at the latest.
-    flags = mangled ? static_cast<std::uint32_t>(std::strtoull(parts.name.data() + mark + 1, nullptr, 16)) : 0;
-    Builder builder;
-    builder.add(parts.drive_and_dir());
-    builder.add(parts.name.substr(0, mark));
-    builder.add(parts.ext);
-    builder.write_to(out);
-    return mangled ? out : nullptr;
+    flags = is_mangled ? static_cast<std::uint32_t>(std::strtoull(parts.name.data() + mark + 1, nullptr, 16)) : 0;
+    Built plain;
+    plain.add(parts.drive_and_dir()).add(parts.name.substr(0, mark)).add(parts.ext);
+    write(out, plain.answer());
+    return is_mangled ? out : nullptr;
 }
 
 char* unmangle_file_name_nameonly(const char* path, char* out) {
