@@ -160,9 +160,11 @@ Handle open_handle(CFSSource* source, const platform::PathAt& path, EFSMode::TYP
 /// Runs an open as a boundary, and tells the monitor when it succeeded.
 template <typename Open>
 SFsFile* finish_open(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags, Open open) {
-    Handle handle = guarded(path, Handle(), open);
-    if (handle != nullptr) notify_monitor(path, mode, flags);
-    return handle.release();
+    return guarded<SFsFile*>(path, nullptr, [&] {
+        Handle handle = open();
+        if (handle != nullptr) notify_monitor(path, mode, flags);
+        return handle.release();
+    });
 }
 
 }  // namespace
@@ -178,8 +180,7 @@ SFsFile* open_native(CFSSource* source, const char* path, EFSMode::TYPE mode, FF
 SFsFile* open_native_at(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
                         std::string_view name) {
     if (!is_valid_open(mode, flags)) {
-        set_error(EFSError::INVALID_ARGUMENT, path.full, "Mode and flags of the open exclude each other.");
-        return nullptr;
+        return refuse(EFSError::INVALID_ARGUMENT, path.full, "Mode and flags of the open exclude each other."), nullptr;
     }
     // Asked by a source in the midst of an open by name, the file is opened here: the lock cannot be taken twice.
     if (mode == EFSMode::READ && has_any(flags, FFSOpenFlags::THROUGH_VFS) && !registry::this_thread_holds_lock())
@@ -189,17 +190,17 @@ SFsFile* open_native_at(CFSSource* source, const platform::PathAt& path, EFSMode
 
 SFsFile* open_for_change(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
                          std::string_view name) {
-    const bool create = mode == EFSMode::READ_WRITE && has_any(flags, FFSOpenFlags::CREATE);
-    const auto disposition = create ? platform::Disposition::TRUNCATE_OR_CREATE : platform::Disposition::OPEN_OR_CREATE;
-    const platform::OpenOptions options = options_of(mode, flags, disposition);
+    if (mode == EFSMode::READ_WRITE && has_any(flags, FFSOpenFlags::CREATE))
+        return create_for_change(source, path, flags, name);
+    const platform::OpenOptions options = options_of(mode, flags, platform::Disposition::OPEN_OR_CREATE);
     return finish_open(path.full, mode, flags, [&] { return open_plain(source, path, options, name); });
 }
 
 SFsFile* create_for_change(CFSSource* source, const platform::PathAt& path, FFSOpenFlags::FLAGS flags,
                            std::string_view name) {
-    const platform::OpenOptions options =
-        options_of(EFSMode::READ_WRITE, flags, platform::Disposition::TRUNCATE_OR_CREATE);
-    return finish_open(path.full, EFSMode::READ_WRITE, flags, [&] { return open_plain(source, path, options, name); });
+    constexpr auto mode = EFSMode::READ_WRITE;
+    const platform::OpenOptions options = options_of(mode, flags, platform::Disposition::TRUNCATE_OR_CREATE);
+    return finish_open(path.full, mode, flags, [&] { return open_plain(source, path, options, name); });
 }
 
 }  // namespace fs

@@ -15,7 +15,7 @@ void Request::FinishEmpty() {
 
 void Request::Signal() {
     event_.Set();
-    if (callback_ != nullptr) callback_(this, user_);
+    if (callback_ != nullptr) fs::guarded(nullptr, [this] { callback_(this, user_); });
 }
 
 SFsRequest* SFsRequest::Create(Callback callback, void* user) {
