@@ -17,7 +17,7 @@ constexpr std::uint64_t ticks_per_ms = 10000;
 constexpr int last_calendar_year = 9999;
 
 bool set_read_only(const char* path, bool on) {
-    return with_holder<SharedGuard>(path, Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
+    return with_holder(path, Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
         const ErrorScope scope;
         return source.set_read_only(name, on) ||
                fail_unless_told(scope, EFSError::ACCESS_DENIED, path, "The source keeps no read-only attribute.");
@@ -35,12 +35,11 @@ int compare_time(std::int64_t a, std::int64_t b, std::uint32_t tolerance_ms) {
 }
 
 std::int64_t write_time(const char* path) {
-    return with_holder<SharedGuard>(path, Match::AS_SOURCE_DOES, std::int64_t{-1},
-                                    [](CFSSource& source, const fs::path& name) { return source.write_time(name); });
+    return with_holder(path, Match::AS_SOURCE_DOES, std::int64_t{-1}, &CFSSource::write_time);
 }
 
 bool set_write_time(const char* path, std::int64_t time) {
-    return with_holder<SharedGuard>(path, Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
+    return with_holder(path, Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
         const ErrorScope scope;
         return source.set_write_time(name, time) ||
                fail_unless_told(scope, EFSError::ACCESS_DENIED, path, "The source did not set the time.");
@@ -60,14 +59,11 @@ fs::string get_time_as_str(std::int64_t time) {
 }
 
 bool is_protected(const char* path) {
-    return with_holder<SharedGuard>(path, Match::AS_SOURCE_DOES, false,
-                                    [](CFSSource& source, const fs::path&) { return source.is_protected(); });
+    return with_holder(path, Match::AS_SOURCE_DOES, false,
+                       [](CFSSource& source, const fs::path&) { return source.is_protected(); });
 }
 
-bool read_only(const char* path) {
-    return with_holder<SharedGuard>(path, Match::AS_SOURCE_DOES, false,
-                                    [](CFSSource& source, const fs::path& name) { return source.read_only(name); });
-}
+bool read_only(const char* path) { return with_holder(path, Match::AS_SOURCE_DOES, false, &CFSSource::read_only); }
 
 bool read_only_set(const char* path) { return set_read_only(path, true); }
 bool read_only_remove(const char* path) { return set_read_only(path, false); }

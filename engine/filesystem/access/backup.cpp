@@ -45,12 +45,11 @@ bool rotate(const Names& names) {
 
 /// The name under which the file's source holds it.
 fs::string held_name(const char* path) {
-    return with_holder<registry::SharedGuard>(path, registry::Match::WHOLE, fs::string(),
-                                              [](CFSSource& source, const fs::path& name) {
-                                                  fs::path held;
-                                                  source.root_path(held, name);
-                                                  return full_name(held.Empty() ? name : held);
-                                              });
+    return with_holder(path, registry::Match::WHOLE, fs::string(), [](CFSSource& source, const fs::path& name) {
+        fs::path held;
+        source.root_path(held, name);
+        return full_name(held.Empty() ? name : held);
+    });
 }
 
 }  // namespace

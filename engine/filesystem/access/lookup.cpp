@@ -35,12 +35,11 @@ Place place_in(CFSSource& source, const fs::path& name, NativeText& out) {
 
 /// What the first source that holds the name answers to a question about it.
 fs::string answer_of(const char* path, void (CFSSource::*question)(fs::path& out, const fs::path& p)) {
-    return with_holder<SharedGuard>(path, Match::AS_SOURCE_DOES, fs::string(),
-                                    [&](CFSSource& source, const fs::path& name) {
-                                        fs::path out;
-                                        (source.*question)(out, name);
-                                        return full_name(out);
-                                    });
+    return with_holder(path, Match::AS_SOURCE_DOES, fs::string(), [&](CFSSource& source, const fs::path& name) {
+        fs::path out;
+        (source.*question)(out, name);
+        return full_name(out);
+    });
 }
 
 }  // namespace
@@ -62,9 +61,8 @@ bool native_does_file_exist(const char* path) {
 bool does_dir_exist(const char* path) { return is_native_directory(path != nullptr ? path : ""); }
 
 fs::string get_source_name(const char* path) {
-    return with_holder<SharedGuard>(path, Match::AS_SOURCE_DOES, fs::string(), [](CFSSource& source, const fs::path&) {
-        return fs::string(source.path().PathNameView());
-    });
+    return with_holder(path, Match::AS_SOURCE_DOES, fs::string(),
+                       [](CFSSource& source, const fs::path&) { return fs::string(source.path().PathNameView()); });
 }
 
 const fs::string full_path(const char* path) { return answer_of(path, &CFSSource::full_path); }

@@ -126,10 +126,10 @@ bool rename(const char* from, const char* to) {
 
 bool rem_file(const char* path, FFSOpenFlags::FLAGS flags) {
     return guarded(path, false, [&] {
-        const std::string whole = with_cache_directory(path, flags);
-        if (!may_change(NormalText(whole.c_str(), false), path)) return false;
+        if (!may_change(NormalText(path, false), path)) return false;  // nor may it climb out of the cache directory
         return with_holder<ExclusiveGuard>(
-            whole.c_str(), Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
+            with_cache_directory(path, flags).c_str(), Match::WHOLE, false,
+            [&](CFSSource& source, const fs::path& name) {
                 if (!source.writable()) {
                     return refuse(EFSError::READ_ONLY, path, "The source that holds the file cannot be written.");
                 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <new>
 #include <string>
@@ -24,15 +25,15 @@ std::string with_cache_directory(const char* path, FFSOpenFlags::FLAGS flags);
 
 using registry::match_of;  // of the flags of an open
 
-/// What `use(source, name)` answers for the first source that holds `path`; `missing`, with the failure stored, when
-/// none does. `use` runs under the registry's lock, taken as `Guard` does.
-template <typename Guard, typename Result, typename Use>
+/// What `use(source, name)`, or a question of the source itself, answers for the first source that holds `path`;
+/// `missing`, with the failure stored, when none does. Runs under the registry's lock, taken as `Guard` does.
+template <typename Guard = registry::SharedGuard, typename Result, typename Use>
 Result with_holder(const char* path, registry::Match match, Result missing, Use use) {
     return guarded(path, missing, [&] {
         const fs::path name = lookup_name(path);
         const Guard guard;
         CFSSource* const holder = registry::first_holder(name, match);
-        if (holder != nullptr) return use(*holder, name);
+        if (holder != nullptr) return std::invoke(use, *holder, name);
         set_error(EFSError::NOT_FOUND, path, "No source holds a file of this name.");
         return missing;
     });
@@ -103,7 +104,7 @@ bool copy_content(SFsFile& from, std::uint32_t buffer_size, const char* path, Op
     const PieceBuffer buffer(piece);
     std::uint64_t size = piece;
     if (size != 0 && !read_checked(from, path, buffer.data(), size)) return false;
-    const FilePtr to(open_target());
+    FilePtr to(open_target());
     if (!to) return false;
     for (std::uint64_t left = length; left != 0;) {
         if (!write_checked(*to, path, buffer.data(), size)) return false;
@@ -111,7 +112,7 @@ bool copy_content(SFsFile& from, std::uint32_t buffer_size, const char* path, Op
         size = std::min(piece, left);
         if (size != 0 && !read_checked(from, path, buffer.data(), size)) return false;
     }
-    return true;
+    return commit(to.release());  // a file may keep bytes back until it is closed
 }
 
 /// Sorts a list by the bytes of its names; of each name the first entry stays.
