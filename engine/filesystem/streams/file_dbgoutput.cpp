@@ -3,6 +3,7 @@
 
 #include <engine/filesystem/streams/file.h>
 
+#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/log/levels.h"
 
 namespace fs {
@@ -17,14 +18,17 @@ constexpr int log_line = 314;
 
 file_dbgoutput::file_dbgoutput(const char* category) : file_dbgoutput(Log::ELevel::DEBG, category) {}
 
-file_dbgoutput::file_dbgoutput(Log::ELevel::TYPE level, const char* category)
-    : level_(level), category_(category == nullptr ? "" : category) {}
+file_dbgoutput::file_dbgoutput(Log::ELevel::TYPE level, const char* category) : level_(level) {
+    set_level_category(level, category);
+}
 
 file_dbgoutput::~file_dbgoutput() = default;
 
 void file_dbgoutput::set_level_category(Log::ELevel::TYPE level, const char* category) {
-    level_ = level;
-    category_ = category == nullptr ? "" : category;
+    guarded(nullptr, [&] {
+        category_ = category == nullptr ? "" : category;
+        level_ = level;
+    });
 }
 
 std::uint64_t file_dbgoutput::write(const void* data, std::uint64_t size) {

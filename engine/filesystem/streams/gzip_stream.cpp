@@ -126,7 +126,9 @@ std::uint64_t izipped_buffer_file::write(const void* data, std::uint64_t size) {
         const std::uint64_t slice = std::min(size - done, slice_size);
         const std::uint64_t consumed = deflate_slice(in + done, static_cast<std::uint32_t>(slice));
         done += consumed;
-        if (consumed != slice) break;
+        if (consumed == slice) continue;
+        if (!zip_->is_broken()) set_error(EFSError::INVALID_ARGUMENT, "", "The gzip member is finished.");
+        break;
     }
     return done;
 }
