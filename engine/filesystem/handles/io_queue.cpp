@@ -99,26 +99,23 @@ void IOQueue::Cancel(Request& request) {
 
 void IOQueue::Abandon(const QueuedFile& file) {
     std::unique_lock guard(lock_);
-    Request* first = nullptr;
-    Request** last = &first;
+    RequestList cancelled;
     for (auto place = waiting_.begin(); place != waiting_.end();) {
         RequestList& requests = place->second;
         for (auto at = requests.begin(); at != requests.end();) {
             Request& request = **at++;
             if (request.file != &file) continue;
-            request.home.splice(request.home.end(), requests, request.place);
             request.Cancel();
-            request.next_cancelled = nullptr;
-            *last = &request;
-            last = &request.next_cancelled;
+            cancelled.splice(cancelled.end(), requests, request.place);
         }
         place = requests.empty() ? waiting_.erase(place) : std::next(place);
     }
     guard.unlock();
-    while (first != nullptr) {
-        Request* const request = std::exchange(first, first->next_cancelled);
-        request->Signal();
-        request->Release();
+    while (!cancelled.empty()) {
+        Request& request = *cancelled.front();
+        request.home.splice(request.home.end(), cancelled, request.place);
+        request.Signal();
+        request.Release();
     }
     guard.lock();
     if (in_hand_ != nullptr && in_hand_->file == &file) WaitForWorker(guard);

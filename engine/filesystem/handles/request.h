@@ -44,8 +44,6 @@ public:
     RequestList home{this};
     const RequestList::iterator place = home.begin();
 
-    Request* next_cancelled = nullptr;  // for whoever cancels many
-
 private:
     friend struct SFsRequest;
     ~Request() = default;
