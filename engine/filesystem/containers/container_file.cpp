@@ -4,9 +4,10 @@
 #include <cstring>
 #include <utility>
 
+#include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/native_file.h"
-#include "engine/filesystem/registry/registry.h"
+#include "engine/filesystem/registry/holders.h"
 #include "engine/filesystem/streams/write_all.h"
 
 namespace container {
@@ -21,16 +22,15 @@ bool seek_to(SFsFile& file, std::uint64_t offset) {
 }  // namespace
 
 FilePtr open_in_place(const char* path) {
-    const fs::path name(path, true);
+    const fs::path name = fs::lookup_name(path);
     const fs::registry::SharedGuard guard;
-    CFSSource* const holder = fs::registry::first_source([&name](CFSSource& source) { return source.exists(name); });
+    CFSSource* const holder = fs::registry::first_holder(name, fs::registry::Match::AS_SOURCE_DOES);
     if (holder == nullptr) {
-        fs::set_error(EFSError::NOT_FOUND, path, "No source holds a multi-container file of this name.");
-        return nullptr;
+        return fs::refuse(EFSError::NOT_FOUND, path, "No source holds a multi-container file of this name."), nullptr;
     }
     if (!holder->writable()) {
-        fs::set_error(EFSError::READ_ONLY, path, "The source that holds the multi-container file is not writable.");
-        return nullptr;
+        return fs::refuse(EFSError::READ_ONLY, path, "The source that holds the multi-container file is not writable."),
+               nullptr;
     }
     fs::ErrorScope scope;
     // With the disk after each write, which the order of saving needs.

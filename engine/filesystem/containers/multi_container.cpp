@@ -2,6 +2,7 @@
 
 #include <cinttypes>
 #include <cstdio>
+#include <functional>
 #include <limits>
 #include <mutex>
 #include <new>
@@ -65,6 +66,25 @@ bool change(State* state, const Work& work) {
     return with_file<Exclusive>(state, [&](MultiFile& file) { return file.IsWritable() && work(file); });
 }
 
+/// Puts what `make` opens in the place of what was open.
+template <class State>
+bool open_by(State* state, const std::function<std::unique_ptr<MultiFile>()>& make) {
+    return with_lock<Exclusive>(state, [&](State& locked) {
+        locked.file.reset();
+        locked.file = make();
+        return locked.file != nullptr;
+    });
+}
+
+/// What `work(file, entry)` answers for a blob.
+template <class State, class Work>
+bool look_at(const State* state, std::string_view name, std::uint32_t hash, const Work& work) {
+    return look(state, [&](const MultiFile& file) {
+        const std::optional<Entry> entry = file.FindBlob(name, hash);
+        return entry && work(file, *entry);
+    });
+}
+
 const char* text_of(const char* text) { return text != nullptr ? text : ""; }
 
 /// The blob deflated, or nothing when that would not be smaller.
@@ -90,19 +110,11 @@ CFileHashMultiContainer::CFileHashMultiContainer() : state_(new (std::nothrow) S
 CFileHashMultiContainer::~CFileHashMultiContainer() = default;
 
 bool CFileHashMultiContainer::Open(const char* path, bool writable) {
-    return with_lock<Exclusive>(state_.get(), [&](State& state) {
-        state.file.reset();
-        state.file = MultiFile::Open(text_of(path), writable);
-        return state.file != nullptr;
-    });
+    return open_by(state_.get(), [&] { return MultiFile::Open(text_of(path), writable); });
 }
 
 bool CFileHashMultiContainer::Create(const char* path) {
-    return with_lock<Exclusive>(state_.get(), [&](State& state) {
-        state.file.reset();
-        state.file = MultiFile::Create(text_of(path));
-        return state.file != nullptr;
-    });
+    return open_by(state_.get(), [&] { return MultiFile::Create(text_of(path)); });
 }
 
 void CFileHashMultiContainer::Close() {
@@ -147,20 +159,17 @@ bool CFileHashMultiContainer::Exists(const char* name, std::uint32_t hash) const
 
 bool CFileHashMultiContainer::GetSize(const char* name, std::uint32_t hash, std::uint64_t& size) const {
     size = 0;
-    return look(state_.get(), [&](const MultiFile& file) {
-        const std::optional<Entry> entry = file.FindBlob(text_of(name), hash);
-        if (entry) size = entry->size;
-        return entry.has_value();
+    return look_at(state_.get(), text_of(name), hash, [&](const MultiFile&, const Entry& entry) {
+        size = entry.size;
+        return true;
     });
 }
 
 bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, ztl::vector<unsigned char>& out) const {
     out.clear();
-    const bool is_whole = look(state_.get(), [&](const MultiFile& file) {
-        const std::optional<Entry> entry = file.FindBlob(text_of(name), hash);
-        if (!entry) return false;
-        out.resize(entry->size);
-        return file.ReadBlob(*entry, out.data());
+    const bool is_whole = look_at(state_.get(), text_of(name), hash, [&](const MultiFile& file, const Entry& entry) {
+        out.resize(entry.size);
+        return file.ReadBlob(entry, out.data());
     });
     if (!is_whole) out.clear();
     return is_whole;
@@ -169,13 +178,11 @@ bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, ztl::v
 bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, void* buffer, std::uint64_t capacity,
                                     std::uint64_t& size) const {
     size = 0;
-    return look(state_.get(), [&](const MultiFile& file) {
-        const std::optional<Entry> entry = file.FindBlob(text_of(name), hash);
-        if (!entry) return false;
-        size = entry->size;
-        if (capacity < entry->size || (buffer == nullptr && entry->size != 0))
+    return look_at(state_.get(), text_of(name), hash, [&](const MultiFile& file, const Entry& entry) {
+        size = entry.size;
+        if (capacity < entry.size || (buffer == nullptr && entry.size != 0))
             return file.Fail(EFSError::INVALID_ARGUMENT, "The buffer is too small for the blob, or null.");
-        return file.ReadBlob(*entry, static_cast<unsigned char*>(buffer));
+        return file.ReadBlob(entry, static_cast<unsigned char*>(buffer));
     });
 }
 

@@ -107,13 +107,10 @@ bool MultiFile::IsWritable() const {
 
 const Container* MultiFile::FindSound(std::string_view name) const {
     const auto found = index_.containers.find(name);
-    if (found == index_.containers.end()) {
-        Fail(EFSError::NOT_FOUND, "The multi-container has no container of this name.");
-        return nullptr;
-    }
-    if (found->second.IsSound()) return &found->second;
-    Fail(EFSError::BAD_FORMAT, "The index of the container is damaged.");
-    return nullptr;
+    if (found == index_.containers.end())
+        return Fail(EFSError::NOT_FOUND, "The multi-container has no container of this name."), nullptr;
+    if (!found->second.IsSound()) return Fail(EFSError::BAD_FORMAT, "The index of the container is damaged."), nullptr;
+    return &found->second;
 }
 
 std::optional<Entry> MultiFile::FindBlob(std::string_view name, std::uint32_t hash) const {
@@ -185,10 +182,8 @@ std::optional<std::vector<Part>> MultiFile::Parts() const {
     std::vector<Part> parts;
     parts.reserve(index_.containers.size());
     for (const auto& [name, container] : index_.containers) {
-        if (!container.IsSound()) {
-            Fail(EFSError::BAD_FORMAT, "A container of the file is damaged.");
-            return std::nullopt;
-        }
+        if (!container.IsSound())
+            return Fail(EFSError::BAD_FORMAT, "A container of the file is damaged."), std::nullopt;
         parts.push_back({name, container.Blobs()});
     }
     return parts;
