@@ -258,9 +258,9 @@ FilePtr create(const Request& request, const CFSSource* failed) {
     CFSSource* const creator = creator_of(concerned, name);
     if (failed != nullptr && (creator == nullptr || creator == failed || !creator->writable())) return nullptr;
     if (!is_creatable_name(name)) {
-        set_error(EFSError::INVALID_NAME, request.text,
-                  "A file needs a name that every system can hold, and none is made above its source.");
-        return nullptr;
+        return refuse(EFSError::INVALID_NAME, request.text,
+                      "A file needs a name that every system can hold, and none is made above its source."),
+               nullptr;
     }
     if (!may_create(creator, request.text)) return nullptr;
     if (registry::is_fallback(creator)) return create_outside(name, request);
@@ -279,9 +279,9 @@ FilePtr open_to_write(const Request& request) {
     ErrorScope scope;
     Found found = find_to_write(request);
     if (found.shield != nullptr) {
-        set_error(EFSError::ACCESS_DENIED, request.text,
-                  "A protected source holds this name and shields it from being written.");
-        return nullptr;
+        return refuse(EFSError::ACCESS_DENIED, request.text,
+                      "A protected source holds this name and shields it from being written."),
+               nullptr;
     }
     if (!found.file) found.file = create(request, found.failed);
     if (found.file) {
@@ -295,13 +295,11 @@ FilePtr open_to_write(const Request& request) {
 
 FilePtr open_request(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags, registry::Pin* pin = nullptr) {
     if (!is_valid_open(mode, flags)) {
-        set_error(EFSError::INVALID_ARGUMENT, path, "Mode and flags of the open exclude each other.");
-        return nullptr;
+        return refuse(EFSError::INVALID_ARGUMENT, path, "Mode and flags of the open exclude each other."), nullptr;
     }
     const fs::path name = lookup_name(path);
     if (name.Empty()) {
-        set_error(EFSError::INVALID_NAME, path, "An empty path names no file.");
-        return nullptr;
+        return refuse(EFSError::INVALID_NAME, path, "An empty path names no file."), nullptr;
     }
     const Request request{.text = path, .name = name, .mode = mode, .flags = flags};
     return mode == EFSMode::READ ? open_to_read(request, pin) : open_to_write(request);

@@ -14,10 +14,7 @@ namespace {
 using registry::ExclusiveGuard;
 using registry::SharedGuard;
 
-struct SearchState {
-    std::atomic<search_callback> callback{nullptr};
-};
-SearchState search_state;
+constinit std::atomic<search_callback> current_callback{nullptr};
 
 /// What a source answers. One that had no memory for its list says so and gives a shorter one or none; no list that lacks
 /// names is handed on.
@@ -142,8 +139,8 @@ void get_file_list(ztl::vector<fs::string>& out) {
     });
 }
 
-void set_search_callback(search_callback callback) { search_state.callback.store(callback, std::memory_order_release); }
+void set_search_callback(search_callback callback) { current_callback.store(callback, std::memory_order_release); }
 
-search_callback get_search_callback() { return search_state.callback.load(std::memory_order_acquire); }
+search_callback get_search_callback() { return current_callback.load(std::memory_order_acquire); }
 
 }  // namespace fs

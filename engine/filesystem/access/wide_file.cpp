@@ -75,8 +75,7 @@ wchar_t* load_text(SFsFile& file, std::uint64_t length) {
 wchar_t* load_wide_string(const char* path) {
     return with_content<wchar_t*>(path, nullptr, [&](SFsFile& file, std::uint64_t length) -> wchar_t* {
         if (length <= largest_text) return load_text(file, length);
-        set_error(EFSError::TOO_LARGE, path, "The file is too large for a text in memory.");
-        return nullptr;
+        return refuse(EFSError::TOO_LARGE, path, "The file is too large for a text in memory."), nullptr;
     });
 }
 
