@@ -1,121 +1,65 @@
-#include <engine/filesystem/access.h>
-#include <engine/filesystem/registry.h>
-
-#include <gmock/gmock.h>
-
-#include <cstring>
-#include <fstream>
-#include <string>
-
-#include "engine/filesystem/registry/registry.h"
-#include "tests/access/files.h"
-#include "tests/support/memory_source.h"
+#include "tests/access/kit.h"
 
 namespace {
 
-using test::load;
-using test::MemorySource;
-using test::mount_memory;
-using test::save;
-using testing::ElementsAre;
 using Flags = FFSOpenFlags;
+using enum EFSMode::TYPE;
 
-class Open : public testing::Test {
-protected:
-    void SetUp() override { fs::clear_error(); }
-    void TearDown() override { test::unmount_all(); }
-};
+class Open : public OverMemory {};
 
 TEST_F(Open, IsRefusedWithoutSourcesOrName) {
-    for (int mode = 0; mode < 4; ++mode) EXPECT_EQ(fs::open("x", static_cast<EFSMode::TYPE>(mode)), nullptr);
-    EXPECT_EQ(fs::last_error().code, EFSError::NOT_INITIALIZED);
+    for (const auto mode : {READ, WRITE, APPEND, READ_WRITE}) EXPECT_EQ(why(fs::open("x", mode)), NOT_INITIALIZED);
     MemorySource* const source = mount_memory("/a/");
     for (const char* path : {"", ".", "a/..", static_cast<const char*>(nullptr)}) {
-        for (int mode = 0; mode < 4; ++mode) {
-            EXPECT_EQ(fs::open(path, static_cast<EFSMode::TYPE>(mode)), nullptr);
-            EXPECT_EQ(fs::last_error().code, EFSError::INVALID_NAME);
-        }
+        for (const auto mode : {READ, WRITE, APPEND, READ_WRITE}) EXPECT_EQ(why(fs::open(path, mode)), INVALID_NAME);
     }
-    for (const char* path : {"..", "../x", "../../x", "dir/"}) {
-        EXPECT_EQ(fs::open(path, EFSMode::WRITE), nullptr) << path;
-    }
+    for (const char* path : {"..", "../x", "../../x", "dir/"})
+        EXPECT_EQ(why(fs::open(path, WRITE)), INVALID_NAME) << path;
     EXPECT_TRUE(source->made.empty());
 }
 
-TEST_F(Open, IsRefusedWhenModeAndFlagsExcludeEachOther) {
+TEST_F(Open, AsksNobodyWhenModeAndFlagsExcludeEachOther) {
     MemorySource* const source = mount_memory("/a/");
     source->add("x", "");
-    const struct {
-        EFSMode::TYPE mode;
-        Flags::FLAGS flags;
-        bool opens;
-    } rows[] = {
-        {EFSMode::WRITE, Flags::GZIP_LEVEL9, true},
-        {EFSMode::READ, Flags::GZIP, true},
-        {EFSMode::APPEND, Flags::GZIP_LEVEL1, false},
-        {EFSMode::APPEND, Flags::GZIP_LEVEL5, false},
-        {EFSMode::READ_WRITE, Flags::GZIP_LEVEL9, false},
-        {EFSMode::READ_WRITE, Flags::CREATE | Flags::GZIP, false},
-        {EFSMode::READ_WRITE, Flags::GZIP, true},
-        {EFSMode::READ_WRITE, Flags::CREATE, true},
-        {EFSMode::APPEND, Flags::CREATE | Flags::GZIP, true},
-        {static_cast<EFSMode::TYPE>(4), Flags::NONE, false},
-        {static_cast<EFSMode::TYPE>(~0u), Flags::NONE, false},
+    const std::tuple<EFSMode::TYPE, Flags::FLAGS, EFSError::TYPE> rows[] = {
+        {APPEND, Flags::GZIP_LEVEL1, INVALID_ARGUMENT},
+        {READ_WRITE, Flags::GZIP_LEVEL9, INVALID_ARGUMENT},
+        {READ_WRITE, Flags::CREATE | Flags::GZIP, INVALID_ARGUMENT},
+        {static_cast<EFSMode::TYPE>(~0u), Flags::NONE, INVALID_ARGUMENT},
+        {READ_WRITE, Flags::GZIP, NONE},
+        {APPEND, Flags::CREATE | Flags::GZIP, NONE},
     };
-    for (const auto& row : rows) {
+    for (const auto& [mode, flags, code] : rows) {
         source->open_flags.clear();
-        SFsFile* const file = fs::open("x", row.mode, row.flags);
-        EXPECT_EQ(file != nullptr, row.opens) << row.mode << ' ' << row.flags;
-        if (!row.opens) {
-            EXPECT_TRUE(source->open_flags.empty());
-            EXPECT_EQ(fs::last_error().code, EFSError::INVALID_ARGUMENT);
-        }
-        fs::close(file);
-    }
-}
-
-TEST_F(Open, HandsTheFlagsOnAsTheyAre) {
-    MemorySource* const source = mount_memory("/a/");
-    source->add("x", "");
-    for (std::uint32_t bit = Flags::IN_CACHE_DIR << 1; bit != 0; bit <<= 1) {
-        const auto flags = static_cast<Flags::FLAGS>(bit);
-        fs::close(fs::open("x", EFSMode::READ, flags));
-        fs::close(fs::open("x", EFSMode::WRITE, flags));
-        EXPECT_EQ(source->read_flags, flags);
-        EXPECT_EQ(source->open_flags.back(), flags);
+        EXPECT_EQ(why(fs::open_file("x", mode, flags)), code) << mode << ' ' << flags;
+        EXPECT_EQ(source->open_flags.empty(), code != NONE);
     }
 }
 
 TEST_F(Open, ReadsFromTheFirstSourceThatCanOpenTheName) {
     MemorySource* const second = mount_memory("/second/");
-    second->add("dir/x.txt", "second");
     MemorySource* const first = mount_memory("/first/");
+    second->add("dir/x.txt", "second");
     first->add("dir/x.txt", "first");
     EXPECT_EQ(load("DIR\\.\\X.txt"), "first");
     first->refuses_to_open = true;  // holding a name is not enough
     EXPECT_EQ(load("dir/x.txt"), "second");
     second->refuses_to_open = true;
-    EXPECT_EQ(fs::open("dir/x.txt", EFSMode::READ), nullptr);
-    EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
+    EXPECT_EQ(fs::open("dir/x.txt", READ), nullptr);
     EXPECT_EQ(fs::last_error().path, "dir/x.txt");
     EXPECT_FALSE(fs::last_error().text.empty());
+    EXPECT_EQ(why(false), NOT_FOUND);
 }
 
 TEST_F(Open, WritesWhereTheNameIsAndElseCreatesInTheFirstSource) {
     MemorySource* const second = mount_memory("/second/");
-    second->add("old.txt", "old");
     MemorySource* const first = mount_memory("/first/");
-    EXPECT_TRUE(save("Old.TXT", "new"));
-    EXPECT_EQ(second->content("old.txt"), "new");
-    EXPECT_TRUE(save("old.txt", "er", EFSMode::APPEND));
-    EXPECT_EQ(second->content("old.txt"), "newer");
-    EXPECT_TRUE(save("old.txt", "N", EFSMode::READ_WRITE));
+    second->add("old.txt", "old");
+    EXPECT_TRUE(save("Old.TXT", "new") && save("old.txt", "er", APPEND) && save("old.txt", "N", READ_WRITE));
     EXPECT_EQ(second->content("old.txt"), "Newer");
     EXPECT_TRUE(first->made.empty());
-
-    EXPECT_TRUE(save("Sub\\Made.txt", "1"));
-    EXPECT_TRUE(save("Sub/Appended.txt", "2", EFSMode::APPEND));
-    EXPECT_TRUE(save("Sub/Both.txt", "3", EFSMode::READ_WRITE));
+    EXPECT_TRUE(save("Sub\\Made.txt", "1") && save("Sub/Appended.txt", "2", APPEND) &&
+                save("Sub/Both.txt", "3", READ_WRITE));
     EXPECT_THAT(first->made, ElementsAre("create_write Sub/Made.txt", "create_write Sub/Appended.txt",
                                          "create_read_write Sub/Both.txt"));
     EXPECT_EQ(first->content("sub/appended.txt"), "2");
@@ -125,40 +69,29 @@ TEST_F(Open, WritesWhereTheNameIsAndElseCreatesInTheFirstSource) {
 
 TEST_F(Open, AProtectedSourceShieldsTheNamesThatItHolds) {
     MemorySource* const last = mount_memory("/last/");
-    last->add("shielded.txt", "stays");
     MemorySource* const shield = mount_memory("/shield/");
-    shield->add("shielded.txt", "");
+    for (MemorySource* source : {last, shield}) source->add("shielded.txt", "stays");
     shield->is_writable = false;
     shield->is_shielding = true;
-    for (const EFSMode::TYPE mode : {EFSMode::WRITE, EFSMode::APPEND, EFSMode::READ_WRITE}) {
-        EXPECT_FALSE(save("shielded.txt", "x", mode));
-        EXPECT_EQ(fs::last_error().code, EFSError::ACCESS_DENIED);
-    }
+    for (const auto mode : {WRITE, APPEND, READ_WRITE}) EXPECT_EQ(why(save("shielded.txt", "x", mode)), ACCESS_DENIED);
     EXPECT_EQ(last->content("shielded.txt"), "stays");
     shield->is_shielding = false;  // not writable alone is passed over
     EXPECT_TRUE(save("shielded.txt", "written"));
     EXPECT_EQ(last->content("shielded.txt"), "written");
-    EXPECT_FALSE(save("new.txt", "x"));  // the first source creates, or nobody
-    EXPECT_EQ(fs::last_error().code, EFSError::READ_ONLY);
-    EXPECT_TRUE(shield->made.empty());
-    EXPECT_EQ(last->content("new.txt"), "(none)");
+    EXPECT_EQ(why(save("new.txt", "x")), READ_ONLY) << "the first source creates, or nobody";
+    EXPECT_TRUE(shield->made.empty() && last->made.empty());
 }
 
-struct InPlaceRow {
-    const char* label;
-    EFSMode::TYPE mode;
-    EFSError::TYPE first_fails;   // NONE: opens; IN_USE and the like: holds the name, and fails so
-    EFSError::TYPE second_fails;  // as above
-    bool first_holds, second_holds;
-    const char* first;  // what it holds afterwards
-    const char* second;
-    EFSError::TYPE code;  // NONE: the open succeeded
-};
-
 TEST_F(Open, BehindASourceThatHoldsTheNameAndFailsNothingIsWritten) {
-    using enum EFSError::TYPE;
-    using enum EFSMode::TYPE;
-    const InPlaceRow rows[] = {
+    struct Row {
+        const char* label;
+        EFSMode::TYPE mode;
+        EFSError::TYPE first_fails, second_fails;  // NONE: opens; others: holds the name, and fails so
+        bool first_holds, second_holds;
+        const char *first, *second;  // what they hold afterwards
+        EFSError::TYPE code;         // NONE: the open succeeded
+    };
+    const Row rows[] = {
         {"a failure of the creating source stands", APPEND, IO, NONE, true, false, "old", "(none)", IO},
         {"for every mode", READ_WRITE, IN_USE, NONE, true, false, "old", "(none)", IN_USE},
         {"and does not send the bytes elsewhere", WRITE, ACCESS_DENIED, NONE, true, true, "old", "old", ACCESS_DENIED},
@@ -168,7 +101,7 @@ TEST_F(Open, BehindASourceThatHoldsTheNameAndFailsNothingIsWritten) {
         {"a failure further down is passed over", APPEND, NONE, IO, false, true, "new", "old", NONE},
         {"the name is nowhere", READ_WRITE, NONE, NONE, false, false, "new", "(none)", NONE},
     };
-    for (const InPlaceRow& row : rows) {
+    for (const Row& row : rows) {
         SCOPED_TRACE(row.label);
         MemorySource* const second = mount_memory("/second/");
         MemorySource* const first = mount_memory("/first/");
@@ -176,13 +109,13 @@ TEST_F(Open, BehindASourceThatHoldsTheNameAndFailsNothingIsWritten) {
         if (row.second_holds) second->add("x.txt", "old");
         first->write_failure = row.first_fails;
         second->write_failure = row.second_fails;
-        EXPECT_EQ(save("x.txt", "new", row.mode), row.code == NONE);
+        const bool is_saved = save("x.txt", "new", row.mode);
         EXPECT_EQ(fs::last_error().code, row.code) << "what failed on the way to a success is forgotten";
+        EXPECT_EQ(why(is_saved), row.code);
         if (row.code != NONE) EXPECT_TRUE(first->made.empty());
         EXPECT_EQ(first->content("x.txt"), row.first);
         EXPECT_EQ(second->content("x.txt"), row.second);
         test::unmount_all();
-        fs::clear_error();
     }
 }
 
@@ -191,40 +124,17 @@ TEST_F(Open, ASaveIsReadBackByTheSameNameOrRefused) {
     source->matches_by_end = true;
     source->add("profiles/save.dat", "old");
     EXPECT_TRUE(save("save.dat", "new"));
-    EXPECT_EQ(source->content("profiles/save.dat"), "new");
-    for (const auto failure : {EFSError::NOT_FOUND, EFSError::READ_ONLY}) {
+    for (const auto failure : {NOT_FOUND, READ_ONLY}) {
         source->write_failure = failure;
-        EXPECT_FALSE(save("save.dat", "lost"));
-        EXPECT_EQ(fs::last_error().code, failure);
+        EXPECT_EQ(why(save("save.dat", "lost")), failure);
     }
     EXPECT_TRUE(source->made.empty());
-    source->write_failure = EFSError::NONE;
+    source->write_failure = NONE;
     source->is_silent = true;  // fails without a reason; reading would find the file
-    EXPECT_FALSE(save("save.dat", "lost", EFSMode::APPEND));
-    EXPECT_EQ(fs::last_error().code, EFSError::ACCESS_DENIED);
-    EXPECT_EQ(source->content("profiles/save.dat"), "new");
-}
-
-TEST_F(Open, AWholeNameIsNeverTakenByItsEnd) {
-    MemorySource* const source = mount_memory("/a/");
-    source->matches_by_end = true;
-    source->add("profiles/save.dat", "kept");
-    EXPECT_TRUE(fs::exists("save.dat"));
-    EXPECT_FALSE(fs::exists("save.dat", Flags::WHOLE_NAME));
-    EXPECT_TRUE(fs::exists("profiles/save.dat", Flags::WHOLE_NAME));
-    EXPECT_EQ(fs::open("save.dat", EFSMode::READ, Flags::WHOLE_NAME), nullptr);
-    EXPECT_TRUE(save("save.dat", "new", EFSMode::WRITE, Flags::WHOLE_NAME));
-    EXPECT_EQ(source->content("profiles/save.dat"), "kept");
-    EXPECT_EQ(source->content("save.dat"), "new");
-}
-
-TEST_F(Open, ALongPathIsLookedUpLikeAnyOther) {
-    const std::string longest(70000, 'n');
-    MemorySource* const source = mount_memory("/a/");
-    source->add(longest, "found");
-    EXPECT_EQ(load(longest.c_str()), "found");
-    EXPECT_EQ(load((longest + "x").c_str()), "(none)");
-    EXPECT_FALSE(fs::native_does_file_exist(longest.c_str()));
+    EXPECT_EQ(why(save("save.dat", "lost", APPEND)), ACCESS_DENIED);
+    source->is_silent = false;
+    EXPECT_TRUE(save("save.dat", "whole", WRITE, Flags::WHOLE_NAME));
+    EXPECT_EQ(source->content("profiles/save.dat") + source->content("save.dat"), "newwhole");
 }
 
 TEST_F(Open, RecordsWhatWasOpenedForReadingOnceAndInOrder) {
@@ -246,8 +156,7 @@ TEST_F(Open, RecordsWhatWasOpenedForReadingOnceAndInOrder) {
 }
 
 TEST_F(Open, QuestionsAskTheFirstHolderAndNativeOnesTheDisk) {
-    mount_memory("/b/")->add("dir/x.txt", "");
-    mount_memory("/a/")->add("dir/x.txt", "");
+    for (const char* mount : {"/b/", "/a/"}) mount_memory(mount)->add("dir/x.txt", "");
     EXPECT_TRUE(fs::exists("Dir\\X.txt") && fs::does_file_exist("dir/x.txt"));
     EXPECT_EQ(fs::get_source_name("dir/x.txt"), "/a/");
     EXPECT_EQ(fs::full_path("dir/x.txt"), "/a/dir/x.txt");
@@ -257,7 +166,7 @@ TEST_F(Open, QuestionsAskTheFirstHolderAndNativeOnesTheDisk) {
         EXPECT_EQ(fs::get_source_name(missing) + fs::full_path(missing) + fs::root_path(missing), "");
         fs::precache_file(missing);
     }
-    std::ofstream("native.txt") << "x";
+    write_file("native.txt", "x");
     EXPECT_TRUE(fs::does_file_exist("native.txt") && fs::native_does_file_exist("native.txt"));
     EXPECT_FALSE(fs::exists("native.txt") || fs::does_dir_exist("native.txt") || fs::native_does_file_exist("."));
     EXPECT_TRUE(fs::does_dir_exist("."));

@@ -1,11 +1,35 @@
 #pragma once
 
+#include <engine/filesystem.h>
 #include <engine/filesystem/comfort.h>
+
+#include <gmock/gmock.h>
 
 #include <string>
 #include <string_view>
+#include <tuple>
+#include <utility>
+#include <vector>
 
-namespace test {
+#include "tests/support/failure.h"
+#include "tests/support/memory_source.h"
+#include "tests/support/mounted_root.h"
+
+// What tests of opening and managing by name say again and again.
+
+using test::MemorySource;
+using test::mount_memory;
+using test::take_names;
+using test::why;
+using testing::ElementsAre;
+using enum EFSError::TYPE;
+
+/// Over sources in memory, which the test mounts.
+class OverMemory : public testing::Test {
+protected:
+    void SetUp() override { fs::clear_error(); }
+    void TearDown() override { test::unmount_all(); }
+};
 
 /// Opens, writes `text` and closes; false when either fails.
 inline bool save(const char* path, std::string_view text, EFSMode::TYPE mode = EFSMode::WRITE,
@@ -20,5 +44,3 @@ inline std::string load(const char* path, FFSOpenFlags::FLAGS flags = FFSOpenFla
     std::string text;
     return file && fs::read_rest(file.get(), text) ? text : "(none)";
 }
-
-}  // namespace test
