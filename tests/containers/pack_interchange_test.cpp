@@ -1,15 +1,9 @@
 // Packs and other people's tools: theirs mount here and read back the same, ours pass their checks. A tool that is not
 // installed is passed over.
 #include <cstdlib>
-#include <filesystem>
 #include <map>
 
-#include <gtest/gtest.h>
-
-#include <engine/filesystem/containers/pack_writer.h>
-
 #include "tests/sources/pack/fixture.h"
-#include "tests/support/temp_directory.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
 
 namespace {
 
@@ -25,36 +26,28 @@ std::string call(char* (*function)(char*, const char*), const char* path) {
 }
 
 TEST(FileNames, AreTakenApartAsTheRunTimeDoes) {
-    const struct {
-        const char* path;
-        const char* dir;
-        const char* name;
-        const char* ext;
-    } rows[] = {
+    const std::tuple<const char*, const char*, const char*, const char*> rows[] = {
         {"", "", "", ""},           {nullptr, "", "", ""},
         {"name", "", "name", ""},   {"a/b\\c.d.e", "a/b\\", "c.d", ".e"},
         {"a.b/c", "a.b/", "c", ""}, {"a/.cfg", "a/", "", ".cfg"},
         {"a/..", "a/", ".", "."},   {"x.", "", "x", "."},
         {"dir/", "dir/", "", ""},   {"/root.x", "/", "root", ".x"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.path));
-        const fs::string text = row.path != nullptr ? row.path : "";
-        const struct {
-            char* (*of_path)(char*, const char*);
-            fs::string (*of_text)(const fs::string&);
-            std::string part;
-        } functions[] = {{fs::filename_get_path, fs::filename_get_path, row.dir},
-                         {fs::filename_get_name, fs::filename_get_name, row.name},
-                         {fs::filename_get_ext, fs::filename_get_ext, row.ext},
-                         {fs::filename_get_fname, fs::filename_get_fname, std::string(row.name) + row.ext}};
-        for (const auto& function : functions) {
-            EXPECT_EQ(call(function.of_path, row.path), function.part);
-            EXPECT_EQ(function.of_text(text), function.part);
+    for (const auto& [path, dir_part, name_part, ext_part] : rows) {
+        SCOPED_TRACE(testing::PrintToString(path));
+        const fs::string text = path != nullptr ? path : "";
+        const std::tuple<char* (*)(char*, const char*), fs::string (*)(const fs::string&), std::string> functions[] = {
+            {fs::filename_get_path, fs::filename_get_path, dir_part},
+            {fs::filename_get_name, fs::filename_get_name, name_part},
+            {fs::filename_get_ext, fs::filename_get_ext, ext_part},
+            {fs::filename_get_fname, fs::filename_get_fname, std::string(name_part) + ext_part}};
+        for (const auto& [of_path, of_text, part] : functions) {
+            EXPECT_EQ(call(of_path, path), part);
+            EXPECT_EQ(of_text(text), part);
         }
-        EXPECT_EQ(fs::extract_path(row.path), row.dir);
+        EXPECT_EQ(fs::extract_path(path), dir_part);
         char drive[fs::path_capacity], dir[fs::path_capacity], name[fs::path_capacity], ext[fs::path_capacity];
-        EXPECT_TRUE(fs::decompose_path(row.path, drive, dir, name, ext));
+        EXPECT_TRUE(fs::decompose_path(path, drive, dir, name, ext));
         EXPECT_EQ(std::string(drive) + dir + name + ext, text);
     }
     EXPECT_EQ(call(fs::filename_get_path, "c:x"), knows_drives ? "c:" : "");
@@ -78,60 +71,44 @@ TEST(FileNames, AnAnswerThatDoesNotFitIsEmpty) {
 }
 
 TEST(FileNames, ChangeTheirExtensionInPlace) {
-    const struct {
-        const char* path;
-        const char* ext;
-        const char* out;
-    } rows[] = {
-        {"a.b/c.d", ".x", "a.b/c.x"}, {"a/c.d", "x", "a/c.x"}, {"a.b/c", "x", "a.b/c.x"}, {"c.d", "", "c"},
-        {"c.d", nullptr, "c"},        {"", "x", ".x"},
-    };
-    for (const auto& row : rows) {
+    const std::tuple<const char*, const char*, const char*> rows[] = {{"a.b/c.d", ".x", "a.b/c.x"},
+                                                                      {"a.b/c", "x", "a.b/c.x"},
+                                                                      {"c.d", "", "c"},
+                                                                      {"c.d", nullptr, "c"},
+                                                                      {"", "x", ".x"}};
+    for (const auto& [name, ext, out] : rows) {
         char path[fs::path_capacity];
-        std::strcpy(path, row.path);
-        EXPECT_STREQ(fs::filename_change_extension_inplace(path, row.ext), row.out) << row.path;
+        std::strcpy(path, name);
+        EXPECT_STREQ(fs::filename_change_extension_inplace(path, ext), out) << name;
     }
     EXPECT_EQ(fs::filename_change_extension_inplace(nullptr, "x"), nullptr);
 }
 
 TEST(FileNames, SlashesAreTakenAndPut) {
-    char path[] = "dir//";
-    EXPECT_STREQ(fs::remove_slash(path), "dir/");
-    char back[] = "dir\\";
+    char forward[] = "dir//", back[] = "dir\\", name[] = "abc", empty[] = "";
+    EXPECT_STREQ(fs::remove_slash(forward), "dir/");
     EXPECT_STREQ(fs::remove_slash(back), "dir\\");
-    char name[] = "abc";
-    EXPECT_STREQ(fs::append_slash(name, 4), "abc");  // 3 + 1 is not below 4
-    EXPECT_STREQ(fs::append_slash(name, 5), "ab/");  // over the last character
-    EXPECT_STREQ(fs::append_slash(name, 5), "ab/");
-    char empty[] = "";
+    EXPECT_STREQ(fs::append_slash(name, 4), "abc");                              // 3 + 1 is not below 4
+    for (int i = 0; i < 2; ++i) EXPECT_STREQ(fs::append_slash(name, 5), "ab/");  // over the last character
     EXPECT_STREQ(fs::append_slash(empty, 5), "");
     EXPECT_EQ(fs::remove_slash(nullptr), nullptr);
     EXPECT_EQ(fs::append_slash(nullptr, 5), nullptr);
 }
 
 TEST(FileNames, CarryFlagsBehindAnAmpersand) {
-    const struct {
-        const char* plain;
-        std::uint32_t flags;
-        const char* mangled;
-    } rows[] = {
-        {"x.dds", 0x12, "x&0012.dds"},
-        {"a.b/x", 0, "a.b/x&0000"},
-        {"a&b.dds", 0xDEADBEEF, "a&b&deadbeef.dds"},
-    };
-    for (const auto& row : rows) {
-        char out[fs::path_capacity];
-        EXPECT_STREQ(fs::mangle_file_name(out, row.plain, row.flags), row.mangled);
-        std::uint32_t flags = 99;
-        char back[fs::path_capacity];
-        EXPECT_EQ(fs::unmangle_file_name(out, back, flags), back);
-        EXPECT_STREQ(back, row.plain);
-        EXPECT_EQ(flags, row.flags);
-        EXPECT_STREQ(fs::unmangle_file_name_nameonly(out, out), row.plain);
-        EXPECT_EQ(fs::unmangle_file_name_flagsonly(row.mangled), row.flags);
-    }
+    const std::tuple<const char*, std::uint32_t, const char*> rows[] = {
+        {"x.dds", 0x12, "x&0012.dds"}, {"a.b/x", 0, "a.b/x&0000"}, {"a&b.dds", 0xDEADBEEF, "a&b&deadbeef.dds"}};
     std::uint32_t flags = 99;
     char out[fs::path_capacity];
+    for (const auto& [plain, number, mangled] : rows) {
+        EXPECT_STREQ(fs::mangle_file_name(out, plain, number), mangled);
+        char back[fs::path_capacity];
+        EXPECT_EQ(fs::unmangle_file_name(out, back, flags), back);
+        EXPECT_STREQ(back, plain);
+        EXPECT_EQ(flags, number);
+        EXPECT_STREQ(fs::unmangle_file_name_nameonly(out, out), plain);
+        EXPECT_EQ(fs::unmangle_file_name_flagsonly(mangled), number);
+    }
     EXPECT_EQ(fs::unmangle_file_name("a&1/plain.x", out, flags), nullptr);
     EXPECT_STREQ(out, "a&1/plain.x");
     EXPECT_EQ(flags, 0u);

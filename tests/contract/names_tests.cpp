@@ -1,14 +1,15 @@
 #include <engine/filesystem/contract/names.h>
-#include <engine/filesystem/log.h>
 
 #include <gtest/gtest.h>
 
 #include <random>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "engine/filesystem/contract/name_list.h"
+#include "tests/log/log_fixture.h"
 
 namespace {
 
@@ -29,11 +30,8 @@ TEST(Dir, AddsWhatIsMissingAndKeepsTheOrder) {
     fs::dir* const a = root.add_path("a");
     EXPECT_EQ(root.find("a/"), a);
     EXPECT_EQ(root.add_path("//b//x"), b);
-    EXPECT_EQ(root.add_path(""), &root);
-    EXPECT_EQ(root.add_path(nullptr), &root);
-    EXPECT_EQ(root.find(nullptr), &root);
-    EXPECT_EQ(root.find("b/y"), nullptr);
-    EXPECT_EQ(root.find("B"), nullptr);
+    for (const fs::dir* self : {root.add_path(""), root.add_path(nullptr), root.find(nullptr)}) EXPECT_EQ(self, &root);
+    for (const char* missing : {"b/y", "B"}) EXPECT_EQ(root.find(missing), nullptr);
     EXPECT_EQ(paths_below(root), (std::vector<std::string>{"b", "b/x", "a"}));
     root.set_name("data");
     root.clear();
@@ -47,12 +45,9 @@ TEST(Dir, MergesEveryDirectoryOnce) {
     fs::dir one, other;
     one.add_path("a/b");
     for (const char* path : {"a/c/d", "e", "a/b/f/g"}) other.add_path(path);
-    one.merge(other);
-    one.merge(other);
-    one.merge(one);
-    EXPECT_EQ(paths_below(one), (std::vector<std::string>{"a", "a/b", "a/b/f", "a/b/f/g", "a/c", "a/c/d", "e"}));
+    for (const fs::dir* from : {&other, &other, &one}) one.merge(*from);
     one.find("a")->merge(one);  // its own ancestor: refused, since it would never end
-    EXPECT_EQ(paths_below(one).size(), 7u);
+    EXPECT_EQ(paths_below(one), (std::vector<std::string>{"a", "a/b", "a/b/f", "a/b/f/g", "a/c", "a/c/d", "e"}));
 }
 
 TEST(Dir, AgreesWithASetOfPathsThroughManyChanges) {
@@ -99,44 +94,36 @@ TEST(Dir, HoldsHugeAndDeepTrees) {
     EXPECT_NE(copy.find(path.c_str()), nullptr);
 }
 
-TEST(DumpDirectories, WritesATreeWithDuplicatesMarked) {
-    fs::dir root;
+struct DumpedDirectories : LogTest {};
+
+TEST_F(DumpedDirectories, AreATreeWithDuplicatesMarked) {
+    fs::dir root, deep;
     root.set_name("root");
     root.add_path("twin");
     root.add_path("other")->set_name("twin");
-    static std::string dumped;
-    LogSetPrintCallback([](Log::ELevel::TYPE, const char*, const char* text) { dumped += text; });
-    _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
-    DumpDirectories(&root, 1);
-    DumpDirectories(nullptr, 1);
-    fs::dir deep;
     std::string path;
     for (int i = 0; i < 3000; ++i) path += "d/";
     deep.add_path(path.c_str());
+    _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
+    DumpDirectories(nullptr, 1);
+    DumpDirectories(&root, 1);
+    ASSERT_EQ(console_lines.size(), 3u);
+    const char* const ends[] = {"  root\r\n", "    twin\r\n",
+                                "    twin (duplicated resource in the same filesystem source)\r\n"};
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(console_lines[i].text.ends_with(ends[i])) << console_lines[i].text;
     DumpDirectories(&deep, -5);
-    _CLFilterSetMode(CLFilterMode::NORMAL);
-    LogSetPrintCallback(nullptr);
-    EXPECT_NE(dumped.find("  root"), std::string::npos);
-    EXPECT_NE(dumped.find("    twin\r\n"), std::string::npos);
-    EXPECT_NE(dumped.find("    twin (duplicated resource in the same filesystem source)"), std::string::npos);
 }
 
 TEST(NameMatches, FollowsStarsAndQuestionMarks) {
-    const struct {
-        const char* name;
-        const char* mask;
-        bool matches;
-    } rows[] = {
+    const std::tuple<const char*, const char*, bool> rows[] = {
         {"a.txt", nullptr, true}, {"a.txt", "", true},        {"a.txt", "*", true},       {"", "*", true},
         {"", "?", false},         {"A.TXT", "*.txt", true},   {"a.txt", "*.TX?", true},   {"a.txt", "*.tx", false},
         {"a.txt", "?.txt", true}, {"ab.txt", "?.txt", false}, {"a.b.c", "*.*.c", true},   {"noext", "*.*", false},
         {"abcabd", "*abd", true}, {"abcabd", "a*b*d", true},  {"abcabd", "a*x*d", false}, {"a", "a**", true},
         {"a*b", "a?b", true},     {"abc", "abcd", false},     {"abcd", "abc", false},     {"\xFF", "?", true},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(fs::name_matches(row.name, row.mask), row.matches)
-            << row.name << " against " << (row.mask != nullptr ? row.mask : "(null)");
-    }
+    for (const auto& [name, mask, matches] : rows)
+        EXPECT_EQ(fs::name_matches(name, mask), matches) << name << " against " << testing::PrintToString(mask);
     const std::string name(5000, 'a');
     std::string mask;  // so many stars that trying every length for each would not end
     for (int i = 0; i < 200; ++i) mask += "*a";

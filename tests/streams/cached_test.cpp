@@ -1,15 +1,12 @@
-#include <gmock/gmock.h>
-
 #include <functional>
-
-#include <engine/filesystem/contract/error.h>
-#include <engine/filesystem/streams/cached.h>
 
 #include "kit.h"
 
 using testing::ElementsAre;
 
 namespace {
+
+using test::why;
 
 std::string read_string(fs::ifile& stream, std::size_t size) {
     std::string bytes(size, '?');
@@ -32,8 +29,8 @@ TEST(CachedReader, FetchesEachBlockOnceAsSoonAsTheOneBeforeIsUsedUp) {
 }
 
 TEST(CachedReader, SeeksByTheseRules) {
+    using enum EFSSeek::TYPE;
     struct Row {
-        const char* label;
         std::int64_t offset;
         EFSSeek::TYPE origin;
         bool result;
@@ -41,21 +38,15 @@ TEST(CachedReader, SeeksByTheseRules) {
         std::size_t fetches;
     };
     const Row rows[] = {
-        {"inside the block", 100, EFSSeek::BEGIN, true, 100, 0},
-        {"another block", 5000, EFSSeek::BEGIN, true, 5000, 1},
-        {"the end", 10000, EFSSeek::BEGIN, false, 10000, 0},
-        {"before the beginning", -1, EFSSeek::BEGIN, false, UINT64_MAX, 0},
-        {"forward inside the block", 50, EFSSeek::CURRENT, true, 60, 0},
-        {"back inside the block", -10, EFSSeek::CURRENT, true, 0, 0},
-        {"forward out of the block", 4086, EFSSeek::CURRENT, true, 4096, 1},
-        {"back from the end, minus", -5, EFSSeek::END, true, 9995, 1},
-        {"back from the end, plus", 5, EFSSeek::END, true, 9995, 1},
-        {"the end itself", 0, EFSSeek::END, false, 10000, 0},
-        {"further back than there is", INT64_MIN, EFSSeek::END, false, 10000 - (1ull << 63), 0},
-        {"4 GiB forward, which 32 bits take for nothing", 1ll << 32, EFSSeek::CURRENT, true, 10, 0},
+        {100, BEGIN, true, 100, 0},        {5000, BEGIN, true, 5000, 1},
+        {10000, BEGIN, false, 10000, 0},   {-1, BEGIN, false, UINT64_MAX, 0},
+        {50, CURRENT, true, 60, 0},        {-10, CURRENT, true, 0, 0},
+        {4086, CURRENT, true, 4096, 1},    {-5, END, true, 9995, 1},
+        {5, END, true, 9995, 1},           {INT64_MIN, END, false, 10000 - (1ull << 63), 0},
+        {1ll << 32, CURRENT, true, 10, 0},  // which 32 bits take for nothing
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.label);
+        SCOPED_TRACE(testing::Message() << row.offset << " from " << row.origin);
         FileRecord record(sample_bytes(10000));
         fs::cachedrdfile stream(4096);
         ASSERT_TRUE(stream.open_from_handle(new RecordingFile(record)));
@@ -69,18 +60,15 @@ TEST(CachedReader, SeeksByTheseRules) {
 }
 
 TEST(CachedReader, OpensForReadingOnlyWhatCanBeRead) {
-    FileRecord bad("x");
+    FileRecord bad("x"), record("x");
     bad.fails_to_read = true;
-    fs::cachedrdfile stream(16);
+    fs::cachedrdfile stream(16), without_buffer(0);
     fs::clear_error();
-    EXPECT_FALSE(stream.open_from_handle(new RecordingFile(bad)));
-    EXPECT_EQ(fs::last_error().code, EFSError::IO) << "where the file itself gave no reason";
+    EXPECT_EQ(why(stream.open_from_handle(new RecordingFile(bad))), EFSError::IO) << "where the file gave no reason";
     stream.close();
     EXPECT_FALSE(stream.open_from_handle(nullptr));
     EXPECT_FALSE(stream.open("no such file", EFSMode::WRITE, FFSOpenFlags::CREATE));
     EXPECT_FALSE(stream.open("no such file", EFSMode::READ));
-    FileRecord record("x");
-    fs::cachedrdfile without_buffer(0);
     without_buffer.open_from_handle(new RecordingFile(record));
     EXPECT_EQ(read_string(without_buffer, 1), "") << "and no endless loop";
 }
@@ -104,65 +92,51 @@ TEST(CachedWriterWithoutSeek, WritesFullBuffersAndTheRestAtClose) {
 
 TEST(CachedWriter, HandsItsImageOverInOneWriteThatEndsAtThePosition) {
     const std::string large = sample_bytes(9'000'000);
-    struct Row {
-        const char* label;
-        std::uint64_t grow_step;
-        std::function<void(fs::cachedwrfile&)> work;
-        std::string written;
+    const auto write_large = [&](auto& out) {
+        for (std::size_t at = 0; at < large.size(); at += 30'000) out.write(large.data() + at, 30'000);
     };
-    const Row rows[] = {
-        {"large, in pieces", 100'000,
-         [&](auto& out) {
-             for (std::size_t at = 0; at < large.size(); at += 30'000) out.write(large.data() + at, 30'000);
-         },
-         large},
-        {"moved back", 8, [](auto& out) { out.write("abcdefghi", 9), out.seek(5, EFSSeek::BEGIN); }, "abcde"},
-        {"gaps", 64,
-         [](auto& out) {
-             out.write("abcd", 4), out.seek(20, EFSSeek::BEGIN), out.put_int(8), out.put_int(9);
-             EXPECT_TRUE(out.seek(100, EFSSeek::CURRENT)) << "and grows";
-         },
-         "abcd" + std::string(16, '\0') + '\b' + std::string(3, '\0') + '\t' + std::string(103, '\0')},
-        {"outside", 8,
-         [](auto& out) {
-             out.write("ab", 2);
-             for (const std::int64_t position : {std::int64_t{1000}, std::int64_t{-1}, INT64_MAX}) {
-                 EXPECT_TRUE(out.seek(position, EFSSeek::BEGIN));
-                 EXPECT_EQ(out.tell(), static_cast<std::uint64_t>(position));
-                 EXPECT_EQ(out.write("xxxx", 4), UINT64_MAX) << position;
-             }
-             out.seek(2, EFSSeek::BEGIN);
-             EXPECT_FALSE(out.seek(INT64_MAX, EFSSeek::CURRENT)) << "no such memory";
-             EXPECT_EQ(out.write("c", 1), 1u);
-         },
-         "abc"},
+    const auto move_back = [](auto& out) { out.write("abcdefghi", 9), out.seek(5, EFSSeek::BEGIN); };
+    const auto leave_gaps = [](auto& out) {
+        out.write("abcd", 4), out.seek(20, EFSSeek::BEGIN), out.put_int(8), out.put_int(9);
+        EXPECT_TRUE(out.seek(100, EFSSeek::CURRENT)) << "and grows";
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.label);
+    const std::string gaps =
+        "abcd" + std::string(16, '\0') + '\b' + std::string(3, '\0') + '\t' + std::string(103, '\0');
+    const auto go_outside = [](auto& out) {
+        out.write("ab", 2);
+        for (const std::int64_t position : {std::int64_t{1000}, std::int64_t{-1}, INT64_MAX}) {
+            EXPECT_TRUE(out.seek(position, EFSSeek::BEGIN));
+            EXPECT_EQ(out.tell(), static_cast<std::uint64_t>(position));
+            EXPECT_EQ(out.write("xxxx", 4), UINT64_MAX) << position;
+        }
+        out.seek(2, EFSSeek::BEGIN);
+        EXPECT_FALSE(out.seek(INT64_MAX, EFSSeek::CURRENT)) << "no such memory";
+        EXPECT_EQ(out.write("c", 1), 1u);
+    };
+    const std::tuple<std::uint64_t, std::function<void(fs::cachedwrfile&)>, std::string> rows[] = {
+        {100'000, write_large, large}, {8, move_back, "abcde"}, {64, leave_gaps, gaps}, {8, go_outside, "abc"}};
+    for (const auto& [grow_step, work, written] : rows) {
+        SCOPED_TRACE(written.size());
         FileRecord record;
         {
-            fs::cachedwrfile stream(row.grow_step);
+            fs::cachedwrfile stream(grow_step);
             stream.open_from_handle(new RecordingFile(record));
-            row.work(stream);
+            work(stream);
             EXPECT_TRUE(record.writes.empty()) << "nothing before the end";
         }
         EXPECT_EQ(record.writes.size(), 1u);
-        EXPECT_TRUE(*record.bytes == row.written);
+        EXPECT_TRUE(*record.bytes == written);
     }
-    EXPECT_EQ(fs::cachedwrfile(0).write("x", 1), UINT64_MAX) << "and no endless loop";
-    EXPECT_EQ(fs::cachedwrfile(UINT64_MAX).write("x", 1), UINT64_MAX);
+    for (const std::uint64_t no_step : {std::uint64_t{0}, UINT64_MAX})
+        EXPECT_EQ(fs::cachedwrfile(no_step).write("x", 1), UINT64_MAX) << "and no endless loop";
 }
 
 TEST(CachedWriter, CountsTheEndFromItsCapacity) {
-    struct Row {
-        std::uint64_t written;
-        std::uint64_t capacity;
-    };
-    for (const Row& row : {Row{0, 8}, Row{7, 8}, Row{8, 16}, Row{20, 24}, Row{24, 32}}) {
+    for (const auto& [written, capacity] : {std::pair(0u, 8u), {7, 8}, {8, 16}, {20, 24}, {24, 32}}) {
         fs::cachedwrfile stream(8);
-        stream.write(sample_bytes(row.written).data(), row.written);
+        stream.write(sample_bytes(written).data(), written);
         EXPECT_TRUE(stream.seek(0, EFSSeek::END));
-        EXPECT_EQ(stream.tell(), row.capacity) << row.written;
+        EXPECT_EQ(stream.tell(), capacity) << written;
     }
 }
 

@@ -1,7 +1,3 @@
-#include <gmock/gmock.h>
-
-#include <engine/filesystem/streams/chunk.h>
-
 #include "../log/log_fixture.h"
 #include "engine/filesystem/log/sinks.h"
 #include "kit.h"
@@ -45,18 +41,16 @@ TEST_F(Chunks, NestAndKnowTheirSize) {
 TEST_F(Chunks, ReportAMismatchWithTheVersionAskedFor) {
     start_reading("data\3\0\0\0\0\0\0\0"s);
     fs::chunk_load chunk(stream);
-    EXPECT_FALSE(chunk.match(data_id, 4, nullptr));
-    EXPECT_TRUE(console_lines.empty());
     const std::uint32_t errors = logging::state.errors;
     _CLFilterSetMode(CLFilterMode::ALL_NOWHERE);
-    EXPECT_FALSE(chunk.match(data_id, 4, "silent"));
+    EXPECT_FALSE(chunk.match(data_id, 4, nullptr) || chunk.match(data_id, 4, "silent"));
     _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
     EXPECT_FALSE(chunk.match(tree_id, 9, "loader"));
     EXPECT_EQ(logging::state.errors, errors + 2) << "a silenced message counts too";
-    ASSERT_FALSE(console_lines.empty());
-    EXPECT_EQ(console_lines.back().level, Log::ELevel::ERRR);
-    EXPECT_EQ(console_lines.back().category, "ERRR");
-    EXPECT_THAT(console_lines.back().text, testing::HasSubstr("loader Unknown data chunk data_9\r\n"));
+    ASSERT_EQ(console_lines.size(), 1u);
+    EXPECT_EQ(console_lines[0].level, Log::ELevel::ERRR);
+    EXPECT_EQ(console_lines[0].category, "ERRR");
+    EXPECT_THAT(console_lines[0].text, testing::HasSubstr("loader Unknown data chunk data_9\r\n"));
 }
 
 TEST_F(Chunks, DamagedSizesCostNoMemoryAndNoRunawayPosition) {
@@ -71,10 +65,8 @@ TEST_F(Chunks, DamagedSizesCostNoMemoryAndNoRunawayPosition) {
 
 TEST_F(Chunks, LeaveTheDataAloneWhereTheStreamCannotGoBack) {
     stream.open_from_memory(EFSMode::WRITE, &bytes, true);
-    {
-        fs::chunk_save chunk(stream, data_id, 1);
-        stream.write("abc", 3);
-    }
+    fs::chunk_save(stream, data_id, 1);
+    stream.write("abc", 3);
     stream.close();
     stream.open_from_memory(EFSMode::READ, &bytes, true);
     EXPECT_EQ(read_all(stream), "data\1\0\0\0\0\0\0\0"s + "abc");

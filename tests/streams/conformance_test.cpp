@@ -1,15 +1,9 @@
 // What every stream answers, asked of every stream: a kind makes a writer over some storage, and then readers of it.
-#include <gtest/gtest.h>
 
-#include <memory>
 #include <random>
 
-#include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/handles.h>
-#include <engine/filesystem/streams.h>
 
-#include "../support/temp_directory.h"
-#include "engine/platform/faults.h"
 #include "kit.h"
 
 namespace {

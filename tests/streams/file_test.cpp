@@ -1,55 +1,33 @@
-#include <gmock/gmock.h>
-
 #include <engine/filesystem/streams/file.h>
 
+#include <tuple>
+
 #include "../log/log_fixture.h"
-#include "kit.h"
 
 namespace {
-
-TEST(FileStream, OwnsItsHandle) {
-    FileRecord first("abc");
-    FileRecord second;
-    {
-        fs::file stream(new RecordingFile(first));
-        EXPECT_STREQ(stream.name(), "");
-        stream.close();
-        EXPECT_EQ(first.bytes.use_count(), 1);
-        EXPECT_FALSE(stream.is_handle_valid());
-        EXPECT_TRUE(stream.eof()) << "one unknown length equals the other";
-        EXPECT_TRUE(stream.open_from_handle(new RecordingFile(second)));
-    }
-    EXPECT_EQ(second.bytes.use_count(), 1);
-}
 
 struct DebugOutput : LogTest {
     DebugOutput() { _CLFilterSetMode(CLFilterMode::ALL_CONSOLE); }
 };
 
 TEST_F(DebugOutput, TurnsEachWriteIntoOneMessageOfItsLevel) {
-    struct Row {
-        const char* label;
-        Log::ELevel::TYPE level;
-        Log::ELevel::TYPE setting;
-        std::size_t size;
-        bool logged;
+    using enum Log::ELevel::TYPE;
+    const std::tuple<Log::ELevel::TYPE, Log::ELevel::TYPE, const char*, std::size_t, bool> rows[] = {
+        {DEBG, DEBG, "cat", 9, true},  {DEBG, INFO, "cat", 9, false},    {ERRR, INFO, nullptr, 5, true},
+        {VERB, VERE, "cat", 9, false}, {INFO, INFO, "cat", 60000, true},
     };
-    for (const Row& row : {Row{"admitted", Log::ELevel::DEBG, Log::ELevel::DEBG, 9, true},
-                           Row{"below the setting", Log::ELevel::DEBG, Log::ELevel::INFO, 9, false},
-                           Row{"error", Log::ELevel::ERRR, Log::ELevel::INFO, 0, true},
-                           Row{"never from VERB on", Log::ELevel::VERB, Log::ELevel::VERE, 9, false},
-                           Row{"long", Log::ELevel::INFO, Log::ELevel::INFO, 60000, true}}) {
-        SCOPED_TRACE(row.label);
+    for (const auto& [level, setting, category, size, is_logged] : rows) {
+        SCOPED_TRACE(level);
         console_lines.clear();
-        Log::Settings::Instance().SetLevel(row.setting);
+        Log::Settings::Instance().SetLevel(setting);
         fs::file_dbgoutput stream("other");
-        stream.set_level_category(row.level, row.size == 0 ? nullptr : "cat");
-        const std::string text = (std::string(row.size, 'x') + "100%d").substr(5);
+        stream.set_level_category(level, category);
+        const std::string text = std::string(size, 'x') + "100%d";
         EXPECT_EQ(stream.write((text + "not this").c_str(), text.size()), text.size());
-        ASSERT_EQ(console_lines.size(), row.logged ? 1u : 0u);
-        if (!row.logged) continue;
-        EXPECT_EQ(console_lines[0].level, row.level);
-        EXPECT_EQ(console_lines[0].category, row.size == 0 ? "" : "cat");
+        ASSERT_EQ(console_lines.size(), is_logged ? 1u : 0u);
+        if (!is_logged) continue;
+        EXPECT_EQ(console_lines[0].level, level);
+        EXPECT_EQ(console_lines[0].category, category == nullptr ? "" : category);
         EXPECT_TRUE(console_lines[0].text.ends_with(text)) << console_lines[0].text.substr(0, 100);
     }
 }

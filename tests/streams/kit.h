@@ -1,12 +1,20 @@
 #pragma once
 
+#include <engine/filesystem/contract/error.h>
+#include <engine/filesystem/streams.h>
+
+#include <gmock/gmock.h>
+
 #include <memory>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
-#include <engine/filesystem/streams/memory.h>
-
+#include "engine/platform/faults.h"
+#include "tests/support/failure.h"
 #include "tests/support/memory_source.h"
+#include "tests/support/temp_directory.h"
 
 /// What happened to a file, shared with the test because the stream destroys the file itself.
 struct FileRecord {

