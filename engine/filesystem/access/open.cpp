@@ -258,9 +258,9 @@ FilePtr create(const Request& request, const CFSSource* failed) {
     CFSSource* const creator = creator_of(concerned, name);
     if (failed != nullptr && (creator == nullptr || creator == failed || !creator->writable())) return nullptr;
     if (!is_creatable_name(name)) {
-        return refuse(EFSError::INVALID_NAME, request.text,
-                      "A file needs a name that every system can hold, and none is made above its source."),
-               nullptr;
+        set_error(EFSError::INVALID_NAME, request.text,
+                  "A file needs a name that every system can hold, and none is made above its source.");
+        return nullptr;
     }
     if (!may_create(creator, request.text)) return nullptr;
     if (registry::is_fallback(creator)) return create_outside(name, request);
@@ -279,9 +279,9 @@ FilePtr open_to_write(const Request& request) {
     ErrorScope scope;
     Found found = find_to_write(request);
     if (found.shield != nullptr) {
-        return refuse(EFSError::ACCESS_DENIED, request.text,
-                      "A protected source holds this name and shields it from being written."),
-               nullptr;
+        set_error(EFSError::ACCESS_DENIED, request.text,
+                  "A protected source holds this name and shields it from being written.");
+        return nullptr;
     }
     if (!found.file) found.file = create(request, found.failed);
     if (found.file) {

@@ -14,6 +14,7 @@
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/contract/name_list.h"
+#include "engine/filesystem/contract/write_all.h"
 #include "engine/filesystem/registry/holders.h"
 
 // What the files of this room share. All of it throws std::bad_alloc for want of memory; exported functions guard.
@@ -68,8 +69,6 @@ Result with_content(const char* path, Result failure, Use use, FFSOpenFlags::FLA
 void read_filled(SFsFile& file, void* buffer, std::uint64_t size);
 /// Reads all of it, or stores the failure and answers false.
 bool read_checked(SFsFile& file, const char* path, void* buffer, std::uint64_t size);
-/// Writes all of it, or stores the failure and answers false.
-bool write_checked(SFsFile& file, const char* path, const void* data, std::uint64_t size);
 
 struct FreeBlock {
     void operator()(void* block) const { std::free(block); }
@@ -107,7 +106,7 @@ bool copy_content(SFsFile& from, std::uint32_t buffer_size, const char* path, Op
     FilePtr to(open_target());
     if (!to) return false;
     for (std::uint64_t left = length; left != 0;) {
-        if (!write_checked(*to, path, buffer.data(), size)) return false;
+        if (!write_all(*to, path, buffer.data(), size)) return false;
         left -= size;
         size = std::min(piece, left);
         if (size != 0 && !read_checked(from, path, buffer.data(), size)) return false;

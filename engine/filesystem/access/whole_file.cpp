@@ -16,7 +16,7 @@ namespace {
 bool write_whole(const char* path, const void* data, std::uint64_t size, FFSOpenFlags::FLAGS flags) {
     return guarded(path, false, [&] {
         FilePtr file(open(path, EFSMode::WRITE, flags));
-        return file && write_checked(*file, path, data, size) && commit(file.release());
+        return file && write_all(*file, path, data, size) && commit(file.release());
     });
 }
 
@@ -45,17 +45,6 @@ bool read_checked(SFsFile& file, const char* path, void* buffer, std::uint64_t s
     const ErrorScope scope;
     return file.read(buffer, size) == size ||
            fail_unless_told(scope, EFSError::IO, path, "The file gave fewer bytes than its length promised.");
-}
-
-bool write_checked(SFsFile& file, const char* path, const void* data, std::uint64_t size) {
-    if (size == 0) return true;
-    const ErrorScope scope;
-    const std::uint64_t written = file.write(data, size);
-    if (written == size) return true;
-    // Nothing but a full disk takes less without a reason of its own.
-    const bool is_full = written < size;
-    return fail_unless_told(scope, is_full ? EFSError::DISK_FULL : EFSError::IO, path,
-                            "The file took fewer bytes than it was given.");
 }
 
 void* read(const char* path, std::uint64_t* size) {

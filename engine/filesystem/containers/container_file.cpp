@@ -6,9 +6,9 @@
 
 #include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/write_all.h"
 #include "engine/filesystem/handles/native_file.h"
 #include "engine/filesystem/registry/holders.h"
-#include "engine/filesystem/streams/write_all.h"
 
 namespace container {
 namespace {
@@ -29,8 +29,8 @@ FilePtr open_in_place(const char* path) {
         return fs::refuse(EFSError::NOT_FOUND, path, "No source holds a multi-container file of this name."), nullptr;
     }
     if (!holder->writable()) {
-        return fs::refuse(EFSError::READ_ONLY, path, "The source that holds the multi-container file is not writable."),
-               nullptr;
+        fs::set_error(EFSError::READ_ONLY, path, "The source that holds the multi-container file is not writable.");
+        return nullptr;
     }
     fs::ErrorScope scope;
     // With the disk after each write, which the order of saving needs.
@@ -104,7 +104,7 @@ bool File::WriteAt(const void* data, std::uint64_t size, std::uint64_t offset) {
     if (size == 0) return true;
     const std::lock_guard lock(position_lock_);
     fs::ErrorScope scope;
-    if (seek_to(*main_, offset)) return fs::write_all(*main_, data, size);
+    if (seek_to(*main_, offset)) return fs::write_all(*main_, fs::file_name(main_.get()), data, size);
     return fs::fail_unless_told(scope, EFSError::IO, fs::file_name(main_.get()),
                                 "The multi-container file cannot be written.");
 }

@@ -124,9 +124,8 @@ void set_error(EFSError::TYPE code, const char* path, std::string text, std::int
 void set_error(EFSError::TYPE code, const char* path, const char* text, std::int32_t os_code) noexcept {
     if (!says_more(code)) return;
     SFsError* const error = store_kind(code, path, os_code);
-    if (error == nullptr) return;
     try {
-        error->text.assign(text);
+        if (error != nullptr) error->text.assign(text);
     } catch (...) {
         error->text.clear();
     }

@@ -4,11 +4,10 @@
 
 #include <engine/filesystem/contract/replacing_file.h>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/failure.h"
 
 namespace {
 
-constexpr std::uint64_t failed = ~std::uint64_t{0};
 constexpr int overlapped_failed = 2;
 
 }  // namespace
@@ -50,15 +49,15 @@ void discard(SFsFile* file) {
 }
 
 std::uint64_t read(SFsFile* file, void* buffer, std::uint64_t size) {
-    return file != nullptr ? file->read(buffer, size) : failed;
+    return file != nullptr ? file->read(buffer, size) : failed_size;
 }
 
 std::uint64_t write(SFsFile* file, const void* buffer, std::uint64_t size) {
-    return file != nullptr ? file->write(buffer, size) : failed;
+    return file != nullptr ? file->write(buffer, size) : failed_size;
 }
 
-std::uint64_t length(SFsFile* file) { return file != nullptr ? file->length() : failed; }
-std::uint64_t tell(SFsFile* file) { return file != nullptr ? file->tell() : failed; }
+std::uint64_t length(SFsFile* file) { return file != nullptr ? file->length() : failed_size; }
+std::uint64_t tell(SFsFile* file) { return file != nullptr ? file->tell() : failed_size; }
 
 bool seek(SFsFile* file, std::int64_t offset, EFSSeek::TYPE origin) {
     return file != nullptr && file->seek(offset, origin);

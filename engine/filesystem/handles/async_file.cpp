@@ -5,15 +5,10 @@
 #include <utility>
 
 #include "engine/filesystem/contract/disk_use.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/handles/io_queue.h"
 #include "engine/filesystem/handles/request.h"
-
-namespace {
-
-constexpr std::uint64_t failed = ~std::uint64_t{0};
-
-}  // namespace
 
 Win32FileHandleAsync::Win32FileHandleAsync(CFSSource* owner, const char* native_path, std::shared_ptr<IOQueue> queue)
     : queue_(std::move(queue)), file_{.native_path = native_path}, own_request_(SFsRequest::Create(nullptr, nullptr)) {
@@ -24,7 +19,7 @@ Win32FileHandleAsync::Win32FileHandleAsync(CFSSource* owner, const char* native_
 bool Win32FileHandleAsync::Attach(platform::File file) {
     file_.length = file.length();
     file_.file = std::move(file);
-    return file_.length != failed;
+    return file_.length != fs::failed_size;
 }
 
 Win32FileHandleAsync::~Win32FileHandleAsync() {
@@ -37,7 +32,7 @@ std::uint64_t Win32FileHandleAsync::read(void* buffer, std::uint64_t size) {
     const std::uint64_t left = position_ < file_.length ? file_.length - position_ : 0;
     const std::uint64_t wanted = std::min(size, left);
     if (wanted == 0) return 0;
-    if (!ReadAndWait(buffer, wanted)) return failed;
+    if (!ReadAndWait(buffer, wanted)) return fs::failed_size;
     position_ += wanted;
     return wanted;
 }
@@ -78,8 +73,7 @@ bool Win32FileHandleAsync::Enqueue(std::uint64_t offset, std::uint64_t size, voi
 }
 
 std::uint64_t Win32FileHandleAsync::write(const void*, std::uint64_t) {
-    fs::set_error(EFSError::UNSUPPORTED, file_.native_path.c_str(), "An asynchronous file is only read.");
-    return failed;
+    return fs::fail(EFSError::UNSUPPORTED, "An asynchronous file is only read.", file_.native_path.c_str());
 }
 
 // The position is stored whatever it is; the answer says whether it lies within the file, and a negative one, taken as

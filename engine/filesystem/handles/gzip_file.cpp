@@ -14,20 +14,14 @@
 #include <zlib.h>
 
 #include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/log/message.h"
 
 namespace {
 
 constexpr MessageSource messages{"FileSystem", "engine/filesystem/files/filegzipped"};
-constexpr std::uint64_t failed = ~std::uint64_t{0};
 constexpr std::uint64_t largest_call = 1u << 30;  // what one call of the gz layer takes is 32 bits wide
 constexpr unsigned buffer_size = 64 * 1024;
-
-std::uint64_t wrong_way(const char* path, const char* text) {
-    fs::set_error(EFSError::INVALID_ARGUMENT, path, text);
-    return failed;
-}
 
 EFSError::TYPE kind_of(int code) {
     if (code == Z_ERRNO) return EFSError::IO;
@@ -78,13 +72,13 @@ void FileGzipped::FillGapAtStart() {
 }
 
 std::uint64_t FileGzipped::read(void* buffer, std::uint64_t size) {
-    if (writes_ && size != 0) return wrong_way(name, "The gzip file is open for writing.");
+    if (writes_ && size != 0) return fs::fail(EFSError::INVALID_ARGUMENT, "The gzip file is open for writing.", name);
     const fs::DiskUse use("read", fs::file_name(this));
     std::uint64_t done = 0;
     while (done < size) {
         const auto piece = static_cast<unsigned>(std::min(size - done, largest_call));
         const int got = gzread(gz_, static_cast<char*>(buffer) + done, piece);
-        if (ReportReadFailure(buffer, size, got)) return failed;
+        if (ReportReadFailure(buffer, size, got)) return fs::failed_size;
         done += static_cast<unsigned>(got);
         if (static_cast<unsigned>(got) < piece) break;
     }
@@ -114,7 +108,7 @@ void FileGzipped::ReportWriteFailure(int result, const char* action) const {
 }
 
 std::uint64_t FileGzipped::write(const void* buffer, std::uint64_t size) {
-    if (!writes_ && size != 0) return wrong_way(name, "The gzip file is open for reading.");
+    if (!writes_ && size != 0) return fs::fail(EFSError::INVALID_ARGUMENT, "The gzip file is open for reading.", name);
     if (size != 0) is_untouched_ = false;
     errno = 0;
     std::uint64_t done = 0;
@@ -125,7 +119,7 @@ std::uint64_t FileGzipped::write(const void* buffer, std::uint64_t size) {
             int result = Z_OK;
             gzerror(gz_, &result);
             ReportWriteFailure(result, "cannot be written as gzip");
-            return done != 0 ? done : failed;
+            return done != 0 ? done : fs::failed_size;
         }
         done += static_cast<unsigned>(put);
     }
@@ -136,5 +130,5 @@ bool FileGzipped::seek(std::int64_t offset, EFSSeek::TYPE origin) {
     return gzseek64(gz_, offset, static_cast<int>(origin)) != -1;
 }
 
-std::uint64_t FileGzipped::length() { return failed; }
+std::uint64_t FileGzipped::length() { return fs::failed_size; }
 std::uint64_t FileGzipped::tell() { return static_cast<std::uint64_t>(gztell64(gz_)); }

@@ -1,13 +1,12 @@
 #include "engine/filesystem/handles/native_file.h"
 
 #include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/log/message.h"
 
 namespace {
 
 constexpr MessageSource messages{"FileSystem", "engine/filesystem/win/win_files"};
-constexpr std::uint64_t failed = ~std::uint64_t{0};
 
 }  // namespace
 
@@ -21,18 +20,18 @@ std::uint64_t Win32FileHandle::read_at(void* buffer, std::uint64_t size, std::ui
 }
 
 std::uint64_t Win32FileHandle::check_read(std::uint64_t done, void* buffer, std::uint64_t size) const {
-    if (done != failed) return done;
+    if (done != fs::failed_size) return done;
     const platform::Error error = platform::last_error();
     fs::set_error_from_platform(name, "cannot be read", error);
     log_message(messages, Log::ELevel::ERRR, __LINE__, "ReadFile failed: file=%p, buffer=%p, size=%u, error=%#x(%d)\n",
                 reinterpret_cast<void*>(file_.native()), buffer, static_cast<unsigned>(size),
                 static_cast<unsigned>(error.os_code), static_cast<int>(error.os_code));
-    return failed;
+    return fs::failed_size;
 }
 
 std::uint64_t Win32FileHandle::write(const void* buffer, std::uint64_t size) {
     const std::uint64_t done = file_.write(buffer, size);
-    if (done == failed) fs::set_error_from_platform(name, "cannot be written", platform::last_error());
+    if (done == fs::failed_size) fs::refuse_by_disk(name, "cannot be written");
     return done;
 }
 
@@ -43,17 +42,12 @@ bool Win32FileHandle::seek(std::int64_t offset, EFSSeek::TYPE origin) {
 std::uint64_t Win32FileHandle::length() { return file_.length(); }
 std::uint64_t Win32FileHandle::tell() { return file_.tell(); }
 
-bool Win32FileHandle::set_eof() {
-    if (file_.set_end()) return true;
-    fs::set_error_from_platform(name, "cannot be cut or extended", platform::last_error());
-    return false;
-}
+bool Win32FileHandle::set_eof() { return file_.set_end() || fs::refuse_by_disk(name, "cannot be cut or extended"); }
 
 const void* Win32FileHandle::view(std::uint64_t& size, bool populate) {
     size = file_.length();
-    if (size == failed || size == 0) return nullptr;
+    if (size == fs::failed_size || size == 0) return nullptr;
     if (mapping_.IsEmpty()) mapping_ = platform::Mapping(file_, 0, size);
     if (!mapping_.IsEmpty() && (!populate || mapping_.Populate())) return mapping_.Data();
-    fs::set_error_from_platform(name, "cannot be mapped", platform::last_error());
-    return nullptr;
+    return fs::refuse_by_disk(name, "cannot be mapped"), nullptr;
 }

@@ -5,9 +5,10 @@
 #include <memory>
 #include <new>
 
+#include "engine/filesystem/contract/failure.h"
+
 namespace {
 
-constexpr std::uint64_t failed = ~std::uint64_t{0};
 constexpr std::uint64_t largest_bounce = 1u << 20;
 
 constexpr std::uint64_t round_up(std::uint64_t size, std::uint64_t alignment) {
@@ -44,12 +45,12 @@ QueuedFile::Status QueuedFile::ReadPieces(void* buffer, std::uint64_t offset, st
         char* const to = static_cast<char*>(buffer) + done;
         const std::uint64_t got = bounce != nullptr ? ReadBounced(bounce, to, offset + done, size - done)
                                                     : file.read_at(to, size - done, offset + done);
-        if (got != failed && got != 0) {
+        if (got != fs::failed_size && got != 0) {
             done += got;
             continue;
         }
         if (done != 0 && offset + done >= length) break;
-        const bool aborted = got == failed && platform::last_error().failure == platform::Failure::ABORTED;
+        const bool aborted = got == fs::failed_size && platform::last_error().failure == platform::Failure::ABORTED;
         return aborted ? Status::ABORTED : Status::FAILED;
     }
     return Status::DONE;
@@ -60,7 +61,7 @@ std::uint64_t QueuedFile::ReadBounced(char* bounce, void* buffer, std::uint64_t 
     const std::uint64_t skip = offset % file.alignment();
     const std::uint64_t wanted = std::min(size, largest_bounce);
     const std::uint64_t got = file.read_at(bounce, round_up(skip + wanted, file.alignment()), offset - skip);
-    if (got == failed || got <= skip) return got == failed ? failed : 0;
+    if (got == fs::failed_size || got <= skip) return got == fs::failed_size ? fs::failed_size : 0;
     const std::uint64_t piece = std::min(got - skip, wanted);
     std::memcpy(buffer, bounce + skip, static_cast<std::size_t>(piece));
     return piece;

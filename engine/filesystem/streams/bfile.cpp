@@ -8,10 +8,10 @@
 #include <limits>
 #include <string>
 
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/handles/native_open.h"
-#include "engine/filesystem/streams/failure.h"
 #include "engine/platform/files.h"
 
 namespace fs {
@@ -89,7 +89,7 @@ bool bfile_win32::State::flush() {
 /// Bytes written; 0, with the failure kept, when there are none.
 std::uint64_t bfile_win32::State::write_at(const std::uint8_t* data, std::uint64_t size, std::uint64_t offset) {
     const bool placed = file.seek(static_cast<std::int64_t>(offset), platform::Origin::BEGIN);
-    const std::uint64_t done = placed ? file.write(data, size) : failure;
+    const std::uint64_t done = placed ? file.write(data, size) : failed_size;
     if (done <= size && done != 0) return done;
     failed = true;
     refuse_by_disk(name.c_str(), "cannot be written");
@@ -121,13 +121,13 @@ std::uint64_t bfile_win32::State::read(std::uint8_t* out, std::uint64_t size) {
             pos += now;
             continue;
         }
-        if (!flush()) return done == 0 ? failure : done;
+        if (!flush()) return done == 0 ? failed_size : done;
         const bool direct = wanted >= buffer_size;
         if (!direct) move_window(pos);
         const std::uint64_t got = file.read_at(direct ? out + done : buffer.get(), direct ? wanted : buffer_size, pos);
-        if (got == failure) {
+        if (got == failed_size) {
             refuse_by_disk(name.c_str(), "cannot be read");
-            return done == 0 ? failure : done;
+            return done == 0 ? failed_size : done;
         }
         if (got == 0) break;
         length = std::max(length, pos + got);
@@ -167,11 +167,11 @@ std::uint64_t bfile_win32::State::write(const std::uint8_t* data, std::uint64_t 
             done += now;
             continue;
         }
-        if (!flush()) return done == 0 ? failure : done;
+        if (!flush()) return done == 0 ? failed_size : done;
         move_window(pos);
         if (size - done < buffer_size) continue;
         now = write_at(data + done, size - done, pos);
-        if (now == 0) return done == 0 ? failure : done;
+        if (now == 0) return done == 0 ? failed_size : done;
         done += now;
         pos += now;
         length = std::max(length, pos);
@@ -231,9 +231,9 @@ bool bfile_win32::flush() { return state_ == nullptr ? !failed_ : state_->flush(
 
 bool bfile_win32::failed() const { return state_ == nullptr ? failed_ : state_->failed || state_->uncut; }
 
-std::uint64_t bfile_win32::length() { return state_ == nullptr ? failure : state_->length; }
+std::uint64_t bfile_win32::length() { return state_ == nullptr ? failed_size : state_->length; }
 
-std::uint64_t bfile_win32::tell() { return state_ == nullptr ? failure : state_->pos; }
+std::uint64_t bfile_win32::tell() { return state_ == nullptr ? failed_size : state_->pos; }
 
 const char* bfile_win32::name() const { return state_ == nullptr ? nullptr : state_->name.c_str(); }
 

@@ -4,7 +4,7 @@
 #include <engine/filesystem/access/open.h>
 #include <engine/filesystem/streams/cached.h>
 
-#include "engine/filesystem/streams/failure.h"
+#include "engine/filesystem/contract/failure.h"
 
 namespace fs {
 
@@ -63,7 +63,7 @@ bool cachedrdfile::fetch() {
     ErrorScope scope;
     const bool can_read = handle != nullptr && window_.bytes != nullptr &&
                           handle->seek(static_cast<std::int64_t>(window_.base), EFSSeek::BEGIN);
-    const std::uint64_t got = can_read ? handle->read(window_.bytes, buffer_size_) : failure;
+    const std::uint64_t got = can_read ? handle->read(window_.bytes, buffer_size_) : failed_size;
     if (got > buffer_size_) {
         failed_ = true;
         const EFSError::TYPE code = window_.bytes == nullptr ? EFSError::OUT_OF_MEMORY
@@ -100,7 +100,7 @@ std::uint64_t cachedrdfile::read_any(std::uint8_t* out, std::uint64_t size) {
         done += now;
         if (window_.left() != 0) continue;
         window_.base = tell();
-        if (!fetch() && done == 0) return failure;
+        if (!fetch() && done == 0) return failed_size;
         if (window_.left() == 0) break;
     }
     return done;

@@ -5,9 +5,9 @@
 
 #include <engine/filesystem/streams/cached.h>
 
-#include "engine/filesystem/streams/failure.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/write_all.h"
 #include "engine/filesystem/streams/image_block.h"
-#include "engine/filesystem/streams/write_all.h"
 
 namespace fs {
 
@@ -41,7 +41,8 @@ void cachedwrnoseekfile::releasebuffer() {
 
 void cachedwrnoseekfile::flush() {
     const std::uint64_t size = window_.used();
-    if (size != 0 && handle != nullptr && !write_all(*handle, window_.bytes, size)) lost_ = last_error().code;
+    if (size != 0 && handle != nullptr && !write_all(*handle, file_name(handle), window_.bytes, size))
+        lost_ = last_error().code;
     window_.next = window_.bytes;
 }
 
@@ -119,7 +120,7 @@ void cachedwrfile::stand_at(std::uint64_t position) {
 
 void cachedwrfile::flush() {
     const std::uint64_t size = std::min(tell(), capacity());
-    if (size != 0 && handle != nullptr) write_all(*handle, image_->bytes, size);
+    if (size != 0 && handle != nullptr) write_all(*handle, file_name(handle), image_->bytes, size);
     if (image_ != nullptr) image_->written = 0;
     stand_at(0);
 }
@@ -163,7 +164,7 @@ std::uint64_t cachedwrfile::write_any(const std::uint8_t* data, std::uint64_t si
     }
     copy(window_.next, data, size);
     window_.next += size;
-    return size == 0 ? failure : size;
+    return size == 0 ? failed_size : size;
 }
 
 }  // namespace fs

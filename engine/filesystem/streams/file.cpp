@@ -3,7 +3,7 @@
 #include <engine/filesystem/access/open.h>
 #include <engine/filesystem/handles.h>
 
-#include "engine/filesystem/streams/failure.h"
+#include "engine/filesystem/contract/failure.h"
 
 namespace fs {
 

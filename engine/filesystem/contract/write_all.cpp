@@ -1,10 +1,10 @@
-#include "engine/filesystem/streams/write_all.h"
+#include "engine/filesystem/contract/write_all.h"
 
 #include "engine/filesystem/contract/set_error.h"
 
 namespace fs {
 
-bool write_all(SFsFile& file, const void* data, std::uint64_t size) {
+bool write_all(SFsFile& file, const char* path, const void* data, std::uint64_t size) {
     ErrorScope scope;
     const auto* next = static_cast<const std::uint8_t*>(data);
     std::uint64_t done = 0;
@@ -12,7 +12,7 @@ bool write_all(SFsFile& file, const void* data, std::uint64_t size) {
         done = file.write(next, left);
         if (done != 0 && done <= left) continue;
         const bool is_full = done == 0 || left != size;
-        return fail_unless_told(scope, is_full ? EFSError::DISK_FULL : EFSError::IO, file_name(&file),
+        return fail_unless_told(scope, is_full ? EFSError::DISK_FULL : EFSError::IO, path,
                                 is_full ? "The file takes no more bytes." : "The file cannot be written.");
     }
     return true;
