@@ -5,10 +5,7 @@
 namespace {
 
 /// What changes the file or directory of a name, and whether it says that it did.
-const struct {
-    const char* label;
-    bool (*change)(const char* name);
-} changes[] = {
+const std::pair<const char*, bool (*)(const char* name)> changes[] = {
     {"remove", [](const char* name) { return fs::rem_file(name); }},
     {"rename", [](const char* name) { return fs::rename(name, "other.txt"); }},
     {"copy", [](const char* name) { return fs::copy(name, "other.txt", 0); }},
@@ -21,10 +18,7 @@ const struct {
 };
 
 /// What makes a file or directory of a name, out of x.txt or the directory d.
-const struct {
-    const char* label;
-    bool (*make)(const char* name);
-} makers[] = {
+const std::pair<const char*, bool (*)(const char* name)> makers[] = {
     {"rename", [](const char* name) { return fs::rename("x.txt", name); }},
     {"copy", [](const char* name) { return fs::copy("x.txt", name, 0); }},
     {"copy a directory", [](const char* name) { return fs::copy_dir("d", name); }},
