@@ -22,7 +22,8 @@ struct EFSRequestResult {
 ///
 /// Callback runs once for each read, after the event that Wait waits for is set, on the thread that finishes the read: the
 ///          queue's worker, the thread that cancels it or closes its file, or the caller itself for 0 bytes. It may queue
-///          the next read, with this request too. It keeps the worker from all other reads while it runs.
+///          the next read, with this request too. It keeps the worker from all other reads while it runs. What it
+///          throws ends nothing but the callback.
 /// Cancel   SFsFile::cancel_async returns after the callback, except when it is called in a callback of the worker. So
 ///          the canceller must have no lock that the callback wants.
 /// Owns     counted: Create gives one reference to the caller, the queue has another while the read is under way. The

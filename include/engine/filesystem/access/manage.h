@@ -39,7 +39,7 @@ ENGINE_FS_API bool does_cache_dir_exist(const char* path);
 
 /// Renames a file within the first source that holds it. False when `to` is held already or could not be created.
 ENGINE_FS_API bool rename(const char* from, const char* to);
-/// Deletes the file in the first source that holds it.
+/// Deletes the file in the first source that holds it. No path leads out of the cache directory with IN_CACHE_DIR.
 ENGINE_FS_API bool rem_file(const char* path, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
 /// Deletes a directory with everything in it from the first writable source that has it; links go themselves. The empty
 /// path and one that climbs fail. What could not be removed is told in fs::last_error alone. Pointers from fs::search_dir

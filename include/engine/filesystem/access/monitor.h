@@ -6,7 +6,7 @@
 namespace fs {
 
 /// Hears of every native open. Called under the registry's shared lock: it may read its arguments and call nothing of
-/// fs::.
+/// fs::. An open fails (IO) when the monitor throws.
 class IFsMonitor {
 public:
     virtual void touch_file(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) = 0;
