@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """A folder is a layer: a file includes only from its own layer or a lower one, and never in a circle.
 
-A public header belongs to the layer of the room that it is named after. tools/, examples/ and
-modules/ see the public headers alone.
+A public header belongs to the layer of the room that it is named after. tools/, examples/ and modules/ see the public
+headers alone. Only the folders that are for one system may include its headers, or a processor's: what is neither ours,
+nor of C or C++, nor of a library named below is taken for one.
 
 usage: layers.py ROOT
 """
@@ -21,6 +22,13 @@ OTHERS = {"include/engine/filesystem/api.h": 0, "include/engine/kernel/thread_an
           "include/engine/filesystem_c.h": 8.5, "include/engine/filesystem.h": 9,
           "include/engine/filesystem/comfort.h": 9}
 ROOM = re.compile(r"^(?:include/)?engine/filesystem/([a-z_]+)(?:\.h$|/)")
+# A header of C++ has neither a directory nor an ending.
+C_HEADERS = {name + ".h" for name in ("assert ctype errno float inttypes limits math stdarg stddef stdint stdio stdlib string "
+                                      "time wchar wctype").split()}
+LIBRARIES = {"engine/": ("zlib.h", "miniz.h", "libdeflate.h", "igzip_lib.h", "crc.h", "zstd.h"), "tools/": ("CLI/", "nlohmann/", "zlib.h", "libdeflate.h"),
+             "examples/adapters/": ("SDL.h", "SDL3/SDL.h", "lua.h", "lauxlib.h", "lualib.h", "stb_image.h", "imgui.h")}
+SYSTEM_FOLDERS = ("engine/platform/posix/", "engine/platform/linux/", "engine/platform/windows/", "modules/",
+                  "tools/enginefs/terminal.cpp", "tools/enginefs/mount/fuse/")
 
 
 def layer(path):
@@ -44,6 +52,11 @@ def resolve(known, path, kind, name):
     return next((place for place in places if place in known), None)
 
 
+def allowed(path, name):
+    return path.startswith(SYSTEM_FOLDERS) or name.isidentifier() or name in C_HEADERS or any(
+        path.startswith(folder) and name.startswith(libraries) for folder, libraries in LIBRARIES.items())
+
+
 def check_file(root, known, path, graph):
     if layer(path) is None:
         yield f"{path}: belongs to no layer; tests/checks/layers.py names them"
@@ -54,6 +67,8 @@ def check_file(root, known, path, graph):
         if target is None:
             if name.startswith("engine/"):
                 yield f"{path}:{line}: {name} is not in the tree"
+            elif not allowed(path, name):
+                yield f"{path}:{line}: {name} is an operating system's header, or is not known to this check"
             continue
         graph[path].append(target)
         if (layer(target) or 0) > layer(path):
