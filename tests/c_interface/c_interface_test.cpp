@@ -12,10 +12,11 @@
 #include <utility>
 #include <vector>
 
-#include "tests/c_interface/tour.h"
 #include "tests/support/temp_directory.h"
 
 namespace {
+
+using testing::ElementsAre;
 
 constexpr char not_utf8[] = "caf\xE9";
 constexpr std::uint32_t for_ever = 0xFFFFFFFF;
@@ -47,6 +48,29 @@ void expect_failure(bool failed, int code) {
     EXPECT_EQ(enginefs_last_error(nullptr), code) << error_text();
     EXPECT_NE(error_text(), "");
     enginefs_clear_error();
+}
+
+/// The bytes of a file, behind which there is a zero; "(none)" when they are not to be had.
+std::string loaded(const char* path, std::uint32_t flags = 0) {
+    std::uint64_t size = 7;
+    char* const text = static_cast<char*>(enginefs_load(path, flags, &size));
+    EXPECT_TRUE(text != nullptr ? text[size] == '\0' : size == 0);
+    const std::string bytes = text != nullptr ? std::string(text, size) : "(none)";
+    enginefs_free(text);
+    return bytes;
+}
+
+/// The texts of a list, which ends with this.
+std::vector<std::string> texts(enginefs_list* list) {
+    std::vector<std::string> all;
+    std::string joined;
+    for (std::int64_t i = 0; i < enginefs_list_count(list); ++i)
+        joined += all.emplace_back(enginefs_list_at(list, static_cast<std::uint64_t>(i))) + '\0';
+    std::uint64_t size = 0;
+    const char* const block = enginefs_list_block(list, &size);
+    EXPECT_EQ(std::string_view(block, size), joined);
+    EXPECT_TRUE(list != nullptr && enginefs_list_free(list) == ENGINEFS_OK) << error_text();
+    return all;
 }
 
 enginefs_async_load* load_of(const char* path, std::uint32_t flags, enginefs_load_callback callback = nullptr,
@@ -113,12 +137,6 @@ protected:
     const TempDirectory directory_;
 };
 
-TEST(CInterfaceTour, EveryFamilyServesAProgramInC) {
-    const TempDirectory directory;
-    directory.write("root/levels/one.txt", "first level\n");
-    EXPECT_STREQ(tour((directory / "root").c_str(), (directory / "made.pak").c_str()), nullptr) << error_text();
-}
-
 TEST(CInterfaceStart, FailsInsteadOfEndingTheProcess) {
     const TempDirectory directory;
     directory.write("a.txt", "");
@@ -142,6 +160,100 @@ TEST(CInterfaceStart, FailsInsteadOfEndingTheProcess) {
     expect_failure(enginefs_search("", "", 1) == nullptr, ENGINEFS_ERROR_NOT_INITIALIZED);
 }
 
+TEST_F(CInterface, AFileIsWhatWasCommitted) {
+    char bytes[16];
+    enginefs_file* file = enginefs_open("saves/one.sav", ENGINEFS_WRITE, ENGINEFS_OPEN_REPLACE);
+    EXPECT_EQ(enginefs_write(file, "0123456789", 10), 10);
+    EXPECT_EQ(enginefs_exists("saves/one.sav", 0), 0);
+    EXPECT_EQ(enginefs_commit(file), ENGINEFS_OK);
+    file = enginefs_open("saves/one.sav", ENGINEFS_WRITE, ENGINEFS_OPEN_REPLACE);
+    EXPECT_TRUE(enginefs_write(file, "other", 5) == 5 && enginefs_discard(file) == ENGINEFS_OK);
+
+    file = enginefs_open("SAVES\\ONE.SAV", ENGINEFS_READ_WRITE, 0);
+    EXPECT_TRUE(enginefs_length(file) == 10 && enginefs_tell(file) == 0);
+    EXPECT_EQ(enginefs_seek(file, -3, ENGINEFS_SEEK_END), ENGINEFS_OK);
+    EXPECT_TRUE(enginefs_read(file, bytes, 16) == 3 && std::string_view(bytes, 3) == "789");
+    EXPECT_EQ(enginefs_read(file, bytes, 16), 0);
+    EXPECT_EQ(enginefs_seek(file, -6, ENGINEFS_SEEK_CURRENT), ENGINEFS_OK);
+    EXPECT_TRUE(enginefs_set_end(file) == ENGINEFS_OK && enginefs_length(file) == 4);
+    EXPECT_EQ(enginefs_close(file), ENGINEFS_OK);
+}
+
+TEST_F(CInterface, WholeFilesAreSavedAndFound) {
+    auto info = sized<enginefs_info>();
+    EXPECT_EQ(enginefs_version(), static_cast<std::uint32_t>(ENGINEFS_VERSION));
+    EXPECT_EQ(loaded("one.txt"), "first level\n");
+    EXPECT_EQ(loaded("one.txt", ENGINEFS_OPEN_WHOLE_NAME), "(none)");
+    EXPECT_TRUE(enginefs_save("new/a.bin", "abc", 3, 0) == 0 && enginefs_save("empty", nullptr, 0, 0) == 0);
+    EXPECT_EQ(loaded("empty"), "");
+    EXPECT_TRUE(enginefs_crc("new/a.bin", 0, &a_crc) == ENGINEFS_OK && a_crc == 0x352441C2);
+    EXPECT_EQ(enginefs_stat("new/a.bin", 0, &info), ENGINEFS_OK);
+    EXPECT_TRUE(info.type == ENGINEFS_TYPE_FILE && info.size == 3 && info.kind == ENGINEFS_KIND_ROOT);
+    EXPECT_TRUE(!info.is_read_only && !info.is_protected);
+    EXPECT_EQ(enginefs_stat("new", 0, &info), ENGINEFS_OK);
+    EXPECT_TRUE(info.type == ENGINEFS_TYPE_DIRECTORY && info.size == -1);
+
+    EXPECT_THAT(texts(enginefs_search("", "*.?in", 1)), ElementsAre("new/a.bin"));
+    EXPECT_THAT(texts(enginefs_search("levels", "*.none", 0)), ElementsAre());
+    EXPECT_THAT(texts(enginefs_dirs("", 1)), ElementsAre("cache", "cache/levels", "levels", "new"));
+    enginefs_record_access(1);
+    loaded("levels/one.txt");
+    enginefs_record_access(0);
+    EXPECT_THAT(texts(enginefs_access_record()), ElementsAre("levels/one.txt"));
+}
+
+TEST_F(CInterface, APackIsMadeListedAndMounted) {
+    const unsigned char deflated[] = {0x4B, 0x4C, 0x4A, 0x06, 0x00};  // "abc"
+    const std::string path = directory_ / "made.pak";
+    enginefs_pack* pack = enginefs_pack_create(path.c_str());
+    EXPECT_TRUE(enginefs_pack_cancel(pack) == ENGINEFS_OK && enginefs_pack_list(path.c_str()) == nullptr);
+    pack = enginefs_pack_create(path.c_str());
+    EXPECT_EQ(enginefs_pack_add(pack, "p/one.txt", "in a pack", 9, ENGINEFS_METHOD_STORE, 0, 0), ENGINEFS_OK);
+    EXPECT_EQ(enginefs_pack_add_deflated(pack, "p/two.txt", deflated, 5, 3, 0x352441C2, 0), ENGINEFS_OK);
+    EXPECT_EQ(enginefs_pack_finish(pack), ENGINEFS_OK);
+    enginefs_list* list = enginefs_pack_list(path.c_str());
+    auto entry = sized<enginefs_pack_entry>();
+    EXPECT_EQ(enginefs_pack_entry_at(list, 1, &entry), ENGINEFS_OK);
+    EXPECT_TRUE(entry.method == ENGINEFS_METHOD_DEFLATE && entry.size == 3 && entry.packed_size == 5);
+    EXPECT_EQ(entry.crc, 0x352441C2u);
+    EXPECT_THAT(texts(list), ElementsAre("p/one.txt", "p/two.txt"));
+
+    EXPECT_EQ(enginefs_add_source_at(path.c_str(), "mods/snow", ENGINEFS_SOURCE_EXACT_SEEKS), ENGINEFS_OK);
+    auto source = sized<enginefs_source_info>();
+    list = enginefs_sources();
+    EXPECT_EQ(enginefs_source_at(list, 0, &source), ENGINEFS_OK);
+    EXPECT_TRUE(source.kind == ENGINEFS_KIND_PACK && source.flags == ENGINEFS_SOURCE_EXACT_SEEKS);
+    EXPECT_TRUE(!source.is_writable && texts(list).size() == 2);
+    EXPECT_THAT(texts(enginefs_holders("mods/snow/p/two.txt", 0)), ElementsAre(path));
+    auto info = sized<enginefs_info>();
+    EXPECT_EQ(enginefs_stat("mods/snow/p/two.txt", 0, &info), ENGINEFS_OK);
+    EXPECT_TRUE(info.size == 3 && info.time == 0 && info.kind == ENGINEFS_KIND_PACK && info.is_read_only);
+    EXPECT_TRUE(enginefs_refresh(nullptr) == ENGINEFS_OK && enginefs_refresh("levels") == ENGINEFS_OK);
+    EXPECT_TRUE(enginefs_remove_source(path.c_str()) == ENGINEFS_OK && !enginefs_exists("mods/snow/p/two.txt", 0));
+}
+
+TEST_F(CInterface, ALoadGivesItsBlockOnceOrFillsTheCallersBuffer) {
+    char buffer[5];
+    std::uint64_t size = 0;
+    enginefs_async_load* load = load_of("levels/one.txt", 0);
+    EXPECT_TRUE(enginefs_load_wait(load, for_ever) == 1 && enginefs_load_state(load) == ENGINEFS_LOAD_DONE);
+    void* const block = enginefs_load_take(load, &size);
+    EXPECT_EQ(std::string(static_cast<char*>(block), size), "first level\n");
+    EXPECT_EQ(enginefs_load_take(load, &size), nullptr);
+    enginefs_free(block);
+    EXPECT_TRUE(enginefs_load_cancel(load) == ENGINEFS_OK && enginefs_load_release(load) == ENGINEFS_OK);
+
+    auto wish = sized<enginefs_load_wish>();
+    wish.path = "levels/one.txt";
+    wish.offset = 6;
+    wish.size = wish.capacity = sizeof buffer;
+    wish.buffer = buffer;
+    load = enginefs_load_async(&wish);
+    EXPECT_TRUE(enginefs_load_wait(load, for_ever) == 1 && enginefs_load_take(load, &size) == buffer);
+    EXPECT_EQ(std::string_view(buffer, size), "level");
+    EXPECT_EQ(enginefs_load_release(load), ENGINEFS_OK);
+}
+
 TEST_F(CInterface, WrongNamesAndFlagsAreInvalidArgument) {
     for (const NamedCall& call : named_calls) {
         SCOPED_TRACE(call.label);
@@ -160,20 +272,12 @@ TEST_F(CInterface, HandlesThatHaveEndedAreOfAnotherKindOrMadeUpAreInvalidArgumen
     enginefs_list* const list = enginefs_search("", nullptr, 1);
     const std::function<bool(void*)> calls[] = {
         [&](void* bad) { return enginefs_close(static_cast<enginefs_file*>(bad)) != 0; },
-        [&](void* bad) { return enginefs_discard(static_cast<enginefs_file*>(bad)) != 0; },
         [&](void* bad) { return enginefs_read(static_cast<enginefs_file*>(bad), bytes, 1) == -1; },
-        [&](void* bad) { return enginefs_write(static_cast<enginefs_file*>(bad), bytes, 1) == -1; },
         [&](void* bad) { return enginefs_seek(static_cast<enginefs_file*>(bad), 0, ENGINEFS_SEEK_BEGIN) != 0; },
-        [&](void* bad) { return enginefs_tell(static_cast<enginefs_file*>(bad)) == -1; },
-        [&](void* bad) { return enginefs_length(static_cast<enginefs_file*>(bad)) == -1; },
-        [&](void* bad) { return enginefs_set_end(static_cast<enginefs_file*>(bad)) != 0; },
         [&](void* bad) { return enginefs_pack_add(static_cast<enginefs_pack*>(bad), "x", "x", 1, 8, 6, 0) != 0; },
-        [&](void* bad) { return enginefs_pack_finish(static_cast<enginefs_pack*>(bad)) != 0; },
         [&](void* bad) { return enginefs_load_wait(static_cast<enginefs_async_load*>(bad), for_ever) == -1; },
         [&](void* bad) { return enginefs_load_state(static_cast<enginefs_async_load*>(bad)) == -1; },
         [&](void* bad) { return enginefs_load_take(static_cast<enginefs_async_load*>(bad), nullptr) == nullptr; },
-        [&](void* bad) { return enginefs_load_cancel(static_cast<enginefs_async_load*>(bad)) != 0; },
-        [&](void* bad) { return enginefs_load_release(static_cast<enginefs_async_load*>(bad)) != 0; },
     };
     for (void* const bad : {static_cast<void*>(nullptr), static_cast<void*>(closed), static_cast<void*>(list),
                             static_cast<void*>(bytes)}) {
@@ -256,9 +360,7 @@ TEST_F(CInterface, FlagsMeanTheSameWhereverAFileIsNamed) {
         }
         EXPECT_TRUE(call.fails("one.txt", ENGINEFS_OPEN_WHOLE_NAME));
     }
-    enginefs_list* const holders = enginefs_holders("one.txt", ENGINEFS_OPEN_WHOLE_NAME);
-    EXPECT_EQ(enginefs_list_count(holders), 0);
-    enginefs_list_free(holders);
+    EXPECT_THAT(texts(enginefs_holders("one.txt", ENGINEFS_OPEN_WHOLE_NAME)), ElementsAre());
 
     constexpr std::uint32_t in_cache = ENGINEFS_OPEN_IN_CACHE_DIR;
     EXPECT_EQ(enginefs_mkdir("made", in_cache), ENGINEFS_OK) << error_text();
@@ -317,12 +419,7 @@ TEST_F(CInterface, DamageFailsTheReadThatMeetsIt) {
 TEST_F(CInterface, AWholeGzipStreamIsLoadedThoughItsLengthIsNotKnown) {
     const std::string bytes(200'000, 'z');
     ASSERT_EQ(enginefs_save("a.gz", bytes.data(), bytes.size(), ENGINEFS_OPEN_GZIP_LEVEL1), ENGINEFS_OK);
-    std::uint64_t size = 0;
-    char* const text = static_cast<char*>(enginefs_load("a.gz", ENGINEFS_OPEN_GZIP, &size));
-    ASSERT_NE(text, nullptr) << error_text();
-    EXPECT_EQ(std::string_view(text), bytes);
-    EXPECT_EQ(size, bytes.size());
-    enginefs_free(text);
+    EXPECT_EQ(loaded("a.gz", ENGINEFS_OPEN_GZIP), bytes);
 }
 
 /// A pack in memory, which may be torn off.
@@ -354,9 +451,7 @@ TEST_F(CInterface, APackIsReadThroughTheHostAndReleasedOnceWhateverHappens) {
     Memory memory{.bytes = directory_.read("one.pak")};
     enginefs_pack_reader reader = memory.reader();
     ASSERT_EQ(enginefs_add_pack_reader("memory", &reader, 0), ENGINEFS_OK) << error_text();
-    char* const text = static_cast<char*>(enginefs_load("bytes", 0, nullptr));
-    EXPECT_STREQ(text, "in memory");
-    enginefs_free(text);
+    EXPECT_EQ(loaded("bytes"), "in memory");
     EXPECT_EQ(enginefs_add_pack_reader("memory", &reader, 0), ENGINEFS_ERROR_ALREADY_EXISTS);
     EXPECT_EQ(memory.released, 1);
     EXPECT_EQ(enginefs_remove_source("memory"), ENGINEFS_OK);
