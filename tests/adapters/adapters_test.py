@@ -9,10 +9,13 @@ import random
 import struct
 import subprocess
 import sys
-import tempfile
 import zipfile
 import zlib
 
+sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
+import complaints
+
+FONTS = glob.glob("/usr/share/fonts/**/*.ttf", recursive=True)[:1]
 WIDTH, HEIGHT, PIXEL = 61, 40, (10, 20, 30)
 LUA_GOOD = (
     'assert(require("greet")("you") == "hello you" and require("deep.well").depth == 7 and package.loaded.greet)',
@@ -46,9 +49,10 @@ def png():
             chunk(b"teSt", bytes(9000)) + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
 
 
-class Examples:
+class Examples(complaints.Complaints):
     def __init__(self, where, command):
-        self.where, self.command, self.failures = where, command, 0
+        super().__init__(where)
+        self.command = command
         # A Windows program names the disk under Wine by its letter.
         self.native = "Z:" + where if command[0] != command[-1] and command[-1].endswith(".exe") else where
 
@@ -56,9 +60,9 @@ class Examples:
         root = f"{self.native}/root"
         result = subprocess.run([*self.command, root, f"{self.native}/{pack}", *arguments], capture_output=True, text=True,
                                 check=False, timeout=120)
-        if result.returncode != status or out not in result.stdout or err not in result.stderr:
-            self.failures += 1
-            print(f"{arguments}: status {result.returncode}, not {status}; wanted {out!r} and {err!r}\n{result.stdout}{result.stderr}")
+        self.runs += 1
+        self.check(result.returncode == status and out in result.stdout and err in result.stderr,
+                   f"{arguments}: status {result.returncode}, not {status}; wanted {out!r} and {err!r}\n{result.stdout}{result.stderr}")
 
 
 def write_packs(where):
@@ -75,7 +79,7 @@ def write_packs(where):
         pack.writestr("deflated.bin", data, zipfile.ZIP_DEFLATED)
         for name, content in {"sky.bmp": bmp(), "sky.png": png(), **texts}.items():
             pack.writestr(name, content, zipfile.ZIP_DEFLATED)
-        for font in glob.glob("/usr/share/fonts/**/*.ttf", recursive=True)[:1]:
+        for font in FONTS:
             pack.write(font, "font.ttf", zipfile.ZIP_DEFLATED)
         entry = pack.getinfo("deflated.bin")
         middle = entry.header_offset + 100 + entry.compress_size // 2
@@ -86,7 +90,8 @@ def write_packs(where):
         pack.write(damaged)
 
 
-def run_example(example, run, native):
+def run_example(example, examples):
+    run, native = examples.run, examples.native
     size_and_pixel = f"{WIDTH} x {HEIGHT}, the first pixel is {' '.join(map(str, PIXEL))}"
     if example == "istream":
         for name in ("stored.bin", "deflated.bin"):
@@ -97,6 +102,8 @@ def run_example(example, run, native):
         run("bad.pak", ["deflated.bin"], 1, err="deflated.bin: ")
         run("good.pak", ["nowhere"], 1, err="nowhere: ")
         run("good.pak", ["lines.txt"], out=f"the last byte is {ord('r')}")
+        with open(f"{examples.where}/root/copy", "rb") as copy:
+            examples.check(copy.read() == b"one\n\nthree\nfour", "the copy is another file")
     elif example in ("sdl2", "stb_image", "imgui"):
         name = {"sdl2": "sky.bmp", "stb_image": "sky.png", "imgui": "font.ttf"}[example]
         run("good.pak", [name], out="A is there" if example == "imgui" else size_and_pixel)
@@ -108,18 +115,14 @@ def run_example(example, run, native):
 
 
 def main(example, program, *emulator):
-    with tempfile.TemporaryDirectory() as where:
+    if example == "imgui" and not FONTS:
+        return print("not available: a font")
+
+    def make(where):
         write_packs(where)
-        if example == "imgui" and "font.ttf" not in zipfile.ZipFile(f"{where}/good.pak").namelist():
-            print("not available: a font")
-            return
-        examples = Examples(where, [*filter(None, emulator), program])
-        run_example(example, examples.run, examples.native)
-        if example == "sdl3":
-            with open(f"{where}/root/copy", "rb") as copy:
-                examples.failures += copy.read() != b"one\n\nthree\nfour"
-        print(f"{example}: {examples.failures} complaint(s)")
-        sys.exit(1 if examples.failures else 0)
+        return Examples(where, [*filter(None, emulator), program])
+
+    complaints.main(make, lambda examples: run_example(example, examples))
 
 
 if __name__ == "__main__":

@@ -9,11 +9,8 @@ import os
 import re
 import resource
 import shutil
-import socketserver
 import ssl
 import subprocess
-import sys
-import tempfile
 import threading
 import time
 
@@ -156,12 +153,12 @@ SERVERS = {
 }
 
 
-def servers(client, server, pack, count):
+def servers(client, server):
     for mode, (_, wanted, options, most) in SERVERS.items():
         began = time.monotonic()
         url = server.start(mode.replace("%20", " "))
-        client.run(mode, wanted.replace("{count}", str(count)), url, "", pack, 0 if "threads=0" in options else 4,
-                   *(option for option in options if option != "threads=0"))
+        threads, options = (0, options[1:]) if "threads=0" in options else (4, options)
+        client.run(mode, wanted.replace("{count}", str(client.count)), url, "", threads, *options)
         seen, waited = server.seen, time.monotonic() - began
         client.check(len(seen) <= most, f"{mode}: {len(seen)} requests")
         client.check(server.sent < 48 << 20, f"{mode}: {server.sent} bytes were sent")
@@ -171,21 +168,21 @@ def servers(client, server, pack, count):
         client.check(waited < 5 and (mode != "obeyed" or waited >= 1), f"{mode}: took {waited:.1f} s")
     SERVERS["key"] = (lambda a: a.send(401),)
     secret = server.start("key").replace("http://", "http://user:secret@") + "?signature=secret"
-    said = client.run("key", fails("the server answers 401"), secret, "", pack, 1)
+    said = client.run("key", fails("the server answers 401"), secret)
     client.check("secret" not in said and "Authorization" in server.seen[0], "key: the password is told, or not sent")
     for url in ("ftp://127.0.0.1/x.pak", "file:///etc/passwd", "x.pak", ""):
-        client.run(url, r'The pack "\(no URL\)" cannot be read: its URL is none of http or https. \(15\)', url, "", pack, 1)
+        client.run(url, r'The pack "\(no URL\)" cannot be read: its URL is none of http or https. \(15\)', url)
 
 
-def kept_blocks(client, server, pack, changed, count, where):
-    cache, all_good, url = os.path.join(where, "cache", "deep"), f"{count} good", server.start("good")
-    client.run("kept", all_good, url, cache, pack, 4)
+def kept_blocks(client, server):
+    cache, all_good, url = os.path.join(client.where, "cache", "deep"), f"{client.count} good", server.start("good")
+    client.run("kept", all_good, url, cache, 4)
     (kept,) = (os.path.join(cache, name) for name in os.listdir(cache))
     client.check(re.fullmatch(r"[0-9a-f]{32}\.blocks", os.path.basename(kept)), f"{kept} is its name")
     with open(kept, "rb") as file:
         good = file.read()
     server.start("good")
-    client.run("again", all_good, url, cache, pack, 4)
+    client.run("again", all_good, url, cache, 4)
     client.check(len(server.seen) == 1 and server.sent == 22, f"again: {len(server.seen)} requests, {server.sent} bytes")
     damage = [(f"cut at {size}", good[:size]) for size in (0, 1, 30, 4095, 4099, 8192, len(good) // 2, len(good) - 1)]
     for at in (3, 26, 4090, 4096, 4103, 8192, len(good) // 2, len(good) - 1):
@@ -194,68 +191,60 @@ def kept_blocks(client, server, pack, changed, count, where):
     for label, data in damage:
         with open(kept, "wb") as file:
             file.write(data)
-        client.run(label, all_good, url, cache, pack, 4)
+        client.run(label, all_good, url, cache, 4)
         with open(kept, "rb") as file:
             client.check(file.read() == good, f"{label}: it was not made good")
-    for process in [client.start(url, cache, pack, 4) for _ in range(3)]:
+    for process in [client.start(url, cache, 4) for _ in range(3)]:
         client.ended("at once", process, all_good)
     server.old, server.new = server.new, server.old
-    client.run("another size", all_good, url, cache, changed, 4)
+    client.run("another size", all_good, url, cache, 4, pack=client.changed)
     server.old, server.new = server.new, server.old
     os.remove(kept)
     limits = resource.getrlimit(resource.RLIMIT_FSIZE)
     resource.setrlimit(resource.RLIMIT_FSIZE, (300000, limits[1]))
-    client.run("a full disk", all_good, url, cache, pack, 4)
+    client.run("a full disk", all_good, url, cache, 4)
     resource.setrlimit(resource.RLIMIT_FSIZE, limits)
     os.remove(kept)
     os.mkdir(kept)
-    client.run("a directory in its place", all_good, url, cache, pack, 1)
-    client.run("no directory", all_good, url, os.path.join(pack, "x"), pack, 1)
+    client.run("a directory in its place", all_good, url, cache)
+    client.run("no directory", all_good, url, os.path.join(client.pack, "x"))
 
 
-def certificate(client, server, pack, where):
+def certificate(client, server):
     """One that nobody vouches for is not taken."""
     if not shutil.which("openssl"):
         print("openssl is not available: certificates are not looked at")
         return
-    key = os.path.join(where, "key.pem")
+    key = os.path.join(client.where, "key.pem")
     subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", key + ".crt", "-days", "2",
                     "-subj", "/CN=127.0.0.1"], check=True, capture_output=True)
     context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
     context.load_cert_chain(key + ".crt", key)
     server.socket = context.wrap_socket(server.socket, server_side=True)
     url = server.start("good").replace("http:", "https:")
-    client.run("certificate", fails(r"the transfer failed \(SSL peer certificate .*\)").replace("http:", "https:"), url, "", pack, 1)
+    client.run("certificate", fails(r"the transfer failed \(SSL peer certificate .*\)").replace("http:", "https:"), url)
 
 
-def tool(client, enginefs, server, where):
+def tool(client, server, enginefs):
     url = server.start("good")
-    command = [enginefs, "--root", where, "--cache", where, "--add", url.replace("//", "//me:secret@")]
-    listed = subprocess.run([*command, "cat", "big.bin"], capture_output=True, check=False, env=client.environment)
+
+    def run(*words):
+        return subprocess.run([enginefs, "--root", client.where, *words], capture_output=True, check=False, env=client.environment)
+
+    listed = run("--cache", client.where, "--add", url.replace("//", "//me:secret@"), "cat", "big.bin")
     client.check(len(listed.stdout) == 1 << 20 and listed.returncode == 0, f"enginefs: {listed.stderr!r}")
-    failed = subprocess.run([enginefs, "--root", where, "--add", url.replace("good", "missing"), "ls"], capture_output=True,
-                            check=False, env=client.environment)
+    failed = run("--add", url.replace("good", "missing"), "ls")
     client.check(failed.returncode == 1 and b"answers 404" in failed.stderr, f"enginefs: {failed.stderr!r}")
 
 
-def main(program, enginefs):
-    socketserver.TCPServer.allow_reuse_address = True
-    where = tempfile.mkdtemp(prefix="enginefs-http-")
-    client = kit.Client(program, where)
-    pack, changed = (os.path.join(where, name) for name in ("one.pak", "two.pak"))
-    count = kit.make_pack(pack, 1)
-    kit.make_pack(changed, 2)
-    server = Server(pack, changed)
+def rude_servers(client, enginefs):
+    server = Server(client.pack, client.changed)
     threading.Thread(target=server.serve_forever, daemon=True).start()
-    try:
-        servers(client, server, pack, count)
-        kept_blocks(client, server, pack, changed, count, where)
-        tool(client, enginefs, server, where)
-        certificate(client, server, pack, where)
-    finally:
-        shutil.rmtree(where, ignore_errors=True)
-    client.finish()
+    servers(client, server)
+    kept_blocks(client, server)
+    tool(client, server, os.path.abspath(enginefs))
+    certificate(client, server)
 
 
 if __name__ == "__main__":
-    main(*map(os.path.abspath, sys.argv[1:3]))
+    kit.main(rude_servers)

@@ -1,4 +1,4 @@
-"""What the tests of packs by URL share: the client, and a pack of a few megabytes."""
+"""What the tests of packs by URL share: the client, and packs of a few megabytes."""
 import os
 import random
 import re
@@ -6,8 +6,11 @@ import subprocess
 import sys
 import zipfile
 
+sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
+import complaints
 
-def make_pack(path, seed, entries=60):
+
+def make_pack(path, seed, entries):
     """Entries stored and deflated, from nothing to a megabyte; a second seed gives other bytes in as many places."""
     chance = random.Random(seed)
     with zipfile.ZipFile(path, "w") as pack:
@@ -21,17 +24,18 @@ def make_pack(path, seed, entries=60):
     return entries + 1
 
 
-class Client:
-    def __init__(self, program, where):
-        self.program, self.where, self.failures, self.runs = program, where, [], 0
+class Client(complaints.Complaints):
+    """The client, a pack with so many entries, and one that is as long and full of other bytes."""
+
+    def __init__(self, program, where, entries):
+        super().__init__(where)
+        self.program = os.path.abspath(program)
+        self.pack, self.changed = (os.path.join(where, name) for name in ("one.pak", "two.pak"))
+        self.count, _ = make_pack(self.pack, 1, entries), make_pack(self.changed, 2, entries)
         self.environment = {**os.environ, "no_proxy": "*", "NO_PROXY": "*", "TMPDIR": where}
 
-    def check(self, holds, what):
-        if not holds:
-            self.failures.append(what)
-
-    def start(self, url, cache, pack, threads, *options):
-        return subprocess.Popen([self.program, url, cache, pack, str(threads), *options], stdout=subprocess.PIPE,
+    def start(self, url, cache="", threads=1, *options, pack=None):
+        return subprocess.Popen([self.program, url, cache, pack or self.pack, str(threads), *options], stdout=subprocess.PIPE,
                                 stderr=subprocess.STDOUT, env=self.environment, cwd=self.where, restore_signals=False)
 
     def ended(self, label, process, wanted):
@@ -45,11 +49,11 @@ class Client:
         self.check(re.fullmatch(wanted, said, re.S), f"{label}: {said[:300]!r}, wanted {wanted!r}")
         return said
 
-    def run(self, label, wanted, *arguments):
-        return self.ended(label, self.start(*arguments), wanted)
+    def run(self, label, wanted, *arguments, **options):
+        return self.ended(label, self.start(*arguments, **options), wanted)
 
-    def finish(self):
-        for failure in self.failures:
-            print(failure)
-        print(f"{self.runs} runs, {len(self.failures)} complaint(s)")
-        sys.exit(1 if self.failures else 0)
+
+def main(part, entries=60):
+    """Calls `part` with a client, and with what stands behind its program on the command line."""
+    program, *others = sys.argv[1:]
+    complaints.main(lambda where: Client(program, where, entries), lambda client: part(client, *others))

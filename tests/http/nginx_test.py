@@ -8,7 +8,6 @@ import shutil
 import socket
 import subprocess
 import sys
-import tempfile
 import time
 
 import kit
@@ -59,41 +58,33 @@ def requests(where):
 
 
 def run(client, where, port):
-    pack, changed, served, cache = (os.path.join(where, name) for name in ("one.pak", "two.pak", "www/x.pak", "cache"))
-    count = kit.make_pack(pack, 1, 99)
-    kit.make_pack(changed, 2, 99)
+    served, cache = (os.path.join(where, name) for name in ("www/x.pak", "cache"))
     os.mkdir(os.path.join(where, "www"))
-    shutil.copyfile(pack, served)
-    url = f"http://127.0.0.1:{port}/x.pak"
-    client.run("mount", "0 good", url, "", pack, 0)
+    shutil.copyfile(client.pack, served)
+    url, all_good = f"http://127.0.0.1:{port}/x.pak", f"{client.count} good"
+    client.run("mount", "0 good", url, "", 0)
     client.check(requests(where) == 1, f"mount: {requests(where)} requests")
-    client.run("100 entries at once", f"{count} good", url, cache, pack, count)
+    client.run("100 entries at once", all_good, url, cache, client.count)
     before = requests(where)
-    client.run("from the cache", f"{count} good", url, cache, pack, 8)
+    client.run("from the cache", all_good, url, cache, 8)
     client.check(requests(where) == before + 1, f"from the cache: {requests(where) - before} requests")
-    os.replace(changed, served)
-    shutil.copyfile(served, changed)
-    client.run("changed between runs", f"{count} good", url, cache, changed, 8)
+    shutil.copyfile(client.changed, served)
+    client.run("changed between runs", all_good, url, cache, 8, pack=client.changed)
     client.run("no ranges", r"The pack .* cannot be read: the server does not serve parts of the file. \(15\)",
-               url.replace("x.pak", "whole/x.pak"), "", pack, 1)
+               url.replace("x.pak", "whole/x.pak"))
 
 
-def main(program, deps):
+def over_nginx(client, deps):
     nginx = find_nginx(deps)
     if not nginx:
-        print("nginx is not available (nginx-light)")
-        return
-    where = tempfile.mkdtemp(prefix="enginefs-nginx-")
-    client = kit.Client(program, where)
-    server, port = start(nginx, where)
+        return print("nginx is not available (nginx-light)")
+    server, port = start(nginx, client.where)
     try:
-        run(client, where, port)
+        run(client, client.where, port)
     finally:
         server.terminate()
         server.wait()
-        shutil.rmtree(where, ignore_errors=True)
-    client.finish()
 
 
 if __name__ == "__main__":
-    main(*map(os.path.abspath, sys.argv[1:3]))
+    kit.main(over_nginx, entries=99)

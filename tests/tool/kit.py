@@ -2,17 +2,19 @@
 import glob
 import os
 import re
-import shutil
 import subprocess
 import sys
-import tempfile
+
+sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
+import complaints
 
 PLAIN = b"one line of plain text\n" * 4000
 
 
-class Tool:
+class Tool(complaints.Complaints):
     def __init__(self, command, where):
-        self.command, self.where, self.failures, self.runs = command, where, [], 0
+        super().__init__(where)
+        self.command = command
         self.native = len(command) == 4  # else it runs in an emulator, which has limits of its own
 
     def path(self, *names):
@@ -30,10 +32,6 @@ class Tool:
     def files(self):
         """Every file by its path, with its bytes."""
         return {path: self.read(path) for path in glob.glob(self.path("**"), recursive=True) if os.path.isfile(path)}
-
-    def check(self, holds, what):
-        if not holds:
-            self.failures.append(what)
 
     def is_file(self, name, data):
         there = os.path.exists(self.path(name))
@@ -67,18 +65,14 @@ class Tool:
             self.run(line, 1, err=err)
 
 
-def main(parts):
-    """Runs `parts` one after another on one tree, by the program (and its emulator) that the command line names."""
+def make(where):
+    """The program (and its emulator) that the command line names, over a tree with a file."""
     program, *emulator = sys.argv[1:]
-    where = tempfile.mkdtemp(prefix="enginefs-tool-")
     tool = Tool([*filter(None, emulator), program, "--root", "root", "--no-fallback"], where)
     tool.write("root/Readme.txt", b"hello\n")
-    try:
-        for part in parts:
-            part(tool)
-    finally:
-        shutil.rmtree(where, ignore_errors=True)
-    for failure in tool.failures:
-        print(failure)
-    print(f"{tool.runs} runs, {len(tool.failures)} complaint(s)")
-    sys.exit(1 if tool.failures else 0)
+    return tool
+
+
+def main(parts):
+    """Runs `parts` one after another on one tree."""
+    complaints.main(make, *parts)
