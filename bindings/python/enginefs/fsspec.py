@@ -39,7 +39,10 @@ class EngineFileSystem(AbstractFileSystem):  # type: ignore[misc]
 
     def _open(self, path: str, mode: str = "rb", block_size: Optional[int] = None, autocommit: bool = True,
               cache_options: Optional[dict[str, Any]] = None, **_: Any) -> Any:
-        return _files.open_file(path, mode)
+        file: Any = _files.open_file(path, mode)
+        if "r" in mode:
+            file.size = self.info(path)["size"]  # which fsspec asks for where it counts from the end
+        return file
 
     def cat_file(self, path: str, start: Optional[int] = None, end: Optional[int] = None, **kwargs: Any) -> bytes:
         if start is end is None:

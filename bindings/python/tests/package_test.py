@@ -152,7 +152,7 @@ class Opening(Mounted):
             self.assertEqual(int(numpy.load(file).sum()), 499_500)
         self.assertEqual(numpy.frombuffer(enginefs.Path("packed/stored.bin").read_bytes(), numpy.uint8).tobytes(), NOISE)
         files = EngineFileSystem()
-        self.assertEqual(files.cat("enginefs://packed/text.txt"), TEXT)
+        self.assertEqual((files.cat("enginefs://packed/text.txt"), files.tail("packed/text.txt", 9)), (TEXT, TEXT[-9:]))
         fsspec.register_implementation("enginefs", EngineFileSystem, clobber=True)
         with fsspec.open("simplecache::enginefs://packed/stored.bin") as file:
             self.assertEqual((file.seek(10), file.read(20)), (10, NOISE[10:30]))
