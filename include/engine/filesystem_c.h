@@ -308,7 +308,7 @@ ENGINE_FS_API int enginefs_set_time(const char* path, int64_t time, uint32_t fla
 ENGINE_FS_API int enginefs_remove(const char* path, uint32_t flags);
 /** Deletes a directory with everything in it from the first writable source that has it; links go themselves. */
 ENGINE_FS_API int enginefs_remove_dir(const char* path, uint32_t flags);
-/** Makes a directory, with those above it, in the first source; 0 too when it is there. */
+/** Makes a directory, with those above it, in the first source; 0 too when it is there. ALREADY_EXISTS for a file. */
 ENGINE_FS_API int enginefs_mkdir(const char* path, uint32_t flags);
 /** Renames a file within its source. ALREADY_EXISTS when `to` is held. */
 ENGINE_FS_API int enginefs_rename(const char* from, const char* to, uint32_t flags);

@@ -192,6 +192,7 @@ TEST_F(CInterface, WholeFilesAreSavedAndFound) {
     EXPECT_TRUE(!info.is_read_only && !info.is_protected);
     EXPECT_EQ(enginefs_stat("new", 0, &info), ENGINEFS_OK);
     EXPECT_TRUE(info.type == ENGINEFS_TYPE_DIRECTORY && info.size == -1);
+    expect_failure(enginefs_mkdir("NEW/A.bin", 0) != 0, ENGINEFS_ERROR_ALREADY_EXISTS);
 
     EXPECT_THAT(texts(enginefs_search("", "*.?in", 1)), ElementsAre("new/a.bin"));
     EXPECT_THAT(texts(enginefs_search("levels", "*.none", 0)), ElementsAre());

@@ -184,6 +184,7 @@ class Opening(Mounted):
             (lambda: path("levels/a.json").rename("levels/c.bin"), FileExistsError, errno.EEXIST),
             (lambda: enginefs.open("a<b", "w"), OSError, errno.EINVAL),
             (lambda: path("levels").rmdir(), OSError, errno.ENOTEMPTY),
+            (lambda: path("LEVELS/a.json").mkdir(), FileExistsError, errno.EEXIST),
             (lambda: enginefs.list_pack(self.root / "levels/deep/b.json"), OSError, errno.EBADMSG),
             (lambda: path("levels").unlink(), IsADirectoryError, errno.EISDIR),
             (lambda: self.mount.add(self.pack), FileExistsError, errno.EEXIST),

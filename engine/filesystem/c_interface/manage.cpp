@@ -143,7 +143,13 @@ int enginefs_remove_dir(const char* path, uint32_t flags) {
 }
 
 int enginefs_mkdir(const char* path, uint32_t flags) {
-    return change(path, flags, [&](const char* name) { return is_new_name(path) && fs::mkdir(name); });
+    return change(path, flags, [&](const char* name) {
+        if (!is_new_name(path)) return false;
+        // What makes directories takes a file of the name for one that is there already.
+        if (fs::exists(name, FFSOpenFlags::WHOLE_NAME))
+            return fs::refuse(EFSError::ALREADY_EXISTS, path, "A file of this name is there.");
+        return fs::mkdir(name);
+    });
 }
 
 int enginefs_rename(const char* from, const char* to, uint32_t flags) {
