@@ -69,9 +69,8 @@ bool show_listings(const std::vector<Recorded>& listings) {
         const std::string directory = directory_in(one.path);
         const std::string columns = formatted("%12" PRIu64 "  %s  ", one.size, time.c_str());
         const std::string shown_directory = directory.empty() ? "(damaged)" : shown(directory, Color::DIRECTORY);
-        listing.add(one.path, columns + shown_directory + "\n" + std::string(36, ' ') + shown(one.path), [&] {
-            return Json{{"path", one.path}, {"size", one.size}, {"time", time}, {"directory", directory}};
-        });
+        listing.add({{"path", one.path}, {"size", one.size}, {"time", time}, {"directory", directory}},
+                    columns + shown_directory + "\n" + std::string(36, ' ') + shown(one.path));
     }
     return listing.finish();
 }

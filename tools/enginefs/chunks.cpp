@@ -82,13 +82,12 @@ private:
         const std::string indent = depth <= 40 ? std::string(depth * 2, ' ') : "[" + std::to_string(depth) + "] ";
         const std::string numbers =
             formatted("  version %" PRIu32 "  offset %" PRIu64 "  size %" PRIu32, header.version, offset, header.size);
-        listing_.add(header.identifier, indent + header.identifier + numbers, [&] {
-            return Json{{"identifier", header.identifier},
-                        {"depth", depth},
-                        {"version", header.version},
-                        {"offset", offset},
-                        {"size", header.size}};
-        });
+        listing_.add({{"identifier", header.identifier},
+                      {"depth", depth},
+                      {"version", header.version},
+                      {"offset", offset},
+                      {"size", header.size}},
+                     indent + header.identifier + numbers);
         const std::uint64_t data = offset + header_size;
         if (holds_chunks(header, data)) levels_.push_back({data, data + header.size});
     }

@@ -52,7 +52,8 @@ std::string hash_text(std::uint32_t hash) { return formatted("0x%08" PRIx32, has
 bool open(CFileHashMultiContainer& all, const std::string& file, bool writable) {
     if (writable && !names_itself(file)) return false;
     fs::clear_error();
-    return all.Open(file.c_str(), writable) || fail_to_read(file);
+    return all.Open(file.c_str(), writable) ||
+           fail_to_read(file, writable ? "it cannot be opened for writing" : "it cannot be read");
 }
 
 /// How what is in a file is told of.
@@ -70,18 +71,19 @@ bool list_one(const CFileHashMultiContainer& all, const Arguments& given, const 
                  [&] { return all.ListBlobs(container.c_str(), found); }))
         return false;
     std::string lines = shown(container) + "  " + counted(found.size(), "blob", "blobs");
-    for (std::size_t i = 0; blobs && i < found.size(); ++i)
-        lines += formatted("\n    %s %12" PRIu64 " %12" PRIu64 "  %s", hash_text(found[i].hash).c_str(), found[i].size,
-                           found[i].stored_size, found[i].deflated ? "deflated" : "stored");
-    listing.add(container, lines, [&] {
-        Json object{{"container", container}, {"count", found.size()}};
-        for (std::size_t i = 0; blobs && i < found.size(); ++i)
-            object["blobs"].push_back({{"hash", found[i].hash},
-                                       {"size", found[i].size},
-                                       {"stored_size", found[i].stored_size},
-                                       {"deflated", found[i].deflated}});
-        return object;
-    });
+    Fields fields = {{"container", container}, {"count", found.size()}};
+    if (blobs && !found.empty()) {
+        for (const SBlobInfo& blob : found)
+            lines += formatted("\n    0x%08" PRIx32 " %12" PRIu64 " %12" PRIu64 "  %s", blob.hash, blob.size,
+                               blob.stored_size, blob.deflated ? "deflated" : "stored");
+        fields.push_back({"blobs", json_array(found, [](const SBlobInfo& blob) {
+                              return Json{{"hash", blob.hash},
+                                          {"size", blob.size},
+                                          {"stored_size", blob.stored_size},
+                                          {"deflated", blob.deflated}};
+                          })});
+    }
+    listing.add(fields, lines);
     return true;
 }
 
@@ -139,17 +141,20 @@ struct RemoveFile {
     void operator()(const char* name) const { fs::rem_file(name); }
 };
 
-/// Calls `add` with a file that is there or made, and saves what it adds: all or nothing.
-bool add_to(const std::string& name, const std::function<bool(CFileHashMultiContainer&)>& add) {
+using Change = std::function<bool(CFileHashMultiContainer&)>;
+
+/// Calls `change` with a file that is there, or may be made, and saves what it does: all or nothing.
+bool save_change(const std::string& name, bool may_make, const Change& change) {
     if (!names_itself(name)) return false;
     const Interruption interruption;
     const char* const file = name.c_str();
     // Only what is not there is made: a file that is damaged, or something else, is not written over.
-    const bool is_new = !fs::exists(file);
+    const bool is_new = may_make && !fs::exists(file);
     std::unique_ptr<const char, RemoveFile> made(is_new ? file : nullptr);
     CFileHashMultiContainer all;
-    const auto open_or_create = [&] { return is_new ? all.Create(file) : all.Open(file, true); };
-    if (!attempt(name, "it cannot be opened for writing", open_or_create) || !add(all)) return false;
+    const auto create = [&] { return all.Create(file); };
+    if (!(is_new ? attempt(name, "it cannot be opened for writing", create) : open(all, name, true)) || !change(all))
+        return false;
     if (Interruption::requested()) return fail(name, "interrupted; it is as it was");
     if (!attempt(name, "it cannot be saved", [&] { return all.Save(); })) return false;
     static_cast<void>(made.release());
@@ -166,19 +171,18 @@ bool put(const Arguments& given) {
     const std::uint32_t hash = hash_of(given.hash);
     std::vector<char> data;
     const auto add = [&](CFileHashMultiContainer& all) { return put_blob(all, given, given.container, hash, data); };
-    return load(given.name, data) && add_to(given.file, add);
+    return load(given.name, data) && save_change(given.file, true, add);
 }
 
 bool remove(const Arguments& given) {
-    const Interruption interruption;
     const char* const container = given.container.c_str();
     const bool one_blob = !given.hash.empty();
     const std::uint32_t hash = one_blob ? hash_of(given.hash) : 0;
     const std::string what = one_blob ? told(given.file, container, hash) : told(given.file, container);
-    CFileHashMultiContainer all;
-    const auto remove_it = [&] { return one_blob ? all.Remove(container, hash) : all.RemoveContainer(container); };
-    return open(all, given.file, true) && attempt(what, "it cannot be removed", remove_it) &&
-           attempt(given.file, "it cannot be saved", [&] { return all.Save(); });
+    return save_change(given.file, false, [&](CFileHashMultiContainer& all) {
+        return attempt(what, "it cannot be removed",
+                       [&] { return one_blob ? all.Remove(container, hash) : all.RemoveContainer(container); });
+    });
 }
 
 bool compact(const Name& given) {
@@ -292,12 +296,12 @@ bool import_blobs(const Arguments& given) {
             if (!tree.read(blob.name, given.name + "/" + blob.name, take) ||
                 !put_blob(all, given, blob.container, blob.hash, bytes))
                 return false;
-            if (Interruption::requested()) break;  // of which add_to tells
+            if (Interruption::requested()) break;  // of which save_change tells
             progress.add(1);
         }
         return true;
     };
-    return add_to(given.file, add) && print_count(given.file, blobs.size());
+    return save_change(given.file, true, add) && print_count(given.file, blobs.size());
 }
 
 /// One of the commands, with the argument that all of them have.

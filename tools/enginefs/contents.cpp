@@ -76,32 +76,23 @@ bool Contents::same_content(std::size_t a, std::size_t b) const {
     return same_bytes(open(files_[a]).get(), open(files_[b]).get(), files_[b].name);
 }
 
-/// Of files of one size. Those of a directory are read for it.
-std::vector<std::vector<std::size_t>> Contents::by_checksum(const std::vector<std::size_t>& files) {
-    std::map<std::uint32_t, std::vector<std::size_t>> groups;
-    for (const std::size_t i : files) {
-        const Tree& tree = places_[files_[i].place].tree;
-        std::uint32_t crc = files_[i].crc;
-        if (tree.is_pack() || tree.crc_of(files_[i].key, crc))
-            groups[crc].push_back(i);
-        else
-            is_whole_ = false;
-    }
-    std::vector<std::vector<std::size_t>> all;
-    all.reserve(groups.size());
-    for (auto& [crc, group] : groups) all.push_back(std::move(group));
-    return all;
-}
-
 std::vector<EqualFiles> Contents::equal_files(bool exact) {
     std::map<std::uint64_t, std::vector<std::size_t>> sizes;
     for (std::size_t i = 0; i < files_.size(); ++i)
-        if (files_[i].size != 0) sizes[files_[i].size].push_back(i);
+        if (files_[i].size != 0 && (!exact || can_be_read(i))) sizes[files_[i].size].push_back(i);
     std::erase_if(sizes, [](const auto& group) { return group.second.size() < 2; });
-    Progress progress("report: equal files", sizes.size(), false);
+    std::uint64_t total = 0;
+    for (const auto& [size, group] : sizes) total += group.size();
+    Progress progress("report: equal files", total, false);
+    const auto crc_of = [&](std::size_t i, std::uint64_t, std::uint32_t& crc) {
+        progress.add(1);
+        const Tree& tree = places_[files_[i].place].tree;
+        crc = files_[i].crc;
+        return tree.is_pack() || tree.crc_of(files_[i].key, crc);
+    };
+    const auto same = [&](std::size_t a, std::size_t b) { return !exact || same_content(a, b); };
     std::vector<EqualFiles> all;
-    const auto add = [&](const std::vector<std::size_t>& files) {
-        if (files.size() < 2) return;
+    const auto add = [&](std::uint64_t, std::uint32_t, const std::vector<std::size_t>& files) {
         EqualFiles equal{.files = files};
         std::uint64_t least = failed;
         for (const std::size_t i : files) {
@@ -111,14 +102,7 @@ std::vector<EqualFiles> Contents::equal_files(bool exact) {
         equal.wasted -= least;
         all.push_back(std::move(equal));
     };
-    for (const auto& [size, files] : sizes) {
-        for (std::vector<std::size_t>& same : by_checksum(files)) {
-            if (exact) std::erase_if(same, [this](std::size_t i) { return !can_be_read(i); });
-            for (const auto& group : split_by(same, [&](auto a, auto b) { return !exact || same_content(a, b); }))
-                add(group);
-        }
-        progress.add(1);
-    }
+    is_whole_ = find_equal(sizes, crc_of, same, add) && is_whole_;
     std::ranges::stable_sort(all, std::ranges::greater(), &EqualFiles::wasted);
     return all;
 }

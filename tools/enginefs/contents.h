@@ -58,7 +58,6 @@ private:
     void add_disk_files(const Tree& tree);
     bool can_be_read(std::size_t i) const;
     bool same_content(std::size_t a, std::size_t b) const;
-    std::vector<std::vector<std::size_t>> by_checksum(const std::vector<std::size_t>& files);
 
     std::deque<Place> places_;
     std::vector<ContainedFile> files_;

@@ -1,7 +1,6 @@
 // diff, patch: what tells two trees apart.
 
 #include <algorithm>
-#include <cinttypes>
 
 #include <engine/filesystem.h>
 
@@ -14,9 +13,6 @@
 
 namespace {
 
-struct Diff {
-    std::string from, to;
-};
 struct Patch {
     std::string from, to, out;
     Packing how{};
@@ -72,20 +68,15 @@ private:
     std::vector<Change> changes_;
 };
 
-bool diff(const Diff& given) {
+bool diff(const FromTo& given) {
     Comparison all;
     if (!all.run(given.from, given.to)) return false;
     Listing listing;
     for (const Change& change : all.changes()) {
-        const char* const kind = kind_names[static_cast<int>(change.kind)];
-        const std::string columns =
-            formatted("%-7s %12s %12s  ", kind, size_text(change.old_size).c_str(), size_text(change.new_size).c_str());
-        listing.add(change.name, columns + shown(change.name), [&] {
-            return Json{{"name", change.name},
-                        {"change", kind},
-                        {"old_size", json_or_null(change.old_size)},
-                        {"new_size", json_or_null(change.new_size)}};
-        });
+        listing.add({{"name", change.name},
+                     {"change", kind_names[static_cast<int>(change.kind)], -7},
+                     {"old_size", json_or_null(change.old_size), 12},
+                     {"new_size", json_or_null(change.new_size), 12}});
     }
     listing.note(std::to_string(all.count(Kind::ADDED)) + " added, " + std::to_string(all.count(Kind::REMOVED)) +
                  " removed, " + std::to_string(all.count(Kind::CHANGED)) + " changed");

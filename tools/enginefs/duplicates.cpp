@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <functional>
 #include <map>
 #include <vector>
 
@@ -39,14 +40,16 @@ void show_shadowed(const Names& names, Listing& listing) {
                      (places.empty() ? "" : " (shadowed)");
             places.push_back(place_of(holder));
         }
-        listing.add(name, lines, [&] { return Json{{"name", name}, {"places", places}}; });
+        listing.add({{"name", name}, {"places", json_array(places)}}, lines);
     }
 }
 
+using Sizes = std::map<std::uint64_t, Names, std::greater<>>;
+
 /// Sizes first: a file whose size is its own is not read at all.
-std::map<std::uint64_t, Names> group_by_size(const Names& names, bool& good) {
+Sizes group_by_size(const Names& names, bool& good) {
     Progress progress("duplicates: sizes", names.size(), false);
-    std::map<std::uint64_t, Names> groups;
+    Sizes groups;
     for (const std::string& name : names) {
         progress.add(1);
         const fs::file_ptr file = open_file(name);
@@ -60,40 +63,22 @@ std::map<std::uint64_t, Names> group_by_size(const Names& names, bool& good) {
     return groups;
 }
 
-void show_group(std::uint64_t size, std::uint32_t crc, const Names& names, Listing& listing) {
-    if (names.size() < 2) return;
-    std::string lines = formatted("equal content, %" PRIu64 " bytes, crc %08" PRIx32 ":", size, crc);
-    for (const std::string& name : names) lines += "\n    " + shown(name);
-    listing.add(names[0], lines, [&] { return Json{{"size", size}, {"crc", crc}, {"names", names}}; });
-}
-
-/// Shows what is equal among files of one size.
-bool show_equal_of(std::uint64_t size, const Names& names, Progress& progress, Listing& listing) {
-    bool good = true;
-    std::map<std::uint32_t, Names> checksums;
-    for (const std::string& name : names) {
-        std::uint32_t crc = 0;
-        if (attempt(name, "it cannot be read", [&] { return fs::calc_file_crc(name.c_str(), crc); }))
-            checksums[crc].push_back(name);
-        else
-            good = false;
-        progress.add(size);
-    }
-    for (const auto& [crc, files] : checksums)
-        if (files.size() > 1)
-            for (const Names& same : split_by(files, same_content)) show_group(size, crc, same, listing);
-    return good;
-}
-
 bool show_equal(const Names& names, Listing& listing) {
     bool good = true;
-    const std::map<std::uint64_t, Names> sizes = group_by_size(names, good);
+    const Sizes sizes = group_by_size(names, good);
     std::uint64_t total = 0;
     for (const auto& [size, group] : sizes) total += size * group.size();
     Progress progress("duplicates: content", total, true);
-    for (auto group = sizes.rbegin(); group != sizes.rend(); ++group)
-        good = show_equal_of(group->first, group->second, progress, listing) && good;
-    return good;
+    const auto crc_of = [&](const std::string& name, std::uint64_t size, std::uint32_t& crc) {
+        progress.add(size);
+        return attempt(name, "it cannot be read", [&] { return fs::calc_file_crc(name.c_str(), crc); });
+    };
+    const auto show = [&](std::uint64_t size, std::uint32_t crc, const Names& equal) {
+        std::string lines = formatted("equal content, %" PRIu64 " bytes, crc %08" PRIx32 ":", size, crc);
+        for (const std::string& name : equal) lines += "\n    " + shown(name);
+        listing.add({{"size", size}, {"crc", crc}, {"names", json_array(equal)}}, lines);
+    };
+    return find_equal(sizes, crc_of, same_content, show) && good;
 }
 
 struct Given {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
+#include <map>
 #include <vector>
 
 #include "names.h"
@@ -21,4 +23,24 @@ std::vector<std::vector<Item>> split_by(const std::vector<Item>& items, const Sa
             known->push_back(item);
     }
     return classes;
+}
+
+/// Calls `take(size, crc, files)` for the files of equal content in each group of files of one size. Of every file is asked
+/// `crc_of(file, size, crc)`; false when it answers so, and the file is left out. Those of one checksum are compared by `same`.
+template <class Sizes, class CrcOf, class Same, class Take>
+bool find_equal(const Sizes& sizes, const CrcOf& crc_of, const Same& same, const Take& take) {
+    bool good = true;
+    for (const auto& [size, files] : sizes) {
+        std::map<std::uint32_t, typename Sizes::mapped_type> checksums;
+        for (const auto& file : files) {
+            std::uint32_t crc = 0;
+            const bool is_known = crc_of(file, size, crc);
+            if (is_known) checksums[crc].push_back(file);
+            good = is_known && good;
+        }
+        for (const auto& [crc, group] : checksums)
+            for (const auto& equal : split_by(group, same))
+                if (equal.size() > 1) take(size, crc, equal);
+    }
+    return good;
 }

@@ -59,13 +59,12 @@ bool show_sources(const NoArguments&) {
                                  (source.is_protected ? " (protected)" : "");
         std::string all = place;
         for (const std::string& part : others) (all += '\0') += part;
-        listing.add(all, line, [&] {
-            return Json{{"place", place},
-                        {"kind", kind_of(source)},
-                        {"writable", source.writable},
-                        {"protected", source.is_protected},
-                        {"parts", others}};
-        });
+        listing.add({{"place", place},
+                     {"kind", kind_of(source)},
+                     {"writable", source.writable},
+                     {"protected", source.is_protected},
+                     {"parts", json_array(others)}},
+                    line, all);
     }
     return listing.finish();
 }
@@ -89,14 +88,10 @@ std::vector<std::string> subdirectories(const std::string& dir) {
 
 void add_file(Listing& listing, const std::string& file, const Ls& options) {
     const std::string name = told_name(file, options.form);
-    if (!options.long_form)
-        return listing.add(name, shown(name), [&] { return Json{{"name", name}, {"kind", "file"}}; });
+    if (!options.long_form) return listing.add({{"name", name}, {"kind", "file"}});
     const std::uint64_t size = fs::length(fs::open_file(file.c_str(), EFSMode::READ).get());
-    const std::string time = time_of(file);
-    const std::string columns = formatted("%12s  %-20s  ", size_text(size).c_str(), !time.empty() ? time.c_str() : "-");
-    listing.add(name, columns + shown(name), [&] {
-        return Json{{"name", name}, {"kind", "file"}, {"size", json_or_null(size)}, {"time", json_or_null(time)}};
-    });
+    const Json time = json_or_null(time_of(file));
+    listing.add({{"name", name}, {"kind", "file"}, {"size", json_or_null(size), 12}, {"time", time, -20}});
 }
 
 bool list_directory(Listing& listing, const Ls& options, const std::string& given) {
@@ -108,10 +103,9 @@ bool list_directory(Listing& listing, const Ls& options, const std::string& give
     if (files.empty() && dirs.empty() && !is_indexed(dir) && !dir.empty())
         return fail(given, "no source has such a directory");
     if (files.empty() && !options.mask.empty()) return fail(options.mask, "no file matches");
+    const std::string columns(options.long_form ? 36 : 0, ' ');
     for (const std::string& name : dirs)
-        listing.add(name, std::string(options.long_form ? 36 : 0, ' ') + shown(name, Color::DIRECTORY) + "/", [&] {
-            return Json{{"name", name}, {"kind", "directory"}};
-        });
+        listing.add({{"name", name}, {"kind", "directory"}}, columns + shown(name, Color::DIRECTORY) + "/");
     for (const std::string& file : files) add_file(listing, file, options);
     return true;
 }
@@ -147,10 +141,7 @@ bool find(const Find& given) {
         if (!any) good = fail(text, is_pattern(wanted) ? "no file matches" : "no name contains it");
     }
     Listing listing;
-    for (const std::string& file : found) {
-        const std::string name = told_name(file, given.form);
-        listing.add(name, shown(name), [&] { return Json{{"name", name}}; });
-    }
+    for (const std::string& file : found) listing.add({{"name", told_name(file, given.form)}});
     return listing.finish() && good;
 }
 
@@ -167,18 +158,15 @@ bool which(const Which& given) {
         for (std::size_t i = 0; i < (given.all ? holders.size() : 1); ++i) {
             const std::string place = told_place(holders[i]);
             const Color color = i == 0 ? color_of(holders[i]) : Color::SHADOWED;
-            listing.add(place, shown(place, color) + (i == 0 ? "" : " (shadowed)"), [&] {
-                return Json{{"place", place}, {"name", name}, {"shadowed", i != 0}};
-            });
+            listing.add({{"place", place}, {"name", name}, {"shadowed", i != 0}},
+                        shown(place, color) + (i == 0 ? "" : " (shadowed)"));
         }
         return true;
     });
     return listing.finish() && good;
 }
 
-using Facts = std::vector<std::pair<std::string, Json>>;
-
-Facts facts_of(const std::string& name, const SFsSourceInfo& holder, SFsFile* file, std::size_t shadowed) {
+Fields facts_of(const std::string& name, const SFsSourceInfo& holder, SFsFile* file, std::size_t shadowed) {
     const auto say = [&](auto call) { return ask(name, [&] { return call(name.c_str()); }); };
     return {{"name", std::string(say(fs::root_path))},
             {"source", told_place(holder)},
@@ -191,14 +179,14 @@ Facts facts_of(const std::string& name, const SFsSourceInfo& holder, SFsFile* fi
             {"shadows", shadowed}};
 }
 
-std::string lines_of(const Facts& facts) {
+std::string lines_of(const Fields& facts) {
     std::string lines;
-    for (const auto& [key, value] : facts) {
+    for (const auto& [key, value, width] : facts) {
         const std::string text = value.is_null()      ? "unknown"
                                  : value.is_boolean() ? (value ? "yes" : "no")
                                  : value.is_string()  ? shown(value)
                                                       : value.dump();
-        std::string label = formatted("%-11s", key.c_str());
+        std::string label = formatted("%-11s", key);
         std::ranges::replace(label, '_', ' ');
         lines.append(lines.empty() ? "" : "\n").append(label).append(text);
     }
@@ -212,12 +200,8 @@ bool show_files(const Names& given) {
         if (holders.empty()) return fail_not_held(name);
         const fs::file_ptr file = open_file(name);
         if (file == nullptr) return false;
-        const Facts facts = facts_of(name, holders[0], file.get(), holders.size() - 1);
-        listing.add(facts[0].second.get<std::string>(), lines_of(facts), [&] {
-            Json object;
-            for (const auto& [key, value] : facts) object[key] = value;
-            return object;
-        });
+        const Fields facts = facts_of(name, holders[0], file.get(), holders.size() - 1);
+        listing.add(facts, lines_of(facts));
         return true;
     });
     return listing.finish() && good;

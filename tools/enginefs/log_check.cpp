@@ -80,12 +80,9 @@ public:
             if (level.value == level_.value) warn(level.line, "it is the level of all others");
         Listing listing;
         for (const Line& line : lines_)
-            listing.add(line.place,
+            listing.add({{"place", line.place}, {"says", line.text}, {"idle", line.idle}},
                         shown(line.place) + ": " + shown(line.text) +
-                            (line.idle.empty() ? "" : " (warning: changes nothing: " + shown(line.idle) + ")"),
-                        [&] {
-                            return Json{{"place", line.place}, {"says", line.text}, {"idle", line.idle}};
-                        });
+                            (line.idle.empty() ? "" : " (warning: changes nothing: " + shown(line.idle) + ")"));
         for (std::uint32_t i = 0; i < text.ErrorCount(); ++i) fail_at(text.Error(i), text.Error(i).text);
         return listing.finish() && good_;
     }

@@ -1,7 +1,6 @@
 // rm, mkdir, mv, backup, crc, touch: changing files, and telling whether they are the same.
 
 #include <chrono>
-#include <cinttypes>
 #include <cstdio>
 #include <ctime>
 #include <iomanip>
@@ -102,10 +101,8 @@ bool crc(const Crc& given) {
         told.done = 0;
         fs::clear_error();
         if (!fs::calc_file_crc(args)) return fail_to_read(file);
-        const std::string name = told_name(file, given.form);
-        listing.add(name, formatted("%08" PRIx32 " %12" PRIu64 "  ", args.crc, args.size) + shown(name), [&] {
-            return Json{{"name", name}, {"crc", args.crc}, {"size", args.size}};
-        });
+        listing.add(
+            {{"name", told_name(file, given.form)}, {"crc", args.crc, Field::hexadecimal}, {"size", args.size, 12}});
         return true;
     });
     return listing.finish() && good && all_match;

@@ -1,7 +1,6 @@
 // pack: a directory as a pack.
 
 #include <algorithm>
-#include <cinttypes>
 #include <unordered_map>
 
 #include <engine/filesystem.h>
@@ -62,12 +61,7 @@ bool pack(const Pack& given) {
     if (!tree.is_whole() || (!given.order.empty() && !apply_order(given.order, names))) return false;
     if (!given.dry_run) return write_packs(tree, names, check.total_bytes(), given.out, given.how);
     Listing listing;
-    for (const std::string& name : names) {
-        const std::uint64_t size = tree.size_of(name);
-        listing.add(name, formatted("%12" PRIu64 "  ", size) + shown(name), [&] {
-            return Json{{"name", name}, {"size", size}};
-        });
-    }
+    for (const std::string& name : names) listing.add({{"name", name}, {"size", tree.size_of(name), 12}});
     listing.note(counted(names.size(), "file", "files") + ", " + std::to_string(check.total_bytes()) + " bytes");
     return listing.finish();
 }

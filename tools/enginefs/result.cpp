@@ -1,5 +1,6 @@
 #include "result.h"
 
+#include <cinttypes>
 #include <cstdlib>
 
 #include "names.h"
@@ -17,6 +18,24 @@ bool takes_colors(const std::string& color, int stream) {
     const char* const no_color = std::getenv("NO_COLOR");
     const bool is_wanted = no_color == nullptr || no_color[0] == '\0';
     return color == "always" || (color == "auto" && is_wanted && shows_colors(stream));
+}
+
+std::string column_text(const Field& field) {
+    if (field.width == Field::hexadecimal) return formatted("%08" PRIx32, field.value.get<std::uint32_t>());
+    const std::string text = field.value.is_null()     ? "-"
+                             : field.value.is_string() ? field.value.get<std::string>()
+                                                       : field.value.dump();
+    return formatted("%*s", field.width, text.c_str());
+}
+
+std::string line_of(const Fields& fields) {
+    std::string line;
+    for (const Field& field : fields) {
+        if (field.width == 0) continue;
+        line += line.empty() ? "" : field.width > 0 ? " " : "  ";
+        line += column_text(field);
+    }
+    return line + (line.empty() ? "" : "  ") + shown(fields[0].value.get<std::string>());
 }
 
 }  // namespace
@@ -39,13 +58,18 @@ bool print_json(const Json& json) { return print(json.dump(2, ' ', false, Json::
 
 Json json_or_null(std::uint64_t size) { return size != failed ? Json(size) : Json(); }
 Json json_or_null(const std::string& text) { return !text.empty() ? Json(text) : Json(); }
-std::string size_text(std::uint64_t size) { return size != failed ? std::to_string(size) : "-"; }
 
-void Listing::add(const std::string& first, const std::string& line, const std::function<Json()>& object) {
-    if (as_json)
-        items_.push_back(object());
-    else
-        print(as_zeros ? first + '\0' : line + "\n");
+bool shows_json() { return as_json; }
+
+void Listing::add(const Fields& fields, const std::string& line, const std::string& alone) {
+    if (as_json) {
+        Json& object = items_.emplace_back(Json::object());
+        for (const Field& field : fields) object[field.key] = field.value;
+    } else if (as_zeros) {
+        print((alone.empty() ? fields[0].value.get<std::string>() : alone) + '\0');
+    } else {
+        print((line.empty() ? line_of(fields) : line) + "\n");
+    }
 }
 
 void Listing::note(const std::string& line) {

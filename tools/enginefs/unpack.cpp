@@ -1,7 +1,6 @@
 // unpack, verify, list: looking into packs.
 
 #include <chrono>
-#include <cinttypes>
 #include <system_error>
 #include <unordered_set>
 
@@ -28,9 +27,6 @@ struct Unpack {
     std::vector<std::string> names{};  // none: all
     std::string overwrite = "always";
     bool dry_run = false;
-};
-struct Verify {
-    std::vector<std::string> packs;
 };
 struct List {
     std::string pack;
@@ -106,7 +102,7 @@ private:
             (given_.overwrite == "never" || (given_.overwrite == "older" && !is_older(target, disk_time(entry)))))
             return true;
         if (!given_.dry_run) return write(entry, name, progress);
-        listing_.add(name, shown(name), [&] { return Json{{"name", name}, {"size", entry.size}}; });
+        listing_.add({{"name", name}, {"size", entry.size}});
         return true;
     }
 
@@ -168,7 +164,7 @@ bool verify_one(const std::string& name) {
     return findings == 0;
 }
 
-bool verify(const Verify& given) { return for_all(given.packs, verify_one); }
+bool verify(const Names& given) { return for_all(given.names, verify_one); }
 
 std::string method_text(std::uint32_t method) {
     if (method == EFSPackMethod::STORE) return "stored";
@@ -182,17 +178,15 @@ bool list(const List& given) {
     if (!attempt(given.pack, "it cannot be read", [&] { return fs::list_pack(full.c_str(), entries); })) return false;
     Listing listing;
     for (const SFsPackEntry& entry : entries) {
-        const std::string time = given.long_form ? time_text(entry.time) : "";
-        const std::string method = method_text(entry.method);
-        const std::string columns =
-            given.long_form ? formatted("%12" PRIu64 " %12" PRIu64 "  %-8s  %08" PRIx32 "  %s  ", entry.size,
-                                        entry.packed_size, method.c_str(), entry.crc, time.c_str())
-                            : "";
-        listing.add(entry.name, columns + shown(entry.name), [&] {
-            if (!given.long_form) return Json{{"name", entry.name}};
-            return Json{{"name", entry.name}, {"size", entry.size}, {"packed", entry.packed_size},
-                        {"method", method},   {"crc", entry.crc},   {"time", time}};
-        });
+        if (given.long_form)
+            listing.add({{"name", entry.name},
+                         {"size", entry.size, 12},
+                         {"packed", entry.packed_size, 12},
+                         {"method", method_text(entry.method), -8},
+                         {"crc", entry.crc, Field::hexadecimal},
+                         {"time", time_text(entry.time), -19}});
+        else
+            listing.add({{"name", entry.name}});
     }
     return listing.finish();
 }
@@ -216,7 +210,7 @@ void add_unpack_commands(Commands& commands) {
 
     const auto verify_command =
         commands.add("verify", "Decode every entry of packs and hold it against its checksum and size", verify, false);
-    verify_command->add_option("PACK", verify_command.given.packs)->required();
+    verify_command->add_option("PACK", verify_command.given.names)->required();
 
     const auto list_command = commands.add("list", "List the entries of a pack as it records them", list, false);
     list_command->add_option("PACK", list_command.given.pack)->required();
