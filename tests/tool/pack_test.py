@@ -53,6 +53,7 @@ def packs(tool):
                ("verify work/bad.pak", 1, "~1 entry good, 1 finding", "sub/text.txt"),
                ("pack work/made.pak work/in --level 13", 2, "", "--level 13: deflate has levels from 0 to 12"),
                ("pack work/made.pak work/in --level 23 --method zstd", 2, "", "--level"),
+               ("pack work/made.pak work/in --split-size -5", 2, "", "--split-size"),
                ("--add work/bad.pak crc sub/text.txt", 1, "", "damaged"))
     tool.fails(("unpack work/bad.pak work/bad", "sub/text.txt"), ("unpack work/out.pak work/out #b", "a mounted pack shows no file"),
                ("list work/cut.pak", "enginefs: work/cut.pak: "),
@@ -100,7 +101,10 @@ def pack_findings(tool):
         tool.run("list chosen.pak", 0, wanted + "\n")
     for number in range(1, 6):
         tool.write(f"parts/{number}", os.urandom(1000))
-    tool.run("pack parts.new.pak parts --split-size 2500", 0, "~5 files in 3 packs, 5000 bytes in, ")
+    for _ in range(2):  # what was made there before is no part of what is made now
+        tool.run("pack all.new.pak . --split-size 2500", 0, "~5 files in 3 packs, 5000 bytes in, ", cwd=tool.path("parts"))
+    for pack in ("", ".2", ".3"):
+        os.rename(tool.path(f"parts/all.new{pack}.pak"), tool.path(f"parts.new{pack}.pak"))
     for pack, wanted in (("parts.new.pak", "1\n2\n"), ("parts.new.2.pak", "3\n4\n"), ("parts.new.3.pak", "5\n")):
         tool.run(f"list {pack}", 0, wanted)
     added = " ".join(f"--add parts.new{number}.pak" for number in ("", ".2", ".3"))
@@ -139,6 +143,9 @@ def patches(tool):
         tool.run(f"patch old.pak {new} patch.pak", 0, "~2 files, 9 bytes in", f"gone: old.pak shows it still, though {new} lacks it")
         tool.table(("list patch.pak", 0, "changed\nsub/added\n"),
                    ("--add patch.pak --add old.pak cat changed sub/added same", 0, "1235addedsame"))
+    for _ in range(2):
+        tool.run("patch old.pak new/ new/patch.pak", 0, "~2 files, 9 bytes in", "gone: old.pak")
+    os.remove(tool.path("new/patch.pak"))
     tool.run("diff old.pak new --json", 0, '~"name": "sub/added",\\s+"change": "added",\\s+"old_size": null,\\s+"new_size": 5')
     tool.fails(("diff old.pak nowhere", "nowhere"), ("patch old.pak new nowhere/patch.pak", "its directory does not exist"))
 

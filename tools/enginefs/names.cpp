@@ -4,6 +4,7 @@
 #include <chrono>
 #include <fstream>
 #include <ratio>
+#include <set>
 #include <system_error>
 
 #include <engine/filesystem.h>
@@ -143,9 +144,12 @@ bool for_each_target(std::vector<std::string> names, const std::function<bool(co
     const bool is_into = to.ends_with('/') || is_directory(to), good = expand(names);
     if (names.size() > 1 && !is_into) return fail(to, "it is no directory, which several files need");
     if (is_into && !to.ends_with('/')) to += '/';
+    std::set<std::string> made;
     const auto run_one = [&](const std::string& name) {
         const std::string own = name.substr(name.find_last_of("/\\") + 1);
-        return run({name, is_into ? to + (rename != nullptr ? rename(own) : own) : to});
+        const std::string target = is_into ? to + (rename != nullptr ? rename(own) : own) : to;
+        if (!made.insert(normalised(target)).second) return fail(name, target + " was just made of another file");
+        return run({name, target});
     };
     return for_all(names, run_one) && good;
 }
@@ -257,8 +261,9 @@ std::string normalised(const std::string& name, bool keep_case) {
 
 std::string full_native_path(const std::string& path) {
     std::error_code error;
-    const stdfs::path full = stdfs::absolute(fs::to_path(path), error);
-    return error ? path : fs::from_path(full.lexically_normal());
+    stdfs::path full = stdfs::absolute(fs::to_path(path), error).lexically_normal();
+    if (!full.has_filename() && full.has_relative_path()) full = full.parent_path();  // a "/" at the end
+    return error ? path : fs::from_path(full);
 }
 
 bool read_lines(const std::string& path, std::vector<std::string>& lines) {
@@ -268,5 +273,5 @@ bool read_lines(const std::string& path, std::vector<std::string>& lines) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
         if (!line.empty()) lines.push_back(line);
     }
-    return true;
+    return !in.bad() || fail(path, "it cannot be read");  // a directory, say
 }

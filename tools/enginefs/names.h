@@ -124,7 +124,7 @@ std::string lower_case(std::string text);
 /// The name as the library holds it: "/" separators, dots resolved, lower case unless `keep_case`.
 std::string normalised(const std::string& name, bool keep_case = false);
 
-/// The full form of a path as somebody typed it, with "/" separators.
+/// The full form of a path as somebody typed it, with "/" separators, and none at its end.
 std::string full_native_path(const std::string& path);
 
 /// The lines of a text file on the disk, empty ones left out, behind those that are there already. False, with a word on

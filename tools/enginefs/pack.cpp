@@ -38,20 +38,13 @@ bool apply_order(const std::string& path, std::vector<std::string>& names) {
     return true;
 }
 
-/// The files that go in. The pack itself, which may lie in the directory, is none of them.
-std::vector<std::string> names_in(const Tree& tree, const Pack& given) {
-    std::vector<std::string> names = tree.names();
-    const std::string root = lower_case(full_native_path(given.dir)) + "/";
-    const std::string out = lower_case(full_native_path(given.out));
-    std::erase_if(names, [&](const std::string& name) { return root + name == out || !given.globs.take(name); });
-    return names;
-}
-
 bool pack(const Pack& given) {
     Tree tree;
     if (!tree.open(given.dir)) return false;
     if (tree.is_pack()) return fail(given.dir, "it is no directory");
-    std::vector<std::string> names = names_in(tree, given);
+    std::vector<std::string> names = tree.names();
+    std::erase_if(names, [&](const std::string& name) { return !given.globs.take(name); });
+    leave_out_packs(names, given.dir, given.out, given.how);
     PackCheck check(tree, given.globs);
     check.look_for_unshown(given.dir);
     check.look_at(names, given.dir);

@@ -65,8 +65,8 @@ class Volumes {
 public:
     Volumes(const std::string& out, const Packing& how)
         : out_(out),
-          split_(how.split || how.split_size != 0),
-          limit_(how.split_size != 0 ? how.split_size : most_bytes) {}
+          split_(how.splits()),
+          limit_(how.split_size != 0 ? std::min(how.split_size, most_bytes) : most_bytes) {}
 
     bool add(const std::string& name, const PackedFile& file) {
         constexpr std::uint64_t headers = 30 + 46;  // of an entry, which has its name in both
@@ -130,7 +130,7 @@ private:
 
 /// What needs no look at the files.
 bool may_begin(const std::string& out, std::size_t count, const Packing& how) {
-    if (count > most_entries && !how.split && how.split_size == 0)
+    if (count > most_entries && !how.splits())
         return fail(out, std::to_string(count) + " files; a pack holds at most 65535, --split makes several");
     std::error_code unknown;
     const stdfs::path parent = fs::to_path(out).parent_path();
@@ -138,6 +138,17 @@ bool may_begin(const std::string& out, std::size_t count, const Packing& how) {
 }
 
 }  // namespace
+
+void leave_out_packs(std::vector<std::string>& names, const std::string& dir, const std::string& out,
+                     const Packing& how) {
+    const std::string root = lower_case(full_native_path(dir)) + "/";
+    const auto leave_out = [&](const std::string& pack) {
+        const std::string place = lower_case(full_native_path(pack));
+        return std::erase_if(names, [&](const std::string& name) { return root + name == place; }) != 0;
+    };
+    leave_out(out);
+    for (std::size_t number = 2; how.splits() && leave_out(part_of(out, number)); ++number) continue;
+}
 
 bool write_packs(const Tree& tree, const std::vector<std::string>& names, std::uint64_t total_bytes,
                  const std::string& out, const Packing& how) {
@@ -189,5 +200,6 @@ void add_packing_options(CLI::App* command, Packing& how) {
         "Go on in OUT.2.pak, OUT.3.pak and so on where one pack would hold more than 65,535 files or 4 GiB");
     command->add_option("--split-size", how.split_size, "The same where one would pass this size, such as 600M")
         ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(std::uint64_t{0}, std::uint64_t{INT64_MAX}, "at most 8 EiB"))  // a minus would wrap
         ->type_name("BYTES");
 }

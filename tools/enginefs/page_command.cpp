@@ -31,7 +31,7 @@ std::vector<std::string> places_of(const Given& given) {
 
 bool write_file(const std::string& path, const std::string& text) {
     const stdfs::path place = fs::to_path(full_native_path(path));
-    const std::string name = safe_name(fs::from_path(place.filename()));
+    const std::string name = safe_name(fs::from_path(fs::to_path(path).filename()));
     std::error_code unknown;
     if (name.empty()) return fail(path, "it is no name of a file");
     if (!stdfs::is_directory(place.parent_path(), unknown)) return fail(path, "its directory does not exist");

@@ -145,7 +145,7 @@ std::string Sources::spelled(const std::string& directory) const {
     std::vector<std::string> paths = session_.sources;
     paths.push_back(session_.root.empty() ? "." : session_.root);
     for (const std::string& path : paths)
-        if (std::string full = full_native_path(path + "/"); lower_case(full) == lower_case(directory)) return full;
+        if (std::string full = full_native_path(path) + "/"; lower_case(full) == lower_case(directory)) return full;
     return directory;
 }
 
