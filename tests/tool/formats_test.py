@@ -72,9 +72,11 @@ def containers(tool):
                ("container verify c.mc", 0, "c.mc: 1 blob, all good\n"), ("container", 2, "", "subcommand"))
     tool.is_file("root/got.txt", b"hello\n")
     tool.table(("container put c.mc Se/cond 0xfffffffF readme.txt",), ("container export c.mc blobs", 0, "blobs: 2 blobs\n"),
-               ("container import d.mc blobs --deflate", 0, "d.mc: 2 blobs\n"), ("container get d.mc Se/cond 4294967295", 0, "hello\n"),
+               ("container import d.mc blobs/ --deflate", 0, "d.mc: 2 blobs\n"), ("container get d.mc Se/cond 4294967295", 0, "hello\n"),
                ("container ls d.mc", 0, "~^First  1 blob\nSe/cond  1 blob\n"), ("container rm c.mc Se/cond",))
     tool.is_file("blobs/First/0x00000010", PLAIN)
+    tool.table(("container put up.mc ../up 1 readme.txt",), ("container put up.mc a 1 readme.txt",), ("container put up.mc b 1 readme.txt",),
+               ("container export up.mc others", 1, "others: 2 blobs\n", 'container "../up": no directory can have its name'))
     tool.write("blobs/First/readme", b"")
     tool.fails(("container import e.mc blobs", "blobs/First/readme: it is no CONTAINER/HASH"))
     tool.is_file("root/e.mc", None)

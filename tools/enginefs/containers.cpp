@@ -243,17 +243,22 @@ bool export_blobs(const Arguments& given) {
     CFileHashMultiContainer all;
     const std::filesystem::path root = fs::to_path(full_native_path(given.name));
     std::uint64_t blobs = 0;
+    std::optional<std::string> unfit;  // the latest container that cannot be a directory
     const Interruption interruption;
     const auto write = [&](const std::string& container, std::uint32_t hash, const ztl::vector<unsigned char>& bytes) {
         const std::string name = safe_name(container);
-        if (name != container) return fail(told(given.file, container), "no directory can have its name");
+        if (name != container) {
+            if (unfit != container) fail(told(given.file, container), "no directory can have its name");
+            unfit = container;
+            return true;
+        }
         Output out;
         ++blobs;
         return out.open_below(root, name + "/" + hash_text(hash)) && out.write(bytes.data(), bytes.size()) &&
                out.finish();
     };
     return open(all, given.file, false) && make_directory(given.name, root) && for_each_blob(all, given.file, write) &&
-           print_count(given.name, blobs);
+           print_count(given.name, blobs) && !unfit;
 }
 
 /// What a file of an exported tree is: CONTAINER/HASH, or CONTAINER/HASH.EXTENSION.

@@ -1,10 +1,15 @@
 #include "interruption.h"
 
 #include <csignal>
-#include <initializer_list>
 
 namespace {
 
+constexpr int asking[] = {
+    SIGINT, SIGTERM,
+#if defined(SIGHUP)
+    SIGHUP  // the terminal was closed
+#endif
+};
 volatile std::sig_atomic_t requests = 0;  // a signal handler may touch nothing else
 int depth = 0;
 
@@ -17,14 +22,14 @@ void remember(int number) {
 
 Interruption::Interruption() {
     if (depth++ != 0) return;
-    for (const int number : {SIGINT, SIGTERM}) {
+    for (const int number : asking) {
         if (std::signal(number, remember) == SIG_IGN) std::signal(number, SIG_IGN);
     }
 }
 
 Interruption::~Interruption() {
     if (--depth != 0) return;
-    for (const int number : {SIGINT, SIGTERM}) {
+    for (const int number : asking) {
         if (std::signal(number, SIG_DFL) == SIG_IGN) std::signal(number, SIG_IGN);
     }
 }

@@ -155,7 +155,7 @@ void print_as_text(const std::vector<Timed>& timed, std::uint64_t failed, std::u
                         ms_of(its.total / its.loads), ms_of(its.longest)));
     print("slowest once a worker had them:\n");
     for (const Timed& load : slowest_of(timed))
-        print(formatted("%10.3f ms  ", ms_of(time_of(load))) + load.name + ": " + reason_of(load) + "\n");
+        print(formatted("%10.3f ms  ", ms_of(time_of(load))) + shown(load.name) + ": " + reason_of(load) + "\n");
 }
 
 /// All of `names`, those of `urgent` before the rest.

@@ -28,6 +28,7 @@ struct Rm {
 };
 
 bool remove_directory(const std::string& name) {
+    if (!fs::to_path(full_native_path(name)).has_relative_path()) return fail(name, "it is the whole disk");
     fs::clear_error();
     fs::rem_dir(name.c_str());
     if (fs::last_error().code != EFSError::NONE) return fail_with_last_error(name, "it cannot be removed");

@@ -78,14 +78,12 @@ std::string message_of(const CLI::App* app, const CLI::Error& error) {
     if (is_unknown && !unknown.empty()) {
         const bool is_option = unknown[0].starts_with('-');
         const std::string meant = suggestion(*app, unknown[0]);
-        text = "enginefs: " + printable(unknown[0]) + ": this is " +
+        text = "enginefs: " + (unknown[0].empty() ? "\"\"" : printable(unknown[0])) + ": this is " +
                (is_option                          ? "no option here"
                 : app->get_subcommands({}).empty() ? "one argument too many"
                                                    : "no command here");
-        if (meant == unknown[0])
-            text += "; it stands behind the command";
-        else if (!meant.empty())
-            text += "; did you mean \"" + meant + "\"?";
+        if (!meant.empty())
+            text += meant == unknown[0] ? "; it stands behind the command" : "; did you mean \"" + meant + "\"?";
         text += "\n";
     }
     return text + "Run with --help for more information.\n";

@@ -63,8 +63,8 @@ bool shows_colors(int stream) {
 #endif
 }
 
-Progress::Progress(std::string label, std::uint64_t total, bool bytes)
-    : label_(std::move(label)),
+Progress::Progress(const std::string& label, std::uint64_t total, bool bytes)
+    : label_(printable(label)),
       total_(total == failed ? 0 : total),
       bytes_(bytes),
       watched_(is_terminal(2)),

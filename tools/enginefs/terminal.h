@@ -15,7 +15,7 @@ bool shows_colors(int stream);
 class Progress {
 public:
     /// `total` 0, or all bits set: not known. Counts bytes when `bytes`, else items.
-    Progress(std::string label, std::uint64_t total, bool bytes);
+    Progress(const std::string& label, std::uint64_t total, bool bytes);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
