@@ -1,7 +1,7 @@
 #pragma once
 
-/// While it lives, the first Ctrl-C (or other request to end) is only remembered, for good, so that half a result can be removed;
-/// the second ends the program as usual. One within another is the same one.
+/// While it lives, the first Ctrl-C (or other request to end) is only remembered, for good, so that half a result can be
+/// removed; the second ends the program as usual. One within another is the same one.
 class Interruption {
 public:
     Interruption();
