@@ -56,7 +56,10 @@ bool mount(const Given& given) {
     if (given.follow && !sources.watch()) return false;
     const std::shared_ptr<const Table> table = sources.table();
     tell_hidden(*table);
-    if (given.follow) options.next = [&](const Table& before) { return sources.changes(before); };
+    if (given.follow)
+        options.next = [&](const Table& before) { return sources.changes(before); };
+    else
+        sources.forget();
     return show_view(table, options, [&] {
         print(given.place + ": " + counted(table->files(), "file", "files") + "\n");
         finish_output(exit_ok);

@@ -21,7 +21,7 @@ Table::Table(std::vector<Item> items, const Table* before) : made_(std::time(nul
     nodes_.push_back({.inode = root, .is_directory = true});
     Known known{{"", 0}};
     known.reserve(items.size() + 1);
-    std::ranges::stable_sort(items, {}, &Item::source);
+    std::ranges::stable_sort(items, {}, [](const Item& item) { return item.facts.source; });
     for (const Item& item : items) {
         const bool is_directory = item.path.empty() || item.path.ends_with('/');
         const std::string_view path(item.path.data(), item.path.size() - (item.path.ends_with('/') ? 1 : 0));
@@ -53,17 +53,11 @@ std::uint32_t Table::add(Known& known, std::string_view path, bool is_directory,
     const auto index = static_cast<std::uint32_t>(nodes_.size());
     Node node{.inode = static_cast<std::uint32_t>(inode),
               .parent = parent,
-              .source = item.source,
               .name_at = add_text(name),
               .name_size = static_cast<std::uint16_t>(name.size()),
-              .is_directory = is_directory};
+              .is_directory = is_directory,
+              .facts = is_directory ? Facts{.source = item.facts.source} : item.facts};
     node.key_at = name_key == name ? node.name_at : add_text(name_key);
-    if (!is_directory) {
-        node.version = item.version;
-        node.is_decoded = item.is_decoded;
-        node.size = item.size;
-        node.time = item.time;
-    }
     nodes_.push_back(node);
     by_inode_[inode] = index;
     known.emplace(key, index);
@@ -89,14 +83,26 @@ const Table::Node* Table::find(std::uint64_t inode) const {
     return inode < by_inode_.size() && by_inode_[inode] != none ? &nodes_[by_inode_[inode]] : nullptr;
 }
 
+/// Of a directory's children the first whose key is not less.
+std::size_t Table::place_of(const Node& directory, std::string_view wanted) const {
+    const std::span<const std::uint32_t> children = std::span(children_).subspan(directory.first, directory.count);
+    const auto found = std::ranges::lower_bound(children, wanted, {}, [this](auto at) { return key(nodes_[at]); });
+    return static_cast<std::size_t>(found - children.begin());
+}
+
 std::uint64_t Table::lookup(std::uint64_t directory, std::string_view name) const {
     const Node* const node = find(directory);
     if (node == nullptr) return 0;
     const std::string wanted = lower_case(std::string(name));
-    const std::span<const std::uint32_t> children = std::span(children_).subspan(node->first, node->count);
-    const auto key_of = [this](std::uint32_t at) { return key(nodes_[at]); };
-    const auto found = std::ranges::lower_bound(children, std::string_view(wanted), {}, key_of);
-    return found != children.end() && key_of(*found) == wanted ? nodes_[*found].inode : 0;
+    const std::uint64_t inode = child(directory, place_of(*node, wanted));
+    return inode != 0 && key(*find(inode)) == wanted ? inode : 0;
+}
+
+std::uint64_t Table::next(std::uint64_t inode) const {
+    const Node* const node = find(inode);
+    if (node == nullptr) return 0;
+    const Node& directory = nodes_[node->parent];
+    return child(directory.inode, place_of(directory, key(*node)) + 1);
 }
 
 std::uint64_t Table::child(std::uint64_t directory, std::uint64_t index) const {
@@ -132,6 +138,6 @@ std::size_t Table::files() const {
 
 std::uint64_t Table::bytes() const {
     std::uint64_t sum = 0;
-    for (const Node& node : nodes_) sum += node.size;
+    for (const Node& node : nodes_) sum += node.facts.size;
     return sum;
 }

@@ -19,29 +19,28 @@ class Table {
 public:
     static constexpr std::uint64_t root = 1;
 
-    /// A file, or a directory of which nothing else may be known.
-    struct Item {
-        std::string path;      // "/" between names, and at the end of a directory's
-        std::uint32_t source;  // its place in asking order
-        std::uint64_t size = 0;
-        std::int64_t time = 0;      // of its last change, in ns since 1970
-        bool is_decoded = false;    // its bytes must be unpacked, so that a seek costs
+    /// What is known of a file.
+    struct Facts {
+        std::uint32_t source = 0;   // its place in asking order; of a directory too
         std::uint32_t version = 0;  // another number for what may be other bytes
+        std::uint64_t size = 0;
+        std::int64_t time = 0;    // of its last change, in ns since 1970
+        bool is_decoded = false;  // its bytes must be unpacked, so that a seek costs
+    };
+
+    struct Item {
+        std::string path;  // "/" between names, and at the end of a directory's
+        Facts facts;
     };
 
     struct Node {
         std::uint32_t inode = 0;
-        std::uint32_t parent = 0;  // an index of nodes
-        std::uint32_t first = 0;   // child, an index of children
-        std::uint32_t count = 0;   // of children
-        std::uint32_t source = 0;
-        std::uint32_t version = 0;
+        std::uint32_t parent = 0;               // an index of nodes
+        std::uint32_t first = 0, count = 0;     // of its children
         std::uint32_t name_at = 0, key_at = 0;  // a key is a name in lower case
         std::uint16_t name_size = 0;
         bool is_directory = false;
-        bool is_decoded = false;
-        std::uint64_t size = 0;
-        std::int64_t time = 0;
+        Facts facts{};
     };
 
     /// Of a file and a directory of one name the one from the first source is kept; hidden() tells of the other.
@@ -53,6 +52,8 @@ public:
     std::uint64_t lookup(std::uint64_t directory, std::string_view name) const;
     /// The inode of a directory's child, counted from 0; 0 behind the last.
     std::uint64_t child(std::uint64_t directory, std::uint64_t index) const;
+    /// The child behind this one in the same directory; 0 behind the last.
+    std::uint64_t next(std::uint64_t inode) const;
     std::uint64_t parent(std::uint64_t inode) const;
     /// The inode of a whole name, in any case; 0 when there is none.
     std::uint64_t lookup_path(std::string_view path) const;
@@ -74,6 +75,7 @@ private:
     std::uint32_t add(Known& known, std::string_view path, bool is_directory, const Item& item, const Table* before);
     std::uint32_t add_text(std::string_view text);
     void sort_children();
+    std::size_t place_of(const Node& directory, std::string_view key) const;
     std::string_view key(const Node& node) const { return {texts_.data() + node.key_at, node.name_size}; }
 
     const std::time_t made_;

@@ -2,10 +2,27 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
 
 #include "names.h"
 
 namespace {
+
+constexpr std::uint64_t huge_page = 2 * 1024 * 1024;
+
+char* with_huge_pages(char* piece, std::uint64_t size) {
+    piece += -reinterpret_cast<std::uintptr_t>(piece) % huge_page;
+#if defined(__linux__)
+    madvise(piece, size, MADV_HUGEPAGE);  // as much as the system likes
+#else
+    static_cast<void>(size);
+#endif
+    return piece;
+}
 
 /// Reads all of it, or fails: damage that comes with the bytes counts as failed.
 bool read_all(SFsFile* file, char* out, std::uint64_t size) {
@@ -18,6 +35,25 @@ bool read_all(SFsFile* file, char* out, std::uint64_t size) {
 }
 
 }  // namespace
+
+BlockMemory::BlockMemory(std::uint64_t budget, std::uint64_t block_size)
+    : block_size_(block_size), piece_(new (std::nothrow) char[budget + huge_page]) {
+    if (piece_ == nullptr) return;
+    char* const begin = with_huge_pages(piece_.get(), budget);
+    for (std::uint64_t left = budget / block_size; left > 0; --left) free_.push_back(begin + (left - 1) * block_size);
+}
+
+BlockMemory::Block BlockMemory::take() {
+    std::unique_lock guard(lock_);
+    if (free_.empty()) return std::make_shared_for_overwrite<char[]>(block_size_);
+    char* const block = free_.back();
+    free_.pop_back();
+    guard.unlock();
+    return Block(block, [this](char* given_back) {
+        const std::lock_guard guard_of_return(lock_);
+        free_.push_back(given_back);
+    });
+}
 
 std::uint64_t WindowCache::read(const File& file, std::uint64_t offset, char* out, std::uint64_t size) {
     if (offset >= file.size) return 0;
@@ -33,8 +69,7 @@ std::uint64_t WindowCache::read(const File& file, std::uint64_t offset, char* ou
 }
 
 bool WindowCache::read_part(const File& file, std::uint64_t offset, char* out, std::uint64_t size) {
-    // Most files are read in one go and need no window.
-    if (!file.is_decoded || size == file.size) {
+    if (!file.is_decoded) {
         Stream stream;
         return read_on(stream, file, offset, out, size);
     }
@@ -54,7 +89,7 @@ bool WindowCache::read_window(const File& file, std::uint64_t offset, char* out,
         const std::shared_ptr<Stream> stream = stream_of(file.id);
         const std::lock_guard guard(stream->lock);
         block = find(key, size);  // another thread may have decoded it meanwhile
-        // A file of one window is mostly read in order, and often only its beginning is.
+        // A file of one window is mostly read in one go, or in order, and often only its beginning is.
         if (block == nullptr && file.size <= window_size && offset == stream->position)
             return read_on(*stream, file, offset, out, size);
         if (block == nullptr) block = decode(*stream, file, key.index, size);
@@ -77,8 +112,17 @@ bool WindowCache::read_on(Stream& stream, const File& file, std::uint64_t offset
     if (!is_good || stream.position == file.size) {
         stream.file = nullptr;
         stream.position = 0;
+        put_last(stream);
     }
     return is_good;
+}
+
+void WindowCache::prepare(const File& file) {
+    if (!file.is_decoded || file.size > window_size) return;
+    fs::clear_error();
+    const std::shared_ptr<Stream> stream = stream_of(file.id);
+    const std::lock_guard guard(stream->lock);
+    if (find({file.id, 0}, 0) == nullptr) decode(*stream, file, 0, 0);
 }
 
 /// Where to begin for this window. What lies between the stream's place and it must be decoded anyhow, so its windows are
@@ -95,7 +139,7 @@ WindowCache::Block WindowCache::decode(Stream& stream, const File& file, std::ui
     Block block;
     for (std::uint64_t at = first_missing(stream, {file.id, index}); at <= index; ++at) {
         const std::uint64_t size = std::min(window_size, file.size - at * window_size);
-        block = take_block(size);
+        block = take_block();
         if (!read_on(stream, file, at * window_size, block.get(), size)) return nullptr;
         keep({{file.id, at}, block, size, at == index ? served : 0}, stream);
     }
@@ -113,36 +157,41 @@ std::shared_ptr<WindowCache::Stream> WindowCache::stream_of(std::uint64_t id) {
     return streams_.front().second;
 }
 
+WindowCache::Streams::iterator WindowCache::place_of(const Stream& stream) {
+    return std::ranges::find(streams_, &stream, [](const auto& entry) { return entry.second.get(); });
+}
+
+void WindowCache::put_last(const Stream& stream) {
+    const std::lock_guard guard(mutex_);
+    if (const auto place = place_of(stream); place != streams_.end()) streams_.splice(streams_.end(), streams_, place);
+}
+
 WindowCache::Block WindowCache::find(Key key, std::uint64_t served) {
     const std::lock_guard guard(mutex_);
     const auto found = by_key_.find(key);
     if (found == by_key_.end()) return nullptr;
     const Place window = found->second;
     window->served += served;
-    const bool was_read_through = window->served >= window->size;
-    windows_.splice(was_read_through ? windows_.end() : windows_.begin(), windows_, window);
+    windows_.splice(window->was_read_through() ? windows_.end() : windows_.begin(), windows_, window);
     return window->block;
 }
 
-/// Memory for a window; that of one which is not needed any more where there is one.
-WindowCache::Block WindowCache::take_block(std::uint64_t size) {
-    const std::lock_guard guard(mutex_);
-    Block block;
-    while (!windows_.empty()) {
-        const Window& last = windows_.back();
-        if (used_ + size <= budget_ && last.served < last.size) break;
-        if (last.block.use_count() == 1 && last.size == size) block = last.block;
+void WindowCache::make_room() {
+    while (!windows_.empty() && ((windows_.size() + 1) * window_size > budget_ || windows_.back().was_read_through()))
         drop(std::prev(windows_.end()));
-    }
-    return block != nullptr ? block : std::make_shared_for_overwrite<char[]>(size);
+}
+
+WindowCache::Block WindowCache::take_block() {
+    const std::lock_guard guard(mutex_);
+    make_room();
+    return memory_.take();
 }
 
 /// Nothing is kept of a file that was forgotten, or put aside, while it was decoded.
 void WindowCache::keep(Window window, const Stream& stream) {
     const std::lock_guard guard(mutex_);
-    const auto is_it = [&stream](const auto& entry) { return entry.second.get() == &stream; };
-    if (std::ranges::none_of(streams_, is_it)) return;
-    used_ += window.size;
+    if (place_of(stream) == streams_.end()) return;
+    make_room();  // others may have filled it meanwhile
     windows_.push_front(std::move(window));
     by_key_[windows_.front().key] = windows_.begin();
 }
@@ -155,12 +204,11 @@ void WindowCache::forget(std::uint64_t id) {
 }
 
 void WindowCache::drop(Place window) {
-    used_ -= window->size;
     by_key_.erase(window->key);
     windows_.erase(window);
 }
 
 std::uint64_t WindowCache::bytes() const {
     const std::lock_guard guard(mutex_);
-    return used_;
+    return windows_.size() * window_size;
 }

@@ -9,8 +9,25 @@
 #include <mutex>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
 #include <engine/filesystem/comfort.h>
+
+/// Blocks of one size. As many as a budget holds come from one piece, for which the system is asked for huge pages: to touch
+/// a page for the first time costs more than to decode what it takes. The others are of the heap.
+class BlockMemory {
+public:
+    using Block = std::shared_ptr<char[]>;
+
+    BlockMemory(std::uint64_t budget, std::uint64_t block_size);
+    Block take();
+
+private:
+    const std::uint64_t block_size_;
+    std::unique_ptr<char[]> piece_;
+    std::mutex lock_;  // guards the next
+    std::vector<char*> free_;
+};
 
 /// Reads files at any place. Of those that must be decoded it keeps windows, so that reading here and there does not
 /// decode them again and again; what is read in order passes through, and its windows are the first to go.
@@ -32,11 +49,15 @@ public:
     /// Opens a file; null with the reason in fs::last_error. Called by whichever thread reads.
     using Open = std::function<fs::file_ptr(std::uint64_t id)>;
 
-    WindowCache(std::uint64_t budget, Open open) : budget_(budget), open_(std::move(open)) {}
+    WindowCache(std::uint64_t budget, Open open)
+        : budget_(budget), open_(std::move(open)), memory_(budget, window_size) {}
 
     /// Reads `size` bytes, less at the end of the file. `failed` when they cannot be read or are damaged, with the reason
     /// in fs::last_error; nothing is there for a file that was found to be damaged before, which fails for good.
     std::uint64_t read(const File& file, std::uint64_t offset, char* out, std::uint64_t size);
+
+    /// Decodes a file of one window that is likely to be read soon; whoever reads it meanwhile waits for that.
+    void prepare(const File& file);
 
     /// A file holds something else now: nothing that was decoded of it is used any more.
     void forget(std::uint64_t id);
@@ -48,12 +69,14 @@ private:
         std::uint64_t id, index;
         auto operator<=>(const Key&) const = default;  // NOLINT(modernize-use-nullptr): there is none
     };
-    using Block = std::shared_ptr<char[]>;
+    using Block = BlockMemory::Block;
     struct Window {
         Key key;
         Block block;
         std::uint64_t size;
-        std::uint64_t served = 0;  // bytes handed out: all of them once it was read through
+        std::uint64_t served = 0;  // bytes handed out
+
+        bool was_read_through() const { return served >= size; }
     };
     using Place = std::list<Window>::iterator;
     /// A file that is being decoded. The lock guards the rest.
@@ -62,6 +85,7 @@ private:
         fs::file_ptr file;
         std::uint64_t position = 0;
     };
+    using Streams = std::list<std::pair<std::uint64_t, std::shared_ptr<Stream>>>;  // by file
 
     bool read_part(const File& file, std::uint64_t offset, char* out, std::uint64_t size);
     bool read_window(const File& file, std::uint64_t offset, char* out, std::uint64_t size);
@@ -69,17 +93,20 @@ private:
     std::uint64_t first_missing(const Stream& stream, Key key) const;
     Block decode(Stream& stream, const File& file, std::uint64_t index, std::uint64_t served);
     std::shared_ptr<Stream> stream_of(std::uint64_t id);
+    Streams::iterator place_of(const Stream& stream);
+    void put_last(const Stream& stream);
     Block find(Key key, std::uint64_t served);
-    Block take_block(std::uint64_t size);
+    void make_room();
+    Block take_block();
     void keep(Window window, const Stream& stream);
     void drop(Place window);
 
     const std::uint64_t budget_;
     const Open open_;
+    BlockMemory memory_;
     mutable std::mutex mutex_;  // guards what follows; never held while a file is opened or read
-    std::uint64_t used_ = 0;
     std::unordered_set<std::uint64_t> damaged_;
     std::list<Window> windows_;  // the latest first; those that were read through last
     std::map<Key, Place> by_key_;
-    std::list<std::pair<std::uint64_t, std::shared_ptr<Stream>>> streams_;  // by file, the latest first
+    Streams streams_;  // the latest first; those that are at their ends last
 };

@@ -37,12 +37,12 @@ public:
         for (const SFsPackEntry& entry : entries) {
             const std::string path = normalised(entry.name, /*keep_case*/ true);
             if (take(lower_case(path)))
-                items_.push_back({.path = path,
-                                  .source = source,
-                                  .size = entry.size,
-                                  .time = times_.time_of(entry.time),
-                                  .is_decoded = entry.method != EFSPackMethod::STORE,
-                                  .version = version});
+                items_.push_back({path,
+                                  {.source = source,
+                                   .version = version,
+                                   .size = entry.size,
+                                   .time = times_.time_of(entry.time),
+                                   .is_decoded = entry.method != EFSPackMethod::STORE}});
         }
     }
 
@@ -50,10 +50,10 @@ public:
     void add_directory(std::uint32_t source, const std::string& top, const std::string& path, bool is_linked = false) {
         const std::unique_ptr<DIR, CloseDirectory> directory(opendir((top + path).c_str()));
         if (directory == nullptr) return;
-        items_.push_back({.path = path, .source = source});
+        items_.push_back({path, {.source = source}});
         for (const auto& [name, type] : names_in(directory.get())) {
             const std::string spelled = path + name, key = lower_case(spelled);
-            const Table::Node* const known = known_file(source, key);
+            const Table::Facts* const known = known_file(source, key);
             struct stat found {};
             if (type == DT_DIR)
                 found.st_mode = S_IFDIR;
@@ -63,11 +63,7 @@ public:
                 add_directory(source, top, spelled + "/", is_linked || type != DT_DIR);
             // The library does not follow every link to a directory.
             else if ((!is_linked || !place_on_disk(top + key).empty()) && take(key))
-                items_.push_back({.path = spelled,
-                                  .source = source,
-                                  .size = known != nullptr ? known->size : static_cast<std::uint64_t>(found.st_size),
-                                  .time = known != nullptr ? known->time : nanoseconds(found.st_mtim),
-                                  .version = known != nullptr ? known->version : version_});
+                items_.push_back({spelled, known != nullptr ? *known : facts_of(source, found)});
         }
     }
 
@@ -96,10 +92,17 @@ private:
         return !std::exchange(is_found_[static_cast<std::size_t>(found - names_.begin())], 1);
     }
 
-    const Table::Node* known_file(std::uint32_t source, const std::string& key) const {
+    Table::Facts facts_of(std::uint32_t source, const struct stat& found) const {
+        return {.source = source,
+                .version = version_,
+                .size = static_cast<std::uint64_t>(found.st_size),
+                .time = nanoseconds(found.st_mtim)};
+    }
+
+    const Table::Facts* known_file(std::uint32_t source, const std::string& key) const {
         if (before_ == nullptr || changed_.contains(key)) return nullptr;
         const Table::Node* const node = before_->find(before_->lookup_path(key));
-        return node != nullptr && !node->is_directory && node->source == source ? node : nullptr;
+        return node != nullptr && !node->is_directory && node->facts.source == source ? &node->facts : nullptr;
     }
 
     const Table* const before_;

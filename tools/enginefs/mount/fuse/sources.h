@@ -20,6 +20,8 @@ public:
     /// Every file, from the source that wins, and the directories. Throws CommandFailed when a pack cannot be listed.
     std::shared_ptr<const Table> table() { return next_table(nullptr, {}, false); }
 
+    /// Gives up what packs list, which is not asked for again where nothing follows the disk.
+    void forget() { packs_.clear(); }
     /// Has them follow the disk. False, with a word on standard error, when one cannot be watched.
     bool watch() const;
     /// The table after what has changed on the disk, which is asked for no more than that; null where nothing has.

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
@@ -41,6 +42,10 @@ constexpr double doubtful_seconds = 1;  // of names that nobody can tell the ker
 constexpr std::uint64_t block_size = 4096;
 constexpr std::chrono::milliseconds poll_every{100};
 
+WindowCache::File cached(const Table::Node& file) {
+    return {.id = file.inode, .size = file.facts.size, .is_decoded = file.facts.is_decoded};
+}
+
 /// What is shown. The table may be replaced at any time; a request goes on with the one that it began with.
 class View {
 public:
@@ -61,12 +66,23 @@ public:
         table_.swap(table);
     }
 
+    /// Who reads the files of a directory one after another finds the next one decoded, while another core is idle.
+    void prepare_next(const Table& table, const Table::Node& file) {
+        const std::uint64_t next = table.next(file.inode);
+        if (next_file_.exchange(next) != file.inode || next == 0) return;
+        try {
+            windows.prepare(cached(*table.find(next)));
+        } catch (const std::bad_alloc&) {  // who reads it is told
+        }
+    }
+
     const ViewOptions& options;
     WindowCache windows;
 
 private:
     mutable std::mutex lock_;  // guards the next
     std::shared_ptr<const Table> table_;
+    std::atomic<std::uint64_t> next_file_ = 0;  // behind the latest that was read from its start to its end
 };
 
 View& view_of(fuse_req_t request) { return *static_cast<View*>(fuse_req_userdata(request)); }
@@ -94,11 +110,11 @@ struct stat attributes_of(const Table& table, const Table::Node& node) {
     out.st_nlink = 1;  // of a directory: not known, so that nobody counts on it
     out.st_uid = getuid();
     out.st_gid = getgid();
-    out.st_size = static_cast<off_t>(node.size);
+    out.st_size = static_cast<off_t>(node.facts.size);
     out.st_blksize = block_size;
-    out.st_blocks = static_cast<blkcnt_t>((node.size + 511) / 512);
+    out.st_blocks = static_cast<blkcnt_t>((node.facts.size + 511) / 512);
     out.st_mtim = out.st_ctim = out.st_atim =
-        node.is_directory ? timespec{.tv_sec = table.made(), .tv_nsec = 0} : time_of(node.time);
+        node.is_directory ? timespec{.tv_sec = table.made(), .tv_nsec = 0} : time_of(node.facts.time);
     return out;
 }
 
@@ -171,24 +187,27 @@ void list(fuse_req_t request, fuse_ino_t directory, std::size_t size, off_t offs
     });
 }
 
+/// Says why, unless that was said before.
+int failed_to_read(const Table& table, const Table::Node& file) {
+    if (fs::last_error().code != EFSError::NONE || !file.facts.is_decoded)
+        fail_with_last_error(table.path(file.inode), "it has become shorter since it was mounted");
+    return EIO;
+}
+
 void read(fuse_req_t request, fuse_ino_t inode, std::size_t size, off_t offset, fuse_file_info*) {
+    View& view = view_of(request);
+    const std::shared_ptr<const Table> table = view.table();
+    const Table::Node* const file = table->find(inode);
     answer(request, [&] {
-        const std::shared_ptr<const Table> table = table_of(request);
-        const Table::Node* const node = table->find(inode);
-        if (node == nullptr || node->is_directory) return EIO;
+        if (file == nullptr || file->is_directory) return EIO;
         thread_local std::vector<char> out;
         out.resize(std::max(out.size(), size));
-        const WindowCache::File file{.id = inode, .size = node->size, .is_decoded = node->is_decoded};
         const std::uint64_t got =
-            view_of(request).windows.read(file, static_cast<std::uint64_t>(offset), out.data(), size);
-        if (got == failed) {
-            const SFsError& error = fs::last_error();
-            if (error.code != EFSError::NONE || !node->is_decoded)  // else it was said before
-                fail_with_last_error(table->path(inode), "it has become shorter since it was mounted");
-            return EIO;
-        }
+            view.windows.read(cached(*file), static_cast<std::uint64_t>(offset), out.data(), size);
+        if (got == failed) return failed_to_read(*table, *file);
         return fuse_reply_buf(request, out.data(), got), 0;
     });
+    if (file != nullptr && offset == 0 && size >= file->facts.size) view.prepare_next(*table, *file);
 }
 
 void tell_size(fuse_req_t request, fuse_ino_t) {
@@ -261,7 +280,8 @@ void take_up_changes(fuse_session* session, View& view) {
     for (const Table::Node& was : before->nodes()) {
         const Table::Node* const is = after->find(was.inode);
         if (is == nullptr || before->name(was) != after->name(*is)) forget_name(session, *before, was);
-        if (is == nullptr || is->source != was.source || is->version != was.version) forget(session, view, was.inode);
+        if (is == nullptr || is->facts.source != was.facts.source || is->facts.version != was.facts.version)
+            forget(session, view, was.inode);
     }
     for (const Table::Node& is : after->nodes())
         if (before->find(is.inode) == nullptr) forget_name(session, *after, is);
@@ -307,7 +327,8 @@ bool show_view(std::shared_ptr<const Table> table, const ViewOptions& options, c
         fuse_session_mount(session.get(), options.place.c_str()) != 0)
         return fail(options.place, "it cannot be mounted: " + reason_of_failure());
     fuse_set_log_func(nullptr);
-    malloc_trim(0);  // what gathering the names took
+    mallopt(M_ARENA_MAX, 1);  // hardly anything is allocated from here on
+    malloc_trim(0);           // what gathering the names took
     const std::jthread following = start_following(session.get(), view);
     ready();
     fuse_loop_config threads{.clone_fd = 0, .max_idle_threads = 10};
