@@ -112,7 +112,8 @@ bool WindowCache::read_on(Stream& stream, const File& file, std::uint64_t offset
     if (!is_good || stream.position == file.size) {
         stream.file = nullptr;
         stream.position = 0;
-        put_last(stream);
+        const std::lock_guard guard(mutex_);
+        stream.used = 0;
     }
     return is_good;
 }
@@ -148,22 +149,12 @@ WindowCache::Block WindowCache::decode(Stream& stream, const File& file, std::ui
 
 std::shared_ptr<WindowCache::Stream> WindowCache::stream_of(std::uint64_t id) {
     const std::lock_guard guard(mutex_);
-    const auto found = std::ranges::find(streams_, id, [](const auto& entry) { return entry.first; });
-    if (found != streams_.end())
-        streams_.splice(streams_.begin(), streams_, found);
-    else
-        streams_.emplace_front(id, std::make_shared<Stream>());
-    if (streams_.size() > most_open) streams_.pop_back();
-    return streams_.front().second;
-}
-
-WindowCache::Streams::iterator WindowCache::place_of(const Stream& stream) {
-    return std::ranges::find(streams_, &stream, [](const auto& entry) { return entry.second.get(); });
-}
-
-void WindowCache::put_last(const Stream& stream) {
-    const std::lock_guard guard(mutex_);
-    if (const auto place = place_of(stream); place != streams_.end()) streams_.splice(streams_.end(), streams_, place);
+    std::shared_ptr<Stream> stream = streams_[id];
+    if (stream == nullptr) streams_[id] = stream = std::make_shared<Stream>();
+    stream->used = ++clock_;
+    const auto used = [](const auto& entry) { return entry.second->used; };
+    if (streams_.size() > most_open) streams_.erase(std::ranges::min_element(streams_, {}, used));
+    return stream;
 }
 
 WindowCache::Block WindowCache::find(Key key, std::uint64_t served) {
@@ -190,7 +181,8 @@ WindowCache::Block WindowCache::take_block() {
 /// Nothing is kept of a file that was forgotten, or put aside, while it was decoded.
 void WindowCache::keep(Window window, const Stream& stream) {
     const std::lock_guard guard(mutex_);
-    if (place_of(stream) == streams_.end()) return;
+    const auto found = streams_.find(window.key.id);
+    if (found == streams_.end() || found->second.get() != &stream) return;
     make_room();  // others may have filled it meanwhile
     windows_.push_front(std::move(window));
     by_key_[windows_.front().key] = windows_.begin();
@@ -199,7 +191,7 @@ void WindowCache::keep(Window window, const Stream& stream) {
 void WindowCache::forget(std::uint64_t id) {
     const std::lock_guard guard(mutex_);
     damaged_.erase(id);
-    std::erase_if(streams_, [id](const auto& entry) { return entry.first == id; });
+    streams_.erase(id);
     for (auto at = by_key_.lower_bound({id, 0}); at != by_key_.end() && at->first.id == id;) drop((at++)->second);
 }
 

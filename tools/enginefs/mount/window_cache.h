@@ -79,13 +79,13 @@ private:
         bool was_read_through() const { return served >= size; }
     };
     using Place = std::list<Window>::iterator;
-    /// A file that is being decoded. The lock guards the rest.
+    /// A file that is being decoded. The lock guards the next two.
     struct Stream {
         std::mutex lock;
         fs::file_ptr file;
         std::uint64_t position = 0;
+        std::uint64_t used = 0;  // the least is the first to go: 0 once it is at its end
     };
-    using Streams = std::list<std::pair<std::uint64_t, std::shared_ptr<Stream>>>;  // by file
 
     bool read_part(const File& file, std::uint64_t offset, char* out, std::uint64_t size);
     bool read_window(const File& file, std::uint64_t offset, char* out, std::uint64_t size);
@@ -93,8 +93,6 @@ private:
     std::uint64_t first_missing(const Stream& stream, Key key) const;
     Block decode(Stream& stream, const File& file, std::uint64_t index, std::uint64_t served);
     std::shared_ptr<Stream> stream_of(std::uint64_t id);
-    Streams::iterator place_of(const Stream& stream);
-    void put_last(const Stream& stream);
     Block find(Key key, std::uint64_t served);
     void make_room();
     Block take_block();
@@ -108,5 +106,6 @@ private:
     std::unordered_set<std::uint64_t> damaged_;
     std::list<Window> windows_;  // the latest first; those that were read through last
     std::map<Key, Place> by_key_;
-    Streams streams_;  // the latest first; those that are at their ends last
+    std::map<std::uint64_t, std::shared_ptr<Stream>> streams_;  // by file
+    std::uint64_t clock_ = 0;                                   // of the latest use of one
 };

@@ -327,8 +327,7 @@ bool show_view(std::shared_ptr<const Table> table, const ViewOptions& options, c
         fuse_session_mount(session.get(), options.place.c_str()) != 0)
         return fail(options.place, "it cannot be mounted: " + reason_of_failure());
     fuse_set_log_func(nullptr);
-    mallopt(M_ARENA_MAX, 1);  // hardly anything is allocated from here on
-    malloc_trim(0);           // what gathering the names took
+    malloc_trim(0);  // what gathering the names took
     const std::jthread following = start_following(session.get(), view);
     ready();
     fuse_loop_config threads{.clone_fd = 0, .max_idle_threads = 10};
