@@ -10,7 +10,6 @@
 #include <malloc.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,10 +22,12 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <stop_token>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -245,10 +246,10 @@ void take_message(fuse_log_level, const char* format, va_list arguments) {
 /// Why libfuse could not mount, with what is mostly the reason.
 std::string reason_of_failure() {
     constexpr const char* device = "/dev/fuse";
-    struct stat found {};
-    const bool is_fuse = stat(device, &found) == 0 && S_ISCHR(found.st_mode) && found.st_rdev == makedev(10, 229);
     const std::string reason = said.empty() ? "libfuse gave no reason" : said;
-    return is_fuse ? reason : reason + "; " + device + ", the kernel's side of it, is missing here";
+    std::error_code unknown;
+    if (std::filesystem::is_character_file(device, unknown)) return reason;
+    return reason + "; " + device + ", the kernel's side of it, is missing here";
 }
 
 struct EndSession {
