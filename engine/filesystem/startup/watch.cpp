@@ -1,6 +1,7 @@
 #include <engine/filesystem/watch.h>
 
 #include <functional>
+#include <vector>
 
 #include <engine/filesystem/contract/followed_source.h>
 
@@ -23,21 +24,10 @@ fs::path key_of(const char* path) {
     throw StoredFailure();
 }
 
-/// What reads the source anew under the exclusive lock; `pin` keeps it until then. Empty, with the failure stored, when
-/// there is no such source or it cannot be read.
-std::function<void()> read_anew(const fs::path& key, registry::Pin& pin) {
-    CFSSource* source = nullptr;
-    {
-        const registry::SharedGuard guard;
-        source = registry::find(key);
-        if (source != nullptr) pin = registry::Pin(*source);
-    }
-    if (source == nullptr) {
-        refuse(EFSError::NOT_FOUND, key.PathName(), "No source of this path is registered.");
-        return {};
-    }
-    if (auto* const followed = dynamic_cast<FollowedSource*>(source)) return followed->read_anew();
-    return [source] { source->refresh(); };
+/// What reads a source anew under the exclusive lock; empty, with the failure stored, when it cannot be read.
+std::function<void()> read_anew(CFSSource& source) {
+    if (auto* const followed = dynamic_cast<FollowedSource*>(&source)) return followed->read_anew();
+    return [&source] { source.refresh(); };
 }
 
 }  // namespace
@@ -50,12 +40,21 @@ bool watch(const char* source_path, bool on) {
 bool reload_source(const char* source_path) {
     const DiskUse use("read", source_path);
     return guarded(source_path, false, [&] {
-        registry::Pin pin;
-        const std::function<void()> take_up = read_anew(key_of(source_path), pin);
-        if (!take_up) return false;
+        std::vector<CFSSource*> sources;
+        std::vector<registry::Pin> pins;
+        {
+            const registry::SharedGuard guard;
+            sources = sources_of(key_of(source_path));
+            for (CFSSource* const source : sources) pins.emplace_back(*source);
+        }
+        std::vector<std::function<void()>> read;
+        for (CFSSource* const source : sources) {
+            read.push_back(read_anew(*source));
+            if (!read.back()) return false;
+        }
         const registry::ExclusiveGuard guard;
         const ErrorScope scope;
-        take_up();
+        for (const std::function<void()>& take_up : read) take_up();
         registry::rebuild_index();
         return !scope.has_error();
     });

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -122,38 +123,48 @@ bool take_up(Watching& all, ztl::vector<SFsChange>& out, std::int64_t now, std::
 
 }  // namespace
 
+std::vector<CFSSource*> sources_of(const fs::path& key) {
+    std::vector<CFSSource*> sources;
+    registry::for_each_source([&](CFSSource& source) {
+        if (source.path() == key && !registry::is_fallback(&source)) sources.push_back(&source);
+    });
+    if (!sources.empty()) return sources;
+    set_error(EFSError::NOT_FOUND, key.PathName(), "No source of this path is registered.");
+    throw StoredFailure();
+}
+
 bool watch_source(const fs::path& key, bool on) {
     check_thread();
     Watching& all = watching();
     const platform::LockGuard guard(all.lock);
-    Followed made{};
-    registry::Pin pin;
+    std::vector<Followed> made;
+    std::vector<registry::Pin> pins;
     {
         const registry::SharedGuard shared;
-        CFSSource* const source = registry::find(key);
-        if (source == nullptr)
-            return refuse(EFSError::NOT_FOUND, key.PathName(), "No source of this path is registered.");
-        auto* const followed = dynamic_cast<FollowedSource*>(source);
-        if (followed == nullptr)
-            return refuse(EFSError::UNSUPPORTED, key.PathName(), "Only directories and packs can be watched.");
-        const auto found = all.find(followed->serial());
-        if (!on && found != all.followed.end()) all.followed.erase(found);
-        all.drop_idle_watches();
-        if (!on || found != all.followed.end()) return true;
-        made = {followed->serial(), followed->make_follower()};
-        if (made.follower == nullptr)
-            return refuse(EFSError::UNSUPPORTED, key.PathName(), "What is mounted here cannot be watched.");
-        pin = registry::Pin(*source);
+        for (CFSSource* const source : sources_of(key)) {
+            auto* const followed = dynamic_cast<FollowedSource*>(source);
+            if (followed == nullptr)
+                return refuse(EFSError::UNSUPPORTED, key.PathName(), "Only directories and packs can be watched.");
+            const auto found = all.find(followed->serial());
+            if (found != all.followed.end()) {
+                if (!on) all.followed.erase(found);
+            } else if (on) {
+                made.push_back({followed->serial(), followed->make_follower()});
+                pins.emplace_back(*source);
+            }
+        }
     }
-    all.followed.reserve(all.followed.size() + 1);
+    all.followed.reserve(all.followed.size() + made.size());
     if (all.watches == nullptr) all.watches = std::make_unique<Watches>();
-    if (guarded(key.PathName(), false, [&] { return made.follower->begin(*all.watches); })) {
-        all.followed.push_back(std::move(made));
-        return true;
-    }
-    made.follower.reset();
+    const bool is_whole = std::all_of(made.begin(), made.end(), [&](const Followed& each) {
+        if (each.follower == nullptr)
+            return refuse(EFSError::UNSUPPORTED, key.PathName(), "What is mounted here cannot be watched.");
+        return guarded(key.PathName(), false, [&] { return each.follower->begin(*all.watches); });
+    });
+    if (is_whole) std::move(made.begin(), made.end(), std::back_inserter(all.followed));
+    made.clear();
     all.drop_idle_watches();
-    return false;
+    return is_whole;
 }
 
 void stop_watching() {

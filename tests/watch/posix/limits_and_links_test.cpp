@@ -75,12 +75,25 @@ TEST_F(WatchOnPosix, FollowsLinksAndPassesOverWhatScansDo) {
     disk::create_directory_symlink(outside_ / "far", directory_ / "near");
     disk::create_symlink(outside_ / "far/y.txt", directory_ / "w.txt");
     EXPECT_THAT(poll_now(), ElementsAre("CREATED near/y.txt", "CREATED w.txt"));
-    outside_.write("far/sub/z.txt", "");
+    outside_.write("deep/z.txt", "");
+    disk::create_directory_symlink(outside_ / "deep", outside_ / "far/sub");
     EXPECT_THAT(poll_now(), ElementsAre("CREATED near/sub/z.txt"));
     expect_as_mounted_anew(directory_);
     disk::remove(directory_ / "near");
     disk::remove(directory_ / "pipe");
     EXPECT_THAT(poll_now(), ElementsAre("REMOVED near/sub/z.txt", "REMOVED near/y.txt"));
+    expect_as_mounted_anew(directory_);
+    // What a link led to before is found behind another one again.
+    disk::create_directory_symlink(outside_ / "far", directory_ / "near");
+    EXPECT_THAT(poll_now(), ElementsAre("CREATED near/sub/z.txt", "CREATED near/y.txt"));
+    expect_as_mounted_anew(directory_);
+}
+
+TEST_F(WatchOnPosix, FindsWhatALinkWithinLedToGone) {
+    disk::create_directory_symlink(directory_ / "d", directory_ / "link");
+    EXPECT_THAT(poll_now(), ElementsAre("CREATED link/x.txt"));
+    disk::rename(directory_ / "d", directory_ / "e");
+    EXPECT_THAT(poll_now(), ElementsAre("REMOVED d/x.txt", "CREATED e/x.txt", "REMOVED link/x.txt"));
     expect_as_mounted_anew(directory_);
 }
 

@@ -7,6 +7,7 @@
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/sources/directory/follow/follower.h"
+#include "engine/filesystem/sources/directory/mount/scan.h"
 #include "engine/filesystem/watch/change_batch.h"
 
 // Under the registry's exclusive lock the table is brought to what was found. Each name is told, entered and unmarked in
@@ -17,13 +18,13 @@ namespace fs {
 void DirectoryFollower::apply(ChangeBatch& batch) {
     if (is_to_be_mounted_) mount_again(batch);
     apply_directories(batch);
-    const std::vector<Marks::value_type*> due = std::move(due_);
-    for (Marks::value_type* const entry : due) {
-        auto& [name, mark] = *entry;
-        if (apply_mark(batch, name, mark))
-            marks_.erase(name);
+    const std::vector<Marks::iterator> due = std::move(due_);
+    for (const Marks::iterator name : due) {
+        const auto end = end_of_name(name);
+        if (apply_name(batch, name, end))
+            marks_.erase(name, end);
         else
-            mark.is_named = true;
+            name->second.is_named = true;
     }
     if (is_lost_) batch.add_lost();
     is_lost_ = false;
@@ -37,7 +38,7 @@ void DirectoryFollower::mount_again(ChangeBatch& batch) {
     source_.refresh();  // which fails for a root that must exist, and keeps the names
     if (scope.has_error() && last_error().code == EFSError::OUT_OF_MEMORY) throw std::bad_alloc();
     scope.forget();
-    reads_ = state_.reads;
+    take_settings();
     is_to_be_mounted_ = false;
     is_lost_ = true;
     if (!is_root_gone_) is_to_be_read_ = true;  // so that all of it is watched
@@ -49,14 +50,10 @@ void DirectoryFollower::apply_directories(ChangeBatch& batch) {
     MountedNames& names = *state_.names;
     for (const std::string& dir : gone_dirs_) state_.remove_node(dir);
     // The disk may have a directory of the same name in another case.
-    const auto is_gone = [&](std::string_view dir) {
-        while (!dir.empty() && !gone_dirs_.contains(dir)) dir = parent_directory(dir);
-        return !dir.empty();
-    };
     if (!gone_dirs_.empty()) {
         for (const auto& [dir, watch] : directories_) {
             const std::string lower = lower_text(dir);
-            if (is_gone(lower)) state_.make_node(names, lower);
+            if (is_below_any(gone_dirs_, lower)) state_.make_node(names, lower);
         }
     }
     for (const std::string& dir : new_dirs_) {
@@ -70,28 +67,32 @@ void DirectoryFollower::apply_directories(ChangeBatch& batch) {
 }
 
 /// False when the disk is to be asked first.
-bool DirectoryFollower::apply_mark(ChangeBatch& batch, const std::string& name, const Mark& mark) {
-    const std::vector<std::uint32_t> held = held_files(name);
-    std::vector<std::string> before;  // as the disk spells them
-    std::vector<std::string> wanted;  // of these what nobody touched, and what is there
-    for (const std::uint32_t file : held) {
-        before.push_back(spelled_path(file));
-        const auto is_it = [&](const Spelling& spelling) { return spelling.path == before.back(); };
-        if (std::none_of(mark.spellings.begin(), mark.spellings.end(), is_it)) wanted.push_back(before.back());
-    }
-    if (!mark.is_named) {
-        const bool is_held = wanted.size() < held.size();
+bool DirectoryFollower::apply_name(ChangeBatch& batch, Marks::iterator first, Marks::iterator last) {
+    const NameTable& table = state_.names->table;
+    const std::string name = lower_text(first->first);
+    const std::vector<std::uint32_t> held = files_of(table, name);
+    const auto is_marked = [&](std::uint32_t file) {
+        return std::any_of(first, last, [&](const auto& mark) { return is_spelled(table, file, mark.first); });
+    };
+    if (!first->second.is_named) {
+        const bool is_held = std::any_of(held.begin(), held.end(), is_marked);
         if (is_held) batch.add(SFsChange::CONTENT, name);
         return is_held;
     }
-    for (const Spelling& spelling : mark.spellings) {
-        if (spelling.is_there) wanted.push_back(spelling.path);
+    std::vector<std::string> before;  // as the disk spells them
+    std::vector<std::string> wanted;  // of these what nobody touched, and what is there
+    for (const std::uint32_t file : held) {
+        before.push_back(spelled_path(table, file));
+        if (!is_marked(file)) wanted.push_back(before.back());
+    }
+    for (auto at = first; at != last; ++at) {
+        if (at->second.is_there) wanted.push_back(at->first);
     }
     std::sort(wanted.begin(), wanted.end());  // as a scan enters them
     if (wanted != before)
         replace(batch, name, held, wanted);
-    else if (mark.is_written && !held.empty())
-        batch.add(mark.is_new ? SFsChange::CREATED : SFsChange::CONTENT, name);
+    else if (first->second.is_written && !held.empty())
+        batch.add(first->second.is_new ? SFsChange::CREATED : SFsChange::CONTENT, name);
     return true;
 }
 
@@ -121,18 +122,21 @@ void DirectoryFollower::replace(ChangeBatch& batch, const std::string& name, con
     for (const std::uint32_t file : held) table.remove(file);
 }
 
-/// The files of the table that have this name, in their order; they differ in case.
-std::vector<std::uint32_t> DirectoryFollower::held_files(std::string_view name) const {
-    const NameTable& table = state_.names->table;
+/// The files of a table that have this name, in their order; they differ in case.
+std::vector<std::uint32_t> DirectoryFollower::files_of(const NameTable& table, std::string_view name) {
     const std::size_t split = name.rfind('/') + 1;
-    std::vector<std::uint32_t> held;
+    std::vector<std::uint32_t> files;
     std::uint32_t file = table.find_exact(name.substr(0, split), name.substr(split));
-    for (; file != NameTable::none; file = table.next_exact(file)) held.push_back(file);
-    return held;
+    for (; file != NameTable::none; file = table.next_exact(file)) files.push_back(file);
+    return files;
 }
 
-std::string DirectoryFollower::spelled_path(std::uint32_t file) const {
-    const NameTable& table = state_.names->table;
+bool DirectoryFollower::is_spelled(const NameTable& table, std::uint32_t file, std::string_view path) {
+    const std::size_t split = path.rfind('/') + 1;
+    return table.spelled_dir(file) == path.substr(0, split) && table.spelled_name(file) == path.substr(split);
+}
+
+std::string DirectoryFollower::spelled_path(const NameTable& table, std::uint32_t file) {
     return std::string(table.spelled_dir(file)).append(table.spelled_name(file));
 }
 

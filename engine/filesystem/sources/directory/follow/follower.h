@@ -5,8 +5,6 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <utility>
 #include <vector>
 
 #include "engine/filesystem/sources/directory/mount/state.h"
@@ -17,11 +15,11 @@ class CWin32_dir;
 
 namespace fs {
 
-/// Follows the disk for a directory source: follower.cpp hears events and looks at what they name, reading.cpp lists
+/// Follows the disk for a directory source: follower.cpp hears events and looks at what they name, reading.cpp reads
 /// directories that came or went, apply.cpp brings the table to what was found.
 ///
-/// Words: a *mark* is a name that waits to be looked at; a *marked directory* is to be listed. Paths are relative to the
-/// native root; those of directories end in "/" ("" is the root).
+/// Words: a *mark* is a spelling of a name that waits to be looked at; a *marked directory* is to be read, with all that lies
+/// below it. Paths are relative to the native root; those of directories end in "/" ("" is the root).
 /// Invariant: a directory is watched before it is listed, so that no name slips in between.
 class DirectoryFollower final : public Follower {
 public:
@@ -40,86 +38,76 @@ public:
 
 private:
     using Kind = platform::WatchEvent::Kind;
-    struct Spelling {
-        std::string path;
-        bool is_there = false;  // as it was looked at
-    };
     struct Mark {
+        bool is_there = false;  // as it was looked at
+        // Of the name; only in the first of its marks.
         Touches touches;
         bool is_written = false;  // its content may be another
-        bool is_named = false;    // the name may have come or gone; otherwise the disk need not be asked
+        bool is_named = false;    // it may have come or gone; otherwise the disk need not be asked
         bool is_new = false;      // when it was first touched there was no such name
-        std::vector<Spelling> spellings;
     };
-    using Marks = std::unordered_map<std::string, Mark>;  // by lower-case path
-    enum class Extent : std::uint8_t {                    // of a marked directory; each includes those before
-        ITSELF,
-        BELOW,    // all directories below it
-        REPLACED  // what is in them may be other files
+    struct ByName {  // without regard to case
+        bool operator()(std::string_view a, std::string_view b) const;
     };
-    using DirectoryMarks = std::map<std::string, Extent>;
+    using Marks = std::multimap<std::string, Mark, ByName>;  // the spellings of one name are neighbours
+    enum class Extent : std::uint8_t {                       // of what may be another in a directory
+        NOTHING,
+        NAMES,
+        FILES  // those of the same names too
+    };
+    using DirectoryMarks = std::map<std::string, Extent, std::less<>>;
     using DirectorySet = std::set<std::string, std::less<>>;
     struct Reading;
-    struct Visit;
 
     static bool is_absent(platform::Failure failure) {
         return failure == platform::Failure::NOT_FOUND || failure == platform::Failure::PATH_TOO_LONG;
     }
-    std::string native(std::string_view path) const { return root_ + std::string(path); }
+    std::string native(std::string_view path) const { return settings_.native_root.text + std::string(path); }
 
     // follower.cpp
     void take_settings();
     void note_event(const std::string& dir, const platform::WatchEvent& event, std::int64_t now);
     void mark(std::string path, Kind kind, std::int64_t when);
-    static void add_spelling(Mark& mark, std::string path);
-    void mark_directory(const std::string& dir, Extent extent);
+    void mark_directory(std::string dir, Extent extent);
     void mark_above(std::string_view dir);
     bool watch_known(const std::string& dir);
     [[nodiscard]] bool watch(const std::string& dir);
     void find_root();
+    Marks::iterator end_of_name(Marks::iterator mark);
     bool look_at_due(std::int64_t now, std::int64_t quiet);
-    bool look_at(Mark& mark);
+    bool look_at(Marks::value_type& mark);
 
     // reading.cpp
-    bool read_directories(std::int64_t when);
-    void visit(Reading& reading, const Visit& visit);
-    bool is_entered(Reading& reading, const Visit& visit, const std::string& path);
-    void enter(Reading& reading, const Visit& visit, const platform::DirectoryListing& listing);
-    void compare(Reading& reading);
-    void lose(Reading& reading, const std::string& dir);
-    DirectorySet known_in(const std::string& dir) const;
-    bool follows(std::string_view link);
+    bool read_directories(std::int64_t now);
+    static bool holds(const NameTable& table, std::string_view path);
 
     // apply.cpp
     void mount_again(ChangeBatch& batch);
     void apply_directories(ChangeBatch& batch);
-    bool apply_mark(ChangeBatch& batch, const std::string& name, const Mark& mark);
+    bool apply_name(ChangeBatch& batch, Marks::iterator first, Marks::iterator last);
     void replace(ChangeBatch& batch, const std::string& name, const std::vector<std::uint32_t>& held,
                  const std::vector<std::string>& paths);
-    std::vector<std::uint32_t> held_files(std::string_view name) const;
-    std::string spelled_path(std::uint32_t file) const;
+    static std::vector<std::uint32_t> files_of(const NameTable& table, std::string_view name);
+    static bool is_spelled(const NameTable& table, std::uint32_t file, std::string_view path);
+    static std::string spelled_path(const NameTable& table, std::uint32_t file);
 
     CWin32_dir& source_;
     DirectoryState& state_;  // touched under the registry's lock alone
     Watches* watches_ = nullptr;
-
-    // What the state says, for use without the lock.
-    std::string root_;
-    std::string start_;
+    DirectoryState settings_;  // of the state, for use without the lock; it has no names
     bool is_recursive_ = false;
-    std::uint32_t reads_ = 0;
 
     std::map<std::string, Watches::Watch, std::less<>> directories_;  // those that are known; not all can be watched
-    std::set<std::pair<std::uint64_t, std::uint64_t>> linked_;        // as MountedNames has them
+    bool may_have_links_ = true;                                      // to directories
     Marks marks_;
     DirectoryMarks directory_marks_;
     bool is_to_be_read_ = false;  // all of it
     bool is_root_gone_ = false;
 
     // What is to be applied.
-    std::vector<Marks::value_type*> due_;  // marks that were looked at, in the order of names
-    std::vector<std::string> new_dirs_;    // to be entered in the tree
-    DirectorySet gone_dirs_;               // in lower case, to be taken out
+    std::vector<Marks::iterator> due_;  // names that were looked at, in their order
+    DirectorySet new_dirs_;             // to be entered in the tree
+    DirectorySet gone_dirs_;            // in lower case, to be taken out
     bool is_to_be_mounted_ = false;
     bool is_lost_ = false;  // LOST is to be told
 };

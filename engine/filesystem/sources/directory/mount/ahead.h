@@ -41,7 +41,9 @@ public:
     };
     using DirectoryPtr = std::unique_ptr<Directory>;
 
-    ListingAhead(const NativeRoot& root, bool with_times) : root_(root), with_times_(with_times) {}
+    /// Without `is_ahead` there is no second thread.
+    ListingAhead(const NativeRoot& root, bool with_times, bool is_ahead)
+        : root_(root), with_times_(with_times), was_started_(!is_ahead) {}
     ListingAhead(const ListingAhead&) = delete;
     ListingAhead& operator=(const ListingAhead&) = delete;
     ~ListingAhead();
@@ -61,7 +63,7 @@ private:
 
     const NativeRoot& root_;
     const bool with_times_;
-    bool was_started_ = false;
+    bool was_started_;
 
     platform::Mutex lock_;               // guards what follows
     std::vector<DirectoryPtr> waiting_;  // the last is next

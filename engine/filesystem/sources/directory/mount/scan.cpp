@@ -21,12 +21,13 @@ namespace {
 
 class Scan {
 public:
-    Scan(const DirectoryState& state, MountedNames& to, bool recursive, dir_listing* listing)
+    Scan(const DirectoryState& state, MountedNames& to, bool recursive, dir_listing* listing, ScanGuide* guide)
         : state_(state),
           to_(to),
           recursive_(recursive),
           listing_(listing),
-          ahead_(state.native_root, listing != nullptr) {}
+          guide_(guide),
+          ahead_(state.native_root, listing != nullptr, guide == nullptr) {}
 
     void enter(ListingAhead::Directory& directory, fs::dir& node);
 
@@ -46,14 +47,16 @@ private:
     MountedNames& to_;
     bool recursive_;
     dir_listing* listing_;
+    ScanGuide* guide_;
     ListingAhead ahead_;
     std::vector<Chained> chain_;  // the directories from the root to the one that is being entered
     std::size_t links_on_chain_ = 0;
 };
 
 void Scan::enter(ListingAhead::Directory& directory, fs::dir& node) {
-    ahead_.list(directory);
     const std::string_view below_root = std::string_view(directory.path).substr(state_.native_root.text.size());
+    if (guide_ && !guide_->enters(below_root, directory.is_link)) return;
+    ahead_.list(directory);
     if (listing_) listing_->add_directory(below_root, directory.times);
     if (!directory.is_complete) note_unlisted(below_root, directory.error);
     enter_files(directory.items, to_.table.intern_dir(below_root));
@@ -68,6 +71,7 @@ void Scan::enter(ListingAhead::Directory& directory, fs::dir& node) {
 void Scan::note_unlisted(std::string_view dir, const platform::Error& error) {
     if (listing_) listing_->spoil();
     if (error.failure == platform::Failure::NOT_FOUND) return;
+    if (guide_) guide_->cannot_list(dir, error);
     to_.unlisted.insert(lower_text(dir));
     to_.unlisted_error = error;
 }
@@ -116,7 +120,8 @@ bool Scan::is_on_chain(const platform::FileId& id) {
     });
 }
 
-/// Whether `dir` is one of `dirs` or lies below one.
+}  // namespace
+
 bool is_below_any(const std::set<std::string, std::less<>>& dirs, std::string_view dir) {
     for (;;) {
         if (dirs.contains(dir)) return true;
@@ -125,15 +130,13 @@ bool is_below_any(const std::set<std::string, std::less<>>& dirs, std::string_vi
     }
 }
 
-}  // namespace
-
 void scan_directory(const DirectoryState& state, MountedNames& to, std::string_view dir, fs::dir& node, bool recursive,
-                    dir_listing* listing) {
+                    dir_listing* listing, ScanGuide* guide) {
     NativePath path;
     if (!build_native_path(state.native_root, dir, {}, path)) return;
     ListingAhead::Directory directory;
     directory.path = path.view();
-    Scan(state, to, recursive, listing).enter(directory, node);
+    Scan(state, to, recursive, listing, guide).enter(directory, node);
 }
 
 void keep_unlisted(const DirectoryState& state, MountedNames& before, MountedNames& to) {
