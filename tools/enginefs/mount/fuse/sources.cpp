@@ -24,12 +24,17 @@ struct CloseDirectory {
 
 std::int64_t nanoseconds(const timespec& time) { return time.tv_sec * 1'000'000'000 + time.tv_nsec; }
 
+Table::Facts facts_of(std::uint32_t source, std::uint32_t version, const struct stat& found) {
+    return {.source = source,
+            .version = version,
+            .size = static_cast<std::uint64_t>(found.st_size),
+            .time = nanoseconds(found.st_mtim)};
+}
+
 /// Collects the items of one source after the other, in asking order.
 class Gathering {
 public:
-    /// What `before` tells of other names than the changed ones is taken from there.
-    Gathering(const Table* before, const std::set<std::string>& changed, std::uint32_t version)
-        : before_(before), changed_(changed), version_(version), names_(list_files("")), is_found_(names_.size()) {
+    explicit Gathering(std::uint32_t version) : version_(version), names_(list_files("")), is_found_(names_.size()) {
         items_.reserve(names_.size());
     }
 
@@ -53,17 +58,16 @@ public:
         items_.push_back({path, {.source = source}});
         for (const auto& [name, type] : names_in(directory.get())) {
             const std::string spelled = path + name, key = lower_case(spelled);
-            const Table::Facts* const known = known_file(source, key);
             struct stat found {};
             if (type == DT_DIR)
                 found.st_mode = S_IFDIR;
-            else if (known == nullptr && fstatat(dirfd(directory.get()), name.c_str(), &found, 0) != 0)
+            else if (fstatat(dirfd(directory.get()), name.c_str(), &found, 0) != 0)
                 continue;
             if (S_ISDIR(found.st_mode) && fs::search_dir(key.c_str()) != nullptr)
                 add_directory(source, top, spelled + "/", is_linked || type != DT_DIR);
             // The library does not follow every link to a directory.
             else if ((!is_linked || !place_on_disk(top + key).empty()) && take(key))
-                items_.push_back({spelled, known != nullptr ? *known : facts_of(source, found)});
+                items_.push_back({spelled, facts_of(source, version_, found)});
         }
     }
 
@@ -92,21 +96,6 @@ private:
         return !std::exchange(is_found_[static_cast<std::size_t>(found - names_.begin())], 1);
     }
 
-    Table::Facts facts_of(std::uint32_t source, const struct stat& found) const {
-        return {.source = source,
-                .version = version_,
-                .size = static_cast<std::uint64_t>(found.st_size),
-                .time = nanoseconds(found.st_mtim)};
-    }
-
-    const Table::Facts* known_file(std::uint32_t source, const std::string& key) const {
-        if (before_ == nullptr || changed_.contains(key)) return nullptr;
-        const Table::Node* const node = before_->find(before_->lookup_path(key));
-        return node != nullptr && !node->is_directory && node->facts.source == source ? &node->facts : nullptr;
-    }
-
-    const Table* const before_;
-    const std::set<std::string>& changed_;
     const std::uint32_t version_;           // of what is looked at
     const std::vector<std::string> names_;  // that the library shows, sorted
     std::vector<char> is_found_;            // of each
@@ -114,12 +103,28 @@ private:
     std::vector<Table::Item> items_;
 };
 
+ztl::vector<SFsSourceInfo> whole_holders(const std::string& name) {
+    return ask(name, [&] {
+        ztl::vector<SFsSourceInfo> holders;
+        fs::find_holders(name.c_str(), holders, FFSOpenFlags::WHOLE_NAME);
+        return holders;
+    });
+}
+
+/// Adds all other files of a table, and the directories that are there still.
+void add_unchanged(std::vector<Table::Item>& items, const Table& before, const std::set<std::string>& changed) {
+    for (const Table::Node& node : before.nodes()) {
+        std::string path = before.path(node.inode);
+        if (node.is_directory ? !is_indexed(path) : changed.contains(lower_case(path))) continue;
+        items.push_back({node.is_directory ? path + "/" : std::move(path), node.facts});
+    }
+}
+
 }  // namespace
 
-std::shared_ptr<const Table> Sources::next_table(const Table* before, const std::set<std::string>& changed,
-                                                 bool is_lost) {
+std::shared_ptr<const Table> Sources::table(const Table* before) {
     ++version_;
-    Gathering gathering(is_lost ? nullptr : before, changed, version_);
+    Gathering gathering(version_);
     const std::vector<SFsSourceInfo> sources = all_sources();
     for (std::uint32_t at = 0; at < sources.size(); ++at) {
         const std::string place = place_of(sources[at]);
@@ -131,6 +136,25 @@ std::shared_ptr<const Table> Sources::next_table(const Table* before, const std:
         }
     }
     return std::make_shared<const Table>(gathering.finish(), before);
+}
+
+std::shared_ptr<const Table> Sources::changed_table(const Table& before, const std::set<std::string>& changed) {
+    const std::vector<SFsSourceInfo> sources = all_sources();
+    std::vector<Table::Item> items;
+    ++version_;
+    for (const std::string& name : changed) {
+        const ztl::vector<SFsSourceInfo> holders = whole_holders(name);
+        const bool is_held = !holders.empty();
+        if (is_indexed(name) || (is_held && holders[0].type == EFSSourceType::PACK)) return table(&before);
+        const std::string place = is_held ? place_on_disk(place_of(holders[0]) + name) : "";
+        struct stat found {};
+        if (place.empty() || stat(place.c_str(), &found) != 0) continue;
+        const auto is_it = [&](const SFsSourceInfo& source) { return place_of(source) == place_of(holders[0]); };
+        const auto source = static_cast<std::uint32_t>(std::ranges::find_if(sources, is_it) - sources.begin());
+        items.push_back({place.substr(place.size() - name.size()), facts_of(source, version_, found)});
+    }
+    add_unchanged(items, before, changed);  // behind them: the disk may spell directories in another way now
+    return std::make_shared<const Table>(std::move(items), &before);
 }
 
 const Sources::Pack& Sources::listed(const std::string& pack) {
@@ -179,5 +203,5 @@ std::shared_ptr<const Table> Sources::changes(const Table& before) {
             attempt(change.source, "it cannot be mounted anew",
                     [&] { return fs::reload_source(change.source.c_str()); });
     }
-    return next_table(&before, names, is_lost);
+    return is_lost ? table(&before) : changed_table(before, names);
 }

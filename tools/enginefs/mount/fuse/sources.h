@@ -18,7 +18,8 @@ public:
     explicit Sources(const SessionOptions& session) : session_(session) {}
 
     /// Every file, from the source that wins, and the directories. Throws CommandFailed when a pack cannot be listed.
-    std::shared_ptr<const Table> table() { return next_table(nullptr, {}, false); }
+    /// Inodes are those of `before`.
+    std::shared_ptr<const Table> table(const Table* before = nullptr);
 
     /// Gives up what packs list, which is not asked for again where nothing follows the disk.
     void forget() { packs_.clear(); }
@@ -33,7 +34,8 @@ private:
         std::uint32_t version = 0;
     };
 
-    std::shared_ptr<const Table> next_table(const Table* before, const std::set<std::string>& changed, bool is_lost);
+    /// The table after changes of these names, which alone are asked for, unless a pack or a directory has come to light.
+    std::shared_ptr<const Table> changed_table(const Table& before, const std::set<std::string>& changed);
     const Pack& listed(const std::string& pack);
     std::string spelled(const std::string& directory) const;
 
