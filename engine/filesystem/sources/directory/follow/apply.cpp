@@ -70,20 +70,19 @@ void DirectoryFollower::apply_directories(ChangeBatch& batch) {
 bool DirectoryFollower::apply_name(ChangeBatch& batch, Marks::iterator first, Marks::iterator last) {
     const NameTable& table = state_.names->table;
     const std::string name = lower_text(first->first);
-    const std::vector<std::uint32_t> held = files_of(table, name);
-    const auto is_marked = [&](std::uint32_t file) {
-        return std::any_of(first, last, [&](const auto& mark) { return is_spelled(table, file, mark.first); });
-    };
     if (!first->second.is_named) {
-        const bool is_held = std::any_of(held.begin(), held.end(), is_marked);
+        const bool is_held = std::any_of(first, last, [&](const auto& mark) { return holds(table, name, mark.first); });
         if (is_held) batch.add(SFsChange::CONTENT, name);
         return is_held;
     }
+    std::vector<std::uint32_t> held;  // they differ in case
     std::vector<std::string> before;  // as the disk spells them
     std::vector<std::string> wanted;  // of these what nobody touched, and what is there
-    for (const std::uint32_t file : held) {
+    for (std::uint32_t file = find_first(table, name); file != NameTable::none; file = table.next_exact(file)) {
+        held.push_back(file);
         before.push_back(spelled_path(table, file));
-        if (!is_marked(file)) wanted.push_back(before.back());
+        if (std::none_of(first, last, [&](const auto& mark) { return mark.first == before.back(); }))
+            wanted.push_back(before.back());
     }
     for (auto at = first; at != last; ++at) {
         if (at->second.is_there) wanted.push_back(at->first);
@@ -122,18 +121,20 @@ void DirectoryFollower::replace(ChangeBatch& batch, const std::string& name, con
     for (const std::uint32_t file : held) table.remove(file);
 }
 
-/// The files of a table that have this name, in their order; they differ in case.
-std::vector<std::uint32_t> DirectoryFollower::files_of(const NameTable& table, std::string_view name) {
+/// The first of the files that have this name in lower case; the others differ from it in case.
+std::uint32_t DirectoryFollower::find_first(const NameTable& table, std::string_view name) {
     const std::size_t split = name.rfind('/') + 1;
-    std::vector<std::uint32_t> files;
-    std::uint32_t file = table.find_exact(name.substr(0, split), name.substr(split));
-    for (; file != NameTable::none; file = table.next_exact(file)) files.push_back(file);
-    return files;
+    return table.find_exact(name.substr(0, split), name.substr(split));
 }
 
-bool DirectoryFollower::is_spelled(const NameTable& table, std::uint32_t file, std::string_view path) {
+/// Whether one of them is spelled like this.
+bool DirectoryFollower::holds(const NameTable& table, std::string_view name, std::string_view path) {
+    std::uint32_t file = find_first(table, name);
     const std::size_t split = path.rfind('/') + 1;
-    return table.spelled_dir(file) == path.substr(0, split) && table.spelled_name(file) == path.substr(split);
+    while (file != NameTable::none &&
+           (table.spelled_dir(file) != path.substr(0, split) || table.spelled_name(file) != path.substr(split)))
+        file = table.next_exact(file);
+    return file != NameTable::none;
 }
 
 std::string DirectoryFollower::spelled_path(const NameTable& table, std::uint32_t file) {

@@ -114,8 +114,9 @@ void DirectoryFollower::note_event(const std::string& dir, const platform::Watch
     }
     const bool is_below = event.name.find('/') != std::string_view::npos;
     if (is_hidden(event.name) || (is_below && !is_recursive_)) return;
-    std::string path = dir;
-    path.append(event.name);
+    std::string path;
+    path.reserve(dir.size() + event.name.size());
+    path.append(dir).append(event.name);
     if (is_below && !directories_.contains(parent_directory(path))) return mark_above(parent_directory(path));
     const bool is_replaced = event.kind == Kind::REMOVED || event.kind == Kind::ARRIVED;  // a link to one, too
     const bool is_known_directory = is_replaced && directories_.contains(path + "/");
@@ -172,14 +173,14 @@ bool DirectoryFollower::prepare(std::int64_t now, std::int64_t quiet) {
 
 /// A root that went, and one that came, are mounted anew.
 void DirectoryFollower::find_root() {
-    is_to_be_mounted_ |= !directories_.empty();
+    const bool was_there = !directories_.empty();
     directories_.clear();
     ErrorScope scope;
     is_root_gone_ = !watch(settings_.start);
-    if (is_root_gone_) directories_.clear();
     scope.forget();
-    is_to_be_mounted_ |= !is_root_gone_;
-    if (!is_to_be_mounted_) return;
+    if (is_root_gone_) directories_.clear();
+    if (is_root_gone_ && !was_there) return;
+    is_to_be_mounted_ = true;
     marks_.clear();
     directory_marks_.clear();
 }

@@ -79,7 +79,6 @@ private:
 
     // reading.cpp
     bool read_directories(std::int64_t now);
-    static bool holds(const NameTable& table, std::string_view path);
 
     // apply.cpp
     void mount_again(ChangeBatch& batch);
@@ -87,8 +86,8 @@ private:
     bool apply_name(ChangeBatch& batch, Marks::iterator first, Marks::iterator last);
     void replace(ChangeBatch& batch, const std::string& name, const std::vector<std::uint32_t>& held,
                  const std::vector<std::string>& paths);
-    static std::vector<std::uint32_t> files_of(const NameTable& table, std::string_view name);
-    static bool is_spelled(const NameTable& table, std::uint32_t file, std::string_view path);
+    static std::uint32_t find_first(const NameTable& table, std::string_view name);
+    static bool holds(const NameTable& table, std::string_view name, std::string_view path);
     static std::string spelled_path(const NameTable& table, std::uint32_t file);
 
     CWin32_dir& source_;

@@ -119,7 +119,7 @@ void DirectoryFollower::Reading::compare(bool is_new_told, std::int64_t when) co
         const std::string_view dir = names->table.spelled_dir(file);
         std::string path = spelled_path(names->table, file);
         const bool is_new = is_new_told && follower.new_dirs_.contains(dir);
-        const bool is_held = !is_new && holds(table, path);
+        const bool is_held = !is_new && holds(table, lower_text(path), path);
         if (!is_held || extent_of(dir) == Extent::FILES)
             follower.mark(std::move(path), is_held ? Kind::ARRIVED : Kind::CREATED, when);
     }
@@ -131,14 +131,8 @@ void DirectoryFollower::Reading::compare(bool is_new_told, std::int64_t when) co
         if (is_added) known->second = extent_of(dir) != Extent::NOTHING && !is_below_any(put_off, dir);
         if (!known->second) continue;
         std::string path = spelled_path(table, file);
-        if (!holds(names->table, path)) follower.mark(std::move(path), Kind::REMOVED, when);
+        if (!holds(names->table, lower_text(path), path)) follower.mark(std::move(path), Kind::REMOVED, when);
     }
-}
-
-/// Whether there is a file of this spelling.
-bool DirectoryFollower::holds(const NameTable& table, std::string_view path) {
-    const std::vector<std::uint32_t> files = files_of(table, lower_text(path));
-    return std::any_of(files.begin(), files.end(), [&](std::uint32_t file) { return is_spelled(table, file, path); });
 }
 
 /// False, with the failure stored, when something could not be read; it stays marked.
