@@ -26,7 +26,7 @@ struct SFsChange {
 
 namespace fs {
 
-/// Makes the source of this path follow the disk, or ends that.
+/// Makes the source of this path follow the disk, or ends that; each of them where several have it.
 ///
 /// source_path  as it was given to add_source, or the root's. Directories, and packs: a pack is not read again by itself;
 ///              when its file is replaced, one LOST says so, and reload_source takes the new one.
@@ -34,7 +34,8 @@ namespace fs {
 ///              the system's own limits are named there ("fs.inotify.max_user_watches"). A source is watched as a whole or
 ///              not at all; a second call with the same `on` changes nothing.
 /// From when    what changed between the mount and this call is found, too, and told by the next polls.
-/// Not seen     what lies behind a link to a file, and on Windows behind links to directories.
+/// Not seen     what lies behind a link to a file, and on Windows behind links to directories; that a directory above the
+///              root was renamed.
 /// Ends         by itself with the source or fs::shutdown.
 /// Cost         one watch of the system for each directory (Linux), or one for each source (Windows); nothing is listed.
 /// Threads      any; not from a source or callback that is being asked.
@@ -58,7 +59,7 @@ ENGINE_FS_API bool watch(const char* source_path, bool on);
 /// Threads   any, one at a time: a second caller waits. Not from a source or callback that is being asked.
 ENGINE_FS_API bool poll_changes(ztl::vector<SFsChange>& out, std::uint32_t quiet_ms = 50);
 
-/// Reads the source of this path anew in its place in the order: a pack from the file that now has its name, a directory
+/// Reads the sources of this path anew in their places in the order: a pack from the file that now has its name, a directory
 /// as fs::refresh does. Files of a replaced pack that are open stay readable and give the old bytes; a pack that was
 /// written over in place takes the bytes of its open files with it.
 ///
