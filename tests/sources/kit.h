@@ -56,3 +56,15 @@ inline std::string zipped(const std::string& bytes) {
     out.resize(size);
     return out;
 }
+
+/// Notes what the file monitor hears, as NAME MODE+FLAGS.
+class RecordingMonitor : public fs::IFsMonitor {
+public:
+    RecordingMonitor() { fs::set_monitor(this); }
+    ~RecordingMonitor() { fs::set_monitor(nullptr); }
+    void touch_file(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) override {
+        const std::string name(path);
+        touched.push_back(name.substr(name.rfind('/') + 1) + " " + std::to_string(mode) + "+" + std::to_string(flags));
+    }
+    std::vector<std::string> touched;
+};

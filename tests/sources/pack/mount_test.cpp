@@ -142,20 +142,12 @@ TEST(PackMount, UsesTheLocalHeaderForPlaceAndMethodAlone) {
     EXPECT_EQ(content(*source, "b"), "2");
 }
 
-class NotingMonitor : public fs::IFsMonitor {
-public:
-    NotingMonitor() { fs::set_monitor(this); }
-    ~NotingMonitor() { fs::set_monitor(nullptr); }
-    void touch_file(const char* path, EFSMode::TYPE, FFSOpenFlags::FLAGS) override { touched.emplace_back(path); }
-    std::vector<std::string> touched;
-};
-
 TEST(PackMount, TellsTheMonitorAndSharesThePackWithNobodyUnlessInMemory) {
     const std::string bytes = packs::build({stored_entry("a", "1")});
-    const NotingMonitor monitor;
+    const RecordingMonitor monitor;
     const auto source = packs::mount(bytes);
     ASSERT_TRUE(source);
-    EXPECT_THAT(monitor.touched, ElementsAre("test.pak"));
+    EXPECT_THAT(monitor.touched, ElementsAre("test.pak 0+0"));
     EXPECT_FALSE(packs::mount_file("test.pak"));
     EXPECT_EQ(fs::last_error().code, EFSError::IN_USE);
     EXPECT_TRUE(write_file("Memory.PAK", bytes));

@@ -77,7 +77,8 @@ ELevel::TYPE level_from_name(std::string_view name) {
     if (found->second != ELevel::VERB || (name.size() != 2 && name.size() < 8)) return found->second;
     // "V3" or "Verbose3".
     const char digit = name.size() == 2 ? name[1] : name[7];
-    if (digit >= '1' && digit <= '8') return static_cast<ELevel::TYPE>(ELevel::VER1 + static_cast<unsigned>(digit - '1'));
+    if (digit >= '1' && digit <= '8')
+        return static_cast<ELevel::TYPE>(ELevel::VER1 + static_cast<unsigned>(digit - '1'));
     const bool is_everything = digit == '9' || (name.size() != 2 && kernel::fold(digit) == 'e');
     return is_everything ? ELevel::VERE : ELevel::VERB;
 }
