@@ -174,7 +174,9 @@ void CWin32_dir::root_path(fs::path& out, const fs::path& p) {
     if (file == fs::NameTable::none) return;
     fs::guarded(p.FileName(), [&] {
         const fs::NameTable& table = state_->names->table;
-        out = fs::path_of(table.dir(file), std::string(table.name(file)).c_str(), true);
+        const std::string_view dir = table.dir(file), name = table.name(file);
+        const bool is_whole = p.IsLowercase() && p.PathNameView() == dir && p.FileNameView() == name;
+        out = is_whole ? p : fs::path_of(dir, std::string(name).c_str(), true);
         out.SetInstalled(table.value(file) != 0);
     });
 }
