@@ -2,27 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
-
-#if defined(__linux__)
-#include <sys/mman.h>
-#endif
 
 #include "names.h"
 
 namespace {
-
-constexpr std::uint64_t huge_page = 2 * 1024 * 1024;
-
-char* with_huge_pages(char* piece, std::uint64_t size) {
-    piece += -reinterpret_cast<std::uintptr_t>(piece) % huge_page;
-#if defined(__linux__)
-    madvise(piece, size, MADV_HUGEPAGE);  // as much as the system likes
-#else
-    static_cast<void>(size);
-#endif
-    return piece;
-}
 
 /// Reads all of it, or fails: damage that comes with the bytes counts as failed.
 bool read_all(SFsFile* file, char* out, std::uint64_t size) {
@@ -35,25 +18,6 @@ bool read_all(SFsFile* file, char* out, std::uint64_t size) {
 }
 
 }  // namespace
-
-BlockMemory::BlockMemory(std::uint64_t budget, std::uint64_t block_size)
-    : block_size_(block_size), piece_(new (std::nothrow) char[budget + huge_page]) {
-    if (piece_ == nullptr) return;
-    char* const begin = with_huge_pages(piece_.get(), budget);
-    for (std::uint64_t left = budget / block_size; left > 0; --left) free_.push_back(begin + (left - 1) * block_size);
-}
-
-BlockMemory::Block BlockMemory::take() {
-    std::unique_lock guard(lock_);
-    if (free_.empty()) return std::make_shared_for_overwrite<char[]>(block_size_);
-    char* const block = free_.back();
-    free_.pop_back();
-    guard.unlock();
-    return Block(block, [this](char* given_back) {
-        const std::lock_guard guard_of_return(lock_);
-        free_.push_back(given_back);
-    });
-}
 
 std::uint64_t WindowCache::read(const File& file, std::uint64_t offset, char* out, std::uint64_t size) {
     if (offset >= file.size) return 0;
@@ -173,9 +137,11 @@ void WindowCache::make_room() {
 }
 
 WindowCache::Block WindowCache::take_block() {
-    const std::lock_guard guard(mutex_);
-    make_room();
-    return memory_.take();
+    {
+        const std::lock_guard guard(mutex_);
+        make_room();
+    }
+    return std::make_shared_for_overwrite<char[]>(window_size);
 }
 
 /// Nothing is kept of a file that was forgotten, or put aside, while it was decoded.

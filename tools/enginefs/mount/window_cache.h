@@ -9,25 +9,8 @@
 #include <mutex>
 #include <unordered_set>
 #include <utility>
-#include <vector>
 
 #include <engine/filesystem/comfort.h>
-
-/// Blocks of one size. As many as a budget holds come from one piece, for which the system is asked for huge pages: to touch
-/// a page for the first time costs more than to decode what it takes. The others are of the heap.
-class BlockMemory {
-public:
-    using Block = std::shared_ptr<char[]>;
-
-    BlockMemory(std::uint64_t budget, std::uint64_t block_size);
-    Block take();
-
-private:
-    const std::uint64_t block_size_;
-    std::unique_ptr<char[]> piece_;
-    std::mutex lock_;  // guards the next
-    std::vector<char*> free_;
-};
 
 /// Reads files at any place. Of those that must be decoded it keeps windows, so that reading here and there does not
 /// decode them again and again; what is read in order passes through, and its windows are the first to go.
@@ -49,8 +32,7 @@ public:
     /// Opens a file; null with the reason in fs::last_error. Called by whichever thread reads.
     using Open = std::function<fs::file_ptr(std::uint64_t id)>;
 
-    WindowCache(std::uint64_t budget, Open open)
-        : budget_(budget), open_(std::move(open)), memory_(budget, window_size) {}
+    WindowCache(std::uint64_t budget, Open open) : budget_(budget), open_(std::move(open)) {}
 
     /// Reads `size` bytes, less at the end of the file. `failed` when they cannot be read or are damaged, with the reason
     /// in fs::last_error; nothing is there for a file that was found to be damaged before, which fails for good.
@@ -69,7 +51,7 @@ private:
         std::uint64_t id, index;
         auto operator<=>(const Key&) const = default;  // NOLINT(modernize-use-nullptr): there is none
     };
-    using Block = BlockMemory::Block;
+    using Block = std::shared_ptr<char[]>;
     struct Window {
         Key key;
         Block block;
@@ -101,7 +83,6 @@ private:
 
     const std::uint64_t budget_;
     const Open open_;
-    BlockMemory memory_;
     mutable std::mutex mutex_;  // guards what follows; never held while a file is opened or read
     std::unordered_set<std::uint64_t> damaged_;
     std::list<Window> windows_;  // the latest first; those that were read through last
