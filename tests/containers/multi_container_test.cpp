@@ -1,4 +1,4 @@
-// Multi-containers over a source in memory that notes each write, and over the disk.
+// Multi-containers over a source in memory, which notes each write, and over the disk.
 #include <functional>
 #include <map>
 #include <memory>
@@ -66,52 +66,13 @@ std::string made_of(const std::string& data, const std::string& index, std::uint
     return std::string(head.begin(), head.end()) + data + index;
 }
 
-/// One write as the disk would see it.
-struct Write {
-    std::uint64_t offset;
-    std::string bytes;
-};
-
-/// Passes everything on and notes the writes.
-class NotingFile : public SFsFile {
-public:
-    NotingFile(SFsFile* inner, std::vector<Write>& writes) : inner_(inner), writes_(writes) {}
-    ~NotingFile() override { fs::close(inner_); }
-    std::uint64_t read(void* buffer, std::uint64_t size) override { return inner_->read(buffer, size); }
-    std::uint64_t write(const void* buffer, std::uint64_t size) override {
-        writes_.push_back({inner_->tell(), std::string(static_cast<const char*>(buffer), size)});
-        return inner_->write(buffer, size);
-    }
-    bool seek(std::int64_t offset, EFSSeek::TYPE origin) override { return inner_->seek(offset, origin); }
-    std::uint64_t length() override { return inner_->length(); }
-    std::uint64_t tell() override { return inner_->tell(); }
-
-private:
-    SFsFile* inner_;
-    std::vector<Write>& writes_;
-};
-
-class NotingSource : public test::MemorySource {
-public:
-    NotingSource() : MemorySource("/noting/") {}
-    SFsFile* open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override {
-        return wrap(MemorySource::open_read_write(p, flags));
-    }
-    SFsFile* create_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override {
-        return wrap(MemorySource::create_read_write(p, flags));
-    }
-    std::vector<Write> writes;
-
-private:
-    SFsFile* wrap(SFsFile* file) { return file != nullptr ? new NotingFile(file, writes) : nullptr; }
-};
-
 class MultiContainer : public ::testing::Test {
 protected:
-    MultiContainer() { fs::add_source(source_, FFSAddSourceFlags::NONE); }
+    MultiContainer() { source_->writes = &writes_; }
     ~MultiContainer() override { test::unmount_all(); }
 
-    NotingSource* const source_ = new NotingSource;
+    test::MemorySource* const source_ = test::mount_memory("/memory/");
+    std::vector<test::Write> writes_;
 };
 
 TEST_F(MultiContainer, KeepsWhatARandomModelKeepsAcrossSavesAndReopening) {
@@ -149,10 +110,10 @@ TEST_F(MultiContainer, KeepsWhatARandomModelKeepsAcrossSavesAndReopening) {
 
 /// Lets the writes that were noted reach a disk byte by byte; how often the state is `after` in the end. Any other than
 /// `before` and `after` is a failure.
-int states_after(test::MemorySource& source, std::string disk, const std::vector<Write>& writes, const Blobs& before,
-                 const Blobs& after) {
+int states_after(test::MemorySource& source, std::string disk, const std::vector<test::Write>& writes,
+                 const Blobs& before, const Blobs& after) {
     int seen_after = 0;
-    for (const Write& write : writes) {
+    for (const test::Write& write : writes) {
         for (std::size_t cut = 0; cut <= write.bytes.size(); ++cut) {
             std::string state = disk;
             if (state.size() < write.offset + cut) state.resize(write.offset + cut);
@@ -176,16 +137,16 @@ TEST_F(MultiContainer, ASaveCutOffAtAnyByteLeavesTheOldStateOrTheNew) {
         ASSERT_TRUE(file.Save());
         const Blobs before = everything(file);
         const std::string disk = source_->content("a.mc");
-        source_->writes.clear();
+        writes_.clear();
         put(file, "changed", 2, "after " + std::to_string(save));
         put(file, "added", 3, std::string(50, 'x'), true);
         file.Remove("kept", 1);
         const Blobs after = everything(file);
         ASSERT_TRUE(file.Save());
-        ASSERT_EQ(source_->writes.size(), 3u) << "blobs, index, and what makes them count";
-        EXPECT_LT(source_->writes[0].offset, source_->writes[1].offset);
-        EXPECT_LT(source_->writes[2].offset, container::data_offset);
-        EXPECT_EQ(states_after(*source_, disk, source_->writes, before, after), 1)
+        ASSERT_EQ(writes_.size(), 3u) << "blobs, index, and what makes them count";
+        EXPECT_LT(writes_[0].offset, writes_[1].offset);
+        EXPECT_LT(writes_[2].offset, container::data_offset);
+        EXPECT_EQ(states_after(*source_, disk, writes_, before, after), 1)
             << "only the whole of the last write brings the new state";
     }
     for (const auto flags : source_->open_flags)

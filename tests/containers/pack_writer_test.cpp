@@ -1,7 +1,10 @@
+#include <functional>
+
 #include "engine/platform/clock.h"
 #include "engine/platform/files.h"
 #include "tests/sources/pack/fixture.h"
 #include "tests/support/failure.h"
+#include "tests/support/mounted_root.h"
 
 namespace {
 
@@ -115,29 +118,43 @@ TEST_F(PackWriter, RefusesNamesThatAPackCannotShow) {
     EXPECT_EQ(entry("held"), "1") << "refused entries leave no trace";
 }
 
+/// Adds while the nth write meets a full disk: each add happens whole or not at all, and says which of them. Whether
+/// finishing succeeded.
+bool add_under_fault(std::uint32_t nth,
+                     const std::function<bool(const std::string& name, const std::string& text)>& add,
+                     const std::function<bool()>& finish,
+                     const std::function<std::string(const std::string& name)>& held) {
+    SCOPED_TRACE(nth);
+    const std::string large = packs::noise(500000, 1);
+    const auto text_of = [&](int i) { return i % 2 == 0 ? large : std::string("small"); };
+    const auto attempt = [](const auto& call) {
+        fs::clear_error();
+        const bool done = call();
+        EXPECT_EQ(fs::last_error().code, done ? EFSError::NONE : EFSError::DISK_FULL);
+        return done;
+    };
+    platform::inject_fault(platform::FaultPoint::WRITE, nth, platform::Failure::DISK_FULL, false);
+    bool added[4] = {};
+    for (int i = 0; i < 4; ++i) added[i] = attempt([&] { return add(std::to_string(i), text_of(i)); });
+    const bool finished = attempt(finish);
+    platform::clear_faults();
+    for (int i = 0; finished && i < 4; ++i)
+        EXPECT_TRUE(held(std::to_string(i)) == (added[i] ? text_of(i) : "(null)")) << i;
+    return finished;
+}
+
 // A refused or failed add used to leave a pack that finish called good and nobody could mount.
 TEST_F(PackWriter, AnAddHappensWholeOrNotAtAll) {
-    const std::string large = packs::noise(500000, 1);
     for (std::uint32_t nth = 1; nth < 12; ++nth) {
         dir_.write("out.pak", "precious");
-        platform::inject_fault(platform::FaultPoint::WRITE, nth, platform::Failure::DISK_FULL, false);
-        bool added[4] = {};
         ASSERT_TRUE(writer_.open(target_.c_str()));
-        for (int i = 0; i < 4; ++i) {
-            fs::clear_error();
-            added[i] = add("e" + std::to_string(i), i % 2 == 0 ? large : "small", i / 2 * 6);
-            EXPECT_EQ(fs::last_error().code, added[i] ? EFSError::NONE : EFSError::DISK_FULL) << nth;
-        }
-        fs::clear_error();
-        const bool finished = writer_.finish();
-        EXPECT_EQ(fs::last_error().code, finished ? EFSError::NONE : EFSError::DISK_FULL) << nth;
-        platform::clear_faults();
+        const auto add_by_level = [&](const std::string& name, const std::string& text) {
+            return add(name, text, name < "2" ? 0 : 6);
+        };
+        const bool finished = add_under_fault(
+            nth, add_by_level, [&] { return writer_.finish(); }, [&](auto& name) { return entry(name.c_str()); });
         EXPECT_FALSE(exists("out.pak.part")) << nth;
         if (!finished) EXPECT_EQ(dir_.read("out.pak"), "precious") << nth;
-        for (int i = 0; finished && i < 4; ++i) {
-            const std::string held = entry(("e" + std::to_string(i)).c_str());
-            EXPECT_TRUE(held == (!added[i] ? "(null)" : i % 2 == 0 ? large : "small")) << nth << " " << i;
-        }
     }
 }
 
@@ -197,6 +214,56 @@ TEST_F(PackWriter, TakesTheNearestTimeThatTheFormatHas) {
         ASSERT_TRUE(writer_.open(target_.c_str()) && writer_.add("a", "1", 1, 0, time) && writer_.finish()) << time;
         EXPECT_EQ(read_file(target_).substr(10, 4), stored);
     }
+}
+
+class Zip : public MountedRoot {
+protected:
+    std::string entry(const char* file, const char* name) { return packs::content_of(directory_ / file, name); }
+};
+
+TEST_F(Zip, WritesAnArchiveThatIsAPack) {
+    const std::string large = packs::noise(300000, 1);
+    void* zip = MiniZ::ZipCreate("Out/New.pak");
+    ASSERT_TRUE(zip);
+    EXPECT_TRUE(MiniZ::ZipAddData(zip, "Dir/Large.bin", large.data(), static_cast<unsigned>(large.size())));
+    for (const char* name : {"", "/root", static_cast<const char*>(nullptr)})
+        EXPECT_FALSE(MiniZ::ZipAddData(zip, name, "abc", 3));
+    EXPECT_FALSE(MiniZ::ZipAddData(zip, "y", "abc", 0) || MiniZ::ZipAddData(zip, "y", nullptr, 3));
+    EXPECT_TRUE(MiniZ::ZipAddData(zip, "y", "still usable", 12));
+    for (void* const closed : {zip, zip, static_cast<void*>(nullptr)}) {
+        MiniZ::ZipClose(closed);
+        EXPECT_EQ(why(MiniZ::ZipAddData(closed, "z", "abc", 3)), EFSError::INVALID_ARGUMENT);
+    }
+    EXPECT_EQ(entry("out/new.pak", "dir/large.bin"), large);
+    EXPECT_EQ(entry("out/new.pak", "y") + entry("out/new.pak", "z"), "still usable(null)");
+    directory_.write("plain", "");
+    for (const char* path : {"plain/below.pak", "", static_cast<const char*>(nullptr)})
+        EXPECT_EQ(MiniZ::ZipCreate(path), nullptr);
+}
+
+// One failed add used to lose the whole archive, and closing it said nothing.
+TEST_F(Zip, AFailedAddLeavesTheArchiveUsableAndIsTold) {
+    for (std::uint32_t nth = 1; nth < 8; ++nth) {
+        void* const zip = MiniZ::ZipCreate("disk.pak");
+        const auto add = [&](const std::string& name, const std::string& text) {
+            return MiniZ::ZipAddData(zip, name.c_str(), text.data(), static_cast<unsigned>(text.size()));
+        };
+        const auto close = [&] { return MiniZ::ZipClose(zip), fs::last_error().code == EFSError::NONE; };
+        add_under_fault(nth, add, close, [&](auto& name) { return entry("disk.pak", name.c_str()); });
+    }
+}
+
+// Both ends of a copied archive used to close it.
+TEST_F(Zip, AnArchiveClosesTheOldOneBeforeTheNewAndItsCopiesCloseItOnce) {
+    MiniZ::Archive archive;
+    EXPECT_FALSE(archive.AddData("a", "1", 1));
+    ASSERT_TRUE(archive.Create("one.pak"));
+    EXPECT_TRUE(archive.AddData("a", fs::string("text")));
+    EXPECT_FALSE(archive.AddData("b", fs::string()));
+    EXPECT_EQ(entry("one.pak", "a"), "(no pack)") << "not finished yet";
+    EXPECT_TRUE(MiniZ::Archive(archive).AddData("c", "1", 1));
+    EXPECT_EQ(entry("one.pak", "a") + entry("one.pak", "c"), "text1");
+    EXPECT_FALSE(archive.AddData("a", "1", 1) || archive.Create("") || archive.AddData("a", "1", 1));
 }
 
 }  // namespace

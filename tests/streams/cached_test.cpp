@@ -3,6 +3,7 @@
 #include "kit.h"
 
 using testing::ElementsAre;
+using testing::Field;
 
 namespace {
 
@@ -66,9 +67,8 @@ TEST(CachedReader, OpensForReadingOnlyWhatCanBeRead) {
     fs::clear_error();
     EXPECT_EQ(why(stream.open_from_handle(new RecordingFile(bad))), EFSError::IO) << "where the file gave no reason";
     stream.close();
-    EXPECT_FALSE(stream.open_from_handle(nullptr));
+    EXPECT_FALSE(stream.open_from_handle(nullptr) || stream.open("no such file", EFSMode::READ));
     EXPECT_FALSE(stream.open("no such file", EFSMode::WRITE, FFSOpenFlags::CREATE));
-    EXPECT_FALSE(stream.open("no such file", EFSMode::READ));
     without_buffer.open_from_handle(new RecordingFile(record));
     EXPECT_EQ(read_string(without_buffer, 1), "") << "and no endless loop";
 }
@@ -83,9 +83,10 @@ TEST(CachedWriterWithoutSeek, WritesFullBuffersAndTheRestAtClose) {
     EXPECT_EQ(stream.write(bytes.data() + 7, 33), 33u);
     EXPECT_EQ(stream.tell(), 40u);
     EXPECT_FALSE(stream.seek(0, EFSSeek::BEGIN));
-    EXPECT_THAT(record.writes, ElementsAre(16, 16));
+    EXPECT_THAT(record.writes, ElementsAre(Field(&test::Write::bytes, bytes.substr(0, 16)),
+                                           Field(&test::Write::bytes, bytes.substr(16, 16))));
     stream.close();
-    EXPECT_THAT(record.writes, ElementsAre(16, 16, 8));
+    EXPECT_EQ(record.writes.size(), 3u);
     EXPECT_EQ(*record.bytes, bytes);
     EXPECT_EQ(fs::cachedwrnoseekfile(0).write("x", 1), UINT64_MAX) << "and no endless loop";
 }

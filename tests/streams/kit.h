@@ -19,23 +19,21 @@
 /// What happened to a file, shared with the test because the stream destroys the file itself.
 struct FileRecord {
     explicit FileRecord(const std::string& content = "") : bytes(std::make_shared<std::string>(content)) {}
-    const test::Bytes bytes;                 // shared with the file while that is open
-    std::vector<std::uint64_t> reads = {};   // sizes asked for
-    std::vector<std::uint64_t> writes = {};  // sizes given
-    bool fails_to_read = false;              // without a reason
+    const test::Bytes bytes;                // shared with the file while that is open
+    std::vector<std::uint64_t> reads = {};  // sizes asked for
+    std::vector<test::Write> writes = {};
+    bool fails_to_read = false;  // without a reason
 };
 
 class RecordingFile : public test::MemoryFile {
 public:
-    explicit RecordingFile(FileRecord& record) : MemoryFile(nullptr, "", record.bytes, 0), record_(record) {}
+    explicit RecordingFile(FileRecord& record) : MemoryFile(nullptr, "", record.bytes, 0), record_(record) {
+        writes = &record.writes;
+    }
 
     std::uint64_t read(void* buffer, std::uint64_t size) override {
         record_.reads.push_back(size);
         return record_.fails_to_read ? UINT64_MAX : MemoryFile::read(buffer, size);
-    }
-    std::uint64_t write(const void* data, std::uint64_t size) override {
-        record_.writes.push_back(size);
-        return MemoryFile::write(data, size);
     }
 
 private:

@@ -20,6 +20,12 @@ namespace test {
 
 using Bytes = std::shared_ptr<std::string>;
 
+/// One write as a disk would see it.
+struct Write {
+    std::uint64_t offset;
+    std::string bytes;
+};
+
 /// An open file over bytes that live as long as somebody uses them.
 class MemoryFile : public SFsFile {
 public:
@@ -39,6 +45,7 @@ public:
         const std::uint64_t count = std::min(size, capacity > position_ ? capacity - position_ : 0);
         if (bytes_->size() < position_ + count) bytes_->resize(position_ + count);
         std::memcpy(bytes_->data() + position_, buffer, count);
+        if (writes != nullptr) writes->push_back({position_, {static_cast<const char*>(buffer), count}});
         position_ += count;
         return count;
     }
@@ -50,7 +57,13 @@ public:
     std::uint64_t length() override { return bytes_->size(); }
     std::uint64_t tell() override { return position_; }
 
+    ~MemoryFile() override {
+        if (loses_at_close) fs::set_error(EFSError::DISK_FULL, name, "The last bytes are lost.");
+    }
+
+    bool loses_at_close = false;
     std::uint64_t capacity = ~std::uint64_t{0};  // writing stops here, as on a full disk
+    std::vector<Write>* writes = nullptr;        // where they are noted
 
 private:
     Bytes bytes_;
@@ -84,6 +97,7 @@ public:
     bool is_silent = false;        // opens nothing for writing, and gives no reason
     EFSError::TYPE write_failure = EFSError::NONE;  // of every open for writing, which it then stores
     bool refuses_to_remove = false;
+    bool loses_at_close = false;  // every file opened for writing, which then tells of it
     bool has_tree = true;
     bool lists_twice = false;                         // every name, as a careless source might
     std::uint64_t file_capacity = ~std::uint64_t{0};  // of every file opened for writing
@@ -92,6 +106,7 @@ public:
     std::vector<std::string> refreshed_dirs;
     std::vector<std::string> made;                // "create_write NAME", "mkdir DIR" and the like, in the caller's case
     std::vector<FFSOpenFlags::FLAGS> open_flags;  // of every open that was asked for writing
+    std::vector<Write>* writes = nullptr;         // where those of every file are noted
     std::atomic<FFSOpenFlags::FLAGS> read_flags{FFSOpenFlags::NONE};  // of the latest open for reading
 
     void clear() override {
@@ -215,6 +230,8 @@ private:
             return nullptr;
         auto* const file = new MemoryFile(this, full_name(p), entry->bytes, at_end ? entry->bytes->size() : 0);
         file->capacity = file_capacity;
+        file->writes = writes;
+        file->loses_at_close = loses_at_close;
         return file;
     }
     SFsFile* create(const char* how, const fs::path& p, FFSOpenFlags::FLAGS flags) {
