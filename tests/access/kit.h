@@ -31,6 +31,19 @@ protected:
     void TearDown() override { test::unmount_all(); }
 };
 
+/// Over a home on the disk, in which "game" is the root.
+class OverDisk : public testing::Test {
+protected:
+    void TearDown() override { fs::shutdown(); }
+
+    void Start(bool use_fallback, FFSAddSourceFlags::ENUM flags = whole_tree) {
+        ASSERT_TRUE(fs::init((home_ / "game").c_str(), flags, (home_ / "cache").c_str(), use_fallback, false, nullptr));
+        fs::clear_error();
+    }
+
+    const TempDirectory home_;
+};
+
 /// Opens, writes `text` and closes; false when either fails.
 inline bool save(const char* path, std::string_view text, EFSMode::TYPE mode = EFSMode::WRITE,
                  FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE) {

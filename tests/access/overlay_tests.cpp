@@ -7,7 +7,7 @@ namespace {
 
 using Add = FFSAddSourceFlags;
 
-class Overlays : public testing::Test {
+class Overlays : public OverDisk {
 protected:
     void SetUp() override {
         const std::pair<const char*, const char*> files[] = {{"game/a.txt", "root"},
@@ -19,23 +19,14 @@ protected:
         ASSERT_TRUE(write_pack(home_ / "base.pak", {{"a.txt", "pack"}, {"textures/sky.dds", "sky"}}));
         ASSERT_TRUE(write_pack(home_ / "late.pak", {{"a.txt", "late"}}));
     }
-    void TearDown() override { fs::shutdown(); }
-
-    void start(Add::ENUM flags = Add::NONE) {
-        const std::string root = home_ / "game";
-        ASSERT_TRUE(fs::init({.root = root.c_str(), .flags = whole_tree | flags, .use_fallback = false}));
-        fs::clear_error();
-    }
     bool add(const char* name, Add::ENUM flags = Add::NONE) { return fs::add_source((home_ / name).c_str(), flags); }
     bool add_at(const char* name, const char* prefix, Add::ENUM flags = whole_tree) {
         return fs::add_source_at((home_ / name).c_str(), prefix, flags);
     }
-
-    TempDirectory home_;
 };
 
 TEST_F(Overlays, ADirectoryBeforePacksWinsOverAllOfThem) {
-    start();
+    Start(false);
     ASSERT_TRUE(add("base.pak"));
     EXPECT_EQ(load("a.txt"), "pack");
     ASSERT_TRUE(add("mod", whole_tree | Add::BEFORE_PACKS));
@@ -45,13 +36,13 @@ TEST_F(Overlays, ADirectoryBeforePacksWinsOverAllOfThem) {
     EXPECT_TRUE(fs::rem_source((home_ / "mod").c_str()));
     EXPECT_EQ(load("a.txt"), "late");
     fs::shutdown();
-    start(Add::BEFORE_PACKS);
+    Start(false, whole_tree | Add::BEFORE_PACKS);
     ASSERT_TRUE(add("base.pak"));
     EXPECT_EQ(load("a.txt"), "root");
 }
 
 TEST_F(Overlays, NewFilesGoToTheNewestThatTakesThem) {
-    start(Add::WRITE_HERE);
+    Start(false, whole_tree | Add::WRITE_HERE);
     ASSERT_TRUE(add("base.pak"));
     EXPECT_TRUE(save("saves/slot.sav", "saved"));
     EXPECT_EQ(home_.read("game/saves/slot.sav"), "saved");
@@ -69,7 +60,7 @@ TEST_F(Overlays, NewFilesGoToTheNewestThatTakesThem) {
 }
 
 TEST_F(Overlays, APrefixLeadsEveryName) {
-    start(Add::WRITE_HERE);
+    Start(false, whole_tree | Add::WRITE_HERE);
     ASSERT_TRUE(add_at("mod", "Mods/Cool/", whole_tree | Add::WRITE_HERE));
     ASSERT_TRUE(add_at("base.pak", "packs"));
     // asked, who answers
@@ -96,6 +87,8 @@ TEST_F(Overlays, APrefixLeadsEveryName) {
     EXPECT_TRUE(fs::full_path("mods/cool/a.txt").ends_with("/mod/a.txt"));
     fs::string native;
     EXPECT_TRUE(fs::native_path("cool/deep/b.txt", native) && native.ends_with("/mod/Deep/b.txt"));
+    EXPECT_EQ(why(fs::native_path("missing.txt", native)), NOT_FOUND);
+    EXPECT_EQ(why(fs::native_path("sky.dds", native)), UNSUPPORTED);
     EXPECT_NE(fs::search_dir("mods/cool/deep"), nullptr);
     EXPECT_THAT(take_names(fs::search("mods", nullptr, true, false)),
                 ElementsAre("mods/cool/0/a.txt", "mods/cool/a.txt", "mods/cool/again/a.txt", "mods/cool/deep/b.txt"));
@@ -104,7 +97,7 @@ TEST_F(Overlays, APrefixLeadsEveryName) {
 }
 
 TEST_F(Overlays, WhatIsMadeBelowAPrefixGoesThere) {
-    start(Add::WRITE_HERE);
+    Start(false, whole_tree | Add::WRITE_HERE);
     ASSERT_TRUE(add_at("mod", "mods/cool", whole_tree | Add::WRITE_HERE));
     EXPECT_TRUE(save("Mods/Cool/New/c.txt", "c") && save("mods/cool/new/c.txt", "cc"));
     EXPECT_EQ(home_.read("mod/New/c.txt"), "cc");

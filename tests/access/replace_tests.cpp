@@ -18,14 +18,12 @@ namespace {
 
 using Flags = FFSOpenFlags;
 
-class Replace : public testing::Test {
+class Replace : public OverDisk {
 protected:
     void SetUp() override {
         home_.write("game/Saves/Slot.sav", "old");
-        ASSERT_TRUE(fs::init((home_ / "game").c_str(), whole_tree, (home_ / "cache").c_str(), true, false, nullptr));
-        fs::clear_error();
+        Start(true);
     }
-    void TearDown() override { fs::shutdown(); }
 
     static SFsFile* begin(const char* name, const char* text = "the new one", Flags::FLAGS flags = Flags::CREATE) {
         SFsFile* const file = fs::open(name, EFSMode::WRITE, flags | Flags::REPLACE);
@@ -40,8 +38,6 @@ protected:
         }
         return names;
     }
-
-    TempDirectory home_;
 };
 
 TEST_F(Replace, TheOldFileStaysUntilTheNewOneIsClosed) {

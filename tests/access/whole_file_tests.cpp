@@ -77,14 +77,6 @@ TEST_F(WholeFile, BinaryComesBackAsItWasSaved) {
     EXPECT_FALSE(fs::save_binary_file(nullptr, 5, "b.bin") || fs::load_binary_file(nullptr, &size, "b.bin"));
 }
 
-TEST_F(WholeFile, AFullDiskIsNotTakenForSuccess) {
-    source_->file_capacity = 4;
-    EXPECT_EQ(why(fs::save_text_file("five!", "t.txt")), DISK_FULL);
-    EXPECT_FALSE(fs::save_binary_file("five!", 5, "b.bin"));
-    EXPECT_FALSE(fs::save_wide_string(L"ab", "w.txt"));
-    EXPECT_TRUE(fs::save_text_file("four", "t.txt"));
-}
-
 TEST_F(WholeFile, WideTextIsMarkedUnitsOrNarrowText) {
     const std::wstring half_a(1, static_cast<wchar_t>(0xD83D)), half_b(1, static_cast<wchar_t>(0xDE00));
     const std::pair<std::string, std::wstring> rows[] = {
