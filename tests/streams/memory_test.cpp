@@ -1,5 +1,3 @@
-#include <cstring>
-
 #include "kit.h"
 
 namespace {
@@ -53,21 +51,6 @@ TEST(VectorFile, KeepsTheContentsAndGrows) {
     EXPECT_FALSE(stream.set_current_pos(0x80000000ll));
     EXPECT_FALSE(stream.set_size(UINT64_MAX));
     EXPECT_EQ(stream.tell(), 22u);
-}
-
-TEST(InMemoryFile, ServesItsBlock) {
-    const std::unique_ptr<SFsFile> file(FileInMemory::create(strdup("abcde"), 5));
-    char buffer[8] = "";
-    EXPECT_TRUE(file->seek(-3, EFSSeek::END));
-    EXPECT_EQ(file->read(buffer, 8), 3u);
-    EXPECT_STREQ(buffer, "cde");
-    EXPECT_EQ(file->read(buffer, 8), 0u);
-    EXPECT_EQ(file->length(), 5u);
-    EXPECT_FALSE(file->seek(1, EFSSeek::CURRENT));
-    EXPECT_EQ(file->write("x", 1), UINT64_MAX);
-    EXPECT_EQ(test::why(false), EFSError::UNSUPPORTED);
-    EXPECT_EQ(FileInMemory(nullptr, 0).read(buffer, 1), UINT64_MAX);
-    EXPECT_EQ(test::why(false), EFSError::INVALID_ARGUMENT);
 }
 
 }  // namespace
