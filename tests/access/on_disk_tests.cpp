@@ -1,5 +1,6 @@
 // Opening and managing through the sources that the library starts with, on a real disk.
 #include "tests/access/kit.h"
+#include "tests/support/pack_file.h"
 
 namespace {
 
@@ -84,6 +85,124 @@ TEST_F(OnDisk, WithoutTheFallbackNothingLeadsOutOfTheMounts) {
     EXPECT_EQ(home_.read("outside/x.txt"), "kept");
     EXPECT_FALSE(home_.exists("outside/new.txt"));
     EXPECT_TRUE(take_names(fs::search(nullptr, nullptr, true, false)).empty());
+}
+
+// Who is asked first, who creates, and names below a prefix.
+
+using Add = FFSAddSourceFlags;
+
+class Overlays : public OverDisk {
+protected:
+    void SetUp() override {
+        const std::pair<const char*, const char*> files[] = {{"game/a.txt", "root"},
+                                                             {"mod/a.txt", "mod"},
+                                                             {"mod/Deep/b.txt", "mod b"},
+                                                             {"mod/again/a.txt", "mod again"},
+                                                             {"mod/0/a.txt", "mod 0"}};
+        for (const auto& [name, text] : files) home_.write(name, text);
+        ASSERT_TRUE(write_pack(home_ / "base.pak", {{"a.txt", "pack"}, {"textures/sky.dds", "sky"}}));
+        ASSERT_TRUE(write_pack(home_ / "late.pak", {{"a.txt", "late"}}));
+    }
+    bool add(const char* name, Add::ENUM flags = Add::NONE) { return fs::add_source((home_ / name).c_str(), flags); }
+    bool add_at(const char* name, const char* prefix, Add::ENUM flags = whole_tree) {
+        return fs::add_source_at((home_ / name).c_str(), prefix, flags);
+    }
+};
+
+TEST_F(Overlays, ADirectoryBeforePacksWinsOverAllOfThem) {
+    Start(false);
+    ASSERT_TRUE(add("base.pak"));
+    EXPECT_EQ(load("a.txt"), "pack");
+    ASSERT_TRUE(add("mod", whole_tree | Add::BEFORE_PACKS));
+    EXPECT_EQ(load("a.txt"), "mod");
+    ASSERT_TRUE(add("late.pak"));
+    EXPECT_EQ(load("a.txt"), "mod") << "later packs go behind it";
+    EXPECT_TRUE(fs::rem_source((home_ / "mod").c_str()));
+    EXPECT_EQ(load("a.txt"), "late");
+    fs::shutdown();
+    Start(false, whole_tree | Add::BEFORE_PACKS);
+    ASSERT_TRUE(add("base.pak"));
+    EXPECT_EQ(load("a.txt"), "root");
+}
+
+TEST_F(Overlays, NewFilesGoToTheNewestThatTakesThem) {
+    Start(false, whole_tree | Add::WRITE_HERE);
+    ASSERT_TRUE(add("base.pak"));
+    EXPECT_TRUE(save("saves/slot.sav", "saved"));
+    EXPECT_EQ(home_.read("game/saves/slot.sav"), "saved");
+    EXPECT_EQ(load("saves/slot.sav"), "saved");
+    EXPECT_EQ(fs::write_path(), home_ / "game/");
+    EXPECT_FALSE(save("textures/sky.dds", "mine")) << "it could not be read back";
+    EXPECT_EQ(fs::last_error().code, ALREADY_EXISTS);
+    EXPECT_EQ(fs::last_error().text, "textures/sky.dds is held by base.pak, which is asked first.");
+    EXPECT_FALSE(home_.exists("game/textures"));
+    ASSERT_TRUE(add("mod", whole_tree | Add::WRITE_HERE));
+    EXPECT_TRUE(save("new.txt", "new") && fs::mkdir("made"));
+    EXPECT_TRUE(home_.exists("mod/new.txt") && home_.exists("mod/made"));
+    EXPECT_TRUE(fs::rem_source((home_ / "mod").c_str()));
+    EXPECT_TRUE(save("new.txt", "new") && home_.exists("game/new.txt"));
+}
+
+TEST_F(Overlays, APrefixLeadsEveryName) {
+    Start(false, whole_tree | Add::WRITE_HERE);
+    ASSERT_TRUE(add_at("mod", "Mods/Cool/", whole_tree | Add::WRITE_HERE));
+    ASSERT_TRUE(add_at("base.pak", "packs"));
+    // asked, who answers
+    const std::pair<const char*, const char*> rows[] = {
+        {"mods/cool/a.txt", "mod"},
+        {"COOL/A.TXT", "mod"},
+        {"mods/cool/deep/b.txt", "mod b"},
+        {"deep/b.txt", "mod b"},
+        {"b.txt", "mod b"},
+        {"packs/a.txt", "pack"},
+        {"sky.dds", "sky"},
+        {"packs/sky.dds", "(none)"},
+        {"mods/a.txt", "(none)"},
+        {"cool/deep/x", "(none)"},
+        {"ol/a.txt", "mod"},
+        {"x/deep/b.txt", "(none)"},
+        {"mods/cool/sky.dds", "(none)"},
+    };
+    for (const auto& [asked, answer] : rows) EXPECT_EQ(load(asked), answer) << asked;
+    EXPECT_TRUE(fs::exists("mods/cool/a.txt", FFSOpenFlags::WHOLE_NAME));
+    EXPECT_FALSE(fs::exists("deep/b.txt", FFSOpenFlags::WHOLE_NAME));
+    for (const char* name : {"deep/b.txt", "mods/cool/deep/b.txt"})
+        EXPECT_EQ(fs::root_path(name), "mods/cool/deep/b.txt");
+    EXPECT_TRUE(fs::full_path("mods/cool/a.txt").ends_with("/mod/a.txt"));
+    fs::string native;
+    EXPECT_TRUE(fs::native_path("cool/deep/b.txt", native) && native.ends_with("/mod/Deep/b.txt"));
+    EXPECT_EQ(why(fs::native_path("missing.txt", native)), NOT_FOUND);
+    EXPECT_EQ(why(fs::native_path("sky.dds", native)), UNSUPPORTED);
+    EXPECT_NE(fs::search_dir("mods/cool/deep"), nullptr);
+    EXPECT_THAT(take_names(fs::search("mods", nullptr, true, false)),
+                ElementsAre("mods/cool/0/a.txt", "mods/cool/a.txt", "mods/cool/again/a.txt", "mods/cool/deep/b.txt"));
+    EXPECT_THAT(take_names(fs::search("mods/cool", nullptr, false, false)), ElementsAre("mods/cool/a.txt"));
+    EXPECT_EQ(fs::search("mods", nullptr, false, false), nullptr);
+}
+
+TEST_F(Overlays, WhatIsMadeBelowAPrefixGoesThere) {
+    Start(false, whole_tree | Add::WRITE_HERE);
+    ASSERT_TRUE(add_at("mod", "mods/cool", whole_tree | Add::WRITE_HERE));
+    EXPECT_TRUE(save("Mods/Cool/New/c.txt", "c") && save("mods/cool/new/c.txt", "cc"));
+    EXPECT_EQ(home_.read("mod/New/c.txt"), "cc");
+    EXPECT_NE(fs::search_dir("mods/cool/new"), nullptr);
+    EXPECT_TRUE(save("other.txt", "o") && home_.exists("game/other.txt")) << "whose name does not begin so";
+    EXPECT_TRUE(fs::save_text_file("r", "mods/cool/replaced.txt", FFSOpenFlags::REPLACE));
+    EXPECT_EQ(load("mods/cool/replaced.txt"), "r");
+    EXPECT_TRUE(fs::rename("mods/cool/a.txt", "mods/cool/moved/a2.txt"));
+    EXPECT_EQ(load("moved/a2.txt"), "mod");
+    EXPECT_TRUE(fs::rem_file("mods/cool/deep/b.txt"));
+    EXPECT_FALSE(home_.exists("mod/Deep/b.txt"));
+    fs::rem_dir("mods/cool/new");
+    EXPECT_FALSE(home_.exists("mod/New"));
+    home_.write("mod/seen.txt", "seen");
+    fs::refresh("mods/cool");
+    EXPECT_EQ(load("mods/cool/seen.txt"), "seen");
+    EXPECT_FALSE(add_at("mod", "elsewhere")) << "it is mounted";
+    EXPECT_FALSE(add_at("late.pak", "../up"));
+    EXPECT_FALSE(add_at("late.pak", (home_ / "full").c_str()));
+    EXPECT_TRUE(fs::rem_source((home_ / "mod").c_str()));
+    EXPECT_FALSE(fs::exists("mods/cool/seen.txt"));
 }
 
 }  // namespace

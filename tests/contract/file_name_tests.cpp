@@ -108,10 +108,7 @@ TEST(FileNames, CarryFlagsBehindAnAmpersand) {
     EXPECT_EQ(flags, 0u);
     EXPECT_EQ(fs::unmangle_file_name("bare&.x", out, flags), out);
     EXPECT_STREQ(out, "bare.x");
-    for (const char* name : {"x&12.d", "x&0x12.d", "x&0X0012.d", "x& +12.d", "x&12 more.d"}) {
-        EXPECT_EQ(fs::unmangle_file_name_flagsonly(name), 0x12u) << name;
-    }
-    EXPECT_EQ(fs::unmangle_file_name_flagsonly("x&-1.d"), ~0u);
+    EXPECT_EQ(fs::unmangle_file_name_flagsonly("x&0x12 more.d"), 0x12u);
 }
 
 TEST(FileNames, AreBuiltFromTheirParts) {

@@ -178,11 +178,4 @@ TEST(Path, ReplacesTheExtensionOfTheFileNameAlone) {
     EXPECT_STREQ(own.FileName(), "name.name.ext");
 }
 
-TEST(Path, AccountsForItsMemory) {
-    const fs::path small("a/b", true);
-    const fs::path large((std::string(100, 'd') + "/" + std::string(50, 'f')).c_str(), true);
-    EXPECT_EQ(small.calc_occupied_space() + small.calc_wasted_space(), sizeof(fs::path));
-    EXPECT_GE(large.calc_occupied_space(), 101u + 1 + 50 + 1);
-}
-
 }  // namespace
