@@ -15,26 +15,18 @@ protected:
     CWin32_dir source{EFSSourceType::DIR};
 };
 
-TEST_F(DirectorySourceLinks, AreFollowedButNotRoundInACircle) {
-    disk.write("a/f", "1");
-    link("a/up", ".");
-    link("a/self", "a");
-    link("twin", "a");
-    std::filesystem::create_symlink(disk / "a/f", disk / "file");
-    std::filesystem::create_symlink(disk / "nowhere", disk / "broken");
-    ASSERT_TRUE(mount());
-    EXPECT_THAT(all_names(source), UnorderedElementsAre("a/f", "twin/f", "file"));
-}
-
 TEST_F(DirectorySourceLinks, ThatLeadToEachOtherEndAndThoseToOnePlaceAllCount) {
     for (const char from : std::string("12345678")) {
         disk.write(std::string("d") + from + "/f", "1");
         for (const char to : std::string("12345678")) link(std::string("d") + from + "/l" + to, std::string("d") + to);
     }
+    link("d1/up", ".");
+    std::filesystem::create_symlink(disk / "d1/f", disk / "file");
+    std::filesystem::create_symlink(disk / "nowhere", disk / "broken");
     ASSERT_TRUE(mount());
-    // Eight directories, seven links in each, and a chain that reached six of them for the first time.
-    EXPECT_EQ(all_names(source).size(), 8u + 8 * 7 + 6);
-    for (const char* name : {"d1/l8/f", "d8/l1/f", "d5/l4/f"}) EXPECT_TRUE(source.exists_whole(as_path(name)));
+    // Eight directories, seven links in each, a chain that reached six of them for the first time, and the file.
+    EXPECT_EQ(all_names(source).size(), 8u + 8 * 7 + 6 + 1);
+    for (const char* name : {"d1/l8/f", "d8/l1/f", "d5/l4/f", "file"}) EXPECT_TRUE(source.exists_whole(as_path(name)));
 }
 
 TEST_F(DirectorySourceLinks, AreRemovedThemselvesWithATree) {
