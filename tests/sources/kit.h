@@ -47,15 +47,22 @@ inline bool write_all(SFsFile* file, const std::string& bytes) {
     return written;
 }
 
-/// The bytes as a zlib stream.
-inline std::string zipped(const std::string& bytes) {
-    uLongf size = compressBound(static_cast<uLong>(bytes.size()));
-    std::string out(size, '\0');
-    compress(reinterpret_cast<Bytef*>(out.data()), &size, reinterpret_cast<const Bytef*>(bytes.data()),
-             static_cast<uLong>(bytes.size()));
-    out.resize(size);
+/// The bytes as a bare deflate stream, or with a positive `window` as one of zlib.
+inline std::string deflated(const std::string& data, int level = 6, int strategy = Z_DEFAULT_STRATEGY,
+                            int window = -MAX_WBITS) {
+    z_stream stream{};
+    deflateInit2(&stream, level, Z_DEFLATED, window, 8, strategy);
+    std::string out(deflateBound(&stream, static_cast<uLong>(data.size())) + 100, '\0');
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
+    stream.avail_in = static_cast<uInt>(data.size());
+    stream.next_out = reinterpret_cast<Bytef*>(out.data());
+    stream.avail_out = static_cast<uInt>(out.size());
+    deflate(&stream, Z_FINISH);
+    out.resize(stream.total_out);
+    deflateEnd(&stream);
     return out;
 }
+inline std::string zipped(const std::string& data) { return deflated(data, 6, Z_DEFAULT_STRATEGY, MAX_WBITS); }
 
 /// Notes what the file monitor hears, as NAME MODE+FLAGS.
 class RecordingMonitor : public fs::IFsMonitor {

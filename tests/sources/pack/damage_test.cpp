@@ -13,6 +13,7 @@ using packs::Entry;
 using packs::stored_entry;
 using packs::with;
 using testing::AllOf;
+using testing::FieldsAre;
 using testing::HasSubstr;
 
 std::string small_pack() {
@@ -48,30 +49,9 @@ TEST(PackDamage, AnyByteMayBeWrongOrTheLast) {
             exercise(bad, at % 16 == 0 ? FFSAddSourceFlags::NONE : FFSAddSourceFlags::PACK_IN_MEMORY);
         }
     }
-}
-
-TEST(PackDamage, SizesOffsetsAndCountsMayLie) {
-    const std::string data = packs::noise(5000, 3);
-    for (const Entry& good : {deflated_entry("x", data), stored_entry("x", data)}) {
-        for (const std::uint32_t lie : {0u, 1u, 4999u, 70000u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
-            for (const Entry& entry :
-                 {with(good, [lie](Entry& e) { e.size = lie; }), with(good, [lie](Entry& e) { e.packed_size = lie; }),
-                  with(good, [lie](Entry& e) { e.header_offset = lie; })})
-                EXPECT_EQ(exercise(packs::build({entry})), 1) << lie;
-        }
-    }
-    const Entry across = with(stored_entry("b", ""), [](Entry& e) {
-        e.header_offset = 20;
-        e.size = e.packed_size = 4000;
-    });
-    EXPECT_EQ(exercise(packs::build({deflated_entry("a", data), across})), 2) << "over another and the directory";
-    std::string count = small_pack();
-    count[count.size() - 14] = 2;
-    EXPECT_EQ(exercise(count), 2);
-    for (const char more : {'\x04', '\xFF'}) {
-        count[count.size() - 14] = count[count.size() - 13] = more;
-        EXPECT_EQ(exercise(count), -1);
-    }
+    std::string counts_less = good;
+    counts_less[good.size() - 14] = 2;
+    EXPECT_EQ(exercise(counts_less), 2);
 }
 
 TEST(PackDamage, NamesMayBeAsLongAsTheFormatAllows) {
@@ -122,9 +102,8 @@ TEST(PackDamage, IsToldWithPackEntryAndReasonAndNothingElseIs) {
         rows.push_back({with(good, [](Entry& e) { e.size += 1000; }), "fewer bytes"});
     }
     const auto expect_told = [](const Row& row) {
-        EXPECT_EQ(fs::last_error().code, EFSError::BAD_FORMAT);
-        EXPECT_THAT(fs::last_error().text, AllOf(HasSubstr(row.reason), HasSubstr("test.pak")));
-        EXPECT_EQ(fs::last_error().path, row.entry.name);
+        EXPECT_THAT(fs::last_error(), FieldsAre(EFSError::BAD_FORMAT, 0, row.entry.name,
+                                                AllOf(HasSubstr(row.reason), HasSubstr("test.pak"))));
         fs::clear_error();
     };
     for (const Row& row : rows) {
@@ -164,29 +143,6 @@ TEST_F(PackChecksum, IsNoneForADamagedEntry) {
     EXPECT_TRUE(fs::calc_file_crc("good", crc)) << "an earlier failure is none of this file's";
 }
 
-// Zeros in place of what the disk did not give used to stay in the blocks, with no word of it.
-TEST(PackDamage, AFailedReadIsToldAndNotKept) {
-    const std::string data = packs::noise(300000, 1);
-    const auto source = packs::mount(packs::build(packs::entries_of_all_methods(data)));
-    ASSERT_TRUE(source);
-    for (const std::string& name : all_names(*source)) {
-        for (const std::size_t at : {0u, 70000u}) {
-            SCOPED_TRACE(testing::Message() << name << " at " << at);
-            std::string found(1000, '\0');
-            const auto file = packs::open(*source, name);
-            for (const bool is_good : {false, true}) {
-                file->seek(static_cast<std::int64_t>(at), EFSSeek::BEGIN);
-                fs::clear_error();
-                if (!is_good) platform::inject_fault(platform::FaultPoint::READ, 1, platform::Failure::OTHER, false);
-                const std::uint64_t got = file->read(found.data(), found.size());
-                platform::clear_faults();
-                EXPECT_EQ(fs::last_error().code, is_good ? EFSError::NONE : EFSError::IO);
-                if (is_good) EXPECT_TRUE(got == found.size() && found == data.substr(at, 1000));
-            }
-        }
-    }
-}
-
 TEST(PackDamage, Zip64EntriesAreRefusedAloneAndByName) {
     static constexpr std::uint32_t all = 0xFFFFFFFF;
     const auto source = packs::mount(packs::build(
@@ -196,9 +152,7 @@ TEST(PackDamage, Zip64EntriesAreRefusedAloneAndByName) {
     ASSERT_TRUE(source);
     for (const char* name : {"size", "packed", "offset"}) {
         EXPECT_FALSE(packs::open(*source, name));
-        EXPECT_EQ(fs::last_error().code, EFSError::UNSUPPORTED);
-        EXPECT_EQ(fs::last_error().path, name);
-        EXPECT_THAT(fs::last_error().text, HasSubstr("zip64"));
+        EXPECT_THAT(fs::last_error(), FieldsAre(EFSError::UNSUPPORTED, 0, name, HasSubstr("zip64")));
     }
     EXPECT_EQ(packs::content(*source, "good"), "2");
 }

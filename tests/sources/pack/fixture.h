@@ -10,7 +10,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <engine/filesystem/pack_reader.h>
 #include <engine/filesystem/sources/pack.h>
@@ -23,19 +22,7 @@
 
 namespace packs {
 
-inline std::string deflated(const std::string& data, int level = 6, int strategy = Z_DEFAULT_STRATEGY) {
-    z_stream stream{};
-    deflateInit2(&stream, level, Z_DEFLATED, -MAX_WBITS, 8, strategy);
-    std::string out(deflateBound(&stream, static_cast<uLong>(data.size())) + 100, '\0');
-    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
-    stream.avail_in = static_cast<uInt>(data.size());
-    stream.next_out = reinterpret_cast<Bytef*>(out.data());
-    stream.avail_out = static_cast<uInt>(out.size());
-    deflate(&stream, Z_FINISH);
-    out.resize(stream.total_out);
-    deflateEnd(&stream);
-    return out;
-}
+using ::deflated;
 
 /// One entry as it will stand in the pack, right or wrong.
 struct Entry {

