@@ -11,6 +11,7 @@ namespace {
 using testing::ElementsAre;
 
 class Loads : public LoadTest {};
+class DiskUses : public LoadTest {};
 
 TEST_F(Loads, WholeFilesAndRangesComeFromEverySource) {
     Mount();
@@ -212,13 +213,43 @@ TEST_F(Loads, ShutdownTellsEachOfAHundredThousandOnce) {
     }
 }
 
+/// Forbids this thread the disk and notes each use that it makes of it.
+struct NotedDisk {
+    NotedDisk() {
+        fs::set_disk_report(&Note, this);
+        fs::forbid_disk(true);
+    }
+    ~NotedDisk() {
+        fs::forbid_disk(false);
+        fs::set_disk_report(nullptr, nullptr);
+    }
+    static void Note(const SFsDiskUse& use, void* user) {
+        static_cast<NotedDisk*>(user)->told.push_back(std::string(use.action) + " " + use.name);
+        fs::string ignored;
+        fs::load_text_file(ignored, "loose.bin");  // not counted
+    }
+    std::vector<std::string> told;
+};
+
+/// Each use is told once, by what is outermost; other threads, and questions that tables answer, are not.
+TEST_F(DiskUses, OfAThreadThatMustNotAreTold) {
+    fs::string text;
+    NotedDisk uses;
+    EXPECT_TRUE(fs::exists("loose.bin"));
+    EXPECT_TRUE(fs::load_text_file(text, "loose.bin") && text == small_.c_str());
+    EXPECT_EQ(fs::open("none.bin", EFSMode::READ), nullptr);
+    EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
+    fs::refresh("loose.bin");
+    std::thread([&] { fs::load_text_file(text, "loose.bin"); }).join();
+    fs::forbid_disk(false);
+    fs::load_text_file(text, "loose.bin");
+    EXPECT_THAT(uses.told, ElementsAre("opened loose.bin", "read loose.bin", "opened none.bin", "listed loose.bin"));
+}
+
 /// They run on the caller, one at a time, and tell it nothing but by themselves.
 TEST_F(Loads, NeedNoThreads) {
     platform::inject_fault(platform::FaultPoint::THREAD, 1, platform::Failure::OTHER, true);
-    std::string told;
-    fs::set_disk_report([](const SFsDiskUse& use, void* user) { *static_cast<std::string*>(user) += use.action; },
-                        &told);
-    fs::forbid_disk(true);
+    auto uses = std::make_unique<NotedDisk>();
     fs::clear_error();
     const auto load_another = [](SFsLoad* load, void* user) {
         const LoadPtr another(fs::load_async({.path = "none.bin", .callback = &Told::Count, .user = user}));
@@ -228,9 +259,8 @@ TEST_F(Loads, NeedNoThreads) {
     EXPECT_EQ(load->State(), EFSRequestState::FINISHED);
     EXPECT_EQ(told_.count, 1);
     EXPECT_EQ(fs::last_error().code, EFSError::NONE);
-    EXPECT_EQ(told, "openedreadopened");
-    fs::forbid_disk(false);
-    fs::set_disk_report(nullptr, nullptr);
+    EXPECT_THAT(uses->told, ElementsAre("opened loose.bin", "read loose.bin", "opened none.bin"));
+    uses.reset();
     platform::clear_faults();
     EXPECT_EQ(Text(*Ended({.path = "loose.bin"})), small_);
 }
