@@ -16,14 +16,6 @@
 #include "tests/support/mounted_root.h"
 #include "tests/support/pack_file.h"
 
-/// Text that a decoder has work with and that shrinks.
-inline std::string bytes_of(std::size_t size, unsigned seed) {
-    std::minstd_rand random(seed + 1);
-    std::string text(size, '\0');
-    for (char& c : text) c = static_cast<char>('a' + random() % 7);
-    return text;
-}
-
 /// Holds reads back.
 struct Gate {
     mt::CEvent open{true};
@@ -66,7 +58,7 @@ public:
         return new GatedFile(name, text, name == "gated" ? gate_ : nullptr, length);
     }
 
-    static inline const test::Bytes text = std::make_shared<std::string>(bytes_of(3'000'000, 1));  // of each
+    static inline const test::Bytes text = std::make_shared<std::string>(noise(3'000'000, 1));  // of each
 
 private:
     Gate* const gate_;
@@ -144,8 +136,8 @@ protected:
     }
 
     static inline std::unique_ptr<TempDirectory> files_;
-    static inline const std::string big_ = bytes_of(20 << 20, 2);
-    static inline const std::string small_ = bytes_of(70'000, 3);
+    static inline const std::string big_ = noise(20 << 20, 2);
+    static inline const std::string small_ = noise(70'000, 3);
     Gate gate_;
     Told told_;
 };

@@ -17,30 +17,26 @@ TEST_F(Loads, WholeFilesAndRangesComeFromEverySource) {
     Mount();
     MountGated();
     gate_.open.Set();
-    struct Row {
-        SFsLoadWish wish;
-        std::string expected;
-    };
     const std::string& text = *GatedSource::text;
-    const Row rows[] = {{{.path = "small.bin"}, small_},
-                        {{.path = "LOOSE.bin"}, small_},
-                        {{.path = "big.bin"}, big_},
-                        {{.path = "big.bin", .offset = 19'000'001, .size = 5}, big_.substr(19'000'001, 5)},
-                        {{.path = "small.bin", .offset = 69'000, .size = ~std::uint64_t{0}}, small_.substr(69'000)},
-                        {{.path = "small.bin", .offset = 70'000}, ""},
-                        {{.path = "gated"}, text},
-                        {{.path = "endless"}, text},
-                        {{.path = "endless", .offset = 10, .size = 20}, text.substr(10, 20)}};
-    for (const Row& row : rows) {
-        const LoadPtr load = Ended(row.wish);
-        EXPECT_EQ(load->Result(), EFSRequestResult::SUCCESS) << row.wish.path << ": " << load->Error().text;
-        EXPECT_TRUE(load->Data() != nullptr && Text(*load) == row.expected) << row.wish.path;
-        std::string buffer(row.expected.size(), '?');
-        SFsLoadWish into = row.wish;
-        into.buffer = buffer.data();
-        into.capacity = buffer.size();
-        const LoadPtr second = Ended(into);
-        EXPECT_TRUE(second->Result() == EFSRequestResult::SUCCESS && buffer == row.expected) << row.wish.path;
+    const std::pair<SFsLoadWish, std::string> rows[] = {
+        {{.path = "small.bin"}, small_},
+        {{.path = "LOOSE.bin"}, small_},
+        {{.path = "big.bin"}, big_},
+        {{.path = "big.bin", .offset = 19'000'001, .size = 5}, big_.substr(19'000'001, 5)},
+        {{.path = "small.bin", .offset = 69'000, .size = ~std::uint64_t{0}}, small_.substr(69'000)},
+        {{.path = "small.bin", .offset = 70'000}, ""},
+        {{.path = "gated"}, text},
+        {{.path = "endless"}, text},
+        {{.path = "endless", .offset = 10, .size = 20}, text.substr(10, 20)}};
+    for (auto [wish, expected] : rows) {
+        const LoadPtr load = Ended(wish);
+        EXPECT_EQ(load->Result(), EFSRequestResult::SUCCESS) << wish.path << ": " << load->Error().text;
+        EXPECT_TRUE(load->Data() != nullptr && Text(*load) == expected) << wish.path;
+        std::string buffer(expected.size(), '?');
+        wish.buffer = buffer.data();
+        wish.capacity = buffer.size();
+        const LoadPtr second = Ended(wish);
+        EXPECT_TRUE(second->Result() == EFSRequestResult::SUCCESS && buffer == expected) << wish.path;
         EXPECT_EQ(second->Take(), nullptr);
     }
 }
@@ -57,25 +53,22 @@ TEST_F(Loads, EachFailureTravelsInItsLoad) {
     MountGated();
     ASSERT_TRUE(fs::add_source((*files_ / "damaged.pak").c_str(), whole_tree));
     char buffer[4] = {'k', 'e', 'p', 't'};
-    struct Row {
-        SFsLoadWish wish;
-        EFSError::TYPE code;
-    };
-    const Row rows[] = {{{.path = "none.bin"}, EFSError::NOT_FOUND},
-                        {{.path = "./"}, EFSError::INVALID_NAME},
-                        {{.path = "small.bin"}, EFSError::BAD_FORMAT},
-                        {{.path = "big.bin"}, EFSError::BAD_FORMAT},
-                        {{.path = "loose.bin", .offset = 70'001}, EFSError::INVALID_ARGUMENT},
-                        {{.path = "loose.bin", .offset = 69'999, .size = 2}, EFSError::INVALID_ARGUMENT},
-                        {{.path = "loose.bin", .buffer = buffer, .capacity = 4}, EFSError::TOO_LARGE},
-                        {{.path = "endless", .buffer = buffer, .capacity = 4}, EFSError::TOO_LARGE},
-                        {{.path = "shrunk"}, EFSError::IO},
-                        {{.path = "throws"}, EFSError::OUT_OF_MEMORY}};
+    const std::pair<SFsLoadWish, EFSError::TYPE> rows[] = {
+        {{.path = "none.bin"}, EFSError::NOT_FOUND},
+        {{.path = "./"}, EFSError::INVALID_NAME},
+        {{.path = "small.bin"}, EFSError::BAD_FORMAT},
+        {{.path = "big.bin"}, EFSError::BAD_FORMAT},
+        {{.path = "loose.bin", .offset = 70'001}, EFSError::INVALID_ARGUMENT},
+        {{.path = "loose.bin", .offset = 69'999, .size = 2}, EFSError::INVALID_ARGUMENT},
+        {{.path = "loose.bin", .buffer = buffer, .capacity = 4}, EFSError::TOO_LARGE},
+        {{.path = "endless", .buffer = buffer, .capacity = 4}, EFSError::TOO_LARGE},
+        {{.path = "shrunk"}, EFSError::IO},
+        {{.path = "throws"}, EFSError::OUT_OF_MEMORY}};
     fs::clear_error();
-    for (const Row& row : rows) {
-        const LoadPtr load = Ended(row.wish);
-        EXPECT_EQ(load->Result(), EFSRequestResult::FAILED) << row.wish.path;
-        EXPECT_EQ(load->Error().code, row.code) << row.wish.path << ": " << load->Error().text;
+    for (const auto& [wish, code] : rows) {
+        const LoadPtr load = Ended(wish);
+        EXPECT_EQ(load->Result(), EFSRequestResult::FAILED) << wish.path;
+        EXPECT_EQ(load->Error().code, code) << wish.path << ": " << load->Error().text;
         EXPECT_TRUE(load->Data() == nullptr && load->Size() == 0 && load->Take() == nullptr);
     }
     EXPECT_EQ(std::string(buffer, 4), "kept");

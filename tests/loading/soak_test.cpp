@@ -52,18 +52,14 @@ protected:
     }
 
     LoadPtr BeginRandom(std::minstd_rand& random, Slot& slot) {
-        struct File {
-            const char* name;
-            const std::string& bytes;
-        };
-        static const File files[] = {{"small.bin", small_},          {"loose.bin", small_},
-                                     {"added.bin", small_},          {"endless", *GatedSource::text},
-                                     {"shrunk", *GatedSource::text}, {"big.bin", big_}};
+        static const std::pair<const char*, const std::string&> files[] = {
+            {"small.bin", small_},           {"loose.bin", small_},          {"added.bin", small_},
+            {"endless", *GatedSource::text}, {"shrunk", *GatedSource::text}, {"big.bin", big_}};
         const bool is_big = random() % 400 == 0;
-        const File& file = files[is_big ? 5 : random() % 5];
+        const auto& [name, bytes] = files[is_big ? 5 : random() % 5];
         const std::uint64_t offset = random() % 3 * 1000;
-        slot.expected = std::string_view(file.bytes).substr(offset, is_big ? big_.size() : small_.size() - offset);
-        SFsLoadWish wish{.path = file.name,
+        slot.expected = std::string_view(bytes).substr(offset, is_big ? big_.size() : small_.size() - offset);
+        SFsLoadWish wish{.path = name,
                          .offset = offset,
                          .size = slot.expected.size(),
                          .priority = static_cast<std::int32_t>(random() % 1200) - 100,

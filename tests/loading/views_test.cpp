@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <string>
 #include <system_error>
+#include <tuple>
 
 #include "engine/platform/faults.h"
 #include "tests/support/mounted_root.h"
@@ -38,20 +39,18 @@ protected:
 TEST_F(Views, ShowEveryKindOfFile) {
     for (const auto in_memory : {FFSAddSourceFlags::NONE, FFSAddSourceFlags::PACK_IN_MEMORY}) {
         ASSERT_TRUE(Mount(in_memory));
-        struct Row {
-            const char* name;
-            std::string expected;
-            bool is_mapped;
-        };
-        for (const Row& row : {Row{"loose.bin", text_, true}, Row{"stored.bin", text_, true},
-                               Row{"deflated.bin", text_, false}, Row{"empty.bin", "", false}}) {
+        const std::tuple<const char*, std::string, bool> rows[] = {{"loose.bin", text_, true},
+                                                                   {"stored.bin", text_, true},
+                                                                   {"deflated.bin", text_, false},
+                                                                   {"empty.bin", "", false}};
+        for (const auto& [name, expected, is_mapped] : rows) {
             for (const auto flags : {FFSMapFlags::NONE, FFSMapFlags::POPULATE, FFSMapFlags::NO_COPY}) {
                 SFsView view;
-                const bool shown = fs::map(row.name, view, flags);
-                EXPECT_EQ(shown, row.is_mapped || flags != FFSMapFlags::NO_COPY) << row.name;
-                EXPECT_EQ(view.is_mapped, row.is_mapped) << row.name;
+                const bool shown = fs::map(name, view, flags);
+                EXPECT_EQ(shown, is_mapped || flags != FFSMapFlags::NO_COPY) << name;
+                EXPECT_EQ(view.is_mapped, is_mapped) << name;
                 if (shown) {
-                    EXPECT_TRUE(Text(view) == row.expected && view.data != nullptr) << row.name;
+                    EXPECT_TRUE(Text(view) == expected && view.data != nullptr) << name;
                 } else {
                     EXPECT_EQ(fs::last_error().code, EFSError::UNSUPPORTED);
                 }

@@ -2,9 +2,18 @@
 
 #include <engine/filesystem/containers.h>
 
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
+
+/// Bytes that compress to about half and hold no long repetitions.
+inline std::string noise(std::size_t size, std::uint32_t seed) {
+    std::mt19937 random(seed);
+    std::string out(size, '\0');
+    for (char& byte : out) byte = static_cast<char>('a' + (random() & 15));
+    return out;
+}
 
 struct PackFileEntry {
     std::string_view name;

@@ -18,11 +18,13 @@
 #include "engine/filesystem/formats/zstd.h"
 #include "engine/kernel/checksum.h"
 #include "tests/sources/kit.h"
+#include "tests/support/pack_file.h"
 #include "tests/support/temp_directory.h"
 
 namespace packs {
 
 using ::deflated;
+using ::noise;
 
 /// One entry as it will stand in the pack, right or wrong.
 struct Entry {
@@ -99,14 +101,6 @@ inline std::string build(const std::vector<Entry>& entries) {
     out += directory;
     fs::zip::append_end_record(out, static_cast<std::uint32_t>(entries.size()), offset,
                                static_cast<std::uint32_t>(directory.size()));
-    return out;
-}
-
-/// Bytes that compress to about half and hold no long repetitions.
-inline std::string noise(std::size_t size, std::uint32_t seed) {
-    std::mt19937 random(seed);
-    std::string out(size, '\0');
-    for (char& byte : out) byte = static_cast<char>('a' + (random() & 15));
     return out;
 }
 
