@@ -1,6 +1,8 @@
 // What every source answers, whatever its kind: each case runs over the directory, a pack, the memory archive and the
 // fallback.
 
+#include <tuple>
+
 #include "tests/sources/kit.h"
 #include "tests/support/pack_file.h"
 
@@ -125,12 +127,7 @@ TEST_P(EverySource, TakesANameInAnyCaseAndByItsEndUnlessItIsToBeWhole) {
 }
 
 TEST_P(EverySource, ListsByDirectoryMaskAndFlagOrNotAtAll) {
-    const struct {
-        const char* dir;
-        const char* mask;
-        bool flag;
-        std::vector<std::string> names;
-    } rows[] = {
+    const std::tuple<const char*, const char*, bool, std::vector<std::string>> rows[] = {
         {nullptr, nullptr, false, {"sub/file.txt", "sub/deep/3.txt", "sub/4.bin", "subs/5.txt", "r.txt"}},
         {"", "", false, {"r.txt"}},
         {"", "*.txt", true, {"sub/file.txt", "sub/deep/3.txt", "subs/5.txt", "r.txt"}},
@@ -138,10 +135,10 @@ TEST_P(EverySource, ListsByDirectoryMaskAndFlagOrNotAtAll) {
         {"sub/", "?.TXT", true, {"sub/deep/3.txt"}},
         {"nowhere", nullptr, true, {}},
     };
-    for (const auto& row : rows) {
-        EXPECT_THAT(test::take_names(source().get_file_list(row.dir, row.mask, row.flag)),
-                    UnorderedElementsAreArray(GetParam().lists ? row.names : std::vector<std::string>()))
-            << (row.dir ? row.dir : "(null)") << " " << (row.mask ? row.mask : "(null)") << " " << row.flag;
+    for (const auto& [dir, mask, flag, names] : rows) {
+        EXPECT_THAT(test::take_names(source().get_file_list(dir, mask, flag)),
+                    UnorderedElementsAreArray(GetParam().lists ? names : std::vector<std::string>()))
+            << (dir ? dir : "(null)") << " " << (mask ? mask : "(null)") << " " << flag;
     }
     const std::vector<std::string> below = test::take_names(source().search_substring("ub/d"));
     EXPECT_EQ(below, std::vector<std::string>(GetParam().lists ? 1 : 0, "sub/deep/3.txt"));
@@ -168,20 +165,16 @@ TEST_P(EverySource, CreatesAndChangesOnlyWhereItCan) {
 
 TEST_P(EverySource, OpensInEachMode) {
     if (!source().writable()) return;
-    const struct {
-        SFsFile* (CFSSource::*open)(const fs::path& p, Flags::FLAGS flags);
-        Flags::FLAGS flags;
-        const char* text;
-        std::string result;
-    } rows[] = {
+    using Opens = SFsFile* (CFSSource::*)(const fs::path& p, Flags::FLAGS flags);
+    const std::tuple<Opens, Flags::FLAGS, const char*, std::string> rows[] = {
         {&CFSSource::open_append, Flags::NONE, "+", content + "+"},
         {&CFSSource::open_read_write, Flags::NONE, "?", "?" + content.substr(1) + "+"},
         {&CFSSource::open_write, Flags::WRITE_THROUGH, "yz", "yz"},
         {&CFSSource::open_read_write, Flags::CREATE, "xyz", "xyz"},
     };
-    for (const auto& row : rows) {
-        EXPECT_TRUE(write_all((source().*row.open)(held(), row.flags), row.text));
-        EXPECT_EQ(read(), row.result);
+    for (const auto& [open, flags, text, result] : rows) {
+        EXPECT_TRUE(write_all((source().*open)(held(), flags), text));
+        EXPECT_EQ(read(), result);
     }
     EXPECT_EQ(read_all(source().open_read(held(), Flags::THROUGH_VFS)), "xyz") << "asked through the sources already";
     EXPECT_EQ(source().open_append(held(), Flags::GZIP_LEVEL5), nullptr);

@@ -1,5 +1,6 @@
 #include <cstring>
 #include <iterator>
+#include <tuple>
 
 #include "engine/filesystem/sources/directory/mount/recorded.h"
 #include "engine/platform/clock.h"
@@ -103,12 +104,7 @@ TEST_F(DirectorySource, EntersAWideTreeInOrderHoweverManyThreadsListIt) {
 TEST_F(DirectorySource, MountsByItsFlags) {
     disk_.write("file", "1");
     const fs::path root = as_dir(disk_.path());
-    const struct {
-        fs::path root;
-        Flags::ENUM flags;
-        bool mounts;
-        bool is_writable;  // as the latest mount left it
-    } rows[] = {
+    const std::tuple<fs::path, Flags::ENUM, bool, bool> rows[] = {
         {fs::path(), recursive, false, true},
         {as_dir(disk_ / "missing"), recursive, true, true},  // a root that cannot be read is merely empty
         {as_dir(disk_ / "missing"), Flags::MUST_EXIST, false, true},
@@ -117,12 +113,12 @@ TEST_F(DirectorySource, MountsByItsFlags) {
         {root, Flags::MUST_EXIST, true, false},
         {root, Flags::PROTECTED, true, false},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << as_text(row.root) << " " << row.flags);
-        EXPECT_EQ(source_.init(row.root, row.flags, nullptr), row.mounts);
-        EXPECT_EQ(source_.writable(), row.is_writable);
-        EXPECT_EQ(source_.is_protected(), row.flags == Flags::PROTECTED);
-        if (row.mounts) EXPECT_TRUE(source_.path() == row.root && source_.flags() == row.flags);
+    for (const auto& [path, flags, mounts, is_writable] : rows) {  // writable as the latest mount left it
+        SCOPED_TRACE(testing::Message() << as_text(path) << " " << flags);
+        EXPECT_EQ(source_.init(path, flags, nullptr), mounts);
+        EXPECT_EQ(source_.writable(), is_writable);
+        EXPECT_EQ(source_.is_protected(), flags == Flags::PROTECTED);
+        if (mounts) EXPECT_TRUE(source_.path() == path && source_.flags() == flags);
     }
 }
 
@@ -136,21 +132,19 @@ TEST_F(DirectorySource, KnowsNoPathThatIsTooLongForTheDisk) {
     EXPECT_FALSE(create((longest + "f").c_str()));
     disk_.write(part + "/new", "1");
     // The disk may hold longer ones; that they are not shown is told. So with a directory, whose listing is not kept.
-    for (const std::string& name : {longest + "f", part + "/" + std::string(room, 'd') + "/g"}) {
-        const auto work = std::filesystem::current_path();
-        std::filesystem::current_path(disk_ / part.c_str());
-        const std::filesystem::path below(name.substr(part.size() + 1));
-        if (below.has_parent_path()) std::filesystem::create_directory(below.parent_path());
-        std::ofstream(below) << "1";
-        std::filesystem::current_path(work);
-        source_.refresh_dir(part.c_str());
-        EXPECT_TRUE(source_.exists(as_path("new"))) << "one name that cannot be shown hides no other";
-        fs::clear_error();
-        source_.refresh();
-        EXPECT_EQ(all().size(), 2u);
-        EXPECT_EQ(source_.unlisted_directories(), below.has_parent_path() ? 2u : 1u);
-        EXPECT_EQ(fs::last_error().code, EFSError::INVALID_NAME);
-    }
+    const auto work = std::filesystem::current_path();
+    std::filesystem::current_path(disk_ / part);
+    std::filesystem::create_directory(std::string(room, 'd'));
+    for (const std::string& name : {std::string(room + 1, 'f'), std::string(room, 'd') + "/g"})
+        std::ofstream(std::filesystem::path(name)) << "1";
+    std::filesystem::current_path(work);
+    source_.refresh_dir(part.c_str());
+    EXPECT_TRUE(source_.exists(as_path("new"))) << "names that cannot be shown hide no other";
+    fs::clear_error();
+    source_.refresh();
+    EXPECT_EQ(all().size(), 2u);
+    EXPECT_EQ(source_.unlisted_directories(), 2u);
+    EXPECT_EQ(fs::last_error().code, EFSError::INVALID_NAME);
 }
 
 std::vector<std::string> heard;

@@ -1,4 +1,5 @@
 #include <thread>
+#include <tuple>
 
 #include "tests/sources/kit.h"
 
@@ -119,15 +120,12 @@ TEST_F(MemoryArchive, DamageAndWrongLengthsFailTheOpen) {
     const std::string packed = zipped("hello, hello, hello");
     std::string damaged = packed;
     damaged.back() = static_cast<char>(damaged.back() ^ 1);
-    const struct {
-        const char* name;
-        std::string bytes;
-        std::uint64_t length;
-    } rows[] = {{"good", packed, 19},
-                {"short", packed, 18},
-                {"cut", packed.substr(0, packed.size() - 1), 19},
-                {"huge", packed, ~std::uint64_t{0} / 2},
-                {"damaged", damaged, 19}};
+    const std::tuple<const char*, std::string, std::uint64_t> rows[] = {
+        {"good", packed, 19},
+        {"short", packed, 18},
+        {"cut", packed.substr(0, packed.size() - 1), 19},
+        {"huge", packed, ~std::uint64_t{0} / 2},
+        {"damaged", damaged, 19}};
     for (const auto& [name, bytes, length] : rows) {
         ASSERT_TRUE(archive_.AddEntry(name, bytes.data(), bytes.size(), length));
         EXPECT_EQ(open(name), std::string(name) == "good" ? "hello, hello, hello" : "(null)") << name;

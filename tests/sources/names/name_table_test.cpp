@@ -1,6 +1,7 @@
 // The table of names against the plain rule that it stands for: a list per name, searched from the front.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
@@ -11,11 +12,7 @@ namespace {
 
 using fs::NameTable;
 
-struct NaiveFile {
-    std::string dir;
-    std::string name;
-    bool operator==(const NaiveFile&) const = default;
-};
+using NaiveFile = std::pair<std::string, std::string>;  // its directory and its name
 
 struct NaiveTable {
     const NaiveFile* find(const std::string& dir, const std::string& name, bool whole) const {
@@ -23,10 +20,10 @@ struct NaiveTable {
             if (whole) return held == (dir.empty() ? root : dir);
             return dir.empty() || (!held.empty() && (dir.ends_with(held) || held.ends_with(dir)));
         };
-        for (const NaiveFile& file : files) {
-            if (file.name == name && matches(file.dir.empty() ? root : file.dir)) return &file;
-        }
-        return nullptr;
+        const auto found = std::ranges::find_if(files, [&](const NaiveFile& file) {
+            return file.second == name && matches(file.first.empty() ? root : file.first);
+        });
+        return found != files.end() ? &*found : nullptr;
     }
     std::string root;
     std::vector<NaiveFile> files;
@@ -68,7 +65,7 @@ TEST(NameTable, AnswersAsTheLinearRuleDoesWhateverIsAddedAndRemoved) {
             const std::string name = "n" + std::to_string(random() % names);
             if (seed % 5 == 0 || random() % 4 != 0) {  // some tables only grow
                 table.add(table.intern_dir(dir), name, 1);
-                naive.files.push_back({dir, name});
+                naive.files.emplace_back(dir, name);
             } else if (const std::uint32_t file = table.find(dir, name); file != NameTable::none) {
                 naive.files.erase(std::find(naive.files.begin(), naive.files.end(), as_naive(table, file)));
                 table.remove(file);

@@ -89,11 +89,7 @@ TEST(PackDamage, APackThatShrinksWhileOpenGivesShortReadsOrZeros) {
 TEST(PackDamage, IsToldWithPackEntryAndReasonAndNothingElseIs) {
     const std::string data = packs::noise(300000, 1);
     const Entry deflated = deflated_entry("deflated", data);
-    struct Row {
-        Entry entry;
-        const char* reason;
-    };
-    std::vector<Row> rows = {
+    std::vector<std::pair<Entry, const char*>> rows = {
         {with(deflated, [](Entry& e) { e.packed[10] = static_cast<char>(~e.packed[10]); }), "damaged"},
         {with(deflated, [](Entry& e) { e.packed.resize(e.packed_size = 90000); }), "fewer bytes"}};
     for (const Entry& good : packs::entries_of_all_methods(data)) {
@@ -101,31 +97,31 @@ TEST(PackDamage, IsToldWithPackEntryAndReasonAndNothingElseIs) {
         rows.push_back({with(good, [](Entry& e) { e.crc ^= 1; }), "checksum"});
         rows.push_back({with(good, [](Entry& e) { e.size += 1000; }), "fewer bytes"});
     }
-    const auto expect_told = [](const Row& row) {
-        EXPECT_THAT(fs::last_error(), FieldsAre(EFSError::BAD_FORMAT, 0, row.entry.name,
-                                                AllOf(HasSubstr(row.reason), HasSubstr("test.pak"))));
+    const auto expect_told = [](const std::string& name, const char* reason) {
+        EXPECT_THAT(fs::last_error(),
+                    FieldsAre(EFSError::BAD_FORMAT, 0, name, AllOf(HasSubstr(reason), HasSubstr("test.pak"))));
         fs::clear_error();
     };
-    for (const Row& row : rows) {
-        const auto source = packs::mount(packs::build({row.entry}), FFSAddSourceFlags::EXACT_SEEKS);
-        ASSERT_TRUE(source) << row.entry.name;
-        for (const std::size_t step : {std::size_t{4096}, std::size_t{row.entry.size}}) {
+    for (const auto& [entry, reason] : rows) {
+        const auto source = packs::mount(packs::build({entry}), FFSAddSourceFlags::EXACT_SEEKS);
+        ASSERT_TRUE(source) << entry.name;
+        for (const std::size_t step : {std::size_t{4096}, std::size_t{entry.size}}) {
             SCOPED_TRACE(testing::Message()
-                         << row.entry.name << " by " << step << ": " << (row.reason != nullptr ? row.reason : "good"));
-            const auto file = packs::open(*source, row.entry.name);
+                         << entry.name << " by " << step << ": " << (reason != nullptr ? reason : "good"));
+            const auto file = packs::open(*source, entry.name);
             std::string found;
             std::string piece(step, '\0');
             fs::clear_error();
             while (const std::uint64_t got = file->read(piece.data(), step)) found.append(piece, 0, got);
-            if (!row.reason) {
+            if (!reason) {
                 EXPECT_TRUE(found == data && fs::last_error().code == EFSError::NONE);
                 continue;
             }
-            expect_told(row);
-            if (row.reason == std::string("checksum")) continue;
+            expect_told(entry.name, reason);
+            if (reason == std::string("checksum")) continue;
             file->seek(-500, EFSSeek::END);
             EXPECT_EQ(file->read(piece.data(), 1), 0u) << "what is missing, asked for alone";
-            expect_told(row);
+            expect_told(entry.name, reason);
         }
     }
 }
