@@ -7,7 +7,6 @@
 #include <memory>
 #include <mutex>
 #include <new>
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>

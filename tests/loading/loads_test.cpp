@@ -174,7 +174,6 @@ TEST_F(Loads, TheBudgetHoldsLoadsBackAndNeverForGood) {
 }
 
 TEST_F(Loads, RemovingASourceEndsItsLoadsFirst) {
-    Mount();
     GatedSource* const source = MountGated();
     const LoadPtr load = BeginCounted("gated");
     ASSERT_TRUE(gate_.reached.Wait(10'000));
@@ -183,10 +182,6 @@ TEST_F(Loads, RemovingASourceEndsItsLoadsFirst) {
     EXPECT_EQ(gate_.reads, 1);
     EXPECT_TRUE(load->Wait() && load->Result() == EFSRequestResult::CANCELLED);
     delete source;
-    const LoadPtr big = Begin({.path = "big.bin"});
-    WaitUntilInHand(*big);
-    EXPECT_TRUE(fs::rem_source((*files_ / "p.pak").c_str()));
-    EXPECT_TRUE(big->Wait());
 }
 
 TEST_F(Loads, ShutdownTellsEachOfAHundredThousandOnce) {

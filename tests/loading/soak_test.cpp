@@ -1,6 +1,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
+#include <random>
 #include <string_view>
 
 #include "tests/loading/load_test.h"

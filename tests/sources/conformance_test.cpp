@@ -204,8 +204,7 @@ TEST_P(EverySource, RenamesOnTheDisk) {
     auto* const native = dynamic_cast<fs::NativeSource*>(&source());
     if (native == nullptr) return;
     const auto rename = [&](const fs::path& from, const char* to) {
-        fs::clear_error();
-        return native->rename_file(from, as_path(mounted_.lead + to, false)) ? EFSError::NONE : fs::last_error().code;
+        return test::why(native->rename_file(from, as_path(mounted_.lead + to, false)));
     };
     EXPECT_EQ(rename(held(), "r.txt"), EFSError::ALREADY_EXISTS);
     EXPECT_EQ(rename(held(), "a?"), EFSError::INVALID_NAME);

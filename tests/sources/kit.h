@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "engine/platform/faults.h"
+#include "tests/support/failure.h"
 #include "tests/support/memory_source.h"
 #include "tests/support/temp_directory.h"
 

@@ -200,11 +200,9 @@ TEST_F(DirectorySource, ChangesNothingOutsideAndMakesNoNameThatNotEverySystemHol
         EXPECT_FALSE(source_.rename_file(as_path("a/f"), path)) << name;
         EXPECT_EQ(fs::last_error().code, EFSError::INVALID_NAME) << name;
     }
-    for (const char* name : {"", "..", "../x", "a/b?", "/", outside.c_str()}) {
-        fs::clear_error();
-        EXPECT_FALSE(source_.mkdir(as_dir(name, false))) << name;
-        EXPECT_EQ(fs::last_error().code, EFSError::INVALID_NAME) << name;
-    }
+    fs::clear_error();
+    for (const char* name : {"", "..", "../x", "a/b?", "/", outside.c_str()})
+        EXPECT_EQ(test::why(source_.mkdir(as_dir(name, false))), EFSError::INVALID_NAME) << name;
     for (const char* name : {"../a/f", "a/", outside.c_str()})
         EXPECT_FALSE(source_.rem_file(as_path(name))) << "not the file that the name ends like: " << name;
     for (const char* dir : {"", "/", "..", "../a"}) source_.rem_dir(as_dir(dir));

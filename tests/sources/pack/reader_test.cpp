@@ -91,8 +91,7 @@ TEST_F(PackReader, IsReleasedOnceWhenNothingReadsItAnyMore) {
                                                               {nullptr, EFSError::INVALID_NAME},
                                                               {"other", EFSError::BAD_FORMAT}};
     for (int count = 0; const auto& [name, code] : refused) {
-        EXPECT_FALSE(fs::add_pack_reader(name, other));
-        EXPECT_EQ(fs::last_error().code, code);
+        EXPECT_EQ(test::why(fs::add_pack_reader(name, other)), code);
         EXPECT_EQ(other.released, ++count) << "also by a call that fails";
     }
     fs::file_ptr late(fs::open("a", EFSMode::READ));
