@@ -118,9 +118,12 @@ TEST_F(Manage, ChangesWhatIsNamedOrNothing) {
 TEST_F(Manage, CopiesInPiecesOfAnySize) {
     const std::string large(100000, 'q');
     second_->add("from.txt", large);
+    second_->add("empty.txt", "");
     for (const std::uint32_t size : {0u, 1000u, 1u << 30}) {
         EXPECT_TRUE(fs::copy("FROM.txt", "To/Copy.txt", size)) << size;
         EXPECT_EQ(first_->content("to/copy.txt"), large) << size;
+        EXPECT_TRUE(fs::copy("empty.txt", "To/Copy.txt", size)) << size;
+        EXPECT_EQ(first_->content("to/copy.txt"), "") << size;
     }
 }
 
@@ -156,6 +159,18 @@ TEST_F(Manage, NamesThatAreNoneChangeNothing) {
     EXPECT_EQ(first_->content("save.dat"), "1");
     EXPECT_TRUE(fs::rem_file("save.dat"));
     for (const char* name : held) EXPECT_EQ(first_->content(name), name);
+}
+
+TEST_F(Manage, AFailedCopySaysWhichFileItWas) {
+    second_->add("from.txt", "text");
+    static std::string logged;
+    _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
+    LogSetPrintCallback([](Log::ELevel::TYPE, const char*, const char* text) { logged += text; });
+    EXPECT_FALSE(fs::copy("missing.txt", "to.txt", 0) || fs::copy("from.txt", "../up.txt", 0));
+    LogSetPrintCallback(nullptr);
+    _CLFilterSetMode(CLFilterMode::NORMAL);
+    EXPECT_THAT(logged, testing::HasSubstr("ERROR [fs::copy] failed to open source file missing.txt -> to.txt"));
+    EXPECT_THAT(logged, testing::HasSubstr("ERROR [fs::copy] failed to open destination file from.txt -> ../up.txt"));
 }
 
 TEST(Times, AreComparedWithinAToleranceAndWrittenAsTheirCalendarForm) {

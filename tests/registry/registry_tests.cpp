@@ -136,4 +136,15 @@ TEST_F(Registry, ASourceMayAskForNamesWhileItIsAsked) {
     EXPECT_EQ(source->content("other.txt"), "");
 }
 
+TEST_F(Registry, EachThreadHasItsOwnLastError) {
+    mount_memory("/a/");
+    EXPECT_FALSE(fs::rem_file("mine.txt"));
+    std::thread([] {
+        EXPECT_EQ(fs::last_error().code, EFSError::NONE);
+        EXPECT_FALSE(fs::rename("theirs.txt", "a|b"));
+    }).join();
+    EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
+    EXPECT_EQ(fs::last_error().path, "mine.txt");
+}
+
 }  // namespace

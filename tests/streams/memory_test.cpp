@@ -53,4 +53,11 @@ TEST(VectorFile, KeepsTheContentsAndGrows) {
     EXPECT_EQ(stream.tell(), 22u);
 }
 
+TEST(InMemoryFile, TakesNoBytesAndMayHaveNoBlock) {
+    FileInMemory file(nullptr, 0);
+    char letter = 'x';
+    EXPECT_EQ(test::why(file.write(&letter, 1) != UINT64_MAX), EFSError::UNSUPPORTED);
+    EXPECT_EQ(test::why(file.read(&letter, 1) != UINT64_MAX), EFSError::INVALID_ARGUMENT);
+}
+
 }  // namespace
