@@ -28,11 +28,6 @@ http {{
 """
 
 
-def find_nginx(deps):
-    candidates = [shutil.which("nginx"), "/usr/sbin/nginx", os.path.join(deps, "nginx/usr/sbin/nginx")]
-    return next((path for path in candidates if path and os.access(path, os.X_OK)), None)
-
-
 def start(nginx, where):
     """nginx in the foreground, and its port; it is asked until it answers."""
     with socket.socket() as free:
@@ -75,7 +70,8 @@ def run(client, where, port):
 
 
 def over_nginx(client, deps):
-    nginx = find_nginx(deps)
+    places = (shutil.which("nginx"), "/usr/sbin/nginx", os.path.join(deps, "nginx/usr/sbin/nginx"))
+    nginx = next((path for path in places if path and os.access(path, os.X_OK)), None)
     if not nginx:
         return print("nginx is not available (nginx-light)")
     server, port = start(nginx, client.where)

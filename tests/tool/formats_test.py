@@ -26,18 +26,15 @@ def gzip_members(tool):
     tool.is_file("root/unzipped/plain.txt", PLAIN)
     tool.check(gzip.decompress(tool.read("root/plain.gz")) == PLAIN, "gzip: another reader reads something else")
     whole = gzip.compress(PLAIN, mtime=0)
-    for name, data, plain in (("two", whole + gzip.compress(b"more"), PLAIN + b"more"), ("padded", whole + bytes(5000), PLAIN),
-                              ("nothing", gzip.compress(b""), b""), ("many", gzip.compress(b"ab") * 500, b"ab" * 500)):
-        tool.write(f"root/{name}.gz", data)
-        tool.run(f"gunzip {name}.gz back.txt")
+    for data, plain in ((whole + bytes(5000), PLAIN), (gzip.compress(b""), b""), (gzip.compress(b"ab") * 500, b"ab" * 500)):
+        tool.write("root/made.gz", data)
+        tool.run("gunzip made.gz back.txt")
         tool.is_file("root/back.txt", plain)
-    for name, data in (("cut", whole[:-9]), ("trailer", whole[:-8] + b"\0" * 8), ("length", whole[:-1] + b"\1"),
-                       ("text", b"no member"), ("behind", whole + b"rubbish"), ("second", whole + whole[:50]), ("empty", b"")):
-        tool.write(f"root/{name}.gz", data)
-        tool.fails(*((f"gunzip {name}.gz {out}", f"enginefs: {name}.gz: its gzip member number ")
-                     for out in ("new.txt", "back.txt")))
-        tool.is_file("root/new.txt", None)
-        tool.is_file("root/back.txt", b"ab" * 500)
+    for data in (whole[:-8] + b"\0" * 8, whole[:-1] + b"\1", whole + b"rubbish", whole + whole[:50], b""):
+        tool.write("root/bad.gz", data)
+        for out, kept in (("new.txt", None), ("back.txt", b"ab" * 500)):
+            tool.run(f"gunzip bad.gz {out}", 1, err="enginefs: bad.gz: its gzip member number ")
+            tool.is_file("root/" + out, kept)
 
 
 def chunk_trees(tool):
@@ -54,11 +51,10 @@ def chunk_trees(tool):
     tool.run("--add stored.pak chunks far.chk", 0, r"~  last  version 1  offset 150024  size 0\nTREE(.|\n)*leaf")
     inner = bytearray(TREE)
     inner[20] = 200  # the size of the chunk "data"
-    for name, data, offset in (("cut", TREE[:-1], 0), ("tail", TREE + b"abc", 53), ("inner", bytes(inner), 12),
-                               ("noise", TREE + bytes(range(128, 150)), 53)):
-        tool.write(f"root/{name}.chk", data)
-        tool.run(f"chunks {name}.chk", 1, "~" if offset == 0 else "~^TREE  version 1  offset 0  size 41\n",
-                 f"enginefs: {name}.chk: it makes no sense from offset {offset} on: ")
+    for data, offset in ((TREE[:-1], 0), (TREE + b"abc", 53), (bytes(inner), 12), (TREE + bytes(range(128, 150)), 53)):
+        tool.write("root/bad.chk", data)
+        tool.run("chunks bad.chk", 1, "~" if offset == 0 else "~^TREE  version 1  offset 0  size 41\n",
+                 f"enginefs: bad.chk: it makes no sense from offset {offset} on: ")
 
 
 def containers(tool):
@@ -85,11 +81,9 @@ def containers(tool):
     tool.write("root/rotten.mc", bytes(rotten))
     tool.write("root/cut.mc", bytes(rotten[:-1]))
     tool.fails(("container get c.mc Second 18", "enginefs: c.mc: container \"Second\", blob 0x00000012: The container has no blob"),
-               ("container rm c.mc Third", "enginefs: c.mc: "), ("container ls zebra.mc", "enginefs: zebra.mc: "),
-               ("container verify rotten.mc", "enginefs: rotten.mc: "),
-               ("container put readme.txt First 1 plain.txt", "enginefs: readme.txt: "),
-               *((f"container {line}", "has lost its end") for line in
-                 ("ls cut.mc", "verify cut.mc", "compact cut.mc", "get cut.mc C 1", "put cut.mc C 1 readme.txt", "rm cut.mc C")))
+               *((f"container {line}", f"enginefs: {line.split()[1]}: ") for line in
+                 ("rm c.mc Third", "ls zebra.mc", "verify rotten.mc", "put readme.txt First 1 plain.txt")),
+               *((f"container {line}", "has lost its end") for line in ("ls cut.mc", "get cut.mc C 1", "put cut.mc C 1 readme.txt")))
     tool.is_file("root/Readme.txt", b"hello\n")
     tool.is_file("root/cut.mc", bytes(rotten[:-1]))
 
@@ -129,25 +123,20 @@ def log_configurations(tool):
     for lines, at, said in (
             (b"Permit(VER?, 1, 1)", 1, "changes nothing: a \"?\" at the end is dropped, so it stands for \"?VER\""),
             (b"Permit(DEBG, 0, 1)", 1, "changes nothing: these go to the console, to the log file with -verbose"),
-            (b"Permit(VERB, 1, 0)", 1, "changes nothing: these go to the console anyway"),
             (b"Permit(ABCD, 0, 0)", 1, "changes nothing: it permits neither"),
             (b"Permit(VE, 1, 0)", 1, 'messages "??VE" go to the console too'),
             (b"Permit(ABCD, 1, 1)\nPermit(ABCD, 0, 1)", 2, "changes nothing: an earlier line permits this already"),
-            (b"BrenixLogLevel(I)", 1, "changes nothing: it is so already"),
             (b"BrenixLogLevel(E)", 1, "the level: error, raised to info when the log file is opened"),
             (b"BrenixLogLevel(W)\nBrenixLogLevel(D)", 1, "changes nothing: line 2 sets it again"),
             (b"BrenixLogCategoryLevel(Net, W)\nBrenixLogLevel(W)", 1, "changes nothing: it is the level of all others"),
-            (b"BrenixLogCategoryLevel(Net, None)", 1, "changes nothing: it has no level of its own"),
             (b"BrenixLogMessageSource(0)", 1, "changes nothing: it is so already")):
         tool.write("root/idle.cfg", lines)
         tool.run("log-check idle.cfg", 0, f"~(?m)^idle.cfg:{at}:1: .*" + re.escape(said))
-    for line, reason in ((b"!BrenixLogLevel(loud)", "\"loud\" is no level"), (b"!BrenixLogLevel()", "is missing"),
-                         (b"!Permit(ERRR, 1)", "parameter 3 of Permit is missing"), (b"!Nonsense(1)", "not known"),
-                         (b"!Permit(\"????\", 1, 1)", "names no message"), (b"!BrenixLogMessageSource(x)", "integer"),
-                         (b"!include(\"zebra.cfg\")", "cannot be read")):
+    for line, said in ((b"!BrenixLogLevel(loud)", '4: "loud" is no level'), (b"!Nonsense(1)", "4: This keyword is not known"),
+                       (b"!Permit(ERRR, 1)", "4: parameter 3 of Permit is missing"), (b"!Permit(\"????\", 1, 1)", '4: the pattern "????" names no message'),
+                       (b"!include(\"zebra.cfg\")", "12: An included file cannot be read")):
         tool.write("root/bad.cfg", b"// first line\n  " + line + b"\n!BrenixLogLevel(warn)\n")
-        tool.run("log-check bad.cfg", 1, "~^bad.cfg:3:2: the level: warn\n$", err="enginefs: bad.cfg:2:")
-        tool.run("log-check bad.cfg", 1, "~", err=reason)
+        tool.run("log-check bad.cfg", 1, "~^bad.cfg:3:2: the level: warn\n$", err="enginefs: bad.cfg:2:" + said)
     tool.write("root/many.cfg", b"".join(b"!BrenixLogCategoryLevel(C%d, info)\n" % i for i in range(9)))
     tool.run("log-check many.cfg", 1, "~many.cfg:8:2", err="many.cfg:9:2: there is room for 8 categories")
     tool.run("log-check zebra.cfg", 1, err="enginefs: zebra.cfg: ")

@@ -37,13 +37,19 @@ class Tool(complaints.Complaints):
         there = os.path.exists(self.path(name))
         self.check((self.read(name) if there else None) == data, f"{name} is not as it should be")
 
+    def words(self, line):
+        """`line` is split at blanks ("_" stands for one within a word, '""' for an empty word). A root of its own takes the
+        place of the tool's."""
+        command = self.command[:-3] if line.startswith("--root") and "--root" in self.command else self.command
+        return command + [word if self.where in word else word.replace("_", " ").replace('""', "") for word in line.split()]
+
+    def start(self, line):
+        return subprocess.Popen(self.words(line), cwd=self.where, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+
     def run(self, line, status=0, out="", err="", **options):
-        """`line` is split at blanks ("_" stands for one within a word, '""' for an empty word). `out` is the whole
-        standard output, or "~" and an expression that it holds; `err` a text in standard error, which is empty when it
-        is ""."""
-        words = [word if self.where in word else word.replace("_", " ").replace('""', "") for word in line.split()]
-        result = subprocess.run(self.command + words, capture_output=True, check=False, timeout=120,
-                                **{"cwd": self.where, **options})
+        """`out` is the whole standard output, or "~" and an expression that it holds; `err` a text in standard error, which
+        is empty when it is ""."""
+        result = subprocess.run(self.words(line), capture_output=True, check=False, timeout=120, **{"cwd": self.where, **options})
         said = result.stderr.replace(b"\r\n", b"\n").decode("utf-8", "replace")
         self.runs += 1
         self.check(result.returncode == status, f"{line}: status {result.returncode}, not {status}; {said[:400]!r}")

@@ -4,7 +4,6 @@
 usage: pack_test.py PROGRAM [EMULATOR]
 """
 import os
-import warnings
 import zipfile
 import zlib
 
@@ -23,40 +22,31 @@ def packs(tool):
                ("unpack work/made.pak work/dry --json -n EMPTY", 0, '~"name": "empty",\\s+"size": 0\\s'),
                ("pack work/dry.pak work/in --json", 2, "", "--json requires --dry-run"), ("list work/dry.pak", 1, "", "work/dry.pak"),
                ("--add work/made.pak which sub/text.txt", 0, "~made.pak\n$"), ("--add work/made.pak cp empty beside/pack.txt",),
-               ("--add work/made.pak cat beside/pack.txt",), ("--add work/made.pak mkdir beside/made",),
+               ("--add work/made.pak cat beside/pack.txt",),
                ("--add work/made.pak find text.txt --native-paths", 0, "~work/made.pak/sub/text.txt\n$"))
     tool.is_file("work/out/sub/text.txt", PLAIN)
     tool.table(("pack work/made.pak work/in --deterministic", 0, "~2 files"), ("pack work/same.pak work/in --deterministic", 0, "~2 files"))
     tool.is_file("work/same.pak", tool.read("work/made.pak"))
     # What packing does not shrink by the percents asked for is copied into a stream that can be sought in.
     tool.write("work/noise/noise.bin", os.urandom(95000) + bytes(5000))
-    for options, method in (("--worth 10", "100010  deflated"), ("", r"9\d{4}  deflated"), ("--store bin", "100000  stored"),
-                            ("--method zstd", r"9\d{4}  zstd"), ("--method zstd --worth 10", "100010  deflated")):
-        tool.run(f"pack work/noise.pak work/noise {options}", 0, "~1 file, ")
-        tool.run("list --long work/noise.pak", 0, f"~100000 +{method}")
-        tool.run("verify work/noise.pak", 0, "work/noise.pak: 1 entry, all good\n")
-        tool.run("unpack work/noise.pak work/noise.out")
+    for options, method in (("", r"9\d{4}  deflated"), ("--store bin", "100000  stored"), ("--method zstd", r"9\d{4}  zstd"),
+                            ("--method zstd --worth 10", "100010  deflated")):
+        tool.table((f"pack work/noise.pak work/noise {options}", 0, "~1 file, "), ("unpack work/noise.pak work/noise.out",),
+                   ("list --long work/noise.pak", 0, f"~100000 +{method}"), ("verify work/noise.pak", 0, "~1 entry, all good\n"))
         tool.is_file("work/noise.out/noise.bin", tool.read("work/noise/noise.bin"))
     damaged = bytearray(tool.read("work/made.pak"))
     damaged[damaged.index(b"sub/text.txt") + 30] ^= 0xFF
     tool.write("work/bad.pak", bytes(damaged))
-    tool.write("work/cut.pak", bytes(damaged[:100]))
     with zipfile.ZipFile(tool.path("work/out.pak"), "w") as out:
-        for name, text in (("Same.txt", "first"), ("../out.txt", "outside"), ("a/#b/hidden", "")):
+        for name, text in (("Same.txt", "first"), ("same.TXT", "second"), ("../out.txt", "outside"), ("a/#b/hidden", "")):
             out.writestr(name, text)
-    with zipfile.ZipFile(tool.path("work/twice.pak"), "w") as out, warnings.catch_warnings():
-        warnings.simplefilter("ignore")
-        for text in ("first", "second"):
-            out.writestr("Twice.txt", text)
-    tool.table(("verify work/twice.pak", 1, "work/twice.pak: 1 entry good, 1 finding\n", "nobody reads this one"),
-               ("verify work/out.pak", 1, "work/out.pak: 1 entry good, 2 findings\n", "../out.txt: its name leads out"),
+    tool.table(("verify work/out.pak", 1, "work/out.pak: 1 entry good, 3 findings\n", "../out.txt: its name leads out"),
+               ("verify work/out.pak", 1, "~", "nobody reads this one"),
                ("verify work/bad.pak", 1, "~1 entry good, 1 finding", "sub/text.txt"),
                ("pack work/made.pak work/in --level 13", 2, "", "--level 13: deflate has levels from 0 to 12"),
-               ("pack work/made.pak work/in --level 23 --method zstd", 2, "", "--level"),
                ("pack work/made.pak work/in --split-size -5", 2, "", "--split-size"),
                ("--add work/bad.pak crc sub/text.txt", 1, "", "damaged"))
     tool.fails(("unpack work/bad.pak work/bad", "sub/text.txt"), ("unpack work/out.pak work/out #b", "a mounted pack shows no file"),
-               ("list work/cut.pak", "enginefs: work/cut.pak: "),
                ("unpack work/out.pak work/out", "../out.txt: "), ("pack work/made.pak nowhere", "nowhere"),
                ("pack nowhere/made.pak work/in", "its directory does not exist"),
                ("unpack work/made.pak root/Readme.txt", "cannot be made a directory"), ("pack work/new.pak work/made.pak", "it is no directory"),
@@ -84,11 +74,10 @@ def pack_findings(tool):
                      "sub/loop: the link to a directory shows nothing", "its name is not UTF-8"]
     for finding in findings:
         tool.run("pack finds.pak finds --strict", 1, err=finding)
-    tool.run("pack finds.pak finds --strict", 1, err=f"finds.pak: it is not made; see the {len(findings)} findings above")
-    tool.run("pack finds.pak finds -n", 0, "~ sub/b.txt\n", err=findings[0])
+    tool.table(("pack finds.pak finds --strict", 1, "", f"finds.pak: it is not made; see the {len(findings)} findings above"),
+               ("pack finds.pak finds -n", 0, "~ sub/b.txt\n", findings[0]))
     tool.is_file("finds.pak", None)
-    tool.run("pack finds.pak finds", 0, "~ files, ", err=findings[0])
-    tool.run("list finds.pak", 0, "~a.txt\n")
+    tool.table(("pack finds.pak finds", 0, "~ files, ", findings[0]), ("list finds.pak", 0, "~a.txt\n"))
     if tool.native:
         with zipfile.ZipFile(tool.path("finds.pak")) as pack:  # which fails where a name only claims to be UTF-8
             tool.check(all(entry.flag_bits == 0 for entry in pack.infolist()), "a name that is not UTF-8 claims to be")
@@ -108,24 +97,23 @@ def pack_findings(tool):
     for pack, wanted in (("parts.new.pak", "1\n2\n"), ("parts.new.2.pak", "3\n4\n"), ("parts.new.3.pak", "5\n")):
         tool.run(f"list {pack}", 0, wanted)
     added = " ".join(f"--add parts.new{number}.pak" for number in ("", ".2", ".3"))
-    tool.run(f"{added} sources", 0, r"~^pack +read-only .*/parts.new.pak \(3 parts\)\nroot")
-    tool.run(f"{added} sources -0", 0, r"~parts.new.pak\0.*/parts.new.2.pak\0.*/parts.new.3.pak\0")
-    tool.run("pack parts.new.pak parts --split-size 1M", 0, "~5 files, ", "parts.new.2.pak: it is left from before")
+    tool.table((f"{added} sources", 0, r"~^pack +read-only .*/parts.new.pak \(3 parts\)\nroot"),
+               (f"{added} sources -0", 0, r"~parts.new.pak\0.*/parts.new.2.pak\0.*/parts.new.3.pak\0"),
+               ("pack parts.new.pak parts --split-size 1M", 0, "~5 files, ", "parts.new.2.pak: it is left from before"))
 
 
 def unpacking(tool):
     for name, data in (("sub/one.tga", b"1"), ("sub/two.txt", b"2"), ("three.tga", b"3")):
         tool.write("many/" + name, data)
         os.utime(tool.path("many", name), (1600000000, 1600000000))
-    for zone in ("UTC", "Asia/Kolkata", "EST5EDT") if tool.native else ("",):
-        tool.run("pack many.pak many", 0, "~3 files", env={**os.environ, "TZ": zone})
-        tool.run("unpack many.pak kept", env={**os.environ, "TZ": zone})
-        tool.check(os.stat(tool.path("kept/three.tga")).st_mtime == 1600000000, f"unpack: another time in {zone}")
+    for line, said in (("pack many.pak many", "~3 files"), ("unpack many.pak kept", "")):
+        tool.run(line, 0, said, env={**os.environ, **({"TZ": "EST5EDT"} if tool.native else {})})
+    tool.check(os.stat(tool.path("kept/three.tga")).st_mtime == 1600000000, "unpack: another time by the zone")
     tool.run("unpack many.pak some -n *.tga", 0, "~^(sub/one.tga\nthree.tga|three.tga\nsub/one.tga)\n$")
     tool.check(not os.path.exists(tool.path("some")), "unpack -n: something was made")
     tool.run("unpack many.pak some SUB/ zebra", 1, err="zebra: no entry of the pack matches")
     tool.check(os.listdir(tool.path("some")) == ["sub"] and len(os.listdir(tool.path("some/sub"))) == 2, "unpack SUB/: not just that")
-    for overwrite, seconds, data in (("never", 1, b"mine"), ("older", 1700000000, b"mine"), ("older", 1, b"3"), ("always", 1700000000, b"3")):
+    for overwrite, seconds, data in (("never", 1, b"mine"), ("older", 1700000000, b"mine"), ("older", 1, b"3")):
         tool.write("some/three.tga", b"mine")
         os.utime(tool.path("some/three.tga"), (seconds, seconds))
         tool.run(f"unpack many.pak some --overwrite {overwrite}")
