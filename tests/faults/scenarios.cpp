@@ -11,9 +11,7 @@
 #include <thread>
 #include <utility>
 
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/log/sinks.h"
-#include "engine/filesystem/startup/log/file.h"
+#include "engine/filesystem/contract/set_error.h"
 
 // What each family must keep when any single step of it fails: an answer of true is the whole truth, and what failed
 // left the old data whole.
@@ -77,12 +75,7 @@ bool write_all(fs::file_ptr file, std::string_view text) {
     return file && fs::write(file.get(), text.data(), text.size()) == text.size();
 }
 
-/// Adds `text` to save.txt by an open of this mode.
-bool add_to_save(EFSMode::TYPE mode, const char* text) {
-    fs::file_ptr file = fs::open_file("save.txt", mode);
-    if (file == nullptr || (mode != EFSMode::APPEND && !fs::seek(file.get(), 0, EFSSeek::END))) return false;
-    return write_all(std::move(file), text);
-}
+bool append_to_save(Stage&) { return write_all(fs::open_file("save.txt", EFSMode::APPEND), "+"); }
 
 std::string save_begins_as_before(Stage& stage, bool answer) {
     const std::string found = stage.on_disk("root/save.txt");
@@ -125,7 +118,7 @@ Scenario pack_scenario() {
     return {"pack writer", [](Stage& stage) { return write_pack(stage, added); }, prepare, "new.pak", check, true};
 }
 
-bool write_zip() {
+bool write_zip(Stage&) {
     void* const archive = MiniZ::ZipCreate("out.zip");
     if (archive == nullptr) return false;
     const auto size = static_cast<unsigned>(long_text.size());
@@ -215,21 +208,17 @@ bool write_gzip(Stage&) {
 }
 
 bool read_queued(Stage&) {
-    SFsFile* const file = fs::open("save.txt", EFSMode::READ, FFSOpenFlags::ASYNC);
-    if (file == nullptr) return false;
-    SFsRequest* const request = SFsRequest::Create(nullptr, nullptr);
+    const fs::file_ptr file = fs::open_file("save.txt", EFSMode::READ, FFSOpenFlags::ASYNC);
+    SFsRequest* const request = file != nullptr ? SFsRequest::Create(nullptr, nullptr) : nullptr;
+    if (request == nullptr) return false;
     std::array<char, 64> bytes{};
-    const std::uint64_t length = fs::length(file);
-    bool done =
-        length != ~std::uint64_t{0} && request != nullptr && file->read_async(bytes.data(), 0, length, request, 1);
-    if (done) {
-        request->Wait();
-        // The worker tells by the result alone.
-        if (request->Result() != EFSRequestResult::SUCCESS) bytes = {};
-    }
-    if (request != nullptr) request->Release();
-    fs::close(file);
-    return done && (bytes[0] == '\0' || std::string_view(bytes.data()) == std::string_view(old_save));
+    const bool is_queued = file->read_async(bytes.data(), 0, old_save.size(), request, 1);
+    if (is_queued) request->Wait();
+    // The worker tells by the result alone.
+    const bool is_told =
+        request->Result() != EFSRequestResult::SUCCESS || std::string_view(bytes.data()) == old_save.c_str();
+    request->Release();
+    return is_queued && is_told;
 }
 
 /// Reads a whole file and compares it with how it must begin.
@@ -239,31 +228,6 @@ bool reads(const char* name, std::string_view beginning) {
     const bool same = bytes != nullptr && std::string_view(static_cast<char*>(bytes), size).starts_with(beginning);
     std::free(bytes);
     return same;
-}
-
-// The log goes on without what fails, and keeps the thread's failure as it is: what counts is what its file holds.
-
-bool log_two_lines(Stage&) {
-    const auto open = [] { return crash::open_log_file("logs/a.log", false); };
-    if (fs::guarded(nullptr, crash::Opened::NO, open) != crash::Opened::YES) return true;
-    const auto write = logging::state.write_to_file.load();
-    for (const std::string_view line : {"first line\r\n", "second line\r\n"}) write(line.data(), line.size());
-    crash::close_log_file();
-    return true;
-}
-
-/// A line may be cut or missing; none runs into another.
-std::string log_is_whole(Stage& stage, bool) {
-    const std::string log = stage.on_disk("root/logs/a.log");
-    if (log == "(none)") return "";
-    for (std::size_t begin = 0; begin < log.size();) {
-        const std::size_t end = std::min(log.find("\r\n", begin), log.size());
-        const std::string line = log.substr(begin, end - begin);
-        if (!std::string_view("first line\r").starts_with(line) && !std::string_view("second line\r").starts_with(line))
-            return "the log has the line \"" + line + "\"";
-        begin = end + 2;
-    }
-    return "";
 }
 
 /// A load tells its failure itself; here the thread's own is asked for.
@@ -445,10 +409,7 @@ const std::vector<Scenario>& scenarios() {
         {"mount", [](Stage& stage) { return stage.unmount(), stage.mount(); }, bare, "", mount_is_whole},
         {"mount by a recorded listing", [](Stage& stage) { return stage.unmount(), stage.mount(true); },
          [](Stage& stage) { stage.mount(true), stage.unmount(); }, "cache/", mount_is_whole, true},
-        {"append", [](Stage&) { return add_to_save(EFSMode::APPEND, "+"); }, mounted, save_txt, save_begins_as_before,
-         true},
-        {"read and write", [](Stage&) { return add_to_save(EFSMode::READ_WRITE, "+"); }, mounted, save_txt,
-         save_begins_as_before, true},
+        {"append", append_to_save, mounted, save_txt, save_begins_as_before, true},
         {"save", [](Stage&) { return fs::save_text_file(new_save, "save.txt"); }, without_pack, save_txt},
         {"save in the place of a file",
          [](Stage&) { return fs::save_text_file(new_save, "save.txt", FFSOpenFlags::REPLACE); }},
@@ -478,7 +439,7 @@ const std::vector<Scenario>& scenarios() {
         {"watch", [](Stage& stage) { return fs::watch(stage.root.c_str(), true); }, mounted, "", watch_tells},
         {"poll", poll, change_behind_the_watch, "", changes_are_known},
         pack_scenario(),
-        {"zip writer", [](Stage&) { return write_zip(); }, without_pack, "root/out.zip", zip_is_whole, true},
+        {"zip writer", write_zip, without_pack, "root/out.zip", zip_is_whole, true},
         {"make a container anew", [](Stage&) { return CFileHashMultiContainer().Create("a.mc"); }, make_container,
          "root/a.mc", container_is_old_or_empty, true},
         {"change a container", change_container, make_container, "root/a.mc", container_is_whole, true},
@@ -487,7 +448,6 @@ const std::vector<Scenario>& scenarios() {
         {"cached writer in order", [](Stage&) { return write_stream(fs::cachedwrnoseekfile(16)); }, mounted, save_txt},
         {"native stream", write_native_stream, mounted, save_txt},
         {"gzip handle", write_gzip, without_pack, "root/save.gz"},
-        {"log file", log_two_lines, without_pack, "root/logs/", log_is_whole, true},
         {"memory archive", use_memory_archive, [](Stage& stage) { use_memory_archive(stage); }},  // makes it itself
         {"load", load_by_worker},
         {"C interface", serve_c, mounted, save_txt},

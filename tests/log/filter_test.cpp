@@ -8,7 +8,7 @@ constexpr std::uint32_t all_bits = 0xFFFFFFFF;
 
 class LogFilter : public LogTest {};
 
-TEST_F(LogFilter, FixedRulesComeBeforeTheTable) {
+TEST_F(LogFilter, FixedRulesComeBeforeTheTableAndModesBeforeBoth) {
     const struct {
         char id[5];
         std::uint32_t normal, verbose;
@@ -32,19 +32,15 @@ TEST_F(LogFilter, FixedRulesComeBeforeTheTable) {
     _CLFilterSetMode(CLFilterMode::NORMAL);
     EXPECT_EQ(_CLFilter(code("WARN")), 1u) << "the table is not asked for fixed codes";
     EXPECT_EQ(_CLFilter(code("VERB")), 3u) << "entries add to the default";
-}
-
-TEST_F(LogFilter, ModesOverrideAndStillCount) {
     const std::uint32_t errors = logging::state.errors, warnings = logging::state.warnings;
     const std::pair<CLFilterMode::ENUM, std::uint32_t> modes[] = {
         {CLFilterMode::ALL_CONSOLE, 1}, {CLFilterMode::ALL_LOGFILE, 2}, {CLFilterMode::ALL_NOWHERE, 0}};
     for (const auto& [mode, action] : modes) {
         _CLFilterSetMode(mode);
         EXPECT_EQ(_CLFilterGetMode(), mode);
-        for (const std::uint32_t id : {code("ERRR"), code("EXIT"), code("FATL"), code("WARN"), code("ANY_")})
-            EXPECT_EQ(_CLFilter(id), action);
+        for (const auto& row : cases) EXPECT_EQ(_CLFilter(code(row.id)), action) << row.id;
     }
-    EXPECT_EQ(logging::state.errors, errors + 9);
+    EXPECT_EQ(logging::state.errors, errors + 9) << "of three kinds in each mode";
     EXPECT_EQ(logging::state.warnings, warnings + 3);
 }
 

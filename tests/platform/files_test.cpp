@@ -1,7 +1,9 @@
 #include "engine/platform/files.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <tuple>
 
 #include "tests/platform/disk.h"
 
@@ -127,8 +129,7 @@ TEST_F(Files, AreCreatedOnceInADirectoryThatChangesAllTheTime) {
         EXPECT_EQ(try_open("own" + number, for_creating), Failure::NONE);
         write_file("Other" + number, "");
         EXPECT_EQ(try_open("other" + number, for_creating), Failure::NONE);
-        EXPECT_EQ(try_open("OWN" + number, for_creating), Failure::NONE);
-        EXPECT_TRUE(rename_path(("own" + number).c_str(), ("kept" + number).c_str()));
+        EXPECT_TRUE(rename_path(("OWN" + number).c_str(), ("kept" + number).c_str()));
         EXPECT_EQ(try_open("Own" + number, for_reading), Failure::NOT_FOUND);
         EXPECT_EQ(try_open("Own" + number, for_creating), Failure::NONE);
         EXPECT_FALSE(create_directory(("OWN" + number).c_str()));
@@ -209,6 +210,89 @@ TEST_F(Files, KeepTimesTo100Nanoseconds) {
     const std::int64_t before = get_attributes("file")->write_time;
     EXPECT_TRUE(set_write_time("file", 0) && set_all_times("file", 0));
     EXPECT_EQ(get_attributes("file")->write_time, before) << "0 is no time";
+}
+
+// Opens, deletes and renames of one name collide; whoever gets the file for writing must be the only holder.
+TEST_F(Files, NeverLetAWriterMeetAnybody) {
+    std::atomic<int> writers{0};
+    std::atomic<int> readers{0};
+    std::atomic<int> broken{0};
+    std::atomic<int> writes{0};
+    run_together(8, [&](std::size_t id) {
+        const bool writing = id % 2 == 0;
+        const OpenOptions options{.access = writing ? Access::WRITE : Access::READ,
+                                  .disposition = writing ? Disposition::OPEN_OR_CREATE : Disposition::OPEN};
+        for (int i = 0; i < 300; ++i) {
+            if (id % 4 == 0) remove_file("FILE");
+            if (id % 4 == 1) rename_path("file", "File");
+            const File file = File::open("file", options);
+            if (!file.valid()) continue;
+            std::atomic<int>& mine = writing ? writers : readers;
+            const int others = mine.fetch_add(1);
+            if (writing ? others != 0 || readers != 0 : writers != 0) ++broken;
+            if (writing) ++writes;
+            --mine;
+        }
+    });
+    EXPECT_EQ(broken, 0);
+    EXPECT_GT(writes, 0);
+#if !defined(_WIN32)
+    // Wine's own look-ups in another case race with creation, so one name is promised by our back end alone.
+    EXPECT_LE(names_in(".").size(), 1u) << "one name, whatever its case";
+#endif
+}
+
+TEST_F(Files, MoveAndEndWhereTold) {
+    File file = File::open("file", {.access = Access::READ_WRITE, .disposition = Disposition::TRUNCATE_OR_CREATE});
+    ASSERT_EQ(file.write("0123456789", 10), 10u);
+    const std::tuple<std::int64_t, Origin, bool, std::uint64_t> rows[] = {
+        {3, Origin::BEGIN, true, 3},
+        {-2, Origin::CURRENT, true, 1},
+        {-2, Origin::CURRENT, false, 1},
+        {-1, Origin::BEGIN, false, 1},
+        {-11, Origin::END, false, 1},
+        {5, Origin::END, true, 15},
+        {0x7FFFFFFFFFFFFFFF, Origin::BEGIN, true, 0x7FFFFFFFFFFFFFFF},
+        {1, Origin::CURRENT, false, 0x7FFFFFFFFFFFFFFF},
+        {4, Origin::BEGIN, true, 4},
+    };
+    for (const auto& [offset, origin, works, position] : rows) {
+        EXPECT_EQ(file.seek(offset, origin), works) << offset;
+        EXPECT_EQ(file.tell(), position) << offset;
+    }
+    EXPECT_TRUE(file.set_end());
+    EXPECT_EQ(file.length(), 4u);
+    EXPECT_TRUE(file.seek(8, Origin::BEGIN));
+    EXPECT_TRUE(file.set_end());
+    EXPECT_TRUE(file.sync());
+    file.close();
+    EXPECT_EQ(read_file("file"), std::string("0123\0\0\0\0", 8));
+}
+
+TEST_F(Files, TellEndOfFileFromFailure) {
+    write_file("file", "0123456789");
+    File file = File::open("file", for_reading);
+    char buffer[16] = {};
+    EXPECT_EQ(file.read(buffer, 4), 4u);
+    EXPECT_EQ(file.read_at(buffer, 16, 7), 3u);
+    EXPECT_EQ(std::string(buffer, 4), "7893");
+    EXPECT_EQ(file.read_at(buffer, 16, 10), 0u);
+    EXPECT_EQ(file.read_at(buffer, 16, 0x100000000), 0u);
+    EXPECT_EQ(file.tell(), 4u) << "a read at an offset leaves the position";
+    EXPECT_EQ(file.read(buffer, 16), 6u);
+    EXPECT_EQ(file.read(buffer, 16), 0u);
+    EXPECT_EQ(file.read(buffer, 0), 0u);
+    EXPECT_EQ(file.write("x", 1), all_ones);
+    EXPECT_FALSE(file.set_end());
+
+    File none;
+    for (const std::uint64_t answer :
+         {none.read(buffer, 1), none.write(buffer, 1), none.read_at(buffer, 1, 0), none.length(), none.tell()}) {
+        EXPECT_EQ(answer, all_ones);
+    }
+    EXPECT_FALSE(none.seek(0, Origin::BEGIN) || none.set_end() || none.cancel());
+    EXPECT_EQ(none.duplicate_descriptor(false), -1);
+    EXPECT_EQ(last_error().failure, Failure::INVALID_HANDLE);
 }
 
 }  // namespace

@@ -1,8 +1,11 @@
 // The log starts once in a process, so each of these runs in a child.
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -17,6 +20,7 @@
 #include "engine/platform/faults.h"
 #include "engine/platform/process.h"
 #include "tests/startup/child.h"
+#include "tests/support/temp_directory.h"
 
 namespace {
 
@@ -136,6 +140,35 @@ TEST_F(LateChild, DISABLED_taken) {
     CrashInit();
     session();
     fs::close(taken);
+}
+
+constexpr std::ptrdiff_t host_count = 20;
+
+/// Logs until all others of its kind do.
+TEST_F(LogChild, DISABLED_host) {
+    say("host");
+    const std::filesystem::path folder = child_root() + ".hosts";
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder / std::to_string(platform::process_id()));
+    const auto arrived = [&] { return std::distance(std::filesystem::directory_iterator(folder), {}); };
+    for (int i = 0; i < 6000 && arrived() < host_count; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(arrived(), host_count);
+}
+
+TEST(LogSession, OfHostsThatStartTogetherIsALogEach) {
+    for (const char* arguments : {"", "-logfile=out/logs/mine.log"}) {
+        const TempDirectory folder;
+        const std::filesystem::path root = folder / "root";
+        std::filesystem::create_directory(root);
+        for (const ChildResult& result : run_children(host_count, "LogChild.DISABLED_host", root, arguments))
+            EXPECT_EQ(result.exit_code, 0) << result.output;
+        std::ptrdiff_t logs = 0;
+        for (const auto& item : std::filesystem::recursive_directory_iterator(root)) {
+            if (item.is_regular_file() && read_file(item.path().string()).find("> host\r\n") != std::string::npos)
+                ++logs;
+        }
+        EXPECT_EQ(logs, host_count) << arguments;
+    }
 }
 
 /// The first block of docs/logging.md: what it tells a newcomer to write.
