@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/run_together.h"
+
 namespace mt {
 namespace {
 
@@ -188,18 +190,16 @@ TEST(CSemaphore, RejectsCountsThatItCannotKeep) {
 }
 
 TEST(CSemaphore, HandsOutEachCountExactlyOnce) {
-    constexpr int counts = 20'000;
-    CSemaphore semaphore(0, counts);
+    constexpr int turns = 5'000;
+    CSemaphore semaphore(0, 4 * turns);
     std::atomic<int> taken{0};
-    Crowd crowd;
-    for (int i = 0; i < 4; ++i) {
-        crowd.emplace_back([&] {
-            for (int turn = 0; turn < counts / 4 && semaphore.Wait(long_time_ms); ++turn) ++taken;
-        });
-    }
-    for (int i = 0; i < counts; ++i) semaphore.Release();
-    crowd.clear();
-    EXPECT_EQ(taken, counts);
+    run_together(8, [&](std::size_t id) {
+        for (int turn = 0; turn < turns; ++turn) {
+            if (id % 2 == 0) semaphore.Release();
+            if (id % 2 == 1 && semaphore.Wait(long_time_ms)) ++taken;
+        }
+    });
+    EXPECT_EQ(taken, 4 * turns);
     EXPECT_FALSE(semaphore.Wait(0));
 }
 

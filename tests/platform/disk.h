@@ -3,15 +3,14 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
-#include <latch>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "engine/platform/directories.h"
 #include "engine/platform/faults.h"
 #include "engine/platform/files.h"
 #include "tests/support/child_process.h"
+#include "tests/support/run_together.h"
 #include "tests/support/temp_directory.h"
 
 /// What the tests of files and directories share. They look at the disk through the standard library, so that the seam
@@ -58,19 +57,6 @@ inline std::vector<std::string> list(const std::string& path) {
 inline std::string spelled(const std::string& path) {
     char out[path_buffer_size];
     return resolve_case(path.c_str(), out) ? out : "";
-}
-
-/// Runs act(0) to act(count - 1), each in a thread of its own, all at once.
-template <class Act>
-void run_together(std::size_t count, Act act) {
-    std::latch start(static_cast<std::ptrdiff_t>(count));
-    std::vector<std::jthread> threads;
-    for (std::size_t id = 0; id < count; ++id) {
-        threads.emplace_back([&, id] {
-            start.arrive_and_wait();
-            act(id);
-        });
-    }
 }
 
 /// A fresh folder that is current while the test runs.

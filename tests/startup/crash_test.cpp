@@ -1,13 +1,10 @@
 // Children that crash, and what they leave: one table for both systems.
 #include <gmock/gmock.h>
 
-#include <barrier>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <set>
-#include <thread>
-#include <vector>
 
 #include <engine/filesystem/contract.h>
 #include <engine/kernel/multithreading.h>
@@ -15,6 +12,7 @@
 #include "engine/filesystem/startup/log/switches.h"
 #include "engine/platform/process.h"
 #include "tests/startup/child.h"
+#include "tests/support/run_together.h"
 
 namespace {
 
@@ -73,14 +71,7 @@ TEST_F(CrashChild, DISABLED_deep_thread) {
         "deep", [](void*) { std::exit(use_up_stack(0)); }, nullptr);
 }
 TEST_F(CrashChild, DISABLED_many_threads) {
-    std::barrier together(4);
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
-            together.arrive_and_wait();
-            crash_on_purpose();
-        });
-    }
+    run_together(4, [](std::size_t) { crash_on_purpose(); });
 }
 TEST_F(CrashChild, DISABLED_chained) {
     install_host_handler(true);

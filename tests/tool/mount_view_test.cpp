@@ -8,12 +8,12 @@
 #include <random>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "mount/table.h"
 #include "mount/window_cache.h"
 #include "names.h"
+#include "tests/support/run_together.h"
 
 namespace {
 
@@ -180,7 +180,7 @@ TEST_F(MountWindowCache, FailsWhereTheFileIsDamagedAndThereAlone) {
 
 TEST_F(MountWindowCache, ServesManyThreadsWithinTheBudget) {
     std::atomic<int> wrong = 0;
-    const auto read_some = [&](unsigned seed) {
+    const auto read_some = [&](std::size_t seed) {
         std::mt19937_64 random(seed);
         for (int i = 0; i < 50; ++i) {
             windows_->prepare({random() % 2, size_, true});
@@ -190,8 +190,7 @@ TEST_F(MountWindowCache, ServesManyThreadsWithinTheBudget) {
     };
     for (const std::uint64_t size : {1500 * kib, 200 * kib}) {
         use(1024 * kib, size);
-        std::vector<std::jthread> threads;
-        for (unsigned seed = 0; seed < 4; ++seed) threads.emplace_back(read_some, seed);
+        run_together(4, read_some);
     }
     EXPECT_EQ(wrong, 0);
 }

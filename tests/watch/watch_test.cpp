@@ -239,54 +239,42 @@ TEST_F(Watch, TellsThatAPackWasReplacedAndTakesTheNewOne) {
     EXPECT_TRUE(fs::exists("p.txt")) << "everything is as it was";
 }
 
-/// Makes, moves and removes below `root`, as another program would.
-class Vandal {
-public:
-    explicit Vandal(const TempDirectory& root) : root_(root) {}
-
-    void act() {
-        std::error_code ignored;
-        const disk::path from = any();
-        switch (random_() % 6) {
-            case 0:
-            case 1:
-                disk::create_directories(from.parent_path(), ignored);
-                write_file(from.string(), std::to_string(random_()));
-                return;
-            case 2:
-                disk::create_directories(from, ignored);
-                return;
-            case 3:
-                disk::remove(from, ignored);
-                return;
-            case 4:
-                if (random_() % 4 == 0) disk::remove_all(from, ignored);
-                return;
-            default:  // Wine loses track of a directory that moves
-                if (!platform::Watcher::sees_below || !disk::is_directory(from, ignored))
-                    disk::rename(from, any(), ignored);
-        }
-    }
-
-private:
-    /// One of few names, so that they meet.
-    disk::path any() {
-        disk::path path = root_.path();
-        for (std::uint32_t depth = 1 + random_() % 4; depth != 0; --depth)
-            path /= std::string(1, "abcDE"[random_() % 5]);
+/// Makes, moves or removes below `root`, as another program would, under few names, so that they meet.
+void change_anything(const TempDirectory& root, std::mt19937& random) {
+    const auto any = [&] {
+        disk::path path = root.path();
+        for (std::uint32_t depth = 1 + random() % 4; depth != 0; --depth) path /= std::string(1, "abcDE"[random() % 5]);
         return path;
+    };
+    std::error_code ignored;
+    const disk::path from = any();
+    switch (random() % 6) {
+        case 0:
+        case 1:
+            disk::create_directories(from.parent_path(), ignored);
+            write_file(from.string(), std::to_string(random()));
+            return;
+        case 2:
+            disk::create_directories(from, ignored);
+            return;
+        case 3:
+            disk::remove(from, ignored);
+            return;
+        case 4:
+            if (random() % 4 == 0) disk::remove_all(from, ignored);
+            return;
+        default:  // Wine loses track of a directory that moves
+            if (!platform::Watcher::sees_below || !disk::is_directory(from, ignored))
+                disk::rename(from, any(), ignored);
     }
-
-    const TempDirectory& root_;
-    std::mt19937 random_{20261126};
-};
+}
 
 // Readers meanwhile: what they are answered is from before or after a batch. Another source comes and goes.
 TEST_F(Watch, KeepsUpWithAnybodyWhoWritesWhileOthersRead) {
     std::atomic<bool> is_done{false};
     std::thread writer([&] {
-        Vandal vandal(directory_);
-        for (int i = 0; i < 2000; ++i) vandal.act();
+        std::mt19937 random(20261126);
+        for (int i = 0; i < 2000; ++i) change_anything(directory_, random);
         is_done = true;
     });
     std::thread reader([&] {
