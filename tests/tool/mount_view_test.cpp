@@ -13,6 +13,7 @@
 #include "mount/table.h"
 #include "mount/window_cache.h"
 #include "names.h"
+#include "tests/support/memory_source.h"
 #include "tests/support/run_together.h"
 
 namespace {
@@ -72,52 +73,43 @@ TEST(MountTable, KeepsInodesOfWhatStaysAndGivesNoneTwice) {
     EXPECT_EQ(last.find(after.lookup_path("kind")), nullptr);
 }
 
-char byte_of(std::uint64_t id, std::uint64_t at) { return static_cast<char>((at >> 12) * 31 + at * 7 + id); }
-
 /// A file that must be decoded from its start to wherever it is read, as the worst of packs.
-class DecodedFile : public SFsFile {
+class DecodedFile : public test::MemoryFile {
 public:
-    DecodedFile(std::uint64_t id, std::uint64_t size, std::atomic<std::uint64_t>& decoded)
-        : id_(id), size_(size), decoded_(decoded) {}
+    DecodedFile(const std::string& bytes, std::atomic<std::uint64_t>& decoded)
+        : MemoryFile(nullptr, "", std::make_shared<std::string>(bytes), 0), decoded_(decoded) {}
 
     std::uint64_t read(void* buffer, std::uint64_t size) override {
-        if (position_ < reached_) reached_ = 0;
-        size = std::min(size, size_ - std::min(size_, position_));
-        for (std::uint64_t i = 0; i < size; ++i) static_cast<char*>(buffer)[i] = byte_of(id_, position_ + i);
-        position_ += size;
-        decoded_ += position_ - reached_;
-        reached_ = position_;
-        return size;
+        if (tell() < reached_) reached_ = 0;
+        const std::uint64_t count = MemoryFile::read(buffer, size);
+        decoded_ += tell() - reached_;
+        reached_ = tell();
+        return count;
     }
-    bool seek(std::int64_t offset, EFSSeek::TYPE) override {
-        position_ = static_cast<std::uint64_t>(offset);
-        return true;
-    }
-    std::uint64_t write(const void*, std::uint64_t) override { return 0; }
-    std::uint64_t length() override { return size_; }
-    std::uint64_t tell() override { return position_; }
 
 private:
-    const std::uint64_t id_, size_;
     std::atomic<std::uint64_t>& decoded_;
-    std::uint64_t position_ = 0, reached_ = 0;
+    std::uint64_t reached_ = 0;
 };
 
 class MountWindowCache : public testing::Test {
 protected:
     void use(std::uint64_t budget, std::uint64_t size) {
         size_ = readable_ = size;
+        bytes_.resize(size + 8);
+        for (std::uint64_t at = 0; at < bytes_.size(); ++at) bytes_[at] = static_cast<char>((at >> 12) * 31 + at * 7);
         windows_ = std::make_unique<WindowCache>(budget, [this](std::uint64_t id) {
             ++opened_;
-            return fs::file_ptr(new DecodedFile(id, readable_, decoded_));
+            return fs::file_ptr(new DecodedFile(bytes_.substr(id, readable_), decoded_));
         });
     }
     bool reads(std::uint64_t id, std::uint64_t offset, std::uint64_t size) {
-        std::string out(size, 0), wanted;
-        for (std::uint64_t at = offset; at < std::min(offset + size, size_); ++at) wanted += byte_of(id, at);
+        const auto wanted = std::string_view(bytes_).substr(id + offset, std::min(size, size_ - offset));
+        std::string out(size, 0);
         return windows_->read({id, size_, true}, offset, out.data(), size) == wanted.size() && out.starts_with(wanted);
     }
 
+    std::string bytes_;  // of a file those behind its id
     std::atomic<std::uint64_t> decoded_ = 0, opened_ = 0;
     std::uint64_t size_ = 0, readable_ = 0;  // less is damage
     std::unique_ptr<WindowCache> windows_;

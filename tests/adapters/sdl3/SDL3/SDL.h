@@ -12,14 +12,7 @@
 typedef int64_t Sint64;
 typedef uint32_t Uint32;
 
-typedef enum SDL_IOStatus {
-    SDL_IO_STATUS_READY,
-    SDL_IO_STATUS_ERROR,
-    SDL_IO_STATUS_EOF,
-    SDL_IO_STATUS_NOT_READY,
-    SDL_IO_STATUS_READONLY,
-    SDL_IO_STATUS_WRITEONLY
-} SDL_IOStatus;
+typedef enum SDL_IOStatus { SDL_IO_STATUS_READY, SDL_IO_STATUS_ERROR, SDL_IO_STATUS_EOF } SDL_IOStatus;
 
 typedef enum SDL_IOWhence { SDL_IO_SEEK_SET, SDL_IO_SEEK_CUR, SDL_IO_SEEK_END } SDL_IOWhence;
 
