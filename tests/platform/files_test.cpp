@@ -121,24 +121,6 @@ TEST_F(Files, StayAsTheyAreWhileOpenOrReadOnly) {
     EXPECT_FALSE(set_read_only("file", true)) << "it is gone";
 }
 
-// What is remembered of a directory is carried on over our own changes; it must neither hide what others do in between
-// nor keep what was renamed away.
-TEST_F(Files, AreCreatedOnceInADirectoryThatChangesAllTheTime) {
-    for (int i = 0; i < 200; ++i) {
-        const std::string number = std::to_string(i);
-        EXPECT_EQ(try_open("own" + number, for_creating), Failure::NONE);
-        write_file("Other" + number, "");
-        EXPECT_EQ(try_open("other" + number, for_creating), Failure::NONE);
-        EXPECT_TRUE(rename_path(("OWN" + number).c_str(), ("kept" + number).c_str()));
-        EXPECT_EQ(try_open("Own" + number, for_reading), Failure::NOT_FOUND);
-        EXPECT_EQ(try_open("Own" + number, for_creating), Failure::NONE);
-        EXPECT_FALSE(create_directory(("OWN" + number).c_str()));
-        EXPECT_TRUE(remove_file(("own" + number).c_str()));
-        EXPECT_EQ(try_open("KEPT" + number, for_creating), Failure::NONE);
-    }
-    EXPECT_EQ(names_in(".").size(), 400u) << "for each number one \"Other\" and one \"kept\"";
-}
-
 TEST_F(Files, ChangeTheirNamesAndReplaceOtherFiles) {
     write_file("one", "1");
     write_file("Two", "2");

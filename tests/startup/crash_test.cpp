@@ -160,7 +160,9 @@ TEST(Crash, EachKindLeavesOneWholeAccountAndEndsTheProcessAsBefore) {
         std::size_t dump_count = 0;
         std::string log_folder;
         for (const auto& [name, log] : result.files) {
-            if (name.ends_with(".log")) log_folder = name.substr(0, name.rfind('/') + 1);
+            if (!name.ends_with(".log")) continue;
+            log_folder = name.substr(0, name.rfind('/') + 1);
+            EXPECT_THAT(log, HasSubstr("the last line")) << "what was said is on the disk";
         }
         for (const auto& [name, dump] : result.files) {
             if (name.ends_with(".log")) continue;
