@@ -45,7 +45,9 @@ void compare(CZip_dir& disk, const std::string& name, Counts& counts) {
 
 bool set_option(fs::http::options& how, const std::string& text) {
     const std::pair<const char*, std::uint32_t*> known[] = {
-        {"retries", &how.retries}, {"stall", &how.stall_timeout_ms}, {"longest", &how.longest_wait_ms}};
+        {"connections", &how.connections},    {"retries", &how.retries},         {"stall", &how.stall_timeout_ms},
+        {"connect", &how.connect_timeout_ms}, {"longest", &how.longest_wait_ms},
+    };
     const std::size_t equal = text.find('=');
     if (equal == std::string::npos) return false;
     const auto number = static_cast<std::uint32_t>(std::strtoul(text.c_str() + equal + 1, nullptr, 10));

@@ -108,9 +108,11 @@ CHANGED, TIMEOUT, QUICK = "the file was changed on the server", r"the transfer f
 SERVERS = {
     # mode: (what it answers, what the client says, its options, requests at most)
     "good": (Answer.part, GOOD, (), 99),
-    "one%20name": (Answer.part, GOOD, ("first=22",), 99),
+    "one%20name": (Answer.part, GOOD, (), 99),
+    "few": (Answer.part, GOOD, ("first=22",), 99),
     "mounted": (Answer.part, "0 good", ("threads=0",), 1),
     "twice": (Answer.part, "0 good", ("threads=0", "first=22"), 2),
+    "date": (lambda a: a.part(tag=None, headers=[DATE]), GOOD, (), 99),
     "weak": (lambda a: a.part(tag='W/"one"', headers=[DATE]), GOOD, (), 99),
     "unmarked": (lambda a: a.part(tag=None), GOOD, (), 99),
     "chunked": (Answer.chunked, GOOD, (), 99),
@@ -124,22 +126,28 @@ SERVERS = {
     # Failures that do not.
     "broken": (lambda a: a.send(500, body=b"oops"), fails("the server answers 500"), QUICK, 3),
     "slow": (Answer.slow, fails(TIMEOUT), ("retries=0", "stall=1000", "first=99999999"), 1),
+    "silent": (lambda a: time.sleep(5), fails(TIMEOUT), ("retries=0", "stall=1000"), 1),
     "missing": (lambda a: a.send(404), fails("the server answers 404"), (), 1),
     "whole": (lambda a: a.send(200, body=b"x" * (64 << 20)), fails("the server does not serve parts of the file"), (), 1),
     "gzip": (lambda a: a.part(headers=[("Content-Encoding", "gzip")]), fails(r"the server packs the file by itself \(gzip\)"), (), 1),
     "empty": (lambda a: a.send(416, [("Content-Range", "bytes */0")]), fails("the file is empty"), (), 1),
     "to_file": (lambda a: a.send(302, [("Location", "file:///etc/passwd")]), fails(r"the transfer failed \(.*\)"), (), 1),
     "round": (lambda a: a.send(302, [("Location", "/round/x.pak")]), fails(r"the transfer failed \(.*\)"), (), 6),
+    "nowhere": (lambda a: a.send(302, body=b"somewhere"), fails("the server answers 302"), (), 1),
     "noise": (lambda a: a.part(b"no pack, but some bytes" * 9000), r"The pack source refuses .* \(10\)", (), 1),
+    "headless": (lambda a: a.part(a.server.old[70000:]), r"The pack source refuses .* \(10\)", (), 1),
     # Lies.
     "garbled": (lambda a: a.part(says="bytes */x"), fails("the server does not say which part of the file it sends"), (), 1),
+    "unbounded": (lambda a: a.part(says="bytes 0-1/99999999999999999999999"), fails("the server does not say which .*"), (), 1),
     "huge": (lambda a: a.part(says=f"bytes {(1 << 50) - (1 << 18)}-{(1 << 50) - 1}/{1 << 50}"), fails("the file is longer than any pack"), (), 1),
     "stale": (lambda a: a.later(lambda: changes(a)), later_fails(CHANGED), (), 60),
     "sneaky": (lambda a: a.later(lambda: a.part(a.server.new, '"two"')), later_fails(CHANGED), (), 60),
     "grown": (lambda a: a.later(lambda: a.part(a.server.old + b"x")), later_fails(CHANGED), QUICK, 99),
     "shrunk": (lambda a: a.later(lambda: a.send(416)), later_fails(CHANGED), QUICK, 99),
+    "unready": (lambda a: a.later(lambda: a.send(200, body=b"x" * 4096)), later_fails("the server does not serve .*"), (), 99),
     "shifted": (lambda a: a.later(lambda: a.part(shift=4096)), later_fails("the server sends another part .*"), QUICK, 99),
     # What was right of these answers is used.
+    "longer": (lambda a: a.later(lambda: a.part(extra=b"z" * 70000)), GOOD + "|" + later_fails("the server sends more .*"), QUICK, 99),
     "endless": (lambda a: a.later(lambda: a.chunked(b"z" * 70000)), GOOD + "|" + later_fails("the server sends more .*"), QUICK, 99),
     "shorter": (lambda a: a.later(lambda: a.part(most=1000)), later_fails("the server sends less than it says"), QUICK, 99),
 }
@@ -155,7 +163,7 @@ def servers(client, server):
         client.check(len(seen) <= most, f"{mode}: {len(seen)} requests")
         client.check(server.sent < 48 << 20, f"{mode}: {server.sent} bytes were sent")
         client.check(not any("Accept-Encoding" in headers for headers in seen), f"{mode}: Accept-Encoding was sent")
-        condition = {"weak": "If-Unmodified-Since", "good": "If-Match"}.get(mode, "Host")
+        condition = {"date": "If-Unmodified-Since", "weak": "If-Unmodified-Since", "good": "If-Match"}.get(mode, "Host")
         client.check(all(condition in headers for headers in seen[1:]), f"{mode}: no {condition}")
         client.check(waited < 5 and (mode != "obeyed" or waited >= 1), f"{mode}: took {waited:.1f} s")
     SERVERS["key"] = (lambda a: a.send(401),)
@@ -176,10 +184,10 @@ def kept_blocks(client, server):
     server.start("good")
     client.run("again", all_good, url, cache, 4)
     client.check(len(server.seen) == 1 and server.sent == 22, f"again: {len(server.seen)} requests, {server.sent} bytes")
-    damage = [(f"cut at {size}", good[:size]) for size in (0, 30, 4099, len(good) // 2, len(good) - 1)]
-    for at in (3, 26, 4090, 4103, 8192, len(good) - 1):
+    damage = [(f"cut at {size}", good[:size]) for size in (0, 1, 30, 4095, 4099, 8192, len(good) // 2, len(good) - 1)]
+    for at in (3, 26, 4090, 4096, 4103, 8192, len(good) // 2, len(good) - 1):
         damage.append((f"changed at {at}", good[:at] + bytes([good[at] ^ 0x55]) + good[at + 1:]))
-    damage.append(("no blocks", good[:8192] + bytes(len(good) - 8192)))
+    damage += [("zeros", bytes(len(good))), ("no blocks", good[:8192] + bytes(len(good) - 8192))]
     for label, data in damage:
         with open(kept, "wb") as file:
             file.write(data)
@@ -199,6 +207,7 @@ def kept_blocks(client, server):
     os.remove(kept)
     os.mkdir(kept)
     client.run("a directory in its place", all_good, url, cache)
+    client.run("no directory", all_good, url, os.path.join(client.pack, "x"))
 
 
 def certificate(client, server):

@@ -132,7 +132,9 @@ def reads_anywhere(tool):
 
 def takes_no_change(tool):
     view = tool.path("view")
-    for what, change in (("creating", lambda: open(view + "/new", "wb")), ("removing", lambda: os.remove(view + "/plain.txt"))):
+    for what, change in (("creating", lambda: open(view + "/new", "wb")), ("appending", lambda: open(view + "/plain.txt", "ab")),
+                         ("removing", lambda: os.remove(view + "/plain.txt")), ("making", lambda: os.mkdir(view + "/d")),
+                         ("renaming", lambda: os.rename(view + "/plain.txt", view + "/p")), ("times", lambda: os.utime(view + "/plain.txt"))):
         fails_with(tool, what, errno.EROFS, change)
 
 
@@ -148,6 +150,12 @@ def tells_what_is_wrong(tool):
         subprocess.run(["fusermount3", "-uz", tool.path("view")], check=False)
     tool.fails(("mount root", "root: it is not empty"), ("mount none", "none: there is no such directory"),
                ("--add none.pak mount view --detach", "none.pak: "))
+    tool.run("mount view --memory 0", 2, "", "--memory")
+    hidden = "touch file && mount --bind file /dev/fuse && exec \"$@\""
+    if subprocess.run(["unshare", "-m", "true"], capture_output=True, check=False).returncode == 0:
+        tried = subprocess.run(["unshare", "-m", "sh", "-c", hidden, "sh", *tool.words("mount view")], cwd=tool.where,
+                               capture_output=True, check=False, timeout=60)
+        tool.check(tried.returncode == 1 and b"/dev/fuse" in tried.stderr, f"without /dev/fuse: {tried}")
 
 
 def comes_to(tool, what, look):
