@@ -30,7 +30,7 @@ std::vector<std::uint8_t> zipped(const std::uint8_t* data, std::size_t size) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size < 3) return 0;
-    const std::uint64_t recorded = data[0] | data[1] << 8;
+    const std::uint64_t recorded = data[0] | std::uint64_t{data[1]} << 8;
     const bool valid = data[2] % 4 == 0;
     std::vector<std::uint8_t> bytes(data + 3, data + size);
     if (valid) bytes = zipped(data + 3, size - 3);
