@@ -16,6 +16,7 @@
 
 class fs::PackView {
 public:
+    explicit PackView(platform::Mapping bytes) : mapping(std::move(bytes)) {}
     platform::Mapping mapping;
 };
 
@@ -118,7 +119,7 @@ const void* SZipFile::view(std::uint64_t& size, bool populate) {
         if (!view_) {
             platform::Mapping mapping = store.map(data.offset, size);
             if (mapping.IsEmpty()) return nullptr;
-            view_.reset(new fs::PackView{std::move(mapping)});
+            view_ = std::make_unique<fs::PackView>(std::move(mapping));
         }
         if (!populate || view_->mapping.Populate()) return view_->mapping.Data();
         fs::refuse_by_disk(store.path().c_str(), "cannot be mapped");

@@ -246,7 +246,7 @@ void take_message(fuse_log_level, const char* format, va_list arguments) {
 /// Why libfuse could not mount, with what is mostly the reason.
 std::string reason_of_failure() {
     constexpr const char* device = "/dev/fuse";
-    const std::string reason = said.empty() ? "libfuse gave no reason" : said;
+    std::string reason = said.empty() ? "libfuse gave no reason" : said;
     std::error_code unknown;
     if (std::filesystem::is_character_file(device, unknown)) return reason;
     return reason + "; " + device + ", the kernel's side of it, is missing here";
