@@ -113,8 +113,9 @@ WindowCache::Block WindowCache::decode(Stream& stream, const File& file, std::ui
 
 std::shared_ptr<WindowCache::Stream> WindowCache::stream_of(std::uint64_t id) {
     const std::lock_guard guard(mutex_);
-    std::shared_ptr<Stream> stream = streams_[id];
-    if (stream == nullptr) streams_[id] = stream = std::make_shared<Stream>();
+    auto found = streams_.find(id);
+    if (found == streams_.end()) found = streams_.emplace(id, std::make_shared<Stream>()).first;
+    std::shared_ptr<Stream> stream = found->second;
     stream->used = ++clock_;
     const auto used = [](const auto& entry) { return entry.second->used; };
     if (streams_.size() > most_open) streams_.erase(std::ranges::min_element(streams_, {}, used));
