@@ -155,7 +155,7 @@ bool watch_source(const fs::path& key, bool on) {
         }
     }
     all.followed.reserve(all.followed.size() + made.size());
-    if (all.watches == nullptr) all.watches = std::make_unique<Watches>();
+    if (all.watches == nullptr && !made.empty()) all.watches = std::make_unique<Watches>();
     const bool is_whole = std::all_of(made.begin(), made.end(), [&](const Followed& each) {
         if (each.follower == nullptr)
             return refuse(EFSError::UNSUPPORTED, key.PathName(), "What is mounted here cannot be watched.");
