@@ -6,6 +6,9 @@
 
 namespace platform {
 
+/// What every directory holds: itself and the one above.
+constexpr bool is_dots(std::string_view name) { return name == "." || name == ".."; }
+
 /// is_valid_name for any kind of characters.
 template <class Char>
 class NameRules {

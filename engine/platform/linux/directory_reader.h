@@ -6,8 +6,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string_view>
 
+#include "engine/platform/name_rules.h"
 #include "engine/platform/posix/system_error.h"
 
 namespace platform {
@@ -33,7 +33,7 @@ bool read_directory(int directory, Visit visit) {
             const auto* record = reinterpret_cast<const DirectoryRecord*>(buffer + at);
             const char* const name = buffer + at + offsetof(DirectoryRecord, name);
             at += record->length;
-            if (std::string_view(name) != "." && std::string_view(name) != "..") visit(*record, name);
+            if (name[0] != '.' || !is_dots(name)) visit(*record, name);
         }
     }
 }

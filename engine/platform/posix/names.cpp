@@ -6,6 +6,8 @@
 #include <new>
 #include <string_view>
 
+#include "engine/platform/name_rules.h"
+
 namespace platform {
 namespace {
 
@@ -20,8 +22,6 @@ std::size_t start_of_previous(const char* path, std::size_t end) {
     while (end > 0 && path[end - 1] == '/') --end;
     return start_of_last(path, end);
 }
-
-bool is_dots(std::string_view name) { return name == "." || name == ".."; }
 
 bool is_absence(int os_code) { return failure_of(os_code) == Failure::NOT_FOUND; }
 
