@@ -4,6 +4,7 @@ A wheel tells fsspec of it; without a wheel, `fsspec.register_implementation("en
 """
 from __future__ import annotations
 
+import os
 from typing import Any, Optional
 
 from fsspec import AbstractFileSystem
@@ -41,7 +42,8 @@ class EngineFileSystem(AbstractFileSystem):  # type: ignore[misc]
               cache_options: Optional[dict[str, Any]] = None, **_: Any) -> Any:
         file: Any = _files.open_file(path, mode)
         if "r" in mode:
-            file.size = self.info(path)["size"]  # which fsspec asks for where it counts from the end
+            file.size = file.seek(0, os.SEEK_END)  # which fsspec asks for where it counts from the end
+            file.seek(0)
         return file
 
     def cat_file(self, path: str, start: Optional[int] = None, end: Optional[int] = None, **kwargs: Any) -> bytes:
