@@ -11,7 +11,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "engine/platform/bounded_text.h"
+#include "engine/platform/text.h"
 
 namespace kernel {
 

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "engine/kernel/bytes.h"
-#include "engine/platform/folding.h"
+#include "engine/platform/text.h"
 
 namespace kernel {
 

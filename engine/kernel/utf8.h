@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "engine/platform/utf8.h"
+#include "engine/platform/text.h"
 
 namespace kernel {
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <utility>
 
@@ -165,6 +166,32 @@ private:
     bool remove_open(const char* from);
 
     State state_;
+};
+
+/// Whether an open file is the one that the path leads to.
+bool leads_to(const char* path, const File& file);
+
+/// Part of an open file as memory that the system fills when it is touched. Read-only; movable; may be empty. The file may
+/// be closed meanwhile, but while it is open its sharing keeps this process's writers away.
+class Mapping {
+public:
+    Mapping() = default;
+    /// Empty on failure; last_error() says why. `size` is not 0, and the file has that many bytes at `offset`.
+    Mapping(const File& file, std::uint64_t offset, std::uint64_t size);
+
+    bool IsEmpty() const { return start_ == nullptr; }
+    const void* Data() const { return static_cast<const char*>(start_.get()) + skip_; }
+    /// Fetches every byte now. False, with last_error() set, when the file does not give them all (any more), where touching
+    /// them would end the process, or when the system cannot tell.
+    bool Populate() const;
+
+private:
+    struct Unmap {
+        std::size_t length;
+        void operator()(void* start) const;
+    };
+    std::unique_ptr<void, Unmap> start_;
+    std::size_t skip_ = 0;  // bytes before the first one asked for, since systems map whole pages
 };
 
 /// Closes a descriptor of duplicate_descriptor that nobody took over.

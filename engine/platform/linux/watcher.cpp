@@ -6,8 +6,7 @@
 
 #include <cstddef>
 
-#include "engine/platform/posix/descriptor.h"
-#include "engine/platform/posix/system_error.h"
+#include "engine/platform/posix/system.h"
 
 // A watch is of a directory's inode, so that two ways to one directory have one number. Its mask is that of its latest
 // add: a watch that was to tell of its own end keeps doing so, because that is asked for by IN_MASK_ADD.

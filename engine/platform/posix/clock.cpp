@@ -2,7 +2,7 @@
 
 #include <ctime>
 
-#include "engine/platform/posix/file_time.h"
+#include "engine/platform/posix/system.h"
 
 namespace platform {
 

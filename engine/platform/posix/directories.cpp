@@ -7,10 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "engine/platform/linux/directory_reader.h"
-#include "engine/platform/posix/descriptor.h"
-#include "engine/platform/posix/file_time.h"
+#include "engine/platform/linux/disk.h"
 #include "engine/platform/posix/names.h"
+#include "engine/platform/posix/system.h"
 
 namespace platform {
 namespace {

@@ -10,15 +10,11 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "engine/platform/faults.h"
-#include "engine/platform/folding.h"
-#include "engine/platform/linux/directory_reader.h"
-#include "engine/platform/linux/stamp_clock.h"
-#include "engine/platform/lock.h"
-#include "engine/platform/never_destroyed.h"
-#include "engine/platform/posix/descriptor.h"
-#include "engine/platform/posix/file_time.h"
-#include "engine/platform/posix/system_error.h"
+#include "engine/platform/error.h"
+#include "engine/platform/linux/disk.h"
+#include "engine/platform/posix/system.h"
+#include "engine/platform/text.h"
+#include "engine/platform/threads.h"
 
 namespace platform {
 namespace {

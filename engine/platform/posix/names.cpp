@@ -6,7 +6,7 @@
 #include <new>
 #include <string_view>
 
-#include "engine/platform/name_rules.h"
+#include "engine/platform/text.h"
 
 namespace platform {
 namespace {

@@ -7,9 +7,9 @@
 #include <mutex>
 
 #include "engine/platform/files.h"
-#include "engine/platform/lock.h"
 #include "engine/platform/posix/folded_listings.h"
-#include "engine/platform/posix/system_error.h"
+#include "engine/platform/posix/system.h"
+#include "engine/platform/threads.h"
 
 /// What a path means on a disk that knows case, for callers who do not. A path is tried as given; when that spelling is
 /// not there, each component is looked for without regard to the case of ASCII letters: an exact spelling wins, then the

@@ -1,6 +1,6 @@
 #include "engine/platform/clock.h"
 
-#include "engine/platform/windows/file_time.h"
+#include "engine/platform/windows/system.h"
 
 namespace platform {
 

@@ -5,11 +5,10 @@
 #include <string_view>
 #include <utility>
 
-#include "engine/platform/faults.h"
-#include "engine/platform/per_thread.h"
+#include "engine/platform/crash.h"
+#include "engine/platform/error.h"
 #include "engine/platform/threads.h"
-#include "engine/platform/windows/crash_stack.h"
-#include "engine/platform/windows/wide_text.h"
+#include "engine/platform/windows/text.h"
 
 namespace platform {
 
@@ -23,7 +22,7 @@ namespace {
 
 DWORD WINAPI run_thread(void* argument) {
     const Thread& thread = *static_cast<const Thread*>(argument);
-    reserve_stack_for_crash();
+    const CrashStack stack;
     thread.entry(thread.argument);
     return 0;
 }
@@ -102,3 +101,30 @@ void* get_thread_value(const ThreadSlot* slot) { return TlsGetValue(number_of(sl
 void set_thread_value(ThreadSlot* slot, void* value) { TlsSetValue(number_of(slot), value); }
 
 }  // namespace platform
+
+namespace mt::detail {
+namespace {
+
+static_assert(sizeof(SRWLOCK) == sizeof(void*) && sizeof(CONDITION_VARIABLE) == sizeof(void*));
+SRWLOCK* to_lock(void*& state) { return reinterpret_cast<SRWLOCK*>(&state); }
+CONDITION_VARIABLE* to_condition(void*& state) { return reinterpret_cast<CONDITION_VARIABLE*>(&state); }
+
+}  // namespace
+
+void Mutex::lock() { AcquireSRWLockExclusive(to_lock(state_)); }
+bool Mutex::try_lock() { return TryAcquireSRWLockExclusive(to_lock(state_)) != 0; }
+void Mutex::unlock() { ReleaseSRWLockExclusive(to_lock(state_)); }
+
+void ConditionVariable::notify_one() noexcept { WakeConditionVariable(to_condition(state_)); }
+void ConditionVariable::notify_all() noexcept { WakeAllConditionVariable(to_condition(state_)); }
+
+void ConditionVariable::wait(std::unique_lock<Mutex>& guard) {
+    SleepConditionVariableSRW(to_condition(state_), to_lock(guard.mutex()->state_), INFINITE, 0);
+}
+
+void ConditionVariable::wait_at_most(std::unique_lock<Mutex>& guard, std::chrono::milliseconds time) {
+    const auto ms = static_cast<DWORD>(std::min<std::int64_t>(time.count(), INFINITE - 1));
+    SleepConditionVariableSRW(to_condition(state_), to_lock(guard.mutex()->state_), ms, 0);
+}
+
+}  // namespace mt::detail

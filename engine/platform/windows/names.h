@@ -1,11 +1,9 @@
 #pragma once
 
-#include <windows.h>
-
 #include <string_view>
 
 #include "engine/platform/files.h"
-#include "engine/platform/windows/system_error.h"
+#include "engine/platform/windows/system.h"
 
 namespace platform {
 
@@ -31,26 +29,8 @@ private:
 
 bool ends_in_slash(const char* path);
 
-inline HANDLE to_handle(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
-
-/// An owned handle of the system.
-class Handle {
-public:
-    explicit Handle(HANDLE handle) : handle_(handle == INVALID_HANDLE_VALUE ? nullptr : handle) {}
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
-    ~Handle() {
-        if (valid()) CloseHandle(handle_);
-    }
-    bool valid() const { return handle_ != nullptr; }
-    HANDLE get() const { return handle_; }
-
-private:
-    HANDLE handle_;
-};
-
 /// Opens a file or directory for asking about it alone, links followed; it shares with everybody.
-HANDLE open_for_query(const wchar_t* path);
+Handle open_for_query(const wchar_t* path);
 /// Asks about a file or directory, links followed. False, with the failure recorded, when it cannot be asked.
 bool query(const wchar_t* path, BY_HANDLE_FILE_INFORMATION& out);
 inline FileId id_of(const BY_HANDLE_FILE_INFORMATION& record) {

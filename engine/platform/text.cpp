@@ -1,4 +1,4 @@
-#include "engine/platform/utf8.h"
+#include "engine/platform/text.h"
 
 namespace platform {
 

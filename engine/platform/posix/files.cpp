@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -6,10 +7,10 @@
 #include <new>
 
 #include "engine/platform/files.h"
-#include "engine/platform/linux/open_flags.h"
-#include "engine/platform/posix/descriptor.h"
+#include "engine/platform/linux/disk.h"
 #include "engine/platform/posix/names.h"
 #include "engine/platform/posix/sharing.h"
+#include "engine/platform/posix/system.h"
 
 // POSIX lets one open, truncate and share what Windows would not, so an open goes in steps: find the file under any
 // spelling and open it without touching its content; see that it is a regular file and not read-only; enter it in the
@@ -269,5 +270,25 @@ int wait_overlapped(const File& /*file*/, SNativeOverlapped* overlapped, std::ui
     if (transferred != nullptr) *transferred = overlapped->transferred;
     return overlapped->status;
 }
+
+Mapping::Mapping(const File& file, std::uint64_t offset, std::uint64_t size) {
+    if (meets_fault(FaultPoint::READ)) return;
+    const auto page = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
+    skip_ = static_cast<std::size_t>(offset % page);
+    const std::size_t length = static_cast<std::size_t>(size) + skip_;
+    void* const start =
+        ::mmap(nullptr, length, PROT_READ, MAP_SHARED, number_of(file.native()), static_cast<off_t>(offset - skip_));
+    if (start != MAP_FAILED)
+        start_ = {start, Unmap{length}};
+    else
+        fail_os(errno);
+}
+
+bool Mapping::Populate() const {
+    if (::madvise(start_.get(), start_.get_deleter().length, populate_read) == 0) return true;
+    return fail(errno == EINVAL ? Failure::OTHER : Failure::IO, errno);
+}
+
+void Mapping::Unmap::operator()(void* start) const { ::munmap(start, length); }
 
 }  // namespace platform

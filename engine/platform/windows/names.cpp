@@ -1,10 +1,10 @@
-#include "engine/platform/windows/native_path.h"
+#include "engine/platform/windows/names.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "engine/platform/name_rules.h"
-#include "engine/platform/windows/wide_text.h"
+#include "engine/platform/text.h"
+#include "engine/platform/windows/text.h"
 
 namespace platform {
 
@@ -18,18 +18,17 @@ std::size_t drive_length(std::wstring_view path) {
     return path.size() >= 2 && path[1] == ':' && is_letter(path[0]) ? 2 : 0;
 }
 
-bool is_component(std::wstring_view name) {
-    return name.empty() || name == L"." || name == L".." || NameRules<wchar_t>::allow(name);
-}
-
-bool has_valid_components(std::wstring_view path) {
-    path.remove_prefix(drive_length(path));
+bool has_valid_components(std::wstring_view wide) {
+    char ascii[path_buffer_size];  // by which the rules of names go; no other character breaks one
+    std::ranges::transform(wide, ascii, [](wchar_t c) { return c < 0x80 ? static_cast<char>(c) : '\x80'; });
+    std::string_view path(ascii, wide.size());
+    path.remove_prefix(drive_length(wide));
     // "//./" and "//?/" lead to devices, and around every rule of names.
     if (path.size() >= 4 && is_slash(path[0]) && is_slash(path[1]) && path[2] == '.' && is_slash(path[3])) return false;
     while (!path.empty()) {
-        const std::size_t end = std::min(path.find_first_of(L"/\\"), path.size());
-        if (!is_component(path.substr(0, end))) return false;
-        path.remove_prefix(std::min(end + 1, path.size()));
+        const std::string_view name = path.substr(0, path.find_first_of("/\\"));
+        if (!name.empty() && !is_dots(name) && !is_valid_name(name.data(), name.size())) return false;
+        path.remove_prefix(std::min(name.size() + 1, path.size()));
     }
     return true;
 }
@@ -59,18 +58,18 @@ NativePath::NativePath(const char* path, Use use) {
 
 bool ends_in_slash(const char* path) {
     const std::size_t length = std::strlen(path);
-    return length != 0 && is_slash(static_cast<wchar_t>(path[length - 1]));
+    return length != 0 && is_slash(path[length - 1]);
 }
 
-HANDLE open_for_query(const wchar_t* path) {
+Handle open_for_query(const wchar_t* path) {
     constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    return CreateFileW(path, FILE_READ_ATTRIBUTES, share_all, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS,
-                       nullptr);
+    return own(CreateFileW(path, FILE_READ_ATTRIBUTES, share_all, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS,
+                           nullptr));
 }
 
 bool query(const wchar_t* path, BY_HANDLE_FILE_INFORMATION& out) {
-    const Handle handle(open_for_query(path));
-    return (handle.valid() && GetFileInformationByHandle(handle.get(), &out)) || fail_last();
+    const Handle handle = open_for_query(path);
+    return (handle && GetFileInformationByHandle(handle.get(), &out)) || fail_last();
 }
 
 bool find_item(const wchar_t* path, WIN32_FIND_DATAW& item) {

@@ -1,9 +1,17 @@
 #include <fcntl.h>
 #include <io.h>
 
+#include <memory>
+#include <new>
+
 #include "engine/platform/files.h"
-#include "engine/platform/windows/file_time.h"
-#include "engine/platform/windows/native_path.h"
+#include "engine/platform/windows/names.h"
+#include "engine/platform/windows/system.h"
+
+struct SNativeOverlapped {
+    platform::Handle event = platform::own(CreateEventW(nullptr, FALSE, FALSE, nullptr));  // resets by itself
+    OVERLAPPED record{};
+};
 
 namespace platform {
 
@@ -44,14 +52,19 @@ void record_open_failure(const wchar_t* path, bool is_write, DWORD code) {
     }
 }
 
-/// One call of the system; `call(record)` is ReadFile or WriteFile. All ones when it failed; the end of a file is no
-/// failure, but nothing moved. On a handle for overlapped use the end of the call is waited for.
-template <class Call>
-std::uint64_t move_some(HANDLE handle, std::uint64_t offset, HANDLE event, Call call) {
+OVERLAPPED record_at(std::uint64_t offset, HANDLE event) {
     OVERLAPPED record{};
     record.Offset = static_cast<DWORD>(offset);
     record.OffsetHigh = static_cast<DWORD>(offset >> 32);
     record.hEvent = event;
+    return record;
+}
+
+/// One call of the system; `call(record)` is ReadFile or WriteFile. All ones when it failed; the end of a file is no
+/// failure, but nothing moved. On a handle for overlapped use the end of the call is waited for.
+template <class Call>
+std::uint64_t move_some(HANDLE handle, std::uint64_t offset, HANDLE event, Call call) {
+    OVERLAPPED record = record_at(offset, event);
     DWORD moved = 0;
     if (call(record) || GetLastError() == ERROR_IO_PENDING) {
         if (GetOverlappedResult(handle, &record, &moved, TRUE)) return moved;
@@ -59,6 +72,22 @@ std::uint64_t move_some(HANDLE handle, std::uint64_t offset, HANDLE event, Call 
     if (GetLastError() == ERROR_HANDLE_EOF) return 0;
     fail_last();
     return all_ones;
+}
+
+enum Status { PENDING = 0, DONE = 1, FAILED = 2, ABORTED = 3 };
+
+int status_of(DWORD code) {
+    if (code == ERROR_IO_PENDING) return PENDING;
+    fail_os(code);
+    return code == ERROR_OPERATION_ABORTED ? ABORTED : FAILED;
+}
+
+// Of a read that has ended.
+int take_result(HANDLE handle, OVERLAPPED& record, std::uint32_t* transferred) {
+    DWORD moved = 0;
+    const bool done = GetOverlappedResult(handle, &record, &moved, FALSE);
+    if (transferred != nullptr) *transferred = moved;
+    return done ? DONE : status_of(GetLastError());
 }
 
 }  // namespace
@@ -98,8 +127,8 @@ void File::close_handle() { CloseHandle(to_handle(state_.handle)); }
 std::uint64_t File::read_some(void* buffer, std::uint64_t size, std::uint64_t offset) const {
     const HANDLE handle = to_handle(state_.handle);
     // Several reads may be under way on one handle, so each waits for an event of its own.
-    const Handle event(state_.overlapped ? CreateEventW(nullptr, TRUE, FALSE, nullptr) : nullptr);
-    if (state_.overlapped && !event.valid() && !fail_last()) return all_ones;
+    const Handle event = own(state_.overlapped ? CreateEventW(nullptr, TRUE, FALSE, nullptr) : nullptr);
+    if (state_.overlapped && !event && !fail_last()) return all_ones;
     return move_some(handle, offset, event.get(), [&](OVERLAPPED& record) {
         return ReadFile(handle, buffer, static_cast<DWORD>(size), nullptr, &record) != 0;
     });
@@ -164,5 +193,74 @@ int File::duplicate_descriptor(bool for_writing) const {
 }
 
 void close_descriptor(int descriptor) { _close(descriptor); }
+
+SNativeOverlapped* create_overlapped() {
+    std::unique_ptr<SNativeOverlapped> made(new (std::nothrow) SNativeOverlapped);
+    return made && made->event ? made.release() : nullptr;
+}
+
+void destroy_overlapped(SNativeOverlapped* overlapped) { delete overlapped; }
+
+void set_overlapped_offset(SNativeOverlapped* overlapped, std::uint64_t offset) {
+    overlapped->record = record_at(offset, overlapped->event.get());
+}
+
+int File::read_overlapped(void* buffer, std::uint32_t size, std::uint32_t* transferred, SNativeOverlapped* overlapped) {
+    if (transferred != nullptr) *transferred = 0;
+    if (const auto fault = fault_at(FaultPoint::READ)) {
+        if (*fault != Failure::NONE) {
+            fail(*fault);
+            return *fault == Failure::ABORTED ? ABORTED : FAILED;
+        }
+        size /= 2;
+    }
+    const HANDLE handle = to_handle(state_.handle);
+    // A signal that nobody waited for, of a read that was done at once, must not end the wait for this one.
+    ResetEvent(overlapped->event.get());
+    if (ReadFile(handle, buffer, size, nullptr, &overlapped->record)) {
+        return take_result(handle, overlapped->record, transferred);
+    }
+    return status_of(GetLastError());
+}
+
+int wait_overlapped(const File& file, SNativeOverlapped* overlapped, std::uint32_t* transferred) {
+    if (transferred != nullptr) *transferred = 0;
+    if (WaitForSingleObject(overlapped->event.get(), INFINITE) != WAIT_OBJECT_0) return status_of(GetLastError());
+    return take_result(to_handle(file.native()), overlapped->record, transferred);
+}
+
+bool File::cancel() {
+    if (!valid()) return fail(Failure::INVALID_HANDLE);
+    const HANDLE handle = to_handle(state_.handle);
+    if (CancelIoEx(handle, nullptr) || GetLastError() == ERROR_NOT_FOUND) return true;  // nothing was in flight
+    return CancelIo(handle) || fail_last();
+}
+
+Mapping::Mapping(const File& file, std::uint64_t offset, std::uint64_t size) {
+    if (meets_fault(FaultPoint::READ)) return;
+    SYSTEM_INFO system;
+    GetSystemInfo(&system);
+    skip_ = static_cast<std::size_t>(offset % system.dwAllocationGranularity);
+    const std::size_t length = static_cast<std::size_t>(size) + skip_;
+    const std::uint64_t from = offset - skip_;
+    // The view keeps it.
+    const Handle section = own(CreateFileMappingW(to_handle(file.native()), nullptr, PAGE_READONLY, 0, 0, nullptr));
+    if (section) {
+        start_ = {MapViewOfFile(section.get(), FILE_MAP_READ, static_cast<DWORD>(from >> 32), static_cast<DWORD>(from),
+                                length),
+                  Unmap{length}};
+    }
+    if (IsEmpty()) fail_last();
+}
+
+// A file that is mapped cannot be cut here, so every page is there to be touched.
+bool Mapping::Populate() const {
+    constexpr std::size_t page = 4096;
+    const auto* const bytes = static_cast<const volatile char*>(start_.get());
+    for (std::size_t at = 0; at < start_.get_deleter().length; at += page) static_cast<void>(bytes[at]);
+    return true;
+}
+
+void Mapping::Unmap::operator()(void* start) const { UnmapViewOfFile(start); }
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-#include "engine/platform/posix/system_error.h"
+#include "engine/platform/posix/system.h"
 
 #include <algorithm>
 #include <initializer_list>
@@ -6,6 +6,8 @@
 
 namespace platform {
 namespace {
+
+constexpr std::int64_t seconds_from_1601_to_1970 = 11'644'473'600;
 
 using enum Failure;
 /// A failure, and the codes that mean it.
@@ -45,5 +47,15 @@ int os_code_of(Failure failure) {
 }
 
 bool fail_os(int os_code) { return fail(failure_of(os_code), os_code); }
+
+std::int64_t to_file_time(const timespec& time) {
+    return (time.tv_sec + seconds_from_1601_to_1970) * ticks_per_second + time.tv_nsec / 100;
+}
+
+timespec from_file_time(std::int64_t time) {
+    const auto whole = std::chrono::floor<std::chrono::seconds>(Ticks(time));
+    return {.tv_sec = static_cast<time_t>(whole.count() - seconds_from_1601_to_1970),
+            .tv_nsec = static_cast<long>((Ticks(time) - whole).count() * 100)};
+}
 
 }  // namespace platform

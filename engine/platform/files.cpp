@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "engine/platform/fail.h"
+#include "engine/platform/text.h"
 
 // What is the same on every system. The position of a file is kept here, and every read and write names its offset: so
 // seeking costs no call of the system, and reading behind a seek costs one.
@@ -38,6 +38,17 @@ bool change_times(const char* path, std::int64_t time, bool all) {
     if (time < 0) return fail(Failure::OTHER);
     File file = File::open(path, OpenOptions{.access = Access::WRITE});
     return file.valid() && (time == 0 || file.set_times(time, all));
+}
+
+/// Windows gives these to devices whatever extension follows: "nul", "NUL.txt", "com1 .log".
+bool is_device(std::string_view name) {
+    constexpr std::string_view devices[] = {"con", "prn", "aux", "nul", "conin$", "conout$"};
+    std::string_view stem = name.substr(0, name.find('.'));
+    stem = stem.substr(0, stem.find_last_not_of(' ') + 1);
+    if (std::ranges::any_of(devices, [&](std::string_view device) { return equal_folded(stem, device); })) return true;
+    const std::string_view kind = stem.substr(0, 3);
+    const bool is_numbered = stem.size() == 4 && stem[3] >= '1' && stem[3] <= '9';
+    return is_numbered && (equal_folded(kind, "com") || equal_folded(kind, "lpt"));
 }
 
 }  // namespace
@@ -146,5 +157,16 @@ bool File::remove(const char* from) {
 
 bool set_write_time(const char* path, std::int64_t time) { return change_times(path, time, false); }
 bool set_all_times(const char* path, std::int64_t time) { return change_times(path, time, true); }
+
+bool is_valid_name(const char* text, std::size_t length) {
+    constexpr std::size_t longest_name = 255;
+    constexpr std::string_view forbidden = "<>:\"|?*/\\\x7F";
+    const std::string_view name(text, length);
+    if (name.empty() || name.size() > longest_name || name.back() == '.' || name.back() == ' ') return false;
+    const auto is_forbidden = [&](char c) {
+        return static_cast<unsigned char>(c) < 0x20 || forbidden.find(c) != std::string_view::npos;
+    };
+    return std::ranges::none_of(name, is_forbidden) && !is_device(name);
+}
 
 }  // namespace platform

@@ -1,7 +1,7 @@
 // The report, most telling part first, each part written before the next is worked out: if the process is so broken
 // that a later part fails, the earlier ones are on the disk. Nothing here takes memory or locks. Addresses are written
 // as module and offset, which tools turn into functions and lines (addr2line -e MODULE OFFSET).
-#include "engine/platform/posix/crash/report.h"
+#include "engine/platform/posix/crash.h"
 
 #include <cxxabi.h>
 #include <dlfcn.h>
@@ -16,11 +16,10 @@
 #include <string_view>
 #include <utility>
 
-#include "engine/platform/bounded_text.h"
-#include "engine/platform/linux/crash_facts.h"
-#include "engine/platform/linux/this_thread.h"
-#include "engine/platform/posix/descriptor.h"
-#include "engine/platform/posix/system_error.h"
+#include "engine/platform/linux/process.h"
+#include "engine/platform/posix/system.h"
+#include "engine/platform/text.h"
+#include "engine/platform/threads.h"
 
 namespace platform {
 
@@ -86,7 +85,7 @@ void write_head(Report& report, const CrashContext* crash) {
         text.add("Code: ").add_number(static_cast<std::uint32_t>(crash->info->si_code));
         text.add("\nAddress: ").add_hex(reinterpret_cast<std::uintptr_t>(crash->info->si_addr)).add("\n");
     }
-    text.add("Process: ").add_number(getpid()).add("\nThread: ").add_number(this_thread_id()).add("\n");
+    text.add("Process: ").add_number(getpid()).add("\nThread: ").add_number(current_thread_id()).add("\n");
     report.write(text.view());
 }
 
@@ -107,8 +106,8 @@ void write_noted_frame(Report& report, std::uintptr_t address) {
     char buffer[128];
     BoundedText text(buffer);
     text.add("  ").add_hex(address, 16);
-    if (const Module* const module = find_module(address)) {
-        text.add(" ").add(module->name).add("+").add_hex(address - module->base);
+    if (const CodeFile* const file = find_code_file(address)) {
+        text.add(" ").add(file->name).add("+").add_hex(address - file->base);
     }
     report.write(text.add("\n").view());
 }
@@ -189,7 +188,7 @@ void describe_frame(const void* frame, char* out, std::size_t capacity) {
 }
 
 void prepare_reports() {
-    note_modules();
+    note_code_files();
     void* frame = nullptr;
     capture_stack(&frame, 1, 0);
 }

@@ -10,9 +10,8 @@
 #include <cstdint>
 #include <iterator>
 
-#include "engine/platform/linux/this_thread.h"
-#include "engine/platform/posix/crash/alternate_stack.h"
-#include "engine/platform/posix/crash/report.h"
+#include "engine/platform/posix/crash.h"
+#include "engine/platform/threads.h"
 
 namespace platform {
 
@@ -67,7 +66,7 @@ void wait_for_report() {
 
 void on_signal(int signal_number, siginfo_t* info, void* context) {
     const int saved_errno = errno;
-    const std::uint64_t self = this_thread_id();
+    const std::uint64_t self = current_thread_id();
     std::uint64_t reporter = 0;
     if (state.reporter.compare_exchange_strong(reporter, self)) {
         state.is_writing.store(true);
@@ -92,7 +91,7 @@ bool has_room() {
 
 }  // namespace
 
-AlternateStack::AlternateStack() {
+CrashStack::CrashStack() {
     stack_t current{};
     if (sigaltstack(nullptr, &current) != 0 || (current.ss_flags & SS_DISABLE) == 0) return;
     void* const memory = mmap(nullptr, stack_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -107,7 +106,7 @@ AlternateStack::AlternateStack() {
     }
 }
 
-AlternateStack::~AlternateStack() {
+CrashStack::~CrashStack() {
     if (memory_ == nullptr) return;
     stack_t none{};
     none.ss_flags = SS_DISABLE;
@@ -121,7 +120,7 @@ bool install_crash_handler(CrashHandler handler) {
     CrashHandler none = nullptr;
     if (handler == nullptr || !has_room() || !state.handler.compare_exchange_strong(none, handler)) return false;
     prepare_reports();
-    AlternateStack().keep();
+    CrashStack().keep();
     state.reporter.store(0);
     struct sigaction action {};
     action.sa_sigaction = on_signal;

@@ -1,6 +1,4 @@
-#include "engine/platform/windows/system_error.h"
-
-#include <windows.h>
+#include "engine/platform/windows/system.h"
 
 #include <algorithm>
 #include <initializer_list>

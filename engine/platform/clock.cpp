@@ -1,17 +1,15 @@
 // Calendar and local time, worked out here so that both systems agree over the whole range of 64 bits, times before 1601
 // included. A system only says what local time is ahead of universal time at one moment.
-#include <algorithm>
-#include <chrono>
-#include <limits>
-
 #include "engine/platform/clock.h"
+
+#include <algorithm>
+#include <limits>
 
 namespace platform {
 
 namespace {
 
 using std::chrono::milliseconds;
-using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, ticks_per_second>>;
 constexpr std::chrono::sys_days first_day = std::chrono::year(1601) / 1 / 1;
 
 // 64 bits reach a little further than 29,000 years either way.

@@ -1,16 +1,37 @@
 #pragma once
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 
-#include "engine/platform/name_rules.h"
-#include "engine/platform/posix/system_error.h"
+#include "engine/platform/posix/system.h"
+#include "engine/platform/text.h"
 
 namespace platform {
+
+/// Opens a directory for looking up names below it alone: no right to read it is needed.
+inline constexpr int open_for_lookup = O_PATH | O_DIRECTORY | O_CLOEXEC;
+/// Bypasses the system's cache.
+inline constexpr int open_direct = O_DIRECT;
+
+/// Of madvise, to fetch a mapping's pages: MADV_POPULATE_READ, which older headers do not name and older kernels not know.
+inline constexpr int populate_read = 22;
+
+/// The clock by which a local disk stamps its files, in nanoseconds. It moves in ticks.
+inline std::int64_t stamp_clock_ns() {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    return to_ns(now);
+}
+
+/// Whether a file system has a device of this machine behind it, and so none behind a network.
+inline bool is_local_device(dev_t device) { return major(device) != 0; }
 
 /// One record as the kernel's getdents64 lays it out; the name follows and ends with a NUL.
 struct DirectoryRecord {
