@@ -1,4 +1,4 @@
-#include "engine/kernel/checksum.h"
+#include "engine/kernel/bytes.h"
 
 // The fastest that there is; ISA-L's is four times as fast as libdeflate's where the processor has wide vectors.
 #if ENGINE_HAS_ISAL

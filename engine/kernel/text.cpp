@@ -3,15 +3,13 @@
 //
 // C libraries disagree on "%p" ("0x1f", "(nil)", sixteen digits). Formats that use it with flags are rewritten before
 // they reach the C library.
-#include "engine/kernel/format.h"
+#include "engine/kernel/text.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
-
-#include "engine/platform/text.h"
 
 namespace kernel {
 
@@ -39,33 +37,25 @@ bool rewrite_pointers(std::string_view format, BoundedText& out) {
     return !out.is_cut();
 }
 
+std::string_view text_or_null(const char* text) { return text == nullptr ? "(null)" : text; }
+
 /// One conversion without flags, width, precision or length modifier. False for all others.
 bool add_conversion(BoundedText& out, char conversion, va_list* args) {
-    switch (conversion) {
-        case 's': {
-            const char* const text = va_arg(*args, const char*);
-            out.add(text == nullptr ? "(null)" : text);
-            return true;
-        }
-        case 'd':
-        case 'i':
-            out.add_number(va_arg(*args, int));
-            return true;
-        case 'u':
-            out.add_number(va_arg(*args, unsigned));
-            return true;
-        case 'x':
-            out.add_number(va_arg(*args, unsigned), 16);
-            return true;
-        case 'p':
-            out.add_hex(reinterpret_cast<std::uintptr_t>(va_arg(*args, const void*)));
-            return true;
-        case '%':
-            out.add('%');
-            return true;
-        default:
-            return false;
-    }
+    if (conversion == 's')
+        out.add(text_or_null(va_arg(*args, const char*)));
+    else if (conversion == 'd' || conversion == 'i')
+        out.add_number(va_arg(*args, int));
+    else if (conversion == 'u')
+        out.add_number(va_arg(*args, unsigned));
+    else if (conversion == 'x')
+        out.add_number(va_arg(*args, unsigned), 16);
+    else if (conversion == 'p')
+        out.add_hex(reinterpret_cast<std::uintptr_t>(va_arg(*args, const void*)));
+    else if (conversion == '%')
+        out.add('%');
+    else
+        return false;
+    return true;
 }
 
 /// False when the C library must do it.
