@@ -1,6 +1,5 @@
 #include "engine/platform/error.h"
 
-#include <algorithm>
 #include <array>
 
 #include "engine/platform/threads.h"
@@ -22,11 +21,6 @@ constinit std::uint32_t hits ENGINE_GUARDED_BY(lock) = 0;
 
 Order& order_of(FaultPoint point) ENGINE_REQUIRES(lock) { return given[static_cast<std::size_t>(point)]; }
 
-void update_orders() ENGINE_REQUIRES(lock) {
-    const auto orders = std::ranges::count_if(given, [](const Order& order) { return order.calls_left != 0; });
-    faults_detail::orders.store(static_cast<std::uint32_t>(orders), std::memory_order_relaxed);
-}
-
 }  // namespace
 
 Error last_error() { return thread_error; }
@@ -38,14 +32,13 @@ bool fail(Failure failure, std::int32_t os_code) {
 
 namespace faults_detail {
 
-constinit std::atomic<std::uint32_t> orders{0};
+constinit std::atomic<bool> is_ordered{false};
 
 std::optional<Failure> strike(FaultPoint point) {
     const LockGuard guard(lock);
     Order& order = order_of(point);
     if (order.calls_left == 0 || --order.calls_left != 0) return std::nullopt;
     if (order.from_then_on) order.calls_left = 1;
-    update_orders();
     ++hits;
     return order.failure;
 }
@@ -55,14 +48,14 @@ std::optional<Failure> strike(FaultPoint point) {
 void inject_fault(FaultPoint point, std::uint32_t nth, Failure failure, bool from_then_on) {
     const LockGuard guard(lock);
     order_of(point) = Order{.calls_left = nth, .failure = failure, .from_then_on = from_then_on};
-    update_orders();
+    faults_detail::is_ordered = true;
 }
 
 void clear_faults() {
     const LockGuard guard(lock);
     given = {};
     hits = 0;
-    update_orders();
+    faults_detail::is_ordered = false;
 }
 
 std::uint32_t fault_hits() {

@@ -45,7 +45,7 @@ bool fail(Failure failure, std::int32_t os_code = 0);
 /// What fails on order; each says which calls pass it.
 enum class FaultPoint : std::uint8_t {
     OPEN,              // File::open
-    READ,              // read, read_at, read_overlapped
+    READ,              // read, read_at
     WRITE,             // write
     LIST,              // list_directory; and, where the disk knows case, reading a directory to find a spelling
     STAT,              // get_attributes, get_directory_times
@@ -64,8 +64,8 @@ enum class FaultPoint : std::uint8_t {
 inline constexpr std::size_t fault_point_count = 16;
 
 /// The `nth` call (1: the next) that passes `point` answers `failure`, and every later one too when `from_then_on`.
-/// Failure::NONE makes a call at READ or WRITE move only half of what it was asked, rounded down: a file that ends
-/// early, or a disk that is full half way. One order at a time for each point; a new one replaces it.
+/// Failure::NONE makes a call at WRITE move only half of what it was asked, rounded down: a disk that is full half way.
+/// One order at a time for each point; a new one replaces it.
 void inject_fault(FaultPoint point, std::uint32_t nth, Failure failure, bool from_then_on);
 /// Forgets all orders and their count.
 void clear_faults();
@@ -73,13 +73,13 @@ void clear_faults();
 std::uint32_t fault_hits();
 
 namespace faults_detail {
-extern std::atomic<std::uint32_t> orders;  // how many points have an order
+extern std::atomic<bool> is_ordered;  // something, since clear_faults
 std::optional<Failure> strike(FaultPoint point);
 }  // namespace faults_detail
 
 /// For the back ends: what this call must answer, or nothing.
 inline std::optional<Failure> fault_at(FaultPoint point) {
-    if (faults_detail::orders.load(std::memory_order_relaxed) == 0) [[likely]]
+    if (!faults_detail::is_ordered.load(std::memory_order_relaxed)) [[likely]]
         return std::nullopt;
     return faults_detail::strike(point);
 }

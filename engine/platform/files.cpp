@@ -88,10 +88,7 @@ std::uint64_t File::read(void* buffer, std::uint64_t size) {
 
 std::uint64_t File::read_at(void* buffer, std::uint64_t size, std::uint64_t offset) const {
     if (!valid()) return no_handle();
-    if (const auto fault = fault_at(FaultPoint::READ)) {
-        if (*fault != Failure::NONE && !fail(*fault)) return all_ones;
-        size /= 2;
-    }
+    if (meets_fault(FaultPoint::READ)) return all_ones;
     return move_all(size, state_.alignment, [&](std::uint64_t done, std::uint64_t piece) {
         return read_some(static_cast<char*>(buffer) + done, piece, offset + done);
     });

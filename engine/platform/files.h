@@ -8,7 +8,7 @@
 
 #include "engine/platform/error.h"
 
-/// The worker's record of one native read in flight; what is in it is the back end's own.
+/// A host's record of one native read in flight: an OVERLAPPED on Windows. No other system has one.
 struct SNativeOverlapped;
 
 namespace platform {
@@ -57,10 +57,6 @@ class Root {
 public:
     Root() = default;
     Root(Root&& other) noexcept : handle_(std::exchange(other.handle_, -1)) {}
-    Root& operator=(Root&& other) noexcept {
-        std::swap(handle_, other.handle_);
-        return *this;
-    }
     ~Root();
 
     /// Opens the directory at `path`, resolving its case as every seam call does. Empty on failure.
@@ -123,8 +119,8 @@ public:
     /// The last-write time and, with `all`, the others that the system has. Universal time, not below 0.
     bool set_times(std::int64_t time, bool all);
 
-    /// Starts a read at the record's offset. 0 pending, 1 done, 2 failed, 3 aborted. `transferred` holds the bytes
-    /// moved when done at once.
+    /// Starts a read at the record's offset. 0 pending, 1 done, 2 failed (always where the system has no such record),
+    /// 3 aborted. `transferred` holds the bytes moved when done at once.
     int read_overlapped(void* buffer, std::uint32_t size, std::uint32_t* transferred, SNativeOverlapped* overlapped);
     /// Cancels every native read in flight on this file, whoever started it.
     bool cancel();
@@ -196,13 +192,6 @@ private:
 
 /// Closes a descriptor of duplicate_descriptor that nobody took over.
 void close_descriptor(int descriptor);
-
-/// The record for read_overlapped, with the event on which its end is waited for.
-SNativeOverlapped* create_overlapped();
-void destroy_overlapped(SNativeOverlapped* overlapped);
-void set_overlapped_offset(SNativeOverlapped* overlapped, std::uint64_t offset);
-/// Waits for the read in flight on `file`. Status as read_overlapped's (1, 2 or 3) and the bytes moved.
-int wait_overlapped(const File& file, SNativeOverlapped* overlapped, std::uint32_t* transferred);
 
 struct Attributes {
     bool is_directory = false;

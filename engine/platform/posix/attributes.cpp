@@ -16,11 +16,6 @@
 namespace platform {
 namespace {
 
-bool stat_at(const PathAt& path, struct stat& status) {
-    const auto ask = [&](int directory, const char* text) { return ::fstatat(directory, text, &status, 0); };
-    return call_at(path, ask) == 0 || fail_os(errno);
-}
-
 bool sync(const char* path) {
     const Descriptor opened(retry_interrupted([&] { return ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
     if (!opened.valid()) return fail_os(errno);
@@ -47,6 +42,12 @@ bool check_replaceable(const Entry& source, const Entry& target, SoleUse& use) {
     return same_object(source, target) || use.acquire(target.status);
 }
 
+bool unlink_entry(const Entry& entry) {
+    if (::unlink(entry.path) != 0) return fail_os(errno);
+    count_removal();
+    return true;
+}
+
 bool rename_entry(const Entry& source, const char* to) {
     if (::rename(source.path, to) != 0) return fail_os(errno);
     count_removal();
@@ -62,9 +63,6 @@ bool change_case(const Entry& source, const char* name) {
     return rename_entry(source, recased);
 }
 
-/// Renaming one of two names of a file onto the other does nothing, says POSIX; callers expect the first to be gone.
-bool merge_names(const Entry& source) { return ::unlink(source.path) == 0 || fail_os(errno); }
-
 /// The caller has the source alone.
 bool move_entry(const Entry& source, const char* to) {
     const Creation creation(to);
@@ -79,7 +77,8 @@ bool move_entry(const Entry& source, const char* to) {
     }
     SoleUse target_use;
     if (!check_replaceable(source, target, target_use)) return false;
-    return same_object(source, target) ? merge_names(source) : rename_entry(source, target.path);
+    // Renaming one of two names of a file onto the other does nothing, says POSIX; callers expect the first to be gone.
+    return same_object(source, target) ? unlink_entry(source) : rename_entry(source, target.path);
 }
 
 bool start_rename(const char* from, const char* to, Entry& source) {
@@ -96,18 +95,16 @@ bool find_open(const char* path, const FileId& id, Entry& out) {
 bool leads_to(const char* path, const File& file) {
     struct stat there;
     struct stat open;
-    return stat_at(PathAt{.full = path}, there) && ::fstat(static_cast<int>(file.native()), &open) == 0 &&
-           there.st_dev == open.st_dev && there.st_ino == open.st_ino;
+    return stat_at(PathAt{.full = path}, there) == 0 && ::fstat(static_cast<int>(file.native()), &open) == 0 &&
+           id_of(there) == id_of(open);
 }
 
 std::optional<Attributes> get_attributes(const PathAt& path) {
     struct stat status;
-    if (!check_path(path.full) || meets_fault(FaultPoint::STAT) || !stat_at(path, status)) return std::nullopt;
+    const bool is_asked = check_path(path.full) && !meets_fault(FaultPoint::STAT);
+    if (!is_asked || (stat_at(path, status) != 0 && !fail_os(errno))) return std::nullopt;
     const bool is_directory = S_ISDIR(status.st_mode);
-    if (!is_directory && !S_ISREG(status.st_mode)) {
-        fail(Failure::NOT_REGULAR);
-        return std::nullopt;
-    }
+    if (!is_directory && !S_ISREG(status.st_mode) && !fail(Failure::NOT_REGULAR)) return std::nullopt;
     return Attributes{.is_directory = is_directory,
                       .is_read_only = (status.st_mode & S_IWUSR) == 0,
                       .size = is_directory ? 0 : static_cast<std::uint64_t>(status.st_size),
@@ -119,7 +116,7 @@ bool set_read_only(const char* path, bool on) {
     if (!check_path(path) || meets_fault(FaultPoint::CHANGE)) return false;
     const PathAt at{.full = path};
     struct stat status;
-    if (!stat_at(at, status)) return false;
+    if (stat_at(at, status) != 0) return fail_os(errno);
     if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return fail(Failure::NOT_REGULAR);
     constexpr mode_t all_write = S_IWUSR | S_IWGRP | S_IWOTH;
     const mode_t old = status.st_mode & 07777;
@@ -139,18 +136,15 @@ bool File::rename_open(const char* from, const char* to) {
     Entry source;
     if (!check_path(to) || !find_open(from, state_.id, source)) return false;
     struct stat before;
-    const auto ask = [&](int directory, const char* name) { return ::fstatat(directory, name, &before, 0); };
     // Who may read it stays who may; where the owner does not allow that, the file keeps what it was made with.
-    if (call_at(PathAt{.full = to}, ask) == 0) (void)::fchmod(static_cast<int>(state_.handle), before.st_mode & 07777);
+    if (stat_at(PathAt{.full = to}, before) == 0)
+        (void)::fchmod(static_cast<int>(state_.handle), before.st_mode & 07777);
     return move_entry(source, to);
 }
 
 bool File::remove_open(const char* from) {
     Entry entry;
-    if (!find_open(from, state_.id, entry)) return false;
-    if (::unlink(entry.path) != 0) return fail_os(errno);
-    count_removal();
-    return true;
+    return find_open(from, state_.id, entry) && unlink_entry(entry);
 }
 
 bool remove_file(const char* path) {
@@ -159,10 +153,7 @@ bool remove_file(const char* path) {
     if (!entry.is_regular() && !entry.is_link()) return fail(Failure::NOT_REGULAR);
     if (entry.is_read_only()) return fail(Failure::READ_ONLY);
     SoleUse use;
-    if (!use.acquire(entry.status)) return false;
-    if (::unlink(entry.path) != 0) return fail_os(errno);
-    count_removal();
-    return true;
+    return use.acquire(entry.status) && unlink_entry(entry);
 }
 
 bool rename_path(const char* from, const char* to) {

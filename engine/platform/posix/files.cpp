@@ -16,13 +16,6 @@
 // spelling and open it without touching its content; see that it is a regular file and not read-only; enter it in the
 // table of open files and lock it. A reader's open is one openat, one fstat and one flock.
 
-/// Reads here complete at once, so the record only carries the outcome to wait_overlapped.
-struct SNativeOverlapped {
-    std::uint64_t offset = 0;
-    std::uint32_t transferred = 0;
-    int status = 1;
-};
-
 namespace platform {
 namespace {
 
@@ -100,20 +93,16 @@ private:
 
     /// Why a file did not open: its own read-only attribute is told from other refusals.
     Step fail_open(int os_code) {
-        const bool ask = os_code == EACCES && options_.access != Access::READ;
-        if (ask && call_at(path_, [&](int at, const char* text) { return ::fstatat(at, text, &status_, 0); }) == 0) {
-            if (S_ISREG(status_.st_mode) && (status_.st_mode & S_IWUSR) == 0)
-                return done_if(fail(Failure::READ_ONLY, os_code));
-        }
-        return done_if(fail_os(os_code));
+        const bool ask = os_code == EACCES && options_.writes();
+        const bool is_read_only = ask && stat_at(path_, status_) == 0 && S_ISREG(status_.st_mode) && lacks_write();
+        return done_if(is_read_only ? fail(Failure::READ_ONLY, os_code) : fail_os(os_code));
     }
 
     /// Whether the file may be used as asked; if so it is in the table of open files, and locked.
     Step admit(std::uint64_t removals) {
         if (::fstat(descriptor_.number(), &status_) != 0) return done_if(fail_os(errno));
         if (!S_ISREG(status_.st_mode)) return done_if(fail(Failure::NOT_REGULAR));
-        const bool read_only = (status_.st_mode & S_IWUSR) == 0;
-        if (read_only && options_.writes() && !is_created()) return done_if(fail(Failure::READ_ONLY));
+        if (lacks_write() && options_.writes() && !is_created()) return done_if(fail(Failure::READ_ONLY));
         if (!acquire_share(id(), is_exclusive(options_))) return leave_if_held();
         const bool is_locked = lock_file(descriptor_.number(), options_.writes());
         // What another process removes or replaces in this moment is not counted here, and nothing may be written to it.
@@ -133,6 +122,7 @@ private:
         return Step::AGAIN;
     }
 
+    bool lacks_write() const { return (status_.st_mode & S_IWUSR) == 0; }
     bool still_has_name() { return ::fstat(descriptor_.number(), &status_) == 0 && status_.st_nlink > 0; }
 
     const PathAt& path_;
@@ -245,31 +235,14 @@ int File::duplicate_descriptor(bool /*for_writing*/) const {
 
 void close_descriptor(int descriptor) { ::close(descriptor); }
 
-int File::read_overlapped(void* buffer, std::uint32_t size, std::uint32_t* transferred, SNativeOverlapped* overlapped) {
-    constexpr int done = 1;
+int File::read_overlapped(void*, std::uint32_t, std::uint32_t* transferred, SNativeOverlapped*) {
     constexpr int failed = 2;
-    constexpr int aborted = 3;
-    const std::uint64_t moved = read_at(buffer, size, overlapped->offset);
-    const bool is_at_end = moved == 0 && size > 0;
-    if (is_at_end) fail(Failure::OTHER);  // which is a failure here, as it is elsewhere
-    const bool has_failed = is_at_end || moved == all_ones;
-    overlapped->transferred = has_failed ? 0 : static_cast<std::uint32_t>(moved);
-    overlapped->status = !has_failed ? done : last_error().failure == Failure::ABORTED ? aborted : failed;
-    return wait_overlapped(*this, overlapped, transferred);
+    *transferred = 0;
+    fail(Failure::OTHER);
+    return failed;
 }
 
 bool File::cancel() { return valid() || fail(Failure::INVALID_HANDLE); }
-
-SNativeOverlapped* create_overlapped() { return new (std::nothrow) SNativeOverlapped; }
-
-void destroy_overlapped(SNativeOverlapped* overlapped) { delete overlapped; }
-
-void set_overlapped_offset(SNativeOverlapped* overlapped, std::uint64_t offset) { overlapped->offset = offset; }
-
-int wait_overlapped(const File& /*file*/, SNativeOverlapped* overlapped, std::uint32_t* transferred) {
-    if (transferred != nullptr) *transferred = overlapped->transferred;
-    return overlapped->status;
-}
 
 Mapping::Mapping(const File& file, std::uint64_t offset, std::uint64_t size) {
     if (meets_fault(FaultPoint::READ)) return;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <initializer_list>
 #include <iterator>
+#include <limits>
 
 namespace platform {
 namespace {
@@ -48,14 +49,30 @@ int os_code_of(Failure failure) {
 
 bool fail_os(int os_code) { return fail(failure_of(os_code), os_code); }
 
+// Some disks keep times that 64 bits of ticks cannot hold; the first or last one stands for them.
 std::int64_t to_file_time(const timespec& time) {
-    return (time.tv_sec + seconds_from_1601_to_1970) * ticks_per_second + time.tv_nsec / 100;
+    constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max() / ticks_per_second - 1;
+    const std::int64_t seconds = std::clamp<std::int64_t>(time.tv_sec, -most, most - seconds_from_1601_to_1970);
+    return (seconds + seconds_from_1601_to_1970) * ticks_per_second + time.tv_nsec / 100;
 }
 
 timespec from_file_time(std::int64_t time) {
     const auto whole = std::chrono::floor<std::chrono::seconds>(Ticks(time));
     return {.tv_sec = static_cast<time_t>(whole.count() - seconds_from_1601_to_1970),
             .tv_nsec = static_cast<long>((Ticks(time) - whole).count() * 100)};
+}
+
+std::int64_t now_utc() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return to_file_time(now);
+}
+
+LocalOffset local_offset_at(std::int64_t utc) {
+    const time_t seconds = from_file_time(utc).tv_sec;
+    tm fields{};
+    if (localtime_r(&seconds, &fields) == nullptr) return {};
+    return {.ticks = fields.tm_gmtoff * ticks_per_second, .is_summer = fields.tm_isdst > 0};
 }
 
 }  // namespace platform

@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <cstdio>
+#include <memory>
 #include <new>
 
 #include "engine/platform/crash.h"
@@ -41,12 +42,11 @@ pthread_key_t number_of(const ThreadSlot* slot) {
 
 Thread* start_thread(const char* name, int priority, void (*entry)(void* argument), void* argument) {
     if (fault_at(FaultPoint::THREAD)) return nullptr;
-    auto* const thread = new (std::nothrow) Thread{.priority = priority, .entry = entry, .argument = argument};
+    std::unique_ptr<Thread> thread(new (std::nothrow)
+                                       Thread{.priority = priority, .entry = entry, .argument = argument});
     if (thread == nullptr) return nullptr;
     std::snprintf(thread->name, sizeof thread->name, "%s", name);
-    if (pthread_create(&thread->handle, nullptr, run_thread, thread) == 0) return thread;
-    delete thread;
-    return nullptr;
+    return pthread_create(&thread->handle, nullptr, run_thread, thread.get()) == 0 ? thread.release() : nullptr;
 }
 
 void join_thread(Thread* thread) {

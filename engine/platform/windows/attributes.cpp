@@ -172,15 +172,14 @@ bool File::rename_open(const char* from, const char* to) {
     if (length == 0 || length >= path_buffer_size) return fail(Failure::PATH_TOO_LONG);
     order.head.ReplaceIfExists = TRUE;
     order.head.FileNameLength = length * static_cast<DWORD>(sizeof(wchar_t));
-    const auto handle = reinterpret_cast<HANDLE>(state_.handle);
-    return SetFileInformationByHandle(handle, FileRenameInfo, &order, sizeof order) ||
+    return SetFileInformationByHandle(to_handle(state_.handle), FileRenameInfo, &order, sizeof order) ||
            fail_move(target.text(), GetLastError());
 }
 
 bool File::remove_open(const char*) {
     FILE_DISPOSITION_INFO order{.DeleteFile = TRUE};
-    const auto handle = reinterpret_cast<HANDLE>(state_.handle);
-    return SetFileInformationByHandle(handle, FileDispositionInfo, &order, sizeof order) || fail_last();
+    return SetFileInformationByHandle(to_handle(state_.handle), FileDispositionInfo, &order, sizeof order) ||
+           fail_last();
 }
 
 }  // namespace platform

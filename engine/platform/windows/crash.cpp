@@ -173,13 +173,10 @@ void break_into_debugger() { DebugBreak(); }
 }
 
 void describe_frame(const void* frame, char* out, std::size_t capacity) {
-    HMODULE module = nullptr;
+    const HMODULE module = module_at(frame);
     char path[MAX_PATH] = "";
-    constexpr DWORD by_address = GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
     wchar_t wide[MAX_PATH];
-    if (GetModuleHandleExW(by_address, static_cast<LPCWSTR>(frame), &module) != FALSE) {
-        to_narrow({wide, GetModuleFileNameW(module, wide, MAX_PATH)}, path, sizeof path);
-    }
+    if (module != nullptr) to_narrow({wide, GetModuleFileNameW(module, wide, MAX_PATH)}, path, sizeof path);
     const char* const separator = std::strrchr(path, '\\');
     const auto address = reinterpret_cast<std::uintptr_t>(frame);
     BoundedText text(out, capacity);

@@ -1,17 +1,9 @@
 #include <fcntl.h>
 #include <io.h>
 
-#include <memory>
-#include <new>
-
 #include "engine/platform/files.h"
 #include "engine/platform/windows/names.h"
 #include "engine/platform/windows/system.h"
-
-struct SNativeOverlapped {
-    platform::Handle event = platform::own(CreateEventW(nullptr, FALSE, FALSE, nullptr));  // resets by itself
-    OVERLAPPED record{};
-};
 
 namespace platform {
 
@@ -74,22 +66,6 @@ std::uint64_t move_some(HANDLE handle, std::uint64_t offset, HANDLE event, Call 
     return all_ones;
 }
 
-enum Status { PENDING = 0, DONE = 1, FAILED = 2, ABORTED = 3 };
-
-int status_of(DWORD code) {
-    if (code == ERROR_IO_PENDING) return PENDING;
-    fail_os(code);
-    return code == ERROR_OPERATION_ABORTED ? ABORTED : FAILED;
-}
-
-// Of a read that has ended.
-int take_result(HANDLE handle, OVERLAPPED& record, std::uint32_t* transferred) {
-    DWORD moved = 0;
-    const bool done = GetOverlappedResult(handle, &record, &moved, FALSE);
-    if (transferred != nullptr) *transferred = moved;
-    return done ? DONE : status_of(GetLastError());
-}
-
 }  // namespace
 
 // There is no opening relative to a directory here that were cheaper than a whole path.
@@ -101,17 +77,12 @@ void File::open_unchanged(const PathAt& path, const OpenOptions& options, bool& 
     const NativePath native(path.full, options.creates() ? NativePath::Use::NEW : NativePath::Use::EXISTING);
     if (!native.valid()) return;
     // Where the caller may do everything, some systems let the attribute bind nobody.
-    if (options.writes() && has_bits(attribute_bits(native.text()), FILE_ATTRIBUTE_READONLY)) {
-        record_open_failure(native.text(), true, ERROR_ACCESS_DENIED);
-        return;
-    }
+    if (options.writes() && has_bits(attribute_bits(native.text()), FILE_ATTRIBUTE_READONLY))
+        return record_open_failure(native.text(), true, ERROR_ACCESS_DENIED);
     DWORD flags = 0;
     const HANDLE handle = create_or_buffered(native.text(), options, flags);
     const DWORD code = GetLastError();
-    if (handle == INVALID_HANDLE_VALUE) {
-        record_open_failure(native.text(), options.writes(), code);
-        return;
-    }
+    if (handle == INVALID_HANDLE_VALUE) return record_open_failure(native.text(), options.writes(), code);
     created = options.creates() && code != ERROR_ALREADY_EXISTS;
     state_.handle = reinterpret_cast<std::intptr_t>(handle);
     state_.alignment = (flags & FILE_FLAG_NO_BUFFERING) != 0 ? unbuffered_alignment : 1;
@@ -194,39 +165,19 @@ int File::duplicate_descriptor(bool for_writing) const {
 
 void close_descriptor(int descriptor) { _close(descriptor); }
 
-SNativeOverlapped* create_overlapped() {
-    std::unique_ptr<SNativeOverlapped> made(new (std::nothrow) SNativeOverlapped);
-    return made && made->event ? made.release() : nullptr;
-}
-
-void destroy_overlapped(SNativeOverlapped* overlapped) { delete overlapped; }
-
-void set_overlapped_offset(SNativeOverlapped* overlapped, std::uint64_t offset) {
-    overlapped->record = record_at(offset, overlapped->event.get());
-}
-
 int File::read_overlapped(void* buffer, std::uint32_t size, std::uint32_t* transferred, SNativeOverlapped* overlapped) {
-    if (transferred != nullptr) *transferred = 0;
-    if (const auto fault = fault_at(FaultPoint::READ)) {
-        if (*fault != Failure::NONE) {
-            fail(*fault);
-            return *fault == Failure::ABORTED ? ABORTED : FAILED;
-        }
-        size /= 2;
+    enum Status { PENDING = 0, DONE = 1, FAILED = 2, ABORTED = 3 };
+    *transferred = 0;
+    auto* const record = reinterpret_cast<OVERLAPPED*>(overlapped);
+    DWORD moved = 0;
+    if (ReadFile(to_handle(state_.handle), buffer, size, nullptr, record) &&
+        GetOverlappedResult(to_handle(state_.handle), record, &moved, FALSE)) {
+        *transferred = moved;
+        return DONE;
     }
-    const HANDLE handle = to_handle(state_.handle);
-    // A signal that nobody waited for, of a read that was done at once, must not end the wait for this one.
-    ResetEvent(overlapped->event.get());
-    if (ReadFile(handle, buffer, size, nullptr, &overlapped->record)) {
-        return take_result(handle, overlapped->record, transferred);
-    }
-    return status_of(GetLastError());
-}
-
-int wait_overlapped(const File& file, SNativeOverlapped* overlapped, std::uint32_t* transferred) {
-    if (transferred != nullptr) *transferred = 0;
-    if (WaitForSingleObject(overlapped->event.get(), INFINITE) != WAIT_OBJECT_0) return status_of(GetLastError());
-    return take_result(to_handle(file.native()), overlapped->record, transferred);
+    if (GetLastError() == ERROR_IO_PENDING) return PENDING;
+    fail_last();
+    return last_error().failure == Failure::ABORTED ? ABORTED : FAILED;
 }
 
 bool File::cancel() {

@@ -1,10 +1,10 @@
 #include "engine/platform/process.h"
 
-#include <windows.h>
-
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
+#include "engine/platform/windows/system.h"
 #include "engine/platform/windows/text.h"
 
 namespace platform {
@@ -59,54 +59,38 @@ DWORD write_to_file(HANDLE file, const char* text, DWORD length) {
 
 constexpr int longest_path = 4096;
 
-// The activation context of the library that holds this code: the one of its own manifest where it has one, else the
-// process's default (null), so that whatever context the caller is in does not decide which files are loaded.
-class ModuleContext {
+// What holds while a module is loaded. A damaged file must not raise the system's own message box. And the activation
+// context is that of the library that holds this code: the one of its own manifest where it has one, else the process's
+// default (null), so that whatever context the caller is in does not decide which files are loaded.
+class Loading {
 public:
-    ModuleContext() {
+    Loading() {
+        SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, &mode_before_);
         ACTCTXW request{};
         request.cbSize = sizeof request;
         request.dwFlags = ACTCTX_FLAG_HMODULE_VALID | ACTCTX_FLAG_RESOURCE_NAME_VALID;
-        request.hModule = own_module();
+        request.hModule = module_at(reinterpret_cast<const void*>(&module_at));
         request.lpResourceName = MAKEINTRESOURCEW(2);  // where a DLL keeps its manifest
         const HANDLE own = CreateActCtxW(&request);
         if (own != INVALID_HANDLE_VALUE) context_ = own;
         active_ = ActivateActCtx(context_, &cookie_) != 0;
     }
-    ModuleContext(const ModuleContext&) = delete;
-    ModuleContext& operator=(const ModuleContext&) = delete;
-    ~ModuleContext() {
+    Loading(const Loading&) = delete;
+    Loading& operator=(const Loading&) = delete;
+    ~Loading() {
         const DWORD error = GetLastError();
         if (active_) DeactivateActCtx(0, cookie_);
         if (context_ != nullptr) ReleaseActCtx(context_);
+        SetThreadErrorMode(mode_before_, nullptr);
         SetLastError(error);  // the load's own
     }
     bool active() const { return active_; }
 
 private:
-    static HMODULE own_module() {
-        HMODULE module = nullptr;
-        constexpr DWORD by_address =
-            GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
-        GetModuleHandleExW(by_address, reinterpret_cast<const wchar_t*>(&own_module), &module);
-        return module;
-    }
-
     HANDLE context_ = nullptr;
     ULONG_PTR cookie_ = 0;
+    DWORD mode_before_ = 0;
     bool active_ = false;
-};
-
-// A damaged file must not raise the system's own message box.
-class QuietErrors {
-public:
-    QuietErrors() { SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, &before_); }
-    QuietErrors(const QuietErrors&) = delete;
-    QuietErrors& operator=(const QuietErrors&) = delete;
-    ~QuietErrors() { SetThreadErrorMode(before_, nullptr); }
-
-private:
-    DWORD before_ = 0;
 };
 
 HMODULE to_handle(Module* module) { return reinterpret_cast<HMODULE>(module); }
@@ -164,9 +148,8 @@ void write_console(void* console, const char* text, std::size_t length) {
 std::uint32_t process_id() { return GetCurrentProcessId(); }
 
 Module* load_module(const char* name) {
-    const QuietErrors quiet;
-    const ModuleContext context;
-    if (!context.active()) return nullptr;
+    const Loading loading;
+    if (!loading.active()) return nullptr;
     Module* const beside = open_module(executable_directory(), name);
     return beside != nullptr ? beside : open_module("", name);
 }

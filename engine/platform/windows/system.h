@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "engine/platform/clock.h"
 #include "engine/platform/error.h"
 
 // What every call of the system needs: its errors, its handles and its times.
@@ -28,6 +29,14 @@ struct CloseAnyHandle {
 using Handle = std::unique_ptr<void, CloseAnyHandle>;
 /// Takes what a call of the system has answered.
 inline Handle own(HANDLE handle) { return Handle(handle == INVALID_HANDLE_VALUE ? nullptr : handle); }
+
+/// The file of code that holds this address; null when none does.
+inline HMODULE module_at(const void* address) {
+    constexpr DWORD by_address = GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
+    HMODULE module = nullptr;
+    GetModuleHandleExW(by_address, static_cast<LPCWSTR>(address), &module);
+    return module;
+}
 
 inline std::int64_t to_file_time(const FILETIME& time) {
     return static_cast<std::int64_t>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);

@@ -1,6 +1,5 @@
-#include <windows.h>
-
 #include <iterator>
+#include <memory>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -8,12 +7,13 @@
 #include "engine/platform/crash.h"
 #include "engine/platform/error.h"
 #include "engine/platform/threads.h"
+#include "engine/platform/windows/system.h"
 #include "engine/platform/windows/text.h"
 
 namespace platform {
 
 struct Thread {
-    HANDLE handle = nullptr;
+    Handle handle;
     void (*entry)(void* argument) = nullptr;
     void* argument = nullptr;
 };
@@ -44,24 +44,21 @@ DWORD number_of(const ThreadSlot* slot) { return static_cast<DWORD>(reinterpret_
 
 Thread* start_thread(const char* name, int priority, void (*entry)(void* argument), void* argument) {
     if (fault_at(FaultPoint::THREAD)) return nullptr;
-    auto* const thread = new (std::nothrow) Thread{.entry = entry, .argument = argument};
+    std::unique_ptr<Thread> thread(new (std::nothrow) Thread{.handle = {}, .entry = entry, .argument = argument});
     if (thread == nullptr) return nullptr;
     // Suspended until it has its name and priority, so that no step of it runs without them.
-    thread->handle = CreateThread(nullptr, 0, run_thread, thread, CREATE_SUSPENDED, nullptr);
-    if (thread->handle == nullptr) {
-        delete thread;
-        return nullptr;
-    }
-    set_name(thread->handle, name);
+    const HANDLE handle = CreateThread(nullptr, 0, run_thread, thread.get(), CREATE_SUSPENDED, nullptr);
+    if (handle == nullptr) return nullptr;
+    thread->handle = own(handle);
+    set_name(handle, name);
     static_assert(THREAD_PRIORITY_LOWEST == -2 && THREAD_PRIORITY_HIGHEST == 2);
-    SetThreadPriority(thread->handle, priority);
-    ResumeThread(thread->handle);
-    return thread;
+    SetThreadPriority(handle, priority);
+    ResumeThread(handle);
+    return thread.release();
 }
 
 void join_thread(Thread* thread) {
-    WaitForSingleObject(thread->handle, INFINITE);
-    CloseHandle(thread->handle);
+    WaitForSingleObject(thread->handle.get(), INFINITE);
     delete thread;
 }
 

@@ -60,12 +60,14 @@ public:
             DWORD moved = 0;
             const bool is_good = GetOverlappedResult(handle_.get(), &record_, &moved, FALSE);
             const DWORD code = is_good ? ERROR_SUCCESS : GetLastError();
+            const bool is_dropped =
+                is_good ? moved == 0 : code == ERROR_NOTIFY_ENUM_DIR || code == ERROR_OPERATION_ABORTED;
             is_reading_ = false;
-            if (is_good && moved != 0)
-                tell_records(visit);
-            else if (is_good || code == ERROR_NOTIFY_ENUM_DIR || code == ERROR_OPERATION_ABORTED)
+            if (is_dropped)
                 visit({.watch = number_, .kind = WatchEvent::Kind::DROPPED, .name = {}});
-            if ((!is_good && code != ERROR_NOTIFY_ENUM_DIR && code != ERROR_OPERATION_ABORTED) || !read())
+            else if (is_good)
+                tell_records(visit);
+            if ((!is_good && !is_dropped) || !read())
                 visit({.watch = number_, .kind = WatchEvent::Kind::GONE, .name = {}});
         }
     }
@@ -114,6 +116,8 @@ struct Watcher::State {
     std::map<std::int64_t, std::unique_ptr<DirectoryWatch>> watches;
     std::int64_t latest = 0;
 };
+
+const bool Watcher::sees_below = true;
 
 Watcher::Watcher() : state_(std::make_unique<State>()) {}
 Watcher::~Watcher() = default;
