@@ -17,7 +17,7 @@
 #include <engine/filesystem/streams.h>
 
 #include "engine/filesystem/formats/inflate.h"
-#include "engine/kernel/checksum.h"
+#include "engine/kernel/bytes.h"
 
 #if defined(HAVE_PHYSFS)
 #include <physfs.h>

@@ -7,7 +7,6 @@
 #include "engine/filesystem/sources/directory/mount/recorded.h"
 #include "engine/filesystem/sources/directory/mount/replay.h"
 #include "engine/kernel/bytes.h"
-#include "engine/kernel/checksum.h"
 
 namespace {
 

@@ -4,9 +4,10 @@
 #include <cstdint>
 #include <utility>
 
-/// Numbers in files, least significant byte first, wherever they lie. Compilers make one load or store of each: of the
-/// folds below, while they keep a loop over the bytes as a loop.
 namespace kernel {
+
+// Numbers in files, least significant byte first, wherever they lie. Compilers make one load or store of each: of the
+// folds below, while they keep a loop over the bytes as a loop.
 
 template <typename Number>
 constexpr Number load_number(const std::uint8_t* bytes) {
@@ -29,5 +30,8 @@ constexpr void store_number(std::uint8_t* bytes, Number value) {
 constexpr void store_u16(std::uint8_t* bytes, std::uint16_t value) { store_number(bytes, value); }
 constexpr void store_u32(std::uint8_t* bytes, std::uint32_t value) { store_number(bytes, value); }
 constexpr void store_u64(std::uint8_t* bytes, std::uint64_t value) { store_number(bytes, value); }
+
+/// CRC-32 as RFC 1952 has it. `crc` is that of the bytes before, 0 at first; `data` may be null when `size` is 0.
+std::uint32_t crc32(std::uint32_t crc, const void* data, std::size_t size);
 
 }  // namespace kernel

@@ -1,11 +1,19 @@
 #pragma once
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
 
 #include "engine/kernel/bytes.h"
-#include "engine/platform/folding.h"
+#include "engine/platform/text.h"
+
+/// Marks a function whose parameter number `which` (from 1, `this` included) is a printf format. C99 on both systems.
+#if defined(__MINGW32__)
+#define ENGINE_PRINTF(which, first) [[gnu::format(gnu_printf, which, first)]]
+#else
+#define ENGINE_PRINTF(which, first) [[gnu::format(printf, which, first)]]
+#endif
 
 namespace kernel {
 
@@ -37,5 +45,21 @@ constexpr bool is_low_surrogate(std::uint32_t unit) { return (unit & 0xFFFFFC00u
 constexpr std::uint32_t join_surrogates(std::uint32_t high, std::uint32_t low) {
     return 0x10000u + ((high & 0x3FFu) << 10) + (low & 0x3FFu);
 }
+
+/// Whether all of the text is well-formed UTF-8.
+inline bool is_utf8(std::string_view text) {
+    while (!text.empty()) {
+        const std::size_t length = platform::decode_utf8(text).length;
+        if (length == 0) return false;
+        text.remove_prefix(length);
+    }
+    return true;
+}
+
+/// vsnprintf with one addition: "%p" prints "0x" and hexadecimal digits on every system, a null pointer too.
+///
+/// Returns  the length of the whole text, which is longer than what `out` holds when it was cut; negative when the
+///          arguments cannot be converted (`out` is then "").
+ENGINE_PRINTF(3, 0) int format_text(char* out, std::size_t capacity, const char* format, va_list args);
 
 }  // namespace kernel

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 
 namespace platform {
@@ -17,6 +18,7 @@ struct CalendarTime {
 /// File times are 64-bit counts of 100 ns since 1601-01-01.
 inline constexpr std::int64_t ticks_per_second = 10'000'000;
 inline constexpr std::int64_t ticks_per_ms = ticks_per_second / 1000;
+using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, ticks_per_second>>;
 std::int64_t now_utc();
 CalendarTime now_local();
 CalendarTime to_calendar(std::int64_t file_time);

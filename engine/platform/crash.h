@@ -36,6 +36,21 @@ Failure write_dump(const DumpRequest& request);
 /// The file ending that fits what write_dump writes, with its dot.
 const char* dump_ending();
 
+/// Room for the crash handler on the thread that makes it, where the thread has none yet: it could not run on a stack that
+/// is used up. Given back by the destructor, on the same thread.
+class CrashStack {
+public:
+    CrashStack();
+    CrashStack(const CrashStack&) = delete;
+    CrashStack& operator=(const CrashStack&) = delete;
+    ~CrashStack();
+    /// Leaves it to the thread for good.
+    void keep() { memory_ = nullptr; }
+
+private:
+    void* memory_ = nullptr;
+};
+
 /// Called once on the crashing thread, in a process where nothing can be relied on.
 using CrashHandler = void (*)(const CrashContext* crash);
 /// Asks to be called when the process crashes. Other threads that crash meanwhile wait. Whatever was installed before is

@@ -2,12 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <utility>
 
 #include "engine/platform/error.h"
 
-/// The worker's record of one native read in flight; what is in it is the back end's own.
+/// A host's record of one native read in flight: an OVERLAPPED on Windows. No other system has one.
 struct SNativeOverlapped;
 
 namespace platform {
@@ -56,10 +57,6 @@ class Root {
 public:
     Root() = default;
     Root(Root&& other) noexcept : handle_(std::exchange(other.handle_, -1)) {}
-    Root& operator=(Root&& other) noexcept {
-        std::swap(handle_, other.handle_);
-        return *this;
-    }
     ~Root();
 
     /// Opens the directory at `path`, resolving its case as every seam call does. Empty on failure.
@@ -122,8 +119,8 @@ public:
     /// The last-write time and, with `all`, the others that the system has. Universal time, not below 0.
     bool set_times(std::int64_t time, bool all);
 
-    /// Starts a read at the record's offset. 0 pending, 1 done, 2 failed, 3 aborted. `transferred` holds the bytes
-    /// moved when done at once.
+    /// Starts a read at the record's offset. 0 pending, 1 done, 2 failed (always where the system has no such record),
+    /// 3 aborted. `transferred` holds the bytes moved when done at once.
     int read_overlapped(void* buffer, std::uint32_t size, std::uint32_t* transferred, SNativeOverlapped* overlapped);
     /// Cancels every native read in flight on this file, whoever started it.
     bool cancel();
@@ -167,15 +164,34 @@ private:
     State state_;
 };
 
+/// Whether an open file is the one that the path leads to.
+bool leads_to(const char* path, const File& file);
+
+/// Part of an open file as memory that the system fills when it is touched. Read-only; movable; may be empty. The file may
+/// be closed meanwhile, but while it is open its sharing keeps this process's writers away.
+class Mapping {
+public:
+    Mapping() = default;
+    /// Empty on failure; last_error() says why. `size` is not 0, and the file has that many bytes at `offset`.
+    Mapping(const File& file, std::uint64_t offset, std::uint64_t size);
+
+    bool IsEmpty() const { return start_ == nullptr; }
+    const void* Data() const { return static_cast<const char*>(start_.get()) + skip_; }
+    /// Fetches every byte now. False, with last_error() set, when the file does not give them all (any more), where touching
+    /// them would end the process, or when the system cannot tell.
+    bool Populate() const;
+
+private:
+    struct Unmap {
+        std::size_t length;
+        void operator()(void* start) const;
+    };
+    std::unique_ptr<void, Unmap> start_;
+    std::size_t skip_ = 0;  // bytes before the first one asked for, since systems map whole pages
+};
+
 /// Closes a descriptor of duplicate_descriptor that nobody took over.
 void close_descriptor(int descriptor);
-
-/// The record for read_overlapped, with the event on which its end is waited for.
-SNativeOverlapped* create_overlapped();
-void destroy_overlapped(SNativeOverlapped* overlapped);
-void set_overlapped_offset(SNativeOverlapped* overlapped, std::uint64_t offset);
-/// Waits for the read in flight on `file`. Status as read_overlapped's (1, 2 or 3) and the bytes moved.
-int wait_overlapped(const File& file, SNativeOverlapped* overlapped, std::uint32_t* transferred);
 
 struct Attributes {
     bool is_directory = false;

@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "engine/platform/never_destroyed.h"
+#include "engine/platform/threads.h"
 
 namespace platform {
 namespace {

@@ -28,11 +28,8 @@ struct WatchEvent {
 /// Threads  one at a time.
 class Watcher {
 public:
-#if defined(_WIN32)
-    static constexpr bool sees_below = true;  // one watch tells of everything below its directory
-#else
-    static constexpr bool sees_below = false;
-#endif
+    static const bool sees_below;  // one watch tells of everything below its directory
+
     Watcher();
     Watcher(const Watcher&) = delete;
     Watcher& operator=(const Watcher&) = delete;

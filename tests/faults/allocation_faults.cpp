@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "engine/platform/per_thread.h"
+#include "engine/platform/threads.h"
 
 // The linker sends our calls of the C allocator through the functions named __wrap_ (see tests/CMakeLists.txt), and
 // operator new is replaced for the whole program.

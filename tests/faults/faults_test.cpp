@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "engine/platform/faults.h"
+#include "engine/platform/error.h"
 #include "tests/faults/allocation_faults.h"
 #include "tests/faults/scenarios.h"
 

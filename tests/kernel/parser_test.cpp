@@ -119,6 +119,7 @@ TEST(ConfigText, MistakesAreToldWithTheirPlaceAndParsingGoesOn) {
          "Level:'a)' Level:'b'\nmain:1:7 A string is not closed on its line.\n"
          "main:2:1 A \",\" or \")\" is missing here. (\"Level\")"},
         {std::string("Level(\"a\0b\")", 12), "Level:'a'\nmain:1:7 A string holds a zero byte."},
+        {std::string("Level(\"a\\\0b\")", 13), "Level:'a\\'\nmain:1:7 A string holds a zero byte."},
         {"Level(a)\n  /* and\nso on", "Level:'a'\nmain:2:3 A comment is not closed."},
         {") Level(a)\n,,\nLevel(b)",
          "Level:'b'\nmain:1:1 A keyword is expected here. (\")\")\nmain:2:1 A keyword is expected here. (\",\")"},

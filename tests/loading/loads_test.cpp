@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "engine/platform/faults.h"
+#include "engine/platform/error.h"
 #include "tests/loading/load_test.h"
 
 namespace {

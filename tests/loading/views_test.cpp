@@ -9,7 +9,7 @@
 #include <system_error>
 #include <tuple>
 
-#include "engine/platform/faults.h"
+#include "engine/platform/error.h"
 #include "tests/support/mounted_root.h"
 #include "tests/support/pack_file.h"
 

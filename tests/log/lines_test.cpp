@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdarg>
 
-#include "engine/kernel/format.h"
+#include "engine/kernel/text.h"
 #include "tests/log/log_fixture.h"
 
 namespace {

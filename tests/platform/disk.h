@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "engine/platform/directories.h"
-#include "engine/platform/faults.h"
+#include "engine/platform/error.h"
 #include "engine/platform/files.h"
 #include "tests/support/child_process.h"
 #include "tests/support/run_together.h"

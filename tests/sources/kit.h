@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/platform/faults.h"
+#include "engine/platform/error.h"
 #include "tests/support/failure.h"
 #include "tests/support/memory_source.h"
 #include "tests/support/temp_directory.h"

@@ -16,7 +16,7 @@
 #include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
-#include "engine/platform/faults.h"
+#include "engine/platform/error.h"
 #include "engine/platform/process.h"
 #include "tests/startup/child.h"
 #include "tests/support/run_together.h"

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "engine/kernel/text.h"
-#include "engine/platform/faults.h"
+#include "engine/platform/error.h"
 #include "tests/log/log_fixture.h"
 #include "tests/support/mounted_root.h"
 #include "tests/support/pack_file.h"

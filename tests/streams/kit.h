@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "engine/platform/faults.h"
+#include "engine/platform/error.h"
 #include "tests/support/failure.h"
 #include "tests/support/memory_source.h"
 #include "tests/support/temp_directory.h"

@@ -6,8 +6,7 @@
 #include <engine/filesystem/access/open.h>
 
 #include "engine/filesystem/access/parts.h"
-#include "engine/platform/lock.h"
-#include "engine/platform/never_destroyed.h"
+#include "engine/platform/threads.h"
 
 namespace fs {
 

@@ -3,7 +3,7 @@
 #include <engine/filesystem/access/manage.h>
 
 #include "engine/filesystem/access/parts.h"
-#include "engine/kernel/checksum.h"
+#include "engine/kernel/bytes.h"
 
 namespace fs {
 

@@ -10,7 +10,7 @@
 
 #include "engine/filesystem/c_interface/handles.h"
 #include "engine/filesystem/contract/guarded.h"
-#include "engine/kernel/utf8.h"
+#include "engine/kernel/text.h"
 
 // What every function of the C interface goes through: arguments are checked here and failures become its answers.
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/platform/per_thread.h"
+#include "engine/platform/threads.h"
 
 namespace fs::c {
 

@@ -9,7 +9,7 @@
 #include "engine/filesystem/c_interface/call.h"
 #include "engine/filesystem/c_interface/host.h"
 #include "engine/filesystem/log/message.h"
-#include "engine/platform/never_destroyed.h"
+#include "engine/platform/threads.h"
 
 namespace {
 

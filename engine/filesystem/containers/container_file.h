@@ -7,7 +7,7 @@
 #include <engine/filesystem/contract/file.h>
 
 #include "engine/filesystem/contract/file_ptr.h"
-#include "engine/platform/lock.h"
+#include "engine/platform/threads.h"
 
 class Win32FileHandle;
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "engine/kernel/checksum.h"
+#include "engine/kernel/bytes.h"
 
 namespace container {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/formats/zip.h"
-#include "engine/kernel/checksum.h"
+#include "engine/kernel/bytes.h"
 
 namespace fs {
 

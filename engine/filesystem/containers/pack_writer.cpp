@@ -17,7 +17,7 @@
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/formats/zip.h"
-#include "engine/kernel/checksum.h"
+#include "engine/kernel/bytes.h"
 #include "engine/platform/files.h"
 
 namespace fs {

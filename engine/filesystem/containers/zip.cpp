@@ -19,8 +19,7 @@
 #include "engine/filesystem/containers/zip_output.h"
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/set_error.h"
-#include "engine/platform/lock.h"
-#include "engine/platform/never_destroyed.h"
+#include "engine/platform/threads.h"
 
 namespace MiniZ {
 

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "engine/platform/never_destroyed.h"
+#include "engine/platform/threads.h"
 
 // A tree of directories. Children keep the order in which they were added, and an index finds them by name. Nothing here
 // recurses: the depth of a tree comes from names that outsiders choose.

@@ -7,8 +7,6 @@
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/log/message.h"
-#include "engine/platform/lock.h"
-#include "engine/platform/never_destroyed.h"
 #include "engine/platform/threads.h"
 
 namespace fs {

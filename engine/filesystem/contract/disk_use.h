@@ -4,7 +4,7 @@
 
 #include <engine/filesystem/contract/disk_use.h>
 
-#include "engine/platform/per_thread.h"
+#include "engine/platform/threads.h"
 
 namespace fs {
 

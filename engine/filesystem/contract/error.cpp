@@ -5,8 +5,7 @@
 #include <new>
 #include <utility>
 
-#include "engine/platform/never_destroyed.h"
-#include "engine/platform/per_thread.h"
+#include "engine/platform/threads.h"
 
 namespace fs {
 

@@ -8,7 +8,7 @@
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
-#include "engine/platform/bounded_text.h"
+#include "engine/platform/text.h"
 
 // File names taken apart and put together by the rules of the C run-time: the directory ends with the last separator
 // of either kind, the extension begins with the last "." behind it. Answers may overwrite the text that they come

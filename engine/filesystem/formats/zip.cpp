@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "engine/kernel/utf8.h"
+#include "engine/kernel/text.h"
 #include "engine/platform/clock.h"
 
 namespace fs::zip {

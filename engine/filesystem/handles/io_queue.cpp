@@ -14,7 +14,7 @@
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/handles/queued_file.h"
 #include "engine/filesystem/log/message.h"
-#include "engine/platform/per_thread.h"
+#include "engine/platform/threads.h"
 
 namespace {
 

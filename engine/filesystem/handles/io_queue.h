@@ -10,7 +10,7 @@
 #include <engine/kernel/multithreading.h>
 
 #include "engine/filesystem/handles/request.h"
-#include "engine/platform/lock.h"
+#include "engine/platform/threads.h"
 
 /// Serves asynchronous reads: callers queue them with a priority, one worker issues each natively, waits for it and
 /// completes its request. A higher priority is read first; equals in the order in which they came.

@@ -5,7 +5,7 @@
 #include <engine/filesystem/contract/viewable_file.h>
 
 #include "engine/filesystem/handles/replacing_file.h"
-#include "engine/platform/mapping.h"
+#include "engine/platform/files.h"
 
 /// A synchronous native file.
 class Win32FileHandle final : public NativeWriter, public fs::ViewableFile {

@@ -4,8 +4,7 @@
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/handles/io_queue.h"
-#include "engine/platform/lock.h"
-#include "engine/platform/never_destroyed.h"
+#include "engine/platform/threads.h"
 
 namespace fs {
 namespace {

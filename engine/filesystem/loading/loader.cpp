@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "engine/filesystem/contract/set_error.h"
-#include "engine/platform/never_destroyed.h"
+#include "engine/platform/threads.h"
 
 // What is asked of the loader from outside. schedule.cpp has the order, service.cpp a load's way, staff.cpp the threads.
 

@@ -11,8 +11,7 @@
 #include "engine/filesystem/loading/batch.h"
 #include "engine/filesystem/loading/load.h"
 #include "engine/filesystem/loading/schedule.h"
-#include "engine/platform/lock.h"
-#include "engine/platform/per_thread.h"
+#include "engine/platform/threads.h"
 
 class CFSSource;
 

@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "engine/filesystem/log/sinks.h"
-#include "engine/kernel/format.h"
+#include "engine/kernel/text.h"
 #include "engine/platform/crash.h"
 
 namespace {

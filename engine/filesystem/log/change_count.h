@@ -4,8 +4,7 @@
 #include <cstdint>
 #include <mutex>
 
-#include "engine/platform/lock.h"
-#include "engine/platform/never_destroyed.h"
+#include "engine/platform/threads.h"
 
 namespace logging {
 

@@ -2,7 +2,7 @@
 
 #include <engine/filesystem/log.h>
 
-#include "engine/kernel/format.h"
+#include "engine/kernel/text.h"
 
 /// Where messages of one source file come from: their category, and the file as people who read and filter logs know
 /// it (part of the message, not a folder of this tree).

@@ -9,8 +9,7 @@
 #include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/registry/prefixed_names.h"
 #include "engine/kernel/text.h"
-#include "engine/platform/never_destroyed.h"
-#include "engine/platform/per_thread.h"
+#include "engine/platform/threads.h"
 
 // The list of sources and the index of their directories, under one reader-writer lock.
 //

@@ -10,7 +10,7 @@
 #include <engine/filesystem/streams/zipped_buffer.h>
 
 #include "engine/filesystem/formats/inflate.h"
-#include "engine/kernel/checksum.h"
+#include "engine/kernel/bytes.h"
 
 namespace fs {
 

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "engine/filesystem/contract/guarded.h"
-#include "engine/kernel/format.h"
+#include "engine/kernel/text.h"
 
 namespace fs {
 

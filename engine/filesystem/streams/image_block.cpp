@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "engine/filesystem/streams/memory_limit.h"
-#include "engine/platform/memory.h"
+#include "engine/platform/process.h"
 
 namespace fs {
 

@@ -15,8 +15,7 @@
 #include "engine/filesystem/watch/change_batch.h"
 #include "engine/filesystem/watch/follower.h"
 #include "engine/filesystem/watch/watches.h"
-#include "engine/platform/lock.h"
-#include "engine/platform/never_destroyed.h"
+#include "engine/platform/threads.h"
 
 // A poll has three steps. It hears what the system tells, which only marks names; it asks the disk what became of those
 // that are due, without the registry's lock; and it brings the tables to that under one exclusive lock. What changes between

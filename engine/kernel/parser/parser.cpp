@@ -9,7 +9,7 @@
 #include <optional>
 #include <vector>
 
-#include "engine/kernel/parser/symbols.h"
+#include "engine/kernel/parser/words.h"
 
 namespace kernel {
 

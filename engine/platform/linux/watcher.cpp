@@ -4,10 +4,12 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <iterator>
+#include <utility>
 
-#include "engine/platform/posix/descriptor.h"
-#include "engine/platform/posix/system_error.h"
+#include "engine/platform/posix/system.h"
 
 // A watch is of a directory's inode, so that two ways to one directory have one number. Its mask is that of its latest
 // add: a watch that was to tell of its own end keeps doing so, because that is asked for by IN_MASK_ADD.
@@ -22,30 +24,30 @@ constexpr std::uint32_t own_end = IN_DELETE_SELF | IN_MOVE_SELF;
 constexpr std::size_t buffer_size = 64 * 1024;
 constexpr int most_reads = 256;  // in one drain, so that it ends while others go on writing
 
+/// What an event means: the first of these bits that it has.
+constexpr std::pair<std::uint32_t, WatchEvent::Kind> meanings[] = {
+    {IN_Q_OVERFLOW, WatchEvent::Kind::DROPPED},
+    {own_end | IN_UNMOUNT, WatchEvent::Kind::GONE},
+    {IN_CREATE, WatchEvent::Kind::CREATED},
+    {IN_MOVED_TO, WatchEvent::Kind::ARRIVED},
+    {IN_DELETE | IN_MOVED_FROM, WatchEvent::Kind::REMOVED},
+    {IN_ATTRIB, WatchEvent::Kind::RIGHTS},
+    {IN_MODIFY | IN_CLOSE_WRITE, WatchEvent::Kind::CHANGED},
+};
+
 /// False for what callers need not know.
 bool translate(const inotify_event& event, WatchEvent& out) {
     using Kind = WatchEvent::Kind;
-    const std::uint32_t mask = event.mask;
+    const auto* const meaning =
+        std::ranges::find_if(meanings, [&](const auto& row) { return (event.mask & row.first) != 0; });
+    if (meaning == std::end(meanings)) return false;
     out = {.watch = event.wd,
-           .is_directory = (mask & IN_ISDIR) != 0,
+           .kind = meaning->second,
+           .is_directory = (event.mask & IN_ISDIR) != 0,
            .name = event.len != 0 ? std::string_view(event.name) : std::string_view()};
-    if ((mask & IN_Q_OVERFLOW) != 0) return true;
-    if ((mask & (own_end | IN_UNMOUNT)) != 0) {
-        out.kind = Kind::GONE;
-        return true;
-    }
-    if (out.name.empty() || out.name.find('\\') != std::string_view::npos) return false;
-    if ((mask & IN_CREATE) != 0)
-        out.kind = Kind::CREATED;
-    else if ((mask & IN_MOVED_TO) != 0)
-        out.kind = Kind::ARRIVED;
-    else if ((mask & (IN_DELETE | IN_MOVED_FROM)) != 0)
-        out.kind = Kind::REMOVED;
-    else if ((mask & IN_ATTRIB) != 0)
-        out.kind = Kind::RIGHTS;
-    else
-        out.kind = Kind::CHANGED;
-    return out.kind != Kind::RIGHTS || out.is_directory;
+    if (out.kind == Kind::DROPPED || out.kind == Kind::GONE) return true;
+    const bool has_name = !out.name.empty() && out.name.find('\\') == std::string_view::npos;
+    return has_name && (out.kind != Kind::RIGHTS || out.is_directory);
 }
 
 /// Whether it says of a file that content was written, as what came just before it has said already.
@@ -69,6 +71,8 @@ struct Watcher::State {
     const char* limit = "";
     alignas(inotify_event) char buffer[buffer_size];
 };
+
+const bool Watcher::sees_below = false;
 
 Watcher::Watcher() : state_(std::make_unique<State>()) {}
 Watcher::~Watcher() = default;

@@ -7,10 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "engine/platform/linux/directory_reader.h"
-#include "engine/platform/posix/descriptor.h"
-#include "engine/platform/posix/file_time.h"
+#include "engine/platform/linux/disk.h"
 #include "engine/platform/posix/names.h"
+#include "engine/platform/posix/system.h"
 
 namespace platform {
 namespace {
@@ -21,36 +20,36 @@ bool leads_nowhere(int os_code) {
     return failure == Failure::NOT_FOUND || failure == Failure::ACCESS_DENIED;
 }
 
+/// Looks at an item, which may be known to be a link already. 0, or the errno for which callers do not see it.
+int look(int directory, const char* name, bool is_link, Links links, DirectoryItem& out) {
+    struct stat status {};
+    if (!is_link && ::fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
+    is_link = is_link || S_ISLNK(status.st_mode);
+    const bool is_broken = is_link && ::fstatat(directory, name, &status, 0) != 0;
+    if (is_broken && !leads_nowhere(errno)) return errno;
+    out = {.is_directory = !is_broken && S_ISDIR(status.st_mode), .is_link = is_link};
+    const bool is_file = !is_broken && S_ISREG(status.st_mode);
+    return is_file || out.is_directory || (is_link && links == Links::ALL) ? 0 : ENOENT;
+}
+
 /// Adds what a record stands for, if callers are to see it. Only links, and file systems that do not tell kinds, cost a
 /// look at the item itself. False with errno set when that look failed.
 bool add_record(int directory, const DirectoryRecord& record, const char* name, Links links, DirectoryListing& out) {
     const std::size_t length = std::strlen(name);
     if (std::memchr(name, '\\', length) != nullptr) return true;
-    if (record.kind == DT_REG || record.kind == DT_DIR) {
-        out.add(name, length, {.is_directory = record.kind == DT_DIR});
-        return true;
-    }
-    if (record.kind != DT_LNK && record.kind != DT_UNKNOWN) return true;
-    struct stat status;
-    bool is_link = record.kind == DT_LNK;
-    if (!is_link) {
-        if (::fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return leads_nowhere(errno);
-        is_link = S_ISLNK(status.st_mode);
-    }
-    if (is_link && ::fstatat(directory, name, &status, 0) != 0) {
-        if (!leads_nowhere(errno)) return false;
-        if (links == Links::ALL) out.add(name, length, {.is_link = true});
-        return true;
-    }
-    const bool is_seen = S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) || (is_link && links == Links::ALL);
-    if (is_seen) out.add(name, length, {.is_directory = S_ISDIR(status.st_mode), .is_link = is_link});
+    DirectoryItem item{.is_directory = record.kind == DT_DIR};
+    if (record.kind == DT_LNK || record.kind == DT_UNKNOWN)
+        errno = look(directory, name, record.kind == DT_LNK, links, item);
+    else
+        errno = record.kind == DT_REG || record.kind == DT_DIR ? 0 : ENOENT;
+    if (errno != 0) return leads_nowhere(errno);
+    out.add(name, length, item);
     return true;
 }
 
 bool stat_directory(const PathAt& path, struct stat& status) {
     if (!check_path(path.full)) return false;
-    const auto ask = [&](int directory, const char* text) { return ::fstatat(directory, text, &status, 0); };
-    if (call_at(path, ask) != 0) return fail_os(errno);
+    if (stat_at(path, status) != 0) return fail_os(errno);
     return S_ISDIR(status.st_mode) || fail_os(ENOTDIR);
 }
 
@@ -78,12 +77,7 @@ bool read_items(const PathAt& path, Links links, DirectoryListing& out) {
 
 bool look_at(const char* path, DirectoryItem& out, char* name) {
     if (!check_path(path) || meets_fault(FaultPoint::STAT)) return false;
-    struct stat status;
-    if (::lstat(path, &status) != 0) return fail_os(errno);
-    const bool is_link = S_ISLNK(status.st_mode);
-    if (is_link && ::stat(path, &status) != 0) return leads_nowhere(errno) ? fail_os(ENOENT) : fail_os(errno);
-    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return fail_os(ENOENT);
-    out = {.is_directory = S_ISDIR(status.st_mode), .is_link = is_link};
+    if (const int code = look(AT_FDCWD, path, false, Links::FOLLOWED, out)) return fail_os(code);
     const char* const last = last_component(path);
     std::memcpy(name, last, std::strlen(last) + 1);
     return true;

@@ -7,9 +7,8 @@
 #include <mutex>
 
 #include "engine/platform/files.h"
-#include "engine/platform/lock.h"
-#include "engine/platform/posix/folded_listings.h"
-#include "engine/platform/posix/system_error.h"
+#include "engine/platform/posix/system.h"
+#include "engine/platform/threads.h"
 
 /// What a path means on a disk that knows case, for callers who do not. A path is tried as given; when that spelling is
 /// not there, each component is looked for without regard to the case of ASCII letters: an exact spelling wins, then the
@@ -22,6 +21,14 @@ enum class Spelling : std::uint8_t {
     NEW,      // all but the last are
     MISSING,  // the directory it lies in is not there
     UNKNOWN,  // a directory on the way could not be read; errno says why
+};
+
+/// Which state of a directory's list of names somebody looked at. The change time is taken and not the modification
+/// time, since nobody can set it back.
+struct DirectoryStamp {
+    FileId id;  // inode 0: not looked yet
+    std::int64_t changed_ns = 0;
+    bool is_trusted = false;  // any later change gives another stamp
 };
 
 /// Gives each component of `path` the spelling that the disk holds, as far as there is one. Folding ASCII letters keeps
@@ -61,6 +68,11 @@ auto call_at(const PathAt& path, Call call) -> decltype(call(0, "")) {
     char spelled[path_buffer_size];
     if (!find_other_spelling(path.full, spelled)) return result;
     return retry_interrupted([&] { return call(AT_FDCWD, static_cast<const char*>(spelled)); });
+}
+
+/// fstatat made so: what the path leads to.
+inline int stat_at(const PathAt& path, struct stat& status) {
+    return call_at(path, [&](int directory, const char* text) { return ::fstatat(directory, text, &status, 0); });
 }
 
 /// A name in a directory: what it is by itself (a link is not followed) and how the disk spells it.

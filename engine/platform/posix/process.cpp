@@ -1,13 +1,16 @@
 #include "engine/platform/process.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
+#include <mutex>
 
-#include "engine/platform/posix/system_error.h"
+#include "engine/platform/posix/system.h"
+#include "engine/platform/threads.h"
 
 namespace platform {
 namespace {
@@ -47,6 +50,19 @@ bool wait_writable(int descriptor) {
 /// Standard output is told from "none" by an address; the descriptor itself may be 0.
 constexpr int output_descriptor = STDOUT_FILENO;
 
+constexpr int longest_path = 4096;
+
+// One thread at a time is in the loader. It has a lock of its own, but one that race detectors do not see.
+Mutex loader_lock;
+
+// A Module is the loader's own handle: there is no object of this type.
+Module* open_module(const char* directory, const char* name) {
+    char path[longest_path];
+    const int length = std::snprintf(path, sizeof path, "%slib%s.so", directory, name);
+    if (length < 0 || length >= longest_path) return nullptr;
+    return static_cast<Module*>(dlopen(path, RTLD_NOW | RTLD_LOCAL));
+}
+
 }  // namespace
 
 void exit_process(int code) { ::_exit(code & 0xFF); }
@@ -75,5 +91,18 @@ void write_console(void* console, const char* text, std::size_t length) {
 }
 
 std::uint32_t process_id() { return static_cast<std::uint32_t>(::getpid()); }
+
+Module* load_module(const char* name) {
+    const std::lock_guard guard(loader_lock);
+    Module* const beside = open_module(executable_directory(), name);
+    return beside != nullptr ? beside : open_module("", name);
+}
+
+void* find_symbol(Module* module, const char* name) { return dlsym(module, name); }
+
+void unload_module(Module* module) {
+    const std::lock_guard guard(loader_lock);
+    dlclose(module);
+}
 
 }  // namespace platform

@@ -9,9 +9,8 @@
 #include <new>
 #include <vector>
 
-#include "engine/platform/lock.h"
-#include "engine/platform/never_destroyed.h"
-#include "engine/platform/posix/system_error.h"
+#include "engine/platform/posix/system.h"
+#include "engine/platform/threads.h"
 
 namespace platform {
 namespace {

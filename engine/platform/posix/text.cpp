@@ -1,7 +1,5 @@
 #include "engine/platform/text.h"
 
-#include "engine/platform/utf8.h"
-
 namespace platform {
 
 std::size_t narrow_to_wide(const char* text, std::size_t length, wchar_t* out) {

@@ -3,11 +3,12 @@
 #include <pthread.h>
 
 #include <cstdio>
+#include <memory>
 #include <new>
 
-#include "engine/platform/faults.h"
-#include "engine/platform/linux/this_thread.h"
-#include "engine/platform/posix/crash/alternate_stack.h"
+#include "engine/platform/crash.h"
+#include "engine/platform/error.h"
+#include "engine/platform/linux/process.h"
 
 namespace platform {
 
@@ -25,7 +26,7 @@ constexpr int nice_step = -5;  // for each step of priority
 
 void* run_thread(void* argument) {
     const Thread& thread = *static_cast<const Thread*>(argument);
-    const AlternateStack stack;
+    const CrashStack stack;
     name_this_thread(thread.name);
     if (thread.priority != 0) add_nice_to_this_thread(thread.priority * nice_step);
     thread.entry(thread.argument);
@@ -41,12 +42,11 @@ pthread_key_t number_of(const ThreadSlot* slot) {
 
 Thread* start_thread(const char* name, int priority, void (*entry)(void* argument), void* argument) {
     if (fault_at(FaultPoint::THREAD)) return nullptr;
-    auto* const thread = new (std::nothrow) Thread{.priority = priority, .entry = entry, .argument = argument};
+    std::unique_ptr<Thread> thread(new (std::nothrow)
+                                       Thread{.priority = priority, .entry = entry, .argument = argument});
     if (thread == nullptr) return nullptr;
     std::snprintf(thread->name, sizeof thread->name, "%s", name);
-    if (pthread_create(&thread->handle, nullptr, run_thread, thread) == 0) return thread;
-    delete thread;
-    return nullptr;
+    return pthread_create(&thread->handle, nullptr, run_thread, thread.get()) == 0 ? thread.release() : nullptr;
 }
 
 void join_thread(Thread* thread) {
@@ -54,7 +54,6 @@ void join_thread(Thread* thread) {
     delete thread;
 }
 
-std::uint64_t current_thread_id() { return this_thread_id(); }
 std::uint64_t current_thread_key() {
     static thread_local char own;
     return reinterpret_cast<std::uintptr_t>(&own);
@@ -69,3 +68,28 @@ void* get_thread_value(const ThreadSlot* slot) { return pthread_getspecific(numb
 void set_thread_value(ThreadSlot* slot, void* value) { pthread_setspecific(number_of(slot), value); }
 
 }  // namespace platform
+
+namespace mt::detail {
+
+void Mutex::lock() { mutex_.lock(); }
+bool Mutex::try_lock() { return mutex_.try_lock(); }
+void Mutex::unlock() { mutex_.unlock(); }
+
+void ConditionVariable::notify_one() noexcept { condition_.notify_one(); }
+void ConditionVariable::notify_all() noexcept { condition_.notify_all(); }
+
+// The standard's guard of the same mutex waits, and gives it back locked.
+
+void ConditionVariable::wait(std::unique_lock<Mutex>& guard) {
+    std::unique_lock adopted(guard.mutex()->mutex_, std::adopt_lock);
+    condition_.wait(adopted);
+    adopted.release();
+}
+
+void ConditionVariable::wait_at_most(std::unique_lock<Mutex>& guard, std::chrono::milliseconds time) {
+    std::unique_lock adopted(guard.mutex()->mutex_, std::adopt_lock);
+    condition_.wait_for(adopted, time);
+    adopted.release();
+}
+
+}  // namespace mt::detail

@@ -5,9 +5,8 @@
 
 #include "engine/platform/directories.h"
 #include "engine/platform/files.h"
-#include "engine/platform/same_file.h"
-#include "engine/platform/windows/file_time.h"
-#include "engine/platform/windows/native_path.h"
+#include "engine/platform/windows/names.h"
+#include "engine/platform/windows/system.h"
 
 // Asking about files, and changing what is written about them: attributes, times, names.
 
@@ -77,9 +76,9 @@ bool may_take_place(const wchar_t* from, const wchar_t* to) {
 
 // The system says "access denied" of a file that cannot be replaced because it is open.
 bool is_open_somewhere(const wchar_t* path) {
-    const Handle handle(
-        CreateFileW(path, DELETE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr));
-    return !handle.valid() && GetLastError() == ERROR_SHARING_VIOLATION;
+    constexpr DWORD share = FILE_SHARE_READ | FILE_SHARE_WRITE;
+    const Handle handle = own(CreateFileW(path, DELETE, share, nullptr, OPEN_EXISTING, 0, nullptr));
+    return !handle && GetLastError() == ERROR_SHARING_VIOLATION;
 }
 
 bool fail_move(const wchar_t* to, DWORD code) {
@@ -101,8 +100,8 @@ bool move_path(const char* from, const char* to, DWORD flags) {
 // system flushes nothing that is not open for writing.
 bool sync_file(const wchar_t* path) {
     if (has_bits(attribute_bits(path), FILE_ATTRIBUTE_READONLY)) return true;
-    const Handle handle(CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-    return (handle.valid() && FlushFileBuffers(handle.get())) || fail_last();
+    const Handle handle = own(CreateFileW(path, GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+    return (handle && FlushFileBuffers(handle.get())) || fail_last();
 }
 
 }  // namespace
@@ -173,15 +172,14 @@ bool File::rename_open(const char* from, const char* to) {
     if (length == 0 || length >= path_buffer_size) return fail(Failure::PATH_TOO_LONG);
     order.head.ReplaceIfExists = TRUE;
     order.head.FileNameLength = length * static_cast<DWORD>(sizeof(wchar_t));
-    const auto handle = reinterpret_cast<HANDLE>(state_.handle);
-    return SetFileInformationByHandle(handle, FileRenameInfo, &order, sizeof order) ||
+    return SetFileInformationByHandle(to_handle(state_.handle), FileRenameInfo, &order, sizeof order) ||
            fail_move(target.text(), GetLastError());
 }
 
 bool File::remove_open(const char*) {
     FILE_DISPOSITION_INFO order{.DeleteFile = TRUE};
-    const auto handle = reinterpret_cast<HANDLE>(state_.handle);
-    return SetFileInformationByHandle(handle, FileDispositionInfo, &order, sizeof order) || fail_last();
+    return SetFileInformationByHandle(to_handle(state_.handle), FileDispositionInfo, &order, sizeof order) ||
+           fail_last();
 }
 
 }  // namespace platform

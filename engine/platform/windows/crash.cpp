@@ -12,11 +12,10 @@
 #include <cstring>
 #include <mutex>
 
-#include "engine/platform/bounded_text.h"
-#include "engine/platform/lock.h"
-#include "engine/platform/windows/crash_stack.h"
-#include "engine/platform/windows/system_error.h"
-#include "engine/platform/windows/wide_text.h"
+#include "engine/platform/text.h"
+#include "engine/platform/threads.h"
+#include "engine/platform/windows/system.h"
+#include "engine/platform/windows/text.h"
 
 namespace platform {
 
@@ -160,10 +159,12 @@ bool write_to(HANDLE file, WriteDumpFunction write, const DumpRequest& request) 
 
 }  // namespace
 
-void reserve_stack_for_crash() {
+CrashStack::CrashStack() {
     ULONG size = 32 * 1024;  // enough to start a thread that writes the report
     SetThreadStackGuarantee(&size);
 }
+
+CrashStack::~CrashStack() = default;
 
 void break_into_debugger() { DebugBreak(); }
 
@@ -172,13 +173,10 @@ void break_into_debugger() { DebugBreak(); }
 }
 
 void describe_frame(const void* frame, char* out, std::size_t capacity) {
-    HMODULE module = nullptr;
+    const HMODULE module = module_at(frame);
     char path[MAX_PATH] = "";
-    constexpr DWORD by_address = GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
     wchar_t wide[MAX_PATH];
-    if (GetModuleHandleExW(by_address, static_cast<LPCWSTR>(frame), &module) != FALSE) {
-        to_narrow({wide, GetModuleFileNameW(module, wide, MAX_PATH)}, path, sizeof path);
-    }
+    if (module != nullptr) to_narrow({wide, GetModuleFileNameW(module, wide, MAX_PATH)}, path, sizeof path);
     const char* const separator = std::strrchr(path, '\\');
     const auto address = reinterpret_cast<std::uintptr_t>(frame);
     BoundedText text(out, capacity);
@@ -212,7 +210,7 @@ bool install_crash_handler(CrashHandler handler) {
     if (load_dump_library() == nullptr || state.passed_slot == TLS_OUT_OF_INDEXES) return false;
     if (!state.handler.compare_exchange_strong(none, handler)) return false;
     state.reporter.store(0);
-    reserve_stack_for_crash();
+    CrashStack().keep();
     state.levels[state.level_count++] = {SetUnhandledExceptionFilter(on_exception), std::signal(SIGABRT, on_abort)};
     return true;
 }

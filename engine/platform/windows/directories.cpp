@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "engine/platform/windows/native_path.h"
-#include "engine/platform/windows/wide_text.h"
+#include "engine/platform/windows/names.h"
+#include "engine/platform/windows/text.h"
 
 namespace platform {
 
@@ -152,9 +152,9 @@ bool get_directory_id(const char* path, FileId& out) {
 bool get_directory_times(const PathAt& path, DirectoryTimes& out) {
     const NativePath native(path.full);
     if (!native.valid() || meets_fault(FaultPoint::STAT)) return false;
-    const Handle handle(open_for_query(native.text()));
+    const Handle handle = open_for_query(native.text());
     FILE_BASIC_INFO record{};
-    if (!handle.valid() || !GetFileInformationByHandleEx(handle.get(), FileBasicInfo, &record, sizeof record)) {
+    if (!handle || !GetFileInformationByHandleEx(handle.get(), FileBasicInfo, &record, sizeof record)) {
         return fail_last();
     }
     out = {.written = record.LastWriteTime.QuadPart, .changed = record.ChangeTime.QuadPart};
@@ -186,8 +186,8 @@ bool is_link(const char* path) {
 
 bool resolve_link(const char* path, char* out) {
     if (!is_link(path)) return resolve_case(path, out);
-    const Handle handle(open_for_query(NativePath(path).text()));
-    if (!handle.valid()) return fail_last();
+    const Handle handle = open_for_query(NativePath(path).text());
+    if (!handle) return fail_last();
     wchar_t target[path_buffer_size];
     const std::wstring_view mark = L"\\\\?\\";  // before a path of any length; of another machine, with "UNC" behind it
     const DWORD length = GetFinalPathNameByHandleW(handle.get(), target, path_buffer_size, FILE_NAME_NORMALIZED);

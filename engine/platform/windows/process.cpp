@@ -1,11 +1,11 @@
 #include "engine/platform/process.h"
 
-#include <windows.h>
-
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
-#include "engine/platform/windows/wide_text.h"
+#include "engine/platform/windows/system.h"
+#include "engine/platform/windows/text.h"
 
 namespace platform {
 
@@ -55,6 +55,55 @@ DWORD write_to_file(HANDLE file, const char* text, DWORD length) {
     return WriteFile(file, text, length, &written, nullptr) ? written : 0;
 }
 
+// A Module is the loader's own handle: there is no object of this type.
+
+constexpr int longest_path = 4096;
+
+// What holds while a module is loaded. A damaged file must not raise the system's own message box. And the activation
+// context is that of the library that holds this code: the one of its own manifest where it has one, else the process's
+// default (null), so that whatever context the caller is in does not decide which files are loaded.
+class Loading {
+public:
+    Loading() {
+        SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, &mode_before_);
+        ACTCTXW request{};
+        request.cbSize = sizeof request;
+        request.dwFlags = ACTCTX_FLAG_HMODULE_VALID | ACTCTX_FLAG_RESOURCE_NAME_VALID;
+        request.hModule = module_at(reinterpret_cast<const void*>(&module_at));
+        request.lpResourceName = MAKEINTRESOURCEW(2);  // where a DLL keeps its manifest
+        const HANDLE own = CreateActCtxW(&request);
+        if (own != INVALID_HANDLE_VALUE) context_ = own;
+        active_ = ActivateActCtx(context_, &cookie_) != 0;
+    }
+    Loading(const Loading&) = delete;
+    Loading& operator=(const Loading&) = delete;
+    ~Loading() {
+        const DWORD error = GetLastError();
+        if (active_) DeactivateActCtx(0, cookie_);
+        if (context_ != nullptr) ReleaseActCtx(context_);
+        SetThreadErrorMode(mode_before_, nullptr);
+        SetLastError(error);  // the load's own
+    }
+    bool active() const { return active_; }
+
+private:
+    HANDLE context_ = nullptr;
+    ULONG_PTR cookie_ = 0;
+    DWORD mode_before_ = 0;
+    bool active_ = false;
+};
+
+HMODULE to_handle(Module* module) { return reinterpret_cast<HMODULE>(module); }
+
+Module* open_module(const char* directory, const char* name) {
+    char path[longest_path];
+    wchar_t wide[longest_path];
+    const int length = std::snprintf(path, sizeof path, "%s%s.dll", directory, name);
+    if (length < 0 || length >= longest_path) return nullptr;
+    if (to_wide({path, static_cast<std::size_t>(length)}, wide, longest_path) == 0) return nullptr;
+    return reinterpret_cast<Module*>(LoadLibraryW(wide));
+}
+
 }  // namespace
 
 std::string find_executable() {
@@ -97,5 +146,33 @@ void write_console(void* console, const char* text, std::size_t length) {
 }
 
 std::uint32_t process_id() { return GetCurrentProcessId(); }
+
+Module* load_module(const char* name) {
+    const Loading loading;
+    if (!loading.active()) return nullptr;
+    Module* const beside = open_module(executable_directory(), name);
+    return beside != nullptr ? beside : open_module("", name);
+}
+
+void* find_symbol(Module* module, const char* name) {
+    return reinterpret_cast<void*>(GetProcAddress(to_handle(module), name));
+}
+
+void unload_module(Module* module) { FreeLibrary(to_handle(module)); }
+
+void* allocate_block(std::size_t size) { return VirtualAlloc(nullptr, size, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE); }
+
+// Pages cannot be moved here, so that growing copies.
+void* grow_block(void* block, std::size_t old_size, std::size_t new_size) {
+    void* const larger = allocate_block(new_size);
+    if (larger == nullptr) return nullptr;
+    std::memcpy(larger, block, old_size);
+    free_block(block, old_size);
+    return larger;
+}
+
+void free_block(void* block, std::size_t) { VirtualFree(block, 0, MEM_RELEASE); }
+
+void populate(void*, std::size_t) {}
 
 }  // namespace platform

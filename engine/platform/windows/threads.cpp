@@ -1,20 +1,19 @@
-#include <windows.h>
-
 #include <iterator>
+#include <memory>
 #include <new>
 #include <string_view>
 #include <utility>
 
-#include "engine/platform/faults.h"
-#include "engine/platform/per_thread.h"
+#include "engine/platform/crash.h"
+#include "engine/platform/error.h"
 #include "engine/platform/threads.h"
-#include "engine/platform/windows/crash_stack.h"
-#include "engine/platform/windows/wide_text.h"
+#include "engine/platform/windows/system.h"
+#include "engine/platform/windows/text.h"
 
 namespace platform {
 
 struct Thread {
-    HANDLE handle = nullptr;
+    Handle handle;
     void (*entry)(void* argument) = nullptr;
     void* argument = nullptr;
 };
@@ -23,7 +22,7 @@ namespace {
 
 DWORD WINAPI run_thread(void* argument) {
     const Thread& thread = *static_cast<const Thread*>(argument);
-    reserve_stack_for_crash();
+    const CrashStack stack;
     thread.entry(thread.argument);
     return 0;
 }
@@ -45,24 +44,21 @@ DWORD number_of(const ThreadSlot* slot) { return static_cast<DWORD>(reinterpret_
 
 Thread* start_thread(const char* name, int priority, void (*entry)(void* argument), void* argument) {
     if (fault_at(FaultPoint::THREAD)) return nullptr;
-    auto* const thread = new (std::nothrow) Thread{.entry = entry, .argument = argument};
+    std::unique_ptr<Thread> thread(new (std::nothrow) Thread{.handle = {}, .entry = entry, .argument = argument});
     if (thread == nullptr) return nullptr;
     // Suspended until it has its name and priority, so that no step of it runs without them.
-    thread->handle = CreateThread(nullptr, 0, run_thread, thread, CREATE_SUSPENDED, nullptr);
-    if (thread->handle == nullptr) {
-        delete thread;
-        return nullptr;
-    }
-    set_name(thread->handle, name);
+    const HANDLE handle = CreateThread(nullptr, 0, run_thread, thread.get(), CREATE_SUSPENDED, nullptr);
+    if (handle == nullptr) return nullptr;
+    thread->handle = own(handle);
+    set_name(handle, name);
     static_assert(THREAD_PRIORITY_LOWEST == -2 && THREAD_PRIORITY_HIGHEST == 2);
-    SetThreadPriority(thread->handle, priority);
-    ResumeThread(thread->handle);
-    return thread;
+    SetThreadPriority(handle, priority);
+    ResumeThread(handle);
+    return thread.release();
 }
 
 void join_thread(Thread* thread) {
-    WaitForSingleObject(thread->handle, INFINITE);
-    CloseHandle(thread->handle);
+    WaitForSingleObject(thread->handle.get(), INFINITE);
     delete thread;
 }
 
@@ -102,3 +98,30 @@ void* get_thread_value(const ThreadSlot* slot) { return TlsGetValue(number_of(sl
 void set_thread_value(ThreadSlot* slot, void* value) { TlsSetValue(number_of(slot), value); }
 
 }  // namespace platform
+
+namespace mt::detail {
+namespace {
+
+static_assert(sizeof(SRWLOCK) == sizeof(void*) && sizeof(CONDITION_VARIABLE) == sizeof(void*));
+SRWLOCK* to_lock(void*& state) { return reinterpret_cast<SRWLOCK*>(&state); }
+CONDITION_VARIABLE* to_condition(void*& state) { return reinterpret_cast<CONDITION_VARIABLE*>(&state); }
+
+}  // namespace
+
+void Mutex::lock() { AcquireSRWLockExclusive(to_lock(state_)); }
+bool Mutex::try_lock() { return TryAcquireSRWLockExclusive(to_lock(state_)) != 0; }
+void Mutex::unlock() { ReleaseSRWLockExclusive(to_lock(state_)); }
+
+void ConditionVariable::notify_one() noexcept { WakeConditionVariable(to_condition(state_)); }
+void ConditionVariable::notify_all() noexcept { WakeAllConditionVariable(to_condition(state_)); }
+
+void ConditionVariable::wait(std::unique_lock<Mutex>& guard) {
+    SleepConditionVariableSRW(to_condition(state_), to_lock(guard.mutex()->state_), INFINITE, 0);
+}
+
+void ConditionVariable::wait_at_most(std::unique_lock<Mutex>& guard, std::chrono::milliseconds time) {
+    const auto ms = static_cast<DWORD>(std::min<std::int64_t>(time.count(), INFINITE - 1));
+    SleepConditionVariableSRW(to_condition(state_), to_lock(guard.mutex()->state_), ms, 0);
+}
+
+}  // namespace mt::detail

@@ -6,8 +6,8 @@
 #include <new>
 #include <string>
 
-#include "engine/platform/windows/native_path.h"
-#include "engine/platform/windows/wide_text.h"
+#include "engine/platform/windows/names.h"
+#include "engine/platform/windows/text.h"
 
 // One read of changes is always under way for each watch; what happens between two of them the system keeps for the next. A
 // read that ends without bytes, or with the thread that began it, has lost something.
@@ -35,9 +35,9 @@ public:
     DirectoryWatch(const NativePath& directory, std::int64_t number)
         : number_(number),
           path_(directory.view()),
-          handle_(CreateFileW(directory.text(), FILE_LIST_DIRECTORY, share_all, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OVERLAPPED, nullptr)),
-          event_(handle_.valid() ? CreateEventW(nullptr, TRUE, FALSE, nullptr) : nullptr) {}
+          handle_(own(CreateFileW(directory.text(), FILE_LIST_DIRECTORY, share_all, nullptr, OPEN_EXISTING,
+                                  FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OVERLAPPED, nullptr))),
+          event_(handle_ ? CreateEventW(nullptr, TRUE, FALSE, nullptr) : nullptr) {}
     DirectoryWatch(const DirectoryWatch&) = delete;
     DirectoryWatch& operator=(const DirectoryWatch&) = delete;
     ~DirectoryWatch() {
@@ -50,8 +50,8 @@ public:
     bool read() {
         record_ = OVERLAPPED{};
         record_.hEvent = event_.get();
-        is_reading_ = event_.valid() && ReadDirectoryChangesW(handle_.get(), buffer_, buffer_size, TRUE, filter,
-                                                              nullptr, &record_, nullptr);
+        is_reading_ = event_ && ReadDirectoryChangesW(handle_.get(), buffer_, buffer_size, TRUE, filter, nullptr,
+                                                      &record_, nullptr);
         return is_reading_;
     }
 
@@ -60,12 +60,14 @@ public:
             DWORD moved = 0;
             const bool is_good = GetOverlappedResult(handle_.get(), &record_, &moved, FALSE);
             const DWORD code = is_good ? ERROR_SUCCESS : GetLastError();
+            const bool is_dropped =
+                is_good ? moved == 0 : code == ERROR_NOTIFY_ENUM_DIR || code == ERROR_OPERATION_ABORTED;
             is_reading_ = false;
-            if (is_good && moved != 0)
-                tell_records(visit);
-            else if (is_good || code == ERROR_NOTIFY_ENUM_DIR || code == ERROR_OPERATION_ABORTED)
+            if (is_dropped)
                 visit({.watch = number_, .kind = WatchEvent::Kind::DROPPED, .name = {}});
-            if ((!is_good && code != ERROR_NOTIFY_ENUM_DIR && code != ERROR_OPERATION_ABORTED) || !read())
+            else if (is_good)
+                tell_records(visit);
+            if ((!is_good && !is_dropped) || !read())
                 visit({.watch = number_, .kind = WatchEvent::Kind::GONE, .name = {}});
         }
     }
@@ -114,6 +116,8 @@ struct Watcher::State {
     std::map<std::int64_t, std::unique_ptr<DirectoryWatch>> watches;
     std::int64_t latest = 0;
 };
+
+const bool Watcher::sees_below = true;
 
 Watcher::Watcher() : state_(std::make_unique<State>()) {}
 Watcher::~Watcher() = default;

@@ -4,7 +4,10 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <limits>
 #include <string>
+
+#include "engine/platform/posix/system.h"
 
 namespace platform {
 namespace {
@@ -51,6 +54,14 @@ TEST(PosixLocalTime, FollowsTheRuleOfTheDate) {
     for (const int hour : {0, 1}) {  // both passes of the hour that comes twice
         EXPECT_EQ(utc_to_local(from_calendar({2024, 10, 27, hour, 30})), from_calendar({2024, 10, 27, 2, 30})) << hour;
     }
+}
+
+TEST(PosixFileTime, EndsWhereADiskGoesOn) {
+    // A disk in memory keeps any 64-bit count of seconds, whose ticks overflowed.
+    const std::int64_t late = to_file_time({.tv_sec = std::numeric_limits<time_t>::max(), .tv_nsec = 0});
+    const std::int64_t early = to_file_time({.tv_sec = std::numeric_limits<time_t>::min(), .tv_nsec = 0});
+    EXPECT_GT(to_calendar(late).year, 20'000);
+    EXPECT_LT(to_calendar(early).year, -20'000);
 }
 
 }  // namespace

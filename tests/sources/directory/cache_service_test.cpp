@@ -2,7 +2,7 @@
 #include "engine/filesystem/sources/directory/mount/recorded.h"
 #include "engine/filesystem/sources/directory/mount/state.h"
 #include "engine/kernel/text.h"
-#include "engine/platform/modules.h"
+#include "engine/platform/process.h"
 #include "tests/modules/cache_service_control.h"
 #include "tests/sources/kit.h"
 

@@ -15,7 +15,7 @@
 
 #include "engine/filesystem/formats/zip.h"
 #include "engine/filesystem/formats/zstd.h"
-#include "engine/kernel/checksum.h"
+#include "engine/kernel/bytes.h"
 #include "tests/sources/kit.h"
 #include "tests/support/pack_file.h"
 #include "tests/support/temp_directory.h"

@@ -15,7 +15,7 @@
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/formats/inflate.h"
-#include "engine/platform/lock.h"
+#include "engine/platform/threads.h"
 
 namespace fs {
 

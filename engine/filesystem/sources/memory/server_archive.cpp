@@ -7,8 +7,7 @@
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/registry/registry.h"
-#include "engine/platform/lock.h"
-#include "engine/platform/never_destroyed.h"
+#include "engine/platform/threads.h"
 
 namespace fs {
 

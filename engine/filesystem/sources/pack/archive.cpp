@@ -15,8 +15,7 @@
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/formats/zip.h"
 #include "engine/filesystem/formats/zstd.h"
-#include "engine/platform/lock.h"
-#include "engine/platform/never_destroyed.h"
+#include "engine/platform/threads.h"
 
 namespace fs {
 

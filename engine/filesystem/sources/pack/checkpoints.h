@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "engine/filesystem/formats/decoder.h"
-#include "engine/platform/lock.h"
+#include "engine/platform/threads.h"
 
 namespace fs {
 

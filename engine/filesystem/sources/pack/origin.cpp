@@ -8,7 +8,6 @@
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/platform/files.h"
-#include "engine/platform/same_file.h"
 
 namespace fs {
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "engine/platform/mapping.h"
+#include "engine/platform/files.h"
 
 namespace fs {
 

@@ -21,7 +21,7 @@
 #include "engine/filesystem/sources/pack/archive.h"
 #include "engine/filesystem/sources/pack/follower.h"
 #include "engine/platform/directories.h"
-#include "engine/platform/lock.h"
+#include "engine/platform/threads.h"
 
 namespace {
 

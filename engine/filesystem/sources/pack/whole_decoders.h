@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "engine/platform/lock.h"
+#include "engine/platform/threads.h"
 
 namespace fs {
 

@@ -12,7 +12,7 @@
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/sources/pack/archive.h"
 #include "engine/filesystem/sources/pack/entry_reader.h"
-#include "engine/kernel/checksum.h"
+#include "engine/kernel/bytes.h"
 
 class fs::PackView {
 public:

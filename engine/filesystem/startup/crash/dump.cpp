@@ -15,7 +15,7 @@
 #include "engine/platform/crash.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/files.h"
-#include "engine/platform/lock.h"
+#include "engine/platform/threads.h"
 
 namespace {
 

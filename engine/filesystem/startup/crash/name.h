@@ -2,8 +2,8 @@
 
 #include <string_view>
 
-#include "engine/platform/bounded_text.h"
 #include "engine/platform/clock.h"
+#include "engine/platform/text.h"
 
 // Names of log files and dumps. Nothing here takes memory or locks, so that a crash handler may call it.
 

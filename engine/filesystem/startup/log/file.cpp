@@ -17,9 +17,7 @@
 #include "engine/filesystem/handles/native_file.h"
 #include "engine/filesystem/log/sinks.h"
 #include "engine/platform/files.h"
-#include "engine/platform/lock.h"
-#include "engine/platform/never_destroyed.h"
-#include "engine/platform/per_thread.h"
+#include "engine/platform/threads.h"
 
 namespace crash {
 

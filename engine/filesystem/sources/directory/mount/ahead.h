@@ -11,7 +11,7 @@
 
 #include "engine/filesystem/sources/paths.h"
 #include "engine/platform/directories.h"
-#include "engine/platform/lock.h"
+#include "engine/platform/threads.h"
 
 namespace fs {
 

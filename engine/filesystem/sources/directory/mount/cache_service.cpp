@@ -7,7 +7,7 @@
 #include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/sources/directory/mount/cache_service.h"
 #include "engine/filesystem/sources/directory/mount/state.h"
-#include "engine/platform/modules.h"
+#include "engine/platform/process.h"
 
 // A companion module may keep listings of whole trees in memory and serve a mount from them. Everything about it is
 // optional and silent: whatever is missing or refused means that the mount is not served and the disk is scanned.

@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "engine/kernel/bytes.h"
-#include "engine/kernel/checksum.h"
 
 // The bytes of a listing: directory after directory. A directory is a zero, its two times (8 bytes each), its text, ending in
 // "/" unless it is empty, and the names of its files; a text or name ends with a zero. All are what a scan could have found:

@@ -1,0 +1,78 @@
+#include "engine/platform/posix/system.h"
+
+#include <algorithm>
+#include <initializer_list>
+#include <iterator>
+#include <limits>
+
+namespace platform {
+namespace {
+
+constexpr std::int64_t seconds_from_1601_to_1970 = 11'644'473'600;
+
+using enum Failure;
+/// A failure, and the codes that mean it.
+struct Meaning {
+    Failure failure;
+    std::initializer_list<int> codes;
+};
+
+/// The first code of each stands for it. EBADF: the descriptor is open, but not for this. ENXIO: a socket, or a
+/// pipe that nobody reads. ESTALE: of a network's file system.
+constexpr Meaning meanings[] = {
+    {NOT_FOUND, {ENOENT, ENOTDIR, ELOOP}},
+    {ACCESS_DENIED, {EACCES, EPERM, EBADF}},
+    {IN_USE, {EBUSY, ETXTBSY, EWOULDBLOCK}},
+    {ALREADY_EXISTS, {EEXIST}},
+    {NOT_EMPTY, {ENOTEMPTY}},
+    {DISK_FULL, {ENOSPC, EDQUOT, EFBIG}},
+    {PATH_TOO_LONG, {ENAMETOOLONG}},
+    {NOT_REGULAR, {EISDIR, ENXIO, ENODEV}},
+    {READ_ONLY, {EROFS}},
+    {OUT_OF_MEMORY, {ENOMEM, ENOBUFS}},
+    {TOO_MANY_FILES, {EMFILE, ENFILE}},
+    {IO, {EIO, ESTALE}},
+};
+
+}  // namespace
+
+Failure failure_of(int os_code) {
+    for (const auto& [failure, codes] : meanings)
+        if (std::ranges::find(codes, os_code) != codes.end()) return failure;
+    return OTHER;
+}
+
+int os_code_of(Failure failure) {
+    const auto* const found = std::ranges::find(meanings, failure, &Meaning::failure);
+    return found != std::end(meanings) ? *found->codes.begin() : EIO;
+}
+
+bool fail_os(int os_code) { return fail(failure_of(os_code), os_code); }
+
+// Some disks keep times that 64 bits of ticks cannot hold; the first or last one stands for them.
+std::int64_t to_file_time(const timespec& time) {
+    constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max() / ticks_per_second - 1;
+    const std::int64_t seconds = std::clamp<std::int64_t>(time.tv_sec, -most, most - seconds_from_1601_to_1970);
+    return (seconds + seconds_from_1601_to_1970) * ticks_per_second + time.tv_nsec / 100;
+}
+
+timespec from_file_time(std::int64_t time) {
+    const auto whole = std::chrono::floor<std::chrono::seconds>(Ticks(time));
+    return {.tv_sec = static_cast<time_t>(whole.count() - seconds_from_1601_to_1970),
+            .tv_nsec = static_cast<long>((Ticks(time) - whole).count() * 100)};
+}
+
+std::int64_t now_utc() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return to_file_time(now);
+}
+
+LocalOffset local_offset_at(std::int64_t utc) {
+    const time_t seconds = from_file_time(utc).tv_sec;
+    tm fields{};
+    if (localtime_r(&seconds, &fields) == nullptr) return {};
+    return {.ticks = fields.tm_gmtoff * ticks_per_second, .is_summer = fields.tm_isdst > 0};
+}
+
+}  // namespace platform

@@ -1,0 +1,78 @@
+#include "engine/platform/windows/system.h"
+
+#include <algorithm>
+#include <initializer_list>
+
+namespace platform {
+namespace {
+
+using enum Failure;
+/// A failure, and the codes that mean it.
+struct Meaning {
+    Failure failure;
+    std::initializer_list<std::uint32_t> codes;
+};
+
+constexpr std::uint32_t over_quota = 1295;  // of a user, which not every header names
+
+/// ERROR_INVALID_NAME: nothing can have such a name. ERROR_DIRECTORY: a file where the path has a directory.
+constexpr Meaning meanings[] = {
+    {NOT_FOUND,
+     {ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_INVALID_DRIVE, ERROR_NOT_READY, ERROR_BAD_NETPATH,
+      ERROR_BAD_NET_NAME, ERROR_INVALID_NAME, ERROR_BAD_PATHNAME, ERROR_DIRECTORY, ERROR_CANT_RESOLVE_FILENAME}},
+    {ACCESS_DENIED, {ERROR_ACCESS_DENIED, ERROR_PRIVILEGE_NOT_HELD}},
+    {IN_USE, {ERROR_SHARING_VIOLATION, ERROR_LOCK_VIOLATION, ERROR_BUSY, ERROR_DELETE_PENDING, ERROR_USER_MAPPED_FILE}},
+    {ALREADY_EXISTS, {ERROR_FILE_EXISTS, ERROR_ALREADY_EXISTS}},
+    {NOT_EMPTY, {ERROR_DIR_NOT_EMPTY}},
+    {DISK_FULL, {ERROR_DISK_FULL, ERROR_HANDLE_DISK_FULL, ERROR_FILE_TOO_LARGE, over_quota}},
+    {PATH_TOO_LONG, {ERROR_FILENAME_EXCED_RANGE, ERROR_BUFFER_OVERFLOW}},
+    {READ_ONLY, {ERROR_WRITE_PROTECT}},
+    {OUT_OF_MEMORY, {ERROR_NOT_ENOUGH_MEMORY, ERROR_OUTOFMEMORY, ERROR_NO_SYSTEM_RESOURCES, ERROR_COMMITMENT_LIMIT}},
+    {TOO_MANY_FILES, {ERROR_TOO_MANY_OPEN_FILES}},
+    {IO,
+     {ERROR_CRC, ERROR_READ_FAULT, ERROR_WRITE_FAULT, ERROR_IO_DEVICE, ERROR_SECTOR_NOT_FOUND, ERROR_FILE_CORRUPT,
+      ERROR_DISK_CORRUPT}},
+    {INVALID_HANDLE, {ERROR_INVALID_HANDLE}},
+    {ABORTED, {ERROR_OPERATION_ABORTED}},
+};
+
+}  // namespace
+
+Failure failure_of(std::uint32_t os_code) {
+    for (const auto& [failure, codes] : meanings)
+        if (std::ranges::find(codes, os_code) != codes.end()) return failure;
+    return OTHER;
+}
+
+bool fail_os(std::uint32_t os_code) { return fail(failure_of(os_code), static_cast<std::int32_t>(os_code)); }
+
+bool fail_last() { return fail_os(GetLastError()); }
+
+std::int64_t now_utc() {
+    FILETIME now{};
+    GetSystemTimePreciseAsFileTime(&now);
+    return to_file_time(now);
+}
+
+// By the rule of that year; by the present one where the system keeps no other.
+LocalOffset local_offset_at(std::int64_t utc) {
+    constexpr std::int64_t ticks_per_minute = 60 * ticks_per_second;
+    constexpr WORD first_year = 1601;  // what the system's calendar form can hold
+    const FILETIME time = from_file_time(utc);
+    SYSTEMTIME universal{};
+    const bool has_system_form = utc >= 0 && FileTimeToSystemTime(&time, &universal);
+    TIME_ZONE_INFORMATION zone{};
+    const WORD year = has_system_form ? universal.wYear : first_year;
+    if (!GetTimeZoneInformationForYear(year, nullptr, &zone)) GetTimeZoneInformation(&zone);
+    const std::int64_t standard = -ticks_per_minute * (zone.Bias + zone.StandardBias);
+    SYSTEMTIME local{};
+    FILETIME local_time{};
+    if (!has_system_form || !SystemTimeToTzSpecificLocalTime(&zone, &universal, &local) ||
+        !SystemTimeToFileTime(&local, &local_time)) {
+        return {.ticks = standard};
+    }
+    const std::int64_t ticks = to_file_time(local_time) - utc;
+    return {.ticks = ticks, .is_summer = ticks != standard};
+}
+
+}  // namespace platform
