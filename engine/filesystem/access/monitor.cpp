@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 
 namespace fs {
 namespace {

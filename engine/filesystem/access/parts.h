@@ -10,8 +10,8 @@
 
 #include <engine/filesystem/access/open.h>
 
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/file_ptr.h"
-#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/contract/name_list.h"
 #include "engine/filesystem/contract/write_all.h"

@@ -17,8 +17,7 @@
 #include <engine/filesystem/access/open.h>
 
 #include "engine/filesystem/containers/zip_output.h"
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
 

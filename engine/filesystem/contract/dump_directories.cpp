@@ -5,7 +5,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/log/message.h"
 
 namespace {

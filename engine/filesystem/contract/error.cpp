@@ -1,4 +1,4 @@
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 
 #include <array>
 #include <iterator>

@@ -4,7 +4,7 @@
 
 #include <engine/filesystem/contract/replacing_file.h>
 
-#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/error.h"
 
 namespace {
 

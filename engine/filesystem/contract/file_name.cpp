@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/platform/bounded_text.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/platform/directories.h"
 
 namespace fs {

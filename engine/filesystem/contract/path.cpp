@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/normalize.h"
 
 // A path never throws and never holds half of what it was given: without memory both parts are empty, so that no

@@ -1,6 +1,6 @@
 #include "engine/filesystem/contract/write_all.h"
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 
 namespace fs {
 

@@ -11,7 +11,7 @@
 #include <engine/filesystem/access/open.h>
 
 #include "engine/filesystem/access/notify_monitor.h"
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/handles/async_file.h"
 #include "engine/filesystem/handles/gzip_file.h"

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <utility>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/platform/never_destroyed.h"
 
 // What is asked of the loader from outside. schedule.cpp has the order, service.cpp a load's way, staff.cpp the threads.

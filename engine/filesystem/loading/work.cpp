@@ -9,7 +9,7 @@
 #include "engine/filesystem/access/open_pinned.h"
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/platform/memory.h"
 
 // A file below whole_limit is read by one call, which is what decoders do fastest; a longer one in steps, so that cancelling

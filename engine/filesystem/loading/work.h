@@ -7,8 +7,8 @@
 #include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/loading.h>
 
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/file_ptr.h"
-#include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/registry/pins.h"
 
 namespace fs {

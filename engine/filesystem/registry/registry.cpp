@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/registry/prefixed_names.h"
 #include "engine/kernel/text.h"

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/holders.h"

@@ -12,7 +12,7 @@
 #include <engine/filesystem/contract/placed_source.h>
 #include <engine/filesystem/contract/whole_names.h>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/contract/name_list.h"
 #include "engine/filesystem/contract/native_path.h"

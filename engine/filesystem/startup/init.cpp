@@ -8,7 +8,7 @@
 #include <engine/filesystem/sources/directory.h>
 #include <engine/filesystem/sources/fallback.h>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/handles/queue_slots.h"
 #include "engine/filesystem/loading/control.h"

@@ -12,7 +12,7 @@
 #include <engine/filesystem/sources/pack.h>
 
 #include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/normalize.h"

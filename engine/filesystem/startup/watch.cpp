@@ -6,7 +6,7 @@
 #include <engine/filesystem/contract/followed_source.h>
 
 #include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/startup/prepared_path.h"
 #include "engine/filesystem/watch/watching.h"

@@ -4,7 +4,7 @@
 #include <limits>
 #include <memory>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/kernel/format.h"
 
 namespace fs {

@@ -6,7 +6,7 @@
 #include <engine/filesystem/registry.h>
 #include <engine/filesystem/startup/crash.h>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/log/recent.h"
 #include "engine/filesystem/startup/crash/name.h"

@@ -12,8 +12,8 @@
 #include <engine/filesystem/contract.h>
 #include <engine/filesystem/registry.h>
 
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/file_ptr.h"
-#include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/handles/native_file.h"
 #include "engine/filesystem/log/sinks.h"
 #include "engine/platform/files.h"

@@ -1,11 +1,17 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <new>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 #include <engine/filesystem/contract/error.h>
 
 #include "engine/platform/error.h"
+
+// How a failure becomes the thread's last error, and how it leaves an exported function.
 
 namespace fs {
 
@@ -21,6 +27,14 @@ EFSError::TYPE error_from_platform(platform::Failure failure);
 bool refuse(EFSError::TYPE code, const char* path, const char* text) noexcept;
 /// The same with what the seam's latest failure tells.
 bool refuse_by_disk(const char* path, const char* action);
+
+inline constexpr std::uint64_t failed_size = UINT64_MAX;
+/// set_error, and all bits set: the same for what answers a size.
+inline std::uint64_t fail(EFSError::TYPE code, const char* text, const char* path = "") noexcept {
+    set_error(code, path, text);
+    return failed_size;
+}
+inline std::uint64_t not_open() { return fail(EFSError::INVALID_ARGUMENT, "The stream is not open."); }
 
 /// Spans a walk over sources of which each may fail in its own way. Within it a NOT_FOUND does not take the place of a
 /// failure that says more: that one source was in use is why the open failed, not that the next one lacks the name.
@@ -62,5 +76,36 @@ public:
     ErrorKeeper(const ErrorKeeper&) = delete;
     ErrorKeeper& operator=(const ErrorKeeper&) = delete;
 };
+
+/// Thrown by what has stored the thread's failure already: guarded answers and leaves the reason as it is.
+struct StoredFailure {};
+
+/// The boundary of an exported function: what `work()` answers, or `failure`, with the thread's failure set, when an
+/// exception ends it. The one place that turns missing memory into an answer; inside, code simply throws.
+/// `work` commits nothing before the last step that can throw, so that what fails leaves things as they were.
+template <typename Result, typename Work>
+Result guarded(const char* path, Result failure, Work&& work) noexcept {
+    try {
+        return std::forward<Work>(work)();
+    } catch (const StoredFailure&) {
+        return failure;
+    } catch (const std::bad_alloc&) {
+        set_error(EFSError::OUT_OF_MEMORY, path, "There is not enough memory.");
+    } catch (const std::length_error&) {
+        set_error(EFSError::TOO_LARGE, path, "This is longer than memory can hold.");
+    } catch (...) {  // a caller's own source or callback
+        set_error(EFSError::IO, path, "A source or callback of the host ended with an exception.");
+    }
+    return failure;
+}
+
+/// The same for functions without a result.
+template <typename Work>
+void guarded(const char* path, Work&& work) noexcept {
+    guarded(path, false, [&] {
+        std::forward<Work>(work)();
+        return true;
+    });
+}
 
 }  // namespace fs
