@@ -3,8 +3,7 @@
 #include <engine/filesystem/access/manage.h>
 
 #include "engine/filesystem/access/parts.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 
 // The cache directory is a place on the disk that need not lie below any source, so its directories are made and asked
 // for there.

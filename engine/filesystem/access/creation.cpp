@@ -1,5 +1,5 @@
 #include "engine/filesystem/access/parts.h"
-#include "engine/filesystem/contract/native_path.h"
+#include "engine/filesystem/contract/path.h"
 
 // Who makes what is not there yet, and where.
 

@@ -3,7 +3,7 @@
 #include <engine/filesystem/access/search.h>
 
 #include "engine/filesystem/access/parts.h"
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/log/message.h"
 
 namespace fs {

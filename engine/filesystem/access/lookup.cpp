@@ -3,7 +3,7 @@
 #include <engine/filesystem/contract/native_source.h>
 
 #include "engine/filesystem/access/parts.h"
-#include "engine/filesystem/contract/native_path.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/files.h"
 

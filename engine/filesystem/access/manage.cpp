@@ -4,8 +4,7 @@
 
 #include <engine/filesystem/contract/native_source.h>
 #include "engine/filesystem/access/parts.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/platform/files.h"
 
 // What changes names: directories made, files and directories removed, files renamed. Each finds its source in asking

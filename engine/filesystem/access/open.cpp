@@ -9,8 +9,8 @@
 #include "engine/filesystem/access/open_pinned.h"
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/open_rules.h"
+#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/platform/files.h"
 
 // Opening by name. A name is put into normal form once and then asked of the sources in their order.

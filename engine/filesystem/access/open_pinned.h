@@ -2,7 +2,7 @@
 
 #include <engine/filesystem/contract/flags.h>
 
-#include "engine/filesystem/contract/file_ptr.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/registry/pins.h"
 
 namespace fs {

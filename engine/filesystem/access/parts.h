@@ -11,10 +11,9 @@
 #include <engine/filesystem/access/open.h>
 
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file_ptr.h"
-#include "engine/filesystem/contract/lookup_name.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/contract/name_list.h"
-#include "engine/filesystem/contract/write_all.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/registry/holders.h"
 
 // What the files of this room share. All of it throws std::bad_alloc for want of memory; exported functions guard.

@@ -4,8 +4,7 @@
 
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 
 namespace fs {
 

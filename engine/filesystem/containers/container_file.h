@@ -6,7 +6,7 @@
 
 #include <engine/filesystem/contract/file.h>
 
-#include "engine/filesystem/contract/file_ptr.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/platform/lock.h"
 
 class Win32FileHandle;

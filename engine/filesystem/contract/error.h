@@ -4,7 +4,7 @@
 #include <memory>
 #include <new>
 #include <stdexcept>
-#include <string>
+#include <string_view>
 #include <utility>
 
 #include <engine/filesystem/contract/error.h>
@@ -16,21 +16,20 @@
 namespace fs {
 
 /// Stores the calling thread's failure. Only failing paths call these, so that good ones pay nothing.
-void set_error(EFSError::TYPE code, const char* path, std::string text, std::int32_t os_code = 0);
-/// The same for words that are known beforehand; never throws.
-void set_error(EFSError::TYPE code, const char* path, const char* text, std::int32_t os_code = 0) noexcept;
+/// The words may be lost for want of memory; that there was a failure, and of which kind, is not.
+void set_error(EFSError::TYPE code, const char* path, std::string_view text, std::int32_t os_code = 0) noexcept;
 /// The same from the seam's own account of what went wrong; `action` is a phrase like "cannot be opened".
-void set_error_from_platform(const char* path, const char* action, const platform::Error& error);
+void set_error_from_platform(const char* path, std::string_view action, const platform::Error& error) noexcept;
 EFSError::TYPE error_from_platform(platform::Failure failure);
 
 /// set_error, and false: a refusal in one line.
-bool refuse(EFSError::TYPE code, const char* path, const char* text) noexcept;
+bool refuse(EFSError::TYPE code, const char* path, std::string_view text) noexcept;
 /// The same with what the seam's latest failure tells.
-bool refuse_by_disk(const char* path, const char* action);
+bool refuse_by_disk(const char* path, std::string_view action) noexcept;
 
 inline constexpr std::uint64_t failed_size = UINT64_MAX;
 /// set_error, and all bits set: the same for what answers a size.
-inline std::uint64_t fail(EFSError::TYPE code, const char* text, const char* path = "") noexcept {
+inline std::uint64_t fail(EFSError::TYPE code, std::string_view text, const char* path = "") noexcept {
     set_error(code, path, text);
     return failed_size;
 }
@@ -47,23 +46,21 @@ public:
     ErrorScope& operator=(const ErrorScope&) = delete;
 
     /// Whether a failure was stored since the scope began.
-    bool has_error() const { return state_.found; }
+    bool has_error() const { return found_; }
     /// Puts back what was stored before the scope began.
     void forget();
-
-    struct State {
-        State* outer;  // of the scope around this one
-        bool found = false;
-        std::unique_ptr<SFsError> before;  // once found: what was stored when the scope began
-    };
+    /// A failure is about to be stored: before the first one the scope keeps what that takes the place of.
+    void note();
 
 private:
-    State state_;
+    ErrorScope* const outer_;  // the scope around this one
+    bool found_ = false;
+    std::unique_ptr<SFsError> before_;  // once found: what was stored when the scope began
 };
 
 /// Stores a failure unless one that says more was stored since `scope` began; false.
 inline bool fail_unless_told(const ErrorScope& scope, EFSError::TYPE code, const char* path,
-                             const char* text) noexcept {
+                             std::string_view text) noexcept {
     return !scope.has_error() && refuse(code, path, text);
 }
 

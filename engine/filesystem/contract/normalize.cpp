@@ -1,4 +1,4 @@
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 
 #include <cstring>
 
@@ -150,14 +150,13 @@ private:
 
 }  // namespace
 
-Normalized normalize(char* out, const char* in, std::size_t length, bool keep_case) {
-    Normalized result;
-    if (is_plain(in, length)) {
-        copy_plain(out, in, length, keep_case);
-        out[length] = '\0';
-        result.length = length;
+Normalized normalize(char* out, std::string_view in, bool keep_case) {
+    Normalized result{.length = in.size()};
+    if (is_plain(in.data(), in.size())) {
+        copy_plain(out, in.data(), in.size(), keep_case);
+        out[in.size()] = '\0';
     } else {
-        result.length = Rule(out, in, keep_case).apply();
+        result.length = Rule(out, in.data(), keep_case).apply();
         result.has_colon = std::memchr(out, ':', result.length) != nullptr;
     }
     result.split = std::string_view(out, result.length).rfind('/') + 1;  // 0 when there is none
@@ -183,7 +182,7 @@ NormalText::NormalText(const char* path, bool keep_case) {
         heap_ = std::make_unique<char[]>(length + 1);
         text_ = heap_.get();
     }
-    length_ = normalize(text_, path, length, keep_case).length;
+    length_ = normalize(text_, {path, length}, keep_case).length;
 }
 
 void NormalText::drop_trailing_slash() {

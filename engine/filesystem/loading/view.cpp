@@ -7,7 +7,7 @@
 
 #include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file_ptr.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/loading/work.h"
 
 // A view keeps its file open, and with it whatever the bytes lie in: the mapping, or the pack in memory.

@@ -8,7 +8,7 @@
 #include <engine/filesystem/loading.h>
 
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file_ptr.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/registry/pins.h"
 
 namespace fs {

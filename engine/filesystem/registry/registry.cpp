@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/open_rules.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/registry/prefixed_names.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/never_destroyed.h"

@@ -5,8 +5,8 @@
 #include <typeinfo>
 
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/open_rules.h"
+#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/handles/native_open.h"
 #include "engine/filesystem/sources/paths.h"
 #include "engine/platform/directories.h"

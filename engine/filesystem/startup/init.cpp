@@ -9,7 +9,7 @@
 #include <engine/filesystem/sources/fallback.h>
 
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/lookup_name.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/handles/queue_slots.h"
 #include "engine/filesystem/loading/control.h"
 #include "engine/filesystem/log/message.h"

@@ -13,9 +13,7 @@
 
 #include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/lookup_name.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/directory/mount/store.h"

@@ -3,8 +3,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "engine/filesystem/contract/lookup_name.h"
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/platform/directories.h"
 
 namespace fs {

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/open_rules.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/handles/native_open.h"
 #include "engine/platform/files.h"
 

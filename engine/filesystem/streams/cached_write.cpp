@@ -6,7 +6,7 @@
 #include <engine/filesystem/streams/cached.h>
 
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/write_all.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/streams/image_block.h"
 
 namespace fs {

@@ -3,8 +3,7 @@
 #include <engine/filesystem/sources/directory.h>
 
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/sources/directory/mount/state.h"
 #include "engine/platform/directories.h"
 

@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/formats/inflate.h"
 #include "engine/platform/lock.h"
 

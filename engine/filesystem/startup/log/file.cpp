@@ -13,7 +13,7 @@
 #include <engine/filesystem/registry.h>
 
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file_ptr.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/handles/native_file.h"
 #include "engine/filesystem/log/sinks.h"
 #include "engine/platform/files.h"

@@ -4,8 +4,7 @@
 #include <cstring>
 
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/kernel/text.h"
 
