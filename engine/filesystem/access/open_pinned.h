@@ -3,7 +3,7 @@
 #include <engine/filesystem/contract/flags.h>
 
 #include "engine/filesystem/contract/file.h"
-#include "engine/filesystem/registry/pins.h"
+#include "engine/filesystem/registry/registry.h"
 
 namespace fs {
 

@@ -9,7 +9,7 @@
 
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/file.h"
-#include "engine/filesystem/registry/pins.h"
+#include "engine/filesystem/registry/registry.h"
 
 namespace fs {
 

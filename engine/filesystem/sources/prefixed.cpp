@@ -16,7 +16,7 @@
 #include "engine/filesystem/contract/name_list.h"
 #include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/registry/holders.h"
-#include "engine/filesystem/registry/prefixed_names.h"
+#include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/paths.h"
 #include "engine/filesystem/watch/follower.h"
 #include "engine/kernel/text.h"

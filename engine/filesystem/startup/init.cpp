@@ -70,8 +70,6 @@ PreparedPath prepare_directory(const char* path) {
     return prepared;
 }
 
-static_assert(registry::cache_dir_capacity >= path_capacity);
-
 enum class Started : std::uint8_t { YES, NO, UNMOUNTABLE };
 
 Started try_to_start(const init_options& options) {

@@ -5,7 +5,7 @@
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/registry/holders.h"
-#include "engine/filesystem/registry/prefixed_names.h"
+#include "engine/filesystem/registry/registry.h"
 
 namespace fs {
 
