@@ -52,8 +52,7 @@ char* write(char* out, std::string_view text) {
 }
 
 fs::string to_string(std::string_view text) {
-    return guarded(nullptr, fs::string(),
-                   [text] { return text.size() < path_capacity ? fs::string(text) : fs::string(); });
+    return guarded(nullptr, fs::string(), [text] { return fs::string(text.size() < path_capacity ? text : ""); });
 }
 
 std::string_view text_of(const char* text) { return text != nullptr ? text : ""; }

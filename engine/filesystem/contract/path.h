@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -23,26 +22,24 @@ struct Normalized {
 /// fs::path_normalize with its by-products, of a text that is terminated. `out` may be `in`.
 Normalized normalize(char* out, std::string_view in, bool keep_case);
 
-/// A path in normal form, in place while it is no longer than the system could hold. Null is the empty path. Throws
-/// std::bad_alloc.
+/// A path in normal form. Null is the empty path. Throws std::bad_alloc.
 class NormalText {
 public:
-    NormalText(const char* path, bool keep_case);
-    NormalText(const NormalText&) = delete;
-    NormalText& operator=(const NormalText&) = delete;
+    NormalText(const char* path, bool keep_case) : text_(path != nullptr ? path : "") {
+        text_.resize(normalize(text_.data(), text_, keep_case).length);
+    }
 
-    const char* c_str() const { return text_; }
-    std::string_view view() const { return {text_, length_}; }
-    bool empty() const { return length_ == 0; }
-    void drop_trailing_slash();
+    const char* c_str() const { return text_.c_str(); }
+    std::string_view view() const { return text_; }
+    bool empty() const { return text_.empty(); }
+    void drop_trailing_slash() {
+        if (view().ends_with('/')) text_.pop_back();
+    }
     /// Whether it names nothing below a source: empty, or separators alone.
     bool names_nothing() const { return view().find_first_not_of('/') == std::string_view::npos; }
 
 private:
-    char inline_[path_capacity];
-    std::unique_ptr<char[]> heap_;
-    char* text_ = inline_;
-    std::size_t length_ = 0;
+    std::string text_;
 };
 
 /// ASCII letters in lower case; other bytes stay.
