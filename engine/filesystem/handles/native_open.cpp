@@ -10,7 +10,7 @@
 
 #include <engine/filesystem/access/open.h>
 
-#include "engine/filesystem/access/notify_monitor.h"
+#include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/handles/async_file.h"

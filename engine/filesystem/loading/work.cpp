@@ -6,7 +6,6 @@
 #include <new>
 #include <utility>
 
-#include "engine/filesystem/access/open_pinned.h"
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/error.h"

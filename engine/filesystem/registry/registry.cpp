@@ -8,6 +8,7 @@
 
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
@@ -248,6 +249,10 @@ void destroy_all() {
     }
     for (const auto& source : sources) wait_for_pins(*source);
     if (fallback != nullptr) wait_for_pins(*fallback);
+}
+
+void prepare_directory(const fs::path& file, fs::dir& out) {
+    if (out.add_path(lower_case(file).PathName()) == nullptr) throw std::bad_alloc();
 }
 
 std::vector<std::string> indexed_directories(std::string_view dir) {

@@ -145,6 +145,8 @@ CFSSource* creator(std::string_view directory);
 /// Makes the index anew from the trees of all indexed sources in asking order.
 void rebuild_index();
 
+/// The directory of a file that is about to be made, for the index to take over when it is there.
+void prepare_directory(const fs::path& file, fs::dir& out);
 /// The directories of the index at and below `dir`, each behind the one that it lies in.
 std::vector<std::string> indexed_directories(std::string_view dir);
 /// Takes those of `directories` out of the index that no indexed source has any more. Never throws.
