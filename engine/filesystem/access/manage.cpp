@@ -81,6 +81,15 @@ bool rename_held(const fs::path& from, fs::path to, const char* path) {
     return renamed;
 }
 
+/// Makes a directory of the disk, `native`, which ends in "/", with those above it. False, with the failure stored, when
+/// that cannot be done.
+bool make_native_directory(std::string native, const char* path) {
+    if (!create_directories(native)) return false;
+    native.pop_back();
+    return is_native_directory(native.c_str()) ||
+           refuse(EFSError::ALREADY_EXISTS, path, "What bears this name is no directory.");
+}
+
 bool make_directory(fs::path directory, const char* path) {
     const fs::path asked = lower_case(directory);
     CFSSource* const creator = creator_of(registry::Concerned(asked), directory);
@@ -135,13 +144,6 @@ bool may_create(CFSSource* creator, const char* path) {
     }
     if (creator->writable()) return true;
     return refuse(EFSError::READ_ONLY, path, "The source that would make this cannot be written.");
-}
-
-bool make_native_directory(std::string native, const char* path) {
-    if (!create_directories(native)) return false;
-    native.pop_back();
-    return is_native_directory(native.c_str()) ||
-           refuse(EFSError::ALREADY_EXISTS, path, "What bears this name is no directory.");
 }
 
 bool mkdir(const char* path) {

@@ -46,9 +46,6 @@ Result with_holder(const char* path, Match match, Result missing, Use use) {
 CFSSource* creator_of(const registry::Concerned& concerned, fs::path& name);
 /// Whether `creator` (null: nobody) takes new names; otherwise the failure is stored.
 bool may_create(CFSSource* creator, const char* path);
-/// Makes a directory of the disk, `native`, which ends in "/", with those above it. False, with the failure stored, when
-/// that cannot be done.
-bool make_native_directory(std::string native, const char* path);
 
 inline constexpr std::uint64_t no_length = ~std::uint64_t{0};
 /// The file's length; no_length, with the failure stored, when it does not tell.

@@ -17,7 +17,6 @@
 #include <span>
 #include <string_view>
 
-#include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/log/sinks.h"
 #include "engine/platform/clock.h"
 #include "engine/platform/process.h"
@@ -26,23 +25,15 @@ namespace logging {
 
 namespace {
 
+using LineWords = std::array<std::uint64_t, sizeof(LineState) / 8>;
+constinit std::atomic<std::uint64_t> line_words[LineWords().size()];
+
 constexpr std::size_t message_limit = 65536;
 /// No header is longer: a position longer than its share is cut.
 constexpr std::size_t position_limit = 1024;
 constexpr std::size_t header_limit = position_limit + 64;
 /// Room in which every message can be written: the limit is looked at before a header, not after it.
 constexpr std::size_t output_capacity = message_limit + header_limit + 8;
-
-/// What one message leaves for the next.
-struct LineState {
-    CategoryKey category;
-    std::uint32_t level = 0;
-    std::uint32_t widest_header = 0;
-    std::uint64_t is_open = 0;  // the line; 0 or 1
-};
-
-using LineWords = std::array<std::uint64_t, sizeof(LineState) / 8>;
-constinit std::atomic<std::uint64_t> line_words[LineWords().size()];
 
 constexpr std::array<char, 256> label_table = [] {
     std::array<char, 256> table{};
@@ -106,18 +97,6 @@ char* put_position(char* out, const char* file, int line) {
     *out++ = '(';
     out = std::to_chars(out, out + 12, line).ptr;
     return put_text(out, "): ");
-}
-
-/// Any thread, and nobody waits: a state that two threads store at once may be mixed of both.
-LineState load_line_state() {
-    LineWords words;
-    for (std::size_t i = 0; i < words.size(); ++i) words[i] = line_words[i].load(std::memory_order_relaxed);
-    return std::bit_cast<LineState>(words);
-}
-
-void store_line_state(const LineState& line) {
-    const auto words = std::bit_cast<LineWords>(line);
-    for (std::size_t i = 0; i < words.size(); ++i) line_words[i].store(words[i], std::memory_order_relaxed);
 }
 
 /// Lays out the text of a message in lines with their headers, behind the line that `line` tells of, and brings that
@@ -236,6 +215,17 @@ template <std::size_t text_capacity, std::size_t line_capacity>
 }
 
 }  // namespace
+
+LineState load_line_state() {
+    LineWords words;
+    for (std::size_t i = 0; i < words.size(); ++i) words[i] = line_words[i].load(std::memory_order_relaxed);
+    return std::bit_cast<LineState>(words);
+}
+
+void store_line_state(const LineState& line) {
+    const auto words = std::bit_cast<LineWords>(line);
+    for (std::size_t i = 0; i < words.size(); ++i) line_words[i].store(words[i], std::memory_order_relaxed);
+}
 
 }  // namespace logging
 

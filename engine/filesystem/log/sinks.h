@@ -7,8 +7,10 @@
 
 #include <engine/filesystem/log.h>
 
-// Where finished output goes. The crash start-up, which stands far above the log core, opens the log file: it is reached
-// through what it installs here.
+#include "engine/filesystem/log/levels.h"
+
+// What the log core keeps, and where finished output goes. The crash start-up, which stands far above the log core, opens
+// the log file: it is reached through what it installs here.
 
 namespace logging {
 
@@ -22,7 +24,18 @@ struct Message {
     CLLineMode::ENUM mode;
 };
 
-/// The phases of the log's start; drawn in startup/log/start.cpp.
+/// What one message leaves for the next.
+struct LineState {
+    CategoryKey category;
+    std::uint32_t level = 0;
+    std::uint32_t widest_header = 0;
+    std::uint64_t is_open = 0;  // the line; 0 or 1
+};
+/// Any thread, and nobody waits: a state that two threads store at once may be mixed of both.
+LineState load_line_state();
+void store_line_state(const LineState& line);
+
+/// The phases of the log's start; drawn in startup/log_start.cpp.
 enum class StartUp : std::uint32_t {
     NOT_STARTED = 0,
     STARTED = 1,  // switches and configuration read, no log file yet
