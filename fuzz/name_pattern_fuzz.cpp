@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "engine/filesystem/contract/name_list.h"
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 
 namespace {
 

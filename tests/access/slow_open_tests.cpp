@@ -6,7 +6,7 @@
 #include <future>
 #include <thread>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/registry/registry.h"
 #include "tests/access/kit.h"
 

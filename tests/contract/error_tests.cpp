@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <stdexcept>
 #include <string>
+#include <system_error>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 
 namespace {
 
@@ -32,6 +35,18 @@ TEST(ErrorScope, ANameNotFoundDoesNotHideABetterReason) {
         outer.forget();
     }
     EXPECT_EQ(fs::last_error().path, "d");
+}
+
+TEST(Guarded, TellsWhichExceptionEndedTheCall) {
+    const std::pair<std::function<void()>, EFSError::TYPE> rows[] = {
+        {[] { throw std::bad_alloc(); }, EFSError::OUT_OF_MEMORY},
+        {[] { throw std::length_error("long"); }, EFSError::TOO_LARGE},
+        // It was taken for a lack of memory; what a host's source throws over std::filesystem is one.
+        {[] { throw std::system_error(std::make_error_code(std::errc::io_error)); }, EFSError::IO}};
+    for (const auto& [work, code] : rows) {
+        fs::guarded("x", work);
+        EXPECT_EQ(fs::last_error().code, code);
+    }
 }
 
 }  // namespace

@@ -11,7 +11,7 @@
 #include <thread>
 #include <utility>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 
 // What each family must keep when any single step of it fails: an answer of true is the whole truth, and what failed
 // left the old data whole.

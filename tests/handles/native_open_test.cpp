@@ -1,6 +1,6 @@
 #include <optional>
 
-#include "engine/filesystem/contract/file_ptr.h"
+#include "engine/filesystem/contract/file.h"
 #include "tests/sources/kit.h"
 #include "tests/support/failure.h"
 

@@ -6,7 +6,7 @@
 #include <thread>
 #include <tuple>
 
-#include "engine/filesystem/contract/file_ptr.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/handles/queue_slots.h"
 #include "engine/filesystem/handles/request.h"
 #include "tests/sources/kit.h"

@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "engine/filesystem/log/message.h"
-#include "engine/filesystem/log/recent.h"
+#include "engine/filesystem/log/sinks.h"
 #include "tests/log/log_fixture.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <engine/filesystem/contract.h>
 #include <engine/kernel/multithreading.h>
 
-#include "engine/filesystem/startup/log/switches.h"
+#include "engine/filesystem/startup/crash.h"
 #include "engine/platform/process.h"
 #include "tests/startup/child.h"
 #include "tests/support/run_together.h"

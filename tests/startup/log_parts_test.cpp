@@ -1,9 +1,7 @@
 #include <engine/filesystem/startup/crash.h>
 
 #include "engine/filesystem/log/levels.h"
-#include "engine/filesystem/startup/crash/name.h"
-#include "engine/filesystem/startup/log/config.h"
-#include "engine/filesystem/startup/log/switches.h"
+#include "engine/filesystem/startup/crash.h"
 #include "engine/platform/process.h"
 #include "tests/log/log_fixture.h"
 

@@ -12,7 +12,7 @@
 #include <engine/filesystem/access.h>
 #include <engine/filesystem/registry.h>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"

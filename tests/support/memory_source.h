@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/name_list.h"
-#include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/registry/registry.h"
 
 namespace test {

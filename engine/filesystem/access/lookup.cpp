@@ -1,18 +1,18 @@
-#include <engine/filesystem/access/open.h>
+#include <cstdio>
 
+#include <engine/filesystem/access/manage.h>
 #include <engine/filesystem/contract/native_source.h>
 
 #include "engine/filesystem/access/parts.h"
-#include "engine/filesystem/contract/native_path.h"
+#include "engine/platform/clock.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/files.h"
+
+// What is told of a file, and set on it, by its name: whether there is one, where it lies, its time and its marks.
 
 namespace fs {
 
 namespace {
-
-using registry::Match;
-using registry::SharedGuard;
 
 using NativeText = char[platform::path_buffer_size];
 
@@ -39,6 +39,16 @@ fs::string answer_of(const char* path, void (CFSSource::*question)(fs::path& out
         fs::path out;
         (source.*question)(out, name);
         return full_name(out);
+    });
+}
+
+constexpr int last_calendar_year = 9999;
+
+bool set_read_only(const char* path, bool on) {
+    return with_holder(path, Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
+        const ErrorScope scope;
+        return source.set_read_only(name, on) ||
+               fail_unless_told(scope, EFSError::ACCESS_DENIED, path, "The source keeps no read-only attribute.");
     });
 }
 
@@ -73,26 +83,96 @@ bool native_path(const char* path, fs::string& out) {
         ErrorScope scope;
         const fs::path name = lookup_name(path);
         const SharedGuard guard;
-        const registry::Concerned concerned(name);
         NativeText found = "";
         Place place = Place::ELSEWHERE;
-        registry::first_source([&](CFSSource& source) {
-            if (!name.Empty() && concerned(source)) place = place_in(source, name, found);
+        registry::first_concerned(name, [&](CFSSource& source) {
+            place = place_in(source, name, found);
             return place != Place::ELSEWHERE;
         });
-        if (place == Place::ON_DISK) {
-            out = found;
-            scope.forget();
-        }
-        if (place == Place::NOT_ON_DISK) {
-            set_error(EFSError::UNSUPPORTED, path, "The file lies in a pack or in memory and has no path on the disk.");
-        }
+        if (place == Place::NOT_ON_DISK)
+            return refuse(EFSError::UNSUPPORTED, path,
+                          "The file lies in a pack or in memory and has no path on the disk.");
         if (place == Place::ELSEWHERE)
-            fail_unless_told(scope, EFSError::NOT_FOUND, path, "No source holds a file of this name.");
-        return place == Place::ON_DISK;
+            return fail_unless_told(scope, EFSError::NOT_FOUND, path, "No source holds a file of this name.");
+        out = found;
+        scope.forget();
+        return true;
     });
 }
 
 void precache_file(const char* path) { full_path(path); }
+
+int compare_time(std::int64_t a, std::int64_t b, std::uint32_t tolerance_ms) {
+    const std::uint64_t tolerance = static_cast<std::uint64_t>(tolerance_ms * platform::ticks_per_ms);
+    const auto first = static_cast<std::uint64_t>(a);
+    const auto second = static_cast<std::uint64_t>(b);
+    if (a >= b) return first - second > tolerance ? 1 : 0;
+    return second - first > tolerance ? -1 : 0;
+}
+
+std::int64_t write_time(const char* path) {
+    return with_holder(path, Match::AS_SOURCE_DOES, std::int64_t{-1}, &CFSSource::write_time);
+}
+
+bool set_write_time(const char* path, std::int64_t time) {
+    return with_holder(path, Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
+        const ErrorScope scope;
+        return source.set_write_time(name, time) ||
+               fail_unless_told(scope, EFSError::ACCESS_DENIED, path, "The source did not set the time.");
+    });
+}
+
+fs::string get_time_as_str(std::int64_t time) {
+    return guarded(nullptr, fs::string(), [&]() -> fs::string {
+        if (time < 0) return {};
+        const platform::CalendarTime at = platform::to_calendar(time);
+        if (at.year > last_calendar_year) return {};
+        char text[32];
+        std::snprintf(text, sizeof(text), "%04d-%02d-%02d %02d:%02d:%02d", at.year, at.month, at.day, at.hour,
+                      at.minute, at.second);
+        return text;
+    });
+}
+
+bool is_protected(const char* path) {
+    return with_holder(path, Match::AS_SOURCE_DOES, false,
+                       [](CFSSource& source, const fs::path&) { return source.is_protected(); });
+}
+
+bool read_only(const char* path) { return with_holder(path, Match::AS_SOURCE_DOES, false, &CFSSource::read_only); }
+
+bool read_only_set(const char* path) { return set_read_only(path, true); }
+bool read_only_remove(const char* path) { return set_read_only(path, false); }
+
+void mark_installed(const char* path, bool on) {
+    guarded(path, [&] {
+        const fs::path name = lookup_name(path);
+        const ExclusiveGuard guard;
+        registry::first_concerned(name, [&](CFSSource& source) { return source.mark_installed(name, on), false; });
+    });
+}
+
+void mark_installed(bool on) {
+    guarded(nullptr, [&] {
+        const ExclusiveGuard guard;
+        registry::for_each_source([&](CFSSource& source) { source.mark_installed_all(on); });
+    });
+}
+
+bool is_installed(const char* path) {
+    constexpr int known_not_installed = 1;
+    constexpr int known_installed = 2;
+    return guarded(path, false, [&] {
+        const fs::path name = lookup_name(path);
+        const SharedGuard guard;
+        bool installed = true;
+        const CFSSource* const certain = registry::first_concerned(name, [&](CFSSource& source) {
+            const int answer = source.is_installed(name);
+            if (answer == known_not_installed) installed = false;
+            return answer == known_installed;
+        });
+        return certain != nullptr || installed;
+    });
+}
 
 }  // namespace fs

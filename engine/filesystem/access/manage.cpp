@@ -1,23 +1,20 @@
 #include <engine/filesystem/access/manage.h>
 
-#include <cstring>
-
 #include <engine/filesystem/contract/native_source.h>
+
 #include "engine/filesystem/access/parts.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
 #include "engine/platform/files.h"
 
 // What changes names: directories made, files and directories removed, files renamed. Each finds its source in asking
 // order, by names taken whole, and changes it under the exclusive lock, since tables and the index follow. An empty path
 // and one that climbs above its source name nothing that may be changed.
+//
+// The cache directory is a place on the disk that need not lie below any source, so its directories are made and asked
+// for there.
 
 namespace fs {
 
 namespace {
-
-using registry::ExclusiveGuard;
-using registry::Match;
 
 /// False, with the failure stored, for a path that may not be changed.
 bool may_change(const NormalText& name, const char* path) {
@@ -77,11 +74,20 @@ bool rename_held(const fs::path& from, fs::path to, const char* path) {
         return refuse(EFSError::ALREADY_EXISTS, path, "A source holds a file of the new name already.");
     }
     fs::dir directory;
-    if (directory.add_path(lower_to.PathName()) == nullptr) throw std::bad_alloc();
+    registry::prepare_directory(lower_to, directory);
     auto* const native = dynamic_cast<NativeSource*>(holder);
     const bool renamed = native != nullptr ? native->rename_file(from, to) : rename_by_copy(*holder, from, to, path);
     if (renamed && !registry::is_fallback(holder)) registry::state().index.take_over(directory);
     return renamed;
+}
+
+/// Makes a directory of the disk, `native`, which ends in "/", with those above it. False, with the failure stored, when
+/// that cannot be done.
+bool make_native_directory(std::string native, const char* path) {
+    if (!create_directories(native)) return false;
+    native.pop_back();
+    return is_native_directory(native.c_str()) ||
+           refuse(EFSError::ALREADY_EXISTS, path, "What bears this name is no directory.");
 }
 
 bool make_directory(fs::path directory, const char* path) {
@@ -97,7 +103,48 @@ bool make_directory(fs::path directory, const char* path) {
            fail_unless_told(scope, EFSError::ACCESS_DENIED, path, "The source did not make the directory.");
 }
 
+/// The full path of a directory below the cache directory, with its "/"; "", with the failure stored, where there is none.
+std::string cache_path_of(const char* path) {
+    const std::string_view cache = registry::state().cache_dir;
+    const NormalText inner(path, true);
+    const NormalText whole(with_cache_directory(inner.c_str(), FFSOpenFlags::IN_CACHE_DIR).c_str(), true);
+    std::string full(whole.view());
+    if (!full.ends_with('/')) full += '/';
+    const char* const why = climbs(inner.view())            ? "The path climbs above the cache directory."
+                            : cache.empty() || cache == "/" ? "There is no cache directory."
+                            : full.size() > path_capacity   ? "The path of the directory is longer than 259 bytes."
+                                                            : nullptr;
+    if (why == nullptr) return full;
+    set_error(EFSError::INVALID_NAME, path, why);
+    return {};
+}
+
 }  // namespace
+
+std::string with_cache_directory(const char* path, FFSOpenFlags::FLAGS flags) {
+    std::string whole((flags & FFSOpenFlags::IN_CACHE_DIR) != 0 ? registry::state().cache_dir : "");
+    return whole.append(path != nullptr ? path : "");
+}
+
+CFSSource* creator_of(const registry::Concerned& concerned, fs::path& name) {
+    if (concerned.is_outside()) return registry::state().fallback.get();
+    CFSSource* const home = concerned.home();
+    if (home == nullptr) return registry::creator(name.PathNameView());
+    name = path_of(*registry::below_root(*home, name.PathNameView()), name.FileName(), name.IsLowercase());
+    return home;
+}
+
+bool may_create(CFSSource* creator, const char* path) {
+    if (creator == nullptr && registry::state().empty()) {
+        return refuse(EFSError::NOT_INITIALIZED, path, "No source is registered.");
+    }
+    if (creator == nullptr) {
+        return refuse(EFSError::ACCESS_DENIED, path,
+                      "The path lies in no mounted directory, and there is no fallback that would reach it.");
+    }
+    if (creator->writable()) return true;
+    return refuse(EFSError::READ_ONLY, path, "The source that would make this cannot be written.");
+}
 
 bool mkdir(const char* path) {
     return guarded(path, false, [&] {
@@ -146,11 +193,9 @@ void rem_dir(const char* path) {
         if (!may_change(name, path)) return;
         const fs::path directory = directory_name(name.view(), true);
         const ExclusiveGuard guard;
-        const registry::Concerned concerned(directory);
         fs::path inner;
-        CFSSource* const holder = registry::first_source([&](CFSSource& source) {
-            return source.writable() && concerned(source) && has_directory(source, directory, inner);
-        });
+        CFSSource* const holder = registry::first_concerned(
+            directory, [&](CFSSource& source) { return source.writable() && has_directory(source, directory, inner); });
         if (holder == nullptr) {
             set_error(EFSError::NOT_FOUND, path, "No writable source has this directory.");
             return;
@@ -166,7 +211,7 @@ fs::string getOutLocationDebugHelper(const char* path) {
         fs::path name = creation_name(path);
         if (name.Empty()) return {};
         const fs::path lower = lower_case(name);
-        const registry::SharedGuard guard;
+        const SharedGuard guard;
         const registry::Concerned concerned(lower);
         CFSSource* target = registry::first_source(
             [&](CFSSource& source) { return concerned(source) && source.writable() && source.exists(lower); });
@@ -175,6 +220,25 @@ fs::string getOutLocationDebugHelper(const char* path) {
         char native[platform::path_buffer_size] = "";
         if (on_disk == nullptr || !target->writable() || !on_disk->native_path(name, native, sizeof(native))) return {};
         return native;
+    });
+}
+
+bool mkdir_cache(const char* path) {
+    return guarded(path, false, [&] {
+        if (NormalText(path, true).names_nothing()) {
+            return refuse(EFSError::INVALID_NAME, path, "An empty path names no directory.");
+        }
+        const std::string whole = cache_path_of(path);
+        return !whole.empty() && make_native_directory(whole, path);
+    });
+}
+
+bool does_cache_dir_exist(const char* path) {
+    return guarded(path, false, [&] {
+        std::string whole = cache_path_of(path);
+        if (whole.empty()) return false;
+        whole.pop_back();
+        return is_native_directory(whole.c_str());
     });
 }
 

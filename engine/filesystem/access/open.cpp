@@ -6,11 +6,8 @@
 #include <engine/filesystem/contract/native_source.h>
 #include <engine/filesystem/contract/replacing_file.h>
 
-#include "engine/filesystem/access/open_pinned.h"
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/open_rules.h"
 #include "engine/platform/files.h"
 
 // Opening by name. A name is put into normal form once and then asked of the sources in their order.
@@ -40,17 +37,9 @@ struct Request {
 };
 
 SFsFile* open_in_place(CFSSource& source, const Request& request) {
-    switch (request.mode) {
-        case EFSMode::READ:
-            return source.open_read(request.name, request.flags);
-        case EFSMode::WRITE:
-            return source.open_write(request.name, request.flags);
-        case EFSMode::APPEND:
-            return source.open_append(request.name, request.flags);
-        case EFSMode::READ_WRITE:
-            return source.open_read_write(request.name, request.flags);
-    }
-    return nullptr;
+    constexpr decltype(&CFSSource::open_read) opens[] = {&CFSSource::open_read, &CFSSource::open_write,
+                                                         &CFSSource::open_append, &CFSSource::open_read_write};
+    return (source.*opens[request.mode])(request.name, request.flags);
 }
 
 bool holds(CFSSource& source, const Request& request) {
@@ -59,7 +48,7 @@ bool holds(CFSSource& source, const Request& request) {
 
 /// A source that matches by the end is asked first whether it holds just this name, where that is wanted.
 bool is_passed_over(CFSSource& source, const Request& request) {
-    return match_of(request.flags) == registry::Match::WHOLE && !registry::holds_whole(source, request.name);
+    return match_of(request.flags) == Match::WHOLE && !registry::holds_whole(source, request.name);
 }
 
 /// What a walk over the sources came to: a file, or one that is yet to be opened.
@@ -72,14 +61,13 @@ struct FoundToRead {
 
 /// Asks the sources behind the one that `found` has a pin on; all of them when that was removed meanwhile, or there is none.
 void find_to_read(const Request& request, FoundToRead& found, bool pins) {
-    const registry::SharedGuard guard;
+    const SharedGuard guard;
     if (registry::state().empty()) set_error(EFSError::NOT_INITIALIZED, request.text, "No source is registered.");
-    const registry::Concerned concerned(request.name);
     const auto is_pinned = [&](const CFSSource& source) { return found.pin.Holds(source); };
     bool is_behind = found.pin.IsEmpty() || registry::first_source(is_pinned) == nullptr;
-    registry::first_source([&](CFSSource& source) {
+    registry::first_concerned(request.name, [&](CFSSource& source) {
         if (!is_behind) return is_behind = is_pinned(source), false;
-        if (!concerned(source) || is_passed_over(source, request)) return false;
+        if (is_passed_over(source, request)) return false;
         using Answer = LocatingSource::Answer;
         auto* const locating = dynamic_cast<LocatingSource*>(&source);
         const Answer answer =
@@ -131,19 +119,16 @@ Answer ask_to_write(CFSSource& source, const Request& request, FilePtr& file) {
 /// What the walk over the sources came to: a file, the source that ended it, or neither.
 struct Found {
     FilePtr file;
-    const CFSSource* shield = nullptr;
+    bool is_shielded = false;  // by a protected source
     const CFSSource* failed = nullptr;
 };
 
 Found find_to_write(const Request& request) {
-    const registry::SharedGuard guard;
-    const registry::Concerned concerned(request.name);
+    const SharedGuard guard;
     Found found;
-    registry::first_source([&](CFSSource& source) {
-        if (!concerned(source)) return false;
+    registry::first_concerned(request.name, [&](CFSSource& source) {
         if (!source.writable()) {
-            if (source.is_protected() && holds(source, request)) found.shield = &source;
-            return found.shield != nullptr;
+            return found.is_shielded = source.is_protected() && holds(source, request);
         }
         // The fallback would make a file in whichever directory the process happens to stand.
         if (registry::is_fallback(&source) && !source.exists(request.name)) return false;
@@ -179,13 +164,8 @@ std::string native_name(CFSSource& source, const fs::path& name) {
     return native != nullptr && native->native_path(name, path, sizeof path) ? path : "";
 }
 
-/// Whether the disk holds a file that the source has not listed: another process made it, or a listing failed.
-bool is_unlisted(CFSSource& creator, const fs::path& name) {
-    const std::string path = native_name(creator, name);
-    return !path.empty() && native_does_file_exist(path.c_str());
-}
-
-/// Opens it in place, once the source has listed its directory again.
+/// Opens in place what the disk holds and the source has not listed: another process made it, or a listing failed. The
+/// source lists its directory again.
 FilePtr open_unlisted(CFSSource& creator, const fs::path& name, const Request& request) {
     std::string_view directory = name.PathNameView();
     if (directory.ends_with('/')) directory.remove_suffix(1);
@@ -212,26 +192,18 @@ bool is_shadowed(const registry::Concerned& concerned, const CFSSource& creator,
     return true;
 }
 
-/// The directory of a new file, made ready to join the index.
-struct NewDirectory {
-    fs::dir tree;
-    explicit NewDirectory(const fs::path& file) {
-        if (tree.add_path(lower_case(file).PathName()) == nullptr) throw std::bad_alloc();
-    }
-    void join() { registry::state().index.take_over(tree); }
-};
-
 /// What a new file that is written beside its place does when it gets its place: it joins its source and the index.
 auto entry_on_commit(CFSSource& creator, const fs::path& name) {
     return [owner = &creator, path = native_name(creator, name), name](const auto& place) {
         return guarded(name.FileName(), false, [&] {
-            const registry::ExclusiveGuard guard;
+            const ExclusiveGuard guard;
             CFSSource* const source = registry::first_source([&](CFSSource& held) { return &held == owner; });
             // It may have been removed, and another source stand in its place.
             if (source == nullptr || native_name(*source, name) != path) return place();
-            NewDirectory directory(name);
+            fs::dir directory;
+            registry::prepare_directory(name, directory);
             if (!dynamic_cast<NativeSource&>(*source).add_file(name, place)) return false;
-            directory.join();
+            registry::state().index.take_over(directory);
             return true;
         });
     };
@@ -253,35 +225,37 @@ bool add_when_committed(SFsFile& file, CFSSource& creator, const fs::path& name)
 /// The directory of the new file joins the index under the same guard, so that no lookup sees one without the other.
 FilePtr create(const Request& request, const CFSSource* failed) {
     fs::path name = creation_name(request.text);
-    const registry::ExclusiveGuard guard;
+    const ExclusiveGuard guard;
     const registry::Concerned concerned(request.name);
     CFSSource* const creator = creator_of(concerned, name);
     if (failed != nullptr && (creator == nullptr || creator == failed || !creator->writable())) return nullptr;
     if (!is_creatable_name(name)) {
-        set_error(EFSError::INVALID_NAME, request.text,
-                  "A file needs a name that every system can hold, and none is made above its source.");
-        return nullptr;
+        return refuse(EFSError::INVALID_NAME, request.text,
+                      "A file needs a name that every system can hold, and none is made above its source."),
+               nullptr;
     }
     if (!may_create(creator, request.text)) return nullptr;
     if (registry::is_fallback(creator)) return create_outside(name, request);
     if (is_shadowed(concerned, *creator, request)) return nullptr;
     FilePtr file;
     if (is_there(*creator, request, file)) return file;
-    if (request.mode != EFSMode::WRITE && is_unlisted(*creator, name)) return open_unlisted(*creator, name, request);
-    NewDirectory directory(name);
+    if (request.mode != EFSMode::WRITE && native_does_file_exist(native_name(*creator, name).c_str()))
+        return open_unlisted(*creator, name, request);
+    fs::dir directory;
+    registry::prepare_directory(name, directory);
     file.reset(request.mode == EFSMode::READ_WRITE ? creator->create_read_write(name, request.flags)
                                                    : creator->create_write(name, request.flags));
-    if (file && !add_when_committed(*file, *creator, name)) directory.join();
+    if (file && !add_when_committed(*file, *creator, name)) registry::state().index.take_over(directory);
     return file;
 }
 
 FilePtr open_to_write(const Request& request) {
     ErrorScope scope;
     Found found = find_to_write(request);
-    if (found.shield != nullptr) {
-        set_error(EFSError::ACCESS_DENIED, request.text,
-                  "A protected source holds this name and shields it from being written.");
-        return nullptr;
+    if (found.is_shielded) {
+        return refuse(EFSError::ACCESS_DENIED, request.text,
+                      "A protected source holds this name and shields it from being written."),
+               nullptr;
     }
     if (!found.file) found.file = create(request, found.failed);
     if (found.file) {

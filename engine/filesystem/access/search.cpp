@@ -1,18 +1,24 @@
 #include <engine/filesystem/access/search.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstring>
+#include <map>
+#include <utility>
+#include <vector>
 
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
+
+// What the sources list, and listing them anew.
+//
+// Duplicates are names held more than once. Within one source that is for the source to tell (its dump). Across sources a
+// file of the same directory and name is an override, as intended; the same name under another directory most likely was
+// meant to be one and misses its target.
 
 namespace fs {
 
 namespace {
-
-using registry::ExclusiveGuard;
-using registry::SharedGuard;
 
 constinit std::atomic<search_callback> current_callback{nullptr};
 
@@ -24,6 +30,30 @@ NameList whole_list(CFSSource& source, Ask ask) {
     NameList list(ask(source));
     if (scope.has_error() && last_error().code == EFSError::OUT_OF_MEMORY) throw StoredFailure();
     return list;
+}
+
+NameList all_names(CFSSource& source) {
+    return whole_list(source, [](CFSSource& asked) { return asked.get_file_list(nullptr, nullptr, true); });
+}
+
+/// Sorts a list by the bytes of its names; of each name the first entry stays.
+NameList sorted(NameList names) {
+    std::vector<FS_NAME*> entries;
+    for (FS_NAME* entry = names.get(); entry != nullptr; entry = entry->next) entries.push_back(entry);
+    std::stable_sort(entries.begin(), entries.end(), [](const FS_NAME* first, const FS_NAME* second) {
+        return std::strcmp(first->name, second->name) < 0;  // compares unsigned bytes
+    });
+    static_cast<void>(names.release());
+    FS_NAME* kept = nullptr;  // they are linked anew from the last to the first
+    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+        if (kept != nullptr && std::strcmp(kept->name, (*entry)->name) == 0) {
+            FS_NAME* const rest = std::exchange(kept->next, nullptr);
+            free_names(std::exchange(kept, rest));
+        }
+        (*entry)->next = kept;
+        kept = *entry;
+    }
+    return NameList(kept);
 }
 
 /// Joins what every source answers; of equal names the earliest source's stays.
@@ -50,22 +80,65 @@ fs::string native_name(CFSSource& source, const char* name) {
     return text.size() < path_capacity ? text : fs::string();
 }
 
-/// Whether the source is mounted at `target`: a directory, or with file name the path of a pack.
-bool is_mounted_at(CFSSource& source, const fs::path& directory, const fs::path& file) {
-    return !source.path().Empty() && (source.path() == directory || source.path() == file);
-}
-
+/// Reads the source anew that is mounted at this directory, or with file name at this path of a pack; the directory alone in
+/// one that has it.
 void refresh_if_concerned(CFSSource& source, std::string_view path, const fs::path& directory, const fs::path& file) {
-    if (is_mounted_at(source, directory, file)) {
-        source.refresh();
-        return;
-    }
+    const fs::path& mounted = source.path();
+    if (!mounted.Empty() && (mounted == directory || mounted == file)) return source.refresh();
     // The fallback and packs have no directory that could be read again.
     const bool is_full = is_native_directory_name(directory.PathNameView());
     const auto below = is_full ? registry::below_root(source, path) : path;
     if (!below) return;
     const std::string inner(*below);
     if (registry::find_directory(source, inner.c_str()) != nullptr) source.refresh_dir(inner.c_str());
+}
+
+using Lines = ztl::vector<fs::string>;
+
+struct Held {
+    fs::string path;  // within its source
+    CFSSource* source;
+};
+using HeldByName = std::map<fs::string, std::vector<Held>>;
+
+bool has_extension(std::string_view name, const char* ext) {
+    if (ext == nullptr) return true;
+    const std::size_t dot = name.rfind('.');
+    return dot != std::string_view::npos && name.substr(dot) == ext;
+}
+
+void collect_source(CFSSource& source, const char* ext, HeldByName& out) {
+    const NameList names = all_names(source);
+    for (const FS_NAME* held = names.get(); held != nullptr; held = held->next) {
+        const std::string_view path(held->name);
+        const std::string_view name = path.substr(path.rfind('/') + 1);  // all of it when there is no separator
+        if (has_extension(name, ext)) out[fs::string(name)].push_back({fs::string(path), &source});
+    }
+}
+
+void append_dump(CFSSource& source, const char* ext, Lines& out) {
+    Lines lines;
+    source.dump(lines, ext);
+    for (fs::string& line : lines) {
+        out.push_back(std::move(line) + " (duplicated resource in the same filesystem source)");
+    }
+}
+
+/// All of `held` bear one name, in asking order. Lines are written when a later source holds it only under directories that
+/// the earliest one does not know.
+void append_misses(const std::vector<Held>& held, Lines& out) {
+    const Held& first = held.front();
+    int index = 0;
+    for (auto later = held.begin(); later != held.end(); ++later) {
+        if (later->source == first.source) continue;
+        const bool overridden = std::any_of(held.begin(), later, [&](const Held& earlier) {
+            return earlier.source != later->source && earlier.path == later->path;
+        });
+        if (overridden) continue;
+        if (index == 0) out.push_back("0. " + fs::string(first.source->root_dir()) + first.path);
+        out.push_back(std::to_string(++index) + ". " + later->source->root_dir() + later->path +
+                      " (different path when overriding in other filesystem source)");
+    }
 }
 
 }  // namespace
@@ -129,8 +202,7 @@ void get_file_list(ztl::vector<fs::string>& out) {
         ztl::vector<fs::string> all = out;
         const SharedGuard guard;
         registry::for_each_source([&](CFSSource& source) {
-            const auto ask = [](CFSSource& asked) { return asked.get_file_list(nullptr, nullptr, true); };
-            const NameList names = sorted(whole_list(source, ask));
+            const NameList names = sorted(all_names(source));
             for (const FS_NAME* name = names.get(); name != nullptr; name = name->next) {
                 all.push_back(native_name(source, name->name));
             }
@@ -142,5 +214,19 @@ void get_file_list(ztl::vector<fs::string>& out) {
 void set_search_callback(search_callback callback) { current_callback.store(callback, std::memory_order_release); }
 
 search_callback get_search_callback() { return current_callback.load(std::memory_order_acquire); }
+
+void find_duplicates(Lines& out, const char* ext) {
+    guarded(nullptr, [&] {
+        Lines lines = out;
+        HeldByName held;
+        const SharedGuard guard;
+        registry::for_each_source([&](CFSSource& source) {
+            append_dump(source, ext, lines);
+            collect_source(source, ext, held);
+        });
+        for (const auto& [name, holders] : held) append_misses(holders, lines);
+        out.swap(lines);
+    });
+}
 
 }  // namespace fs

@@ -9,8 +9,8 @@
 #include <engine/filesystem/registry.h>
 
 #include "engine/filesystem/c_interface/handles.h"
-#include "engine/filesystem/contract/guarded.h"
 #include "engine/kernel/text.h"
+#include "engine/filesystem/contract/error.h"
 
 // What every function of the C interface goes through: arguments are checked here and failures become its answers.
 

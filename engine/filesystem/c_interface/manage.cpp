@@ -7,8 +7,7 @@
 
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/c_interface/call.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/platform/clock.h"
 #include "engine/platform/files.h"
 

@@ -8,7 +8,7 @@
 
 #include "engine/filesystem/c_interface/call.h"
 #include "engine/filesystem/c_interface/host.h"
-#include "engine/filesystem/startup/start.h"
+#include "engine/filesystem/startup/startup.h"
 #include "engine/platform/files.h"
 
 // The C interface: the library for hosts that are not written in C++, or by another compiler. A layer over everything else

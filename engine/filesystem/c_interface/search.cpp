@@ -7,7 +7,7 @@
 
 #include "engine/filesystem/c_interface/lists.h"
 #include "engine/filesystem/contract/name_list.h"
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/registry/registry.h"
 
 namespace {

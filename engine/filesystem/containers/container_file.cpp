@@ -4,9 +4,9 @@
 #include <cstring>
 #include <utility>
 
-#include "engine/filesystem/contract/lookup_name.h"
-#include "engine/filesystem/contract/set_error.h"
-#include "engine/filesystem/contract/write_all.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/handles/native_file.h"
 #include "engine/filesystem/registry/holders.h"
 

@@ -6,8 +6,8 @@
 
 #include <engine/filesystem/contract/file.h>
 
-#include "engine/filesystem/contract/file_ptr.h"
 #include "engine/platform/threads.h"
+#include "engine/filesystem/contract/file.h"
 
 class Win32FileHandle;
 

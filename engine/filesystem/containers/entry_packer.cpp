@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/formats/zip.h"
 #include "engine/kernel/bytes.h"
 

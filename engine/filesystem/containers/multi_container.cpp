@@ -14,8 +14,7 @@
 #include <engine/kernel/multithreading.h>
 
 #include "engine/filesystem/containers/multi_file.h"
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 
 using container::Blob;
 using container::Entry;

@@ -14,7 +14,7 @@
 #include <engine/filesystem/access/manage.h>
 #include <engine/filesystem/access/open.h>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 
 namespace container {
 

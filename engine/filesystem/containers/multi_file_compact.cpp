@@ -11,7 +11,7 @@
 #include <engine/filesystem/handles.h>
 
 #include "engine/filesystem/containers/multi_file.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/platform/files.h"
 
 namespace container {

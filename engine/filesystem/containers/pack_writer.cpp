@@ -13,9 +13,8 @@
 
 #include "engine/filesystem/containers/entry_packer.h"
 #include "engine/filesystem/containers/zip_output.h"
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/normalize.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/formats/zip.h"
 #include "engine/kernel/bytes.h"
 #include "engine/platform/files.h"

@@ -17,9 +17,8 @@
 #include <engine/filesystem/access/open.h>
 
 #include "engine/filesystem/containers/zip_output.h"
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/set_error.h"
 #include "engine/platform/threads.h"
+#include "engine/filesystem/contract/error.h"
 
 namespace MiniZ {
 

@@ -4,7 +4,7 @@
 
 #include <engine/filesystem/streams/bfile.h>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 
 namespace fs {
 

@@ -5,7 +5,7 @@
 #include <set>
 #include <string>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/platform/threads.h"
 

@@ -1,4 +1,4 @@
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 
 #include <array>
 #include <iterator>
@@ -6,66 +6,35 @@
 #include <utility>
 
 #include "engine/platform/threads.h"
+#include "engine/platform/bounded_text.h"
 
 namespace fs {
 
 namespace {
 
 using ThreadError = platform::ThreadObject<SFsError>;
-
 /// Set while the thread's failure is the kind alone, for want of memory for a record of it.
 constinit platform::PerThread<EFSError::TYPE, struct BareErrorKind> bare_kind;
-constinit platform::PerThread<ErrorScope::State*, ErrorScope> innermost_scope;
+constinit platform::PerThread<ErrorScope*, ErrorScope> innermost_scope;
 /// How many ErrorKeepers stand on the thread's stack.
 constinit platform::PerThread<int, ErrorKeeper> keepers;
 
 /// A failure of which nothing but its kind is known.
 const SFsError& bare_error(EFSError::TYPE code) {
-    static constexpr std::size_t kinds = EFSError::IO + 1;
     struct Bare {
-        std::array<SFsError, kinds> of;
+        std::array<SFsError, EFSError::IO + 1> of;
         Bare() {
-            for (std::size_t i = 0; i < kinds; ++i) of[i].code = static_cast<EFSError::TYPE>(i);
+            for (std::size_t i = 0; i < of.size(); ++i) of[i].code = static_cast<EFSError::TYPE>(i);
         }
     };
     static const platform::NeverDestroyed<Bare> errors;
     return errors.value.of[code];
 }
 
-/// Whether a failure of this kind may take the place of what is stored.
-bool says_more(EFSError::TYPE code) {
-    if (keepers != 0) return false;
-    const ErrorScope::State* const scope = innermost_scope;
-    const bool found = scope != nullptr && scope->found;
-    return !found || code != EFSError::NOT_FOUND || last_error().code == EFSError::NOT_FOUND;
-}
-
-/// Before the first failure of a scope is stored: keeps what it takes the place of.
-void note_in_scope() {
-    ErrorScope::State* const scope = innermost_scope;
-    if (scope == nullptr || scope->found) return;
-    scope->found = true;
-    SFsError* const error = bare_kind == EFSError::NONE ? ThreadError::find() : nullptr;
-    scope->before.reset(new (std::nothrow) SFsError{.code = bare_kind, .path = {}, .text = {}});
-    if (scope->before != nullptr && error != nullptr) *scope->before = std::move(*error);
-}
-
-/// The thread's record with this kind, for the words; null when there is no memory for it.
-SFsError* store_kind(EFSError::TYPE code, const char* path, std::int32_t os_code) {
-    // The words may be lost for want of memory; that there was a failure, and of which kind, is not.
-    fs::string kept_path;
-    try {
-        kept_path.assign(path != nullptr ? path : "");  // which may be the stored one itself
-    } catch (...) {
-        kept_path.clear();
-    }
-    note_in_scope();
+/// The thread's record, for a failure of this kind; null when there is no memory for it, and then the kind is stored.
+SFsError* record_of(EFSError::TYPE code) {
     SFsError* const error = ThreadError::make();
     bare_kind = error == nullptr ? code : EFSError::NONE;
-    if (error == nullptr) return nullptr;
-    error->code = code;
-    error->os_code = os_code;
-    error->path = std::move(kept_path);
     return error;
 }
 
@@ -115,62 +84,70 @@ void clear_error() {
     error->text.clear();
 }
 
-void set_error(EFSError::TYPE code, const char* path, std::string text, std::int32_t os_code) {
-    if (!says_more(code)) return;
-    if (SFsError* const error = store_kind(code, path, os_code)) error->text = std::move(text);
-}
-
-void set_error(EFSError::TYPE code, const char* path, const char* text, std::int32_t os_code) noexcept {
-    if (!says_more(code)) return;
-    SFsError* const error = store_kind(code, path, os_code);
+void set_error(EFSError::TYPE code, const char* path, std::string_view text, std::int32_t os_code) noexcept {
+    ErrorScope* const scope = innermost_scope;
+    const bool says_less = code == EFSError::NOT_FOUND && scope != nullptr && scope->has_error();
+    if (keepers != 0 || (says_less && last_error().code != EFSError::NOT_FOUND)) return;
+    fs::string kept_path;
     try {
-        if (error != nullptr) error->text.assign(text);
+        kept_path = path != nullptr ? path : "";  // which may be the stored one itself
+    } catch (...) {                               // the path is lost
+    }
+    if (scope != nullptr) scope->note();
+    SFsError* const error = record_of(code);
+    if (error == nullptr) return;
+    error->code = code;
+    error->os_code = os_code;
+    error->path = std::move(kept_path);
+    try {
+        error->text = text;
     } catch (...) {
         error->text.clear();
     }
 }
 
-ErrorScope::ErrorScope() : state_{.outer = innermost_scope, .before = nullptr} { innermost_scope = &state_; }
+ErrorScope::ErrorScope() : outer_(innermost_scope) { innermost_scope = this; }
 
 ErrorScope::~ErrorScope() {
-    State* const outer = state_.outer;
-    innermost_scope = outer;
-    if (!state_.found || outer == nullptr || outer->found) return;
-    outer->found = true;
-    outer->before = std::move(state_.before);
+    innermost_scope = outer_;
+    if (!found_ || outer_ == nullptr || outer_->found_) return;
+    outer_->found_ = true;
+    outer_->before_ = std::move(before_);
+}
+
+void ErrorScope::note() {
+    if (found_) return;
+    found_ = true;
+    SFsError* const error = bare_kind == EFSError::NONE ? ThreadError::find() : nullptr;
+    before_.reset(new (std::nothrow) SFsError{.code = bare_kind, .path = {}, .text = {}});
+    if (before_ != nullptr && error != nullptr) *before_ = std::move(*error);
 }
 
 void ErrorScope::forget() {
-    if (!state_.found) return;
-    state_.found = false;
-    if (state_.before == nullptr) return;
-    SFsError* const error = ThreadError::make();
-    bare_kind = error == nullptr ? state_.before->code : EFSError::NONE;
-    if (error != nullptr) *error = std::move(*state_.before);
-    state_.before.reset();
+    if (!found_) return;
+    found_ = false;
+    const std::unique_ptr<SFsError> before = std::move(before_);
+    if (before == nullptr) return;
+    if (SFsError* const error = record_of(before->code)) *error = std::move(*before);
 }
 
 ErrorKeeper::ErrorKeeper() { ++keepers; }
 ErrorKeeper::~ErrorKeeper() { --keepers; }
 
-void set_error_from_platform(const char* path, const char* action, const platform::Error& error) {
+void set_error_from_platform(const char* path, std::string_view action, const platform::Error& error) noexcept {
     const Meaning& meaning = meaning_of(error.failure);
-    try {
-        std::string text = std::string("The file or directory ") + action + " " + meaning.reason + ".";
-        set_error(meaning.code, path, std::move(text), error.os_code);
-    } catch (...) {
-        set_error(meaning.code, path, "", error.os_code);
-    }
+    char text[256];
+    platform::BoundedText words(text);
+    words.add("The file or directory ").add(action).add(' ').add(meaning.reason).add('.');
+    set_error(meaning.code, path, words.view(), error.os_code);
 }
 
-bool refuse(EFSError::TYPE code, const char* path, const char* text) noexcept {
-    set_error(code, path, text);
-    return false;
+bool refuse(EFSError::TYPE code, const char* path, std::string_view text) noexcept {
+    return set_error(code, path, text), false;
 }
 
-bool refuse_by_disk(const char* path, const char* action) {
-    set_error_from_platform(path, action, platform::last_error());
-    return false;
+bool refuse_by_disk(const char* path, std::string_view action) noexcept {
+    return set_error_from_platform(path, action, platform::last_error()), false;
 }
 
 EFSError::TYPE error_from_platform(platform::Failure failure) { return meaning_of(failure).code; }

@@ -1,23 +1,15 @@
-#include <engine/filesystem/contract/file.h>
+#include "engine/filesystem/contract/file.h"
 
 #include <cstdlib>
 
 #include <engine/filesystem/contract/replacing_file.h>
 
-#include "engine/filesystem/contract/failure.h"
-
-namespace {
+#include "engine/filesystem/contract/error.h"
 
 constexpr int overlapped_failed = 2;
 
-}  // namespace
-
 SFsFile::SFsFile() = default;
-
-SFsFile::~SFsFile() {
-    std::free(name);
-    name = nullptr;
-}
+SFsFile::~SFsFile() { std::free(name); }
 
 bool SFsFile::read_async(void*, std::uint64_t, std::uint64_t, SFsRequest*, std::uint32_t) {
     return fs::refuse(EFSError::UNSUPPORTED, name,
@@ -68,6 +60,20 @@ bool set_eof(SFsFile* file) { return file != nullptr && file->set_eof(); }
 const char* file_name(SFsFile* file) {
     if (file == nullptr) return nullptr;
     return file->name != nullptr ? file->name : "";
+}
+
+bool write_all(SFsFile& file, const char* path, const void* data, std::uint64_t size) {
+    ErrorScope scope;
+    const auto* next = static_cast<const std::uint8_t*>(data);
+    std::uint64_t done = 0;
+    for (std::uint64_t left = size; left != 0; left -= done, next += done) {
+        done = file.write(next, left);
+        if (done != 0 && done <= left) continue;
+        const bool is_full = done == 0 || left != size;
+        return fail_unless_told(scope, is_full ? EFSError::DISK_FULL : EFSError::IO, path,
+                                is_full ? "The file takes no more bytes." : "The file cannot be written.");
+    }
+    return true;
 }
 
 }  // namespace fs

@@ -5,10 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
 #include "engine/platform/text.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/path.h"
 
 // File names taken apart and put together by the rules of the C run-time: the directory ends with the last separator
 // of either kind, the extension begins with the last "." behind it. Answers may overwrite the text that they come
@@ -53,8 +52,7 @@ char* write(char* out, std::string_view text) {
 }
 
 fs::string to_string(std::string_view text) {
-    return guarded(nullptr, fs::string(),
-                   [text] { return text.size() < path_capacity ? fs::string(text) : fs::string(); });
+    return guarded(nullptr, fs::string(), [text] { return fs::string(text.size() < path_capacity ? text : ""); });
 }
 
 std::string_view text_of(const char* text) { return text != nullptr ? text : ""; }
@@ -66,14 +64,11 @@ struct PathBuffer {
 struct Built : PathBuffer, platform::BoundedText {
     Built() : BoundedText(buffer) {}
     std::string_view answer() const { return is_cut() ? "" : view(); }
-    bool ends_in(bool (*is_end)(char)) const { return !view().empty() && is_end(view().back()); }
+    bool ends_in_separator() const { return !view().empty() && is_separator(view().back()); }
 };
 
-bool is_dot(char letter) { return letter == '.'; }
-bool is_colon(char letter) { return letter == ':'; }
-
 void add_extension(Built& path, std::string_view ext) {
-    if (!ext.empty() && !is_dot(ext.front())) path.add('.');
+    if (!ext.empty() && ext.front() != '.') path.add('.');
     path.add(ext);
 }
 
@@ -83,7 +78,7 @@ void join(Built& path, std::string_view component) {
         while (!component.empty() && is_separator(component.front())) component.remove_prefix(1);
     }
     if (component.empty()) return;
-    if (!path.view().empty() && !path.ends_in(is_separator)) path.add('/');
+    if (!path.view().empty() && !path.ends_in_separator()) path.add('/');
     path.add(component);
 }
 
@@ -129,10 +124,10 @@ char* append_slash(char* path, std::uint32_t capacity) {
 char* filename_build_path(char* out, const char* drive, const char* dir, const char* name, const char* ext) {
     Built path;
     path.add(text_of(drive));
-    if (!path.view().empty() && !path.ends_in(is_colon)) path.add(':');
+    if (!path.view().empty() && !path.view().ends_with(':')) path.add(':');
     const std::string_view directory = text_of(dir);
     path.add(directory);
-    if (!directory.empty() && !path.ends_in(is_separator)) path.add('/');
+    if (!directory.empty() && !path.ends_in_separator()) path.add('/');
     path.add(text_of(name));
     add_extension(path, text_of(ext));
     return write(out, path.answer());

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 
 namespace fs {
 

@@ -1,4 +1,4 @@
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 
 #include <cstring>
 
@@ -13,6 +13,13 @@ namespace fs {
 namespace {
 
 bool ends_component(char letter) { return letter == '\0' || is_separator(letter); }
+
+/// Of a prefix that ends in ":" before the first separator; 0 when there is none.
+std::size_t drive_prefix_length(const char* in) {
+    std::size_t end = 0;
+    while (!ends_component(in[end]) && in[end] != ':') ++end;
+    return end != 0 && in[end] == ':' ? end + 1 : 0;
+}
 
 constexpr std::size_t piece = 16;  // bytes; loops over just so many become vector instructions
 
@@ -66,7 +73,7 @@ public:
     std::size_t apply() {
         const std::size_t length = std::strlen(in_);
         const bool trailing = length != 0 && is_separator(in_[length - 1]);
-        if (!copy_network_prefix()) copy_drive_prefix();
+        if (!copy_network_prefix()) copy_until(drive_prefix_length(in_));
         copy_root();
         base_ = out_at_;
         while (in_[in_at_] != '\0') take_component();
@@ -96,12 +103,6 @@ private:
         return true;
     }
 
-    void copy_drive_prefix() {
-        std::size_t end = 0;
-        while (!ends_component(in_[end]) && in_[end] != ':') ++end;
-        if (end != 0 && in_[end] == ':') copy_until(end + 1);
-    }
-
     void copy_root() {
         if (!is_separator(in_[in_at_])) return;
         rooted_ = true;
@@ -118,9 +119,7 @@ private:
         const std::size_t length = end - in_at_;
         const bool one_dot = length == 1 && in_[in_at_] == '.';
         const bool two_dots = length == 2 && in_[in_at_] == '.' && in_[in_at_ + 1] == '.';
-        if (one_dot) {
-            in_at_ = end;
-        } else if (two_dots && !climb_is_kept()) {
+        if (one_dot || (two_dots && !climb_is_kept())) {
             in_at_ = end;
         } else {
             if (out_at_ > base_) out_[out_at_++] = '/';
@@ -150,14 +149,13 @@ private:
 
 }  // namespace
 
-Normalized normalize(char* out, const char* in, std::size_t length, bool keep_case) {
-    Normalized result;
-    if (is_plain(in, length)) {
-        copy_plain(out, in, length, keep_case);
-        out[length] = '\0';
-        result.length = length;
+Normalized normalize(char* out, std::string_view in, bool keep_case) {
+    Normalized result{.length = in.size()};
+    if (is_plain(in.data(), in.size())) {
+        copy_plain(out, in.data(), in.size(), keep_case);
+        out[in.size()] = '\0';
     } else {
-        result.length = Rule(out, in, keep_case).apply();
+        result.length = Rule(out, in.data(), keep_case).apply();
         result.has_colon = std::memchr(out, ':', result.length) != nullptr;
     }
     result.split = std::string_view(out, result.length).rfind('/') + 1;  // 0 when there is none
@@ -169,25 +167,7 @@ void path_normalize(char* out, const char* in, bool keep_case) {
 }
 
 bool is_full_path(const char* path) {
-    if (path == nullptr || path[0] == '\0') return false;
-    if (is_separator(path[0])) return true;
-    std::size_t end = 0;
-    while (!ends_component(path[end]) && path[end] != ':') ++end;
-    return end != 0 && path[end] == ':';
-}
-
-NormalText::NormalText(const char* path, bool keep_case) {
-    if (path == nullptr) path = "";
-    const std::size_t length = std::strlen(path);
-    if (length >= sizeof inline_) {
-        heap_ = std::make_unique<char[]>(length + 1);
-        text_ = heap_.get();
-    }
-    length_ = normalize(text_, path, length, keep_case).length;
-}
-
-void NormalText::drop_trailing_slash() {
-    if (view().ends_with('/')) text_[--length_] = '\0';
+    return path != nullptr && (is_separator(path[0]) || drive_prefix_length(path) != 0);
 }
 
 void fold_text(char* text, std::size_t length) {

@@ -1,10 +1,12 @@
-#include <engine/filesystem/contract/path.h>
+#include "engine/filesystem/contract/path.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/platform/directories.h"
 
 // A path never throws and never holds half of what it was given: without memory both parts are empty, so that no
 // operation runs on a name that nobody named, and the failure is stored.
@@ -17,6 +19,23 @@ constexpr std::size_t longest_part = 0x7FFFFFFE;  // lengths are kept in 32 bits
 
 std::string_view view_of(const char* text) { return text != nullptr ? text : ""; }
 
+fs::path checked_name(const char* path, bool lower) {
+    fs::path name(path, lower);
+    // Rare: the path names nothing, or there was no memory for it.
+    if (name.Empty() && !NormalText(path, !lower).empty()) throw std::bad_alloc();
+    return name;
+}
+
+template <class Check>
+bool all_components(std::string_view path, Check&& check) {
+    while (!path.empty()) {
+        const std::string_view component = path.substr(0, path.find('/'));
+        if (!check(component)) return false;
+        path.remove_prefix(std::min(path.size(), component.size() + 1));
+    }
+    return true;
+}
+
 }  // namespace
 
 path::path() : path(installed) {}
@@ -25,7 +44,7 @@ path::path(const char* text, bool lower) : path(static_cast<std::uint8_t>(instal
     const std::string_view in = view_of(text);
     char* const out = reserve(in.size(), 0);
     if (out == nullptr) return;
-    const Normalized found = normalize(out, in.data(), in.size(), !lower);
+    const Normalized found = normalize(out, in, !lower);
     std::memmove(out + found.split + 1, out + found.split, found.length - found.split + 1);
     out[found.split] = '\0';
     dir_length_ = static_cast<std::uint32_t>(found.split);
@@ -98,11 +117,11 @@ void path::Set(const char* dir, const char* file, bool lower) {
     const std::string_view file_in = view_of(file);
     char* const out = made.reserve(dir_in.size() + 1, file_in.size());
     if (out != nullptr) {
-        std::size_t length = normalize(out, dir_in.data(), dir_in.size(), !lower).length;
+        std::size_t length = normalize(out, dir_in, !lower).length;
         if (length != 0 && out[length - 1] != '/') out[length++] = '/';
         out[length] = '\0';
         made.dir_length_ = static_cast<std::uint32_t>(length);
-        const Normalized name = normalize(out + length + 1, file_in.data(), file_in.size(), !lower);
+        const Normalized name = normalize(out + length + 1, file_in, !lower);
         made.file_length_ = static_cast<std::uint32_t>(name.length);
     }
     *this = std::move(made);
@@ -164,6 +183,69 @@ std::uint64_t path::calc_wasted_space() const {
 
 std::uint64_t path::calc_occupied_space() const {
     return sizeof(path) + ((flags_ & on_heap) != 0 ? heap_.capacity : 0) - calc_wasted_space();
+}
+
+fs::path lookup_name(const char* path) { return checked_name(path, true); }
+fs::path creation_name(const char* path) { return checked_name(path, false); }
+
+fs::path path_of(std::string_view directory, const char* file, bool lower) {
+    fs::path name;
+    name.Set(std::string(directory).c_str(), file, lower);
+    if (name.Empty() && !(directory.empty() && *file == '\0')) throw std::bad_alloc();
+    return name;
+}
+
+fs::path lower_case(const fs::path& name) {
+    fs::path lower = name;
+    if (lower.Empty() && !name.Empty()) throw std::bad_alloc();
+    lower.Lowercase();
+    return lower;
+}
+
+fs::string full_name(const fs::path& name) {
+    fs::string text(name.PathNameView());
+    text += name.FileNameView();
+    return text;
+}
+
+bool is_creatable_name(const fs::path& name) { return !name.EmptyFile() && is_creatable(full_name(name)); }
+
+std::size_t fixed_prefix_length(std::string_view path) {
+    const std::size_t separator = path.find('/');
+    if (separator == std::string_view::npos) return 0;
+    if (knows_drives && separator != 0 && path[separator - 1] == ':') return separator + 1;
+    if (separator != 0) return 0;
+    if (!path.starts_with("//")) return 1;
+    const std::size_t server_end = path.find('/', 2);
+    return server_end == std::string_view::npos ? path.size() : server_end + 1;
+}
+
+bool climbs(std::string_view path) {
+    return !all_components(path, [](std::string_view component) { return component != ".."; });
+}
+
+bool is_creatable(std::string_view path) {
+    path.remove_prefix(fixed_prefix_length(path));
+    return !path.empty() && all_components(path, [](std::string_view component) {
+        return component != ".." && platform::is_valid_name(component.data(), component.size());
+    });
+}
+
+bool is_native_directory(const char* path) {
+    const auto attributes = platform::get_attributes(path);
+    return attributes && attributes->is_directory;
+}
+
+bool create_directories(std::string_view path) {
+    for (std::size_t at = path.find('/', fixed_prefix_length(path)); at != std::string_view::npos;
+         at = path.find('/', at + 1)) {
+        const std::string part(path.substr(0, at));
+        if (platform::create_directory(part.c_str())) continue;
+        const platform::Error error = platform::last_error();
+        if (error.failure == platform::Failure::ALREADY_EXISTS || is_native_directory(part.c_str())) continue;
+        return set_error_from_platform(part.c_str(), "cannot be made", error), false;
+    }
+    return true;
 }
 
 }  // namespace fs

@@ -5,8 +5,7 @@
 #include <utility>
 
 #include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/failure.h"
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/handles/io_queue.h"
 #include "engine/filesystem/handles/request.h"
 

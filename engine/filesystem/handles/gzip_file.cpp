@@ -14,7 +14,7 @@
 #include <zlib.h>
 
 #include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/log/message.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include <string>
 #include <utility>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/handles/queued_file.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/platform/threads.h"

@@ -10,9 +10,9 @@
 
 #include <engine/filesystem/access/open.h>
 
-#include "engine/filesystem/access/notify_monitor.h"
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/open_rules.h"
+#include "engine/filesystem/access/parts.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/handles/async_file.h"
 #include "engine/filesystem/handles/gzip_file.h"
 #include "engine/filesystem/handles/native_file.h"

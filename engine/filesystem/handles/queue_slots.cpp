@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/handles/io_queue.h"
 #include "engine/platform/threads.h"
 

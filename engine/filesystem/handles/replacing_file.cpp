@@ -1,6 +1,6 @@
 #include "engine/filesystem/handles/replacing_file.h"
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 
 ReplacingHandle::~ReplacingHandle() { commit(); }
 

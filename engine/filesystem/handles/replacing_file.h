@@ -6,7 +6,7 @@
 #include <engine/filesystem/contract/file.h>
 #include <engine/filesystem/contract/replacing_file.h>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/platform/files.h"
 
 /// A handle that writes a native file.

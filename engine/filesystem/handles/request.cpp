@@ -1,6 +1,6 @@
 #include "engine/filesystem/handles/request.h"
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 
 void Request::BeginQueued() {
     was_queued_.store(true, std::memory_order_relaxed);

@@ -7,7 +7,7 @@
 
 #include <engine/filesystem/contract/placed_source.h>
 
-#include "engine/filesystem/contract/lookup_name.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/registry/holders.h"
 
 namespace fs {

@@ -3,8 +3,8 @@
 #include <chrono>
 #include <utility>
 
-#include "engine/filesystem/contract/set_error.h"
 #include "engine/platform/threads.h"
+#include "engine/filesystem/contract/error.h"
 
 // What is asked of the loader from outside. schedule.cpp has the order, service.cpp a load's way, staff.cpp the threads.
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <new>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/loading/control.h"
 #include "engine/filesystem/loading/loader.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 
 // A worker takes the foremost load, and does it step by step. After each step the load has ended, stays in hand, or is put
 // aside: back into the schedule with its file open, since one that comes before it waits and nobody is idle.

@@ -2,7 +2,7 @@
 #include <thread>
 #include <utility>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/loading/loader.h"
 #include "engine/filesystem/log/message.h"
 

@@ -6,8 +6,8 @@
 #include <engine/filesystem/loading.h>
 
 #include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/file_ptr.h"
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/loading/work.h"
 
 // A view keeps its file open, and with it whatever the bytes lie in: the mapping, or the pack in memory.

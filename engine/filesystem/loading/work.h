@@ -7,9 +7,9 @@
 #include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/loading.h>
 
-#include "engine/filesystem/contract/file_ptr.h"
-#include "engine/filesystem/contract/set_error.h"
-#include "engine/filesystem/registry/pins.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/registry/registry.h"
 
 namespace fs {
 

@@ -1,13 +1,19 @@
-// Which messages are emitted. Every log statement of the program asks GetCategoryLevel first, so it takes no lock and
-// never waits.
-#include <new>
-#include <type_traits>
-
-#include <engine/filesystem/log.h>
-
-#include "engine/filesystem/log/change_count.h"
+// Which messages are emitted, and where they go. Every log statement of the program asks GetCategoryLevel first, so it
+// takes no lock and never waits. What is emitted goes where the filter says: its mode first, then fixed rules for the
+// codes that everybody uses, then the table.
 #include "engine/filesystem/log/levels.h"
+
+#include <algorithm>
+#include <new>
+#include <span>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
 #include "engine/filesystem/log/message.h"
+#include "engine/filesystem/log/sinks.h"
+#include "engine/platform/lock.h"
+#include "engine/platform/never_destroyed.h"
 
 namespace Log {
 
@@ -17,11 +23,14 @@ constexpr MessageSource source{"Logger", "engine/filesystem/logsettings"};
 constexpr int refusal_line = 56;  // known to people who filter by it
 constexpr std::uint32_t most_categories = 8;
 
+constinit platform::Mutex change_lock;  // one change of settings at a time, of whichever object
+
 }  // namespace
 
 const std::uint64_t Settings::MAX_CATEGORIES_COUNT = most_categories;
 const std::uint64_t Settings::MAX_CATEGORY_NAME_LEN = logging::category_name_length;
 
+/// Readers run beside one changer without waiting for it: who met a change reads again.
 struct Settings::State {
     struct Category {
         std::atomic<std::uint64_t> name[2] = {};
@@ -35,6 +44,25 @@ struct Settings::State {
         void assign(const Category& other) { assign(other.name[0], other.name[1], other.level); }
     };
 
+    template <class Read>
+    auto read(Read read) const {
+        // A change takes nanoseconds. Whoever meets one this often is being starved, and goes on with the last answer.
+        constexpr int most_attempts = 64;
+        for (int attempt = 1;; ++attempt) {
+            const std::uint32_t before = changes;
+            const auto answer = read();
+            if (((before & 1) == 0 && changes == before) || attempt == most_attempts) return answer;
+        }
+    }
+
+    template <class Change>
+    void change(Change change) {
+        const platform::LockGuard guard(change_lock);
+        ++changes;
+        change();
+        ++changes;
+    }
+
     /// The index of the category; `count` when it has no level of its own.
     std::uint32_t find(const logging::CategoryKey& key) const {
         std::uint32_t at = 0;
@@ -42,7 +70,7 @@ struct Settings::State {
         return at;
     }
 
-    logging::ChangeCount changes;
+    std::atomic<std::uint32_t> changes{0};  // odd while a change is under way
     std::atomic<std::uint32_t> level{ELevel::INFO};
     std::atomic<std::uint32_t> count{0};
     std::atomic<bool> message_source{false};
@@ -71,7 +99,7 @@ Settings& Settings::operator=(Settings&& other) noexcept { return *this = static
 void Settings::copy(const Settings& other) {
     State& to = state();
     const State& from = other.state();
-    to.changes.change([&] {
+    to.change([&] {
         to.level = from.level.load();
         to.message_source = from.message_source.load();
         for (std::uint32_t i = 0; i < most_categories; ++i) to.categories[i].assign(from.categories[i]);
@@ -89,7 +117,7 @@ ELevel::TYPE Settings::GetCategoryLevel(const char* name) const {
     const State& settings = state();
     if (settings.count == 0) return GetLevel();
     const logging::CategoryKey key = logging::category_key(name);
-    return settings.changes.read([&] {
+    return settings.read([&] {
         const std::uint32_t at = settings.find(key);
         const auto& level =
             at < most_categories && at < settings.count ? settings.categories[at].level : settings.level;
@@ -100,19 +128,19 @@ ELevel::TYPE Settings::GetCategoryLevel(const char* name) const {
 void Settings::SetCategoryLevel(const char* name, ELevel::TYPE level) {
     State& settings = state();
     const logging::CategoryKey key = logging::category_key(name);
-    const bool is_refused = settings.changes.change([&] {
+    bool is_refused = false;
+    settings.change([&] {
         const std::uint32_t count = settings.count;
         const std::uint32_t at = settings.find(key);
+        is_refused = level != ELevel::NONE && at == most_categories;
+        if (is_refused || (level == ELevel::NONE && at == count)) return;
         if (level == ELevel::NONE) {
-            if (at == count) return false;
             settings.categories[at].assign(settings.categories[count - 1]);
             settings.count = count - 1;
-            return false;
+        } else {
+            settings.categories[at].assign(key.words[0], key.words[1], level);
+            settings.count = std::max(count, at + 1);
         }
-        if (at == most_categories) return true;
-        settings.categories[at].assign(key.words[0], key.words[1], level);
-        if (at == count) settings.count = count + 1;
-        return false;
     });
     if (!is_refused) return;
     log_message(source, ELevel::WARN, refusal_line,
@@ -122,3 +150,120 @@ void Settings::SetCategoryLevel(const char* name, ELevel::TYPE level) {
 }
 
 }  // namespace Log
+
+namespace {
+
+using logging::code;
+using logging::state;
+
+struct FilterTable {
+    struct Entry {
+        std::uint32_t mask, value, action;
+    };
+    platform::Mutex lock;
+    std::vector<Entry> entries ENGINE_GUARDED_BY(lock);
+};
+
+FilterTable& filter_table() {
+    static platform::NeverDestroyed<FilterTable> instance;
+    return instance.value;
+}
+
+// The codes that everybody uses have fixed rules; the table is not asked for them.
+constexpr std::uint32_t always_both[] = {code("INFO"), code("ERRR"), code("FATL"), code("EXIT"), code("DXGI")};
+constexpr std::uint32_t file_when_verbose[] = {code("WARN"), code("DEBG")};
+constexpr std::uint32_t console_anyway[] = {
+    code("VERB"), code("VER0"), code("VER1"), code("VER2"), code("VER3"), code("VER4"), code("VER5"), code("VER6"),
+    code("VER7"), code("VER8"), code("VER9"), code("VERE"), code("SESE"), code("SESI"), code("SESL"), code("SESW")};
+
+bool is_one_of(std::uint32_t id, std::span<const std::uint32_t> ids) { return std::ranges::find(ids, id) != ids.end(); }
+
+std::uint32_t action_by_rules(std::uint32_t id) {
+    if (is_one_of(id, always_both)) return CLFilterAction::BOTH;
+    if (is_one_of(id, file_when_verbose)) {
+        return state.verbose.load(std::memory_order_relaxed) ? CLFilterAction::BOTH : CLFilterAction::CONSOLE;
+    }
+    std::uint32_t joined = is_one_of(id, console_anyway) ? CLFilterAction::CONSOLE : CLFilterAction::NOWHERE;
+    FilterTable& table = filter_table();
+    const platform::LockGuard guard(table.lock);
+    for (const FilterTable::Entry& entry : table.entries) {
+        if ((id & entry.mask) == entry.value) joined |= entry.action;
+    }
+    return joined;
+}
+
+void count_message(std::uint32_t id) {
+    const bool is_error = id == code("ERRR") || id == code("EXIT") || id == code("FATL");
+    if (is_error) state.errors.fetch_add(1, std::memory_order_relaxed);
+    if (id == code("WARN")) state.warnings.fetch_add(1, std::memory_order_relaxed);
+}
+
+}  // namespace
+
+CLFilterAction::ENUM _CLFilter(std::uint32_t id) {
+    count_message(id);
+    const CLFilterMode::ENUM mode = _CLFilterGetMode();
+    if (mode == CLFilterMode::ALL_CONSOLE) return CLFilterAction::CONSOLE;
+    if (mode == CLFilterMode::ALL_LOGFILE) return CLFilterAction::LOGFILE;
+    if (mode == CLFilterMode::ALL_NOWHERE) return CLFilterAction::NOWHERE;
+    logging::ensure_started();
+    const auto action = static_cast<CLFilterAction::ENUM>(action_by_rules(id));
+    return mode == CLFilterMode::NO_LOGFILE ? action & ~CLFilterAction::LOGFILE : action;
+}
+
+CLFilterMode::ENUM _CLFilterGetMode() { return state.filter_mode.load(std::memory_order_relaxed); }
+void _CLFilterSetMode(CLFilterMode::ENUM mode) { state.filter_mode.store(mode, std::memory_order_relaxed); }
+
+void _CLFilterClear() {
+    FilterTable& table = filter_table();
+    const platform::LockGuard guard(table.lock);
+    table.entries.clear();
+}
+
+void _CLFilterAdd(std::uint32_t value, std::uint32_t mask, CLFilterAction::ENUM action) try {
+    FilterTable& table = filter_table();
+    const platform::LockGuard guard(table.lock);
+    table.entries.push_back({.mask = mask, .value = value, .action = action});
+} catch (const std::bad_alloc&) {  // the entry is passed over
+}
+
+void _CLFilterAdd(const char* pattern, CLFilterAction::ENUM action) {
+    // Up to four characters, packed like a multi-character constant.
+    std::uint32_t value = 0;
+    std::uint32_t mask = 0;
+    for (int i = 0; pattern != nullptr && i < 4 && pattern[i] != '\0'; ++i) {
+        if (pattern[i] == '?') continue;
+        const int shift = 8 * (3 - i);
+        value |= static_cast<std::uint32_t>(static_cast<unsigned char>(pattern[i])) << shift;
+        mask |= 0xFFu << shift;
+    }
+    if (value == 0) return;
+    // Shorter patterns stand at the low end, as 'VE' does; on purpose a wildcard at the end is shifted out too.
+    for (; (mask & 0xFF) == 0; mask >>= 8) value >>= 8;
+    _CLFilterAdd(value, mask, action);
+}
+
+CLFilterAction::ENUM _CLFilterUpdate(std::uint32_t value, CLFilterAction::ENUM action) {
+    FilterTable& table = filter_table();
+    const platform::LockGuard guard(table.lock);
+    const auto entry = std::ranges::find(table.entries, value, &FilterTable::Entry::value);
+    if (entry == table.entries.end()) return CLFilterAction::NOWHERE;
+    return static_cast<CLFilterAction::ENUM>(std::exchange(entry->action, action));
+}
+
+Log::ELevel::TYPE _CLogLevelFromId(std::uint32_t id) {
+    if (id == code("ERRR")) return Log::ELevel::ERRR;
+    if (id == code("EXIT")) return Log::ELevel::FATL;
+    if (id == code("INFO")) return Log::ELevel::INFO;
+    if (id == code("LLOG")) return Log::ELevel::VERB;
+    return id == code("WARN") ? Log::ELevel::WARN : Log::ELevel::DEBG;
+}
+
+ztl::string_base<char> _CLogCategoryFromLabel(std::uint32_t id) {
+    ztl::string_base<char> label(4, '_');
+    for (int i = 0; i < 4; ++i) {
+        const char c = static_cast<char>(id >> 8 * (3 - i) & 0xFF);
+        if (logging::is_label_character(c)) label[static_cast<std::size_t>(i)] = c;
+    }
+    return label;
+}

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 #include <engine/filesystem/log.h>
 
@@ -13,9 +14,9 @@
 namespace logging {
 
 /// A four-character code as one number, first character most significant.
-constexpr std::uint32_t code(const char (&text)[5]) {
+constexpr std::uint32_t code(std::string_view text) {
     std::uint32_t id = 0;
-    for (int i = 0; i < 4; ++i) id = id << 8 | static_cast<unsigned char>(text[i]);
+    for (const char letter : text) id = id << 8 | static_cast<unsigned char>(letter);
     return id;
 }
 
@@ -28,11 +29,7 @@ constexpr const char* level_tag(Log::ELevel::TYPE level) {
 }
 
 /// The filter id of a level: its tag as a code; 0 for a value that is no level.
-constexpr std::uint32_t level_id(Log::ELevel::TYPE level) {
-    std::uint32_t id = 0;
-    for (const char* at = level_tag(level); *at != '\0'; ++at) id = id << 8 | static_cast<unsigned char>(*at);
-    return id;
-}
+constexpr std::uint32_t level_id(Log::ELevel::TYPE level) { return code(level_tag(level)); }
 
 /// What labels may hold; everything else is shown as "_".
 constexpr bool is_label_character(char c) {

@@ -2,7 +2,7 @@
 
 #include <engine/filesystem/contract/whole_names.h>
 
-#include "engine/filesystem/contract/native_path.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/kernel/text.h"
 
 namespace fs::registry {
@@ -71,9 +71,7 @@ bool holds(CFSSource& source, const fs::path& name, Match match) {
 }
 
 CFSSource* first_holder(const fs::path& name, Match match) {
-    if (name.Empty()) return nullptr;
-    const Concerned concerned(name);
-    return first_source([&](CFSSource& source) { return concerned(source) && holds(source, name, match); });
+    return first_concerned(name, [&](CFSSource& source) { return holds(source, name, match); });
 }
 
 }  // namespace fs::registry

@@ -34,6 +34,14 @@ private:
     CFSSource* home_ = nullptr;
 };
 
+/// The first source that the name is for and for which `wanted(source)` is true; null when none is, and for an empty name.
+template <typename Predicate>
+CFSSource* first_concerned(const fs::path& name, Predicate wanted) {
+    if (name.Empty()) return nullptr;
+    const Concerned concerned(name);
+    return first_source([&](CFSSource& source) { return concerned(source) && wanted(source); });
+}
+
 /// The part of the directory `dir` (a full path) below the native root of the source, as its entries tell it; nothing
 /// when it lies elsewhere.
 std::optional<std::string_view> below_root(CFSSource& source, std::string_view dir);

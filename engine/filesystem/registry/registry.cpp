@@ -2,14 +2,16 @@
 
 #include <algorithm>
 #include <iterator>
+#include <map>
+#include <mutex>
 #include <new>
-#include <utility>
 
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/open_rules.h"
-#include "engine/filesystem/registry/prefixed_names.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/threads.h"
+#include "engine/platform/lock.h"
 
 // The list of sources and the index of their directories, under one reader-writer lock.
 //
@@ -78,6 +80,34 @@ void replace_index(fs::dir& with) {
     index.take_over(with);
 }
 
+/// A count stays from the first pin of its source until the source is removed, so that pinning allocates once.
+struct Table {
+    platform::Mutex lock;  // guards counts; a leaf
+    platform::ConditionVariable dropped;
+    std::map<const CFSSource*, PinCount> counts;
+    std::atomic<RemovalHook> hook{nullptr};
+};
+
+Table& table() {
+    static platform::NeverDestroyed<Table> instance;
+    return instance.value;
+}
+
+/// Waits until nobody has a pin on a source that was taken out of the list. Without the registry's lock, since who has
+/// the pin may ask for it.
+void wait_for_pins(CFSSource& source) {
+    Table& pins = table();
+    std::unique_lock guard(pins.lock);
+    const auto place = pins.counts.find(&source);
+    if (place == pins.counts.end()) return;
+    place->second.going.store(true, std::memory_order_release);
+    guard.unlock();
+    if (const RemovalHook hook = pins.hook.load(std::memory_order_acquire); hook != nullptr) hook(source);
+    guard.lock();
+    pins.dropped.wait(guard, [&] { return place->second.pins == 0; });
+    pins.counts.erase(place);
+}
+
 }  // namespace
 
 State& state() {
@@ -112,6 +142,30 @@ ExclusiveGuard::~ExclusiveGuard() {
     --locks_held;
     state().lock.unlock();
 }
+
+Pin::Pin(CFSSource& source) {
+    Table& pins = table();
+    const std::lock_guard guard(pins.lock);
+    count_ = &*pins.counts.try_emplace(&source).first;
+    ++count_->second.pins;
+}
+
+Pin& Pin::operator=(Pin&& other) noexcept {
+    if (this == &other) return *this;
+    Drop();
+    count_ = std::exchange(other.count_, nullptr);
+    return *this;
+}
+
+void Pin::Drop() noexcept {
+    if (count_ == nullptr) return;
+    Table& pins = table();
+    const std::lock_guard guard(pins.lock);
+    if (--count_->second.pins == 0 && count_->second.going.load(std::memory_order_relaxed)) pins.dropped.notify_all();
+    count_ = nullptr;
+}
+
+void set_removal_hook(RemovalHook hook) { table().hook.store(hook, std::memory_order_release); }
 
 CFSSource* find(const fs::path& path) {
     for (const auto& source : state().sources) {
@@ -156,17 +210,21 @@ void append_root(std::unique_ptr<CFSSource> root, std::unique_ptr<CFSSource> fal
     all.index.take_over(names);
 }
 
-std::unique_ptr<CFSSource> remove(const CFSSource* source) {
-    auto& sources = state().sources;
-    const auto place =
-        std::find_if(sources.begin(), sources.end(), [&](const auto& held) { return held.get() == source; });
-    if (place == sources.end()) return nullptr;
-    fs::dir index;
-    build_index(source, index);
-    std::unique_ptr<CFSSource> removed = std::move(*place);
-    sources.erase(place);
-    std::erase(state().creators, removed.get());
-    replace_index(index);
+std::unique_ptr<CFSSource> take_out(const std::function<CFSSource*()>& find) {
+    std::unique_ptr<CFSSource> removed;
+    {
+        const ExclusiveGuard guard;
+        auto& sources = state().sources;
+        const auto place = std::ranges::find(sources, find(), [](const auto& held) { return held.get(); });
+        if (place == sources.end()) return nullptr;
+        fs::dir index;
+        build_index(place->get(), index);
+        removed = std::move(*place);
+        sources.erase(place);
+        std::erase(state().creators, removed.get());
+        replace_index(index);
+    }
+    wait_for_pins(*removed);
     return removed;
 }
 
@@ -190,6 +248,10 @@ void destroy_all() {
     }
     for (const auto& source : sources) wait_for_pins(*source);
     if (fallback != nullptr) wait_for_pins(*fallback);
+}
+
+void prepare_directory(const fs::path& file, fs::dir& out) {
+    if (out.add_path(lower_case(file).PathName()) == nullptr) throw std::bad_alloc();
 }
 
 std::vector<std::string> indexed_directories(std::string_view dir) {

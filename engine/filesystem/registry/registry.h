@@ -2,29 +2,27 @@
 
 #include <atomic>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <engine/filesystem/contract/names.h>
 #include <engine/filesystem/contract/source.h>
 #include <engine/kernel/multithreading.h>
 
-#include "engine/filesystem/registry/pins.h"
-
 namespace fs::registry {
-
-inline constexpr std::size_t cache_dir_capacity = 272;
 
 /// All that the registry keeps. There is one for the process; it is never destroyed, so that late callers find it.
 struct State {
     mt::CSlimLock lock;                               // guards sources, fallback and index
     std::vector<std::unique_ptr<CFSSource>> sources;  // in asking order
-    std::unique_ptr<CFSSource> fallback;      // asked after all others, never compared and never removed by itself
-    std::vector<CFSSource*> creators;         // those of `sources` added with WRITE_HERE, the newest last
-    fs::dir index;                            // every directory of the sources that are indexed, and of created files
-    char cache_dir[cache_dir_capacity] = "";  // written by fs::init alone, before others run
+    std::unique_ptr<CFSSource> fallback;  // asked after all others, never compared and never removed by itself
+    std::vector<CFSSource*> creators;     // those of `sources` added with WRITE_HERE, the newest last
+    fs::dir index;                        // every directory of the sources that are indexed, and of created files
+    char cache_dir[path_capacity] = "";   // written by fs::init alone, before others run
     std::atomic<bool> initialized{false};
     std::atomic<bool> read_membuffer{false};
 
@@ -70,6 +68,48 @@ public:
     ~ExclusiveGuard();
 };
 
+struct PinCount {
+    std::size_t pins = 0;
+    std::atomic<bool> going{false};
+};
+
+/// While a pin stands, its source is not destroyed: whoever removes it waits. Empty or of one source.
+class Pin {
+public:
+    Pin() = default;
+    /// With the registry's lock held in any form, which keeps the source in the list. Throws std::bad_alloc.
+    explicit Pin(CFSSource& source);
+    Pin(Pin&& other) noexcept : count_(std::exchange(other.count_, nullptr)) {}
+    Pin& operator=(Pin&& other) noexcept;
+    ~Pin() { Drop(); }
+
+    void Drop() noexcept;
+    bool IsEmpty() const noexcept { return count_ == nullptr; }
+    /// Whether somebody waits for the pin to be dropped, since the source was removed.
+    bool IsSourceGoing() const noexcept {
+        return count_ != nullptr && count_->second.going.load(std::memory_order_acquire);
+    }
+    bool Holds(const CFSSource& source) const noexcept { return count_ != nullptr && count_->first == &source; }
+
+private:
+    std::pair<const CFSSource* const, PinCount>* count_ = nullptr;
+};
+
+/// Called with a source that was taken out of the list, before its pins are waited for.
+using RemovalHook = void (*)(CFSSource& source);
+void set_removal_hook(RemovalHook hook);
+
+/// What a source has whose names all begin alike: new files of other names are none of its business. A source class derives
+/// from it besides CFSSource.
+class PrefixedNames {
+public:
+    /// In lower case, ending in "/".
+    virtual std::string_view prefix() const = 0;
+
+protected:
+    ~PrefixedNames() = default;
+};
+
 // What follows is called with the lock held: shared to look, exclusive to change. What changes throws std::bad_alloc
 // before it has changed anything.
 
@@ -102,11 +142,11 @@ void append_root(std::unique_ptr<CFSSource> root, std::unique_ptr<CFSSource> fal
 /// The source that makes what nobody holds in this directory (full names in the caller's case, ending in "/"); null when
 /// there is none.
 CFSSource* creator(std::string_view directory);
-/// Takes a source out of list and index, for take_out; null when it is not registered or is the fallback.
-std::unique_ptr<CFSSource> remove(const CFSSource* source);
 /// Makes the index anew from the trees of all indexed sources in asking order.
 void rebuild_index();
 
+/// The directory of a file that is about to be made, for the index to take over when it is there.
+void prepare_directory(const fs::path& file, fs::dir& out);
 /// The directories of the index at and below `dir`, each behind the one that it lies in.
 std::vector<std::string> indexed_directories(std::string_view dir);
 /// Takes those of `directories` out of the index that no indexed source has any more. Never throws.
@@ -124,16 +164,7 @@ bool add(std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags);
 
 /// Takes the source that `find()` answers, which is asked under the lock that this takes, out of list and index, and waits
 /// until nobody has a pin on it. Null when that is none, not registered, or the fallback.
-template <typename Find>
-std::unique_ptr<CFSSource> take_out(Find find) {
-    std::unique_ptr<CFSSource> source;
-    {
-        const ExclusiveGuard guard;
-        source = remove(find());
-    }
-    if (source != nullptr) wait_for_pins(*source);
-    return source;
-}
+std::unique_ptr<CFSSource> take_out(const std::function<CFSSource*()>& find);
 
 /// Empties list and index, and destroys every source, the fallback too, when its pins are dropped. Takes the lock.
 void destroy_all();

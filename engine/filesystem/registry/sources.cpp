@@ -5,8 +5,8 @@
 #include <string_view>
 #include <utility>
 
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/lookup_name.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/holders.h"
 #include "engine/kernel/text.h"
@@ -110,10 +110,9 @@ void find_holders(const char* path, ztl::vector<SFsSourceInfo>& out, FFSOpenFlag
         const fs::path name = lookup_name(path);
         ztl::vector<SFsSourceInfo> found;
         const registry::SharedGuard guard;
-        const registry::Concerned concerned(name);
-        registry::for_each_source([&](CFSSource& source) {
-            if (!name.Empty() && concerned(source) && registry::holds(source, name, registry::match_of(flags)))
-                found.push_back(describe(source));
+        registry::first_concerned(name, [&](CFSSource& source) {
+            if (registry::holds(source, name, registry::match_of(flags))) found.push_back(describe(source));
+            return false;
         });
         out = std::move(found);
     });

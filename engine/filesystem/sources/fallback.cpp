@@ -4,10 +4,9 @@
 #include <optional>
 #include <typeinfo>
 
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/open_rules.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/handles/native_open.h"
 #include "engine/filesystem/sources/paths.h"
 #include "engine/platform/directories.h"

@@ -1,8 +1,8 @@
 #include "engine/filesystem/sources/paths.h"
 
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/open_rules.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/handles/native_open.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/directories.h"

@@ -12,13 +12,11 @@
 #include <engine/filesystem/contract/placed_source.h>
 #include <engine/filesystem/contract/whole_names.h>
 
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/lookup_name.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/name_list.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/registry/holders.h"
-#include "engine/filesystem/registry/prefixed_names.h"
+#include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/paths.h"
 #include "engine/filesystem/watch/follower.h"
 #include "engine/kernel/text.h"

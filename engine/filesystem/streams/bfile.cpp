@@ -8,9 +8,8 @@
 #include <limits>
 #include <string>
 
-#include "engine/filesystem/contract/failure.h"
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/open_rules.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/handles/native_open.h"
 #include "engine/platform/files.h"
 

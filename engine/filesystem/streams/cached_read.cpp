@@ -4,7 +4,7 @@
 #include <engine/filesystem/access/open.h>
 #include <engine/filesystem/streams/cached.h>
 
-#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/error.h"
 
 namespace fs {
 

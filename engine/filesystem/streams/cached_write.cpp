@@ -5,8 +5,8 @@
 
 #include <engine/filesystem/streams/cached.h>
 
-#include "engine/filesystem/contract/failure.h"
-#include "engine/filesystem/contract/write_all.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/streams/image_block.h"
 
 namespace fs {

@@ -3,7 +3,7 @@
 
 #include <engine/filesystem/streams/file.h>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/log/levels.h"
 
 namespace fs {

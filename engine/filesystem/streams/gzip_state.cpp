@@ -1,6 +1,6 @@
 #include "engine/filesystem/streams/gzip_state.h"
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 
 namespace fs {
 

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <new>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/streams/gzip_state.h"
 #include "engine/kernel/bytes.h"
 

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/kernel/text.h"
 
 namespace fs {

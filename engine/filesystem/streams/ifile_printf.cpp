@@ -4,8 +4,8 @@
 #include <limits>
 #include <memory>
 
-#include "engine/filesystem/contract/guarded.h"
 #include "engine/kernel/text.h"
+#include "engine/filesystem/contract/error.h"
 
 namespace fs {
 

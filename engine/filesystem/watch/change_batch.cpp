@@ -2,10 +2,10 @@
 
 #include <utility>
 
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/lookup_name.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/registry/holders.h"
-#include "engine/filesystem/registry/prefixed_names.h"
+#include "engine/filesystem/registry/registry.h"
 
 namespace fs {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 
 namespace fs {
 

@@ -10,7 +10,7 @@
 #include <engine/filesystem/contract/followed_source.h>
 #include <engine/filesystem/watch.h>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/watch/change_batch.h"
 #include "engine/filesystem/watch/follower.h"

@@ -2,10 +2,8 @@
 
 #include <engine/filesystem/sources/directory.h>
 
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/sources/directory/mount/state.h"
 #include "engine/platform/directories.h"
 

@@ -3,10 +3,9 @@
 #include <cstring>
 #include <typeinfo>
 
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
-#include "engine/filesystem/contract/open_rules.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/handles/native_open.h"
 #include "engine/filesystem/sources/directory/mount/state.h"
 

@@ -5,7 +5,7 @@
 #include <engine/filesystem/access/search.h>
 #include <engine/filesystem/sources/directory.h>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/name_list.h"
 #include "engine/filesystem/sources/directory/mount/state.h"
 

@@ -5,12 +5,9 @@
 #include <new>
 #include <utility>
 
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/lookup_name.h"
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
-#include "engine/filesystem/contract/open_rules.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/sources/directory/follow/follower.h"
 #include "engine/filesystem/sources/directory/mount/cache_service.h"

@@ -12,8 +12,8 @@
 #include <unordered_map>
 #include <utility>
 
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/formats/inflate.h"
 #include "engine/platform/threads.h"
 

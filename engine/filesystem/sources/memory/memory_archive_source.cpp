@@ -4,8 +4,8 @@
 #include <engine/filesystem/sources/memory_archive.h>
 #include <engine/filesystem/streams/memory.h>
 
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/name_list.h"
-#include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/message.h"
 
 namespace fs {

@@ -5,7 +5,7 @@
 
 #include <engine/filesystem/sources/memory_archive.h>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/platform/threads.h"
 

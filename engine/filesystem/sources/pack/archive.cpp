@@ -11,8 +11,8 @@
 
 #include <engine/filesystem/contract/names.h>
 
-#include "engine/filesystem/contract/normalize.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/formats/zip.h"
 #include "engine/filesystem/formats/zstd.h"
 #include "engine/platform/threads.h"

@@ -3,8 +3,7 @@
 
 #include <engine/filesystem/sources/pack.h>
 
-#include "engine/filesystem/contract/guarded.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/sources/pack/archive.h"
 #include "engine/filesystem/sources/pack/walk.h"
 

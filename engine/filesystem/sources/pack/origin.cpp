@@ -6,7 +6,7 @@
 #include <engine/filesystem/access/monitor.h>
 #include <engine/filesystem/pack_reader.h>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/platform/files.h"
 
 namespace fs {

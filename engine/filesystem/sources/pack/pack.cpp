@@ -12,11 +12,10 @@
 #include <string_view>
 #include <utility>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/contract/name_list.h"
-#include "engine/filesystem/contract/normalize.h"
-#include "engine/filesystem/contract/open_rules.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/pack/archive.h"
 #include "engine/filesystem/sources/pack/follower.h"

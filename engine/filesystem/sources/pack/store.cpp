@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 
 namespace fs {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/sources/pack/walk.h"
 
 namespace fs {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 
 namespace fs {
 

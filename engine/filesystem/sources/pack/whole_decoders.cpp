@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/formats/inflate.h"
 #include "engine/filesystem/formats/zstd.h"
 #include "engine/filesystem/sources/pack/archive.h"

@@ -6,9 +6,8 @@
 #include <engine/filesystem/sources/pack.h>
 
 #include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/name_list.h"
-#include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/sources/pack/archive.h"
 #include "engine/filesystem/sources/pack/entry_reader.h"

@@ -3,9 +3,8 @@
 #include <memory>
 #include <unordered_map>
 
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/directory/follow/follower.h"
 #include "engine/filesystem/sources/directory/mount/scan.h"

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "engine/filesystem/contract/native_path.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/sources/directory/mount/cache_service.h"
 #include "engine/filesystem/sources/directory/mount/state.h"
 #include "engine/platform/process.h"

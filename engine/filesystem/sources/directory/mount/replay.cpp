@@ -6,7 +6,7 @@
 
 #include <engine/kernel/multithreading.h>
 
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/sources/directory/mount/recorded.h"
 #include "engine/platform/directories.h"
 

@@ -5,8 +5,7 @@
 #include <optional>
 #include <utility>
 
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/sources/directory/mount/ahead.h"
 #include "engine/filesystem/sources/directory/mount/recorded.h"
 #include "engine/platform/directories.h"

@@ -4,9 +4,8 @@
 #include <cstring>
 #include <new>
 
-#include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/contract/normalize.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/directories.h"
 

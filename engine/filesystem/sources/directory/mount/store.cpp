@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "engine/filesystem/contract/native_path.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/platform/files.h"
 #include "engine/platform/process.h"
 

@@ -1,9 +1,9 @@
-// The logging configuration: found, read whole, parsed and applied command by command.
-#include "engine/filesystem/startup/log/config.h"
+// What the command line and the configuration file say about the log. The file is found, read whole, parsed and applied
+// command by command.
+#include "engine/filesystem/startup/crash.h"
 
 #include <algorithm>
 #include <new>
-#include <optional>
 #include <utility>
 
 #include <engine/filesystem/access.h>
@@ -12,7 +12,7 @@
 #include <engine/filesystem/startup/crash.h>
 #include <engine/kernel/parser.h>
 
-#include "engine/filesystem/contract/file_ptr.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/files.h"
 #include "engine/platform/process.h"
@@ -20,6 +20,32 @@
 namespace crash {
 
 namespace {
+
+constexpr std::size_t value_limit = 260;
+
+bool is_separator(char c) { return c == ' ' || c == '\t'; }
+
+/// Whether `before`, what stands before a word, ends in a marker that starts the line or follows a blank.
+bool ends_in_marker(std::string_view before) {
+    for (const std::string_view marker : {"--", "-", "/"}) {
+        if (!before.ends_with(marker)) continue;
+        const std::string_view rest = before.substr(0, before.size() - marker.size());
+        if (rest.empty() || is_separator(rest.back())) return true;
+    }
+    return false;
+}
+
+/// Calls `use` with what follows each marked occurrence of `word`, until it answers true.
+template <class Use>
+bool for_each_switch(std::string_view line, std::string_view word, Use use) {
+    const auto is_same = [](char a, char b) { return kernel::fold(a) == kernel::fold(b); };
+    for (auto from = line.begin();; ++from) {
+        from = std::search(from, line.end(), word.begin(), word.end(), is_same);
+        if (from == line.end()) return false;
+        const auto at = static_cast<std::size_t>(from - line.begin());
+        if (ends_in_marker(line.substr(0, at)) && use(line.substr(at + word.size()))) return true;
+    }
+}
 
 using Log::ELevel;
 
@@ -61,10 +87,6 @@ std::string_view text_of(const kernel::SConfigValue& value) {
     return value.string == nullptr ? std::string_view() : value.string;
 }
 
-bool is_keyword(const kernel::SConfigCommand& command, const char* name) {
-    return std::string_view(command.keyword) == name;
-}
-
 /// NONE for a name that is none.
 ELevel::TYPE level_from_name(std::string_view name) {
     constexpr std::pair<char, ELevel::TYPE> first_letters[] = {
@@ -84,22 +106,39 @@ ELevel::TYPE level_from_name(std::string_view name) {
 }
 
 void apply(const kernel::SConfigCommand& command) {
+    const std::string_view keyword(command.keyword);
     const kernel::SConfigValue* const values = command.values;
-    if (is_keyword(command, "Permit")) {
+    if (keyword == "Permit") {
         CLFilterAction::ENUM action = CLFilterAction::NOWHERE;
         if (values[1].integer != 0) action |= CLFilterAction::CONSOLE;
         if (values[2].integer != 0) action |= CLFilterAction::LOGFILE;
         _CLFilterAdd(values[0].string, action);
-    } else if (is_keyword(command, "BrenixLogLevel")) {
+    } else if (keyword == "BrenixLogLevel") {
         Log::Settings::Instance().SetLevel(level_from_name(text_of(values[0])));
-    } else if (is_keyword(command, "BrenixLogCategoryLevel")) {
+    } else if (keyword == "BrenixLogCategoryLevel") {
         Log::Settings::Instance().SetCategoryLevel(values[0].string, level_from_name(text_of(values[1])));
-    } else if (is_keyword(command, "BrenixLogMessageSource")) {
+    } else if (keyword == "BrenixLogMessageSource") {
         Log::Settings::Instance().SetMessageSource(values[0].integer != 0);
     }
 }
 
 }  // namespace
+
+bool has_switch(std::string_view command_line, std::string_view word) {
+    return for_each_switch(command_line, word,
+                           [](std::string_view rest) { return rest.empty() || is_separator(rest[0]); });
+}
+
+std::optional<std::string> option_value(std::string_view command_line, std::string_view name) {
+    std::optional<std::string> result;
+    for_each_switch(command_line, name, [&](std::string_view rest) {
+        const std::string_view value = rest.substr(0, rest.find(' '));
+        if (value.empty() || value.size() >= value_limit) return false;
+        result = value;
+        return true;
+    });
+    return result;
+}
 
 bool apply_configuration(const std::string& text, const char* file) {
     kernel::CConfigText* const parsed = kernel::CConfigText::Parse(

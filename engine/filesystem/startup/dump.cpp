@@ -1,21 +1,21 @@
 // Dumps go straight to the disk, past the virtual file system: they are written when nothing can be relied on. What a
 // crash handler needs is therefore worked out beforehand and kept in fixed buffers.
-#include <mutex>
 #include <string>
 
 #include <engine/filesystem/registry.h>
 #include <engine/filesystem/startup/crash.h>
 
-#include "engine/filesystem/contract/guarded.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/log/message.h"
-#include "engine/filesystem/log/recent.h"
-#include "engine/filesystem/startup/crash/name.h"
-#include "engine/filesystem/startup/log/file.h"
+#include "engine/filesystem/log/sinks.h"
+#include "engine/filesystem/startup/crash.h"
 #include "engine/platform/clock.h"
 #include "engine/platform/crash.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/files.h"
 #include "engine/platform/threads.h"
+#include "engine/platform/process.h"
 
 namespace {
 
@@ -36,23 +36,15 @@ std::int64_t local_offset_now() {
     return platform::utc_to_local(now) - now;
 }
 
-platform::CalendarTime local_time(std::int64_t offset) { return platform::to_calendar(platform::now_utc() + offset); }
-
-/// Makes each directory of a path that ends in "/".
-void make_directories(const std::string& path) {
-    for (std::size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
-        platform::create_directory(path.substr(0, slash).c_str());
-    }
-}
-
 /// The directory for dumps, made when it is missing: the log file's, else the one where a log file would be.
 std::string dump_directory() {
+    const fs::ErrorKeeper keeper;
     std::string directory = crash::log_directory();
     if (directory.empty()) {
         directory = fs::is_initialized() ? fs::write_path() : "";
         directory += crash::log_folder;
     }
-    make_directories(directory);
+    fs::create_directories(directory);
     char spelled[path_buffer_size];
     return platform::resolve_case(directory.c_str(), spelled) ? spelled : directory;
 }
@@ -65,7 +57,8 @@ platform::Failure write_stamped(std::string_view directory, std::int64_t local_o
     for (int attempt = 0; attempt < most_attempts; ++attempt) {
         char name[64];
         BoundedText stamped(name);
-        crash::add_stamped_name(stamped, local_time(local_offset), platform::dump_ending());
+        crash::add_stamped_name(stamped, platform::to_calendar(platform::now_utc() + local_offset),
+                                platform::dump_ending());
         BoundedText whole(path);
         whole.add(directory);
         attempt == 0 ? static_cast<void>(whole.add(stamped.view())) : crash::add_with_process(whole, stamped.view());
@@ -109,7 +102,7 @@ void on_crash(const platform::CrashContext* context) {
 bool catch_exceptions(const std::string& directory) {
     if (directory.size() >= path_buffer_size)
         return fs::refuse(EFSError::INVALID_NAME, directory.c_str(), "The directory for dumps has too long a name.");
-    const std::lock_guard guard(state.lock);
+    const platform::LockGuard guard(state.lock);
     platform::remove_crash_handler();
     BoundedText(state.directory).add(directory);
     state.local_offset = local_offset_now();
@@ -118,6 +111,26 @@ bool catch_exceptions(const std::string& directory) {
 }
 
 }  // namespace
+
+namespace crash {
+
+void add_stamped_name(platform::BoundedText& out, const platform::CalendarTime& time, std::string_view ending) {
+    out.add("crash_").add_number(time.year, 10, 4);
+    for (const int part : {time.month, time.day}) out.add_number(part, 10, 2);
+    out.add('_');
+    for (const int part : {time.hour, time.minute, time.second}) out.add_number(part, 10, 2);
+    out.add_number(time.millisecond, 10, 3).add(ending);
+}
+
+void add_with_process(platform::BoundedText& out, std::string_view name) {
+    const std::size_t slash = name.find_last_of("/\\");
+    const std::size_t dot = name.rfind('.');
+    const bool has_ending = dot != std::string_view::npos && (slash == std::string_view::npos || dot > slash);
+    const std::size_t end = has_ending ? dot : name.size();
+    out.add(name.substr(0, end)).add('_').add_number(platform::process_id()).add(name.substr(end));
+}
+
+}  // namespace crash
 
 fs::string CreateDumpFilename() {
     return fs::guarded(nullptr, fs::string(), [] {
@@ -134,7 +147,7 @@ bool WriteFullDump(const char* native_path) { return write(native_path, true); }
 bool CrashCatchExceptions(bool on) {
     return fs::guarded(nullptr, false, [on] {
         if (on) return catch_exceptions(dump_directory());
-        const std::lock_guard guard(state.lock);
+        const platform::LockGuard guard(state.lock);
         platform::remove_crash_handler();
         return true;
     });

@@ -16,15 +16,11 @@
 #include <engine/filesystem/log.h>
 #include <engine/filesystem/registry.h>
 
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/log/sinks.h"
 #include "engine/filesystem/registry/registry.h"
-#include "engine/filesystem/startup/crash/assert.h"
-#include "engine/filesystem/startup/crash/name.h"
-#include "engine/filesystem/startup/log/config.h"
-#include "engine/filesystem/startup/log/file.h"
-#include "engine/filesystem/startup/log/switches.h"
+#include "engine/filesystem/startup/crash.h"
 #include "engine/platform/clock.h"
 #include "engine/platform/process.h"
 
@@ -110,9 +106,9 @@ void complete() {
 
 /// Done as the library is loaded: the first message of a process may come before any call that could do it.
 bool install() {
-    logging::state.may_start_now = [] { return !fs::registry::this_thread_holds_lock(); };
-    logging::state.run = [] { CrashInit(false); };
-    logging::state.default_assert_handler = crash::ask_about_assertion;
+    logging::state.run = [] {
+        if (!fs::registry::this_thread_holds_lock()) CrashInit(false);  // opening the file would wait for it
+    };
     return true;
 }
 [[maybe_unused]] const bool is_installed = install();
@@ -153,5 +149,3 @@ void CrashShowMessageBox(bool on) { logging::state.message_boxes = on; }
 bool CrashCanShowMessageBox() { return logging::state.message_boxes; }
 void CrashShowCallstackInAsserts(bool on) { logging::state.call_stacks = on; }
 bool CrashCanShowCallstackInAsserts() { return logging::state.call_stacks; }
-
-const char* CrashGetLogFileName() { return crash::log_file_name(); }

@@ -1,16 +1,19 @@
 #include <atomic>
-#include <new>
 #include <unordered_set>
 #include <utility>
 
-#include <engine/filesystem/access/open.h>
+#include <engine/filesystem/access/monitor.h>
 
 #include "engine/filesystem/access/parts.h"
 #include "engine/platform/threads.h"
 
+// Who hears of opens: the monitor of native ones, and the record of names that were read.
+
 namespace fs {
 
 namespace {
+
+constinit std::atomic<IFsMonitor*> current{nullptr};
 
 struct AccessRecord {
     std::atomic<bool> on{false};
@@ -24,21 +27,28 @@ AccessRecord& access_record_state() {
     return instance.value;
 }
 
-void note(AccessRecord& record, const fs::path& name) {
-    fs::string text = full_name(name);
-    const platform::LockGuard guard(record.lock);
-    if (!record.on.load(std::memory_order_relaxed)) return;  // switched off meanwhile
-    const auto [place, is_new] = record.noted.insert(std::move(text));
-    if (is_new) record.names.push_back(*place);
+}  // namespace
+
+IFsMonitor* set_monitor(IFsMonitor* monitor) { return current.exchange(monitor, std::memory_order_acq_rel); }
+
+void monitor_touch_file(const char* path) {
+    guarded(path, [path] { notify_monitor(path, EFSMode::READ, FFSOpenFlags::NONE); });
 }
 
-}  // namespace
+void notify_monitor(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
+    IFsMonitor* const monitor = current.load(std::memory_order_acquire);
+    if (monitor != nullptr) monitor->touch_file(path != nullptr ? path : "", mode, flags);
+}
 
 void note_access(const fs::path& name) {
     AccessRecord& record = access_record_state();
     if (!record.on.load(std::memory_order_relaxed)) return;
     try {
-        note(record, name);
+        fs::string text = full_name(name);
+        const platform::LockGuard guard(record.lock);
+        if (!record.on.load(std::memory_order_relaxed)) return;  // switched off meanwhile
+        const auto [place, is_new] = record.noted.insert(std::move(text));
+        if (is_new) record.names.push_back(*place);
     } catch (...) {
         // A name is lost from the record for want of memory; the open that it tells of has succeeded.
     }

@@ -2,18 +2,18 @@
 // returns, the system has its line. It is written at its end, wherever that is, so that processes that share it after a
 // fork do not write over each other. The lock makes two threads' lines come one after the other whatever kind of handle
 // it is, and lets the file be closed while others log.
-#include "engine/filesystem/startup/log/file.h"
+#include "engine/filesystem/startup/crash.h"
 
 #include <atomic>
-#include <mutex>
 #include <string_view>
 
 #include <engine/filesystem/access.h>
 #include <engine/filesystem/contract.h>
 #include <engine/filesystem/registry.h>
+#include <engine/filesystem/startup/crash.h>
 
-#include "engine/filesystem/contract/file_ptr.h"
-#include "engine/filesystem/contract/set_error.h"
+#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/handles/native_file.h"
 #include "engine/filesystem/log/sinks.h"
 #include "engine/platform/files.h"
@@ -43,17 +43,6 @@ LogFile& log_file() {
 // Writing may itself log (a failure, say); such a message must not wait for the file that its own thread is writing.
 constinit platform::PerThread<bool, struct WritingLogFile> is_writing;
 
-class FileLock {
-public:
-    explicit FileLock(LogFile& log) : guard_(log.lock) { is_writing = true; }
-    ~FileLock() { is_writing = false; }
-    FileLock(const FileLock&) = delete;
-    FileLock& operator=(const FileLock&) = delete;
-
-private:
-    const std::lock_guard<platform::Mutex> guard_;
-};
-
 /// False when not all of it was written.
 bool put(LogFile& log, std::string_view text) {
     const std::uint64_t written = fs::write(log.file, text.data(), text.size());
@@ -66,11 +55,15 @@ void write_line(const char* text, std::size_t length) {
     if (is_writing) return;
     const fs::ErrorKeeper keeper;
     LogFile& log = log_file();
-    const FileLock lock(log);
+    const platform::LockGuard guard(log.lock);
     if (log.file == nullptr) return;
-    // What a full disk cut off must not run into the next line.
-    const bool needs_line_end = log.lost_output && !log.at_line_start && text[0] != '\r';
-    if (!needs_line_end || put(log, "\r\n")) put(log, {text, length});
+    is_writing = true;
+    fs::guarded(nullptr, [&] {  // the file may be one of the host's own
+        // What a full disk cut off must not run into the next line.
+        const bool needs_line_end = log.lost_output && !log.at_line_start && text[0] != '\r';
+        if (!needs_line_end || put(log, "\r\n")) put(log, {text, length});
+    });
+    is_writing = false;
 }
 
 /// Made, or emptied, and from then on written at its end alone where the file is one of the disk.
@@ -106,7 +99,7 @@ Opened open_log_file(const std::string& name, bool must_be_new) {
     std::string native_path = fs::full_path(name.c_str());
     LogFile& log = log_file();
     {
-        const FileLock lock(log);
+        const platform::LockGuard guard(log.lock);
         log.file = file.release();
         log.is_ours = !existed;
         log.virtual_name.swap(virtual_name);
@@ -125,7 +118,7 @@ void close_log_file() {
     const fs::ErrorKeeper keeper;
     SFsFile* file = nullptr;
     {
-        const FileLock lock(log);
+        const platform::LockGuard guard(log.lock);
         std::swap(file, log.file);
     }
     if (file == nullptr) return;
@@ -137,13 +130,13 @@ void close_log_file() {
 std::string log_directory() {
     if (is_writing) return "";
     LogFile& log = log_file();
-    const FileLock lock(log);
+    const platform::LockGuard guard(log.lock);
     return log.native_path.substr(0, log.native_path.rfind('/') + 1);
 }
 
-const char* log_file_name() {
-    const LogFile& log = log_file();
+}  // namespace crash
+
+const char* CrashGetLogFileName() {
+    const crash::LogFile& log = crash::log_file();
     return log.is_open.load(std::memory_order_acquire) ? log.name.c_str() : nullptr;
 }
-
-}  // namespace crash
