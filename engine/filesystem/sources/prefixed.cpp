@@ -20,7 +20,7 @@
 #include "engine/filesystem/registry/holders.h"
 #include "engine/filesystem/registry/prefixed_names.h"
 #include "engine/filesystem/sources/paths.h"
-#include "engine/filesystem/watch/follower.h"
+#include "engine/filesystem/watch/watching.h"
 #include "engine/kernel/text.h"
 
 namespace fs {

@@ -1,6 +1,6 @@
 #include "engine/filesystem/sources/pack/follower.h"
 
-#include "engine/filesystem/watch/change_batch.h"
+#include "engine/filesystem/watch/watching.h"
 #include "engine/kernel/text.h"
 
 namespace fs {

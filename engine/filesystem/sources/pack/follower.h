@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "engine/filesystem/watch/watches.h"
+#include "engine/filesystem/watch/watching.h"
 
 namespace fs {
 

@@ -8,7 +8,7 @@
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/sources/directory/follow/follower.h"
 #include "engine/filesystem/sources/directory/mount/scan.h"
-#include "engine/filesystem/watch/change_batch.h"
+#include "engine/filesystem/watch/watching.h"
 
 // Under the registry's exclusive lock the table is brought to what was found. Each name is told, entered and unmarked in
 // one go, so that where memory ends the table, the marks and what was told agree.

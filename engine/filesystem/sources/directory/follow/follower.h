@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "engine/filesystem/sources/directory/mount/state.h"
-#include "engine/filesystem/watch/watches.h"
+#include "engine/filesystem/watch/watching.h"
 #include "engine/platform/directories.h"
 
 class CWin32_dir;
