@@ -2,15 +2,14 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <vector>
 
 #include <engine/kernel/multithreading.h>
 
-#include "engine/filesystem/loading/batch.h"
 #include "engine/filesystem/loading/load.h"
-#include "engine/filesystem/loading/schedule.h"
 #include "engine/platform/lock.h"
 #include "engine/platform/per_thread.h"
 
@@ -33,8 +32,8 @@ public:
     /// Takes a reference to each load and to its batch. False, with the failure stored and no load begun, while loads are stopped.
     /// Throws std::bad_alloc, with none begun.
     bool Submit(const std::vector<Load*>& loads);
-    bool Wait(const Load& load, std::uint32_t timeout_ms);
-    bool Wait(const LoadBatch& batch, std::uint32_t timeout_ms);
+    /// Waits for the end of loads. False when the time passed first, or the thread may not wait.
+    bool Wait(std::uint32_t timeout_ms, const std::function<bool()>& ended);
     bool Cancel(Load& load);
     bool Reprioritise(Load& load, std::int32_t priority, std::uint32_t deadline_ms);
     const void* Data(const Load& load);
@@ -65,7 +64,7 @@ private:
     using Workers = std::vector<std::unique_ptr<Worker>>;
     using Guard = std::unique_lock<platform::Mutex>;
 
-    // staff.cpp: who works.
+    // Who works.
     void EnsureWorkers();
     static Workers Hire(const SFsLoadSettings& settings);
     Workers Dismiss(Workers successors);
@@ -75,7 +74,7 @@ private:
     void WorkHere(Guard& guard);
     void ServeSoon(std::size_t count, bool urgent, Guard& guard);
 
-    // service.cpp: a load from the schedule to its callback. With lock_ held; what takes the guard lets it go meanwhile.
+    // A load from the schedule to its callback. With lock_ held; what takes the guard lets it go meanwhile.
     Load* Choose(bool is_lane);
     void Serve(Load& load, const Worker& worker, Guard& guard);
     void TakeInHand(Load& load);
@@ -91,8 +90,6 @@ private:
     void CallBack(Load& load, Guard& guard);
     void Charge(Load& load, std::uint64_t bytes);
     void WakeFor(std::size_t loads, bool urgent);
-    template <typename Ended>
-    bool WaitAsHost(std::uint32_t timeout_ms, Ended ended);
 
     platform::Mutex staff_lock_;  // held, before lock_, by who changes workers_; never while a thread is joined
 
@@ -131,5 +128,10 @@ struct LoadThread {
     bool MayNotWait() const { return worker != nullptr || callbacks != 0; }
 };
 LoadThread& this_load_thread();
+
+/// Lets loads begin; the first one starts the workers.
+void start_loads();
+/// Ends every load, callbacks included, and the workers, before the sources go.
+void stop_loads();
 
 }  // namespace fs

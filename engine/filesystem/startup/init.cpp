@@ -11,7 +11,7 @@
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/lookup_name.h"
 #include "engine/filesystem/handles/queue_slots.h"
-#include "engine/filesystem/loading/control.h"
+#include "engine/filesystem/loading/loader.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/memory/server_archive.h"
