@@ -18,7 +18,7 @@
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
-#include "engine/filesystem/sources/directory/mount/store.h"
+#include "engine/filesystem/sources/directory/listing.h"
 #include "engine/filesystem/sources/prefixed.h"
 #include "engine/filesystem/startup/prepared_path.h"
 

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -40,7 +41,10 @@ public:
     std::uint32_t find(std::string_view dir, std::string_view name) const;
     /// The first file of exactly this directory and name.
     std::uint32_t find_exact(std::string_view dir, std::string_view name) const;
-
+    std::uint32_t find_exact(std::string_view path) const {
+        const std::size_t split = path.rfind('/') + 1;
+        return find_exact(path.substr(0, split), path.substr(split));
+    }
     /// The next file of the same directory and name, whose spelling is another; or none.
     std::uint32_t next_exact(std::uint32_t file) const;
 
@@ -57,6 +61,14 @@ public:
     }
     std::string_view dir(std::uint32_t file) const { return dirs_.lower(record(file).dir); }
     std::string_view spelled_dir(std::uint32_t file) const { return dirs_.spelled(record(file).dir); }
+    std::string path(std::uint32_t file) const { return std::string(dir(file)).append(name(file)); }
+    std::string spelled_path(std::uint32_t file) const {
+        return std::string(spelled_dir(file)).append(spelled_name(file));
+    }
+    bool is_spelled(std::uint32_t file, std::string_view path) const {
+        return path.size() == dir(file).size() + name(file).size() && path.starts_with(spelled_dir(file)) &&
+               path.ends_with(spelled_name(file));
+    }
     std::uint32_t value(std::uint32_t file) const { return record(file).value; }
     void set_value(std::uint32_t file, std::uint32_t value) { record(file).value = value; }
 

@@ -193,7 +193,8 @@ void PackArchive::fill_tree(dir& tree) const {
 
 bool PackArchive::open(std::uint32_t file) {
     if (is_zip64(table_.entry(file)))
-        return refuse(EFSError::UNSUPPORTED, full_name(file).c_str(), "The entry of the pack is in zip64 form.");
+        return refuse(EFSError::UNSUPPORTED, table_.names.path(file).c_str(),
+                      "The entry of the pack is in zip64 form.");
     return store_.is_remote() || locate(file);
 }
 
@@ -201,7 +202,7 @@ bool PackArchive::locate(std::uint32_t file) {
     PackEntry& entry = table_.entry(file);
     if ((state_of(entry) & located) != 0) return true;
     const auto refuse_entry = [&](EFSError::TYPE code, const char* reason) {
-        return refuse(code, full_name(file).c_str(), reason);
+        return refuse(code, table_.names.path(file).c_str(), reason);
     };
     std::uint8_t bytes[zip::local_header_size];
     store_.prefetch(entry.header_offset, sizeof bytes + std::uint64_t{entry.packed_size});

@@ -105,9 +105,6 @@ public:
     PackCheckpoints& checkpoints() { return checkpoints_; }
     WholeDecoders& whole_decoders() { return whole_decoders_; }
 
-    std::string full_name(std::uint32_t file) const {
-        return std::string(table_.names.dir(file)).append(table_.names.name(file));
-    }
     /// What is done when the file is opened: locates it, unless that may take
     /// long. False, with fs::last_error set, when that fails or the entry is of a
     /// kind that is not read.

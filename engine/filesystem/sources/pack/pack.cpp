@@ -213,7 +213,7 @@ void CZip_dir::root_path(fs::path& out, const fs::path& p) {
     out.Release();
     fs::guarded(p.FileName(), [&] {
         const std::uint32_t file = state_->find(p);
-        if (file != none) out = fs::path(state_->archive->full_name(file).c_str(), true);
+        if (file != none) out = fs::path(state_->archive->table().names.path(file).c_str(), true);
     });
 }
 

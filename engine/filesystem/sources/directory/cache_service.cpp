@@ -5,8 +5,8 @@
 #include <string_view>
 
 #include "engine/filesystem/contract/native_path.h"
-#include "engine/filesystem/sources/directory/mount/cache_service.h"
-#include "engine/filesystem/sources/directory/mount/state.h"
+#include "engine/filesystem/sources/directory/cache_service.h"
+#include "engine/filesystem/sources/directory/state.h"
 #include "engine/platform/modules.h"
 
 // A companion module may keep listings of whole trees in memory and serve a mount from them. Everything about it is

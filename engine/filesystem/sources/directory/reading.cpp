@@ -7,8 +7,8 @@
 #include "engine/filesystem/contract/normalize.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/registry/registry.h"
-#include "engine/filesystem/sources/directory/follow/follower.h"
-#include "engine/filesystem/sources/directory/mount/scan.h"
+#include "engine/filesystem/sources/directory/follower.h"
+#include "engine/filesystem/sources/directory/scan.h"
 
 // Marked directories are read as a mount reads them, each being watched before it is listed, and what was read is compared
 // with the table: names that are in one of the two alone are marked.
@@ -117,9 +117,9 @@ void DirectoryFollower::Reading::compare(bool is_new_told, std::int64_t when) co
     const NameTable& table = follower.state_.names->table;
     for (std::uint32_t file = names->table.first(); file != NameTable::none; file = names->table.next(file)) {
         const std::string_view dir = names->table.spelled_dir(file);
-        std::string path = spelled_path(names->table, file);
+        std::string path = names->table.spelled_path(file);
         const bool is_new = is_new_told && follower.new_dirs_.contains(dir);
-        const bool is_held = !is_new && holds(table, lower_text(path), path);
+        const bool is_held = !is_new && holds(table, path);
         if (!is_held || extent_of(dir) == Extent::FILES)
             follower.mark(std::move(path), is_held ? Kind::ARRIVED : Kind::CREATED, when);
     }
@@ -130,8 +130,8 @@ void DirectoryFollower::Reading::compare(bool is_new_told, std::int64_t when) co
         const auto [known, is_added] = was_read.try_emplace(table.dir_number(file));
         if (is_added) known->second = extent_of(dir) != Extent::NOTHING && !is_below_any(put_off, dir);
         if (!known->second) continue;
-        std::string path = spelled_path(table, file);
-        if (!holds(names->table, lower_text(path), path)) follower.mark(std::move(path), Kind::REMOVED, when);
+        std::string path = table.spelled_path(file);
+        if (!holds(names->table, path)) follower.mark(std::move(path), Kind::REMOVED, when);
     }
 }
 
