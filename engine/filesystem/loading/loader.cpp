@@ -1,11 +1,11 @@
 #include "engine/filesystem/loading/loader.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <thread>
 #include <utility>
 
-#include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/platform/never_destroyed.h"

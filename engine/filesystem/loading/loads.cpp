@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
-#include <utility>
 
 #include <engine/filesystem/contract/viewable_file.h>
 

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <utility>
 
 #include "engine/filesystem/access/open_pinned.h"
 #include "engine/filesystem/access/parts.h"

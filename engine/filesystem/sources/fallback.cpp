@@ -8,7 +8,6 @@
 #include "engine/filesystem/contract/native_path.h"
 #include "engine/filesystem/contract/open_rules.h"
 #include "engine/filesystem/contract/set_error.h"
-#include "engine/filesystem/handles/native_open.h"
 #include "engine/filesystem/sources/paths.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/process.h"
@@ -19,6 +18,7 @@
 namespace {
 
 using fs::NativePath;
+using Flags = FFSOpenFlags::FLAGS;
 
 // Directory and name of a request. False when they are empty or do not fit.
 bool full_name(const fs::path& p, NativePath& out) {
@@ -75,7 +75,7 @@ bool CWin32_fallback::set_read_only(const fs::path& p, bool on) {
     return platform::set_read_only(path.text, on) || fs::refuse_by_disk(path.text, "keeps its read-only attribute");
 }
 
-SFsFile* CWin32_fallback::open(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
+SFsFile* CWin32_fallback::open(const fs::path& p, EFSMode::TYPE mode, Flags flags) {
     NativePath name;
     NativePath path;
     if (!full_name(p, name)) return nullptr;
@@ -87,26 +87,18 @@ SFsFile* CWin32_fallback::open(const fs::path& p, EFSMode::TYPE mode, FFSOpenFla
     return nullptr;
 }
 
-SFsFile* CWin32_fallback::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    return open(p, EFSMode::READ, flags);
-}
-SFsFile* CWin32_fallback::open_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    return open(p, EFSMode::WRITE, flags);
-}
-SFsFile* CWin32_fallback::open_append(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    return open(p, EFSMode::APPEND, flags);
-}
-SFsFile* CWin32_fallback::open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+SFsFile* CWin32_fallback::open_read(const fs::path& p, Flags flags) { return open(p, EFSMode::READ, flags); }
+SFsFile* CWin32_fallback::open_write(const fs::path& p, Flags flags) { return open(p, EFSMode::WRITE, flags); }
+SFsFile* CWin32_fallback::open_append(const fs::path& p, Flags flags) { return open(p, EFSMode::APPEND, flags); }
+SFsFile* CWin32_fallback::open_read_write(const fs::path& p, Flags flags) {
     return open(p, EFSMode::READ_WRITE, flags);
 }
 
 // The name as it is asked for is all that an open needs. A derived class may open in its own way, which is made for the lock.
-fs::LocatingSource::Answer CWin32_fallback::locate(const fs::path&, FFSOpenFlags::FLAGS, Located&) {
+fs::LocatingSource::Answer CWin32_fallback::locate(const fs::path&, Flags, Located&) {
     return typeid(*this) == typeid(CWin32_fallback) ? Answer::LOCATED : Answer::OPEN_READ;
 }
-SFsFile* CWin32_fallback::open_located(const fs::path& p, FFSOpenFlags::FLAGS flags, const Located&) {
-    return open_read(p, flags);
-}
+SFsFile* CWin32_fallback::open_located(const fs::path& p, Flags flags, const Located&) { return open_read(p, flags); }
 
 void CWin32_fallback::rem_dir(const fs::path& p) {
     const std::string_view dir = p.PathNameView();

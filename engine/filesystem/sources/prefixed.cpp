@@ -1,7 +1,6 @@
 #include "engine/filesystem/sources/prefixed.h"
 
 #include <functional>
-#include <memory>
 #include <new>
 #include <optional>
 #include <utility>
@@ -71,8 +70,7 @@ public:
     }
     std::function<void()> read_anew() override {
         auto* const followed = dynamic_cast<FollowedSource*>(inner_.get());
-        if (followed == nullptr) return [this] { refresh(); };
-        std::function<void()> take_up = followed->read_anew();
+        std::function<void()> take_up = followed != nullptr ? followed->read_anew() : [this] { inner_->refresh(); };
         if (!take_up) return {};
         return [this, take_up = std::move(take_up)] { take_up(), follow(); };
     }
@@ -239,10 +237,9 @@ protected:
         });
     }
 
-    /// Makes the tree anew from the inner source's. True.
+    /// Makes the tree anew from the inner source's. False, with the failure stored, without memory.
     bool follow() {
-        guarded(prefix_.c_str(), [&] { follow_tree(); });
-        return true;
+        return guarded(prefix_.c_str(), false, [&] { return follow_tree(), true; });
     }
 
 private:

@@ -19,6 +19,7 @@ namespace {
 using fs::DirectoryState;
 using fs::NameTable;
 using fs::NativePath;
+using Flags = FFSOpenFlags::FLAGS;
 
 /// A file that is about to be made or renamed to: entered first, so that what can fail has failed before the disk is
 /// changed, and taken out again unless the disk does its part.
@@ -73,8 +74,7 @@ private:
     bool is_kept_ = false;
 };
 
-bool locate_entry(const DirectoryState& state, const fs::path& p, FFSOpenFlags::FLAGS flags,
-                  fs::LocatingSource::Located& out) {
+bool locate_entry(const DirectoryState& state, const fs::path& p, Flags flags, fs::LocatingSource::Located& out) {
     const std::uint32_t file = state.find(p, fs::has_any(flags, FFSOpenFlags::WHOLE_NAME));
     NativePath native;
     if (file == NameTable::none || !state.native_path(file, native)) return false;
@@ -84,8 +84,7 @@ bool locate_entry(const DirectoryState& state, const fs::path& p, FFSOpenFlags::
     return true;
 }
 
-SFsFile* open_entry(CFSSource* source, const fs::LocatingSource::Located& entry, EFSMode::TYPE mode,
-                    FFSOpenFlags::FLAGS flags) {
+SFsFile* open_entry(CFSSource* source, const fs::LocatingSource::Located& entry, EFSMode::TYPE mode, Flags flags) {
     char name[platform::path_buffer_size];
     const std::string_view spelled(entry.path + entry.root_length);
     fs::fold_text(name, spelled.copy(name, sizeof name));
@@ -135,35 +134,29 @@ void forget(DirectoryState& state, const char* path, const platform::DirectoryIt
 
 }  // namespace
 
-SFsFile* CWin32_dir::open_existing(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
+SFsFile* CWin32_dir::open_existing(const fs::path& p, EFSMode::TYPE mode, Flags flags) {
     Located entry;
     return locate_entry(*state_, p, flags, entry) ? open_entry(this, entry, mode, flags) : nullptr;
 }
 
-fs::LocatingSource::Answer CWin32_dir::locate(const fs::path& p, FFSOpenFlags::FLAGS flags, Located& out) {
+fs::LocatingSource::Answer CWin32_dir::locate(const fs::path& p, Flags flags, Located& out) {
     // A derived class may open in its own way, which is made for the lock.
     if (typeid(*this) != typeid(CWin32_dir)) return Answer::OPEN_READ;
     return locate_entry(*state_, p, flags, out) ? Answer::LOCATED : Answer::NOT_HELD;
 }
 
-SFsFile* CWin32_dir::open_located(const fs::path& /*p*/, FFSOpenFlags::FLAGS flags, const Located& found) {
+SFsFile* CWin32_dir::open_located(const fs::path& /*p*/, Flags flags, const Located& found) {
     return open_entry(this, found, EFSMode::READ, flags);
 }
 
-SFsFile* CWin32_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    return open_existing(p, EFSMode::READ, flags);
-}
-SFsFile* CWin32_dir::open_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    return open_existing(p, EFSMode::WRITE, flags);
-}
-SFsFile* CWin32_dir::open_append(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    return open_existing(p, EFSMode::APPEND, flags);
-}
-SFsFile* CWin32_dir::open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+SFsFile* CWin32_dir::open_read(const fs::path& p, Flags flags) { return open_existing(p, EFSMode::READ, flags); }
+SFsFile* CWin32_dir::open_write(const fs::path& p, Flags flags) { return open_existing(p, EFSMode::WRITE, flags); }
+SFsFile* CWin32_dir::open_append(const fs::path& p, Flags flags) { return open_existing(p, EFSMode::APPEND, flags); }
+SFsFile* CWin32_dir::open_read_write(const fs::path& p, Flags flags) {
     return open_existing(p, EFSMode::READ_WRITE, flags);
 }
 
-SFsFile* CWin32_dir::create(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
+SFsFile* CWin32_dir::create(const fs::path& p, EFSMode::TYPE mode, Flags flags) {
     SFsFile* file = nullptr;
     enter_new(*state_, p, [&](const NativePath& native) {
         const std::string name = fs::lower_text(native.below_root());
@@ -181,12 +174,8 @@ bool CWin32_dir::add_file(const fs::path& p, const std::function<bool()>& place)
     return is_placed;
 }
 
-SFsFile* CWin32_dir::create_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    return create(p, EFSMode::WRITE, flags);
-}
-SFsFile* CWin32_dir::create_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    return create(p, EFSMode::READ_WRITE, flags);
-}
+SFsFile* CWin32_dir::create_write(const fs::path& p, Flags flags) { return create(p, EFSMode::WRITE, flags); }
+SFsFile* CWin32_dir::create_read_write(const fs::path& p, Flags flags) { return create(p, EFSMode::READ_WRITE, flags); }
 
 bool CWin32_dir::mkdir(const fs::path& p) {
     NativePath native;

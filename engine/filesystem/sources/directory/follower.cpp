@@ -11,7 +11,6 @@
 #include "engine/filesystem/contract/set_error.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/directory/scan.h"
-#include "engine/filesystem/watch/watching.h"
 #include "engine/kernel/text.h"
 
 namespace fs {

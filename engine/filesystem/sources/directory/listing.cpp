@@ -7,7 +7,6 @@
 #include <cstring>
 #include <new>
 #include <thread>
-#include <utility>
 
 #include <engine/kernel/multithreading.h>
 

@@ -1,7 +1,6 @@
 #include "engine/filesystem/sources/names/name_table.h"
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 #include <stdexcept>
 #include <utility>
