@@ -21,9 +21,8 @@ namespace fs {
 
 namespace {
 
-// An entry's state: the length of the local header's two texts, which takes 17
-// bits, the method that it tells, cut to 14 bits by what no method is, and
-// whether the header was read at all.
+// An entry's state: the length of the local header's two texts, which takes 17 bits, the method that it tells, cut to
+// 14 bits by what no method is, and whether the header was read at all.
 constexpr std::uint32_t texts_mask = 0x1FFFF;
 constexpr std::uint32_t method_shift = 17;
 constexpr std::uint32_t most_method = 0x3FFF;
@@ -40,8 +39,8 @@ bool is_zip64(const PackEntry& entry) {
            entry.header_offset == zip::in_zip64_field;
 }
 
-/// The packs that are in use: nobody can open their files once more, to list
-/// them say. Never destroyed, so that late callers find it.
+/// The packs that are in use: nobody can open their files once more, to list them say. Never destroyed, so that late
+/// callers find it.
 struct PacksInUse {
     platform::Mutex lock;                                                         // guards the packs
     std::vector<std::pair<std::string, std::weak_ptr<const PackArchive>>> packs;  // by their paths in normal form
@@ -70,8 +69,7 @@ std::shared_ptr<EntryCheckpoints> PackCheckpoints::of(std::uint32_t entry, std::
     return sets_.back();
 }
 
-/// When most of the memory is taken, gives up the sets that no open file uses,
-/// the longest unused first.
+/// When most of the memory is taken, gives up the sets that no open file uses, the longest unused first.
 void PackCheckpoints::make_room() {
     for (auto set = sets_.begin(); set != sets_.end() && held_ > most_bytes / 2;) {
         if (set->use_count() != 1) {
@@ -214,8 +212,7 @@ bool PackArchive::locate(std::uint32_t file) {
     if (header.method == EFSPackMethod::ZSTD && !has_zstd())
         return refuse_entry(EFSError::UNSUPPORTED,
                             "The entry is packed by zstd, which this library was built without.");
-    // Two threads may both come here; they read the same header and set the same
-    // bits.
+    // Two threads may both come here; they read the same header and set the same bits.
     const std::uint32_t method = std::min<std::uint32_t>(header.method, most_method);
     std::atomic_ref<std::uint32_t>(entry.state)
         .fetch_or(located | method << method_shift | header.texts_size, std::memory_order_relaxed);

@@ -27,8 +27,8 @@ struct EntryCheckpoint {
     std::uint32_t consumed = 0;                        // packed bytes that the decoder had taken
 };
 
-/// States of one entry's decoding at the beginnings of some of its blocks. They
-/// are taken as decoding passes and shared by the open files of the entry.
+/// States of one entry's decoding at the beginnings of some of its blocks. They are taken as decoding passes and shared
+/// by the open files of the entry.
 struct EntryCheckpoints {
     std::uint32_t entry;
     std::uint32_t interval;             // in blocks
@@ -43,16 +43,13 @@ public:
     static constexpr std::uint32_t most_kept = 420;     // 16 MiB; an entry that would have more has them further apart
     static constexpr std::uint64_t most_bytes = 16 * 1024 * 1024;
 
-    /// Those of one entry; null for an entry that is too small to need any. May
-    /// throw std::bad_alloc.
+    /// Those of one entry; null for an entry that is too small to need any. May throw std::bad_alloc.
     std::shared_ptr<EntryCheckpoints> of(std::uint32_t entry, std::uint32_t size);
     /// Whether block `number` is one whose beginning is kept and not known yet.
     bool wants(const EntryCheckpoints& set, std::uint32_t number);
-    /// Keeps the state at the beginning of block `number`, if there is room for
-    /// it.
+    /// Keeps the state at the beginning of block `number`, if there is room for it.
     void add(EntryCheckpoints& set, std::uint32_t number, EntryCheckpoint checkpoint);
-    /// The latest one after block `after` and at or before block `number`, and in
-    /// `found` its block.
+    /// The latest one after block `after` and at or before block `number`, and in `found` its block.
     EntryCheckpoint find(const EntryCheckpoints& set, std::uint32_t number, std::uint32_t after, std::uint32_t& found);
 
 private:
@@ -63,9 +60,9 @@ private:
     std::uint64_t held_ ENGINE_GUARDED_BY(lock_) = 0;                               // bytes
 };
 
-/// Decodes whole entries in one call, straight from the packed bytes into the
-/// caller's buffer, the fastest way there is. Decoders and their buffers are
-/// kept for the next entry. Threads  any number at once.
+/// Decodes whole entries in one call, straight from the packed bytes into the caller's buffer, the fastest way there
+/// is. Decoders and their buffers are kept for the next entry.
+/// Threads  any number at once.
 class WholeDecoders {
 public:
     WholeDecoders();  // may throw std::bad_alloc
@@ -73,9 +70,8 @@ public:
     WholeDecoders(const WholeDecoders&) = delete;
     WholeDecoders& operator=(const WholeDecoders&) = delete;
 
-    /// Decodes a compressed entry. False when it is damaged, not of its recorded
-    /// size, or too large for this: the caller then goes by blocks. May throw
-    /// std::bad_alloc.
+    /// Decodes a compressed entry. False when it is damaged, not of its recorded size, or too large for this: the
+    /// caller then goes by blocks. May throw std::bad_alloc.
     bool decode(const PackStore& store, const PackedData& data, std::uint8_t* buffer);
 
 private:
@@ -85,16 +81,13 @@ private:
     std::vector<std::unique_ptr<Worker>> idle_ ENGINE_GUARDED_BY(lock_);
 };
 
-/// A mounted pack: its bytes, its table, and what its open files share. The
-/// source and every open file hold it. Threads  any number at once; what
-/// changes has its own lock or is atomic.
+/// A mounted pack: its bytes, its table, and what its open files share. The source and every open file hold it.
+/// Threads  any number at once; what changes has its own lock or is atomic.
 class PackArchive {
 public:
-    /// Reads the directory of an open pack. May throw std::bad_alloc, or
-    /// StoredFailure when it is none.
+    /// Reads the directory of an open pack. May throw std::bad_alloc, or StoredFailure when it is none.
     static std::shared_ptr<PackArchive> mount(PackStore store);
-    /// The latest one that was mounted from this path, in any case, and is still
-    /// in use; null when there is none.
+    /// The latest one that was mounted from this path, in any case, and is still in use; null when there is none.
     static std::shared_ptr<const PackArchive> mounted_from(const char* path);
     /// Adds the pack's directories. May throw std::bad_alloc.
     void fill_tree(dir& tree) const;
@@ -104,12 +97,10 @@ public:
     PackCheckpoints& checkpoints() { return checkpoints_; }
     WholeDecoders& whole_decoders() { return whole_decoders_; }
 
-    /// What is done when the file is opened: locates it, unless that may take
-    /// long. False, with fs::last_error set, when that fails or the entry is of a
-    /// kind that is not read.
+    /// What is done when the file is opened: locates it, unless that may take long. False, with fs::last_error set,
+    /// when that fails or the entry is of a kind that is not read.
     bool open(std::uint32_t file);
-    /// Reads the file's local header unless that was done before; the first step
-    /// of every use of an open file.
+    /// Reads the file's local header unless that was done before; the first step of every use of an open file.
     bool locate(std::uint32_t file);
     /// Of a file that was located.
     PackedData data_of(std::uint32_t file);

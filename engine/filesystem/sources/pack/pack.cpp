@@ -1,10 +1,9 @@
-// A pack source: a zip file whose directory is read once, when it is mounted,
-// into a table that never changes (table.h). Its bytes are reached through one
-// store (store.h), and an open file decodes its entry in blocks of 32 KiB
+// A pack source: a zip file whose directory is read once, when it is mounted, into a table that never changes
+// (table.h). Its bytes are reached through one store (store.h), and an open file decodes its entry in blocks of 32 KiB
 // (reader.h) or, when it is read whole, in one go (archive.h).
 //
-// The invariant: whichever way the bytes of an entry come, a caller sees what
-// the block decoder would give, in results, positions and failures.
+// The invariant: whichever way the bytes of an entry come, a caller sees what the block decoder would give, in results,
+// positions and failures.
 
 #include <engine/filesystem/sources/pack.h>
 
@@ -48,8 +47,7 @@ constexpr const char* fault_words[] = {
 };
 static_assert(std::size(fault_words) == static_cast<std::size_t>(fs::PackFault::IO) + 1);
 
-/// Follows the file of a pack, through the directory that it lies in: whatever
-/// becomes of it is one LOST.
+/// Follows the file of a pack, through the directory that it lies in: whatever becomes of it is one LOST.
 class PackFollower final : public fs::Follower {
 public:
     explicit PackFollower(const std::string& native_path)
@@ -87,8 +85,7 @@ private:
 }  // namespace
 
 struct CZip_dir::State {
-    /// The file's number by the end of its directory, or, `whole`, by all of it;
-    /// none when there is no such file.
+    /// The file's number by the end of its directory, or, `whole`, by all of it; none when there is no such file.
     std::uint32_t find(const fs::path& p, bool whole = false) const {
         if (!archive) return none;
         const auto find_lower = [&names = archive->table().names, whole](std::string_view dir, std::string_view name) {
@@ -98,9 +95,8 @@ struct CZip_dir::State {
                                : find_lower(fs::lower_text(p.PathNameView()), fs::lower_text(p.FileNameView()));
     }
 
-    /// The names of the files that answer, the last of the table first. What
-    /// would not fit into a host's buffers of 260 bytes is not listed, though it
-    /// can be opened.
+    /// The names of the files that answer, the last of the table first. What would not fit into a host's buffers of 260
+    /// bytes is not listed, though it can be opened.
     template <class Answers>
     FS_NAME* list(Answers answers) const {
         const fs::NameTable& names = archive->table().names;
@@ -189,9 +185,8 @@ void CZip_dir::clear() {
 EFSSourceType::TYPE CZip_dir::type() { return EFSSourceType::PACK; }
 std::int64_t CZip_dir::write_time(const fs::path& /*p*/) { return 0; }
 
-/// Few ask for the tree, and for a pack with many directories it is a large
-/// part of mounting: so it is made for the first who does, and from then on by
-/// init, since a caller may have kept it.
+/// Few ask for the tree, and for a pack with many directories it is a large part of mounting: so it is made for the
+/// first who does, and from then on by init, since a caller may have kept it.
 fs::dir* CZip_dir::dir_tree() {
     const std::lock_guard guard(state_->tree_lock);
     const char* pack = state_->archive ? state_->archive->store().path().c_str() : "";
@@ -269,8 +264,8 @@ public:
     platform::Mapping mapping;
 };
 
-// The blocks of a reader need not know of reads of whole entries: a good one
-// reads the same by whichever way, and a damaged one is left to the blocks.
+// The blocks of a reader need not know of reads of whole entries: a good one reads the same by whichever way, and a
+// damaged one is left to the blocks.
 
 SZipFile::SZipFile(CFSSource* owner, std::shared_ptr<fs::PackArchive> archive, std::uint32_t entry, bool exact_seeks)
     : archive_(std::move(archive)), entry_(entry), exact_seeks_(exact_seeks) {
@@ -310,8 +305,7 @@ std::uint64_t SZipFile::read_some(std::uint8_t* buffer, std::uint64_t count) {
     position_ += delivered;
     if (fault == fs::PackFault::NONE) {
         const bool is_through = in_order && checked_ == size_ && delivered != 0;
-        // A seek in blocks goes to other input than the position's, which may end
-        // before.
+        // A seek in blocks goes to other input than the position's, which may end before.
         if (delivered < count && (in_order || !in_blocks)) fault = fs::PackFault::ENDS_EARLY;
         if (is_through && crc_ != archive_->table().entry(entry_).crc) fault = fs::PackFault::CHECKSUM;
     }
@@ -319,8 +313,7 @@ std::uint64_t SZipFile::read_some(std::uint8_t* buffer, std::uint64_t count) {
     return delivered;
 }
 
-/// The caller's thread has the reason after every read that met it; the log
-/// gets one message for each open file.
+/// The caller's thread has the reason after every read that met it; the log gets one message for each open file.
 void SZipFile::report(fs::PackFault fault) {
     const std::string& pack = archive_->store().path();
     const char* words = fault_words[static_cast<std::size_t>(fault)];

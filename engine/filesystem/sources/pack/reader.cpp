@@ -9,17 +9,15 @@
 #include "engine/filesystem/formats/zstd.h"
 #include "engine/filesystem/sources/pack/archive.h"
 
-// Words: a block is full when it holds 32 KiB; the current block is the one
-// that reading stands in; its read position may lag behind the position asked
-// for, and the next read catches up by decoding.
+// Words: a block is full when it holds 32 KiB; the current block is the one that reading stands in; its read position
+// may lag behind the position asked for, and the next read catches up by decoding.
 
 namespace fs {
 
 namespace {
 
-/// The packed bytes of one entry, read through a window. What the pack does not
-/// have (any more), or what cannot be read, are zeros; such bytes are handed
-/// out once and never kept.
+/// The packed bytes of one entry, read through a window. What the pack does not have (any more), or what cannot be
+/// read, are zeros; such bytes are handed out once and never kept.
 class PackedBytes {
 public:
     static constexpr std::uint32_t longest_view = 64 * 1024;
@@ -31,8 +29,7 @@ public:
     }
 
     std::uint32_t size() const { return data_.packed_size; }
-    /// `size` bytes from `offset` on, which the entry has; at most
-    /// `longest_view`. They stay until the next call.
+    /// `size` bytes from `offset` on, which the entry has; at most `longest_view`. They stay until the next call.
     const std::uint8_t* view(std::uint32_t offset, std::uint32_t size) {
         if (!window_) return store_.view(data_.offset + offset, size);
         const bool is_held = offset >= start_ && offset - start_ <= held_ && size <= held_ - (offset - start_);
@@ -54,8 +51,8 @@ public:
     PackFault take_fault() { return std::exchange(fault_, PackFault::NONE); }
 
 private:
-    /// Reads up to `size` bytes, of which `needed` are waited for: what is
-    /// missing of those is a fault. The number of good bytes.
+    /// Reads up to `size` bytes, of which `needed` are waited for: what is missing of those is a fault. The number of
+    /// good bytes.
     std::uint32_t read(std::uint32_t offset, std::uint8_t* out, std::uint64_t size, std::uint64_t needed) {
         const std::uint64_t start = data_.offset + offset;
         const std::uint64_t got = store_.read(start, out, size);
@@ -80,9 +77,8 @@ private:
 
 /// Reads a stored entry, straight from the pack into the caller's buffer.
 ///
-/// Without exact seeks it reads, on purpose, as if it had the two blocks of a
-/// compressed entry and a seek behind them went back to the first block but
-/// left the input where it is: reading then goes on from later input.
+/// Without exact seeks it reads, on purpose, as if it had the two blocks of a compressed entry and a seek behind them
+/// went back to the first block but left the input where it is: reading then goes on from later input.
 class StoredReader final : public EntryReader {
 public:
     StoredReader(const PackStore& store, const PackedData& data, bool exact_seeks)
@@ -131,16 +127,14 @@ void StoredReader::pass(std::uint64_t position, std::uint64_t end) {
         } else if (consumed() == input_.size()) {
             return;
         }
-        // The latest block may be full already, from before a seek back; the piece
-        // then waits for the next one.
+        // The latest block may be full already, from before a seek back; the piece then waits for the next one.
         const std::uint64_t piece = std::min<std::uint64_t>(input_.size() - consumed(), input_size);
         if (piece <= block_size - fill_) fill_ += piece;
     }
 }
 
-/// Reads a compressed entry, whichever decoder it takes, in blocks of which the
-/// two latest are kept; of a long read whole blocks go straight to the caller.
-/// A seek goes on from the nearest place where decoding can begin: a
+/// Reads a compressed entry, whichever decoder it takes, in blocks of which the two latest are kept; of a long read
+/// whole blocks go straight to the caller. A seek goes on from the nearest place where decoding can begin: a
 /// checkpoint, a zstd frame, or the entry's start.
 class DecodedReader final : public EntryReader {
 public:
@@ -215,8 +209,8 @@ void DecodedReader::load_frames(std::uint32_t size) {
 
 std::uint64_t DecodedReader::read(std::uint64_t position, std::uint8_t* buffer, std::uint64_t count) {
     fault_ = PackFault::NONE;
-    // An exception leaves no state to go on from. What was made of zeros is
-    // forgotten too, so that the next read asks the disk again.
+    // An exception leaves no state to go on from. What was made of zeros is forgotten too, so that the next read asks
+    // the disk again.
     if (!std::exchange(is_good_, false)) start_at(0, 0);
     approach(position);
     const std::uint64_t delivered = decode(buffer, count);
@@ -233,8 +227,7 @@ void DecodedReader::seek(std::uint64_t position) {
     }
 }
 
-/// Makes the current block's read position the one asked for, as far as the
-/// entry allows.
+/// Makes the current block's read position the one asked for, as far as the entry allows.
 void DecodedReader::approach(std::uint64_t position) {
     const std::uint64_t number = position / block_size;
     const Block before = blocks_[current_];
@@ -247,8 +240,8 @@ void DecodedReader::approach(std::uint64_t position) {
     decode(nullptr, position - (from.number * block_size + from.read));
 }
 
-/// Goes to the beginning of a block at or before `number`, and behind `after`
-/// unless that is no_block, if that is better than decoding on.
+/// Goes to the beginning of a block at or before `number`, and behind `after` unless that is no_block, if that is
+/// better than decoding on.
 bool DecodedReader::jump(std::uint64_t number, std::uint64_t after) {
     if (!frames_.starts.empty()) return jump_to_frame(number, after);
     if (!own_checkpoints_) return false;
@@ -269,8 +262,8 @@ bool DecodedReader::jump_to_frame(std::uint64_t number, std::uint64_t after) {
     return true;
 }
 
-/// Goes to the beginning of a block, which `offset` in the packed bytes and the
-/// decoder's `state` there lead to; null where a stream begins.
+/// Goes to the beginning of a block, which `offset` in the packed bytes and the decoder's `state` there lead to; null
+/// where a stream begins.
 void DecodedReader::start_at(std::uint64_t number, std::uint32_t offset, const Decoder::Checkpoint* state) {
     if (!(state ? decoder_->restore(*state) : decoder_->start())) throw std::bad_alloc();
     loaded_ = offset;
@@ -281,8 +274,7 @@ void DecodedReader::start_at(std::uint64_t number, std::uint32_t offset, const D
     blocks_[1] = {};
 }
 
-/// The other block becomes the current one. It may hold the next block already,
-/// from before a seek back.
+/// The other block becomes the current one. It may hold the next block already, from before a seek back.
 void DecodedReader::enter_next_block() {
     const std::uint64_t number = blocks_[current_].number + 1;
     current_ ^= 1;
@@ -305,9 +297,8 @@ void DecodedReader::leave_checkpoint() {
     }
 }
 
-/// Delivers (or drops) `count` bytes from the current block's read position on.
-/// What was delivered before damage was met does not count: the answer is then
-/// 0.
+/// Delivers (or drops) `count` bytes from the current block's read position on. What was delivered before damage was
+/// met does not count: the answer is then 0.
 std::uint64_t DecodedReader::decode(std::uint8_t* buffer, std::uint64_t count) {
     std::uint64_t delivered = 0;
     for (;;) {
@@ -334,9 +325,8 @@ std::uint64_t DecodedReader::decode(std::uint8_t* buffer, std::uint64_t count) {
     }
 }
 
-/// Decodes as many whole blocks as `room` has, up to the next checkpoint's
-/// place, where the caller wants them; the last becomes the current block.
-/// False when the entry is damaged.
+/// Decodes as many whole blocks as `room` has, up to the next checkpoint's place, where the caller wants them; the last
+/// becomes the current block. False when the entry is damaged.
 bool DecodedReader::decode_blocks(std::uint8_t* buffer, std::uint64_t room, std::uint64_t& made) {
     Block& block = blocks_[current_];
     std::uint64_t count = room / block_size;
@@ -357,8 +347,7 @@ bool DecodedReader::decode_blocks(std::uint8_t* buffer, std::uint64_t room, std:
     return is_whole;
 }
 
-/// What one piece of input gives, at most `room` bytes; none at the end. False
-/// when the entry is damaged.
+/// What one piece of input gives, at most `room` bytes; none at the end. False when the entry is damaged.
 // NOLINTNEXTLINE(readability-non-const-parameter): the decoder writes there
 bool DecodedReader::decode_some(std::uint8_t* out, std::uint32_t room, std::uint32_t& made) {
     if (room == 0) return true;

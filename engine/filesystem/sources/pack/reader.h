@@ -17,14 +17,12 @@ public:
     static constexpr std::uint32_t block_size = 32768;
     static constexpr std::uint32_t input_size = 16384;  // blocks are filled from pieces of the input of this size
 
-    /// The reader that the method of a file that was located asks for.
-    /// `exact_seeks`: a stored entry is read at the position asked for. May throw
-    /// std::bad_alloc.
+    /// The reader that the method of a file that was located asks for. `exact_seeks`: a stored entry is read at the
+    /// position asked for. May throw std::bad_alloc.
     static std::unique_ptr<EntryReader> create(PackArchive& archive, std::uint32_t file, bool exact_seeks);
     virtual ~EntryReader() = default;
 
-    /// Reads `count` bytes, which the entry's size allows, at `position`. Bytes
-    /// delivered.
+    /// Reads `count` bytes, which the entry's size allows, at `position`. Bytes delivered.
     virtual std::uint64_t read(std::uint64_t position, std::uint8_t* buffer, std::uint64_t count) = 0;
     /// The caller moved to `position`.
     virtual void seek(std::uint64_t position) = 0;

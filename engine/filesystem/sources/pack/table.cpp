@@ -52,8 +52,7 @@ void refuse_unless_plain(const PackStore& store, Ending ending) {
         refuse(store, EFSError::BAD_FORMAT, "file that does not end in a zip file's end record");
 }
 
-/// Whether the directory lies right before the end record, as it does, while
-/// the record names another place.
+/// Whether the directory lies right before the end record, as it does, while the record names another place.
 bool has_bytes_in_front(const PackStore& store, const zip::EndRecord& end) {
     const std::uint64_t before_end = store.length() - zip::end_record_size;
     if (end.directory_size > before_end || before_end - end.directory_size <= end.directory_offset) return false;
@@ -61,10 +60,8 @@ bool has_bytes_in_front(const PackStore& store, const zip::EndRecord& end) {
     return signature.size() == 4 && kernel::load_u32(signature.data()) == zip::central_signature;
 }
 
-/// Goes through the central directory that a pack's last 22 bytes tell of,
-/// entry by entry, through one window that moves forward: that costs a few
-/// large reads and no more memory than the window, whatever offsets and lengths
-/// claim.
+/// Goes through the central directory that a pack's last 22 bytes tell of, entry by entry, through one window that
+/// moves forward: that costs a few large reads and no more memory than the window, whatever offsets and lengths claim.
 class DirectoryWalk {
 public:
     explicit DirectoryWalk(const PackStore& store);
@@ -105,9 +102,8 @@ DirectoryWalk::DirectoryWalk(const PackStore& store) : store_(store) {
                "file of " + std::to_string(store.length()) + " bytes: a pack ends in a record of 22 bytes");
     end_ = zip::read_end_record(bytes.data());
     next_ = end_.directory_offset;
-    // These would mount with entries missing: the last 22 bytes of a zip file
-    // with a comment may count none, by chance, and zip64 files count at most
-    // 65,535.
+    // These would mount with entries missing: the last 22 bytes of a zip file with a comment may count none, by chance,
+    // and zip64 files count at most 65,535.
     if (count() == 0 && find_ending(store) == Ending::WITH_COMMENT) refuse_unless_plain(store, Ending::WITH_COMMENT);
     if (count() == zip::most_entries && find_ending(store) == Ending::ZIP64) refuse_unless_plain(store, Ending::ZIP64);
 }
@@ -147,8 +143,7 @@ void DirectoryWalk::load(std::uint32_t size) {
     if (filled_ < size) fail();
 }
 
-/// The next entry is not where the last 22 bytes lead; looks at the file for
-/// the reason.
+/// The next entry is not where the last 22 bytes lead; looks at the file for the reason.
 void DirectoryWalk::fail() const {
     const std::string count_text = std::to_string(count());
     refuse_unless_plain(store_, find_ending(store_));
@@ -170,8 +165,7 @@ struct Found {
     std::uint32_t dir;  // as the table of names numbers it
 };
 
-/// Directories, and what lies in a directory whose name begins with "#", are
-/// not files of the pack.
+/// Directories, and what lies in a directory whose name begins with "#", are not files of the pack.
 bool is_visible(std::string_view name) {
     return (name.empty() || name.back() != '/') && name.find("/#") == std::string_view::npos;
 }

@@ -19,10 +19,9 @@ struct PackEntry {
     std::uint32_t state = 0;  // PackArchive's; changes once, when the entry is first opened
 };
 
-/// The files of a pack, known by their numbers in the table of names. That has
-/// them in the order of their names, and between equal names of their
-/// directories, since a lookup takes the first that was added. Nothing but the
-/// entries' states changes once it is built.
+/// The files of a pack, known by their numbers in the table of names. That has them in the order of their names, and
+/// between equal names of their directories, since a lookup takes the first that was added. Nothing but the entries'
+/// states changes once it is built.
 struct PackTable {
     NameTable names;  // in lower case; each file's value is its entry
     std::vector<PackEntry> entries;
@@ -30,9 +29,8 @@ struct PackTable {
     PackEntry& entry(std::uint32_t file) { return entries[names.value(file)]; }
 };
 
-/// Reads the directory of an open pack. May throw std::bad_alloc, or
-/// StoredFailure, whose reason says what the file is instead of a pack; so the
-/// next.
+/// Reads the directory of an open pack. May throw std::bad_alloc, or StoredFailure, whose reason says what the file is
+/// instead of a pack; so the next.
 PackTable read_table(const PackStore& store);
 /// The files as the pack's directory tells them, in its order.
 ztl::vector<SFsPackEntry> list_entries(const PackStore& store);
