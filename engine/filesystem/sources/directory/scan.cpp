@@ -72,20 +72,108 @@ public:
         : root_(root), with_times_(with_times), was_started_(!is_ahead) {}
     ListingAhead(const ListingAhead&) = delete;
     ListingAhead& operator=(const ListingAhead&) = delete;
-    ~ListingAhead();
+    ~ListingAhead() {
+        {
+            const std::lock_guard guard(lock_);
+            is_stopping_ = true;
+        }
+        has_work_.notify_one();
+        thread_.Join();
+    }
 
     /// Adds what lies in `parent` and is a directory for a scan: they come next, in this order. Answers how many they are.
-    std::size_t add(const Directory& parent);
+    std::size_t add(const Directory& parent) {
+        std::vector<DirectoryPtr> found;
+        for (const platform::DirectoryItem& item : parent.items.items()) {
+            if (!item.is_directory || is_passed_over(item)) continue;
+            auto directory = std::make_unique<Directory>();
+            directory->path.reserve(parent.path.size() + item.length + 1);
+            directory->path.append(parent.path).append(item.name, item.length).append("/");
+            directory->is_link = item.is_link;
+            found.push_back(std::move(directory));
+        }
+        const std::lock_guard guard(lock_);
+        waiting_.insert(waiting_.end(), std::make_move_iterator(found.rbegin()), std::make_move_iterator(found.rend()));
+        wake_if_worth();
+        if (!was_started_ && waiting_.size() >= worth_a_thread) {
+            was_started_ = true;  // a start that fails is no failure: nothing is listed ahead then
+            const auto run = [](void* self) { static_cast<ListingAhead*>(self)->work(); };
+            if (std::thread::hardware_concurrency() > 1) thread_.Start("fs listing", run, this);
+        }
+        return found.size();
+    }
     /// Takes out the directory that comes next.
-    DirectoryPtr take_next();
+    DirectoryPtr take_next() {
+        const std::lock_guard guard(lock_);
+        DirectoryPtr next = std::move(waiting_.back());
+        waiting_.pop_back();
+        if (next->is_begun) --ahead_;
+        wake_if_worth();
+        return next;
+    }
     /// Fills in what a directory holds that was taken out, or was never added. Never throws.
-    void list(Directory& directory);
+    void list(Directory& directory) {
+        std::unique_lock guard(lock_);
+        if (!directory.is_begun) {
+            guard.unlock();
+            return list_now(directory);
+        }
+        while (!directory.is_done) {
+            // Instead of waiting for the other thread, the next directory behind is listed.
+            if (Directory* const other = begin_another()) {
+                guard.unlock();
+                list_now(*other);
+                guard.lock();
+                other->is_done = true;
+            } else {
+                is_listed_.wait(guard, [&] { return directory.is_done; });
+            }
+        }
+    }
 
 private:
-    void work();
-    Directory* begin_another();
-    void wake_if_worth();
-    void list_now(Directory& directory) const;
+    void work() {
+        std::unique_lock guard(lock_);
+        while (!is_stopping_) {
+            Directory* const directory = begin_another();
+            if (directory == nullptr) {
+                is_idle_ = true;
+                has_work_.wait(guard, [&] { return !is_idle_ || is_stopping_; });
+                continue;
+            }
+            guard.unlock();
+            list_now(*directory);
+            guard.lock();
+            directory->is_done = true;
+            is_listed_.notify_one();
+        }
+    }
+    /// The next directory that nobody lists; null when there is none, or when there are too many listings about.
+    Directory* begin_another() {
+        if (ahead_ == most_ahead) return nullptr;
+        const auto end = waiting_.rbegin() + static_cast<std::ptrdiff_t>(std::min(window, waiting_.size()));
+        const auto next = std::find_if(waiting_.rbegin(), end,
+                                       [](const DirectoryPtr& directory) { return directory->may_be_listed(); });
+        if (next == end) return nullptr;
+        ++ahead_;
+        (*next)->is_begun = true;
+        return next->get();
+    }
+    /// One directory alone is listed sooner than a sleeping thread wakes.
+    void wake_if_worth() {
+        if (!is_idle_) return;
+        const auto first = waiting_.end() - static_cast<std::ptrdiff_t>(std::min(window, waiting_.size()));
+        const auto may_be_listed = [](const DirectoryPtr& directory) { return directory->may_be_listed(); };
+        if (static_cast<std::size_t>(std::count_if(first, waiting_.end(), may_be_listed)) < window / 2) return;
+        is_idle_ = false;
+        has_work_.notify_one();
+    }
+    void list_now(Directory& directory) const {
+        const platform::PathAt at = path_at(directory.path.c_str(), root_.text.size(), root_.handle.get());
+        if (with_times_) directory.times = recorded_times(at);
+        directory.is_complete = platform::list_directory(at, directory.items);
+        if (!directory.is_complete) directory.error = platform::last_error();
+    }
 
     const NativeRoot& root_;
     const bool with_times_;
@@ -102,110 +190,6 @@ private:
     mt::CThread thread_;
 };
 
-ListingAhead::~ListingAhead() {
-    {
-        const std::lock_guard guard(lock_);
-        is_stopping_ = true;
-    }
-    has_work_.notify_one();
-    thread_.Join();
-}
-
-void ListingAhead::list_now(Directory& directory) const {
-    const platform::PathAt at = path_at(directory.path.c_str(), root_.text.size(), root_.handle.get());
-    if (with_times_) directory.times = recorded_times(at);
-    directory.is_complete = platform::list_directory(at, directory.items);
-    if (!directory.is_complete) directory.error = platform::last_error();
-}
-
-std::size_t ListingAhead::add(const Directory& parent) {
-    std::vector<DirectoryPtr> found;
-    for (const platform::DirectoryItem& item : parent.items.items()) {
-        if (!item.is_directory || is_passed_over(item)) continue;
-        auto directory = std::make_unique<Directory>();
-        directory->path.reserve(parent.path.size() + item.length + 1);
-        directory->path.append(parent.path).append(item.name, item.length).append("/");
-        directory->is_link = item.is_link;
-        found.push_back(std::move(directory));
-    }
-    const std::lock_guard guard(lock_);
-    waiting_.insert(waiting_.end(), std::make_move_iterator(found.rbegin()), std::make_move_iterator(found.rend()));
-    wake_if_worth();
-    if (!was_started_ && waiting_.size() >= worth_a_thread) {
-        was_started_ = true;  // a start that fails is no failure: nothing is listed ahead then
-        const auto run = [](void* self) { static_cast<ListingAhead*>(self)->work(); };
-        if (std::thread::hardware_concurrency() > 1) thread_.Start("fs listing", run, this);
-    }
-    return found.size();
-}
-
-/// One directory alone is listed sooner than a sleeping thread wakes.
-void ListingAhead::wake_if_worth() {
-    if (!is_idle_) return;
-    const auto first = waiting_.end() - static_cast<std::ptrdiff_t>(std::min(window, waiting_.size()));
-    const auto may_be_listed = [](const DirectoryPtr& directory) { return directory->may_be_listed(); };
-    if (static_cast<std::size_t>(std::count_if(first, waiting_.end(), may_be_listed)) < window / 2) return;
-    is_idle_ = false;
-    has_work_.notify_one();
-}
-
-DirectoryPtr ListingAhead::take_next() {
-    const std::lock_guard guard(lock_);
-    DirectoryPtr next = std::move(waiting_.back());
-    waiting_.pop_back();
-    if (next->is_begun) --ahead_;
-    wake_if_worth();
-    return next;
-}
-
-void ListingAhead::list(Directory& directory) {
-    std::unique_lock guard(lock_);
-    if (!directory.is_begun) {
-        guard.unlock();
-        return list_now(directory);
-    }
-    while (!directory.is_done) {
-        // Instead of waiting for the other thread, the next directory behind is listed.
-        if (Directory* const other = begin_another()) {
-            guard.unlock();
-            list_now(*other);
-            guard.lock();
-            other->is_done = true;
-        } else {
-            is_listed_.wait(guard, [&] { return directory.is_done; });
-        }
-    }
-}
-
-/// The next directory that nobody lists; null when there is none, or when there are too many listings about.
-Directory* ListingAhead::begin_another() {
-    if (ahead_ == most_ahead) return nullptr;
-    const auto end = waiting_.rbegin() + static_cast<std::ptrdiff_t>(std::min(window, waiting_.size()));
-    const auto next =
-        std::find_if(waiting_.rbegin(), end, [](const DirectoryPtr& directory) { return directory->may_be_listed(); });
-    if (next == end) return nullptr;
-    ++ahead_;
-    (*next)->is_begun = true;
-    return next->get();
-}
-
-void ListingAhead::work() {
-    std::unique_lock guard(lock_);
-    while (!is_stopping_) {
-        Directory* const directory = begin_another();
-        if (directory == nullptr) {
-            is_idle_ = true;
-            has_work_.wait(guard, [&] { return !is_idle_ || is_stopping_; });
-            continue;
-        }
-        guard.unlock();
-        list_now(*directory);
-        guard.lock();
-        directory->is_done = true;
-        is_listed_.notify_one();
-    }
-}
-
 class Scan {
 public:
     Scan(const DirectoryState& state, MountedNames& to, bool recursive, dir_listing* listing, ScanGuide* guide)
@@ -216,7 +200,24 @@ public:
           guide_(guide),
           ahead_(state.native_root, listing != nullptr, guide == nullptr) {}
 
-    void enter(Directory& directory, fs::dir& node);
+    void enter(Directory& directory, fs::dir& node) {
+        const std::string_view below_root = std::string_view(directory.path).substr(state_.native_root.text.size());
+        if (guide_ && !guide_->enters(below_root, directory.is_link)) return;
+        ahead_.list(directory);
+        if (listing_) listing_->add_directory(below_root, directory.times);
+        if (!directory.is_complete) note_unlisted(below_root, directory.error);
+        const std::uint32_t dir = to_.table.intern_dir(below_root);
+        for (const platform::DirectoryItem& item : directory.items.items()) {
+            if (item.is_directory || is_passed_over(item)) continue;
+            state_.enter(to_, dir, {item.name, item.length});
+            if (listing_) listing_->add_file({item.name, item.length});
+        }
+        std::size_t left = recursive_ ? ahead_.add(directory) : 0;
+        directory.items.clear();
+        chain_.push_back({directory.path.c_str(), std::nullopt});
+        for (; left > 0; --left) enter_next_below(directory, node);
+        chain_.pop_back();
+    }
 
 private:
     struct Chained {
@@ -224,11 +225,47 @@ private:
         std::optional<platform::FileId> id;
     };
 
-    void note_unlisted(std::string_view dir, const platform::Error& error);
-    void enter_files(const platform::DirectoryListing& listing, std::uint32_t dir_number);
-    void enter_next_below(const Directory& parent, fs::dir& node);
-    bool follows(const char* link);
-    bool is_on_chain(const platform::FileId& id);
+    // A record of what could not be listed would make a passing failure last.
+    void note_unlisted(std::string_view dir, const platform::Error& error) {
+        if (listing_) listing_->spoil();
+        if (error.failure == platform::Failure::NOT_FOUND) return;
+        if (guide_) guide_->cannot_list(dir, error);
+        to_.unlisted.insert(lower_text(dir));
+        to_.unlisted_error = error;
+    }
+    void enter_next_below(const Directory& parent, fs::dir& node) {
+        const DirectoryPtr taken = ahead_.take_next();
+        Directory& next = *taken;
+        if (next.path.size() > platform::max_path_bytes) {
+            const std::string_view below = std::string_view(next.path).substr(state_.native_root.text.size());
+            to_.note_too_long(below.substr(0, below.size() - 1), "");
+            if (listing_) listing_->spoil();
+            return;
+        }
+        if (next.is_link && !follows(next.path.c_str())) return;
+        const std::string name = lower_text(std::string_view(next.path).substr(parent.path.size()));
+        fs::dir* const child = node.add_child(name.data(), name.size() - 1);
+        if (child == nullptr) throw std::bad_alloc();
+        links_on_chain_ += next.is_link ? 1 : 0;
+        enter(next, *child);
+        links_on_chain_ -= next.is_link ? 1 : 0;
+    }
+    // Whether a link is entered. Identities are asked for only where links make it necessary.
+    bool follows(const char* link) {
+        platform::FileId id;
+        if (!platform::get_directory_id(link, id) || is_on_chain(id)) return false;
+        const bool is_new = to_.linked.insert({id.device, id.inode}).second;
+        return is_new || links_on_chain_ == 0;
+    }
+    bool is_on_chain(const platform::FileId& id) {
+        return std::any_of(chain_.begin(), chain_.end(), [&](Chained& ancestor) {
+            platform::FileId found;
+            if (!ancestor.id && platform::get_directory_id(*ancestor.path == '\0' ? "." : ancestor.path, found)) {
+                ancestor.id = found;
+            }
+            return ancestor.id == id;
+        });
+    }
 
     const DirectoryState& state_;
     MountedNames& to_;
@@ -239,73 +276,6 @@ private:
     std::vector<Chained> chain_;  // the directories from the root to the one that is being entered
     std::size_t links_on_chain_ = 0;
 };
-
-void Scan::enter(Directory& directory, fs::dir& node) {
-    const std::string_view below_root = std::string_view(directory.path).substr(state_.native_root.text.size());
-    if (guide_ && !guide_->enters(below_root, directory.is_link)) return;
-    ahead_.list(directory);
-    if (listing_) listing_->add_directory(below_root, directory.times);
-    if (!directory.is_complete) note_unlisted(below_root, directory.error);
-    enter_files(directory.items, to_.table.intern_dir(below_root));
-    std::size_t left = recursive_ ? ahead_.add(directory) : 0;
-    directory.items.clear();
-    chain_.push_back({directory.path.c_str(), std::nullopt});
-    for (; left > 0; --left) enter_next_below(directory, node);
-    chain_.pop_back();
-}
-
-// A record of what could not be listed would make a passing failure last.
-void Scan::note_unlisted(std::string_view dir, const platform::Error& error) {
-    if (listing_) listing_->spoil();
-    if (error.failure == platform::Failure::NOT_FOUND) return;
-    if (guide_) guide_->cannot_list(dir, error);
-    to_.unlisted.insert(lower_text(dir));
-    to_.unlisted_error = error;
-}
-
-void Scan::enter_files(const platform::DirectoryListing& listing, std::uint32_t dir_number) {
-    for (const platform::DirectoryItem& item : listing.items()) {
-        if (item.is_directory || is_passed_over(item)) continue;
-        state_.enter(to_, dir_number, {item.name, item.length});
-        if (listing_) listing_->add_file({item.name, item.length});
-    }
-}
-
-void Scan::enter_next_below(const Directory& parent, fs::dir& node) {
-    const DirectoryPtr taken = ahead_.take_next();
-    Directory& next = *taken;
-    if (next.path.size() > platform::max_path_bytes) {
-        const std::string_view below = std::string_view(next.path).substr(state_.native_root.text.size());
-        to_.note_too_long(below.substr(0, below.size() - 1), "");
-        if (listing_) listing_->spoil();
-        return;
-    }
-    if (next.is_link && !follows(next.path.c_str())) return;
-    const std::string name = lower_text(std::string_view(next.path).substr(parent.path.size()));
-    fs::dir* const child = node.add_child(name.data(), name.size() - 1);
-    if (child == nullptr) throw std::bad_alloc();
-    links_on_chain_ += next.is_link ? 1 : 0;
-    enter(next, *child);
-    links_on_chain_ -= next.is_link ? 1 : 0;
-}
-
-// Whether a link is entered. Identities are asked for only where links make it necessary.
-bool Scan::follows(const char* link) {
-    platform::FileId id;
-    if (!platform::get_directory_id(link, id) || is_on_chain(id)) return false;
-    const bool is_new = to_.linked.insert({id.device, id.inode}).second;
-    return is_new || links_on_chain_ == 0;
-}
-
-bool Scan::is_on_chain(const platform::FileId& id) {
-    return std::any_of(chain_.begin(), chain_.end(), [&](Chained& ancestor) {
-        platform::FileId found;
-        if (!ancestor.id && platform::get_directory_id(*ancestor.path == '\0' ? "." : ancestor.path, found)) {
-            ancestor.id = found;
-        }
-        return ancestor.id == id;
-    });
-}
 
 }  // namespace
 

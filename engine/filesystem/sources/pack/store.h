@@ -12,8 +12,7 @@ namespace fs {
 class pack_reader;
 
 /// The bytes of one pack: those of a file, those that a host reads, or a copy of either in memory.
-/// Threads  reading
-/// from any number of threads at once, without a lock: every read names its own offset.
+/// Threads  reading from any number of threads at once, without a lock: every read names its own offset.
 class PackStore {
 public:
     static constexpr std::uint64_t failed = ~std::uint64_t{0};

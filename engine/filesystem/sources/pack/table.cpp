@@ -64,12 +64,36 @@ bool has_bytes_in_front(const PackStore& store, const zip::EndRecord& end) {
 /// moves forward: that costs a few large reads and no more memory than the window, whatever offsets and lengths claim.
 class DirectoryWalk {
 public:
-    explicit DirectoryWalk(const PackStore& store);
+    explicit DirectoryWalk(const PackStore& store) : store_(store) {
+        const std::uint64_t size = zip::end_record_size;
+        const auto bytes = read_some(store, store.length() - std::min(size, store.length()), size);
+        if (bytes.size() != size)
+            refuse(store, EFSError::BAD_FORMAT,
+                   "file of " + std::to_string(store.length()) + " bytes: a pack ends in a record of 22 bytes");
+        end_ = zip::read_end_record(bytes.data());
+        next_ = end_.directory_offset;
+        // These would mount with entries missing: the last 22 bytes of a zip file with a comment may count none, by chance,
+        // and zip64 files count at most 65,535.
+        if (count() == 0 && find_ending(store) == Ending::WITH_COMMENT)
+            refuse_unless_plain(store, Ending::WITH_COMMENT);
+        if (count() == zip::most_entries && find_ending(store) == Ending::ZIP64)
+            refuse_unless_plain(store, Ending::ZIP64);
+    }
 
     /// As the pack counts them.
     std::uint32_t count() const { return end_.entries; }
     /// Goes to the next entry. False after the last one.
-    bool next();
+    bool next() {
+        if (done_ == count()) return false;
+        entry_ = next_;
+        const std::uint8_t* const bytes = take(zip::central_header_size);
+        if (kernel::load_u32(bytes) != zip::central_signature) fail();
+        header_ = zip::read_central_header(bytes);
+        name_ = {reinterpret_cast<const char*>(take(header_.name_size)), header_.name_size};
+        next_ += header_.texts_size;
+        ++done_;
+        return true;
+    }
     const zip::CentralHeader& header() const { return header_; }
     /// As it stands in the pack; until the next call of next().
     std::string_view name() const { return name_; }
@@ -77,9 +101,40 @@ public:
 private:
     static constexpr std::uint64_t capacity = 64 * 1024;  // stays in the processor's nearer caches
 
-    const std::uint8_t* take(std::uint32_t size);
-    void load(std::uint32_t size);
-    [[noreturn]] void fail() const;
+    /// The next `size` bytes, which stay until the next call.
+    const std::uint8_t* take(std::uint32_t size) {
+        const std::uint64_t end = start_ + filled_;
+        if (next_ < start_ || next_ > end || size > end - next_) load(size);
+        const std::uint8_t* const bytes = view_ + (next_ - start_);
+        next_ += size;
+        return bytes;
+    }
+    void load(std::uint32_t size) {
+        start_ = next_;
+        filled_ = 0;
+        if (start_ > store_.length() || size > store_.length() - start_) fail();
+        filled_ = std::min(capacity, store_.length() - start_);
+        view_ = store_.view(start_, filled_);
+        if (view_) return;
+        buffer_.resize(capacity);
+        view_ = buffer_.data();
+        filled_ = store_.read(start_, buffer_.data(), filled_);
+        if (filled_ == PackStore::failed) throw StoredFailure();
+        if (filled_ < size) fail();
+    }
+    /// The next entry is not where the last 22 bytes lead; looks at the file for the reason.
+    [[noreturn]] void fail() const {
+        const std::string count_text = std::to_string(count());
+        refuse_unless_plain(store_, find_ending(store_));
+        if (done_ == 0 && has_bytes_in_front(store_, end_))
+            refuse(store_, EFSError::UNSUPPORTED, "zip file with bytes in front that its offsets do not count");
+        if (entry_ + zip::end_record_size == store_.length())
+            refuse(store_, EFSError::BAD_FORMAT,
+                   "pack whose end record counts " + count_text + " entries where its directory has " +
+                       std::to_string(done_));
+        refuse(store_, EFSError::BAD_FORMAT,
+               "pack whose central directory is damaged at entry " + std::to_string(done_ + 1) + " of " + count_text);
+    }
 
     const PackStore& store_;
     std::vector<std::uint8_t> buffer_;
@@ -93,69 +148,6 @@ private:
     std::string_view name_;
     std::uint32_t done_ = 0;
 };
-
-DirectoryWalk::DirectoryWalk(const PackStore& store) : store_(store) {
-    const std::uint64_t size = zip::end_record_size;
-    const auto bytes = read_some(store, store.length() - std::min(size, store.length()), size);
-    if (bytes.size() != size)
-        refuse(store, EFSError::BAD_FORMAT,
-               "file of " + std::to_string(store.length()) + " bytes: a pack ends in a record of 22 bytes");
-    end_ = zip::read_end_record(bytes.data());
-    next_ = end_.directory_offset;
-    // These would mount with entries missing: the last 22 bytes of a zip file with a comment may count none, by chance,
-    // and zip64 files count at most 65,535.
-    if (count() == 0 && find_ending(store) == Ending::WITH_COMMENT) refuse_unless_plain(store, Ending::WITH_COMMENT);
-    if (count() == zip::most_entries && find_ending(store) == Ending::ZIP64) refuse_unless_plain(store, Ending::ZIP64);
-}
-
-bool DirectoryWalk::next() {
-    if (done_ == count()) return false;
-    entry_ = next_;
-    const std::uint8_t* const bytes = take(zip::central_header_size);
-    if (kernel::load_u32(bytes) != zip::central_signature) fail();
-    header_ = zip::read_central_header(bytes);
-    name_ = {reinterpret_cast<const char*>(take(header_.name_size)), header_.name_size};
-    next_ += header_.texts_size;
-    ++done_;
-    return true;
-}
-
-/// The next `size` bytes, which stay until the next call.
-const std::uint8_t* DirectoryWalk::take(std::uint32_t size) {
-    const std::uint64_t end = start_ + filled_;
-    if (next_ < start_ || next_ > end || size > end - next_) load(size);
-    const std::uint8_t* const bytes = view_ + (next_ - start_);
-    next_ += size;
-    return bytes;
-}
-
-void DirectoryWalk::load(std::uint32_t size) {
-    start_ = next_;
-    filled_ = 0;
-    if (start_ > store_.length() || size > store_.length() - start_) fail();
-    filled_ = std::min(capacity, store_.length() - start_);
-    view_ = store_.view(start_, filled_);
-    if (view_) return;
-    buffer_.resize(capacity);
-    view_ = buffer_.data();
-    filled_ = store_.read(start_, buffer_.data(), filled_);
-    if (filled_ == PackStore::failed) throw StoredFailure();
-    if (filled_ < size) fail();
-}
-
-/// The next entry is not where the last 22 bytes lead; looks at the file for the reason.
-void DirectoryWalk::fail() const {
-    const std::string count_text = std::to_string(count());
-    refuse_unless_plain(store_, find_ending(store_));
-    if (done_ == 0 && has_bytes_in_front(store_, end_))
-        refuse(store_, EFSError::UNSUPPORTED, "zip file with bytes in front that its offsets do not count");
-    if (entry_ + zip::end_record_size == store_.length())
-        refuse(
-            store_, EFSError::BAD_FORMAT,
-            "pack whose end record counts " + count_text + " entries where its directory has " + std::to_string(done_));
-    refuse(store_, EFSError::BAD_FORMAT,
-           "pack whose central directory is damaged at entry " + std::to_string(done_ + 1) + " of " + count_text);
-}
 
 /// A file as the directory tells it, before it has its place.
 struct Found {
