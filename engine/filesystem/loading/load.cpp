@@ -29,8 +29,6 @@ std::size_t class_of(std::int32_t priority) {
     return priority >= EFSLoadPriority::NORMAL ? 1 : 0;
 }
 
-bool has_deadline(const Load& load) { return load.rank.deadline != LoadClock::time_point::max(); }
-
 }  // namespace
 
 bool LoadOrder::operator()(const Load* a, const Load* b) const { return a->rank < b->rank; }
@@ -97,7 +95,8 @@ void LoadBatch::CountTold() {
 
 void Schedule::Add(Load& load) {
     by_rank_.insert(std::move(load.rank_node));
-    if (has_deadline(load) && !load.rank.is_overdue) by_deadline_.insert(std::move(load.deadline_node));
+    const bool has_deadline = load.rank.deadline != LoadClock::time_point::max();
+    if (has_deadline && !load.rank.is_overdue) by_deadline_.insert(std::move(load.deadline_node));
     load.is_waiting = true;
     ++counts_[class_of(load.rank.priority)];
 }

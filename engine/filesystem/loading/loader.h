@@ -78,7 +78,6 @@ private:
     void Serve(Load& load, const Worker& worker, Guard& guard);
     void TakeInHand(Load& load);
     static LoadWork::Step Step(Load& load, Guard& guard);
-    void LeaveHand(bool was_urgent);
     bool HasRoom(const Load& load, std::uint64_t others, std::uint64_t urgent_others) const;
     bool KeepsHold(Load& load, LoadWork::Step step, const Worker& worker);
     bool ShouldGiveWay(Load& load, bool is_lane);

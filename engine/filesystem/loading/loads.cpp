@@ -22,10 +22,6 @@ bool names_a_file(const SFsLoadWish& wish) {
     return is_named || refuse(EFSError::INVALID_NAME, wish.path, "An empty path names no file.");
 }
 
-struct ReleaseBatch {
-    void operator()(LoadBatch* batch) const { batch->DropReference(); }
-};
-
 struct FreeBlock {
     void operator()(void* block) const { std::free(block); }
 };
@@ -83,7 +79,7 @@ SFsLoadBatch* load_batch(const SFsLoadWish* wishes, std::size_t count,
             return nullptr;
         }
         if (!std::all_of(wishes, wishes + count, names_a_file)) return nullptr;
-        std::unique_ptr<LoadBatch, ReleaseBatch> batch(new LoadBatch(count, callback, user));
+        auto batch = std::make_unique<LoadBatch>(count, callback, user);
         const auto now = LoadClock::now();
         for (std::size_t at = 0; at < count; ++at) batch->Add(wishes[at], now);
         return Loader::Instance().Submit(batch->InOrderOfPlace()) ? batch.release() : nullptr;

@@ -27,8 +27,6 @@ void count_wait(Load& load) {
     (is_first ? load.times.waited : load.times.aside) += microseconds_since(load.waits_since);
 }
 
-bool has_callback(const Load& load) { return load.callback != nullptr || load.batch != nullptr; }
-
 void move_to(LoadList& list, Load& load) { list.splice(list.end(), load.home); }
 
 }  // namespace
@@ -64,7 +62,11 @@ void Loader::Serve(Load& load, const Worker& worker, Guard& guard) {
         load.waits_since = LoadClock::now();
         schedule_.Add(load);
     }
-    LeaveHand(is_urgent);
+    --statistics_.in_hand;
+    urgent_in_hand_ -= is_urgent ? 1 : 0;
+    ended_.notify_all();
+    // Somebody else may have to take what was put aside, or what waited for room or until nothing else is in hand.
+    if (!schedule_.IsEmpty()) WakeFor(1, true);
     if (is_to_be_told) CallBack(load, guard);
 }
 
@@ -92,14 +94,6 @@ void Loader::TakeInHand(Load& load) {
     statistics_.longest_wait = std::max(statistics_.longest_wait, load.times.waited);
 }
 
-/// Somebody else may have to take what was put aside, or what waited for room or until nothing else is in hand.
-void Loader::LeaveHand(bool was_urgent) {
-    --statistics_.in_hand;
-    urgent_in_hand_ -= was_urgent ? 1 : 0;
-    ended_.notify_all();
-    if (!schedule_.IsEmpty()) WakeFor(1, true);
-}
-
 /// Whether the worker goes on with the load after this step.
 bool Loader::KeepsHold(Load& load, LoadWork::Step step, const Worker& worker) {
     if (load.is_cancelled || is_stopping_ || worker.is_leaving || load.work.IsSourceGoing()) return false;
@@ -124,7 +118,7 @@ bool Loader::End(Load& load, EFSRequestResult::TYPE result, Guard& guard) {
     load.work.Close(result);
     guard.lock();
     void* const dropped = Finish(load, result);
-    const bool waits_for_poll = is_polled_ && has_callback(load);
+    const bool waits_for_poll = is_polled_ && (load.callback != nullptr || load.batch != nullptr);
     if (waits_for_poll) move_to(to_poll_, load);
     if (dropped != nullptr) {
         guard.unlock();

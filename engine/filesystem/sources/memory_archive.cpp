@@ -41,8 +41,6 @@ struct Entry {
     std::uint64_t unzipped_length;
 };
 
-std::string key_of(const char* name) { return lower_text(name ? name : ""); }
-
 constexpr MessageSource messages{"FileSystem", "engine/filesystem/memory_archive"};
 constexpr std::uint64_t best_ratio = 1032;  // deflate makes no more than this of a byte: a longer length is a lie
 
@@ -91,20 +89,18 @@ struct ZippedDataArchive::State {
     Result locked(const char* name, Result failure, Work work) {
         return guarded(name, failure, [&] {
             const std::lock_guard guard(lock);
-            return work(key_of(name));
+            return work(lower_text(name ? name : ""));
         });
     }
-    void close_gap(const Entry& gone);
-};
-
-void ZippedDataArchive::State::close_gap(const Entry& gone) {
-    const std::uint64_t end = gone.offset + gone.size;
-    std::memmove(base + gone.offset, base + end, static_cast<std::size_t>(capacity - end));
-    for (auto& [name, entry] : entries) {
-        if (entry.offset > gone.offset) entry.offset -= gone.size;
+    void close_gap(const Entry& gone) {
+        const std::uint64_t end = gone.offset + gone.size;
+        std::memmove(base + gone.offset, base + end, static_cast<std::size_t>(capacity - end));
+        for (auto& [name, entry] : entries) {
+            if (entry.offset > gone.offset) entry.offset -= gone.size;
+        }
+        used -= gone.size;
     }
-    used -= gone.size;
-}
+};
 
 ZippedDataArchive::ZippedDataArchive() : state_(std::make_unique<State>()) {}
 ZippedDataArchive::~ZippedDataArchive() = default;

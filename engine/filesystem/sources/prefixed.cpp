@@ -206,8 +206,10 @@ protected:
         std::string_view lead = prefix_;
         do {
             if (const auto inside = below(p.PathNameView(), lead)) {
-                fs::path rest = with_directory(*inside, p);
-                if (registry::holds_whole(*inner_, rest)) return Asked{exact_name(rest), true};
+                const fs::path rest = with_directory(*inside, p);
+                // A full path, where the inner source stands on the disk, is the name of the file alone.
+                if (registry::holds_whole(*inner_, rest))
+                    return Asked{with_directory(inner_->root_dir() + std::string(rest.PathNameView()), rest), true};
             }
             lead.remove_prefix(1);  // directories match by their ends letter by letter
         } while (!whole && !lead.empty());
@@ -243,11 +245,6 @@ protected:
     }
 
 private:
-    /// A name as one that only the file itself has: a full path, where the inner source stands on the disk.
-    fs::path exact_name(const fs::path& name) {
-        return with_directory(inner_->root_dir() + std::string(name.PathNameView()), name);
-    }
-
     /// Whether what the inner source finds is found by the whole of its name here, too.
     bool matches_by_end(const fs::path& p) {
         if (!inner_->exists(p)) return false;

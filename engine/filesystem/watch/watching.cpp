@@ -57,11 +57,6 @@ void check_thread() {
     throw StoredFailure();
 }
 
-std::int64_t milliseconds_now() {
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-}
-
 /// A followed source that is registered, in a poll.
 struct Turn {
     CFSSource* source;
@@ -241,7 +236,8 @@ bool poll_changes(ztl::vector<SFsChange>& out, std::uint32_t quiet_ms) {
         Watching& all = watching();
         const platform::LockGuard guard(all.lock);
         if (all.watches == nullptr) return true;
-        const std::int64_t now = milliseconds_now();
+        const auto time = std::chrono::steady_clock::now().time_since_epoch();
+        const std::int64_t now = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
         const bool is_drained = all.watches->drain(now);
         const bool is_marked = std::any_of(all.followed.begin(), all.followed.end(),
                                            [](const Followed& each) { return each.follower->is_marked(); });

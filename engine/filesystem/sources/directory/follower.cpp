@@ -52,7 +52,7 @@ bool DirectoryFollower::begin(Watches& watches) {
         const std::string& start = settings_.start;
         known.push_back(start);
         // What the process made since is in a directory that has changed since.
-        state_.names->table.for_each_dir([&](std::string_view /*lower*/, std::string_view dir) {
+        state_.names->table.for_each_dir([&](std::string_view dir) {
             const bool is_below = dir.size() > start.size() && dir.starts_with(start);
             if (is_recursive_ && is_below && !is_hidden(dir.substr(start.size()))) known.emplace_back(dir);
         });
@@ -118,7 +118,11 @@ void DirectoryFollower::note_event(const std::string& dir, const platform::Watch
     std::string path;
     path.reserve(dir.size() + event.name.size());
     path.append(dir).append(event.name);
-    if (is_below && !directories_.contains(parent_directory(path))) return mark_above(parent_directory(path));
+    std::string_view above = parent_directory(path);
+    if (is_below && !directories_.contains(above)) {  // a new one, or one that the disk spells in another way
+        while (above != settings_.start && !directories_.contains(above)) above = parent_directory(above);
+        return mark_directory(std::string(above), Extent::NAMES);
+    }
     const bool is_replaced = event.kind == Kind::REMOVED || event.kind == Kind::ARRIVED;  // a link to one, too
     const bool is_known_directory = is_replaced && directories_.contains(path + "/");
     if ((event.is_directory || is_known_directory) && is_recursive_)
@@ -144,12 +148,6 @@ void DirectoryFollower::mark(std::string path, Kind kind, std::int64_t when) {
 void DirectoryFollower::mark_directory(std::string dir, Extent extent) {
     Extent& marked = directory_marks_.try_emplace(std::move(dir), extent).first->second;
     marked = std::max(marked, extent);
-}
-
-/// Marks what is nearest above an unknown directory: a new one, or one that the disk spells in another way.
-void DirectoryFollower::mark_above(std::string_view dir) {
-    while (dir != settings_.start && !directories_.contains(dir)) dir = parent_directory(dir);
-    mark_directory(std::string(dir), Extent::NAMES);
 }
 
 bool DirectoryFollower::prepare(std::int64_t now, std::int64_t quiet) {

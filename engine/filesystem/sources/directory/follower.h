@@ -68,7 +68,6 @@ private:
     void note_event(const std::string& dir, const platform::WatchEvent& event, std::int64_t now);
     void mark(std::string path, Kind kind, std::int64_t when);
     void mark_directory(std::string dir, Extent extent);
-    void mark_above(std::string_view dir);
     bool watch_known(const std::string& dir);
     [[nodiscard]] bool watch(const std::string& dir);
     void find_root();

@@ -110,10 +110,10 @@ public:
     }
     std::uint32_t dir_number(std::uint32_t file) const { return record(file).dir; }
     std::string_view dir_text(std::uint32_t dir) const { return dirs_.lower(dir); }
-    /// Calls `visit(lower, spelled)` for every directory that has a number, whether it has files or not.
+    /// Calls `visit(spelled)` for every directory that has a number, whether it has files or not.
     template <class Visit>
     void for_each_dir(Visit visit) const {
-        dirs_.for_each([&](std::uint32_t dir) { visit(dirs_.lower(dir), dirs_.spelled(dir)); });
+        dirs_.for_each([&](std::uint32_t dir) { visit(dirs_.spelled(dir)); });
     }
     std::string_view dir(std::uint32_t file) const { return dirs_.lower(record(file).dir); }
     std::string_view spelled_dir(std::uint32_t file) const { return dirs_.spelled(record(file).dir); }
