@@ -26,7 +26,7 @@
 #include "engine/filesystem/formats/inflate.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
-#include "engine/filesystem/sources/server_archive.h"
+#include "engine/filesystem/sources/startup.h"
 #include "engine/platform/lock.h"
 #include "engine/platform/never_destroyed.h"
 

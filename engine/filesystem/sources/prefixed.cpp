@@ -1,4 +1,4 @@
-#include "engine/filesystem/sources/prefixed.h"
+#include "engine/filesystem/sources/startup.h"
 
 #include <functional>
 #include <new>

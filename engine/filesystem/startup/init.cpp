@@ -14,7 +14,7 @@
 #include "engine/filesystem/loading/loader.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
-#include "engine/filesystem/sources/server_archive.h"
+#include "engine/filesystem/sources/startup.h"
 #include "engine/filesystem/startup/prepared_path.h"
 #include "engine/filesystem/startup/start.h"
 #include "engine/filesystem/watch/watching.h"

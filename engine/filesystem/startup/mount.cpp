@@ -19,7 +19,7 @@
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/directory/listing.h"
-#include "engine/filesystem/sources/prefixed.h"
+#include "engine/filesystem/sources/startup.h"
 #include "engine/filesystem/startup/prepared_path.h"
 
 // Mounting by path. The path decides the kind of source. Mounting reads the disk and may take long, so it runs outside
