@@ -113,9 +113,8 @@ void CWin32_fallback::rem_dir(const fs::path& p) {
         const fs::ErrorScope scope;
         path.cut(path.length - 1);
         if (!platform::is_link(path.text) && !remove_items(dir)) return;
-        if (!platform::remove_directory(path.text) && !scope.has_error()) {
+        if (!platform::remove_directory(path.text) && !scope.has_error())
             fs::refuse_by_disk(path.text, "cannot be removed");
-        }
     });
 }
 
@@ -123,9 +122,8 @@ void CWin32_fallback::rem_dir(const fs::path& p) {
 bool CWin32_fallback::remove_items(std::string_view dir) {
     NativePath path;
     platform::DirectoryListing items;
-    if (!path.append(dir) || !platform::list_directory({.full = path.text}, items, platform::Links::ALL)) {
+    if (!path.append(dir) || !platform::list_directory({.full = path.text}, items, platform::Links::ALL))
         return fs::refuse_by_disk(path.text, "cannot be listed");
-    }
     for (const platform::DirectoryItem& item : items.items()) {
         if (item.is_offline || item.name[0] == '#') continue;
         path.cut(dir.size());
@@ -155,11 +153,10 @@ bool CWin32_fallback::rename_file(const fs::path& from, const fs::path& to) {
     NativePath new_path;
     if (!name_or_refuse(from, old_path) || !name_or_refuse(to, new_path)) return false;
     return fs::guarded(old_path.text, false, [&] {
-        if (fs::climbs(old_path.view()) || to.EmptyFile() || !fs::is_creatable(new_path.view())) {
+        if (fs::climbs(old_path.view()) || to.EmptyFile() || !fs::is_creatable(new_path.view()))
             return fs::refuse(
                 EFSError::INVALID_NAME, new_path.text,
                 "The new name leads out of the current directory or is one that not every system can hold.");
-        }
         if (!fs::prepare_rename(old_path.view(), new_path.text)) return false;
         return platform::rename_path(old_path.text, new_path.text) ||
                fs::refuse_by_disk(old_path.text, "cannot be renamed");

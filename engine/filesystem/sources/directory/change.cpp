@@ -199,17 +199,14 @@ void CWin32_dir::rem_dir(const fs::path& p) {
     fs::guarded(native.text, [&] {
         platform::TreeRemoval removal;
         removal.removed = [&](const char* path, const platform::DirectoryItem& item) { forget(*state_, path, item); };
-        if (!platform::remove_tree(native.text, removal)) {
-            fs::refuse_by_disk(removal.left.c_str(), "cannot be removed");
-        }
+        if (!platform::remove_tree(native.text, removal)) fs::refuse_by_disk(removal.left.c_str(), "cannot be removed");
         state_->names->table.compact();
     });
 }
 
 bool CWin32_dir::rem_file(const fs::path& p) {
-    if (p.EmptyFile() || fs::climbs(p.PathNameView())) {
+    if (p.EmptyFile() || fs::climbs(p.PathNameView()))
         return fs::refuse(EFSError::INVALID_NAME, p.FileName(), "The name is empty or leads out of the source.");
-    }
     NativePath native;
     const std::uint32_t file = state_->locate_to_change(p, native);
     if (file == NameTable::none) return false;
@@ -224,17 +221,15 @@ bool CWin32_dir::rename_file(const fs::path& from, const fs::path& to) {
     NativePath native_to;
     const bool is_name = !from.EmptyFile() && !fs::climbs(from.PathNameView());
     const std::uint32_t file = is_name ? state_->locate_to_change(from, native_from) : NameTable::none;
-    if (file == NameTable::none) {
+    if (file == NameTable::none)
         return fs::refuse(EFSError::NOT_FOUND, from.FileName(), "The source does not hold the file to rename.");
-    }
     if (!state_->place_for_new(DirectoryState::Kind::REGULAR, to, native_to)) return false;
     return fs::guarded(native_from.text, false, [&] {
         if (!fs::prepare_rename(native_from.view(), native_to.text)) return false;
         NewEntry entry(*state_);
         if (!entry.enter(native_to, NewEntry::Spelling::OF_CALLER)) return false;
-        if (!platform::rename_path(native_from.text, native_to.text)) {
+        if (!platform::rename_path(native_from.text, native_to.text))
             return fs::refuse_by_disk(native_from.text, "cannot be renamed");
-        }
         entry.keep(state_->names->table.value(file) != 0, file);
         return true;
     });

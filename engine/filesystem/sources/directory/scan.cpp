@@ -260,9 +260,8 @@ private:
     bool is_on_chain(const platform::FileId& id) {
         return std::any_of(chain_.begin(), chain_.end(), [&](Chained& ancestor) {
             platform::FileId found;
-            if (!ancestor.id && platform::get_directory_id(*ancestor.path == '\0' ? "." : ancestor.path, found)) {
+            if (!ancestor.id && platform::get_directory_id(*ancestor.path == '\0' ? "." : ancestor.path, found))
                 ancestor.id = found;
-            }
             return ancestor.id == id;
         });
     }

@@ -93,9 +93,8 @@ bool mount(DirectoryState& state, const fs::path& root, FFSAddSourceFlags::ENUM 
     const std::string_view dir = fresh.root.PathNameView();
     if (root.Empty()) return fs::refuse(EFSError::INVALID_NAME, "", "The root of a directory source is empty.");
     if (fresh.root.Empty()) throw std::bad_alloc();
-    if (fs::has_any(flags, FFSAddSourceFlags::MUST_EXIST) && (dir.empty() || !fs::is_native_directory(dir.data()))) {
+    if (fs::has_any(flags, FFSAddSourceFlags::MUST_EXIST) && (dir.empty() || !fs::is_native_directory(dir.data())))
         return fs::refuse(EFSError::NOT_FOUND, dir.data(), "The root of the source must exist and is not a directory.");
-    }
     const bool parent = fs::has_any(flags, FFSAddSourceFlags::MOUNT_PARENT);
     if (!fs::open_native_root(dir, fresh.spelling, parent, fresh.native_root, fresh.start)) return false;
     fresh.native = fs::lower_text(fresh.native_root.text);
@@ -290,9 +289,8 @@ bool CWin32_dir::set_write_time(const fs::path& p, std::int64_t time) {
     NativePath native;
     if (state_->locate_to_change(p, native) == NameTable::none) return false;
     // The answer does not depend on the disk: a file that cannot be opened keeps its time, and this is true all the same.
-    if (!platform::set_write_time(native.text, platform::local_to_utc(time))) {
+    if (!platform::set_write_time(native.text, platform::local_to_utc(time)))
         fs::refuse_by_disk(native.text, "keeps its time");
-    }
     return true;
 }
 
