@@ -137,7 +137,17 @@ private:
 class DecodedReader final : public EntryReader {
 public:
     /// May throw std::bad_alloc.
-    DecodedReader(PackArchive& archive, std::uint32_t file, const PackedData& data);
+    DecodedReader(PackArchive& archive, std::uint32_t file, const PackedData& data)
+        : input_(archive.store(), data),
+          decoder_(data.method == EFSPackMethod::ZSTD ? make_zstd_decoder() : make_inflater()),
+          bytes_(new std::uint8_t[std::size_t{2} * block_size]),
+          checkpoints_(archive.checkpoints()) {
+        if (data.method == EFSPackMethod::ZSTD) {
+            load_frames(data.size);
+        } else {
+            own_checkpoints_ = checkpoints_.of(file, data.size);
+        }
+    }
 
     std::uint64_t read(std::uint64_t position, std::uint8_t* buffer, std::uint64_t count) override {
         fault_ = PackFault::NONE;
@@ -348,17 +358,6 @@ private:
                                 // could not be read
 };
 
-DecodedReader::DecodedReader(PackArchive& archive, std::uint32_t file, const PackedData& data)
-    : input_(archive.store(), data),
-      decoder_(data.method == EFSPackMethod::ZSTD ? make_zstd_decoder() : make_inflater()),
-      bytes_(new std::uint8_t[std::size_t{2} * block_size]),
-      checkpoints_(archive.checkpoints()) {
-    if (data.method == EFSPackMethod::ZSTD) {
-        load_frames(data.size);
-    } else {
-        own_checkpoints_ = checkpoints_.of(file, data.size);
-    }
-}
 }  // namespace
 
 std::unique_ptr<EntryReader> EntryReader::create(PackArchive& archive, std::uint32_t file, bool exact_seeks) {
