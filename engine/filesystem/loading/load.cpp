@@ -1,6 +1,5 @@
 #include "engine/filesystem/loading/load.h"
 
-#include <algorithm>
 #include <map>
 #include <memory>
 #include <utility>
@@ -66,19 +65,16 @@ void LoadBatch::Add(const SFsLoadWish& wish, LoadClock::time_point now) {
 }
 
 std::vector<Load*> LoadBatch::InOrderOfPlace() const {
-    using Place = std::pair<std::size_t, std::uint64_t>;  // the source, in the order in which the loads name them
-    std::map<const CFSSource*, std::size_t> sources;
-    std::vector<std::pair<Place, Load*>> placed;
-    placed.reserve(loads_.size());
+    std::map<const CFSSource*, std::size_t> sources;  // in the order in which the loads name them
+    std::multimap<std::pair<std::size_t, std::uint64_t>, Load*> placed;
     for (Load* const load : loads_) {
         const fs::path name = lookup_name(load->work.Path().c_str());
         const registry::SharedGuard guard;
         CFSSource* const holder = registry::first_holder(name, registry::match_of(load->work.Flags()));
         auto* const tells = dynamic_cast<PlacedSource*>(holder);
         const std::size_t source = sources.try_emplace(holder, sources.size()).first->second;
-        placed.push_back({{source, tells != nullptr ? tells->place(name) : 0}, load});
+        placed.emplace(std::pair(source, tells != nullptr ? tells->place(name) : 0), load);
     }
-    std::ranges::stable_sort(placed, {}, &std::pair<Place, Load*>::first);
     std::vector<Load*> ordered;
     ordered.reserve(placed.size());
     for (const auto& [place, load] : placed) ordered.push_back(load);
@@ -109,11 +105,6 @@ void Schedule::Remove(Load& load) {
 }
 
 Load* Schedule::First(LoadClock::time_point now) {
-    MoveUpOverdue(now);
-    return by_rank_.empty() ? nullptr : *by_rank_.begin();
-}
-
-void Schedule::MoveUpOverdue(LoadClock::time_point now) {
     while (!by_deadline_.empty() && (*by_deadline_.begin())->rank.deadline <= now) {
         Load& load = **by_deadline_.begin();
         load.deadline_node = by_deadline_.extract(by_deadline_.begin());
@@ -121,6 +112,7 @@ void Schedule::MoveUpOverdue(LoadClock::time_point now) {
         load.rank.is_overdue = true;
         by_rank_.insert(std::move(load.rank_node));
     }
+    return by_rank_.empty() ? nullptr : *by_rank_.begin();
 }
 
 }  // namespace fs

@@ -139,8 +139,6 @@ public:
     }
 
 private:
-    void MoveUpOverdue(LoadClock::time_point now);
-
     LoadsByRank by_rank_;
     LoadsByDeadline by_deadline_;  // those with a deadline that has not passed
     std::array<std::size_t, 4> counts_{};
