@@ -119,11 +119,9 @@ Watches::Watch Watches::add(const char* directory, bool tells_gone, Follower& fo
     if (number < 0) {
         const platform::Error& error = platform::last_error();
         const std::string limit = watcher_.limit();
-        const std::string text = "The directory cannot be watched: the limit " + limit + " of the system is reached.";
-        if (limit.empty())
-            refuse_by_disk(directory, "cannot be watched");
-        else
-            set_error(error_from_platform(error.failure), directory, text, error.os_code);
+        if (limit.empty()) return refuse_by_disk(directory, "cannot be watched"), nullptr;
+        set_error(error_from_platform(error.failure), directory,
+                  "The directory cannot be watched: the limit " + limit + " of the system is reached.", error.os_code);
         return nullptr;
     }
     try {

@@ -109,12 +109,21 @@ struct CZip_dir::State {
         return found.release();
     }
 
+    /// Shows what is in the archive. May throw std::bad_alloc, and then changes nothing.
+    void take_up(std::shared_ptr<fs::PackArchive> mounted) {
+        fs::dir fresh;
+        if (tree_wanted) mounted->fill_tree(fresh);
+        archive = std::move(mounted);
+        tree.clear();
+        tree.take_over(fresh);
+    }
+
     std::shared_ptr<fs::PackArchive> archive;  // null until init has succeeded
     std::string native_spelling;
     std::shared_ptr<fs::pack_reader> reader;  // null for a pack of the disk
     platform::Mutex tree_lock;                // guards the first filling of `tree`
     fs::dir tree;
-    bool tree_wanted = false;  // dir_tree was asked for
+    bool tree_wanted = false;  // dir_tree was asked for, and answered
 };
 
 CZip_dir::CZip_dir() : state_(std::make_unique<State>()) {}
@@ -143,9 +152,7 @@ bool CZip_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir
         if (!(state_->reader ? store.open_reader(native_path, state_->reader, in_memory)
                              : store.open_file(native_path, in_memory)))
             return false;
-        auto archive = fs::PackArchive::mount(std::move(store));
-        if (state_->tree_wanted) archive->fill_tree(state_->tree);
-        state_->archive = std::move(archive);
+        state_->take_up(fs::PackArchive::mount(std::move(store)));
         return true;
     });
 }
@@ -167,14 +174,7 @@ std::function<void()> CZip_dir::read_anew() {
     fs::PackStore store;
     const bool in_memory = fs::has_any(flags(), FFSAddSourceFlags::PACK_IN_MEMORY);
     if (!store.open_file(before->store().path().c_str(), in_memory, &before->store())) return {};
-    auto archive = fs::PackArchive::mount(std::move(store));
-    return [this, archive] {
-        fs::dir tree;
-        if (state_->tree_wanted) archive->fill_tree(tree);
-        state_->archive = archive;
-        state_->tree.clear();
-        state_->tree.take_over(tree);
-    };
+    return [this, archive = fs::PackArchive::mount(std::move(store))] { state_->take_up(archive); };
 }
 
 void CZip_dir::clear() {
@@ -189,10 +189,12 @@ std::int64_t CZip_dir::write_time(const fs::path& /*p*/) { return 0; }
 /// first who does, and from then on by init, since a caller may have kept it.
 fs::dir* CZip_dir::dir_tree() {
     const std::lock_guard guard(state_->tree_lock);
-    const char* pack = state_->archive ? state_->archive->store().path().c_str() : "";
-    if (!state_->tree_wanted && state_->archive)
-        fs::guarded(pack, [this] { state_->archive->fill_tree(state_->tree); });
-    state_->tree_wanted = true;
+    if (!state_->tree_wanted) {
+        fs::guarded(path().PathName(), [this] {
+            if (state_->archive) state_->archive->fill_tree(state_->tree);
+            state_->tree_wanted = true;
+        });
+    }
     return &state_->tree;
 }
 
