@@ -84,12 +84,13 @@ void keep_unlisted(const DirectoryState& state, MountedNames& before, MountedNam
 // False, with the error set and `state` as it was.
 bool mount(DirectoryState& state, const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir_listing* listing,
            MountedNames* before) {
-    DirectoryState fresh{.type = state.type,
-                         .flags = flags,
-                         .root = root,
-                         .spelling = state.spelling,
-                         .include = state.include,
-                         .reads = state.reads + 1};
+    DirectoryState fresh;
+    fresh.type = state.type;
+    fresh.flags = flags;
+    fresh.root = root;
+    fresh.spelling = state.spelling;
+    fresh.include = state.include;
+    fresh.reads = state.reads + 1;
     const std::string_view dir = fresh.root.PathNameView();
     if (root.Empty()) return fs::refuse(EFSError::INVALID_NAME, "", "The root of a directory source is empty.");
     if (fresh.root.Empty()) throw std::bad_alloc();
