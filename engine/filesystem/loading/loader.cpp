@@ -10,7 +10,7 @@
 #include "engine/filesystem/log/message.h"
 #include "engine/platform/never_destroyed.h"
 
-// What is asked of the loader from outside, and its threads. service.cpp has a load's way.
+// What is asked of the loader from outside, and its threads. load.cpp has a load's way.
 //
 // Who works: a few threads of the loader's own, since decoding on threads that the host shares would starve its frames, and
 // the lane, which stands ready for URGENT loads while all others are inflating. They are hired by the first load.
