@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <vector>
 
-#include "engine/filesystem/sources/directory/mount/recorded.h"
-#include "engine/filesystem/sources/directory/mount/replay.h"
+#include "engine/filesystem/sources/directory/listing.h"
+#include "engine/filesystem/sources/directory/state.h"
 #include "engine/kernel/bytes.h"
 
 namespace {

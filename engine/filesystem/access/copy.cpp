@@ -7,7 +7,7 @@
 
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/log/message.h"
-#include "engine/kernel/checksum.h"
+#include "engine/kernel/bytes.h"
 
 // What goes through files in pieces: copies, backups, checksums.
 //

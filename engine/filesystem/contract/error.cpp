@@ -5,8 +5,8 @@
 #include <new>
 #include <utility>
 
+#include "engine/platform/text.h"
 #include "engine/platform/threads.h"
-#include "engine/platform/bounded_text.h"
 
 namespace fs {
 

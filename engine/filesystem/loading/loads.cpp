@@ -1,27 +1,65 @@
 #include <engine/filesystem/loading.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
-#include <new>
 
+#include <engine/filesystem/contract/viewable_file.h>
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/loading/control.h"
+
+#include "engine/filesystem/contract/disk_use.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/loading/loader.h"
 
-// The exported boundary of the room.
+// The exported boundary of the room: loads, batches and views.
 
 namespace fs {
 
 namespace {
 
 bool names_a_file(const SFsLoadWish& wish) {
-    if (wish.path != nullptr && wish.path[0] != '\0') return true;
-    return refuse(EFSError::INVALID_NAME, wish.path, "An empty path names no file.");
+    const bool is_named = wish.path != nullptr && wish.path[0] != '\0';
+    return is_named || refuse(EFSError::INVALID_NAME, wish.path, "An empty path names no file.");
 }
 
-struct ReleaseBatch {
-    void operator()(LoadBatch* batch) const { batch->DropReference(); }
+struct FreeBlock {
+    void operator()(void* block) const { std::free(block); }
 };
+
+/// What a view's owner points to: the open file, and with it whatever the bytes lie in (the mapping, or the pack in memory),
+/// or a copy.
+struct Shown {
+    FilePtr file;
+    std::unique_ptr<void, FreeBlock> copy;
+};
+
+bool show(const char* path, SFsView& out, FFSMapFlags::ENUM flags) {
+    auto shown = std::make_unique<Shown>();
+    LoadWork work({.path = path});
+    LoadWork::Step step = work.Next();  // opens the file
+    if (step == LoadWork::Step::FAILED) return false;
+    ErrorScope scope;
+    SFsView view;
+    if (auto* const viewable = dynamic_cast<ViewableFile*>(&work.File()))
+        view.data = viewable->view(view.size, (flags & FFSMapFlags::POPULATE) != 0);
+    view.is_mapped = view.data != nullptr;
+    if (view.is_mapped) {
+        shown->file = work.TakeFile();
+    } else {
+        if ((flags & FFSMapFlags::NO_COPY) != 0)
+            return fail_unless_told(scope, EFSError::UNSUPPORTED, path,
+                                    "The bytes of this file are not shown without a copy.");
+        while (step != LoadWork::Step::DONE && step != LoadWork::Step::FAILED) step = work.Next();
+        if (step == LoadWork::Step::FAILED) return false;
+        scope.forget();
+        view.size = work.Size();
+        shown->copy.reset(work.TakeBlock());
+        view.data = shown->copy.get();
+    }
+    out = view;
+    out.owner = shown.release();
+    return true;
+}
 
 }  // namespace
 
@@ -41,7 +79,7 @@ SFsLoadBatch* load_batch(const SFsLoadWish* wishes, std::size_t count,
             return nullptr;
         }
         if (!std::all_of(wishes, wishes + count, names_a_file)) return nullptr;
-        std::unique_ptr<LoadBatch, ReleaseBatch> batch(new LoadBatch(count, callback, user));
+        auto batch = std::make_unique<LoadBatch>(count, callback, user);
         const auto now = LoadClock::now();
         for (std::size_t at = 0; at < count; ++at) batch->Add(wishes[at], now);
         return Loader::Instance().Submit(batch->InOrderOfPlace()) ? batch.release() : nullptr;
@@ -64,6 +102,18 @@ bool set_load_settings(const SFsLoadSettings& settings) {
 
 void get_load_statistics(SFsLoadStatistics& out) { Loader::Instance().GetStatistics(out); }
 
+bool map(const char* path, SFsView& out, FFSMapFlags::ENUM flags) {
+    out = {};
+    if (!names_a_file({.path = path})) return false;
+    const DiskUse use("opened", path);
+    return guarded(path, false, [&] { return show(path, out, flags); });
+}
+
+void unmap(SFsView& view) {
+    delete static_cast<Shown*>(view.owner);
+    view = {};
+}
+
 }  // namespace fs
 
 using fs::Load;
@@ -72,7 +122,9 @@ using fs::Loader;
 
 void SFsLoad::AddRef() { Load::Of(this).AddReference(); }
 void SFsLoad::Release() { Loader::Instance().Release(Load::Of(this)); }
-bool SFsLoad::Wait(std::uint32_t timeout_ms) { return Loader::Instance().Wait(Load::Of(this), timeout_ms); }
+bool SFsLoad::Wait(std::uint32_t timeout_ms) {
+    return Loader::Instance().Wait(timeout_ms, [&] { return Load::Of(this).IsFinished(); });
+}
 EFSRequestState::TYPE SFsLoad::State() const { return Load::Of(this).status.State(); }
 EFSRequestResult::TYPE SFsLoad::Result() const { return Load::Of(this).status.Result(); }
 const void* SFsLoad::Data() const { return Loader::Instance().Data(Load::Of(this)); }
@@ -96,7 +148,9 @@ bool SFsLoad::Reprioritise(std::int32_t priority, std::uint32_t deadline_ms) {
 
 void SFsLoadBatch::AddRef() { LoadBatch::Of(this).AddReference(); }
 void SFsLoadBatch::Release() { LoadBatch::Of(this).DropReference(); }
-bool SFsLoadBatch::Wait(std::uint32_t timeout_ms) { return Loader::Instance().Wait(LoadBatch::Of(this), timeout_ms); }
+bool SFsLoadBatch::Wait(std::uint32_t timeout_ms) {
+    return Loader::Instance().Wait(timeout_ms, [&] { return Left() == 0; });
+}
 std::size_t SFsLoadBatch::Count() const { return LoadBatch::Of(this).Loads().size(); }
 std::size_t SFsLoadBatch::Left() const { return LoadBatch::Of(this).Left(); }
 

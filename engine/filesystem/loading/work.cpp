@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <utility>
 
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/disk_use.h"

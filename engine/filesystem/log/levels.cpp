@@ -12,8 +12,7 @@
 
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/log/sinks.h"
-#include "engine/platform/lock.h"
-#include "engine/platform/never_destroyed.h"
+#include "engine/platform/threads.h"
 
 namespace Log {
 

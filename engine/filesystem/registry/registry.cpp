@@ -11,7 +11,6 @@
 #include "engine/filesystem/contract/path.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/threads.h"
-#include "engine/platform/lock.h"
 
 // The list of sources and the index of their directories, under one reader-writer lock.
 //

@@ -7,7 +7,6 @@
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/contract/path.h"
-#include "engine/filesystem/handles/native_open.h"
 #include "engine/filesystem/sources/paths.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/process.h"
@@ -18,6 +17,7 @@
 namespace {
 
 using fs::NativePath;
+using Flags = FFSOpenFlags::FLAGS;
 
 // Directory and name of a request. False when they are empty or do not fit.
 bool full_name(const fs::path& p, NativePath& out) {
@@ -74,7 +74,7 @@ bool CWin32_fallback::set_read_only(const fs::path& p, bool on) {
     return platform::set_read_only(path.text, on) || fs::refuse_by_disk(path.text, "keeps its read-only attribute");
 }
 
-SFsFile* CWin32_fallback::open(const fs::path& p, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
+SFsFile* CWin32_fallback::open(const fs::path& p, EFSMode::TYPE mode, Flags flags) {
     NativePath name;
     NativePath path;
     if (!full_name(p, name)) return nullptr;
@@ -86,26 +86,18 @@ SFsFile* CWin32_fallback::open(const fs::path& p, EFSMode::TYPE mode, FFSOpenFla
     return nullptr;
 }
 
-SFsFile* CWin32_fallback::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    return open(p, EFSMode::READ, flags);
-}
-SFsFile* CWin32_fallback::open_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    return open(p, EFSMode::WRITE, flags);
-}
-SFsFile* CWin32_fallback::open_append(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    return open(p, EFSMode::APPEND, flags);
-}
-SFsFile* CWin32_fallback::open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+SFsFile* CWin32_fallback::open_read(const fs::path& p, Flags flags) { return open(p, EFSMode::READ, flags); }
+SFsFile* CWin32_fallback::open_write(const fs::path& p, Flags flags) { return open(p, EFSMode::WRITE, flags); }
+SFsFile* CWin32_fallback::open_append(const fs::path& p, Flags flags) { return open(p, EFSMode::APPEND, flags); }
+SFsFile* CWin32_fallback::open_read_write(const fs::path& p, Flags flags) {
     return open(p, EFSMode::READ_WRITE, flags);
 }
 
 // The name as it is asked for is all that an open needs. A derived class may open in its own way, which is made for the lock.
-fs::LocatingSource::Answer CWin32_fallback::locate(const fs::path&, FFSOpenFlags::FLAGS, Located&) {
+fs::LocatingSource::Answer CWin32_fallback::locate(const fs::path&, Flags, Located&) {
     return typeid(*this) == typeid(CWin32_fallback) ? Answer::LOCATED : Answer::OPEN_READ;
 }
-SFsFile* CWin32_fallback::open_located(const fs::path& p, FFSOpenFlags::FLAGS flags, const Located&) {
-    return open_read(p, flags);
-}
+SFsFile* CWin32_fallback::open_located(const fs::path& p, Flags flags, const Located&) { return open_read(p, flags); }
 
 void CWin32_fallback::rem_dir(const fs::path& p) {
     const std::string_view dir = p.PathNameView();
@@ -120,9 +112,8 @@ void CWin32_fallback::rem_dir(const fs::path& p) {
         const fs::ErrorScope scope;
         path.cut(path.length - 1);
         if (!platform::is_link(path.text) && !remove_items(dir)) return;
-        if (!platform::remove_directory(path.text) && !scope.has_error()) {
+        if (!platform::remove_directory(path.text) && !scope.has_error())
             fs::refuse_by_disk(path.text, "cannot be removed");
-        }
     });
 }
 
@@ -130,9 +121,8 @@ void CWin32_fallback::rem_dir(const fs::path& p) {
 bool CWin32_fallback::remove_items(std::string_view dir) {
     NativePath path;
     platform::DirectoryListing items;
-    if (!path.append(dir) || !platform::list_directory({.full = path.text}, items, platform::Links::ALL)) {
+    if (!path.append(dir) || !platform::list_directory({.full = path.text}, items, platform::Links::ALL))
         return fs::refuse_by_disk(path.text, "cannot be listed");
-    }
     for (const platform::DirectoryItem& item : items.items()) {
         if (item.is_offline || item.name[0] == '#') continue;
         path.cut(dir.size());
@@ -162,11 +152,10 @@ bool CWin32_fallback::rename_file(const fs::path& from, const fs::path& to) {
     NativePath new_path;
     if (!name_or_refuse(from, old_path) || !name_or_refuse(to, new_path)) return false;
     return fs::guarded(old_path.text, false, [&] {
-        if (fs::climbs(old_path.view()) || to.EmptyFile() || !fs::is_creatable(new_path.view())) {
+        if (fs::climbs(old_path.view()) || to.EmptyFile() || !fs::is_creatable(new_path.view()))
             return fs::refuse(
                 EFSError::INVALID_NAME, new_path.text,
                 "The new name leads out of the current directory or is one that not every system can hold.");
-        }
         if (!fs::prepare_rename(old_path.view(), new_path.text)) return false;
         return platform::rename_path(old_path.text, new_path.text) ||
                fs::refuse_by_disk(old_path.text, "cannot be renamed");

@@ -13,9 +13,8 @@ bool open_native_root(std::string_view given, std::string_view spelling, bool pa
                       std::string& start) {
     const std::string wanted(kernel::equal_folded(spelling, given) ? spelling : given);
     char spelled[platform::path_buffer_size];
-    if (wanted.size() > platform::max_path_bytes) {
+    if (wanted.size() > platform::max_path_bytes)
         return refuse(EFSError::INVALID_NAME, wanted.c_str(), "The root of the source is too long.");
-    }
     if (!platform::resolve_case(wanted.c_str(), spelled)) return refuse_by_disk(wanted.c_str(), "cannot be looked for");
     // Its length may be another one: short names of Windows are told in full.
     const std::string_view whole(spelled);
@@ -51,18 +50,16 @@ bool build_native_path(const NativeRoot& root, std::string_view dir, std::string
 SFsFile* open_of_source(CFSSource* source, const platform::PathAt& path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags,
                         std::string_view name) {
     flags &= ~FFSOpenFlags::WHOLE_NAME;
-    if (mode == EFSMode::READ || mode == EFSMode::WRITE) {
+    if (mode == EFSMode::READ || mode == EFSMode::WRITE)
         return open_native_at(source, path, mode, flags & ~FFSOpenFlags::THROUGH_VFS, name);
-    }
     if (is_valid_open(mode, flags)) return open_for_change(source, path, mode, flags, name);
     set_error(EFSError::INVALID_ARGUMENT, path.full, "Mode and flags of the open exclude each other.");
     return nullptr;
 }
 
 bool prepare_rename(std::string_view from, const char* to) {
-    if (!kernel::equal_folded(from, to) && platform::get_attributes(to)) {
+    if (!kernel::equal_folded(from, to) && platform::get_attributes(to))
         return refuse(EFSError::ALREADY_EXISTS, to, "There is a file of the new name.");
-    }
     return create_directories(to);
 }
 

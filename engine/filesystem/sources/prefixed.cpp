@@ -1,7 +1,6 @@
-#include "engine/filesystem/sources/prefixed.h"
+#include "engine/filesystem/sources/startup.h"
 
 #include <functional>
-#include <memory>
 #include <new>
 #include <optional>
 #include <utility>
@@ -18,7 +17,7 @@
 #include "engine/filesystem/registry/holders.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/paths.h"
-#include "engine/filesystem/watch/follower.h"
+#include "engine/filesystem/watch/watching.h"
 #include "engine/kernel/text.h"
 
 namespace fs {
@@ -69,8 +68,7 @@ public:
     }
     std::function<void()> read_anew() override {
         auto* const followed = dynamic_cast<FollowedSource*>(inner_.get());
-        if (followed == nullptr) return [this] { refresh(); };
-        std::function<void()> take_up = followed->read_anew();
+        std::function<void()> take_up = followed != nullptr ? followed->read_anew() : [this] { inner_->refresh(); };
         if (!take_up) return {};
         return [this, take_up = std::move(take_up)] { take_up(), follow(); };
     }
@@ -206,8 +204,10 @@ protected:
         std::string_view lead = prefix_;
         do {
             if (const auto inside = below(p.PathNameView(), lead)) {
-                fs::path rest = with_directory(*inside, p);
-                if (registry::holds_whole(*inner_, rest)) return Asked{exact_name(rest), true};
+                const fs::path rest = with_directory(*inside, p);
+                // A full path, where the inner source stands on the disk, is the name of the file alone.
+                if (registry::holds_whole(*inner_, rest))
+                    return Asked{with_directory(inner_->root_dir() + std::string(rest.PathNameView()), rest), true};
             }
             lead.remove_prefix(1);  // directories match by their ends letter by letter
         } while (!whole && !lead.empty());
@@ -237,18 +237,12 @@ protected:
         });
     }
 
-    /// Makes the tree anew from the inner source's. True.
+    /// Makes the tree anew from the inner source's. False, with the failure stored, without memory.
     bool follow() {
-        guarded(prefix_.c_str(), [&] { follow_tree(); });
-        return true;
+        return guarded(prefix_.c_str(), false, [&] { return follow_tree(), true; });
     }
 
 private:
-    /// A name as one that only the file itself has: a full path, where the inner source stands on the disk.
-    fs::path exact_name(const fs::path& name) {
-        return with_directory(inner_->root_dir() + std::string(name.PathNameView()), name);
-    }
-
     /// Whether what the inner source finds is found by the whole of its name here, too.
     bool matches_by_end(const fs::path& p) {
         if (!inner_->exists(p)) return false;

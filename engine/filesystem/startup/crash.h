@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "engine/platform/bounded_text.h"
 #include "engine/platform/clock.h"
+#include "engine/platform/text.h"
 
 // What the start of the log and the dumps share: switches and configuration, the log file, and names.
 

@@ -3,18 +3,14 @@
 #include <algorithm>
 #include <chrono>
 #include <iterator>
-#include <memory>
 #include <utility>
-#include <vector>
 
 #include <engine/filesystem/contract/followed_source.h>
-#include <engine/filesystem/watch.h>
 
 #include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/registry/holders.h"
 #include "engine/filesystem/registry/registry.h"
-#include "engine/filesystem/watch/change_batch.h"
-#include "engine/filesystem/watch/follower.h"
-#include "engine/filesystem/watch/watches.h"
 #include "engine/platform/threads.h"
 
 // A poll has three steps. It hears what the system tells, which only marks names; it asks the disk what became of those
@@ -58,11 +54,6 @@ void check_thread() {
     if (!registry::this_thread_holds_lock()) return;
     set_error(EFSError::INVALID_ARGUMENT, nullptr, "A source or callback that is being asked may not watch or poll.");
     throw StoredFailure();
-}
-
-std::int64_t milliseconds_now() {
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
 }
 
 /// A followed source that is registered, in a poll.
@@ -121,6 +112,67 @@ bool take_up(Watching& all, ztl::vector<SFsChange>& out, std::int64_t now, std::
 }
 
 }  // namespace
+
+Watches::Watch Watches::add(const char* directory, bool tells_gone, Follower& follower, const std::string& dir) {
+    const std::int64_t number = watcher_.add(directory, tells_gone);
+    if (number < 0) {
+        const platform::Error& error = platform::last_error();
+        const std::string limit = watcher_.limit();
+        if (limit.empty()) return refuse_by_disk(directory, "cannot be watched"), nullptr;
+        set_error(error_from_platform(error.failure), directory,
+                  "The directory cannot be watched: the limit " + limit + " of the system is reached.", error.os_code);
+        return nullptr;
+    }
+    try {
+        listeners_.emplace(number, Listener{&follower, &dir});
+    } catch (...) {
+        if (!listeners_.contains(number)) watcher_.remove(number);
+        throw;
+    }
+    return Watch(&dir, End{this, number});
+}
+
+void Watches::remove(std::int64_t number, const std::string* dir) noexcept {
+    const auto [first, last] = listeners_.equal_range(number);
+    listeners_.erase(std::find_if(first, last, [&](const auto& listener) { return listener.second.dir == dir; }));
+    if (!listeners_.contains(number)) watcher_.remove(number);
+}
+
+bool Watches::drain(std::int64_t now) {
+    const bool is_drained = watcher_.drain([&](const platform::WatchEvent& event) {
+        const auto [first, last] =
+            event.watch < 0 ? std::pair(listeners_.begin(), listeners_.end()) : listeners_.equal_range(event.watch);
+        for (auto at = first; at != last; ++at) at->second.follower->note(*at->second.dir, event, now);
+    });
+    return is_drained || refuse(EFSError::IO, nullptr, "The system gave no word of what has changed.");
+}
+
+ChangeBatch::ChangeBatch(CFSSource& source, ztl::vector<SFsChange>& out, bool& is_tree_new)
+    : source_(source), out_(out), is_tree_new_(is_tree_new), path_(full_name(source.path())) {
+    const auto* const prefixed = dynamic_cast<const registry::PrefixedNames*>(&source);
+    if (prefixed != nullptr) prefix_ = prefixed->prefix();
+}
+
+void ChangeBatch::add(SFsChange::KIND kind, std::string_view name) {
+    SFsChange change{.kind = kind, .name = std::string(prefix_).append(name), .source = path_};
+    change.winner_changed = is_winner(change.name);
+    out_.push_back(std::move(change));
+}
+
+void ChangeBatch::add_lost() {
+    out_.push_back({.kind = SFsChange::LOST, .name = {}, .source = path_, .winner_changed = true});
+}
+
+/// Whether fs::open of this name answers what the source holds under it. Without memory to find out it may be so.
+bool ChangeBatch::is_winner(const std::string& name) noexcept {
+    return guarded(nullptr, true, [&] {
+        const fs::path whole = lookup_name(name.c_str());
+        if (registry::first_holder(whole, registry::Match::AS_SOURCE_DOES) != &source_) return false;
+        fs::path held;
+        source_.root_path(held, whole);
+        return held == whole;
+    });
+}
 
 std::vector<CFSSource*> sources_of(const fs::path& key) {
     std::vector<CFSSource*> sources;
@@ -181,7 +233,8 @@ bool poll_changes(ztl::vector<SFsChange>& out, std::uint32_t quiet_ms) {
         Watching& all = watching();
         const platform::LockGuard guard(all.lock);
         if (all.watches == nullptr) return true;
-        const std::int64_t now = milliseconds_now();
+        const auto time = std::chrono::steady_clock::now().time_since_epoch();
+        const std::int64_t now = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
         const bool is_drained = all.watches->drain(now);
         const bool is_marked = std::any_of(all.followed.begin(), all.followed.end(),
                                            [](const Followed& each) { return each.follower->is_marked(); });

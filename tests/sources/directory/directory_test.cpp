@@ -2,7 +2,7 @@
 #include <iterator>
 #include <tuple>
 
-#include "engine/filesystem/sources/directory/mount/recorded.h"
+#include "engine/filesystem/sources/directory/listing.h"
 #include "engine/platform/clock.h"
 #include "tests/sources/kit.h"
 
@@ -87,13 +87,8 @@ TEST_F(DirectorySource, EntersAWideTreeInOrderHoweverManyThreadsListIt) {
         fs::dir_listing listing;
         ASSERT_TRUE(mount(recursive, &listing));
         std::vector<std::string> entered;
-        fs::ListingReader reader(listing);
-        std::string_view text;
-        platform::DirectoryTimes times;
-        while (!reader.at_end() && reader.read_directory(text, times)) {
-            entered.emplace_back(text);
-            EXPECT_EQ(reader.at_file() && reader.read_file(text), !entered.back().empty());
-        }
+        EXPECT_TRUE(listing.for_each([&](auto dir, auto&) { return entered.emplace_back(dir), true; },
+                                     [](auto) { return true; }));
         EXPECT_EQ(entered, expected);
         EXPECT_EQ(found("same"), "d100/same");
         EXPECT_EQ(found("c/same"), "d100/b/c/same");

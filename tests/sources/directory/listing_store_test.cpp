@@ -3,7 +3,7 @@
 #include <functional>
 #include <thread>
 
-#include "engine/filesystem/sources/directory/mount/recorded.h"
+#include "engine/filesystem/sources/directory/listing.h"
 #include "engine/platform/directories.h"
 #include "tests/sources/directory/directory_time.h"
 #include "tests/sources/kit.h"

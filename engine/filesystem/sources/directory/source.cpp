@@ -3,30 +3,42 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <string>
 #include <utility>
+#include <vector>
+
+#include <engine/filesystem/access/search.h>
 
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/name_list.h"
 #include "engine/filesystem/log/message.h"
-#include "engine/filesystem/sources/directory/follow/follower.h"
-#include "engine/filesystem/sources/directory/mount/cache_service.h"
-#include "engine/filesystem/sources/directory/mount/recorded.h"
-#include "engine/filesystem/sources/directory/mount/replay.h"
-#include "engine/filesystem/sources/directory/mount/scan.h"
-#include "engine/filesystem/sources/directory/mount/state.h"
+#include "engine/filesystem/sources/directory/cache_service.h"
+#include "engine/filesystem/sources/directory/follower.h"
+#include "engine/filesystem/sources/directory/listing.h"
+#include "engine/filesystem/sources/directory/scan.h"
+#include "engine/filesystem/sources/directory/state.h"
 #include "engine/platform/clock.h"
 #include "engine/platform/directories.h"
 
-// Here the source mounts and answers; open.cpp opens and creates, change.cpp makes and removes, search.cpp lists. What they
-// share, and the words for it, are in mount/state.h.
+// Here the source mounts, answers and lists; change.cpp opens, makes and removes. What they share, and the words for it, are
+// in state.h.
+//
+// Lists come in the order of 65,536 buckets chosen by a hash of the name, and within a bucket in that of entry: callers
+// see it, so it stays, though nothing is kept in buckets.
 
 namespace {
 
+using fs::DirectoryState;
+using fs::MountedNames;
+using fs::NameTable;
+using fs::NativePath;
+
 constexpr MessageSource log_source{"FileSystem", "engine/filesystem/win/win_files"};
 
-std::unique_ptr<fs::MountedNames> read_names(const fs::DirectoryState& state, fs::dir_listing* listing) {
-    std::unique_ptr<fs::MountedNames> names = state.no_names();
+std::unique_ptr<MountedNames> read_names(const DirectoryState& state, fs::dir_listing* listing) {
+    std::unique_ptr<MountedNames> names = state.no_names();
     if (fs::fill_from_cache_service(state, *names)) return names;
     if (listing && !listing->is_empty()) {
         if (fs::replay_listing(state, *names, *listing)) return names;
@@ -39,7 +51,7 @@ std::unique_ptr<fs::MountedNames> read_names(const fs::DirectoryState& state, fs
 }
 
 // That names may be missing is no failure of the mount, but nobody must take them for files that do not exist.
-void tell_unlisted(const fs::DirectoryState& state, const fs::MountedNames& names) {
+void tell_unlisted(const DirectoryState& state, const MountedNames& names) {
     if (names.unlisted.empty()) return;
     const std::string first = state.native_root.text + *names.unlisted.begin();
     fs::set_error_from_platform(first.c_str(), "could not be listed, so that names may be missing",
@@ -49,11 +61,27 @@ void tell_unlisted(const fs::DirectoryState& state, const fs::MountedNames& name
                 static_cast<unsigned>(names.unlisted.size()), state.root.PathName(), first.c_str());
 }
 
+// Takes over what `before` held in the directories that `to` could not list, and below them; they come last in the order
+// of lookups.
+void keep_unlisted(const DirectoryState& state, MountedNames& before, MountedNames& to) {
+    if (to.unlisted.empty()) return;
+    const NameTable& old = before.table;
+    for (std::uint32_t file = old.first(); file != NameTable::none; file = old.next(file)) {
+        if (!fs::is_below_any(to.unlisted, old.dir(file))) continue;
+        if (to.table.find_exact(old.dir(file), old.name(file)) != NameTable::none) continue;
+        to.table.add(to.table.intern_dir(old.spelled_dir(file)), old.spelled_name(file), old.value(file));
+    }
+    for (const std::string& dir : to.unlisted) {
+        const fs::dir* const node = state.find_node(before, dir);
+        if (node != nullptr) state.make_node(to, dir).merge(*node);
+    }
+}
+
 // Mounts anew in the settings that `state` was constructed with; of what cannot be listed the names of `before` are kept.
 // False, with the error set and `state` as it was.
-bool mount(fs::DirectoryState& state, const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir_listing* listing,
-           fs::MountedNames* before) {
-    fs::DirectoryState fresh;
+bool mount(DirectoryState& state, const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir_listing* listing,
+           MountedNames* before) {
+    DirectoryState fresh;
     fresh.type = state.type;
     fresh.flags = flags;
     fresh.root = root;
@@ -63,23 +91,91 @@ bool mount(fs::DirectoryState& state, const fs::path& root, FFSAddSourceFlags::E
     const std::string_view dir = fresh.root.PathNameView();
     if (root.Empty()) return fs::refuse(EFSError::INVALID_NAME, "", "The root of a directory source is empty.");
     if (fresh.root.Empty()) throw std::bad_alloc();
-    if (fs::has_any(flags, FFSAddSourceFlags::MUST_EXIST) && (dir.empty() || !fs::is_native_directory(dir.data()))) {
+    if (fs::has_any(flags, FFSAddSourceFlags::MUST_EXIST) && (dir.empty() || !fs::is_native_directory(dir.data())))
         return fs::refuse(EFSError::NOT_FOUND, dir.data(), "The root of the source must exist and is not a directory.");
-    }
     const bool parent = fs::has_any(flags, FFSAddSourceFlags::MOUNT_PARENT);
     if (!fs::open_native_root(dir, fresh.spelling, parent, fresh.native_root, fresh.start)) return false;
     fresh.native = fs::lower_text(fresh.native_root.text);
     fresh.names = read_names(fresh, listing);
-    if (before) fs::keep_unlisted(fresh, *before, *fresh.names);
+    if (before) keep_unlisted(fresh, *before, *fresh.names);
     tell_unlisted(fresh, *fresh.names);
     state = std::move(fresh);
     return true;
 }
 
+// Puts the files of one directory, freshly read into `read`, in the place of those that the source held there; those below
+// it stay. When it could not be listed the old ones stay too. May throw std::bad_alloc, and then nothing has changed.
+void replace_directory(DirectoryState& state, std::string_view dir, const MountedNames& read) {
+    MountedNames& names = *state.names;
+    NameTable& table = names.table;
+    auto unlisted = names.unlisted;
+    if (!read.unlisted.contains(dir)) unlisted.erase(std::string(dir));
+    unlisted.insert(read.unlisted.begin(), read.unlisted.end());
+    if (!read.unlisted.empty()) names.unlisted_error = read.unlisted_error;
+    if (read.unlisted.contains(dir)) return names.unlisted.swap(unlisted);
+    std::vector<std::uint32_t> gone;
+    for (std::uint32_t file = table.first(); file != NameTable::none; file = table.next(file)) {
+        if (table.dir(file) == dir) gone.push_back(file);
+    }
+    std::vector<std::uint32_t> added;
+    added.reserve(read.table.size());
+    try {
+        for (std::uint32_t file = read.table.first(); file != NameTable::none; file = read.table.next(file)) {
+            const std::uint32_t to = table.intern_dir(read.table.spelled_dir(file));
+            added.push_back(table.add(to, read.table.spelled_name(file), read.table.value(file)));
+        }
+    } catch (...) {
+        for (const std::uint32_t file : added) table.remove(file);
+        throw;
+    }
+    for (const std::uint32_t file : gone) table.remove(file);
+    ++state.reads;
+    names.unlisted.swap(unlisted);
+    table.compact();
+}
+
+std::uint32_t bucket_of(std::string_view name) {
+    std::uint32_t hash = 0x100001;
+    for (const char c : name) hash = hash * 33 ^ static_cast<std::uint32_t>(static_cast<signed char>(c));
+    return hash & 0xFFFF;
+}
+
+// The wanted files in the order of the buckets.
+template <class Wanted>
+std::vector<std::uint32_t> collect(const NameTable& table, Wanted&& wanted) {
+    std::vector<std::uint64_t> keys;
+    for (std::uint32_t file = table.first(); file != NameTable::none; file = table.next(file)) {
+        if (wanted(file)) keys.push_back(std::uint64_t{bucket_of(table.name(file))} << 32 | file);
+    }
+    std::sort(keys.begin(), keys.end());
+    return {keys.begin(), keys.end()};  // without the buckets
+}
+
+// Puts each file at the front of a list, and tells the search callback. A list comes whole or not at all. Each name has
+// room for `room` bytes; where that is not none, one that does not fit in it is left empty.
+FS_NAME* list_of(const NameTable& table, const std::vector<std::uint32_t>& files, std::size_t room) {
+    const fs::search_callback callback = fs::get_search_callback();
+    fs::NameList head;
+    for (const std::uint32_t file : files) {
+        const std::string_view dir = table.dir(file);
+        const std::string_view name = table.name(file);
+        const bool fits = room == 0 || dir.size() + name.size() < room;
+        fs::prepend(head, fits ? dir : "", fits ? name : "", room);
+        if (callback) callback(std::string(dir).c_str(), std::string(name).c_str());
+    }
+    return head.release();
+}
+
+bool has_extension(std::string_view name, const char* ext) {
+    if (!ext) return true;
+    const std::size_t dot = name.rfind('.');
+    return (dot == std::string_view::npos ? std::string_view() : name.substr(dot)) == ext;
+}
+
 }  // namespace
 
 CWin32_dir::CWin32_dir(EFSSourceType::TYPE type, const char* const* include)
-    : state_(std::make_unique<fs::DirectoryState>()) {
+    : state_(std::make_unique<DirectoryState>()) {
     state_->type = type;
     state_->names = state_->no_names();
     for (; include && *include; ++include) {
@@ -113,25 +209,25 @@ void CWin32_dir::refresh() {
 
 void CWin32_dir::refresh_dir(const char* dir) {
     fs::guarded(dir, [&] {
-        fs::DirectoryState& state = *state_;
+        DirectoryState& state = *state_;
         char expanded[platform::path_buffer_size];
         const bool is_full = fs::is_full_path(dir) && platform::expand_short_names(dir, expanded);
         fs::path parsed;
         parsed.Set(is_full ? expanded : dir, "", true);
         std::string_view below = parsed.PathNameView();
-        fs::NativePath native;
+        NativePath native;
         if (fs::place_of(state.native_root, below) == fs::Place::OUTSIDE) return;
         fs::dir* const node = state.find_node(*state.names, below);
         if (!node || !fs::build_native_path(state.native_root, below, {}, native)) return;
         // The scan asks for the directory by its lower-case name, so its spelling is found first.
-        const std::unique_ptr<fs::MountedNames> read = state.no_names();
+        const std::unique_ptr<MountedNames> read = state.no_names();
         if (platform::resolve_case(native.text, native.text)) {
             fs::scan_directory(state, *read, native.below_root(), read->tree, false, nullptr);
         } else {
             read->unlisted.emplace(below);
             read->unlisted_error = platform::last_error();
         }
-        fs::replace_directory(state, below, *read);
+        replace_directory(state, below, *read);
         tell_unlisted(state, *read);
     });
 }
@@ -156,21 +252,21 @@ bool CWin32_dir::writable() {
 fs::dir* CWin32_dir::dir_tree() { return &state_->names->tree; }
 const char* CWin32_dir::root_dir() { return state_->native.c_str(); }
 
-bool CWin32_dir::exists(const fs::path& p) { return state_->find(p) != fs::NameTable::none; }
-bool CWin32_dir::exists_whole(const fs::path& p) { return state_->find(p, true) != fs::NameTable::none; }
+bool CWin32_dir::exists(const fs::path& p) { return state_->find(p) != NameTable::none; }
+bool CWin32_dir::exists_whole(const fs::path& p) { return state_->find(p, true) != NameTable::none; }
 
 void CWin32_dir::full_path(fs::path& out, const fs::path& p) {
-    fs::NativePath native;
+    NativePath native;
     out = fs::path();
-    if (state_->locate(p, native) != fs::NameTable::none) out = fs::path(native.text, true);
+    if (state_->locate(p, native) != NameTable::none) out = fs::path(native.text, true);
 }
 
 void CWin32_dir::root_path(fs::path& out, const fs::path& p) {
     const std::uint32_t file = state_->find(p);
     out = fs::path();
-    if (file == fs::NameTable::none) return;
+    if (file == NameTable::none) return;
     fs::guarded(p.FileName(), [&] {
-        const fs::NameTable& table = state_->names->table;
+        const NameTable& table = state_->names->table;
         const std::string_view dir = table.dir(file), name = table.name(file);
         const bool is_whole = p.IsLowercase() && p.PathNameView() == dir && p.FileNameView() == name;
         out = is_whole ? p : fs::path_of(dir, std::string(name).c_str(), true);
@@ -179,8 +275,8 @@ void CWin32_dir::root_path(fs::path& out, const fs::path& p) {
 }
 
 std::int64_t CWin32_dir::write_time(const fs::path& p) {
-    fs::NativePath native;
-    if (state_->locate(p, native) == fs::NameTable::none) return -1;
+    NativePath native;
+    if (state_->locate(p, native) == NameTable::none) return -1;
     const auto attributes = platform::get_attributes(native.at(state_->native_root));
     if (attributes) return platform::utc_to_local(attributes->write_time);
     fs::refuse_by_disk(native.text, "has no readable attributes");
@@ -188,51 +284,90 @@ std::int64_t CWin32_dir::write_time(const fs::path& p) {
 }
 
 bool CWin32_dir::set_write_time(const fs::path& p, std::int64_t time) {
-    fs::NativePath native;
-    if (state_->locate_to_change(p, native) == fs::NameTable::none) return false;
+    NativePath native;
+    if (state_->locate_to_change(p, native) == NameTable::none) return false;
     // The answer does not depend on the disk: a file that cannot be opened keeps its time, and this is true all the same.
-    if (!platform::set_write_time(native.text, platform::local_to_utc(time))) {
+    if (!platform::set_write_time(native.text, platform::local_to_utc(time)))
         fs::refuse_by_disk(native.text, "keeps its time");
-    }
     return true;
 }
 
 bool CWin32_dir::read_only(const fs::path& p) {
-    fs::NativePath native;
-    if (state_->locate(p, native) == fs::NameTable::none) return false;
+    NativePath native;
+    if (state_->locate(p, native) == NameTable::none) return false;
     const auto attributes = platform::get_attributes(native.at(state_->native_root));
     return attributes && attributes->is_read_only;
 }
 
 bool CWin32_dir::set_read_only(const fs::path& p, bool on) {
-    fs::NativePath native;
-    if (state_->locate_to_change(p, native) == fs::NameTable::none) return false;
+    NativePath native;
+    if (state_->locate_to_change(p, native) == NameTable::none) return false;
     return platform::set_read_only(native.text, on) || fs::refuse_by_disk(native.text, "keeps its read-only attribute");
 }
 
 void CWin32_dir::mark_installed_all(bool on) {
-    fs::NameTable& table = state_->names->table;
-    for (std::uint32_t file = table.first(); file != fs::NameTable::none; file = table.next(file)) {
+    NameTable& table = state_->names->table;
+    for (std::uint32_t file = table.first(); file != NameTable::none; file = table.next(file)) {
         table.set_value(file, on ? 1 : 0);
     }
 }
 
 void CWin32_dir::mark_installed(const fs::path& p, bool on) {
     const std::uint32_t file = state_->find(p);
-    if (file != fs::NameTable::none) state_->names->table.set_value(file, on ? 1 : 0);
+    if (file != NameTable::none) state_->names->table.set_value(file, on ? 1 : 0);
 }
 
 int CWin32_dir::is_installed(const fs::path& p) {
     const std::uint32_t file = state_->find(p);
-    if (file == fs::NameTable::none) return 0;
+    if (file == NameTable::none) return 0;
     return state_->names->table.value(file) != 0 ? 2 : 1;
 }
 
 bool CWin32_dir::native_path(const fs::path& p, char* out, std::size_t capacity) {
     const std::uint32_t file = state_->find(p);
-    fs::NativePath native;
-    const bool fits = file != fs::NameTable::none ? state_->native_path(file, native) : state_->native_path(p, native);
+    NativePath native;
+    const bool fits = file != NameTable::none ? state_->native_path(file, native) : state_->native_path(p, native);
     if (!fits || native.length >= capacity) return false;
     std::memcpy(out, native.text, native.length + 1);
     return true;
+}
+
+FS_NAME* CWin32_dir::get_file_list(const char* dir, const char* mask, bool recursive) {
+    return fs::guarded(dir, static_cast<FS_NAME*>(nullptr), [&] {
+        const NameTable& table = state_->names->table;
+        const auto wanted = [&](std::uint32_t file) {
+            return fs::directory_answers(table.dir(file), dir, recursive) && fs::name_matches(table.name(file), mask);
+        };
+        return list_of(table, collect(table, wanted), 0);
+    });
+}
+
+FS_NAME* CWin32_dir::search_substring(const char* text) {
+    if (!text || *text == '\0') return nullptr;
+    return fs::guarded(text, static_cast<FS_NAME*>(nullptr), [&] {
+        const NameTable& table = state_->names->table;
+        const auto wanted = [&](std::uint32_t file) { return fs::directory_contains(table.dir(file), text); };
+        return list_of(table, collect(table, wanted), fs::path_capacity);
+    });
+}
+
+void CWin32_dir::dump(ztl::vector<fs::string>& lines, const char* ext) {
+    // Each file of a name is told with all later ones, so the lines grow with the square of their number; a tree made to
+    // exhaust memory that way stops here.
+    constexpr std::size_t line_limit = 1'000'000;
+    fs::guarded(root_dir(), [&] {
+        const NameTable& table = state_->names->table;
+        const auto wanted = [&](std::uint32_t file) {
+            return table.next_of_name(file) != NameTable::none && has_extension(table.name(file), ext);
+        };
+        const std::size_t end = lines.size() + line_limit;
+        for (const std::uint32_t first : collect(table, wanted)) {
+            int index = 0;
+            for (std::uint32_t file = first; file != NameTable::none; file = table.next_of_name(file)) {
+                if (lines.size() >= end) return;
+                fs::string line = std::to_string(index++) + ". " + root_dir();
+                lines.push_back(line.append(table.dir(file)).append(table.name(file)));
+            }
+        }
+    });
 }

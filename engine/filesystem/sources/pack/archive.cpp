@@ -5,28 +5,30 @@
 #include <mutex>
 #include <new>
 #include <set>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include <engine/filesystem/contract/names.h>
 
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/formats/inflate.h"
 #include "engine/filesystem/formats/zip.h"
 #include "engine/filesystem/formats/zstd.h"
 #include "engine/platform/threads.h"
+#include "engine/filesystem/sources/pack/reader.h"
 
 namespace fs {
 
 namespace {
 
-// An entry's state: the length of the local header's two texts, which takes 17 bits, the method that it tells, cut to 14
-// bits by what no method is, and whether the header was read at all.
+// An entry's state: the length of the local header's two texts, which takes 17 bits, the method that it tells, cut to
+// 14 bits by what no method is, and whether the header was read at all.
 constexpr std::uint32_t texts_mask = 0x1FFFF;
 constexpr std::uint32_t method_shift = 17;
 constexpr std::uint32_t most_method = 0x3FFF;
 constexpr std::uint32_t located = 1u << 31;
+
+constexpr std::size_t most_idle = 2;  // decoders of whole entries
 
 std::uint32_t state_of(PackEntry& entry) {
     return std::atomic_ref<std::uint32_t>(entry.state).load(std::memory_order_relaxed);
@@ -50,6 +52,110 @@ struct PacksInUse {
 };
 
 }  // namespace
+
+std::shared_ptr<EntryCheckpoints> PackCheckpoints::of(std::uint32_t entry, std::uint32_t size) {
+    const std::uint32_t blocks = size / EntryReader::block_size;
+    if (blocks <= base_interval) return nullptr;
+    const platform::LockGuard guard(lock_);
+    const auto found = std::ranges::find(sets_, entry, &EntryCheckpoints::entry);
+    if (found != sets_.end()) {
+        std::rotate(found, found + 1, sets_.end());
+        return sets_.back();
+    }
+    make_room();
+    const std::uint32_t interval = std::max(base_interval, blocks / most_kept + 1);
+    sets_.push_back(std::make_shared<EntryCheckpoints>(
+        EntryCheckpoints{entry, interval, std::vector<EntryCheckpoint>(blocks / interval + 1)}));
+    return sets_.back();
+}
+
+/// When most of the memory is taken, gives up the sets that no open file uses, the longest unused first.
+void PackCheckpoints::make_room() {
+    for (auto set = sets_.begin(); set != sets_.end() && held_ > most_bytes / 2;) {
+        if (set->use_count() != 1) {
+            ++set;
+            continue;
+        }
+        for (const EntryCheckpoint& kept : (*set)->kept) held_ -= kept.state ? kept.state->bytes() : 0;
+        set = sets_.erase(set);
+    }
+}
+
+bool PackCheckpoints::wants(const EntryCheckpoints& set, std::uint32_t number) {
+    if (number == 0 || number % set.interval != 0 || number / set.interval >= set.kept.size()) return false;
+    const platform::LockGuard guard(lock_);
+    return !set.kept[number / set.interval].state;
+}
+
+void PackCheckpoints::add(EntryCheckpoints& set, std::uint32_t number, EntryCheckpoint checkpoint) {
+    const std::uint64_t bytes = checkpoint.state->bytes();
+    const platform::LockGuard guard(lock_);
+    EntryCheckpoint& place = set.kept[number / set.interval];
+    if (place.state || held_ + bytes > most_bytes) return;
+    held_ += bytes;
+    place = std::move(checkpoint);
+}
+
+EntryCheckpoint PackCheckpoints::find(const EntryCheckpoints& set, std::uint32_t number, std::uint32_t after,
+                                      std::uint32_t& found) {
+    const platform::LockGuard guard(lock_);
+    std::size_t i = std::min<std::size_t>(number / set.interval, set.kept.size() - 1);
+    while (i > 0 && !set.kept[i].state) --i;
+    found = static_cast<std::uint32_t>(i) * set.interval;
+    return found > after ? set.kept[i] : EntryCheckpoint{};
+}
+
+struct WholeDecoders::Worker {
+    /// The packed bytes of an entry; null when the pack does not give them all.
+    const std::uint8_t* load(const PackStore& store, const PackedData& data) {
+        if (const std::uint8_t* bytes = store.view(data.offset, data.packed_size)) return bytes;
+        if (data.offset > store.length() || data.packed_size > store.length() - data.offset) return nullptr;
+        if (data.packed_size > capacity) {
+            packed.reset();
+            capacity = std::size_t{data.packed_size | 0xFFFF} + 1;
+            packed.reset(new std::uint8_t[capacity]);  // what throws ends this worker
+        }
+        ErrorScope scope;
+        const bool is_whole = store.read(data.offset, packed.get(), data.packed_size) == data.packed_size;
+        scope.forget();  // whether the blocks fail too is what counts
+        return is_whole ? packed.get() : nullptr;
+    }
+
+    bool decode(const PackedData& data, const std::uint8_t* bytes, std::uint8_t* out) {
+        const bool is_zstd = data.method == EFSPackMethod::ZSTD;
+        std::unique_ptr<BufferDecoder>& decoder = is_zstd ? zstd : inflater;
+        if (!decoder) decoder = is_zstd ? make_buffer_zstd_decoder() : make_buffer_inflater();
+        return decoder->decode(bytes, data.packed_size, out, data.size);
+    }
+
+    std::unique_ptr<BufferDecoder> inflater;
+    std::unique_ptr<BufferDecoder> zstd;
+    std::unique_ptr<std::uint8_t[]> packed;
+    std::size_t capacity = 0;
+};
+
+WholeDecoders::WholeDecoders() { idle_.reserve(most_idle); }
+WholeDecoders::~WholeDecoders() = default;
+
+bool WholeDecoders::decode(const PackStore& store, const PackedData& data, std::uint8_t* buffer) {
+    constexpr std::uint32_t most_packed = 256 * 1024 * 1024;
+    constexpr std::size_t kept_capacity = 4 * 1024 * 1024;  // what has a larger buffer is not kept
+    if (data.packed_size == 0 || data.packed_size > most_packed) return false;
+    std::unique_ptr<Worker> worker;
+    {
+        const platform::LockGuard guard(lock_);
+        if (!idle_.empty()) {
+            worker = std::move(idle_.back());
+            idle_.pop_back();
+        }
+    }
+    if (!worker) worker = std::make_unique<Worker>();
+    const std::uint8_t* bytes = worker->load(store, data);
+    const bool is_good = bytes && worker->decode(data, bytes, buffer);
+    const platform::LockGuard guard(lock_);
+    if (worker->capacity <= kept_capacity && idle_.size() < most_idle) idle_.push_back(std::move(worker));
+    return is_good;
+}
 
 std::shared_ptr<PackArchive> PackArchive::mount(PackStore store) {
     auto archive = std::make_shared<PackArchive>();
@@ -85,7 +191,8 @@ void PackArchive::fill_tree(dir& tree) const {
 
 bool PackArchive::open(std::uint32_t file) {
     if (is_zip64(table_.entry(file)))
-        return refuse(EFSError::UNSUPPORTED, full_name(file).c_str(), "The entry of the pack is in zip64 form.");
+        return refuse(EFSError::UNSUPPORTED, table_.names.path(file).c_str(),
+                      "The entry of the pack is in zip64 form.");
     return store_.is_remote() || locate(file);
 }
 
@@ -93,7 +200,7 @@ bool PackArchive::locate(std::uint32_t file) {
     PackEntry& entry = table_.entry(file);
     if ((state_of(entry) & located) != 0) return true;
     const auto refuse_entry = [&](EFSError::TYPE code, const char* reason) {
-        return refuse(code, full_name(file).c_str(), reason);
+        return refuse(code, table_.names.path(file).c_str(), reason);
     };
     std::uint8_t bytes[zip::local_header_size];
     store_.prefetch(entry.header_offset, sizeof bytes + std::uint64_t{entry.packed_size});

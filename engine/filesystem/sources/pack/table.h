@@ -3,11 +3,12 @@
 #include <cstdint>
 #include <vector>
 
+#include <engine/filesystem/sources/pack.h>
+
 #include "engine/filesystem/sources/names/name_table.h"
+#include "engine/filesystem/sources/pack/store.h"
 
 namespace fs {
-
-class PackStore;
 
 /// One file of a pack; its name is in the table of names.
 struct PackEntry {
@@ -28,7 +29,10 @@ struct PackTable {
     PackEntry& entry(std::uint32_t file) { return entries[names.value(file)]; }
 };
 
-/// Reads the directory of an open pack. May throw std::bad_alloc, or StoredFailure when it is no pack.
+/// Reads the directory of an open pack. May throw std::bad_alloc, or StoredFailure, whose reason says what the file is
+/// instead of a pack; so the next.
 PackTable read_table(const PackStore& store);
+/// The files as the pack's directory tells them, in its order.
+ztl::vector<SFsPackEntry> list_entries(const PackStore& store);
 
 }  // namespace fs

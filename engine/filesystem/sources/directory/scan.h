@@ -1,11 +1,10 @@
 #pragma once
 
-#include <functional>
 #include <set>
 #include <string>
 #include <string_view>
 
-#include "engine/filesystem/sources/directory/mount/state.h"
+#include "engine/filesystem/sources/directory/state.h"
 
 namespace fs {
 
@@ -36,9 +35,5 @@ void scan_directory(const DirectoryState& state, MountedNames& to, std::string_v
 
 /// Whether `dir` is one of `dirs` or lies below one.
 bool is_below_any(const std::set<std::string, std::less<>>& dirs, std::string_view dir);
-
-/// Takes over what `before` held in the directories that `to` could not list, and below them; they come last in the order
-/// of lookups. May throw std::bad_alloc.
-void keep_unlisted(const DirectoryState& state, MountedNames& before, MountedNames& to);
 
 }  // namespace fs

@@ -18,23 +18,28 @@
 #include "engine/platform/clock.h"
 #include "engine/platform/error.h"
 
-// The door of the directory source. The files beside this folder answer the source's operations from what is here; the
-// files of this folder are how it comes by its names; both stand over the table of names in sources/names/.
+// The door of the directory source: what it holds. source.cpp mounts, answers and lists, change.cpp opens and changes; they
+// answer from what is here. The names come from scan, listing (recorded) or cache_service, and a follower keeps them true
+// while the source is watched; all stand over the table of names in sources/names/.
 //
 // Words: the *native root* is the directory on the disk that every relative directory is appended to. It is the root given
 // to init, or its parent when the last component of the root leads every name; that component is then the *start*, where
 // the scan begins. The *spelling* of a name is how the disk writes it; all else is lower case. A *listing* is what a scan
 // found, written down.
 //
-// A mount asks in this order: cache_service serves the names of a companion module; replay enters a listing (recorded) that
-// store has loaded, and checks it against the disk meanwhile; scan reads the disk, while the next directories are listed
-// ahead, and records a listing for store.
+// A mount asks in this order: the cache service of a companion module; a listing that was stored, which is replayed and
+// checked against the disk meanwhile; the disk, which a scan reads while the next directories are listed ahead, and of which
+// it records a listing to store.
 //
 // Invariant: each file of the table was seen on the disk, or made by this source, under the native path that its
 // directory and spelling give; nothing asks the disk whether it is still there. What reads names anew builds them beside
 // the old ones, which stay when it fails.
 
 namespace fs {
+
+/// A directory's time stamp counts in steps of up to two seconds on some file systems: a change within that time of the last
+/// one may leave no trace.
+inline constexpr std::int64_t stamp_step = 2 * platform::ticks_per_second;
 
 /// What a mount read: files, directories, and what it could not read. A file's value in the table is 1 when it is marked
 /// as installed, else 0.
@@ -106,34 +111,6 @@ private:
     std::uint32_t with_path(std::uint32_t file, NativePath& out) const {
         return file != NameTable::none && native_path(file, out) ? file : NameTable::none;
     }
-};
-
-/// Puts the files of one directory, freshly read into `read`, in the place of those that the source held there; those below
-/// it stay. When it could not be listed the old ones stay too. May throw std::bad_alloc, and then nothing has changed.
-void replace_directory(DirectoryState& state, std::string_view dir, const MountedNames& read);
-
-/// A file that is about to be made or renamed to: entered first, so that what can fail has failed before the disk is
-/// changed, and taken out again unless the disk does its part.
-class NewEntry {
-public:
-    enum class Spelling : std::uint8_t { OF_DISK, OF_CALLER };  // of the name, where the disk has one in another case
-
-    explicit NewEntry(DirectoryState& state) : state_(state) {}
-    NewEntry(const NewEntry&) = delete;
-    NewEntry& operator=(const NewEntry&) = delete;
-    ~NewEntry();
-
-    /// `made` is the native path; directories keep the disk's spelling. False, with the error set, when the disk cannot
-    /// tell it. May throw std::bad_alloc.
-    [[nodiscard]] bool enter(const NativePath& made, Spelling spelling);
-    /// The file was made: from now on the table answers with it alone, and no longer with `renamed`. Never throws.
-    void keep(bool installed, std::uint32_t renamed = NameTable::none);
-
-private:
-    DirectoryState& state_;
-    std::uint32_t known_ = NameTable::none;  // a file of the same name that the table held before
-    std::uint32_t added_ = NameTable::none;  // unless that one serves
-    bool is_kept_ = false;
 };
 
 }  // namespace fs

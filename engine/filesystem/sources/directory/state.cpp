@@ -1,7 +1,6 @@
-#include "engine/filesystem/sources/directory/mount/state.h"
+#include "engine/filesystem/sources/directory/state.h"
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 
 #include "engine/filesystem/contract/error.h"
@@ -85,73 +84,6 @@ fs::dir& DirectoryState::make_node(MountedNames& in, std::string_view dir) const
     fs::dir* const node = tree_path(dir, path) ? in.tree.add_path(path) : &in.tree;
     if (node == nullptr) throw std::bad_alloc();
     return *node;
-}
-
-void replace_directory(DirectoryState& state, std::string_view dir, const MountedNames& read) {
-    MountedNames& names = *state.names;
-    NameTable& table = names.table;
-    auto unlisted = names.unlisted;
-    if (!read.unlisted.contains(dir)) unlisted.erase(std::string(dir));
-    unlisted.insert(read.unlisted.begin(), read.unlisted.end());
-    if (!read.unlisted.empty()) names.unlisted_error = read.unlisted_error;
-    if (read.unlisted.contains(dir)) return names.unlisted.swap(unlisted);
-    std::vector<std::uint32_t> gone;
-    for (std::uint32_t file = table.first(); file != NameTable::none; file = table.next(file)) {
-        if (table.dir(file) == dir) gone.push_back(file);
-    }
-    std::vector<std::uint32_t> added;
-    added.reserve(read.table.size());
-    try {
-        for (std::uint32_t file = read.table.first(); file != NameTable::none; file = read.table.next(file)) {
-            const std::uint32_t to = table.intern_dir(read.table.spelled_dir(file));
-            added.push_back(table.add(to, read.table.spelled_name(file), read.table.value(file)));
-        }
-    } catch (...) {
-        for (const std::uint32_t file : added) table.remove(file);
-        throw;
-    }
-    for (const std::uint32_t file : gone) table.remove(file);
-    ++state.reads;
-    names.unlisted.swap(unlisted);
-    table.compact();
-}
-
-bool NewEntry::enter(const NativePath& made, Spelling spelling) {
-    NameTable& table = state_.names->table;
-    NativePath spelled = made;
-    if (!platform::resolve_case(made.text, spelled.text)) return refuse_by_disk(made.text, "cannot be looked for");
-    spelled.length = std::strlen(spelled.text);  // short names of Windows are told in full
-    const auto split_of = [](const NativePath& path) { return path.view().rfind('/') + 1; };
-    if (spelling == Spelling::OF_CALLER) {
-        spelled.cut(split_of(spelled));
-        if (!spelled.append(made.view().substr(split_of(made))))
-            return refuse(EFSError::INVALID_NAME, made.text, "The new name is too long.");
-    }
-    NativePath lower = spelled;
-    fold_text(lower.text, lower.length);
-    const std::size_t split = split_of(spelled) - spelled.root_length;
-    const std::string_view dir = spelled.below_root().substr(0, split);
-    const std::string_view name = spelled.below_root().substr(split);
-    const std::string_view lower_dir = lower.below_root().substr(0, split);
-    state_.make_node(*state_.names, lower_dir);
-    known_ = table.find_exact(lower_dir, lower.below_root().substr(split));
-    if (known_ != NameTable::none && table.spelled_name(known_) == name && table.spelled_dir(known_) == dir)
-        return true;
-    added_ = table.add(table.intern_dir(dir), name, 0);
-    return true;
-}
-
-NewEntry::~NewEntry() {
-    if (!is_kept_ && added_ != NameTable::none) state_.names->table.remove(added_);
-}
-
-void NewEntry::keep(bool installed, std::uint32_t renamed) {
-    NameTable& table = state_.names->table;
-    is_kept_ = true;
-    table.set_value(added_ != NameTable::none ? added_ : known_, installed ? 1 : 0);
-    if (renamed != NameTable::none && renamed != known_) table.remove(renamed);
-    if (added_ != NameTable::none && known_ != NameTable::none) table.remove(known_);
-    table.compact();
 }
 
 }  // namespace fs

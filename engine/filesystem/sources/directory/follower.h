@@ -7,16 +7,16 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/filesystem/sources/directory/mount/state.h"
-#include "engine/filesystem/watch/watches.h"
+#include "engine/filesystem/sources/directory/state.h"
+#include "engine/filesystem/watch/watching.h"
 #include "engine/platform/directories.h"
 
 class CWin32_dir;
 
 namespace fs {
 
-/// Follows the disk for a directory source: follower.cpp hears events and looks at what they name, reading.cpp reads
-/// directories that came or went, apply.cpp brings the table to what was found.
+/// Follows the disk for a directory source: follower.cpp hears events, looks at what they name and brings the table to what
+/// was found; reading.cpp reads directories that came or went.
 ///
 /// Words: a *mark* is a spelling of a name that waits to be looked at; a *marked directory* is to be read, with all that lies
 /// below it. Paths are relative to the native root; those of directories end in "/" ("" is the root).
@@ -64,12 +64,10 @@ private:
     }
     std::string native(std::string_view path) const { return settings_.native_root.text + std::string(path); }
 
-    // follower.cpp
     void take_settings();
     void note_event(const std::string& dir, const platform::WatchEvent& event, std::int64_t now);
     void mark(std::string path, Kind kind, std::int64_t when);
     void mark_directory(std::string dir, Extent extent);
-    void mark_above(std::string_view dir);
     bool watch_known(const std::string& dir);
     [[nodiscard]] bool watch(const std::string& dir);
     void find_root();
@@ -77,18 +75,13 @@ private:
     bool look_at_due(std::int64_t now, std::int64_t quiet);
     bool look_at(Marks::value_type& mark);
 
-    // reading.cpp
     bool read_directories(std::int64_t now);
-
-    // apply.cpp
     void mount_again(ChangeBatch& batch);
     void apply_directories(ChangeBatch& batch);
     bool apply_name(ChangeBatch& batch, Marks::iterator first, Marks::iterator last);
     void replace(ChangeBatch& batch, const std::string& name, const std::vector<std::uint32_t>& held,
                  const std::vector<std::string>& paths);
-    static std::uint32_t find_first(const NameTable& table, std::string_view name);
-    static bool holds(const NameTable& table, std::string_view name, std::string_view path);
-    static std::string spelled_path(const NameTable& table, std::uint32_t file);
+    static bool holds(const NameTable& table, std::string_view path);
 
     CWin32_dir& source_;
     DirectoryState& state_;  // touched under the registry's lock alone

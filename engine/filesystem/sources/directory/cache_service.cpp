@@ -1,13 +1,15 @@
+#include "engine/filesystem/sources/directory/cache_service.h"
+
 #include <array>
 #include <cstddef>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <string_view>
 
 #include "engine/filesystem/contract/path.h"
-#include "engine/filesystem/sources/directory/mount/cache_service.h"
-#include "engine/filesystem/sources/directory/mount/state.h"
 #include "engine/platform/process.h"
+#include "engine/filesystem/sources/directory/state.h"
 
 // A companion module may keep listings of whole trees in memory and serve a mount from them. Everything about it is
 // optional and silent: whatever is missing or refused means that the mount is not served and the disk is scanned.
@@ -16,23 +18,23 @@ namespace fs {
 
 namespace {
 
-enum Entry : std::size_t { CREATE_MOUNT_POINT = 0, INIT = 8, IS_SERVICE_RUNNING = 12, ENTRY_COUNT = 14 };
+enum Entry : std::size_t { CREATE_MOUNT_POINT = 0, INIT = 8, IS_SERVICE_RUNNING = 12 };
 
 // A module that lacks any of them is of another version, and is not used.
-constexpr std::array<const char*, ENTRY_COUNT> entry_names = {"fscCreateMountPoint",
-                                                              "fscDestroyMountPoint",
-                                                              "fscGetNumMountPoints",
-                                                              "fscGetMountPoint",
-                                                              "fscCreateMountPointsChangedSemaphore",
-                                                              "fscNotifyAdd",
-                                                              "fscNotifyRemove",
-                                                              "fscNotifyRename",
-                                                              "fscInit",
-                                                              "fscGetMemStats",
-                                                              "fscCompact",
-                                                              "fscDumpBlocks",
-                                                              "fscIsServiceRunning",
-                                                              "fscServiceRunning"};
+constexpr const char* entry_names[] = {"fscCreateMountPoint",
+                                       "fscDestroyMountPoint",
+                                       "fscGetNumMountPoints",
+                                       "fscGetMountPoint",
+                                       "fscCreateMountPointsChangedSemaphore",
+                                       "fscNotifyAdd",
+                                       "fscNotifyRemove",
+                                       "fscNotifyRename",
+                                       "fscInit",
+                                       "fscGetMemStats",
+                                       "fscCompact",
+                                       "fscDumpBlocks",
+                                       "fscIsServiceRunning",
+                                       "fscServiceRunning"};
 
 struct Unload {
     void operator()(platform::Module* module) const { platform::unload_module(module); }
@@ -41,7 +43,7 @@ struct Unload {
 class CacheService {
 public:
     explicit CacheService(const char* module) : module_(platform::load_module(module)) {
-        for (std::size_t i = 0; module_ != nullptr && i < ENTRY_COUNT; ++i) {
+        for (std::size_t i = 0; module_ != nullptr && i < entries_.size(); ++i) {
             entries_[i] = platform::find_symbol(module_.get(), entry_names[i]);
             if (entries_[i] == nullptr) module_ = nullptr;
         }
@@ -60,7 +62,7 @@ private:
     }
 
     std::unique_ptr<platform::Module, Unload> module_;  // null unless it has every entry
-    std::array<void*, ENTRY_COUNT> entries_{};
+    std::array<void*, std::size(entry_names)> entries_{};
 };
 
 // Whether a scan would pass over the item or a directory on the way to it. Where the scan begins is not asked.

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <memory>
-#include <string>
+#include <string_view>
 
 #include <engine/filesystem/contract/source.h>
+
+// What start-up asks of the sources besides their classes.
 
 namespace fs {
 
@@ -11,5 +13,9 @@ namespace fs {
 /// full path. What is created begins with all of the prefix; everything else may name a file by its end, as in `inner`.
 /// The callback of searches hears the names as `inner` has them. Throws std::bad_alloc.
 std::unique_ptr<CFSSource> make_prefixed(std::unique_ptr<CFSSource> inner, std::string_view prefix);
+
+/// Destroys the server archive, if there is one. Its source must be out of the registry by then, as it is when
+/// fs::shutdown has destroyed the sources.
+void destroy_server_archive();
 
 }  // namespace fs

@@ -1,19 +1,20 @@
-#include "engine/filesystem/sources/directory/follow/follower.h"
+#include "engine/filesystem/sources/directory/follower.h"
 
 #include <algorithm>
 #include <cstring>
+#include <new>
+
+#include <engine/filesystem/sources/directory.h>
 
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/registry/registry.h"
+#include "engine/filesystem/sources/directory/scan.h"
 #include "engine/kernel/text.h"
 
 namespace fs {
 
 namespace {
-
-// What was changed so shortly before the mount that its time stamp may be older than the reading of it.
-constexpr std::int64_t stamp_step = 2 * platform::ticks_per_second;
 
 bool is_hidden(std::string_view name) { return name.starts_with('#') || name.find("/#") != std::string_view::npos; }
 
@@ -50,7 +51,7 @@ bool DirectoryFollower::begin(Watches& watches) {
         const std::string& start = settings_.start;
         known.push_back(start);
         // What the process made since is in a directory that has changed since.
-        state_.names->table.for_each_dir([&](std::string_view /*lower*/, std::string_view dir) {
+        state_.names->table.for_each_dir([&](std::string_view dir) {
             const bool is_below = dir.size() > start.size() && dir.starts_with(start);
             if (is_recursive_ && is_below && !is_hidden(dir.substr(start.size()))) known.emplace_back(dir);
         });
@@ -116,7 +117,11 @@ void DirectoryFollower::note_event(const std::string& dir, const platform::Watch
     std::string path;
     path.reserve(dir.size() + event.name.size());
     path.append(dir).append(event.name);
-    if (is_below && !directories_.contains(parent_directory(path))) return mark_above(parent_directory(path));
+    std::string_view above = parent_directory(path);
+    if (is_below && !directories_.contains(above)) {  // a new one, or one that the disk spells in another way
+        while (above != settings_.start && !directories_.contains(above)) above = parent_directory(above);
+        return mark_directory(std::string(above), Extent::NAMES);
+    }
     const bool is_replaced = event.kind == Kind::REMOVED || event.kind == Kind::ARRIVED;  // a link to one, too
     const bool is_known_directory = is_replaced && directories_.contains(path + "/");
     if ((event.is_directory || is_known_directory) && is_recursive_)
@@ -142,12 +147,6 @@ void DirectoryFollower::mark(std::string path, Kind kind, std::int64_t when) {
 void DirectoryFollower::mark_directory(std::string dir, Extent extent) {
     Extent& marked = directory_marks_.try_emplace(std::move(dir), extent).first->second;
     marked = std::max(marked, extent);
-}
-
-/// Marks what is nearest above an unknown directory: a new one, or one that the disk spells in another way.
-void DirectoryFollower::mark_above(std::string_view dir) {
-    while (dir != settings_.start && !directories_.contains(dir)) dir = parent_directory(dir);
-    mark_directory(std::string(dir), Extent::NAMES);
 }
 
 bool DirectoryFollower::prepare(std::int64_t now, std::int64_t quiet) {
@@ -224,6 +223,121 @@ bool DirectoryFollower::look_at(Marks::value_type& marked) {
     mark.is_there = is_file && is_spelled && directories_.contains(dir);
     if (is_file && !is_spelled) this->mark(dir + name, Kind::REMOVED, mark.touches.last);
     return true;
+}
+
+/// Under the registry's exclusive lock. Each name is told, entered and unmarked in one go, so that where memory ends the
+/// table, the marks and what was told agree.
+void DirectoryFollower::apply(ChangeBatch& batch) {
+    if (is_to_be_mounted_) mount_again(batch);
+    apply_directories(batch);
+    const std::vector<Marks::iterator> due = std::move(due_);
+    for (const Marks::iterator name : due) {
+        const auto end = end_of_name(name);
+        if (apply_name(batch, name, end))
+            marks_.erase(name, end);
+        else
+            name->second.is_named = true;
+    }
+    if (is_lost_) batch.add_lost();
+    is_lost_ = false;
+    state_.names->table.compact();
+}
+
+/// The root went or came.
+void DirectoryFollower::mount_again(ChangeBatch& batch) {
+    batch.tree_changes();
+    ErrorScope scope;
+    source_.refresh();  // which fails for a root that must exist, and keeps the names
+    if (scope.has_error() && last_error().code == EFSError::OUT_OF_MEMORY) throw std::bad_alloc();
+    scope.forget();
+    take_settings();
+    is_to_be_mounted_ = false;
+    is_lost_ = true;
+    if (!is_root_gone_) is_to_be_read_ = true;  // so that all of it is watched
+}
+
+void DirectoryFollower::apply_directories(ChangeBatch& batch) {
+    if (new_dirs_.empty() && gone_dirs_.empty()) return;
+    batch.tree_changes();
+    MountedNames& names = *state_.names;
+    for (const std::string& dir : gone_dirs_) state_.remove_node(dir);
+    // The disk may have a directory of the same name in another case.
+    if (!gone_dirs_.empty()) {
+        for (const auto& [dir, watch] : directories_) {
+            const std::string lower = lower_text(dir);
+            if (is_below_any(gone_dirs_, lower)) state_.make_node(names, lower);
+        }
+    }
+    for (const std::string& dir : new_dirs_) {
+        if (!directories_.contains(dir)) continue;  // it went again
+        const std::string lower = lower_text(dir);
+        state_.make_node(names, lower);
+        names.unlisted.erase(lower);
+    }
+    new_dirs_.clear();
+    gone_dirs_.clear();
+}
+
+/// False when the disk is to be asked first.
+bool DirectoryFollower::apply_name(ChangeBatch& batch, Marks::iterator first, Marks::iterator last) {
+    const NameTable& table = state_.names->table;
+    const std::string name = lower_text(first->first);
+    if (!first->second.is_named) {
+        const bool is_held = std::any_of(first, last, [&](const auto& mark) { return holds(table, mark.first); });
+        if (is_held) batch.add(SFsChange::CONTENT, name);
+        return is_held;
+    }
+    std::vector<std::uint32_t> held;  // they differ in case
+    std::vector<std::string> before;  // as the disk spells them
+    std::vector<std::string> wanted;  // of these what nobody touched, and what is there
+    for (std::uint32_t file = table.find_exact(name); file != NameTable::none; file = table.next_exact(file)) {
+        held.push_back(file);
+        before.push_back(table.spelled_path(file));
+        if (std::none_of(first, last, [&](const auto& mark) { return mark.first == before.back(); }))
+            wanted.push_back(before.back());
+    }
+    for (auto at = first; at != last; ++at) {
+        if (at->second.is_there) wanted.push_back(at->first);
+    }
+    std::sort(wanted.begin(), wanted.end());  // as a scan enters them
+    if (wanted != before)
+        replace(batch, name, held, wanted);
+    else if (first->second.is_written && !held.empty())
+        batch.add(first->second.is_new ? SFsChange::CREATED : SFsChange::CONTENT, name);
+    return true;
+}
+
+/// Puts files of these paths in the place of those that the table has under the name.
+void DirectoryFollower::replace(ChangeBatch& batch, const std::string& name, const std::vector<std::uint32_t>& held,
+                                const std::vector<std::string>& paths) {
+    NameTable& table = state_.names->table;
+    std::vector<std::uint32_t> entered;
+    entered.reserve(paths.size());
+    try {
+        for (const std::string_view path : paths) {
+            const std::size_t split = path.rfind('/') + 1;
+            const std::uint32_t dir = table.intern_dir(path.substr(0, split));
+            const std::uint32_t file = state_.enter(*state_.names, dir, path.substr(split));
+            if (file != NameTable::none) entered.push_back(file);
+        }
+        const bool is_there = !entered.empty();
+        if (is_there || !held.empty())
+            batch.add(!is_there ? SFsChange::REMOVED : held.empty() ? SFsChange::CREATED : SFsChange::CONTENT, name);
+    } catch (...) {
+        for (const std::uint32_t file : entered) table.remove(file);
+        throw;
+    }
+    for (const std::uint32_t file : entered) {
+        if (!held.empty()) table.set_value(file, table.value(held.front()));
+    }
+    for (const std::uint32_t file : held) table.remove(file);
+}
+
+/// Whether a file is spelled like this.
+bool DirectoryFollower::holds(const NameTable& table, std::string_view path) {
+    std::uint32_t file = table.find_exact(lower_text(path));
+    while (file != NameTable::none && !table.is_spelled(file, path)) file = table.next_exact(file);
+    return file != NameTable::none;
 }
 
 }  // namespace fs

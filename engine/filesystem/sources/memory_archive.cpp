@@ -1,10 +1,15 @@
-// An archive of blobs in the caller's memory. The entries lie in it one after another in the order of their adding;
-// taking one out moves everything behind it down, so that there is never a gap.
+// An archive of blobs in the caller's memory, the source over it, and the one archive that the process may have. The entries
+// lie in the memory one after another in the order of their adding; taking one out moves everything behind it down, so that
+// there is never a gap.
 
 #include <engine/filesystem/sources/memory_archive.h>
 
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -12,9 +17,15 @@
 #include <unordered_map>
 #include <utility>
 
+#include <engine/filesystem/streams/memory.h>
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/path.h"
+
+#include "engine/filesystem/contract/name_list.h"
 #include "engine/filesystem/formats/inflate.h"
+#include "engine/filesystem/log/message.h"
+#include "engine/filesystem/registry/registry.h"
+#include "engine/filesystem/sources/startup.h"
 #include "engine/platform/threads.h"
 
 namespace fs {
@@ -28,7 +39,31 @@ struct Entry {
     std::uint64_t unzipped_length;
 };
 
-std::string key_of(const char* name) { return lower_text(name ? name : ""); }
+constexpr MessageSource messages{"FileSystem", "engine/filesystem/memory_archive"};
+constexpr std::uint64_t best_ratio = 1032;  // deflate makes no more than this of a byte: a longer length is a lie
+
+SFsFile* refuse_entry(const fs::path& p) {
+    constexpr const char* reason = "The entry of the memory archive does not decompress into its recorded length.";
+    set_error(EFSError::BAD_FORMAT, p.FileName(), reason);
+    log_message(messages, Log::ELevel::ERRR, __LINE__, "'%s': %s\n", p.FileName(), reason);
+    return nullptr;
+}
+
+SFsFile* refuse_memory(const fs::path& p) {
+    set_error(EFSError::OUT_OF_MEMORY, p.FileName(), "There is no memory for the entry of the memory archive.");
+    return nullptr;
+}
+
+/// There is one server archive at most. Asking for it takes no lock: a source may ask while it is being asked itself.
+struct ServerArchive {
+    platform::Mutex making;                            // taken before the registry's lock
+    std::atomic<ZippedDataArchive*> archive{nullptr};  // owned
+};
+
+ServerArchive& state() {
+    static platform::NeverDestroyed<ServerArchive> instance;
+    return instance.value;
+}
 
 }  // namespace
 
@@ -52,20 +87,18 @@ struct ZippedDataArchive::State {
     Result locked(const char* name, Result failure, Work work) {
         return guarded(name, failure, [&] {
             const std::lock_guard guard(lock);
-            return work(key_of(name));
+            return work(lower_text(name ? name : ""));
         });
     }
-    void close_gap(const Entry& gone);
-};
-
-void ZippedDataArchive::State::close_gap(const Entry& gone) {
-    const std::uint64_t end = gone.offset + gone.size;
-    std::memmove(base + gone.offset, base + end, static_cast<std::size_t>(capacity - end));
-    for (auto& [name, entry] : entries) {
-        if (entry.offset > gone.offset) entry.offset -= gone.size;
+    void close_gap(const Entry& gone) {
+        const std::uint64_t end = gone.offset + gone.size;
+        std::memmove(base + gone.offset, base + end, static_cast<std::size_t>(capacity - end));
+        for (auto& [name, entry] : entries) {
+            if (entry.offset > gone.offset) entry.offset -= gone.size;
+        }
+        used -= gone.size;
     }
-    used -= gone.size;
-}
+};
 
 ZippedDataArchive::ZippedDataArchive() : state_(std::make_unique<State>()) {}
 ZippedDataArchive::~ZippedDataArchive() = default;
@@ -179,5 +212,56 @@ void ZippedDataArchive::RemoveIgnoredFile(const char* name) {
 bool ZippedDataArchive::IsIgnoredFile(const char* name) {
     return state_->locked(name, false, [&](const std::string& key) { return state_->ignored.contains(key); });
 }
+
+CMemZip_dir::CMemZip_dir(ZippedDataArchive* archive, EFSSourceType::TYPE type) : archive_(archive), type_(type) {}
+CMemZip_dir::~CMemZip_dir() = default;
+
+bool CMemZip_dir::init(const fs::path& /*root*/, FFSAddSourceFlags::ENUM /*flags*/, fs::dir_listing* /*listing*/) {
+    return true;
+}
+
+EFSSourceType::TYPE CMemZip_dir::type() { return type_; }
+bool CMemZip_dir::exists(const fs::path& p) { return archive_ && archive_->EntryExists(p.FileName()); }
+bool CMemZip_dir::exists_whole(const fs::path& p) { return p.PathNameView().empty() && exists(p); }
+void CMemZip_dir::full_path(fs::path& out, const fs::path& p) { ReadOnlySource::root_path(out, p); }
+void CMemZip_dir::root_path(fs::path& out, const fs::path& /*p*/) { out.Release(); }
+
+SFsFile* CMemZip_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
+    std::uint64_t packed_size = 0;
+    if ((flags & FFSOpenFlags::WHOLE_NAME) != 0 && !p.PathNameView().empty()) return nullptr;
+    if (!archive_ || !archive_->GetEntry(p.FileName(), nullptr, &packed_size)) return nullptr;
+    const std::uint64_t size = archive_->GetEntryUnzippedLength(p.FileName());
+    if (size / best_ratio > packed_size) return refuse_entry(p);
+    // Zeros: a recorded length that is too large must not show what lay in the memory before.
+    void* buffer = std::calloc(std::max<std::size_t>(1, static_cast<std::size_t>(size)), 1);
+    if (!buffer) return refuse_memory(p);
+    std::uint32_t length = 0;
+    if (!archive_->ReadEntryAsZippedData(p.FileName(), buffer, size, &length)) {
+        std::free(buffer);
+        return refuse_entry(p);
+    }
+    FileInMemory* file = FileInMemory::create(buffer, size);
+    if (!file) return refuse_memory(p);
+    file->source = this;
+    file->name = joined_name(p.PathNameView(), p.FileNameView());
+    return file;
+}
+
+ZippedDataArchive* create_server_archive(void* memory, std::uint64_t capacity) {
+    return guarded<ZippedDataArchive*>(nullptr, nullptr, [&] {
+        if (ZippedDataArchive* const made = get_server_archive()) return made;
+        const platform::LockGuard guard(state().making);
+        if (ZippedDataArchive* const made = get_server_archive()) return made;
+        auto archive = std::make_unique<ZippedDataArchive>();
+        if (memory) archive->BindArchiveToMemory(memory, capacity);
+        if (registry::add(std::make_unique<CMemZip_dir>(archive.get()), FFSAddSourceFlags::INDEX_NAMES))
+            state().archive.store(archive.release(), std::memory_order_release);
+        return get_server_archive();
+    });
+}
+
+ZippedDataArchive* get_server_archive() { return state().archive.load(std::memory_order_acquire); }
+
+void destroy_server_archive() { delete state().archive.exchange(nullptr); }
 
 }  // namespace fs
