@@ -15,10 +15,7 @@ struct Facts {
 };
 
 /// Null without memory; then the next call asks again.
-const Facts* facts() try {
-    static NeverDestroyed<Facts> instance;
-    return &instance.value;
-} catch (const std::bad_alloc&) {
+const Facts* facts() try { return &never_destroyed<Facts>(); } catch (const std::bad_alloc&) {
     return nullptr;
 }
 

@@ -47,6 +47,12 @@ union NeverDestroyed {
     ~NeverDestroyed() {}  // NOLINT(modernize-use-equals-default): a default one would be deleted
     T value;
 };
+/// The only one of this type in the process.
+template <typename T>
+T& never_destroyed() {
+    static NeverDestroyed<T> instance;
+    return instance.value;
+}
 
 /// A slot in which each thread keeps one pointer, null at first. The address is the system's number of it, one up, and
 /// there is no object of this type.

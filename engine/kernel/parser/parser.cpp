@@ -56,11 +56,7 @@ struct Argument {
 class FileParser {
 public:
     FileParser(Session& session, std::string_view text, const char* file, const FileParser* parent)
-        : session_(session),
-          lexer_(text),
-          file_(file),
-          parent_(parent),
-          depth_(parent == nullptr ? 0 : parent->depth_ + 1) {
+        : session_(session), lexer_(text), file_(file), parent_(parent) {
         session.variables.add_source(text.size());
     }
 
@@ -153,8 +149,10 @@ private:
         const Token& where = given[0].token;
         const std::string file(given[0].is_vector() ? std::string_view() : resolve(where));
         if (file.empty()) return error(where, "An include needs the name of a file.");
-        if (is_included_by_itself(file)) return error(where, "A file includes itself.", file);
-        if (depth_ >= max_include_depth) return error(where, "Includes are nested too deep.", file);
+        int depth = 0;
+        for (const FileParser* at = this; at != nullptr; at = at->parent_, ++depth)
+            if (equal_folded(at->file_, file)) return error(where, "A file includes itself.", file);
+        if (depth > max_include_depth) return error(where, "Includes are nested too deep.", file);
         if (session_.includes_left-- <= 0) return error(where, "There are too many includes.", file);
         std::string text;
         if (session_.reader == nullptr || !session_.reader(file.c_str(), text, session_.user)) {
@@ -163,13 +161,6 @@ private:
         if (text.size() > session_.included_left) return error(where, "Included files are too large.", file);
         session_.included_left -= text.size();
         FileParser(session_, text, session_.result.store(file), this).parse();
-    }
-
-    bool is_included_by_itself(std::string_view name) const {
-        for (const FileParser* at = this; at != nullptr; at = at->parent_) {
-            if (equal_folded(at->file_, name)) return true;
-        }
-        return false;
     }
 
     /// Calls `use` with the position and content of each parameter that is there.
@@ -327,7 +318,6 @@ private:
     Token current_;
     const char* const file_;
     const FileParser* const parent_;
-    const int depth_;
 };
 
 }  // namespace

@@ -58,7 +58,6 @@ public:
     explicit Report(const char* path) : file_(open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666)) {
         if (!file_.valid()) failure_ = failure_of(errno);
     }
-    bool is_open() const { return file_.valid(); }
     Failure failure() const { return failure_; }
 
     void write(std::string_view text) {
@@ -265,7 +264,7 @@ void describe_frame(const void* frame, char* out, std::size_t capacity) {
 
 Failure write_dump(const DumpRequest& request) {
     Report report(request.path);
-    if (!report.is_open()) return report.failure();
+    if (report.failure() != Failure::NONE) return report.failure();
     write_head(report, request.crash);
     if (request.crash != nullptr) write_registers(report, *request.crash);
     write_back_trace(report, request.crash);

@@ -9,7 +9,6 @@
 
 #include "engine/platform/linux/disk.h"
 #include "engine/platform/posix/names.h"
-#include "engine/platform/posix/system.h"
 
 namespace platform {
 namespace {

@@ -4,13 +4,11 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <new>
 
 #include "engine/platform/files.h"
 #include "engine/platform/linux/disk.h"
 #include "engine/platform/posix/names.h"
 #include "engine/platform/posix/sharing.h"
-#include "engine/platform/posix/system.h"
 
 // POSIX lets one open, truncate and share what Windows would not, so an open goes in steps: find the file under any
 // spelling and open it without touching its content; see that it is a regular file and not read-only; enter it in the

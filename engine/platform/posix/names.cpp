@@ -123,10 +123,8 @@ struct Cache {
     }
 };
 
-Cache& kept_listings() {
-    static NeverDestroyed<Cache> instance;  // paths are resolved while the process ends, too
-    return instance.value;
-}
+// Paths are resolved while the process ends, too.
+Cache& kept_listings() { return never_destroyed<Cache>(); }
 
 DirectoryStamp stamp_of(const struct stat& status, std::int64_t ticks_before) {
     const std::int64_t changed = to_ns(status.st_ctim);

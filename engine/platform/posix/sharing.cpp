@@ -41,10 +41,8 @@ struct Table {
     Table();
 };
 
-Table& table() {
-    static NeverDestroyed<Table> instance;  // files may be closed while the process ends
-    return instance.value;
-}
+// Files may be closed while the process ends.
+Table& table() { return never_destroyed<Table>(); }
 
 Table::Table() {
     ::pthread_atfork([] { table().may_have_children = true; }, nullptr, [] { ++table().forks; });

@@ -5,6 +5,8 @@
 #include <iterator>
 #include <limits>
 
+#include "engine/platform/text.h"
+
 namespace platform {
 namespace {
 
@@ -73,6 +75,17 @@ LocalOffset local_offset_at(std::int64_t utc) {
     tm fields{};
     if (localtime_r(&seconds, &fields) == nullptr) return {};
     return {.ticks = fields.tm_gmtoff * ticks_per_second, .is_summer = fields.tm_isdst > 0};
+}
+
+std::size_t narrow_to_wide(const char* text, std::size_t length, wchar_t* out) {
+    std::size_t written = 0;
+    for (std::string_view rest(text, length); !rest.empty();) {
+        Utf8Character character = decode_utf8(rest);
+        if (character.length == 0) character = {static_cast<unsigned char>(rest[0]), 1};
+        out[written++] = static_cast<wchar_t>(character.value);
+        rest.remove_prefix(character.length);
+    }
+    return written;
 }
 
 }  // namespace platform

@@ -9,7 +9,7 @@
 #include "engine/platform/clock.h"
 #include "engine/platform/error.h"
 
-// What every call of the system needs: its errors, its descriptors and its times.
+// What every call of the system needs: its errors, descriptors and times.
 
 namespace platform {
 

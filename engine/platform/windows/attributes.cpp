@@ -1,12 +1,9 @@
-#include <algorithm>
-#include <cstring>
 #include <cwchar>
 #include <string_view>
 
 #include "engine/platform/directories.h"
 #include "engine/platform/files.h"
 #include "engine/platform/windows/names.h"
-#include "engine/platform/windows/system.h"
 
 // Asking about files, and changing what is written about them: attributes, times, names.
 

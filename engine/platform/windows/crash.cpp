@@ -15,7 +15,6 @@
 #include "engine/platform/text.h"
 #include "engine/platform/threads.h"
 #include "engine/platform/windows/system.h"
-#include "engine/platform/windows/text.h"
 
 namespace platform {
 

@@ -8,7 +8,6 @@
 #include <string_view>
 
 #include "engine/platform/windows/names.h"
-#include "engine/platform/windows/text.h"
 
 namespace platform {
 

@@ -3,7 +3,6 @@
 
 #include "engine/platform/files.h"
 #include "engine/platform/windows/names.h"
-#include "engine/platform/windows/system.h"
 
 namespace platform {
 
@@ -11,25 +10,22 @@ namespace {
 
 constexpr std::uint32_t unbuffered_alignment = 4096;  // a multiple of what any disk asks for
 
-HANDLE create_file(const wchar_t* path, const OpenOptions& options, DWORD flags) {
+// File systems that cannot bypass the cache refuse the flag; then the open is an ordinary one.
+HANDLE create_or_buffered(const wchar_t* path, const OpenOptions& options, DWORD& flags) {
     const DWORD access = (options.access != Access::WRITE ? GENERIC_READ : 0) | (options.writes() ? GENERIC_WRITE : 0) |
                          (options.replaces ? DELETE : 0);
     const DWORD share = options.sharing == Sharing::READ ? FILE_SHARE_READ : 0;
     const DWORD disposition = options.creates() ? OPEN_ALWAYS : OPEN_EXISTING;
-    return CreateFileW(path, access, share, nullptr, disposition, flags, nullptr);
-}
-
-// File systems that cannot bypass the cache refuse the flag; then the open is an ordinary one.
-HANDLE create_or_buffered(const wchar_t* path, const OpenOptions& options, DWORD& flags) {
+    const auto create = [&] { return CreateFileW(path, access, share, nullptr, disposition, flags, nullptr); };
     flags = FILE_ATTRIBUTE_NORMAL;
     if (options.write_through) flags |= FILE_FLAG_WRITE_THROUGH;
     if (options.unbuffered) flags |= FILE_FLAG_NO_BUFFERING;
     if (options.overlapped) flags |= FILE_FLAG_OVERLAPPED;
-    const HANDLE handle = create_file(path, options, flags);
-    if (handle != INVALID_HANDLE_VALUE || GetLastError() != ERROR_INVALID_PARAMETER) return handle;
-    if ((flags & FILE_FLAG_NO_BUFFERING) == 0) return handle;
+    const HANDLE handle = create();
+    const bool is_refused = handle == INVALID_HANDLE_VALUE && GetLastError() == ERROR_INVALID_PARAMETER;
+    if (!is_refused || !options.unbuffered) return handle;
     flags &= ~static_cast<DWORD>(FILE_FLAG_NO_BUFFERING);
-    return create_file(path, options, flags);
+    return create();
 }
 
 // The system says "access denied" for directories and for read-only files alike.

@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "engine/platform/text.h"
-#include "engine/platform/windows/text.h"
 
 namespace platform {
 

@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "engine/platform/windows/system.h"
-#include "engine/platform/windows/text.h"
 
 namespace platform {
 

@@ -8,7 +8,6 @@
 #include "engine/platform/error.h"
 #include "engine/platform/threads.h"
 #include "engine/platform/windows/system.h"
-#include "engine/platform/windows/text.h"
 
 namespace platform {
 

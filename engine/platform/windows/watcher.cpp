@@ -7,7 +7,6 @@
 #include <string>
 
 #include "engine/platform/windows/names.h"
-#include "engine/platform/windows/text.h"
 
 // One read of changes is always under way for each watch; what happens between two of them the system keeps for the next. A
 // read that ends without bytes, or with the thread that began it, has lost something.
