@@ -16,7 +16,7 @@
 #include <engine/filesystem/handles.h>
 #include <engine/filesystem/streams.h>
 
-#include "engine/filesystem/formats/inflate.h"
+#include "engine/filesystem/formats/deflate.h"
 #include "engine/kernel/checksum.h"
 
 #if defined(HAVE_PHYSFS)

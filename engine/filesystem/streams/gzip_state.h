@@ -9,7 +9,7 @@
 #include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/streams/zipped_buffer.h>
 
-#include "engine/filesystem/formats/inflate.h"
+#include "engine/filesystem/formats/deflate.h"
 #include "engine/kernel/checksum.h"
 
 namespace fs {

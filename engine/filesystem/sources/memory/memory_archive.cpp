@@ -14,7 +14,7 @@
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/normalize.h"
-#include "engine/filesystem/formats/inflate.h"
+#include "engine/filesystem/formats/deflate.h"
 #include "engine/platform/lock.h"
 
 namespace fs {

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "engine/filesystem/formats/decoder.h"
+#include "engine/filesystem/formats/codec.h"
 #include "engine/platform/lock.h"
 
 namespace fs {

@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-#include "engine/filesystem/formats/inflate.h"
+#include "engine/filesystem/formats/deflate.h"
 #include "engine/filesystem/sources/pack/stored_reader.h"
 
 namespace fs {

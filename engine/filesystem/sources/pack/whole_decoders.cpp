@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "engine/filesystem/contract/set_error.h"
-#include "engine/filesystem/formats/inflate.h"
+#include "engine/filesystem/formats/deflate.h"
 #include "engine/filesystem/formats/zstd.h"
 #include "engine/filesystem/sources/pack/archive.h"
 
