@@ -7,7 +7,7 @@
 #include <set>
 #include <tuple>
 
-#include "engine/filesystem/handles/request_status.h"
+#include "engine/filesystem/handles/request.h"
 #include "engine/filesystem/loading/work.h"
 
 namespace fs {

@@ -10,7 +10,7 @@
 
 #include "engine/filesystem/contract/guarded.h"
 #include "engine/filesystem/contract/lookup_name.h"
-#include "engine/filesystem/handles/queue_slots.h"
+#include "engine/filesystem/handles/io_queue.h"
 #include "engine/filesystem/loading/control.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
