@@ -43,9 +43,11 @@ bool Win32FileHandle::seek(std::int64_t offset, EFSSeek::TYPE origin) {
 bool Win32FileHandle::set_eof() { return file_.set_end() || fs::refuse_by_disk(name, "cannot be cut or extended"); }
 
 const void* Win32FileHandle::view(std::uint64_t& size, bool populate) {
-    size = file_.length();
-    if (size == fs::failed_size || size == 0) return nullptr;
-    if (mapping_.IsEmpty()) mapping_ = platform::Mapping(file_, 0, size);
+    // A file that others make longer meanwhile stays as long as it was at first: only that much is mapped.
+    if (mapping_.IsEmpty()) mapped_size_ = file_.length();
+    size = mapped_size_;
+    if (size == 0) return nullptr;
+    if (mapping_.IsEmpty() && size != fs::failed_size) mapping_ = platform::Mapping(file_, 0, size);
     if (!mapping_.IsEmpty() && (!populate || mapping_.Populate())) return mapping_.Data();
     return fs::refuse_by_disk(name, "cannot be mapped"), nullptr;
 }

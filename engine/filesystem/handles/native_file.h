@@ -48,6 +48,7 @@ private:
 
     platform::File file_;
     platform::Mapping mapping_;  // empty until the first view
+    std::uint64_t mapped_size_ = 0;
 };
 
 /// A gzip file read or written through zlib's gz layer. A file that is not gzip is read as it stands.
