@@ -17,7 +17,7 @@
 #include <engine/kernel/multithreading.h>
 
 #include "bench/support/paired.h"
-#include "engine/filesystem/handles/queue_slots.h"
+#include "engine/filesystem/handles/io_queue.h"
 #include "engine/platform/files.h"
 
 namespace {

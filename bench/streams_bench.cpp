@@ -16,8 +16,8 @@
 #include <engine/filesystem/handles.h>
 #include <engine/filesystem/streams.h>
 
-#include "engine/filesystem/formats/inflate.h"
 #include "engine/kernel/bytes.h"
+#include "engine/filesystem/formats/deflate.h"
 
 #if defined(HAVE_PHYSFS)
 #include <physfs.h>

@@ -8,7 +8,7 @@
 
 #include <zlib.h>
 
-#include "engine/filesystem/formats/inflate.h"
+#include "engine/filesystem/formats/deflate.h"
 
 namespace {
 

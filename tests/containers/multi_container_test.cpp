@@ -7,7 +7,6 @@
 #include <thread>
 #include <tuple>
 
-#include "engine/filesystem/containers/container_format.h"
 #include "engine/filesystem/containers/container_index.h"
 #include "tests/sources/kit.h"
 #include "tests/support/failure.h"

@@ -237,8 +237,11 @@ TEST_F(Zip, WritesAnArchiveThatIsAPack) {
     EXPECT_EQ(entry("out/new.pak", "dir/large.bin"), large);
     EXPECT_EQ(entry("out/new.pak", "y") + entry("out/new.pak", "z"), "still usable(null)");
     directory_.write("plain", "");
-    for (const char* path : {"plain/below.pak", "", static_cast<const char*>(nullptr)})
+    for (const char* path : {"plain/below.pak", "", static_cast<const char*>(nullptr)}) {
+        fs::clear_error();
         EXPECT_EQ(MiniZ::ZipCreate(path), nullptr);
+        EXPECT_NE(fs::last_error().code, EFSError::NONE);
+    }
 }
 
 // One failed add used to lose the whole archive, and closing it said nothing.

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "engine/filesystem/formats/deflate.h"
-#include "engine/filesystem/formats/inflate.h"
 #include "engine/filesystem/formats/zstd.h"
 #include "tests/sources/pack/fixture.h"
 

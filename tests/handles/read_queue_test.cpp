@@ -7,7 +7,7 @@
 #include <tuple>
 
 #include "engine/filesystem/contract/file.h"
-#include "engine/filesystem/handles/queue_slots.h"
+#include "engine/filesystem/handles/io_queue.h"
 #include "engine/filesystem/handles/request.h"
 #include "tests/sources/kit.h"
 

@@ -84,13 +84,17 @@ TEST_F(Views, OutliveTheirSourceAndKeepWritersAway) {
     EXPECT_TRUE(std::filesystem::is_empty(directory_ / "loose.bin"));
 }
 
-/// On Windows nobody can cut it.
-TEST_F(Views, AFileThatWasCutUnderAViewIsNotInMemory) {
+/// On Windows nobody can do that. What had grown used to give more bytes than were mapped.
+TEST_F(Views, AFileThatGrewOrWasCutUnderAViewGivesNoByteThatIsNotMapped) {
     const fs::file_ptr file = fs::open_file("loose.bin", EFSMode::READ);
     auto* const viewable = dynamic_cast<fs::ViewableFile*>(file.get());
     std::uint64_t size = 0;
     ASSERT_TRUE(viewable != nullptr && viewable->view(size, false) != nullptr);
     std::error_code refused;
+    std::filesystem::resize_file(directory_ / "loose.bin", 2 * size, refused);
+    std::uint64_t grown = 0;
+    EXPECT_NE(viewable->view(grown, false), nullptr);
+    EXPECT_EQ(grown, size);
     std::filesystem::resize_file(directory_ / "loose.bin", 10, refused);
     fs::clear_error();
     EXPECT_EQ(viewable->view(size, true) != nullptr, static_cast<bool>(refused));

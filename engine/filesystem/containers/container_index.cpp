@@ -3,12 +3,26 @@
 #include <algorithm>
 #include <utility>
 
+#include "engine/kernel/bytes.h"
+
 namespace container {
 namespace {
+
+constexpr std::size_t checksum_place = commit_size - 4;
 
 // A directory record: name length (16 bits), name, blob count, checksum of the part. The parts follow the directory in
 // the same order.
 constexpr std::uint64_t record_tail = 4 + 4;
+
+/// Nothing when the record is damaged.
+std::optional<Commit> decode(const unsigned char* bytes) {
+    if (load_u32(bytes + checksum_place) != checksum(bytes, checksum_place)) return std::nullopt;
+    return Commit{.sequence = load_u64(bytes),
+                  .index_offset = load_u64(bytes + 8),
+                  .index_size = load_u64(bytes + 16),
+                  .directory_size = load_u64(bytes + 24),
+                  .directory_checksum = load_u32(bytes + 32)};
+}
 
 /// Deflate packs at most 1032 to 1: a size beyond that is a lie that would cost memory.
 bool is_possible_size(const Entry& entry) {
@@ -38,38 +52,80 @@ std::uint32_t store_part(unsigned char* out, const std::vector<Blob>& blobs) {
 
 }  // namespace
 
-Blob SavedPart::blob(std::uint32_t i) const {
+std::uint32_t checksum(const void* data, std::size_t size) {
+#if defined(FUZZING_BUILD_MODE_UNSAFE_FOR_PRODUCTION)
+    // A fuzzer cannot guess checksums; without them it gets to what lies behind.
+    static_cast<void>(data);
+    static_cast<void>(size);
+    return 0;
+#else
+    return kernel::crc32(0, data, size);
+#endif
+}
+
+CommitBytes encode(const Commit& commit) {
+    CommitBytes bytes{};
+    store_u64(bytes.data(), commit.sequence);
+    store_u64(bytes.data() + 8, commit.index_offset);
+    store_u64(bytes.data() + 16, commit.index_size);
+    store_u64(bytes.data() + 24, commit.directory_size);
+    store_u32(bytes.data() + 32, commit.directory_checksum);
+    store_u32(bytes.data() + checksum_place, checksum(bytes.data(), checksum_place));
+    return bytes;
+}
+
+HeadBytes head_of(const Commit& commit) {
+    HeadBytes head{};
+    std::ranges::copy(magic, head.begin());
+    std::ranges::copy(encode(commit), head.begin() + static_cast<std::ptrdiff_t>(commit.place()));
+    return head;
+}
+
+bool Commit::is_inside(std::uint64_t file_length) const {
+    return index_offset >= data_offset && index_offset <= file_length && index_size <= file_length - index_offset &&
+           directory_size <= index_size;
+}
+
+std::optional<Commit> newest_commit(const HeadBytes& head) {
+    if (!std::equal(magic.begin(), magic.end(), head.begin())) return std::nullopt;
+    const std::optional<Commit> first = decode(head.data() + commit_offset);
+    const std::optional<Commit> second = decode(head.data() + commit_offset + commit_size);
+    if (!first || !second) return first ? first : second;
+    return first->sequence > second->sequence ? first : second;
+}
+
+Entry Container::SavedEntry(std::uint32_t i) const {
     const unsigned char* const row = bytes_ + count_ * hash_size + i * row_size;
     const std::uint64_t offset = load_u64(row);
-    return {hash(i),
-            {.offset = offset & ~deflated_bit,
-             .stored_size = load_u32(row + 8),
-             .size = load_u32(row + 12),
-             .checksum = load_u32(row + 16),
-             .deflated = (offset & deflated_bit) != 0}};
+    return {.offset = offset & ~deflated_bit,
+            .stored_size = load_u32(row + 8),
+            .size = load_u32(row + 12),
+            .checksum = load_u32(row + 16),
+            .deflated = (offset & deflated_bit) != 0};
 }
 
 /// Hashes are spread evenly as a rule, so that their value tells about where they stand: the search goes out from there in
 /// steps that double. Uneven ones cost no more than twice a bisection.
-std::optional<Entry> SavedPart::find(std::uint32_t wanted) const {
-    std::uint32_t first = static_cast<std::uint32_t>(std::uint64_t{count_} * wanted >> 32);
+std::optional<Entry> Container::FindSaved(std::uint32_t hash) const {
+    std::uint32_t first = static_cast<std::uint32_t>(std::uint64_t{count_} * hash >> 32);
     std::uint32_t last = first;
-    for (std::uint32_t step = 8; first > 0 && hash(first) >= wanted; step *= 2) first -= std::min(first, step);
-    for (std::uint32_t step = 8; last < count_ && hash(last) < wanted; step *= 2) last += std::min(count_ - last, step);
+    for (std::uint32_t step = 8; first > 0 && SavedHash(first) >= hash; step *= 2) first -= std::min(first, step);
+    for (std::uint32_t step = 8; last < count_ && SavedHash(last) < hash; step *= 2)
+        last += std::min(count_ - last, step);
     while (first < last) {
         const std::uint32_t middle = first + (last - first) / 2;
-        hash(middle) < wanted ? first = middle + 1 : last = middle;
+        SavedHash(middle) < hash ? first = middle + 1 : last = middle;
     }
-    return first < count_ && hash(first) == wanted ? std::optional(blob(first).entry) : std::nullopt;
+    return first < count_ && SavedHash(first) == hash ? std::optional(SavedEntry(first)) : std::nullopt;
 }
 
-bool SavedPart::is_sound(std::uint64_t limit) const {
+bool Container::CheckSaved() const {
     if (count_ == 0) return true;
-    if (checksum(bytes_, size()) != checksum_) return false;
+    if (checksum(bytes_, count_ * entry_size) != checksum_) return false;
     for (std::uint32_t i = 0; i < count_; ++i) {
-        if (i != 0 && hash(i - 1) >= hash(i)) return false;
-        const Entry found = blob(i).entry;
-        if (found.offset < data_offset || found.offset > limit || found.stored_size > limit - found.offset)
+        if (i != 0 && SavedHash(i - 1) >= SavedHash(i)) return false;
+        const Entry found = SavedEntry(i);
+        if (found.offset < data_offset || found.offset > limit_ || found.stored_size > limit_ - found.offset)
             return false;
         if (!is_possible_size(found)) return false;
     }
@@ -77,12 +133,9 @@ bool SavedPart::is_sound(std::uint64_t limit) const {
 }
 
 bool Container::IsSound() const {
-    Check check = check_.load(std::memory_order_relaxed);
-    if (check == Check::NOT_YET) {  // two threads may both find out, and find the same
-        check = saved_.is_sound(limit_) ? Check::SOUND : Check::DAMAGED;
-        check_.store(check, std::memory_order_relaxed);
-    }
-    return check == Check::SOUND;
+    if (check_.load(std::memory_order_relaxed) == Check::NOT_YET)  // two threads may both find out, and find the same
+        check_.store(CheckSaved() ? Check::SOUND : Check::DAMAGED, std::memory_order_relaxed);
+    return check_.load(std::memory_order_relaxed) == Check::SOUND;
 }
 
 std::optional<Entry> Container::Find(std::uint32_t hash) const {
@@ -90,16 +143,14 @@ std::optional<Entry> Container::Find(std::uint32_t hash) const {
         if (const auto changed = changes_.find(hash); changed != changes_.end())
             return changed->second.offset != 0 ? std::optional(changed->second) : std::nullopt;
     }
-    return saved_.find(hash);
+    return FindSaved(hash);
 }
 
 std::vector<Blob> Container::Blobs() const {
     std::vector<Blob> all;
-    all.reserve(saved_.count() + changes_.size());
-    for (std::uint32_t i = 0; i < saved_.count(); ++i) {
-        const Blob saved = saved_.blob(i);
-        if (changes_.empty() || !changes_.contains(saved.hash)) all.push_back(saved);
-    }
+    all.reserve(count_ + changes_.size());
+    for (std::uint32_t i = 0; i < count_; ++i)
+        if (changes_.empty() || !changes_.contains(SavedHash(i))) all.push_back({SavedHash(i), SavedEntry(i)});
     const auto kept = static_cast<std::ptrdiff_t>(all.size());
     for (const auto& [hash, entry] : changes_)
         if (entry.offset != 0) all.push_back({hash, entry});
@@ -144,11 +195,12 @@ bool Index::Load(IndexBytes bytes, const Commit& commit) {
         const std::uint64_t record_size = 2 + length + record_tail;
         if (left < record_size) return false;
         const unsigned char* const tail = next + 2 + length;
-        const SavedPart saved(bytes_.get() + part, load_u32(tail), load_u32(tail + 4));
-        if (saved.size() > commit.index_size - part) return false;
-        containers.try_emplace(std::string(reinterpret_cast<const char*>(next + 2), length), saved,
-                               commit.index_offset);
-        part += saved.size();
+        const std::uint32_t count = load_u32(tail);
+        const std::uint64_t part_size = count * entry_size;
+        if (part_size > commit.index_size - part) return false;
+        containers.try_emplace(std::string(reinterpret_cast<const char*>(next + 2), length), bytes_.get() + part, count,
+                               load_u32(tail + 4), commit.index_offset);
+        part += part_size;
         next += record_size;
         left -= record_size;
     }

@@ -23,7 +23,7 @@ using container::MultiFile;
 struct CFileHashMultiContainer::State {
     bool is_open() const { return file != nullptr && file->IsOpen(); }  // compacting may have closed it
 
-    mutable mt::CSlimLock lock;  // guards `file`: fetching and listing hold it shared
+    mt::CSlimLock lock;  // guards `file`: fetching and listing hold it shared
     std::unique_ptr<MultiFile> file;
 };
 
@@ -56,11 +56,6 @@ bool with_file(State* state, const Work& work) {
 }
 
 template <class State, class Work>
-bool look(const State* state, const Work& work) {
-    return with_file<Shared>(state, [&](const MultiFile& file) { return work(file); });
-}
-
-template <class State, class Work>
 bool change(State* state, const Work& work) {
     return with_file<Exclusive>(state, [&](MultiFile& file) { return file.IsWritable() && work(file); });
 }
@@ -77,8 +72,8 @@ bool open_by(State* state, const std::function<std::unique_ptr<MultiFile>()>& ma
 
 /// What `work(file, entry)` answers for a blob.
 template <class State, class Work>
-bool look_at(const State* state, std::string_view name, std::uint32_t hash, const Work& work) {
-    return look(state, [&](const MultiFile& file) {
+bool look_at(State* state, std::string_view name, std::uint32_t hash, const Work& work) {
+    return with_file<Shared>(state, [&](const MultiFile& file) {
         const std::optional<Entry> entry = file.FindBlob(name, hash);
         return entry && work(file, *entry);
     });
@@ -197,7 +192,7 @@ void CFileHashMultiContainer::ListContainers(ztl::vector<fs::string>& out) const
 
 bool CFileHashMultiContainer::ListBlobs(const char* name, ztl::vector<SBlobInfo>& out) const {
     out.clear();
-    return look(state_.get(), [&](const MultiFile& file) {
+    return with_file<Shared>(state_.get(), [&](const MultiFile& file) {
         const container::Container* const found = file.FindSound(text_of(name));
         if (found == nullptr) return false;
         const std::vector<Blob> blobs = found->Blobs();
@@ -209,7 +204,7 @@ bool CFileHashMultiContainer::ListBlobs(const char* name, ztl::vector<SBlobInfo>
 
 bool CFileHashMultiContainer::GetStats(SMultiContainerStats& stats) const {
     stats = {};
-    return look(state_.get(), [&](const MultiFile& file) { return file.Count(stats); });
+    return with_file<Shared>(state_.get(), [&](const MultiFile& file) { return file.Count(stats); });
 }
 
 bool CFileHashMultiContainer::Save() {
@@ -228,7 +223,7 @@ bool CFileHashMultiContainer::Compact(bool (*progress)(std::uint64_t done, std::
 }
 
 bool CFileHashMultiContainer::Verify(ztl::vector<fs::string>& report) const {
-    return look(state_.get(), [&](const MultiFile& file) {
+    return with_file<Shared>(state_.get(), [&](const MultiFile& file) {
         const std::size_t before = report.size();
         ztl::vector<unsigned char> bytes;
         for (const auto& [name, found] : file.index().containers) {

@@ -71,7 +71,4 @@ private:
     bool is_record_in_doubt_ = false;  // its writing failed, which the disk may have done all the same
 };
 
-/// Writes an index behind all else, and says in the commit where it lies. The bytes; null when that fails.
-IndexBytes append_index(File& file, const std::vector<Part>& parts, Commit& commit);
-
 }  // namespace container

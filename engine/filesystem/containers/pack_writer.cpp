@@ -4,6 +4,7 @@
 
 #include <engine/filesystem/containers/pack_writer.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <unordered_set>
@@ -11,12 +12,13 @@
 
 #include <engine/filesystem/contract/path.h>
 
-#include "engine/filesystem/containers/entry_packer.h"
 #include "engine/filesystem/containers/zip_output.h"
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/formats/deflate.h"
 #include "engine/filesystem/formats/zip.h"
 #include "engine/kernel/bytes.h"
+#include "engine/filesystem/formats/zstd.h"
 #include "engine/platform/files.h"
 
 namespace fs {
@@ -24,6 +26,29 @@ namespace fs {
 namespace {
 
 constexpr const char* beside = ".part";
+constexpr std::uint64_t most_stored = 32768;  // a pack source keeps two blocks of this; a longer entry is sought in
+
+/// Stores a failure, and answers false.
+bool fail_to_pack(EFSError::TYPE code, const char* name, const std::string& what) {
+    set_error(code, name, "The pack writer " + what + ".");
+    return false;
+}
+
+/// Whether an entry of this size may be packed so.
+bool check_packing(const char* name, const void* data, std::uint64_t size, const SFsPacking& how) {
+    const auto fail = [name](EFSError::TYPE code, const std::string& what) { return fail_to_pack(code, name, what); };
+    const bool is_zstd = how.method == EFSPackMethod::ZSTD;
+    const int most = is_zstd ? 22 : 12;
+    if (!data && size != 0) return fail(EFSError::INVALID_ARGUMENT, "was given no data");
+    if (how.method != EFSPackMethod::STORE && how.method != EFSPackMethod::DEFLATE && !is_zstd)
+        return fail(EFSError::INVALID_ARGUMENT, "knows no such method");
+    if (how.level < 0 || (how.level > most && how.method != EFSPackMethod::STORE))
+        return fail(EFSError::INVALID_ARGUMENT, "takes levels from 0 to " + std::to_string(most) + " by this method");
+    if (how.worth < 0 || how.worth > 100)
+        return fail(EFSError::INVALID_ARGUMENT, "takes from 0 to 100 percent that packing must save");
+    if (size > zip::most_bytes) return fail(EFSError::TOO_LARGE, "takes no entry of 4 GiB or more");
+    return !is_zstd || has_zstd() || fail(EFSError::UNSUPPORTED, "was built without zstd");
+}
 
 /// Why no pack source could show a file of this name; null when it could. The text goes on behind "the name".
 const char* refuse_entry_name(std::string_view name) {
@@ -58,6 +83,49 @@ bool when_open(State* state, const char* name, const Add& add) {
 }
 
 }  // namespace
+
+/// What an entry's bytes become: the one place that chooses between methods.
+class EntryPacker {
+public:
+    /// The bytes are left out when the entry is stored as it is. Throws StoredFailure, told of `name`, for what cannot be
+    /// packed so.
+    SFsPackedEntry pack(const char* name, const void* data, std::uint64_t size, const SFsPacking& how);
+
+private:
+    const std::unique_ptr<Compressor> deflate_ = make_deflater();
+    const std::unique_ptr<Compressor> zstd_ = make_zstd_compressor();  // null where the library was built without it
+};
+
+SFsPackedEntry EntryPacker::pack(const char* name, const void* data, std::uint64_t size, const SFsPacking& how) {
+    if (!check_packing(name, data, size, how)) throw StoredFailure();
+    const auto length = static_cast<std::size_t>(size);
+    SFsPackedEntry entry{.bytes = {}, .size = size, .crc = kernel::crc32(0, data, length)};
+    if (how.method == EFSPackMethod::STORE || how.level == 0 || size == 0) return entry;
+    const std::uint64_t most = std::min(size * static_cast<std::uint64_t>(100 - how.worth) / 100, size - 1);
+    Compressor& compressor = how.method == EFSPackMethod::ZSTD ? *zstd_ : *deflate_;
+    entry.bytes = compressor.compress(data, length, how.level, static_cast<std::size_t>(most));
+    if (!entry.bytes.empty()) {
+        entry.method = how.method;
+    } else if (size > most_stored && size_deflated_by_copying(size) <= zip::most_bytes) {
+        entry.bytes = deflate_by_copying(data, length);
+        entry.method = EFSPackMethod::DEFLATE;
+    }
+    return entry;
+}
+
+entry_packer::entry_packer() = default;
+entry_packer::~entry_packer() = default;
+
+bool entry_packer::pack(const void* data, std::uint64_t size, const SFsPacking& how, SFsPackedEntry& out) {
+    return guarded("", false, [&] {
+        if (!state_) state_ = std::make_unique<EntryPacker>();
+        SFsPackedEntry entry = state_->pack("", data, size, how);
+        const auto* plain = static_cast<const std::uint8_t*>(data);
+        if (entry.method == EFSPackMethod::STORE) entry.bytes.assign(plain, plain + size);
+        out = std::move(entry);
+        return true;
+    });
+}
 
 struct pack_writer::State {
     std::string target;
@@ -189,9 +257,7 @@ bool pack_writer::open(const char* native_path) {
 bool pack_writer::add(const char* name, const void* data, std::uint64_t size, int level, std::int64_t time,
                       EFSPackMethod::TYPE method) {
     return when_open(state_.get(), name, [&](State& state, const char* path) {
-        SFsPackedEntry entry{.bytes = {}, .size = size};
-        entry.method = state.packer.pack(path, data, size, {.method = method, .level = level}, entry.bytes);
-        entry.crc = kernel::crc32(0, data, static_cast<std::size_t>(size));
+        const SFsPackedEntry entry = state.packer.pack(path, data, size, {.method = method, .level = level});
         const bool stored = entry.method == EFSPackMethod::STORE;
         return state.add(path, stored ? data : entry.bytes.data(), stored ? size : entry.bytes.size(), entry, time);
     });

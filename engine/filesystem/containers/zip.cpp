@@ -17,8 +17,9 @@
 #include <engine/filesystem/access/open.h>
 
 #include "engine/filesystem/containers/zip_output.h"
-#include "engine/platform/threads.h"
 #include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/file.h"
+#include "engine/platform/threads.h"
 
 namespace MiniZ {
 
@@ -64,15 +65,9 @@ bool fail(Writer& writer, const char* name) {
     return false;
 }
 
-/// Makes sure that the file exists, is empty and can be found again, by the rules of the sources.
-bool create_file(const char* path) {
-    SFsFile* file = fs::open(path, EFSMode::WRITE, FFSOpenFlags::CREATE);
-    if (!file) return false;
-    fs::close(file);
-    return true;
-}
-
 bool start(Writer& writer, const char* path) {
+    // The file exists then, is empty and can be found again, by the rules of the sources.
+    if (!fs::FilePtr(fs::open(path, EFSMode::WRITE, FFSOpenFlags::CREATE))) return false;
     const fs::ErrorScope scope;
     const fs::string native_path = fs::full_path(path);
     if (native_path.empty()) {
@@ -111,8 +106,7 @@ std::unique_ptr<Writer> take_back(void* handle) {
 void* ZipCreate(const char* path) {
     return fs::guarded(path, static_cast<void*>(nullptr), [path]() -> void* {
         auto writer = std::make_unique<Writer>();
-        if (!path || !create_file(path) || !start(*writer, path)) return nullptr;
-        return hand_out(std::move(writer));
+        return start(*writer, path) ? hand_out(std::move(writer)) : nullptr;
     });
 }
 
@@ -120,18 +114,18 @@ bool ZipAddData(void* handle, const char* name, const void* data, unsigned int s
     if (!handle || !name || *name == '\0' || !data || size == 0)
         return fs::refuse(EFSError::INVALID_ARGUMENT, name,
                           "An entry of a zip file needs an archive, a name and data.");
-    Writer* writer = find(handle);
-    if (!writer) return fs::refuse(EFSError::INVALID_ARGUMENT, name, "The zip file is closed.");
     return fs::guarded(name, false, [&] {
+        Writer* const writer = find(handle);
+        if (!writer) return fs::refuse(EFSError::INVALID_ARGUMENT, name, "The zip file is closed.");
         return mz_zip_writer_add_mem(&writer->zip, name, data, size, deflate_level) != MZ_FALSE || fail(*writer, name);
     });
 }
 
 void ZipClose(void* handle) {
     if (!handle) return;
-    const std::unique_ptr<Writer> writer = take_back(handle);
-    if (!writer) return;
     fs::guarded("", [&] {
+        const std::unique_ptr<Writer> writer = take_back(handle);
+        if (!writer) return;
         const bool whole = mz_zip_writer_finalize_archive(&writer->zip) != MZ_FALSE || fail(*writer, "");
         if (whole) writer->output.finish(writer->zip.m_archive_size);
     });

@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "engine/filesystem/formats/compressor.h"
+#include "engine/filesystem/formats/codec.h"
 
 namespace fs {
 
@@ -16,5 +16,24 @@ std::unique_ptr<Compressor> make_deflater();
 std::vector<std::uint8_t> deflate_by_copying(const void* data, std::size_t size);
 /// How long that is.
 std::uint64_t size_deflated_by_copying(std::uint64_t size);
+
+/// The libraries that decode deflate streams. Both give the same bytes for a good stream; of damaged ones each takes
+/// some that the other refuses, so that only a checksum tells.
+enum class InflateEngine : std::uint8_t { ZLIB, ISAL };
+
+/// Whether the library was built with it; zlib always is there.
+bool has_inflate_engine(InflateEngine engine);
+
+/// A decoder of raw deflate by this library, or by zlib where it was built without: ISA-L is the fastest. May throw
+/// std::bad_alloc.
+std::unique_ptr<Decoder> make_inflater(InflateEngine engine = InflateEngine::ISAL);
+
+/// The same for whole buffers. May throw std::bad_alloc.
+std::unique_ptr<BufferDecoder> make_buffer_inflater();
+
+/// One call of such an inflater, for zlib streams (RFC 1950) of at most `capacity` bytes. The length in `length`; false when
+/// the stream is damaged or does not fit. Throws std::bad_alloc.
+bool inflate_zlib_stream(const void* packed, std::size_t packed_size, void* out, std::size_t capacity,
+                         std::size_t& length);
 
 }  // namespace fs

@@ -12,19 +12,24 @@ namespace {
 constexpr std::uint16_t flag_utf8 = 0x0800;
 constexpr std::uint16_t made_on_unix = 3 << 8;
 constexpr std::uint32_t regular_file_mode = 0100644;  // what unpackers give the file
+constexpr std::uint16_t no_extra_field = 0;
+constexpr std::uint16_t no_comment = 0;
+constexpr std::uint16_t no_attributes = 0;
+constexpr std::uint16_t first_disk = 0;
 
-void append_u16(std::string& out, std::uint32_t value) {
-    out.push_back(static_cast<char>(value & 0xFF));
-    out.push_back(static_cast<char>(value >> 8 & 0xFF));
-}
-
-void append_u32(std::string& out, std::uint32_t value) {
-    append_u16(out, value);
-    append_u16(out, value >> 16);
+/// Appends numbers, each as wide as its type.
+template <typename... Numbers>
+void append(std::string& out, Numbers... numbers) {
+    const auto append_one = [&out](auto number) {
+        std::uint8_t bytes[sizeof number];
+        kernel::store_number(bytes, number);
+        out.append(bytes, bytes + sizeof bytes);
+    };
+    (append_one(numbers), ...);
 }
 
 /// The version of the format that a reader needs.
-std::uint32_t version_for(EFSPackMethod::TYPE method) {
+std::uint16_t version_for(EFSPackMethod::TYPE method) {
     if (method == EFSPackMethod::STORE) return 10;
     return method == EFSPackMethod::DEFLATE ? 20 : 63;
 }
@@ -38,49 +43,33 @@ std::uint16_t flags_for(std::string_view name) {
     return !is_ascii(name) && kernel::is_utf8(name) ? flag_utf8 : std::uint16_t{0};
 }
 
-/// The fields that both headers have in the same order.
+/// What both kinds of header have in common.
 void append_common(std::string& out, const NewEntry& entry) {
-    append_u16(out, version_for(entry.method));
-    append_u16(out, flags_for(entry.name));
-    append_u16(out, entry.method);
-    append_u16(out, entry.dos_time);
-    append_u16(out, entry.dos_date);
-    append_u32(out, entry.crc);
-    append_u32(out, entry.packed_size);
-    append_u32(out, entry.size);
-    append_u16(out, static_cast<std::uint32_t>(entry.name.size()));
-    append_u16(out, 0);  // no extra field
+    append(out, version_for(entry.method), flags_for(entry.name), static_cast<std::uint16_t>(entry.method));
+    append(out, entry.dos_time, entry.dos_date, entry.crc, entry.packed_size, entry.size);
+    append(out, static_cast<std::uint16_t>(entry.name.size()), no_extra_field);
 }
 
 }  // namespace
 
 void append_local_header(std::string& out, const NewEntry& entry) {
-    append_u32(out, local_signature);
+    append(out, local_signature);
     append_common(out, entry);
     out.append(entry.name);
 }
 
 void append_central_header(std::string& out, const NewEntry& entry) {
-    append_u32(out, central_signature);
-    append_u16(out, made_on_unix | std::max(20u, version_for(entry.method)));
+    const std::uint16_t version = std::max<std::uint16_t>(20, version_for(entry.method));
+    append(out, central_signature, static_cast<std::uint16_t>(made_on_unix | version));
     append_common(out, entry);
-    append_u16(out, 0);  // no comment
-    append_u16(out, 0);  // first disk
-    append_u16(out, 0);  // internal attributes
-    append_u32(out, regular_file_mode << 16);
-    append_u32(out, entry.header_offset);
+    append(out, no_comment, first_disk, no_attributes, regular_file_mode << 16, entry.header_offset);
     out.append(entry.name);
 }
 
 void append_end_record(std::string& out, std::uint32_t entries, std::uint32_t directory_offset,
                        std::uint32_t directory_size) {
-    append_u32(out, end_signature);
-    append_u32(out, 0);  // this disk, and the one of the directory
-    append_u16(out, entries);
-    append_u16(out, entries);
-    append_u32(out, directory_size);
-    append_u32(out, directory_offset);
-    append_u16(out, 0);  // no comment
+    const auto count = static_cast<std::uint16_t>(entries);
+    append(out, end_signature, first_disk, first_disk, count, count, directory_size, directory_offset, no_comment);
 }
 
 void to_dos_time(std::int64_t file_time, std::uint16_t& dos_date, std::uint16_t& dos_time) {

@@ -5,8 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "engine/filesystem/formats/compressor.h"
-#include "engine/filesystem/formats/decoder.h"
+#include "engine/filesystem/formats/codec.h"
 
 namespace fs {
 

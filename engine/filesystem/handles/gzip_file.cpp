@@ -4,7 +4,7 @@
 #define _LFS64_LARGEFILE 1
 #endif
 
-#include "engine/filesystem/handles/gzip_file.h"
+#include "engine/filesystem/handles/native_file.h"
 
 #include <algorithm>
 #include <cerrno>

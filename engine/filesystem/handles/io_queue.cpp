@@ -7,12 +7,10 @@
 #include "engine/filesystem/handles/io_queue.h"
 
 #include <cinttypes>
-#include <cstdio>
-#include <string>
 #include <utility>
 
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/handles/queued_file.h"
+#include "engine/filesystem/handles/async_file.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/platform/threads.h"
 
@@ -25,23 +23,19 @@ constinit platform::PerThread<const IOQueue*, IOQueue> queue_of_this_worker;
 
 void log_read_failure(const Request& request) {
     const std::uint64_t bytes = request.size;
-    char size[24];
-    char offset[24];
-    std::snprintf(size, sizeof size, "%" PRIu64, bytes);
-    std::snprintf(offset, sizeof offset, "%" PRIu64, request.offset);
     log_message(messages, Log::ELevel::ERRR, __LINE__,
-                "IO_QUEUE_ERROR: read failed for file %s, memory %p, bytes %s (%X), offset %s (%X)\n",
-                request.file->native_path.c_str(), request.buffer, size, static_cast<unsigned>(bytes), offset,
+                "IO_QUEUE_ERROR: read failed for file %s, memory %p, bytes %" PRIu64 " (%X), offset %" PRIu64 " (%X)\n",
+                request.file->NativePath(), request.buffer, bytes, static_cast<unsigned>(bytes), request.offset,
                 static_cast<unsigned>(request.offset));
 }
 
 }  // namespace
 
-std::shared_ptr<IOQueue> IOQueue::Create(const char* name) {
-    return fs::guarded(nullptr, std::shared_ptr<IOQueue>(), [name] {
+std::shared_ptr<IOQueue> IOQueue::Create() {
+    return fs::guarded(nullptr, std::shared_ptr<IOQueue>(), [] {
         std::shared_ptr<IOQueue> queue(new IOQueue);
-        const std::string thread_name = std::string("IO ") + name;
-        if (queue->worker_.Start(thread_name.c_str(), &IOQueue::Run, queue.get(), highest_priority)) return queue;
+        const auto run = [](void* self) { static_cast<IOQueue*>(self)->Run(); };
+        if (queue->worker_.Start("IO Main", run, queue.get(), highest_priority)) return queue;
         fs::set_error(EFSError::OUT_OF_MEMORY, nullptr, "The system has no thread left for the read queue.");
         return std::shared_ptr<IOQueue>();
     });
@@ -51,9 +45,9 @@ IOQueue::~IOQueue() { Stop(); }
 
 bool IOQueue::OnWorker() const { return queue_of_this_worker == this; }
 
-bool IOQueue::Enqueue(QueuedFile& file, std::uint64_t offset, std::uint64_t size, void* buffer, Request& request,
-                      std::int32_t priority) {
-    const char* const path = file.native_path.c_str();
+bool IOQueue::Enqueue(Win32FileHandleAsync& file, std::uint64_t offset, std::uint64_t size, void* buffer,
+                      Request& request, std::int32_t priority) {
+    const char* const path = file.NativePath();
     std::unique_lock guard(lock_);
     if (stopping_) return fs::refuse(EFSError::NOT_INITIALIZED, path, "The read queue has stopped.");
     if (!request.IsFree()) return fs::refuse(EFSError::IN_USE, path, "The request is on its way already.");
@@ -93,11 +87,11 @@ void IOQueue::Cancel(Request& request) {
         request.Release();
         return;
     }
-    if (found == EFSRequestState::IN_PROGRESS) request.file->file.cancel();
+    if (found == EFSRequestState::IN_PROGRESS) request.file->cancel_io();
     if (in_hand_ == &request) WaitForWorker(guard);
 }
 
-void IOQueue::Abandon(const QueuedFile& file) {
+void IOQueue::Abandon(const Win32FileHandleAsync& file) {
     std::unique_lock guard(lock_);
     RequestList cancelled;
     for (auto place = waiting_.begin(); place != waiting_.end();) {
@@ -135,13 +129,8 @@ void IOQueue::Stop() {
         worker_.Join();
 }
 
-void IOQueue::Run(void* self) {
-    auto& queue = *static_cast<IOQueue*>(self);
-    queue_of_this_worker = &queue;
-    queue.Runtime();
-}
-
-void IOQueue::Runtime() {
+void IOQueue::Run() {
+    queue_of_this_worker = this;
     std::unique_lock guard(lock_);
     for (;;) {
         changed_.wait(guard, [this] { return stopping_ || !waiting_.empty(); });
@@ -163,18 +152,62 @@ void IOQueue::Runtime() {
 
 void IOQueue::Serve(Request& request) {
     if (request.State() == EFSRequestState::IN_PROGRESS) {
-        const QueuedFile::Status status = request.file->Read(request.buffer, request.offset, request.size);
-        if (status == QueuedFile::Status::FAILED) log_read_failure(request);
-        if (status == QueuedFile::Status::ABORTED)
+        const auto status = request.file->ReadNow(request.buffer, request.offset, request.size);
+        if (status == Win32FileHandleAsync::Status::FAILED) log_read_failure(request);
+        if (status == Win32FileHandleAsync::Status::ABORTED)
             log_message(messages, Log::ELevel::DEBG, __LINE__, "IO_QUEUE_CANCELLED: %p\n",
                         static_cast<void*>(&request));
-        request.EndProgress(status == QueuedFile::Status::DONE ? EFSRequestResult::SUCCESS : EFSRequestResult::FAILED);
+        request.EndProgress(status == Win32FileHandleAsync::Status::DONE ? EFSRequestResult::SUCCESS
+                                                                         : EFSRequestResult::FAILED);
     }
     request.Signal();
 }
 
-void IOQueue::WarnOfReadWithoutRequest() {
-    log_message(messages, Log::ELevel::WARN, __LINE__,
-                "Resource is in state which forbids it to start async read: %d, asyncop: %p\n", 0,
-                static_cast<void*>(nullptr));
+namespace fs {
+namespace {
+
+/// The process's read queue.
+struct QueueSlot {
+    platform::Mutex lock;
+    bool is_started ENGINE_GUARDED_BY(lock) = false;
+    std::shared_ptr<IOQueue> queue ENGINE_GUARDED_BY(lock);  // null until it could be made
+
+    void Fill() ENGINE_REQUIRES(lock) {
+        if (is_started && queue == nullptr) queue = IOQueue::Create();
+    }
+};
+
+QueueSlot& slot() {
+    static platform::NeverDestroyed<QueueSlot> instance;  // a handle closed late in the process still finds it
+    return instance.value;
 }
+
+}  // namespace
+
+void start_queues() {
+    QueueSlot& main = slot();
+    const platform::LockGuard guard(main.lock);
+    main.is_started = true;
+    main.Fill();
+}
+
+void stop_queues() {
+    QueueSlot& main = slot();
+    std::shared_ptr<IOQueue> stopped;
+    {
+        const platform::LockGuard guard(main.lock);
+        main.is_started = false;
+        stopped = std::exchange(main.queue, nullptr);
+    }
+    if (stopped != nullptr) stopped->Stop();
+}
+
+std::shared_ptr<IOQueue> take_queue() {
+    QueueSlot& main = slot();
+    const platform::LockGuard guard(main.lock);
+    main.Fill();
+    if (main.is_started && main.queue == nullptr) throw StoredFailure();
+    return main.queue;
+}
+
+}  // namespace fs

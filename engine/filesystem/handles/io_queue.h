@@ -16,27 +16,24 @@
 /// completes its request. A higher priority is read first; equals in the order in which they came.
 class IOQueue : public std::enable_shared_from_this<IOQueue> {
 public:
-    /// Starts the worker, named "IO " and `name`. Null, with the thread's failure set, without memory or a thread for it.
-    static std::shared_ptr<IOQueue> Create(const char* name);
+    /// Starts the worker. Null, with the thread's failure set, without memory or a thread for it.
+    static std::shared_ptr<IOQueue> Create();
     ~IOQueue();
 
     /// Queues the read that `request` is to serve. False, with the thread's failure set, when the queue has stopped or the
     /// request is on its way already. Throws std::bad_alloc, with nothing changed.
-    bool Enqueue(QueuedFile& file, std::uint64_t offset, std::uint64_t size, void* buffer, Request& request,
+    bool Enqueue(Win32FileHandleAsync& file, std::uint64_t offset, std::uint64_t size, void* buffer, Request& request,
                  std::int32_t priority);
 
     /// Cancels a request at whatever stage. Its callback has run when this returns, except in a callback of the worker.
     void Cancel(Request& request);
 
     /// Cancels what is queued for this file and waits for the read in hand, so that the file can be destroyed.
-    void Abandon(const QueuedFile& file);
+    void Abandon(const Win32FileHandleAsync& file);
 
     /// The worker finishes the read in hand, tells every queued request that it is CANCELLED, and ends. Later calls do
     /// nothing.
     void Stop();
-
-    /// Nobody would hear of the end of such a read, so it is not made.
-    static void WarnOfReadWithoutRequest();
 
     /// Whether the caller is the worker, inside a callback: it cannot wait for a read of this queue.
     bool OnWorker() const;
@@ -44,8 +41,7 @@ public:
 private:
     IOQueue() = default;
 
-    static void Run(void* self);
-    void Runtime();
+    void Run();  // the worker
     static void Serve(Request& request);
 
     // With lock_ held.
@@ -62,3 +58,16 @@ private:
     std::shared_ptr<IOQueue> stopped_by_itself_;
     mt::CThread worker_;
 };
+
+namespace fs {
+
+/// Starts the process's read queue, unless it runs already. When that fails it is tried again at the next asynchronous
+/// open.
+void start_queues();
+/// Stops it; open asynchronous handles answer with failures from then on.
+void stop_queues();
+/// The queue that an asynchronous handle takes at opening; null before start_queues and after stop_queues. Throws
+/// StoredFailure when it cannot be started.
+std::shared_ptr<IOQueue> take_queue();
+
+}  // namespace fs

@@ -39,15 +39,62 @@ bool Win32FileHandle::seek(std::int64_t offset, EFSSeek::TYPE origin) {
     return origin <= EFSSeek::END && file_.seek(offset, static_cast<platform::Origin>(origin));
 }
 
-std::uint64_t Win32FileHandle::length() { return file_.length(); }
-std::uint64_t Win32FileHandle::tell() { return file_.tell(); }
-
 bool Win32FileHandle::set_eof() { return file_.set_end() || fs::refuse_by_disk(name, "cannot be cut or extended"); }
 
 const void* Win32FileHandle::view(std::uint64_t& size, bool populate) {
-    size = file_.length();
-    if (size == fs::failed_size || size == 0) return nullptr;
-    if (mapping_.IsEmpty()) mapping_ = platform::Mapping(file_, 0, size);
+    // A file that others make longer meanwhile stays as long as it was at first: only that much is mapped.
+    if (mapping_.IsEmpty()) mapped_size_ = file_.length();
+    size = mapped_size_;
+    if (size == 0) return nullptr;
+    if (mapping_.IsEmpty() && size != fs::failed_size) mapping_ = platform::Mapping(file_, 0, size);
     if (!mapping_.IsEmpty() && (!populate || mapping_.Populate())) return mapping_.Data();
     return fs::refuse_by_disk(name, "cannot be mapped"), nullptr;
+}
+
+bool ReplacingHandle::Note(bool is_good, const fs::ErrorScope& scope) {
+    // A disk that fills takes a part without a word.
+    if (!is_good && failure_ == EFSError::NONE)
+        failure_ = scope.has_error() ? fs::last_error().code : EFSError::DISK_FULL;
+    return is_good;
+}
+
+std::uint64_t ReplacingHandle::write(const void* buffer, std::uint64_t size) {
+    const fs::ErrorScope scope;
+    const std::uint64_t written = writer_->write(buffer, size);
+    Note(written == size, scope);
+    return written;
+}
+
+bool ReplacingHandle::set_eof() {
+    const fs::ErrorScope scope;
+    return Note(writer_->set_eof(), scope);
+}
+
+bool ReplacingHandle::commit() {
+    if (writer_ == nullptr) return true;
+    if (failure_ != EFSError::NONE) {
+        discard();
+        return fs::refuse(failure_, target_.c_str(), "A write failed, so the file stays as it was.");
+    }
+    const fs::ErrorScope scope;
+    platform::File file = writer_->Release();
+    writer_.reset();
+    if (!scope.has_error() && PutInPlace(file)) return true;
+    file.remove(beside_.c_str());
+    return false;
+}
+
+bool ReplacingHandle::PutInPlace(platform::File& file) {
+    return fs::guarded(target_.c_str(), false, [&] {
+        const auto refuse = [this] { return fs::refuse_by_disk(target_.c_str(), "cannot be replaced"); };
+        const auto place = [&] { return file.replace(beside_.c_str(), target_.c_str()) || refuse(); };
+        // The content is on the disk before the name is, and nobody is kept from asking for names meanwhile.
+        return file.sync() ? enter_ ? enter_(place) : place() : refuse();
+    });
+}
+
+void ReplacingHandle::discard() {
+    if (writer_ == nullptr) return;
+    writer_->Release().remove(beside_.c_str());
+    writer_.reset();
 }

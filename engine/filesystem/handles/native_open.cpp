@@ -14,10 +14,8 @@
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/handles/async_file.h"
-#include "engine/filesystem/handles/gzip_file.h"
+#include "engine/filesystem/handles/io_queue.h"
 #include "engine/filesystem/handles/native_file.h"
-#include "engine/filesystem/handles/queue_slots.h"
-#include "engine/filesystem/handles/replacing_file.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/platform/directories.h"
 
@@ -75,8 +73,8 @@ std::unique_ptr<Kind> named(std::unique_ptr<Kind> handle, std::string_view name)
     return handle;
 }
 
-std::nullptr_t refuse_open(const char* path, const char* action = "cannot be opened") {
-    refuse_by_disk(path, action);
+std::nullptr_t refuse_open(const char* path) {
+    refuse_by_disk(path, "cannot be opened");
     return nullptr;
 }
 

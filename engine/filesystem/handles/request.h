@@ -7,11 +7,41 @@
 #include <engine/filesystem/request.h>
 #include <engine/kernel/multithreading.h>
 
-#include "engine/filesystem/handles/request_status.h"
-
 class Request;
-struct QueuedFile;
+class Win32FileHandleAsync;
 using RequestList = std::list<Request*>;
+
+/// State and result of a request or a load in one, so that whoever sees FINISHED sees the result that goes with it.
+class RequestStatus {
+public:
+    explicit RequestStatus(EFSRequestState::TYPE state) : both_(Both{state}) {}
+
+    EFSRequestState::TYPE State() const { return both_.load(std::memory_order_acquire).state; }
+    EFSRequestResult::TYPE Result() const { return both_.load(std::memory_order_acquire).result; }
+    bool HasSucceeded() const {
+        return both_.load(std::memory_order_acquire) == Both{EFSRequestState::FINISHED, EFSRequestResult::SUCCESS};
+    }
+    void Set(EFSRequestState::TYPE state, EFSRequestResult::TYPE result = EFSRequestResult::SUCCESS) {
+        both_.store({state, result}, std::memory_order_release);
+    }
+    /// From IN_PROGRESS to FINISHED with this result; from any other state nothing happens.
+    void EndProgress(EFSRequestResult::TYPE result) {
+        Both both{EFSRequestState::IN_PROGRESS};
+        both_.compare_exchange_strong(both, {EFSRequestState::FINISHED, result});
+    }
+    /// To FINISHED and CANCELLED from whatever state, which is returned.
+    EFSRequestState::TYPE Cancel() {
+        return both_.exchange({EFSRequestState::FINISHED, EFSRequestResult::CANCELLED}).state;
+    }
+
+private:
+    struct alignas(8) Both {  // so that every processor moves the two in one go
+        EFSRequestState::TYPE state;
+        EFSRequestResult::TYPE result = EFSRequestResult::SUCCESS;
+        bool operator==(const Both&) const = default;
+    };
+    std::atomic<Both> both_;
+};
 
 /// The layout behind SFsRequest. A request leaves QUEUED only under the queue's lock.
 class Request final : public SFsRequest {
@@ -35,7 +65,7 @@ public:
     void Signal();
 
     // The read; whoever queues it writes it, and it stays until the request is FINISHED.
-    QueuedFile* file = nullptr;
+    Win32FileHandleAsync* file = nullptr;
     void* buffer = nullptr;
     std::uint64_t offset = 0;
     std::atomic<std::uint64_t> size{0};  // what was transferred, when it has succeeded

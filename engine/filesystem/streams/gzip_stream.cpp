@@ -3,11 +3,16 @@
 // Compressed bytes move in blocks of 4096, so the raw position of a reader is ahead of what has been decoded by up to that
 // much, and never more: the decoder gives all that it can make of a block before the next one is read. The plain bytes go
 // straight between it and the caller, in slices that are still in the processor's cache when their checksum is taken.
+#include <engine/filesystem/streams/zipped_buffer.h>
+
 #include <algorithm>
+#include <memory>
 #include <new>
 
+#include <zlib.h>
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/streams/gzip_state.h"
+
+#include "engine/filesystem/formats/deflate.h"
 #include "engine/kernel/bytes.h"
 
 namespace fs {
@@ -16,10 +21,82 @@ namespace {
 
 constexpr std::uint64_t slice_size = 256 * 1024;
 constexpr std::int64_t crc_step = 0x200000;
+constexpr int raw_window_bits = -15;
+constexpr int memory_level = 8;
+constexpr unsigned char end_byte = 255;
+
+enum HeaderFlag : unsigned char { HEADER_CRC = 2, EXTRA_FIELD = 4, FILE_NAME = 8, COMMENT = 16, RESERVED = 0xE0 };
 
 }  // namespace
 
 const unsigned char izipped_buffer_file::gz_magic[2] = {0x1F, 0x8B};
+
+/// One gzip member being read or written.
+struct izipped_buffer_file::State {
+    static constexpr std::uint32_t buffer_size = 4096;
+
+    explicit State(bool for_writing);  // throws std::bad_alloc
+    ~State() { end(); }
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+
+    /// Of a writer: zlib's verdict on giving the stream back; Z_OK when there is none.
+    int end() { return stream.state == nullptr ? Z_OK : deflateEnd(&stream); }
+    /// Whether the member or its storage has failed; last_error then says why, again.
+    bool is_broken() const;
+    /// Counts plain bytes.
+    void count(const void* data, std::uint32_t size) {
+        crc = kernel::crc32(crc, data, size);
+        total += size;
+    }
+    /// Notes why the member is broken, unless that is known, and says so in last_error.
+    void fail(int result, EFSError::TYPE code, const char* text);
+    /// Says again in last_error why the member is broken, when it is.
+    void tell() const {
+        if (reason != EFSError::NONE) set_error(reason, "", words);
+    }
+
+    z_stream stream = {};              // of a writer
+    std::unique_ptr<Decoder> decoder;  // of a reader
+    int z_err = Z_OK;  // zlib's last result; Z_ERRNO also at the end of the storage, Z_DATA_ERROR also for our checks
+    EFSError::TYPE reason = EFSError::NONE;  // why z_err is a failure, and in words
+    const char* words = "";
+    const bool writing;
+    std::uint32_t crc = 0;          // of the plain bytes so far
+    std::uint64_t total = 0;        // plain bytes so far; zlib's own count has 32 bits on Windows
+    std::uint64_t start = 0;        // raw position behind the header
+    Bytef buffer[buffer_size];      // compressed bytes: not yet inflated, or not yet written
+    const Bytef* next_in = buffer;  // of those not yet inflated
+    std::uint32_t left_in = 0;
+    Bytef scratch[buffer_size] = {};  // what seeks discard, or zeros to fill with
+};
+
+izipped_buffer_file::State::State(bool for_writing) : writing(for_writing) {
+    if (writing) {
+        stream.next_out = buffer;
+        stream.avail_out = buffer_size;
+        z_err =
+            deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, raw_window_bits, memory_level, Z_DEFAULT_STRATEGY);
+    } else {
+        decoder = make_inflater();
+    }
+    if (z_err != Z_OK || (decoder != nullptr && !decoder->start())) throw std::bad_alloc();
+}
+
+bool izipped_buffer_file::State::is_broken() const {
+    if (z_err != Z_DATA_ERROR && z_err != Z_ERRNO) return false;
+    tell();
+    return true;
+}
+
+void izipped_buffer_file::State::fail(int result, EFSError::TYPE code, const char* text) {
+    z_err = result;
+    if (reason == EFSError::NONE) {
+        reason = code;
+        words = text;
+    }
+    tell();
+}
 
 izipped_buffer_file::izipped_buffer_file() = default;
 
@@ -45,16 +122,11 @@ std::uint64_t izipped_buffer_file::tell() {
 
 bool izipped_buffer_file::seek(std::int64_t offset, EFSSeek::TYPE origin) {
     if (zipped_) return seek_zipped(offset, origin) != -1;
-    const auto distance = static_cast<std::uint64_t>(offset);
-    switch (origin) {
-        case EFSSeek::BEGIN:
-            return set_current_pos(offset);
-        case EFSSeek::CURRENT:
-            return set_current_pos(static_cast<std::int64_t>(get_current_pos() + distance));
-        case EFSSeek::END:
-            return set_current_pos(static_cast<std::int64_t>(get_size() + distance));
-    }
-    return false;
+    if (origin > EFSSeek::END) return false;
+    const std::uint64_t from = origin == EFSSeek::BEGIN     ? 0
+                               : origin == EFSSeek::CURRENT ? get_current_pos()
+                                                            : get_size();
+    return set_current_pos(static_cast<std::int64_t>(from + static_cast<std::uint64_t>(offset)));
 }
 
 void izipped_buffer_file::set_eof() {
@@ -90,9 +162,7 @@ bool izipped_buffer_file::init_zip_stream(EFSMode::TYPE mode) {
     const bool writing = mode == EFSMode::WRITE;
     if (zip_ != nullptr && zip_->writing == writing) return true;
     if (zip_ != nullptr) return refuse(EFSError::INVALID_ARGUMENT, "", "A gzip member is either read or written.");
-    zip_ = new (std::nothrow) State(writing);
-    const bool has_memory = zip_ != nullptr && guarded(nullptr, false, [this] { return zip_->begin(); });
-    if (!has_memory) set_error(EFSError::OUT_OF_MEMORY, "", "There is no memory for a gzip stream.");
+    const bool has_memory = guarded("", false, [&] { return zip_ = new State(writing), true; });
     if (has_memory && (writing ? begin_writing() : begin_reading())) return true;
     destroy_zip_stream();
     set_current_pos(0);
@@ -144,8 +214,7 @@ std::uint32_t izipped_buffer_file::deflate_slice(const unsigned char* data, std:
         if (zip_->z_err != Z_OK) break;
     }
     const std::uint32_t consumed = size - stream.avail_in;
-    zip_->add_to_crc(data, consumed);
-    zip_->total += consumed;
+    zip_->count(data, consumed);
     return consumed;
 }
 
@@ -164,7 +233,7 @@ bool izipped_buffer_file::store(const unsigned char* data, std::uint32_t size) {
 bool izipped_buffer_file::write_pending() {
     z_stream& stream = zip_->stream;
     const std::uint32_t size = State::buffer_size - stream.avail_out;
-    if (!store(zip_->buffer, size)) return false;
+    if (size != 0 && !store(zip_->buffer, size)) return false;
     stream.next_out = zip_->buffer;
     stream.avail_out = State::buffer_size;
     return true;
@@ -178,17 +247,11 @@ bool izipped_buffer_file::flush_zip_stream() {
     if (zip_ == nullptr || !zip_->writing || zip_->is_broken()) return false;
     z_stream& stream = zip_->stream;
     stream.avail_in = 0;
-    bool last = false;
-    for (;;) {
-        const bool pending = stream.avail_out != State::buffer_size;
-        if (pending && !write_pending()) return false;
-        if (last) break;
+    do {
+        if (!write_pending()) return false;
         zip_->z_err = deflate(&stream, Z_FINISH);
-        if (!pending && zip_->z_err == Z_BUF_ERROR) zip_->z_err = Z_OK;
-        last = stream.avail_out != 0 || zip_->z_err == Z_STREAM_END;
-        if (zip_->z_err != Z_OK && zip_->z_err != Z_STREAM_END) break;
-    }
-    return zip_->z_err == Z_STREAM_END;
+    } while (zip_->z_err == Z_OK);
+    return zip_->z_err == Z_STREAM_END && write_pending();
 }
 
 bool izipped_buffer_file::finish() {
@@ -211,13 +274,74 @@ void izipped_buffer_file::put_long(std::uint32_t value) {
         write_data(bytes, sizeof(bytes));
 }
 
+/// Reads the next block. False, with the failure noted, when not a byte is left.
+bool izipped_buffer_file::refill() {
+    const std::uint64_t got = read_data(zip_->buffer, State::buffer_size);
+    zip_->next_in = zip_->buffer;
+    zip_->left_in =
+        got <= State::buffer_size ? static_cast<std::uint32_t>(got) : 0;  // a caller's storage may say anything
+    if (zip_->left_in != 0) return true;
+    zip_->fail(Z_ERRNO, EFSError::BAD_FORMAT, "The gzip member ends too early.");
+    return false;
+}
+
+unsigned char izipped_buffer_file::get_byte() {
+    if (zip_ == nullptr || zip_->writing || zip_->z_err == Z_ERRNO) return end_byte;
+    if (zip_->left_in == 0 && !refill()) return end_byte;
+    --zip_->left_in;
+    return *zip_->next_in++;
+}
+
+std::uint32_t izipped_buffer_file::get_long() {
+    std::uint8_t bytes[4];
+    for (std::uint8_t& byte : bytes) byte = get_byte();
+    return kernel::load_u32(bytes);
+}
+
+// A byte of 255 is not the end: only z_err tells.
+void izipped_buffer_file::skip_bytes(std::uint32_t count) {
+    while (count-- != 0 && zip_->z_err != Z_ERRNO) get_byte();
+}
+
+void izipped_buffer_file::skip_text() {
+    while (get_byte() != 0 && zip_->z_err != Z_ERRNO) continue;
+}
+
+bool izipped_buffer_file::check_header() {
+    if (zip_ == nullptr || zip_->writing) return false;
+    const bool magic = get_byte() == gz_magic[0] && get_byte() == gz_magic[1];
+    const unsigned char method = magic ? get_byte() : 0;
+    const unsigned char flags = magic ? get_byte() : 0;
+    if (method != Z_DEFLATED || (flags & RESERVED) != 0) {
+        zip_->fail(Z_DATA_ERROR, EFSError::BAD_FORMAT, "No gzip member that is known begins here.");
+        return false;
+    }
+    skip_bytes(6);  // time, extra flags, operating system
+    if ((flags & EXTRA_FIELD) != 0) {
+        const std::uint32_t low = get_byte();
+        skip_bytes(low | static_cast<std::uint32_t>(get_byte()) << 8);
+    }
+    if ((flags & FILE_NAME) != 0) skip_text();
+    if ((flags & COMMENT) != 0) skip_text();
+    if ((flags & HEADER_CRC) != 0) skip_bytes(2);
+    if (zip_->z_err == Z_ERRNO) return false;
+    zip_->z_err = Z_OK;
+    return true;
+}
+
+bool izipped_buffer_file::begin_reading() {
+    if (!check_header()) return false;
+    zip_->start = get_current_pos() - zip_->left_in;
+    return true;
+}
+
 std::uint64_t izipped_buffer_file::read(void* buffer, std::uint64_t size) {
     if (!zipped_) return read_data(buffer, size);
     if (!init_zip_stream(EFSMode::READ)) return 0;
     zip_->tell();
     auto* out = static_cast<Bytef*>(buffer);
     std::uint64_t done = 0;
-    while (done < size && zip_->z_err == Z_OK && !zip_->z_eof)
+    while (done < size && zip_->z_err == Z_OK)
         done += inflate_slice(out + done, static_cast<std::uint32_t>(std::min(size - done, slice_size)));
     return done;
 }
@@ -229,15 +353,18 @@ std::uint32_t izipped_buffer_file::inflate_slice(unsigned char* out, std::uint32
         const Decoder::Result result = zip_->decoder->decode(buffers);  // also of no input: output may wait inside
         zip_->next_in = buffers.in;
         zip_->left_in = static_cast<std::uint32_t>(buffers.in_size);
-        zip_->note(result);
+        if (result == Decoder::Result::END) zip_->z_err = Z_STREAM_END;
+        if (result == Decoder::Result::DAMAGED)
+            zip_->fail(Z_DATA_ERROR, EFSError::BAD_FORMAT, "The gzip member is damaged.");
+        if (result == Decoder::Result::NO_MEMORY)
+            zip_->fail(Z_MEM_ERROR, EFSError::OUT_OF_MEMORY, "There is no memory for decoding the gzip member.");
         if (result != Decoder::Result::MORE || buffers.out_size == 0 || buffers.in_size != 0) continue;
         if (!refill()) break;
         buffers.in = zip_->next_in;
         buffers.in_size = zip_->left_in;
     }
     const auto produced = static_cast<std::uint32_t>(size - buffers.out_size);
-    zip_->add_to_crc(out, produced);
-    zip_->total += produced;
+    zip_->count(out, produced);
     if (zip_->z_err == Z_STREAM_END) check_trailer();
     return produced;
 }
@@ -246,8 +373,8 @@ std::uint32_t izipped_buffer_file::inflate_slice(unsigned char* out, std::uint32
 void izipped_buffer_file::check_trailer() {
     const bool same = get_long() == zip_->crc;
     get_long();
-    if (zip_->z_eof && zip_->z_err == Z_DATA_ERROR) return;  // cut off, which refill said
-    if (!same) zip_->fail(Z_DATA_ERROR, EFSError::BAD_FORMAT, "The checksum of the gzip member is wrong.");
+    if (!same && zip_->z_err != Z_ERRNO)  // refill said that it is cut off
+        zip_->fail(Z_DATA_ERROR, EFSError::BAD_FORMAT, "The checksum of the gzip member is wrong.");
 }
 
 std::int64_t izipped_buffer_file::seek_zipped(std::int64_t offset, EFSSeek::TYPE origin) {
@@ -290,7 +417,6 @@ std::int64_t izipped_buffer_file::zip_rewind() {
     if (!zipped_ || zip_ == nullptr || zip_->writing) return -1;
     zip_->z_err = Z_OK;
     zip_->reason = EFSError::NONE;
-    zip_->z_eof = false;
     zip_->left_in = 0;
     zip_->crc = 0;
     zip_->total = 0;

@@ -4,9 +4,12 @@
 #include <engine/filesystem/streams/ifile.h>
 
 #include <algorithm>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <limits>
+#include <memory>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -21,6 +24,7 @@ namespace {
 
 constexpr std::size_t scratch_size = 1024;
 constexpr std::size_t gathered_size = 4096;
+constexpr std::size_t first_format_size = 256;
 
 template <class Char>
 constexpr std::uint32_t unit_size = sizeof(Char) == 1 ? 1 : 2;  // in the file
@@ -172,6 +176,20 @@ std::uint32_t credible_elements(ifile& stream, std::uint32_t count) {
     return static_cast<std::uint32_t>(std::min<std::uint64_t>({count, (length - position) / 2, enough}));
 }
 
+/// The text with each "%%" made "%". False when it would need an argument, or is no format at all.
+bool expand_without_arguments(const char* format, fs::string& out) {
+    for (; *format != '\0'; ++format) {
+        if (*format == '%' && *++format != '%') return false;
+        out.push_back(*format);
+    }
+    return out.size() <= static_cast<std::size_t>(std::numeric_limits<int>::max());
+}
+
+int unprintable(const char* text) {
+    set_error(EFSError::INVALID_ARGUMENT, "", text);
+    return -1;
+}
+
 }  // namespace
 
 ifile::~ifile() = default;
@@ -268,6 +286,37 @@ ifile& ifile::operator>>(ztl::vector<ztl::string_base<char>>& texts) {
         }
     });
     return *this;
+}
+
+int ifile::printf(const char* format, ...) {
+    if (format == nullptr) format = "";
+    va_list args;
+    va_start(args, format);
+    va_list again;
+    va_copy(again, args);
+    const int length = guarded(name(), -1, [&] {
+        char small[first_format_size];
+        const int needed = kernel::format_text(small, sizeof(small), format, args);
+        if (needed < 0) return unprintable("The text cannot be formatted.");
+        const auto size = static_cast<std::size_t>(needed);
+        const std::unique_ptr<char[]> large(size < sizeof(small) ? nullptr : new char[size + 1]);
+        if (large != nullptr) kernel::format_text(large.get(), size + 1, format, again);
+        write(large != nullptr ? large.get() : small, size);
+        return needed;
+    });
+    va_end(again);
+    va_end(args);
+    return length;
+}
+
+int ifile::printf(const ztl::string_base<char>& text) {
+    return guarded(name(), -1, [&] {
+        fs::string expanded;
+        if (!expand_without_arguments(text.c_str(), expanded))
+            return unprintable("The text is a format that wants arguments.");
+        write(expanded.data(), expanded.size());
+        return static_cast<int>(expanded.size());
+    });
 }
 
 }  // namespace fs
