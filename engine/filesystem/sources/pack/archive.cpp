@@ -14,7 +14,6 @@
 #include "engine/filesystem/formats/inflate.h"
 #include "engine/filesystem/formats/zip.h"
 #include "engine/filesystem/formats/zstd.h"
-#include "engine/filesystem/sources/pack/reader.h"
 #include "engine/platform/never_destroyed.h"
 
 namespace fs {

@@ -1,4 +1,4 @@
-#include "engine/filesystem/sources/pack/reader.h"
+#include "engine/filesystem/sources/pack/archive.h"
 
 #include <algorithm>
 #include <cstring>
@@ -7,7 +7,6 @@
 
 #include "engine/filesystem/formats/inflate.h"
 #include "engine/filesystem/formats/zstd.h"
-#include "engine/filesystem/sources/pack/archive.h"
 
 // Words: a block is full when it holds 32 KiB; the current block is the one that reading stands in; its read position
 // may lag behind the position asked for, and the next read catches up by decoding.
