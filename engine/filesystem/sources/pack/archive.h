@@ -54,6 +54,7 @@ struct PackedData {
 struct EntryCheckpoint {
     std::shared_ptr<const Decoder::Checkpoint> state;  // null for none
     std::uint32_t consumed = 0;                        // packed bytes that the decoder had taken
+    std::uint32_t block = 0;                           // that begins here
 };
 
 /// States of one entry's decoding at the beginnings of some of its blocks. They are taken as decoding passes and shared
@@ -76,10 +77,10 @@ public:
     std::shared_ptr<EntryCheckpoints> of(std::uint32_t entry, std::uint32_t size);
     /// Whether block `number` is one whose beginning is kept and not known yet.
     bool wants(const EntryCheckpoints& set, std::uint32_t number);
-    /// Keeps the state at the beginning of block `number`, if there is room for it.
-    void add(EntryCheckpoints& set, std::uint32_t number, EntryCheckpoint checkpoint);
-    /// The latest one after block `after` and at or before block `number`, and in `found` its block.
-    EntryCheckpoint find(const EntryCheckpoints& set, std::uint32_t number, std::uint32_t after, std::uint32_t& found);
+    /// Keeps a checkpoint that is wanted, if there is room for it.
+    void add(EntryCheckpoints& set, EntryCheckpoint checkpoint);
+    /// The latest one after block `after` and at or before block `number`.
+    EntryCheckpoint find(const EntryCheckpoints& set, std::uint64_t number, std::uint64_t after);
 
 private:
     void make_room() ENGINE_REQUIRES(lock_);
