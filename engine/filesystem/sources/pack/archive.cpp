@@ -15,7 +15,6 @@
 #include "engine/filesystem/formats/zip.h"
 #include "engine/filesystem/formats/zstd.h"
 #include "engine/platform/threads.h"
-#include "engine/filesystem/sources/pack/reader.h"
 
 namespace fs {
 
@@ -87,22 +86,20 @@ bool PackCheckpoints::wants(const EntryCheckpoints& set, std::uint32_t number) {
     return !set.kept[number / set.interval].state;
 }
 
-void PackCheckpoints::add(EntryCheckpoints& set, std::uint32_t number, EntryCheckpoint checkpoint) {
+void PackCheckpoints::add(EntryCheckpoints& set, EntryCheckpoint checkpoint) {
     const std::uint64_t bytes = checkpoint.state->bytes();
     const platform::LockGuard guard(lock_);
-    EntryCheckpoint& place = set.kept[number / set.interval];
+    EntryCheckpoint& place = set.kept[checkpoint.block / set.interval];
     if (place.state || held_ + bytes > most_bytes) return;
     held_ += bytes;
     place = std::move(checkpoint);
 }
 
-EntryCheckpoint PackCheckpoints::find(const EntryCheckpoints& set, std::uint32_t number, std::uint32_t after,
-                                      std::uint32_t& found) {
+EntryCheckpoint PackCheckpoints::find(const EntryCheckpoints& set, std::uint64_t number, std::uint64_t after) {
     const platform::LockGuard guard(lock_);
-    std::size_t i = std::min<std::size_t>(number / set.interval, set.kept.size() - 1);
-    while (i > 0 && !set.kept[i].state) --i;
-    found = static_cast<std::uint32_t>(i) * set.interval;
-    return found > after ? set.kept[i] : EntryCheckpoint{};
+    std::uint64_t i = std::min<std::uint64_t>(number / set.interval, set.kept.size() - 1);
+    while (i > 0 && !set.kept[static_cast<std::size_t>(i)].state) --i;
+    return i * set.interval > after ? set.kept[static_cast<std::size_t>(i)] : EntryCheckpoint{};
 }
 
 struct WholeDecoders::Worker {

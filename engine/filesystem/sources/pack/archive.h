@@ -5,13 +5,42 @@
 #include <vector>
 
 #include <engine/filesystem/formats/pack_method.h>
+#include <engine/filesystem/sources/pack.h>
 
 #include "engine/filesystem/formats/decoder.h"
+#include "engine/filesystem/sources/names/name_table.h"
 #include "engine/filesystem/sources/pack/store.h"
-#include "engine/filesystem/sources/pack/table.h"
 #include "engine/platform/threads.h"
 
+// What a mounted pack is made of. table.cpp reads its directory, archive.cpp keeps what its open files share, reader.cpp
+// reads entries; the bytes come from store.h.
+
 namespace fs {
+
+/// One file of a pack; its name is in the table of names.
+struct PackEntry {
+    std::uint32_t header_offset = 0;
+    std::uint32_t size = 0;
+    std::uint32_t packed_size = 0;
+    std::uint32_t crc = 0;    // of the plain bytes
+    std::uint32_t state = 0;  // PackArchive's; changes once, when the entry is first opened
+};
+
+/// The files of a pack, known by their numbers in the table of names. That has them in the order of their names, and
+/// between equal names of their directories, since a lookup takes the first that was added. Nothing but the entries'
+/// states changes once it is built.
+struct PackTable {
+    NameTable names;  // in lower case; each file's value is its entry
+    std::vector<PackEntry> entries;
+
+    PackEntry& entry(std::uint32_t file) { return entries[names.value(file)]; }
+};
+
+/// Reads the directory of an open pack. May throw std::bad_alloc, or StoredFailure, whose reason says what the file is
+/// instead of a pack; so the next.
+PackTable read_table(const PackStore& store);
+/// The files as the pack's directory tells them, in its order.
+ztl::vector<SFsPackEntry> list_entries(const PackStore& store);
 
 /// Where the bytes of one entry lie and what they are.
 struct PackedData {
@@ -25,6 +54,7 @@ struct PackedData {
 struct EntryCheckpoint {
     std::shared_ptr<const Decoder::Checkpoint> state;  // null for none
     std::uint32_t consumed = 0;                        // packed bytes that the decoder had taken
+    std::uint32_t block = 0;                           // that begins here
 };
 
 /// States of one entry's decoding at the beginnings of some of its blocks. They are taken as decoding passes and shared
@@ -47,10 +77,10 @@ public:
     std::shared_ptr<EntryCheckpoints> of(std::uint32_t entry, std::uint32_t size);
     /// Whether block `number` is one whose beginning is kept and not known yet.
     bool wants(const EntryCheckpoints& set, std::uint32_t number);
-    /// Keeps the state at the beginning of block `number`, if there is room for it.
-    void add(EntryCheckpoints& set, std::uint32_t number, EntryCheckpoint checkpoint);
-    /// The latest one after block `after` and at or before block `number`, and in `found` its block.
-    EntryCheckpoint find(const EntryCheckpoints& set, std::uint32_t number, std::uint32_t after, std::uint32_t& found);
+    /// Keeps a checkpoint that is wanted, if there is room for it.
+    void add(EntryCheckpoints& set, EntryCheckpoint checkpoint);
+    /// The latest one after block `after` and at or before block `number`.
+    EntryCheckpoint find(const EntryCheckpoints& set, std::uint64_t number, std::uint64_t after);
 
 private:
     void make_room() ENGINE_REQUIRES(lock_);
@@ -110,6 +140,32 @@ private:
     PackTable table_;
     PackCheckpoints checkpoints_;
     WholeDecoders whole_decoders_;
+};
+
+/// Why an entry did not give what its directory promises.
+enum class PackFault : std::uint8_t { NONE, DAMAGED, ENDS_EARLY, CHECKSUM, PACK_IS_SHORT, IO };
+
+/// Reads one entry: what an open file of a pack has, once it is read from.
+/// Threads  one at a time.
+class EntryReader {
+public:
+    static constexpr std::uint32_t block_size = 32768;
+    static constexpr std::uint32_t input_size = 16384;  // blocks are filled from pieces of the input of this size
+
+    /// The reader that the method of a file that was located asks for. `exact_seeks`: a stored entry is read at the
+    /// position asked for. May throw std::bad_alloc.
+    static std::unique_ptr<EntryReader> create(PackArchive& archive, std::uint32_t file, bool exact_seeks);
+    virtual ~EntryReader() = default;
+
+    /// Reads `count` bytes, which the entry's size allows, at `position`. Bytes delivered.
+    virtual std::uint64_t read(std::uint64_t position, std::uint8_t* buffer, std::uint64_t count) = 0;
+    /// The caller moved to `position`.
+    virtual void seek(std::uint64_t position) = 0;
+    /// What went wrong in the last read.
+    PackFault fault() const { return fault_; }
+
+protected:
+    PackFault fault_ = PackFault::NONE;
 };
 
 }  // namespace fs

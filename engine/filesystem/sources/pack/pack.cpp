@@ -1,6 +1,6 @@
 // A pack source: a zip file whose directory is read once, when it is mounted, into a table that never changes
-// (table.h). Its bytes are reached through one store (store.h), and an open file decodes its entry in blocks of 32 KiB
-// (reader.h) or, when it is read whole, in one go (archive.h).
+// (table.cpp). Its bytes are reached through one store (store.h), and an open file decodes its entry in blocks of 32 KiB
+// (reader.cpp) or, when it is read whole, in one go (archive.cpp).
 //
 // The invariant: whichever way the bytes of an entry come, a caller sees what the block decoder would give, in results,
 // positions and failures.
@@ -22,7 +22,6 @@
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/pack/archive.h"
-#include "engine/filesystem/sources/pack/reader.h"
 #include "engine/filesystem/watch/watching.h"
 #include "engine/kernel/bytes.h"
 #include "engine/kernel/text.h"

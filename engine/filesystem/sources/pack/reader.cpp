@@ -1,4 +1,4 @@
-#include "engine/filesystem/sources/pack/reader.h"
+#include "engine/filesystem/sources/pack/archive.h"
 
 #include <algorithm>
 #include <cstring>
@@ -7,7 +7,6 @@
 
 #include "engine/filesystem/formats/inflate.h"
 #include "engine/filesystem/formats/zstd.h"
-#include "engine/filesystem/sources/pack/archive.h"
 
 // Words: a block is full when it holds 32 KiB; the current block is the one that reading stands in; its read position
 // may lag behind the position asked for, and the next read catches up by decoding.
@@ -207,12 +206,9 @@ private:
     bool jump(std::uint64_t number, std::uint64_t after) {
         if (!frames_.starts.empty()) return jump_to_frame(number, after);
         if (!own_checkpoints_) return false;
-        std::uint32_t found = 0;
-        const auto last_passed = static_cast<std::uint32_t>(after == no_block ? 0 : after);
-        const EntryCheckpoint checkpoint =
-            checkpoints_.find(*own_checkpoints_, static_cast<std::uint32_t>(number), last_passed, found);
+        const EntryCheckpoint checkpoint = checkpoints_.find(*own_checkpoints_, number, after == no_block ? 0 : after);
         if (!checkpoint.state) return false;
-        start_at(found, checkpoint.consumed, checkpoint.state.get());
+        start_at(checkpoint.block, checkpoint.consumed, checkpoint.state.get());
         return true;
     }
     bool jump_to_frame(std::uint64_t number, std::uint64_t after) {
@@ -249,9 +245,9 @@ private:
         const auto number = static_cast<std::uint32_t>(blocks_[current_].number);
         if (!own_checkpoints_ || tainted_ || !checkpoints_.wants(*own_checkpoints_, number)) return;
         try {
-            EntryCheckpoint checkpoint{.state = decoder_->save(),
-                                       .consumed = loaded_ - static_cast<std::uint32_t>(left_)};
-            if (checkpoint.state) checkpoints_.add(*own_checkpoints_, number, std::move(checkpoint));
+            EntryCheckpoint checkpoint{
+                .state = decoder_->save(), .consumed = loaded_ - static_cast<std::uint32_t>(left_), .block = number};
+            if (checkpoint.state) checkpoints_.add(*own_checkpoints_, std::move(checkpoint));
         } catch (const std::bad_alloc&) {  // then a seek will take longer
         }
     }

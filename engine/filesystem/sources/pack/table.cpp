@@ -1,4 +1,4 @@
-#include "engine/filesystem/sources/pack/table.h"
+#include "engine/filesystem/sources/pack/archive.h"
 
 #include <algorithm>
 #include <string>
