@@ -12,7 +12,6 @@
 
 #include <zlib.h>
 
-#include "bytes.h"
 #include "connection.h"
 
 namespace fs::http {

@@ -5,9 +5,6 @@
 #include <random>
 #include <utility>
 
-#include "bytes.h"
-#include "url.h"
-
 namespace fs::http {
 
 namespace {
@@ -54,11 +51,8 @@ private:
     std::string bytes_;
 };
 
-RemotePack::RemotePack(const std::string& url, std::string cache_dir, options how)
-    : url_(encoded_url(url)),
-      cache_dir_(std::move(cache_dir)),
-      kept_name_(hashed_name(how.name.empty() ? url : how.name) + ".blocks"),
-      how_(std::move(how)) {}
+RemotePack::RemotePack(std::string url, std::string cache_dir, std::string kept_name, options how)
+    : url_(std::move(url)), cache_dir_(std::move(cache_dir)), kept_name_(std::move(kept_name)), how_(std::move(how)) {}
 
 RemotePack::~RemotePack() {
     {

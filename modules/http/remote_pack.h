@@ -23,7 +23,8 @@ namespace fs::http {
 /// its own; readers wait until their blocks are there.
 class RemotePack final : public pack_reader {
 public:
-    RemotePack(const std::string& url, std::string cache_dir, options how);
+    /// `url` is encoded, and "" when it is none of http or https; `kept_name` is that of the file of blocks.
+    RemotePack(std::string url, std::string cache_dir, std::string kept_name, options how);
 
     std::uint64_t length() override;
     std::int64_t read_at(std::uint64_t offset, void* to, std::uint64_t size) override;
@@ -58,9 +59,9 @@ private:
     void work(std::unique_ptr<Connection> connection);
     Result run(Connection& connection, Job& job);
 
-    const std::string url_;  // "" when it is none of http or https
+    const std::string url_;
     const std::string cache_dir_;
-    const std::string kept_name_;  // of the file of blocks
+    const std::string kept_name_;
     const options how_;
     Version version_;
     BlockCache cache_;
