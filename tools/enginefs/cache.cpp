@@ -8,13 +8,7 @@
 #include <system_error>
 #include <vector>
 
-#include <engine/filesystem.h>
-
-#include "commands.h"
-#include "names.h"
-#include "output.h"
-#include "report.h"
-#include "result.h"
+#include "command.h"
 
 namespace {
 
@@ -64,8 +58,7 @@ bool show_listings(const std::vector<Recorded>& listings) {
     Listing listing;
     listing.note("       bytes  written               directory, and its listing");
     for (const Recorded& one : listings) {
-        std::error_code error;
-        const std::string time = time_text(stdfs::last_write_time(fs::to_path(one.path), error));
+        const std::string time = time_on_disk(one.path);
         const std::string directory = directory_in(one.path);
         const std::string columns = formatted("%12" PRIu64 "  %s  ", one.size, time.c_str());
         const std::string shown_directory = directory.empty() ? "(damaged)" : shown(directory, Color::DIRECTORY);
@@ -115,6 +108,6 @@ void add_cache_commands(Commands& commands) {
         return added;
     };
     add("build", "Make the place for them and mount the sources of --add, so that each is recorded", build);
-    cache.add_forms(add("show", "Show the recorded listings with their sizes", show), "The places");
+    cache.add_forms(add("show", "Show the recorded listings with their sizes", show).app, "The places");
     add("drop", "Remove the recorded listings; the next mounts read the disk", drop);
 }

@@ -4,12 +4,7 @@
 
 #include <zlib.h>
 
-#include <engine/filesystem.h>
-
-#include "commands.h"
-#include "names.h"
-#include "output.h"
-#include "report.h"
+#include "command.h"
 
 namespace {
 

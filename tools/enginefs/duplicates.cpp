@@ -6,14 +6,7 @@
 #include <map>
 #include <vector>
 
-#include <engine/filesystem.h>
-
-#include "commands.h"
-#include "equal.h"
-#include "names.h"
-#include "report.h"
-#include "result.h"
-#include "terminal.h"
+#include "command.h"
 
 namespace {
 
@@ -104,5 +97,5 @@ void add_duplicates_command(Commands& commands) {
     CLI::Option* const names_only =
         added->add_flag("--names", added.given.names_only, "Only the names, which costs no reading");
     added->add_flag("--content", added.given.content_only, "Only the content")->excludes(names_only);
-    commands.add_json(added);
+    commands.add_json(added.app);
 }

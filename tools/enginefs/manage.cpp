@@ -9,14 +9,7 @@
 #include <system_error>
 #include <utility>
 
-#include <engine/filesystem.h>
-
-#include "commands.h"
-#include "interruption.h"
-#include "names.h"
-#include "report.h"
-#include "result.h"
-#include "terminal.h"
+#include "command.h"
 
 namespace {
 
@@ -196,7 +189,7 @@ void add_manage_commands(Commands& commands) {
 
     const auto checksum = commands.add("crc", "Print CRC-32, size and name of files", crc);
     checksum->add_option("NAME", checksum.given.names)->required();
-    commands.add_forms(checksum);
+    commands.add_forms_of_files(checksum);
 
     const auto set =
         commands.add("touch", "Set the write time of files, which are made, empty, when no source holds them", touch);

@@ -5,24 +5,22 @@
 #include <algorithm>
 #include <chrono>
 #include <cinttypes>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
+#include <new>
 #include <set>
 #include <sstream>
 #include <system_error>
-
-#include <engine/filesystem.h>
-
-#include "compressor.h"
-#include "interruption.h"
-#include "report.h"
-#include "result.h"
-#include "terminal.h"
+#include <thread>
 
 namespace {
 
 namespace stdfs = std::filesystem;
 
 constexpr std::size_t most_entries = 65535;
+constexpr std::uint64_t most_held = 256u << 20;  // bytes of files that are packed and not yet written
+constexpr std::size_t most_ahead = 4096;         // files
 // 1980-01-01, where the time of a zip begins: the time of every entry when the pack must not depend on it.
 constexpr std::int64_t fixed_time = 119600064000000000;
 
@@ -44,6 +42,13 @@ SFsPacking packing_of(const Packing& how) {
             .worth = how.worth};
 }
 
+/// A file on its way into a pack.
+struct PackedFile {
+    std::string error;  // not "": why it cannot be packed
+    SFsPackedEntry entry{};
+    std::int64_t time = 0;
+};
+
 PackedFile make_file(const Tree& tree, const std::string& name, bool deterministic, const SFsPacking& how,
                      fs::entry_packer& packer) {
     PackedFile file;
@@ -59,6 +64,84 @@ PackedFile make_file(const Tree& tree, const std::string& name, bool determinist
     if (file.time < 0) file.error = "its time cannot be told: " + fs::last_error().text;
     return file;
 }
+
+/// Packs files on every core that gives a thread, and hands them out in their order. What is finished or under way is
+/// bounded.
+class Compressor {
+public:
+    /// Makes one file; called from several threads, which have a packer each.
+    using Make = std::function<PackedFile(std::size_t index, fs::entry_packer& packer)>;
+
+    Compressor(std::size_t count, Make make) : make_(std::move(make)), files_(count) {
+        const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+        try {
+            while (threads_.size() < cores) threads_.emplace_back([this] { work(); });
+        } catch (const std::exception&) {
+            // The system gives no more threads: those that started do the work, or take() itself.
+        }
+    }
+    Compressor(const Compressor&) = delete;
+    Compressor& operator=(const Compressor&) = delete;
+    ~Compressor() {
+        const std::lock_guard lock(mutex_);
+        next_ = files_.size();
+        changed_.notify_all();
+    }
+
+    /// Waits for file `index` and takes it; called once for each, in ascending order.
+    PackedFile take(std::size_t index) {
+        if (threads_.empty()) {
+            fs::entry_packer packer;
+            return make(index, packer);
+        }
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return files_[index].has_value(); });
+        PackedFile file = *std::move(files_[index]);
+        held_ -= file.entry.bytes.size();
+        files_[index].reset();
+        taken_ = index + 1;
+        changed_.notify_all();
+        return file;
+    }
+
+private:
+    void work() {
+        fs::entry_packer packer;
+        for (std::size_t index = 0; next_index(index);) {
+            PackedFile file = make(index, packer);
+            const std::lock_guard lock(mutex_);
+            held_ += file.entry.bytes.size();
+            files_[index] = std::move(file);
+            changed_.notify_all();
+        }
+    }
+
+    PackedFile make(std::size_t index, fs::entry_packer& packer) const try {
+        return make_(index, packer);
+    } catch (const std::bad_alloc&) {
+        return {.error = "no memory"};  // short enough to take none
+    }
+
+    /// Waits until another file may be begun. The one that is waited for may always be, or nothing would move.
+    bool next_index(std::size_t& index) {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] {
+            return next_ == files_.size() || next_ == taken_ || (held_ < most_held && next_ - taken_ < most_ahead);
+        });
+        if (next_ == files_.size()) return false;
+        index = next_++;
+        return true;
+    }
+
+    const Make make_;
+    std::mutex mutex_;  // guards all below
+    std::condition_variable changed_;
+    std::vector<std::optional<PackedFile>> files_;  // that are finished and were not taken
+    std::size_t next_ = 0;                          // the first file that nobody works on
+    std::size_t taken_ = 0;                         // files handed out
+    std::uint64_t held_ = 0;                        // bytes of those that are finished
+    std::vector<std::jthread> threads_;             // the first to go
+};
 
 /// The packs that are made: OUT, and behind it OUT.2, OUT.3 and so on, before the extension, where one would not do.
 class Volumes {

@@ -22,7 +22,5 @@ private:
     bool run_chosen() const;
 
     CLI::App app_;
-    SessionOptions options_;
-    Style style_;
-    Chosen chosen_;
+    CommandLine line_;
 };

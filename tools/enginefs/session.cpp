@@ -1,11 +1,10 @@
 #include "session.h"
 
-#include <cstdio>
+#include <algorithm>
 #include <optional>
 
 #include <engine/filesystem.h>
 
-#include "interruption.h"
 #include "names.h"
 #include "report.h"
 
@@ -13,13 +12,6 @@ namespace {
 
 constexpr auto mount_flags =
     FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES | FFSAddSourceFlags::EXACT_SEEKS;
-
-/// Log lines end as log files want it; standard error ends its lines as the system does.
-void print_message(Log::ELevel::TYPE, const char*, const char* text) {
-    std::string lines = text;
-    std::erase(lines, '\r');
-    std::fputs(lines.c_str(), stderr);
-}
 
 bool is_url(const std::string& path) {
     const std::string name = lower_case(path);
@@ -45,11 +37,6 @@ bool (*mount_url)(const std::string& url, FFSAddSourceFlags::ENUM flags) = nullp
 bool is_pack_name(const std::string& path) {
     const std::string name = lower_case(path);
     return name.ends_with(".pak") || name.ends_with(".mpak");
-}
-
-void show_messages(const std::string& level) {
-    Log::Settings::Instance().SetLevel(level == "all" ? Log::ELevel::VERE : CrashLevelFromName(level.c_str()));
-    LogSetPrintCallback(print_message);
 }
 
 /// A mount that answers true may still have left names out, and says so.
@@ -90,6 +77,13 @@ bool Session::mount(const SessionOptions& options) {
     for (const std::string& path : options.sources)
         if (!add(path)) return false;
     return !Interruption::requested() || fail("interrupted", "the rest is as it was");
+}
+
+bool watch_sources() {
+    return std::ranges::all_of(all_sources(), [](const SFsSourceInfo& source) {
+        const std::string path = place_of(source);
+        return path.empty() || attempt(path, "it cannot be watched", [&] { return fs::watch(path.c_str(), true); });
+    });
 }
 
 Session::~Session() {

@@ -2,10 +2,9 @@
 
 #include <system_error>
 
-#include "commands.h"
+#include "command.h"
 #include "mount/fuse/sources.h"
 #include "mount/view.h"
-#include "report.h"
 
 namespace {
 
@@ -53,7 +52,7 @@ bool mount(const Given& given) {
     Session session;
     if (!session.mount(options_of_session)) return false;
     Sources sources(options_of_session);
-    if (given.follow && !sources.watch()) return false;
+    if (given.follow && !watch_sources()) return false;
     const std::shared_ptr<const Table> table = sources.table();
     tell_hidden(*table);
     if (given.follow)

@@ -8,7 +8,6 @@
 
 #include "mount/view.h"
 #include "report.h"
-#include "result.h"
 
 bool Detached::start() {
     int ends[2];

@@ -23,8 +23,6 @@ public:
 
     /// Gives up what packs list, which is not asked for again where nothing follows the disk.
     void forget() { packs_.clear(); }
-    /// Has them follow the disk. False, with a word on standard error, when one cannot be watched.
-    bool watch() const;
     /// The table after what has changed on the disk, which is asked for no more than that; null where nothing has.
     std::shared_ptr<const Table> changes(const Table& before);
 

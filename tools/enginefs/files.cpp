@@ -1,16 +1,17 @@
-#include "output.h"
+#include "files.h"
 
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <fstream>
 #include <random>
 #include <system_error>
-
-#include <engine/filesystem.h>
-
-#include "report.h"
-#include "terminal.h"
 
 namespace stdfs = std::filesystem;
 
 namespace {
+
+constexpr std::size_t piece_size = 1u << 20;
 
 /// What a name has behind it while its file is being made.
 const std::string& suffix() {
@@ -44,11 +45,105 @@ bool make_directories(const stdfs::path& root, const std::string& name) {
 
 }  // namespace
 
+bool fail_to_read(const std::string& name, const std::string& otherwise) {
+    return fs::last_error().code == EFSError::NOT_FOUND ? fail_not_held(name) : fail_with_last_error(name, otherwise);
+}
+
+fs::file_ptr open_file(const std::string& name) {
+    fs::clear_error();
+    fs::file_ptr file = fs::open_file(name.c_str(), EFSMode::READ);
+    if (file == nullptr) fail_to_read(name);
+    return file;
+}
+
+std::uint64_t size_to_watch(const std::vector<std::string>& names) {
+    std::uint64_t total = 0;
+    for (std::size_t i = 0; is_terminal(2) && i < names.size(); ++i) {
+        const std::uint64_t size = fs::length(fs::open_file(names[i].c_str(), EFSMode::READ).get());
+        total += size != failed ? size : 0;
+    }
+    return total;
+}
+
+bool read_to_end(SFsFile* file, const std::string& name, const TakeBytes& take) {
+    const std::uint64_t length = fs::length(file);
+    std::uint64_t at = fs::tell(file);
+    std::vector<char> buffer(piece_size);
+    for (;;) {
+        fs::clear_error();
+        const std::uint64_t got = fs::read(file, buffer.data(), buffer.size());
+        // Bytes may come and be known as damaged. What takes them may use the library, which forgets that.
+        const SFsError error = fs::last_error();
+        if (got != failed && got != 0 && !take(buffer.data(), got)) return false;
+        if (got == failed || error.code != EFSError::NONE)
+            return fail(name, error.text.empty() ? "it cannot be read" : error.text);
+        if (got == 0) break;
+        at += got;
+    }
+    return length == failed || at == length ||
+           fail(name, "it ended after " + std::to_string(at) + " of " + std::to_string(length) + " bytes");
+}
+
+bool read_lines(const std::string& path, std::vector<std::string>& lines) {
+    std::ifstream in(fs::to_path(path));
+    if (!in) return fail(path, "it cannot be read");
+    for (std::string line; std::getline(in, line);) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (!line.empty()) lines.push_back(line);
+    }
+    return !in.bad() || fail(path, "it cannot be read");  // a directory, say
+}
+
+bool same_bytes(SFsFile* first, SFsFile* second, const std::string& told) {
+    const auto fail_if = [&told](bool is_bad) {
+        if (!is_bad) return;
+        fail_with_last_error(told, "it cannot be read");
+        throw CommandFailed();
+    };
+    const auto read = [&](SFsFile* file, std::vector<char>& piece) {
+        const std::uint64_t got = fs::read(file, piece.data(), piece_size);
+        fail_if(got == failed || fs::last_error().code != EFSError::NONE);
+        return got;
+    };
+    fail_if(first == nullptr || second == nullptr);
+    fs::clear_error();
+    std::vector<char> one(piece_size), other(piece_size);
+    for (;;) {
+        const std::uint64_t got = read(first, one);
+        if (read(second, other) != got) return false;
+        if (got == 0) return true;
+        if (std::memcmp(one.data(), other.data(), static_cast<std::size_t>(got)) != 0) return false;
+    }
+}
+
+std::string time_on_disk(const std::string& place) {
+    using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
+    constexpr std::int64_t from_1601_to_1970 = 116'444'736'000'000'000;
+    std::error_code error;
+    const stdfs::file_time_type time = stdfs::last_write_time(fs::to_path(place), error);
+    if (error) return "";
+    const auto since_1970 = std::chrono::file_clock::to_sys(std::chrono::time_point_cast<Ticks>(time));
+    const std::string text = time_text(since_1970.time_since_epoch().count() + from_1601_to_1970);
+    return text.empty() ? "" : text + "Z";
+}
+
+std::string time_text(std::int64_t ticks) {
+    std::string text = ask("a time", [&] { return fs::get_time_as_str(ticks); });
+    return text.empty() ? text : text.replace(10, 1, "T");
+}
+
 std::string safe_name(const std::string& name) {
     if (name.find('\0') != std::string::npos || name.find(':') != std::string::npos) return "";
     std::string out = normalised(name, /*keep_case*/ true);
     const bool climbs = out == ".." || out.compare(0, 3, "../") == 0;
     return out.empty() || out[0] == '/' || climbs ? "" : out;
+}
+
+bool make_directory(const std::string& told, const stdfs::path& path) {
+    std::error_code error, unknown;
+    stdfs::create_directories(path, error);
+    return stdfs::is_directory(path, unknown) ||
+           fail(told, "it cannot be made a directory" + (error ? ": " + error.message() : ""));
 }
 
 Output::~Output() {
@@ -78,10 +173,7 @@ bool Output::open_below(const stdfs::path& root, const std::string& name) {
 
 bool Output::create(const std::string& name, const std::function<SFsFile*()>& open) {
     name_ = name;
-    return attempt(name_, "it cannot be created", [&] {
-        file_.reset(open());
-        return file_ != nullptr;
-    });
+    return attempt(name_, "it cannot be created", [&] { return (file_ = fs::file_ptr(open())) != nullptr; });
 }
 
 bool Output::write(const void* data, std::uint64_t size) {
@@ -101,19 +193,16 @@ bool Output::write(const void* data, std::uint64_t size) {
 
 bool Output::finish() {
     const auto commit = [this] { return fs::commit(file_.release()); };
-    if (!attempt(name_, "it cannot be written", commit) || !put_in_place()) return false;
-    beside_.clear();
-    return true;
-}
-
-bool Output::put_in_place() {
+    if (!attempt(name_, "it cannot be written", commit)) return false;
     if (beside_.empty()) return true;
     std::error_code error;
     const stdfs::file_status before = stdfs::status(place_, error);
     if (stdfs::exists(before)) stdfs::permissions(beside_, before.permissions(), error);
     if (time_) stdfs::last_write_time(beside_, *time_, error);
     stdfs::rename(beside_, place_, error);
-    return !error || fail(name_, "it cannot be replaced: " + error.message());
+    if (error) return fail(name_, "it cannot be replaced: " + error.message());
+    beside_.clear();
+    return true;
 }
 
 bool copy_to(Output& output, const FromTo& given, const char* label, const TakeBytes& take, FFSOpenFlags::FLAGS flags) {
@@ -129,11 +218,4 @@ bool copy_to(Output& output, const FromTo& given, const char* label, const TakeB
         progress.add(size);
         return take(data, size);
     });
-}
-
-bool make_directory(const std::string& told, const stdfs::path& path) {
-    std::error_code error, unknown;
-    stdfs::create_directories(path, error);
-    return stdfs::is_directory(path, unknown) ||
-           fail(told, "it cannot be made a directory" + (error ? ": " + error.message() : ""));
 }
