@@ -3,10 +3,8 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <system_error>
-#include <vector>
 
 #include "command.h"
 
@@ -89,11 +87,8 @@ bool show(const Given& given) {
 }
 
 bool drop(const Given& given) {
-    return for_all(listings_in(directory_of(given), true), [](const Recorded& listing) {
-        std::error_code error;
-        return stdfs::remove(fs::to_path(listing.path), error) ||
-               fail(listing.path, "it cannot be removed: " + error.message());
-    });
+    return for_all(listings_in(directory_of(given), true),
+                   [](const Recorded& listing) { return remove_on_disk(listing.path); });
 }
 
 }  // namespace

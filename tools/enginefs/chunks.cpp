@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cinttypes>
-#include <vector>
 
 #include "command.h"
 

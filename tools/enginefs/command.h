@@ -36,10 +36,16 @@ struct Names {
     std::vector<std::string> names;
 };
 
-/// An option that may be given several times, with one value each.
-inline CLI::Option* add_repeatable(CLI::App* app, const char* name, std::vector<std::string>& values,
-                                   const char* help) {
-    return app->add_option(name, values, help)->expected(1)->take_all();
+/// An option, spelled with what it takes: "--order FILE".
+template <class Value>
+CLI::Option* add_option(CLI::App* app, const std::string& spelled, Value& value, const std::string& help) {
+    const std::size_t blank = spelled.find(' ');
+    return app->add_option(spelled.substr(0, blank), value, help)->type_name(spelled.substr(blank + 1));
+}
+/// One that may be given several times, with a value each.
+inline void add_repeatable(CLI::App* app, const std::string& spelled, std::vector<std::string>& values,
+                           const std::string& help) {
+    add_option(app, spelled, values, help)->expected(1)->take_all();
 }
 
 /// Where commands are added: the parser, or a group of commands in it.

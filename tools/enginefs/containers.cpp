@@ -2,9 +2,6 @@
 
 #include <charconv>
 #include <cinttypes>
-#include <functional>
-#include <memory>
-#include <optional>
 #include <system_error>
 
 #include "command.h"

@@ -2,9 +2,6 @@
 
 #include <algorithm>
 #include <cinttypes>
-#include <functional>
-#include <map>
-#include <vector>
 
 #include "command.h"
 

@@ -13,12 +13,6 @@ namespace {
 
 constexpr std::size_t piece_size = 1u << 20;
 
-/// What a name has behind it while its file is being made.
-const std::string& suffix() {
-    static const std::string text = formatted(".%08x", static_cast<unsigned>(std::random_device()()));
-    return text;
-}
-
 /// Whether a file may be made in the place of the one that has the name, if one has.
 bool may_replace(const std::string& name) {
     if (is_directory(name)) return fail(name, "it is a directory");
@@ -146,6 +140,11 @@ bool make_directory(const std::string& told, const stdfs::path& path) {
            fail(told, "it cannot be made a directory" + (error ? ": " + error.message() : ""));
 }
 
+bool remove_on_disk(const std::string& place) {
+    std::error_code error;
+    return stdfs::remove(fs::to_path(place), error) || fail(place, "it cannot be removed: " + error.message());
+}
+
 Output::~Output() {
     fs::discard(file_.release());
     std::error_code error;
@@ -160,10 +159,9 @@ bool Output::open(const std::string& name, FFSOpenFlags::FLAGS flags) {
 
 bool Output::open_below(const stdfs::path& root, const std::string& name) {
     place_ = root / fs::to_path(name);
-    std::error_code error;
     if (!make_directories(root, name)) return false;
-    if (stdfs::is_symlink(stdfs::symlink_status(place_, error))) stdfs::remove(place_, error);
-    const std::string beside = fs::from_path(place_) + suffix();
+    static const std::string suffix = formatted(".%08x", static_cast<unsigned>(std::random_device()()));
+    const std::string beside = fs::from_path(place_) + suffix;
     stdfs::path made = fs::to_path(beside);  // what removes it later takes no memory
     const auto open = [&] { return fs::open_native(nullptr, beside.c_str(), EFSMode::WRITE, FFSOpenFlags::CREATE); };
     if (!create(fs::from_path(place_), open)) return false;
@@ -196,8 +194,11 @@ bool Output::finish() {
     if (!attempt(name_, "it cannot be written", commit)) return false;
     if (beside_.empty()) return true;
     std::error_code error;
-    const stdfs::file_status before = stdfs::status(place_, error);
-    if (stdfs::exists(before)) stdfs::permissions(beside_, before.permissions(), error);
+    const stdfs::file_status before = stdfs::symlink_status(place_, error);
+    if (stdfs::is_symlink(before))
+        stdfs::remove(place_, error);
+    else if (stdfs::exists(before))
+        stdfs::permissions(beside_, before.permissions(), error);
     if (time_) stdfs::last_write_time(beside_, *time_, error);
     stdfs::rename(beside_, place_, error);
     if (error) return fail(name_, "it cannot be replaced: " + error.message());

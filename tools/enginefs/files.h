@@ -73,6 +73,9 @@ std::string safe_name(const std::string& name);
 /// Makes a directory of the disk, and those above it. False, with a word of `told`, when it is none then.
 bool make_directory(const std::string& told, const std::filesystem::path& path);
 
+/// Removes a file of the disk.
+bool remove_on_disk(const std::string& place);
+
 /// A file that is being made. It is written beside its place and put there by finish(), so that what is there stays whole
 /// until then, and stays when this ends before. A file of the mounted file system is on the disk by then; of the many below
 /// a directory each is not waited for.

@@ -1,7 +1,6 @@
 // sources, ls, find, stat, which: what is there, and who wins.
 
 #include <algorithm>
-#include <map>
 #include <set>
 
 #include "command.h"
@@ -210,7 +209,7 @@ void add_listing_commands(Commands& commands) {
 
     const auto ls = commands.add("ls", "List the files and directories of a directory, all sources merged", list);
     ls->add_option("NAME", ls.given.names, "Directories and files (default: the root)");
-    ls->add_option("--mask", ls.given.mask, "Only file names that match, with * and ?")->type_name("P");
+    add_option(ls.app, "--mask P", ls.given.mask, "Only file names that match, with * and ?");
     ls->add_flag("-r,--recursive", ls.given.recursive, "Everything below the directory");
     ls->add_flag("--long", ls.given.long_form, "Size of each file in bytes, and time in UTC");
     commands.add_forms_of_files(ls);

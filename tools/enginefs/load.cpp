@@ -2,11 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdint>
 #include <cstdlib>
-#include <functional>
-#include <map>
-#include <memory>
 
 #include "command.h"
 
@@ -201,14 +197,12 @@ void add_load_command(Commands& commands) {
     const auto added = commands.add(
         "load", "Load every file, or those named, on workers as a game would, and show how long that takes", load);
     added->add_option("NAMES", added.given.names, "The files to load (default: everything)");
-    added
-        ->add_option("--workers", added.given.workers,
-                     "How many workers decode (default: as many as the library takes)")
-        ->type_name("N");
-    added->add_option("--order", added.given.order, "Load the names of this list, in its order (see fs::record_access)")
-        ->type_name("FILE");
-    added->add_option("--urgent", added.given.urgent, "A file that a frame waits for; may be given several times")
-        ->type_name("NAME")
+    add_option(added.app, "--workers N", added.given.workers,
+               "How many workers decode (default: as many as the library takes)");
+    add_option(added.app, "--order FILE", added.given.order,
+               "Load the names of this list, in its order (see fs::record_access)");
+    add_option(added.app, "--urgent NAME", added.given.urgent,
+               "A file that a frame waits for; may be given several times")
         ->allow_extra_args(false);
     commands.add_json(added.app, "As a JSON object");
 }

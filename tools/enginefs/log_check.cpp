@@ -1,11 +1,7 @@
 // log-check: what each line of a logging configuration changes, which lines change nothing, and why.
 
 #include <algorithm>
-#include <map>
-#include <memory>
-#include <optional>
 #include <string_view>
-#include <vector>
 
 #include <engine/kernel/parser.h>
 

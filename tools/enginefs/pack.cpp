@@ -1,7 +1,6 @@
 // pack, diff, patch: packs of directories, and of what tells two trees apart.
 
 #include <algorithm>
-#include <map>
 #include <system_error>
 #include <unordered_map>
 
@@ -156,7 +155,7 @@ bool pack(const Pack& given) {
     Tree tree;
     if (!tree.open_directory(given.dir)) return false;
     std::vector<std::string> names = tree.names();
-    std::erase_if(names, [&](const std::string& name) { return !given.globs.take(name); });
+    const auto dropped = std::erase_if(names, [&](const std::string& name) { return !given.globs.take(name); });
     leave_out_packs(names, given.dir, given.out, given.how);
     PackCheck check(tree);
     check.look_for_unshown(given.dir, given.globs);
@@ -164,6 +163,8 @@ bool pack(const Pack& given) {
     if (check.errors() != 0 || (given.strict && check.findings() != 0))
         return fail(given.out,
                     "it is not made; see the " + counted(check.findings(), "finding", "findings") + " above");
+    if (names.empty() && (dropped != 0 || !given.globs.include.empty()))
+        return fail(given.out, "it is not made; --include and --exclude leave no file of " + given.dir);
     if (!tree.is_whole() || (!given.order.empty() && !apply_order(given.order, names))) return false;
     if (!given.dry_run) return write_packs(tree, names, check.total_bytes(), given.out, given.how);
     Listing listing;
@@ -258,6 +259,30 @@ bool patch(const Patch& given) {
     return write_packs(all.new_tree(), names, check.total_bytes(), given.out, given.how);
 }
 
+void add_packing_options(CLI::App* command, Packing& how) {
+    command
+        ->add_option("--method", how.method,
+                     "deflate, which every zip tool reads, or zstd, which is read faster and which zip tools of before "
+                     "2021 do not know (default: deflate)")
+        ->check(CLI::IsMember({"deflate", "zstd"}));
+    command->add_option("--level", how.level, "How hard to pack: 0 (store) to 12, usually 6; for zstd to 22, usually 9")
+        ->check(CLI::Range(0, 22));
+    add_option(command, "--worth P", how.worth,
+               "What packing must save of a file, in percent (default: 3); what saves less is only copied, and can be "
+               "sought in like the rest")
+        ->check(CLI::Range(0, 100));
+    add_option(command, "--store EXT,...", how.store,
+               "Store files with these extensions, for views of the pack without a copy. Do not seek far back in them: "
+               "unless the pack is mounted with EXACT_SEEKS, reading goes on from where it was");
+    command->add_flag("--deterministic", how.deterministic, "The same bytes for the same tree: no times");
+    command->add_flag(
+        "--split", how.split,
+        "Go on in OUT.2.pak, OUT.3.pak and so on where one pack would hold more than 65,535 files or 4 GiB");
+    add_option(command, "--split-size BYTES", how.split_size, "The same where one would pass this size, such as 600M")
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::Range(std::uint64_t{0}, std::uint64_t{INT64_MAX}, "at most 8 EiB"));  // a minus would wrap
+}
+
 /// The two trees that are compared.
 template <class Given>
 void add_trees(const Added<Given>& added) {
@@ -274,16 +299,12 @@ void add_pack_commands(Commands& commands) {
     added->add_option("OUT", given.out, "The pack to make, or to replace once the new one is whole")->required();
     added->add_option("DIR", given.dir, "The directory")->required();
     add_packing_options(added.app, given.how);
-    add_repeatable(added.app, "--include", given.globs.include,
-                   "Only what matches, or lies in a directory that does; repeatable")
-        ->type_name("GLOB");
-    add_repeatable(added.app, "--exclude", given.globs.exclude,
-                   "Nothing of what matches, which nobody is told of; repeatable")
-        ->type_name("GLOB");
-    added
-        ->add_option("--order", given.order,
-                     "Lay the names of this list out first, in its order (see fs::record_access)")
-        ->type_name("FILE");
+    add_repeatable(added.app, "--include GLOB", given.globs.include,
+                   "Only what matches, or lies in a directory that does; repeatable");
+    add_repeatable(added.app, "--exclude GLOB", given.globs.exclude,
+                   "Nothing of what matches, which nobody is told of; repeatable");
+    add_option(added.app, "--order FILE", given.order,
+               "Lay the names of this list out first, in its order (see fs::record_access)");
     added->add_flag("--strict", given.strict, "Make nothing where something in the directory would be missing");
     CLI::Option* const dry_run =
         added->add_flag("-n,--dry-run", given.dry_run, "Say what would go in, and what would not, and make nothing");

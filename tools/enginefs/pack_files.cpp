@@ -257,32 +257,3 @@ bool write_packs(const Tree& tree, const std::vector<std::string>& names, std::u
     return volumes.finish() && print(shown(out) + ": " + counted(names.size(), "file", "files") +
                                      volumes.summary(total_bytes) + formatted(", %.1f s\n", took.count()));
 }
-
-void add_packing_options(CLI::App* command, Packing& how) {
-    command
-        ->add_option("--method", how.method,
-                     "deflate, which every zip tool reads, or zstd, which is read faster and which zip tools of before "
-                     "2021 do not know (default: deflate)")
-        ->check(CLI::IsMember({"deflate", "zstd"}));
-    command->add_option("--level", how.level, "How hard to pack: 0 (store) to 12, usually 6; for zstd to 22, usually 9")
-        ->check(CLI::Range(0, 22));
-    command
-        ->add_option("--worth", how.worth,
-                     "What packing must save of a file, in percent (default: 3); what saves less is only copied, and "
-                     "can be sought in like the rest")
-        ->check(CLI::Range(0, 100))
-        ->type_name("P");
-    command
-        ->add_option("--store", how.store,
-                     "Store files with these extensions, for views of the pack without a copy. Do not seek far back in "
-                     "them: unless the pack is mounted with EXACT_SEEKS, reading goes on from where it was")
-        ->type_name("EXT,...");
-    command->add_flag("--deterministic", how.deterministic, "The same bytes for the same tree: no times");
-    command->add_flag(
-        "--split", how.split,
-        "Go on in OUT.2.pak, OUT.3.pak and so on where one pack would hold more than 65,535 files or 4 GiB");
-    command->add_option("--split-size", how.split_size, "The same where one would pass this size, such as 600M")
-        ->transform(CLI::AsSizeValue(false))
-        ->check(CLI::Range(std::uint64_t{0}, std::uint64_t{INT64_MAX}, "at most 8 EiB"))  // a minus would wrap
-        ->type_name("BYTES");
-}

@@ -18,11 +18,6 @@ bool is_url(const std::string& path) {
     return name.starts_with("http://") || name.starts_with("https://");
 }
 
-bool add_url(const std::string& url, FFSAddSourceFlags::ENUM flags) {
-    if (mount_url == nullptr) return fail("--add", "packs by URL are not available: built without HTTP");
-    return mount_url(url, flags);
-}
-
 bool check_directory(const std::string& told, const std::string& full) {
     if (full.size() > longest_path) return fail(told, "its full path is longer than 259 bytes");
     if (fs::native_does_file_exist(full.c_str()))
@@ -50,7 +45,9 @@ void Session::tell_unlisted(const std::string& told) {
 bool Session::add(const std::string& path) {
     // Sources given later stand behind those given earlier: what comes first on the line wins.
     constexpr auto flags = mount_flags | FFSAddSourceFlags::AFTER_SAME_TYPE;
-    if (is_url(path)) return add_url(path, flags);
+    if (is_url(path))
+        return mount_url != nullptr ? mount_url(path, flags)
+                                    : fail("--add", "packs by URL are not available: built without HTTP");
     const std::string full = full_native_path(path);
     if (!is_pack_name(full) && !check_directory(path, full)) return false;
     if (!attempt(path, "it cannot be mounted", [&] { return fs::add_source(full.c_str(), flags); })) return false;

@@ -62,8 +62,8 @@ bool run_watch(const Given& given) {
 
 void add_watch_command(Commands& commands) {
     const auto watch = commands.add("watch", "Print what changes in the sources, as it changes", run_watch);
-    watch->add_option("--quiet", watch.given.quiet_ms, "Wait until a name was not touched for so long (default: 50)")
-        ->type_name("MS");
-    watch->add_option("-n,--count", watch.given.count, "End after so many changes")->type_name("N");
+    add_option(watch.app, "--quiet MS", watch.given.quiet_ms,
+               "Wait until a name was not touched for so long (default: 50)");
+    add_option(watch.app, "-n,--count N", watch.given.count, "End after so many changes");
     commands.add_json(watch.app, "Each as a JSON object in a line");
 }

@@ -2,7 +2,6 @@
 // which do not. It is one text that reaches for nothing else, and whose names cannot act.
 
 #include <algorithm>
-#include <map>
 #include <string_view>
 #include <system_error>
 
@@ -359,14 +358,11 @@ void add_report_command(Commands& commands) {
     Given& given = added.given;
     given.session = &commands.session();
     added->add_option("OUT", given.out, "The page to make, such as report.html")->required();
-    add_repeatable(added.app, "--pack", given.packs,
+    add_repeatable(added.app, "--pack PACK", given.packs,
                    "A pack that stands before what the options --root and --add name, or alone when there are none; "
-                   "repeatable")
-        ->type_name("PACK");
-    added
-        ->add_option("--record", given.record,
-                     "The names that were read, one a line, in their order (see fs::record_access)")
-        ->type_name("FILE");
+                   "repeatable");
+    add_option(added.app, "--record FILE", given.record,
+               "The names that were read, one a line, in their order (see fs::record_access)");
     added->add_option("--title", given.title, "The title of the page");
     added->add_flag("--exact", given.exact, "Compare what seems equal byte by byte");
 }

@@ -1,7 +1,7 @@
 // Packs tell what they hold by their own lists. Directories are walked beside the library's names, which decide what is
 // shown: that asks the disk once for each file, where asking the library for its place and then the disk takes four times.
 
-#include "mount/fuse/sources.h"
+#include "mount/fuse/view.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -11,8 +11,6 @@
 #include <utility>
 
 #include <engine/filesystem/watch.h>
-
-#include "tree.h"
 
 namespace {
 
