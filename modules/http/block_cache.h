@@ -33,13 +33,10 @@ class BlockCache {
 public:
     static constexpr std::uint64_t block_size = 64 * 1024;
 
-    BlockCache() = default;
     ~BlockCache();
-    BlockCache(const BlockCache&) = delete;
-    BlockCache& operator=(const BlockCache&) = delete;
 
-    /// Opens the kept file of this name in `directory`; one without a name when that is "" or does not work.
-    void open(const std::string& directory, const std::string& name);
+    /// Opens the kept file of whoever has this name in `directory`; one without a name when that is "" or does not work.
+    void open(const std::string& directory, const std::string& whose);
     /// Whether an earlier run left something.
     bool is_kept() const;
     /// Drops what is of another version. Before anything below.
