@@ -16,7 +16,8 @@ constexpr std::size_t piece_size = 1u << 20;
 /// Whether a file may be made in the place of the one that has the name, if one has.
 bool may_replace(const std::string& name) {
     if (is_directory(name)) return fail(name, "it is a directory");
-    if (holders_of(name).empty()) return true;
+    const bool is_whole = name.starts_with("./");  // then it is not meant for the end of another
+    if (holders_of(name, is_whole ? FFSOpenFlags::WHOLE_NAME : FFSOpenFlags::NONE).empty()) return true;
     return can_change(name) && (!fs::read_only(name.c_str()) || fail(name, "it is read-only"));
 }
 

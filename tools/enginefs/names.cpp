@@ -143,9 +143,12 @@ bool for_each_file(std::vector<std::string> names, const std::function<bool(cons
 bool for_each_target(std::vector<std::string> names, const std::function<bool(const FromTo&)>& run, Rename rename) {
     std::string to = names.back();
     names.pop_back();
-    const bool is_into = to.ends_with('/') || is_directory(to), good = expand(names);
+    const bool is_into = is_root(to) || to.ends_with('/') || is_directory(to), good = expand(names);
     if (names.size() > 1 && !is_into) return fail(to, "it is no directory, which several files need");
-    if (is_into && !to.ends_with('/')) to += '/';
+    if (is_root(to))
+        to = "./";
+    else if (is_into && !to.ends_with('/'))
+        to += '/';
     std::set<std::string> made;
     const auto run_one = [&](const std::string& name) {
         const std::string own = name.substr(name.find_last_of("/\\") + 1);
