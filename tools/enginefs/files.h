@@ -81,9 +81,6 @@ bool remove_on_disk(const std::string& place);
 /// a directory each is not waited for.
 class Output {
 public:
-    Output() = default;
-    Output(const Output&) = delete;
-    Output& operator=(const Output&) = delete;
     ~Output();
 
     /// Begins a file of this virtual name: a new one in the first source, or in the place of the one that has the name.

@@ -80,8 +80,6 @@ public:
             // The system gives no more threads: those that started do the work, or take() itself.
         }
     }
-    Compressor(const Compressor&) = delete;
-    Compressor& operator=(const Compressor&) = delete;
     ~Compressor() {
         const std::lock_guard lock(mutex_);
         next_ = files_.size();
