@@ -6,13 +6,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 
 #include <zlib.h>
 
-#include "bytes.h"
 #include "connection.h"
 
 namespace fs::http {
@@ -54,17 +54,30 @@ std::uint32_t sum_of(const char* bytes, std::uint64_t size) {
     return std::max(sum, 1u);
 }
 
+std::uint64_t fnv1a(const std::string& text, std::uint64_t hash) {
+    for (const char byte : text) hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001B3;
+    return hash;
+}
+
+/// A file name of 32 hexadecimal digits for a text; which does not give the text away.
+std::string hashed_name(const std::string& text) {
+    char name[33];
+    std::snprintf(name, sizeof name, "%016llx%016llx", static_cast<unsigned long long>(fnv1a(text, 0xCBF29CE484222325)),
+                  static_cast<unsigned long long>(fnv1a(text, 0x9E3779B97F4A7C15)));
+    return name;
+}
+
 }  // namespace
 
 BlockCache::~BlockCache() {
     if (file_ >= 0) ::close(file_);
 }
 
-void BlockCache::open(const std::string& directory, const std::string& name) {
+void BlockCache::open(const std::string& directory, const std::string& whose) {
     if (!directory.empty()) {
         std::error_code error;
         std::filesystem::create_directories(directory, error);
-        file_ = open_alone(directory + "/" + name);
+        file_ = open_alone(directory + "/" + hashed_name(whose) + ".blocks");
     }
     has_name_ = file_ >= 0;
     if (!has_name_) file_ = open_nameless();

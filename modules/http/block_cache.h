@@ -8,6 +8,17 @@
 
 namespace fs::http {
 
+/// Little-endian numbers, in packs and in the file of fetched blocks.
+inline std::uint32_t load_u32(const char* bytes) {
+    std::uint32_t number = 0;
+    for (unsigned at = 4; at-- > 0;) number = number << 8 | static_cast<unsigned char>(bytes[at]);
+    return number;
+}
+
+inline void store_u32(char (&bytes)[4], std::uint32_t number) {
+    for (unsigned at = 0; at < 4; ++at) bytes[at] = static_cast<char>(number >> (8 * at));
+}
+
 struct Version;
 
 /// The blocks of one remote file that were fetched, in a sparse file: a page that says which version of which size they
@@ -22,13 +33,10 @@ class BlockCache {
 public:
     static constexpr std::uint64_t block_size = 64 * 1024;
 
-    BlockCache() = default;
     ~BlockCache();
-    BlockCache(const BlockCache&) = delete;
-    BlockCache& operator=(const BlockCache&) = delete;
 
-    /// Opens the kept file of this name in `directory`; one without a name when that is "" or does not work.
-    void open(const std::string& directory, const std::string& name);
+    /// Opens the kept file of whoever has this name in `directory`; one without a name when that is "" or does not work.
+    void open(const std::string& directory, const std::string& whose);
     /// Whether an earlier run left something.
     bool is_kept() const;
     /// Drops what is of another version. Before anything below.

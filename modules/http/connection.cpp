@@ -145,7 +145,38 @@ int on_progress(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
     return static_cast<const std::atomic<bool>*>(user)->load(std::memory_order_relaxed) ? 1 : 0;
 }
 
+using Url = std::unique_ptr<CURLU, void (*)(CURLU*)>;
+
+std::string part_of(const Url& url, CURLUPart part) {
+    char* text = nullptr;
+    if (curl_url_get(url.get(), part, &text, 0) != CURLUE_OK) return "";
+    const std::unique_ptr<char, void (*)(void*)> owner(text, curl_free);
+    return text;
+}
+
+/// Null when it is none of http or https. Blanks and the like are encoded.
+Url parse(const std::string& text) {
+    Url url(curl_url(), curl_url_cleanup);
+    if (url && curl_url_set(url.get(), CURLUPART_URL, text.c_str(), CURLU_URLENCODE) != CURLUE_OK) url.reset();
+    const std::string scheme = url ? part_of(url, CURLUPART_SCHEME) : "";
+    if (scheme != "http" && scheme != "https") url.reset();
+    return url;
+}
+
 }  // namespace
+
+std::string encoded_url(const std::string& text) {
+    const Url url = parse(text);
+    return url ? part_of(url, CURLUPART_URL) : "";
+}
+
+std::string shown_url(const std::string& text) {
+    const Url url = parse(text);
+    if (!url) return "";
+    for (const CURLUPart secret : {CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_QUERY, CURLUPART_FRAGMENT})
+        curl_url_set(url.get(), secret, nullptr, 0);
+    return part_of(url, CURLUPART_URL);
+}
 
 Connection::Connection(const std::string& url, const options& how, const std::atomic<bool>& stop)
     : how_(how), curl_(curl_easy_init(), curl_easy_cleanup) {

@@ -12,6 +12,12 @@
 
 namespace fs::http {
 
+/// The URL as it is asked for: blanks and the like are encoded. "" when it is none of http or https.
+std::string encoded_url(const std::string& text);
+
+/// The URL without user, password, query and fragment: what may be shown. "" when it is none of http or https.
+std::string shown_url(const std::string& text);
+
 /// What tells one state of the file on the server from another.
 struct Version {
     std::uint64_t size = 0;

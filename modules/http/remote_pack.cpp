@@ -1,12 +1,25 @@
-#include "remote_pack.h"
-
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <new>
 #include <random>
+#include <string>
+#include <thread>
 #include <utility>
+#include <vector>
 
-#include "bytes.h"
-#include "url.h"
+#include <engine/filesystem/pack_reader.h>
+#include <engine/filesystem_http.h>
+
+#include "block_cache.h"
+#include "connection.h"
 
 namespace fs::http {
 
@@ -25,7 +38,67 @@ constexpr std::uint64_t most_prefetched = 16;
 
 thread_local std::string failure;  // of this thread's latest call
 
-}  // namespace
+/// A pack on a server, read through its cache of blocks. What is missing is fetched by workers, each with a connection of
+/// its own; readers wait until their blocks are there.
+class RemotePack final : public pack_reader {
+public:
+    RemotePack(const std::string& url, std::string cache_dir, options how)
+        : url_(encoded_url(url)),
+          cache_dir_(std::move(cache_dir)),
+          whose_(how.name.empty() ? url : how.name),
+          how_(std::move(how)) {}
+
+    std::uint64_t length() override;
+    std::int64_t read_at(std::uint64_t offset, void* to, std::uint64_t size) override;
+    fs::string last_failure() override;
+    void prefetch(std::uint64_t offset, std::uint64_t size) override;
+    void release() noexcept override { delete this; }
+
+private:
+    /// Blocks that one request will fetch.
+    struct Job {
+        std::uint64_t first;
+        std::uint64_t end;
+    };
+    /// A place where somebody reads on, in blocks.
+    struct Stream {
+        std::uint64_t start = 0;
+        std::uint64_t next = 0;   // behind the latest read
+        std::uint64_t ahead = 0;  // behind those that were asked for
+    };
+    class BlockSink;
+
+    ~RemotePack();
+    bool connect();
+    bool load_directory(const std::string& tail);
+    Result retry(const std::function<Result(bool& has_advanced)>& attempt);
+    bool wait_before_retry(unsigned failures, std::uint32_t wished_seconds);
+
+    bool load(std::uint64_t first, std::uint64_t end);
+    void want(std::uint64_t first, std::uint64_t end);
+    void queue(std::uint64_t first, std::uint64_t needed, std::uint64_t end);
+    void start_worker();
+    void work(std::unique_ptr<Connection> connection);
+    Result run(Connection& connection, Job& job);
+
+    const std::string url_;  // "" when it is none of http or https
+    const std::string cache_dir_;
+    const std::string whose_;  // the kept blocks are
+    const options how_;
+    Version version_;
+    BlockCache cache_;
+    std::atomic<bool> stopping_{false};
+    std::mutex lock_;                // guards what follows
+    std::condition_variable asked_;  // for jobs, or to stop
+    std::condition_variable came_;   // a block, or the end of a job
+    std::list<Job> jobs_;            // which no worker has taken yet
+    std::vector<bool> is_coming_;    // blocks that somebody has asked for
+    std::vector<std::thread> workers_;
+    std::size_t idle_ = 0;
+    bool is_broken_ = false;                                             // nothing can be fetched any more
+    std::string failure_ = "the file of fetched blocks cannot be read";  // why the latest fetch failed
+    std::array<Stream, 16> streams_{};                                   // where somebody read on, the latest first
+};
 
 /// Puts whole blocks into the cache as they come; what there is of one when a transfer ends is dropped.
 class RemotePack::BlockSink {
@@ -54,12 +127,6 @@ private:
     std::string bytes_;
 };
 
-RemotePack::RemotePack(const std::string& url, std::string cache_dir, options how)
-    : url_(encoded_url(url)),
-      cache_dir_(std::move(cache_dir)),
-      kept_name_(hashed_name(how.name.empty() ? url : how.name) + ".blocks"),
-      how_(std::move(how)) {}
-
 RemotePack::~RemotePack() {
     {
         const std::lock_guard guard(lock_);
@@ -79,7 +146,7 @@ std::uint64_t RemotePack::length() {
 
 /// Asks for the end of the file, and for what is missing of the directory that it tells of.
 bool RemotePack::connect() {
-    cache_.open(cache_dir_, kept_name_);
+    cache_.open(cache_dir_, whose_);
     auto connection = std::make_unique<Connection>(url_, how_, stopping_);
     const std::uint64_t wanted = cache_.is_kept() ? end_record_size : std::max(how_.first_bytes, end_record_size);
     std::string tail;
@@ -247,6 +314,29 @@ Result RemotePack::run(Connection& connection, Job& job) {
         has_advanced = job.first != first;
         return job.first != job.end ? result : Result{};
     });
+}
+
+/// What is mounted when there is no memory for a pack, so that the reason is told as any other.
+class NoMemory final : public pack_reader {
+public:
+    std::uint64_t length() override { throw std::bad_alloc(); }
+    std::int64_t read_at(std::uint64_t, void*, std::uint64_t) override { return -1; }
+};
+
+}  // namespace
+
+fs::string source_name(const char* url) { return shown_url(url ? url : ""); }
+
+bool add_pack(const char* url, const char* cache_dir, const options& how) {
+    try {
+        const std::string address(url ? url : "");
+        std::string name = how.name.empty() ? shown_url(address) : how.name;
+        if (name.empty()) name = "(no URL)";
+        return add_pack_reader(name.c_str(), *new RemotePack(address, cache_dir ? cache_dir : "", how), how.flags);
+    } catch (const std::bad_alloc&) {
+        static NoMemory reader;
+        return add_pack_reader("(no memory)", reader);
+    }
 }
 
 }  // namespace fs::http

@@ -88,6 +88,9 @@ def pack_findings(tool):
     for options, wanted in (("--exclude *hidden --include a.*", "a.txt"), ("--include SUB/", "sub/b.txt"), ("--include s*/b.txt", "sub/b.txt")):
         tool.run(f"pack chosen.pak finds {options} --strict --exclude loop --exclude fifo --exclude #dir", 0, "~1 file, ")
         tool.run("list chosen.pak", 0, wanted + "\n")
+    for options in ("--include *.none", "--exclude *"):  # an empty pack was made
+        tool.run(f"pack none.pak finds {options}", 1, err="none.pak: it is not made; --include and --exclude leave no file of finds")
+        tool.check(not os.path.exists(tool.path("none.pak")), "a pack was made of nothing")
     for number in range(1, 6):
         tool.write(f"parts/{number}", os.urandom(1000))
     for _ in range(2):  # what was made there before is no part of what is made now

@@ -66,6 +66,10 @@ def changing(tool):
     tool.run("cp **/two.txt both/", 1, err="n/two.txt: both/two.txt was just made of another file")
     tool.is_file("root/both/two.txt", b"one")
     tool.run("rm -r both n")
+    for root in "/.":  # these were the root of the disk, and no name at all
+        tool.run(f"cp m/two.txt {root}")
+        tool.is_file("root/two.txt", b"one")
+        tool.run("rm two.txt")
     tool.fails(("cp readme.txt notes/a|b.txt", "notes/a|b.txt"), ("cp zebra.txt copy.txt", "enginefs: zebra.txt: "),
                ("cp readme.txt readme.txt", "it is the file that is read"), ("cp readme.txt Textures b", "it is no directory, which"),
                ("mkdir ../outside", "climbs"),

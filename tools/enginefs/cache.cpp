@@ -3,18 +3,10 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <system_error>
-#include <vector>
 
-#include <engine/filesystem.h>
-
-#include "commands.h"
-#include "names.h"
-#include "output.h"
-#include "report.h"
-#include "result.h"
+#include "command.h"
 
 namespace {
 
@@ -64,8 +56,7 @@ bool show_listings(const std::vector<Recorded>& listings) {
     Listing listing;
     listing.note("       bytes  written               directory, and its listing");
     for (const Recorded& one : listings) {
-        std::error_code error;
-        const std::string time = time_text(stdfs::last_write_time(fs::to_path(one.path), error));
+        const std::string time = time_on_disk(one.path);
         const std::string directory = directory_in(one.path);
         const std::string columns = formatted("%12" PRIu64 "  %s  ", one.size, time.c_str());
         const std::string shown_directory = directory.empty() ? "(damaged)" : shown(directory, Color::DIRECTORY);
@@ -96,11 +87,8 @@ bool show(const Given& given) {
 }
 
 bool drop(const Given& given) {
-    return for_all(listings_in(directory_of(given), true), [](const Recorded& listing) {
-        std::error_code error;
-        return stdfs::remove(fs::to_path(listing.path), error) ||
-               fail(listing.path, "it cannot be removed: " + error.message());
-    });
+    return for_all(listings_in(directory_of(given), true),
+                   [](const Recorded& listing) { return remove_on_disk(listing.path); });
 }
 
 }  // namespace
@@ -115,6 +103,6 @@ void add_cache_commands(Commands& commands) {
         return added;
     };
     add("build", "Make the place for them and mount the sources of --add, so that each is recorded", build);
-    cache.add_forms(add("show", "Show the recorded listings with their sizes", show), "The places");
+    cache.add_forms(add("show", "Show the recorded listings with their sizes", show).app, "The places");
     add("drop", "Remove the recorded listings; the next mounts read the disk", drop);
 }

@@ -2,14 +2,8 @@
 
 #include <algorithm>
 #include <cinttypes>
-#include <vector>
 
-#include <engine/filesystem.h>
-
-#include "commands.h"
-#include "names.h"
-#include "report.h"
-#include "result.h"
+#include "command.h"
 
 namespace {
 
@@ -134,5 +128,5 @@ void add_chunk_commands(Commands& commands) {
     const auto added = commands.add(
         "chunks", "Print the tree of chunks in a file: identifier, version, offset of the header, size of the data",
         "NAME", chunks);
-    commands.add_json(added);
+    commands.add_json(added.app);
 }

@@ -7,14 +7,17 @@
 
 #include <CLI/CLI.hpp>
 
-#include "names.h"
-#include "result.h"
+#include "files.h"
 #include "session.h"
 
-/// The command that was chosen on the command line.
-struct Chosen {
-    std::function<bool()> run;  // false: it failed, and said so
-    bool needs_mount = true;    // whether it works on the mounted file system
+// What every file of commands needs: where commands are added, and with it names, files and messages.
+
+/// What a command line says.
+struct CommandLine {
+    SessionOptions session{};
+    Style style{};
+    std::function<bool()> run{};  // the command that was chosen; false: it failed, and said so
+    bool needs_mount = true;      // whether that works on the mounted file system
 };
 
 /// A command of the parser, and the place that its options and arguments fill.
@@ -33,11 +36,22 @@ struct Names {
     std::vector<std::string> names;
 };
 
+/// An option, spelled with what it takes: "--order FILE".
+template <class Value>
+CLI::Option* add_option(CLI::App* app, const std::string& spelled, Value& value, const std::string& help) {
+    const std::size_t blank = spelled.find(' ');
+    return app->add_option(spelled.substr(0, blank), value, help)->type_name(spelled.substr(blank + 1));
+}
+/// One that may be given several times, with a value each.
+inline void add_repeatable(CLI::App* app, const std::string& spelled, std::vector<std::string>& values,
+                           const std::string& help) {
+    add_option(app, spelled, values, help)->expected(1)->take_all();
+}
+
 /// Where commands are added: the parser, or a group of commands in it.
 class Commands {
 public:
-    Commands(CLI::App& app, Chosen& chosen, SessionOptions& session, Style& style)
-        : app_(app), chosen_(chosen), session_(session), style_(style) {}
+    Commands(CLI::App& app, CommandLine& line) : app_(app), line_(line) {}
 
     /// A command that calls `run` with its arguments.
     template <class Given>
@@ -65,19 +79,17 @@ public:
     }
 
     /// Lets a command that lists be asked for other forms than lines; `first` is what -0 prints.
-    template <class Given>
-    CLI::Option* add_json(const Added<Given>& added) {
-        return added->add_flag("--json", style_.json, "As a JSON array of objects");
+    CLI::Option* add_json(CLI::App* app, const char* help = "As a JSON array of objects") {
+        return app->add_flag("--json", line_.style.json, help);
     }
-    template <class Given>
-    void add_forms(const Added<Given>& added, const std::string& first) {
-        added->add_flag("-0,--null", style_.zero, first + " alone, with a zero byte behind each")
-            ->excludes(add_json(added));
+    void add_forms(CLI::App* app, const std::string& first = "The names") {
+        app->add_flag("-0,--null", line_.style.zero, first + " alone, with a zero byte behind each")
+            ->excludes(add_json(app));
     }
     /// The same for one that lists files.
     template <class Given>
-    void add_forms(const Added<Given>& added) {
-        add_forms(added, "The names");
+    void add_forms_of_files(const Added<Given>& added) {
+        add_forms(added.app);
         CLI::Option* const spelling =
             added->add_flag("--spelling", added.given.form.spelling, "Names as the disk spells them");
         added->add_flag("--native-paths", added.given.form.native, "The place of each on the disk for its name")
@@ -87,25 +99,32 @@ public:
     Commands group(const char* name, const char* help) {
         CLI::App* const app = app_.add_subcommand(name, help);
         app->require_subcommand(1);
-        return {*app, chosen_, session_, style_};
+        return {*app, line_};
     }
 
     /// The options before the command; they are full when a command runs.
-    const SessionOptions& session() const { return session_; }
+    const SessionOptions& session() const { return line_.session; }
 
 private:
     template <class Given>
     Added<Given> add_running(const char* name, const char* help, std::function<bool(const Given&)> run,
                              bool needs_mount = true) {
         const auto given = std::make_shared<Given>();
-        Chosen& chosen = chosen_;
+        CommandLine& line = line_;
         CLI::App* const app = app_.add_subcommand(name, help);
-        app->callback([=, &chosen] { chosen = {[=] { return run(*given); }, needs_mount}; });
+        app->callback([=, &line] {
+            line.run = [=] { return run(*given); };
+            line.needs_mount = needs_mount;
+        });
         return {app, *given};
     }
 
     CLI::App& app_;
-    Chosen& chosen_;
-    SessionOptions& session_;
-    Style& style_;
+    CommandLine& line_;
 };
+
+/// Each adds the commands of one topic to the parser.
+using AddCommands = void(Commands& commands);
+AddCommands add_listing_commands, add_content_commands, add_pack_commands, add_unpack_commands, add_diff_commands,
+    add_chunk_commands, add_manage_commands, add_duplicates_command, add_container_commands, add_cache_commands,
+    add_log_commands, add_load_command, add_mount_command, add_report_command, add_watch_command;

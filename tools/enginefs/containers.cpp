@@ -2,20 +2,9 @@
 
 #include <charconv>
 #include <cinttypes>
-#include <functional>
-#include <memory>
-#include <optional>
 #include <system_error>
 
-#include <engine/filesystem.h>
-
-#include "commands.h"
-#include "interruption.h"
-#include "names.h"
-#include "output.h"
-#include "report.h"
-#include "result.h"
-#include "terminal.h"
+#include "command.h"
 #include "tree.h"
 
 namespace {
@@ -288,9 +277,7 @@ bool find_blobs(const Tree& tree, const std::string& dir, std::vector<Blob>& blo
 bool import_blobs(const Arguments& given) {
     Tree tree;
     std::vector<Blob> blobs;
-    if (!tree.open(given.name)) return false;
-    if (tree.is_pack()) return fail(given.name, "it is no directory");
-    if (!find_blobs(tree, given.name, blobs)) return false;
+    if (!tree.open_directory(given.name) || !find_blobs(tree, given.name, blobs)) return false;
     const auto add = [&](CFileHashMultiContainer& all) {
         Progress progress("import " + given.name, blobs.size(), false);
         for (const Blob& blob : blobs) {
@@ -332,7 +319,7 @@ void add_container_commands(Commands& commands) {
 
     const auto ls = add(group, "ls", "List the containers, or the blobs of one", list);
     add_container(ls);
-    group.add_forms(ls, "The containers");
+    group.add_forms(ls.app, "The containers");
     ls->add_flag("--long", ls.given.long_form, "The blobs of every container: hash, size, stored size, method");
 
     const auto get_command = add(group, "get", "Fetch a blob", get);

@@ -4,12 +4,7 @@
 
 #include <zlib.h>
 
-#include <engine/filesystem.h>
-
-#include "commands.h"
-#include "names.h"
-#include "output.h"
-#include "report.h"
+#include "command.h"
 
 namespace {
 
@@ -88,11 +83,6 @@ bool gunzip(const FromTo& given) {
     return copy_to(output, given, "gunzip ", decode) && decoder.finish() && output.finish();
 }
 
-std::string add_gz(const std::string& name) { return name + ".gz"; }
-std::string drop_gz(const std::string& name) {
-    return lower_case(name).ends_with(".gz") ? name.substr(0, name.size() - 3) : name;
-}
-
 }  // namespace
 
 void add_content_commands(Commands& commands) {
@@ -103,11 +93,13 @@ void add_content_commands(Commands& commands) {
     commands.add_moving("gzip",
                         "Write files as one gzip member each (level 9); in a directory they get \".gz\" behind their "
                         "names",
-                        gzip, add_gz);
+                        gzip, [](const std::string& name) { return name + ".gz"; });
 
     commands.add_moving("gunzip",
                         "Write what the gzip members of files hold, checked against their checksums and lengths; a "
                         "damaged one leaves the new file as it was, or not made. In a directory they lose the \".gz\" "
                         "of their names",
-                        gunzip, drop_gz);
+                        gunzip, [](const std::string& name) {
+                            return lower_case(name).ends_with(".gz") ? name.substr(0, name.size() - 3) : name;
+                        });
 }

@@ -2,22 +2,12 @@
 
 #include <algorithm>
 #include <cinttypes>
-#include <functional>
-#include <map>
-#include <vector>
 
-#include <engine/filesystem.h>
-
-#include "commands.h"
-#include "equal.h"
-#include "names.h"
-#include "report.h"
-#include "result.h"
-#include "terminal.h"
+#include "command.h"
 
 namespace {
 
-using Names = std::vector<std::string>;
+using Files = std::vector<std::string>;
 
 bool same_content(const std::string& a, const std::string& b) {
     const fs::file_ptr first(fs::open(a.c_str(), EFSMode::READ));
@@ -25,7 +15,7 @@ bool same_content(const std::string& a, const std::string& b) {
     return same_bytes(first.get(), second.get(), b);
 }
 
-void show_shadowed(const Names& names, Listing& listing) {
+void show_shadowed(const Files& names, Listing& listing) {
     Progress progress("duplicates: names", names.size(), false);
     for (const std::string& name : names) {
         progress.add(1);
@@ -34,7 +24,7 @@ void show_shadowed(const Names& names, Listing& listing) {
         std::erase_if(holders, [](const SFsSourceInfo& holder) { return place_of(holder).empty(); });
         if (holders.size() < 2) continue;
         std::string lines = "held by " + std::to_string(holders.size()) + " sources: " + shown(name);
-        Names places;
+        Files places;
         for (const SFsSourceInfo& holder : holders) {
             lines += "\n    " + shown(place_of(holder), places.empty() ? Color::PLAIN : Color::SHADOWED) +
                      (places.empty() ? "" : " (shadowed)");
@@ -44,10 +34,10 @@ void show_shadowed(const Names& names, Listing& listing) {
     }
 }
 
-using Sizes = std::map<std::uint64_t, Names, std::greater<>>;
+using Sizes = std::map<std::uint64_t, Files, std::greater<>>;
 
 /// Sizes first: a file whose size is its own is not read at all.
-Sizes group_by_size(const Names& names, bool& good) {
+Sizes group_by_size(const Files& names, bool& good) {
     Progress progress("duplicates: sizes", names.size(), false);
     Sizes groups;
     for (const std::string& name : names) {
@@ -63,7 +53,7 @@ Sizes group_by_size(const Names& names, bool& good) {
     return groups;
 }
 
-bool show_equal(const Names& names, Listing& listing) {
+bool show_equal(const Files& names, Listing& listing) {
     bool good = true;
     const Sizes sizes = group_by_size(names, good);
     std::uint64_t total = 0;
@@ -73,7 +63,7 @@ bool show_equal(const Names& names, Listing& listing) {
         progress.add(size);
         return attempt(name, "it cannot be read", [&] { return fs::calc_file_crc(name.c_str(), crc); });
     };
-    const auto show = [&](std::uint64_t size, std::uint32_t crc, const Names& equal) {
+    const auto show = [&](std::uint64_t size, std::uint32_t crc, const Files& equal) {
         std::string lines = formatted("equal content, %" PRIu64 " bytes, crc %08" PRIx32 ":", size, crc);
         for (const std::string& name : equal) lines += "\n    " + shown(name);
         listing.add({{"size", size}, {"crc", crc}, {"names", json_array(equal)}}, lines);
@@ -87,7 +77,7 @@ struct Given {
 };
 
 bool duplicates(const Given& given) {
-    Names names = list_files();
+    Files names = list_files();
     names.erase(std::unique(names.begin(), names.end()), names.end());
     Listing listing;
     if (!given.content_only) show_shadowed(names, listing);
@@ -104,5 +94,5 @@ void add_duplicates_command(Commands& commands) {
     CLI::Option* const names_only =
         added->add_flag("--names", added.given.names_only, "Only the names, which costs no reading");
     added->add_flag("--content", added.given.content_only, "Only the content")->excludes(names_only);
-    commands.add_json(added);
+    commands.add_json(added.app);
 }

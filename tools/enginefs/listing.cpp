@@ -1,15 +1,9 @@
 // sources, ls, find, stat, which: what is there, and who wins.
 
 #include <algorithm>
-#include <map>
 #include <set>
 
-#include <engine/filesystem.h>
-
-#include "commands.h"
-#include "names.h"
-#include "report.h"
-#include "result.h"
+#include "command.h"
 
 namespace {
 
@@ -90,12 +84,12 @@ void add_file(Listing& listing, const std::string& file, const Ls& options) {
     const std::string name = told_name(file, options.form);
     if (!options.long_form) return listing.add({{"name", name}, {"kind", "file"}});
     const std::uint64_t size = fs::length(fs::open_file(file.c_str(), EFSMode::READ).get());
-    const Json time = json_or_null(time_of(file));
+    const Json time = json_or_null(time_on_disk(place_on_disk(file)));
     listing.add({{"name", name}, {"kind", "file"}, {"size", json_or_null(size), 12}, {"time", time, -20}});
 }
 
 bool list_directory(Listing& listing, const Ls& options, const std::string& given) {
-    std::string dir = normalised(given == "." || given == "/" ? "" : given);
+    std::string dir = normalised(is_root(given) ? "" : given);
     if (dir.ends_with('/')) dir.pop_back();
     const std::vector<std::string> files = list_files(dir.c_str(), options.mask.c_str(), options.recursive);
     std::vector<std::string> dirs;
@@ -173,7 +167,7 @@ Fields facts_of(const std::string& name, const SFsSourceInfo& holder, SFsFile* f
             {"kind", kind_of(holder)},
             {"full_path", told_name(name, {.native = true})},
             {"size", json_or_null(fs::length(file))},
-            {"time", json_or_null(time_of(name))},
+            {"time", json_or_null(time_on_disk(place_on_disk(name)))},
             {"read_only", say(fs::read_only)},
             {"protected", say(fs::is_protected)},
             {"shadows", shadowed}};
@@ -211,26 +205,26 @@ bool show_files(const Names& given) {
 
 void add_listing_commands(Commands& commands) {
     const auto sources = commands.add("sources", "Show the sources in the order in which they are asked", show_sources);
-    commands.add_forms(sources, "The places");
+    commands.add_forms(sources.app, "The places");
 
     const auto ls = commands.add("ls", "List the files and directories of a directory, all sources merged", list);
     ls->add_option("NAME", ls.given.names, "Directories and files (default: the root)");
-    ls->add_option("--mask", ls.given.mask, "Only file names that match, with * and ?")->type_name("P");
+    add_option(ls.app, "--mask P", ls.given.mask, "Only file names that match, with * and ?");
     ls->add_flag("-r,--recursive", ls.given.recursive, "Everything below the directory");
     ls->add_flag("--long", ls.given.long_form, "Size of each file in bytes, and time in UTC");
-    commands.add_forms(ls);
+    commands.add_forms_of_files(ls);
 
     const auto find_command = commands.add("find", "Find the names that contain a text, or match a pattern", find);
     find_command->add_option("TEXT", find_command.given.texts)->required();
-    commands.add_forms(find_command);
+    commands.add_forms_of_files(find_command);
 
     const auto stat_command = commands.add("stat", "Show what is known of files", show_files);
     stat_command->add_option("NAME", stat_command.given.names)->required();
-    commands.add_forms(stat_command, "The names");
+    commands.add_forms(stat_command.app);
 
     const auto which_command = commands.add("which", "Show the source that a name is read from", which);
     which_command->add_option("NAME", which_command.given.names)->required();
     which_command->add_flag("--all", which_command.given.all,
                             "Every source that holds the name, in asking order; those that lose are marked");
-    commands.add_forms(which_command, "The places");
+    commands.add_forms(which_command.app, "The places");
 }

@@ -2,21 +2,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdint>
 #include <cstdlib>
-#include <functional>
-#include <map>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include <engine/filesystem.h>
-
-#include "commands.h"
-#include "names.h"
-#include "report.h"
-#include "result.h"
-#include "terminal.h"
+#include "command.h"
 
 namespace {
 
@@ -29,7 +17,6 @@ struct Given {
     std::uint32_t workers = 0;
     std::string order;
     std::vector<std::string> urgent;
-    bool json = false;
     std::vector<std::string> names;
 };
 
@@ -39,6 +26,13 @@ struct Timed {
     std::int32_t priority = EFSLoadPriority::NORMAL;
     std::uint64_t bytes = 0;
     SFsLoadTimes times{};
+};
+
+/// What became of all of them.
+struct Sum {
+    std::uint64_t failed = 0;
+    std::uint64_t bytes = 0;
+    double seconds = 0;
 };
 
 /// Gives the batch up when the last callback has run: what the callbacks write to must live until then.
@@ -72,19 +66,6 @@ void wait_with_progress(const SFsLoadBatch& batch, mt::CEvent& all_told) {
     }
 }
 
-/// Says what failed; the bytes of the rest.
-std::uint64_t count_failed(const SFsLoadBatch& batch, const std::vector<Timed>& timed, std::uint64_t& bytes) {
-    std::uint64_t failed = 0;
-    for (std::size_t at = 0; at < timed.size(); ++at) {
-        bytes += timed[at].bytes;
-        const SFsLoad& load = *batch.At(at);
-        if (load.Result() == EFSRequestResult::SUCCESS) continue;
-        fail(timed[at].name, load.Error().text);
-        ++failed;
-    }
-    return failed;
-}
-
 /// What the loads of one priority waited until a worker took them.
 struct Waits {
     std::uint64_t loads = 0;
@@ -108,8 +89,7 @@ double ms_of(std::uint64_t microseconds) { return static_cast<double>(microsecon
 
 std::vector<Timed> slowest_of(std::vector<Timed> timed) {
     const std::size_t count = std::min(slowest_shown, timed.size());
-    std::partial_sort(timed.begin(), timed.begin() + static_cast<std::ptrdiff_t>(count), timed.end(),
-                      [](const Timed& a, const Timed& b) { return time_of(a) > time_of(b); });
+    std::ranges::partial_sort(timed, timed.begin() + static_cast<std::ptrdiff_t>(count), std::greater<>(), time_of);
     timed.resize(count);
     return timed;
 }
@@ -122,7 +102,7 @@ std::string reason_of(const Timed& load) {
     return "reading and decoding " + counted(load.bytes, "byte", "bytes");
 }
 
-void print_as_json(const std::vector<Timed>& timed, std::uint64_t failed, std::uint64_t bytes, double seconds) {
+void print_as_json(const std::vector<Timed>& timed, const Sum& sum) {
     Json waits = Json::array();
     for (const auto& [priority, its] : waits_by_priority(timed))
         waits.push_back({{"priority", priority},
@@ -140,16 +120,17 @@ void print_as_json(const std::vector<Timed>& timed, std::uint64_t failed, std::u
                            {"reading_ms", ms_of(load.times.reading)},
                            {"aside_ms", ms_of(load.times.aside)}});
     print_json({{"files", timed.size()},
-                {"failed", failed},
-                {"bytes", bytes},
-                {"seconds", seconds},
+                {"failed", sum.failed},
+                {"bytes", sum.bytes},
+                {"seconds", sum.seconds},
                 {"waits", waits},
                 {"slowest", slowest}});
 }
 
-void print_as_text(const std::vector<Timed>& timed, std::uint64_t failed, std::uint64_t bytes, double seconds) {
-    print(counted(timed.size(), "file", "files") + ", " + std::to_string(failed) + " failed, " + std::to_string(bytes) +
-          formatted(" bytes in %.3f s, %.1f MB/s\n", seconds, static_cast<double>(bytes) / 1e6 / seconds));
+void print_as_text(const std::vector<Timed>& timed, const Sum& sum) {
+    print(counted(timed.size(), "file", "files") + ", " + std::to_string(sum.failed) + " failed, " +
+          std::to_string(sum.bytes) +
+          formatted(" bytes in %.3f s, %.1f MB/s\n", sum.seconds, static_cast<double>(sum.bytes) / 1e6 / sum.seconds));
     for (const auto& [priority, its] : waits_by_priority(timed))
         print(formatted("waited for a worker at priority %d: %.3f ms on average, %.3f ms at most\n", priority,
                         ms_of(its.total / its.loads), ms_of(its.longest)));
@@ -164,7 +145,7 @@ std::vector<Timed> loads_of(const std::vector<std::string>& names, const std::ve
     timed.reserve(urgent.size() + names.size());
     for (const std::string& name : urgent) timed.push_back({.name = name, .priority = EFSLoadPriority::URGENT});
     for (const std::string& name : names) {
-        if (std::find(urgent.begin(), urgent.end(), name) == urgent.end()) timed.push_back({.name = name});
+        if (std::ranges::find(urgent, name) == urgent.end()) timed.push_back({.name = name});
     }
     return timed;
 }
@@ -200,11 +181,14 @@ bool load(const Given& given) {
                                                         EndBatch{&all_told});
     if (batch == nullptr) return fail_with_last_error("load", "the loads cannot begin");
     wait_with_progress(*batch, all_told);
-    const double seconds = std::max(duration<double>(steady_clock::now() - start).count(), 1e-9);
-    std::uint64_t bytes = 0;
-    const std::uint64_t failed = count_failed(*batch, timed, bytes);
-    (given.json ? print_as_json : print_as_text)(timed, failed, bytes, seconds);
-    return failed == 0;
+    Sum sum{.seconds = std::max(duration<double>(steady_clock::now() - start).count(), 1e-9)};
+    for (std::size_t at = 0; at < timed.size(); ++at) {
+        const SFsLoad& ended = *batch->At(at);
+        if (ended.Result() != EFSRequestResult::SUCCESS) fail(timed[at].name, ended.Error().text), ++sum.failed;
+        sum.bytes += timed[at].bytes;
+    }
+    (shows_json() ? print_as_json : print_as_text)(timed, sum);
+    return sum.failed == 0;
 }
 
 }  // namespace
@@ -213,14 +197,12 @@ void add_load_command(Commands& commands) {
     const auto added = commands.add(
         "load", "Load every file, or those named, on workers as a game would, and show how long that takes", load);
     added->add_option("NAMES", added.given.names, "The files to load (default: everything)");
-    added
-        ->add_option("--workers", added.given.workers,
-                     "How many workers decode (default: as many as the library takes)")
-        ->type_name("N");
-    added->add_option("--order", added.given.order, "Load the names of this list, in its order (see fs::record_access)")
-        ->type_name("FILE");
-    added->add_option("--urgent", added.given.urgent, "A file that a frame waits for; may be given several times")
-        ->type_name("NAME")
+    add_option(added.app, "--workers N", added.given.workers,
+               "How many workers decode (default: as many as the library takes)");
+    add_option(added.app, "--order FILE", added.given.order,
+               "Load the names of this list, in its order (see fs::record_access)");
+    add_option(added.app, "--urgent NAME", added.given.urgent,
+               "A file that a frame waits for; may be given several times")
         ->allow_extra_args(false);
-    added->add_flag("--json", added.given.json, "As a JSON object");
+    commands.add_json(added.app, "As a JSON object");
 }

@@ -1,19 +1,11 @@
 // log-check: what each line of a logging configuration changes, which lines change nothing, and why.
 
 #include <algorithm>
-#include <map>
-#include <memory>
-#include <optional>
 #include <string_view>
-#include <vector>
 
-#include <engine/filesystem.h>
 #include <engine/kernel/parser.h>
 
-#include "commands.h"
-#include "names.h"
-#include "report.h"
-#include "result.h"
+#include "command.h"
 
 namespace {
 
@@ -238,5 +230,5 @@ void add_log_commands(Commands& commands) {
                      "Read logging configurations, usually CrashLog.cfg, which are looked up as the engine "
                      "does; say what each line changes, which lines change nothing or cannot be used, and why",
                      "FILE", log_check);
-    commands.add_forms(check, "The places");
+    commands.add_forms(check.app, "The places");
 }

@@ -3,14 +3,11 @@
 #include <new>
 
 #if defined(ENGINE_HAS_HTTP)
-#include <engine/filesystem.h>
 #include <engine/filesystem_http.h>
 #endif
 
 #include "program.h"
-#include "report.h"
 #include "session.h"
-#include "terminal.h"
 
 #if defined(ENGINE_HAS_HTTP)
 namespace {

@@ -1,22 +1,13 @@
 // rm, mkdir, mv, backup, crc, touch: changing files, and telling whether they are the same.
 
 #include <chrono>
-#include <cstdio>
 #include <ctime>
 #include <iomanip>
-#include <optional>
 #include <sstream>
 #include <system_error>
 #include <utility>
 
-#include <engine/filesystem.h>
-
-#include "commands.h"
-#include "interruption.h"
-#include "names.h"
-#include "report.h"
-#include "result.h"
-#include "terminal.h"
+#include "command.h"
 
 namespace {
 
@@ -35,14 +26,9 @@ bool remove_directory(const std::string& name) {
     return !is_directory(name) || fail(name, "it is still there: not everything in it could be removed");
 }
 
-bool remove_native(const std::string& path) {
-    std::error_code error;
-    return std::filesystem::remove(fs::to_path(path), error) || fail(path, "it cannot be removed: " + error.message());
-}
-
 bool remove_one(const std::string& name, bool recursive) {
     if (const std::string exact = exact_spelling(name); !exact.empty())
-        return holders_of(name)[0].writable ? remove_native(exact) : fail(name, "its source cannot be written to");
+        return holders_of(name)[0].writable ? remove_on_disk(exact) : fail(name, "its source cannot be written to");
     if (recursive && is_directory(name)) return remove_directory(name);
     if (!can_change(name, "it is a directory; -r removes one with everything in it") ||
         !attempt(name, "it cannot be removed", [&] { return fs::rem_file(name.c_str()); }))
@@ -114,41 +100,33 @@ struct Touch {
     std::string time;
 };
 
-/// "+HH:MM" or "-HH:MM" in seconds; "" and "Z" are 0.
-std::optional<int> parse_zone(const std::string& text) {
-    int hours = 0, minutes = 0, length = 0;
-    if (text.empty() || text == "Z") return 0;
-    if (std::sscanf(text.c_str(), "%*1[+-]%2d:%2d%n", &hours, &minutes, &length) != 2 || text.size() != 6 ||
-        length != 6)
-        return std::nullopt;
-    return (text[0] == '-' ? -1 : 1) * (hours * 60 + minutes) * 60;
-}
-
-/// What a text names: a date, with a time of day behind a "T" or a blank, with a zone behind that; or "@SECONDS" since
-/// 1970.
+/// What a text names: a date, with a time of day behind a "T" or a blank, with a zone, "Z" or "+HH:MM", behind that; or
+/// "@SECONDS" since 1970.
 std::optional<chrono::sys_seconds> parse_time(const std::string& text) {
     std::int64_t seconds = 0;
     std::istringstream in(text);
     const auto next = [&in] { return in.rdbuf()->sgetc(); };
     if (next() == '@') {
-        if (!(in.ignore() >> seconds) || next() != EOF) return std::nullopt;
+        in.ignore() >> seconds;
     } else {
-        std::tm fields{};
-        std::string zone;
+        std::tm fields{}, zone{};
         in >> std::get_time(&fields, "%Y-%m-%d");
         if (next() == 'T' || next() == ' ') in.ignore() >> std::get_time(&fields, "%H:%M:%S");
+        const int sign = next() == '-' ? -1 : 1;
+        const std::streamsize left = in.rdbuf()->in_avail();
+        if (next() == 'Z')
+            in.ignore();
+        else if ((next() == '+' || next() == '-') && left == 6)
+            in.ignore() >> std::get_time(&zone, "%H:%M");
         const chrono::year_month_day date(chrono::year(fields.tm_year + 1900),
                                           chrono::month(static_cast<unsigned>(fields.tm_mon + 1)),
                                           chrono::day(static_cast<unsigned>(fields.tm_mday)));
-        if (in.fail() || !date.ok()) return std::nullopt;
-        std::getline(in, zone, '\0');
-        const std::optional<int> offset = parse_zone(zone);
-        if (!offset) return std::nullopt;
+        if (!date.ok()) return std::nullopt;
         seconds = chrono::sys_seconds(chrono::sys_days(date)).time_since_epoch().count() + fields.tm_hour * 3600 +
-                  fields.tm_min * 60 + fields.tm_sec - *offset;
+                  fields.tm_min * 60 + fields.tm_sec - sign * (zone.tm_hour * 3600 + zone.tm_min * 60);
     }
     // 1883 to 2465: what the standard library's clock of files can tell.
-    if (seconds < -2'745'446'400 || seconds >= 15'652'310'400) return std::nullopt;
+    if (in.fail() || next() != EOF || seconds < -2'745'446'400 || seconds >= 15'652'310'400) return std::nullopt;
     return chrono::sys_seconds(chrono::seconds(seconds));
 }
 
@@ -196,13 +174,12 @@ void add_manage_commands(Commands& commands) {
 
     const auto checksum = commands.add("crc", "Print CRC-32, size and name of files", crc);
     checksum->add_option("NAME", checksum.given.names)->required();
-    commands.add_forms(checksum);
+    commands.add_forms_of_files(checksum);
 
     const auto set =
         commands.add("touch", "Set the write time of files, which are made, empty, when no source holds them", touch);
     set->add_option("NAME", set.given.names)->required();
-    set->add_option("--time", set.given.time,
-                    "\"YYYY-MM-DD\", \"YYYY-MM-DDTHH:MM:SS\", in UTC unless a zone as \"+01:00\" follows, or @SECONDS "
-                    "since 1970 (default: now)")
-        ->type_name("T");
+    add_option(set.app, "--time T", set.given.time,
+               "\"YYYY-MM-DD\", \"YYYY-MM-DDTHH:MM:SS\", in UTC unless a zone as \"+01:00\" follows, or @SECONDS "
+               "since 1970 (default: now)");
 }

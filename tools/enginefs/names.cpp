@@ -1,85 +1,38 @@
 #include "names.h"
 
 #include <algorithm>
-#include <chrono>
-#include <fstream>
-#include <ratio>
+#include <filesystem>
 #include <set>
 #include <system_error>
 
-#include <engine/filesystem.h>
-
-#include "report.h"
-#include "terminal.h"
-
 namespace stdfs = std::filesystem;
 
-namespace {
-
-constexpr std::size_t piece_size = 1u << 20;
-
-template <class Call>
-std::vector<SFsSourceInfo> ask_for_sources(const std::string& told, const Call& call) {
-    return ask(told, [&] {
-        std::vector<SFsSourceInfo> sources;
-        call(sources);
-        return sources;
-    });
+std::string lower_case(std::string text) {
+    for (char& c : text)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    return text;
 }
 
-}  // namespace
-
-bool fail_to_read(const std::string& name, const std::string& otherwise) {
-    return fs::last_error().code == EFSError::NOT_FOUND ? fail_not_held(name) : fail_with_last_error(name, otherwise);
+std::string normalised(const std::string& name, bool keep_case) {
+    std::string out(name.size() + 1, '\0');
+    fs::path_normalize(out.data(), name.c_str(), keep_case);
+    out.resize(out.find('\0'));
+    return out;
 }
 
-fs::file_ptr open_file(const std::string& name) {
-    fs::clear_error();
-    fs::file_ptr file = fs::open_file(name.c_str(), EFSMode::READ);
-    if (file == nullptr) fail_to_read(name);
-    return file;
+bool is_root(const std::string& directory) { return directory == "." || directory == "/"; }
+
+std::string full_native_path(const std::string& path) {
+    std::error_code error;
+    stdfs::path full = stdfs::absolute(fs::to_path(path), error).lexically_normal();
+    if (!full.has_filename() && full.has_relative_path()) full = full.parent_path();  // a "/" at the end
+    return error ? path : fs::from_path(full);
 }
 
-std::uint64_t size_to_watch(const std::vector<std::string>& names) {
-    std::uint64_t total = 0;
-    for (std::size_t i = 0; is_terminal(2) && i < names.size(); ++i) {
-        const std::uint64_t size = fs::length(fs::open_file(names[i].c_str(), EFSMode::READ).get());
-        total += size != failed ? size : 0;
-    }
-    return total;
-}
-
-bool read_to_end(SFsFile* file, const std::string& name, const TakeBytes& take) {
-    const std::uint64_t length = fs::length(file);
-    std::uint64_t at = fs::tell(file);
-    std::vector<char> buffer(piece_size);
-    for (;;) {
-        fs::clear_error();
-        const std::uint64_t got = fs::read(file, buffer.data(), buffer.size());
-        // Bytes may come and be known as damaged. What takes them may use the library, which forgets that.
-        const SFsError error = fs::last_error();
-        if (got != failed && got != 0 && !take(buffer.data(), got)) return false;
-        if (got == failed || error.code != EFSError::NONE)
-            return fail(name, error.text.empty() ? "it cannot be read" : error.text);
-        if (got == 0) break;
-        at += got;
-    }
-    return length == failed || at == length ||
-           fail(name, "it ended after " + std::to_string(at) + " of " + std::to_string(length) + " bytes");
-}
-
-std::vector<SFsSourceInfo> all_sources() {
-    return ask_for_sources("the sources", [](auto& sources) { fs::get_sources(sources); });
-}
-
-std::vector<SFsSourceInfo> holders_of(const std::string& name) {
-    return ask_for_sources(name, [&](auto& sources) { fs::find_holders(name.c_str(), sources); });
-}
-
-std::vector<std::string> list_files(const char* dir, const char* mask, bool recursive) {
-    const std::string told = dir != nullptr ? dir : "the names of all files";
-    const fs::found_files found = ask(told, [&] { return fs::find_files(dir, mask, recursive); });
-    return {found.begin(), found.end()};
+std::string part_of(const std::string& pack, std::size_t number) {
+    stdfs::path path = fs::to_path(pack);
+    const stdfs::path extension = path.extension();
+    return number == 1 ? pack : fs::from_path(path.replace_extension("." + std::to_string(number)) += extension);
 }
 
 bool matches(std::string_view pattern, std::string_view name) {
@@ -115,6 +68,55 @@ bool matches(std::string_view pattern, std::string_view name) {
 
 bool is_pattern(const std::string& text) { return text.find_first_of("*?") != std::string::npos; }
 
+bool selects(const std::string& pattern, const std::string& name) {
+    std::string wanted = lower_case(pattern);
+    std::ranges::replace(wanted, '\\', '/');
+    const bool whole = wanted.find('/') != std::string::npos;
+    if (wanted.ends_with('/')) wanted.pop_back();
+    for (std::string rest = lower_case(name);; rest.resize(rest.rfind('/'))) {
+        const std::size_t slash = rest.rfind('/');
+        if (matches(wanted, whole || slash == std::string::npos ? rest : rest.substr(slash + 1))) return true;
+        if (slash == std::string::npos) return false;
+    }
+}
+
+std::vector<SFsSourceInfo> all_sources() {
+    return ask("the sources", [] {
+        std::vector<SFsSourceInfo> sources;
+        fs::get_sources(sources);
+        return sources;
+    });
+}
+
+std::vector<SFsSourceInfo> holders_of(const std::string& name, FFSOpenFlags::FLAGS flags) {
+    return ask(name, [&] {
+        std::vector<SFsSourceInfo> sources;
+        fs::find_holders(name.c_str(), sources, flags);
+        return sources;
+    });
+}
+
+std::string place_of(const SFsSourceInfo& source) { return source.path_name + source.file_name; }
+
+std::string place_on_disk(const std::string& name) {
+    fs::string place;
+    return ask(name, [&] { return fs::native_path(name.c_str(), place); }) ? place : "";
+}
+
+std::string told_name(const std::string& name, const NameForm& form) {
+    if (!form.native && !form.spelling) return name;
+    std::string place = place_on_disk(name);
+    if (form.native && !place.empty()) return place;
+    if (form.native) return place_of(holders_of(name).at(0)) + "/" + fs::root_path(name.c_str());
+    return lower_case(place).ends_with(name) ? place.substr(place.size() - name.size()) : name;
+}
+
+std::vector<std::string> list_files(const char* dir, const char* mask, bool recursive) {
+    const std::string told = dir != nullptr ? dir : "the names of all files";
+    const fs::found_files found = ask(told, [&] { return fs::find_files(dir, mask, recursive); });
+    return {found.begin(), found.end()};
+}
+
 bool expand(std::vector<std::string>& names) {
     bool good = true;
     std::vector<std::string> all;
@@ -141,9 +143,12 @@ bool for_each_file(std::vector<std::string> names, const std::function<bool(cons
 bool for_each_target(std::vector<std::string> names, const std::function<bool(const FromTo&)>& run, Rename rename) {
     std::string to = names.back();
     names.pop_back();
-    const bool is_into = to.ends_with('/') || is_directory(to), good = expand(names);
+    const bool is_into = is_root(to) || to.ends_with('/') || is_directory(to), good = expand(names);
     if (names.size() > 1 && !is_into) return fail(to, "it is no directory, which several files need");
-    if (is_into && !to.ends_with('/')) to += '/';
+    if (is_root(to))
+        to = "./";
+    else if (is_into && !to.ends_with('/'))
+        to += '/';
     std::set<std::string> made;
     const auto run_one = [&](const std::string& name) {
         const std::string own = name.substr(name.find_last_of("/\\") + 1);
@@ -169,16 +174,6 @@ bool is_indexed(const std::string& name) {
 
 bool is_directory(const std::string& name) {
     return is_indexed(name) || (fs::is_full_path(name.c_str()) && fs::does_dir_exist(name.c_str()));
-}
-
-std::string place_of(const SFsSourceInfo& source) { return source.path_name + source.file_name; }
-
-std::string told_name(const std::string& name, const NameForm& form) {
-    if (!form.native && !form.spelling) return name;
-    std::string place = place_on_disk(name);
-    if (form.native && !place.empty()) return place;
-    if (form.native) return place_of(holders_of(name).at(0)) + "/" + fs::root_path(name.c_str());
-    return lower_case(place).ends_with(name) ? place.substr(place.size() - name.size()) : name;
 }
 
 bool fail_not_held(const std::string& name, const std::string& if_directory) {
@@ -212,66 +207,4 @@ std::string exact_spelling(const std::string& name) {
     const bool is_other = lower_case(exact) == lower_case(found) && stdfs::exists(fs::to_path(exact), error) &&
                           !stdfs::equivalent(fs::to_path(exact), fs::to_path(found), error);
     return is_other && !error ? exact : "";
-}
-
-std::string place_on_disk(const std::string& name) {
-    fs::string place;
-    return ask(name, [&] { return fs::native_path(name.c_str(), place); }) ? place : "";
-}
-
-std::string part_of(const std::string& pack, std::size_t number) {
-    stdfs::path path = fs::to_path(pack);
-    const stdfs::path extension = path.extension();
-    return number == 1 ? pack : fs::from_path(path.replace_extension("." + std::to_string(number)) += extension);
-}
-
-std::string time_of(const std::string& name) {
-    const std::string place = place_on_disk(name);
-    std::error_code error;
-    const auto time = place.empty() ? stdfs::file_time_type() : stdfs::last_write_time(fs::to_path(place), error);
-    return place.empty() || error ? "" : time_text(time);
-}
-
-std::string time_text(stdfs::file_time_type time) {
-    using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
-    constexpr std::int64_t from_1601_to_1970 = 116'444'736'000'000'000;
-    const auto since_1970 = std::chrono::file_clock::to_sys(std::chrono::time_point_cast<Ticks>(time));
-    const std::int64_t ticks = since_1970.time_since_epoch().count() + from_1601_to_1970;
-    const std::string text = time_text(ticks);
-    return text.empty() ? "" : text + "Z";
-}
-
-std::string time_text(std::int64_t ticks) {
-    std::string text = ask("a time", [&] { return fs::get_time_as_str(ticks); });
-    return text.empty() ? text : text.replace(10, 1, "T");
-}
-
-std::string lower_case(std::string text) {
-    for (char& c : text)
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    return text;
-}
-
-std::string normalised(const std::string& name, bool keep_case) {
-    std::string out(name.size() + 1, '\0');
-    fs::path_normalize(out.data(), name.c_str(), keep_case);
-    out.resize(out.find('\0'));
-    return out;
-}
-
-std::string full_native_path(const std::string& path) {
-    std::error_code error;
-    stdfs::path full = stdfs::absolute(fs::to_path(path), error).lexically_normal();
-    if (!full.has_filename() && full.has_relative_path()) full = full.parent_path();  // a "/" at the end
-    return error ? path : fs::from_path(full);
-}
-
-bool read_lines(const std::string& path, std::vector<std::string>& lines) {
-    std::ifstream in(fs::to_path(path));
-    if (!in) return fail(path, "it cannot be read");
-    for (std::string line; std::getline(in, line);) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (!line.empty()) lines.push_back(line);
-    }
-    return !in.bad() || fail(path, "it cannot be read");  // a directory, say
 }

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <functional>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,34 +9,47 @@
 #include <engine/filesystem.h>
 #include <engine/filesystem/comfort.h>
 
-#include "interruption.h"
 #include "report.h"
+#include "terminal.h"
 
-inline constexpr std::uint64_t failed = ~std::uint64_t{0};  // how the library answers for a size it cannot tell
-inline constexpr std::size_t longest_path = 259;            // of a native path, in bytes
+// What names stand for: which files and sources, and what the disk calls them.
 
-/// Says why a file cannot be read, by the thread's last failure. Returns false.
-bool fail_to_read(const std::string& name, const std::string& otherwise = "it cannot be read");
+inline constexpr std::size_t longest_path = 259;  // of a native path, in bytes
 
-/// Opens a file for reading; null, with a word on standard error, when it cannot be opened.
-fs::file_ptr open_file(const std::string& name);
+/// `text` with ASCII letters lower-cased.
+std::string lower_case(std::string text);
 
-/// The bytes of files for a Progress; 0 where no terminal shows it.
-std::uint64_t size_to_watch(const std::vector<std::string>& names);
+/// The name as the library holds it: "/" separators, dots resolved, lower case unless `keep_case`.
+std::string normalised(const std::string& name, bool keep_case = false);
 
-/// Takes bytes one after another; false stops whoever gives them.
-using TakeBytes = std::function<bool(const char* data, std::uint64_t size)>;
+/// Whether somebody means the root of all sources, where a directory can stand.
+bool is_root(const std::string& directory);
 
-/// Reads an open file from its position to its end. False when `take` says so, or, with a word on standard error, when
-/// the bytes cannot be read or are not what the source has recorded of them.
-bool read_to_end(SFsFile* file, const std::string& name, const TakeBytes& take);
+/// The full form of a path as somebody typed it, with "/" separators, and none at its end.
+std::string full_native_path(const std::string& path);
+
+/// Where part `number` of a pack lies that was split; 1 is the pack itself.
+std::string part_of(const std::string& pack, std::size_t number);
+
+/// Whether a name as the library holds it matches a pattern: "?" stands for a character and "*" for any number of them,
+/// neither for a "/"; "**" for any number with it, and "**/" also for no directory.
+bool matches(std::string_view pattern, std::string_view name);
+bool is_pattern(const std::string& text);
+
+/// The same for a name in a tree, in any case. A pattern without "/" is held against each part of the name, one with it
+/// against the whole and against each directory that the name lies in: "*.tga", "textures" and "maps/one*" choose what
+/// one thinks of.
+bool selects(const std::string& pattern, const std::string& name);
 
 /// The sources, or those that hold a file of this name, in the order in which they are asked.
 std::vector<SFsSourceInfo> all_sources();
-std::vector<SFsSourceInfo> holders_of(const std::string& name);
+std::vector<SFsSourceInfo> holders_of(const std::string& name, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);
 
 /// Where a source lies; "" for the disk itself.
 std::string place_of(const SFsSourceInfo& source);
+
+/// Where on the disk the file lies, as the disk spells it; "" when it lies in a pack or nowhere.
+std::string place_on_disk(const std::string& name);
 
 /// How a command shows names.
 struct NameForm {
@@ -49,11 +60,6 @@ std::string told_name(const std::string& name, const NameForm& form);
 
 /// The merged, sorted names of the files in `dir`; "" is the root, null everywhere.
 std::vector<std::string> list_files(const char* dir = nullptr, const char* mask = nullptr, bool recursive = true);
-
-/// Whether a name as the library holds it matches a pattern: "?" stands for a character and "*" for any number of them,
-/// neither for a "/"; "**" for any number with it, and "**/" also for no directory.
-bool matches(std::string_view pattern, std::string_view name);
-bool is_pattern(const std::string& text);
 
 /// The names, with a pattern replaced by the files that match it. A name that a file has is no pattern. False, with a word
 /// on standard error, when a pattern matches nothing.
@@ -105,28 +111,3 @@ bool can_change(const std::string& name, const std::string& if_directory = "it i
 
 /// Where the disk holds a file of just this spelling while the name finds one that differs in case; "" otherwise.
 std::string exact_spelling(const std::string& name);
-
-/// Where on the disk the file lies, as the disk spells it; "" when it lies in a pack or nowhere.
-std::string place_on_disk(const std::string& name);
-
-/// Where part `number` of a pack lies that was split; 1 is the pack itself.
-std::string part_of(const std::string& pack, std::size_t number);
-
-/// "YYYY-MM-DDTHH:MM:SSZ" of a file's last change; "" when its source keeps none.
-std::string time_of(const std::string& name);
-std::string time_text(std::filesystem::file_time_type time);
-/// The same without zone of a count of 100 ns since 1601, in whatever zone it is.
-std::string time_text(std::int64_t ticks);
-
-/// `text` with ASCII letters lower-cased.
-std::string lower_case(std::string text);
-
-/// The name as the library holds it: "/" separators, dots resolved, lower case unless `keep_case`.
-std::string normalised(const std::string& name, bool keep_case = false);
-
-/// The full form of a path as somebody typed it, with "/" separators, and none at its end.
-std::string full_native_path(const std::string& path);
-
-/// The lines of a text file on the disk, empty ones left out, behind those that are there already. False, with a word on
-/// standard error, when it cannot be read.
-bool read_lines(const std::string& path, std::vector<std::string>& lines);

@@ -5,24 +5,22 @@
 #include <algorithm>
 #include <chrono>
 #include <cinttypes>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
+#include <new>
 #include <set>
 #include <sstream>
 #include <system_error>
-
-#include <engine/filesystem.h>
-
-#include "compressor.h"
-#include "interruption.h"
-#include "report.h"
-#include "result.h"
-#include "terminal.h"
+#include <thread>
 
 namespace {
 
 namespace stdfs = std::filesystem;
 
 constexpr std::size_t most_entries = 65535;
+constexpr std::uint64_t most_held = 256u << 20;  // bytes of files that are packed and not yet written
+constexpr std::size_t most_ahead = 4096;         // files
 // 1980-01-01, where the time of a zip begins: the time of every entry when the pack must not depend on it.
 constexpr std::int64_t fixed_time = 119600064000000000;
 
@@ -44,6 +42,13 @@ SFsPacking packing_of(const Packing& how) {
             .worth = how.worth};
 }
 
+/// A file on its way into a pack.
+struct PackedFile {
+    std::string error;  // not "": why it cannot be packed
+    SFsPackedEntry entry{};
+    std::int64_t time = 0;
+};
+
 PackedFile make_file(const Tree& tree, const std::string& name, bool deterministic, const SFsPacking& how,
                      fs::entry_packer& packer) {
     PackedFile file;
@@ -59,6 +64,82 @@ PackedFile make_file(const Tree& tree, const std::string& name, bool determinist
     if (file.time < 0) file.error = "its time cannot be told: " + fs::last_error().text;
     return file;
 }
+
+/// Packs files on every core that gives a thread, and hands them out in their order. What is finished or under way is
+/// bounded.
+class Compressor {
+public:
+    /// Makes one file; called from several threads, which have a packer each.
+    using Make = std::function<PackedFile(std::size_t index, fs::entry_packer& packer)>;
+
+    Compressor(std::size_t count, Make make) : make_(std::move(make)), files_(count) {
+        const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+        try {
+            while (threads_.size() < cores) threads_.emplace_back([this] { work(); });
+        } catch (const std::exception&) {
+            // The system gives no more threads: those that started do the work, or take() itself.
+        }
+    }
+    ~Compressor() {
+        const std::lock_guard lock(mutex_);
+        next_ = files_.size();
+        changed_.notify_all();
+    }
+
+    /// Waits for file `index` and takes it; called once for each, in ascending order.
+    PackedFile take(std::size_t index) {
+        if (threads_.empty()) {
+            fs::entry_packer packer;
+            return make(index, packer);
+        }
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return files_[index].has_value(); });
+        PackedFile file = *std::move(files_[index]);
+        held_ -= file.entry.bytes.size();
+        files_[index].reset();
+        taken_ = index + 1;
+        changed_.notify_all();
+        return file;
+    }
+
+private:
+    void work() {
+        fs::entry_packer packer;
+        for (std::size_t index = 0; next_index(index);) {
+            PackedFile file = make(index, packer);
+            const std::lock_guard lock(mutex_);
+            held_ += file.entry.bytes.size();
+            files_[index] = std::move(file);
+            changed_.notify_all();
+        }
+    }
+
+    PackedFile make(std::size_t index, fs::entry_packer& packer) const try {
+        return make_(index, packer);
+    } catch (const std::bad_alloc&) {
+        return {.error = "no memory"};  // short enough to take none
+    }
+
+    /// Waits until another file may be begun. The one that is waited for may always be, or nothing would move.
+    bool next_index(std::size_t& index) {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] {
+            return next_ == files_.size() || next_ == taken_ || (held_ < most_held && next_ - taken_ < most_ahead);
+        });
+        if (next_ == files_.size()) return false;
+        index = next_++;
+        return true;
+    }
+
+    const Make make_;
+    std::mutex mutex_;  // guards all below
+    std::condition_variable changed_;
+    std::vector<std::optional<PackedFile>> files_;  // that are finished and were not taken
+    std::size_t next_ = 0;                          // the first file that nobody works on
+    std::size_t taken_ = 0;                         // files handed out
+    std::uint64_t held_ = 0;                        // bytes of those that are finished
+    std::vector<std::jthread> threads_;             // the first to go
+};
 
 /// The packs that are made: OUT, and behind it OUT.2, OUT.3 and so on, before the extension, where one would not do.
 class Volumes {
@@ -173,33 +254,4 @@ bool write_packs(const Tree& tree, const std::vector<std::string>& names, std::u
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
     return volumes.finish() && print(shown(out) + ": " + counted(names.size(), "file", "files") +
                                      volumes.summary(total_bytes) + formatted(", %.1f s\n", took.count()));
-}
-
-void add_packing_options(CLI::App* command, Packing& how) {
-    command
-        ->add_option("--method", how.method,
-                     "deflate, which every zip tool reads, or zstd, which is read faster and which zip tools of before "
-                     "2021 do not know (default: deflate)")
-        ->check(CLI::IsMember({"deflate", "zstd"}));
-    command->add_option("--level", how.level, "How hard to pack: 0 (store) to 12, usually 6; for zstd to 22, usually 9")
-        ->check(CLI::Range(0, 22));
-    command
-        ->add_option("--worth", how.worth,
-                     "What packing must save of a file, in percent (default: 3); what saves less is only copied, and "
-                     "can be sought in like the rest")
-        ->check(CLI::Range(0, 100))
-        ->type_name("P");
-    command
-        ->add_option("--store", how.store,
-                     "Store files with these extensions, for views of the pack without a copy. Do not seek far back in "
-                     "them: unless the pack is mounted with EXACT_SEEKS, reading goes on from where it was")
-        ->type_name("EXT,...");
-    command->add_flag("--deterministic", how.deterministic, "The same bytes for the same tree: no times");
-    command->add_flag(
-        "--split", how.split,
-        "Go on in OUT.2.pak, OUT.3.pak and so on where one pack would hold more than 65,535 files or 4 GiB");
-    command->add_option("--split-size", how.split_size, "The same where one would pass this size, such as 600M")
-        ->transform(CLI::AsSizeValue(false))
-        ->check(CLI::Range(std::uint64_t{0}, std::uint64_t{INT64_MAX}, "at most 8 EiB"))  // a minus would wrap
-        ->type_name("BYTES");
 }

@@ -4,8 +4,6 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "tree.h"
 
 /// How packs are made.
@@ -20,8 +18,6 @@ struct Packing {
 
     bool splits() const { return split || split_size != 0; }
 };
-
-void add_packing_options(CLI::App* command, Packing& how);
 
 /// Drops from the names of a directory those of the packs that will be made, which may lie in it from before.
 void leave_out_packs(std::vector<std::string>& names, const std::string& dir, const std::string& out,

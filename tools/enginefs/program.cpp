@@ -8,38 +8,35 @@
 #include <set>
 #include <sstream>
 
-#include <engine/filesystem.h>
-
-#include "commands.h"
-#include "report.h"
+#include "command.h"
 
 namespace {
 
 void add_session_options(CLI::App& app, SessionOptions& options, Style& style) {
-    app.add_option("--root", options.root,
-                   "Directory that is asked after packs and written to (default: the current one)")
-        ->type_name("DIR");
-    app.add_option(
-           "--add", options.sources,
-           "Further source: a pack (.pak, .mpak, or by an http or https URL), which is asked before the root, or "
-           "a directory, which is asked after it; repeatable, of each kind the earlier ones win")
-        ->type_name("PATH")
-        ->take_all()
-        ->expected(1);
+    add_option(&app, "--root DIR", options.root,
+               "Directory that is asked after packs and written to (default: the current one)");
+    add_repeatable(
+        &app, "--add PATH", options.sources,
+        "Further source: a pack (.pak, .mpak, or by an http or https URL), which is asked before the root, or "
+        "a directory, which is asked after it; repeatable, of each kind the earlier ones win");
     app.add_flag_callback(
         "--no-fallback", [&options] { options.fallback = false; },
         "Do not look on the disk for names that no source holds");
-    app.add_option("--cache", options.cache_dir,
-                   "Cache directory, which holds recorded listings (see the command \"cache\")")
-        ->type_name("DIR");
+    add_option(&app, "--cache DIR", options.cache_dir,
+               "Cache directory, which holds recorded listings (see the command \"cache\")");
     const std::set<std::string> levels = {"none", "fatal", "error", "info", "warn", "debug", "verbose", "all"};
-    app.add_option("--log", options.log_level, "Show the library's messages of this level on standard error")
-        ->check(CLI::IsMember(levels))
-        ->type_name("LEVEL");
-    app.add_option("--color", style.color,
-                   "Colours: always, never, or, by default, on a terminal unless NO_COLOR is set")
-        ->check(CLI::IsMember({"auto", "always", "never"}))
-        ->type_name("WHEN");
+    add_option(&app, "--log LEVEL", options.log_level, "Show the library's messages of this level on standard error")
+        ->check(CLI::IsMember(levels));
+    add_option(&app, "--color WHEN", style.color,
+               "Colours: always, never, or, by default, on a terminal unless NO_COLOR is set")
+        ->check(CLI::IsMember({"auto", "always", "never"}));
+}
+
+/// Log lines end as log files want it; standard error ends its lines as the system does.
+void print_message(Log::ELevel::TYPE, const char*, const char* text) {
+    std::string lines = text;
+    std::erase(lines, '\r');
+    std::fputs(lines.c_str(), stderr);
 }
 
 /// How many letters must be changed, added or dropped to make one word of the other.
@@ -104,8 +101,8 @@ Program::Program() : app_("Lists, reads, explains and changes what the engine's 
     app_.fallthrough();
     app_.allow_windows_style_options(false);  // "/games/one" is a path there too
     app_.option_defaults()->always_capture_default(false);
-    add_session_options(app_, options_, style_);
-    Commands commands(app_, chosen_, options_, style_);
+    add_session_options(app_, line_.session, line_.style);
+    Commands commands(app_, line_);
     for (const auto add :
          {add_listing_commands, add_content_commands, add_pack_commands, add_unpack_commands, add_diff_commands,
           add_chunk_commands, add_manage_commands, add_duplicates_command, add_container_commands, add_cache_commands,
@@ -141,12 +138,15 @@ int Program::run() const {
 }
 
 bool Program::run_chosen() const {
-    set_style(style_);
+    set_style(line_.style);
     // Messages go to the callback alone: a tool leaves no log files in the trees that it looks at.
     _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
-    if (!options_.log_level.empty()) show_messages(options_.log_level);
+    if (const std::string& level = line_.session.log_level; !level.empty()) {
+        Log::Settings::Instance().SetLevel(level == "all" ? Log::ELevel::VERE : CrashLevelFromName(level.c_str()));
+        LogSetPrintCallback(print_message);
+    }
     Session session;
-    if (chosen_.needs_mount && !session.mount(options_)) return false;
+    if (line_.needs_mount && !session.mount(line_.session)) return false;
     fs::clear_error();
-    return chosen_.run() && session.is_whole();
+    return line_.run() && session.is_whole();
 }

@@ -10,8 +10,6 @@
 class Program {
 public:
     Program();
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
 
     /// Reads the command line; the status to end with when it is wrong or asks for help alone.
     std::optional<int> parse(int argc, const char* const* argv);
@@ -22,7 +20,5 @@ private:
     bool run_chosen() const;
 
     CLI::App app_;
-    SessionOptions options_;
-    Style style_;
-    Chosen chosen_;
+    CommandLine line_;
 };

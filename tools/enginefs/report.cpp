@@ -2,15 +2,29 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
+
+#include "terminal.h"
 
 namespace {
 
 int output_error = 0;  // errno of the first write to standard output that failed
-bool has_colors = false;
+bool as_json = false;
+bool as_zeros = false;
+bool has_colors = false;   // standard output
+bool has_escapes = false;  // the same, of control characters
+bool has_error_colors = false;
+
+bool takes_colors(const std::string& color, int stream) {
+    const char* const no_color = std::getenv("NO_COLOR");
+    const bool is_wanted = no_color == nullptr || no_color[0] == '\0';
+    return color == "always" || (color == "auto" && is_wanted && shows_colors(stream));
+}
 
 void remember_failure() {
     if (output_error == 0) output_error = errno != 0 ? errno : EIO;
@@ -32,7 +46,33 @@ std::size_t utf8_length(std::string_view text) {
     return length;
 }
 
+std::string column_text(const Field& field) {
+    if (field.width == Field::hexadecimal) return formatted("%08" PRIx32, field.value.get<std::uint32_t>());
+    const std::string text = field.value.is_null()     ? "-"
+                             : field.value.is_string() ? field.value.get<std::string>()
+                                                       : field.value.dump();
+    return formatted("%*s", field.width, text.c_str());
+}
+
+std::string line_of(const Fields& fields) {
+    std::string line;
+    for (const Field& field : fields) {
+        if (field.width == 0) continue;
+        line += line.empty() ? "" : field.width > 0 ? " " : "  ";
+        line += column_text(field);
+    }
+    return line + (line.empty() ? "" : "  ") + shown(fields[0].value.get<std::string>());
+}
+
 }  // namespace
+
+void set_style(const Style& style) {
+    as_json = style.json;
+    as_zeros = style.zero;
+    has_colors = takes_colors(style.color, 1);
+    has_escapes = has_colors || is_terminal(1);
+    has_error_colors = takes_colors(style.color, 2);
+}
 
 std::string printable(const std::string& text) {
     std::string out;
@@ -58,11 +98,28 @@ std::string as_utf8(const std::string& text) {
     return printable(out);
 }
 
-void color_errors(bool on) { has_colors = on; }
+std::string shown(const std::string& name, Color color) {
+    constexpr const char* codes[] = {"", "\x1b[1;34m", "\x1b[36m", "\x1b[2m"};
+    const std::string text = has_escapes ? printable(name) : name;
+    return has_colors && color != Color::PLAIN ? codes[static_cast<int>(color)] + text + "\x1b[0m" : text;
+}
+
+std::string formatted(const char* format, ...) {
+    char text[256];  // for numbers and short words
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    return text;
+}
+
+std::string counted(std::uint64_t count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
 
 bool fail(const std::string& name, const std::string& reason) {
     std::fflush(stdout);
-    std::fprintf(stderr, has_colors ? "\x1b[31menginefs\x1b[0m: %s: %s\n" : "enginefs: %s: %s\n",
+    std::fprintf(stderr, has_error_colors ? "\x1b[31menginefs\x1b[0m: %s: %s\n" : "enginefs: %s: %s\n",
                  name.empty() ? "\"\"" : printable(name).c_str(), printable(reason).c_str());
     return false;
 }
@@ -81,25 +138,16 @@ void fail_usage(const std::string& name, const std::string& reason) {
 
 void note(const std::string& name, const std::string& text) { fail(name, text); }
 
-std::string formatted(const char* format, ...) {
-    char text[256];  // for numbers and short words
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    return text;
-}
-
-std::string counted(std::uint64_t count, const char* one, const char* many) {
-    return std::to_string(count) + " " + (count == 1 ? one : many);
-}
-
 bool print(const std::string& text) { return print_bytes(text.data(), text.size()); }
 
 bool print_bytes(const void* data, std::uint64_t size) {
     errno = 0;
     if (std::fwrite(data, 1, size, stdout) != size) remember_failure();
     return output_error == 0;
+}
+
+bool print_json(const Json& json, int indent) {
+    return print(json.dump(indent, ' ', false, Json::error_handler_t::replace) + "\n");
 }
 
 int finish_output(int status) {
@@ -109,3 +157,25 @@ int finish_output(int status) {
     fail("standard output", std::string("it cannot be written: ") + std::strerror(output_error));
     return exit_failed;
 }
+
+Json json_or_null(std::uint64_t size) { return size != failed ? Json(size) : Json(); }
+Json json_or_null(const std::string& text) { return !text.empty() ? Json(text) : Json(); }
+
+bool shows_json() { return as_json; }
+
+void Listing::add(const Fields& fields, const std::string& line, const std::string& alone) {
+    if (as_json) {
+        Json& object = items_.emplace_back(Json::object());
+        for (const Field& field : fields) object[field.key] = field.value;
+    } else if (as_zeros) {
+        print((alone.empty() ? fields[0].value.get<std::string>() : alone) + '\0');
+    } else {
+        print((line.empty() ? line_of(fields) : line) + "\n");
+    }
+}
+
+void Listing::note(const std::string& line) {
+    if (!as_json && !as_zeros) print(line + "\n");
+}
+
+bool Listing::finish() const { return as_json ? print_json(items_) : print(""); }

@@ -1,13 +1,31 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include <engine/filesystem/contract/error.h>
+
+#include <nlohmann/json.hpp>
+
+// What the tool says: results on standard output, in the style that is asked for, and all else on standard error.
+
+using Json = nlohmann::ordered_json;
+
+inline constexpr std::uint64_t failed = ~std::uint64_t{0};  // how the library answers for a size it cannot tell
 
 inline constexpr int exit_ok = 0;
 inline constexpr int exit_failed = 1;  // not found, or failed
 inline constexpr int exit_usage = 2;   // a wrong command line
+
+/// How results are shown.
+struct Style {
+    bool json = false;           // what is listed, as one array of objects
+    bool zero = false;           // or the first text of each alone, with a zero byte behind it
+    std::string color = "auto";  // or "always" or "never"
+};
+void set_style(const Style& style);
 
 /// A text as it stands in one line: without the control characters of ASCII and of ISO 8859, which steer terminals.
 std::string printable(const std::string& text);
@@ -15,8 +33,21 @@ std::string printable(const std::string& text);
 /// The same, with bytes that are no UTF-8 as "\\xe9".
 std::string as_utf8(const std::string& text);
 
-/// Whether what is said on standard error has colours.
-void color_errors(bool on);
+/// A name as it is printed in a line: on a terminal its control characters are escaped, and it may have a colour.
+enum class Color { PLAIN, DIRECTORY, PACK, SHADOWED };
+std::string shown(const std::string& name, Color color = Color::PLAIN);
+
+/// Text as printf makes it.
+#if defined(__MINGW32__) && !defined(__clang__)
+[[gnu::format(gnu_printf, 1, 2)]]
+#else
+[[gnu::format(printf, 1, 2)]]
+#endif
+std::string
+formatted(const char* format, ...);
+
+/// "1 file", "2 files".
+std::string counted(std::uint64_t count, const char* one, const char* many);
 
 /// Says on standard error what is wrong with `name`. Returns false.
 bool fail(const std::string& name, const std::string& reason);
@@ -55,21 +86,49 @@ struct WrongUsage {};
 /// Says something on standard error that is no failure.
 void note(const std::string& name, const std::string& text);
 
-/// Text as printf makes it.
-#if defined(__MINGW32__) && !defined(__clang__)
-[[gnu::format(gnu_printf, 1, 2)]]
-#else
-[[gnu::format(printf, 1, 2)]]
-#endif
-std::string
-formatted(const char* format, ...);
-
-/// "1 file", "2 files".
-std::string counted(std::uint64_t count, const char* one, const char* many);
-
 /// Prints to standard output; what cannot be written is remembered for finish_output. False when it was not.
 bool print(const std::string& text);
 bool print_bytes(const void* data, std::uint64_t size);
 
+/// Names are bytes; what is no UTF-8 is shown with replacement characters. `indent` -1: all of it in one line.
+bool print_json(const Json& json, int indent = 2);
+
 /// `status`, or exit_failed with a message when standard output could not be written.
 int finish_output(int status);
+
+/// A size or text as JSON; null where it is not known.
+Json json_or_null(std::uint64_t size);
+Json json_or_null(const std::string& text);
+
+/// Items as a JSON array where the style is JSON; null elsewhere, since destroying an array takes memory.
+bool shows_json();
+template <class Items, class Make = std::identity>
+Json json_array(const Items& items, const Make& make = {}) {
+    Json array = shows_json() ? Json::array() : Json();
+    for (auto item = items.begin(); shows_json() && item != items.end(); ++item) array.push_back(make(*item));
+    return array;
+}
+
+/// What is known of an item: what JSON calls it, and how wide its column is in a line; below 0: from the left, 0: none.
+struct Field {
+    static constexpr int hexadecimal = -1000;
+
+    const char* key;
+    Json value;
+    int width = 0;
+};
+using Fields = std::vector<Field>;
+
+/// What a command lists, in the style that is set.
+class Listing {
+public:
+    /// An item by its fields, the first of which is its name. Its line is that of its columns with the name behind them,
+    /// unless there is a `line`; alone of it, where that is asked for, is the name, or `alone`.
+    void add(const Fields& fields, const std::string& line = "", const std::string& alone = "");
+    /// A line for readers alone, such as a sum.
+    void note(const std::string& line);
+    bool finish() const;
+
+private:
+    Json items_ = Json::array();
+};

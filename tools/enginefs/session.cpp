@@ -1,11 +1,10 @@
 #include "session.h"
 
-#include <cstdio>
+#include <algorithm>
 #include <optional>
 
 #include <engine/filesystem.h>
 
-#include "interruption.h"
 #include "names.h"
 #include "report.h"
 
@@ -14,21 +13,9 @@ namespace {
 constexpr auto mount_flags =
     FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES | FFSAddSourceFlags::EXACT_SEEKS;
 
-/// Log lines end as log files want it; standard error ends its lines as the system does.
-void print_message(Log::ELevel::TYPE, const char*, const char* text) {
-    std::string lines = text;
-    std::erase(lines, '\r');
-    std::fputs(lines.c_str(), stderr);
-}
-
 bool is_url(const std::string& path) {
     const std::string name = lower_case(path);
     return name.starts_with("http://") || name.starts_with("https://");
-}
-
-bool add_url(const std::string& url, FFSAddSourceFlags::ENUM flags) {
-    if (mount_url == nullptr) return fail("--add", "packs by URL are not available: built without HTTP");
-    return mount_url(url, flags);
 }
 
 bool check_directory(const std::string& told, const std::string& full) {
@@ -47,11 +34,6 @@ bool is_pack_name(const std::string& path) {
     return name.ends_with(".pak") || name.ends_with(".mpak");
 }
 
-void show_messages(const std::string& level) {
-    Log::Settings::Instance().SetLevel(level == "all" ? Log::ELevel::VERE : CrashLevelFromName(level.c_str()));
-    LogSetPrintCallback(print_message);
-}
-
 /// A mount that answers true may still have left names out, and says so.
 void Session::tell_unlisted(const std::string& told) {
     const SFsError said = fs::last_error();
@@ -63,7 +45,9 @@ void Session::tell_unlisted(const std::string& told) {
 bool Session::add(const std::string& path) {
     // Sources given later stand behind those given earlier: what comes first on the line wins.
     constexpr auto flags = mount_flags | FFSAddSourceFlags::AFTER_SAME_TYPE;
-    if (is_url(path)) return add_url(path, flags);
+    if (is_url(path))
+        return mount_url != nullptr ? mount_url(path, flags)
+                                    : fail("--add", "packs by URL are not available: built without HTTP");
     const std::string full = full_native_path(path);
     if (!is_pack_name(full) && !check_directory(path, full)) return false;
     if (!attempt(path, "it cannot be mounted", [&] { return fs::add_source(full.c_str(), flags); })) return false;
@@ -90,6 +74,13 @@ bool Session::mount(const SessionOptions& options) {
     for (const std::string& path : options.sources)
         if (!add(path)) return false;
     return !Interruption::requested() || fail("interrupted", "the rest is as it was");
+}
+
+bool watch_sources() {
+    return std::ranges::all_of(all_sources(), [](const SFsSourceInfo& source) {
+        const std::string path = place_of(source);
+        return path.empty() || attempt(path, "it cannot be watched", [&] { return fs::watch(path.c_str(), true); });
+    });
 }
 
 Session::~Session() {

@@ -41,5 +41,5 @@ extern bool (*mount_url)(const std::string& url, FFSAddSourceFlags::ENUM flags);
 /// Whether a source of this name is mounted as a pack.
 bool is_pack_name(const std::string& path);
 
-/// Sends the library's messages of at least this importance to standard error.
-void show_messages(const std::string& level);
+/// Has every source watched but the fallback, which holds no names. False, with a word on standard error, when one cannot be.
+bool watch_sources();

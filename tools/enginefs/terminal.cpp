@@ -1,7 +1,7 @@
 #include "terminal.h"
 
-#include <chrono>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,20 +13,33 @@
 #include <windows.h>
 #else
 #include <unistd.h>
-
-#include <csignal>
 #endif
 
-#include "names.h"
+#include "report.h"
 
 namespace {
 
-constexpr std::uint64_t first_drawing_ms = 500;  // quick work shows nothing
-constexpr std::uint64_t redraw_ms = 100;
+constexpr std::chrono::milliseconds first_drawing{500};  // quick work shows nothing
+constexpr std::chrono::milliseconds redraw{100};
 
-std::uint64_t now_ms() {
-    const auto since = std::chrono::steady_clock::now().time_since_epoch();
-    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
+constexpr int asking_to_end[] = {
+    SIGINT, SIGTERM,
+#if defined(SIGHUP)
+    SIGHUP  // the terminal was closed
+#endif
+};
+volatile std::sig_atomic_t requests = 0;  // a signal handler may touch nothing else
+int depth = 0;
+
+void remember(int number) {
+    requests = 1;
+    std::signal(number, SIG_DFL);
+}
+
+/// What is ignored, as behind nohup, stays so.
+void handle_requests(void (*handler)(int)) {
+    for (const int number : asking_to_end)
+        if (std::signal(number, handler) == SIG_IGN) std::signal(number, SIG_IGN);
 }
 
 }  // namespace
@@ -62,28 +75,33 @@ bool shows_colors(int stream) {
 #endif
 }
 
+Interruption::Interruption() {
+    if (depth++ == 0) handle_requests(remember);
+}
+
+Interruption::~Interruption() {
+    if (--depth == 0) handle_requests(SIG_DFL);
+}
+
+bool Interruption::requested() { return requests != 0; }
+
 Progress::Progress(const std::string& label, std::uint64_t total, bool bytes)
-    : label_(printable(label)),
-      total_(total == failed ? 0 : total),
-      bytes_(bytes),
-      watched_(is_terminal(2)),
-      start_ms_(now_ms()) {}
+    : label_(printable(label)), total_(total == failed ? 0 : total), bytes_(bytes), watched_(is_terminal(2)) {}
 
 Progress::~Progress() {
-    if (drawn_) std::fprintf(stderr, "\r%79s\r", "");
+    if (drawn_ != Clock::time_point()) std::fprintf(stderr, "\r%79s\r", "");
 }
 
 void Progress::add(std::uint64_t amount) {
     done_ += amount;
     if (!watched_) return;
-    const std::uint64_t now = now_ms();
-    if (now - start_ms_ < first_drawing_ms || now - drawn_ms_ < redraw_ms) return;
-    drawn_ms_ = now;
-    draw(now);
+    const Clock::time_point now = Clock::now();
+    if (now - start_ < first_drawing || now - drawn_ < redraw) return;
+    drawn_ = now;
+    draw(std::chrono::duration<double>(now - start_).count());
 }
 
-void Progress::draw(std::uint64_t now) {
-    const double seconds = static_cast<double>(now - start_ms_) / 1000.0;
+void Progress::draw(double seconds) const {
     const double rate = static_cast<double>(done_) / seconds;
     std::string line = label_ + ": " + amount_text(static_cast<double>(done_));
     if (total_ != 0) line += " of " + amount_text(static_cast<double>(total_));
@@ -93,16 +111,10 @@ void Progress::draw(std::uint64_t now) {
         line += ", " + std::to_string(left) + " s left";
     }
     std::fprintf(stderr, "\r%-79.79s", line.c_str());
-    drawn_ = true;
 }
 
 std::string Progress::amount_text(double amount) const {
-    char text[40];
-    if (!bytes_)
-        std::snprintf(text, sizeof text, "%.0f", amount);
-    else if (amount < 1024.0 * 1024.0)
-        std::snprintf(text, sizeof text, "%.0f KiB", amount / 1024.0);
-    else
-        std::snprintf(text, sizeof text, "%.1f MiB", amount / (1024.0 * 1024.0));
-    return text;
+    if (!bytes_) return formatted("%.0f", amount);
+    constexpr double kib = 1024, mib = kib * kib;
+    return amount < mib ? formatted("%.0f KiB", amount / kib) : formatted("%.1f MiB", amount / mib);
 }

@@ -4,14 +4,23 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
-#include <engine/filesystem.h>
-
-#include "names.h"
+#include "files.h"
 
 /// What 32 bits of a zip hold at the most: the bytes of an entry, and of a pack.
 inline constexpr std::uint64_t most_bytes = 0xFFFFFFFE;
+
+/// Packs keep local time. The offset of a quarter of an hour is asked for once: the C library takes a while for it.
+class LocalTimes {
+public:
+    /// ns since 1970, universal time, of the ticks of a pack.
+    std::int64_t time_of(std::int64_t ticks);
+
+private:
+    std::unordered_map<std::int64_t, std::int64_t> offsets_;
+};
 
 /// What a directory or a pack shows where it is mounted by itself. What goes wrong is said on standard error.
 /// Threads  once it is open, any number may ask and open files.
@@ -19,6 +28,7 @@ class Tree {
 public:
     /// `path` as somebody typed it.
     bool open(const std::string& path);
+    bool open_directory(const std::string& path);
     bool open_pack(const std::string& path);
     bool is_pack() const { return directory_ == nullptr; }
     /// False when the disk kept names back, which would be missing without a word.

@@ -4,17 +4,7 @@
 #include <system_error>
 #include <unordered_set>
 
-#include <engine/filesystem.h>
-
-#include "commands.h"
-#include "globs.h"
-#include "interruption.h"
-#include "local_times.h"
-#include "names.h"
-#include "output.h"
-#include "report.h"
-#include "result.h"
-#include "terminal.h"
+#include "command.h"
 #include "tree.h"
 
 namespace {
@@ -81,7 +71,7 @@ private:
         for (const SFsPackEntry& entry : pack_.entries()) {
             bool wanted = given_.names.empty();
             for (std::size_t i = 0; i < used.size(); ++i) {
-                if (!Globs::selects(given_.names[i], entry.name)) continue;
+                if (!selects(given_.names[i], entry.name)) continue;
                 wanted = used[i] = true;
             }
             if (wanted) chosen.push_back(&entry);
@@ -206,7 +196,7 @@ void add_unpack_commands(Commands& commands) {
         ->check(CLI::IsMember({"never", "older", "always"}));
     CLI::Option* const dry_run = unpack_command->add_flag("-n,--dry-run", unpack_command.given.dry_run,
                                                           "Print what would be written, and write nothing");
-    commands.add_json(unpack_command)->needs(dry_run);
+    commands.add_json(unpack_command.app)->needs(dry_run);
 
     const auto verify_command =
         commands.add("verify", "Decode every entry of packs and hold it against its checksum and size", verify, false);
@@ -216,5 +206,5 @@ void add_unpack_commands(Commands& commands) {
     list_command->add_option("PACK", list_command.given.pack)->required();
     list_command->add_flag("--long", list_command.given.long_form,
                            "Size, packed size, method, checksum and time of each; packs keep no time zone");
-    commands.add_forms(list_command, "The names");
+    commands.add_forms(list_command.app);
 }

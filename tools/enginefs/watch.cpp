@@ -1,17 +1,10 @@
 // watch: what changes in the sources, as it changes.
 
 #include <chrono>
-#include <cstdint>
 #include <cstdio>
-#include <string>
 #include <thread>
 
-#include <engine/filesystem.h>
-
-#include "commands.h"
-#include "interruption.h"
-#include "report.h"
-#include "result.h"
+#include "command.h"
 
 namespace {
 
@@ -20,36 +13,22 @@ constexpr std::chrono::milliseconds between_polls{10};
 struct Given {
     std::uint32_t quiet_ms = 50;
     std::size_t count = 0;  // 0: without an end
-    bool json = false;
 };
 
 constexpr const char* kinds[] = {"created", "content", "removed", "lost"};  // by SFsChange::KIND
 static_assert(std::size(kinds) == SFsChange::LOST + 1);
 
-/// Has every source watched but the fallback, which holds no names.
-bool watch_sources() {
-    ztl::vector<SFsSourceInfo> sources;
-    fs::get_sources(sources);
-    for (const SFsSourceInfo& source : sources) {
-        const std::string path = source.path_name + source.file_name;
-        if (path.empty()) continue;
-        if (!attempt(path, "it cannot be watched", [&] { return fs::watch(path.c_str(), true); })) return false;
-    }
-    return true;
-}
-
-std::string line_of(const SFsChange& change, bool json) {
+bool print_change(const SFsChange& change) {
     const char* const kind = kinds[change.kind];
-    if (json) {
-        const Json object = {{"kind", kind},
-                             {"name", change.name},
-                             {"source", change.source},
-                             {"winner_changed", change.winner_changed}};
-        return object.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
-    }
+    if (shows_json())
+        return print_json({{"kind", kind},
+                           {"name", change.name},
+                           {"source", change.source},
+                           {"winner_changed", change.winner_changed}},
+                          /*indent*/ -1);
     const std::string what = change.kind == SFsChange::LOST ? change.source : change.name;
     const Color color = change.winner_changed ? Color::PLAIN : Color::SHADOWED;
-    return formatted("%-7s  ", kind) + shown(what, color) + (change.winner_changed ? "\n" : " (shadowed)\n");
+    return print(formatted("%-7s  ", kind) + shown(what, color) + (change.winner_changed ? "\n" : " (shadowed)\n"));
 }
 
 /// Says what could not be looked at, once for as long as it stays so.
@@ -69,7 +48,7 @@ bool run_watch(const Given& given) {
     while (!Interruption::requested()) {
         tell_failure(fs::poll_changes(changes, given.quiet_ms), told);
         for (const SFsChange& change : changes) {
-            if (!print(line_of(change, given.json))) return false;
+            if (!print_change(change)) return false;
             if (given.count != 0 && --left == 0) return true;
         }
         // Whoever reads the other end of a pipe wants each as it comes.
@@ -83,8 +62,8 @@ bool run_watch(const Given& given) {
 
 void add_watch_command(Commands& commands) {
     const auto watch = commands.add("watch", "Print what changes in the sources, as it changes", run_watch);
-    watch->add_option("--quiet", watch.given.quiet_ms, "Wait until a name was not touched for so long (default: 50)")
-        ->type_name("MS");
-    watch->add_option("-n,--count", watch.given.count, "End after so many changes")->type_name("N");
-    watch->add_flag("--json", watch.given.json, "Each as a JSON object in a line");
+    add_option(watch.app, "--quiet MS", watch.given.quiet_ms,
+               "Wait until a name was not touched for so long (default: 50)");
+    add_option(watch.app, "-n,--count N", watch.given.count, "End after so many changes");
+    commands.add_json(watch.app, "Each as a JSON object in a line");
 }

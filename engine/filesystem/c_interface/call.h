@@ -9,8 +9,9 @@
 #include <engine/filesystem/registry.h>
 
 #include "engine/filesystem/c_interface/handles.h"
-#include "engine/kernel/text.h"
 #include "engine/filesystem/contract/error.h"
+#include "engine/kernel/text.h"
+#include "engine/platform/threads.h"
 
 // What every function of the C interface goes through: arguments are checked here and failures become its answers.
 
@@ -52,6 +53,20 @@ bool is_quiet(Work&& work) {
     std::forward<Work>(work)();
     return !scope.has_error();
 }
+
+/// Stands on the stack of a thread while a callback of the host runs.
+class InHost {
+public:
+    InHost() { ++depth; }
+    InHost(const InHost&) = delete;
+    InHost& operator=(const InHost&) = delete;
+    ~InHost() { --depth; }
+
+    static bool is_here() { return depth != 0; }
+
+private:
+    static inline constinit platform::PerThread<int, InHost> depth;
+};
 
 inline bool refuse_argument(const char* text) { return refuse(EFSError::INVALID_ARGUMENT, nullptr, text); }
 

@@ -4,7 +4,6 @@
 #include <engine/filesystem/loading.h>
 
 #include "engine/filesystem/c_interface/call.h"
-#include "engine/filesystem/c_interface/host.h"
 
 // A load's handle is made before the load, since its callback may run before the call that started it has returned. So
 // the callback puts the load behind the handle just as that call does, whichever comes first, and may end the handle.

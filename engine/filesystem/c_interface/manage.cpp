@@ -19,23 +19,24 @@ using fs::registry::SharedGuard;
 
 constexpr std::uint32_t asking_flags = FFSOpenFlags::WHOLE_NAME | FFSOpenFlags::IN_CACHE_DIR;
 
-/// Where the disk holds the file that this source opens for the name; false when that is not known.
-bool find_native(CFSSource& source, const fs::path& name, FFSOpenFlags::FLAGS flags,
-                 fs::LocatingSource::Located& found) {
+/// Where the disk holds the file that this source opens for the name; "" when that is not known.
+std::string native_place(CFSSource& source, const fs::path& name, FFSOpenFlags::FLAGS flags) {
+    fs::LocatingSource::Located found;
     found.path[0] = '\0';
     auto* const locating = dynamic_cast<fs::LocatingSource*>(&source);
-    if (!locating || locating->locate(name, flags, found) != fs::LocatingSource::Answer::LOCATED) return false;
+    if (!locating || locating->locate(name, flags, found) != fs::LocatingSource::Answer::LOCATED) return "";
     auto* const native = dynamic_cast<fs::NativeSource*>(&source);
-    return found.path[0] != '\0' || (native && native->native_path(name, found.path, sizeof found.path));
+    const bool is_known = found.path[0] != '\0' || (native && native->native_path(name, found.path, sizeof found.path));
+    return is_known ? found.path : "";
 }
 
 /// Files of the disk are asked for their attributes when the lock is given back; `native` names them.
 bool describe(CFSSource& source, const fs::path& name, FFSOpenFlags::FLAGS flags, enginefs_info& info,
-              fs::LocatingSource::Located& native) {
+              std::string& native) {
     info.kind = source.type();
     info.is_protected = source.is_protected();
-    if (find_native(source, name, flags, native)) return true;
-    native.path[0] = '\0';
+    native = native_place(source, name, flags);
+    if (!native.empty()) return true;
     const fs::FilePtr file(source.open_read(name, flags));
     if (!file) return false;
     info.size = static_cast<int64_t>(file->length());
@@ -54,14 +55,13 @@ bool describe_native(const char* native, enginefs_info& info) {
 }
 
 bool describe_file(const char* path, FFSOpenFlags::FLAGS flags, enginefs_info& info) {
-    fs::LocatingSource::Located native;
-    native.path[0] = '\0';
+    std::string native;
     info.type = ENGINEFS_TYPE_FILE;
     const auto use = [&](CFSSource& source, const fs::path& held) {
         return describe(source, held, flags & FFSOpenFlags::WHOLE_NAME, info, native);
     };
     if (!fs::with_holder<SharedGuard>(path, fs::match_of(flags), false, use)) return false;
-    return native.path[0] == '\0' || describe_native(native.path, info);
+    return native.empty() || describe_native(native.c_str(), info);
 }
 
 bool has_directory(CFSSource& source, const fs::path& directory) {

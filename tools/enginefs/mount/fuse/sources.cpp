@@ -1,7 +1,7 @@
 // Packs tell what they hold by their own lists. Directories are walked beside the library's names, which decide what is
 // shown: that asks the disk once for each file, where asking the library for its place and then the disk takes four times.
 
-#include "mount/fuse/sources.h"
+#include "mount/fuse/view.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -11,10 +11,6 @@
 #include <utility>
 
 #include <engine/filesystem/watch.h>
-
-#include "local_times.h"
-#include "names.h"
-#include "report.h"
 
 namespace {
 
@@ -103,14 +99,6 @@ private:
     std::vector<Table::Item> items_;
 };
 
-ztl::vector<SFsSourceInfo> whole_holders(const std::string& name) {
-    return ask(name, [&] {
-        ztl::vector<SFsSourceInfo> holders;
-        fs::find_holders(name.c_str(), holders, FFSOpenFlags::WHOLE_NAME);
-        return holders;
-    });
-}
-
 /// Adds all other files of a table, and the directories that are there still.
 void add_unchanged(std::vector<Table::Item>& items, const Table& before, const std::set<std::string>& changed) {
     for (const Table::Node& node : before.nodes()) {
@@ -143,7 +131,7 @@ std::shared_ptr<const Table> Sources::changed_table(const Table& before, const s
     std::vector<Table::Item> items;
     ++version_;
     for (const std::string& name : changed) {
-        const ztl::vector<SFsSourceInfo> holders = whole_holders(name);
+        const std::vector<SFsSourceInfo> holders = holders_of(name, FFSOpenFlags::WHOLE_NAME);
         const bool is_held = !holders.empty();
         if (is_indexed(name) || (is_held && holders[0].type == EFSSourceType::PACK)) return table(&before);
         const std::string place = is_held ? place_on_disk(place_of(holders[0]) + name) : "";
@@ -174,13 +162,6 @@ std::string Sources::spelled(const std::string& directory) const {
     for (const std::string& path : paths)
         if (std::string full = full_native_path(path) + "/"; lower_case(full) == lower_case(directory)) return full;
     return directory;
-}
-
-bool Sources::watch() const {
-    return std::ranges::all_of(all_sources(), [](const SFsSourceInfo& source) {
-        const std::string place = place_of(source);
-        return attempt(place, "it cannot be watched", [&] { return fs::watch(place.c_str(), true); });
-    });
 }
 
 std::shared_ptr<const Table> Sources::changes(const Table& before) {

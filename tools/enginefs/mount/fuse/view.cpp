@@ -3,7 +3,7 @@
 // Nothing changes while it is mounted, or the kernel is told what does, so it may keep names, attributes, listings and
 // bytes; opening needs no answer at all, and it asks for one but once. What remains is lookups, listings and reads.
 
-#include "mount/view.h"
+#include "mount/fuse/view.h"
 
 #define FUSE_USE_VERSION 35
 #include <fuse_lowlevel.h>
@@ -22,8 +22,6 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <filesystem>
-#include <memory>
 #include <mutex>
 #include <new>
 #include <stop_token>
@@ -33,8 +31,6 @@
 #include <vector>
 
 #include "mount/window_cache.h"
-#include "names.h"
-#include "report.h"
 
 namespace {
 
@@ -50,9 +46,9 @@ WindowCache::File cached(const Table::Node& file) {
 /// What is shown. The table may be replaced at any time; a request goes on with the one that it began with.
 class View {
 public:
-    View(std::shared_ptr<const Table> table, const ViewOptions& given)
-        : options(given),
-          windows(given.memory,
+    View(std::shared_ptr<const Table> table, std::uint64_t memory, const NextTable& next)
+        : next_table(next),
+          windows(memory,
                   [this](std::uint64_t inode) {
                       return fs::open_file(this->table()->path(inode).c_str(), EFSMode::READ, FFSOpenFlags::WHOLE_NAME);
                   }),
@@ -77,7 +73,7 @@ public:
         }
     }
 
-    const ViewOptions& options;
+    const NextTable& next_table;
     WindowCache windows;
 
 private:
@@ -142,7 +138,7 @@ void look_up(fuse_req_t request, fuse_ino_t parent, const char* name) {
         const std::shared_ptr<const Table> table = table_of(request);
         const std::uint64_t inode = table->lookup(parent, name);
         fuse_entry_param entry = entry_of(*table, inode);
-        if (view_of(request).options.next && (inode == 0 || table->name(*table->find(inode)) != name))
+        if (view_of(request).next_table && (inode == 0 || table->name(*table->find(inode)) != name))
             entry.entry_timeout = doubtful_seconds;
         return fuse_reply_entry(request, &entry), 0;
     });
@@ -275,7 +271,7 @@ void forget_name(fuse_session* session, const Table& table, const Table::Node& n
 
 /// Replaces the table when something has changed, and then tells the kernel what it must not use any more.
 void take_up_changes(fuse_session* session, View& view) {
-    const std::shared_ptr<const Table> before = view.table(), after = view.options.next(*before);
+    const std::shared_ptr<const Table> before = view.table(), after = view.next_table(*before);
     if (after == nullptr) return;
     view.replace(after);
     for (const Table::Node& was : before->nodes()) {
@@ -290,7 +286,7 @@ void take_up_changes(fuse_session* session, View& view) {
 
 /// Ends with what it returns. Signals are the main thread's.
 std::jthread start_following(fuse_session* session, View& view) {
-    if (!view.options.next) return {};
+    if (!view.next_table) return {};
     sigset_t all, before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
@@ -313,10 +309,12 @@ std::jthread start_following(fuse_session* session, View& view) {
 
 }  // namespace
 
-bool show_view(std::shared_ptr<const Table> table, const ViewOptions& options, const std::function<void()>& ready) {
-    View view(std::move(table), options);
+bool show_view(std::shared_ptr<const Table> table, const Mounting& given, const NextTable& next,
+               const std::function<void()>& ready) {
+    View view(std::move(table), given.memory_mib << 20, next);
+    const std::string place = full_native_path(given.place);
     std::string how = "ro,default_permissions,nosuid,nodev,fsname=enginefs,subtype=enginefs";
-    if (options.allow_other) how += ",allow_other";
+    if (given.allow_other) how += ",allow_other";
     char program[] = "enginefs", option[] = "-o";
     char* words[] = {program, option, how.data()};
     fuse_args arguments = FUSE_ARGS_INIT(3, words);
@@ -325,13 +323,13 @@ bool show_view(std::shared_ptr<const Table> table, const ViewOptions& options, c
     const std::unique_ptr<fuse_session, EndSession> session(fuse_session_new(&arguments, &ops, sizeof ops, &view));
     fuse_opt_free_args(&arguments);
     if (session == nullptr || fuse_set_signal_handlers(session.get()) != 0 ||
-        fuse_session_mount(session.get(), options.place.c_str()) != 0)
-        return fail(options.place, "it cannot be mounted: " + reason_of_failure());
+        fuse_session_mount(session.get(), place.c_str()) != 0)
+        return fail(place, "it cannot be mounted: " + reason_of_failure());
     fuse_set_log_func(nullptr);
     malloc_trim(0);  // what gathering the names took
     const std::jthread following = start_following(session.get(), view);
     ready();
     fuse_loop_config threads{.clone_fd = 0, .max_idle_threads = 10};
     const int ended = fuse_session_loop_mt(session.get(), &threads);
-    return ended >= 0 || fail(options.place, std::string("the view ended: ") + std::strerror(-ended));
+    return ended >= 0 || fail(place, std::string("the view ended: ") + std::strerror(-ended));
 }

@@ -1,14 +1,18 @@
-#include "page.h"
+// report: what packs and directories hold, as a page for a browser: a map of the bytes, which needs script, and tables,
+// which do not. It is one text that reaches for nothing else, and whose names cannot act.
 
 #include <algorithm>
-#include <map>
 #include <string_view>
+#include <system_error>
 
-#include "report.h"
+#include "command.h"
+#include "page/contents.h"
 
 extern const char page_text[];  // page/page.html
 
 namespace {
+
+namespace stdfs = std::filesystem;
 
 using Files = std::vector<std::size_t>;
 using Cells = std::vector<std::string>;
@@ -43,18 +47,12 @@ std::string json_text(const std::string& text) {
 }
 
 /// A field of an object, behind another. (Values of the library for JSON take memory to end.)
-class JsonArray {
-public:
-    explicit JsonArray(const char* name) : text_(std::string(",\"") + name + "\":[") {}
-    void add(const std::string& value) {
-        if (text_.back() != '[') text_ += ',';
-        text_ += value;
-    }
-    std::string text() const { return text_ + "]\n"; }
-
-private:
-    std::string text_;
-};
+template <class Items, class Make>
+std::string json_field(const char* name, const Items& items, const Make& make) {
+    std::string text;
+    for (const auto& item : items) text.append(text.empty() ? "" : ",").append(make(item));
+    return std::string(",\"") + name + "\":[" + text + "]\n";
+}
 
 /// "12,345,678".
 std::string grouped(std::uint64_t number) {
@@ -136,11 +134,7 @@ public:
         return table.finish();
     }
 
-    std::string largest() const {
-        Table table("Largest", "By the bytes that they take.", {"Name", "Place", "#Bytes", "#Packed", "#Ratio"});
-        for (const std::size_t i : all()) table.add(row(i));
-        return table.finish();
-    }
+    std::string largest() const { return table_of("Largest", "By the bytes that they take.", all()); }
 
     std::string equal(bool exact) const {
         const std::vector<EqualFiles> groups = contents_.equal_files(exact);
@@ -180,26 +174,22 @@ public:
             return file.method != EFSPackMethod::STORE && file.method != EFSPackMethod::ZSTD && file.size != 0 &&
                    static_cast<double>(file.packed) >= gains_nothing * static_cast<double>(file.size);
         });
-        Table table("Gains nothing by deflate", about(files) + " deflated to 98 % or more.",
-                    {"Name", "Place", "#Bytes", "#Packed", "#Ratio"});
-        for (const std::size_t i : files) table.add(row(i));
-        return table.finish();
+        return table_of("Gains nothing by deflate", about(files) + " deflated to 98 % or more.", files);
     }
 
     std::string never_read() const {
         std::vector<bool> is_read(files_.size());
         for (const std::size_t i : contents_.record()) is_read[i] = true;
-        Files files = chosen([&](const ContainedFile& file) {
+        const Files files = chosen([&](const ContainedFile& file) {
             const auto i = static_cast<std::size_t>(&file - files_.data());
             return file.winner == i && !is_read[i];
         });
         const std::size_t unknown = contents_.unknown_names();
-        Table table("Never read",
-                    about(files) + " that the record does not name" +
-                        (unknown == 0 ? "." : "; of its names, " + grouped(unknown) + " are in none of these places."),
-                    {"Name", "Place", "#Bytes", "#Packed", "#Ratio"});
-        for (const std::size_t i : files) table.add(row(i));
-        return table.finish();
+        return table_of(
+            "Never read",
+            about(files) + " that the record does not name" +
+                (unknown == 0 ? "." : "; of its names, " + grouped(unknown) + " are in none of these places."),
+            files);
     }
 
     /// What the script draws: a tree of names, and numbers of the files in its order. A directory stands behind the one
@@ -208,35 +198,33 @@ public:
         Directories tree;
         for (const Contents::Place& place : contents_.places()) tree.add(0, place.name);
         for (std::size_t i = 0; i < files_.size(); ++i) tree.add_file(1 + files_[i].place, files_[i].name, i);
-        std::vector<std::size_t> positions(files_.size());
-        std::size_t position = 0;
-        JsonArray dirs("dirs"), parents("parents"), counts("counts"), names("names"), sizes("sizes"), saved("saved");
-        JsonArray shadowed("shadowed"), order("order");
-        for (std::size_t d = 0; d < tree.names.size(); ++d) {
-            dirs.add(json_text(tree.names[d]));
-            parents.add(std::to_string(tree.parents[d]));
-            counts.add(std::to_string(tree.files[d].size()));
-            for (const auto& [name, i] : tree.files[d]) {
-                positions[i] = position++;
-                names.add(json_text(name));
-                sizes.add(std::to_string(files_[i].size));
-                saved.add(std::to_string(static_cast<std::int64_t>(files_[i].size - files_[i].packed)));
-            }
-        }
-        for (const std::size_t i : shadowed_files()) shadowed.add(std::to_string(positions[i]));
-        for (const std::size_t i : contents_.record()) order.add(std::to_string(positions[i]));
-        std::string all = std::string(R"({"recorded":)") + (has_record ? "true" : "false") + R"(,"places":)" +
-                          std::to_string(contents_.places().size());
-        for (const JsonArray* const array : {&dirs, &parents, &counts, &names, &sizes, &saved, &shadowed, &order})
-            all += array->text();
-        return all + "}";
+        std::vector<NamedFile> files;
+        for (const std::vector<NamedFile>& here : tree.files) files.insert(files.end(), here.begin(), here.end());
+        std::vector<std::size_t> positions(files.size());
+        for (std::size_t at = 0; at < files.size(); ++at) positions[files[at].second] = at;
+        const auto number = [](std::size_t value) { return std::to_string(value); };
+        const auto position = [&](std::size_t i) { return std::to_string(positions[i]); };
+        const auto size = [this](const NamedFile& file) { return std::to_string(files_[file.second].size); };
+        const auto saved = [this](const NamedFile& file) {
+            return std::to_string(static_cast<std::int64_t>(files_[file.second].size - files_[file.second].packed));
+        };
+        return std::string(R"({"recorded":)") + (has_record ? "true" : "false") + R"(,"places":)" +
+               std::to_string(contents_.places().size()) + json_field("dirs", tree.names, json_text) +
+               json_field("parents", tree.parents, number) +
+               json_field("counts", tree.files, [&](const auto& here) { return number(here.size()); }) +
+               json_field("names", files, [](const NamedFile& file) { return json_text(file.first); }) +
+               json_field("sizes", files, size) + json_field("saved", files, saved) +
+               json_field("shadowed", shadowed_files(), position) + json_field("order", contents_.record(), position) +
+               "}";
     }
 
 private:
+    using NamedFile = std::pair<std::string, std::size_t>;  // the name in its directory, and the number
+
     struct Directories {
         std::vector<std::string> names{""};
         std::vector<std::size_t> parents{0};
-        std::vector<std::vector<std::pair<std::string, std::size_t>>> files{1};
+        std::vector<std::vector<NamedFile>> files{1};
         std::map<std::pair<std::size_t, std::string>, std::size_t> known{};
 
         std::size_t add(std::size_t parent, const std::string& name) {
@@ -288,6 +276,11 @@ private:
     }
     std::string name(std::size_t i) const { return "<bdi>" + html(files_[i].name) + "</bdi>"; }
     std::string place(std::size_t i) const { return html(contents_.places()[files_[i].place].name); }
+    std::string table_of(const std::string& heading, const std::string& about, const Files& files) const {
+        Table table(heading, about, {"Name", "Place", "#Bytes", "#Packed", "#Ratio"});
+        for (const std::size_t i : files) table.add(row(i));
+        return table.finish();
+    }
     Cells row(std::size_t i) const {
         const ContainedFile& file = files_[i];
         return {name(i), place(i), grouped(file.size), grouped(file.packed), percent(file.packed, file.size)};
@@ -296,8 +289,6 @@ private:
     Contents& contents_;
     const std::vector<ContainedFile>& files_;
 };
-
-}  // namespace
 
 std::string page_of(Contents& contents, const std::string& title, bool has_record, bool exact) {
     const Page page(contents);
@@ -315,4 +306,63 @@ std::string page_of(Contents& contents, const std::string& title, bool has_recor
         left.remove_prefix(end + 3);
     }
     return out.append(left);
+}
+
+struct Given {
+    std::string out, record, title;
+    std::vector<std::string> packs{};
+    bool exact = false;
+    const SessionOptions* session = nullptr;
+};
+
+/// Packs before directories, each in the order of the command line, as they are asked when they are mounted.
+std::vector<std::string> places_of(const Given& given) {
+    const SessionOptions& session = *given.session;
+    std::vector<std::string> places = given.packs, directories;
+    for (const std::string& path : session.sources) (is_pack_name(path) ? places : directories).push_back(path);
+    if (!session.root.empty() || given.packs.empty() || !session.sources.empty())
+        places.push_back(session.root.empty() ? "." : session.root);
+    places.insert(places.end(), directories.begin(), directories.end());
+    return places;
+}
+
+bool write_file(const std::string& path, const std::string& text) {
+    const stdfs::path place = fs::to_path(full_native_path(path));
+    const std::string name = safe_name(fs::from_path(fs::to_path(path).filename()));
+    std::error_code unknown;
+    if (name.empty()) return fail(path, "it is no name of a file");
+    if (!stdfs::is_directory(place.parent_path(), unknown)) return fail(path, "its directory does not exist");
+    Output out;
+    return out.open_below(place.parent_path(), name) && out.write(text.data(), text.size()) && out.finish();
+}
+
+bool report(const Given& given) {
+    Contents contents;
+    for (const std::string& path : places_of(given))
+        if (!contents.add(path)) return false;
+    contents.find_winners();
+    if (!given.record.empty() && !contents.read_record(given.record)) return false;
+    std::string title = given.title;
+    for (const Contents::Place& place : contents.places())
+        if (given.title.empty()) title += (title.empty() ? "What fills " : ", ") + place.name;
+    const std::string page = page_of(contents, title, !given.record.empty(), given.exact);
+    return contents.is_whole() && write_file(given.out, page);
+}
+
+}  // namespace
+
+void add_report_command(Commands& commands) {
+    const auto added = commands.add(
+        "report", "Make a page that shows what fills packs and directories, for a browser and without a network",
+        report, /*needs_mount*/ false);
+    Given& given = added.given;
+    given.session = &commands.session();
+    added->add_option("OUT", given.out, "The page to make, such as report.html")->required();
+    add_repeatable(added.app, "--pack PACK", given.packs,
+                   "A pack that stands before what the options --root and --add name, or alone when there are none; "
+                   "repeatable");
+    add_option(added.app, "--record FILE", given.record,
+               "The names that were read, one a line, in their order (see fs::record_access)");
+    added->add_option("--title", given.title, "The title of the page");
+    added->add_flag("--exact", given.exact, "Compare what seems equal byte by byte");
 }

@@ -1,12 +1,8 @@
-#include "contents.h"
+#include "page/contents.h"
 
 #include <algorithm>
 #include <map>
 #include <unordered_set>
-
-#include "equal.h"
-#include "report.h"
-#include "terminal.h"
 
 bool Contents::add(const std::string& path) {
     Place& place = places_.emplace_back();
