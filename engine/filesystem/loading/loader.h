@@ -15,9 +15,9 @@
 
 #include <engine/kernel/multithreading.h>
 
-#include "engine/platform/threads.h"
-#include "engine/filesystem/handles/request_status.h"
+#include "engine/filesystem/handles/request.h"
 #include "engine/filesystem/loading/work.h"
+#include "engine/platform/threads.h"
 
 class CFSSource;
 

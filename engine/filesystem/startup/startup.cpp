@@ -20,7 +20,7 @@
 #include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/path.h"
-#include "engine/filesystem/handles/queue_slots.h"
+#include "engine/filesystem/handles/io_queue.h"
 #include "engine/filesystem/loading/loader.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"

@@ -11,7 +11,7 @@
 
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/path.h"
-#include "engine/filesystem/formats/inflate.h"
+#include "engine/filesystem/formats/deflate.h"
 #include "engine/filesystem/formats/zip.h"
 #include "engine/filesystem/formats/zstd.h"
 #include "engine/platform/threads.h"

@@ -7,7 +7,7 @@
 #include <engine/filesystem/formats/pack_method.h>
 #include <engine/filesystem/sources/pack.h>
 
-#include "engine/filesystem/formats/decoder.h"
+#include "engine/filesystem/formats/codec.h"
 #include "engine/filesystem/sources/names/name_table.h"
 #include "engine/filesystem/sources/pack/store.h"
 #include "engine/platform/threads.h"

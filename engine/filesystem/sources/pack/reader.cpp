@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-#include "engine/filesystem/formats/inflate.h"
+#include "engine/filesystem/formats/deflate.h"
 #include "engine/filesystem/formats/zstd.h"
 
 // Words: a block is full when it holds 32 KiB; the current block is the one that reading stands in; its read position
