@@ -104,7 +104,7 @@ inline std::string build(const std::vector<Entry>& entries) {
 }
 
 /// A pack in memory that answers by `fault` while that is set.
-class MemoryReader : public fs::pack_reader {
+class MemoryReader final : public fs::pack_reader {
 public:
     using Fault = std::function<std::int64_t(std::uint64_t size)>;
 
