@@ -45,14 +45,10 @@ void compare(CZip_dir& disk, const std::string& name, Counts& counts) {
 
 bool set_option(fs::http::options& how, const std::string& text) {
     const std::pair<const char*, std::uint32_t*> known[] = {
-        {"connections", &how.connections},    {"retries", &how.retries},         {"stall", &how.stall_timeout_ms},
-        {"connect", &how.connect_timeout_ms}, {"longest", &how.longest_wait_ms},
-    };
-    const std::size_t equal = text.find('=');
-    if (equal == std::string::npos) return false;
-    const auto number = static_cast<std::uint32_t>(std::strtoul(text.c_str() + equal + 1, nullptr, 10));
+        {"retries=", &how.retries}, {"stall=", &how.stall_timeout_ms}, {"longest=", &how.longest_wait_ms}};
+    const auto number = static_cast<std::uint32_t>(std::strtoul(text.c_str() + text.find('=') + 1, nullptr, 10));
     for (const auto& [name, value] : known)
-        if (text.compare(0, equal, name) == 0) return *value = number, true;
+        if (text.starts_with(name)) return *value = number, true;
     return text.starts_with("first=") && (how.first_bytes = number, true);
 }
 

@@ -76,7 +76,7 @@ def main(program, pages):
         if shutil.which(shell):
             complaints += check_completion(shell, os.path.join(pages, name), known)
         else:
-            print(f"{shell}: not available")
+            print(f"{shell} is missing: its page is not looked at")
     if len(known) < 30:
         complaints.append(f"the tool names only {len(known)} commands")
     print(*complaints, f"{len(known)} commands, {len(complaints)} complaint(s)", sep="\n")
