@@ -1,9 +1,7 @@
 #!/usr/bin/env python3
-"""Packs by URL against servers that are rude and over a file of kept blocks that is damaged; or, with --nginx, against a
-server that others wrote, run from a folder of its own.
+"""Packs by URL against servers that are rude, and over a file of kept blocks that is damaged.
 
 usage: http_test.py CLIENT ENGINEFS
-       http_test.py --nginx CLIENT DEPS    (nginx is the system's, or the one that scripts/setup has unpacked below DEPS)
 """
 import http.server
 import io
@@ -12,7 +10,6 @@ import random
 import re
 import resource
 import shutil
-import socket
 import ssl
 import subprocess
 import sys
@@ -205,7 +202,7 @@ def servers(client, server):
     for mode, (_, wanted, options, most) in SERVERS.items():
         began = time.monotonic()
         url = server.start(mode.replace("%20", " "))
-        threads, options = (0, options[1:]) if "threads=0" in options else (4, options)
+        threads, options = (0, options[1:]) if "threads=0" in options else (99, options)
         client.run(mode, wanted, url, "", threads, *options)
         seen, waited = server.seen, time.monotonic() - began
         client.check(len(seen) <= most, f"{mode}: {len(seen)} requests")
@@ -292,61 +289,9 @@ def rude_servers(client, enginefs):
     certificate(client, server)
 
 
-CONFIGURATION = """
-daemon off; master_process off; worker_processes 1; pid {where}/pid; error_log {where}/error.log;
-events {{ }}
-http {{
-    access_log {where}/access.log;
-    client_body_temp_path {where}/t; proxy_temp_path {where}/t; fastcgi_temp_path {where}/t; uwsgi_temp_path {where}/t; scgi_temp_path {where}/t;
-    gzip on; gzip_types *; gzip_min_length 1;
-    server {{ listen 127.0.0.1:{port}; root {where}/www; }}
-}}
-"""
-
-
-def start_nginx(nginx, where):
-    """nginx in the foreground, and its port; it is asked until it answers."""
-    with socket.socket() as free:
-        free.bind(("127.0.0.1", 0))
-        port = free.getsockname()[1]
-    with open(f"{where}/nginx.conf", "w", encoding="ascii") as out:
-        out.write(CONFIGURATION.format(where=where, port=port))
-    server = subprocess.Popen([nginx, "-p", where, "-c", f"{where}/nginx.conf", "-e", f"{where}/error.log"])
-    for _ in range(100):
-        with socket.socket() as client:
-            if client.connect_ex(("127.0.0.1", port)) == 0:
-                return server, port
-        time.sleep(0.05)
-    server.kill()
-    sys.exit("nginx did not start")
-
-
-def over_nginx(client, deps):
-    places = (shutil.which("nginx"), "/usr/sbin/nginx", os.path.join(deps, "nginx/usr/sbin/nginx"))
-    nginx = next((path for path in places if path and os.access(path, os.X_OK)), None)
-    if not nginx:
-        complaints.skip("nginx (nginx-light)")
-    client.write("www/x.pak", client.read(client.pack))
-    server, port = start_nginx(nginx, client.where)
-    url, cache = f"http://127.0.0.1:{port}/x.pak", client.path("cache")
-    try:
-        client.run("all entries at once", GOOD, url, cache, 99)
-        before = client.read("access.log").count(b"\n")
-        client.run("from the cache", GOOD, url, cache, 8)
-        client.check(client.read("access.log").count(b"\n") == before + 1, "from the cache: it asked again")
-        client.write("www/x.pak", client.read(client.changed))
-        client.run("changed between runs", GOOD, url, cache, 8, pack=client.changed)
-    finally:
-        server.terminate()
-        server.wait()
-
-
-def main(program, other, part=rude_servers):
-    complaints.main(lambda where: Client(where, program), lambda client: part(client, other))
+def main(program, enginefs):
+    complaints.main(lambda where: Client(where, program), lambda client: rude_servers(client, enginefs))
 
 
 if __name__ == "__main__":
-    if sys.argv[1] == "--nginx":
-        main(*sys.argv[2:], over_nginx)
-    else:
-        main(*sys.argv[1:])
+    main(*sys.argv[1:])

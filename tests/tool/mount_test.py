@@ -52,7 +52,7 @@ def make_sources(tool):
                "root/Pair/Two.TXT": b"first\n", "root/Pair/two.txt": b"second\n", "first/textures/Both.txt": b"of the pack\n",
                "first/clash/inner.txt": b"inner\n", "first/plain.txt": PLAIN, "first/deep/plain.txt": b"another by its end\n",
                "first/nothing": b"", "first/big.hex": BIG, "second/stored.bin": BIG[:700_001],
-               "second/plain.txt": b"shadowed\n", "extra/deep/z.txt": b"of the directory\n",
+               "second/plain.txt": b"shadowed\n", "extra/deep/z.txt": b"of the directory\n", "extra/nothing/x.txt": b"hidden\n",
                # Read one after another, the next of these is decoded before it is asked for.
                **{f"first/row/{number}.txt": b"%d " % number * 20_000 for number in range(9)}})
     os.makedirs(tool.path("root/Empty/Deep"))
@@ -96,7 +96,8 @@ def shows_what_the_game_reads(tool):
         process.send_signal(signal.SIGTERM)
         tool.check(process.wait(60) == 0 and not os.path.ismount(tool.path("view")), "SIGTERM does not end it")
         said = process.stderr.read().decode()
-        tool.check(said == "enginefs: clash: a directory of an earlier source hides this file\n", f"it says {said!r}")
+        tool.check(said == "enginefs: clash: a directory of an earlier source hides this file\n"
+                           "enginefs: nothing/: a file of an earlier source hides this directory\n", f"it says {said!r}")
 
 
 def fails_with(tool, wanted, act):

@@ -33,7 +33,8 @@ def listing(tool):
                ("load --workers 1 --json b.dds readme.txt", 0,
                 r'~"files": 2,\s+"failed": 0,\s+"bytes": 12,(.|\n)*"priority": 0,\s+"loads": 2,(.|\n)*"slowest": (.|\n)*"reason": '))
     tool.fails(("ls nowhere", "enginefs: nowhere: no source has such a directory"), ("ls --mask *.wav", "*.wav: no file matches"),
-               ("find zebra", "no name contains it"), ("load --order nowhere", "nowhere: it cannot be read"),
+               ("find zebra", "no name contains it"),
+               ("load --order nowhere", "nowhere: it cannot be read"), ("load --order root", "root: it cannot be read"),
                ("load --workers 65", "at most 64 workers"),
                *((f"{command} zebra", "zebra: no source holds it") for command in ("stat", "which", "cat")),
                *((line, "enginefs: textures: it is a directory") for line in
