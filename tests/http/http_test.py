@@ -153,11 +153,11 @@ def later_fails(reason):
 
 CHANGED, TIMEOUT, QUICK = "the file was changed on the server", r"the transfer failed \(Timeout was reached\)", ("retries=2", "longest=50")
 SERVERS = {
-    # mode: (what it answers, what the client says, its options, requests at most)
-    "good": (Answer.part, GOOD, (), 99),
+    # mode: (what it answers, what the client says, its threads and options, requests at most)
+    "good": (Answer.part, GOOD, ("99",), 99),
     "one%20name": (Answer.part, GOOD, (), 99),
-    "mounted": (Answer.part, "0 good", ("threads=0",), 1),
-    "twice": (Answer.part, "0 good", ("threads=0", "first=22"), 2),
+    "mounted": (Answer.part, "0 good", ("0",), 1),
+    "twice": (Answer.part, "0 good", ("0", "first=22"), 2),
     "date": (lambda a: a.part(tag=None, headers=[DATE]), GOOD, (), 99),
     "weak": (lambda a: a.part(tag='W/"one"', headers=[DATE]), GOOD, (), 99),
     "unmarked": (lambda a: a.part(tag=None), GOOD, (), 99),
@@ -202,7 +202,7 @@ def servers(client, server):
     for mode, (_, wanted, options, most) in SERVERS.items():
         began = time.monotonic()
         url = server.start(mode.replace("%20", " "))
-        threads, options = (0, options[1:]) if "threads=0" in options else (99, options)
+        threads, *options = options if options and options[0].isdigit() else (4, *options)
         client.run(mode, wanted, url, "", threads, *options)
         seen, waited = server.seen, time.monotonic() - began
         client.check(len(seen) <= most, f"{mode}: {len(seen)} requests")
