@@ -84,14 +84,11 @@ TEST_F(MountWindowCache, DecodesOnceWhatTheBudgetHolds) {
 }
 
 TEST_F(MountWindowCache, StreamsWhatIsReadInOrder) {
-    for (const std::uint64_t size : {200 * kib, 20'000 * kib + 1}) {
-        use(64 * 1024 * kib, size);
-        decoded_ = opened_ = 0;
-        for (std::uint64_t at = 0; at < size; at += 100 * kib) ASSERT_TRUE(reads(1, at, 100 * kib));
-        EXPECT_EQ(decoded_, size);
-        EXPECT_EQ(opened_, 1U);
-        EXPECT_LE(windows_->bytes(), 2 * WindowCache::window_size) << "what was read through is kept";
-    }
+    use(64 * 1024 * kib, 20'000 * kib + 1);
+    for (std::uint64_t at = 0; at < size_; at += 100 * kib) ASSERT_TRUE(reads(1, at, 100 * kib));
+    EXPECT_EQ(decoded_, size_);
+    EXPECT_EQ(opened_, 1U);
+    EXPECT_LE(windows_->bytes(), 2 * WindowCache::window_size) << "what was read through is kept";
     use(0, 200 * kib);
     ASSERT_TRUE(reads(1, 0, 200 * kib));
     EXPECT_EQ(windows_->bytes(), 0U);

@@ -4,6 +4,7 @@
 usage: package_test.py OTHER-LIBRARY [unittest's arguments]   with ENGINEFS_LIBRARY and PYTHONPATH set
 """
 import builtins
+import concurrent.futures
 import contextlib
 import copy
 import errno
@@ -298,17 +299,15 @@ class Process(Mounted):
         sys.unraisablehook = lambda told: unraisable.append(str(told.exc_value))
         faulthandler.dump_traceback_later(60, exit=True)
         self.addCleanup(faulthandler.cancel_dump_traceback_later)
-        threads = [threading.Thread(target=work) for work in (mount_and_remove, ask, ask)]
-        for thread in threads:
-            thread.start()
-        for _ in range(20):
-            self.mount.set_log(told, 5)
-            self.assertTrue(inside.wait(50))
-            self.mount.set_log(None)  # waits for the callback that runs, which waits for the interpreter
-            inside.clear()
-        stop.set()
-        for thread in threads:
-            thread.join()
+        with concurrent.futures.ThreadPoolExecutor(3) as pool:
+            working = [pool.submit(work) for work in (mount_and_remove, ask, ask)]
+            for _ in range(20):
+                self.mount.set_log(told, 5)
+                self.assertTrue(inside.wait(50))
+                self.mount.set_log(None)  # waits for the callback that runs, which waits for the interpreter
+                inside.clear()
+            stop.set()
+            self.assertEqual([work.result() for work in working], [None] * 3)
         self.assertEqual(unraisable, ["from the callback"] * len(lines))
 
     def test_a_library_that_does_not_fit_is_told_at_import(self) -> None:
