@@ -41,8 +41,8 @@ class Tool(complaints.Complaints):
         if status == 1:
             good = good and said.startswith(("enginefs: ", "\x1b[31menginefs\x1b[0m: "))
         self.runs += 1
-        self.check(good, f"{line}: status {result.returncode} and not {status}, wanted {out[:400]!r} and {err!r}:\n"
-                         f"    {printed[:400]!r}\n    {said[:400]!r}")
+        self.check(good, f"{line}: wanted {status}, {out[:400]!r} and {err!r}, but got {result.returncode}, {printed[:400]!r} and "
+                         f"{said[:400]!r}")
 
     def table(self, *rows):
         for row in rows:
