@@ -15,24 +15,23 @@ def packs(tool):
     tool.tree({"work/in/sub/text.txt": PLAIN, "work/in/empty": b""})
     tool.table(("pack work/made.pak work/in", 0, r"~^work/made.pak: 2 files, %d bytes in, \d+ out \(\d+\.\d %%\), \d+\.\d s\n$" % len(PLAIN)),
                ("list work/made.pak", 0, "~^(empty\nsub/text.txt|sub/text.txt\nempty)\n$"),
-               ("list --long work/made.pak", 0, r"~%d +\d+  deflated  %08x" % (len(PLAIN), zlib.crc32(PLAIN))),
                ("verify work/made.pak", 0, "work/made.pak: 2 entries, all good\n"), ("unpack work/made.pak work/out",),
                ("pack work/dry.pak work/in --dry-run --json", 0, f'~"name": "sub/text.txt",\\s+"size": {len(PLAIN)}\\s'),
                ("unpack work/made.pak work/dry --json -n EMPTY", 0, '~"name": "empty",\\s+"size": 0\\s'),
                ("pack work/dry.pak work/in --json", 2, "", "--json requires --dry-run"), ("list work/dry.pak", 1, "", "work/dry.pak"),
                ("--add work/made.pak which sub/text.txt", 0, "~made.pak\n$"), ("--add work/made.pak cp empty beside/pack.txt",),
-               ("--add work/made.pak cat beside/pack.txt",),
                ("--add work/made.pak find text.txt --native-paths", 0, "~work/made.pak/sub/text.txt\n$"),
                ("pack work/made.pak work/in --deterministic", 0, "~2 files"), ("pack work/same.pak work/in --deterministic", 0, "~2 files"))
     tool.is_file("work/out/sub/text.txt", PLAIN)
     tool.is_file("work/same.pak", tool.read("work/made.pak"))
     # What packing does not shrink by the percents asked for is copied into a stream that can be sought in.
-    tool.write("work/noise/noise.bin", os.urandom(95000) + bytes(5000))
+    noise = os.urandom(95000) + bytes(5000)
+    tool.write("work/noise/noise.bin", noise)
     for options, method in (("", r"9\d{4}  deflated"), ("--store bin", "100000  stored"), ("--method zstd", r"9\d{4}  zstd"),
                             ("--method zstd --worth 10", "100010  deflated")):
         tool.table((f"pack work/noise.pak work/noise {options}", 0, "~1 file, "), ("unpack work/noise.pak work/noise.out",),
-                   ("list --long work/noise.pak", 0, f"~100000 +{method}"), ("verify work/noise.pak", 0, "~1 entry, all good\n"))
-        tool.is_file("work/noise.out/noise.bin", tool.read("work/noise/noise.bin"))
+                   ("list --long work/noise.pak", 0, f"~100000 +{method} +{zlib.crc32(noise):08x}"))
+        tool.is_file("work/noise.out/noise.bin", noise)
 
 
 def packs_that_are_wrong(tool):
@@ -126,12 +125,11 @@ def unpacking(tool):
 def patches(tool):
     tool.tree({"old/same": b"same", "old/changed": b"1234", "old/gone": b"gone", "new/same": b"same", "new/changed": b"1235",
                "new/sub/added": b"added"})
-    tool.table(("pack old.pak old", 0, "~3 files"), ("pack new.pak new", 0, "~3 files"), ("diff new.pak new", 0, "0 added, 0 removed, 0 changed\n"))
+    tool.table(("pack old.pak old", 0, "~3 files"), ("pack new.pak new", 0, "~3 files"))
     for new in ("new", "new.pak"):
         tool.table((f"diff old.pak {new}", 0, "changed            4            4  changed\nremoved            4            -  gone\n"
                     "added              -            5  sub/added\n1 added, 1 removed, 1 changed\n"),
                    (f"patch old.pak {new} patch.pak", 0, "~2 files, 9 bytes in", f"gone: old.pak shows it still, though {new} lacks it"),
-                   ("list patch.pak", 0, "changed\nsub/added\n"),
                    ("--add patch.pak --add old.pak cat changed sub/added same", 0, "1235addedsame"))
     for _ in range(2):
         tool.run("patch old.pak new/ new/patch.pak", 0, "~2 files, 9 bytes in", "gone: old.pak")
