@@ -115,7 +115,7 @@ Scenario pack_scenario() {
 }
 
 bool write_zip(Stage&) {
-    void* const archive = MiniZ::ZipCreate("out.zip");
+    void* const archive = MiniZ::ZipCreate("out.pak");
     if (archive == nullptr) return false;
     const auto size = static_cast<unsigned>(long_text.size());
     const bool added = MiniZ::ZipAddData(archive, "one", long_text.data(), size) &&
@@ -126,10 +126,7 @@ bool write_zip(Stage&) {
 }
 
 std::string zip_is_whole(Stage& stage, bool answer) {
-    if (!answer) return "";
-    const std::string copy = stage / "out.pak";
-    std::filesystem::copy_file(stage / "root/out.zip", copy, std::filesystem::copy_options::overwrite_existing);
-    return mounts_with(copy, {"one", "two"}) ? "" : "the archive is broken";
+    return !answer || mounts_with(stage / "root/out.pak", {"one", "two"}) ? "" : "the archive is broken";
 }
 
 // Multi-containers
@@ -423,7 +420,7 @@ std::vector<Scenario> scenarios() {
         {"watch", [](Stage& stage) { return fs::watch(stage.root.c_str(), true); }, mounted, "", watch_tells},
         {"poll", poll, change_behind_the_watch, "", changes_are_known},
         pack_scenario(),
-        {"zip writer", write_zip, without_pack, "root/out.zip", zip_is_whole, true},
+        {"zip writer", write_zip, without_pack, "root/out.pak", zip_is_whole, true},
         {"make a container anew", [](Stage&) { return CFileHashMultiContainer().Create("a.mc"); }, make_container,
          "root/a.mc", container_is_old_or_empty, true},
         {"change a container", change_container, make_container, "root/a.mc", container_is_whole, true},
