@@ -1,14 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <iterator>
 #include <optional>
 
 #include "engine/platform/faults.h"
 #include "tests/faults/stage.h"
+#include "tests/support/temp_directory.h"
 
 // Every exported family meets every single fault once: the Nth allocation, and the Nth call past each point of the
 // platform seam, for N = 1, 2 … until a run meets none. After each: the answer is honest and so is its reason, old data
@@ -56,12 +54,6 @@ const Fault faults[] = {
     {"thread", FaultPoint::THREAD},
     {"threads from then on", FaultPoint::THREAD, Failure::OTHER, true},
 };
-
-std::vector<test::Scenario> all_scenarios() {
-    std::vector<test::Scenario> all = test::scenarios();
-    std::ranges::move(test::tool_scenarios(), std::back_inserter(all));
-    return all;
-}
 
 /// "" or what is wrong with the reason that a failing call left.
 std::string wrong_reason(const Fault& fault) {
@@ -136,7 +128,8 @@ class Faults : public testing::TestWithParam<test::Scenario> {};
 TEST_P(Faults, LoseNothingAndAreToldTruly) {
     Log::Settings::Instance().SetLevel(Log::ELevel::NONE);  // a start that fails ends the process by its message
     const test::Scenario& scenario = GetParam();
-    test::Stage stage((std::filesystem::current_path() / "stage").generic_string());
+    const TempDirectory directory;
+    test::Stage stage(directory.path());
     const test::Outcome normal = outcome(scenario, stage);
     std::uint32_t visited = 0;
     for (const Fault& fault : faults) {
@@ -150,7 +143,6 @@ TEST_P(Faults, LoseNothingAndAreToldTruly) {
     }
     EXPECT_NE(visited, 0u) << "nothing failed";
     std::printf("%-24s %u faults\n", scenario.name, visited);
-    RecordProperty("faults", std::to_string(visited));
 }
 
 std::string scenario_name(const testing::TestParamInfo<test::Scenario>& info) {
@@ -159,6 +151,7 @@ std::string scenario_name(const testing::TestParamInfo<test::Scenario>& info) {
     return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Everywhere, Faults, testing::ValuesIn(all_scenarios()), scenario_name);
+INSTANTIATE_TEST_SUITE_P(Library, Faults, testing::ValuesIn(test::scenarios()), scenario_name);
+INSTANTIATE_TEST_SUITE_P(Tool, Faults, testing::ValuesIn(test::tool_scenarios()), scenario_name);
 
 }  // namespace
