@@ -10,13 +10,14 @@ import struct
 import subprocess
 import sys
 import zipfile
-import zlib
 
 sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "../support"))
 import complaints
 
 FONTS = glob.glob("/usr/share/fonts/**/*.ttf", recursive=True)[:1]
 WIDTH, HEIGHT, PIXEL = 61, 40, (10, 20, 30)
+TEXTS = {"lines.txt": "one\n\nthree\nfour", "scripts/greet.lua": "return function(who) return 'hello ' .. who end",
+         "scripts/deep/well/init.lua": "return {depth = 7}", "scripts/broken.lua": "return return"}
 LUA_GOOD = (
     'assert(require("greet")("you") == "hello you" and require("deep.well").depth == 7 and package.loaded.greet)',
     'local ok, why = pcall(require, "none.such") assert(not ok and why:find("no file \'scripts/none/such.lua\'", 1, true), why)',
@@ -40,72 +41,57 @@ def bmp():
     return struct.pack("<2sIIIIiiHHIIIIII", b"BM", 54 + len(rows), 0, 54, 40, WIDTH, HEIGHT, 1, 24, 0, len(rows), 0, 0, 0, 0) + rows
 
 
-def png():
-    def chunk(kind, data):
-        return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
-    rows = (b"\0" + bytes(PIXEL) * WIDTH) * HEIGHT
-    # What a reader does not know it skips.
-    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", WIDTH, HEIGHT, 8, 2, 0, 0, 0)) +
-            chunk(b"teSt", bytes(9000)) + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
+def tga():
+    """With an identification, which a reader skips."""
+    return struct.pack("<BBB5xHHHHBB", 255, 0, 2, 0, 0, WIDTH, HEIGHT, 24, 32) + bytes(255) + bytes(reversed(PIXEL)) * WIDTH * HEIGHT
 
 
 class Examples(complaints.Complaints):
+    """An example over good.pak, or over bad.pak: of its deflated.bin one byte in the middle is another."""
+
     def __init__(self, where, command):
         super().__init__(where)
         self.command = command
         # A Windows program names the disk under Wine by its letter.
         self.native = "Z:" + where if command[0] != command[-1] and command[-1].endswith(".exe") else where
+        numbers = random.Random(7)
+        data = b"".join(bytes(numbers.randrange(256) for _ in range(100)) * 3 for _ in range(2000))
+        os.mkdir(self.path("root"))
+        self.write("plain.bin", data)
+        with zipfile.ZipFile(self.path("good.pak"), "w", zipfile.ZIP_DEFLATED) as pack:
+            pack.writestr("stored.bin", data, zipfile.ZIP_STORED)
+            for name, content in {"deflated.bin": data, "sky.bmp": bmp(), "sky.tga": tga(), **TEXTS}.items():
+                pack.writestr(name, content)
+            for font in FONTS:
+                pack.write(font, "font.ttf")
+            entry = pack.getinfo("deflated.bin")
+        damaged = bytearray(self.read("good.pak"))
+        damaged[entry.header_offset + 100 + entry.compress_size // 2] ^= 0xFF
+        self.write("bad.pak", damaged)
 
     def run(self, pack, arguments, status=0, out="", err=""):
-        root = f"{self.native}/root"
-        result = subprocess.run([*self.command, root, f"{self.native}/{pack}", *arguments], capture_output=True, text=True,
-                                check=False, timeout=120)
+        words = [*self.command, f"{self.native}/root", f"{self.native}/{pack}", *arguments]
+        result = subprocess.run(words, capture_output=True, text=True, check=False, timeout=120)
         self.runs += 1
         self.check(result.returncode == status and out in result.stdout and err in result.stderr,
                    f"{arguments}: status {result.returncode}, not {status}; wanted {out!r} and {err!r}\n{result.stdout}{result.stderr}")
 
 
-def write_packs(where):
-    """good.pak, and bad.pak: of its deflated.bin one byte in the middle is another. `where` also gets the plain bytes."""
-    numbers = random.Random(7)
-    data = b"".join(bytes(numbers.randrange(256) for _ in range(100)) * 3 for _ in range(2000))
-    os.mkdir(f"{where}/root")
-    with open(f"{where}/plain.bin", "wb") as plain:
-        plain.write(data)
-    texts = {"lines.txt": "one\n\nthree\nfour", "scripts/greet.lua": "return function(who) return 'hello ' .. who end",
-             "scripts/deep/well/init.lua": "return {depth = 7}", "scripts/broken.lua": "return return"}
-    with zipfile.ZipFile(f"{where}/good.pak", "w") as pack:
-        pack.writestr("stored.bin", data)
-        pack.writestr("deflated.bin", data, zipfile.ZIP_DEFLATED)
-        for name, content in {"sky.bmp": bmp(), "sky.png": png(), **texts}.items():
-            pack.writestr(name, content, zipfile.ZIP_DEFLATED)
-        for font in FONTS:
-            pack.write(font, "font.ttf", zipfile.ZIP_DEFLATED)
-        entry = pack.getinfo("deflated.bin")
-        middle = entry.header_offset + 100 + entry.compress_size // 2
-    with open(f"{where}/good.pak", "rb") as pack:
-        damaged = bytearray(pack.read())
-    damaged[middle] ^= 0xFF
-    with open(f"{where}/bad.pak", "wb") as pack:
-        pack.write(damaged)
-
-
 def run_example(example, examples):
-    run, native = examples.run, examples.native
-    size_and_pixel = f"{WIDTH} x {HEIGHT}, the first pixel is {' '.join(map(str, PIXEL))}"
+    run, plain = examples.run, f"{examples.native}/plain.bin"
     if example == "istream":
         for name in ("stored.bin", "deflated.bin"):
-            run("good.pak", [name, f"{native}/plain.bin"], out="300 places and the whole are the same")
-        run("bad.pak", ["deflated.bin", f"{native}/plain.bin"], 1, err="deflated.bin: ")
-        run("good.pak", ["nowhere", f"{native}/plain.bin"], 1, err="nowhere: No source holds")
+            run("good.pak", [name, plain], out="300 places and the whole are the same")
+        run("bad.pak", ["deflated.bin", plain], 1, err="deflated.bin: ")
+        run("good.pak", ["nowhere", plain], 1, err="nowhere: No source holds")
     elif example == "sdl3":
         run("bad.pak", ["deflated.bin"], 1, err="deflated.bin: ")
         run("good.pak", ["nowhere"], 1, err="nowhere: ")
         run("good.pak", ["lines.txt"], out=f"the last byte is {ord('r')}")
-        with open(f"{examples.where}/root/copy", "rb") as copy:
-            examples.check(copy.read() == b"one\n\nthree\nfour", "the copy is another file")
+        examples.is_file("root/copy", TEXTS["lines.txt"].encode())
     elif example in ("sdl2", "stb_image", "imgui"):
-        name = {"sdl2": "sky.bmp", "stb_image": "sky.png", "imgui": "font.ttf"}[example]
+        size_and_pixel = f"{WIDTH} x {HEIGHT}, the first pixel is {' '.join(map(str, PIXEL))}"
+        name = {"sdl2": "sky.bmp", "stb_image": "sky.tga", "imgui": "font.ttf"}[example]
         run("good.pak", [name], out="A is there" if example == "imgui" else size_and_pixel)
         run("good.pak", ["nowhere"], 1, err="nowhere")
     else:
@@ -117,12 +103,7 @@ def run_example(example, examples):
 def main(example, program, *emulator):
     if example == "imgui" and not FONTS:
         return print("not available: a font")
-
-    def make(where):
-        write_packs(where)
-        return Examples(where, [*filter(None, emulator), program])
-
-    complaints.main(make, lambda examples: run_example(example, examples))
+    complaints.main(lambda where: Examples(where, [*filter(None, emulator), program]), lambda examples: run_example(example, examples))
 
 
 if __name__ == "__main__":

@@ -5,11 +5,12 @@
 
 #include <atomic>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
-#include <utility>
+#include <type_traits>
 #include <vector>
 
 #include "tests/support/temp_directory.h"
@@ -43,12 +44,22 @@ std::string error_text() {
     return error.text;
 }
 
-/// That a call has failed, for this reason and saying so.
-void expect_failure(bool failed, int code) {
-    EXPECT_TRUE(failed);
+/// That a call, whose answer this is, has failed for this reason and said so.
+template <class Answer>
+void expect_failure(Answer answer, int code) {
+    if constexpr (std::is_pointer_v<Answer>) {
+        EXPECT_EQ(answer, nullptr);
+    } else {
+        EXPECT_TRUE(answer == -1 || answer == code) << answer;
+    }
     EXPECT_EQ(enginefs_last_error(nullptr), code) << error_text();
     EXPECT_NE(error_text(), "");
     enginefs_clear_error();
+}
+
+template <class Answer>
+void expect_invalid(Answer answer) {
+    expect_failure(answer, ENGINEFS_ERROR_INVALID_ARGUMENT);
 }
 
 /// The bytes of a file, behind which there is a zero; "(none)" when they are not to be had.
@@ -84,37 +95,38 @@ enginefs_async_load* load_of(const char* path, std::uint32_t flags, enginefs_loa
     return enginefs_load_async(&wish);
 }
 
-/// A call that names a file, a directory or a source, and whether it failed.
+/// A call that names a file, a directory or a source. Its answer as a code: that of the failure, or -1.
 struct NamedCall {
     const char* label;
     bool makes;  // something of this name
-    bool (*fails)(const char* path, std::uint32_t flags);
+    int (*call)(const char* path, std::uint32_t flags);
 };
 
 using Path = const char*;
 using Flags = std::uint32_t;
+int code_of(const void* answer) { return answer != nullptr ? ENGINEFS_OK : -1; }
 enginefs_info an_info = sized<enginefs_info>();
 std::uint32_t a_crc = 0;
 const NamedCall named_calls[] = {
-    {"open", false, [](Path path, Flags flags) { return enginefs_open(path, ENGINEFS_READ, flags) == nullptr; }},
-    {"create", true, [](Path path, Flags flags) { return enginefs_open(path, ENGINEFS_WRITE, flags) == nullptr; }},
-    {"load", false, [](Path path, Flags flags) { return enginefs_load(path, flags, nullptr) == nullptr; }},
-    {"save", true, [](Path path, Flags flags) { return enginefs_save(path, "x", 1, flags) != 0; }},
-    {"exists", false, [](Path path, Flags flags) { return enginefs_exists(path, flags) == 0; }},
-    {"stat", false, [](Path path, Flags flags) { return enginefs_stat(path, flags, &an_info) != 0; }},
-    {"crc", false, [](Path path, Flags flags) { return enginefs_crc(path, flags, &a_crc) != 0; }},
-    {"set_time", false, [](Path path, Flags flags) { return enginefs_set_time(path, 1, flags) != 0; }},
-    {"remove", false, [](Path path, Flags flags) { return enginefs_remove(path, flags) != 0; }},
-    {"remove_dir", false, [](Path path, Flags flags) { return enginefs_remove_dir(path, flags) != 0; }},
-    {"mkdir", true, [](Path path, Flags flags) { return enginefs_mkdir(path, flags) != 0; }},
-    {"rename", false, [](Path path, Flags flags) { return enginefs_rename(path, "x", flags) != 0; }},
-    {"rename to", true, [](Path path, Flags flags) { return enginefs_rename("levels/one.txt", path, flags) != 0; }},
-    {"copy", false, [](Path path, Flags flags) { return enginefs_copy(path, "x", flags) != 0; }},
-    {"copy to", true, [](Path path, Flags flags) { return enginefs_copy("levels/one.txt", path, flags) != 0; }},
-    {"holders", false, [](Path path, Flags flags) { return enginefs_holders(path, flags) == nullptr; }},
-    {"load_async", false, [](Path path, Flags flags) { return load_of(path, flags) == nullptr; }},
-    {"add_source", false, [](Path path, Flags flags) { return enginefs_add_source(path, flags) != 0; }},
-    {"add_source_at", true, [](Path path, Flags flags) { return enginefs_add_source_at("/x", path, flags) != 0; }},
+    {"open", false, [](Path path, Flags flags) { return code_of(enginefs_open(path, ENGINEFS_READ, flags)); }},
+    {"create", true, [](Path path, Flags flags) { return code_of(enginefs_open(path, ENGINEFS_WRITE, flags)); }},
+    {"load", false, [](Path path, Flags flags) { return code_of(enginefs_load(path, flags, nullptr)); }},
+    {"save", true, [](Path path, Flags flags) { return enginefs_save(path, "x", 1, flags); }},
+    {"exists", false, [](Path path, Flags flags) { return enginefs_exists(path, flags) - 1; }},
+    {"stat", false, [](Path path, Flags flags) { return enginefs_stat(path, flags, &an_info); }},
+    {"crc", false, [](Path path, Flags flags) { return enginefs_crc(path, flags, &a_crc); }},
+    {"set_time", false, [](Path path, Flags flags) { return enginefs_set_time(path, 1, flags); }},
+    {"remove", false, enginefs_remove},
+    {"remove_dir", false, enginefs_remove_dir},
+    {"mkdir", true, enginefs_mkdir},
+    {"rename", false, [](Path path, Flags flags) { return enginefs_rename(path, "x", flags); }},
+    {"rename to", true, [](Path path, Flags flags) { return enginefs_rename("levels/one.txt", path, flags); }},
+    {"copy", false, [](Path path, Flags flags) { return enginefs_copy(path, "x", flags); }},
+    {"copy to", true, [](Path path, Flags flags) { return enginefs_copy("levels/one.txt", path, flags); }},
+    {"holders", false, [](Path path, Flags flags) { return code_of(enginefs_holders(path, flags)); }},
+    {"load_async", false, [](Path path, Flags flags) { return code_of(load_of(path, flags)); }},
+    {"add_source", false, enginefs_add_source},
+    {"add_source_at", true, [](Path path, Flags flags) { return enginefs_add_source_at("/x", path, flags); }},
 };
 
 class CInterface : public testing::Test {
@@ -143,13 +155,13 @@ TEST(CInterfaceStart, FailsInsteadOfEndingTheProcess) {
         EXPECT_EQ(enginefs_shutdown(), ENGINEFS_OK);
     }
     EXPECT_EQ(enginefs_shutdown(), ENGINEFS_OK);
-    for (const NamedCall& call : named_calls) {
-        SCOPED_TRACE(call.label);
-        expect_failure(call.fails("x", 0), ENGINEFS_ERROR_NOT_INITIALIZED);
+    for (const auto& [label, makes, call] : named_calls) {
+        SCOPED_TRACE(label);
+        expect_failure(call("x", 0), ENGINEFS_ERROR_NOT_INITIALIZED);
     }
-    expect_failure(enginefs_sources() == nullptr, ENGINEFS_ERROR_NOT_INITIALIZED);
-    expect_failure(enginefs_refresh(nullptr) != 0, ENGINEFS_ERROR_NOT_INITIALIZED);
-    expect_failure(enginefs_search("", "", 1) == nullptr, ENGINEFS_ERROR_NOT_INITIALIZED);
+    expect_failure(enginefs_sources(), ENGINEFS_ERROR_NOT_INITIALIZED);
+    expect_failure(enginefs_refresh(nullptr), ENGINEFS_ERROR_NOT_INITIALIZED);
+    expect_failure(enginefs_search("", "", 1), ENGINEFS_ERROR_NOT_INITIALIZED);
 }
 
 TEST_F(CInterface, AFileIsWhatWasCommitted) {
@@ -187,7 +199,7 @@ TEST_F(CInterface, WholeFilesAreSavedAndFound) {
     EXPECT_TRUE(!info.is_read_only && !info.is_protected);
     EXPECT_EQ(enginefs_stat("new", 0, &info), ENGINEFS_OK);
     EXPECT_TRUE(info.type == ENGINEFS_TYPE_DIRECTORY && info.size == -1);
-    expect_failure(enginefs_mkdir("NEW/A.bin", 0) != 0, ENGINEFS_ERROR_ALREADY_EXISTS);
+    expect_failure(enginefs_mkdir("NEW/A.bin", 0), ENGINEFS_ERROR_ALREADY_EXISTS);
     struct {
         enginefs_info known;
         std::uint64_t added = 7;
@@ -255,14 +267,19 @@ TEST_F(CInterface, ALoadGivesItsBlockOnceOrFillsTheCallersBuffer) {
     EXPECT_TRUE(enginefs_load_wait(load, for_ever) == 1 && enginefs_load_take(load, &size) == buffer);
     EXPECT_EQ(std::string_view(buffer, size), "level");
     EXPECT_EQ(enginefs_load_release(load), ENGINEFS_OK);
+
+    load = load_of("one.txt", ENGINEFS_OPEN_WHOLE_NAME);
+    EXPECT_TRUE(enginefs_load_wait(load, for_ever) == 1 && enginefs_load_state(load) == ENGINEFS_LOAD_FAILED);
+    expect_failure(enginefs_load_take(load, nullptr), ENGINEFS_ERROR_NOT_FOUND);
+    EXPECT_EQ(enginefs_load_release(load), ENGINEFS_OK);
 }
 
 TEST_F(CInterface, WrongNamesAndFlagsAreInvalidArgument) {
-    for (const NamedCall& call : named_calls) {
-        SCOPED_TRACE(call.label);
-        expect_failure(call.fails(nullptr, 0), ENGINEFS_ERROR_INVALID_ARGUMENT);
-        expect_failure(call.fails("levels/one.txt", 0x80000000), ENGINEFS_ERROR_INVALID_ARGUMENT);
-        if (call.makes) expect_failure(call.fails(not_utf8, 0), ENGINEFS_ERROR_INVALID_ARGUMENT);
+    for (const auto& [label, makes, call] : named_calls) {
+        SCOPED_TRACE(label);
+        expect_invalid(call(nullptr, 0));
+        expect_invalid(call("levels/one.txt", 0x80000000));
+        if (makes) expect_invalid(call(not_utf8, 0));
     }
 }
 
@@ -273,26 +290,20 @@ TEST_F(CInterface, HandlesThatHaveEndedAreOfAnotherKindOrMadeUpAreInvalidArgumen
     // The place of the closed one serves again, and is not to be taken for it.
     enginefs_file* const file = enginefs_open("levels/one.txt", ENGINEFS_READ, 0);
     enginefs_list* const list = enginefs_search("", nullptr, 1);
-    const std::function<bool(void*)> calls[] = {
-        [&](void* bad) { return enginefs_close(static_cast<enginefs_file*>(bad)) != 0; },
-        [&](void* bad) { return enginefs_read(static_cast<enginefs_file*>(bad), bytes, 1) == -1; },
-        [&](void* bad) { return enginefs_seek(static_cast<enginefs_file*>(bad), 0, ENGINEFS_SEEK_BEGIN) != 0; },
-        [&](void* bad) { return enginefs_pack_add(static_cast<enginefs_pack*>(bad), "x", "x", 1, 8, 6, 0) != 0; },
-        [&](void* bad) { return enginefs_load_wait(static_cast<enginefs_async_load*>(bad), for_ever) == -1; },
-        [&](void* bad) { return enginefs_load_state(static_cast<enginefs_async_load*>(bad)) == -1; },
-        [&](void* bad) { return enginefs_load_take(static_cast<enginefs_async_load*>(bad), nullptr) == nullptr; },
-    };
-    for (void* const bad : {static_cast<void*>(nullptr), static_cast<void*>(closed), static_cast<void*>(list),
-                            static_cast<void*>(bytes)}) {
-        for (std::size_t i = 0; i < std::size(calls); ++i) {
-            SCOPED_TRACE(testing::Message() << "call " << i << " of " << bad);
-            expect_failure(calls[i](bad), ENGINEFS_ERROR_INVALID_ARGUMENT);
-        }
+    for (void* const bad : std::initializer_list<void*>{nullptr, closed, list, bytes}) {
+        SCOPED_TRACE(bad);
+        expect_invalid(enginefs_close(static_cast<enginefs_file*>(bad)));
+        expect_invalid(enginefs_read(static_cast<enginefs_file*>(bad), bytes, 1));
+        expect_invalid(enginefs_seek(static_cast<enginefs_file*>(bad), 0, ENGINEFS_SEEK_BEGIN));
+        expect_invalid(enginefs_pack_add(static_cast<enginefs_pack*>(bad), "x", "x", 1, 8, 6, 0));
+        expect_invalid(enginefs_load_wait(static_cast<enginefs_async_load*>(bad), for_ever));
+        expect_invalid(enginefs_load_state(static_cast<enginefs_async_load*>(bad)));
+        expect_invalid(enginefs_load_take(static_cast<enginefs_async_load*>(bad), nullptr));
     }
     auto* const not_a_list = reinterpret_cast<enginefs_list*>(file);
-    expect_failure(enginefs_list_count(not_a_list) == -1, ENGINEFS_ERROR_INVALID_ARGUMENT);
-    expect_failure(enginefs_list_block(not_a_list, nullptr) == nullptr, ENGINEFS_ERROR_INVALID_ARGUMENT);
-    expect_failure(enginefs_list_free(not_a_list) != 0, ENGINEFS_ERROR_INVALID_ARGUMENT);
+    expect_invalid(enginefs_list_count(not_a_list));
+    expect_invalid(enginefs_list_block(not_a_list, nullptr));
+    expect_invalid(enginefs_list_free(not_a_list));
     EXPECT_EQ(enginefs_read(file, bytes, 3), 3);
     EXPECT_TRUE(enginefs_close(file) == 0 && enginefs_list_free(list) == 0 && enginefs_list_free(nullptr) == 0);
 }
@@ -305,46 +316,39 @@ TEST_F(CInterface, OtherWrongArgumentsAreInvalidArgument) {
     enginefs_info no_size{};
     enginefs_error no_error{};
     auto options = sized<enginefs_options>();
-    auto reserved = options;
-    reserved.root = bad.c_str();
-    reserved.reserved = 1;
     auto entry = sized<enginefs_pack_entry>();
     auto source = sized<enginefs_source_info>();
     char bytes[4] = "abc";
-    const std::function<bool()> calls[] = {
-        [] { return enginefs_init(nullptr) != 0; },
-        [&] { return enginefs_init(&options) != 0; },
-        [&] { return enginefs_init(&reserved) != 0; },
-        [] { return enginefs_open("x", 4, 0) == nullptr; },
-        [&] { return enginefs_read(file, nullptr, 1) == -1; },
-        [&] { return enginefs_read(file, bytes, ~std::uint64_t{0}) == -1; },
-        [&] { return enginefs_write(file, "x", 1) == -1; },
-        [&] { return enginefs_seek(file, -1, ENGINEFS_SEEK_BEGIN) != 0; },
-        [&] { return enginefs_seek(file, INT64_MAX, ENGINEFS_SEEK_END) != 0; },
-        [&] { return enginefs_seek(file, 0, 3) != 0; },
-        [] { return enginefs_save("x", nullptr, 1, 0) != 0; },
-        [] { return enginefs_stat("x", 0, nullptr) != 0; },
-        [&] { return enginefs_stat("levels/one.txt", 0, &no_size) != 0; },
-        [] { return enginefs_crc("levels/one.txt", 0, nullptr) != 0; },
-        [] { return enginefs_dirs(nullptr, 0) == nullptr; },
-        [&] { return enginefs_list_at(names, 1) == nullptr; },
-        [&] { return enginefs_source_at(names, 0, &source) != 0; },
-        [&] { return enginefs_pack_entry_at(names, 0, &entry) != 0; },
-        [&] { return enginefs_pack_create(bad.c_str()) == nullptr; },
-        [] { return enginefs_pack_list(nullptr) == nullptr; },
-        [&] { return enginefs_pack_add(pack, not_utf8, "x", 1, 8, 6, 0) != 0; },
-        [&] { return enginefs_pack_add(pack, "x", "x", 1, 7, 6, 0) != 0; },
-        [&] { return enginefs_pack_add_deflated(pack, "x", nullptr, 2, 1, 0, 0) != 0; },
-        [] { return enginefs_load_async(nullptr) == nullptr; },
-        [] { return enginefs_log(ENGINEFS_LOG_INFO, "C", nullptr) != 0; },
-        [] { return enginefs_log(16, "C", "text\n") != 0; },
-        [] { return enginefs_log(ENGINEFS_LOG_FATAL, "EXIT", "text\n") != 0; },
-        [] { return enginefs_log_level(16) == enginefs_log_level(-1); },
-    };
-    for (std::size_t i = 0; i < std::size(calls); ++i) {
-        SCOPED_TRACE(testing::Message() << "call " << i);
-        expect_failure(calls[i](), ENGINEFS_ERROR_INVALID_ARGUMENT);
-    }
+    expect_invalid(enginefs_init(nullptr));
+    expect_invalid(enginefs_init(&options));
+    options.root = bad.c_str();
+    options.reserved = 1;
+    expect_invalid(enginefs_init(&options));
+    expect_invalid(enginefs_open("x", 4, 0));
+    expect_invalid(enginefs_read(file, nullptr, 1));
+    expect_invalid(enginefs_read(file, bytes, ~std::uint64_t{0}));
+    expect_invalid(enginefs_write(file, "x", 1));
+    expect_invalid(enginefs_seek(file, -1, ENGINEFS_SEEK_BEGIN));
+    expect_invalid(enginefs_seek(file, INT64_MAX, ENGINEFS_SEEK_END));
+    expect_invalid(enginefs_seek(file, 0, 3));
+    expect_invalid(enginefs_save("x", nullptr, 1, 0));
+    expect_invalid(enginefs_stat("x", 0, nullptr));
+    expect_invalid(enginefs_stat("levels/one.txt", 0, &no_size));
+    expect_invalid(enginefs_crc("levels/one.txt", 0, nullptr));
+    expect_invalid(enginefs_dirs(nullptr, 0));
+    expect_invalid(enginefs_list_at(names, 1));
+    expect_invalid(enginefs_source_at(names, 0, &source));
+    expect_invalid(enginefs_pack_entry_at(names, 0, &entry));
+    expect_invalid(enginefs_pack_create(bad.c_str()));
+    expect_invalid(enginefs_pack_list(nullptr));
+    expect_invalid(enginefs_pack_add(pack, not_utf8, "x", 1, 8, 6, 0));
+    expect_invalid(enginefs_pack_add(pack, "x", "x", 1, 7, 6, 0));
+    expect_invalid(enginefs_pack_add_deflated(pack, "x", nullptr, 2, 1, 0, 0));
+    expect_invalid(enginefs_load_async(nullptr));
+    expect_invalid(enginefs_log(ENGINEFS_LOG_INFO, "C", nullptr));
+    expect_invalid(enginefs_log(16, "C", "text\n"));
+    expect_invalid(enginefs_log(ENGINEFS_LOG_FATAL, "EXIT", "text\n"));
+    expect_invalid(enginefs_log_level(16) == enginefs_log_level(-1) ? -1 : ENGINEFS_OK);
     EXPECT_EQ(enginefs_last_error(&no_error), ENGINEFS_ERROR_INVALID_ARGUMENT);
     EXPECT_EQ(enginefs_last_error(nullptr), ENGINEFS_OK) << "what it told of is left alone";
     auto error = sized<enginefs_error>();
@@ -355,13 +359,9 @@ TEST_F(CInterface, OtherWrongArgumentsAreInvalidArgument) {
 }
 
 TEST_F(CInterface, FlagsMeanTheSameWhereverAFileIsNamed) {
-    for (const NamedCall& call : named_calls) {
-        const std::string_view label = call.label;
-        if (!call.makes && label != "holders" && label != "add_source" && label != "load_async")
-            EXPECT_TRUE(call.fails("one.txt", ENGINEFS_OPEN_WHOLE_NAME)) << label;
-    }
+    EXPECT_EQ(enginefs_open("one.txt", ENGINEFS_READ, ENGINEFS_OPEN_WHOLE_NAME), nullptr);
+    EXPECT_TRUE(enginefs_exists("one.txt", 0) == 1 && enginefs_exists("one.txt", ENGINEFS_OPEN_WHOLE_NAME) == 0);
     EXPECT_THAT(texts(enginefs_holders("one.txt", ENGINEFS_OPEN_WHOLE_NAME)), ElementsAre());
-
     constexpr std::uint32_t in_cache = ENGINEFS_OPEN_IN_CACHE_DIR;
     for (const int code :
          {enginefs_mkdir("made", in_cache), enginefs_copy("levels/old.txt", "made/new.txt", in_cache),
@@ -411,18 +411,16 @@ TEST_F(CInterface, APackIsReadThroughTheHostAndReleasedOnceWhateverHappens) {
     EXPECT_EQ(enginefs_add_pack_reader("memory", &reader, 0), ENGINEFS_ERROR_ALREADY_EXISTS);
     EXPECT_EQ(memory.released, 1);
     EXPECT_EQ(enginefs_remove_source("memory"), ENGINEFS_OK);
-    EXPECT_EQ(memory.released, 2);
     memory.is_torn = true;
     EXPECT_EQ(enginefs_add_pack_reader("memory", &reader, 0), ENGINEFS_ERROR_IO);
-    EXPECT_EQ(memory.released, 3);
     EXPECT_EQ(enginefs_add_pack_reader(nullptr, &reader, 0), ENGINEFS_ERROR_INVALID_ARGUMENT);
     EXPECT_EQ(memory.released, 4);
     EXPECT_EQ(enginefs_add_pack_reader("memory", nullptr, 0), ENGINEFS_ERROR_INVALID_ARGUMENT);
-    reader.reserved = 1;
-    EXPECT_EQ(enginefs_add_pack_reader("memory", &reader, 0), ENGINEFS_ERROR_INVALID_ARGUMENT);
-    reader = memory.reader();
-    reader.read_at = nullptr;
-    EXPECT_EQ(enginefs_add_pack_reader("memory", &reader, 0), ENGINEFS_ERROR_INVALID_ARGUMENT);
+    enginefs_pack_reader reserved = reader, readless = reader;
+    reserved.reserved = 1;
+    readless.read_at = nullptr;
+    for (const enginefs_pack_reader& wrong : {reserved, readless})
+        EXPECT_EQ(enginefs_add_pack_reader("memory", &wrong, 0), ENGINEFS_ERROR_INVALID_ARGUMENT);
     EXPECT_EQ(memory.released, 5) << "not for a structure that was wrong itself";
 }
 
@@ -468,7 +466,7 @@ TEST_F(CInterface, ALogCallbackThatThrowsLosesNothingAndRunsNoMoreOnceRemoved) {
 struct Told {
     std::atomic<int> state{0};
     std::atomic<int> stopped{-1};
-    std::atomic<bool> may_go_on{true};
+    std::atomic<bool> may_go_on{false};
 };
 
 /// Stops the file system, in vain, releases its load and throws.
@@ -481,29 +479,14 @@ void leave(enginefs_async_load* load, void* user) {
     throw std::bad_function_call();
 }
 
-TEST_F(CInterface, ALoadsCallbackMayReleaseItAndThrow) {
+TEST_F(CInterface, ALoadsCallbackMayReleaseItStopInVainAndThrow) {
     Told told;
     enginefs_async_load* const load = load_of("levels/one.txt", 0, leave, &told);
-    ASSERT_NE(load, nullptr);
-    while (told.stopped == -1) std::this_thread::yield();
-    EXPECT_EQ(told.state, ENGINEFS_LOAD_DONE);
-    EXPECT_EQ(told.stopped, ENGINEFS_ERROR_INVALID_ARGUMENT);
-    EXPECT_EQ(enginefs_load_state(load), -1);
-
-    enginefs_async_load* const fails = load_of("one.txt", ENGINEFS_OPEN_WHOLE_NAME);
-    EXPECT_EQ(enginefs_load_wait(fails, for_ever), 1);
-    EXPECT_EQ(enginefs_load_state(fails), ENGINEFS_LOAD_FAILED);
-    expect_failure(enginefs_load_take(fails, nullptr) == nullptr, ENGINEFS_ERROR_NOT_FOUND);
-    EXPECT_EQ(enginefs_load_release(fails), ENGINEFS_OK);
-}
-
-TEST_F(CInterface, StoppingDoesNotWaitForACallbackThatStopsToo) {
-    Told told;
-    told.may_go_on = false;
-    ASSERT_NE(load_of("levels/one.txt", 0, leave, &told), nullptr);
     while (told.state == 0) std::this_thread::yield();
+    EXPECT_EQ(told.state, ENGINEFS_LOAD_DONE);
+    EXPECT_EQ(enginefs_load_state(load), -1);
     std::thread stops([] { EXPECT_EQ(enginefs_shutdown(), ENGINEFS_OK); });
-    while (enginefs_async_load* const load = load_of("levels/one.txt", 0)) enginefs_load_release(load);
+    while (enginefs_async_load* const later = load_of("levels/one.txt", 0)) enginefs_load_release(later);
     told.may_go_on = true;
     stops.join();
     EXPECT_EQ(told.stopped, ENGINEFS_ERROR_INVALID_ARGUMENT);

@@ -2,11 +2,11 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
+#include <optional>
 
 #include "engine/platform/error.h"
-#include "tests/faults/allocation_faults.h"
-#include "tests/faults/scenarios.h"
+#include "tests/faults/stage.h"
+#include "tests/support/temp_directory.h"
 
 // Every exported family meets every single fault once: the Nth allocation, and the Nth call past each point of the
 // platform seam, for N = 1, 2 … until a run meets none. After each: the answer is honest and so is its reason, old data
@@ -19,52 +19,41 @@ using platform::FaultPoint;
 
 struct Fault {
     const char* name;
-    bool is_allocation;
-    FaultPoint point;
-    Failure failure;
-    bool from_then_on;
-    EFSError::TYPE reason;  // what a failing call must say; NONE: any reason will do
+    std::optional<FaultPoint> point;  // none: an allocation
+    Failure failure = Failure::OTHER;
+    bool from_then_on = false;
+    EFSError::TYPE reason = EFSError::NONE;  // what a failing call must say; NONE: any reason will do
+
+    void order(std::uint32_t nth) const {
+        if (!point) return test::fail_allocation(nth, from_then_on);
+        platform::inject_fault(*point, nth, failure, from_then_on);
+    }
+    /// Whether the order struck.
+    bool forget_order() const {
+        const std::uint32_t hits = point ? platform::fault_hits() : test::allocation_hits();
+        test::fail_allocation(0);
+        platform::clear_faults();
+        return hits != 0;
+    }
 };
 
 const Fault faults[] = {
-    {"allocation", true, {}, {}, false, EFSError::OUT_OF_MEMORY},
-    {"allocations from then on", true, {}, {}, true, EFSError::OUT_OF_MEMORY},
-    {"open", false, FaultPoint::OPEN, Failure::OTHER, false, EFSError::NONE},
-    {"open, denied", false, FaultPoint::OPEN, Failure::ACCESS_DENIED, false, EFSError::NONE},
-    {"read", false, FaultPoint::READ, Failure::OTHER, false, EFSError::IO},
-    {"full disk", false, FaultPoint::WRITE, Failure::DISK_FULL, true, EFSError::DISK_FULL},
-    {"write", false, FaultPoint::WRITE, Failure::OTHER, false, EFSError::NONE},
-    {"listing", false, FaultPoint::LIST, Failure::OTHER, false, EFSError::NONE},
-    {"stat", false, FaultPoint::STAT, Failure::OTHER, false, EFSError::NONE},
-    {"removal", false, FaultPoint::REMOVE, Failure::OTHER, false, EFSError::NONE},
-    {"renaming", false, FaultPoint::RENAME, Failure::OTHER, false, EFSError::NONE},
-    {"making a directory", false, FaultPoint::CREATE_DIRECTORY, Failure::DISK_FULL, false, EFSError::NONE},
-    {"setting the end", false, FaultPoint::SET_END, Failure::OTHER, false, EFSError::NONE},
-    {"thread", false, FaultPoint::THREAD, Failure::OTHER, false, EFSError::NONE},
-    {"threads from then on", false, FaultPoint::THREAD, Failure::OTHER, true, EFSError::NONE},
+    {"allocation", std::nullopt, Failure::OTHER, false, EFSError::OUT_OF_MEMORY},
+    {"allocations from then on", std::nullopt, Failure::OTHER, true, EFSError::OUT_OF_MEMORY},
+    {"open", FaultPoint::OPEN},
+    {"open, denied", FaultPoint::OPEN, Failure::ACCESS_DENIED},
+    {"read", FaultPoint::READ, Failure::OTHER, false, EFSError::IO},
+    {"full disk", FaultPoint::WRITE, Failure::DISK_FULL, true, EFSError::DISK_FULL},
+    {"write", FaultPoint::WRITE},
+    {"listing", FaultPoint::LIST},
+    {"stat", FaultPoint::STAT},
+    {"removal", FaultPoint::REMOVE},
+    {"renaming", FaultPoint::RENAME},
+    {"making a directory", FaultPoint::CREATE_DIRECTORY, Failure::DISK_FULL},
+    {"setting the end", FaultPoint::SET_END},
+    {"thread", FaultPoint::THREAD},
+    {"threads from then on", FaultPoint::THREAD, Failure::OTHER, true},
 };
-
-std::vector<test::Scenario> all_scenarios() {
-    std::vector<test::Scenario> all = test::scenarios();
-    for (test::Scenario& row : test::tool_scenarios()) all.push_back(std::move(row));
-    return all;
-}
-
-void order(const Fault& fault, std::uint32_t nth) {
-    if (fault.is_allocation) {
-        test::fail_allocation(nth, fault.from_then_on);
-    } else {
-        platform::inject_fault(fault.point, nth, fault.failure, fault.from_then_on);
-    }
-}
-
-/// Whether the order struck.
-bool forget_order(const Fault& fault) {
-    const std::uint32_t hits = fault.is_allocation ? test::allocation_hits() : platform::fault_hits();
-    test::fail_allocation(0);
-    platform::clear_faults();
-    return hits != 0;
-}
 
 /// "" or what is wrong with the reason that a failing call left.
 std::string wrong_reason(const Fault& fault) {
@@ -111,10 +100,9 @@ test::Outcome outcome(const test::Scenario& scenario, test::Stage& stage) {
 bool meets(const test::Scenario& scenario, test::Stage& stage, const test::Outcome& normal, const Fault& fault,
            std::uint32_t nth) {
     prepare(scenario, stage);
-    order(fault, nth);
+    fault.order(nth);
     const bool answer = scenario.act(stage);
-    const bool struck = forget_order(fault);
-
+    const bool struck = fault.forget_order();
     if (!answer) {
         const std::string wrong = scenario.by_message ? wrong_message(fault) : wrong_reason(fault);
         EXPECT_EQ(struck ? wrong : "it failed without a fault", "");
@@ -140,11 +128,12 @@ class Faults : public testing::TestWithParam<test::Scenario> {};
 TEST_P(Faults, LoseNothingAndAreToldTruly) {
     Log::Settings::Instance().SetLevel(Log::ELevel::NONE);  // a start that fails ends the process by its message
     const test::Scenario& scenario = GetParam();
-    test::Stage stage((std::filesystem::current_path() / "stage").generic_string());
+    const TempDirectory directory;
+    test::Stage stage(directory.path());
     const test::Outcome normal = outcome(scenario, stage);
     std::uint32_t visited = 0;
     for (const Fault& fault : faults) {
-        if (fault.is_allocation && !scenario.allocations) continue;
+        if (!fault.point && !scenario.allocations) continue;
         for (std::uint32_t nth = 1;; nth += stride(scenario, nth)) {
             SCOPED_TRACE(std::string(scenario.name) + ", " + fault.name + " number " + std::to_string(nth));
             ASSERT_LT(nth, 5000u);
@@ -154,7 +143,6 @@ TEST_P(Faults, LoseNothingAndAreToldTruly) {
     }
     EXPECT_NE(visited, 0u) << "nothing failed";
     std::printf("%-24s %u faults\n", scenario.name, visited);
-    RecordProperty("faults", std::to_string(visited));
 }
 
 std::string scenario_name(const testing::TestParamInfo<test::Scenario>& info) {
@@ -163,6 +151,7 @@ std::string scenario_name(const testing::TestParamInfo<test::Scenario>& info) {
     return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Everywhere, Faults, testing::ValuesIn(all_scenarios()), scenario_name);
+INSTANTIATE_TEST_SUITE_P(Library, Faults, testing::ValuesIn(test::scenarios()), scenario_name);
+INSTANTIATE_TEST_SUITE_P(Tool, Faults, testing::ValuesIn(test::tool_scenarios()), scenario_name);
 
 }  // namespace

@@ -13,88 +13,18 @@ namespace test {
 
 namespace {
 
-std::string long_text() {
-    std::string text;
-    for (int line = 0; line < 3000; ++line) text += "line " + std::to_string(line * line) + "\n";
-    return text;
-}
+namespace disk = std::filesystem;
 
 /// The pack's bytes, which are made once: making it waits for the disk.
 const std::string& pack_bytes(const std::string& path) {
     static const std::string bytes = [&] {
-        if (!write_pack(path, {{"packed.txt", long_text()}, {"stored.bin", "stored", 0}})) std::abort();
+        std::string text;
+        for (int line = 0; line < 3000; ++line) text += "line " + std::to_string(line * line) + "\n";
+        if (!write_pack(path, {{"packed.txt", text}, {"stored.bin", "stored", 0}})) std::abort();
         return read_file(path);
     }();
     return bytes;
 }
-
-}  // namespace
-
-const Tree& stage_tree() {
-    static const Tree tree = {{"root/save.txt", "the old save"},
-                              {"root/levels/one.txt", "one"},
-                              {"root/levels/two.txt", "two"},
-                              {"root/deep/er/three.txt", "three"},
-                              {"more/extra.txt", "extra"}};
-    return tree;
-}
-
-Stage::Stage(std::string folder)
-    : root(folder + "/root"),
-      more(folder + "/more"),
-      pack(folder + "/base.pak"),
-      new_pack(folder + "/new.pak"),
-      save(folder + "/root/save.txt"),
-      cache(folder + "/cache"),
-      folder_(std::move(folder)) {}
-
-void Stage::build() {
-    namespace disk = std::filesystem;
-    disk::remove_all(folder_);
-    for (const auto& [name, bytes] : stage_tree()) {
-        disk::create_directories(disk::path(folder_ + "/" + name).parent_path());
-        write_file(folder_ + "/" + name, bytes);
-    }
-    disk::create_directories(cache + "/" + fs::listing_cache_folder);
-    write_file(pack, pack_bytes(pack));
-}
-
-bool Stage::mount(bool recording) {
-    constexpr auto flags = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES;
-    return fs::init(root.c_str(), flags, recording ? cache.c_str() : "", false, recording, nullptr) &&
-           fs::add_source(more.c_str(), flags) && fs::add_source(pack.c_str(), flags);
-}
-
-void Stage::unmount() { fs::shutdown(); }
-
-std::string Stage::on_disk(const char* name) const {
-    const std::string path = *this / name;
-    return std::filesystem::exists(path) ? read_file(path) : "(none)";
-}
-
-Tree Stage::disk() const {
-    Tree tree;
-    for (const auto& item : std::filesystem::recursive_directory_iterator(folder_)) {
-        const std::string name = item.path().lexically_relative(folder_).generic_string();
-        if (item.is_directory()) tree[name + "/"] = "";
-        if (item.is_regular_file()) tree[name] = read_file(item.path().string());
-    }
-    return tree;
-}
-
-std::string Stage::left_open() const {
-    for (const auto& [name, bytes] : disk()) {
-        if (name.ends_with('/')) continue;
-        fs::clear_error();
-        SFsFile* const file =
-            fs::open_native(nullptr, (folder_ + "/" + name).c_str(), EFSMode::READ_WRITE, FFSOpenFlags::NONE);
-        if (file == nullptr && fs::last_error().code == EFSError::IN_USE) return name;
-        fs::close(file);
-    }
-    return "";
-}
-
-namespace {
 
 bool holds(const Tree& tree, const std::string& name, const std::string& bytes) {
     const auto place = tree.find(name);
@@ -119,6 +49,63 @@ std::string wrong_answer(const std::string& name, const Tree& now, bool answer) 
 }
 
 }  // namespace
+
+const Tree& stage_tree() {
+    static const Tree tree = {{"root/save.txt", "the old save"},
+                              {"root/levels/one.txt", "one"},
+                              {"root/levels/two.txt", "two"},
+                              {"root/deep/er/three.txt", "three"},
+                              {"more/extra.txt", "extra"}};
+    return tree;
+}
+
+void Stage::build() {
+    disk::remove_all(folder);
+    write(stage_tree());
+    disk::create_directories(cache + "/" + fs::listing_cache_folder);
+    write_file(pack, pack_bytes(pack));
+}
+
+void Stage::write(const Tree& files) const {
+    for (const auto& [name, bytes] : files) {
+        const std::string path = *this / name.c_str();
+        disk::create_directories(disk::path(path).parent_path());
+        write_file(path, bytes);
+    }
+}
+
+bool Stage::mount(bool recording) {
+    constexpr auto flags = FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES;
+    return fs::init(root.c_str(), flags, recording ? cache.c_str() : "", false, recording, nullptr) &&
+           fs::add_source(more.c_str(), flags) && fs::add_source(pack.c_str(), flags);
+}
+
+std::string Stage::on_disk(const char* name) const {
+    const std::string path = *this / name;
+    return disk::exists(path) ? read_file(path) : "(none)";
+}
+
+Tree Stage::disk() const {
+    Tree tree;
+    for (const auto& item : disk::recursive_directory_iterator(folder)) {
+        const std::string name = item.path().lexically_relative(folder).generic_string();
+        if (item.is_directory()) tree[name + "/"] = "";
+        if (item.is_regular_file()) tree[name] = read_file(item.path().string());
+    }
+    return tree;
+}
+
+std::string Stage::left_open() const {
+    for (const auto& [name, bytes] : disk()) {
+        if (name.ends_with('/')) continue;
+        fs::clear_error();
+        SFsFile* const file =
+            fs::open_native(nullptr, (folder + "/" + name).c_str(), EFSMode::READ_WRITE, FFSOpenFlags::NONE);
+        if (file == nullptr && fs::last_error().code == EFSError::IN_USE) return name;
+        fs::close(file);
+    }
+    return "";
+}
 
 std::string Outcome::check(const Stage& stage, bool answer) const {
     const Tree now = stage.disk();
@@ -148,6 +135,10 @@ std::string Outcome::check(const Stage& stage, bool answer) const {
 std::string load(const char* name) {
     std::string text;
     return fs::read_file(text, name) ? text : "(none)";
+}
+
+std::string expect(const std::string& what, const std::string& found, const std::string& wanted) {
+    return found == wanted ? "" : what + " is \"" + found.substr(0, 40) + "\" and not \"" + wanted.substr(0, 40) + "\"";
 }
 
 }  // namespace test

@@ -3,11 +3,11 @@
 
 usage: formats_test.py PROGRAM [EMULATOR]
 """
+import glob
 import gzip
 import os
 import re
 import struct
-import zlib
 
 import kit
 from kit import PLAIN
@@ -32,9 +32,9 @@ def gzip_members(tool):
         tool.is_file("root/back.txt", plain)
     for data in (whole[:-8] + b"\0" * 8, whole[:-1] + b"\1", whole + b"rubbish", whole + whole[:50], b""):
         tool.write("root/bad.gz", data)
-        for out, kept in (("new.txt", None), ("back.txt", b"ab" * 500)):
-            tool.run(f"gunzip bad.gz {out}", 1, err="enginefs: bad.gz: its gzip member number ")
-            tool.is_file("root/" + out, kept)
+        tool.fails(*((f"gunzip bad.gz {out}", "enginefs: bad.gz: its gzip member number ") for out in ("new.txt", "back.txt")))
+    tool.is_file("root/new.txt", None)
+    tool.is_file("root/back.txt", b"ab" * 500)
 
 
 def chunk_trees(tool):
@@ -42,8 +42,7 @@ def chunk_trees(tool):
     tool.run("chunks tree.chk", 0,
              "TREE  version 1  offset 0  size 41\n  data  version 3  offset 12  size 5\n  NODE  version 2  offset 29  size 12\n"
              "    leaf  version 1  offset 41  size 0\nNOTE  version 1  offset 53  size 22\n")
-    tool.write("root/deep.chk", b"".join(chunk(b"DEEP", 1, b"")[:8] + struct.pack("<I", 12 * left)
-                                         for left in range(19999, -1, -1)))
+    tool.write("root/deep.chk", b"".join(b"DEEP" + struct.pack("<II", 1, 12 * left) for left in range(19999, -1, -1)))
     tool.run("chunks deep.chk", 0, r"~\[19999\] DEEP  version 1  offset 239988  size 0\n$")
     # In a pack too, where a stored file is sought in back and forth.
     tool.write("stored/far.chk", chunk(b"FARR", 1, chunk(b"data", 1, bytes(150000)) + chunk(b"last", 1, b"")) + TREE)
@@ -62,35 +61,30 @@ def containers(tool):
                ("container ls c.mc", 0, r"~First  1 blob\nSecond  1 blob\n2 containers, 2 blobs, "),
                ("container ls c.mc First --json", 0, r'~"blobs": \[\s+\{\s+"hash": 16,\s+"size": %d' % len(PLAIN)),
                ("container ls c.mc First", 0, r"~0x00000010 +%d +\d+  deflated\n" % len(PLAIN)),
-               ("container get c.mc First 16", 0, PLAIN), ("container get c.mc Second 0x11 got.txt",),
+               ("container get c.mc First 16", 0, PLAIN.decode()), ("container get c.mc Second 0x11 got.txt",), ("cat got.txt", 0, "hello\n"),
                ("container get c.mc Second twelve", 2, "", "this is no hash"), ("container rm c.mc Second 17",),
                ("container compact *.mc", 0, r"~^c.mc: \d+ bytes regained\n$"),
-               ("container verify c.mc", 0, "c.mc: 1 blob, all good\n"), ("container", 2, "", "subcommand"))
-    tool.is_file("root/got.txt", b"hello\n")
-    tool.table(("container put c.mc Se/cond 0xfffffffF readme.txt",), ("container export c.mc blobs", 0, "blobs: 2 blobs\n"),
+               ("container verify c.mc", 0, "c.mc: 1 blob, all good\n"), ("container", 2, "", "subcommand"),
+               ("container put c.mc Se/cond 0xfffffffF readme.txt",), ("container export c.mc blobs", 0, "blobs: 2 blobs\n"),
                ("container import d.mc blobs/ --deflate", 0, "d.mc: 2 blobs\n"), ("container get d.mc Se/cond 4294967295", 0, "hello\n"),
                ("container ls d.mc", 0, "~^First  1 blob\nSe/cond  1 blob\n"), ("container rm c.mc Se/cond",))
     tool.is_file("blobs/First/0x00000010", PLAIN)
-    tool.table(("container put up.mc ../up 1 readme.txt",), ("container put up.mc a 1 readme.txt",), ("container put up.mc b 1 readme.txt",),
+    tool.table(*((f"container put up.mc {name} 1 readme.txt",) for name in ("../up", "a", "b")),
                ("container export up.mc others", 1, "others: 2 blobs\n", 'container "../up": no directory can have its name'))
-    tool.write("blobs/First/readme", b"")
-    tool.fails(("container import e.mc blobs", "blobs/First/readme: it is no CONTAINER/HASH"))
-    tool.is_file("root/e.mc", None)
     rotten = bytearray(tool.read("root/c.mc"))
     rotten[len(rotten) // 2] ^= 0x55
-    tool.write("root/rotten.mc", bytes(rotten))
-    tool.write("root/cut.mc", bytes(rotten[:-1]))
-    tool.fails(("container get c.mc Second 18", "enginefs: c.mc: container \"Second\", blob 0x00000012: The container has no blob"),
+    tool.tree({"blobs/First/readme": b"", "root/rotten.mc": bytes(rotten), "root/cut.mc": bytes(rotten[:-1])})
+    tool.fails(("container import e.mc blobs", "blobs/First/readme: it is no CONTAINER/HASH"),
+               ("container get c.mc Second 18", "enginefs: c.mc: container \"Second\", blob 0x00000012: The container has no blob"),
                *((f"container {line}", f"enginefs: {line.split()[1]}: ") for line in
                  ("rm c.mc Third", "ls zebra.mc", "verify rotten.mc", "put readme.txt First 1 plain.txt")),
                *((f"container {line}", "has lost its end") for line in ("ls cut.mc", "get cut.mc C 1", "put cut.mc C 1 readme.txt")))
-    tool.is_file("root/Readme.txt", b"hello\n")
-    tool.is_file("root/cut.mc", bytes(rotten[:-1]))
+    for name, data in (("e.mc", None), ("Readme.txt", b"hello\n"), ("cut.mc", bytes(rotten[:-1]))):
+        tool.is_file("root/" + name, data)
 
 
 def caches(tool):
-    for name in ("Maps/One", "Two"):
-        tool.write("data/" + name, b"1")
+    tool.tree({"data/Maps/One": b"1", "data/Two": b"1"})
     for name in ("data", "data/Maps"):
         os.utime(tool.path(name), (1600000000, 1600000000))
     tool.run("pack some.pak data", 0, "~2 files")
@@ -99,10 +93,10 @@ def caches(tool):
                ("--cache work/cache cache show", 1, "", "there is no such directory"),
                ("--cache work/cache --add data cache build", 0, line), ("--cache work/cache cache show", 0, line),
                ("--cache work/cache --add data ls -r maps", 0, "maps/one\n"))
-    folder = os.path.join("work/cache/filesystem", os.listdir(tool.path("work/cache/filesystem"))[0])
-    tool.write(os.path.join(folder, os.listdir(tool.path(folder))[0] + ".17.0"), b"left behind")
+    (listing,) = glob.glob(tool.path("work/cache/filesystem/*/*"))
+    tool.write(listing + ".17.0", b"left behind")
     tool.run("--cache work/cache cache drop")
-    tool.check(not os.listdir(tool.path(folder)), "cache drop: something is left")
+    tool.check(not os.listdir(os.path.dirname(listing)), "cache drop: something is left")
     tool.fails(("--cache root/Readme.txt --add data cache build", "cannot be made a directory"),
                ("--cache work/cache --add some.pak cache build", "recorded no listing"))
 

@@ -1,7 +1,7 @@
 """What the tests of enginefs share: the tool over a small tree of its own, and what its runs are held against."""
-import glob
 import os
 import re
+import shlex
 import subprocess
 import sys
 
@@ -12,36 +12,19 @@ PLAIN = b"one line of plain text\n" * 4000
 
 
 class Tool(complaints.Complaints):
-    def __init__(self, command, where):
+    """The program (and its emulator) that the command line names, over a tree with a file."""
+
+    def __init__(self, where):
         super().__init__(where)
-        self.command = command
-        self.native = len(command) == 4  # else it runs in an emulator, which has limits of its own
-
-    def path(self, *names):
-        return os.path.join(self.where, *names)
-
-    def write(self, name, data):
-        os.makedirs(os.path.dirname(self.path(name)), exist_ok=True)
-        with open(self.path(name), "wb") as out:
-            out.write(data)
-
-    def read(self, name):
-        with open(self.path(name), "rb") as data:
-            return data.read()
-
-    def files(self):
-        """Every file by its path, with its bytes."""
-        return {path: self.read(path) for path in glob.glob(self.path("**"), recursive=True) if os.path.isfile(path)}
-
-    def is_file(self, name, data):
-        there = os.path.exists(self.path(name))
-        self.check((self.read(name) if there else None) == data, f"{name} is not as it should be")
+        program, *emulator = sys.argv[1:]
+        self.command = [*filter(None, emulator), program]
+        self.native = len(self.command) == 1  # else it runs in an emulator, which has limits of its own
+        self.write("root/Readme.txt", b"hello\n")
 
     def words(self, line):
-        """`line` is split at blanks ("_" stands for one within a word, '""' for an empty word). A root of its own takes the
-        place of the tool's."""
-        command = self.command[:-3] if line.startswith("--root") and "--root" in self.command else self.command
-        return command + [word if self.where in word else word.replace("_", " ").replace('""', "") for word in line.split()]
+        """As a shell splits them; a line that does not begin with the program's name is for the tool's own root."""
+        words = shlex.split(line)
+        return self.command + (words[1:] if words[0] == "enginefs" else ["--root", "root", "--no-fallback", *words])
 
     def start(self, line):
         return subprocess.Popen(self.words(line), cwd=self.where, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
@@ -49,18 +32,17 @@ class Tool(complaints.Complaints):
     def run(self, line, status=0, out="", err="", **options):
         """`out` is the whole standard output, or "~" and an expression that it holds; `err` a text in standard error, which
         is empty when it is ""."""
-        result = subprocess.run(self.words(line), capture_output=True, check=False, timeout=120, **{"cwd": self.where, **options})
-        said = result.stderr.replace(b"\r\n", b"\n").decode("utf-8", "replace")
+        options = {"cwd": self.where, "stdout": subprocess.PIPE, "timeout": 120, **options}
+        result = subprocess.run(self.words(line), stderr=subprocess.PIPE, check=False, **options)
+        printed, said = ((text or b"").decode("utf-8", "replace") for text in (result.stdout, result.stderr))
+        said = said.replace("\r\n", "\n")
+        good = re.search(out[1:], printed) if out.startswith("~") else printed == out
+        good = good and result.returncode == status and (err in said if err else not said) and "\r" not in said
+        if status == 1:
+            good = good and said.startswith(("enginefs: ", "\x1b[31menginefs\x1b[0m: "))
         self.runs += 1
-        self.check(result.returncode == status, f"{line}: status {result.returncode}, not {status}; {said[:400]!r}")
-        self.check("\r" not in said, f"{line}: a stray return on standard error: {said!r}")
-        self.check(err in said if err else not said, f"{line}: standard error is {said[:400]!r}, wanted {err!r}")
-        self.check(status != 1 or said.startswith(("enginefs: ", "\x1b[31menginefs\x1b[0m: ")), f"{line}: no word about the failure")
-        if isinstance(out, str) and out.startswith("~"):
-            good = re.search(out[1:], result.stdout.decode("utf-8", "replace"))
-        else:
-            good = result.stdout == (out if isinstance(out, bytes) else out.encode())
-        self.check(good, f"{line}: standard output is {result.stdout[:400]!r}, wanted {out[:400]!r}")
+        self.check(good, f"{line}: wanted {status}, {out[:400]!r} and {err!r}, but got {result.returncode}, {printed[:400]!r} and "
+                         f"{said[:400]!r}")
 
     def table(self, *rows):
         for row in rows:
@@ -71,14 +53,6 @@ class Tool(complaints.Complaints):
             self.run(line, 1, err=err)
 
 
-def make(where):
-    """The program (and its emulator) that the command line names, over a tree with a file."""
-    program, *emulator = sys.argv[1:]
-    tool = Tool([*filter(None, emulator), program, "--root", "root", "--no-fallback"], where)
-    tool.write("root/Readme.txt", b"hello\n")
-    return tool
-
-
 def main(parts):
     """Runs `parts` one after another on one tree."""
-    complaints.main(make, *parts)
+    complaints.main(Tool, *parts)

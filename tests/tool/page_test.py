@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Holds the page of "enginefs report" against what the packs in it list: its data, its tables and its policy.
+"""Holds the page of "enginefs report" against what the packs in it list: its data, its tables and its policy; or, opened
+in a headless browser, the figures that it tells.
 
-usage: page_test.py PROGRAM [EMULATOR]
+usage: page_test.py [--browser] PROGRAM [EMULATOR]
 """
 import base64
 import hashlib
@@ -9,7 +10,11 @@ import html
 import json
 import os
 import re
+import shutil
 import subprocess
+import sys
+import tempfile
+import urllib.parse
 import zipfile
 import zlib
 
@@ -41,7 +46,7 @@ def files_of(data):
 
 
 def listed(tool, pack):
-    words = [*tool.command, "list", "--long", "--json", pack]
+    words = tool.words(f"list --long --json {pack}")
     entries = json.loads(subprocess.run(words, capture_output=True, check=True, cwd=tool.where).stdout)
     return [(entry["name"], entry["size"], entry["packed"]) for entry in entries]
 
@@ -75,14 +80,13 @@ def tables(tool):
     delta = int(f"{0x104C11DB7:b}"[::-1], 2).to_bytes(5, "little")  # the checksum's polynomial, which it does not see
     other = bytes(a ^ b for a, b in zip(equal, delta)) + equal[5:]
     tool.check(zlib.crc32(equal) == zlib.crc32(other), "the two contents have different checksums")
-    for name, data in (("in/Maps/One.txt", b"first"), ("in/b.bin", equal), ("in/c.bin", equal), ("in/d.bin", other),
-                       ("root/maps/one.txt", b"of the root"), ("record.txt", b"c.bin\r\nNOWHERE.txt\nmaps\\one.txt\nc.bin\n")):
-        tool.write(name, data)
+    tool.tree({"in/Maps/One.txt": b"first", "in/b.bin": equal, "in/c.bin": equal, "in/d.bin": other,
+               "root/maps/one.txt": b"of the root", "record.txt": b"c.bin\r\nNOWHERE.txt\nmaps\\one.txt\nc.bin\n"})
     tool.run("pack in.pak in", 0, "~4 files")
     with zipfile.ZipFile(tool.path("noise.pak"), "w", zipfile.ZIP_DEFLATED) as out:
         out.writestr("noise.bin", os.urandom(9000))
-    tool.run("--add in.pak report all.html --pack noise.pak --record record.txt --title <b>_of_two")
-    tool.run("report exact.html --pack in.pak --exact")
+    tool.table(("--add in.pak report all.html --pack noise.pak --record record.txt --title '<b> of two'",),
+               ("report exact.html --pack in.pak --exact",))
     for page, heading, wanted in (
             ("all", "Packs and directories", [["in.pak", "pack", "4"], ["noise.pak", "pack", "1"], ["root", "directory", "2"]]),
             ("all", "Shadowed", [["maps/one.txt", "root", "11", "11", "in.pak"]]),
@@ -106,13 +110,56 @@ def size_and_failures(tool):
             out.writestr(name, b"x")
     tool.write("many.txt", "\n".join(names).encode())
     tool.run("report many.html --pack many.pak --record many.txt")
-    size = len(tool.read("many.html"))
-    tool.check(size <= 4_000_000, f"60,000 entries are a page of {size} bytes")
+    tool.check(len(tool.read("many.html")) <= 4_000_000, "60,000 entries are a page of more bytes")
     tool.write("kept.html", b"what was there")
     tool.fails(("report kept.html --pack nowhere.pak", "nowhere.pak"), ("report kept.html --record nowhere.txt", "nowhere.txt"),
                ("report nowhere/page.html", "its directory does not exist"))
     tool.is_file("kept.html", b"what was there")
 
 
+BROWSER = next(filter(None, map(shutil.which, ("chromium", "chromium-browser", "google-chrome"))), None)
+OPTIONS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
+           "--disable-component-update", "--disable-sync", "--window-size=1000,800", "--dump-dom"]
+
+
+def document(address):
+    with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as profile:
+        words = [BROWSER, *OPTIONS, f"--user-data-dir={profile}", address]
+        return subprocess.run(words, capture_output=True, check=False, timeout=60).stdout.decode("utf-8", "replace")
+
+
+def figures(tool, page, view):
+    """What the page tells of itself in this view; its cells must cover the canvas, none outside, and nothing go wrong."""
+    text = document(f"file://{tool.path(page)}#{view}")
+    found = re.search(r'<output id="figures" hidden="">([^<]*)</output>', text)
+    told = json.loads(found[1]) if found else {"errors": "no figures"}
+    tool.check(told["errors"] == 0 and told["outside"] == 0, f"{page}#{view}: {told}")
+    tool.check(told["canvas"] > 0 and abs(told["area"] - told["canvas"]) < 1, f"{page}#{view}: the cells do not cover it: {told}")
+    tool.check("<h1>What fills" in text and re.search("<title>What fills", text), f"{page}#{view}: a name acted")
+    return told
+
+
+def in_a_browser(tool):
+    if BROWSER is None or "live" not in document("data:text/html,<p>live"):
+        kit.complaints.skip("a browser of the Chromium kind that starts")
+    hostile_pack(tool)
+    tool.run("report page.html --pack hostile.pak")
+    entries = listed(tool, "hostile.pak") + [("Readme.txt", 6, 6)]
+    pack, case = entries[:-1], [entry for entry in entries if entry[0].lower() == "mixed/case.txt"]
+    hidden = "hide=hostile.pak/" + urllib.parse.quote(pack[0][0].split("/")[0]) + ",hostile.pak/mixed"
+    for view, wanted, hits in (
+            ("", [entry[2] for entry in entries], 0),
+            ("at=hostile.pak/Mixed&size=unpacked&find=case", [case[0][1]], 1),
+            ("at=%zz&size=odd&hide=nowhere&colour=access", [entry[2] for entry in entries], 0),
+            ("size=unpacked&colour=ratio&find=.TXT&" + hidden, [entry[1] for entry in entries if entry not in (pack[0], case[1])], 7)):
+        told = figures(tool, "page.html", view)
+        seen = {key: told.get(key) for key in ("files", "cells", "total", "hits")}
+        same = {"files": len(entries), "cells": len(wanted), "total": sum(wanted), "hits": hits}
+        tool.check(seen == same, f"#{view}: {seen}, not {same}")
+
+
 if __name__ == "__main__":
+    if sys.argv[1] == "--browser":
+        sys.argv.pop(1)
+        kit.main([in_a_browser])
     kit.main([data_is_what_packs_list, tables, size_and_failures])

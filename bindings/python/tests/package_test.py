@@ -4,6 +4,7 @@
 usage: package_test.py OTHER-LIBRARY [unittest's arguments]   with ENGINEFS_LIBRARY and PYTHONPATH set
 """
 import builtins
+import concurrent.futures
 import contextlib
 import copy
 import errno
@@ -43,20 +44,13 @@ EVENS = numpy.arange(10, dtype=numpy.int16)[::2]  # not in one piece
 OTHER_LIBRARY = sys.argv.pop(1)
 
 
-def made(write) -> bytes:
-    out = io.BytesIO()
-    write(out)
-    return out.getvalue()
-
-
-def write_zip(out) -> None:
-    with zipfile.ZipFile(out, "w", zipfile.ZIP_DEFLATED) as archive:
+def packed() -> dict:
+    photo, array, inner = io.BytesIO(), io.BytesIO(), io.BytesIO()
+    Image.new("RGB", (40, 30), (200, 100, 50)).save(photo, "png")
+    numpy.save(array, numpy.arange(1000))
+    with zipfile.ZipFile(inner, "w", zipfile.ZIP_DEFLATED) as archive:
         archive.writestr("inner/text.txt", TEXT)
-        archive.writestr("inner/noise.bin", NOISE)
-
-
-PACKED = {"stored.bin": NOISE, "photo.png": made(lambda out: Image.new("RGB", (40, 30), (200, 100, 50)).save(out, "png")),
-          "inner.zip": made(write_zip), "array.npy": made(lambda out: numpy.save(out, numpy.arange(1000)))}
+    return {"stored.bin": NOISE, "photo.png": photo.getvalue(), "array.npy": array.getvalue(), "inner.zip": inner.getvalue()}
 
 
 class Mounted(unittest.TestCase):
@@ -73,7 +67,7 @@ class Mounted(unittest.TestCase):
             (self.root / name).write_bytes(data)
         self.pack = self.top / "base.pak"
         with enginefs.PackWriter(self.pack) as pack:
-            for name, data in PACKED.items():
+            for name, data in packed().items():
                 pack.add("packed/" + name, data, enginefs.Method.STORE, 0)
             pack.add("packed/text.txt", memoryview(bytearray(TEXT)), mtime=1_000_000_000)
         self.mount = enginefs.Mount(self.root, packs=[self.pack])
@@ -130,27 +124,24 @@ class Opening(Mounted):
         self.assertRaises(ValueError, enginefs.open, "one.txt", "rb", encoding="utf-8")
 
     def test_seeks_in_entries_are_exact(self) -> None:
-        for name, data in (("packed/stored.bin", NOISE), ("packed/text.txt", TEXT), ("levels/c.bin", NOISE)):
-            for buffering in (0, -1):
-                with self.subTest(name=name, buffering=buffering), enginefs.open(name, "rb", buffering) as file:
-                    target = numpy.zeros(5000, dtype=numpy.uint8)
-                    for _ in range(300):
-                        at = random.randrange(len(data) + 100)
-                        self.assertEqual(file.seek(at), at)
-                        got = file.readinto(target)
-                        self.assertEqual(target[:got].tobytes(), data[at:at + 5000])
+        target = numpy.zeros(5000, dtype=numpy.uint8)
+        for name in ("packed/text.txt", "one.txt"):
+            with self.subTest(name=name), enginefs.open(name, "rb", 0) as file:
+                for _ in range(300):
+                    at = random.randrange(len(TEXT) + 100)
+                    self.assertEqual(file.seek(at), at)
+                    got = file.readinto(target)
+                    self.assertEqual(target[:got].tobytes(), TEXT[at:at + 5000])
 
     def test_readers_of_others_take_the_files(self) -> None:
         with enginefs.open("levels/a.json") as file:
             self.assertEqual(json.load(file), {"n": [1, 2]})
         with enginefs.open("packed/inner.zip", "rb") as file, zipfile.ZipFile(file) as archive:
-            self.assertIsNone(archive.testzip())
             self.assertEqual(archive.read("inner/text.txt"), TEXT)
         with enginefs.open("packed/photo.png", "rb") as file:
             self.assertEqual(Image.open(file).getpixel((3, 3)), (200, 100, 50))
         with enginefs.open("packed/array.npy", "rb", 0) as file:
             self.assertEqual(int(numpy.load(file).sum()), 499_500)
-        self.assertEqual(numpy.frombuffer(enginefs.Path("packed/stored.bin").read_bytes(), numpy.uint8).tobytes(), NOISE)
         files = EngineFileSystem()
         self.assertEqual((files.cat("enginefs://packed/text.txt"), files.tail("packed/text.txt", 9)), (TEXT, TEXT[-9:]))
         fsspec.register_implementation("enginefs", EngineFileSystem, clobber=True)
@@ -269,9 +260,8 @@ class Process(Mounted):
         with self.assertRaisesRegex(RuntimeError, f"{self.root}.*close that Mount first"):
             enginefs.Mount(self.top)
         self.mount.close()
-        with self.assertRaises(OSError) as caught:
+        with self.assertRaisesRegex(OSError, rf"Errno {errno.ENODEV}\b"):
             enginefs.Path("one.txt").read_bytes()
-        self.assertEqual(caught.exception.errno, errno.ENODEV)
         self.assertRaises(FileNotFoundError, enginefs.Mount, self.top / "missing")
         self.assertRaises(FileNotFoundError, enginefs.Mount, None, [self.top / "missing.pak"])
         with enginefs.Mount(packs=[self.pack]) as mount:
@@ -309,17 +299,15 @@ class Process(Mounted):
         sys.unraisablehook = lambda told: unraisable.append(str(told.exc_value))
         faulthandler.dump_traceback_later(60, exit=True)
         self.addCleanup(faulthandler.cancel_dump_traceback_later)
-        threads = [threading.Thread(target=work) for work in (mount_and_remove, ask, ask)]
-        for thread in threads:
-            thread.start()
-        for _ in range(20):
-            self.mount.set_log(told, 5)
-            self.assertTrue(inside.wait(50))
-            self.mount.set_log(None)  # waits for the callback that runs, which waits for the interpreter
-            inside.clear()
-        stop.set()
-        for thread in threads:
-            thread.join()
+        with concurrent.futures.ThreadPoolExecutor(3) as pool:
+            working = [pool.submit(work) for work in (mount_and_remove, ask, ask)]
+            for _ in range(20):
+                self.mount.set_log(told, 5)
+                self.assertTrue(inside.wait(50))
+                self.mount.set_log(None)  # waits for the callback that runs, which waits for the interpreter
+                inside.clear()
+            stop.set()
+            self.assertEqual([work.result() for work in working], [None] * 3)
         self.assertEqual(unraisable, ["from the callback"] * len(lines))
 
     def test_a_library_that_does_not_fit_is_told_at_import(self) -> None:

@@ -1,11 +1,10 @@
-#include "tests/faults/allocation_faults.h"
-
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
 
 #include "engine/platform/threads.h"
+#include "tests/faults/stage.h"
 
 // The linker sends our calls of the C allocator through the functions named __wrap_ (see tests/CMakeLists.txt), and
 // operator new is replaced for the whole program.
