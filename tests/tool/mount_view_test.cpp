@@ -1,6 +1,6 @@
 // What a mounted view is made of, without a kernel.
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <atomic>
@@ -19,6 +19,44 @@
 namespace {
 
 constexpr std::uint64_t kib = 1024;
+
+using testing::ElementsAre;
+
+std::vector<std::string> listed(const Table& table, std::string_view directory) {
+    std::vector<std::string> names;
+    for (std::uint64_t inode = table.child(table.lookup_path(directory), 0); inode != 0; inode = table.next(inode))
+        names.emplace_back(table.name(*table.find(inode)));
+    return names;
+}
+
+TEST(MountTable, FindsEverySpellingOfWhatTheFirstSourceHas) {
+    const Table table({{"levels/One.txt", {.source = 1, .size = 7, .time = 5}},
+                       {"Levels/two.txt", {.source = 0, .is_decoded = true}},
+                       {"levels-old/x", {.source = 1}},
+                       {"Empty/Deep/", {.source = 1}},
+                       {"a", {.source = 1}},
+                       {"A/below", {.source = 0}},
+                       {"b", {.source = 0}},
+                       {"b/x/y", {.source = 1}},
+                       {"b/", {.source = 2}}});
+    EXPECT_THAT(listed(table, ""), ElementsAre("A", "b", "Empty", "Levels", "levels-old"));
+    EXPECT_THAT(listed(table, "LEVELS"), ElementsAre("One.txt", "two.txt"));
+    EXPECT_THAT(listed(table, "empty/deep"), ElementsAre());
+    EXPECT_THAT(table.hidden(), ElementsAre("a", "b/"));
+    EXPECT_FALSE(table.find(table.lookup_path("b"))->is_directory);
+    const std::uint64_t levels = table.lookup(Table::root, "LEVELS"), one = table.lookup(levels, "oNE.TXT");
+    ASSERT_NE(table.find(one), nullptr);
+    EXPECT_EQ(table.find(one)->facts.size, 7U);
+    EXPECT_EQ(table.find(one)->facts.time, 5);
+    EXPECT_TRUE(table.find(table.next(one))->facts.is_decoded);
+    EXPECT_EQ(table.path(one), "Levels/One.txt");
+    EXPECT_EQ(table.parent(one), levels);
+    EXPECT_EQ(table.parent(Table::root), Table::root);
+    for (const char* const absent : {"level", "levelss", "One.txt", "levels//", "levels/one.txt/x"})
+        EXPECT_EQ(table.lookup_path(absent), 0U) << absent;
+    EXPECT_EQ(table.lookup(99, "x"), 0U);
+    EXPECT_EQ(table.find(0), nullptr);
+}
 
 TEST(MountTable, KeepsInodesOfWhatStaysAndGivesNoneTwice) {
     const Table before({{"a/one", {}}, {"a/two", {}}, {"kind", {}}});

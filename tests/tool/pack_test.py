@@ -90,21 +90,13 @@ def pack_findings(tool):
     for options, wanted in (("--exclude *hidden --include a.*", "a.txt"), ("--include SUB/", "sub/b.txt"), ("--include s*/b.txt", "sub/b.txt")):
         tool.run(f"pack chosen.pak finds {options} --strict --exclude loop --exclude fifo --exclude '#dir'", 0, "~1 file, ")
         tool.run("list chosen.pak", 0, wanted + "\n")
-<<<<<<< ours
     for options in ("--include *.none", "--exclude *"):  # an empty pack was made
         tool.run(f"pack none.pak finds {options}", 1, err="none.pak: it is not made; --include and --exclude leave no file of finds")
         tool.check(not os.path.exists(tool.path("none.pak")), "a pack was made of nothing")
-    for number in range(1, 6):
-        tool.write(f"parts/{number}", os.urandom(1000))
-||||||| base
-    for number in range(1, 6):
-        tool.write(f"parts/{number}", os.urandom(1000))
-=======
 
 
 def packs_in_parts(tool):
     tool.tree({f"parts/{number}": os.urandom(1000) for number in range(1, 6)})
->>>>>>> theirs
     for _ in range(2):  # what was made there before is no part of what is made now
         tool.run("pack all.new.pak . --split-size 2500", 0, "~5 files in 3 packs, 5000 bytes in, ", cwd=tool.path("parts"))
     for part, names in (("", "1\n2\n"), (".2", "3\n4\n"), (".3", "5\n")):
