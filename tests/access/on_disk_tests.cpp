@@ -23,6 +23,13 @@ TEST_F(OnDisk, WhatAnotherProcessMadeSinceTheMountIsChangedInPlace) {
     }
 }
 
+TEST_F(OnDisk, AFileInUseIsNotToldAsMissing) {
+    home_.write("game/x.txt", "x");
+    Start(true);
+    const fs::file_ptr writer = fs::open_file("x.txt", EFSMode::READ_WRITE);
+    EXPECT_EQ(why(fs::open_file("x.txt", EFSMode::READ)), IN_USE) << "though the fallback does not find it";
+}
+
 TEST_F(OnDisk, TheCacheDirectoryIsAPlaceOfItsOwn) {
     constexpr auto in_cache = Flags::IN_CACHE_DIR;
     constexpr auto creates = in_cache | Flags::CREATE;
