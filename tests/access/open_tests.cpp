@@ -51,6 +51,7 @@ TEST_F(Open, BehindASourceThatHoldsTheNameAndFailsNothingIsWritten) {
     };
     const Row rows[] = {
         {"a failure of the creating source stands", APPEND, IO, NONE, true, false, "old", "(none)", IO},
+        {"for every mode", READ_WRITE, IN_USE, NONE, true, false, "old", "(none)", IN_USE},
         {"and does not send the bytes elsewhere", WRITE, ACCESS_DENIED, NONE, true, true, "old", "old", ACCESS_DENIED},
         {"what the disk has lost is made anew", WRITE, NOT_FOUND, NONE, true, false, "new", "(none)", NONE},
         {"but not for an append", APPEND, NOT_FOUND, NONE, true, false, "old", "(none)", NOT_FOUND},
@@ -58,6 +59,7 @@ TEST_F(Open, BehindASourceThatHoldsTheNameAndFailsNothingIsWritten) {
         {"a failure further down is passed over", APPEND, NONE, IO, false, true, "new", "old", NONE},
         {"the name is nowhere", READ_WRITE, NONE, NONE, false, false, "new", "(none)", NONE},
         {"shielded", WRITE, NONE, NONE, true, true, "old", "old", ACCESS_DENIED, Row::PROTECTED},
+        {"in every mode", APPEND, NONE, NONE, true, true, "old", "old", ACCESS_DENIED, Row::PROTECTED},
         {"not writable alone is passed over", WRITE, NONE, NONE, true, true, "old", "new", NONE, Row::UNWRITABLE},
         {"the first creates, or nobody", WRITE, NONE, NONE, false, false, "(none)", "(none)", READ_ONLY,
          Row::UNWRITABLE},
