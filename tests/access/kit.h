@@ -44,6 +44,15 @@ protected:
     const TempDirectory home_;
 };
 
+/// Every source by its path, in the order in which they are asked.
+inline std::vector<std::string> mounted_sources() {
+    ztl::vector<SFsSourceInfo> infos;
+    fs::get_sources(infos);
+    std::vector<std::string> out;
+    for (const SFsSourceInfo& info : infos) out.push_back(info.path_name + info.file_name);
+    return out;
+}
+
 /// Opens, writes `text` and closes; false when either fails.
 inline bool save(const char* path, std::string_view text, EFSMode::TYPE mode = EFSMode::WRITE,
                  FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE) {

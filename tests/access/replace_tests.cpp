@@ -1,16 +1,8 @@
-#include <chrono>
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <random>
-#include <set>
-#include <thread>
 
 #include "tests/access/kit.h"
 #include "tests/sources/kit.h"
-#include "tests/support/child_process.h"
 
 // A file opened with REPLACE: the old one stays, for everybody, until the new one is whole and closed.
 
@@ -30,11 +22,11 @@ protected:
         if (file != nullptr) EXPECT_EQ(fs::write(file, text, std::strlen(text)), std::strlen(text));
         return file;
     }
-    std::set<std::string> on_disk() const {
-        std::set<std::string> names;
+    std::vector<std::string> on_disk() const {
+        std::vector<std::string> names;
         const std::filesystem::path root = home_ / "game";
         for (const auto& item : std::filesystem::recursive_directory_iterator(root)) {
-            if (!item.is_directory()) names.insert(item.path().lexically_relative(root).generic_string());
+            if (!item.is_directory()) names.push_back(item.path().lexically_relative(root).generic_string());
         }
         return names;
     }
@@ -69,7 +61,7 @@ TEST_F(Replace, ANewFileIsThereWhenItIsWhole) {
     file = begin("new/late.sav");
     fs::shutdown();
     EXPECT_TRUE(fs::commit(file)) << "the source is gone";
-    EXPECT_THAT(on_disk(), ElementsAre("New/Fresh.sav", "New/late.sav", "Saves/Slot.sav"));
+    EXPECT_THAT(on_disk(), testing::UnorderedElementsAre("New/Fresh.sav", "New/late.sav", "Saves/Slot.sav"));
 }
 
 TEST_F(Replace, WhatFailsLeavesTheOldFile) {
@@ -101,40 +93,6 @@ TEST_F(Replace, GoesWithGzipNativePathsAndTheMonitor) {
     EXPECT_TRUE(home_.exists("outside.txt"));
     EXPECT_TRUE(fs::commit(fs::open("saves/slot.sav", EFSMode::WRITE))) << "a file like any other is closed";
     EXPECT_FALSE(fs::commit(nullptr));
-}
-
-std::string save_number(std::size_t number) { return std::string(100'000, static_cast<char>('a' + number % 26)); }
-
-TEST(ReplaceChild, DISABLED_SavesUntilItIsKilled) {
-    const std::string root = child_root();
-    ASSERT_TRUE(fs::init({.root = root.c_str(), .use_fallback = false}));
-    std::thread([] {
-        std::this_thread::sleep_for(std::chrono::microseconds(std::random_device()() % 100'000));
-#if defined(SIGKILL)
-        std::raise(SIGKILL);
-#else
-        std::_Exit(EXIT_FAILURE);
-#endif
-    }).detach();
-    for (std::size_t number = 0;; ++number) {
-        ASSERT_TRUE(fs::save_text_file(save_number(number), "slot.sav", Flags::REPLACE));
-        std::ofstream(root + "/saves", std::ios::app).put('.');
-    }
-}
-
-TEST_F(Replace, EverySaveIsWholeWhenItsWriterIsKilled) {
-    const std::string root = home_ / "killed";
-    std::filesystem::create_directory(root);
-    while (home_.read("killed/saves").size() < 200) {
-        run_children(1, "ReplaceChild.DISABLED_SavesUntilItIsKilled", root);
-        if (!home_.exists("killed/slot.sav")) continue;  // killed before the first
-        const std::string found = home_.read("killed/slot.sav");
-        ASSERT_EQ(found, save_number(static_cast<std::size_t>(found.empty() ? 0 : found[0] - 'a')));
-    }
-    ASSERT_TRUE(fs::add_source(root.c_str(), FFSAddSourceFlags::BEFORE_PACKS));
-    EXPECT_TRUE(fs::save_text_file("the last", "slot.sav", Flags::REPLACE));
-    EXPECT_EQ(home_.read("killed/slot.sav"), "the last");
-    EXPECT_FALSE(home_.exists("killed/#slot.sav"));
 }
 
 #if !defined(_WIN32)

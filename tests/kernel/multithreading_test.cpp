@@ -57,34 +57,31 @@ TEST(CThread, StandsForOneThreadAtATimeAndMovesWithIt) {
 
 TEST(CThreadLocal, GivesEachThreadItsOwnPointerStartingWithNull) {
     CThreadLocalPointer<int> slot;
-    ASSERT_TRUE(slot.IsValid());
-    int mine = 0;
-    int others = 0;
+    int mine = 0, others = 0;
     slot.Set(&mine);
     std::jthread([&] {
-        EXPECT_EQ(slot.Get(), nullptr);
+        EXPECT_TRUE(slot.IsValid() && slot.Get() == nullptr);
         slot.Set(&others);
-        EXPECT_EQ(slot.Get(), &others);
     }).join();
     EXPECT_EQ(slot.Get(), &mine);
 }
 
+/// Whether another thread gets the lock, which it leaves again.
+template <class Lock>
+bool is_free(Lock& lock) {
+    bool entered = false;
+    std::jthread([&] { entered = std::unique_lock(lock, std::try_to_lock).owns_lock(); }).join();
+    return entered;
+}
+
 TEST(CCriticalSection, IsLeftAsOftenAsItWasEntered) {
     CCriticalSection section;
-    const auto other_thread_enters = [&] {
-        bool entered = false;
-        std::jthread([&] { entered = std::unique_lock(section, std::try_to_lock).owns_lock(); }).join();
-        return entered;
-    };
     {
         const std::lock_guard outer(section);
-        {
-            const std::lock_guard inner(section);
-            EXPECT_FALSE(other_thread_enters());
-        }
-        EXPECT_FALSE(other_thread_enters());
+        { const std::lock_guard inner(section); }
+        EXPECT_FALSE(is_free(section));
     }
-    EXPECT_TRUE(other_thread_enters());
+    EXPECT_TRUE(is_free(section));
 }
 
 // Everybody who sleeps must be woken, and a lost wake shows only in a crowd: readers and writers of different rhythm
@@ -98,7 +95,7 @@ TEST(CSlimLock, KeepsACrowdConsistentLosesNoWakeAndLetsWritersIn) {
         {
             const std::shared_lock guard(lock);
             std::jthread([&] { const std::shared_lock beside(lock); }).join();  // would hang if readers did not share
-            EXPECT_FALSE(std::unique_lock(lock, std::try_to_lock).owns_lock());
+            EXPECT_FALSE(is_free(lock));
         }
         std::array<int, 2> pair{};
         std::atomic<int> torn{0};
@@ -129,7 +126,7 @@ TEST(CSlimLock, KeepsACrowdConsistentLosesNoWakeAndLetsWritersIn) {
         }
         EXPECT_EQ(torn, 0);
         EXPECT_THAT(pair, testing::Each(writers * writes));
-        EXPECT_TRUE(std::unique_lock(lock, std::try_to_lock).owns_lock());
+        EXPECT_TRUE(is_free(lock));
     }
 }
 

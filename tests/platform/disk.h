@@ -67,7 +67,6 @@ protected:
         clear_faults();
         std::filesystem::current_path(home_);
     }
-    std::string path_to(const std::string& name) const { return folder_ / name; }
 
 private:
     const std::filesystem::path home_ = std::filesystem::current_path();

@@ -4,7 +4,6 @@
 #include <engine/filesystem/registry.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -26,8 +25,15 @@ struct Write {
     std::string bytes;
 };
 
+/// What writes go to.
+struct Medium {
+    std::uint64_t capacity = ~std::uint64_t{0};  // of each file, which then ends as on a full disk
+    std::vector<Write>* writes = nullptr;        // where they are noted
+    bool loses_at_close = false;                 // and tells of it
+};
+
 /// An open file over bytes that live as long as somebody uses them.
-class MemoryFile : public SFsFile {
+class MemoryFile : public SFsFile, public Medium {
 public:
     MemoryFile(CFSSource* owner, const std::string& file_name, Bytes bytes, std::uint64_t position)
         : bytes_(std::move(bytes)), position_(position) {
@@ -61,18 +67,14 @@ public:
         if (loses_at_close) fs::set_error(EFSError::DISK_FULL, name, "The last bytes are lost.");
     }
 
-    bool loses_at_close = false;
-    std::uint64_t capacity = ~std::uint64_t{0};  // writing stops here, as on a full disk
-    std::vector<Write>* writes = nullptr;        // where they are noted
-
 private:
     Bytes bytes_;
     std::uint64_t position_;
 };
 
 /// A source such as a caller of the library might write: files in a map, by full lower-case name. What it is asked is
-/// counted, and everything about it can be set.
-class MemorySource : public fs::ReadOnlySource {
+/// noted, and everything about it can be set.
+class MemorySource : public fs::ReadOnlySource, public Medium {
 public:
     explicit MemorySource(const char* mount_path, EFSSourceType::TYPE type = EFSSourceType::DIR,
                           FFSAddSourceFlags::ENUM flags = FFSAddSourceFlags::NONE)
@@ -94,27 +96,20 @@ public:
     bool is_shielding = false;
     bool refuses_to_open = false;  // holds its files and opens none
     bool matches_by_end = false;   // a name without a directory finds the first file of that name, wherever it lies
-    bool is_silent = false;        // opens nothing for writing, and gives no reason
     EFSError::TYPE write_failure = EFSError::NONE;  // of every open for writing, which it then stores
     bool refuses_to_remove = false;
-    bool loses_at_close = false;  // every file opened for writing, which then tells of it
     bool has_tree = true;
-    bool lists_twice = false;                         // every name, as a careless source might
-    std::uint64_t file_capacity = ~std::uint64_t{0};  // of every file opened for writing
     fs::dir tree;
-    int refreshes = 0;
-    std::vector<std::string> refreshed_dirs;
+    std::vector<std::string> refreshed;           // directories, or "everything"
     std::vector<std::string> made;                // "create_write NAME", "mkdir DIR" and the like, in the caller's case
     std::vector<FFSOpenFlags::FLAGS> open_flags;  // of every open that was asked for writing
-    std::vector<Write>* writes = nullptr;         // where those of every file are noted
-    std::atomic<FFSOpenFlags::FLAGS> read_flags{FFSOpenFlags::NONE};  // of the latest open for reading
 
     void clear() override {
         files_.clear();
         tree.clear();
     }
-    void refresh_dir(const char* dir) override { refreshed_dirs.emplace_back(dir); }
-    void refresh() override { ++refreshes; }
+    void refresh_dir(const char* dir) override { refreshed.emplace_back(dir); }
+    void refresh() override { refreshed.emplace_back("everything"); }
     bool writable() override { return is_writable; }
     EFSSourceType::TYPE type() override { return type_; }
     bool is_protected() override { return is_shielding; }
@@ -140,8 +135,7 @@ public:
     }
     int is_installed(const fs::path& p) override { return !exists(p) ? 0 : find(p)->installed ? 2 : 1; }
 
-    SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) override {
-        read_flags = flags;
+    SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS) override {
         if (!exists(p) || refuses_to_open) return nullptr;
         return new MemoryFile(this, full_name(p), find(p)->bytes, 0);
     }
@@ -178,8 +172,8 @@ public:
         for (const auto& [name, entry] : files_) {
             const std::string_view directory = directory_of(name);
             const std::string_view file = std::string_view(name).substr(directory.size());
-            if (!fs::directory_answers(directory, dir, flag) || !fs::name_matches(file, mask)) continue;
-            for (int i = 0; i <= (lists_twice ? 1 : 0); ++i) names = fs::new_name(directory, file, names);
+            if (fs::directory_answers(directory, dir, flag) && fs::name_matches(file, mask))
+                names = fs::new_name(directory, file, names);
         }
         return names;
     }
@@ -226,12 +220,9 @@ private:
         open_flags.push_back(flags);
         const Entry* const entry = find(p);
         if (entry != nullptr && write_failure != EFSError::NONE) fs::refuse(write_failure, p.FileName(), "As ordered.");
-        if (entry == nullptr || refuses_to_open || is_silent || entry->read_only || write_failure != EFSError::NONE)
-            return nullptr;
+        if (entry == nullptr || refuses_to_open || entry->read_only || write_failure != EFSError::NONE) return nullptr;
         auto* const file = new MemoryFile(this, full_name(p), entry->bytes, at_end ? entry->bytes->size() : 0);
-        file->capacity = file_capacity;
-        file->writes = writes;
-        file->loses_at_close = loses_at_close;
+        static_cast<Medium&>(*file) = *this;
         return file;
     }
     SFsFile* create(const char* how, const fs::path& p, FFSOpenFlags::FLAGS flags) {

@@ -172,21 +172,6 @@ TEST_F(DiskRules, LeakNoDescriptorAndHandNoneToChildren) {
     EXPECT_EQ(after, before);
 }
 
-TEST_F(DiskRules, ReachAFileThroughARootThatMoved) {
-    std::filesystem::create_directory("base");
-    write_file("base/file", "");
-    const Root root = Root::open("base");
-    const std::string full = path_to("base/file");
-    const PathAt at{full.c_str(), &root, full.c_str() + full.size() - 4};
-    std::filesystem::rename("base", "moved");
-    EXPECT_TRUE(File::open(at, {}).valid());
-    std::filesystem::remove("moved/file");
-    EXPECT_FALSE(File::open(at, {}).valid());
-    std::filesystem::create_directory("BASE");
-    write_file("BASE/FILE", "");
-    EXPECT_TRUE(File::open(at, {}).valid()) << "the full path is tried when the root has nothing";
-}
-
 // Two threads that make "Name" and "name" must end with one file: the lookup and the making are one step.
 TEST_F(DiskRules, MakeOneFileAndOneFolderOfManySpellings) {
     for (std::size_t round = 1; round <= 20; ++round) {

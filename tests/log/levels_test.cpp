@@ -1,0 +1,204 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
+#include "engine/filesystem/log/levels.h"
+#include "engine/filesystem/log/message.h"
+#include "engine/filesystem/log/recent.h"
+#include "tests/log/log_fixture.h"
+
+// What is let through, to where, and what is kept of it.
+
+namespace {
+
+using Log::ELevel;
+using Log::Settings;
+using logging::code;
+constexpr std::uint32_t all_bits = 0xFFFFFFFF;
+
+class LogFilter : public LogTest {};
+
+TEST_F(LogFilter, FixedRulesComeBeforeTheTableAndModesBeforeBoth) {
+    const struct {
+        char id[5];
+        std::uint32_t normal, verbose;
+    } cases[] = {{"FATL", 3, 3}, {"INFO", 3, 3}, {"ERRR", 3, 3}, {"EXIT", 3, 3}, {"DXGI", 3, 3},
+                 {"WARN", 1, 3}, {"DEBG", 1, 3}, {"VERB", 1, 1}, {"VER0", 1, 1}, {"VER9", 1, 1},
+                 {"VERE", 1, 1}, {"VERX", 0, 0}, {"SESE", 1, 1}, {"SESI", 1, 1}, {"SESL", 1, 1},
+                 {"SESW", 1, 1}, {"SESX", 0, 0}, {"NONE", 0, 0}, {"LLOG", 0, 0}};
+    for (const auto& row : cases) {
+        logging::state.verbose = false;
+        _CLFilterSetMode(CLFilterMode::NORMAL);
+        EXPECT_EQ(_CLFilter(code(row.id)), row.normal) << row.id;
+        logging::state.verbose = true;
+        EXPECT_EQ(_CLFilter(code(row.id)), row.verbose) << row.id;
+        _CLFilterSetMode(CLFilterMode::NO_LOGFILE);
+        EXPECT_EQ(_CLFilter(code(row.id)), row.verbose & ~2u) << row.id;
+    }
+    logging::state.verbose = false;
+    _CLFilterAdd(code("WARN"), all_bits, CLFilterAction::LOGFILE);
+    _CLFilterAdd(code("VERB"), all_bits, CLFilterAction::LOGFILE);
+    EXPECT_EQ(_CLFilter(code("VERB")), 1u);
+    _CLFilterSetMode(CLFilterMode::NORMAL);
+    EXPECT_EQ(_CLFilter(code("WARN")), 1u) << "the table is not asked for fixed codes";
+    EXPECT_EQ(_CLFilter(code("VERB")), 3u) << "entries add to the default";
+    const std::uint32_t errors = logging::state.errors, warnings = logging::state.warnings;
+    const std::pair<CLFilterMode::ENUM, std::uint32_t> modes[] = {
+        {CLFilterMode::ALL_CONSOLE, 1}, {CLFilterMode::ALL_LOGFILE, 2}, {CLFilterMode::ALL_NOWHERE, 0}};
+    for (const auto& [mode, action] : modes) {
+        _CLFilterSetMode(mode);
+        EXPECT_EQ(_CLFilterGetMode(), mode);
+        for (const auto& row : cases) EXPECT_EQ(_CLFilter(code(row.id)), action) << row.id;
+    }
+    EXPECT_EQ(logging::state.errors, errors + 9) << "of three kinds in each mode";
+    EXPECT_EQ(logging::state.warnings, warnings + 3);
+}
+
+TEST_F(LogFilter, PatternsAreAlignedToTheLowEnd) {
+    const struct {
+        const char* pattern;
+        std::uint32_t hit, miss;
+    } cases[] = {
+        {"VE", code("xxVE"), code("VExx")},   {"VE??", code("xxVE"), code("VExx")},
+        {"ABCD", code("ABCD"), code("ABCE")}, {"A?CD", code("AxCD"), code("BxCD")},
+        {"?BCD", code("xBCD"), code("xBCE")}, {"ABCDEFG", code("ABCD"), code("EFGH")},
+        {"\xC4", 0x123456C4, 0x12345600},
+    };
+    for (const auto& row : cases) {
+        _CLFilterClear();
+        _CLFilterAdd(row.pattern, CLFilterAction::LOGFILE);
+        EXPECT_EQ(_CLFilter(row.hit), 2u) << row.pattern;
+        EXPECT_EQ(_CLFilter(row.miss), 0u) << row.pattern;
+    }
+    _CLFilterClear();
+    for (const char* nothing : {static_cast<const char*>(nullptr), "", "?", "????"})
+        _CLFilterAdd(nothing, CLFilterAction::BOTH);
+    EXPECT_EQ(_CLFilter(code("ABCD")), 0u);
+    _CLFilterAdd("VE", CLFilterAction::CONSOLE);
+    EXPECT_EQ(_CLFilterUpdate(0x5645, CLFilterAction::LOGFILE), CLFilterAction::CONSOLE);
+}
+
+TEST_F(LogFilter, UpdateChangesTheFirstEntryOfAValueOnly) {
+    _CLFilterAdd(code("ABCD"), all_bits, CLFilterAction::CONSOLE);
+    _CLFilterAdd(code("ABCD"), all_bits, CLFilterAction::LOGFILE);
+    EXPECT_EQ(_CLFilterUpdate(code("ABCD"), CLFilterAction::NOWHERE), CLFilterAction::CONSOLE);
+    EXPECT_EQ(_CLFilterUpdate(code("EFGH"), CLFilterAction::BOTH), CLFilterAction::NOWHERE);
+    EXPECT_EQ(_CLFilter(code("EFGH")), 0u) << "nothing is added";
+    for (std::uint32_t i = 0; i < 1000; ++i) _CLFilterAdd(0x1000u + i, all_bits, CLFilterAction::CONSOLE);
+    EXPECT_EQ(_CLFilter(code("ABCD")), 2u) << "growing keeps what was there";
+    EXPECT_EQ(_CLFilter(0x1000u + 999), 1u);
+}
+
+TEST_F(LogFilter, CodesAndLevelsTranslate) {
+    const std::pair<std::uint32_t, ELevel::TYPE> levels[] = {
+        {code("ERRR"), ELevel::ERRR}, {code("EXIT"), ELevel::FATL}, {code("INFO"), ELevel::INFO},
+        {code("LLOG"), ELevel::VERB}, {code("WARN"), ELevel::WARN}, {code("FATL"), ELevel::DEBG}};
+    for (const auto& [id, level] : levels) EXPECT_EQ(_CLogLevelFromId(id), level);
+    EXPECT_EQ(logging::level_id(ELevel::VER3), code("VER3"));
+    EXPECT_EQ(logging::level_id(static_cast<ELevel::TYPE>(16)), 0u);
+    EXPECT_EQ(_CLogCategoryFromLabel(code("aB_.")) + _CLogCategoryFromLabel(0x41002DFF), "aB_.A___");
+}
+
+class LogSettings : public LogTest {};
+
+TEST_F(LogSettings, CategoriesHaveLevelsOfTheirOwn) {
+    constexpr MessageSource source{"any", "some/file"};
+    log_message(source, ELevel::WARN, 1, "held back at first\n");
+    log_message(source, ELevel::INFO, 1, "yes %d\n", 5);
+    ASSERT_TRUE(console_lines.size() == 1 && file_lines.size() == 1);
+    EXPECT_EQ(without_time(console_lines[0].text), "INFO: [any] > yes 5\r\n");
+    Settings& settings = Settings::Instance();
+    settings.SetCategoryLevel("a", ELevel::ERRR);
+    settings.SetCategoryLevel("b", ELevel::VERB);
+    settings.SetCategoryLevel("c", ELevel::VERE);
+    settings.SetCategoryLevel("a", ELevel::NONE);
+    settings.SetCategoryLevel("b", ELevel::FATL);
+    settings.SetCategoryLevel("unknown", ELevel::NONE);
+    settings.SetCategoryLevel("0123456789abcdef-one", ELevel::DEBG);
+    settings.SetLevel(ELevel::WARN);
+    settings.SetMessageSource(true);
+    Settings copy(settings);
+    Settings moved;
+    moved = std::move(copy);
+    EXPECT_TRUE(moved.IsMessageSource());
+    const std::pair<const char*, ELevel::TYPE> levels[] = {
+        {"a", ELevel::WARN}, {"b", ELevel::FATL},     {"c", ELevel::VERE},  // moved into the free place
+        {"B", ELevel::WARN}, {nullptr, ELevel::WARN}, {"0123456789abcdef-two", ELevel::DEBG},  // compared over 16 bytes
+    };
+    for (const auto& [category, level] : levels)
+        EXPECT_EQ(moved.GetCategoryLevel(category), level) << testing::PrintToString(category);
+}
+
+TEST_F(LogSettings, ANinthCategoryIsRefusedWithAWarning) {
+    Settings& settings = Settings::Instance();
+    for (const char* name : {"1", "2", "3", "4", "5", "6", "7", "Logger"})
+        settings.SetCategoryLevel(name, ELevel::WARN);
+    settings.SetMessageSource(true);
+    settings.SetCategoryLevel("ninth", ELevel::DEBG);
+    EXPECT_EQ(settings.GetCategoryLevel("ninth"), ELevel::INFO);
+    ASSERT_EQ(console_lines.size(), 1u);
+    EXPECT_EQ(
+        without_time(console_lines[0].text),
+        ">engine/filesystem/logsettings(56): WARN: [Logger] > Maximal explicit logging levels exceeded maximal "
+        "count = 8\r\n>engine/filesystem/logsettings(56): WARN: [Logger] | Logging level for category 'ninth' not "
+        "changed.\r\n");
+    settings.SetCategoryLevel("Logger", ELevel::INFO);
+    settings.SetCategoryLevel("ninth", ELevel::DEBG);
+    EXPECT_EQ(console_lines.size(), 1u) << "the category holds warnings back";
+    settings.SetCategoryLevel("7", ELevel::VERB);
+    EXPECT_EQ(settings.GetCategoryLevel("7"), ELevel::VERB) << "entries that exist still change";
+}
+
+std::string recent_lines() {
+    std::string all;
+    const auto append = [](const char* text, std::size_t length, void* user) {
+        static_cast<std::string*>(user)->append(text, length);
+    };
+    logging::write_recent_lines(append, &all);
+    return all;
+}
+
+TEST_F(LogSettings, TheLastLinesAreKeptForCrashReports) {
+    for (int i = 0; i < 1000; ++i) write("ring", "number " + std::to_string(i) + "\n");
+    write("ring", std::string(3000, 'x') + "\nshort\n");
+    const std::string all = recent_lines();
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), logging::recent_line_count);
+    for (const char* kept : {"number 999\r\n", "xxx\r\n"})  // long lines lose their end, not their line
+        EXPECT_THAT(all, testing::HasSubstr(kept));
+    EXPECT_THAT(all, testing::Not(testing::HasSubstr("number 801\r\n")));
+    EXPECT_TRUE(all.ends_with("short\r\n"));
+}
+
+TEST_F(LogSettings, ThreadsMayInterleaveButNeverRace) {
+    const auto quiet = [](ELevel::TYPE, const char*, const char*) {};
+    LogSetPrintCallback(quiet);
+    std::atomic<int> running{4};
+    // Each kind of change used to have a lock of its own.
+    const auto start = [&](void (*work)(int)) {
+        return std::jthread([&running, work] {
+            for (int i = 0; i < 2000; ++i) work(i);
+            --running;
+        });
+    };
+    const auto write_line = [](int i) {
+        const char* const end = i % 3 ? "\n" : "";
+        _CLog(ELevel::INFO, "any", "f", i, CLFilterAction::CONSOLE, CLLineMode::CONTINUE, "%d%s", i, end);
+    };
+    const std::jthread one = start(write_line), two = start(write_line);
+    const std::jthread filter = start([](int i) {
+        if (i % 50 == 0) _CLFilterClear();
+        _CLFilterAdd(static_cast<std::uint32_t>(i) % 50, all_bits, CLFilterAction::LOGFILE);
+    });
+    const std::jthread levels =
+        start([](int i) { Settings::Instance().SetCategoryLevel("three", i % 2 ? ELevel::VER1 : ELevel::NONE); });
+    while (running != 0) {
+        EXPECT_LE(recent_lines().size(), 200'000u);
+        EXPECT_THAT(_CLFilter(7), testing::AnyOf(0u, 2u));
+        EXPECT_THAT(Settings::Instance().GetCategoryLevel("three"), testing::AnyOf(ELevel::INFO, ELevel::VER1));
+    }
+    EXPECT_EQ(LogSetPrintCallback(nullptr), static_cast<LogPrintCallback>(quiet));
+}
+
+}  // namespace
