@@ -161,6 +161,18 @@ TEST_F(Manage, NamesThatAreNoneChangeNothing) {
     for (const char* name : held) EXPECT_EQ(first_->content(name), name);
 }
 
+TEST_F(Manage, AFailedCopySaysWhichFileItWas) {
+    second_->add("from.txt", "text");
+    static std::string logged;
+    _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
+    LogSetPrintCallback([](Log::ELevel::TYPE, const char*, const char* text) { logged += text; });
+    EXPECT_FALSE(fs::copy("missing.txt", "to.txt", 0) || fs::copy("from.txt", "../up.txt", 0));
+    LogSetPrintCallback(nullptr);
+    _CLFilterSetMode(CLFilterMode::NORMAL);
+    EXPECT_THAT(logged, testing::HasSubstr("ERROR [fs::copy] failed to open source file missing.txt -> to.txt"));
+    EXPECT_THAT(logged, testing::HasSubstr("ERROR [fs::copy] failed to open destination file from.txt -> ../up.txt"));
+}
+
 TEST(Times, AreComparedWithinAToleranceAndWrittenAsTheirCalendarForm) {
     const std::tuple<std::int64_t, std::int64_t, std::uint32_t, int> pairs[] = {
         {0, 10000, 1, 0}, {0, 10001, 1, -1}, {10001, 0, 1, 1}, {5, 5, 0, 0}, {INT64_MAX, INT64_MIN, 0xFFFFFFFF, 1}};

@@ -1,8 +1,15 @@
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <random>
+#include <thread>
 
 #include "tests/access/kit.h"
 #include "tests/sources/kit.h"
+#include "tests/support/child_process.h"
 
 // A file opened with REPLACE: the old one stays, for everybody, until the new one is whole and closed.
 
@@ -93,6 +100,42 @@ TEST_F(Replace, GoesWithGzipNativePathsAndTheMonitor) {
     EXPECT_TRUE(home_.exists("outside.txt"));
     EXPECT_TRUE(fs::commit(fs::open("saves/slot.sav", EFSMode::WRITE))) << "a file like any other is closed";
     EXPECT_FALSE(fs::commit(nullptr));
+}
+
+std::string save_number(std::size_t number) { return std::string(100'000, static_cast<char>('a' + number % 26)); }
+
+TEST(ReplaceChild, DISABLED_SavesUntilItIsKilled) {
+    const std::string root = child_root();
+    ASSERT_TRUE(fs::init({.root = root.c_str(), .use_fallback = false}));
+    std::thread([] {
+        std::this_thread::sleep_for(std::chrono::microseconds(std::random_device()() % 100'000));
+#if defined(SIGKILL)
+        std::raise(SIGKILL);
+#else
+        std::_Exit(EXIT_FAILURE);
+#endif
+    }).detach();
+    for (std::size_t number = 0;; ++number) {
+        ASSERT_TRUE(fs::save_text_file(save_number(number), "slot.sav", Flags::REPLACE));
+        std::ofstream(root + "/saves", std::ios::app).put('.');
+    }
+}
+
+TEST_F(Replace, EverySaveIsWholeWhenItsWriterIsKilled) {
+    const std::string root = home_ / "killed";
+    std::filesystem::create_directory(root);
+    bool is_saved = false;
+    while (home_.read("killed/saves").size() < 200) {
+        run_children(1, "ReplaceChild.DISABLED_SavesUntilItIsKilled", root);
+        if (!is_saved && !home_.exists("killed/slot.sav")) continue;  // killed before the first
+        is_saved = true;
+        const std::string found = home_.read("killed/slot.sav");
+        ASSERT_EQ(found, save_number(static_cast<std::size_t>(found.empty() ? 0 : found[0] - 'a')));
+    }
+    ASSERT_TRUE(fs::add_source(root.c_str(), FFSAddSourceFlags::BEFORE_PACKS));
+    EXPECT_TRUE(fs::save_text_file("the last", "slot.sav", Flags::REPLACE));
+    EXPECT_EQ(home_.read("killed/slot.sav"), "the last");
+    EXPECT_FALSE(home_.exists("killed/#slot.sav"));
 }
 
 #if !defined(_WIN32)

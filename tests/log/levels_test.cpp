@@ -6,7 +6,7 @@
 
 #include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/log/message.h"
-#include "engine/filesystem/log/recent.h"
+#include "engine/filesystem/log/sinks.h"
 #include "tests/log/log_fixture.h"
 
 // What is let through, to where, and what is kept of it.

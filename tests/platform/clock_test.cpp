@@ -8,6 +8,10 @@
 #include <string>
 #include <tuple>
 
+#if !defined(_WIN32)
+#include "engine/platform/posix/system.h"
+#endif
+
 namespace platform {
 
 static auto fields(const CalendarTime& t) {
@@ -88,6 +92,14 @@ TEST(LocalTime, FollowsTheRuleOfTheDate) {
         EXPECT_EQ(utc_to_local(from_calendar({2024, 10, 27, hour, 30})), from_calendar({2024, 10, 27, 2, 30})) << hour;
     }
     use_zone(before != nullptr ? kept.c_str() : nullptr);
+}
+
+TEST(FileTime, EndsWhereADiskGoesOn) {
+    // A disk in memory keeps any 64-bit count of seconds, whose ticks overflowed.
+    const std::int64_t late = to_file_time({.tv_sec = std::numeric_limits<time_t>::max(), .tv_nsec = 0});
+    const std::int64_t early = to_file_time({.tv_sec = std::numeric_limits<time_t>::min(), .tv_nsec = 0});
+    EXPECT_GT(to_calendar(late).year, 20'000);
+    EXPECT_LT(to_calendar(early).year, -20'000);
 }
 
 #endif
