@@ -283,7 +283,7 @@ bool DirectoryFollower::apply_name(ChangeBatch& batch, Marks::iterator first, Ma
     const NameTable& table = state_.names->table;
     const std::string name = lower_text(first->first);
     if (!first->second.is_named) {
-        const bool is_held = std::any_of(first, last, [&](const auto& mark) { return holds(table, mark.first); });
+        const bool is_held = std::any_of(first, last, [&](const auto& mark) { return holds(table, name, mark.first); });
         if (is_held) batch.add(SFsChange::CONTENT, name);
         return is_held;
     }
@@ -333,9 +333,9 @@ void DirectoryFollower::replace(ChangeBatch& batch, const std::string& name, con
     for (const std::uint32_t file : held) table.remove(file);
 }
 
-/// Whether a file is spelled like this.
-bool DirectoryFollower::holds(const NameTable& table, std::string_view path) {
-    std::uint32_t file = table.find_exact(lower_text(path));
+/// Whether one of the files of this name in lower case is spelled like this.
+bool DirectoryFollower::holds(const NameTable& table, std::string_view name, std::string_view path) {
+    std::uint32_t file = table.find_exact(name);
     while (file != NameTable::none && !table.is_spelled(file, path)) file = table.next_exact(file);
     return file != NameTable::none;
 }

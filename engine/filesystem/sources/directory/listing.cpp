@@ -12,7 +12,6 @@
 
 #include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/sources/directory/state.h"
-#include "engine/kernel/bytes.h"
 #include "engine/platform/files.h"
 #include "engine/platform/process.h"
 
@@ -33,8 +32,6 @@
 namespace fs {
 
 namespace {
-
-constexpr std::size_t directory_head = 1 + 8 + 8;
 
 constexpr std::uint8_t magic[4] = {'F', 'S', 'C', 'L'};
 constexpr std::uint32_t version = 3;
@@ -58,15 +55,6 @@ bool is_directory(std::string_view text) {
         if (end == std::string_view::npos || !is_name(text.substr(0, end))) return false;
         text.remove_prefix(end + 1);
     }
-    return true;
-}
-
-/// Takes a text that ends with a zero from the front. False when there is none.
-bool take_text(std::string_view& from, std::string_view& text) {
-    const std::size_t end = from.find('\0');
-    if (end == std::string_view::npos) return false;
-    text = from.substr(0, end);
-    from.remove_prefix(end + 1);
     return true;
 }
 
@@ -115,23 +103,6 @@ void dir_listing::add_directory(std::string_view dir, const platform::DirectoryT
 void dir_listing::add_file(std::string_view name) {
     bytes_.insert(bytes_.end(), name.begin(), name.end());
     bytes_.push_back(0);
-}
-
-bool dir_listing::for_each(const OnDirectory& on_directory, const OnFile& on_file) const {
-    std::string_view rest(reinterpret_cast<const char*>(bytes_.data()), bytes_.size());
-    std::string_view text;
-    while (!rest.empty()) {
-        if (rest.front() != 0 || rest.size() < directory_head) return false;
-        const auto* const head = reinterpret_cast<const std::uint8_t*>(rest.data());
-        const platform::DirectoryTimes times{static_cast<std::int64_t>(kernel::load_u64(head + 1)),
-                                             static_cast<std::int64_t>(kernel::load_u64(head + 9))};
-        rest.remove_prefix(directory_head);
-        if (!take_text(rest, text) || !on_directory(text, times)) return false;
-        while (!rest.empty() && rest.front() != 0) {
-            if (!take_text(rest, text) || !on_file(text)) return false;
-        }
-    }
-    return true;
 }
 
 std::vector<std::uint8_t> dir_listing::encode(const ListingKey& key) const {

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -10,6 +9,7 @@
 
 #include <engine/filesystem/contract/flags.h>
 
+#include "engine/kernel/bytes.h"
 #include "engine/platform/directories.h"
 
 namespace fs {
@@ -43,10 +43,25 @@ public:
     void add_directory(std::string_view dir, const platform::DirectoryTimes& times);
     void add_file(std::string_view name);
 
-    /// Calls these in the order of recording. False once one of them answers that, or where the bytes are damaged.
-    using OnDirectory = std::function<bool(std::string_view dir, const platform::DirectoryTimes& times)>;
-    using OnFile = std::function<bool(std::string_view name)>;
-    bool for_each(const OnDirectory& on_directory, const OnFile& on_file) const;
+    /// Calls `on_directory(dir, times)` and `on_file(name)` in the order of recording. False once one of them answers that,
+    /// or where the bytes are damaged.
+    template <class OnDirectory, class OnFile>
+    bool for_each(OnDirectory on_directory, OnFile on_file) const {
+        std::string_view rest(reinterpret_cast<const char*>(bytes_.data()), bytes_.size());
+        std::string_view text;
+        while (!rest.empty()) {
+            if (rest.front() != 0 || rest.size() < directory_head) return false;
+            const auto* const head = reinterpret_cast<const std::uint8_t*>(rest.data());
+            const platform::DirectoryTimes times{static_cast<std::int64_t>(kernel::load_u64(head + 1)),
+                                                 static_cast<std::int64_t>(kernel::load_u64(head + 9))};
+            rest.remove_prefix(directory_head);
+            if (!take_text(rest, text) || !on_directory(text, times)) return false;
+            while (!rest.empty() && rest.front() != 0) {
+                if (!take_text(rest, text) || !on_file(text)) return false;
+            }
+        }
+        return true;
+    }
 
     std::size_t bytes() const { return bytes_.size(); }
     /// The number of files of a stored listing.
@@ -58,6 +73,17 @@ public:
     [[nodiscard]] bool decode(const ListingKey& key, const std::vector<std::uint8_t>& bytes);
 
 private:
+    static constexpr std::size_t directory_head = 1 + 8 + 8;
+
+    /// Takes a text that ends with a zero from the front. False when there is none.
+    static bool take_text(std::string_view& from, std::string_view& text) {
+        const std::size_t end = from.find('\0');
+        if (end == std::string_view::npos) return false;
+        text = from.substr(0, end);
+        from.remove_prefix(end + 1);
+        return true;
+    }
+
     std::vector<std::uint8_t> bytes_;
     bool is_whole_ = true;
     bool is_stored_ = false;
