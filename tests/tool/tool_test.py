@@ -93,7 +93,7 @@ def times(tool):
         tool.run(f"touch dated --time {time}", env=environment)
         tool.check(os.stat(tool.path("root/dated")).st_mtime == seconds, f"touch --time {time}: off by the zone")
         tool.run("stat dated", 0, f"~time +{shown}\n", env=environment)
-    for time in ("2023-02-29", "yesterday", "2001-02-03_24:00:00", "@99999999999999", "2001-02-03_04:05:06+1:00"):
+    for time in ("2023-02-29", "yesterday", "2001-02-03_24:00:00", "@99999999999999", "2001-02-03_04:05:06+1:00", "2001-02-03_04:05:06+-1:00"):
         tool.run(f"touch dated --time {time}", 2, err="this is no time")
 
 
