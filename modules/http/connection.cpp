@@ -74,8 +74,8 @@ bool Transfer::header(std::string_view line) {
 
 bool Transfer::refuse_status(long status) {
     const std::string answer = "the server answers " + std::to_string(status);
-    if (status == 412) return refuse(Outcome::CHANGED, "the file was changed on the server");
-    if (status == 416 && range.known) return refuse(Outcome::CHANGED, "the file was changed on the server");
+    if (status == 412 || (status == 416 && range.known))
+        return refuse(Outcome::CHANGED, "the file was changed on the server");
     if (status == 416) return refuse(Outcome::FAILED, "the file is empty");
     if (status == 200) return refuse(Outcome::FAILED, "the server does not serve parts of the file");
     if (status != 429 && status / 100 != 5) return refuse(Outcome::FAILED, answer);

@@ -81,7 +81,7 @@ def times(tool):
         tool.run(f"touch dated --time '{given}'", **zone)
         tool.run("stat dated", 0, f"~time +{shown}\n", **zone)
     tool.check(os.stat(tool.path("root/dated")).st_mtime == 1719792000, "touch: off by the zone")
-    for given in ("2023-02-29", "yesterday", "2001-02-03 24:00:00", "@99999999999999", "2001-02-03 04:05:06+1:00"):
+    for given in ("2023-02-29", "yesterday", "2001-02-03 24:00:00", "@99999999999999", "2001-02-03 04:05:06+1:00", "2001-02-03 04:05:06+-1:00"):
         tool.run(f"touch dated --time '{given}'", 2, err="this is no time")
 
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include <engine/filesystem/contract/error.h>
-
 #include <nlohmann/json.hpp>
+
+#include <engine/filesystem/contract/error.h>
 
 // What the tool says: results on standard output, in the style that is asked for, and all else on standard error.
 

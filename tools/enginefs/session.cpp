@@ -37,9 +37,8 @@ bool is_pack_name(const std::string& path) {
 /// A mount that answers true may still have left names out, and says so.
 void Session::tell_unlisted(const std::string& told) {
     const SFsError said = fs::last_error();
-    if (said.code == EFSError::NONE) return;
-    for (const SFsSourceInfo& source : all_sources())
-        if (source.unlisted_directories != 0) whole_ = fail(told, said.text);
+    const auto is_unlisted = [](const SFsSourceInfo& source) { return source.unlisted_directories != 0; };
+    if (said.code != EFSError::NONE && std::ranges::any_of(all_sources(), is_unlisted)) whole_ = fail(told, said.text);
 }
 
 bool Session::add(const std::string& path) {
