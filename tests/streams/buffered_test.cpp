@@ -1,13 +1,39 @@
+// Streams with a buffer: what they ask of their file, and when.
 #include <functional>
 
 #include "kit.h"
+#include "tests/support/memory_source.h"
 
 using testing::ElementsAre;
-using testing::Field;
+using testing::FieldsAre;
 
 namespace {
 
+using platform::Failure;
+using platform::FaultPoint;
 using test::why;
+
+/// What happened to a file, kept by the test because the stream destroys the file itself.
+struct FileRecord {
+    explicit FileRecord(const std::string& content = "") : bytes(std::make_shared<std::string>(content)) {}
+    const test::Bytes bytes;                // shared with the file while that is open
+    std::vector<std::uint64_t> reads = {};  // sizes asked for
+    std::vector<test::Write> writes = {};
+};
+
+class RecordingFile : public test::MemoryFile {
+public:
+    explicit RecordingFile(FileRecord& record) : MemoryFile(nullptr, "", record.bytes, 0), record_(record) {
+        writes = &record.writes;
+    }
+    std::uint64_t read(void* buffer, std::uint64_t size) override {
+        record_.reads.push_back(size);
+        return MemoryFile::read(buffer, size);
+    }
+
+private:
+    FileRecord& record_;
+};
 
 std::string read_string(fs::ifile& stream, std::size_t size) {
     std::string bytes(size, '?');
@@ -17,8 +43,10 @@ std::string read_string(fs::ifile& stream, std::size_t size) {
 }
 
 TEST(CachedReader, FetchesEachBlockOnceAsSoonAsTheOneBeforeIsUsedUp) {
-    FileRecord record(sample_bytes(10000));
-    fs::cachedrdfile stream(4096);
+    FileRecord record(noise(10000, 1));
+    fs::cachedrdfile stream(4096), without_buffer(0);
+    EXPECT_FALSE(stream.open_from_handle(nullptr) || stream.open("no such file", EFSMode::READ));
+    EXPECT_FALSE(stream.open("no such file", EFSMode::WRITE, FFSOpenFlags::CREATE));
     ASSERT_TRUE(stream.open_from_handle(new RecordingFile(record)));
     EXPECT_EQ(read_string(stream, 4095).size(), 4095u);
     EXPECT_EQ(record.reads.size(), 1u);
@@ -27,6 +55,8 @@ TEST(CachedReader, FetchesEachBlockOnceAsSoonAsTheOneBeforeIsUsedUp) {
     EXPECT_EQ(read_string(stream, 10000), record.bytes->substr(4096));
     EXPECT_EQ(read_string(stream, 1), "");
     EXPECT_THAT(record.reads, ElementsAre(4096, 4096, 4096));
+    without_buffer.open_from_handle(new RecordingFile(record));
+    EXPECT_EQ(read_string(without_buffer, 1), "") << "and no endless loop";
 }
 
 TEST(CachedReader, SeeksByTheseRules) {
@@ -48,7 +78,7 @@ TEST(CachedReader, SeeksByTheseRules) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(testing::Message() << row.offset << " from " << row.origin);
-        FileRecord record(sample_bytes(10000));
+        FileRecord record(noise(10000, 1));
         fs::cachedrdfile stream(4096);
         ASSERT_TRUE(stream.open_from_handle(new RecordingFile(record)));
         read_string(stream, 10);
@@ -60,43 +90,32 @@ TEST(CachedReader, SeeksByTheseRules) {
     }
 }
 
-TEST(CachedReader, OpensForReadingOnlyWhatCanBeRead) {
-    FileRecord bad("x"), record("x");
-    bad.fails_to_read = true;
-    fs::cachedrdfile stream(16), without_buffer(0);
-    fs::clear_error();
-    EXPECT_EQ(why(stream.open_from_handle(new RecordingFile(bad))), EFSError::IO) << "where the file gave no reason";
-    stream.close();
-    EXPECT_FALSE(stream.open_from_handle(nullptr) || stream.open("no such file", EFSMode::READ));
-    EXPECT_FALSE(stream.open("no such file", EFSMode::WRITE, FFSOpenFlags::CREATE));
-    without_buffer.open_from_handle(new RecordingFile(record));
-    EXPECT_EQ(read_string(without_buffer, 1), "") << "and no endless loop";
-}
-
 TEST(CachedWriterWithoutSeek, WritesFullBuffersAndTheRestAtClose) {
     FileRecord record;
     fs::cachedwrnoseekfile stream(16);
     EXPECT_EQ(stream.tell(), UINT64_MAX);
     stream.open_from_handle(new RecordingFile(record));
-    const std::string bytes = sample_bytes(40);
+    const std::string bytes = noise(40, 1);
     EXPECT_EQ(stream.write(bytes.data(), 7), 7u);
     EXPECT_EQ(stream.write(bytes.data() + 7, 33), 33u);
     EXPECT_EQ(stream.tell(), 40u);
     EXPECT_FALSE(stream.seek(0, EFSSeek::BEGIN));
-    EXPECT_THAT(record.writes, ElementsAre(Field(&test::Write::bytes, bytes.substr(0, 16)),
-                                           Field(&test::Write::bytes, bytes.substr(16, 16))));
     stream.close();
-    EXPECT_EQ(record.writes.size(), 3u);
-    EXPECT_EQ(*record.bytes, bytes);
+    EXPECT_THAT(record.writes, ElementsAre(FieldsAre(0u, bytes.substr(0, 16)), FieldsAre(16u, bytes.substr(16, 16)),
+                                           FieldsAre(32u, bytes.substr(32))));
     EXPECT_EQ(fs::cachedwrnoseekfile(0).write("x", 1), UINT64_MAX) << "and no endless loop";
 }
 
 TEST(CachedWriter, HandsItsImageOverInOneWriteThatEndsAtThePosition) {
-    const std::string large = sample_bytes(9'000'000);
+    const std::string large = noise(9'000'000, 1);
     const auto write_large = [&](auto& out) {
         for (std::size_t at = 0; at < large.size(); at += 30'000) out.write(large.data() + at, 30'000);
     };
-    const auto move_back = [](auto& out) { out.write("abcdefghi", 9), out.seek(5, EFSSeek::BEGIN); };
+    const auto move_back = [](auto& out) {
+        out.write("abcdefgh", 8), out.seek(0, EFSSeek::END);
+        EXPECT_EQ(out.tell(), 16u) << "the end counts from the capacity, which is never full";
+        out.seek(5, EFSSeek::BEGIN);
+    };
     const auto leave_gaps = [](auto& out) {
         out.write("abcd", 4), out.seek(20, EFSSeek::BEGIN), out.put_int(8), out.put_int(9);
         EXPECT_TRUE(out.seek(100, EFSSeek::CURRENT)) << "and grows";
@@ -132,12 +151,56 @@ TEST(CachedWriter, HandsItsImageOverInOneWriteThatEndsAtThePosition) {
         EXPECT_EQ(fs::cachedwrfile(no_step).write("x", 1), UINT64_MAX) << "and no endless loop";
 }
 
-TEST(CachedWriter, CountsTheEndFromItsCapacity) {
-    for (const auto& [written, capacity] : {std::pair(0u, 8u), {7, 8}, {8, 16}, {20, 24}, {24, 32}}) {
-        fs::cachedwrfile stream(8);
-        stream.write(sample_bytes(written).data(), written);
-        EXPECT_TRUE(stream.seek(0, EFSSeek::END));
-        EXPECT_EQ(stream.tell(), capacity) << written;
+struct BufferedNative : testing::Test {
+    ~BufferedNative() override { platform::clear_faults(); }
+    TempDirectory directory;
+    const std::string path = directory / "file.bin";
+};
+
+TEST_F(BufferedNative, OpensByMode) {
+    directory.write("file.bin", "abc");
+    fs::bfile_win32 stream;
+    EXPECT_TRUE(stream.open(path.c_str(), EFSMode::READ, FFSOpenFlags::ASYNC)) << "which is passed over";
+    EXPECT_TRUE(stream.open(path.c_str(), EFSMode::APPEND) && stream.is_open());
+    EXPECT_EQ(stream.tell(), 3u);
+    EXPECT_EQ(why(stream.open(path.c_str(), EFSMode::READ, FFSOpenFlags::GZIP)), EFSError::INVALID_ARGUMENT);
+    EXPECT_EQ(why(stream.open(path.c_str(), static_cast<EFSMode::TYPE>(4))), EFSError::INVALID_ARGUMENT);
+    platform::inject_fault(FaultPoint::LENGTH, 1, Failure::DISK_FULL, true);
+    EXPECT_EQ(why(stream.open(path.c_str(), EFSMode::APPEND)), EFSError::DISK_FULL) << "not over the beginning";
+    EXPECT_FALSE(stream.is_open());
+    EXPECT_EQ(stream.name(), nullptr);
+    EXPECT_EQ(stream.tell(), UINT64_MAX);
+}
+
+TEST_F(BufferedNative, KeepsWhatCouldNotBeWrittenAndTellsOfIt) {
+    const std::string bytes = noise(100, 1);
+    fs::bfile_win32 stream(16);
+    ASSERT_TRUE(stream.open(path.c_str(), EFSMode::WRITE, FFSOpenFlags::CREATE));
+    platform::inject_fault(FaultPoint::WRITE, 1, Failure::DISK_FULL, true);
+    EXPECT_EQ(stream.write(bytes.data(), 10), 10u);
+    EXPECT_EQ(stream.length(), 10u) << "with what is pending";
+    EXPECT_EQ(stream.write(bytes.data() + 10, 10), 6u) << "what the buffer holds";
+    EXPECT_EQ(stream.write(bytes.data() + 16, 10), UINT64_MAX);
+    EXPECT_TRUE(stream.failed());
+    EXPECT_FALSE(stream.flush());
+    EXPECT_EQ(stream.tell(), 16u);
+    EXPECT_EQ(directory.read("file.bin"), "");
+    platform::clear_faults();
+    EXPECT_TRUE(stream.flush()) << "nothing is lost once there is room again";
+    EXPECT_FALSE(stream.failed());
+    EXPECT_EQ(stream.write(bytes.data() + 16, 84), 84u);
+    stream.close();
+    EXPECT_EQ(directory.read("file.bin"), bytes);
+
+    for (const auto point : {FaultPoint::WRITE, FaultPoint::SET_END}) {
+        ASSERT_TRUE(stream.open(path.c_str(), EFSMode::READ_WRITE));
+        stream.write("x", 1);
+        platform::inject_fault(point, 1, Failure::DISK_FULL, true);
+        stream.set_eof();
+        EXPECT_TRUE(stream.failed());
+        stream.close();
+        EXPECT_TRUE(stream.failed()) << "also after close";
+        platform::clear_faults();
     }
 }
 
