@@ -86,25 +86,20 @@ TEST_F(PackWriter, MarksNamesThatAreUtf8) {
 TEST_F(PackWriter, RefusesNamesThatAPackCannotShow) {
     ASSERT_TRUE(writer_.open(target_.c_str()));
     ASSERT_TRUE(add("held", "1"));
-    const std::pair<std::string, const char*> rows[] = {
-        {"", "is empty"},
-        {"dir/", "directory"},
-        {"/root", "full path"},
-        {"c:/x", "full path"},
-        {"../up", "climbs"},
-        {"a\\b", "normal form"},
-        {"a//b", "normal form"},
-        {"./a", "normal form"},
-        {"a/../b", "normal"},
-        {"a/#b/c", "hidden"},
-        {std::string(260, 'n'), "longer"},
-        {"held", "of that name"},
-        {"HELD", "of that name"},
-    };
-    for (const auto& [name, reason] : rows) {
-        EXPECT_EQ(fs::pack_writer::check_name(name.c_str()), reason == std::string("of that name")) << name;
-        EXPECT_FALSE(add(name, "2")) << name;
-        EXPECT_THAT(fs::last_error().text, HasSubstr(reason)) << name;
+    const std::pair<const char*, std::vector<std::string>> rows[] = {{"is empty", {""}},
+                                                                     {"directory", {"dir/"}},
+                                                                     {"full path", {"/root", "c:/x"}},
+                                                                     {"climbs", {"../up"}},
+                                                                     {"hidden", {"a/#b/c"}},
+                                                                     {"normal form", {"a\\b", "a//b", "./a", "a/../b"}},
+                                                                     {"longer", {std::string(260, 'n')}},
+                                                                     {"of that name", {"held", "HELD"}}};
+    for (const auto& [reason, names] : rows) {
+        for (const std::string& name : names) {
+            EXPECT_EQ(fs::pack_writer::check_name(name.c_str()), reason == std::string("of that name")) << name;
+            EXPECT_FALSE(add(name, "2")) << name;
+            EXPECT_THAT(fs::last_error().text, HasSubstr(reason)) << name;
+        }
     }
     EXPECT_EQ(why(writer_.add("huge", "x", std::uint64_t{1} << 32, 0, noon)), EFSError::TOO_LARGE);
     EXPECT_FALSE(writer_.add_deflated("huge", "x", 1, std::uint64_t{1} << 32, 0, noon));
@@ -113,31 +108,6 @@ TEST_F(PackWriter, RefusesNamesThatAPackCannotShow) {
     EXPECT_THAT(fs::last_error().text, HasSubstr("levels from 0 to 12"));
     ASSERT_TRUE(writer_.finish());
     EXPECT_EQ(entry("held"), "1") << "refused entries leave no trace";
-}
-
-// A refused or failed add used to leave a pack that finish called good and nobody could mount.
-TEST_F(PackWriter, AnAddThatMeetsAFullDiskHappensWholeOrNotAtAll) {
-    const std::string texts[] = {noise(500000, 1), "small", noise(500000, 2), "little"};
-    const auto attempt = [](const auto& call) {
-        fs::clear_error();
-        const bool done = call();
-        EXPECT_EQ(fs::last_error().code, done ? EFSError::NONE : EFSError::DISK_FULL);
-        return done;
-    };
-    for (std::uint32_t nth = 1; nth < 12; ++nth) {
-        SCOPED_TRACE(nth);
-        dir_.write("out.pak", "precious");
-        ASSERT_TRUE(writer_.open(target_.c_str()));
-        platform::inject_fault(platform::FaultPoint::WRITE, nth, platform::Failure::DISK_FULL, false);
-        bool added[4] = {};
-        for (int i = 0; i < 4; ++i) added[i] = attempt([&] { return add(std::to_string(i), texts[i], i < 2 ? 0 : 6); });
-        const bool finished = attempt([&] { return writer_.finish(); });
-        platform::clear_faults();
-        EXPECT_FALSE(dir_.exists("out.pak.part"));
-        if (!finished) EXPECT_EQ(dir_.read("out.pak"), "precious");
-        for (int i = 0; finished && i < 4; ++i)
-            EXPECT_TRUE(entry(std::to_string(i).c_str()) == (added[i] ? texts[i] : "(null)")) << i;
-    }
 }
 
 TEST_F(PackWriter, WritesWhatDoesNotShrinkSoThatItCanBeSoughtIn) {

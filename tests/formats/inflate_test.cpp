@@ -12,20 +12,6 @@ namespace {
 using fs::Decoder;
 using fs::InflateEngine;
 
-/// Random bytes, half random ones, runs, or words.
-std::string sample(std::uint32_t seed) {
-    std::mt19937 random(seed);
-    const std::size_t size = random() % 150000;
-    if (seed % 4 == 1) return noise(size, seed);
-    std::string out;
-    while (out.size() < size) {
-        if (seed % 4 == 0) out += static_cast<char>(random());
-        if (seed % 4 == 2) out.append(random() % 500, static_cast<char>(random() % 3));
-        if (seed % 4 == 3) out += std::to_string(random() % 1000) + " word ";
-    }
-    return out;
-}
-
 struct Decoded {
     std::string bytes;
     std::size_t left = 0;  // input behind the stream's end
@@ -67,21 +53,19 @@ protected:
 };
 
 // A block header that two pieces of input share, while output waits, used to come apart.
-TEST_P(Inflate, GivesTheBytesOfZlibUntilTheStreamsEndOrItsDamage) {
-    const std::size_t pieces[][2] = {{1, 100}, {16384, 32768}, {100000, 4096}, {7, 70000}, {300, 1}};
-    for (std::uint32_t seed = 0; seed < 40; ++seed) {
-        const std::string plain = seed == 0 ? noise(3 << 20, 3) : sample(seed);
-        const std::string packed = deflated(plain, static_cast<int>(seed % 10));
-        for (const auto& [in_piece, out_piece] : pieces) {
-            if (plain.size() > (out_piece == 1 ? 20000u : in_piece == 16384 ? 4u << 20 : 200000u)) continue;
-            const Decoded decoded = in_pieces(GetParam(), packed + "trailer!", in_piece, out_piece);
-            SCOPED_TRACE(testing::Message() << seed << " " << in_piece << " " << out_piece);
+TEST_P(Inflate, GivesTheBytesOfZlibInAnyPiecesUntilTheStreamsEndOrItsDamage) {
+    const std::string plain = noise(3 << 20, 3) + std::string(100000, 'r');
+    for (const auto& [in_piece, out_piece] : {std::pair(1, 100), {16384, 32768}, {100000, 4096}, {7, 70000}}) {
+        for (const int level : {0, 1, 6}) {
+            const std::string packed = deflated(plain, level) + "trailer!";
+            const Decoded decoded =
+                in_pieces(GetParam(), packed, static_cast<std::size_t>(in_piece), static_cast<std::size_t>(out_piece));
+            SCOPED_TRACE(testing::Message() << level << " " << in_piece << " " << out_piece);
             ASSERT_EQ(decoded.result, Decoder::Result::END);
             ASSERT_TRUE(decoded.bytes == plain);
             ASSERT_EQ(decoded.left, 8u);
         }
     }
-    const std::string plain = noise(3 << 20, 3);
     const auto copied = fs::deflate_by_copying(plain.data(), plain.size());
     std::string packed(copied.begin(), copied.end());
     packed[5 + 0xFFFF + 1] ^= 1;  // the length of the second block
@@ -91,16 +75,6 @@ TEST_P(Inflate, GivesTheBytesOfZlibUntilTheStreamsEndOrItsDamage) {
 
 INSTANTIATE_TEST_SUITE_P(Engines, Inflate, testing::Values(InflateEngine::ZLIB, InflateEngine::ISAL),
                          [](const auto& row) { return row.param == InflateEngine::ZLIB ? "zlib" : "isal"; });
-
-TEST(Deflate, CopyingMakesStreamsOfTheLengthThatItTells) {
-    for (const std::size_t size : {0u, 1u, 65535u, 65536u, 200000u}) {
-        const std::string plain = noise(size, 1);
-        const auto made = fs::deflate_by_copying(plain.data(), size);
-        std::string out(size, '!');
-        EXPECT_EQ(made.size(), fs::size_deflated_by_copying(size));
-        EXPECT_TRUE(fs::make_buffer_inflater()->decode(made.data(), made.size(), out.data(), size) && out == plain);
-    }
-}
 
 TEST(Zstd, WritesFramesOfAMebibyteWithATableThatFindsThem) {
     if (!fs::has_zstd()) GTEST_SKIP() << "built without it";
@@ -120,8 +94,7 @@ TEST(Zstd, WritesFramesOfAMebibyteWithATableThatFindsThem) {
     for (const std::size_t wrong : {0u, 1u})
         EXPECT_FALSE(table.read(end - table_size, table_size, packed.size() + wrong, plain.size() - 1 + wrong));
     EXPECT_TRUE(table.starts.empty());
-    const std::string random = sample(0);
-    EXPECT_TRUE(compressor->compress(random.data(), random.size(), 3, random.size()).empty()) << "not smaller";
+    EXPECT_TRUE(compressor->compress(packed.data(), packed.size(), 3, packed.size()).empty()) << "not smaller";
     const auto one_frame = compressor->compress(plain.data(), 1000, 19, 1000);
     EXPECT_EQ(fs::ZstdSeekTable::size_by_footer(one_frame.data() + one_frame.size() - 9), 0u);
 }

@@ -19,6 +19,7 @@ struct FileRecord {
     const test::Bytes bytes;                // shared with the file while that is open
     std::vector<std::uint64_t> reads = {};  // sizes asked for
     std::vector<test::Write> writes = {};
+    bool fails_to_read = false;  // without a reason
 };
 
 class RecordingFile : public test::MemoryFile {
@@ -28,7 +29,7 @@ public:
     }
     std::uint64_t read(void* buffer, std::uint64_t size) override {
         record_.reads.push_back(size);
-        return MemoryFile::read(buffer, size);
+        return record_.fails_to_read ? UINT64_MAX : MemoryFile::read(buffer, size);
     }
 
 private:
@@ -40,23 +41,6 @@ std::string read_string(fs::ifile& stream, std::size_t size) {
     const std::uint64_t got = stream.read(bytes.data(), size);
     bytes.resize(got == UINT64_MAX ? 0 : got);
     return bytes;
-}
-
-TEST(CachedReader, FetchesEachBlockOnceAsSoonAsTheOneBeforeIsUsedUp) {
-    FileRecord record(noise(10000, 1));
-    fs::cachedrdfile stream(4096), without_buffer(0);
-    EXPECT_FALSE(stream.open_from_handle(nullptr) || stream.open("no such file", EFSMode::READ));
-    EXPECT_FALSE(stream.open("no such file", EFSMode::WRITE, FFSOpenFlags::CREATE));
-    ASSERT_TRUE(stream.open_from_handle(new RecordingFile(record)));
-    EXPECT_EQ(read_string(stream, 4095).size(), 4095u);
-    EXPECT_EQ(record.reads.size(), 1u);
-    EXPECT_EQ(read_string(stream, 1), record.bytes->substr(4095, 1));
-    EXPECT_EQ(record.reads.size(), 2u);
-    EXPECT_EQ(read_string(stream, 10000), record.bytes->substr(4096));
-    EXPECT_EQ(read_string(stream, 1), "");
-    EXPECT_THAT(record.reads, ElementsAre(4096, 4096, 4096));
-    without_buffer.open_from_handle(new RecordingFile(record));
-    EXPECT_EQ(read_string(without_buffer, 1), "") << "and no endless loop";
 }
 
 TEST(CachedReader, SeeksByTheseRules) {
@@ -87,7 +71,17 @@ TEST(CachedReader, SeeksByTheseRules) {
         EXPECT_EQ(stream.tell(), row.position);
         EXPECT_EQ(record.reads.size(), row.fetches);
         EXPECT_EQ(read_string(stream, 3), row.result ? record.bytes->substr(row.position, 3) : "");
+        EXPECT_EQ(record.reads.size(), row.fetches) << "each block once, as soon as the one before is used up";
     }
+    fs::cachedrdfile stream(4096), without_buffer(0);
+    EXPECT_FALSE(stream.open_from_handle(nullptr) || stream.open("no such file", EFSMode::READ));
+    EXPECT_FALSE(stream.open("no such file", EFSMode::WRITE, FFSOpenFlags::CREATE));
+    FileRecord record("x");
+    without_buffer.open_from_handle(new RecordingFile(record));
+    EXPECT_EQ(read_string(without_buffer, 1), "") << "and no endless loop";
+    record.fails_to_read = true;
+    fs::clear_error();
+    EXPECT_EQ(why(stream.open_from_handle(new RecordingFile(record))), EFSError::IO) << "where the file gave no reason";
 }
 
 TEST(CachedWriterWithoutSeek, WritesFullBuffersAndTheRestAtClose) {

@@ -169,31 +169,35 @@ TEST_F(Watch, ReadsTheSourceAgainWhenTheSystemDroppedEvents) {
 
 TEST_F(Watch, TellsThatAPackWasReplacedAndTakesTheNewOne) {
     const std::string pack = outside_ / "Data.pak";
-    ASSERT_TRUE(write_pack(pack, {{.name = "p.txt", .bytes = "old pack"}}));
+    const auto make = [&](const char* name, const char* text) {
+        EXPECT_TRUE(write_pack(outside_ / name, {{"p.txt", text}, {"x/q", ""}}));
+    };
+    const auto loaded = [] {
+        fs::string text;
+        return fs::load_text_file(text, "p.txt") ? text : "(none)";
+    };
+    make("Data.pak", "old pack");
     ASSERT_TRUE(fs::add_source(pack.c_str(), whole_tree));
     ASSERT_TRUE(fs::watch(pack.c_str(), true)) << fs::last_error().text;
-    const fs::file_ptr open = fs::open_file("p.txt", EFSMode::READ);
-    ASSERT_TRUE(
-        write_pack(outside_ / "Next.pak", {{.name = "p.txt", .bytes = "new pack"}, {.name = "x/q", .bytes = ""}}));
+    fs::file_ptr open = fs::open_file("p.txt", EFSMode::READ);
+    make("Next.pak", "new pack");
     EXPECT_THAT(poll_now(), IsEmpty());
     std::error_code refused;
     disk::rename(outside_ / "Next.pak", pack, refused);
     if (refused) GTEST_SKIP() << "not available: the system replaces no file that is open";
     EXPECT_THAT(poll_now(), ElementsAre("LOST "));
-    fs::string text;
-    EXPECT_TRUE(fs::load_text_file(text, "p.txt") && text == "old pack");
+    EXPECT_EQ(loaded(), "old pack");
     ASSERT_TRUE(fs::reload_source(pack.c_str())) << fs::last_error().text;
-    EXPECT_TRUE(fs::load_text_file(text, "p.txt") && text == "new pack");
+    EXPECT_EQ(loaded(), "new pack");
     EXPECT_NE(fs::search_dir("x"), nullptr);
-    EXPECT_EQ(fs::read_rest(open.get(), text), true);
-    EXPECT_EQ(text, "old pack");
+    EXPECT_EQ(read_all(open.release()), "old pack");
 
     // Written over in place: it is the file that is open here.
-    ASSERT_TRUE(write_pack(outside_ / "Third.pak", {{.name = "p.txt", .bytes = "third"}}));
+    make("Third.pak", "third");
     ASSERT_TRUE(write_file(pack, read_file(outside_ / "Third.pak")));
     EXPECT_THAT(poll_now(), ElementsAre("LOST "));
     ASSERT_TRUE(fs::reload_source(pack.c_str())) << fs::last_error().text;
-    EXPECT_TRUE(fs::load_text_file(text, "p.txt") && text == "third");
+    EXPECT_EQ(loaded(), "third");
     ASSERT_TRUE(write_file(pack, "no pack"));
     EXPECT_FALSE(fs::reload_source(pack.c_str()));
     EXPECT_TRUE(fs::exists("p.txt")) << "everything is as it was";
@@ -208,25 +212,17 @@ void change_anything(const TempDirectory& root, std::mt19937& random) {
     };
     std::error_code ignored;
     const disk::path from = any();
-    switch (random() % 6) {
-        case 0:
-        case 1:
-            disk::create_directories(from.parent_path(), ignored);
-            write_file(from.string(), std::to_string(random()));
-            return;
-        case 2:
-            disk::create_directories(from, ignored);
-            return;
-        case 3:
-            disk::remove(from, ignored);
-            return;
-        case 4:
-            if (random() % 4 == 0) disk::remove_all(from, ignored);
-            return;
-        default:  // Wine loses track of a directory that moves
-            if (!platform::Watcher::sees_below || !disk::is_directory(from, ignored))
-                disk::rename(from, any(), ignored);
+    const auto action = random() % 6;
+    if (action <= 1) {
+        disk::create_directories(from.parent_path(), ignored);
+        write_file(from.string(), std::to_string(random()));
     }
+    if (action == 2) disk::create_directories(from, ignored);
+    if (action == 3) disk::remove(from, ignored);
+    if (action == 4 && random() % 4 == 0) disk::remove_all(from, ignored);
+    // Wine loses track of a directory that moves.
+    if (action == 5 && !(platform::Watcher::sees_below && disk::is_directory(from, ignored)))
+        disk::rename(from, any(), ignored);
 }
 
 // Readers meanwhile: what they are answered is from before or after a batch. Another source comes and goes.

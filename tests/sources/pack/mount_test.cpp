@@ -57,7 +57,8 @@ TEST(PackMount, ShowsFilesByNameWithAnyEndOfTheirDirectory) {
     fs::dir* const tree = source->dir_tree();
     EXPECT_TRUE(tree->find("z") == nullptr && tree->find("x/z") != nullptr);
     source->clear();
-    EXPECT_EQ(tree->first_child(), nullptr);
+    EXPECT_TRUE(source->dir_tree() == tree && tree->first_child() == nullptr);
+    EXPECT_TRUE(!source->exists(as_path("c.txt")) && source->get_file_list(nullptr, nullptr, true) == nullptr);
     EXPECT_TRUE(source->init(as_path("test.pak"), FFSAddSourceFlags::NONE, nullptr));
     EXPECT_NE(tree->find("x/z"), nullptr) << "a tree that somebody holds is filled without being asked for";
 }
@@ -182,6 +183,10 @@ TEST_F(PackReader, IsReadLateNeverUnderTheLockAndReleasedWhenNothingReadsItAnyMo
     EXPECT_GT(reader.reads, mounted);
     a.reset();
     EXPECT_EQ(reader.released, 1);
+    EXPECT_EQ(test::why(fs::add_pack_reader("", reader)), EFSError::INVALID_NAME);
+    packs::MemoryReader other("no pack, but long enough for one");
+    EXPECT_EQ(test::why(fs::add_pack_reader("other", other)), EFSError::BAD_FORMAT);
+    EXPECT_TRUE(reader.released == 2 && other.released == 1) << "also by a call that fails";
 }
 
 TEST_F(PackReader, EveryFailureOfTheHostIsAnIoFailureThatPasses) {
