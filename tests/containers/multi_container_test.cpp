@@ -1,16 +1,17 @@
 // Multi-containers over a source in memory, which notes each write, and over the disk.
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <random>
-#include <thread>
 #include <tuple>
 
 #include "engine/filesystem/containers/container_index.h"
 #include "tests/sources/kit.h"
 #include "tests/support/failure.h"
 #include "tests/support/mounted_root.h"
+#include "tests/support/run_together.h"
 
 namespace {
 
@@ -83,22 +84,18 @@ TEST_F(MultiContainer, KeepsWhatARandomModelKeepsAcrossSavesAndReopening) {
         const std::string name = "c" + std::to_string(random() % 5);
         const auto hash = static_cast<std::uint32_t>(random() % 4 == 0 ? random() : random() % 40);
         const std::string text(random() % 300, static_cast<char>('a' + random() % 26));
-        switch (random() % 8) {
-            case 0:
-                EXPECT_EQ(file->Remove(name.c_str(), hash), model.erase({name, hash}) != 0);
-                break;
-            case 1:
-                EXPECT_TRUE(file->Save());
-                break;
-            case 2:
-                if (random() % 20 != 0) break;
-                ASSERT_TRUE(file->Save());
-                file = std::make_unique<CFileHashMultiContainer>();
-                ASSERT_TRUE(file->Open("A.MC", true));
-                break;
-            default:
-                EXPECT_TRUE(put(*file, name, hash, text, random() % 2 == 0));
-                model[{name, hash}] = text;
+        const auto action = random() % 160;
+        if (action < 20) {
+            EXPECT_EQ(file->Remove(name.c_str(), hash), model.erase({name, hash}) != 0);
+        } else if (action < 40) {
+            EXPECT_TRUE(file->Save());
+        } else if (action == 40) {
+            ASSERT_TRUE(file->Save());
+            file = std::make_unique<CFileHashMultiContainer>();
+            ASSERT_TRUE(file->Open("A.MC", true));
+        } else {
+            EXPECT_TRUE(put(*file, name, hash, text, random() % 2 == 0));
+            model[{name, hash}] = text;
         }
     }
     EXPECT_EQ(everything(*file), model);
@@ -214,22 +211,17 @@ TEST_F(MultiContainer, SayWhyTheyFail) {
     EXPECT_EQ(size, 4u) << "what a small buffer would need";
 }
 
-/// An index of one container "c" of these blobs, as the library writes it.
-std::string index_of(std::vector<container::Blob> blobs, std::uint64_t& directory_size) {
-    Commit commit;
-    const container::IndexBytes bytes = container::encode({{"c", std::move(blobs)}}, commit);
-    directory_size = commit.directory_size;
-    return {bytes.get(), bytes.get() + commit.index_size};
-}
-
-Entry blob_at(std::uint64_t offset, std::uint32_t stored_size, std::uint32_t size, bool deflated = false) {
-    return {.offset = offset, .stored_size = stored_size, .size = size, .deflated = deflated};
-}
-
 TEST_F(MultiContainer, AnIndexThatLiesBehindGoodChecksumsIsDamaged) {
     const std::string data(100, 'd');
-    std::uint64_t directory_size = 0;
-    const std::string good = index_of({{1, blob_at(192, 4, 4)}, {2, blob_at(196, 4, 4)}}, directory_size);
+    Commit commit;
+    /// An index of one container "c" of these blobs, as the library writes it.
+    const auto index_of = [&commit](std::vector<container::Blob> blobs) {
+        const container::IndexBytes bytes = container::encode({{"c", std::move(blobs)}}, commit);
+        return std::string(bytes.get(), bytes.get() + commit.index_size);
+    };
+    constexpr Entry sound{.offset = 192, .stored_size = 4, .size = 4};
+    constexpr Entry next{.offset = 196, .stored_size = 4, .size = 4};
+    const std::string good = index_of({{1, sound}, {2, next}});
     std::string long_name = good;
     long_name[1] = 1;
     std::string many_blobs = good;
@@ -245,22 +237,24 @@ TEST_F(MultiContainer, AnIndexThatLiesBehindGoodChecksumsIsDamaged) {
     };
     CFileHashMultiContainer file;
     for (const auto& [label, index, twist] : files) {
-        source_->add("bad.mc", made_of(data, index, directory_size, twist));
+        source_->add("bad.mc", made_of(data, index, commit.directory_size, twist));
         EXPECT_EQ(why(file.Open("bad.mc", true)), BAD_FORMAT) << label;
     }
+    constexpr std::uint32_t huge = 0xFFFFFFFF;
     const std::pair<const char*, std::vector<container::Blob>> parts[] = {
-        {"hashes that descend", {{2, blob_at(192, 4, 4)}, {1, blob_at(196, 4, 4)}}},
-        {"a hash twice", {{1, blob_at(192, 4, 4)}, {1, blob_at(196, 4, 4)}}},
-        {"a blob in the head", {{1, blob_at(0, 4, 4)}}},
-        {"a blob behind the index", {{1, blob_at(std::uint64_t{1} << 62, 4, 4)}}},
-        {"a blob into the index", {{1, blob_at(290, 4, 4)}}},
-        {"two sizes of a stored blob", {{1, blob_at(192, 4, 0xFFFFFFFF)}}},
-        {"a blob that no deflate packs so well", {{1, blob_at(192, 4, 0xFFFFFFFF, true)}}},
+        {"hashes that descend", {{2, sound}, {1, next}}},
+        {"a hash twice", {{1, sound}, {1, next}}},
+        {"a blob in the head", {{1, {.offset = 0, .stored_size = 4, .size = 4}}}},
+        {"a blob behind the index", {{1, {.offset = std::uint64_t{1} << 62, .stored_size = 4, .size = 4}}}},
+        {"a blob into the index", {{1, {.offset = 290, .stored_size = 4, .size = 4}}}},
+        {"two sizes of a stored blob", {{1, {.offset = 192, .stored_size = 4, .size = huge}}}},
+        {"a blob that no deflate packs so well",
+         {{1, {.offset = 192, .stored_size = 4, .size = huge, .deflated = true}}}},
     };
     for (const auto& [label, blobs] : parts) {
         SCOPED_TRACE(label);
-        const std::string index = index_of(blobs, directory_size);
-        source_->add("bad.mc", made_of(data, index, directory_size));
+        const std::string index = index_of(blobs);
+        source_->add("bad.mc", made_of(data, index, commit.directory_size));
         ASSERT_TRUE(file.Open("bad.mc", true));
         EXPECT_EQ(fetch(file, "c", 1), "(none)");
         ztl::vector<fs::string> report;
@@ -296,14 +290,11 @@ TEST_F(MultiContainerOnDisk, CompactingGivesBackWhatIsWastedAndWhatIsOpenIsReadW
     SMultiContainerStats stats;
     std::vector<std::uint64_t> heard;
     const auto hear = [](std::uint64_t done, std::uint64_t total, void* user) {
-        auto& all = *static_cast<std::vector<std::uint64_t>*>(user);
-        if (!all.empty()) EXPECT_LE(all.back(), done);
-        all.push_back(done);
+        static_cast<std::vector<std::uint64_t>*>(user)->push_back(done);
         return done <= total;
     };
     ASSERT_TRUE(file.Compact(hear, &heard) && file.GetStats(stats));
-    EXPECT_GT(heard.size(), 1u);
-    EXPECT_EQ(heard.back(), stats.live_bytes);
+    EXPECT_TRUE(heard.size() > 1 && std::ranges::is_sorted(heard) && heard.back() == stats.live_bytes);
     EXPECT_EQ(stats.wasted_bytes, 0u);
     EXPECT_EQ(stats.blobs, before.size());
     EXPECT_EQ(everything(file), before);
@@ -315,27 +306,19 @@ TEST_F(MultiContainerOnDisk, CompactingGivesBackWhatIsWastedAndWhatIsOpenIsReadW
     EXPECT_FALSE(file.Compact());
     EXPECT_EQ(directory_.read("sub/a.mc"), "no container") << "what took its place is left alone";
 #endif
-    std::vector<std::thread> readers;
-    for (int reader = 0; reader < 4; ++reader) readers.emplace_back([&] { EXPECT_EQ(everything(file), before); });
-    for (std::thread& reader : readers) reader.join();
+    run_together(4, [&](std::size_t) { EXPECT_EQ(everything(file), before); });
 }
 
-TEST_F(MultiContainerOnDisk, WhatIsNotSavedLeavesNoBytesBehind) {
-    CFileHashMultiContainer file;
-    ASSERT_TRUE(file.Create("a.mc") && put(file, "c", 1, "saved") && file.Save());
-    const std::string as_saved = directory_.read("a.mc");
-    ASSERT_TRUE(put(file, "c", 2, std::string(9u << 20, 'l')));
-    EXPECT_GT(directory_.read("a.mc").size(), as_saved.size()) << "more than is collected is written at once";
-    file.Close();
-    EXPECT_EQ(directory_.read("a.mc"), as_saved);
-}
-
-TEST_F(MultiContainerOnDisk, ABlobThatHasRottedStaysKnownAsRottenWhenTheRestIsCompacted) {
+TEST_F(MultiContainerOnDisk, WhatIsNotSavedLeavesNoBytesAndABlobThatRottedStaysRottenWhenTheRestIsCompacted) {
     CFileHashMultiContainer file;
     ASSERT_TRUE(file.Create("a.mc") && put(file, "c", 1, "gone") && put(file, "c", 2, "rots") &&
                 put(file, "c", 3, "keeps"));
     ASSERT_TRUE(file.Save() && file.Remove("c", 1) && file.Save());
+    const std::string as_saved = directory_.read("a.mc");
+    ASSERT_TRUE(put(file, "c", 4, std::string(9u << 20, 'l')));
+    EXPECT_GT(directory_.read("a.mc").size(), as_saved.size()) << "more than is collected is written at once";
     file.Close();
+    EXPECT_EQ(directory_.read("a.mc"), as_saved);
     directory_.write("a.mc", directory_.read("a.mc").replace(container::data_offset + 5, 1, "!"));
     ASSERT_TRUE(file.Open("a.mc", true) && file.Compact());
     EXPECT_EQ(fetch(file, "c", 2), "(none)");

@@ -41,12 +41,14 @@ private:
     const std::uint64_t told_length_;
 };
 
-/// Serves "gated", "endless" (tells no length), "shrunk" (reads short) and "throws".
+/// Serves "gated", "endless" (tells no length), "shrunk" (reads short) and "throws"; stops the library, in vain, when it
+/// is asked for "stops".
 class GatedSource final : public fs::ReadOnlySource {
 public:
     explicit GatedSource(Gate* gate) : gate_(gate) {}
     bool exists(const fs::path& p) override {
         const std::string name = p.FileName();
+        if (name == "stops") fs::shutdown();
         return name == "gated" || name == "endless" || name == "shrunk" || name == "throws";
     }
     SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS) override {
@@ -113,6 +115,12 @@ protected:
 
     static LoadPtr Begin(const SFsLoadWish& wish) { return LoadPtr(fs::load_async(wish)); }
     LoadPtr BeginCounted(const char* path) { return Begin({.path = path, .callback = &Told::Count, .user = &told_}); }
+    /// The gated file, on which the one worker waits from now on.
+    LoadPtr BeginGated() {
+        LoadPtr load = BeginCounted("gated");
+        EXPECT_TRUE(gate_.reached.Wait(10'000));
+        return load;
+    }
     static void WaitUntilInHand(const SFsLoad& load) {
         while (load.State() == EFSRequestState::QUEUED) std::this_thread::yield();
     }

@@ -15,48 +15,9 @@ using Flags = FFSOpenFlags;
 const std::string content = "What the file holds.";
 constexpr const char* files[] = {"Sub/File.txt", "Sub/deep/3.TXT", "Sub/4.bin", "subs/5.txt", "r.txt"};
 
-/// A source that holds the files, and everything that it lives on.
-struct Mounted {
-    TempDirectory disk;
-    std::vector<char> memory;
-    fs::ZippedDataArchive archive;
-    std::unique_ptr<CFSSource> source;
-    std::string lead;  // stands before each name that the source is asked for
-};
-
-void mount_directory(Mounted& to) {
-    for (const char* name : files) to.disk.write(name, content);
-    to.source = std::make_unique<CWin32_dir>(EFSSourceType::DIR);
-    ASSERT_TRUE(to.source->init(as_dir(to.disk.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
-}
-
-void mount_pack(Mounted& to) {
-    const std::string path = to.disk / "some.pak";
-    std::vector<PackFileEntry> entries;
-    for (const char* name : files) entries.push_back({name, content});
-    ASSERT_TRUE(write_pack(path, entries));
-    to.source = std::make_unique<CZip_dir>();
-    ASSERT_TRUE(to.source->init(as_path(path), FFSAddSourceFlags::NONE, nullptr));
-}
-
-void mount_memory_archive(Mounted& to) {
-    to.memory.resize(4096);
-    const std::string packed = zipped(content);
-    ASSERT_TRUE(to.archive.BindArchiveToMemory(to.memory.data(), to.memory.size()));
-    ASSERT_TRUE(to.archive.AddEntry("File.txt", packed.data(), packed.size(), content.size()));
-    to.source = std::make_unique<fs::CMemZip_dir>(&to.archive);
-}
-
-void mount_fallback(Mounted& to) {
-    for (const char* name : files) to.disk.write(name, content);
-    to.lead = to.disk.path() + "/";
-    to.source = std::make_unique<CWin32_fallback>();
-    ASSERT_TRUE(to.source->init(fs::path(), FFSAddSourceFlags::NONE, nullptr));
-}
-
 struct Kind {
     const char* label;
-    void (*mount)(Mounted& to);
+    enum { DIRECTORY, PACK, MEMORY_ARCHIVE, FALLBACK } kind;
     const char* whole;  // the name of the file
     const char* other;  // the same file name with another directory
     bool finds_other;   // finds the file by it
@@ -69,15 +30,45 @@ void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.label; }
 class EverySource : public testing::TestWithParam<Kind> {
 protected:
     void SetUp() override {
-        GetParam().mount(mounted_);
+        const std::string pack = disk_ / "some.pak";
+        const std::string packed = zipped(content);
+        std::vector<PackFileEntry> entries;
+        for (const char* name : files) {
+            disk_.write(name, content);
+            entries.push_back({name, content});
+        }
+        switch (GetParam().kind) {
+            case Kind::DIRECTORY:
+                source_ = std::make_unique<CWin32_dir>(EFSSourceType::DIR);
+                ASSERT_TRUE(source_->init(as_dir(disk_.path()), FFSAddSourceFlags::RECURSIVE, nullptr));
+                break;
+            case Kind::PACK:
+                source_ = std::make_unique<CZip_dir>();
+                ASSERT_TRUE(write_pack(pack, entries));
+                ASSERT_TRUE(source_->init(as_path(pack), FFSAddSourceFlags::NONE, nullptr));
+                break;
+            case Kind::MEMORY_ARCHIVE:
+                ASSERT_TRUE(archive_.BindArchiveToMemory(memory_, sizeof memory_));
+                ASSERT_TRUE(archive_.AddEntry("File.txt", packed.data(), packed.size(), content.size()));
+                source_ = std::make_unique<fs::CMemZip_dir>(&archive_);
+                break;
+            case Kind::FALLBACK:
+                lead_ = disk_.path() + "/";
+                source_ = std::make_unique<CWin32_fallback>();
+                ASSERT_TRUE(source_->init(fs::path(), FFSAddSourceFlags::NONE, nullptr));
+        }
         fs::clear_error();
     }
-    CFSSource& source() { return *mounted_.source; }
-    fs::path at(const std::string& name) const { return as_path(mounted_.lead + name); }
+    CFSSource& source() { return *source_; }
+    fs::path at(const std::string& name, bool lower = true) const { return as_path(lead_ + name, lower); }
     fs::path held() const { return at(GetParam().whole); }
     std::string read() { return read_all(source().open_read(held(), Flags::NONE)); }
 
-    Mounted mounted_;
+    const TempDirectory disk_;
+    char memory_[200] = {};
+    fs::ZippedDataArchive archive_;
+    std::unique_ptr<CFSSource> source_;
+    std::string lead_;  // stands before each name that the source is asked for
 };
 
 TEST_P(EverySource, ReadsWhatItHoldsInAnyPortions) {
@@ -116,7 +107,7 @@ TEST_P(EverySource, HoldsNothingUnderOtherNamesAndChangesNothingForThem) {
 }
 
 TEST_P(EverySource, TakesANameInAnyCaseAndByItsEndUnlessItIsToBeWhole) {
-    EXPECT_TRUE(source().exists(as_path(mounted_.lead + "SUB\\.\\File.TXT")));
+    EXPECT_TRUE(source().exists(at("SUB\\.\\File.TXT")));
     EXPECT_EQ(source().exists(at(GetParam().other)), GetParam().finds_other);
     auto* const whole = dynamic_cast<fs::WholeNames*>(&source());
     if (whole == nullptr) return;  // one that never matches by the end
@@ -148,11 +139,11 @@ TEST_P(EverySource, ListsByDirectoryMaskAndFlagOrNotAtAll) {
 }
 
 TEST_P(EverySource, CreatesAndChangesOnlyWhereItCan) {
-    const fs::path made = as_path(mounted_.lead + "New/Made.txt", false);
+    const fs::path made = at("New/Made.txt", false);
     EXPECT_EQ(write_all(source().create_write(made, Flags::NONE), content), GetParam().creates);
     EXPECT_EQ(write_all(source().create_read_write(made, Flags::NONE), content), GetParam().creates);
     EXPECT_EQ(source().exists(at("new/made.txt")), GetParam().creates);
-    EXPECT_EQ(source().mkdir(as_dir(mounted_.lead + "Dir", false)), GetParam().creates);
+    EXPECT_EQ(source().mkdir(as_dir(lead_ + "Dir", false)), GetParam().creates);
     if (GetParam().creates) EXPECT_NE(source().dir_tree()->find("dir"), nullptr);
     if (source().writable()) return;
     for (const auto open : {&CFSSource::open_write, &CFSSource::open_append, &CFSSource::open_read_write})
@@ -204,27 +195,27 @@ TEST_P(EverySource, RenamesOnTheDisk) {
     auto* const native = dynamic_cast<fs::NativeSource*>(&source());
     if (native == nullptr) return;
     const auto rename = [&](const fs::path& from, const char* to) {
-        return test::why(native->rename_file(from, as_path(mounted_.lead + to, false)));
+        return test::why(native->rename_file(from, at(to, false)));
     };
     EXPECT_EQ(rename(held(), "r.txt"), EFSError::ALREADY_EXISTS);
     EXPECT_EQ(rename(held(), "a?"), EFSError::INVALID_NAME);
     EXPECT_EQ(rename(at("none"), "x"), EFSError::NOT_FOUND);
     EXPECT_EQ(rename(held(), "New/Name"), EFSError::NONE);
-    EXPECT_EQ(mounted_.disk.read("New/Name"), content);
+    EXPECT_EQ(disk_.read("New/Name"), content);
     EXPECT_FALSE(source().exists(held()));
     EXPECT_EQ(rename(at("new/name"), "new/NAME"), EFSError::NONE) << "a change of case alone";
     std::vector<std::string> names;
-    for (const auto& item : std::filesystem::directory_iterator(mounted_.disk / "New"))
+    for (const auto& item : std::filesystem::directory_iterator(disk_ / "New"))
         names.push_back(item.path().filename().string());
     EXPECT_THAT(names, ElementsAre("NAME"));
     EXPECT_EQ(read_all(source().open_read(at("new/name"), Flags::NONE)), content);
 }
 
 const Kind kinds[] = {
-    {"directory", mount_directory, "sub/file.txt", "file.txt", true, true, true, EFSError::NONE},
-    {"pack", mount_pack, "sub/file.txt", "file.txt", true, true, false, EFSError::NONE},
-    {"memory_archive", mount_memory_archive, "file.txt", "any/file.txt", true, false, false, EFSError::NONE},
-    {"fallback", mount_fallback, "sub/file.txt", "file.txt", false, false, false, EFSError::NOT_FOUND},
+    {"directory", Kind::DIRECTORY, "sub/file.txt", "file.txt", true, true, true, EFSError::NONE},
+    {"pack", Kind::PACK, "sub/file.txt", "file.txt", true, true, false, EFSError::NONE},
+    {"memory_archive", Kind::MEMORY_ARCHIVE, "file.txt", "any/file.txt", true, false, false, EFSError::NONE},
+    {"fallback", Kind::FALLBACK, "sub/file.txt", "file.txt", false, false, false, EFSError::NOT_FOUND},
 };
 INSTANTIATE_TEST_SUITE_P(Sources, EverySource, testing::ValuesIn(kinds),
                          [](const auto& row) { return row.param.label; });

@@ -48,22 +48,20 @@ inline bool write_all(SFsFile* file, const std::string& bytes) {
     return written;
 }
 
-/// The bytes as a bare deflate stream, or with a positive `window` as one of zlib.
-inline std::string deflated(const std::string& data, int level = 6, int strategy = Z_DEFAULT_STRATEGY,
-                            int window = -MAX_WBITS) {
-    z_stream stream{};
-    deflateInit2(&stream, level, Z_DEFLATED, window, 8, strategy);
-    std::string out(deflateBound(&stream, static_cast<uLong>(data.size())) + 100, '\0');
-    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
-    stream.avail_in = static_cast<uInt>(data.size());
-    stream.next_out = reinterpret_cast<Bytef*>(out.data());
-    stream.avail_out = static_cast<uInt>(out.size());
-    deflate(&stream, Z_FINISH);
-    out.resize(stream.total_out);
-    deflateEnd(&stream);
+/// The bytes as a stream of zlib.
+inline std::string zipped(const std::string& data, int level = 6) {
+    uLongf size = compressBound(static_cast<uLong>(data.size()));
+    std::string out(size, '\0');
+    compress2(reinterpret_cast<Bytef*>(out.data()), &size, reinterpret_cast<const Bytef*>(data.data()),
+              static_cast<uLong>(data.size()), level);
+    out.resize(size);
     return out;
 }
-inline std::string zipped(const std::string& data) { return deflated(data, 6, Z_DEFAULT_STRATEGY, MAX_WBITS); }
+/// The same without its header and checksum: a bare deflate stream.
+inline std::string deflated(const std::string& data, int level = 6) {
+    const std::string stream = zipped(data, level);
+    return stream.substr(2, stream.size() - 6);
+}
 
 /// Notes what the file monitor hears, as NAME MODE+FLAGS.
 class RecordingMonitor : public fs::IFsMonitor {

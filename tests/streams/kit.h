@@ -13,42 +13,8 @@
 
 #include "engine/platform/error.h"
 #include "tests/support/failure.h"
-#include "tests/support/memory_source.h"
+#include "tests/support/pack_file.h"
 #include "tests/support/temp_directory.h"
-
-/// What happened to a file, shared with the test because the stream destroys the file itself.
-struct FileRecord {
-    explicit FileRecord(const std::string& content = "") : bytes(std::make_shared<std::string>(content)) {}
-    const test::Bytes bytes;                // shared with the file while that is open
-    std::vector<std::uint64_t> reads = {};  // sizes asked for
-    std::vector<test::Write> writes = {};
-    bool fails_to_read = false;  // without a reason
-};
-
-class RecordingFile : public test::MemoryFile {
-public:
-    explicit RecordingFile(FileRecord& record) : MemoryFile(nullptr, "", record.bytes, 0), record_(record) {
-        writes = &record.writes;
-    }
-
-    std::uint64_t read(void* buffer, std::uint64_t size) override {
-        record_.reads.push_back(size);
-        return record_.fails_to_read ? UINT64_MAX : MemoryFile::read(buffer, size);
-    }
-
-private:
-    FileRecord& record_;
-};
-
-/// Bytes that do not repeat soon, so that a misplaced one is seen.
-inline std::string sample_bytes(std::size_t size, std::uint32_t seed = 1) {
-    std::string bytes(size, '\0');
-    for (char& byte : bytes) {
-        seed = seed * 1664525u + 1013904223u;
-        byte = static_cast<char>(seed >> 24);
-    }
-    return bytes;
-}
 
 /// A stream over a vector of its own, open for writing at first.
 struct VectorStream {

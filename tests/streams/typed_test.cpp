@@ -1,6 +1,8 @@
+// Typed values, chunks and messages by streams.
 #include <cstdlib>
 
 #include "kit.h"
+#include "tests/log/log_fixture.h"
 
 using namespace std::string_literals;
 
@@ -11,12 +13,10 @@ concept Writable = requires(fs::ifile& stream, T value) {
     stream << value;
 };
 template <class... Types>
-constexpr int writable = (0 + ... + (Writable<Types> ? 1 : 0));
+constexpr bool any_writable = (Writable<Types> || ...);
 
-static_assert(writable<bool, const char*, char*, const wchar_t*, wchar_t*, std::string, const std::string, std::wstring,
-                       const std::wstring, const std::vector<std::string>, std::vector<std::string>> == 11);
-static_assert(writable<int, unsigned, char, float, double, std::int64_t, void*, int*, std::nullptr_t,
-                       std::vector<std::wstring>, EFSMode::TYPE, char16_t*> == 0);
+static_assert(!any_writable<int, unsigned, char, float, double, std::int64_t, void*, int*, std::nullptr_t,
+                            std::vector<std::wstring>, EFSMode::TYPE, char16_t*>);
 
 struct TypedStream : testing::Test, VectorStream {};
 
@@ -75,13 +75,11 @@ TEST_F(TypedStream, CutsAndJoinsWideTextsByUnitsNotCharacters) {
     stream << pairs << std::wstring(1, static_cast<wchar_t>(0x110000));
     EXPECT_EQ(written(), "\2\0\xFF\xDB\xFF\xDF\1\0\xFD\xFF"s);
 
-    const std::wstring many = L"x" + std::wstring(1000, static_cast<wchar_t>(0x1F600));
-    start_reading("");
-    stream << many;
-    stream.seek(0, EFSSeek::BEGIN);
     std::wstring again;
+    stream << L"x" + std::wstring(1000, static_cast<wchar_t>(0x1F600));
+    stream.seek(10, EFSSeek::BEGIN);
     stream >> again;
-    EXPECT_EQ(again, many) << "also where a pair lies across two pieces";
+    EXPECT_EQ(again, L"x" + std::wstring(1000, static_cast<wchar_t>(0x1F600))) << "where a pair lies across two pieces";
 }
 #endif
 
@@ -107,12 +105,11 @@ TEST_F(TypedStream, ReadsTextsIntoEveryKindOfDestination) {
 TEST_F(TypedStream, AppendsToAVectorAndEndsWithTheStream) {
     std::vector<std::string> large(3000, std::string(20, 'z'));
     large[0] = "a";
-    large[1500] = std::string(9000, 'q');
-    large[1501] = "";
+    large[1500] = std::string(9000, 'q');  // gathered for writing up to here
     stream << large;
     const std::pair<std::string, std::vector<std::string>> rows[] = {
         {"\2\0\0\0\1\0b\0\0"s, {"a", "b", ""}},
-        {written().replace(4, 3, ""), large},  // gathered for writing; its first one is there already
+        {written().replace(4, 3, ""), large},
         {"\xFF\xFF\xFF\xFF\1\0x\1"s, {"a", "x"}},
         {"\xFF\xFF\xFF\x7F\1\0x"s, {"a", "x"}},
     };
@@ -131,6 +128,80 @@ TEST_F(TypedStream, PrintsWhatTheFormatterMakes) {
     EXPECT_EQ(stream.printf("100%% sure"s), 9) << "a string is its own format";
     for (const char* needy : {"%d", "x%", "%5%"}) EXPECT_EQ(stream.printf(std::string(needy)), -1);
     EXPECT_EQ(written(), "42-x|" + std::string(254, ' ') + "7" + std::string(255, ' ') + "7100% sure");
+}
+
+constexpr unsigned data_id = 0x64617461;  // "data"
+constexpr unsigned tree_id = 0x54524545;  // "TREE"
+
+struct Chunks : LogTest, VectorStream {};
+
+TEST_F(Chunks, NestAndKnowTheirSize) {
+    {
+        fs::chunk_save outer(stream, tree_id, 1);
+        fs::chunk_save inner(stream, data_id, 3);
+        stream.write("12345", 5);
+    }
+    { fs::chunk_save empty(stream, data_id, 3); }
+    EXPECT_EQ(written(),
+              "TREE\1\0\0\0\x11\0\0\0data\3\0\0\0\5\0\0\0"
+              "12345data\3\0\0\0\0\0\0\0"s);
+    EXPECT_EQ(stream.tell(), 41u);
+
+    stream.seek(0, EFSSeek::BEGIN);
+    {
+        fs::chunk_load outer(stream);
+        EXPECT_TRUE(outer.match(tree_id, 1, "test"));
+        EXPECT_FALSE(outer.is_data_chunk());
+        EXPECT_EQ(outer.size, 17u);
+        fs::chunk_load inner(stream);
+        EXPECT_TRUE(inner.is_data_chunk());
+        EXPECT_EQ(inner.version, 3u);
+    }
+    EXPECT_EQ(stream.tell(), 29u) << "behind the chunk, however little of it was read";
+    { fs::chunk_load(stream).rewind(); }
+    EXPECT_EQ(stream.tell(), 29u);
+}
+
+TEST_F(Chunks, ReportAMismatchWithTheVersionAskedFor) {
+    start_reading("data\3\0\0\0\0\0\0\0"s);
+    fs::chunk_load chunk(stream);
+    const std::uint32_t errors = logging::state.errors;
+    _CLFilterSetMode(CLFilterMode::ALL_NOWHERE);
+    EXPECT_FALSE(chunk.match(data_id, 4, nullptr) || chunk.match(data_id, 4, "silent"));
+    _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
+    EXPECT_FALSE(chunk.match(tree_id, 9, "loader"));
+    EXPECT_EQ(logging::state.errors, errors + 2) << "a silenced message counts too";
+    ASSERT_EQ(console_lines.size(), 1u);
+    EXPECT_THAT(console_lines[0].text, testing::HasSubstr("loader Unknown data chunk data_9\r\n"));
+}
+
+TEST_F(Chunks, LeaveTheDataAloneWhereTheStreamCannotGoBack) {
+    stream.open_from_memory(EFSMode::WRITE, &bytes, true);
+    fs::chunk_save(stream, data_id, 1);
+    stream.write("abc", 3);
+    stream.close();
+    stream.open_from_memory(EFSMode::READ, &bytes, true);
+    EXPECT_EQ(read_all(stream), "data\1\0\0\0\0\0\0\0"s + "abc");
+}
+
+struct DebugOutput : LogTest {
+    DebugOutput() { _CLFilterSetMode(CLFilterMode::ALL_CONSOLE); }
+};
+
+TEST_F(DebugOutput, TurnsEachWriteIntoOneMessageOfItsLevel) {
+    const std::string text = std::string(60000, 'x') + "100%d";
+    fs::file_dbgoutput stream("other");
+    for (const auto& [level, category] : {std::pair(Log::ELevel::DEBG, "cat"), {Log::ELevel::ERRR, nullptr}}) {
+        stream.set_level_category(level, category);
+        for (const auto setting : {Log::ELevel::DEBG, Log::ELevel::INFO}) {
+            Log::Settings::Instance().SetLevel(setting);
+            EXPECT_EQ(stream.write((text + "not this").c_str(), text.size()), text.size());
+        }
+    }
+    using testing::FieldsAre;
+    EXPECT_THAT(console_lines, testing::ElementsAre(FieldsAre(Log::ELevel::DEBG, "cat", testing::EndsWith(text)),
+                                                    FieldsAre(Log::ELevel::ERRR, "", testing::EndsWith(text)),
+                                                    FieldsAre(Log::ELevel::ERRR, "", testing::EndsWith(text))));
 }
 
 }  // namespace

@@ -72,3 +72,28 @@ inline void expect_as_mounted_anew(const TempDirectory& directory) {
     ASSERT_NE(source, nullptr);
     EXPECT_THAT(contents(*source, directory.path()), testing::ContainerEq(contents(fresh, directory.path())));
 }
+
+/// A root with a few files, which is watched.
+class Watch : public MountedRoot {
+protected:
+    void SetUp() override {
+        for (const char* name : {"a.txt", "d/b.txt", "d/e/c.txt", "#x/h.txt"}) directory_.write(name, "old");
+        Start();
+        ASSERT_TRUE(fs::watch(directory_.path().c_str(), true)) << fs::last_error().text;
+        ASSERT_THAT(poll_now(), testing::IsEmpty());
+    }
+    void TearDown() override {
+        platform::clear_faults();
+        MountedRoot::TearDown();
+    }
+    std::filesystem::path at(const std::string& name) const { return directory_ / name; }
+    /// What happened since the last poll is told of so, once, and the source is as a fresh mount would be.
+    void expect_told(const std::vector<std::string>& lines, int line = __builtin_LINE()) const {
+        SCOPED_TRACE(line);
+        EXPECT_EQ(poll_now(), lines);
+        EXPECT_THAT(poll_now(), testing::IsEmpty());
+        expect_as_mounted_anew(directory_);
+    }
+
+    const TempDirectory outside_;
+};

@@ -14,66 +14,53 @@ using testing::UnorderedElementsAre;
 constexpr const char* items[] = {"Served.TXT", "Dir\\Two", "a/../b/./three", "",     "../out",
                                  "dir/",       "#hidden",  "x/#y/hidden",    "b/no#"};
 
-// Holds a companion module, so that what it is told lasts from one mount to the next.
-class Companion {
-public:
-    explicit Companion(const char* name) : module_(platform::load_module(name)) {
-        if (!module_) return;
+class CacheService : public testing::Test {
+protected:
+    void SetUp() override {
+        for (const char* name : {"Dir/Two", "on_disk"}) disk_.write(name, name);
+        ASSERT_NE(module_, nullptr);
         control_ = reinterpret_cast<CacheServiceControl* (*)()>(platform::find_symbol(module_, "fscTestControl"))();
         *control_ = {.inits = true, .is_running = true, .items = items, .item_count = 9};
     }
-    ~Companion() {
-        if (control_) *control_ = {};
-        if (module_) platform::unload_module(module_);
+    void TearDown() override {
+        platform::clear_faults();
+        if (control_ != nullptr) *control_ = {};
+        if (module_ != nullptr) platform::unload_module(module_);
     }
-    bool is_loaded() const { return module_ != nullptr; }
-    CacheServiceControl& control() { return *control_; }
-
-private:
-    platform::Module* module_;
-    CacheServiceControl* control_ = nullptr;
-};
-
-class CacheService : public testing::Test {
-protected:
-    CacheService() {
-        for (const char* name : {"Dir/Two", "on_disk"}) disk_.write(name, name);
-    }
-    ~CacheService() override { platform::clear_faults(); }
-    void SetUp() override { ASSERT_TRUE(companion_.is_loaded()); }
     std::vector<std::string> mount(fs::dir_listing* listing = nullptr) {
         EXPECT_TRUE(source_.init(as_dir(disk_.path()), FFSAddSourceFlags::RECURSIVE, listing));
         return all_names(source_);
     }
     void expect_path(const std::string& path) {
-        EXPECT_TRUE(kernel::equal_folded(companion_.control().path, path)) << companion_.control().path;
+        EXPECT_TRUE(kernel::equal_folded(control_->path, path)) << control_->path;
     }
 
-    TempDirectory disk_;
-    Companion companion_{"FileSystemCache_x64"};
+    const TempDirectory disk_;
+    // Held, so that what it is told lasts from one mount to the next.
+    platform::Module* const module_ = platform::load_module("FileSystemCache_x64");
+    CacheServiceControl* control_ = nullptr;
     CWin32_dir source_{EFSSourceType::DIR};
 };
 
 TEST_F(CacheService, ServesAMountWithoutTouchingADirectoryOrAStoredListing) {
-    companion_.control().is_running = false;
+    control_->is_running = false;
     fs::dir_listing recorded;
     fs::dir_listing listing;
     mount(&recorded);
     ASSERT_TRUE(listing.decode({}, recorded.encode({})));
-    companion_.control().is_running = true;
+    control_->is_running = true;
     platform::inject_fault(platform::FaultPoint::LIST, 1, platform::Failure::ACCESS_DENIED, true);
     EXPECT_THAT(mount(&listing), UnorderedElementsAre("served.txt", "dir/two", "b/three", "b/no#"));
     EXPECT_TRUE(listing.is_stored()) << "nothing is recorded";
     EXPECT_EQ(platform::fault_hits(), 0u);
     platform::clear_faults();
     EXPECT_EQ(source_.dir_tree()->first_child(), nullptr);
-    const CacheServiceControl& told = companion_.control();
     expect_path(disk_.path() + "/");
-    EXPECT_TRUE(told.second == 1 && told.items_released == 1 && told.mount_points_released == 1);
+    EXPECT_TRUE(control_->second == 1 && control_->items_released == 1 && control_->mount_points_released == 1);
     EXPECT_EQ(read_all(source_.open_read(as_path("dir/two"), FFSOpenFlags::NONE)), "Dir/Two") << "by its spelling";
-    companion_.control().item_count = 0;
+    control_->item_count = 0;
     EXPECT_THAT(mount(), IsEmpty());
-    companion_.control().item_count = 1;
+    control_->item_count = 1;
     ASSERT_TRUE(source_.init(as_dir(disk_ / "dir"), FFSAddSourceFlags::MOUNT_PARENT, nullptr));
     EXPECT_THAT(all_names(source_), UnorderedElementsAre("dir/served.txt")) << "the start leads each name";
     expect_path(disk_.path() + "/Dir/");
@@ -82,20 +69,22 @@ TEST_F(CacheService, ServesAMountWithoutTouchingADirectoryOrAStoredListing) {
 TEST_F(CacheService, LeavesTheMountToTheDiskWhenItDeclines) {
     for (bool CacheServiceControl::*answer :
          {&CacheServiceControl::inits, &CacheServiceControl::is_running, &CacheServiceControl::refuses_mount}) {
-        bool& declines = companion_.control().*answer;
+        bool& declines = control_->*answer;
         declines = !declines;
         EXPECT_THAT(mount(), UnorderedElementsAre("on_disk", "dir/two"));
         declines = !declines;
     }
-    EXPECT_EQ(companion_.control().mount_points_released, 0);
+    EXPECT_EQ(control_->mount_points_released, 0);
 }
 
 TEST_F(CacheService, IsNeverUsedWhenAnyEntryPointIsMissing) {
-    companion_.control().is_running = false;
+    control_->is_running = false;
     std::vector<std::string> modules{"FileSystemCache_absent", "FileSystemCache_x64"};  // whole, but not running
     for (int missing = 1; missing <= 14; ++missing) {
-        modules.push_back("FileSystemCache_without_" + std::to_string(missing));
-        ASSERT_TRUE(Companion(modules.back().c_str()).is_loaded()) << modules.back();
+        platform::Module* const module =
+            platform::load_module(modules.emplace_back("FileSystemCache_without_" + std::to_string(missing)).c_str());
+        ASSERT_NE(module, nullptr) << modules.back();
+        platform::unload_module(module);
     }
     for (const std::string& name : modules) {
         const fs::DirectoryState state;

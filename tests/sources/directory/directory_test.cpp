@@ -1,9 +1,11 @@
+// What a directory source has beyond conformance_test.cpp, and the fallback.
 #include <cstring>
 #include <iterator>
 #include <tuple>
 
-#include "engine/filesystem/sources/directory/listing.h"
 #include "engine/platform/clock.h"
+#include "engine/platform/files.h"
+#include "engine/platform/process.h"
 #include "tests/sources/kit.h"
 
 namespace {
@@ -17,14 +19,15 @@ using testing::UnorderedElementsAre;
 using Flags = FFSAddSourceFlags;
 
 constexpr auto recursive = Flags::RECURSIVE;
+constexpr std::int64_t some_time = 132'000'000'000'000'000;
 
 class DirectorySource : public testing::Test {
 protected:
     ~DirectorySource() override { platform::clear_faults(); }
 
-    bool mount(Flags::ENUM flags = recursive, fs::dir_listing* listing = nullptr) {
+    bool mount(Flags::ENUM flags = recursive) {
         source_.set_native_spelling((disk_.path() + "/").c_str());
-        return source_.init(as_dir(disk_.path()), flags, listing);
+        return source_.init(as_dir(disk_.path()), flags, nullptr);
     }
     /// Mounts over these files, each of which holds its own name.
     bool mount_with(std::initializer_list<const char*> names) {
@@ -76,44 +79,37 @@ TEST_F(DirectorySource, ShowsWhatItScannedAndTakesTheFirstFileWhoseDirectoryMatc
 }
 
 TEST_F(DirectorySource, EntersAWideTreeInOrderHoweverManyThreadsListIt) {
-    std::vector<std::string> expected{""};
     for (int i = 100; i < 180; ++i) {
-        for (const char* inner : {"/", "/a/", "/b/", "/b/c/"}) {
-            expected.push_back("d" + std::to_string(i) + inner);
-            disk_.write(expected.back() + "same", "");
-        }
+        for (const char* inner : {"/", "/a/", "/b/", "/b/c/"})
+            disk_.write("d" + std::to_string(i) + inner + "same", "");
     }
+    ASSERT_TRUE(mount());
+    const std::vector<std::string> first = all();
+    EXPECT_EQ(first.size(), 80u * 4);
     for (int round = 0; round < 5; ++round) {
-        fs::dir_listing listing;
-        ASSERT_TRUE(mount(recursive, &listing));
-        std::vector<std::string> entered;
-        EXPECT_TRUE(listing.for_each([&](auto dir, auto&) { return entered.emplace_back(dir), true; },
-                                     [](auto) { return true; }));
-        EXPECT_EQ(entered, expected);
         EXPECT_EQ(found("same"), "d100/same");
         EXPECT_EQ(found("c/same"), "d100/b/c/same");
-        EXPECT_EQ(all().size(), expected.size() - 1);
+        ASSERT_TRUE(mount());
+        EXPECT_EQ(all(), first);
     }
 }
 
 TEST_F(DirectorySource, MountsByItsFlags) {
     disk_.write("file", "1");
-    const fs::path root = as_dir(disk_.path());
-    const std::tuple<fs::path, Flags::ENUM, bool, bool> rows[] = {
-        {fs::path(), recursive, false, true},
-        {as_dir(disk_ / "missing"), recursive, true, true},  // a root that cannot be read is merely empty
-        {as_dir(disk_ / "missing"), Flags::MUST_EXIST, false, true},
-        {as_dir(disk_ / "file"), Flags::MUST_EXIST, false, true},
-        {as_dir(std::string(300, 'x')), recursive, false, true},
-        {root, Flags::MUST_EXIST, true, false},
-        {root, Flags::PROTECTED, true, false},
+    const std::tuple<std::string, Flags::ENUM, bool> rows[] = {
+        {"", recursive, false},
+        {std::string(300, 'x'), recursive, false},
+        {disk_ / "missing", recursive, true},  // a root that cannot be read is merely empty
+        {disk_ / "missing", Flags::MUST_EXIST, false},
+        {disk_ / "file", Flags::MUST_EXIST, false},
+        {disk_.path(), Flags::MUST_EXIST, true},
+        {disk_.path(), Flags::PROTECTED, true},
     };
-    for (const auto& [path, flags, mounts, is_writable] : rows) {  // writable as the latest mount left it
-        SCOPED_TRACE(testing::Message() << as_text(path) << " " << flags);
-        EXPECT_EQ(source_.init(path, flags, nullptr), mounts);
-        EXPECT_EQ(source_.writable(), is_writable);
+    for (const auto& [path, flags, mounts] : rows) {
+        EXPECT_EQ(source_.init(as_dir(path), flags, nullptr), mounts) << path << ' ' << flags;
         EXPECT_EQ(source_.is_protected(), flags == Flags::PROTECTED);
-        if (mounts) EXPECT_TRUE(source_.path() == path && source_.flags() == flags);
+        if (mounts) EXPECT_TRUE(source_.path() == as_dir(path) && source_.flags() == flags);
+        if (mounts) EXPECT_EQ(source_.writable(), flags == recursive);
     }
 }
 
@@ -125,13 +121,12 @@ TEST_F(DirectorySource, KnowsNoPathThatIsTooLongForTheDisk) {
     EXPECT_EQ(all().size(), 1u);
     EXPECT_EQ(source_.unlisted_directories(), 0u);
     EXPECT_FALSE(create((longest + "f").c_str()));
-    disk_.write(part + "/new", "1");
     // The disk may hold longer ones; that they are not shown is told. So with a directory, whose listing is not kept.
+    disk_.write(part + "/new", "1");
     const auto work = std::filesystem::current_path();
     std::filesystem::current_path(disk_ / part);
     std::filesystem::create_directory(std::string(room, 'd'));
-    for (const std::string& name : {std::string(room + 1, 'f'), std::string(room, 'd') + "/g"})
-        std::ofstream(std::filesystem::path(name)) << "1";
+    for (const std::string& name : {std::string(room + 1, 'f'), std::string(room, 'd') + "/g"}) write_file(name, "1");
     std::filesystem::current_path(work);
     source_.refresh_dir(part.c_str());
     EXPECT_TRUE(source_.exists(as_path("new"))) << "names that cannot be shown hide no other";
@@ -144,7 +139,7 @@ TEST_F(DirectorySource, KnowsNoPathThatIsTooLongForTheDisk) {
 
 std::vector<std::string> heard;
 
-TEST_F(DirectorySource, FindsTextInDirectoriesLastBucketFirst) {
+TEST_F(DirectorySource, FindsTextInDirectoriesLastBucketFirstAndTellsOfDuplicateNames) {
     ASSERT_TRUE(mount_with({"abc/x", "abc/y", "z/bc/x", "bc"}));
     heard.clear();
     fs::set_search_callback([](const char* dir, const char* name) { heard.push_back(std::string(dir) + "|" + name); });
@@ -154,31 +149,23 @@ TEST_F(DirectorySource, FindsTextInDirectoriesLastBucketFirst) {
     EXPECT_THAT(heard, ElementsAre("abc/|y", "abc/|x", "z/bc/|x"));
     for (const char* none : {"bc/", "", static_cast<const char*>(nullptr)})  // the last slash takes no part
         EXPECT_THAT(test::take_names(source_.search_substring(none)), IsEmpty());
-}
-
-TEST_F(DirectorySource, TellsOfDuplicateNames) {
-    ASSERT_TRUE(mount_with({"a/f.txt", "b/f.txt", "c/f.txt", "a/g.bin", "b/g.bin", "one.txt"}));
     const std::string root = disk_.path() + "/";
     ztl::vector<fs::string> lines{"kept"};
-    source_.dump(lines, ".txt");
-    EXPECT_THAT(lines, ElementsAre("kept", "0. " + root + "a/f.txt", "1. " + root + "b/f.txt", "2. " + root + "c/f.txt",
-                                   "0. " + root + "b/f.txt", "1. " + root + "c/f.txt"));
-    lines.clear();
     source_.dump(lines, nullptr);
-    EXPECT_EQ(lines.size(), 7u);
+    EXPECT_THAT(lines, ElementsAre("kept", "0. " + root + "abc/x", "1. " + root + "z/bc/x"));
+    source_.dump(lines, ".txt");
+    EXPECT_EQ(lines.size(), 3u);
 }
 
 TEST_F(DirectorySource, CreatesWithTheCallersCaseAndReusesWhatExists) {
     ASSERT_TRUE(mount_with({"Maps/old"}));
     EXPECT_TRUE(create("MAPS/New/File.TXT", "text"));
     EXPECT_EQ(disk_.read("Maps/New/File.TXT"), "text");
-    EXPECT_TRUE(has_dir("maps/new"));
     EXPECT_EQ(read("maps/new/file.txt"), "text");
     EXPECT_TRUE(write_all(source_.create_read_write(as_path("MAPS/New/File.TXT", false), {}), "2"));
     EXPECT_THAT(all(), UnorderedElementsAre("maps/old", "maps/new/file.txt")) << "a file made again is entered once";
-    EXPECT_TRUE(source_.mkdir(as_dir("MAPS/Dir", false)));
-    EXPECT_TRUE(source_.mkdir(as_dir("maps/dir", false))) << "making what exists is no failure";
-    EXPECT_TRUE(disk_.exists("Maps/Dir"));
+    for (const char* dir : {"MAPS/Dir", "maps/dir"}) EXPECT_TRUE(source_.mkdir(as_dir(dir, false))) << dir;
+    EXPECT_TRUE(disk_.exists("Maps/Dir") && has_dir("maps/new"));
     char native[260];
     EXPECT_TRUE(source_.native_path(as_path("file.txt"), native, sizeof native));
     EXPECT_THAT(native, EndsWith("/Maps/New/File.TXT"));
@@ -188,16 +175,14 @@ TEST_F(DirectorySource, CreatesWithTheCallersCaseAndReusesWhatExists) {
 TEST_F(DirectorySource, ChangesNothingOutsideAndMakesNoNameThatNotEverySystemHolds) {
     ASSERT_TRUE(mount_with({"a/f"}));
     const std::string outside = disk_.path() + "x/f";
-    for (const char* name : {"", "dir/", "../x", "a/../../x", "a:b", "what?", "dot.", "blank ", "con", "d*r/x", "a\x01",
-                             "/elsewhere/a/f", outside.c_str()}) {
-        const fs::path path(name, false);
-        EXPECT_FALSE(source_.create_write(path, {}) || source_.create_read_write(path, {})) << name;
-        EXPECT_FALSE(source_.rename_file(as_path("a/f"), path)) << name;
-        EXPECT_EQ(fs::last_error().code, EFSError::INVALID_NAME) << name;
-    }
     fs::clear_error();
-    for (const char* name : {"", "..", "../x", "a/b?", "/", outside.c_str()})
+    for (const char* name : {"", "../x", "a/../../x", "what?", "d*r/x", "/elsewhere/a/f", outside.c_str()}) {
+        const fs::path path(name, false);
+        EXPECT_EQ(test::why(source_.create_write(path, {})), EFSError::INVALID_NAME) << name;
+        EXPECT_EQ(test::why(source_.create_read_write(path, {})), EFSError::INVALID_NAME) << name;
+        EXPECT_EQ(test::why(source_.rename_file(as_path("a/f"), path)), EFSError::INVALID_NAME) << name;
         EXPECT_EQ(test::why(source_.mkdir(as_dir(name, false))), EFSError::INVALID_NAME) << name;
+    }
     for (const char* name : {"../a/f", "a/", outside.c_str()})
         EXPECT_FALSE(source_.rem_file(as_path(name))) << "not the file that the name ends like: " << name;
     for (const char* dir : {"", "/", "..", "../a"}) source_.rem_dir(as_dir(dir));
@@ -207,15 +192,13 @@ TEST_F(DirectorySource, ChangesNothingOutsideAndMakesNoNameThatNotEverySystemHol
 
 TEST_F(DirectorySource, AnswersTimesInLocalTimeAndMarksFilesAsInstalledOrNot) {
     ASSERT_TRUE(mount_with({"a", "b"}));
-    const std::int64_t time = 132'000'000'000'000'000;
-    EXPECT_TRUE(source_.set_write_time(as_path("a"), time));
-    EXPECT_EQ(platform::get_attributes((disk_ / "a").c_str())->write_time, platform::local_to_utc(time));
-    EXPECT_FALSE(source_.set_write_time(as_path("missing"), time));
-    EXPECT_EQ(source_.is_installed(as_path("a")), 2);
+    const fs::path a = as_path("a"), b = as_path("b"), missing = as_path("missing");
+    EXPECT_TRUE(source_.set_write_time(a, some_time) && !source_.set_write_time(missing, some_time));
+    EXPECT_EQ(platform::get_attributes((disk_ / "a").c_str())->write_time, platform::local_to_utc(some_time));
+    EXPECT_EQ(source_.is_installed(a), 2);
     source_.mark_installed_all(false);
-    for (const char* name : {"b", "missing"}) source_.mark_installed(as_path(name), true);
-    EXPECT_EQ(source_.is_installed(as_path("a")), 1);
-    EXPECT_EQ(source_.is_installed(as_path("b")), 2);
+    for (const fs::path& name : {b, missing}) source_.mark_installed(name, true);
+    EXPECT_TRUE(source_.is_installed(a) == 1 && source_.is_installed(b) == 2);
 }
 
 TEST_F(DirectorySource, ChangesTheFileOfExactlyTheNameWhereThereIsOne) {
@@ -251,35 +234,85 @@ TEST_F(DirectorySource, RefreshesOneDirectoryOrAllAndForgetsATreeThatIsRemoved) 
     EXPECT_THAT(all(), UnorderedElementsAre("a/new", "top"));
     source_.clear();
     EXPECT_THAT(all(), IsEmpty());
-    EXPECT_EQ(source_.dir_tree()->first_child(), nullptr);
-    EXPECT_EQ(source_.path(), as_dir(disk_.path()));
+    EXPECT_TRUE(source_.dir_tree()->first_child() == nullptr && source_.path() == as_dir(disk_.path()));
 }
 
 TEST_F(DirectorySource, ADirectoryThatCannotBeListedIsToldAndKeepsItsNames) {
     for (const char* name : {"a/f", "b/f", "c/f"}) disk_.write(name, "1");
     for (const Failure failure : {Failure::NOT_FOUND, Failure::ACCESS_DENIED}) {
-        const std::uint32_t missed = failure == Failure::NOT_FOUND ? 0 : 1;  // what is gone is not missed
+        const bool is_gone = failure == Failure::NOT_FOUND;  // which is not missed
+        const std::uint32_t missed = is_gone ? 0 : 1;
         for (std::uint32_t nth = 1; nth <= 4; ++nth) {
             SCOPED_TRACE(nth);
             const std::size_t left = nth == 1 ? 0 : 2;
             fs::clear_error();
             platform::inject_fault(FaultPoint::LIST, nth, failure, false);
             ASSERT_TRUE(mount());
-            EXPECT_EQ(all().size(), left);
-            EXPECT_EQ(source_.unlisted_directories(), missed);
-            EXPECT_EQ(fs::last_error().code, missed == 0 ? EFSError::NONE : EFSError::ACCESS_DENIED);
+            EXPECT_TRUE(all().size() == left && source_.unlisted_directories() == missed);
+            EXPECT_EQ(fs::last_error().code, is_gone ? EFSError::NONE : EFSError::ACCESS_DENIED);
             source_.refresh();
-            EXPECT_EQ(source_.unlisted_directories(), 0u);
+            EXPECT_TRUE(all().size() == 3 && source_.unlisted_directories() == 0);
             platform::inject_fault(FaultPoint::LIST, nth, failure, false);
             source_.refresh();
-            EXPECT_EQ(all().size(), missed == 0 ? left : 3);
-            EXPECT_EQ(source_.unlisted_directories(), missed);
-            if (missed != 0) EXPECT_TRUE(has_dir("b"));
+            EXPECT_TRUE(all().size() == (is_gone ? left : 3) && source_.unlisted_directories() == missed);
+            EXPECT_TRUE(is_gone || has_dir("b"));
         }
     }
     platform::inject_fault(FaultPoint::LIST, 1, Failure::ACCESS_DENIED, true);
     source_.refresh_dir("a");
     EXPECT_THAT(all(), UnorderedElementsAre("a/f", "b/f", "c/f"));
+}
+
+class Fallback : public testing::Test {
+protected:
+    TempDirectory disk_;
+    CWin32_fallback source_;
+};
+
+TEST_F(Fallback, AsksTheDiskInUniversalTimeAndKeepsNothingOfItsMountButTheFlags) {
+    EXPECT_TRUE(source_.init(as_dir(disk_.path()), Flags::PROTECTED, nullptr));
+    EXPECT_TRUE(source_.flags() == Flags::PROTECTED && source_.path().Empty());
+    EXPECT_TRUE(source_.writable() && !source_.is_protected());
+    EXPECT_TRUE(source_.exists(as_dir(disk_.path()))) << "a directory has attributes too";
+    fs::path out;
+    source_.root_path(out, as_path("never/there"));
+    EXPECT_EQ(out, as_path("never/there"));
+    EXPECT_TRUE(write_all(source_.open_append(as_path(disk_ / "made"), {}), "1")) << "open always";
+    EXPECT_TRUE(source_.set_write_time(as_path(disk_ / "made"), some_time));
+    const auto attributes = platform::get_attributes((disk_ / "made").c_str());
+    EXPECT_TRUE(attributes && attributes->write_time == some_time && attributes->access_time == some_time);
+    EXPECT_TRUE(source_.set_write_time(as_path(disk_ / "none"), some_time)) << "true even where the disk fails";
+    EXPECT_FALSE(source_.set_write_time(fs::path(), some_time));
+}
+
+TEST_F(Fallback, FindsAGzipFileBesideTheExecutable) {
+    const std::string beside = std::string(platform::executable_directory()) + "beside_exe.bin";
+    ASSERT_TRUE(write_file(beside, "plain"));
+    for (const std::string& name : {std::string("beside_exe.bin"), beside})
+        EXPECT_EQ(read_all(source_.open_read(as_path(name), FFSOpenFlags::GZIP)), "plain") << name;
+    std::filesystem::remove(beside);
+}
+
+class CountingFallback : public CWin32_fallback {
+public:
+    void rem_dir(const fs::path& p) override {
+        ++calls;
+        CWin32_fallback::rem_dir(p);
+    }
+    int calls = 0;
+};
+
+TEST_F(Fallback, RemovesATreeThroughItsOwnOperationAndLeavesHiddenItems) {
+    for (const char* name : {"T/f", "T/Sub/g", "U/#kept", "U/gone", "out"}) disk_.write(name, "1");
+    CountingFallback source;
+    source.rem_dir(as_dir(disk_ / "t"));
+    EXPECT_EQ(source.calls, 2) << "a derived class hears of each directory";
+    for (const char* dir : {"u", "out"}) source.rem_dir(as_dir(disk_ / dir));
+    for (const char* dir : {"", "/", "..", "../x/"}) source.rem_dir(as_dir(dir));
+    EXPECT_FALSE(disk_.exists("T") || disk_.exists("U/gone"));
+    EXPECT_TRUE(disk_.exists("U/#kept"));
+    EXPECT_TRUE(disk_.exists("out")) << "a file cannot be enumerated";
+    EXPECT_EQ(source.calls, 8) << "none of these went any further";
 }
 
 }  // namespace

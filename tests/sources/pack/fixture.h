@@ -8,8 +8,6 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include <engine/filesystem/pack_reader.h>
 #include <engine/filesystem/sources/pack.h>
 
@@ -18,7 +16,6 @@
 #include "engine/kernel/bytes.h"
 #include "tests/sources/kit.h"
 #include "tests/support/pack_file.h"
-#include "tests/support/temp_directory.h"
 
 namespace packs {
 

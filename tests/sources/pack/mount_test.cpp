@@ -1,27 +1,20 @@
-// Which files are packs, and what is seen of them.
+// Which files are packs, what is seen of them, and packs that a host reads.
 #include <cstring>
-
-#include <gmock/gmock.h>
+#include <limits>
+#include <stdexcept>
 
 #include "fixture.h"
+#include "tests/support/mounted_root.h"
 
 namespace {
 
 using packs::content;
 using packs::deflated_entry;
 using packs::stored_entry;
+using packs::with;
 using testing::ElementsAre;
 using testing::FieldsAre;
 using testing::HasSubstr;
-
-std::string full_name(CZip_dir& source, const char* text) {
-    fs::path found;
-    source.root_path(found, as_path(text));
-    fs::path same;
-    source.full_path(same, as_path(text));
-    EXPECT_TRUE(found == same);
-    return as_text(found);
-}
 
 TEST(PackMount, ShowsFilesByNameWithAnyEndOfTheirDirectory) {
     const auto source = packs::mount(packs::build(
@@ -42,37 +35,35 @@ TEST(PackMount, ShowsFilesByNameWithAnyEndOfTheirDirectory) {
         {"\xC3\x89tat.txt", "\xC3\x89tat.txt"},
         {"\xC3\xA9tat.txt", ""},
     };
-    for (const auto& [asked, found] : rows) {
-        EXPECT_EQ(full_name(*source, asked), found) << asked;
-        EXPECT_EQ(source->exists(as_path(asked)), *found != '\0') << asked;
+    for (const auto& [asked, answer] : rows) {
+        fs::path found;
+        fs::path same;
+        source->root_path(found, as_path(asked));
+        source->full_path(same, as_path(asked));
+        EXPECT_EQ(as_text(found), answer) << asked;
+        EXPECT_EQ(as_text(same), answer) << asked;
+        EXPECT_EQ(source->exists(as_path(asked)), *answer != '\0') << asked;
     }
     EXPECT_TRUE(source->exists(fs::path("A/B/C.Txt", false)));
     EXPECT_EQ(content(*source, "a/b/c.txt") + content(*source, "z/b/c.txt"), "21");
     EXPECT_EQ(content(*source, "g.txt"), "first");
+    EXPECT_EQ(source->write_time(as_path("g.txt")), 0);
     // By name, then by directory, and backwards.
     EXPECT_THAT(all_names(*source), ElementsAre("\xC3\x89tat.txt", "top.txt", "dup/g.txt", "dup/g.txt", "#open/f2.txt",
                                                 "x/z/deep.txt", "b/c.txt", "a/b/c.txt"));
     EXPECT_THAT(test::take_names(source->search_substring("B")), ElementsAre("b/c.txt", "a/b/c.txt"));
     for (const char* nothing : {"", static_cast<const char*>(nullptr)})
         EXPECT_EQ(source->search_substring(nothing), nullptr);
-    EXPECT_FALSE(source->dir_tree()->find("z"));
-}
-
-TEST(PackMount, ForgetsEverythingWhenCleared) {
-    const auto source = packs::mount(packs::build({stored_entry("a/x", "1")}), FFSAddSourceFlags::INDEX_NAMES);
-    ASSERT_TRUE(source);
-    EXPECT_TRUE(source->type() == EFSSourceType::PACK && source->flags() == FFSAddSourceFlags::INDEX_NAMES);
-    EXPECT_EQ(source->write_time(as_path("a/x")), 0);
+    fs::dir* const tree = source->dir_tree();
+    EXPECT_TRUE(tree->find("z") == nullptr && tree->find("x/z") != nullptr);
     source->clear();
-    EXPECT_FALSE(source->exists(as_path("a/x")));
-    EXPECT_EQ(source->get_file_list(nullptr, nullptr, true), nullptr);
-    const fs::dir* tree = source->dir_tree();
-    EXPECT_EQ(tree->first_child(), nullptr);
+    EXPECT_TRUE(source->dir_tree() == tree && tree->first_child() == nullptr);
+    EXPECT_TRUE(!source->exists(as_path("c.txt")) && source->get_file_list(nullptr, nullptr, true) == nullptr);
     EXPECT_TRUE(source->init(as_path("test.pak"), FFSAddSourceFlags::NONE, nullptr));
-    EXPECT_TRUE(tree->first_child()) << "a tree that somebody holds is filled without being asked for";
+    EXPECT_NE(tree->find("x/z"), nullptr) << "a tree that somebody holds is filled without being asked for";
 }
 
-TEST(PackMount, TellsWhyItRefusesAFile) {
+TEST(PackMount, TellsWhyItFailsForAFile) {
     const std::string good = packs::build({stored_entry("a", "1"), stored_entry("b", "2")});
     std::string commented = good;
     commented[commented.size() - 2] = 5;
@@ -84,14 +75,9 @@ TEST(PackMount, TellsWhyItRefusesAFile) {
     std::memset(&counts_more[good.size() - 14], 0xFF, 4);
     std::string damaged = good;
     damaged[good.rfind("PK\x01\x02")] = 'Q';
-    std::string many(65535 * 46, '\0');
-    for (std::size_t at = 0; at < many.size(); at += 46) std::memcpy(&many[at], "PK\x01\x02", 4);
-    many += "PK\x06\x07" + std::string(16, '\0') + "PK\x05\x06" + std::string(4, '\0') + "\xFF\xFF\xFF\xFF" +
-            std::string(10, '\0');
     const std::pair<std::string, const char*> rows[] = {
         {commented, "has a comment"},
         {zip64, "zip64"},
-        {many, "zip64"},
         {counts_more, "counts 65535 entries where its directory has 2"},
         {"in front" + good, "bytes in front"},
         {damaged, "damaged at entry 2 of 2"},
@@ -106,58 +92,145 @@ TEST(PackMount, TellsWhyItRefusesAFile) {
         EXPECT_THAT(fs::last_error().path, HasSubstr("test.pak"));
     }
     EXPECT_TRUE(write_file("a.edat.pak", good));
-    EXPECT_FALSE(packs::mount_file("a.edat.pak"));
-    EXPECT_FALSE(packs::mount_file("missing.pak"));
+    EXPECT_FALSE(packs::mount_file("a.edat.pak") || packs::mount_file("missing.pak"));
     EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
     EXPECT_FALSE(CZip_dir().init(fs::path(), FFSAddSourceFlags::NONE, nullptr));
+    std::string counts_less = good;
+    counts_less[good.size() - 14] = 1;
+    EXPECT_THAT(all_names(*packs::mount(counts_less)), ElementsAre("a"));
     const auto empty = packs::mount(std::string(30, '\0'));
     ASSERT_TRUE(empty) << "the last 22 bytes are taken for the end record whatever they are";
     EXPECT_EQ(empty->get_file_list(nullptr, nullptr, true), nullptr);
 }
 
-TEST(PackMount, UsesTheLocalHeaderForPlaceAndMethodAlone) {
-    packs::Entry entry = deflated_entry("a", "some text, some text");
-    entry.local_extra = std::string(300, 'e');
-    entry.central_extra = std::string(20, 'c');
-    entry.comment = "not the pack's";
-    std::string bytes = packs::build({entry, stored_entry("b", "2")});
+TEST(PackMount, ReadsTheSoundEntriesBesideOnesThatAreOdd) {
+    static constexpr std::uint32_t all = 0xFFFFFFFF;
+    const std::string long_name(65535, 'n');
+    std::string deep;
+    while (deep.size() < 65000) deep += "d/";
+    packs::Entry first = deflated_entry("a", "some text, some text");
+    first.local_extra = std::string(300, 'e');
+    first.central_extra = std::string(20, 'c');
+    first.comment = "not the pack's";
+    std::string bytes = packs::build(
+        {first, stored_entry(long_name, "1"), stored_entry(deep + "n", "3"),
+         with(stored_entry("short", "4"), [](packs::Entry& e) { e.central_extra = std::string(65535, 'x'); }),
+         with(stored_entry("size", "1"), [](packs::Entry& e) { e.size = all; }),
+         with(stored_entry("packed", "1"), [](packs::Entry& e) { e.packed_size = all; }),
+         with(stored_entry("offset", "1"), [](packs::Entry& e) { e.header_offset = all; })});
+    // A local header tells the place and the method alone.
     std::memset(bytes.data(), 0xAA, 8);        // signature, version, flags
     std::memset(bytes.data() + 10, 0xAA, 16);  // times, checksum, sizes
     const auto source = packs::mount(bytes);
     ASSERT_TRUE(source);
     EXPECT_EQ(content(*source, "a"), "some text, some text");
-    EXPECT_EQ(content(*source, "b"), "2");
+    EXPECT_EQ(content(*source, "short") + content(*source, long_name), "41");
+    EXPECT_THAT(all_names(*source), testing::UnorderedElementsAre("a", "short", "size", "packed", "offset"))
+        << "what 260-byte buffers of a host can hold";
+    for (const char* name : {"size", "packed", "offset"}) {
+        EXPECT_FALSE(packs::open(*source, name));
+        EXPECT_THAT(fs::last_error(), FieldsAre(EFSError::UNSUPPORTED, 0, name, HasSubstr("zip64")));
+    }
 }
 
 TEST(PackMount, TellsTheMonitorAndSharesThePackWithNobodyUnlessInMemory) {
-    const std::string bytes = packs::build({stored_entry("a", "1")});
-    const RecordingMonitor monitor;
-    const auto source = packs::mount(bytes);
-    ASSERT_TRUE(source);
-    EXPECT_THAT(monitor.touched, ElementsAre("test.pak 0+0"));
-    EXPECT_FALSE(packs::mount_file("test.pak"));
-    EXPECT_EQ(fs::last_error().code, EFSError::IN_USE);
+    const packs::Entry entry = deflated_entry("Dir/A.txt", packs::noise(3000, 1));
+    const std::string bytes = packs::build({stored_entry("dir/", ""), entry});
+    ztl::vector<SFsPackEntry> entries;
+    {
+        const RecordingMonitor monitor;
+        const auto source = packs::mount(bytes);
+        ASSERT_TRUE(source && fs::list_pack("TEST.pak", entries)) << "a mounted pack is in use, and is listed";
+        EXPECT_THAT(monitor.touched, ElementsAre("test.pak 0+0"));
+        EXPECT_FALSE(packs::mount_file("test.pak"));
+        EXPECT_EQ(fs::last_error().code, EFSError::IN_USE);
+    }
+    EXPECT_TRUE(write_file("test.pak", "no pack at all, but long enough"));
+    EXPECT_FALSE(fs::list_pack("test.pak", entries) || fs::list_pack(nullptr, entries));
+    EXPECT_THAT(entries, ElementsAre(FieldsAre("Dir/A.txt", entry.size, entry.packed_size,
+                                               std::uint32_t{EFSPackMethod::DEFLATE}, entry.crc, testing::_)));
     EXPECT_TRUE(write_file("Memory.PAK", bytes));
     const auto one = packs::mount_file("Memory.PAK", FFSAddSourceFlags::PACK_IN_MEMORY);
     const auto other = packs::mount_file("Memory.PAK", FFSAddSourceFlags::PACK_IN_MEMORY);
     ASSERT_TRUE(one && other) << "opened by its native spelling";
     EXPECT_STREQ(one->path().FileName(), "memory.pak");
-    EXPECT_EQ(content(*one, "a") + content(*other, "a"), "11");
+    EXPECT_EQ(content(*one, "a.txt"), content(*other, "a.txt"));
 }
 
-TEST(PackList, TellsWhatTheDirectoryRecordsAndLeavesTheListAloneOnFailure) {
-    const packs::Entry entry = deflated_entry("Dir/A.txt", packs::noise(3000, 1));
-    EXPECT_TRUE(write_file("test.pak", packs::build({stored_entry("dir/", ""), entry})));
-    ztl::vector<SFsPackEntry> entries;
-    {
-        const auto mounted = packs::mount_file("test.pak");
-        ASSERT_TRUE(mounted && fs::list_pack("TEST.pak", entries)) << "a mounted pack had been in use";
+class PackReader : public MountedRoot {};
+
+TEST_F(PackReader, IsReadLateNeverUnderTheLockAndReleasedWhenNothingReadsItAnyMore) {
+    packs::MemoryReader reader(packs::build({stored_entry("a", "text"), deflated_entry("b", packs::noise(9000, 1))}));
+    reader.during_read = [] {
+        EXPECT_FALSE(fs::rename("nothing", "something"));
+        EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND) << "INVALID_ARGUMENT: the lock is taken";
+    };
+    ASSERT_TRUE(fs::add_pack_reader("x:/odd//name", reader));
+    const int mounted = reader.reads;
+    fs::file_ptr a = fs::open_file("a", EFSMode::READ);
+    fs::file_ptr b = fs::open_file("b", EFSMode::READ);
+    EXPECT_TRUE(a && b && fs::length(a.get()) == 4 && fs::exists("a"));
+    EXPECT_EQ(reader.reads, mounted) << "opening reads nothing";
+    SFsView view;
+    EXPECT_FALSE(fs::map("a", view, FFSMapFlags::NO_COPY));
+    EXPECT_TRUE(fs::map("a", view));
+    EXPECT_EQ(std::string(static_cast<const char*>(view.data), view.size), "text");
+    fs::unmap(view);
+    EXPECT_TRUE(fs::rem_source("x:/odd/name"));
+    EXPECT_EQ(reader.released, 0) << "files are open";
+    reader.during_read = nullptr;
+    EXPECT_EQ(read_all(b.release()), packs::noise(9000, 1));
+    EXPECT_GT(reader.reads, mounted);
+    a.reset();
+    EXPECT_EQ(reader.released, 1);
+    EXPECT_EQ(test::why(fs::add_pack_reader("", reader)), EFSError::INVALID_NAME);
+    packs::MemoryReader other("no pack, but long enough for one");
+    EXPECT_EQ(test::why(fs::add_pack_reader("other", other)), EFSError::BAD_FORMAT);
+    EXPECT_TRUE(reader.released == 2 && other.released == 1) << "also by a call that fails";
+}
+
+TEST_F(PackReader, EveryFailureOfTheHostIsAnIoFailureThatPasses) {
+    const std::string data = packs::noise(300000, 1);
+    const std::vector<packs::Entry> entries = packs::entries_of_all_methods(data);
+    packs::MemoryReader reader(packs::build(entries));
+    const std::pair<packs::MemoryReader::Fault, const char*> rows[] = {
+        {[](std::uint64_t size) { return static_cast<std::int64_t>(size) - 1; }, "its reader answered"},
+        {[](std::uint64_t size) { return static_cast<std::int64_t>(size) + 1; }, "its reader answered"},
+        {[](std::uint64_t) { return std::numeric_limits<std::int64_t>::min(); }, "its reader failed"},
+        {[](std::uint64_t) -> std::int64_t { throw std::runtime_error("x"); }, "exception"},
+    };
+    const auto expect_told = [&reader](const char* reason) {
+        EXPECT_EQ(fs::last_error().code, EFSError::IO);
+        EXPECT_THAT(fs::last_error().text, HasSubstr(reason));
+        fs::clear_error();
+        reader.fault = nullptr;
+    };
+    for (const auto& [fault, reason] : rows) {
+        SCOPED_TRACE(reason);
+        reader.fault = fault;
+        EXPECT_FALSE(fs::add_pack_reader("m.pak", reader));
+        expect_told(reason);
+        ASSERT_TRUE(fs::add_pack_reader("m.pak", reader));
+        for (const packs::Entry& entry : entries) {
+            SCOPED_TRACE(entry.name);
+            std::string found(data.size(), '\0');
+            const fs::file_ptr file = fs::open_file(entry.name.c_str(), EFSMode::READ, FFSOpenFlags::SEEKABLE);
+            for (const bool is_located : {false, true}) {
+                reader.fault = fault;
+                EXPECT_EQ(fs::read(file.get(), found.data(), 1000), is_located && entry.name == "stored" ? 1000u : 0u);
+                expect_told(reason);
+                fs::seek(file.get(), 0, EFSSeek::BEGIN);
+                ASSERT_EQ(fs::read(file.get(), found.data(), found.size()), data.size());
+                EXPECT_TRUE(found == data);
+                fs::seek(file.get(), 0, EFSSeek::BEGIN);
+            }
+        }
+        EXPECT_TRUE(fs::rem_source("m.pak"));
     }
-    ASSERT_TRUE(fs::list_pack("test.pak", entries));
-    EXPECT_TRUE(write_file("test.pak", "no pack at all, but long enough"));
-    EXPECT_FALSE(fs::list_pack("test.pak", entries) || fs::list_pack(nullptr, entries));
-    EXPECT_THAT(entries, ElementsAre(FieldsAre("Dir/A.txt", entry.size, entry.packed_size,
-                                               std::uint32_t{EFSPackMethod::DEFLATE}, entry.crc, testing::_)));
+    reader.length_known = false;
+    reader.reason = "the moon is in the way";
+    EXPECT_FALSE(fs::add_pack_reader("m.pak", reader));
+    EXPECT_EQ(fs::last_error().text, "The pack \"m.pak\" cannot be read: the moon is in the way.");
 }
 
 }  // namespace

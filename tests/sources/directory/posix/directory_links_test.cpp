@@ -31,19 +31,14 @@ TEST_F(DirectorySourceLinks, ThatLeadToEachOtherEndAndThoseToOnePlaceAllCount) {
 
 TEST_F(DirectorySourceLinks, AreRemovedThemselvesWithATree) {
     disk.write("target/f", "1");
-    disk.write("tree/own", "1");
-    link("tree/link", "target");
     ASSERT_TRUE(mount());
-    source.rem_dir(as_dir("tree/link"));
-    EXPECT_THAT(all_names(source), UnorderedElementsAre("target/f", "tree/own"));
-    EXPECT_EQ(source.dir_tree()->find("tree/link"), nullptr);
     CWin32_fallback fallback;
     const std::pair<CFSSource*, std::string> rows[] = {{&fallback, disk.path() + "/"}, {&source, ""}};
     for (const auto& [remover, root] : rows) {
         disk.write("tree/own", "1");
         link("tree/link", "target");
-        std::filesystem::create_symlink(disk / "nowhere", disk / "tree/broken");
         link("alone", "target");
+        std::filesystem::create_symlink(disk / "nowhere", disk / "tree/broken");
         source.refresh();
         for (const char* dir : {"alone", "tree"}) remover->rem_dir(as_dir(root + dir));
         EXPECT_FALSE(std::filesystem::is_symlink(disk / "alone") || disk.exists("tree"));
