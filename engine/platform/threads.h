@@ -73,8 +73,8 @@ inline constexpr std::uint32_t no_slot = 0xFFFF'FFFF;
 /// that take no memory; words in later ones may be lost.
 class ThreadWord {
 public:
-    std::uintptr_t get() const;
-    void set(std::uintptr_t word);
+    operator std::uintptr_t() const;  // NOLINT(google-explicit-constructor): it stands for its value
+    void operator=(std::uintptr_t word);
 
 private:
     std::atomic<std::uint32_t> slot_{no_slot};
@@ -106,14 +106,14 @@ public:
 
     operator Value() const {  // NOLINT(google-explicit-constructor): it stands for its value
         Value value;
-        const std::uintptr_t word = get_word();
+        const std::uintptr_t word = word_;
         std::memcpy(static_cast<void*>(&value), &word, sizeof value);
         return value;
     }
     PerThread& operator=(Value value) {
         std::uintptr_t word = 0;
         std::memcpy(&word, &value, sizeof value);
-        set_word(word);
+        word_ = word;
         return *this;
     }
     Value operator++() { return *this = static_cast<Value>(*this + 1); }
@@ -123,12 +123,8 @@ private:
     static_assert(std::is_trivially_copyable_v<Value> && sizeof(Value) <= sizeof(std::uintptr_t));
 #if defined(_WIN32)
     static inline constinit ThreadWord word_;
-    static std::uintptr_t get_word() { return word_.get(); }
-    static void set_word(std::uintptr_t word) { word_.set(word); }
 #else
     static inline constinit thread_local std::uintptr_t word_ = 0;
-    static std::uintptr_t get_word() { return word_; }
-    static void set_word(std::uintptr_t word) { word_ = word; }
 #endif
 };
 

@@ -10,6 +10,7 @@
 #include <mutex>
 
 #include "engine/platform/posix/system.h"
+#include "engine/platform/text.h"
 #include "engine/platform/threads.h"
 
 namespace platform {
@@ -50,17 +51,14 @@ bool wait_writable(int descriptor) {
 /// Standard output is told from "none" by an address; the descriptor itself may be 0.
 constexpr int output_descriptor = STDOUT_FILENO;
 
-constexpr int longest_path = 4096;
-
 // One thread at a time is in the loader. It has a lock of its own, but one that race detectors do not see.
 Mutex loader_lock;
 
 // A Module is the loader's own handle: there is no object of this type.
 Module* open_module(const char* directory, const char* name) {
-    char path[longest_path];
-    const int length = std::snprintf(path, sizeof path, "%slib%s.so", directory, name);
-    if (length < 0 || length >= longest_path) return nullptr;
-    return static_cast<Module*>(dlopen(path, RTLD_NOW | RTLD_LOCAL));
+    char path[4096];
+    const BoundedText text = BoundedText(path).add(directory).add("lib").add(name).add(".so");
+    return text.is_cut() ? nullptr : static_cast<Module*>(dlopen(path, RTLD_NOW | RTLD_LOCAL));
 }
 
 }  // namespace

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
+#include "engine/platform/text.h"
 #include "engine/platform/windows/system.h"
 
 namespace platform {
@@ -23,6 +25,13 @@ bool has_desktop() {
     if ((flags.dwFlags & WSF_VISIBLE) == 0) return false;
     const bool emulated = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
     return !emulated || is_set(L"DISPLAY") || is_set(L"WAYLAND_DISPLAY");
+}
+
+/// The button that was pressed; 0 when nobody can see a box, or there is no memory for its text.
+int show_box(const char* text, const char* caption, std::uint32_t style) try {
+    return has_desktop() ? MessageBoxW(nullptr, to_utf16(text).c_str(), to_utf16(caption).c_str(), style) : 0;
+} catch (const std::bad_alloc&) {
+    return 0;
 }
 
 Answer to_answer(int button, Answer otherwise) {
@@ -54,10 +63,6 @@ DWORD write_to_file(HANDLE file, const char* text, DWORD length) {
     return WriteFile(file, text, length, &written, nullptr) ? written : 0;
 }
 
-// A Module is the loader's own handle: there is no object of this type.
-
-constexpr int longest_path = 4096;
-
 // What holds while a module is loaded. A damaged file must not raise the system's own message box. And the activation
 // context is that of the library that holds this code: the one of its own manifest where it has one, else the process's
 // default (null), so that whatever context the caller is in does not decide which files are loaded.
@@ -70,8 +75,8 @@ public:
         request.dwFlags = ACTCTX_FLAG_HMODULE_VALID | ACTCTX_FLAG_RESOURCE_NAME_VALID;
         request.hModule = module_at(reinterpret_cast<const void*>(&module_at));
         request.lpResourceName = MAKEINTRESOURCEW(2);  // where a DLL keeps its manifest
-        const HANDLE own = CreateActCtxW(&request);
-        if (own != INVALID_HANDLE_VALUE) context_ = own;
+        const HANDLE created = CreateActCtxW(&request);
+        if (created != INVALID_HANDLE_VALUE) context_ = created;
         active_ = ActivateActCtx(context_, &cookie_) != 0;
     }
     Loading(const Loading&) = delete;
@@ -92,15 +97,16 @@ private:
     bool active_ = false;
 };
 
+// A Module is the loader's own handle: there is no object of this type.
 HMODULE to_handle(Module* module) { return reinterpret_cast<HMODULE>(module); }
 
 Module* open_module(const char* directory, const char* name) {
+    constexpr std::size_t longest_path = 4096;
     char path[longest_path];
     wchar_t wide[longest_path];
-    const int length = std::snprintf(path, sizeof path, "%s%s.dll", directory, name);
-    if (length < 0 || length >= longest_path) return nullptr;
-    if (to_wide({path, static_cast<std::size_t>(length)}, wide, longest_path) == 0) return nullptr;
-    return reinterpret_cast<Module*>(LoadLibraryW(wide));
+    const BoundedText text = BoundedText(path).add(directory).add(name).add(".dll");
+    const bool is_whole = !text.is_cut() && to_wide(text.view(), wide, longest_path) != 0;
+    return is_whole ? reinterpret_cast<Module*>(LoadLibraryW(wide)) : nullptr;
 }
 
 }  // namespace
@@ -119,9 +125,7 @@ std::string find_command_line() { return to_utf8(GetCommandLineW()); }
 void exit_process(int code) { ExitProcess(static_cast<UINT>(code)); }
 
 Answer show_message(const char* text, const char* caption, std::uint32_t style, Answer fallback) {
-    const int button =
-        has_desktop() ? MessageBoxW(nullptr, to_utf16(text).c_str(), to_utf16(caption).c_str(), style) : 0;
-    if (button != 0) return to_answer(button, fallback);
+    if (const int button = show_box(text, caption, style)) return to_answer(button, fallback);
     std::fprintf(stderr, "%s: %s\n", caption, text);
     std::fflush(stderr);
     return fallback;

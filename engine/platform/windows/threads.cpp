@@ -64,12 +64,12 @@ void join_thread(Thread* thread) {
 std::uint64_t current_thread_id() { return GetCurrentThreadId(); }
 std::uint64_t current_thread_key() { return GetCurrentThreadId(); }
 
-std::uintptr_t ThreadWord::get() const {
+ThreadWord::operator std::uintptr_t() const {
     const std::uint32_t slot = slot_.load(std::memory_order_acquire);
     return slot == no_slot ? 0 : reinterpret_cast<std::uintptr_t>(TlsGetValue(slot));
 }
 
-void ThreadWord::set(std::uintptr_t word) {
+void ThreadWord::operator=(std::uintptr_t word) {
     static_assert(no_slot == TLS_OUT_OF_INDEXES);
     std::uint32_t slot = slot_.load(std::memory_order_acquire);
     if (slot == no_slot) {
