@@ -7,7 +7,7 @@
 #include <engine/filesystem/request.h>
 
 class CFSSource;
-struct SNativeOverlapped;  // opaque: the read queue's record of one native read
+struct SNativeOverlapped;  // opaque: a record of one native read in flight, on Windows an OVERLAPPED
 
 /// An open file, whatever produced it. The order of the virtual operations is part of the contract.
 ///
