@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "fixture.h"
+#include "tests/support/mounted_root.h"
 #include "tests/support/run_together.h"
 
 namespace {
