@@ -16,8 +16,8 @@
 #include <engine/filesystem/handles.h>
 #include <engine/filesystem/streams.h>
 
-#include "engine/kernel/bytes.h"
 #include "engine/filesystem/formats/deflate.h"
+#include "engine/kernel/bytes.h"
 
 #if defined(HAVE_PHYSFS)
 #include <physfs.h>

@@ -6,8 +6,8 @@
 
 #include <engine/filesystem/contract/file.h>
 
-#include "engine/platform/threads.h"
 #include "engine/filesystem/contract/file.h"
+#include "engine/platform/threads.h"
 
 class Win32FileHandle;
 

@@ -17,8 +17,8 @@
 #include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/formats/deflate.h"
 #include "engine/filesystem/formats/zip.h"
-#include "engine/kernel/bytes.h"
 #include "engine/filesystem/formats/zstd.h"
+#include "engine/kernel/bytes.h"
 #include "engine/platform/files.h"
 
 namespace fs {

@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "engine/platform/threads.h"
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/log/message.h"
+#include "engine/platform/threads.h"
 
 // A tree of directories. Children keep the order in which they were added, and an index finds them by name. Nothing here
 // recurses: the depth of a tree comes from names that outsiders choose.

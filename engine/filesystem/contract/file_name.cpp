@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "engine/platform/text.h"
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/path.h"
+#include "engine/platform/text.h"
 
 // File names taken apart and put together by the rules of the C run-time: the directory ends with the last separator
 // of either kind, the extension begins with the last "." behind it. Answers may overwrite the text that they come

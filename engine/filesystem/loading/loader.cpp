@@ -6,9 +6,9 @@
 #include <thread>
 #include <utility>
 
-#include "engine/platform/threads.h"
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/log/message.h"
+#include "engine/platform/threads.h"
 
 // What is asked of the loader from outside, and its threads. load.cpp has a load's way.
 //

@@ -7,8 +7,8 @@
 
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/disk_use.h"
-#include "engine/platform/process.h"
 #include "engine/filesystem/contract/error.h"
+#include "engine/platform/process.h"
 
 // A file below whole_limit is read by one call, which is what decoders do fastest; a longer one in steps, so that cancelling
 // and loads that come before wait for one step and not for the whole.

@@ -22,11 +22,11 @@
 #include "engine/filesystem/contract/path.h"
 
 #include "engine/filesystem/contract/name_list.h"
+#include "engine/filesystem/formats/deflate.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/startup.h"
 #include "engine/platform/threads.h"
-#include "engine/filesystem/formats/deflate.h"
 
 namespace fs {
 

@@ -14,8 +14,8 @@
 #include "engine/platform/crash.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/files.h"
-#include "engine/platform/threads.h"
 #include "engine/platform/process.h"
+#include "engine/platform/threads.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <string_view>
 
 #include "engine/filesystem/contract/path.h"
-#include "engine/platform/process.h"
 #include "engine/filesystem/sources/directory/state.h"
+#include "engine/platform/process.h"
 
 // A companion module may keep listings of whole trees in memory and serve a mount from them. Everything about it is
 // optional and silent: whatever is missing or refused means that the mount is not served and the disk is scanned.

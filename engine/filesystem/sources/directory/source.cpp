@@ -11,8 +11,8 @@
 
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/file.h"
-#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/contract/name_list.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/sources/directory/cache_service.h"
 #include "engine/filesystem/sources/directory/follower.h"
