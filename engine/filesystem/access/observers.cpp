@@ -22,10 +22,7 @@ struct AccessRecord {
     std::unordered_set<fs::string> noted ENGINE_GUARDED_BY(lock);
 };
 
-AccessRecord& access_record_state() {
-    static platform::NeverDestroyed<AccessRecord> instance;
-    return instance.value;
-}
+AccessRecord& access_record_state() { return platform::never_destroyed<AccessRecord>(); }
 
 }  // namespace
 

@@ -74,10 +74,7 @@ struct Listener {
     unsigned running = 0;  // calls of it now
     unsigned older = 0;    // calls now of those before it
 };
-Listener& listener() {
-    static platform::NeverDestroyed<Listener> instance;
-    return instance.value;
-}
+Listener& listener() { return platform::never_destroyed<Listener>(); }
 
 /// How many log callbacks stand on the thread's stack.
 constinit platform::PerThread<int, Listener> callbacks_here;

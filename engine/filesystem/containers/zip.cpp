@@ -42,10 +42,8 @@ struct Writers {
     std::uintptr_t last_handle ENGINE_GUARDED_BY(lock) = 0;
 };
 
-Writers& writers() {
-    static platform::NeverDestroyed<Writers> all;  // an Archive of static storage is closed at exit
-    return all.value;
-}
+// An Archive of static storage is closed at exit.
+Writers& writers() { return platform::never_destroyed<Writers>(); }
 
 size_t write_to_output(void* to, mz_uint64 offset, const void* data, size_t size) {
     auto& writer = *static_cast<Writer*>(to);

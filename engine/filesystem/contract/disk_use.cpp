@@ -24,10 +24,7 @@ struct Uses {
     std::uint64_t count = 0;
 };
 
-Uses& uses() {
-    static platform::NeverDestroyed<Uses> instance;
-    return instance.value;
-}
+Uses& uses() { return platform::never_destroyed<Uses>(); }
 
 constinit platform::PerThread<bool, struct CountingDiskUse> is_counting;  // within a use that counts
 

@@ -177,10 +177,8 @@ struct QueueSlot {
     }
 };
 
-QueueSlot& slot() {
-    static platform::NeverDestroyed<QueueSlot> instance;  // a handle closed late in the process still finds it
-    return instance.value;
-}
+// A handle closed late in the process still finds it.
+QueueSlot& slot() { return platform::never_destroyed<QueueSlot>(); }
 
 }  // namespace
 

@@ -40,10 +40,7 @@ void tell_of_no_threads() {
 
 }  // namespace
 
-Loader& Loader::Instance() {
-    static platform::NeverDestroyed<Loader> instance;
-    return instance.value;
-}
+Loader& Loader::Instance() { return platform::never_destroyed<Loader>(); }
 
 bool Loader::Submit(const std::vector<Load*>& loads) {
     EnsureWorkers();

@@ -163,10 +163,7 @@ struct FilterTable {
     std::vector<Entry> entries ENGINE_GUARDED_BY(lock);
 };
 
-FilterTable& filter_table() {
-    static platform::NeverDestroyed<FilterTable> instance;
-    return instance.value;
-}
+FilterTable& filter_table() { return platform::never_destroyed<FilterTable>(); }
 
 // The codes that everybody uses have fixed rules; the table is not asked for them.
 constexpr std::uint32_t always_both[] = {code("INFO"), code("ERRR"), code("FATL"), code("EXIT"), code("DXGI")};

@@ -87,10 +87,7 @@ struct Table {
     std::atomic<RemovalHook> hook{nullptr};
 };
 
-Table& table() {
-    static platform::NeverDestroyed<Table> instance;
-    return instance.value;
-}
+Table& table() { return platform::never_destroyed<Table>(); }
 
 /// Waits until nobody has a pin on a source that was taken out of the list. Without the registry's lock, since who has
 /// the pin may ask for it.
@@ -109,10 +106,7 @@ void wait_for_pins(CFSSource& source) {
 
 }  // namespace
 
-State& state() {
-    static platform::NeverDestroyed<State> instance;
-    return instance.value;
-}
+State& state() { return platform::never_destroyed<State>(); }
 
 bool this_thread_holds_lock() { return locks_held != 0 || unlocked_asks != 0; }
 

@@ -60,10 +60,7 @@ struct ServerArchive {
     std::atomic<ZippedDataArchive*> archive{nullptr};  // owned
 };
 
-ServerArchive& state() {
-    static platform::NeverDestroyed<ServerArchive> instance;
-    return instance.value;
-}
+ServerArchive& state() { return platform::never_destroyed<ServerArchive>(); }
 
 }  // namespace
 

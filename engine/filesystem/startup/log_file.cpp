@@ -35,10 +35,8 @@ struct LogFile {
     std::atomic<bool> is_open{false};
 };
 
-LogFile& log_file() {
-    static platform::NeverDestroyed<LogFile> instance;  // the last messages come late
-    return instance.value;
-}
+// The last messages come late.
+LogFile& log_file() { return platform::never_destroyed<LogFile>(); }
 
 // Writing may itself log (a failure, say); such a message must not wait for the file that its own thread is writing.
 constinit platform::PerThread<bool, struct WritingLogFile> is_writing;

@@ -44,10 +44,7 @@ struct Watching {
     }
 };
 
-Watching& watching() {
-    static platform::NeverDestroyed<Watching> instance;
-    return instance.value;
-}
+Watching& watching() { return platform::never_destroyed<Watching>(); }
 
 /// A thread that holds the registry's lock may not wait for one that polls.
 void check_thread() {

@@ -44,10 +44,7 @@ struct PacksInUse {
     platform::Mutex lock;                                                         // guards the packs
     std::vector<std::pair<std::string, std::weak_ptr<const PackArchive>>> packs;  // by their paths in normal form
 
-    static PacksInUse& get() {
-        static platform::NeverDestroyed<PacksInUse> instance;
-        return instance.value;
-    }
+    static PacksInUse& get() { return platform::never_destroyed<PacksInUse>(); }
 };
 
 }  // namespace
