@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +13,9 @@
 #include "terminal.h"
 
 namespace {
+
+constexpr std::chrono::milliseconds first_drawing{500};  // quick work shows no progress
+constexpr std::chrono::milliseconds redraw{100};
 
 int output_error = 0;  // errno of the first write to standard output that failed
 bool as_json = false;
@@ -179,3 +183,37 @@ void Listing::note(const std::string& line) {
 }
 
 bool Listing::finish() const { return as_json ? print_json(items_) : print(""); }
+
+Progress::Progress(const std::string& label, std::uint64_t total, bool bytes)
+    : label_(printable(label)), total_(total == failed ? 0 : total), bytes_(bytes), watched_(is_terminal(2)) {}
+
+Progress::~Progress() {
+    if (drawn_ != Clock::time_point()) std::fprintf(stderr, "\r%79s\r", "");
+}
+
+void Progress::add(std::uint64_t amount) {
+    done_ += amount;
+    if (!watched_) return;
+    const Clock::time_point now = Clock::now();
+    if (now - start_ < first_drawing || now - drawn_ < redraw) return;
+    drawn_ = now;
+    draw(std::chrono::duration<double>(now - start_).count());
+}
+
+void Progress::draw(double seconds) const {
+    const double rate = static_cast<double>(done_) / seconds;
+    std::string line = label_ + ": " + amount_text(static_cast<double>(done_));
+    if (total_ != 0) line += " of " + amount_text(static_cast<double>(total_));
+    line += ", " + amount_text(rate) + "/s";
+    if (total_ > done_ && rate > 0) {
+        const auto left = std::lround(static_cast<double>(total_ - done_) / rate);
+        line += ", " + std::to_string(left) + " s left";
+    }
+    std::fprintf(stderr, "\r%-79.79s", line.c_str());
+}
+
+std::string Progress::amount_text(double amount) const {
+    if (!bytes_) return formatted("%.0f", amount);
+    constexpr double kib = 1024, mib = kib * kib;
+    return amount < mib ? formatted("%.0f KiB", amount / kib) : formatted("%.1f MiB", amount / mib);
+}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -131,4 +132,31 @@ public:
 
 private:
     Json items_ = Json::array();
+};
+
+/// Shows how far long work has come, on a terminal only; cleared when it ends.
+class Progress {
+public:
+    /// `total` 0, or all bits set: not known. Counts bytes when `bytes`, else items.
+    Progress(const std::string& label, std::uint64_t total, bool bytes);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void add(std::uint64_t amount);
+    void reach(std::uint64_t done) { add(done - done_); }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void draw(double seconds) const;
+    std::string amount_text(double amount) const;
+
+    const std::string label_;
+    const std::uint64_t total_;
+    const bool bytes_;
+    const bool watched_;
+    const Clock::time_point start_ = Clock::now();
+    Clock::time_point drawn_{};  // the latest time
+    std::uint64_t done_ = 0;
 };

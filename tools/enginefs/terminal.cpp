@@ -1,6 +1,5 @@
 #include "terminal.h"
 
-#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -16,12 +15,7 @@
 #include <unistd.h>
 #endif
 
-#include "report.h"
-
 namespace {
-
-constexpr std::chrono::milliseconds first_drawing{500};  // quick work shows nothing
-constexpr std::chrono::milliseconds redraw{100};
 
 constexpr int asking_to_end[] = {
     SIGINT, SIGTERM,
@@ -85,37 +79,3 @@ Interruption::~Interruption() {
 }
 
 bool Interruption::requested() { return requests != 0; }
-
-Progress::Progress(const std::string& label, std::uint64_t total, bool bytes)
-    : label_(printable(label)), total_(total == failed ? 0 : total), bytes_(bytes), watched_(is_terminal(2)) {}
-
-Progress::~Progress() {
-    if (drawn_ != Clock::time_point()) std::fprintf(stderr, "\r%79s\r", "");
-}
-
-void Progress::add(std::uint64_t amount) {
-    done_ += amount;
-    if (!watched_) return;
-    const Clock::time_point now = Clock::now();
-    if (now - start_ < first_drawing || now - drawn_ < redraw) return;
-    drawn_ = now;
-    draw(std::chrono::duration<double>(now - start_).count());
-}
-
-void Progress::draw(double seconds) const {
-    const double rate = static_cast<double>(done_) / seconds;
-    std::string line = label_ + ": " + amount_text(static_cast<double>(done_));
-    if (total_ != 0) line += " of " + amount_text(static_cast<double>(total_));
-    line += ", " + amount_text(rate) + "/s";
-    if (total_ > done_ && rate > 0) {
-        const auto left = std::lround(static_cast<double>(total_ - done_) / rate);
-        line += ", " + std::to_string(left) + " s left";
-    }
-    std::fprintf(stderr, "\r%-79.79s", line.c_str());
-}
-
-std::string Progress::amount_text(double amount) const {
-    if (!bytes_) return formatted("%.0f", amount);
-    constexpr double kib = 1024, mib = kib * kib;
-    return amount < mib ? formatted("%.0f KiB", amount / kib) : formatted("%.1f MiB", amount / mib);
-}

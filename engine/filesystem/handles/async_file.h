@@ -2,11 +2,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <string>
 
 #include <engine/filesystem/contract/file.h>
 
-#include "engine/platform/files.h"
+#include "engine/filesystem/handles/queued_file.h"
 
 class IOQueue;
 
@@ -27,28 +26,19 @@ public:
                     std::uint32_t priority) override;
     std::uint64_t write(const void* buffer, std::uint64_t size) override;
     bool seek(std::int64_t offset, EFSSeek::TYPE origin) override;
-    std::uint64_t length() override { return length_; }
+    std::uint64_t length() override { return file_.length; }
     std::uint64_t tell() override { return position_; }
     void cancel_async(SFsRequest* request) override;
-    bool cancel_io() override { return file_.cancel(); }
+    bool cancel_io() override { return file_.file.cancel(); }
     int read_overlapped(void* buffer, std::uint32_t size, std::uint32_t* transferred,
                         SNativeOverlapped* overlapped) override;
-
-    // What the queue's worker needs.
-
-    enum class Status : std::uint8_t { DONE, FAILED, ABORTED };
-    /// Reads at once. A file that ends early ends the read; one that ends before the offset fails it.
-    Status ReadNow(void* buffer, std::uint64_t offset, std::uint64_t size) const;
-    const char* NativePath() const { return native_path_.c_str(); }
 
 private:
     bool Enqueue(std::uint64_t offset, std::uint64_t size, void* buffer, SFsRequest* request, std::int32_t priority);
     bool ReadAndWait(void* buffer, std::uint64_t size);
 
     const std::shared_ptr<IOQueue> queue_;
-    const std::string native_path_;
-    platform::File file_;
-    std::uint64_t length_ = 0;  // asked for once, at opening
+    QueuedFile file_;
     std::uint64_t position_ = 0;
     SFsRequest* const own_request_;
 };

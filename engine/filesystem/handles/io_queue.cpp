@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/handles/async_file.h"
+#include "engine/filesystem/handles/queued_file.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/platform/threads.h"
 
@@ -25,7 +25,7 @@ void log_read_failure(const Request& request) {
     const std::uint64_t bytes = request.size;
     log_message(messages, Log::ELevel::ERRR, __LINE__,
                 "IO_QUEUE_ERROR: read failed for file %s, memory %p, bytes %" PRIu64 " (%X), offset %" PRIu64 " (%X)\n",
-                request.file->NativePath(), request.buffer, bytes, static_cast<unsigned>(bytes), request.offset,
+                request.file->Path(), request.buffer, bytes, static_cast<unsigned>(bytes), request.offset,
                 static_cast<unsigned>(request.offset));
 }
 
@@ -45,9 +45,9 @@ IOQueue::~IOQueue() { Stop(); }
 
 bool IOQueue::OnWorker() const { return queue_of_this_worker == this; }
 
-bool IOQueue::Enqueue(Win32FileHandleAsync& file, std::uint64_t offset, std::uint64_t size, void* buffer,
-                      Request& request, std::int32_t priority) {
-    const char* const path = file.NativePath();
+bool IOQueue::Enqueue(QueuedFile& file, std::uint64_t offset, std::uint64_t size, void* buffer, Request& request,
+                      std::int32_t priority) {
+    const char* const path = file.Path();
     std::unique_lock guard(lock_);
     if (stopping_) return fs::refuse(EFSError::NOT_INITIALIZED, path, "The read queue has stopped.");
     if (!request.IsFree()) return fs::refuse(EFSError::IN_USE, path, "The request is on its way already.");
@@ -87,11 +87,11 @@ void IOQueue::Cancel(Request& request) {
         request.Release();
         return;
     }
-    if (found == EFSRequestState::IN_PROGRESS) request.file->cancel_io();
+    if (found == EFSRequestState::IN_PROGRESS) request.file->file.cancel();
     if (in_hand_ == &request) WaitForWorker(guard);
 }
 
-void IOQueue::Abandon(const Win32FileHandleAsync& file) {
+void IOQueue::Abandon(const QueuedFile& file) {
     std::unique_lock guard(lock_);
     RequestList cancelled;
     for (auto place = waiting_.begin(); place != waiting_.end();) {
@@ -152,13 +152,12 @@ void IOQueue::Run() {
 
 void IOQueue::Serve(Request& request) {
     if (request.State() == EFSRequestState::IN_PROGRESS) {
-        const auto status = request.file->ReadNow(request.buffer, request.offset, request.size);
-        if (status == Win32FileHandleAsync::Status::FAILED) log_read_failure(request);
-        if (status == Win32FileHandleAsync::Status::ABORTED)
+        const auto status = request.file->Read(request.buffer, request.offset, request.size);
+        if (status == QueuedFile::Status::FAILED) log_read_failure(request);
+        if (status == QueuedFile::Status::ABORTED)
             log_message(messages, Log::ELevel::DEBG, __LINE__, "IO_QUEUE_CANCELLED: %p\n",
                         static_cast<void*>(&request));
-        request.EndProgress(status == Win32FileHandleAsync::Status::DONE ? EFSRequestResult::SUCCESS
-                                                                         : EFSRequestResult::FAILED);
+        request.EndProgress(status == QueuedFile::Status::DONE ? EFSRequestResult::SUCCESS : EFSRequestResult::FAILED);
     }
     request.Signal();
 }

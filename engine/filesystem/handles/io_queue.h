@@ -22,14 +22,14 @@ public:
 
     /// Queues the read that `request` is to serve. False, with the thread's failure set, when the queue has stopped or the
     /// request is on its way already. Throws std::bad_alloc, with nothing changed.
-    bool Enqueue(Win32FileHandleAsync& file, std::uint64_t offset, std::uint64_t size, void* buffer, Request& request,
+    bool Enqueue(QueuedFile& file, std::uint64_t offset, std::uint64_t size, void* buffer, Request& request,
                  std::int32_t priority);
 
     /// Cancels a request at whatever stage. Its callback has run when this returns, except in a callback of the worker.
     void Cancel(Request& request);
 
     /// Cancels what is queued for this file and waits for the read in hand, so that the file can be destroyed.
-    void Abandon(const Win32FileHandleAsync& file);
+    void Abandon(const QueuedFile& file);
 
     /// The worker finishes the read in hand, tells every queued request that it is CANCELLED, and ends. Later calls do
     /// nothing.

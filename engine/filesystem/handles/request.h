@@ -8,7 +8,7 @@
 #include <engine/kernel/multithreading.h>
 
 class Request;
-class Win32FileHandleAsync;
+struct QueuedFile;
 using RequestList = std::list<Request*>;
 
 /// State and result of a request or a load in one, so that whoever sees FINISHED sees the result that goes with it.
@@ -65,7 +65,7 @@ public:
     void Signal();
 
     // The read; whoever queues it writes it, and it stays until the request is FINISHED.
-    Win32FileHandleAsync* file = nullptr;
+    QueuedFile* file = nullptr;
     void* buffer = nullptr;
     std::uint64_t offset = 0;
     std::atomic<std::uint64_t> size{0};  // what was transferred, when it has succeeded
