@@ -4,6 +4,8 @@
 #include "engine/filesystem/log/levels.h"
 
 #include <algorithm>
+#include <atomic>
+#include <memory>
 #include <new>
 #include <span>
 #include <type_traits>
@@ -155,15 +157,47 @@ namespace {
 using logging::code;
 using logging::state;
 
-struct FilterTable {
-    struct Entry {
-        std::uint32_t mask, value, action;
-    };
-    platform::Mutex lock;
-    std::vector<Entry> entries ENGINE_GUARDED_BY(lock);
+struct FilterEntry {
+    std::uint32_t mask, value;
+    std::uint32_t action;  // may be changed under a reader
 };
 
-FilterTable& filter_table() { return platform::never_destroyed<FilterTable>(); }
+/// Messages walk it without a lock, in forked children too. So what is written stays, also behind a larger table that took
+/// its place.
+struct FilterTable {
+    std::unique_ptr<FilterTable> before;
+    std::vector<FilterEntry> entries;           // never more than was reserved for
+    std::atomic<std::size_t> begin{0}, end{0};  // what was added and not cleared since
+};
+
+constinit platform::Mutex filter_lock;  // of those who change it
+constinit std::atomic<FilterTable*> filter_table{nullptr};
+
+/// The table with room for one entry more. Throws std::bad_alloc.
+FilterTable& table_with_room() ENGINE_REQUIRES(filter_lock) {
+    constexpr std::size_t first_room = 16;
+    FilterTable* const table = filter_table;
+    if (table != nullptr && table->entries.size() < table->entries.capacity()) return *table;
+    auto larger = std::make_unique<FilterTable>();
+    larger->entries.reserve(table != nullptr ? 2 * table->entries.size() : first_room);
+    if (table != nullptr) larger->entries.assign(&table->entries[0] + table->begin, &table->entries[0] + table->end);
+    larger->end = larger->entries.size();
+    larger->before.reset(table);
+    filter_table = larger.get();
+    return *larger.release();
+}
+
+std::uint32_t actions_by_table(std::uint32_t id) {
+    FilterTable* const table = filter_table;
+    if (table == nullptr) return CLFilterAction::NOWHERE;
+    std::uint32_t joined = CLFilterAction::NOWHERE;
+    const std::size_t end = table->end;  // before `begin`, so that what was cleared is not seen with what came later
+    for (std::size_t i = table->begin; i < end; ++i) {
+        FilterEntry& entry = table->entries[i];
+        if ((id & entry.mask) == entry.value) joined |= std::atomic_ref(entry.action).load(std::memory_order_relaxed);
+    }
+    return joined;
+}
 
 // The codes that everybody uses have fixed rules; the table is not asked for them.
 constexpr std::uint32_t always_both[] = {code("INFO"), code("ERRR"), code("FATL"), code("EXIT"), code("DXGI")};
@@ -179,13 +213,8 @@ std::uint32_t action_by_rules(std::uint32_t id) {
     if (is_one_of(id, file_when_verbose)) {
         return state.verbose.load(std::memory_order_relaxed) ? CLFilterAction::BOTH : CLFilterAction::CONSOLE;
     }
-    std::uint32_t joined = is_one_of(id, console_anyway) ? CLFilterAction::CONSOLE : CLFilterAction::NOWHERE;
-    FilterTable& table = filter_table();
-    const platform::LockGuard guard(table.lock);
-    for (const FilterTable::Entry& entry : table.entries) {
-        if ((id & entry.mask) == entry.value) joined |= entry.action;
-    }
-    return joined;
+    const bool on_console = is_one_of(id, console_anyway);
+    return (on_console ? CLFilterAction::CONSOLE : CLFilterAction::NOWHERE) | actions_by_table(id);
 }
 
 void count_message(std::uint32_t id) {
@@ -211,15 +240,15 @@ CLFilterMode::ENUM _CLFilterGetMode() { return state.filter_mode.load(std::memor
 void _CLFilterSetMode(CLFilterMode::ENUM mode) { state.filter_mode.store(mode, std::memory_order_relaxed); }
 
 void _CLFilterClear() {
-    FilterTable& table = filter_table();
-    const platform::LockGuard guard(table.lock);
-    table.entries.clear();
+    const platform::LockGuard guard(filter_lock);
+    if (FilterTable* const table = filter_table) table->begin = table->entries.size();
 }
 
 void _CLFilterAdd(std::uint32_t value, std::uint32_t mask, CLFilterAction::ENUM action) try {
-    FilterTable& table = filter_table();
-    const platform::LockGuard guard(table.lock);
+    const platform::LockGuard guard(filter_lock);
+    FilterTable& table = table_with_room();
     table.entries.push_back({.mask = mask, .value = value, .action = action});
+    table.end = table.entries.size();
 } catch (const std::bad_alloc&) {  // the entry is passed over
 }
 
@@ -240,11 +269,13 @@ void _CLFilterAdd(const char* pattern, CLFilterAction::ENUM action) {
 }
 
 CLFilterAction::ENUM _CLFilterUpdate(std::uint32_t value, CLFilterAction::ENUM action) {
-    FilterTable& table = filter_table();
-    const platform::LockGuard guard(table.lock);
-    const auto entry = std::ranges::find(table.entries, value, &FilterTable::Entry::value);
-    if (entry == table.entries.end()) return CLFilterAction::NOWHERE;
-    return static_cast<CLFilterAction::ENUM>(std::exchange(entry->action, action));
+    const platform::LockGuard guard(filter_lock);
+    FilterTable* const table = filter_table;
+    for (std::size_t i = table != nullptr ? table->begin.load() : 0; table != nullptr && i < table->end; ++i) {
+        if (FilterEntry& entry = table->entries[i]; entry.value == value)
+            return static_cast<CLFilterAction::ENUM>(std::atomic_ref(entry.action).exchange(action));
+    }
+    return CLFilterAction::NOWHERE;
 }
 
 Log::ELevel::TYPE _CLogLevelFromId(std::uint32_t id) {
