@@ -44,10 +44,6 @@ def chunk_trees(tool):
              "    leaf  version 1  offset 41  size 0\nNOTE  version 1  offset 53  size 22\n")
     tool.write("root/deep.chk", b"".join(b"DEEP" + struct.pack("<II", 1, 12 * left) for left in range(19999, -1, -1)))
     tool.run("chunks deep.chk", 0, r"~\[19999\] DEEP  version 1  offset 239988  size 0\n$")
-    # In a pack too, where a stored file is sought in back and forth.
-    tool.write("stored/far.chk", chunk(b"FARR", 1, chunk(b"data", 1, bytes(150000)) + chunk(b"last", 1, b"")) + TREE)
-    tool.run("pack stored.pak stored --store chk", 0, "~1 file, ")
-    tool.run("--add stored.pak chunks far.chk", 0, r"~  last  version 1  offset 150024  size 0\nTREE(.|\n)*leaf")
     inner = bytearray(TREE)
     inner[20] = 200  # the size of the chunk "data"
     for data, offset in ((TREE[:-1], 0), (TREE + b"abc", 53), (bytes(inner), 12), (TREE + bytes(range(128, 150)), 53)):

@@ -134,10 +134,6 @@ def tells_what_is_wrong(tool):
     tool.fails(("mount root", "root: it is not empty"), ("mount none", "none: there is no such directory"),
                ("--add none.pak mount view --detach", "none.pak: "))
     tool.run("mount view --memory 0", 2, "", "--memory")
-    hidden = ["unshare", "-m", "sh", "-c", 'touch file && mount --bind file /dev/fuse && exec "$@"', "sh"]
-    if subprocess.run(["unshare", "-m", "true"], capture_output=True, check=False).returncode == 0:
-        tried = subprocess.run([*hidden, *tool.words("mount view")], cwd=tool.where, capture_output=True, check=False, timeout=60)
-        tool.check(tried.returncode == 1 and b"/dev/fuse" in tried.stderr, f"without /dev/fuse: {tried}")
 
 
 def comes_to(tool, what, look):
