@@ -55,16 +55,6 @@ public:
     const std::string pack = folder + "/base.pak", new_pack = folder + "/new.pak", save = root + "/save.txt";
 };
 
-/// What a scenario leaves on the disk when nothing fails: what it may leave is held against that.
-struct Outcome {
-    Tree before, after;
-    std::string half_made;
-    bool bytes_vary = false;
-
-    /// "" or what is wrong with the disk, or with what the library answers about it.
-    std::string check(const Stage& stage, bool answer) const;
-};
-
 inline void mounted(Stage& stage) { stage.mount(); }
 inline std::string nothing_wrong(Stage&, bool) { return ""; }
 
