@@ -9,8 +9,6 @@ import os
 import random
 import re
 import resource
-import shutil
-import ssl
 import subprocess
 import sys
 import threading
@@ -244,21 +242,6 @@ def kept_blocks(client, server):
     client.run("no directory", GOOD, url, os.path.join(client.pack, "x"))
 
 
-def certificate(client, server):
-    """One that nobody vouches for is not taken."""
-    if not shutil.which("openssl"):
-        print("certificates are not looked at: there is no openssl")
-        return
-    key = client.path("key.pem")
-    subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", key + ".crt", "-days", "2",
-                    "-subj", "/CN=127.0.0.1"], check=True, capture_output=True)
-    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-    context.load_cert_chain(key + ".crt", key)
-    server.socket = context.wrap_socket(server.socket, server_side=True)
-    url = server.start("good").replace("http:", "https:")
-    client.run("certificate", fails(r"the transfer failed \(SSL peer certificate .*\)").replace("http:", "https:"), url)
-
-
 def tool(client, server, enginefs):
     url = server.start("good")
 
@@ -277,7 +260,6 @@ def rude_servers(client, enginefs):
     servers(client, server)
     kept_blocks(client, server)
     tool(client, server, os.path.abspath(enginefs))
-    certificate(client, server)
 
 
 def main(program, enginefs):
