@@ -314,21 +314,20 @@ std::string refresh_finds_all(Stage&, bool answer) {
     return first_of({all_is_mounted(), answer ? expect("what was added", load("levels/added.txt"), old_save) : ""});
 }
 
+bool poll(Stage&) {
+    ztl::vector<SFsChange> changes;
+    return fs::poll_changes(changes, 0);
+}
+
 void change_behind_the_watch(Stage& stage) {
     stage.mount();
     const std::string levels = stage / "root/levels";
     fs::add_source_at(levels.c_str(), "mods", FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES);
     for (const std::string& path : {stage.root, levels}) fs::watch(path.c_str(), true);
-    ztl::vector<SFsChange> changes;
-    fs::poll_changes(changes, 0);
+    poll(stage);
     std::filesystem::create_directories(stage / "root/levels/inner");
     stage.write({{"root/levels/added.txt", old_save}, {"root/fresh/added.txt", old_save}});
     std::filesystem::remove_all(stage / "root/deep");
-}
-
-bool poll(Stage&) {
-    ztl::vector<SFsChange> changes;
-    return fs::poll_changes(changes, 0);
 }
 
 std::string unknown_change() {
@@ -354,9 +353,9 @@ std::string changes_are_known(Stage& stage, bool answer) {
 
 std::string watch_tells(Stage& stage, bool answer) {
     if (!answer) return "";
-    ztl::vector<SFsChange> changes;
-    fs::poll_changes(changes, 0);
+    poll(stage);
     stage.write({{"root/levels/added.txt", old_save}});
+    ztl::vector<SFsChange> changes;
     fs::poll_changes(changes, 0);
     return changes.size() == 1 ? "" : "a change is not told";
 }
