@@ -1,17 +1,93 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <optional>
 
 #include "engine/platform/error.h"
+#include "engine/platform/threads.h"
 #include "tests/faults/stage.h"
 #include "tests/support/temp_directory.h"
 
 // Every exported family meets every single fault once: the Nth allocation, and the Nth call past each point of the
 // platform seam, for N = 1, 2 … until a run meets none. After each: the answer is honest and so is its reason, old data
 // is whole, nothing is left open, and the same again succeeds.
+
+// Allocations of every thread are under orders: the linker sends our calls of the C allocator, and those of the library's
+// archive, through the functions named __wrap_ (see tests/CMakeLists.txt), and operator new is replaced for the whole
+// program. What other libraries take for themselves is not, nor what the compiler's run-time library takes for its own
+// mutexes and variables of threads on Windows.
+
+namespace {
+
+constinit std::atomic<std::int64_t> calls_left{0};  // 0: no order
+constinit std::atomic<std::uint32_t> hits{0};
+constinit std::atomic<bool> lasting{false};
+
+#ifdef _WIN32
+constinit platform::PerThread<int, struct InRunTime> in_run_time;
+#else
+constexpr int in_run_time = 0;
+#endif
+
+bool strikes() {
+    if (in_run_time != 0) return false;
+    if (calls_left.load(std::memory_order_relaxed) <= 0) return false;
+    const std::int64_t left = calls_left.fetch_sub(1);
+    if (left != 1) return false;
+    if (lasting.load(std::memory_order_relaxed)) calls_left.store(1);
+    ++hits;
+    return true;
+}
+
+}  // namespace
+
+extern "C" {
+void* __real_malloc(std::size_t size);
+void* __real_calloc(std::size_t count, std::size_t size);
+void* __real_realloc(void* block, std::size_t size);
+
+void* __wrap_malloc(std::size_t size) { return strikes() ? nullptr : __real_malloc(size); }
+void* __wrap_calloc(std::size_t count, std::size_t size) { return strikes() ? nullptr : __real_calloc(count, size); }
+void* __wrap_realloc(void* block, std::size_t size) { return strikes() ? nullptr : __real_realloc(block, size); }
+
+#ifdef _WIN32
+// The run-time library is linked statically and takes memory when it locks for the first time and for the first exception
+// of a thread. Without any it ends the process.
+void* __real___emutls_get_address(void* variable);
+int __real_pthread_mutex_lock(void* mutex);
+
+void* __wrap___emutls_get_address(void* variable) {
+    ++in_run_time;
+    void* const address = __real___emutls_get_address(variable);
+    --in_run_time;
+    return address;
+}
+int __wrap_pthread_mutex_lock(void* mutex) {
+    ++in_run_time;
+    const int result = __real_pthread_mutex_lock(mutex);
+    --in_run_time;
+    return result;
+}
+#endif
+}
+
+void* operator new(std::size_t size) {
+    void* const block = strikes() ? nullptr : __real_malloc(size != 0 ? size : 1);
+    if (block == nullptr) throw std::bad_alloc();
+    return block;
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return strikes() ? nullptr : __real_malloc(size != 0 ? size : 1);
+}
+// Where GCC sees into these, it takes std::free for no partner of operator new.
+[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block, const std::nothrow_t&) noexcept { std::free(block); }
 
 namespace {
 
@@ -26,15 +102,17 @@ struct Fault {
     EFSError::TYPE reason = EFSError::NONE;  // what a failing call must say; NONE: any reason will do
 
     void order(std::uint32_t nth) const {
-        if (!point) return test::fail_allocation(nth, from_then_on);
-        platform::inject_fault(*point, nth, failure, from_then_on);
+        if (point) return platform::inject_fault(*point, nth, failure, from_then_on);
+        hits = 0;
+        lasting = from_then_on;
+        calls_left = nth;
     }
     /// Whether the order struck.
     bool forget_order() const {
-        const std::uint32_t hits = point ? platform::fault_hits() : test::allocation_hits();
-        test::fail_allocation(0);
+        const std::uint32_t struck = point ? platform::fault_hits() : hits.load();
+        calls_left = 0;
         platform::clear_faults();
-        return hits != 0;
+        return struck != 0;
     }
 };
 
