@@ -18,11 +18,7 @@ file(WRITE ${folder}/kernel32.def "LIBRARY kernel32.dll\nEXPORTS\n    GetCurrent
 file(COPY ${ENGINE_DLL} DESTINATION ${folder})
 
 function(run)
-    execute_process(COMMAND ${ARGN} WORKING_DIRECTORY ${folder} RESULT_VARIABLE result)
-    if(NOT result EQUAL 0)
-        string(REPLACE ";" " " command "${ARGN}")
-        message(FATAL_ERROR "failed (${result}): ${command}")
-    endif()
+    execute_process(COMMAND ${ARGN} WORKING_DIRECTORY ${folder} COMMAND_ECHO STDOUT COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
 run(${clang} --target=x86_64-pc-windows-msvc -std=c99 -pedantic -Wall -Wextra -Werror -ffreestanding -O1

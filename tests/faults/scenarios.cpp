@@ -1,7 +1,6 @@
 #include <engine/filesystem/comfort.h>
 #include <engine/filesystem_c.h>
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdlib>
@@ -170,22 +169,13 @@ std::string container_is_whole(Stage&, bool answer) {
 // Streams
 
 template <typename Stream>
-bool write_stream(Stream&& stream) {
-    if (!stream.open("save.txt", EFSMode::WRITE)) return false;
+bool write_stream(Stream&& stream, const std::string& path = "save.txt") {
+    if (!stream.open(path.c_str(), EFSMode::WRITE)) return false;
     const std::string_view text = new_save;
     if (stream.write(text.data(), text.size()) != text.size()) return false;
     fs::clear_error();
     stream.close();
     return fs::last_error().code == EFSError::NONE;
-}
-
-bool write_native_stream(Stage& stage) {
-    fs::bfile_win32 stream(16);
-    if (!stream.open(stage.save.c_str(), EFSMode::WRITE)) return false;
-    const std::string_view text = new_save;
-    const bool written = stream.write(text.data(), text.size()) == text.size() && stream.flush();
-    stream.close();
-    return written && !stream.failed();
 }
 
 bool write_gzip(Stage&) {
@@ -232,19 +222,14 @@ bool load_by_worker(Stage&) {
 
 /// What a host in C holds are numbers, behind which a failure must lose no object.
 bool serve_c(Stage&) {
-    enginefs_info info{};
-    info.struct_size = sizeof info;
     std::uint64_t size = 0;
     void* const bytes = enginefs_load("packed.txt", 0, &size);
     enginefs_list* const names = bytes != nullptr ? enginefs_search("levels", nullptr, 0) : nullptr;
-    enginefs_list* const dirs = names != nullptr ? enginefs_dirs("", 1) : nullptr;
-    const bool is_whole = dirs != nullptr && size > 7 && std::string_view(static_cast<char*>(bytes), 7) == "line 0\n" &&
-                          enginefs_list_count(names) == 2 && enginefs_stat("save.txt", 0, &info) == ENGINEFS_OK &&
-                          info.type == ENGINEFS_TYPE_FILE &&
-                          enginefs_save("save.txt", new_save.data(), new_save.size(), 0) == 0;
+    const bool is_whole =
+        names != nullptr && size > 7 && std::string_view(static_cast<char*>(bytes), 7) == "line 0\n" &&
+        enginefs_list_count(names) == 2 && enginefs_save("save.txt", new_save.data(), new_save.size(), 0) == 0;
     enginefs_free(bytes);
     enginefs_list_free(names);
-    enginefs_list_free(dirs);
     return is_whole;
 }
 
@@ -329,21 +314,20 @@ std::string refresh_finds_all(Stage&, bool answer) {
     return first_of({all_is_mounted(), answer ? expect("what was added", load("levels/added.txt"), old_save) : ""});
 }
 
+bool poll(Stage&) {
+    ztl::vector<SFsChange> changes;
+    return fs::poll_changes(changes, 0);
+}
+
 void change_behind_the_watch(Stage& stage) {
     stage.mount();
     const std::string levels = stage / "root/levels";
     fs::add_source_at(levels.c_str(), "mods", FFSAddSourceFlags::RECURSIVE | FFSAddSourceFlags::INDEX_NAMES);
     for (const std::string& path : {stage.root, levels}) fs::watch(path.c_str(), true);
-    ztl::vector<SFsChange> changes;
-    fs::poll_changes(changes, 0);
+    poll(stage);
     std::filesystem::create_directories(stage / "root/levels/inner");
     stage.write({{"root/levels/added.txt", old_save}, {"root/fresh/added.txt", old_save}});
     std::filesystem::remove_all(stage / "root/deep");
-}
-
-bool poll(Stage&) {
-    ztl::vector<SFsChange> changes;
-    return fs::poll_changes(changes, 0);
 }
 
 std::string unknown_change() {
@@ -369,9 +353,9 @@ std::string changes_are_known(Stage& stage, bool answer) {
 
 std::string watch_tells(Stage& stage, bool answer) {
     if (!answer) return "";
-    ztl::vector<SFsChange> changes;
-    fs::poll_changes(changes, 0);
+    poll(stage);
     stage.write({{"root/levels/added.txt", old_save}});
+    ztl::vector<SFsChange> changes;
     fs::poll_changes(changes, 0);
     return changes.size() == 1 ? "" : "a change is not told";
 }
@@ -426,7 +410,8 @@ std::vector<Scenario> scenarios() {
         {"change a container", change_container, make_container, "root/a.mc", container_is_whole, true},
         {"cached writer", [](Stage&) { return write_stream(fs::cachedwrfile(16)); }, mounted, save_txt},
         {"cached writer in order", [](Stage&) { return write_stream(fs::cachedwrnoseekfile(16)); }, mounted, save_txt},
-        {"native stream", write_native_stream, mounted, save_txt},
+        {"native stream", [](Stage& stage) { return write_stream(fs::bfile_win32(16), stage.save); }, mounted,
+         save_txt},
         {"gzip handle", write_gzip, without_pack, "root/save.gz"},
         {"memory archive", use_memory_archive, [](Stage& stage) { use_memory_archive(stage); }},  // makes it itself
         {"load", load_by_worker},

@@ -2,7 +2,6 @@
 
 #include <engine/filesystem/comfort.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
@@ -24,28 +23,6 @@ const std::string& pack_bytes(const std::string& path) {
         return read_file(path);
     }();
     return bytes;
-}
-
-bool holds(const Tree& tree, const std::string& name, const std::string& bytes) {
-    const auto place = tree.find(name);
-    return place != tree.end() && place->second == bytes;
-}
-
-bool holds_bytes(const Tree& tree, const std::string& bytes) {
-    return std::ranges::any_of(tree, [&](const auto& file) { return file.second == bytes; });
-}
-
-/// What the library answers of a name below the root, which the scenario may have made, changed or removed.
-std::string wrong_answer(const std::string& name, const Tree& now, bool answer) {
-    const std::string below = name.substr(sizeof("root/") - 1);
-    const auto found = now.find(name);
-    const bool is_there = found != now.end();
-    if (name.ends_with('/')) {
-        const bool is_gone = is_there || fs::search_dir(below.c_str()) == nullptr;
-        return is_gone ? "" : "the index still has " + name;
-    }
-    if (fs::exists(below.c_str()) != is_there) return "disk and library disagree about " + name;
-    return !answer || !is_there || load(below.c_str()) == found->second ? "" : "the library has another " + name;
 }
 
 }  // namespace
@@ -103,31 +80,6 @@ std::string Stage::left_open() const {
             fs::open_native(nullptr, (folder + "/" + name).c_str(), EFSMode::READ_WRITE, FFSOpenFlags::NONE);
         if (file == nullptr && fs::last_error().code == EFSError::IN_USE) return name;
         fs::close(file);
-    }
-    return "";
-}
-
-std::string Outcome::check(const Stage& stage, bool answer) const {
-    const Tree now = stage.disk();
-    const auto is_free = [&](const std::string& name) {
-        const bool is_half_made = name == half_made || (half_made.ends_with('/') && name.starts_with(half_made));
-        return is_half_made && (!answer || bytes_vary);
-    };
-    for (const auto& [name, bytes] : now) {
-        if (!is_free(name) && !holds(after, name, bytes) && (answer || !holds(before, name, bytes)))
-            return name + " is not what it should be: \"" + bytes.substr(0, 60) + "\"";
-    }
-    for (const auto& [name, bytes] : after)
-        if (answer && !now.contains(name) && !is_free(name)) return name + " is missing";
-    for (const auto& [name, bytes] : before)
-        if (!is_free(name) && holds_bytes(after, bytes) && !holds_bytes(now, bytes))
-            return "the bytes of " + name + " are lost";
-    for (const Tree* const tree : {&before, &after}) {
-        for (const auto& [name, bytes] : *tree) {
-            const bool may_change = !holds(before, name, bytes) || !holds(after, name, bytes);
-            if (!may_change || !name.starts_with("root/") || !fs::is_initialized()) continue;
-            if (std::string wrong = wrong_answer(name, now, answer); !wrong.empty()) return wrong;
-        }
     }
     return "";
 }

@@ -12,14 +12,6 @@
 
 namespace test {
 
-/// The `nth` allocation from now on (1: the next) fails, of whichever thread, and every later one too when
-/// `from_then_on`. 0 forgets the order. Both operator new and the C allocator, as this program and the library's archive
-/// call them, are under orders; what other libraries take for themselves is not, nor what the compiler's run-time library
-/// takes for its own mutexes and variables of threads on Windows.
-void fail_allocation(std::uint32_t nth, bool from_then_on = false);
-/// How often an order has struck since the last fail_allocation.
-std::uint32_t allocation_hits();
-
 /// Names below the stage's folder, and what the files hold.
 using Tree = std::map<std::string, std::string>;
 
@@ -53,16 +45,6 @@ public:
     // Made beforehand for what runs while memory may be missing, so that nothing but the library meets the fault.
     const std::string folder, root = folder + "/root", more = folder + "/more", cache = folder + "/cache";
     const std::string pack = folder + "/base.pak", new_pack = folder + "/new.pak", save = root + "/save.txt";
-};
-
-/// What a scenario leaves on the disk when nothing fails: what it may leave is held against that.
-struct Outcome {
-    Tree before, after;
-    std::string half_made;
-    bool bytes_vary = false;
-
-    /// "" or what is wrong with the disk, or with what the library answers about it.
-    std::string check(const Stage& stage, bool answer) const;
 };
 
 inline void mounted(Stage& stage) { stage.mount(); }

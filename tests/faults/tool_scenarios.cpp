@@ -55,7 +55,6 @@ const Row rows[] = {
     {"enginefs pack in parts", {"pack", "--split-size", "150", "@/more/old.pak", "@/root"}, true, true},
     {"enginefs diff", {"diff", "@/base.pak", "@/root"}, false, true},
     {"enginefs patch", {"patch", "@/base.pak", "@/root", "@/more/old.pak"}, true, true},
-    {"enginefs pack zstd", {"pack", "--method", "zstd", "--level", "9", "@/more/old.pak", "@/root"}, true, true},
     {"enginefs unpack", {"unpack", "@/base.pak", "@/out"}},
     {"enginefs cp", {"cp", "levels/one.txt", "save.txt"}},
     {"enginefs gzip", {"gzip", "save.txt", "levels/two.txt"}},

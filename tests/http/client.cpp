@@ -18,23 +18,18 @@
 namespace {
 
 struct Counts {
-    std::atomic<int> good{0};
-    std::atomic<int> failed{0};
-    std::atomic<int> wrong{0};
-    std::mutex lock;
+    int good = 0, failed = 0, wrong = 0;
     std::string reason;
+    std::mutex lock;
 };
 
 void check(const SFsPackEntry& entry, Counts& counts) {
     std::uint32_t crc = 0;
     fs::clear_error();
-    if (fs::calc_file_crc(entry.name.c_str(), crc)) {
-        ++(crc == entry.crc ? counts.good : counts.wrong);
-        return;
-    }
-    ++counts.failed;
+    const bool is_read = fs::calc_file_crc(entry.name.c_str(), crc);
     const std::lock_guard guard(counts.lock);
-    counts.reason = fs::last_error().text;
+    ++(!is_read ? counts.failed : crc == entry.crc ? counts.good : counts.wrong);
+    if (!is_read) counts.reason = fs::last_error().text;
 }
 
 bool set_option(fs::http::options& how, const std::string& text) {
@@ -61,9 +56,9 @@ int run(const char* url, const char* cache, const char* pack, unsigned threads, 
     std::vector<std::thread> workers;
     for (unsigned started = 0; started < threads; ++started) workers.emplace_back(work);
     for (std::thread& worker : workers) worker.join();
-    std::printf("%d good", counts.good.load());
-    if (counts.failed != 0) std::printf(", %d failed: %s", counts.failed.load(), counts.reason.c_str());
-    if (counts.wrong != 0) std::printf(", %d wrong bytes", counts.wrong.load());
+    std::printf("%d good", counts.good);
+    if (counts.failed != 0) std::printf(", %d failed: %s", counts.failed, counts.reason.c_str());
+    if (counts.wrong != 0) std::printf(", %d wrong bytes", counts.wrong);
     std::puts("");
     return 0;
 }

@@ -127,14 +127,6 @@ def forms_of_output(tool):
                    ("load --color always esc/a*", 0, r"~esc/a\\x1bb: "))
 
 
-def over_long_paths(tool):
-    """What is too long to be shown is told."""
-    tool.write("long/short.txt", b"s")
-    for name in ("d" * 200 + "/" + "f" * 100, "d" * 200 + "/" + "e" * 100 + "/f"):
-        tool.write("long/" + name, b"l")
-        tool.run("--add long ls -r --mask short*", 1, "short.txt\n", "because its path is longer than 259 bytes")
-
-
 def names_in_other_scripts(tool):
     """Arguments, names and messages are UTF-8 on every system, whatever its code page."""
     for name in ("\u30c2.txt", "\u00e9t\u00e9/\u041c\u0438\u0440.txt"):
@@ -261,5 +253,5 @@ def what_an_emulator_lacks(tool):
 
 
 if __name__ == "__main__":
-    kit.main((listing, changing, times, whose_file_it_is, forms_of_output, over_long_paths, names_in_other_scripts, watching,
+    kit.main((listing, changing, times, whose_file_it_is, forms_of_output, names_in_other_scripts, watching,
               duplicates, command_lines, what_an_emulator_lacks))
