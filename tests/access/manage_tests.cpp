@@ -183,18 +183,6 @@ TEST_F(Manage, AttributesAreThoseOfTheFirstHolder) {
         EXPECT_EQ(fs::write_time(missing), -1);
         EXPECT_EQ(why(fs::is_protected(missing) || fs::read_only(missing)), NOT_FOUND);
     }
-    // Installed is what no source knows as missing.
-    first_->add("x.txt", "");
-    EXPECT_TRUE(fs::is_installed("unknown.txt") && fs::is_installed("X.txt") && fs::is_installed(nullptr));
-    fs::mark_installed("x.TXT", false);
-    EXPECT_FALSE(fs::is_installed("x.txt"));
-    second_->mark_installed(fs::path("x.txt", true), true);
-    EXPECT_TRUE(fs::is_installed("x.txt")) << "a later source has it";
-    for (const bool on : {false, true}) {
-        fs::mark_installed(on);
-        EXPECT_EQ(fs::is_installed("x.txt"), on);
-    }
-    fs::mark_installed(nullptr, false);
 }
 
 TEST_F(Manage, ChecksumsAWholeFile) {

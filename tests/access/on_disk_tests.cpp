@@ -126,6 +126,20 @@ TEST_F(Overlays, ADirectoryBeforePacksWinsOverAllOfThem) {
     EXPECT_EQ(load("a.txt"), "root");
 }
 
+TEST_F(Overlays, AFileIsInstalledUnlessItIsKnownAsMissingAlone) {
+    Start(false);
+    EXPECT_TRUE(fs::is_installed("unknown.txt") && fs::is_installed("A.txt") && fs::is_installed(nullptr));
+    fs::mark_installed("a.TXT", false);
+    EXPECT_FALSE(fs::is_installed("a.txt"));
+    ASSERT_TRUE(add("mod", whole_tree));
+    EXPECT_TRUE(fs::is_installed("a.txt")) << "a later source has it";
+    for (const bool on : {false, true}) {
+        fs::mark_installed(on);
+        EXPECT_EQ(fs::is_installed("a.txt"), on);
+    }
+    fs::mark_installed(nullptr, false);
+}
+
 TEST_F(Overlays, NewFilesGoToTheNewestThatTakesThem) {
     Start(false, whole_tree | Add::WRITE_HERE);
     ASSERT_TRUE(add("base.pak"));

@@ -126,6 +126,7 @@ TEST(PlugIn, AnOwnSourceAnswersLikeTheBuiltInOnesAndByItsBaseWhatItLeavesOut) {
     delete source;
     fs::shutdown();
 
+    // A null file is answered without a call.
     SFsFile* const none = nullptr;
     for (const std::uint64_t answer :
          {fs::read(none, nullptr, 1), fs::write(none, nullptr, 1), fs::length(none), fs::tell(none)})

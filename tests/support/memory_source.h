@@ -121,13 +121,6 @@ public:
     }
     bool read_only(const fs::path& p) override { return exists(p) && find(p)->read_only; }
     bool set_read_only(const fs::path& p, bool on) override { return exists(p) && (find(p)->read_only = on, true); }
-    void mark_installed_all(bool on) override {
-        for (auto& [name, entry] : files_) entry.installed = on;
-    }
-    void mark_installed(const fs::path& p, bool on) override {
-        if (exists(p)) find(p)->installed = on;
-    }
-    int is_installed(const fs::path& p) override { return !exists(p) ? 0 : find(p)->installed ? 2 : 1; }
 
     SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS) override {
         return exists(p) ? new MemoryFile(this, full_name(p), find(p)->bytes, 0) : nullptr;
@@ -175,7 +168,6 @@ public:
 private:
     struct Entry {
         Bytes bytes;
-        bool installed = true;
         bool read_only = false;
         std::int64_t time = 0;
     };
