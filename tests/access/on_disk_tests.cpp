@@ -13,7 +13,6 @@ TEST_F(OnDisk, WhatAnotherProcessMadeSinceTheMountIsChangedInPlace) {
     Start(false);
     const std::tuple<const char*, EFSMode::TYPE, const char*> rows[] = {{"new.txt", EFSMode::APPEND, "theirsours"},
                                                                         {"saves/a.txt", EFSMode::APPEND, "theirsours"},
-                                                                        {"saves/b.txt", EFSMode::APPEND, "theirsours"},
                                                                         {"saves/c.txt", EFSMode::READ_WRITE, "oursrs"},
                                                                         {"saves/d.txt", EFSMode::WRITE, "ours"}};
     for (const auto& [name, mode, after] : rows) {
@@ -21,13 +20,6 @@ TEST_F(OnDisk, WhatAnotherProcessMadeSinceTheMountIsChangedInPlace) {
         EXPECT_TRUE(save(name, "ours", mode)) << name;
         EXPECT_EQ(load(name), after) << name;
     }
-}
-
-TEST_F(OnDisk, AFileInUseIsNotToldAsMissing) {
-    home_.write("game/x.txt", "x");
-    Start(true);
-    const fs::file_ptr writer = fs::open_file("x.txt", EFSMode::READ_WRITE);
-    EXPECT_EQ(why(fs::open_file("x.txt", EFSMode::READ)), IN_USE) << "though the fallback does not find it";
 }
 
 TEST_F(OnDisk, TheCacheDirectoryIsAPlaceOfItsOwn) {
@@ -57,7 +49,6 @@ TEST_F(OnDisk, TheCacheDirectoryIsAPlaceOfItsOwn) {
 }
 
 TEST_F(OnDisk, AFullPathInsideTheRootIsTheFileThere) {
-    home_.write("game/a/x.txt", "old");
     Start(true);
     const std::string made = home_ / "game/Sub/New.txt";
     EXPECT_TRUE(fs::save_text_file("made", made.c_str()));
@@ -65,6 +56,10 @@ TEST_F(OnDisk, AFullPathInsideTheRootIsTheFileThere) {
     EXPECT_THAT(take_names(fs::search("sub", nullptr, false, true)), ElementsAre("sub/new.txt"));
     EXPECT_NE(fs::search_dir("sub"), nullptr);
     EXPECT_EQ(load("sub/new.txt") + load(made.c_str()), "mademade");
+    {
+        const fs::file_ptr writer = fs::open_file("new.txt", EFSMode::READ_WRITE);
+        EXPECT_EQ(why(fs::open_file("new.txt", EFSMode::READ)), IN_USE) << "though the fallback does not find it";
+    }
     home_.write("game/Sub/late.txt", "late");
     fs::refresh((home_ / "game/sub").c_str());
     EXPECT_EQ(load("sub/late.txt"), "late");
@@ -131,6 +126,20 @@ TEST_F(Overlays, ADirectoryBeforePacksWinsOverAllOfThem) {
     EXPECT_EQ(load("a.txt"), "root");
 }
 
+TEST_F(Overlays, AFileIsInstalledUnlessItIsKnownAsMissingAlone) {
+    Start(false);
+    EXPECT_TRUE(fs::is_installed("unknown.txt") && fs::is_installed("A.txt") && fs::is_installed(nullptr));
+    fs::mark_installed("a.TXT", false);
+    EXPECT_FALSE(fs::is_installed("a.txt"));
+    ASSERT_TRUE(add("mod", whole_tree));
+    EXPECT_TRUE(fs::is_installed("a.txt")) << "a later source has it";
+    for (const bool on : {false, true}) {
+        fs::mark_installed(on);
+        EXPECT_EQ(fs::is_installed("a.txt"), on);
+    }
+    fs::mark_installed(nullptr, false);
+}
+
 TEST_F(Overlays, NewFilesGoToTheNewestThatTakesThem) {
     Start(false, whole_tree | Add::WRITE_HERE);
     ASSERT_TRUE(add("base.pak"));
@@ -155,19 +164,10 @@ TEST_F(Overlays, APrefixLeadsEveryName) {
     ASSERT_TRUE(add_at("base.pak", "packs"));
     // asked, who answers
     const std::pair<const char*, const char*> rows[] = {
-        {"mods/cool/a.txt", "mod"},
-        {"COOL/A.TXT", "mod"},
-        {"mods/cool/deep/b.txt", "mod b"},
-        {"deep/b.txt", "mod b"},
-        {"b.txt", "mod b"},
-        {"packs/a.txt", "pack"},
-        {"sky.dds", "sky"},
-        {"packs/sky.dds", "(none)"},
-        {"mods/a.txt", "(none)"},
-        {"cool/deep/x", "(none)"},
-        {"ol/a.txt", "mod"},
+        {"mods/cool/a.txt", "mod"},  {"COOL/A.TXT", "mod"},    {"mods/cool/deep/b.txt", "mod b"},
+        {"deep/b.txt", "mod b"},     {"b.txt", "mod b"},       {"sky.dds", "sky"},
+        {"packs/sky.dds", "(none)"}, {"mods/a.txt", "(none)"}, {"ol/a.txt", "mod"},
         {"x/deep/b.txt", "(none)"},
-        {"mods/cool/sky.dds", "(none)"},
     };
     for (const auto& [asked, answer] : rows) EXPECT_EQ(load(asked), answer) << asked;
     EXPECT_TRUE(fs::exists("mods/cool/a.txt", FFSOpenFlags::WHOLE_NAME));
@@ -184,6 +184,9 @@ TEST_F(Overlays, APrefixLeadsEveryName) {
                 ElementsAre("mods/cool/0/a.txt", "mods/cool/a.txt", "mods/cool/again/a.txt", "mods/cool/deep/b.txt"));
     EXPECT_THAT(take_names(fs::search("mods/cool", nullptr, false, false)), ElementsAre("mods/cool/a.txt"));
     EXPECT_EQ(fs::search("mods", nullptr, false, false), nullptr);
+    EXPECT_THAT(take_names(fs::search_substring("DEE")), ElementsAre("mods/cool/deep/b.txt"))
+        << "in a directory's name";
+    EXPECT_EQ(fs::search_substring(nullptr), nullptr);
 }
 
 TEST_F(Overlays, WhatIsMadeBelowAPrefixGoesThere) {

@@ -103,6 +103,7 @@ TEST(PlugIn, AnOwnSourceAnswersLikeTheBuiltInOnesAndByItsBaseWhatItLeavesOut) {
     EXPECT_EQ(fs::get_source_name(name) + fs::full_path(name), "/greetings/greetings/hello.txt");
     EXPECT_EQ(fs::write_time(name), -1);
     EXPECT_TRUE(fs::exists(name) && fs::read_only(name) && fs::is_installed(name));
+    fs::refresh();
     for (const char* found : fs::find_files("greetings", "*.txt")) EXPECT_STREQ(found, "greetings/hello.txt");
 
     fs::file_ptr file = fs::open_file(name, EFSMode::READ);
@@ -124,9 +125,8 @@ TEST(PlugIn, AnOwnSourceAnswersLikeTheBuiltInOnesAndByItsBaseWhatItLeavesOut) {
     EXPECT_TRUE(fs::rem_source(source));
     delete source;
     fs::shutdown();
-}
 
-TEST(NullFile, IsAnsweredWithoutACall) {
+    // A null file is answered without a call.
     SFsFile* const none = nullptr;
     for (const std::uint64_t answer :
          {fs::read(none, nullptr, 1), fs::write(none, nullptr, 1), fs::length(none), fs::tell(none)})

@@ -24,9 +24,13 @@ TEST(CThread, StandsForOneThreadAtATimeAndMovesWithIt) {
         CEvent go{true};
         std::atomic<int> passed{0};
         std::atomic<std::uint64_t> id{0};
+        CThreadLocalPointer<void> slot{};
     } shared;
+    shared.slot.Set(&shared);
     const CThread::Entry pass = [](void* argument) {
-        auto& [go, passed, id] = *static_cast<Shared*>(argument);
+        auto& [go, passed, id, slot] = *static_cast<Shared*>(argument);
+        EXPECT_TRUE(slot.IsValid() && slot.Get() == nullptr) << "each thread has its own pointer, which starts as null";
+        slot.Set(&go);
         go.Wait();
         id = CThread::CurrentId();
         ++passed;
@@ -53,17 +57,7 @@ TEST(CThread, StandsForOneThreadAtATimeAndMovesWithIt) {
         EXPECT_EQ(shared.passed, 5 + priority);
         EXPECT_NE(shared.id.exchange(0), CThread::CurrentId());
     }
-}
-
-TEST(CThreadLocal, GivesEachThreadItsOwnPointerStartingWithNull) {
-    CThreadLocalPointer<int> slot;
-    int mine = 0, others = 0;
-    slot.Set(&mine);
-    std::jthread([&] {
-        EXPECT_TRUE(slot.IsValid() && slot.Get() == nullptr);
-        slot.Set(&others);
-    }).join();
-    EXPECT_EQ(slot.Get(), &mine);
+    EXPECT_EQ(shared.slot.Get(), &shared);
 }
 
 /// Whether another thread gets the lock, which it leaves again.

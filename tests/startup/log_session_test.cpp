@@ -1,31 +1,120 @@
-// The log starts once in a process, so each of these runs in a child.
+// What the log and the assertions are told at the start, and whole sessions.
 #include <gmock/gmock.h>
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <sstream>
 #include <thread>
 
 #include <engine/filesystem/access.h>
-#include <engine/filesystem/registry.h>
+#include <engine/filesystem/startup/crash.h>
 
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
-#include "engine/platform/error.h"
+#include "engine/filesystem/startup/crash.h"
 #include "engine/platform/process.h"
+#include "tests/log/log_fixture.h"
 #include "tests/startup/child.h"
 #include "tests/support/run_together.h"
 #include "tests/support/temp_directory.h"
+
+#ifndef _WIN32
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
 
 namespace {
 
 using logging::code;
 using testing::HasSubstr;
+
+TEST(LogSwitches, CountOnlyAsWordsBehindAMarkerAndOptionsHaveShortValues) {
+    for (const char* line : {"game /SILENT x", "-silent", "game\t-Silent\tx", "game -silentx -silent"})
+        EXPECT_TRUE(crash::has_switch(line, "silent")) << line;
+    for (const char* line : {"game x-silent", "game silent", "game ---silent", "game //silent", "game -silent=1", ""})
+        EXPECT_FALSE(crash::has_switch(line, "silent")) << line;
+    const std::string longest(259, 'a');
+    const std::pair<std::string, std::string> options[] = {
+        {"/LogFile=A\tB", "A\tB"},
+        {"game -logfile= -logfile=x", "x"},
+        {"game xlogfile=a -logfile=", "none"},
+        {"game -logfile=" + longest, longest},
+        {"game -logfile=a" + longest + " -logfile=b", "b"},
+    };
+    for (const auto& [line, expected] : options)
+        EXPECT_EQ(crash::option_value(line, "logfile=").value_or("none"), expected) << line;
+}
+
+class LogConfiguration : public LogTest {};
+
+TEST_F(LogConfiguration, SetsLevelsByTheirLettersFiltersAndPositions) {
+    const std::pair<const char*, unsigned> levels[] = {
+        {"", 0},          {"All", 15},      {"x", 15},       {"Debug", 5},     {"error", 2}, {"FATAL", 1},
+        {"Info", 3},      {"warn", 4},      {"V", 6},        {"v8", 14},       {"V9", 15},   {"VER3", 6},
+        {"Verbose5", 11}, {"verbosee", 15}, {"VerboseX", 6}, {"Verbose1x", 7}, {"none", 0},  {"5", 0},
+    };
+    for (const auto& [name, level] : levels) EXPECT_EQ(CrashLevelFromName(name), level) << name;
+    const auto& settings = Log::Settings::Instance();
+    crash::apply_configuration(
+        "BrenixLogMessageSource(1) !Permit(AB?\?, 1, 0) !Permit(\"CDEF\", -1, -1) !Permit() !Unknown(1)\n", "test");
+    EXPECT_TRUE(settings.IsMessageSource());
+    EXPECT_EQ(_CLFilter(0x00004142), 1u);
+    EXPECT_EQ(_CLFilter(logging::code("CDEF")), 3u);
+    crash::apply_configuration("BrenixLogLevel() BrenixLogMessageSource", "test");
+    EXPECT_EQ(settings.GetLevel(), Log::ELevel::NONE) << "a missing parameter is 0 or nothing";
+    EXPECT_FALSE(settings.IsMessageSource());
+}
+
+class Assertions : public LogTest {};
+
+int asked = 0;
+EAssertionResult::TYPE answer = EAssertionResult::IGNORE_ONCE;
+std::string asked_about;
+
+void check_positive(int number) { SMART_ASSERT(number > 0, "number %d", number); }
+
+TEST_F(Assertions, AskTheHandlerUntilTheirPlaceIsIgnoredAndWithoutOneLogACallStack) {
+    EXPECT_EQ(GetAssertFunc(), nullptr);
+    const std::int32_t before = GetAssertCount();
+    SetAssertFunc([](const smart_assert_data& data) {
+        ++asked;
+        asked_about = std::string(data.expression) + "|" + data.message + "|" + data.function;
+        EXPECT_EQ(data.count, GetAssertCount());
+        return answer;
+    });
+    check_positive(1);
+    EXPECT_EQ(asked, 0);
+    check_positive(-5);
+    EXPECT_EQ(asked_about, "number > 0|number -5|check_positive");
+    answer = EAssertionResult::IGNORE_ALWAYS;
+    for (const int number : {-6, -7}) check_positive(number);
+    EXPECT_EQ(asked, 2);
+    SMART_ASSERT(asked == 0);
+    EXPECT_EQ(asked, 3) << "another place is not ignored";
+    IncreaseAssertCount();
+    EXPECT_EQ(GetAssertCount(), before + 4);
+
+    SetAssertFunc(nullptr);
+    CrashShowMessageBox(false);
+    SMART_ASSERT(asked < 0, "nobody is %s", "asked");
+    ASSERT_FALSE(console_lines.empty());
+    for (const char* part : {"Assertion failed: asked < 0", "nobody is asked", "engine_tests"})
+        EXPECT_THAT(console_lines.back().text, testing::HasSubstr(part));
+    CrashShowCallstackInAsserts(false);
+    SMART_ASSERT(asked < -1);
+    EXPECT_THAT(console_lines.back().text, testing::Not(testing::HasSubstr("engine_tests+")));
+    CrashShowCallstackInAsserts(true);
+    CrashShowMessageBox(true);
+}
+
+// The log starts once in a process, so each of these runs in a child.
 
 /// A child that starts its log by itself.
 class LateChild : public testing::Test {
@@ -83,6 +172,7 @@ TEST_F(LogChild, DISABLED_full_disk) {
 }
 
 TEST_F(LogChild, DISABLED_exit) {
+    std::atexit([] { std::puts("still here"); });
     for (const auto& [category, text] : {std::pair("EXITS", "goes on\n"), std::pair("EXIT", "the reason\n")})
         _CLog(Log::ELevel::FATL, category, nullptr, 0, _CLFilter(code("FATL")), CLLineMode::NEW_LINE, "%s", text);
     say("still here");
@@ -138,6 +228,30 @@ TEST_F(LateChild, DISABLED_taken) {
     session();
     fs::close(taken);
 }
+
+#ifndef _WIN32
+constexpr int process_count = 20;
+constexpr int line_count = 200;
+
+TEST_F(LogChild, DISABLED_fork) {
+    for (int process = 0; process < process_count; ++process) {
+        if (fork() != 0) continue;
+        for (int i = 0; i < line_count; ++i) say("line " + std::to_string(i) + " of " + std::to_string(process));
+        _exit(0);
+    }
+    for (int status = 0; wait(&status) > 0;) EXPECT_EQ(status, 0);
+}
+
+TEST(LogSession, OfAHostThatForksHasEveryLineOfEveryProcess) {
+    const ChildResult result = run_child("LogChild.DISABLED_fork");
+    EXPECT_EQ(result.exit_code, 0) << result.output;
+    ASSERT_EQ(result.files.size(), 1u);
+    std::istringstream lines(result.files.begin()->second);
+    std::set<std::string> found;
+    for (std::string line; std::getline(lines, line);) found.insert(line.substr(line.find('>')));
+    EXPECT_EQ(found.size(), std::size_t{process_count * line_count});
+}
+#endif
 
 constexpr std::ptrdiff_t host_count = 20;
 

@@ -90,6 +90,10 @@ TEST_F(StartUp, AsksTheNewestPackThenTheRootThenDirectoriesThenTheFallbackInTheC
     EXPECT_TRUE(fs::save_text_file("made", "Dir/New.txt") && fs::save_text_file("changed", "sub/only.txt"));
     EXPECT_EQ(home_.read("Root/Dir/New.txt") + home_.read("MORE/sub/Only.txt"), "madechanged");
     EXPECT_FALSE(fs::copy("dir/x.txt", path("Root/Dir/X.TXT").c_str(), 0)) << "onto itself";
+    logged();
+    EXPECT_FALSE(fs::copy("none.txt", "to.txt", 0) || fs::copy("dir/x.txt", "../up.txt", 0));
+    EXPECT_THAT(logged(), AllOf(HasSubstr("ERROR [fs::copy] failed to open source file none.txt -> to.txt"),
+                                HasSubstr("ERROR [fs::copy] failed to open destination file dir/x.txt -> ../up.txt")));
     EXPECT_THAT(fs::getOutLocationDebugHelper("Fresh.txt"), testing::StrCaseEq(path("Root/Fresh.txt")));
     std::filesystem::remove(path("Root/Dir/X.TXT"));  // between lookup and open, so to speak
     fs::clear_error();

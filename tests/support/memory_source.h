@@ -94,20 +94,14 @@ public:
 
     bool is_writable = true;
     bool is_shielding = false;
-    bool refuses_to_open = false;  // holds its files and opens none
-    bool matches_by_end = false;   // a name without a directory finds the first file of that name, wherever it lies
+    bool matches_by_end = false;  // a name without a directory finds the first file of that name, wherever it lies
     EFSError::TYPE write_failure = EFSError::NONE;  // of every open for writing, which it then stores
     bool refuses_to_remove = false;
-    bool has_tree = true;
     fs::dir tree;
     std::vector<std::string> refreshed;           // directories, or "everything"
     std::vector<std::string> made;                // "create_write NAME", "mkdir DIR" and the like, in the caller's case
     std::vector<FFSOpenFlags::FLAGS> open_flags;  // of every open that was asked for writing
 
-    void clear() override {
-        files_.clear();
-        tree.clear();
-    }
     void refresh_dir(const char* dir) override { refreshed.emplace_back(dir); }
     void refresh() override { refreshed.emplace_back("everything"); }
     bool writable() override { return is_writable; }
@@ -127,17 +121,9 @@ public:
     }
     bool read_only(const fs::path& p) override { return exists(p) && find(p)->read_only; }
     bool set_read_only(const fs::path& p, bool on) override { return exists(p) && (find(p)->read_only = on, true); }
-    void mark_installed_all(bool on) override {
-        for (auto& [name, entry] : files_) entry.installed = on;
-    }
-    void mark_installed(const fs::path& p, bool on) override {
-        if (exists(p)) find(p)->installed = on;
-    }
-    int is_installed(const fs::path& p) override { return !exists(p) ? 0 : find(p)->installed ? 2 : 1; }
 
     SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS) override {
-        if (!exists(p) || refuses_to_open) return nullptr;
-        return new MemoryFile(this, full_name(p), find(p)->bytes, 0);
+        return exists(p) ? new MemoryFile(this, full_name(p), find(p)->bytes, 0) : nullptr;
     }
     SFsFile* open_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override {
         SFsFile* const file = open_at(p, false, flags);
@@ -177,19 +163,11 @@ public:
         }
         return names;
     }
-    FS_NAME* search_substring(const char* text) override {
-        FS_NAME* names = nullptr;
-        for (const auto& [name, entry] : files_) {
-            if (directory_of(name).find(text) != std::string_view::npos) names = fs::new_name("", name, names);
-        }
-        return names;
-    }
-    fs::dir* dir_tree() override { return has_tree ? &tree : nullptr; }
+    fs::dir* dir_tree() override { return &tree; }
 
 private:
     struct Entry {
         Bytes bytes;
-        bool installed = true;
         bool read_only = false;
         std::int64_t time = 0;
     };
@@ -220,14 +198,14 @@ private:
         open_flags.push_back(flags);
         const Entry* const entry = find(p);
         if (entry != nullptr && write_failure != EFSError::NONE) fs::refuse(write_failure, p.FileName(), "As ordered.");
-        if (entry == nullptr || refuses_to_open || entry->read_only || write_failure != EFSError::NONE) return nullptr;
+        if (entry == nullptr || entry->read_only || write_failure != EFSError::NONE) return nullptr;
         auto* const file = new MemoryFile(this, full_name(p), entry->bytes, at_end ? entry->bytes->size() : 0);
         static_cast<Medium&>(*file) = *this;
         return file;
     }
     SFsFile* create(const char* how, const fs::path& p, FFSOpenFlags::FLAGS flags) {
         made.push_back(how + full_name(p));
-        if (!is_writable || refuses_to_open) return nullptr;
+        if (!is_writable) return nullptr;
         write_failure = EFSError::NONE;
         fs::path lower = p;
         lower.Lowercase();

@@ -8,7 +8,9 @@
 #include <atomic>
 #include <csignal>
 #include <cstring>
+#include <thread>
 
+#include "engine/platform/process.h"
 #include "tests/platform/disk.h"
 
 // What only a disk that knows case, links and pipes can show.
@@ -37,8 +39,7 @@ TEST_F(DiskRules, PreferTheExactThenTheLowerCaseThenTheSmallestSpelling) {
     std::filesystem::create_directory("DIR");
     std::filesystem::create_directory("dir");
     write_file("DIR/file", "");
-    EXPECT_FALSE(get_attributes("dir/file").has_value()) << "the exact directory wins, whatever it holds";
-    EXPECT_FALSE(get_attributes("Dir/file").has_value());
+    EXPECT_FALSE(get_attributes("dir/file") || get_attributes("Dir/file")) << "this directory wins, whatever it holds";
     EXPECT_TRUE(get_attributes("DIR/FILE").has_value());
 }
 
@@ -54,9 +55,7 @@ TEST_F(DiskRules, NeverWaitForPipesAndOpenNoOtherThanRegularFiles) {
             const bool may_have_no_terminal = std::strcmp(path, "/dev/tty") == 0;
             EXPECT_TRUE(may_have_no_terminal || last_error().failure == Failure::NOT_REGULAR);
         }
-        EXPECT_FALSE(get_attributes(path).has_value());
-        EXPECT_FALSE(set_read_only(path, true));
-        EXPECT_FALSE(remove_file(path));
+        EXPECT_FALSE(get_attributes(path) || set_read_only(path, true) || remove_file(path));
     }
     write_file("file", "");
     EXPECT_FALSE(rename_path("file", "pipe"));
@@ -75,10 +74,8 @@ TEST_F(DiskRules, FollowLinksRemoveThemAloneAndKnowAFileUnderAllItsNames) {
     DirectoryListing listing;
     ASSERT_TRUE(list_directory({"."}, listing));
     ASSERT_EQ(listing.items().size(), 4u) << "neither the broken link nor the backslash";
-    EXPECT_THAT(list("."), ElementsAre("file", "folder", "to_file", "to_folder"));
     EXPECT_TRUE(listing.items()[3].is_link && listing.items()[3].is_directory);
     EXPECT_TRUE(listing.items()[2].is_link && !listing.items()[2].is_directory);
-    EXPECT_FALSE(listing.items()[1].is_link);
 
     FileId folder, behind_link;
     ASSERT_TRUE(get_directory_id("folder", folder) && get_directory_id("TO_FOLDER", behind_link));
@@ -95,11 +92,8 @@ TEST_F(DiskRules, FollowLinksRemoveThemAloneAndKnowAFileUnderAllItsNames) {
     open.close();
     EXPECT_TRUE(rename_path("file", "hard")) << "one file under two names";
     EXPECT_FALSE(remove_file("folder"));
-    EXPECT_TRUE(remove_directory("to_folder/"));
-    EXPECT_TRUE(remove_file("broken"));
-    EXPECT_THAT(list("."), ElementsAre("folder", "hard"));
-    EXPECT_EQ(read_file("folder/inner"), "i");
-    EXPECT_EQ(read_file("hard"), "content");
+    EXPECT_TRUE(remove_directory("to_folder/") && remove_file("broken"));
+    EXPECT_EQ(read_file("folder/inner") + read_file("hard"), "icontent");
 }
 
 TEST_F(DiskRules, NameWhatStaysOfATreeAndRemoveTheRest) {
@@ -113,7 +107,6 @@ TEST_F(DiskRules, NameWhatStaysOfATreeAndRemoveTheRest) {
     EXPECT_EQ(outcome(remove_tree("tree", removal)), Failure::IN_USE);
     EXPECT_EQ(removal.left, "tree/b/open");
     EXPECT_THAT(gone, ElementsAre("tree/a", "tree/b/other", "tree/z"));
-    EXPECT_THAT(list("tree"), ElementsAre("b", "kept"));
     EXPECT_EQ(outcome(remove_tree("none", removal)), Failure::NOT_FOUND);
     EXPECT_EQ(removal.left, "none");
 }
@@ -209,6 +202,27 @@ TEST_F(DiskRules, LoseNoLockToForkedProcessesAndLeaveThemNone) {
         ::kill(heir, SIGKILL);
         ::waitpid(heir, nullptr, 0);
     }
+}
+
+TEST(Console, TakesEverythingThroughAPipeThatIsFullForAWhileAndSurvivesOneThatNobodyReads) {
+    int ends[2];
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    const std::string text(1 << 20, 'x');  // many times what a pipe holds
+    std::thread writer([&] {
+        write_console(&ends[1], text.data(), text.size());
+        ::close(ends[1]);
+    });
+    EXPECT_TRUE(read_file("/dev/fd/" + std::to_string(ends[0])) == text);
+    writer.join();
+    ::close(ends[0]);
+
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    ::close(ends[0]);
+    write_console(&ends[1], "lost", 4);
+    ::close(ends[1]);
+    sigset_t pending;
+    ::sigpending(&pending);
+    EXPECT_EQ(::sigismember(&pending, SIGPIPE), 0);
 }
 
 }  // namespace
