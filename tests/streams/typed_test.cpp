@@ -8,16 +8,6 @@ using namespace std::string_literals;
 
 namespace {
 
-template <class T>
-concept Writable = requires(fs::ifile& stream, T value) {
-    stream << value;
-};
-template <class... Types>
-constexpr bool any_writable = (Writable<Types> || ...);
-
-static_assert(!any_writable<int, unsigned, char, float, double, std::int64_t, void*, int*, std::nullptr_t,
-                            std::vector<std::wstring>, EFSMode::TYPE, char16_t*>);
-
 struct TypedStream : testing::Test, VectorStream {};
 
 TEST_F(TypedStream, EncodesNumbersLeastSignificantByteFirst) {
