@@ -4,12 +4,9 @@
 
 #include <atomic>
 #include <chrono>
-#include <memory>
 #include <mutex>
 #include <new>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "tests/support/memory_source.h"
 #include "tests/support/mounted_root.h"

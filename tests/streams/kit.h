@@ -5,11 +5,8 @@
 
 #include <gmock/gmock.h>
 
-#include <memory>
-#include <string>
 #include <tuple>
 #include <utility>
-#include <vector>
 
 #include "engine/platform/error.h"
 #include "tests/support/failure.h"

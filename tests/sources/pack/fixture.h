@@ -1,12 +1,7 @@
 #pragma once
 
-#include <cstdint>
-#include <cstring>
 #include <functional>
-#include <memory>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include <engine/filesystem/pack_reader.h>
 #include <engine/filesystem/sources/pack.h>
