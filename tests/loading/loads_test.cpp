@@ -116,7 +116,7 @@ TEST_F(Loads, ALongLoadGivesWayAndGoesOn) {
     Mount();
     WorkAlone();
     const LoadPtr big = Begin({.path = "big.bin"});
-    WaitUntilInHand(*big);
+    while (big->State() == EFSRequestState::QUEUED) std::this_thread::yield();
     const LoadPtr urgent = Ended({.path = "small.bin", .priority = EFSLoadPriority::URGENT});
     EXPECT_NE(big->State(), EFSRequestState::FINISHED);
     EXPECT_TRUE(Text(*urgent) == small_);

@@ -8,7 +8,6 @@
 namespace {
 
 constexpr std::size_t hosts = 3;
-constexpr std::size_t open_at_once = 30;  // by each host
 
 /// ENGINE_SOAK_LOADS in all; few by default.
 std::size_t soak_loads() {
@@ -28,7 +27,7 @@ protected:
     /// Random loads with random ends.
     void Ask(unsigned seed, std::size_t rounds) {
         std::minstd_rand random(seed);
-        std::vector<Slot> slots(open_at_once);
+        std::vector<Slot> slots(30);
         for (std::size_t i = 0; i < rounds; ++i) {
             Slot& slot = slots[random() % slots.size()];
             if (slot.load != nullptr) End(slot, random() % 3 == 0);

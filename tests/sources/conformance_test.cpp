@@ -144,7 +144,10 @@ TEST_P(EverySource, CreatesAndChangesOnlyWhereItCan) {
     EXPECT_EQ(write_all(source().create_read_write(made, Flags::NONE), content), GetParam().creates);
     EXPECT_EQ(source().exists(at("new/made.txt")), GetParam().creates);
     EXPECT_EQ(source().mkdir(as_dir(lead_ + "Dir", false)), GetParam().creates);
-    if (GetParam().creates) EXPECT_NE(source().dir_tree()->find("dir"), nullptr);
+    if (GetParam().creates) {
+        EXPECT_NE(source().dir_tree()->find("dir"), nullptr);
+        EXPECT_EQ(all_names(source()).size(), std::size(files) + 1) << "a file made again is entered once";
+    }
     if (source().writable()) return;
     for (const auto open : {&CFSSource::open_write, &CFSSource::open_append, &CFSSource::open_read_write})
         EXPECT_EQ((source().*open)(held(), Flags::NONE), nullptr);

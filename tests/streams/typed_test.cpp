@@ -174,12 +174,11 @@ TEST_F(Chunks, LeaveTheDataAloneWhereTheStreamCannotGoBack) {
     EXPECT_EQ(read_all(stream), "data\1\0\0\0\0\0\0\0"s + "abc");
 }
 
-struct DebugOutput : LogTest {
-    DebugOutput() { _CLFilterSetMode(CLFilterMode::ALL_CONSOLE); }
-};
+struct DebugOutput : LogTest {};
 
 TEST_F(DebugOutput, TurnsEachWriteIntoOneMessageOfItsLevel) {
     const std::string text = std::string(60000, 'x') + "100%d";
+    _CLFilterSetMode(CLFilterMode::ALL_CONSOLE);
     fs::file_dbgoutput stream("other");
     for (const auto& [level, category] : {std::pair(Log::ELevel::DEBG, "cat"), {Log::ELevel::ERRR, nullptr}}) {
         stream.set_level_category(level, category);

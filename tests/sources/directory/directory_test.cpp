@@ -39,9 +39,6 @@ protected:
         return as_text(out);
     }
     std::string read(const char* name) { return read_all(source_.open_read(as_path(name), {})); }
-    bool create(const char* name, const char* text = "") {
-        return write_all(source_.create_write(fs::path(name, false), {}), text);
-    }
     bool has_dir(const char* dir) { return source_.dir_tree()->find(dir) != nullptr; }
 
     TempDirectory disk_;
@@ -114,7 +111,7 @@ TEST_F(DirectorySource, KnowsNoPathThatIsTooLongForTheDisk) {
     ASSERT_TRUE(mount_with({longest.c_str()}));
     EXPECT_EQ(all().size(), 1u);
     EXPECT_EQ(source_.unlisted_directories(), 0u);
-    EXPECT_FALSE(create((longest + "f").c_str()));
+    EXPECT_EQ(source_.create_write(as_path(longest + "f"), {}), nullptr);
     // The disk may hold longer ones; that they are not shown is told. So with a directory, whose listing is not kept.
     disk_.write(part + "/new", "1");
     const auto work = std::filesystem::current_path();
@@ -149,17 +146,6 @@ TEST_F(DirectorySource, FindsTextInDirectoriesLastBucketFirstAndTellsOfDuplicate
     EXPECT_THAT(lines, ElementsAre("kept", "0. " + root + "abc/x", "1. " + root + "z/bc/x"));
     source_.dump(lines, ".txt");
     EXPECT_EQ(lines.size(), 3u);
-}
-
-TEST_F(DirectorySource, CreatesWithTheCallersCaseAndReusesWhatExists) {
-    ASSERT_TRUE(mount_with({"Maps/old"}));
-    EXPECT_TRUE(create("MAPS/New/File.TXT", "text"));
-    EXPECT_EQ(disk_.read("Maps/New/File.TXT"), "text");
-    EXPECT_EQ(read("maps/new/file.txt"), "text");
-    EXPECT_TRUE(write_all(source_.create_read_write(as_path("MAPS/New/File.TXT", false), {}), "2"));
-    EXPECT_THAT(all(), UnorderedElementsAre("maps/old", "maps/new/file.txt")) << "a file made again is entered once";
-    for (const char* dir : {"MAPS/Dir", "maps/dir"}) EXPECT_TRUE(source_.mkdir(as_dir(dir, false))) << dir;
-    EXPECT_TRUE(disk_.exists("Maps/Dir") && has_dir("maps/new"));
 }
 
 TEST_F(DirectorySource, ChangesNothingOutsideAndMakesNoNameThatNotEverySystemHolds) {

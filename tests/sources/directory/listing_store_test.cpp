@@ -216,9 +216,6 @@ protected:
         EXPECT_TRUE(source_.init(as_dir(disk_.path()), FFSAddSourceFlags::RECURSIVE, listing));
         return all_names(source_);
     }
-    void expect_path(const std::string& path) {
-        EXPECT_TRUE(kernel::equal_folded(control_->path, path)) << control_->path;
-    }
 
     const TempDirectory disk_;
     // Held, so that what it is told lasts from one mount to the next.
@@ -240,7 +237,7 @@ TEST_F(CacheService, ServesAMountWithoutTouchingADirectoryOrAStoredListing) {
     EXPECT_EQ(platform::fault_hits(), 0u);
     platform::clear_faults();
     EXPECT_EQ(source_.dir_tree()->first_child(), nullptr);
-    expect_path(disk_.path() + "/");
+    EXPECT_TRUE(kernel::equal_folded(control_->path, disk_.path() + "/")) << control_->path;
     EXPECT_TRUE(control_->second == 1 && control_->items_released == 1 && control_->mount_points_released == 1);
     EXPECT_EQ(read_all(source_.open_read(as_path("dir/two"), FFSOpenFlags::NONE)), "Dir/Two") << "by its spelling";
     control_->item_count = 0;
@@ -248,7 +245,7 @@ TEST_F(CacheService, ServesAMountWithoutTouchingADirectoryOrAStoredListing) {
     control_->item_count = 1;
     ASSERT_TRUE(source_.init(as_dir(disk_ / "dir"), FFSAddSourceFlags::MOUNT_PARENT, nullptr));
     EXPECT_THAT(all_names(source_), UnorderedElementsAre("dir/served.txt")) << "the start leads each name";
-    expect_path(disk_.path() + "/Dir/");
+    EXPECT_TRUE(kernel::equal_folded(control_->path, disk_.path() + "/Dir/")) << control_->path;
 }
 
 TEST_F(CacheService, LeavesTheMountToTheDiskWhenItDeclines) {

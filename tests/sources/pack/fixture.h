@@ -14,9 +14,6 @@
 
 namespace packs {
 
-using ::deflated;
-using ::noise;
-
 /// One entry as it will stand in the pack, right or wrong.
 struct Entry {
     std::string name;
