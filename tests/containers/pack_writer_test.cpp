@@ -2,11 +2,9 @@
 #include <cstdlib>
 #include <map>
 
-#include "engine/filesystem/formats/zstd.h"
 #include "engine/platform/clock.h"
 #include "engine/platform/files.h"
 #include "tests/sources/pack/fixture.h"
-#include "tests/support/failure.h"
 #include "tests/support/mounted_root.h"
 
 namespace {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/streams.h>
 
 #include <gmock/gmock.h>

@@ -135,7 +135,7 @@ TEST_F(Gzip, NeverVouchesForWrongBytes) {
     }
 }
 
-TEST(MemoryStream, DropsWhatDoesNotFit) {
+TEST(MemoryStream, DropsWhatDoesNotFitAndIsEmptyWithoutMemory) {
     unsigned char block[4];
     fs::memfile stream;
     ASSERT_TRUE(stream.open_from_memory(EFSMode::WRITE, block, sizeof(block), false));
@@ -151,18 +151,15 @@ TEST(MemoryStream, DropsWhatDoesNotFit) {
     stream.open_from_memory(EFSMode::READ, block, 0x100000005ull, false);
     EXPECT_TRUE(stream.set_current_pos(5));
     EXPECT_FALSE(stream.set_current_pos(6)) << "the size counts as a signed 32-bit number";
-}
 
-TEST(MemoryStream, WithoutMemoryIsEmpty) {
     char byte = 'x';
-    fs::memfile block;
-    block.open_from_memory(EFSMode::READ, nullptr, 100, false);
+    stream.open_from_memory(EFSMode::READ, nullptr, 100, false);
     fs::vectorfile vector;
     vector.open_from_memory(EFSMode::WRITE, nullptr, false);
-    for (fs::ifile* stream : {static_cast<fs::ifile*>(&block), static_cast<fs::ifile*>(&vector)}) {
-        EXPECT_TRUE(stream->read(&byte, 1) == 0 && stream->write(&byte, 1) == 0);
-        EXPECT_TRUE(stream->seek(0, EFSSeek::END));
-        EXPECT_FALSE(stream->seek(1, EFSSeek::BEGIN));
+    for (fs::ifile* empty : {static_cast<fs::ifile*>(&stream), static_cast<fs::ifile*>(&vector)}) {
+        EXPECT_TRUE(empty->read(&byte, 1) == 0 && empty->write(&byte, 1) == 0);
+        EXPECT_TRUE(empty->seek(0, EFSSeek::END));
+        EXPECT_FALSE(empty->seek(1, EFSSeek::BEGIN));
     }
     FileInMemory file(nullptr, 0);
     EXPECT_EQ(test::why(file.write(&byte, 1) != UINT64_MAX), EFSError::UNSUPPORTED);

@@ -191,8 +191,7 @@ TEST(RecordedListing, FailsWithHostileNames) {
         fs::dir_listing listing;
         EXPECT_EQ(listing.decode(key, recorded.encode(key)), is_good) << dir << " with " << file;
         EXPECT_EQ(listing.is_empty(), !is_good);
-        for (const fs::ListingKey& other : {fs::ListingKey{"/data/bas", 1}, {"/data/base", 0}})
-            EXPECT_FALSE(listing.decode(other, recorded.encode(key))) << "recorded for something else";
+        EXPECT_FALSE(listing.decode({"/data/bas", 1}, recorded.encode(key))) << "recorded for something else";
     }
 }
 

@@ -4,7 +4,6 @@
 #include <optional>
 
 #include <engine/filesystem/pack_reader.h>
-#include <engine/filesystem/sources/pack.h>
 
 #include "engine/filesystem/formats/zip.h"
 #include "engine/filesystem/formats/zstd.h"

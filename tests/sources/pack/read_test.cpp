@@ -1,7 +1,5 @@
 // Reading entries: positions, seeks, threads; damaged packs, failing disks and entries that lie, which must cost an
 // error or short reads, and a reason: no crash, no hang, nothing outside the pack's bytes.
-#include <cstring>
-
 #include "fixture.h"
 #include "tests/support/mounted_root.h"
 #include "tests/support/run_together.h"
@@ -12,7 +10,6 @@ using packs::deflated_entry;
 using packs::Entry;
 using packs::stored_entry;
 using packs::with;
-using testing::AllOf;
 using testing::FieldsAre;
 using testing::HasSubstr;
 
@@ -157,7 +154,7 @@ TEST(PackDamage, IsToldWithPackEntryAndReasonAndNothingElseIs) {
     }
     const auto expect_told = [](const std::string& name, const char* reason) {
         EXPECT_THAT(fs::last_error(),
-                    FieldsAre(EFSError::BAD_FORMAT, 0, name, AllOf(HasSubstr(reason), HasSubstr("test.pak"))));
+                    FieldsAre(EFSError::BAD_FORMAT, 0, name, testing::AllOf(HasSubstr(reason), HasSubstr("test.pak"))));
         fs::clear_error();
     };
     for (const auto& [entry, reason] : rows) {
