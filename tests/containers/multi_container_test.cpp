@@ -1,15 +1,12 @@
 // Multi-containers over a source in memory, which notes each write, and over the disk.
 #include <algorithm>
 #include <functional>
-#include <map>
-#include <memory>
 #include <optional>
 #include <random>
 #include <tuple>
 
 #include "engine/filesystem/containers/container_index.h"
 #include "tests/sources/kit.h"
-#include "tests/support/failure.h"
 #include "tests/support/mounted_root.h"
 #include "tests/support/run_together.h"
 
@@ -74,35 +71,6 @@ protected:
     test::MemorySource* const source_ = test::mount_memory("/memory/");
     std::vector<test::Write> writes_;
 };
-
-TEST_F(MultiContainer, KeepsWhatARandomModelKeepsAcrossSavesAndReopening) {
-    Blobs model;
-    std::mt19937 random(7);
-    auto file = std::make_unique<CFileHashMultiContainer>();
-    ASSERT_TRUE(file->Create("a.mc"));
-    for (int step = 0; step < 3000; ++step) {
-        const std::string name = "c" + std::to_string(random() % 5);
-        const auto hash = static_cast<std::uint32_t>(random() % 4 == 0 ? random() : random() % 40);
-        const std::string text(random() % 300, static_cast<char>('a' + random() % 26));
-        const auto action = random() % 160;
-        if (action < 20) {
-            EXPECT_EQ(file->Remove(name.c_str(), hash), model.erase({name, hash}) != 0);
-        } else if (action < 40) {
-            EXPECT_TRUE(file->Save());
-        } else if (action == 40) {
-            ASSERT_TRUE(file->Save());
-            file = std::make_unique<CFileHashMultiContainer>();
-            ASSERT_TRUE(file->Open("A.MC", true));
-        } else {
-            EXPECT_TRUE(put(*file, name, hash, text, random() % 2 == 0));
-            model[{name, hash}] = text;
-        }
-    }
-    EXPECT_EQ(everything(*file), model);
-    ASSERT_TRUE(file->Save());
-    file.reset();
-    EXPECT_EQ(opened("a.mc"), model);
-}
 
 /// Lets the writes that were noted reach a disk byte by byte; how often the state is `after` in the end. Any other than
 /// `before` and `after` is a failure.
@@ -229,7 +197,6 @@ TEST_F(MultiContainer, AnIndexThatLiesBehindGoodChecksumsIsDamaged) {
     const std::tuple<const char*, std::string, std::function<void(Commit&)>> files[] = {
         {"index in the head", good, [](Commit& c) { c.index_offset = 0; }},
         {"index far away", good, [](Commit& c) { c.index_offset = ~std::uint64_t{0} - 8; }},
-        {"index larger than the file", good, [](Commit& c) { c.index_size = ~std::uint64_t{0}; }},
         {"directory larger than the index", good, [](Commit& c) { c.directory_size = c.index_size + 1; }},
         {"sizes that wrap", good, [](Commit& c) { c.index_size = c.directory_size = ~c.index_offset; }},
         {"name longer than the directory", long_name, {}},
@@ -268,18 +235,33 @@ TEST_F(MultiContainer, AnIndexThatLiesBehindGoodChecksumsIsDamaged) {
 
 class MultiContainerOnDisk : public MountedRoot {};
 
-TEST_F(MultiContainerOnDisk, CompactingGivesBackWhatIsWastedAndWhatIsOpenIsReadWhateverBecomesOfItsName) {
+TEST_F(MultiContainerOnDisk, KeepsWhatARandomModelKeepsAndCompactingGivesBackWhatIsWastedWhateverBecomesOfTheName) {
+    Blobs model;
+    std::mt19937 random(7);
     CFileHashMultiContainer file;
     ASSERT_TRUE(file.Create("sub/a.mc"));
-    for (std::uint32_t round = 0; round < 4; ++round) {
-        for (std::uint32_t i = 0; i < 500; ++i)
-            put(file, "c" + std::to_string(i % 3), i, std::string(200, static_cast<char>('a' + round)));
-        ASSERT_TRUE(file.Save());
+    for (int step = 0; step < 2000; ++step) {
+        const std::string name = "c" + std::to_string(random() % 5);
+        // Most lie at the ends, where an even spread would not have them.
+        const auto hash = static_cast<std::uint32_t>(random() % 4 == 0 ? random() : random() % 40 - 20);
+        const std::string text(random() % 300, static_cast<char>('a' + random() % 26));
+        const auto action = random() % 160;
+        if (action < 20) {
+            EXPECT_EQ(file.Remove(name.c_str(), hash), model.erase({name, hash}) != 0);
+        } else if (action < 30) {
+            EXPECT_TRUE(file.Save());
+        } else if (action == 30) {
+            ASSERT_TRUE(file.Save());
+            file.Close();
+            ASSERT_TRUE(file.Open("SUB/A.MC", true));
+        } else {
+            EXPECT_TRUE(put(file, name, hash, text, random() % 2 == 0));
+            model[{name, hash}] = text;
+        }
     }
-    for (std::uint32_t i = 0; i < 100; ++i) file.Remove("c0", i);
+    EXPECT_EQ(everything(file), model);
     ASSERT_TRUE(put(file, "large", 1, std::string(300u << 10, 'l')) && file.Save());
     const Blobs before = everything(file);
-
     std::filesystem::create_directory(directory_ / "sub/a.mc.new");
     EXPECT_FALSE(file.Compact()) << "the new file cannot be made";
     std::filesystem::remove(directory_ / "sub/a.mc.new");

@@ -1,7 +1,10 @@
+// Packs that are made here, entry by entry and by the archives of hosts, and what others make of them.
+#include <cstdlib>
+#include <map>
+
 #include "engine/platform/clock.h"
 #include "engine/platform/files.h"
 #include "tests/sources/pack/fixture.h"
-#include "tests/support/failure.h"
 #include "tests/support/mounted_root.h"
 
 namespace {
@@ -160,6 +163,103 @@ TEST_F(PackWriter, TakesTheNearestTimeThatTheFormatHas) {
         ASSERT_TRUE(writer_.open(target_.c_str()) && writer_.add("a", "1", 1, 0, time) && writer_.finish()) << time;
         EXPECT_EQ(read_file(target_).substr(10, 4), stored);
     }
+}
+
+TEST(Zstd, WritesFramesOfAMebibyteWithATableThatFindsThem) {
+    if (!fs::has_zstd()) GTEST_SKIP() << "built without it";
+    const auto compressor = fs::make_zstd_compressor();
+    const std::string plain = noise((5 << 19) + 77, 1);
+    const auto packed = compressor->compress(plain.data(), plain.size(), 3, plain.size());
+    std::string out(plain.size(), '!');
+    ASSERT_TRUE(fs::make_buffer_zstd_decoder()->decode(packed.data(), packed.size(), out.data(), out.size()));
+    EXPECT_TRUE(out == plain);
+
+    const std::uint8_t* const end = packed.data() + packed.size();
+    const std::uint64_t table_size = fs::ZstdSeekTable::size_by_footer(end - fs::ZstdSeekTable::footer_size);
+    ASSERT_EQ(table_size, 8u + 3 * 8 + 9);
+    fs::ZstdSeekTable table;
+    ASSERT_TRUE(table.read(end - table_size, table_size, packed.size(), plain.size()));
+    EXPECT_TRUE(table.starts.size() == 3 && table.frame_size == 1u << 20);
+    for (const std::size_t wrong : {0u, 1u})
+        EXPECT_FALSE(table.read(end - table_size, table_size, packed.size() + wrong, plain.size() - 1 + wrong));
+    EXPECT_TRUE(table.starts.empty());
+    EXPECT_TRUE(compressor->compress(packed.data(), packed.size(), 3, packed.size()).empty()) << "not smaller";
+    const auto one_frame = compressor->compress(plain.data(), 1000, 19, 1000);
+    EXPECT_EQ(fs::ZstdSeekTable::size_by_footer(one_frame.data() + one_frame.size() - 9), 0u);
+}
+
+// Packs and other people's tools: theirs mount here and read back the same, ours pass their checks. A tool that is not
+// installed is passed over.
+
+#if defined(_WIN32)
+constexpr const char* silently = " > NUL 2>&1";
+#else
+constexpr const char* silently = " > /dev/null 2>&1";
+#endif
+
+std::map<std::string, std::string> sample() {
+    std::map<std::string, std::string> files{
+        {"empty.txt", ""}, {"a/one.txt", "1"}, {"a/b/text.txt", std::string(100000, 't')}};
+    for (std::uint32_t i = 0; i < 40; ++i) files["a/n/" + std::to_string(i)] = noise(i * i * 300, i);
+    return files;
+}
+
+class PackInterchange : public testing::Test {
+protected:
+    /// What the command answers in the directory that holds tree/ and out.pak; 0 too where `probe` finds no such tool.
+    int run(const std::string& probe, const std::string& command) {
+        if (std::system((probe + silently).c_str()) != 0) return 0;
+        ++tools_;
+        return std::system(("(cd " + dir_.path() + " && " + command + ")" + silently).c_str());
+    }
+    void TearDown() override {
+        if (tools_ == 0) GTEST_SKIP() << "not available: tools for zip files";
+    }
+
+    const TempDirectory dir_;
+    const std::string pack_ = dir_ / "out.pak";
+    int tools_ = 0;
+};
+
+TEST_F(PackInterchange, PacksMadeElsewhereMountAndReadBackTheSame) {
+    for (const auto& [name, bytes] : sample()) dir_.write("tree/" + name, bytes);
+    const std::pair<const char*, const char*> packers[] = {
+        {"zip -v", "zip -q -r out.zip tree && mv out.zip out.pak"},
+        {"zip -v", "zip -0 -q -r out.zip tree && mv out.zip out.pak"},
+        {"7z", "7z a -tzip out.zip tree && mv out.zip out.pak"},
+        {"python3 --version", "python3 -m zipfile -c out.pak tree"}};
+    for (const auto& [probe, command] : packers) {
+        SCOPED_TRACE(command);
+        std::filesystem::remove(pack_);
+        ASSERT_EQ(run(probe, command), 0);
+        if (!dir_.exists("out.pak")) continue;
+        const auto pack = packs::mount_file(pack_);
+        ASSERT_TRUE(pack);
+        EXPECT_EQ(all_names(*pack).size(), sample().size());
+        for (const auto& [name, bytes] : sample()) EXPECT_EQ(packs::content(*pack, "tree/" + name), bytes) << name;
+    }
+}
+
+TEST_F(PackInterchange, PacksMadeHerePassTheChecksOfOthers) {
+    fs::pack_writer writer;
+    ASSERT_TRUE(writer.open(pack_.c_str()));
+    int level = 0;
+    for (const auto& [name, bytes] : sample())
+        ASSERT_TRUE(writer.add(name.c_str(), bytes.data(), bytes.size(), level++ % 13, 0));
+    ASSERT_TRUE(writer.add("\xC3\xA9tat.txt", "utf-8", 5, 6, 0) && writer.finish());
+    EXPECT_EQ(run("unzip -v", "unzip -t out.pak"), 0);
+    EXPECT_EQ(run("7z", "7z t out.pak"), 0);
+    EXPECT_EQ(
+        run("python3 --version", "python3 -c 'import zipfile; assert zipfile.ZipFile(\"out.pak\").testzip() is None'"),
+        0);
+    // Long entries are frames with a table behind them, which other readers pass over.
+    const std::string text = noise((5 << 19) + 77, 1);
+    ASSERT_TRUE(writer.open(pack_.c_str()));
+    if (!writer.add("long", text.data(), text.size(), 9, 0, EFSPackMethod::ZSTD)) return;
+    ASSERT_TRUE(writer.add("short", text.data(), 5000, 19, 0, EFSPackMethod::ZSTD) && writer.finish());
+    const int others = tools_;
+    ASSERT_EQ(run("bsdtar --version", "bsdtar -xf out.pak"), 0);
+    if (tools_ > others) EXPECT_TRUE(dir_.read("long") == text && dir_.read("short") == text.substr(0, 5000));
 }
 
 class Zip : public MountedRoot {

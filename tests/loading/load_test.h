@@ -4,12 +4,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <memory>
-#include <mutex>
 #include <new>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "tests/support/memory_source.h"
 #include "tests/support/mounted_root.h"
@@ -66,13 +62,11 @@ private:
 };
 
 struct Told {
-    std::mutex lock;
-    std::string names;  // the first letter of each load's bytes
+    std::string names;  // the first letter of each load's bytes, by one worker
     std::atomic<int> count{0};
 
     static void Note(SFsLoad* load, void* user) {
         auto& told = *static_cast<Told*>(user);
-        const std::lock_guard guard(told.lock);
         told.names += *static_cast<const char*>(load->Data());
         ++told.count;
     }
@@ -120,9 +114,6 @@ protected:
         LoadPtr load = BeginCounted("gated");
         EXPECT_TRUE(gate_.reached.Wait(10'000));
         return load;
-    }
-    static void WaitUntilInHand(const SFsLoad& load) {
-        while (load.State() == EFSRequestState::QUEUED) std::this_thread::yield();
     }
     static LoadPtr Ended(const SFsLoadWish& wish) {
         LoadPtr load = Begin(wish);

@@ -4,9 +4,6 @@
 
 #include <gmock/gmock.h>
 
-#include <filesystem>
-#include <string>
-#include <system_error>
 #include <tuple>
 
 #include "engine/platform/error.h"

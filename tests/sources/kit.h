@@ -6,10 +6,6 @@
 #include <gmock/gmock.h>
 #include <zlib.h>
 
-#include <filesystem>
-#include <string>
-#include <vector>
-
 #include "engine/platform/error.h"
 #include "tests/support/failure.h"
 #include "tests/support/memory_source.h"

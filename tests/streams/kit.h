@@ -1,15 +1,11 @@
 #pragma once
 
-#include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/streams.h>
 
 #include <gmock/gmock.h>
 
-#include <memory>
-#include <string>
 #include <tuple>
 #include <utility>
-#include <vector>
 
 #include "engine/platform/error.h"
 #include "tests/support/failure.h"

@@ -95,10 +95,8 @@ TEST_F(Gzip, PassesOverEveryHeaderField) {
     const std::string start = "\x1F\x8B\x08"s;
     const std::string rest = "\1\2\3\4\5\6"s;
     const std::tuple<const char*, std::string, bool> rows[] = {
-        {"name", start + "\x08" + rest + "n\xFFme\0"s, true},
         {"extra field with 255s", start + "\x04" + rest + "\4\0\xFF\xFF\0\1"s, true},
-        {"header checksum", start + "\x02" + rest + "\xFF\xFF", true},
-        {"every field", start + "\x1F" + rest + "\1\0xname\0comment\0\xFF\0"s, true},
+        {"every field", start + "\x1F" + rest + "\1\0xn\xFFme\0comment\0\xFF\0"s, true},
         {"reserved flag", start + "\x20" + rest, false},
         {"another method", "\x1F\x8B\7\0"s + rest, false},
         {"no magic", "\x1F\x8C\x08\0"s + rest, false},
@@ -137,25 +135,7 @@ TEST_F(Gzip, NeverVouchesForWrongBytes) {
     }
 }
 
-/// Reaches operations that are meant for derived classes.
-struct OpenedUp : fs::vectorfile {
-    using vectorfile::get_long;
-    using vectorfile::tell_zipped;
-    using vectorfile::use_zip;
-    using vectorfile::zip_rewind;
-};
-
-TEST_F(Gzip, PartsAnswerWithoutAMemberAndBeginOneWhenItIsNeeded) {
-    OpenedUp parts;
-    parts.open_from_memory(EFSMode::READ, &bytes, false);
-    EXPECT_TRUE(parts.zip_rewind() == -1 && parts.tell_zipped() == -1 && parts.get_long() == 0xFFFFFFFFu);
-    parts.use_zip(true);
-    EXPECT_EQ(parts.write("abc", 3), 3u);
-    parts.close();
-    EXPECT_EQ(written(), gzip_member_of("abc"));
-}
-
-TEST(MemoryStream, DropsWhatDoesNotFit) {
+TEST(MemoryStream, DropsWhatDoesNotFitAndIsEmptyWithoutMemory) {
     unsigned char block[4];
     fs::memfile stream;
     ASSERT_TRUE(stream.open_from_memory(EFSMode::WRITE, block, sizeof(block), false));
@@ -171,18 +151,15 @@ TEST(MemoryStream, DropsWhatDoesNotFit) {
     stream.open_from_memory(EFSMode::READ, block, 0x100000005ull, false);
     EXPECT_TRUE(stream.set_current_pos(5));
     EXPECT_FALSE(stream.set_current_pos(6)) << "the size counts as a signed 32-bit number";
-}
 
-TEST(MemoryStream, WithoutMemoryIsEmpty) {
     char byte = 'x';
-    fs::memfile block;
-    block.open_from_memory(EFSMode::READ, nullptr, 100, false);
+    stream.open_from_memory(EFSMode::READ, nullptr, 100, false);
     fs::vectorfile vector;
     vector.open_from_memory(EFSMode::WRITE, nullptr, false);
-    for (fs::ifile* stream : {static_cast<fs::ifile*>(&block), static_cast<fs::ifile*>(&vector)}) {
-        EXPECT_TRUE(stream->read(&byte, 1) == 0 && stream->write(&byte, 1) == 0);
-        EXPECT_TRUE(stream->seek(0, EFSSeek::END));
-        EXPECT_FALSE(stream->seek(1, EFSSeek::BEGIN));
+    for (fs::ifile* empty : {static_cast<fs::ifile*>(&stream), static_cast<fs::ifile*>(&vector)}) {
+        EXPECT_TRUE(empty->read(&byte, 1) == 0 && empty->write(&byte, 1) == 0);
+        EXPECT_TRUE(empty->seek(0, EFSSeek::END));
+        EXPECT_FALSE(empty->seek(1, EFSSeek::BEGIN));
     }
     FileInMemory file(nullptr, 0);
     EXPECT_EQ(test::why(file.write(&byte, 1) != UINT64_MAX), EFSError::UNSUPPORTED);
@@ -196,16 +173,12 @@ TEST(VectorFile, KeepsTheContentsAndGrows) {
     stream.open_from_memory(EFSMode::WRITE, &vector.bytes, false);
     EXPECT_TRUE(stream.seek(10, EFSSeek::BEGIN));
     EXPECT_EQ(vector.written(), "ab" + std::string(8, '\0'));
-    EXPECT_TRUE(stream.seek(1, EFSSeek::BEGIN));
-    const std::string text(20, 'x');
-    EXPECT_EQ(stream.write(text.data(), 20), 20u);
-    EXPECT_EQ(vector.written(), "a" + text) << "over the end in one write";
     vector.bytes.resize(5);
     EXPECT_EQ(stream.write("y", 1), 1u) << "also after the owner shortened the vector";
-    EXPECT_EQ(vector.bytes.size(), 22u);
+    EXPECT_EQ(vector.bytes.size(), 11u);
     EXPECT_FALSE(stream.set_current_pos(0x80000000ll));
     EXPECT_FALSE(stream.set_size(UINT64_MAX));
-    EXPECT_EQ(stream.tell(), 22u);
+    EXPECT_EQ(stream.tell(), 11u);
 }
 
 }  // namespace

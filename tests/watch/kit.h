@@ -2,10 +2,7 @@
 
 #include <chrono>
 #include <map>
-#include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include "engine/filesystem/registry/registry.h"
 #include "engine/platform/watcher.h"

@@ -1,9 +1,7 @@
 #include <atomic>
 #include <random>
 #include <set>
-#include <thread>
 
-#include "engine/platform/watcher.h"
 #include "tests/support/pack_file.h"
 #include "tests/watch/kit.h"
 

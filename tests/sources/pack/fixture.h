@@ -1,15 +1,9 @@
 #pragma once
 
-#include <cstdint>
-#include <cstring>
 #include <functional>
-#include <memory>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include <engine/filesystem/pack_reader.h>
-#include <engine/filesystem/sources/pack.h>
 
 #include "engine/filesystem/formats/zip.h"
 #include "engine/filesystem/formats/zstd.h"
@@ -18,9 +12,6 @@
 #include "tests/support/pack_file.h"
 
 namespace packs {
-
-using ::deflated;
-using ::noise;
 
 /// One entry as it will stand in the pack, right or wrong.
 struct Entry {

@@ -1,7 +1,5 @@
 // Reading entries: positions, seeks, threads; damaged packs, failing disks and entries that lie, which must cost an
 // error or short reads, and a reason: no crash, no hang, nothing outside the pack's bytes.
-#include <cstring>
-
 #include "fixture.h"
 #include "tests/support/mounted_root.h"
 #include "tests/support/run_together.h"
@@ -12,7 +10,6 @@ using packs::deflated_entry;
 using packs::Entry;
 using packs::stored_entry;
 using packs::with;
-using testing::AllOf;
 using testing::FieldsAre;
 using testing::HasSubstr;
 
@@ -46,7 +43,7 @@ void compare_by_chance(SFsFile& file, const std::string& bytes, std::size_t seed
 
 // A long zstd entry has frames, a long deflated one checkpoints; a seek far out used to lead to other bytes.
 TEST(PackRead, GivesTheBytesAtEachPositionToAnyNumberOfThreads) {
-    const std::string data = packs::noise(3 << 20, 1);
+    const std::string data = noise(3 << 20, 1);
     std::vector<Entry> entries = packs::entries_of_all_methods(data);
     std::vector<std::string> contents(entries.size(), data);
     const auto add = [&](const Entry& entry, const std::string& content) {
@@ -85,7 +82,7 @@ TEST(PackRead, GivesTheBytesAtEachPositionToAnyNumberOfThreads) {
 
 // Programs rely on what they are given.
 TEST(PackRead, BehindTheLastTwoBlocksAStoredEntryGoesOnWithTheInputThatComesNext) {
-    const std::string data = packs::noise(300000, 1);
+    const std::string data = noise(300000, 1);
     const auto source = packs::mount(packs::build({stored_entry("x", data)}));
     const auto file = packs::open(*source, "x");
     constexpr std::size_t next = 15 * 16384;  // input comes in pieces of 16 KiB
@@ -114,8 +111,8 @@ TEST(PackDamage, AnyByteMayBeWrongOrTheLast) {
             }
         }
     };
-    const std::string good = packs::build({deflated_entry("dir/a.txt", packs::noise(200, 1) + std::string(200, 'z')),
-                                           stored_entry("b", packs::noise(60, 2)), deflated_entry("dir/c", "")});
+    const std::string good = packs::build({deflated_entry("dir/a.txt", noise(200, 1) + std::string(200, 'z')),
+                                           stored_entry("b", noise(60, 2)), deflated_entry("dir/c", "")});
     for (std::size_t at = 0; at < good.size(); ++at) {
         exercise(good.substr(0, at), FFSAddSourceFlags::PACK_IN_MEMORY);
         for (const char flip : {'\x01', '\x80', '\xFF'}) {
@@ -128,7 +125,7 @@ TEST(PackDamage, AnyByteMayBeWrongOrTheLast) {
 
 // A pack in use cannot be opened for writing here, but another process, or another system over the network, may.
 TEST(PackDamage, APackThatShrinksWhileOpenGivesShortReadsOrZeros) {
-    const std::string data = packs::noise(200000, 5);
+    const std::string data = noise(200000, 5);
     const auto source = packs::mount(packs::build({stored_entry("s", data), deflated_entry("d", data)}));
     ASSERT_TRUE(source);
     const auto stored = packs::open(*source, "s");
@@ -145,7 +142,7 @@ TEST(PackDamage, APackThatShrinksWhileOpenGivesShortReadsOrZeros) {
 
 // Damage used to be read without a word.
 TEST(PackDamage, IsToldWithPackEntryAndReasonAndNothingElseIs) {
-    const std::string data = packs::noise(300000, 1);
+    const std::string data = noise(300000, 1);
     const Entry deflated = deflated_entry("deflated", data);
     std::vector<std::pair<Entry, const char*>> rows = {
         {with(deflated, [](Entry& e) { e.packed[10] = static_cast<char>(~e.packed[10]); }), "damaged"},
@@ -157,7 +154,7 @@ TEST(PackDamage, IsToldWithPackEntryAndReasonAndNothingElseIs) {
     }
     const auto expect_told = [](const std::string& name, const char* reason) {
         EXPECT_THAT(fs::last_error(),
-                    FieldsAre(EFSError::BAD_FORMAT, 0, name, AllOf(HasSubstr(reason), HasSubstr("test.pak"))));
+                    FieldsAre(EFSError::BAD_FORMAT, 0, name, testing::AllOf(HasSubstr(reason), HasSubstr("test.pak"))));
         fs::clear_error();
     };
     for (const auto& [entry, reason] : rows) {
@@ -189,7 +186,7 @@ class PackChecksum : public MountedRoot {};
 
 // It used to answer the sum of whatever came.
 TEST_F(PackChecksum, IsNoneForADamagedEntry) {
-    const Entry bad = with(deflated_entry("x", packs::noise(300000, 1)), [](Entry& e) { ++e.crc; });
+    const Entry bad = with(deflated_entry("x", noise(300000, 1)), [](Entry& e) { ++e.crc; });
     ASSERT_TRUE(fs::add_source(directory_.write("test.pak", packs::build({bad, stored_entry("good", "1")})).c_str()));
     std::uint32_t crc = 1;
     EXPECT_FALSE(fs::calc_file_crc("x", crc));
