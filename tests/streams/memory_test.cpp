@@ -135,6 +135,24 @@ TEST_F(Gzip, NeverVouchesForWrongBytes) {
     }
 }
 
+/// Reaches operations that are meant for derived classes.
+struct OpenedUp : fs::vectorfile {
+    using vectorfile::get_long;
+    using vectorfile::tell_zipped;
+    using vectorfile::use_zip;
+    using vectorfile::zip_rewind;
+};
+
+TEST_F(Gzip, PartsAnswerWithoutAMemberAndBeginOneWhenItIsNeeded) {
+    OpenedUp parts;
+    parts.open_from_memory(EFSMode::READ, &bytes, false);
+    EXPECT_TRUE(parts.zip_rewind() == -1 && parts.tell_zipped() == -1 && parts.get_long() == 0xFFFFFFFFu);
+    parts.use_zip(true);
+    EXPECT_EQ(parts.write("abc", 3), 3u);
+    parts.close();
+    EXPECT_EQ(written(), gzip_member_of("abc"));
+}
+
 TEST(MemoryStream, DropsWhatDoesNotFitAndIsEmptyWithoutMemory) {
     unsigned char block[4];
     fs::memfile stream;
