@@ -7,7 +7,7 @@
 #include <engine/filesystem/contract.h>
 #include <engine/kernel/multithreading.h>
 
-#include "engine/filesystem/startup/crash.h"
+#include "engine/filesystem/startup/log.h"
 #include "engine/platform/process.h"
 #include "tests/startup/child.h"
 #include "tests/support/run_together.h"

@@ -18,7 +18,7 @@
 #include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
-#include "engine/filesystem/startup/crash.h"
+#include "engine/filesystem/startup/log.h"
 #include "engine/platform/process.h"
 #include "tests/log/log_fixture.h"
 #include "tests/startup/child.h"

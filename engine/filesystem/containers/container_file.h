@@ -4,8 +4,6 @@
 #include <mutex>
 #include <vector>
 
-#include <engine/filesystem/contract/file.h>
-
 #include "engine/filesystem/contract/file.h"
 #include "engine/platform/threads.h"
 

@@ -10,8 +10,6 @@
 #include <unordered_set>
 #include <utility>
 
-#include <engine/filesystem/contract/path.h>
-
 #include "engine/filesystem/containers/zip_output.h"
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/path.h"

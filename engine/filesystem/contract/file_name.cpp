@@ -1,4 +1,3 @@
-#include <engine/filesystem/contract/path.h>
 
 #include <cstdarg>
 #include <cstdio>

@@ -4,7 +4,6 @@
 #include <string>
 #include <utility>
 
-#include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/loading.h>
 
 #include "engine/filesystem/contract/error.h"

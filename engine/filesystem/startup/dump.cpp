@@ -9,7 +9,7 @@
 #include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/log/sinks.h"
-#include "engine/filesystem/startup/crash.h"
+#include "engine/filesystem/startup/log.h"
 #include "engine/platform/clock.h"
 #include "engine/platform/crash.h"
 #include "engine/platform/directories.h"

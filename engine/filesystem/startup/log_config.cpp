@@ -1,6 +1,6 @@
 // What the command line and the configuration file say about the log. The file is found, read whole, parsed and applied
 // command by command.
-#include "engine/filesystem/startup/crash.h"
+#include "engine/filesystem/startup/log.h"
 
 #include <algorithm>
 #include <new>

@@ -2,7 +2,7 @@
 // returns, the system has its line. It is written at its end, wherever that is, so that processes that share it after a
 // fork do not write over each other. The lock makes two threads' lines come one after the other whatever kind of handle
 // it is, and lets the file be closed while others log.
-#include "engine/filesystem/startup/crash.h"
+#include "engine/filesystem/startup/log.h"
 
 #include <atomic>
 #include <string_view>

@@ -20,7 +20,7 @@
 #include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/log/sinks.h"
 #include "engine/filesystem/registry/registry.h"
-#include "engine/filesystem/startup/crash.h"
+#include "engine/filesystem/startup/log.h"
 #include "engine/platform/clock.h"
 #include "engine/platform/process.h"
 
