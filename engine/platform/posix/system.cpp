@@ -59,9 +59,11 @@ std::int64_t to_file_time(const timespec& time) {
 }
 
 timespec from_file_time(std::int64_t time) {
-    const auto whole = std::chrono::floor<std::chrono::seconds>(Ticks(time));
-    return {.tv_sec = static_cast<time_t>(whole.count() - seconds_from_1601_to_1970),
-            .tv_nsec = static_cast<long>((Ticks(time) - whole).count() * 100)};
+    // Rounded down step by step: the ticks of the first whole second would not fit.
+    const std::int64_t ticks = time % ticks_per_second;
+    const std::int64_t borrowed = ticks < 0 ? 1 : 0;
+    return {.tv_sec = static_cast<time_t>(time / ticks_per_second - borrowed - seconds_from_1601_to_1970),
+            .tv_nsec = static_cast<long>((ticks + borrowed * ticks_per_second) * 100)};
 }
 
 std::int64_t now_utc() {
