@@ -177,7 +177,7 @@ bool copy_dir(const char* from, const char* to) {
 
 void create_backup_copy(const char* path) {
     guarded(path, [&] {
-        if (path == nullptr || path[0] == '\0') return;
+        if (is_empty(path)) return;
         const fs::string file = held_name(path);
         if (file.empty()) return;
         const Names names = {file + ".bak", file + ".ba1", file + ".ba2", file + ".ba3"};

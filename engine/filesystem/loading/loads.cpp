@@ -1,13 +1,13 @@
 #include <engine/filesystem/loading.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <memory>
 
 #include <engine/filesystem/contract/viewable_file.h>
-#include "engine/filesystem/contract/error.h"
 
+#include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/contract/disk_use.h"
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/loading/loader.h"
 
@@ -21,10 +21,6 @@ bool names_a_file(const SFsLoadWish& wish) {
     const bool is_named = wish.path != nullptr && wish.path[0] != '\0';
     return is_named || refuse(EFSError::INVALID_NAME, wish.path, "An empty path names no file.");
 }
-
-struct FreeBlock {
-    void operator()(void* block) const { std::free(block); }
-};
 
 /// What a view's owner points to: the open file, and with it whatever the bytes lie in (the mapping, or the pack in memory),
 /// or a copy.

@@ -173,6 +173,15 @@ struct FilterTable {
 constinit platform::Mutex filter_lock;  // of those who change it
 constinit std::atomic<FilterTable*> filter_table{nullptr};
 
+/// What was added and not cleared since. The end is read first, so that what was cleared is not seen with what came later.
+std::span<FilterEntry> filter_entries() {
+    FilterTable* const table = filter_table;
+    if (table == nullptr) return {};
+    const std::size_t end = table->end;
+    const std::size_t begin = std::min<std::size_t>(table->begin, end);
+    return {table->entries.data() + begin, end - begin};
+}
+
 /// The table with room for one entry more. Throws std::bad_alloc.
 FilterTable& table_with_room() ENGINE_REQUIRES(filter_lock) {
     constexpr std::size_t first_room = 16;
@@ -180,7 +189,8 @@ FilterTable& table_with_room() ENGINE_REQUIRES(filter_lock) {
     if (table != nullptr && table->entries.size() < table->entries.capacity()) return *table;
     auto larger = std::make_unique<FilterTable>();
     larger->entries.reserve(table != nullptr ? 2 * table->entries.size() : first_room);
-    if (table != nullptr) larger->entries.assign(&table->entries[0] + table->begin, &table->entries[0] + table->end);
+    const std::span<FilterEntry> kept = filter_entries();
+    larger->entries.assign(kept.begin(), kept.end());
     larger->end = larger->entries.size();
     larger->before.reset(table);
     filter_table = larger.get();
@@ -188,12 +198,8 @@ FilterTable& table_with_room() ENGINE_REQUIRES(filter_lock) {
 }
 
 std::uint32_t actions_by_table(std::uint32_t id) {
-    FilterTable* const table = filter_table;
-    if (table == nullptr) return CLFilterAction::NOWHERE;
     std::uint32_t joined = CLFilterAction::NOWHERE;
-    const std::size_t end = table->end;  // before `begin`, so that what was cleared is not seen with what came later
-    for (std::size_t i = table->begin; i < end; ++i) {
-        FilterEntry& entry = table->entries[i];
+    for (FilterEntry& entry : filter_entries()) {
         if ((id & entry.mask) == entry.value) joined |= std::atomic_ref(entry.action).load(std::memory_order_relaxed);
     }
     return joined;
@@ -270,12 +276,10 @@ void _CLFilterAdd(const char* pattern, CLFilterAction::ENUM action) {
 
 CLFilterAction::ENUM _CLFilterUpdate(std::uint32_t value, CLFilterAction::ENUM action) {
     const platform::LockGuard guard(filter_lock);
-    FilterTable* const table = filter_table;
-    for (std::size_t i = table != nullptr ? table->begin.load() : 0; table != nullptr && i < table->end; ++i) {
-        if (FilterEntry& entry = table->entries[i]; entry.value == value)
-            return static_cast<CLFilterAction::ENUM>(std::atomic_ref(entry.action).exchange(action));
-    }
-    return CLFilterAction::NOWHERE;
+    const std::span<FilterEntry> entries = filter_entries();
+    const auto entry = std::ranges::find(entries, value, &FilterEntry::value);
+    if (entry == entries.end()) return CLFilterAction::NOWHERE;
+    return static_cast<CLFilterAction::ENUM>(std::atomic_ref(entry->action).exchange(action));
 }
 
 Log::ELevel::TYPE _CLogLevelFromId(std::uint32_t id) {

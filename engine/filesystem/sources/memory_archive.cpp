@@ -18,10 +18,10 @@
 #include <utility>
 
 #include <engine/filesystem/streams/memory.h>
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/path.h"
 
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/name_list.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/formats/deflate.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"

@@ -10,8 +10,8 @@
 #include <new>
 
 #include <zlib.h>
-#include "engine/filesystem/contract/error.h"
 
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/formats/deflate.h"
 #include "engine/kernel/bytes.h"
 

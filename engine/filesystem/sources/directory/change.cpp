@@ -3,10 +3,10 @@
 #include <cstring>
 #include <string>
 #include <typeinfo>
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/path.h"
 
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/handles/native_open.h"
 #include "engine/filesystem/sources/directory/state.h"
 #include "engine/platform/directories.h"
