@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <optional>
 
@@ -113,7 +114,7 @@ public:
     std::function<void()> during_read;
     fs::string reason;
     bool length_known = true;
-    int reads = 0;
+    std::atomic<int> reads{0};
     int released = 0;
 
 private:
