@@ -167,19 +167,21 @@ std::shared_ptr<const PackArchive> PackArchive::mounted_from(const char* path) {
     PacksInUse& used = PacksInUse::get();
     const std::lock_guard guard(used.lock);
     for (auto pack = used.packs.rbegin(); pack != used.packs.rend(); ++pack) {
-        if (pack->first == wanted.c_str() && !pack->second.expired()) return pack->second.lock();
+        if (pack->first != wanted.view()) continue;
+        if (auto archive = pack->second.lock()) return archive;
     }
     return nullptr;
 }
 
 void PackArchive::fill_tree(dir& tree) const {
     const NameTable& names = table_.names;
-    std::set<std::string_view> directories;
+    std::set<std::string_view> directories;  // without the "/" at their ends, which would change their order
     for (std::uint32_t file = names.first(); file != NameTable::none; file = names.next(file)) {
-        if (!names.dir(file).empty()) directories.insert(names.dir(file));
+        const std::string_view directory = names.dir(file);
+        directories.insert(directory.substr(0, directory.size() - 1));
     }
     for (const std::string_view directory : directories) {
-        if (!tree.add_path(std::string(directory.substr(0, directory.size() - 1)).c_str())) throw std::bad_alloc();
+        if (!tree.add_path(std::string(directory).c_str())) throw std::bad_alloc();
     }
 }
 

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <iterator>
 #include <mutex>
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -83,14 +84,17 @@ private:
 }  // namespace
 
 struct CZip_dir::State {
-    /// The file's number by the end of its directory, or, `whole`, by all of it; none when there is no such file.
+    /// The file's number by the end of its directory, or, `whole`, by all of it; none when there is no such file, or,
+    /// with the failure stored, no memory.
     std::uint32_t find(const fs::path& p, bool whole = false) const {
         if (!archive) return none;
         const auto find_lower = [&names = archive->table().names, whole](std::string_view dir, std::string_view name) {
             return whole ? names.find_exact(dir, name) : names.find(dir, name);
         };
-        return p.IsLowercase() ? find_lower(p.PathNameView(), p.FileNameView())
-                               : find_lower(fs::lower_text(p.PathNameView()), fs::lower_text(p.FileNameView()));
+        if (p.IsLowercase()) return find_lower(p.PathNameView(), p.FileNameView());
+        return fs::guarded(p.FileName(), none, [&] {
+            return find_lower(fs::lower_text(p.PathNameView()), fs::lower_text(p.FileNameView()));
+        });
     }
 
     /// The names of the files that answer, the last of the table first. What would not fit into a host's buffers of 260
@@ -135,7 +139,7 @@ void CZip_dir::set_reader(std::shared_ptr<fs::pack_reader> reader) { state_->rea
 
 bool CZip_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir_listing* listing) {
     clear();
-    ReadOnlySource::init(root, flags, listing);
+    if (!ReadOnlySource::init(root, flags, listing)) return false;
     char full_name[fs::path_capacity];
     if (!root.FullName(full_name, sizeof full_name))
         return fs::refuse(EFSError::INVALID_NAME, root.PathName(),
@@ -271,6 +275,7 @@ SZipFile::SZipFile(CFSSource* owner, std::shared_ptr<fs::PackArchive> archive, s
     : archive_(std::move(archive)), entry_(entry), exact_seeks_(exact_seeks) {
     source = owner;
     name = fs::joined_name(archive_->table().names.dir(entry), archive_->table().names.name(entry));
+    if (!name) throw std::bad_alloc();
     size_ = archive_->table().entry(entry).size;
 }
 
@@ -322,7 +327,10 @@ void SZipFile::report(fs::PackFault fault) {
                     fs::file_name(this), pack.c_str(), words);
     }
     if (fault == fs::PackFault::IO) return;  // whoever asked for the bytes has told why
-    fs::set_error(EFSError::BAD_FORMAT, name, "The entry of the pack \"" + pack + "\" cannot be read: " + words + ".");
+    fs::guarded(name, [&] {
+        fs::set_error(EFSError::BAD_FORMAT, name,
+                      "The entry of the pack \"" + pack + "\" cannot be read: " + words + ".");
+    });
 }
 
 std::uint64_t SZipFile::write(const void* /*buffer*/, std::uint64_t /*size*/) { return 0; }

@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/formats/deflate.h"
 #include "engine/filesystem/formats/zstd.h"
 
@@ -177,13 +178,14 @@ private:
         std::uint64_t number = no_block;
     };
 
-    /// Only frames that begin where a block does are of use.
+    /// Only frames that begin where a block does are of use. Without them, or the disk's help, seeks only take longer.
     void load_frames(std::uint32_t size) {
+        const ErrorKeeper keeper;
         if (input_.size() < ZstdSeekTable::footer_size) return;
         std::uint8_t footer[ZstdSeekTable::footer_size];
         input_.copy(input_.size() - sizeof footer, footer, sizeof footer);
         const std::uint64_t table_size = ZstdSeekTable::size_by_footer(footer);
-        if (table_size == 0 || table_size > input_.size()) return;
+        if (input_.take_fault() != PackFault::NONE || table_size == 0 || table_size > input_.size()) return;
         const std::unique_ptr<std::uint8_t[]> table(new std::uint8_t[static_cast<std::size_t>(table_size)]);
         input_.copy(static_cast<std::uint32_t>(input_.size() - table_size), table.get(), table_size);
         frames_.read(table.get(), table_size, input_.size(), size);
@@ -327,10 +329,13 @@ private:
     bool refill(std::uint32_t most) {
         left_ = std::min(input_.size() - loaded_, most);
         if (left_ == 0) return false;
+        ErrorScope scope;
         next_ = input_.view(loaded_, static_cast<std::uint32_t>(left_));
         const PackFault fault = input_.take_fault();
-        if (fault != PackFault::NONE && left_ > input_size)
+        if (fault != PackFault::NONE && left_ > input_size) {
+            scope.forget();
             return refill(input_size);  // what is missing may not be needed yet
+        }
         loaded_ += static_cast<std::uint32_t>(left_);
         if (fault_ == PackFault::NONE) fault_ = fault;
         tainted_ = tainted_ || fault != PackFault::NONE;
@@ -350,8 +355,7 @@ private:
     std::size_t left_ = 0;
     std::uint32_t loaded_ = 0;  // where in the packed bytes that ends
     bool is_good_ = false;      // decoding can go on from here
-    bool tainted_ = false;      // the decoder was fed zeros in place of bytes that
-                                // could not be read
+    bool tainted_ = false;      // the decoder was fed zeros in place of bytes that could not be read
 };
 
 }  // namespace
