@@ -137,6 +137,10 @@ TEST_F(Gzip, NeverVouchesForWrongBytes) {
 
 /// Reaches operations that are meant for derived classes.
 struct OpenedUp : fs::vectorfile {
+    std::uint64_t read_data(void* buffer, std::uint64_t size) override {
+        return fails ? UINT64_MAX : vectorfile::read_data(buffer, size);
+    }
+    bool fails = false;
     using vectorfile::get_long;
     using vectorfile::tell_zipped;
     using vectorfile::use_zip;
@@ -151,6 +155,8 @@ TEST_F(Gzip, PartsAnswerWithoutAMemberAndBeginOneWhenItIsNeeded) {
     EXPECT_EQ(parts.write("abc", 3), 3u);
     parts.close();
     EXPECT_EQ(written(), gzip_member_of("abc"));
+    parts.fails = true;
+    EXPECT_EQ(test::why(parts.open_from_memory(EFSMode::READ, &bytes, true)), EFSError::IO) << "no damage";
 }
 
 TEST(MemoryStream, DropsWhatDoesNotFitAndIsEmptyWithoutMemory) {
