@@ -137,7 +137,7 @@ TEST(BufferedNative, KeepsWhatCouldNotBeWrittenAndTellsOfIt) {
     const std::string bytes = noise(100, 1);
     fs::bfile_win32 stream(16);
     EXPECT_TRUE(stream.open(path.c_str(), EFSMode::READ, FFSOpenFlags::ASYNC)) << "which is passed over";
-    EXPECT_TRUE(stream.open(path.c_str(), EFSMode::APPEND));
+    EXPECT_TRUE(stream.open(stream.name(), EFSMode::APPEND)) << "the name is read before it goes";
     EXPECT_EQ(stream.tell(), 3u);
     EXPECT_EQ(why(stream.open(path.c_str(), EFSMode::READ, FFSOpenFlags::GZIP)), EFSError::INVALID_ARGUMENT);
     platform::inject_fault(FaultPoint::LENGTH, 1, Failure::DISK_FULL, true);
