@@ -49,8 +49,9 @@ bool cachedrdfile::open(const char* name, EFSMode::TYPE mode, FFSOpenFlags::FLAG
     if (mode != EFSMode::READ) return refuse(EFSError::INVALID_ARGUMENT, name, "A cached reader only reads.");
     SFsFile* const opened = fs::open(name, EFSMode::READ, flags);
     if (opened == nullptr) return false;
-    const ErrorKeeper keeper;  // whether the first block can be read is told by the first read
+    ErrorScope scope;
     open_from_handle(opened);
+    scope.forget();  // whether the first block can be read is told by the first read
     return true;
 }
 
@@ -92,8 +93,9 @@ bool cachedrdfile::fetch() {
 
 /// Nobody needs the block yet: when it cannot be read, the read that needs it tries again and tells.
 void cachedrdfile::fetch_ahead() {
-    const ErrorKeeper keeper;
+    ErrorScope scope;
     fetch();
+    scope.forget();
 }
 
 std::uint64_t cachedrdfile::tell() { return window_.position(); }

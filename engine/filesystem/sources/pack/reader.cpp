@@ -143,7 +143,9 @@ public:
           bytes_(new std::uint8_t[std::size_t{2} * block_size]),
           checkpoints_(archive.checkpoints) {
         if (data.method == EFSPackMethod::ZSTD) {
+            ErrorScope scope;
             load_frames(data.size);
+            scope.forget();  // without frames a seek only takes longer
         } else {
             own_checkpoints_ = checkpoints_.of(file, data.size);
         }
@@ -178,9 +180,8 @@ private:
         std::uint64_t number = no_block;
     };
 
-    /// Only frames that begin where a block does are of use. Without them, or the disk's help, seeks only take longer.
+    /// Only frames that begin where a block does are of use.
     void load_frames(std::uint32_t size) {
-        const ErrorKeeper keeper;
         if (input_.size() < ZstdSeekTable::footer_size) return;
         std::uint8_t footer[ZstdSeekTable::footer_size];
         input_.copy(input_.size() - sizeof footer, footer, sizeof footer);
