@@ -198,6 +198,7 @@ TEST(VectorFile, KeepsTheContentsAndGrows) {
     EXPECT_TRUE(stream.seek(10, EFSSeek::BEGIN));
     EXPECT_EQ(vector.written(), "ab" + std::string(8, '\0'));
     vector.bytes.resize(5);
+    EXPECT_TRUE(stream.write("y", UINT64_MAX) == 0 && vector.bytes.size() == 5) << "all or nothing";
     EXPECT_EQ(stream.write("y", 1), 1u) << "also after the owner shortened the vector";
     EXPECT_EQ(vector.bytes.size(), 11u);
     EXPECT_FALSE(stream.set_current_pos(0x80000000ll));

@@ -91,7 +91,7 @@ bool vectorfile::open_from_memory(EFSMode::TYPE mode, ztl::vector<unsigned char>
 std::uint64_t vectorfile::write_data(const void* data, std::uint64_t size) {
     if (size == 0 || vector_ == nullptr) return 0;
     // The owner may have shortened the vector meanwhile.
-    if (pos_ > vector_->size() && !resize(*vector_, pos_)) return 0;
+    if (pos_ > vector_->size() && !resize(*vector_, pos_ + std::min(size, memory_limit))) return 0;
     const auto* bytes = static_cast<const unsigned char*>(data);
     const std::uint64_t inside = std::min<std::uint64_t>(size, vector_->size() - pos_);
     // What goes past the end is appended first: when there is no memory for it, nothing has changed.
