@@ -76,8 +76,16 @@ TEST(CachedReader, SeeksByTheseRules) {
     FileRecord record("x");
     without_buffer.open_from_handle(new RecordingFile(record));
     EXPECT_EQ(read_string(without_buffer, 1), "") << "and no endless loop";
-    record.fails_to_read = true;
+    FileRecord two_blocks(noise(8192, 1));
+    fs::cachedrdfile ahead(4096);
+    ahead.open_from_handle(new RecordingFile(two_blocks));
+    two_blocks.fails_to_read = record.fails_to_read = true;
     fs::clear_error();
+    EXPECT_EQ(read_string(ahead, 4096).size(), 4096u);
+    EXPECT_TRUE(ahead.seek(5000, BEGIN));
+    EXPECT_EQ(fs::last_error().code, EFSError::NONE) << "nobody has needed the second block";
+    EXPECT_EQ(why(read_string(ahead, 1) != ""), EFSError::IO);
+    ahead.close();
     EXPECT_EQ(why(stream.open_from_handle(new RecordingFile(record))), EFSError::IO) << "where the file gave no reason";
 }
 
@@ -129,7 +137,7 @@ TEST(BufferedNative, KeepsWhatCouldNotBeWrittenAndTellsOfIt) {
     const std::string bytes = noise(100, 1);
     fs::bfile_win32 stream(16);
     EXPECT_TRUE(stream.open(path.c_str(), EFSMode::READ, FFSOpenFlags::ASYNC)) << "which is passed over";
-    EXPECT_TRUE(stream.open(path.c_str(), EFSMode::APPEND));
+    EXPECT_TRUE(stream.open(stream.name(), EFSMode::APPEND)) << "the name is read before it goes";
     EXPECT_EQ(stream.tell(), 3u);
     EXPECT_EQ(why(stream.open(path.c_str(), EFSMode::READ, FFSOpenFlags::GZIP)), EFSError::INVALID_ARGUMENT);
     platform::inject_fault(FaultPoint::LENGTH, 1, Failure::DISK_FULL, true);

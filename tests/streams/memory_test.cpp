@@ -137,6 +137,10 @@ TEST_F(Gzip, NeverVouchesForWrongBytes) {
 
 /// Reaches operations that are meant for derived classes.
 struct OpenedUp : fs::vectorfile {
+    std::uint64_t read_data(void* buffer, std::uint64_t size) override {
+        return fails ? UINT64_MAX : vectorfile::read_data(buffer, size);
+    }
+    bool fails = false;
     using vectorfile::get_long;
     using vectorfile::tell_zipped;
     using vectorfile::use_zip;
@@ -151,6 +155,8 @@ TEST_F(Gzip, PartsAnswerWithoutAMemberAndBeginOneWhenItIsNeeded) {
     EXPECT_EQ(parts.write("abc", 3), 3u);
     parts.close();
     EXPECT_EQ(written(), gzip_member_of("abc"));
+    parts.fails = true;
+    EXPECT_EQ(test::why(parts.open_from_memory(EFSMode::READ, &bytes, true)), EFSError::IO) << "no damage";
 }
 
 TEST(MemoryStream, DropsWhatDoesNotFitAndIsEmptyWithoutMemory) {
@@ -192,6 +198,7 @@ TEST(VectorFile, KeepsTheContentsAndGrows) {
     EXPECT_TRUE(stream.seek(10, EFSSeek::BEGIN));
     EXPECT_EQ(vector.written(), "ab" + std::string(8, '\0'));
     vector.bytes.resize(5);
+    EXPECT_TRUE(stream.write("y", UINT64_MAX) == 0 && vector.bytes.size() == 5) << "all or nothing";
     EXPECT_EQ(stream.write("y", 1), 1u) << "also after the owner shortened the vector";
     EXPECT_EQ(vector.bytes.size(), 11u);
     EXPECT_FALSE(stream.set_current_pos(0x80000000ll));

@@ -49,7 +49,9 @@ bool cachedrdfile::open(const char* name, EFSMode::TYPE mode, FFSOpenFlags::FLAG
     if (mode != EFSMode::READ) return refuse(EFSError::INVALID_ARGUMENT, name, "A cached reader only reads.");
     SFsFile* const opened = fs::open(name, EFSMode::READ, flags);
     if (opened == nullptr) return false;
+    ErrorScope scope;
     open_from_handle(opened);
+    scope.forget();  // whether the first block can be read is told by the first read
     return true;
 }
 
@@ -89,6 +91,13 @@ bool cachedrdfile::fetch() {
     return true;
 }
 
+/// Nobody needs the block yet: when it cannot be read, the read that needs it tries again and tells.
+void cachedrdfile::fetch_ahead() {
+    ErrorScope scope;
+    fetch();
+    scope.forget();
+}
+
 std::uint64_t cachedrdfile::tell() { return window_.position(); }
 
 /// Also when the block is just used up: the next one is fetched at once.
@@ -113,7 +122,10 @@ std::uint64_t cachedrdfile::read_any(std::uint8_t* out, std::uint64_t size) {
         done += now;
         if (window_.left() != 0) continue;
         window_.base = tell();
-        if (!fetch() && done == 0) return failed_size;
+        if (done == size)
+            fetch_ahead();
+        else if (!fetch() && done == 0)
+            return failed_size;
         if (window_.left() == 0) break;
     }
     return done;
@@ -123,7 +135,7 @@ bool cachedrdfile::move_to(std::uint64_t position) {
     window_.base = position;
     forget_block();
     if (position >= file_length_) return false;
-    fetch();
+    fetch_ahead();
     return true;
 }
 
@@ -206,9 +218,20 @@ struct cachedwrfile::Image {
     Image() = default;
     Image(const Image&) = delete;
     Image& operator=(const Image&) = delete;
-    ~Image();
+    ~Image() {
+        if (allocated < large_image)
+            std::free(bytes);
+        else
+            platform::free_block(bytes, static_cast<std::size_t>(allocated));
+    }
     /// To `size` bytes at least. False without memory; nothing has changed then.
-    bool enlarge(std::uint64_t size);
+    bool enlarge(std::uint64_t size) {
+        if (size <= allocated) return true;
+        if (size > memory_limit) return false;
+        // In proportion to the image: growing by small steps would move it over and over.
+        const std::uint64_t generous = std::max(size, allocated * 2);
+        return resize(generous) || (generous != size && resize(size));
+    }
 
     std::uint8_t* bytes = nullptr;
     std::uint64_t capacity = 0;   // what the stream counts with: a multiple of the step
@@ -216,42 +239,25 @@ struct cachedwrfile::Image {
     std::uint64_t written = 0;
 
 private:
-    bool resize(std::uint64_t size);
-};
-
-cachedwrfile::Image::~Image() {
-    if (allocated < large_image)
-        std::free(bytes);
-    else
-        platform::free_block(bytes, static_cast<std::size_t>(allocated));
-}
-
-bool cachedwrfile::Image::enlarge(std::uint64_t size) {
-    if (size <= allocated) return true;
-    if (size > memory_limit) return false;
-    // In proportion to the image: growing by small steps would move it over and over.
-    const std::uint64_t generous = std::max(size, allocated * 2);
-    return resize(generous) || (generous != size && resize(size));
-}
-
-bool cachedwrfile::Image::resize(std::uint64_t size) {
-    const bool is_large = size >= large_image;
-    if (is_large) size = (size + platform::block_step - 1) / platform::block_step * platform::block_step;
-    const auto room = static_cast<std::size_t>(size);
-    void* larger = nullptr;
-    if (!is_large) {
-        larger = std::realloc(bytes, room);
-    } else if (allocated >= large_image) {
-        larger = platform::grow_block(bytes, static_cast<std::size_t>(allocated), room);
-    } else if (larger = platform::allocate_block(room); larger != nullptr) {
-        copy(static_cast<std::uint8_t*>(larger), bytes, allocated);
-        std::free(bytes);
+    bool resize(std::uint64_t size) {
+        const bool is_large = size >= large_image;
+        if (is_large) size = (size + platform::block_step - 1) / platform::block_step * platform::block_step;
+        const auto room = static_cast<std::size_t>(size);
+        void* larger = nullptr;
+        if (!is_large) {
+            larger = std::realloc(bytes, room);
+        } else if (allocated >= large_image) {
+            larger = platform::grow_block(bytes, static_cast<std::size_t>(allocated), room);
+        } else if (larger = platform::allocate_block(room); larger != nullptr) {
+            copy(static_cast<std::uint8_t*>(larger), bytes, allocated);
+            std::free(bytes);
+        }
+        if (larger == nullptr) return false;
+        bytes = static_cast<std::uint8_t*>(larger);
+        allocated = size;
+        return true;
     }
-    if (larger == nullptr) return false;
-    bytes = static_cast<std::uint8_t*>(larger);
-    allocated = size;
-    return true;
-}
+};
 
 cachedwrfile::cachedwrfile(std::uint64_t grow_step) : grow_step_(grow_step) { reallocate(); }
 

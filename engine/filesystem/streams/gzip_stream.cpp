@@ -35,7 +35,18 @@ const unsigned char izipped_buffer_file::gz_magic[2] = {0x1F, 0x8B};
 struct izipped_buffer_file::State {
     static constexpr std::uint32_t buffer_size = 4096;
 
-    explicit State(bool for_writing);  // throws std::bad_alloc
+    /// Throws std::bad_alloc.
+    explicit State(bool for_writing) : writing(for_writing) {
+        if (writing) {
+            stream.next_out = buffer;
+            stream.avail_out = buffer_size;
+            z_err = deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, raw_window_bits, memory_level,
+                                 Z_DEFAULT_STRATEGY);
+        } else {
+            decoder = make_inflater();
+        }
+        if (z_err != Z_OK || (decoder != nullptr && !decoder->start())) throw std::bad_alloc();
+    }
     ~State() { end(); }
     State(const State&) = delete;
     State& operator=(const State&) = delete;
@@ -43,14 +54,29 @@ struct izipped_buffer_file::State {
     /// Of a writer: zlib's verdict on giving the stream back; Z_OK when there is none.
     int end() { return stream.state == nullptr ? Z_OK : deflateEnd(&stream); }
     /// Whether the member or its storage has failed; last_error then says why, again.
-    bool is_broken() const;
+    bool is_broken() const {
+        if (z_err != Z_DATA_ERROR && z_err != Z_ERRNO) return false;
+        tell();
+        return true;
+    }
     /// Counts plain bytes.
     void count(const void* data, std::uint32_t size) {
         crc = kernel::crc32(crc, data, size);
         total += size;
     }
     /// Notes why the member is broken, unless that is known, and says so in last_error.
-    void fail(int result, EFSError::TYPE code, const char* text);
+    void fail(int result, EFSError::TYPE code, const char* text) {
+        z_err = result;
+        if (reason == EFSError::NONE) {
+            reason = code;
+            words = text;
+        }
+        tell();
+    }
+    /// The same where the storage failed: what it has told since `scope` began is the better reason.
+    void fail(const ErrorScope& scope, EFSError::TYPE otherwise, const char* text) {
+        fail(Z_ERRNO, scope.has_error() ? last_error().code : otherwise, text);
+    }
     /// Says again in last_error why the member is broken, when it is.
     void tell() const {
         if (reason != EFSError::NONE) set_error(reason, "", words);
@@ -70,33 +96,6 @@ struct izipped_buffer_file::State {
     std::uint32_t left_in = 0;
     Bytef scratch[buffer_size] = {};  // what seeks discard, or zeros to fill with
 };
-
-izipped_buffer_file::State::State(bool for_writing) : writing(for_writing) {
-    if (writing) {
-        stream.next_out = buffer;
-        stream.avail_out = buffer_size;
-        z_err =
-            deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, raw_window_bits, memory_level, Z_DEFAULT_STRATEGY);
-    } else {
-        decoder = make_inflater();
-    }
-    if (z_err != Z_OK || (decoder != nullptr && !decoder->start())) throw std::bad_alloc();
-}
-
-bool izipped_buffer_file::State::is_broken() const {
-    if (z_err != Z_DATA_ERROR && z_err != Z_ERRNO) return false;
-    tell();
-    return true;
-}
-
-void izipped_buffer_file::State::fail(int result, EFSError::TYPE code, const char* text) {
-    z_err = result;
-    if (reason == EFSError::NONE) {
-        reason = code;
-        words = text;
-    }
-    tell();
-}
 
 izipped_buffer_file::izipped_buffer_file() = default;
 
@@ -162,8 +161,8 @@ bool izipped_buffer_file::init_zip_stream(EFSMode::TYPE mode) {
     const bool writing = mode == EFSMode::WRITE;
     if (zip_ != nullptr && zip_->writing == writing) return true;
     if (zip_ != nullptr) return refuse(EFSError::INVALID_ARGUMENT, "", "A gzip member is either read or written.");
-    const bool has_memory = guarded("", false, [&] { return zip_ = new State(writing), true; });
-    if (has_memory && (writing ? begin_writing() : begin_reading())) return true;
+    guarded("", [&] { zip_ = new State(writing); });
+    if (zip_ != nullptr && (writing ? begin_writing() : begin_reading())) return true;
     destroy_zip_stream();
     set_current_pos(0);
     return false;
@@ -220,12 +219,9 @@ std::uint32_t izipped_buffer_file::deflate_slice(const unsigned char* data, std:
 
 /// The storage fails the stream by taking less.
 bool izipped_buffer_file::store(const unsigned char* data, std::uint32_t size) {
-    ErrorScope scope;
+    const ErrorScope scope;
     if (write_data(data, size) == size) return true;
-    // What the storage itself said is the better reason.
-    const bool is_said = scope.has_error();
-    zip_->fail(Z_ERRNO, is_said ? last_error().code : EFSError::DISK_FULL,
-               "The storage of the gzip stream does not take what is written.");
+    zip_->fail(scope, EFSError::DISK_FULL, "The storage of the gzip stream does not take what is written.");
     return false;
 }
 
@@ -276,12 +272,16 @@ void izipped_buffer_file::put_long(std::uint32_t value) {
 
 /// Reads the next block. False, with the failure noted, when not a byte is left.
 bool izipped_buffer_file::refill() {
+    const ErrorScope scope;
     const std::uint64_t got = read_data(zip_->buffer, State::buffer_size);
     zip_->next_in = zip_->buffer;
     zip_->left_in =
         got <= State::buffer_size ? static_cast<std::uint32_t>(got) : 0;  // a caller's storage may say anything
     if (zip_->left_in != 0) return true;
-    zip_->fail(Z_ERRNO, EFSError::BAD_FORMAT, "The gzip member ends too early.");
+    if (got == 0)
+        zip_->fail(scope, EFSError::BAD_FORMAT, "The gzip member ends too early.");
+    else
+        zip_->fail(scope, EFSError::IO, "The storage of the gzip stream cannot be read.");
     return false;
 }
 

@@ -29,12 +29,6 @@ constexpr std::size_t first_format_size = 256;
 template <class Char>
 constexpr std::uint32_t unit_size = sizeof(Char) == 1 ? 1 : 2;  // in the file
 
-void write_count(ifile& stream, std::uint16_t count) {
-    std::uint8_t bytes[2];
-    kernel::store_u16(bytes, count);
-    stream.write(bytes, sizeof(bytes));
-}
-
 /// Starts from 0, so that a missing length is the empty text. False when it is not there as a whole.
 bool read_count(ifile& stream, std::uint16_t& count) {
     std::uint8_t bytes[2] = {};
@@ -46,7 +40,9 @@ bool read_count(ifile& stream, std::uint16_t& count) {
 /// Only the low 16 bits of the length are kept, on purpose: readers rely on the prefix.
 ifile& write_text(ifile& stream, const char* text, std::size_t length) {
     const auto count = static_cast<std::uint16_t>(length);
-    write_count(stream, count);
+    std::uint8_t bytes[2];
+    kernel::store_u16(bytes, count);
+    stream.write(bytes, sizeof(bytes));
     if (count != 0) stream.write(text, count);
     return stream;
 }
@@ -80,9 +76,14 @@ ifile& write_text(ifile& stream, const wchar_t* text, std::size_t length) {
     return stream;
 }
 
-/// Reads `count` units into `out` (room for as many characters) and returns how many characters they make; a unit that
-/// the stream does not hold counts as one and stays as it was.
-std::size_t read_units(ifile& stream, std::uint16_t count, wchar_t* out) {
+/// Reads `count` bytes or units into `out`, which has room for as many characters, and returns how many characters they
+/// make; what the stream does not hold counts too, and stays as it was.
+std::size_t read_characters(ifile& stream, std::uint16_t count, char* out) {
+    stream.read(out, count);
+    return count;
+}
+
+std::size_t read_characters(ifile& stream, std::uint16_t count, wchar_t* out) {
     wchar_t* end = out;
     std::uint32_t high = 0;  // the unit before, unless a pair ended with it
     std::size_t left = count;
@@ -115,13 +116,6 @@ ifile& discard(ifile& stream, std::uint32_t size) {
     }
     return stream;
 }
-
-std::size_t read_characters(ifile& stream, std::uint16_t count, char* out) {
-    stream.read(out, count);
-    return count;
-}
-
-std::size_t read_characters(ifile& stream, std::uint16_t count, wchar_t* out) { return read_units(stream, count, out); }
 
 template <class Char>
 ifile& read_into_buffer(ifile& stream, Char* text) {
@@ -203,25 +197,21 @@ ifile& ifile::operator<<(bool value) {
 
 ifile& ifile::operator<<(const char* text) { return write_text(*this, text, text == nullptr ? 0 : std::strlen(text)); }
 
-ifile& ifile::operator<<(char* text) { return *this << const_cast<const char*>(text); }
+ifile& ifile::operator<<(char* text) { return *this << static_cast<const char*>(text); }
 
 ifile& ifile::operator<<(const wchar_t* text) {
     return write_text(*this, text, text == nullptr ? 0 : std::wcslen(text));
 }
 
-ifile& ifile::operator<<(wchar_t* text) { return *this << const_cast<const wchar_t*>(text); }
+ifile& ifile::operator<<(wchar_t* text) { return *this << static_cast<const wchar_t*>(text); }
 
 ifile& ifile::operator<<(const ztl::string_base<char>& text) { return write_text(*this, text.data(), text.size()); }
 
-ifile& ifile::operator<<(ztl::string_base<char>& text) {
-    return *this << const_cast<const ztl::string_base<char>&>(text);
-}
+ifile& ifile::operator<<(ztl::string_base<char>& text) { return *this << std::as_const(text); }
 
 ifile& ifile::operator<<(const ztl::string_base<wchar_t>& text) { return write_text(*this, text.data(), text.size()); }
 
-ifile& ifile::operator<<(ztl::string_base<wchar_t>& text) {
-    return *this << const_cast<const ztl::string_base<wchar_t>&>(text);
-}
+ifile& ifile::operator<<(ztl::string_base<wchar_t>& text) { return *this << std::as_const(text); }
 
 ifile& ifile::operator<<(const ztl::vector<ztl::string_base<char>>& texts) {
     guarded(name(), [&] {

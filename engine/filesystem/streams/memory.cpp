@@ -23,6 +23,18 @@ std::uint64_t copy_out(const unsigned char* bytes, std::uint64_t end, std::uint6
     return there;
 }
 
+bool resize(ztl::vector<unsigned char>& vector, std::uint64_t size) {
+    if (size > memory_limit) return refuse(EFSError::TOO_LARGE, "", "No stream in memory grows as large as this.");
+    return guarded("", false, [&] {
+        vector.resize(static_cast<std::size_t>(size));
+        return true;
+    });
+}
+
+bool append(ztl::vector<unsigned char>& vector, const unsigned char* data, std::uint64_t size) {
+    return guarded("", false, [&] { return vector.insert(vector.end(), data, data + size), true; });
+}
+
 }  // namespace
 
 memfile::memfile() = default;
@@ -34,14 +46,12 @@ bool memfile::open_from_memory(EFSMode::TYPE mode, unsigned char* buffer, std::u
     capacity_ = buffer == nullptr ? 0 : capacity;
     size_ = mode == EFSMode::WRITE ? 0 : capacity_;
     pos_ = 0;
-    set_current_pos(0);
     return init(mode, zip);
 }
 
 std::uint64_t memfile::write_data(const void* data, std::uint64_t size) {
-    if (pos_ >= capacity_) return 0;
+    if (size == 0 || pos_ >= capacity_) return 0;
     const std::uint64_t fits = std::min(size, capacity_ - pos_);
-    if (fits == 0) return 0;
     std::memcpy(buffer_ + pos_, data, static_cast<std::size_t>(fits));
     pos_ += fits;
     size_ = std::max(size_, pos_);
@@ -68,22 +78,6 @@ bool memfile::set_current_pos(std::int64_t position) {
     return true;
 }
 
-namespace {
-
-bool resize(ztl::vector<unsigned char>& vector, std::uint64_t size) {
-    if (size > memory_limit) return refuse(EFSError::TOO_LARGE, "", "No stream in memory grows as large as this.");
-    return guarded("", false, [&] {
-        vector.resize(static_cast<std::size_t>(size));
-        return true;
-    });
-}
-
-bool append(ztl::vector<unsigned char>& vector, const unsigned char* data, std::uint64_t size) {
-    return guarded("", false, [&] { return vector.insert(vector.end(), data, data + size), true; });
-}
-
-}  // namespace
-
 vectorfile::vectorfile() = default;
 
 vectorfile::~vectorfile() = default;
@@ -97,7 +91,7 @@ bool vectorfile::open_from_memory(EFSMode::TYPE mode, ztl::vector<unsigned char>
 std::uint64_t vectorfile::write_data(const void* data, std::uint64_t size) {
     if (size == 0 || vector_ == nullptr) return 0;
     // The owner may have shortened the vector meanwhile.
-    if (pos_ > vector_->size() && !resize(*vector_, pos_)) return 0;
+    if (pos_ > vector_->size() && !resize(*vector_, pos_ + std::min(size, memory_limit))) return 0;
     const auto* bytes = static_cast<const unsigned char*>(data);
     const std::uint64_t inside = std::min<std::uint64_t>(size, vector_->size() - pos_);
     // What goes past the end is appended first: when there is no memory for it, nothing has changed.

@@ -21,7 +21,7 @@ TEST(PackMount, ShowsFilesByNameWithAnyEndOfTheirDirectory) {
         {stored_entry("B/c.txt", "1"), deflated_entry("A\\B\\c.txt", "2"), stored_entry("top.txt", "3"),
          stored_entry("dir/", ""), stored_entry("x/#hidden/f.txt", "4"), stored_entry("x/y/../z/./deep.txt", "5"),
          stored_entry("#open/f2.txt", "6"), stored_entry("\xC3\x89tat.txt", "7"), stored_entry("dup/g.txt", "first"),
-         stored_entry("DUP/G.TXT", "second")}));
+         stored_entry("DUP/G.TXT", "second"), stored_entry("dup.d/i.txt", "8")}));
     ASSERT_TRUE(source);
     const std::pair<const char*, const char*> rows[] = {
         {"C.TXT", "a/b/c.txt"},
@@ -49,13 +49,14 @@ TEST(PackMount, ShowsFilesByNameWithAnyEndOfTheirDirectory) {
     EXPECT_EQ(content(*source, "g.txt"), "first");
     EXPECT_EQ(source->write_time(as_path("g.txt")), 0);
     // By name, then by directory, and backwards.
-    EXPECT_THAT(all_names(*source), ElementsAre("\xC3\x89tat.txt", "top.txt", "dup/g.txt", "dup/g.txt", "#open/f2.txt",
-                                                "x/z/deep.txt", "b/c.txt", "a/b/c.txt"));
+    EXPECT_THAT(all_names(*source), ElementsAre("\xC3\x89tat.txt", "top.txt", "dup.d/i.txt", "dup/g.txt", "dup/g.txt",
+                                                "#open/f2.txt", "x/z/deep.txt", "b/c.txt", "a/b/c.txt"));
     EXPECT_THAT(test::take_names(source->search_substring("B")), ElementsAre("b/c.txt", "a/b/c.txt"));
     for (const char* nothing : {"", static_cast<const char*>(nullptr)})
         EXPECT_EQ(source->search_substring(nothing), nullptr);
     fs::dir* const tree = source->dir_tree();
     EXPECT_TRUE(tree->find("z") == nullptr && tree->find("x/z") != nullptr);
+    EXPECT_EQ(tree->find("dup")->next_sibling(), tree->find("dup.d")) << "in the order of their names";
     source->clear();
     EXPECT_TRUE(source->dir_tree() == tree && tree->first_child() == nullptr);
     EXPECT_TRUE(!source->exists(as_path("c.txt")) && source->get_file_list(nullptr, nullptr, true) == nullptr);

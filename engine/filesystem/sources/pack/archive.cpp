@@ -20,11 +20,10 @@ namespace fs {
 
 namespace {
 
-// An entry's state: the length of the local header's two texts, which takes 17 bits, the method that it tells, cut to
-// 14 bits by what no method is, and whether the header was read at all.
+// An entry's state: the length of the local header's two texts, which takes 17 bits, its EFSPackMethod, and whether the
+// header was read at all.
 constexpr std::uint32_t texts_mask = 0x1FFFF;
 constexpr std::uint32_t method_shift = 17;
-constexpr std::uint32_t most_method = 0x3FFF;
 constexpr std::uint32_t located = 1u << 31;
 
 constexpr std::size_t most_idle = 2;  // decoders of whole entries
@@ -151,14 +150,14 @@ bool WholeDecoders::decode(const PackStore& store, const PackedData& data, std::
     return is_good;
 }
 
-std::shared_ptr<PackArchive> PackArchive::mount(PackStore store) {
+std::shared_ptr<PackArchive> PackArchive::mount(PackStore opened) {
     auto archive = std::make_shared<PackArchive>();
-    archive->store_ = std::move(store);
-    archive->table_ = read_table(archive->store_);
+    archive->store = std::move(opened);
+    archive->table = read_table(archive->store);
     PacksInUse& used = PacksInUse::get();
     const std::lock_guard guard(used.lock);
     std::erase_if(used.packs, [](const auto& pack) { return pack.second.expired(); });
-    used.packs.emplace_back(NormalText(archive->store_.path().c_str(), false).c_str(), archive);
+    used.packs.emplace_back(NormalText(archive->store.path().c_str(), false).c_str(), archive);
     return archive;
 }
 
@@ -167,38 +166,39 @@ std::shared_ptr<const PackArchive> PackArchive::mounted_from(const char* path) {
     PacksInUse& used = PacksInUse::get();
     const std::lock_guard guard(used.lock);
     for (auto pack = used.packs.rbegin(); pack != used.packs.rend(); ++pack) {
-        if (pack->first == wanted.c_str() && !pack->second.expired()) return pack->second.lock();
+        if (pack->first != wanted.view()) continue;
+        if (auto archive = pack->second.lock()) return archive;
     }
     return nullptr;
 }
 
 void PackArchive::fill_tree(dir& tree) const {
-    const NameTable& names = table_.names;
-    std::set<std::string_view> directories;
+    const NameTable& names = table.names;
+    std::set<std::string_view> directories;  // without the "/" at their ends, which would change their order
     for (std::uint32_t file = names.first(); file != NameTable::none; file = names.next(file)) {
-        if (!names.dir(file).empty()) directories.insert(names.dir(file));
+        const std::string_view directory = names.dir(file);
+        directories.insert(directory.substr(0, directory.size() - 1));
     }
     for (const std::string_view directory : directories) {
-        if (!tree.add_path(std::string(directory.substr(0, directory.size() - 1)).c_str())) throw std::bad_alloc();
+        if (!tree.add_path(std::string(directory).c_str())) throw std::bad_alloc();
     }
 }
 
 bool PackArchive::open(std::uint32_t file) {
-    if (is_zip64(table_.entry(file)))
-        return refuse(EFSError::UNSUPPORTED, table_.names.path(file).c_str(),
-                      "The entry of the pack is in zip64 form.");
-    return store_.is_remote() || locate(file);
+    if (is_zip64(table.entry(file)))
+        return refuse(EFSError::UNSUPPORTED, table.names.path(file).c_str(), "The entry of the pack is in zip64 form.");
+    return store.is_remote() || locate(file);
 }
 
 bool PackArchive::locate(std::uint32_t file) {
-    PackEntry& entry = table_.entry(file);
+    PackEntry& entry = table.entry(file);
     if ((state_of(entry) & located) != 0) return true;
     const auto refuse_entry = [&](EFSError::TYPE code, const char* reason) {
-        return refuse(code, table_.names.path(file).c_str(), reason);
+        return refuse(code, table.names.path(file).c_str(), reason);
     };
     std::uint8_t bytes[zip::local_header_size];
-    store_.prefetch(entry.header_offset, sizeof bytes + std::uint64_t{entry.packed_size});
-    const std::uint64_t got = store_.read(entry.header_offset, bytes, sizeof bytes);
+    store.prefetch(entry.header_offset, sizeof bytes + std::uint64_t{entry.packed_size});
+    const std::uint64_t got = store.read(entry.header_offset, bytes, sizeof bytes);
     if (got == PackStore::failed) return false;
     if (got != sizeof bytes)
         return refuse_entry(EFSError::BAD_FORMAT, "The pack ends before the local header of the entry.");
@@ -206,23 +206,21 @@ bool PackArchive::locate(std::uint32_t file) {
     if (header.method == EFSPackMethod::ZSTD && !has_zstd())
         return refuse_entry(EFSError::UNSUPPORTED,
                             "The entry is packed by zstd, which this library was built without.");
-    // Two threads may both come here; they read the same header and set the same bits.
-    const std::uint32_t method = std::min<std::uint32_t>(header.method, most_method);
+    std::uint32_t method = EFSPackMethod::DEFLATE;  // for which every other one is taken
+    if (header.method == EFSPackMethod::STORE || header.method == EFSPackMethod::ZSTD) method = header.method;
+    // Two threads may both come here; they read the same header and store the same state.
     std::atomic_ref<std::uint32_t>(entry.state)
-        .fetch_or(located | method << method_shift | header.texts_size, std::memory_order_relaxed);
+        .store(located | method << method_shift | header.texts_size, std::memory_order_relaxed);
     return true;
 }
 
 PackedData PackArchive::data_of(std::uint32_t file) {
-    PackEntry& entry = table_.entry(file);
+    PackEntry& entry = table.entry(file);
     const std::uint32_t state = state_of(entry);
-    PackedData data{.offset = std::uint64_t{entry.header_offset} + zip::local_header_size + (state & texts_mask),
-                    .packed_size = entry.packed_size,
-                    .size = entry.size};
-    const std::uint32_t method = (state ^ located) >> method_shift;
-    if (method == EFSPackMethod::STORE) data.method = EFSPackMethod::STORE;
-    if (method == EFSPackMethod::ZSTD) data.method = EFSPackMethod::ZSTD;
-    return data;
+    return {.offset = std::uint64_t{entry.header_offset} + zip::local_header_size + (state & texts_mask),
+            .packed_size = entry.packed_size,
+            .size = entry.size,
+            .method = static_cast<EFSPackMethod::TYPE>((state & ~located) >> method_shift)};
 }
 
 }  // namespace fs

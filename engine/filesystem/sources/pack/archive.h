@@ -44,10 +44,10 @@ ztl::vector<SFsPackEntry> list_entries(const PackStore& store);
 
 /// Where the bytes of one entry lie and what they are.
 struct PackedData {
-    std::uint64_t offset = 0;
-    std::uint32_t packed_size = 0;
-    std::uint32_t size = 0;
-    EFSPackMethod::TYPE method = EFSPackMethod::DEFLATE;
+    std::uint64_t offset;
+    std::uint32_t packed_size;
+    std::uint32_t size;
+    EFSPackMethod::TYPE method;
 };
 
 /// Where the decoding of an entry can go on.
@@ -113,19 +113,13 @@ private:
 
 /// A mounted pack: its bytes, its table, and what its open files share. The source and every open file hold it.
 /// Threads  any number at once; what changes has its own lock or is atomic.
-class PackArchive {
-public:
+struct PackArchive {
     /// Reads the directory of an open pack. May throw std::bad_alloc, or StoredFailure when it is none.
-    static std::shared_ptr<PackArchive> mount(PackStore store);
+    static std::shared_ptr<PackArchive> mount(PackStore opened);
     /// The latest one that was mounted from this path, in any case, and is still in use; null when there is none.
     static std::shared_ptr<const PackArchive> mounted_from(const char* path);
     /// Adds the pack's directories. May throw std::bad_alloc.
     void fill_tree(dir& tree) const;
-
-    const PackStore& store() const { return store_; }
-    PackTable& table() { return table_; }
-    PackCheckpoints& checkpoints() { return checkpoints_; }
-    WholeDecoders& whole_decoders() { return whole_decoders_; }
 
     /// What is done when the file is opened: locates it, unless that may take long. False, with fs::last_error set,
     /// when that fails or the entry is of a kind that is not read.
@@ -135,11 +129,10 @@ public:
     /// Of a file that was located.
     PackedData data_of(std::uint32_t file);
 
-private:
-    PackStore store_;
-    PackTable table_;
-    PackCheckpoints checkpoints_;
-    WholeDecoders whole_decoders_;
+    PackStore store;
+    PackTable table;
+    PackCheckpoints checkpoints;
+    WholeDecoders whole_decoders;
 };
 
 /// Why an entry did not give what its directory promises.

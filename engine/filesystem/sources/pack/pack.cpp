@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <iterator>
 #include <mutex>
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -83,21 +84,24 @@ private:
 }  // namespace
 
 struct CZip_dir::State {
-    /// The file's number by the end of its directory, or, `whole`, by all of it; none when there is no such file.
+    /// The file's number by the end of its directory, or, `whole`, by all of it; none when there is no such file, or,
+    /// with the failure stored, no memory.
     std::uint32_t find(const fs::path& p, bool whole = false) const {
         if (!archive) return none;
-        const auto find_lower = [&names = archive->table().names, whole](std::string_view dir, std::string_view name) {
+        const auto find_lower = [&names = archive->table.names, whole](std::string_view dir, std::string_view name) {
             return whole ? names.find_exact(dir, name) : names.find(dir, name);
         };
-        return p.IsLowercase() ? find_lower(p.PathNameView(), p.FileNameView())
-                               : find_lower(fs::lower_text(p.PathNameView()), fs::lower_text(p.FileNameView()));
+        if (p.IsLowercase()) return find_lower(p.PathNameView(), p.FileNameView());
+        return fs::guarded(p.FileName(), none, [&] {
+            return find_lower(fs::lower_text(p.PathNameView()), fs::lower_text(p.FileNameView()));
+        });
     }
 
     /// The names of the files that answer, the last of the table first. What would not fit into a host's buffers of 260
     /// bytes is not listed, though it can be opened.
     template <class Answers>
     FS_NAME* list(Answers answers) const {
-        const fs::NameTable& names = archive->table().names;
+        const fs::NameTable& names = archive->table.names;
         fs::NameList found;
         for (std::uint32_t file = names.first(); file != none; file = names.next(file)) {
             const std::string_view dir = names.dir(file);
@@ -135,7 +139,7 @@ void CZip_dir::set_reader(std::shared_ptr<fs::pack_reader> reader) { state_->rea
 
 bool CZip_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir_listing* listing) {
     clear();
-    ReadOnlySource::init(root, flags, listing);
+    if (!ReadOnlySource::init(root, flags, listing)) return false;
     char full_name[fs::path_capacity];
     if (!root.FullName(full_name, sizeof full_name))
         return fs::refuse(EFSError::INVALID_NAME, root.PathName(),
@@ -157,7 +161,7 @@ bool CZip_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir
 
 std::unique_ptr<fs::Follower> CZip_dir::make_follower() {
     char spelled[platform::path_buffer_size];
-    if (!state_->archive || state_->reader || !platform::resolve_case(state_->archive->store().path().c_str(), spelled))
+    if (!state_->archive || state_->reader || !platform::resolve_case(state_->archive->store.path().c_str(), spelled))
         return nullptr;
     return std::make_unique<PackFollower>(spelled);
 }
@@ -171,7 +175,7 @@ std::function<void()> CZip_dir::read_anew() {
     if (!before || state_->reader) return [] {};  // what a host reads never changes
     fs::PackStore store;
     const bool in_memory = fs::has_any(flags(), FFSAddSourceFlags::PACK_IN_MEMORY);
-    if (!store.open_file(before->store().path().c_str(), in_memory, &before->store())) return {};
+    if (!store.open_file(before->store.path().c_str(), in_memory, &before->store)) return {};
     return [this, archive = fs::PackArchive::mount(std::move(store))] { state_->take_up(archive); };
 }
 
@@ -201,14 +205,14 @@ bool CZip_dir::exists_whole(const fs::path& p) { return state_->find(p, true) !=
 
 std::uint64_t CZip_dir::place(const fs::path& p) {
     const std::uint32_t file = state_->find(p);
-    return file != none ? state_->archive->table().entry(file).header_offset : 0;
+    return file != none ? state_->archive->table.entry(file).header_offset : 0;
 }
 
 void CZip_dir::root_path(fs::path& out, const fs::path& p) {
     out.Release();
     fs::guarded(p.FileName(), [&] {
         const std::uint32_t file = state_->find(p);
-        if (file != none) out = fs::path(state_->archive->table().names.path(file).c_str(), true);
+        if (file != none) out = fs::path(state_->archive->table.names.path(file).c_str(), true);
     });
 }
 
@@ -252,15 +256,13 @@ bool fs::list_pack(const char* native_path, ztl::vector<SFsPackEntry>& out) {
         }
         const std::shared_ptr<const PackArchive> mounted = PackArchive::mounted_from(path);
         if (mounted == nullptr) return false;
-        out = list_entries(mounted->store());
+        out = list_entries(mounted->store);
         scope.forget();
         return true;
     });
 }
 
-class fs::PackView {
-public:
-    explicit PackView(platform::Mapping bytes) : mapping(std::move(bytes)) {}
+struct fs::PackView {
     platform::Mapping mapping;
 };
 
@@ -270,15 +272,16 @@ public:
 SZipFile::SZipFile(CFSSource* owner, std::shared_ptr<fs::PackArchive> archive, std::uint32_t entry, bool exact_seeks)
     : archive_(std::move(archive)), entry_(entry), exact_seeks_(exact_seeks) {
     source = owner;
-    name = fs::joined_name(archive_->table().names.dir(entry), archive_->table().names.name(entry));
-    size_ = archive_->table().entry(entry).size;
+    name = fs::joined_name(archive_->table.names.dir(entry), archive_->table.names.name(entry));
+    if (!name) throw std::bad_alloc();
+    size_ = archive_->table.entry(entry).size;
 }
 
 SZipFile::~SZipFile() = default;
 
 std::uint64_t SZipFile::read(void* buffer, std::uint64_t size) {
     if (position_ > size_) return 0;
-    const fs::DiskUse use("read", archive_->store().is_in_memory() ? nullptr : name);
+    const fs::DiskUse use("read", archive_->store.is_in_memory() ? nullptr : name);
     const std::uint64_t count = std::min<std::uint64_t>(size, size_ - position_);
     return fs::guarded(name, std::uint64_t{0}, [&] { return read_some(static_cast<std::uint8_t*>(buffer), count); });
 }
@@ -291,7 +294,7 @@ std::uint64_t SZipFile::read_some(std::uint8_t* buffer, std::uint64_t count) {
     const bool whole = position_ == 0 && count == size_ && count != 0 && data.method != EFSPackMethod::STORE;
     std::uint64_t delivered = count;
     auto fault = fs::PackFault::NONE;
-    if (!whole || !archive_->whole_decoders().decode(archive_->store(), data, buffer)) {
+    if (!whole || !archive_->whole_decoders.decode(archive_->store, data, buffer)) {
         if (!reader_) reader_ = fs::EntryReader::create(*archive_, entry_, exact_seeks_);
         delivered = reader_->read(position_, buffer, count);
         fault = reader_->fault();
@@ -307,7 +310,7 @@ std::uint64_t SZipFile::read_some(std::uint8_t* buffer, std::uint64_t count) {
         const bool is_through = in_order && checked_ == size_ && delivered != 0;
         // A seek in blocks goes to other input than the position's, which may end before.
         if (delivered < count && (in_order || !in_blocks)) fault = fs::PackFault::ENDS_EARLY;
-        if (is_through && crc_ != archive_->table().entry(entry_).crc) fault = fs::PackFault::CHECKSUM;
+        if (is_through && crc_ != archive_->table.entry(entry_).crc) fault = fs::PackFault::CHECKSUM;
     }
     if (fault != fs::PackFault::NONE) report(fault);
     return delivered;
@@ -315,14 +318,17 @@ std::uint64_t SZipFile::read_some(std::uint8_t* buffer, std::uint64_t count) {
 
 /// The caller's thread has the reason after every read that met it; the log gets one message for each open file.
 void SZipFile::report(fs::PackFault fault) {
-    const std::string& pack = archive_->store().path();
+    const std::string& pack = archive_->store.path();
     const char* words = fault_words[static_cast<std::size_t>(fault)];
     if (!std::exchange(told_, true)) {
         log_message(messages, Log::ELevel::ERRR, __LINE__, "The entry '%s' of the pack '%s' cannot be read: %s.\n",
                     fs::file_name(this), pack.c_str(), words);
     }
     if (fault == fs::PackFault::IO) return;  // whoever asked for the bytes has told why
-    fs::set_error(EFSError::BAD_FORMAT, name, "The entry of the pack \"" + pack + "\" cannot be read: " + words + ".");
+    fs::guarded(name, [&] {
+        fs::set_error(EFSError::BAD_FORMAT, name,
+                      "The entry of the pack \"" + pack + "\" cannot be read: " + words + ".");
+    });
 }
 
 std::uint64_t SZipFile::write(const void* /*buffer*/, std::uint64_t /*size*/) { return 0; }
@@ -335,7 +341,7 @@ bool SZipFile::seek(std::int64_t offset, EFSSeek::TYPE origin) {
 }
 
 const void* SZipFile::view(std::uint64_t& size, bool populate) {
-    const fs::PackStore& store = archive_->store();
+    const fs::PackStore& store = archive_->store;
     return fs::guarded<const void*>(name, nullptr, [&]() -> const void* {
         if (store.is_remote() || !archive_->locate(entry_)) return nullptr;
         const fs::PackedData data = archive_->data_of(entry_);
@@ -344,9 +350,9 @@ const void* SZipFile::view(std::uint64_t& size, bool populate) {
         if (const void* const bytes = store.view(data.offset, size)) return bytes;
         if (data.offset > store.length() || size > store.length() - data.offset) return nullptr;
         if (!view_) {
-            platform::Mapping mapping = store.map(data.offset, size);
-            if (mapping.IsEmpty()) return nullptr;
-            view_ = std::make_unique<fs::PackView>(std::move(mapping));
+            std::unique_ptr<fs::PackView> made(new fs::PackView{store.map(data.offset, size)});
+            if (made->mapping.IsEmpty()) return nullptr;
+            view_ = std::move(made);
         }
         if (!populate || view_->mapping.Populate()) return view_->mapping.Data();
         fs::refuse_by_disk(store.path().c_str(), "cannot be mapped");

@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/formats/deflate.h"
 #include "engine/filesystem/formats/zstd.h"
 
@@ -137,12 +138,14 @@ class DecodedReader final : public EntryReader {
 public:
     /// May throw std::bad_alloc.
     DecodedReader(PackArchive& archive, std::uint32_t file, const PackedData& data)
-        : input_(archive.store(), data),
+        : input_(archive.store, data),
           decoder_(data.method == EFSPackMethod::ZSTD ? make_zstd_decoder() : make_inflater()),
           bytes_(new std::uint8_t[std::size_t{2} * block_size]),
-          checkpoints_(archive.checkpoints()) {
+          checkpoints_(archive.checkpoints) {
         if (data.method == EFSPackMethod::ZSTD) {
+            ErrorScope scope;
             load_frames(data.size);
+            scope.forget();  // without frames a seek only takes longer
         } else {
             own_checkpoints_ = checkpoints_.of(file, data.size);
         }
@@ -183,7 +186,7 @@ private:
         std::uint8_t footer[ZstdSeekTable::footer_size];
         input_.copy(input_.size() - sizeof footer, footer, sizeof footer);
         const std::uint64_t table_size = ZstdSeekTable::size_by_footer(footer);
-        if (table_size == 0 || table_size > input_.size()) return;
+        if (input_.take_fault() != PackFault::NONE || table_size == 0 || table_size > input_.size()) return;
         const std::unique_ptr<std::uint8_t[]> table(new std::uint8_t[static_cast<std::size_t>(table_size)]);
         input_.copy(static_cast<std::uint32_t>(input_.size() - table_size), table.get(), table_size);
         frames_.read(table.get(), table_size, input_.size(), size);
@@ -192,21 +195,17 @@ private:
     /// Makes the current block's read position the one asked for, as far as the entry allows.
     void approach(std::uint64_t position) {
         const std::uint64_t number = position / block_size;
-        const Block before = blocks_[current_];
-        if (number < before.number) {
-            if (!jump(number, no_block)) start_at(0, 0);
-        } else if (number > before.number) {
-            jump(number, before.number);
-        }
+        const std::uint64_t before = blocks_[current_].number;
+        if (number > before) jump(number, before);
+        if (number < before && !jump(number, 0)) start_at(0, 0);
         const Block& from = blocks_[current_];
         decode(nullptr, position - (from.number * block_size + from.read));
     }
-    /// Goes to the beginning of a block at or before `number`, and behind `after` unless that is no_block, if that is
-    /// better than decoding on.
+    /// Goes to the beginning of a block at or before `number` and behind `after`. False when decoding can begin at none.
     bool jump(std::uint64_t number, std::uint64_t after) {
         if (!frames_.starts.empty()) return jump_to_frame(number, after);
         if (!own_checkpoints_) return false;
-        const EntryCheckpoint checkpoint = checkpoints_.find(*own_checkpoints_, number, after == no_block ? 0 : after);
+        const EntryCheckpoint checkpoint = checkpoints_.find(*own_checkpoints_, number, after);
         if (!checkpoint.state) return false;
         start_at(checkpoint.block, checkpoint.consumed, checkpoint.state.get());
         return true;
@@ -214,7 +213,7 @@ private:
     bool jump_to_frame(std::uint64_t number, std::uint64_t after) {
         const std::uint64_t frame = number * block_size / frames_.frame_size;
         const std::uint64_t first = frame * frames_.frame_size / block_size;
-        if (frame >= frames_.starts.size() || (after != no_block && first <= after)) return false;
+        if (frame >= frames_.starts.size() || first <= after) return false;
         start_at(first, frames_.starts[static_cast<std::size_t>(frame)]);
         return true;
     }
@@ -327,10 +326,13 @@ private:
     bool refill(std::uint32_t most) {
         left_ = std::min(input_.size() - loaded_, most);
         if (left_ == 0) return false;
+        ErrorScope scope;
         next_ = input_.view(loaded_, static_cast<std::uint32_t>(left_));
         const PackFault fault = input_.take_fault();
-        if (fault != PackFault::NONE && left_ > input_size)
+        if (fault != PackFault::NONE && left_ > input_size) {
+            scope.forget();
             return refill(input_size);  // what is missing may not be needed yet
+        }
         loaded_ += static_cast<std::uint32_t>(left_);
         if (fault_ == PackFault::NONE) fault_ = fault;
         tainted_ = tainted_ || fault != PackFault::NONE;
@@ -350,8 +352,7 @@ private:
     std::size_t left_ = 0;
     std::uint32_t loaded_ = 0;  // where in the packed bytes that ends
     bool is_good_ = false;      // decoding can go on from here
-    bool tainted_ = false;      // the decoder was fed zeros in place of bytes that
-                                // could not be read
+    bool tainted_ = false;      // the decoder was fed zeros in place of bytes that could not be read
 };
 
 }  // namespace
@@ -359,7 +360,7 @@ private:
 std::unique_ptr<EntryReader> EntryReader::create(PackArchive& archive, std::uint32_t file, bool exact_seeks) {
     const PackedData data = archive.data_of(file);
     if (data.method != EFSPackMethod::STORE) return std::make_unique<DecodedReader>(archive, file, data);
-    return std::make_unique<StoredReader>(archive.store(), data, exact_seeks);
+    return std::make_unique<StoredReader>(archive.store, data, exact_seeks);
 }
 
 }  // namespace fs

@@ -17,9 +17,9 @@
 namespace fs {
 
 class EntryReader;
-class PackArchive;
-class PackView;
 class pack_reader;
+struct PackArchive;
+struct PackView;
 enum class PackFault : std::uint8_t;
 
 }  // namespace fs

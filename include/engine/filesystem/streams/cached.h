@@ -69,6 +69,7 @@ public:
 
 private:
     bool fetch();
+    void fetch_ahead();
     void releasebuffer();
     void reallocate();
     void forget_block();

@@ -37,8 +37,8 @@ public:
     void set_eof() override;
     const char* name() const override;  // null
 
-    /// READ or WRITE only. With `zip` a header is read or written at once; when that fails the stream is left plain, at
-    /// position 0.
+    /// READ or WRITE only. With `zip` a header is read or written at once. Where none can be read, or there is no memory,
+    /// the stream is left plain, at position 0; a storage that does not take one fails what is written.
     virtual bool init(EFSMode::TYPE mode, bool zip);
     /// Writes what is pending and the trailer, once. False when not zipped. True also when the storage does not take it
     /// all: fs::last_error then tells, after close too.
