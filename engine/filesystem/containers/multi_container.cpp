@@ -1,8 +1,6 @@
+// The exported multi-container: arguments are checked here, and every call holds the lock and is a boundary.
 #include <engine/filesystem/containers/multi_container.h>
 
-#include <cinttypes>
-#include <cstdio>
-#include <functional>
 #include <limits>
 #include <mutex>
 #include <new>
@@ -15,6 +13,7 @@
 
 #include "engine/filesystem/containers/multi_file.h"
 #include "engine/filesystem/contract/error.h"
+#include "engine/platform/text.h"
 
 using container::Blob;
 using container::Entry;
@@ -61,8 +60,8 @@ bool change(State* state, const Work& work) {
 }
 
 /// Puts what `make` opens in the place of what was open.
-template <class State>
-bool open_by(State* state, const std::function<std::unique_ptr<MultiFile>()>& make) {
+template <class State, class Make>
+bool open_by(State* state, const Make& make) {
     return with_lock<Exclusive>(state, [&](State& locked) {
         locked.file.reset();
         locked.file = make();
@@ -89,13 +88,6 @@ std::vector<unsigned char> deflated(const void* data, std::uint64_t size) {
     const int result = compress2(packed.data(), &packed_size, bytes, static_cast<uLong>(size), Z_DEFAULT_COMPRESSION);
     packed.resize(result == Z_OK && packed_size < size ? packed_size : 0);
     return packed;
-}
-
-/// As the command-line tool writes and takes it.
-std::string written(std::uint32_t hash) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08" PRIx32, hash);
-    return text;
 }
 
 }  // namespace
@@ -234,7 +226,9 @@ bool CFileHashMultiContainer::Verify(ztl::vector<fs::string>& report) const {
             for (const auto& [hash, entry] : found.Blobs()) {
                 bytes.resize(entry.size);
                 if (file.ReadBlob(entry, bytes.data())) continue;
-                report.push_back("container \"" + name + "\", blob " + written(hash) + ": " + fs::last_error().text);
+                char written[16];  // as the command-line tool writes and takes it
+                platform::BoundedText(written).add_hex(hash, 8);
+                report.push_back("container \"" + name + "\", blob " + written + ": " + fs::last_error().text);
             }
         }
         return report.size() == before;

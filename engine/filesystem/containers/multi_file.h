@@ -54,7 +54,6 @@ public:
 private:
     explicit MultiFile(const char* path) : path_(path) {}
 
-    static std::unique_ptr<MultiFile> OpenFile(const char* path, bool writable);
     bool Load();
     bool ReadHead(std::optional<Commit>& newest) const;
     bool Empty();
