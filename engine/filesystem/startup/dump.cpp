@@ -2,7 +2,6 @@
 // crash handler needs is therefore worked out beforehand and kept in fixed buffers.
 #include <string>
 
-#include <engine/filesystem/registry.h>
 #include <engine/filesystem/startup/crash.h>
 
 #include "engine/filesystem/contract/error.h"
@@ -40,10 +39,7 @@ std::int64_t local_offset_now() {
 std::string dump_directory() {
     const fs::ErrorKeeper keeper;
     std::string directory = crash::log_directory();
-    if (directory.empty()) {
-        directory = fs::is_initialized() ? fs::write_path() : "";
-        directory += crash::log_folder;
-    }
+    if (directory.empty()) directory = crash::below_write_path(crash::log_folder);
     fs::create_directories(directory);
     char spelled[path_buffer_size];
     return platform::resolve_case(directory.c_str(), spelled) ? spelled : directory;

@@ -16,7 +16,9 @@
 #include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/handles/native_file.h"
 #include "engine/filesystem/log/sinks.h"
+#include "engine/filesystem/registry/registry.h"
 #include "engine/platform/files.h"
+#include "engine/platform/process.h"
 #include "engine/platform/threads.h"
 
 namespace crash {
@@ -26,7 +28,7 @@ namespace {
 struct LogFile {
     platform::Mutex lock;     // guards what follows but `is_open`, and all names until it is set
     SFsFile* file = nullptr;  // owned
-    bool is_ours = false;     // made by this process, hence ours to remove
+    std::uint32_t maker = 0;  // the process that made the file, hence may remove it; 0 when it was there before
     bool at_line_start = true;
     bool lost_output = false;  // since the last that was written
     std::string virtual_name;
@@ -87,19 +89,21 @@ void remove_empty_file(const LogFile& log) {
 Opened open_log_file(const std::string& name, bool must_be_new) {
     const fs::ErrorKeeper keeper;
     // Files that another process made are on the disk alone, not in the source's table.
-    const std::string on_disk = fs::is_full_path(name.c_str()) ? name : fs::write_path() + name;
+    const std::string on_disk = fs::is_full_path(name.c_str()) ? name : below_write_path(name);
     const bool existed = fs::native_does_file_exist(on_disk.c_str()) || fs::exists(name.c_str());
     if (existed && must_be_new) return Opened::TAKEN;
+    LogFile& log = log_file();
+    std::string virtual_name = name;
+    std::string shown_name;
+    shown_name.reserve(fs::path_capacity);  // a file that is made is not given up for want of memory
     fs::FilePtr file(open_appending(name.c_str()));
     if (file == nullptr) return fs::native_does_file_exist(on_disk.c_str()) ? Opened::TAKEN : Opened::NO;
-    std::string virtual_name = name;
-    std::string shown_name = fs::file_name(file.get());
+    shown_name = fs::file_name(file.get());
     std::string native_path = fs::full_path(name.c_str());
-    LogFile& log = log_file();
     {
         const platform::LockGuard guard(log.lock);
         log.file = file.release();
-        log.is_ours = !existed;
+        log.maker = existed ? 0 : platform::process_id();
         log.virtual_name.swap(virtual_name);
         log.name.swap(shown_name);
         log.native_path.swap(native_path);
@@ -122,7 +126,7 @@ void close_log_file() {
     if (file == nullptr) return;
     const bool is_empty = fs::length(file) == 0;
     fs::close(file);
-    if (is_empty && log.is_ours) remove_empty_file(log);
+    if (is_empty && log.maker == platform::process_id()) remove_empty_file(log);
 }
 
 std::string log_directory() {
@@ -130,6 +134,11 @@ std::string log_directory() {
     LogFile& log = log_file();
     const platform::LockGuard guard(log.lock);
     return log.native_path.substr(0, log.native_path.rfind('/') + 1);
+}
+
+std::string below_write_path(std::string_view name) {
+    const fs::registry::SharedGuard guard;  // what write_path answers lives with its source
+    return std::string(fs::write_path()).append(name);
 }
 
 }  // namespace crash

@@ -32,8 +32,7 @@ constexpr std::uint32_t all_bits = 0xFFFFFFFFu;
 constexpr const char* fallback_log_name = "out/logs/crash.log";
 
 struct Progress {
-    std::atomic_flag busy;  // set by the thread that runs a step; guards the next two
-    bool is_silent = false;
+    std::atomic_flag busy;  // set by the thread that runs a step; guards the next
     bool is_configured = false;
 };
 constinit Progress progress;
@@ -44,16 +43,12 @@ bool change_phase(StartUp from, StartUp to) {
 }
 
 void read_configuration() {
-    if (progress.is_configured) return;
-    const std::string name = crash::option_value(platform::command_line(), "logcfg=").value_or("CrashLog.cfg");
-    progress.is_configured = crash::read_configuration(name);
+    if (!progress.is_configured) progress.is_configured = crash::read_configuration();
 }
 
 void start(bool console) {
     logging::state.console = console ? platform::standard_output() : nullptr;
-    const char* const line = platform::command_line();
-    progress.is_silent = crash::has_switch(line, "silent");
-    logging::state.verbose = crash::has_switch(line, "verbose");
+    logging::state.verbose = crash::has_switch(platform::command_line(), "verbose");
     _CLFilterClear();
     read_configuration();
     _CLFilterAdd(logging::code("LLOG"), all_bits, CLFilterAction::CONSOLE);
@@ -88,11 +83,12 @@ bool open_named(const std::string& name) {
 }
 
 void open_file() {
+    const char* const line = platform::command_line();
     const bool is_verbose = logging::state.verbose;
-    if (progress.is_silent && !is_verbose) return;
+    if (crash::has_switch(line, "silent") && !is_verbose) return;
     Log::Settings& settings = Log::Settings::Instance();
     settings.SetLevel(std::max(settings.GetLevel(), is_verbose ? Log::ELevel::DEBG : Log::ELevel::INFO));
-    const auto given = crash::option_value(platform::command_line(), "logfile=");
+    const auto given = crash::option_value(line, "logfile=");
     if (given ? open_named(*given) : open_stamped()) return;
     open_named(fallback_log_name);
 }
