@@ -1,6 +1,7 @@
 // What the log and the assertions are told at the start, and whole sessions.
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -242,11 +243,22 @@ TEST_F(LogChild, DISABLED_fork) {
         _exit(0);
     }
     wait_for_all();
+    const auto write = [](int line, int process) {
+        _CLog(Log::ELevel::INFO, "Test", nullptr, 0, CLFilterAction::LOGFILE, CLLineMode::NEW_LINE, "line %d of %d\n",
+              line, process);
+    };
+    std::atomic<bool> is_over{false};
+    std::thread other([&] {  // children used to wait for ever for the lock that it held
+        while (!is_over) write(0, 0);
+    });
     for (int process = 0; process < process_count; ++process) {
         if (fork() != 0) continue;
-        for (int i = 0; i < line_count; ++i) say("line " + std::to_string(i) + " of " + std::to_string(process));
+        alarm(60);
+        for (int i = 0; i < line_count; ++i) write(i, process);
         _exit(0);
     }
+    is_over = true;
+    other.join();
     wait_for_all();
 }
 
