@@ -46,12 +46,9 @@ inline constexpr std::string_view log_folder = "out/logs/";
 /// Where a new file of this name would lie on the disk, as far as can be told beforehand.
 std::string below_write_path(std::string_view name);
 
-// Names of log files and dumps. Neither takes memory or locks, so that a crash handler may call it.
-
-/// "crash_20260131_235959123" and the ending.
-void add_stamped_name(platform::BoundedText& out, const platform::CalendarTime& time, std::string_view ending);
-
-/// `name` with "_" and the number of this process before its ending: for a name that another process has taken.
-void add_with_process(platform::BoundedText& out, std::string_view name);
+/// The name of a log file or a dump: "crash_20260131_235959123" and the ending; between them, where another process has
+/// taken that name, "_" and the number of this one. Takes neither memory nor locks, so that a crash handler may call it.
+void add_stamped_name(platform::BoundedText& out, const platform::CalendarTime& time, std::string_view ending,
+                      bool with_process);
 
 }  // namespace crash

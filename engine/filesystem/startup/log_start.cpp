@@ -42,7 +42,7 @@ bool change_phase(StartUp from, StartUp to) {
     return logging::state.phase.compare_exchange_strong(from, to, std::memory_order_acq_rel);
 }
 
-void read_configuration() {
+void configure() {
     if (!progress.is_configured) progress.is_configured = crash::read_configuration();
 }
 
@@ -50,17 +50,10 @@ void start(bool console) {
     logging::state.console = console ? platform::standard_output() : nullptr;
     logging::state.verbose = crash::has_switch(platform::command_line(), "verbose");
     _CLFilterClear();
-    read_configuration();
+    configure();
     _CLFilterAdd(logging::code("LLOG"), all_bits, CLFilterAction::CONSOLE);
     if (logging::state.verbose) _CLFilterAdd(logging::code("CLOG"), all_bits, CLFilterAction::BOTH);
     change_phase(StartUp::NOT_STARTED, StartUp::STARTED);
-}
-
-std::string with_process(const std::string& name) {
-    char text[1024];
-    platform::BoundedText out(text);
-    crash::add_with_process(out, name);
-    return text;
 }
 
 /// A name of the present millisecond; where that is taken by another process, one with this process's number.
@@ -69,16 +62,22 @@ bool open_stamped() {
     for (int attempt = 0; attempt < most_attempts; ++attempt) {
         char text[64];
         platform::BoundedText name(text);
-        crash::add_stamped_name(name.add(crash::log_folder), platform::now_local(), ".log");
-        const crash::Opened opened = crash::open_log_file(attempt == 0 ? text : with_process(text), true);
+        crash::add_stamped_name(name.add(crash::log_folder), platform::now_local(), ".log", attempt != 0);
+        const crash::Opened opened = crash::open_log_file(text, true);
         if (opened != crash::Opened::TAKEN) return opened == crash::Opened::YES;
     }
     return false;
 }
 
-bool open_named(const std::string& name) {
+/// Where the name is taken by another process, one with this process's number before its ending.
+bool open_named(std::string name) {
     crash::Opened opened = crash::open_log_file(name, false);
-    if (opened == crash::Opened::TAKEN) opened = crash::open_log_file(with_process(name), false);
+    if (opened == crash::Opened::TAKEN) {
+        const std::size_t last = name.find_last_of("./\\");
+        const bool has_ending = last != std::string::npos && name[last] == '.';
+        name.insert(has_ending ? last : name.size(), "_" + std::to_string(platform::process_id()));
+        opened = crash::open_log_file(name, false);
+    }
     return opened == crash::Opened::YES;
 }
 
@@ -117,7 +116,7 @@ void CrashInit(bool console) {
         const fs::ErrorKeeper keeper;
         const StartUp phase = logging::state.phase;
         if (phase == StartUp::NOT_STARTED) start(console);
-        if (phase == StartUp::STARTED) read_configuration();
+        if (phase == StartUp::STARTED) configure();
         complete();
     } catch (...) {  // no memory: the next message tries again
         change_phase(StartUp::OPENING, StartUp::STARTED);
