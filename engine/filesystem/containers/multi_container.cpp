@@ -56,7 +56,7 @@ bool with_file(State* state, const Work& work) {
 
 template <class State, class Work>
 bool change(State* state, const Work& work) {
-    return with_file<Exclusive>(state, [&](MultiFile& file) { return file.IsWritable() && work(file); });
+    return with_file<Exclusive>(state, [&](MultiFile& file) { return file.CheckWritable() && work(file); });
 }
 
 /// Puts what `make` opens in the place of what was open.
@@ -71,7 +71,7 @@ bool open_by(State* state, const Make& make) {
 
 /// What `work(file, entry)` answers for a blob.
 template <class State, class Work>
-bool look_at(State* state, std::string_view name, std::uint32_t hash, const Work& work) {
+bool with_blob(State* state, std::string_view name, std::uint32_t hash, const Work& work) {
     return with_file<Shared>(state, [&](const MultiFile& file) {
         const std::optional<Entry> entry = file.FindBlob(name, hash);
         return entry && work(file, *entry);
@@ -145,7 +145,7 @@ bool CFileHashMultiContainer::Exists(const char* name, std::uint32_t hash) const
 
 bool CFileHashMultiContainer::GetSize(const char* name, std::uint32_t hash, std::uint64_t& size) const {
     size = 0;
-    return look_at(state_.get(), text_of(name), hash, [&](const MultiFile&, const Entry& entry) {
+    return with_blob(state_.get(), text_of(name), hash, [&](const MultiFile&, const Entry& entry) {
         size = entry.size;
         return true;
     });
@@ -153,7 +153,7 @@ bool CFileHashMultiContainer::GetSize(const char* name, std::uint32_t hash, std:
 
 bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, ztl::vector<unsigned char>& out) const {
     out.clear();
-    const bool is_whole = look_at(state_.get(), text_of(name), hash, [&](const MultiFile& file, const Entry& entry) {
+    const bool is_whole = with_blob(state_.get(), text_of(name), hash, [&](const MultiFile& file, const Entry& entry) {
         out.resize(entry.size);
         return file.ReadBlob(entry, out.data());
     });
@@ -164,7 +164,7 @@ bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, ztl::v
 bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, void* buffer, std::uint64_t capacity,
                                     std::uint64_t& size) const {
     size = 0;
-    return look_at(state_.get(), text_of(name), hash, [&](const MultiFile& file, const Entry& entry) {
+    return with_blob(state_.get(), text_of(name), hash, [&](const MultiFile& file, const Entry& entry) {
         size = entry.size;
         if (capacity < entry.size || (buffer == nullptr && entry.size != 0))
             return file.Fail(EFSError::INVALID_ARGUMENT, "The buffer is too small for the blob, or null.");

@@ -159,7 +159,7 @@ bool MultiFile::WriteRecord(const Commit& commit) {
     return file_.WriteAt(record.data(), record.size(), commit.place());
 }
 
-bool MultiFile::IsWritable() const {
+bool MultiFile::CheckWritable() const {
     return file_.IsWritable() || Fail(EFSError::READ_ONLY, "The multi-container is not open for writing.");
 }
 

@@ -27,7 +27,7 @@ public:
     MultiFile& operator=(const MultiFile&) = delete;
 
     /// False, with the reason, unless the file is open for writing.
-    bool IsWritable() const;
+    bool CheckWritable() const;
     const Index& index() const { return index_; }
     /// The container when it exists and its saved part is sound.
     const Container* FindSound(std::string_view name) const;
