@@ -286,11 +286,16 @@ TEST_F(Zip, WritesAnArchiveThatIsAPack) {
     EXPECT_EQ(entry("out/new.pak", "dir/large.bin"), large);
     EXPECT_EQ(entry("out/new.pak", "y") + entry("out/new.pak", "z"), "still usable(null)");
     directory_.write("plain", "");
-    for (const char* path : {"plain/below.pak", "", static_cast<const char*>(nullptr)}) {
+    directory_.write("shadowed", "");
+    fs::refresh();
+    const std::string pack = directory_ / "first.pak";
+    ASSERT_TRUE(write_pack(pack, {{"shadowed", "x"}}) && fs::add_source(pack.c_str()));
+    for (const char* path : {"plain/below.pak", "shadowed", "", static_cast<const char*>(nullptr)}) {
         fs::clear_error();
         EXPECT_EQ(MiniZ::ZipCreate(path), nullptr);
         EXPECT_NE(fs::last_error().code, EFSError::NONE);
     }
+    EXPECT_FALSE(std::filesystem::exists("shadowed")) << "in the working directory, by the name of the pack's entry";
 }
 
 // Both ends of a copied archive used to close it.

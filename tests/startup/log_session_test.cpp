@@ -1,6 +1,7 @@
 // What the log and the assertions are told at the start, and whole sessions.
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -234,12 +235,31 @@ constexpr int process_count = 20;
 constexpr int line_count = 200;
 
 TEST_F(LogChild, DISABLED_fork) {
-    for (int process = 0; process < process_count; ++process) {
-        if (fork() != 0) continue;
-        for (int i = 0; i < line_count; ++i) say("line " + std::to_string(i) + " of " + std::to_string(process));
+    const auto wait_for_all = [] {
+        for (int status = 0; wait(&status) > 0;) EXPECT_EQ(status, 0);
+    };
+    if (fork() == 0) {
+        CrashClose();  // used to remove the empty log of the process that made it
         _exit(0);
     }
-    for (int status = 0; wait(&status) > 0;) EXPECT_EQ(status, 0);
+    wait_for_all();
+    const auto write = [](int line, int process) {
+        _CLog(Log::ELevel::INFO, "Test", nullptr, 0, CLFilterAction::LOGFILE, CLLineMode::NEW_LINE, "line %d of %d\n",
+              line, process);
+    };
+    std::atomic<bool> is_over{false};
+    std::thread other([&] {  // children used to wait for ever for the lock that it held
+        while (!is_over) write(0, 0);
+    });
+    for (int process = 0; process < process_count; ++process) {
+        if (fork() != 0) continue;
+        alarm(60);
+        for (int i = 0; i < line_count; ++i) write(i, process);
+        _exit(0);
+    }
+    is_over = true;
+    other.join();
+    wait_for_all();
 }
 
 TEST(LogSession, OfAHostThatForksHasEveryLineOfEveryProcess) {

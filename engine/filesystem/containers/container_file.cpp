@@ -1,3 +1,4 @@
+// Reads and writes of a multi-container's file, which may be of any source.
 #include "engine/filesystem/containers/container_file.h"
 
 #include <algorithm>
@@ -13,7 +14,7 @@
 namespace container {
 namespace {
 
-constexpr std::uint64_t collect_size = 4u << 20;
+constexpr std::uint64_t collect_size = 4u << 20;  // no more is ever pending
 
 bool seek_to(SFsFile& file, std::uint64_t offset) {
     return file.seek(static_cast<std::int64_t>(offset), EFSSeek::BEGIN);
@@ -48,6 +49,11 @@ void File::Use(FilePtr file, bool writable) {
     flushed_ = 0;
 }
 
+std::uint64_t File::Length() const {
+    const std::lock_guard lock(position_lock_);
+    return fs::length(main_.get());
+}
+
 bool File::Read(void* buffer, std::uint64_t size, std::uint64_t offset) const {
     if (size == 0) return true;
     std::uint64_t got = 0;
@@ -70,10 +76,10 @@ bool File::Read(void* buffer, std::uint64_t size, std::uint64_t offset) const {
 }
 
 bool File::Append(const void* data, std::uint64_t size) {
-    if (size > collect_size - std::min<std::uint64_t>(collect_size, pending_.size()) && !Flush()) return false;
+    if (size > collect_size - pending_.size() && !Flush()) return false;
     if (size >= collect_size) return AppendAtOnce(data, size);
     const auto* const bytes = static_cast<const unsigned char*>(data);
-    if (pending_.capacity() < collect_size) pending_.reserve(collect_size);
+    pending_.reserve(collect_size);
     pending_.insert(pending_.end(), bytes, bytes + size);
     return true;
 }

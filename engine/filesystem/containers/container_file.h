@@ -27,7 +27,7 @@ public:
 
     bool IsOpen() const { return main_ != nullptr; }
     bool IsWritable() const { return writable_; }
-    std::uint64_t Length() const { return fs::length(main_.get()); }
+    std::uint64_t Length() const;
 
     /// Exactly `size` bytes at `offset`, written or still collected.
     bool Read(void* buffer, std::uint64_t size, std::uint64_t offset) const;
@@ -53,7 +53,7 @@ private:
     bool writable_ = false;
     std::uint64_t flushed_ = 0;              // offset of the first collected byte
     std::vector<unsigned char> pending_;     // collected bytes
-    mutable platform::Mutex position_lock_;  // held while main_ is read at its position
+    mutable platform::Mutex position_lock_;  // held while main_ is used, unless by read_at
 };
 
 }  // namespace container

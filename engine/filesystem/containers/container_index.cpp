@@ -1,3 +1,4 @@
+// Encoding and decoding of commit records and indexes, and looking up in what was decoded.
 #include "engine/filesystem/containers/container_index.h"
 
 #include <algorithm>
@@ -16,12 +17,12 @@ constexpr std::uint64_t record_tail = 4 + 4;
 
 /// Nothing when the record is damaged.
 std::optional<Commit> decode(const unsigned char* bytes) {
-    if (load_u32(bytes + checksum_place) != checksum(bytes, checksum_place)) return std::nullopt;
-    return Commit{.sequence = load_u64(bytes),
-                  .index_offset = load_u64(bytes + 8),
-                  .index_size = load_u64(bytes + 16),
-                  .directory_size = load_u64(bytes + 24),
-                  .directory_checksum = load_u32(bytes + 32)};
+    if (kernel::load_u32(bytes + checksum_place) != checksum(bytes, checksum_place)) return std::nullopt;
+    return Commit{.sequence = kernel::load_u64(bytes),
+                  .index_offset = kernel::load_u64(bytes + 8),
+                  .index_size = kernel::load_u64(bytes + 16),
+                  .directory_size = kernel::load_u64(bytes + 24),
+                  .directory_checksum = kernel::load_u32(bytes + 32)};
 }
 
 /// Deflate packs at most 1032 to 1: a size beyond that is a lie that would cost memory.
@@ -31,10 +32,10 @@ bool is_possible_size(const Entry& entry) {
 }
 
 void store_row(unsigned char* row, const Entry& entry) {
-    store_u64(row, entry.offset | (entry.deflated ? deflated_bit : 0));
-    store_u32(row + 8, entry.stored_size);
-    store_u32(row + 12, entry.size);
-    store_u32(row + 16, entry.checksum);
+    kernel::store_u64(row, entry.offset | (entry.deflated ? deflated_bit : 0));
+    kernel::store_u32(row + 8, entry.stored_size);
+    kernel::store_u32(row + 12, entry.size);
+    kernel::store_u32(row + 16, entry.checksum);
 }
 
 /// Writes a part where there is room for it, and returns its checksum.
@@ -42,7 +43,7 @@ std::uint32_t store_part(unsigned char* out, const std::vector<Blob>& blobs) {
     unsigned char* hash = out;
     unsigned char* row = out + blobs.size() * hash_size;
     for (const Blob& blob : blobs) {
-        store_u32(hash, blob.hash);
+        kernel::store_u32(hash, blob.hash);
         store_row(row, blob.entry);
         hash += hash_size;
         row += row_size;
@@ -65,12 +66,12 @@ std::uint32_t checksum(const void* data, std::size_t size) {
 
 CommitBytes encode(const Commit& commit) {
     CommitBytes bytes{};
-    store_u64(bytes.data(), commit.sequence);
-    store_u64(bytes.data() + 8, commit.index_offset);
-    store_u64(bytes.data() + 16, commit.index_size);
-    store_u64(bytes.data() + 24, commit.directory_size);
-    store_u32(bytes.data() + 32, commit.directory_checksum);
-    store_u32(bytes.data() + checksum_place, checksum(bytes.data(), checksum_place));
+    kernel::store_u64(bytes.data(), commit.sequence);
+    kernel::store_u64(bytes.data() + 8, commit.index_offset);
+    kernel::store_u64(bytes.data() + 16, commit.index_size);
+    kernel::store_u64(bytes.data() + 24, commit.directory_size);
+    kernel::store_u32(bytes.data() + 32, commit.directory_checksum);
+    kernel::store_u32(bytes.data() + checksum_place, checksum(bytes.data(), checksum_place));
     return bytes;
 }
 
@@ -96,11 +97,11 @@ std::optional<Commit> newest_commit(const HeadBytes& head) {
 
 Entry Container::SavedEntry(std::uint32_t i) const {
     const unsigned char* const row = bytes_ + count_ * hash_size + i * row_size;
-    const std::uint64_t offset = load_u64(row);
+    const std::uint64_t offset = kernel::load_u64(row);
     return {.offset = offset & ~deflated_bit,
-            .stored_size = load_u32(row + 8),
-            .size = load_u32(row + 12),
-            .checksum = load_u32(row + 16),
+            .stored_size = kernel::load_u32(row + 8),
+            .size = kernel::load_u32(row + 12),
+            .checksum = kernel::load_u32(row + 16),
             .deflated = (offset & deflated_bit) != 0};
 }
 
@@ -170,11 +171,11 @@ IndexBytes encode(const std::vector<Part>& parts, Commit& commit) {
     unsigned char* record = bytes.get();
     unsigned char* part_bytes = bytes.get() + commit.directory_size;
     for (const Part& part : parts) {
-        store_u16(record, static_cast<std::uint16_t>(part.name.size()));
+        kernel::store_u16(record, static_cast<std::uint16_t>(part.name.size()));
         part.name.copy(reinterpret_cast<char*>(record + 2), part.name.size());
         unsigned char* const tail = record + 2 + part.name.size();
-        store_u32(tail, static_cast<std::uint32_t>(part.blobs.size()));
-        store_u32(tail + 4, store_part(part_bytes, part.blobs));
+        kernel::store_u32(tail, static_cast<std::uint32_t>(part.blobs.size()));
+        kernel::store_u32(tail + 4, store_part(part_bytes, part.blobs));
         record = tail + record_tail;
         part_bytes += part.blobs.size() * entry_size;
     }
@@ -191,15 +192,15 @@ bool Index::Load(IndexBytes bytes, const Commit& commit) {
     std::uint64_t part = commit.directory_size;
     while (left != 0) {
         if (left < 2) return false;
-        const std::uint64_t length = load_u16(next);
+        const std::uint64_t length = kernel::load_u16(next);
         const std::uint64_t record_size = 2 + length + record_tail;
         if (left < record_size) return false;
         const unsigned char* const tail = next + 2 + length;
-        const std::uint32_t count = load_u32(tail);
+        const std::uint32_t count = kernel::load_u32(tail);
         const std::uint64_t part_size = count * entry_size;
         if (part_size > commit.index_size - part) return false;
         containers.try_emplace(std::string(reinterpret_cast<const char*>(next + 2), length), bytes_.get() + part, count,
-                               load_u32(tail + 4), commit.index_offset);
+                               kernel::load_u32(tail + 4), commit.index_offset);
         part += part_size;
         next += record_size;
         left -= record_size;

@@ -22,13 +22,6 @@
 
 namespace container {
 
-using kernel::load_u16;
-using kernel::load_u32;
-using kernel::load_u64;
-using kernel::store_u16;
-using kernel::store_u32;
-using kernel::store_u64;
-
 inline constexpr std::array<unsigned char, 8> magic = {0x89, 'E', 'H', 'M', 'C', '\r', '\n', 1};
 inline constexpr std::uint64_t commit_offset = 64;  // the first of two
 inline constexpr std::uint64_t commit_size = 64;
@@ -101,7 +94,7 @@ private:
     enum class Check : std::uint8_t { NOT_YET, SOUND, DAMAGED };
 
     bool CheckSaved() const;
-    std::uint32_t SavedHash(std::uint32_t i) const { return load_u32(bytes_ + i * hash_size); }
+    std::uint32_t SavedHash(std::uint32_t i) const { return kernel::load_u32(bytes_ + i * hash_size); }
     Entry SavedEntry(std::uint32_t i) const;
     std::optional<Entry> FindSaved(std::uint32_t hash) const;
 

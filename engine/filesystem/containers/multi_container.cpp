@@ -1,8 +1,6 @@
+// The exported multi-container: arguments are checked here, and every call holds the lock and is a boundary.
 #include <engine/filesystem/containers/multi_container.h>
 
-#include <cinttypes>
-#include <cstdio>
-#include <functional>
 #include <limits>
 #include <mutex>
 #include <new>
@@ -15,6 +13,7 @@
 
 #include "engine/filesystem/containers/multi_file.h"
 #include "engine/filesystem/contract/error.h"
+#include "engine/platform/text.h"
 
 using container::Blob;
 using container::Entry;
@@ -57,12 +56,12 @@ bool with_file(State* state, const Work& work) {
 
 template <class State, class Work>
 bool change(State* state, const Work& work) {
-    return with_file<Exclusive>(state, [&](MultiFile& file) { return file.IsWritable() && work(file); });
+    return with_file<Exclusive>(state, [&](MultiFile& file) { return file.CheckWritable() && work(file); });
 }
 
 /// Puts what `make` opens in the place of what was open.
-template <class State>
-bool open_by(State* state, const std::function<std::unique_ptr<MultiFile>()>& make) {
+template <class State, class Make>
+bool open_by(State* state, const Make& make) {
     return with_lock<Exclusive>(state, [&](State& locked) {
         locked.file.reset();
         locked.file = make();
@@ -72,7 +71,7 @@ bool open_by(State* state, const std::function<std::unique_ptr<MultiFile>()>& ma
 
 /// What `work(file, entry)` answers for a blob.
 template <class State, class Work>
-bool look_at(State* state, std::string_view name, std::uint32_t hash, const Work& work) {
+bool with_blob(State* state, std::string_view name, std::uint32_t hash, const Work& work) {
     return with_file<Shared>(state, [&](const MultiFile& file) {
         const std::optional<Entry> entry = file.FindBlob(name, hash);
         return entry && work(file, *entry);
@@ -89,13 +88,6 @@ std::vector<unsigned char> deflated(const void* data, std::uint64_t size) {
     const int result = compress2(packed.data(), &packed_size, bytes, static_cast<uLong>(size), Z_DEFAULT_COMPRESSION);
     packed.resize(result == Z_OK && packed_size < size ? packed_size : 0);
     return packed;
-}
-
-/// As the command-line tool writes and takes it.
-std::string written(std::uint32_t hash) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08" PRIx32, hash);
-    return text;
 }
 
 }  // namespace
@@ -153,7 +145,7 @@ bool CFileHashMultiContainer::Exists(const char* name, std::uint32_t hash) const
 
 bool CFileHashMultiContainer::GetSize(const char* name, std::uint32_t hash, std::uint64_t& size) const {
     size = 0;
-    return look_at(state_.get(), text_of(name), hash, [&](const MultiFile&, const Entry& entry) {
+    return with_blob(state_.get(), text_of(name), hash, [&](const MultiFile&, const Entry& entry) {
         size = entry.size;
         return true;
     });
@@ -161,7 +153,7 @@ bool CFileHashMultiContainer::GetSize(const char* name, std::uint32_t hash, std:
 
 bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, ztl::vector<unsigned char>& out) const {
     out.clear();
-    const bool is_whole = look_at(state_.get(), text_of(name), hash, [&](const MultiFile& file, const Entry& entry) {
+    const bool is_whole = with_blob(state_.get(), text_of(name), hash, [&](const MultiFile& file, const Entry& entry) {
         out.resize(entry.size);
         return file.ReadBlob(entry, out.data());
     });
@@ -172,7 +164,7 @@ bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, ztl::v
 bool CFileHashMultiContainer::Fetch(const char* name, std::uint32_t hash, void* buffer, std::uint64_t capacity,
                                     std::uint64_t& size) const {
     size = 0;
-    return look_at(state_.get(), text_of(name), hash, [&](const MultiFile& file, const Entry& entry) {
+    return with_blob(state_.get(), text_of(name), hash, [&](const MultiFile& file, const Entry& entry) {
         size = entry.size;
         if (capacity < entry.size || (buffer == nullptr && entry.size != 0))
             return file.Fail(EFSError::INVALID_ARGUMENT, "The buffer is too small for the blob, or null.");
@@ -234,7 +226,9 @@ bool CFileHashMultiContainer::Verify(ztl::vector<fs::string>& report) const {
             for (const auto& [hash, entry] : found.Blobs()) {
                 bytes.resize(entry.size);
                 if (file.ReadBlob(entry, bytes.data())) continue;
-                report.push_back("container \"" + name + "\", blob " + written(hash) + ": " + fs::last_error().text);
+                char written[16];  // as the command-line tool writes and takes it
+                platform::BoundedText(written).add_hex(hash, 8);
+                report.push_back("container \"" + name + "\", blob " + written + ": " + fs::last_error().text);
             }
         }
         return report.size() == before;

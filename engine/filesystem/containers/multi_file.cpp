@@ -84,7 +84,7 @@ bool MultiFile::Fail(EFSError::TYPE code, const char* text) const { return fs::r
 
 /// Blobs that were written and never saved would only take space.
 MultiFile::~MultiFile() {
-    if (!is_changed_ || is_record_in_doubt_ || !file_.IsWritable()) return;
+    if (file_.End() == commit_.end() || is_record_in_doubt_ || !file_.IsWritable()) return;
     const fs::ErrorKeeper keeper;
     fs::guarded(path_.c_str(), [this] {
         file_.SetEnd(commit_.end());
@@ -93,16 +93,11 @@ MultiFile::~MultiFile() {
 }
 
 std::unique_ptr<MultiFile> MultiFile::Open(const char* path, bool writable) {
-    std::unique_ptr<MultiFile> opened = OpenFile(path, writable);
-    return opened != nullptr && opened->Load() ? std::move(opened) : nullptr;
-}
-
-std::unique_ptr<MultiFile> MultiFile::OpenFile(const char* path, bool writable) {
     std::unique_ptr<MultiFile> opened(new MultiFile(path));
     FilePtr file = writable ? open_in_place(path) : FilePtr(fs::open(path, EFSMode::READ));
     if (file == nullptr) return nullptr;
     opened->file_.Use(std::move(file), writable);
-    return opened;
+    return opened->Load() ? std::move(opened) : nullptr;
 }
 
 /// `newest` is nothing when the file is no container or both its records are damaged; false when it cannot be read.
@@ -131,13 +126,13 @@ bool MultiFile::Load() {
 }
 
 std::unique_ptr<MultiFile> MultiFile::Create(const char* path) {
+    std::unique_ptr<MultiFile> made(new MultiFile(path));  // first, so that no file is made for want of memory
     const bool is_new = !fs::exists(path);
-    if (is_new &&
-        FilePtr(fs::open(path, EFSMode::READ_WRITE, FFSOpenFlags::CREATE | FFSOpenFlags::WRITE_THROUGH)) == nullptr)
-        return nullptr;
-    // Opened by the same steps as one that is there: what answers true is what reading the name finds.
-    std::unique_ptr<MultiFile> made = OpenFile(path, true);
-    if (made != nullptr && made->Empty()) return made;
+    constexpr auto flags = FFSOpenFlags::CREATE | FFSOpenFlags::WRITE_THROUGH;
+    FilePtr file = is_new ? FilePtr(fs::open(path, EFSMode::READ_WRITE, flags)) : open_in_place(path);
+    if (file == nullptr) return nullptr;
+    made->file_.Use(std::move(file), true);
+    if (made->Empty()) return made;
     made.reset();
     const fs::ErrorKeeper keeper;
     if (is_new) fs::rem_file(path);
@@ -149,10 +144,11 @@ std::unique_ptr<MultiFile> MultiFile::Create(const char* path) {
 bool MultiFile::Empty() {
     std::optional<Commit> newest;
     if (!ReadHead(newest)) return false;
-    commit_ = Commit{.sequence = newest ? newest->sequence + 1 : 1,
-                     .index_offset = data_offset,
-                     .directory_checksum = checksum(nullptr, 0)};
-    if (newest ? !WriteRecord(commit_) : !file_.WriteAt(head_of(commit_).data(), data_offset, 0)) return false;
+    const Commit empty{.sequence = newest ? newest->sequence + 1 : 1,
+                       .index_offset = data_offset,
+                       .directory_checksum = checksum(nullptr, 0)};
+    if (newest ? !WriteRecord(empty) : !file_.WriteAt(head_of(empty).data(), data_offset, 0)) return false;
+    commit_ = empty;
     file_.SetEnd(data_offset);
     file_.CutAtEnd();
     return true;
@@ -163,7 +159,7 @@ bool MultiFile::WriteRecord(const Commit& commit) {
     return file_.WriteAt(record.data(), record.size(), commit.place());
 }
 
-bool MultiFile::IsWritable() const {
+bool MultiFile::CheckWritable() const {
     return file_.IsWritable() || Fail(EFSError::READ_ONLY, "The multi-container is not open for writing.");
 }
 
@@ -275,10 +271,11 @@ bool MultiFile::Compact(const Hear& hear) {
     if (platform::last_error().failure != platform::Failure::IN_USE)
         return fs::refuse_by_disk(native.c_str(), "cannot be compacted");
     std::optional<std::vector<Part>> parts = Parts();
+    if (!parts) return false;
     Partial partial{.path = native + ".new"};
     // Nobody sees this file before it takes its place, and that waits for the disk.
     FilePtr made = open_at(partial.path.c_str(), FFSOpenFlags::CREATE);
-    if (!parts || made == nullptr) return false;
+    if (made == nullptr) return false;
     partial.is_ours = true;
     File fresh;
     fresh.Use(std::move(made), true);

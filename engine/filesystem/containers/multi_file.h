@@ -27,7 +27,7 @@ public:
     MultiFile& operator=(const MultiFile&) = delete;
 
     /// False, with the reason, unless the file is open for writing.
-    bool IsWritable() const;
+    bool CheckWritable() const;
     const Index& index() const { return index_; }
     /// The container when it exists and its saved part is sound.
     const Container* FindSound(std::string_view name) const;
@@ -54,7 +54,6 @@ public:
 private:
     explicit MultiFile(const char* path) : path_(path) {}
 
-    static std::unique_ptr<MultiFile> OpenFile(const char* path, bool writable);
     bool Load();
     bool ReadHead(std::optional<Commit>& newest) const;
     bool Empty();

@@ -135,6 +135,7 @@ struct pack_writer::State {
     std::unordered_set<std::string> names;  // in lower case
     bool is_complete = false;
 
+    ~State();
     bool begin(const char* native_path);
     bool check_target() const;
     bool add(const char* name, const void* packed, std::uint64_t packed_size, const SFsPackedEntry& told,
@@ -142,8 +143,14 @@ struct pack_writer::State {
     bool check(const zip::NewEntry& entry) const;
     bool complete();
     bool finish();
-    void drop();
 };
+
+/// What is not finished is dropped.
+pack_writer::State::~State() {
+    if (partial.empty()) return;
+    output.close();
+    platform::remove_file(partial.c_str());
+}
 
 bool pack_writer::State::check_target() const {
     if (target.empty()) return fail_to_pack(EFSError::INVALID_NAME, target.c_str(), "needs a path to write to");
@@ -232,15 +239,8 @@ bool pack_writer::State::finish() {
     return true;
 }
 
-void pack_writer::State::drop() {
-    if (partial.empty()) return;
-    output.close();
-    platform::remove_file(partial.c_str());
-    partial.clear();
-}
-
 pack_writer::pack_writer() = default;
-pack_writer::~pack_writer() { cancel(); }
+pack_writer::~pack_writer() = default;
 
 bool pack_writer::open(const char* native_path) {
     cancel();
@@ -290,9 +290,6 @@ bool pack_writer::check_name(const char* name) {
     return guarded(name, false, [&] { return check_entry_name(name ? name : ""); });
 }
 
-void pack_writer::cancel() {
-    if (state_) state_->drop();
-    state_.reset();
-}
+void pack_writer::cancel() { state_.reset(); }
 
 }  // namespace fs

@@ -7,6 +7,7 @@
 #include <engine/filesystem/containers/zip.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -19,6 +20,7 @@
 #include "engine/filesystem/containers/zip_output.h"
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/platform/threads.h"
 
 namespace MiniZ {
@@ -30,6 +32,7 @@ constexpr mz_uint deflate_level = 6;
 struct Writer {
     mz_zip_archive zip{};
     fs::ZipOutput output;
+    tdefl_compressor compressor;
     bool disk_failed = false;  // in the present call, and fs::last_error has the reason
 
     ~Writer() { mz_zip_writer_end(&zip); }
@@ -52,6 +55,17 @@ size_t write_to_output(void* to, mz_uint64 offset, const void* data, size_t size
     return 0;
 }
 
+// miniz forgets to free its compressor when a header cannot be written. So it gets the writer's own one each time.
+
+void* allocate(void* for_writer, size_t count, size_t size) {
+    if (size == sizeof(tdefl_compressor)) return &static_cast<Writer*>(for_writer)->compressor;
+    return std::calloc(count, size);
+}
+
+void release(void* for_writer, void* block) {
+    if (block != &static_cast<Writer*>(for_writer)->compressor) std::free(block);
+}
+
 /// False, with the reason of miniz in fs::last_error; a failure of the disk stands, whatever miniz makes of it.
 bool fail(Writer& writer, const char* name) {
     const mz_zip_error error = mz_zip_get_last_error(&writer.zip);
@@ -68,12 +82,13 @@ bool start(Writer& writer, const char* path) {
     if (!fs::FilePtr(fs::open(path, EFSMode::WRITE, FFSOpenFlags::CREATE))) return false;
     const fs::ErrorScope scope;
     const fs::string native_path = fs::full_path(path);
-    if (native_path.empty()) {
+    if (!fs::is_full_path(native_path.c_str()))
         return fs::fail_unless_told(scope, EFSError::UNSUPPORTED, path, "The file is not on the disk.");
-    }
     if (!writer.output.open(native_path.c_str())) return false;
+    writer.zip.m_pAlloc = allocate;
+    writer.zip.m_pFree = release;
     writer.zip.m_pWrite = write_to_output;
-    writer.zip.m_pIO_opaque = &writer;
+    writer.zip.m_pAlloc_opaque = writer.zip.m_pIO_opaque = &writer;
     return mz_zip_writer_init(&writer.zip, 0) != MZ_FALSE || fail(writer, path);
 }
 

@@ -1,3 +1,4 @@
+// Failed assertions: who is asked about them, and what becomes of the answer.
 #include <engine/filesystem/log/assert.h>
 
 #include <cstdarg>

@@ -45,17 +45,6 @@ struct Settings::State {
         void assign(const Category& other) { assign(other.name[0], other.name[1], other.level); }
     };
 
-    template <class Read>
-    auto read(Read read) const {
-        // A change takes nanoseconds. Whoever meets one this often is being starved, and goes on with the last answer.
-        constexpr int most_attempts = 64;
-        for (int attempt = 1;; ++attempt) {
-            const std::uint32_t before = changes;
-            const auto answer = read();
-            if (((before & 1) == 0 && changes == before) || attempt == most_attempts) return answer;
-        }
-    }
-
     template <class Change>
     void change(Change change) {
         const platform::LockGuard guard(change_lock);
@@ -118,12 +107,15 @@ ELevel::TYPE Settings::GetCategoryLevel(const char* name) const {
     const State& settings = state();
     if (settings.count == 0) return GetLevel();
     const logging::CategoryKey key = logging::category_key(name);
-    return settings.read([&] {
+    // A change takes nanoseconds. Whoever meets one this often is being starved, and goes on with the last answer.
+    for (int attempts_left = 64;; --attempts_left) {
+        const std::uint32_t before = settings.changes;
         const std::uint32_t at = settings.find(key);
-        const auto& level =
-            at < most_categories && at < settings.count ? settings.categories[at].level : settings.level;
-        return static_cast<ELevel::TYPE>(level.load());
-    });
+        const bool has_own = at < most_categories && at < settings.count;
+        const std::uint32_t level = has_own ? settings.categories[at].level : settings.level;
+        const bool is_whole = (before & 1) == 0 && settings.changes == before;
+        if (is_whole || attempts_left == 0) return static_cast<ELevel::TYPE>(level);
+    }
 }
 
 void Settings::SetCategoryLevel(const char* name, ELevel::TYPE level) {

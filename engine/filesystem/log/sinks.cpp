@@ -1,3 +1,4 @@
+// Hands finished output to file, console and callbacks, and keeps the last of it for crash reports.
 #include "engine/filesystem/log/sinks.h"
 
 #include <algorithm>

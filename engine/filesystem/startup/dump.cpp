@@ -2,7 +2,6 @@
 // crash handler needs is therefore worked out beforehand and kept in fixed buffers.
 #include <string>
 
-#include <engine/filesystem/registry.h>
 #include <engine/filesystem/startup/crash.h>
 
 #include "engine/filesystem/contract/error.h"
@@ -40,10 +39,7 @@ std::int64_t local_offset_now() {
 std::string dump_directory() {
     const fs::ErrorKeeper keeper;
     std::string directory = crash::log_directory();
-    if (directory.empty()) {
-        directory = fs::is_initialized() ? fs::write_path() : "";
-        directory += crash::log_folder;
-    }
+    if (directory.empty()) directory = crash::below_write_path(crash::log_folder);
     fs::create_directories(directory);
     char spelled[path_buffer_size];
     return platform::resolve_case(directory.c_str(), spelled) ? spelled : directory;
@@ -55,13 +51,9 @@ platform::Failure write_stamped(std::string_view directory, std::int64_t local_o
     constexpr int most_attempts = 1000;
     request.path = path;
     for (int attempt = 0; attempt < most_attempts; ++attempt) {
-        char name[64];
-        BoundedText stamped(name);
-        crash::add_stamped_name(stamped, platform::to_calendar(platform::now_utc() + local_offset),
-                                platform::dump_ending());
         BoundedText whole(path);
-        whole.add(directory);
-        attempt == 0 ? static_cast<void>(whole.add(stamped.view())) : crash::add_with_process(whole, stamped.view());
+        crash::add_stamped_name(whole.add(directory), platform::to_calendar(platform::now_utc() + local_offset),
+                                platform::dump_ending(), attempt != 0);
         if (whole.is_cut()) return platform::Failure::PATH_TOO_LONG;
         const platform::Failure failure = platform::write_dump(request);
         if (failure != platform::Failure::ALREADY_EXISTS) return failure;
@@ -114,20 +106,15 @@ bool catch_exceptions(const std::string& directory) {
 
 namespace crash {
 
-void add_stamped_name(platform::BoundedText& out, const platform::CalendarTime& time, std::string_view ending) {
+void add_stamped_name(platform::BoundedText& out, const platform::CalendarTime& time, std::string_view ending,
+                      bool with_process) {
     out.add("crash_").add_number(time.year, 10, 4);
     for (const int part : {time.month, time.day}) out.add_number(part, 10, 2);
     out.add('_');
     for (const int part : {time.hour, time.minute, time.second}) out.add_number(part, 10, 2);
-    out.add_number(time.millisecond, 10, 3).add(ending);
-}
-
-void add_with_process(platform::BoundedText& out, std::string_view name) {
-    const std::size_t slash = name.find_last_of("/\\");
-    const std::size_t dot = name.rfind('.');
-    const bool has_ending = dot != std::string_view::npos && (slash == std::string_view::npos || dot > slash);
-    const std::size_t end = has_ending ? dot : name.size();
-    out.add(name.substr(0, end)).add('_').add_number(platform::process_id()).add(name.substr(end));
+    out.add_number(time.millisecond, 10, 3);
+    if (with_process) out.add('_').add_number(platform::process_id());
+    out.add(ending);
 }
 
 }  // namespace crash
@@ -136,7 +123,7 @@ fs::string CreateDumpFilename() {
     return fs::guarded(nullptr, fs::string(), [] {
         char name[64];
         BoundedText text(name);
-        crash::add_stamped_name(text.add(crash::log_folder), platform::now_local(), platform::dump_ending());
+        crash::add_stamped_name(text.add(crash::log_folder), platform::now_local(), platform::dump_ending(), false);
         return fs::string(name);
     });
 }

@@ -19,10 +19,10 @@ bool has_switch(std::string_view command_line, std::string_view word);
 /// and more, and empty ones, are passed over.
 std::optional<std::string> option_value(std::string_view command_line, std::string_view name);
 
-/// Reads the configuration and applies it to filters and levels. Looks for `name`, then for the same name in the
-/// directory of the executable: through the file system when it is initialised, otherwise on the disk.
-/// False when there is no text to be read.
-bool read_configuration(const std::string& name);
+/// Reads the configuration that the command line names and applies it to filters and levels. Looks for its name, then for
+/// the same name in the directory of the executable: through the file system when it is initialised, otherwise on the
+/// disk. False when there is no text to be read.
+bool read_configuration();
 
 /// Applies a text; `file` names it. Commands that are not known are passed over. False when there is no memory for it.
 bool apply_configuration(const std::string& text, const char* file);
@@ -43,13 +43,12 @@ void close_log_file();
 std::string log_directory();
 
 inline constexpr std::string_view log_folder = "out/logs/";
+/// Where a new file of this name would lie on the disk, as far as can be told beforehand.
+std::string below_write_path(std::string_view name);
 
-// Names of log files and dumps. Neither takes memory or locks, so that a crash handler may call it.
-
-/// "crash_20260131_235959123" and the ending.
-void add_stamped_name(platform::BoundedText& out, const platform::CalendarTime& time, std::string_view ending);
-
-/// `name` with "_" and the number of this process before its ending: for a name that another process has taken.
-void add_with_process(platform::BoundedText& out, std::string_view name);
+/// The name of a log file or a dump: "crash_20260131_235959123" and the ending; between them, where another process has
+/// taken that name, "_" and the number of this one. Takes neither memory nor locks, so that a crash handler may call it.
+void add_stamped_name(platform::BoundedText& out, const platform::CalendarTime& time, std::string_view ending,
+                      bool with_process);
 
 }  // namespace crash

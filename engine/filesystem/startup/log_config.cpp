@@ -3,7 +3,6 @@
 #include "engine/filesystem/startup/log.h"
 
 #include <algorithm>
-#include <new>
 #include <utility>
 
 #include <engine/filesystem/access.h>
@@ -149,10 +148,11 @@ bool apply_configuration(const std::string& text, const char* file) {
     return true;
 }
 
-bool read_configuration(const std::string& name) try {
+bool read_configuration() try {
+    const std::string name = option_value(platform::command_line(), "logcfg=").value_or("CrashLog.cfg");
     const std::optional<std::string> text = read_text(name);
     return text && !text->empty() && apply_configuration(*text, name.c_str());
-} catch (const std::bad_alloc&) {
+} catch (...) {  // no memory, or a source of the host's own that throws
     return false;
 }
 

@@ -5,6 +5,7 @@
 #include "engine/filesystem/startup/log.h"
 
 #include <atomic>
+#include <mutex>
 #include <string_view>
 
 #include <engine/filesystem/access.h>
@@ -16,7 +17,9 @@
 #include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/handles/native_file.h"
 #include "engine/filesystem/log/sinks.h"
+#include "engine/filesystem/registry/registry.h"
 #include "engine/platform/files.h"
+#include "engine/platform/process.h"
 #include "engine/platform/threads.h"
 
 namespace crash {
@@ -24,19 +27,30 @@ namespace crash {
 namespace {
 
 struct LogFile {
-    platform::Mutex lock;     // guards what follows but `is_open`, and all names until it is set
+    platform::Mutex lock;     // guards what follows but the atomic ones, and all names until `is_open` is set
     SFsFile* file = nullptr;  // owned
-    bool is_ours = false;     // made by this process, hence ours to remove
+    bool is_new = false;      // made by the opener, who may remove it
     bool at_line_start = true;
     bool lost_output = false;  // since the last that was written
     std::string virtual_name;
     std::string native_path;  // remembered, since the file system may be gone when the file is closed
     std::string name;
     std::atomic<bool> is_open{false};
+    std::atomic<std::uint32_t> opener{0};  // the process that opened the file; 0 before that
 };
 
 // The last messages come late.
 LogFile& log_file() { return platform::never_destroyed<LogFile>(); }
+
+/// A child finds the lock taken for good where another thread of its parent was writing when it was forked. It goes on
+/// without: the disk keeps lines that are written at the end apart.
+std::unique_lock<platform::Mutex> lock_of(LogFile& log) {
+    std::unique_lock guard(log.lock, std::try_to_lock);
+    if (guard) return guard;
+    const std::uint32_t opener = log.opener;
+    if (opener == 0 || opener == platform::process_id()) guard.lock();
+    return guard;
+}
 
 // Writing may itself log (a failure, say); such a message must not wait for the file that its own thread is writing.
 constinit platform::PerThread<bool, struct WritingLogFile> is_writing;
@@ -53,7 +67,7 @@ void write_line(const char* text, std::size_t length) {
     if (is_writing) return;
     const fs::ErrorKeeper keeper;
     LogFile& log = log_file();
-    const platform::LockGuard guard(log.lock);
+    const auto guard = lock_of(log);
     if (log.file == nullptr) return;
     is_writing = true;
     fs::guarded(nullptr, [&] {  // the file may be one of the host's own
@@ -87,19 +101,22 @@ void remove_empty_file(const LogFile& log) {
 Opened open_log_file(const std::string& name, bool must_be_new) {
     const fs::ErrorKeeper keeper;
     // Files that another process made are on the disk alone, not in the source's table.
-    const std::string on_disk = fs::is_full_path(name.c_str()) ? name : fs::write_path() + name;
+    const std::string on_disk = fs::is_full_path(name.c_str()) ? name : below_write_path(name);
     const bool existed = fs::native_does_file_exist(on_disk.c_str()) || fs::exists(name.c_str());
     if (existed && must_be_new) return Opened::TAKEN;
+    LogFile& log = log_file();
+    std::string virtual_name = name;
+    std::string shown_name;
+    shown_name.reserve(fs::path_capacity);  // a file that is made is not given up for want of memory
     fs::FilePtr file(open_appending(name.c_str()));
     if (file == nullptr) return fs::native_does_file_exist(on_disk.c_str()) ? Opened::TAKEN : Opened::NO;
-    std::string virtual_name = name;
-    std::string shown_name = fs::file_name(file.get());
+    shown_name = fs::file_name(file.get());
     std::string native_path = fs::full_path(name.c_str());
-    LogFile& log = log_file();
     {
-        const platform::LockGuard guard(log.lock);
+        const auto guard = lock_of(log);
         log.file = file.release();
-        log.is_ours = !existed;
+        log.is_new = !existed;
+        log.opener = platform::process_id();
         log.virtual_name.swap(virtual_name);
         log.name.swap(shown_name);
         log.native_path.swap(native_path);
@@ -116,20 +133,25 @@ void close_log_file() {
     const fs::ErrorKeeper keeper;
     SFsFile* file = nullptr;
     {
-        const platform::LockGuard guard(log.lock);
+        const auto guard = lock_of(log);
         std::swap(file, log.file);
     }
     if (file == nullptr) return;
     const bool is_empty = fs::length(file) == 0;
     fs::close(file);
-    if (is_empty && log.is_ours) remove_empty_file(log);
+    if (is_empty && log.is_new && log.opener == platform::process_id()) remove_empty_file(log);
 }
 
 std::string log_directory() {
     if (is_writing) return "";
     LogFile& log = log_file();
-    const platform::LockGuard guard(log.lock);
+    const auto guard = lock_of(log);
     return log.native_path.substr(0, log.native_path.rfind('/') + 1);
+}
+
+std::string below_write_path(std::string_view name) {
+    const fs::registry::SharedGuard guard;  // what write_path answers lives with its source
+    return std::string(fs::write_path()).append(name);
 }
 
 }  // namespace crash

@@ -32,8 +32,7 @@ constexpr std::uint32_t all_bits = 0xFFFFFFFFu;
 constexpr const char* fallback_log_name = "out/logs/crash.log";
 
 struct Progress {
-    std::atomic_flag busy;  // set by the thread that runs a step; guards the next two
-    bool is_silent = false;
+    std::atomic_flag busy;  // set by the thread that runs a step; guards the next
     bool is_configured = false;
 };
 constinit Progress progress;
@@ -43,29 +42,18 @@ bool change_phase(StartUp from, StartUp to) {
     return logging::state.phase.compare_exchange_strong(from, to, std::memory_order_acq_rel);
 }
 
-void read_configuration() {
-    if (progress.is_configured) return;
-    const std::string name = crash::option_value(platform::command_line(), "logcfg=").value_or("CrashLog.cfg");
-    progress.is_configured = crash::read_configuration(name);
+void configure() {
+    if (!progress.is_configured) progress.is_configured = crash::read_configuration();
 }
 
 void start(bool console) {
     logging::state.console = console ? platform::standard_output() : nullptr;
-    const char* const line = platform::command_line();
-    progress.is_silent = crash::has_switch(line, "silent");
-    logging::state.verbose = crash::has_switch(line, "verbose");
+    logging::state.verbose = crash::has_switch(platform::command_line(), "verbose");
     _CLFilterClear();
-    read_configuration();
+    configure();
     _CLFilterAdd(logging::code("LLOG"), all_bits, CLFilterAction::CONSOLE);
     if (logging::state.verbose) _CLFilterAdd(logging::code("CLOG"), all_bits, CLFilterAction::BOTH);
     change_phase(StartUp::NOT_STARTED, StartUp::STARTED);
-}
-
-std::string with_process(const std::string& name) {
-    char text[1024];
-    platform::BoundedText out(text);
-    crash::add_with_process(out, name);
-    return text;
 }
 
 /// A name of the present millisecond; where that is taken by another process, one with this process's number.
@@ -74,25 +62,32 @@ bool open_stamped() {
     for (int attempt = 0; attempt < most_attempts; ++attempt) {
         char text[64];
         platform::BoundedText name(text);
-        crash::add_stamped_name(name.add(crash::log_folder), platform::now_local(), ".log");
-        const crash::Opened opened = crash::open_log_file(attempt == 0 ? text : with_process(text), true);
+        crash::add_stamped_name(name.add(crash::log_folder), platform::now_local(), ".log", attempt != 0);
+        const crash::Opened opened = crash::open_log_file(text, true);
         if (opened != crash::Opened::TAKEN) return opened == crash::Opened::YES;
     }
     return false;
 }
 
-bool open_named(const std::string& name) {
+/// Where the name is taken by another process, one with this process's number before its ending.
+bool open_named(std::string name) {
     crash::Opened opened = crash::open_log_file(name, false);
-    if (opened == crash::Opened::TAKEN) opened = crash::open_log_file(with_process(name), false);
+    if (opened == crash::Opened::TAKEN) {
+        const std::size_t last = name.find_last_of("./\\");
+        const bool has_ending = last != std::string::npos && name[last] == '.';
+        name.insert(has_ending ? last : name.size(), "_" + std::to_string(platform::process_id()));
+        opened = crash::open_log_file(name, false);
+    }
     return opened == crash::Opened::YES;
 }
 
 void open_file() {
+    const char* const line = platform::command_line();
     const bool is_verbose = logging::state.verbose;
-    if (progress.is_silent && !is_verbose) return;
+    if (crash::has_switch(line, "silent") && !is_verbose) return;
     Log::Settings& settings = Log::Settings::Instance();
     settings.SetLevel(std::max(settings.GetLevel(), is_verbose ? Log::ELevel::DEBG : Log::ELevel::INFO));
-    const auto given = crash::option_value(platform::command_line(), "logfile=");
+    const auto given = crash::option_value(line, "logfile=");
     if (given ? open_named(*given) : open_stamped()) return;
     open_named(fallback_log_name);
 }
@@ -121,7 +116,7 @@ void CrashInit(bool console) {
         const fs::ErrorKeeper keeper;
         const StartUp phase = logging::state.phase;
         if (phase == StartUp::NOT_STARTED) start(console);
-        if (phase == StartUp::STARTED) read_configuration();
+        if (phase == StartUp::STARTED) configure();
         complete();
     } catch (...) {  // no memory: the next message tries again
         change_phase(StartUp::OPENING, StartUp::STARTED);

@@ -76,13 +76,24 @@ private:
     char text_[path_capacity];
 };
 
+/// Mounts, and leaves a failure stored only for a mount that failed or that could not list everything.
+bool mount(CFSSource& source, const fs::path& path, FFSAddSourceFlags::ENUM flags, ListingStore* cache) {
+    ErrorScope scope;
+    if (source.init(path, flags, cache != nullptr ? cache->listing() : nullptr)) {
+        auto* const native = dynamic_cast<NativeSource*>(&source);
+        if (native == nullptr || native->unlisted_directories() == 0) scope.forget();
+        return true;
+    }
+    return fail_unless_told(scope, EFSError::NOT_FOUND, path.PathName(), "The source could not be mounted.");
+}
+
 /// Mounts and registers what the file system starts with. False, with the failure stored and nothing registered, when
 /// that cannot be done.
 bool mount_first_sources(const PreparedPath& built, const init_options& options) {
     return guarded(options.root, false, [&] {
         auto root = std::make_unique<CWin32_dir>(EFSSourceType::SPECIAL, options.names);
         root->set_native_spelling(options.root);
-        if (!root->init(lookup_name(built.c_str()), options.flags, nullptr)) return false;
+        if (!mount(*root, lookup_name(built.c_str()), options.flags, nullptr)) return false;
         auto fallback = options.use_fallback ? std::make_unique<CWin32_fallback>() : nullptr;
         if (fallback && !fallback->init(fs::path(), FFSAddSourceFlags::NONE, nullptr)) return false;
         const registry::ExclusiveGuard guard;
@@ -113,9 +124,7 @@ bool start(const init_options& options, bool ends_process) {
                           : "The root is no full path, or longer than 259 bytes.");
         return false;
     }
-    const ErrorScope scope;
     if (!mount_first_sources(built, options)) {
-        fail_unless_told(scope, EFSError::NOT_FOUND, root, "The root directory could not be mounted.");
         if (ends_process) log_message(exit_source, Log::ELevel::FATL, __LINE__, "could not initialize\n");
         return false;
     }
@@ -126,16 +135,13 @@ bool start(const init_options& options, bool ends_process) {
     return true;
 }
 
-template <typename Source>
-std::unique_ptr<CFSSource> with_spelling(std::unique_ptr<Source> source, const char* spelling) {
-    source->set_native_spelling(spelling);
-    return source;
-}
-
 /// The caller's own spelling of the path is handed on, since the prepared one is lower case. Null without memory.
 std::unique_ptr<CFSSource> new_source(bool is_pack, const char* spelling) try {
-    if (is_pack) return with_spelling(std::make_unique<CZip_dir>(), spelling);
-    return with_spelling(std::make_unique<CWin32_dir>(EFSSourceType::DIR), spelling);
+    const auto spelled = [&](auto source) -> std::unique_ptr<CFSSource> {
+        source->set_native_spelling(spelling);
+        return source;
+    };
+    return is_pack ? spelled(std::make_unique<CZip_dir>()) : spelled(std::make_unique<CWin32_dir>(EFSSourceType::DIR));
 } catch (const std::bad_alloc&) {
     return nullptr;
 }
@@ -143,17 +149,6 @@ std::unique_ptr<CFSSource> new_source(bool is_pack, const char* spelling) try {
 bool is_registered(const fs::path& path) {
     const registry::SharedGuard guard;
     return registry::find(path) != nullptr;
-}
-
-/// Mounts, and leaves a failure stored only for a mount that failed or that could not list everything.
-bool mount(CFSSource& source, const fs::path& path, FFSAddSourceFlags::ENUM flags, ListingStore* cache) {
-    ErrorScope scope;
-    if (source.init(path, flags, cache != nullptr ? cache->listing() : nullptr)) {
-        auto* const native = dynamic_cast<NativeSource*>(&source);
-        if (native == nullptr || native->unlisted_directories() == 0) scope.forget();
-        return true;
-    }
-    return fail_unless_told(scope, EFSError::NOT_FOUND, path.PathName(), "The source could not be mounted.");
 }
 
 bool check_key(const char* path, const fs::path& key, FFSAddSourceFlags::ENUM flags) {
@@ -266,10 +261,10 @@ bool add_pack_reader(const char* name, pack_reader& reader, FFSAddSourceFlags::E
 bool rem_source(const char* path) {
     return guarded(path, false, [&] {
         const PreparedPath prepared(path);
-        const fs::path key = prepared.is_full() ? prepared.as_source_path() : lookup_name(path);
         const auto source = registry::take_out([&] { return find_named(path, prepared); });
         if (!source && !prepared.is_full()) return refuse(EFSError::INVALID_NAME, path, "The path is no full path.");
-        if (!source) return refuse(EFSError::NOT_FOUND, key.PathName(), "No source of this path is registered.");
+        if (!source) return refuse(EFSError::NOT_FOUND, path, "No source of this path is registered.");
+        const fs::path& key = source->path();
         const EFSSourceType::TYPE type = source->type();
         log_message(log_source, Log::ELevel::DEBG, __LINE__, "Removing source '%s%s' of type %s(%i).\n", key.PathName(),
                     key.FileName(), registry::type_name(type), static_cast<int>(type));
