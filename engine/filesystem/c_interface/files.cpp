@@ -15,8 +15,6 @@ namespace {
 
 using namespace fs::c;
 
-constexpr std::uint64_t failed = ~std::uint64_t{0};
-
 bool may_open(const char* path, int mode, uint32_t flags) {
     if (mode < ENGINEFS_READ || mode > ENGINEFS_READ_WRITE) return refuse_argument("There is no such mode.");
     return is_name(path, flags) && (mode == ENGINEFS_READ || is_new_name(path));
@@ -34,7 +32,7 @@ int64_t ask_file(enginefs_file* handle, EFSError::TYPE untold, const char* text,
     OpenFile* const open = find(handle);
     if (open == nullptr) return -1;
     const fs::ErrorScope scope;
-    const std::uint64_t answer = fs::guarded(nullptr, failed, [&] { return ask(*open); });
+    const std::uint64_t answer = fs::guarded(nullptr, fs::failed_size, [&] { return ask(*open); });
     if (answer <= INT64_MAX && !scope.has_error()) return static_cast<int64_t>(answer);
     fs::fail_unless_told(scope, untold, fs::file_name(open->file.get()), text);
     return -1;
@@ -78,7 +76,8 @@ Block read_whole(SFsFile& file, const char* path, std::uint64_t& size) {
     for (size = 0;; room *= 2) {
         resize(block, room);
         const std::uint64_t got = file.read(static_cast<char*>(block.get()) + size, room - size);
-        if (scope.has_error() || got > room - size) return nullptr;
+        if (scope.has_error() || got > room - size)
+            return fs::fail_unless_told(scope, EFSError::IO, path, "The file cannot be read."), nullptr;
         size += got;
         if (is_known || size < room) break;
     }
@@ -95,10 +94,13 @@ Block read_whole(SFsFile& file, const char* path, std::uint64_t& size) {
 enginefs_file* enginefs_open(const char* path, int mode, uint32_t flags) {
     return fs::guarded<enginefs_file*>(path, nullptr, [&]() -> enginefs_file* {
         if (!may_open(path, mode, flags)) return nullptr;
-        auto open = std::make_unique<OpenFile>();
-        open->file.reset(fs::open(path, static_cast<EFSMode::TYPE>(mode), as_open_flags(flags)));
-        open->is_written = mode != ENGINEFS_READ;
-        return open->file ? give<enginefs_file>(std::move(open)) : nullptr;
+        // The handle comes first: a file that was opened for writing is emptied, and closing it would commit that.
+        auto made = std::make_unique<OpenFile>();
+        OpenFile& open = *made;
+        NewHandle<enginefs_file> handle(give<enginefs_file>(std::move(made)));
+        open.file.reset(fs::open(path, static_cast<EFSMode::TYPE>(mode), as_open_flags(flags)));
+        open.is_written = mode != ENGINEFS_READ;
+        return open.file ? handle.release() : nullptr;
     });
 }
 
@@ -114,16 +116,16 @@ int enginefs_discard(enginefs_file* file) {
 
 int64_t enginefs_read(enginefs_file* file, void* buffer, uint64_t size) {
     return ask_file(file, EFSError::IO, "The file cannot be read.", [&](const OpenFile& open) {
-        const std::uint64_t got = is_block(buffer, size) ? open.file->read(buffer, size) : failed;
-        return got <= size ? got : failed;
+        const std::uint64_t got = is_block(buffer, size) ? open.file->read(buffer, size) : fs::failed_size;
+        return got <= size ? got : fs::failed_size;
     });
 }
 
 int64_t enginefs_write(enginefs_file* file, const void* data, uint64_t size) {
     // Nothing but a full disk takes less without a reason of its own.
     return ask_file(file, EFSError::DISK_FULL, "The disk is full.", [&](const OpenFile& open) {
-        if (!is_block(data, size) || !may_write(open)) return failed;
-        return size == 0 || open.file->write(data, size) == size ? size : failed;
+        if (!is_block(data, size) || !may_write(open)) return fs::failed_size;
+        return size == 0 || open.file->write(data, size) == size ? size : fs::failed_size;
     });
 }
 
