@@ -184,6 +184,10 @@ TEST_F(CInterface, WholeFilesAreSavedAndFound) {
     EXPECT_EQ(loaded("one.txt", ENGINEFS_OPEN_WHOLE_NAME), "(none)");
     EXPECT_TRUE(enginefs_save("new/a.bin", "abc", 3, 0) == 0 && enginefs_save("empty", nullptr, 0, 0) == 0);
     EXPECT_EQ(loaded("empty"), "");
+    enginefs_file* const stream = enginefs_open("b.gz", ENGINEFS_WRITE, ENGINEFS_OPEN_GZIP_LEVEL1);
+    EXPECT_EQ(enginefs_write(stream, "abc", 3), 3);
+    expect_failure(enginefs_seek(stream, 0, ENGINEFS_SEEK_BEGIN), ENGINEFS_ERROR_UNSUPPORTED);
+    EXPECT_EQ(enginefs_close(stream), ENGINEFS_OK);
     const std::string long_text(200'000, 'z');
     EXPECT_EQ(enginefs_save("a.gz", long_text.data(), long_text.size(), ENGINEFS_OPEN_GZIP_LEVEL1), ENGINEFS_OK);
     EXPECT_EQ(loaded("a.gz", ENGINEFS_OPEN_GZIP), long_text) << "though its length is not known";
@@ -236,6 +240,7 @@ TEST_F(CInterface, APackIsMadeListedAndMounted) {
     EXPECT_THAT(texts(enginefs_holders("mods/snow/p/two.txt", 0)), ElementsAre(path));
     auto info = sized<enginefs_info>();
     EXPECT_EQ(enginefs_stat("mods/snow/p/two.txt", 0, &info), ENGINEFS_OK);
+    expect_failure(enginefs_set_time("mods/snow/p/two.txt", 1, 0), ENGINEFS_ERROR_READ_ONLY);
     EXPECT_TRUE(info.size == 3 && info.time == 0 && info.kind == ENGINEFS_KIND_PACK && info.is_read_only);
     EXPECT_TRUE(enginefs_refresh(nullptr) == ENGINEFS_OK && enginefs_refresh("levels") == ENGINEFS_OK);
     EXPECT_TRUE(enginefs_remove_source(path.c_str()) == ENGINEFS_OK && !enginefs_exists("mods/snow/p/two.txt", 0));

@@ -38,6 +38,16 @@ int64_t ask_file(enginefs_file* handle, EFSError::TYPE untold, const char* text,
     return -1;
 }
 
+/// The same of what is done or not; what fails without a reason is not to be had of this kind of file.
+template <typename Work>
+int change_file(enginefs_file* handle, const char* text, Work work) noexcept {
+    return status_of(handle, [&](const OpenFile& open) {
+        const fs::ErrorScope scope;
+        return work(*open.file) ||
+               fs::fail_unless_told(scope, EFSError::UNSUPPORTED, fs::file_name(open.file.get()), text);
+    });
+}
+
 /// From the beginning; sources differ in what they make of other origins, and of positions before it.
 bool find_position(enginefs_file* file, int64_t offset, int origin, int64_t& position) {
     int64_t from = 0;
@@ -48,8 +58,7 @@ bool find_position(enginefs_file* file, int64_t offset, int origin, int64_t& pos
     else if (origin != ENGINEFS_SEEK_BEGIN)
         return refuse_argument("There is no such origin to seek from.");
     if (from < 0) return false;
-    if (offset > INT64_MAX - from || offset < -from)
-        return refuse_argument("The position is before the beginning of the file.");
+    if (offset > INT64_MAX - from || offset < -from) return refuse_argument("A file has no such position.");
     position = from + offset;
     return true;
 }
@@ -130,9 +139,9 @@ int64_t enginefs_write(enginefs_file* file, const void* data, uint64_t size) {
 }
 
 int enginefs_seek(enginefs_file* file, int64_t offset, int origin) {
-    return status_of(file, [&](const OpenFile& open) {
+    return change_file(file, "This kind of file cannot be moved to there.", [&](SFsFile& moved) {
         int64_t position = 0;
-        return find_position(file, offset, origin, position) && open.file->seek(position, EFSSeek::BEGIN);
+        return find_position(file, offset, origin, position) && moved.seek(position, EFSSeek::BEGIN);
     });
 }
 
@@ -147,12 +156,8 @@ int64_t enginefs_length(enginefs_file* file) {
 }
 
 int enginefs_set_end(enginefs_file* file) {
-    return status_of(file, [](const OpenFile& open) {
-        const fs::ErrorScope scope;
-        return open.file->set_eof() ||
-               fs::fail_unless_told(scope, EFSError::UNSUPPORTED, fs::file_name(open.file.get()),
-                                    "This kind of file cannot be cut or extended.");
-    });
+    return change_file(file, "This kind of file cannot be cut or extended.",
+                       [](SFsFile& cut) { return cut.set_eof(); });
 }
 
 void* enginefs_load(const char* path, uint32_t flags, uint64_t* size) {
