@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/run_together.h"
 #include "tests/support/temp_directory.h"
 
 namespace {
@@ -277,15 +278,8 @@ TEST_F(CInterface, OfTwoThreadsOneTakesTheBlock) {
     for (int turn = 0; turn < 1000; ++turn) {
         enginefs_async_load* const load = load_of("levels/one.txt", 0);
         enginefs_load_wait(load, for_ever);
-        std::atomic<int> here{0};
         void* blocks[2];
-        const auto take = [&](int which) {
-            for (++here; here < 2;) std::this_thread::yield();
-            blocks[which] = enginefs_load_take(load, nullptr);
-        };
-        std::thread other(take, 1);
-        take(0);
-        other.join();
+        run_together(2, [&](std::size_t i) { blocks[i] = enginefs_load_take(load, nullptr); });
         ASSERT_NE(blocks[0] == nullptr, blocks[1] == nullptr);
         for (void* const block : blocks) enginefs_free(block);
         EXPECT_EQ(enginefs_load_release(load), ENGINEFS_OK);

@@ -63,7 +63,7 @@ bool find_position(enginefs_file* file, int64_t offset, int origin, int64_t& pos
     return true;
 }
 
-using Block = std::unique_ptr<void, fs::FreeBlock>;
+using Block = std::unique_ptr<char, fs::FreeBlock>;
 
 constexpr std::uint64_t first_piece = std::uint64_t{64} * 1024;  // of a file that does not tell its length
 
@@ -72,7 +72,7 @@ void resize(Block& block, std::uint64_t size) {
     void* const larger = size < SIZE_MAX ? std::realloc(block.get(), static_cast<std::size_t>(size) + 1) : nullptr;
     if (larger == nullptr) throw std::bad_alloc();
     static_cast<void>(block.release());
-    block.reset(larger);
+    block.reset(static_cast<char*>(larger));
 }
 
 /// All that the file gives. Null, with the failure stored, unless that is the whole of it as it should be.
@@ -84,17 +84,15 @@ Block read_whole(SFsFile& file, const char* path, std::uint64_t& size) {
     Block block;
     for (size = 0;; room *= 2) {
         resize(block, room);
-        const std::uint64_t got = file.read(static_cast<char*>(block.get()) + size, room - size);
+        const std::uint64_t got = file.read(block.get() + size, room - size);
         if (scope.has_error() || got > room - size)
             return fs::fail_unless_told(scope, EFSError::IO, path, "The file cannot be read."), nullptr;
         size += got;
         if (is_known || size < room) break;
     }
-    if (is_known && size != length) {
-        fs::set_error(EFSError::IO, path, "The file gave fewer bytes than its length promised.");
-        return nullptr;
-    }
-    static_cast<char*>(block.get())[size] = '\0';
+    if (is_known && size != length)
+        return fs::refuse(EFSError::IO, path, "The file gave fewer bytes than its length promised."), nullptr;
+    block.get()[size] = '\0';
     return block;
 }
 

@@ -62,15 +62,9 @@ void tell_why_not(const SFsLoad& load) {
 }
 
 int state_of(const SFsLoad& load) {
-    switch (load.State()) {
-        case EFSRequestState::IDLE:
-        case EFSRequestState::QUEUED:
-            return ENGINEFS_LOAD_QUEUED;
-        case EFSRequestState::IN_PROGRESS:
-            return ENGINEFS_LOAD_RUNNING;
-        case EFSRequestState::FINISHED:
-            break;
-    }
+    const EFSRequestState::TYPE state = load.State();
+    if (state == EFSRequestState::QUEUED) return ENGINEFS_LOAD_QUEUED;
+    if (state == EFSRequestState::IN_PROGRESS) return ENGINEFS_LOAD_RUNNING;
     if (load.Result() == EFSRequestResult::SUCCESS) return ENGINEFS_LOAD_DONE;
     return load.Result() == EFSRequestResult::CANCELLED ? ENGINEFS_LOAD_CANCELLED : ENGINEFS_LOAD_FAILED;
 }
