@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/run_together.h"
 #include "tests/support/temp_directory.h"
 
 namespace {
@@ -184,6 +185,10 @@ TEST_F(CInterface, WholeFilesAreSavedAndFound) {
     EXPECT_EQ(loaded("one.txt", ENGINEFS_OPEN_WHOLE_NAME), "(none)");
     EXPECT_TRUE(enginefs_save("new/a.bin", "abc", 3, 0) == 0 && enginefs_save("empty", nullptr, 0, 0) == 0);
     EXPECT_EQ(loaded("empty"), "");
+    enginefs_file* const stream = enginefs_open("b.gz", ENGINEFS_WRITE, ENGINEFS_OPEN_GZIP_LEVEL1);
+    EXPECT_EQ(enginefs_write(stream, "abc", 3), 3);
+    expect_failure(enginefs_seek(stream, 0, ENGINEFS_SEEK_BEGIN), ENGINEFS_ERROR_UNSUPPORTED);
+    EXPECT_EQ(enginefs_close(stream), ENGINEFS_OK);
     const std::string long_text(200'000, 'z');
     EXPECT_EQ(enginefs_save("a.gz", long_text.data(), long_text.size(), ENGINEFS_OPEN_GZIP_LEVEL1), ENGINEFS_OK);
     EXPECT_EQ(loaded("a.gz", ENGINEFS_OPEN_GZIP), long_text) << "though its length is not known";
@@ -236,6 +241,7 @@ TEST_F(CInterface, APackIsMadeListedAndMounted) {
     EXPECT_THAT(texts(enginefs_holders("mods/snow/p/two.txt", 0)), ElementsAre(path));
     auto info = sized<enginefs_info>();
     EXPECT_EQ(enginefs_stat("mods/snow/p/two.txt", 0, &info), ENGINEFS_OK);
+    expect_failure(enginefs_set_time("mods/snow/p/two.txt", 1, 0), ENGINEFS_ERROR_READ_ONLY);
     EXPECT_TRUE(info.size == 3 && info.time == 0 && info.kind == ENGINEFS_KIND_PACK && info.is_read_only);
     EXPECT_TRUE(enginefs_refresh(nullptr) == ENGINEFS_OK && enginefs_refresh("levels") == ENGINEFS_OK);
     EXPECT_TRUE(enginefs_remove_source(path.c_str()) == ENGINEFS_OK && !enginefs_exists("mods/snow/p/two.txt", 0));
@@ -266,6 +272,18 @@ TEST_F(CInterface, ALoadGivesItsBlockOnceOrFillsTheCallersBuffer) {
     EXPECT_TRUE(enginefs_load_wait(load, for_ever) == 1 && enginefs_load_state(load) == ENGINEFS_LOAD_FAILED);
     expect_failure(enginefs_load_take(load, nullptr), ENGINEFS_ERROR_NOT_FOUND);
     EXPECT_EQ(enginefs_load_release(load), ENGINEFS_OK);
+}
+
+TEST_F(CInterface, OfTwoThreadsOneTakesTheBlock) {
+    for (int turn = 0; turn < 1000; ++turn) {
+        enginefs_async_load* const load = load_of("levels/one.txt", 0);
+        enginefs_load_wait(load, for_ever);
+        void* blocks[2];
+        run_together(2, [&](std::size_t i) { blocks[i] = enginefs_load_take(load, nullptr); });
+        ASSERT_NE(blocks[0] == nullptr, blocks[1] == nullptr);
+        for (void* const block : blocks) enginefs_free(block);
+        EXPECT_EQ(enginefs_load_release(load), ENGINEFS_OK);
+    }
 }
 
 TEST_F(CInterface, WrongNamesAndFlagsAreInvalidArgument) {

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <new>
 #include <thread>
 
@@ -11,17 +12,21 @@
 #include "tests/support/mounted_root.h"
 #include "tests/support/pack_file.h"
 
-/// Holds reads back.
+/// Holds reads back, and tells of files that close.
 struct Gate {
     mt::CEvent open{true};
     mt::CEvent reached{true};
     std::atomic<int> reads{0};
+    std::function<void()> closing = [] {};
 };
 
 class GatedFile final : public test::MemoryFile {
 public:
     GatedFile(const std::string& file_name, const test::Bytes& bytes, Gate* gate, std::uint64_t told_length)
         : MemoryFile(nullptr, file_name, bytes, 0), gate_(gate), told_length_(told_length) {}
+    ~GatedFile() override {
+        if (gate_ != nullptr) gate_->closing();
+    }
     std::uint64_t read(void* buffer, std::uint64_t size) override {
         if (gate_ != nullptr) {
             gate_->reached.Set();

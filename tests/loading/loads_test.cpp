@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <future>
+
 #include "engine/platform/error.h"
 #include "tests/loading/load_test.h"
 
@@ -141,6 +143,81 @@ TEST_F(Loads, CancelEndsALoadThatWaitsAndRemovingASourceThatInHand) {
     delete source;
 }
 
+/// A view lives on without its source, but the file that was read for it does not.
+TEST_F(Loads, ASourceStaysUntilTheFilesReadFromItAreClosed) {
+    GatedSource* const source = MountGated();
+    gate_.open.Set();
+    std::future<bool> removed;
+    gate_.closing = [&] {
+        removed = std::async(std::launch::async, [&] { return fs::rem_source(source); });
+        EXPECT_EQ(removed.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+    };
+    SFsView view;
+    EXPECT_TRUE(fs::map("gated", view));
+    EXPECT_TRUE(removed.get());
+    delete source;
+    fs::unmap(view);
+}
+
+/// One that was open and waited for room is nobody's while it is cancelled.
+TEST_F(Loads, ShutdownWaitsForOneThatIsBeingCancelled) {
+    MountGated();
+    ASSERT_TRUE(fs::set_load_settings({.workers = 2, .no_urgent_lane = true, .block_bytes = 1}));
+    const LoadPtr held = BeginGated();
+    const LoadPtr aside = BeginCounted("gated");
+    while (aside->State() == EFSRequestState::QUEUED || Statistics().in_hand != 1) std::this_thread::yield();
+    mt::CEvent closing{true}, may_close{true};
+    gate_.closing = [&, is_first = true]() mutable {
+        if (!std::exchange(is_first, false)) return;
+        closing.Set();
+        may_close.Wait();
+    };
+    std::jthread canceller([&] { EXPECT_TRUE(aside->Cancel()); });
+    closing.Wait();
+    gate_.open.Set();
+    std::jthread stopper([] { fs::shutdown(); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    may_close.Set();
+    canceller.join();
+    stopper.join();
+    EXPECT_EQ(told_.count, 2);
+    Start();
+}
+
+/// A new lane took the place of the old one and was never woken.
+TEST_F(Loads, UrgentOnesAreServedWhileTheWorkersAreBusyHoweverOftenTheyWereReplaced) {
+    MountGated();
+    for (int turn = 0; turn < 100; ++turn) {
+        gate_.open.Reset();
+        gate_.reached.Reset();
+        const LoadPtr held = BeginGated();
+        EXPECT_TRUE(Begin({.path = "loose.bin", .priority = EFSLoadPriority::URGENT})->Wait(10'000));
+        gate_.open.Set();
+        ASSERT_TRUE(fs::set_load_settings({.workers = 1}));
+    }
+}
+
+/// Either may be the one that sees to the end.
+TEST_F(Loads, TwoCallbacksMayShutDownAtOnce) {
+    struct Meeting {
+        std::atomic<int> here{0}, left{0};
+    };
+    const auto shut_down = [](SFsLoad*, void* user) {
+        auto& its = *static_cast<Meeting*>(user);
+        for (++its.here; its.here < 2;) std::this_thread::yield();
+        fs::shutdown();
+        ++its.left;
+    };
+    for (int turn = 0; turn < 200; ++turn) {
+        ASSERT_TRUE(fs::set_load_settings({.workers = 2, .no_urgent_lane = true}));
+        Meeting meeting;
+        const SFsLoadWish wish{.path = "loose.bin", .callback = shut_down, .user = &meeting};
+        const LoadPtr first = Begin(wish), second = Begin(wish);
+        while (meeting.left < 2) std::this_thread::yield();
+        Start();
+    }
+}
+
 TEST_F(Loads, ShutdownTellsEachOfAHundredThousandOnce) {
     const std::vector<SFsLoadWish> wishes(100'000, {.path = "none.bin", .callback = &Told::Count, .user = &told_});
     for (const bool polled : {false, true}) {
@@ -274,6 +351,10 @@ TEST_F(Loads, ABatchIsToldOfOnceAndInTheOrderOfItsPack) {
     EXPECT_TRUE(Text(*batch->At(0)) == small_ && Text(*batch->At(2)) == big_);
     EXPECT_EQ(batch->At(1)->Error().code, EFSError::NOT_FOUND);
     EXPECT_EQ(Statistics().block_bytes, small_.size() + big_.size());
+    const SFsLoadWish silent{.path = "small.bin"};
+    EXPECT_TRUE(BatchPtr(fs::load_batch(&silent, 1))->Wait());
+    fs::set_load_settings({});
+    EXPECT_EQ(Statistics().block_bytes, small_.size() + big_.size()) << "nobody polls for what tells nobody";
     wishes[1].path = "";
     EXPECT_EQ(fs::load_batch(wishes, 2), nullptr);
 }

@@ -43,7 +43,7 @@ def read_bytes(name: Name) -> bytes:
     """The whole file, read in one call: without a buffer in between, and never a part of it."""
     handle = _open_handle(name, "r", False)
     try:
-        return _read(handle, c.length(handle), name)
+        return _read(handle, _checked(c.length(handle), name), name)
     finally:
         c.close(handle)
 
@@ -62,10 +62,14 @@ def copy(old: Name, new: Name) -> None:
 
 def _read(handle: int, size: int, name: Any) -> bytes:
     data: bytes = new_bytes(None, max(size, 0))
-    got = c.read(handle, data, len(data))
-    if got < 0:
-        raise failure(name)
+    got = _checked(c.read(handle, data, len(data)), name)
     return data if got == len(data) else data[:got]
+
+
+def _checked(answer: int, name: Any) -> int:
+    if answer < 0:
+        raise failure(name)
+    return answer
 
 
 class RawFile(Single, io.RawIOBase):
@@ -101,12 +105,12 @@ class RawFile(Single, io.RawIOBase):
         view = memoryview(buffer)
         start = byref(c_char.from_buffer(view)) if view.nbytes else None
         with self._lock:
-            return self._checked(c.read(self._open("read", self._reads), start, view.nbytes))
+            return _checked(c.read(self._open("read", self._reads), start, view.nbytes), self.name)
 
     def readall(self) -> bytes:
         with self._lock:
             handle = self._open("read", self._reads)
-            return _read(handle, self._checked(c.length(handle)) - self._checked(c.tell(handle)), self.name)
+            return _read(handle, _checked(c.length(handle), self.name) - _checked(c.tell(handle), self.name), self.name)
 
     def write(self, data: Any) -> int:
         """Writes all of it. A failure, a full disk say, may leave a part."""
@@ -115,13 +119,13 @@ class RawFile(Single, io.RawIOBase):
             handle = self._open("write", self._writes)
             if self._appends:
                 check(c.seek(handle, 0, io.SEEK_END), self.name)
-            return self._checked(c.write(handle, start, size))
+            return _checked(c.write(handle, start, size), self.name)
 
     def seek(self, offset: int, whence: int = io.SEEK_SET) -> int:
         with self._lock:
             handle = self._open("seek")
             check(c.seek(handle, int64(offset), whence), self.name)
-            return self._checked(c.tell(handle))
+            return _checked(c.tell(handle), self.name)
 
     def tell(self) -> int:
         return self.seek(0, io.SEEK_CUR)
@@ -129,7 +133,7 @@ class RawFile(Single, io.RawIOBase):
     def truncate(self, size: Optional[int] = None) -> int:
         with self._lock:
             handle = self._open("truncate", self._writes)
-            position = self._checked(c.tell(handle))
+            position = _checked(c.tell(handle), self.name)
             end = position if size is None else int64(size)
             check(c.seek(handle, end, io.SEEK_SET), self.name)
             try:
@@ -154,12 +158,6 @@ class RawFile(Single, io.RawIOBase):
         if not allowed:
             raise io.UnsupportedOperation(f"{what}: {self.name} is open in mode {self.mode!r}")
         return self._handle
-
-    def _checked(self, answer: int) -> int:
-        if answer < 0:
-            raise failure(self.name)
-        return answer
-
 
 def _open_handle(name: Name, kind: str, both: bool) -> int:
     encoded, flags = encode(name), _native.WHOLE_NAME

@@ -62,7 +62,8 @@ class Mount(Single):
 
     root: str  # as a full path
     _current: Optional[Mount] = None
-    _guard = threading.Lock()  # over _current
+    _guard = threading.RLock()  # over _current and _callback
+    _callback: Any = None  # lives as long as the library may call it, whatever becomes of the mount
 
     def __init__(self, root: Optional[DiskName] = None, packs: Iterable[DiskName] = (), directories: Iterable[DiskName] = (), *,
                  flags: Flags = Flags.TREE | Flags.WRITE_HERE, fallback: bool = False, log: Optional[Log] = None,
@@ -78,6 +79,7 @@ class Mount(Single):
                 self.set_log(log, level)
                 check(c.init(byref(_native.Options(flags, disk_path(self.root), None, None, fallback, 0))), self.root)
             except BaseException:
+                self.set_log(None)
                 self._drop_temporary()
                 raise
             Mount._current = self
@@ -98,9 +100,10 @@ class Mount(Single):
                  The one before runs no more when this returns, so hold no lock here that it waits for.
         """
         callback = _native.LogCallback(_told(log)) if log else _native.LogCallback(0)
-        c.set_log(callback, None)
-        self._callback = callback  # lives as long as it may be called
-        c.log_level(level if log else 0)
+        with Mount._guard:
+            c.set_log(callback, None)
+            Mount._callback = callback
+            c.log_level(level if log else 0)
 
     def add(self, path: DiskName, prefix: str = "", flags: Optional[Flags] = None) -> None:
         """Mounts one more pack or directory, its names below `prefix`. FileExistsError when it is mounted already."""

@@ -7,8 +7,10 @@ import builtins
 import concurrent.futures
 import contextlib
 import copy
+import ctypes
 import errno
 import faulthandler
+import gc
 import io
 import json
 import os
@@ -262,7 +264,12 @@ class Process(Mounted):
         self.mount.close()
         with self.assertRaisesRegex(OSError, rf"Errno {errno.ENODEV}\b"):
             enginefs.Path("one.txt").read_bytes()
-        self.assertRaises(FileNotFoundError, enginefs.Mount, self.top / "missing")
+        lines: list = []
+        self.assertRaises(FileNotFoundError, enginefs.Mount, self.top / "missing", log=lambda *line: lines.append(line), level=5)
+        told = len(lines)
+        gc.collect()
+        ctypes.CDLL(os.environ["ENGINEFS_LIBRARY"]).enginefs_log(1, b"Host", b"nobody listens\n")
+        self.assertEqual(len(lines), told)
         self.assertRaises(FileNotFoundError, enginefs.Mount, None, [self.top / "missing.pak"])
         with enginefs.Mount(packs=[self.pack]) as mount:
             self.assertEqual(len(mount.sources()), 2)

@@ -15,8 +15,6 @@ namespace {
 
 using namespace fs::c;
 
-constexpr std::uint64_t failed = ~std::uint64_t{0};
-
 bool may_open(const char* path, int mode, uint32_t flags) {
     if (mode < ENGINEFS_READ || mode > ENGINEFS_READ_WRITE) return refuse_argument("There is no such mode.");
     return is_name(path, flags) && (mode == ENGINEFS_READ || is_new_name(path));
@@ -34,10 +32,20 @@ int64_t ask_file(enginefs_file* handle, EFSError::TYPE untold, const char* text,
     OpenFile* const open = find(handle);
     if (open == nullptr) return -1;
     const fs::ErrorScope scope;
-    const std::uint64_t answer = fs::guarded(nullptr, failed, [&] { return ask(*open); });
+    const std::uint64_t answer = fs::guarded(nullptr, fs::failed_size, [&] { return ask(*open); });
     if (answer <= INT64_MAX && !scope.has_error()) return static_cast<int64_t>(answer);
     fs::fail_unless_told(scope, untold, fs::file_name(open->file.get()), text);
     return -1;
+}
+
+/// The same of what is done or not; what fails without a reason is not to be had of this kind of file.
+template <typename Work>
+int change_file(enginefs_file* handle, const char* text, Work work) noexcept {
+    return status_of(handle, [&](const OpenFile& open) {
+        const fs::ErrorScope scope;
+        return work(*open.file) ||
+               fs::fail_unless_told(scope, EFSError::UNSUPPORTED, fs::file_name(open.file.get()), text);
+    });
 }
 
 /// From the beginning; sources differ in what they make of other origins, and of positions before it.
@@ -50,13 +58,12 @@ bool find_position(enginefs_file* file, int64_t offset, int origin, int64_t& pos
     else if (origin != ENGINEFS_SEEK_BEGIN)
         return refuse_argument("There is no such origin to seek from.");
     if (from < 0) return false;
-    if (offset > INT64_MAX - from || offset < -from)
-        return refuse_argument("The position is before the beginning of the file.");
+    if (offset > INT64_MAX - from || offset < -from) return refuse_argument("A file has no such position.");
     position = from + offset;
     return true;
 }
 
-using Block = std::unique_ptr<void, fs::FreeBlock>;
+using Block = std::unique_ptr<char, fs::FreeBlock>;
 
 constexpr std::uint64_t first_piece = std::uint64_t{64} * 1024;  // of a file that does not tell its length
 
@@ -65,7 +72,7 @@ void resize(Block& block, std::uint64_t size) {
     void* const larger = size < SIZE_MAX ? std::realloc(block.get(), static_cast<std::size_t>(size) + 1) : nullptr;
     if (larger == nullptr) throw std::bad_alloc();
     static_cast<void>(block.release());
-    block.reset(larger);
+    block.reset(static_cast<char*>(larger));
 }
 
 /// All that the file gives. Null, with the failure stored, unless that is the whole of it as it should be.
@@ -77,16 +84,15 @@ Block read_whole(SFsFile& file, const char* path, std::uint64_t& size) {
     Block block;
     for (size = 0;; room *= 2) {
         resize(block, room);
-        const std::uint64_t got = file.read(static_cast<char*>(block.get()) + size, room - size);
-        if (scope.has_error() || got > room - size) return nullptr;
+        const std::uint64_t got = file.read(block.get() + size, room - size);
+        if (scope.has_error() || got > room - size)
+            return fs::fail_unless_told(scope, EFSError::IO, path, "The file cannot be read."), nullptr;
         size += got;
         if (is_known || size < room) break;
     }
-    if (is_known && size != length) {
-        fs::set_error(EFSError::IO, path, "The file gave fewer bytes than its length promised.");
-        return nullptr;
-    }
-    static_cast<char*>(block.get())[size] = '\0';
+    if (is_known && size != length)
+        return fs::refuse(EFSError::IO, path, "The file gave fewer bytes than its length promised."), nullptr;
+    block.get()[size] = '\0';
     return block;
 }
 
@@ -95,10 +101,13 @@ Block read_whole(SFsFile& file, const char* path, std::uint64_t& size) {
 enginefs_file* enginefs_open(const char* path, int mode, uint32_t flags) {
     return fs::guarded<enginefs_file*>(path, nullptr, [&]() -> enginefs_file* {
         if (!may_open(path, mode, flags)) return nullptr;
-        auto open = std::make_unique<OpenFile>();
-        open->file.reset(fs::open(path, static_cast<EFSMode::TYPE>(mode), as_open_flags(flags)));
-        open->is_written = mode != ENGINEFS_READ;
-        return open->file ? give<enginefs_file>(std::move(open)) : nullptr;
+        // The handle comes first: a file that was opened for writing is emptied, and closing it would commit that.
+        auto made = std::make_unique<OpenFile>();
+        OpenFile& open = *made;
+        NewHandle<enginefs_file> handle(give<enginefs_file>(std::move(made)));
+        open.file.reset(fs::open(path, static_cast<EFSMode::TYPE>(mode), as_open_flags(flags)));
+        open.is_written = mode != ENGINEFS_READ;
+        return open.file ? handle.release() : nullptr;
     });
 }
 
@@ -114,23 +123,23 @@ int enginefs_discard(enginefs_file* file) {
 
 int64_t enginefs_read(enginefs_file* file, void* buffer, uint64_t size) {
     return ask_file(file, EFSError::IO, "The file cannot be read.", [&](const OpenFile& open) {
-        const std::uint64_t got = is_block(buffer, size) ? open.file->read(buffer, size) : failed;
-        return got <= size ? got : failed;
+        const std::uint64_t got = is_block(buffer, size) ? open.file->read(buffer, size) : fs::failed_size;
+        return got <= size ? got : fs::failed_size;
     });
 }
 
 int64_t enginefs_write(enginefs_file* file, const void* data, uint64_t size) {
     // Nothing but a full disk takes less without a reason of its own.
     return ask_file(file, EFSError::DISK_FULL, "The disk is full.", [&](const OpenFile& open) {
-        if (!is_block(data, size) || !may_write(open)) return failed;
-        return size == 0 || open.file->write(data, size) == size ? size : failed;
+        if (!is_block(data, size) || !may_write(open)) return fs::failed_size;
+        return size == 0 || open.file->write(data, size) == size ? size : fs::failed_size;
     });
 }
 
 int enginefs_seek(enginefs_file* file, int64_t offset, int origin) {
-    return status_of(file, [&](const OpenFile& open) {
+    return change_file(file, "This kind of file cannot be moved to there.", [&](SFsFile& moved) {
         int64_t position = 0;
-        return find_position(file, offset, origin, position) && open.file->seek(position, EFSSeek::BEGIN);
+        return find_position(file, offset, origin, position) && moved.seek(position, EFSSeek::BEGIN);
     });
 }
 
@@ -145,12 +154,8 @@ int64_t enginefs_length(enginefs_file* file) {
 }
 
 int enginefs_set_end(enginefs_file* file) {
-    return status_of(file, [](const OpenFile& open) {
-        const fs::ErrorScope scope;
-        return open.file->set_eof() ||
-               fs::fail_unless_told(scope, EFSError::UNSUPPORTED, fs::file_name(open.file.get()),
-                                    "This kind of file cannot be cut or extended.");
-    });
+    return change_file(file, "This kind of file cannot be cut or extended.",
+                       [](SFsFile& cut) { return cut.set_eof(); });
 }
 
 void* enginefs_load(const char* path, uint32_t flags, uint64_t* size) {

@@ -17,7 +17,7 @@ namespace fs::c {
 
 struct OpenFile {
     FilePtr file;
-    bool is_written;  // opened in another mode than READ
+    bool is_written = false;  // opened in another mode than READ
 };
 
 struct List;
@@ -73,6 +73,14 @@ typename Behind<Handle>::Owner end(Handle* handle) noexcept {
     return typename Behind<Handle>::Owner(static_cast<typename Behind<Handle>::Object*>(
         handles::end(reinterpret_cast<handles::Handle>(handle), Behind<Handle>::kind)));
 }
+
+template <typename Handle>
+struct EndHandle {
+    void operator()(Handle* handle) const { end(handle); }
+};
+/// A handle that ends unless what is behind it comes about.
+template <typename Handle>
+using NewHandle = std::unique_ptr<Handle, EndHandle<Handle>>;
 
 /// A handle to the object, which it owns from here on.
 template <typename Handle>

@@ -19,11 +19,6 @@ struct Listener {
     enginefs_async_load* handle;
 };
 
-struct EndHandle {
-    void operator()(enginefs_async_load* handle) const { end(handle); }
-};
-using NewHandle = std::unique_ptr<enginefs_async_load, EndHandle>;  // ends unless the load begins
-
 void set_load(enginefs_async_load* handle, SFsLoad* load) {
     handles::set(reinterpret_cast<handles::Handle>(handle), load);
 }
@@ -36,7 +31,7 @@ void tell(SFsLoad* load, void* user) {
 }
 
 enginefs_async_load* start(const enginefs_load_wish& wish) {
-    NewHandle handle(give<enginefs_async_load>(nullptr));
+    NewHandle<enginefs_async_load> handle(give<enginefs_async_load>(nullptr));
     std::unique_ptr<Listener> listener;
     if (wish.callback != nullptr)
         listener =
@@ -60,24 +55,16 @@ enginefs_async_load* start(const enginefs_load_wish& wish) {
 /// Why a load that has ended has no bytes to give, told as this thread's failure.
 void tell_why_not(const SFsLoad& load) {
     const SFsError& error = load.Error();
-    if (load.State() != EFSRequestState::FINISHED)
-        refuse_argument("The load has not ended yet.");
-    else if (error.code != EFSError::NONE)
+    if (error.code != EFSError::NONE)
         fs::set_error(error.code, error.path.c_str(), error.text, error.os_code);
     else
         refuse_argument("The block of this load was taken already.");
 }
 
 int state_of(const SFsLoad& load) {
-    switch (load.State()) {
-        case EFSRequestState::IDLE:
-        case EFSRequestState::QUEUED:
-            return ENGINEFS_LOAD_QUEUED;
-        case EFSRequestState::IN_PROGRESS:
-            return ENGINEFS_LOAD_RUNNING;
-        case EFSRequestState::FINISHED:
-            break;
-    }
+    const EFSRequestState::TYPE state = load.State();
+    if (state == EFSRequestState::QUEUED) return ENGINEFS_LOAD_QUEUED;
+    if (state == EFSRequestState::IN_PROGRESS) return ENGINEFS_LOAD_RUNNING;
     if (load.Result() == EFSRequestResult::SUCCESS) return ENGINEFS_LOAD_DONE;
     return load.Result() == EFSRequestResult::CANCELLED ? ENGINEFS_LOAD_CANCELLED : ENGINEFS_LOAD_FAILED;
 }
@@ -105,15 +92,13 @@ void* enginefs_load_take(enginefs_async_load* load, uint64_t* size) {
     if (size != nullptr) *size = 0;
     SFsLoad* const known = find(load);
     if (known == nullptr) return nullptr;
-    return fs::guarded<void*>(nullptr, nullptr, [&]() -> void* {
-        const std::uint64_t loaded = known->Size();
-        const void* const data = known->Data();
-        void* const taken = known->Take();
-        void* const block = taken != nullptr ? taken : const_cast<void*>(data);  // the caller's own buffer
-        if (block == nullptr) return tell_why_not(*known), nullptr;
-        if (size != nullptr) *size = loaded;
-        return block;
-    });
+    if (known->State() != EFSRequestState::FINISHED) return refuse_argument("The load has not ended yet."), nullptr;
+    // Taken first and looked at after, so that of two threads one gets the block.
+    void* const taken = known->Take();
+    void* const block = taken != nullptr ? taken : const_cast<void*>(known->Data());  // the caller's own buffer
+    if (block == nullptr) return tell_why_not(*known), nullptr;
+    if (size != nullptr) *size = known->Size();
+    return block;
 }
 
 int enginefs_load_cancel(enginefs_async_load* load) {

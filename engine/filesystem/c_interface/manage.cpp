@@ -89,10 +89,13 @@ bool describe_any(const char* path, FFSOpenFlags::FLAGS flags, enginefs_info& in
 }
 
 /// Directory sources speak of local time, this interface of universal time alone.
-bool set_time(CFSSource& source, const fs::path& name, int64_t time) {
+bool set_time(CFSSource& source, const fs::path& name, const char* path, int64_t time) {
     const bool is_local = !fs::registry::is_fallback(&source) && dynamic_cast<fs::NativeSource*>(&source) != nullptr;
     const fs::ErrorScope scope;
-    return source.set_write_time(name, is_local ? platform::utc_to_local(time) : time) && !scope.has_error();
+    if (!source.set_write_time(name, is_local ? platform::utc_to_local(time) : time))
+        return fs::fail_unless_told(scope, EFSError::READ_ONLY, path,
+                                    "The source that holds the file cannot be written.");
+    return !scope.has_error();
 }
 
 /// What `work(name)` does with a file or directory of the disk.
@@ -128,7 +131,7 @@ int enginefs_stat(const char* path, uint32_t flags, enginefs_info* out) {
 int enginefs_set_time(const char* path, int64_t time, uint32_t flags) {
     return change(path, flags, [&](const char* file) {
         return fs::with_holder<SharedGuard>(file, Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
-            return set_time(source, name, time);
+            return set_time(source, name, file, time);
         });
     });
 }

@@ -85,8 +85,6 @@ LoadBatch::~LoadBatch() {
 void LoadBatch::Add(const SFsLoadWish& wish, LoadClock::time_point now) {
     loads_.push_back(std::make_unique<Load>(wish, now).release());
     loads_.back()->batch = this;
-    left_.fetch_add(1, std::memory_order_relaxed);
-    untold_.fetch_add(1, std::memory_order_relaxed);
 }
 
 std::vector<Load*> LoadBatch::InOrderOfPlace() const {
@@ -149,7 +147,7 @@ Load* Loader::Choose(bool is_lane) {
 bool Loader::HasRoom(const Load& load, std::uint64_t others, std::uint64_t urgent_others) const {
     const std::uint64_t needed = load.work.BlockBytes() - std::min(load.charged, load.work.BlockBytes());
     if (needed == 0 || others == 0 || (load.rank.is_urgent && urgent_others == 0)) return true;
-    return statistics_.block_bytes + needed <= settings_.block_bytes;
+    return needed <= settings_.block_bytes - std::min(statistics_.block_bytes, settings_.block_bytes);
 }
 
 void Loader::Serve(Load& load, const Worker& worker, Guard& guard) {
@@ -180,14 +178,14 @@ void Loader::Serve(Load& load, const Worker& worker, Guard& guard) {
 }
 
 LoadWork::Step Loader::Step(Load& load, Guard& guard) {
-    this_load_thread().in_hand = &load;
+    this_load_thread.in_hand = &load;
     guard.unlock();
     std::uint64_t& time = load.work.IsOpen() ? load.times.reading : load.times.opening;
     const auto began = LoadClock::now();
     const LoadWork::Step step = load.work.Next();
     time += microseconds_since(began);
     guard.lock();
-    this_load_thread().in_hand = nullptr;
+    this_load_thread.in_hand = nullptr;
     return step;
 }
 
@@ -216,7 +214,7 @@ bool Loader::ShouldGiveWay(Load& load, bool is_lane) {
     load.rank.is_overdue = load.rank.deadline <= now;
     const Load* const first = schedule_.First(now);
     if (first == nullptr || !(first->rank < load.rank)) return false;
-    const bool others_take_it = idle_ != 0 || (first->rank.is_urgent && lane_is_idle_);
+    const bool others_take_it = idle_ != 0 || (first->rank.is_urgent && idle_lanes_ != 0);
     return !others_take_it && HasRoom(*first, statistics_.in_hand - 1, urgent_in_hand_);
 }
 
@@ -227,7 +225,8 @@ bool Loader::End(Load& load, EFSRequestResult::TYPE result, Guard& guard) {
     load.work.Close(result);
     guard.lock();
     void* const dropped = Finish(load, result);
-    const bool waits_for_poll = is_polled_ && (load.callback != nullptr || load.batch != nullptr);
+    const bool has_callback = load.callback != nullptr || (load.batch != nullptr && load.batch->HasCallback());
+    const bool waits_for_poll = is_polled_ && has_callback;
     if (waits_for_poll) move_to(to_poll_, load);
     if (dropped != nullptr) {
         guard.unlock();
@@ -242,7 +241,10 @@ void Loader::EndWaiting(Load& load, Guard& guard) {
     load.is_cancelled = true;
     schedule_.Remove(load);
     count_wait(load);
+    ++ending_;
     if (End(load, EFSRequestResult::CANCELLED, guard)) move_to(to_call_back_, load);
+    --ending_;
+    ended_.notify_all();
     WakeFor(1, true);
 }
 
@@ -264,9 +266,9 @@ void* Loader::Finish(Load& load, EFSRequestResult::TYPE result) {
 /// Tells the host, and gives the loader's reference back.
 void Loader::CallBack(Load& load, Guard& guard) {
     LoadBatch* const batch = load.batch;
-    ++calling_back_;
+    ++ending_;
     guard.unlock();
-    ++this_load_thread().callbacks;
+    ++this_load_thread.callbacks;
     guarded(load.work.Path().c_str(), [&] {
         if (load.callback != nullptr) load.callback(&load, load.user);
     });
@@ -274,10 +276,10 @@ void Loader::CallBack(Load& load, Guard& guard) {
         guarded(nullptr, [&] { batch->CountTold(); });
         batch->DropReference();
     }
-    --this_load_thread().callbacks;
+    --this_load_thread.callbacks;
     Release(load);
     guard.lock();
-    --calling_back_;
+    --ending_;
     ended_.notify_all();
 }
 
@@ -299,7 +301,7 @@ void Loader::Charge(Load& load, std::uint64_t bytes) {
 
 void Loader::WakeFor(std::size_t loads, bool urgent) {
     for (std::size_t woken = 0; woken < std::min(loads, idle_); ++woken) work_.notify_one();
-    if (urgent && lane_is_idle_) lane_work_.notify_one();
+    if (urgent && idle_lanes_ != 0) lane_work_.notify_one();
 }
 
 }  // namespace fs

@@ -70,7 +70,7 @@ void Loader::ServeSoon(std::size_t count, bool urgent, Guard& guard) {
 
 bool Loader::Wait(std::uint32_t timeout_ms, const std::function<bool()>& ended) {
     if (ended()) return true;
-    if (this_load_thread().MayNotWait()) return false;
+    if (this_load_thread.MayNotWait()) return false;
     Guard guard(lock_);
     if (timeout_ms != mt::FOREVER) return ended_.wait_for(guard, std::chrono::milliseconds(timeout_ms), ended);
     ended_.wait(guard, ended);
@@ -83,7 +83,7 @@ bool Loader::Cancel(Load& load) {
     load.is_cancelled = true;
     if (load.is_waiting) {
         EndWaiting(load, guard);
-    } else if (this_load_thread().in_hand != &load) {  // or a source cancels the load that it is being read for
+    } else if (this_load_thread.in_hand != &load) {  // or a source cancels the load that it is being read for
         ended_.wait(guard, [&] { return load.IsFinished(); });
     }
     return true;
@@ -160,11 +160,6 @@ void Loader::Abandon(const CFSSource& source) {
 
 Loader::Loader() : settings_(with_defaults({})) {}
 
-LoadThread& this_load_thread() {
-    static constinit LoadThread thread;
-    return thread;
-}
-
 /// Without a thread for even one worker there is nobody, and WorkHere serves.
 void Loader::EnsureWorkers() {
     const std::lock_guard hiring(staff_lock_);
@@ -200,7 +195,7 @@ Loader::Workers Loader::Dismiss(Workers successors) {
 
 /// Waits for the threads to end, but for the calling one, which is waited for when the next one retires.
 void Loader::SeeOff(Workers leaving) {
-    const void* const self = this_load_thread().worker;
+    const void* const self = this_load_thread.worker;
     std::unique_ptr<Worker> retired_before;
     const Guard guard(lock_);
     if (retired_.get() != self) retired_before = std::move(retired_);
@@ -211,7 +206,7 @@ void Loader::SeeOff(Workers leaving) {
 
 bool Loader::SetSettings(SFsLoadSettings settings) {
     constexpr std::uint32_t most_workers = 64;
-    if (settings.workers > most_workers || this_load_thread().MayNotWait())
+    if (settings.workers > most_workers || this_load_thread.MayNotWait())
         return refuse(EFSError::INVALID_ARGUMENT, nullptr,
                       "There are at most 64 workers, and a worker does not change their number.");
     settings = with_defaults(settings);
@@ -230,17 +225,15 @@ bool Loader::SetSettings(SFsLoadSettings settings) {
 }
 
 void Loader::Stop() {
-    const bool in_callback = this_load_thread().callbacks != 0;
+    const std::uint64_t own = this_load_thread.callbacks;
     Workers leaving;
-    {
-        const std::lock_guard hiring(staff_lock_);
-        const Guard guard(lock_);
-        is_allowed_ = false;
-        leaving = Dismiss({});
-    }
+    std::unique_lock hiring(staff_lock_);
     Guard guard(lock_);
+    is_allowed_ = false;
+    leaving = Dismiss({});
+    hiring.unlock();
     if (is_stopping_) {  // another thread does it
-        if (!in_callback) ended_.wait(guard, [this] { return !is_stopping_; });
+        if (own == 0) ended_.wait(guard, [this] { return !is_stopping_; });
         return;
     }
     is_stopping_ = true;
@@ -248,8 +241,7 @@ void Loader::Stop() {
     guard.unlock();
     SeeOff(std::move(leaving));
     guard.lock();
-    const std::uint64_t own = this_load_thread().callbacks;
-    const auto is_quiet = [&] { return statistics_.in_hand == 0 && calling_back_ <= own; };
+    const auto is_quiet = [&] { return statistics_.in_hand == 0 && ending_ <= own; };
     do {
         ended_.wait(guard, is_quiet);
     } while (CallBackFirst(to_call_back_, guard) || CallBackFirst(to_poll_, guard));
@@ -259,7 +251,7 @@ void Loader::Stop() {
 
 void Loader::Run(void* worker) {
     Loader& loader = Instance();
-    this_load_thread().worker = worker;
+    this_load_thread.worker = worker;
     Guard guard(loader.lock_);
     loader.Work(*static_cast<const Worker*>(worker), guard);
 }
@@ -271,9 +263,9 @@ void Loader::Work(const Worker& worker, Guard& guard) {
         if (Load* const load = Choose(worker.is_lane); load != nullptr) {
             Serve(*load, worker, guard);
         } else if (worker.is_lane) {
-            lane_is_idle_ = true;
+            ++idle_lanes_;
             lane_work_.wait(guard);
-            lane_is_idle_ = false;
+            --idle_lanes_;
         } else {
             ++idle_;
             work_.wait(guard);
@@ -290,8 +282,8 @@ void Loader::WorkHere(Guard& guard) {
     ErrorScope scope;  // what fails here is told by its load
     tell_of_no_threads();
     const Worker here;
-    const void* const worker_before = this_load_thread().worker;
-    this_load_thread().worker = &here;
+    const void* const worker_before = this_load_thread.worker;
+    this_load_thread.worker = &here;
     guard.lock();
     for (;;) {
         if (CallBackFirst(to_call_back_, guard)) continue;
@@ -301,7 +293,7 @@ void Loader::WorkHere(Guard& guard) {
     }
     works_here_ = false;
     guard.unlock();
-    this_load_thread().worker = worker_before;
+    this_load_thread.worker = worker_before;
     scope.forget();
 }
 

@@ -93,8 +93,9 @@ class LoadBatch final : public SFsLoadBatch {
 public:
     using Callback = void (*)(SFsLoadBatch* batch, void* user);
 
-    /// Of up to `count` loads. Throws std::bad_alloc.
-    LoadBatch(std::size_t count, Callback callback, void* user) : callback_(callback), user_(user) {
+    /// Of `count` loads, which are added next. Throws std::bad_alloc.
+    LoadBatch(std::size_t count, Callback callback, void* user)
+        : left_(count), untold_(count), callback_(callback), user_(user) {
         loads_.reserve(count);
     }
     LoadBatch(const LoadBatch&) = delete;
@@ -110,6 +111,7 @@ public:
     /// The loads in the order in which their bytes lie: those of one source together, in the order of their places in it,
     /// where it tells them. Throws std::bad_alloc.
     std::vector<Load*> InOrderOfPlace() const;
+    bool HasCallback() const { return callback_ != nullptr; }
     std::size_t Left() const { return left_.load(std::memory_order_acquire); }
 
     void AddReference() { references_.fetch_add(1, std::memory_order_relaxed); }
@@ -120,8 +122,8 @@ public:
 
 private:
     std::vector<Load*> loads_;
-    std::atomic<std::size_t> left_{0};    // have not ended
-    std::atomic<std::size_t> untold_{0};  // have not called back
+    std::atomic<std::size_t> left_;    // have not ended
+    std::atomic<std::size_t> untold_;  // have not called back
     std::atomic<std::uint32_t> references_{1};
     const Callback callback_;
     void* const user_;
@@ -243,9 +245,9 @@ private:
     std::uint64_t taken_ = 0;  // loads that a worker took, for the mean
     std::uint64_t arrivals_ = 0;
     std::uint64_t urgent_in_hand_ = 0;
-    std::uint64_t calling_back_ = 0;
+    std::uint64_t ending_ = 0;  // loads that are nobody's: being ended while they waited, or calling back
     std::size_t idle_ = 0;
-    bool lane_is_idle_ = false;
+    std::size_t idle_lanes_ = 0;  // two may be while one takes the other's place
     bool is_polled_ = false;
     bool is_allowed_ = false;
     bool is_stopping_ = false;
@@ -253,15 +255,14 @@ private:
 };
 
 /// What the calling thread is about; zeros for a thread that has nothing to do with the loader.
-struct LoadThread {
+inline constinit struct LoadThread {
     platform::PerThread<const Load*, struct LoadInHand> in_hand;
     platform::PerThread<std::uint32_t, struct LoadCallbacks> callbacks;  // on the stack
     platform::PerThread<const void*, struct LoadWorker> worker;          // that it runs
 
     /// Whether a load may wait for what the thread does.
     bool MayNotWait() const { return worker != nullptr || callbacks != 0; }
-};
-LoadThread& this_load_thread();
+} this_load_thread;
 
 /// Lets loads begin; the first one starts the workers.
 void start_loads();

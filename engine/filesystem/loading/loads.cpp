@@ -70,10 +70,8 @@ SFsLoad* load_async(const SFsLoadWish& wish) {
 SFsLoadBatch* load_batch(const SFsLoadWish* wishes, std::size_t count,
                          void (*callback)(SFsLoadBatch* batch, void* user), void* user) {
     return guarded<SFsLoadBatch*>(nullptr, nullptr, [&]() -> SFsLoadBatch* {
-        if (wishes == nullptr || count == 0) {
-            set_error(EFSError::INVALID_ARGUMENT, nullptr, "A batch without wishes loads nothing.");
-            return nullptr;
-        }
+        if (wishes == nullptr || count == 0)
+            return refuse(EFSError::INVALID_ARGUMENT, nullptr, "A batch without wishes loads nothing."), nullptr;
         if (!std::all_of(wishes, wishes + count, names_a_file)) return nullptr;
         auto batch = std::make_unique<LoadBatch>(count, callback, user);
         const auto now = LoadClock::now();

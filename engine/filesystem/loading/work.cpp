@@ -18,7 +18,6 @@ namespace fs {
 namespace {
 
 constexpr std::uint64_t all = ~std::uint64_t{0};
-constexpr std::uint64_t failed = ~std::uint64_t{0};
 constexpr std::uint64_t whole_limit = 8 << 20;
 constexpr std::uint64_t step_bytes = 256 << 10;
 
@@ -55,9 +54,9 @@ LoadWork::Step LoadWork::Open() {
 /// What is asked for, as far as the file tells where it ends. A file that does not is read into a block that grows.
 bool LoadWork::FindRange() {
     const std::uint64_t length = file_->length();
-    grows_ = length == failed && asked_ == all;
+    grows_ = length == failed_size && asked_ == all;
     needs_block_ = buffer_ == nullptr || grows_;
-    if (length == failed) {
+    if (length == failed_size) {
         wanted_ = grows_ ? step_bytes : asked_;
     } else {
         const std::uint64_t left = length - std::min(offset_, length);
@@ -68,9 +67,10 @@ bool LoadWork::FindRange() {
     }
     if (!needs_block_ && wanted_ > capacity_) return RefuseSize();
     if (offset_ == 0) return true;
+    const ErrorScope scope;
     const auto offset = static_cast<std::int64_t>(offset_);
     if (offset > 0 && file_->seek(offset, EFSSeek::BEGIN)) return true;
-    return refuse(EFSError::IO, path_.c_str(), "The file cannot be read from where it was asked for.");
+    return fail_unless_told(scope, EFSError::IO, path_.c_str(), "The file cannot be read from where it was asked for.");
 }
 
 bool LoadWork::RefuseSize() const {

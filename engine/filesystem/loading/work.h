@@ -65,8 +65,8 @@ private:
     void* const buffer_;         // the caller's, or null
     const std::uint64_t capacity_;
 
-    FilePtr file_;
     registry::Pin pin_;
+    FilePtr file_;  // behind its source's pin, since it is closed first
     bool is_open_ = false;
     bool needs_block_ = false;
     bool grows_ = false;  // the file does not tell its length: it is read until it ends, into a block that grows

@@ -22,6 +22,8 @@ extern "C" {
 
 static inline int enginefs_stbi_read(void* file, char* to, int size) {
     const int64_t got = enginefs_read((enginefs_file*)file, to, (uint64_t)size);
+    /* Its readers of text go on until `eof`, which they would never meet behind damage. */
+    if (got < 0) enginefs_seek((enginefs_file*)file, 0, ENGINEFS_SEEK_END);
     return got > 0 ? (int)got : 0;
 }
 

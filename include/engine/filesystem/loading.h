@@ -76,8 +76,8 @@ struct SFsLoad {
     ENGINE_FS_API void* Take();
 
     /// Ends the load as CANCELLED. When this returns the buffer is touched no more; the callback runs on a worker or in
-    /// fs::poll_loads as ever. Waits for the step in hand, 256 KiB at most unless a source reads in another way. False when
-    /// it had ended already.
+    /// fs::poll_loads as ever. Waits for the step in hand: 256 KiB, a whole file of less than 8 MiB, or what a source does in
+    /// one call. False when it had ended already.
     ENGINE_FS_API bool Cancel();
     /// Moves a load that has not ended to another place in the order. False when it has.
     ENGINE_FS_API bool Reprioritise(std::int32_t priority, std::uint32_t deadline_ms);
@@ -186,7 +186,8 @@ ENGINE_FS_API SFsLoadBatch* load_batch(const SFsLoadWish* wishes, std::size_t co
 
 /// From now on callbacks run in fs::poll_loads, or (off, as at first) on the workers.
 ENGINE_FS_API void set_polled_callbacks(bool on);
-/// Runs up to `most` callbacks of loads that have ended, here. Returns how many loads and batches it told of.
+/// Runs the callbacks of up to `most` loads that have ended, here; that of a batch comes with its last load. Returns of how
+/// many loads it told.
 ENGINE_FS_API std::uint32_t poll_loads(std::uint32_t most);
 
 /// Waits for the steps in hand when the number of workers changes. False, with nothing changed, for more than 64 workers
