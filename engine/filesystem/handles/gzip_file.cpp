@@ -127,7 +127,8 @@ std::uint64_t FileGzipped::write(const void* buffer, std::uint64_t size) {
 }
 
 bool FileGzipped::seek(std::int64_t offset, EFSSeek::TYPE origin) {
-    return gzseek64(gz_, offset, static_cast<int>(origin)) != -1;
+    return gzseek64(gz_, offset, static_cast<int>(origin)) != -1 ||
+           fs::refuse(EFSError::UNSUPPORTED, name, "A gzip file goes to no such position.");
 }
 
 std::uint64_t FileGzipped::length() { return fs::failed_size; }
