@@ -32,6 +32,14 @@ void without_pack(Stage& stage) {
     fs::rem_source(stage.pack.c_str());
 }
 
+/// A name that takes memory, and a backup of it.
+const std::string long_save = std::string(100, 's');
+
+void with_backup(Stage& stage) {
+    stage.write({{"root/" + long_save, old_save}, {"root/" + long_save + ".bak", "an older save"}});
+    without_pack(stage);
+}
+
 std::string first_of(std::initializer_list<std::string> complaints) {
     for (const std::string& complaint : complaints)
         if (!complaint.empty()) return complaint;
@@ -396,7 +404,7 @@ std::vector<Scenario> scenarios() {
         {"copy", [](Stage&) { return fs::copy("levels/one.txt", "copies/one.txt", 0); }, without_pack,
          "root/copies/one.txt"},
         {"copy a directory", [](Stage&) { return fs::copy_dir("levels", "copies"); }, without_pack, "root/copies/"},
-        {"back up", quiet([] { fs::create_backup_copy("save.txt"); }), without_pack, "root/save.txt.bak", nothing_wrong,
+        {"back up", quiet([] { fs::create_backup_copy(long_save.c_str()); }), with_backup, "", nothing_wrong,
          /*bytes_vary*/ false,
          /*repeatable*/ false},
         {"attributes", change_attributes},

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdio>
 
 #include <engine/filesystem/access/manage.h>
@@ -124,9 +125,9 @@ bool set_write_time(const char* path, std::int64_t time) {
 
 fs::string get_time_as_str(std::int64_t time) {
     return guarded(nullptr, fs::string(), [&]() -> fs::string {
-        if (time < 0) return {};
-        const platform::CalendarTime at = platform::to_calendar(time);
-        if (at.year > last_calendar_year) return {};
+        const platform::CalendarTime at = platform::to_calendar(std::max<std::int64_t>(time, 0));
+        if (time < 0 || at.year > last_calendar_year)
+            return refuse(EFSError::INVALID_ARGUMENT, nullptr, "The time has no calendar form."), "";
         char text[32];
         std::snprintf(text, sizeof(text), "%04d-%02d-%02d %02d:%02d:%02d", at.year, at.month, at.day, at.hour,
                       at.minute, at.second);

@@ -47,6 +47,11 @@ CFSSource* creator_of(const registry::Concerned& concerned, fs::path& name);
 /// Whether `creator` (null: nobody) takes new names; otherwise the failure is stored.
 bool may_create(CFSSource* creator, const char* path);
 
+/// For an answer that hides want of memory: throws StoredFailure when there was none since `scope` began.
+inline void check_memory(const ErrorScope& scope) {
+    if (scope.has_error() && last_error().code == EFSError::OUT_OF_MEMORY) throw StoredFailure();
+}
+
 inline constexpr std::uint64_t no_length = ~std::uint64_t{0};
 /// The file's length; no_length, with the failure stored, when it does not tell.
 std::uint64_t known_length(SFsFile& file, const char* path);
