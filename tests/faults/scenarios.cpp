@@ -193,6 +193,13 @@ bool write_gzip(Stage&) {
            fs::last_error().code == EFSError::NONE;
 }
 
+/// To tell of the damage must not fail in another way.
+bool read_damaged_gzip(Stage&) {
+    const fs::file_ptr file = fs::open_file("levels/one.txt", EFSMode::READ, FFSOpenFlags::GZIP);
+    char byte = 0;
+    return file != nullptr && fs::read(file.get(), &byte, 1) == ~std::uint64_t{0};
+}
+
 bool read_queued(Stage&) {
     const fs::file_ptr file = fs::open_file("save.txt", EFSMode::READ, FFSOpenFlags::ASYNC);
     SFsRequest* const request = file != nullptr ? SFsRequest::Create(nullptr, nullptr) : nullptr;
@@ -421,6 +428,11 @@ std::vector<Scenario> scenarios() {
         {"native stream", [](Stage& stage) { return write_stream(fs::bfile_win32(16), stage.save); }, mounted,
          save_txt},
         {"gzip handle", write_gzip, without_pack, "root/save.gz"},
+        {"damaged gzip handle", read_damaged_gzip,
+         [](Stage& stage) {
+             stage.write({{"root/levels/one.txt", "\x1f\x8b\x08 damaged"}});
+             stage.mount();
+         }},
         {"memory archive", use_memory_archive, [](Stage& stage) { use_memory_archive(stage); }},  // makes it itself
         {"load", load_by_worker},
         {"C interface", serve_c, mounted, save_txt},
