@@ -175,15 +175,11 @@ bool rename(const char* from, const char* to) {
 bool rem_file(const char* path, FFSOpenFlags::FLAGS flags) {
     return guarded(path, false, [&] {
         if (!may_change(NormalText(path, false), path)) return false;  // nor may it climb out of the cache directory
-        return with_holder<ExclusiveGuard>(
-            with_cache_directory(path, flags).c_str(), Match::WHOLE, false,
-            [&](CFSSource& source, const fs::path& name) {
-                if (!source.writable()) {
-                    return refuse(EFSError::READ_ONLY, path, "The source that holds the file cannot be written.");
-                }
-                const ErrorScope scope;
-                return source.rem_file(name) ||
-                       fail_unless_told(scope, EFSError::ACCESS_DENIED, path, "The source did not remove the file.");
+        const std::string whole = with_cache_directory(path, flags);
+        return change_held<ExclusiveGuard>(
+            whole.c_str(), "The source did not remove the file.", [&](CFSSource& source, const fs::path& name) {
+                if (source.writable()) return source.rem_file(name);
+                return refuse(EFSError::READ_ONLY, path, "The source that holds the file cannot be written.");
             });
     });
 }

@@ -40,6 +40,15 @@ Result with_holder(const char* path, Match match, Result missing, Use use) {
     });
 }
 
+/// Whether `change(source, name)` was done by the source that holds just this name; where that gives no reason, `why` is.
+template <typename Guard = SharedGuard, typename Change>
+bool change_held(const char* path, const char* why, Change change) {
+    return with_holder<Guard>(path, Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
+        const ErrorScope scope;
+        return change(source, name) || fail_unless_told(scope, EFSError::ACCESS_DENIED, path, why);
+    });
+}
+
 /// The source that makes what `name` (a file, or a directory alone) stands for, and the name that it is given:
 /// registry::creator, for a full path the source in whose directory it lies, and the fallback for what belongs to the disk
 /// alone. Null when there is none.
