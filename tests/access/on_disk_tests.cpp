@@ -65,6 +65,11 @@ TEST_F(OnDisk, AFullPathInsideTheRootIsTheFileThere) {
     EXPECT_EQ(load("sub/late.txt"), "late");
     EXPECT_TRUE(fs::rename((home_ / "game/sub/late.txt").c_str(), (home_ / "game/sub/z.txt").c_str()));
     EXPECT_EQ(fs::root_path("z.txt"), "sub/z.txt");
+    EXPECT_TRUE(fs::rename((home_ / "game/sub/z.txt").c_str(), (home_ / "game/sub/Z.txt").c_str()));
+    EXPECT_TRUE(home_.exists("game/Sub/Z.txt"));
+    const std::string outside = home_.write("outside.txt", "kept");
+    EXPECT_EQ(why(fs::rename(outside.c_str(), (home_ / "game/in.txt").c_str())), INVALID_NAME);
+    EXPECT_TRUE(home_.exists("outside.txt"));
     EXPECT_TRUE(fs::rem_file(made.c_str()));
     EXPECT_FALSE(fs::exists("new.txt"));
     fs::rem_dir((home_ / "game/sub").c_str());
@@ -118,12 +123,20 @@ TEST_F(Overlays, ADirectoryBeforePacksWinsOverAllOfThem) {
     EXPECT_EQ(load("a.txt"), "mod");
     ASSERT_TRUE(add("late.pak"));
     EXPECT_EQ(load("a.txt"), "mod") << "later packs go behind it";
+    EXPECT_EQ(why(save("new.txt", "new")), READ_ONLY) << "the first behind it would make that";
     EXPECT_TRUE(fs::rem_source((home_ / "mod").c_str()));
     EXPECT_EQ(load("a.txt"), "late");
     fs::shutdown();
     Start(false, whole_tree | Add::BEFORE_PACKS);
     ASSERT_TRUE(add("base.pak"));
     EXPECT_EQ(load("a.txt"), "root");
+}
+
+TEST_F(Overlays, ABackupIsOfTheFileThatAFullPathNames) {
+    Start(false);
+    ASSERT_TRUE(add("mod"));
+    fs::create_backup_copy((home_ / "mod/a.txt").c_str());
+    EXPECT_EQ(home_.read("mod/a.txt.bak") + home_.read("game/a.txt"), "modroot");
 }
 
 TEST_F(Overlays, AFileIsInstalledUnlessItIsKnownAsMissingAlone) {
@@ -150,6 +163,7 @@ TEST_F(Overlays, NewFilesGoToTheNewestThatTakesThem) {
     EXPECT_FALSE(save("textures/sky.dds", "mine")) << "it could not be read back";
     EXPECT_EQ(fs::last_error().code, ALREADY_EXISTS);
     EXPECT_EQ(fs::last_error().text, "textures/sky.dds is held by base.pak, which is asked first.");
+    EXPECT_EQ(why(save("sky.dds", "mine")), ALREADY_EXISTS) << "reading would find that by its end";
     EXPECT_FALSE(home_.exists("game/textures"));
     ASSERT_TRUE(add("mod", whole_tree | Add::WRITE_HERE));
     EXPECT_TRUE(save("new.txt", "new") && fs::mkdir("made"));

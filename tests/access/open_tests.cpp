@@ -97,6 +97,12 @@ TEST_F(Open, ASaveIsReadBackByTheSameNameOrRefused) {
     source->set_read_only(held, false);
     EXPECT_TRUE(save("save.dat", "whole", WRITE, Flags::WHOLE_NAME));
     EXPECT_EQ(source->content("profiles/save.dat") + source->content("save.dat"), "newwhole");
+    constexpr auto behind = FFSAddSourceFlags::AFTER_SAME_TYPE | FFSAddSourceFlags::WRITE_HERE;
+    MemorySource* const creator = mount_memory("/b/", EFSSourceType::DIR, behind);
+    source->add("profiles/b.dat", "old");
+    source->write_failure = IN_USE;
+    EXPECT_EQ(why(save("b.dat", "lost")), IN_USE);
+    EXPECT_TRUE(creator->made.empty()) << "where it would never be read";
 }
 
 TEST_F(Open, RecordsWhatWasOpenedForReadingOnceAndInOrder) {
@@ -303,6 +309,20 @@ TEST_F(Replace, GoesWithGzipNativePathsAndTheMonitor) {
     EXPECT_TRUE(home_.exists("outside.txt"));
     EXPECT_TRUE(fs::commit(fs::open("saves/slot.sav", EFSMode::WRITE))) << "a file like any other is closed";
     EXPECT_FALSE(fs::commit(nullptr));
+}
+
+TEST_F(Replace, AHostsOwnSourceMayWriteBesideToo) {
+    struct Own final : MemorySource {
+        using MemorySource::MemorySource;
+        SFsFile* create_write(const fs::path& p, Flags::FLAGS flags) override {
+            const std::string native = std::string(path().PathName()) + p.FileName();
+            return fs::open_native(this, native.c_str(), EFSMode::WRITE, flags | Flags::CREATE);
+        }
+    };
+    fs::add_source(new Own((home_ / "game/").c_str(), EFSSourceType::PLS), FFSAddSourceFlags::NONE);
+    EXPECT_TRUE(fs::commit(begin("own/fresh.sav")));
+    EXPECT_EQ(home_.read("game/fresh.sav"), "the new one");
+    EXPECT_NE(fs::search_dir("own"), nullptr);
 }
 
 std::string save_number(std::size_t number) { return std::string(100'000, static_cast<char>('a' + number % 26)); }

@@ -32,6 +32,14 @@ void without_pack(Stage& stage) {
     fs::rem_source(stage.pack.c_str());
 }
 
+/// A name that takes memory, and a backup of it.
+const std::string long_save = std::string(100, 's');
+
+void with_backup(Stage& stage) {
+    stage.write({{"root/" + long_save, old_save}, {"root/" + long_save + ".bak", "an older save"}});
+    without_pack(stage);
+}
+
 std::string first_of(std::initializer_list<std::string> complaints) {
     for (const std::string& complaint : complaints)
         if (!complaint.empty()) return complaint;
@@ -183,6 +191,13 @@ bool write_gzip(Stage&) {
     constexpr auto flags = FFSOpenFlags::CREATE | FFSOpenFlags::GZIP_LEVEL5;
     return write_all(fs::open_file("save.gz", EFSMode::WRITE, flags), new_save) &&
            fs::last_error().code == EFSError::NONE;
+}
+
+/// To tell of the damage must not fail in another way.
+bool read_damaged_gzip(Stage&) {
+    const fs::file_ptr file = fs::open_file("levels/one.txt", EFSMode::READ, FFSOpenFlags::GZIP);
+    char byte = 0;
+    return file != nullptr && fs::read(file.get(), &byte, 1) == ~std::uint64_t{0};
 }
 
 bool read_queued(Stage&) {
@@ -396,7 +411,7 @@ std::vector<Scenario> scenarios() {
         {"copy", [](Stage&) { return fs::copy("levels/one.txt", "copies/one.txt", 0); }, without_pack,
          "root/copies/one.txt"},
         {"copy a directory", [](Stage&) { return fs::copy_dir("levels", "copies"); }, without_pack, "root/copies/"},
-        {"back up", quiet([] { fs::create_backup_copy("save.txt"); }), without_pack, "root/save.txt.bak", nothing_wrong,
+        {"back up", quiet([] { fs::create_backup_copy(long_save.c_str()); }), with_backup, "", nothing_wrong,
          /*bytes_vary*/ false,
          /*repeatable*/ false},
         {"attributes", change_attributes},
@@ -413,6 +428,11 @@ std::vector<Scenario> scenarios() {
         {"native stream", [](Stage& stage) { return write_stream(fs::bfile_win32(16), stage.save); }, mounted,
          save_txt},
         {"gzip handle", write_gzip, without_pack, "root/save.gz"},
+        {"damaged gzip handle", read_damaged_gzip,
+         [](Stage& stage) {
+             stage.write({{"root/levels/one.txt", "\x1f\x8b\x08 damaged"}});
+             stage.mount();
+         }},
         {"memory archive", use_memory_archive, [](Stage& stage) { use_memory_archive(stage); }},  // makes it itself
         {"load", load_by_worker},
         {"C interface", serve_c, mounted, save_txt},

@@ -1,6 +1,7 @@
 // Native files: how they are opened, and reads that wait in the queue.
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -112,11 +113,37 @@ TEST_F(NativeOpen, TheMonitorHearsOfOpensThatSucceed) {
             throw std::system_error(std::make_error_code(std::errc::io_error));  // it was taken for a lack of memory
         }
     } thrower;
+    directory.write("a.txt", "old");
     fs::set_monitor(&thrower);
     EXPECT_EQ(test::why(open(EFSMode::READ)), EFSError::IO);
+    EXPECT_EQ(test::why(open(EFSMode::WRITE, 0x400)), EFSError::IO);
+    EXPECT_EQ(directory.read("a.txt"), "old") << "an empty file used to take its place";
     EXPECT_EQ(test::why(open(EFSMode::APPEND)), EFSError::TOO_LARGE);
     fs::monitor_touch_file("touched");
     fs::set_monitor(nullptr);
+}
+
+TEST_F(NativeOpen, APartThatWasMovedIsGivenWithTheReasonWhyItIsNotAll) {
+    const FilePtr file = open(EFSMode::WRITE, 0x20);
+    platform::inject_fault(platform::FaultPoint::WRITE, 1, platform::Failure::NONE, false);
+    EXPECT_EQ(file->write("abcd", 4), 2u);
+    platform::clear_faults();
+    EXPECT_EQ(test::why(false), EFSError::DISK_FULL);
+    platform::inject_fault(platform::FaultPoint::LENGTH, 1, platform::Failure::IO, false);
+    EXPECT_EQ(test::why(file->length() != ~std::uint64_t{0}), EFSError::IO);
+    platform::clear_faults();
+    EXPECT_EQ(test::why(file->seek(-1, EFSSeek::BEGIN)), EFSError::INVALID_ARGUMENT);
+#if !defined(_WIN32)
+    // The memory of this process ends behind its environment.
+    const auto here = static_cast<std::int64_t>(reinterpret_cast<std::uintptr_t>(std::getenv("PATH")));
+    const FilePtr memory(fs::open_native(nullptr, "/proc/self/mem", EFSMode::READ));
+    if (here == 0 || memory == nullptr) GTEST_SKIP() << "not available: /proc/self/mem";
+    std::string bytes(16 << 20, '\0');
+    EXPECT_TRUE(memory->seek(here, EFSSeek::BEGIN));
+    EXPECT_LT(memory->read(bytes.data(), bytes.size()), bytes.size());
+    EXPECT_EQ(test::why(false), EFSError::IO) << "it is not the end of the file";
+    EXPECT_EQ(bytes.c_str(), std::string(std::getenv("PATH")));
+#endif
 }
 
 struct ReleaseRequest {
@@ -329,8 +356,8 @@ TEST(ReadRequest, IsFreeOnlyOnceItsEventIsSet) {
     Request& request = Request::Of(owner.get());
     EXPECT_TRUE(request.IsFree());
     request.BeginQueued();
-    request.BeginProgress();
-    request.EndProgress(EFSRequestResult::SUCCESS);
+    request.status.Set(EFSRequestState::IN_PROGRESS);
+    request.status.EndProgress(EFSRequestResult::SUCCESS);
     EXPECT_EQ(request.State(), EFSRequestState::FINISHED);
     EXPECT_FALSE(request.IsFree());
     request.Signal();
@@ -349,7 +376,7 @@ TEST_F(ReadQueue, SynchronousReadsAndSeeksKeepToTheLengthAtOpening) {
         EXPECT_TRUE(file->seek(-10, EFSSeek::END));
         for (const std::uint64_t there : {10u, 0u}) EXPECT_EQ(file->read(got.data(), 100), there);
         EXPECT_EQ(got.substr(0, 10), content_.substr(content_.size() - 10));
-        EXPECT_FALSE(file->seek(1, EFSSeek::END));
+        EXPECT_EQ(test::why(file->seek(1, EFSSeek::END)), EFSError::INVALID_ARGUMENT);
         EXPECT_EQ(file->tell(), content_.size() + 1);
         EXPECT_EQ(file->read(got.data(), 1), 0u);
         EXPECT_FALSE(file->seek(-1, EFSSeek::BEGIN));

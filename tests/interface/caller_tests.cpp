@@ -40,7 +40,7 @@ TEST_F(Comfort, FilesComeBackInAnyContainerAlsoWithoutTheirLength) {
                 fs::write_file("", "e.txt") && fs::save_text_file(long_text, "x.gz", FFSOpenFlags::GZIP_LEVEL1));
     EXPECT_TRUE(fs::read_file(read_back, "bin/seven.bin") && read_back == bytes);
     EXPECT_TRUE(fs::read_file(text, "A.txt") && text == "three");
-    EXPECT_FALSE(fs::read_file(text, "none.txt"));
+    EXPECT_FALSE(fs::read_rest(fs::open_file("none.txt", EFSMode::READ).get(), text));
     EXPECT_EQ(text, "three");
     EXPECT_EQ(fs::last_error().code, EFSError::NOT_FOUND);
     EXPECT_TRUE(fs::read_file(text, "e.txt") && text.empty());

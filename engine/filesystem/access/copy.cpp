@@ -82,7 +82,12 @@ SFsFile* open_destination(const char* from, const char* to) {
 constexpr std::size_t generations = 4;
 using Names = std::array<std::string, generations>;
 
-bool is_held(const std::string& name) { return exists(name.c_str(), FFSOpenFlags::WHOLE_NAME); }
+bool is_held(const std::string& name) {
+    const ErrorScope scope;
+    const bool is_there = exists(name.c_str(), FFSOpenFlags::WHOLE_NAME);
+    check_memory(scope);  // one that is taken for missing would be written over
+    return is_there;
+}
 
 /// Whether the bytes of `from` stand under `to` now. `to` was moved or removed before; what a failed copy leaves of it
 /// would be taken for a backup.
@@ -105,15 +110,6 @@ bool rotate(const Names& names) {
         if (!move_file(names[to - 1], names[to])) return false;
     }
     return true;
-}
-
-/// The name under which the file's source holds it.
-fs::string held_name(const char* path) {
-    return with_holder(path, Match::WHOLE, fs::string(), [](CFSSource& source, const fs::path& name) {
-        fs::path held;
-        source.root_path(held, name);
-        return full_name(held.Empty() ? name : held);
-    });
 }
 
 }  // namespace
@@ -178,10 +174,11 @@ bool copy_dir(const char* from, const char* to) {
 void create_backup_copy(const char* path) {
     guarded(path, [&] {
         if (is_empty(path)) return;
-        const fs::string file = held_name(path);
-        if (file.empty()) return;
+        const fs::string file = full_name(lookup_name(path));
         const Names names = {file + ".bak", file + ".ba1", file + ".ba2", file + ".ba3"};
-        if (names[0].size() >= path_capacity) {
+        if (!is_held(file)) {
+            set_error(EFSError::NOT_FOUND, path, "No source holds a file of this name.");
+        } else if (names[0].size() >= path_capacity) {
             set_error(EFSError::INVALID_NAME, path, "The name of a backup would be longer than 259 bytes.");
         } else if (rotate(names)) {
             move_file(file, names[0]);

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdio>
 
 #include <engine/filesystem/access/manage.h>
@@ -45,11 +46,8 @@ fs::string answer_of(const char* path, void (CFSSource::*question)(fs::path& out
 constexpr int last_calendar_year = 9999;
 
 bool set_read_only(const char* path, bool on) {
-    return with_holder(path, Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
-        const ErrorScope scope;
-        return source.set_read_only(name, on) ||
-               fail_unless_told(scope, EFSError::ACCESS_DENIED, path, "The source keeps no read-only attribute.");
-    });
+    return change_held(path, "The source keeps no read-only attribute.",
+                       [=](CFSSource& source, const fs::path& name) { return source.set_read_only(name, on); });
 }
 
 }  // namespace
@@ -115,18 +113,15 @@ std::int64_t write_time(const char* path) {
 }
 
 bool set_write_time(const char* path, std::int64_t time) {
-    return with_holder(path, Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
-        const ErrorScope scope;
-        return source.set_write_time(name, time) ||
-               fail_unless_told(scope, EFSError::ACCESS_DENIED, path, "The source did not set the time.");
-    });
+    return change_held(path, "The source did not set the time.",
+                       [=](CFSSource& source, const fs::path& name) { return source.set_write_time(name, time); });
 }
 
 fs::string get_time_as_str(std::int64_t time) {
     return guarded(nullptr, fs::string(), [&]() -> fs::string {
-        if (time < 0) return {};
-        const platform::CalendarTime at = platform::to_calendar(time);
-        if (at.year > last_calendar_year) return {};
+        const platform::CalendarTime at = platform::to_calendar(std::max<std::int64_t>(time, 0));
+        if (time < 0 || at.year > last_calendar_year)
+            return refuse(EFSError::INVALID_ARGUMENT, nullptr, "The time has no calendar form."), "";
         char text[32];
         std::snprintf(text, sizeof(text), "%04d-%02d-%02d %02d:%02d:%02d", at.year, at.month, at.day, at.hour,
                       at.minute, at.second);

@@ -53,22 +53,23 @@ bool rename_by_copy(CFSSource& source, const fs::path& from, const fs::path& to,
     return fail_unless_told(scope, EFSError::IO, path, "The source could not move the file to its new name.");
 }
 
-/// `to` as the source knows it. False, with the failure stored, for a place outside of the source.
-bool keep_within(CFSSource& source, fs::path& to, const char* path) {
-    if (registry::is_fallback(&source) || !is_native_directory_name(to.PathNameView())) return true;
-    const auto below = registry::below_root(source, to.PathNameView());
-    if (!below) return refuse(EFSError::INVALID_NAME, path, "A file is renamed within its source.");
-    to = path_of(*below, to.FileName(), false);
-    return true;
+/// Makes of a full path the name that the source knows it by. False for one that leads out of the source.
+bool keep_within(CFSSource& source, fs::path& name) {
+    if (!is_native_directory_name(name.PathNameView())) return true;
+    if (registry::is_fallback(&source)) return registry::Concerned(name).is_outside();
+    const auto below = registry::below_root(source, name.PathNameView());
+    if (below) name = path_of(*below, name.FileName(), name.IsLowercase());
+    return below.has_value();
 }
 
-bool rename_held(const fs::path& from, fs::path to, const char* path) {
+bool rename_held(fs::path from, fs::path to, const char* path) {
     CFSSource* const holder = registry::first_holder(from, Match::WHOLE);
     if (holder == nullptr) return refuse(EFSError::NOT_FOUND, path, "No source holds a file of this name.");
     if (!holder->writable()) {
         return refuse(EFSError::READ_ONLY, path, "The source that holds the file cannot be written.");
     }
-    if (!keep_within(*holder, to, path)) return false;
+    keep_within(*holder, from);
+    if (!keep_within(*holder, to)) return refuse(EFSError::INVALID_NAME, path, "A file is renamed within its source.");
     const fs::path lower_to = lower_case(to);
     if (!(lower_to == from) && registry::first_holder(lower_to, Match::WHOLE) != nullptr) {
         return refuse(EFSError::ALREADY_EXISTS, path, "A source holds a file of the new name already.");
@@ -174,15 +175,11 @@ bool rename(const char* from, const char* to) {
 bool rem_file(const char* path, FFSOpenFlags::FLAGS flags) {
     return guarded(path, false, [&] {
         if (!may_change(NormalText(path, false), path)) return false;  // nor may it climb out of the cache directory
-        return with_holder<ExclusiveGuard>(
-            with_cache_directory(path, flags).c_str(), Match::WHOLE, false,
-            [&](CFSSource& source, const fs::path& name) {
-                if (!source.writable()) {
-                    return refuse(EFSError::READ_ONLY, path, "The source that holds the file cannot be written.");
-                }
-                const ErrorScope scope;
-                return source.rem_file(name) ||
-                       fail_unless_told(scope, EFSError::ACCESS_DENIED, path, "The source did not remove the file.");
+        const std::string whole = with_cache_directory(path, flags);
+        return change_held<ExclusiveGuard>(
+            whole.c_str(), "The source did not remove the file.", [&](CFSSource& source, const fs::path& name) {
+                if (source.writable()) return source.rem_file(name);
+                return refuse(EFSError::READ_ONLY, path, "The source that holds the file cannot be written.");
             });
     });
 }
@@ -225,8 +222,8 @@ fs::string getOutLocationDebugHelper(const char* path) {
 
 bool mkdir_cache(const char* path) {
     return guarded(path, false, [&] {
-        if (NormalText(path, true).names_nothing()) {
-            return refuse(EFSError::INVALID_NAME, path, "An empty path names no directory.");
+        if (!is_creatable(NormalText(path, true).view())) {
+            return refuse(EFSError::INVALID_NAME, path, "A directory needs a name that every system can hold.");
         }
         const std::string whole = cache_path_of(path);
         return !whole.empty() && make_native_directory(whole, path);

@@ -14,8 +14,8 @@
 //
 // Reading takes the first source that can open the name; one that holds it and fails is passed over like one that does
 // not. Writing takes the first writable source that opens it in place; a protected source that holds the name ends the
-// search, so that what it shields is not written anywhere else. What nobody holds is created: by the first source of
-// the list, or by the one in whose directory a full path lies, and in the way of the disk where it lies in none.
+// search, so that what it shields is not written anywhere else. What nobody holds is created: by registry::creator, or by
+// the source in whose directory a full path lies, and in the way of the disk where it lies in none.
 //
 // A source can answer a write-type open in three ways: it opens the file, it does not hold it, or it holds it and fails.
 // Behind one that failed nothing is written, since reading would go on finding the file that could not be written; only
@@ -179,11 +179,17 @@ FilePtr open_unlisted(CFSSource& creator, const fs::path& name, const Request& r
     return file;
 }
 
+/// Whether there is such a source, and it is asked before the other one.
+bool is_before(const CFSSource* source, const CFSSource* other) {
+    const auto is_either = [&](const CFSSource& asked) { return &asked == source || &asked == other; };
+    return source != nullptr && source != other && registry::first_source(is_either) == source;
+}
+
 /// Whether a source that is asked before the creator holds the name, so that the new file would never be read.
 bool is_shadowed(const registry::Concerned& concerned, const CFSSource& creator, const Request& request) {
     if (concerned.home() != nullptr) return false;
-    CFSSource* const first = registry::first_source(
-        [&](CFSSource& source) { return &source == &creator || registry::holds_whole(source, request.name); });
+    CFSSource* const first =
+        registry::first_source([&](CFSSource& source) { return &source == &creator || holds(source, request); });
     if (first == &creator) return false;
     const fs::path& holder = first->path();
     const std::string text = full_name(request.name) + " is held by " +
@@ -202,7 +208,8 @@ auto entry_on_commit(CFSSource& creator, const fs::path& name) {
             if (source == nullptr || native_name(*source, name) != path) return place();
             fs::dir directory;
             registry::prepare_directory(name, directory);
-            if (!dynamic_cast<NativeSource&>(*source).add_file(name, place)) return false;
+            auto* const native = dynamic_cast<NativeSource*>(source);
+            if (!(native != nullptr ? native->add_file(name, place) : place())) return false;
             registry::state().index.take_over(directory);
             return true;
         });
@@ -228,7 +235,7 @@ FilePtr create(const Request& request, const CFSSource* failed) {
     const ExclusiveGuard guard;
     const registry::Concerned concerned(request.name);
     CFSSource* const creator = creator_of(concerned, name);
-    if (failed != nullptr && (creator == nullptr || creator == failed || !creator->writable())) return nullptr;
+    if (failed != nullptr && (!is_before(creator, failed) || !creator->writable())) return nullptr;
     if (!is_creatable_name(name)) {
         return refuse(EFSError::INVALID_NAME, request.text,
                       "A file needs a name that every system can hold, and none is made above its source."),

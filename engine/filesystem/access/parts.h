@@ -40,12 +40,26 @@ Result with_holder(const char* path, Match match, Result missing, Use use) {
     });
 }
 
+/// Whether `change(source, name)` was done by the source that holds just this name; where that gives no reason, `why` is.
+template <typename Guard = SharedGuard, typename Change>
+bool change_held(const char* path, const char* why, Change change) {
+    return with_holder<Guard>(path, Match::WHOLE, false, [&](CFSSource& source, const fs::path& name) {
+        const ErrorScope scope;
+        return change(source, name) || fail_unless_told(scope, EFSError::ACCESS_DENIED, path, why);
+    });
+}
+
 /// The source that makes what `name` (a file, or a directory alone) stands for, and the name that it is given:
 /// registry::creator, for a full path the source in whose directory it lies, and the fallback for what belongs to the disk
 /// alone. Null when there is none.
 CFSSource* creator_of(const registry::Concerned& concerned, fs::path& name);
 /// Whether `creator` (null: nobody) takes new names; otherwise the failure is stored.
 bool may_create(CFSSource* creator, const char* path);
+
+/// For an answer that hides want of memory: throws StoredFailure when there was none since `scope` began.
+inline void check_memory(const ErrorScope& scope) {
+    if (scope.has_error() && last_error().code == EFSError::OUT_OF_MEMORY) throw StoredFailure();
+}
 
 inline constexpr std::uint64_t no_length = ~std::uint64_t{0};
 /// The file's length; no_length, with the failure stored, when it does not tell.

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstring>
 #include <map>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -28,7 +29,7 @@ template <typename Ask>
 NameList whole_list(CFSSource& source, Ask ask) {
     const ErrorScope scope;
     NameList list(ask(source));
-    if (scope.has_error() && last_error().code == EFSError::OUT_OF_MEMORY) throw StoredFailure();
+    check_memory(scope);
     return list;
 }
 
@@ -36,14 +37,16 @@ NameList all_names(CFSSource& source) {
     return whole_list(source, [](CFSSource& asked) { return asked.get_file_list(nullptr, nullptr, true); });
 }
 
-/// Sorts a list by the bytes of its names; of each name the first entry stays.
-NameList sorted(NameList names) {
+/// One list of all, in the order of the bytes of the names; of each name the first entry stays.
+NameList sorted(std::span<NameList> lists) {
     std::vector<FS_NAME*> entries;
-    for (FS_NAME* entry = names.get(); entry != nullptr; entry = entry->next) entries.push_back(entry);
+    for (const NameList& list : lists) {
+        for (FS_NAME* entry = list.get(); entry != nullptr; entry = entry->next) entries.push_back(entry);
+    }
     std::stable_sort(entries.begin(), entries.end(), [](const FS_NAME* first, const FS_NAME* second) {
         return std::strcmp(first->name, second->name) < 0;  // compares unsigned bytes
     });
-    static_cast<void>(names.release());
+    for (NameList& list : lists) static_cast<void>(list.release());
     FS_NAME* kept = nullptr;  // they are linked anew from the last to the first
     for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
         if (kept != nullptr && std::strcmp(kept->name, (*entry)->name) == 0) {
@@ -61,14 +64,9 @@ template <typename Ask>
 FS_NAME* merge_answers(const char* asked, Ask ask) {
     return guarded<FS_NAME*>(asked, nullptr, [&] {
         const SharedGuard guard;
-        NameList all;
-        FS_NAME* last = nullptr;
-        registry::for_each_source([&](CFSSource& source) {
-            FS_NAME* const names = whole_list(source, ask).release();
-            last == nullptr ? all.reset(names) : static_cast<void>(last->next = names);
-            for (FS_NAME* name = names; name != nullptr; name = name->next) last = name;
-        });
-        return sorted(std::move(all)).release();
+        std::vector<NameList> lists;
+        registry::for_each_source([&](CFSSource& source) { lists.push_back(whole_list(source, ask)); });
+        return sorted(lists).release();
     });
 }
 
@@ -202,7 +200,8 @@ void get_file_list(ztl::vector<fs::string>& out) {
         ztl::vector<fs::string> all = out;
         const SharedGuard guard;
         registry::for_each_source([&](CFSSource& source) {
-            const NameList names = sorted(all_names(source));
+            NameList listed = all_names(source);
+            const NameList names = sorted({&listed, 1});
             for (const FS_NAME* name = names.get(); name != nullptr; name = name->next) {
                 all.push_back(native_name(source, name->name));
             }

@@ -110,10 +110,7 @@ void read(void* buffer, const char* path, std::uint64_t* size) {
 
 std::uint64_t read(std::nullptr_t, void*, std::uint64_t) { return no_length; }
 
-void* read(std::nullptr_t, std::uint64_t* size) {
-    if (size != nullptr) *size = 0;
-    return nullptr;
-}
+void* read(std::nullptr_t, std::uint64_t* size) { return read(static_cast<const char*>(nullptr), size); }
 
 bool load_text_file(fs::string& out, const char* path) {
     return with_content(path, false, [&](SFsFile& file, std::uint64_t length) {
@@ -142,7 +139,7 @@ bool save_text_file(const fs::string& text, const char* name, const char* ext, c
 
 bool load_binary_file(void** data, std::uint64_t* size, const char* path) {
     if (size != nullptr) *size = 0;
-    if (data == nullptr) return false;
+    if (data == nullptr) return refuse(EFSError::INVALID_ARGUMENT, path, "There is no place for the bytes.");
     *data = nullptr;
     return with_content(path, false, [&](SFsFile& file, std::uint64_t length) {
         if (size != nullptr) *size = length;

@@ -13,6 +13,7 @@
 namespace {
 
 constexpr MessageSource messages{"FileSystem", "engine/filesystem/ioqueue"};
+
 }  // namespace
 
 Win32FileHandleAsync::Win32FileHandleAsync(CFSSource* owner, const char* native_path, std::shared_ptr<IOQueue> queue)
@@ -84,12 +85,12 @@ std::uint64_t Win32FileHandleAsync::write(const void*, std::uint64_t) {
 // The position is stored whatever it is; the answer says whether it lies within the file, and a negative one, taken as
 // an unsigned number, does not.
 bool Win32FileHandleAsync::seek(std::int64_t offset, EFSSeek::TYPE origin) {
-    if (origin > EFSSeek::END) return false;
     const auto distance = static_cast<std::uint64_t>(offset);
     if (origin == EFSSeek::BEGIN) position_ = distance;
     if (origin == EFSSeek::CURRENT) position_ += distance;
     if (origin == EFSSeek::END) position_ = file_.length + distance;
-    return position_ <= file_.length;
+    return (origin <= EFSSeek::END && position_ <= file_.length) ||
+           fs::refuse(EFSError::INVALID_ARGUMENT, file_.Path(), "The position lies outside of the file.");
 }
 
 void Win32FileHandleAsync::cancel_async(SFsRequest* request) {
@@ -97,7 +98,7 @@ void Win32FileHandleAsync::cancel_async(SFsRequest* request) {
     if (queue_ != nullptr)
         queue_->Cancel(Request::Of(request));
     else
-        Request::Of(request).Cancel();
+        Request::Of(request).status.Cancel();
 }
 
 int Win32FileHandleAsync::read_overlapped(void* buffer, std::uint32_t size, std::uint32_t* transferred,

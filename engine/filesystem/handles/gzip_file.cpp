@@ -16,6 +16,7 @@
 #include "engine/filesystem/contract/disk_use.h"
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/log/message.h"
+#include "engine/platform/text.h"
 
 namespace {
 
@@ -91,7 +92,9 @@ bool FileGzipped::ReportReadFailure(const void* buffer, std::uint64_t size, int 
     const char* const text = gzerror(gz_, &code);
     if (code >= 0 && result >= 0) return false;
     const char* const words = text != nullptr ? text : "";
-    fs::set_error(kind_of(code), name, std::string("The gzip file cannot be decoded: ") + words);
+    char told[256];
+    fs::set_error(kind_of(code), name,
+                  platform::BoundedText(told).add("The gzip file cannot be decoded: ").add(words).view());
     log_message(messages, Log::ELevel::ERRR, __LINE__,
                 "gzread failed: file=%p, buffer=%p, size=%u, read=%d, error=%d, msg=%s\n", static_cast<void*>(gz_),
                 buffer, static_cast<unsigned>(size), result, code, words);
@@ -127,7 +130,8 @@ std::uint64_t FileGzipped::write(const void* buffer, std::uint64_t size) {
 }
 
 bool FileGzipped::seek(std::int64_t offset, EFSSeek::TYPE origin) {
-    return gzseek64(gz_, offset, static_cast<int>(origin)) != -1;
+    return gzseek64(gz_, offset, static_cast<int>(origin)) != -1 ||
+           fs::refuse(EFSError::UNSUPPORTED, name, "A gzip file goes to no such position.");
 }
 
 std::uint64_t FileGzipped::length() { return fs::failed_size; }

@@ -79,7 +79,7 @@ void IOQueue::WaitForWorker(std::unique_lock<platform::Mutex>& guard) {
 
 void IOQueue::Cancel(Request& request) {
     std::unique_lock guard(lock_);
-    const EFSRequestState::TYPE found = request.Cancel();
+    const EFSRequestState::TYPE found = request.status.Cancel();
     if (found == EFSRequestState::QUEUED) {
         TakeOut(request);
         guard.unlock();
@@ -99,7 +99,7 @@ void IOQueue::Abandon(const QueuedFile& file) {
         for (auto at = requests.begin(); at != requests.end();) {
             Request& request = **at++;
             if (request.file != &file) continue;
-            request.Cancel();
+            request.status.Cancel();
             cancelled.splice(cancelled.end(), requests, request.place);
         }
         place = requests.empty() ? waiting_.erase(place) : std::next(place);
@@ -138,9 +138,9 @@ void IOQueue::Run() {
         in_hand_ = waiting_.begin()->second.front();
         TakeOut(*in_hand_);
         if (stopping_)
-            in_hand_->Cancel();
+            in_hand_->status.Cancel();
         else
-            in_hand_->BeginProgress();
+            in_hand_->status.Set(EFSRequestState::IN_PROGRESS);
         guard.unlock();
         Serve(*in_hand_);
         guard.lock();
@@ -157,7 +157,8 @@ void IOQueue::Serve(Request& request) {
         if (status == QueuedFile::Status::ABORTED)
             log_message(messages, Log::ELevel::DEBG, __LINE__, "IO_QUEUE_CANCELLED: %p\n",
                         static_cast<void*>(&request));
-        request.EndProgress(status == QueuedFile::Status::DONE ? EFSRequestResult::SUCCESS : EFSRequestResult::FAILED);
+        request.status.EndProgress(status == QueuedFile::Status::DONE ? EFSRequestResult::SUCCESS
+                                                                      : EFSRequestResult::FAILED);
     }
     request.Signal();
 }

@@ -12,31 +12,42 @@ constexpr MessageSource messages{"FileSystem", "engine/filesystem/win/win_files"
 
 std::uint64_t Win32FileHandle::read(void* buffer, std::uint64_t size) {
     const fs::DiskUse use("read", fs::file_name(this));
+    platform::fail(platform::Failure::NONE);
     return check_read(file_.read(buffer, size), buffer, size);
 }
 
 std::uint64_t Win32FileHandle::read_at(void* buffer, std::uint64_t size, std::uint64_t offset) const {
+    platform::fail(platform::Failure::NONE);
     return check_read(file_.read_at(buffer, size, offset), buffer, size);
 }
 
+/// A part that came before a failure is given out, and the failure told: the end of the file is none.
 std::uint64_t Win32FileHandle::check_read(std::uint64_t done, void* buffer, std::uint64_t size) const {
-    if (done != fs::failed_size) return done;
+    if (done == size) return done;
     const platform::Error error = platform::last_error();
+    if (error.failure == platform::Failure::NONE) return done;
     fs::set_error_from_platform(name, "cannot be read", error);
     log_message(messages, Log::ELevel::ERRR, __LINE__, "ReadFile failed: file=%p, buffer=%p, size=%u, error=%#x(%d)\n",
                 reinterpret_cast<void*>(file_.native()), buffer, static_cast<unsigned>(size),
                 static_cast<unsigned>(error.os_code), static_cast<int>(error.os_code));
-    return fs::failed_size;
+    return done;
 }
 
 std::uint64_t Win32FileHandle::write(const void* buffer, std::uint64_t size) {
     const std::uint64_t done = file_.write(buffer, size);
-    if (done == fs::failed_size) fs::refuse_by_disk(name, "cannot be written");
+    if (done != size) fs::refuse_by_disk(name, "cannot be written");
     return done;
 }
 
 bool Win32FileHandle::seek(std::int64_t offset, EFSSeek::TYPE origin) {
-    return origin <= EFSSeek::END && file_.seek(offset, static_cast<platform::Origin>(origin));
+    return (origin <= EFSSeek::END && file_.seek(offset, static_cast<platform::Origin>(origin))) ||
+           fs::refuse(EFSError::INVALID_ARGUMENT, name, "No file has such a position.");
+}
+
+std::uint64_t Win32FileHandle::length() {
+    const std::uint64_t length = file_.length();
+    if (length == fs::failed_size) fs::refuse_by_disk(name, "does not tell its length");
+    return length;
 }
 
 bool Win32FileHandle::set_eof() { return file_.set_end() || fs::refuse_by_disk(name, "cannot be cut or extended"); }
@@ -88,8 +99,9 @@ bool ReplacingHandle::PutInPlace(platform::File& file) {
     return fs::guarded(target_.c_str(), false, [&] {
         const auto refuse = [this] { return fs::refuse_by_disk(target_.c_str(), "cannot be replaced"); };
         const auto place = [&] { return file.replace(beside_.c_str(), target_.c_str()) || refuse(); };
-        // The content is on the disk before the name is, and nobody is kept from asking for names meanwhile.
-        return file.sync() ? enter_ ? enter_(place) : place() : refuse();
+        // The content is on the disk before the name is; and nobody is kept from asking for names meanwhile.
+        if (!file.sync()) return refuse();
+        return enter_ ? enter_(place) : place();
     });
 }
 

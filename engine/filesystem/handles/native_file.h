@@ -31,7 +31,7 @@ public:
     std::uint64_t read(void* buffer, std::uint64_t size) override;
     std::uint64_t write(const void* buffer, std::uint64_t size) override;
     bool seek(std::int64_t offset, EFSSeek::TYPE origin) override;
-    std::uint64_t length() override { return file_.length(); }
+    std::uint64_t length() override;
     std::uint64_t tell() override { return file_.tell(); }
     bool set_eof() override;
     platform::File Release() override { return std::move(file_); }

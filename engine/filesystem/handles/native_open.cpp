@@ -155,11 +155,12 @@ Handle open_handle(CFSSource* source, const platform::PathAt& path, EFSMode::TYP
     return open_at_once(source, path, mode, flags, name);
 }
 
-/// Runs an open as a boundary, and tells the monitor when it succeeded.
+/// Runs an open as a boundary, and tells the monitor when it succeeded. What a monitor that throws leaves of a file written
+/// beside its target is given up.
 template <typename Open>
 SFsFile* finish_open(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags, Open open) {
     return guarded<SFsFile*>(path, nullptr, [&] {
-        Handle handle = open();
+        std::unique_ptr<SFsFile, decltype(&discard)> handle(open().release(), discard);
         if (handle != nullptr) notify_monitor(path, mode, flags);
         return handle.release();
     });

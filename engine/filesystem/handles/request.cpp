@@ -5,12 +5,12 @@
 void Request::BeginQueued() {
     was_queued_.store(true, std::memory_order_relaxed);
     if (State() == EFSRequestState::FINISHED) event_.Reset();
-    status_.Set(EFSRequestState::QUEUED);
+    status.Set(EFSRequestState::QUEUED);
 }
 
 void Request::FinishEmpty() {
     size = 0;
-    status_.Set(EFSRequestState::FINISHED);
+    status.Set(EFSRequestState::FINISHED);
 }
 
 void Request::Signal() {
@@ -30,11 +30,11 @@ void SFsRequest::Release() {
 }
 
 bool SFsRequest::Wait(std::uint32_t timeout_ms) { return Request::Of(this).event_.Wait(timeout_ms); }
-EFSRequestState::TYPE SFsRequest::State() const { return Request::Of(this).status_.State(); }
-EFSRequestResult::TYPE SFsRequest::Result() const { return Request::Of(this).status_.Result(); }
+EFSRequestState::TYPE SFsRequest::State() const { return Request::Of(this).status.State(); }
+EFSRequestResult::TYPE SFsRequest::Result() const { return Request::Of(this).status.Result(); }
 
 /// 0 also for a request that was cancelled after it had been read.
 std::uint64_t SFsRequest::Transferred() const {
     const Request& request = Request::Of(this);
-    return request.status_.HasSucceeded() ? request.size.load() : 0;
+    return request.status.HasSucceeded() ? request.size.load() : 0;
 }

@@ -54,16 +54,12 @@ public:
     /// Whether it may serve the next read: FINISHED is not enough, since the event of the last one may still be to come.
     bool IsFree() { return !was_queued_.load(std::memory_order_relaxed) || event_.Wait(0); }
     void BeginQueued();
-    void BeginProgress() { status_.Set(EFSRequestState::IN_PROGRESS); }
-    /// To FINISHED with this result, unless it was cancelled meanwhile.
-    void EndProgress(EFSRequestResult::TYPE result) { status_.EndProgress(result); }
-    /// To FINISHED and CANCELLED from whatever state, which is returned.
-    EFSRequestState::TYPE Cancel() { return status_.Cancel(); }
     /// To FINISHED and SUCCESS without a read.
     void FinishEmpty();
     /// Sets the event, then calls the callback. Without a lock, since the callback may queue the next read.
     void Signal();
 
+    RequestStatus status{EFSRequestState::IDLE};
     // The read; whoever queues it writes it, and it stays until the request is FINISHED.
     QueuedFile* file = nullptr;
     void* buffer = nullptr;
@@ -81,7 +77,6 @@ private:
     const Callback callback_;
     void* const user_;
     mt::CEvent event_{true};
-    RequestStatus status_{EFSRequestState::IDLE};
     std::atomic<bool> was_queued_{false};
     std::atomic<std::uint32_t> references_{1};
 };

@@ -15,8 +15,9 @@
 // The list of sources and the index of their directories, under one reader-writer lock.
 //
 // Asking order: sources stand in ascending order of their type; what was added with BEFORE_PACKS stands between memory
-// archives and packs. Among equals the newest is asked first, unless it was added with AFTER_SAME_TYPE. The fallback, when there is one, is asked after all of them: walks that compare, insert
-// or remove leave it out, walks that ask questions do not.
+// archives and packs. Among equals the newest is asked first, unless it was added with AFTER_SAME_TYPE. The fallback, when
+// there is one, is asked after all of them: walks that compare, insert or remove leave it out, walks that ask questions do
+// not.
 //
 // Sources take no lock of their own; they rely on this one.
 
@@ -184,6 +185,9 @@ CFSSource* creator(std::string_view directory) {
     };
     const auto newest = std::find_if(all.creators.rbegin(), all.creators.rend(), makes);
     if (newest != all.creators.rend()) return *newest;
+    for (const auto& source : all.sources) {
+        if (!has_any(source->flags(), FFSAddSourceFlags::BEFORE_PACKS)) return source.get();
+    }
     return !all.sources.empty() ? all.sources.front().get() : nullptr;
 }
 

@@ -139,8 +139,8 @@ void insert(std::unique_ptr<CFSSource> source, FFSAddSourceFlags::ENUM flags);
 /// Puts a root behind all sources there are, or where BEFORE_PACKS among its flags says, and a fallback (which may be null)
 /// behind everything.
 void append_root(std::unique_ptr<CFSSource> root, std::unique_ptr<CFSSource> fallback);
-/// The source that makes what nobody holds in this directory (full names in the caller's case, ending in "/"); null when
-/// there is none.
+/// The source that makes what nobody holds in this directory (full names in the caller's case, ending in "/"): the newest
+/// WRITE_HERE, else the first that is no overlay, else the first. Null when there is none.
 CFSSource* creator(std::string_view directory);
 /// Makes the index anew from the trees of all indexed sources in asking order.
 void rebuild_index();

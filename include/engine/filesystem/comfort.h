@@ -36,13 +36,15 @@ inline file_ptr open_file(const char* path, EFSMode::TYPE mode, FFSOpenFlags::FL
 }
 
 /// Reads all that is left of `file`, also where its length is not known (gzip), and puts it in place of `out`. Unlike
-/// fs::read it tells of a failed read and of damage: false, with `out` as it was. Clears fs::last_error first.
+/// fs::read it tells of a failed read and of damage: false, with `out` as it was. Clears fs::last_error first, but for a
+/// null file, whose open has left its reason there.
 /// Container  of char or std::byte: std::string, std::vector<std::byte> and alike.
 template <typename Container>
 bool read_rest(SFsFile* file, Container& out) {
     static_assert(sizeof(typename Container::value_type) == 1);
     constexpr std::uint64_t step = 64 * 1024;
     constexpr std::uint64_t failed = ~std::uint64_t{0};
+    if (file == nullptr) return false;  // why it did not open is told already
     clear_error();
     const std::uint64_t size = length(file);
     const std::uint64_t at = tell(file);

@@ -36,7 +36,7 @@ ENGINE_FS_API bool rem_source(std::nullptr_t);
 ENGINE_FS_API bool source_exists(const char* path);
 
 /// The directory of the source where new files are created: the newest that was added with WRITE_HERE, else the first of
-/// the list. "" when there is none. Valid until the list changes.
+/// the list that was added without BEFORE_PACKS, else the first. "" when there is none. Valid until the list changes.
 ENGINE_FS_API const char* write_path();
 /// The cache directory, ending in "/"; "" before fs::init.
 ENGINE_FS_API const char* get_cache_dir();

@@ -28,7 +28,7 @@ ENGINE_FS_API bool copy_dir(const char* from, const char* to);
 /// -1, 0 or 1: how `a` stands to `b`, both in units of 100 ns and of one zone, within a tolerance.
 ENGINE_FS_API int compare_time(std::int64_t a, std::int64_t b, std::uint32_t tolerance_ms);
 
-/// Makes a directory in the first source, unless the global index has it already (then true). A full path is made in the
+/// Makes a directory where fs::open creates, unless the global index has it already (then true). A full path is made in the
 /// source in whose directory it lies, or else on the disk when there is a fallback. A source that is not writable fails
 /// with READ_ONLY, and the next is not tried.
 ENGINE_FS_API bool mkdir(const char* path);
@@ -37,7 +37,8 @@ ENGINE_FS_API bool mkdir_cache(const char* path);
 /// Whether a directory below the cache directory exists on the disk; null or "" asks for the cache directory itself.
 ENGINE_FS_API bool does_cache_dir_exist(const char* path);
 
-/// Renames a file within the first source that holds it. False when `to` is held already or could not be created.
+/// Renames a file within the first source that holds it, also in case alone. False when `to` is held already, could not be
+/// created, or is a full path that leads out of that source.
 ENGINE_FS_API bool rename(const char* from, const char* to);
 /// Deletes the file in the first source that holds it. No path leads out of the cache directory with IN_CACHE_DIR.
 ENGINE_FS_API bool rem_file(const char* path, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE);

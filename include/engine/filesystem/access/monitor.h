@@ -5,7 +5,7 @@
 
 namespace fs {
 
-/// Hears of every native open. Called under the registry's shared lock: it may read its arguments and call nothing of
+/// Hears of every native open. May be called under the registry's lock: it may read its arguments and call nothing of
 /// fs::. An open fails (IO) when the monitor throws.
 class IFsMonitor {
 public:

@@ -14,10 +14,10 @@ namespace fs {
 /// others   the first writable source that opens it in place; a protected source that holds the name ends the open, and
 ///          so does one that holds it and fails, since reading would go on finding it there. What nobody holds is created
 ///          (APPEND too: an empty file) by the newest source that was added with WRITE_HERE, else by the first of the
-///          list, or in its place for a full path; a source that is not writable fails with READ_ONLY, and the next is
-///          not tried. So with packs at the head of the list and no WRITE_HERE nothing can be created, and a name that
-///          a source before it holds is refused with ALREADY_EXISTS. Creation never empties a file that APPEND or
-///          READ_WRITE is for.
+///          list (behind those with BEFORE_PACKS), or in its place for a full path; a source that is not writable fails
+///          with READ_ONLY, and the next is not tried. So with packs at the head of the list and no WRITE_HERE nothing
+///          can be created, and a name that a source before it holds is refused with ALREADY_EXISTS. Creation never
+///          empties a file that APPEND or READ_WRITE is for.
 /// Path     "/" or "\\", any case; "." and ".." are resolved. Matched by its end, so "x.dds" finds "sky/x.dds", unless
 ///          WHOLE_NAME. A full path in a mounted directory means the file there, packs that hold it first; any other
 ///          belongs to the disk, which is reached through the fallback alone.
