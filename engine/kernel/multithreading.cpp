@@ -13,7 +13,14 @@ namespace mt {
 namespace {
 
 platform::Thread* to_thread(void* thread) { return static_cast<platform::Thread*>(thread); }
-platform::ThreadSlot* to_slot(void* slot) { return static_cast<platform::ThreadSlot*>(slot); }
+
+// A slot's number, one up, as the pointer that is null without a slot.
+void* to_pointer(std::uint32_t slot) {
+    return reinterpret_cast<void*>(slot == platform::no_slot ? 0 : std::uintptr_t{slot} + 1);
+}
+std::uint32_t to_slot(void* pointer) {
+    return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(pointer) - 1);
+}
 
 // The state of a slim lock: a writer's bit, or the number of readers; and whether threads wait, which sends everybody
 // who comes or goes to the mutex.
@@ -54,7 +61,7 @@ void CThread::Join() {
 
 std::uint64_t CThread::CurrentId() { return platform::current_thread_id(); }
 
-CThreadLocal::CThreadLocal() : slot_(platform::create_thread_slot()) {}
+CThreadLocal::CThreadLocal() : slot_(to_pointer(platform::create_thread_slot())) {}
 
 CThreadLocal::~CThreadLocal() {
     if (slot_ != nullptr) platform::destroy_thread_slot(to_slot(slot_));

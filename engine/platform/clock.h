@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cstdint>
 
+/// The time, its calendar form, and what local time is ahead of it.
+
 namespace platform {
 
 struct CalendarTime {

@@ -1,3 +1,4 @@
+// Listing in order and removing whole trees: what is the same on every system.
 #include "engine/platform/directories.h"
 
 #include <algorithm>

@@ -8,6 +8,8 @@
 
 #include "engine/platform/files.h"
 
+/// Directories, links and spellings; what the caller gives is looked for without regard to case.
+
 namespace platform {
 
 struct DirectoryItem {
@@ -53,6 +55,10 @@ bool list_directory(const PathAt& path, DirectoryListing& out, Links links = Lin
 bool look_at(const char* path, DirectoryItem& out, char* name);
 /// What each system supplies for it: adds the items in any order. May throw std::bad_alloc.
 bool read_items(const PathAt& path, Links links, DirectoryListing& out);
+/// For them: whether a look at an item failed because it is gone, or leads nowhere that this caller may go.
+inline bool leads_nowhere(Failure failure) {
+    return failure == Failure::NOT_FOUND || failure == Failure::ACCESS_DENIED;
+}
 
 /// Links are followed.
 bool get_directory_id(const char* path, FileId& out);

@@ -1,5 +1,7 @@
+// The thread's last failure, and failures on order.
 #include "engine/platform/error.h"
 
+#include <algorithm>
 #include <array>
 
 #include "engine/platform/threads.h"
@@ -29,6 +31,14 @@ bool fail(Failure failure, std::int32_t os_code) {
     thread_error = Error{.failure = failure, .os_code = os_code};
     return false;
 }
+
+Failure failure_of(std::int32_t os_code) {
+    for (const auto& [failure, codes] : system_codes)
+        if (std::ranges::find(codes, os_code) != codes.end()) return failure;
+    return Failure::OTHER;
+}
+
+bool fail_os(std::int32_t os_code) { return fail(failure_of(os_code), os_code); }
 
 namespace faults_detail {
 

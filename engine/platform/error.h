@@ -3,7 +3,9 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
+#include <span>
 
 /// What a failed call of the seam means, the same on every system; and failures on order, so that tests reach what a
 /// healthy disk never shows: a full disk, a file that vanishes between look-up and open, a damaged sector, a short write.
@@ -42,15 +44,26 @@ Error last_error();
 /// Records the calling thread's failure and answers false, so that a failing path is one line.
 bool fail(Failure failure, std::int32_t os_code = 0);
 
+/// For the back ends: a failure and the system's codes that mean it, of which the first stands for it.
+struct Meaning {
+    Failure failure;
+    std::initializer_list<std::int32_t> codes;
+};
+/// What each system supplies: the one place that says what its codes mean to callers. OTHER is what is not there.
+extern const std::span<const Meaning> system_codes;
+Failure failure_of(std::int32_t os_code);
+/// Records the failure that a code means, and answers false.
+bool fail_os(std::int32_t os_code);
+
 /// What fails on order; each says which calls pass it.
 enum class FaultPoint : std::uint8_t {
-    OPEN,              // File::open
-    READ,              // read, read_at
+    OPEN,              // File::open, Watcher::add
+    READ,              // read, read_at, and making a Mapping
     WRITE,             // write
     LIST,              // list_directory; and, where the disk knows case, reading a directory to find a spelling
-    STAT,              // get_attributes, get_directory_times
-    REMOVE,            // remove_file, remove_directory
-    RENAME,            // rename_path, replace_file
+    STAT,              // get_attributes, get_directory_times, look_at
+    REMOVE,            // remove_file, remove_directory, File::remove
+    RENAME,            // rename_path, replace_file, File::replace
     CREATE_DIRECTORY,  // create_directory
     SET_END,           // set_end
     LENGTH,            // length, and every open that asks for it

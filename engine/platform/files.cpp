@@ -13,8 +13,8 @@ namespace {
 constexpr std::uint64_t largest_position = 0x7FFF'FFFF'FFFF'FFFF;
 constexpr std::uint64_t largest_piece = 0x4000'0000;  // a multiple of any alignment, and below every system's limit
 
-std::uint64_t no_handle() {
-    fail(Failure::INVALID_HANDLE);
+std::uint64_t fail_size(Failure failure) {
+    fail(failure);
     return all_ones;
 }
 
@@ -60,9 +60,10 @@ File& File::operator=(File&& other) noexcept {
     return *this;
 }
 
-void File::close() {
-    if (valid()) close_handle();
+bool File::close() {
+    const bool is_whole = !valid() || close_handle();
     state_ = {};
+    return is_whole;
 }
 
 File File::open(const PathAt& path, const OpenOptions& options) {
@@ -87,15 +88,17 @@ std::uint64_t File::read(void* buffer, std::uint64_t size) {
 }
 
 std::uint64_t File::read_at(void* buffer, std::uint64_t size, std::uint64_t offset) const {
-    if (!valid()) return no_handle();
+    if (!valid()) return fail_size(Failure::INVALID_HANDLE);
+    if (offset > largest_position) return fail_size(Failure::OTHER);
     if (meets_fault(FaultPoint::READ)) return all_ones;
+    size = std::min(size, largest_position - offset);  // a read that reaches beyond is a mistake to the systems
     return move_all(size, state_.alignment, [&](std::uint64_t done, std::uint64_t piece) {
         return read_some(static_cast<char*>(buffer) + done, piece, offset + done);
     });
 }
 
 std::uint64_t File::write(const void* buffer, std::uint64_t size) {
-    if (!valid()) return no_handle();
+    if (!valid()) return fail_size(Failure::INVALID_HANDLE);
     if (const auto fault = fault_at(FaultPoint::WRITE)) {
         fail(*fault != Failure::NONE ? *fault : Failure::DISK_FULL);
         if (*fault != Failure::NONE) return all_ones;
@@ -121,10 +124,10 @@ bool File::seek(std::int64_t offset, Origin origin) {
     return true;
 }
 
-std::uint64_t File::tell() const { return valid() ? state_.position : no_handle(); }
+std::uint64_t File::tell() const { return valid() ? state_.position : fail_size(Failure::INVALID_HANDLE); }
 
 std::uint64_t File::length() const {
-    if (!valid()) return no_handle();
+    if (!valid()) return fail_size(Failure::INVALID_HANDLE);
     return meets_fault(FaultPoint::LENGTH) ? all_ones : ask_length();
 }
 

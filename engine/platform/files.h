@@ -93,7 +93,8 @@ public:
     static File open(const char* path, const OpenOptions& options) { return open(PathAt{.full = path}, options); }
 
     bool valid() const { return state_.handle != -1; }
-    void close();
+    /// False, with the failure recorded, when the system tells only now that something written was lost.
+    bool close();
 
     /// Bytes moved, or all ones when nothing was moved because of a failure. Loops over the system's limits. Fewer than
     /// asked for: the file ends there, or last_error() says why no more was moved; for a write always the latter.
@@ -151,7 +152,7 @@ private:
     /// Finds and opens, or creates, without touching the content; `created` says which. The handle is not valid when it
     /// failed, and then no new file is left behind.
     void open_unchanged(const PathAt& path, const OpenOptions& options, bool& created);
-    void close_handle();
+    bool close_handle();
     /// One call of the system, which moves up to `size` bytes. 0 at the end of the file, all ones on failure.
     std::uint64_t read_some(void* buffer, std::uint64_t size, std::uint64_t offset) const;
     std::uint64_t write_some(const void* buffer, std::uint64_t size, std::uint64_t offset);

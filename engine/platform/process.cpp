@@ -1,3 +1,4 @@
+// Where the executable lies and how it was called.
 #include "engine/platform/process.h"
 
 #include <new>

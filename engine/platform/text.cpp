@@ -1,3 +1,4 @@
+// The decoder of UTF-8.
 #include "engine/platform/text.h"
 
 namespace platform {

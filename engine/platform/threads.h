@@ -54,21 +54,17 @@ T& never_destroyed() {
     return instance.value;
 }
 
-/// A slot in which each thread keeps one pointer, null at first. The address is the system's number of it, one up, and
-/// there is no object of this type.
-struct ThreadSlot;
-/// Null when the system has no slot left.
-ThreadSlot* create_thread_slot();
-void destroy_thread_slot(ThreadSlot* slot);
-void* get_thread_value(const ThreadSlot* slot);
-void set_thread_value(ThreadSlot* slot, void* value);
+/// The system's number of a slot in which each thread keeps one pointer, null at first; no_slot when none is left.
+std::uint32_t create_thread_slot();
+inline constexpr std::uint32_t no_slot = 0xFFFF'FFFF;
+void destroy_thread_slot(std::uint32_t slot);
+void* get_thread_value(std::uint32_t slot);
+void set_thread_value(std::uint32_t slot, void* value);
 
 // What follows stands in place of thread_local: on Windows that takes memory at a thread's first use, and the run-time
 // library ends the process when there is none.
 
 #if defined(_WIN32)
-inline constexpr std::uint32_t no_slot = 0xFFFF'FFFF;
-
 /// A word of each thread in a slot of the system, which is taken with the first word that is set. The process has 64 slots
 /// that take no memory; words in later ones may be lost.
 class ThreadWord {

@@ -1,3 +1,4 @@
+// What the kernel and the loader tell of the process, and large blocks of memory.
 #include "engine/platform/process.h"
 
 #include <link.h>
@@ -6,11 +7,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
 #include <iterator>
 #include <utility>
 
 #include "engine/platform/linux/process.h"
+#include "engine/platform/posix/system.h"
 #include "engine/platform/text.h"
 #include "engine/platform/threads.h"
 
@@ -61,8 +62,8 @@ std::string find_executable() {
 }
 
 std::string find_command_line() {
-    std::ifstream file("/proc/self/cmdline", std::ios::binary);
-    std::string arguments(std::istreambuf_iterator<char>(file), {});
+    std::string arguments;
+    read_pieces("/proc/self/cmdline", [&](std::string_view piece) { arguments += piece; });
     if (!arguments.empty()) arguments.pop_back();  // each argument ends with a zero
     std::replace(arguments.begin(), arguments.end(), '\0', ' ');
     return arguments;

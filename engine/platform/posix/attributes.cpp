@@ -16,6 +16,30 @@
 namespace platform {
 namespace {
 
+/// Has a file alone while it is deleted, renamed or replaced. Anything but a regular file is not in the table and always
+/// free.
+class SoleUse {
+public:
+    SoleUse() = default;
+    SoleUse(const SoleUse&) = delete;
+    SoleUse& operator=(const SoleUse&) = delete;
+    ~SoleUse() {
+        if (id_.inode != 0) release_share(id_, true);
+    }
+    /// False, with the failure recorded, when it is in use, or when another has taken its name since it was found.
+    bool acquire(const Entry& entry) {
+        if (!entry.is_regular()) return true;
+        const FileId id = id_of(entry.status);
+        if (!acquire_share(id, true)) return false;
+        id_ = id;
+        struct stat now;
+        return ::lstat(entry.path, &now) != 0 || id_of(now) == id || fail(Failure::IN_USE);
+    }
+
+private:
+    FileId id_;
+};
+
 bool sync(const char* path) {
     const Descriptor opened(retry_interrupted([&] { return ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
     if (!opened.valid()) return fail_os(errno);
@@ -39,7 +63,7 @@ bool check_replaceable(const Entry& source, const Entry& target, SoleUse& use) {
     if (!target.is_regular() && !target.is_link()) return fail(Failure::NOT_REGULAR);
     if (target.is_read_only()) return fail(Failure::READ_ONLY);
     // Two names of one file: it is held already, on account of the source.
-    return same_object(source, target) || use.acquire(target.status);
+    return same_object(source, target) || use.acquire(target);
 }
 
 bool unlink_entry(const Entry& entry) {
@@ -63,11 +87,11 @@ bool change_case(const Entry& source, const char* name) {
     return rename_entry(source, recased);
 }
 
-/// The caller has the source alone.
+/// The caller has the source alone, or open for writing.
 bool move_entry(const Entry& source, const char* to) {
     const Creation creation(to);
     if (creation.spelling() != Spelling::EXISTS) {
-        return creation.check_new() && rename_entry(source, creation.path()) && creation.done();
+        return creation.check_new() && rename_entry(source, creation.path()) && creation.done(source.path);
     }
     Entry target;
     if (!find_entry(creation.path(), target)) return false;
@@ -79,6 +103,12 @@ bool move_entry(const Entry& source, const char* to) {
     if (!check_replaceable(source, target, target_use)) return false;
     // Renaming one of two names of a file onto the other does nothing, says POSIX; callers expect the first to be gone.
     return same_object(source, target) ? unlink_entry(source) : rename_entry(source, target.path);
+}
+
+/// Nobody may have it open meanwhile.
+bool move_alone(const Entry& source, const char* to) {
+    SoleUse use;
+    return use.acquire(source) && move_entry(source, to);
 }
 
 bool start_rename(const char* from, const char* to, Entry& source) {
@@ -153,13 +183,12 @@ bool remove_file(const char* path) {
     if (!entry.is_regular() && !entry.is_link()) return fail(Failure::NOT_REGULAR);
     if (entry.is_read_only()) return fail(Failure::READ_ONLY);
     SoleUse use;
-    return use.acquire(entry.status) && unlink_entry(entry);
+    return use.acquire(entry) && unlink_entry(entry);
 }
 
 bool rename_path(const char* from, const char* to) {
     Entry source;
-    SoleUse use;
-    return start_rename(from, to, source) && use.acquire(source.status) && move_entry(source, to);
+    return start_rename(from, to, source) && move_alone(source, to);
 }
 
 bool replace_file(const char* from, const char* to) {
@@ -167,9 +196,7 @@ bool replace_file(const char* from, const char* to) {
     if (!start_rename(from, to, source)) return false;
     if (!source.is_regular()) return fail(Failure::NOT_REGULAR);
     // The content must be on the disk before the name is, or a crash leaves the new name with nothing behind it.
-    SoleUse use;
-    if (meets_fault(FaultPoint::SYNC) || !sync(source.path)) return false;
-    if (!use.acquire(source.status) || !move_entry(source, to)) return false;
+    if (meets_fault(FaultPoint::SYNC) || !sync(source.path) || !move_alone(source, to)) return false;
     // The directory is synced too, since a crash may bring back the old name until then. It is done all the same where
     // that fails: whoever asks finds the new file.
     Entry replaced;

@@ -67,15 +67,6 @@ public:
             if (done > 0) text.remove_prefix(static_cast<std::size_t>(done));
         }
     }
-    void copy(const char* path) {
-        const Descriptor from(open(path, O_RDONLY | O_CLOEXEC));
-        char piece[4096];
-        while (from.valid()) {
-            const auto got = retry_interrupted([&] { return read(from.number(), piece, sizeof(piece)); });
-            if (got <= 0) break;
-            write({piece, static_cast<std::size_t>(got)});
-        }
-    }
 
 private:
     const Descriptor file_;
@@ -269,7 +260,7 @@ Failure write_dump(const DumpRequest& request) {
     if (request.crash != nullptr) write_registers(report, *request.crash);
     write_back_trace(report, request.crash);
     report.write("\nMappings\n");
-    report.copy(mappings_file);
+    read_pieces(mappings_file, [&](std::string_view piece) { report.write(piece); });
     write_log(report, request);
     report.write("\nEnd of report\n");
     // Half a report of a crash is better than none; half a report of a healthy process is not.

@@ -1,3 +1,4 @@
+// Directories and links: listing, making, removing, and where they lead.
 #include "engine/platform/directories.h"
 
 #include <fcntl.h>
@@ -13,19 +14,13 @@
 namespace platform {
 namespace {
 
-/// Whether a look at an item failed because it is gone, or leads nowhere that this caller may go.
-bool leads_nowhere(int os_code) {
-    const Failure failure = failure_of(os_code);
-    return failure == Failure::NOT_FOUND || failure == Failure::ACCESS_DENIED;
-}
-
 /// Looks at an item, which may be known to be a link already. 0, or the errno for which callers do not see it.
 int look(int directory, const char* name, bool is_link, Links links, DirectoryItem& out) {
     struct stat status {};
     if (!is_link && ::fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return errno;
     is_link = is_link || S_ISLNK(status.st_mode);
     const bool is_broken = is_link && ::fstatat(directory, name, &status, 0) != 0;
-    if (is_broken && !leads_nowhere(errno)) return errno;
+    if (is_broken && !leads_nowhere(failure_of(errno))) return errno;
     out = {.is_directory = !is_broken && S_ISDIR(status.st_mode), .is_link = is_link};
     const bool is_file = !is_broken && S_ISREG(status.st_mode);
     return is_file || out.is_directory || (is_link && links == Links::ALL) ? 0 : ENOENT;
@@ -41,7 +36,7 @@ bool add_record(int directory, const DirectoryRecord& record, const char* name, 
         errno = look(directory, name, record.kind == DT_LNK, links, item);
     else
         errno = record.kind == DT_REG || record.kind == DT_DIR ? 0 : ENOENT;
-    if (errno != 0) return leads_nowhere(errno);
+    if (errno != 0) return leads_nowhere(failure_of(errno));
     out.add(name, length, item);
     return true;
 }

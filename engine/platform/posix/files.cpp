@@ -103,9 +103,8 @@ private:
         if (lacks_write() && options_.writes() && !is_created()) return done_if(fail(Failure::READ_ONLY));
         if (!acquire_share(id(), is_exclusive(options_))) return leave_if_held();
         const bool is_locked = lock_file(descriptor_.number(), options_.writes());
-        // What another process removes or replaces in this moment is not counted here, and nothing may be written to it.
-        const bool is_sure = removal_count() == removals && !is_exclusive(options_);
-        if (is_locked && (is_sure || still_has_name())) return Step::DONE;
+        if (is_locked && has_kept_name(removals)) return Step::DONE;
+        if (is_locked) unlock_file(descriptor_.number(), true, fork_count());
         release_share(id(), is_exclusive(options_));
         if (!is_locked) return leave_if_held();
         created_[0] = '\0';
@@ -121,7 +120,14 @@ private:
     }
 
     bool lacks_write() const { return (status_.st_mode & S_IWUSR) == 0; }
-    bool still_has_name() { return ::fstat(descriptor_.number(), &status_) == 0 && status_.st_nlink > 0; }
+
+    /// Whether the path leads to the file still, now that nobody of this process can take its name away any more. What
+    /// other processes remove or replace is not counted here, and nothing may be written to it.
+    bool has_kept_name(std::uint64_t removals) const {
+        struct stat now;
+        if (removal_count() != removals) return stat_at(path_, now) == 0 && id_of(now) == id();
+        return !is_exclusive(options_) || (::fstat(descriptor_.number(), &now) == 0 && now.st_nlink > 0);
+    }
 
     const PathAt& path_;
     const OpenOptions& options_;
@@ -177,11 +183,13 @@ void File::open_unchanged(const PathAt& path, const OpenOptions& options, bool& 
     fail(Failure::IN_USE);
 }
 
-void File::close_handle() {
+bool File::close_handle() {
     // The lock goes first and the entry in the table last: in between nobody of this process asks for the lock.
     unlock_file(number_of(state_.handle), state_.exclusive, state_.forks);
-    ::close(number_of(state_.handle));
+    // The descriptor is gone whatever the answer is, also when a signal interrupts.
+    const bool is_whole = ::close(number_of(state_.handle)) == 0 || errno == EINTR || fail_os(errno);
     release_share(state_.id, state_.exclusive);
+    return is_whole;
 }
 
 std::uint64_t File::read_some(void* buffer, std::uint64_t size, std::uint64_t offset) const {

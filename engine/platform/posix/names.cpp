@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <string.h>  // strnlen
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <new>
@@ -154,15 +155,14 @@ bool read_listing(const char* path, Kept& out) {
     return true;
 }
 
-/// Looks at the directory at `path`, links followed. False with errno set when it is none or cannot be looked at.
+/// Looks at the directory at `path`, a DirectoryPath, which the system takes for no file. Links are followed. False with
+/// errno set when it cannot be looked at.
 bool stamp_directory(const char* path, DirectoryStamp& out) {
     const std::int64_t ticks_before = stamp_clock_ns();
     struct stat status;
     if (::stat(path, &status) != 0) return false;
     out = stamp_of(status, ticks_before);
-    if (S_ISDIR(status.st_mode)) return true;
-    errno = ENOTDIR;
-    return false;
+    return true;
 }
 
 /// Looks for `name` in the directory at `path` and gives it the spelling that is held there: the exact one, else the one
@@ -192,9 +192,10 @@ void forget_directory(const DirectoryStamp& stamp) {
     cache.erase(stamp.id);
 }
 
-/// This process has just added `name` to the directory at `path`, whose stamp was `before`: what is kept of it stays good.
-/// Without this, each of many files that are created one after another would have the directory read anew.
-void note_created(const char* path, const DirectoryStamp& before, std::string_view name) try {
+/// This process has just added `name` to the directory at `path`, whose stamp was `before`, and taken `gone` from it unless
+/// that is empty: what is kept of it stays good. Without this, each of many files that are created one after another would
+/// have the directory read anew.
+void note_created(const char* path, const DirectoryStamp& before, std::string_view name, std::string_view gone) try {
     DirectoryStamp after;
     if (!stamp_directory(path, after)) return;
     Cache& cache = kept_listings();
@@ -203,6 +204,11 @@ void note_created(const char* path, const DirectoryStamp& before, std::string_vi
     if (kept == nullptr) return;
     kept->names.emplace(name);
     ++cache.names;
+    const auto [first, last] = kept->names.equal_range(gone);
+    if (const auto old = std::find(first, last, gone); old != last) {
+        kept->names.erase(old);
+        --cache.names;
+    }
     kept->stamp = after;
 } catch (const std::bad_alloc&) {
     forget_directory(before);
@@ -326,8 +332,12 @@ bool Creation::check_new() const {
     return is_valid_name(name, std::strlen(name)) || fail(Failure::INVALID_NAME);
 }
 
-bool Creation::done() const {
-    note_created(DirectoryPath(path_).text, directory_, last_component(path_));
+bool Creation::done(const char* old_path) const {
+    DirectoryStamp left;
+    const bool is_within =
+        old_path != nullptr && stamp_directory(DirectoryPath(old_path).text, left) && left.id == directory_.id;
+    note_created(DirectoryPath(path_).text, directory_, last_component(path_),
+                 is_within ? last_component(old_path) : "");
     return true;
 }
 

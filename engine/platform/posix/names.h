@@ -102,8 +102,8 @@ public:
     bool check_new() const;
     /// The path as the disk spells it; a new name in the caller's case.
     const char* path() const { return path_; }
-    /// To be called once the name is there. Answers true.
-    bool done() const;
+    /// To be called once the name is there, moved there from `old_path` where it is not new. Answers true.
+    bool done(const char* old_path = nullptr) const;
 
 private:
     bool look_up(const char* path);

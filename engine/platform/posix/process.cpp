@@ -1,3 +1,4 @@
+// The end of the process, its console, and companion modules.
 #include "engine/platform/process.h"
 
 #include <dlfcn.h>
@@ -82,7 +83,7 @@ void write_console(void* console, const char* text, std::size_t length) {
         const auto written = retry_interrupted([&] { return ::write(descriptor, text, length); });
         if (written < 0 && errno == EAGAIN && wait_writable(descriptor)) continue;
         if (written < 0 && errno == EPIPE) guard.raised();
-        if (written < 0) return;
+        if (written <= 0) return;
         text += written;
         length -= static_cast<std::size_t>(written);
     }

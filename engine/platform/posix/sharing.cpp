@@ -1,3 +1,4 @@
+// The table of open files, and the locks of flock for other processes.
 #include "engine/platform/posix/sharing.h"
 
 #include <pthread.h>

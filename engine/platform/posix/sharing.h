@@ -28,31 +28,9 @@ void unlock_file(int descriptor, bool exclusive, std::uint32_t forks);
 /// How many forks lie between the start of the program and this process.
 std::uint32_t fork_count();
 
-/// How many files this process has removed or replaced. An open that sees it move between finding a file and entering
-/// it here must ask whether its file still has a name.
+/// How many names this process has taken from their files. An open that sees it move between finding a file and entering
+/// it here must ask whether the file still has its name.
 std::uint64_t removal_count();
 void count_removal();
-
-/// Has a file alone while it is deleted, renamed or replaced. Anything but a regular file is not in the table and always
-/// free.
-class SoleUse {
-public:
-    SoleUse() = default;
-    SoleUse(const SoleUse&) = delete;
-    SoleUse& operator=(const SoleUse&) = delete;
-    ~SoleUse() {
-        if (id_.inode != 0) release_share(id_, true);
-    }
-    /// False, with the failure recorded, when it is in use.
-    bool acquire(const struct stat& status) {
-        if (!S_ISREG(status.st_mode)) return true;
-        if (!acquire_share(id_of(status), true)) return false;
-        id_ = id_of(status);
-        return true;
-    }
-
-private:
-    FileId id_;
-};
 
 }  // namespace platform

@@ -1,7 +1,7 @@
+// What error codes mean, file times, local time, and text.
 #include "engine/platform/posix/system.h"
 
 #include <algorithm>
-#include <initializer_list>
 #include <iterator>
 #include <limits>
 
@@ -13,15 +13,9 @@ namespace {
 constexpr std::int64_t seconds_from_1601_to_1970 = 11'644'473'600;
 
 using enum Failure;
-/// A failure, and the codes that mean it.
-struct Meaning {
-    Failure failure;
-    std::initializer_list<int> codes;
-};
-
-/// The first code of each stands for it. EBADF: the descriptor is open, but not for this. ENXIO: a socket, or a
-/// pipe that nobody reads. ESTALE: of a network's file system.
-constexpr Meaning meanings[] = {
+/// EBADF: the descriptor is open, but not for this. ENXIO: a socket, or a pipe that nobody reads. ESTALE: of a network's
+/// file system.
+constexpr Meaning error_codes[] = {
     {NOT_FOUND, {ENOENT, ENOTDIR, ELOOP}},
     {ACCESS_DENIED, {EACCES, EPERM, EBADF}},
     {IN_USE, {EBUSY, ETXTBSY, EWOULDBLOCK}},
@@ -38,18 +32,12 @@ constexpr Meaning meanings[] = {
 
 }  // namespace
 
-Failure failure_of(int os_code) {
-    for (const auto& [failure, codes] : meanings)
-        if (std::ranges::find(codes, os_code) != codes.end()) return failure;
-    return OTHER;
-}
+constinit const std::span<const Meaning> system_codes(error_codes);
 
 int os_code_of(Failure failure) {
-    const auto* const found = std::ranges::find(meanings, failure, &Meaning::failure);
-    return found != std::end(meanings) ? *found->codes.begin() : EIO;
+    const auto* const found = std::ranges::find(error_codes, failure, &Meaning::failure);
+    return found != std::end(error_codes) ? *found->codes.begin() : EIO;
 }
-
-bool fail_os(int os_code) { return fail(failure_of(os_code), os_code); }
 
 // Some disks keep times that 64 bits of ticks cannot hold; the first or last one stands for them.
 std::int64_t to_file_time(const timespec& time) {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <ctime>
+#include <string_view>
 #include <utility>
 
 #include "engine/platform/clock.h"
@@ -13,13 +15,8 @@
 
 namespace platform {
 
-/// The one place that says what an errno means to callers.
-Failure failure_of(int os_code);
 /// An errno that means this, for failures on order; EIO where there is none.
 int os_code_of(Failure failure);
-
-/// Records the failure that an errno means, and answers false.
-bool fail_os(int os_code);
 
 /// Calls `call` again as long as a signal interrupts it. It answers as system calls do: below zero with errno set.
 template <class Call>
@@ -49,6 +46,18 @@ public:
 private:
     int number_;
 };
+
+/// Hands the bytes of a file over in pieces, as far as it can be read. Takes no memory.
+template <class Take>
+void read_pieces(const char* path, Take take) {
+    const Descriptor file(::open(path, O_RDONLY | O_CLOEXEC));
+    char piece[4096];
+    while (file.valid()) {
+        const auto got = retry_interrupted([&] { return ::read(file.number(), piece, sizeof piece); });
+        if (got <= 0) return;
+        take(std::string_view(piece, static_cast<std::size_t>(got)));
+    }
+}
 
 inline std::int64_t to_ns(const timespec& time) { return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec; }
 std::int64_t to_file_time(const timespec& time);

@@ -1,3 +1,4 @@
+// Threads, their slots, and the locks of the standard library.
 #include "engine/platform/threads.h"
 
 #include <pthread.h>
@@ -33,11 +34,6 @@ void* run_thread(void* argument) {
     return nullptr;
 }
 
-ThreadSlot* to_slot(pthread_key_t number) { return reinterpret_cast<ThreadSlot*>(std::uintptr_t{number} + 1); }
-pthread_key_t number_of(const ThreadSlot* slot) {
-    return static_cast<pthread_key_t>(reinterpret_cast<std::uintptr_t>(slot) - 1);
-}
-
 }  // namespace
 
 Thread* start_thread(const char* name, int priority, void (*entry)(void* argument), void* argument) {
@@ -59,13 +55,13 @@ std::uint64_t current_thread_key() {
     return reinterpret_cast<std::uintptr_t>(&own);
 }
 
-ThreadSlot* create_thread_slot() {
-    pthread_key_t number{};
-    return pthread_key_create(&number, nullptr) == 0 ? to_slot(number) : nullptr;
+std::uint32_t create_thread_slot() {
+    pthread_key_t slot{};
+    return pthread_key_create(&slot, nullptr) == 0 ? slot : no_slot;
 }
-void destroy_thread_slot(ThreadSlot* slot) { pthread_key_delete(number_of(slot)); }
-void* get_thread_value(const ThreadSlot* slot) { return pthread_getspecific(number_of(slot)); }
-void set_thread_value(ThreadSlot* slot, void* value) { pthread_setspecific(number_of(slot), value); }
+void destroy_thread_slot(std::uint32_t slot) { pthread_key_delete(slot); }
+void* get_thread_value(std::uint32_t slot) { return pthread_getspecific(slot); }
+void set_thread_value(std::uint32_t slot, void* value) { pthread_setspecific(slot, value); }
 
 }  // namespace platform
 

@@ -21,7 +21,7 @@ Attributes to_attributes(const Record& record) {
             .access_time = to_file_time(record.ftLastAccessTime)};
 }
 
-bool refuse_read_only(DWORD attributes) {
+bool check_not_read_only(DWORD attributes) {
     if (!has_bits(attributes, FILE_ATTRIBUTE_READONLY) || is_directory(attributes)) return true;
     return fail(Failure::READ_ONLY, ERROR_ACCESS_DENIED);
 }
@@ -68,7 +68,7 @@ bool may_take_place(const wchar_t* from, const wchar_t* to) {
     const DWORD target = attribute_bits(to);
     if (target == INVALID_FILE_ATTRIBUTES) return true;
     if (is_directory(target) || is_directory(attribute_bits(from))) return fail(Failure::ALREADY_EXISTS);
-    return refuse_read_only(target);
+    return check_not_read_only(target);
 }
 
 // The system says "access denied" of a file that cannot be replaced because it is open.
@@ -142,7 +142,7 @@ bool remove_file(const char* path) {
     const DWORD attributes = attribute_bits(native.text());
     if (is_directory(attributes) && is_link(path)) return RemoveDirectoryW(native.text()) || fail_last();
     if (is_directory(attributes)) return fail(Failure::NOT_REGULAR, ERROR_ACCESS_DENIED);
-    return refuse_read_only(attributes) && (DeleteFileW(native.text()) || fail_last());
+    return check_not_read_only(attributes) && (DeleteFileW(native.text()) || fail_last());
 }
 
 bool rename_path(const char* from, const char* to) { return move_path(from, to, MOVEFILE_REPLACE_EXISTING); }

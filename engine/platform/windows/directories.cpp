@@ -1,3 +1,4 @@
+// Directories and links: listing, making, removing, and where they lead.
 #include "engine/platform/directories.h"
 
 #include <algorithm>
@@ -27,8 +28,6 @@ std::wstring join(std::wstring_view directory, std::wstring_view name) {
     if (!path.empty() && path.back() != L'/' && path.back() != L'\\') path += L'/';
     return path.append(name);
 }
-
-bool leads_nowhere(Failure failure) { return failure == Failure::NOT_FOUND || failure == Failure::ACCESS_DENIED; }
 
 /// False, with the failure recorded, when the item could not be looked at.
 bool add_item(std::wstring_view directory, const WIN32_FIND_DATAW& item, Links links, DirectoryListing& out) {

@@ -1,3 +1,4 @@
+// Open files: the system's own rules of sharing are the ones that callers expect.
 #include <fcntl.h>
 #include <io.h>
 
@@ -40,19 +41,14 @@ void record_open_failure(const wchar_t* path, bool is_write, DWORD code) {
     }
 }
 
-OVERLAPPED record_at(std::uint64_t offset, HANDLE event) {
-    OVERLAPPED record{};
-    record.Offset = static_cast<DWORD>(offset);
-    record.OffsetHigh = static_cast<DWORD>(offset >> 32);
-    record.hEvent = event;
-    return record;
-}
-
 /// One call of the system; `call(record)` is ReadFile or WriteFile. All ones when it failed; the end of a file is no
 /// failure, but nothing moved. On a handle for overlapped use the end of the call is waited for.
 template <class Call>
 std::uint64_t move_some(HANDLE handle, std::uint64_t offset, HANDLE event, Call call) {
-    OVERLAPPED record = record_at(offset, event);
+    OVERLAPPED record{};
+    record.Offset = static_cast<DWORD>(offset);
+    record.OffsetHigh = static_cast<DWORD>(offset >> 32);
+    record.hEvent = event;
     DWORD moved = 0;
     if (call(record) || GetLastError() == ERROR_IO_PENDING) {
         if (GetOverlappedResult(handle, &record, &moved, TRUE)) return moved;
@@ -89,7 +85,7 @@ void File::open_unchanged(const PathAt& path, const OpenOptions& options, bool& 
     if (is_regular && created) DeleteFileW(native.text());
 }
 
-void File::close_handle() { CloseHandle(to_handle(state_.handle)); }
+bool File::close_handle() { return CloseHandle(to_handle(state_.handle)) || fail_last(); }
 
 std::uint64_t File::read_some(void* buffer, std::uint64_t size, std::uint64_t offset) const {
     const HANDLE handle = to_handle(state_.handle);

@@ -1,3 +1,4 @@
+// Paths made ready for the system, and the first questions about them.
 #include "engine/platform/windows/names.h"
 
 #include <algorithm>

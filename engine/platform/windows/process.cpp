@@ -1,3 +1,4 @@
+// The executable, the end of the process, message boxes, its console, companion modules, and large blocks of memory.
 #include "engine/platform/process.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
+// What error codes mean, times, and text.
 #include "engine/platform/windows/system.h"
 
 #include <algorithm>
-#include <initializer_list>
 
 #include "engine/platform/text.h"
 
@@ -9,16 +9,11 @@ namespace platform {
 namespace {
 
 using enum Failure;
-/// A failure, and the codes that mean it.
-struct Meaning {
-    Failure failure;
-    std::initializer_list<std::uint32_t> codes;
-};
 
-constexpr std::uint32_t over_quota = 1295;  // of a user, which not every header names
+constexpr std::int32_t over_quota = 1295;  // of a user, which not every header names
 
 /// ERROR_INVALID_NAME: nothing can have such a name. ERROR_DIRECTORY: a file where the path has a directory.
-constexpr Meaning meanings[] = {
+constexpr Meaning error_codes[] = {
     {NOT_FOUND,
      {ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_INVALID_DRIVE, ERROR_NOT_READY, ERROR_BAD_NETPATH,
       ERROR_BAD_NET_NAME, ERROR_INVALID_NAME, ERROR_BAD_PATHNAME, ERROR_DIRECTORY, ERROR_CANT_RESOLVE_FILENAME}},
@@ -42,14 +37,14 @@ constexpr Meaning meanings[] = {
 constexpr std::size_t largest_piece = 0x4000'0000;
 
 std::size_t widen(UINT code_page, DWORD flags, std::string_view text, wchar_t* out, std::size_t capacity) {
-    if (text.empty()) return 0;
+    if (text.empty() || capacity == 0) return 0;  // without room the system answers what it would need
     const int written = MultiByteToWideChar(code_page, flags, text.data(), static_cast<int>(text.size()), out,
                                             static_cast<int>(capacity));
     return static_cast<std::size_t>(std::max(written, 0));
 }
 
 std::size_t narrow(DWORD flags, std::wstring_view text, char* out, std::size_t capacity) {
-    if (text.empty()) return 0;
+    if (text.empty() || capacity == 0) return 0;
     const int written = WideCharToMultiByte(CP_UTF8, flags, text.data(), static_cast<int>(text.size()), out,
                                             static_cast<int>(capacity), nullptr, nullptr);
     return static_cast<std::size_t>(std::max(written, 0));
@@ -57,15 +52,9 @@ std::size_t narrow(DWORD flags, std::wstring_view text, char* out, std::size_t c
 
 }  // namespace
 
-Failure failure_of(std::uint32_t os_code) {
-    for (const auto& [failure, codes] : meanings)
-        if (std::ranges::find(codes, os_code) != codes.end()) return failure;
-    return OTHER;
-}
+constinit const std::span<const Meaning> system_codes(error_codes);
 
-bool fail_os(std::uint32_t os_code) { return fail(failure_of(os_code), static_cast<std::int32_t>(os_code)); }
-
-bool fail_last() { return fail_os(GetLastError()); }
+bool fail_last() { return fail_os(static_cast<std::int32_t>(GetLastError())); }
 
 std::int64_t now_utc() {
     FILETIME now{};

@@ -14,12 +14,7 @@
 
 namespace platform {
 
-/// The one place that says what a code of GetLastError means to callers.
-Failure failure_of(std::uint32_t os_code);
-
-/// Records the failure that a code means, and answers false.
-bool fail_os(std::uint32_t os_code);
-/// With the code of the call that has just failed.
+/// Records the failure of the call that has just failed, and answers false.
 bool fail_last();
 
 inline HANDLE to_handle(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }

@@ -1,3 +1,5 @@
+// Threads, what each of them keeps, and the system's slim locks.
+#include <algorithm>
 #include <iterator>
 #include <memory>
 #include <new>
@@ -36,9 +38,6 @@ void set_name(HANDLE thread, std::string_view name) {
     if (set_description != nullptr) set_description(thread, wide);
 }
 
-ThreadSlot* to_slot(DWORD number) { return reinterpret_cast<ThreadSlot*>(std::uintptr_t{number} + 1); }
-DWORD number_of(const ThreadSlot* slot) { return static_cast<DWORD>(reinterpret_cast<std::uintptr_t>(slot) - 1); }
-
 }  // namespace
 
 Thread* start_thread(const char* name, int priority, void (*entry)(void* argument), void* argument) {
@@ -70,7 +69,6 @@ ThreadWord::operator std::uintptr_t() const {
 }
 
 void ThreadWord::operator=(std::uintptr_t word) {
-    static_assert(no_slot == TLS_OUT_OF_INDEXES);
     std::uint32_t slot = slot_.load(std::memory_order_acquire);
     if (slot == no_slot) {
         const DWORD taken = TlsAlloc();
@@ -88,13 +86,11 @@ ThreadBlock::~ThreadBlock() { FlsFree(std::exchange(slot_, no_slot)); }
 void* ThreadBlock::get() const { return slot_ == no_slot ? nullptr : FlsGetValue(slot_); }
 bool ThreadBlock::set(void* block) { return slot_ != no_slot && FlsSetValue(slot_, block) != 0; }
 
-ThreadSlot* create_thread_slot() {
-    const DWORD number = TlsAlloc();
-    return number != TLS_OUT_OF_INDEXES ? to_slot(number) : nullptr;
-}
-void destroy_thread_slot(ThreadSlot* slot) { TlsFree(number_of(slot)); }
-void* get_thread_value(const ThreadSlot* slot) { return TlsGetValue(number_of(slot)); }
-void set_thread_value(ThreadSlot* slot, void* value) { TlsSetValue(number_of(slot), value); }
+static_assert(no_slot == TLS_OUT_OF_INDEXES);
+std::uint32_t create_thread_slot() { return TlsAlloc(); }
+void destroy_thread_slot(std::uint32_t slot) { TlsFree(slot); }
+void* get_thread_value(std::uint32_t slot) { return TlsGetValue(slot); }
+void set_thread_value(std::uint32_t slot, void* value) { TlsSetValue(slot, value); }
 
 }  // namespace platform
 

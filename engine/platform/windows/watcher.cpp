@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cwchar>
+#include <iterator>
 #include <map>
-#include <new>
 #include <string>
 
 #include "engine/platform/windows/names.h"
@@ -72,17 +73,12 @@ public:
     }
 
 private:
-    /// Where there is no memory for one of them, the rest counts as dropped.
     void tell_records(const Visitor& visit) const {
-        try {
-            for (const char* at = buffer_;;) {
-                const auto& record = *reinterpret_cast<const FILE_NOTIFY_INFORMATION*>(at);
-                tell({record.FileName, record.FileNameLength / sizeof(WCHAR)}, kind_of(record.Action), visit);
-                if (record.NextEntryOffset == 0) return;
-                at += record.NextEntryOffset;
-            }
-        } catch (const std::bad_alloc&) {
-            visit({.watch = number_, .kind = WatchEvent::Kind::DROPPED, .name = {}});
+        for (const char* at = buffer_;;) {
+            const auto& record = *reinterpret_cast<const FILE_NOTIFY_INFORMATION*>(at);
+            tell({record.FileName, record.FileNameLength / sizeof(WCHAR)}, kind_of(record.Action), visit);
+            if (record.NextEntryOffset == 0) return;
+            at += record.NextEntryOffset;
         }
     }
 
@@ -93,8 +89,10 @@ private:
         std::replace(name, name + length, '\\', '/');
         WatchEvent event{.watch = number_, .kind = kind, .name = {name, length}};
         if (kind != WatchEvent::Kind::REMOVED) {
-            const std::wstring path = path_ + L'\\' + std::wstring(wide);
-            event.is_directory = is_directory(attribute_bits(path.c_str()));
+            wchar_t path[2 * path_buffer_size];  // neither part is longer than a native path
+            std::swprintf(path, std::size(path), L"%ls\\%.*ls", path_.c_str(), static_cast<int>(wide.size()),
+                          wide.data());
+            event.is_directory = is_directory(attribute_bits(path));
         }
         // A directory is written whenever something in it comes or goes.
         if (!event.is_directory || kind != WatchEvent::Kind::CHANGED) visit(event);
@@ -124,7 +122,7 @@ Watcher::~Watcher() = default;
 const char* Watcher::limit() const { return ""; }
 
 std::int64_t Watcher::add(const char* directory, bool /*tells_gone*/) {
-    const NativePath native(directory);
+    const NativePath native(*directory != '\0' ? directory : ".");
     if (!native.valid() || meets_fault(FaultPoint::OPEN)) return -1;
     const std::int64_t number = ++state_->latest;
     auto watch = std::make_unique<DirectoryWatch>(native, number);
