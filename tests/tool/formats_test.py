@@ -56,11 +56,13 @@ def packs_that_are_wrong(tool):
         os.symlink("nowhere", tool.path("work/bad/sub/text.txt"))
     tool.fails(("--add work/bad.pak crc sub/text.txt", "damaged"), ("unpack work/bad.pak work/bad", "sub/text.txt"),
                ("unpack work/out.pak work/out '#b'", "a mounted pack shows no file"), ("unpack work/out.pak work/out", "../out.txt: "),
+               ("unpack work/out.pak work/out", "same.TXT: an entry before it has the same name"),
                ("pack work/made.pak nowhere", "nowhere"), ("pack nowhere/made.pak work/in", "its directory does not exist"),
                ("unpack work/made.pak root/Readme.txt", "cannot be made a directory"), ("pack work/new.pak work/made.pak", "it is no directory"),
                ("--add work/made.pak cp readme.txt sub/text.txt", "made.pak holds it"),
                ("--add work/made.pak rm sub/text.txt", "cannot be written"))
     tool.is_file("work/out/Same.txt", b"first")
+    tool.check("same.TXT" not in os.listdir(tool.path("work/out")), "unpack: the content of an entry went into a file of another")
     if tool.native:  # it went although nothing took its place
         tool.check(os.path.islink(tool.path("work/bad/sub/text.txt")), "a damaged entry took a link away")
     tool.is_file("work/out.txt", None)
