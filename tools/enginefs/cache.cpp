@@ -75,7 +75,7 @@ bool build(const Given& given) {
     const std::vector<Recorded> listings = listings_in(dir);
     if (listings.empty())
         return fail(dir, "mounting recorded no listing there; only directories have one, or the disk is full");
-    return show_listings(listings);
+    return show_listings(listings) && session.is_whole();
 }
 
 bool show(const Given& given) {
