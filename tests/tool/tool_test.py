@@ -100,6 +100,12 @@ def whose_file_it_is(tool):
     for name, data in (("here/out.txt", b"outside"), ("here/dir/a.txt", b"a"), ("tree/into/b1.txt", None), ("tree/dir/b2.txt", b"2")):
         tool.is_file(name, data)
     tool.check(os.path.isdir(tool.path("tree/end.txt")), "mkdir: nothing was made")
+    # The disk itself shows a root that is the current directory: neither its directories as files, nor its files twice.
+    at_home = {"cwd": tool.path("tree")}
+    tool.run("enginefs rm sub", 1, err="enginefs: sub: it is a directory; -r removes", **at_home)
+    tool.run("enginefs stat b2.txt", 0, "~\nshadows +0\n$", **at_home)
+    if tool.native:
+        tool.run(f"enginefs ls {tool.path('tree/sub/')}", 0, "sub/end.txt\n", **at_home)
     tool.write("tree/case/file.txt", b"lower")
     if len(os.listdir(tool.path("tree/case"))) == 2:  # a disk that tells case apart
         for line in ("mv case/file.txt m", "touch case/file.txt", "cp into/x case/file.txt"):

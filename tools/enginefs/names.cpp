@@ -102,11 +102,15 @@ std::vector<SFsSourceInfo> all_sources() {
 }
 
 std::vector<SFsSourceInfo> holders_of(const std::string& name, FFSOpenFlags::FLAGS flags) {
-    return ask(name, [&] {
+    std::vector<SFsSourceInfo> holders = ask(name, [&] {
         std::vector<SFsSourceInfo> sources;
         fs::find_holders(name.c_str(), sources, flags);
         return sources;
     });
+    // The disk itself has directories too, and shows those of a root that is the current one.
+    if (!holders.empty() && place_of(holders.back()).empty() && is_directory(name) && fs::does_dir_exist(name.c_str()))
+        holders.pop_back();
+    return holders;
 }
 
 std::string place_of(const SFsSourceInfo& source) { return source.path_name + source.file_name; }

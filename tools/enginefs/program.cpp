@@ -91,7 +91,8 @@ Program::Program() : app_("Lists, reads, explains and changes what the engine's 
         "Names use \"/\" and any case; a name that begins with \"-\" stands behind \"--\". A file is also found by the "
         "end of its name (\"one.txt\" for \"levels/one.txt\"), but only changed by the whole of it. Where names are "
         "taken "
-        "so are patterns of whole names: \"*\" and \"?\" within a directory, \"**\" across. Options of this page stand "
+        "so are patterns of whole names: \"*\" and \"?\" within a directory, \"**\" across. The options of \"enginefs "
+        "--help\" stand "
         "before or behind the command. Exit status: 0 done, 1 not found or failed, 2 wrong command line.");
     app_.failure_message(message_of);
     app_.set_version_flag("--version", "enginefs " ENGINE_VERSION);
