@@ -51,15 +51,6 @@ fs::file_ptr open_file(const std::string& name) {
     return file;
 }
 
-std::uint64_t size_to_watch(const std::vector<std::string>& names) {
-    std::uint64_t total = 0;
-    for (std::size_t i = 0; is_terminal(2) && i < names.size(); ++i) {
-        const std::uint64_t size = fs::length(fs::open_file(names[i].c_str(), EFSMode::READ).get());
-        total += size != failed ? size : 0;
-    }
-    return total;
-}
-
 bool read_to_end(SFsFile* file, const std::string& name, const TakeBytes& take) {
     const std::uint64_t length = fs::length(file);
     std::uint64_t at = fs::tell(file);

@@ -70,6 +70,16 @@ struct Crc {
     NameForm form;
 };
 
+/// The bytes of files for a Progress; 0 where no terminal shows it.
+std::uint64_t size_to_watch(const std::vector<std::string>& names) {
+    std::uint64_t total = 0;
+    for (std::size_t i = 0; is_terminal(2) && i < names.size(); ++i) {
+        const std::uint64_t size = fs::length(fs::open_file(names[i].c_str(), EFSMode::READ).get());
+        total += size != failed ? size : 0;
+    }
+    return total;
+}
+
 bool crc(const Crc& given) {
     std::vector<std::string> names = given.names;
     const bool all_match = expand(names);

@@ -31,8 +31,6 @@ std::string normalised(const std::string& name, bool keep_case) {
     return out;
 }
 
-bool is_root(const std::string& directory) { return directory == "." || directory == "/"; }
-
 std::string full_native_path(const std::string& path) {
     std::error_code error;
     stdfs::path full = stdfs::absolute(fs::to_path(path), error).lexically_normal();
@@ -162,8 +160,8 @@ bool for_each_target(std::vector<std::string> names, const std::function<bool(co
     std::string to = names.back();
     names.pop_back();
     std::ranges::replace(to, '\\', '/');
-    if (is_root(to))
-        to = "./";
+    if (to == "." || to == "/")
+        to = "./";  // the root of all sources
     else if (is_directory(to) && !to.ends_with('/'))
         to += '/';
     const bool is_into = to.ends_with('/'), good = expand(names);
