@@ -246,8 +246,13 @@ def command_lines(tool):
 
 def output_that_fails(tool):
     with open("/dev/full", "wb") as full:
-        for line in ("ls", "cat readme.txt", "--help"):
+        for line in ("ls", "cat readme.txt", "--help", "cat readme.txt zebra"):  # what a message flushed was lost untold
             tool.run(line, 1, err="enginefs: standard output: it cannot be written: No space", stdout=full)
+        with subprocess.Popen(tool.words("watch"), cwd=tool.where, stdout=full, stderr=subprocess.PIPE) as running:
+            running.stderr.readline()
+            tool.write("root/unseen", b"")
+            said = running.communicate(timeout=60)[1]
+        tool.check(running.returncode == 1 and b"standard output: it cannot be written" in said, f"watch: a full disk: {said}")
 
 
 def walk_of_the_guide(tool):

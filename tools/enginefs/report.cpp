@@ -130,7 +130,7 @@ std::string counted(std::uint64_t count, const char* one, const char* many) {
 }
 
 bool fail(const std::string& name, const std::string& reason) {
-    std::fflush(stdout);
+    flush_output();
     clear_progress();
     std::fprintf(stderr, has_error_colors ? "\x1b[31menginefs\x1b[0m: %s: %s\n" : "enginefs: %s: %s\n",
                  name.empty() ? "\"\"" : printable(name).c_str(), printable(reason).c_str());
@@ -164,10 +164,14 @@ bool print_json(const Json& json, int indent) {
     return print(json.dump(indent, ' ', false, Json::error_handler_t::replace) + "\n");
 }
 
-int finish_output(int status) {
+bool flush_output() {
     errno = 0;
     if (std::fflush(stdout) != 0) remember_failure();
-    if (output_error == 0) return status;
+    return output_error == 0;
+}
+
+int finish_output(int status) {
+    if (flush_output()) return status;
     fail("standard output", std::string("it cannot be written: ") + std::strerror(output_error));
     return exit_failed;
 }
