@@ -49,7 +49,8 @@ def changing(tool):
                   "gunzip readme.txt copy.txt", "backup copy.txt", "touch copy.txt")))
     tool.run("cp textures/a.dds notes/COPY.txt")
     tool.is_file("root/Notes/copy.txt", b"pixels")
-    tool.table(("cp notes/copy.txt 'back\\'",), ("--add over rm -r back", 0, "", "back: it was removed from one source; another has it still"))
+    tool.table(("cp notes/copy.txt 'back\\'",),
+               ("--add over rm -r back", 0, "", "back: it was removed from one source; another has it still"))
     tool.table(("mkdir made/deep",), ("mv m/one.txt m/two.txt",), ("rm notes/copy.txt",), ("touch m/fresh",), ("backup m/fresh",),
                ("crc m/two.txt zebra", 1, "%08x %12d  m/two.txt\n" % (zlib.crc32(b"one"), 3), "enginefs: zebra: "),
                ("cp **/two.txt both/", 1, "", "n/two.txt: both/two.txt was just made of another file"))
@@ -186,7 +187,7 @@ def interruptions(tool):
     os.close(reader)  # nobody hears of the damage
     ended = subprocess.run(tool.words("unpack slow.pak stopped"), cwd=tool.where, stderr=writer, check=False, timeout=60)
     os.close(writer)
-    tool.check(ended.returncode == 1 and not os.listdir(tool.path("stopped")), f"a closed pipe: it ended with {ended.returncode}, or left something")
+    tool.check(ended.returncode == 1 and not os.listdir(tool.path("stopped")), f"a closed pipe: {ended}")
 
 
 def watching(tool):
@@ -239,7 +240,8 @@ def command_lines(tool):
                ("--add root/forms/Big.Txt ls", 1, "", "the name of a pack ends in .pak or .mpak"),
                ("--log shouting ls", 2, "", "--log: shouting not in"),
                ("--log debug sources", 0, "~root +writable", "DEBG: [FileSystem] > Initializing fs from"),
-               ("enginefs --root nowhere ls", 1, "", "there is no such directory"), ('enginefs --root "" ls', 2, "", "--root: it names no directory"),
+               ("enginefs --root nowhere ls", 1, "", "there is no such directory"),
+               ('enginefs --root "" ls', 2, "", "--root: it names no directory"),
                ("--add nowhere ls", 1, "", "enginefs: nowhere: there is no such directory"),
                ("container put --help", 0, "~Usage: "))
 
