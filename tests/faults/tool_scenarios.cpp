@@ -35,8 +35,8 @@ struct Row {
     std::vector<std::string> words;  // "@" stands for the stage's folder
     bool output_varies = false;      // it prints when something was written, or how long it took
     bool lists_directories = false;
-    bool moves =
-        false;  // done, but for names of a directory that cannot be listed, it ends with 1 and cannot be done again
+    // Done, but for names of a directory that cannot be listed, it ends with 1 and cannot be done again.
+    bool moves = false;
 };
 
 const Row rows[] = {

@@ -56,11 +56,13 @@ def packs_that_are_wrong(tool):
         os.symlink("nowhere", tool.path("work/bad/sub/text.txt"))
     tool.fails(("--add work/bad.pak crc sub/text.txt", "damaged"), ("unpack work/bad.pak work/bad", "sub/text.txt"),
                ("unpack work/out.pak work/out '#b'", "a mounted pack shows no file"), ("unpack work/out.pak work/out", "../out.txt: "),
+               ("unpack work/out.pak work/out", "same.TXT: an entry before it has the same name"),
                ("pack work/made.pak nowhere", "nowhere"), ("pack nowhere/made.pak work/in", "its directory does not exist"),
                ("unpack work/made.pak root/Readme.txt", "cannot be made a directory"), ("pack work/new.pak work/made.pak", "it is no directory"),
                ("--add work/made.pak cp readme.txt sub/text.txt", "made.pak holds it"),
                ("--add work/made.pak rm sub/text.txt", "cannot be written"))
     tool.is_file("work/out/Same.txt", b"first")
+    tool.check("same.TXT" not in os.listdir(tool.path("work/out")), "unpack: the content of an entry went into a file of another")
     if tool.native:  # it went although nothing took its place
         tool.check(os.path.islink(tool.path("work/bad/sub/text.txt")), "a damaged entry took a link away")
     tool.is_file("work/out.txt", None)
@@ -196,15 +198,17 @@ def containers(tool):
                ("container ls c.mc First --json", 0, r'~"blobs": \[\s+\{\s+"hash": 16,\s+"size": %d' % len(PLAIN)),
                ("container ls c.mc First", 0, r"~0x00000010 +%d +\d+  deflated\n" % len(PLAIN)),
                ("container get c.mc First 16", 0, PLAIN.decode()), ("container get c.mc Second 0x11 got.txt",), ("cat got.txt", 0, "hello\n"),
-               ("container get c.mc Second twelve", 2, "", "this is no hash"), ("container rm c.mc Second 17",),
+               ("container get c.mc Second twelve", 2, "", "this is no hash"),
+               ('container rm c.mc First ""', 2, "", "this is no hash"), ("container rm c.mc Second 17",),
                ("container compact *.mc", 0, r"~^c.mc: \d+ bytes regained\n$"),
                ("container verify c.mc", 0, "c.mc: 1 blob, all good\n"), ("container", 2, "", "subcommand"),
                ("container put c.mc Se/cond 0xfffffffF readme.txt",), ("container export c.mc blobs", 0, "blobs: 2 blobs\n"),
                ("container import d.mc blobs/ --deflate", 0, "d.mc: 2 blobs\n"), ("container get d.mc Se/cond 4294967295", 0, "hello\n"),
                ("container ls d.mc", 0, "~^First  1 blob\nSe/cond  1 blob\n"), ("container rm c.mc Se/cond",))
     tool.is_file("blobs/First/0x00000010", PLAIN)
-    tool.table(*((f"container put up.mc {name} 1 readme.txt",) for name in ("../up", "a", "b")),
-               ("container export up.mc others", 1, "others: 2 blobs\n", 'container "../up": no directory can have its name'))
+    tool.table(*((f"container put up.mc {name} 1 readme.txt",) for name in ("../up", '""', "a", "b")),  # "" led to the disk's root
+               *(("container export up.mc others", 1, "others: 2 blobs\n", f'container "{name}": no directory can have its name')
+                 for name in ("../up", "")))
     rotten = bytearray(tool.read("root/c.mc"))
     rotten[len(rotten) // 2] ^= 0x55
     tool.tree({"blobs/First/readme": b"", "root/rotten.mc": bytes(rotten), "root/cut.mc": bytes(rotten[:-1])})

@@ -41,7 +41,7 @@ def listing(tool):
 
 
 def changing(tool):
-    tool.tree({"root/m/one.txt": b"one", "root/n/Two.txt": b""})
+    tool.tree({"root/m/one.txt": b"one", "root/n/Two.txt": b"", "over/back/x": b""})
     # The end of a name finds a file, too; what changes files must not take one for another.
     tool.table(("cp readme.txt Notes/copy.txt",), ("cat copy.txt", 0, "hello\n"))
     tool.fails(*((line, "it finds notes/copy.txt; give that name to change it") for line in
@@ -49,6 +49,8 @@ def changing(tool):
                   "gunzip readme.txt copy.txt", "backup copy.txt", "touch copy.txt")))
     tool.run("cp textures/a.dds notes/COPY.txt")
     tool.is_file("root/Notes/copy.txt", b"pixels")
+    tool.table(("cp notes/copy.txt 'back\\'",),
+               ("--add over rm -r back", 0, "", "back: it was removed from one source; another has it still"))
     tool.table(("mkdir made/deep",), ("mv m/one.txt m/two.txt",), ("rm notes/copy.txt",), ("touch m/fresh",), ("backup m/fresh",),
                ("crc m/two.txt zebra", 1, "%08x %12d  m/two.txt\n" % (zlib.crc32(b"one"), 3), "enginefs: zebra: "),
                ("cp **/two.txt both/", 1, "", "n/two.txt: both/two.txt was just made of another file"))
@@ -99,6 +101,12 @@ def whose_file_it_is(tool):
     for name, data in (("here/out.txt", b"outside"), ("here/dir/a.txt", b"a"), ("tree/into/b1.txt", None), ("tree/dir/b2.txt", b"2")):
         tool.is_file(name, data)
     tool.check(os.path.isdir(tool.path("tree/end.txt")), "mkdir: nothing was made")
+    # The disk itself shows a root that is the current directory: neither its directories as files, nor its files twice.
+    at_home = {"cwd": tool.path("tree")}
+    tool.run("enginefs rm sub", 1, err="enginefs: sub: it is a directory; -r removes", **at_home)
+    tool.run("enginefs stat b2.txt", 0, "~\nshadows +0\n$", **at_home)
+    if tool.native:
+        tool.run(f"enginefs ls {tool.path('tree/sub/')}", 0, "sub/end.txt\n", **at_home)
     tool.write("tree/case/file.txt", b"lower")
     if len(os.listdir(tool.path("tree/case"))) == 2:  # a disk that tells case apart
         for line in ("mv case/file.txt m", "touch case/file.txt", "cp into/x case/file.txt"):
@@ -118,10 +126,12 @@ def forms_of_output(tool):
                ("sources --json", 0, '~"place": ".*root/",\\s+"kind": "root"'),
                ("which s.bin --json", 0, '~"name": "s.bin",\\s+"shadowed": false'),
                ("stat forms/*.txt --json", 0, '~"size": 2,\\s+"time": "....-..-..T..:..:..Z"'),
+               ("crc FORMS/BIG.TXT --spelling", 0, "~  forms/Big.Txt\n$"),
                ("crc s.bin --json", 0, '~"name": "s.bin",\\s+"crc": %d,\\s+"size": 2' % zlib.crc32(b"12")),
                ("ls --color always forms", 0, "\x1b[1;34mforms/sub\x1b[0m/\nforms/big.txt\n"),
                ("ls --color always nowhere", 1, "", "\x1b[31menginefs\x1b[0m: nowhere: "), ("ls --color red", 2, "", "--color"))
-    if tool.native:  # what would steer a terminal is escaped there
+    if tool.native:  # what would steer a terminal is escaped there; what is longer than it says is whole
+        tool.run("enginefs cat /proc/sys/kernel/ostype", 0, "Linux\n")
         tool.tree({"root/esc/a\x1bb": b"", "root/esc/c\x7f\u009bd": b""})
         tool.table(("ls --color always esc", 0, "esc/a\\x1bb\nesc/c\\x7f\\x9bd\n"), ("ls esc", 0, "esc/a\x1bb\nesc/c\x7f\u009bd\n"),
                    ("load --color always esc/a*", 0, r"~esc/a\\x1bb: "))
@@ -134,6 +144,7 @@ def names_in_other_scripts(tool):
         tool.table((f"cat {name}", 0, name), (f"find {name}", 0, f"{name}\n"), (f"cp {name} {name}.copy",),
                    (f"cat {name}.none", 1, "", f"enginefs: {name}.none: "))
         tool.is_file(f"root/{name}.copy", name.encode())
+    tool.run("find ?.txt", 0, "\u30c2.txt\n")
     tool.write("\u30dd/\u30b9\u30c8.txt", b"post")
     tool.table(("--add \u30dd cat \u30b9\u30c8.txt", 0, "post"), ("pack \u30dd.pak \u30dd", 0, "~1 file, "),
                ("list \u30dd.pak", 0, "\u30b9\u30c8.txt\n"), ("unpack \u30dd.pak \u30dd/\u00e9",))
@@ -169,6 +180,14 @@ def interruptions(tool):
         heard = running.communicate(timeout=60)[1].decode()
         tool.check(running.returncode == 1 and "stopped: the rest was not unpacked" in heard and not os.listdir(tool.path("stopped")),
                    f"{number}: it ended with {running.returncode}, or left something half-made: {heard}")
+    damaged = bytearray(tool.read("slow.pak"))
+    damaged[len(damaged) // 2] ^= 0xFF
+    tool.write("slow.pak", bytes(damaged))
+    reader, writer = os.pipe()
+    os.close(reader)  # nobody hears of the damage
+    ended = subprocess.run(tool.words("unpack slow.pak stopped"), cwd=tool.where, stderr=writer, check=False, timeout=60)
+    os.close(writer)
+    tool.check(ended.returncode == 1 and not os.listdir(tool.path("stopped")), f"a closed pipe: {ended}")
 
 
 def watching(tool):
@@ -192,9 +211,11 @@ def unlisted_directories(tool):
         os.chmod(tool.path(name), 0o777)
     for name in locked:
         os.chmod(tool.path(name), 0)
+    os.utime(tool.path("slow"), (1600000000, 1600000000))  # so that it is recorded
     someone = {"user": 65534} if os.geteuid() == 0 else {}
-    for line, err in (("pack out/part.pak part", "part/locked: it cannot be listed: "), ("rm -r shut", "enginefs: shut: ")):
-        tool.run(line, 1, err=err, **someone)
+    for line, err in (("pack out/part.pak part", "part/locked: it cannot be listed: "), ("rm -r shut", "enginefs: shut: "),
+                      ("--cache out/cache --add slow --add part cache build", "enginefs: part: ")):
+        tool.run(line, 1, "~", err=err, **someone)
     for name in locked:
         os.chmod(tool.path(name), 0o700)
     tool.is_file("out/part.pak", b"what was there")
@@ -220,14 +241,20 @@ def command_lines(tool):
                ("--log shouting ls", 2, "", "--log: shouting not in"),
                ("--log debug sources", 0, "~root +writable", "DEBG: [FileSystem] > Initializing fs from"),
                ("enginefs --root nowhere ls", 1, "", "there is no such directory"),
+               ('enginefs --root "" ls', 2, "", "--root: it names no directory"),
                ("--add nowhere ls", 1, "", "enginefs: nowhere: there is no such directory"),
                ("container put --help", 0, "~Usage: "))
 
 
 def output_that_fails(tool):
     with open("/dev/full", "wb") as full:
-        for line in ("ls", "cat readme.txt", "--help"):
+        for line in ("ls", "cat readme.txt", "--help", "cat readme.txt zebra"):  # what a message flushed was lost untold
             tool.run(line, 1, err="enginefs: standard output: it cannot be written: No space", stdout=full)
+        with subprocess.Popen(tool.words("watch"), cwd=tool.where, stdout=full, stderr=subprocess.PIPE) as running:
+            running.stderr.readline()
+            tool.write("root/unseen", b"")
+            said = running.communicate(timeout=60)[1]
+        tool.check(running.returncode == 1 and b"standard output: it cannot be written" in said, f"watch: a full disk: {said}")
 
 
 def walk_of_the_guide(tool):

@@ -12,11 +12,6 @@ namespace {
 
 namespace stdfs = std::filesystem;
 
-struct Recorded {
-    std::string path;
-    std::uint64_t size = 0;
-};
-
 struct Given {
     const SessionOptions* session = nullptr;
 };
@@ -29,17 +24,22 @@ std::string directory_of(const Given& given) {
 }
 
 /// With `partial` also what a writer that was stopped has left beside a listing: its name and two numbers.
-std::vector<Recorded> listings_in(const std::string& dir, bool partial = false) {
-    std::vector<Recorded> found;
-    std::error_code unknown;
+std::vector<std::string> listings_in(const std::string& dir, bool partial = false) {
+    std::vector<std::string> found;
+    std::error_code error, unknown;
     if (!stdfs::is_directory(fs::to_path(dir), unknown)) return found;
-    for (const stdfs::directory_entry& entry : stdfs::directory_iterator(fs::to_path(dir))) {
+    const stdfs::directory_iterator entries(fs::to_path(dir), error);
+    if (error) {
+        fail(dir, "it cannot be listed: " + error.message());
+        throw CommandFailed();
+    }
+    for (const stdfs::directory_entry& entry : entries) {
         const stdfs::path name = entry.path().filename();
         const bool is_partial = partial && name.stem().stem().extension() == ".fsc";
         if ((name.extension() != ".fsc" && !is_partial) || !entry.is_regular_file(unknown)) continue;
-        found.push_back({fs::from_path(entry.path()), entry.file_size(unknown)});
+        found.push_back(fs::from_path(entry.path()));
     }
-    std::sort(found.begin(), found.end(), [](const Recorded& a, const Recorded& b) { return a.path < b.path; });
+    std::ranges::sort(found);
     return found;
 }
 
@@ -52,16 +52,17 @@ std::string directory_in(const std::string& path) {
     return in.read(directory.data(), static_cast<std::streamsize>(directory.size())) ? directory : "";
 }
 
-bool show_listings(const std::vector<Recorded>& listings) {
+bool show_listings(const std::vector<std::string>& listings) {
     Listing listing;
     listing.note("       bytes  written               directory, and its listing");
-    for (const Recorded& one : listings) {
-        const std::string time = time_on_disk(one.path);
-        const std::string directory = directory_in(one.path);
-        const std::string columns = formatted("%12" PRIu64 "  %s  ", one.size, time.c_str());
+    for (const std::string& path : listings) {
+        std::error_code unknown;
+        const std::uint64_t size = stdfs::file_size(fs::to_path(path), unknown);
+        const std::string time = time_on_disk(path), directory = directory_in(path);
+        const std::string columns = formatted("%12" PRIu64 "  %s  ", size, time.c_str());
         const std::string shown_directory = directory.empty() ? "(damaged)" : shown(directory, Color::DIRECTORY);
-        listing.add({{"path", one.path}, {"size", one.size}, {"time", time}, {"directory", directory}},
-                    columns + shown_directory + "\n" + std::string(36, ' ') + shown(one.path));
+        listing.add({{"path", path}, {"size", size}, {"time", time}, {"directory", directory}},
+                    columns + shown_directory + "\n" + std::string(36, ' ') + shown(path));
     }
     return listing.finish();
 }
@@ -72,10 +73,10 @@ bool build(const Given& given) {
     if (!make_directory(dir, fs::to_path(dir))) return false;
     Session session;
     if (!session.mount(*given.session)) return false;
-    const std::vector<Recorded> listings = listings_in(dir);
+    const std::vector<std::string> listings = listings_in(dir);
     if (listings.empty())
         return fail(dir, "mounting recorded no listing there; only directories have one, or the disk is full");
-    return show_listings(listings);
+    return show_listings(listings) && session.is_whole();
 }
 
 bool show(const Given& given) {
@@ -86,10 +87,7 @@ bool show(const Given& given) {
     return show_listings(listings_in(dir));
 }
 
-bool drop(const Given& given) {
-    return for_all(listings_in(directory_of(given), true),
-                   [](const Recorded& listing) { return remove_on_disk(listing.path); });
-}
+bool drop(const Given& given) { return for_all(listings_in(directory_of(given), true), remove_on_disk); }
 
 }  // namespace
 

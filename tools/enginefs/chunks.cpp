@@ -115,11 +115,11 @@ private:
     bool good_ = true;
 };
 
-bool chunks(const Name& given) {
+bool chunks(const std::string& name) {
     fs::cachedrdfile file(window_size);
     fs::clear_error();
-    return (file.open(given.name.c_str(), EFSMode::READ) || fail_to_read(given.name)) &&
-           ChunkPrinter(file, given.name).print_tree(file.length());
+    return (file.open(name.c_str(), EFSMode::READ) || fail_to_read(name)) &&
+           ChunkPrinter(file, name).print_tree(file.length());
 }
 
 }  // namespace

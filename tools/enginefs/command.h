@@ -29,9 +29,6 @@ struct Added {
 };
 
 /// Arguments that several commands take.
-struct Name {
-    std::string name;
-};
 struct Names {
     std::vector<std::string> names;
 };
@@ -60,10 +57,9 @@ public:
     }
 
     /// One that takes names and patterns, and calls `run` for each of the files.
-    Added<Names> add(const char* name, const char* help, const char* argument, bool (*run)(const Name&)) {
-        const auto added = add_running<Names>(name, help, [run](const Names& given) {
-            return for_each_file(given.names, [run](const std::string& file) { return run({file}); });
-        });
+    Added<Names> add(const char* name, const char* help, const char* argument, bool (*run)(const std::string& file)) {
+        const auto added =
+            add_running<Names>(name, help, [run](const Names& given) { return for_each_file(given.names, run); });
         added->add_option(argument, added.given.names)->required();
         return added;
     }

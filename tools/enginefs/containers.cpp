@@ -13,8 +13,8 @@ namespace {
 struct Arguments {
     std::string file;
     std::string container;
-    std::string hash;
-    std::string name;  // of the file that goes in or comes out
+    std::optional<std::string> hash{};
+    std::string name{};  // of the file that goes in or comes out
     bool deflate = false;
     bool long_form = false;
 };
@@ -93,15 +93,17 @@ bool list(const Arguments& given) {
         return list_one(all, given, container, given.long_form, listing);
     };
     SMultiContainerStats stats;
-    if (!for_all(containers_of(all, given.file), list) || !all.GetStats(stats)) return false;
-    listing.note(counted(stats.containers, "container", "containers") + ", " + counted(stats.blobs, "blob", "blobs") +
-                 ", " + std::to_string(stats.live_bytes) + " bytes live, " + std::to_string(stats.wasted_bytes) +
-                 " wasted");
-    return listing.finish();
+    const bool good = for_all(containers_of(all, given.file), list) &&
+                      attempt(given.file, "its bytes cannot be counted", [&] { return all.GetStats(stats); });
+    if (good)
+        listing.note(counted(stats.containers, "container", "containers") + ", " +
+                     counted(stats.blobs, "blob", "blobs") + ", " + std::to_string(stats.live_bytes) + " bytes live, " +
+                     std::to_string(stats.wasted_bytes) + " wasted");
+    return listing.finish() && good;
 }
 
 bool get(const Arguments& given) {
-    const std::uint32_t hash = hash_of(given.hash);
+    const std::uint32_t hash = hash_of(*given.hash);
     CFileHashMultiContainer all;
     ztl::vector<unsigned char> blob;
     const auto fetch = [&] { return all.Fetch(given.container.c_str(), hash, blob); };
@@ -118,12 +120,7 @@ bool load(const std::string& name, std::vector<char>& data) {
     if (file == nullptr) return false;
     const std::uint64_t length = fs::length(file.get());
     if (length != failed && length > 0xFFFFFFFFu) return fail(name, "a blob holds at most 4294967295 bytes");
-    Progress progress("read " + name, length, true);
-    return read_to_end(file.get(), name, [&](const char* bytes, std::uint64_t size) {
-        progress.add(size);
-        data.insert(data.end(), bytes, bytes + size);
-        return true;
-    });
+    return fs::read_rest(file.get(), data) || fail_with_last_error(name, "it cannot be read");
 }
 
 struct RemoveFile {
@@ -157,7 +154,7 @@ bool put_blob(CFileHashMultiContainer& all, const Arguments& given, const std::s
 }
 
 bool put(const Arguments& given) {
-    const std::uint32_t hash = hash_of(given.hash);
+    const std::uint32_t hash = hash_of(*given.hash);
     std::vector<char> data;
     const auto add = [&](CFileHashMultiContainer& all) { return put_blob(all, given, given.container, hash, data); };
     return load(given.name, data) && save_change(given.file, true, add);
@@ -165,8 +162,8 @@ bool put(const Arguments& given) {
 
 bool remove(const Arguments& given) {
     const char* const container = given.container.c_str();
-    const bool one_blob = !given.hash.empty();
-    const std::uint32_t hash = one_blob ? hash_of(given.hash) : 0;
+    const bool one_blob = given.hash.has_value();
+    const std::uint32_t hash = one_blob ? hash_of(*given.hash) : 0;
     const std::string what = one_blob ? told(given.file, container, hash) : told(given.file, container);
     return save_change(given.file, false, [&](CFileHashMultiContainer& all) {
         return attempt(what, "it cannot be removed",
@@ -174,19 +171,19 @@ bool remove(const Arguments& given) {
     });
 }
 
-bool compact(const Name& given) {
+bool compact(const std::string& name) {
     const Interruption interruption;
     CFileHashMultiContainer all;
     SMultiContainerStats before;
     const auto count = [&] { return all.GetStats(before); };
-    if (!open(all, given.name, true) || !attempt(given.name, "it cannot be compacted", count)) return false;
-    Progress progress("compact " + given.name, before.live_bytes, true);
+    if (!open(all, name, true) || !attempt(name, "it cannot be compacted", count)) return false;
+    Progress progress("compact " + name, before.live_bytes, true);
     const auto tell = [](std::uint64_t done, std::uint64_t, void* user) {
         static_cast<Progress*>(user)->reach(done);
         return !Interruption::requested();
     };
-    return attempt(given.name, "it cannot be compacted", [&] { return all.Compact(tell, &progress); }) &&
-           print(shown(given.name) + ": " + std::to_string(before.wasted_bytes) + " bytes regained\n");
+    return attempt(name, "it cannot be compacted", [&] { return all.Compact(tell, &progress); }) &&
+           print(shown(name) + ": " + std::to_string(before.wasted_bytes) + " bytes regained\n");
 }
 
 using TakeBlob =
@@ -220,12 +217,11 @@ bool print_count(const std::string& name, std::uint64_t blobs, const char* behin
     return print(shown(name) + ": " + counted(blobs, "blob", "blobs") + behind + "\n");
 }
 
-bool verify(const Name& given) {
+bool verify(const std::string& name) {
     CFileHashMultiContainer all;
     std::uint64_t blobs = 0;
     const auto count = [&](const auto&...) { return ++blobs, true; };
-    return open(all, given.name, false) && for_each_blob(all, given.name, count) &&
-           print_count(given.name, blobs, ", all good");
+    return open(all, name, false) && for_each_blob(all, name, count) && print_count(name, blobs, ", all good");
 }
 
 bool export_blobs(const Arguments& given) {
@@ -236,7 +232,7 @@ bool export_blobs(const Arguments& given) {
     const Interruption interruption;
     const auto write = [&](const std::string& container, std::uint32_t hash, const ztl::vector<unsigned char>& bytes) {
         const std::string name = safe_name(container);
-        if (name != container) {
+        if (name.empty() || name != container) {
             if (unfit != container) fail(told(given.file, container), "no directory can have its name");
             unfit = container;
             return true;

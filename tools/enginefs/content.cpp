@@ -8,9 +8,9 @@
 
 namespace {
 
-bool cat(const Name& given) {
-    const fs::file_ptr file = open_file(given.name);
-    return file != nullptr && read_to_end(file.get(), given.name, print_bytes);
+bool cat(const std::string& name) {
+    const fs::file_ptr file = open_file(name);
+    return file != nullptr && read_to_end(file.get(), name, print_bytes);
 }
 
 bool copy(const FromTo& given, const char* label, FFSOpenFlags::FLAGS flags) {

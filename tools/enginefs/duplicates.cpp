@@ -1,6 +1,5 @@
 // duplicates: names that several sources hold, and files of equal content.
 
-#include <algorithm>
 #include <cinttypes>
 
 #include "command.h"
@@ -77,8 +76,7 @@ struct Given {
 };
 
 bool duplicates(const Given& given) {
-    Files names = list_files();
-    names.erase(std::unique(names.begin(), names.end()), names.end());
+    const Files names = list_files();
     Listing listing;
     if (!given.content_only) show_shadowed(names, listing);
     const bool good = given.names_only || show_equal(names, listing);

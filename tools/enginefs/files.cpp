@@ -51,15 +51,6 @@ fs::file_ptr open_file(const std::string& name) {
     return file;
 }
 
-std::uint64_t size_to_watch(const std::vector<std::string>& names) {
-    std::uint64_t total = 0;
-    for (std::size_t i = 0; is_terminal(2) && i < names.size(); ++i) {
-        const std::uint64_t size = fs::length(fs::open_file(names[i].c_str(), EFSMode::READ).get());
-        total += size != failed ? size : 0;
-    }
-    return total;
-}
-
 bool read_to_end(SFsFile* file, const std::string& name, const TakeBytes& take) {
     const std::uint64_t length = fs::length(file);
     std::uint64_t at = fs::tell(file);
@@ -75,7 +66,7 @@ bool read_to_end(SFsFile* file, const std::string& name, const TakeBytes& take) 
         if (got == 0) break;
         at += got;
     }
-    return length == failed || at == length ||
+    return length == failed || at >= length ||  // a file of the disk may grow meanwhile
            fail(name, "it ended after " + std::to_string(at) + " of " + std::to_string(length) + " bytes");
 }
 
@@ -194,13 +185,13 @@ bool Output::finish() {
     const auto commit = [this] { return fs::commit(file_.release()); };
     if (!attempt(name_, "it cannot be written", commit)) return false;
     if (beside_.empty()) return true;
-    std::error_code error;
-    const stdfs::file_status before = stdfs::symlink_status(place_, error);
+    std::error_code error, unkept;  // a disk need not keep modes and times
+    const stdfs::file_status before = stdfs::symlink_status(place_, unkept);
     if (stdfs::is_symlink(before))
-        stdfs::remove(place_, error);
+        stdfs::remove(place_, unkept);
     else if (stdfs::exists(before))
-        stdfs::permissions(beside_, before.permissions(), error);
-    if (time_) stdfs::last_write_time(beside_, *time_, error);
+        stdfs::permissions(beside_, before.permissions(), unkept);
+    if (time_) stdfs::last_write_time(beside_, *time_, unkept);
     stdfs::rename(beside_, place_, error);
     if (error) return fail(name_, "it cannot be replaced: " + error.message());
     beside_.clear();

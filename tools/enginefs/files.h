@@ -21,9 +21,6 @@ bool fail_to_read(const std::string& name, const std::string& otherwise = "it ca
 /// Opens a file for reading; null when it cannot be opened.
 fs::file_ptr open_file(const std::string& name);
 
-/// The bytes of files for a Progress; 0 where no terminal shows it.
-std::uint64_t size_to_watch(const std::vector<std::string>& names);
-
 /// Takes bytes one after another; false stops whoever gives them.
 using TakeBytes = std::function<bool(const char* data, std::uint64_t size)>;
 

@@ -89,8 +89,12 @@ void add_file(Listing& listing, const std::string& file, const Ls& options) {
 }
 
 bool list_directory(Listing& listing, const Ls& options, const std::string& given) {
-    std::string dir = normalised(is_root(given) ? "" : given);
+    std::string dir = normalised(given);
     if (dir.ends_with('/')) dir.pop_back();
+    for (const SFsSourceInfo& source : all_sources()) {  // a full path is one below its source
+        const std::string place = place_of(source);
+        if (place.ends_with('/') && (dir + "/").starts_with(place)) dir.erase(0, place.size());
+    }
     const std::vector<std::string> files = list_files(dir.c_str(), options.mask.c_str(), options.recursive);
     std::vector<std::string> dirs;
     if (!options.recursive && options.mask.empty() && !options.form.native) dirs = subdirectories(dir);
@@ -160,17 +164,19 @@ bool which(const Which& given) {
     return listing.finish() && good;
 }
 
-Fields facts_of(const std::string& name, const SFsSourceInfo& holder, SFsFile* file, std::size_t shadowed) {
+Fields facts_of(const std::string& name, const std::vector<SFsSourceInfo>& holders, SFsFile* file) {
     const auto say = [&](auto call) { return ask(name, [&] { return call(name.c_str()); }); };
+    // The disk itself shows what lies below the current directory: that is no second file.
+    const auto is_shadowed = [](const SFsSourceInfo& holder) { return !place_of(holder).empty(); };
     return {{"name", std::string(say(fs::root_path))},
-            {"source", told_place(holder)},
-            {"kind", kind_of(holder)},
+            {"source", told_place(holders[0])},
+            {"kind", kind_of(holders[0])},
             {"full_path", told_name(name, {.native = true})},
             {"size", json_or_null(fs::length(file))},
             {"time", json_or_null(time_on_disk(place_on_disk(name)))},
             {"read_only", say(fs::read_only)},
             {"protected", say(fs::is_protected)},
-            {"shadows", shadowed}};
+            {"shadows", std::count_if(holders.begin() + 1, holders.end(), is_shadowed)}};
 }
 
 std::string lines_of(const Fields& facts) {
@@ -194,7 +200,7 @@ bool show_files(const Names& given) {
         if (holders.empty()) return fail_not_held(name);
         const fs::file_ptr file = open_file(name);
         if (file == nullptr) return false;
-        const Fields facts = facts_of(name, holders[0], file.get(), holders.size() - 1);
+        const Fields facts = facts_of(name, holders, file.get());
         listing.add(facts, lines_of(facts));
         return true;
     });

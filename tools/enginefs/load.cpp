@@ -201,8 +201,6 @@ void add_load_command(Commands& commands) {
                "How many workers decode (default: as many as the library takes)");
     add_option(added.app, "--order FILE", added.given.order,
                "Load the names of this list, in its order (see fs::record_access)");
-    add_option(added.app, "--urgent NAME", added.given.urgent,
-               "A file that a frame waits for; may be given several times")
-        ->allow_extra_args(false);
+    add_repeatable(added.app, "--urgent NAME", added.given.urgent, "A file that a frame waits for; repeatable");
     commands.add_json(added.app, "As a JSON object");
 }

@@ -209,8 +209,7 @@ private:
     bool good_ = true;
 };
 
-bool log_check(const Name& given) {
-    const std::string& name = given.name;
+bool log_check(const std::string& name) {
     std::string text;
     fs::clear_error();
     if (!read_text(name.c_str(), text, nullptr))

@@ -23,7 +23,8 @@ bool remove_directory(const std::string& name) {
     fs::clear_error();
     fs::rem_dir(name.c_str());
     if (fs::last_error().code != EFSError::NONE) return fail_with_last_error(name, "it cannot be removed");
-    return !is_directory(name) || fail(name, "it is still there: not everything in it could be removed");
+    if (is_directory(name)) note(name, "it was removed from one source; another has it still");
+    return true;
 }
 
 bool remove_one(const std::string& name, bool recursive) {
@@ -42,9 +43,9 @@ bool rm(const Rm& given) {
     return for_each_file(given.names, [&](const std::string& name) { return remove_one(name, given.recursive); });
 }
 
-bool mkdir(const Name& given) {
-    if (is_listed(given.name)) return fail(given.name, "a file of this name is there");
-    return attempt(given.name, "it cannot be made", [&] { return fs::mkdir(given.name.c_str()); });
+bool mkdir(const std::string& name) {
+    if (is_listed(name)) return fail(name, "a file of this name is there");
+    return attempt(name, "it cannot be made", [&] { return fs::mkdir(name.c_str()); });
 }
 
 bool mv(const FromTo& given) {
@@ -53,8 +54,7 @@ bool mv(const FromTo& given) {
                                              [&] { return fs::rename(given.from.c_str(), given.to.c_str()); });
 }
 
-bool backup(const Name& given) {
-    const std::string& name = given.name;
+bool backup(const std::string& name) {
     const Interruption interruption;  // a move is a copy and a removal
     if (!can_change(name)) return false;
     for (const char* const extension : {".bak", ".ba1", ".ba2", ".ba3"})
@@ -69,6 +69,16 @@ struct Crc {
     std::vector<std::string> names;
     NameForm form;
 };
+
+/// The bytes of files for a Progress; 0 where no terminal shows it.
+std::uint64_t size_to_watch(const std::vector<std::string>& names) {
+    std::uint64_t total = 0;
+    for (std::size_t i = 0; is_terminal(2) && i < names.size(); ++i) {
+        const std::uint64_t size = fs::length(fs::open_file(names[i].c_str(), EFSMode::READ).get());
+        total += size != failed ? size : 0;
+    }
+    return total;
+}
 
 bool crc(const Crc& given) {
     std::vector<std::string> names = given.names;

@@ -7,6 +7,17 @@
 
 namespace stdfs = std::filesystem;
 
+namespace {
+
+/// Where the next character begins, in UTF-8.
+std::size_t behind_character(std::string_view text, std::size_t at) {
+    do ++at;
+    while (at < text.size() && (text[at] & 0xC0) == 0x80);
+    return at;
+}
+
+}  // namespace
+
 std::string lower_case(std::string text) {
     for (char& c : text)
         if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
@@ -19,8 +30,6 @@ std::string normalised(const std::string& name, bool keep_case) {
     out.resize(out.find('\0'));
     return out;
 }
-
-bool is_root(const std::string& directory) { return directory == "." || directory == "/"; }
 
 std::string full_native_path(const std::string& path) {
     std::error_code error;
@@ -50,7 +59,9 @@ bool matches(std::string_view pattern, std::string_view name) {
             part = {};
         } else if (left.starts_with('*')) {
             part = {++p, n};
-        } else if (!left.empty() && (left[0] == name[n] || (left[0] == '?' && name[n] != '/'))) {
+        } else if (left.starts_with('?') && name[n] != '/') {
+            ++p, n = behind_character(name, n);
+        } else if (left.starts_with(name[n])) {
             ++p, ++n;
         } else if (part.pattern != none && name[part.name] != '/') {
             p = part.pattern, n = ++part.name;
@@ -89,11 +100,15 @@ std::vector<SFsSourceInfo> all_sources() {
 }
 
 std::vector<SFsSourceInfo> holders_of(const std::string& name, FFSOpenFlags::FLAGS flags) {
-    return ask(name, [&] {
+    std::vector<SFsSourceInfo> holders = ask(name, [&] {
         std::vector<SFsSourceInfo> sources;
         fs::find_holders(name.c_str(), sources, flags);
         return sources;
     });
+    // The disk itself has directories too, and shows those of a root that is the current one.
+    if (!holders.empty() && place_of(holders.back()).empty() && is_directory(name) && fs::does_dir_exist(name.c_str()))
+        holders.pop_back();
+    return holders;
 }
 
 std::string place_of(const SFsSourceInfo& source) { return source.path_name + source.file_name; }
@@ -108,7 +123,8 @@ std::string told_name(const std::string& name, const NameForm& form) {
     std::string place = place_on_disk(name);
     if (form.native && !place.empty()) return place;
     if (form.native) return place_of(holders_of(name).at(0)) + "/" + fs::root_path(name.c_str());
-    return lower_case(place).ends_with(name) ? place.substr(place.size() - name.size()) : name;
+    const std::string clean = normalised(name);
+    return lower_case(place).ends_with(clean) ? place.substr(place.size() - clean.size()) : name;
 }
 
 std::vector<std::string> list_files(const char* dir, const char* mask, bool recursive) {
@@ -143,12 +159,13 @@ bool for_each_file(std::vector<std::string> names, const std::function<bool(cons
 bool for_each_target(std::vector<std::string> names, const std::function<bool(const FromTo&)>& run, Rename rename) {
     std::string to = names.back();
     names.pop_back();
-    const bool is_into = is_root(to) || to.ends_with('/') || is_directory(to), good = expand(names);
-    if (names.size() > 1 && !is_into) return fail(to, "it is no directory, which several files need");
-    if (is_root(to))
-        to = "./";
-    else if (is_into && !to.ends_with('/'))
+    std::ranges::replace(to, '\\', '/');
+    if (to == "." || to == "/")
+        to = "./";  // the root of all sources
+    else if (is_directory(to) && !to.ends_with('/'))
         to += '/';
+    const bool is_into = to.ends_with('/'), good = expand(names);
+    if (names.size() > 1 && !is_into) return fail(to, "it is no directory, which several files need");
     std::set<std::string> made;
     const auto run_one = [&](const std::string& name) {
         const std::string own = name.substr(name.find_last_of("/\\") + 1);
@@ -160,11 +177,8 @@ bool for_each_target(std::vector<std::string> names, const std::function<bool(co
 }
 
 bool is_listed(const std::string& name) {
-    const std::string clean = normalised(name);
-    const std::size_t split = clean.rfind('/') + 1;
-    const std::string dir = clean.substr(0, split == 0 ? 0 : split - 1);
-    const std::vector<std::string> found = list_files(dir.c_str(), clean.c_str() + split, false);
-    return std::ranges::find(found, clean) != found.end();
+    const auto is_listing = [](const SFsSourceInfo& holder) { return !place_of(holder).empty(); };
+    return std::ranges::any_of(holders_of(name, FFSOpenFlags::WHOLE_NAME), is_listing);
 }
 
 bool is_indexed(const std::string& name) {

@@ -22,9 +22,6 @@ std::string lower_case(std::string text);
 /// The name as the library holds it: "/" separators, dots resolved, lower case unless `keep_case`.
 std::string normalised(const std::string& name, bool keep_case = false);
 
-/// Whether somebody means the root of all sources, where a directory can stand.
-bool is_root(const std::string& directory);
-
 /// The full form of a path as somebody typed it, with "/" separators, and none at its end.
 std::string full_native_path(const std::string& path);
 

@@ -240,7 +240,7 @@ bool write_packs(const Tree& tree, const std::vector<std::string>& names, std::u
     const Interruption interruption;
     Volumes volumes(out, how);
     Compressor compressor(names.size(), [&](std::size_t i, fs::entry_packer& packer) {
-        const bool store = stored.count(fs::from_path(fs::to_path(names[i]).extension())) != 0;
+        const bool store = stored.contains(names[i].substr(std::min(names[i].rfind('.'), names[i].size())));
         return make_file(tree, names[i], how.deterministic,
                          store ? SFsPacking{.method = EFSPackMethod::STORE} : packing, packer);
     });
@@ -251,7 +251,8 @@ bool write_packs(const Tree& tree, const std::vector<std::string>& names, std::u
         if (Interruption::requested()) return fail(out, "interrupted; it is as it was");
         progress.add(file.entry.size);
     }
+    if (!volumes.finish()) return false;
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-    return volumes.finish() && print(shown(out) + ": " + counted(names.size(), "file", "files") +
-                                     volumes.summary(total_bytes) + formatted(", %.1f s\n", took.count()));
+    return print(shown(out) + ": " + counted(names.size(), "file", "files") + volumes.summary(total_bytes) +
+                 formatted(", %.1f s\n", took.count()));
 }

@@ -5,16 +5,15 @@
 #include <iostream>
 #include <new>
 #include <numeric>
-#include <set>
 #include <sstream>
-
-#include "command.h"
+#include <utility>
 
 namespace {
 
 void add_session_options(CLI::App& app, SessionOptions& options, Style& style) {
     add_option(&app, "--root DIR", options.root,
-               "Directory that is asked after packs and written to (default: the current one)");
+               "Directory that is asked after packs and written to (default: the current one)")
+        ->check([](const std::string& given) { return given.empty() ? "it names no directory" : ""; });
     add_repeatable(
         &app, "--add PATH", options.sources,
         "Further source: a pack (.pak, .mpak, or by an http or https URL), which is asked before the root, or "
@@ -24,9 +23,8 @@ void add_session_options(CLI::App& app, SessionOptions& options, Style& style) {
         "Do not look on the disk for names that no source holds");
     add_option(&app, "--cache DIR", options.cache_dir,
                "Cache directory, which holds recorded listings (see the command \"cache\")");
-    const std::set<std::string> levels = {"none", "fatal", "error", "info", "warn", "debug", "verbose", "all"};
-    add_option(&app, "--log LEVEL", options.log_level, "Show the library's messages of this level on standard error")
-        ->check(CLI::IsMember(levels));
+    add_option(&app, "--log LEVEL", options.log_level, "Show the library's messages up to this level on standard error")
+        ->check(CLI::IsMember({"none", "fatal", "error", "info", "warn", "debug", "verbose", "all"}));
     add_option(&app, "--color WHEN", style.color,
                "Colours: always, never, or, by default, on a terminal unless NO_COLOR is set")
         ->check(CLI::IsMember({"auto", "always", "never"}));
@@ -71,7 +69,7 @@ std::string message_of(const CLI::App* app, const CLI::Error& error) {
     while (!app->get_subcommands().empty()) app = app->get_subcommands().front();
     const auto code = static_cast<CLI::ExitCodes>(error.get_exit_code());
     const bool is_unknown = code == CLI::ExitCodes::ExtrasError || code == CLI::ExitCodes::RequiredError;
-    std::string text = std::string("enginefs: ") + error.what() + "\n";
+    std::string text = "enginefs: " + printable(error.what()) + "\n";
     if (is_unknown && !unknown.empty()) {
         const bool is_option = unknown[0].starts_with('-');
         const std::string meant = suggestion(*app, unknown[0]);
@@ -93,7 +91,8 @@ Program::Program() : app_("Lists, reads, explains and changes what the engine's 
         "Names use \"/\" and any case; a name that begins with \"-\" stands behind \"--\". A file is also found by the "
         "end of its name (\"one.txt\" for \"levels/one.txt\"), but only changed by the whole of it. Where names are "
         "taken "
-        "so are patterns of whole names: \"*\" and \"?\" within a directory, \"**\" across. Options of this page stand "
+        "so are patterns of whole names: \"*\" and \"?\" within a directory, \"**\" across. The options of \"enginefs "
+        "--help\" stand "
         "before or behind the command. Exit status: 0 done, 1 not found or failed, 2 wrong command line.");
     app_.failure_message(message_of);
     app_.set_version_flag("--version", "enginefs " ENGINE_VERSION);

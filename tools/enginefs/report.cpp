@@ -23,6 +23,14 @@ bool as_zeros = false;
 bool has_colors = false;   // standard output
 bool has_escapes = false;  // the same, of control characters
 bool has_error_colors = false;
+bool has_progress = false;  // standard error, in the line that is written next; the main thread's
+
+/// Whatever is written stands in a line of its own.
+void clear_progress() {
+    if (!has_progress) return;
+    std::fprintf(stderr, "\r%79s\r", "");
+    has_progress = false;
+}
 
 bool takes_colors(const std::string& color, int stream) {
     const char* const no_color = std::getenv("NO_COLOR");
@@ -122,7 +130,8 @@ std::string counted(std::uint64_t count, const char* one, const char* many) {
 }
 
 bool fail(const std::string& name, const std::string& reason) {
-    std::fflush(stdout);
+    flush_output();
+    clear_progress();
     std::fprintf(stderr, has_error_colors ? "\x1b[31menginefs\x1b[0m: %s: %s\n" : "enginefs: %s: %s\n",
                  name.empty() ? "\"\"" : printable(name).c_str(), printable(reason).c_str());
     return false;
@@ -145,6 +154,7 @@ void note(const std::string& name, const std::string& text) { fail(name, text); 
 bool print(const std::string& text) { return print_bytes(text.data(), text.size()); }
 
 bool print_bytes(const void* data, std::uint64_t size) {
+    clear_progress();
     errno = 0;
     if (std::fwrite(data, 1, size, stdout) != size) remember_failure();
     return output_error == 0;
@@ -154,10 +164,14 @@ bool print_json(const Json& json, int indent) {
     return print(json.dump(indent, ' ', false, Json::error_handler_t::replace) + "\n");
 }
 
-int finish_output(int status) {
+bool flush_output() {
     errno = 0;
     if (std::fflush(stdout) != 0) remember_failure();
-    if (output_error == 0) return status;
+    return output_error == 0;
+}
+
+int finish_output(int status) {
+    if (flush_output()) return status;
     fail("standard output", std::string("it cannot be written: ") + std::strerror(output_error));
     return exit_failed;
 }
@@ -187,9 +201,7 @@ bool Listing::finish() const { return as_json ? print_json(items_) : print(""); 
 Progress::Progress(const std::string& label, std::uint64_t total, bool bytes)
     : label_(printable(label)), total_(total == failed ? 0 : total), bytes_(bytes), watched_(is_terminal(2)) {}
 
-Progress::~Progress() {
-    if (drawn_ != Clock::time_point()) std::fprintf(stderr, "\r%79s\r", "");
-}
+Progress::~Progress() { clear_progress(); }
 
 void Progress::add(std::uint64_t amount) {
     done_ += amount;
@@ -210,6 +222,7 @@ void Progress::draw(double seconds) const {
         line += ", " + std::to_string(left) + " s left";
     }
     std::fprintf(stderr, "\r%-79.79s", line.c_str());
+    has_progress = true;
 }
 
 std::string Progress::amount_text(double amount) const {

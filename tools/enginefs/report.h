@@ -94,6 +94,9 @@ bool print_bytes(const void* data, std::uint64_t size);
 /// Names are bytes; what is no UTF-8 is shown with replacement characters. `indent` -1: all of it in one line.
 bool print_json(const Json& json, int indent = 2);
 
+/// Hands on what was printed; false when it could not be.
+bool flush_output();
+
 /// `status`, or exit_failed with a message when standard output could not be written.
 int finish_output(int status);
 

@@ -17,18 +17,19 @@
 
 namespace {
 
-constexpr int asking_to_end[] = {
-    SIGINT, SIGTERM,
-#if defined(SIGHUP)
-    SIGHUP  // the terminal was closed
+#if defined(_WIN32)
+constexpr int asking_to_end[] = {SIGINT, SIGTERM};
+constexpr int closed_pipe = 0;  // writing just fails
+#else
+constexpr int closed_pipe = SIGPIPE;  // nobody reads any more what is told
+constexpr int asking_to_end[] = {SIGINT, SIGTERM, SIGHUP /* the terminal was closed */, closed_pipe};
 #endif
-};
 volatile std::sig_atomic_t requests = 0;  // a signal handler may touch nothing else
 int depth = 0;
 
 void remember(int number) {
     requests = 1;
-    std::signal(number, SIG_DFL);
+    if (number != closed_pipe) std::signal(number, SIG_DFL);  // what is told meanwhile would end it half-way
 }
 
 /// What is ignored, as behind nohup, stays so.

@@ -8,8 +8,8 @@ void prepare_streams();
 bool is_terminal(int stream);
 bool shows_colors(int stream);
 
-/// While it lives, the first Ctrl-C (or other request to end) is only remembered, for good, so that half a result can be
-/// removed; the second ends the program as usual. One within another is the same one.
+/// While it lives, the first Ctrl-C (or other request to end, or a pipe that nobody reads any more) is only remembered, for
+/// good, so that half a result can be removed; the second ends the program as usual. One within another is the same one.
 class Interruption {
 public:
     Interruption();

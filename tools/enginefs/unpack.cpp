@@ -23,21 +23,15 @@ struct List {
     bool long_form = false;
 };
 
-/// Remembers the names it is asked for. Whether one was taken before: in the same spelling or, where the disk does not
-/// tell case apart, in another.
-class TakenNames {
-public:
-    bool take(const std::string& name, const stdfs::path& target) {
-        std::error_code error;
-        const bool is_new = exact_.insert(name).second;
-        const bool folded_is_new = folded_.insert(lower_case(name)).second;
-        return is_new && (folded_is_new || !stdfs::exists(stdfs::symlink_status(target, error)));
-    }
+using SeenNames = std::unordered_set<std::string>;
 
-private:
-    std::unordered_set<std::string> exact_;
-    std::unordered_set<std::string> folded_;
-};
+/// Whether a mount reads this entry by its name; if not, says why of `told`. `before` has the names of the entries before
+/// it.
+bool is_read_by_name(const SFsPackEntry& entry, const std::string& told, SeenNames& before) {
+    if (safe_name(entry.name).empty()) return fail(told, "its name leads out of the pack, or holds a colon");
+    return before.insert(normalised(entry.name)).second ||
+           fail(told, "an entry before it has the same name: nobody reads this one");
+}
 
 bool is_older(const stdfs::path& file, stdfs::file_time_type than) {
     std::error_code error;
@@ -71,7 +65,7 @@ private:
         for (const SFsPackEntry& entry : pack_.entries()) {
             bool wanted = given_.names.empty();
             for (std::size_t i = 0; i < used.size(); ++i) {
-                if (!selects(given_.names[i], entry.name)) continue;
+                if (!selects(given_.names[i], normalised(entry.name))) continue;
                 wanted = used[i] = true;
             }
             if (wanted) chosen.push_back(&entry);
@@ -82,11 +76,10 @@ private:
     }
 
     bool unpack(const SFsPackEntry& entry, Progress& progress) {
+        if (!is_read_by_name(entry, entry.name, before_)) return false;
         const std::string name = safe_name(entry.name);
-        if (name.empty()) return fail(entry.name, "its name would lead out of the directory");
         const stdfs::path target = root_ / fs::to_path(name);
         std::error_code error;
-        if (!taken_.take(name, target)) return fail(entry.name, "an entry before it has the same name");
         const bool is_there = stdfs::exists(stdfs::symlink_status(target, error));
         if (is_there &&
             (given_.overwrite == "never" || (given_.overwrite == "older" && !is_older(target, disk_time(entry)))))
@@ -118,7 +111,7 @@ private:
     const stdfs::path root_;
     const Interruption interruption_;
     LocalTimes times_;
-    TakenNames taken_;
+    SeenNames before_;
     Listing listing_;  // of a dry run
     bool good_ = true;
     bool stopped_ = false;
@@ -137,16 +130,11 @@ bool verify_one(const std::string& name) {
     for (const SFsPackEntry& entry : pack.entries()) total += entry.size;
     Progress progress("verify " + name, total, true);
     std::size_t good = 0;
-    std::unordered_set<std::string> names;
+    SeenNames before;
     for (const SFsPackEntry& entry : pack.entries()) {
         const std::string label = name + ": " + entry.name;
         const auto take = [&](const char*, std::uint64_t size) { return progress.add(size), true; };
-        if (safe_name(entry.name).empty())
-            fail(label, "its name leads out of the pack");
-        else if (!names.insert(normalised(entry.name)).second)
-            fail(label, "an entry before it has the same name: nobody reads this one");
-        else if (pack.read(entry.name, label, take))
-            ++good;
+        if (is_read_by_name(entry, label, before) && pack.read(entry.name, label, take)) ++good;
     }
     const std::size_t findings = pack.entries().size() - good;
     print(shown(name) + ": " + counted(good, "entry", "entries") +

@@ -1,7 +1,6 @@
 // watch: what changes in the sources, as it changes.
 
 #include <chrono>
-#include <cstdio>
 #include <thread>
 
 #include "command.h"
@@ -52,7 +51,7 @@ bool run_watch(const Given& given) {
             if (given.count != 0 && --left == 0) return true;
         }
         // Whoever reads the other end of a pipe wants each as it comes.
-        if (!changes.empty() && std::fflush(stdout) != 0) return false;
+        if (!changes.empty() && !flush_output()) return false;
         std::this_thread::sleep_for(between_polls);
     }
     return true;

@@ -6,8 +6,7 @@
 
 bool Contents::add(const std::string& path) {
     Place& place = places_.emplace_back();
-    place.name =
-        path != "." ? path : fs::from_path(fs::to_path(full_native_path(path + "/x")).parent_path().filename());
+    place.name = path != "." ? path : fs::from_path(fs::to_path(full_native_path(path)).filename());
     if (!place.tree.open(path)) return false;
     is_whole_ = place.tree.is_whole() && is_whole_;
     place.tree.is_pack() ? add_entries(place.tree) : add_disk_files(place.tree);

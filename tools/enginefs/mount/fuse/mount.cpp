@@ -1,3 +1,5 @@
+// The command itself: what must hold before a view is shown, and its life in the background.
+
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -40,7 +42,6 @@ public:
         if (child == 0) {
             close(ends[0]);
             pipe_ = ends[1];
-            setsid();
             return true;
         }
         close(ends[1]);
@@ -53,6 +54,7 @@ public:
     /// All is well. Nothing happens in a process that was not started so.
     void tell() {
         if (pipe_ < 0) return;
+        setsid();  // until now what ends the caller ends this process too
         if (chdir("/") != 0) note("--detach", std::strerror(errno));
         const int nowhere = ::open("/dev/null", O_RDWR | O_CLOEXEC);
         for (int stream = 0; nowhere >= 0 && stream <= 2; ++stream) dup2(nowhere, stream);
