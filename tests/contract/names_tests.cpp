@@ -1,7 +1,11 @@
+#include <engine/filesystem/access/open.h>
+#include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/contract/names.h>
 #include <engine/filesystem/contract/path.h>
+#include <engine/filesystem/streams/memory.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <random>
@@ -12,6 +16,7 @@
 
 #include "engine/filesystem/contract/name_list.h"
 #include "tests/log/log_fixture.h"
+#include "tests/support/child_process.h"
 
 namespace {
 
@@ -371,6 +376,35 @@ TEST_F(DumpedDirectories, AreATreeWithDuplicatesMarked) {
                                 "    twin (duplicated resource in the same filesystem source)\r\n"};
     for (std::size_t i = 0; i < 3; ++i) EXPECT_TRUE(console_lines[i].text.ends_with(ends[i])) << console_lines[i].text;
     DumpDirectories(&deep, -5);
+}
+
+TEST(OpenFile, SaysThatItsKindCannotDoWhatItIsAsked) {
+    FileInMemory file(nullptr, 0);
+    for (const auto operation : {+[](SFsFile& at) { return at.set_eof(); },
+                                 +[](SFsFile& at) { return at.read_async(nullptr, 0, 0, nullptr, 0); },
+                                 +[](SFsFile& at) { return at.write_async(nullptr, 0, 0, nullptr, 0); }}) {
+        fs::clear_error();
+        EXPECT_FALSE(operation(file));
+        EXPECT_EQ(fs::last_error().code, EFSError::UNSUPPORTED);
+    }
+}
+
+/// A static object of the host, which uses the library last of all.
+struct LastCaller {
+    bool calls = false;
+    ~LastCaller() {
+        if (calls && (fs::commit(nullptr) || fs::last_error().code != EFSError::INVALID_ARGUMENT)) std::_Exit(1);
+    }
+} last_caller;
+
+TEST(LastErrorChild, DISABLED_Ends) {
+    EXPECT_EQ(fs::open(std::string(100, 'n').c_str(), EFSMode::READ), nullptr);
+    last_caller.calls = true;
+}
+
+// It wrote into freed memory, which the sanitizers see.
+TEST(LastError, IsToldToWhatIsDestroyedAfterTheThreadsOwn) {
+    EXPECT_EQ(run_child("LastErrorChild.DISABLED_Ends").exit_code, 0);
 }
 
 TEST(NameMatches, FollowsStarsAndQuestionMarks) {
