@@ -2,7 +2,6 @@
 // recorded length and whether a valid stream is made of the rest. The source refuses a length that no deflated bytes of
 // that size can reach, and opens every other entry that the archive can decompress.
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <vector>
 
@@ -10,13 +9,11 @@
 
 #include <engine/filesystem/sources/memory_archive.h>
 
+#include "fuzz/require.h"
+
 namespace {
 
 constexpr std::uint64_t best_ratio = 1032;  // of deflate
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
 
 std::vector<std::uint8_t> zipped(const std::uint8_t* data, std::size_t size) {
     uLongf length = compressBound(static_cast<uLong>(size));

@@ -1,18 +1,15 @@
 // Walks a chunk file as a reader does that trusts it: into every chunk that is not a data chunk, over the others.
 #include <cstdint>
-#include <cstdlib>
 
 #include <engine/filesystem/streams/chunk.h>
 #include <engine/filesystem/streams/memory.h>
+
+#include "fuzz/require.h"
 
 namespace {
 
 constexpr int deepest = 50;
 constexpr int most_chunks = 1000;
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
 
 void walk(fs::ifile& stream, std::uint64_t end, int depth, int& chunks) {
     while (stream.tell() < end && ++chunks < most_chunks) {

@@ -1,10 +1,11 @@
 // Configuration text of any bytes, which may include itself in pieces.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include <engine/kernel/parser.h>
+
+#include "fuzz/require.h"
 
 namespace {
 
@@ -13,10 +14,6 @@ bool read_piece(const char* name, std::string& out, void* user) {
     const std::string& whole = *static_cast<const std::string*>(user);
     out = whole.substr(whole.size() * static_cast<unsigned char>(name[0]) / 256);
     return true;
-}
-
-void check(bool holds) {
-    if (!holds) std::abort();
 }
 
 std::size_t touch(const char* text) { return text == nullptr ? 0 : std::string(text).size(); }
@@ -32,16 +29,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::size_t characters = 0;
     for (std::uint32_t i = 0; i < parsed->CommandCount(); ++i) {
         const kernel::SConfigCommand& command = parsed->Command(i);
-        check(command.line >= 1 && command.column >= 1);
+        require(command.line >= 1 && command.column >= 1);
         for (std::uint32_t at = 0; at < command.value_count; ++at) {
             const kernel::SConfigValue& value = command.values[at];
-            check((value.type == kernel::EConfigValue::STRING) == (value.string != nullptr));
-            check(value.type == kernel::EConfigValue::INT || value.integer == 0);
+            require((value.type == kernel::EConfigValue::STRING) == (value.string != nullptr));
+            require(value.type == kernel::EConfigValue::INT || value.integer == 0);
             characters += touch(value.string);
         }
     }
     for (std::uint32_t i = 0; i < parsed->ErrorCount(); ++i) characters += touch(parsed->Error(i).text);
-    check(characters <= 400u * 65536u + 300u * 20u * (size + 100u) * 20u);
+    require(characters <= 400u * 65536u + 300u * 20u * (size + 100u) * 20u);
     parsed->Release();
     return 0;
 }

@@ -4,20 +4,17 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include <engine/filesystem/streams/memory.h>
 
+#include "fuzz/require.h"
+
 namespace {
 
 constexpr std::size_t control_bytes = 8;
 constexpr std::size_t plain_limit = 1 << 20;
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
 
 /// zlib's own decoding of the first member. False when it refuses.
 bool decode(const std::uint8_t* data, std::size_t size, std::string& plain) {

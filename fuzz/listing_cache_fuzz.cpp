@@ -1,20 +1,16 @@
 // A stored listing whose bytes are anything. The first byte says whether the checksum is made good, so that what lies
 // behind it is reached; what decodes must then replay and encode to the same bytes.
 #include <cstdint>
-#include <cstdlib>
 #include <vector>
 
 #include "engine/filesystem/sources/directory/listing.h"
 #include "engine/filesystem/sources/directory/state.h"
 #include "engine/kernel/bytes.h"
+#include "fuzz/require.h"
 
 namespace {
 
 constexpr fs::ListingKey key{"/d", 1};
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
 
 std::vector<std::uint8_t> with_good_head(const std::uint8_t* data, std::size_t size) {
     std::vector<std::uint8_t> bytes = fs::dir_listing().encode(key);

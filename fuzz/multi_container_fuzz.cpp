@@ -1,12 +1,12 @@
 // Opening a multi-container file of any bytes, everything that can be asked of it, and compacting it within the file: one
 // that was good stays good.
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include <engine/filesystem/containers/multi_container.h>
 #include <engine/filesystem/registry.h>
 
+#include "fuzz/require.h"
 #include "tests/support/memory_source.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -25,7 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         for (const SBlobInfo& blob : blobs) file.Fetch(name.c_str(), blob.hash, bytes);
     }
     file.Close();
-    if (!file.Open("fuzz.mc", true)) std::abort();
-    if (file.Compact() && is_good && !file.Verify(report)) std::abort();
+    require(file.Open("fuzz.mc", true));
+    require(!file.Compact() || !is_good || file.Verify(report));
     return 0;
 }

@@ -11,11 +11,9 @@
 #include <engine/filesystem/pack_reader.h>
 #include <engine/filesystem/sources/pack.h>
 
-namespace {
+#include "fuzz/require.h"
 
-void require(bool holds) {
-    if (!holds) std::abort();
-}
+namespace {
 
 /// One file that takes the bytes of every run.
 const std::string& pack_path() {

@@ -3,16 +3,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
-namespace {
+#include "fuzz/require.h"
 
-void require(bool holds) {
-    if (!holds) std::abort();
-}
+namespace {
 
 std::string normalized(const std::string& in, bool keep_case) {
     std::vector<char> apart(in.size() + 1);

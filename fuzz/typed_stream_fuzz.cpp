@@ -9,13 +9,11 @@
 #include <engine/filesystem/streams/cached.h>
 #include <engine/filesystem/streams/memory.h>
 
+#include "fuzz/require.h"
+
 namespace {
 
 constexpr std::size_t control_bytes = 16;
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
 
 template <class Char>
 void read_pointer(fs::ifile& stream) {

@@ -1,6 +1,7 @@
+// CRC-32 by the fastest library that there is: ISA-L's is four times as fast as libdeflate's where the processor has wide
+// vectors.
 #include "engine/kernel/bytes.h"
 
-// The fastest that there is; ISA-L's is four times as fast as libdeflate's where the processor has wide vectors.
 #if ENGINE_HAS_ISAL
 #include <crc.h>
 #elif ENGINE_HAS_LIBDEFLATE

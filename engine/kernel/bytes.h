@@ -31,6 +31,14 @@ constexpr void store_u16(std::uint8_t* bytes, std::uint16_t value) { store_numbe
 constexpr void store_u32(std::uint8_t* bytes, std::uint32_t value) { store_number(bytes, value); }
 constexpr void store_u64(std::uint8_t* bytes, std::uint64_t value) { store_number(bytes, value); }
 
+/// Appends a number, as wide as its type, to a string or vector of bytes.
+template <typename Bytes, typename Number>
+void append_number(Bytes& out, Number value) {
+    std::uint8_t bytes[sizeof value];
+    store_number(bytes, value);
+    out.insert(out.end(), bytes, bytes + sizeof bytes);
+}
+
 /// CRC-32 as RFC 1952 has it. `crc` is that of the bytes before, 0 at first; `data` may be null when `size` is 0.
 std::uint32_t crc32(std::uint32_t crc, const void* data, std::size_t size);
 

@@ -56,7 +56,8 @@ inline bool is_utf8(std::string_view text) {
     return true;
 }
 
-/// vsnprintf with one addition: "%p" prints "0x" and hexadecimal digits on every system, a null pointer too.
+/// vsnprintf with one addition: "%p" prints "0x" and hexadecimal digits on every system, a null pointer too (but "0" where
+/// flags or a width stand in between).
 ///
 /// Returns  the length of the whole text, which is longer than what `out` holds when it was cut; negative when the
 ///          arguments cannot be converted (`out` is then "").

@@ -1,7 +1,11 @@
+#include <engine/filesystem/access/open.h>
+#include <engine/filesystem/contract/error.h>
 #include <engine/filesystem/contract/names.h>
 #include <engine/filesystem/contract/path.h>
+#include <engine/filesystem/streams/memory.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <random>
@@ -12,6 +16,7 @@
 
 #include "engine/filesystem/contract/name_list.h"
 #include "tests/log/log_fixture.h"
+#include "tests/support/child_process.h"
 
 namespace {
 
@@ -371,6 +376,37 @@ TEST_F(DumpedDirectories, AreATreeWithDuplicatesMarked) {
                                 "    twin (duplicated resource in the same filesystem source)\r\n"};
     for (std::size_t i = 0; i < 3; ++i) EXPECT_TRUE(console_lines[i].text.ends_with(ends[i])) << console_lines[i].text;
     DumpDirectories(&deep, -5);
+}
+
+TEST(OpenFile, SaysThatItsKindCannotDoWhatItIsAsked) {
+    FileInMemory file(nullptr, 0);
+    for (const auto operation : {+[](SFsFile& at) { return at.set_eof(); },
+                                 +[](SFsFile& at) { return at.read_async(nullptr, 0, 0, nullptr, 0); },
+                                 +[](SFsFile& at) { return at.write_async(nullptr, 0, 0, nullptr, 0); }}) {
+        fs::clear_error();
+        EXPECT_FALSE(operation(file));
+        EXPECT_EQ(fs::last_error().code, EFSError::UNSUPPORTED);
+    }
+}
+
+SFsFile* open_missing() { return fs::open(std::string(100, 'n').c_str(), EFSMode::READ); }
+
+/// A static object of the host, which uses the library last of all.
+struct LastCaller {
+    bool calls = false;
+    ~LastCaller() {
+        if (calls && (open_missing() || fs::last_error().code != EFSError::NOT_INITIALIZED)) std::_Exit(1);
+    }
+} last_caller;
+
+TEST(LastErrorChild, DISABLED_Ends) {
+    EXPECT_EQ(open_missing(), nullptr);
+    last_caller.calls = true;
+}
+
+// A failure of such an object freed what the thread's last error had freed at its end.
+TEST(LastError, IsToldToWhatIsDestroyedAfterTheThreadsOwn) {
+    EXPECT_EQ(run_child("LastErrorChild.DISABLED_Ends").exit_code, 0);
 }
 
 TEST(NameMatches, FollowsStarsAndQuestionMarks) {

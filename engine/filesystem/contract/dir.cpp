@@ -1,10 +1,11 @@
+// A tree of directories. Children keep the order in which they were added, and an index finds them by name. Nothing here
+// recurses: the depth of a tree comes from names that outsiders choose.
 #include <engine/filesystem/contract/names.h>
 
 #include <algorithm>
 #include <iterator>
 #include <list>
 #include <map>
-#include <new>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -12,11 +13,9 @@
 #include <vector>
 
 #include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/platform/threads.h"
-
-// A tree of directories. Children keep the order in which they were added, and an index finds them by name. Nothing here
-// recurses: the depth of a tree comes from names that outsiders choose.
 
 namespace fs {
 
@@ -54,7 +53,7 @@ std::string_view take_component(std::string_view& rest) {
 /// Goes from `node` along `path`, by `step` from each directory to the next; null where a step is.
 template <typename Step>
 dir* walk(dir* node, const char* path, Step step) {
-    std::string_view rest(path != nullptr ? path : "");
+    std::string_view rest = view_of(path);
     for (std::string_view name = take_component(rest); node != nullptr && !name.empty(); name = take_component(rest)) {
         node = step(*node, name);
     }
@@ -80,19 +79,17 @@ const idir* dir::next_sibling() const {
     return next != state_->parent->state_->children.end() ? &*next : nullptr;
 }
 
-void dir::set_name(const char* name) try {
-    if (state_ == nullptr) state_ = std::make_unique<State>();
-    std::string wanted(name != nullptr ? name : "");
-    if (state_->parent == nullptr) {
+void dir::set_name(const char* name) {
+    guarded(name, [&] {
+        if (state_ == nullptr) state_ = std::make_unique<State>();
+        std::string wanted(view_of(name));
+        if (state_->parent == nullptr) return state_->name.swap(wanted);
+        State::Index& index = state_->parent->state_->index;
+        auto entry = index.extract(state_->place);  // its key is the old name
         state_->name.swap(wanted);
-        return;
-    }
-    State::Index& index = state_->parent->state_->index;
-    auto entry = index.extract(state_->place);  // its key is the old name
-    state_->name.swap(wanted);
-    entry.key() = state_->name;
-    state_->place = index.insert(std::move(entry));
-} catch (const std::bad_alloc&) {  // it keeps its name
+        entry.key() = state_->name;
+        state_->place = index.insert(std::move(entry));
+    });
 }
 
 dir* dir::add_path(const char* path) {
@@ -103,20 +100,20 @@ dir* dir::find(const char* path) {
     return walk(this, path, [](dir& node, std::string_view name) { return State::of(node).find(name); });
 }
 
-dir* dir::add_child(const char* name, std::size_t length) try {
-    const std::string_view wanted(name, length);
-    if (state_ == nullptr) state_ = std::make_unique<State>();
-    if (dir* const known = state_->find(wanted)) return known;
-    State::Children made(1);
-    made.front().state_ = std::make_unique<State>();
-    State& child = *made.front().state_;
-    child.name = wanted;
-    child.parent = this;
-    child.place = state_->index.emplace(child.name, made.begin());
-    state_->children.splice(state_->children.end(), made);
-    return &state_->children.back();
-} catch (const std::bad_alloc&) {
-    return nullptr;
+dir* dir::add_child(const char* name, std::size_t length) {
+    return guarded(nullptr, static_cast<dir*>(nullptr), [&] {
+        const std::string_view wanted(name, length);
+        if (state_ == nullptr) state_ = std::make_unique<State>();
+        if (dir* const known = state_->find(wanted)) return known;
+        State::Children made(1);
+        made.front().state_ = std::make_unique<State>();
+        State& child = *made.front().state_;
+        child.name = wanted;
+        child.parent = this;
+        child.place = state_->index.emplace(child.name, made.begin());
+        state_->children.splice(state_->children.end(), made);
+        return &state_->children.back();
+    });
 }
 
 void dir::remove(const char* path) {
@@ -138,25 +135,25 @@ void dir::clear() {
     for (; !pending.empty(); pending.pop_front()) pending.splice(pending.end(), pending.front().state_->children);
 }
 
-bool dir::merge(const dir& other) try {
+bool dir::merge(const dir& other) {
     for (const dir* node = this; node != nullptr; node = State::of(*node).parent) {
         if (node == &other) return true;  // a tree merged into a part of itself would never end
     }
-    dir copy;
-    std::vector<std::pair<const dir*, dir*>> pending = {{&other, &copy}};
-    while (!pending.empty()) {
-        const auto [from, to] = pending.back();
-        pending.pop_back();
-        for (const dir& child : State::of(*from).children) {
-            dir* const made = to->add_child(child.name(), child.state_->name.size());
-            if (made == nullptr) return false;
-            pending.emplace_back(&child, made);
+    return guarded(nullptr, false, [&] {
+        dir copy;
+        std::vector<std::pair<const dir*, dir*>> pending = {{&other, &copy}};
+        while (!pending.empty()) {
+            const auto [from, to] = pending.back();
+            pending.pop_back();
+            for (const dir& child : State::of(*from).children) {
+                dir* const made = to->add_child(child.name(), child.state_->name.size());
+                if (made == nullptr) return false;
+                pending.emplace_back(&child, made);
+            }
         }
-    }
-    take_over(copy);
-    return true;
-} catch (const std::bad_alloc&) {
-    return false;
+        take_over(copy);
+        return true;
+    });
 }
 
 void dir::take_over(dir& other) {

@@ -1,3 +1,4 @@
+// Uses of the disk by threads that must not use it: counted, logged and reported.
 #include "engine/filesystem/contract/disk_use.h"
 
 #include <cstdio>

@@ -12,7 +12,7 @@ namespace fs {
 /// logged and reported at its end; on any other it costs the look at one flag.
 class DiskUse {
 public:
-    /// `action` is "opened", "read" or "listed". A null name counts nothing.
+    /// `action` is one of those of SFsDiskUse. A null name counts nothing.
     DiskUse(const char* action, const char* name) : action_(action) {
         if (is_forbidden) Begin(name);
     }

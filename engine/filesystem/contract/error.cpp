@@ -1,8 +1,8 @@
+// The last error of each thread, and what a failure of the disk means to callers.
 #include "engine/filesystem/contract/error.h"
 
 #include <array>
 #include <iterator>
-#include <new>
 #include <utility>
 
 #include "engine/platform/text.h"
@@ -12,12 +12,25 @@ namespace fs {
 
 namespace {
 
-using ThreadError = platform::ThreadObject<SFsError>;
-/// Set while the thread's failure is the kind alone, for want of memory for a record of it.
+/// Set while the thread's failure is the kind alone, for want of a record of it.
 constinit platform::PerThread<EFSError::TYPE, struct BareErrorKind> bare_kind;
-constinit platform::PerThread<ErrorScope*, ErrorScope> innermost_scope;
+/// Set when the thread's record is destroyed. The host's static objects are destroyed later, and may call still.
+constinit platform::PerThread<bool, struct Record> is_gone;
+
+struct Record : SFsError {
+    Record() = default;
+    Record(const Record&) = delete;
+    Record& operator=(const Record&) = delete;
+    ~Record() { is_gone = true; }
+};
+using ThreadRecord = platform::ThreadObject<Record>;
+
+constinit platform::PerThread<const ErrorScope*, ErrorScope> innermost_scope;
 /// How many ErrorKeepers stand on the thread's stack.
 constinit platform::PerThread<int, ErrorKeeper> keepers;
+
+/// Null when the thread has none.
+SFsError* find_record() { return is_gone ? nullptr : ThreadRecord::find(); }
 
 /// A failure of which nothing but its kind is known.
 const SFsError& bare_error(EFSError::TYPE code) {
@@ -31,9 +44,9 @@ const SFsError& bare_error(EFSError::TYPE code) {
     return errors.value.of[code];
 }
 
-/// The thread's record, for a failure of this kind; null when there is no memory for it, and then the kind is stored.
+/// The thread's record, for a failure of this kind; null when there can be none, and then the kind is stored.
 SFsError* record_of(EFSError::TYPE code) {
-    SFsError* const error = ThreadError::make();
+    SFsError* const error = is_gone ? nullptr : ThreadRecord::make();
     bare_kind = error == nullptr ? code : EFSError::NONE;
     return error;
 }
@@ -70,13 +83,13 @@ const Meaning& meaning_of(platform::Failure failure) { return meanings[static_ca
 
 const SFsError& last_error() {
     const EFSError::TYPE bare = bare_kind;
-    const SFsError* const error = bare == EFSError::NONE ? ThreadError::find() : nullptr;
+    const SFsError* const error = bare == EFSError::NONE ? find_record() : nullptr;
     return error != nullptr ? *error : bare_error(bare);
 }
 
 void clear_error() {
     bare_kind = EFSError::NONE;
-    SFsError* const error = ThreadError::find();
+    SFsError* const error = find_record();
     if (error == nullptr) return;
     error->code = EFSError::NONE;
     error->os_code = 0;
@@ -85,7 +98,7 @@ void clear_error() {
 }
 
 void set_error(EFSError::TYPE code, const char* path, std::string_view text, std::int32_t os_code) noexcept {
-    ErrorScope* const scope = innermost_scope;
+    const ErrorScope* const scope = innermost_scope;
     const bool says_less = code == EFSError::NOT_FOUND && scope != nullptr && scope->has_error();
     if (keepers != 0 || (says_less && last_error().code != EFSError::NOT_FOUND)) return;
     fs::string kept_path;
@@ -115,20 +128,15 @@ ErrorScope::~ErrorScope() {
     outer_->before_ = std::move(before_);
 }
 
-void ErrorScope::note() {
-    if (found_) return;
-    found_ = true;
-    SFsError* const error = bare_kind == EFSError::NONE ? ThreadError::find() : nullptr;
-    before_.reset(new (std::nothrow) SFsError{.code = bare_kind, .path = {}, .text = {}});
-    if (before_ != nullptr && error != nullptr) *before_ = std::move(*error);
+void ErrorScope::note() const {
+    if (std::exchange(found_, true)) return;
+    SFsError* const error = bare_kind == EFSError::NONE ? find_record() : nullptr;
+    before_ = error != nullptr ? std::move(*error) : SFsError{.code = bare_kind, .path = {}, .text = {}};
 }
 
 void ErrorScope::forget() {
-    if (!found_) return;
-    found_ = false;
-    const std::unique_ptr<SFsError> before = std::move(before_);
-    if (before == nullptr) return;
-    if (SFsError* const error = record_of(before->code)) *error = std::move(*before);
+    if (!std::exchange(found_, false)) return;
+    if (SFsError* const error = record_of(before_.code)) *error = std::move(before_);
 }
 
 ErrorKeeper::ErrorKeeper() { ++keepers; }

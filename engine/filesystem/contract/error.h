@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string_view>
@@ -50,12 +49,12 @@ public:
     /// Puts back what was stored before the scope began.
     void forget();
     /// A failure is about to be stored: before the first one the scope keeps what that takes the place of.
-    void note();
+    void note() const;
 
 private:
-    ErrorScope* const outer_;  // the scope around this one
-    bool found_ = false;
-    std::unique_ptr<SFsError> before_;  // once found: what was stored when the scope began
+    const ErrorScope* const outer_;  // the scope around this one
+    mutable bool found_ = false;
+    mutable SFsError before_;  // once found: what was stored when the scope began
 };
 
 /// Stores a failure unless one that says more was stored since `scope` began; false.

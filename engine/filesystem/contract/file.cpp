@@ -1,3 +1,4 @@
+// What open files do where their kind says nothing else, and the free functions over them.
 #include "engine/filesystem/contract/file.h"
 
 #include <cstdlib>
@@ -15,8 +16,12 @@ bool SFsFile::read_async(void*, std::uint64_t, std::uint64_t, SFsRequest*, std::
     return fs::refuse(EFSError::UNSUPPORTED, name,
                       "This kind of file has no asynchronous reads; fs::load_async loads from any.");
 }
-bool SFsFile::write_async(const void*, std::uint64_t, std::uint64_t, SFsRequest*, std::uint32_t) { return false; }
-bool SFsFile::set_eof() { return false; }
+bool SFsFile::write_async(const void*, std::uint64_t, std::uint64_t, SFsRequest*, std::uint32_t) {
+    return fs::refuse(EFSError::UNSUPPORTED, name, "This kind of file has no asynchronous writes.");
+}
+bool SFsFile::set_eof() {
+    return fs::refuse(EFSError::UNSUPPORTED, name, "This kind of file cannot be cut or extended.");
+}
 void SFsFile::cancel_async(SFsRequest*) {}
 bool SFsFile::cancel_io() { return false; }
 int SFsFile::read_overlapped(void*, std::uint32_t, std::uint32_t*, SNativeOverlapped*) { return overlapped_failed; }

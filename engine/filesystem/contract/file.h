@@ -28,12 +28,12 @@ constexpr bool has_any(Flags flags, Flags bits) {
 
 /// Whether there is such a mode, and mode and flags go together at all.
 constexpr bool is_valid_open(EFSMode::TYPE mode, FFSOpenFlags::FLAGS flags) {
-    if (mode > EFSMode::READ_WRITE) return false;
-    if (mode != EFSMode::APPEND && mode != EFSMode::READ_WRITE) return true;
     constexpr auto writes_anew =
         FFSOpenFlags::GZIP_LEVEL1 | FFSOpenFlags::GZIP_LEVEL5 | FFSOpenFlags::GZIP_LEVEL9 | FFSOpenFlags::REPLACE;
-    if (has_any(flags, writes_anew)) return false;
-    return mode == EFSMode::APPEND || !has_any(flags, FFSOpenFlags::CREATE) || !has_any(flags, FFSOpenFlags::GZIP);
+    if (mode == EFSMode::APPEND) return !has_any(flags, writes_anew | FFSOpenFlags::GZIP);
+    if (mode != EFSMode::READ_WRITE) return mode < EFSMode::READ_WRITE;
+    return !has_any(flags, writes_anew) &&
+           !(has_any(flags, FFSOpenFlags::CREATE) && has_any(flags, FFSOpenFlags::GZIP));
 }
 
 }  // namespace fs

@@ -1,4 +1,6 @@
-
+// File names taken apart and put together by the rules of the C run-time: the directory ends with the last separator
+// of either kind, the extension begins with the last "." behind it. Answers may overwrite the text that they come
+// from, and one that does not fit into path_capacity bytes is "".
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -7,10 +9,6 @@
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/path.h"
 #include "engine/platform/text.h"
-
-// File names taken apart and put together by the rules of the C run-time: the directory ends with the last separator
-// of either kind, the extension begins with the last "." behind it. Answers may overwrite the text that they come
-// from, and one that does not fit into path_capacity bytes is "".
 
 namespace fs {
 
@@ -28,7 +26,7 @@ struct Parts {
 };
 
 Parts split(const char* path) {
-    std::string_view rest(path != nullptr ? path : "");
+    std::string_view rest = view_of(path);
     Parts parts;
     const bool has_drive = knows_drives && rest.size() >= 2 && rest[1] == ':';
     parts.drive = rest.substr(0, has_drive ? 2 : 0);
@@ -53,8 +51,6 @@ char* write(char* out, std::string_view text) {
 fs::string to_string(std::string_view text) {
     return guarded(nullptr, fs::string(), [text] { return fs::string(text.size() < path_capacity ? text : ""); });
 }
-
-std::string_view text_of(const char* text) { return text != nullptr ? text : ""; }
 
 /// A path that is put together in a buffer of its own, so that the answer may go where a part came from.
 struct PathBuffer {
@@ -103,18 +99,18 @@ char* filename_change_extension_inplace(char* path, const char* ext) {
     const Parts parts = split(path);
     Built changed;
     changed.add(parts.drive_and_dir()).add(parts.name);
-    add_extension(changed, text_of(ext));
+    add_extension(changed, view_of(ext));
     return write(path, changed.answer());
 }
 
 char* remove_slash(char* path) {
-    const std::size_t length = text_of(path).size();
+    const std::size_t length = view_of(path).size();
     if (length != 0 && path[length - 1] == '/') path[length - 1] = '\0';
     return path;
 }
 
 char* append_slash(char* path, std::uint32_t capacity) {
-    const std::size_t length = text_of(path).size();
+    const std::size_t length = view_of(path).size();
     // The last character is lost on purpose: callers rely on the length staying as it is.
     if (length != 0 && path[length - 1] != '/' && length + 1 < capacity) path[length - 1] = '/';
     return path;
@@ -122,13 +118,13 @@ char* append_slash(char* path, std::uint32_t capacity) {
 
 char* filename_build_path(char* out, const char* drive, const char* dir, const char* name, const char* ext) {
     Built path;
-    path.add(text_of(drive));
+    path.add(view_of(drive));
     if (!path.view().empty() && !path.view().ends_with(':')) path.add(':');
-    const std::string_view directory = text_of(dir);
+    const std::string_view directory = view_of(dir);
     path.add(directory);
     if (!directory.empty() && !path.ends_in_separator()) path.add('/');
-    path.add(text_of(name));
-    add_extension(path, text_of(ext));
+    path.add(view_of(name));
+    add_extension(path, view_of(ext));
     return write(out, path.answer());
 }
 
@@ -155,7 +151,7 @@ char* filename_build_path_vq(char* out, const char* first, ...) {
 
 bool decompose_path(const char* path, char* drive, char* dir, char* name, char* ext) {
     Built copy;  // the parts may go where the path lies
-    copy.add(text_of(path));
+    copy.add(view_of(path));
     if (copy.is_cut()) copy.buffer[0] = '\0';
     const Parts parts = split(copy.buffer);
     write(drive, parts.drive);

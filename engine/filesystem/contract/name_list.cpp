@@ -1,3 +1,4 @@
+// Lists of names as searches answer them, and which names answer a search.
 #include "engine/filesystem/contract/name_list.h"
 
 #include <algorithm>

@@ -1,12 +1,11 @@
-#include "engine/filesystem/contract/path.h"
-
-#include <cstring>
-
 // Every name that enters the file system is normalised here, so the usual name must cost next to nothing: a look decides
 // whether there is more to it than case and the kind of its separators, and only then the whole rule is applied.
 //
 // Words: the prefix is what comes before the first separator and ends in ":", or "//server/share"; the base is the
 // output position behind prefix and root, and nothing before it is ever taken back.
+#include "engine/filesystem/contract/path.h"
+
+#include <cstring>
 
 namespace fs {
 
@@ -163,7 +162,7 @@ Normalized normalize(char* out, std::string_view in, bool keep_case) {
 }
 
 void path_normalize(char* out, const char* in, bool keep_case) {
-    if (out != nullptr) normalize(out, in != nullptr ? in : "", keep_case);
+    if (out != nullptr) normalize(out, view_of(in), keep_case);
 }
 
 bool is_full_path(const char* path) {

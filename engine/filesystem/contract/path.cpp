@@ -1,3 +1,5 @@
+// A path never throws and never holds half of what it was given: without memory both parts are empty, so that no
+// operation runs on a name that nobody named, and the failure is stored.
 #include "engine/filesystem/contract/path.h"
 
 #include <algorithm>
@@ -8,16 +10,11 @@
 #include "engine/filesystem/contract/error.h"
 #include "engine/platform/directories.h"
 
-// A path never throws and never holds half of what it was given: without memory both parts are empty, so that no
-// operation runs on a name that nobody named, and the failure is stored.
-
 namespace fs {
 
 namespace {
 
 constexpr std::size_t longest_part = 0x7FFFFFFE;  // lengths are kept in 32 bits; nothing near this is a name
-
-std::string_view view_of(const char* text) { return text != nullptr ? text : ""; }
 
 fs::path checked_name(const char* path, bool lower) {
     fs::path name(path, lower);
@@ -145,9 +142,7 @@ bool path::FullName(char* out, std::size_t capacity) const {
 }
 
 void path::FullName(ztl::string_base<char>& out) const {
-    fs::string name;
-    guarded(FileName(), [&] { name.append(PathNameView()).append(FileNameView()); });
-    out.swap(name);
+    out = guarded(FileName(), fs::string(), [&] { return full_name(*this); });
 }
 
 const char* path::Ext() const {
@@ -157,7 +152,7 @@ const char* path::Ext() const {
 }
 
 void path::ExtReplace(const char* ext) {
-    const std::string_view added(ext != nullptr ? ext : "");
+    const std::string_view added = view_of(ext);
     const std::size_t base = static_cast<std::size_t>(Ext() - text());  // directory and name, with a terminator between
     const bool needs_dot = !added.empty() && added.front() != '.';
     path made(static_cast<std::uint8_t>(flags_ & ~on_heap));  // the extension may lie in this path

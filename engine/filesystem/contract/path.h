@@ -12,6 +12,9 @@
 
 namespace fs {
 
+/// A caller's text; null is the empty one.
+inline std::string_view view_of(const char* text) { return text != nullptr ? text : ""; }
+
 /// What normalising a path found out on its way.
 struct Normalized {
     std::size_t length = 0;
@@ -25,7 +28,7 @@ Normalized normalize(char* out, std::string_view in, bool keep_case);
 /// A path in normal form. Null is the empty path. Throws std::bad_alloc.
 class NormalText {
 public:
-    NormalText(const char* path, bool keep_case) : text_(path != nullptr ? path : "") {
+    NormalText(const char* path, bool keep_case) : text_(view_of(path)) {
         text_.resize(normalize(text_.data(), text_, keep_case).length);
     }
 

@@ -1,3 +1,4 @@
+// Whole entries deflated, or put into a deflate stream as they are.
 #include "engine/filesystem/formats/deflate.h"
 
 #include <algorithm>

@@ -17,16 +17,10 @@ std::vector<std::uint8_t> deflate_by_copying(const void* data, std::size_t size)
 /// How long that is.
 std::uint64_t size_deflated_by_copying(std::uint64_t size);
 
-/// The libraries that decode deflate streams. Both give the same bytes for a good stream; of damaged ones each takes
-/// some that the other refuses, so that only a checksum tells.
-enum class InflateEngine : std::uint8_t { ZLIB, ISAL };
-
-/// Whether the library was built with it; zlib always is there.
-bool has_inflate_engine(InflateEngine engine);
-
-/// A decoder of raw deflate by this library, or by zlib where it was built without: ISA-L is the fastest. May throw
-/// std::bad_alloc.
-std::unique_ptr<Decoder> make_inflater(InflateEngine engine = InflateEngine::ISAL);
+/// A decoder of raw deflate, by ISA-L, which is the fastest, or by zlib where the library was built without. Both give the
+/// same bytes for a good stream; of damaged ones each takes some that the other refuses, so that only a checksum tells. May
+/// throw std::bad_alloc.
+std::unique_ptr<Decoder> make_inflater();
 
 /// The same for whole buffers. May throw std::bad_alloc.
 std::unique_ptr<BufferDecoder> make_buffer_inflater();

@@ -1,3 +1,4 @@
+// Deflate streams decoded, by pieces and whole, by the fastest library that there is.
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -72,41 +73,12 @@ bool inflate_whole(ZlibStream& stream, int window_bits, const void* packed, std:
     return result == Z_STREAM_END;
 }
 
-class ZlibInflater final : public Decoder {
-public:
-    bool start() override { return stream_.begin(-MAX_WBITS); }
-    Result decode(DecoderBuffers& buffers) override;
-    std::shared_ptr<const Checkpoint> save() const override;
-    bool restore(const Checkpoint& from) override { return stream_.copy(static_cast<const Kept&>(from).stream); }
-
-private:
-    struct Kept final : Checkpoint {
-        std::size_t bytes() const override { return sizeof(*this) + (48u << 10); }  // its window, and its tables
-        ZlibStream stream;
-    };
-
-    ZlibStream stream_;
-};
-
-Decoder::Result ZlibInflater::decode(DecoderBuffers& buffers) {
-    const int result = stream_.is_open() ? stream_.inflate(buffers, Z_SYNC_FLUSH) : Z_MEM_ERROR;
-    if (result == Z_STREAM_END) return Result::END;
-    if (result == Z_MEM_ERROR) return Result::NO_MEMORY;
-    return result == Z_OK || result == Z_BUF_ERROR ? Result::MORE : Result::DAMAGED;
-}
-
-std::shared_ptr<const Decoder::Checkpoint> ZlibInflater::save() const {
-    auto kept = std::make_shared<Kept>();
-    if (!kept->stream.copy(stream_)) throw std::bad_alloc();
-    return kept;
-}
-
 #if ENGINE_HAS_ISAL
 
 /// ISA-L decodes ahead into a buffer inside its state and hands out from there. So it may meet damage before the bytes in
 /// front of it are asked for: those are handed out here first. And it takes whole words of input: what it holds beyond
 /// need goes back to the caller, who may find something else behind the stream.
-class IsalInflater final : public Decoder {
+class Inflater final : public Decoder {
 public:
     bool start() override {
         isal_inflate_init(&state_);
@@ -139,7 +111,7 @@ private:
     bool damaged_ = false;
 };
 
-Decoder::Result IsalInflater::decode(DecoderBuffers& buffers) {
+Decoder::Result Inflater::decode(DecoderBuffers& buffers) {
     if (!damaged_ && !done()) {
         damaged_ = advance(state_, buffers, [&] {
             const bool fails = isal_inflate(&state_) < 0;
@@ -157,7 +129,7 @@ Decoder::Result IsalInflater::decode(DecoderBuffers& buffers) {
 
 /// Never more than came in with this call: a decoder that got stuck needed at least a bit of what came next. While half a
 /// block header waits in a buffer of its own, which goes on behind these bytes, they stay.
-void IsalInflater::give_back_input() {
+void Inflater::give_back_input() {
     if (state_.read_in_length < 8 || state_.tmp_in_size != 0) return;
     const int bytes = state_.read_in_length / 8;
     state_.next_in -= bytes;
@@ -166,7 +138,7 @@ void IsalInflater::give_back_input() {
     state_.read_in &= (std::uint64_t{1} << state_.read_in_length) - 1;
 }
 
-void IsalInflater::take_what_is_left(DecoderBuffers& buffers) {
+void Inflater::take_what_is_left(DecoderBuffers& buffers) {
     const auto left = static_cast<std::size_t>(std::max(0, state_.tmp_out_valid - state_.tmp_out_processed));
     const std::size_t size = std::min(left, buffers.out_size);
     if (size == 0) return;
@@ -176,12 +148,12 @@ void IsalInflater::take_what_is_left(DecoderBuffers& buffers) {
     buffers.out_size -= size;
 }
 
-std::size_t IsalInflater::ahead_start() const {
+std::size_t Inflater::ahead_start() const {
     const auto valid = static_cast<std::size_t>(state_.tmp_out_valid);
     return std::min(static_cast<std::size_t>(state_.tmp_out_processed), valid - std::min(valid, history));
 }
 
-std::shared_ptr<const Decoder::Checkpoint> IsalInflater::save() const {
+std::shared_ptr<const Decoder::Checkpoint> Inflater::save() const {
     if (damaged_) return nullptr;
     auto kept = std::make_shared<Kept>();
     kept->plain = make_deflater()->compress(&state_, plain_size, 1, plain_size);
@@ -190,12 +162,43 @@ std::shared_ptr<const Decoder::Checkpoint> IsalInflater::save() const {
     return kept;
 }
 
-bool IsalInflater::restore(const Checkpoint& from) {
+bool Inflater::restore(const Checkpoint& from) {
     const auto& kept = static_cast<const Kept&>(from);
     if (!make_buffer_inflater()->decode(kept.plain.data(), kept.plain.size(), &state_, plain_size)) return false;
     std::copy(kept.ahead.begin(), kept.ahead.end(), state_.tmp_out_buffer + ahead_start());  // there may be none
     damaged_ = false;
     return true;
+}
+
+#else
+
+class Inflater final : public Decoder {
+public:
+    bool start() override { return stream_.begin(-MAX_WBITS); }
+    Result decode(DecoderBuffers& buffers) override;
+    std::shared_ptr<const Checkpoint> save() const override;
+    bool restore(const Checkpoint& from) override { return stream_.copy(static_cast<const Kept&>(from).stream); }
+
+private:
+    struct Kept final : Checkpoint {
+        std::size_t bytes() const override { return sizeof(*this) + (48u << 10); }  // its window, and its tables
+        ZlibStream stream;
+    };
+
+    ZlibStream stream_;
+};
+
+Decoder::Result Inflater::decode(DecoderBuffers& buffers) {
+    const int result = stream_.is_open() ? stream_.inflate(buffers, Z_SYNC_FLUSH) : Z_MEM_ERROR;
+    if (result == Z_STREAM_END) return Result::END;
+    if (result == Z_MEM_ERROR) return Result::NO_MEMORY;
+    return result == Z_OK || result == Z_BUF_ERROR ? Result::MORE : Result::DAMAGED;
+}
+
+std::shared_ptr<const Decoder::Checkpoint> Inflater::save() const {
+    auto kept = std::make_shared<Kept>();
+    if (!kept->stream.copy(stream_)) throw std::bad_alloc();
+    return kept;
 }
 
 #endif
@@ -237,17 +240,9 @@ private:
 
 }  // namespace
 
-#if ENGINE_HAS_ISAL
-bool has_inflate_engine(InflateEngine) { return true; }
-std::unique_ptr<Decoder> make_inflater(InflateEngine engine) {
-    if (engine == InflateEngine::ZLIB) return std::make_unique<ZlibInflater>();
-    return std::unique_ptr<Decoder>(new IsalInflater);  // make_unique would clear all of it
+std::unique_ptr<Decoder> make_inflater() {
+    return std::unique_ptr<Decoder>(new Inflater);  // make_unique would clear all of it
 }
-#else
-bool has_inflate_engine(InflateEngine engine) { return engine == InflateEngine::ZLIB; }
-std::unique_ptr<Decoder> make_inflater(InflateEngine) { return std::make_unique<ZlibInflater>(); }
-#endif
-
 std::unique_ptr<BufferDecoder> make_buffer_inflater() { return std::make_unique<BufferInflater>(); }
 
 bool inflate_zlib_stream(const void* packed, std::size_t packed_size, void* out, std::size_t capacity,

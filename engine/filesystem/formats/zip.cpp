@@ -1,3 +1,4 @@
+// The records of zip files as they are written, and their form of times.
 #include "engine/filesystem/formats/zip.h"
 
 #include <algorithm>
@@ -20,12 +21,7 @@ constexpr std::uint16_t first_disk = 0;
 /// Appends numbers, each as wide as its type.
 template <typename... Numbers>
 void append(std::string& out, Numbers... numbers) {
-    const auto append_one = [&out](auto number) {
-        std::uint8_t bytes[sizeof number];
-        kernel::store_number(bytes, number);
-        out.append(bytes, bytes + sizeof bytes);
-    };
-    (append_one(numbers), ...);
+    (kernel::append_number(out, numbers), ...);
 }
 
 /// The version of the format that a reader needs.

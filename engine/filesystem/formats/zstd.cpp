@@ -59,6 +59,7 @@ bool ZstdSeekTable::read(const std::uint8_t* table, std::uint64_t table_size, st
 namespace {
 
 constexpr std::size_t frame_plain_size = 1024 * 1024;
+constexpr std::size_t no_memory = std::size_t{0} - 64;  // how a call answers ZSTD_error_memory_allocation; it stays so
 
 struct FreeContext {
     void operator()(ZSTD_DCtx* context) const { ZSTD_freeDCtx(context); }
@@ -75,35 +76,35 @@ class ZstdDecoder final : public Decoder {
 public:
     bool start() override {
         ZSTD_DCtx_reset(context_.get(), ZSTD_reset_session_only);
-        damaged_ = false;
+        result_ = Result::MORE;
         return true;
     }
     Result decode(DecoderBuffers& buffers) override;
 
 private:
     const std::unique_ptr<ZSTD_DCtx, FreeContext> context_ = owned(ZSTD_createDCtx());
-    bool damaged_ = false;
+    Result result_ = Result::MORE;
 };
 
 Decoder::Result ZstdDecoder::decode(DecoderBuffers& buffers) {
     ZSTD_inBuffer in{buffers.in, buffers.in_size, 0};
     ZSTD_outBuffer out{buffers.out, buffers.out_size, 0};
-    for (bool goes_on = true; !damaged_ && goes_on;) {
+    for (bool goes_on = true; result_ == Result::MORE && goes_on;) {
         const std::size_t before = in.pos + out.pos;
-        damaged_ = ZSTD_isError(ZSTD_decompressStream(context_.get(), &out, &in)) != 0;
+        const std::size_t hint = ZSTD_decompressStream(context_.get(), &out, &in);
+        // Its window takes memory with each frame that has a larger one.
+        if (ZSTD_isError(hint) != 0) result_ = hint == no_memory ? Result::NO_MEMORY : Result::DAMAGED;
         goes_on = in.pos + out.pos != before && out.pos != out.size;
     }
     buffers.in += in.pos;
     buffers.in_size -= in.pos;
     buffers.out += out.pos;
     buffers.out_size -= out.pos;
-    return damaged_ ? Result::DAMAGED : Result::MORE;
+    return result_;
 }
 
 void append_u32(std::vector<std::uint8_t>& out, std::size_t value) {
-    std::uint8_t bytes[4];
-    kernel::store_u32(bytes, static_cast<std::uint32_t>(value));
-    out.insert(out.end(), bytes, bytes + sizeof bytes);
+    kernel::append_number(out, static_cast<std::uint32_t>(value));
 }
 
 void append_table(std::vector<std::uint8_t>& out, const std::vector<std::uint8_t>& rows) {

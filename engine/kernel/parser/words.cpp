@@ -40,7 +40,7 @@ Lexer::Lexer(std::string_view text) : at_(text.data()), end_(text.data() + text.
     if (text.starts_with(byte_order_mark)) at_ = line_start_ = at_ + byte_order_mark.size();
 }
 
-bool Lexer::at_comment() const { return *at_ == '/' && end_ - at_ > 1 && (at_[1] == '/' || at_[1] == '*'); }
+bool Lexer::is_comment(const char* at) const { return *at == '/' && end_ - at > 1 && (at[1] == '/' || at[1] == '*'); }
 
 void Lexer::start_line(const char* start) {
     ++line_;
@@ -63,24 +63,6 @@ bool Lexer::skip_comment() {
     return false;
 }
 
-/// Passes over everything that is no token. False at a comment without an end, whose place `unclosed` receives.
-bool Lexer::skip_blanks(Token& unclosed) {
-    while (at_ < end_) {
-        if (*at_ == '\n') {
-            start_line(++at_);
-        } else if (class_of(*at_) == Class::BLANK) {
-            ++at_;
-        } else if (!at_comment()) {
-            return true;
-        } else {
-            unclosed = make(TokenKind::END, 0);
-            fresh_line_ = unclosed.starts_line;
-            if (!skip_comment()) return false;
-        }
-    }
-    return true;
-}
-
 Token Lexer::make(TokenKind kind, std::size_t length) {
     const Token token{.kind = kind,
                       .starts_line = fresh_line_,
@@ -93,13 +75,26 @@ Token Lexer::make(TokenKind kind, std::size_t length) {
 }
 
 Token Lexer::next() {
-    Token unclosed;
-    if (!skip_blanks(unclosed)) {
-        unclosed.starts_line = true;
-        unclosed.problem = "A comment is not closed.";
-        return unclosed;
+    while (at_ < end_) {
+        if (*at_ == '\n') {
+            start_line(++at_);
+        } else if (class_of(*at_) == Class::BLANK) {
+            ++at_;
+        } else if (!is_comment(at_)) {
+            return token();
+        } else {
+            Token comment = make(TokenKind::END, 0);
+            fresh_line_ = comment.starts_line;
+            if (skip_comment()) continue;
+            comment.starts_line = true;
+            comment.problem = "A comment is not closed.";
+            return comment;
+        }
     }
-    if (at_ == end_) return make(TokenKind::END, 0);
+    return make(TokenKind::END, 0);
+}
+
+Token Lexer::token() {
     if (*at_ == '"') return string();
     if (class_of(*at_) == Class::WORD && *at_ != '!') return word();
     constexpr std::string_view marks = "(),!";
@@ -108,11 +103,9 @@ Token Lexer::next() {
 }
 
 Token Lexer::word() {
-    const char* const start = at_;
-    while (at_ < end_ && class_of(*at_) == Class::WORD && !at_comment()) ++at_;
-    const auto length = static_cast<std::size_t>(at_ - start);
-    at_ = start;
-    return make(TokenKind::WORD, length);
+    const char* end = at_;
+    while (end < end_ && class_of(*end) == Class::WORD && !is_comment(end)) ++end;
+    return make(TokenKind::WORD, static_cast<std::size_t>(end - at_));
 }
 
 Token Lexer::string() {

@@ -38,11 +38,11 @@ public:
     void skip_line();
 
 private:
-    bool at_comment() const;
-    bool skip_blanks(Token& unclosed);
+    bool is_comment(const char* at) const;
     bool skip_comment();
     void start_line(const char* start);
     Token make(TokenKind kind, std::size_t length);
+    Token token();
     Token word();
     Token string();
 

@@ -71,6 +71,7 @@ public:
     static CConfigText* Parse(const char* keywords, const Source& source);
     void Release();
 
+    // Commands and errors are numbered from 0.
     std::uint32_t CommandCount() const;
     const SConfigCommand& Command(std::uint32_t index) const;
     /// At most 1000 errors are kept.

@@ -6,7 +6,7 @@
 
 /// One use of the disk by a thread that must not use it.
 struct SFsDiskUse {
-    const char* action;  // "opened", "read" or "listed"
+    const char* action;  // "opened", "read", "listed" or "watched"
     const char* name;    // as the call that used the disk had it
     std::uint64_t microseconds;
     std::uint64_t count;  // of uses by all such threads, this one included

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 /// How a file is opened. Any other value is refused: the open yields no handle.
 struct EFSMode {
@@ -61,30 +62,27 @@ struct EFSSourceType {
     enum TYPE : std::uint32_t { PLS = 0, PACK = 1, SPECIAL = 2, DIR = 3 };
 };
 
-constexpr FFSOpenFlags::FLAGS operator|(FFSOpenFlags::FLAGS a, FFSOpenFlags::FLAGS b) {
-    return static_cast<FFSOpenFlags::FLAGS>(static_cast<std::uint32_t>(a) | static_cast<std::uint32_t>(b));
-}
-constexpr FFSOpenFlags::FLAGS operator&(FFSOpenFlags::FLAGS a, FFSOpenFlags::FLAGS b) {
-    return static_cast<FFSOpenFlags::FLAGS>(static_cast<std::uint32_t>(a) & static_cast<std::uint32_t>(b));
-}
-constexpr FFSOpenFlags::FLAGS operator~(FFSOpenFlags::FLAGS a) {
-    return static_cast<FFSOpenFlags::FLAGS>(~static_cast<std::uint32_t>(a));
-}
-constexpr FFSOpenFlags::FLAGS& operator|=(FFSOpenFlags::FLAGS& a, FFSOpenFlags::FLAGS b) { return a = a | b; }
-constexpr FFSOpenFlags::FLAGS& operator&=(FFSOpenFlags::FLAGS& a, FFSOpenFlags::FLAGS b) { return a = a & b; }
+/// The sets of bits above: their values can be joined, cut and turned over.
+template <typename Bits>
+concept FFSBits = std::is_same_v<Bits, FFSOpenFlags::FLAGS> || std::is_same_v<Bits, FFSAddSourceFlags::ENUM>;
 
-constexpr FFSAddSourceFlags::ENUM operator|(FFSAddSourceFlags::ENUM a, FFSAddSourceFlags::ENUM b) {
-    return static_cast<FFSAddSourceFlags::ENUM>(static_cast<std::uint32_t>(a) | static_cast<std::uint32_t>(b));
+template <FFSBits Bits>
+constexpr Bits operator|(Bits a, Bits b) {
+    return static_cast<Bits>(static_cast<std::uint32_t>(a) | static_cast<std::uint32_t>(b));
 }
-constexpr FFSAddSourceFlags::ENUM operator&(FFSAddSourceFlags::ENUM a, FFSAddSourceFlags::ENUM b) {
-    return static_cast<FFSAddSourceFlags::ENUM>(static_cast<std::uint32_t>(a) & static_cast<std::uint32_t>(b));
+template <FFSBits Bits>
+constexpr Bits operator&(Bits a, Bits b) {
+    return static_cast<Bits>(static_cast<std::uint32_t>(a) & static_cast<std::uint32_t>(b));
 }
-constexpr FFSAddSourceFlags::ENUM operator~(FFSAddSourceFlags::ENUM a) {
-    return static_cast<FFSAddSourceFlags::ENUM>(~static_cast<std::uint32_t>(a));
+template <FFSBits Bits>
+constexpr Bits operator~(Bits a) {
+    return static_cast<Bits>(~static_cast<std::uint32_t>(a));
 }
-constexpr FFSAddSourceFlags::ENUM& operator|=(FFSAddSourceFlags::ENUM& a, FFSAddSourceFlags::ENUM b) {
+template <FFSBits Bits>
+constexpr Bits& operator|=(Bits& a, Bits b) {
     return a = a | b;
 }
-constexpr FFSAddSourceFlags::ENUM& operator&=(FFSAddSourceFlags::ENUM& a, FFSAddSourceFlags::ENUM b) {
+template <FFSBits Bits>
+constexpr Bits& operator&=(Bits& a, Bits b) {
     return a = a & b;
 }

@@ -52,7 +52,7 @@ public:
     /// Null is "".
     void set_name(const char* name);
     /// Makes every directory of `path` that is missing below this one and returns the last; this one for an empty path.
-    /// Null without memory.
+    /// Null without memory; what was made of the path by then stays.
     dir* add_path(const char* path);
     /// The directory at `path` below this one; this one for an empty path; null when there is none.
     dir* find(const char* path);
@@ -61,8 +61,8 @@ public:
     /// Adds every directory below `other` that is missing here; the names of the two roots take no part. False, with
     /// nothing changed, when there is no memory.
     bool merge(const dir& other);
-    /// Moves every directory below `other` that is missing here, and empties `other`. A tree without a name takes that
-    /// of `other`. Allocates nothing that it needs.
+    /// Moves every directory below `other`, the root of another tree, that is missing here, and empties `other`. A tree
+    /// without a name takes that of `other`. Allocates nothing that it needs.
     void take_over(dir& other);
     /// Destroys the child directory at `path` with everything below it.
     void remove(const char* path);

@@ -149,7 +149,7 @@ ENGINE_FS_API char* filename_build_path_v(char* out, const char* first, ...);
 ENGINE_FS_API char* filename_build_path_vq(char* out, const char* first, ...);
 
 /// Splits `path` into its four parts. Each buffer holds path_capacity bytes; a null one is passed over. False, with all
-/// parts "", when a part does not fit.
+/// parts "", when the path would not fit into one.
 ENGINE_FS_API bool decompose_path(const char* path, char* drive, char* dir, char* name, char* ext);
 
 /// The directory of `path` with its trailing "/"; "" when it has none.

@@ -22,29 +22,29 @@ public:
     FFSAddSourceFlags::ENUM flags() override { return flags_; }
     EFSSourceType::TYPE type() override { return EFSSourceType::SPECIAL; }
     /// As root_path: a file that lies nowhere on the disk has no native path.
-    void full_path(fs::path& out, const fs::path& p) override;
+    void full_path(fs::path& out, const fs::path& p) override { root_path(out, p); }
     /// `p` itself when it exists, else empty.
-    void root_path(fs::path& out, const fs::path& p) override;
-    std::int64_t write_time(const fs::path& p) override;                            // -1
-    bool read_only(const fs::path& p) override;                                     // true
-    FS_NAME* get_file_list(const char* dir, const char* mask, bool flag) override;  // null, as the two below
-    FS_NAME* search_substring(const char* text) override;
-    fs::dir* dir_tree() override;
+    void root_path(fs::path& out, const fs::path& p) override { out = exists(p) ? p : fs::path(); }
+    std::int64_t write_time(const fs::path& /*p*/) override { return -1; }
+    bool read_only(const fs::path& /*p*/) override { return true; }
+    FS_NAME* get_file_list(const char* /*dir*/, const char* /*mask*/, bool /*flag*/) override { return nullptr; }
+    FS_NAME* search_substring(const char* /*text*/) override { return nullptr; }
+    fs::dir* dir_tree() override { return nullptr; }
 
     void refresh_dir(const char* /*dir*/) override {}
     void refresh() override {}
     bool writable() override { return false; }
     bool is_protected() override { return false; }
-    bool set_write_time(const fs::path& p, std::int64_t time) override;
-    bool set_read_only(const fs::path& p, bool on) override;
-    SFsFile* open_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    SFsFile* open_append(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    SFsFile* open_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    SFsFile* create_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    SFsFile* create_read_write(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    bool mkdir(const fs::path& p) override;
-    void rem_dir(const fs::path& p) override;
-    bool rem_file(const fs::path& p) override;
+    bool set_write_time(const fs::path& /*p*/, std::int64_t /*time*/) override { return false; }
+    bool set_read_only(const fs::path& /*p*/, bool /*on*/) override { return false; }
+    SFsFile* open_write(const fs::path& /*p*/, FFSOpenFlags::FLAGS /*flags*/) override { return nullptr; }
+    SFsFile* open_append(const fs::path& /*p*/, FFSOpenFlags::FLAGS /*flags*/) override { return nullptr; }
+    SFsFile* open_read_write(const fs::path& /*p*/, FFSOpenFlags::FLAGS /*flags*/) override { return nullptr; }
+    SFsFile* create_write(const fs::path& /*p*/, FFSOpenFlags::FLAGS /*flags*/) override { return nullptr; }
+    SFsFile* create_read_write(const fs::path& /*p*/, FFSOpenFlags::FLAGS /*flags*/) override { return nullptr; }
+    bool mkdir(const fs::path& /*p*/) override { return false; }
+    void rem_dir(const fs::path& /*p*/) override {}
+    bool rem_file(const fs::path& /*p*/) override { return false; }
 
 private:
     fs::path path_;
