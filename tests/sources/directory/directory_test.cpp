@@ -277,7 +277,7 @@ public:
 };
 
 TEST_F(Fallback, RemovesATreeThroughItsOwnOperationAndLeavesHiddenItems) {
-    for (const char* name : {"T/f", "T/Sub/g", "U/#kept", "U/gone", "out"}) disk_.write(name, "1");
+    for (const char* name : {"T/f", "T/Sub/g", "U/#kept", "U/gone", "out", "R/a", "R/b/c"}) disk_.write(name, "1");
     CountingFallback source;
     source.rem_dir(as_dir(disk_ / "t"));
     EXPECT_EQ(source.calls, 2) << "a derived class hears of each directory";
@@ -287,6 +287,12 @@ TEST_F(Fallback, RemovesATreeThroughItsOwnOperationAndLeavesHiddenItems) {
     EXPECT_TRUE(disk_.exists("U/#kept"));
     EXPECT_TRUE(disk_.exists("out")) << "a file cannot be enumerated";
     EXPECT_EQ(source.calls, 8) << "none of these went any further";
+    for (const bool on : {true, false}) {
+        for (const char* name : {"R/a", "R/b/c"}) source.set_read_only(as_path(disk_ / name), on);
+        source.rem_dir(as_dir(disk_ / "r"));
+        EXPECT_EQ(disk_.exists("R/a") && disk_.exists("R/b/c"), on);
+        EXPECT_EQ(fs::last_error().path, disk_ / "r/a") << "the first that could not be removed";
+    }
 }
 
 }  // namespace
