@@ -63,8 +63,8 @@ TEST_F(DirectorySource, ShowsWhatItScannedAndTakesTheFirstFileWhoseDirectoryMatc
         {disk_.path() + "x/b/f", ""},
     };
     for (const auto& [query, answer] : rows) EXPECT_EQ(found(query), answer) << query;
-    fs::path out;
-    source_.full_path(out, as_path("z/f"));
+    fs::path out = as_path("z/f");
+    source_.full_path(out, out);
     EXPECT_EQ(as_text(out), disk_.path() + "/z/f");
     source_.full_path(out, as_path("missing"));
     EXPECT_TRUE(out.Empty());
@@ -235,6 +235,9 @@ TEST_F(DirectorySource, ADirectoryThatCannotBeListedIsToldAndKeepsItsNames) {
     platform::inject_fault(FaultPoint::LIST, 1, Failure::ACCESS_DENIED, true);
     source_.refresh_dir("a");
     EXPECT_THAT(all(), UnorderedElementsAre("a/f", "b/f", "c/f"));
+    platform::inject_fault(FaultPoint::LIST, 2, Failure::OUT_OF_MEMORY, false);
+    EXPECT_EQ(test::why(mount()), EFSError::OUT_OF_MEMORY) << "no mount is better than one without these names";
+    EXPECT_EQ(all().size(), 3u);
 }
 
 class Fallback : public testing::Test {

@@ -65,19 +65,12 @@ private:
     std::array<void*, std::size(entry_names)> entries_{};
 };
 
-// Whether a scan would pass over the item or a directory on the way to it. Where the scan begins is not asked.
-bool is_hidden(const fs::path& item, std::size_t start) {
-    const std::string_view dir = item.PathNameView();
-    if (item.FileNameView().front() == '#') return true;
-    if (dir.size() <= start) return false;
-    return dir[start] == '#' || dir.find("/#", start) != std::string_view::npos;
-}
-
-// An item is kept as the service spells it; one without a name, or that leads out of the root, is passed over.
+// An item is kept as the service spells it; one without a name, or that leads out of where a scan begins, is passed over.
 void enter_item(const DirectoryState& state, MountedNames& to, const char* name) {
-    const std::string full = state.start + (name ? name : "");
-    const fs::path item(full.c_str(), false);
-    if (item.EmptyFile() || climbs(item.PathNameView()) || is_hidden(item, state.start.size())) return;
+    const fs::path item = creation_name((state.start + (name ? name : "")).c_str());
+    const std::string path = full_name(item);
+    if (item.EmptyFile() || climbs(path) || !path.starts_with(state.start)) return;
+    if (is_hidden(std::string_view(path).substr(state.start.size()))) return;
     state.enter(to, to.table.intern_dir(item.PathNameView()), item.FileNameView());
 }
 
