@@ -217,7 +217,8 @@ private:
     // A record of what could not be listed would make a passing failure last.
     void note_unlisted(std::string_view dir, const platform::Error& error) {
         if (listing_) listing_->spoil();
-        if (error.failure == platform::Failure::OUT_OF_MEMORY) throw std::bad_alloc();
+        // A guide has it read another time.
+        if (error.failure == platform::Failure::OUT_OF_MEMORY && guide_ == nullptr) throw std::bad_alloc();
         if (error.failure == platform::Failure::NOT_FOUND) return;
         if (guide_) guide_->cannot_list(dir, error);
         to_.unlisted.insert(lower_text(dir));
