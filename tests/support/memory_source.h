@@ -13,6 +13,7 @@
 
 #include "engine/filesystem/contract/error.h"
 #include "engine/filesystem/contract/name_list.h"
+#include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/registry/registry.h"
 
 namespace test {
@@ -140,9 +141,7 @@ public:
     }
     bool mkdir(const fs::path& p) override {
         made.push_back(std::string("mkdir ") + p.PathName());
-        fs::path lower = p;
-        lower.Lowercase();
-        tree.add_path(lower.PathName());
+        tree.add_path(fs::lower_case(p).PathName());
         return is_writable;
     }
     void rem_dir(const fs::path& p) override {
@@ -172,11 +171,6 @@ private:
         std::int64_t time = 0;
     };
 
-    static std::string full_name(const fs::path& p) {
-        fs::string name;
-        p.FullName(name);
-        return name;
-    }
     static std::string_view directory_of(const std::string& name) {
         return std::string_view(name).substr(0, name.rfind('/') + 1);
     }
@@ -207,8 +201,7 @@ private:
         made.push_back(how + full_name(p));
         if (!is_writable) return nullptr;
         write_failure = EFSError::NONE;
-        fs::path lower = p;
-        lower.Lowercase();
+        const fs::path lower = fs::lower_case(p);
         add(full_name(lower), "");
         return open_write(lower, flags);
     }

@@ -117,21 +117,22 @@ void CWin32_fallback::rem_dir(const fs::path& p) {
     });
 }
 
-// False when the directory cannot be listed: then it stays.
+// False when the directory cannot be listed: then it stays. After the first failure no other is stored.
 bool CWin32_fallback::remove_items(std::string_view dir) {
+    const fs::ErrorScope scope;
+    std::optional<fs::ErrorKeeper> told;
     NativePath path;
     platform::DirectoryListing items;
     if (!path.append(dir) || !platform::list_directory({.full = path.text}, items, platform::Links::ALL))
         return fs::refuse_by_disk(path.text, "cannot be listed");
     for (const platform::DirectoryItem& item : items.items()) {
         if (item.is_offline || item.name[0] == '#') continue;
+        if (scope.has_error() && !told) told.emplace();
         path.cut(dir.size());
         if (!path.append({item.name, item.length})) {
             fs::refuse(EFSError::INVALID_NAME, path.text, "The directory holds a name that is too long to be removed.");
         } else if (item.is_directory && !item.is_link) {
-            fs::path below;
-            below.Set(path.text, "", false);  // as the disk spells it
-            rem_dir(below);
+            rem_dir(fs::directory_name(path.view(), false));  // as the disk spells it
         } else if (!platform::remove_file(path.text) && !(item.is_directory && platform::remove_directory(path.text))) {
             fs::refuse_by_disk(path.text, "cannot be removed");
         }

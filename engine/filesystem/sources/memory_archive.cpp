@@ -10,7 +10,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
-#include <mutex>
+#include <new>
 #include <set>
 #include <string>
 #include <string_view>
@@ -20,6 +20,7 @@
 #include <engine/filesystem/streams/memory.h>
 
 #include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/file.h"
 #include "engine/filesystem/contract/name_list.h"
 #include "engine/filesystem/contract/path.h"
 #include "engine/filesystem/formats/deflate.h"
@@ -49,18 +50,27 @@ SFsFile* refuse_entry(const fs::path& p) {
     return nullptr;
 }
 
-SFsFile* refuse_memory(const fs::path& p) {
-    set_error(EFSError::OUT_OF_MEMORY, p.FileName(), "There is no memory for the entry of the memory archive.");
-    return nullptr;
+bool refuse_name(const char* name) {
+    return refuse(EFSError::NOT_FOUND, name, "The archive holds no entry of this name.");
 }
 
 /// There is one server archive at most. Asking for it takes no lock: a source may ask while it is being asked itself.
 struct ServerArchive {
-    platform::Mutex making;                            // taken before the registry's lock
-    std::atomic<ZippedDataArchive*> archive{nullptr};  // owned
+    platform::Mutex making;                            // guards `owner`; taken before the registry's lock
+    std::shared_ptr<ZippedDataArchive> owner;          // with the source, which may still be asked when this lets go
+    std::atomic<ZippedDataArchive*> archive{nullptr};  // the same
 };
 
-ServerArchive& state() { return platform::never_destroyed<ServerArchive>(); }
+ServerArchive& server() { return platform::never_destroyed<ServerArchive>(); }
+
+class ServerSource final : public CMemZip_dir {
+public:
+    explicit ServerSource(std::shared_ptr<ZippedDataArchive> archive)
+        : CMemZip_dir(archive.get()), archive_(std::move(archive)) {}
+
+private:
+    const std::shared_ptr<ZippedDataArchive> archive_;
+};
 
 }  // namespace
 
@@ -83,9 +93,13 @@ struct ZippedDataArchive::State {
     template <class Result, class Work>
     Result locked(const char* name, Result failure, Work work) {
         return guarded(name, failure, [&] {
-            const std::lock_guard guard(lock);
+            const platform::LockGuard guard(lock);
             return work(lower_text(name ? name : ""));
         });
+    }
+    bool inflate(const Entry& entry, void* buffer, std::uint64_t room, std::size_t& length) const {
+        return inflate_zlib_stream(base + entry.offset, static_cast<std::size_t>(entry.size), buffer,
+                                   static_cast<std::size_t>(room), length);
     }
     void close_gap(const Entry& gone) {
         const std::uint64_t end = gone.offset + gone.size;
@@ -101,16 +115,17 @@ ZippedDataArchive::ZippedDataArchive() : state_(std::make_unique<State>()) {}
 ZippedDataArchive::~ZippedDataArchive() = default;
 
 bool ZippedDataArchive::BindArchiveToMemory(void* memory, std::uint64_t capacity) {
-    const std::lock_guard guard(state_->lock);
-    if (!memory || state_->bound()) return false;
+    const platform::LockGuard guard(state_->lock);
+    if (!memory || state_->bound())
+        return refuse(EFSError::INVALID_ARGUMENT, "", "There is no memory, or some is bound.");
     state_->base = static_cast<std::uint8_t*>(memory);
     state_->capacity = capacity;
     return true;
 }
 
 bool ZippedDataArchive::UnbindArchiveFromMemory() {
-    const std::lock_guard guard(state_->lock);
-    if (!state_->bound()) return false;
+    const platform::LockGuard guard(state_->lock);
+    if (!state_->bound()) return refuse(EFSError::INVALID_ARGUMENT, "", "No memory is bound to the archive.");
     state_->entries.clear();
     state_->base = nullptr;
     state_->capacity = 0;
@@ -118,12 +133,12 @@ bool ZippedDataArchive::UnbindArchiveFromMemory() {
 }
 
 bool ZippedDataArchive::IsMemoryBound() {
-    const std::lock_guard guard(state_->lock);
+    const platform::LockGuard guard(state_->lock);
     return state_->bound();
 }
 
 void ZippedDataArchive::ResetEntryMap() {
-    const std::lock_guard guard(state_->lock);
+    const platform::LockGuard guard(state_->lock);
     state_->entries.clear();
 }
 
@@ -131,10 +146,13 @@ bool ZippedDataArchive::AddEntry(const char* name, const void* data, std::uint64
                                  std::uint64_t unzipped_length) {
     State& state = *state_;
     return state.locked(name, false, [&](std::string key) {
-        if (!state.bound() || (!data && size != 0)) return false;
+        if (!state.bound() || (!data && size != 0))
+            return refuse(EFSError::INVALID_ARGUMENT, name, "No memory is bound, or there are no bytes to add.");
         // Never to the last byte; and a new binding may be smaller than what was used of the old one.
-        if (state.used >= state.capacity || size >= state.capacity - state.used) return false;
-        if (state.find_visible(key)) return false;
+        if (state.used >= state.capacity || size >= state.capacity - state.used)
+            return refuse(EFSError::TOO_LARGE, name, "The entry does not fit into what is left of the memory.");
+        if (state.find_visible(key))
+            return refuse(EFSError::ALREADY_EXISTS, name, "The archive holds the name already.");
         // An ignored name may be held already: the new bytes then take its place.
         Entry& entry = state.entries.try_emplace(std::move(key), Entry{state.added, 0, 0, 0}).first->second;
         entry = {.order = entry.order, .offset = state.used, .size = size, .unzipped_length = unzipped_length};
@@ -148,7 +166,7 @@ bool ZippedDataArchive::AddEntry(const char* name, const void* data, std::uint64
 bool ZippedDataArchive::GetEntry(const char* name, const void** data, std::uint64_t* size) {
     return state_->locked(name, false, [&](const std::string& key) {
         const Entry* const entry = state_->find_visible(key);
-        if (!entry) return false;
+        if (!entry) return refuse_name(name);
         if (data) *data = state_->base + entry->offset;
         if (size) *size = entry->size;
         return true;
@@ -167,10 +185,10 @@ bool ZippedDataArchive::ReadEntryAsZippedData(const char* name, void* buffer, st
     if (length) *length = 0;
     return state_->locked(name, false, [&](const std::string& key) {
         const Entry* const entry = state_->find_visible(key);
+        if (!entry) return refuse_name(name);
         std::size_t got = 0;
-        if (!entry || !inflate_zlib_stream(state_->base + entry->offset, static_cast<std::size_t>(entry->size), buffer,
-                                           static_cast<std::size_t>(capacity), got))
-            return false;
+        if (!state_->inflate(*entry, buffer, capacity, got))
+            return refuse(EFSError::BAD_FORMAT, name, "The entry is damaged, or longer than the buffer.");
         if (length) *length = static_cast<std::uint32_t>(got);
         return true;
     });
@@ -179,13 +197,15 @@ bool ZippedDataArchive::ReadEntryAsZippedData(const char* name, void* buffer, st
 bool ZippedDataArchive::RemoveEntry(const char* name) {
     return state_->locked(name, false, [&](const std::string& key) {
         const auto found = state_->entries.extract(key);
-        if (found.empty()) return false;
+        if (found.empty()) return refuse_name(name);
         state_->close_gap(found.mapped());
         return true;
     });
 }
 
-bool ZippedDataArchive::EntryExists(const char* name) { return GetEntry(name, nullptr, nullptr); }
+bool ZippedDataArchive::EntryExists(const char* name) {
+    return state_->locked(name, false, [&](const std::string& key) { return state_->find_visible(key) != nullptr; });
+}
 
 void ZippedDataArchive::GetAllFilenames(ztl::list<fs::string>& names) {
     state_->locked("", false, [&](const std::string&) {
@@ -224,41 +244,52 @@ void CMemZip_dir::full_path(fs::path& out, const fs::path& p) { ReadOnlySource::
 void CMemZip_dir::root_path(fs::path& out, const fs::path& /*p*/) { out.Release(); }
 
 SFsFile* CMemZip_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) {
-    std::uint64_t packed_size = 0;
-    if ((flags & FFSOpenFlags::WHOLE_NAME) != 0 && !p.PathNameView().empty()) return nullptr;
-    if (!archive_ || !archive_->GetEntry(p.FileName(), nullptr, &packed_size)) return nullptr;
-    const std::uint64_t size = archive_->GetEntryUnzippedLength(p.FileName());
-    if (size / best_ratio > packed_size) return refuse_entry(p);
-    // Zeros: a recorded length that is too large must not show what lay in the memory before.
-    void* buffer = std::calloc(std::max<std::size_t>(1, static_cast<std::size_t>(size)), 1);
-    if (!buffer) return refuse_memory(p);
-    std::uint32_t length = 0;
-    if (!archive_->ReadEntryAsZippedData(p.FileName(), buffer, size, &length)) {
-        std::free(buffer);
-        return refuse_entry(p);
-    }
-    FileInMemory* file = FileInMemory::create(buffer, size);
-    if (!file) return refuse_memory(p);
+    if (!archive_ || (has_any(flags, FFSOpenFlags::WHOLE_NAME) && !p.EmptyPath())) return nullptr;
+    ZippedDataArchive::State& state = *archive_->state_;
+    std::unique_ptr<FileInMemory> file;
+    bool is_damaged = false;
+    const bool is_read = state.locked(p.FileName(), false, [&](const std::string& key) {
+        const Entry* const entry = state.find_visible(key);
+        if (!entry) return false;
+        const auto size = static_cast<std::size_t>(entry->unzipped_length);
+        is_damaged = size / best_ratio > entry->size;
+        if (is_damaged) return false;
+        // Zeros: a recorded length that is too large must not show what lay in the memory before.
+        void* const buffer = std::calloc(std::max<std::size_t>(1, size), 1);
+        if (buffer) file.reset(FileInMemory::create(buffer, size));
+        if (!file) throw std::bad_alloc();
+        std::size_t got = 0;
+        is_damaged = !state.inflate(*entry, buffer, size, got);
+        return !is_damaged;
+    });
+    if (is_damaged) return refuse_entry(p);
+    if (!is_read) return nullptr;
     file->source = this;
     file->name = joined_name(p.PathNameView(), p.FileNameView());
-    return file;
+    return file.release();
 }
 
 ZippedDataArchive* create_server_archive(void* memory, std::uint64_t capacity) {
     return guarded<ZippedDataArchive*>(nullptr, nullptr, [&] {
         if (ZippedDataArchive* const made = get_server_archive()) return made;
-        const platform::LockGuard guard(state().making);
+        const platform::LockGuard guard(server().making);
         if (ZippedDataArchive* const made = get_server_archive()) return made;
-        auto archive = std::make_unique<ZippedDataArchive>();
+        auto archive = std::make_shared<ZippedDataArchive>();
         if (memory) archive->BindArchiveToMemory(memory, capacity);
-        if (registry::add(std::make_unique<CMemZip_dir>(archive.get()), FFSAddSourceFlags::INDEX_NAMES))
-            state().archive.store(archive.release(), std::memory_order_release);
+        if (registry::add(std::make_unique<ServerSource>(archive), FFSAddSourceFlags::INDEX_NAMES)) {
+            server().archive.store(archive.get(), std::memory_order_release);
+            server().owner = std::move(archive);
+        }
         return get_server_archive();
     });
 }
 
-ZippedDataArchive* get_server_archive() { return state().archive.load(std::memory_order_acquire); }
+ZippedDataArchive* get_server_archive() { return server().archive.load(std::memory_order_acquire); }
 
-void destroy_server_archive() { delete state().archive.exchange(nullptr); }
+void destroy_server_archive() {
+    const platform::LockGuard guard(server().making);
+    server().archive.store(nullptr, std::memory_order_release);
+    server().owner.reset();
+}
 
 }  // namespace fs

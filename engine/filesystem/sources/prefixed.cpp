@@ -97,17 +97,18 @@ public:
         return guarded(p.FileName(), false, [&] { return find(p, Match::WHOLE).has_value(); });
     }
     void full_path(fs::path& out, const fs::path& p) override {
-        out = fs::path();
-        ask(p, false, [&](CFSSource& inner, const fs::path& name) { return inner.full_path(out, name), true; });
+        out = ask(p, fs::path(), [](CFSSource& inner, const fs::path& name) {
+            fs::path full;
+            inner.full_path(full, name);
+            return full;
+        });
     }
     void root_path(fs::path& out, const fs::path& p) override {
-        out = fs::path();
-        ask(p, false, [&](CFSSource& inner, const fs::path& name) {
+        out = ask(p, fs::path(), [&](CFSSource& inner, const fs::path& name) {
             fs::path held;
             if (registry::holds_whole(inner, name) && !is_native_directory_name(name.PathNameView())) held = name;
             if (held.Empty()) inner.root_path(held, name);
-            if (!held.Empty()) out = with_directory(prefix_ + held.PathName(), held);
-            return true;
+            return held.Empty() ? held : with_directory(prefix_ + held.PathName(), held);
         });
     }
     std::uint64_t place(const fs::path& p) override {
@@ -117,15 +118,11 @@ public:
         });
     }
 
-    std::int64_t write_time(const fs::path& p) override {
-        return ask(p, std::int64_t{-1}, [](auto& inner, auto& name) { return inner.write_time(name); });
-    }
+    std::int64_t write_time(const fs::path& p) override { return ask(p, std::int64_t{-1}, &CFSSource::write_time); }
     bool set_write_time(const fs::path& p, std::int64_t time) override {
         return ask(p, false, [=](auto& inner, auto& name) { return inner.set_write_time(name, time); });
     }
-    bool read_only(const fs::path& p) override {
-        return ask(p, false, [](auto& inner, auto& name) { return inner.read_only(name); });
-    }
+    bool read_only(const fs::path& p) override { return ask(p, false, &CFSSource::read_only); }
     bool set_read_only(const fs::path& p, bool on) override {
         return ask(p, false, [=](auto& inner, auto& name) { return inner.set_read_only(name, on); });
     }
@@ -133,9 +130,7 @@ public:
     void mark_installed(const fs::path& p, bool on) override {
         ask(p, false, [=](auto& inner, auto& name) { return inner.mark_installed(name, on), true; });
     }
-    int is_installed(const fs::path& p) override {
-        return ask(p, 0, [](auto& inner, auto& name) { return inner.is_installed(name); });
-    }
+    int is_installed(const fs::path& p) override { return ask(p, 0, &CFSSource::is_installed); }
 
     SFsFile* open_read(const fs::path& p, Flags flags) override { return open(p, flags, &CFSSource::open_read); }
     SFsFile* open_write(const fs::path& p, Flags flags) override { return open(p, flags, &CFSSource::open_write); }
@@ -168,9 +163,7 @@ public:
             follow();
         });
     }
-    bool rem_file(const fs::path& p) override {
-        return ask(p, false, [](auto& inner, auto& name) { return inner.rem_file(name); });
-    }
+    bool rem_file(const fs::path& p) override { return ask(p, false, &CFSSource::rem_file); }
 
     FS_NAME* get_file_list(const char* dir, const char* mask, bool flag) override {
         return list(dir, mask, [=](std::string_view held) { return directory_answers(held, dir, flag); });
@@ -221,7 +214,7 @@ protected:
     Result ask(const fs::path& p, Result missing, Use use, Flags flags = FFSOpenFlags::NONE) {
         return guarded(p.FileName(), missing, [&]() -> Result {
             const auto asked = find(p, registry::match_of(flags));
-            return asked ? use(*inner_, asked->name) : missing;
+            return asked ? std::invoke(use, *inner_, asked->name) : missing;
         });
     }
 

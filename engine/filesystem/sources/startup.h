@@ -14,8 +14,7 @@ namespace fs {
 /// The callback of searches hears the names as `inner` has them. Throws std::bad_alloc.
 std::unique_ptr<CFSSource> make_prefixed(std::unique_ptr<CFSSource> inner, std::string_view prefix);
 
-/// Destroys the server archive, if there is one. Its source must be out of the registry by then, as it is when
-/// fs::shutdown has destroyed the sources.
+/// Lets go of the server archive, if there is one. It is destroyed with its source, if that is still registered.
 void destroy_server_archive();
 
 }  // namespace fs

@@ -63,8 +63,8 @@ TEST_F(DirectorySource, ShowsWhatItScannedAndTakesTheFirstFileWhoseDirectoryMatc
         {disk_.path() + "x/b/f", ""},
     };
     for (const auto& [query, answer] : rows) EXPECT_EQ(found(query), answer) << query;
-    fs::path out;
-    source_.full_path(out, as_path("z/f"));
+    fs::path out = as_path("z/f");
+    source_.full_path(out, out);
     EXPECT_EQ(as_text(out), disk_.path() + "/z/f");
     source_.full_path(out, as_path("missing"));
     EXPECT_TRUE(out.Empty());
@@ -235,6 +235,9 @@ TEST_F(DirectorySource, ADirectoryThatCannotBeListedIsToldAndKeepsItsNames) {
     platform::inject_fault(FaultPoint::LIST, 1, Failure::ACCESS_DENIED, true);
     source_.refresh_dir("a");
     EXPECT_THAT(all(), UnorderedElementsAre("a/f", "b/f", "c/f"));
+    platform::inject_fault(FaultPoint::LIST, 2, Failure::OUT_OF_MEMORY, false);
+    EXPECT_EQ(test::why(mount()), EFSError::OUT_OF_MEMORY) << "no mount is better than one without these names";
+    EXPECT_EQ(all().size(), 3u);
 }
 
 class Fallback : public testing::Test {
@@ -277,7 +280,7 @@ public:
 };
 
 TEST_F(Fallback, RemovesATreeThroughItsOwnOperationAndLeavesHiddenItems) {
-    for (const char* name : {"T/f", "T/Sub/g", "U/#kept", "U/gone", "out"}) disk_.write(name, "1");
+    for (const char* name : {"T/f", "T/Sub/g", "U/#kept", "U/gone", "out", "R/a", "R/b/c"}) disk_.write(name, "1");
     CountingFallback source;
     source.rem_dir(as_dir(disk_ / "t"));
     EXPECT_EQ(source.calls, 2) << "a derived class hears of each directory";
@@ -287,6 +290,12 @@ TEST_F(Fallback, RemovesATreeThroughItsOwnOperationAndLeavesHiddenItems) {
     EXPECT_TRUE(disk_.exists("U/#kept"));
     EXPECT_TRUE(disk_.exists("out")) << "a file cannot be enumerated";
     EXPECT_EQ(source.calls, 8) << "none of these went any further";
+    for (const bool on : {true, false}) {
+        for (const char* name : {"R/a", "R/b/c"}) source.set_read_only(as_path(disk_ / name), on);
+        source.rem_dir(as_dir(disk_ / "r"));
+        EXPECT_EQ(disk_.exists("R/a") && disk_.exists("R/b/c"), on);
+        EXPECT_EQ(fs::last_error().path, disk_ / "r/a") << "the first that could not be removed";
+    }
 }
 
 }  // namespace

@@ -180,10 +180,10 @@ TEST_F(ListingCache, StaysWholeWhenManyWriteAtOnce) {
 // Records that no scan makes, behind a good checksum.
 TEST(RecordedListing, FailsWithHostileNames) {
     constexpr fs::ListingKey key{"/data/base", 1};
-    const std::tuple<const char*, const char*, bool> rows[] = {
+    const std::tuple<std::string, const char*, bool> rows[] = {
         {"a/", "f", true},    {"../", "f", false},  {"/etc/", "f", false}, {"a", "f", false},
         {"a/./", "f", false}, {"a//", "f", false},  {"a/", "", false},     {"a\\..\\", "f", false},
-        {"a/", "..", false},  {"a/", "b/c", false}, {"a/", "b\\c", false}};
+        {"a/", "..", false},  {"a/", "b/c", false}, {"a/", "b\\c", false}, {std::string(259, 'd') + "/", "f", false}};
     for (const auto& [dir, file, is_good] : rows) {
         fs::dir_listing recorded;
         recorded.add_directory(dir, {1, 1});
@@ -241,9 +241,10 @@ TEST_F(CacheService, ServesAMountWithoutTouchingADirectoryOrAStoredListing) {
     EXPECT_EQ(read_all(source_.open_read(as_path("dir/two"), FFSOpenFlags::NONE)), "Dir/Two") << "by its spelling";
     control_->item_count = 0;
     EXPECT_THAT(mount(), IsEmpty());
-    control_->item_count = 1;
+    control_->item_count = 5;
     ASSERT_TRUE(source_.init(as_dir(disk_ / "dir"), FFSAddSourceFlags::MOUNT_PARENT, nullptr));
-    EXPECT_THAT(all_names(source_), UnorderedElementsAre("dir/served.txt")) << "the start leads each name";
+    EXPECT_THAT(all_names(source_), UnorderedElementsAre("dir/served.txt", "dir/dir/two", "dir/b/three"))
+        << "the start leads each name, and nothing beside it is shown";
     EXPECT_TRUE(kernel::equal_folded(control_->path, disk_.path() + "/Dir/")) << control_->path;
 }
 

@@ -49,7 +49,7 @@ TEST_F(MemoryArchive, BindsMemoryOnceNeverFillsItsLastByteAndKeepsCountingAfterA
     EXPECT_FALSE(archive_.BindArchiveToMemory(memory_, sizeof memory_) || add_raw("a", "0123456789"));
     EXPECT_FALSE(archive_.AddEntry("a", "", ~std::uint64_t{0}, 1) || archive_.AddEntry("a", nullptr, 1, 1));
     EXPECT_TRUE(add_raw("a", "01234"));
-    EXPECT_FALSE(add_raw("b", "01234"));
+    EXPECT_EQ(test::why(add_raw("b", "01234")), EFSError::TOO_LARGE);
     EXPECT_TRUE(add_raw("b", "0123"));
     EXPECT_EQ(place("B"), "0123");
     EXPECT_EQ(place("B").data(), memory_ + 5);
@@ -67,7 +67,7 @@ TEST_F(MemoryArchive, BindsMemoryOnceNeverFillsItsLastByteAndKeepsCountingAfterA
 TEST_F(MemoryArchive, NamesThatDifferInCaseAreOneTheGapOfARemovedOneIsClosedAndIgnoredOnesAreMissing) {
     bind(sizeof memory_);
     for (const char* name : {"Data/A.txt", "b", "c"}) ASSERT_TRUE(add(name, std::string("content of ") + name));
-    EXPECT_FALSE(add("data/a.TXT", "second"));
+    EXPECT_EQ(test::why(add("data/a.TXT", "second")), EFSError::ALREADY_EXISTS);
     EXPECT_EQ(read("DATA/a.txt"), "content of Data/A.txt");
     EXPECT_EQ(archive_.GetEntryUnzippedLength("data/a.txt"), 21u);
     EXPECT_THAT(names(), ElementsAre("data/a.txt", "b", "c"));
@@ -122,13 +122,20 @@ TEST_F(MemoryArchive, IsFilledWhileAnotherThreadReads) {
             if (thread == 0) EXPECT_THAT(open(name), testing::AnyOf("content", "(null)"));
             if (thread == 1) EXPECT_TRUE(i < 300 ? add(name.c_str(), "content") : archive_.RemoveEntry(name.c_str()));
         }
+        EXPECT_NE(fs::last_error().code, EFSError::BAD_FORMAT) << "an entry that goes is not damaged";
     });
 }
+
+struct MakesAnotherWhenItGoes : test::MemorySource {
+    MakesAnotherWhenItGoes() : MemorySource("/memory") {}
+    ~MakesAnotherWhenItGoes() override { fs::create_server_archive(nullptr, 0); }
+};
 
 TEST(ServerArchive, IsMadeOnceMountedFirstAndGoneAfterShutdown) {
     const TempDirectory root;
     root.write("a.txt", "from the disk");
-    ASSERT_TRUE(fs::init(root.path().c_str(), FFSAddSourceFlags::NONE, "", false, false, nullptr));
+    const auto init = [&] { return fs::init(root.path().c_str(), FFSAddSourceFlags::NONE, "", false, false, nullptr); };
+    ASSERT_TRUE(init());
     ASSERT_EQ(fs::get_server_archive(), nullptr);
     char memory[100];
     fs::ZippedDataArchive* const archive = fs::create_server_archive(memory, sizeof memory);
@@ -140,6 +147,11 @@ TEST(ServerArchive, IsMadeOnceMountedFirstAndGoneAfterShutdown) {
     EXPECT_TRUE(fs::read_file(text, "a.txt") && text == "from the server");
     fs::shutdown();
     EXPECT_EQ(fs::get_server_archive(), nullptr);
+    ASSERT_TRUE(init());
+    fs::add_source(new MakesAnotherWhenItGoes, FFSAddSourceFlags::NONE);
+    fs::shutdown();
+    EXPECT_FALSE(fs::get_server_archive() || fs::exists("a.txt")) << "its source is still asked";
+    test::unmount_all();
 }
 
 }  // namespace

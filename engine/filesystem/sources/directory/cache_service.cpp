@@ -40,44 +40,12 @@ struct Unload {
     void operator()(platform::Module* module) const { platform::unload_module(module); }
 };
 
-class CacheService {
-public:
-    explicit CacheService(const char* module) : module_(platform::load_module(module)) {
-        for (std::size_t i = 0; module_ != nullptr && i < entries_.size(); ++i) {
-            entries_[i] = platform::find_symbol(module_.get(), entry_names[i]);
-            if (entries_[i] == nullptr) module_ = nullptr;
-        }
-    }
-    bool is_running() const {
-        return module_ != nullptr && call<bool (*)()>(INIT)() && call<bool (*)()>(IS_SERVICE_RUNNING)();
-    }
-    ICacheServiceMountPoint* create_mount_point(const char* path) const {
-        return call<ICacheServiceMountPoint* (*)(const char*, int)>(CREATE_MOUNT_POINT)(path, 1);
-    }
-
-private:
-    template <class Function>
-    Function call(Entry entry) const {
-        return reinterpret_cast<Function>(entries_[entry]);
-    }
-
-    std::unique_ptr<platform::Module, Unload> module_;  // null unless it has every entry
-    std::array<void*, std::size(entry_names)> entries_{};
-};
-
-// Whether a scan would pass over the item or a directory on the way to it. Where the scan begins is not asked.
-bool is_hidden(const fs::path& item, std::size_t start) {
-    const std::string_view dir = item.PathNameView();
-    if (item.FileNameView().front() == '#') return true;
-    if (dir.size() <= start) return false;
-    return dir[start] == '#' || dir.find("/#", start) != std::string_view::npos;
-}
-
-// An item is kept as the service spells it; one without a name, or that leads out of the root, is passed over.
+// An item is kept as the service spells it; one without a name, or that leads out of where a scan begins, is passed over.
 void enter_item(const DirectoryState& state, MountedNames& to, const char* name) {
-    const std::string full = state.start + (name ? name : "");
-    const fs::path item(full.c_str(), false);
-    if (item.EmptyFile() || climbs(item.PathNameView()) || is_hidden(item, state.start.size())) return;
+    const fs::path item = creation_name((state.start + (name ? name : "")).c_str());
+    const std::string path = full_name(item);
+    if (item.EmptyFile() || climbs(path) || !path.starts_with(state.start)) return;
+    if (is_hidden(std::string_view(path).substr(state.start.size()))) return;
     state.enter(to, to.table.intern_dir(item.PathNameView()), item.FileNameView());
 }
 
@@ -94,10 +62,18 @@ struct Release {
 
 __attribute__((no_sanitize("vptr"))) bool fill_from_cache_service(const DirectoryState& state, MountedNames& to,
                                                                   const char* module) {
-    const CacheService service(module);
-    if (!service.is_running()) return false;
+    const std::unique_ptr<platform::Module, Unload> library(platform::load_module(module));
+    std::array<void*, std::size(entry_names)> entries{};
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        entries[i] = library ? platform::find_symbol(library.get(), entry_names[i]) : nullptr;
+        if (entries[i] == nullptr) return false;
+    }
+    const auto init = reinterpret_cast<bool (*)()>(entries[INIT]);
+    const auto is_running = reinterpret_cast<bool (*)()>(entries[IS_SERVICE_RUNNING]);
+    const auto mount = reinterpret_cast<ICacheServiceMountPoint* (*)(const char*, int)>(entries[CREATE_MOUNT_POINT]);
+    if (!init() || !is_running()) return false;
     const std::string path = state.native_root.text + state.start;
-    const std::unique_ptr<ICacheServiceMountPoint, Release> mount_point(service.create_mount_point(path.c_str()));
+    const std::unique_ptr<ICacheServiceMountPoint, Release> mount_point(mount(path.c_str(), 1));
     if (!mount_point) return false;
     const std::unique_ptr<ICacheServiceItems, Release> items(mount_point->enumerate());
     for (; items && items->valid(); items->next()) enter_item(state, to, items->item_name());

@@ -50,7 +50,7 @@ public:
         const std::size_t split = split_of(spelled) - spelled.root_length;
         const std::string_view dir = spelled.below_root().substr(0, split);
         const std::string_view name = spelled.below_root().substr(split);
-        state_.make_node(*state_.names, lower.substr(0, split));
+        state_.make_node(state_.names->tree, lower.substr(0, split));
         known_ = table_.find_exact(lower);
         const bool serves = known_ != NameTable::none && table_.is_spelled(known_, spelled.below_root());
         if (!serves) added_ = table_.add(table_.intern_dir(dir), name, 0);
@@ -180,8 +180,10 @@ bool CWin32_dir::mkdir(const fs::path& p) {
     NativePath native;
     if (!state_->place_for_new(DirectoryState::Kind::DIRECTORY, p, native)) return false;
     return fs::guarded(native.text, false, [&] {
+        fs::dir made;
+        state_->make_node(made, fs::lower_text(native.below_root()));
         if (!fs::create_directories(native.view())) return false;
-        state_->make_node(*state_->names, fs::lower_text(native.below_root()));
+        state_->names->tree.take_over(made);
         return true;
     });
 }

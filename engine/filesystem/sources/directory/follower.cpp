@@ -14,12 +14,6 @@
 
 namespace fs {
 
-namespace {
-
-bool is_hidden(std::string_view name) { return name.starts_with('#') || name.find("/#") != std::string_view::npos; }
-
-}  // namespace
-
 bool DirectoryFollower::ByName::operator()(std::string_view a, std::string_view b) const {
     // Paths begin alike: eight bytes are passed over in one go.
     std::size_t at = 0;
@@ -265,13 +259,13 @@ void DirectoryFollower::apply_directories(ChangeBatch& batch) {
     if (!gone_dirs_.empty()) {
         for (const auto& [dir, watch] : directories_) {
             const std::string lower = lower_text(dir);
-            if (is_below_any(gone_dirs_, lower)) state_.make_node(names, lower);
+            if (is_below_any(gone_dirs_, lower)) state_.make_node(names.tree, lower);
         }
     }
     for (const std::string& dir : new_dirs_) {
         if (!directories_.contains(dir)) continue;  // it went again
         const std::string lower = lower_text(dir);
-        state_.make_node(names, lower);
+        state_.make_node(names.tree, lower);
         names.unlisted.erase(lower);
     }
     new_dirs_.clear();
@@ -283,7 +277,8 @@ bool DirectoryFollower::apply_name(ChangeBatch& batch, Marks::iterator first, Ma
     const NameTable& table = state_.names->table;
     const std::string name = lower_text(first->first);
     if (!first->second.is_named) {
-        const bool is_held = std::any_of(first, last, [&](const auto& mark) { return holds(table, name, mark.first); });
+        const auto is_spelled = [&](const auto& mark) { return table.holds_spelled(name, mark.first); };
+        const bool is_held = std::any_of(first, last, is_spelled);
         if (is_held) batch.add(SFsChange::CONTENT, name);
         return is_held;
     }
@@ -331,13 +326,6 @@ void DirectoryFollower::replace(ChangeBatch& batch, const std::string& name, con
         if (!held.empty()) table.set_value(file, table.value(held.front()));
     }
     for (const std::uint32_t file : held) table.remove(file);
-}
-
-/// Whether one of the files of this name in lower case is spelled like this.
-bool DirectoryFollower::holds(const NameTable& table, std::string_view name, std::string_view path) {
-    std::uint32_t file = table.find_exact(name);
-    while (file != NameTable::none && !table.is_spelled(file, path)) file = table.next_exact(file);
-    return file != NameTable::none;
 }
 
 }  // namespace fs

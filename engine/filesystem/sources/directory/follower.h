@@ -81,7 +81,6 @@ private:
     bool apply_name(ChangeBatch& batch, Marks::iterator first, Marks::iterator last);
     void replace(ChangeBatch& batch, const std::string& name, const std::vector<std::uint32_t>& held,
                  const std::vector<std::string>& paths);
-    static bool holds(const NameTable& table, std::string_view name, std::string_view path);
 
     CWin32_dir& source_;
     DirectoryState& state_;  // touched under the registry's lock alone

@@ -50,6 +50,7 @@ bool has_separator(std::string_view text) {
 bool is_name(std::string_view text) { return !text.empty() && text != "." && text != ".." && !has_separator(text); }
 
 bool is_directory(std::string_view text) {
+    if (text.size() > platform::max_path_bytes) return false;
     while (!text.empty()) {
         const std::size_t end = text.find('/');
         if (end == std::string_view::npos || !is_name(text.substr(0, end))) return false;
@@ -147,7 +148,7 @@ bool replay_listing(const DirectoryState& state, MountedNames& to, const dir_lis
     std::uint32_t dir = 0;
     const auto enter_directory = [&](std::string_view text, const platform::DirectoryTimes&) {
         dir = to.table.intern_dir(text);
-        state.make_node(to, to.table.dir_text(dir));
+        state.make_node(to.tree, to.table.dir_text(dir));
         return !is_stale.load(std::memory_order_relaxed);
     };
     const bool is_whole =

@@ -90,7 +90,7 @@ struct DirectoryFollower::Reading final : ScanGuide {
             const std::string_view dir = names->table.spelled_dir(file);
             std::string path = names->table.spelled_path(file);
             const bool is_new = is_new_told && follower.new_dirs_.contains(dir);
-            const bool is_held = !is_new && holds(table, lower_text(path), path);
+            const bool is_held = !is_new && table.holds_spelled(lower_text(path), path);
             if (!is_held || extent_of(dir) == Extent::FILES)
                 follower.mark(std::move(path), is_held ? Kind::ARRIVED : Kind::CREATED, when);
         }
@@ -102,7 +102,8 @@ struct DirectoryFollower::Reading final : ScanGuide {
             if (is_added) known->second = extent_of(dir) != Extent::NOTHING && !is_below_any(put_off, dir);
             if (!known->second) continue;
             std::string path = table.spelled_path(file);
-            if (!holds(names->table, lower_text(path), path)) follower.mark(std::move(path), Kind::REMOVED, when);
+            if (!names->table.holds_spelled(lower_text(path), path))
+                follower.mark(std::move(path), Kind::REMOVED, when);
         }
     }
 

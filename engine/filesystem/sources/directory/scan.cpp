@@ -1,10 +1,10 @@
 #include "engine/filesystem/sources/directory/scan.h"
 
 #include <algorithm>
-#include <cstring>
 #include <iterator>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <thread>
 #include <utility>
@@ -27,6 +27,7 @@ namespace {
 
 constexpr std::size_t worth_a_thread = 32;  // directories
 constexpr std::size_t window = 8;           // how many of the next directories are listed ahead
+constexpr std::ptrdiff_t worth_waking = 4;  // so many of them are worth waking a thread
 constexpr std::size_t most_ahead = 32;      // a scan in the depth leaves those of the upper directories waiting
 
 /// Whether a scan takes no notice of an item.
@@ -53,11 +54,13 @@ struct Directory {
     // Guarded by the lock of the listing while it waits.
     bool is_begun = false;  // somebody lists it
     bool is_done = false;
-
-    /// Links are looked at before they are entered, and over-long paths never are.
-    bool may_be_listed() const { return !is_begun && !is_link && path.size() <= platform::max_path_bytes; }
 };
-using DirectoryPtr = std::unique_ptr<Directory>;
+using DirectoryPtr = std::shared_ptr<Directory>;  // who lists it has a share: a scan that fails drops its own
+
+/// Links are looked at before they are entered, and over-long paths never are.
+bool may_be_listed(const DirectoryPtr& directory) {
+    return !directory->is_begun && !directory->is_link && directory->path.size() <= platform::max_path_bytes;
+}
 
 /// The directories that a scan has yet to enter. Those that come next are listed on a second thread while the scan enters the
 /// names of those before. The thread is started when there is enough to list and a core to run it on; without it the
@@ -85,7 +88,7 @@ public:
         std::vector<DirectoryPtr> found;
         for (const platform::DirectoryItem& item : parent.items.items()) {
             if (!item.is_directory || is_passed_over(item)) continue;
-            auto directory = std::make_unique<Directory>();
+            auto directory = std::make_shared<Directory>();
             directory->path.reserve(parent.path.size() + item.length + 1);
             directory->path.append(parent.path).append(item.name, item.length).append("/");
             directory->is_link = item.is_link;
@@ -117,53 +120,40 @@ public:
             guard.unlock();
             return list_now(directory);
         }
-        while (!directory.is_done) {
-            // Instead of waiting for the other thread, the next directory behind is listed.
-            if (Directory* const other = begin_another()) {
-                guard.unlock();
-                list_now(*other);
-                guard.lock();
-                other->is_done = true;
-            } else {
-                is_listed_.wait(guard, [&] { return directory.is_done; });
-            }
+        // Instead of waiting for the other thread, the next directory behind is listed.
+        while (!directory.is_done && list_another(guard)) {
         }
+        is_listed_.wait(guard, [&] { return directory.is_done; });
     }
 
 private:
     void work() {
         std::unique_lock guard(lock_);
         while (!is_stopping_) {
-            Directory* const directory = begin_another();
-            if (directory == nullptr) {
-                is_idle_ = true;
-                has_work_.wait(guard, [&] { return !is_idle_ || is_stopping_; });
-                continue;
-            }
-            guard.unlock();
-            list_now(*directory);
-            guard.lock();
-            directory->is_done = true;
-            is_listed_.notify_one();
+            if (list_another(guard)) continue;
+            is_idle_ = true;
+            has_work_.wait(guard, [&] { return !is_idle_ || is_stopping_; });
         }
     }
-    /// The next directory that nobody lists; null when there is none, or when there are too many listings about.
-    Directory* begin_another() {
-        if (ahead_ == most_ahead) return nullptr;
-        const auto end = waiting_.rbegin() + static_cast<std::ptrdiff_t>(std::min(window, waiting_.size()));
-        const auto next = std::find_if(waiting_.rbegin(), end,
-                                       [](const DirectoryPtr& directory) { return directory->may_be_listed(); });
-        if (next == end) return nullptr;
+    auto end_of_window() { return waiting_.rbegin() + static_cast<std::ptrdiff_t>(std::min(window, waiting_.size())); }
+    /// Lists the next directory that nobody lists, without the lock. False when there is none, or too many listings are about.
+    bool list_another(std::unique_lock<platform::Mutex>& guard) {
+        if (ahead_ == most_ahead) return false;
+        const auto next = std::find_if(waiting_.rbegin(), end_of_window(), may_be_listed);
+        if (next == end_of_window()) return false;
+        const DirectoryPtr directory = *next;
         ++ahead_;
-        (*next)->is_begun = true;
-        return next->get();
+        directory->is_begun = true;
+        guard.unlock();
+        list_now(*directory);
+        guard.lock();
+        directory->is_done = true;
+        is_listed_.notify_one();
+        return true;
     }
     /// One directory alone is listed sooner than a sleeping thread wakes.
     void wake_if_worth() {
-        if (!is_idle_) return;
-        const auto first = waiting_.end() - static_cast<std::ptrdiff_t>(std::min(window, waiting_.size()));
-        const auto may_be_listed = [](const DirectoryPtr& directory) { return directory->may_be_listed(); };
-        if (static_cast<std::size_t>(std::count_if(first, waiting_.end(), may_be_listed)) < window / 2) return;
+        if (!is_idle_ || std::count_if(waiting_.rbegin(), end_of_window(), may_be_listed) < worth_waking) return;
         is_idle_ = false;
         has_work_.notify_one();
     }
@@ -227,6 +217,8 @@ private:
     // A record of what could not be listed would make a passing failure last.
     void note_unlisted(std::string_view dir, const platform::Error& error) {
         if (listing_) listing_->spoil();
+        // A guide has it read another time.
+        if (error.failure == platform::Failure::OUT_OF_MEMORY && guide_ == nullptr) throw std::bad_alloc();
         if (error.failure == platform::Failure::NOT_FOUND) return;
         if (guide_) guide_->cannot_list(dir, error);
         to_.unlisted.insert(lower_text(dir));

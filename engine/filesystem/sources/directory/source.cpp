@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <string>
 #include <utility>
@@ -72,8 +73,8 @@ void keep_unlisted(const DirectoryState& state, MountedNames& before, MountedNam
         to.table.add(to.table.intern_dir(old.spelled_dir(file)), old.spelled_name(file), old.value(file));
     }
     for (const std::string& dir : to.unlisted) {
-        const fs::dir* const node = state.find_node(before, dir);
-        if (node != nullptr) state.make_node(to, dir).merge(*node);
+        const fs::dir* const node = state.find_node(before.tree, dir);
+        if (node != nullptr && !state.make_node(to.tree, dir).merge(*node)) throw std::bad_alloc();
     }
 }
 
@@ -178,20 +179,14 @@ CWin32_dir::CWin32_dir(EFSSourceType::TYPE type, const char* const* include)
     : state_(std::make_unique<DirectoryState>()) {
     state_->type = type;
     state_->names = state_->no_names();
-    for (; include && *include; ++include) {
-        fs::string name;
-        fs::path(*include, true).FullName(name);
-        state_->include.push_back(std::move(name));
-    }
+    for (; include && *include; ++include) state_->include.push_back(fs::full_name(fs::lookup_name(*include)));
     std::sort(state_->include.begin(), state_->include.end());
 }
 
 CWin32_dir::~CWin32_dir() = default;
 
 void CWin32_dir::set_native_spelling(const char* root) {
-    fs::path spelling;
-    spelling.Set(root, "", false);
-    state_->spelling = spelling.PathName();
+    fs::guarded(root, [&] { state_->spelling = fs::directory_name(root ? root : "", false).PathNameView(); });
 }
 
 bool CWin32_dir::init(const fs::path& root, FFSAddSourceFlags::ENUM flags, fs::dir_listing* listing) {
@@ -208,17 +203,17 @@ void CWin32_dir::refresh() {
 }
 
 void CWin32_dir::refresh_dir(const char* dir) {
+    if (dir == nullptr) dir = "";
     fs::guarded(dir, [&] {
         DirectoryState& state = *state_;
         char expanded[platform::path_buffer_size];
         const bool is_full = fs::is_full_path(dir) && platform::expand_short_names(dir, expanded);
-        fs::path parsed;
-        parsed.Set(is_full ? expanded : dir, "", true);
+        const fs::path parsed = fs::directory_name(is_full ? expanded : dir, true);
         std::string_view below = parsed.PathNameView();
         NativePath native;
         if (fs::place_of(state.native_root, below) == fs::Place::OUTSIDE) return;
-        fs::dir* const node = state.find_node(*state.names, below);
-        if (!node || !fs::build_native_path(state.native_root, below, {}, native)) return;
+        const bool is_known = state.find_node(state.names->tree, below) != nullptr;
+        if (!is_known || !fs::build_native_path(state.native_root, below, {}, native)) return;
         // The scan asks for the directory by its lower-case name, so its spelling is found first.
         const std::unique_ptr<MountedNames> read = state.no_names();
         if (platform::resolve_case(native.text, native.text)) {
@@ -257,8 +252,7 @@ bool CWin32_dir::exists_whole(const fs::path& p) { return state_->find(p, true) 
 
 void CWin32_dir::full_path(fs::path& out, const fs::path& p) {
     NativePath native;
-    out = fs::path();
-    if (state_->locate(p, native) != NameTable::none) out = fs::path(native.text, true);
+    out = state_->locate(p, native) ? fs::path(native.text, true) : fs::path();
 }
 
 void CWin32_dir::root_path(fs::path& out, const fs::path& p) {
@@ -276,7 +270,7 @@ void CWin32_dir::root_path(fs::path& out, const fs::path& p) {
 
 std::int64_t CWin32_dir::write_time(const fs::path& p) {
     NativePath native;
-    if (state_->locate(p, native) == NameTable::none) return -1;
+    if (!state_->locate(p, native)) return -1;
     const auto attributes = platform::get_attributes(native.at(state_->native_root));
     if (attributes) return platform::utc_to_local(attributes->write_time);
     fs::refuse_by_disk(native.text, "has no readable attributes");
@@ -294,7 +288,7 @@ bool CWin32_dir::set_write_time(const fs::path& p, std::int64_t time) {
 
 bool CWin32_dir::read_only(const fs::path& p) {
     NativePath native;
-    if (state_->locate(p, native) == NameTable::none) return false;
+    if (!state_->locate(p, native)) return false;
     const auto attributes = platform::get_attributes(native.at(state_->native_root));
     return attributes && attributes->is_read_only;
 }
@@ -360,14 +354,14 @@ void CWin32_dir::dump(ztl::vector<fs::string>& lines, const char* ext) {
         const auto wanted = [&](std::uint32_t file) {
             return table.next_of_name(file) != NameTable::none && has_extension(table.name(file), ext);
         };
-        const std::size_t end = lines.size() + line_limit;
+        ztl::vector<fs::string> found;
         for (const std::uint32_t first : collect(table, wanted)) {
             int index = 0;
-            for (std::uint32_t file = first; file != NameTable::none; file = table.next_of_name(file)) {
-                if (lines.size() >= end) return;
-                fs::string line = std::to_string(index++) + ". " + root_dir();
-                lines.push_back(line.append(table.dir(file)).append(table.name(file)));
+            for (std::uint32_t file = first; file != NameTable::none && found.size() < line_limit;
+                 file = table.next_of_name(file)) {
+                found.push_back(std::to_string(index++) + ". " + root_dir() + table.path(file));
             }
         }
+        lines.insert(lines.end(), std::make_move_iterator(found.begin()), std::make_move_iterator(found.end()));
     });
 }

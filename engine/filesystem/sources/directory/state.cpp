@@ -14,6 +14,7 @@ std::unique_ptr<MountedNames> DirectoryState::no_names() const {
     auto made = std::make_unique<MountedNames>(native_root.text);
     if (start.empty()) return made;
     made->tree.set_name(lower_text(start.substr(0, start.size() - 1)).c_str());
+    if (*made->tree.name() == '\0') throw std::bad_alloc();
     return made;
 }
 
@@ -69,9 +70,9 @@ bool DirectoryState::tree_path(std::string_view dir, TreePath& out) const {
     return true;
 }
 
-fs::dir* DirectoryState::find_node(MountedNames& in, std::string_view dir) const {
+fs::dir* DirectoryState::find_node(fs::dir& tree, std::string_view dir) const {
     TreePath path;
-    return tree_path(dir, path) ? in.tree.find(path) : nullptr;
+    return tree_path(dir, path) ? tree.find(path) : nullptr;
 }
 
 void DirectoryState::remove_node(std::string_view dir) {
@@ -79,9 +80,9 @@ void DirectoryState::remove_node(std::string_view dir) {
     if (tree_path(dir, path) && path[0] != '\0') names->tree.remove(path);
 }
 
-fs::dir& DirectoryState::make_node(MountedNames& in, std::string_view dir) const {
+fs::dir& DirectoryState::make_node(fs::dir& tree, std::string_view dir) const {
     TreePath path;
-    fs::dir* const node = tree_path(dir, path) ? in.tree.add_path(path) : &in.tree;
+    fs::dir* const node = tree_path(dir, path) ? tree.add_path(path) : &tree;
     if (node == nullptr) throw std::bad_alloc();
     return *node;
 }

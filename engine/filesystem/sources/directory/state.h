@@ -41,6 +41,11 @@ namespace fs {
 /// one may leave no trace.
 inline constexpr std::int64_t stamp_step = 2 * platform::ticks_per_second;
 
+/// Whether a scan passes over an item, or a directory on the way to it; `path` counts from where the scan begins.
+inline bool is_hidden(std::string_view path) {
+    return path.starts_with('#') || path.find("/#") != std::string_view::npos;
+}
+
 /// What a mount read: files, directories, and what it could not read. A file's value in the table is 1 when it is marked
 /// as installed, else 0.
 struct MountedNames {
@@ -80,9 +85,9 @@ struct DirectoryState {
     /// The file that the source holds under `p`, or NameTable::none. `whole`: only under exactly this name. Never throws;
     /// so the rest.
     std::uint32_t find(const fs::path& p, bool whole = false) const;
-    /// The same, with the native path of the file; for what changes a file, the one of exactly this name where there is
-    /// one.
-    std::uint32_t locate(const fs::path& p, NativePath& out) const { return with_path(find(p), out); }
+    /// The native path of the file that the source holds under `p`. False when there is none.
+    bool locate(const fs::path& p, NativePath& out) const { return with_path(find(p), out) != NameTable::none; }
+    /// As find, with the native path; the file of exactly this name where there is one.
     std::uint32_t locate_to_change(const fs::path& p, NativePath& out) const;
     bool native_path(std::uint32_t file, NativePath& out) const {
         const NameTable& table = names->table;
@@ -100,10 +105,10 @@ struct DirectoryState {
     bool place_for_new(Kind kind, const fs::path& p, NativePath& out) const;
 
     /// The tree's node of a lower-case relative directory, with or without its last "/"; null when there is none.
-    fs::dir* find_node(MountedNames& in, std::string_view dir) const;
-    void remove_node(std::string_view dir);
+    fs::dir* find_node(fs::dir& tree, std::string_view dir) const;
     /// The same, made when it is missing.
-    fs::dir& make_node(MountedNames& in, std::string_view dir) const;
+    fs::dir& make_node(fs::dir& tree, std::string_view dir) const;
+    void remove_node(std::string_view dir);
 
 private:
     using TreePath = char[path_capacity];

@@ -125,6 +125,12 @@ public:
         return path.size() == dir(file).size() + name(file).size() && path.starts_with(spelled_dir(file)) &&
                path.ends_with(spelled_name(file));
     }
+    /// Whether one of the files of exactly this path in lower case is spelled like this.
+    bool holds_spelled(std::string_view lower, std::string_view spelled) const {
+        std::uint32_t file = find_exact(lower);
+        while (file != none && !is_spelled(file, spelled)) file = next_exact(file);
+        return file != none;
+    }
     std::uint32_t value(std::uint32_t file) const { return record(file).value; }
     void set_value(std::uint32_t file, std::uint32_t value) { record(file).value = value; }
 

@@ -26,8 +26,8 @@ struct DirectoryState;
 ///          is. Names are lower case; the spelling of the disk is kept beside them and used for the disk.
 /// Links    are followed, but never to a directory on their own way; one that is reached through another link is followed
 ///          only where no link has led so far, so that directories which link to each other end.
-/// Failure  what answers false, null or -1 leaves the reason in fs::last_error and everything as it was; null for a
-///          name that is not held leaves nothing there. Nothing throws.
+/// Failure  what answers false, null or -1 of a name that is held, or to be made, leaves the reason in fs::last_error and
+///          everything as it was; of a name that is not held it leaves nothing there. Nothing but the constructor throws.
 /// Threads  as for every source: the registry's lock guards each call. init runs outside it.
 class ENGINE_FS_API CWin32_dir : public CFSSource,
                                  public fs::NativeSource,

@@ -14,7 +14,7 @@
 /// creates and lists nothing, as its base has it.
 ///
 /// Times    in 100 ns since 1601, universal, where the directory source speaks of local time.
-/// Failure  what answers false, null or -1 leaves the reason in fs::last_error. Nothing throws.
+/// Failure  what cannot be opened, set, renamed or removed leaves the reason in fs::last_error. Nothing throws.
 /// Threads  any; it has no state that changes after init.
 class ENGINE_FS_API CWin32_fallback : public fs::ReadOnlySource,
                                       public fs::NativeSource,

@@ -15,6 +15,7 @@ namespace fs {
 ///
 /// Ignored names are reported missing by GetEntry, ReadEntryAsZippedData and EntryExists, though they may be held.
 /// Owns     nothing of the memory, which must outlive the binding.
+/// Failure  what binds, adds, gets, reads or removes and answers false leaves the reason in fs::last_error.
 /// Threads  every operation takes the archive's lock.
 class ENGINE_FS_API ZippedDataArchive {
 public:
@@ -51,6 +52,7 @@ public:
     bool IsIgnoredFile(const char* name);
 
 private:
+    friend class CMemZip_dir;  // which looks an entry up and decompresses it under one lock
     struct State;
     std::unique_ptr<State> state_;
 };
@@ -73,7 +75,7 @@ public:
     void full_path(fs::path& out, const fs::path& p) override;  // the path itself
     void root_path(fs::path& out, const fs::path& p) override;  // always empty
     /// Null when the name is missing, and, with BAD_FORMAT in fs::last_error and a message in the log, when the entry is
-    /// damaged or not of its recorded length.
+    /// damaged or longer than its recorded length; one that is shorter ends in zeros.
     SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
 
 private:
