@@ -35,12 +35,13 @@ public:
     Watcher& operator=(const Watcher&) = delete;
     ~Watcher();
 
-    /// Begins to watch a directory ("" is the current one), whose own end is told with `tells_gone`. Its number, which is that of an earlier watch
-    /// of the same directory where there is one; -1 when it cannot be watched, and last_error() and limit() say why.
+    /// Begins to watch a directory ("" is the current one), whose own end is told with `tells_gone`. Its number, which is
+    /// that of an earlier watch of the same directory where there is one; -1 when it cannot be watched, and last_error()
+    /// and limit() say why.
     std::int64_t add(const char* directory, bool tells_gone);
     void remove(std::int64_t watch);
-    /// Hands on what was told since the last call, without waiting. `visit` throws nothing. False, with the failure recorded, when the system does
-    /// not give it.
+    /// Hands on what was told since the last call, without waiting. `visit` throws nothing. False, with the failure
+    /// recorded, when the system does not give it.
     bool drain(const std::function<void(const WatchEvent&)>& visit);
     /// The system's name of the limit that the latest failed add has met; "" when it was none.
     const char* limit() const;

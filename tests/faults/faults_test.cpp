@@ -126,6 +126,7 @@ const Fault faults[] = {
     {"write", FaultPoint::WRITE},
     {"listing", FaultPoint::LIST},
     {"stat", FaultPoint::STAT},
+    {"length", FaultPoint::LENGTH, Failure::OTHER, false, EFSError::IO},
     {"lock", FaultPoint::LOCK},
     {"truncation", FaultPoint::TRUNCATE},
     {"sync", FaultPoint::SYNC},

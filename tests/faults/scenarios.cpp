@@ -420,6 +420,7 @@ std::vector<Scenario> scenarios() {
         {"poll", poll, change_behind_the_watch, "", changes_are_known},
         pack_scenario(),
         {"zip writer", write_zip, without_pack, "root/out.pak", zip_is_whole, true},
+        {"make a container", [](Stage&) { return CFileHashMultiContainer().Create("new.mc"); }, without_pack},
         {"make a container anew", [](Stage&) { return CFileHashMultiContainer().Create("a.mc"); }, make_container,
          "root/a.mc", container_is_old_or_empty, true},
         {"change a container", change_container, make_container, "root/a.mc", container_is_whole, true},

@@ -50,6 +50,7 @@ TEST_F(NativeOpen, ModeAndFlagsDecideWhetherAFileIsOpenedCutOrMade) {
         {"read with create is a read", READ, 0x20, false, false, nullptr},
         {"write missing", WRITE, 0, false, false, nullptr},
         {"append never creates", APPEND, 0x20, false, false, nullptr},
+        {"append gzip", APPEND, 0x010, true, false, "old text"},
         {"append gzip 5", APPEND, 0x004, true, false, "old text"},
         {"read-write create", READ_WRITE, 0x20, true, true, "new"},
         {"read-write create and gzip", READ_WRITE, 0x30, true, false, "old text"},

@@ -152,12 +152,12 @@ public:
         return !refuses_to_remove && exists(p) && !read_only(p) && files_.erase(held_name(p)) != 0;
     }
 
-    FS_NAME* get_file_list(const char* dir, const char* mask, bool flag) override {
+    FS_NAME* get_file_list(const char* dir, const char* mask, bool recursive) override {
         FS_NAME* names = nullptr;  // the newest first: no order that a search could rely on
         for (const auto& [name, entry] : files_) {
             const std::string_view directory = directory_of(name);
             const std::string_view file = std::string_view(name).substr(directory.size());
-            if (fs::directory_answers(directory, dir, flag) && fs::name_matches(file, mask))
+            if (fs::directory_answers(directory, dir, recursive) && fs::name_matches(file, mask))
                 names = fs::new_name(directory, file, names);
         }
         return names;

@@ -99,12 +99,6 @@ struct Held {
 };
 using HeldByName = std::map<fs::string, std::vector<Held>>;
 
-bool has_extension(std::string_view name, const char* ext) {
-    if (ext == nullptr) return true;
-    const std::size_t dot = name.rfind('.');
-    return dot != std::string_view::npos && name.substr(dot) == ext;
-}
-
 void collect_source(CFSSource& source, const char* ext, HeldByName& out) {
     const NameList names = all_names(source);
     for (const FS_NAME* held = names.get(); held != nullptr; held = held->next) {
@@ -141,7 +135,7 @@ void append_misses(const std::vector<Held>& held, Lines& out) {
 
 }  // namespace
 
-FS_NAME* search(const char* dir, const char* mask, bool flag, bool indexed_only) {
+FS_NAME* search(const char* dir, const char* mask, bool recursive, bool indexed_only) {
     return guarded<FS_NAME*>(dir, nullptr, [&] {
         NormalText directory(dir, false);
         directory.drop_trailing_slash();
@@ -149,7 +143,7 @@ FS_NAME* search(const char* dir, const char* mask, bool flag, bool indexed_only)
         return merge_answers(dir, [&](CFSSource& source) -> FS_NAME* {
             if (indexed_only && (source.flags() & FFSAddSourceFlags::INDEX_NAMES) == 0) return nullptr;
             return source.get_file_list(dir != nullptr ? directory.c_str() : nullptr,
-                                        mask != nullptr ? pattern.c_str() : nullptr, flag);
+                                        mask != nullptr ? pattern.c_str() : nullptr, recursive);
         });
     });
 }

@@ -78,6 +78,7 @@ bool write_all(SFsFile& file, const char* path, const void* data, std::uint64_t 
         return fail_unless_told(scope, is_full ? EFSError::DISK_FULL : EFSError::IO, path,
                                 is_full ? "The file takes no more bytes." : "The file cannot be written.");
     }
+    scope.forget();  // of a part that went after all
     return true;
 }
 

@@ -46,6 +46,11 @@ void prepend(NameList& list, std::string_view dir, std::string_view name, std::s
     list.reset(node);
 }
 
+bool has_extension(std::string_view name, const char* ext) {
+    const std::size_t dot = name.rfind('.');
+    return ext == nullptr || (dot == std::string_view::npos ? "" : name.substr(dot)) == ext;
+}
+
 bool name_matches(std::string_view name, const char* mask) {
     if (mask == nullptr || mask[0] == '\0') return true;
     // Only the latest "*" is ever tried again with a longer run: if an earlier one could help, so could this.

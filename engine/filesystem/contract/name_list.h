@@ -27,6 +27,9 @@ void prepend(NameList& list, std::string_view dir, std::string_view name, std::s
 /// null or empty mask matches every name.
 bool name_matches(std::string_view name, const char* mask);
 
+/// Whether the extension of `name`, from the last "." on, is `ext`; null is that of every name.
+bool has_extension(std::string_view name, const char* ext);
+
 /// Whether a file of directory `held` (ending in "/" or empty) answers a search in `dir`: null any; else without regard
 /// to one trailing "/" in `dir`, `held` must be that directory or, with `below`, lie below it. Bytes are compared.
 bool directory_answers(std::string_view held, const char* dir, bool below);

@@ -10,6 +10,11 @@ constexpr MessageSource messages{"FileSystem", "engine/filesystem/win/win_files"
 
 }  // namespace
 
+Win32FileHandle::~Win32FileHandle() {
+    mapping_ = {};  // while the open file keeps writers away
+    if (!file_.close()) fs::refuse_by_disk(name, "cannot be closed");
+}
+
 std::uint64_t Win32FileHandle::read(void* buffer, std::uint64_t size) {
     const fs::DiskUse use("read", fs::file_name(this));
     platform::fail(platform::Failure::NONE);

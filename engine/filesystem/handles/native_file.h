@@ -26,6 +26,7 @@ public:
 class Win32FileHandle final : public NativeWriter, public fs::ViewableFile {
 public:
     using NativeWriter::NativeWriter;
+    ~Win32FileHandle() override;
     void Attach(platform::File file) { file_ = std::move(file); }
 
     std::uint64_t read(void* buffer, std::uint64_t size) override;

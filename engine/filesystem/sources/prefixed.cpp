@@ -165,8 +165,8 @@ public:
     }
     bool rem_file(const fs::path& p) override { return ask(p, false, &CFSSource::rem_file); }
 
-    FS_NAME* get_file_list(const char* dir, const char* mask, bool flag) override {
-        return list(dir, mask, [=](std::string_view held) { return directory_answers(held, dir, flag); });
+    FS_NAME* get_file_list(const char* dir, const char* mask, bool recursive) override {
+        return list(dir, mask, [=](std::string_view held) { return directory_answers(held, dir, recursive); });
     }
     FS_NAME* search_substring(const char* text) override {
         if (text == nullptr || *text == '\0') return nullptr;

@@ -37,7 +37,7 @@ struct bfile_win32::State {
     bool start(const platform::OpenOptions& options) {
         file = platform::File::open(name.c_str(), options);
         if (!file.valid()) return refuse_by_disk(name.c_str(), "cannot be opened");
-        length = file.length();
+        length = options.truncates() ? 0 : file.length();
         if (length > largest_position) return refuse_by_disk(name.c_str(), "does not tell its length");
         pos = base = options.at_end ? length : 0;
         return true;
@@ -219,6 +219,7 @@ bool bfile_win32::open(const char* name, EFSMode::TYPE mode, FFSOpenFlags::FLAGS
 void bfile_win32::close() {
     if (state_ == nullptr) return;
     failed_ = !state_->flush() || state_->uncut;
+    if (!state_->file.close()) failed_ = !refuse_by_disk(name(), "cannot be closed");
     state_.reset();
 }
 

@@ -63,7 +63,8 @@ ENGINE_FS_API bool poll_changes(ztl::vector<SFsChange>& out, std::uint32_t quiet
 /// as fs::refresh does. Files of a replaced pack that are open stay readable and give the old bytes; a pack that was
 /// written over in place takes the bytes of its open files with it.
 ///
-/// Returns  false when no such source is registered or it cannot be read; everything is then as it was.
+/// Returns  false when no such source is registered or it cannot be read; everything is then as it was. False also where
+///          some directory cannot be listed: its names are kept, and all else is taken up.
 /// Threads  any; the pack is read without the registry's lock, which is then taken exclusive.
 ENGINE_FS_API bool reload_source(const char* source_path);
 

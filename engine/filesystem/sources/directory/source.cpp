@@ -167,12 +167,6 @@ FS_NAME* list_of(const NameTable& table, const std::vector<std::uint32_t>& files
     return head.release();
 }
 
-bool has_extension(std::string_view name, const char* ext) {
-    if (!ext) return true;
-    const std::size_t dot = name.rfind('.');
-    return (dot == std::string_view::npos ? std::string_view() : name.substr(dot)) == ext;
-}
-
 }  // namespace
 
 CWin32_dir::CWin32_dir(EFSSourceType::TYPE type, const char* const* include)

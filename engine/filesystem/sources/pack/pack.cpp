@@ -226,12 +226,12 @@ SFsFile* CZip_dir::open_read(const fs::path& p, FFSOpenFlags::FLAGS open_flags) 
     });
 }
 
-FS_NAME* CZip_dir::get_file_list(const char* dir, const char* mask, bool flag) {
+FS_NAME* CZip_dir::get_file_list(const char* dir, const char* mask, bool recursive) {
     if (!state_->archive) return nullptr;
     return fs::guarded(dir, static_cast<FS_NAME*>(nullptr), [&] {
         const std::string folded_dir = fs::lower_text(dir ? dir : "");
         return state_->list([&](std::string_view held_dir, std::string_view name) {
-            return fs::directory_answers(held_dir, dir ? folded_dir.c_str() : nullptr, flag) &&
+            return fs::directory_answers(held_dir, dir ? folded_dir.c_str() : nullptr, recursive) &&
                    fs::name_matches(name, mask);
         });
     });

@@ -8,13 +8,13 @@ namespace fs {
 
 /// The files in `dir` that match `mask`, from every source: sorted, each name once, the earliest source winning.
 ///
-/// dir      null: any directory. "" with `flag`: everything; without: the root only. Else that directory, with `flag`
+/// dir      null: any directory. "" with `recursive`: everything; without: the root only. Else that directory, with `recursive`
 ///          also those below it.
 /// mask     `*` and `?` against the file name, any case; null or "" is any.
 /// Returns  a list that the caller gives to fs::free_names; null when nothing matches, and, with OUT_OF_MEMORY in
 ///          fs::last_error, when there is no memory for all of it: a list is never short.
 /// Threads  any; holds the registry lock shared.
-ENGINE_FS_API FS_NAME* search(const char* dir, const char* mask, bool flag, bool indexed_only);
+ENGINE_FS_API FS_NAME* search(const char* dir, const char* mask, bool recursive, bool indexed_only);
 /// The files whose directory contains `text`, from every source, merged in the same way.
 ENGINE_FS_API FS_NAME* search_substring(const char* text);
 /// The directory in the global name index, or null. The pointer ends with fs::rem_source, fs::refresh and fs::shutdown,

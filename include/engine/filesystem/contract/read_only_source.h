@@ -27,7 +27,7 @@ public:
     void root_path(fs::path& out, const fs::path& p) override { out = exists(p) ? p : fs::path(); }
     std::int64_t write_time(const fs::path& /*p*/) override { return -1; }
     bool read_only(const fs::path& /*p*/) override { return true; }
-    FS_NAME* get_file_list(const char* /*dir*/, const char* /*mask*/, bool /*flag*/) override { return nullptr; }
+    FS_NAME* get_file_list(const char* /*dir*/, const char* /*mask*/, bool /*recursive*/) override { return nullptr; }
     FS_NAME* search_substring(const char* /*text*/) override { return nullptr; }
     fs::dir* dir_tree() override { return nullptr; }
 

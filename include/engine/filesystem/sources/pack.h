@@ -58,7 +58,7 @@ public:
     /// reach, it is in zip64 form, or it is packed by a method that the library was built without. FFSOpenFlags::SEEKABLE
     /// is EXACT_SEEKS for this one file.
     SFsFile* open_read(const fs::path& p, FFSOpenFlags::FLAGS flags) override;
-    FS_NAME* get_file_list(const char* dir, const char* mask, bool flag) override;
+    FS_NAME* get_file_list(const char* dir, const char* mask, bool recursive) override;
     FS_NAME* search_substring(const char* text) override;
     fs::dir* dir_tree() override;
     std::unique_ptr<fs::Follower> make_follower() override;
