@@ -48,8 +48,7 @@ function(engine_add_program name)
     endif()
 endfunction()
 
-# engine_private_headers(TARGET SCOPE): "engine/..." is a private header, <engine/...> a public one, also where both
-# have the same name.
+# engine_private_headers(TARGET SCOPE): "engine/..." is a private header, <engine/...> a public one.
 function(engine_private_headers target scope)
     target_compile_options(${target} ${scope} "SHELL:-iquote ${PROJECT_SOURCE_DIR}")
 endfunction()

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "engine/filesystem/contract/name_list.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "fuzz/require.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <future>
 #include <thread>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/registry/registry.h"
 #include "tests/access/kit.h"
 

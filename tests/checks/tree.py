@@ -92,6 +92,8 @@ def check_layers(root):
         known |= {path.relative_to(root).as_posix() for path in (root / folder).rglob("*") if path.suffix in (".h", ".hpp", ".cpp", ".c", ".inc")}
     for path in sorted(known):
         yield from check_file(root, known, path, graph)
+        if "include/" + path in known:
+            yield f"{path}: a public header is included by the same words"
     try:
         tuple(graphlib.TopologicalSorter(graph).static_order())
     except graphlib.CycleError as error:

@@ -8,7 +8,7 @@
 #include <thread>
 #include <utility>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "tests/faults/stage.h"
 
 // What each family must keep when any single step of it fails: an answer of true is the whole truth, and what failed

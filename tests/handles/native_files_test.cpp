@@ -10,7 +10,7 @@
 #include <thread>
 #include <tuple>
 
-#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/open_file.h"
 #include "engine/filesystem/handles/io_queue.h"
 #include "engine/filesystem/handles/request.h"
 #include "tests/sources/kit.h"

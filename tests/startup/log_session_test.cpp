@@ -15,7 +15,7 @@
 #include <engine/filesystem/access.h>
 #include <engine/filesystem/startup/crash.h>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"

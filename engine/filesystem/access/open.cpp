@@ -7,7 +7,7 @@
 #include <engine/filesystem/contract/replacing_file.h>
 
 #include "engine/filesystem/access/parts.h"
-#include "engine/filesystem/contract/disk_use.h"
+#include "engine/filesystem/contract/disk_use_scope.h"
 #include "engine/platform/files.h"
 
 // Opening by name. A name is put into normal form once and then asked of the sources in their order.

@@ -8,10 +8,10 @@
 
 #include <engine/filesystem/access/open.h>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/contract/name_list.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/open_file.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/registry/holders.h"
 
 // What the files of this room share. All of it throws std::bad_alloc for want of memory; exported functions guard.

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "engine/filesystem/access/parts.h"
-#include "engine/filesystem/contract/disk_use.h"
+#include "engine/filesystem/contract/disk_use_scope.h"
 
 // What the sources list, and listing them anew.
 //

@@ -9,7 +9,7 @@
 #include <engine/filesystem/registry.h>
 
 #include "engine/filesystem/c_interface/handles.h"
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/threads.h"
 

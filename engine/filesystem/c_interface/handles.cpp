@@ -6,7 +6,7 @@
 
 #include <engine/kernel/lock.h>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 
 // A handle is made of three numbers: the place in the table (22 bits, in the low 24), the kind (8 bits), and how often the
 // place was given out (32 bits). A place holds the whole handle while it is open, so that one comparison tells. The table

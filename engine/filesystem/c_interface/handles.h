@@ -7,7 +7,7 @@
 #include <engine/filesystem/loading.h>
 #include <engine/filesystem_c.h>
 
-#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/open_file.h"
 
 // What a host of the C interface gets for an object: a number, never an address. It names a place in a table and the
 // object that stood there when it was given out, so that one that has ended, belongs to another kind or was made up is

@@ -10,7 +10,7 @@
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/c_interface/call.h"
 #include "engine/filesystem/contract/name_list.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/registry/registry.h"
 
 // Sources, and whatever is answered as a list.

@@ -7,7 +7,7 @@
 
 #include "engine/filesystem/access/parts.h"
 #include "engine/filesystem/c_interface/call.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/platform/clock.h"
 #include "engine/platform/files.h"
 

@@ -5,9 +5,9 @@
 #include <cstring>
 #include <utility>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/open_file.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/handles/native_file.h"
 #include "engine/filesystem/registry/holders.h"
 

@@ -4,7 +4,7 @@
 #include <mutex>
 #include <vector>
 
-#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/open_file.h"
 #include "engine/platform/threads.h"
 
 class Win32FileHandle;

@@ -12,7 +12,7 @@
 #include <engine/kernel/multithreading.h>
 
 #include "engine/filesystem/containers/multi_file.h"
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/platform/text.h"
 
 using container::Blob;

@@ -11,8 +11,8 @@
 #include <utility>
 
 #include "engine/filesystem/containers/zip_output.h"
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/formats/deflate.h"
 #include "engine/filesystem/formats/zip.h"
 #include "engine/filesystem/formats/zstd.h"

@@ -18,9 +18,9 @@
 #include <engine/filesystem/access/open.h>
 
 #include "engine/filesystem/containers/zip_output.h"
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/open_file.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/platform/threads.h"
 
 namespace MiniZ {

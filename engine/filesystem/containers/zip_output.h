@@ -4,7 +4,7 @@
 
 #include <engine/filesystem/streams/bfile.h>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 
 namespace fs {
 

@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/platform/threads.h"
 

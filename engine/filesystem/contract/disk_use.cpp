@@ -1,12 +1,12 @@
 // Uses of the disk by threads that must not use it: counted, logged and reported.
-#include "engine/filesystem/contract/disk_use.h"
+#include "engine/filesystem/contract/disk_use_scope.h"
 
 #include <cstdio>
 #include <mutex>
 #include <set>
 #include <string>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/platform/threads.h"
 

@@ -1,5 +1,5 @@
 // The last error of each thread, and what a failure of the disk means to callers.
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 
 #include <array>
 #include <iterator>

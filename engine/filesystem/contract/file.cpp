@@ -1,11 +1,11 @@
 // What open files do where their kind says nothing else, and the free functions over them.
-#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/open_file.h"
 
 #include <cstdlib>
 
 #include <engine/filesystem/contract/replacing_file.h>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 
 constexpr int overlapped_failed = 2;
 

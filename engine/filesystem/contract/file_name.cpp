@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/platform/text.h"
 
 namespace fs {

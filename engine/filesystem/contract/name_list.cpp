@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/path_text.h"
 
 namespace fs {
 

@@ -3,7 +3,7 @@
 //
 // Words: the prefix is what comes before the first separator and ends in ":", or "//server/share"; the base is the
 // output position behind prefix and root, and nothing before it is ever taken back.
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/path_text.h"
 
 #include <cstring>
 

@@ -1,13 +1,13 @@
 // A path never throws and never holds half of what it was given: without memory both parts are empty, so that no
 // operation runs on a name that nobody named, and the failure is stored.
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/path_text.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/platform/directories.h"
 
 namespace fs {

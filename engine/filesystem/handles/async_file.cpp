@@ -4,8 +4,8 @@
 #include <new>
 #include <utility>
 
-#include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/disk_use_scope.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/handles/io_queue.h"
 #include "engine/filesystem/handles/request.h"
 #include "engine/filesystem/log/message.h"

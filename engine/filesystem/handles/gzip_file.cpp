@@ -13,8 +13,8 @@
 
 #include <zlib.h>
 
-#include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/disk_use_scope.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/platform/text.h"
 

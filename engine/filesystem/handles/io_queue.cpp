@@ -9,7 +9,7 @@
 #include <cinttypes>
 #include <utility>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/handles/queued_file.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/platform/threads.h"

@@ -1,7 +1,7 @@
 #include "engine/filesystem/handles/native_file.h"
 
-#include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/disk_use_scope.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/log/message.h"
 
 namespace {

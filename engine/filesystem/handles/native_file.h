@@ -9,7 +9,7 @@
 #include <engine/filesystem/contract/replacing_file.h>
 #include <engine/filesystem/contract/viewable_file.h>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/platform/files.h"
 
 struct gzFile_s;

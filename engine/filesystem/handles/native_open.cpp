@@ -11,8 +11,8 @@
 #include <engine/filesystem/access/open.h>
 
 #include "engine/filesystem/access/parts.h"
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/open_file.h"
 #include "engine/filesystem/handles/async_file.h"
 #include "engine/filesystem/handles/io_queue.h"
 #include "engine/filesystem/handles/native_file.h"

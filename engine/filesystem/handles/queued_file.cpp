@@ -5,7 +5,7 @@
 #include <memory>
 #include <new>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "engine/filesystem/handles/request.h"
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 
 void Request::BeginQueued() {
     was_queued_.store(true, std::memory_order_relaxed);

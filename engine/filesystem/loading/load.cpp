@@ -8,8 +8,8 @@
 
 #include <engine/filesystem/contract/placed_source.h>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/registry/holders.h"
 
 // A load, its batch, its place in the order, and its way from there to its callback.

@@ -6,7 +6,7 @@
 #include <thread>
 #include <utility>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/platform/threads.h"
 

@@ -6,9 +6,9 @@
 #include <engine/filesystem/contract/viewable_file.h>
 
 #include "engine/filesystem/access/parts.h"
-#include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/disk_use_scope.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/open_file.h"
 #include "engine/filesystem/loading/loader.h"
 
 // The exported boundary of the room: loads, batches and views.

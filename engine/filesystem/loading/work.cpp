@@ -6,8 +6,8 @@
 #include <new>
 
 #include "engine/filesystem/access/parts.h"
-#include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/disk_use_scope.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/platform/process.h"
 
 // A file below whole_limit is read by one call, which is what decoders do fastest; a longer one in steps, so that cancelling

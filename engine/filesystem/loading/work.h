@@ -6,8 +6,8 @@
 
 #include <engine/filesystem/loading.h>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/open_file.h"
 #include "engine/filesystem/registry/registry.h"
 
 namespace fs {

@@ -2,7 +2,7 @@
 
 #include <engine/filesystem/contract/whole_names.h>
 
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/kernel/text.h"
 
 namespace fs::registry {

@@ -6,9 +6,9 @@
 #include <mutex>
 #include <new>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/open_file.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/threads.h"
 

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <utility>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/holders.h"
 #include "engine/kernel/text.h"

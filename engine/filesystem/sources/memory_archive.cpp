@@ -19,10 +19,10 @@
 
 #include <engine/filesystem/streams/memory.h>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/contract/name_list.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/open_file.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/formats/deflate.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"

@@ -1,8 +1,8 @@
 #include "engine/filesystem/sources/paths.h"
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/open_file.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/handles/native_open.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/directories.h"

@@ -11,9 +11,9 @@
 #include <engine/filesystem/contract/placed_source.h>
 #include <engine/filesystem/contract/whole_names.h>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/contract/name_list.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/registry/holders.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/paths.h"

@@ -4,8 +4,8 @@
 
 #include <engine/filesystem/startup/crash.h>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/log/sinks.h"
 #include "engine/filesystem/startup/log.h"

@@ -11,7 +11,7 @@
 #include <engine/filesystem/startup/crash.h>
 #include <engine/kernel/parser.h>
 
-#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/open_file.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/files.h"
 #include "engine/platform/process.h"

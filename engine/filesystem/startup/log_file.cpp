@@ -13,8 +13,8 @@
 #include <engine/filesystem/registry.h>
 #include <engine/filesystem/startup/crash.h>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/open_file.h"
 #include "engine/filesystem/handles/native_file.h"
 #include "engine/filesystem/log/sinks.h"
 #include "engine/filesystem/registry/registry.h"

@@ -16,7 +16,7 @@
 #include <engine/filesystem/log.h>
 #include <engine/filesystem/registry.h>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/log/levels.h"
 #include "engine/filesystem/log/sinks.h"
 #include "engine/filesystem/registry/registry.h"

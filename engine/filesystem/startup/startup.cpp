@@ -17,9 +17,9 @@
 #include <engine/filesystem/sources/pack.h>
 #include <engine/filesystem/watch.h>
 
-#include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/disk_use_scope.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/handles/io_queue.h"
 #include "engine/filesystem/loading/loader.h"
 #include "engine/filesystem/log/message.h"

@@ -9,8 +9,8 @@
 #include <string>
 #include <utility>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/open_file.h"
 #include "engine/filesystem/handles/native_open.h"
 #include "engine/platform/files.h"
 

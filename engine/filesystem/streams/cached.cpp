@@ -7,8 +7,8 @@
 
 #include <engine/filesystem/access/open.h>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/open_file.h"
 #include "engine/filesystem/streams/memory_limit.h"
 #include "engine/platform/process.h"
 

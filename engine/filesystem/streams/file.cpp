@@ -6,7 +6,7 @@
 #include <engine/filesystem/access/open.h>
 #include <engine/filesystem/handles.h>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/log/levels.h"
 
 namespace fs {

@@ -11,7 +11,7 @@
 
 #include <zlib.h>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/formats/deflate.h"
 #include "engine/kernel/bytes.h"
 

@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/kernel/text.h"
 
 namespace fs {

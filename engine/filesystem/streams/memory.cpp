@@ -1,6 +1,6 @@
 #include <engine/filesystem/streams/memory.h>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/streams/memory_limit.h"
 
 #include <algorithm>

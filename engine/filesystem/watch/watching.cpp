@@ -7,8 +7,8 @@
 
 #include <engine/filesystem/contract/followed_source.h>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/registry/holders.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/platform/threads.h"

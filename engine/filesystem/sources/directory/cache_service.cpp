@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/sources/directory/state.h"
 #include "engine/platform/process.h"
 

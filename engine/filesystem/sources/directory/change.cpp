@@ -4,9 +4,9 @@
 #include <string>
 #include <typeinfo>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/open_file.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/handles/native_open.h"
 #include "engine/filesystem/sources/directory/state.h"
 #include "engine/platform/directories.h"

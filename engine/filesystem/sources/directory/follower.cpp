@@ -6,8 +6,8 @@
 
 #include <engine/filesystem/sources/directory.h>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/directory/scan.h"
 #include "engine/kernel/text.h"

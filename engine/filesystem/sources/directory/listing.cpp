@@ -10,7 +10,7 @@
 
 #include <engine/kernel/multithreading.h>
 
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/sources/directory/state.h"
 #include "engine/platform/files.h"
 #include "engine/platform/process.h"

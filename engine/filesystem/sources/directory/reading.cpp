@@ -3,8 +3,8 @@
 #include <memory>
 #include <unordered_map>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/directory/follower.h"
 #include "engine/filesystem/sources/directory/scan.h"

@@ -12,7 +12,7 @@
 
 #include <engine/kernel/multithreading.h>
 
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/sources/directory/listing.h"
 #include "engine/platform/directories.h"
 #include "engine/platform/threads.h"

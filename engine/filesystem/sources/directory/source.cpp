@@ -10,10 +10,10 @@
 
 #include <engine/filesystem/access/search.h>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/contract/name_list.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/open_file.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/sources/directory/cache_service.h"
 #include "engine/filesystem/sources/directory/follower.h"
@@ -346,7 +346,7 @@ void CWin32_dir::dump(ztl::vector<fs::string>& lines, const char* ext) {
     fs::guarded(root_dir(), [&] {
         const NameTable& table = state_->names->table;
         const auto wanted = [&](std::uint32_t file) {
-            return table.next_of_name(file) != NameTable::none && has_extension(table.name(file), ext);
+            return table.next_of_name(file) != NameTable::none && fs::has_extension(table.name(file), ext);
         };
         ztl::vector<fs::string> found;
         for (const std::uint32_t first : collect(table, wanted)) {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <new>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/kernel/text.h"
 #include "engine/platform/directories.h"
 

@@ -15,11 +15,11 @@
 #include <string_view>
 #include <utility>
 
-#include "engine/filesystem/contract/disk_use.h"
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/file.h"
+#include "engine/filesystem/contract/disk_use_scope.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/contract/name_list.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/open_file.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/log/message.h"
 #include "engine/filesystem/registry/registry.h"
 #include "engine/filesystem/sources/pack/archive.h"

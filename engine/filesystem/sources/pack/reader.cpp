@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/filesystem/formats/deflate.h"
 #include "engine/filesystem/formats/zstd.h"
 

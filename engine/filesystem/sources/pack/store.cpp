@@ -8,7 +8,7 @@
 #include <engine/filesystem/access/monitor.h>
 #include <engine/filesystem/pack_reader.h>
 
-#include "engine/filesystem/contract/error.h"
+#include "engine/filesystem/contract/failure.h"
 #include "engine/platform/directories.h"
 
 namespace fs {

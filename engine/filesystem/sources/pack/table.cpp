@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "engine/filesystem/contract/error.h"
-#include "engine/filesystem/contract/path.h"
+#include "engine/filesystem/contract/failure.h"
+#include "engine/filesystem/contract/path_text.h"
 #include "engine/filesystem/formats/zip.h"
 
 namespace fs {
