@@ -172,7 +172,7 @@ Fields facts_of(const std::string& name, const std::vector<SFsSourceInfo>& holde
             {"source", told_place(holders[0])},
             {"kind", kind_of(holders[0])},
             {"full_path", told_name(name, {.native = true})},
-            {"size", json_or_null(fs::length(file))},
+            {"size", json_or_null(ask(name, [&] { return fs::length(file); }))},
             {"time", json_or_null(time_on_disk(place_on_disk(name)))},
             {"read_only", say(fs::read_only)},
             {"protected", say(fs::is_protected)},
