@@ -124,11 +124,12 @@ private:
 #endif
 };
 
-/// An object of each thread, made when it is first needed and destroyed at the thread's end.
+/// An object of each thread, made when it is first needed and destroyed at the thread's end. Static objects are destroyed
+/// later than that of the main thread, and may ask still.
 template <typename T>
 class ThreadObject {
 public:
-    /// Null when the thread has none.
+    /// Null when the thread has none, or none any more.
     static T* find() {
 #if defined(_WIN32)
         return static_cast<T*>(block().get());
@@ -136,7 +137,7 @@ public:
         return make();
 #endif
     }
-    /// Null when there is no memory for it.
+    /// Null when there is no memory for it, or it was destroyed already.
     static T* make() {
 #if defined(_WIN32)
         if (T* const object = find()) return object;
@@ -145,8 +146,14 @@ public:
         delete object;
         return nullptr;
 #else
-        static thread_local T object;
-        return &object;
+        static constinit thread_local bool is_gone = false;
+        struct Owned {
+            T object{};
+            ~Owned() { is_gone = true; }
+        };
+        if (is_gone) return nullptr;
+        static thread_local Owned owned;
+        return &owned.object;
 #endif
     }
 

@@ -159,6 +159,7 @@ class RawFile(Single, io.RawIOBase):
             raise io.UnsupportedOperation(f"{what}: {self.name} is open in mode {self.mode!r}")
         return self._handle
 
+
 def _open_handle(name: Name, kind: str, both: bool) -> int:
     encoded, flags = encode(name), _native.WHOLE_NAME
     if kind == "x" and find(name) is not None:

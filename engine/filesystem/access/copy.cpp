@@ -117,14 +117,15 @@ bool rotate(const Names& names) {
 std::uint64_t known_length(SFsFile& file, const char* path) {
     const ErrorScope scope;
     const std::uint64_t length = file.length();
-    if (length == no_length) fail_unless_told(scope, EFSError::UNSUPPORTED, path, "The file does not tell its length.");
+    if (length == failed_size)
+        fail_unless_told(scope, EFSError::UNSUPPORTED, path, "The file does not tell its length.");
     return length;
 }
 
 bool copy_content(SFsFile& from, std::uint32_t buffer_size, const char* path,
                   const std::function<SFsFile*()>& open_target) {
     const std::uint64_t length = known_length(from, path);
-    if (length == no_length) return false;
+    if (length == failed_size) return false;
     const std::uint64_t piece = std::min<std::uint64_t>(buffer_size != 0 ? buffer_size : 32768, length);
     const auto buffer = pages_for(piece);
     FilePtr to;

@@ -61,8 +61,7 @@ inline void check_memory(const ErrorScope& scope) {
     if (scope.has_error() && last_error().code == EFSError::OUT_OF_MEMORY) throw StoredFailure();
 }
 
-inline constexpr std::uint64_t no_length = ~std::uint64_t{0};
-/// The file's length; no_length, with the failure stored, when it does not tell.
+/// The file's length; failed_size, with the failure stored, when it does not tell.
 std::uint64_t known_length(SFsFile& file, const char* path);
 
 /// What `use(file, length)` answers for the file of this name, opened for reading; `failure`, with the failure stored,
@@ -71,8 +70,8 @@ template <typename Result, typename Use>
 Result with_content(const char* path, Result failure, Use use, FFSOpenFlags::FLAGS flags = FFSOpenFlags::NONE) {
     return guarded(path, failure, [&] {
         const FilePtr file(open(path, EFSMode::READ, flags));
-        const std::uint64_t length = file ? known_length(*file, path) : no_length;
-        return length != no_length ? use(*file, length) : failure;
+        const std::uint64_t length = file ? known_length(*file, path) : failed_size;
+        return length != failed_size ? use(*file, length) : failure;
     });
 }
 

@@ -108,7 +108,7 @@ void read(void* buffer, const char* path, std::uint64_t* size) {
     });
 }
 
-std::uint64_t read(std::nullptr_t, void*, std::uint64_t) { return no_length; }
+std::uint64_t read(std::nullptr_t, void*, std::uint64_t) { return failed_size; }
 
 void* read(std::nullptr_t, std::uint64_t* size) { return read(static_cast<const char*>(nullptr), size); }
 

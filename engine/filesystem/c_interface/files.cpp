@@ -79,7 +79,7 @@ void resize(Block& block, std::uint64_t size) {
 Block read_whole(SFsFile& file, const char* path, std::uint64_t& size) {
     const fs::ErrorScope scope;
     const std::uint64_t length = file.length();
-    const bool is_known = length != fs::no_length;
+    const bool is_known = length != fs::failed_size;
     std::uint64_t room = is_known ? length : first_piece;
     Block block;
     for (size = 0;; room *= 2) {

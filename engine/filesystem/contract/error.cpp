@@ -12,25 +12,12 @@ namespace fs {
 
 namespace {
 
+using ThreadError = platform::ThreadObject<SFsError>;
 /// Set while the thread's failure is the kind alone, for want of a record of it.
 constinit platform::PerThread<EFSError::TYPE, struct BareErrorKind> bare_kind;
-/// Set when the thread's record is destroyed. The host's static objects are destroyed later, and may call still.
-constinit platform::PerThread<bool, struct Record> is_gone;
-
-struct Record : SFsError {
-    Record() = default;
-    Record(const Record&) = delete;
-    Record& operator=(const Record&) = delete;
-    ~Record() { is_gone = true; }
-};
-using ThreadRecord = platform::ThreadObject<Record>;
-
 constinit platform::PerThread<const ErrorScope*, ErrorScope> innermost_scope;
 /// How many ErrorKeepers stand on the thread's stack.
 constinit platform::PerThread<int, ErrorKeeper> keepers;
-
-/// Null when the thread has none.
-SFsError* find_record() { return is_gone ? nullptr : ThreadRecord::find(); }
 
 /// A failure of which nothing but its kind is known.
 const SFsError& bare_error(EFSError::TYPE code) {
@@ -46,7 +33,7 @@ const SFsError& bare_error(EFSError::TYPE code) {
 
 /// The thread's record, for a failure of this kind; null when there can be none, and then the kind is stored.
 SFsError* record_of(EFSError::TYPE code) {
-    SFsError* const error = is_gone ? nullptr : ThreadRecord::make();
+    SFsError* const error = ThreadError::make();
     bare_kind = error == nullptr ? code : EFSError::NONE;
     return error;
 }
@@ -83,13 +70,13 @@ const Meaning& meaning_of(platform::Failure failure) { return meanings[static_ca
 
 const SFsError& last_error() {
     const EFSError::TYPE bare = bare_kind;
-    const SFsError* const error = bare == EFSError::NONE ? find_record() : nullptr;
+    const SFsError* const error = bare == EFSError::NONE ? ThreadError::find() : nullptr;
     return error != nullptr ? *error : bare_error(bare);
 }
 
 void clear_error() {
     bare_kind = EFSError::NONE;
-    SFsError* const error = find_record();
+    SFsError* const error = ThreadError::find();
     if (error == nullptr) return;
     error->code = EFSError::NONE;
     error->os_code = 0;
@@ -130,7 +117,7 @@ ErrorScope::~ErrorScope() {
 
 void ErrorScope::note() const {
     if (std::exchange(found_, true)) return;
-    SFsError* const error = bare_kind == EFSError::NONE ? find_record() : nullptr;
+    SFsError* const error = bare_kind == EFSError::NONE ? ThreadError::find() : nullptr;
     before_ = error != nullptr ? std::move(*error) : SFsError{.code = bare_kind, .path = {}, .text = {}};
 }
 

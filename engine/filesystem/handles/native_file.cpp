@@ -26,7 +26,8 @@ std::uint64_t Win32FileHandle::read_at(void* buffer, std::uint64_t size, std::ui
     return check_read(file_.read_at(buffer, size, offset), buffer, size);
 }
 
-/// A part that came before a failure is given out, and the failure told: the end of the file is none.
+/// A part that came before a failure is given out, and the failure told: the end of the file is none. The seam tells the two
+/// apart by its last error alone, so that is cleared before each read.
 std::uint64_t Win32FileHandle::check_read(std::uint64_t done, void* buffer, std::uint64_t size) const {
     if (done == size) return done;
     const platform::Error error = platform::last_error();

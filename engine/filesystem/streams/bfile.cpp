@@ -218,8 +218,9 @@ bool bfile_win32::open(const char* name, EFSMode::TYPE mode, FFSOpenFlags::FLAGS
 
 void bfile_win32::close() {
     if (state_ == nullptr) return;
-    failed_ = !state_->flush() || state_->uncut;
-    if (!state_->file.close()) failed_ = !refuse_by_disk(name(), "cannot be closed");
+    const bool is_written = state_->flush() && !state_->uncut;
+    const bool is_closed = state_->file.close() || refuse_by_disk(name(), "cannot be closed");
+    failed_ = !is_written || !is_closed;
     state_.reset();
 }
 

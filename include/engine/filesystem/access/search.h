@@ -8,8 +8,8 @@ namespace fs {
 
 /// The files in `dir` that match `mask`, from every source: sorted, each name once, the earliest source winning.
 ///
-/// dir      null: any directory. "" with `recursive`: everything; without: the root only. Else that directory, with `recursive`
-///          also those below it.
+/// dir      null: any directory. "" with `recursive`: everything; without: the root only. Else that directory, with
+///          `recursive` also those below it.
 /// mask     `*` and `?` against the file name, any case; null or "" is any.
 /// Returns  a list that the caller gives to fs::free_names; null when nothing matches, and, with OUT_OF_MEMORY in
 ///          fs::last_error, when there is no memory for all of it: a list is never short.

@@ -69,8 +69,8 @@ public:
     virtual void rem_dir(const fs::path& p) = 0;
     virtual bool rem_file(const fs::path& p) = 0;
     /// The files in `dir` that match `mask`; a list that the caller frees, null when there are none.
-    /// `dir` null: any directory. "" with `recursive`: everything; without: the root. Else that directory, with `recursive` also
-    /// those below it. `mask` null or "": any name; else matched against the file name (`*`, `?`).
+    /// `dir` null: any directory. "" with `recursive`: everything; without: the root. Else that directory, with
+    /// `recursive` also those below it. `mask` null or "": any name; else matched against the file name (`*`, `?`).
     virtual FS_NAME* get_file_list(const char* dir, const char* mask, bool recursive) = 0;
     /// The files whose directory contains `text`.
     virtual FS_NAME* search_substring(const char* text) = 0;
